@@ -1,0 +1,37 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <type_traits>
+#include <utility>
+
+#include "OmbrixC/OmbrixError.h"
+
+struct OmbrixError {
+  std::string message;
+};
+
+namespace ombrix::c {
+
+inline void setError(OmbrixError** error, std::string message) {
+  if (error != nullptr) *error = new OmbrixError{std::move(message)};
+}
+
+/// Runs an operation for a C caller: an exception becomes `*error` and the result's empty value
+/// (false, 0 or NULL).
+template <class Operation>
+auto catching(OmbrixError** error, Operation&& operation) noexcept
+    -> std::invoke_result_t<Operation> {
+  using Result = std::invoke_result_t<Operation>;
+  if (error != nullptr) *error = nullptr;
+  try {
+    return std::forward<Operation>(operation)();
+  } catch (const std::exception& exception) {
+    setError(error, exception.what());
+  } catch (...) {
+    setError(error, "An unknown error occurred.");
+  }
+  return Result();
+}
+
+}  // namespace ombrix::c

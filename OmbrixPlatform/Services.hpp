@@ -1,0 +1,68 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+
+namespace ombrix::platform {
+
+class Clock;
+
+/// One replaceable service: made by its factory on first use, or put there by the host or a test.
+template <class Service>
+class ServiceSlot {
+ public:
+  using Factory = std::shared_ptr<Service> (*)();
+
+  explicit constexpr ServiceSlot(Factory factory) noexcept : factory_(factory) {}
+  ServiceSlot(const ServiceSlot&) = delete;
+  ServiceSlot& operator=(const ServiceSlot&) = delete;
+
+  /// The service in use; made now when this is the first use. Any thread.
+  ///
+  /// The reference stays valid until the slot is set again: hosts set services before they use
+  /// the library, tests while nothing else runs.
+  Service& get() {
+    if (Service* service = service_.load(std::memory_order_acquire)) return *service;
+    return *shared();
+  }
+
+  /// The same, shared: for users that outlive a replacement.
+  std::shared_ptr<Service> shared() {
+    const std::lock_guard lock(mutex_);
+    if (!owner_) install(factory_());
+    return owner_;
+  }
+
+  /// Puts another service in place and gives the one it replaces (null when none was made yet);
+  /// setting null brings the default back on next use.
+  std::shared_ptr<Service> set(std::shared_ptr<Service> service) {
+    const std::lock_guard lock(mutex_);
+    auto previous = std::move(owner_);
+    install(std::move(service));
+    return previous;
+  }
+
+ private:
+  void install(std::shared_ptr<Service> service) {
+    owner_ = std::move(service);
+    service_.store(owner_.get(), std::memory_order_release);
+  }
+
+  Factory factory_;
+  std::mutex mutex_;
+  std::shared_ptr<Service> owner_;
+  std::atomic<Service*> service_{nullptr};
+};
+
+/// What a host or a test may swap. Nothing here is made before its first use.
+struct Services {
+  Services();
+
+  ServiceSlot<Clock> clock;
+};
+
+/// The services of this process. They live until it ends; nothing is torn down. Any thread.
+Services& services();
+
+}  // namespace ombrix::platform

@@ -1,0 +1,37 @@
+#include "OmbrixPlatform/Values/FatalError.hpp"
+
+#include <array>
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+
+namespace ombrix::platform {
+namespace {
+
+constexpr std::size_t kMaximumHooks = 8;
+std::array<std::atomic<void (*)() noexcept>, kMaximumHooks> hooks{};
+std::atomic_flag isStopping{};
+
+}  // namespace
+
+void addFatalErrorHook(void (*hook)() noexcept) noexcept {
+  for (auto& slot : hooks) {
+    void (*empty)() noexcept = nullptr;
+    if (slot.compare_exchange_strong(empty, hook) || empty == hook) return;
+  }
+}
+
+void fatalError(std::string_view message, std::source_location location) noexcept {
+  // A hook that fails itself, or a second thread, goes straight to the message.
+  if (!isStopping.test_and_set()) {
+    for (auto& slot : hooks) {
+      if (auto* hook = slot.load()) hook();
+    }
+  }
+  std::fprintf(stderr, "Fatal error: %.*s (%s:%u)\n", static_cast<int>(message.size()),
+               message.data(), location.file_name(), static_cast<unsigned>(location.line()));
+  std::fflush(stderr);
+  std::abort();
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <mutex>
+
+#include "OmbrixPlatform/Values/Clock.hpp"
+
+namespace ombrix::testing {
+
+/// A clock that stands still until a test moves it. Any thread.
+class ManualClock final : public platform::Clock {
+ public:
+  explicit ManualClock(platform::Date now = platform::dateSince1970(1'700'000'000)) : now_(now) {}
+
+  platform::Date now() const override {
+    const std::lock_guard lock(mutex_);
+    return now_;
+  }
+  std::chrono::steady_clock::time_point steadyNow() const override {
+    const std::lock_guard lock(mutex_);
+    return steadyNow_;
+  }
+
+  /// Moves both clocks forward.
+  void advance(platform::TimeInterval span) {
+    const std::lock_guard lock(mutex_);
+    now_ += span;
+    steadyNow_ += std::chrono::duration_cast<std::chrono::steady_clock::duration>(span);
+  }
+
+  /// Sets the wall clock alone, as a user does; it may go back.
+  void setNow(platform::Date now) {
+    const std::lock_guard lock(mutex_);
+    now_ = now;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  platform::Date now_;
+  std::chrono::steady_clock::time_point steadyNow_{};
+};
+
+}  // namespace ombrix::testing

@@ -1,0 +1,69 @@
+# The few shapes of target this tree has, so that a folder's CMakeLists.txt only names its files.
+
+# ombrix_library(<target> EXPORT_NAME <name> [LINK <public targets>...])
+# An installable library; its folders add their files with ombrix_sources.
+function(ombrix_library target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "EXPORT_NAME" "LINK")
+  add_library(${target})
+  add_library(Ombrix::${arg_EXPORT_NAME} ALIAS ${target})
+  set_target_properties(${target} PROPERTIES
+    EXPORT_NAME ${arg_EXPORT_NAME}
+    VERIFY_INTERFACE_HEADER_SETS ON
+    CXX_VISIBILITY_PRESET default
+    VERSION ${PROJECT_VERSION}
+    SOVERSION ${PROJECT_VERSION_MAJOR})
+  target_compile_features(${target} PUBLIC cxx_std_23)
+  target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE $<BUILD_INTERFACE:OmbrixWarnings>)
+  set_property(GLOBAL APPEND PROPERTY OMBRIX_LIBRARIES ${target})
+endfunction()
+
+# ombrix_sources(<target> [HEADERS <hpp>...] [SOURCES <cpp and private headers>...])
+# Files are named relative to the calling folder.
+function(ombrix_sources target)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HEADERS;SOURCES")
+  list(TRANSFORM arg_HEADERS PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  list(TRANSFORM arg_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  if(arg_HEADERS)
+    target_sources(${target} PUBLIC
+      FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
+  endif()
+  target_sources(${target} PRIVATE ${arg_SOURCES})
+endfunction()
+
+# ombrix_test(<name> SOURCES <cpp>... [LINK <targets>...])
+# A GoogleTest program; each of its tests runs in a process of its own under CTest.
+function(ombrix_test name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE
+    Ombrix::Core Ombrix::Testing GTest::gmock OmbrixTestMain OmbrixWarnings ${arg_LINK})
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
+    TEST_PREFIX ${name}. PROPERTIES TIMEOUT 120 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+  set_property(GLOBAL APPEND PROPERTY OMBRIX_TEST_PROGRAMS ${name})
+endfunction()
+
+# ombrix_benchmark(<name> SOURCES <cpp>... [LINK <targets>...])
+function(ombrix_benchmark name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")
+  add_executable(${name} ${arg_SOURCES})
+  target_link_libraries(${name} PRIVATE
+    Ombrix::Core benchmark::benchmark_main OmbrixWarnings ${arg_LINK})
+  set_property(GLOBAL APPEND PROPERTY OMBRIX_BENCHMARKS ${name})
+endfunction()
+
+# ombrix_fuzzer(<name> SOURCES <cpp>... [LINK <targets>...])
+# With OMBRIX_BUILD_FUZZERS a libFuzzer program; always a CTest replay of Fuzz/corpora/<name>.
+function(ombrix_fuzzer name)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")
+  if(OMBRIX_BUILD_FUZZERS)
+    add_executable(fuzz-${name} ${arg_SOURCES})
+    target_link_options(fuzz-${name} PRIVATE -fsanitize=fuzzer)
+    target_link_libraries(fuzz-${name} PRIVATE Ombrix::Core Ombrix::Testing OmbrixWarnings ${arg_LINK})
+  endif()
+  if(OMBRIX_BUILD_TESTS)
+    add_executable(replay-${name} ${arg_SOURCES} ${PROJECT_SOURCE_DIR}/Fuzz/ReplayMain.cpp)
+    target_link_libraries(replay-${name} PRIVATE Ombrix::Core Ombrix::Testing OmbrixWarnings ${arg_LINK})
+    add_test(NAME Fuzz.replay-${name}
+             COMMAND replay-${name} ${PROJECT_SOURCE_DIR}/Fuzz/corpora/${name})
+  endif()
+endfunction()
