@@ -11,10 +11,10 @@ extern "C" {
 typedef struct OmbrixError OmbrixError;
 
 /// A readable sentence in UTF-8, valid until the error is released.
-const char *ombrix_Error_message(const OmbrixError *error);
+const char* ombrix_Error_message(const OmbrixError* error);
 
 /// Releases an error; NULL is allowed.
-void ombrix_Error_release(OmbrixError *error);
+void ombrix_Error_release(OmbrixError* error);
 
 #ifdef __cplusplus
 }

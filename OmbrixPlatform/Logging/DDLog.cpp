@@ -28,8 +28,8 @@ std::shared_ptr<const Entries> entries() {
 template <class Change>
 void changeEntries(Change change) {
   const std::lock_guard lock(entriesMutex);
-  auto changed = currentEntries ? std::make_shared<Entries>(*currentEntries)
-                                : std::make_shared<Entries>();
+  auto changed =
+      currentEntries ? std::make_shared<Entries>(*currentEntries) : std::make_shared<Entries>();
   change(*changed);
   currentEntries = std::move(changed);
 }

@@ -44,7 +44,8 @@ namespace detail {
 /// `message` is a text, or a function that makes one and runs only when the level passes.
 template <class Message>
 void logIfEnabled(DDLogFlag flag, LogTag tag, const Message& message, std::source_location where) {
-  if (!passes(DDLog::dynamicLevel(), flag)) [[likely]] return;
+  if (!passes(DDLog::dynamicLevel(), flag)) [[likely]]
+    return;
   if constexpr (std::invocable<const Message&>) {
     DDLog::log(flag, tag, message(), where);
   } else {

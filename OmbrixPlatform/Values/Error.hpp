@@ -4,7 +4,8 @@
 
 namespace ombrix::platform {
 
-/// Base of every exception that OmbrixPlatform and OmbrixCore throw; `what()` is a readable sentence.
+/// Base of every exception that OmbrixPlatform and OmbrixCore throw; `what()` is a readable
+/// sentence.
 ///
 /// Expected outcomes (a bad row, a missing value, a file that is not there) are never exceptions.
 class Error : public std::runtime_error {

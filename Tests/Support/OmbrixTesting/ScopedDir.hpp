@@ -17,7 +17,8 @@ class ScopedDir {
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
   /// Writes a file below the folder, with its parent folders, and gives its path.
-  std::filesystem::path write(const std::filesystem::path& relative, std::string_view contents) const;
+  std::filesystem::path write(const std::filesystem::path& relative,
+                              std::string_view contents) const;
 
   /// The whole contents of a file below the folder; empty when there is none.
   [[nodiscard]] std::string read(const std::filesystem::path& relative) const;
