@@ -1,0 +1,104 @@
+#include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ombrix::platform {
+namespace {
+
+using enum KeyValueObservingOptions;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class Box final : public KeyValueObserving<int> {
+ public:
+  void set(int value) {
+    willChangeValueForKey("value");
+    value_ = value;
+    didChangeValueForKey("value");
+  }
+  mutable int reads = 0;
+
+ protected:
+  std::optional<int> valueForKey(std::string_view key) const override {
+    ++reads;
+    return key == "value" ? value_ : std::nullopt;
+  }
+
+ private:
+  std::optional<int> value_;
+};
+
+std::string text(const KeyValueChange<int>& change) {
+  const auto part = [](const int* value) { return value ? std::to_string(*value) : "-"; };
+  return (change.isPrior ? "will " : "did ") + part(change.oldValue) + ">" + part(change.newValue);
+}
+
+// Catches values that were not asked for, a prior call for those who did not want one, and a pair
+// in the wrong order.
+TEST(KeyValueObservingTests, EachObserverGetsWhatItAskedFor) {
+  struct Case {
+    KeyValueObservingOptions options;
+    std::vector<std::string> expected;
+  };
+  const Case cases[] = {
+      {none, {"did ->-"}},
+      {newValue, {"did ->2"}},
+      {oldValue, {"did 1>-"}},
+      {newValue | prior, {"will ->-", "did ->2"}},
+      {newValue | oldValue | prior, {"will 1>-", "did 1>2"}},
+      {newValue | initial, {"did ->1", "did ->2"}},
+      {oldValue | initial, {"did ->-", "did 1>-"}},
+  };
+  Box box;
+  box.set(1);
+  EXPECT_EQ(box.reads, 0) << "nobody asked for values";
+  std::vector<std::vector<std::string>> calls(std::size(cases));
+  std::vector<ObservationToken> tokens;
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    tokens.push_back(box.observe("value", cases[i].options,
+                                 [&, i](const auto& change) { calls[i].push_back(text(change)); }));
+  }
+  auto other = box.observe("other", newValue, [](const auto&) { ADD_FAILURE(); });
+  box.set(2);
+  for (std::size_t i = 0; i < std::size(cases); ++i) {
+    EXPECT_THAT(calls[i], cases[i].expected) << "case " << i;
+  }
+  tokens.clear();
+  EXPECT_FALSE(box.isObserved("value"));
+  EXPECT_TRUE(box.isObserved("other"));
+}
+
+// Catches old values that are mixed up between nested changes.
+TEST(KeyValueObservingTests, PairsMayNest) {
+  Box box;
+  box.set(1);
+  std::vector<std::string> calls;
+  bool nested = false;
+  auto token = box.observe("value", newValue | oldValue | prior, [&](const auto& change) {
+    calls.push_back(text(change));
+    if (change.isPrior && !std::exchange(nested, true)) box.set(5);
+  });
+  box.set(9);
+  EXPECT_THAT(calls, ElementsAre("will 1>-", "will 1>-", "did 1>5", "did 1>9"));
+}
+
+// Catches an announcement that is swallowed when a change is announced without a value change, as
+// a re-read is, and an observer that is told before its token exists.
+TEST(KeyValueObservingTests, AnObserverThatArrivesBetweenWillAndDidGetsTheDid) {
+  Box box;
+  std::vector<std::string> calls;
+  box.willChangeValueForKey("value");
+  auto token = box.observe("value", newValue | oldValue | prior,
+                           [&](const auto& change) { calls.push_back(text(change)); });
+  EXPECT_THAT(calls, IsEmpty());
+  box.didChangeValueForKey("value");
+  EXPECT_THAT(calls, ElementsAre("did ->-"));
+}
+
+}  // namespace
+}  // namespace ombrix::platform
