@@ -1,0 +1,78 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "OmbrixPlatform/Files/FileError.hpp"
+#include "OmbrixPlatform/Files/Stream.hpp"
+#include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix::platform {
+
+/// What opening an output file does with what is there; a missing file is made in both cases.
+enum class OutputFileMode : std::uint8_t {
+  append,   ///< Writes go behind what is there, also when another process writes meanwhile.
+  replace,  ///< The file is emptied first.
+};
+
+/// A sink of bytes that is opened, written in blocks and closed. One thread at a time.
+///
+/// A stream does not buffer: hand over large blocks. Derive from it to write elsewhere.
+class OutputStream {
+ public:
+  /// A stream that makes or opens a file; nothing is touched before `open`.
+  static std::unique_ptr<OutputStream> withURL(const URL& url, OutputFileMode mode);
+  static std::unique_ptr<OutputStream> withPath(std::string path, OutputFileMode mode);
+
+  /// A stream that collects its bytes, see `data`.
+  static std::unique_ptr<OutputStream> toMemory();
+
+  /// A stream on an open descriptor. A write to a pipe that nobody reads raises SIGPIPE as usual.
+  static std::unique_ptr<OutputStream> withDescriptor(int descriptor,
+                                                      DescriptorOwnership ownership);
+
+  OutputStream() = default;
+  OutputStream(const OutputStream&) = delete;
+  OutputStream& operator=(const OutputStream&) = delete;
+  virtual ~OutputStream() = default;
+
+  /// Makes the stream ready to write; opening it again, or after `close`, changes nothing.
+  /// @return Why it could not be opened; kept in `streamError`.
+  virtual FileResult<void> open() = 0;
+
+  /// Gives the file back. Safe to repeat; the destructor does it too. A late write error that the
+  /// system reports only now puts the stream into status `error`.
+  virtual void close() noexcept = 0;
+
+  /// Writes all bytes: a short write is continued, an interruption retried.
+  /// @return Why not all were written (some may have been); kept in `streamError`. EBADF before
+  ///   `open` and after `close`.
+  virtual FileResult<void> write(DataView bytes) = 0;
+
+  [[nodiscard]] StreamStatus streamStatus() const noexcept { return status_; }
+
+  /// The error that put the stream into status `error`.
+  [[nodiscard]] const std::optional<FileError>& streamError() const noexcept { return error_; }
+
+  /// What a memory stream has collected so far; nothing for other streams. Valid until the next
+  /// write, and after `close`.
+  [[nodiscard]] virtual std::optional<DataView> data() const noexcept { return std::nullopt; }
+
+  /// The open descriptor behind the stream, -1 where there is none.
+  [[nodiscard]] virtual int fileDescriptor() const noexcept { return -1; }
+
+ protected:
+  void setStatus(StreamStatus status) noexcept { status_ = status; }
+
+  /// Notes the error and gives it back to be returned.
+  std::unexpected<FileError> fail(FileError error);
+
+ private:
+  StreamStatus status_ = StreamStatus::notOpen;
+  std::optional<FileError> error_;
+};
+
+}  // namespace ombrix::platform
