@@ -1,11 +1,10 @@
 #include "OmbrixPlatform/Services.hpp"
 
-#include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
 namespace ombrix::platform {
 
-Services::Services() : clock(&makeSystemClock), locale(&makeSystemLocaleService) {}
+Services::Services() : clock(&makeSystemClock) {}
 
 Services& services() {
   static Services& instance = *new Services;

@@ -7,7 +7,6 @@
 namespace ombrix::platform {
 
 class Clock;
-class LocaleService;
 
 /// One replaceable service: made by its factory on first use, or put there by the host or a test.
 template <class Service>
@@ -61,7 +60,6 @@ struct Services {
   Services();
 
   ServiceSlot<Clock> clock;
-  ServiceSlot<LocaleService> locale;
 };
 
 /// The services of this process. They live until it ends; nothing is torn down. Any thread.
