@@ -1,0 +1,26 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "OmbrixC/OmbrixTypes.h"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix::c {
+
+/// A text for a C caller to keep, cut at an inner NUL; NULL when memory ran out.
+char* copied(std::string_view text) noexcept;
+
+/// The same; NULL for nothing.
+inline char* copied(const std::optional<std::string>& text) noexcept {
+  return text ? copied(std::string_view(*text)) : nullptr;
+}
+
+/// Bytes for a C caller to keep; without bytes for nothing, and when memory ran out.
+OmbrixData copied(const std::optional<platform::Data>& data) noexcept;
+
+/// A text from a C caller; NULL is the empty text.
+inline std::string_view textFrom(const char* text) noexcept { return text == nullptr ? "" : text; }
+
+}  // namespace ombrix::c

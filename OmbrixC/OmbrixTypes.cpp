@@ -1,0 +1,27 @@
+#include "OmbrixC/OmbrixTypes.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "OmbrixC/Copies.hpp"
+
+namespace ombrix::c {
+
+char* copied(std::string_view text) noexcept {
+  return text.empty() ? strdup("") : strndup(text.data(), text.size());
+}
+
+OmbrixData copied(const std::optional<platform::Data>& data) noexcept {
+  if (!data) return {nullptr, 0};
+  auto* bytes = static_cast<std::uint8_t*>(std::malloc(std::max<std::size_t>(data->size(), 1)));
+  if (bytes == nullptr) return {nullptr, 0};
+  if (!data->empty()) std::memcpy(bytes, data->data(), data->size());
+  return {bytes, data->size()};
+}
+
+}  // namespace ombrix::c
+
+void ombrix_String_release(char* string) { std::free(string); }
+
+void ombrix_Data_release(OmbrixData data) { std::free(data.bytes); }
