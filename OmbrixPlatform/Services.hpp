@@ -7,6 +7,7 @@
 namespace ombrix::platform {
 
 class Clock;
+class SystemLog;
 
 /// One replaceable service: made by its factory on first use, or put there by the host or a test.
 template <class Service>
@@ -60,6 +61,7 @@ struct Services {
   Services();
 
   ServiceSlot<Clock> clock;
+  ServiceSlot<SystemLog> systemLog;
 };
 
 /// The services of this process. They live until it ends; nothing is torn down. Any thread.

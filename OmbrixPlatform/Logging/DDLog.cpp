@@ -1,10 +1,12 @@
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 
-#include <algorithm>
 #include <mutex>
+#include <thread>
+#include <utility>
 
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -15,23 +17,38 @@ struct Entry {
 };
 using Entries = std::vector<Entry>;
 
-// Replaced as a whole, never changed in place: a message walks the list it started with.
-// Constant-initialised, so that loading the library runs nothing; null means no loggers.
-constinit std::mutex entriesMutex;
-constinit std::shared_ptr<const Entries> currentEntries;
+// Replaced as a whole, never changed in place: a message walks the list it started with. Null
+// until the first change; never destroyed, so that code which runs while the process exits may
+// still log.
+constinit std::mutex currentMutex;
+constinit std::shared_ptr<const Entries>* current = nullptr;
 
-std::shared_ptr<const Entries> entries() {
-  const std::lock_guard lock(entriesMutex);
-  return currentEntries ? currentEntries : std::make_shared<const Entries>();
+std::shared_ptr<const Entries> currentEntries() {
+  const std::lock_guard lock(currentMutex);
+  return current == nullptr ? nullptr : *current;
 }
 
 template <class Change>
 void changeEntries(Change change) {
-  const std::lock_guard lock(entriesMutex);
-  auto changed =
-      currentEntries ? std::make_shared<Entries>(*currentEntries) : std::make_shared<Entries>();
+  std::shared_ptr<const Entries> replaced;  // Let go after the lock: it may own the last logger.
+  const std::lock_guard lock(currentMutex);
+  if (current == nullptr) current = new std::shared_ptr<const Entries>(new Entries);
+  auto changed = std::make_shared<Entries>(**current);
   change(*changed);
-  currentEntries = std::move(changed);
+  replaced = std::exchange(*current, std::move(changed));
+}
+
+void flushBeforeAbort() noexcept {
+  // The failing thread may have stopped inside this very lock; another one leaves it at once.
+  constexpr int kAttempts = 1000;
+  std::unique_lock lock(currentMutex, std::defer_lock);
+  for (int attempt = 0; attempt < kAttempts && !lock.try_lock(); ++attempt) {
+    std::this_thread::yield();
+  }
+  if (!lock.owns_lock() || current == nullptr) return;
+  const auto list = *current;
+  lock.unlock();
+  for (const Entry& entry : *list) entry.logger->flushBeforeAbort();
 }
 
 std::string_view lastPathComponent(std::string_view path) noexcept {
@@ -42,6 +59,7 @@ std::string_view lastPathComponent(std::string_view path) noexcept {
 }  // namespace
 
 void DDLog::addLogger(std::shared_ptr<DDLogger> logger, DDLogLevel level) {
+  addFatalErrorHook(&flushBeforeAbort);
   changeEntries([&](Entries& list) { list.push_back({std::move(logger), level}); });
 }
 
@@ -56,18 +74,20 @@ void DDLog::removeAllLoggers() {
 }
 
 std::vector<std::shared_ptr<DDLogger>> DDLog::allLoggers() {
-  std::vector<std::shared_ptr<DDLogger>> loggers;
-  for (const Entry& entry : *entries()) loggers.push_back(entry.logger);
-  return loggers;
+  std::vector<std::shared_ptr<DDLogger>> all;
+  if (const auto list = currentEntries()) {
+    for (const Entry& entry : *list) all.push_back(entry.logger);
+  }
+  return all;
 }
 
 void DDLog::flushLog() {
-  for (const Entry& entry : *entries()) entry.logger->flush();
+  for (const auto& logger : allLoggers()) logger->flush();
 }
 
 void DDLog::log(DDLogFlag flag, LogTag tag, std::string_view message, std::source_location where) {
-  const auto list = entries();
-  if (list->empty()) return;
+  const auto list = currentEntries();
+  if (!list || list->empty()) return;
   const DDLogMessage record{.message = message,
                             .flag = flag,
                             .file = tag.file,

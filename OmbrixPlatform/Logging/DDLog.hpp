@@ -22,7 +22,12 @@ class DDLog {
     level_.store(level, std::memory_order_relaxed);
   }
 
+  /// Adds a logger at the end of the list; it gets the messages that `level` lets pass. The same
+  /// logger may stand in the list twice and then gets them twice.
   static void addLogger(std::shared_ptr<DDLogger> logger, DDLogLevel level);
+
+  /// Removes a logger, or all of them. A message that is on its way on another thread may still
+  /// reach them; the last such message lets go of them.
   static void removeLogger(const DDLogger& logger);
   static void removeAllLoggers();
 
@@ -32,7 +37,8 @@ class DDLog {
   /// Flushes every logger.
   static void flushLog();
 
-  /// Hands a message to every logger whose level lets the flag pass, on the calling thread.
+  /// Hands a message to every logger whose level lets the flag pass, in their order, on the
+  /// calling thread, with the time of the clock in `services()`. Does not ask the dynamic level.
   static void log(DDLogFlag flag, LogTag tag, std::string_view message, std::source_location where);
 
  private:

@@ -1,14 +1,18 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "OmbrixPlatform/Logging/DDLogMessage.hpp"
 
 namespace ombrix::platform {
 
-/// Turns a message into a line of text, without the line break. Called from any thread.
+/// Turns a message into a line of text, without the line break.
+///
+/// Called from any thread, and by some loggers under their own lock: a formatter must not log.
 class DDLogFormatter {
  public:
   virtual ~DDLogFormatter() = default;
@@ -20,26 +24,37 @@ class DDLogFormatter {
 /// A destination of log messages.
 class DDLogger {
  public:
+  DDLogger() = default;
+  DDLogger(const DDLogger&) = delete;
+  DDLogger& operator=(const DDLogger&) = delete;
   virtual ~DDLogger() = default;
 
-  /// Writes one message; called on the thread that logs, from several threads at once.
+  /// Takes one message; called on the thread that logs, from several threads at once.
   virtual void log(const DDLogMessage& message) = 0;
 
-  /// Makes everything logged so far durable in the file or with the service.
+  /// Hands everything logged so far to the file or the service. Any thread.
   virtual void flush() {}
 
-  void setLogFormatter(std::shared_ptr<const DDLogFormatter> formatter) {
-    const std::lock_guard lock(formatterMutex_);
-    formatter_ = std::move(formatter);
-  }
-  [[nodiscard]] std::shared_ptr<const DDLogFormatter> logFormatter() const {
-    const std::lock_guard lock(formatterMutex_);
-    return formatter_;
-  }
+  /// The same for a program that is about to stop: called on the failing thread, which may hold
+  /// this logger's own lock, so it gives up where `flush` would wait.
+  virtual void flushBeforeAbort() noexcept {}
+
+  /// Sets what makes the lines from now on; null brings back the bare message text. Any thread.
+  void setLogFormatter(std::shared_ptr<const DDLogFormatter> formatter);
+
+  /// The formatter in use, or null.
+  [[nodiscard]] std::shared_ptr<const DDLogFormatter> logFormatter() const;
+
+ protected:
+  /// Appends the line of a message: the formatter's, or the bare text when there is none.
+  void appendLine(const DDLogMessage& message, std::string& line) const;
 
  private:
-  mutable std::mutex formatterMutex_;
-  std::shared_ptr<const DDLogFormatter> formatter_;
+  mutable std::mutex formattersMutex_;
+  // Every formatter set so far, the one in use last. Earlier ones are kept, so that a message
+  // may read `formatter_` without a lock.
+  std::vector<std::shared_ptr<const DDLogFormatter>> formatters_;
+  std::atomic<const DDLogFormatter*> formatter_{nullptr};
 };
 
 }  // namespace ombrix::platform

@@ -1,0 +1,302 @@
+#include "OmbrixPlatform/Logging/DDFileLogger.hpp"
+
+#include <pthread.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <mutex>
+#include <optional>
+#include <system_error>
+#include <thread>
+#include <utility>
+
+#include "OmbrixPlatform/Logging/DDLog.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using std::chrono::milliseconds;
+using SteadyTime = std::chrono::steady_clock::time_point;
+
+constexpr std::size_t kBlockBytes = 64 * 1024;          // Written at once when reached.
+constexpr std::size_t kMaximumHeldBytes = 1024 * 1024;  // While no file can be written.
+constexpr milliseconds kLongestDelay{10};               // Until a line is in the file.
+constexpr std::chrono::seconds kRetryInterval{1};       // After a failure.
+
+// Set when the process exits: from then on nobody writes later what is not written now.
+constinit std::atomic<bool> isExiting{false};
+
+void flushAtExit() {
+  static constinit std::atomic_flag isRegistered{};
+  if (isRegistered.test_and_set()) return;
+  std::atexit([] {
+    isExiting = true;
+    DDLog::flushLog();
+  });
+}
+
+/// The thread of one logger that writes what was gathered; it handles no signals.
+std::thread startQuietThread(auto run) {
+  sigset_t all;
+  sigset_t previous;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &previous);
+  std::thread thread;
+  try {
+    thread = std::thread(std::move(run));
+  } catch (const std::system_error&) {
+    // The caller goes on without.
+  }
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  if (thread.joinable()) pthread_setname_np(thread.native_handle(), "ombrix-log");
+  return thread;
+}
+
+}  // namespace
+
+/// The state behind the logger's one lock: the lines gathered and the file they go to.
+class DDFileLogger::Writer {
+ public:
+  explicit Writer(std::shared_ptr<DDLogFileManager> fileManager)
+      : manager(std::move(fileManager)) {}
+
+  ~Writer() {
+    {
+      const std::lock_guard lock(mutex);
+      isStopping_ = true;
+    }
+    somethingToDo_.notify_one();
+    if (thread_.joinable()) thread_.join();
+    writeNow();
+    closeFile();
+  }
+
+  /// Adds the line that `append` appends to a text and writes it now or soon. Needs the lock.
+  template <class Append>
+  void add(const DDLogMessage& message, Append append) {
+    lastDate_ = message.timestamp;
+    if (rollDate_ && lastDate_ >= *rollDate_) endOldFile();
+    const std::size_t held = lines_.size();
+    if (held >= kMaximumHeldBytes) {
+      write();
+      if (lines_.size() >= kMaximumHeldBytes) return;
+    }
+    if (lines_.capacity() < kBlockBytes) lines_.reserve(kBlockBytes + kBlockBytes / 8);
+    append(lines_);
+    lines_ += '\n';
+    const bool isUrgent = message.flag == DDLogFlag::error || descriptor_ < 0 ||
+                          lines_.size() >= kBlockBytes || isExiting.load(std::memory_order_relaxed);
+    if (isUrgent) {
+      write();
+    } else if (held == 0) {
+      writeSoon();
+    }
+  }
+
+  /// Writes all gathered lines, unless that failed a moment ago; what cannot be written stays.
+  /// Needs the lock.
+  void write() {
+    if (lines_.empty()) return;
+    if (nextAttempt_ && std::chrono::steady_clock::now() < *nextAttempt_) return;
+    writeNow();
+  }
+
+  /// The same, also when it failed a moment ago.
+  void writeNow() {
+    if (lines_.empty() || !openFile()) return;
+    std::size_t written = 0;
+    while (written < lines_.size()) {
+      const ssize_t count = ::write(descriptor_, lines_.data() + written, lines_.size() - written);
+      if (count < 0 && errno == EINTR) continue;
+      if (count <= 0) {
+        waitAfterFailure("write to", errno);
+        break;
+      }
+      written += static_cast<std::size_t>(count);
+    }
+    size_ += written;
+    lines_.erase(0, written);
+    if (maximumFileSize != 0 && size_ >= maximumFileSize && lines_.empty()) startNewFile();
+  }
+
+  /// The next write goes to a new file. Needs the lock.
+  void startNewFile() {
+    closeFile();
+    needsNewFile_ = true;
+  }
+
+  /// Sets the age at which the open file ends. Needs the lock.
+  void scheduleRolling() {
+    rollDate_.reset();
+    if (descriptor_ >= 0 && rollingFrequency.count() > 0) {
+      // A file from the future (the clock was set back) ends one span from now at the latest.
+      rollDate_ = std::min(creationDate_, lastDate_) + rollingFrequency;
+    }
+  }
+
+  std::mutex mutex;
+  const std::shared_ptr<DDLogFileManager> manager;
+  TimeInterval rollingFrequency = kDefaultRollingFrequency;
+  std::uint64_t maximumFileSize = kDefaultMaximumFileSizeBytes;
+
+ private:
+  /// Makes sure that a file is open and still has a name.
+  bool openFile() {
+    if (descriptor_ >= 0) {
+      struct stat status{};
+      if (::fstat(descriptor_, &status) == 0 && status.st_nlink != 0) {
+        size_ = static_cast<std::uint64_t>(status.st_size);
+        return true;
+      }
+      closeFile();
+    }
+    DDLogFileManager::OpenFile file;
+    if (!needsNewFile_) file = manager->openNewestLogFile();
+    if (file.descriptor >= 0 && !isWorthContinuing(file)) {
+      ::close(std::exchange(file.descriptor, -1));
+    }
+    if (file.descriptor < 0) file = manager->createNewLogFile(lastDate_);
+    if (file.descriptor < 0) {
+      waitAfterFailure("open", file.error);
+      return false;
+    }
+    nextAttempt_.reset();
+    needsNewFile_ = false;
+    descriptor_ = file.descriptor;
+    creationDate_ = file.creationDate;
+    size_ = sizeOf(descriptor_);
+    scheduleRolling();
+    return true;
+  }
+
+  bool isWorthContinuing(const DDLogFileManager::OpenFile& file) const {
+    const bool isYoung =
+        rollingFrequency.count() <= 0 || lastDate_ - file.creationDate < rollingFrequency;
+    return isYoung && (maximumFileSize == 0 || sizeOf(file.descriptor) < maximumFileSize);
+  }
+
+  static std::uint64_t sizeOf(int descriptor) {
+    struct stat status{};
+    return ::fstat(descriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
+  }
+
+  void endOldFile() {
+    write();
+    // Another process may have made the next file already; but a file from the future would be
+    // taken up again and again.
+    needsNewFile_ = creationDate_ > lastDate_;
+    closeFile();
+  }
+
+  void closeFile() {
+    if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
+    rollDate_.reset();
+  }
+
+  void writeSoon() {
+    if (!thread_.joinable()) thread_ = startQuietThread([this] { writeInBackground(); });
+    if (thread_.joinable()) {
+      somethingToDo_.notify_one();
+    } else {
+      write();
+    }
+  }
+
+  void writeInBackground() {
+    std::unique_lock lock(mutex);
+    while (!isStopping_) {
+      somethingToDo_.wait(lock, [this] { return isStopping_ || !lines_.empty(); });
+      const auto delay = nextAttempt_ ? milliseconds(kRetryInterval) : kLongestDelay;
+      somethingToDo_.wait_for(lock, delay, [this] { return isStopping_; });
+      if (!isStopping_) write();
+    }
+  }
+
+  void waitAfterFailure(const char* action, int error) {
+    nextAttempt_ = std::chrono::steady_clock::now() + kRetryInterval;
+    if (std::exchange(hasComplained_, true)) return;
+    std::fprintf(stderr, "Cannot %s a log file in %s: %s\n", action,
+                 manager->logsDirectory().c_str(), std::strerror(error));
+  }
+
+  std::string lines_;
+  Date lastDate_{};
+  int descriptor_ = -1;
+  Date creationDate_{};
+  std::uint64_t size_ = 0;
+  std::optional<Date> rollDate_;
+  std::optional<SteadyTime> nextAttempt_;
+  bool needsNewFile_ = false;
+  bool hasComplained_ = false;
+  bool isStopping_ = false;
+  std::condition_variable somethingToDo_;
+  std::thread thread_;
+};
+
+DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager)
+    : writer_(std::make_unique<Writer>(std::move(logFileManager))) {
+  flushAtExit();
+}
+
+DDFileLogger::~DDFileLogger() = default;
+
+const std::shared_ptr<DDLogFileManager>& DDFileLogger::logFileManager() const {
+  return writer_->manager;
+}
+
+TimeInterval DDFileLogger::rollingFrequency() const {
+  const std::lock_guard lock(writer_->mutex);
+  return writer_->rollingFrequency;
+}
+
+void DDFileLogger::setRollingFrequency(TimeInterval frequency) {
+  const std::lock_guard lock(writer_->mutex);
+  writer_->rollingFrequency = frequency;
+  writer_->scheduleRolling();
+}
+
+std::uint64_t DDFileLogger::maximumFileSize() const {
+  const std::lock_guard lock(writer_->mutex);
+  return writer_->maximumFileSize;
+}
+
+void DDFileLogger::setMaximumFileSize(std::uint64_t bytes) {
+  const std::lock_guard lock(writer_->mutex);
+  writer_->maximumFileSize = bytes;
+}
+
+void DDFileLogger::rollLogFile() {
+  const std::lock_guard lock(writer_->mutex);
+  writer_->writeNow();
+  writer_->startNewFile();
+}
+
+void DDFileLogger::log(const DDLogMessage& message) {
+  const std::lock_guard lock(writer_->mutex);
+  writer_->add(message, [&](std::string& lines) { appendLine(message, lines); });
+}
+
+void DDFileLogger::flush() {
+  const std::lock_guard lock(writer_->mutex);
+  writer_->writeNow();
+}
+
+void DDFileLogger::flushBeforeAbort() noexcept {
+  // The failing thread may hold this lock (it stopped inside a formatter); any other leaves soon.
+  constexpr int kAttempts = 1000;
+  std::unique_lock lock(writer_->mutex, std::defer_lock);
+  for (int attempt = 0; attempt < kAttempts && !lock.try_lock(); ++attempt) {
+    std::this_thread::yield();
+  }
+  if (lock.owns_lock()) writer_->writeNow();
+}
+
+}  // namespace ombrix::platform

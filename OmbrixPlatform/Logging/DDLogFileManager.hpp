@@ -1,0 +1,71 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixPlatform/Values/Date.hpp"
+
+namespace ombrix::platform {
+
+/// One log file of an application.
+struct DDLogFileInfo {
+  std::filesystem::path filePath;
+  Date creationDate{};         ///< As its name tells.
+  Date modificationDate{};     ///< As the file system tells.
+  std::uint64_t fileSize = 0;  ///< Bytes.
+
+  [[nodiscard]] std::string fileName() const { return filePath.filename().string(); }
+};
+
+/// Names, lists and deletes the log files of one application in one folder.
+///
+/// A file is called "<application>-2024-05-01T10-20-30.123Z.log" by the UTC time of its making;
+/// files with other names are never touched. Several processes may use the folder at once. All
+/// operations may be called from any thread; none of them logs.
+class DDLogFileManager {
+ public:
+  static constexpr std::size_t kDefaultMaximumNumberOfLogFiles = 5;
+
+  /// \param logsDirectory the folder; it is made with the first file.
+  /// \param applicationName the first part of the file names.
+  DDLogFileManager(std::filesystem::path logsDirectory, std::string_view applicationName);
+
+  [[nodiscard]] const std::filesystem::path& logsDirectory() const { return logsDirectory_; }
+
+  /// How many files stay when a new one is made, the new one included; 0 keeps all.
+  [[nodiscard]] std::size_t maximumNumberOfLogFiles() const { return maximumNumberOfLogFiles_; }
+  void setMaximumNumberOfLogFiles(std::size_t number) { maximumNumberOfLogFiles_ = number; }
+
+  /// The log files, newest first; empty when there are none or the folder cannot be read.
+  [[nodiscard]] std::vector<DDLogFileInfo> sortedLogFileInfos() const;
+
+  /// An open file to append to; the caller closes the descriptor.
+  struct OpenFile {
+    int descriptor = -1;
+    int error = 0;  ///< The `errno` when there is no descriptor.
+    Date creationDate{};
+  };
+
+  /// Opens the newest file again; no descriptor when there is none or it cannot be written to.
+  [[nodiscard]] OpenFile openNewestLogFile() const;
+
+  /// Makes a file that sorts as the newest, and the folder when it is missing; then deletes the
+  /// oldest files in excess.
+  [[nodiscard]] OpenFile createNewLogFile(Date now);
+
+ private:
+  [[nodiscard]] std::optional<Date> creationDateFromName(std::string_view name) const;
+  [[nodiscard]] std::string nameForCreationDate(Date date) const;
+  void deleteExcessLogFiles(std::string_view nameToKeep) const;
+
+  const std::filesystem::path logsDirectory_;
+  const std::string namePrefix_;
+  std::atomic<std::size_t> maximumNumberOfLogFiles_{kDefaultMaximumNumberOfLogFiles};
+};
+
+}  // namespace ombrix::platform
