@@ -131,6 +131,7 @@ class DDFileLogger::Writer {
   void startNewFile() {
     closeFile();
     needsNewFile_ = true;
+    nextAttempt_.reset();
   }
 
   /// Sets the age at which the open file ends. Needs the lock.
