@@ -1,11 +1,17 @@
 #include "OmbrixPlatform/Services.hpp"
 
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
+#include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
 namespace ombrix::platform {
 
-Services::Services() : clock(&makeSystemClock), systemLog(&makeSystemLog) {}
+// clang-format off: one service a line
+Services::Services()
+    : clock(&makeSystemClock),
+      locale(&makeSystemLocaleService),
+      systemLog(&makeSystemLog) {}
+// clang-format on
 
 Services& services() {
   static Services& instance = *new Services;

@@ -7,6 +7,7 @@
 namespace ombrix::platform {
 
 class Clock;
+class LocaleService;
 class SystemLog;
 
 /// One replaceable service: made by its factory on first use, or put there by the host or a test.
@@ -61,6 +62,7 @@ struct Services {
   Services();
 
   ServiceSlot<Clock> clock;
+  ServiceSlot<LocaleService> locale;
   ServiceSlot<SystemLog> systemLog;
 };
 

@@ -1,0 +1,122 @@
+#pragma once
+
+#include <bit>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix::platform {
+
+/// Reads the objects of a binary property list where they lie, each checked as it is reached.
+///
+/// Borrows the bytes. Every operation throws `PropertyListError` for damaged bytes; none reads out
+/// of bounds. Following references in circles or along exploding paths is the caller's to stop:
+/// see `Allowance`. Any thread.
+class BinaryPropertyListView {
+ public:
+  enum class Kind : std::uint8_t {
+    boolean,
+    integer,
+    unsignedInteger,  // beyond the signed 64-bit range
+    real,
+    date,
+    uid,
+    data,
+    text8,   // ASCII, or UTF-8 from lenient writers
+    text16,  // UTF-16, big-endian
+    array,
+    dictionary
+  };
+
+  struct Object {
+    Kind kind;
+    std::uint64_t bits;        // the value of a scalar; of others the number of items or units
+    const std::byte* payload;  // bytes, units or references; bounds are checked already
+
+    [[nodiscard]] double real() const noexcept { return std::bit_cast<double>(bits); }
+  };
+
+  /// Memory that reading may use up: many references may lead to one object.
+  class Allowance {
+   public:
+    explicit Allowance(std::size_t fileSize) : left_(kBase + kFactor * fileSize) {}
+    void spend(std::uint64_t bytes) {
+      if (bytes >= left_) refuse();
+      left_ -= bytes;
+    }
+
+   private:
+    static constexpr std::uint64_t kBase = 16 << 20;
+    static constexpr std::uint64_t kFactor = 64;
+    [[noreturn]] static void refuse();
+    std::uint64_t left_;
+  };
+
+  /// Whether bytes begin like a binary property list.
+  static bool matches(DataView bytes) noexcept;
+
+  /// Checks header and trailer.
+  explicit BinaryPropertyListView(DataView bytes);
+
+  [[nodiscard]] std::size_t size() const noexcept { return size_; }
+  [[nodiscard]] std::uint64_t topObject() const noexcept { return topObject_; }
+
+  /// The object with a number.
+  [[nodiscard]] Object object(std::uint64_t index) const {
+    if (index >= objectCount_) damaged("a reference leads to no object");
+    const std::uint64_t offset = readSized(offsets_ + index * offsetSize_, offsetSize_);
+    if (offset < kHeaderSize || offset >= objectsEnd_) damaged("an object lies out of bounds");
+    return parse(bytes_ + offset);
+  }
+
+  /// The number that an item of an array, or a key of a dictionary, refers to.
+  [[nodiscard]] std::uint64_t reference(const Object& container, std::uint64_t item) const {
+    return readSized(container.payload + item * referenceSize_, referenceSize_);
+  }
+  /// The number that a value of a dictionary refers to.
+  [[nodiscard]] std::uint64_t valueReference(const Object& dictionary, std::uint64_t item) const {
+    return reference(dictionary, dictionary.bits + item);
+  }
+
+  /// The bytes of data or of 8-bit text (unchecked) seen as text.
+  static std::string_view view(const Object& object) noexcept {
+    return {reinterpret_cast<const char*>(object.payload), static_cast<std::size_t>(object.bits)};
+  }
+
+  /// Text as UTF-8: `scratch` is used where it is not stored so.
+  static std::string_view text(const Object& object, std::string& scratch);
+
+ private:
+  static constexpr std::size_t kHeaderSize = 8;
+  static constexpr std::size_t kTrailerSize = 32;
+
+  [[noreturn]] static void damaged(const char* what);
+
+  // The trailer behind the objects and the table lets eight bytes be loaded from any of them.
+  static std::uint64_t readSized(const std::byte* at, unsigned size) noexcept {
+    std::uint64_t value;
+    std::memcpy(&value, at, sizeof value);
+    if constexpr (std::endian::native == std::endian::little) value = __builtin_bswap64(value);
+    return value >> (64 - 8 * size);
+  }
+
+  [[nodiscard]] Object parse(const std::byte* at) const;
+  [[nodiscard]] Object parseNumber(const std::byte* at, unsigned marker) const;
+  [[nodiscard]] std::uint64_t parseCount(const std::byte*& at, unsigned low) const;
+
+  const std::byte* bytes_;
+  std::size_t size_;
+  const std::byte* offsets_ = nullptr;
+  std::uint64_t objectsEnd_ = 0;  // offset
+  std::uint64_t objectCount_ = 0;
+  std::uint64_t topObject_ = 0;
+  unsigned offsetSize_ = 0;
+  unsigned referenceSize_ = 0;
+};
+
+}  // namespace ombrix::platform

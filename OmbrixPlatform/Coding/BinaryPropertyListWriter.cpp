@@ -1,0 +1,259 @@
+#include "OmbrixPlatform/Coding/BinaryPropertyListWriter.hpp"
+
+#include <bit>
+#include <cstring>
+#include <limits>
+
+#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+constexpr std::string_view kHeader = "bplist00";
+constexpr std::size_t kFirstTableSize = 64;
+
+std::uint64_t hashOf(const char* at, std::size_t size) noexcept {
+  constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15U;
+  std::uint64_t hash = size * kFactor;
+  const auto mix = [&](std::uint64_t word) {
+    hash = (hash ^ word) * kFactor;
+    hash ^= hash >> 32;
+  };
+  std::uint64_t word = 0;
+  for (; size >= 8; at += 8, size -= 8) {
+    std::memcpy(&word, at, 8);
+    mix(word);
+  }
+  word = 0;
+  if (size > 0) {
+    std::memcpy(&word, at, size);
+    mix(word);
+  }
+  return hash;
+}
+
+unsigned bytesFor(std::uint64_t largest) noexcept {
+  if (largest <= 0xFF) return 1;
+  if (largest <= 0xFFFF) return 2;
+  return largest <= 0xFFFF'FFFF ? 4 : 8;
+}
+
+char* putBigEndian(char* out, std::uint64_t value, unsigned size) noexcept {
+  for (unsigned i = size; i > 0; --i, value >>= 8) out[i - 1] = static_cast<char>(value & 0xFF);
+  return out + size;
+}
+
+void appendBigEndian(Data& out, std::uint64_t value, unsigned size) {
+  char bytes[8];
+  putBigEndian(bytes, value, size);
+  const auto* first = reinterpret_cast<const std::byte*>(bytes);
+  out.insert(out.end(), first, first + size);
+}
+
+void appendHeader(Data& out, unsigned marker, std::uint64_t count) {
+  if (count < 0xF) return appendBigEndian(out, marker | count, 1);
+  appendBigEndian(out, marker | 0xF, 1);
+  const unsigned size = bytesFor(count);
+  appendBigEndian(out, 0x10U | static_cast<unsigned>(std::countr_zero(size)), 1);
+  appendBigEndian(out, count, size);
+}
+
+}  // namespace
+
+BinaryPropertyListWriter::BinaryPropertyListWriter() : table_(kFirstTableSize) {}
+
+void BinaryPropertyListWriter::bigEndian(std::uint64_t value, unsigned size) {
+  char bytes[8];
+  putBigEndian(bytes, value, size);
+  leaves_.append(bytes, size);
+}
+
+void BinaryPropertyListWriter::header(unsigned marker, std::uint64_t count) {
+  if (count < 0xF) return byte(marker | static_cast<unsigned>(count));
+  byte(marker | 0xF);
+  const unsigned size = bytesFor(count);
+  byte(0x10U | static_cast<unsigned>(std::countr_zero(size)));
+  bigEndian(count, size);
+}
+
+std::uint32_t BinaryPropertyListWriter::newId(std::uint64_t offset) {
+  if (offsets_.size() >= std::numeric_limits<std::uint32_t>::max()) {
+    throw PropertyListError("cannot write the property list: it has too many values");
+  }
+  offsets_.push_back(offset);
+  return static_cast<std::uint32_t>(offsets_.size() - 1);
+}
+
+void BinaryPropertyListWriter::growTable() {
+  std::vector<Slot> old(table_.size() * 2);
+  old.swap(table_);
+  const std::size_t mask = table_.size() - 1;
+  for (const Slot& slot : old) {
+    if (slot.length == 0) continue;
+    std::size_t at = slot.hash & mask;
+    while (table_[at].length != 0) at = (at + 1) & mask;
+    table_[at] = slot;
+  }
+}
+
+// The object was just written at the tail: an equal one that is there already replaces it.
+std::uint32_t BinaryPropertyListWriter::uniqueTail(std::size_t start) {
+  const std::size_t length = leaves_.size() - start;
+  if (length > std::numeric_limits<std::uint32_t>::max()) return newId(start);
+  const std::uint64_t hash = hashOf(leaves_.data() + start, length);
+  const std::size_t mask = table_.size() - 1;
+  std::size_t at = hash & mask;
+  for (; table_[at].length != 0; at = (at + 1) & mask) {
+    const Slot& slot = table_[at];
+    if (slot.hash == hash && slot.length == length &&
+        std::memcmp(leaves_.data() + slot.offset, leaves_.data() + start, length) == 0) {
+      leaves_.resize(start);
+      return slot.id;
+    }
+  }
+  const std::uint32_t id = newId(start);
+  table_[at] = {hash, start, static_cast<std::uint32_t>(length), id};
+  if (++tableUsed_ * 2 > table_.size()) growTable();
+  return id;
+}
+
+std::uint32_t BinaryPropertyListWriter::textId(std::string_view text) {
+  const std::size_t start = leaves_.size();
+  if (detail::isAscii(text)) {
+    header(0x50, text.size());
+    leaves_.append(text);
+    return uniqueTail(start);
+  }
+  std::string units;
+  const std::size_t count = detail::appendAsUtf16BigEndian(units, text);
+  if (count == std::string::npos) {
+    throw PropertyListError("cannot write the property list: a text is not valid UTF-8");
+  }
+  header(0x60, count);
+  leaves_.append(units);
+  return uniqueTail(start);
+}
+
+void BinaryPropertyListWriter::key(std::string_view name) { pending_.push_back(textId(name)); }
+void BinaryPropertyListWriter::value(std::string_view text) { pending_.push_back(textId(text)); }
+
+void BinaryPropertyListWriter::value(bool value) {
+  const std::size_t start = leaves_.size();
+  byte(value ? 0x09 : 0x08);
+  pending_.push_back(uniqueTail(start));
+}
+
+void BinaryPropertyListWriter::value(std::int64_t value) {
+  const std::size_t start = leaves_.size();
+  // Only the eight-byte form is signed.
+  const unsigned size = value < 0 ? 8 : bytesFor(static_cast<std::uint64_t>(value));
+  byte(0x10U | static_cast<unsigned>(std::countr_zero(size)));
+  bigEndian(static_cast<std::uint64_t>(value), size);
+  pending_.push_back(uniqueTail(start));
+}
+
+void BinaryPropertyListWriter::value(std::uint64_t value) {
+  if (value <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+    return this->value(static_cast<std::int64_t>(value));
+  }
+  const std::size_t start = leaves_.size();
+  byte(0x14);
+  bigEndian(0, 8);
+  bigEndian(value, 8);
+  pending_.push_back(uniqueTail(start));
+}
+
+void BinaryPropertyListWriter::value(double value) {
+  const std::size_t start = leaves_.size();
+  byte(0x23);
+  bigEndian(std::bit_cast<std::uint64_t>(value), 8);
+  pending_.push_back(uniqueTail(start));
+}
+
+void BinaryPropertyListWriter::value(Date value) {
+  const std::size_t start = leaves_.size();
+  byte(0x33);
+  bigEndian(std::bit_cast<std::uint64_t>(timeIntervalSinceReferenceDate(value)), 8);
+  pending_.push_back(uniqueTail(start));
+}
+
+void BinaryPropertyListWriter::value(PropertyList::UID value) {
+  const std::size_t start = leaves_.size();
+  const unsigned size = bytesFor(value.value);
+  byte(0x80U | (size - 1));
+  bigEndian(value.value, size);
+  pending_.push_back(uniqueTail(start));
+}
+
+void BinaryPropertyListWriter::value(DataView bytes) {
+  const std::size_t start = leaves_.size();
+  header(0x40, bytes.size());
+  leaves_.append(textOf(bytes));
+  pending_.push_back(uniqueTail(start));
+}
+
+void BinaryPropertyListWriter::begin(bool isDictionary) {
+  if (open_.size() >= static_cast<std::size_t>(kMaxPropertyListDepth)) {
+    throw PropertyListError("cannot write the property list: it is nested too deep");
+  }
+  const std::uint32_t id = newId(0);
+  pending_.push_back(id);
+  open_.push_back({id, isDictionary, pending_.size(), 0});
+}
+
+void BinaryPropertyListWriter::end() {
+  Container container = open_.back();
+  open_.pop_back();
+  const auto first = pending_.begin() + static_cast<std::ptrdiff_t>(container.firstReference);
+  container.references = pending_.size() - container.firstReference;
+  container.firstReference = references_.size();
+  references_.insert(references_.end(), first, pending_.end());
+  pending_.erase(first, pending_.end());
+  ended_.push_back(container);
+}
+
+void BinaryPropertyListWriter::emitContainer(Data& out, const Container& container,
+                                             unsigned referenceSize) const {
+  const std::size_t step = container.isDictionary ? 2 : 1;
+  appendHeader(out, container.isDictionary ? 0xD0 : 0xA0, container.references / step);
+  const std::size_t start = out.size();
+  out.resize(start + container.references * referenceSize);
+  char* at = reinterpret_cast<char*>(out.data()) + start;
+  const std::uint32_t* first = references_.data() + container.firstReference;
+  for (std::size_t column = 0; column < step; ++column) {
+    for (std::size_t i = column; i < container.references; i += step) {
+      at = putBigEndian(at, first[i], referenceSize);
+    }
+  }
+}
+
+Data BinaryPropertyListWriter::finish() {
+  const unsigned referenceSize = bytesFor(offsets_.size() - 1);
+  Data out;
+  out.reserve(kHeader.size() + leaves_.size() + references_.size() * referenceSize +
+              ended_.size() * 6 + offsets_.size() * 8 + 32);
+  const DataView header = bytesOf(kHeader);
+  const DataView leaves = bytesOf(leaves_);
+  out.insert(out.end(), header.begin(), header.end());
+  out.insert(out.end(), leaves.begin(), leaves.end());
+  for (std::uint64_t& offset : offsets_) offset += kHeader.size();
+  for (const Container& container : ended_) {
+    offsets_[container.id] = out.size();
+    emitContainer(out, container, referenceSize);
+  }
+
+  const std::uint64_t tableOffset = out.size();
+  const unsigned offsetSize = bytesFor(tableOffset);
+  out.resize(out.size() + offsets_.size() * offsetSize + 6);
+  char* at = reinterpret_cast<char*>(out.data()) + tableOffset;
+  for (const std::uint64_t offset : offsets_) at = putBigEndian(at, offset, offsetSize);
+  appendBigEndian(out, offsetSize, 1);
+  appendBigEndian(out, referenceSize, 1);
+  appendBigEndian(out, offsets_.size(), 8);
+  appendBigEndian(out, pending_.front(), 8);
+  appendBigEndian(out, tableOffset, 8);
+  *this = BinaryPropertyListWriter();
+  return out;
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,115 @@
+#include <unicode/locid.h>
+#include <unicode/ulocdata.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
+
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Text/Locale.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+constexpr std::string_view kDefaultIdentifier = "en_US";
+
+std::string canonicalIdentifier(std::string_view identifier) {
+  if (identifier.empty() || identifier == "C" || identifier == "POSIX") {
+    return std::string(kDefaultIdentifier);
+  }
+  const auto locale = icu::Locale::createCanonical(std::string(identifier).c_str());
+  const std::string_view language = locale.isBogus() ? "" : locale.getLanguage();
+  // ICU passes on what is no language code; those have 2 to 8 letters.
+  const bool isCode = language.size() >= 2 && language.size() <= 8 &&
+                      std::ranges::all_of(language, [](char c) { return c >= 'a' && c <= 'z'; });
+  return isCode ? locale.getName() : std::string(kDefaultIdentifier);
+}
+
+/// The locale of a value such as "sr_RS.UTF-8@latin": the encoding says nothing about it, and of
+/// the modifiers only those that name a script do.
+Locale localeFromEnvironment(std::string_view value) {
+  const auto modifierBegin = std::min(value.find('@'), value.size());
+  const std::string_view modifier = value.substr(modifierBegin);
+  std::string name(value.substr(0, std::min(value.find('.'), modifierBegin)));
+  const char* script = modifier == "@latin" ? "_Latn" : modifier == "@cyrillic" ? "_Cyrl" : "";
+  name.insert(std::min(name.find('_'), name.size()), script);
+  return Locale(name);
+}
+
+std::string_view environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+class EnvironmentLocaleService final : public LocaleService {
+ public:
+  EnvironmentLocaleService() { EnvironmentLocaleService::reload(); }
+
+  Locale current() const override {
+    const std::lock_guard lock(mutex_);
+    return current_;
+  }
+
+  std::vector<std::string> preferredLanguages() const override {
+    const std::lock_guard lock(mutex_);
+    return languages_;
+  }
+
+ private:
+  void reload() override {
+    std::string_view name;
+    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+      name = environment(variable);
+      if (!name.empty()) break;
+    }
+    const Locale locale = localeFromEnvironment(name);
+
+    std::vector<std::string> languages;
+    std::string_view list = environment("LANGUAGE");
+    while (!list.empty()) {
+      const auto end = std::min(list.find(':'), list.size());
+      if (end > 0) {
+        auto tag = localeFromEnvironment(list.substr(0, end)).languageTag();
+        if (std::ranges::find(languages, tag) == languages.end()) {
+          languages.push_back(std::move(tag));
+        }
+      }
+      list.remove_prefix(std::min(end + 1, list.size()));
+    }
+    if (languages.empty()) languages.push_back(locale.languageTag());
+
+    const std::lock_guard lock(mutex_);
+    current_ = locale;
+    languages_ = std::move(languages);
+  }
+
+  mutable std::mutex mutex_;
+  Locale current_{kDefaultIdentifier};
+  std::vector<std::string> languages_;
+};
+
+}  // namespace
+
+Locale::Locale(std::string_view identifier) : identifier_(canonicalIdentifier(identifier)) {}
+
+Locale Locale::current() { return services().locale.get().current(); }
+
+std::string Locale::languageTag() const {
+  UErrorCode status = U_ZERO_ERROR;
+  return icu::Locale(identifier_.c_str()).toLanguageTag<std::string>(status);
+}
+
+std::string Locale::languageCode() const { return icu::Locale(identifier_.c_str()).getLanguage(); }
+
+std::string Locale::regionCode() const { return icu::Locale(identifier_.c_str()).getCountry(); }
+
+bool Locale::usesMetricSystem() const {
+  UErrorCode status = U_ZERO_ERROR;
+  return ulocdata_getMeasurementSystem(identifier_.c_str(), &status) != UMS_US;
+}
+
+std::shared_ptr<LocaleService> makeSystemLocaleService() {
+  return std::make_shared<EnvironmentLocaleService>();
+}
+
+}  // namespace ombrix::platform

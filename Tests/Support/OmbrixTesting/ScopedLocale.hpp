@@ -1,0 +1,61 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Text/Locale.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
+
+namespace ombrix::testing {
+
+/// Makes one locale the current one during its scope. Any thread may read the locale meanwhile.
+class ScopedLocale {
+ public:
+  /// @param languages The preferred languages; the locale's own when empty.
+  explicit ScopedLocale(std::string_view identifier, std::vector<std::string> languages = {})
+      : service_(std::make_shared<Service>()), scoped_(platform::services().locale, service_) {
+    service_->set(identifier, std::move(languages));
+  }
+
+  /// Changes the locale and tells so, as a host does when the user has changed it.
+  void change(std::string_view identifier, std::vector<std::string> languages = {}) {
+    service_->set(identifier, std::move(languages));
+    service_->localeDidChange();
+  }
+
+ private:
+  class Service final : public platform::LocaleService {
+   public:
+    void set(std::string_view identifier, std::vector<std::string> languages) {
+      const std::lock_guard lock(mutex_);
+      locale_ = platform::Locale(identifier);
+      languages_ = std::move(languages);
+      if (languages_.empty()) languages_.push_back(locale_.languageTag());
+    }
+
+    platform::Locale current() const override {
+      const std::lock_guard lock(mutex_);
+      return locale_;
+    }
+    std::vector<std::string> preferredLanguages() const override {
+      const std::lock_guard lock(mutex_);
+      return languages_;
+    }
+
+   private:
+    void reload() override {}
+
+    mutable std::mutex mutex_;
+    platform::Locale locale_{"en_US"};
+    std::vector<std::string> languages_;
+  };
+
+  std::shared_ptr<Service> service_;
+  ScopedService<platform::LocaleService> scoped_;
+};
+
+}  // namespace ombrix::testing
