@@ -1,0 +1,13 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix::platform {
+
+/// The text that bytes in UTF-8 stand for; nothing when they are not valid UTF-8. Any thread.
+std::optional<std::string> stringFromUTF8(DataView bytes);
+
+}  // namespace ombrix::platform
