@@ -1,0 +1,61 @@
+#pragma once
+
+#include <unicode/listformatter.h>
+#include <unicode/numberformatter.h>
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "OmbrixPlatform/Measure/NSDateComponents.hpp"
+#include "OmbrixPlatform/Text/Locale.hpp"
+
+namespace ombrix::platform::detail {
+
+/// Days, hours, minutes and seconds, from the largest.
+inline constexpr std::size_t kDurationUnitCount = 4;
+
+/// Wide enough for the sum of four 64-bit parts in seconds.
+__extension__ typedef __int128 Int128;
+
+/// A part of a span: an index into those units, and how many of it.
+struct DurationPart {
+  std::size_t unit;
+  Int128 amount;
+};
+
+/// The ICU objects that write spans of time in one locale: a formatter for every unit and width,
+/// the list patterns and the clock's separator. Made once per process and locale. Any thread.
+class IcuDurationFormat {
+ public:
+  enum class Width { narrow, abbreviated, wide };
+
+  /// The one for a locale, made on first use; null when ICU cannot make it.
+  static std::shared_ptr<const IcuDurationFormat> shared(const Locale& locale);
+
+  /// "1h 2m": every part with its label, joined as the locale joins units.
+  [[nodiscard]] std::optional<std::string> labelled(std::span<const DurationPart> parts,
+                                                    Width width) const;
+
+  /// "1:02:05": neighbouring parts up to hours, all but the first with two digits. One part is a
+  /// plain number.
+  [[nodiscard]] std::optional<std::string> positional(std::span<const DurationPart> parts) const;
+
+ private:
+  struct Widened {
+    std::array<icu::number::LocalizedNumberFormatter, kDurationUnitCount> units;
+    std::unique_ptr<icu::ListFormatter> list;
+  };
+
+  static std::shared_ptr<const IcuDurationFormat> make(const Locale& locale);
+
+  std::array<Widened, 3> widths_;
+  icu::number::LocalizedNumberFormatter plain_;
+  icu::number::LocalizedNumberFormatter twoDigits_;
+  icu::UnicodeString separator_;
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,132 @@
+#include "OmbrixPlatform/Measure/Detail/IcuNumberFormat.hpp"
+
+#include <unicode/dcfmtsym.h>
+#include <unicode/measunit.h>
+
+#include <algorithm>
+#include <utility>
+
+namespace ombrix::platform::detail {
+namespace {
+
+using Settings = NSNumberFormatter::Settings;
+
+// Far more than a process shows at a time; beyond it the cache starts afresh, and formatters in
+// use keep their tables.
+constexpr std::size_t kMaximumCachedFormats = 128;
+
+icu::UnicodeString unicode(std::string_view text) {
+  return icu::UnicodeString::fromUTF8({text.data(), static_cast<std::int32_t>(text.size())});
+}
+
+icu::DecimalFormat::ERoundingMode icuRoundingMode(NSNumberFormatterRoundingMode mode) {
+  switch (mode) {
+    case NSNumberFormatterRoundingMode::halfEven:
+      return icu::DecimalFormat::kRoundHalfEven;
+    case NSNumberFormatterRoundingMode::halfUp:
+      return icu::DecimalFormat::kRoundHalfUp;
+    case NSNumberFormatterRoundingMode::down:
+      return icu::DecimalFormat::kRoundDown;
+  }
+  return icu::DecimalFormat::kRoundHalfEven;
+}
+
+void setSymbols(icu::DecimalFormat& decimal, const Settings& settings) {
+  auto symbols = std::make_unique<icu::DecimalFormatSymbols>(*decimal.getDecimalFormatSymbols());
+  if (settings.decimalSeparator) {
+    symbols->setSymbol(icu::DecimalFormatSymbols::kDecimalSeparatorSymbol,
+                       unicode(*settings.decimalSeparator));
+  }
+  if (settings.groupingSeparator) {
+    symbols->setSymbol(icu::DecimalFormatSymbols::kGroupingSeparatorSymbol,
+                       unicode(*settings.groupingSeparator));
+  }
+  decimal.adoptDecimalFormatSymbols(symbols.release());
+}
+
+std::shared_ptr<const IcuNumberFormat> make(const Settings& settings) {
+  UErrorCode status = U_ZERO_ERROR;
+  std::unique_ptr<icu::NumberFormat> format(
+      icu::NumberFormat::createInstance(icuLocale(settings.locale), UNUM_DECIMAL, status));
+  if (U_FAILURE(status) || dynamic_cast<icu::DecimalFormat*>(format.get()) == nullptr) return {};
+  std::unique_ptr<icu::DecimalFormat> decimal(static_cast<icu::DecimalFormat*>(format.release()));
+
+  decimal->setMinimumFractionDigits(settings.minimumFractionDigits);
+  decimal->setMaximumFractionDigits(settings.maximumFractionDigits);
+  // As the locale groups: Spanish leaves 1036 as it is and writes 12.345.
+  decimal->setMinimumGroupingDigits(UNUM_MINIMUM_GROUPING_DIGITS_AUTO);
+  decimal->setRoundingMode(icuRoundingMode(settings.roundingMode));
+  if (!settings.positiveSuffix.empty()) {
+    decimal->setPositiveSuffix(unicode(settings.positiveSuffix));
+  }
+  if (settings.decimalSeparator || settings.groupingSeparator) setSymbols(*decimal, settings);
+
+  const auto* plain = decimal->toNumberFormatter(status);
+  if (U_FAILURE(status) || plain == nullptr) return {};
+  return std::make_shared<const IcuNumberFormat>(std::move(decimal), *plain);
+}
+
+}  // namespace
+
+std::shared_ptr<const IcuNumberFormat> IcuNumberFormat::shared(const Settings& settings) {
+  struct Cache {
+    std::mutex mutex;
+    std::vector<std::pair<Settings, std::shared_ptr<const IcuNumberFormat>>> formats;
+  };
+  static Cache& cache = *new Cache;
+  const std::lock_guard lock(cache.mutex);
+  const auto found =
+      std::ranges::find(cache.formats, settings, &decltype(cache.formats)::value_type::first);
+  if (found != cache.formats.end()) return found->second;
+  auto made = make(settings);
+  if (made) {
+    if (cache.formats.size() == kMaximumCachedFormats) cache.formats.clear();
+    cache.formats.emplace_back(settings, made);
+  }
+  return made;
+}
+
+const IcuUnitFormat* IcuNumberFormat::unitFormat(std::string_view unit,
+                                                 UNumberUnitWidth width) const {
+  const std::lock_guard lock(unitFormatsMutex_);
+  for (const auto& known : unitFormats_) {
+    if (known->unit == unit && known->width == width) return known.get();
+  }
+  UErrorCode status = U_ZERO_ERROR;
+  const auto measureUnit = icu::MeasureUnit::forIdentifier(
+      {unit.data(), static_cast<std::int32_t>(unit.size())}, status);
+  if (U_FAILURE(status)) return nullptr;
+  unitFormats_.push_back(std::make_unique<const IcuUnitFormat>(
+      std::string(unit), width, plain_.unit(measureUnit).unitWidth(width)));
+  return unitFormats_.back().get();
+}
+
+std::optional<double> IcuNumberFormat::parse(std::string_view text) const {
+  const icu::UnicodeString source = unicode(text);
+  icu::ParsePosition position;
+  icu::Formattable result;
+  decimal_->parse(source, result, position);
+  if (position.getIndex() == 0 || position.getIndex() != source.length()) return std::nullopt;
+  UErrorCode status = U_ZERO_ERROR;
+  const double number = result.getDouble(status);
+  if (U_FAILURE(status)) return std::nullopt;
+  return number;
+}
+
+std::optional<std::string> text(const icu::number::LocalizedNumberFormatter& formatter,
+                                double number) {
+  UErrorCode status = U_ZERO_ERROR;
+  // Named, since its text would dangle when it was taken from a temporary.
+  const icu::number::FormattedNumber formatted = formatter.formatDouble(number, status);
+  const icu::UnicodeString characters = formatted.toTempString(status);
+  if (U_FAILURE(status)) return std::nullopt;
+  return utf8(characters);
+}
+
+std::string utf8(const icu::UnicodeString& text) {
+  std::string result;
+  text.toUTF8String(result);
+  return result;
+}
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,73 @@
+#include "OmbrixPlatform/Measure/NSMeasurementFormatter.hpp"
+
+#include <utility>
+
+#include "OmbrixPlatform/Measure/Detail/IcuNumberFormat.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+UNumberUnitWidth icuWidth(NSFormattingUnitStyle style) {
+  switch (style) {
+    case NSFormattingUnitStyle::shortStyle:
+      return UNUM_UNIT_WIDTH_NARROW;
+    case NSFormattingUnitStyle::mediumStyle:
+      return UNUM_UNIT_WIDTH_SHORT;
+    case NSFormattingUnitStyle::longStyle:
+      return UNUM_UNIT_WIDTH_FULL_NAME;
+  }
+  return UNUM_UNIT_WIDTH_SHORT;
+}
+
+}  // namespace
+
+NSMeasurementFormatter::NSMeasurementFormatter(NSFormattingUnitStyle unitStyle,
+                                               NSNumberFormatter numberFormatter)
+    : unitStyle_(unitStyle), numberFormatter_(std::move(numberFormatter)) {}
+
+void NSMeasurementFormatter::setUnitStyle(NSFormattingUnitStyle style) {
+  unitStyle_ = style;
+  knownUnits_.clear();
+}
+
+void NSMeasurementFormatter::setNumberFormatter(NSNumberFormatter formatter) {
+  numberFormatter_ = std::move(formatter);
+  knownUnits_.clear();
+}
+
+const detail::IcuUnitFormat* NSMeasurementFormatter::format(std::string_view identifier) {
+  for (const KnownUnit& known : knownUnits_) {
+    if (known.identifier == identifier) return known.format;
+  }
+  const detail::IcuUnitFormat* format =
+      numberFormatter_.format_->unitFormat(identifier, icuWidth(unitStyle_));
+  if (format != nullptr) knownUnits_.push_back({identifier, format});
+  return format;
+}
+
+std::optional<std::string> NSMeasurementFormatter::string(double value, const NSDimension& unit) {
+  if (!numberFormatter_.format_) return std::nullopt;
+  if (!unit.identifier().empty()) {
+    const detail::IcuUnitFormat* known = format(unit.identifier());
+    return known == nullptr ? std::nullopt : detail::text(known->formatter, value);
+  }
+  auto text = numberFormatter_.string(value);
+  if (text) text->append(" ").append(unit.symbol());
+  return text;
+}
+
+std::optional<std::string> NSMeasurementFormatter::string(const FormatterObject& object) {
+  const AnyMeasurement* any = object.measurement();
+  if (any == nullptr) return std::nullopt;
+  return std::visit([this](const auto& measurement) { return string(measurement); }, *any);
+}
+
+std::expected<AnyMeasurement, std::string> NSMeasurementFormatter::getObjectValue(
+    std::string_view text, const AnyUnit& unit) const {
+  const std::optional<double> number = numberFormatter_.number(text);
+  if (!number) return std::unexpected("The text “" + std::string(text) + "” is not a number.");
+  return std::visit([&](const auto& known) { return AnyMeasurement(Measurement(*number, known)); },
+                    unit);
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <expected>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixPlatform/Measure/Measurement.hpp"
+#include "OmbrixPlatform/Measure/NSFormatter.hpp"
+#include "OmbrixPlatform/Measure/NSNumberFormatter.hpp"
+
+namespace ombrix::platform {
+
+namespace detail {
+struct IcuUnitFormat;
+}
+
+/// How much of a unit's name is written: "′", "ft", "feet". `mediumStyle` leaves a short symbol,
+/// `shortStyle` the shortest one.
+enum class NSFormattingUnitStyle { shortStyle = 1, mediumStyle = 2, longStyle = 3 };
+
+/// Writes measurements: a number and its unit, in the way of the number formatter's locale. The
+/// unit is always the one provided; no locale swaps it for another.
+///
+/// A unit that locale data does not name is written as the number, one space and its symbol.
+/// An instance serves one thread at a time.
+class NSMeasurementFormatter final : public NSFormatter {
+ public:
+  NSMeasurementFormatter(NSFormattingUnitStyle unitStyle, NSNumberFormatter numberFormatter);
+
+  [[nodiscard]] NSFormattingUnitStyle unitStyle() const noexcept { return unitStyle_; }
+  void setUnitStyle(NSFormattingUnitStyle style);
+
+  [[nodiscard]] const NSNumberFormatter& numberFormatter() const noexcept {
+    return numberFormatter_;
+  }
+  void setNumberFormatter(NSNumberFormatter formatter);
+
+  /// The measurement's text in UTF-8; nothing when the locale data is missing altogether.
+  std::optional<std::string> string(double value, const NSDimension& unit);
+  template <class Unit>
+  std::optional<std::string> string(const Measurement<Unit>& measurement) {
+    return string(measurement.value, measurement.unit);
+  }
+  /// The same for an object that is a measurement; nothing for any other.
+  std::optional<std::string> string(const FormatterObject& object) override;
+
+  /// Reads a number as the number formatter writes it and gives it in `unit`, or a sentence about
+  /// the text that is no such number.
+  [[nodiscard]] std::expected<AnyMeasurement, std::string> getObjectValue(
+      std::string_view text, const AnyUnit& unit) const;
+
+ private:
+  // A unit that was written before, with the tables for it; the number formatter keeps them alive.
+  struct KnownUnit {
+    std::string_view identifier;
+    const detail::IcuUnitFormat* format;
+  };
+  const detail::IcuUnitFormat* format(std::string_view identifier);
+
+  NSFormattingUnitStyle unitStyle_;
+  NSNumberFormatter numberFormatter_;
+  std::vector<KnownUnit> knownUnits_;  // one or two in an instance's life
+};
+
+}  // namespace ombrix::platform

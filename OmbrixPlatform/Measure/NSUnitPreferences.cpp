@@ -1,0 +1,70 @@
+#include <unicode/measunit.h>
+#include <unicode/numberformatter.h>
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "OmbrixPlatform/Measure/Detail/IcuNumberFormat.hpp"
+#include "OmbrixPlatform/Measure/NSUnit.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+/// What to ask a locale about: a usage of Unicode's unit preferences and an amount. The amount is
+/// fixed, since the answer may depend on it (a baby's weight is in pounds where a person's is in
+/// stones).
+struct Question {
+  const char* usage;
+  const char* unit;
+  double amount;
+};
+
+constexpr Question kPersonWeight{"person", "kilogram", 70};
+constexpr Question kWeather{"weather", "celsius", 10};
+
+std::string ask(const Locale& asked, const Question& question) {
+  UErrorCode status = U_ZERO_ERROR;
+  icu::Locale locale = detail::icuLocale(asked);
+  // Plain "en" has no region of its own to answer for; with its likely one it does.
+  locale.addLikelySubtags(status);
+  const auto formatted = icu::number::NumberFormatter::withLocale(locale)
+                             .usage(question.usage)
+                             .unit(icu::MeasureUnit::forIdentifier(question.unit, status))
+                             .formatDouble(question.amount, status);
+  const icu::MeasureUnit unit = formatted.getOutputUnit(status);
+  return U_FAILURE(status) ? question.unit : unit.getIdentifier();
+}
+
+/// The locale's answer, asked once per process: asking costs 200 µs.
+std::string preferredUnit(const Locale& locale, const Question& question) {
+  struct Cache {
+    std::mutex mutex;
+    std::map<std::pair<std::string, const Question*>, std::string> answers;
+  };
+  static Cache& cache = *new Cache;
+  std::pair key(locale.identifier(), &question);
+  const std::lock_guard lock(cache.mutex);
+  if (const auto known = cache.answers.find(key); known != cache.answers.end()) {
+    return known->second;
+  }
+  return cache.answers.emplace(std::move(key), ask(locale, question)).first->second;
+}
+
+}  // namespace
+
+NSUnitMass NSUnitMass::forLocale(const Locale& locale, Usage) {
+  const std::string unit = preferredUnit(locale, kPersonWeight);
+  return unit == "kilogram" ? kilograms() : pounds();
+}
+
+NSUnitTemperature NSUnitTemperature::forLocale(const Locale& locale, Usage) {
+  return preferredUnit(locale, kWeather) == "fahrenheit" ? fahrenheit() : celsius();
+}
+
+NSUnitEnergy NSUnitEnergy::forLocale(const Locale&, Usage) {
+  // Unicode's data knows no workout and would answer with kilowatt-hours.
+  return kilocalories();
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,148 @@
+#include "OmbrixPlatform/Measure/NSMeasurementFormatter.hpp"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <thread>
+#include <vector>
+
+namespace ombrix::platform {
+namespace {
+
+using Rounding = NSNumberFormatterRoundingMode;
+
+constexpr double kInfinity = std::numeric_limits<double>::infinity();
+
+// Catches half-even rounding, rounding of the binary value, and a suffix on negative numbers.
+TEST(NSNumberFormatterTests, WritesNumbersAsSet) {
+  struct Case {
+    const char* locale;
+    int digits;
+    Rounding rounding;
+    const char* suffix;
+    double number;
+    const char* text;
+  };
+  const Case cases[] = {
+      {"en_US", 1, Rounding::halfUp, "", 0.25, "0.3"},
+      {"en_US", 1, Rounding::halfUp, "", 1.05, "1.1"},
+      {"en_US", 1, Rounding::halfEven, "", 0.25, "0.2"},
+      {"en_US", 2, Rounding::halfUp, "", 2.675, "2.68"},
+      {"en_US", 1, Rounding::down, "k", 0.29, "0.2k"},
+      {"en_US", 1, Rounding::down, "k", 1'000, "1,000.0k"},
+      {"en_US", 1, Rounding::down, "k", -1.29, "-1.2"},
+      {"en_US", 0, Rounding::halfUp, "", -0.4, "-0"},
+      {"en_US", 0, Rounding::halfUp, "", kInfinity, "∞"},
+      {"de_DE", 1, Rounding::halfUp, "", 1'036, "1.036,0"},
+      {"fr_FR", 1, Rounding::halfUp, "", 1'036, "1\u202f036,0"},
+      {"es_ES", 0, Rounding::halfUp, "", 1'036, "1036"},
+      {"es_ES", 0, Rounding::halfUp, "", 12'345, "12.345"},
+      {"ar_EG", 1, Rounding::halfUp, "", 1'036, "١٬٠٣٦٫٠"},
+      {"", 1, Rounding::halfUp, "", 1'036, "1,036.0"},
+  };
+  for (const Case& test : cases) {
+    const NSNumberFormatter formatter({.locale = Locale(test.locale),
+                                       .minimumFractionDigits = test.digits,
+                                       .maximumFractionDigits = test.digits,
+                                       .roundingMode = test.rounding,
+                                       .positiveSuffix = test.suffix});
+    EXPECT_EQ(formatter.string(test.number), test.text) << test.locale;
+  }
+  const NSNumberFormatter bare(
+      {.locale = Locale("en_US"), .decimalSeparator = "", .groupingSeparator = ""});
+  EXPECT_EQ(bare.string(1'234'567), "1234567");
+}
+
+// Catches a number taken from the front of a text that goes on.
+TEST(NSNumberFormatterTests, ReadsWholeNumbersOnly) {
+  const NSNumberFormatter english({.locale = Locale("en_US"), .maximumFractionDigits = 1});
+  const NSNumberFormatter german({.locale = Locale("de_DE"), .maximumFractionDigits = 1});
+  EXPECT_EQ(english.number("1,036.5"), 1'036.5);
+  EXPECT_EQ(german.number("1.036,5"), 1'036.5);
+  EXPECT_EQ(english.number("-3"), -3);
+  for (const char* text : {"", " ", "12 km", "twelve", "1.2.3", "\xff"}) {
+    EXPECT_EQ(english.number(text), std::nullopt) << text;
+  }
+}
+
+// Catches a wrong width for a style, in each kind of locale.
+TEST(NSMeasurementFormatterTests, WritesTheUnitInEachStyle) {
+  struct Case {
+    const char* locale;
+    AnyUnit unit;
+    const char *shortText, *mediumText, *longText;
+  };
+  const AnyUnit kmh = NSUnitSpeed::kilometersPerHour(), mph = NSUnitSpeed::milesPerHour();
+  const AnyUnit ft = NSUnitLength::feet(), in = NSUnitLength::inches(), lb = NSUnitMass::pounds();
+  const AnyUnit deg = NSUnitAngle::degrees(), celsius = NSUnitTemperature::celsius();
+  const AnyUnit bpm = NSUnitFrequency("bpm", NSUnitConverterLinear(60));
+  const Case cases[] = {
+      {"en_US", kmh, "1,036.0km/h", "1,036.0 km/h", "1,036.0 kilometers per hour"},
+      {"en_US", mph, "1,036.0mph", "1,036.0 mph", "1,036.0 miles per hour"},
+      {"en_US", ft, "1,036.0′", "1,036.0 ft", "1,036.0 feet"},
+      {"en_US", in, "1,036.0″", "1,036.0 in", "1,036.0 inches"},
+      {"en_US", lb, "1,036.0#", "1,036.0 lb", "1,036.0 pounds"},
+      {"en_GB", lb, "1,036.0lb", "1,036.0 lb", "1,036.0 pounds"},
+      {"en_US", deg, "1,036.0°", "1,036.0 deg", "1,036.0 degrees"},
+      {"en_US", celsius, "1,036.0°C", "1,036.0°C", "1,036.0 degrees Celsius"},
+      {"en_US", bpm, "1,036.0 bpm", "1,036.0 bpm", "1,036.0 bpm"},
+      {"de_DE", kmh, "1.036,0 km/h", "1.036,0 km/h", "1.036,0 Kilometer pro Stunde"},
+      {"de_DE", ft, "1.036,0 ft", "1.036,0 ft", "1.036,0 Fuß"},
+      {"de_DE", celsius, "1.036,0 °C", "1.036,0 °C", "1.036,0 Grad Celsius"},
+      {"fr_FR", kmh, "1\u202f036,0km/h", "1\u202f036,0\u202fkm/h",
+       "1\u202f036,0\u00a0kilomètres par heure"},
+      {"fr_FR", ft, "1\u202f036,0′", "1\u202f036,0\u202fpi", "1\u202f036,0 pieds"},
+  };
+  for (const Case& test : cases) {
+    const auto text = [&](NSFormattingUnitStyle style) {
+      NSMeasurementFormatter formatter(style,
+                                       NSNumberFormatter({.locale = Locale(test.locale),
+                                                          .minimumFractionDigits = 1,
+                                                          .maximumFractionDigits = 1,
+                                                          .roundingMode = Rounding::halfUp}));
+      return std::visit([&](const auto& unit) { return formatter.string(1'036.0, unit); },
+                        test.unit);
+    };
+    EXPECT_EQ(text(NSFormattingUnitStyle::shortStyle), test.shortText) << test.locale;
+    EXPECT_EQ(text(NSFormattingUnitStyle::mediumStyle), test.mediumText) << test.locale;
+    EXPECT_EQ(text(NSFormattingUnitStyle::longStyle), test.longText) << test.locale;
+  }
+}
+
+// Catches tables kept for the style, the digits or the unit that were set before.
+TEST(NSMeasurementFormatterTests, ChangesTakeEffectAtOnce) {
+  NSMeasurementFormatter formatter(NSFormattingUnitStyle::mediumStyle,
+                                   NSNumberFormatter({.locale = Locale("en_US")}));
+  EXPECT_EQ(formatter.string(Measurement(3.0, NSUnitLength::feet())), "3 ft");
+  EXPECT_EQ(formatter.string(Measurement(3.0, NSUnitLength::miles())), "3 mi");
+  formatter.setUnitStyle(NSFormattingUnitStyle::longStyle);
+  EXPECT_EQ(formatter.string(Measurement(3.0, NSUnitLength::feet())), "3 feet");
+  formatter.setNumberFormatter(NSNumberFormatter({.locale = Locale("de_DE")}));
+  EXPECT_EQ(formatter.string(Measurement(3.0, NSUnitLength::feet())), "3 Fuß");
+
+  EXPECT_EQ(formatter.string(FormatterObject("3")), std::nullopt);
+  EXPECT_EQ(formatter.getObjectValue("3", NSUnitMass::pounds()),
+            AnyMeasurement(Measurement(3.0, NSUnitMass::pounds())));
+  EXPECT_EQ(formatter.getObjectValue("3 Fuß", NSUnitLength::feet()).error(),
+            "The text “3 Fuß” is not a number.");
+}
+
+// Catches a race on the tables that formatters of equal settings share (run it under tsan).
+TEST(NSMeasurementFormatterTests, FormattersOfSeveralThreadsShareTheirTables) {
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 8; ++i) {
+    threads.emplace_back([] {
+      NSMeasurementFormatter formatter(
+          NSFormattingUnitStyle::mediumStyle,
+          NSNumberFormatter(
+              {.locale = Locale("it_IT"), .minimumFractionDigits = 2, .maximumFractionDigits = 2}));
+      for (int round = 0; round < 50; ++round) {
+        EXPECT_EQ(formatter.string(Measurement(1.5, NSUnitLength::feet())), "1,50 ft");
+        EXPECT_EQ(formatter.string(Measurement(2.5, NSUnitMass::kilograms())), "2,50 kg");
+      }
+    });
+  }
+}
+
+}  // namespace
+}  // namespace ombrix::platform
