@@ -1,0 +1,174 @@
+#include <unicode/dcfmtsym.h>
+#include <unicode/smpdtfmt.h>
+#include <unicode/timezone.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <cstring>
+#include <mutex>
+
+#include "OmbrixPlatform/Text/DateFormatter.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+constexpr double kMaximumSecondsFrom1970 = 8.64e12;  // what ICU's calendars can tell
+constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
+constexpr int kMillisecondDigits = 3;
+
+/// The fraction of a second in a pattern: how many digits it asks for, and whether everything else
+/// stays the same for a whole second.
+struct Fraction {
+  int digits = 0;
+  bool isCacheable = true;
+};
+
+Fraction fractionIn(std::string_view pattern) {
+  Fraction fraction;
+  int runs = 0;
+  bool isQuoted = false;
+  char previous = '\0';
+  for (const char c : pattern) {
+    if (c == '\'') isQuoted = !isQuoted;
+    if (!isQuoted && c == 'S') {
+      runs += previous == 'S' ? 0 : 1;
+      ++fraction.digits;
+    }
+    if (!isQuoted && c == 'A') fraction.isCacheable = false;  // milliseconds in the day
+    previous = isQuoted ? '\0' : c;
+  }
+  fraction.isCacheable = fraction.isCacheable && runs <= 1;
+  return fraction;
+}
+
+/// The text of one second by one formatter, with the place where the fraction goes.
+struct SecondText {
+  std::uint64_t formatter = 0;
+  std::int64_t second = 0;
+  std::uint8_t fractionBegin = 0, fractionEnd = 0, size = 0;
+  std::array<char, 101> text{};
+};
+thread_local constinit SecondText lastSecond;
+
+std::uint64_t nextFormatter() {
+  static constinit std::atomic<std::uint64_t> made{0};
+  return ++made;
+}
+
+}  // namespace
+
+struct DateFormatter::Backing {
+  std::uint64_t identity = nextFormatter();
+  Fraction fraction;
+  std::array<std::string, 10> digits;
+  std::mutex mutex;  // guards `format`, which ICU does not share between threads
+  std::unique_ptr<icu::SimpleDateFormat> format;
+
+  void appendFraction(std::string& text, int milliseconds) const {
+    int place = 100;
+    for (int i = 0; i < fraction.digits; ++i, place /= 10) {
+      text.append(
+          digits[i < kMillisecondDigits ? static_cast<std::size_t>(milliseconds / place % 10)
+                                        : 0U]);
+    }
+  }
+
+  /// What ICU writes, and where in it the fraction stands (an empty range where it does not).
+  std::string formatted(std::int64_t milliseconds, std::size_t& begin, std::size_t& end) {
+    icu::UnicodeString text;
+    icu::FieldPosition position(UDAT_FRACTIONAL_SECOND_FIELD);
+    {
+      const std::lock_guard lock(mutex);
+      format->format(static_cast<UDate>(milliseconds), text, position);
+    }
+    const auto utf8 = [&](int32_t from, int32_t to) {
+      std::string part;
+      text.tempSubStringBetween(from, to).toUTF8String(part);
+      return part;
+    };
+    std::string result = utf8(0, position.getBeginIndex());
+    begin = result.size();
+    result.append(utf8(position.getBeginIndex(), position.getEndIndex()));
+    end = result.size();
+    return result.append(utf8(position.getEndIndex(), text.length()));
+  }
+};
+
+DateFormatter::DateFormatter(std::string_view dateFormat, const Locale& locale,
+                             std::string_view timeZone)
+    : backing_(std::make_unique<Backing>()) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::Locale icuLocale(locale.identifier().c_str());
+  const auto utf16 = [](std::string_view text) {
+    return icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
+  };
+  backing_->format = std::make_unique<icu::SimpleDateFormat>(utf16(dateFormat), icuLocale, status);
+  backing_->format->adoptTimeZone(timeZone.empty()
+                                      ? icu::TimeZone::createDefault()
+                                      : icu::TimeZone::createTimeZone(utf16(timeZone)));
+  backing_->format->setLenient(false);
+  backing_->fraction = fractionIn(dateFormat);
+  const icu::DecimalFormatSymbols symbols(icuLocale, status);
+  for (int32_t digit = 0; digit < 10; ++digit) {
+    symbols.getConstDigitSymbol(digit).toUTF8String(
+        backing_->digits[static_cast<std::size_t>(digit)]);
+  }
+}
+
+DateFormatter::~DateFormatter() = default;
+
+std::string DateFormatter::stringFrom(Date date) const {
+  std::string text;
+  appendTo(text, date);
+  return text;
+}
+
+void DateFormatter::appendTo(std::string& text, Date date) const {
+  const double seconds = timeIntervalSince1970(date);
+  if (!(std::abs(seconds) <= kMaximumSecondsFrom1970)) return;
+  // The double nearest to a decimal millisecond may lie below it: round to the microsecond first.
+  const std::int64_t microseconds = std::llround(seconds * double{kMicrosecondsPerSecond});
+  auto second = microseconds / kMicrosecondsPerSecond;
+  auto rest = microseconds % kMicrosecondsPerSecond;
+  if (rest < 0) {
+    --second;
+    rest += kMicrosecondsPerSecond;
+  }
+  const int milliseconds = static_cast<int>(rest / 1000);
+
+  SecondText& last = lastSecond;
+  if (last.formatter != backing_->identity || last.second != second) {
+    std::size_t begin = 0;
+    std::size_t end = 0;
+    const std::string fresh = backing_->formatted(second * 1000 + milliseconds, begin, end);
+    if (!backing_->fraction.isCacheable || fresh.size() > last.text.size()) {
+      text.append(fresh);
+      return;
+    }
+    last.formatter = backing_->identity;
+    last.second = second;
+    last.fractionBegin = static_cast<std::uint8_t>(begin);
+    last.fractionEnd = static_cast<std::uint8_t>(end);
+    last.size = static_cast<std::uint8_t>(fresh.size());
+    std::memcpy(last.text.data(), fresh.data(), fresh.size());
+  }
+  text.append(last.text.data(), last.fractionBegin);
+  if (last.fractionEnd > last.fractionBegin) backing_->appendFraction(text, milliseconds);
+  text.append(last.text.data() + last.fractionEnd,
+              static_cast<std::size_t>(last.size - last.fractionEnd));
+}
+
+std::optional<Date> DateFormatter::dateFrom(std::string_view text) const {
+  const auto utf16 = icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
+  icu::ParsePosition position(0);
+  const std::lock_guard lock(backing_->mutex);
+  const UDate date = backing_->format->parse(utf16, position);
+  if (position.getErrorIndex() != -1 || position.getIndex() != utf16.length() || utf16.isEmpty()) {
+    return std::nullopt;
+  }
+  return dateSince1970(date / 1000);
+}
+
+}  // namespace ombrix::platform
