@@ -1,0 +1,10 @@
+#pragma once
+
+#include <string>
+
+namespace ombrix::platform {
+
+/// The text in capitals, by the rules that hold without a language: "Fuß" gives "FUSS". Any thread.
+std::string uppercased(std::string text);
+
+}  // namespace ombrix::platform

@@ -1,0 +1,24 @@
+#include "OmbrixPlatform/Text/UTF16.hpp"
+
+#include <unicode/unistr.h>
+
+#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+
+namespace ombrix::platform {
+
+std::u16string utf16From(std::string_view utf8) {
+  // Value texts are short and often ASCII, where every byte is a unit.
+  if (detail::isAscii(utf8)) return {utf8.begin(), utf8.end()};
+  const auto text =
+      icu::UnicodeString::fromUTF8({utf8.data(), static_cast<std::int32_t>(utf8.size())});
+  return {text.getBuffer(), static_cast<std::size_t>(text.length())};
+}
+
+std::string utf8From(std::u16string_view utf16) {
+  std::string result;
+  icu::UnicodeString(false, utf16.data(), static_cast<std::int32_t>(utf16.size()))
+      .toUTF8String(result);
+  return result;
+}
+
+}  // namespace ombrix::platform
