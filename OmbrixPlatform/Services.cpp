@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Services.hpp"
 
+#include "OmbrixPlatform/Concurrency/MainLoop.hpp"
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -10,6 +11,7 @@ namespace ombrix::platform {
 Services::Services()
     : clock(&makeSystemClock),
       locale(&makeSystemLocaleService),
+      mainExecutor(&makeMainExecutor),
       systemLog(&makeSystemLog) {}
 // clang-format on
 

@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
 namespace ombrix::testing {
@@ -20,11 +21,14 @@ class ManualClock final : public platform::Clock {
     return steadyNow_;
   }
 
-  /// Moves both clocks forward.
+  /// Moves both clocks forward; timers that became due fire soon after, on the events thread.
   void advance(platform::TimeInterval span) {
-    const std::lock_guard lock(mutex_);
-    now_ += span;
-    steadyNow_ += std::chrono::duration_cast<std::chrono::steady_clock::duration>(span);
+    {
+      const std::lock_guard lock(mutex_);
+      now_ += span;
+      steadyNow_ += std::chrono::duration_cast<std::chrono::steady_clock::duration>(span);
+    }
+    platform::reconsiderTimers();
   }
 
   /// Sets the wall clock alone, as a user does; it may go back.

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <atomic>
+#include <utility>
+
+#include "OmbrixCore/Concurrency/UnfairLock.hpp"
+
+namespace ombrix {
+
+/// Runs one block once in its lifetime. Any thread.
+class DispatchOnce final {
+ public:
+  constexpr DispatchOnce() noexcept = default;
+  DispatchOnce(const DispatchOnce&) = delete;
+  DispatchOnce& operator=(const DispatchOnce&) = delete;
+
+  /// Runs the block unless one has run already; returns when that block has finished. The block
+  /// must not throw.
+  // Kept: the flag is set after the block and the lock is held meanwhile, so a block that calls
+  // `perform` on its own guard waits for ever; setting the flag first would let others pass before
+  // the block has finished.
+  template <class Block>
+  void perform(Block&& block) {
+    if (isInitialized_.load(std::memory_order_acquire)) [[likely]]
+      return;
+    performLocked(std::forward<Block>(block));
+  }
+
+ private:
+  template <class Block>
+  [[gnu::noinline]] void performLocked(Block&& block) {
+    lock_.sync([&]() noexcept {
+      if (isInitialized_.load(std::memory_order_relaxed)) return;
+      std::forward<Block>(block)();
+      isInitialized_.store(true, std::memory_order_release);
+    });
+  }
+
+  UnfairLock lock_;
+  std::atomic<bool> isInitialized_{false};
+};
+
+}  // namespace ombrix

@@ -1,0 +1,275 @@
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+
+#include <deque>
+#include <semaphore>
+
+#include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/Clock.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+// A serial queue gives its thread back after this many jobs, so that other queues get their turn.
+constexpr unsigned kJobsPerTurn = 64;
+
+// The queues that run on this thread, innermost first: a `sync` may nest them.
+struct CurrentQueue {
+  const void* state;
+  const CurrentQueue* outer;
+};
+thread_local const CurrentQueue* currentQueue = nullptr;
+
+class CurrentQueueScope {
+ public:
+  explicit CurrentQueueScope(const void* state) : current_{state, currentQueue} {
+    currentQueue = &current_;
+  }
+  ~CurrentQueueScope() { currentQueue = current_.outer; }
+  CurrentQueueScope(const CurrentQueueScope&) = delete;
+  CurrentQueueScope& operator=(const CurrentQueueScope&) = delete;
+
+ private:
+  CurrentQueue current_;
+};
+
+bool isCurrentState(const void* state) {
+  for (const auto* queue = currentQueue; queue; queue = queue->outer) {
+    if (queue->state == state) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+DispatchPriority dispatchPriority(QualityOfService qualityOfService) noexcept {
+  switch (qualityOfService) {
+    case QualityOfService::background:
+      return DispatchPriority::background;
+    case QualityOfService::utility:
+      return DispatchPriority::low;
+    case QualityOfService::unspecified:
+      return DispatchPriority::normal;
+    case QualityOfService::userInitiated:
+    case QualityOfService::userInteractive:
+      return DispatchPriority::high;
+  }
+  return DispatchPriority::normal;
+}
+
+// What jobs under way keep alive, so that a queue may be dropped while it works.
+struct DispatchQueue::State : std::enable_shared_from_this<State> {
+  struct Entry {
+    Job job;
+    bool isBarrier;
+  };
+
+  State(Kind queueKind, DispatchPriority lane) : kind(queueKind), priority(lane) {}
+
+  void enqueue(Job job, bool isBarrier) {
+    if (kind == Kind::concurrent) {
+      enqueueConcurrent(std::move(job), isBarrier);
+      return;
+    }
+    {
+      const std::lock_guard lock(mutex);
+      waiting.push_back({std::move(job), false});
+      if (std::exchange(isDraining, true)) return;
+    }
+    submitDrain();
+  }
+
+  void submitDrain() {
+    auto drain = [self = shared_from_this()] { self->drain(); };
+    if (kind == Kind::main) {
+      services().mainExecutor.shared()->post(std::move(drain));
+    } else {
+      ThreadPool::shared().post(std::move(drain), priority);
+    }
+  }
+
+  void drain() {
+    const CurrentQueueScope scope(this);
+    for (unsigned count = 0; count < kJobsPerTurn; ++count) {
+      Job job;
+      {
+        const std::lock_guard lock(mutex);
+        if (waiting.empty()) {
+          isDraining = false;
+          return;
+        }
+        job = std::move(waiting.front().job);
+        waiting.pop_front();
+      }
+      job();
+    }
+    submitDrain();
+  }
+
+  void enqueueConcurrent(Job job, bool isBarrier) {
+    {
+      const std::lock_guard lock(mutex);
+      const bool mustWait = barrierRuns || !waiting.empty() || (isBarrier && running > 0);
+      if (mustWait) {
+        waiting.push_back({std::move(job), isBarrier});
+        return;
+      }
+      ++running;
+      barrierRuns = isBarrier;
+    }
+    submit(std::move(job));
+  }
+
+  void submit(Job job) {
+    ThreadPool::shared().post(
+        [self = shared_from_this(), job = std::move(job)]() mutable {
+          {
+            const CurrentQueueScope scope(self.get());
+            job();
+            job = nullptr;
+          }
+          self->finishedOne();
+        },
+        priority);
+  }
+
+  void finishedOne() {
+    std::deque<Entry> startable;
+    {
+      const std::lock_guard lock(mutex);
+      --running;
+      barrierRuns = false;
+      while (!waiting.empty() && !barrierRuns) {
+        if (waiting.front().isBarrier) {
+          if (running > 0) break;
+          barrierRuns = true;
+        }
+        ++running;
+        startable.push_back(std::move(waiting.front()));
+        waiting.pop_front();
+      }
+    }
+    for (auto& entry : startable) submit(std::move(entry.job));
+  }
+
+  /// Runs the job on the calling thread when the serial queue is idle; false when it is not.
+  bool runInline(const std::function<void()>& job) {
+    if (kind != Kind::serial) return false;
+    {
+      const std::lock_guard lock(mutex);
+      if (std::exchange(isDraining, true)) return false;
+    }
+    {
+      const CurrentQueueScope scope(this);
+      job();
+    }
+    {
+      const std::lock_guard lock(mutex);
+      if (waiting.empty()) {
+        isDraining = false;
+        return true;
+      }
+    }
+    submitDrain();
+    return true;
+  }
+
+  const Kind kind;
+  const DispatchPriority priority;
+  FutexLock mutex;
+  std::deque<Entry> waiting;
+  bool isDraining = false;   // serial and main: someone is running jobs, or is about to
+  bool barrierRuns = false;  // concurrent
+  std::size_t running = 0;   // concurrent: handed to the pool and not finished
+};
+
+DispatchQueue::DispatchQueue(Passkey, Kind kind, std::string label,
+                             QualityOfService qualityOfService, DispatchPriority priority)
+    : label_(std::move(label)),
+      qualityOfService_(qualityOfService),
+      state_(std::make_shared<State>(kind, priority)) {}
+
+DispatchQueue::~DispatchQueue() = default;
+
+std::shared_ptr<DispatchQueue> DispatchQueue::serial(std::string label,
+                                                     QualityOfService qualityOfService) {
+  return std::make_shared<DispatchQueue>(Passkey{}, Kind::serial, std::move(label),
+                                         qualityOfService, dispatchPriority(qualityOfService));
+}
+
+std::shared_ptr<DispatchQueue> DispatchQueue::concurrent(std::string label,
+                                                         QualityOfService qualityOfService) {
+  return std::make_shared<DispatchQueue>(Passkey{}, Kind::concurrent, std::move(label),
+                                         qualityOfService, dispatchPriority(qualityOfService));
+}
+
+DispatchQueue& DispatchQueue::global(DispatchPriority priority) {
+  auto make = [](std::string label, QualityOfService qualityOfService, DispatchPriority lane) {
+    // Leaked: jobs may still run while the process ends.
+    return std::make_unique<std::shared_ptr<DispatchQueue>>(
+               std::make_shared<DispatchQueue>(Passkey{}, Kind::concurrent, std::move(label),
+                                               qualityOfService, lane))
+        .release();
+  };
+  static auto& high =
+      **make("global.high", QualityOfService::userInitiated, DispatchPriority::high);
+  static auto& normal =
+      **make("global.default", QualityOfService::unspecified, DispatchPriority::normal);
+  static auto& low = **make("global.low", QualityOfService::utility, DispatchPriority::low);
+  static auto& background =
+      **make("global.background", QualityOfService::background, DispatchPriority::background);
+  switch (priority) {
+    case DispatchPriority::high:
+      return high;
+    case DispatchPriority::normal:
+      return normal;
+    case DispatchPriority::low:
+      return low;
+    case DispatchPriority::background:
+      return background;
+  }
+  fatalError("unknown dispatch priority");
+}
+
+DispatchQueue& DispatchQueue::main() {
+  static auto& queue = **new auto(std::make_shared<DispatchQueue>(
+      Passkey{}, Kind::main, "main", QualityOfService::userInteractive, DispatchPriority::high));
+  return queue;
+}
+
+void DispatchQueue::async(Job job) { state_->enqueue(std::move(job), false); }
+
+void DispatchQueue::asyncBarrier(Job job) {
+  const bool isGlobal = this == &global(state_->priority);
+  state_->enqueue(std::move(job), !isGlobal);
+}
+
+void DispatchQueue::asyncAfter(std::chrono::steady_clock::time_point deadline, Job job) {
+  afterUncancellably(deadline, [self = shared_from_this(), job = std::move(job)]() mutable {
+    self->async(std::move(job));
+  });
+}
+
+void DispatchQueue::asyncAfter(std::chrono::duration<double> delay, Job job) {
+  asyncAfter(deadlineAfter(delay), std::move(job));
+}
+
+bool DispatchQueue::isCurrent() const noexcept { return isCurrentState(state_.get()); }
+
+void DispatchQueue::runAndWait(std::function<void()> job) {
+  if (state_->kind != Kind::concurrent && isCurrent()) {
+    fatalError("sync called on the serial queue it runs on: " + label_);
+  }
+  if (state_->runInline(job)) return;
+  std::binary_semaphore done{0};
+  async([&] {
+    job();
+    done.release();
+  });
+  const ThreadPool::BlockingScope blocking;
+  done.acquire();
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,122 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/Executor.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+
+namespace ombrix::platform {
+
+/// How urgent the work of a queue is; decides the lane of the thread pool it runs in.
+enum class QualityOfService : std::uint8_t {
+  unspecified,
+  background,
+  utility,
+  userInitiated,
+  userInteractive,
+};
+
+/// The pool lane of a quality of service.
+[[nodiscard]] DispatchPriority dispatchPriority(QualityOfService qualityOfService) noexcept;
+
+/// A queue of jobs: serial (one at a time, in order) or concurrent (as many as the pool runs).
+///
+/// Work already posted runs even when the last reference to its queue is dropped. All operations
+/// may be called from any thread.
+class DispatchQueue final : public Executor, public std::enable_shared_from_this<DispatchQueue> {
+  struct Passkey {};
+  enum class Kind : std::uint8_t { serial, concurrent, main };
+
+ public:
+  /// A new queue that runs one job at a time, in order.
+  static std::shared_ptr<DispatchQueue> serial(
+      std::string label, QualityOfService qualityOfService = QualityOfService::unspecified);
+
+  /// A new queue that runs jobs side by side, except for barriers.
+  static std::shared_ptr<DispatchQueue> concurrent(
+      std::string label, QualityOfService qualityOfService = QualityOfService::unspecified);
+
+  /// The process-wide concurrent queue of a priority; barriers on it are plain jobs.
+  static DispatchQueue& global(DispatchPriority priority = DispatchPriority::normal);
+
+  /// The serial queue of the main thread: runs on the `mainExecutor` service.
+  static DispatchQueue& main();
+
+  DispatchQueue(Passkey, Kind kind, std::string label, QualityOfService qualityOfService,
+                DispatchPriority priority);
+  ~DispatchQueue() override;
+
+  [[nodiscard]] const std::string& label() const { return label_; }
+  [[nodiscard]] QualityOfService qualityOfService() const { return qualityOfService_; }
+
+  /// Runs the job later on this queue.
+  void async(Job job);
+  void post(Job job) override { async(std::move(job)); }
+
+  /// Runs the job when everything posted before has finished, and before anything posted after
+  /// starts.
+  void asyncBarrier(Job job);
+
+  /// Posts the job once the clock service's steady clock has reached the deadline.
+  void asyncAfter(std::chrono::steady_clock::time_point deadline, Job job);
+
+  /// Posts the job after a delay, measured by the clock service from now.
+  void asyncAfter(std::chrono::duration<double> delay, Job job);
+
+  /// Runs the closure on this queue, waits for it, and gives its result or lets its exception
+  /// through. On a serial queue that is already running on this thread it stops the program, since
+  /// it would wait for itself.
+  template <class Closure>
+  auto sync(Closure&& closure) -> std::invoke_result_t<Closure&>;
+
+  /// Whether the calling code runs on this queue.
+  [[nodiscard]] bool isCurrent() const noexcept;
+
+ private:
+  struct State;
+
+  /// Blocks until the job has run on this queue.
+  void runAndWait(std::function<void()> job);
+
+  const std::string label_;
+  const QualityOfService qualityOfService_;
+  const std::shared_ptr<State> state_;
+};
+
+template <class Closure>
+auto DispatchQueue::sync(Closure&& closure) -> std::invoke_result_t<Closure&> {
+  using Result = std::invoke_result_t<Closure&>;
+  std::exception_ptr error;
+  if constexpr (std::is_void_v<Result>) {
+    runAndWait([&] {
+      try {
+        closure();
+      } catch (...) {
+        error = std::current_exception();
+      }
+    });
+    if (error) std::rethrow_exception(error);
+  } else {
+    std::optional<Result> result;
+    runAndWait([&] {
+      try {
+        result.emplace(closure());
+      } catch (...) {
+        error = std::current_exception();
+      }
+    });
+    if (error) std::rethrow_exception(error);
+    return std::move(*result);
+  }
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,93 @@
+#include "OmbrixPlatform/Concurrency/MainLoop.hpp"
+
+#include <chrono>
+#include <thread>
+#include <utility>
+
+namespace ombrix::platform {
+namespace {
+
+constexpr std::chrono::seconds kOwnThreadIdleTime{5};
+
+}  // namespace
+
+const std::shared_ptr<MainLoop>& MainLoop::shared() {
+  static const auto& loop = *new auto(std::make_shared<MainLoop>());
+  return loop;
+}
+
+void MainLoop::post(Job job) {
+  const std::lock_guard lock(mutex_);
+  jobs_.push_back(std::move(job));
+  changed_.notify_all();
+  if (!isAdopted_) startOwnThread();
+}
+
+void MainLoop::startOwnThread() {
+  if (ownThreadServes_) return;
+  ownThreadServes_ = true;
+  std::thread([this, self = shared_from_this()] { serve(); }).detach();
+}
+
+bool MainLoop::runOne(std::unique_lock<std::mutex>& lock) {
+  if (jobs_.empty()) return false;
+  Job job = std::move(jobs_.front());
+  jobs_.pop_front();
+  lock.unlock();
+  job();
+  job = nullptr;
+  lock.lock();
+  return true;
+}
+
+void MainLoop::serve() {
+  std::unique_lock lock(mutex_);
+  auto isWanted = [this] { return isAdopted_ || !jobs_.empty(); };
+  while (changed_.wait_for(lock, kOwnThreadIdleTime, isWanted) && !isAdopted_) runOne(lock);
+  ownThreadServes_ = false;
+  changed_.notify_all();
+}
+
+// Waits for the job that the library's own thread runs now: there is one main thread at a time.
+void MainLoop::adopt(std::unique_lock<std::mutex>& lock) {
+  isAdopted_ = true;
+  changed_.notify_all();
+  changed_.wait(lock, [this] { return !ownThreadServes_; });
+}
+
+void MainLoop::run() {
+  std::unique_lock lock(mutex_);
+  adopt(lock);
+  while (!isStopping_) {
+    if (!runOne(lock)) changed_.wait(lock, [this] { return isStopping_ || !jobs_.empty(); });
+  }
+  isStopping_ = false;
+  isAdopted_ = false;
+  if (!jobs_.empty()) startOwnThread();
+}
+
+void MainLoop::stop() {
+  const std::lock_guard lock(mutex_);
+  isStopping_ = true;
+  changed_.notify_all();
+}
+
+bool MainLoop::pump() {
+  std::unique_lock lock(mutex_);
+  adopt(lock);
+  std::size_t count = jobs_.size();
+  const bool hasJobs = count > 0;
+  while (count-- > 0 && runOne(lock)) {
+  }
+  return hasJobs;
+}
+
+void MainLoop::handBack() {
+  const std::lock_guard lock(mutex_);
+  isAdopted_ = false;
+  if (!jobs_.empty()) startOwnThread();
+}
+
+std::shared_ptr<Executor> makeMainExecutor() { return MainLoop::shared(); }
+
+}  // namespace ombrix::platform

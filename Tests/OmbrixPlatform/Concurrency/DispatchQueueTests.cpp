@@ -1,0 +1,222 @@
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <mutex>
+#include <semaphore>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/MainLoop.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/ManualClock.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+// Catches reordering, overlap and lost jobs when many threads post to one serial queue.
+TEST(DispatchQueueTests, ASerialQueueKeepsTheOrderOfEachPoster) {
+  constexpr int kThreads = 8, kJobs = 2'000;
+  const auto queue = DispatchQueue::serial("serial");
+  std::vector<std::vector<int>> seen(kThreads);  // guarded by the queue alone
+  {
+    std::vector<std::jthread> posters;
+    for (int t = 0; t < kThreads; ++t) {
+      posters.emplace_back([&, t] {
+        for (int i = 0; i < kJobs; ++i) {
+          queue->async([&, t, i] { seen[static_cast<std::size_t>(t)].push_back(i); });
+        }
+      });
+    }
+  }
+  queue->sync([] {});
+  for (const auto& numbers : seen) {
+    ASSERT_EQ(numbers.size(), kJobs);
+    EXPECT_TRUE(std::is_sorted(numbers.begin(), numbers.end()));
+  }
+}
+
+// Catches a barrier that overlaps what was posted before or after it.
+TEST(DispatchQueueTests, ABarrierSeparatesBeforeFromAfter) {
+  const auto queue = DispatchQueue::concurrent("concurrent");
+  std::atomic<int> before = 0, after = 0, running = 0;
+  std::latch done(200);
+  for (int round = 0; round < 5; ++round) {
+    for (int i = 0; i < 20; ++i) {
+      queue->async([&] {
+        ++running;
+        std::this_thread::yield();
+        --running;
+        ++before;
+        done.count_down();
+      });
+    }
+    queue->asyncBarrier([&, round] {
+      EXPECT_EQ(running, 0);
+      EXPECT_EQ(before, 20 * (round + 1));
+      EXPECT_EQ(after, 20 * round);
+    });
+    for (int i = 0; i < 20; ++i) {
+      queue->async([&] {
+        ++after;
+        done.count_down();
+      });
+    }
+    queue->asyncBarrier([] {});
+  }
+  done.wait();
+}
+
+// Catches a concurrent queue that does not run side by side, and a pool that starves on jobs that
+// wait for each other.
+TEST(DispatchQueueTests, JobsThatWaitForEachOtherAllGetThreads) {
+  const auto queue = DispatchQueue::concurrent("concurrent", QualityOfService::utility);
+  constexpr int kJobs = 40;
+  std::latch together(kJobs), done(kJobs);
+  for (int i = 0; i < kJobs; ++i) {
+    queue->async([&] {
+      together.arrive_and_wait();
+      done.count_down();
+    });
+  }
+  done.wait();
+}
+
+// Catches chains of `sync` that hold every thread of the pool without the pool noticing.
+TEST(DispatchQueueTests, NestedSyncFromPoolThreadsEnds) {
+  constexpr int kQueues = 30;
+  std::vector<std::shared_ptr<DispatchQueue>> queues;
+  for (int i = 0; i < kQueues; ++i) queues.push_back(DispatchQueue::serial("q"));
+  std::function<int(std::size_t)> descend = [&](std::size_t depth) -> int {
+    if (depth == kQueues) return 0;
+    return 1 + queues[depth]->sync([&] { return descend(depth + 1); });
+  };
+  std::latch done(4);
+  for (int i = 0; i < 4; ++i) {
+    DispatchQueue::global().async([&] {
+      EXPECT_EQ(descend(0), kQueues);
+      done.count_down();
+    });
+  }
+  done.wait();
+}
+
+// Catches a `sync` that loses results or exceptions, or leaves an idle queue stuck.
+TEST(DispatchQueueTests, SyncHandsOverResultsAndExceptions) {
+  for (const auto& queue : {DispatchQueue::serial("s"), DispatchQueue::concurrent("c")}) {
+    EXPECT_EQ(queue->sync([&] { return queue->isCurrent() ? 5 : 0; }), 5);
+    EXPECT_THROW(queue->sync([] { throw std::runtime_error("x"); }), std::runtime_error);
+    EXPECT_EQ(queue->sync([] { return 6; }), 6);
+    EXPECT_FALSE(queue->isCurrent());
+  }
+}
+
+// Catches a silent deadlock: a serial queue that waits for itself.
+TEST(DispatchQueueTests, SyncOntoItselfStopsTheProgram) {
+  EXPECT_DEATH(
+      {
+        const auto queue = DispatchQueue::serial("mine");
+        queue->sync([&] { queue->sync([] {}); });
+      },
+      "sync called on the serial queue it runs on: mine");
+}
+
+// Catches jobs that vanish with the last reference to their queue.
+TEST(DispatchQueueTests, PostedWorkOutlivesTheQueueObject) {
+  std::latch done(100);
+  {
+    const auto queue = DispatchQueue::serial("short-lived");
+    for (int i = 0; i < 100; ++i) queue->async([&] { done.count_down(); });
+  }
+  done.wait();
+}
+
+// Catches delayed work that runs before its time, on another queue, or by the wrong clock.
+TEST(DispatchQueueTests, DelayedWorkFollowsTheClockService) {
+  const auto clock = std::make_shared<testing::ManualClock>();
+  const testing::ScopedService scoped(services().clock, clock);
+  const auto queue = DispatchQueue::serial("delayed");
+  std::binary_semaphore ran{0};
+  std::atomic<bool> advanced = false;
+  queue->asyncAfter(3600s, [&] {
+    EXPECT_TRUE(advanced);
+    EXPECT_TRUE(queue->isCurrent());
+    ran.release();
+  });
+  clock->advance(3599s);
+  EXPECT_FALSE(ran.try_acquire_for(20ms));
+  advanced = true;
+  clock->advance(1s);
+  ran.acquire();
+}
+
+// Catches background work that never runs while a higher lane stays busy.
+TEST(DispatchQueueTests, NoLaneStarves) {
+  std::atomic<bool> stop = false;
+  std::atomic<int> spinning = 0;
+  std::function<void()> spin = [&] {
+    if (stop) {
+      --spinning;
+    } else {
+      DispatchQueue::global(DispatchPriority::high).async(spin);
+    }
+  };
+  for (int i = 0; i < 32; ++i) {
+    ++spinning;
+    DispatchQueue::global(DispatchPriority::high).async(spin);
+  }
+  std::binary_semaphore ran{0};
+  DispatchQueue::global(DispatchPriority::background).async([&] { ran.release(); });
+  EXPECT_TRUE(ran.try_acquire_for(30s));
+  stop = true;
+  while (spinning > 0) std::this_thread::yield();
+}
+
+// Catches main-queue work that runs anywhere but on the thread that pumps, and work lost at the
+// change from the library's own thread to the host's and back.
+TEST(MainQueueTests, TheHostsThreadTakesOverAndHandsBack) {
+  std::binary_semaphore ran{0};
+  DispatchQueue::main().async([&] { ran.release(); });
+  ran.acquire();  // by the library's own thread
+
+  MainLoop& loop = *MainLoop::shared();
+  loop.pump();
+  std::thread::id runner;
+  DispatchQueue::main().async([&] { runner = std::this_thread::get_id(); });
+  while (runner == std::thread::id{}) loop.pump();
+  EXPECT_EQ(runner, std::this_thread::get_id());
+
+  DispatchQueue::main().async([&] {
+    runner = {};
+    loop.stop();
+  });
+  loop.run();
+  EXPECT_EQ(runner, std::thread::id{});
+  EXPECT_NE(DispatchQueue::main().sync([] { return std::this_thread::get_id(); }),
+            std::this_thread::get_id());
+}
+
+// Catches a main queue that ignores the host's executor.
+TEST(MainQueueTests, AHostsExecutorRunsTheMainQueue) {
+  struct Collecting final : Executor {
+    void post(Job job) override { jobs.push_back(std::move(job)); }
+    std::vector<Job> jobs;
+  };
+  const auto executor = std::make_shared<Collecting>();
+  const testing::ScopedService<Executor> scoped(services().mainExecutor, executor);
+  int ran = 0;
+  DispatchQueue::main().async([&] { ran += DispatchQueue::main().isCurrent() ? 1 : 100; });
+  DispatchQueue::main().async([&] { ++ran; });
+  EXPECT_EQ(ran, 0);
+  for (std::size_t i = 0; i < executor->jobs.size(); ++i) executor->jobs[i]();
+  EXPECT_EQ(ran, 2);
+}
+
+}  // namespace
+}  // namespace ombrix::platform
