@@ -122,6 +122,8 @@ void ThreadPool::work() {
   for (;;) {
     Job job;
     if (takeJob(job)) {
+      // The poster counted on an idle thread that has since found other work.
+      if (waiting_ > 0 && idle_ == 0) ensureThread(lock);
       lock.unlock();
       job();
       job = nullptr;  // what it captured is released outside the lock
