@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Services.hpp"
 
 #include "OmbrixPlatform/Concurrency/MainLoop.hpp"
+#include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -10,6 +11,7 @@ namespace ombrix::platform {
 // clang-format off: one service a line
 Services::Services()
     : clock(&makeSystemClock),
+      directories(&makeSystemDirectories),
       locale(&makeSystemLocaleService),
       mainExecutor(&makeMainExecutor),
       systemLog(&makeSystemLog) {}

@@ -7,6 +7,7 @@
 namespace ombrix::platform {
 
 class Clock;
+class Directories;
 class Executor;
 class LocaleService;
 class SystemLog;
@@ -63,6 +64,7 @@ struct Services {
   Services();
 
   ServiceSlot<Clock> clock;
+  ServiceSlot<Directories> directories;
   ServiceSlot<LocaleService> locale;
   ServiceSlot<Executor> mainExecutor;
   ServiceSlot<SystemLog> systemLog;

@@ -1,0 +1,136 @@
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+/// A variable's value where it is an absolute path, else empty.
+std::string absolutePathIn(const char* variable) {
+  const char* value = std::getenv(variable);
+  return value != nullptr && *value == '/' ? value : "";
+}
+
+bool isFolder(const char* path) noexcept {
+  struct stat info{};
+  return stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+/// The home folder that the password database names; empty where it names none that exists, as for
+/// service accounts.
+std::string homeInPasswordDatabase() {
+  passwd entry{};
+  passwd* found = nullptr;
+  std::array<char, 16384> buffer{};
+  const int error = getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
+  if (error != 0 || found == nullptr || found->pw_dir == nullptr) return {};
+  return *found->pw_dir == '/' && isFolder(found->pw_dir) ? found->pw_dir : "";
+}
+
+/// The value of XDG_DOCUMENTS_DIR in the text of user-dirs.dirs; empty where it names none. The
+/// file holds shell assignments of two forms: NAME="$HOME/path" and NAME="/path".
+std::string documentsIn(std::string_view file, const std::string& home) {
+  constexpr std::string_view kAssignment = "XDG_DOCUMENTS_DIR=\"";
+  std::string path;
+  while (!file.empty()) {
+    const auto lineEnd = file.find('\n');
+    std::string_view line = file.substr(0, lineEnd);
+    file.remove_prefix(lineEnd == std::string_view::npos ? file.size() : lineEnd + 1);
+    line.remove_prefix(std::min(line.find_first_not_of(" \t"), line.size()));
+    if (!line.starts_with(kAssignment)) continue;
+    line.remove_prefix(kAssignment.size());
+
+    std::string value;
+    if (line.starts_with("$HOME")) {
+      value = home;
+      line.remove_prefix(5);
+    }
+    bool isClosed = false;
+    for (std::size_t i = 0; i < line.size() && !isClosed; ++i) {
+      if (line[i] == '\\' && i + 1 < line.size()) {
+        value.push_back(line[++i]);
+      } else if (line[i] == '"') {
+        isClosed = true;
+      } else {
+        value.push_back(line[i]);
+      }
+    }
+    // As in a shell, the last assignment counts.
+    if (isClosed && value.starts_with('/')) path = value;
+  }
+  return path;
+}
+
+class XdgDirectories final : public Directories {
+ public:
+  XdgDirectories() : temporary_(absolutePathIn("TMPDIR")), home_(absolutePathIn("HOME")) {
+    if (temporary_.empty()) temporary_ = "/tmp";
+    if (home_.empty()) home_ = homeInPasswordDatabase();
+    if (home_.empty()) home_ = temporary_;
+    const auto folder = [this](const char* variable, const char* fallback) {
+      const std::string value = absolutePathIn(variable);
+      return value.empty() ? home_ + "/" + fallback : value;
+    };
+    caches_ = folder("XDG_CACHE_HOME", ".cache");
+    data_ = folder("XDG_DATA_HOME", ".local/share");
+    preferences_ = folder("XDG_CONFIG_HOME", ".config");
+  }
+
+  URL caches() const override { return URL::fileURL(caches_, true); }
+  URL applicationSupport() const override { return URL::fileURL(data_, true); }
+  URL library() const override { return URL::fileURL(data_, true); }
+  URL preferences() const override { return URL::fileURL(preferences_, true); }
+  URL temporary() const override { return URL::fileURL(temporary_, true); }
+
+  URL documents() const override {
+    const auto file = FileManager::defaultManager().contents(
+        preferences().appendingPathComponent("user-dirs.dirs", false));
+    const std::string path = file ? documentsIn(textOf(*file), home_) : "";
+    return URL::fileURL(path.empty() ? home_ : path, true);
+  }
+
+  std::optional<URL> containerForGroup(std::string_view group) const override {
+    // The name is one path component: it must not lead elsewhere.
+    if (group.empty() || group == "." || group == ".." ||
+        group.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos) {
+      return std::nullopt;
+    }
+    {
+      const std::lock_guard lock(mutex_);
+      if (const auto set = containers_.find(group); set != containers_.end()) return set->second;
+    }
+    const std::string path = data_ + "/" + std::string(group);
+    if (!isFolder(path.c_str())) return std::nullopt;
+    return URL::fileURL(path, true);
+  }
+
+  void setContainerForGroup(std::string_view group, std::optional<URL> container) override {
+    const std::lock_guard lock(mutex_);
+    if (container) {
+      containers_.insert_or_assign(std::string(group), *std::move(container));
+    } else if (const auto set = containers_.find(group); set != containers_.end()) {
+      containers_.erase(set);
+    }
+  }
+
+ private:
+  std::string temporary_, home_, caches_, data_, preferences_;
+  mutable std::mutex mutex_;
+  std::map<std::string, URL, std::less<>> containers_;
+};
+
+}  // namespace
+
+std::shared_ptr<Directories> makeSystemDirectories() { return std::make_shared<XdgDirectories>(); }
+
+}  // namespace ombrix::platform

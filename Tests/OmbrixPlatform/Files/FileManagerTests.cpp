@@ -1,0 +1,203 @@
+#include "OmbrixPlatform/Files/FileManager.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <csignal>
+#include <filesystem>
+
+#include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/WithoutOverride.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAre;
+
+class FileManagerTests : public ::testing::Test {
+ protected:
+  URL url(std::string_view name) const {
+    return URL::fileURL(dir_.path().string()).appendingPathComponent(name);
+  }
+
+  std::vector<std::string> walk(EnumerationOptions options, std::vector<int>* errors = nullptr) {
+    std::vector<std::string> names;
+    manager_.enumerate(
+        url(""), options,
+        [&](const DirectoryEntry& entry) {
+          names.push_back(entry.url().absoluteString().substr(url("").absoluteString().size() + 1));
+          return true;
+        },
+        [&](const FileError& error) {
+          if (errors != nullptr) errors->push_back(error.code());
+        });
+    return names;
+  }
+
+  const FileManager& manager_ = FileManager::defaultManager();
+  testing::ScopedDir dir_;
+};
+
+// Catches links taken for what they lead to where they must not be, and the other way round.
+TEST_F(FileManagerTests, TellsWhatIsThere) {
+  dir_.write("folder/file", "12345");
+  fs::create_symlink("folder", dir_.path() / "link");
+  fs::create_symlink("nowhere", dir_.path() / "dangling");
+  struct Case {
+    const char* name;
+    bool exists, isDirectory, isLink;
+  };
+  constexpr Case kCases[] = {
+      {"folder", true, true, false},
+      {"folder/file", true, false, false},
+      {"link", true, true, true},
+      {"link/file", true, false, false},
+      {"dangling", false, false, true},
+      {"missing", false, false, false},
+      {"folder/file/x", false, false, false},
+  };
+  for (const auto& [name, exists, isDirectory, isLink] : kCases) {
+    EXPECT_EQ(manager_.fileExists(url(name)), exists) << name;
+    EXPECT_EQ(manager_.isDirectory(url(name)), isDirectory) << name;
+    const auto values = manager_.resourceValues(url(name));
+    EXPECT_EQ(values && values->isSymbolicLink, isLink) << name;
+  }
+  const auto values = manager_.resourceValues(url("folder/file")).value();
+  EXPECT_TRUE(values.isRegularFile);
+  EXPECT_EQ(values.fileSize, 5U);
+  EXPECT_EQ(values.totalFileAllocatedSize.value() % 512, 0U);
+  EXPECT_GE(values.totalFileAllocatedSize.value() + 1, values.fileSize);
+  EXPECT_FALSE(manager_.resourceValues(url("folder")).value().fileAllocatedSize);
+  EXPECT_TRUE(manager_.resourceValues(url("missing")).error().isNoSuchFile());
+  fs::last_write_time(dir_.path() / "folder/file",
+                      fs::file_time_type::clock::from_sys(
+                          std::chrono::sys_seconds(std::chrono::seconds(1700000000))));
+  EXPECT_EQ(manager_.modificationDate(url("folder/file")), dateSince1970(1700000000));
+}
+
+// Catches folders made where a file stands, and success where nothing was made.
+TEST_F(FileManagerTests, MakesFolders) {
+  const auto code = [&](std::string_view name, bool withIntermediates) {
+    const auto made = manager_.createDirectory(url(name), withIntermediates);
+    return made ? 0 : made.error().code();
+  };
+  dir_.write("file", "");
+  fs::create_symlink("nowhere", dir_.path() / "dangling");
+  EXPECT_EQ(code("a/b/c", false), ENOENT);
+  EXPECT_EQ(code("a/b/c/", true), 0);
+  EXPECT_EQ(code("a/b/c", true), 0);
+  EXPECT_EQ(code("a/b/c", false), EEXIST);
+  EXPECT_EQ(code("file", true), EEXIST);
+  EXPECT_EQ(code("file/a/b", true), ENOTDIR);
+  EXPECT_EQ(code("dangling", true), EEXIST);
+  EXPECT_EQ(code(std::string(300, 'x') + "/y", true), ENAMETOOLONG);
+  EXPECT_EQ(code(std::string_view("n\0n", 3), true), EINVAL);
+  EXPECT_TRUE(fs::is_directory(dir_.path() / "a/b/c"));
+
+  fs::permissions(dir_.path() / "a", fs::perms::owner_read | fs::perms::owner_exec);
+  const testing::WithoutOverride withoutOverride;
+  EXPECT_EQ(code("a/new/folder", true), EACCES);
+  EXPECT_EQ(manager_.createFile(url("a/f"), bytesOf("x")).error().code(), EACCES);
+  fs::permissions(dir_.path() / "a", fs::perms::owner_all);
+}
+
+// Catches tails of longer contents that stay, and a missing file that is made by an overwrite.
+TEST_F(FileManagerTests, WritesInPlace) {
+  EXPECT_EQ(manager_.overwriteFile(url("f"), bytesOf("x")).error().code(), ENOENT);
+  for (const std::string text : {"longer contents", "short", "", "s", "longest contents of all"}) {
+    ASSERT_TRUE(manager_.createFile(url("f"), bytesOf(text)));
+    EXPECT_EQ(dir_.read("f"), text);
+    EXPECT_EQ(textOf(manager_.contents(url("f")).value()), text);
+  }
+  fs::create_hard_link(dir_.path() / "f", dir_.path() / "g");
+  ASSERT_TRUE(manager_.overwriteFile(url("f"), bytesOf("again")));
+  EXPECT_EQ(dir_.read("g"), "again");
+  EXPECT_EQ(manager_.createFile(url("no/f"), bytesOf("x")).error().code(), ENOENT);
+  EXPECT_EQ(manager_.createFile(url(""), bytesOf("x")).error().code(), EISDIR);
+  EXPECT_EQ(manager_.contents(url("")).error().code(), EISDIR);
+}
+
+// Catches a write that fails half-way and leaves what looks like a whole file of either contents.
+TEST_F(FileManagerTests, AFailedOverwriteLeavesTheMark) {
+  dir_.write("f", "old contents");
+  rlimit previous{};
+  getrlimit(RLIMIT_FSIZE, &previous);
+  const rlimit tight{.rlim_cur = 20, .rlim_max = previous.rlim_max};
+  const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
+  setrlimit(RLIMIT_FSIZE, &tight);
+  const auto written = manager_.overwriteFile(url("f"), bytesOf(std::string(100, 'n')));
+  setrlimit(RLIMIT_FSIZE, &previous);
+  std::signal(SIGXFSZ, previousHandler);
+  ASSERT_FALSE(written);
+  EXPECT_EQ(written.error().code(), EFBIG);
+  EXPECT_EQ(dir_.read("f"), std::string(1, '\0') + std::string(19, 'n'));
+}
+
+// Catches files that tell no size, such as those of the system, read as empty.
+TEST_F(FileManagerTests, ReadsFilesWithoutASize) {
+  EXPECT_FALSE(manager_.contents(URL::fileURL("/proc/self/stat")).value().empty());
+}
+
+// Catches a removal that follows a link, stops at a full folder or hides that nothing was there.
+TEST_F(FileManagerTests, Removes) {
+  dir_.write("folder/a/b", "x");
+  dir_.write("kept/file", "x");
+  fs::create_directory_symlink(dir_.path() / "kept", dir_.path() / "folder/link");
+  EXPECT_TRUE(manager_.removeItem(url("folder/")));
+  EXPECT_FALSE(fs::exists(dir_.path() / "folder"));
+  EXPECT_EQ(dir_.read("kept/file"), "x");
+  fs::create_symlink("nowhere", dir_.path() / "dangling");
+  EXPECT_TRUE(manager_.removeItem(url("dangling")));
+  EXPECT_TRUE(manager_.removeItem(url("dangling")).error().isNoSuchFile());
+  EXPECT_EQ(manager_.removeItem(url("kept/file/x")).error().code(), ENOTDIR);
+}
+
+// Catches hidden items that are counted, links that are followed, names that are mangled.
+TEST_F(FileManagerTests, WalksFolders) {
+  dir_.write("a/b/c", "");
+  dir_.write("a/.hidden", "");
+  dir_.write(".git/config", "");
+  dir_.write("n\xff#%", "");
+  fs::create_symlink(".", dir_.path() / "a/loop");
+  EXPECT_THAT(walk(EnumerationOptions::skipsHiddenFiles),
+              UnorderedElementsAre("a/", "a/b/", "a/b/c", "a/loop", "n%FF%23%25"));
+  EXPECT_THAT(walk(EnumerationOptions::none),
+              UnorderedElementsAre("a/", "a/b/", "a/b/c", "a/.hidden", "a/loop", "n%FF%23%25",
+                                   ".git/", ".git/config"));
+  EXPECT_THAT(manager_.contentsOfDirectory(url("a"), EnumerationOptions::skipsHiddenFiles).value(),
+              UnorderedElementsAre(url("a/b/"), url("a/loop")));
+  EXPECT_EQ(manager_.contentsOfDirectory(url("x"), EnumerationOptions::none).error().code(),
+            ENOENT);
+  int visits = 0;
+  manager_.enumerate(
+      url(""), EnumerationOptions::none, [&](const auto&) { return ++visits < 2; },
+      [](const auto&) {});
+  EXPECT_EQ(visits, 2);
+}
+
+// Catches a walk that ends at the first folder it may not read, or says nothing about it.
+TEST_F(FileManagerTests, AWalkGoesOnBehindAnUnreadableFolder) {
+  dir_.write("closed/x", "");
+  dir_.write("open/y", "");
+  fs::permissions(dir_.path() / "closed", fs::perms::none);
+  std::vector<int> errors;
+  {
+    const testing::WithoutOverride withoutOverride;
+    EXPECT_THAT(walk(EnumerationOptions::none, &errors),
+                UnorderedElementsAre("closed/", "open/", "open/y"));
+  }
+  EXPECT_THAT(errors, ElementsAre(EACCES));
+  fs::permissions(dir_.path() / "closed", fs::perms::owner_all);
+
+  errors.clear();
+  manager_.enumerate(
+      url("missing"), EnumerationOptions::none, [](const auto&) { return true; },
+      [&](const FileError& error) { errors.push_back(error.code()); });
+  EXPECT_THAT(errors, ElementsAre(ENOENT));
+}
+
+}  // namespace
+}  // namespace ombrix::platform
