@@ -47,7 +47,7 @@ Fraction fractionIn(std::string_view pattern) {
 struct SecondText {
   std::uint64_t formatter = 0;
   std::int64_t second = 0;
-  std::uint8_t fractionBegin = 0, fractionEnd = 0, size = 0;
+  std::size_t fractionBegin = 0, fractionEnd = 0, size = 0;
   std::array<char, 101> text{};
 };
 thread_local constinit SecondText lastSecond;
@@ -149,15 +149,14 @@ void DateFormatter::appendTo(std::string& text, Date date) const {
     }
     last.formatter = backing_->identity;
     last.second = second;
-    last.fractionBegin = static_cast<std::uint8_t>(begin);
-    last.fractionEnd = static_cast<std::uint8_t>(end);
-    last.size = static_cast<std::uint8_t>(fresh.size());
+    last.fractionBegin = begin;
+    last.fractionEnd = end;
+    last.size = fresh.size();
     std::memcpy(last.text.data(), fresh.data(), fresh.size());
   }
   text.append(last.text.data(), last.fractionBegin);
   if (last.fractionEnd > last.fractionBegin) backing_->appendFraction(text, milliseconds);
-  text.append(last.text.data() + last.fractionEnd,
-              static_cast<std::size_t>(last.size - last.fractionEnd));
+  text.append(last.text.data() + last.fractionEnd, last.size - last.fractionEnd);
 }
 
 std::optional<Date> DateFormatter::dateFrom(std::string_view text) const {
