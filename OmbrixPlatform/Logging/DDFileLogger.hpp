@@ -25,7 +25,9 @@ class DDFileLogger final : public DDLogger {
   static constexpr TimeInterval kDefaultRollingFrequency = std::chrono::hours{24};
   static constexpr std::uint64_t kDefaultMaximumFileSizeBytes = 10 * 1024 * 1024;
 
-  explicit DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager);
+  /// \param logFileManager names the files; without one, the program's own in its caches folder.
+  explicit DDFileLogger(
+      std::shared_ptr<DDLogFileManager> logFileManager = std::make_shared<DDLogFileManager>());
   ~DDFileLogger() override;
 
   [[nodiscard]] const std::shared_ptr<DDLogFileManager>& logFileManager() const;

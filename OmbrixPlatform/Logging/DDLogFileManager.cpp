@@ -11,6 +11,9 @@
 #include <chrono>
 #include <cmath>
 
+#include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Services.hpp"
+
 namespace ombrix::platform {
 namespace {
 
@@ -77,6 +80,11 @@ std::optional<Stamp> stampFrom(std::string_view text) {
 }
 
 }  // namespace
+
+DDLogFileManager::DDLogFileManager()
+    : DDLogFileManager(fs::path(services().directories.get().caches().path()) /
+                           sanitised(program_invocation_short_name) / "Logs",
+                       program_invocation_short_name) {}
 
 DDLogFileManager::DDLogFileManager(fs::path logsDirectory, std::string_view applicationName)
     : logsDirectory_(std::move(logsDirectory)), namePrefix_(sanitised(applicationName) + "-") {}

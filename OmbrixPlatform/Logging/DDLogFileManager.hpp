@@ -31,6 +31,9 @@ class DDLogFileManager {
  public:
   static constexpr std::size_t kDefaultMaximumNumberOfLogFiles = 5;
 
+  /// For the program by its name, in "<program>/Logs" in the user's caches folder.
+  DDLogFileManager();
+
   /// \param logsDirectory the folder; it is made with the first file.
   /// \param applicationName the first part of the file names.
   DDLogFileManager(std::filesystem::path logsDirectory, std::string_view applicationName);
