@@ -1,0 +1,76 @@
+#include "OmbrixC/OmbrixFileManager.h"
+
+#include <cerrno>
+
+#include "OmbrixC/Copies.hpp"
+#include "OmbrixC/ErrorOut.hpp"
+#include "OmbrixCore/Extensions/FileManager+Utils.hpp"
+#include "OmbrixCore/Extensions/Logging/Log.hpp"
+
+namespace {
+
+using ombrix::FileManager;
+using ombrix::c::catching;
+using ombrix::c::copied;
+using ombrix::platform::FileError;
+using ombrix::platform::URL;
+
+const FileManager& manager() noexcept { return FileManager::defaultManager(); }
+
+char* textOf(const URL& url) noexcept { return copied(std::string_view(url.absoluteString())); }
+char* textOf(const std::optional<URL>& url) noexcept { return url ? textOf(*url) : nullptr; }
+
+URL urlFrom(const char* text) {
+  auto url = URL::parse(ombrix::c::textFrom(text));
+  if (!url) throw FileError(EINVAL, "read the URL", ombrix::c::textFrom(text));
+  return *std::move(url);
+}
+
+}  // namespace
+
+char* ombrix_FileManager_OmbrixGroupName() { return copied(FileManager::OmbrixGroupName); }
+
+char* ombrix_FileManager_cache() {
+  return catching(nullptr, [] { return textOf(manager().cache()); });
+}
+char* ombrix_FileManager_applicationSupport() {
+  return catching(nullptr, [] { return textOf(manager().applicationSupport()); });
+}
+char* ombrix_FileManager_temporary() {
+  return catching(nullptr, [] { return textOf(manager().temporary()); });
+}
+char* ombrix_FileManager_library() {
+  return catching(nullptr, [] { return textOf(manager().library()); });
+}
+char* ombrix_FileManager_documents() {
+  return catching(nullptr, [] { return textOf(manager().documents()); });
+}
+char* ombrix_FileManager_groupContainer() {
+  return catching(nullptr, [] { return textOf(manager().groupContainer()); });
+}
+char* ombrix_FileManager_groupContainerApplicationSupport() {
+  return catching(nullptr, [] { return textOf(manager().groupContainerApplicationSupport()); });
+}
+char* ombrix_FileManager_groupContainerCache() {
+  return catching(nullptr, [] { return textOf(manager().groupContainerCache()); });
+}
+
+void ombrix_FileManager_touchWithUrl_(const char* url) {
+  OmbrixError* error = nullptr;
+  catching(&error, [&] { manager().touch(urlFrom(url)); });
+  if (error == nullptr) return;
+  ombrix::logError({"OmbrixCore/Extensions/FileManager+Utils", "touch(url:)"},
+                   "Filesystem: Error creating folder: " + error->message);
+  ombrix_Error_release(error);
+}
+
+bool ombrix_FileManager_allocatedSizeAt_error_(const char* url, uint64_t* size,
+                                               OmbrixError** error) {
+  if (size != nullptr) *size = 0;
+  return catching(error, [&] {
+    const auto allocated = manager().allocatedSize(urlFrom(url));
+    if (!allocated) throw FileError(allocated.error());
+    if (size != nullptr) *size = *allocated;
+    return true;
+  });
+}
