@@ -94,7 +94,7 @@ const IcuDurationFormat* NSDateComponentsFormatter::currentFormat() {
   return format_.get();
 }
 
-std::optional<std::string> NSDateComponentsFormatter::string(const NSDateComponents& components) {
+std::optional<std::string> NSDateComponentsFormatter::stringFrom(const NSDateComponents& components) {
   const IcuDurationFormat* format = currentFormat();
   const detail::Int128 seconds = secondsOf(components);
   const bool isNegative = seconds < 0;
@@ -112,7 +112,7 @@ std::optional<std::string> NSDateComponentsFormatter::string(const NSDateCompone
 
 std::optional<std::string> NSDateComponentsFormatter::string(const FormatterObject& object) {
   const NSDateComponents* components = object.dateComponents();
-  return components == nullptr ? std::nullopt : string(*components);
+  return components == nullptr ? std::nullopt : stringFrom(*components);
 }
 
 }  // namespace ombrix::platform

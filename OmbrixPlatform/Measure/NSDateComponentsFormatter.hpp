@@ -69,7 +69,7 @@ class NSDateComponentsFormatter : public NSFormatter {
   ///
   /// Positional text joins hours, minutes and seconds; next to days, which no clock shows, every
   /// part carries its label, as in abbreviated text.
-  std::optional<std::string> string(const NSDateComponents& components);
+  std::optional<std::string> stringFrom(const NSDateComponents& components);
 
   /// The same for an object that is date components; nothing for any other.
   std::optional<std::string> string(const FormatterObject& object) override;

@@ -2,6 +2,8 @@
 
 #include <unicode/bytestream.h>
 #include <unicode/casemap.h>
+#include <unicode/uchar.h>
+#include <unicode/unistr.h>
 
 #include "OmbrixPlatform/Coding/Detail/Utf.hpp"
 
@@ -20,6 +22,18 @@ std::string uppercased(std::string text) {
   icu::CaseMap::utf8ToUpper("", 0, {text.data(), static_cast<std::int32_t>(text.size())}, sink,
                             nullptr, status);
   return U_FAILURE(status) ? text : result;
+}
+
+std::string lowercased(std::string text) {
+  const auto characters =
+      icu::UnicodeString::fromUTF8({text.data(), static_cast<std::int32_t>(text.size())});
+  icu::UnicodeString small;
+  for (std::int32_t i = 0; i < characters.length(); i = characters.moveIndex32(i, 1)) {
+    small.append(u_tolower(characters.char32At(i)));
+  }
+  text.clear();
+  small.toUTF8String(text);
+  return text;
 }
 
 }  // namespace ombrix::platform

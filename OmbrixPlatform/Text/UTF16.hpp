@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <string_view>
 
@@ -10,5 +11,16 @@ std::u16string utf16From(std::string_view utf8);
 
 /// A text in UTF-8; a lone surrogate becomes U+FFFD. Any thread.
 std::string utf8From(std::u16string_view utf16);
+
+/// The code point at an index inside the text, which moves behind it; a lone surrogate stands for
+/// itself.
+constexpr char32_t nextCodePoint(std::u16string_view text, std::size_t& index) noexcept {
+  const char16_t unit = text[index++];
+  if (unit < 0xD800 || unit > 0xDBFF || index == text.size()) return unit;
+  const char16_t trail = text[index];
+  if (trail < 0xDC00 || trail > 0xDFFF) return unit;
+  ++index;
+  return 0x10000U + ((static_cast<char32_t>(unit) - 0xD800U) << 10U) + (trail - 0xDC00U);
+}
 
 }  // namespace ombrix::platform

@@ -73,7 +73,7 @@ TEST(NSDateComponentsFormatterTests, SpreadsAndWritesTheParts) {
     formatter.setUnitsStyle(test.style);
     formatter.setZeroFormattingBehavior(test.zeros);
     formatter.setAllowedUnits(test.allowed);
-    EXPECT_EQ(formatter.string(test.components), test.text) << test.locale;
+    EXPECT_EQ(formatter.stringFrom(test.components), test.text) << test.locale;
   }
 }
 
@@ -83,7 +83,7 @@ TEST(NSDateComponentsFormatterTests, HasNoTextForOtherObjectsOrWithoutUnits) {
   EXPECT_EQ(formatter.string(FormatterObject("1:00")), std::nullopt);
   EXPECT_EQ(formatter.string(FormatterObject()), std::nullopt);
   formatter.setAllowedUnits(NSCalendarUnit::year | NSCalendarUnit::month);
-  EXPECT_EQ(formatter.string(seconds(60)), std::nullopt);
+  EXPECT_EQ(formatter.stringFrom(seconds(60)), std::nullopt);
 }
 
 }  // namespace
