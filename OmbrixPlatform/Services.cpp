@@ -2,6 +2,7 @@
 
 #include "OmbrixPlatform/Concurrency/MainLoop.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -14,6 +15,7 @@ Services::Services()
       directories(&makeSystemDirectories),
       locale(&makeSystemLocaleService),
       mainExecutor(&makeMainExecutor),
+      standardDefaults(&makeStandardUserDefaults),
       systemLog(&makeSystemLog) {}
 // clang-format on
 

@@ -11,6 +11,7 @@ class Directories;
 class Executor;
 class LocaleService;
 class SystemLog;
+class UserDefaults;
 
 /// One replaceable service: made by its factory on first use, or put there by the host or a test.
 template <class Service>
@@ -67,6 +68,7 @@ struct Services {
   ServiceSlot<Directories> directories;
   ServiceSlot<LocaleService> locale;
   ServiceSlot<Executor> mainExecutor;
+  ServiceSlot<UserDefaults> standardDefaults;
   ServiceSlot<SystemLog> systemLog;
 };
 

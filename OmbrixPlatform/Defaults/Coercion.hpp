@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "OmbrixPlatform/Coding/PropertyList.hpp"
+
+/// How a stored value stands in for one of another kind; see `UserDefaults`.
+namespace ombrix::platform::detail {
+
+bool boolFrom(const PropertyList& value) noexcept;
+std::int64_t integerFrom(const PropertyList& value) noexcept;
+double doubleFrom(const PropertyList& value) noexcept;
+std::optional<std::string> stringFrom(const PropertyList& value);
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,276 @@
+#include "OmbrixPlatform/Defaults/DictionaryFile.hpp"
+
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using detail::Descriptor;
+
+// A process that was stopped while it held the lock must not stop the others for ever.
+constexpr auto kLockTimeout = std::chrono::seconds(5);
+constexpr auto kLongestLockPause = std::chrono::milliseconds(4);
+constexpr int kMaxDamagedFiles = 9;
+constexpr mode_t kFileMode = 0600;
+
+std::string hiddenSibling(const fs::path& file, std::string_view suffix) {
+  return (file.parent_path() / ("." + file.filename().string().append(suffix))).string();
+}
+
+/// Takes the lock, trying for a while; 0 or an errno.
+int lockFor(int descriptor, std::chrono::steady_clock::duration timeout) {
+  const auto deadline = std::chrono::steady_clock::now() + timeout;
+  std::chrono::microseconds pause(100);
+  while (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return errno;
+    if (std::chrono::steady_clock::now() >= deadline) return ETIMEDOUT;
+    std::this_thread::sleep_for(pause);
+    pause = std::min<std::chrono::microseconds>(pause * 2, kLongestLockPause);
+  }
+  return 0;
+}
+
+/// All bytes of a regular file; nothing, with errno, when they cannot be read.
+std::optional<Data> readAll(int descriptor, std::size_t size) {
+  Data bytes(size);
+  std::size_t used = 0;
+  while (true) {
+    if (used == bytes.size()) bytes.resize(bytes.size() + 4096);
+    const auto count = detail::readSome(descriptor, std::span(bytes).subspan(used));
+    if (count < 0) return std::nullopt;
+    if (count == 0) break;
+    used += static_cast<std::size_t>(count);
+  }
+  bytes.resize(used);
+  return bytes;
+}
+
+std::optional<PropertyList::Dictionary> decode(DataView bytes) {
+  try {
+    auto list = PropertyListSerialization::read(bytes);
+    if (auto* dictionary = list.dictionary()) return std::move(*dictionary);
+  } catch (const PropertyListError&) {
+  }
+  return std::nullopt;
+}
+
+void apply(const DictionaryFile::Edit& edit, PropertyList::Dictionary& dictionary) {
+  if (edit.value) {
+    dictionary.set(edit.key, *edit.value);
+  } else {
+    dictionary.erase(edit.key);
+  }
+}
+
+/// Throws for edits that no property list can hold, before they spoil the whole file.
+void checkEncodable(const std::vector<DictionaryFile::Edit>& edits) {
+  PropertyList::Dictionary dictionary;
+  for (const auto& edit : edits) apply(edit, dictionary);
+  PropertyListSerialization::write(std::move(dictionary));
+}
+
+}  // namespace
+
+DictionaryFile::DictionaryFile(fs::path file)
+    : file_(file.string()),
+      lock_(hiddenSibling(file, ".lock")),
+      temporary_(hiddenSibling(file, ".new")) {}
+
+DictionaryFile::Outcome DictionaryFile::refresh(Look look) {
+  Outcome outcome;
+  std::unique_lock mutex(mutex_, std::defer_lock);
+  if (look != Look::ifFree) {
+    mutex.lock();
+  } else if (!mutex.try_lock()) {
+    return outcome;
+  }
+  const bool force = look == Look::inContents;
+  if (load(force, outcome) == Loaded::damaged) {
+    // Somebody may be putting it right: look again while nobody can.
+    if (const auto locked = lock(outcome)) loadLocked(force, outcome);
+  }
+  return outcome;
+}
+
+DictionaryFile::Outcome DictionaryFile::write(const std::vector<Edit>& edits) {
+  checkEncodable(edits);
+  Outcome outcome;
+  const std::lock_guard mutex(mutex_);
+  const ThreadPool::BlockingScope blocking;
+  const auto locked = lock(outcome);
+  const bool isReadable = locked && loadLocked(false, outcome) != Loaded::unreadable;
+  const auto met = outcome.changes.size();
+  for (const Edit& edit : edits) change(edit, outcome);
+  if (outcome.changes.size() == met && unsaved_.empty()) return outcome;
+  // A file that cannot be read is not replaced: that would lose what others keep in it.
+  if (isReadable) save(outcome);
+  return outcome;
+}
+
+bool DictionaryFile::isSaved() const {
+  const std::lock_guard mutex(mutex_);
+  return unsaved_.empty();
+}
+
+DictionaryFile::Identity DictionaryFile::identityOf(int descriptor) {
+  struct stat status{};
+  if (::fstat(descriptor, &status) != 0) return {};
+  return {status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+          status.st_mtim.tv_nsec};
+}
+
+/// Reads the file if it is another one than last time.
+DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
+  struct stat status{};
+  if (::stat(file_.c_str(), &status) != 0) {
+    if (errno != ENOENT && errno != ENOTDIR) {
+      report(outcome, "read", errno);
+      return Loaded::unreadable;
+    }
+    if (!identity_ && hasLooked_) return Loaded::same;
+    open_.reset();
+    identity_.reset();
+    takeIn({}, outcome);
+    return Loaded::read;
+  }
+  const Identity found{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
+                       status.st_mtim.tv_nsec};
+  if (!force && identity_ == found) return Loaded::same;
+
+  auto opened = detail::openFile(file_, O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  if (!opened && errno == ENOENT) return load(force, outcome);
+  if (!opened || !S_ISREG(status.st_mode)) {
+    report(outcome, "read", opened ? EISDIR : errno);
+    return Loaded::unreadable;
+  }
+  const Identity identity = identityOf(opened.get());
+  const auto bytes = readAll(opened.get(), static_cast<std::size_t>(identity.size) + 1);
+  if (!bytes) {
+    report(outcome, "read", errno);
+    return Loaded::unreadable;
+  }
+  auto contents = decode(*bytes);
+  if (!contents) return Loaded::damaged;
+  open_ = std::move(opened);
+  identity_ = identity;
+  takeIn(std::move(*contents), outcome);
+  return Loaded::read;
+}
+
+/// The same with the lock held: a damaged file makes room for what this process knows.
+DictionaryFile::Loaded DictionaryFile::loadLocked(bool force, Outcome& outcome) {
+  const auto loaded = load(force, outcome);
+  if (loaded != Loaded::damaged) return loaded;
+  if (!setAside(outcome)) return Loaded::unreadable;
+  open_.reset();
+  identity_.reset();
+  hasLooked_ = true;
+  if (!contents_.empty()) save(outcome);
+  return Loaded::read;
+}
+
+/// Makes the file's contents, with the unsaved edits on top, this process's own.
+void DictionaryFile::takeIn(PropertyList::Dictionary contents, Outcome& outcome) {
+  for (const Edit& edit : unsaved_) apply(edit, contents);
+  hasLooked_ = true;
+  std::vector<Edit> differences;
+  for (const auto& [key, value] : contents) {
+    const auto* before = contents_.find(key);
+    if (before == nullptr || *before != value) differences.push_back({key, value});
+  }
+  for (const auto& [key, value] : contents_) {
+    if (!contents.contains(key)) differences.push_back({key, std::nullopt});
+  }
+  for (auto& [key, value] : differences) {
+    outcome.changes.push_back({std::move(key), std::move(value), ++sequence_, true});
+  }
+  contents_ = std::move(contents);
+}
+
+void DictionaryFile::change(const Edit& edit, Outcome& outcome) {
+  const auto* before = contents_.find(edit.key);
+  if (edit.value ? before != nullptr && *before == *edit.value : before == nullptr) return;
+  apply(edit, contents_);
+  std::erase_if(unsaved_, [&](const Edit& other) { return other.key == edit.key; });
+  unsaved_.push_back(edit);
+  outcome.changes.push_back({edit.key, edit.value, ++sequence_, false});
+}
+
+/// Renames the damaged file to the first free name, so that nothing in it is lost.
+bool DictionaryFile::setAside(Outcome& outcome) const {
+  for (int i = 1;; ++i) {
+    const auto aside = file_ + ".damaged" + (i == 1 ? std::string() : "-" + std::to_string(i));
+    const bool mayReplace = i == kMaxDamagedFiles;
+    if (!mayReplace && fs::exists(aside)) continue;  // the lock keeps others from making it now
+    if (::rename(file_.c_str(), aside.c_str()) == 0) {
+      outcome.errors.push_back(file_ + " is damaged and was set aside as " + aside);
+      return true;
+    }
+    outcome.errors.push_back(file_ +
+                             " is damaged and cannot be set aside: " + std::strerror(errno));
+    return false;
+  }
+}
+
+/// Writes the contents with the lock held; what fails stays unsaved.
+bool DictionaryFile::save(Outcome& outcome) {
+  const auto bytes = PropertyListSerialization::write(contents_);
+  if (!replaceFile(bytes)) {
+    report(outcome, "write", errno);
+    return false;
+  }
+  unsaved_.clear();
+  return true;
+}
+
+bool DictionaryFile::replaceFile(DataView bytes) {
+  auto fresh = detail::openFile(temporary_, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, kFileMode);
+  if (!fresh) return false;
+  int error = detail::writeAll(fresh.get(), bytes);
+  if (error == 0 && ::fsync(fresh.get()) != 0) error = errno;
+  if (error == 0 && ::rename(temporary_.c_str(), file_.c_str()) != 0) error = errno;
+  if (error != 0) {
+    ::unlink(temporary_.c_str());
+    errno = error;
+    return false;
+  }
+  identity_ = identityOf(fresh.get());
+  open_ = std::move(fresh);
+  return true;
+}
+
+/// Takes the lock among processes; empty, with an error, when it cannot be had.
+Descriptor DictionaryFile::lock(Outcome& outcome) const {
+  const auto refuse = [&](int error) {
+    outcome.errors.push_back("Cannot lock " + file_ + ": " + std::strerror(error));
+    return Descriptor();
+  };
+  std::error_code ignored;
+  fs::create_directories(fs::path(lock_).parent_path(), ignored);
+  while (true) {
+    auto descriptor = detail::openFile(lock_, O_RDWR | O_CREAT | O_NOFOLLOW, kFileMode);
+    if (!descriptor) return refuse(errno);
+    if (const int error = lockFor(descriptor.get(), kLockTimeout)) return refuse(error);
+    // Whoever cleaned the folder up meanwhile took the lock file away: then lock its successor.
+    struct stat held{}, named{};
+    if (::fstat(descriptor.get(), &held) != 0) return refuse(errno);
+    if (::stat(lock_.c_str(), &named) == 0 && held.st_ino == named.st_ino) return descriptor;
+  }
+}
+
+void DictionaryFile::report(Outcome& outcome, std::string_view action, int error) const {
+  outcome.errors.push_back("Cannot " + std::string(action) + " " + file_ + ": " +
+                           std::strerror(error));
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "OmbrixPlatform/Coding/PropertyList.hpp"
+#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+
+namespace ombrix::platform {
+
+/// A dictionary in a property-list file that several processes change at once without losing
+/// anything.
+///
+/// Each change reads, modifies and writes the file under a lock on a hidden side file; the new
+/// file takes the old one's place by renaming, so readers need no lock and a process that is
+/// killed at any moment leaves the old file or the new one. Values that cannot be written are kept
+/// in memory and tried again with the next change. A file that cannot be decoded is renamed to
+/// "<name>.damaged"; what this process knew of it is written back.
+///
+/// Any thread. Never calls out: changes and errors are handed back.
+class DictionaryFile {
+ public:
+  struct Edit {
+    std::string key;
+    std::optional<PropertyList> value;  // nothing removes the key
+  };
+
+  /// One change of one key, handed out exactly once however many threads look.
+  struct Change {
+    std::string key;
+    std::optional<PropertyList> value;
+    std::uint64_t sequence;  // grows with each change of this file
+    bool isExternal;         // not an edit of this process
+  };
+
+  struct Outcome {
+    std::vector<Change> changes;
+    std::vector<std::string> errors;  // readable sentences
+  };
+
+  enum class Look {
+    ifFree,      // does nothing while another thread reads or writes the file
+    always,      // reads the file if it was replaced or changed
+    inContents,  // reads the file even if it looks the same: it was written in place
+  };
+
+  explicit DictionaryFile(std::filesystem::path file);
+
+  /// Takes in what others have written since the last look.
+  Outcome refresh(Look look);
+
+  /// Changes keys; others' changes that are met on the way come first in the outcome. An edit that
+  /// changes nothing is no change. Throws `PropertyListError` for a value that has no place in a
+  /// property list; nothing is changed then. Blocks until the file is on the disk.
+  Outcome write(const std::vector<Edit>& edits);
+
+  /// Whether everything this process has set is in the file.
+  [[nodiscard]] bool isSaved() const;
+
+ private:
+  struct Identity {
+    std::uint64_t device = 0, inode = 0;
+    std::int64_t size = 0, seconds = 0, nanoseconds = 0;
+    friend bool operator==(const Identity&, const Identity&) = default;
+  };
+  enum class Loaded { same, read, damaged, unreadable };
+
+  static Identity identityOf(int descriptor);
+  Loaded load(bool force, Outcome& outcome);
+  Loaded loadLocked(bool force, Outcome& outcome);
+  void takeIn(PropertyList::Dictionary contents, Outcome& outcome);
+  bool setAside(Outcome& outcome) const;
+  bool save(Outcome& outcome);
+  bool replaceFile(DataView bytes);
+  detail::Descriptor lock(Outcome& outcome) const;
+  void change(const Edit& edit, Outcome& outcome);
+  void report(Outcome& outcome, std::string_view action, int error) const;
+
+  const std::string file_, lock_, temporary_;
+
+  mutable std::mutex mutex_;           // held over file operations of this process
+  PropertyList::Dictionary contents_;  // of the file, with the unsaved edits on top
+  std::vector<Edit> unsaved_;
+  // The file as it was last read or written. It is kept open, so that its inode number is not
+  // given to a successor.
+  detail::Descriptor open_;
+  std::optional<Identity> identity_;
+  bool hasLooked_ = false;
+  std::uint64_t sequence_ = 0;
+};
+
+}  // namespace ombrix::platform

@@ -1,0 +1,137 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixPlatform/Coding/PropertyList.hpp"
+#include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
+
+namespace ombrix::platform {
+
+/// Settings by key in one file per domain, shared with every process that uses the domain.
+///
+/// A key is looked up in three domains, the first that has it wins: the arguments (of this run),
+/// the application domain (the file), the registered defaults (of this run). Nothing is read,
+/// written or started before it is needed; the watch on the file starts with the first observer.
+///
+/// The file is a property list; it is changed under a lock and replaced by renaming, so several
+/// processes lose nothing to each other and none finds half a file. Without a watch each read
+/// looks whether the file was replaced, with one it does not need to.
+///
+/// Observing (see `KeyValueObserving`): each change of a stored value, by this process or another,
+/// reaches the observers of its key once, as one prior call, if asked for, and one call after. This
+/// process's changes are announced on the thread that makes them, before the setter returns, those
+/// of others on a queue of the object's own; other processes' changes that follow each other
+/// closely may be seen as one. The values told are those a reader gets. Setting a value that is
+/// stored already is no change; registering defaults and setting arguments announce nothing.
+///
+/// Any thread, all operations.
+class UserDefaults final : public KeyValueObserving<PropertyList> {
+  struct Passkey {};
+
+ public:
+  using Dictionary = PropertyList::Dictionary;
+  using ErrorHandler = std::function<void(const std::string& message)>;
+
+  struct Configuration {
+    /// Made when the first value is written.
+    std::filesystem::path folder;
+    /// Names the file, "<domain>.plist"; not empty and no path.
+    std::string domain;
+    /// Told of each failure of the file (damaged, not readable, not writable) in a readable
+    /// sentence, on the thread that met it; when empty the first one goes to standard error.
+    ErrorHandler onError = {};
+  };
+
+  /// Throws `Error` when the domain is no file name.
+  static std::shared_ptr<UserDefaults> make(Configuration configuration);
+
+  /// The defaults of the process, from the service in `services().standardDefaults`.
+  static UserDefaults& standardUserDefaults();
+
+  UserDefaults(Passkey, Configuration configuration);
+  ~UserDefaults() override;
+
+  /// @name Reading: the first domain that has the key, or nothing.
+  /// Numbers, truth values and texts stand in for each other: a text is true when it begins with
+  /// "Y", "y", "T", "t" or a digit other than 0 (after blanks, a sign and zeros), and is the number
+  /// that it begins with, 0 if none; a real becomes an integer by truncation, held at the limits;
+  /// a truth value is 1 or 0. What cannot be had so is false, 0 or nothing.
+  /// @{
+  [[nodiscard]] std::optional<PropertyList> objectForKey(std::string_view key) const;
+  [[nodiscard]] bool boolForKey(std::string_view key) const;
+  [[nodiscard]] std::int64_t integerForKey(std::string_view key) const;
+  [[nodiscard]] double doubleForKey(std::string_view key) const;
+  [[nodiscard]] std::optional<std::string> stringForKey(std::string_view key) const;
+  [[nodiscard]] std::optional<Data> dataForKey(std::string_view key) const;
+  [[nodiscard]] std::optional<PropertyList::Array> arrayForKey(std::string_view key) const;
+  [[nodiscard]] std::optional<Dictionary> dictionaryForKey(std::string_view key) const;
+  /// Nothing unless every element is a text.
+  [[nodiscard]] std::optional<std::vector<std::string>> stringArrayForKey(
+      std::string_view key) const;
+  /// @}
+
+  /// The value that was set, as opposed to a registered default.
+  [[nodiscard]] std::optional<PropertyList> explicitObjectForKey(std::string_view key) const;
+
+  /// Everything a reader can get.
+  [[nodiscard]] Dictionary dictionaryRepresentation() const;
+
+  /// The application domain alone.
+  [[nodiscard]] Dictionary persistentDomain() const;
+
+  /// @name Writing, to the application domain. Blocks until the file is on the disk.
+  /// A value that cannot be written (no space, no permission) stays in memory and is tried again
+  /// with the next change. Throws `PropertyListError` for what no property list can hold, such as
+  /// text that is not UTF-8; nothing is changed then.
+  /// @{
+  void setObject(PropertyList value, std::string_view key);
+  void removeObjectForKey(std::string_view key);
+  /// @}
+
+  /// Tries to write what could not be written and takes in what others have written; whether
+  /// everything that was set is in the file now.
+  bool synchronize();
+
+  /// Adds values that are read where nothing else is; of equal keys the last one stays.
+  void registerDefaults(const Dictionary& defaults);
+
+  /// Replaces the argument domain.
+  void setArguments(Dictionary arguments);
+
+  /// The argument domain of a command line: each "-key value"; a value may begin with "-" only
+  /// when it is a number. Values are texts.
+  static Dictionary argumentsFrom(std::span<const char* const> commandLine);
+
+  /// Calls the handler with the keys that somebody else has changed, after their observers, until
+  /// the token ends; starts the watch.
+  ObservationToken observeExternalChanges(
+      std::move_only_function<void(const std::vector<std::string>& keys)> handler);
+
+  /// A number that changes with every change of anything a reader can get, and that no other
+  /// `UserDefaults` of the process ever has: lets callers keep what they have read.
+  [[nodiscard]] std::uint64_t revision() const;
+
+  /// The file of the application domain.
+  [[nodiscard]] const std::filesystem::path& file() const;
+
+ protected:
+  std::optional<PropertyList> valueForKey(std::string_view key) const override;
+  void willObserve(std::string_view key) override;
+
+ private:
+  struct State;
+  const std::shared_ptr<State> state_;
+};
+
+/// The defaults in the user's configuration folder, in the domain of the main bundle.
+std::shared_ptr<UserDefaults> makeStandardUserDefaults();
+
+}  // namespace ombrix::platform

@@ -1,0 +1,243 @@
+#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+#include <mutex>
+#include <thread>
+
+#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using enum KeyValueObservingOptions;
+using ::testing::ElementsAre;
+
+class UserDefaultsTests : public ::testing::Test {
+ protected:
+  std::shared_ptr<UserDefaults> open() const {
+    return UserDefaults::make({.folder = dir.path() / "config", .domain = "test"});
+  }
+
+  testing::ScopedDir dir;
+};
+
+// Catches a wrong search order, and registered defaults that count as set.
+TEST_F(UserDefaultsTests, ArgumentsWinOverStoredValuesOverRegisteredOnes) {
+  const auto defaults = open();
+  defaults->registerDefaults({{"units", "kilometers"}, {"other", 1}});
+  defaults->registerDefaults({{"units", "miles"}});
+  EXPECT_EQ(defaults->stringForKey("units"), "miles");
+  EXPECT_EQ(defaults->explicitObjectForKey("units"), std::nullopt);
+  defaults->setObject("british", "units");
+  EXPECT_EQ(defaults->stringForKey("units"), "british");
+  EXPECT_EQ(defaults->explicitObjectForKey("units"), "british");
+  defaults->setArguments({{"units", "furlongs"}});
+  EXPECT_EQ(defaults->stringForKey("units"), "furlongs");
+  EXPECT_EQ(defaults->dictionaryRepresentation(),
+            (PropertyList::Dictionary{{"units", "furlongs"}, {"other", 1}}));
+  EXPECT_EQ(defaults->persistentDomain(), (PropertyList::Dictionary{{"units", "british"}}));
+  defaults->setArguments({});
+  defaults->removeObjectForKey("units");
+  EXPECT_EQ(defaults->stringForKey("units"), "miles");
+}
+
+// Catches options that are taken for values and values that are taken for options.
+TEST_F(UserDefaultsTests, ArgumentsAreReadFromACommandLine) {
+  const char* line[] = {"ombrix", "-units", "miles",  "--verbose", "-n", "-5",  "-x",
+                        "-y",     "file",   "-empty", "",          "-",  "-end"};
+  EXPECT_EQ(
+      UserDefaults::argumentsFrom(line),
+      (PropertyList::Dictionary{{"units", "miles"}, {"n", "-5"}, {"y", "file"}, {"empty", ""}}));
+}
+
+// Catches files that are made by reading, and values that are lost between two runs.
+TEST_F(UserDefaultsTests, TheFileIsMadeByTheFirstChangeAndReadByTheNextRun) {
+  const auto first = open();
+  EXPECT_FALSE(first->boolForKey("flag"));
+  EXPECT_FALSE(fs::exists(dir.path() / "config"));
+  first->setObject(true, "flag");
+  first->setObject("gone", "removed");
+  first->removeObjectForKey("removed");
+  EXPECT_TRUE(open()->boolForKey("flag"));
+  EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"flag", true}}));
+  EXPECT_THROW(UserDefaults::make({.folder = dir.path(), .domain = "a/b"}), Error);
+}
+
+// Catches stale reads, kept values that outlive a change, and revisions shared by two objects.
+TEST_F(UserDefaultsTests, ReadsAndRevisionsFollowEveryChangeWithoutAWatch) {
+  const auto a = open(), b = open();
+  a->setObject(1, "n");
+  EXPECT_EQ(b->integerForKey("n"), 1);
+  const auto before = b->revision();
+  EXPECT_EQ(b->revision(), before);
+  for (int i = 2; i < 20; ++i) {
+    a->setObject(i, "n");
+    EXPECT_NE(b->revision(), before);
+    ASSERT_EQ(b->integerForKey("n"), i);
+  }
+  EXPECT_NE(a->revision(), b->revision());
+  const auto unchanged = a->revision();
+  a->registerDefaults({{"m", 1}});
+  EXPECT_NE(a->revision(), unchanged);
+}
+
+// Catches an announcement that is missing, doubled, too early, or made for no change.
+TEST_F(UserDefaultsTests, OwnChangesAreAnnouncedOnceBeforeTheSetterReturns) {
+  const auto defaults = open();
+  defaults->registerDefaults({{"n", 0}});
+  std::vector<std::string> calls;
+  auto token = defaults->observe("n", newValue | oldValue | prior, [&](const auto& change) {
+    const auto text = [](const PropertyList* value) {
+      return value ? std::to_string(*value->integer()) : "-";
+    };
+    calls.push_back((change.isPrior ? "will " : "did ") + text(change.oldValue) + ">" +
+                    text(change.newValue) + " reads " +
+                    std::to_string(defaults->integerForKey("n")));
+  });
+  defaults->setObject(1, "n");
+  defaults->setObject(1, "n");
+  defaults->setObject(5, "m");
+  defaults->removeObjectForKey("n");
+  defaults->removeObjectForKey("n");
+  defaults->synchronize();
+  EXPECT_THAT(calls, ElementsAre("will 0>- reads 0", "did 0>1 reads 1",  //
+                                 "will 1>- reads 1", "did 1>0 reads 0"));
+}
+
+/// What the observers of some keys were told, in order; waits for it.
+class Told {
+ public:
+  KeyValueObserving<PropertyList>::Handler handler() {
+    return [this](const auto& change) {
+      const std::lock_guard lock(mutex_);
+      const auto* text = change.newValue ? change.newValue->text() : nullptr;
+      calls_.push_back((change.isPrior ? "will " : "did ") + std::string(change.key) +
+                       (text ? " " + *text : ""));
+      added_.notify_all();
+    };
+  }
+
+  bool waitFor(const std::string& call) {
+    std::unique_lock lock(mutex_);
+    return added_.wait_for(lock, std::chrono::seconds(30),
+                           [&] { return std::ranges::find(calls_, call) != calls_.end(); });
+  }
+
+  std::vector<std::string> take() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(calls_, {});
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable added_;
+  std::vector<std::string> calls_;
+};
+
+// Catches others' changes that are missed or announced twice: found by a write on the way, by the
+// watch, by both; and a watch that dies when the file is replaced, deleted, written in place, or
+// its folder is made late, removed or made anew.
+TEST_F(UserDefaultsTests, OthersChangesAreAnnouncedOnceWhateverHappensToTheFile) {
+  const auto mine = open(), other = open();
+  Told told;
+  auto a = mine->observe("a", newValue | prior, told.handler());
+  auto end = mine->observe("end", newValue, told.handler());
+  const auto config = dir.path() / "config";
+  int round = 0;
+  const auto expectOnce = [&](const char* what, std::vector<std::string> expected) {
+    const auto mark = std::to_string(++round);
+    other->setObject(mark, "end");
+    EXPECT_TRUE(told.waitFor("did end " + mark)) << what;
+    expected.push_back("did end " + mark);
+    EXPECT_EQ(told.take(), expected) << what;
+  };
+
+  other->setObject("1", "a");
+  ASSERT_TRUE(told.waitFor("did a 1")) << "the folder is made";
+  expectOnce("folder made", {"will a", "did a 1"});
+
+  other->setObject("2", "a");
+  mine->setObject("x", "unrelated");  // finds the change of "a" on its way
+  expectOnce("found by a write", {"will a", "did a 2"});
+
+  fs::remove(mine->file());
+  ASSERT_TRUE(told.waitFor("did a"));
+  told.take();
+  other->setObject("3", "a");
+  ASSERT_TRUE(told.waitFor("did a 3"));
+  told.take();
+  expectOnce("file deleted", {});
+
+  fs::remove_all(config);
+  ASSERT_TRUE(told.waitFor("did a"));
+  told.take();
+  other->setObject("4", "a");
+  ASSERT_TRUE(told.waitFor("did a 4"));
+  told.take();
+  expectOnce("folder removed", {});
+
+  fs::rename(config, dir.path() / "moved");
+  ASSERT_TRUE(told.waitFor("did a"));
+  told.take();
+  fs::rename(dir.path() / "moved", config);
+  ASSERT_TRUE(told.waitFor("did a 4"));
+  told.take();
+  expectOnce("folder moved away and back", {});
+
+  const auto bytes = PropertyListSerialization::write(PropertyList::Dictionary{{"a", "5"}});
+  dir.write("config/test.plist", textOf(bytes));
+  ASSERT_TRUE(told.waitFor("did a 5")) << "written in place";
+}
+
+// Catches a handler that runs after its token or the defaults are gone, and keys of own changes
+// among those of others.
+TEST_F(UserDefaultsTests, ExternalChangesAreToldByKey) {
+  auto mine = open();
+  const auto other = open();
+  std::promise<std::vector<std::string>> told;
+  auto token = mine->observeExternalChanges([&](const auto& keys) { told.set_value(keys); });
+  mine->setObject(1, "own");
+  other->setObject(2, "theirs");
+  EXPECT_THAT(told.get_future().get(), ElementsAre("theirs"));
+  token.cancel();
+  other->setObject(3, "theirs");
+  mine.reset();
+  other->setObject(4, "theirs");
+}
+
+// Catches races between readers, writers and observers, and updates that overtake each other:
+// what is read in the end is what is in the file.
+TEST_F(UserDefaultsTests, ThreadsMayReadWriteAndObserveAtOnce) {
+  const auto a = open(), b = open();
+  std::atomic<int> pairs{0};
+  auto token =
+      a->observe("n", prior, [&](const auto& change) { pairs += change.isPrior ? 1 : -1; });
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([&, t] {
+        for (int i = 0; i < 25; ++i) {
+          (t % 2 == 0 ? a : b)->setObject(t * 1000 + i, "n");
+          a->setObject(i, "t" + std::to_string(t));
+          EXPECT_EQ(a->integerForKey("t" + std::to_string(t)), i);
+          const auto drop = b->observe("n", none, [](const auto&) {});
+        }
+      });
+    }
+  }
+  const auto settled = open()->persistentDomain();
+  a->synchronize();
+  b->synchronize();
+  EXPECT_EQ(a->persistentDomain(), settled);
+  EXPECT_EQ(b->persistentDomain(), settled);
+  token.cancel();
+  EXPECT_EQ(pairs, 0);
+}
+
+}  // namespace
+}  // namespace ombrix::platform
