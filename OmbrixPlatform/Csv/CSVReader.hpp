@@ -1,0 +1,143 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixPlatform/Csv/CSVError.hpp"
+
+namespace ombrix::platform {
+
+class InputStream;
+
+namespace detail {
+struct NumberRowText;
+using NumberRowScanner = const char* (*)(const NumberRowText&, std::span<double>) noexcept;
+}  // namespace detail
+
+/// Reads rows of delimited text one by one.
+///
+/// "\n", "\r\n" and "\r" end a row; the last row needs no end. Empty lines yield no row. Quotes
+/// follow RFC 4180: a field that begins with a double quote runs to the next single one, a doubled
+/// quote inside stands for one, and delimiters and line breaks inside belong to the field. Beyond
+/// the RFC: text between a closing quote and the next delimiter is added to the field as it is, a
+/// quote inside an unquoted field is a character like any other, and a quoted field that is never
+/// closed runs to the end of the input, with its row. A UTF-8 byte-order mark at the very beginning
+/// is skipped; all other bytes, NUL and invalid UTF-8 among them, pass through as they are.
+///
+/// Text in memory is read where it lies, streams in blocks of `kBlockBytes`; a row longer than a
+/// block makes the buffer grow. One thread at a time.
+class CSVReader {
+ public:
+  /// The fields of one row; valid until the next row is asked for.
+  using Row = std::span<const std::string_view>;
+
+  static constexpr std::size_t kBlockBytes = 256 * 1024;
+  static constexpr std::string_view kDefaultWhitespaces = " \t\v\f";
+
+  struct Configuration {
+    char delimiter = ',';
+    /// Whether the first row names the columns: it is then kept as `headerRow` and is no row.
+    bool hasHeaderRow = false;
+    /// Whether `whitespaces` at both ends of a field (outside its quotes) are left out.
+    bool trimFields = false;
+    std::string_view whitespaces = kDefaultWhitespaces;
+    /// Off: `nextNumbers` uses portable code only, also where the processor offers more.
+    bool usesWideInstructions = true;
+  };
+
+  /// Reads text that outlives the reader.
+  /// @throws CSVError for a delimiter that is a quote or a line break
+  explicit CSVReader(std::string_view text);
+  CSVReader(std::string_view text, const Configuration& configuration);
+
+  /// Reads a stream that outlives the reader, and its first block at once. A stream that is not
+  /// open is opened here and closed with the reader. The reader reads ahead: what the stream would
+  /// give after it is not defined.
+  /// @throws CSVError also when the stream cannot be opened or its first block cannot be read
+  explicit CSVReader(InputStream& stream);
+  CSVReader(InputStream& stream, const Configuration& configuration);
+
+  ~CSVReader();
+  CSVReader(const CSVReader&) = delete;
+  CSVReader& operator=(const CSVReader&) = delete;
+
+  /// The names of the columns; empty without a header row.
+  [[nodiscard]] const std::vector<std::string>& headerRow() const noexcept { return headerRow_; }
+
+  /// The next row; nothing when there is none left or the stream fails (see `error`).
+  std::optional<Row> next();
+
+  /// Reads the next row as numbers when it is a plain one: as many fields as `numbers` has room
+  /// for, each of digits with an optional "-" in front and an optional "." among them.
+  ///
+  /// @return whether it was; if not, nothing was consumed and `next` gives the row. An unusual
+  ///         number ("1e3"), a row that ends the input, or one with empty lines in front of it may
+  ///         be left to `next` as well. Numbers are those of `doubleFromText`, to the last bit.
+  bool nextNumbers(std::span<double> numbers);
+
+  /// How many bytes the rows so far took, line ends and empty lines included.
+  [[nodiscard]] std::uint64_t bytesRead() const noexcept;
+
+  /// How many bytes there were in all when the reader was made, where that can be known.
+  [[nodiscard]] std::optional<std::uint64_t> bytesTotal() const noexcept { return bytesTotal_; }
+
+  /// Why the stream stopped giving bytes before its end. The complete rows up to there are given;
+  /// the one that broke off is not.
+  [[nodiscard]] const std::optional<CSVError>& error() const noexcept { return error_; }
+
+ private:
+  struct Unescaped {
+    std::size_t field, begin, size;
+  };
+
+  void start(const Configuration& configuration);
+  void openStream();
+  void readInPlace(std::string_view text);
+  bool fill();
+  /// Whether no byte is missing behind `end_`: neither unread nor lost with a broken stream.
+  [[nodiscard]] bool isComplete() const noexcept { return atEnd_ && !error_; }
+  void makeRoom(std::size_t tail);
+  bool scanRow(const char*& position);
+  bool scanQuotedField(const char*& position);
+  bool scanPlainField(const char*& position);
+  void skipWhitespace(const char*& position) const noexcept;
+  [[nodiscard]] std::string_view trimmed(std::string_view field) const noexcept;
+  [[nodiscard]] bool endsField(char c) const noexcept {
+    return c == delimiter_ || c == '\n' || c == '\r';
+  }
+
+  InputStream* stream_ = nullptr;
+  bool closesStream_ = false;
+  bool atEnd_ = true;
+
+  // Bytes not consumed lie in [position_, end_); all of [readableBegin_, readableEnd_) may be
+  // loaded, whatever lies there.
+  const char* position_ = nullptr;
+  const char* end_ = nullptr;
+  const char* readableBegin_ = nullptr;
+  const char* readableEnd_ = nullptr;
+  std::unique_ptr<char[]> buffer_;
+  std::size_t capacity_ = 0;
+  std::uint64_t bytesBehindEnd_ = 0;
+  std::optional<std::uint64_t> bytesTotal_;
+
+  char delimiter_ = ',';
+  bool trimFields_ = false;
+  std::string whitespaces_;
+  detail::NumberRowScanner scanNumbers_ = nullptr;  ///< Null: no row can be plain.
+
+  std::vector<std::string_view> fields_;
+  // Fields that differ from their bytes are rebuilt here and placed when the row is complete.
+  std::string unescapedText_;
+  std::vector<Unescaped> unescaped_;
+  std::vector<std::string> headerRow_;
+  std::optional<CSVError> error_;
+};
+
+}  // namespace ombrix::platform

@@ -1,0 +1,131 @@
+#include "OmbrixPlatform/Csv/CSVWriter.hpp"
+
+#include <algorithm>
+#include <cstring>
+#include <utility>
+
+namespace ombrix::platform {
+namespace {
+
+constexpr char kQuote = '"';
+
+/// Room behind a full block for most rows, so that the buffer seldom grows.
+constexpr std::size_t kSlackBytes = 4096;
+
+bool needsQuotes(std::string_view text, char delimiter) noexcept {
+  return std::ranges::any_of(text, [delimiter](char c) {
+    return c == delimiter || c == kQuote || c == '\n' || c == '\r';
+  });
+}
+
+}  // namespace
+
+CSVWriter::CSVWriter(std::shared_ptr<OutputStream> stream)
+    : CSVWriter(std::move(stream), Configuration{}) {}
+
+CSVWriter::CSVWriter(std::shared_ptr<OutputStream> stream, const Configuration& configuration)
+    : stream_(std::move(stream)),
+      delimiter_(configuration.delimiter),
+      newline_(configuration.newline),
+      buffer_(std::make_unique_for_overwrite<char[]>(kBlockBytes + kSlackBytes)),
+      capacity_(kBlockBytes + kSlackBytes) {
+  if (delimiter_ == kQuote || delimiter_ == '\n' || delimiter_ == '\r') {
+    throw CSVError(CSVError::Kind::badConfiguration,
+                   "A CSV delimiter cannot be a quote or a line break.");
+  }
+  if (stream_->streamStatus() != StreamStatus::notOpen) return;
+  const auto opened = stream_->open();
+  if (!opened) throw CSVError(CSVError::Kind::cannotOpenStream, opened.error().what());
+  closesStream_ = true;
+}
+
+CSVWriter::~CSVWriter() {
+  if (stream_ == nullptr) return;
+  try {
+    flush();
+  } catch (const CSVError&) {
+    // Promised in the header: whoever needs to know has called flush before.
+  }
+  if (closesStream_) stream_->close();
+}
+
+void CSVWriter::write(std::span<const std::string_view> row) {
+  for (const auto field : row) addField(field);
+  endRow();
+}
+
+void CSVWriter::addField(std::string_view text) {
+  if (!needsQuotes(text, delimiter_)) {
+    beginField(text.size());
+    append(text);
+    return;
+  }
+  beginField(2 * text.size() + 2);
+  buffer_[size_++] = kQuote;
+  for (const char c : text) {
+    if (c == kQuote) buffer_[size_++] = kQuote;
+    buffer_[size_++] = c;
+  }
+  buffer_[size_++] = kQuote;
+}
+
+void CSVWriter::addField(double number, TruncatingNumberFormat format) {
+  const auto before = size_;
+  beginField(TruncatingNumberFormat::kRequiredBytes);
+  const char* const end = format.write(number, buffer_.get() + size_);
+  if (end == nullptr) {
+    size_ = before;
+    --fieldCount_;
+    return;
+  }
+  size_ = static_cast<std::size_t>(end - buffer_.get());
+}
+
+void CSVWriter::endRow() {
+  // A line without any byte would be no row.
+  if (fieldCount_ == 1 && size_ == rowBegin_) append("\"\"");
+  endLine();
+}
+
+void CSVWriter::writeNewline() { endLine(); }
+
+void CSVWriter::endLine() {
+  append(newline_);
+  rowBegin_ = size_;
+  fieldCount_ = 0;
+  if (size_ >= kBlockBytes) flush();
+}
+
+void CSVWriter::flush() {
+  const std::size_t count = std::exchange(rowBegin_, 0);
+  if (count == 0) return;
+  const auto bytes = bytesOf({buffer_.get(), count});
+  auto written = hasFailed_ ? stream_->write(bytesOf(newline_)) : FileResult<void>{};
+  if (written) written = stream_->write(bytes);
+  size_ -= count;
+  std::memmove(buffer_.get(), buffer_.get() + count, size_);
+  hasFailed_ = !written;
+  if (!written) throw CSVError(CSVError::Kind::cannotWriteStream, written.error().what());
+}
+
+/// Sees to it that there is room for a field and what may follow it, and writes the delimiter.
+void CSVWriter::beginField(std::size_t room) {
+  const std::size_t needed = size_ + room + 1;
+  if (needed > capacity_) growBuffer(needed);
+  if (fieldCount_++ != 0) buffer_[size_++] = delimiter_;
+}
+
+void CSVWriter::append(std::string_view bytes) {
+  if (size_ + bytes.size() > capacity_) growBuffer(size_ + bytes.size());
+  std::ranges::copy(bytes, buffer_.get() + size_);
+  size_ += bytes.size();
+}
+
+void CSVWriter::growBuffer(std::size_t size) {
+  capacity_ = std::max(size, 2 * capacity_);
+  auto grown = std::make_unique_for_overwrite<char[]>(capacity_);
+  std::memcpy(grown.get(), buffer_.get(), size_);
+  buffer_ = std::move(grown);
+}
+
+}  // namespace ombrix::platform
