@@ -1,0 +1,41 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <utility>
+
+namespace ombrix {
+
+/// How far a CSV parser has come.
+struct CSVParseProgress {
+  std::size_t rowsRead = 0;     ///< Rows that gave an element of the list.
+  std::size_t rowsSkipped = 0;  ///< Rows that were logged and left out.
+  std::uint64_t bytesRead = 0;
+  std::optional<std::uint64_t> bytesTotal;  ///< Where the source knows it.
+  bool isFinished = false;                  ///< Whether this is the last report of this parse.
+  bool brokeOff = false;                    ///< Whether the source failed before its end.
+};
+
+/// Watches one parse, for a progress bar and for the counts at its end.
+///
+/// The handler is called on the thread that parses, after about every `kReportBytes` bytes and once
+/// when all is read; never when the source could not be opened or read at all.
+class CSVParseObserver {
+ public:
+  static constexpr std::uint64_t kReportBytes = 256 * 1024;
+
+  using Handler = std::function<void(const CSVParseProgress&)>;
+
+  CSVParseObserver() = default;
+  explicit CSVParseObserver(Handler handler) : handler_(std::move(handler)) {}
+
+  [[nodiscard]] bool isWatching() const noexcept { return handler_ != nullptr; }
+  void report(const CSVParseProgress& progress) const { handler_(progress); }
+
+ private:
+  Handler handler_;
+};
+
+}  // namespace ombrix

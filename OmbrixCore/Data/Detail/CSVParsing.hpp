@@ -1,0 +1,105 @@
+#pragma once
+
+// Private: what the parsers of tracks and of heart rates have in common.
+
+#include <algorithm>
+#include <array>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "OmbrixCore/Data/CSVParseObserver.hpp"
+#include "OmbrixCore/Extensions/Logging/Log.hpp"
+#include "OmbrixPlatform/Csv/CSVReader.hpp"
+#include "OmbrixPlatform/Files/InputStream.hpp"
+#include "OmbrixPlatform/Files/URL.hpp"
+
+namespace ombrix::detail {
+
+/// A stream on the file at the URL's path, open; null, and a line in the log, when there is none.
+inline std::unique_ptr<platform::InputStream> openCSVStream(const platform::URL& url, LogTag tag) {
+  auto stream = platform::InputStream::withURL(url);
+  if (stream != nullptr && stream->open()) return stream;
+  logError(tag, "Filesystem: Couldn't read input stream for CSV");
+  return nullptr;
+}
+
+/// The capacity to go on with when `count` items are full. The rows to come are judged by those
+/// that were read, on samples of growing size, so that a long list is moved once, while it is
+/// short.
+inline std::size_t nextCapacity(std::size_t count, const platform::CSVReader& reader) {
+  constexpr std::size_t kFirstSample = 64;
+  constexpr std::size_t kLastSample = 16 * 1024;
+  if (count == 0) return kFirstSample;
+  const auto total = reader.bytesTotal();
+  const auto read = reader.bytesRead();
+  if (!total || *total <= read) return count + count / 2;
+  // A tenth more than expected: capacity beyond the count is never touched and costs no memory,
+  // while moving the list again would have it in memory twice.
+  const double rowsPerByte = static_cast<double>(count) / static_cast<double>(read);
+  const auto expected =
+      static_cast<std::size_t>(1.1 * rowsPerByte * static_cast<double>(*total - read));
+  const std::size_t estimate = count + std::max(expected, count / 8) + 1;
+  return count < kLastSample ? std::min(estimate, 16 * count) : estimate;
+}
+
+/// Reads all rows in order. A row of exactly `Columns` plain numbers goes through `fromNumbers`,
+/// every other one through `transform`, which gives the same item or logs and gives nothing.
+template <std::size_t Columns, class Item, class FromNumbers, class Transform>
+std::vector<Item> readCSVRows(platform::CSVReader& reader, const CSVParseObserver& observer,
+                              FromNumbers fromNumbers, Transform transform, LogTag tag) {
+  std::vector<Item> items;
+  CSVParseProgress progress;
+  const auto report = [&] {
+    progress.rowsRead = items.size();
+    progress.bytesRead = reader.bytesRead();
+    progress.bytesTotal = reader.bytesTotal();
+    observer.report(progress);
+  };
+  std::uint64_t nextReport = observer.isWatching() ? CSVParseObserver::kReportBytes
+                                                   : std::numeric_limits<std::uint64_t>::max();
+  std::array<double, Columns> numbers;
+  while (true) {
+    if (items.size() == items.capacity()) items.reserve(nextCapacity(items.size(), reader));
+    if (reader.nextNumbers(numbers)) {
+      items.push_back(fromNumbers(numbers));
+    } else {
+      const auto row = reader.next();
+      if (!row) break;
+      if (const std::optional<Item> item = transform(*row)) {
+        items.push_back(*item);
+      } else {
+        ++progress.rowsSkipped;
+      }
+    }
+    if (reader.bytesRead() >= nextReport) {
+      report();
+      nextReport = reader.bytesRead() + CSVParseObserver::kReportBytes;
+    }
+  }
+  progress.brokeOff = reader.error().has_value();
+  // The rows before the failure are good: they are kept, and the log tells that more are missing.
+  if (progress.brokeOff) logError(tag, "Data: Error parsing CSV");
+  progress.isFinished = true;
+  if (observer.isWatching()) report();
+  return items;
+}
+
+/// The whole of a synchronous parse of text or of a stream; nothing, and a line in the log, when no
+/// reader can be made.
+template <std::size_t Columns, class Item, class Source, class FromNumbers, class Transform>
+std::optional<std::vector<Item>> parseCSV(Source&& source, const CSVParseObserver& observer,
+                                          FromNumbers fromNumbers, Transform transform,
+                                          LogTag tag) {
+  std::optional<platform::CSVReader> reader;
+  try {
+    reader.emplace(source);
+  } catch (const platform::CSVError&) {
+    logError(tag, "Data: Error parsing CSV");
+    return std::nullopt;
+  }
+  return readCSVRows<Columns, Item>(*reader, observer, fromNumbers, transform, tag);
+}
+
+}  // namespace ombrix::detail
