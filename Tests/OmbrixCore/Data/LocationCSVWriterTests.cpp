@@ -1,0 +1,162 @@
+#include "OmbrixCore/Data/LocationCSVWriter.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <limits>
+#include <random>
+#include <type_traits>
+
+#include "OmbrixCore/Data/LocationCSVParser.hpp"
+#include "OmbrixTesting/RecordingLog.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
+
+namespace ombrix {
+namespace {
+
+using platform::URL;
+using testing::ScopedDir;
+
+static_assert(!std::is_default_constructible_v<LocationCSVWriter>);
+
+CLLocation exampleFix() {
+  CLLocation fix;
+  fix.coordinate = {46.123456, -7.5};
+  fix.altitude = 1500.25;
+  fix.course = -1;
+  fix.speed = 5.0625;
+  fix.verticalAccuracy = 5.06;
+  fix.horizontalAccuracy = 10.99;
+  fix.timestamp = platform::dateSince1970(1700000000.1234569);
+  return fix;
+}
+
+constexpr std::string_view kExampleRow =
+    "1700000000.123456,46.123456,-7.500000,1500.250000,-1.0,5.062500,5.0,10.9\n";
+
+// Catches a missing or a needless line break between what a file holds and the first new fix, and
+// a file that is emptied.
+TEST(LocationCSVWriterTests, AppendsOnALineOfItsOwn) {
+  const struct {
+    std::string_view before, between;
+  } cases[] = {
+      {"", ""},          {"1,2\n", ""},     {"1,2\r\n", ""},     {"1,2\r", ""},
+      {"1,2\v", ""},     {"1,2\f", ""},     {"1,2\u0085", ""},   {"1,2\u2028", ""},
+      {"1,2\u2029", ""}, {"1,2", "\n"},     {"1,2é", "\n"},      {"1,2\n\u0301", "\n"},
+      {"1,2\n\"", "\n"}, {"\xFF\n1,2", ""}, {"1,2\xE2\x80", ""}, {"\u2028 1", "\n"},
+  };
+  const ScopedDir folder;
+  for (const auto& [before, between] : cases) {
+    const URL url = URL::fileURL(folder.write("track.csv", before).string());
+    LocationCSVWriter writer(url);
+    EXPECT_EQ(folder.read("track.csv"), std::string(before) + std::string(between)) << before;
+    writer.add(exampleFix());
+    EXPECT_EQ(folder.read("track.csv"),
+              std::string(before) + std::string(between) + std::string(kExampleRow))
+        << before;
+  }
+  LocationCSVWriter(URL::fileURL((folder.path() / "new.csv").string())).add(exampleFix());
+  EXPECT_EQ(folder.read("new.csv"), kExampleRow);
+}
+
+// Catches a value without a text that stops the row, or leaves an empty field that would be read.
+TEST(LocationCSVWriterTests, LeavesOutFieldsWithoutText) {
+  const std::shared_ptr stream = platform::OutputStream::toMemory();
+  LocationCSVWriter writer(stream);
+  CLLocation fix = exampleFix();
+  fix.speed = std::numeric_limits<double>::quiet_NaN();
+  fix.timestamp = platform::dateSince1970(std::numeric_limits<double>::infinity());
+  writer.add(fix);
+  const std::string text(platform::textOf(stream->data().value()));
+  EXPECT_EQ(text, "46.123456,-7.500000,1500.250000,-1.0,5.0,10.9\n");
+  testing::RecordingLog log;
+  EXPECT_EQ(LocationCSVParser().parse(text).value().size(), 0U);
+  EXPECT_EQ(log.takeErrors().size(), 1U);
+}
+
+/// Takes a number of bytes and counts its calls.
+class SmallDisk final : public platform::OutputStream {
+ public:
+  explicit SmallDisk(std::size_t bytes) : room_(bytes) {}
+  platform::FileResult<void> open() override {
+    setStatus(platform::StreamStatus::open);
+    return {};
+  }
+  void close() noexcept override { setStatus(platform::StreamStatus::closed); }
+  platform::FileResult<void> write(platform::DataView bytes) override {
+    ++writes;
+    const auto taken = bytes.first(std::min(bytes.size(), room_ - text.size()));
+    text += platform::textOf(taken);
+    if (taken.size() < bytes.size()) return std::unexpected(platform::FileError(ENOSPC, "write"));
+    return {};
+  }
+  std::string text;
+  int writes = 0;
+
+ private:
+  std::size_t room_;
+};
+
+// Catches a system call for every row, and a failure that is swallowed, or costs rows before it.
+TEST(LocationCSVWriterTests, WritesOncePerCallAndTellsOfFailures) {
+  const auto disk = std::make_shared<SmallDisk>(4 * kExampleRow.size() + 5);
+  {
+    LocationCSVWriter writer(disk);
+    EXPECT_EQ(writer.stream(), disk);
+    writer.add(std::vector(3, exampleFix()));
+    EXPECT_EQ(disk->writes, 1);
+    writer.add(exampleFix());
+    EXPECT_EQ(disk->writes, 2);
+    EXPECT_THROW(writer.add(std::vector(2, exampleFix())), platform::CSVError);
+    EXPECT_EQ(disk->text.substr(0, 4 * kExampleRow.size()).find_last_of('\n'),
+              4 * kExampleRow.size() - 1);
+  }
+  EXPECT_EQ(disk->streamStatus(), platform::StreamStatus::closed);
+
+  const ScopedDir folder;
+  EXPECT_THROW(LocationCSVWriter(URL::fileURL(folder.path().string(), true)), platform::CSVError);
+  EXPECT_THROW(LocationCSVWriter(URL::fileURL((folder.path() / "no" / "track.csv").string())),
+               platform::CSVError);
+  EXPECT_DEATH(LocationCSVWriter(URL::parse("https://ombrix.example/track.csv").value()),
+               "No output stream");
+}
+
+// Catches numbers that drift when a track is read and written again: coordinates at the six
+// decimals, courses at one, times in milliseconds, exact for as often as one likes.
+TEST(LocationCSVWriterTests, RewritingATrackChangesNothing) {
+  std::mt19937_64 random(9);
+  std::vector<CLLocation> track(20'000);
+  for (CLLocation& fix : track) {
+    const auto scaled = [&random](std::int64_t range, double scale) {
+      return static_cast<double>(
+                 static_cast<std::int64_t>(random() % static_cast<std::uint64_t>(2 * range)) -
+                 range) /
+             scale;
+    };
+    fix.coordinate = {scaled(90'000'000, 1e6), scaled(180'000'000, 1e6)};
+    fix.altitude = scaled(9'000'000'000, 1e6);
+    fix.course = std::abs(scaled(3600, 10));
+    fix.speed = std::abs(scaled(100'000'000, 1e6));
+    fix.verticalAccuracy = scaled(1000, 10);
+    fix.horizontalAccuracy = scaled(1000, 10);
+    fix.timestamp = platform::dateSince1970(
+        static_cast<double>(1'500'000'000'000 + random() % 400'000'000'000) / 1e3);
+  }
+  const std::shared_ptr first = platform::OutputStream::toMemory();
+  LocationCSVWriter(first).add(track);
+  const auto read = LocationCSVParser().parse(first->data().value()).value();
+  ASSERT_EQ(read.size(), track.size());
+  for (std::size_t i = 0; i < track.size(); ++i) {
+    ASSERT_EQ(read[i].coordinate.latitude, track[i].coordinate.latitude);
+    ASSERT_EQ(read[i].coordinate.longitude, track[i].coordinate.longitude);
+    ASSERT_EQ(read[i].altitude, track[i].altitude);
+    ASSERT_EQ(read[i].course, track[i].course);
+    ASSERT_EQ(read[i].timestamp, track[i].timestamp);
+  }
+  const std::shared_ptr second = platform::OutputStream::toMemory();
+  LocationCSVWriter(second).add(read);
+  EXPECT_EQ(platform::textOf(second->data().value()), platform::textOf(first->data().value()));
+}
+
+}  // namespace
+}  // namespace ombrix
