@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Services.hpp"
 
 #include "OmbrixPlatform/Concurrency/MainLoop.hpp"
+#include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
@@ -14,6 +15,7 @@ Services::Services()
     : clock(&makeSystemClock),
       directories(&makeSystemDirectories),
       locale(&makeSystemLocaleService),
+      mainBundle(&makeMainBundle),
       mainExecutor(&makeMainExecutor),
       standardDefaults(&makeStandardUserDefaults),
       systemLog(&makeSystemLog) {}

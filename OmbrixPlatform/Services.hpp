@@ -6,6 +6,7 @@
 
 namespace ombrix::platform {
 
+class Bundle;
 class Clock;
 class Directories;
 class Executor;
@@ -67,6 +68,7 @@ struct Services {
   ServiceSlot<Clock> clock;
   ServiceSlot<Directories> directories;
   ServiceSlot<LocaleService> locale;
+  ServiceSlot<Bundle> mainBundle;
   ServiceSlot<Executor> mainExecutor;
   ServiceSlot<UserDefaults> standardDefaults;
   ServiceSlot<SystemLog> systemLog;

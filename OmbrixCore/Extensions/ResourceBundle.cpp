@@ -1,0 +1,36 @@
+#include "OmbrixCore/Extensions/ResourceBundle.hpp"
+
+#include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Services.hpp"
+
+namespace ombrix {
+namespace {
+
+constexpr std::string_view kFolderName = "OmbrixCore";
+
+std::shared_ptr<platform::Bundle> makeResourceBundle() {
+  const auto* address = reinterpret_cast<const void*>(&makeResourceBundle);
+  const auto folder = platform::Bundle::resourceFolder(kFolderName, address);
+  // Without its resources the library falls back to the texts in the code.
+  return std::make_shared<platform::Bundle>(folder.value_or(
+      platform::services().directories.get().library().appendingPathComponent(kFolderName, true)));
+}
+
+platform::ServiceSlot<platform::Bundle>& slot() {
+  static auto& instance = *new platform::ServiceSlot<platform::Bundle>(&makeResourceBundle);
+  return instance;
+}
+
+}  // namespace
+
+platform::Bundle& resourceBundle() { return slot().get(); }
+
+std::shared_ptr<platform::Bundle> setResourceBundle(std::shared_ptr<platform::Bundle> bundle) {
+  return slot().set(std::move(bundle));
+}
+
+std::string localizedString(std::string_view key, std::string_view fallback) {
+  return slot().shared()->localizedString(key, fallback);
+}
+
+}  // namespace ombrix

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "OmbrixPlatform/Files/Bundle.hpp"
+
+namespace ombrix {
+
+/// The library's own bundle, with its texts: "share/OmbrixCore" above the installed library, or
+/// the one that the host has set. Any thread.
+platform::Bundle& resourceBundle();
+
+/// For the host to put another bundle in place, before it uses the library; null brings the
+/// library's own back. Gives the one it replaces (null when none was made yet).
+std::shared_ptr<platform::Bundle> setResourceBundle(std::shared_ptr<platform::Bundle> bundle);
+
+/// A text of the library in the user's language, from the default table of its bundle. Any thread.
+/// @param fallback The English text, for when the bundle has none.
+std::string localizedString(std::string_view key, std::string_view fallback);
+
+}  // namespace ombrix
