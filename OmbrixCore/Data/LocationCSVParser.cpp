@@ -5,7 +5,6 @@
 
 #include "OmbrixCore/Data/Detail/CSVParsing.hpp"
 #include "OmbrixCore/Data/Detail/TrackColumns.hpp"
-#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Csv/NumberText.hpp"
 
 namespace ombrix {
@@ -71,23 +70,19 @@ LocationCSVParser::Locations LocationCSVParser::parse(platform::DataView data,
 
 void LocationCSVParser::parse(const platform::URL& url, Completion completion,
                               CSVParseObserver observer) const {
-  parserQueue().async([url, completion = std::move(completion), observer = std::move(observer),
-                       parser = *this]() mutable { completion(parser.parse(url, observer)); });
+  detail::parseOn(parserQueue(), *this, url, std::move(completion), std::move(observer));
 }
 
 void LocationCSVParser::parse(std::string string, Completion completion,
                               CSVParseObserver observer) const {
-  parserQueue().async([string = std::move(string), completion = std::move(completion),
-                       observer = std::move(observer), parser = *this]() mutable {
-    completion(parser.parse(std::string_view(string), observer));
-  });
+  detail::parseOn(parserQueue(), *this, std::move(string), std::move(completion),
+                  std::move(observer));
 }
 
 void LocationCSVParser::parse(std::shared_ptr<platform::InputStream> stream, Completion completion,
                               CSVParseObserver observer) const {
-  parserQueue().async([stream = std::move(stream), completion = std::move(completion),
-                       observer = std::move(observer),
-                       parser = *this]() mutable { completion(parser.parse(*stream, observer)); });
+  detail::parseOn(parserQueue(), *this, std::move(stream), std::move(completion),
+                  std::move(observer));
 }
 
 void LocationCSVParser::parse(platform::Data data, Completion completion,

@@ -7,10 +7,14 @@
 #include <limits>
 #include <memory>
 #include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "OmbrixCore/Data/CSVParseObserver.hpp"
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Csv/CSVReader.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
@@ -100,6 +104,24 @@ std::optional<std::vector<Item>> parseCSV(Source&& source, const CSVParseObserve
     return std::nullopt;
   }
   return readCSVRows<Columns, Item>(*reader, observer, fromNumbers, transform, tag);
+}
+
+inline const platform::URL& viewOf(const platform::URL& url) noexcept { return url; }
+inline std::string_view viewOf(const std::string& string) noexcept { return string; }
+inline platform::InputStream& viewOf(
+    const std::shared_ptr<platform::InputStream>& stream) noexcept {
+  return *stream;
+}
+
+/// Runs the form of `parse` for a source, which is kept until then, on a queue and hands over what
+/// it gives, there.
+template <class Parser, class Source>
+void parseOn(platform::DispatchQueue& queue, const Parser& parser, Source source,
+             typename Parser::Completion completion, CSVParseObserver observer) {
+  queue.async([parser, source = std::move(source), completion = std::move(completion),
+               observer = std::move(observer)]() mutable {
+    completion(parser.parse(viewOf(source), observer));
+  });
 }
 
 }  // namespace ombrix::detail

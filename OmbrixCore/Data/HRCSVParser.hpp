@@ -1,0 +1,58 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixCore/Data/CSVParseObserver.hpp"
+#include "OmbrixPlatform/Csv/CSVReader.hpp"
+#include "OmbrixPlatform/Files/InputStream.hpp"
+#include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Health/HKQuantitySample.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix {
+
+/// Reads heart-rate recordings: comma-separated text without a header, one measurement per row, in
+/// the columns time (seconds since 1970) and heart rate (beats per minute); further columns are
+/// ignored. Each row becomes a sample of the heart-rate type in "count/min" at that instant.
+///
+/// Every form gives the samples in file order, an empty list for an empty source, and nothing when
+/// the source cannot be opened or read at all; that, and each row that is skipped, is logged as an
+/// error. Nothing is thrown. When a source fails midway, the samples before are given and the
+/// failure is logged. A row with fewer than two fields stops the program; empty lines are no rows.
+///
+/// Stateless: one parser may serve any number of threads at once. The forms without a completion
+/// work on the calling thread. Those with one return at once, work on a concurrent queue shared by
+/// all these parsers and call the completion there, not on the main thread.
+class HRCSVParser {
+ public:
+  using Samples = std::optional<std::vector<platform::HKQuantitySample>>;
+  using Completion = std::move_only_function<void(Samples)>;
+
+  /// The file at the URL's path.
+  Samples parse(const platform::URL& url, const CSVParseObserver& observer = {}) const;
+  void parse(const platform::URL& url, Completion completion, CSVParseObserver observer = {}) const;
+
+  /// The text itself, in place.
+  Samples parse(std::string_view string, const CSVParseObserver& observer = {}) const;
+  void parse(std::string string, Completion completion, CSVParseObserver observer = {}) const;
+
+  /// A stream, which is opened and closed here when it is not open yet.
+  Samples parse(platform::InputStream& stream, const CSVParseObserver& observer = {}) const;
+  void parse(std::shared_ptr<platform::InputStream> stream, Completion completion,
+             CSVParseObserver observer = {}) const;
+
+  /// Bytes, in place.
+  Samples parse(platform::DataView data, const CSVParseObserver& observer = {}) const;
+  void parse(platform::Data data, Completion completion, CSVParseObserver observer = {}) const;
+
+  /// The sample of one row of at least two fields. Nothing, and a line in the log, when one of the
+  /// two is not a number from end to end.
+  std::optional<platform::HKQuantitySample> parseTransform(platform::CSVReader::Row row) const;
+};
+
+}  // namespace ombrix

@@ -1,0 +1,85 @@
+#include "OmbrixCore/Data/HRCSVParser.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <future>
+
+#include "OmbrixTesting/RecordingLog.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
+
+namespace ombrix {
+namespace {
+
+using platform::HKQuantityType;
+using platform::HKQuantityTypeIdentifier;
+using platform::HKUnit;
+
+// Catches exchanged columns, another unit or type, and rows that end the reading.
+TEST(HRCSVParserTests, MakesOneSampleOfEachGoodRow) {
+  testing::RecordingLog log;
+  const auto samples = HRCSVParser().parse(
+      "1700000000,72\n\n1700000001.5,73.5\n1700000002,74,extra\n1700000003,abc\n x,75\n,\n");
+  ASSERT_EQ(samples.value().size(), 3U);
+  const double rates[] = {72, 73.5, 74};
+  const double times[] = {1700000000, 1700000001.5, 1700000002};
+  const HKUnit perMinute = HKUnit::fromString("count/min").value();
+  for (std::size_t i = 0; i < 3; ++i) {
+    const auto& sample = (*samples)[i];
+    EXPECT_EQ(sample.quantityType(),
+              HKQuantityType::quantityType(HKQuantityTypeIdentifier::heartRate));
+    EXPECT_EQ(sample.quantity(), platform::HKQuantity(perMinute, rates[i]));
+    EXPECT_EQ(sample.startDate(), platform::dateSince1970(times[i]));
+    EXPECT_EQ(sample.endDate(), sample.startDate());
+  }
+  EXPECT_THAT(log.takeErrors(), ::testing::ElementsAre(
+                                    "Data: Error while trying to read CSV for migration, bad row",
+                                    "Data: Error while trying to read CSV for migration, bad row",
+                                    "Data: Error while trying to read CSV for migration, bad row"));
+  EXPECT_EQ(log.lines()[0].file, "OmbrixCore/Data/HRCSVParser");
+  EXPECT_EQ(log.lines()[0].function, "parseTransform(_:)");
+  EXPECT_EQ(HRCSVParser().parse("").value().size(), 0U);
+}
+
+// Catches a short row that is skipped: it stands for a file that is no recording.
+TEST(HRCSVParserTests, AShortRowStopsTheProgram) {
+  EXPECT_DEATH((void)HRCSVParser().parse("1700000000,72\n1700000000\n"), "Index out of range");
+}
+
+// Catches a form that reads another source than it was given, or answers nothing wrongly.
+TEST(HRCSVParserTests, ReadsTheSameFromEverySource) {
+  const testing::ScopedDir folder;
+  const std::string text = "1,60\n2,61\n";
+  const auto url = platform::URL::fileURL(folder.write("hr.csv", text).string());
+  const HRCSVParser parser;
+  const auto expected = parser.parse(text);
+  EXPECT_EQ(parser.parse(url), expected);
+  EXPECT_EQ(parser.parse(platform::bytesOf(text)), expected);
+  std::promise<HRCSVParser::Samples> fromData, fromURL;
+  parser.parse(platform::dataFrom(text), [&](auto samples) { fromData.set_value(samples); });
+  parser.parse(url, [&](auto samples) { fromURL.set_value(samples); });
+  EXPECT_EQ(fromData.get_future().get(), expected);
+  EXPECT_EQ(fromURL.get_future().get(), expected);
+
+  testing::RecordingLog log;
+  EXPECT_FALSE(parser.parse(platform::URL::fileURL((folder.path() / "missing").string())));
+  EXPECT_THAT(log.takeErrors(),
+              ::testing::ElementsAre("Filesystem: Couldn't read input stream for CSV"));
+  EXPECT_EQ(log.lines()[0].function, "parse(url:)");
+}
+
+// Catches units that are read loosely, and conversions between units that do not fit.
+TEST(HRCSVParserTests, ConvertsBetweenUnits) {
+  const HKUnit perMinute = HKUnit::fromString("count/min").value();
+  const HKUnit perSecond = HKUnit::fromString("count/s").value();
+  EXPECT_EQ(perMinute.unitString(), "count/min");
+  EXPECT_EQ(platform::HKQuantity(perMinute, 90).doubleValue(perSecond), 1.5);
+  for (const auto text : {"", "count/", "/min", "count/min/s", "Count", "bpm"}) {
+    EXPECT_FALSE(HKUnit::fromString(text)) << text;
+  }
+  const HKUnit count = HKUnit::fromString("count").value();
+  EXPECT_DEATH((void)platform::HKQuantity(count, 1).doubleValue(perMinute), "cannot be given");
+}
+
+}  // namespace
+}  // namespace ombrix
