@@ -1,0 +1,120 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <limits>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+namespace ombrix::detail {
+
+/// A value that hash tables take.
+template <class Value>
+concept Hashable = std::equality_comparable<Value> && requires(const Value& value) {
+  { std::hash<Value>{}(value) } -> std::convertible_to<std::size_t>;
+};
+
+/// Numbers distinct keys from 0 in the order in which they are first seen.
+///
+/// Open addressing over 8-byte slots of hash and number. The place of a slot follows from the top
+/// bits of its hash, so that growing reads and writes the table from front to back.
+template <Hashable Key>
+class FirstSeenTable {
+ public:
+  using Number = std::uint32_t;
+  static constexpr Number kNone = std::numeric_limits<Number>::max();
+
+  static std::uint32_t hashOf(const Key& key) {
+    auto hash = static_cast<std::uint64_t>(std::hash<Key>{}(key));
+    hash = (hash ^ (hash >> 32)) * 0x9E37'79B9'7F4A'7C15U;
+    return static_cast<std::uint32_t>(hash >> 32);
+  }
+
+  /// Whether looking up several keys at once pays, since slots come from beyond the nearest caches.
+  [[nodiscard]] bool isLarge() const noexcept { return slots_.size() > kNearSlots; }
+
+  /// Says that a key of this hash is about to be looked up.
+  void prefetch(std::uint32_t hash) const noexcept {
+    __builtin_prefetch(slots_.data() + (hash >> shift_), 1);
+  }
+
+  /// The number of a key, which is taken in when it is new.
+  template <class AnyKey>
+  Number insert(AnyKey&& key, std::uint32_t hash) {
+    const std::size_t place = placeOf(key, hash);
+    const Number number = slots_[place].number;
+    return number != kNone ? number : append(std::forward<AnyKey>(key), hash, place);
+  }
+
+  /// The number of a key, or `kNone`.
+  [[nodiscard]] Number find(const Key& key) const {
+    return slots_[placeOf(key, hashOf(key))].number;
+  }
+
+  [[nodiscard]] const std::vector<Key>& keys() const noexcept { return keys_; }
+  [[nodiscard]] std::vector<Key> takeKeys() && noexcept { return std::move(keys_); }
+
+ private:
+  static constexpr std::size_t kSparseSlots = 2'048;  // 16 KiB
+  static constexpr std::size_t kNearSlots = 16'384;   // 128 KiB
+
+  struct Slot {
+    std::uint32_t hash = 0;
+    Number number = kNone;
+  };
+
+  /// Where a key's slot is, or the empty one where it would go.
+  template <class AnyKey>
+  std::size_t placeOf(const AnyKey& key, std::uint32_t hash) const {
+    const Slot* const slots = slots_.data();
+    const std::size_t mask = slots_.size() - 1;
+    std::size_t place = hash >> shift_;
+    while (slots[place].number != kNone &&
+           !(slots[place].hash == hash && keys_[slots[place].number] == key)) {
+      place = (place + 1) & mask;
+    }
+    return place;
+  }
+
+  template <class AnyKey>
+  Number append(AnyKey&& key, std::uint32_t hash, std::size_t place) {
+    const auto number = static_cast<Number>(keys_.size());
+    keys_.push_back(std::forward<AnyKey>(key));
+    slots_[place] = {hash, number};
+    if (keys_.size() * spread() > slots_.size()) grow();
+    return number;
+  }
+
+  /// Slots per key at least. A table that fits into the first cache is kept sparse, so that nearly
+  /// every key is met at its natural place and the processor guesses right.
+  [[nodiscard]] std::size_t spread() const noexcept {
+    return slots_.size() <= kSparseSlots ? 8 : 2;
+  }
+
+  void grow() {
+    if (shift_ == 0) throw std::length_error("more than 2^31 distinct keys");
+    const std::size_t size = slots_.size() * 2;
+    std::vector<Slot> larger(size);
+    --shift_;
+    for (const Slot& slot : slots_) {
+      if (slot.number == kNone) continue;
+      std::size_t place = slot.hash >> shift_;
+      while (larger[place].number != kNone) place = (place + 1) & (size - 1);
+      larger[place] = slot;
+    }
+    slots_ = std::move(larger);
+  }
+
+  std::vector<Key> keys_;
+  // A slot's natural place is the top 32 - shift_ bits of its hash.
+  std::vector<Slot> slots_ = std::vector<Slot>(32);
+  int shift_ = 27;
+};
+
+// Keys that are looked up together, so that their slots travel from memory at the same time.
+inline constexpr std::size_t kLookUpBatch = 32;
+
+}  // namespace ombrix::detail
