@@ -1,9 +1,10 @@
-#include "OmbrixPlatform/Coding/BinaryPropertyListWriter.hpp"
+#include "OmbrixPlatform/Coding/Streams/BinaryPropertyListWriter.hpp"
 
 #include <bit>
 #include <cstring>
 #include <limits>
 
+#include "OmbrixPlatform/Coding/Detail/PropertyListTree.hpp"
 #include "OmbrixPlatform/Coding/Detail/Utf.hpp"
 
 namespace ombrix::platform {
@@ -60,7 +61,12 @@ void appendHeader(Data& out, unsigned marker, std::uint64_t count) {
 
 }  // namespace
 
-BinaryPropertyListWriter::BinaryPropertyListWriter() : table_(kFirstTableSize) {}
+BinaryPropertyListWriter::BinaryPropertyListWriter(const CodingUserInfo* userInfo)
+    : userInfo_(userInfo), table_(kFirstTableSize) {}
+
+void BinaryPropertyListWriter::refuse(const char* what) const {
+  throw EncodingError::invalidValue(what, codingPath());
+}
 
 void BinaryPropertyListWriter::bigEndian(std::uint64_t value, unsigned size) {
   char bytes[8];
@@ -78,7 +84,7 @@ void BinaryPropertyListWriter::header(unsigned marker, std::uint64_t count) {
 
 std::uint32_t BinaryPropertyListWriter::newId(std::uint64_t offset) {
   if (offsets_.size() >= std::numeric_limits<std::uint32_t>::max()) {
-    throw PropertyListError("cannot write the property list: it has too many values");
+    refuse("The property list has too many values");
   }
   offsets_.push_back(offset);
   return static_cast<std::uint32_t>(offsets_.size() - 1);
@@ -127,7 +133,7 @@ std::uint32_t BinaryPropertyListWriter::textId(std::string_view text) {
   std::string units;
   const std::size_t count = detail::appendAsUtf16BigEndian(units, text);
   if (count == std::string::npos) {
-    throw PropertyListError("cannot write the property list: a text is not valid UTF-8");
+    refuse("A text is not valid UTF-8");
   }
   header(0x60, count);
   leaves_.append(units);
@@ -135,15 +141,15 @@ std::uint32_t BinaryPropertyListWriter::textId(std::string_view text) {
 }
 
 void BinaryPropertyListWriter::key(std::string_view name) { pending_.push_back(textId(name)); }
-void BinaryPropertyListWriter::value(std::string_view text) { pending_.push_back(textId(text)); }
+void BinaryPropertyListWriter::text(std::string_view value) { pending_.push_back(textId(value)); }
 
-void BinaryPropertyListWriter::value(bool value) {
+void BinaryPropertyListWriter::boolean(bool value) {
   const std::size_t start = leaves_.size();
   byte(value ? 0x09 : 0x08);
   pending_.push_back(uniqueTail(start));
 }
 
-void BinaryPropertyListWriter::value(std::int64_t value) {
+void BinaryPropertyListWriter::integer(std::int64_t value) {
   const std::size_t start = leaves_.size();
   // Only the eight-byte form is signed.
   const unsigned size = value < 0 ? 8 : bytesFor(static_cast<std::uint64_t>(value));
@@ -152,9 +158,9 @@ void BinaryPropertyListWriter::value(std::int64_t value) {
   pending_.push_back(uniqueTail(start));
 }
 
-void BinaryPropertyListWriter::value(std::uint64_t value) {
+void BinaryPropertyListWriter::unsignedInteger(std::uint64_t value) {
   if (value <= static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
-    return this->value(static_cast<std::int64_t>(value));
+    return integer(static_cast<std::int64_t>(value));
   }
   const std::size_t start = leaves_.size();
   byte(0x14);
@@ -163,21 +169,21 @@ void BinaryPropertyListWriter::value(std::uint64_t value) {
   pending_.push_back(uniqueTail(start));
 }
 
-void BinaryPropertyListWriter::value(double value) {
+void BinaryPropertyListWriter::real(double value) {
   const std::size_t start = leaves_.size();
   byte(0x23);
   bigEndian(std::bit_cast<std::uint64_t>(value), 8);
   pending_.push_back(uniqueTail(start));
 }
 
-void BinaryPropertyListWriter::value(Date value) {
+void BinaryPropertyListWriter::date(Date value) {
   const std::size_t start = leaves_.size();
   byte(0x33);
   bigEndian(std::bit_cast<std::uint64_t>(timeIntervalSinceReferenceDate(value)), 8);
   pending_.push_back(uniqueTail(start));
 }
 
-void BinaryPropertyListWriter::value(PropertyList::UID value) {
+void BinaryPropertyListWriter::uid(PropertyList::UID value) {
   const std::size_t start = leaves_.size();
   const unsigned size = bytesFor(value.value);
   byte(0x80U | (size - 1));
@@ -185,16 +191,16 @@ void BinaryPropertyListWriter::value(PropertyList::UID value) {
   pending_.push_back(uniqueTail(start));
 }
 
-void BinaryPropertyListWriter::value(DataView bytes) {
+void BinaryPropertyListWriter::data(DataView value) {
   const std::size_t start = leaves_.size();
-  header(0x40, bytes.size());
-  leaves_.append(textOf(bytes));
+  header(0x40, value.size());
+  leaves_.append(textOf(value));
   pending_.push_back(uniqueTail(start));
 }
 
 void BinaryPropertyListWriter::begin(bool isDictionary) {
   if (open_.size() >= static_cast<std::size_t>(kMaxPropertyListDepth)) {
-    throw PropertyListError("cannot write the property list: it is nested too deep");
+    refuse("The value is nested too deep");
   }
   const std::uint32_t id = newId(0);
   pending_.push_back(id);
@@ -227,6 +233,43 @@ void BinaryPropertyListWriter::emitContainer(Data& out, const Container& contain
   }
 }
 
+void BinaryPropertyListWriter::propertyList(const PropertyList& value) {
+  switch (value.kind()) {
+    case PropertyList::Kind::boolean:
+      return boolean(*value.boolean());
+    case PropertyList::Kind::integer:
+      if (const auto number = value.integer()) return integer(*number);
+      return unsignedInteger(*value.unsignedInteger());
+    case PropertyList::Kind::real:
+      return real(*value.real());
+    case PropertyList::Kind::text:
+      return text(*value.text());
+    case PropertyList::Kind::data:
+      return data(*value.data());
+    case PropertyList::Kind::date:
+      return date(*value.date());
+    case PropertyList::Kind::uid:
+      return uid(*value.uid());
+    case PropertyList::Kind::array:
+      beginArray();
+      for (const PropertyList& item : *value.array()) propertyList(item);
+      return endArray();
+    case PropertyList::Kind::dictionary:
+      beginObject();
+      for (const auto& [name, item] : *value.dictionary()) {
+        key(name);
+        propertyList(item);
+      }
+      return endObject();
+  }
+}
+
+void BinaryPropertyListWriter::writeWith(void (*encode)(Encoder&, const void*), const void* value) {
+  static const CodingUserInfo* const kNone = new CodingUserInfo;
+  const detail::PropertyListCodingOptions options{userInfo_ == nullptr ? *kNone : *userInfo_};
+  propertyList(detail::encodeTree<detail::PropertyListTree>(options, codingPath(), encode, value));
+}
+
 Data BinaryPropertyListWriter::finish() {
   const unsigned referenceSize = bytesFor(offsets_.size() - 1);
   Data out;
@@ -252,7 +295,7 @@ Data BinaryPropertyListWriter::finish() {
   appendBigEndian(out, offsets_.size(), 8);
   appendBigEndian(out, pending_.front(), 8);
   appendBigEndian(out, tableOffset, 8);
-  *this = BinaryPropertyListWriter();
+  *this = BinaryPropertyListWriter(userInfo_);
   return out;
 }
 

@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Coding/BinaryPropertyListView.hpp"
+#include "OmbrixPlatform/Coding/Streams/BinaryPropertyListView.hpp"
 
 #include "OmbrixPlatform/Coding/Detail/Utf.hpp"
 

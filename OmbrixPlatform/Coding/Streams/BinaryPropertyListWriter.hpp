@@ -6,37 +6,49 @@
 #include <string_view>
 #include <vector>
 
+#include "OmbrixPlatform/Coding/Codable.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 #include "OmbrixPlatform/Values/Date.hpp"
 
 namespace ombrix::platform {
 
-/// Writes a binary property list value by value, without a tree of values.
+/// The text that stands for null where a value must stand.
+inline constexpr std::string_view kPropertyListNull = "$null";
+
+/// Writes a binary property list in one go, in the manner of `CodingWriter`.
 ///
-/// Call one `value` or `begin…` for the top, then within a dictionary `key` before each value.
 /// Equal scalars are stored once. The caller keeps calls balanced and keys distinct. Throws
-/// `PropertyListError` for text that is not UTF-8 and for containers nested too deep. One thread.
+/// `EncodingError` for text that is not UTF-8 and for containers nested too deep. Borrows the user
+/// info. One thread.
 class BinaryPropertyListWriter {
  public:
-  BinaryPropertyListWriter();
+  explicit BinaryPropertyListWriter(const CodingUserInfo* userInfo = nullptr);
 
-  void beginDictionary() { begin(true); }
-  void beginArray() { begin(false); }
-  void end();
+  /// Property lists have no null: the text "$null" stands for it.
+  void null() { text(kPropertyListNull); }
+  void boolean(bool value);
+  void integer(std::int64_t value);
+  void unsignedInteger(std::uint64_t value);
+  void real(double value);
+  void text(std::string_view value);
+  void data(DataView value);
+  void date(Date value);
+  void uid(PropertyList::UID value);
+  void propertyList(const PropertyList& value);
+
+  void beginObject() { begin(true); }
   void key(std::string_view name);
-
-  void value(bool value);
-  void value(std::int64_t value);
-  void value(std::uint64_t value);
-  void value(double value);
-  void value(Date value);
-  void value(PropertyList::UID value);
-  void value(std::string_view text);
-  void value(DataView bytes);
+  void endObject() { end(); }
+  void beginArray() { begin(false); }
+  void endArray() { end(); }
+  void writeWith(void (*encode)(Encoder&, const void*), const void* value);
 
   /// The finished file. The writer is empty afterwards.
   Data finish();
+
+  [[nodiscard]] CodingPathChain& pathChain() noexcept { return path_; }
+  [[nodiscard]] CodingPath codingPath() const { return path_.path(); }
 
  private:
   struct Slot {
@@ -51,13 +63,10 @@ class BinaryPropertyListWriter {
     std::size_t firstReference;  // in pending_ while open, in references_ once ended
     std::size_t references;
   };
-  struct KnownKey {
-    const char* name = nullptr;
-    std::size_t length = 0;
-    std::uint32_t id = 0;
-  };
 
+  [[noreturn]] void refuse(const char* what) const;
   void begin(bool isDictionary);
+  void end();
   std::uint32_t newId(std::uint64_t offset);
   std::uint32_t textId(std::string_view text);
   std::uint32_t uniqueTail(std::size_t start);
@@ -67,6 +76,8 @@ class BinaryPropertyListWriter {
   void header(unsigned marker, std::uint64_t count);
   void emitContainer(Data& out, const Container& container, unsigned referenceSize) const;
 
+  const CodingUserInfo* userInfo_;
+  CodingPathChain path_;
   std::string leaves_;                     // the scalars as they will stand in the file
   std::vector<std::uint64_t> offsets_;     // by id, from the start of leaves_
   std::vector<std::uint32_t> pending_;     // references of the open containers

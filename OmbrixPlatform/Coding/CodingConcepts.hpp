@@ -1,0 +1,103 @@
+#pragma once
+
+#include <array>
+#include <concepts>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <ranges>
+#include <string>
+#include <string_view>
+
+#include "OmbrixPlatform/Coding/CodingFields.hpp"
+#include "OmbrixPlatform/Coding/CodingPath.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Values/Date.hpp"
+
+namespace ombrix::platform {
+
+class Decoder;
+class Encoder;
+
+/// What reads a format in one go, value after value: the coders' fast path, on which all decoding
+/// of types is written once. `DecoderReader` makes one of any `Decoder`.
+///
+/// A `read…` takes the next value; `readNull` takes it only if it is null. An object:
+/// `beginObject`, then a value (or `skip`) after each `nextKey` that gives true; false closes the
+/// object. Arrays go the same way with `nextItem`. A text is valid until the next operation.
+/// `peekText` looks up a text in the object that comes next without taking it. Everything throws
+/// `DecodingError`.
+template <class R>
+concept CodingReader = requires(R& reader, std::string_view& key) {
+  { reader.readNull() } -> std::same_as<bool>;
+  { reader.readBool() } -> std::same_as<bool>;
+  { reader.readInteger() } -> std::same_as<std::int64_t>;
+  { reader.readUnsignedInteger() } -> std::same_as<std::uint64_t>;
+  { reader.readReal() } -> std::same_as<double>;
+  { reader.readText() } -> std::same_as<std::string_view>;
+  { reader.readData() } -> std::same_as<Data>;
+  { reader.readDate() } -> std::same_as<Date>;
+  reader.beginObject();
+  { reader.nextKey(key) } -> std::same_as<bool>;
+  reader.beginArray();
+  { reader.nextItem() } -> std::same_as<bool>;
+  reader.skip();
+  { reader.peekText(key) } -> std::same_as<std::optional<std::string>>;
+  { reader.decoder() } -> std::same_as<std::shared_ptr<Decoder>>;
+  { reader.pathChain() } -> std::same_as<CodingPathChain&>;
+  { reader.codingPath() } -> std::same_as<CodingPath>;
+};
+
+/// The counterpart that writes: in an object `key` comes before each value.
+template <class W>
+concept CodingWriter = requires(W& writer, std::string_view text, DataView data, Date date) {
+  writer.null();
+  writer.boolean(true);
+  writer.integer(std::int64_t{});
+  writer.unsignedInteger(std::uint64_t{});
+  writer.real(double{});
+  writer.text(text);
+  writer.data(data);
+  writer.date(date);
+  writer.beginObject();
+  writer.key(text);
+  writer.endObject();
+  writer.beginArray();
+  writer.endArray();
+  { writer.pathChain() } -> std::same_as<CodingPathChain&>;
+  { writer.codingPath() } -> std::same_as<CodingPath>;
+};
+
+/// A type that decodes itself through the interface.
+template <class T>
+concept DecodesItself = requires(Decoder& decoder) {
+  { T::decode(decoder) } -> std::same_as<T>;
+};
+/// A type that encodes itself through the interface.
+template <class T>
+concept EncodesItself = requires(const T& value, Encoder& encoder) { value.encode(encoder); };
+
+namespace detail {
+
+template <class T>
+inline constexpr bool kIsOptional = false;
+template <class T>
+inline constexpr bool kIsOptional<std::optional<T>> = true;
+template <class T>
+inline constexpr bool kIsArray = false;
+template <class T, std::size_t N>
+inline constexpr bool kIsArray<std::array<T, N>> = true;
+
+template <class T>
+concept MapLike = requires { typename T::mapped_type; } && std::ranges::range<T>;
+template <class T>
+concept Growing = std::ranges::range<T> && requires(T& items) { items.emplace_back(); };
+template <class T>
+concept SetLike = std::ranges::range<T> && requires { typename T::key_type; };
+
+template <class T>
+inline constexpr bool kUnsupported = false;
+
+}  // namespace detail
+
+}  // namespace ombrix::platform

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <variant>
+
+namespace ombrix::platform {
+
+/// How a field is coded where nothing else is said: by its type.
+struct DefaultFieldCodec {
+  template <class Writer, class T>
+  static void encode(Writer& writer, const T& value);
+  template <class Reader, class T>
+  static void decode(Reader& reader, T& out);
+};
+
+/// One coded member of a type.
+template <class Owner, class Member, class Codec>
+struct CodingField {
+  std::string_view name;
+  Member Owner::* member;
+  using MemberType = Member;
+  using CodecType = Codec;
+};
+
+/// Names a member for `codingFields`. A codec of one's own is an empty struct with static templates
+/// `encode(Writer&, const Member&)` and `decode(Reader&, Member&)`, see `CodingReader`.
+template <class Codec = DefaultFieldCodec, class Owner, class Member>
+constexpr CodingField<Owner, Member, Codec> field(std::string_view name, Member Owner::* member) {
+  return {name, member};
+}
+
+/// The coded members of a type, in the order they are written:
+///
+///     struct Lift {
+///       std::string name;
+///       std::optional<double> speed;
+///       static constexpr auto kCodingFields =
+///           codingFields(field("name", &Lift::name), field("speed", &Lift::speed));
+///     };
+///
+/// Both directions and all formats follow from it. An optional member is left out when it is empty,
+/// and may be missing or null when read; every other one is required. Unknown keys are passed over,
+/// and of equal keys the last counts.
+template <class... Fields>
+constexpr std::tuple<Fields...> codingFields(Fields... fields) {
+  static_assert(sizeof...(Fields) <= 64, "a type may have 64 coded fields");
+  return {fields...};
+}
+
+/// The fields of a type. For a type that cannot be given `kCodingFields`, specialise this with
+/// `static constexpr auto kFields = codingFields(...)`.
+template <class T>
+struct CodingFieldsOf {};
+template <class T>
+  requires requires { T::kCodingFields; }
+struct CodingFieldsOf<T> {
+  static constexpr const auto& kFields = T::kCodingFields;
+};
+
+template <class T>
+concept HasCodingFields = requires { CodingFieldsOf<T>::kFields; };
+
+/// The names of a `std::variant`'s alternatives: specialise with
+/// `static constexpr std::array<std::string_view, N> kNames`. A value is coded as a dictionary with
+/// the one key that names the alternative; below it the value under "_0", or nothing for
+/// `std::monostate`.
+template <class Variant>
+struct CodingCaseNames {};
+
+template <class T>
+concept HasCodingCaseNames = requires { CodingCaseNames<T>::kNames; };
+
+/// How a type is coded by code of its own that runs at the full speed of a format: specialise with
+/// static templates `encode(Writer&, const T&)` and `decode(Reader&, T&)`, see `CodingReader`.
+///
+/// The plainer way, for types coded rarely, is a member `void encode(Encoder&) const` and a static
+/// member `T decode(Decoder&)`.
+template <class T>
+struct Coding {};
+
+}  // namespace ombrix::platform

@@ -1,0 +1,132 @@
+#include <algorithm>
+
+#include "OmbrixPlatform/Coding/Decoder.hpp"
+#include "OmbrixPlatform/Coding/Encoder.hpp"
+
+namespace ombrix::platform {
+
+std::string_view nameOf(CodingPrimitiveKind kind) noexcept {
+  switch (kind) {
+    case CodingPrimitiveKind::boolean:
+      return "a truth value";
+    case CodingPrimitiveKind::integer:
+    case CodingPrimitiveKind::unsignedInteger:
+      return "an integer";
+    case CodingPrimitiveKind::real:
+      return "a number";
+    case CodingPrimitiveKind::text:
+      return "a text";
+    case CodingPrimitiveKind::data:
+      return "data";
+    case CodingPrimitiveKind::date:
+      return "a date";
+  }
+  return "a value";
+}
+
+CodingPrimitive DecoderReader::read(CodingPrimitiveKind kind) {
+  if (frames_.empty()) return decoder_.singleValueContainer()->decodePrimitive(kind);
+  Frame& frame = frames_.back();
+  if (frame.unkeyed != nullptr) return frame.unkeyed->decodePrimitive(kind);
+  return frame.keyed->decodePrimitive(kind, frame.key);
+}
+
+bool DecoderReader::readNull() {
+  if (frames_.empty()) return decoder_.singleValueContainer()->decodeNil();
+  Frame& frame = frames_.back();
+  if (frame.unkeyed != nullptr) return frame.unkeyed->decodeNil();
+  return frame.keyed->decodeNil(frame.key);
+}
+
+std::shared_ptr<Decoder> DecoderReader::decoder() {
+  if (frames_.empty()) return decoder_.shared_from_this();
+  Frame& frame = frames_.back();
+  if (frame.unkeyed != nullptr) return frame.unkeyed->superDecoder();
+  return frame.keyed->superDecoder(frame.key);
+}
+
+void DecoderReader::skip() {
+  if (!frames_.empty() && frames_.back().unkeyed != nullptr) {
+    static_cast<void>(frames_.back().unkeyed->superDecoder());
+  }
+}
+
+void DecoderReader::beginObject() {
+  Frame frame;
+  frame.keyed = decoder()->keyedContainer();
+  frame.keys = frame.keyed->allKeys();
+  std::ranges::reverse(frame.keys);
+  frames_.push_back(std::move(frame));
+}
+
+bool DecoderReader::nextKey(std::string_view& key) {
+  Frame& frame = frames_.back();
+  if (frame.keys.empty()) {
+    frames_.pop_back();
+    return false;
+  }
+  frame.key = std::move(frame.keys.back());
+  frame.keys.pop_back();
+  key = frame.key;
+  return true;
+}
+
+void DecoderReader::beginArray() {
+  Frame frame;
+  frame.unkeyed = decoder()->unkeyedContainer();
+  frames_.push_back(std::move(frame));
+}
+
+bool DecoderReader::nextItem() {
+  if (!frames_.back().unkeyed->isAtEnd()) return true;
+  frames_.pop_back();
+  return false;
+}
+
+std::optional<std::string> DecoderReader::peekText(std::string_view key) {
+  if (!frames_.empty() && frames_.back().unkeyed != nullptr) {
+    throw DecodingError::dataCorrupted("An item of an array cannot be looked into", codingPath());
+  }
+  const auto container = decoder()->keyedContainer();
+  if (!container->contains(key) || container->decodeNil(key)) return std::nullopt;
+  return std::get<std::string>(container->decodePrimitive(CodingPrimitiveKind::text, key));
+}
+
+std::shared_ptr<Encoder> EncoderWriter::nested() {
+  Frame& frame = frames_.back();
+  if (frame.unkeyed != nullptr) return frame.unkeyed->superEncoder();
+  return frame.keyed->superEncoder(frame.key);
+}
+
+void EncoderWriter::write(const CodingPrimitive& value) {
+  if (frames_.empty()) return encoder_.singleValueContainer()->encodePrimitive(value);
+  Frame& frame = frames_.back();
+  if (frame.unkeyed != nullptr) return frame.unkeyed->encodePrimitive(value);
+  frame.keyed->encodePrimitive(value, frame.key);
+}
+
+void EncoderWriter::null() {
+  if (frames_.empty()) return encoder_.singleValueContainer()->encodeNil();
+  Frame& frame = frames_.back();
+  if (frame.unkeyed != nullptr) return frame.unkeyed->encodeNil();
+  frame.keyed->encodeNil(frame.key);
+}
+
+void EncoderWriter::beginObject() {
+  Frame frame;
+  frame.keyed = frames_.empty() ? encoder_.keyedContainer() : nested()->keyedContainer();
+  frames_.push_back(std::move(frame));
+}
+
+void EncoderWriter::beginArray() {
+  Frame frame;
+  frame.unkeyed = frames_.empty() ? encoder_.unkeyedContainer() : nested()->unkeyedContainer();
+  frames_.push_back(std::move(frame));
+}
+
+void EncoderWriter::writeWith(void (*encode)(Encoder&, const void*), const void* value) {
+  if (frames_.empty()) return encode(encoder_, value);
+  encode(*nested(), value);
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <concepts>
+#include <memory>
+#include <utility>
+
+#include "OmbrixPlatform/Coding/Streams/BinaryPropertyListReader.hpp"
+
+namespace ombrix::platform {
+
+/// Decodes values from property lists, binary or XML. May be used by several threads at once as
+/// long as nobody changes its user info.
+class PropertyListDecoder {
+ public:
+  CodingUserInfo userInfo;
+
+  /// A value of any type that can be coded, from a whole file. Throws `DecodingError`.
+  template <class T>
+  [[nodiscard]] T decode(DataView bytes) const {
+    try {
+      if (BinaryPropertyListView::matches(bytes)) {
+        BinaryPropertyListReader reader(bytes, &userInfo);
+        return detail::decodeNew<T>(reader);
+      }
+      return decodeFrom<T>(*treeDecoder(PropertyListSerialization::read(bytes)));
+    } catch (const PropertyListError& error) {
+      throw corrupted(error);
+    }
+  }
+
+  /// The same from a value that is read already.
+  template <class T, std::same_as<PropertyList> Tree>
+  [[nodiscard]] T decode(Tree value) const {
+    return decodeFrom<T>(*treeDecoder(std::move(value)));
+  }
+
+ private:
+  [[nodiscard]] std::shared_ptr<Decoder> treeDecoder(PropertyList value) const;
+  static DecodingError corrupted(const PropertyListError& error);
+};
+
+}  // namespace ombrix::platform

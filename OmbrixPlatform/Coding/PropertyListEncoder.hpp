@@ -1,0 +1,22 @@
+#pragma once
+
+#include "OmbrixPlatform/Coding/Streams/BinaryPropertyListWriter.hpp"
+
+namespace ombrix::platform {
+
+/// Encodes values as binary property lists. May be used by several threads at once as long as
+/// nobody changes its user info.
+class PropertyListEncoder {
+ public:
+  CodingUserInfo userInfo;
+
+  /// The file of a value of any type that can be coded. Throws `EncodingError`.
+  template <class T>
+  [[nodiscard]] Data encode(const T& value) const {
+    BinaryPropertyListWriter writer(&userInfo);
+    encodeValue(writer, value);
+    return writer.finish();
+  }
+};
+
+}  // namespace ombrix::platform

@@ -1,0 +1,82 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "OmbrixPlatform/Coding/Codable.hpp"
+#include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Coding/JSONCodingOptions.hpp"
+
+namespace ombrix::platform {
+
+/// Containers may lie this deep in each other, in documents read and written.
+inline constexpr int kMaxJSONDepth = 512;
+
+/// Reads a JSON document in one go, in the manner of `CodingReader`, checking all of it.
+///
+/// Borrows the bytes and the options. Every operation throws `DecodingError`. One thread.
+class JSONReader {
+ public:
+  explicit JSONReader(DataView bytes, const JSONCodingOptions* options = nullptr);
+  ~JSONReader();
+  JSONReader(const JSONReader&) = delete;
+  JSONReader& operator=(const JSONReader&) = delete;
+
+  bool readNull();
+  bool readBool();
+  std::int64_t readInteger();
+  std::uint64_t readUnsignedInteger();
+  double readReal();
+  std::string_view readText();
+  Data readData();
+  Date readDate();
+  /// Any value, as a tree.
+  JSON readJSON();
+
+  void beginObject();
+  bool nextKey(std::string_view& key);
+  void beginArray();
+  bool nextItem();
+  void skip();
+  std::optional<std::string> peekText(std::string_view key);
+  std::shared_ptr<Decoder> decoder();
+
+  /// To be called after the top value: nothing may follow it.
+  void finish();
+
+  [[nodiscard]] CodingPathChain& pathChain() noexcept { return path_; }
+  [[nodiscard]] CodingPath codingPath() const { return path_.path(); }
+
+ private:
+  struct Scan;
+
+  [[nodiscard]] char peek() const noexcept { return at_ < last_ ? text_[*at_] : '\0'; }
+  [[noreturn]] void malformed(const char* what) const;
+  [[noreturn]] void mismatch(std::string_view expected) const;
+  [[noreturn]] void misfit(std::string_view number) const;
+  void descend();
+  void checkScalarEnd(const char* end) const;
+  bool takeWord(std::string_view word);
+  Scan scanNumber(std::string_view expected);
+  double realOf(const Scan& scan) const;
+  std::string_view takeText();
+  std::string_view unescaped(std::string_view raw);
+  [[nodiscard]] const JSONCodingOptions& options() const noexcept;
+
+  const JSONCodingOptions* options_;
+  const char* text_;
+  const char* textEnd_;
+  const std::uint32_t* at_ = nullptr;
+  const std::uint32_t* last_ = nullptr;
+  int depth_ = 0;
+  bool first_ = false;  // a container was just opened
+  std::string scratch_;
+  CodingPathChain path_;
+  class Index;
+  std::unique_ptr<Index> index_;
+};
+
+}  // namespace ombrix::platform

@@ -1,0 +1,360 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+#include <thread>
+
+#include "CodableSamples.hpp"
+#include "OmbrixPlatform/Coding/JSONDecoder.hpp"
+#include "OmbrixPlatform/Coding/JSONEncoder.hpp"
+#include "OmbrixPlatform/Coding/PropertyListDecoder.hpp"
+#include "OmbrixPlatform/Coding/PropertyListEncoder.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using testing::HasSubstr;
+
+/// Keeps the decoder it is handed, and goes through the interface all the way.
+template <class T>
+struct ThroughInterface {
+  T value;
+
+  void encode(Encoder& encoder) const { encoder.singleValueContainer()->encode(value); }
+  static ThroughInterface decode(Decoder& decoder) {
+    return {decoder.singleValueContainer()->decode<T>()};
+  }
+};
+
+// Catches a kind of member that one format, or the interface beside the fast path, gets wrong.
+TEST(CoderTests, EveryKindOfMemberComesBackOnEveryPath) {
+  const Day day = sampleDay();
+  const ThroughInterface<Day> wrapped{day};
+
+  const Data json = JSONEncoder{}.encode(day);
+  EXPECT_EQ(textOf(JSONEncoder{}.encode(wrapped)), textOf(json));
+  EXPECT_EQ(JSONDecoder{}.decode<Day>(json), day);
+  EXPECT_EQ(JSONDecoder{}.decode<ThroughInterface<Day>>(json).value, day);
+
+  const Data plist = PropertyListEncoder{}.encode(day);
+  const PropertyList tree = PropertyListSerialization::read(plist);
+  const Data xml = PropertyListSerialization::write(
+      [&] {
+        PropertyList copy = tree;
+        copy.dictionary()->set("title", "plain");  // XML has no control characters
+        return copy;
+      }(),
+      PropertyListFormat::xml);
+  Day plain = day;
+  plain.title = "plain";
+  plain.when = dateSince1970(1'700'000'000);  // XML has whole seconds
+  EXPECT_EQ(PropertyListSerialization::read(PropertyListEncoder{}.encode(wrapped)), tree);
+  EXPECT_EQ(PropertyListDecoder{}.decode<Day>(plist), day);
+  EXPECT_EQ(PropertyListDecoder{}.decode<ThroughInterface<Day>>(plist).value, day);
+  EXPECT_EQ(PropertyListDecoder{}.decode<Day>(tree), day);
+  EXPECT_EQ(PropertyListDecoder{}.decode<Day>(xml), plain);
+}
+
+// Catches keys out of order, optional members written as null, and forms that others depend on.
+TEST(CoderTests, JSONHasTheExactForm) {
+  Day day = sampleDay();
+  day.title = "a\"\\\n\x01/é";
+  EXPECT_EQ(textOf(JSONEncoder{}.encode(day)),
+            R"({"open":true,"small":-128,"large":-9223372036854775808,)"
+            R"("largest":18446744073709551615,"speed":0.1,"altitude":2345.678,)"
+            R"("title":"a\"\\\n\u0001/é","when":721692800.5,"bytes":"Ynl0ZXM=",)"
+            R"("link":"https://ombrix.example/a?b=c%20d","piste":"black","snow":7,)"
+            R"("lifts":[{"name":"Gondola","speed":6.5},{"name":"Rope"}],)"
+            R"("flags":[true,false,true],"pair":[1,-2],"scores":{"a":[1,2],"empty":[]},)"
+            R"("numbered":{"-1":"minus","10":"ten"},"gaps":[1,null,3],)"
+            R"("events":[{"rest":{}},{"lift":{"_0":{"name":"Chair","speed":2}}},)"
+            R"({"fall":{"_0":3}}],"point":[1.5,-2]})");
+}
+
+// Catches a fast path that depends on the order of keys, or trips over what it does not know.
+TEST(CoderTests, KeysMayComeInAnyOrderAndUnknownOnesArePassedOver) {
+  const auto lift = [](std::string_view json) { return JSONDecoder{}.decode<Lift>(bytesOf(json)); };
+  const Lift expected{"Rope", 2.5};
+  EXPECT_EQ(lift(R"({"speed":2.5,"name":"Rope"})"), expected);
+  EXPECT_EQ(lift(R"( { "x" : [ 1, {"name":[]} , "]" ] , "speed" : 2.5 , "name" : "Rope" } )"),
+            expected);
+  EXPECT_EQ(lift(R"({"name":"first","speed":1,"speed":2.5,"y":null,"name":"Rope"})"), expected);
+  EXPECT_EQ(lift(R"({"n\u0061me":"\u0052ope","speed":25e-1})"), expected);
+  EXPECT_EQ(lift(R"({"name":"Rope","speed":null})"), (Lift{"Rope", std::nullopt}));
+}
+
+template <class T>
+std::string failure(std::string_view json, DecodingError::Kind kind) {
+  std::string messages;
+  const auto attempt = [&](auto decode) {
+    try {
+      decode();
+      ADD_FAILURE() << json;
+    } catch (const DecodingError& error) {
+      EXPECT_EQ(error.kind(), kind) << error.what();
+      if (!messages.empty() && messages != error.what()) messages += " / ";
+      if (messages != error.what()) messages += error.what();
+    }
+  };
+  attempt([&] { static_cast<void>(JSONDecoder{}.decode<T>(bytesOf(json))); });
+  attempt([&] { static_cast<void>(JSONDecoder{}.decode<ThroughInterface<T>>(bytesOf(json))); });
+  return messages;
+}
+
+// Catches an error without its place, and a fast path that reports other errors than the interface.
+TEST(CoderTests, ErrorsSayWhatIsWrongAndWhere) {
+  using Kind = DecodingError::Kind;
+  using Lifts = std::vector<Lift>;
+  using Numbers = std::map<std::string, std::vector<std::int8_t>>;
+  EXPECT_EQ(failure<Lifts>(R"([{"name":"a"},{"speed":1}])", Kind::keyNotFound),
+            R"(The key "name" is missing at "[1]".)");
+  EXPECT_EQ(failure<Lifts>(R"([{"name":7}])", Kind::typeMismatch),
+            R"(Expected a text, but found a number at "[0].name".)");
+  EXPECT_EQ(failure<Lifts>(R"([{"name":null}])", Kind::valueNotFound),
+            R"(Expected a text, but found no value at "[0].name".)");
+  EXPECT_EQ(failure<Lifts>(R"({})", Kind::typeMismatch),
+            "Expected an array, but found a dictionary at the top.");
+  EXPECT_EQ(failure<Numbers>(R"({"a":[1,128]})", Kind::dataCorrupted),
+            R"(The number 128 does not fit at "a[1]".)");
+  EXPECT_EQ(failure<Piste>(R"("green")", Kind::dataCorrupted),
+            R"(No value is meant by "green" at the top.)");
+  EXPECT_EQ(failure<Snow>("300", Kind::dataCorrupted), "No value is meant by 300 at the top.");
+  EXPECT_EQ(failure<std::int64_t>("1.5", Kind::dataCorrupted),
+            "The number 1.5 does not fit at the top.");
+  EXPECT_EQ(failure<Event>(R"({"walk":{}})", Kind::dataCorrupted),
+            "Not exactly one of the known cases is named at the top.");
+  using Two = std::array<int, 2>;
+  failure<Two>("[1]", Kind::valueNotFound);
+  failure<Two>("[1,2,3]", Kind::dataCorrupted);
+  failure<URL>(R"("a b")", Kind::dataCorrupted);
+  failure<Data>(R"("=")", Kind::dataCorrupted);
+  failure<Lift>("", Kind::dataCorrupted);
+  failure<Lift>(R"({"name":"a"} x)", Kind::dataCorrupted);
+
+  const Data damaged = dataFrom("bplist00 damaged, but long enough to have a trailer, is it not?");
+  EXPECT_THROW(static_cast<void>(PropertyListDecoder{}.decode<Lift>(damaged)), DecodingError);
+  EXPECT_THROW(static_cast<void>(PropertyListDecoder{}.decode<Lift>(DataView{})), DecodingError);
+}
+
+// Catches documents that JSON does not allow but a lenient reader takes.
+TEST(CoderTests, MalformedJSONIsRefusedByDecoderAndValueAlike) {
+  for (const std::string_view bad : {"",
+                                     " ",
+                                     "[1,]",
+                                     "[,1]",
+                                     "[1 2]",
+                                     "[1",
+                                     "{\"a\"}",
+                                     "{\"a\":}",
+                                     "{\"a\":1,}",
+                                     "{a:1}",
+                                     "01",
+                                     "-",
+                                     "1.",
+                                     ".5",
+                                     "1e",
+                                     "+1",
+                                     "1x",
+                                     "nul",
+                                     "nulls",
+                                     "truefalse",
+                                     "\"\\x\"",
+                                     "\"\\u12\"",
+                                     "\"\\ud800\"",
+                                     "\"\\ud800\\u0041\"",
+                                     "\"\\udc00\"",
+                                     "\"a",
+                                     "\"\n\"",
+                                     "\"\xFF\"",
+                                     "[1]]",
+                                     "{\"a\":1}}",
+                                     "\"a\"\"b\"",
+                                     "\"a\"b",
+                                     "[\"a\":1]",
+                                     "{\"a\",1}",
+                                     "NaN"}) {
+    EXPECT_THROW(static_cast<void>(JSON::parse(bad)), JSONError) << bad;
+    const std::string inside = "{\"unknown\":" + std::string(bad) + ",\"name\":\"x\"}";
+    EXPECT_THROW(static_cast<void>(JSONDecoder{}.decode<Lift>(bytesOf(inside))), DecodingError)
+        << bad;
+  }
+  const auto nested = [](std::size_t depth) {
+    return std::string(depth, '[') + std::string(depth, ']');
+  };
+  EXPECT_NO_THROW(static_cast<void>(JSON::parse(nested(512))));
+  EXPECT_THROW(static_cast<void>(JSON::parse(nested(513))), JSONError);
+  EXPECT_THROW(static_cast<void>(JSON::parse(nested(1'000'000))), JSONError);
+}
+
+// Catches numbers that lose a bit on the way, at the edges where fast methods stop being exact.
+TEST(CoderTests, NumbersAreExact) {
+  const auto real = [](std::string_view text) {
+    return JSONDecoder{}.decode<double>(bytesOf(text));
+  };
+  const struct {
+    std::string_view text;
+    double value;
+  } cases[] = {{"0.1", 0.1},
+               {"-0", -0.0},
+               {"9007199254740993", 9007199254740992.0},
+               {"9007199254740993.0", 9007199254740992.0},
+               {"123456789012345678901234567890", 123456789012345678901234567890.0},
+               {"1e22", 1e22},
+               {"1e23", 1e23},
+               {"8.5e-23", 8.5e-23},
+               {"2.2250738585072011e-308", 2.2250738585072011e-308},
+               {"4.9e-324", 4.9e-324},
+               {"1e-400", 0.0},
+               {"0e999999999999", 0.0},
+               {"1.7976931348623157e308", 1.7976931348623157e308},
+               {"0.000000000000000000000000000001", 1e-30}};
+  for (const auto& [text, value] : cases) {
+    EXPECT_EQ(real(text), value) << text;
+    EXPECT_EQ(std::signbit(real(text)), std::signbit(value)) << text;
+    EXPECT_EQ(JSON::parse(text).real(), value) << text;
+  }
+  for (const double value : {0.1, -0.0, 1e21, 5e-324, 1.7976931348623157e308, 1e5, 123456.0, 1e15,
+                             9007199254740992.0, 46.123456789, -1.0 / 3}) {
+    const Data form = JSONEncoder{}.encode(value);
+    EXPECT_EQ(real(textOf(form)), value) << textOf(form);
+    EXPECT_EQ(std::signbit(real(textOf(form))), std::signbit(value));
+  }
+  EXPECT_EQ(textOf(JSONEncoder{}.encode(100'000.0)), "100000");
+  EXPECT_EQ(JSONDecoder{}.decode<std::uint64_t>(bytesOf("18446744073709551615")), UINT64_MAX);
+  EXPECT_EQ(JSONDecoder{}.decode<std::int64_t>(bytesOf("-9223372036854775808")), INT64_MIN);
+  EXPECT_EQ(JSONDecoder{}.decode<std::int64_t>(bytesOf("5.0e2")), 500);
+  for (const std::string_view bad : {"18446744073709551616", "-1", "-0.5"}) {
+    EXPECT_THROW(static_cast<void>(JSONDecoder{}.decode<std::uint64_t>(bytesOf(bad))),
+                 DecodingError);
+  }
+  EXPECT_THROW(real("1e999"), DecodingError);
+  EXPECT_THROW(static_cast<void>(JSON::parse("-1e999")), JSONError);
+  EXPECT_THROW(static_cast<void>(JSONEncoder{}.encode(std::nan(""))), EncodingError);
+}
+
+// Catches a strategy that only one direction, or only one path, follows.
+TEST(CoderTests, OptionsHoldInBothDirections) {
+  const Date date = dateSince1970(1'700'000'000);
+  const struct {
+    JSONDateStrategy strategy;
+    std::string_view form;
+  } cases[] = {{JSONDateStrategy::deferredToDate, "721692800"},
+               {JSONDateStrategy::secondsSince1970, "1700000000"},
+               {JSONDateStrategy::millisecondsSince1970, "1700000000000"},
+               {JSONDateStrategy::iso8601, "\"2023-11-14T22:13:20Z\""}};
+  for (const auto& [strategy, form] : cases) {
+    JSONEncoder encoder;
+    JSONDecoder decoder;
+    encoder.dateStrategy = decoder.dateStrategy = strategy;
+    EXPECT_EQ(textOf(encoder.encode(date)), form);
+    EXPECT_EQ(textOf(encoder.encode(ThroughInterface<Date>{date})), form);
+    EXPECT_EQ(decoder.decode<Date>(bytesOf(form)), date);
+    EXPECT_EQ(decoder.decode<ThroughInterface<Date>>(bytesOf(form)).value, date);
+  }
+  JSONEncoder encoder;
+  JSONDecoder decoder;
+  encoder.nonConformingFloats = decoder.nonConformingFloats = {"inf", "-inf", "nan"};
+  const Data form = encoder.encode(-std::numeric_limits<double>::infinity());
+  EXPECT_EQ(textOf(form), "\"-inf\"");
+  EXPECT_EQ(decoder.decode<double>(form), -std::numeric_limits<double>::infinity());
+}
+
+// Catches an encoder that writes a damaged document, and an error without its place.
+TEST(CoderTests, WhatCannotBeEncodedIsRefusedWithItsPlace) {
+  const std::map<std::string, std::vector<double>> bad{{"a", {1, INFINITY}}};
+  try {
+    static_cast<void>(JSONEncoder{}.encode(bad));
+    ADD_FAILURE();
+  } catch (const EncodingError& error) {
+    EXPECT_THAT(error.what(), HasSubstr("at \"a[1]\""));
+  }
+  const std::vector<std::string> text{"\xC3("};
+  EXPECT_THROW(static_cast<void>(JSONEncoder{}.encode(text)), EncodingError);
+  EXPECT_THROW(static_cast<void>(PropertyListEncoder{}.encode(text)), EncodingError);
+}
+
+// Catches containers that lose their place when they are filled in turns.
+TEST(CoderTests, TheInterfaceGivesContainersPathsAndUserInfo) {
+  struct Probe {
+    std::string path;
+    int info = 0;
+    std::vector<std::string> keys;
+
+    void encode(Encoder& encoder) const {
+      auto outer = encoder.container();
+      auto first = outer.nestedContainer("first");
+      const auto second = outer.nestedUnkeyedContainer("second");
+      second->encode(1);
+      first.encode("x", "text");
+      second->encodeNil();
+      first.encodeNil("null");
+      EXPECT_THROW(static_cast<void>(encoder.unkeyedContainer()), EncodingError);
+    }
+    static Probe decode(Decoder& decoder) {
+      const auto outer = decoder.container();
+      const auto first = outer.nestedContainer("first");
+      const auto second = outer.nestedUnkeyedContainer("second");
+      EXPECT_EQ(second->count(), 2U);
+      EXPECT_FALSE(second->decodeNil());
+      EXPECT_EQ(second->decode<int>(), 1);
+      EXPECT_EQ(second->decodeIfPresent<int>(), std::nullopt);
+      EXPECT_TRUE(second->isAtEnd());
+      EXPECT_THROW(second->decode<int>(), DecodingError);
+      EXPECT_TRUE(first.decodeNil("null"));
+      EXPECT_EQ(first.decodeIfPresent<int>("absent"), std::nullopt);
+      return {describe(first.codingPath()), std::any_cast<int>(decoder.userInfo().at("info")),
+              first.allKeys()};
+    }
+  };
+  JSONDecoder decoder;
+  decoder.userInfo["info"] = 5;
+  const std::vector<Probe> probes(1);
+  const Data json = JSONEncoder{}.encode(probes);
+  EXPECT_EQ(textOf(json), R"([{"first":{"text":"x","null":null},"second":[1,null]}])");
+  const Probe read = decoder.decode<std::vector<Probe>>(json).front();
+  EXPECT_EQ(read.path, "[0].first");
+  EXPECT_EQ(read.info, 5);
+  EXPECT_EQ(read.keys, (std::vector<std::string>{"text", "null"}));
+}
+
+// Catches typed decoding that lets references lead in circles, or blow up what is read.
+TEST(CoderTests, DecodingASharedOrCircularFileStopsEarly) {
+  using Nested = std::vector<std::vector<std::vector<std::vector<bool>>>>;
+  // One array of 200 references to the next, four times over, ends at a truth value.
+  std::string file = "bplist00";
+  std::string offsets;
+  for (char next = 1; next <= 4; ++next) {
+    offsets.push_back(static_cast<char>(file.size() >> 8));
+    offsets.push_back(static_cast<char>(file.size()));
+    file += "\xAF\x10\xC8" + std::string(200, next);
+  }
+  offsets.push_back(static_cast<char>(file.size() >> 8));
+  offsets.push_back(static_cast<char>(file.size()));
+  const std::size_t table = file.size() + 1;
+  std::string trailer(32, '\0');
+  trailer[6] = 2;
+  trailer[7] = 1;
+  trailer[15] = 5;
+  trailer[30] = static_cast<char>(table >> 8);
+  trailer[31] = static_cast<char>(table);
+  const Data bytes = dataFrom(file + "\x09" + offsets + trailer);
+  EXPECT_THROW(static_cast<void>(PropertyListDecoder{}.decode<Nested>(bytes)), DecodingError);
+}
+
+// Catches shared scratch memory between decoders, on one thread or several.
+TEST(CoderTests, OneDecoderServesManyThreads) {
+  const JSONDecoder decoder;
+  const Data json = JSONEncoder{}.encode(std::vector<Day>(20, sampleDay()));
+  std::vector<std::jthread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 20; ++round) {
+        ASSERT_EQ(decoder.decode<std::vector<Day>>(json).back(), sampleDay());
+      }
+    });
+  }
+}
+
+}  // namespace
+}  // namespace ombrix::platform
