@@ -124,10 +124,12 @@ class DDFileLogger::Writer {
     }
     size_ += written;
     lines_.erase(0, written);
-    if (maximumFileSize != 0 && size_ >= maximumFileSize && lines_.empty()) startNewFile();
+    if (!lines_.empty()) return;
+    nextAttempt_.reset();
+    if (maximumFileSize != 0 && size_ >= maximumFileSize) closeFile();
   }
 
-  /// The next write goes to a new file. Needs the lock.
+  /// The next write goes to a new file, not to one of another process. Needs the lock.
   void startNewFile() {
     closeFile();
     needsNewFile_ = true;

@@ -17,7 +17,6 @@ class RecordingSystemLog final : public platform::SystemLog {
   void write(const platform::SystemLogEntry& entry) override {
     const std::lock_guard lock(mutex_);
     texts_.emplace_back(entry.text);
-    origins_.push_back(std::string(entry.subsystem) + ":" + std::string(entry.category));
   }
 
   [[nodiscard]] std::vector<std::string> texts() const {
@@ -25,16 +24,9 @@ class RecordingSystemLog final : public platform::SystemLog {
     return texts_;
   }
 
-  /// The "subsystem:category" of each entry.
-  [[nodiscard]] std::vector<std::string> origins() const {
-    const std::lock_guard lock(mutex_);
-    return origins_;
-  }
-
  private:
   mutable std::mutex mutex_;
   std::vector<std::string> texts_;
-  std::vector<std::string> origins_;
 };
 
 }  // namespace ombrix::testing
