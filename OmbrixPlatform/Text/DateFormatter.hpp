@@ -33,7 +33,7 @@ class DateFormatter {
   void appendTo(std::string& text, Date date) const;
 
   /// The date that a whole text names; nothing when it does not follow the pattern or names a date
-  /// that is not in the calendar.
+  /// that is not in the calendar, and for numbers of more than 12 fraction digits.
   [[nodiscard]] std::optional<Date> dateFrom(std::string_view text) const;
 
  private:

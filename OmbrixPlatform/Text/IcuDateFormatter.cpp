@@ -1,7 +1,9 @@
 #include <unicode/dcfmtsym.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
+#include <unicode/uchar.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -43,6 +45,46 @@ Fraction fractionIn(std::string_view pattern) {
   return fraction;
 }
 
+// ICU divides by ten once per fraction digit behind the third, in 32 bits: with more digits than
+// these it reads a wrong date, and with many more it divides by zero.
+constexpr int kMaximumFractionDigits = 12;
+constexpr int kMaximumDigitsInARow = 31;
+constexpr std::size_t kMaximumTextBytes = 1000;
+
+/// How many digits may follow each other in a text of this pattern. Number fields without anything
+/// between them ("yyyyMMddHHmmssSSS") need more than one fraction.
+int digitsInARowIn(std::string_view pattern) {
+  int most = 0;
+  int others = 0;
+  bool isMixed = false;
+  bool isQuoted = false;
+  char previous = '\0';
+  for (const char c : pattern) {
+    if (c == '\'') isQuoted = !isQuoted;
+    const bool isLetter = !isQuoted && ((c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z'));
+    if (!isLetter) {
+      others = 0;
+      isMixed = false;
+      previous = '\0';
+      continue;
+    }
+    isMixed = isMixed || (previous != '\0' && previous != c);
+    previous = c;
+    if (c != 'S') ++others;
+    if (isMixed) most = std::max(most, others);
+  }
+  return std::min(most + kMaximumFractionDigits, kMaximumDigitsInARow);
+}
+
+bool hasLongerNumber(const icu::UnicodeString& text, int digits) {
+  int inARow = 0;
+  for (int32_t i = 0; i < text.length(); i = text.moveIndex32(i, 1)) {
+    inARow = u_isdigit(text.char32At(i)) != 0 ? inARow + 1 : 0;
+    if (inARow > digits) return true;
+  }
+  return false;
+}
+
 /// The text of one second by one formatter, with the place where the fraction goes.
 struct SecondText {
   std::uint64_t formatter = 0;
@@ -62,6 +104,7 @@ std::uint64_t nextFormatter() {
 struct DateFormatter::Backing {
   std::uint64_t identity = nextFormatter();
   Fraction fraction;
+  int digitsInARow = 0;
   std::array<std::string, 10> digits;
   std::mutex mutex;  // guards `format`, which ICU does not share between threads
   std::unique_ptr<icu::SimpleDateFormat> format;
@@ -110,6 +153,7 @@ DateFormatter::DateFormatter(std::string_view dateFormat, const Locale& locale,
                                       : icu::TimeZone::createTimeZone(utf16(timeZone)));
   backing_->format->setLenient(false);
   backing_->fraction = fractionIn(dateFormat);
+  backing_->digitsInARow = digitsInARowIn(dateFormat);
   const icu::DecimalFormatSymbols symbols(icuLocale, status);
   for (int32_t digit = 0; digit < 10; ++digit) {
     symbols.getConstDigitSymbol(digit).toUTF8String(
@@ -160,11 +204,13 @@ void DateFormatter::appendTo(std::string& text, Date date) const {
 }
 
 std::optional<Date> DateFormatter::dateFrom(std::string_view text) const {
+  if (text.empty() || text.size() > kMaximumTextBytes) return std::nullopt;
   const auto utf16 = icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
+  if (hasLongerNumber(utf16, backing_->digitsInARow)) return std::nullopt;
   icu::ParsePosition position(0);
   const std::lock_guard lock(backing_->mutex);
   const UDate date = backing_->format->parse(utf16, position);
-  if (position.getErrorIndex() != -1 || position.getIndex() != utf16.length() || utf16.isEmpty()) {
+  if (position.getErrorIndex() != -1 || position.getIndex() != utf16.length()) {
     return std::nullopt;
   }
   return dateSince1970(date / 1000);

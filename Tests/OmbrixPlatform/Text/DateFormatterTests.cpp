@@ -85,6 +85,17 @@ TEST(DateFormatterTests, ReadsWhatItWrites) {
   }
 }
 
+// Catches numbers so long that reading them would divide by zero or wrap around.
+TEST(DateFormatterTests, RefusesNumbersWithoutEnd) {
+  const DateFormatter formatter("ss.SSS", Locale("en_US"), "UTC");
+  EXPECT_EQ(formatter.dateFrom("01.123456789"), dateSince1970(1.123));
+  for (const std::size_t digits : {13U, 40U, 100U, 100'000U}) {
+    EXPECT_EQ(formatter.dateFrom("01." + std::string(digits, '7')), std::nullopt) << digits;
+  }
+  const DateFormatter packed("yyyyMMddHHmmssSSS", Locale("en_US"), "UTC");
+  EXPECT_EQ(packed.dateFrom("20231114221320250"), dateSince1970(1700000000.25));
+}
+
 // Catches shared state between threads (under the thread sanitizer).
 TEST(DateFormatterTests, OneFormatterServesManyThreads) {
   const DateFormatter formatter(kLogFormat, Locale("en_US"), "UTC");
