@@ -215,11 +215,11 @@ DispatchQueue& DispatchQueue::global(DispatchPriority priority) {
   };
   static auto& high =
       **make("global.high", QualityOfService::userInitiated, DispatchPriority::high);
-  static auto& normal =
-      **make("global.default", QualityOfService::unspecified, DispatchPriority::normal);
-  static auto& low = **make("global.low", QualityOfService::utility, DispatchPriority::low);
-  static auto& background =
-      **make("global.background", QualityOfService::background, DispatchPriority::background);
+  static const auto& normal =
+      *make("global.default", QualityOfService::unspecified, DispatchPriority::normal);
+  static const auto& low = *make("global.low", QualityOfService::utility, DispatchPriority::low);
+  static const auto& background =
+      *make("global.background", QualityOfService::background, DispatchPriority::background);
   switch (priority) {
     case DispatchPriority::high:
       return high;
@@ -234,9 +234,9 @@ DispatchQueue& DispatchQueue::global(DispatchPriority priority) {
 }
 
 DispatchQueue& DispatchQueue::main() {
-  static auto& queue = **new auto(std::make_shared<DispatchQueue>(
+  static const auto& queue = *new auto(std::make_shared<DispatchQueue>(
       Passkey{}, Kind::main, "main", QualityOfService::userInteractive, DispatchPriority::high));
-  return queue;
+  return *queue;
 }
 
 void DispatchQueue::async(Job job) { state_->enqueue(std::move(job), false); }

@@ -1,0 +1,89 @@
+#include "OmbrixPlatform/Concurrency/Serial.hpp"
+
+#include <deque>
+#include <mutex>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+constexpr unsigned kJobsPerTurn = 64;
+
+}  // namespace
+
+// The word goes from inside to queued, and from queued to idle, under the mutex only; the way in
+// and out of an uncontended section never takes it.
+struct Serial::State : std::enable_shared_from_this<State> {
+  void enqueue(Job job) {
+    {
+      const std::lock_guard lock(mutex);
+      waiting.push_back(std::move(job));
+      if (word.exchange(kQueued, std::memory_order_acq_rel) != kIdle) return;
+    }
+    scheduleDrain();
+  }
+
+  void scheduleDrain() {
+    ThreadPool::shared().post([self = shared_from_this()] { self->drain(); });
+  }
+
+  void drain() {
+    for (unsigned count = 0; count < kJobsPerTurn; ++count) {
+      Job job;
+      {
+        const std::lock_guard lock(mutex);
+        if (waiting.empty()) {
+          word.store(kIdle, std::memory_order_release);
+          return;
+        }
+        job = std::move(waiting.front());
+        waiting.pop_front();
+      }
+      const Inside inside(&word);
+      job();
+      job = nullptr;
+    }
+    scheduleDrain();
+  }
+
+  std::atomic<std::uint32_t> word{kIdle};
+  FutexLock mutex;
+  std::deque<Job> waiting;
+};
+
+namespace {
+thread_local const void* innermost = nullptr;
+}
+
+Serial::Inside::Inside(const void* identity) noexcept
+    : identity_(identity), outer_(static_cast<const Inside*>(innermost)) {
+  innermost = this;
+}
+
+Serial::Inside::~Inside() { innermost = outer_; }
+
+Serial::Serial(SectionPlace place)
+    : state_(std::make_shared<State>()), word_(&state_->word), place_(place) {}
+
+Serial::~Serial() = default;
+
+void Serial::post(Job job) { state_->enqueue(std::move(job)); }
+
+void Serial::scheduleDrain() { state_->scheduleDrain(); }
+
+bool Serial::isOnMainQueue() noexcept { return DispatchQueue::main().isCurrent(); }
+
+bool Serial::isCurrent() const noexcept {
+  for (auto* inside = static_cast<const Inside*>(innermost); inside; inside = inside->outer_) {
+    if (inside->identity_ == word_) return true;
+  }
+  return false;
+}
+
+bool Serial::isInsideAny() noexcept { return innermost != nullptr; }
+
+}  // namespace ombrix::platform

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <atomic>
+#include <coroutine>
+#include <cstdint>
+#include <memory>
+#include <type_traits>
+
+#include "OmbrixPlatform/Concurrency/TaskContext.hpp"
+
+namespace ombrix::platform {
+
+/// Where the sections of an actor may run.
+enum class SectionPlace : std::uint8_t {
+  anywhere,      ///< at once on the calling thread when nobody else is inside
+  offMainQueue,  ///< the same, except that the main queue never runs them: for slow work
+};
+
+/// The executor of an actor: its sections and jobs run one at a time, in the order of arrival.
+///
+/// A section is a plain closure without a suspension inside. It runs at once when nobody else is
+/// inside and nothing waits; else it is queued, and the coroutine goes on through its own executor
+/// after it. Nothing is held across a suspension.
+///
+///     auto section = [&] { return items_.size(); };
+///     auto count = co_await serial_.run(section);
+///
+/// Any thread. Work under way keeps the state of the executor, though not the actor, alive.
+class Serial final : public Executor {
+ public:
+  explicit Serial(SectionPlace place = SectionPlace::anywhere);
+  ~Serial() override;
+  Serial(const Serial&) = delete;
+  Serial& operator=(const Serial&) = delete;
+
+  /// Runs a job in turn, on the thread pool.
+  void post(Job job) override;
+
+  /// Awaitable: runs a named closure as a section and gives its result or its exception.
+  template <class Section>
+  auto run(Section& section) {
+    return SectionAwaiter<Section>(*this, section);
+  }
+
+  /// Whether the calling code is inside a section or job of this executor.
+  [[nodiscard]] bool isCurrent() const noexcept;
+
+  /// Whether the calling thread is inside a section or job of any actor.
+  [[nodiscard]] static bool isInsideAny() noexcept;
+
+ private:
+  struct State;
+
+  template <class Section>
+  struct SectionAwaiter {
+    using T = std::invoke_result_t<Section&>;
+
+    SectionAwaiter(Serial& executor, Section& body) : serial(executor), section(body) {}
+
+    Serial& serial;
+    Section& section;
+    detail::Outcome<T> outcome;
+
+    bool await_ready() {
+      if (!serial.enter()) return false;
+      {
+        const Inside inside(serial);
+        detail::runInto(outcome, section);
+      }
+      serial.leave();
+      return true;
+    }
+    template <detail::HasTaskContext Parent>
+    void await_suspend(std::coroutine_handle<Parent> parent) {
+      serial.post([this, parent, executor = parent.promise().context().executor] {
+        detail::runInto(outcome, section);
+        executor->post(detail::resumptionOf(parent));
+      });
+    }
+    T await_resume() { return outcome.take(); }
+  };
+
+  // Marks the calling thread as inside, for the checks of blocking waits.
+  class Inside {
+   public:
+    explicit Inside(const Serial& serial) : Inside(serial.word_) {}
+    explicit Inside(const void* identity) noexcept;
+    ~Inside();
+    Inside(const Inside&) = delete;
+    Inside& operator=(const Inside&) = delete;
+
+   private:
+    friend class Serial;
+    const void* identity_;
+    const Inside* outer_;
+  };
+
+  static constexpr std::uint32_t kIdle = 0;
+  static constexpr std::uint32_t kInside = 1;
+  static constexpr std::uint32_t kQueued = 2;  // someone is inside, or about to be, and more waits
+
+  bool enter() noexcept {
+    if (place_ == SectionPlace::offMainQueue && isOnMainQueue()) return false;
+    std::uint32_t idle = kIdle;
+    return word_->compare_exchange_strong(idle, kInside, std::memory_order_acquire,
+                                          std::memory_order_relaxed);
+  }
+  void leave() noexcept {
+    std::uint32_t inside = kInside;
+    if (!word_->compare_exchange_strong(inside, kIdle, std::memory_order_release,
+                                        std::memory_order_relaxed)) {
+      scheduleDrain();
+    }
+  }
+  static bool isOnMainQueue() noexcept;
+  void scheduleDrain();
+
+  const std::shared_ptr<State> state_;
+  std::atomic<std::uint32_t>* const word_;  // inside the state
+  const SectionPlace place_;
+};
+
+}  // namespace ombrix::platform

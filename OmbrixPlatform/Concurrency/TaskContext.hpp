@@ -1,0 +1,168 @@
+#pragma once
+
+#include <atomic>
+#include <coroutine>
+#include <exception>
+#include <memory>
+#include <stop_token>
+#include <type_traits>
+#include <utility>
+#include <variant>
+
+#include "OmbrixPlatform/Concurrency/Executor.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
+
+namespace ombrix::platform {
+
+/// Thrown by what a cancelled task awaits.
+class CancellationError : public Error {
+ public:
+  CancellationError() : Error("the task was cancelled") {}
+};
+
+/// Where a task continues after waiting, and whether it was asked to stop; handed from each
+/// coroutine to those it awaits.
+struct TaskContext {
+  std::shared_ptr<Executor> executor;
+  std::stop_token stopToken;
+};
+
+/// The thread pool as the executor of a context.
+std::shared_ptr<Executor> poolExecutor();
+
+namespace detail {
+
+/// What is called when something awaited is over: a plain function, so that coroutines, blocked
+/// threads and tasks wait in one way without an allocation.
+struct Resumption {
+  void (*function)(void*) = nullptr;
+  void* argument = nullptr;
+
+  void operator()() const { function(argument); }
+};
+
+inline Resumption resumptionOf(std::coroutine_handle<> handle) {
+  return {[](void* address) { std::coroutine_handle<>::from_address(address).resume(); },
+          handle.address()};
+}
+
+struct Nothing {};
+
+/// The value or the exception of something that is over.
+template <class T>
+class Outcome {
+ public:
+  using Stored = std::conditional_t<std::is_void_v<T>, Nothing, T>;
+
+  template <class... Arguments>
+  void emplaceValue(Arguments&&... arguments) {
+    content_.template emplace<1>(std::forward<Arguments>(arguments)...);
+  }
+  void setError(std::exception_ptr error) { content_.template emplace<2>(std::move(error)); }
+
+  /// Gives the value away or throws.
+  T take() {
+    throwIfError();
+    if constexpr (!std::is_void_v<T>) return std::move(std::get<1>(content_));
+  }
+
+  /// A copy of the value, or throws.
+  T copy() const {
+    throwIfError();
+    if constexpr (!std::is_void_v<T>) return std::get<1>(content_);
+  }
+
+ private:
+  void throwIfError() const {
+    if (content_.index() == 2) std::rethrow_exception(std::get<2>(content_));
+  }
+
+  std::variant<std::monostate, Stored, std::exception_ptr> content_;
+};
+
+/// Runs a closure and keeps what comes of it.
+template <class T, class Closure>
+void runInto(Outcome<T>& outcome, Closure&& closure) {
+  try {
+    if constexpr (std::is_void_v<T>) {
+      std::forward<Closure>(closure)();
+      outcome.emplaceValue();
+    } else {
+      outcome.emplaceValue(std::forward<Closure>(closure)());
+    }
+  } catch (...) {
+    outcome.setError(std::current_exception());
+  }
+}
+
+/// What every coroutine of this library carries.
+class PromiseBase {
+ public:
+  // Finishing and suspending meet here: whoever comes second continues the waiting side. That
+  // way a chain of finished children unwinds the stack instead of growing it.
+  struct FinalAwaiter {
+    bool await_ready() const noexcept { return false; }
+    template <class Promise>
+    void await_suspend(std::coroutine_handle<Promise> handle) const noexcept {
+      PromiseBase& promise = handle.promise();
+      if (promise.met_.exchange(true, std::memory_order_acq_rel)) promise.resumption_();
+    }
+    void await_resume() const noexcept {}
+  };
+
+  std::suspend_always initial_suspend() const noexcept { return {}; }
+  FinalAwaiter final_suspend() const noexcept { return {}; }
+
+  const TaskContext& context() const { return *context_; }
+
+  /// Runs the coroutine until it first waits; true when it has not finished, and the resumption
+  /// will be called. The context must outlive it.
+  bool begin(std::coroutine_handle<> self, const TaskContext& context, Resumption resumption) {
+    context_ = &context;
+    resumption_ = resumption;
+    self.resume();
+    return !met_.exchange(true, std::memory_order_acq_rel);
+  }
+
+ private:
+  const TaskContext* context_ = nullptr;
+  Resumption resumption_;
+  std::atomic<bool> met_{false};
+};
+
+template <class Promise>
+concept HasTaskContext = std::is_base_of_v<PromiseBase, Promise>;
+
+}  // namespace detail
+
+/// `co_await currentContext` gives the context of the running coroutine.
+struct CurrentContext {
+  struct Awaiter {
+    const TaskContext* context = nullptr;
+
+    bool await_ready() const noexcept { return false; }
+    template <detail::HasTaskContext Promise>
+    bool await_suspend(std::coroutine_handle<Promise> handle) noexcept {
+      context = &handle.promise().context();
+      return false;
+    }
+    const TaskContext& await_resume() const noexcept { return *context; }
+  };
+
+  Awaiter operator co_await() const noexcept { return {}; }
+};
+inline constexpr CurrentContext currentContext;
+
+/// `co_await checkCancellation` throws `CancellationError` when the task was asked to stop.
+struct CheckCancellation {
+  struct Awaiter : CurrentContext::Awaiter {
+    void await_resume() const {
+      if (context->stopToken.stop_requested()) throw CancellationError();
+    }
+  };
+
+  Awaiter operator co_await() const noexcept { return {}; }
+};
+inline constexpr CheckCancellation checkCancellation;
+
+}  // namespace ombrix::platform

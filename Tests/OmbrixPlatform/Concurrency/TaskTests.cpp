@@ -1,0 +1,298 @@
+#include "OmbrixPlatform/Concurrency/Task.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <memory>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/Continuation.hpp"
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/Serial.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/ManualClock.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using namespace std::chrono_literals;
+
+Async<std::string> describe(int value) {
+  if (value < 0) throw Error("negative");
+  co_return std::to_string(value);
+}
+
+Async<std::string> hop(int value) {
+  co_await sleepFor(0s);
+  auto text = co_await describe(value);
+  co_return text;
+}
+
+// Catches values and exceptions lost on the way through finished and through suspended children.
+TEST(AsyncTests, ValuesAndExceptionsPassThroughEveryLevel) {
+  EXPECT_EQ(describe(12).get(), "12");
+  EXPECT_EQ(hop(12).get(), "12");
+  EXPECT_THROW(describe(-1).get(), Error);
+  EXPECT_THROW(hop(-1).get(), Error);
+  EXPECT_THROW(hop(-1).start().get(), Error);
+}
+
+// Catches a dropped operation that runs after all, and arguments that leak or die twice.
+TEST(AsyncTests, WhatIsNotAwaitedNeverRuns) {
+  auto guard = std::make_shared<bool>(false);
+  auto operation = [](std::shared_ptr<bool> ran) -> Async<void> {
+    *ran = true;
+    co_return;
+  };
+  {
+    const auto dropped = operation(guard);
+  }
+  EXPECT_FALSE(*guard);
+  operation(guard).get();
+  EXPECT_TRUE(*guard);
+  EXPECT_EQ(guard.use_count(), 1);
+}
+
+Async<int> countDown(int depth) {
+  if (depth == 0) co_return 0;
+  const int rest = co_await countDown(depth - 1);
+  co_return rest + 1;
+}
+
+// Catches a stack that grows with every await of a finished child.
+TEST(AsyncTests, LoopsOverFinishedChildrenKeepTheStackFlat) {
+  auto loop = []() -> Async<int> {
+    int sum = 0;
+    for (int i = 0; i < 200'000; ++i) {
+      const int one = co_await countDown(1);
+      sum += one;
+    }
+    co_return sum;
+  };
+  EXPECT_EQ(loop().get(), 200'000);
+  EXPECT_EQ(countDown(2'000).get(), 2'000);
+}
+
+// Catches waiters that are forgotten, or resumed twice, when thousands await one task.
+TEST(TaskTests, TenThousandAwaitsOfOneTaskAllGetTheValue) {
+  constexpr int kWaiters = 10'000;
+  std::binary_semaphore gate{0};
+  const auto shared = startTask([&] {
+    gate.acquire();
+    return std::string("shared value that does not fit the small buffer");
+  });
+  std::atomic<int> right = 0;
+  std::vector<Task<void>> waiters;
+  auto wait = [&]() -> Async<void> {
+    const auto text = co_await shared;
+    if (text.starts_with("shared value")) ++right;
+  };
+  for (int i = 0; i < kWaiters; ++i) waiters.push_back(startTask(wait));
+  gate.release();
+  for (const auto& waiter : waiters) waiter.get();
+  EXPECT_EQ(right, kWaiters);
+  EXPECT_TRUE(shared.isFinished());
+}
+
+// Catches cancellation that does not reach a wait deep inside, or that leaks from a waiter into the
+// task it shares with others.
+TEST(TaskTests, CancellationReachesChildrenButNotSharedTasks) {
+  const auto clock = std::make_shared<testing::ManualClock>();
+  const testing::ScopedService scoped(services().clock, clock);
+  auto sleepLong = []() -> Async<int> {
+    co_await sleepFor(1h);
+    co_return 1;
+  };
+  const auto shared = startTask(sleepLong);
+  auto awaitShared = [&]() -> Async<int> {
+    const int value = co_await shared;
+    co_return value;
+  };
+  const auto waiter = startTask(awaitShared);
+  waiter.cancel();
+  EXPECT_FALSE(shared.isCancelled());
+  clock->advance(3600s);
+  // The shared task may have started to sleep after the clock moved.
+  while (!shared.isFinished()) clock->advance(3600s);
+  EXPECT_EQ(waiter.get(), 1);
+
+  auto nested = [&]() -> Async<int> {
+    const int value = co_await sleepLong();
+    co_return value;
+  };
+  const auto cancelled = startTask(nested);
+  cancelled.cancel();
+  EXPECT_THROW(cancelled.get(), CancellationError);
+}
+
+// Catches a wait that a racing cancellation and timer end twice or never.
+TEST(TaskTests, CancellationRacingTheResultEndsEveryWaitOnce) {
+  for (int i = 0; i < 500; ++i) {
+    const auto task =
+        startTask([i]() -> Async<void> { co_await sleepFor(std::chrono::microseconds(i % 40)); });
+    if (i % 2 == 0) std::this_thread::yield();
+    task.cancel();
+    try {
+      task.get();
+    } catch (const CancellationError&) {
+    }
+    EXPECT_TRUE(task.isFinished());
+  }
+}
+
+// Catches resources of a task that outlive the moment its result is known.
+TEST(TaskTests, CapturesAreReleasedBeforeTheResultIsKnown) {
+  auto resource = std::make_shared<int>(1);
+  const std::weak_ptr<int> watch = resource;
+  auto body = [resource = std::move(resource)]() -> Async<int> {
+    co_await sleepFor(0s);
+    co_return *resource;
+  };
+  EXPECT_EQ(startTask(std::move(body)).get(), 1);
+  EXPECT_TRUE(watch.expired());
+}
+
+// Catches time-outs by another clock, and a genuine cancellation that is reported as a time-out.
+TEST(TaskTests, TimeoutsFollowTheClockService) {
+  const auto clock = std::make_shared<testing::ManualClock>();
+  const testing::ScopedService scoped(services().clock, clock);
+  auto limited = []() -> Async<void> {
+    auto sleep = sleepFor(60s);
+    co_await withTimeout(std::move(sleep), 30s);
+  };
+  const auto timedOut = startTask(limited);
+  while (!timedOut.isFinished()) clock->advance(30s);
+  const auto cancelled = startTask(limited);
+  cancelled.cancel();
+  EXPECT_THROW(cancelled.get(), CancellationError);
+  EXPECT_EQ(withTimeout(describe(3), 30s).get(), "3");
+
+  auto sleeping = std::make_shared<std::binary_semaphore>(0);
+  auto heeded = [&]() -> Async<void> {
+    auto body = [&](Continuation<void>) { sleeping->release(); };
+    auto never = withContinuation<void>(body);
+    co_await withTimeout(std::move(never), 30s);
+  };
+  const auto task = startTask(heeded);
+  sleeping->acquire();
+  clock->advance(30s);
+  EXPECT_THROW(task.get(), TimeoutError);
+}
+
+// Catches continuations that are resumed twice, inline or from many threads.
+TEST(ContinuationTests, TheFirstCallWins) {
+  auto raced = []() -> Async<int> {
+    std::atomic<int> winners = 0;
+    std::vector<std::jthread> threads;
+    std::function<void(Continuation<int>)> body = [&](Continuation<int> continuation) {
+      for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, continuation, i] { winners += continuation.resume(i) ? 1 : 0; });
+      }
+    };
+    const int winner = co_await withContinuation<int>(body);
+    EXPECT_GE(winner, 0);
+    threads.clear();
+    co_return winners.load();
+  };
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(raced().get(), 1);
+  std::function<void(Continuation<int>)> atOnce = [](Continuation<int> continuation) {
+    EXPECT_TRUE(continuation.resume(7));
+    EXPECT_FALSE(continuation.fail(std::make_exception_ptr(Error("late"))));
+  };
+  EXPECT_EQ(withContinuation<int>(atOnce).get(), 7);
+}
+
+class Account {
+ public:
+  Async<int> add(int amount) {
+    auto section = [&] { return balance_ += amount; };
+    const int balance = co_await serial_.run(section);
+    co_return balance;
+  }
+  Async<void> fail() {
+    auto section = [] { throw Error("section"); };
+    co_await serial_.run(section);
+  }
+  Async<int> addBlocking(int amount) {
+    auto section = [&] { return add(amount).get(); };
+    const int balance = co_await serial_.run(section);
+    co_return balance;
+  }
+  Serial& serial() { return serial_; }
+
+ private:
+  Serial serial_;
+  int balance_ = 0;
+};
+
+// Catches sections of an actor that overlap or get lost, run inline and queued mixed.
+TEST(SerialTests, SectionsOfEightThreadsNeverOverlap) {
+  Account account;
+  constexpr int kTasks = 8, kRounds = 1'000;
+  auto body = [&]() -> Async<void> {
+    for (int i = 0; i < kRounds; ++i) co_await account.add(1);
+  };
+  std::vector<Task<void>> tasks;
+  for (int i = 0; i < kTasks; ++i) tasks.push_back(startTask(body));
+  for (const auto& task : tasks) task.get();
+  EXPECT_EQ(account.add(0).get(), kTasks * kRounds);
+}
+
+// Catches an exception of a section that ends the program or leaves the actor locked.
+TEST(SerialTests, AThrowingSectionLeavesTheActorUsable) {
+  Account account;
+  EXPECT_THROW(account.fail().get(), Error);
+  std::binary_semaphore entered{0}, gate{0};
+  account.serial().post([&] {
+    entered.release();
+    gate.acquire();
+  });
+  entered.acquire();
+  const auto queued = account.fail().start();
+  gate.release();
+  EXPECT_THROW(queued.get(), Error);
+  EXPECT_EQ(account.add(2).get(), 2);
+}
+
+// Catches jobs that overtake each other.
+TEST(SerialTests, QueuedWorkKeepsItsOrder) {
+  Serial serial;
+  std::vector<int> order;
+  for (int i = 0; i < 1'000; ++i) serial.post([&, i] { order.push_back(i); });
+  std::binary_semaphore done{0};
+  serial.post([&] { done.release(); });
+  done.acquire();
+  ASSERT_EQ(order.size(), 1'000u);
+  EXPECT_TRUE(std::is_sorted(order.begin(), order.end()));
+}
+
+// Catches slow sections that run on the main queue, inline or as its continuation.
+TEST(SerialTests, DiskWorkNeverRunsOnTheMainQueue) {
+  Serial serial(SectionPlace::offMainQueue);
+  auto body = [&]() -> Async<bool> {
+    EXPECT_TRUE(DispatchQueue::main().isCurrent());
+    auto section = [&] { return DispatchQueue::main().isCurrent(); };
+    const bool wasOnMain = co_await serial.run(section);
+    EXPECT_TRUE(DispatchQueue::main().isCurrent());
+    co_return wasOnMain;
+  };
+  EXPECT_FALSE(startTask(body, DispatchQueue::main().shared_from_this()).get());
+}
+
+// Catches the silent deadlock of an actor that waits for itself.
+TEST(SerialTests, BlockingInsideOnesOwnSectionStopsTheProgram) {
+  EXPECT_DEATH(
+      {
+        Account account;
+        account.addBlocking(1).get();
+      },
+      "blocking wait inside a section of an actor");
+}
+
+}  // namespace
+}  // namespace ombrix::platform
