@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 
+#include <array>
 #include <deque>
 #include <semaphore>
 
@@ -206,29 +207,26 @@ std::shared_ptr<DispatchQueue> DispatchQueue::concurrent(std::string label,
 }
 
 DispatchQueue& DispatchQueue::global(DispatchPriority priority) {
-  auto make = [](std::string label, QualityOfService qualityOfService, DispatchPriority lane) {
-    // Leaked: jobs may still run while the process ends.
-    return std::make_unique<std::shared_ptr<DispatchQueue>>(
-               std::make_shared<DispatchQueue>(Passkey{}, Kind::concurrent, std::move(label),
-                                               qualityOfService, lane))
-        .release();
+  using Queues = std::array<std::shared_ptr<DispatchQueue>, 4>;
+  auto make = [](std::string label, QualityOfService qualityOfService) {
+    return std::make_shared<DispatchQueue>(Passkey{}, Kind::concurrent, std::move(label),
+                                           qualityOfService, dispatchPriority(qualityOfService));
   };
-  static auto& high =
-      **make("global.high", QualityOfService::userInitiated, DispatchPriority::high);
-  static const auto& normal =
-      *make("global.default", QualityOfService::unspecified, DispatchPriority::normal);
-  static const auto& low = *make("global.low", QualityOfService::utility, DispatchPriority::low);
-  static const auto& background =
-      *make("global.background", QualityOfService::background, DispatchPriority::background);
+  // Leaked: jobs may still run while the process ends.
+  static const Queues& queues =
+      *new Queues{make("global.high", QualityOfService::userInitiated),
+                  make("global.default", QualityOfService::unspecified),
+                  make("global.low", QualityOfService::utility),
+                  make("global.background", QualityOfService::background)};
   switch (priority) {
     case DispatchPriority::high:
-      return high;
+      return *queues[0];
     case DispatchPriority::normal:
-      return normal;
+      return *queues[1];
     case DispatchPriority::low:
-      return low;
+      return *queues[2];
     case DispatchPriority::background:
-      return background;
+      return *queues[3];
   }
   fatalError("unknown dispatch priority");
 }
