@@ -1,9 +1,10 @@
 #include "OmbrixPlatform/Services.hpp"
 
 #include "OmbrixPlatform/Concurrency/MainLoop.hpp"
+#include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
+#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
-#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -13,6 +14,7 @@ namespace ombrix::platform {
 // clang-format off: one service a line
 Services::Services()
     : clock(&makeSystemClock),
+      cloudStore(&makeDefaultUbiquitousKeyValueStore),
       directories(&makeSystemDirectories),
       locale(&makeSystemLocaleService),
       mainBundle(&makeMainBundle),

@@ -11,6 +11,7 @@ class Clock;
 class Directories;
 class Executor;
 class LocaleService;
+class NSUbiquitousKeyValueStore;
 class SystemLog;
 class UserDefaults;
 
@@ -66,6 +67,7 @@ struct Services {
   Services();
 
   ServiceSlot<Clock> clock;
+  ServiceSlot<NSUbiquitousKeyValueStore> cloudStore;
   ServiceSlot<Directories> directories;
   ServiceSlot<LocaleService> locale;
   ServiceSlot<Bundle> mainBundle;

@@ -14,4 +14,9 @@ std::int64_t integerFrom(const PropertyList& value) noexcept;
 double doubleFrom(const PropertyList& value) noexcept;
 std::optional<std::string> stringFrom(const PropertyList& value);
 
+template <class T>
+std::optional<T> copyOf(const T* value) {
+  return value == nullptr ? std::nullopt : std::optional<T>(*value);
+}
+
 }  // namespace ombrix::platform::detail

@@ -219,15 +219,13 @@ std::optional<PropertyList> UserDefaults::objectForKey(std::string_view key) con
 
 std::optional<PropertyList> UserDefaults::valueForKey(std::string_view key) const {
   const std::lock_guard lock(state_->mutex);
-  const auto* value = state_->find(key, true);
-  return value == nullptr ? std::nullopt : std::optional(*value);
+  return detail::copyOf(state_->find(key, true));
 }
 
 std::optional<PropertyList> UserDefaults::explicitObjectForKey(std::string_view key) const {
   state_->beFresh();
   const std::lock_guard lock(state_->mutex);
-  const auto* value = state_->find(key, false);
-  return value == nullptr ? std::nullopt : std::optional(*value);
+  return detail::copyOf(state_->find(key, false));
 }
 
 bool UserDefaults::boolForKey(std::string_view key) const {
@@ -252,20 +250,17 @@ std::optional<std::string> UserDefaults::stringForKey(std::string_view key) cons
 
 std::optional<Data> UserDefaults::dataForKey(std::string_view key) const {
   const auto value = objectForKey(key);
-  const auto* data = value ? value->data() : nullptr;
-  return data == nullptr ? std::nullopt : std::optional(*data);
+  return detail::copyOf(value ? value->data() : nullptr);
 }
 
 std::optional<PropertyList::Array> UserDefaults::arrayForKey(std::string_view key) const {
   const auto value = objectForKey(key);
-  const auto* array = value ? value->array() : nullptr;
-  return array == nullptr ? std::nullopt : std::optional(*array);
+  return detail::copyOf(value ? value->array() : nullptr);
 }
 
 std::optional<UserDefaults::Dictionary> UserDefaults::dictionaryForKey(std::string_view key) const {
   const auto value = objectForKey(key);
-  const auto* dictionary = value ? value->dictionary() : nullptr;
-  return dictionary == nullptr ? std::nullopt : std::optional(*dictionary);
+  return detail::copyOf(value ? value->dictionary() : nullptr);
 }
 
 std::optional<std::vector<std::string>> UserDefaults::stringArrayForKey(

@@ -1,0 +1,109 @@
+#include <cstdint>
+
+#include "OmbrixCore/Settings/OmbrixSettings.hpp"
+#include "OmbrixCore/Settings/SettingsRegistrations.hpp"
+#include "OmbrixCore/Settings/SettingsTables.hpp"
+#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Text/Locale.hpp"
+
+namespace ombrix {
+namespace {
+
+using platform::Locale;
+using platform::PropertyList;
+using platform::UserDefaults;
+
+constexpr const char* kUnitsKey = "units";
+constexpr const char* kSyncPreferencesKey = "syncPreferences";
+constexpr const char* kExtraLoggingKey = "enableExtraLogging";
+
+const char* unitSystemOf(const Locale& locale) {
+  if (locale.identifier() == "en_GB") return "british";
+  return locale.usesMetricSystem() ? "kilometers" : "miles";
+}
+
+std::string readMetricType() {
+  return UserDefaults::standardUserDefaults()
+      .stringForKey(OmbrixSettings::keyFromGetter("metricType"))
+      .value_or(std::string());
+}
+
+bool readBool(std::string_view property) {
+  return UserDefaults::standardUserDefaults().boolForKey(OmbrixSettings::keyFromGetter(property));
+}
+
+}  // namespace
+
+void OmbrixSettings::registerCoreSettings() {
+  registerMappings({{"metricType", kUnitsKey},
+                    {"syncPreferences", kSyncPreferencesKey},
+                    {"extraLogging", kExtraLoggingKey}});
+  registerSyncedPreferenceKeys({keyFromGetter("metricType")});
+  registerDefaults({{kUnitsKey, unitSystemOf(Locale::current())},
+                    {kSyncPreferencesKey, true},
+                    {kExtraLoggingKey, false}});
+  auto& locale = platform::services().locale.get();
+  registrations_->add(locale.currentLocaleDidChange.connect([this] { localeDidChange(); }));
+}
+
+void OmbrixSettings::localeDidChange() {
+  if (UserDefaults::standardUserDefaults().explicitObjectForKey(kUnitsKey)) return;
+  // Kept: the default is not chosen anew. Observers read again and find what registration chose:
+  // a unit system that changed by itself would rewrite what the user is looking at.
+  willChangeValueForKey("metricType");
+  didChangeValueForKey("metricType");
+}
+
+void OmbrixSettings::maskViaWormhole(std::shared_ptr<platform::MessageChannel> channel) {
+  const auto mappings = SettingsTables::shared().change([&](SettingsTables::Contents& contents) {
+    contents.wormhole = channel;
+    return contents.settingsMappings;
+  });
+  for (const auto& [property, key] : mappings) {
+    registrations_->add(
+        channel->listenForMessageWithIdentifier(key, [this, name = property](const auto&) {
+          willChangeValueForKey(name);
+          didChangeValueForKey(name);
+        }));
+  }
+}
+
+std::string OmbrixSettings::metricType() const {
+  auto& tables = SettingsTables::shared();
+  if (tables.hasWormhole()) {
+    const auto message = tables.wormhole()->messageWithIdentifier(keyFromGetter("metricType"));
+    if (message && message->text()) return *message->text();
+  }
+  // Asked for every formatted value: what this thread read last is good while neither the defaults
+  // nor the tables have changed since before it was read.
+  struct Read {
+    std::uint64_t defaults = 0, tables = 0;
+    std::string value;
+  };
+  thread_local Read last;
+  const auto tablesNow = tables.revision();
+  const auto defaultsNow = UserDefaults::standardUserDefaults().revision();
+  if (last.defaults != defaultsNow || last.tables != tablesNow) {
+    last = {defaultsNow, tablesNow, readMetricType()};
+  }
+  return last.value;
+}
+
+void OmbrixSettings::setMetricType(std::string_view metricType) {
+  saveObject(metricType, keyFromSetter("setMetricType:"));
+}
+
+bool OmbrixSettings::syncPreferences() const { return readBool("syncPreferences"); }
+
+void OmbrixSettings::setSyncPreferences(bool syncPreferences) {
+  saveBool(syncPreferences, keyFromSetter("setSyncPreferences:"));
+}
+
+bool OmbrixSettings::extraLogging() const { return readBool("extraLogging"); }
+
+void OmbrixSettings::setExtraLogging(bool extraLogging) {
+  saveBool(extraLogging, keyFromSetter("setExtraLogging:"));
+}
+
+}  // namespace ombrix

@@ -1,0 +1,159 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "OmbrixPlatform/Coding/PropertyList.hpp"
+#include "OmbrixPlatform/Messaging/MessageChannel.hpp"
+#include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
+
+namespace ombrix::testing {
+class ScopedSettings;
+}
+
+namespace ombrix {
+
+/// The settings of the program and its extensions.
+///
+/// Each setting is a property, named apart from the storage key under which its value lies in the
+/// standard user defaults; chosen storage keys are mirrored to the user's cloud store while sync
+/// is on. Observers watch properties by name (`observe`): every change of a stored value, from any
+/// writer, reaches them once as a will/did pair, on the thread that changed the defaults.
+///
+/// Any thread may use the settings; registering is meant to happen once, at start-up.
+class OmbrixSettings final : public platform::KeyValueObserving<platform::PropertyList> {
+ public:
+  /// A property name and its storage key.
+  using Mapping = std::pair<std::string, std::string>;
+
+  /// The one instance, made on first use.
+  static OmbrixSettings& shared();
+
+  // Kept: every instance starts with empty tables, and the tables belong to the process: making a
+  // second instance wipes what was registered on the first. The tables outlive their instance.
+  OmbrixSettings();
+  ~OmbrixSettings() override;
+
+  /// @name Sync
+  /// @{
+
+  /// Whether this user has ever turned sync on, on any device.
+  [[nodiscard]] bool hasSyncedToiCloudBefore() const;
+
+  /// Turns sync off; what is in the cloud stays there.
+  void disableSync();
+
+  /// Removes every synced key from the cloud store and has it synchronize; `syncPreferences` stays
+  /// as it is. The name is part of the interface, as it is spelled.
+  void resetSynedPreferences();
+
+  /// Turns sync on and marks the cloud store as used.
+  ///
+  /// @param behavior 1: local values win, every synced key that has a value here (registered
+  ///   defaults count) is written to the cloud. 0: cloud values win, every synced key that the
+  ///   cloud has is written here. Any other value: nothing is copied.
+  void enableSyncWithBehavior(int behavior);
+
+  /// Whether the storage key is mirrored to the cloud while sync is on.
+  static bool shouldSyncForKey(std::string_view key);
+
+  /// @}
+  /// @name Names
+  /// @{
+
+  /// False for mapped properties: their changes are announced by what happens to the defaults.
+  static bool automaticallyNotifiesObserversForKey(std::string_view name);
+
+  /// The storage key of a property; "--", under which nothing is stored, when it has none.
+  static std::string keyFromGetter(std::string_view name);
+
+  /// The storage key of the property that a setter such as "setMetricType:" sets. Stops the
+  /// program when there is none: writing an unmapped setting is a programming error.
+  static std::string keyFromSetter(std::string_view name);
+
+  /// The setter of a property: "setMetricType:" for "metricType". Nothing is looked up.
+  static std::string setterFromKey(std::string_view name);
+
+  /// @}
+  /// @name Registering
+  /// @{
+
+  /// Adds storage keys to those that are mirrored; a key may be there more than once.
+  void registerSyncedPreferenceKeys(const std::vector<std::string>& keys);
+
+  /// Maps properties to storage keys, at once, and observes the keys in the standard user
+  /// defaults, later, on the global queue of low priority: changes before that are not announced.
+  void registerMappings(const std::vector<Mapping>& mappings);
+
+  /// Adds values, by storage key, that are read where nothing is set.
+  void registerDefaults(const platform::PropertyList::Dictionary& defaults);
+
+  /// @}
+  /// @name Writing
+  /// @{
+
+  /// Writes to the standard user defaults and, while sync is on and the key is a synced one, to
+  /// the cloud store, which is not told to synchronize.
+  void saveBool(bool value, std::string_view key);
+
+  /// The same for any value; nothing removes the key.
+  void saveObject(std::optional<platform::PropertyList> value, std::string_view key);
+
+  /// Announces a change of the storage key `keyPath` as one of its property, before or after the
+  /// fact; does nothing for keys that no property has.
+  void observeValueForKeyPath(std::string_view keyPath,
+                              const platform::KeyValueChange<platform::PropertyList>& change);
+
+  /// @}
+  /// @name The core settings
+  /// @{
+
+  /// Registers the three settings below, their defaults and the synced key, and follows changes of
+  /// the locale. To be called once, at start-up.
+  ///
+  /// The unit system is by default "british" for the locale "en_GB", else "kilometers" or "miles",
+  /// as the locale measures.
+  void registerCoreSettings();
+
+  /// Has observers read the unit system again, unless one is stored.
+  void localeDidChange();
+
+  /// Prefers the companion's unit system to the stored one from now on, and tells observers of
+  /// every mapped property when the companion sends a value. There is no way back.
+  void maskViaWormhole(std::shared_ptr<platform::MessageChannel> channel);
+
+  /// The unit system, "kilometers", "miles" or "british": the companion's where `maskViaWormhole`
+  /// was called and the companion has sent one, else the stored one, else the default; empty
+  /// before `registerCoreSettings`. Cheap enough to be asked for every value that is formatted.
+  [[nodiscard]] std::string metricType() const;
+  void setMetricType(std::string_view metricType);
+
+  /// Whether changes of synced keys go to the cloud; true by default.
+  [[nodiscard]] bool syncPreferences() const;
+  void setSyncPreferences(bool syncPreferences);
+
+  /// Whether more is logged; false by default.
+  [[nodiscard]] bool extraLogging() const;
+  void setExtraLogging(bool extraLogging);
+
+  /// @}
+
+ protected:
+  std::optional<platform::PropertyList> valueForKey(std::string_view key) const override;
+
+ private:
+  friend class testing::ScopedSettings;
+  struct Registrations;
+
+  static std::atomic<OmbrixSettings*>& substitute();
+  void save(const std::optional<platform::PropertyList>& value, std::string_view key);
+
+  const std::shared_ptr<Registrations> registrations_;
+};
+
+}  // namespace ombrix

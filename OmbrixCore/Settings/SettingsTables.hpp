@@ -1,0 +1,83 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "OmbrixPlatform/Messaging/MessageChannel.hpp"
+
+namespace ombrix {
+
+/// What all settings objects of the process share. Any thread: readers may come while settings are
+/// still being registered.
+class SettingsTables {
+ public:
+  struct NameHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view name) const noexcept {
+      return std::hash<std::string_view>{}(name);
+    }
+  };
+  using Names = std::unordered_map<std::string, std::string, NameHash, std::equal_to<>>;
+
+  struct Contents {
+    Names settingsMappings;         // property to storage key
+    Names reverseSettingsMappings;  // storage key to property
+    std::vector<std::string> syncedPreferenceKeys;
+    std::shared_ptr<platform::MessageChannel> wormhole;
+  };
+
+  static SettingsTables& shared();
+
+  /// Runs a closure on the contents, alone; it must not call out.
+  template <class Closure>
+  auto change(Closure&& closure) {
+    const std::lock_guard lock(mutex_);
+    const Changed changed(*this);
+    return closure(contents_);
+  }
+  template <class Closure>
+  auto read(Closure&& closure) const {
+    const std::lock_guard lock(mutex_);
+    return closure(contents_);
+  }
+
+  [[nodiscard]] std::optional<std::string> keyOf(std::string_view property) const;
+  [[nodiscard]] std::optional<std::string> propertyOf(std::string_view key) const;
+  [[nodiscard]] std::vector<std::string> syncedPreferenceKeys() const;
+  [[nodiscard]] std::shared_ptr<platform::MessageChannel> wormhole() const;
+
+  /// Whether there is a channel, without a lock.
+  [[nodiscard]] bool hasWormhole() const noexcept {
+    return hasWormhole_.load(std::memory_order_acquire);
+  }
+
+  /// Changes with every change of the tables.
+  [[nodiscard]] std::uint64_t revision() const noexcept {
+    return revision_.load(std::memory_order_acquire);
+  }
+
+ private:
+  /// Publishes what readers look at without a lock, once the contents are what they will be.
+  struct Changed {
+    explicit Changed(SettingsTables& changed) : tables(changed) {}
+    ~Changed() {
+      tables.hasWormhole_.store(tables.contents_.wormhole != nullptr, std::memory_order_release);
+      tables.revision_.fetch_add(1, std::memory_order_release);
+    }
+    SettingsTables& tables;
+  };
+
+  mutable std::mutex mutex_;
+  Contents contents_;
+  std::atomic<std::uint64_t> revision_{0};
+  std::atomic<bool> hasWormhole_{false};
+};
+
+}  // namespace ombrix

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string_view>
+
+#include "OmbrixPlatform/Coding/PropertyList.hpp"
+#include "OmbrixPlatform/Observation/ObservationToken.hpp"
+
+namespace ombrix::platform {
+
+/// Passes values by identifier between the programs of a group; of each identifier the last
+/// message stays readable. All operations may be called from any thread.
+class MessageChannel {
+ public:
+  /// Called with the new message; nothing when it was cleared or cannot be read.
+  using Listener = std::move_only_function<void(const std::optional<PropertyList>& message)>;
+
+  virtual ~MessageChannel() = default;
+
+  /// Leaves a message for whoever listens for the identifier or asks for it later.
+  virtual void passMessageObject(const PropertyList& message, std::string_view identifier) = 0;
+
+  /// The last message of the identifier; nothing when there is none.
+  [[nodiscard]] virtual std::optional<PropertyList> messageWithIdentifier(
+      std::string_view identifier) const = 0;
+
+  /// Removes the message of the identifier.
+  virtual void clearMessageContentsForIdentifier(std::string_view identifier) = 0;
+
+  /// Calls the listener for every message of the identifier that another program passes, on a
+  /// thread of the channel's, until the token ends.
+  virtual ObservationToken listenForMessageWithIdentifier(std::string_view identifier,
+                                                          Listener listener) = 0;
+};
+
+}  // namespace ombrix::platform

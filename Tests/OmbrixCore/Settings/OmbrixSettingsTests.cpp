@@ -1,0 +1,185 @@
+#include "OmbrixCore/Settings/OmbrixSettings.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <mutex>
+#include <thread>
+
+#include "OmbrixTesting/ScopedSettings.hpp"
+
+namespace ombrix {
+namespace {
+
+using enum platform::KeyValueObservingOptions;
+using platform::PropertyList;
+using ::testing::ElementsAre;
+using testing::ScopedSettings;
+
+// Catches names that are derived in another way than observers and callers expect.
+TEST(OmbrixSettingsTests, NamesAreMappedBothWays) {
+  const ScopedSettings scoped(ScopedSettings::Registers::nothing);
+  scoped.settings().registerMappings({{"metricType", "units"}, {"x", "xKey"}});
+  for (const auto* setter : {"setMetricType:", "setMetricType", "SETMetric:Type::"}) {
+    EXPECT_EQ(OmbrixSettings::keyFromSetter(setter), "units") << setter;
+  }
+  EXPECT_EQ(OmbrixSettings::keyFromSetter("setX:"), "xKey");
+  EXPECT_EQ(OmbrixSettings::keyFromGetter("metricType"), "units");
+  EXPECT_EQ(OmbrixSettings::keyFromGetter("units"), "--");
+  EXPECT_EQ(OmbrixSettings::setterFromKey("units"), "setUnits:");
+  EXPECT_EQ(OmbrixSettings::setterFromKey("metricType"), "setMetricType:");
+  EXPECT_EQ(OmbrixSettings::setterFromKey(""), "set:");
+  EXPECT_FALSE(OmbrixSettings::automaticallyNotifiesObserversForKey("metricType"));
+  EXPECT_TRUE(OmbrixSettings::automaticallyNotifiesObserversForKey("units"));
+}
+
+// Catches a setting that is written nowhere, or under the wrong key, instead of stopping.
+TEST(OmbrixSettingsDeathTests, WritingAnUnmappedSettingStops) {
+  const ScopedSettings scoped;
+  for (const auto* setter : {"setUnits:", "metricType", "se", ""}) {
+    EXPECT_DEATH(OmbrixSettings::keyFromSetter(setter),
+                 "\\(key != NULL\\), function \\+\\[OmbrixSettings keyFromSetter:\\], file "
+                 "OmbrixSettings, line 127\\.")
+        << setter;
+  }
+}
+
+// Catches an unmapped read that finds something, and tables that outlive a new instance.
+TEST(OmbrixSettingsTests, ANewInstanceWipesTheTables) {
+  const ScopedSettings scoped("miles");
+  EXPECT_EQ(scoped.settings().metricType(), "miles");
+  const OmbrixSettings another;
+  EXPECT_EQ(scoped.settings().metricType(), "");
+  EXPECT_FALSE(scoped.settings().syncPreferences());
+  EXPECT_FALSE(OmbrixSettings::shouldSyncForKey("units"));
+}
+
+// Catches values that reach the cloud against the user's wish, or do not when they should.
+TEST(OmbrixSettingsTests, OnlySyncedKeysReachTheCloudAndOnlyWhileSyncIsOn) {
+  const ScopedSettings scoped;
+  auto& settings = scoped.settings();
+  settings.disableSync();
+  settings.saveObject("miles", "units");
+  EXPECT_FALSE(scoped.cloud().objectForKey("units"));
+  settings.setSyncPreferences(true);
+  settings.setExtraLogging(true);
+  settings.setMetricType("british");
+  EXPECT_EQ(scoped.cloud().dictionaryRepresentation(),
+            (PropertyList::Dictionary{{"units", "british"}}));
+  EXPECT_EQ(scoped.defaults().persistentDomain(),
+            (PropertyList::Dictionary{
+                {"units", "british"}, {"syncPreferences", true}, {"enableExtraLogging", true}}));
+  settings.saveObject(std::nullopt, "units");
+  EXPECT_FALSE(scoped.cloud().objectForKey("units"));
+  EXPECT_FALSE(scoped.defaults().explicitObjectForKey("units"));
+}
+
+// Catches the two directions of sync taken for each other, a registered default that is not
+// copied, and a sync that stays off.
+TEST(OmbrixSettingsTests, EnablingSyncCopiesAsTheCallerChooses) {
+  struct Case {
+    int behavior;
+    const char *local, *cloud;            // stored before
+    const char *localAfter, *cloudAfter;  // expected
+  };
+  const Case cases[] = {
+      {1, "miles", "british", "miles", "miles"},
+      {1, "", "british", "miles", "miles"},  // the registered default of en_US
+      {0, "miles", "british", "british", "british"},
+      {0, "miles", "", "miles", ""},
+      {2, "miles", "british", "miles", "british"},
+      {-1, "miles", "", "miles", ""},
+  };
+  for (const auto& [behavior, local, cloud, localAfter, cloudAfter] : cases) {
+    const ScopedSettings scoped;
+    auto& settings = scoped.settings();
+    settings.disableSync();
+    if (*local) scoped.defaults().setObject(local, "units");
+    if (*cloud) scoped.cloud().setObject(cloud, "units");
+    EXPECT_FALSE(settings.hasSyncedToiCloudBefore());
+    settings.enableSyncWithBehavior(behavior);
+    EXPECT_EQ(settings.metricType(), localAfter) << behavior << local << cloud;
+    EXPECT_EQ(scoped.cloud().stringForKey("units").value_or(""), cloudAfter) << behavior << cloud;
+    EXPECT_TRUE(settings.syncPreferences());
+    EXPECT_TRUE(settings.hasSyncedToiCloudBefore());
+
+    settings.resetSynedPreferences();
+    EXPECT_FALSE(scoped.cloud().objectForKey("units"));
+    EXPECT_TRUE(settings.hasSyncedToiCloudBefore());
+    EXPECT_TRUE(settings.syncPreferences());
+  }
+}
+
+// Catches cloud values that enter by themselves.
+TEST(OmbrixSettingsTests, AChangeOfTheCloudAloneChangesNothingHere) {
+  const ScopedSettings scoped("miles");
+  scoped.cloud().setObject("british", "units");
+  scoped.cloud().synchronize();
+  EXPECT_EQ(scoped.settings().metricType(), "miles");
+}
+
+// Catches changes that observers of a property miss, hear of twice, or under the wrong name.
+TEST(OmbrixSettingsTests, ChangesReachObserversOfThePropertyOnceFromAnyWriter) {
+  const ScopedSettings scoped("miles");
+  auto& settings = scoped.settings();
+  std::mutex mutex;
+  std::condition_variable added;
+  std::vector<std::string> calls;
+  const auto note = [&](const auto& change) {
+    const auto* value = change.newValue ? change.newValue->text() : nullptr;
+    const std::lock_guard lock(mutex);
+    calls.push_back((change.isPrior ? "will " : "did ") + std::string(change.key) +
+                    (value ? " " + *value : ""));
+    added.notify_all();
+  };
+  auto property = settings.observe("metricType", newValue | prior, note);
+  auto key = settings.observe("units", newValue | prior, note);
+  auto other = settings.observe("extraLogging", none, note);
+
+  settings.setMetricType("british");
+  EXPECT_THAT(std::exchange(calls, {}), ElementsAre("will metricType", "did metricType british"));
+  scoped.defaults().setObject("miles", "units");
+  EXPECT_THAT(std::exchange(calls, {}), ElementsAre("will metricType", "did metricType miles"));
+
+  // Cloud values winning names the storage key as well.
+  scoped.cloud().setObject("kilometers", "units");
+  settings.enableSyncWithBehavior(0);
+  EXPECT_THAT(std::exchange(calls, {}), ElementsAre("will units", "will metricType",
+                                                    "did metricType kilometers", "did units"));
+
+  const auto elsewhere = scoped.elsewhere();
+  elsewhere->setObject("british", "units");
+  elsewhere->setObject(true, "enableExtraLogging");
+  std::unique_lock lock(mutex);
+  EXPECT_TRUE(added.wait_for(lock, std::chrono::seconds(30), [&] { return calls.size() == 3; }));
+  EXPECT_THAT(calls, ElementsAre("will metricType", "did metricType british", "did extraLogging"));
+}
+
+// Catches races between start-up and readers, and a value read last that is served after a change.
+TEST(OmbrixSettingsTests, ReadersMayComeWhileSettingsAreRegistered) {
+  const ScopedSettings scoped;
+  auto& settings = scoped.settings();
+  std::vector<std::jthread> readers;
+  std::atomic<bool> done{false};
+  for (int i = 0; i < 3; ++i) {
+    readers.emplace_back([&] {
+      while (!done) {
+        EXPECT_NE(settings.metricType(), "");
+        EXPECT_FALSE(OmbrixSettings::shouldSyncForKey("none"));
+        auto token = settings.observe("metricType", none, [](const auto&) {});
+      }
+    });
+  }
+  for (int i = 0; i < 20; ++i) {
+    settings.registerMappings({{"p" + std::to_string(i), "k" + std::to_string(i)}});
+    const auto value = "v" + std::to_string(i);
+    settings.setMetricType(value);
+    EXPECT_EQ(settings.metricType(), value);
+    std::jthread([&] { EXPECT_EQ(settings.metricType(), value); }).join();
+  }
+  done = true;
+}
+
+}  // namespace
+}  // namespace ombrix
