@@ -2,6 +2,7 @@
 
 #include <mutex>
 
+#include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -40,7 +41,9 @@ class RecordingLog::Logger final : public platform::DDLogger {
 };
 
 RecordingLog::RecordingLog()
-    : logger_(std::make_shared<Logger>()), previousLevel_(DDLog::dynamicLevel()) {
+    : logger_(std::make_shared<Logger>()),
+      previousLevel_(DDLog::dynamicLevel()),
+      wasLoggingSetUp_(ombrix::detail::isLoggingSetUp.exchange(true)) {
   DDLog::setDynamicLevel(DDLogLevel::verbose);
   DDLog::addLogger(logger_, DDLogLevel::verbose);
 }
@@ -48,6 +51,7 @@ RecordingLog::RecordingLog()
 RecordingLog::~RecordingLog() {
   DDLog::removeLogger(*logger_);
   DDLog::setDynamicLevel(previousLevel_);
+  ombrix::detail::isLoggingSetUp = wasLoggingSetUp_;
   const auto unexpected = takeErrors();
   if (!unexpected.empty()) platform::fatalError("Unexpected error in the log: " + unexpected[0]);
 }

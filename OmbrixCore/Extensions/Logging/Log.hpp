@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <source_location>
 
 #include "OmbrixPlatform/Logging/DDLog.hpp"
@@ -10,15 +11,35 @@
 /// The tag holds the source file's path without its ending and the logging function in its
 /// argument-label spelling. The message is a text, or a function that makes one and runs only
 /// when the level lets it pass. Any thread; hold no lock while logging.
+///
+/// The first of these calls sets logging up (`LoggingService::shared()`), the others pay one load
+/// for it. Setting up reads the settings: what `OmbrixSettings` runs while it is made itself logs
+/// through `platform::DDLogError`, which sets up nothing.
 
 namespace ombrix {
 
 using platform::LogTag;
 
+namespace detail {
+
+/// Whether log calls find logging set up. Test support sets it to keep the service's loggers out.
+extern constinit std::atomic<bool> isLoggingSetUp;
+
+/// Makes the logging service, unless this thread is making it just now.
+void setUpLogging();
+
+inline void ensureLoggingIsSetUp() {
+  if (!isLoggingSetUp.load(std::memory_order_acquire)) [[unlikely]]
+    setUpLogging();
+}
+
+}  // namespace detail
+
 /// Something failed that a user or a developer must hear about.
 template <class Message>
 void logError(LogTag tag, const Message& message,
               std::source_location where = std::source_location::current()) {
+  detail::ensureLoggingIsSetUp();
   platform::DDLogError(tag, message, where);
 }
 
@@ -26,6 +47,7 @@ void logError(LogTag tag, const Message& message,
 template <class Message>
 void logWarning(LogTag tag, const Message& message,
                 std::source_location where = std::source_location::current()) {
+  detail::ensureLoggingIsSetUp();
   platform::DDLogWarn(tag, message, where);
 }
 
@@ -33,6 +55,7 @@ void logWarning(LogTag tag, const Message& message,
 template <class Message>
 void logInfo(LogTag tag, const Message& message,
              std::source_location where = std::source_location::current()) {
+  detail::ensureLoggingIsSetUp();
   platform::DDLogInfo(tag, message, where);
 }
 
@@ -40,6 +63,7 @@ void logInfo(LogTag tag, const Message& message,
 template <class Message>
 void logDebug(LogTag tag, const Message& message,
               std::source_location where = std::source_location::current()) {
+  detail::ensureLoggingIsSetUp();
   platform::DDLogDebug(tag, message, where);
 }
 
@@ -47,6 +71,7 @@ void logDebug(LogTag tag, const Message& message,
 template <class Message>
 void logVerbose(LogTag tag, const Message& message,
                 std::source_location where = std::source_location::current()) {
+  detail::ensureLoggingIsSetUp();
   platform::DDLogVerbose(tag, message, where);
 }
 

@@ -10,6 +10,9 @@ namespace ombrix::testing {
 
 /// Records what is logged during its scope, at every level.
 ///
+/// Meanwhile the library's log calls do not set up the logging service, so no log files appear
+/// unless the test itself uses `LoggingService::shared()`.
+///
 /// Errors that the test did not ask for with `takeErrors` end the test program with a message
 /// when the scope ends: an unexpected error is a failed test. Any thread may log.
 class RecordingLog {
@@ -35,6 +38,7 @@ class RecordingLog {
   class Logger;
   std::shared_ptr<Logger> logger_;
   platform::DDLogLevel previousLevel_;
+  bool wasLoggingSetUp_;
 };
 
 }  // namespace ombrix::testing

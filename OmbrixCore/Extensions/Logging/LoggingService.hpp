@@ -1,0 +1,56 @@
+#pragma once
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "OmbrixPlatform/Logging/DDLogger.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix {
+
+/// The process's logging: a file log of five weeks, the system's log, and the switch for extra
+/// logging. All operations may be called from any thread.
+class LoggingService {
+ public:
+  /// The one instance. Its first use reads `OmbrixSettings::shared().extraLogging()`, sets the
+  /// log's level from it and adds the file logger and the system logger; it logs nothing.
+  ///
+  /// Register the core settings before: without them extra logging is off. The first log call of
+  /// this library (Log.hpp) is a use, too. What runs while the instance is made may log, but its
+  /// messages reach only the loggers that stand already.
+  static LoggingService& shared();
+  static LoggingService& sharedInstance() { return shared(); }
+
+  LoggingService(const LoggingService&) = delete;
+  LoggingService& operator=(const LoggingService&) = delete;
+
+  /// Whether debug and verbose messages are logged as well.
+  [[nodiscard]] bool extraLoggingEnabled() const noexcept { return extraLoggingEnabled_; }
+
+  /// Stores the switch here and in the settings, and gives the log and all its loggers, also
+  /// attached ones, the level that goes with it. Messages logged meanwhile may be lost. Stops the
+  /// program while the core settings are not registered.
+  void setExtraLoggingEnabled(bool isEnabled);
+
+  /// Adds a logger with a new `OmbrixLogFormatter` and the log's current level.
+  void attach(std::shared_ptr<platform::DDLogger> logger);
+
+  /// The contents of up to 10 log files, from the oldest towards the newest, with everything
+  /// logged so far; nothing when there is no file logger, empty when it has no files. A file that
+  /// cannot be read is left out.
+  [[nodiscard]] std::optional<platform::Data> historicalLog() const;
+
+  /// The same as text; nothing also when it is not valid UTF-8.
+  [[nodiscard]] std::optional<std::string> historicalLogText() const;
+
+ private:
+  LoggingService();
+
+  std::atomic<bool> extraLoggingEnabled_;
+  std::mutex loggersMutex_;  // Guards taking the list of loggers apart and putting it together.
+};
+
+}  // namespace ombrix
