@@ -29,7 +29,13 @@ std::string lowercased(std::string text) {
       icu::UnicodeString::fromUTF8({text.data(), static_cast<std::int32_t>(text.size())});
   icu::UnicodeString small;
   for (std::int32_t i = 0; i < characters.length(); i = characters.moveIndex32(i, 1)) {
-    small.append(u_tolower(characters.char32At(i)));
+    const UChar32 character = characters.char32At(i);
+    // The one capital whose small form is two code points: an i with its dot.
+    if (character == 0x0130) {
+      small.append(u"i\u0307", 2);
+    } else {
+      small.append(u_tolower(character));
+    }
   }
   text.clear();
   small.toUTF8String(text);

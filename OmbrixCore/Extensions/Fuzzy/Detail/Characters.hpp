@@ -1,0 +1,59 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace ombrix::detail {
+
+/// A user-perceived character as a number: equal characters of a pattern and a text that is matched
+/// with it have equal numbers. ASCII characters are their codes.
+using Symbol = std::uint64_t;
+
+/// An ASCII character.
+using Byte = unsigned char;
+
+/// Numbers for the characters of one pattern that are too long to be packed into a number.
+class LongCharacters {
+ public:
+  /// The number of a character of the pattern.
+  Symbol learn(std::string_view character);
+
+  /// The number of a character of a text; one that the pattern does not hold equals none of its.
+  [[nodiscard]] Symbol find(std::string_view character) const;
+
+ private:
+  std::vector<std::string> known_;
+};
+
+/// The characters of a text, as bytes where each byte is one, else as symbols.
+class Characters {
+ public:
+  /// A pattern: fills `longCharacters`.
+  Characters(std::string_view text, LongCharacters& longCharacters);
+
+  /// A text to be matched with the pattern that `longCharacters` comes from. Bytes are borrowed.
+  Characters(std::string_view text, const LongCharacters& longCharacters);
+
+  [[nodiscard]] bool areBytes() const noexcept { return areBytes_; }
+  [[nodiscard]] std::size_t size() const noexcept {
+    return areBytes_ ? bytes_.size() : symbols_.size();
+  }
+
+  /// Calls `use` with a span of `Byte` or of `Symbol`.
+  template <class Use>
+  decltype(auto) visit(Use&& use) const {
+    if (!areBytes_) return use(std::span<const Symbol>(symbols_));
+    return use(std::span(reinterpret_cast<const Byte*>(bytes_.data()), bytes_.size()));
+  }
+
+ private:
+  bool areBytes_;
+  std::string_view bytes_;
+  std::vector<Symbol> symbols_;
+};
+
+}  // namespace ombrix::detail

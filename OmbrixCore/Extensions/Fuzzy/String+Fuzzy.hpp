@@ -1,0 +1,86 @@
+#pragma once
+
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace ombrix {
+
+namespace String {
+
+/// A number that texts are ranked by, with room for a remark; only the number is compared.
+struct Score {
+  std::int64_t value = 0;
+  std::string log;
+
+  friend bool operator==(const Score& a, const Score& b) noexcept { return a.value == b.value; }
+  friend std::strong_ordering operator<=>(const Score& a, const Score& b) noexcept {
+    return a.value <=> b.value;
+  }
+};
+
+/// A grid kept row after row: cell (row, column) is `array[row * width + column]`.
+template <class Cell>
+struct Matrix {
+  std::vector<Cell> array;
+  std::size_t width = 0;
+  std::size_t height = 0;
+
+  [[nodiscard]] const Cell& at(std::size_t row, std::size_t column) const {
+    return array[row * width + column];
+  }
+  bool operator==(const Matrix&) const = default;
+};
+
+}  // namespace String
+
+/// Where a pattern was found in a text: one column for each character of the text, one row for each
+/// of the pattern. A cell holds the best score of a match that ends there, or nothing.
+struct FuzzyMatch {
+  std::int64_t score = 0;
+  String::Matrix<std::optional<std::int64_t>> matrix;
+
+  bool operator==(const FuzzyMatch&) const = default;
+};
+
+// Characters below are user-perceived ones (grapheme clusters), equal when they are canonically
+// equivalent. Texts are UTF-8. Every function may run on any thread.
+
+/// Looks for a pattern's characters in order, with gaps allowed, in a text.
+///
+/// The first character scores 1 and each further one 1 more, less 1 for each character of the text
+/// that is skipped before it; the score is the best one of all ways, and may be negative. An empty
+/// pattern scores 0.
+///
+/// @return nothing when the text lacks a character of the pattern.
+///
+/// Time and space grow as the product of both lengths.
+std::optional<FuzzyMatch> fuzzyMatch(std::string_view text, std::string_view pattern);
+
+/// The score of `fuzzyMatch` alone, without the matrix and its cost.
+std::optional<std::int64_t> fuzzyScore(std::string_view text, std::string_view pattern);
+
+/// `fuzzyMatch` without regard to case, and to diacritics where that scores better.
+///
+/// The match of the lower-cased texts wins against that of the texts folded as well unless the
+/// latter scores more; the folded match alone counts from a score of 1.
+std::optional<FuzzyMatch> normalizedFuzzyMatch(std::string_view text, std::string_view pattern);
+
+/// The score of `normalizedFuzzyMatch` alone.
+std::optional<std::int64_t> normalizedFuzzyScore(std::string_view text, std::string_view pattern);
+
+/// How alike two texts are: 1 - d / n with d the Levenshtein distance (insertions, deletions and
+/// replacements cost 1) and n the length of the longer text.
+///
+/// @param ignoreCase compares the texts in small letters.
+/// @param trimWhiteSpacesAndNewLines leaves white space at both ends aside.
+/// @return 0 to 1; not a number for two empty texts.
+double levenshteinDistanceScore(std::string_view text, std::string_view other, bool ignoreCase,
+                                bool trimWhiteSpacesAndNewLines);
+
+}  // namespace ombrix
