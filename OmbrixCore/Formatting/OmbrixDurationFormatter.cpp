@@ -1,0 +1,23 @@
+#include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
+
+namespace ombrix {
+
+using platform::NSCalendarUnit;
+using UnitsStyle = platform::NSDateComponentsFormatterUnitsStyle;
+using ZeroFormattingBehavior = platform::NSDateComponentsFormatterZeroFormattingBehavior;
+
+void OmbrixDurationFormatter::configure(const platform::NSDateComponents& components) {
+  setZeroFormattingBehavior(ZeroFormattingBehavior::defaultBehavior);
+  setUnitsStyle(UnitsStyle::abbreviated);
+  // The hours asked about are those of the components, not of their sum.
+  if (minimumComponent() == NSCalendarUnit::minute && components.hour.value_or(0) < 1 &&
+      distinctMinVsMeters()) {
+    setUnitsStyle(UnitsStyle::shortStyle);
+    setZeroFormattingBehavior(ZeroFormattingBehavior::dropLeading);
+  }
+  if (minimumComponent() == NSCalendarUnit::second) {
+    setZeroFormattingBehavior(ZeroFormattingBehavior::dropLeading);
+  }
+}
+
+}  // namespace ombrix

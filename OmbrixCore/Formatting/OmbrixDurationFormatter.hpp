@@ -1,0 +1,18 @@
+#pragma once
+
+#include "OmbrixCore/Formatting/SpanFormatter.hpp"
+
+namespace ombrix {
+
+/// Turns a span of time into labelled text, as in "1H 2M 5S". Where "m" could be read as meters,
+/// text of minutes alone spells the label further out: "50 MIN".
+class OmbrixDurationFormatter final : public SpanFormatter {
+ public:
+  explicit OmbrixDurationFormatter(platform::NSCalendarUnit minimumComponent)
+      : SpanFormatter(minimumComponent) {}
+
+ private:
+  void configure(const platform::NSDateComponents& components) override;
+};
+
+}  // namespace ombrix

@@ -1,0 +1,287 @@
+#include "OmbrixCore/Formatting/OmbrixMeasurementFormatter.hpp"
+
+#include <type_traits>
+#include <variant>
+
+#include "OmbrixCore/Extensions/ResourceBundle.hpp"
+#include "OmbrixCore/Formatting/NSUnit+Localized.hpp"
+#include "OmbrixCore/Formatting/OmbrixValueFormatter.hpp"
+#include "OmbrixPlatform/Text/CharacterSet.hpp"
+#include "OmbrixPlatform/Text/LetterCase.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
+
+namespace ombrix {
+namespace {
+
+using platform::AnyUnit;
+using platform::CharacterSet;
+using platform::FormatterObject;
+using platform::Measurement;
+using platform::NSAttributedString;
+using platform::NSFormattingUnitStyle;
+using platform::NSMeasurementFormatter;
+using platform::NSNumberFormatter;
+using platform::NSUnitAngle;
+using platform::NSUnitEnergy;
+using platform::NSUnitFrequency;
+using platform::NSUnitLength;
+using platform::NSUnitMass;
+using platform::NSUnitSpeed;
+using platform::NSUnitTemperature;
+using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+using UnitStyle = OmbrixMeasurementFormatter::UnitStyle;
+using Rounding = platform::NSNumberFormatterRoundingMode;
+
+[[noreturn]] void stopAtUnexpected(const char* enumeration, int raw) {
+  platform::fatalError(std::string("unexpected enum case '") + enumeration +
+                       "(rawValue: " + std::to_string(raw) + ")'");
+}
+
+/// The unit in which a bare number of a format is taken.
+AnyUnit inputUnit(Format format) {
+  switch (format) {
+    case Format::speed:
+      return NSUnitSpeed::metersPerSecond();
+    case Format::distance:
+    case Format::altitude:
+    case Format::vertical:
+    case Format::altitudeChange:
+    case Format::totalVertical:
+    case Format::seasonVertical:
+    case Format::dailyVertical:
+      return NSUnitLength::meters();
+    case Format::weight:
+      return NSUnitMass::kilograms();
+    case Format::energy:
+      return NSUnitEnergy::kilocalories();
+    case Format::heartRate:
+      return beatsPerMinute();
+    case Format::depth:
+      return NSUnitLength::centimeters();
+    case Format::temperature:
+      return NSUnitTemperature::celsius();
+    case Format::angle:
+      return NSUnitAngle::degrees();
+  }
+  stopAtUnexpected("MeasurementFormat", std::to_underlying(format));
+}
+
+template <class Unit>
+std::optional<Measurement<Unit>> read(const FormatterObject& object, const Unit& unitOfNumbers) {
+  if (const auto* measurement = object.measurement<Unit>()) return *measurement;
+  if (const double* number = object.number()) return Measurement<Unit>{*number, unitOfNumbers};
+  return std::nullopt;
+}
+
+NSNumberFormatter roundingDown(int fractionDigits, std::string suffix) {
+  return NSNumberFormatter({.minimumFractionDigits = fractionDigits,
+                            .maximumFractionDigits = fractionDigits,
+                            .roundingMode = Rounding::down,
+                            .positiveSuffix = std::move(suffix)});
+}
+
+/// Shorthand for thousands.
+std::string thousandsSuffix() { return localizedString("units.abbreviate_thousands", "k"); }
+
+}  // namespace
+
+OmbrixMeasurementFormatter::OmbrixMeasurementFormatter(MeasurementFormat format)
+    : format_(format),
+      fractionDigits_(format == Format::speed || format == Format::distance ? 1 : 0) {
+  measurements();
+}
+
+AnyUnit OmbrixMeasurementFormatter::localizedUnit(MeasurementFormat format,
+                                                  std::string_view preference) {
+  switch (format) {
+    case Format::speed:
+      return localized<NSUnitSpeed>(preference);
+    case Format::distance:
+      return localized(SkiMeasurement::distance, preference);
+    case Format::altitude:
+      return localized(SkiMeasurement::altitude, preference);
+    case Format::vertical:
+      return localized(SkiMeasurement::vertical, preference);
+    case Format::altitudeChange:
+      return localized(SkiMeasurement::altitudeChange, preference);
+    case Format::totalVertical:
+      return localized(SkiMeasurement::totalVertical, preference);
+    case Format::seasonVertical:
+      return localized(SkiMeasurement::seasonVertical, preference);
+    case Format::dailyVertical:
+      return localized(SkiMeasurement::dailyVertical, preference);
+    case Format::weight:
+      return localized<NSUnitMass>(preference);
+    case Format::energy:
+      return localized<NSUnitEnergy>(preference);
+    case Format::heartRate:
+      return localized<NSUnitFrequency>(preference);
+    case Format::depth:
+      return localized(SkiMeasurement::depth, preference);
+    case Format::temperature:
+      return localized<NSUnitTemperature>(preference);
+    case Format::angle:
+      return NSUnitAngle::degrees();
+  }
+  stopAtUnexpected("MeasurementFormat", std::to_underlying(format));
+}
+
+NSFormattingUnitStyle OmbrixMeasurementFormatter::platformUnitStyle() const {
+  switch (unitStyle_) {
+    case UnitStyle::shortStyle:
+      return NSFormattingUnitStyle::shortStyle;
+    case UnitStyle::valueOnly:
+    case UnitStyle::mediumStyle:
+      return NSFormattingUnitStyle::mediumStyle;
+    case UnitStyle::longStyle:
+      return NSFormattingUnitStyle::longStyle;
+  }
+  stopAtUnexpected("UnitStyle", std::to_underlying(unitStyle_));
+}
+
+void OmbrixMeasurementFormatter::setUnitStyle(UnitStyle style) {
+  unitStyle_ = style;
+  const NSFormattingUnitStyle platformStyle = platformUnitStyle();
+  // Kept: the rounded daily thousands formatter stays in the style it was made with; with the new
+  // one, daily sums would change their look after the first was shown.
+  millions().setUnitStyle(platformStyle);
+  thousands().setUnitStyle(platformStyle);
+  measurements().setUnitStyle(platformStyle);
+  units().setUnitStyle(platformStyle);
+}
+
+NSMeasurementFormatter& OmbrixMeasurementFormatter::millions() {
+  auto& cached = cachedMillionsNumberMeasurementFormatter_;
+  if (!cached) {
+    cached.emplace(platformUnitStyle(),
+                   roundingDown(1, localizedString("units.abbreviate_millions", "mil")));
+  }
+  return *cached;
+}
+
+NSMeasurementFormatter& OmbrixMeasurementFormatter::thousands() {
+  auto& cached = cachedThousandsNumberMeasurementFormatter_;
+  if (!cached) cached.emplace(platformUnitStyle(), roundingDown(1, thousandsSuffix()));
+  return *cached;
+}
+
+NSMeasurementFormatter& OmbrixMeasurementFormatter::roundedDailyThousands() {
+  auto& cached = cachedRoundedDailyThousandsNumberMeasurementFormatter_;
+  if (!cached) cached.emplace(platformUnitStyle(), roundingDown(0, thousandsSuffix()));
+  return *cached;
+}
+
+NSMeasurementFormatter& OmbrixMeasurementFormatter::measurements() {
+  auto& cached = cachedMeasurementFormatter_;
+  if (!cached) {
+    cached.emplace(platformUnitStyle(), NSNumberFormatter({.minimumFractionDigits = fractionDigits_,
+                                                           .maximumFractionDigits = fractionDigits_,
+                                                           .roundingMode = Rounding::halfUp}));
+  }
+  return *cached;
+}
+
+NSMeasurementFormatter& OmbrixMeasurementFormatter::units() {
+  auto& cached = cachedUnitFormatter_;
+  if (!cached) {
+    cached.emplace(platformUnitStyle(),
+                   NSNumberFormatter({.decimalSeparator = "", .groupingSeparator = ""}));
+  }
+  return *cached;
+}
+
+/// The formatter for a length in its display unit. Vertical sums in feet are abbreviated, and
+/// divided here to fit; metric ones never are.
+NSMeasurementFormatter& OmbrixMeasurementFormatter::formatterFor(
+    Measurement<NSUnitLength>& measurement) {
+  if (measurement.unit != NSUnitLength::feet()) return measurements();
+  switch (format_) {
+    case Format::totalVertical:
+    case Format::seasonVertical:
+      // Kept: exactly a million is still 1,000.0k, and 250 feet are 0.2k. Another bound on either
+      // side would change the texts next to it.
+      if (measurement.value > 1'000'000) {
+        measurement.value /= 1'000'000;
+        return millions();
+      }
+      measurement.value /= 1'000;
+      return thousands();
+    case Format::dailyVertical:
+      measurement.value /= 1'000;
+      return roundedDailyThousands();
+    default:
+      return measurements();
+  }
+}
+
+template <class Unit>
+std::optional<std::string> OmbrixMeasurementFormatter::text(Measurement<Unit> measurement) {
+  NSMeasurementFormatter* formatter = nullptr;
+  if constexpr (std::is_same_v<Unit, NSUnitLength>) {
+    formatter = &formatterFor(measurement);
+  } else {
+    formatter = &measurements();
+  }
+  // Kept: a number alone is not put in capitals, so that its suffix reads "k" here and "K" beside
+  // a unit.
+  if (unitStyle_ == UnitStyle::valueOnly) {
+    return formatter->numberFormatter().string(measurement.value);
+  }
+  auto text = formatter->string(measurement);
+  if (text) text = platform::uppercased(*std::move(text));
+  return text;
+}
+
+std::optional<std::string> OmbrixMeasurementFormatter::string(const FormatterObject& object) {
+  return std::visit(
+      [&]<class Unit>(const Unit& unit) -> std::optional<std::string> {
+        const auto measurement = read(object, std::get<Unit>(inputUnit(format_)));
+        if (!measurement) return std::nullopt;
+        if constexpr (std::is_same_v<Unit, NSUnitAngle>) return text(*measurement);
+        return text(measurement->converted(unit));
+      },
+      localizedUnit(format_, unitPreference()));
+}
+
+std::optional<NSAttributedString> OmbrixMeasurementFormatter::attributedStringWithDefaultAttributes(
+    const FormatterObject& object, const Attributes& attributes) {
+  const auto text = string(object);
+  if (!text) return std::nullopt;
+  return OmbrixValueFormatter::shared().attributedStringWithDefaultAttributes(*text, attributes);
+}
+
+std::optional<NSAttributedString> OmbrixMeasurementFormatter::attributedStringWithValueAttributes(
+    const FormatterObject& object, const Attributes& valueAttributes,
+    const Attributes& unitLabelAttributes) {
+  const auto text = string(object);
+  if (!text) return std::nullopt;
+  return OmbrixValueFormatter::shared().attributedStringWithValueAttributes(*text, valueAttributes,
+                                                                            unitLabelAttributes);
+}
+
+std::expected<platform::AnyMeasurement, std::string> OmbrixMeasurementFormatter::getObjectValue(
+    std::string_view text) {
+  return measurements().getObjectValue(text, localizedUnit(format_, unitPreference()));
+}
+
+std::optional<std::string> OmbrixMeasurementFormatter::unitLabel() {
+  const AnyUnit unit = localizedUnit(format_, unitPreference());
+  // Kept: temperatures have no label; with one, callers that show whatever label there is would
+  // begin to show degrees.
+  if (std::holds_alternative<NSUnitTemperature>(unit)) return std::nullopt;
+  const auto ten =
+      std::visit([this](const auto& known) { return units().string(10, known); }, unit);
+  if (!ten) return std::nullopt;
+  std::string label = platform::trimmingCharacters(*ten, CharacterSet::decimalDigits);
+  label = platform::trimmingCharacters(label, CharacterSet::whitespacesAndNewlines);
+  if (label.empty()) return std::nullopt;
+  return label;
+}
+
+// Kept: the argument is ignored; a label in another unit system would not match what `string`
+// writes.
+std::optional<std::string> OmbrixMeasurementFormatter::unitLabel(std::string_view) {
+  return unitLabel();
+}
+
+}  // namespace ombrix

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "OmbrixCore/Formatting/SpanFormatter.hpp"
+
+namespace ombrix {
+
+/// Turns a span of time into a clock's read-out, as in "1:02:05".
+class OmbrixTimerFormatter final : public SpanFormatter {
+ public:
+  explicit OmbrixTimerFormatter(platform::NSCalendarUnit minimumComponent)
+      : SpanFormatter(minimumComponent) {}
+
+  using SpanFormatter::setMinimumComponent;
+
+ private:
+  void configure(const platform::NSDateComponents& components) override;
+};
+
+}  // namespace ombrix
