@@ -1,0 +1,63 @@
+#ifndef OMBRIXC_OMBRIX_ATTRIBUTED_STRING_H
+#define OMBRIXC_OMBRIX_ATTRIBUTED_STRING_H
+
+#include <stdbool.h>
+
+#include "OmbrixC/OmbrixTypes.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// A font; the size in points.
+typedef struct OmbrixFont {
+  const char* name;
+  bool isBold;
+  bool isItalic;
+  double pointSize;
+} OmbrixFont;
+
+/// A colour in sRGB; every part from 0 to 1.
+typedef struct OmbrixColor {
+  double red;
+  double green;
+  double blue;
+  double alpha;
+} OmbrixColor;
+
+/// The attributes of a text; NULL for one that is not given. Borrowed for the call. The secondary
+/// ones are for unit letters.
+typedef struct OmbrixAttributes {
+  const OmbrixFont* font;
+  const OmbrixColor* foregroundColor;
+  const OmbrixFont* secondaryFont;
+  const OmbrixColor* secondaryForegroundColor;
+} OmbrixAttributes;
+
+/// A styled text. The caller owns every one that a function returns.
+typedef struct OmbrixAttributedString OmbrixAttributedString;
+
+/// A longest stretch of equal attributes, in UTF-16 units. The pointers are NULL for what is not
+/// set, and valid until the text is released.
+typedef struct OmbrixAttributedRun {
+  size_t location;
+  size_t length;
+  const OmbrixFont* font;
+  const OmbrixColor* foregroundColor;
+} OmbrixAttributedRun;
+
+char* ombrix_AttributedString_string(const OmbrixAttributedString* self);
+size_t ombrix_AttributedString_length(const OmbrixAttributedString* self);
+
+/// The runs in order; together they cover the text.
+size_t ombrix_AttributedString_runCount(const OmbrixAttributedString* self);
+const OmbrixAttributedRun* ombrix_AttributedString_runs(const OmbrixAttributedString* self);
+
+/// Gives a text back; NULL is allowed.
+void ombrix_AttributedString_release(OmbrixAttributedString* self);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

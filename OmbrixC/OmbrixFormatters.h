@@ -1,0 +1,178 @@
+#ifndef OMBRIXC_OMBRIX_FORMATTERS_H
+#define OMBRIXC_OMBRIX_FORMATTERS_H
+
+/// \file
+/// The formatters of measurements, durations, timers and value texts. An instance serves one thread
+/// at a time; the shared value formatter serves any.
+
+#include <stdbool.h>
+
+#include "OmbrixC/OmbrixAttributedString.h"
+#include "OmbrixC/OmbrixError.h"
+#include "OmbrixC/OmbrixTypes.h"
+#include "OmbrixC/OmbrixUnits.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// A calendar unit, one bit each.
+typedef enum OmbrixCalendarUnit {
+  OmbrixCalendarUnitDay = 16,
+  OmbrixCalendarUnitHour = 32,
+  OmbrixCalendarUnitMinute = 64,
+  OmbrixCalendarUnitSecond = 128,
+} OmbrixCalendarUnit;
+
+/// Stands in date components for a part that is not there.
+#define OMBRIX_DATE_COMPONENT_UNDEFINED INT64_MAX
+
+typedef struct OmbrixDateComponents {
+  int64_t day;
+  int64_t hour;
+  int64_t minute;
+  int64_t second;
+} OmbrixDateComponents;
+
+/// What a formatter may be given.
+typedef enum OmbrixObjectKind {
+  OmbrixObjectNone = 0,
+  OmbrixObjectNumber,          ///< `number`
+  OmbrixObjectText,            ///< `text`, in UTF-8
+  OmbrixObjectMeasurement,     ///< `number` in `unit`
+  OmbrixObjectDateComponents,  ///< `components`
+} OmbrixObjectKind;
+
+/// An object for a formatter. Zero initialised it is none; the members that its kind does not name
+/// do not matter.
+typedef struct OmbrixObjectValue {
+  OmbrixObjectKind kind;
+  double number;
+  const char* text;
+  OmbrixUnit unit;
+  OmbrixDateComponents components;
+} OmbrixObjectValue;
+
+typedef enum OmbrixMeasurementUnitStyle {
+  OmbrixMeasurementUnitStyleValueOnly = 0,
+  OmbrixMeasurementUnitStyleShort = 1,
+  OmbrixMeasurementUnitStyleMedium = 2,
+  OmbrixMeasurementUnitStyleLong = 3,
+} OmbrixMeasurementUnitStyle;
+
+typedef enum OmbrixMeasurementFormat {
+  OmbrixMeasurementFormatSpeed = 0,
+  OmbrixMeasurementFormatDistance = 1,
+  OmbrixMeasurementFormatAltitude = 2,
+  OmbrixMeasurementFormatVertical = 3,
+  OmbrixMeasurementFormatAltitudeChange = 4,
+  OmbrixMeasurementFormatTotalVertical = 5,
+  OmbrixMeasurementFormatSeasonVertical = 6,
+  OmbrixMeasurementFormatDailyVertical = 7,
+  OmbrixMeasurementFormatWeight = 8,
+  OmbrixMeasurementFormatEnergy = 9,
+  OmbrixMeasurementFormatHeartRate = 10,
+  OmbrixMeasurementFormatDepth = 11,
+  OmbrixMeasurementFormatTemperature = 12,
+  OmbrixMeasurementFormatAngle = 13,
+} OmbrixMeasurementFormat;
+
+/// Formats one kind of values in the user's unit system. Texts are NULL for objects of another
+/// kind. A format or style out of range stops the program.
+typedef struct OmbrixMeasurementFormatter OmbrixMeasurementFormatter;
+
+OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_init(void);
+OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_initAs_(OmbrixMeasurementFormat format);
+void ombrix_MeasurementFormatter_release(OmbrixMeasurementFormatter* self);
+
+OmbrixMeasurementFormat ombrix_MeasurementFormatter_format(const OmbrixMeasurementFormatter* self);
+OmbrixMeasurementUnitStyle ombrix_MeasurementFormatter_unitStyle(
+    const OmbrixMeasurementFormatter* self);
+void ombrix_MeasurementFormatter_setUnitStyle_(OmbrixMeasurementFormatter* self,
+                                               OmbrixMeasurementUnitStyle style);
+
+char* ombrix_MeasurementFormatter_stringForObjectValue_(OmbrixMeasurementFormatter* self,
+                                                        const OmbrixObjectValue* object);
+char* ombrix_MeasurementFormatter_unitLabel(OmbrixMeasurementFormatter* self);
+/// The argument is ignored.
+char* ombrix_MeasurementFormatter_unitLabelFor_(OmbrixMeasurementFormatter* self,
+                                                const char* preference);
+
+/// Reads a number; gives it as a measurement in the display unit, or false and an error.
+bool ombrix_MeasurementFormatter_getObjectValue_forString_(OmbrixMeasurementFormatter* self,
+                                                           OmbrixObjectValue* object,
+                                                           const char* string, OmbrixError** error);
+
+OmbrixAttributedString*
+ombrix_MeasurementFormatter_attributedStringForObjectValue_withDefaultAttributes_(
+    OmbrixMeasurementFormatter* self, const OmbrixObjectValue* object,
+    const OmbrixAttributes* attributes);
+OmbrixAttributedString*
+ombrix_MeasurementFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
+    OmbrixMeasurementFormatter* self, const OmbrixObjectValue* object,
+    const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes);
+
+/// Formats spans of time, "1H 2M 5S": date components, or seconds without their sign. A number that
+/// is not finite or does not fit 64 bits stops the program.
+typedef struct OmbrixDurationFormatter OmbrixDurationFormatter;
+
+/// Not supported: stops the program.
+OmbrixDurationFormatter* ombrix_DurationFormatter_init(void);
+OmbrixDurationFormatter* ombrix_DurationFormatter_initWithMinimumComponent_(
+    OmbrixCalendarUnit minimumComponent);
+void ombrix_DurationFormatter_release(OmbrixDurationFormatter* self);
+bool ombrix_DurationFormatter_distinctMinVsMeters(const OmbrixDurationFormatter* self);
+char* ombrix_DurationFormatter_stringForObjectValue_(OmbrixDurationFormatter* self,
+                                                     const OmbrixObjectValue* object);
+OmbrixAttributedString*
+ombrix_DurationFormatter_attributedStringForObjectValue_withDefaultAttributes_(
+    OmbrixDurationFormatter* self, const OmbrixObjectValue* object,
+    const OmbrixAttributes* attributes);
+/// The unit-label attributes are ignored.
+OmbrixAttributedString*
+ombrix_DurationFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
+    OmbrixDurationFormatter* self, const OmbrixObjectValue* object,
+    const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes);
+
+/// Formats spans of time as a clock does, "1:02:05"; otherwise as above.
+typedef struct OmbrixTimerFormatter OmbrixTimerFormatter;
+
+/// Not supported: stops the program.
+OmbrixTimerFormatter* ombrix_TimerFormatter_init(void);
+OmbrixTimerFormatter* ombrix_TimerFormatter_initWithMinimumComponent_(
+    OmbrixCalendarUnit minimumComponent);
+void ombrix_TimerFormatter_release(OmbrixTimerFormatter* self);
+OmbrixCalendarUnit ombrix_TimerFormatter_minimumComponent(const OmbrixTimerFormatter* self);
+void ombrix_TimerFormatter_setMinimumComponent_(OmbrixTimerFormatter* self,
+                                                OmbrixCalendarUnit minimumComponent);
+bool ombrix_TimerFormatter_distinctMinVsMeters(const OmbrixTimerFormatter* self);
+char* ombrix_TimerFormatter_stringForObjectValue_(OmbrixTimerFormatter* self,
+                                                  const OmbrixObjectValue* object);
+OmbrixAttributedString* ombrix_TimerFormatter_attributedStringForObjectValue_withDefaultAttributes_(
+    OmbrixTimerFormatter* self, const OmbrixObjectValue* object,
+    const OmbrixAttributes* attributes);
+/// The unit-label attributes are ignored.
+OmbrixAttributedString*
+ombrix_TimerFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
+    OmbrixTimerFormatter* self, const OmbrixObjectValue* object,
+    const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes);
+
+/// Styles value texts; shared by the whole process. NULL for objects other than texts.
+typedef struct OmbrixValueFormatter OmbrixValueFormatter;
+
+const OmbrixValueFormatter* ombrix_ValueFormatter_shared(void);
+const char* ombrix_ValueFormatter_SecondaryForegroundColor(void);
+const char* ombrix_ValueFormatter_SecondaryFont(void);
+OmbrixAttributedString* ombrix_ValueFormatter_attributedStringForObjectValue_withDefaultAttributes_(
+    const OmbrixValueFormatter* self, const OmbrixObjectValue* object,
+    const OmbrixAttributes* attributes);
+OmbrixAttributedString*
+ombrix_ValueFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
+    const OmbrixValueFormatter* self, const OmbrixObjectValue* object,
+    const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
