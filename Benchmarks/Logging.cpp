@@ -93,43 +93,43 @@ void checkAgreement(benchmark::State& state) {
   }
 }
 
-void BM_FileLine_Ombrix(benchmark::State& state) {
+void fileLineOurs(benchmark::State& state) {
   checkAgreement(state);
   Ours ours;
   for (auto _ : state) Ours::log();
 }
-BENCHMARK(BM_FileLine_Ombrix);
+BENCHMARK(fileLineOurs)->Name("log line/ours");
 
-void BM_FileLine_Spdlog(benchmark::State& state) {
+void fileLineSpdlog(benchmark::State& state) {
   Spdlog spdlog;
   for (auto _ : state) spdlog.log();
 }
-BENCHMARK(BM_FileLine_Spdlog);
+BENCHMARK(fileLineSpdlog)->Name("log line/spdlog");
 
-void BM_FileLine_SpdlogFlushingEachLine(benchmark::State& state) {
+void fileLineSpdlogFlushing(benchmark::State& state) {
   Spdlog spdlog;
   spdlog.flushEachLine();
   for (auto _ : state) spdlog.log();
 }
-BENCHMARK(BM_FileLine_SpdlogFlushingEachLine);
+BENCHMARK(fileLineSpdlogFlushing)->Name("log line/spdlog flushing each");
 
-void BM_BelowLevel_Ombrix(benchmark::State& state) {
+void belowLevelOurs(benchmark::State& state) {
   detail::isLoggingSetUp = true;  // As after the first call, without the service's own files.
   for (auto _ : state) {
     logDebug(kTag, kMessage);
     benchmark::ClobberMemory();
   }
 }
-BENCHMARK(BM_BelowLevel_Ombrix);
+BENCHMARK(belowLevelOurs)->Name("log call below level/ours");
 
-void BM_BelowLevel_Spdlog(benchmark::State& state) {
+void belowLevelSpdlog(benchmark::State& state) {
   Spdlog spdlog;
   for (auto _ : state) {
     spdlog.logBelow();
     benchmark::ClobberMemory();
   }
 }
-BENCHMARK(BM_BelowLevel_Spdlog);
+BENCHMARK(belowLevelSpdlog)->Name("log call below level/spdlog");
 
 }  // namespace
 }  // namespace ombrix

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 /// Every test program runs in English with home, data and cache folders of its own, whatever the
@@ -19,5 +20,8 @@ int main(int argc, char** argv) {
   setenv("LC_ALL", "en_US.UTF-8", 1);
   setenv("TZ", "UTC", 1);
   unsetenv("LANGUAGE");
-  return RUN_ALL_TESTS();
+  const int result = RUN_ALL_TESTS();
+  // Ends log files before their folder goes, which they would otherwise make anew on exit.
+  ombrix::platform::DDLog::removeAllLoggers();
+  return result;
 }
