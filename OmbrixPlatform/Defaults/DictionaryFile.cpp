@@ -108,13 +108,20 @@ DictionaryFile::Outcome DictionaryFile::write(const std::vector<Edit>& edits) {
   const std::lock_guard mutex(mutex_);
   const ThreadPool::BlockingScope blocking;
   const auto locked = lock(outcome);
-  const bool isReadable = locked && loadLocked(false, outcome) != Loaded::unreadable;
+  const auto loaded = locked ? loadLocked(false, outcome) : Loaded::unreadable;
   const auto met = outcome.changes.size();
   for (const Edit& edit : edits) change(edit, outcome);
   if (outcome.changes.size() == met && unsaved_.empty()) return outcome;
   // A file that cannot be read is not replaced: that would lose what others keep in it.
-  if (isReadable) save(outcome);
+  if (loaded == Loaded::unreadable) return outcome;
+  if (loaded == Loaded::empty) outcome.errors.push_back(file_ + " was empty and is written anew");
+  save(outcome);
   return outcome;
+}
+
+DictionaryFile::Contents DictionaryFile::contents() const {
+  const std::lock_guard mutex(mutex_);
+  return {contents_, sequence_};
 }
 
 bool DictionaryFile::isSaved() const {
@@ -159,6 +166,7 @@ DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
     report(outcome, "read", errno);
     return Loaded::unreadable;
   }
+  if (bytes->empty()) return Loaded::empty;
   auto contents = decode(*bytes);
   if (!contents) return Loaded::damaged;
   open_ = std::move(opened);

@@ -19,7 +19,8 @@ namespace ombrix::platform {
 /// file takes the old one's place by renaming, so readers need no lock and a process that is
 /// killed at any moment leaves the old file or the new one. Values that cannot be written are kept
 /// in memory and tried again with the next change. A file that cannot be decoded is renamed to
-/// "<name>.damaged"; what this process knew of it is written back.
+/// "<name>.damaged"; what this process knew of it is written back. An empty file says nothing:
+/// somebody is about to write it, or has been kept from it.
 ///
 /// Any thread. Never calls out: changes and errors are handed back.
 class DictionaryFile {
@@ -58,6 +59,15 @@ class DictionaryFile {
   /// property list; nothing is changed then. Blocks until the file is on the disk.
   Outcome write(const std::vector<Edit>& edits);
 
+  struct Contents {
+    PropertyList::Dictionary values;
+    std::uint64_t sequence;  // of the last change in them
+  };
+
+  /// What the file holds as this process knows it, also where a change has been handed out but
+  /// not been dealt with yet.
+  [[nodiscard]] Contents contents() const;
+
   /// Whether everything this process has set is in the file.
   [[nodiscard]] bool isSaved() const;
 
@@ -67,7 +77,7 @@ class DictionaryFile {
     std::int64_t size = 0, seconds = 0, nanoseconds = 0;
     friend bool operator==(const Identity&, const Identity&) = default;
   };
-  enum class Loaded { same, read, damaged, unreadable };
+  enum class Loaded { same, read, empty, damaged, unreadable };
 
   static Identity identityOf(int descriptor);
   Loaded load(bool force, Outcome& outcome);

@@ -58,6 +58,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void refresh(Look look) { take(file.refresh(look)); }
   void take(DictionaryFile::Outcome outcome);
   void show(const DictionaryFile::Change& change);
+  void showAll();
   void report(const std::vector<std::string>& errors);
   void write(const std::vector<DictionaryFile::Edit>& edits);
   void load();
@@ -106,6 +107,22 @@ void UserDefaults::State::show(const DictionaryFile::Change& change) {
   auto& entry = stored[change.key];
   if (entry.sequence >= change.sequence) return;
   entry = {change.value, change.sequence};
+  revision.store(nextRevision(), std::memory_order_release);
+}
+
+/// Shows readers what other threads are about to show.
+void UserDefaults::State::showAll() {
+  const auto contents = file.contents();
+  const std::lock_guard lock(mutex);
+  for (auto& [key, entry] : stored) {
+    if (entry.sequence < contents.sequence && !contents.values.contains(key)) {
+      entry = {std::nullopt, contents.sequence};
+    }
+  }
+  for (const auto& [key, value] : contents.values) {
+    auto& entry = stored[key];
+    if (entry.sequence < contents.sequence) entry = {value, contents.sequence};
+  }
   revision.store(nextRevision(), std::memory_order_release);
 }
 
@@ -310,6 +327,7 @@ bool UserDefaults::synchronize() {
   } else {
     state_->write({});
   }
+  state_->showAll();
   return state_->file.isSaved();
 }
 

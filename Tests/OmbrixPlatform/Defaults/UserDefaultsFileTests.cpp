@@ -28,7 +28,7 @@ class UserDefaultsFileTests : public ::testing::Test {
 
 // Catches a crash, a silent loss, or bytes of a damaged file that are thrown away.
 TEST_F(UserDefaultsFileTests, ADamagedFileIsSetAsideAndReported) {
-  const std::string damaged[] = {"", "bplist00garbage", "<plist><array/></plist>", "\xff\xfe"};
+  const std::string damaged[] = {"bplist00garbage", "<plist><array/></plist>", "\xff\xfe"};
   int copies = 0;
   for (const auto& bytes : damaged) {
     dir.write("test.plist", bytes);
@@ -53,6 +53,24 @@ TEST_F(UserDefaultsFileTests, ARunningProcessWritesBackWhatItKnewOfADamagedFile)
   EXPECT_EQ(defaults->stringForKey("units"), "miles");
   EXPECT_EQ(errors.size(), 1U);
   EXPECT_EQ(open()->stringForKey("units"), "miles");
+}
+
+// Catches a file that is taken for damaged, or for the loss of all values, while an editor writes
+// it: editors empty a file first.
+TEST_F(UserDefaultsFileTests, AnEmptyFileChangesNothingUntilItIsWritten) {
+  const auto defaults = open();
+  defaults->setObject("miles", "units");
+  dir.write("test.plist", "");
+  EXPECT_EQ(defaults->stringForKey("units"), "miles");
+  const auto list =
+      PropertyListSerialization::write(PropertyList::Dictionary{{"units", "british"}});
+  dir.write("test.plist", textOf(list));
+  EXPECT_EQ(defaults->stringForKey("units"), "british");
+  EXPECT_THAT(errors, IsEmpty());
+  dir.write("test.plist", "");
+  defaults->setObject(1, "n");
+  EXPECT_THAT(errors, ElementsAre(HasSubstr("was empty")));
+  EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"units", "british"}, {"n", 1}}));
 }
 
 // Catches a file of another program's making that is not read, or whose other keys are lost.

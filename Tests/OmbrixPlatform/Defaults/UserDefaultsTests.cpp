@@ -185,7 +185,7 @@ TEST_F(UserDefaultsTests, OthersChangesAreAnnouncedOnceWhateverHappensToTheFile)
   ASSERT_TRUE(told.waitFor("did a"));
   told.take();
   fs::rename(dir.path() / "moved", config);
-  ASSERT_TRUE(told.waitFor("did a 4"));
+  ASSERT_TRUE(told.waitFor("did end 4")) << "the last of what came back";
   told.take();
   expectOnce("folder moved away and back", {});
 
