@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Files/FileManager.hpp"
 
 #include <sys/stat.h>
+#include <sys/uio.h>
 
 #include <array>
 #include <filesystem>
@@ -54,10 +55,15 @@ int writeInPlace(int descriptor, DataView contents) noexcept {
   struct stat info{};
   if (fstat(descriptor, &info) != 0) return errno;
   const auto length = static_cast<off_t>(contents.size());
-  constexpr std::array kMark{std::byte{0}};
-  int error = info.st_size > 0 ? writeAllAt(descriptor, kMark, 0) : 0;
-  if (error == 0 && length > 1) error = writeAllAt(descriptor, contents.subspan(1), 1);
-  if (error == 0 && info.st_size > length &&
+  // In one call, which writes from the front: the mark stands before anything behind it changes.
+  std::byte mark{0};
+  const DataView rest = contents.subspan(length > 0 ? 1 : 0);
+  const std::array parts{iovec{&mark, 1}, iovec{const_cast<std::byte*>(rest.data()), rest.size()}};
+  const auto count = detail::retrying([&] { return ::pwritev(descriptor, parts.data(), 2, 0); });
+  if (count < 0) return errno;
+  const auto written = std::max<std::size_t>(static_cast<std::size_t>(count), 1);
+  int error = writeAllAt(descriptor, rest.subspan(written - 1), static_cast<off_t>(written));
+  if (error == 0 && std::max<off_t>(info.st_size, 1) > length &&
       detail::retrying([&] { return ::ftruncate(descriptor, length); }) != 0) {
     error = errno;
   }
@@ -128,8 +134,9 @@ FileResult<Data> FileManager::contents(const URL& url) const {
   while (true) {
     const auto count = detail::readSome(file.get(), std::span(bytes).subspan(filled));
     if (count < 0) return failure(errno, "read", path);
-    if (count == 0) break;
     filled += static_cast<std::size_t>(count);
+    // A file that gave what it promised is at its end; asking once more costs a system call.
+    if (count == 0 || (S_ISREG(info.st_mode) && size > 0 && filled == size)) break;
     if (filled == bytes.size()) bytes.resize(bytes.size() * 2);
   }
   bytes.resize(filled);

@@ -20,6 +20,8 @@ enum CharacterClass : std::uint8_t {
   kPath = 8,
   kQuery = 16,
   kHexDigit = 32,
+  kEndsScheme = 64,
+  kEndsAuthority = 128,
 };
 
 constexpr std::array<std::uint8_t, 256> makeClasses() {
@@ -38,12 +40,20 @@ constexpr std::array<std::uint8_t, 256> makeClasses() {
   add("@/", kPath | kQuery);
   add("?", kQuery);
   add("0123456789ABCDEFabcdef", kHexDigit);
+  add(":/?#", kEndsScheme);
+  add("/?#", kEndsAuthority);
   return classes;
 }
 constexpr auto kClasses = makeClasses();
 
 constexpr bool is(char c, std::uint8_t bits) noexcept {
   return (kClasses[static_cast<unsigned char>(c)] & bits) != 0;
+}
+
+/// Where the first character of a class stands; the text's length when there is none.
+std::size_t findClass(std::string_view text, std::size_t from, std::uint8_t bits) noexcept {
+  while (from < text.size() && !is(text[from], bits)) ++from;
+  return from;
 }
 
 constexpr bool isLetter(char c) noexcept {
@@ -67,32 +77,31 @@ bool consistsOf(std::string_view text, std::uint8_t bits) noexcept {
   return true;
 }
 
-/// Decodes what can be decoded; the text is known to hold whole escapes only.
+/// Decodes a text that is known to hold whole escapes only.
 std::string decoded(std::string_view text) {
   std::string result;
+  auto escape = text.find('%');
+  if (escape == std::string_view::npos) return std::string(text);
   result.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size()) {
-      result.push_back(static_cast<char>(hexValue(text[i + 1]) << 4 | hexValue(text[i + 2])));
-      i += 2;
-    } else {
-      result.push_back(text[i]);
-    }
+  for (; escape != std::string_view::npos; escape = text.find('%')) {
+    result.append(text.substr(0, escape));
+    result.push_back(
+        static_cast<char>(hexValue(text[escape + 1]) << 4 | hexValue(text[escape + 2])));
+    text.remove_prefix(escape + 3);
   }
-  return result;
+  return result.append(text);
 }
 
 void appendEncoded(std::string& result, std::string_view text, std::uint8_t allowed) {
   constexpr std::string_view kDigits = "0123456789ABCDEF";
-  for (const char c : text) {
-    if (is(c, allowed)) {
-      result.push_back(c);
-    } else {
-      const auto byte = static_cast<unsigned char>(c);
-      result.push_back('%');
-      result.push_back(kDigits[byte >> 4]);
-      result.push_back(kDigits[byte & 15U]);
-    }
+  while (true) {
+    std::size_t plain = 0;
+    while (plain < text.size() && is(text[plain], allowed)) ++plain;
+    result.append(text.substr(0, plain));
+    if (plain == text.size()) return;
+    const auto byte = static_cast<unsigned char>(text[plain]);
+    result.append({'%', kDigits[byte >> 4], kDigits[byte & 15U]});
+    text.remove_prefix(plain + 1);
   }
 }
 
@@ -185,8 +194,8 @@ std::optional<URL::Marks> URL::split(std::string_view text) {
   if (text.size() >= std::numeric_limits<std::uint32_t>::max()) return std::nullopt;
   Marks marks;
   std::size_t at = 0;
-  const auto delimiter = text.find_first_of(":/?#");
-  if (delimiter != std::string_view::npos && text[delimiter] == ':') {
+  const auto delimiter = findClass(text, 0, kEndsScheme);
+  if (delimiter < text.size() && text[delimiter] == ':') {
     const auto scheme = text.substr(0, delimiter);
     if (scheme.empty() || !isLetter(scheme[0]) ||
         !std::ranges::all_of(scheme, [](char c) { return is(c, kScheme); })) {
@@ -198,7 +207,7 @@ std::optional<URL::Marks> URL::split(std::string_view text) {
   if (text.substr(at).starts_with("//")) {
     at += 2;
     marks.authorityBegin = static_cast<std::uint32_t>(at);
-    const auto end = std::min(text.find_first_of("/?#", at), text.size());
+    const auto end = findClass(text, at, kEndsAuthority);
     if (!isAuthority(text.substr(at, end - at))) return std::nullopt;
     at = end;
   }

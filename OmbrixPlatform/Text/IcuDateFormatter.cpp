@@ -85,7 +85,8 @@ bool hasLongerNumber(const icu::UnicodeString& text, int digits) {
   return false;
 }
 
-/// The text of one second by one formatter, with the place where the fraction goes.
+/// The text of one second by one formatter, with the place where the fraction goes; the fraction
+/// itself is that of the last call.
 struct SecondText {
   std::uint64_t formatter = 0;
   std::int64_t second = 0;
@@ -105,16 +106,18 @@ struct DateFormatter::Backing {
   std::uint64_t identity = nextFormatter();
   Fraction fraction;
   int digitsInARow = 0;
-  std::array<std::string, 10> digits;
+  std::array<std::array<char, 4>, 10> digits{};  // in UTF-8, each `digitBytes` long
+  std::size_t digitBytes = 0;
   std::mutex mutex;  // guards `format`, which ICU does not share between threads
   std::unique_ptr<icu::SimpleDateFormat> format;
 
-  void appendFraction(std::string& text, int milliseconds) const {
-    int place = 100;
-    for (int i = 0; i < fraction.digits; ++i, place /= 10) {
-      text.append(
-          digits[i < kMillisecondDigits ? static_cast<std::size_t>(milliseconds / place % 10)
-                                        : 0U]);
+  /// Puts the milliseconds where the text of their second has its fraction.
+  void putFraction(SecondText& text, int milliseconds) const noexcept {
+    char* at = text.text.data() + text.fractionBegin;
+    const int places = std::min(fraction.digits, kMillisecondDigits);
+    for (int place = 0, unit = 100; place < places; ++place, unit /= 10) {
+      const auto& digit = digits[static_cast<std::size_t>(milliseconds / unit % 10)];
+      for (std::size_t byte = 0; byte < digitBytes; ++byte) *at++ = digit[byte];
     }
   }
 
@@ -156,8 +159,16 @@ DateFormatter::DateFormatter(std::string_view dateFormat, const Locale& locale,
   backing_->digitsInARow = digitsInARowIn(dateFormat);
   const icu::DecimalFormatSymbols symbols(icuLocale, status);
   for (int32_t digit = 0; digit < 10; ++digit) {
-    symbols.getConstDigitSymbol(digit).toUTF8String(
-        backing_->digits[static_cast<std::size_t>(digit)]);
+    std::string bytes;
+    symbols.getConstDigitSymbol(digit).toUTF8String(bytes);
+    auto& kept = backing_->digits[static_cast<std::size_t>(digit)];
+    // Digits of one script take the same number of bytes; were it otherwise, nothing is kept.
+    if (bytes.size() > kept.size() || (digit > 0 && bytes.size() != backing_->digitBytes)) {
+      backing_->fraction.isCacheable = false;
+      break;
+    }
+    backing_->digitBytes = bytes.size();
+    std::ranges::copy(bytes, kept.begin());
   }
 }
 
@@ -173,7 +184,8 @@ void DateFormatter::appendTo(std::string& text, Date date) const {
   const double seconds = timeIntervalSince1970(date);
   if (!(std::abs(seconds) <= kMaximumSecondsFrom1970)) return;
   // The double nearest to a decimal millisecond may lie below it: round to the microsecond first.
-  const std::int64_t microseconds = std::llround(seconds * double{kMicrosecondsPerSecond});
+  const auto microseconds =
+      static_cast<std::int64_t>(std::floor(seconds * double{kMicrosecondsPerSecond} + 0.5));
   auto second = microseconds / kMicrosecondsPerSecond;
   auto rest = microseconds % kMicrosecondsPerSecond;
   if (rest < 0) {
@@ -187,20 +199,21 @@ void DateFormatter::appendTo(std::string& text, Date date) const {
     std::size_t begin = 0;
     std::size_t end = 0;
     const std::string fresh = backing_->formatted(second * 1000 + milliseconds, begin, end);
-    if (!backing_->fraction.isCacheable || fresh.size() > last.text.size()) {
+    const auto fractionBytes =
+        static_cast<std::size_t>(backing_->fraction.digits) * backing_->digitBytes;
+    if (!backing_->fraction.isCacheable || fresh.size() > last.text.size() ||
+        end - begin != fractionBytes) {
       text.append(fresh);
       return;
     }
     last.formatter = backing_->identity;
     last.second = second;
-    last.fractionBegin = begin;
-    last.fractionEnd = end;
-    last.size = fresh.size();
+    last.fractionBegin = static_cast<std::uint8_t>(begin);
+    last.size = static_cast<std::uint8_t>(fresh.size());
     std::memcpy(last.text.data(), fresh.data(), fresh.size());
   }
-  text.append(last.text.data(), last.fractionBegin);
-  if (last.fractionEnd > last.fractionBegin) backing_->appendFraction(text, milliseconds);
-  text.append(last.text.data() + last.fractionEnd, last.size - last.fractionEnd);
+  backing_->putFraction(last, milliseconds);
+  text.append(last.text.data(), last.size);
 }
 
 std::optional<Date> DateFormatter::dateFrom(std::string_view text) const {

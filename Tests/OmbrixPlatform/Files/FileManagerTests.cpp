@@ -107,7 +107,8 @@ TEST_F(FileManagerTests, MakesFolders) {
 // Catches tails of longer contents that stay, and a missing file that is made by an overwrite.
 TEST_F(FileManagerTests, WritesInPlace) {
   EXPECT_EQ(manager_.overwriteFile(url("f"), bytesOf("x")).error().code(), ENOENT);
-  for (const std::string text : {"longer contents", "short", "", "s", "longest contents of all"}) {
+  for (const std::string text :
+       {"", "longer contents", "short", "", "s", "longest contents of all"}) {
     ASSERT_TRUE(manager_.createFile(url("f"), bytesOf(text)));
     EXPECT_EQ(dir_.read("f"), text);
     EXPECT_EQ(textOf(manager_.contents(url("f")).value()), text);
