@@ -5,6 +5,7 @@
 #include <unicode/unistr.h>
 
 #include <algorithm>
+#include <cstring>
 #include <memory>
 
 #include "OmbrixPlatform/Coding/Detail/Utf.hpp"
@@ -58,7 +59,25 @@ icu::UnicodeString composed(std::string_view text) {
 }  // namespace
 
 bool bytesAreCharacters(std::string_view text) noexcept {
-  return detail::isAscii(text) && text.find('\r') == std::string_view::npos;
+  constexpr std::uint64_t kEachByte = 0x0101'0101'0101'0101U;
+  constexpr std::uint64_t kHighBits = kEachByte * 0x80;
+  // High bits of bytes beyond ASCII and of carriage returns; without either nothing borrows.
+  const auto marks = [](std::uint64_t word) {
+    return (word | ((word ^ kEachByte * '\r') - kEachByte)) & kHighBits;
+  };
+  const auto load = [](const char* at, std::size_t count) {
+    std::uint64_t word = kEachByte * ' ';
+    std::memcpy(&word, at, count);
+    return word;
+  };
+  const char* at = text.data();
+  std::size_t left = text.size();
+  for (; left >= 8; at += 8, left -= 8) {
+    if (marks(load(at, 8)) != 0) return false;
+  }
+  if (left == 0) return true;
+  if (text.size() >= 8) return marks(load(at + left - 8, 8)) == 0;
+  return marks(load(at, left)) == 0;
 }
 
 TextCharacters::TextCharacters(std::string_view text)

@@ -72,12 +72,13 @@ std::size_t distanceOfPair(std::span<const Character> a, std::span<const Charact
   if constexpr (std::same_as<Character, Byte>) {
     if (a.size() <= kWordBits) {
       // All zero between calls: clearing what was set is cheaper than clearing everything.
-      thread_local constinit std::array<Word, 256> places{};
+      thread_local constinit std::array<Word, 256> table{};
+      Word* const places = table.data();
       for (std::size_t i = 0; i < a.size(); ++i) {
         places[a[i]] |= Word{1} << i;
       }
       const std::size_t distance =
-          distanceByWord(a.size(), b, [](Character character) { return places[character]; });
+          distanceByWord(a.size(), b, [places](Character character) { return places[character]; });
       for (const Character character : a) places[character] = 0;
       return distance;
     }

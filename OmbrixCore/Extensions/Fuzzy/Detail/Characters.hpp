@@ -38,6 +38,9 @@ class Characters {
   /// A text to be matched with the pattern that `longCharacters` comes from. Bytes are borrowed.
   Characters(std::string_view text, const LongCharacters& longCharacters);
 
+  /// A text whose bytes are its characters.
+  explicit Characters(std::string_view bytes) noexcept : areBytes_(true), bytes_(bytes) {}
+
   [[nodiscard]] bool areBytes() const noexcept { return areBytes_; }
   [[nodiscard]] std::size_t size() const noexcept {
     return areBytes_ ? bytes_.size() : symbols_.size();
