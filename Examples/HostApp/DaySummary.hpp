@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <span>
+#include <string>
+
+#include "OmbrixCore/Location/CLLocation.hpp"
+
+namespace ombrix::hostapp {
+
+/// The figures of one recorded day, over the fixes that count in statistics.
+struct DaySummary {
+  std::size_t rows = 0;          ///< Fixes read from the file.
+  std::size_t skipped = 0;       ///< Rows of the file that are no fix.
+  std::size_t usedForStats = 0;  ///< Fixes that the figures below are taken over.
+  std::optional<platform::Date> startTime, endTime;  ///< Nothing when no fix is used.
+  double distanceMeters = 0;  ///< Along the geodesics between consecutive used fixes.
+  double ascentMeters = 0;    ///< Sum of all rises between consecutive used fixes.
+  double descentMeters = 0;   ///< Sum of all drops, as a positive number.
+  double maxSpeedMetersPerSecond = 0;
+  double averageSpeedMetersPerSecond = 0;  ///< Distance over span; 0 without a span.
+  std::optional<double> minAltitudeMeters, maxAltitudeMeters;
+
+  /// Seconds from the first to the last used fix.
+  [[nodiscard]] double spanSeconds() const;
+};
+
+/// Which fixes the figures are taken over.
+enum class FixFilter { accurateForStats, all };
+
+/// Measures a day. `fixes` in the order of recording; `skipped` is passed on.
+DaySummary summarize(std::span<const CLLocation> fixes, std::size_t skipped, FixFilter filter);
+
+/// The summary as one JSON object on one line; values that are not there are null.
+std::string toJSON(const DaySummary& summary);
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,32 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "Examples/HostApp/Commands.hpp"
+#include "Examples/HostApp/SampleDay.hpp"
+#include "Examples/HostApp/TrackFile.hpp"
+
+namespace ombrix::hostapp {
+
+void addSampleCommand(CLI::App& app) {
+  struct Options {
+    std::string path;
+    SampleDayOptions day;
+  };
+  const auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("sample", "Makes up a day of skiing and writes its track");
+  command->add_option("OUT", options->path, "The track file to write")->required();
+  command->add_option("--seed", options->day.seed, "Equal seeds give equal days")
+      ->capture_default_str();
+  command->add_option("--runs", options->day.runs, "Lift rides, each followed by a run")
+      ->check(CLI::Range(1, 100))
+      ->capture_default_str();
+  command->callback([options] {
+    const auto fixes = makeSampleDay(options->day);
+    writeTrack(options->path, fixes);
+    fmt::print("Wrote {} fixes to {}\n", fixes.size(), options->path);
+  });
+}
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "OmbrixCore/Location/CLLocation.hpp"
+
+namespace ombrix::hostapp {
+
+/// What a made-up day of skiing looks like.
+struct SampleDayOptions {
+  std::uint64_t seed = 20'240'211;  ///< Equal seeds give equal days, on every machine.
+  int runs = 12;                    ///< Lift rides, each followed by a run; 1 to 100.
+};
+
+/// Makes a day of skiing, one fix a second from 08:15 UTC on 2024-02-11: lifts, runs with turns,
+/// pauses and lunch, with the noise of a real receiver (wandering positions, stretches of poor
+/// accuracy under the lift's roof where the speed is unknown).
+std::vector<CLLocation> makeSampleDay(const SampleDayOptions& options);
+
+}  // namespace ombrix::hostapp

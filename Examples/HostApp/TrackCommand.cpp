@@ -1,0 +1,31 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "Examples/HostApp/Commands.hpp"
+#include "Examples/HostApp/TrackFile.hpp"
+
+namespace ombrix::hostapp {
+
+void addTrackCommand(CLI::App& app) {
+  CLI::App* track = app.add_subcommand("track", "Works on track files");
+  track->require_subcommand(1);
+
+  struct Options {
+    std::string in, out;
+  };
+  const auto options = std::make_shared<Options>();
+  CLI::App* rewrite =
+      track->add_subcommand("rewrite", "Reads a track and writes the fixes it holds");
+  rewrite->add_option("IN", options->in, "The track file to read")->required();
+  rewrite->add_option("OUT", options->out, "The track file to write")->required();
+  rewrite->callback([options] {
+    const Track read = readTrack(options->in);
+    writeTrack(options->out, read.fixes);
+    fmt::print("Wrote {} fixes to {} ({} rows skipped)\n", read.fixes.size(), options->out,
+               read.skipped);
+  });
+}
+
+}  // namespace ombrix::hostapp

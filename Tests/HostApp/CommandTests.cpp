@@ -1,0 +1,168 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <string>
+
+#include "OmbrixTesting/ScopedDir.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+using ::testing::AllOf;
+using ::testing::HasSubstr;
+
+struct Outcome {
+  int status;
+  std::string output;  ///< Standard output and standard error together.
+};
+
+/// Runs the program through the shell, in the folder given.
+Outcome run(const testing::ScopedDir& folder, const std::string& arguments) {
+  const std::string line =
+      "cd '" + folder.path().string() + "' && '" OMBRIX_PROGRAM "' " + arguments + " 2>&1";
+  std::FILE* pipe = popen(line.c_str(), "r");
+  Outcome outcome{-1, ""};
+  std::array<char, 4096> block{};
+  for (std::size_t n = 0; (n = std::fread(block.data(), 1, block.size(), pipe)) > 0;) {
+    outcome.output.append(block.data(), n);
+  }
+  outcome.status = WEXITSTATUS(pclose(pipe));
+  return outcome;
+}
+
+/// A program that runs beside the test; its output is read line by line as it comes.
+/// It is ended after half a minute, so that a line that never comes fails the test.
+class Running {
+ public:
+  explicit Running(const std::string& arguments)
+      : pipe_(popen(("timeout 30 '" OMBRIX_PROGRAM "' " + arguments + " 2>&1").c_str(), "r")) {}
+  ~Running() { wait(); }
+  Running(const Running&) = delete;
+  Running& operator=(const Running&) = delete;
+
+  std::string nextLine() {
+    std::array<char, 512> line{};
+    return std::fgets(line.data(), static_cast<int>(line.size()), pipe_) != nullptr ? line.data()
+                                                                                    : "";
+  }
+
+  int wait() {
+    const int status = pipe_ != nullptr ? WEXITSTATUS(pclose(pipe_)) : -1;
+    pipe_ = nullptr;
+    return status;
+  }
+
+ private:
+  std::FILE* pipe_;
+};
+
+// Catches a mistake of the user that ends in silence, in several lines, or with the wrong status.
+TEST(CommandTests, MistakesGiveOneClearLine) {
+  const testing::ScopedDir folder;
+  folder.write("day.csv", "1700000000,46.5,7.25,1500,90,5,3,4\n");
+  struct Case {
+    const char* arguments;
+    int status;
+    const char* says;
+  };
+  const Case cases[] = {
+      {"", 2, "A subcommand is required"},
+      {"dya day.csv", 2, "dya"},
+      {"day", 2, "TRACK.csv is required"},
+      {"day day.csv --units furlongs", 2, "--units"},
+      {"day day.csv --wrong", 2, "--wrong"},
+      {"day missing.csv", 1, "missing.csv"},
+      {"day .", 1, "."},
+      {"track rewrite missing.csv out.csv", 1, "missing.csv"},
+      {"track rewrite day.csv /nowhere/out.csv", 1, "/nowhere/out.csv"},
+      {"sample /nowhere/out.csv", 1, "/nowhere/out.csv"},
+      {"settings get nothing", 2, "nothing"},
+      {"settings set metricType furlongs", 2, "furlongs"},
+  };
+  for (const Case& c : cases) {
+    const Outcome outcome = run(folder, c.arguments);
+    EXPECT_EQ(outcome.status, c.status) << c.arguments << "\n" << outcome.output;
+    EXPECT_NE(outcome.output.find(c.says), std::string::npos) << c.arguments << outcome.output;
+    EXPECT_EQ(std::count(outcome.output.begin(), outcome.output.end(), '\n'), 1)
+        << c.arguments << "\n"
+        << outcome.output;
+  }
+}
+
+// Catches a rewrite that changes a byte of what the writer itself wrote, or appends to the target.
+TEST(CommandTests, ARewrittenTrackIsTheSameBytes) {
+  const testing::ScopedDir folder;
+  ASSERT_EQ(run(folder, "sample a.csv --runs 2").status, 0);
+  folder.write("b.csv", "an older file");
+  ASSERT_EQ(run(folder, "track rewrite a.csv b.csv").status, 0);
+  EXPECT_EQ(folder.read("a.csv"), folder.read("b.csv"));
+  ASSERT_EQ(run(folder, "track rewrite b.csv b.csv").status, 0);
+  EXPECT_EQ(folder.read("a.csv"), folder.read("b.csv"));
+}
+
+// Catches bad rows that stop the reading, or that are counted as read.
+TEST(CommandTests, BadRowsAreCountedAndLeftOut) {
+  const testing::ScopedDir folder;
+  folder.write("day.csv",
+               "1700000000,46.5,7.25,1500,90,5,3,4\n"
+               "1700000001,46.5,7.25\n"
+               "1700000002, 46.5,7.25,1500,90,5,3,4\n"
+               "1700000003,46.6,7.25,1510,90,7,3,4,extra\n");
+  const Outcome json = run(folder, "day day.csv --json 2>/dev/null");
+  EXPECT_EQ(json.status, 0);
+  EXPECT_NE(json.output.find(R"("rows":2,"skipped":2,"usedForStats":2)"), std::string::npos)
+      << json.output;
+  const Outcome text = run(folder, "day day.csv --units miles");
+  EXPECT_EQ(text.status, 0);
+  EXPECT_NE(text.output.find("2 read"), std::string::npos) << text.output;
+  EXPECT_NE(text.output.find("2 skipped"), std::string::npos) << text.output;
+}
+
+// Catches a setting that does not survive the process, or a default that hides it.
+TEST(CommandTests, SettingsAreKept) {
+  const testing::ScopedDir folder;
+  EXPECT_EQ(run(folder, "settings get metricType").output, "miles\n");
+  EXPECT_EQ(run(folder, "settings set metricType british").status, 0);
+  EXPECT_EQ(run(folder, "settings get metricType").output, "british\n");
+  const Outcome list = run(folder, "settings list");
+  EXPECT_NE(list.output.find("metricType"), std::string::npos);
+  EXPECT_NE(list.output.find("british"), std::string::npos);
+}
+
+// Catches a change that another process does not hear of, or hears of twice.
+TEST(CommandTests, ProcessesSeeEachOthersChangesOnce) {
+  const testing::ScopedDir folder;
+  Running phone("settings watch --count 3");
+  Running watch("settings watch --count 3");
+  for (Running* each : {&phone, &watch}) EXPECT_THAT(each->nextLine(), HasSubstr("Watching"));
+  const char* changes[][2] = {
+      {"settings set metricType kilometers", "metricType = kilometers\n"},
+      {"settings set extraLogging true", "extraLogging = true\n"},
+      {"settings set metricType miles", "metricType = miles\n"},
+  };
+  for (const auto& [change, line] : changes) {
+    EXPECT_EQ(run(folder, change).status, 0);
+    for (Running* each : {&phone, &watch}) EXPECT_EQ(each->nextLine(), line);
+  }
+  for (Running* each : {&phone, &watch}) {
+    EXPECT_EQ(each->nextLine(), "");
+    EXPECT_EQ(each->wait(), 0);
+  }
+}
+
+// Catches skipped rows that leave no trace in the log the user can send in.
+TEST(CommandTests, SkippedRowsAreInTheLog) {
+  const testing::ScopedDir folder;
+  folder.write("day.csv", "1700000001,46.5,7.25\n1700000001,46.5,x,1500,90,5,3,4\n");
+  EXPECT_EQ(run(folder, "day day.csv").status, 0);
+  EXPECT_THAT(run(folder, "log").output,
+              AllOf(HasSubstr("Data: Location row didn't have complete data | [LocationCSVParser "),
+                    HasSubstr("Data: Error while trying to read CSV for migration, bad row | [")));
+}
+
+}  // namespace
+}  // namespace ombrix::hostapp
