@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <functional>
 
+#include "OmbrixPlatform/Coding/CodingFields.hpp"
 #include "OmbrixPlatform/Values/Hasher.hpp"
 
 namespace ombrix {
@@ -40,6 +41,11 @@ struct CLLocationCoordinate2D {
 
   /// Initial bearing from the other point to this one.
   [[nodiscard]] double courseFrom(const CLLocationCoordinate2D& other) const;
+
+  /// The coded form, in any format.
+  static constexpr auto kCodingFields =
+      platform::codingFields(platform::field("lat", &CLLocationCoordinate2D::latitude),
+                             platform::field("lon", &CLLocationCoordinate2D::longitude));
 };
 
 /// The smallest angle between two directions in degrees, 0 to 180.
