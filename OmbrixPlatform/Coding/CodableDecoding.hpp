@@ -32,6 +32,19 @@ void decodeFields(R& reader, T& out) {
   reader.beginObject();
   {
     CodingPathChain::Step step(reader.pathChain());
+    constexpr bool kTriesKeys = requires { reader.tryKey(std::string_view{}); };
+    const auto inOrder = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
+      if constexpr (kTriesKeys) {
+        constexpr const auto& kField = std::get<I>(kFields);
+        if (!reader.tryKey(kField.name)) return;
+        step.setKey(kField.name);
+        std::remove_cvref_t<decltype(kField)>::CodecType::decode(reader, out.*kField.member);
+        seen |= std::uint64_t{1} << I;
+      }
+    };
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+      (inOrder(std::integral_constant<std::size_t, I>{}), ...);
+    }(kIndices);
     std::string_view key;
     bool more = reader.nextKey(key);
     const auto take = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {

@@ -9,6 +9,7 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
+#include <utility>
 #include <variant>
 
 #include "OmbrixPlatform/Coding/CodingConcepts.hpp"
@@ -47,23 +48,40 @@ void encodeMap(W& writer, const Map& map) {
   writer.endObject();
 }
 
+/// Whether a name of a field is written as it is in every format.
+consteval bool isPlainName(std::string_view name) {
+  for (const char c : name) {
+    if (c < ' ' || c > '~' || c == '"' || c == '\\') return false;
+  }
+  return true;
+}
+
 template <CodingWriter W, class T>
 void encodeFields(W& writer, const T& value) {
   writer.beginObject();
   {
     CodingPathChain::Step step(writer.pathChain());
-    const auto one = [&]<class Field>(const Field& field) {
-      const auto& member = value.*field.member;
+    const auto one = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
+      constexpr const auto& kField = std::get<I>(CodingFieldsOf<T>::kFields);
+      using Field = std::remove_cvref_t<decltype(kField)>;
       using Codec = typename Field::CodecType;
-      step.setKey(field.name);
+      const auto& member = value.*kField.member;
+      step.setKey(kField.name);
       if constexpr (kIsOptional<typename Field::MemberType> &&
                     std::same_as<Codec, DefaultFieldCodec>) {
         if (!member) return;
       }
-      writer.key(field.name);
+      if constexpr (isPlainName(kField.name) && requires { writer.plainKey(kField.name); }) {
+        writer.plainKey(kField.name);
+      } else {
+        writer.key(kField.name);
+      }
       Codec::encode(writer, member);
     };
-    std::apply([&](const auto&... fields) { (one(fields), ...); }, CodingFieldsOf<T>::kFields);
+    using Fields = std::remove_cvref_t<decltype(CodingFieldsOf<T>::kFields)>;
+    [&]<std::size_t... I>(std::index_sequence<I...>) {
+      (one(std::integral_constant<std::size_t, I>{}), ...);
+    }(std::make_index_sequence<std::tuple_size_v<Fields>>{});
   }
   writer.endObject();
 }

@@ -18,4 +18,8 @@ std::optional<T> exactly(double value) noexcept {
   return whole;
 }
 
+/// Writes the shortest decimal that reads back as a finite value, as `std::to_chars` does, and
+/// gives its end; `out` has room for 32 characters.
+char* putShortest(char* out, double value) noexcept;
+
 }  // namespace ombrix::platform::detail

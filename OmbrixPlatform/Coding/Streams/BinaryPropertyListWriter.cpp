@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::string_view kHeader = "bplist00";
 constexpr std::size_t kFirstTableSize = 64;
+constexpr unsigned kRecentBits = 8;
 
 std::uint64_t hashOf(const char* at, std::size_t size) noexcept {
   constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15U;
@@ -62,16 +63,17 @@ void appendHeader(Data& out, unsigned marker, std::uint64_t count) {
 }  // namespace
 
 BinaryPropertyListWriter::BinaryPropertyListWriter(const CodingUserInfo* userInfo)
-    : userInfo_(userInfo), table_(kFirstTableSize) {}
+    : userInfo_(userInfo), table_(kFirstTableSize), recent_(std::size_t{1} << kRecentBits) {}
 
 void BinaryPropertyListWriter::refuse(const char* what) const {
   throw EncodingError::invalidValue(what, codingPath());
 }
 
 void BinaryPropertyListWriter::bigEndian(std::uint64_t value, unsigned size) {
+  if constexpr (std::endian::native == std::endian::little) value = __builtin_bswap64(value);
   char bytes[8];
-  putBigEndian(bytes, value, size);
-  leaves_.append(bytes, size);
+  std::memcpy(bytes, &value, sizeof bytes);
+  leaves_.append(bytes + 8 - size, size);
 }
 
 void BinaryPropertyListWriter::header(unsigned marker, std::uint64_t count) {
@@ -95,32 +97,46 @@ void BinaryPropertyListWriter::growTable() {
   old.swap(table_);
   const std::size_t mask = table_.size() - 1;
   for (const Slot& slot : old) {
-    if (slot.length == 0) continue;
+    if (slot.idAfter == 0) continue;
     std::size_t at = slot.hash & mask;
-    while (table_[at].length != 0) at = (at + 1) & mask;
+    while (table_[at].idAfter != 0) at = (at + 1) & mask;
     table_[at] = slot;
   }
 }
 
-// The object was just written at the tail: an equal one that is there already replaces it.
+// The object was just written at the tail: an equal one that is there already replaces it. No
+// object begins like another that is longer, so comparing as many bytes is enough.
 std::uint32_t BinaryPropertyListWriter::uniqueTail(std::size_t start) {
-  const std::size_t length = leaves_.size() - start;
-  if (length > std::numeric_limits<std::uint32_t>::max()) return newId(start);
-  const std::uint64_t hash = hashOf(leaves_.data() + start, length);
+  const std::string_view tail = std::string_view{leaves_}.substr(start);
+  const auto hash = static_cast<std::uint32_t>(hashOf(tail.data(), tail.size()));
   const std::size_t mask = table_.size() - 1;
   std::size_t at = hash & mask;
-  for (; table_[at].length != 0; at = (at + 1) & mask) {
+  for (; table_[at].idAfter != 0; at = (at + 1) & mask) {
     const Slot& slot = table_[at];
-    if (slot.hash == hash && slot.length == length &&
-        std::memcmp(leaves_.data() + slot.offset, leaves_.data() + start, length) == 0) {
+    if (slot.hash != hash) continue;
+    const auto offset = static_cast<std::size_t>(offsets_[slot.idAfter - 1]);
+    if (std::string_view{leaves_}.substr(offset, tail.size()) == tail) {
       leaves_.resize(start);
-      return slot.id;
+      return slot.idAfter - 1;
     }
   }
   const std::uint32_t id = newId(start);
-  table_[at] = {hash, start, static_cast<std::uint32_t>(length), id};
+  table_[at] = {hash, id + 1};
   if (++tableUsed_ * 2 > table_.size()) growTable();
   return id;
+}
+
+// Looking every number up would cost more than the space is worth: only the last number with the
+// same hash is known again.
+void BinaryPropertyListWriter::number(unsigned marker, std::uint64_t bits, unsigned size) {
+  const std::uint64_t hash = (bits ^ marker) * 0x9E3779B97F4A7C15U;
+  RecentNumber& recent = recent_[hash >> (64 - kRecentBits)];
+  if (recent.idAfter == 0 || recent.bits != bits || recent.marker != marker) {
+    recent = {bits, newId(leaves_.size()) + 1, marker};
+    byte(marker);
+    bigEndian(bits, size);
+  }
+  pending_.push_back(recent.idAfter - 1);
 }
 
 std::uint32_t BinaryPropertyListWriter::textId(std::string_view text) {
@@ -143,19 +159,13 @@ std::uint32_t BinaryPropertyListWriter::textId(std::string_view text) {
 void BinaryPropertyListWriter::key(std::string_view name) { pending_.push_back(textId(name)); }
 void BinaryPropertyListWriter::text(std::string_view value) { pending_.push_back(textId(value)); }
 
-void BinaryPropertyListWriter::boolean(bool value) {
-  const std::size_t start = leaves_.size();
-  byte(value ? 0x09 : 0x08);
-  pending_.push_back(uniqueTail(start));
-}
+void BinaryPropertyListWriter::boolean(bool value) { number(value ? 0x09 : 0x08, 0, 0); }
 
 void BinaryPropertyListWriter::integer(std::int64_t value) {
-  const std::size_t start = leaves_.size();
   // Only the eight-byte form is signed.
   const unsigned size = value < 0 ? 8 : bytesFor(static_cast<std::uint64_t>(value));
-  byte(0x10U | static_cast<unsigned>(std::countr_zero(size)));
-  bigEndian(static_cast<std::uint64_t>(value), size);
-  pending_.push_back(uniqueTail(start));
+  number(0x10U | static_cast<unsigned>(std::countr_zero(size)), static_cast<std::uint64_t>(value),
+         size);
 }
 
 void BinaryPropertyListWriter::unsignedInteger(std::uint64_t value) {
@@ -170,17 +180,11 @@ void BinaryPropertyListWriter::unsignedInteger(std::uint64_t value) {
 }
 
 void BinaryPropertyListWriter::real(double value) {
-  const std::size_t start = leaves_.size();
-  byte(0x23);
-  bigEndian(std::bit_cast<std::uint64_t>(value), 8);
-  pending_.push_back(uniqueTail(start));
+  number(0x23, std::bit_cast<std::uint64_t>(value), 8);
 }
 
 void BinaryPropertyListWriter::date(Date value) {
-  const std::size_t start = leaves_.size();
-  byte(0x33);
-  bigEndian(std::bit_cast<std::uint64_t>(timeIntervalSinceReferenceDate(value)), 8);
-  pending_.push_back(uniqueTail(start));
+  number(0x33, std::bit_cast<std::uint64_t>(timeIntervalSinceReferenceDate(value)), 8);
 }
 
 void BinaryPropertyListWriter::uid(PropertyList::UID value) {

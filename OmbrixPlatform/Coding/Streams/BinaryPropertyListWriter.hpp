@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -18,9 +19,9 @@ inline constexpr std::string_view kPropertyListNull = "$null";
 
 /// Writes a binary property list in one go, in the manner of `CodingWriter`.
 ///
-/// Equal scalars are stored once. The caller keeps calls balanced and keys distinct. Throws
-/// `EncodingError` for text that is not UTF-8 and for containers nested too deep. Borrows the user
-/// info. One thread.
+/// Equal texts and data are stored once, and numbers that come again soon. The caller keeps calls
+/// balanced and keys distinct. Throws `EncodingError` for text that is not UTF-8 and for containers
+/// nested too deep. Borrows the user info. One thread.
 class BinaryPropertyListWriter {
  public:
   explicit BinaryPropertyListWriter(const CodingUserInfo* userInfo = nullptr);
@@ -39,6 +40,14 @@ class BinaryPropertyListWriter {
 
   void beginObject() { begin(true); }
   void key(std::string_view name);
+  /// A key in static memory: known again by its address.
+  void plainKey(std::string_view name) {
+    KnownKey& known = knownKeys_[addressHash(name.data()) % knownKeys_.size()];
+    if (known.name.data() != name.data() || known.name.size() != name.size()) {
+      known = {name, textId(name)};
+    }
+    pending_.push_back(known.id);
+  }
   void endObject() { end(); }
   void beginArray() { begin(false); }
   void endArray() { end(); }
@@ -52,10 +61,17 @@ class BinaryPropertyListWriter {
 
  private:
   struct Slot {
-    std::uint64_t hash;
-    std::uint64_t offset;
-    std::uint32_t length;
-    std::uint32_t id;
+    std::uint32_t hash = 0;
+    std::uint32_t idAfter = 0;  // the id and one more; 0 is free
+  };
+  struct RecentNumber {
+    std::uint64_t bits = 0;
+    std::uint32_t idAfter = 0;
+    unsigned marker = 0;
+  };
+  struct KnownKey {
+    std::string_view name;
+    std::uint32_t id = 0;
   };
   struct Container {
     std::uint32_t id;
@@ -70,6 +86,11 @@ class BinaryPropertyListWriter {
   std::uint32_t newId(std::uint64_t offset);
   std::uint32_t textId(std::string_view text);
   std::uint32_t uniqueTail(std::size_t start);
+  void number(unsigned marker, std::uint64_t bits, unsigned size);
+  static std::size_t addressHash(const char* address) noexcept {
+    const auto bits = reinterpret_cast<std::uintptr_t>(address);
+    return static_cast<std::size_t>(bits ^ bits >> 5 ^ bits >> 10);
+  }
   void growTable();
   void byte(unsigned value) { leaves_.push_back(static_cast<char>(value)); }
   void bigEndian(std::uint64_t value, unsigned size);
@@ -84,8 +105,10 @@ class BinaryPropertyListWriter {
   std::vector<std::uint32_t> references_;  // references of the ended containers
   std::vector<Container> open_;
   std::vector<Container> ended_;
-  std::vector<Slot> table_;  // open addressing; length 0 is free
+  std::vector<Slot> table_;  // texts and data, by open addressing
   std::size_t tableUsed_ = 0;
+  std::vector<RecentNumber> recent_;  // the last number with each hash
+  std::array<KnownKey, 64> knownKeys_{};
 };
 
 }  // namespace ombrix::platform

@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
@@ -11,6 +12,7 @@
 #include "OmbrixPlatform/Coding/Detail/Numbers.hpp"
 #include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -33,9 +35,15 @@ bool hasBackslash(const char* at, std::size_t size) noexcept {
   return false;
 }
 
-constexpr double kPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                   1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                   1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
+// What may follow a scalar.
+constexpr std::array<bool, 256> kEndsScalar = [] {
+  std::array<bool, 256> table{};
+  for (const char c : {' ', '\t', '\n', '\r', ',', ']', '}'}) {
+    table[static_cast<unsigned char>(c)] = true;
+  }
+  return table;
+}();
+constexpr std::ptrdiff_t kLongestPlainNumber = 32;  // and the words that are loaded behind it
 
 }  // namespace
 
@@ -183,15 +191,9 @@ JSONReader::Scan JSONReader::scanNumber(std::string_view expected) {
 }
 
 double JSONReader::realOf(const Scan& scan) const {
-  constexpr std::uint64_t kExactBelow = std::uint64_t{1} << 53;
   constexpr int kExactDigits = 19;
-  constexpr std::int64_t kExactPower = 22;
-  // Mantissa and power of ten are both exact as doubles, so one operation rounds once.
-  if (scan.digits <= kExactDigits && scan.mantissa < kExactBelow && scan.exponent >= -kExactPower &&
-      scan.exponent <= kExactPower) {
-    const auto mantissa = static_cast<double>(scan.mantissa);
-    const double value = scan.exponent < 0 ? mantissa / kPowersOfTen[-scan.exponent]
-                                           : mantissa * kPowersOfTen[scan.exponent];
+  if (scan.digits <= kExactDigits && std::abs(scan.exponent) <= detail::kMaximumExponent) {
+    const double value = detail::decimalToDouble(scan.mantissa, static_cast<int>(scan.exponent));
     return scan.negative ? -value : value;
   }
   double value = 0;
@@ -203,7 +205,67 @@ double JSONReader::realOf(const Scan& scan) const {
   misfit(scan.text);
 }
 
+// A decimal of usual length, read eight digits at a time. Takes nothing when it gives false.
+bool JSONReader::readPlainReal(double& value) noexcept {
+  using detail::digitsValue, detail::leadingDigitCount, detail::loadEightBytes;
+  if constexpr (!detail::kWordsAreLittleEndian) return false;
+  if (last_ - at_ < 2) return false;
+  const char* at = text_ + *at_;
+  if (textEnd_ - at < kLongestPlainNumber) return false;
+  const bool negative = *at == '-';
+  if (negative) ++at;
+  std::uint64_t word = loadEightBytes(at);
+  const unsigned whole = leadingDigitCount(word);
+  if (whole == 0 || whole == 8 || (*at == '0' && whole > 1)) return false;
+  std::uint64_t mantissa = digitsValue(word, whole);
+  at += whole;
+  unsigned fraction = 0;
+  if (*at == '.') {
+    word = loadEightBytes(++at);
+    fraction = leadingDigitCount(word);
+    if (fraction == 0) return false;
+    mantissa = mantissa * detail::kIntegerPowersOf10[fraction] + digitsValue(word, fraction);
+    at += fraction;
+    if (fraction == 8) {
+      word = loadEightBytes(at);
+      const unsigned more = leadingDigitCount(word);
+      if (whole + fraction + more > 19 || more == 8) return false;
+      if (more > 0) {
+        mantissa = mantissa * detail::kIntegerPowersOf10[more] + digitsValue(word, more);
+      }
+      at += more;
+      fraction += more;
+    }
+  }
+  if (!kEndsScalar[static_cast<unsigned char>(*at)]) return false;
+  ++at_;
+  value = detail::decimalToDouble(mantissa, -static_cast<int>(fraction));
+  if (negative) value = -value;
+  return true;
+}
+
+bool JSONReader::readPlainInteger(std::int64_t& value) noexcept {
+  if (last_ - at_ < 2) return false;
+  const char* at = text_ + *at_;
+  const bool negative = *at == '-';
+  if (negative) ++at;
+  const char* start = at;
+  std::int64_t magnitude = 0;
+  // The token that follows ends the digits.
+  for (; isDigit(*at); ++at) {
+    if (at - start == 18) return false;
+    magnitude = magnitude * 10 + (*at - '0');
+  }
+  if (at == start || (*start == '0' && at - start > 1)) return false;
+  if (!kEndsScalar[static_cast<unsigned char>(*at)]) return false;
+  ++at_;
+  value = negative ? -magnitude : magnitude;
+  return true;
+}
+
 std::int64_t JSONReader::readInteger() {
+  if (std::int64_t value = 0; readPlainInteger(value)) [[likely]]
+    return value;
   const Scan scan = scanNumber("an integer");
   if (scan.isInteger && scan.digits <= 18) {
     const auto magnitude = static_cast<std::int64_t>(scan.mantissa);
@@ -235,6 +297,8 @@ std::uint64_t JSONReader::readUnsignedInteger() {
 }
 
 double JSONReader::readReal() {
+  if (double value = 0; readPlainReal(value)) [[likely]]
+    return value;
   if (peek() == '"' && options().nonConformingFloats) {
     const std::string_view text = readText();
     if (const auto value = detail::realFromText(text, options())) return *value;
@@ -375,16 +439,13 @@ void JSONReader::beginArray() {
   descend();
 }
 
-bool JSONReader::nextItem() {
-  if (peek() == ']') {
+bool JSONReader::firstOrNoItem(char c) {
+  if (c == ']') {
     ++at_, --depth_;
     first_ = false;
     return false;
   }
-  if (!first_) {
-    if (peek() != ',') malformed("a comma is missing");
-    ++at_;
-  }
+  if (!first_) malformed("a comma is missing");
   first_ = false;
   return true;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <string>
@@ -39,10 +40,33 @@ class JSONReader {
   void beginObject();
   bool nextKey(std::string_view& key);
   void beginArray();
-  bool nextItem();
+  bool nextItem() {
+    const char c = peek();
+    if (c == ',' && !first_) [[likely]] {
+      ++at_;
+      return true;
+    }
+    return firstOrNoItem(c);
+  }
   void skip();
   std::optional<std::string> peekText(std::string_view key);
   std::shared_ptr<Decoder> decoder();
+
+  /// Takes the next key if it is this one, written without escapes; else nothing changes.
+  bool tryKey(std::string_view name) noexcept {
+    const std::uint32_t* at = at_;
+    if (last_ - at < 4) return false;
+    if (!first_ && text_[*at++] != ',') return false;
+    // The token behind a key is its colon. A name holds no backslash, so the quote ends the key.
+    const char* key = text_ + at[0] + 1;
+    if (at[1] - at[0] < name.size() + 2 || key[-1] != '"' || key[name.size()] != '"' ||
+        std::memcmp(key, name.data(), name.size()) != 0 || text_[at[1]] != ':') {
+      return false;
+    }
+    first_ = false;
+    at_ = at + 2;
+    return true;
+  }
 
   /// To be called after the top value: nothing may follow it.
   void finish();
@@ -58,6 +82,9 @@ class JSONReader {
   [[noreturn]] void mismatch(std::string_view expected) const;
   [[noreturn]] void misfit(std::string_view number) const;
   void descend();
+  bool firstOrNoItem(char c);
+  bool readPlainReal(double& value) noexcept;
+  bool readPlainInteger(std::int64_t& value) noexcept;
   void checkScalarEnd(const char* end) const;
   bool takeWord(std::string_view word);
   Scan scanNumber(std::string_view expected);

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "OmbrixPlatform/Coding/Detail/JSONTree.hpp"
+#include "OmbrixPlatform/Coding/Detail/Numbers.hpp"
 #include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Coding/Detail/Utf.hpp"
 #include "OmbrixPlatform/Coding/Streams/JSONReader.hpp"
@@ -90,7 +91,7 @@ void JSONWriter::real(double value) {
                                       codingPath());
   }
   reserve(kLongestNumber);
-  at_ = std::to_chars(at_, limit_, value).ptr;
+  at_ = detail::putShortest(at_, value);
   *at_++ = ',';
 }
 

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <string_view>
 
@@ -32,6 +33,15 @@ class JSONWriter {
 
   void beginObject() { open('{'); }
   void key(std::string_view name);
+  /// A key that needs no escapes.
+  void plainKey(std::string_view name) {
+    reserve(name.size() + 3);
+    *at_++ = '"';
+    std::memcpy(at_, name.data(), name.size());
+    at_ += name.size();
+    *at_++ = '"';
+    *at_++ = ':';
+  }
   void endObject() { close('}'); }
   void beginArray() { open('['); }
   void endArray() { close(']'); }
