@@ -3,66 +3,34 @@
 #include <algorithm>
 #include <limits>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include "OmbrixC/Copies.hpp"
 #include "OmbrixC/Units.hpp"
+#include "OmbrixCore/Formatting/FormatNames.hpp"
 #include "OmbrixCore/Formatting/NSUnit+Localized.hpp"
 #include "OmbrixPlatform/Measure/Measurement.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::c {
-namespace {
 
 using platform::AnyUnit;
-using platform::NSUnitAngle;
-using platform::NSUnitEnergy;
-using platform::NSUnitFrequency;
-using platform::NSUnitLength;
-using platform::NSUnitMass;
-using platform::NSUnitSpeed;
-using platform::NSUnitTemperature;
-
-/// In the order of the enumerators.
-const std::vector<AnyUnit>& units() {
-  static const auto& all = *new std::vector<AnyUnit>{
-      NSUnitLength::kilometers(),     NSUnitLength::meters(),
-      NSUnitLength::centimeters(),    NSUnitLength::millimeters(),
-      NSUnitLength::miles(),          NSUnitLength::yards(),
-      NSUnitLength::feet(),           NSUnitLength::inches(),
-      NSUnitSpeed::metersPerSecond(), NSUnitSpeed::kilometersPerHour(),
-      NSUnitSpeed::milesPerHour(),    NSUnitSpeed::knots(),
-      NSUnitMass::kilograms(),        NSUnitMass::grams(),
-      NSUnitMass::pounds(),           NSUnitMass::ounces(),
-      NSUnitMass::stones(),           NSUnitTemperature::kelvin(),
-      NSUnitTemperature::celsius(),   NSUnitTemperature::fahrenheit(),
-      NSUnitEnergy::kilojoules(),     NSUnitEnergy::joules(),
-      NSUnitEnergy::kilocalories(),   NSUnitEnergy::calories(),
-      NSUnitEnergy::kilowattHours(),  NSUnitFrequency::hertz(),
-      NSUnitFrequency::kilohertz(),   NSUnitFrequency::megahertz(),
-      NSUnitFrequency::gigahertz(),   beatsPerMinute(),
-      NSUnitAngle::degrees(),         NSUnitAngle::arcMinutes(),
-      NSUnitAngle::arcSeconds(),      NSUnitAngle::radians(),
-      NSUnitAngle::revolutions(),
-  };
-  return all;
-}
-
-}  // namespace
+using NamedUnit = std::pair<std::string_view, AnyUnit>;
 
 AnyUnit from(OmbrixUnit unit) {
   const auto index = static_cast<std::size_t>(unit);
-  if (index >= units().size()) {
+  if (index >= unitNames().size()) {
     platform::fatalError("unexpected enum case 'OmbrixUnit(rawValue: " + std::to_string(index) +
                          ")'");
   }
-  return units()[index];
+  return unitNames()[index].second;
 }
 
 OmbrixUnit toC(const AnyUnit& unit) {
-  const auto known = std::ranges::find(units(), unit);
-  if (known == units().end()) platform::fatalError("a unit that has no OmbrixUnit");
-  return static_cast<OmbrixUnit>(known - units().begin());
+  const auto names = unitNames();
+  const auto known = std::ranges::find(names, unit, &NamedUnit::second);
+  if (known == names.end()) platform::fatalError("a unit that has no OmbrixUnit");
+  return static_cast<OmbrixUnit>(known - names.begin());
 }
 
 }  // namespace ombrix::c

@@ -7,7 +7,7 @@
 extern "C" {
 #endif
 
-/// The units, grouped by what they measure.
+/// The units, grouped by what they measure; in the order of `ombrix::unitNames`.
 typedef enum OmbrixUnit {
   OmbrixUnitKilometers,
   OmbrixUnitMeters,

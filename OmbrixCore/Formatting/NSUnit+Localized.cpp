@@ -20,6 +20,8 @@ using platform::NSUnitTemperature;
 std::string unitPreference() { return OmbrixSettings::shared().metricType(); }
 
 const NSUnitFrequency& beatsPerMinute() {
+  // Kept: the tables' comment for translators spells "minue"; mended here alone, the entry would
+  // look like another one to translation tools.
   // Kept: 60, not 1/60, so that 120 beats per minute are 7200 hertz. The true factor would make
   // every conversion to and from hertz 3600 times smaller or larger than callers expect.
   static const NSUnitFrequency& unit =

@@ -6,6 +6,10 @@ using platform::NSCalendarUnit;
 using UnitsStyle = platform::NSDateComponentsFormatterUnitsStyle;
 using ZeroFormattingBehavior = platform::NSDateComponentsFormatterZeroFormattingBehavior;
 
+OmbrixDurationFormatter OmbrixDurationFormatter::decode(platform::Decoder&) {
+  return OmbrixDurationFormatter(NSCalendarUnit::second);
+}
+
 void OmbrixDurationFormatter::configure(const platform::NSDateComponents& components) {
   setZeroFormattingBehavior(ZeroFormattingBehavior::defaultBehavior);
   setUnitsStyle(UnitsStyle::abbreviated);

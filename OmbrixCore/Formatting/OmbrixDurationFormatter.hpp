@@ -2,6 +2,10 @@
 
 #include "OmbrixCore/Formatting/SpanFormatter.hpp"
 
+namespace ombrix::platform {
+class Decoder;
+}
+
 namespace ombrix {
 
 /// Turns a span of time into labelled text, as in "1H 2M 5S". Where "m" could be read as meters,
@@ -10,6 +14,9 @@ class OmbrixDurationFormatter final : public SpanFormatter {
  public:
   explicit OmbrixDurationFormatter(platform::NSCalendarUnit minimumComponent)
       : SpanFormatter(minimumComponent) {}
+
+  /// A formatter whose smallest unit is the second; nothing is read.
+  static OmbrixDurationFormatter decode(platform::Decoder& decoder);
 
  private:
   void configure(const platform::NSDateComponents& components) override;

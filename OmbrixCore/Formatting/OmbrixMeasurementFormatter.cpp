@@ -91,6 +91,10 @@ OmbrixMeasurementFormatter::OmbrixMeasurementFormatter(MeasurementFormat format)
   measurements();
 }
 
+OmbrixMeasurementFormatter OmbrixMeasurementFormatter::decode(platform::Decoder&) {
+  return OmbrixMeasurementFormatter();
+}
+
 AnyUnit OmbrixMeasurementFormatter::localizedUnit(MeasurementFormat format,
                                                   std::string_view preference) {
   switch (format) {

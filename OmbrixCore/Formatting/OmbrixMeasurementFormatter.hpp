@@ -11,6 +11,10 @@
 #include "OmbrixPlatform/Text/NSAttributedString.hpp"
 #include "OmbrixPlatform/Values/RawValue.hpp"
 
+namespace ombrix::platform {
+class Decoder;
+}
+
 namespace ombrix {
 
 /// Turns one value of a known kind into display text in the user's unit system, which is read from
@@ -49,6 +53,9 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
   /// A formatter of one kind of values: speeds and distances with one fraction digit, all others
   /// with none.
   explicit OmbrixMeasurementFormatter(MeasurementFormat format);
+
+  /// A formatter as the first one; nothing is read.
+  static OmbrixMeasurementFormatter decode(platform::Decoder& decoder);
 
   [[nodiscard]] MeasurementFormat format() const noexcept { return format_; }
 

@@ -2,6 +2,10 @@
 
 #include "OmbrixCore/Formatting/SpanFormatter.hpp"
 
+namespace ombrix::platform {
+class Decoder;
+}
+
 namespace ombrix {
 
 /// Turns a span of time into a clock's read-out, as in "1:02:05".
@@ -9,6 +13,9 @@ class OmbrixTimerFormatter final : public SpanFormatter {
  public:
   explicit OmbrixTimerFormatter(platform::NSCalendarUnit minimumComponent)
       : SpanFormatter(minimumComponent) {}
+
+  /// A formatter whose smallest unit is the second; nothing is read.
+  static OmbrixTimerFormatter decode(platform::Decoder& decoder);
 
   using SpanFormatter::setMinimumComponent;
 

@@ -65,6 +65,10 @@ std::optional<platform::NSRegularExpression> compiled(std::string_view pattern) 
 
 OmbrixValueFormatter::OmbrixValueFormatter() : letterRegex_(compiled(R"((\p{L})?([\/%])?)")) {}
 
+OmbrixValueFormatter OmbrixValueFormatter::decode(platform::Decoder&) {
+  return OmbrixValueFormatter();
+}
+
 OmbrixValueFormatter& OmbrixValueFormatter::shared() {
   static OmbrixValueFormatter& instance = *new OmbrixValueFormatter;
   return instance;

@@ -7,6 +7,10 @@
 #include "OmbrixPlatform/Text/NSAttributedString.hpp"
 #include "OmbrixPlatform/Text/NSRegularExpression.hpp"
 
+namespace ombrix::platform {
+class Decoder;
+}
+
 namespace ombrix {
 
 /// Styles an already formatted value text, such as "12.3 KM/H": the number keeps the caller's main
@@ -22,6 +26,9 @@ class OmbrixValueFormatter final : public platform::NSFormatter {
   static constexpr Key SecondaryFont{"OmbrixSecondaryFont"};
 
   OmbrixValueFormatter();
+
+  /// The same; nothing is read.
+  static OmbrixValueFormatter decode(platform::Decoder& decoder);
 
   /// The process-wide instance, made on first use. Any thread.
   static OmbrixValueFormatter& shared();
