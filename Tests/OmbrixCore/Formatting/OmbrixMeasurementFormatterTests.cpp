@@ -2,15 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <thread>
-#include <vector>
-
 #include "MeasurementTextTable.hpp"
-#include "OmbrixCore/Formatting/FormatNames.hpp"
 #include "OmbrixCore/Formatting/NSUnit+Localized.hpp"
-#include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
-#include "OmbrixCore/Formatting/OmbrixTimerFormatter.hpp"
-#include "OmbrixPlatform/Coding/JSONDecoder.hpp"
 #include "OmbrixTesting/ScopedLocale.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
@@ -38,15 +31,6 @@ std::optional<std::string> text(F format, Style style, const FormatterObject& ob
 }
 
 Measurement<NSUnitLength> feet(double value) { return {value, NSUnitLength::feet()}; }
-
-/// A formatter, which cannot be moved, where a decoder needs a value that can.
-template <class Formatter>
-struct Decoded {
-  std::unique_ptr<Formatter> formatter;
-  static Decoded decode(platform::Decoder& decoder) {
-    return {std::unique_ptr<Formatter>(new Formatter(Formatter::decode(decoder)))};
-  }
-};
 
 // Catches a wrong unit, digit, width, capital or label in any format, style and unit system.
 TEST(OmbrixMeasurementFormatterTests, WritesEveryFormatInEveryStyle) {
@@ -230,43 +214,6 @@ TEST(OmbrixMeasurementFormatterTests, StopsAtRawValuesOutOfRange) {
                "unexpected enum case 'MeasurementFormat\\(rawValue: 14\\)'");
   EXPECT_DEATH(text(F::speed, static_cast<Style>(4), 1),
                "unexpected enum case 'UnitStyle\\(rawValue: 4\\)'");
-}
-
-// Catches state read from a coder, which holds none of a formatter's.
-TEST(OmbrixMeasurementFormatterTests, DecodesAsMadeAnew) {
-  const ScopedSettings kilometers("kilometers");
-  const platform::JSONDecoder decoder;
-  const auto bytes = platform::bytesOf(R"({"format": 3, "unitStyle": 0, "minimumComponent": 16})");
-  EXPECT_EQ(decoder.decode<Decoded<OmbrixMeasurementFormatter>>(bytes).formatter->string(10),
-            "36.0 KM/H");
-  EXPECT_EQ(decoder.decode<Decoded<OmbrixDurationFormatter>>(bytes).formatter->string(7), "7S");
-  EXPECT_EQ(decoder.decode<Decoded<OmbrixTimerFormatter>>(bytes).formatter->string(7), "7");
-}
-
-// Catches names out of step with the raw values.
-TEST(OmbrixMeasurementFormatterTests, FormatsAndStylesHaveNames) {
-  for (int raw = 0; const auto& [name, format] : measurementFormatNames()) {
-    EXPECT_EQ(std::to_underlying(format), raw++) << name;
-  }
-  for (int raw = 0; const auto& [name, style] : unitStyleNames()) {
-    EXPECT_EQ(std::to_underlying(style), raw++) << name;
-  }
-  EXPECT_EQ(measurementFormatNames().size(), 14U);
-}
-
-// Catches a race on the shared tables (run it under tsan); each thread has its own instances.
-TEST(OmbrixMeasurementFormatterTests, SeveralThreadsFormatAtOnce) {
-  const ScopedSettings miles("miles");
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([] {
-      for (const MeasurementText& row : kMeasurementTexts) {
-        if (std::string_view(row.locale) != "en_US") break;
-        if (std::string_view(row.preference) != "miles") continue;
-        EXPECT_EQ(text(row.format, Style::longStyle, row.number), row.longText);
-      }
-    });
-  }
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
+#include "OmbrixCore/Formatting/OmbrixMeasurementFormatter.hpp"
 #include "OmbrixCore/Formatting/OmbrixTimerFormatter.hpp"
 #include "OmbrixTesting/ScopedLocale.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
@@ -147,17 +148,23 @@ TEST(SpanFormatterTests, UnitLettersTakeTheValueAttributes) {
   EXPECT_EQ(together->runAt(1).attributes->find<platform::UIFont>(Key::font)->pointSize(), 15);
 }
 
-// Catches a race on the shared tables (run it under tsan); each thread has its own instances.
-TEST(SpanFormatterTests, SeveralThreadsFormatAtOnce) {
-  const ScopedSettings kilometers("kilometers");
+// Catches a race on the tables that formatters share (run it under tsan); each thread has its own
+// instances.
+TEST(SpanFormatterTests, AllFormattersServeSeveralThreadsAtOnce) {
+  const ScopedSettings miles("miles");
   std::vector<std::jthread> threads;
   for (int i = 0; i < 8; ++i) {
     threads.emplace_back([] {
-      OmbrixDurationFormatter duration(kSecond), minutes(kMinute);
+      using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+      OmbrixMeasurementFormatter sum(Format::totalVertical), weight(Format::weight),
+          pulse(Format::heartRate);
+      OmbrixDurationFormatter duration(kSecond);
       OmbrixTimerFormatter timer(kSecond);
       for (int round = 0; round < 50; ++round) {
+        EXPECT_EQ(sum.string(12'345), "40.5K FT");
+        EXPECT_EQ(weight.string(71.5), "158 LB");
+        EXPECT_EQ(pulse.attributedStringWithDefaultAttributes(128, {})->string(), "128 BPM");
         EXPECT_EQ(duration.string(3'725), "1H 2M 5S");
-        EXPECT_EQ(minutes.string(3'000), "50 MIN");
         EXPECT_EQ(timer.string(3'725), "1:02:05");
       }
     });

@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <limits>
-#include <thread>
-#include <vector>
 
 namespace ombrix::platform {
 namespace {
@@ -125,23 +123,6 @@ TEST(NSMeasurementFormatterTests, ChangesTakeEffectAtOnce) {
             AnyMeasurement(Measurement(3.0, NSUnitMass::pounds())));
   EXPECT_EQ(formatter.getObjectValue("3 Fuß", NSUnitLength::feet()).error(),
             "The text “3 Fuß” is not a number.");
-}
-
-// Catches a race on the tables that formatters of equal settings share (run it under tsan).
-TEST(NSMeasurementFormatterTests, FormattersOfSeveralThreadsShareTheirTables) {
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 8; ++i) {
-    threads.emplace_back([] {
-      NSMeasurementFormatter formatter(
-          NSFormattingUnitStyle::mediumStyle,
-          NSNumberFormatter(
-              {.locale = Locale("it_IT"), .minimumFractionDigits = 2, .maximumFractionDigits = 2}));
-      for (int round = 0; round < 50; ++round) {
-        EXPECT_EQ(formatter.string(Measurement(1.5, NSUnitLength::feet())), "1,50 ft");
-        EXPECT_EQ(formatter.string(Measurement(2.5, NSUnitMass::kilograms())), "2,50 kg");
-      }
-    });
-  }
 }
 
 }  // namespace

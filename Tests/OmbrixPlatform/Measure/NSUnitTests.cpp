@@ -9,32 +9,26 @@
 namespace ombrix::platform {
 namespace {
 
+template <class Unit>
+double converted(double value, const Unit& from, const Unit& to) {
+  return Measurement<Unit>(value, from).converted(to).value;
+}
+
 // Catches a changed coefficient, and a conversion that goes the wrong way.
 TEST(NSUnitTests, ConvertsByTheCoefficientsOfThePlatform) {
-  const auto length = [](double v, auto from, auto to) {
-    return Measurement<NSUnitLength>(v, from).converted(to).value;
-  };
-  const auto speed = [](double v, auto from, auto to) {
-    return Measurement<NSUnitSpeed>(v, from).converted(to).value;
-  };
-  const auto temperature = [](double v, auto from, auto to) {
-    return Measurement<NSUnitTemperature>(v, from).converted(to).value;
-  };
   using L = NSUnitLength;
   using S = NSUnitSpeed;
   using T = NSUnitTemperature;
-  EXPECT_DOUBLE_EQ(length(1, L::miles(), L::meters()), 1609.34);
-  EXPECT_DOUBLE_EQ(length(2.5, L::kilometers(), L::centimeters()), 250'000);
-  EXPECT_DOUBLE_EQ(length(10, L::feet(), L::meters()), 3.048);
-  EXPECT_DOUBLE_EQ(length(10, L::inches(), L::centimeters()), 25.4);
-  EXPECT_DOUBLE_EQ(speed(10, S::metersPerSecond(), S::kilometersPerHour()), 10 / 0.277778);
-  EXPECT_DOUBLE_EQ(speed(10, S::milesPerHour(), S::metersPerSecond()), 4.4704);
-  EXPECT_DOUBLE_EQ(temperature(0, T::celsius(), T::kelvin()), 273.15);
-  EXPECT_NEAR(temperature(-40, T::celsius(), T::fahrenheit()), -40, 1e-9);
-  EXPECT_DOUBLE_EQ(Measurement(70.0, NSUnitMass::kilograms()).converted(NSUnitMass::pounds()).value,
-                   70 / 0.45359237);
-  EXPECT_DOUBLE_EQ(
-      Measurement(1.0, NSUnitEnergy::kilocalories()).converted(NSUnitEnergy::joules()).value, 4184);
+  EXPECT_DOUBLE_EQ(converted(1, L::miles(), L::meters()), 1609.34);
+  EXPECT_DOUBLE_EQ(converted(2.5, L::kilometers(), L::centimeters()), 250'000);
+  EXPECT_DOUBLE_EQ(converted(10, L::feet(), L::meters()), 3.048);
+  EXPECT_DOUBLE_EQ(converted(10, L::inches(), L::centimeters()), 25.4);
+  EXPECT_DOUBLE_EQ(converted(10, S::metersPerSecond(), S::kilometersPerHour()), 10 / 0.277778);
+  EXPECT_DOUBLE_EQ(converted(10, S::milesPerHour(), S::metersPerSecond()), 4.4704);
+  EXPECT_DOUBLE_EQ(converted(0, T::celsius(), T::kelvin()), 273.15);
+  EXPECT_NEAR(converted(-40, T::celsius(), T::fahrenheit()), -40, 1e-9);
+  EXPECT_DOUBLE_EQ(converted(70, NSUnitMass::kilograms(), NSUnitMass::pounds()), 70 / 0.45359237);
+  EXPECT_DOUBLE_EQ(converted(1, NSUnitEnergy::kilocalories(), NSUnitEnergy::joules()), 4184);
 }
 
 // Catches a detour through the base unit, which prints one step low when rounding down.

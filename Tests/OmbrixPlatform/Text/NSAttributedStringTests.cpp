@@ -25,16 +25,6 @@ TEST(NSAttributedStringTests, AttributesHoldEachKeyOnce) {
   EXPECT_FALSE(attributes == (Attributes{{Key::backgroundColor, kRed}}));
 }
 
-// Catches fonts told apart by identity, and a copy at another size that changes its original.
-TEST(NSAttributedStringTests, FontsAreValues) {
-  const UIFont font({.name = "Inter", .isBold = true}, 20);
-  EXPECT_EQ(font, UIFont({.name = "Inter", .isBold = true}, 20));
-  EXPECT_FALSE(font == UIFont("Inter", 20));
-  EXPECT_EQ(font.withSize(15).fontDescriptor(), font.fontDescriptor());
-  EXPECT_EQ(font.withSize(15).pointSize(), 15);
-  EXPECT_EQ(font.pointSize(), 20);
-}
-
 // Catches runs that overlap, leave gaps, stay empty or equal their neighbours: random changes are
 // held against attributes kept unit by unit.
 TEST(NSAttributedStringTests, RunsFollowEveryChange) {
