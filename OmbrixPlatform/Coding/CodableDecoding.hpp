@@ -34,8 +34,8 @@ void decodeFields(R& reader, T& out) {
     CodingPathChain::Step step(reader.pathChain());
     constexpr bool kTriesKeys = requires { reader.tryKey(std::string_view{}); };
     const auto inOrder = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
-      if constexpr (kTriesKeys) {
-        constexpr const auto& kField = std::get<I>(kFields);
+      constexpr const auto& kField = std::get<I>(kFields);
+      if constexpr (kTriesKeys && isPlainName(kField.name)) {
         if (!reader.tryKey(kField.name)) return;
         step.setKey(kField.name);
         std::remove_cvref_t<decltype(kField)>::CodecType::decode(reader, out.*kField.member);

@@ -48,14 +48,6 @@ void encodeMap(W& writer, const Map& map) {
   writer.endObject();
 }
 
-/// Whether a name of a field is written as it is in every format.
-consteval bool isPlainName(std::string_view name) {
-  for (const char c : name) {
-    if (c < ' ' || c > '~' || c == '"' || c == '\\') return false;
-  }
-  return true;
-}
-
 template <CodingWriter W, class T>
 void encodeFields(W& writer, const T& value) {
   writer.beginObject();

@@ -95,6 +95,14 @@ concept Growing = std::ranges::range<T> && requires(T& items) { items.emplace_ba
 template <class T>
 concept SetLike = std::ranges::range<T> && requires { typename T::key_type; };
 
+/// Whether a name of a field is written as it is in every format.
+consteval bool isPlainName(std::string_view name) {
+  for (const char c : name) {
+    if (c < ' ' || c > '~' || c == '"' || c == '\\') return false;
+  }
+  return true;
+}
+
 template <class T>
 inline constexpr bool kUnsupported = false;
 

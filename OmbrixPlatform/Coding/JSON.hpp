@@ -10,6 +10,7 @@
 #include <variant>
 #include <vector>
 
+#include "OmbrixPlatform/Coding/CodingFields.hpp"
 #include "OmbrixPlatform/Coding/OrderedDictionary.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
@@ -105,5 +106,20 @@ class JSON {
 
 /// The kind of a value as messages name it, such as "a text".
 std::string_view nameOf(JSON::Kind kind) noexcept;
+
+/// A JSON value may be a field of a type that JSON's own coders code.
+template <>
+struct Coding<JSON> {
+  template <class Writer>
+    requires requires(Writer& writer, const JSON& value) { writer.json(value); }
+  static void encode(Writer& writer, const JSON& value) {
+    writer.json(value);
+  }
+  template <class Reader>
+    requires requires(Reader& reader) { reader.readJSON(); }
+  static void decode(Reader& reader, JSON& out) {
+    out = reader.readJSON();
+  }
+};
 
 }  // namespace ombrix::platform

@@ -23,6 +23,8 @@ class OrderedDictionary {
     std::string key;
     Value value;
   };
+  using key_type = std::string;
+  using mapped_type = Value;
   using const_iterator = typename std::vector<Entry>::const_iterator;
 
   OrderedDictionary() = default;
@@ -54,6 +56,13 @@ class OrderedDictionary {
     entries_.push_back({std::move(key), std::move(value)});
     if (entries_.size() > kScanned) indexLast();
     return entries_.back().value;
+  }
+
+  void insert_or_assign(std::string key, Value value) { set(std::move(key), std::move(value)); }
+
+  void clear() noexcept {
+    entries_.clear();
+    slots_.clear();
   }
 
   /// Removes a key; false when it was not there. The order of the others stays.

@@ -65,25 +65,25 @@ const PropertyList* PropertyList::find(std::string_view key) const {
 std::string_view nameOf(PropertyList::Kind kind) noexcept {
   switch (kind) {
     case PropertyList::Kind::boolean:
-      return "truth value";
+      return "a truth value";
     case PropertyList::Kind::integer:
-      return "integer";
+      return "an integer";
     case PropertyList::Kind::real:
-      return "real number";
+      return "a real number";
     case PropertyList::Kind::text:
-      return "text";
+      return "a text";
     case PropertyList::Kind::data:
       return "data";
     case PropertyList::Kind::date:
-      return "date";
+      return "a date";
     case PropertyList::Kind::array:
-      return "array";
+      return "an array";
     case PropertyList::Kind::dictionary:
-      return "dictionary";
+      return "a dictionary";
     case PropertyList::Kind::uid:
-      return "reference";
+      return "a reference";
   }
-  return "value";
+  return "a value";
 }
 
 }  // namespace ombrix::platform

@@ -8,6 +8,7 @@
 #include <variant>
 #include <vector>
 
+#include "OmbrixPlatform/Coding/CodingFields.hpp"
 #include "OmbrixPlatform/Coding/OrderedDictionary.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 #include "OmbrixPlatform/Values/Date.hpp"
@@ -84,7 +85,22 @@ class PropertyList {
   Value value_;  // std::uint64_t holds only what a signed integer cannot
 };
 
-/// The name of a kind as error messages use it, such as "dictionary".
+/// A kind as messages name it, such as "a dictionary".
 std::string_view nameOf(PropertyList::Kind kind) noexcept;
+
+/// A property list may be a field of a type that the property-list coders code.
+template <>
+struct Coding<PropertyList> {
+  template <class Writer>
+    requires requires(Writer& writer, const PropertyList& value) { writer.propertyList(value); }
+  static void encode(Writer& writer, const PropertyList& value) {
+    writer.propertyList(value);
+  }
+  template <class Reader>
+    requires requires(Reader& reader) { reader.readPropertyList(); }
+  static void decode(Reader& reader, PropertyList& out) {
+    out = reader.readPropertyList();
+  }
+};
 
 }  // namespace ombrix::platform

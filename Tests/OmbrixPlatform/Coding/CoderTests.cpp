@@ -134,6 +134,13 @@ TEST(CoderTests, ErrorsSayWhatIsWrongAndWhere) {
   failure<Lift>("", Kind::dataCorrupted);
   failure<Lift>(R"({"name":"a"} x)", Kind::dataCorrupted);
 
+  try {
+    const Data plist = PropertyListEncoder{}.encode(std::map<std::string, int>{{"name", 7}});
+    static_cast<void>(PropertyListDecoder{}.decode<Lift>(plist));
+    ADD_FAILURE();
+  } catch (const DecodingError& error) {
+    EXPECT_STREQ(error.what(), R"(Expected a text, but found an integer at "name".)");
+  }
   const Data damaged = dataFrom("bplist00 damaged, but long enough to have a trailer, is it not?");
   EXPECT_THROW(static_cast<void>(PropertyListDecoder{}.decode<Lift>(damaged)), DecodingError);
   EXPECT_THROW(static_cast<void>(PropertyListDecoder{}.decode<Lift>(DataView{})), DecodingError);
@@ -283,6 +290,26 @@ TEST(CoderTests, OptionsHoldInBothDirections) {
   const Data form = encoder.encode(-std::numeric_limits<double>::infinity());
   EXPECT_EQ(textOf(form), "\"-inf\"");
   EXPECT_EQ(decoder.decode<double>(form), -std::numeric_limits<double>::infinity());
+}
+
+struct Report {
+  OrderedDictionary<std::vector<std::string>> errors;
+  JSON extra;
+
+  static constexpr auto kCodingFields =
+      codingFields(field("errors", &Report::errors), field("ex\\n", &Report::extra));
+};
+
+// Catches a dictionary that loses its order, and a field's name taken for an escape.
+TEST(CoderTests, OrderedDictionariesAndJSONValuesMayBeFields) {
+  const std::string_view text = R"({"errors":{"z":["1"],"a":[]},"ex\\n":{"b":1,"a":[null]}})";
+  const auto report = JSONDecoder{}.decode<Report>(bytesOf(text));
+  EXPECT_EQ(report.errors.begin()->key, "z");
+  EXPECT_EQ(report.extra["b"].integer(), 1);
+  EXPECT_EQ(textOf(JSONEncoder{}.encode(report)), text);
+  EXPECT_THROW(
+      static_cast<void>(JSONDecoder{}.decode<Report>(bytesOf(R"({"errors":{},"ex\n":1})"))),
+      DecodingError);
 }
 
 // Catches an encoder that writes a damaged document, and an error without its place.
