@@ -2,12 +2,12 @@
 
 #include <dlfcn.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <map>
 #include <vector>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Files/Detail/Environment.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/LanguageMatch.hpp"
@@ -90,9 +90,9 @@ std::optional<URL> Bundle::resourceFolder(std::string_view name, const void* add
     if (fs::is_directory(found, ignored)) return URL::fileURL(found.string(), true);
     if (folder == folder.root_path()) break;
   }
-  const char* variable = std::getenv("XDG_DATA_DIRS");
-  std::string_view list =
-      variable == nullptr || *variable == '\0' ? "/usr/local/share:/usr/share" : variable;
+  std::string folders = detail::environment("XDG_DATA_DIRS");
+  if (folders.empty()) folders = "/usr/local/share:/usr/share";
+  std::string_view list = folders;
   while (!list.empty()) {
     const auto end = std::min(list.find(':'), list.size());
     const fs::path found = fs::path(list.substr(0, end)) / name;
@@ -112,7 +112,7 @@ const PropertyList* Bundle::objectForInfoDictionaryKey(std::string_view key) con
     try {
       info_ = PropertyListSerialization::read(*bytes);
     } catch (const PropertyListError&) {
-      // Damaged: as if it said nothing.
+      info_ = PropertyList();  // a damaged file says nothing
     }
   });
   return info_.find(key);

@@ -23,6 +23,12 @@ Folder openFolder(const std::string& path, int flags) noexcept {
   return Folder(folder);
 }
 
+/// The next entry; null at the end, and with errno when it could not be read.
+const dirent* nextEntry(DIR* folder) noexcept {
+  errno = 0;
+  return readdir(folder);  // NOLINT(concurrency-mt-unsafe): no other thread has this folder
+}
+
 bool isSelfOrParent(std::string_view name) noexcept { return name == "." || name == ".."; }
 
 bool namesFolder(int folder, const dirent& entry) noexcept {
@@ -66,8 +72,7 @@ void FileManager::enumerate(const URL& url, EnumerationOptions options,
     }
     const int descriptor = dirfd(folder.get());
     while (true) {
-      errno = 0;
-      const dirent* entry = readdir(folder.get());
+      const dirent* entry = nextEntry(folder.get());
       if (entry == nullptr) {
         if (errno != 0) onError(FileError(errno, "read folder", path));
         break;
@@ -90,8 +95,7 @@ FileResult<std::vector<URL>> FileManager::contentsOfDirectory(const URL& url,
   if (!folder) return std::unexpected(FileError(errno, "open folder", path));
   std::vector<URL> urls;
   while (true) {
-    errno = 0;
-    const dirent* entry = readdir(folder.get());
+    const dirent* entry = nextEntry(folder.get());
     if (entry == nullptr) break;
     const std::string_view name = entry->d_name;
     if (isSelfOrParent(name)) continue;

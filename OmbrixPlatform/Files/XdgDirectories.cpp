@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <array>
-#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <string>
 
+#include "OmbrixPlatform/Files/Detail/Environment.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
@@ -17,8 +17,8 @@ namespace {
 
 /// A variable's value where it is an absolute path, else empty.
 std::string absolutePathIn(const char* variable) {
-  const char* value = std::getenv(variable);
-  return value != nullptr && *value == '/' ? value : "";
+  std::string value = detail::environment(variable);
+  return value.starts_with('/') ? value : std::string();
 }
 
 bool isFolder(const char* path) noexcept {

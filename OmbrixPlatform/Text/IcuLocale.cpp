@@ -2,9 +2,9 @@
 #include <unicode/ulocdata.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <mutex>
 
+#include "OmbrixPlatform/Files/Detail/Environment.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 
@@ -36,11 +36,6 @@ Locale localeFromEnvironment(std::string_view value) {
   return Locale(name);
 }
 
-std::string_view environment(const char* name) {
-  const char* value = std::getenv(name);
-  return value == nullptr ? "" : value;
-}
-
 class EnvironmentLocaleService final : public LocaleService {
  public:
   EnvironmentLocaleService() { EnvironmentLocaleService::reload(); }
@@ -57,15 +52,16 @@ class EnvironmentLocaleService final : public LocaleService {
 
  private:
   void reload() override {
-    std::string_view name;
-    for (const char* variable : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
-      name = environment(variable);
+    std::string name;
+    for (const char* category : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+      name = detail::environment(category);
       if (!name.empty()) break;
     }
     const Locale locale = localeFromEnvironment(name);
 
     std::vector<std::string> languages;
-    std::string_view list = environment("LANGUAGE");
+    const std::string variable = detail::environment("LANGUAGE");
+    std::string_view list = variable;
     while (!list.empty()) {
       const auto end = std::min(list.find(':'), list.size());
       if (end > 0) {

@@ -18,14 +18,9 @@ TEST(FileManagerTests, NamesFoldersAsURLs) {
   testing::ScopedDirectories directories;
   const std::string root =
       platform::URL::fileURL(directories.dir().path().string(), true).absoluteString();
-  EXPECT_EQ(taken(ombrix_FileManager_OmbrixGroupName()), "group.com.brannoway.ombrix");
-  EXPECT_EQ(taken(ombrix_FileManager_cache()), root + "caches/com.brannoway.ombrix/");
   EXPECT_EQ(taken(ombrix_FileManager_applicationSupport()), root + "support/com.brannoway.ombrix/");
-  EXPECT_EQ(taken(ombrix_FileManager_temporary()), root + "temporary/com.brannoway.ombrix/");
   EXPECT_EQ(taken(ombrix_FileManager_library()), root + "library/");
-  EXPECT_EQ(taken(ombrix_FileManager_documents()), root + "documents/");
   EXPECT_EQ(taken(ombrix_FileManager_groupContainer()), "none");
-  EXPECT_EQ(taken(ombrix_FileManager_groupContainerCache()), "none");
   directories.setGroupContainer(true);
   EXPECT_EQ(taken(ombrix_FileManager_groupContainer()), root + "group/");
   EXPECT_EQ(taken(ombrix_FileManager_groupContainerApplicationSupport()),

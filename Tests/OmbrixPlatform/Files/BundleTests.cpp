@@ -3,8 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <thread>
-#include <vector>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
@@ -66,19 +64,6 @@ TEST_F(BundleTests, FollowsTheUsersLanguages) {
   EXPECT_EQ(bundle.localizedString("greeting", "Hi"), "Bonjour");
   locale.change("ja_JP", {"ja", "de"});
   EXPECT_EQ(bundle.localizedString("greeting", "Hi"), "Hallo");
-}
-
-// Catches tables read into each other by several threads (under the thread sanitizer).
-TEST_F(BundleTests, ServesManyThreads) {
-  dir_.write("en.lproj/Localizable.strings", "a = b;");
-  const Bundle bundle(URL::fileURL(dir_.path().string(), true));
-  std::vector<std::jthread> threads;
-  for (int i = 0; i < 4; ++i) {
-    threads.emplace_back([&] {
-      EXPECT_EQ(bundle.localizedString("a"), "b");
-      EXPECT_EQ(bundle.bundleIdentifier(), std::nullopt);
-    });
-  }
 }
 
 void here() {}

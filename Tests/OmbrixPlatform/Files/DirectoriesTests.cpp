@@ -5,9 +5,7 @@
 #include <cstdlib>
 #include <filesystem>
 
-#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
-#include "OmbrixTesting/ScopedDirectories.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -93,16 +91,6 @@ TEST(DirectoriesTests, AGroupHasAContainerWhenItIsThereOrSet) {
   EXPECT_EQ(directories->containerForGroup("group.b"), elsewhere);
   directories->setContainerForGroup("group.b", std::nullopt);
   EXPECT_EQ(directories->containerForGroup("group.b"), std::nullopt);
-}
-
-// Catches a double whose folders lie outside its own.
-TEST(DirectoriesTests, TheDoubleKeepsToItsFolder) {
-  testing::ScopedDirectories scoped;
-  const auto& directories = services().directories.get();
-  EXPECT_EQ(directories.caches().path(), (scoped.dir().path() / "caches").string());
-  EXPECT_FALSE(directories.containerForGroup("any"));
-  scoped.setGroupContainer(true);
-  EXPECT_EQ(directories.containerForGroup("any")->path(), (scoped.dir().path() / "group").string());
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <unordered_set>
+#include <sstream>
 
 namespace ombrix::platform {
 namespace {
@@ -15,56 +15,23 @@ std::string resolved(std::string_view reference, std::string_view base) {
 
 // The examples of RFC 3986, sections 5.4.1 and 5.4.2: catches every wrong turn in resolving.
 TEST(URLTests, ResolvesTheExamplesOfTheStandard) {
-  struct Case {
-    const char *reference, *expected;
-  };
-  constexpr Case kCases[] = {
-      {"g:h", "g:h"},
-      {"g", "http://a/b/c/g"},
-      {"./g", "http://a/b/c/g"},
-      {"g/", "http://a/b/c/g/"},
-      {"/g", "http://a/g"},
-      {"//g", "http://g"},
-      {"?y", "http://a/b/c/d;p?y"},
-      {"g?y", "http://a/b/c/g?y"},
-      {"#s", "http://a/b/c/d;p?q#s"},
-      {"g#s", "http://a/b/c/g#s"},
-      {"g?y#s", "http://a/b/c/g?y#s"},
-      {";x", "http://a/b/c/;x"},
-      {"g;x", "http://a/b/c/g;x"},
-      {"g;x?y#s", "http://a/b/c/g;x?y#s"},
-      {"", "http://a/b/c/d;p?q"},
-      {".", "http://a/b/c/"},
-      {"./", "http://a/b/c/"},
-      {"..", "http://a/b/"},
-      {"../", "http://a/b/"},
-      {"../g", "http://a/b/g"},
-      {"../..", "http://a/"},
-      {"../../", "http://a/"},
-      {"../../g", "http://a/g"},
-      {"../../../g", "http://a/g"},
-      {"../../../../g", "http://a/g"},
-      {"/./g", "http://a/g"},
-      {"/../g", "http://a/g"},
-      {"g.", "http://a/b/c/g."},
-      {".g", "http://a/b/c/.g"},
-      {"g..", "http://a/b/c/g.."},
-      {"..g", "http://a/b/c/..g"},
-      {"./../g", "http://a/b/g"},
-      {"./g/.", "http://a/b/c/g/"},
-      {"g/./h", "http://a/b/c/g/h"},
-      {"g/../h", "http://a/b/c/h"},
-      {"g;x=1/./y", "http://a/b/c/g;x=1/y"},
-      {"g;x=1/../y", "http://a/b/c/y"},
-      {"g?y/./x", "http://a/b/c/g?y/./x"},
-      {"g?y/../x", "http://a/b/c/g?y/../x"},
-      {"g#s/./x", "http://a/b/c/g#s/./x"},
-      {"g#s/../x", "http://a/b/c/g#s/../x"},
-      {"http:g", "http:g"},
-  };
-  for (const auto& [reference, expected] : kCases) {
+  // Each reference with its result; one that begins with "/" stands behind "http://a".
+  std::istringstream examples(
+      "g:h g:h   g /b/c/g   ./g /b/c/g   g/ /b/c/g/   /g /g   //g http://g   ?y /b/c/d;p?y  "
+      "g?y /b/c/g?y   #s /b/c/d;p?q#s   g#s /b/c/g#s   g?y#s /b/c/g?y#s   ;x /b/c/;x  "
+      "g;x /b/c/g;x   g;x?y#s /b/c/g;x?y#s   . /b/c/   ./ /b/c/   .. /b/   ../ /b/  "
+      "../g /b/g   ../.. /   ../../ /   ../../g /g   ../../../g /g   ../../../../g /g  "
+      "/./g /g   /../g /g   g. /b/c/g.   .g /b/c/.g   g.. /b/c/g..   ..g /b/c/..g  "
+      "./../g /b/g   ./g/. /b/c/g/   g/./h /b/c/g/h   g/../h /b/c/h  "
+      "g;x=1/./y /b/c/g;x=1/y   g;x=1/../y /b/c/y   g?y/./x /b/c/g?y/./x  "
+      "g?y/../x /b/c/g?y/../x   g#s/./x /b/c/g#s/./x   g#s/../x /b/c/g#s/../x  "
+      "http:g http:g  ");
+  std::string reference;
+  for (std::string expected; examples >> reference >> expected;) {
+    if (expected.starts_with('/')) expected.insert(0, "http://a");
     EXPECT_EQ(resolved(reference, "http://a/b/c/d;p?q"), expected) << reference;
   }
+  EXPECT_EQ(resolved("", "http://a/b/c/d;p?q"), "http://a/b/c/d;p?q");
 }
 
 // Catches a path that turns into a host or a scheme when the dots before it are taken away.
@@ -221,13 +188,6 @@ TEST(URLTests, PercentEncoding) {
   EXPECT_EQ(removingPercentEncoding("%41%c3%A9+"), "Aé+");
   EXPECT_EQ(removingPercentEncoding("%4"), std::nullopt);
   EXPECT_EQ(removingPercentEncoding("100%"), std::nullopt);
-}
-
-// Catches equality that forgets the folder mark.
-TEST(URLTests, EqualityIsThatOfTheText) {
-  EXPECT_NE(URL::fileURL("/a"), URL::fileURL("/a/"));
-  EXPECT_EQ((std::unordered_set<URL>{URL::fileURL("/a"), URL::parse("file:///a").value()}.size()),
-            1U);
 }
 
 }  // namespace

@@ -1,16 +1,11 @@
 #include "OmbrixPlatform/Text/Locale.hpp"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 
-#include "OmbrixTesting/ScopedLocale.hpp"
-
 namespace ombrix::platform {
 namespace {
-
-using ::testing::ElementsAre;
 
 // Catches region rules guessed from the language, and names that ICU would not map by itself.
 TEST(LocaleTests, KnowsNamesAndMeasures) {
@@ -75,15 +70,6 @@ TEST(LocaleTests, TellsOfAChange) {
   setenv("LC_ALL", "fr_CA.UTF-8", 1);
   service->localeDidChange();
   EXPECT_EQ(seen, "fr_CA");
-}
-
-// Catches a double that the static accessor passes by.
-TEST(LocaleTests, ADoubleReplacesTheCurrentLocale) {
-  testing::ScopedLocale scoped("de_AT", {"de-AT", "en"});
-  EXPECT_EQ(Locale::current().identifier(), "de_AT");
-  EXPECT_THAT(services().locale.get().preferredLanguages(), ElementsAre("de-AT", "en"));
-  scoped.change("fr_FR");
-  EXPECT_EQ(Locale::current().identifier(), "fr_FR");
 }
 
 }  // namespace

@@ -68,25 +68,11 @@ TEST(StringsTableTests, ReadsUtf16) {
 
 // Catches one damaged entry that takes others along, or gives half a text.
 TEST(StringsTableTests, LeavesOutWhatIsDamaged) {
-  constexpr const char* kDamaged[] = {
-      "\"a\" = \"no end;",
-      "\"a\" \"b\";",
-      "\"a\" = ;",
-      "a b = c;",
-      "= \"b\";",
-      "\"a\" = \"\\U12\";",
-      "\"a\" = \"\xff\";",
-      "}",
-      "\"a\" = \"\\Ud83c\";",
-      "\"a\" = \"\\Udfbf x\";",
-      "\"a\" = \"\\377\";",
-      "\"a\" = b",
-      "\"a\" = \"\xc3\";",
-      "\"\xf0\" = \"b\";",
-      "a = \xe9;",
-      "a /* x */ = ;",
-  };
-  for (const char* damaged : kDamaged) {
+  for (const char* damaged :
+       {"\"a\" = \"no end;", "\"a\" \"b\";", "\"a\" = ;", "a b = c;", "= \"b\";",
+        "\"a\" = \"\\U12\";", "\"a\" = \"\xff\";", "}", "\"a\" = \"\\Ud83c\";",
+        "\"a\" = \"\\Udfbf x\";", "\"a\" = \"\\377\";", "\"a\" = b", "\"a\" = \"\xc3\";",
+        "\"\xf0\" = \"b\";", "a = \xe9;", "a /* x */ = ;"}) {
     const auto table = parsed(std::string("first = 1;\n") + damaged + "\n\"last\" = \"2\";\n");
     EXPECT_EQ(text(table, "first"), "1") << damaged;
     EXPECT_EQ(text(table, "a"), "none") << damaged;
