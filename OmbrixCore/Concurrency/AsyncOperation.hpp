@@ -1,0 +1,65 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+
+#include "OmbrixCore/Concurrency/Atomic.hpp"
+#include "OmbrixPlatform/Concurrency/NSOperation.hpp"
+#include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
+#include "OmbrixPlatform/Concurrency/Task.hpp"
+
+namespace ombrix {
+
+/// Base of work on an operation queue that finishes later than the call that starts it.
+///
+/// A subclass overrides `execute` and calls `finish` when all its work, callbacks included, is
+/// done. One state drives readiness, execution and completion; observers of "state", "ready",
+/// "executing" and "finished" are told on the thread that changes it. Any thread.
+class AsyncOperation : public platform::NSOperation {
+ public:
+  enum class OperationState { ready = 0, executing = 1, finished = 2 };
+
+  /// The state of a raw value, or nothing for any but 0, 1 and 2.
+  static std::optional<OperationState> operationState(std::int64_t rawValue);
+
+  AsyncOperation();
+
+  [[nodiscard]] OperationState state() const { return state_.wrappedValue(); }
+
+  [[nodiscard]] bool isReady() const override;
+  [[nodiscard]] bool isExecuting() const override;
+  [[nodiscard]] bool isFinished() const override;
+  [[nodiscard]] bool isAsynchronous() const override { return true; }
+  [[nodiscard]] std::set<std::string> keyPathsForValuesAffectingValue(
+      std::string_view key) const override;
+
+  /// Finishes at once when it was cancelled; else starts a task that awaits `execute`.
+  void start() override;
+
+  /// The work; runs on the thread pool, not on the queue's thread. It must be overridden: here it
+  /// stops the program.
+  virtual platform::Async<void> execute();
+
+  /// Ends the operation; nothing happens the second time.
+  void finish();
+
+ protected:
+  std::optional<std::int64_t> valueForKey(std::string_view key) const override;
+
+ private:
+  void setState(OperationState state);
+
+  Atomic<OperationState> state_;
+  std::atomic<bool> isFinishing_{false};
+};
+
+/// Calls the block on the queue's thread once a barrier finds no operation that is ready but not
+/// started; behind each barrier that finds one, another follows. Nothing is called when the queue
+/// object is gone by then.
+void addCompletionBarrierBlock(platform::NSOperationQueue& queue, std::function<void()> block);
+
+}  // namespace ombrix

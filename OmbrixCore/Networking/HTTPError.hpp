@@ -1,0 +1,120 @@
+#pragma once
+
+#include <exception>
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "OmbrixPlatform/Coding/CodingError.hpp"
+#include "OmbrixPlatform/Network/URLError.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
+
+namespace ombrix {
+
+/// The one error of talking to the product's web service. A value; any thread.
+class HTTPError final : public platform::Error {
+ public:
+  /// The cases, in the order of their tags.
+  enum class Case {
+    resourceMovedError,
+    validationError,
+    invalidBody,
+    invalidPayload,
+    resourceNotFoundError,
+    resourceDeletedError,
+    networkError,
+    serverError,
+    badRequestError,
+    unauthorizedError,
+    rateLimitError,
+    forbidden,
+    serverOfflineError,
+    networkConstrained,
+    missingBody,
+    unknown,
+    canceled,
+  };
+
+  struct ResourceMoved {
+    std::string replacementID;
+  };
+  struct Validation {
+    std::string message;
+    std::map<std::string, std::string> errors;  // field name to message
+  };
+
+  static HTTPError resourceMovedError(std::string replacementID);
+  static HTTPError validationError(std::string message, std::map<std::string, std::string> errors);
+  /// The response body could not be decoded.
+  static HTTPError invalidBody(platform::DecodingError error);
+  /// The request payload could not be encoded.
+  static HTTPError invalidPayload(platform::EncodingError error);
+  static HTTPError resourceNotFoundError() { return HTTPError(Case::resourceNotFoundError); }
+  static HTTPError resourceDeletedError() { return HTTPError(Case::resourceDeletedError); }
+  static HTTPError networkError() { return HTTPError(Case::networkError); }
+  static HTTPError serverError() { return HTTPError(Case::serverError); }
+  static HTTPError badRequestError() { return HTTPError(Case::badRequestError); }
+  static HTTPError unauthorizedError() { return HTTPError(Case::unauthorizedError); }
+  static HTTPError rateLimitError() { return HTTPError(Case::rateLimitError); }
+  static HTTPError forbidden() { return HTTPError(Case::forbidden); }
+  static HTTPError serverOfflineError() { return HTTPError(Case::serverOfflineError); }
+  static HTTPError networkConstrained() { return HTTPError(Case::networkConstrained); }
+  static HTTPError missingBody() { return HTTPError(Case::missingBody); }
+  static HTTPError unknown() { return HTTPError(Case::unknown); }
+  static HTTPError canceled() { return HTTPError(Case::canceled); }
+
+  /// The case of a transport error.
+  explicit HTTPError(const platform::URLError& error);
+
+  /// The case of a status code, or of the pseudo-codes -1 (not an HTTP answer), -2 (refused by Low
+  /// Data Mode) and -3 (cancelled here). 422 gives the validation error of an answer without body.
+  static HTTPError withStatusCode(int statusCode);
+
+  [[nodiscard]] Case kind() const noexcept { return case_; }
+  [[nodiscard]] const ResourceMoved* asResourceMoved() const { return as<ResourceMoved>(); }
+  [[nodiscard]] const Validation* asValidation() const { return as<Validation>(); }
+  [[nodiscard]] const platform::DecodingError* asInvalidBody() const {
+    return as<platform::DecodingError>();
+  }
+  [[nodiscard]] const platform::EncodingError* asInvalidPayload() const {
+    return as<platform::EncodingError>();
+  }
+
+  /// The name of the case with its values, for developers; never shown to users.
+  [[nodiscard]] std::string localizedDescription() const { return what(); }
+  [[nodiscard]] std::string errorDescription() const { return what(); }
+
+  /// Equal cases with equal values; coding errors are equal when they say the same.
+  friend bool operator==(const HTTPError& a, const HTTPError& b);
+
+ private:
+  using Details = std::variant<std::monostate, ResourceMoved, Validation, platform::DecodingError,
+                               platform::EncodingError>;
+
+  explicit HTTPError(Case errorCase, Details details = {});
+
+  template <class T>
+  const T* as() const {
+    return std::get_if<T>(&details_);
+  }
+
+  static Case caseOf(platform::URLError::Code code);
+  static std::string describe(Case errorCase, const Details& details);
+
+  Case case_;
+  Details details_;
+};
+
+/// The name of a case as it stands in the declaration.
+std::string_view caseName(HTTPError::Case errorCase) noexcept;
+
+/// The sentence to show to the user, in the user's language; the generic one for null and for
+/// cases that have none of their own.
+std::string errorMessageForError(const HTTPError* error);
+
+/// The same for any exception; the generic sentence for those that are no `HTTPError`.
+std::string errorMessageForError(const std::exception_ptr& error);
+
+}  // namespace ombrix

@@ -1,0 +1,150 @@
+#pragma once
+
+#include <deque>
+#include <exception>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/Continuation.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+
+namespace ombrix::platform {
+
+/// A sequence of values that arrive over time, for one consumer; buffers without bound. Move-only:
+/// dropping the stream ends it.
+///
+///     for (;;) {
+///       const auto value = co_await stream.next();
+///       if (!value) break;
+///       ...
+///     }
+template <class T>
+class AsyncStream {
+  struct State {
+    // Under the lock it is decided who gets what; continuations are resumed outside.
+    FutexLock mutex;
+    std::deque<T> buffer;
+    bool isOver = false;
+    std::exception_ptr error;
+    std::optional<platform::Continuation<void>> waiting;
+    std::function<void()> onTermination;
+
+    void end(std::exception_ptr failure, bool dropsBuffer) {
+      std::optional<platform::Continuation<void>> waiter;
+      std::function<void()> handler;
+      std::deque<T> dropped;
+      {
+        const std::lock_guard lock(mutex);
+        if (dropsBuffer) dropped.swap(buffer);
+        if (isOver) return;
+        isOver = true;
+        error = std::move(failure);
+        waiter.swap(waiting);
+        handler.swap(onTermination);
+      }
+      if (handler) handler();
+      if (waiter) waiter->resume();
+    }
+  };
+
+ public:
+  /// The producing end. Copyable. Any thread; nothing counts after the stream has ended.
+  class Continuation {
+   public:
+    void yield(T value) const {
+      std::optional<platform::Continuation<void>> waiter;
+      {
+        const std::lock_guard lock(state_->mutex);
+        if (state_->isOver) return;
+        state_->buffer.push_back(std::move(value));
+        waiter.swap(state_->waiting);
+      }
+      if (waiter) waiter->resume();
+    }
+    void finish() const { state_->end(nullptr, false); }
+
+    /// Ends the stream with an exception, which `next` throws after the buffered values.
+    void finish(std::exception_ptr error) const { state_->end(std::move(error), false); }
+
+    /// Called once when the stream ends, for whatever reason; at once when it has ended.
+    void onTermination(std::function<void()> handler) const {
+      {
+        const std::lock_guard lock(state_->mutex);
+        if (!state_->isOver) {
+          state_->onTermination.swap(handler);
+          return;
+        }
+      }
+      handler();
+    }
+
+   private:
+    friend class AsyncStream;
+    explicit Continuation(std::shared_ptr<State> state) : state_(std::move(state)) {}
+
+    std::shared_ptr<State> state_;
+  };
+
+  /// Makes a stream and hands its producing end to a function.
+  explicit AsyncStream(const std::function<void(Continuation)>& build)
+      : state_(std::make_shared<State>()) {
+    build(Continuation(state_));
+  }
+  AsyncStream(AsyncStream&&) noexcept = default;
+  AsyncStream& operator=(AsyncStream&& other) noexcept {
+    std::swap(state_, other.state_);
+    return *this;
+  }
+  ~AsyncStream() {
+    if (state_) state_->end(nullptr, true);
+  }
+
+  /// The next value; nothing when the stream has ended or the task was cancelled, which ends it;
+  /// throws when it ended with an exception. One call at a time.
+  Async<std::optional<T>> next() {
+    const auto state = state_;
+    for (;;) {
+      {
+        const std::lock_guard lock(state->mutex);
+        if (!state->buffer.empty()) {
+          std::optional<T> value(std::move(state->buffer.front()));
+          state->buffer.pop_front();
+          co_return value;
+        }
+        if (state->isOver) {
+          if (state->error) std::rethrow_exception(std::exchange(state->error, nullptr));
+          co_return std::nullopt;
+        }
+      }
+      std::function<void(platform::Continuation<void>)> body =
+          [&](platform::Continuation<void> continuation) {
+            {
+              const std::lock_guard lock(state->mutex);
+              if (state->buffer.empty() && !state->isOver) {
+                state->waiting = continuation;
+                return;
+              }
+            }
+            continuation.resume();
+          };
+      std::function<void()> onCancel = [&] { state->end(nullptr, true); };
+      try {
+        co_await withContinuation<void>(body, onCancel);
+      } catch (const CancellationError&) {
+        co_return std::nullopt;
+      }
+    }
+  }
+
+ private:
+  std::shared_ptr<State> state_;
+};
+
+/// The same, for sources that can fail; `next` throws the failure.
+template <class T>
+using AsyncThrowingStream = AsyncStream<T>;
+
+}  // namespace ombrix::platform

@@ -1,0 +1,274 @@
+#include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
+
+#include <condition_variable>
+#include <deque>
+#include <list>
+#include <mutex>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/Task.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using EntryPointer = std::shared_ptr<detail::OperationOwner::Entry>;
+
+// The operations between two barriers, and the barrier that follows them. Only the first segment
+// of a queue runs.
+struct Segment {
+  std::size_t unfinished = 0;
+  std::deque<EntryPointer> ready;
+  std::function<void()> barrier;
+  bool hasBarrier = false;
+  bool barrierRuns = false;
+};
+
+}  // namespace
+
+struct detail::OperationOwner::Entry {
+  std::shared_ptr<NSOperation> operation;
+  Segment* segment;
+  std::list<EntryPointer>::iterator position;
+  bool isQueued = false;  // in the ready list of its segment, or started
+  bool isStarted = false;
+  bool isRemoved = false;
+};
+
+// Shared by the queue object and the operations in it, so that these finish without the former.
+class NSOperationQueue::State final : public detail::OperationOwner,
+                                      public std::enable_shared_from_this<State> {
+ public:
+  void setQueue(std::weak_ptr<NSOperationQueue> queue) { queue_ = std::move(queue); }
+
+  void add(std::shared_ptr<NSOperation> operation) {
+    if (operation->isFinished()) fatalError("a finished operation was added to a queue");
+    if (!operation->enter(shared_from_this())) {
+      fatalError("an operation was added to a queue twice");
+    }
+    announce([&] {
+      const auto entry = std::make_shared<Entry>();
+      entry->operation = operation;
+      const std::lock_guard lock(mutex_);
+      entry->segment = &segments_.back();
+      ++entry->segment->unfinished;
+      entry->position = entries_.insert(entries_.end(), entry);
+      operation->entry_ = entry;
+    });
+    // It may have finished by other hands before it was in the list.
+    if (operation->isFinished()) {
+      operationFinished(*operation);
+    } else {
+      operationChanged(*operation);
+    }
+  }
+
+  void operationChanged(NSOperation& operation) override {
+    if (!operation.isReady() || operation.isExecuting()) return;
+    {
+      const std::lock_guard lock(mutex_);
+      const auto entry = operation.entry_;
+      if (!entry || entry->isQueued) return;
+      entry->isQueued = true;
+      entry->segment->ready.push_back(entry);
+    }
+    pump();
+  }
+
+  void operationFinished(NSOperation& operation) override {
+    EntryPointer entry;
+    announce([&] {
+      const std::lock_guard lock(mutex_);
+      entry = std::exchange(operation.entry_, nullptr);
+      if (!entry) return;
+      entry->isRemoved = true;
+      entries_.erase(entry->position);
+      --entry->segment->unfinished;
+      if (entry->isStarted) --running_;
+      notifyIfEmpty();
+    });
+    if (entry) pump();
+  }
+
+  void addBarrier(std::function<void()> block) {
+    {
+      const std::lock_guard lock(mutex_);
+      segments_.back().barrier = std::move(block);
+      segments_.back().hasBarrier = true;
+      segments_.emplace_back();
+    }
+    pump();
+  }
+
+  std::vector<std::shared_ptr<NSOperation>> operations() const {
+    const std::lock_guard lock(mutex_);
+    std::vector<std::shared_ptr<NSOperation>> operations;
+    operations.reserve(entries_.size());
+    for (const auto& entry : entries_) operations.push_back(entry->operation);
+    return operations;
+  }
+
+  void waitUntilEmpty() {
+    std::unique_lock lock(mutex_);
+    if (isEmpty()) return;
+    detail::checkMayBlock();
+    const ThreadPool::BlockingScope blocking;
+    emptied_.wait(lock, [this] { return isEmpty(); });
+  }
+
+  template <class Access>
+  auto locked(Access access) {
+    const std::lock_guard lock(mutex_);
+    return access(*this);
+  }
+
+  void pump() {
+    std::vector<std::shared_ptr<NSOperation>> startable;
+    std::function<void()> barrier;
+    bool runsBarrier = false;
+    std::shared_ptr<DispatchQueue> target;
+    {
+      const std::lock_guard lock(mutex_);
+      target = target_;
+      Segment& segment = segments_.front();
+      while (!segment.ready.empty() &&
+             (width_ < 0 || running_ < static_cast<std::size_t>(width_))) {
+        const auto entry = std::move(segment.ready.front());
+        segment.ready.pop_front();
+        if (entry->isRemoved) continue;
+        entry->isStarted = true;
+        ++running_;
+        startable.push_back(entry->operation);
+      }
+      if (segment.unfinished == 0 && segment.hasBarrier && !segment.barrierRuns) {
+        segment.barrierRuns = true;
+        barrier = std::move(segment.barrier);
+        runsBarrier = true;
+      }
+    }
+    for (auto& operation : startable) {
+      target->async([operation = std::move(operation)] { operation->start(); });
+    }
+    if (runsBarrier) {
+      target->async([self = shared_from_this(), barrier = std::move(barrier)] {
+        barrier();
+        self->barrierFinished();
+      });
+    }
+  }
+
+  std::string name_;
+  std::ptrdiff_t width_ = kDefaultMaxConcurrentOperationCount;
+  std::shared_ptr<DispatchQueue> target_ = DispatchQueue::global().shared_from_this();
+  std::list<EntryPointer> entries_;
+
+ private:
+  void barrierFinished() {
+    {
+      const std::lock_guard lock(mutex_);
+      segments_.pop_front();
+      notifyIfEmpty();
+    }
+    pump();
+  }
+
+  bool isEmpty() const { return entries_.empty() && segments_.size() == 1; }
+  void notifyIfEmpty() {
+    if (isEmpty()) emptied_.notify_all();
+  }
+
+  template <class Change>
+  void announce(Change change) {
+    const auto queue = queue_.lock();
+    if (queue) {
+      queue->willChangeValueForKey("operations");
+      queue->willChangeValueForKey("operationCount");
+    }
+    change();
+    if (queue) {
+      queue->didChangeValueForKey("operationCount");
+      queue->didChangeValueForKey("operations");
+    }
+  }
+
+  std::weak_ptr<NSOperationQueue> queue_;
+  mutable std::mutex mutex_;
+  std::condition_variable emptied_;
+  std::list<Segment> segments_{1};
+  std::size_t running_ = 0;
+};
+
+std::shared_ptr<NSOperationQueue> NSOperationQueue::make(std::string name) {
+  auto queue = std::make_shared<NSOperationQueue>(Passkey{}, std::move(name));
+  queue->state_->setQueue(queue);
+  return queue;
+}
+
+NSOperationQueue::NSOperationQueue(Passkey, std::string name) : state_(std::make_shared<State>()) {
+  state_->name_ = std::move(name);
+}
+
+NSOperationQueue::~NSOperationQueue() = default;
+
+std::string NSOperationQueue::name() const {
+  return state_->locked([](State& state) { return state.name_; });
+}
+void NSOperationQueue::setName(std::string name) {
+  state_->locked([&](State& state) { state.name_.swap(name); });
+}
+
+std::ptrdiff_t NSOperationQueue::maxConcurrentOperationCount() const {
+  return state_->locked([](State& state) { return state.width_; });
+}
+void NSOperationQueue::setMaxConcurrentOperationCount(std::ptrdiff_t count) {
+  state_->locked([&](State& state) { state.width_ = count; });
+  state_->pump();
+}
+
+std::shared_ptr<DispatchQueue> NSOperationQueue::underlyingQueue() const {
+  return state_->locked([](State& state) { return state.target_; });
+}
+void NSOperationQueue::setUnderlyingQueue(std::shared_ptr<DispatchQueue> queue) {
+  state_->locked([&](State& state) { state.target_.swap(queue); });
+}
+
+void NSOperationQueue::addOperation(std::shared_ptr<NSOperation> operation) {
+  state_->add(std::move(operation));
+}
+
+void NSOperationQueue::addOperation(std::function<void()> block) {
+  class BlockOperation final : public NSOperation {
+   public:
+    explicit BlockOperation(std::function<void()> work) : work_(std::move(work)) {}
+    void main() override { work_(); }
+
+   private:
+    const std::function<void()> work_;
+  };
+  addOperation(std::make_shared<BlockOperation>(std::move(block)));
+}
+
+void NSOperationQueue::addBarrierBlock(std::function<void()> block) {
+  state_->addBarrier(std::move(block));
+}
+
+std::vector<std::shared_ptr<NSOperation>> NSOperationQueue::operations() const {
+  return state_->operations();
+}
+
+std::size_t NSOperationQueue::operationCount() const {
+  return state_->locked([](State& state) { return state.entries_.size(); });
+}
+
+void NSOperationQueue::cancelAllOperations() {
+  for (const auto& operation : operations()) operation->cancel();
+}
+
+void NSOperationQueue::waitUntilAllOperationsAreFinished() { state_->waitUntilEmpty(); }
+
+std::optional<std::int64_t> NSOperationQueue::valueForKey(std::string_view key) const {
+  if (key != "operations" && key != "operationCount") return std::nullopt;
+  return static_cast<std::int64_t>(operationCount());
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/NSOperation.hpp"
+
+namespace ombrix::platform {
+
+/// Starts operations when they are ready, in the order in which they became so, a limited number
+/// at a time. A waiting operation costs no thread, and work per operation does not grow with the
+/// length of the queue.
+///
+/// Observable keys: "operations" and "operationCount", both with the count as value, announced on
+/// the thread that adds or finishes, with no lock held. Operations that were added are finished
+/// also when the queue object is gone. Any thread.
+class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
+                               public std::enable_shared_from_this<NSOperationQueue> {
+  struct Passkey {};
+
+ public:
+  /// As many operations at once as the dispatch queue below runs.
+  static constexpr std::ptrdiff_t kDefaultMaxConcurrentOperationCount = -1;
+
+  /// A new queue that starts operations on the default global dispatch queue.
+  static std::shared_ptr<NSOperationQueue> make(std::string name = {});
+
+  explicit NSOperationQueue(Passkey, std::string name);
+  ~NSOperationQueue() override;
+
+  [[nodiscard]] std::string name() const;
+  void setName(std::string name);
+
+  /// At most so many operations are executing at once; barriers are not counted. 0 holds all back.
+  [[nodiscard]] std::ptrdiff_t maxConcurrentOperationCount() const;
+  void setMaxConcurrentOperationCount(std::ptrdiff_t count);
+
+  /// The dispatch queue that `start` is called on. Change it only while the queue is empty.
+  [[nodiscard]] std::shared_ptr<DispatchQueue> underlyingQueue() const;
+  void setUnderlyingQueue(std::shared_ptr<DispatchQueue> queue);
+
+  /// Adding an operation a second time, to any queue, or one that has finished, stops the program.
+  void addOperation(std::shared_ptr<NSOperation> operation);
+
+  /// Adds an operation that runs the block.
+  void addOperation(std::function<void()> block);
+
+  /// Runs the block when every operation added before has finished; operations added after start
+  /// only once it has returned. It is not among `operations`.
+  void addBarrierBlock(std::function<void()> block);
+
+  /// The operations that have not finished, in the order of adding.
+  [[nodiscard]] std::vector<std::shared_ptr<NSOperation>> operations() const;
+  [[nodiscard]] std::size_t operationCount() const;
+
+  /// Cancels what is in the queue now.
+  void cancelAllOperations();
+
+  /// Blocks until the queue is empty, barriers included.
+  void waitUntilAllOperationsAreFinished();
+
+ protected:
+  std::optional<std::int64_t> valueForKey(std::string_view key) const override;
+
+ private:
+  class State;
+
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace ombrix::platform

@@ -1,0 +1,186 @@
+#include "OmbrixCore/Concurrency/AsyncOperation.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <semaphore>
+#include <thread>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+
+namespace ombrix {
+namespace {
+
+using platform::Async;
+using platform::NSOperationQueue;
+using enum AsyncOperation::OperationState;
+
+class Work final : public AsyncOperation {
+ public:
+  explicit Work(std::function<void(Work&)> body = [](Work& work) { work.finish(); })
+      : body_(std::move(body)) {}
+
+  Async<void> execute() override {
+    body_(*this);
+    co_return;
+  }
+
+ private:
+  const std::function<void(Work&)> body_;
+};
+
+// Catches raw values outside the enumeration that pass as states.
+TEST(AsyncOperationTests, RawValuesOfStates) {
+  EXPECT_EQ(AsyncOperation::operationState(0), ready);
+  EXPECT_EQ(AsyncOperation::operationState(1), executing);
+  EXPECT_EQ(AsyncOperation::operationState(2), finished);
+  for (const int raw : {-1, 3, 1'000}) EXPECT_FALSE(AsyncOperation::operationState(raw)) << raw;
+}
+
+// Catches flags that do not follow the state, and an operation that finishes by itself.
+TEST(AsyncOperationTests, TheStateDrivesEverything) {
+  std::binary_semaphore started{0};
+  const auto work = std::make_shared<Work>([&](Work&) { started.release(); });
+  EXPECT_TRUE(work->isReady() && !work->isExecuting() && !work->isFinished());
+  EXPECT_TRUE(work->isAsynchronous());
+  work->start();
+  started.acquire();
+  EXPECT_TRUE(!work->isReady() && work->isExecuting() && !work->isFinished());
+  work->finish();
+  EXPECT_TRUE(!work->isReady() && !work->isExecuting() && work->isFinished());
+  for (const char* key : {"ready", "executing", "finished"}) {
+    EXPECT_EQ(work->keyPathsForValuesAffectingValue(key), std::set<std::string>{"state"}) << key;
+  }
+  EXPECT_TRUE(work->keyPathsForValuesAffectingValue("name").empty());
+}
+
+// Catches finishing twice, seen as a second notification, also when threads race to finish.
+TEST(AsyncOperationTests, RacingToFinishSendsOneNotification) {
+  for (int round = 0; round < 100; ++round) {
+    const auto work = std::make_shared<Work>([](Work&) {});
+    std::atomic<int> ends = 0, states = 0;
+    using enum platform::KeyValueObservingOptions;
+    const auto state = work->observe(
+        "state", newValue, [&](const auto& change) { states += *change.newValue == 2 ? 1 : 0; });
+    const auto end = work->observe("finished", newValue,
+                                   [&](const auto& change) { ends += *change.newValue ? 1 : 0; });
+    {
+      std::vector<std::jthread> threads;
+      for (int i = 0; i < 4; ++i) threads.emplace_back([&] { work->finish(); });
+    }
+    EXPECT_EQ(states, 1);
+    EXPECT_EQ(ends, 1);
+  }
+}
+
+// Catches a cancelled operation that executes after all.
+TEST(AsyncOperationTests, CancelledBeforeStartGoesStraightToFinished) {
+  const auto queue = NSOperationQueue::make();
+  std::atomic<int> executed = 0;
+  std::vector<std::shared_ptr<Work>> all;
+  queue->setMaxConcurrentOperationCount(0);
+  for (int i = 0; i < 50; ++i) {
+    all.push_back(std::make_shared<Work>([&](Work& work) {
+      ++executed;
+      work.finish();
+    }));
+    queue->addOperation(all.back());
+    all.back()->cancel();
+  }
+  queue->setMaxConcurrentOperationCount(4);
+  queue->waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(executed, 0);
+  for (const auto& work : all) EXPECT_EQ(work->state(), finished);
+}
+
+// Catches a queue that counts an operation as done when `start` returns, and crashes when the last
+// one is finished by a foreign thread while the queue object goes.
+TEST(AsyncOperationTests, FinishedFromAnotherThreadWhileTheQueueGoes) {
+  for (int round = 0; round < 200; ++round) {
+    auto queue = NSOperationQueue::make();
+    queue->setMaxConcurrentOperationCount(1);
+    std::binary_semaphore started{0};
+    auto work = std::make_shared<Work>([&](Work&) { started.release(); });
+    auto next = std::make_shared<Work>();
+    queue->addOperation(work);
+    queue->addOperation(next);
+    started.acquire();
+    EXPECT_EQ(queue->operationCount(), 2u);
+    std::jthread finisher([&] { work->finish(); });
+    queue.reset();
+    next->waitUntilFinished();
+  }
+}
+
+// Catches thousands of operations in flight that lose one another.
+TEST(AsyncOperationTests, FiftyThousandOperationsFinish) {
+  constexpr int kCount = 50'000;
+  const auto queue = NSOperationQueue::make();
+  queue->setMaxConcurrentOperationCount(6);
+  std::atomic<int> executed = 0;
+  for (int i = 0; i < kCount; ++i) {
+    queue->addOperation(std::make_shared<Work>([&](Work& work) {
+      ++executed;
+      work.finish();
+    }));
+  }
+  queue->waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(executed, kCount);
+}
+
+// Catches a missing override that passes in silence.
+TEST(AsyncOperationTests, ExecuteMustBeOverridden) {
+  EXPECT_DEATH(
+      {
+        const auto operation = std::make_shared<AsyncOperation>();
+        operation->start();
+        operation->waitUntilFinished();
+      },
+      "Subclasses must implement `execute`\\.");
+}
+
+// Catches a completion barrier that fires while ready operations have not started, or never.
+TEST(CompletionBarrierTests, WaitsUntilNothingReadyIsLeft) {
+  const auto queue = NSOperationQueue::make();
+  std::binary_semaphore done{0};
+  addCompletionBarrierBlock(*queue, [&] { done.release(); });
+  done.acquire();  // of the empty queue
+
+  // Held back by the width behind the barrier's own segment: ready, not started.
+  std::atomic<int> executed = 0;
+  auto add = [&] {
+    queue->addOperation(std::make_shared<Work>([&](Work& work) {
+      ++executed;
+      work.finish();
+    }));
+  };
+  queue->setMaxConcurrentOperationCount(0);
+  add();
+  addCompletionBarrierBlock(*queue, [&] {
+    EXPECT_EQ(executed, 20);
+    done.release();
+  });
+  for (int i = 1; i < 20; ++i) add();
+  queue->setMaxConcurrentOperationCount(2);
+  done.acquire();
+}
+
+// Catches a barrier that keeps its queue alive, or runs for one that is gone.
+TEST(CompletionBarrierTests, NothingIsCalledOnceTheQueueIsGone) {
+  auto queue = NSOperationQueue::make();
+  const auto work = std::make_shared<Work>([](Work&) {});
+  const auto target = platform::DispatchQueue::serial("target");
+  queue->setUnderlyingQueue(target);
+  queue->addOperation(work);
+  std::atomic<bool> wasCalled = false;
+  addCompletionBarrierBlock(*queue, [&] { wasCalled = true; });
+  queue.reset();
+  target->sync([] {});
+  work->finish();
+  target->sync([] {});
+  EXPECT_FALSE(wasCalled);
+}
+
+}  // namespace
+}  // namespace ombrix

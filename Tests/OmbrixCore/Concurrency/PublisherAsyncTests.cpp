@@ -1,0 +1,163 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "OmbrixCore/Concurrency/Publisher+Async.hpp"
+#include "OmbrixPlatform/Concurrency/Task.hpp"
+#include "OmbrixPlatform/Publishers/Subject.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/ManualClock.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
+
+namespace ombrix {
+namespace {
+
+using namespace std::chrono_literals;
+using platform::AnyPublisher;
+using platform::Async;
+using platform::Completion;
+using platform::startTask;
+
+// A subject that tells when somebody subscribes and cancels.
+template <class Output>
+struct Source {
+  platform::PassthroughSubject<Output, HTTPError> subject;
+  std::binary_semaphore subscribed{0};
+  std::atomic<int> cancels{0};
+
+  AnyPublisher<Output, HTTPError> publisher() {
+    return subject.handleEvents(
+        {.receiveCancel = [this] { ++cancels; },
+         .receiveRequest = [this](platform::Demand) { subscribed.release(); }});
+  }
+  platform::Task<Output> start() {
+    auto task = asAsync(publisher()).start();
+    subscribed.acquire();
+    return task;
+  }
+};
+
+template <class Body>
+HTTPError failureOf(Body body) {
+  try {
+    body();
+  } catch (const HTTPError& error) {
+    return error;
+  }
+  return HTTPError::unknown();
+}
+
+// Catches values after the first that get through, and a subscription that outlives its use.
+TEST(AsAsyncTests, TheFirstValueWinsAndEndsTheSubscription) {
+  Source<int> source;
+  const auto task = source.start();
+  source.subject.send(1);
+  source.subject.send(2);
+  EXPECT_EQ(task.get(), 1);
+  EXPECT_EQ(source.cancels, 1);
+  EXPECT_EQ(asAsync(AnyPublisher<std::string, platform::Never>::just("now")).get(), "now");
+}
+
+// Catches failures and ends without a value that leave the caller waiting.
+TEST(AsAsyncTests, FailuresAndMissingValuesAreThrown) {
+  using Any = AnyPublisher<int, HTTPError>;
+  EXPECT_EQ(failureOf([] { asAsync(Any::fail(HTTPError::forbidden())).get(); }),
+            HTTPError::forbidden());
+  Source<int> source;
+  const auto task = source.start();
+  source.subject.sendCompletion(Completion<HTTPError>::finished());
+  EXPECT_EQ(failureOf([&] { task.get(); }), HTTPError::missingBody());
+}
+
+// Catches an end without a value that is reported at once for the empty tuple, or never.
+TEST(AsAsyncTests, TheEmptyTupleGetsHalfASecondOfGrace) {
+  const auto clock = std::make_shared<testing::ManualClock>();
+  const testing::ScopedService scoped(platform::services().clock, clock);
+  Source<platform::Void> source;
+  const auto task = source.start();
+  source.subject.sendCompletion(Completion<HTTPError>::finished());
+  clock->advance(499ms);
+  platform::DispatchQueue::main().sync([] {});
+  EXPECT_FALSE(task.isFinished());
+  clock->advance(1ms);
+  EXPECT_EQ(failureOf([&] { task.get(); }), HTTPError::missingBody());
+}
+
+// Catches a cancelled wait that goes on, or leaves its subscription behind.
+TEST(AsAsyncTests, CancellingTheTaskCancelsTheSubscription) {
+  Source<int> source;
+  const auto task = source.start();
+  task.cancel();
+  EXPECT_THROW(task.get(), platform::CancellationError);
+  EXPECT_EQ(source.cancels, 1);
+}
+
+// Catches double resumption and hangs when value, end and cancellation race.
+TEST(AsAsyncTests, RacingAnswersResumeOnce) {
+  for (int round = 0; round < 300; ++round) {
+    Source<int> source;
+    const auto task = source.start();
+    {
+      std::jthread one([&] { source.subject.send(1); });
+      std::jthread two([&] { task.cancel(); });
+      source.subject.sendCompletion(Completion<HTTPError>::failure(HTTPError::canceled()));
+    }
+    try {
+      EXPECT_EQ(task.get(), 1);
+    } catch (const HTTPError&) {
+    } catch (const platform::CancellationError&) {
+    }
+  }
+}
+
+// Catches lost or reordered values, an end that overtakes them, and a failure that is swallowed.
+TEST(AsAsyncStreamTests, DeliversEverythingThenTheEnd) {
+  for (const bool fails : {false, true}) {
+    Source<int> source;
+    auto stream = asAsyncStream(source.publisher());
+    std::jthread sender([&] {
+      for (int i = 0; i < 1'000; ++i) source.subject.send(i);
+      source.subject.sendCompletion(fails ? Completion<HTTPError>::failure(HTTPError::forbidden())
+                                          : Completion<HTTPError>::finished());
+    });
+    std::vector<int> values;
+    auto consume = [&]() -> Async<void> {
+      for (;;) {
+        const auto value = co_await stream.next();
+        if (!value) break;
+        values.push_back(*value);
+      }
+    };
+    const auto outcome = failureOf([&] { consume().get(); });
+    EXPECT_EQ(outcome, fails ? HTTPError::forbidden() : HTTPError::unknown());
+    ASSERT_EQ(values.size(), 1'000u);
+    EXPECT_TRUE(std::is_sorted(values.begin(), values.end()));
+    EXPECT_EQ(source.cancels, 0);
+  }
+}
+
+// Catches subscriptions that outlive a dropped stream or a cancelled consumer.
+TEST(AsAsyncStreamTests, TheEndOfTheStreamCancelsTheSubscription) {
+  Source<int> dropped;
+  {
+    const auto stream = asAsyncStream(dropped.publisher());
+  }
+  EXPECT_EQ(dropped.cancels, 1);
+
+  Source<int> cancelled;
+  auto stream = asAsyncStream(cancelled.publisher());
+  const auto task = startTask([&]() -> Async<bool> {
+    const auto value = co_await stream.next();
+    co_return value.has_value();
+  });
+  task.cancel();
+  EXPECT_FALSE(task.get());
+  EXPECT_EQ(cancelled.cancels, 1);
+}
+
+}  // namespace
+}  // namespace ombrix

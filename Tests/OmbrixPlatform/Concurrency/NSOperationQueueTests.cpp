@@ -1,0 +1,197 @@
+#include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <latch>
+#include <mutex>
+#include <semaphore>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ombrix::platform {
+namespace {
+
+class Block final : public NSOperation {
+ public:
+  explicit Block(std::function<void()> work) : work_(std::move(work)) {}
+  void main() override { work_(); }
+
+ private:
+  const std::function<void()> work_;
+};
+
+std::shared_ptr<NSOperation> block(std::function<void()> work) {
+  return std::make_shared<Block>(std::move(work));
+}
+
+// Catches operations that start before what they depend on, or never, in chains and diamonds.
+TEST(NSOperationQueueTests, DependenciesComeFirst) {
+  const auto queue = NSOperationQueue::make("dependencies");
+  std::mutex mutex;
+  std::string order;
+  auto letter = [&](char name) {
+    return block([&, name] {
+      const std::lock_guard lock(mutex);
+      order += name;
+    });
+  };
+  const auto a = letter('a'), b = letter('b'), c = letter('c'), d = letter('d'), e = letter('e');
+  b->addDependency(a);
+  c->addDependency(a);
+  d->addDependency(b);
+  d->addDependency(c);
+  e->addDependency(d);
+  for (const auto& each : {e, d, c, b, a}) queue->addOperation(each);
+  queue->waitUntilAllOperationsAreFinished();
+  EXPECT_TRUE(order == "abcde" || order == "acbde") << order;
+
+  const auto late = letter('f');
+  late->addDependency(e);  // has finished already
+  EXPECT_TRUE(late->isReady());
+}
+
+// Catches queues that rescan themselves, hold threads for waiting operations, or destroy a long
+// chain on the stack.
+TEST(NSOperationQueueTests, FiftyThousandOperationsFinish) {
+  constexpr int kCount = 50'000;
+  const auto queue = NSOperationQueue::make("many");
+  queue->setMaxConcurrentOperationCount(8);
+  std::atomic<int> ran = 0;
+  std::shared_ptr<NSOperation> last = block([&] { ++ran; });
+  const auto first = last;
+  for (int i = 1; i < kCount; ++i) {
+    auto operation = block([&] { ++ran; });
+    if (i % 2 == 0) operation->addDependency(last);
+    queue->addOperation(operation);
+    last = std::move(operation);
+  }
+  EXPECT_LT(ThreadPool::shared().threadCount(), 50u);
+  queue->addOperation(first);
+  queue->waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(ran, kCount);
+}
+
+// Catches more operations at once than allowed, and a width that is not refilled.
+TEST(NSOperationQueueTests, TheWidthIsKept) {
+  const auto queue = NSOperationQueue::make();
+  queue->setMaxConcurrentOperationCount(0);
+  std::atomic<int> running = 0, most = 0, ran = 0;
+  for (int i = 0; i < 200; ++i) {
+    queue->addOperation([&] {
+      const int now = ++running;
+      int seen = most;
+      while (seen < now && !most.compare_exchange_weak(seen, now)) {
+      }
+      std::this_thread::yield();
+      --running;
+      ++ran;
+    });
+  }
+  EXPECT_EQ(ran, 0);
+  EXPECT_EQ(queue->operationCount(), 200u);
+  queue->setMaxConcurrentOperationCount(3);
+  queue->waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(ran, 200);
+  EXPECT_LE(most, 3);
+}
+
+// Catches barriers that overlap operations on either side.
+TEST(NSOperationQueueTests, BarriersSeparateBeforeFromAfter) {
+  const auto queue = NSOperationQueue::make();
+  std::atomic<int> before = 0, after = 0, barriers = 0;
+  for (int round = 0; round < 10; ++round) {
+    for (int i = 0; i < 10; ++i) queue->addOperation([&] { ++before; });
+    queue->addBarrierBlock([&, round] {
+      EXPECT_EQ(before, 10 * (round + 1));
+      EXPECT_EQ(after, 10 * round);
+      ++barriers;
+    });
+    for (int i = 0; i < 10; ++i) queue->addOperation([&] { ++after; });
+    queue->addBarrierBlock([&] { ++barriers; });
+  }
+  queue->waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(barriers, 20);
+}
+
+// Catches cancelled operations that run, or that wait for their dependencies for ever.
+TEST(NSOperationQueueTests, CancelledOperationsFinishWithoutRunning) {
+  const auto queue = NSOperationQueue::make();
+  queue->setMaxConcurrentOperationCount(1);
+  std::binary_semaphore entered{0}, gate{0};
+  std::atomic<int> ran = 0;
+  queue->addOperation([&] {
+    entered.release();
+    gate.acquire();
+  });
+  const auto never = block([] {});
+  for (int i = 0; i < 100; ++i) {
+    const auto operation = block([&] { ++ran; });
+    operation->addDependency(never);
+    queue->addOperation(operation);
+  }
+  entered.acquire();
+  queue->cancelAllOperations();
+  gate.release();
+  queue->waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(ran, 0);
+  EXPECT_EQ(queue->operationCount(), 0u);
+}
+
+// Catches changes of the list that observers are not told, or told with a lock held.
+TEST(NSOperationQueueTests, TheCountIsObservable) {
+  const auto queue = NSOperationQueue::make();
+  queue->setMaxConcurrentOperationCount(1);
+  std::vector<std::int64_t> counts;
+  std::mutex mutex;
+  const auto token =
+      queue->observe("operationCount", KeyValueObservingOptions::newValue, [&](const auto& change) {
+        EXPECT_EQ(queue->operations().size(), queue->operationCount());
+        const std::lock_guard lock(mutex);
+        counts.push_back(*change.newValue);
+      });
+  const auto operation = block([] {});
+  queue->setMaxConcurrentOperationCount(0);
+  queue->addOperation(operation);
+  queue->setMaxConcurrentOperationCount(1);
+  operation->waitUntilFinished();
+  queue->waitUntilAllOperationsAreFinished();
+  while (true) {
+    const std::lock_guard lock(mutex);
+    if (counts.size() == 2) break;
+  }
+  EXPECT_EQ(counts, (std::vector<std::int64_t>{1, 0}));
+}
+
+// Catches work that runs on another dispatch queue than the one that was set, and completion
+// blocks that are lost.
+TEST(NSOperationQueueTests, StartsOnTheUnderlyingQueue) {
+  const auto queue = NSOperationQueue::make();
+  const auto target = DispatchQueue::serial("target");
+  queue->setUnderlyingQueue(target);
+  std::latch done(2);
+  const auto operation = block([&] {
+    EXPECT_TRUE(target->isCurrent());
+    done.count_down();
+  });
+  operation->setCompletionBlock([&] { done.count_down(); });
+  queue->addOperation(operation);
+  done.wait();
+}
+
+// Catches a second start that goes unnoticed.
+TEST(NSOperationQueueTests, AddingTwiceStopsTheProgram) {
+  EXPECT_DEATH(
+      {
+        const auto operation = block([] {});
+        const auto queue = NSOperationQueue::make();
+        queue->setMaxConcurrentOperationCount(0);
+        queue->addOperation(operation);
+        NSOperationQueue::make()->addOperation(operation);
+      },
+      "an operation was added to a queue twice");
+}
+
+}  // namespace
+}  // namespace ombrix::platform
