@@ -74,9 +74,26 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
     for (const auto& conduit : round) conduit->serve();
   }
 
+  /// Nobody can send any more: lets go of all subscribers, who may hold on to this state.
+  void close() {
+    std::list<std::shared_ptr<Conduit>> released;
+    std::vector<AnySubscriber> subscribers;
+    const std::lock_guard lock(mutex_);
+    released.swap(conduits_);
+    for (const auto& conduit : released) subscribers.push_back(conduit->release());
+  }
+
   Output value() const {
     const std::lock_guard lock(mutex_);
     return *value_;
+  }
+
+  /// The state behind the handles of a subject; closed when the last of these goes.
+  template <class... Value>
+  static std::shared_ptr<SubjectState> make(Value&&... value) {
+    const auto state = std::make_shared<SubjectState>(std::forward<Value>(value)...);
+    const auto owner = std::shared_ptr<void>(nullptr, [state](void*) { state->close(); });
+    return std::shared_ptr<SubjectState>(owner, state.get());
   }
 
  private:
@@ -97,8 +114,17 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
       return !isServed_;
     }
 
+    /// With the lock held: the subscriber, which is served no longer.
+    AnySubscriber release() {
+      isListed_ = false;
+      return std::exchange(downstream_, nullptr);
+    }
+
     /// With the lock held.
-    void end(const Completion<Failure>& completion) { completion_ = completion; }
+    void end(const Completion<Failure>& completion) {
+      isListed_ = false;
+      completion_ = completion;
+    }
 
     /// Delivers what waits, unless another call does already.
     void serve() {
@@ -158,7 +184,7 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
       if (!downstream_) return;
       released = std::move(downstream_);
       dropped.swap(waiting_);
-      if (!completion_) {
+      if (std::exchange(isListed_, false)) {
         self = std::move(*position);
         subject_->conduits_.erase(position);
       }
@@ -181,6 +207,7 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
     Demand demand_ = Demand::none();
     std::vector<Output> waiting_;
     std::optional<Completion<Failure>> completion_;
+    bool isListed_ = true;
     bool isServed_ = true;  // until the subscriber was given this subscription
   };
 
@@ -202,7 +229,7 @@ template <class Output, class Failure>
 class PassthroughSubject final
     : public PublisherOperators<PassthroughSubject<Output, Failure>, Output, Failure> {
  public:
-  PassthroughSubject() : state_(std::make_shared<detail::SubjectState<Output, Failure>>()) {}
+  PassthroughSubject() : state_(detail::SubjectState<Output, Failure>::make()) {}
 
   void send(Output value) const { state_->send(std::move(value)); }
 
@@ -225,7 +252,7 @@ class CurrentValueSubject final
     : public PublisherOperators<CurrentValueSubject<Output, Failure>, Output, Failure> {
  public:
   explicit CurrentValueSubject(Output value)
-      : state_(std::make_shared<detail::SubjectState<Output, Failure>>(std::move(value))) {}
+      : state_(detail::SubjectState<Output, Failure>::make(std::move(value))) {}
 
   /// A copy of the latest value, also after the end.
   [[nodiscard]] Output value() const { return state_->value(); }
