@@ -121,7 +121,9 @@ std::optional<std::int64_t> FuzzyPattern::score(std::string_view text) const {
 }
 
 void sortByScore(std::vector<RankedText>& matches) {
-  std::ranges::stable_sort(matches, std::ranges::greater(), &RankedText::score);
+  std::ranges::sort(matches, [](const RankedText& a, const RankedText& b) {
+    return a.score != b.score ? a.score > b.score : a.index < b.index;
+  });
 }
 
 struct LevenshteinPattern::Prepared {

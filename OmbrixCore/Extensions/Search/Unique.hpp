@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "OmbrixCore/Extensions/Search/Detail/FirstSeenTable.hpp"
+#include "OmbrixCore/Extensions/Search/FirstSeenTable.hpp"
 
 namespace ombrix {
 namespace detail {
