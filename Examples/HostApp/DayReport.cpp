@@ -2,60 +2,48 @@
 
 #include <fmt/format.h>
 
-#include "OmbrixCore/Settings/OmbrixSettings.hpp"
+#include "Examples/HostApp/StyledText.hpp"
+#include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
+#include "OmbrixCore/Formatting/OmbrixMeasurementFormatter.hpp"
 #include "OmbrixPlatform/Text/DateFormatter.hpp"
 
 namespace ombrix::hostapp {
 namespace {
 
-constexpr double kMetersInMile = 1609.344;
-constexpr double kMetersInFoot = 0.3048;
+using Format = OmbrixMeasurementFormatter::MeasurementFormat;
 
-/// How plain numbers are shown in a unit system.
-struct Units {
-  double metersInDistance, metersInHeight;
-  const char *distance, *height, *speed;
-  double metersInSpeedDistance;
-};
+std::string styled(std::optional<platform::NSAttributedString> text) {
+  return text ? forStandardOutput(*text) : "?";
+}
 
-Units unitsOf(const std::string& metricType) {
-  if (metricType == "miles")
-    return {kMetersInMile, kMetersInFoot, "mi", "ft", "mph", kMetersInMile};
-  if (metricType == "british") return {1000, 1, "km", "m", "mph", kMetersInMile};
-  return {1000, 1, "km", "m", "km/h", 1000};
+/// A value in SI units in the user's units, styled.
+std::string value(Format format, double number) {
+  OmbrixMeasurementFormatter formatter(format);
+  return styled(formatter.attributedStringWithDefaultAttributes(number, valueAttributes()));
 }
 
 std::string duration(double seconds) {
-  const auto whole = static_cast<long long>(seconds);
-  return fmt::format("{}:{:02}:{:02}", whole / 3600, whole / 60 % 60, whole % 60);
+  OmbrixDurationFormatter formatter(platform::NSCalendarUnit::second);
+  return styled(formatter.attributedStringWithDefaultAttributes(seconds, valueAttributes()));
 }
 
 }  // namespace
 
 std::string dayReport(const DaySummary& day, const std::string& title) {
-  const Units units = unitsOf(OmbrixSettings::shared().metricType());
   std::string text = fmt::format("{}\n", title);
-  const auto line = [&](const char* label, const std::string& value) {
-    text += fmt::format("  {:<15} {}\n", label, value);
-  };
-  const auto height = [&](double meters) {
-    return fmt::format("{:.0f} {}", meters / units.metersInHeight, units.height);
-  };
-  const auto speed = [&](double metersPerSecond) {
-    return fmt::format("{:.1f} {}", metersPerSecond * 3600 / units.metersInSpeedDistance,
-                       units.speed);
+  const auto line = [&](const char* label, const std::string& shown) {
+    text += fmt::format("  {:<15} {}\n", label, shown);
   };
   if (day.startTime) {
-    const platform::DateFormatter formatter("EEEE, d MMMM y, HH:mm");
-    line("Start", formatter.stringFrom(*day.startTime));
+    line("Start", platform::DateFormatter("EEEE, d MMMM y, HH:mm").stringFrom(*day.startTime));
     line("Span", duration(day.spanSeconds()));
-    line("Distance",
-         fmt::format("{:.1f} {}", day.distanceMeters / units.metersInDistance, units.distance));
-    line("Vertical up", height(day.ascentMeters));
-    line("Vertical down", height(day.descentMeters));
-    line("Top speed", speed(day.maxSpeedMetersPerSecond));
-    line("Average speed", speed(day.averageSpeedMetersPerSecond));
-    line("Altitude", height(*day.minAltitudeMeters) + " to " + height(*day.maxAltitudeMeters));
+    line("Distance", value(Format::distance, day.distanceMeters));
+    line("Vertical up", value(Format::vertical, day.ascentMeters));
+    line("Vertical down", value(Format::vertical, day.descentMeters));
+    line("Top speed", value(Format::speed, day.maxSpeedMetersPerSecond));
+    line("Average speed", value(Format::speed, day.averageSpeedMetersPerSecond));
+    line("Altitude", value(Format::altitude, *day.minAltitudeMeters) + " to " +
+                         value(Format::altitude, *day.maxAltitudeMeters));
   }
   line("Fixes",
        fmt::format("{} read, {} skipped, {} used", day.rows, day.skipped, day.usedForStats));

@@ -2,6 +2,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <optional>
 #include <string>
 
 #include "Examples/HostApp/Commands.hpp"
@@ -18,12 +19,20 @@ int complain(const std::string& message, int status) {
   return status;
 }
 
-/// A mistyped command deserves its name in the answer; CLI11 only says that one is required.
-bool namesNoCommand(const CLI::App& app, const std::string& argument) {
-  if (argument.starts_with('-')) return false;
-  const auto commands = app.get_subcommands(nullptr);
-  return std::ranges::none_of(
-      commands, [&](const CLI::App* command) { return command->check_name(argument); });
+/// The first argument that stands where a command is needed and names none; nothing when all do.
+/// CLI11 itself only says that a command is required, which helps nobody who mistyped one.
+std::optional<std::string> mistypedCommand(const CLI::App& app, int argc, char** argv) {
+  const CLI::App* level = &app;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    const auto commands = level->get_subcommands(nullptr);
+    if (commands.empty() || argument.starts_with('-')) return std::nullopt;
+    const auto named = std::ranges::find_if(
+        commands, [&](const CLI::App* command) { return command->check_name(argument); });
+    if (named == commands.end()) return argument;
+    level = *named;
+  }
+  return std::nullopt;
 }
 
 }  // namespace
@@ -36,12 +45,12 @@ int main(int argc, char** argv) {
   addDayCommand(app);
   addTrackCommand(app);
   addSampleCommand(app);
+  addFormatCommand(app);
   addSettingsCommand(app);
   addLogCommand(app);
 
-  if (argc > 1 && namesNoCommand(app, argv[1])) {
-    return complain("there is no command '" + std::string(argv[1]) + "'; see ombrix --help",
-                    kWrongArguments);
+  if (const auto mistyped = mistypedCommand(app, argc, argv)) {
+    return complain("there is no command '" + *mistyped + "'; see ombrix --help", kWrongArguments);
   }
   try {
     ombrix::OmbrixSettings::shared().registerCoreSettings();

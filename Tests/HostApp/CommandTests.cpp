@@ -72,6 +72,9 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
   const Case cases[] = {
       {"", 2, "A subcommand is required"},
       {"dya day.csv", 2, "dya"},
+      {"format furlong 3", 2, "furlong"},
+      {"format speed ten", 2, "ten"},
+      {"format speed 10 --style wide", 2, "--style"},
       {"day", 2, "TRACK.csv is required"},
       {"day day.csv --units furlongs", 2, "--units"},
       {"day day.csv --wrong", 2, "--wrong"},
@@ -120,6 +123,29 @@ TEST(CommandTests, BadRowsAreCountedAndLeftOut) {
   EXPECT_EQ(text.status, 0);
   EXPECT_NE(text.output.find("2 read"), std::string::npos) << text.output;
   EXPECT_NE(text.output.find("2 skipped"), std::string::npos) << text.output;
+}
+
+// Catches options that do not reach the formatters, and style where no terminal asks for it.
+TEST(CommandTests, FormatsValuesInUnitsAndLanguages) {
+  const testing::ScopedDir folder;
+  struct Case {
+    const char* arguments;
+    const char* text;
+  };
+  const Case cases[] = {
+      {"speed 10 --units kilometers", "36.0 KM/H"},
+      {"speed 10 --units british --style long", "22.4 MILES PER HOUR"},
+      {"vertical 1000 --units miles --style value", "3,281"},
+      {"distance 1500 --units kilometers --locale de_DE", "1,5 KM"},
+      {"temperature -5 --locale fr_FR --style value", "-5"},
+      {"duration 3000 --minimum minute --units kilometers", "50 MIN"},
+      {"duration 3000 --minimum minute --units miles", "50M"},
+      {"timer 307", "5:07"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(run(folder, std::string("format ") + c.arguments).output, std::string(c.text) + "\n")
+        << c.arguments;
+  }
 }
 
 // Catches a setting that does not survive the process, or a default that hides it.

@@ -1,0 +1,114 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <memory>
+
+#include "Examples/HostApp/Commands.hpp"
+#include "Examples/HostApp/Preferences.hpp"
+#include "Examples/HostApp/StyledText.hpp"
+#include "OmbrixCore/Formatting/FormatNames.hpp"
+#include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
+#include "OmbrixCore/Formatting/OmbrixTimerFormatter.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+using platform::NSCalendarUnit;
+using UnitStyle = OmbrixMeasurementFormatter::UnitStyle;
+
+struct Options {
+  double number = 0;
+  UnitStyle style = UnitStyle::mediumStyle;
+  NSCalendarUnit minimum = NSCalendarUnit::second;
+};
+
+void print(const std::optional<platform::NSAttributedString>& text) {
+  if (!text) throw CommandFailure("there is no text for this value");
+  fmt::print("{}\n", forStandardOutput(*text));
+}
+
+/// The unit in which a bare number is taken.
+const char* inputUnit(OmbrixMeasurementFormatter::MeasurementFormat format) {
+  using enum OmbrixMeasurementFormatter::MeasurementFormat;
+  switch (format) {
+    case speed:
+      return "meters per second";
+    case weight:
+      return "kilograms";
+    case energy:
+      return "kilocalories";
+    case heartRate:
+      return "beats per minute";
+    case depth:
+      return "centimeters";
+    case temperature:
+      return "degrees Celsius";
+    case angle:
+      return "degrees";
+    default:
+      return "meters";
+  }
+}
+
+/// Adds `format <kind> VALUE` for one kind of measurement.
+void addMeasurement(CLI::App& format, const std::string& kind,
+                    OmbrixMeasurementFormatter::MeasurementFormat measurementFormat) {
+  static const std::map<std::string, UnitStyle> kStyles = {{"value", UnitStyle::valueOnly},
+                                                           {"short", UnitStyle::shortStyle},
+                                                           {"medium", UnitStyle::mediumStyle},
+                                                           {"long", UnitStyle::longStyle}};
+  const auto options = std::make_shared<Options>();
+  CLI::App* command =
+      format.add_subcommand(kind, std::string("VALUE in ") + inputUnit(measurementFormat));
+  command->add_option("VALUE", options->number, "The number, in the kind's own unit")->required();
+  command
+      ->add_option("--style", options->style, "How the unit is written: value, short, medium, long")
+      ->transform(CLI::CheckedTransformer(kStyles))
+      ->option_text("STYLE");
+  addPreferenceOptions(*command);
+  command->callback([options, measurementFormat] {
+    OmbrixMeasurementFormatter formatter(measurementFormat);
+    formatter.setUnitStyle(options->style);
+    print(formatter.attributedStringWithDefaultAttributes(options->number, valueAttributes()));
+  });
+}
+
+/// Adds `format <kind> SECONDS` for durations or timers.
+template <class Formatter>
+void addSpan(CLI::App& format, const std::string& kind, const std::string& description) {
+  static const std::map<std::string, NSCalendarUnit> kUnits = {{"day", NSCalendarUnit::day},
+                                                               {"hour", NSCalendarUnit::hour},
+                                                               {"minute", NSCalendarUnit::minute},
+                                                               {"second", NSCalendarUnit::second}};
+  const auto options = std::make_shared<Options>();
+  CLI::App* command = format.add_subcommand(kind, description);
+  command->add_option("SECONDS", options->number, "The span of time")
+      ->required()
+      ->check(CLI::Range(-9e18, 9e18));
+  command
+      ->add_option("--minimum", options->minimum,
+                   "The smallest unit that is shown: day, hour, minute, second")
+      ->transform(CLI::CheckedTransformer(kUnits))
+      ->option_text("UNIT");
+  addPreferenceOptions(*command);
+  command->callback([options] {
+    Formatter formatter(options->minimum);
+    print(formatter.attributedStringWithDefaultAttributes(options->number, valueAttributes()));
+  });
+}
+
+}  // namespace
+
+void addFormatCommand(CLI::App& app) {
+  CLI::App* format = app.add_subcommand(
+      "format", "Writes one value in the user's units and language: format KIND VALUE");
+  format->require_subcommand(1);
+  for (const auto& [name, measurementFormat] : measurementFormatNames()) {
+    addMeasurement(*format, std::string(name), measurementFormat);
+  }
+  addSpan<OmbrixDurationFormatter>(*format, "duration", "SECONDS as a labelled duration");
+  addSpan<OmbrixTimerFormatter>(*format, "timer", "SECONDS as a running clock");
+}
+
+}  // namespace ombrix::hostapp

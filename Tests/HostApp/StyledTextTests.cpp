@@ -1,0 +1,19 @@
+#include "Examples/HostApp/StyledText.hpp"
+
+#include <gtest/gtest.h>
+
+#include "OmbrixCore/Formatting/OmbrixValueFormatter.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+// Catches escape sequences that are left open, or runs that are drawn out of order.
+TEST(StyledTextTests, DrawsNumbersBoldAndUnitsQuiet) {
+  const auto text = OmbrixValueFormatter::shared().attributedStringWithDefaultAttributes(
+      "4,520 FT", valueAttributes());
+  EXPECT_EQ(drawnForTerminal(*text), "\x1b[1m4,520 \x1b[0m\x1b[38;2;140;140;140mFT\x1b[0m");
+  EXPECT_EQ(drawnForTerminal(platform::NSAttributedString("plain ′")), "plain ′");
+}
+
+}  // namespace
+}  // namespace ombrix::hostapp
