@@ -1,0 +1,143 @@
+#include "OmbrixPlatform/Files/Detail/CoordinationLock.hpp"
+
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+
+namespace ombrix::platform::detail {
+namespace {
+
+/// The bytes of the lock file that stand for one path; they need not exist in it.
+///
+/// Readers pass the gate, shared, on their way to `access`; writers hold it until they are done, so
+/// that a stream of readers never keeps one waiting for ever. `upgrade` is held by a reader that
+/// became a writer: a second one would wait for the first, and the first for it.
+struct Ranges {
+  off_t gate, access, upgrade;
+};
+
+Ranges rangesOf(const std::string& path) noexcept {
+  // FNV-1a. Paths of the same hash merely share their lock.
+  std::uint64_t hash = 0xcbf29ce484222325;
+  for (const char c : path) hash = (hash ^ static_cast<unsigned char>(c)) * 0x100000001b3;
+  const auto first = static_cast<off_t>((hash >> 4U) << 2U);
+  return {first, first + 1, first + 2};
+}
+
+/// What the thread has access to, innermost last.
+struct Held {
+  std::string lockFile;
+  off_t access;
+  bool isExclusive;
+  Descriptor file;  // empty where no lock was needed
+};
+thread_local std::vector<Held> held;
+
+/// Locks one byte; 0 or errno. The locks belong to the open file, thus to one acquisition.
+int setLock(int file, off_t byte, short type, bool waits) noexcept {
+  struct flock lock{};
+  lock.l_type = type;
+  lock.l_whence = SEEK_SET;
+  lock.l_start = byte;
+  lock.l_len = 1;
+  if (retrying([&] { return ::fcntl(file, F_OFD_SETLK, &lock); }) == 0) return 0;
+  if (!waits || (errno != EAGAIN && errno != EACCES)) return errno;
+  const ThreadPool::BlockingScope blocking;
+  return retrying([&] { return ::fcntl(file, F_OFD_SETLKW, &lock); }) == 0 ? 0 : errno;
+}
+
+Descriptor openLockFile(const std::string& path) {
+  constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW;
+  constexpr mode_t kOwnerOnly = 0600;
+  Descriptor file = openFile(path, kFlags, kOwnerOnly);
+  if (file || errno != ENOENT) return file;
+  std::error_code ignored;
+  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+  return openFile(path, kFlags, kOwnerOnly);
+}
+
+/// Whether the path still leads to the open file.
+bool isCurrent(int file, const std::string& path) noexcept {
+  struct stat open{};
+  struct stat named{};
+  return ::fstat(file, &open) == 0 && ::stat(path.c_str(), &named) == 0 &&
+         open.st_ino == named.st_ino && open.st_dev == named.st_dev;
+}
+
+int lockRanges(int file, const Ranges& ranges, CoordinationAccess access) noexcept {
+  const bool isExclusive = access == CoordinationAccess::exclusive;
+  const short type = isExclusive ? F_WRLCK : F_RDLCK;
+  int error = setLock(file, ranges.gate, type, true);
+  if (error == 0) error = setLock(file, ranges.access, type, true);
+  if (error == 0 && !isExclusive) error = setLock(file, ranges.gate, F_UNLCK, false);
+  return error;
+}
+
+}  // namespace
+
+FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFile,
+                                                       const std::string& path,
+                                                       CoordinationAccess access) {
+  const Ranges ranges = rangesOf(path);
+  const bool isExclusive = access == CoordinationAccess::exclusive;
+  const auto failure = [&](int code) { return std::unexpected(FileError(code, "lock", path)); };
+
+  bool isHeld = false;
+  for (Held& outer : held) {
+    if (outer.access != ranges.access || outer.lockFile != lockFile) continue;
+    isHeld = true;
+    if (!isExclusive || outer.isExclusive) return CoordinationLock(Ending::nothing);
+  }
+  if (isHeld) {
+    // The outer reader's own lock becomes exclusive until the inner writer ends.
+    for (Held& outer : held) {
+      if (outer.access != ranges.access || outer.lockFile != lockFile) continue;
+      if (!outer.file) return failure(EROFS);
+      if (setLock(outer.file.get(), ranges.upgrade, F_WRLCK, false) != 0) return failure(EDEADLK);
+      if (const int error = setLock(outer.file.get(), ranges.access, F_WRLCK, true); error != 0) {
+        setLock(outer.file.get(), ranges.upgrade, F_UNLCK, false);
+        return failure(error);
+      }
+      held.push_back({lockFile, ranges.access, true, Descriptor()});
+      return CoordinationLock(Ending::downgrade);
+    }
+  }
+
+  while (true) {
+    Descriptor file = openLockFile(lockFile);
+    if (!file && !isExclusive && (errno == EROFS || errno == EACCES || errno == ENOSPC)) {
+      const int whyNot = errno;
+      file = openFile(lockFile, O_RDONLY | O_NOFOLLOW);
+      // On a read-only disk without a lock file nobody can be writing.
+      if (!file && whyNot == EROFS && errno == ENOENT) {
+        held.push_back({lockFile, ranges.access, false, Descriptor()});
+        return CoordinationLock(Ending::pop);
+      }
+      if (!file) errno = whyNot;
+    }
+    if (!file) return failure(errno);
+    if (const int error = lockRanges(file.get(), ranges, access); error != 0) return failure(error);
+    if (!isCurrent(file.get(), lockFile)) continue;
+    held.push_back({lockFile, ranges.access, isExclusive, std::move(file)});
+    return CoordinationLock(Ending::release);
+  }
+}
+
+CoordinationLock::~CoordinationLock() {
+  if (ending_ == Ending::nothing) return;
+  const Held ended = std::move(held.back());
+  held.pop_back();
+  // Closing the file, with `ended`, releases its locks.
+  if (ending_ != Ending::downgrade) return;
+  for (const Held& outer : held) {
+    if (outer.access != ended.access || outer.lockFile != ended.lockFile || !outer.file) continue;
+    setLock(outer.file.get(), ended.access, F_RDLCK, false);
+    setLock(outer.file.get(), ended.access + 1, F_UNLCK, false);
+  }
+}
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <utility>
+
+#include "OmbrixPlatform/Files/FileError.hpp"
+
+namespace ombrix::platform::detail {
+
+enum class CoordinationAccess : std::uint8_t { shared, exclusive };
+
+/// Access to one path, held by the thread that acquired it until the end of its scope. What a
+/// thread holds is released in the opposite order.
+class CoordinationLock {
+ public:
+  /// Blocks until the access is granted. A lock file that is replaced or removed meanwhile is
+  /// opened anew: whoever holds a lock on the file that is there is the only holder.
+  /// @param lockFile The file that holds the locks; it and its folder are made when missing.
+  /// @param path The path with its links resolved.
+  static FileResult<CoordinationLock> acquire(const std::string& lockFile, const std::string& path,
+                                              CoordinationAccess access);
+
+  CoordinationLock(CoordinationLock&& other) noexcept
+      : ending_(std::exchange(other.ending_, Ending::nothing)) {}
+  CoordinationLock& operator=(CoordinationLock&&) = delete;
+  ~CoordinationLock();
+
+ private:
+  enum class Ending : std::uint8_t { nothing, pop, downgrade, release };
+
+  explicit CoordinationLock(Ending ending) noexcept : ending_(ending) {}
+
+  Ending ending_;
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,71 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixPlatform/Files/FolderWatcher.hpp"
+#include "OmbrixPlatform/Files/NSFilePresenter.hpp"
+
+namespace ombrix::platform::detail {
+
+/// The presenters of this process by the path they present, and who has written it last.
+///
+/// Own writes are announced by the coordinator; the kernel's folder events announce everybody's.
+/// To tell them apart, the state in which an own write left the file is kept, with a modification
+/// time set to the nanosecond: an event that finds the file in that state is our own. Any thread.
+class FilePresenterRegistry {
+ public:
+  /// The one of the process; never destroyed.
+  static FilePresenterRegistry& shared();
+
+  void add(const std::shared_ptr<NSFilePresenter>& presenter);
+  void remove(const std::shared_ptr<NSFilePresenter>& presenter);
+
+  /// Both while exclusive access to the path is held. The end tells all but the writer's own
+  /// presenter, which may be null.
+  void writeBegins(const std::string& path);
+  void writeEnds(const std::string& path, const NSFilePresenter* writer);
+
+ private:
+  /// What changes when a file is written; all 0 when there is none.
+  struct State {
+    dev_t device = 0;
+    ino_t file = 0;
+    off_t size = 0;
+    std::int64_t seconds = 0, nanoseconds = 0;
+
+    friend bool operator==(const State&, const State&) = default;
+  };
+  struct Item {
+    std::vector<std::weak_ptr<NSFilePresenter>> presenters;
+    ObservationToken watch;
+    State known;
+    bool isKnownOwn = false;
+    int writers = 0;
+  };
+  using Told = std::vector<std::shared_ptr<NSFilePresenter>>;
+
+  static State stateOf(const std::string& path) noexcept;
+  static State stamp(const std::string& path) noexcept;
+  static Told presentersOf(const Item& item, const NSFilePresenter* except);
+  static void tell(const Told& presenters);
+  void noticed(const std::string& path, bool isCertain);
+
+  std::atomic<std::size_t> count_{0};  // of items: writers look here first
+  std::mutex mutex_;
+  std::map<std::string, Item, std::less<>> items_;
+};
+
+/// A path as the locks and the registry know it: the links of its folders resolved, as far as they
+/// exist.
+std::string coordinatedPath(std::string path);
+
+}  // namespace ombrix::platform::detail

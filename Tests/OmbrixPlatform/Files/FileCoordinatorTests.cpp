@@ -1,0 +1,277 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <semaphore>
+#include <thread>
+
+#include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
+#include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
+#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Sanitizers.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/WithoutOverride.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::ChildProcess;
+using Reading = NSFileCoordinator::ReadingOptions;
+using Writing = NSFileCoordinator::WritingOptions;
+
+class FileCoordinatorTests : public ::testing::Test {
+ protected:
+  FileCoordinatorTests() { fs::create_directory(dir_.path() / "data"); }
+
+  URL url(const fs::path& name) const {
+    return URL::fileURL((dir_.path() / "data" / name).string());
+  }
+  URL locks() const { return URL::fileURL((dir_.path() / "locks").string(), true); }
+  NSFileCoordinator coordinator(std::shared_ptr<NSFilePresenter> presenter = nullptr) const {
+    return NSFileCoordinator(std::move(presenter), locks());
+  }
+  std::unique_ptr<ChildProcess> agent(const std::string& command, const URL& file,
+                                      const std::string& argument = {}) const {
+    return std::make_unique<ChildProcess>(std::vector<std::string>{
+        COORDINATION_AGENT, command, locks().path(), file.path(), argument});
+  }
+  void write(const URL& file, std::string_view text,
+             std::shared_ptr<NSFilePresenter> presenter = nullptr) const {
+    ASSERT_TRUE(coordinator(std::move(presenter))
+                    .coordinateWritingItemAtURL(file, Writing::forMerging, [&](const URL& url) {
+                      std::ofstream(url.path()) << text;
+                    }));
+  }
+
+  testing::ScopedDir dir_;
+};
+
+// Catches access that is not exclusive: among processes, threads, or both, also while the data
+// folder is removed again and again.
+TEST_F(FileCoordinatorTests, WritersExcludeEachOther) {
+  const int rounds = testing::kUnderSanitizer ? 30 : 100;
+  const URL file = url("count");
+  const auto first = agent("count", file, std::to_string(rounds));
+  const auto second = agent("count", file, std::to_string(rounds));
+  const auto count = [&] {
+    const auto own = coordinator();
+    for (int i = 0; i < rounds; ++i) {
+      ASSERT_TRUE(own.coordinateWritingItemAtURL(file, Writing::none, [&](const URL& url) {
+        long number = 0;
+        std::ifstream(url.path()) >> number;
+        fs::remove_all(dir_.path() / "data");
+        fs::create_directory(dir_.path() / "data");
+        std::ofstream(url.path()) << number + 1;
+      }));
+    }
+  };
+  std::thread other(count);
+  count();
+  other.join();
+  EXPECT_EQ(first->wait(), 0);
+  EXPECT_EQ(second->wait(), 0);
+  long total = 0;
+  std::ifstream(file.path()) >> total;
+  EXPECT_EQ(total, 4L * rounds);
+}
+
+// Catches readers that exclude each other, a writer that enters beside a reader, and a stream of
+// readers that keeps a writer out for ever.
+TEST_F(FileCoordinatorTests, ReadersShareAndLetWritersIn) {
+  const auto own = coordinator();
+  std::atomic<int> readers = 0;
+  std::atomic<bool> isDone = false;
+  std::atomic<bool> sawReader = false;
+  const auto read = [&] {
+    while (!isDone) {
+      ASSERT_TRUE(own.coordinateReadingItemAtURL(url("a"), Reading::none, [&](const URL&) {
+        ++readers;
+        // The first two meet inside: if they excluded each other, neither would go on.
+        while (readers < 2 && !isDone && !sawReader) std::this_thread::yield();
+        std::this_thread::yield();
+        sawReader = true;
+        --readers;
+      }));
+    }
+  };
+  std::thread one(read), two(read);
+  while (!sawReader) std::this_thread::yield();
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_TRUE(own.coordinateWritingItemAtURL(url("a"), Writing::none,
+                                               [&](const URL&) { EXPECT_EQ(readers, 0); }));
+  }
+  isDone = true;
+  one.join();
+  two.join();
+}
+
+// Catches a call that waits for its own thread, an inner end that releases the outer access, and
+// two spellings of a path that do not meet.
+TEST_F(FileCoordinatorTests, CallsNestOnOneThread) {
+  fs::create_directory_symlink(dir_.path() / "data", dir_.path() / "link");
+  const URL plain = url("a");
+  const URL linked = URL::fileURL((dir_.path() / "link/./a").string());
+  const auto outer = coordinator();
+  const auto inner = coordinator();
+  const auto isFree = [&] {
+    const auto other = agent("write", plain, "x");
+    return other->wait() == 0;
+  };
+  int calls = 0;
+  const auto count = [&](const URL&) { ++calls; };
+  std::future<bool> taken;
+  ASSERT_TRUE(outer.coordinateWritingItemAtURL(plain, Writing::none, [&](const URL&) {
+    EXPECT_TRUE(inner.coordinateReadingItemAtURL(linked, Reading::none, count));
+    EXPECT_TRUE(inner.coordinateWritingItemAtURL(linked, Writing::forDeleting, count));
+    taken = std::async(std::launch::async, isFree);
+    EXPECT_EQ(taken.wait_for(50ms), std::future_status::timeout);
+  }));
+  EXPECT_TRUE(taken.get());
+  ASSERT_TRUE(outer.coordinateReadingItemAtURL(plain, Reading::none, [&](const URL&) {
+    EXPECT_TRUE(inner.coordinateWritingItemAtURL(linked, Writing::none, count));
+    // Shared again: another reader enters, a writer does not.
+    std::async(std::launch::async, [&] {
+      EXPECT_TRUE(inner.coordinateReadingItemAtURL(plain, Reading::none, count));
+    }).get();
+    taken = std::async(std::launch::async, isFree);
+    EXPECT_EQ(taken.wait_for(50ms), std::future_status::timeout);
+  }));
+  EXPECT_TRUE(taken.get());
+  ASSERT_TRUE(outer.coordinateReadingItemAtURLWritingItemAtURL(
+      plain, Reading::none, linked, Writing::none, [&](const URL&, const URL&) { ++calls; }));
+  EXPECT_EQ(calls, 5);
+}
+
+// Catches two readers that both turn writer and wait for each other for ever.
+TEST_F(FileCoordinatorTests, OneOfTwoReadersThatTurnWriterFails) {
+  const auto own = coordinator();
+  std::atomic<int> readers = 0, errors = 0, written = 0;
+  const auto run = [&] {
+    ASSERT_TRUE(own.coordinateReadingItemAtURL(url("a"), Reading::none, [&](const URL&) {
+      ++readers;
+      while (readers < 2) std::this_thread::yield();
+      const auto result =
+          own.coordinateWritingItemAtURL(url("a"), Writing::none, [&](const URL&) { ++written; });
+      if (!result && result.error().code() == EDEADLK) ++errors;
+    }));
+  };
+  std::thread one(run), two(run);
+  one.join();
+  two.join();
+  EXPECT_EQ(errors, 1);
+  EXPECT_EQ(written, 1);
+}
+
+// Catches two calls on the same two files, named in opposite orders, that wait for each other.
+TEST_F(FileCoordinatorTests, PairsAreTakenInOneOrder) {
+  const auto run = [&](const URL& one, const URL& two) {
+    const auto own = coordinator();
+    for (int i = 0; i < 200; ++i) {
+      ASSERT_TRUE(own.coordinateWritingItemAtURLWritingItemAtURL(
+          one, Writing::none, two, Writing::none,
+          [&](const URL& first, const URL&) { EXPECT_EQ(first, one); }));
+      ASSERT_TRUE(own.coordinateReadingItemAtURLWritingItemAtURL(
+          one, Reading::none, two, Writing::none, [](const URL&, const URL&) {}));
+    }
+  };
+  std::thread other([&] { run(url("b"), url("a")); });
+  run(url("a"), url("b"));
+  other.join();
+}
+
+// Catches a lock that outlives its killed holder, an exception that keeps it, lock files that pile
+// up or lie among the data, and a lock folder that is not made anew.
+TEST_F(FileCoordinatorTests, NothingStaysBehind) {
+  const auto holder = agent("hold", url("a"));
+  ASSERT_EQ(holder->readLine(), "held");
+  auto waiting = std::async(std::launch::async, [&] { write(url("a"), "after"); });
+  EXPECT_EQ(waiting.wait_for(50ms), std::future_status::timeout);
+  holder->kill();
+  waiting.get();
+  EXPECT_EQ(dir_.read("data/a"), "after");
+  EXPECT_THROW((void)coordinator().coordinateWritingItemAtURL(
+                   url("a"), Writing::none, [](const URL&) { throw std::runtime_error("no"); }),
+               std::runtime_error);
+  for (int i = 0; i < 50; ++i) write(url("f" + std::to_string(i)), "x");
+  const auto countOf = [](const fs::path& folder) {
+    return std::distance(fs::directory_iterator(folder), fs::directory_iterator());
+  };
+  EXPECT_EQ(countOf(dir_.path() / "data"), 51);
+  EXPECT_EQ(countOf(dir_.path() / "locks"), 1);
+  fs::remove_all(dir_.path() / "locks");
+  write(url("a"), "x");
+}
+
+// Catches access that is given where no lock can be had: then nobody is kept out.
+TEST_F(FileCoordinatorTests, FailsWhereNoLockCanBeHad) {
+  fs::create_directory(dir_.path() / "locks");
+  fs::permissions(dir_.path() / "locks", fs::perms::owner_read | fs::perms::owner_exec);
+  const testing::WithoutOverride withoutOverride;
+  bool hasRun = false;
+  const auto run = [&](const URL&) { hasRun = true; };
+  const auto reading = coordinator().coordinateReadingItemAtURL(url("a"), Reading::none, run);
+  const auto writing = coordinator().coordinateWritingItemAtURL(url("a"), Writing::none, run);
+  ASSERT_FALSE(reading || writing);
+  EXPECT_EQ(reading.error().code(), EACCES);
+  EXPECT_EQ(writing.error().code(), EACCES);
+  EXPECT_FALSE(hasRun);
+}
+
+/// Counts what it is told, on the pool.
+class Presenter final : public NSFilePresenter {
+ public:
+  explicit Presenter(URL url) : url_(std::move(url)) {}
+  std::optional<URL> presentedItemURL() const override { return url_; }
+  std::shared_ptr<NSOperationQueue> presentedItemOperationQueue() const override { return nullptr; }
+  void presentedItemDidChange() override { told_.release(); }
+
+  bool isTold(std::chrono::steady_clock::duration within = 30s) {
+    return told_.try_acquire_for(within);
+  }
+
+ private:
+  const URL url_;
+  std::counting_semaphore<> told_{0};
+};
+
+// Catches a presenter that is told of its own writes (or of writes to other files), one that is not
+// told of others' in this process or another, coordinated or not, and calls after its removal.
+TEST_F(FileCoordinatorTests, PresentersHearOfOthersOnly) {
+  const auto presenter = std::make_shared<Presenter>(url("a"));
+  const auto other = std::make_shared<Presenter>(url("b"));
+  NSFileCoordinator::addFilePresenter(presenter);
+  NSFileCoordinator::addFilePresenter(other);
+  for (int i = 0; i < 20; ++i) write(url("a"), i % 2 == 0 ? "own" : "OWN", presenter);
+  EXPECT_FALSE(presenter->isTold(100ms));
+
+  write(url("a"), "here");
+  EXPECT_TRUE(presenter->isTold());
+  EXPECT_FALSE(presenter->isTold(50ms)) << "told twice, by the folder too";
+
+  EXPECT_EQ(agent("write", url("a"), "there")->wait(), 0);
+  EXPECT_TRUE(presenter->isTold());
+  while (presenter->isTold(50ms)) {
+  }
+  // Another's write right before an own one, of the same length.
+  EXPECT_EQ(agent("write", url("a"), "THERE")->wait(), 0);
+  write(url("a"), "these", presenter);
+  EXPECT_TRUE(presenter->isTold());
+  while (presenter->isTold(50ms)) {
+  }
+  fs::remove(dir_.path() / "data/a");
+  EXPECT_TRUE(presenter->isTold());
+  EXPECT_FALSE(other->isTold(0ms));
+
+  NSFileCoordinator::removeFilePresenter(presenter);
+  NSFileCoordinator::removeFilePresenter(other);
+  write(url("a"), "unheard");
+  EXPECT_FALSE(presenter->isTold(50ms));
+}
+
+}  // namespace
+}  // namespace ombrix::platform
