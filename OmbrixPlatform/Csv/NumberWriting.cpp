@@ -25,38 +25,46 @@ constexpr std::array<char, 200> kDigitPairs = [] {
   return pairs;
 }();
 
-/// Writes exactly `count` digits, with leading zeros.
-void putDigits(char* out, std::uint64_t number, int count) noexcept {
-  char* position = out + count;
-  while (position - out >= 2) {
-    position -= 2;
-    std::memcpy(position, &kDigitPairs[2 * (number % 100)], 2);
-    number /= 100;
+char* putPair(char* out, std::uint64_t below100) noexcept {
+  std::memcpy(out, &kDigitPairs[2 * below100], 2);
+  return out + 2;
+}
+
+char* putWhole(char* out, std::uint64_t number) noexcept {
+  if (number >= 10'000) {
+    out = putWhole(out, number / 10'000);
+    out = putPair(out, number % 10'000 / 100);
+    return putPair(out, number % 100);
   }
-  if (position != out) *out = static_cast<char>('0' + number % 10);
+  if (number >= 100) {
+    out = putWhole(out, number / 100);
+    return putPair(out, number % 100);
+  }
+  if (number >= 10) return putPair(out, number);
+  *out = static_cast<char>('0' + number);
+  return out + 1;
 }
 
-int digitCount(std::uint64_t number) noexcept {
-  int count = 1;
-  while (count < 20 && number >= kIntegerPowersOf10[static_cast<std::size_t>(count)]) ++count;
-  return count;
-}
-
-/// Writes a whole number and a fraction in units of 10^-fractionDigits.
-char* putParts(char* out, std::uint64_t whole, std::uint64_t fraction,
-               int fractionDigits) noexcept {
-  const int wholeCount = digitCount(whole);
-  putDigits(out, whole, wholeCount);
-  out += wholeCount;
-  if (fractionDigits == 0) return out;
+/// Writes the point and exactly `count` digits; nothing when `count` is 0. Inline, since the usual
+/// counts are constants.
+[[gnu::always_inline]] inline char* putFraction(char* out, std::uint64_t fraction,
+                                                int count) noexcept {
+  if (count == 0) return out;
   *out++ = '.';
-  putDigits(out, fraction, fractionDigits);
-  return out + fractionDigits;
+  char* position = out + count;
+  for (int left = count; left >= 2; left -= 2, fraction /= 100) {
+    position -= 2;
+    putPair(position, fraction % 100);
+  }
+  if (count % 2 != 0) *out = static_cast<char>('0' + fraction % 10);
+  return out + count;
 }
 
-char* putScaled(char* out, std::uint64_t units, int fractionDigits) noexcept {
+/// Writes `units` of 10^-fractionDigits.
+[[gnu::always_inline]] inline char* putUnits(char* out, std::uint64_t units,
+                                             int fractionDigits) noexcept {
   const std::uint64_t scale = kIntegerPowersOf10[static_cast<std::size_t>(fractionDigits)];
-  return putParts(out, units / scale, units % scale, fractionDigits);
+  return putFraction(putWhole(out, units / scale), units % scale, fractionDigits);
 }
 
 /// The largest count of units whose nearest double does not exceed `value`; value x scale < 1e15.
@@ -65,7 +73,7 @@ char* putScaled(char* out, std::uint64_t units, int fractionDigits) noexcept {
 /// is the one that is found; if not, the value lies strictly between two of them, where cutting
 /// the value and cutting its shortest decimal give the lower one. The product may be rounded up
 /// past the next unit and the quotient test may admit it, by one at most.
-std::uint64_t unitsNotAbove(double value, double scale) noexcept {
+inline std::uint64_t unitsNotAbove(double value, double scale) noexcept {
   auto units = static_cast<std::int64_t>(value * scale);
   if (static_cast<double>(units) / scale > value) {
     --units;
@@ -84,7 +92,8 @@ char* putExact(char* out, double value, int fractionDigits) noexcept {
   const std::uint64_t fraction = mantissa - (whole << fractionBits);
   const detail::UInt128 scaled = static_cast<detail::UInt128>(fraction) *
                                  kIntegerPowersOf10[static_cast<std::size_t>(fractionDigits)];
-  return putParts(out, whole, static_cast<std::uint64_t>(scaled >> fractionBits), fractionDigits);
+  return putFraction(putWhole(out, whole), static_cast<std::uint64_t>(scaled >> fractionBits),
+                     fractionDigits);
 }
 
 /// Any finite value of at least 1, by the standard library's shortest digits.
@@ -116,30 +125,42 @@ char* putLarge(char* out, double value, int fractionDigits) noexcept {
   return out + fractionDigits;
 }
 
+/// A finite value that is not negative. Inline, since the usual digits are constants.
+[[gnu::always_inline]] inline char* putMagnitude(char* out, double value,
+                                                 int fractionDigits) noexcept {
+  const double scale = kExactPowersOf10[static_cast<std::size_t>(fractionDigits)];
+  const double bound = kFifteenDigits / scale;
+  if (value < bound) [[likely]] {
+    return putUnits(out, unitsNotAbove(value, scale), fractionDigits);
+  }
+  if (value < bound * 10 && fractionDigits > 0) {
+    // One digit more than 15, as in seconds since 1970 with six decimals: the decimal that names
+    // the value, if there is one, has one fraction digit less.
+    const double coarse = kExactPowersOf10[static_cast<std::size_t>(fractionDigits - 1)];
+    const std::uint64_t units = unitsNotAbove(value, coarse);
+    if (static_cast<double>(units) / coarse == value) {
+      return putUnits(out, units * 10, fractionDigits);
+    }
+    if (value < 0x1p53) return putExact(out, value, fractionDigits);
+  }
+  return putLarge(out, value, fractionDigits);
+}
+
 }  // namespace
 
 char* TruncatingNumberFormat::write(double value, char* out) const noexcept {
   if (!std::isfinite(value)) return nullptr;
-  if (std::signbit(value)) {
-    *out++ = '-';
-    value = -value;
+  *out = '-';
+  out += std::signbit(value);
+  value = std::abs(value);
+  switch (fractionDigits_) {
+    case 1:
+      return putMagnitude(out, value, 1);
+    case 6:
+      return putMagnitude(out, value, 6);
+    default:
+      return putMagnitude(out, value, fractionDigits_);
   }
-  const double scale = kExactPowersOf10[static_cast<std::size_t>(fractionDigits_)];
-  const double bound = kFifteenDigits / scale;
-  if (value < bound) [[likely]] {
-    return putScaled(out, unitsNotAbove(value, scale), fractionDigits_);
-  }
-  if (value < bound * 10 && fractionDigits_ > 0) {
-    // One digit more than 15, as in seconds since 1970 with six decimals: the decimal that names
-    // the value, if there is one, has one fraction digit less.
-    const double coarse = kExactPowersOf10[static_cast<std::size_t>(fractionDigits_ - 1)];
-    const std::uint64_t units = unitsNotAbove(value, coarse);
-    if (static_cast<double>(units) / coarse == value) {
-      return putScaled(out, units * 10, fractionDigits_);
-    }
-    if (value < 0x1p53) return putExact(out, value, fractionDigits_);
-  }
-  return putLarge(out, value, fractionDigits_);
 }
 
 std::optional<std::string> TruncatingNumberFormat::string(double value) const {

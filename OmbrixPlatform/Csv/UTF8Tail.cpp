@@ -14,7 +14,9 @@ namespace ombrix::platform {
 namespace {
 
 constexpr std::size_t kBlockBytes = 256 * 1024;
-constexpr std::size_t kLongestScalarBytes = 4;
+
+/// Bytes at the end of a file that surely hold its last scalar.
+constexpr std::size_t kTailBytes = 8;
 
 /// Checks UTF-8 that comes in pieces and remembers the last scalar (RFC 3629, table of section 4).
 class UTF8Checker {
@@ -88,7 +90,7 @@ bool readAt(int descriptor, std::span<unsigned char> buffer, off_t place) noexce
 
 /// The scalar that ends the file, judged by the end alone.
 std::optional<char32_t> scalarAtEnd(int descriptor, off_t size) {
-  std::array<unsigned char, kLongestScalarBytes> end{};
+  std::array<unsigned char, kTailBytes> end{};
   const auto count = std::min<std::size_t>(end.size(), static_cast<std::size_t>(size));
   if (!readAt(descriptor, std::span(end).first(count), size - static_cast<off_t>(count))) {
     return std::nullopt;

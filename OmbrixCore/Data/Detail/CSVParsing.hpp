@@ -34,7 +34,8 @@ inline std::unique_ptr<platform::InputStream> openCSVStream(const platform::URL&
 /// short.
 inline std::size_t nextCapacity(std::size_t count, const platform::CSVReader& reader) {
   constexpr std::size_t kFirstSample = 64;
-  constexpr std::size_t kLastSample = 16 * 1024;
+  constexpr std::size_t kSecondSample = 1024;
+  constexpr std::size_t kThirdSample = 16 * 1024;
   if (count == 0) return kFirstSample;
   const auto total = reader.bytesTotal();
   const auto read = reader.bytesRead();
@@ -45,7 +46,9 @@ inline std::size_t nextCapacity(std::size_t count, const platform::CSVReader& re
   const auto expected =
       static_cast<std::size_t>(1.1 * rowsPerByte * static_cast<double>(*total - read));
   const std::size_t estimate = count + std::max(expected, count / 8) + 1;
-  return count < kLastSample ? std::min(estimate, 16 * count) : estimate;
+  if (count < kSecondSample) return std::min(estimate, kSecondSample);
+  const bool isLong = estimate > 8 * kThirdSample;
+  return isLong && count < kThirdSample ? kThirdSample : estimate;
 }
 
 /// Reads all rows in order. A row of exactly `Columns` plain numbers goes through `fromNumbers`,
