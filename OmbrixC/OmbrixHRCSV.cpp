@@ -1,0 +1,97 @@
+#include "OmbrixC/OmbrixHRCSV.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+#include "OmbrixC/Copies.hpp"
+#include "OmbrixC/Streams.hpp"
+#include "OmbrixCore/Data/HRCSVParser.hpp"
+
+using namespace ombrix;
+
+struct OmbrixHRCSVParser {
+  HRCSVParser parser;
+};
+
+namespace {
+
+OmbrixHeartRateSample toC(const platform::HKQuantitySample& sample) {
+  static const platform::HKUnit unit = platform::HKUnit::fromString("count/min").value();
+  return {sample.quantity().doubleValue(unit), platform::timeIntervalSince1970(sample.startDate()),
+          platform::timeIntervalSince1970(sample.endDate())};
+}
+
+OmbrixHeartRateSamples copied(const HRCSVParser::Samples& samples) noexcept {
+  if (!samples) return {nullptr, 0};
+  const std::size_t count = samples->size();
+  auto* const copies = static_cast<OmbrixHeartRateSample*>(
+      std::malloc(std::max<std::size_t>(count, 1) * sizeof(OmbrixHeartRateSample)));
+  if (copies == nullptr) return {nullptr, 0};
+  std::ranges::transform(*samples, copies, &toC);
+  return {copies, count};
+}
+
+HRCSVParser::Completion calling(OmbrixHeartRateSamplesCompletion completion, void* context) {
+  return
+      [completion, context](HRCSVParser::Samples samples) { completion(copied(samples), context); };
+}
+
+}  // namespace
+
+void ombrix_HeartRateSamples_release(OmbrixHeartRateSamples samples) { std::free(samples.samples); }
+
+OmbrixHRCSVParser* ombrix_HRCSVParser_init(void) { return new OmbrixHRCSVParser; }
+
+void ombrix_HRCSVParser_release(OmbrixHRCSVParser* self) { delete self; }
+
+OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithUrl_(const OmbrixHRCSVParser* self,
+                                                        const char* url) {
+  return copied(self->parser.parse(c::urlFrom(url)));
+}
+
+OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithString_(const OmbrixHRCSVParser* self,
+                                                           const char* string) {
+  return copied(self->parser.parse(c::textFrom(string)));
+}
+
+OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithStream_(const OmbrixHRCSVParser* self,
+                                                           OmbrixInputStream stream) {
+  c::FunctionInputStream input(stream);
+  return copied(self->parser.parse(input));
+}
+
+OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithData_(const OmbrixHRCSVParser* self,
+                                                         const uint8_t* bytes, size_t length) {
+  return copied(self->parser.parse(std::as_bytes(std::span(bytes, length))));
+}
+
+void ombrix_HRCSVParser_parseWithUrl_completion_(const OmbrixHRCSVParser* self, const char* url,
+                                                 OmbrixHeartRateSamplesCompletion completion,
+                                                 void* context) {
+  self->parser.parse(c::urlFrom(url), calling(completion, context));
+}
+
+void ombrix_HRCSVParser_parseWithString_completion_(const OmbrixHRCSVParser* self,
+                                                    const char* string,
+                                                    OmbrixHeartRateSamplesCompletion completion,
+                                                    void* context) {
+  self->parser.parse(std::string(c::textFrom(string)), calling(completion, context));
+}
+
+void ombrix_HRCSVParser_parseWithStream_completion_(const OmbrixHRCSVParser* self,
+                                                    OmbrixInputStream stream,
+                                                    OmbrixHeartRateSamplesCompletion completion,
+                                                    void* context) {
+  self->parser.parse(std::make_shared<c::FunctionInputStream>(stream),
+                     calling(completion, context));
+}
+
+void ombrix_HRCSVParser_parseWithData_completion_(const OmbrixHRCSVParser* self,
+                                                  const uint8_t* bytes, size_t length,
+                                                  OmbrixHeartRateSamplesCompletion completion,
+                                                  void* context) {
+  const auto view = std::as_bytes(std::span(bytes, length));
+  self->parser.parse(platform::Data(view.begin(), view.end()), calling(completion, context));
+}

@@ -1,0 +1,90 @@
+#ifndef OMBRIXC_OMBRIX_LOCATION_CSV_H
+#define OMBRIXC_OMBRIX_LOCATION_CSV_H
+
+#include "OmbrixC/OmbrixError.h"
+#include "OmbrixC/OmbrixLocation.h"
+#include "OmbrixC/OmbrixStreams.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// Fixes that a function of this interface returned. `locations` is NULL when there is no list, and
+/// not NULL for an empty one.
+typedef struct OmbrixLocations {
+  OmbrixLocation* locations;
+  size_t count;
+} OmbrixLocations;
+
+/// Gives a list of fixes back.
+void ombrix_Locations_release(OmbrixLocations locations);
+
+/// Takes the list, which the callee owns and gives back, on the parsers' queue.
+typedef void (*OmbrixLocationsCompletion)(OmbrixLocations locations, void* context);
+
+/// Reads recorded tracks; any number of threads may share a parser. No list means that the source
+/// could not be opened or read at all, which is logged, as is every row that is skipped.
+typedef struct OmbrixLocationCSVParser OmbrixLocationCSVParser;
+
+OmbrixLocationCSVParser* ombrix_LocationCSVParser_init(void);
+void ombrix_LocationCSVParser_release(OmbrixLocationCSVParser* self);
+
+/// `url` is the text of a file URL; one that is none gives no list, as a missing file does. A
+/// stream is borrowed for the call, or until the completion has been called.
+OmbrixLocations ombrix_LocationCSVParser_parseWithUrl_(const OmbrixLocationCSVParser* self,
+                                                       const char* url);
+OmbrixLocations ombrix_LocationCSVParser_parseWithString_(const OmbrixLocationCSVParser* self,
+                                                          const char* string);
+OmbrixLocations ombrix_LocationCSVParser_parseWithStream_(const OmbrixLocationCSVParser* self,
+                                                          OmbrixInputStream stream);
+OmbrixLocations ombrix_LocationCSVParser_parseWithData_(const OmbrixLocationCSVParser* self,
+                                                        const uint8_t* bytes, size_t length);
+
+void ombrix_LocationCSVParser_parseWithUrl_completion_(const OmbrixLocationCSVParser* self,
+                                                       const char* url,
+                                                       OmbrixLocationsCompletion completion,
+                                                       void* context);
+void ombrix_LocationCSVParser_parseWithString_completion_(const OmbrixLocationCSVParser* self,
+                                                          const char* string,
+                                                          OmbrixLocationsCompletion completion,
+                                                          void* context);
+void ombrix_LocationCSVParser_parseWithStream_completion_(const OmbrixLocationCSVParser* self,
+                                                          OmbrixInputStream stream,
+                                                          OmbrixLocationsCompletion completion,
+                                                          void* context);
+void ombrix_LocationCSVParser_parseWithData_completion_(const OmbrixLocationCSVParser* self,
+                                                        const uint8_t* bytes, size_t length,
+                                                        OmbrixLocationsCompletion completion,
+                                                        void* context);
+
+/// Appends fixes to a track file or a stream. One thread at a time.
+typedef struct OmbrixLocationCSVWriter OmbrixLocationCSVWriter;
+
+/// Not available: stops the program.
+OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_init(void);
+
+/// Opens the file of a file URL for appending, or makes it; NULL and an error when that fails.
+OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithUrl_error_(const char* url,
+                                                                     OmbrixError** error);
+
+/// Writes to a stream, which is borrowed as long as the writer lives.
+OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithStream_error_(OmbrixOutputStream stream,
+                                                                        OmbrixError** error);
+void ombrix_LocationCSVWriter_release(OmbrixLocationCSVWriter* self);
+
+/// False and an error when the stream does not take a row; rows already written stay.
+bool ombrix_LocationCSVWriter_addLocation_error_(OmbrixLocationCSVWriter* self,
+                                                 const OmbrixLocation* location,
+                                                 OmbrixError** error);
+bool ombrix_LocationCSVWriter_addLocations_error_(OmbrixLocationCSVWriter* self,
+                                                  const OmbrixLocation* locations, size_t count,
+                                                  OmbrixError** error);
+
+/// The stream that is written to, borrowed from the writer.
+OmbrixOutputStream ombrix_LocationCSVWriter_stream(const OmbrixLocationCSVWriter* self);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
