@@ -18,6 +18,7 @@ class CommandFailure : public std::runtime_error {
 void addDayCommand(CLI::App& app);
 void addTrackCommand(CLI::App& app);
 void addSampleCommand(CLI::App& app);
+void addFindCommand(CLI::App& app);
 void addFormatCommand(CLI::App& app);
 void addSettingsCommand(CLI::App& app);
 void addLogCommand(CLI::App& app);

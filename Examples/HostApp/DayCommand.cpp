@@ -2,10 +2,13 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <optional>
+#include <vector>
 
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/DayReport.hpp"
 #include "Examples/HostApp/DaySummary.hpp"
+#include "Examples/HostApp/HeartRates.hpp"
 #include "Examples/HostApp/Preferences.hpp"
 #include "Examples/HostApp/TrackFile.hpp"
 
@@ -14,6 +17,8 @@ namespace ombrix::hostapp {
 void addDayCommand(CLI::App& app) {
   struct Options {
     std::string path;
+    std::string heartRatePath;
+    std::optional<double> weightKilograms;
     bool json = false;
     bool allFixes = false;
   };
@@ -21,6 +26,11 @@ void addDayCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("day", "Measures a recorded day and prints its figures");
   command->add_option("TRACK.csv", options->path, "The recorded track")->required();
   addPreferenceOptions(*command);
+  command->add_option("--hr", options->heartRatePath, "Heart rates recorded during the day");
+  command
+      ->add_option("--weight", options->weightKilograms,
+                   "The user's weight in kilograms, to estimate the energy burned")
+      ->check(CLI::PositiveNumber);
   command->add_flag("--json", options->json, "Print one JSON object, in SI units");
   command->add_flag("--all-fixes", options->allFixes,
                     "Count the fixes that are too inaccurate for statistics, too");
@@ -28,7 +38,18 @@ void addDayCommand(CLI::App& app) {
     const Track track = readTrack(options->path);
     const auto filter = options->allFixes ? FixFilter::all : FixFilter::accurateForStats;
     const DaySummary day = summarize(track.fixes, track.skipped, filter);
-    fmt::print("{}", options->json ? toJSON(day) + "\n" : dayReport(day, options->path));
+    std::optional<HeartRateSummary> hearts;
+    if (!options->heartRatePath.empty() || options->weightKilograms) {
+      const auto samples = options->heartRatePath.empty()
+                               ? std::vector<platform::HKQuantitySample>()
+                               : readHeartRates(options->heartRatePath);
+      hearts = summarizeHeartRates(samples, day, options->weightKilograms);
+    }
+    if (options->json) {
+      fmt::print("{}\n", toJSON(day, hearts ? toJSON(*hearts) : ""));
+    } else {
+      fmt::print("{}{}", dayReport(day, options->path), hearts ? heartRateReport(*hearts) : "");
+    }
   });
 }
 

@@ -50,16 +50,16 @@ DaySummary summarize(std::span<const CLLocation> fixes, std::size_t skipped, Fix
   return day;
 }
 
-std::string toJSON(const DaySummary& day) {
+std::string toJSON(const DaySummary& day, const std::string& heartRate) {
   return fmt::format(
       "{{\"rows\":{},\"skipped\":{},\"usedForStats\":{},\"startTime\":{},\"endTime\":{},"
       "\"distanceMeters\":{},\"ascentMeters\":{},\"descentMeters\":{},"
       "\"maxSpeedMetersPerSecond\":{},\"averageSpeedMetersPerSecond\":{},"
-      "\"minAltitudeMeters\":{},\"maxAltitudeMeters\":{}}}",
+      "\"minAltitudeMeters\":{},\"maxAltitudeMeters\":{}{}}}",
       day.rows, day.skipped, day.usedForStats, number(seconds(day.startTime)),
       number(seconds(day.endTime)), day.distanceMeters, day.ascentMeters, day.descentMeters,
       day.maxSpeedMetersPerSecond, day.averageSpeedMetersPerSecond, number(day.minAltitudeMeters),
-      number(day.maxAltitudeMeters));
+      number(day.maxAltitudeMeters), heartRate.empty() ? "" : ",\"heartRate\":" + heartRate);
 }
 
 }  // namespace ombrix::hostapp

@@ -33,6 +33,7 @@ enum class FixFilter { accurateForStats, all };
 DaySummary summarize(std::span<const CLLocation> fixes, std::size_t skipped, FixFilter filter);
 
 /// The summary as one JSON object on one line; values that are not there are null.
-std::string toJSON(const DaySummary& summary);
+/// @param heartRate A JSON value for a last member "heartRate"; empty for none.
+std::string toJSON(const DaySummary& summary, const std::string& heartRate = {});
 
 }  // namespace ombrix::hostapp

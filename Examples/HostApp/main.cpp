@@ -45,6 +45,7 @@ int main(int argc, char** argv) {
   addDayCommand(app);
   addTrackCommand(app);
   addSampleCommand(app);
+  addFindCommand(app);
   addFormatCommand(app);
   addSettingsCommand(app);
   addLogCommand(app);

@@ -72,6 +72,9 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
   const Case cases[] = {
       {"", 2, "A subcommand is required"},
       {"dya day.csv", 2, "dya"},
+      {"day day.csv --hr missing.csv", 1, "missing.csv"},
+      {"day day.csv --weight -1", 2, "--weight"},
+      {"find abc missing.txt", 1, "missing.txt"},
       {"format furlong 3", 2, "furlong"},
       {"format speed ten", 2, "ten"},
       {"format speed 10 --style wide", 2, "--style"},
@@ -146,6 +149,30 @@ TEST(CommandTests, FormatsValuesInUnitsAndLanguages) {
     EXPECT_EQ(run(folder, std::string("format ") + c.arguments).output, std::string(c.text) + "\n")
         << c.arguments;
   }
+}
+
+// Catches heart rates outside the day that are counted, and a weight that is taken for pounds.
+TEST(CommandTests, JoinsHeartRatesToTheDay) {
+  const testing::ScopedDir folder;
+  folder.write("day.csv",
+               "1700000000,46.5,7.25,1500,90,5,3,4\n1700003600,46.6,7.25,1510,90,7,3,4\n");
+  folder.write("hr.csv", "1699999999,200\n1700000000,100\n1700001800,x\n1700003600,140\n");
+  const Outcome json = run(folder, "day day.csv --hr hr.csv --weight 70 --json");
+  EXPECT_EQ(json.status, 0);
+  EXPECT_THAT(json.output, HasSubstr(R"("heartRate":{"samples":2,"averageBeatsPerMinute":120,)"
+                                     R"("maxBeatsPerMinute":140,"kilocalories":485.2)"));
+  const Outcome text = run(folder, "day day.csv --hr hr.csv --weight 70");
+  EXPECT_THAT(text.output,
+              AllOf(HasSubstr("120 BPM"), HasSubstr("140 BPM"), HasSubstr("485 KCAL")));
+}
+
+// Catches a ranking that loses lines or prints the worst first.
+TEST(CommandTests, FindsLines) {
+  const testing::ScopedDir folder;
+  folder.write("names.txt", "Zermatt\nSt. Moritz\nMorzine\nMürren\r\n");
+  EXPECT_EQ(run(folder, "find morz names.txt").output, "   4  [Morz]ine\n   2  St. [Mor]it[z]\n");
+  EXPECT_EQ(run(folder, "find mur <names.txt").output, "   3  [Mür]ren\n");
+  EXPECT_EQ(run(folder, "find xyz names.txt").status, 1);
 }
 
 // Catches a setting that does not survive the process, or a default that hides it.

@@ -1,0 +1,31 @@
+#include "Examples/HostApp/ReportLine.hpp"
+
+#include <fmt/format.h>
+
+#include "Examples/HostApp/StyledText.hpp"
+#include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+std::string styled(const std::optional<platform::NSAttributedString>& text) {
+  return text ? forStandardOutput(*text) : "?";
+}
+
+}  // namespace
+
+std::string reportLine(std::string_view label, std::string_view shown) {
+  return fmt::format("  {:<15} {}\n", label, shown);
+}
+
+std::string styledValue(OmbrixMeasurementFormatter::MeasurementFormat format, double number) {
+  OmbrixMeasurementFormatter formatter(format);
+  return styled(formatter.attributedStringWithDefaultAttributes(number, valueAttributes()));
+}
+
+std::string styledDuration(double seconds) {
+  OmbrixDurationFormatter formatter(platform::NSCalendarUnit::second);
+  return styled(formatter.attributedStringWithDefaultAttributes(seconds, valueAttributes()));
+}
+
+}  // namespace ombrix::hostapp
