@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <limits>
 #include <random>
 #include <type_traits>
@@ -10,6 +9,7 @@
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/SmallDisk.hpp"
 
 namespace ombrix {
 namespace {
@@ -74,32 +74,9 @@ TEST(LocationCSVWriterTests, LeavesOutFieldsWithoutText) {
   EXPECT_EQ(log.takeErrors().size(), 1U);
 }
 
-/// Takes a number of bytes and counts its calls.
-class SmallDisk final : public platform::OutputStream {
- public:
-  explicit SmallDisk(std::size_t bytes) : room_(bytes) {}
-  platform::FileResult<void> open() override {
-    setStatus(platform::StreamStatus::open);
-    return {};
-  }
-  void close() noexcept override { setStatus(platform::StreamStatus::closed); }
-  platform::FileResult<void> write(platform::DataView bytes) override {
-    ++writes;
-    const auto taken = bytes.first(std::min(bytes.size(), room_ - text.size()));
-    text += platform::textOf(taken);
-    if (taken.size() < bytes.size()) return std::unexpected(platform::FileError(ENOSPC, "write"));
-    return {};
-  }
-  std::string text;
-  int writes = 0;
-
- private:
-  std::size_t room_;
-};
-
 // Catches a system call for every row, and a failure that is swallowed, or costs rows before it.
 TEST(LocationCSVWriterTests, WritesOncePerCallAndTellsOfFailures) {
-  const auto disk = std::make_shared<SmallDisk>(4 * kExampleRow.size() + 5);
+  const auto disk = std::make_shared<testing::SmallDisk>(4 * kExampleRow.size() + 5);
   {
     LocationCSVWriter writer(disk);
     EXPECT_EQ(writer.stream(), disk);

@@ -2,32 +2,16 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
 #include <limits>
 
 #include "OmbrixPlatform/Csv/UTF8Tail.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/SmallDisk.hpp"
 
 namespace ombrix::platform {
 namespace {
 
-/// Takes a number of bytes and then fails, until it is given more room.
-class SmallDisk final : public OutputStream {
- public:
-  explicit SmallDisk(std::size_t bytes) : room(bytes) { setStatus(StreamStatus::open); }
-  FileResult<void> open() override { return {}; }
-  void close() noexcept override {}
-  FileResult<void> write(DataView bytes) override {
-    const auto taken = bytes.first(std::min(bytes.size(), room));
-    text += textOf(taken);
-    room -= taken.size();
-    if (taken.size() < bytes.size()) return std::unexpected(FileError(ENOSPC, "write"));
-    return {};
-  }
-
-  std::string text;
-  std::size_t room;
-};
+using testing::SmallDisk;
 
 // Catches quotes too many or too few, a line for a row that would be none, a field for a number
 // without a text, and bytes that leave before they are asked for.
