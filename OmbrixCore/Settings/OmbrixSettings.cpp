@@ -174,7 +174,8 @@ void OmbrixSettings::save(const std::optional<PropertyList>& value, std::string_
     }
   };
   write(defaults());
-  // Not synchronized: the cloud store does that in its own time.
+  // Kept: the cloud store is not told to synchronize. It does that in its own time; a round trip
+  // for each change would hold up the caller.
   if (shared().syncPreferences() && shouldSyncForKey(key)) write(cloud());
 }
 

@@ -49,7 +49,8 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   void disableSync();
 
   /// Removes every synced key from the cloud store and has it synchronize; `syncPreferences` stays
-  /// as it is. The name is part of the interface, as it is spelled.
+  /// as it is.
+  // Kept: spelled so. Callers know it by this name.
   void resetSynedPreferences();
 
   /// Turns sync on and marks the cloud store as used.

@@ -17,9 +17,10 @@ namespace {
 namespace fs = std::filesystem;
 using detail::Descriptor;
 
-// A process that was stopped while it held the lock must not stop the others for ever.
-constexpr auto kLockTimeout = std::chrono::seconds(5);
-constexpr auto kLongestLockPause = std::chrono::milliseconds(4);
+// A process that was stopped while it held the lock must not stop the others for ever. The pauses
+// are short beside a write, or a process that writes without end would keep the others out.
+constexpr auto kLockTimeout = std::chrono::seconds(10);
+constexpr auto kLongestLockPause = std::chrono::microseconds(500);
 constexpr int kMaxDamagedFiles = 9;
 constexpr mode_t kFileMode = 0600;
 

@@ -169,6 +169,7 @@ void UserDefaults::State::write(const std::vector<DictionaryFile::Edit>& edits) 
 
 void UserDefaults::State::watch() {
   if (isWatched.load(std::memory_order_acquire)) return;
+  std::string failure;
   {
     const std::lock_guard lock(watchMutex);
     if (watchToken) return;
@@ -180,12 +181,12 @@ void UserDefaults::State::watch() {
                                                      self->state_->noteFolderChange(change);
                                                  });
     } catch (const Error& error) {
-      // Reads look at the file then, and find others' changes.
-      report({error.what()});
-      return;
+      failure = error.what();
     }
   }
   load();
+  // Without a watch each read goes on looking at the file, and tells what it finds.
+  if (!failure.empty()) return report({failure});
   isWatched.store(true, std::memory_order_release);
   // What came between the last look and the watch.
   refresh(Look::always);
