@@ -6,6 +6,7 @@
 #include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
+#include "OmbrixPlatform/Memory/MemoryWarning.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
@@ -19,6 +20,7 @@ Services::Services()
       locale(&makeSystemLocaleService),
       mainBundle(&makeMainBundle),
       mainExecutor(&makeMainExecutor),
+      memoryWarnings(&makeSystemMemoryWarningSource),
       standardDefaults(&makeStandardUserDefaults),
       systemLog(&makeSystemLog) {}
 // clang-format on

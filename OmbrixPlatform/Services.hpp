@@ -11,6 +11,7 @@ class Clock;
 class Directories;
 class Executor;
 class LocaleService;
+class MemoryWarningSource;
 class NSUbiquitousKeyValueStore;
 class SystemLog;
 class UserDefaults;
@@ -72,6 +73,7 @@ struct Services {
   ServiceSlot<LocaleService> locale;
   ServiceSlot<Bundle> mainBundle;
   ServiceSlot<Executor> mainExecutor;
+  ServiceSlot<MemoryWarningSource> memoryWarnings;
   ServiceSlot<UserDefaults> standardDefaults;
   ServiceSlot<SystemLog> systemLog;
 };
