@@ -1,0 +1,125 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "OmbrixCore/Concurrency/DispatchOnce.hpp"
+#include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
+#include "OmbrixCore/Data/Stores/PresenterWrapper.hpp"
+#include "OmbrixPlatform/Concurrency/Task.hpp"
+#include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
+#include "OmbrixPlatform/Publishers/Subject.hpp"
+
+namespace ombrix {
+
+/// A value in memory, loaded from its file on the first read, published to subscribers, and
+/// written back in the background. Copies are the same store.
+///
+/// The value is the default until something is stored or loaded, and after a purge. The file is
+/// read once in the store's life: what others write to it later is not seen. Any thread.
+///
+/// To be told of others' writes, register `filePresenter()` with
+/// `platform::NSFileCoordinator::addFilePresenter`.
+template <class T>
+class CachedItemStore final
+    : public platform::PublisherOperators<CachedItemStore<T>, T, platform::Never> {
+ public:
+  using StoredItem = T;
+
+  CachedItemStore() = delete;  // there is no store without a file and a default
+  CachedItemStore(const platform::URL& url, T defaultValue)
+      : state_(std::make_shared<State>(url, std::move(defaultValue))) {
+    if (detail::isInGroupContainer(url)) {
+      state_->backingPlistStore->backingDiskStore().setFilePresenter(
+          std::make_shared<detail::PresenterWrapper>(state_));
+    }
+  }
+
+  /// The value; the first call reads the file, others that come meanwhile wait for it. A subscriber
+  /// must not call this from inside that first load: it would wait for itself.
+  [[nodiscard]] T value() const { return state_->value(); }
+
+  /// Publishes the value on the calling thread before it returns, and has it written on the thread
+  /// pool, not waited for; of two quick writes either may reach the disk last.
+  // Kept: a value that is set before the first read does not count as loaded: that read takes the
+  // file's value if it decodes. Counting it would make the outcome depend on who came first.
+  void setValue(T value) const {
+    state_->innerSubject.setValue(value);
+    auto write = [store = state_->backingPlistStore, value = std::move(value)] {
+      store->setValue(value);
+    };
+    platform::startTask(std::move(write));
+  }
+
+  [[nodiscard]] bool exists() const { return state_->backingPlistStore->exists(); }
+  [[nodiscard]] std::uint64_t size() const { return state_->backingPlistStore->size(); }
+
+  /// Goes back to the default value, published, and removes the file before it returns.
+  // Kept: the file is not read again after a purge, also when others write it anew; loading twice
+  // would bring back a value that subscribers saw go.
+  void purge() const {
+    state_->innerSubject.setValue(state_->defaultValue);
+    state_->backingPlistStore->backingDiskStore().purge();
+  }
+
+  /// Delivers the current value, without loading the file, and all later ones.
+  void receive(std::shared_ptr<platform::Subscriber<T, platform::Never>> subscriber) const {
+    state_->innerSubject.receive(std::move(subscriber));
+  }
+
+  /// @name File presenter
+  /// @{
+  [[nodiscard]] std::optional<platform::URL> presentedItemURL() const {
+    return state_->presentedItemURL();
+  }
+  [[nodiscard]] std::shared_ptr<platform::NSOperationQueue> presentedItemOperationQueue() const {
+    return state_->presentedItemOperationQueue();
+  }
+  void presentedItemDidChange() const { state_->presentedItemDidChange(); }
+
+  /// The store as a presenter, which lives as long as the store does.
+  [[nodiscard]] std::shared_ptr<platform::NSFilePresenter> filePresenter() const { return state_; }
+  /// @}
+
+ private:
+  struct State final : platform::NSFilePresenter {
+    State(const platform::URL& storeURL, T fallback)
+        : url(storeURL),
+          queue(detail::makePresenterQueue("Store for " + storeURL.lastPathComponent())),
+          defaultValue(std::move(fallback)),
+          innerSubject(defaultValue),
+          backingPlistStore(std::make_shared<PlistFileStore<T>>(storeURL)) {}
+
+    T value() {
+      std::optional<T> loaded;
+      fetchGuarder.perform([&] {
+        loaded = backingPlistStore->value();
+        if (loaded) innerSubject.setValue(*loaded);
+      });
+      return loaded ? *std::move(loaded) : innerSubject.value();
+    }
+
+    [[nodiscard]] std::optional<platform::URL> presentedItemURL() const override { return url; }
+    [[nodiscard]] std::shared_ptr<platform::NSOperationQueue> presentedItemOperationQueue()
+        const override {
+      return queue;
+    }
+
+    // Kept: the value in memory is published again and the file is not read: reloading would throw
+    // away a value whose write is still under way.
+    void presentedItemDidChange() override { innerSubject.send(value()); }
+
+    DispatchOnce fetchGuarder;
+    const platform::URL url;
+    const std::shared_ptr<platform::NSOperationQueue> queue;
+    const T defaultValue;
+    const platform::CurrentValueSubject<T, platform::Never> innerSubject;
+    const std::shared_ptr<PlistFileStore<T>> backingPlistStore;  // shared with writes under way
+  };
+
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace ombrix

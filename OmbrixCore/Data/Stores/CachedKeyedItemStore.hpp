@@ -1,0 +1,152 @@
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "OmbrixCore/Data/Stores/InMemoryKeyedStore.hpp"
+#include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
+#include "OmbrixCore/Data/Stores/String+FileName.hpp"
+
+namespace ombrix {
+
+/// A memory store in front of a store on disk, filled by what is read. See `KeyedItemStore`.
+///
+/// It holds no state of its own: each operation takes its turn in the two stores, one after the
+/// other, and other operations may come in between.
+template <class T>
+class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedItemStore<T>, T> {
+  using Identified = IdentifiedItemOperations<CachedKeyedItemStore<T>, T>;
+
+ public:
+  using StoredItem = T;
+  using Identified::purge;
+  using Identified::store;
+
+  enum class StoreType : std::uint8_t { memory, disk, both };
+
+  CachedKeyedItemStore(InMemoryKeyedStore<T> inMemory, PlistKeyedItemStore<T> disk)
+      : inner_{std::move(inMemory), std::move(disk)} {}
+
+  /// The item in memory, else the one on disk, which is in memory from then on, as stored now.
+  [[nodiscard]] platform::Async<std::optional<T>> value(std::string key) const {
+    return valueIn(inner_, std::move(key));
+  }
+
+  [[nodiscard]] platform::Async<void> store(std::optional<T> value, std::string key) const {
+    return store(std::move(value), std::move(key), StoreType::both);
+  }
+
+  /// Keeps the item in memory, on disk, or in both: memory first.
+  [[nodiscard]] platform::Async<void> store(std::optional<T> value, std::string key,
+                                            StoreType type) const {
+    return storeIn(inner_, std::move(value), std::move(key), type);
+  }
+
+  /// Whether either has the key.
+  [[nodiscard]] platform::Async<bool> exists(std::string key) const {
+    return existsIn(inner_, std::move(key));
+  }
+
+  /// The age on disk, where reading does not renew it; for what is in memory only, the age there.
+  [[nodiscard]] platform::Async<std::optional<double>> age(std::string key) const {
+    return ageIn(inner_, std::move(key));
+  }
+
+  /// The keys in memory, and the file names on disk that belong to none of them.
+  [[nodiscard]] platform::Async<std::vector<std::string>> keys() const { return keysOf(inner_); }
+
+  /// Both sizes together.
+  [[nodiscard]] platform::Async<std::uint64_t> size() const { return sizeOf(inner_); }
+
+  [[nodiscard]] platform::Async<void> purge(std::string key) const {
+    return purgeIn(inner_, std::move(key));
+  }
+  [[nodiscard]] platform::Async<void> purge() const { return purgeAll(inner_); }
+
+  /// Applies to each of the two by itself.
+  [[nodiscard]] platform::Async<void> purgeOldest(std::int64_t keeping) const {
+    return purgeOldestIn(inner_, keeping);
+  }
+
+ private:
+  // A class with a constructor: coroutines take it by value.
+  struct Inner {
+    Inner(InMemoryKeyedStore<T> inMemory, PlistKeyedItemStore<T> disk)
+        : inMemoryStore(std::move(inMemory)), diskStore(std::move(disk)) {}
+
+    InMemoryKeyedStore<T> inMemoryStore;
+    PlistKeyedItemStore<T> diskStore;
+  };
+
+  static platform::Async<std::optional<T>> valueIn(Inner inner, std::string key) {
+    auto cached = co_await inner.inMemoryStore.value(key);
+    if (cached) co_return cached;
+    auto stored = co_await inner.diskStore.value(key);
+    if (stored) co_await inner.inMemoryStore.store(stored, key);
+    co_return stored;
+  }
+
+  static platform::Async<void> storeIn(Inner inner, std::optional<T> value, std::string key,
+                                       StoreType type) {
+    if (type != StoreType::disk) co_await inner.inMemoryStore.store(value, key);
+    if (type != StoreType::memory) co_await inner.diskStore.store(value, key);
+  }
+
+  static platform::Async<bool> existsIn(Inner inner, std::string key) {
+    const bool isCached = co_await inner.inMemoryStore.exists(key);
+    if (isCached) co_return true;
+    const bool isStored = co_await inner.diskStore.exists(key);
+    co_return isStored;
+  }
+
+  static platform::Async<std::optional<double>> ageIn(Inner inner, std::string key) {
+    const auto onDisk = co_await inner.diskStore.age(key);
+    if (onDisk) co_return onDisk;
+    const auto inMemory = co_await inner.inMemoryStore.age(key);
+    co_return inMemory;
+  }
+
+  static platform::Async<std::vector<std::string>> keysOf(Inner inner) {
+    auto keys = co_await inner.inMemoryStore.keys();
+    auto names = co_await inner.diskStore.keys();
+    std::vector<std::string> known;
+    known.reserve(keys.size());
+    for (const auto& key : keys) known.push_back(sanitizedFileName(key));
+    std::ranges::sort(known);
+    for (auto& name : names) {
+      if (!std::ranges::binary_search(known, name)) keys.push_back(std::move(name));
+    }
+    co_return keys;
+  }
+
+  static platform::Async<std::uint64_t> sizeOf(Inner inner) {
+    const auto inMemory = co_await inner.inMemoryStore.size();
+    const auto onDisk = co_await inner.diskStore.size();
+    co_return inMemory + onDisk;
+  }
+
+  static platform::Async<void> purgeIn(Inner inner, std::string key) {
+    co_await inner.inMemoryStore.purge(key);
+    co_await inner.diskStore.purge(key);
+  }
+
+  static platform::Async<void> purgeAll(Inner inner) {
+    co_await inner.inMemoryStore.purge();
+    co_await inner.diskStore.purge();
+  }
+
+  static platform::Async<void> purgeOldestIn(Inner inner, std::int64_t keeping) {
+    co_await inner.inMemoryStore.purgeOldest(keeping);
+    co_await inner.diskStore.purgeOldest(keeping);
+  }
+
+  Inner inner_;
+};
+
+static_assert(KeyedItemStore<CachedKeyedItemStore<int>>);
+
+}  // namespace ombrix

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "OmbrixCore/Data/Stores/ItemStore.hpp"
+#include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
+#include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix {
+
+namespace detail {
+
+/// Whether a file is shared with the other programs of the app group.
+// Kept: the paths are compared character by character, so "…/group-2/file" counts as being in
+// "…/group"; comparing whole components would leave files without coordination that had it.
+bool isInGroupContainer(const platform::URL& url);
+
+}  // namespace detail
+
+/// Raw bytes in one file, in the app-group container coordinated with other processes.
+///
+/// A writer that is killed leaves a file that begins with a zero byte, whatever the value; nothing
+/// more is promised about it. Any thread; operations on one file by this process exclude each
+/// other.
+class DataFileStore final {
+ public:
+  using StoredItem = platform::Data;
+
+  explicit DataFileStore(platform::URL url);
+  DataFileStore(const DataFileStore&) = delete;
+  DataFileStore& operator=(const DataFileStore&) = delete;
+
+  [[nodiscard]] const platform::URL& fileURL() const noexcept { return fileURL_; }
+
+  /// Reads the whole file. A missing or unreadable file is logged and gives nothing.
+  [[nodiscard]] std::optional<platform::Data> value() const;
+
+  /// Writes the file, making its folder when needed; nothing removes the file.
+  void setValue(const std::optional<platform::Data>& value) const;
+
+  [[nodiscard]] bool exists() const;
+
+  /// The disk space of the file; 0 when it is missing.
+  [[nodiscard]] std::uint64_t size() const;
+
+  /// Removes the file, if it is there.
+  void purge() const;
+
+  /// Who is not told of this store's own writes. To be set before the store is shared.
+  [[nodiscard]] const std::shared_ptr<platform::NSFilePresenter>& filePresenter() const noexcept {
+    return filePresenter_;
+  }
+  void setFilePresenter(std::shared_ptr<platform::NSFilePresenter> filePresenter);
+
+  /// What reads, writes and removals go through; null outside the group container.
+  [[nodiscard]] const std::shared_ptr<const platform::NSFileCoordinator>& coordinator()
+      const noexcept {
+    return coordinator_;
+  }
+
+ private:
+  [[nodiscard]] std::optional<platform::Data> doRead(const platform::URL& url) const;
+  void doSave(const platform::URL& url, platform::DataView value) const;
+  void doPurge(const platform::URL& url) const;
+
+  const platform::URL fileURL_;
+  const std::size_t hash_;
+  std::shared_ptr<platform::NSFilePresenter> filePresenter_;
+  std::shared_ptr<const platform::NSFileCoordinator> coordinator_;
+};
+
+static_assert(ItemStore<DataFileStore>);
+
+}  // namespace ombrix

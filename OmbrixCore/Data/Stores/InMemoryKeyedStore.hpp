@@ -1,0 +1,181 @@
+#pragma once
+
+#include <cmath>
+#include <map>
+#include <unordered_map>
+#include <vector>
+
+#include "OmbrixCore/Data/Stores/KeyedItemStore.hpp"
+#include "OmbrixPlatform/Concurrency/Task.hpp"
+#include "OmbrixPlatform/Memory/MemoryWarning.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/Clock.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
+
+namespace ombrix {
+
+/// Keeps items in memory, at most so many, the oldest going first. See `KeyedItemStore`.
+///
+/// Storing, reading and evicting one item takes logarithmic time at most.
+template <class T>
+class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedStore<T>, T> {
+  using Identified = IdentifiedItemOperations<InMemoryKeyedStore<T>, T>;
+
+ public:
+  using StoredItem = T;
+  using Identified::purge;
+  using Identified::store;
+
+  /// @param sizeLimit How many items are kept at most; nothing for no limit.
+  /// @param autoPurge Whether all items go when memory runs short.
+  explicit InMemoryKeyedStore(std::optional<std::int64_t> sizeLimit = std::nullopt,
+                              bool autoPurge = false)
+      : state_(std::make_shared<State>(sizeLimit)) {
+    if (autoPurge) purgeOnMemoryWarnings();
+  }
+
+  [[nodiscard]] platform::Async<std::optional<T>> value(std::string key) const {
+    return detail::onActor(state_, [key = std::move(key)](State& state) -> std::optional<T> {
+      const auto found = state.memory.find(key);
+      if (found == state.memory.end()) return std::nullopt;
+      return found->second.value;
+    });
+  }
+
+  // Kept: a full store makes room before it looks at the key, so replacing an item in a full store
+  // also evicts the oldest one; looking first would keep one item more than callers count on.
+  [[nodiscard]] platform::Async<void> store(std::optional<T> value, std::string key) const {
+    return detail::onActor(
+        state_, [value = std::move(value), key = std::move(key)](State& state) mutable {
+          if (!value) {
+            state.remove(key);
+            return;
+          }
+          if (state.maxStoredItems &&
+              static_cast<std::int64_t>(state.memory.size()) >= *state.maxStoredItems) {
+            std::int64_t keeping = 0;
+            if (__builtin_sub_overflow(*state.maxStoredItems, 1, &keeping)) {
+              platform::fatalError("the size limit of a keyed store is too low");
+            }
+            state.removeOldest(keeping);
+          }
+          state.insert(std::move(key), *std::move(value));
+        });
+  }
+
+  [[nodiscard]] platform::Async<bool> exists(std::string key) const {
+    return detail::onActor(
+        state_, [key = std::move(key)](State& state) { return state.memory.contains(key); });
+  }
+
+  [[nodiscard]] platform::Async<std::optional<double>> age(std::string key) const {
+    return detail::onActor(state_, [key = std::move(key)](State& state) -> std::optional<double> {
+      const auto found = state.memory.find(key);
+      if (found == state.memory.end()) return std::nullopt;
+      const platform::Date now = platform::services().clock.get().now();
+      return std::abs((now - found->second.stored->first.first).count());
+    });
+  }
+
+  [[nodiscard]] platform::Async<std::vector<std::string>> keys() const {
+    return detail::onActor(state_, [](State& state) {
+      std::vector<std::string> keys;
+      keys.reserve(state.memory.size());
+      for (const auto& [key, entry] : state.memory) keys.push_back(key);
+      return keys;
+    });
+  }
+
+  // Kept: what an item owns outside itself is not counted: the number is that of the items times
+  // the size of one, which takes no walk through them.
+  [[nodiscard]] platform::Async<std::uint64_t> size() const {
+    return detail::onActor(
+        state_, [](State& state) -> std::uint64_t { return state.memory.size() * sizeof(T); });
+  }
+
+  [[nodiscard]] platform::Async<void> purge(std::string key) const {
+    return detail::onActor(state_, [key = std::move(key)](State& state) { state.remove(key); });
+  }
+
+  [[nodiscard]] platform::Async<void> purge() const {
+    return detail::onActor(state_, [](State& state) { state.removeAll(); });
+  }
+
+  [[nodiscard]] platform::Async<void> purgeOldest(std::int64_t keeping) const {
+    return detail::onActor(state_, [keeping](State& state) { state.removeOldest(keeping); });
+  }
+
+ private:
+  struct Entry;
+  using Memory = std::unordered_map<std::string, Entry>;
+  /// By date and, since the clock stands still or goes back, by the order of storing.
+  using Ages = std::map<std::pair<platform::Date, std::uint64_t>, typename Memory::value_type*>;
+
+  struct Entry {
+    T value;
+    typename Ages::iterator stored;
+  };
+
+  struct State {
+    explicit State(std::optional<std::int64_t> limit) : maxStoredItems(limit) {}
+
+    void insert(std::string key, T value) {
+      const platform::Date now = platform::services().clock.get().now();
+      auto found = memory.find(key);
+      if (found == memory.end()) {
+        found = memory.emplace(std::move(key), Entry{std::move(value), ages.end()}).first;
+      } else {
+        found->second.value = std::move(value);
+        ages.erase(found->second.stored);
+      }
+      // Mostly the latest of all: there the hint makes it constant time.
+      found->second.stored = ages.emplace_hint(ages.end(), std::pair(now, ++sequence), &*found);
+    }
+    void remove(const std::string& key) {
+      const auto found = memory.find(key);
+      if (found == memory.end()) return;
+      ages.erase(found->second.stored);
+      memory.erase(found);
+    }
+    void removeAll() {
+      memory.clear();
+      ages.clear();
+    }
+    void removeOldest(std::int64_t keeping) {
+      for (auto excess = detail::excessOver(memory.size(), keeping); excess > 0; --excess) {
+        memory.erase(memory.find(ages.begin()->second->first));
+        ages.erase(ages.begin());
+      }
+    }
+
+    platform::Serial serial;
+    Memory memory;
+    Ages ages;
+    std::uint64_t sequence = 0;
+    const std::optional<std::int64_t> maxStoredItems;
+    std::vector<platform::ObservationToken> cancellables;
+  };
+
+  /// Subscribes in the background, for the store's life.
+  void purgeOnMemoryWarnings() const {
+    auto subscribe = [](State& state, const std::weak_ptr<State>& weak) {
+      auto purgeLater = [weak] {
+        if (auto alive = weak.lock()) {
+          auto removeAll = [](State& purged) { purged.removeAll(); };
+          detail::onActor(std::move(alive), removeAll).start();
+        }
+      };
+      state.cancellables.push_back(
+          platform::UIApplicationDidReceiveMemoryWarningNotification().connect(purgeLater));
+    };
+    detail::onActor(state_, [subscribe, weak = std::weak_ptr(state_)](State& state) {
+      subscribe(state, weak);
+    }).start();
+  }
+
+  std::shared_ptr<State> state_;
+};
+
+static_assert(KeyedItemStore<InMemoryKeyedStore<int>>);
+
+}  // namespace ombrix

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "OmbrixCore/Data/Stores/CachedItemStore.hpp"
+
+namespace ombrix {
+
+/// A property that is kept on disk: a thin face over one `CachedItemStore`. Copies share it.
+///
+///     Persisted<int> launches{0, FileManager::defaultManager().applicationSupport(), "launches"};
+///     launches.modifyWrappedValue([](int& count) { ++count; });
+///
+/// Two made for the same file are two stores: each loads it once, and neither sees what the other
+/// sets later. It is a publisher of its values itself. Any thread.
+template <class T>
+class Persisted final : public platform::PublisherOperators<Persisted<T>, T, platform::Never> {
+ public:
+  /// @param wrappedValue The default, until something is stored.
+  /// @param directory The folder of the file; made on the first write.
+  /// @param name The file's name.
+  Persisted(T wrappedValue, const platform::URL& directory, std::string_view name)
+      : store_(directory.appendingPathComponent(name, false), std::move(wrappedValue)) {}
+
+  [[nodiscard]] T wrappedValue() const { return store_.value(); }
+  void setWrappedValue(T value) const { store_.setValue(std::move(value)); }
+
+  /// Lets the closure change a copy of the value and sets it then, also when the closure throws.
+  /// Changes that others make meanwhile are lost.
+  template <class Closure>
+  void modifyWrappedValue(Closure&& closure) const {
+    struct Access {
+      const Persisted& property;
+      T value;
+      ~Access() { property.setWrappedValue(std::move(value)); }
+    };
+    Access access{*this, wrappedValue()};
+    std::invoke(std::forward<Closure>(closure), access.value);
+  }
+
+  /// The property's values, beginning with the current one.
+  [[nodiscard]] platform::AnyPublisher<T, platform::Never> projectedValue() const {
+    return store_.eraseToAnyPublisher();
+  }
+
+  void receive(std::shared_ptr<platform::Subscriber<T, platform::Never>> subscriber) const {
+    store_.receive(std::move(subscriber));
+  }
+
+ private:
+  CachedItemStore<T> store_;
+};
+
+}  // namespace ombrix

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <utility>
+
+#include "OmbrixCore/Data/Stores/DataFileStore.hpp"
+#include "OmbrixCore/Data/Stores/StoreLog.hpp"
+#include "OmbrixPlatform/Coding/Codable.hpp"
+#include "OmbrixPlatform/Coding/PropertyListDecoder.hpp"
+#include "OmbrixPlatform/Coding/PropertyListEncoder.hpp"
+
+namespace ombrix {
+
+/// A typed value in one file, as a binary property list (XML is read, too). Any thread.
+template <class T>
+class PlistFileStore final {
+ public:
+  using StoredItem = T;
+
+  explicit PlistFileStore(platform::URL url) : backingDiskStore_(std::move(url)) {}
+
+  /// Reads and decodes the file.
+  // Kept: a file that does not decode is removed, so that a store never stays broken; keeping it
+  // would log the same failure on every read.
+  [[nodiscard]] std::optional<T> value() const {
+    const auto bytes = backingDiskStore_.value();
+    if (!bytes) return std::nullopt;
+    try {
+      return platform::PropertyListDecoder().decode<T>(*bytes);
+    } catch (const std::exception& error) {
+      detail::logItemStore("value", "Data: Error reading plist for store, deleting: ", error);
+    }
+    backingDiskStore_.purge();
+    return std::nullopt;
+  }
+
+  /// Writes the value, or removes the file for nothing. What cannot be encoded leaves the file as
+  /// it is.
+  void setValue(const std::optional<T>& value) const {
+    if (!value) {
+      backingDiskStore_.setValue(std::nullopt);
+      return;
+    }
+    std::optional<platform::Data> bytes;
+    try {
+      bytes = platform::PropertyListEncoder().encode(*value);
+    } catch (const std::exception& error) {
+      detail::logItemStore("value", "Data: Error encoding plist for in store: ", error);
+      return;
+    }
+    backingDiskStore_.setValue(bytes);
+  }
+
+  [[nodiscard]] bool exists() const { return backingDiskStore_.exists(); }
+  [[nodiscard]] std::uint64_t size() const { return backingDiskStore_.size(); }
+  void purge() const { backingDiskStore_.purge(); }
+
+  [[nodiscard]] DataFileStore& backingDiskStore() noexcept { return backingDiskStore_; }
+  [[nodiscard]] const DataFileStore& backingDiskStore() const noexcept { return backingDiskStore_; }
+
+ private:
+  DataFileStore backingDiskStore_;
+};
+
+}  // namespace ombrix

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <exception>
+#include <source_location>
+#include <string_view>
+
+/// \file
+/// How the stores log a failure: what was tried, then the error's own text. Any thread.
+
+namespace ombrix::detail {
+
+/// For the stores of one item.
+void logItemStore(std::string_view function, std::string_view what, const std::exception& error,
+                  std::source_location where = std::source_location::current());
+
+/// For the keyed stores. `key` and `joint` stand between `what` and the error.
+void logKeyedItemStore(std::string_view function, std::string_view what, std::string_view key,
+                       std::string_view joint, const std::exception& error,
+                       std::source_location where = std::source_location::current());
+
+}  // namespace ombrix::detail

@@ -1,0 +1,262 @@
+#include "OmbrixCore/Data/Stores/ItemStore.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <barrier>
+#include <filesystem>
+#include <thread>
+
+#include "OmbrixCore/Data/Stores/CachedItemStore.hpp"
+#include "OmbrixCore/Data/Stores/Persisted.hpp"
+#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixTesting/RecordingLog.hpp"
+#include "OmbrixTesting/ScopedDirectories.hpp"
+#include "OmbrixTesting/WithoutOverride.hpp"
+#include "StoredDay.hpp"
+
+namespace ombrix {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::Data;
+using platform::URL;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using testing::RecordingLog;
+using ::testing::StartsWith;
+
+static_assert(ItemStore<PlistFileStore<StoredDay>> && ItemStore<CachedItemStore<StoredDay>>);
+static_assert(!std::default_initializable<CachedItemStore<int>>);
+
+/// Every store is tried inside the group container, with coordination, and outside.
+class ItemStoreTests : public ::testing::TestWithParam<bool> {
+ protected:
+  ItemStoreTests() {
+    if (GetParam()) directories_.setGroupContainer(true);
+  }
+
+  fs::path path(const fs::path& name = "item.data") const {
+    return directories_.dir().path() / (GetParam() ? "group" : "elsewhere") / "stores" / name;
+  }
+  URL url(const fs::path& name = "item.data") const { return URL::fileURL(path(name).string()); }
+
+  /// Waits for the background write.
+  static void waitFor(const std::function<bool()>& condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+    EXPECT_TRUE(condition());
+  }
+
+  testing::ScopedDirectories directories_;
+  RecordingLog log_;
+};
+
+INSTANTIATE_TEST_SUITE_P(, ItemStoreTests, ::testing::Values(false, true), [](const auto& test) {
+  return test.param ? "Coordinated" : "Uncoordinated";
+});
+
+// Catches bytes that do not come back, an old tail behind a shorter value, a folder that is not
+// made, and a purge that fails or logs without need.
+TEST_P(ItemStoreTests, DataComesBack) {
+  const DataFileStore store(url());
+  EXPECT_EQ(store.coordinator() != nullptr, GetParam());
+  EXPECT_FALSE(store.exists());
+  EXPECT_EQ(store.size(), 0U);
+  store.purge();
+  for (const std::size_t size : {1000UL, 1UL, 0UL, 5000UL}) {
+    const Data bytes(size, std::byte{7});
+    store.setValue(bytes);
+    EXPECT_EQ(store.value(), bytes) << size;
+    EXPECT_TRUE(store.exists());
+  }
+  EXPECT_GE(store.size(), 5000U);
+  store.setValue(std::nullopt);
+  EXPECT_FALSE(store.exists());
+}
+
+// Catches a wrong or missing message, a value made up for a broken file, and a broken file that
+// stays: what is there, what reading it logs, and whether it is there afterwards.
+TEST_P(ItemStoreTests, BadFilesAreLogged) {
+  constexpr std::string_view kReading = "Error reading the object: ";
+  constexpr std::string_view kDecoding = "Data: Error reading plist for store, deleting: ";
+  const Data whole = platform::PropertyListEncoder().encode(StoredDay{"Monday", 7, {1, 2}});
+  const std::string file(platform::textOf(whole));
+  struct Case {
+    const char* name;
+    std::string contents;
+    std::string_view message;
+  };
+  const Case cases[] = {
+      {"noPropertyList", "not a property list", kDecoding},
+      {"cut", file.substr(0, file.size() - 9), kDecoding},
+      {"empty", "", kDecoding},
+      {"unfinishedWrite", '\0' + file.substr(1), kDecoding},
+      {"anotherType", std::string(platform::textOf(platform::PropertyListEncoder().encode(5))),
+       kDecoding},
+      {"xmlOfAnotherType", "<plist version=\"1.0\"><array/></plist>", kDecoding},
+  };
+  for (const Case& bad : cases) {
+    fs::create_directories(path().parent_path());
+    directories_.dir().write(path(bad.name), bad.contents);
+    EXPECT_EQ(PlistFileStore<StoredDay>(url(bad.name)).value(), std::nullopt) << bad.name;
+    EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith(std::string(bad.message)))) << bad.name;
+    EXPECT_FALSE(fs::exists(path(bad.name))) << bad.name;
+  }
+  EXPECT_EQ(PlistFileStore<StoredDay>(url("missing")).value(), std::nullopt);
+  EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith(std::string(kReading))));
+  EXPECT_EQ(log_.lines().back().file, "OmbrixCore/Data/ItemStore");
+  EXPECT_EQ(log_.lines().back().function, "doRead(url:)");
+}
+
+// Catches wrong messages, or any harm to what is there, where files cannot be read or written.
+TEST_P(ItemStoreTests, FailingFilesAreLogged) {
+  constexpr const char* kSaving = "Data: Error saving data to file for in store: ";
+  fs::create_directories(path("folder/child"));
+  const PlistFileStore<int> folder(url("folder"));
+  folder.setValue(1);
+  EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith(kSaving)));
+  EXPECT_EQ(folder.value(), std::nullopt);
+  EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith("Error reading the object: ")));
+  EXPECT_TRUE(fs::exists(path("folder/child")));
+
+  const PlistFileStore<int> kept(url("kept"));
+  kept.setValue(1);
+  fs::permissions(path("kept"), fs::perms::none);
+  fs::permissions(path().parent_path(), fs::perms::owner_read | fs::perms::owner_exec);
+  {
+    const testing::WithoutOverride withoutOverride;
+    EXPECT_EQ(kept.value(), std::nullopt);
+    EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith("Error reading the object: ")));
+    kept.setValue(2);
+    EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith(kSaving)));
+    kept.purge();
+    EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith("Error writing the object: ")));
+    PlistFileStore<int>(url("new/one")).setValue(1);
+    EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith("Filesystem: Error creating folder: "),
+                                               StartsWith(kSaving)));
+  }
+  fs::permissions(path().parent_path(), fs::perms::owner_all);
+  fs::permissions(path("kept"), fs::perms::owner_all);
+  EXPECT_EQ(kept.value(), 1);
+  PlistFileStore<Unencodable>(url("kept")).setValue(Unencodable());
+  EXPECT_THAT(log_.takeErrors(),
+              ElementsAre(StartsWith("Data: Error encoding plist for in store: ")));
+  EXPECT_EQ(kept.value(), 1);
+}
+
+// Catches coordination errors that are swallowed, mislabelled, or do not keep off the file.
+TEST(ItemStoreCoordinationTests, CoordinationErrorsAreLogged) {
+  testing::ScopedDirectories directories;
+  RecordingLog log;
+  directories.setGroupContainer(true);
+  const fs::path group = directories.dir().path() / "group";
+  const DataFileStore store(URL::fileURL((group / "a").string()));
+  fs::create_directories(group / ".filecoordination");
+  EXPECT_EQ(store.value(), std::nullopt);
+  store.setValue(Data(3));
+  store.purge();
+  EXPECT_THAT(log.takeErrors(), ElementsAre(StartsWith("Error reading the object: "),
+                                            StartsWith("Error saving the object: "),
+                                            StartsWith("Error purging the object: ")));
+  EXPECT_FALSE(store.exists());
+  // By characters, not by path components.
+  const DataFileStore near(URL::fileURL(group.string() + "-2/a"));
+  EXPECT_NE(near.coordinator(), nullptr);
+}
+
+// Catches a default that is not used, values that subscribers miss or see twice, a value that is
+// not written back, and a load that happens twice or not at all.
+TEST_P(ItemStoreTests, CachedValueIsPublishedAndKept) {
+  const StoredDay none{"none", 0, {}}, monday{"Monday", 1, {1.5}}, tuesday{"Tuesday", 2, {}};
+  {
+    const CachedItemStore<StoredDay> store(url(), none);
+    std::vector<std::string> seen;
+    auto subscription = store.sink([&](const StoredDay& day) { seen.push_back(day.name); });
+    EXPECT_EQ(store.value(), none);
+    log_.takeErrors();  // the missing file
+    store.setValue(monday);
+    EXPECT_EQ(store.value(), monday);
+    store.presentedItemDidChange();
+    waitFor([&] { return store.exists() && store.size() > 0; });
+    EXPECT_THAT(seen, ElementsAre("none", "Monday", "Monday"));
+    EXPECT_EQ(store.presentedItemURL(), url());
+    EXPECT_EQ(store.presentedItemOperationQueue()->name(), "Store for item.data");
+    EXPECT_EQ(store.presentedItemOperationQueue()->maxConcurrentOperationCount(), 1);
+  }
+  waitFor([&] { return PlistFileStore<StoredDay>(url()).value() == monday; });
+  log_.takeErrors();  // reads while it was being made
+  const CachedItemStore<StoredDay> store(url(), none);
+  store.setValue(tuesday);
+  waitFor([&] { return PlistFileStore<StoredDay>(url()).value() == tuesday; });
+  PlistFileStore<StoredDay>(url()).setValue(monday);
+  EXPECT_EQ(store.value(), monday) << "the first read takes the file's value";
+  PlistFileStore<StoredDay>(url()).setValue(tuesday);
+  EXPECT_EQ(store.value(), monday) << "the file is read once";
+  store.purge();
+  EXPECT_FALSE(store.exists());
+  PlistFileStore<StoredDay>(url()).setValue(tuesday);
+  EXPECT_EQ(store.value(), none) << "not even after a purge";
+}
+
+// Catches a coordinator that keeps the store alive, and a presenter that leads nowhere after it.
+TEST_P(ItemStoreTests, CoordinatorHoldsTheStoreWeakly) {
+  auto store = std::make_unique<CachedItemStore<int>>(url(), 1);
+  const std::weak_ptr<platform::NSFilePresenter> presenter = store->filePresenter();
+  const detail::PresenterWrapper wrapper(presenter);
+  EXPECT_EQ(wrapper.presentedItemURL(), url());
+  EXPECT_EQ(wrapper.presentedItemOperationQueue(), store->presentedItemOperationQueue());
+  store.reset();
+  EXPECT_TRUE(presenter.expired());
+  EXPECT_EQ(wrapper.presentedItemURL(), std::nullopt);
+  EXPECT_EQ(wrapper.presentedItemOperationQueue()->name(), "PresenterWrapper weak queue");
+}
+
+// Catches first readers that load twice or return before the load, and writers or readers of one
+// file in one process that see each other's half-written values.
+TEST_P(ItemStoreTests, ThreadsShareOneFile) {
+  const std::vector<double> ones(2000, 1), twos(900, 2);
+  const StoredDay first{"first", 1, ones}, second{"second", 2, twos};
+  PlistFileStore<StoredDay>(url()).setValue(first);
+  const CachedItemStore<StoredDay> cached(url(), StoredDay{});
+  std::barrier loaded(4);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&, i] {
+      EXPECT_EQ(cached.value(), first);
+      loaded.arrive_and_wait();
+      const PlistFileStore<StoredDay> own(url());
+      for (int round = 0; round < 50; ++round) {
+        if (i % 2 == 0) own.setValue(round % 2 == 0 ? second : first);
+        const auto value = own.value();
+        EXPECT_TRUE(value == first || value == second);
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+}
+
+// Catches a wrapper that keeps a value of its own, loses a change that ends early, or does not
+// publish.
+TEST_P(ItemStoreTests, PersistedIsAFaceOfItsStore) {
+  const URL folder = url().deletingLastPathComponent();
+  const Persisted<int> count(5, folder, "count");
+  EXPECT_EQ(count.wrappedValue(), 5);
+  log_.takeErrors();
+  const Persisted<int> copy = count;
+  std::vector<int> seen;
+  auto subscription = count.projectedValue().sink([&](const int& value) { seen.push_back(value); });
+  copy.setWrappedValue(6);
+  count.modifyWrappedValue([](int& value) { ++value; });
+  EXPECT_THROW(count.modifyWrappedValue([](int& value) {
+    value = 9;
+    throw std::runtime_error("early");
+  }),
+               std::runtime_error);
+  EXPECT_EQ(copy.wrappedValue(), 9);
+  EXPECT_THAT(seen, ElementsAre(5, 6, 7, 9));
+  waitFor([&] { return fs::exists(path("count")); });
+}
+
+}  // namespace
+}  // namespace ombrix
