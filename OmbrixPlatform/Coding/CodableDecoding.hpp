@@ -23,6 +23,16 @@ namespace detail {
 
 std::string quoted(std::string_view text);
 
+/// A reader that can compare the next key with a name before it takes it.
+template <class R>
+concept TriesKeys = requires(R& reader, std::string_view name) { reader.tryKey(name); };
+
+template <CodingReader R>
+bool tryKey(R& reader, std::string_view name) {
+  if constexpr (TriesKeys<R>) return reader.tryKey(name);
+  return false;
+}
+
 template <CodingReader R, class T>
 void decodeFields(R& reader, T& out) {
   constexpr const auto& kFields = CodingFieldsOf<T>::kFields;
@@ -32,19 +42,20 @@ void decodeFields(R& reader, T& out) {
   reader.beginObject();
   {
     CodingPathChain::Step step(reader.pathChain());
-    constexpr bool kTriesKeys = requires { reader.tryKey(std::string_view{}); };
     const auto inOrder = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
       constexpr const auto& kField = std::get<I>(kFields);
-      if constexpr (kTriesKeys && isPlainName(kField.name)) {
-        if (!reader.tryKey(kField.name)) return;
+      if constexpr (isPlainName(kField.name)) {
+        if (!tryKey(reader, kField.name)) return;
         step.setKey(kField.name);
         std::remove_cvref_t<decltype(kField)>::CodecType::decode(reader, out.*kField.member);
         seen |= std::uint64_t{1} << I;
       }
     };
-    [&]<std::size_t... I>(std::index_sequence<I...>) {
-      (inOrder(std::integral_constant<std::size_t, I>{}), ...);
-    }(kIndices);
+    if constexpr (TriesKeys<R>) {
+      [&]<std::size_t... I>(std::index_sequence<I...>) {
+        (inOrder(std::integral_constant<std::size_t, I>{}), ...);
+      }(kIndices);
+    }
     std::string_view key;
     bool more = reader.nextKey(key);
     const auto take = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {

@@ -48,6 +48,15 @@ void encodeMap(W& writer, const Map& map) {
   writer.endObject();
 }
 
+template <CodingWriter W>
+void writePlainKey(W& writer, std::string_view name) {
+  if constexpr (requires { writer.plainKey(name); }) {
+    writer.plainKey(name);
+  } else {
+    writer.key(name);
+  }
+}
+
 template <CodingWriter W, class T>
 void encodeFields(W& writer, const T& value) {
   writer.beginObject();
@@ -63,8 +72,8 @@ void encodeFields(W& writer, const T& value) {
                     std::same_as<Codec, DefaultFieldCodec>) {
         if (!member) return;
       }
-      if constexpr (isPlainName(kField.name) && requires { writer.plainKey(kField.name); }) {
-        writer.plainKey(kField.name);
+      if constexpr (isPlainName(kField.name)) {
+        writePlainKey(writer, kField.name);
       } else {
         writer.key(kField.name);
       }

@@ -1,0 +1,212 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "CodableSamples.hpp"
+#include "OmbrixPlatform/Coding/PropertyListDecoder.hpp"
+#include "OmbrixPlatform/Coding/PropertyListEncoder.hpp"
+#include "OmbrixPlatform/Coding/Streams/BinaryPropertyListReader.hpp"
+#include "OmbrixPlatform/Coding/Streams/BinaryPropertyListWriter.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using Array = PropertyList::Array;
+
+std::string bigEndian(std::uint64_t value, std::size_t size) {
+  std::string bytes(size, '\0');
+  for (std::size_t i = size; i > 0; --i, value >>= 8) bytes[i - 1] = static_cast<char>(value);
+  return bytes;
+}
+
+/// A file of objects given byte by byte, the first on top, as another writer may lay it out.
+Data fileOf(const std::vector<std::string>& objects, std::size_t offsetSize,
+            std::size_t referenceSize) {
+  std::string file = "bplist00";
+  std::string table;
+  for (const std::string& object : objects) {
+    table += bigEndian(file.size(), offsetSize);
+    file += object;
+  }
+  const std::size_t tableOffset = file.size();
+  file += table + std::string(6, '\0') + bigEndian(offsetSize, 1) + bigEndian(referenceSize, 1) +
+          bigEndian(objects.size(), 8) + bigEndian(0, 8) + bigEndian(tableOffset, 8);
+  return dataFrom(file);
+}
+
+std::string bytes(std::initializer_list<unsigned> values) {
+  std::string text;
+  for (const unsigned value : values) text.push_back(static_cast<char>(value));
+  return text;
+}
+
+// Catches forms that our own writer never makes but others do.
+TEST(BinaryPropertyListTests, FormsOfOtherWritersAreRead) {
+  const struct {
+    std::string object;
+    PropertyList value;
+  } cases[] = {
+      {bytes({0x10, 0xFF}), 255},
+      {bytes({0x11, 0xFF, 0xFE}), 65'534},
+      {bytes({0x12, 0xFF, 0xFF, 0xFF, 0xFF}), 4'294'967'295U},
+      {bytes({0x13}) + std::string(8, '\xFF'), -1},
+      {bytes({0x14}) + std::string(16, '\xFF'), -1},
+      {bytes({0x14}) + std::string(8, '\0') + std::string(8, '\xFF'), UINT64_MAX},
+      {bytes({0x22, 0xC0, 0x20, 0x00, 0x00}), -2.5},
+      {bytes({0x22, 0x7F, 0x80, 0x00, 0x00}), std::numeric_limits<double>::infinity()},
+      {bytes({0x33}) + std::string(8, '\0'), dateSinceReferenceDate(0)},
+      {bytes({0x5F, 0x10, 0x03}) + "abc", "abc"},
+      {bytes({0x5F, 0x13}) + bigEndian(1, 8) + "a", "a"},
+      {bytes({0x53}) + "\xE6\x97\xA5", "日"},
+      {bytes({0x62, 0xD8, 0x3C, 0xDF, 0xBF}), "\U0001F3BF"},
+      {bytes({0x61, 0x00, 0x41}), "A"},
+      {bytes({0x81, 0x01, 0x00}), PropertyList::UID{256}},
+      {bytes({0x40}), Data{}},
+      {bytes({0xB0}), Array{}},
+      {bytes({0xC0}), Array{}},
+  };
+  for (const std::size_t size : {1U, 2U, 3U, 8U}) {
+    for (const auto& [object, value] : cases) {
+      EXPECT_EQ(PropertyListSerialization::read(fileOf({object}, size, size)), value);
+      const Data nested =
+          fileOf({bytes({0xA2}) + bigEndian(1, size) + bigEndian(1, size), object}, size, size);
+      EXPECT_EQ(PropertyListSerialization::read(nested), (PropertyList{Array{value, value}}));
+    }
+  }
+}
+
+// Catches references and offsets that outgrow the width they are written with.
+TEST(BinaryPropertyListTests, WidthsGrowWithTheFile) {
+  for (const int count : {200, 253, 254, 255, 256, 300, 65'533, 65'535, 66'000}) {
+    std::vector<int> numbers;
+    std::vector<std::string> texts;
+    for (int i = 0; i < count; ++i) {
+      if (count < 1000) texts.push_back(std::string(400, 'x') + std::to_string(i));
+      numbers.push_back(i);
+    }
+    EXPECT_EQ(PropertyListDecoder{}.decode<std::vector<int>>(PropertyListEncoder{}.encode(numbers)),
+              numbers);
+    EXPECT_EQ(
+        PropertyListDecoder{}.decode<std::vector<std::string>>(PropertyListEncoder{}.encode(texts)),
+        texts);
+  }
+}
+
+// Catches numbers of different kinds with the same bits taken for one, and texts for data.
+TEST(BinaryPropertyListTests, OnlyEqualValuesShareAnObject) {
+  const Array values{0,
+                     0.0,
+                     dateSinceReferenceDate(0),
+                     false,
+                     "",
+                     Data{},
+                     -0.0,
+                     1,
+                     1.0,
+                     true,
+                     "\x01",
+                     dataFrom("\x01"),
+                     "A",
+                     "Ä",
+                     65'536,
+                     1,
+                     1.0,
+                     "A",
+                     dataFrom("A")};
+  const PropertyList read =
+      PropertyListSerialization::read(PropertyListSerialization::write(values));
+  ASSERT_EQ(read.array()->size(), values.size());
+  for (std::size_t i = 0; i < values.size(); ++i) {
+    EXPECT_EQ((*read.array())[i].kind(), values[i].kind()) << i;
+    EXPECT_EQ((*read.array())[i], values[i]) << i;
+  }
+  EXPECT_TRUE(std::signbit(*(*read.array())[6].real()));
+}
+
+// Catches numbers that convert silently where the other kind is stored.
+TEST(BinaryPropertyListTests, NumbersConvertOnlyWhereNothingIsLost) {
+  const auto decode = []<class T>(T*, const PropertyList& value) -> std::optional<T> {
+    const Data file = PropertyListSerialization::write(value);
+    const auto attempt = [](auto run) -> std::optional<T> {
+      try {
+        return run();
+      } catch (const DecodingError&) {
+        return std::nullopt;
+      }
+    };
+    const auto fast = attempt([&] { return PropertyListDecoder{}.decode<T>(file); });
+    EXPECT_EQ(attempt([&] { return PropertyListDecoder{}.decode<T>(value); }), fast);
+    return fast;
+  };
+  std::int64_t* integer = nullptr;
+  std::uint64_t* unsignedInteger = nullptr;
+  std::uint8_t* byte = nullptr;
+  double* real = nullptr;
+  bool* truth = nullptr;
+  EXPECT_EQ(decode(integer, 5.0), 5);
+  EXPECT_EQ(decode(integer, 5.5), std::nullopt);
+  EXPECT_EQ(decode(integer, 0x1p63), std::nullopt);
+  EXPECT_EQ(decode(integer, -0x1p63), INT64_MIN);
+  EXPECT_EQ(decode(integer, UINT64_MAX), std::nullopt);
+  EXPECT_EQ(decode(unsignedInteger, UINT64_MAX), UINT64_MAX);
+  EXPECT_EQ(decode(unsignedInteger, -1), std::nullopt);
+  EXPECT_EQ(decode(unsignedInteger, 0x1p63), std::uint64_t{1} << 63);
+  EXPECT_EQ(decode(byte, 255), 255);
+  EXPECT_EQ(decode(byte, 256), std::nullopt);
+  EXPECT_EQ(decode(real, 3), 3.0);
+  EXPECT_EQ(decode(real, UINT64_MAX), 0x1p64);
+  EXPECT_EQ(decode(real, true), std::nullopt);
+  EXPECT_EQ(decode(truth, 1), std::nullopt);
+  EXPECT_EQ(decode(integer, "5"), std::nullopt);
+}
+
+// Catches a byte that is trusted: whatever is damaged, reading ends in a value or an error.
+TEST(BinaryPropertyListTests, AnyDamagedByteEndsInAValueOrAnError) {
+  Day day = sampleDay();
+  day.title = std::string(300, 'x') + "é";
+  const Data good = PropertyListEncoder{}.encode(day);
+  std::mt19937_64 random(3);
+  std::size_t refused = 0;
+  for (int round = 0; round < 3000; ++round) {
+    Data bad = good;
+    for (std::uint64_t changes = 1 + random() % 3; changes > 0; --changes) {
+      bad[8 + random() % (bad.size() - 8)] = static_cast<std::byte>(random());
+    }
+    if (round % 10 == 0) bad.resize(random() % bad.size());
+    try {
+      static_cast<void>(PropertyListDecoder{}.decode<Day>(bad));
+    } catch (const DecodingError&) {
+      ++refused;
+    }
+    try {
+      static_cast<void>(PropertyListSerialization::read(bad));
+    } catch (const PropertyListError&) {
+    }
+  }
+  EXPECT_GT(refused, 1000U);
+}
+
+// Catches a look ahead that moves the reader, or that fails on what is not there.
+TEST(BinaryPropertyListTests, LookingAheadTakesNothing) {
+  const Data file =
+      PropertyListEncoder{}.encode(std::vector<std::map<std::string, std::optional<std::string>>>{
+          {{"a", "x"}, {"type", "line"}, {"z", std::nullopt}}});
+  BinaryPropertyListReader reader(file);
+  reader.beginArray();
+  ASSERT_TRUE(reader.nextItem());
+  EXPECT_EQ(reader.peekText("type"), "line");
+  EXPECT_EQ(reader.peekText("z"), std::nullopt);
+  EXPECT_EQ(reader.peekText("missing"), std::nullopt);
+  EXPECT_THROW(static_cast<void>(reader.readInteger()), DecodingError);
+  EXPECT_EQ(reader.readPropertyList().find("a")->text()->size(), 1U);
+  EXPECT_FALSE(reader.nextItem());
+}
+
+}  // namespace
+}  // namespace ombrix::platform
