@@ -17,5 +17,6 @@ if(OMBRIX_BUILD_TESTS)
 endif()
 if(OMBRIX_BUILD_BENCHMARKS)
   find_package(benchmark REQUIRED)
+  find_package(TBB REQUIRED)
   find_package(spdlog REQUIRED)  # a peer of the log benchmark
 endif()

@@ -11,6 +11,7 @@
 #include "OmbrixPlatform/Publishers/AnyCancellable.hpp"
 #include "OmbrixPlatform/Publishers/Operators.hpp"
 #include "OmbrixPlatform/Publishers/Publisher.hpp"
+#include "OmbrixPlatform/Publishers/ReceiveOn.hpp"
 #include "OmbrixPlatform/Publishers/Sink.hpp"
 
 namespace ombrix::platform {

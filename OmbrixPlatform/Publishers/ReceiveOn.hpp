@@ -1,0 +1,120 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/Executor.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Publishers/Publisher.hpp"
+
+namespace ombrix::platform::detail {
+
+/// Passes everything to the downstream in jobs of an executor; one job serves all that waits.
+template <class Output, class Failure>
+class ReceiveOnSubscriber final
+    : public Subscriber<Output, Failure>,
+      public Subscription,
+      public std::enable_shared_from_this<ReceiveOnSubscriber<Output, Failure>> {
+ public:
+  ReceiveOnSubscriber(std::shared_ptr<Subscriber<Output, Failure>> downstream,
+                      std::shared_ptr<Executor> executor)
+      : downstream_(std::move(downstream)), executor_(std::move(executor)) {}
+
+  void receiveSubscription(std::shared_ptr<Subscription> subscription) override {
+    std::shared_ptr<Subscriber<Output, Failure>> downstream;
+    {
+      const std::lock_guard lock(mutex_);
+      upstream_ = std::move(subscription);
+      downstream = downstream_;
+    }
+    downstream->receiveSubscription(this->shared_from_this());
+  }
+  Demand receiveValue(const Output& value) override {
+    enqueue(value);
+    return Demand::none();
+  }
+  void receiveCompletion(const Completion<Failure>& completion) override { enqueue(completion); }
+
+  void request(Demand demand) override {
+    if (const auto upstream = upstreamNow()) upstream->request(demand);
+  }
+  void cancel() override {
+    std::shared_ptr<Subscription> upstream;
+    std::shared_ptr<Subscriber<Output, Failure>> downstream;
+    std::vector<Event> dropped;
+    {
+      const std::lock_guard lock(mutex_);
+      upstream = std::move(upstream_);
+      downstream = std::move(downstream_);
+      dropped.swap(waiting_);
+    }
+    if (upstream) upstream->cancel();
+  }
+
+ private:
+  using Event = std::variant<Output, Completion<Failure>>;
+
+  std::shared_ptr<Subscription> upstreamNow() {
+    const std::lock_guard lock(mutex_);
+    return upstream_;
+  }
+
+  void enqueue(Event event) {
+    {
+      const std::lock_guard lock(mutex_);
+      if (!downstream_) return;
+      waiting_.push_back(std::move(event));
+      if (std::exchange(isScheduled_, true)) return;
+    }
+    executor_->post([self = this->shared_from_this()] { self->deliver(); });
+  }
+
+  void deliver() {
+    std::vector<Event> batch;
+    {
+      const std::lock_guard lock(mutex_);
+      batch.swap(waiting_);
+    }
+    for (const Event& event : batch) deliver(event);
+    {
+      const std::lock_guard lock(mutex_);
+      if (waiting_.empty()) {
+        isScheduled_ = false;
+        return;
+      }
+    }
+    executor_->post([self = this->shared_from_this()] { self->deliver(); });
+  }
+
+  void deliver(const Event& event) {
+    std::shared_ptr<Subscriber<Output, Failure>> downstream;
+    std::shared_ptr<Subscription> released;
+    {
+      const std::lock_guard lock(mutex_);
+      downstream = downstream_;
+      if (event.index() == 1) {
+        downstream_ = nullptr;
+        released = std::move(upstream_);
+      }
+    }
+    if (!downstream) return;
+    if (const auto* value = std::get_if<0>(&event)) {
+      const Demand more = downstream->receiveValue(*value);
+      if (!more.isNone()) request(more);
+    } else {
+      downstream->receiveCompletion(std::get<1>(event));
+    }
+  }
+
+  FutexLock mutex_;
+  std::shared_ptr<Subscriber<Output, Failure>> downstream_;
+  const std::shared_ptr<Executor> executor_;
+  std::shared_ptr<Subscription> upstream_;
+  std::vector<Event> waiting_;
+  bool isScheduled_ = false;
+};
+
+}  // namespace ombrix::platform::detail
