@@ -2,8 +2,8 @@
 
 #include <utility>
 
-#include "OmbrixC/AttributedString.hpp"
-#include "OmbrixC/Copies.hpp"
+#include "OmbrixC/Detail/AttributedString.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixCore/Formatting/OmbrixValueFormatter.hpp"
 
 using ombrix::platform::NSAttributedString;

@@ -1,6 +1,6 @@
 #include "OmbrixC/OmbrixError.h"
 
-#include "OmbrixC/ErrorOut.hpp"
+#include "OmbrixC/Detail/ErrorOut.hpp"
 
 const char* ombrix_Error_message(const OmbrixError* error) {
   return error == nullptr ? "" : error->message.c_str();

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
-#include "OmbrixC/Copies.hpp"
-#include "OmbrixC/ErrorOut.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/ErrorOut.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 

@@ -16,30 +16,30 @@ extern "C" {
 // end in "/". The names of locations are copies, see OmbrixTypes.h.
 
 /// The name of the app group.
-char *ombrix_FileManager_OmbrixGroupName(void);
+char* ombrix_FileManager_OmbrixGroupName(void);
 
 /// The product's own folders. Nothing is made.
-char *ombrix_FileManager_cache(void);
-char *ombrix_FileManager_applicationSupport(void);
-char *ombrix_FileManager_temporary(void);
+char* ombrix_FileManager_cache(void);
+char* ombrix_FileManager_applicationSupport(void);
+char* ombrix_FileManager_temporary(void);
 
 /// The user's own folders.
-char *ombrix_FileManager_library(void);
-char *ombrix_FileManager_documents(void);
+char* ombrix_FileManager_library(void);
+char* ombrix_FileManager_documents(void);
 
 /// The app group's folder and the product's folders in it; NULL when there is none.
-char *ombrix_FileManager_groupContainer(void);
-char *ombrix_FileManager_groupContainerApplicationSupport(void);
-char *ombrix_FileManager_groupContainerCache(void);
+char* ombrix_FileManager_groupContainer(void);
+char* ombrix_FileManager_groupContainerApplicationSupport(void);
+char* ombrix_FileManager_groupContainerCache(void);
 
-/// Makes sure that the folder of a location exists: its own when it ends in "/", else the one above.
-/// A failure is logged; text that is no URL counts as one.
-void ombrix_FileManager_touchWithUrl_(const char *url);
+/// Makes sure that the folder of a location exists: its own when it ends in "/", else the one
+/// above. A failure is logged; text that is no URL counts as one.
+void ombrix_FileManager_touchWithUrl_(const char* url);
 
 /// Puts the bytes that a file, or all files below a folder, take on the disk into `size`.
 /// @return false, with the error, when nothing is there or `url` is no URL; `size` is then 0.
-bool ombrix_FileManager_allocatedSizeAt_error_(const char *url, uint64_t *size,
-                                               OmbrixError **error);
+bool ombrix_FileManager_allocatedSizeAt_error_(const char* url, uint64_t* size,
+                                               OmbrixError** error);
 
 #ifdef __cplusplus
 }

@@ -1,9 +1,9 @@
 #include "OmbrixC/OmbrixFormatters.h"
 
-#include "OmbrixC/AttributedString.hpp"
-#include "OmbrixC/Copies.hpp"
-#include "OmbrixC/ErrorOut.hpp"
-#include "OmbrixC/Units.hpp"
+#include "OmbrixC/Detail/AttributedString.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixC/Detail/Units.hpp"
 #include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
 #include "OmbrixCore/Formatting/OmbrixMeasurementFormatter.hpp"
 #include "OmbrixCore/Formatting/OmbrixTimerFormatter.hpp"

@@ -5,8 +5,8 @@
 #include <memory>
 #include <utility>
 
-#include "OmbrixC/Copies.hpp"
-#include "OmbrixC/Streams.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/Streams.hpp"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
 
 using namespace ombrix;

@@ -1,6 +1,6 @@
 #include "OmbrixC/OmbrixLocation.h"
 
-#include "OmbrixC/Location.hpp"
+#include "OmbrixC/Detail/Location.hpp"
 
 using ombrix::CLLocation;
 using ombrix::c::from;

@@ -5,10 +5,10 @@
 #include <memory>
 #include <utility>
 
-#include "OmbrixC/Copies.hpp"
-#include "OmbrixC/ErrorOut.hpp"
-#include "OmbrixC/Location.hpp"
-#include "OmbrixC/Streams.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixC/Detail/Location.hpp"
+#include "OmbrixC/Detail/Streams.hpp"
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
 #include "OmbrixCore/Data/LocationCSVWriter.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"

@@ -3,7 +3,7 @@
 #include <memory>
 #include <string>
 
-#include "OmbrixC/Copies.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixCore/Extensions/Logging/LoggingService.hpp"
 
 namespace {

@@ -1,7 +1,7 @@
 #include "OmbrixC/OmbrixSettings.h"
 
-#include "OmbrixC/Copies.hpp"
-#include "OmbrixC/ErrorOut.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/ErrorOut.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 

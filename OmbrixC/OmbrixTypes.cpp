@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "OmbrixC/Copies.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
 
 namespace ombrix::c {
 

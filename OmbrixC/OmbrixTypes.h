@@ -6,10 +6,12 @@
 ///
 /// - A function is named after the class and the selector it stands for: ':' becomes '_', and the
 ///   class loses its prefix `Ombrix`. Class methods have no receiver, the others take it first.
-/// - An object is an opaque handle, `typedef struct OmbrixThing OmbrixThing;`. Whoever gets one from
-///   a function named init, new or copy owns it and gives it back with `ombrix_Thing_release`, which
-///   allows NULL. Shared objects are borrowed and never released.
-/// - Text goes in as UTF-8 ending in NUL and is borrowed for the call. Text comes out as a copy that
+/// - An object is an opaque handle, `typedef struct OmbrixThing OmbrixThing;`. Whoever gets one
+/// from
+///   a function named init, new or copy owns it and gives it back with `ombrix_Thing_release`,
+///   which allows NULL. Shared objects are borrowed and never released.
+/// - Text goes in as UTF-8 ending in NUL and is borrowed for the call. Text comes out as a copy
+/// that
 ///   the caller gives back with `ombrix_String_release`; NULL means that there is none.
 /// - A throwing operation takes a trailing `OmbrixError **error`; see OmbrixError.h.
 /// - Nothing throws across this interface.
@@ -22,12 +24,12 @@ extern "C" {
 #endif
 
 /// Gives back a text that a function of this interface returned; NULL is allowed.
-void ombrix_String_release(char *string);
+void ombrix_String_release(char* string);
 
 /// A block of bytes that a function of this interface returned. `bytes` is NULL when there is none,
 /// and not NULL for an empty block.
 typedef struct OmbrixData {
-  uint8_t *bytes;
+  uint8_t* bytes;
   size_t length;
 } OmbrixData;
 

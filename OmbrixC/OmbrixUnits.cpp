@@ -5,8 +5,8 @@
 #include <string>
 #include <utility>
 
-#include "OmbrixC/Copies.hpp"
-#include "OmbrixC/Units.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/Units.hpp"
 #include "OmbrixCore/Formatting/FormatNames.hpp"
 #include "OmbrixCore/Formatting/NSUnit+Localized.hpp"
 #include "OmbrixPlatform/Measure/Measurement.hpp"

@@ -17,6 +17,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/OmbrixCoreConfigVersion.c
 install(FILES ${PROJECT_BINARY_DIR}/OmbrixCoreConfig.cmake
               ${PROJECT_BINARY_DIR}/OmbrixCoreConfigVersion.cmake
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/OmbrixCore)
+install(FILES OmbrixC/selectors.def DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/OmbrixC)
 if(TARGET ombrix)
   install(TARGETS ombrix)
 endif()

@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Defaults/DictionaryFile.hpp"
+#include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 
 #include <sys/file.h>
 #include <sys/stat.h>

@@ -8,7 +8,7 @@
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Defaults/Coercion.hpp"
-#include "OmbrixPlatform/Defaults/DictionaryFile.hpp"
+#include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
 #include "OmbrixPlatform/Services.hpp"
 

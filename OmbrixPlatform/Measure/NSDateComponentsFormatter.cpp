@@ -94,7 +94,8 @@ const IcuDurationFormat* NSDateComponentsFormatter::currentFormat() {
   return format_.get();
 }
 
-std::optional<std::string> NSDateComponentsFormatter::stringFrom(const NSDateComponents& components) {
+std::optional<std::string> NSDateComponentsFormatter::stringFrom(
+    const NSDateComponents& components) {
   const IcuDurationFormat* format = currentFormat();
   const detail::Int128 seconds = secondsOf(components);
   const bool isNegative = seconds < 0;

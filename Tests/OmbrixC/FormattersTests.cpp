@@ -5,7 +5,7 @@
 #include <cmath>
 #include <string>
 
-#include "OmbrixC/Units.hpp"
+#include "OmbrixC/Detail/Units.hpp"
 #include "OmbrixTesting/ScopedLocale.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "OmbrixC/Location.hpp"
+#include "OmbrixC/Detail/Location.hpp"
 #include "OmbrixC/OmbrixDate.h"
 #include "OmbrixC/OmbrixMath.h"
 

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "OmbrixC/Copies.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
 
 namespace ombrix::c {
 namespace {

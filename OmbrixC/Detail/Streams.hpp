@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "OmbrixC/Copies.hpp"
+#include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/OmbrixStreams.h"
 #include "OmbrixPlatform/Files/InputStream.hpp"
 #include "OmbrixPlatform/Files/OutputStream.hpp"
