@@ -104,6 +104,7 @@ std::optional<HKQuantitySample> HRCSVParser::parseTransform(platform::CSVReader:
   const auto time = heartRate ? platform::doubleFromText(row[kTimeColumn]) : std::nullopt;
   const auto type = HKQuantityType::quantityType(HKQuantityTypeIdentifier::heartRate);
   if (!heartRate || !time || !type) {
+    // Kept: "CSV for migration" lacks a word; support looks for the line as it stands.
     logError({kFile, "parseTransform(_:)"},
              "Data: Error while trying to read CSV for migration, bad row");
     return std::nullopt;

@@ -4,8 +4,11 @@
 
 #include <array>
 #include <utility>
+#include <vector>
 
 #include "OmbrixCore/Extensions/ResourceBundle.hpp"
+#include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Coding/JSONDecoder.hpp"
 
 namespace ombrix {
 namespace {
@@ -34,6 +37,56 @@ constexpr std::string_view kDefaultValidationMessage =
     "Something was wrong with the data submitted.";
 
 std::string quoted(std::string_view text) { return fmt::format("\"{}\"", text); }
+
+/// The body of a 422 answer.
+struct ErrorResponse {
+  std::optional<platform::OrderedDictionary<std::vector<std::string>>> errors;
+  std::optional<std::string> message;
+
+  static constexpr auto kCodingFields =
+      platform::codingFields(platform::field("errors", &ErrorResponse::errors),
+                             platform::field("message", &ErrorResponse::message));
+};
+
+ErrorResponse responseFrom(platform::DataView data) {
+  try {
+    return platform::JSONDecoder().decode<ErrorResponse>(data);
+  } catch (const platform::Error&) {
+    return {};
+  }
+}
+
+/// More lenient than the decoder: what is no list has no messages, and what is no text gives one.
+ErrorResponse responseFrom(const platform::JSON& json) {
+  ErrorResponse response;
+  if (const auto* errors = json["errors"].dictionary()) {
+    auto& fields = response.errors.emplace();
+    for (const auto& [field, messages] : *errors) {
+      const auto* list = messages.array();
+      if (list != nullptr && !list->empty()) fields.set(field, {list->front().stringValue()});
+    }
+  }
+  if (const auto* message = json["message"].string()) response.message = *message;
+  return response;
+}
+
+HTTPError validationErrorFrom(const ErrorResponse& response) {
+  if (!response.errors) {
+    return HTTPError::validationError(
+        response.message.value_or(std::string(kDefaultValidationMessage)), {});
+  }
+  // Kept: of each field the first message counts, and the top-level one is dropped, even when no
+  // field has any. Joined with the others it would repeat beside a form what its fields say.
+  std::string combined;
+  std::map<std::string, std::string> errors;
+  for (const auto& [field, messages] : *response.errors) {
+    if (messages.empty()) continue;
+    if (!combined.empty()) combined += '\n';
+    combined += messages.front();
+    errors.emplace(field, messages.front());
+  }
+  return HTTPError::validationError(std::move(combined), std::move(errors));
+}
 
 }  // namespace
 
@@ -112,33 +165,45 @@ HTTPError::Case HTTPError::caseOf(platform::URLError::Code code) {
   }
 }
 
-HTTPError HTTPError::withStatusCode(int statusCode) {
+HTTPError::Case HTTPError::caseOf(int statusCode) {
   switch (statusCode) {
     case 400:
-      return badRequestError();
+      return Case::badRequestError;
     case 401:
-      return unauthorizedError();
+      return Case::unauthorizedError;
     case 403:
-      return forbidden();
+      return Case::forbidden;
     case 404:
-      return resourceNotFoundError();
+      return Case::resourceNotFoundError;
     case 410:
-      return resourceDeletedError();
+      return Case::resourceDeletedError;
     case 422:
-      return validationError(std::string(kDefaultValidationMessage), {});
+      return Case::validationError;
     case 429:
-      return rateLimitError();
+      return Case::rateLimitError;
     case 503:
-      return serverOfflineError();
+      return Case::serverOfflineError;
     case -1:
-      return networkError();
+      return Case::networkError;
     case -2:
-      return networkConstrained();
+      return Case::networkConstrained;
     case -3:
-      return canceled();
+      return Case::canceled;
     default:
-      return statusCode >= 500 ? serverError() : unknown();
+      return statusCode >= 500 ? Case::serverError : Case::unknown;
   }
+}
+
+HTTPError HTTPError::withStatusCode(int statusCode, std::optional<platform::DataView> data) {
+  const Case errorCase = caseOf(statusCode);
+  if (errorCase != Case::validationError) return HTTPError(errorCase);
+  return validationErrorFrom(responseFrom(data.value_or(platform::DataView())));
+}
+
+HTTPError HTTPError::withStatusCode(int statusCode, const platform::JSON* json) {
+  const Case errorCase = caseOf(statusCode);
+  if (errorCase != Case::validationError) return HTTPError(errorCase);
+  return validationErrorFrom(json == nullptr ? ErrorResponse() : responseFrom(*json));
 }
 
 bool operator==(const HTTPError& a, const HTTPError& b) {

@@ -9,7 +9,12 @@
 
 #include "OmbrixPlatform/Coding/CodingError.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
+
+namespace ombrix::platform {
+class JSON;
+}
 
 namespace ombrix {
 
@@ -69,8 +74,16 @@ class HTTPError final : public platform::Error {
   explicit HTTPError(const platform::URLError& error);
 
   /// The case of a status code, or of the pseudo-codes -1 (not an HTTP answer), -2 (refused by Low
-  /// Data Mode) and -3 (cancelled here). 422 gives the validation error of an answer without body.
-  static HTTPError withStatusCode(int statusCode);
+  /// Data Mode) and -3 (cancelled here).
+  ///
+  /// @param data The answer's body, which 422 reads its validation error from: the first message of
+  ///   each field under "errors", or the text under "message" where there are none. A body that is
+  ///   absent or says neither gives a sentence of its own.
+  static HTTPError withStatusCode(int statusCode,
+                                  std::optional<platform::DataView> data = std::nullopt);
+
+  /// The same for a body that is parsed already; null when there is none.
+  static HTTPError withStatusCode(int statusCode, const platform::JSON* json);
 
   [[nodiscard]] Case kind() const noexcept { return case_; }
   [[nodiscard]] const ResourceMoved* asResourceMoved() const { return as<ResourceMoved>(); }
@@ -101,6 +114,7 @@ class HTTPError final : public platform::Error {
   }
 
   static Case caseOf(platform::URLError::Code code);
+  static Case caseOf(int statusCode);
   static std::string describe(Case errorCase, const Details& details);
 
   Case case_;

@@ -4,6 +4,8 @@
 
 #include <stdexcept>
 
+#include "OmbrixPlatform/Coding/JSON.hpp"
+
 namespace ombrix {
 namespace {
 
@@ -64,8 +66,51 @@ TEST(HTTPErrorTests, StatusCodes) {
   for (const auto& [code, expected] : cases) {
     EXPECT_EQ(HTTPError::withStatusCode(code).kind(), expected) << code;
   }
-  EXPECT_EQ(HTTPError::withStatusCode(422).asValidation()->message,
-            "Something was wrong with the data submitted.");
+}
+
+// Catches a message of the wrong field or level, and a damaged body that is no error or a crash;
+// the body is read as bytes and, where it is JSON, as parsed before.
+TEST(HTTPErrorTests, ValidationErrorsComeFromTheBody) {
+  constexpr auto kDefault = "Something was wrong with the data submitted.";
+  using Fields = std::map<std::string, std::string>;
+  struct Body {
+    const char *text, *message;
+    Fields errors;
+    const char* lenientMessage = nullptr;  // of the parsed body, where it differs
+    Fields lenientErrors = {};
+  };
+  const Body cases[] = {
+      {R"({"errors":{"email":["taken","invalid"],"name":[]},"message":"x"})",
+       "taken",
+       {{"email", "taken"}}},
+      {R"({"errors":{"name":["short"],"email":["taken"]}})",
+       "short\ntaken",
+       {{"email", "taken"}, {"name", "short"}}},
+      {R"({"errors":{},"message":"dropped"})", "", {}},
+      {R"({"errors":null,"message":"as it stands"})", "as it stands", {}},
+      {R"({"message":""})", "", {}},
+      {R"({"other":1})", kDefault, {}},
+      {R"([])", kDefault, {}},
+      {R"({"errors":{"age":[7],"name":"no list"}})", kDefault, {}, "7", {{"age", "7"}}},
+      {R"({"errors":[],"message":"list"})", kDefault, {}, "list", {}},
+  };
+  for (const Body& test : cases) {
+    EXPECT_EQ(HTTPError::withStatusCode(422, platform::bytesOf(test.text)),
+              HTTPError::validationError(test.message, test.errors))
+        << test.text;
+    const auto json = platform::JSON::parse(test.text);
+    EXPECT_EQ(HTTPError::withStatusCode(422, &json),
+              test.lenientMessage
+                  ? HTTPError::validationError(test.lenientMessage, test.lenientErrors)
+                  : HTTPError::validationError(test.message, test.errors))
+        << test.text;
+  }
+  const auto unreadable = HTTPError::validationError(kDefault, {});
+  for (const char* body : {"", "<html>", "{\"message\":"}) {
+    EXPECT_EQ(HTTPError::withStatusCode(422, platform::bytesOf(body)), unreadable) << body;
+  }
+  EXPECT_EQ(HTTPError::withStatusCode(422), unreadable);
+  EXPECT_EQ(HTTPError::withStatusCode(422, nullptr), unreadable);
 }
 
 // Catches tags that moved, equality that ignores values, and a description without them.
