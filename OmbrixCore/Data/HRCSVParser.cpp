@@ -1,6 +1,7 @@
 #include "OmbrixCore/Data/HRCSVParser.hpp"
 
 #include <array>
+#include <source_location>
 #include <utility>
 
 #include "OmbrixCore/Data/Detail/CSVParsing.hpp"
@@ -28,7 +29,8 @@ HKQuantitySample sampleFrom(HKQuantityType type, double heartRate, double time) 
 
 template <class Source>
 HRCSVParser::Samples parseSource(const HRCSVParser& parser, Source&& source,
-                                 const CSVParseObserver& observer, LogTag tag) {
+                                 const CSVParseObserver& observer, LogTag tag,
+                                 std::source_location where = std::source_location::current()) {
   const auto transform = [&parser](platform::CSVReader::Row row) {
     return parser.parseTransform(row);
   };
@@ -39,7 +41,7 @@ HRCSVParser::Samples parseSource(const HRCSVParser& parser, Source&& source,
       [kType](const std::array<double, kColumnCount>& numbers) {
         return sampleFrom(*kType, numbers[kHeartRateColumn], numbers[kTimeColumn]);
       },
-      transform, tag);
+      transform, tag, where);
 }
 
 platform::DispatchQueue& parserQueue() {

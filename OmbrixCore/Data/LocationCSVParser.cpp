@@ -1,6 +1,7 @@
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
 
 #include <array>
+#include <source_location>
 #include <utility>
 
 #include "OmbrixCore/Data/Detail/CSVParsing.hpp"
@@ -32,11 +33,12 @@ CLLocation locationFromNumbers(const std::array<double, kTrackColumnCount>& numb
 }
 
 template <class Source>
-LocationCSVParser::Locations parseSource(const LocationCSVParser& parser, Source&& source,
-                                         const CSVParseObserver& observer, LogTag tag) {
+LocationCSVParser::Locations parseSource(
+    const LocationCSVParser& parser, Source&& source, const CSVParseObserver& observer, LogTag tag,
+    std::source_location where = std::source_location::current()) {
   return detail::parseCSV<kTrackColumnCount, CLLocation>(
       source, observer, &locationFromNumbers,
-      [&parser](platform::CSVReader::Row row) { return parser.parseTransform(row); }, tag);
+      [&parser](platform::CSVReader::Row row) { return parser.parseTransform(row); }, tag, where);
 }
 
 platform::DispatchQueue& parserQueue() {

@@ -1,12 +1,14 @@
 #pragma once
 
-// Private: what the parsers of tracks and of heart rates have in common.
+// Private: what the parsers of tracks and of heart rates have in common. Log lines carry the file
+// and the function of the parser, so the line is the parser's, too: `where`.
 
 #include <algorithm>
 #include <array>
 #include <limits>
 #include <memory>
 #include <optional>
+#include <source_location>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -22,10 +24,12 @@
 namespace ombrix::detail {
 
 /// A stream on the file at the URL's path, open; null, and a line in the log, when there is none.
-inline std::unique_ptr<platform::InputStream> openCSVStream(const platform::URL& url, LogTag tag) {
+inline std::unique_ptr<platform::InputStream> openCSVStream(
+    const platform::URL& url, LogTag tag,
+    std::source_location where = std::source_location::current()) {
   auto stream = platform::InputStream::withURL(url);
   if (stream != nullptr && stream->open()) return stream;
-  logError(tag, "Filesystem: Couldn't read input stream for CSV");
+  logError(tag, "Filesystem: Couldn't read input stream for CSV", where);
   return nullptr;
 }
 
@@ -55,7 +59,8 @@ inline std::size_t nextCapacity(std::size_t count, const platform::CSVReader& re
 /// every other one through `transform`, which gives the same item or logs and gives nothing.
 template <std::size_t Columns, class Item, class FromNumbers, class Transform>
 std::vector<Item> readCSVRows(platform::CSVReader& reader, const CSVParseObserver& observer,
-                              FromNumbers fromNumbers, Transform transform, LogTag tag) {
+                              FromNumbers fromNumbers, Transform transform, LogTag tag,
+                              std::source_location where) {
   std::vector<Item> items;
   CSVParseProgress progress;
   const auto report = [&] {
@@ -87,7 +92,7 @@ std::vector<Item> readCSVRows(platform::CSVReader& reader, const CSVParseObserve
   }
   progress.brokeOff = reader.error().has_value();
   // The rows before the failure are good: they are kept, and the log tells that more are missing.
-  if (progress.brokeOff) logError(tag, "Data: Error parsing CSV");
+  if (progress.brokeOff) logError(tag, "Data: Error parsing CSV", where);
   progress.isFinished = true;
   if (observer.isWatching()) report();
   return items;
@@ -97,16 +102,16 @@ std::vector<Item> readCSVRows(platform::CSVReader& reader, const CSVParseObserve
 /// reader can be made.
 template <std::size_t Columns, class Item, class Source, class FromNumbers, class Transform>
 std::optional<std::vector<Item>> parseCSV(Source&& source, const CSVParseObserver& observer,
-                                          FromNumbers fromNumbers, Transform transform,
-                                          LogTag tag) {
+                                          FromNumbers fromNumbers, Transform transform, LogTag tag,
+                                          std::source_location where) {
   std::optional<platform::CSVReader> reader;
   try {
     reader.emplace(source);
   } catch (const platform::CSVError&) {
-    logError(tag, "Data: Error parsing CSV");
+    logError(tag, "Data: Error parsing CSV", where);
     return std::nullopt;
   }
-  return readCSVRows<Columns, Item>(*reader, observer, fromNumbers, transform, tag);
+  return readCSVRows<Columns, Item>(*reader, observer, fromNumbers, transform, tag, where);
 }
 
 inline const platform::URL& viewOf(const platform::URL& url) noexcept { return url; }

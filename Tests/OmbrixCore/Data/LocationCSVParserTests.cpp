@@ -9,6 +9,7 @@
 #include <random>
 #include <thread>
 
+#include "OmbrixCore/Data/HRCSVParser.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
@@ -154,6 +155,11 @@ TEST(LocationCSVParserTests, GivesNothingWithoutASource) {
   EXPECT_THAT(log.takeErrors(), ElementsAre(kNoStream, kNoStream, kNoReader));
   EXPECT_EQ(log.lines()[0].function, "parse(url:)");
   EXPECT_EQ(log.lines()[2].function, "parse(stream:)");
+
+  // The line belongs to the file of the tag: another parser's failure has another one.
+  EXPECT_FALSE(HRCSVParser().parse(*stream));
+  EXPECT_THAT(log.takeErrors(), ElementsAre(kNoReader));
+  EXPECT_NE(log.lines()[3].line, log.lines()[2].line);
 
   const auto track = folder.write("track.csv", "1,2,3,4,5,6,7,8\n1,2,3");
   EXPECT_EQ(parser.parse(URL::fileURL(track.string())).value().size(), 1U);
