@@ -43,6 +43,7 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   /// @{
 
   /// Whether this user has ever turned sync on, on any device.
+  // Kept: spelled so, with "Toi". Callers, also those of the C interface, know it by this name.
   [[nodiscard]] bool hasSyncedToiCloudBefore() const;
 
   /// Turns sync off; what is in the cloud stays there.

@@ -124,11 +124,12 @@ TEST(OmbrixSettingsTests, ChangesReachObserversOfThePropertyOnceFromAnyWriter) {
   scoped.defaults().setObject("miles", "units");
   EXPECT_THAT(told.take(), ElementsAre("will metricType", "did metricType miles"));
 
-  // Cloud values winning names the storage key as well.
+  // Cloud values winning names the storage key as well, each time that it was registered.
+  settings.registerSyncedPreferenceKeys({"units"});
   scoped.cloud().setObject("kilometers", "units");
   settings.enableSyncWithBehavior(0);
   EXPECT_THAT(told.take(), ElementsAre("will units", "will metricType", "did metricType kilometers",
-                                       "did units"));
+                                       "did units", "will units", "did units"));
 
   const auto elsewhere = scoped.elsewhere();
   elsewhere->setObject("british", "units");
