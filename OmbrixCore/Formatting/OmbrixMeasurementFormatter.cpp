@@ -194,44 +194,32 @@ NSMeasurementFormatter& OmbrixMeasurementFormatter::units() {
   return *cached;
 }
 
-/// The formatter for a length in its display unit. Vertical sums in feet are abbreviated, and
+/// The formatter for a value in its display unit. Vertical sums in feet are abbreviated, and
 /// divided here to fit; metric ones never are.
-NSMeasurementFormatter& OmbrixMeasurementFormatter::formatterFor(
-    Measurement<NSUnitLength>& measurement) {
-  if (measurement.unit != NSUnitLength::feet()) return measurements();
-  switch (format_) {
-    case Format::totalVertical:
-    case Format::seasonVertical:
+template <class Unit>
+NSMeasurementFormatter& OmbrixMeasurementFormatter::formatterFor(const Unit& unit, double& value) {
+  if constexpr (std::is_same_v<Unit, NSUnitLength>) {
+    const bool isSum = format_ == Format::totalVertical || format_ == Format::seasonVertical;
+    const bool isDaily = format_ == Format::dailyVertical;
+    if ((isSum || isDaily) && unit == NSUnitLength::feet()) {
       // Kept: exactly a million is still 1,000.0k, and 250 feet are 0.2k. Another bound on either
       // side would change the texts next to it.
-      if (measurement.value > 1'000'000) {
-        measurement.value /= 1'000'000;
-        return millions();
-      }
-      measurement.value /= 1'000;
-      return thousands();
-    case Format::dailyVertical:
-      measurement.value /= 1'000;
-      return roundedDailyThousands();
-    default:
-      return measurements();
+      const bool isMillions = isSum && value > 1'000'000;
+      value /= isMillions ? 1'000'000 : 1'000;
+      return isMillions ? millions() : isDaily ? roundedDailyThousands() : thousands();
+    }
   }
+  return measurements();
 }
 
 template <class Unit>
-std::optional<std::string> OmbrixMeasurementFormatter::text(Measurement<Unit> measurement) {
-  NSMeasurementFormatter* formatter = nullptr;
-  if constexpr (std::is_same_v<Unit, NSUnitLength>) {
-    formatter = &formatterFor(measurement);
-  } else {
-    formatter = &measurements();
-  }
+std::optional<std::string> OmbrixMeasurementFormatter::text(const Measurement<Unit>& measurement) {
+  double value = measurement.value;
+  NSMeasurementFormatter& formatter = formatterFor(measurement.unit, value);
   // Kept: a number alone is not put in capitals, so that its suffix reads "k" here and "K" beside
   // a unit.
-  if (unitStyle_ == UnitStyle::valueOnly) {
-    return formatter->numberFormatter().string(measurement.value);
-  }
-  auto text = formatter->string(measurement);
+  if (unitStyle_ == UnitStyle::valueOnly) return formatter.numberFormatter().string(value);
+  auto text = formatter.string(value, measurement.unit);
   if (text) text = platform::uppercased(*std::move(text));
   return text;
 }

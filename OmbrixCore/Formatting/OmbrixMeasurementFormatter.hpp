@@ -103,8 +103,9 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
   Formatter& units();
 
   template <class Unit>
-  std::optional<std::string> text(platform::Measurement<Unit> measurement);
-  Formatter& formatterFor(platform::Measurement<platform::NSUnitLength>& measurement);
+  std::optional<std::string> text(const platform::Measurement<Unit>& measurement);
+  template <class Unit>
+  Formatter& formatterFor(const Unit& unit, double& value);
 
   UnitStyle unitStyle_ = UnitStyle::mediumStyle;
   MeasurementFormat format_ = MeasurementFormat::speed;

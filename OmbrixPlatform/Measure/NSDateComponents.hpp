@@ -16,7 +16,8 @@ enum class NSCalendarUnit : std::uint64_t {
 };
 
 constexpr NSCalendarUnit operator|(NSCalendarUnit a, NSCalendarUnit b) noexcept {
-  return static_cast<NSCalendarUnit>(static_cast<std::uint64_t>(a) | static_cast<std::uint64_t>(b));
+  const auto bits = static_cast<std::uint64_t>(a) | static_cast<std::uint64_t>(b);
+  return static_cast<NSCalendarUnit>(bits);  // NOLINT(clang-analyzer-optin.core.EnumCastOutOfRange)
 }
 
 /// Whether `units` holds `unit`.

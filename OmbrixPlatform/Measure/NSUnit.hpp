@@ -70,8 +70,11 @@ class NSDimension {
 /// Gives a dimension's units equality among themselves: by symbol and converter.
 template <class Unit>
 class NSDimensionOf : public NSDimension {
- public:
+  friend Unit;
+  NSDimensionOf() = delete;
   using NSDimension::NSDimension;
+
+ public:
   friend bool operator==(const Unit& a, const Unit& b) noexcept {
     return static_cast<const NSDimensionOf&>(a).isEqual(b);
   }

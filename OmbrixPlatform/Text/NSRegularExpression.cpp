@@ -28,7 +28,8 @@ void NSRegularExpression::enumerateMatches(
     const std::function<void(const NSTextCheckingResult&)>& block) const {
   if (!range.liesInside(text.size())) fatalError("NSRegularExpression: range beyond the text");
   UErrorCode status = U_ZERO_ERROR;
-  const icu::UnicodeString subject(false, text.data(), static_cast<std::int32_t>(text.size()));
+  const char16_t* units = text.data();
+  const icu::UnicodeString subject(false, units, static_cast<std::int32_t>(text.size()));
   // A matcher belongs to one thread; the pattern does not.
   const std::unique_ptr<icu::RegexMatcher> matcher(compiled_->pattern->matcher(subject, status));
   if (U_FAILURE(status)) return;

@@ -16,8 +16,8 @@ std::u16string utf16From(std::string_view utf8) {
 
 std::string utf8From(std::u16string_view utf16) {
   std::string result;
-  icu::UnicodeString(false, utf16.data(), static_cast<std::int32_t>(utf16.size()))
-      .toUTF8String(result);
+  const char16_t* units = utf16.data();
+  icu::UnicodeString(false, units, static_cast<std::int32_t>(utf16.size())).toUTF8String(result);
   return result;
 }
 
