@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Defaults/Coercion.hpp"
+#include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
 
 #include <array>
 #include <charconv>

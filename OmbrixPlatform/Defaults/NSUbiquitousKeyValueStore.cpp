@@ -1,6 +1,6 @@
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 
-#include "OmbrixPlatform/Defaults/Coercion.hpp"
+#include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
 #include "OmbrixPlatform/Services.hpp"
 
 namespace ombrix::platform {

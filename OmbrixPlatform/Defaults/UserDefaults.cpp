@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "OmbrixPlatform/Defaults/Coercion.hpp"
+#include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
 #include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
 #include "OmbrixPlatform/Services.hpp"
