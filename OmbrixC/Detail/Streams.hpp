@@ -29,7 +29,10 @@ class FunctionInputStream final : public platform::InputStream {
   platform::FileResult<std::size_t> read(std::span<std::byte> buffer) override {
     const auto count = functions_.read(
         functions_.context, reinterpret_cast<std::uint8_t*>(buffer.data()), buffer.size());
-    if (count < 0) return fail(platform::FileError(EIO, "read"));
+    // A function that tells of more than there was room for is not to be believed.
+    if (count < 0 || static_cast<std::size_t>(count) > buffer.size()) {
+      return fail(platform::FileError(EIO, "read"));
+    }
     return static_cast<std::size_t>(count);
   }
 

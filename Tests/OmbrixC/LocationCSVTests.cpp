@@ -75,13 +75,19 @@ TEST(LocationCSVTests, ATrackGoesThroughTheCInterfaceAndBack) {
   ombrix_LocationCSVParser_release(parser);
 }
 
-// Catches a failure that C callers cannot see, and an initializer that exists by accident.
+// Catches a failure that C callers cannot see, a stream that is believed to have filled more than
+// its buffer, and an initializer that exists by accident.
 TEST(LocationCSVTests, FailuresReachC) {
   ombrix::testing::RecordingLog log;
   auto* const parser = ombrix_LocationCSVParser_init();
   EXPECT_EQ(ombrix_LocationCSVParser_parseWithUrl_(parser, "file:///no/such").locations, nullptr);
   EXPECT_EQ(ombrix_LocationCSVParser_parseWithUrl_(parser, nullptr).locations, nullptr);
-  EXPECT_EQ(log.takeErrors().size(), 2U);
+  const auto tooMany = [](void*, uint8_t*, size_t length) {
+    return static_cast<ptrdiff_t>(length) + 1;
+  };
+  EXPECT_EQ(ombrix_LocationCSVParser_parseWithStream_(parser, {nullptr, tooMany}).locations,
+            nullptr);
+  EXPECT_EQ(log.takeErrors().size(), 3U);
   ombrix_LocationCSVParser_release(parser);
 
   OmbrixError* error = nullptr;
