@@ -30,11 +30,11 @@ void AsyncOperation::start() {
   // Kept: the base class runs its empty `main` and its own phases first; all that is observable
   // comes from the state, and leaving the call out would let the base start it a second time.
   NSOperation::start();
+  if (state() != OperationState::ready) return;
   if (isCancelled()) {
     finish();
     return;
   }
-  if (isFinished()) return;
   setState(OperationState::executing);
   auto self = std::static_pointer_cast<AsyncOperation>(shared_from_this());
   platform::startTask([self = std::move(self)] { return self->execute(); });

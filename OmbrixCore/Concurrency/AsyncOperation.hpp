@@ -37,7 +37,8 @@ class AsyncOperation : public platform::NSOperation {
   [[nodiscard]] std::set<std::string> keyPathsForValuesAffectingValue(
       std::string_view key) const override;
 
-  /// Finishes at once when it was cancelled; else starts a task that awaits `execute`.
+  /// Finishes at once when it was cancelled; else starts a task that awaits `execute`. Does nothing
+  /// when it was started or finished before.
   void start() override;
 
   /// The work; runs on the thread pool, not on the queue's thread. It must be overridden: here it

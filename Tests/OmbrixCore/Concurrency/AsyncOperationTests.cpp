@@ -38,14 +38,20 @@ TEST(AsyncOperationTests, RawValuesOfStates) {
   for (const int raw : {-1, 3, 1'000}) EXPECT_FALSE(AsyncOperation::operationState(raw)) << raw;
 }
 
-// Catches flags that do not follow the state, and an operation that finishes by itself.
+// Catches flags that do not follow the state, an operation that finishes by itself, and one that
+// runs a second time when it is started twice.
 TEST(AsyncOperationTests, TheStateDrivesEverything) {
   std::binary_semaphore started{0};
   const auto work = std::make_shared<Work>([&](Work&) { started.release(); });
   EXPECT_TRUE(work->isReady() && !work->isExecuting() && !work->isFinished());
   EXPECT_TRUE(work->isAsynchronous());
+  std::atomic<int> changes = 0;
+  const auto observed = work->observe("state", platform::KeyValueObservingOptions::newValue,
+                                      [&](const auto&) { ++changes; });
   work->start();
   started.acquire();
+  work->start();
+  EXPECT_EQ(changes, 1);
   EXPECT_TRUE(!work->isReady() && work->isExecuting() && !work->isFinished());
   work->finish();
   EXPECT_TRUE(!work->isReady() && !work->isExecuting() && work->isFinished());
