@@ -1,0 +1,169 @@
+// System calls that fail: this program puts functions of its own in front of the C library's.
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <filesystem>
+
+#include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
+#include "OmbrixTesting/RecordingLog.hpp"
+#include "OmbrixTesting/ScopedDirectories.hpp"
+
+namespace {
+
+// The call of this thread that fails next, counted down; 0 for none.
+thread_local int countdown = 0;
+thread_local int code = 0;
+
+bool fails() noexcept {
+  if (countdown == 0 || --countdown > 0) return false;
+  errno = code;
+  return true;
+}
+
+template <class... Args>
+long call(long number, Args... args) noexcept {
+  return fails() ? -1 : ::syscall(number, args...);
+}
+
+}  // namespace
+
+extern "C" {
+int open(const char* path, int flags, ...) {
+  va_list rest;
+  va_start(rest, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(rest, mode_t) : 0;
+  va_end(rest);
+  return static_cast<int>(call(SYS_openat, AT_FDCWD, path, flags, mode));
+}
+int fcntl(int file, int command, ...) {
+  va_list rest;
+  va_start(rest, command);
+  const long argument = va_arg(rest, long);
+  va_end(rest);
+  return static_cast<int>(call(SYS_fcntl, file, command, argument));
+}
+int close(int file) {
+  const bool isFailing = fails();  // as on a full network disk: reported, yet closed
+  const auto result = static_cast<int>(::syscall(SYS_close, file));
+  if (isFailing) errno = code;
+  return isFailing ? -1 : result;
+}
+ssize_t read(int file, void* bytes, size_t count) { return call(SYS_read, file, bytes, count); }
+ssize_t pwrite(int file, const void* bytes, size_t count, off_t offset) {
+  return call(SYS_pwrite64, file, bytes, count, offset);
+}
+ssize_t pwritev(int file, const iovec* parts, int count, off_t offset) {
+  return call(SYS_pwritev, file, parts, count, offset, 0L);
+}
+int ftruncate(int file, off_t length) noexcept {
+  return static_cast<int>(call(SYS_ftruncate, file, length));
+}
+int unlink(const char* path) noexcept { return static_cast<int>(call(SYS_unlink, path)); }
+int mkdir(const char* path, mode_t mode) noexcept {
+  return static_cast<int>(call(SYS_mkdir, path, mode));
+}
+int stat(const char* path, struct stat* info) noexcept {
+  return static_cast<int>(call(SYS_stat, path, info));
+}
+int fstat(int file, struct stat* info) noexcept {
+  return static_cast<int>(call(SYS_fstat, file, info));
+}
+}
+
+namespace ombrix {
+namespace {
+
+namespace fs = std::filesystem;
+using platform::URL;
+using ::testing::AnyOf;
+using ::testing::Each;
+using ::testing::StartsWith;
+
+class StoreFaultTests : public ::testing::TestWithParam<bool> {};
+
+INSTANTIATE_TEST_SUITE_P(, StoreFaultTests, ::testing::Values(false, true), [](const auto& test) {
+  return test.param ? "Coordinated" : "Uncoordinated";
+});
+
+// Catches a failing system call, any one of an operation, that is swallowed, leaves a mixture,
+// harms another key, keeps a lock, or leaks a descriptor.
+TEST_P(StoreFaultTests, EveryCallMayFail) {
+  testing::ScopedDirectories directories;
+  testing::RecordingLog log;
+  if (GetParam()) directories.setGroupContainer(true);
+  const fs::path folder = directories.dir().path() / (GetParam() ? "group" : "other") / "keyed";
+  const PlistKeyedItemStore<std::string> store(URL::fileURL(folder.string(), true));
+  const std::string old(300, 'o'), other(300, 'k');
+  const std::string replacements[] = {std::string(500, 'n'), std::string(100, 'n')};
+  const auto descriptors = [] {
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+  };
+  store.store(other, "other").get();
+  const auto before = descriptors();
+  int reached = 0;
+
+  enum class Operation { save, make, read, purge };
+  for (const auto operation :
+       {Operation::save, Operation::make, Operation::read, Operation::purge}) {
+    for (const int failure : {ENOSPC, EIO, EACCES}) {
+      for (int call = 1;; ++call) {
+        const std::string& fresh = replacements[call % 2];
+        store.store(old, "k").get();
+        if (operation == Operation::make) store.purge("k").get();
+        std::optional<std::string> seen;
+        code = failure;
+        countdown = call;
+        switch (operation) {
+          case Operation::save:
+          case Operation::make:
+            store.store(fresh, "k").get();
+            break;
+          case Operation::read:
+            seen = store.value("k").get();
+            break;
+          case Operation::purge:
+            store.purge("k").get();
+            break;
+        }
+        const bool wasReached = countdown == 0;
+        countdown = 0;
+        const auto errors = log.takeErrors();
+        EXPECT_THAT(
+            errors,
+            Each(AnyOf(
+                StartsWith("Error reading the object: "), StartsWith("Error saving the object: "),
+                StartsWith("Error purging the object: "), StartsWith("Error writing the object: "),
+                StartsWith("Filesystem: Error creating folder: "),
+                StartsWith("Data: Error saving data to file for in store: "))));
+        const auto value = store.value("k").get();
+        log.takeErrors();
+        const std::string where = "operation " + std::to_string(static_cast<int>(operation)) +
+                                  ", call " + std::to_string(call) + ", errno " +
+                                  std::to_string(failure);
+        EXPECT_TRUE(!value || value == old || value == fresh) << where;
+        if (errors.empty()) {
+          const bool isDone = operation == Operation::read    ? seen == old
+                              : operation == Operation::purge ? !value
+                                                              : value == fresh;
+          EXPECT_TRUE(isDone) << where << " was swallowed";
+        }
+        if (!wasReached) break;
+        ++reached;
+        ASSERT_LT(call, 100);
+      }
+    }
+  }
+  EXPECT_EQ(store.value("other").get(), other);
+  EXPECT_EQ(descriptors(), before);
+  EXPECT_GE(reached, 3 * (6 + 6 + 4 + 1)) << "the calls no longer come through here";
+}
+
+}  // namespace
+}  // namespace ombrix
