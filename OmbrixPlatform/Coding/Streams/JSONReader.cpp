@@ -192,6 +192,8 @@ JSONReader::Scan JSONReader::scanNumber(std::string_view expected) {
 
 double JSONReader::realOf(const Scan& scan) const {
   constexpr int kExactDigits = 19;
+  // Zero is zero with any exponent, which the conversion below does not expect.
+  if (scan.digits <= kExactDigits && scan.mantissa == 0) return scan.negative ? -0.0 : 0.0;
   if (scan.digits <= kExactDigits && std::abs(scan.exponent) <= detail::kMaximumExponent) {
     const double value = detail::decimalToDouble(scan.mantissa, static_cast<int>(scan.exponent));
     return scan.negative ? -value : value;
