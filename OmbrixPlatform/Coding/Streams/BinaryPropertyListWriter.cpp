@@ -276,12 +276,10 @@ void BinaryPropertyListWriter::writeWith(void (*encode)(Encoder&, const void*), 
 
 Data BinaryPropertyListWriter::finish() {
   const unsigned referenceSize = bytesFor(offsets_.size() - 1);
-  Data out;
+  Data out = dataFrom(kHeader);
   out.reserve(kHeader.size() + leaves_.size() + references_.size() * referenceSize +
               ended_.size() * 6 + offsets_.size() * 8 + 32);
-  const DataView header = bytesOf(kHeader);
   const DataView leaves = bytesOf(leaves_);
-  out.insert(out.end(), header.begin(), header.end());
   out.insert(out.end(), leaves.begin(), leaves.end());
   for (std::uint64_t& offset : offsets_) offset += kHeader.size();
   for (const Container& container : ended_) {
