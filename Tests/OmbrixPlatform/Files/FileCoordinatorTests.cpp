@@ -13,7 +13,6 @@
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
-#include "OmbrixTesting/WithoutOverride.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -205,21 +204,6 @@ TEST_F(FileCoordinatorTests, NothingStaysBehind) {
   EXPECT_EQ(countOf(dir_.path() / "locks"), 1);
   fs::remove_all(dir_.path() / "locks");
   write(url("a"), "x");
-}
-
-// Catches access that is given where no lock can be had: then nobody is kept out.
-TEST_F(FileCoordinatorTests, FailsWhereNoLockCanBeHad) {
-  fs::create_directory(dir_.path() / "locks");
-  fs::permissions(dir_.path() / "locks", fs::perms::owner_read | fs::perms::owner_exec);
-  const testing::WithoutOverride withoutOverride;
-  bool hasRun = false;
-  const auto run = [&](const URL&) { hasRun = true; };
-  const auto reading = coordinator().coordinateReadingItemAtURL(url("a"), Reading::none, run);
-  const auto writing = coordinator().coordinateWritingItemAtURL(url("a"), Writing::none, run);
-  ASSERT_FALSE(reading || writing);
-  EXPECT_EQ(reading.error().code(), EACCES);
-  EXPECT_EQ(writing.error().code(), EACCES);
-  EXPECT_FALSE(hasRun);
 }
 
 /// Counts what it is told, on the pool.

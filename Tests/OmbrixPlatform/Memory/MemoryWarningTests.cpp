@@ -1,5 +1,3 @@
-#include "OmbrixPlatform/Memory/MemoryWarning.hpp"
-
 #include <gtest/gtest.h>
 #include <sys/eventfd.h>
 
@@ -60,18 +58,6 @@ TEST(MemoryWarningTests, WaitsOnThisMachineUntilStopped) {
     ASSERT_EQ(::write(stop.get(), &kOne, sizeof kOne), ssize_t{sizeof kOne});
     ended.get();
   }
-}
-
-// Catches a warning of the host that does not arrive, and a watch that cannot be taken down.
-TEST(MemoryWarningTests, HostBringsWarningsToo) {
-  const auto source = makeSystemMemoryWarningSource();
-  int warnings = 0;
-  {
-    const auto token = source->connect([&] { ++warnings; });
-    source->send();
-  }
-  source->send();
-  EXPECT_EQ(warnings, 1);
 }
 
 }  // namespace
