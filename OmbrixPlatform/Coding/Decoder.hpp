@@ -199,6 +199,7 @@ class DecoderReader {
     std::vector<std::string> keys;
     std::string key;
     std::unique_ptr<UnkeyedDecodingContainer> unkeyed;
+    std::shared_ptr<Decoder> peeked;  // the array's current item, once it was looked into
   };
 
   CodingPrimitive read(CodingPrimitiveKind kind);

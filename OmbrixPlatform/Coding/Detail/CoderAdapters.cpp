@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <utility>
 
 #include "OmbrixPlatform/Coding/Decoder.hpp"
 #include "OmbrixPlatform/Coding/Encoder.hpp"
@@ -27,6 +28,7 @@ std::string_view nameOf(CodingPrimitiveKind kind) noexcept {
 CodingPrimitive DecoderReader::read(CodingPrimitiveKind kind) {
   if (frames_.empty()) return decoder_.singleValueContainer()->decodePrimitive(kind);
   Frame& frame = frames_.back();
+  if (frame.peeked != nullptr) return decoder()->singleValueContainer()->decodePrimitive(kind);
   if (frame.unkeyed != nullptr) return frame.unkeyed->decodePrimitive(kind);
   return frame.keyed->decodePrimitive(kind, frame.key);
 }
@@ -34,6 +36,7 @@ CodingPrimitive DecoderReader::read(CodingPrimitiveKind kind) {
 bool DecoderReader::readNull() {
   if (frames_.empty()) return decoder_.singleValueContainer()->decodeNil();
   Frame& frame = frames_.back();
+  if (frame.peeked != nullptr) return frame.peeked->singleValueContainer()->decodeNil();
   if (frame.unkeyed != nullptr) return frame.unkeyed->decodeNil();
   return frame.keyed->decodeNil(frame.key);
 }
@@ -41,14 +44,13 @@ bool DecoderReader::readNull() {
 std::shared_ptr<Decoder> DecoderReader::decoder() {
   if (frames_.empty()) return decoder_.shared_from_this();
   Frame& frame = frames_.back();
+  if (frame.peeked != nullptr) return std::exchange(frame.peeked, nullptr);
   if (frame.unkeyed != nullptr) return frame.unkeyed->superDecoder();
   return frame.keyed->superDecoder(frame.key);
 }
 
 void DecoderReader::skip() {
-  if (!frames_.empty() && frames_.back().unkeyed != nullptr) {
-    static_cast<void>(frames_.back().unkeyed->superDecoder());
-  }
+  if (!frames_.empty() && frames_.back().unkeyed != nullptr) static_cast<void>(decoder());
 }
 
 void DecoderReader::beginObject() {
@@ -84,10 +86,10 @@ bool DecoderReader::nextItem() {
 }
 
 std::optional<std::string> DecoderReader::peekText(std::string_view key) {
-  if (!frames_.empty() && frames_.back().unkeyed != nullptr) {
-    throw DecodingError::dataCorrupted("An item of an array cannot be looked into", codingPath());
-  }
-  const auto container = decoder()->keyedContainer();
+  const std::shared_ptr<Decoder> next = decoder();
+  // An array gives each item away once only.
+  if (!frames_.empty() && frames_.back().unkeyed != nullptr) frames_.back().peeked = next;
+  const auto container = next->keyedContainer();
   if (!container->contains(key) || container->decodeNil(key)) return std::nullopt;
   return std::get<std::string>(container->decodePrimitive(CodingPrimitiveKind::text, key));
 }

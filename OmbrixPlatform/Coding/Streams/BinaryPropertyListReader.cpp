@@ -231,6 +231,8 @@ std::optional<std::string> BinaryPropertyListReader::peekText(std::string_view w
   std::string_view key;
   for (beginObject(); nextKey(key);) {
     if (key != wanted) continue;
+    CodingPathChain::Step step(path_);
+    step.setKey(wanted);
     if (!readNull()) found = readText();
     break;
   }

@@ -525,6 +525,8 @@ std::optional<std::string> JSONReader::peekText(std::string_view wanted) {
   std::string_view key;
   for (beginObject(); nextKey(key); skip()) {
     if (key != wanted) continue;
+    CodingPathChain::Step step(path_);
+    step.setKey(wanted);
     if (peek() != 'n') text = readText();
     break;
   }
@@ -536,6 +538,13 @@ std::optional<std::string> JSONReader::peekText(std::string_view wanted) {
 
 std::shared_ptr<Decoder> JSONReader::decoder() {
   return detail::makeTreeDecoder<detail::JSONTree>(readJSON(), options(), codingPath());
+}
+
+void JSONReader::checkDocument() const {
+  JSONReader other(
+      {reinterpret_cast<const std::byte*>(text_), static_cast<std::size_t>(textEnd_ - text_)});
+  static_cast<void>(other.readJSON());
+  other.finish();
 }
 
 void JSONReader::finish() {

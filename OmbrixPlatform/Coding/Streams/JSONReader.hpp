@@ -70,6 +70,8 @@ class JSONReader {
 
   /// To be called after the top value: nothing may follow it.
   void finish();
+  /// Checks the document from its start to its end; what is read next stays the same.
+  void checkDocument() const;
 
   [[nodiscard]] CodingPathChain& pathChain() noexcept { return path_; }
   [[nodiscard]] CodingPath codingPath() const { return path_.path(); }
