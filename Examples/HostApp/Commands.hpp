@@ -1,6 +1,10 @@
 #pragma once
 
+#include <span>
 #include <stdexcept>
+#include <string>
+
+#include "OmbrixCore/Location/CLLocation.hpp"
 
 namespace CLI {
 class App;
@@ -19,8 +23,13 @@ void addDayCommand(CLI::App& app);
 void addTrackCommand(CLI::App& app);
 void addSampleCommand(CLI::App& app);
 void addFindCommand(CLI::App& app);
+void addGeoJSONCommand(CLI::App& app);
+void addStoreCommand(CLI::App& app);
 void addFormatCommand(CLI::App& app);
 void addSettingsCommand(CLI::App& app);
 void addLogCommand(CLI::App& app);
+
+/// Writes a track as a GeoJSON line string; failures end the command.
+void writeLineString(const std::string& path, std::span<const CLLocation> fixes);
 
 }  // namespace ombrix::hostapp

@@ -17,7 +17,7 @@ namespace ombrix::hostapp {
 void addDayCommand(CLI::App& app) {
   struct Options {
     std::string path;
-    std::string heartRatePath;
+    std::string heartRatePath, linePath;
     std::optional<double> weightKilograms;
     bool json = false;
     bool allFixes = false;
@@ -31,11 +31,13 @@ void addDayCommand(CLI::App& app) {
       ->add_option("--weight", options->weightKilograms,
                    "The user's weight in kilograms, to estimate the energy burned")
       ->check(CLI::PositiveNumber);
+  command->add_option("--geojson", options->linePath, "Write the track as a GeoJSON line string");
   command->add_flag("--json", options->json, "Print one JSON object, in SI units");
   command->add_flag("--all-fixes", options->allFixes,
                     "Count the fixes that are too inaccurate for statistics, too");
   command->callback([options] {
     const Track track = readTrack(options->path);
+    if (!options->linePath.empty()) writeLineString(options->linePath, track.fixes);
     const auto filter = options->allFixes ? FixFilter::all : FixFilter::accurateForStats;
     const DaySummary day = summarize(track.fixes, track.skipped, filter);
     std::optional<HeartRateSummary> hearts;

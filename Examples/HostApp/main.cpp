@@ -47,6 +47,8 @@ int main(int argc, char** argv) {
   addSampleCommand(app);
   addFindCommand(app);
   addFormatCommand(app);
+  addGeoJSONCommand(app);
+  addStoreCommand(app);
   addSettingsCommand(app);
   addLogCommand(app);
 

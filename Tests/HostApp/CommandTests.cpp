@@ -74,6 +74,8 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"dya day.csv", 2, "dya"},
       {"day day.csv --hr missing.csv", 1, "missing.csv"},
       {"day day.csv --weight -1", 2, "--weight"},
+      {"geojson missing.json", 1, "missing.json"},
+      {"day day.csv --geojson /nowhere/line.json", 1, "/nowhere/line.json"},
       {"find abc missing.txt", 1, "missing.txt"},
       {"format furlong 3", 2, "furlong"},
       {"format speed ten", 2, "ten"},
@@ -164,6 +166,36 @@ TEST(CommandTests, JoinsHeartRatesToTheDay) {
   const Outcome text = run(folder, "day day.csv --hr hr.csv --weight 70");
   EXPECT_THAT(text.output,
               AllOf(HasSubstr("120 BPM"), HasSubstr("140 BPM"), HasSubstr("485 KCAL")));
+}
+
+// Catches a line that is written in the wrong order of numbers, or read back otherwise.
+TEST(CommandTests, WritesAndChecksGeometries) {
+  const testing::ScopedDir folder;
+  folder.write("day.csv",
+               "1700000000,46.5,7.25,1500,90,5,3,4\n1700000001,-46.6,7.5,1510,90,7,3,4\n");
+  folder.write("bad.json", R"({"type":"MultiPoint","coordinates":[]})");
+  EXPECT_EQ(run(folder, "day day.csv --geojson line.json").status, 0);
+  const std::string line = R"({"type":"LineString","coordinates":[[7.25,46.5],[7.5,-46.6]]})";
+  EXPECT_EQ(folder.read("line.json"), line);
+  EXPECT_EQ(run(folder, "geojson line.json").output, line + "\n");
+  const Outcome bad = run(folder, "geojson bad.json");
+  EXPECT_EQ(bad.status, 1);
+  EXPECT_THAT(bad.output, HasSubstr("bad.json is no geometry"));
+}
+
+// Catches keys that do not outlive the process, and a purge that leaves them.
+TEST(CommandTests, KeepsTextsInAFolder) {
+  const testing::ScopedDir folder;
+  EXPECT_EQ(run(folder, "store put kept morning 'first lift'").status, 0);
+  EXPECT_EQ(run(folder, "store put kept evening tea").status, 0);
+  EXPECT_EQ(run(folder, "store get kept morning").output, "first lift\n");
+  EXPECT_EQ(run(folder, "store list kept").output, "evening\nmorning\n");
+  EXPECT_EQ(run(folder, "store age kept morning").status, 0);
+  EXPECT_EQ(run(folder, "store age kept noon").status, 1);
+  EXPECT_EQ(run(folder, "store purge kept morning").status, 0);
+  EXPECT_EQ(run(folder, "store get kept morning").status, 1);
+  EXPECT_EQ(run(folder, "store purge kept").status, 0);
+  EXPECT_EQ(run(folder, "store list kept").output, "");
 }
 
 // Catches a ranking that loses lines or prints the worst first.
