@@ -10,6 +10,7 @@
 #include "Examples/HostApp/DaySummary.hpp"
 #include "Examples/HostApp/HeartRates.hpp"
 #include "Examples/HostApp/Preferences.hpp"
+#include "Examples/HostApp/RecentDays.hpp"
 #include "Examples/HostApp/TrackFile.hpp"
 
 namespace ombrix::hostapp {
@@ -40,6 +41,7 @@ void addDayCommand(CLI::App& app) {
     if (!options->linePath.empty()) writeLineString(options->linePath, track.fixes);
     const auto filter = options->allFixes ? FixFilter::all : FixFilter::accurateForStats;
     const DaySummary day = summarize(track.fixes, track.skipped, filter);
+    RecentDays().remember(day, options->path);
     std::optional<HeartRateSummary> hearts;
     if (!options->heartRatePath.empty() || options->weightKilograms) {
       const auto samples = options->heartRatePath.empty()

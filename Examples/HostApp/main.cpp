@@ -43,6 +43,7 @@ int main(int argc, char** argv) {
   app.set_version_flag("--version", std::string(ombrix::libraryVersion()));
   app.require_subcommand(1);
   addDayCommand(app);
+  addDaysCommand(app);
   addTrackCommand(app);
   addSampleCommand(app);
   addFindCommand(app);

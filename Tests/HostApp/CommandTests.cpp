@@ -183,6 +183,23 @@ TEST(CommandTests, WritesAndChecksGeometries) {
   EXPECT_THAT(bad.output, HasSubstr("bad.json is no geometry"));
 }
 
+// Catches days that are forgotten with the process, kept twice, or listed oldest first.
+TEST(CommandTests, RemembersTheLastDays) {
+  const testing::ScopedDir folder;
+  const auto write = [&](const char* name, int start) {
+    folder.write(name, std::to_string(start) + ",46.5,7.25,1500,90,5,3,4\n" +
+                           std::to_string(start + 60) + ",46.6,7.25,1400,90,7,3,4\n");
+  };
+  write("first.csv", 1'700'000'000);
+  write("second.csv", 1'700'100'000);
+  for (const char* track : {"first.csv", "second.csv", "first.csv"}) {
+    EXPECT_EQ(run(folder, std::string("day --json ") + track).status, 0);
+  }
+  EXPECT_EQ(run(folder, "days --units kilometers").output,
+            "2023-11-14 22:13  11.1 KM, down 100 M  first.csv\n"
+            "2023-11-16 02:00  11.1 KM, down 100 M  second.csv\n");
+}
+
 // Catches keys that do not outlive the process, and a purge that leaves them.
 TEST(CommandTests, KeepsTextsInAFolder) {
   const testing::ScopedDir folder;
