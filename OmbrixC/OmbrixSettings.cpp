@@ -172,6 +172,7 @@ OmbrixObservation* ombrix_Settings_addObserver_forKeyPath_context_(OmbrixSetting
                                                                    OmbrixObserver observer,
                                                                    const char* keyPath,
                                                                    void* context) {
+  if (observer == nullptr) return nullptr;
   return catching(nullptr, [&] {
     return new OmbrixObservation{from(self).observe(
         textFrom(keyPath), ombrix::platform::KeyValueObservingOptions::prior,

@@ -92,7 +92,8 @@ typedef struct OmbrixObservation OmbrixObservation;
 /// Called before (`isPrior`) and after a change of a property, on the thread that changes it.
 typedef void (*OmbrixObserver)(const char* keyPath, bool isPrior, void* context);
 
-/// Calls the observer on every change of the property; the caller owns the result.
+/// Calls the observer on every change of the property; the caller owns the result. NULL for an
+/// observer that is NULL.
 OmbrixObservation* ombrix_Settings_addObserver_forKeyPath_context_(OmbrixSettings* self,
                                                                    OmbrixObserver observer,
                                                                    const char* keyPath,

@@ -267,6 +267,7 @@ std::optional<std::string> OmbrixMeasurementFormatter::unitLabel() {
   std::string label = platform::trimmingCharacters(*ten, CharacterSet::decimalDigits);
   label = platform::trimmingCharacters(label, CharacterSet::whitespacesAndNewlines);
   if (label.empty()) return std::nullopt;
+  // Kept: labels are not upper-cased, unlike texts; callers set them in their own case.
   return label;
 }
 

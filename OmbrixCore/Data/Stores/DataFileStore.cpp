@@ -109,6 +109,7 @@ void DataFileStore::doSave(const URL& url, platform::DataView value) const {
     return files().createFile(url, value);
   }();
   if (!saved) {
+    // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
     detail::logItemStore("doSave(url:value:)",
                          "Data: Error saving data to file for in store: ", saved.error());
   }
