@@ -163,8 +163,11 @@ TEST(SubjectTests, AStormOfSubscriptionsAndCancellations) {
   const PassthroughSubject<int, Never> subject;
   std::atomic<int> clock = 0;
   std::atomic<bool> stop = false;
+  // A new subscriber delivers on its own thread what was sent meanwhile: a sender without an end
+  // could outrun the last one for ever.
+  constexpr int kMostValues = 100'000;
   std::jthread sender([&] {
-    while (!stop) subject.send(++clock);
+    while (!stop && clock < kMostValues) subject.send(++clock);
   });
   {
     std::vector<std::jthread> subscribers;
