@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 
 #include "OmbrixPlatform/Values/Error.hpp"
@@ -49,16 +50,30 @@ class URLError : public Error {
     cannotLoadFromNetwork = -2000,
   };
 
+  /// Why the network must not be used, where that is the reason.
+  enum class NetworkUnavailableReason {
+    cellular = 0,
+    expensive = 1,
+    constrained = 2,  ///< Low Data Mode
+  };
+
   /// `message` is a readable sentence.
-  explicit URLError(Code code, const std::string& message = "the transfer failed")
-      : Error(message), code_(code) {}
+  explicit URLError(Code code, const std::string& message = "the transfer failed",
+                    std::optional<NetworkUnavailableReason> reason = std::nullopt)
+      : Error(message), code_(code), reason_(reason) {}
 
   [[nodiscard]] Code code() const noexcept { return code_; }
+
+  /// Nothing when the network itself was not refused.
+  [[nodiscard]] std::optional<NetworkUnavailableReason> networkUnavailableReason() const noexcept {
+    return reason_;
+  }
 
   friend bool operator==(const URLError& a, const URLError& b) { return a.code_ == b.code_; }
 
  private:
   Code code_;
+  std::optional<NetworkUnavailableReason> reason_;
 };
 
 }  // namespace ombrix::platform

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+
+namespace ombrix::platform {
+
+/// How the network can be reached just now.
+struct NWPath {
+  enum class Status {
+    satisfied,          ///< there is a way out
+    unsatisfied,        ///< there is none
+    requiresConnection, ///< there may be one, once something is switched on
+  };
+
+  Status status = Status::satisfied;
+  bool isConstrained = false;  ///< Low Data Mode: spare the network
+  bool isExpensive = false;    ///< metered: bytes cost money
+
+  friend bool operator==(const NWPath&, const NWPath&) = default;
+};
+
+/// Watches the network path. Any thread.
+class NWPathMonitor {
+ public:
+  using UpdateHandler = std::move_only_function<void(const NWPath&)>;
+
+  virtual ~NWPathMonitor() = default;
+
+  /// Called with the path once after `start` and then on every change, one call at a time, on a
+  /// thread of the monitor's; set it before `start`. It must be brief.
+  virtual void setPathUpdateHandler(UpdateHandler handler) = 0;
+
+  /// Begins to watch; nothing the second time.
+  virtual void start() = 0;
+
+  /// Ends it for good: no call of the handler starts after it returns; a call under way on another
+  /// thread is waited for.
+  virtual void cancel() = 0;
+
+  /// The path as last seen; looked at afresh when the monitor does not run.
+  [[nodiscard]] virtual NWPath currentPath() const = 0;
+};
+
+/// Makes monitors; a service that hosts and tests may replace.
+class NWPathMonitorFactory {
+ public:
+  virtual ~NWPathMonitorFactory() = default;
+  [[nodiscard]] virtual std::shared_ptr<NWPathMonitor> make() = 0;
+};
+
+/// Monitors of this machine's links, addresses and routes.
+std::shared_ptr<NWPathMonitorFactory> makeSystemPathMonitorFactory();
+
+}  // namespace ombrix::platform

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Network/URLRequest.hpp"
+#include "OmbrixPlatform/Network/URLResponse.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Values/Date.hpp"
+
+namespace ombrix::platform {
+
+/// An answer as it is kept.
+struct CachedURLResponse {
+  std::shared_ptr<const HTTPURLResponse> response;
+  std::shared_ptr<const Data> data;  // decoded; never null
+};
+
+/// Answers of servers, kept in memory and on disk within their budgets by the rules of a private
+/// cache (RFC 9111); what was used longest ago goes first. Any thread; several processes may share
+/// one folder. A damaged database is set aside and begun anew.
+class URLCache {
+ public:
+  /// @param memoryCapacity Bytes in memory, 0 or more.
+  /// @param diskCapacity Bytes on disk, overhead included, 0 or more.
+  /// @param directory Where the disk tier lies; made on first use. None: memory only.
+  static std::shared_ptr<URLCache> make(std::int64_t memoryCapacity, std::int64_t diskCapacity,
+                                        std::optional<URL> directory);
+
+  /// The process's own: 4 MiB in memory, 20 MiB in the caches directory, named by the program.
+  static const std::shared_ptr<URLCache>& shared();
+
+  virtual ~URLCache() = default;
+
+  [[nodiscard]] virtual std::int64_t memoryCapacity() const = 0;
+  [[nodiscard]] virtual std::int64_t diskCapacity() const = 0;
+
+  /// Bytes in use; counted from the index, never by loading bodies.
+  [[nodiscard]] virtual std::int64_t currentMemoryUsage() const = 0;
+  [[nodiscard]] virtual std::int64_t currentDiskUsage() const = 0;
+
+  /// The stored answer that fits the request, fresh or not; nothing when there is none.
+  [[nodiscard]] virtual std::optional<CachedURLResponse> cachedResponse(
+      const URLRequest& request) = 0;
+
+  /// Keeps an answer as if it had just come from the server, if the rules allow it.
+  virtual void storeCachedResponse(const CachedURLResponse& response,
+                                   const URLRequest& request) = 0;
+
+  virtual void removeCachedResponse(const URLRequest& request) = 0;
+  virtual void removeAllCachedResponses() = 0;
+
+  // What a session asks around an exchange.
+
+  /// How a request is to be answered.
+  struct Decision {
+    enum class Kind {
+      serve,        ///< by `answer`, now
+      validate,     ///< by the server, with `conditions` added; a 304 confirms `answer`
+      load,         ///< by the server
+      unavailable,  ///< not at all: it must come from the cache, which has none
+    };
+    Kind kind = Kind::load;
+    std::optional<CachedURLResponse> answer;
+    HTTPHeaders conditions;  // If-None-Match, If-Modified-Since
+  };
+
+  /// Decides by the request's method, header fields and cache policy, the stored answers and the
+  /// clock service. An answer kept for a request with "Authorization" serves only the same value.
+  [[nodiscard]] virtual Decision decide(const URLRequest& request) = 0;
+
+  /// Takes note of what the server said: keeps it, merges a 304 into what `validated` held,
+  /// removes what an unsafe method has made invalid.
+  ///
+  /// @param requestTime, responseTime When the request was sent and the header came.
+  /// @param validated The answer that the request's conditions were about; null when there were
+  ///   none.
+  /// @return The answer to hand over: the stored one with merged header fields after a 304 that
+  ///   confirms `validated`, else the server's own. When this returns, `decide` knows of it; the
+  ///   disk may follow.
+  virtual CachedURLResponse received(const URLRequest& request, Date requestTime, Date responseTime,
+                                     CachedURLResponse answer,
+                                     const CachedURLResponse* validated) = 0;
+
+  /// Waits until everything kept so far is on disk.
+  virtual void flush() = 0;
+};
+
+}  // namespace ombrix::platform

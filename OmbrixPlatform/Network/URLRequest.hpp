@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Network/HTTPHeaders.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix::platform {
+
+/// What to ask of which server, and how. A value: any thread may read it.
+struct URLRequest {
+  /// How the answer may come from the cache.
+  enum class CachePolicy {
+    useProtocolCachePolicy = 0,       ///< as RFC 9111 has it
+    reloadIgnoringLocalCacheData = 1, ///< always from the server; the answer is stored all the same
+    returnCacheDataElseLoad = 2,      ///< a stored answer however old, else from the server
+    returnCacheDataDontLoad = 3,      ///< a stored answer however old, else `resourceUnavailable`
+  };
+
+  explicit URLRequest(URL url, CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy,
+                      std::chrono::duration<double> timeoutInterval = std::chrono::seconds(60))
+      : url(std::move(url)), cachePolicy(cachePolicy), timeoutInterval(timeoutInterval) {}
+
+  URL url;
+  CachePolicy cachePolicy;
+
+  /// Seconds without any progress after which the transfer fails as `timedOut`; the session's own
+  /// limit holds where that is stricter.
+  std::chrono::duration<double> timeoutInterval;
+
+  std::string httpMethod = "GET";
+  HTTPHeaders headers;
+  std::optional<Data> httpBody;
+
+  /// False: refused while every path to the network is constrained (Low Data Mode).
+  bool allowsConstrainedNetworkAccess = true;
+
+  friend bool operator==(const URLRequest&, const URLRequest&) = default;
+};
+
+}  // namespace ombrix::platform

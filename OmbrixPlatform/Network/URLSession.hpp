@@ -1,0 +1,81 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "OmbrixPlatform/Network/URLRequest.hpp"
+#include "OmbrixPlatform/Network/URLResponse.hpp"
+#include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
+#include "OmbrixPlatform/Network/URLSessionDelegate.hpp"
+#include "OmbrixPlatform/Network/URLSessionTask.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
+
+namespace ombrix::platform {
+
+class DispatchQueue;
+
+/// Called once, on the session's delegate queue, when a task is over.
+///
+/// Either the answer is whole (`response`, and `data` unless its body is empty) and there is no
+/// error, or there is an error and neither of the others: what broke after its header is no answer.
+using URLSessionCompletionHandler =
+    std::move_only_function<void(std::optional<Data> data,
+                                 std::shared_ptr<const URLResponse> response,
+                                 std::shared_ptr<const Error> error)>;
+
+/// Makes and runs transfers that share connections, a cache and a delegate. Any thread.
+class URLSession {
+ public:
+  /// A session by the `urlSessionFactory` service.
+  ///
+  /// @param delegate Kept until the session ends; null for the defaults.
+  /// @param delegateQueue Where delegate and completion handlers run; null: a serial queue of the
+  ///   session's own.
+  static std::shared_ptr<URLSession> make(const URLSessionConfiguration& configuration,
+                                          std::shared_ptr<URLSessionDelegate> delegate = nullptr,
+                                          std::shared_ptr<DispatchQueue> delegateQueue = nullptr);
+
+  /// The process's own session with the default configuration, made on first use; never ends.
+  static const std::shared_ptr<URLSession>& shared();
+
+  /// Transfers under way go on when the last reference to their session is dropped; the session
+  /// ends after them.
+  virtual ~URLSession() = default;
+
+  [[nodiscard]] virtual const URLSessionConfiguration& configuration() const = 0;
+  [[nodiscard]] virtual const std::shared_ptr<DispatchQueue>& delegateQueue() const = 0;
+
+  /// A task that runs the request, body included, once it is resumed. On a session that has ended,
+  /// and for a request that cannot be sent (no http or https URL, a header with a line break), its
+  /// handler gets an error.
+  [[nodiscard]] virtual std::shared_ptr<URLSessionDataTask> dataTask(
+      URLRequest request, URLSessionCompletionHandler completionHandler) = 0;
+
+  /// The same with a body of its own; progress goes to the delegate.
+  [[nodiscard]] virtual std::shared_ptr<URLSessionUploadTask> uploadTask(
+      URLRequest request, std::optional<Data> body,
+      URLSessionCompletionHandler completionHandler) = 0;
+
+  /// Lets tasks under way end, takes no more.
+  virtual void finishTasksAndInvalidate() = 0;
+
+  /// Cancels every task, takes no more.
+  virtual void invalidateAndCancel() = 0;
+};
+
+/// Makes sessions; a service that hosts and tests may replace.
+class URLSessionFactory {
+ public:
+  virtual ~URLSessionFactory() = default;
+
+  [[nodiscard]] virtual std::shared_ptr<URLSession> make(
+      const URLSessionConfiguration& configuration, std::shared_ptr<URLSessionDelegate> delegate,
+      std::shared_ptr<DispatchQueue> delegateQueue) = 0;
+};
+
+/// Sessions on sockets.
+std::shared_ptr<URLSessionFactory> makeSystemURLSessionFactory();
+
+}  // namespace ombrix::platform

@@ -1,0 +1,62 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "OmbrixPlatform/Network/HTTPHeaders.hpp"
+#include "OmbrixPlatform/Network/URLRequest.hpp"
+
+namespace ombrix::platform {
+
+class URLCache;
+
+/// How a session behaves; copied when the session is made, changes after that have no effect on it.
+struct URLSessionConfiguration {
+  /// The defaults below, with the process's shared cache.
+  static URLSessionConfiguration defaultConfiguration();
+
+  /// The defaults without any cache.
+  static URLSessionConfiguration ephemeral();
+
+  /// For transfers that may take their time: waits for connectivity, a day for each resource.
+  ///
+  /// Its transfers end with the process: nothing here goes on without it.
+  /// @param identifier Names the session; for logs and debuggers only.
+  static URLSessionConfiguration background(std::string identifier);
+
+  std::string identifier;
+
+  /// Seconds without any progress after which a transfer fails as `timedOut`.
+  std::chrono::duration<double> timeoutIntervalForRequest = std::chrono::seconds(60);
+
+  /// Seconds from `resume` to the last byte, waiting included, after which it fails as `timedOut`.
+  std::chrono::duration<double> timeoutIntervalForResource = std::chrono::hours(7 * 24);
+
+  /// Whether a transfer waits when there is no route or no such host for now; a refused connection
+  /// fails at once all the same. The resource time-out goes on while it waits.
+  bool waitsForConnectivity = false;
+
+  /// False: every request is refused while all paths are constrained.
+  bool allowsConstrainedNetworkAccess = true;
+
+  /// Transfers to one host at a time; more wait their turn, in order.
+  std::size_t httpMaximumConnectionsPerHost = 6;
+
+  /// Header fields that every request gets unless it sets them itself.
+  HTTPHeaders httpAdditionalHeaders;
+
+  /// The policy of requests that keep `useProtocolCachePolicy`.
+  URLRequest::CachePolicy requestCachePolicy = URLRequest::CachePolicy::useProtocolCachePolicy;
+
+  /// Where answers are kept; null: nowhere.
+  std::shared_ptr<URLCache> urlCache;
+
+  /// Hosts that are reached on the loopback address, whatever the name service says: local test
+  /// services.
+  std::vector<std::string> loopbackHosts;
+};
+
+}  // namespace ombrix::platform

@@ -1,0 +1,99 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "OmbrixPlatform/Network/URLRequest.hpp"
+#include "OmbrixPlatform/Network/URLResponse.hpp"
+#include "OmbrixPlatform/Network/URLSessionTask.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace ombrix::platform {
+
+class URLSession;
+
+/// What a server presented to prove who it is: its certificates in DER form, its own first.
+struct SecTrust {
+  std::vector<Data> certificates;
+};
+
+/// The place that asks for a proof.
+struct URLProtectionSpace {
+  std::string host;
+  std::uint16_t port = 0;
+  std::optional<SecTrust> serverTrust;
+};
+
+/// A question to the delegate: may this server be trusted?
+struct URLAuthenticationChallenge {
+  URLProtectionSpace protectionSpace;
+};
+
+/// The answer to a server-trust challenge: "this one, as it stands".
+struct URLCredential {
+  SecTrust trust;
+};
+
+/// What a session asks and tells. Every call comes on the session's delegate queue, one at a time
+/// while that is serial; the defaults do what a session without a delegate does.
+///
+/// Each completion handler must be called once, on any thread; a handler that is dropped counts as
+/// the default answer.
+class URLSessionDelegate {
+ public:
+  enum class AuthChallengeDisposition { useCredential, performDefaultHandling, cancelAuthenticationChallenge };
+  enum class ResponseDisposition { cancel, allow };
+
+  using ChallengeHandler =
+      std::move_only_function<void(AuthChallengeDisposition, std::optional<URLCredential>)>;
+  using RedirectHandler = std::move_only_function<void(std::optional<URLRequest>)>;
+  using ResponseHandler = std::move_only_function<void(ResponseDisposition)>;
+
+  virtual ~URLSessionDelegate() = default;
+
+  /// Asked once for each host and certificate of a session before any byte is sent there.
+  /// `useCredential` with the trust accepts the server whatever its certificate and name.
+  virtual void didReceiveChallenge([[maybe_unused]] URLSession& session,
+                                   [[maybe_unused]] const URLAuthenticationChallenge& challenge,
+                                   ChallengeHandler completionHandler) {
+    completionHandler(AuthChallengeDisposition::performDefaultHandling, std::nullopt);
+  }
+
+  /// A redirect wants `newRequest` next: pass it on, another one, or nothing, which makes the
+  /// redirect itself the answer.
+  virtual void willPerformHTTPRedirection(
+      [[maybe_unused]] URLSession& session, [[maybe_unused]] URLSessionTask& task,
+      [[maybe_unused]] const std::shared_ptr<const HTTPURLResponse>& response,
+      URLRequest newRequest, RedirectHandler completionHandler) {
+    completionHandler(std::move(newRequest));
+  }
+
+  /// The header of the answer is there; `cancel` ends the task as cancelled.
+  virtual void didReceiveResponse(
+      [[maybe_unused]] URLSession& session, [[maybe_unused]] URLSessionDataTask& task,
+      [[maybe_unused]] const std::shared_ptr<const HTTPURLResponse>& response,
+      ResponseHandler completionHandler) {
+    completionHandler(ResponseDisposition::allow);
+  }
+
+  /// Some of the body was sent; calls may be merged. All figures in bytes.
+  virtual void didSendBodyData([[maybe_unused]] URLSession& session,
+                               [[maybe_unused]] URLSessionTask& task,
+                               [[maybe_unused]] std::int64_t bytesSent,
+                               [[maybe_unused]] std::int64_t totalBytesSent,
+                               [[maybe_unused]] std::int64_t totalBytesExpectedToSend) {}
+
+  /// The task is over; called before its completion handler.
+  virtual void didFinishCollectingMetrics([[maybe_unused]] URLSession& session,
+                                          [[maybe_unused]] URLSessionTask& task,
+                                          [[maybe_unused]] const URLSessionTaskMetrics& metrics) {}
+
+  /// The session has ended: no more calls follow.
+  virtual void didBecomeInvalid([[maybe_unused]] URLSession& session) {}
+};
+
+}  // namespace ombrix::platform
