@@ -8,9 +8,9 @@ namespace ombrix::platform {
 /// How the network can be reached just now.
 struct NWPath {
   enum class Status {
-    satisfied,          ///< there is a way out
-    unsatisfied,        ///< there is none
-    requiresConnection, ///< there may be one, once something is switched on
+    satisfied,           ///< there is a way out
+    unsatisfied,         ///< there is none
+    requiresConnection,  ///< there may be one, once something is switched on
   };
 
   Status status = Status::satisfied;

@@ -15,10 +15,11 @@ namespace ombrix::platform {
 struct URLRequest {
   /// How the answer may come from the cache.
   enum class CachePolicy {
-    useProtocolCachePolicy = 0,       ///< as RFC 9111 has it
-    reloadIgnoringLocalCacheData = 1, ///< always from the server; the answer is stored all the same
-    returnCacheDataElseLoad = 2,      ///< a stored answer however old, else from the server
-    returnCacheDataDontLoad = 3,      ///< a stored answer however old, else `resourceUnavailable`
+    useProtocolCachePolicy = 0,  ///< as RFC 9111 has it
+    reloadIgnoringLocalCacheData =
+        1,                        ///< always from the server; the answer is stored all the same
+    returnCacheDataElseLoad = 2,  ///< a stored answer however old, else from the server
+    returnCacheDataDontLoad = 3,  ///< a stored answer however old, else `resourceUnavailable`
   };
 
   explicit URLRequest(URL url, CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy,

@@ -27,7 +27,8 @@ class URLResponse {
 /// The status and header fields of an HTTP answer.
 class HTTPURLResponse final : public URLResponse {
  public:
-  HTTPURLResponse(URL url, int statusCode, HTTPHeaders headers, std::string httpVersion = "HTTP/1.1")
+  HTTPURLResponse(URL url, int statusCode, HTTPHeaders headers,
+                  std::string httpVersion = "HTTP/1.1")
       : URLResponse(std::move(url)),
         statusCode_(statusCode),
         headers_(std::move(headers)),

@@ -20,10 +20,9 @@ class DispatchQueue;
 ///
 /// Either the answer is whole (`response`, and `data` unless its body is empty) and there is no
 /// error, or there is an error and neither of the others: what broke after its header is no answer.
-using URLSessionCompletionHandler =
-    std::move_only_function<void(std::optional<Data> data,
-                                 std::shared_ptr<const URLResponse> response,
-                                 std::shared_ptr<const Error> error)>;
+using URLSessionCompletionHandler = std::move_only_function<void(
+    std::optional<Data> data, std::shared_ptr<const URLResponse> response,
+    std::shared_ptr<const Error> error)>;
 
 /// Makes and runs transfers that share connections, a cache and a delegate. Any thread.
 class URLSession {
@@ -49,7 +48,9 @@ class URLSession {
 
   /// A task that runs the request, body included, once it is resumed. On a session that has ended,
   /// and for a request that cannot be sent (no http or https URL, a header with a line break), its
-  /// handler gets an error.
+  /// handler gets an error. Without a handler (null), for answers that have no end of their own or
+  /// are too long for memory, the body and the end go to the delegate (`didReceiveData`,
+  /// `didComplete`) and no cache is asked.
   [[nodiscard]] virtual std::shared_ptr<URLSessionDataTask> dataTask(
       URLRequest request, URLSessionCompletionHandler completionHandler) = 0;
 

@@ -45,7 +45,11 @@ struct URLCredential {
 /// the default answer.
 class URLSessionDelegate {
  public:
-  enum class AuthChallengeDisposition { useCredential, performDefaultHandling, cancelAuthenticationChallenge };
+  enum class AuthChallengeDisposition {
+    useCredential,
+    performDefaultHandling,
+    cancelAuthenticationChallenge
+  };
   enum class ResponseDisposition { cancel, allow };
 
   using ChallengeHandler =
@@ -79,6 +83,19 @@ class URLSessionDelegate {
       ResponseHandler completionHandler) {
     completionHandler(ResponseDisposition::allow);
   }
+
+  /// Some of the answer's body has come, decoded; only for tasks without a completion handler,
+  /// whose body is handed over as it comes and not gathered. The bytes are valid during the call.
+  virtual void didReceiveData([[maybe_unused]] URLSession& session,
+                              [[maybe_unused]] URLSessionDataTask& task,
+                              [[maybe_unused]] DataView data) {}
+
+  /// A task without a completion handler is over; the last call about it.
+  ///
+  /// @param error Null when the answer is whole.
+  virtual void didComplete([[maybe_unused]] URLSession& session,
+                           [[maybe_unused]] URLSessionTask& task,
+                           [[maybe_unused]] const std::shared_ptr<const Error>& error) {}
 
   /// Some of the body was sent; calls may be merged. All figures in bytes.
   virtual void didSendBodyData([[maybe_unused]] URLSession& session,

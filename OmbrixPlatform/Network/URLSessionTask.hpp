@@ -23,12 +23,12 @@ struct URLSessionTaskMetrics {
   using Seconds = std::chrono::duration<double>;
 
   FetchType fetchType = FetchType::unknown;
-  Seconds waiting{};         ///< from `resume` to the start of the last exchange
-  Seconds nameLookup{};      ///< within the last exchange; 0 on a reused connection
+  Seconds waiting{};     ///< from `resume` to the start of the last exchange
+  Seconds nameLookup{};  ///< within the last exchange; 0 on a reused connection
   Seconds connecting{};
   Seconds secureConnection{};
-  Seconds firstByte{};       ///< from the start of the last exchange to the first byte of the answer
-  Seconds total{};           ///< from `resume` to the end
+  Seconds firstByte{};  ///< from the start of the last exchange to the first byte of the answer
+  Seconds total{};      ///< from `resume` to the end
   bool isReusedConnection = false;
   int redirectCount = 0;
   std::string networkProtocol;  ///< "http/1.1", "h2"; empty without an exchange
