@@ -7,6 +7,7 @@
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
 #include "OmbrixPlatform/Memory/MemoryWarning.hpp"
+#include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
@@ -21,6 +22,7 @@ Services::Services()
       mainBundle(&makeMainBundle),
       mainExecutor(&makeMainExecutor),
       memoryWarnings(&makeSystemMemoryWarningSource),
+      pathMonitorFactory(&makeSystemPathMonitorFactory),
       standardDefaults(&makeStandardUserDefaults),
       systemLog(&makeSystemLog) {}
 // clang-format on

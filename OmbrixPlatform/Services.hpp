@@ -13,6 +13,7 @@ class Executor;
 class LocaleService;
 class MemoryWarningSource;
 class NSUbiquitousKeyValueStore;
+class NWPathMonitorFactory;
 class SystemLog;
 class UserDefaults;
 
@@ -74,6 +75,7 @@ struct Services {
   ServiceSlot<Bundle> mainBundle;
   ServiceSlot<Executor> mainExecutor;
   ServiceSlot<MemoryWarningSource> memoryWarnings;
+  ServiceSlot<NWPathMonitorFactory> pathMonitorFactory;
   ServiceSlot<UserDefaults> standardDefaults;
   ServiceSlot<SystemLog> systemLog;
 };

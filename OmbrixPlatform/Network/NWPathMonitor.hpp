@@ -49,7 +49,13 @@ class NWPathMonitorFactory {
   [[nodiscard]] virtual std::shared_ptr<NWPathMonitor> make() = 0;
 };
 
-/// Monitors of this machine's links, addresses and routes.
+/// Monitors of this machine's links, addresses and routes (the service `pathMonitorFactory`).
+///
+/// The path is satisfied when a default route leads over a link that is up, running and no
+/// loopback: a machine with its loopback alone is unsatisfied, though services on it can be
+/// reached. Where the kernel does not let itself be asked it counts as satisfied. None requires a
+/// connection. Constrained and expensive both say what NetworkManager says of metering, false
+/// where it does not run; a monitor that does not run has not asked it.
 std::shared_ptr<NWPathMonitorFactory> makeSystemPathMonitorFactory();
 
 }  // namespace ombrix::platform

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <cstdint>
+
+namespace ombrix::platform::detail {
+
+/// Follows NetworkManager's word on whether the network is metered, over the system bus. It never
+/// waits: a bus that is silent, missing or without NetworkManager leaves the answer at false.
+/// One thread at a time.
+class NetworkManagerMetered {
+ public:
+  NetworkManagerMetered() = default;
+  ~NetworkManagerMetered() { disconnect(); }
+  NetworkManagerMetered(const NetworkManagerMetered&) = delete;
+  NetworkManagerMetered& operator=(const NetworkManagerMetered&) = delete;
+
+  /// Connects to the bus, if there is one, and asks.
+  void connect();
+  void disconnect();
+
+  /// The descriptor to poll, and for which events; negative when there is no bus.
+  [[nodiscard]] int descriptor() const;
+  [[nodiscard]] std::uint32_t events() const;
+
+  /// Takes what has come and sends what waits; disconnects when the bus is gone.
+  void process();
+
+  [[nodiscard]] bool isMetered() const noexcept { return isMetered_; }
+
+ private:
+  int subscribe();
+  int ask();
+  int readChangedProperties(sd_bus_message* message);
+  int readVariant(sd_bus_message* message);
+  static int onReply(sd_bus_message* message, void* self, sd_bus_error*);
+  static int onPropertiesChanged(sd_bus_message* message, void* self, sd_bus_error*);
+  static int onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*);
+
+  sd_bus* bus_ = nullptr;
+  bool isMetered_ = false;
+};
+
+}  // namespace ombrix::platform::detail

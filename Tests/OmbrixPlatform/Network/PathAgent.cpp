@@ -1,0 +1,37 @@
+// The process that a test of the path monitor puts into a network namespace: tells each path as a
+// line, and runs every line it gets as a shell command; "now" tells what `currentPath` says.
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <string>
+
+#include "OmbrixPlatform/Network/NWPathMonitor.hpp"
+
+namespace {
+
+using namespace ombrix::platform;
+
+void say(const char* prefix, const NWPath& path) {
+  std::printf("%s%s\n", prefix,
+              path.status == NWPath::Status::satisfied ? "satisfied" : "unsatisfied");
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main() {
+  const auto monitor = makeSystemPathMonitorFactory()->make();
+  monitor->setPathUpdateHandler([](const NWPath& path) { say("", path); });
+  say("before: ", monitor->currentPath());
+  monitor->start();
+  for (std::string line; std::getline(std::cin, line);) {
+    if (line == "now") {
+      say("now: ", monitor->currentPath());
+    } else if (std::system(line.c_str()) != 0) {
+      std::puts("failed");
+      std::fflush(stdout);
+    }
+  }
+  monitor->cancel();
+  return 0;
+}

@@ -1,0 +1,116 @@
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Network/NWPathMonitor.hpp"
+
+namespace ombrix::testing {
+
+/// A path monitor that sees what a test tells it. Handlers run on a queue of its own. Any thread.
+class ManualPathMonitor final : public platform::NWPathMonitor,
+                                public std::enable_shared_from_this<ManualPathMonitor> {
+ public:
+  explicit ManualPathMonitor(platform::NWPath path = {}) : path_(path) {}
+
+  void setPathUpdateHandler(UpdateHandler handler) override {
+    const std::lock_guard lock(mutex_);
+    handler_ = std::move(handler);
+  }
+
+  void start() override {
+    {
+      const std::lock_guard lock(mutex_);
+      if (std::exchange(isStarted_, true)) return;
+    }
+    queue_->async([self = shared_from_this()] { self->report(); });
+  }
+
+  void cancel() override {
+    {
+      const std::lock_guard lock(mutex_);
+      isStarted_ = isCancelled_ = true;
+    }
+    if (!queue_->isCurrent()) queue_->sync([] {});
+  }
+
+  platform::NWPath currentPath() const override {
+    const std::lock_guard lock(mutex_);
+    return path_;
+  }
+
+  /// Sets the path; the handler has been called with it when this returns, unless this is called
+  /// from a handler.
+  void setPath(platform::NWPath path) {
+    {
+      const std::lock_guard lock(mutex_);
+      path_ = path;
+    }
+    if (queue_->isCurrent()) {
+      queue_->async([self = shared_from_this()] { self->report(); });
+    } else {
+      queue_->sync([this] { report(); });
+    }
+  }
+
+ private:
+  /// Runs on the queue, which alone uses the handler once the monitor has started.
+  void report() {
+    platform::NWPath now;
+    {
+      const std::lock_guard lock(mutex_);
+      if (!isStarted_ || isCancelled_ || reported_ == path_) return;
+      reported_ = now = path_;
+    }
+    if (handler_) handler_(now);
+  }
+
+  const std::shared_ptr<platform::DispatchQueue> queue_ =
+      platform::DispatchQueue::serial("ManualPathMonitor");
+  mutable std::mutex mutex_;
+  UpdateHandler handler_;
+  platform::NWPath path_;
+  std::optional<platform::NWPath> reported_;
+  bool isStarted_ = false;
+  bool isCancelled_ = false;
+};
+
+/// Makes monitors that all see the same path.
+///
+///     auto paths = std::make_shared<ManualPathMonitorFactory>();
+///     ScopedService scoped(services().pathMonitorFactory, paths);
+///     paths->setPath({.status = NWPath::Status::unsatisfied});
+class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
+ public:
+  std::shared_ptr<platform::NWPathMonitor> make() override {
+    const std::lock_guard lock(mutex_);
+    auto monitor = std::make_shared<ManualPathMonitor>(path_);
+    monitors_.push_back(monitor);
+    return monitor;
+  }
+
+  /// Sets the path of all monitors, those made later too; their handlers have been called with it
+  /// when this returns.
+  void setPath(platform::NWPath path) {
+    std::vector<std::shared_ptr<ManualPathMonitor>> monitors;
+    {
+      const std::lock_guard lock(mutex_);
+      path_ = path;
+      std::erase_if(monitors_, [](const auto& monitor) { return monitor.expired(); });
+      for (const auto& monitor : monitors_) monitors.push_back(monitor.lock());
+    }
+    std::erase(monitors, nullptr);
+    for (const auto& monitor : monitors) monitor->setPath(path);
+  }
+
+ private:
+  std::mutex mutex_;
+  platform::NWPath path_;
+  std::vector<std::weak_ptr<ManualPathMonitor>> monitors_;
+};
+
+}  // namespace ombrix::testing
