@@ -22,9 +22,9 @@ struct URLRequest {
     returnCacheDataDontLoad = 3,  ///< a stored answer however old, else `resourceUnavailable`
   };
 
-  explicit URLRequest(URL url, CachePolicy cachePolicy = CachePolicy::useProtocolCachePolicy,
-                      std::chrono::duration<double> timeoutInterval = std::chrono::seconds(60))
-      : url(std::move(url)), cachePolicy(cachePolicy), timeoutInterval(timeoutInterval) {}
+  explicit URLRequest(URL target, CachePolicy policy = CachePolicy::useProtocolCachePolicy,
+                      std::chrono::duration<double> timeout = std::chrono::seconds(60))
+      : url(std::move(target)), cachePolicy(policy), timeoutInterval(timeout) {}
 
   URL url;
   CachePolicy cachePolicy;
