@@ -8,6 +8,7 @@
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
 #include "OmbrixPlatform/Memory/MemoryWarning.hpp"
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
+#include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
@@ -24,7 +25,8 @@ Services::Services()
       memoryWarnings(&makeSystemMemoryWarningSource),
       pathMonitorFactory(&makeSystemPathMonitorFactory),
       standardDefaults(&makeStandardUserDefaults),
-      systemLog(&makeSystemLog) {}
+      systemLog(&makeSystemLog),
+      urlSessionFactory(&makeSystemURLSessionFactory) {}
 // clang-format on
 
 Services& services() {

@@ -15,6 +15,7 @@ class MemoryWarningSource;
 class NSUbiquitousKeyValueStore;
 class NWPathMonitorFactory;
 class SystemLog;
+class URLSessionFactory;
 class UserDefaults;
 
 /// One replaceable service: made by its factory on first use, or put there by the host or a test.
@@ -78,6 +79,7 @@ struct Services {
   ServiceSlot<NWPathMonitorFactory> pathMonitorFactory;
   ServiceSlot<UserDefaults> standardDefaults;
   ServiceSlot<SystemLog> systemLog;
+  ServiceSlot<URLSessionFactory> urlSessionFactory;
 };
 
 /// The services of this process. They live until it ends; nothing is torn down. Any thread.

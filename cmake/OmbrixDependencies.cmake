@@ -2,10 +2,13 @@
 
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
+find_package(CURL 7.87 REQUIRED)
 find_package(fmt REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc i18n)
+find_package(OpenSSL REQUIRED)
 find_package(pugixml REQUIRED)
 find_package(simdjson REQUIRED)
+find_package(ZLIB REQUIRED)
 pkg_check_modules(systemd REQUIRED IMPORTED_TARGET libsystemd)
 pkg_check_modules(geographiclib REQUIRED IMPORTED_TARGET geographiclib)
 if(OMBRIX_BUILD_EXAMPLES)

@@ -1,0 +1,129 @@
+#include <curl/curl.h>
+#include <openssl/crypto.h>
+
+#include <utility>
+
+#include "OmbrixPlatform/Network/Detail/CurlLoop.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlURLSession.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
+
+namespace ombrix::platform {
+namespace detail {
+
+CurlURLSession::CurlURLSession(const URLSessionConfiguration& configuration,
+                               std::shared_ptr<URLSessionDelegate> delegate,
+                               std::shared_ptr<DispatchQueue> delegateQueue)
+    : configuration_(configuration),
+      delegateQueue_(delegateQueue ? std::move(delegateQueue)
+                                   : DispatchQueue::serial("URLSession.delegate")),
+      clock_(services().clock.shared()),
+      loop_(std::make_shared<CurlLoop>(configuration_, clock_, delegate != nullptr)),
+      delegate_(std::move(delegate)) {}
+
+CurlURLSession::~CurlURLSession() { loop_->stop(); }
+
+std::shared_ptr<URLSessionDelegate> CurlURLSession::delegate() const {
+  const std::lock_guard lock(lock_);
+  return delegate_;
+}
+
+std::shared_ptr<CurlTask> CurlURLSession::makeTask(URLRequest request,
+                                                   URLSessionCompletionHandler handler) {
+  std::uint64_t identifier = 0;
+  bool isInvalid = false;
+  {
+    const std::lock_guard lock(lock_);
+    identifier = ++lastIdentifier_;
+    isInvalid = isInvalid_;
+  }
+  auto task = std::make_shared<CurlTask>(shared_from_this(), identifier, std::move(request),
+                                         std::move(handler), isInvalid);
+  const std::lock_guard lock(lock_);
+  task->setPlaceInSession(tasks_.insert(tasks_.end(), task.get()));
+  return task;
+}
+
+std::shared_ptr<URLSessionDataTask> CurlURLSession::dataTask(
+    URLRequest request, URLSessionCompletionHandler completionHandler) {
+  return makeTask(std::move(request), std::move(completionHandler));
+}
+
+std::shared_ptr<URLSessionUploadTask> CurlURLSession::uploadTask(
+    URLRequest request, std::optional<Data> body, URLSessionCompletionHandler completionHandler) {
+  if (body) request.httpBody = std::move(body);
+  return makeTask(std::move(request), std::move(completionHandler));
+}
+
+void CurlURLSession::taskIsOver(TaskList::iterator place) {
+  {
+    const std::lock_guard lock(lock_);
+    tasks_.erase(place);
+  }
+  endWhenIdle();
+}
+
+void CurlURLSession::finishTasksAndInvalidate() {
+  {
+    const std::lock_guard lock(lock_);
+    isInvalid_ = true;
+  }
+  endWhenIdle();
+}
+
+void CurlURLSession::invalidateAndCancel() {
+  std::vector<std::shared_ptr<CurlTask>> tasks;
+  {
+    const std::lock_guard lock(lock_);
+    isInvalid_ = true;
+    for (CurlTask* task : tasks_) {
+      if (auto kept = task->weak_from_this().lock()) tasks.push_back(std::move(kept));
+    }
+  }
+  for (const auto& task : tasks) task->cancel();
+  endWhenIdle();
+}
+
+/// Tells the delegate once that the session has ended, and lets go of it.
+void CurlURLSession::endWhenIdle() {
+  std::shared_ptr<URLSessionDelegate> delegate;
+  {
+    const std::lock_guard lock(lock_);
+    if (!isInvalid_ || hasEnded_ || !tasks_.empty()) return;
+    hasEnded_ = true;
+    delegate = std::move(delegate_);
+  }
+  const auto self = weak_from_this().lock();
+  if (!delegate || !self) return;
+  post([self, delegate = std::move(delegate)] { delegate->didBecomeInvalid(*self); });
+}
+
+namespace {
+
+class CurlURLSessionFactory final : public URLSessionFactory {
+ public:
+  CurlURLSessionFactory() {
+    // The library's own clean-up at exit would pull the ground from under the network threads.
+    ::OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    if (::curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) fatalError("libcurl is unusable");
+  }
+
+  std::shared_ptr<URLSession> make(const URLSessionConfiguration& configuration,
+                                   std::shared_ptr<URLSessionDelegate> delegate,
+                                   std::shared_ptr<DispatchQueue> delegateQueue) override {
+    return std::make_shared<CurlURLSession>(configuration, std::move(delegate),
+                                            std::move(delegateQueue));
+  }
+};
+
+}  // namespace
+}  // namespace detail
+
+std::shared_ptr<URLSessionFactory> makeSystemURLSessionFactory() {
+  // One for the process: libcurl is set up once.
+  static const auto& factory = *new auto(std::make_shared<detail::CurlURLSessionFactory>());
+  return factory;
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <memory>
+#include <string>
+
+#include "OmbrixPlatform/Network/URLError.hpp"
+
+namespace ombrix::platform::detail {
+
+/// What is known of a transfer that libcurl gave up.
+struct CurlFailure {
+  CURLcode code = CURLE_OK;
+  long systemError = 0;   ///< errno of the last failing connect or look-up; 0: none
+  long verifyResult = 0;  ///< an `X509_V_ERR` code of the server's certificate; 0: none
+  std::string message;
+};
+
+/// The error a task ends with.
+std::shared_ptr<const URLError> urlErrorFor(const CurlFailure& failure);
+
+/// Whether it is the network that is missing for now, not the server that refuses.
+[[nodiscard]] bool isMissingConnectivity(const CurlFailure& failure) noexcept;
+
+inline std::shared_ptr<const URLError> makeURLError(URLError::Code code,
+                                                    const std::string& message) {
+  return std::make_shared<const URLError>(code, message);
+}
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "OmbrixPlatform/Network/Detail/ContentDecoder.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlErrors.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
+#include "OmbrixPlatform/Network/Detail/HTTPHeaderReader.hpp"
+#include "OmbrixPlatform/Network/URLRequest.hpp"
+#include "OmbrixPlatform/Network/URLResponse.hpp"
+#include "OmbrixPlatform/Network/URLSessionTask.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Values/Date.hpp"
+
+namespace ombrix::platform::detail {
+
+class CurlTask;
+
+/// One request sent and its answer received: an easy handle and what its callbacks gather. Used for
+/// one exchange after the other. Network thread only.
+class CurlExchange {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  /// What a session decides for an exchange.
+  struct Terms {
+    std::chrono::duration<double> timeLimit{};  ///< seconds without progress
+    bool isSecure = false;
+    bool isLoopback = false;
+    CurlTrust* trust = nullptr;  ///< null: libcurl verifies alone
+  };
+
+  /// @param now The loop's clock, looked at by the callbacks.
+  explicit CurlExchange(const TimePoint& now);
+  ~CurlExchange();
+  CurlExchange(const CurlExchange&) = delete;
+  CurlExchange& operator=(const CurlExchange&) = delete;
+
+  /// Prepares the handle for the task's current request; false when libcurl refuses it.
+  bool begin(std::shared_ptr<CurlTask> task, const Terms& terms);
+
+  /// Lets go of the task and what was gathered, for the next `begin`.
+  void reset();
+
+  [[nodiscard]] CURL* easy() const noexcept { return easy_; }
+  [[nodiscard]] const std::shared_ptr<CurlTask>& task() const noexcept { return task_; }
+
+  /// When the exchange fails unless there is progress before.
+  [[nodiscard]] TimePoint idleDeadline() const noexcept;
+
+  /// Goes on after the task has room again. Not OK: the exchange is over.
+  CURLcode resumeReceiving();
+
+  /// Whether the final answer's header has come.
+  [[nodiscard]] bool hasHeader() const noexcept { return response_ != nullptr; }
+
+  /// What went wrong, null for a whole answer.
+  std::shared_ptr<const URLError> errorFor(CURLcode code);
+
+  /// What libcurl knows of a failed exchange.
+  [[nodiscard]] CurlFailure failureFor(CURLcode code) const;
+
+  [[nodiscard]] const std::shared_ptr<const HTTPURLResponse>& response() const noexcept {
+    return response_;
+  }
+  Data takeBody() { return std::move(body_); }
+  [[nodiscard]] Date requestTime() const noexcept { return requestTime_; }
+  [[nodiscard]] Date responseTime() const noexcept { return responseTime_; }
+
+  /// Adds the steps of this exchange.
+  void addTo(URLSessionTaskMetrics& metrics) const;
+
+  [[nodiscard]] std::int64_t bytesSent() const;
+
+  std::size_t activeIndex = 0;  ///< its place among the loop's active exchanges
+
+ private:
+  static std::size_t takeHeader(const char* text, std::size_t size, std::size_t count, void* self);
+  static std::size_t takeBody(const char* bytes, std::size_t size, std::size_t count, void* self);
+  static int takeProgress(void* self, curl_off_t expectedDown, curl_off_t down,
+                          curl_off_t expectedUp, curl_off_t up);
+
+  void setConstantOptions();
+  bool setMethod(const URLRequest& request);
+  bool setFields(const URLRequest& request);
+  bool addField(const std::string& line);
+  bool headerLine(std::string_view line);
+  bool headerIsComplete();
+  std::size_t bodyPiece(DataView piece);
+  void fail(URLError::Code code, const std::string& message);
+
+  CURL* const easy_;
+  const TimePoint& now_;
+  std::array<char, CURL_ERROR_SIZE> errorText_{};
+  curl_slist* fields_ = nullptr;
+  curl_slist* connectTo_ = nullptr;
+  std::shared_ptr<CurlTask> task_;
+  std::shared_ptr<const URLRequest> request_;  // owns the body that libcurl reads
+  std::optional<HTTPHeaderReader> header_;
+  std::optional<ContentDecoder> decoder_;
+  std::shared_ptr<const HTTPURLResponse> response_;
+  std::shared_ptr<const URLError> ownError_;
+  Data body_;
+  std::chrono::steady_clock::duration timeLimit_{};
+  TimePoint lastProgress_;
+  std::int64_t progressSeen_ = 0;
+  bool isPaused_ = false;
+  Date requestTime_{};
+  Date responseTime_{};
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,123 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <list>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlExchange.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
+#include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
+#include "OmbrixPlatform/Values/Clock.hpp"
+
+namespace ombrix::platform::detail {
+
+/// The transfers to one host and port: those under way and, in order, those that wait.
+struct CurlHost {
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  CurlHost(const CurlOrigin& origin, bool isLoopbackHost)
+      : trust(origin.host, origin.port), isLoopback(isLoopbackHost) {}
+
+  CurlTrust trust;
+  const bool isLoopback;
+  std::list<std::shared_ptr<CurlTask>> waiting;
+  std::size_t active = 0;
+  bool isAsking = false;  // the delegate decides about a certificate
+  std::vector<std::shared_ptr<CurlTask>> refused;  // by that question
+  TimePoint retryAt{};    // no connectivity before; the epoch: there is
+  std::chrono::milliseconds retryDelay{};
+};
+
+/// The network thread of one session: a libcurl multi handle, the queues in front of it and the
+/// deadlines of what is under way. The thread starts with the first task and ends after `stop`.
+class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+  using LoopJob = std::move_only_function<void(CurlLoop&)>;
+
+  CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr<Clock> clock,
+           bool asksAboutTrust);
+  ~CurlLoop();
+
+  // Any thread.
+
+  /// Takes a task to its current request's host.
+  void submit(std::shared_ptr<CurlTask> task);
+
+  /// Runs a job on the network thread, after what was handed over before.
+  void post(LoopJob job);
+
+  /// Lets go of a task that is over, its connection included.
+  void abandon(std::shared_ptr<CurlTask> task);
+
+  /// Goes on receiving for a task that had to wait.
+  void resumeReceiving(std::shared_ptr<CurlTask> task);
+
+  /// Lets go of a task whose exchange is over; network thread.
+  void forget(const std::shared_ptr<CurlTask>& task);
+
+  /// Ends the thread; no task may be left.
+  void stop();
+
+ private:
+  friend class CurlExchange;
+
+  void handOver(std::shared_ptr<CurlTask> task, LoopJob job);
+  void run();
+  bool takeMail();
+  void admit(const std::shared_ptr<CurlTask>& task);
+  CurlHost& hostFor(const CurlOrigin& origin);
+  void pump(CurlHost& host);
+  void startWaiting();
+  bool start(CurlHost& host, std::shared_ptr<CurlTask> task);
+  void finishDone();
+  void ended(CurlExchange& exchange, CURLcode code);
+  bool retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task, CURLcode code);
+  void askAboutTrust(CurlHost& host, CurlTrust::Question question);
+  void trustAnswered(CurlHost& host, const CurlTrust::Fingerprint& leaf,
+                     std::optional<CurlTrust::Decision> decision);
+  void release(CurlExchange& exchange, bool isReusable);
+  void letGo(const std::shared_ptr<CurlTask>& task);
+  void expire(const std::shared_ptr<CurlTask>& task, const char* message);
+  void checkDeadlines();
+  void armTimer();
+  void askAboutHeaders();
+  void tearDown();
+
+  const URLSessionConfiguration configuration_;
+  const std::shared_ptr<Clock> clock_;
+  const bool asksAboutTrust_;
+
+  FutexLock lock_;  // guards the mail
+  std::vector<std::shared_ptr<CurlTask>> submitted_;
+  std::vector<LoopJob> jobs_;
+  bool hasThread_ = false;
+  bool isSleeping_ = false;
+  bool isStopping_ = false;
+
+  // Network thread only.
+  CURLM* const multi_;
+  TimePoint now_;
+  std::list<std::shared_ptr<CurlTask>> tasks_;  // all, in the order of their resource deadlines
+  std::unordered_map<std::string, std::unique_ptr<CurlHost>> hosts_;
+  std::vector<CurlHost*> touched_;  // may have something to start
+  std::vector<std::unique_ptr<CurlExchange>> active_;
+  std::vector<std::unique_ptr<CurlExchange>> idle_;
+  std::vector<std::shared_ptr<CurlTask>> headersCame_;
+  TimePoint nextIdleCheck_ = TimePoint::max();
+  TimePoint armedFor_ = TimePoint::max();
+  EventToken timer_;
+  bool hasStarted_ = false;  // transfers since the last look at the sockets
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include "OmbrixPlatform/Network/URLSessionDelegate.hpp"
+
+namespace ombrix::platform::detail {
+
+/// What a session knows of the certificates of one host and port. Network thread only; it must
+/// outlive every connection to its host.
+class CurlTrust {
+ public:
+  using Fingerprint = std::array<std::byte, 32>;  // SHA-256 of a certificate
+
+  enum class Decision : std::uint8_t {
+    accept,    ///< this very certificate, whatever its name and issuer
+    standard,  ///< as the system verifies it
+  };
+
+  /// A certificate that nobody has decided about: its handshake was refused.
+  struct Question {
+    Fingerprint leaf{};
+    SecTrust trust;
+  };
+
+  CurlTrust(std::string host, std::uint16_t port) : host_(std::move(host)), port_(port) {}
+  CurlTrust(const CurlTrust&) = delete;
+  CurlTrust& operator=(const CurlTrust&) = delete;
+
+  /// Makes a transfer verify its server here. Call it before each transfer.
+  void install(CURL* easy);
+
+  /// Takes the question that has come up since the last call.
+  std::optional<Question> takeQuestion() { return std::exchange(question_, std::nullopt); }
+
+  void decide(const Fingerprint& leaf, Decision decision);
+  [[nodiscard]] bool hasDecisions() const noexcept { return !decisions_.empty(); }
+
+  [[nodiscard]] URLProtectionSpace spaceFor(SecTrust trust) const {
+    return {host_, port_, std::move(trust)};
+  }
+
+ private:
+  static CURLcode prepareContext(CURL* easy, void* context, void* self);
+  static int verify(struct x509_store_ctx_st* store, void* self);
+  int verifyByDefault(struct x509_store_ctx_st* store) const;
+
+  const std::string host_;
+  const std::uint16_t port_;
+  std::map<Fingerprint, Decision> decisions_;
+  std::optional<Question> question_;
+  bool checksNameItself_ = false;  // libcurl's check is off since a certificate was accepted
+};
+
+/// The `X509_V_ERR` code by which a handshake fails that waits for a decision.
+long undecidedVerifyResult() noexcept;
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,77 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <list>
+#include <memory>
+#include <optional>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/URLSession.hpp"
+#include "OmbrixPlatform/Values/Clock.hpp"
+
+namespace ombrix::platform::detail {
+
+class CurlLoop;
+class CurlTask;
+
+/// A session on libcurl. It owns its network thread (`CurlLoop`), so sessions share no connections:
+/// a certificate that one session accepted opens nothing to another.
+///
+/// Tasks that are not over keep their session; the network thread ends with the session.
+class CurlURLSession final : public URLSession,
+                             public std::enable_shared_from_this<CurlURLSession> {
+ public:
+  using TaskList = std::list<CurlTask*>;
+
+  CurlURLSession(const URLSessionConfiguration& configuration,
+                 std::shared_ptr<URLSessionDelegate> delegate,
+                 std::shared_ptr<DispatchQueue> delegateQueue);
+  ~CurlURLSession() override;
+
+  [[nodiscard]] const URLSessionConfiguration& configuration() const override {
+    return configuration_;
+  }
+  [[nodiscard]] const std::shared_ptr<DispatchQueue>& delegateQueue() const override {
+    return delegateQueue_;
+  }
+  std::shared_ptr<URLSessionDataTask> dataTask(
+      URLRequest request, URLSessionCompletionHandler completionHandler) override;
+  std::shared_ptr<URLSessionUploadTask> uploadTask(
+      URLRequest request, std::optional<Data> body,
+      URLSessionCompletionHandler completionHandler) override;
+  void finishTasksAndInvalidate() override;
+  void invalidateAndCancel() override;
+
+  // For its tasks and its loop, on any thread.
+
+  [[nodiscard]] const std::shared_ptr<Clock>& clock() const noexcept { return clock_; }
+  [[nodiscard]] CurlLoop& loop() const noexcept { return *loop_; }
+
+  /// Null for none, and after the session has ended.
+  [[nodiscard]] std::shared_ptr<URLSessionDelegate> delegate() const;
+
+  /// Runs a job on the delegate queue.
+  void post(Job job) { delegateQueue_->async(std::move(job)); }
+
+  /// Takes a task off the list of those that are not over.
+  void taskIsOver(TaskList::iterator place);
+
+ private:
+  std::shared_ptr<CurlTask> makeTask(URLRequest request, URLSessionCompletionHandler handler);
+  void endWhenIdle();
+
+  const URLSessionConfiguration configuration_;
+  const std::shared_ptr<DispatchQueue> delegateQueue_;
+  const std::shared_ptr<Clock> clock_;
+  const std::shared_ptr<CurlLoop> loop_;
+  mutable FutexLock lock_;  // guards what follows
+  std::shared_ptr<URLSessionDelegate> delegate_;
+  TaskList tasks_;  // not over yet, suspended ones included
+  std::uint64_t lastIdentifier_ = 0;
+  bool isInvalid_ = false;
+  bool hasEnded_ = false;
+};
+
+}  // namespace ombrix::platform::detail

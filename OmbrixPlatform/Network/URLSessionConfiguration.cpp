@@ -1,0 +1,19 @@
+#include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
+
+#include <utility>
+
+namespace ombrix::platform {
+
+URLSessionConfiguration URLSessionConfiguration::defaultConfiguration() { return ephemeral(); }
+
+URLSessionConfiguration URLSessionConfiguration::ephemeral() { return {}; }
+
+URLSessionConfiguration URLSessionConfiguration::background(std::string identifier) {
+  URLSessionConfiguration configuration = defaultConfiguration();
+  configuration.identifier = std::move(identifier);
+  configuration.waitsForConnectivity = true;
+  configuration.timeoutIntervalForResource = std::chrono::hours(24);
+  return configuration;
+}
+
+}  // namespace ombrix::platform
