@@ -68,7 +68,8 @@ URLError::Code codeOfCertificate(long verifyResult) noexcept {
 }
 
 URLError::Code codeOf(const CurlFailure& failure) noexcept {
-  if (failure.code == CURLE_PEER_FAILED_VERIFICATION) return codeOfCertificate(failure.verifyResult);
+  if (failure.code == CURLE_PEER_FAILED_VERIFICATION)
+    return codeOfCertificate(failure.verifyResult);
   if (failure.code == CURLE_COULDNT_CONNECT) {
     if (isMissingRoute(failure.systemError)) return notConnectedToInternet;
     if (failure.systemError == ETIMEDOUT) return timedOut;
@@ -91,7 +92,8 @@ std::shared_ptr<const URLError> urlErrorFor(const CurlFailure& failure) {
 }
 
 bool isMissingConnectivity(const CurlFailure& failure) noexcept {
-  return failure.code == CURLE_COULDNT_RESOLVE_HOST || failure.code == CURLE_COULDNT_RESOLVE_PROXY ||
+  return failure.code == CURLE_COULDNT_RESOLVE_HOST ||
+         failure.code == CURLE_COULDNT_RESOLVE_PROXY ||
          (failure.code == CURLE_COULDNT_CONNECT && isMissingRoute(failure.systemError));
 }
 

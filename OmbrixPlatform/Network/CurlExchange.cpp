@@ -126,8 +126,7 @@ bool CurlExchange::setFields(const URLRequest& request) {
     }
   }
   // Fields that libcurl would add by itself.
-  if (!request.headers.contains("Accept-Encoding") &&
-      !addField("Accept-Encoding: gzip, deflate")) {
+  if (!request.headers.contains("Accept-Encoding") && !addField("Accept-Encoding: gzip, deflate")) {
     return false;
   }
   if (!request.headers.contains("Content-Type") && !addField("Content-Type:")) return false;

@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kIdleExchanges = 16;   // handles kept for the next exchanges
+constexpr std::size_t kIdleExchanges = 16;  // handles kept for the next exchanges
 constexpr std::size_t kIdleConnections = 64;
 constexpr std::size_t kForgottenHosts = 256;  // queues of hosts that are kept at least
 constexpr auto kFirstRetryDelay = 500ms;
@@ -163,8 +163,9 @@ CurlHost& CurlLoop::hostFor(const CurlOrigin& origin) {
   auto& host = hosts_[key];
   if (!host) {
     const auto& loopbackHosts = configuration_.loopbackHosts;
-    const bool isLoopback = std::ranges::any_of(
-        loopbackHosts, [&](const std::string& name) { return headerNamesEqual(name, origin.host); });
+    const bool isLoopback = std::ranges::any_of(loopbackHosts, [&](const std::string& name) {
+      return headerNamesEqual(name, origin.host);
+    });
     host = std::make_unique<CurlHost>(origin, isLoopback || isLoopbackName(origin.host));
   }
   return *host;
@@ -204,12 +205,11 @@ bool CurlLoop::start(CurlHost& host, std::shared_ptr<CurlTask> task) {
     idle_.pop_back();
   }
   const bool isSecure = task->origin().isSecure;
-  const CurlExchange::Terms terms{
-      .timeLimit = std::min(task->request()->timeoutInterval,
-                            configuration_.timeoutIntervalForRequest),
-      .isSecure = isSecure,
-      .isLoopback = host.isLoopback,
-      .trust = isSecure && asksAboutTrust_ ? &host.trust : nullptr};
+  const CurlExchange::Terms terms{.timeLimit = std::min(task->request()->timeoutInterval,
+                                                        configuration_.timeoutIntervalForRequest),
+                                  .isSecure = isSecure,
+                                  .isLoopback = host.isLoopback,
+                                  .trust = isSecure && asksAboutTrust_ ? &host.trust : nullptr};
   task->exchangeBegins();
   if (!exchange->begin(task, terms) ||
       ::curl_multi_add_handle(multi_, exchange->easy()) != CURLM_OK) {
@@ -260,8 +260,7 @@ bool CurlLoop::retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTa
                             CURLcode code) {
   CurlHost& host = *task->place.host;
   const CurlFailure failure = exchange.failureFor(code);
-  const bool isUndecided =
-      failure.verifyResult == undecidedVerifyResult() && !exchange.hasHeader();
+  const bool isUndecided = failure.verifyResult == undecidedVerifyResult() && !exchange.hasHeader();
   const bool waits = configuration_.waitsForConnectivity && isMissingConnectivity(failure);
   if (!isUndecided && !waits) return false;
   release(exchange, false);
@@ -277,10 +276,9 @@ bool CurlLoop::retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTa
       return true;
     }
   } else {
-    host.retryDelay = host.retryDelay == 0ms
-                          ? std::chrono::milliseconds(kFirstRetryDelay)
-                          : std::min<std::chrono::milliseconds>(2 * host.retryDelay,
-                                                                kLongestRetryDelay);
+    host.retryDelay = host.retryDelay == 0ms ? std::chrono::milliseconds(kFirstRetryDelay)
+                                             : std::min<std::chrono::milliseconds>(
+                                                   2 * host.retryDelay, kLongestRetryDelay);
     host.retryAt = now_ + host.retryDelay;
   }
   task->place.queued = host.waiting.insert(host.waiting.begin(), task);

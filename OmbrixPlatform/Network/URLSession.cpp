@@ -15,9 +15,8 @@ std::shared_ptr<URLSession> URLSession::make(const URLSessionConfiguration& conf
 
 const std::shared_ptr<URLSession>& URLSession::shared() {
   // Leaked: transfers may still run while the process ends.
-  static const auto& session =
-      *new auto(makeSystemURLSessionFactory()->make(URLSessionConfiguration::defaultConfiguration(),
-                                                    nullptr, nullptr));
+  static const auto& session = *new auto(makeSystemURLSessionFactory()->make(
+      URLSessionConfiguration::defaultConfiguration(), nullptr, nullptr));
   return session;
 }
 

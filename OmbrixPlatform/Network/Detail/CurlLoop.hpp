@@ -32,9 +32,9 @@ struct CurlHost {
   const bool isLoopback;
   std::list<std::shared_ptr<CurlTask>> waiting;
   std::size_t active = 0;
-  bool isAsking = false;  // the delegate decides about a certificate
+  bool isAsking = false;                           // the delegate decides about a certificate
   std::vector<std::shared_ptr<CurlTask>> refused;  // by that question
-  TimePoint retryAt{};    // no connectivity before; the epoch: there is
+  TimePoint retryAt{};                             // no connectivity before; the epoch: there is
   std::chrono::milliseconds retryDelay{};
 };
 

@@ -37,9 +37,7 @@ void NetworkManagerMetered::disconnect() {
   bus_ = nullptr;
 }
 
-int NetworkManagerMetered::descriptor() const {
-  return bus_ == nullptr ? -1 : sd_bus_get_fd(bus_);
-}
+int NetworkManagerMetered::descriptor() const { return bus_ == nullptr ? -1 : sd_bus_get_fd(bus_); }
 
 std::uint32_t NetworkManagerMetered::events() const {
   return bus_ == nullptr ? 0 : static_cast<std::uint32_t>(std::max(sd_bus_get_events(bus_), 0));
@@ -53,9 +51,9 @@ void NetworkManagerMetered::process() {
 }
 
 int NetworkManagerMetered::subscribe() {
-  const int changes = sd_bus_match_signal_async(bus_, nullptr, kService, kPath, kProperties,
-                                                "PropertiesChanged", &onPropertiesChanged,
-                                                nullptr, this);
+  const int changes =
+      sd_bus_match_signal_async(bus_, nullptr, kService, kPath, kProperties, "PropertiesChanged",
+                                &onPropertiesChanged, nullptr, this);
   if (changes < 0) return changes;
   return sd_bus_add_match_async(bus_, nullptr,
                                 "type='signal',sender='org.freedesktop.DBus',"
@@ -106,8 +104,7 @@ int NetworkManagerMetered::onReply(sd_bus_message* message, void* self, sd_bus_e
   return 0;
 }
 
-int NetworkManagerMetered::onPropertiesChanged(sd_bus_message* message, void* self,
-                                               sd_bus_error*) {
+int NetworkManagerMetered::onPropertiesChanged(sd_bus_message* message, void* self, sd_bus_error*) {
   (void)static_cast<NetworkManagerMetered*>(self)->readChangedProperties(message);
   return 0;
 }

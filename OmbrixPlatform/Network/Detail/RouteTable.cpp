@@ -21,8 +21,8 @@ Descriptor openNetlink(unsigned groups, int flags) {
   sockaddr_nl address{};
   address.nl_family = AF_NETLINK;
   address.nl_groups = groups;
-  if (!socket || ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address),
-                        sizeof address) != 0) {
+  if (!socket ||
+      ::bind(socket.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
     return {};
   }
   return socket;
@@ -118,8 +118,8 @@ std::optional<bool> hasWayOut() {
 }
 
 Descriptor openRouteEvents() {
-  constexpr unsigned kGroups = RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR |
-                               RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
+  constexpr unsigned kGroups =
+      RTMGRP_LINK | RTMGRP_IPV4_IFADDR | RTMGRP_IPV6_IFADDR | RTMGRP_IPV4_ROUTE | RTMGRP_IPV6_ROUTE;
   return openNetlink(kGroups, SOCK_NONBLOCK);
 }
 

@@ -26,9 +26,9 @@ namespace {
 
 using detail::Descriptor;
 using testing::ChildProcess;
-using testing::EventLog;
 using ::testing::Contains;
 using ::testing::ElementsAre;
+using testing::EventLog;
 using enum NWPath::Status;
 
 std::string textOf(const NWPath& path) {
@@ -92,11 +92,11 @@ class ScopedBus {
  public:
   ScopedBus() {
     const auto socket = dir_.path() / "bus";
-    const auto config = dir_.write(
-        "config", "<busconfig><listen>unix:path=" + socket.string() +
-                      "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
-                      "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
-                      "<allow own=\"*\"/></policy></busconfig>");
+    const auto config =
+        dir_.write("config", "<busconfig><listen>unix:path=" + socket.string() +
+                                 "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                                 "<allow send_destination=\"*\"/><allow receive_sender=\"*\"/>"
+                                 "<allow own=\"*\"/></policy></busconfig>");
     ::setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + socket.string()).c_str(), 1);
     if (std::system("command -v dbus-daemon >/dev/null") != 0) return;
     daemon_ = std::make_unique<ChildProcess>(
@@ -149,10 +149,10 @@ class FakeNetworkManager {
         SD_BUS_PROPERTY("Metered", "u", nullptr, 0, SD_BUS_VTABLE_PROPERTY_EMITS_CHANGE),
         SD_BUS_VTABLE_END};
     sd_bus* bus = nullptr;
-    const bool isThere = sd_bus_open_system(&bus) >= 0 &&
-                         sd_bus_add_object_vtable(bus, nullptr, kPath, kName, table, &metered_) >=
-                             0 &&
-                         sd_bus_request_name(bus, kName, 0) >= 0;
+    const bool isThere =
+        sd_bus_open_system(&bus) >= 0 &&
+        sd_bus_add_object_vtable(bus, nullptr, kPath, kName, table, &metered_) >= 0 &&
+        sd_bus_request_name(bus, kName, 0) >= 0;
     ready.set_value(isThere);
     while (isThere && !stop.stop_requested()) {
       while (sd_bus_process(bus, nullptr) > 0) {

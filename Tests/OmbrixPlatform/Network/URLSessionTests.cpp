@@ -1,0 +1,75 @@
+#include "OmbrixPlatform/Network/URLSession.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "RawServer.hpp"
+#include "SessionSupport.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using testing::fetch;
+using testing::RawConnection;
+using testing::RawServer;
+using testing::requestTo;
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+// Answers with the request itself, connection by connection.
+void echo(RawConnection& connection) {
+  for (auto request = connection.readRequest(); !request.empty();
+       request = connection.readRequest()) {
+    if (request.starts_with("HEAD")) {
+      connection.send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n");
+    } else {
+      connection.answer("200 OK", request);
+    }
+  }
+}
+
+// Catches methods, bodies and fields that go out otherwise than the request says.
+TEST(URLSessionTests, RequestsGoOutAsTheyAreStated) {
+  RawServer server(echo);
+  URLSessionConfiguration configuration = URLSessionConfiguration::ephemeral();
+  configuration.httpAdditionalHeaders = {{"X-Session", "s"}, {"X-Both", "session"}};
+  const auto session = URLSession::make(configuration);
+  struct Case {
+    const char* method;
+    std::optional<Data> body;
+    std::vector<const char*> sent;
+    const char* notSent;
+  };
+  const std::vector<Case> cases{
+      {"GET",    std::nullopt,     {"GET /p?q=1 HTTP/1.1\r\n", "\r\n\r\n"},          "Content-Length"},
+      {"POST",   dataFrom("a"), {"POST /p?q=1 ", "Content-Length: 1\r\n", "\r\n\r\na"}, "Content-Type"},
+      {"POST",   std::nullopt,     {"POST /p?q=1 ", "Content-Length: 0\r\n"},        "Content-Type"},
+      {"PUT",    dataFrom("put"),  {"PUT /p?q=1 ", "Content-Length: 3\r\n", "\r\n\r\nput"}, "Expect"},
+      {"PATCH",  std::nullopt,     {"PATCH /p?q=1 ", "Content-Length: 0\r\n"},       "Expect"},
+      {"DELETE", std::nullopt,     {"DELETE /p?q=1 "},                               "Content-Length"},
+      {"GET",    dataFrom("body"), {"GET /p?q=1 ", "\r\n\r\nbody"},                  "Content-Type"},
+      {"HEAD",   std::nullopt,     {},                                               "HEAD"},
+  };
+  for (const auto& [method, body, sent, notSent] : cases) {
+    SCOPED_TRACE(method);
+    URLRequest request = requestTo(server.url("/p?q=1#fragment"));
+    request.httpMethod = method;
+    request.httpBody = body;
+    request.headers = {{"X-Own", "o"}, {"X-Both", "own"}, {"X-Empty", ""}};
+    const auto outcome = fetch(*session, request);
+    EXPECT_EQ(outcome.status(), 200);
+    EXPECT_EQ(outcome.error, nullptr);
+    for (const char* text : sent) EXPECT_THAT(outcome.text(), HasSubstr(text));
+    EXPECT_THAT(outcome.text(), Not(HasSubstr(notSent)));
+    if (sent.empty()) continue;
+    for (const char* field : {"X-Own: o\r\n", "X-Session: s\r\n", "X-Both: own\r\n", "X-Empty:\r\n",
+                              "Accept-Encoding: gzip, deflate\r\n"}) {
+      EXPECT_THAT(outcome.text(), HasSubstr(field));
+    }
+  }
+  EXPECT_EQ(server.connections(), 1) << "connections are kept";
+}
+
+}  // namespace
+}  // namespace ombrix::platform
