@@ -162,4 +162,10 @@ std::shared_ptr<Bundle> makeMainBundle() {
   return std::make_shared<Bundle>(URL::fileURL((isShared ? shared : folder).string(), true));
 }
 
+std::string mainBundleName() {
+  if (auto identifier = Bundle::main().bundleIdentifier()) return *std::move(identifier);
+  const std::string program = programPath().filename().string();
+  return program.empty() ? "unnamed" : program;
+}
+
 }  // namespace ombrix::platform

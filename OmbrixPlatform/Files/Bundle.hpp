@@ -61,4 +61,8 @@ class Bundle {
 /// that has an Info.plist, else the program's folder itself.
 std::shared_ptr<Bundle> makeMainBundle();
 
+/// What the files of this program are named after: the main bundle's identifier, else the
+/// program's name.
+std::string mainBundleName();
+
 }  // namespace ombrix::platform

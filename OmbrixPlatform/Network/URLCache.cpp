@@ -1,0 +1,176 @@
+#include "OmbrixPlatform/Network/URLCache.hpp"
+
+#include <algorithm>
+#include <utility>
+
+#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Network/Detail/Caching/HTTPCacheControl.hpp"
+#include "OmbrixPlatform/Network/Detail/Caching/MemoryURLCache.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/Clock.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using namespace detail;
+
+std::shared_ptr<const HTTPURLResponse> withFields(const HTTPURLResponse& response,
+                                                  HTTPHeaders fields) {
+  return std::make_shared<const HTTPURLResponse>(response.url(), response.statusCode(),
+                                                 std::move(fields), response.httpVersion());
+}
+
+/// An answer as it is kept; null for one that varies by everything.
+CachedAnswerPointer keptAnswer(std::string key, const URLRequest& request,
+                               const ExchangeTimes& times, const CachedURLResponse& answer) {
+  auto selecting = selectingFields(answer.response->headers(), request.headers);
+  if (!selecting) return nullptr;
+  auto response = answer.response;
+  HTTPHeaders kept = fieldsToKeep(response->headers());
+  if (kept.size() != response->headers().size()) response = withFields(*response, std::move(kept));
+  const Freshness freshness = freshnessOf(response->statusCode(), response->headers(), times);
+  static const auto kNothing = std::make_shared<const Data>();
+  return std::make_shared<const CachedAnswer>(
+      CachedAnswer{.key = std::move(key),
+                   .selecting = *std::move(selecting),
+                   .times = times,
+                   .freshness = freshness,
+                   .answer = {std::move(response), answer.data ? answer.data : kNothing}});
+}
+
+class TieredURLCache final : public URLCache {
+ public:
+  TieredURLCache(std::int64_t memoryCapacity, std::int64_t diskCapacity,
+                 std::optional<URL> directory)
+      : memoryCapacity_(std::max<std::int64_t>(memoryCapacity, 0)),
+        diskCapacity_(directory ? std::max<std::int64_t>(diskCapacity, 0) : 0),
+        memory_(memoryCapacity_) {}
+
+  std::int64_t memoryCapacity() const override { return memoryCapacity_; }
+  std::int64_t diskCapacity() const override { return diskCapacity_; }
+  std::int64_t currentMemoryUsage() const override { return memory_.usage(); }
+  std::int64_t currentDiskUsage() const override { return 0; }
+
+  std::optional<CachedURLResponse> cachedResponse(const URLRequest& request) override {
+    if (request.httpMethod != "GET") return std::nullopt;
+    const auto stored = find(cacheKey(request.url), request.headers);
+    if (!stored) return std::nullopt;
+    return stored->answer;
+  }
+
+  void storeCachedResponse(const CachedURLResponse& response, const URLRequest& request) override {
+    if (!response.response || !isStorable(request, *response.response)) return;
+    const Date now = services().clock.get().now();
+    keep(request, {.request = now, .response = now}, response);
+  }
+
+  void removeCachedResponse(const URLRequest& request) override { remove(cacheKey(request.url)); }
+  void removeAllCachedResponses() override { memory_.removeAll(); }
+
+  Decision decide(const URLRequest& request) override;
+  CachedURLResponse received(const URLRequest& request, Date requestTime, Date responseTime,
+                             CachedURLResponse answer, const CachedURLResponse* validated) override;
+  void flush() override {}
+
+ private:
+  CachedAnswerPointer find(const std::string& key, const HTTPHeaders& request) {
+    return memory_.find(key, request);
+  }
+
+  void keep(const URLRequest& request, const ExchangeTimes& times,
+            const CachedURLResponse& answer) {
+    auto kept = keptAnswer(cacheKey(request.url), request, times, answer);
+    if (!kept) return;
+    memory_.put(std::move(kept), request.headers);
+  }
+
+  void remove(const std::string& key) { memory_.remove(key); }
+
+  CachedURLResponse confirmed(const URLRequest& request, const ExchangeTimes& times,
+                              const HTTPURLResponse& notModified,
+                              const CachedURLResponse& validated);
+
+  const std::int64_t memoryCapacity_;
+  const std::int64_t diskCapacity_;
+  MemoryURLCache memory_;
+};
+
+URLCache::Decision TieredURLCache::decide(const URLRequest& request) {
+  using Kind = Decision::Kind;
+  CachedAnswerPointer stored;
+  if (request.httpMethod == "GET" && !isPartialOrConditional(request.headers) &&
+      request.cachePolicy != URLRequest::CachePolicy::reloadIgnoringLocalCacheData) {
+    stored = find(cacheKey(request.url), request.headers);
+  }
+  switch (useOf(request, stored ? &stored->freshness : nullptr, services().clock.get().now())) {
+    case StoredUse::serve:
+      return {.kind = Kind::serve, .answer = stored->answer, .conditions = {}};
+    case StoredUse::validate:
+      return {.kind = Kind::validate,
+              .answer = stored->answer,
+              .conditions = conditionsFrom(stored->answer.response->headers())};
+    case StoredUse::unavailable:
+      return {.kind = Kind::unavailable, .answer = std::nullopt, .conditions = {}};
+    case StoredUse::load:
+      break;
+  }
+  return {};
+}
+
+CachedURLResponse TieredURLCache::received(const URLRequest& request, Date requestTime,
+                                           Date responseTime, CachedURLResponse answer,
+                                           const CachedURLResponse* validated) {
+  if (!answer.response) return answer;
+  const HTTPURLResponse& response = *answer.response;
+  const ExchangeTimes times{.request = requestTime, .response = responseTime};
+  for (const std::string& key : invalidatedKeys(request, response)) remove(key);
+  if (request.httpMethod != "GET") return answer;
+  if (response.statusCode() == 304 && validated != nullptr && validated->response) {
+    if (confirms(response.headers(), validated->response->headers())) {
+      return confirmed(request, times, response, *validated);
+    }
+    remove(cacheKey(request.url));  // what the server means is not what is kept
+  } else if (isStorable(request, response)) {
+    keep(request, times, answer);
+  } else if (response.statusCode() / 100 == 2 && cacheControlOf(response.headers()).noStore) {
+    remove(cacheKey(request.url));  // there is something newer, which must not be kept
+  }
+  return answer;
+}
+
+CachedURLResponse TieredURLCache::confirmed(const URLRequest& request, const ExchangeTimes& times,
+                                            const HTTPURLResponse& notModified,
+                                            const CachedURLResponse& validated) {
+  const HTTPHeaders fields = mergedFields(validated.response->headers(), notModified.headers());
+  const CachedURLResponse merged{withFields(*validated.response, fields), validated.data};
+  if (isStorable(request, *merged.response)) {
+    keep(request, times, merged);
+  } else if (!cacheControlOf(request.headers).noStore) {
+    remove(cacheKey(request.url));
+  }
+  return merged;
+}
+
+}  // namespace
+
+std::shared_ptr<URLCache> URLCache::make(std::int64_t memoryCapacity, std::int64_t diskCapacity,
+                                         std::optional<URL> directory) {
+  return std::make_shared<TieredURLCache>(memoryCapacity, diskCapacity, std::move(directory));
+}
+
+const std::shared_ptr<URLCache>& URLCache::shared() {
+  constexpr std::int64_t kMemoryBytes = 4 << 20;
+  constexpr std::int64_t kDiskBytes = 20 << 20;
+  // Leaked: sessions may use it while the process ends.
+  static const auto& cache =
+      *new std::shared_ptr<URLCache>(make(kMemoryBytes, kDiskBytes,
+                                          services()
+                                              .directories.get()
+                                              .caches()
+                                              .appendingPathComponent(mainBundleName(), true)
+                                              .appendingPathComponent("URLCache", true)));
+  return cache;
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,174 @@
+#include "OmbrixPlatform/Network/URLCache.hpp"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "CachingSamples.hpp"
+#include "OmbrixTesting/ManualClock.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using namespace samples;
+using Kind = URLCache::Decision::Kind;
+
+constexpr std::int64_t kMiB = 1 << 20;
+
+class URLCacheTests : public ::testing::Test {
+ protected:
+  /// What a session does with an answer of the server.
+  CachedURLResponse load(URLCache& cache, const URLRequest& request,
+                         const CachedURLResponse& answer,
+                         const CachedURLResponse* validated = nullptr) const {
+    const Date now = clock->now();
+    return cache.received(request, now, now, answer, validated);
+  }
+
+  /// What the cache says of a request, as text: "serve <body>", "validate <conditions>", …
+  static std::string decision(URLCache& cache, const URLRequest& request) {
+    const auto decided = cache.decide(request);
+    switch (decided.kind) {
+      case Kind::serve:
+        return "serve " + std::string(textOf(*decided.answer->data));
+      case Kind::validate:
+        return "validate " + fieldsText(decided.conditions);
+      case Kind::load:
+        return "load";
+      case Kind::unavailable:
+        break;
+    }
+    return "unavailable";
+  }
+
+  std::shared_ptr<testing::ManualClock> clock =
+      std::make_shared<testing::ManualClock>(dateSince1970(kNow));
+  testing::ScopedService<Clock> scoped{services().clock, clock};
+};
+
+// Catches a 304 whose fields are not kept, whose body is lost, or that confirms something else.
+TEST_F(URLCacheTests, ConfirmationRenewsWhatIsKept) {
+  const auto cache = URLCache::make(kMiB, 0, std::nullopt);
+  const auto request = requestFor("http://a.test/");
+  load(*cache, request, answerOf(200, "Cache-Control: max-age=10|ETag: \"1\"|X: old", "body"));
+  clock->advance(TimeInterval(11));
+  auto decided = cache->decide(request);
+  ASSERT_EQ(decided.kind, Kind::validate);
+  const auto handed = load(
+      *cache, request, answerOf(304, "Cache-Control: max-age=20|X: new|Authorization: Bearer t"),
+      &*decided.answer);
+  EXPECT_EQ(handed.response->statusCode(), 200);
+  EXPECT_EQ(handed.response->valueForHTTPHeaderField("Authorization"), "Bearer t");
+  EXPECT_EQ(textOf(*handed.data), "body");
+  clock->advance(TimeInterval(19));
+  decided = cache->decide(request);
+  ASSERT_EQ(decided.kind, Kind::serve);
+  EXPECT_EQ(fieldsText(decided.answer->response->headers()),
+            "Cache-Control: max-age=20|ETag: \"1\"|X: new");
+
+  clock->advance(TimeInterval(2));
+  decided = cache->decide(request);
+  ASSERT_EQ(decided.kind, Kind::validate);
+  const auto other = load(*cache, request, answerOf(304, "ETag: \"2\""), &*decided.answer);
+  EXPECT_EQ(other.response->statusCode(), 304);
+  EXPECT_EQ(decision(*cache, request), "load");
+}
+
+// Catches the answer to a caller's own condition that is mixed up with what is kept.
+TEST_F(URLCacheTests, LeavesConditionsOfTheCallerAlone) {
+  const auto cache = URLCache::make(kMiB, 0, std::nullopt);
+  load(*cache, requestFor("http://a.test/"), answerOf(200, "Cache-Control: max-age=10", "body"));
+  for (const auto* field : {"If-None-Match: \"1\"", "If-Modified-Since: x", "Range: bytes=0-1"}) {
+    const auto request = requestFor("http://a.test/", field);
+    EXPECT_EQ(decision(*cache, request), "load") << field;
+    EXPECT_EQ(load(*cache, request, answerOf(304, "")).response->statusCode(), 304);
+    load(*cache, request, answerOf(206, "Content-Range: bytes 0-1/4", "bo"));
+  }
+  EXPECT_EQ(decision(*cache, requestFor("http://a.test/")), "serve body");
+  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "", "HEAD")), "load");
+}
+
+// Catches variants that push each other out, and a newer one that does not replace its own.
+TEST_F(URLCacheTests, KeepsSeveralVariantsOfAURL) {
+  const auto cache = URLCache::make(kMiB, 0, std::nullopt);
+  constexpr auto kFields = "Cache-Control: max-age=10|Vary: Accept-Language";
+  for (const std::string body : {"de", "fr", "it", "de"}) {
+    load(*cache, requestFor("http://a.test/", "Accept-Language: " + body),
+         answerOf(200, kFields, body));
+  }
+  load(*cache, requestFor("http://a.test/", "Accept-Language: fr"), answerOf(200, kFields, "FR"));
+  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: de")), "serve de");
+  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: fr")), "serve FR");
+  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: it")), "serve it");
+  EXPECT_EQ(decision(*cache, requestFor("http://a.test/")), "load");
+  for (int i = 0; i < 100; ++i) {
+    load(*cache, requestFor("http://a.test/", "Accept-Language: " + std::to_string(i)),
+         answerOf(200, kFields));
+  }
+  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: 0")), "load");
+  load(*cache, requestFor("http://a.test/", "", "DELETE"), answerOf(204, ""));
+  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: 99")), "load");
+  EXPECT_EQ(cache->currentMemoryUsage(), 0);
+}
+
+// Catches a budget that is overrun, an order of use that hits do not change, and one answer that
+// pushes out all others.
+TEST_F(URLCacheTests, MemoryHoldsWhatWasUsedLast) {
+  constexpr std::int64_t kCapacity = 100'000;
+  const auto cache = URLCache::make(kCapacity, 0, std::nullopt);
+  const auto url = [](int i) { return requestFor("http://a.test/" + std::to_string(i)); };
+  const auto put = [&](int i, std::size_t bytes) {
+    load(*cache, url(i), answerOf(200, "Cache-Control: max-age=10", std::string(bytes, 'x')));
+  };
+  for (int i = 0; i < 100; ++i) {
+    put(i, 9'000);
+    EXPECT_LE(cache->currentMemoryUsage(), kCapacity);
+    EXPECT_EQ(cache->decide(url(0)).kind, Kind::serve) << i;
+  }
+  EXPECT_GT(cache->currentMemoryUsage(), kCapacity * 8 / 10);
+  EXPECT_EQ(cache->decide(url(50)).kind, Kind::load);
+  EXPECT_EQ(cache->decide(url(99)).kind, Kind::serve);
+  put(99, 13'000);
+  EXPECT_EQ(cache->decide(url(99)).kind, Kind::load);
+  EXPECT_EQ(cache->decide(url(98)).kind, Kind::serve);
+  cache->removeCachedResponse(url(98));
+  EXPECT_FALSE(cache->cachedResponse(url(98)));
+  EXPECT_TRUE(cache->cachedResponse(url(0)));
+  cache->removeAllCachedResponses();
+  EXPECT_FALSE(cache->cachedResponse(url(0)));
+  EXPECT_EQ(cache->currentMemoryUsage(), 0);
+  const auto none = URLCache::make(0, 0, std::nullopt);
+  none->storeCachedResponse(answerOf(200, "Cache-Control: max-age=10"), url(0));
+  EXPECT_FALSE(none->cachedResponse(url(0)));
+}
+
+// Catches something newer that must not be kept and leaves the old answer standing.
+TEST_F(URLCacheTests, DropsWhatTheServerNoLongerLetsKeep) {
+  const auto cache = URLCache::make(kMiB, 0, std::nullopt);
+  const auto request = requestFor("http://a.test/");
+  const struct {
+    int status;
+    std::string_view said;
+    std::string_view then;
+  } rows[]{
+      {200, "Cache-Control: no-store", "load"},
+      {200, "Cache-Control: max-age=5", "serve new"},
+      {500, "", "validate If-None-Match: \"1\""},
+      {304, "Cache-Control: no-store", "load"},
+      {304, "Cache-Control: max-age=5", "serve old"},
+      {404, "", "load"},
+  };
+  for (const auto& row : rows) {
+    SCOPED_TRACE(std::to_string(row.status) + " " + std::string(row.said));
+    load(*cache, request, answerOf(200, "Cache-Control: max-age=5|ETag: \"1\"", "old"));
+    clock->advance(TimeInterval(6));
+    const auto decided = cache->decide(request);
+    ASSERT_EQ(decided.kind, Kind::validate);
+    load(*cache, request, answerOf(row.status, row.said, "new"), &*decided.answer);
+    EXPECT_EQ(decision(*cache, request), row.then);
+    cache->removeAllCachedResponses();
+  }
+}
+
+}  // namespace
+}  // namespace ombrix::platform
