@@ -2,9 +2,15 @@
 
 #include <utility>
 
+#include "OmbrixPlatform/Network/URLCache.hpp"
+
 namespace ombrix::platform {
 
-URLSessionConfiguration URLSessionConfiguration::defaultConfiguration() { return ephemeral(); }
+URLSessionConfiguration URLSessionConfiguration::defaultConfiguration() {
+  URLSessionConfiguration configuration = ephemeral();
+  configuration.urlCache = URLCache::shared();
+  return configuration;
+}
 
 URLSessionConfiguration URLSessionConfiguration::ephemeral() { return {}; }
 
