@@ -38,8 +38,8 @@ class NSFileCoordinator final {
   using Accessor = std::function<void(const URL& url)>;
   using PairAccessor = std::function<void(const URL& first, const URL& second)>;
 
-  /// @param filePresenter Is not told of what is written through this coordinator; may be null. It
-  ///   is kept alive.
+  /// @param filePresenter Is not told of what is written through this coordinator, nor is one that
+  ///   it represents; may be null. It is kept alive.
   /// @param lockFolder Where the locks of the files lie, made when it is missing: the folder that
   ///   all the programs which share them know. Without one, the user's temporary folder.
   explicit NSFileCoordinator(std::shared_ptr<NSFilePresenter> filePresenter = nullptr,
@@ -50,7 +50,8 @@ class NSFileCoordinator final {
   FileResult<void> coordinateReadingItemAtURL(const URL& url, ReadingOptions options,
                                               const Accessor& accessor) const;
 
-  /// The same with exclusive access; then tells the other presenters of the file.
+  /// The same with exclusive access; then tells the other presenters of the file, if the accessor
+  /// has changed it.
   FileResult<void> coordinateWritingItemAtURL(const URL& url, WritingOptions options,
                                               const Accessor& accessor) const;
 

@@ -21,6 +21,12 @@ class NSFilePresenter {
   /// Where it is told of changes; null for the thread pool. Any thread.
   [[nodiscard]] virtual std::shared_ptr<NSOperationQueue> presentedItemOperationQueue() const = 0;
 
+  /// Whether what this presenter writes is what `presenter` wrote: so for itself, and for one that
+  /// it stands for. Any thread.
+  [[nodiscard]] virtual bool represents(const NSFilePresenter& presenter) const {
+    return this == &presenter;
+  }
+
   /// Somebody else has written or removed the file. Runs on the queue above; several changes in a
   /// row may be told as one.
   virtual void presentedItemDidChange() {}

@@ -27,4 +27,8 @@ std::shared_ptr<NSOperationQueue> PresenterWrapper::presentedItemOperationQueue(
   return backupQueue_;
 }
 
+bool PresenterWrapper::represents(const platform::NSFilePresenter& presenter) const {
+  return wrapped_.lock().get() == &presenter;
+}
+
 }  // namespace ombrix::detail

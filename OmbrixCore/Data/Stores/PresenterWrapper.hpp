@@ -23,6 +23,7 @@ class PresenterWrapper final : public platform::NSFilePresenter {
   [[nodiscard]] std::optional<platform::URL> presentedItemURL() const override;
   [[nodiscard]] std::shared_ptr<platform::NSOperationQueue> presentedItemOperationQueue()
       const override;
+  [[nodiscard]] bool represents(const platform::NSFilePresenter& presenter) const override;
 
  private:
   const std::weak_ptr<platform::NSFilePresenter> wrapped_;

@@ -33,7 +33,8 @@ struct Held {
   std::string lockFile;
   off_t access;
   bool isExclusive;
-  Descriptor file;  // empty where no lock was needed
+  Descriptor file;       // empty where no lock was needed
+  int readOnlyCode = 0;  // why the file could not be opened for writing
 };
 thread_local std::vector<Held> held;
 
@@ -96,33 +97,36 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     // The outer reader's own lock becomes exclusive until the inner writer ends.
     for (Held& outer : held) {
       if (outer.access != ranges.access || outer.lockFile != lockFile) continue;
-      if (!outer.file) return failure(EROFS);
-      if (setLock(outer.file.get(), ranges.upgrade, F_WRLCK, false) != 0) return failure(EDEADLK);
+      if (outer.readOnlyCode != 0) return failure(outer.readOnlyCode);
+      if (const int error = setLock(outer.file.get(), ranges.upgrade, F_WRLCK, false); error != 0) {
+        return failure(error == EAGAIN || error == EACCES ? EDEADLK : error);
+      }
       if (const int error = setLock(outer.file.get(), ranges.access, F_WRLCK, true); error != 0) {
         setLock(outer.file.get(), ranges.upgrade, F_UNLCK, false);
         return failure(error);
       }
-      held.push_back({lockFile, ranges.access, true, Descriptor()});
+      held.push_back({lockFile, ranges.access, true, Descriptor(), 0});
       return CoordinationLock(Ending::downgrade);
     }
   }
 
   while (true) {
     Descriptor file = openLockFile(lockFile);
+    int readOnlyCode = 0;
     if (!file && !isExclusive && (errno == EROFS || errno == EACCES || errno == ENOSPC)) {
-      const int whyNot = errno;
+      readOnlyCode = errno;
       file = openFile(lockFile, O_RDONLY | O_NOFOLLOW);
       // On a read-only disk without a lock file nobody can be writing.
-      if (!file && whyNot == EROFS && errno == ENOENT) {
-        held.push_back({lockFile, ranges.access, false, Descriptor()});
+      if (!file && readOnlyCode == EROFS && errno == ENOENT) {
+        held.push_back({lockFile, ranges.access, false, Descriptor(), readOnlyCode});
         return CoordinationLock(Ending::pop);
       }
-      if (!file) errno = whyNot;
+      if (!file) errno = readOnlyCode;
     }
     if (!file) return failure(errno);
     if (const int error = lockRanges(file.get(), ranges, access); error != 0) return failure(error);
     if (!isCurrent(file.get(), lockFile)) continue;
-    held.push_back({lockFile, ranges.access, isExclusive, std::move(file)});
+    held.push_back({lockFile, ranges.access, isExclusive, std::move(file), readOnlyCode});
     return CoordinationLock(Ending::release);
   }
 }

@@ -23,14 +23,22 @@ FilePresenterRegistry::State FilePresenterRegistry::stateOf(const std::string& p
   return {info.st_dev, info.st_ino, info.st_size, info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
 }
 
-/// Makes the state after an own write one that no other write can leave: the kernel's own
-/// modification times are a few milliseconds apart.
-FilePresenterRegistry::State FilePresenterRegistry::stamp(const std::string& path) noexcept {
+/// Gives a file that was found in a state another modification time, one that no write can leave:
+/// the kernel's own times are a few milliseconds apart. The result is that state with that time,
+/// whatever has happened to the file meanwhile: then the next look at it sees a change.
+FilePresenterRegistry::State FilePresenterRegistry::stamp(const std::string& path, State found,
+                                                          std::int64_t seconds,
+                                                          std::int64_t nanoseconds) noexcept {
+  if (found == State{}) return found;
   timespec times[2]{};
   times[0].tv_nsec = UTIME_OMIT;
-  ::clock_gettime(CLOCK_REALTIME, &times[1]);
-  ::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW);
-  return stateOf(path);
+  times[1] = {.tv_sec = seconds, .tv_nsec = nanoseconds};
+  // Refused for a file of another user, which keeps its time.
+  if (::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW) == 0) {
+    found.seconds = seconds;
+    found.nanoseconds = nanoseconds;
+  }
+  return found;
 }
 
 void FilePresenterRegistry::add(const std::shared_ptr<NSFilePresenter>& presenter) {
@@ -59,35 +67,37 @@ void FilePresenterRegistry::add(const std::shared_ptr<NSFilePresenter>& presente
 }
 
 void FilePresenterRegistry::remove(const std::shared_ptr<NSFilePresenter>& presenter) {
-  std::vector<Item> unused;  // ended after the lock, which their handlers take
+  std::vector<Item> unused;
   const std::lock_guard lock(mutex_);
   for (auto item = items_.begin(); item != items_.end();) {
     std::erase_if(item->second.presenters, [&](const auto& other) {
       const bool isOther = other.owner_before(presenter) || presenter.owner_before(other);
       return !isOther || other.expired();
     });
-    if (item->second.presenters.empty() && item->second.writers == 0) {
-      unused.push_back(std::move(item->second));
-      item = items_.erase(item);
-    } else {
-      ++item;
-    }
+    removeIfUnused(item++, unused);
   }
+}
+
+/// Takes an item that nobody needs any more out of the table; whoever takes it lets its watch go
+/// outside the lock, which its handler takes.
+void FilePresenterRegistry::removeIfUnused(Items::iterator item, std::vector<Item>& unused) {
+  if (!item->second.presenters.empty() || item->second.writers > 0) return;
+  unused.push_back(std::move(item->second));
+  items_.erase(item);
   count_ = items_.size();
 }
 
-FilePresenterRegistry::Told FilePresenterRegistry::presentersOf(const Item& item,
-                                                                const NSFilePresenter* except) {
+FilePresenterRegistry::Told FilePresenterRegistry::presentersOf(const Item& item) {
   Told told;
   for (const auto& presenter : item.presenters) {
-    auto held = presenter.lock();
-    if (held && held.get() != except) told.push_back(std::move(held));
+    if (auto held = presenter.lock()) told.push_back(std::move(held));
   }
   return told;
 }
 
-void FilePresenterRegistry::tell(const Told& presenters) {
+void FilePresenterRegistry::tell(const Told& presenters, const NSFilePresenter* writer) {
   for (const auto& presenter : presenters) {
+    if (writer != nullptr && writer->represents(*presenter)) continue;
     auto call = [weak = std::weak_ptr(presenter)] {
       if (const auto held = weak.lock()) held->presentedItemDidChange();
     };
@@ -113,7 +123,7 @@ void FilePresenterRegistry::noticed(const std::string& path, bool isCertain) {
     if (now == item.known && (item.isKnownOwn || !isCertain)) return;
     item.known = now;
     item.isKnownOwn = false;
-    told = presentersOf(item, nullptr);
+    told = presentersOf(item);
   }
   tell(told);
 }
@@ -129,29 +139,37 @@ void FilePresenterRegistry::writeBegins(const std::string& path) {
     if (item.writers++ > 0) return;
     // Somebody else's write whose event has not arrived yet: after ours nobody could tell.
     const State now = stateOf(path);
-    if (now == item.known) return;
-    item.known = now;
-    told = presentersOf(item, nullptr);
+    if (now != item.known) told = presentersOf(item);
+    // A nanosecond off: what is written next shows, were it of the same size and in the same tick.
+    item.known = stamp(path, now, now.seconds, now.nanoseconds ^ 1);
+    item.isKnownOwn = true;
   }
   tell(told);
 }
 
 void FilePresenterRegistry::writeEnds(const std::string& path, const NSFilePresenter* writer) {
   if (count_ == 0) return;
+  std::vector<Item> unused;
   Told told;
   {
     const std::lock_guard lock(mutex_);
     const auto found = items_.find(path);
     if (found == items_.end()) return;
     Item& item = found->second;
-    if (item.writers > 0) --item.writers;  // 0 where the first presenter came during the write
-    if (stateOf(path) != item.known) {
-      item.known = stamp(path);
+    const bool hasBegun = item.writers > 0;  // else the first presenter came during the write
+    if (hasBegun) --item.writers;
+    const State now = stateOf(path);
+    if (now != item.known || !hasBegun) {
+      timespec time{};
+      ::clock_gettime(CLOCK_REALTIME, &time);
+      item.known = stamp(path, now, time.tv_sec, time.tv_nsec);
       item.isKnownOwn = true;
+      told = presentersOf(item);
     }
-    told = presentersOf(item, writer);
+    std::erase_if(item.presenters, [](const auto& other) { return other.expired(); });
+    removeIfUnused(found, unused);
   }
-  tell(told);
+  tell(told, writer);
 }
 
 std::string coordinatedPath(std::string path) {

@@ -20,7 +20,8 @@ namespace ombrix::platform::detail {
 ///
 /// Own writes are announced by the coordinator; the kernel's folder events announce everybody's.
 /// To tell them apart, the state in which an own write left the file is kept, with a modification
-/// time set to the nanosecond: an event that finds the file in that state is our own. Any thread.
+/// time set to the nanosecond: an event that finds the file in that state is our own. An access
+/// that leaves the file in the state in which it found it has written nothing. Any thread.
 class FilePresenterRegistry {
  public:
   /// The one of the process; never destroyed.
@@ -29,8 +30,8 @@ class FilePresenterRegistry {
   void add(const std::shared_ptr<NSFilePresenter>& presenter);
   void remove(const std::shared_ptr<NSFilePresenter>& presenter);
 
-  /// Both while exclusive access to the path is held. The end tells all but the writer's own
-  /// presenter, which may be null.
+  /// Both while exclusive access to the path is held. The end tells all but those whom the writer's
+  /// own presenter, which may be null, represents.
   void writeBegins(const std::string& path);
   void writeEnds(const std::string& path, const NSFilePresenter* writer);
 
@@ -51,17 +52,20 @@ class FilePresenterRegistry {
     bool isKnownOwn = false;
     int writers = 0;
   };
+  using Items = std::map<std::string, Item, std::less<>>;
   using Told = std::vector<std::shared_ptr<NSFilePresenter>>;
 
   static State stateOf(const std::string& path) noexcept;
-  static State stamp(const std::string& path) noexcept;
-  static Told presentersOf(const Item& item, const NSFilePresenter* except);
-  static void tell(const Told& presenters);
+  static State stamp(const std::string& path, State found, std::int64_t seconds,
+                     std::int64_t nanoseconds) noexcept;
+  static Told presentersOf(const Item& item);
+  static void tell(const Told& presenters, const NSFilePresenter* writer = nullptr);
+  void removeIfUnused(Items::iterator item, std::vector<Item>& unused);
   void noticed(const std::string& path, bool isCertain);
 
   std::atomic<std::size_t> count_{0};  // of items: writers look here first
   std::mutex mutex_;
-  std::map<std::string, Item, std::less<>> items_;
+  Items items_;
 };
 
 /// A path as the locks and the registry know it: the links of its folders resolved, as far as they

@@ -13,6 +13,7 @@
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/WithoutOverride.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -209,9 +210,13 @@ TEST_F(FileCoordinatorTests, NothingStaysBehind) {
 /// Counts what it is told, on the pool.
 class Presenter final : public NSFilePresenter {
  public:
-  explicit Presenter(URL url) : url_(std::move(url)) {}
+  explicit Presenter(URL url, const NSFilePresenter* represented = nullptr)
+      : url_(std::move(url)), represented_(represented != nullptr ? represented : this) {}
   std::optional<URL> presentedItemURL() const override { return url_; }
   std::shared_ptr<NSOperationQueue> presentedItemOperationQueue() const override { return nullptr; }
+  bool represents(const NSFilePresenter& presenter) const override {
+    return &presenter == represented_;
+  }
   void presentedItemDidChange() override { told_.release(); }
 
   bool isTold(std::chrono::steady_clock::duration within = 30s) {
@@ -220,6 +225,7 @@ class Presenter final : public NSFilePresenter {
 
  private:
   const URL url_;
+  const NSFilePresenter* const represented_;
   std::counting_semaphore<> told_{0};
 };
 
@@ -255,6 +261,63 @@ TEST_F(FileCoordinatorTests, PresentersHearOfOthersOnly) {
   NSFileCoordinator::removeFilePresenter(other);
   write(url("a"), "unheard");
   EXPECT_FALSE(presenter->isTold(50ms));
+}
+
+// Catches a presenter that is told of a write which did not happen, one that is not told of a write
+// that leaves size and clock tick as they were, and one that hears of its own writes by way of a
+// coordinator that another presenter stands in at.
+TEST_F(FileCoordinatorTests, PresentersHearOfChangesOnly) {
+  const auto presenter = std::make_shared<Presenter>(url("a"));
+  const auto standIn = std::make_shared<Presenter>(url("a"), presenter.get());
+  write(url("a"), "text");
+  NSFileCoordinator::addFilePresenter(presenter);
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_TRUE(coordinator().coordinateWritingItemAtURL(url("a"), Writing::none, [](auto&) {}));
+    write(url("a"), "sets", standIn);
+  }
+  ASSERT_TRUE(coordinator().coordinateWritingItemAtURL(url("b"), Writing::none, [](auto&) {}));
+  EXPECT_FALSE(presenter->isTold(100ms));
+  for (int i = 0; i < 20; ++i) {
+    write(url("a"), "text");
+    EXPECT_TRUE(presenter->isTold()) << i;
+  }
+  EXPECT_FALSE(presenter->isTold(50ms)) << "told twice";
+  NSFileCoordinator::removeFilePresenter(presenter);
+}
+
+// Catches a folder that stays watched when its last presenter goes while the file is written.
+TEST_F(FileCoordinatorTests, APresenterMayGoDuringAWrite) {
+  const auto watches = [] {
+    std::size_t count = 0;
+    for (const auto& file : fs::directory_iterator("/proc/self/fdinfo")) {
+      std::ifstream lines(file.path());
+      for (std::string line; std::getline(lines, line);) count += line.starts_with("inotify");
+    }
+    return count;
+  };
+  const std::size_t before = watches();
+  const auto presenter = std::make_shared<Presenter>(url("a"));
+  NSFileCoordinator::addFilePresenter(presenter);
+  EXPECT_GT(watches(), before);
+  ASSERT_TRUE(coordinator().coordinateWritingItemAtURL(url("a"), Writing::none, [&](const URL&) {
+    NSFileCoordinator::removeFilePresenter(presenter);
+  }));
+  EXPECT_EQ(watches(), before);
+}
+
+// Catches a reader of locks that it may not change who is told of a deadlock when it would write.
+TEST_F(FileCoordinatorTests, AReaderWithoutWriteAccessIsToldWhy) {
+  write(url("a"), "text");
+  const fs::path lockFile = dir_.path() / "locks/.filecoordination";
+  fs::permissions(lockFile, fs::perms::owner_read);
+  const testing::WithoutOverride withoutOverride;
+  int code = 0;
+  EXPECT_TRUE(coordinator().coordinateReadingItemAtURL(url("a"), Reading::none, [&](const URL&) {
+    const auto nested =
+        coordinator().coordinateWritingItemAtURL(url("a"), Writing::none, [](const URL&) {});
+    if (!nested) code = nested.error().code();
+  }));
+  EXPECT_EQ(code, EACCES);
 }
 
 }  // namespace
