@@ -37,8 +37,10 @@ class CachedItemStore final
     }
   }
 
-  /// The value; the first call reads the file, others that come meanwhile wait for it. A subscriber
-  /// must not call this from inside that first load: it would wait for itself.
+  /// The value; the first call reads the file, others that come meanwhile wait for it.
+  ///
+  /// That first load publishes what it read before it ends. A subscriber must not call this from
+  /// inside it, which would wait for itself, and must not throw there: that ends the program.
   [[nodiscard]] T value() const { return state_->value(); }
 
   /// Publishes the value on the calling thread before it returns, and has it written on the thread

@@ -16,7 +16,9 @@ namespace ombrix {
 /// A memory store in front of a store on disk, filled by what is read. See `KeyedItemStore`.
 ///
 /// It holds no state of its own: each operation takes its turn in the two stores, one after the
-/// other, and other operations may come in between.
+/// other, and other operations may come in between. What is stored or purged goes to the disk
+/// first and changes the memory last: whatever a reader has found on disk before, and would put
+/// into memory after, is refused there.
 template <class T>
 class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedItemStore<T>, T> {
   using Identified = IdentifiedItemOperations<CachedKeyedItemStore<T>, T>;
@@ -40,7 +42,7 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
     return store(std::move(value), std::move(key), StoreType::both);
   }
 
-  /// Keeps the item in memory, on disk, or in both: memory first.
+  /// Keeps the item in memory, on disk, or in both.
   [[nodiscard]] platform::Async<void> store(std::optional<T> value, std::string key,
                                             StoreType type) const {
     return storeIn(inner_, std::move(value), std::move(key), type);
@@ -83,17 +85,18 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
   };
 
   static platform::Async<std::optional<T>> valueIn(Inner inner, std::string key) {
-    auto cached = co_await inner.inMemoryStore.value(key);
-    if (cached) co_return cached;
+    auto cached = co_await inner.inMemoryStore.find(key);
+    if (cached.first) co_return cached.first;
     auto stored = co_await inner.diskStore.value(key);
-    if (stored) co_await inner.inMemoryStore.store(stored, key);
+    const auto revision = cached.second;
+    if (stored) co_await inner.inMemoryStore.fill(stored, key, revision);
     co_return stored;
   }
 
   static platform::Async<void> storeIn(Inner inner, std::optional<T> value, std::string key,
                                        StoreType type) {
-    if (type != StoreType::disk) co_await inner.inMemoryStore.store(value, key);
     if (type != StoreType::memory) co_await inner.diskStore.store(value, key);
+    if (type != StoreType::disk) co_await inner.inMemoryStore.store(value, key);
   }
 
   static platform::Async<bool> existsIn(Inner inner, std::string key) {
@@ -130,13 +133,13 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
   }
 
   static platform::Async<void> purgeIn(Inner inner, std::string key) {
-    co_await inner.inMemoryStore.purge(key);
     co_await inner.diskStore.purge(key);
+    co_await inner.inMemoryStore.purge(key);
   }
 
   static platform::Async<void> purgeAll(Inner inner) {
-    co_await inner.inMemoryStore.purge();
     co_await inner.diskStore.purge();
+    co_await inner.inMemoryStore.purge();
   }
 
   static platform::Async<void> purgeOldestIn(Inner inner, std::int64_t keeping) {

@@ -7,12 +7,12 @@
 
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 
 namespace ombrix {
 namespace {
 
 using platform::Data;
+using platform::FileResult;
 using platform::FutexLock;
 using platform::NSFileCoordinator;
 using platform::URL;
@@ -21,11 +21,12 @@ const FileManager& files() { return FileManager::defaultManager(); }
 
 /// Keeps the threads of this process off each other's half-written files, coordinated or not: two
 /// writers in place would leave a mixture, and a reader in between would take the file for a broken
-/// one. Files of the same hash share a lock, which is only held for system calls.
-FutexLock& lockOf(std::size_t hash) noexcept {
+/// one. The lock goes by the file's name alone, which is the same however the way to it is spelled
+/// and whatever links lie on it. Files that share a lock share it for system calls only.
+FutexLock& lockOf(const URL& url) {
   constexpr std::size_t kLocks = 64;
   static constinit std::array<FutexLock, kLocks> locks;
-  return locks[hash % kLocks];
+  return locks[std::hash<std::string>{}(url.lastPathComponent()) % kLocks];
 }
 
 std::shared_ptr<const NSFileCoordinator> coordinatorFor(
@@ -40,8 +41,7 @@ bool detail::isInGroupContainer(const URL& url) {
   return container && url.path().starts_with(container->path());
 }
 
-DataFileStore::DataFileStore(URL url)
-    : fileURL_(std::move(url)), hash_(std::hash<URL>{}(fileURL_)) {
+DataFileStore::DataFileStore(URL url) : fileURL_(std::move(url)), lock_(lockOf(fileURL_)) {
   if (detail::isInGroupContainer(fileURL_)) coordinator_ = coordinatorFor(nullptr);
 }
 
@@ -51,13 +51,21 @@ void DataFileStore::setFilePresenter(std::shared_ptr<platform::NSFilePresenter> 
 }
 
 std::optional<Data> DataFileStore::value() const {
-  if (!coordinator_) return doRead(fileURL_);
-  std::optional<Data> bytes;
-  const auto access =
-      coordinator_->coordinateReadingItemAtURL(fileURL_, NSFileCoordinator::ReadingOptions::none,
-                                               [&](const URL& url) { bytes = doRead(url); });
-  if (!access) detail::logItemStore("value", "Error reading the object: ", access.error());
-  return bytes;
+  FileResult<Data> bytes;
+  if (coordinator_) {
+    const auto access =
+        coordinator_->coordinateReadingItemAtURL(fileURL_, NSFileCoordinator::ReadingOptions::none,
+                                                 [&](const URL& url) { bytes = doRead(url); });
+    if (!access) {
+      detail::logItemStore("value", "Error reading the object: ", access.error());
+      return std::nullopt;
+    }
+  } else {
+    bytes = doRead(fileURL_);
+  }
+  if (bytes) return *std::move(bytes);
+  detail::logItemStore("doRead(url:)", "Error reading the object: ", bytes.error());
+  return std::nullopt;
 }
 
 void DataFileStore::setValue(const std::optional<Data>& value) const {
@@ -65,49 +73,15 @@ void DataFileStore::setValue(const std::optional<Data>& value) const {
     purge();
     return;
   }
-  if (!coordinator_) {
-    doSave(fileURL_, *value);
-    return;
+  FileResult<void> saved;
+  if (coordinator_) {
+    const auto access = coordinator_->coordinateWritingItemAtURL(
+        fileURL_, NSFileCoordinator::WritingOptions::forMerging,
+        [&](const URL& url) { saved = doSave(url, *value); });
+    if (!access) detail::logItemStore("value", "Error saving the object: ", access.error());
+  } else {
+    saved = doSave(fileURL_, *value);
   }
-  const auto access = coordinator_->coordinateWritingItemAtURL(
-      fileURL_, NSFileCoordinator::WritingOptions::forMerging,
-      [&](const URL& url) { doSave(url, *value); });
-  if (!access) detail::logItemStore("value", "Error saving the object: ", access.error());
-}
-
-bool DataFileStore::exists() const { return files().fileExists(fileURL_); }
-
-std::uint64_t DataFileStore::size() const { return files().allocatedSize(fileURL_).value_or(0); }
-
-void DataFileStore::purge() const {
-  if (!coordinator_) {
-    doPurge(fileURL_);
-    return;
-  }
-  const auto access = coordinator_->coordinateWritingItemAtURL(
-      fileURL_, NSFileCoordinator::WritingOptions::forDeleting,
-      [&](const URL& url) { doPurge(url); });
-  if (!access) detail::logItemStore("purge()", "Error purging the object: ", access.error());
-}
-
-std::optional<Data> DataFileStore::doRead(const URL& url) const {
-  auto bytes = [&] {
-    const std::lock_guard lock(lockOf(hash_));
-    return files().contents(url);
-  }();
-  if (bytes) return *std::move(bytes);
-  detail::logItemStore("doRead(url:)", "Error reading the object: ", bytes.error());
-  return std::nullopt;
-}
-
-void DataFileStore::doSave(const URL& url, platform::DataView value) const {
-  files().touch(url);
-  // Kept: an existing file is written in place, so a writer that is killed loses the old value;
-  // replacing the file instead would break what others hold open and cost 20 times as much.
-  const auto saved = [&] {
-    const std::lock_guard lock(lockOf(hash_));
-    return files().createFile(url, value);
-  }();
   if (!saved) {
     // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
     detail::logItemStore("doSave(url:value:)",
@@ -115,14 +89,41 @@ void DataFileStore::doSave(const URL& url, platform::DataView value) const {
   }
 }
 
-void DataFileStore::doPurge(const URL& url) const {
-  const auto removed = [&] {
-    const std::lock_guard lock(lockOf(hash_));
-    return files().removeItem(url);
-  }();
+bool DataFileStore::exists() const { return files().fileExists(fileURL_); }
+
+std::uint64_t DataFileStore::size() const { return files().allocatedSize(fileURL_).value_or(0); }
+
+void DataFileStore::purge() const {
+  FileResult<void> removed;
+  if (coordinator_) {
+    const auto access = coordinator_->coordinateWritingItemAtURL(
+        fileURL_, NSFileCoordinator::WritingOptions::forDeleting,
+        [&](const URL& url) { removed = doPurge(url); });
+    if (!access) detail::logItemStore("purge()", "Error purging the object: ", access.error());
+  } else {
+    removed = doPurge(fileURL_);
+  }
   if (!removed && !removed.error().isNoSuchFile()) {
     detail::logItemStore("doPurge(url:)", "Error writing the object: ", removed.error());
   }
+}
+
+FileResult<Data> DataFileStore::doRead(const URL& url) const {
+  const std::lock_guard lock(lock_);
+  return files().contents(url);
+}
+
+FileResult<void> DataFileStore::doSave(const URL& url, platform::DataView value) const {
+  files().touch(url);
+  // Kept: an existing file is written in place, so a writer that is killed loses the old value;
+  // replacing the file instead would break what others hold open and cost 20 times as much.
+  const std::lock_guard lock(lock_);
+  return files().createFile(url, value);
+}
+
+FileResult<void> DataFileStore::doPurge(const URL& url) const {
+  const std::lock_guard lock(lock_);
+  return files().removeItem(url);
 }
 
 }  // namespace ombrix

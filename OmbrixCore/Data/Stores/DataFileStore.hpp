@@ -5,6 +5,8 @@
 #include <optional>
 
 #include "OmbrixCore/Data/Stores/ItemStore.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Files/FileError.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
@@ -22,9 +24,9 @@ bool isInGroupContainer(const platform::URL& url);
 
 /// Raw bytes in one file, in the app-group container coordinated with other processes.
 ///
-/// A writer that is killed leaves a file that begins with a zero byte, whatever the value; nothing
-/// more is promised about it. Any thread; operations on one file by this process exclude each
-/// other.
+/// Failures are logged when the file is free again. A writer that is killed leaves a file that
+/// begins with a zero byte, whatever the value; nothing more is promised about it. Any thread;
+/// operations on one file by this process exclude each other.
 class DataFileStore final {
  public:
   using StoredItem = platform::Data;
@@ -62,12 +64,13 @@ class DataFileStore final {
   }
 
  private:
-  [[nodiscard]] std::optional<platform::Data> doRead(const platform::URL& url) const;
-  void doSave(const platform::URL& url, platform::DataView value) const;
-  void doPurge(const platform::URL& url) const;
+  [[nodiscard]] platform::FileResult<platform::Data> doRead(const platform::URL& url) const;
+  [[nodiscard]] platform::FileResult<void> doSave(const platform::URL& url,
+                                                  platform::DataView value) const;
+  [[nodiscard]] platform::FileResult<void> doPurge(const platform::URL& url) const;
 
   const platform::URL fileURL_;
-  const std::size_t hash_;
+  platform::FutexLock& lock_;
   std::shared_ptr<platform::NSFilePresenter> filePresenter_;
   std::shared_ptr<const platform::NSFileCoordinator> coordinator_;
 };

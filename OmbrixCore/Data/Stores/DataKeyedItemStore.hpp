@@ -44,6 +44,8 @@ class DataKeyedItemStore final {
   /// Seconds since the file was last written.
   [[nodiscard]] platform::Async<std::optional<double>> age(std::string key) const;
 
+  // Kept: the names of the files, as far as they were sanitised; what was removed from a key is
+  // written nowhere. Keeping the keys would take an index that files of earlier runs are not in.
   [[nodiscard]] platform::Async<std::vector<std::string>> keys() const;
 
   /// The disk space of the folder's files, whoever wrote them; 0 without a folder.

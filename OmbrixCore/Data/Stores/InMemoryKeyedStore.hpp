@@ -14,6 +14,9 @@
 
 namespace ombrix {
 
+template <class T>
+class CachedKeyedItemStore;
+
 /// Keeps items in memory, at most so many, the oldest going first. See `KeyedItemStore`.
 ///
 /// Storing, reading and evicting one item takes logarithmic time at most.
@@ -45,22 +48,15 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
   // Kept: a full store makes room before it looks at the key, so replacing an item in a full store
   // also evicts the oldest one; looking first would keep one item more than callers count on.
   [[nodiscard]] platform::Async<void> store(std::optional<T> value, std::string key) const {
-    return detail::onActor(
-        state_, [value = std::move(value), key = std::move(key)](State& state) mutable {
-          if (!value) {
-            state.remove(key);
-            return;
-          }
-          if (state.maxStoredItems &&
-              static_cast<std::int64_t>(state.memory.size()) >= *state.maxStoredItems) {
-            std::int64_t keeping = 0;
-            if (__builtin_sub_overflow(*state.maxStoredItems, 1, &keeping)) {
-              platform::fatalError("the size limit of a keyed store is too low");
-            }
-            state.removeOldest(keeping);
-          }
-          state.insert(std::move(key), *std::move(value));
-        });
+    return detail::onActor(state_,
+                           [value = std::move(value), key = std::move(key)](State& state) mutable {
+                             ++state.revision;
+                             if (value) {
+                               state.keep(std::move(key), *std::move(value));
+                             } else {
+                               state.remove(key);
+                             }
+                           });
   }
 
   [[nodiscard]] platform::Async<bool> exists(std::string key) const {
@@ -94,11 +90,17 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
   }
 
   [[nodiscard]] platform::Async<void> purge(std::string key) const {
-    return detail::onActor(state_, [key = std::move(key)](State& state) { state.remove(key); });
+    return detail::onActor(state_, [key = std::move(key)](State& state) {
+      ++state.revision;
+      state.remove(key);
+    });
   }
 
   [[nodiscard]] platform::Async<void> purge() const {
-    return detail::onActor(state_, [](State& state) { state.removeAll(); });
+    return detail::onActor(state_, [](State& state) {
+      ++state.revision;
+      state.removeAll();
+    });
   }
 
   [[nodiscard]] platform::Async<void> purgeOldest(std::int64_t keeping) const {
@@ -106,6 +108,28 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
   }
 
  private:
+  friend class CachedKeyedItemStore<T>;
+
+  /// The item, and the revision of the store at which it was looked up.
+  using Found = std::pair<std::optional<T>, std::uint64_t>;
+  [[nodiscard]] platform::Async<Found> find(std::string key) const {
+    return detail::onActor(state_, [key = std::move(key)](State& state) {
+      const auto found = state.memory.find(key);
+      return Found(found == state.memory.end() ? std::nullopt : std::optional(found->second.value),
+                   state.revision);
+    });
+  }
+
+  /// Stores a copy from elsewhere, unless anything was stored or purged since the revision: the
+  /// copy may be what was replaced or purged.
+  [[nodiscard]] platform::Async<void> fill(std::optional<T> value, std::string key,
+                                           std::uint64_t revision) const {
+    return detail::onActor(
+        state_, [value = std::move(value), key = std::move(key), revision](State& state) mutable {
+          if (state.revision == revision) state.keep(std::move(key), *std::move(value));
+        });
+  }
+
   struct Entry;
   using Memory = std::unordered_map<std::string, Entry>;
   /// By date and, since the clock stands still or goes back, by the order of storing.
@@ -119,6 +143,16 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
   struct State {
     explicit State(std::optional<std::int64_t> limit) : maxStoredItems(limit) {}
 
+    void keep(std::string key, T value) {
+      if (maxStoredItems && static_cast<std::int64_t>(memory.size()) >= *maxStoredItems) {
+        std::int64_t keeping = 0;
+        if (__builtin_sub_overflow(*maxStoredItems, 1, &keeping)) {
+          platform::fatalError("the size limit of a keyed store is too low");
+        }
+        removeOldest(keeping);
+      }
+      insert(std::move(key), std::move(value));
+    }
     void insert(std::string key, T value) {
       const platform::Date now = platform::services().clock.get().now();
       auto found = memory.find(key);
@@ -152,6 +186,7 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
     Memory memory;
     Ages ages;
     std::uint64_t sequence = 0;
+    std::uint64_t revision = 0;  // counts what was stored and purged, not what was filled in
     const std::optional<std::int64_t> maxStoredItems;
     std::vector<platform::ObservationToken> cancellables;
   };

@@ -29,7 +29,8 @@ class Persisted final : public platform::PublisherOperators<Persisted<T>, T, pla
   void setWrappedValue(T value) const { store_.setValue(std::move(value)); }
 
   /// Lets the closure change a copy of the value and sets it then, also when the closure throws.
-  /// Changes that others make meanwhile are lost.
+  /// Changes that others make meanwhile are lost. The value is set by a destructor: a subscriber
+  /// that throws when it is published ends the program.
   template <class Closure>
   void modifyWrappedValue(Closure&& closure) const {
     struct Access {

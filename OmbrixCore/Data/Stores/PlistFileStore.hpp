@@ -46,6 +46,7 @@ class PlistFileStore final {
     try {
       bytes = platform::PropertyListEncoder().encode(*value);
     } catch (const std::exception& error) {
+      // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
       detail::logItemStore("value", "Data: Error encoding plist for in store: ", error);
       return;
     }

@@ -29,7 +29,9 @@ class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItem
                                std::optional<std::int64_t> sizeLimit = std::nullopt)
       : state_(std::make_shared<State>(std::move(baseDirectory), sizeLimit)) {}
 
-  /// Reads and decodes the key's file; one that does not decode is removed.
+  /// Reads and decodes the key's file.
+  // Kept: a file that does not decode is removed, so that a key never stays broken; keeping it
+  // would log the same failure on every read.
   [[nodiscard]] platform::Async<std::optional<T>> value(std::string key) const {
     return valueOf(state_, std::move(key));
   }

@@ -2,9 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <barrier>
 #include <filesystem>
+#include <future>
+#include <mutex>
+#include <semaphore>
 #include <thread>
 
 #include "OmbrixCore/Data/Stores/CachedItemStore.hpp"
@@ -19,6 +23,7 @@ namespace ombrix {
 namespace {
 
 namespace fs = std::filesystem;
+using namespace std::chrono_literals;
 using platform::Data;
 using platform::URL;
 using ::testing::ElementsAre;
@@ -28,6 +33,13 @@ using ::testing::StartsWith;
 
 static_assert(ItemStore<PlistFileStore<StoredDay>> && ItemStore<CachedItemStore<StoredDay>>);
 static_assert(!std::default_initializable<CachedItemStore<int>>);
+
+/// Waits for the background write.
+void waitFor(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + 30s;
+  while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+  EXPECT_TRUE(condition());
+}
 
 /// Every store is tried inside the group container, with coordination, and outside.
 class ItemStoreTests : public ::testing::TestWithParam<bool> {
@@ -40,13 +52,6 @@ class ItemStoreTests : public ::testing::TestWithParam<bool> {
     return directories_.dir().path() / (GetParam() ? "group" : "elsewhere") / "stores" / name;
   }
   URL url(const fs::path& name = "item.data") const { return URL::fileURL(path(name).string()); }
-
-  /// Waits for the background write.
-  static void waitFor(const std::function<bool()>& condition) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-    EXPECT_TRUE(condition());
-  }
 
   testing::ScopedDirectories directories_;
   RecordingLog log_;
@@ -165,6 +170,50 @@ TEST(ItemStoreCoordinationTests, CoordinationErrorsAreLogged) {
   EXPECT_NE(near.coordinator(), nullptr);
 }
 
+// Catches a registered store that publishes again when it has written or purged its own file, and
+// one that does not hear of what others write.
+TEST(ItemStoreCoordinationTests, RegisteredStoreHearsOfOthersOnly) {
+  testing::ScopedDirectories directories;
+  RecordingLog log;
+  directories.setGroupContainer(true);
+  const URL url = URL::fileURL((directories.dir().path() / "group/item.data").string());
+  PlistFileStore<int>(url).setValue(1);
+  const CachedItemStore<int> store(url, 0);
+  const PlistFileStore<int> other(url);
+  EXPECT_EQ(store.value(), 1);
+  std::mutex mutex;
+  std::vector<int> seen;
+  std::counting_semaphore<> published{0};
+  auto subscription = store.sink([&](const int& value) {
+    const std::lock_guard lock(mutex);
+    seen.push_back(value);
+    published.release();
+  });
+  const auto takeSeen = [&] {
+    const std::lock_guard lock(mutex);
+    return std::exchange(seen, {});
+  };
+  const auto isPublished = [&](std::chrono::milliseconds within) {
+    return published.try_acquire_for(within);
+  };
+  platform::NSFileCoordinator::addFilePresenter(store.filePresenter());
+  for (int i = 2; i < 12; ++i) {
+    store.setValue(i);
+    waitFor([&] { return other.value() == i; });
+  }
+  store.purge();
+  EXPECT_THAT(takeSeen(), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0));
+  while (isPublished(0ms)) {
+  }
+  EXPECT_FALSE(isPublished(100ms));
+  other.setValue(7);
+  EXPECT_TRUE(isPublished(30s));
+  EXPECT_FALSE(isPublished(50ms));
+  EXPECT_THAT(takeSeen(), ElementsAre(0)) << "the value in memory, again";
+  log.takeErrors();  // reads after the purge, if any
+  platform::NSFileCoordinator::removeFilePresenter(store.filePresenter());
+}
+
 // Catches a default that is not used, values that subscribers miss or see twice, a value that is
 // not written back, and a load that happens twice or not at all.
 TEST_P(ItemStoreTests, CachedValueIsPublishedAndKept) {
@@ -234,6 +283,23 @@ TEST_P(ItemStoreTests, ThreadsShareOneFile) {
     });
   }
   for (auto& thread : threads) thread.join();
+}
+
+// Catches threads that do not keep off each other because they spell the file's path in two ways.
+TEST_P(ItemStoreTests, SpellingsOfOnePathExcludeEachOther) {
+  fs::create_directories(path().parent_path());
+  fs::create_directory_symlink(path().parent_path(), path("link"));
+  // Whoever opens a pipe waits for its other end, in the midst of reading.
+  ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);
+  const DataFileStore store(url()), other(url("link/./item.data"));
+  auto reading = std::async(std::launch::async, [&] { return store.value(); });
+  EXPECT_EQ(reading.wait_for(50ms), std::future_status::timeout);
+  auto purging = std::async(std::launch::async, [&] { other.purge(); });
+  EXPECT_EQ(purging.wait_for(50ms), std::future_status::timeout);
+  directories_.dir().write(path(), "text");
+  EXPECT_EQ(platform::textOf(reading.get().value()), "text");
+  purging.get();
+  EXPECT_FALSE(store.exists());
 }
 
 // Catches a wrapper that keeps a value of its own, loses a change that ends early, or does not

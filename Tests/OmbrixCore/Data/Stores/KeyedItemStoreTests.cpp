@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <functional>
 #include <random>
+#include <semaphore>
 #include <thread>
 
 #include "OmbrixCore/Data/Stores/CachedKeyedItemStore.hpp"
@@ -270,6 +272,65 @@ TEST_P(DiskKeyedStoreTests, CacheJoinsBothStores) {
   EXPECT_FALSE(store.exists("d").get());
   store.purge().get();
   EXPECT_THAT(store.keys().get(), IsEmpty());
+}
+
+/// Lets a test hold up whoever decodes one.
+struct SlowNumber {
+  int number = 0;
+
+  static inline std::function<void()> whileDecoding;
+
+  void encode(platform::Encoder& encoder) const {
+    auto container = encoder.singleValueContainer();
+    container->encode(number);
+  }
+  static SlowNumber decode(platform::Decoder& decoder) {
+    const SlowNumber value{decoder.singleValueContainer()->decode<int>()};
+    if (whileDecoding) whileDecoding();
+    return value;
+  }
+};
+
+// Catches a reader that puts what it has found on disk into memory after it was replaced or purged
+// there.
+TEST(CachedKeyedItemStoreTests, WhatIsReplacedStaysReplaced) {
+  testing::ScopedDirectories directories;
+  RecordingLog log;
+  using Store = CachedKeyedItemStore<SlowNumber>;
+  struct Case {
+    const char* name;
+    std::function<platform::Async<void>(const Store&)> change;
+    std::optional<int> expected;
+  };
+  const Case cases[] = {
+      {"stored", [](const Store& s) { return s.store(SlowNumber{2}, "k"); }, 2},
+      {"inMemory",
+       [](const Store& s) { return s.store(SlowNumber{2}, "k", Store::StoreType::memory); }, 2},
+      {"removed", [](const Store& s) { return s.store(std::nullopt, "k"); }, std::nullopt},
+      {"purged", [](const Store& s) { return s.purge("k"); }, std::nullopt},
+      {"allPurged", [](const Store& s) { return s.purge(); }, std::nullopt},
+  };
+  for (const auto& [name, change, expected] : cases) {
+    const URL folder = URL::fileURL((directories.dir().path() / name).string(), true);
+    const Store store{InMemoryKeyedStore<SlowNumber>(), PlistKeyedItemStore<SlowNumber>(folder)};
+    store.store(SlowNumber{1}, "k", Store::StoreType::disk).get();
+    std::binary_semaphore decoding{0}, mayGoOn{0};
+    SlowNumber::whileDecoding = [&] {
+      decoding.release();
+      mayGoOn.acquire();
+    };
+    auto reading = store.value("k").start();
+    decoding.acquire();
+    SlowNumber::whileDecoding = nullptr;
+    auto changing = change(store).start();
+    if (std::string_view(name) != "stored") changing.get();  // that one waits for the reader
+    mayGoOn.release();
+    EXPECT_EQ(reading.get()->number, 1) << name;
+    changing.get();
+    const auto after = store.value("k").get();
+    EXPECT_EQ(after ? std::optional(after->number) : std::nullopt, expected) << name;
+  }
+  log.takeErrors();  // of the files that are gone
 }
 
 }  // namespace
