@@ -24,7 +24,7 @@
 // the further numbers of a position, such as an altitude. Decoding throws `DecodingError` for a
 // missing or mistyped member, for a kind of geometry that is not modelled, and in a structure of
 // its own for the "type" of another. It stops the program at a position with fewer than two
-// numbers, unless the document is no valid JSON at all.
+// numbers, unless the document is JSON, and no valid JSON at all.
 //
 // Equality and hash go by content, coordinates on the microdegree grid, with the limits of
 // `CLLocationCoordinate2D`. Everything here may be used from any thread.
@@ -42,7 +42,8 @@ enum class GeoJSONRootKeys { type, coordinates };
 struct GeoJSONPoint {
   using RootKeys = GeoJSONRootKeys;
 
-  /// Encoding any other type throws `EncodingError`; the same goes for the other structures.
+  /// Written as it stands, also when it names another kind, which then does not decode; the same
+  /// goes for the other structures.
   GeoJSONGeometryType type = GeoJSONGeometryType::point;
   CLLocationCoordinate2D coordinates;
 

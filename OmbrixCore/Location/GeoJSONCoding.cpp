@@ -16,7 +16,6 @@ namespace {
 
 using platform::CodingPathChain;
 using platform::DecodingError;
-using platform::EncodingError;
 
 constexpr std::string_view kType = platform::rawValue(GeoJSONRootKeys::type);
 constexpr std::string_view kCoordinates = platform::rawValue(GeoJSONRootKeys::coordinates);
@@ -40,8 +39,9 @@ GeoJSONGeometryType peekType(Reader& reader) {
 }
 
 // Kept: a position with fewer than two numbers stops the program. An error would pass for ordinary
-// bad input, which callers skip. A document that is cut or damaged may look like that as well: it
-// is checked as a whole first, and remains an error.
+// bad input, which callers skip. JSON that is cut or damaged may look like that as well: the whole
+// document is checked first, and remains an error. A property list says how many numbers a position
+// has before it lists them: there a short position is one, whatever else is wrong.
 template <class Reader>
 [[noreturn]] void stopAtShortPosition(const Reader& reader) {
   if constexpr (requires { reader.checkDocument(); }) reader.checkDocument();
@@ -142,11 +142,6 @@ void writeStructure(Writer& writer, const Structure& structure) {
   {
     CodingPathChain::Step step(writer.pathChain());
     step.setKey(kType);
-    if (structure.type != Structure{}.type) {
-      throw EncodingError::invalidValue(
-          fmt::format("Only \"{}\" can stand here", platform::rawValue(Structure{}.type)),
-          writer.codingPath());
-    }
     writer.key(kType);
     writer.text(platform::rawValue(structure.type));
     step.setKey(kCoordinates);
