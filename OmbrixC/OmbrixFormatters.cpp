@@ -11,6 +11,7 @@
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace platform = ombrix::platform;
+using ombrix::c::catching;
 using ombrix::c::copied;
 using ombrix::c::from;
 using ombrix::c::owned;
@@ -83,17 +84,22 @@ OmbrixAttributedString* styled(Formatter& formatter, const OmbrixObjectValue* ob
       objectFrom(object), from(valueAttributes), from(unitLabelAttributes)));
 }
 
-const ombrix::OmbrixValueFormatter& valueFormatter() {
-  return ombrix::OmbrixValueFormatter::shared();
+// A value formatter's handle is the C++ object itself, since the shared one is among them.
+const ombrix::OmbrixValueFormatter& from(const OmbrixValueFormatter* self) {
+  return *reinterpret_cast<const ombrix::OmbrixValueFormatter*>(self);
 }
 
 }  // namespace
 
 OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_init() {
-  return new OmbrixMeasurementFormatter;
+  return catching(nullptr, [&] { return new OmbrixMeasurementFormatter; });
 }
 OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_initAs_(OmbrixMeasurementFormat format) {
-  return new OmbrixMeasurementFormatter(static_cast<Format>(format));
+  return catching(nullptr,
+                  [&] { return new OmbrixMeasurementFormatter(static_cast<Format>(format)); });
+}
+OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_initWithCoder_(const void*) {
+  return ombrix_MeasurementFormatter_init();
 }
 void ombrix_MeasurementFormatter_release(OmbrixMeasurementFormatter* self) { delete self; }
 
@@ -111,14 +117,15 @@ void ombrix_MeasurementFormatter_setUnitStyle_(OmbrixMeasurementFormatter* self,
 
 char* ombrix_MeasurementFormatter_stringForObjectValue_(OmbrixMeasurementFormatter* self,
                                                         const OmbrixObjectValue* object) {
-  return copied(self->formatter.string(objectFrom(object)));
+  return catching(nullptr, [&] { return copied(self->formatter.string(objectFrom(object))); });
 }
 char* ombrix_MeasurementFormatter_unitLabel(OmbrixMeasurementFormatter* self) {
-  return copied(self->formatter.unitLabel());
+  return catching(nullptr, [&] { return copied(self->formatter.unitLabel()); });
 }
 char* ombrix_MeasurementFormatter_unitLabelFor_(OmbrixMeasurementFormatter* self,
                                                 const char* preference) {
-  return copied(self->formatter.unitLabel(ombrix::c::textFrom(preference)));
+  return catching(
+      nullptr, [&] { return copied(self->formatter.unitLabel(ombrix::c::textFrom(preference))); });
 }
 
 bool ombrix_MeasurementFormatter_getObjectValue_forString_(OmbrixMeasurementFormatter* self,
@@ -146,13 +153,15 @@ OmbrixAttributedString*
 ombrix_MeasurementFormatter_attributedStringForObjectValue_withDefaultAttributes_(
     OmbrixMeasurementFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* attributes) {
-  return styled(self->formatter, object, attributes);
+  return catching(nullptr, [&] { return styled(self->formatter, object, attributes); });
 }
 OmbrixAttributedString*
 ombrix_MeasurementFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
     OmbrixMeasurementFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes) {
-  return styled(self->formatter, object, valueAttributes, unitLabelAttributes);
+  return catching(nullptr, [&] {
+    return styled(self->formatter, object, valueAttributes, unitLabelAttributes);
+  });
 }
 
 OmbrixDurationFormatter* ombrix_DurationFormatter_init() {
@@ -161,7 +170,12 @@ OmbrixDurationFormatter* ombrix_DurationFormatter_init() {
 }
 OmbrixDurationFormatter* ombrix_DurationFormatter_initWithMinimumComponent_(
     OmbrixCalendarUnit minimumComponent) {
-  return new OmbrixDurationFormatter{ombrix::OmbrixDurationFormatter(from(minimumComponent))};
+  return catching(nullptr, [&] {
+    return new OmbrixDurationFormatter{ombrix::OmbrixDurationFormatter(from(minimumComponent))};
+  });
+}
+OmbrixDurationFormatter* ombrix_DurationFormatter_initWithCoder_(const void*) {
+  return ombrix_DurationFormatter_initWithMinimumComponent_(OmbrixCalendarUnitSecond);
 }
 void ombrix_DurationFormatter_release(OmbrixDurationFormatter* self) { delete self; }
 bool ombrix_DurationFormatter_distinctMinVsMeters(const OmbrixDurationFormatter* self) {
@@ -169,19 +183,21 @@ bool ombrix_DurationFormatter_distinctMinVsMeters(const OmbrixDurationFormatter*
 }
 char* ombrix_DurationFormatter_stringForObjectValue_(OmbrixDurationFormatter* self,
                                                      const OmbrixObjectValue* object) {
-  return copied(self->formatter.string(objectFrom(object)));
+  return catching(nullptr, [&] { return copied(self->formatter.string(objectFrom(object))); });
 }
 OmbrixAttributedString*
 ombrix_DurationFormatter_attributedStringForObjectValue_withDefaultAttributes_(
     OmbrixDurationFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* attributes) {
-  return styled(self->formatter, object, attributes);
+  return catching(nullptr, [&] { return styled(self->formatter, object, attributes); });
 }
 OmbrixAttributedString*
 ombrix_DurationFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
     OmbrixDurationFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes) {
-  return styled(self->formatter, object, valueAttributes, unitLabelAttributes);
+  return catching(nullptr, [&] {
+    return styled(self->formatter, object, valueAttributes, unitLabelAttributes);
+  });
 }
 
 OmbrixTimerFormatter* ombrix_TimerFormatter_init() {
@@ -190,7 +206,12 @@ OmbrixTimerFormatter* ombrix_TimerFormatter_init() {
 }
 OmbrixTimerFormatter* ombrix_TimerFormatter_initWithMinimumComponent_(
     OmbrixCalendarUnit minimumComponent) {
-  return new OmbrixTimerFormatter{ombrix::OmbrixTimerFormatter(from(minimumComponent))};
+  return catching(nullptr, [&] {
+    return new OmbrixTimerFormatter{ombrix::OmbrixTimerFormatter(from(minimumComponent))};
+  });
+}
+OmbrixTimerFormatter* ombrix_TimerFormatter_initWithCoder_(const void*) {
+  return ombrix_TimerFormatter_initWithMinimumComponent_(OmbrixCalendarUnitSecond);
 }
 void ombrix_TimerFormatter_release(OmbrixTimerFormatter* self) { delete self; }
 OmbrixCalendarUnit ombrix_TimerFormatter_minimumComponent(const OmbrixTimerFormatter* self) {
@@ -205,23 +226,35 @@ bool ombrix_TimerFormatter_distinctMinVsMeters(const OmbrixTimerFormatter* self)
 }
 char* ombrix_TimerFormatter_stringForObjectValue_(OmbrixTimerFormatter* self,
                                                   const OmbrixObjectValue* object) {
-  return copied(self->formatter.string(objectFrom(object)));
+  return catching(nullptr, [&] { return copied(self->formatter.string(objectFrom(object))); });
 }
 OmbrixAttributedString* ombrix_TimerFormatter_attributedStringForObjectValue_withDefaultAttributes_(
     OmbrixTimerFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* attributes) {
-  return styled(self->formatter, object, attributes);
+  return catching(nullptr, [&] { return styled(self->formatter, object, attributes); });
 }
 OmbrixAttributedString*
 ombrix_TimerFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
     OmbrixTimerFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes) {
-  return styled(self->formatter, object, valueAttributes, unitLabelAttributes);
+  return catching(nullptr, [&] {
+    return styled(self->formatter, object, valueAttributes, unitLabelAttributes);
+  });
 }
 
-// The handle is the C++ object itself, which lives as long as the process.
+OmbrixValueFormatter* ombrix_ValueFormatter_init() {
+  return catching(nullptr, [] {
+    return reinterpret_cast<OmbrixValueFormatter*>(new ombrix::OmbrixValueFormatter);
+  });
+}
+OmbrixValueFormatter* ombrix_ValueFormatter_initWithCoder_(const void*) {
+  return ombrix_ValueFormatter_init();
+}
+void ombrix_ValueFormatter_release(OmbrixValueFormatter* self) { delete &from(self); }
 const OmbrixValueFormatter* ombrix_ValueFormatter_shared() {
-  return reinterpret_cast<const OmbrixValueFormatter*>(&valueFormatter());
+  return catching(nullptr, [] {
+    return reinterpret_cast<const OmbrixValueFormatter*>(&ombrix::OmbrixValueFormatter::shared());
+  });
 }
 const char* ombrix_ValueFormatter_SecondaryForegroundColor() {
   return ombrix::OmbrixValueFormatter::SecondaryForegroundColor.name().data();
@@ -230,13 +263,14 @@ const char* ombrix_ValueFormatter_SecondaryFont() {
   return ombrix::OmbrixValueFormatter::SecondaryFont.name().data();
 }
 OmbrixAttributedString* ombrix_ValueFormatter_attributedStringForObjectValue_withDefaultAttributes_(
-    const OmbrixValueFormatter*, const OmbrixObjectValue* object,
+    const OmbrixValueFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* attributes) {
-  return styled(valueFormatter(), object, attributes);
+  return catching(nullptr, [&] { return styled(from(self), object, attributes); });
 }
 OmbrixAttributedString*
 ombrix_ValueFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
-    const OmbrixValueFormatter*, const OmbrixObjectValue* object,
+    const OmbrixValueFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes) {
-  return styled(valueFormatter(), object, valueAttributes, unitLabelAttributes);
+  return catching(nullptr,
+                  [&] { return styled(from(self), object, valueAttributes, unitLabelAttributes); });
 }

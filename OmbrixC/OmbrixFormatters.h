@@ -83,6 +83,8 @@ typedef struct OmbrixMeasurementFormatter OmbrixMeasurementFormatter;
 
 OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_init(void);
 OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_initAs_(OmbrixMeasurementFormat format);
+/// As `init`; a formatter reads nothing from a coder, which may be NULL.
+OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_initWithCoder_(const void* coder);
 void ombrix_MeasurementFormatter_release(OmbrixMeasurementFormatter* self);
 
 OmbrixMeasurementFormat ombrix_MeasurementFormatter_format(const OmbrixMeasurementFormatter* self);
@@ -120,6 +122,8 @@ typedef struct OmbrixDurationFormatter OmbrixDurationFormatter;
 OmbrixDurationFormatter* ombrix_DurationFormatter_init(void);
 OmbrixDurationFormatter* ombrix_DurationFormatter_initWithMinimumComponent_(
     OmbrixCalendarUnit minimumComponent);
+/// With the second as smallest component. Nothing is read from the coder, which may be NULL.
+OmbrixDurationFormatter* ombrix_DurationFormatter_initWithCoder_(const void* coder);
 void ombrix_DurationFormatter_release(OmbrixDurationFormatter* self);
 bool ombrix_DurationFormatter_distinctMinVsMeters(const OmbrixDurationFormatter* self);
 char* ombrix_DurationFormatter_stringForObjectValue_(OmbrixDurationFormatter* self,
@@ -141,6 +145,8 @@ typedef struct OmbrixTimerFormatter OmbrixTimerFormatter;
 OmbrixTimerFormatter* ombrix_TimerFormatter_init(void);
 OmbrixTimerFormatter* ombrix_TimerFormatter_initWithMinimumComponent_(
     OmbrixCalendarUnit minimumComponent);
+/// With the second as smallest component. Nothing is read from the coder, which may be NULL.
+OmbrixTimerFormatter* ombrix_TimerFormatter_initWithCoder_(const void* coder);
 void ombrix_TimerFormatter_release(OmbrixTimerFormatter* self);
 OmbrixCalendarUnit ombrix_TimerFormatter_minimumComponent(const OmbrixTimerFormatter* self);
 void ombrix_TimerFormatter_setMinimumComponent_(OmbrixTimerFormatter* self,
@@ -157,9 +163,14 @@ ombrix_TimerFormatter_attributedStringForObjectValue_withValueAttributes_unitLab
     OmbrixTimerFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* valueAttributes, const OmbrixAttributes* unitLabelAttributes);
 
-/// Styles value texts; shared by the whole process. NULL for objects other than texts.
+/// Styles value texts. NULL for objects other than texts.
 typedef struct OmbrixValueFormatter OmbrixValueFormatter;
 
+OmbrixValueFormatter* ombrix_ValueFormatter_init(void);
+/// As `init`; nothing is read from the coder, which may be NULL.
+OmbrixValueFormatter* ombrix_ValueFormatter_initWithCoder_(const void* coder);
+void ombrix_ValueFormatter_release(OmbrixValueFormatter* self);
+/// The one of the whole process; borrowed, never released.
 const OmbrixValueFormatter* ombrix_ValueFormatter_shared(void);
 const char* ombrix_ValueFormatter_SecondaryForegroundColor(void);
 const char* ombrix_ValueFormatter_SecondaryFont(void);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/ErrorOut.hpp"
 #include "OmbrixC/Detail/Streams.hpp"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
 
@@ -42,50 +43,58 @@ HRCSVParser::Completion calling(OmbrixHeartRateSamplesCompletion completion, voi
 
 void ombrix_HeartRateSamples_release(OmbrixHeartRateSamples samples) { std::free(samples.samples); }
 
-OmbrixHRCSVParser* ombrix_HRCSVParser_init(void) { return new OmbrixHRCSVParser; }
+OmbrixHRCSVParser* ombrix_HRCSVParser_init(void) {
+  return c::catching(nullptr, [] { return new OmbrixHRCSVParser; });
+}
 
 void ombrix_HRCSVParser_release(OmbrixHRCSVParser* self) { delete self; }
 
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithUrl_(const OmbrixHRCSVParser* self,
                                                         const char* url) {
-  return copied(self->parser.parse(c::urlFrom(url)));
+  return c::catching(nullptr, [&] { return copied(self->parser.parse(c::urlFrom(url))); });
 }
 
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithString_(const OmbrixHRCSVParser* self,
                                                            const char* string) {
-  return copied(self->parser.parse(c::textFrom(string)));
+  return c::catching(nullptr, [&] { return copied(self->parser.parse(c::textFrom(string))); });
 }
 
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithStream_(const OmbrixHRCSVParser* self,
                                                            OmbrixInputStream stream) {
   c::FunctionInputStream input(stream);
-  return copied(self->parser.parse(input));
+  return c::catching(nullptr, [&] { return copied(self->parser.parse(input)); });
 }
 
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithData_(const OmbrixHRCSVParser* self,
                                                          const uint8_t* bytes, size_t length) {
-  return copied(self->parser.parse(std::as_bytes(std::span(bytes, length))));
+  return c::catching(
+      nullptr, [&] { return copied(self->parser.parse(std::as_bytes(std::span(bytes, length)))); });
 }
 
 void ombrix_HRCSVParser_parseWithUrl_completion_(const OmbrixHRCSVParser* self, const char* url,
                                                  OmbrixHeartRateSamplesCompletion completion,
                                                  void* context) {
-  self->parser.parse(c::urlFrom(url), calling(completion, context));
+  c::completing(completion, context,
+                [&] { self->parser.parse(c::urlFrom(url), calling(completion, context)); });
 }
 
 void ombrix_HRCSVParser_parseWithString_completion_(const OmbrixHRCSVParser* self,
                                                     const char* string,
                                                     OmbrixHeartRateSamplesCompletion completion,
                                                     void* context) {
-  self->parser.parse(std::string(c::textFrom(string)), calling(completion, context));
+  c::completing(completion, context, [&] {
+    self->parser.parse(std::string(c::textFrom(string)), calling(completion, context));
+  });
 }
 
 void ombrix_HRCSVParser_parseWithStream_completion_(const OmbrixHRCSVParser* self,
                                                     OmbrixInputStream stream,
                                                     OmbrixHeartRateSamplesCompletion completion,
                                                     void* context) {
-  self->parser.parse(std::make_shared<c::FunctionInputStream>(stream),
-                     calling(completion, context));
+  c::completing(completion, context, [&] {
+    self->parser.parse(std::make_shared<c::FunctionInputStream>(stream),
+                       calling(completion, context));
+  });
 }
 
 void ombrix_HRCSVParser_parseWithData_completion_(const OmbrixHRCSVParser* self,
@@ -93,5 +102,7 @@ void ombrix_HRCSVParser_parseWithData_completion_(const OmbrixHRCSVParser* self,
                                                   OmbrixHeartRateSamplesCompletion completion,
                                                   void* context) {
   const auto view = std::as_bytes(std::span(bytes, length));
-  self->parser.parse(platform::Data(view.begin(), view.end()), calling(completion, context));
+  c::completing(completion, context, [&] {
+    self->parser.parse(platform::Data(view.begin(), view.end()), calling(completion, context));
+  });
 }

@@ -50,51 +50,59 @@ bool writeThrough(void* context, const uint8_t* bytes, size_t length) {
 
 void ombrix_Locations_release(OmbrixLocations locations) { std::free(locations.locations); }
 
-OmbrixLocationCSVParser* ombrix_LocationCSVParser_init(void) { return new OmbrixLocationCSVParser; }
+OmbrixLocationCSVParser* ombrix_LocationCSVParser_init(void) {
+  return c::catching(nullptr, [] { return new OmbrixLocationCSVParser; });
+}
 
 void ombrix_LocationCSVParser_release(OmbrixLocationCSVParser* self) { delete self; }
 
 OmbrixLocations ombrix_LocationCSVParser_parseWithUrl_(const OmbrixLocationCSVParser* self,
                                                        const char* url) {
-  return copied(self->parser.parse(c::urlFrom(url)));
+  return c::catching(nullptr, [&] { return copied(self->parser.parse(c::urlFrom(url))); });
 }
 
 OmbrixLocations ombrix_LocationCSVParser_parseWithString_(const OmbrixLocationCSVParser* self,
                                                           const char* string) {
-  return copied(self->parser.parse(c::textFrom(string)));
+  return c::catching(nullptr, [&] { return copied(self->parser.parse(c::textFrom(string))); });
 }
 
 OmbrixLocations ombrix_LocationCSVParser_parseWithStream_(const OmbrixLocationCSVParser* self,
                                                           OmbrixInputStream stream) {
   c::FunctionInputStream input(stream);
-  return copied(self->parser.parse(input));
+  return c::catching(nullptr, [&] { return copied(self->parser.parse(input)); });
 }
 
 OmbrixLocations ombrix_LocationCSVParser_parseWithData_(const OmbrixLocationCSVParser* self,
                                                         const uint8_t* bytes, size_t length) {
-  return copied(self->parser.parse(std::as_bytes(std::span(bytes, length))));
+  return c::catching(
+      nullptr, [&] { return copied(self->parser.parse(std::as_bytes(std::span(bytes, length)))); });
 }
 
 void ombrix_LocationCSVParser_parseWithUrl_completion_(const OmbrixLocationCSVParser* self,
                                                        const char* url,
                                                        OmbrixLocationsCompletion completion,
                                                        void* context) {
-  self->parser.parse(c::urlFrom(url), calling(completion, context));
+  c::completing(completion, context,
+                [&] { self->parser.parse(c::urlFrom(url), calling(completion, context)); });
 }
 
 void ombrix_LocationCSVParser_parseWithString_completion_(const OmbrixLocationCSVParser* self,
                                                           const char* string,
                                                           OmbrixLocationsCompletion completion,
                                                           void* context) {
-  self->parser.parse(std::string(c::textFrom(string)), calling(completion, context));
+  c::completing(completion, context, [&] {
+    self->parser.parse(std::string(c::textFrom(string)), calling(completion, context));
+  });
 }
 
 void ombrix_LocationCSVParser_parseWithStream_completion_(const OmbrixLocationCSVParser* self,
                                                           OmbrixInputStream stream,
                                                           OmbrixLocationsCompletion completion,
                                                           void* context) {
-  self->parser.parse(std::make_shared<c::FunctionInputStream>(stream),
-                     calling(completion, context));
+  c::completing(completion, context, [&] {
+    self->parser.parse(std::make_shared<c::FunctionInputStream>(stream),
+                       calling(completion, context));
+  });
 }
 
 void ombrix_LocationCSVParser_parseWithData_completion_(const OmbrixLocationCSVParser* self,
@@ -102,7 +110,9 @@ void ombrix_LocationCSVParser_parseWithData_completion_(const OmbrixLocationCSVP
                                                         OmbrixLocationsCompletion completion,
                                                         void* context) {
   const auto view = std::as_bytes(std::span(bytes, length));
-  self->parser.parse(platform::Data(view.begin(), view.end()), calling(completion, context));
+  c::completing(completion, context, [&] {
+    self->parser.parse(platform::Data(view.begin(), view.end()), calling(completion, context));
+  });
 }
 
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_init(void) {

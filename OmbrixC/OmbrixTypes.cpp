@@ -5,6 +5,8 @@
 #include <cstring>
 
 #include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixCore/Data/Stores/String+FileName.hpp"
 
 namespace ombrix::c {
 
@@ -23,5 +25,11 @@ OmbrixData copied(const std::optional<platform::Data>& data) noexcept {
 }  // namespace ombrix::c
 
 void ombrix_String_release(char* string) { std::free(string); }
+
+char* ombrix_String_sanitizedFileName(const char* self) {
+  using namespace ombrix;
+  return c::catching(
+      nullptr, [&] { return c::copied(std::string_view(sanitizedFileName(c::textFrom(self)))); });
+}
 
 void ombrix_Data_release(OmbrixData data) { std::free(data.bytes); }

@@ -26,6 +26,10 @@ extern "C" {
 /// Gives back a text that a function of this interface returned; NULL is allowed.
 void ombrix_String_release(char* string);
 
+/// The text as part of a file name: in ASCII as far as that goes, without newlines, symbols and
+/// other characters that file names should not hold. It may be empty. Any thread.
+char* ombrix_String_sanitizedFileName(const char* self);
+
 /// A block of bytes that a function of this interface returned. `bytes` is NULL when there is none,
 /// and not NULL for an empty block.
 typedef struct OmbrixData {

@@ -34,4 +34,15 @@ auto catching(OmbrixError** error, Operation&& operation) noexcept
   return Result();
 }
 
+/// Begins work that hands its result to a C caller later. Work that cannot begin is answered here,
+/// with the result's empty value.
+template <class Result, class Operation>
+void completing(void (*completion)(Result, void*), void* context, Operation&& begin) noexcept {
+  OmbrixError* error = nullptr;
+  catching(&error, std::forward<Operation>(begin));
+  if (error == nullptr) return;
+  ombrix_Error_release(error);
+  completion(Result(), context);
+}
+
 }  // namespace ombrix::c

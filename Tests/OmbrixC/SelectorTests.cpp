@@ -13,6 +13,7 @@
 #include "OmbrixC/OmbrixLocationCSV.h"
 #include "OmbrixC/OmbrixLoggingService.h"
 #include "OmbrixC/OmbrixMath.h"
+#include "OmbrixC/OmbrixOperationQueue.h"
 #include "OmbrixC/OmbrixSettings.h"
 #include "OmbrixC/OmbrixTypes.h"
 #include "OmbrixC/OmbrixUnits.h"

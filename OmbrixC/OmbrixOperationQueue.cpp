@@ -1,0 +1,33 @@
+#include "OmbrixC/OmbrixOperationQueue.h"
+
+#include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixCore/Concurrency/AsyncOperation.hpp"
+
+using ombrix::c::catching;
+using State = ombrix::AsyncOperation::OperationState;
+
+static_assert(static_cast<int>(State::ready) == OmbrixOperationStateReady &&
+              static_cast<int>(State::executing) == OmbrixOperationStateExecuting &&
+              static_cast<int>(State::finished) == OmbrixOperationStateFinished);
+
+struct OmbrixOperationQueue {
+  std::shared_ptr<ombrix::platform::NSOperationQueue> queue;
+};
+
+OmbrixOperationQueue* ombrix_OperationQueue_init() {
+  return catching(
+      nullptr, [] { return new OmbrixOperationQueue{ombrix::platform::NSOperationQueue::make()}; });
+}
+
+void ombrix_OperationQueue_release(OmbrixOperationQueue* self) { delete self; }
+
+void ombrix_OperationQueue_addOperationWithBlock_(OmbrixOperationQueue* self,
+                                                  OmbrixOperationBlock block, void* context) {
+  catching(nullptr, [&] { self->queue->addOperation([=] { block(context); }); });
+}
+
+void ombrix_OperationQueue_addCompletionBarrierBlock_(OmbrixOperationQueue* self,
+                                                      OmbrixOperationBlock block, void* context) {
+  catching(nullptr,
+           [&] { ombrix::addCompletionBarrierBlock(*self->queue, [=] { block(context); }); });
+}

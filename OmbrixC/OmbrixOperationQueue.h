@@ -1,0 +1,39 @@
+#ifndef OMBRIXC_OMBRIX_OPERATION_QUEUE_H
+#define OMBRIXC_OMBRIX_OPERATION_QUEUE_H
+
+#include "OmbrixC/OmbrixTypes.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// Where an asynchronous operation stands.
+typedef enum OmbrixOperationState {
+  OmbrixOperationStateReady = 0,
+  OmbrixOperationStateExecuting = 1,
+  OmbrixOperationStateFinished = 2,
+} OmbrixOperationState;
+
+/// Runs operations on the global dispatch queue. What was added is run also when the queue object
+/// is released before. Any thread.
+typedef struct OmbrixOperationQueue OmbrixOperationQueue;
+
+typedef void (*OmbrixOperationBlock)(void* context);
+
+OmbrixOperationQueue* ombrix_OperationQueue_init(void);
+void ombrix_OperationQueue_release(OmbrixOperationQueue* self);
+
+/// Calls the block on a thread of the queue's.
+void ombrix_OperationQueue_addOperationWithBlock_(OmbrixOperationQueue* self,
+                                                  OmbrixOperationBlock block, void* context);
+
+/// Calls the block once everything that was added has been started; never when the queue object was
+/// released before that.
+void ombrix_OperationQueue_addCompletionBarrierBlock_(OmbrixOperationQueue* self,
+                                                      OmbrixOperationBlock block, void* context);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
