@@ -5,6 +5,7 @@
 
 #include <thread>
 
+#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
@@ -68,6 +69,55 @@ TEST(OmbrixSettingsTests, OnlySyncedKeysReachTheCloudAndOnlyWhileSyncIsOn) {
   EXPECT_EQ(scoped.defaults().persistentDomain(),
             (PropertyList::Dictionary{
                 {"units", "british"}, {"syncPreferences", true}, {"enableExtraLogging", true}}));
+}
+
+/// Counts how often it is told to synchronize.
+class CountingCloud final : public platform::NSUbiquitousKeyValueStore {
+ public:
+  explicit CountingCloud(platform::NSUbiquitousKeyValueStore& store) : store_(store) {}
+
+  std::optional<PropertyList> objectForKey(std::string_view key) const override {
+    return store_.objectForKey(key);
+  }
+  void setObject(PropertyList value, std::string_view key) override {
+    store_.setObject(std::move(value), key);
+  }
+  void removeObjectForKey(std::string_view key) override { store_.removeObjectForKey(key); }
+  PropertyList::Dictionary dictionaryRepresentation() const override {
+    return store_.dictionaryRepresentation();
+  }
+  bool synchronize() override {
+    ++synchronized;
+    return store_.synchronize();
+  }
+  platform::ObservationToken observeExternalChanges(ExternalChangeHandler handler) override {
+    return store_.observeExternalChanges(std::move(handler));
+  }
+
+  int synchronized = 0;
+
+ private:
+  platform::NSUbiquitousKeyValueStore& store_;
+};
+
+// Catches a setter, or turning sync on, that holds its caller up with a round trip to the cloud,
+// and a reset that does not reach the cloud at once.
+TEST(OmbrixSettingsTests, OnlyAResetSynchronizes) {
+  const ScopedSettings scoped;
+  const auto cloud = std::make_shared<CountingCloud>(scoped.cloud());
+  const testing::ScopedService<platform::NSUbiquitousKeyValueStore> service(
+      platform::services().cloudStore, cloud);
+  auto& settings = scoped.settings();
+  settings.setMetricType("miles");
+  settings.saveObject("british", "units");
+  settings.saveBool(true, "units");
+  settings.enableSyncWithBehavior(1);
+  settings.enableSyncWithBehavior(0);
+  settings.disableSync();
+  EXPECT_TRUE(cloud->objectForKey("units"));
+  EXPECT_EQ(cloud->synchronized, 0);
+  settings.resetSynedPreferences();
+  EXPECT_EQ(cloud->synchronized, 1);
 }
 
 // Catches the two directions of sync taken for each other, a registered default that is not
