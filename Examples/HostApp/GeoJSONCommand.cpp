@@ -39,7 +39,9 @@ void writeLineString(const std::string& path, std::span<const CLLocation> fixes)
   GeoJSONLineString line;
   line.coordinates.reserve(fixes.size());
   for (const CLLocation& fix : fixes) line.coordinates.push_back(fix.coordinate);
-  writeWholeFile(path, platform::JSONEncoder().encode(line));
+  const platform::Data bytes = platform::JSONEncoder().encode(line);
+  // What a write reports, the stream keeps for when it is closed.
+  replaceFile(path, [&bytes](const auto& stream) { static_cast<void>(stream->write(bytes)); });
 }
 
 }  // namespace ombrix::hostapp

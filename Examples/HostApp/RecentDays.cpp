@@ -2,9 +2,6 @@
 
 #include <fmt/format.h>
 
-#include <chrono>
-#include <thread>
-
 #include "Examples/HostApp/Commands.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 
@@ -13,23 +10,11 @@ namespace {
 
 constexpr const char* kOrderFile = "recent-days.plist";
 
-/// The order is written in the background; a program that ends at once waits for it here.
-void waitUntilWritten(const platform::URL& file, const std::vector<std::string>& order) {
-  const PlistFileStore<std::vector<std::string>> written(file);
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-  while (written.value() != order) {
-    if (std::chrono::steady_clock::now() > deadline) {
-      throw CommandFailure("could not keep the day; see ombrix log");
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-}
-
 }  // namespace
 
 RecentDays::RecentDays()
     : folder_(FileManager::defaultManager().applicationSupport()),
-      order_({}, folder_, kOrderFile),
+      order_(folder_.appendingPathComponent(kOrderFile, false)),
       days_(InMemoryKeyedStore<RememberedDay>(kMostDays, true),
             PlistKeyedItemStore<RememberedDay>(folder_.appendingPathComponent("Days", true))) {}
 
@@ -39,17 +24,23 @@ void RecentDays::remember(const DaySummary& day, const std::string& title) {
   const std::string key = fmt::format("{:.0f}", start);
   days_.store(RememberedDay{title, start, day.distanceMeters, day.descentMeters}, key).get();
 
-  auto order = order_.wrappedValue();
+  auto order = this->order();
   std::erase(order, key);
   order.insert(order.begin(), key);
   for (; order.size() > kMostDays; order.pop_back()) days_.purge(order.back()).get();
-  order_.setWrappedValue(order);
-  waitUntilWritten(folder_.appendingPathComponent(kOrderFile, false), order);
+  order_.setValue(order);
+  if (this->order() != order) throw CommandFailure("could not keep the day; see ombrix log");
+}
+
+/// Before the first day there is no file, which is no failure to be logged.
+std::vector<std::string> RecentDays::order() const {
+  if (!order_.exists()) return {};
+  return order_.value().value_or(std::vector<std::string>());
 }
 
 std::vector<RememberedDay> RecentDays::days() const {
   std::vector<RememberedDay> days;
-  for (const std::string& key : order_.wrappedValue()) {
+  for (const std::string& key : order()) {
     if (auto day = days_.value(key).get()) days.push_back(std::move(*day));
   }
   return days;

@@ -5,7 +5,7 @@
 
 #include "Examples/HostApp/DaySummary.hpp"
 #include "OmbrixCore/Data/Stores/CachedKeyedItemStore.hpp"
-#include "OmbrixCore/Data/Stores/Persisted.hpp"
+#include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 
 namespace ombrix::hostapp {
 
@@ -39,8 +39,11 @@ class RecentDays {
   [[nodiscard]] std::vector<RememberedDay> days() const;
 
  private:
+  [[nodiscard]] std::vector<std::string> order() const;
+
   platform::URL folder_;
-  Persisted<std::vector<std::string>> order_;  ///< Keys into `days_`, the last one first.
+  // Written before the call returns: a command ends as soon as it is done.
+  PlistFileStore<std::vector<std::string>> order_;  ///< Keys into `days_`, the last one first.
   CachedKeyedItemStore<RememberedDay> days_;
 };
 

@@ -2,11 +2,9 @@
 
 #include <fmt/format.h>
 
-#include <filesystem>
-#include <memory>
-
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/Terminal.hpp"
+#include "Examples/HostApp/WholeFile.hpp"
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
 #include "OmbrixCore/Data/LocationCSVWriter.hpp"
 
@@ -34,23 +32,7 @@ Track readTrack(const std::string& path) {
 }
 
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes) {
-  // Written beside the target and renamed, so that a failure leaves an older file as it was.
-  const std::string partial = path + ".partial";
-  const std::shared_ptr<platform::OutputStream> stream =
-      platform::OutputStream::withPath(partial, platform::OutputFileMode::replace);
-  if (const auto opened = stream->open(); !opened) {
-    throw CommandFailure(fmt::format("cannot write {}: {}", path, opened.error().what()));
-  }
-  try {
-    LocationCSVWriter(stream).add(fixes);
-    stream->close();
-    if (const auto& late = stream->streamError()) throw *late;
-    std::filesystem::rename(partial, path);
-  } catch (...) {
-    std::error_code ignored;
-    std::filesystem::remove(partial, ignored);
-    throw;
-  }
+  replaceFile(path, [fixes](const auto& stream) { LocationCSVWriter(stream).add(fixes); });
 }
 
 }  // namespace ombrix::hostapp

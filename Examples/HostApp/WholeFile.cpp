@@ -1,42 +1,41 @@
 #include "Examples/HostApp/WholeFile.hpp"
 
-#include <array>
+#include <fmt/format.h>
+
 #include <filesystem>
 
 #include "Examples/HostApp/Commands.hpp"
-#include "OmbrixPlatform/Files/InputStream.hpp"
-#include "OmbrixPlatform/Files/OutputStream.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
 
 namespace ombrix::hostapp {
 
 platform::Data readWholeFile(const std::string& path) {
-  const auto stream = platform::InputStream::withPath(path);
-  if (const auto opened = stream->open(); !opened) throw CommandFailure(opened.error().what());
-  platform::Data contents;
-  std::vector<std::byte> block(256 * 1024);
-  for (;;) {
-    const auto count = stream->read(block);
-    if (!count) throw CommandFailure(count.error().what());
-    if (*count == 0) return contents;
-    contents.insert(contents.end(), block.begin(),
-                    block.begin() + static_cast<std::ptrdiff_t>(*count));
-  }
+  auto contents =
+      platform::FileManager::defaultManager().contents(platform::URL::fileURL(path, false));
+  if (!contents) throw CommandFailure(contents.error().what());
+  return *std::move(contents);
 }
 
-void writeWholeFile(const std::string& path, platform::DataView contents) {
+void replaceFile(const std::string& path,
+                 const std::function<void(const std::shared_ptr<platform::OutputStream>&)>& write) {
   const std::string partial = path + ".partial";
-  const auto stream = platform::OutputStream::withPath(partial, platform::OutputFileMode::replace);
-  auto written = stream->open();
-  if (written) written = stream->write(contents);
-  stream->close();
-  const auto& late = stream->streamError();
-  if (!written || late) {
+  const std::shared_ptr<platform::OutputStream> stream =
+      platform::OutputStream::withPath(partial, platform::OutputFileMode::replace);
+  if (const auto opened = stream->open(); !opened) {
+    throw CommandFailure(fmt::format("cannot write {}: {}", path, opened.error().what()));
+  }
+  try {
+    write(stream);
+    stream->close();
+    if (const auto& late = stream->streamError()) {
+      throw CommandFailure(fmt::format("cannot write {}: {}", path, late->what()));
+    }
+    std::filesystem::rename(partial, path);
+  } catch (...) {
     std::error_code ignored;
     std::filesystem::remove(partial, ignored);
-    throw CommandFailure("cannot write " + path + ": " +
-                         (written ? late->what() : written.error().what()));
+    throw;
   }
-  std::filesystem::rename(partial, path);
 }
 
 }  // namespace ombrix::hostapp
