@@ -52,6 +52,7 @@ int main(int argc, char** argv) {
   addStoreCommand(app);
   addSettingsCommand(app);
   addLogCommand(app);
+  addServeCommand(app);
 
   if (const auto mistyped = mistypedCommand(app, argc, argv)) {
     return complain("there is no command '" + *mistyped + "'; see ombrix --help", kWrongArguments);

@@ -30,7 +30,9 @@ struct Outcome {
   /// "200 body" or "error -1001".
   [[nodiscard]] std::string summary() const {
     if (error && (data || response)) return "an error and an answer";
-    if (error) return "error " + std::to_string(static_cast<int>(code().value_or(platform::URLError::Code::unknown)));
+    if (error)
+      return "error " +
+             std::to_string(static_cast<int>(code().value_or(platform::URLError::Code::unknown)));
     return std::to_string(status()) + " " + text();
   }
 };

@@ -11,11 +11,11 @@ namespace ombrix::platform {
 namespace {
 
 using testing::fetch;
+using ::testing::HasSubstr;
+using ::testing::Not;
 using testing::RawConnection;
 using testing::RawServer;
 using testing::requestTo;
-using ::testing::HasSubstr;
-using ::testing::Not;
 
 // Answers with the request itself, connection by connection.
 void echo(RawConnection& connection) {
@@ -42,14 +42,17 @@ TEST(URLSessionTests, RequestsGoOutAsTheyAreStated) {
     const char* notSent;
   };
   const std::vector<Case> cases{
-      {"GET",    std::nullopt,     {"GET /p?q=1 HTTP/1.1\r\n", "\r\n\r\n"},          "Content-Length"},
-      {"POST",   dataFrom("a"), {"POST /p?q=1 ", "Content-Length: 1\r\n", "\r\n\r\na"}, "Content-Type"},
-      {"POST",   std::nullopt,     {"POST /p?q=1 ", "Content-Length: 0\r\n"},        "Content-Type"},
-      {"PUT",    dataFrom("put"),  {"PUT /p?q=1 ", "Content-Length: 3\r\n", "\r\n\r\nput"}, "Expect"},
-      {"PATCH",  std::nullopt,     {"PATCH /p?q=1 ", "Content-Length: 0\r\n"},       "Expect"},
-      {"DELETE", std::nullopt,     {"DELETE /p?q=1 "},                               "Content-Length"},
-      {"GET",    dataFrom("body"), {"GET /p?q=1 ", "\r\n\r\nbody"},                  "Content-Type"},
-      {"HEAD",   std::nullopt,     {},                                               "HEAD"},
+      {"GET", std::nullopt, {"GET /p?q=1 HTTP/1.1\r\n", "\r\n\r\n"}, "Content-Length"},
+      {"POST",
+       dataFrom("a"),
+       {"POST /p?q=1 ", "Content-Length: 1\r\n", "\r\n\r\na"},
+       "Content-Type"},
+      {"POST", std::nullopt, {"POST /p?q=1 ", "Content-Length: 0\r\n"}, "Content-Type"},
+      {"PUT", dataFrom("put"), {"PUT /p?q=1 ", "Content-Length: 3\r\n", "\r\n\r\nput"}, "Expect"},
+      {"PATCH", std::nullopt, {"PATCH /p?q=1 ", "Content-Length: 0\r\n"}, "Expect"},
+      {"DELETE", std::nullopt, {"DELETE /p?q=1 "}, "Content-Length"},
+      {"GET", dataFrom("body"), {"GET /p?q=1 ", "\r\n\r\nbody"}, "Content-Type"},
+      {"HEAD", std::nullopt, {}, "HEAD"},
   };
   for (const auto& [method, body, sent, notSent] : cases) {
     SCOPED_TRACE(method);

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace ombrix::devserver {
+
+/// The accounts of the service and the tokens of those signed in. Any thread.
+class Sessions {
+ public:
+  /// Starts with one account, so that there is somebody to sign in.
+  Sessions(std::string email, std::string password) { accounts_[std::move(email)] = password; }
+
+  /// Adds an account; false when the address is taken.
+  bool addAccount(std::string email, std::string password);
+  [[nodiscard]] bool isTaken(const std::string& email) const;
+
+  /// A new token; nothing when the account does not exist or the password is another.
+  std::optional<std::string> login(const std::string& email, std::string_view password);
+
+  /// Whether a header's "Bearer …" names a token. A token stays valid for a number of rotations,
+  /// since requests that overlap carry older ones.
+  [[nodiscard]] bool isValid(std::string_view authorization) const;
+
+  /// Counts an answer to an authorised request; a new token when it is time for one.
+  std::optional<std::string> rotate();
+  /// @param every A new token with each such answer; 0 for never.
+  void setRotation(std::uint64_t every);
+
+  /// Ends all sessions: every token is wrong from now on.
+  void revokeAll();
+
+ private:
+  std::string issue();
+
+  mutable std::mutex mutex_;
+  std::map<std::string, std::string> accounts_;
+  std::deque<std::string> tokens_;
+  std::uint64_t rotateEvery_ = 0;
+  std::uint64_t answers_ = 0;
+};
+
+}  // namespace ombrix::devserver
