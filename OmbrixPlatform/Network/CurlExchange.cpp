@@ -78,12 +78,12 @@ bool CurlExchange::begin(std::shared_ptr<CurlTask> task, const Terms& terms) {
                      static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
                          std::chrono::duration_cast<std::chrono::milliseconds>(timeLimit_).count(),
                          1, std::numeric_limits<int>::max() / 2)));
-  if (terms.isLoopback) {
+  if (terms.isMappedToLoopback) {
     connectTo_ = ::curl_slist_append(nullptr, "::127.0.0.1:");
     if (connectTo_ == nullptr) return false;
   }
   ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, connectTo_);
-  ::curl_easy_setopt(easy_, CURLOPT_NOPROXY, terms.isLoopback ? "*" : nullptr);
+  ::curl_easy_setopt(easy_, CURLOPT_NOPROXY, terms.bypassesProxy ? "*" : nullptr);
   if (terms.trust != nullptr) terms.trust->install(easy_);
   return true;
 }
@@ -264,12 +264,21 @@ std::shared_ptr<const URLError> CurlExchange::errorFor(CURLcode code) {
   if (ownError_) return ownError_;
   if (code != CURLE_OK) return urlErrorFor(failureFor(code));
   if (!response_) {
-    return makeURLError(URLError::Code::badServerResponse, "the answer has no header");
+    return makeURLError(URLError::Code::networkConnectionLost,
+                        "the connection ended before the answer's header did");
   }
   if (decoder_ && !decoder_->isAtEnd()) {
     return makeURLError(URLError::Code::cannotDecodeContentData, "the answer's body is cut short");
   }
   return nullptr;
+}
+
+bool CurlExchange::hasConnection() const {
+  curl_off_t microseconds = 0;
+  long sentBytes = 0;
+  ::curl_easy_getinfo(easy_, CURLINFO_CONNECT_TIME_T, &microseconds);
+  ::curl_easy_getinfo(easy_, CURLINFO_REQUEST_SIZE, &sentBytes);
+  return microseconds > 0 || sentBytes > 0;
 }
 
 std::int64_t CurlExchange::bytesSent() const {

@@ -15,7 +15,7 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kIdleExchanges = 16;  // handles kept for the next exchanges
 constexpr std::size_t kIdleConnections = 64;
-constexpr std::size_t kForgottenHosts = 256;  // queues of hosts that are kept at least
+constexpr std::size_t kHostsKept = 256;  // more are forgotten while nothing goes there
 constexpr auto kFirstRetryDelay = 500ms;
 constexpr auto kLongestRetryDelay = 30s;
 constexpr auto kLongestSleep = 1h;
@@ -34,10 +34,10 @@ bool isLoopbackName(std::string_view host) {
 }  // namespace
 
 CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr<Clock> clock,
-                   bool asksAboutTrust)
+                   bool asksDelegate)
     : configuration_(configuration),
       clock_(std::move(clock)),
-      asksAboutTrust_(asksAboutTrust),
+      asksDelegate_(asksDelegate),
       multi_(::curl_multi_init()) {
   if (multi_ == nullptr) fatalError("libcurl cannot be set up");
   ::curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
@@ -80,8 +80,11 @@ void CurlLoop::resumeReceiving(std::shared_ptr<CurlTask> task) {
     CurlExchange* exchange = task->place.exchange;
     if (exchange == nullptr) return;
     const CURLcode code = exchange->resumeReceiving();
-    if (code != CURLE_OK) loop.ended(*exchange, code);
-    loop.hasStarted_ = true;
+    if (code != CURLE_OK) {
+      loop.ended(*exchange, code);
+    } else {
+      loop.nextIdleCheck_ = std::min(loop.nextIdleCheck_, exchange->idleDeadline());
+    }
   });
 }
 
@@ -102,8 +105,8 @@ void CurlLoop::run() {
   ::pthread_setname_np(::pthread_self(), "URLSession");
   now_ = clock_->steadyNow();
   while (takeMail()) {
-    startWaiting();
     checkDeadlines();
+    startWaiting();
     hasStarted_ = false;
     int running = 0;
     ::curl_multi_perform(multi_, &running);
@@ -160,13 +163,19 @@ void CurlLoop::admit(const std::shared_ptr<CurlTask>& task) {
 CurlHost& CurlLoop::hostFor(const CurlOrigin& origin) {
   std::string key = origin.host;
   key.append(origin.isSecure ? ":s" : ":").append(std::to_string(origin.port));
+  if (hosts_.size() >= kHostsKept && !asksDelegate_) {
+    std::erase_if(hosts_, [&](const auto& entry) {
+      const CurlHost& idle = *entry.second;
+      return idle.active == 0 && idle.waiting.empty() && !idle.isOffline &&
+             std::ranges::find(touched_, &idle) == touched_.end();
+    });
+  }
   auto& host = hosts_[key];
   if (!host) {
-    const auto& loopbackHosts = configuration_.loopbackHosts;
-    const bool isLoopback = std::ranges::any_of(loopbackHosts, [&](const std::string& name) {
-      return headerNamesEqual(name, origin.host);
-    });
-    host = std::make_unique<CurlHost>(origin, isLoopback || isLoopbackName(origin.host));
+    const bool isMapped = std::ranges::any_of(
+        configuration_.loopbackHosts,
+        [&](const std::string& name) { return headerNamesEqual(name, origin.host); });
+    host = std::make_unique<CurlHost>(origin, isMapped);
   }
   return *host;
 }
@@ -181,8 +190,8 @@ void CurlLoop::startWaiting() {
 }
 
 void CurlLoop::pump(CurlHost& host) {
-  const bool isUndecided = asksAboutTrust_ && !host.trust.hasDecisions();
-  while (!host.waiting.empty() && !host.isAsking && now_ >= host.retryAt) {
+  const bool isUndecided = asksDelegate_ && !host.trust.hasDecisions();
+  while (!host.waiting.empty() && !host.isAsking && !host.isOffline) {
     const auto& task = host.waiting.front();
     // Until a certificate is decided about, one handshake is enough to ask.
     const bool asksFirst = isUndecided && task->origin().isSecure;
@@ -205,12 +214,14 @@ bool CurlLoop::start(CurlHost& host, std::shared_ptr<CurlTask> task) {
     idle_.pop_back();
   }
   const bool isSecure = task->origin().isSecure;
-  const CurlExchange::Terms terms{.timeLimit = std::min(task->request()->timeoutInterval,
-                                                        configuration_.timeoutIntervalForRequest),
-                                  .isSecure = isSecure,
-                                  .isLoopback = host.isLoopback,
-                                  .trust = isSecure && asksAboutTrust_ ? &host.trust : nullptr};
-  task->exchangeBegins();
+  const CurlExchange::Terms terms{
+      .timeLimit =
+          std::min(task->request()->timeoutInterval, configuration_.timeoutIntervalForRequest),
+      .isSecure = isSecure,
+      .isMappedToLoopback = host.isMappedToLoopback,
+      .bypassesProxy = host.isMappedToLoopback || isLoopbackName(task->origin().host),
+      .trust = isSecure && asksDelegate_ ? &host.trust : nullptr};
+  task->exchangeBegins(now_);
   if (!exchange->begin(task, terms) ||
       ::curl_multi_add_handle(multi_, exchange->easy()) != CURLM_OK) {
     forget(task);
@@ -255,60 +266,94 @@ void CurlLoop::ended(CurlExchange& exchange, CURLcode code) {
   release(exchange, true);
 }
 
-/// Puts the task back into its queue when its exchange may succeed later.
+/// Keeps the task when its exchange may succeed later: once the delegate has decided about a
+/// certificate, or once there is connectivity.
 bool CurlLoop::retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task,
                             CURLcode code) {
+  if (exchange.hasHeader()) return false;
   CurlHost& host = *task->place.host;
   const CurlFailure failure = exchange.failureFor(code);
-  const bool isUndecided = failure.verifyResult == undecidedVerifyResult() && !exchange.hasHeader();
+  const bool isUndecided = failure.verifyResult == undecidedVerifyResult();
   const bool waits = configuration_.waitsForConnectivity && isMissingConnectivity(failure);
   if (!isUndecided && !waits) return false;
   release(exchange, false);
   if (task->isOver()) {
     forget(task);
-    return true;
-  }
-  if (isUndecided) {
-    auto question = host.trust.takeQuestion();
-    if (question) askAboutTrust(host, *std::move(question));
-    if (host.isAsking) {
-      host.refused.push_back(task);
-      return true;
-    }
+  } else if (waits) {
+    awaitConnectivity(task);
+  } else if (auto question = host.trust.takeQuestion(); question && !host.isAsking) {
+    askAboutTrust(task, *std::move(question));
+  } else if (host.isAsking) {
+    host.refused.push_back(task);
   } else {
-    host.retryDelay = host.retryDelay == 0ms ? std::chrono::milliseconds(kFirstRetryDelay)
-                                             : std::min<std::chrono::milliseconds>(
-                                                   2 * host.retryDelay, kLongestRetryDelay);
-    host.retryAt = now_ + host.retryDelay;
+    requeue(task);  // decided about meanwhile
   }
-  task->place.queued = host.waiting.insert(host.waiting.begin(), task);
-  task->place.isQueued = true;
-  touched_.push_back(&host);
   return true;
 }
 
-void CurlLoop::askAboutTrust(CurlHost& host, CurlTrust::Question question) {
-  if (std::exchange(host.isAsking, true)) return;
-  (void)question;
+/// Puts a task first in its host's queue.
+void CurlLoop::requeue(const std::shared_ptr<CurlTask>& task) {
+  CurlTask::LoopPlace& place = task->place;
+  place.queued = place.host->waiting.insert(place.host->waiting.begin(), task);
+  place.isQueued = true;
+  touched_.push_back(place.host);
 }
 
+void CurlLoop::awaitConnectivity(const std::shared_ptr<CurlTask>& task) {
+  CurlHost& host = *task->place.host;
+  if (!std::exchange(host.isOffline, true)) {
+    host.retryDelay = std::clamp<std::chrono::milliseconds>(2 * host.retryDelay, kFirstRetryDelay,
+                                                            kLongestRetryDelay);
+    host.retryAt = now_ + host.retryDelay;
+    offline_.push_back(&host);
+  }
+  requeue(task);
+  task->awaitConnectivity();
+}
+
+void CurlLoop::connectivityMayBeBack() {
+  post([](CurlLoop& loop) { loop.retryOffline(true); });
+}
+
+void CurlLoop::retryOffline(bool isForced) {
+  std::erase_if(offline_, [&](CurlHost* host) {
+    if (!isForced && now_ < host->retryAt) return false;
+    host->isOffline = false;
+    touched_.push_back(host);
+    return true;
+  });
+}
+
+void CurlLoop::askAboutTrust(const std::shared_ptr<CurlTask>& task, CurlTrust::Question question) {
+  CurlHost& host = *task->place.host;
+  host.isAsking = true;
+  host.refused.push_back(task);
+  task->askAboutTrust({host.trust.spaceFor(std::move(question.trust))},
+                      [weak = weak_from_this(), &host, leaf = question.leaf](auto decision) {
+                        const auto self = weak.lock();
+                        if (!self) return;
+                        self->post([&host, leaf, decision](CurlLoop& loop) {
+                          loop.trustAnswered(host, leaf, decision);
+                        });
+                      });
+}
+
+/// Lets the refused tasks try again, or ends them when the answer was to cancel.
 void CurlLoop::trustAnswered(CurlHost& host, const CurlTrust::Fingerprint& leaf,
                              std::optional<CurlTrust::Decision> decision) {
   host.isAsking = false;
-  auto refused = std::exchange(host.refused, {});
+  touched_.push_back(&host);
   if (decision) host.trust.decide(leaf, *decision);
-  for (const auto& task : refused) {
+  for (const auto& task : std::exchange(host.refused, {})) {
     if (task->isOver()) continue;
     if (decision) {
-      task->place.queued = host.waiting.insert(host.waiting.begin(), task);
-      task->place.isQueued = true;
+      requeue(task);
       continue;
     }
     forget(task);
     task->fail(makeURLError(URLError::Code::userCancelledAuthentication,
                             "the server's certificate was not accepted"));
   }
-  touched_.push_back(&host);
 }
 
 /// Ends an exchange for its task; the handle is kept for others after a clean end only.
@@ -353,14 +398,20 @@ void CurlLoop::checkDeadlines() {
   while (!tasks_.empty() && now_ >= tasks_.front()->resourceDeadline()) {
     expire(tasks_.front(), "the answer did not come in time");
   }
+  retryOffline(false);
   if (now_ < nextIdleCheck_) return;
   nextIdleCheck_ = TimePoint::max();
   for (std::size_t i = active_.size(); i-- > 0;) {
-    const TimePoint deadline = active_[i]->idleDeadline();
-    if (now_ >= deadline) {
-      expire(active_[i]->task(), "the server sent nothing for too long");
-    } else {
+    CurlExchange& exchange = *active_[i];
+    const TimePoint deadline = exchange.idleDeadline();
+    if (now_ < deadline) {
       nextIdleCheck_ = std::min(nextIdleCheck_, deadline);
+    } else if (configuration_.waitsForConnectivity && !exchange.hasConnection()) {
+      const auto task = exchange.task();
+      release(exchange, false);
+      awaitConnectivity(task);
+    } else {
+      expire(exchange.task(), "the server sent nothing for too long");
     }
   }
 }
@@ -368,6 +419,7 @@ void CurlLoop::checkDeadlines() {
 void CurlLoop::armTimer() {
   TimePoint next = nextIdleCheck_;
   if (!tasks_.empty()) next = std::min(next, tasks_.front()->resourceDeadline());
+  for (const CurlHost* host : offline_) next = std::min(next, host->retryAt);
   if (next >= armedFor_) return;
   armedFor_ = next;
   timer_ = after(next, [weak = weak_from_this()] {
@@ -377,7 +429,16 @@ void CurlLoop::armTimer() {
   });
 }
 
-void CurlLoop::askAboutHeaders() { headersCame_.clear(); }
+/// Asks the delegate about answers whose body is still coming; those that are whole already ask
+/// on their way to the handler.
+void CurlLoop::askAboutHeaders() {
+  if (!asksDelegate_) return;
+  for (const auto& exchange : active_) {
+    if (exchange->hasHeader() && exchange->task()->wantsEarlyQuestion()) {
+      exchange->task()->askEarly();
+    }
+  }
+}
 
 void CurlLoop::tearDown() {
   timer_ = {};

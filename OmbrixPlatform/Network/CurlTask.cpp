@@ -2,10 +2,12 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Network/Detail/AnswerOnce.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlErrors.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlExchange.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlLoop.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
+#include "OmbrixPlatform/Network/Detail/Redirect.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -14,7 +16,7 @@ constexpr int kMaximumRedirects = 20;
 // So much of a body is received before the delegate has allowed the answer.
 constexpr std::size_t kBytesBeforePermission = 64 * 1024;
 // So much of a streamed body waits for the delegate.
-constexpr std::size_t kStreamedBytesAtOnce = 256 * 1024;
+constexpr std::size_t kStreamedBytesKept = 256 * 1024;
 
 CurlTask::TimePoint addSaturating(CurlTask::TimePoint point, std::chrono::duration<double> span) {
   const std::chrono::duration<double> longest = CurlTask::TimePoint::max() - point;
@@ -39,11 +41,10 @@ std::optional<CurlOrigin> CurlOrigin::of(const URL& url) {
 }
 
 CurlTask::CurlTask(std::shared_ptr<CurlURLSession> session, std::uint64_t identifier,
-                   URLRequest request, URLSessionCompletionHandler handler, bool sessionHasEnded)
+                   URLRequest request, URLSessionCompletionHandler handler)
     : identifier_(identifier),
       original_(std::make_shared<const URLRequest>(std::move(request))),
       isStreaming_(handler == nullptr),
-      sessionHasEnded_(sessionHasEnded),
       hasDelegate_(session->delegate() != nullptr),
       session_(std::move(session)),
       current_(original_),
@@ -101,21 +102,24 @@ void CurlTask::resume() {
     if (state_ != State::suspended || !session_) return;
     state_ = State::running;
     session = session_;
+    resumedAt_ = session->clock()->steadyNow();
+    resourceDeadline_ =
+        addSaturating(resumedAt_, session->configuration().timeoutIntervalForResource);
   }
-  resumedAt_ = session->clock()->steadyNow();
-  resourceDeadline_ =
-      addSaturating(resumedAt_, session->configuration().timeoutIntervalForResource);
   setRequest(*original_);
   begin();
 }
 
 /// Makes the request, with what the session adds to it, the current one.
 void CurlTask::setRequest(URLRequest request) {
-  const auto kept = session();
-  if (!kept) return;
-  const URLSessionConfiguration& configuration = kept->configuration();
+  const auto session = this->session();
+  if (!session) return;
+  const URLSessionConfiguration& configuration = session->configuration();
+  const bool isElsewhere = redirects_ > 0 && !haveSameOrigin(request.url, original_->url);
   for (const auto& [name, value] : configuration.httpAdditionalHeaders) {
-    if (!request.headers.contains(name)) request.headers.set(name, value);
+    if (request.headers.contains(name)) continue;
+    if (isElsewhere && headerNamesEqual(name, "Authorization")) continue;
+    request.headers.set(name, value);
   }
   if (request.cachePolicy == URLRequest::CachePolicy::useProtocolCachePolicy) {
     request.cachePolicy = configuration.requestCachePolicy;
@@ -145,6 +149,16 @@ std::shared_ptr<const URLError> CurlTask::refusal() const {
   return nullptr;
 }
 
+URLCache* CurlTask::cacheOf(const CurlURLSession& session) const {
+  return isStreaming_ ? nullptr : session.configuration().urlCache.get();
+}
+
+void CurlTask::setFetchType(URLSessionTaskMetrics::FetchType type) {
+  const std::lock_guard lock(lock_);
+  metrics_.fetchType = type;
+}
+
+/// Takes the current request to the cache or to the network.
 void CurlTask::begin() {
   const auto session = this->session();
   if (!session || isOver()) return;
@@ -152,20 +166,61 @@ void CurlTask::begin() {
     fail(std::move(error));
     return;
   }
+  validated_.reset();
+  conditions_ = {};
+  URLCache* cache = cacheOf(*session);
+  if (cache != nullptr && answeredByCache(*session, *cache)) return;
+
   const auto current = request();
+  const bool mayBeConstrained = current->allowsConstrainedNetworkAccess &&
+                                session->configuration().allowsConstrainedNetworkAccess;
+  if (!mayBeConstrained && session->isConstrained()) {
+    fail(std::make_shared<const URLError>(URLError::Code::notConnectedToInternet,
+                                          "the network is to be spared",
+                                          URLError::NetworkUnavailableReason::constrained));
+    return;
+  }
   origin_ = *CurlOrigin::of(current->url);
   session->loop().submit(shared_from_this());
 }
 
-void CurlTask::exchangeBegins() {
-  const auto session = this->session();
-  if (!session) return;
-  const auto now = session->clock()->steadyNow();
-  const std::lock_guard lock(lock_);
-  metrics_.waiting = now - resumedAt_;
+bool CurlTask::answeredByCache(CurlURLSession& session, URLCache& cache) {
+  URLCache::Decision decision = cache.decide(*request());
+  switch (decision.kind) {
+    case URLCache::Decision::Kind::serve: {
+      setFetchType(URLSessionTaskMetrics::FetchType::localCache);
+      Answer answer{.response = std::move(decision.answer->response),
+                    .cachedBody = std::move(decision.answer->data),
+                    .isNew = false};
+      if (isRedirect(*answer.response)) {
+        follow(session, std::move(answer));
+      } else {
+        postConclusion(session, std::move(answer));
+      }
+      return true;
+    }
+    case URLCache::Decision::Kind::unavailable:
+      fail(makeURLError(URLError::Code::resourceUnavailable, "the cache holds no answer"));
+      return true;
+    case URLCache::Decision::Kind::validate:
+      validated_ = std::move(decision.answer);
+      conditions_ = std::move(decision.conditions);
+      return false;
+    case URLCache::Decision::Kind::load:
+      return false;
+  }
+  return false;
 }
 
 // What comes back; network thread.
+
+void CurlTask::exchangeBegins(TimePoint now) {
+  bytesSent_ = 0;
+  bytesReceived_ = 0;
+  bytesExpected_ = -1;
+  const std::lock_guard lock(lock_);
+  metrics_.waiting = now - resumedAt_;
+}
 
 void CurlTask::headerCame(std::shared_ptr<const HTTPURLResponse> response,
                           std::int64_t expectedBytes) {
@@ -174,37 +229,319 @@ void CurlTask::headerCame(std::shared_ptr<const HTTPURLResponse> response,
   response_ = std::move(response);
 }
 
-bool CurlTask::mustPause(std::size_t /*gathered*/) { return false; }
-
-void CurlTask::bodyCame(std::size_t receivedBytes, Data& /*body*/) {
-  bytesReceived_ += static_cast<std::int64_t>(receivedBytes);
+bool CurlTask::wantsEarlyQuestion() const {
+  const std::lock_guard lock(lock_);
+  const bool mayBeAnotherAnswer =
+      isRedirect(*response_) || (validated_ && response_->statusCode() == 304);
+  return permission_ == Permission::notAsked && !mayBeAnotherAnswer;
 }
 
-void CurlTask::bodySent(std::int64_t totalBytes) { bytesSent_ = totalBytes; }
+void CurlTask::askEarly() {
+  const auto session = this->session();
+  if (!session) return;
+  session->post([self = shared_from_this(), session] { self->askAboutResponse(*session); });
+}
+
+bool CurlTask::mustPause(std::size_t gatheredBytes) {
+  if (!hasDelegate_ || (!isStreaming_ && gatheredBytes < kBytesBeforePermission)) return false;
+  const std::lock_guard lock(lock_);
+  const bool isFull = isStreaming_ ? stream_.size() >= kStreamedBytesKept
+                                   : permission_ != Permission::given && !isRedirect(*response_);
+  isPaused_ = isFull;
+  return isFull;
+}
+
+void CurlTask::bodyCame(std::size_t bytes, Data& body) {
+  bytesReceived_ += static_cast<std::int64_t>(bytes);
+  if (!isStreaming_) return;
+  if (!hasDelegate_) {
+    body.clear();
+    return;
+  }
+  bool mustPost = false;
+  std::shared_ptr<CurlURLSession> session;
+  {
+    const std::lock_guard lock(lock_);
+    if (isRedirect(*response_)) return;
+    stream_.insert(stream_.end(), body.begin(), body.end());
+    mustPost = permission_ == Permission::given && !std::exchange(isStreamPosted_, true);
+    session = session_;
+  }
+  body.clear();
+  if (mustPost && session) session->post([self = shared_from_this()] { self->handOverStream(); });
+}
+
+void CurlTask::bodySent(std::int64_t totalBytes) {
+  bytesSent_ = totalBytes;
+  if (!hasDelegate_ || isSentReportPosted_.exchange(true)) return;
+  if (const auto session = this->session()) {
+    session->post([self = shared_from_this()] { self->reportSent(); });
+  }
+}
 
 void CurlTask::exchangeEnded(Answer answer, const CurlExchange& exchange) {
+  const auto session = this->session();
+  if (!session) return;
   bytesSent_ = exchange.bytesSent();
   {
     const std::lock_guard lock(lock_);
     exchange.addTo(metrics_);
     metrics_.fetchType = URLSessionTaskMetrics::FetchType::networkLoad;
   }
-  const auto session = this->session();
-  if (!session) return;
+  if (isRedirect(*answer.response)) {
+    follow(*session, std::move(answer));
+    return;
+  }
   session->loop().forget(shared_from_this());
-  session->post([self = shared_from_this(), answer = std::move(answer)]() mutable {
+  postConclusion(*session, std::move(answer));
+}
+
+void CurlTask::askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer answer) {
+  using Reply =
+      std::pair<URLSessionDelegate::AuthChallengeDisposition, std::optional<URLCredential>>;
+  const auto session = this->session();
+  const auto delegate = session ? session->delegate() : nullptr;
+  if (!delegate) {
+    answer(CurlTrust::Decision::standard);
+    return;
+  }
+  auto decide =
+      [answer = std::move(answer),
+       leaf = challenge.protectionSpace.serverTrust->certificates.front()](Reply reply) mutable {
+        using enum URLSessionDelegate::AuthChallengeDisposition;
+        const auto& [disposition, credential] = reply;
+        const bool isThatOne = credential && !credential->trust.certificates.empty() &&
+                               credential->trust.certificates.front() == leaf;
+        if (disposition == cancelAuthenticationChallenge) {
+          answer(std::nullopt);
+        } else {
+          answer(disposition == useCredential && isThatOne ? CurlTrust::Decision::accept
+                                                           : CurlTrust::Decision::standard);
+        }
+      };
+  constexpr auto kDefault = URLSessionDelegate::AuthChallengeDisposition::performDefaultHandling;
+  session->post([session, delegate, challenge = std::move(challenge),
+                 once = AnswerOnce<Reply>(std::move(decide), {kDefault, std::nullopt})]() mutable {
+    delegate->didReceiveChallenge(
+        *session, challenge,
+        [once = std::move(once)](auto disposition,
+                                 std::optional<URLCredential> credential) mutable {
+          once({disposition, std::move(credential)});
+        });
+  });
+}
+
+void CurlTask::awaitConnectivity() {
+  if (const auto session = this->session()) session->watchPath();
+}
+
+// Redirects.
+
+/// Asks the delegate where to go next; the network thread, or whoever asked the cache.
+void CurlTask::follow(CurlURLSession& session, Answer answer) {
+  if (++redirects_ > kMaximumRedirects) {
+    fail(makeURLError(URLError::Code::httpTooManyRedirects, "the server redirects without end"));
+    return;
+  }
+  auto next = redirected(*request(), *answer.response);
+  if (!next) {
+    fail(makeURLError(URLError::Code::redirectToNonExistentLocation,
+                      "the server redirects to something that is no URL"));
+    return;
+  }
+  {
+    const std::lock_guard lock(lock_);
+    metrics_.redirectCount = redirects_;
+  }
+  const auto delegate = session.delegate();
+  if (!delegate) {
+    if (cacheOf(session) != nullptr && answer.isNew) {
+      ThreadPool::shared().post([self = shared_from_this(), kept = session.shared_from_this(),
+                                 answer = std::move(answer), next = *std::move(next)]() mutable {
+        self->throughCache(*self->cacheOf(*kept), std::move(answer));
+        self->followTo(*kept, std::move(next));
+      });
+    } else {
+      followTo(session, *std::move(next));
+    }
+    return;
+  }
+  session.post([self = shared_from_this(), kept = session.shared_from_this(), delegate,
+                answer = std::move(answer), next = *std::move(next)]() mutable {
+    if (self->isOver()) return;
+    URLCache* cache = self->cacheOf(*kept);
+    if (cache != nullptr && answer.isNew) answer = self->throughCache(*cache, std::move(answer));
+    const auto response = answer.response;
+    const auto byDefault = next;
+    AnswerOnce<std::optional<URLRequest>> once(
+        [self, kept, answer = std::move(answer)](std::optional<URLRequest> request) mutable {
+          if (request) {
+            self->followTo(*kept, *std::move(request));
+          } else {
+            self->postConclusion(*kept, std::move(answer));
+          }
+        },
+        byDefault);
+    delegate->willPerformHTTPRedirection(
+        *kept, *self, response, std::move(next),
+        [once = std::move(once)](std::optional<URLRequest> request) mutable {
+          once(std::move(request));
+        });
+  });
+}
+
+void CurlTask::followTo(CurlURLSession& session, URLRequest request) {
+  setRequest(std::move(request));
+  if (cacheOf(session) != nullptr) {
+    // The cache may look at the disk, which is not for the thread that calls.
+    ThreadPool::shared().post([self = shared_from_this()] { self->begin(); });
+  } else {
+    begin();
+  }
+}
+
+// The answer; delegate queue.
+
+void CurlTask::postConclusion(CurlURLSession& session, Answer answer) {
+  session.post([self = shared_from_this(), answer = std::move(answer)]() mutable {
     self->conclude(std::move(answer));
   });
 }
 
-// The end.
-
+/// Takes the answer past the cache and the delegate to the handler.
 void CurlTask::conclude(Answer answer) {
-  if (isOver()) return;
-  Outcome outcome{.response = std::move(answer.response)};
-  if (!answer.body.empty()) outcome.data = std::move(answer.body);
+  const auto session = this->session();
+  if (!session || isOver()) return;
+  reportSent();
+  URLCache* cache = cacheOf(*session);
+  if (cache != nullptr && answer.isNew) {
+    const bool wasRedirect = isRedirect(*answer.response);
+    answer = throughCache(*cache, std::move(answer));
+    if (!wasRedirect && isRedirect(*answer.response)) {
+      follow(*session, std::move(answer));
+      return;
+    }
+  }
+  Outcome outcome;
+  if (isStreaming_) {
+    // Only a redirect that is not followed still holds its body.
+    const std::lock_guard lock(lock_);
+    stream_.insert(stream_.end(), answer.body.begin(), answer.body.end());
+  } else if (answer.cachedBody) {
+    if (!answer.cachedBody->empty()) outcome.data = *answer.cachedBody;
+  } else if (!answer.body.empty()) {
+    outcome.data = std::move(answer.body);
+  }
+  bool mustAsk = false;
+  {
+    const std::lock_guard lock(lock_);
+    response_ = answer.response;
+    mustAsk = permission_ == Permission::notAsked;
+  }
+  outcome.response = std::move(answer.response);
+  if (mustAsk) askAboutResponse(*session);
+  {
+    const std::lock_guard lock(lock_);
+    if (permission_ != Permission::given) {
+      awaitingPermission_ = std::move(outcome);
+      return;
+    }
+  }
   if (claim()) deliver(std::move(outcome));
 }
+
+/// Lets the cache keep the answer, and complete it when the server has only confirmed what is kept.
+CurlTask::Answer CurlTask::throughCache(URLCache& cache, Answer answer) {
+  const bool wasConfirmed = validated_ && answer.response->statusCode() == 304;
+  CachedURLResponse kept = cache.received(
+      *request(), answer.requestTime, answer.responseTime,
+      {std::move(answer.response), std::make_shared<const Data>(std::move(answer.body))},
+      validated_ ? &*validated_ : nullptr);
+  const bool isConfirmed = wasConfirmed && kept.response->statusCode() != 304;
+  if (isConfirmed) setFetchType(URLSessionTaskMetrics::FetchType::validated);
+  return {.response = std::move(kept.response), .cachedBody = std::move(kept.data), .isNew = false};
+}
+
+void CurlTask::askAboutResponse(CurlURLSession& session) {
+  const auto delegate = session.delegate();
+  std::shared_ptr<const HTTPURLResponse> response;
+  {
+    const std::lock_guard lock(lock_);
+    if (permission_ != Permission::notAsked || isClaimed_) return;
+    permission_ = Permission::asked;
+    response = response_;
+  }
+  using enum URLSessionDelegate::ResponseDisposition;
+  AnswerOnce<URLSessionDelegate::ResponseDisposition> once(
+      [self = shared_from_this(), kept = session.shared_from_this()](auto disposition) {
+        if (disposition == allow) {
+          self->permitted(*kept);
+        } else {
+          self->cancel();
+        }
+      },
+      allow);
+  if (!delegate) return;  // which answers by itself
+  delegate->didReceiveResponse(
+      session, *this, response,
+      [once = std::move(once)](auto disposition) mutable { once(disposition); });
+}
+
+/// The delegate allows the answer; any thread.
+void CurlTask::permitted(CurlURLSession& session) {
+  std::optional<Outcome> outcome;
+  bool wasPaused = false;
+  bool mustPost = false;
+  {
+    const std::lock_guard lock(lock_);
+    permission_ = Permission::given;
+    outcome = std::exchange(awaitingPermission_, std::nullopt);
+    wasPaused = !isStreaming_ && std::exchange(isPaused_, false);
+    mustPost = !stream_.empty() && !std::exchange(isStreamPosted_, true);
+  }
+  if (mustPost) session.post([self = shared_from_this()] { self->handOverStream(); });
+  if (wasPaused) session.loop().resumeReceiving(shared_from_this());
+  if (outcome) finish(*std::move(outcome));
+}
+
+void CurlTask::handOverStream() {
+  std::shared_ptr<CurlURLSession> session;
+  Data piece;
+  {
+    const std::lock_guard lock(lock_);
+    isStreamPosted_ = false;
+    if (permission_ != Permission::given || state_ == State::canceling) return;
+    piece.swap(stream_);
+    session = session_;
+  }
+  const auto delegate = session ? session->delegate() : nullptr;
+  if (!delegate || piece.empty()) return;
+  delegate->didReceiveData(*session, *this, piece);
+  bool wasPaused = false;
+  {
+    const std::lock_guard lock(lock_);
+    wasPaused = std::exchange(isPaused_, false);
+  }
+  if (wasPaused) session->loop().resumeReceiving(shared_from_this());
+}
+
+void CurlTask::reportSent() {
+  isSentReportPosted_ = false;
+  if (!hasDelegate_ || isOver()) return;
+  const std::int64_t total = bytesSent_;
+  std::shared_ptr<CurlURLSession> session;
+  std::int64_t before = 0;
+  {
+    const std::lock_guard lock(lock_);
+    session = session_;
+    before = std::exchange(reportedSent_, total);
+  }
+  const auto delegate = session ? session->delegate() : nullptr;
+  if (!delegate || total <= before) return;
+  delegate->didSendBodyData(*session, *this, total - before, total, countOfBytesExpectedToSend());
+}
+
+// The end.
 
 void CurlTask::fail(std::shared_ptr<const Error> error) {
   finish({.data = std::nullopt, .response = nullptr, .error = std::move(error)});
@@ -223,27 +560,38 @@ void CurlTask::finish(Outcome outcome) {
   if (!claim()) return;
   const auto session = this->session();
   if (!session) return;
+  // What is under way ends now, not when the delegate queue gets to it.
+  if (isWithLoop) session->loop().abandon(shared_from_this());
   session->post([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
     self->deliver(std::move(outcome));
   });
 }
 
-/// Hands the outcome over; on the delegate queue, by whoever made the claim.
+/// Hands the outcome over, on the delegate queue; called by whoever made the claim.
 void CurlTask::deliver(Outcome outcome) {
   const auto session = this->session();
   if (!session) return;
   if (isWithLoop) session->loop().abandon(shared_from_this());
+  if (isStreaming_) handOverStream();
   URLSessionCompletionHandler handler;
+  URLSessionTaskMetrics metrics;
   {
     const std::lock_guard lock(lock_);
+    if (resumedAt_ != TimePoint{}) metrics_.total = session->clock()->steadyNow() - resumedAt_;
     state_ = State::completed;
     error_ = outcome.error;
-    metrics_.total = session->clock()->steadyNow() - resumedAt_;
+    metrics = metrics_;
     handler = std::move(handler_);
+    awaitingPermission_.reset();
+    stream_ = {};
   }
+  const auto delegate = session->delegate();
+  if (delegate) delegate->didFinishCollectingMetrics(*session, *this, metrics);
   if (handler) {
     handler(std::move(outcome.data), std::move(outcome.response), std::move(outcome.error));
     handler = nullptr;
+  } else if (delegate) {
+    delegate->didComplete(*session, *this, outcome.error);
   }
   {
     const std::lock_guard lock(lock_);

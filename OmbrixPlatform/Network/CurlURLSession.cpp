@@ -2,6 +2,7 @@
 #include <openssl/crypto.h>
 
 #include <utility>
+#include <vector>
 
 #include "OmbrixPlatform/Network/Detail/CurlLoop.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
@@ -20,28 +21,40 @@ CurlURLSession::CurlURLSession(const URLSessionConfiguration& configuration,
                                    : DispatchQueue::serial("URLSession.delegate")),
       clock_(services().clock.shared()),
       loop_(std::make_shared<CurlLoop>(configuration_, clock_, delegate != nullptr)),
-      delegate_(std::move(delegate)) {}
+      delegate_(std::move(delegate)) {
+  // What is to be refused should be known by the first request.
+  if (!configuration_.allowsConstrainedNetworkAccess) watchPath();
+}
 
-CurlURLSession::~CurlURLSession() { loop_->stop(); }
+CurlURLSession::~CurlURLSession() {
+  if (pathMonitor_) pathMonitor_->cancel();
+  loop_->stop();
+}
 
 std::shared_ptr<URLSessionDelegate> CurlURLSession::delegate() const {
   const std::lock_guard lock(lock_);
   return delegate_;
 }
 
+NWPathMonitor& CurlURLSession::watchPath() {
+  std::call_once(pathOnce_, [this] {
+    pathMonitor_ = services().pathMonitorFactory.shared()->make();
+    pathMonitor_->setPathUpdateHandler([weak = std::weak_ptr(loop_)](const NWPath& path) {
+      const auto loop = weak.lock();
+      if (loop && path.status != NWPath::Status::unsatisfied) loop->connectivityMayBeBack();
+    });
+    pathMonitor_->start();
+  });
+  return *pathMonitor_;
+}
+
 std::shared_ptr<CurlTask> CurlURLSession::makeTask(URLRequest request,
                                                    URLSessionCompletionHandler handler) {
-  std::uint64_t identifier = 0;
-  bool isInvalid = false;
-  {
-    const std::lock_guard lock(lock_);
-    identifier = ++lastIdentifier_;
-    isInvalid = isInvalid_;
-  }
-  auto task = std::make_shared<CurlTask>(shared_from_this(), identifier, std::move(request),
-                                         std::move(handler), isInvalid);
+  auto task = std::make_shared<CurlTask>(shared_from_this(), ++lastIdentifier_, std::move(request),
+                                         std::move(handler));
   const std::lock_guard lock(lock_);
   task->setPlaceInSession(tasks_.insert(tasks_.end(), task.get()));
+  if (isInvalid_) task->setSessionHasEnded();
   return task;
 }
 

@@ -35,8 +35,9 @@ struct URLSessionConfiguration {
   /// Seconds from `resume` to the last byte, waiting included, after which it fails as `timedOut`.
   std::chrono::duration<double> timeoutIntervalForResource = std::chrono::hours(7 * 24);
 
-  /// Whether a transfer waits when there is no route or no such host for now; a refused connection
-  /// fails at once all the same. The resource time-out goes on while it waits.
+  /// Whether a transfer waits when there is no route, no such host or no connection to it for now;
+  /// a refused connection fails at once all the same. It is tried again when the path changes, and
+  /// from time to time. The resource time-out goes on while it waits, the request's does not.
   bool waitsForConnectivity = false;
 
   /// False: every request is refused while all paths are constrained.

@@ -33,7 +33,8 @@ class CurlExchange {
   struct Terms {
     std::chrono::duration<double> timeLimit{};  ///< seconds without progress
     bool isSecure = false;
-    bool isLoopback = false;
+    bool isMappedToLoopback = false;  ///< whatever the name service says
+    bool bypassesProxy = false;
     CurlTrust* trust = nullptr;  ///< null: libcurl verifies alone
   };
 
@@ -60,6 +61,9 @@ class CurlExchange {
 
   /// Whether the final answer's header has come.
   [[nodiscard]] bool hasHeader() const noexcept { return response_ != nullptr; }
+
+  /// Whether it has got as far as a connection.
+  [[nodiscard]] bool hasConnection() const;
 
   /// What went wrong, null for a whole answer.
   std::shared_ptr<const URLError> errorFor(CURLcode code);

@@ -25,16 +25,17 @@ namespace ombrix::platform::detail {
 struct CurlHost {
   using TimePoint = std::chrono::steady_clock::time_point;
 
-  CurlHost(const CurlOrigin& origin, bool isLoopbackHost)
-      : trust(origin.host, origin.port), isLoopback(isLoopbackHost) {}
+  CurlHost(const CurlOrigin& origin, bool isMapped)
+      : trust(origin.host, origin.port), isMappedToLoopback(isMapped) {}
 
   CurlTrust trust;
-  const bool isLoopback;
+  const bool isMappedToLoopback;
   std::list<std::shared_ptr<CurlTask>> waiting;
   std::size_t active = 0;
   bool isAsking = false;                           // the delegate decides about a certificate
   std::vector<std::shared_ptr<CurlTask>> refused;  // by that question
-  TimePoint retryAt{};                             // no connectivity before; the epoch: there is
+  bool isOffline = false;                          // nothing starts before:
+  TimePoint retryAt{};
   std::chrono::milliseconds retryDelay{};
 };
 
@@ -46,7 +47,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   using LoopJob = std::move_only_function<void(CurlLoop&)>;
 
   CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr<Clock> clock,
-           bool asksAboutTrust);
+           bool asksDelegate);
   ~CurlLoop();
 
   // Any thread.
@@ -63,6 +64,9 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   /// Goes on receiving for a task that had to wait.
   void resumeReceiving(std::shared_ptr<CurlTask> task);
 
+  /// Tries again at once where connectivity was missing.
+  void connectivityMayBeBack();
+
   /// Lets go of a task whose exchange is over; network thread.
   void forget(const std::shared_ptr<CurlTask>& task);
 
@@ -70,8 +74,6 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void stop();
 
  private:
-  friend class CurlExchange;
-
   void handOver(std::shared_ptr<CurlTask> task, LoopJob job);
   void run();
   bool takeMail();
@@ -83,20 +85,23 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void finishDone();
   void ended(CurlExchange& exchange, CURLcode code);
   bool retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task, CURLcode code);
-  void askAboutTrust(CurlHost& host, CurlTrust::Question question);
+  void requeue(const std::shared_ptr<CurlTask>& task);
+  void awaitConnectivity(const std::shared_ptr<CurlTask>& task);
+  void retryOffline(bool isForced);
+  void askAboutTrust(const std::shared_ptr<CurlTask>& task, CurlTrust::Question question);
   void trustAnswered(CurlHost& host, const CurlTrust::Fingerprint& leaf,
                      std::optional<CurlTrust::Decision> decision);
+  void askAboutHeaders();
   void release(CurlExchange& exchange, bool isReusable);
   void letGo(const std::shared_ptr<CurlTask>& task);
   void expire(const std::shared_ptr<CurlTask>& task, const char* message);
   void checkDeadlines();
   void armTimer();
-  void askAboutHeaders();
   void tearDown();
 
   const URLSessionConfiguration configuration_;
   const std::shared_ptr<Clock> clock_;
-  const bool asksAboutTrust_;
+  const bool asksDelegate_;
 
   FutexLock lock_;  // guards the mail
   std::vector<std::shared_ptr<CurlTask>> submitted_;
@@ -113,7 +118,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   std::vector<CurlHost*> touched_;  // may have something to start
   std::vector<std::unique_ptr<CurlExchange>> active_;
   std::vector<std::unique_ptr<CurlExchange>> idle_;
-  std::vector<std::shared_ptr<CurlTask>> headersCame_;
+  std::vector<CurlHost*> offline_;  // waiting for connectivity
   TimePoint nextIdleCheck_ = TimePoint::max();
   TimePoint armedFor_ = TimePoint::max();
   EventToken timer_;

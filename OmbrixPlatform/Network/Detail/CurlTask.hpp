@@ -9,6 +9,7 @@
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlURLSession.hpp"
 #include "OmbrixPlatform/Network/URLCache.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
@@ -43,7 +44,8 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   struct Answer {
     std::shared_ptr<const HTTPURLResponse> response;
     Data body;
-    std::shared_ptr<const Data> cachedBody;  ///< instead of `body` when the cache gave it
+    std::shared_ptr<const Data> cachedBody;  ///< instead of `body`: the cache gave it
+    bool isNew = true;                       ///< the cache has not seen it
     Date requestTime{};
     Date responseTime{};
   };
@@ -59,7 +61,7 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   };
 
   CurlTask(std::shared_ptr<CurlURLSession> session, std::uint64_t identifier, URLRequest request,
-           URLSessionCompletionHandler handler, bool sessionHasEnded);
+           URLSessionCompletionHandler handler);
   ~CurlTask() override;
 
   void resume() override;
@@ -78,43 +80,53 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   }
   [[nodiscard]] URLSessionTaskMetrics metrics() const override;
 
-  /// Where the session keeps it; set once, right after it was made.
+  // For the session, right after it was made.
+
   void setPlaceInSession(CurlURLSession::TaskList::iterator where) { placeInSession_ = where; }
+  void setSessionHasEnded() noexcept { sessionHasEnded_ = true; }
 
   // For the network thread.
 
   LoopPlace place;
+
+  /// Set by `submit`, cleared when the loop lets go of it.
+  std::atomic<bool> isWithLoop = false;
 
   [[nodiscard]] std::shared_ptr<const URLRequest> request() const;
   [[nodiscard]] const CurlOrigin& origin() const noexcept { return origin_; }
   [[nodiscard]] const HTTPHeaders& conditions() const noexcept { return conditions_; }
   [[nodiscard]] TimePoint resourceDeadline() const noexcept { return resourceDeadline_; }
   [[nodiscard]] bool isOver() const noexcept { return isClaimed_; }
-  [[nodiscard]] bool isStreaming() const noexcept { return isStreaming_; }
 
-  /// Set by `submit`, cleared when the loop lets go of it.
-  std::atomic<bool> isWithLoop = false;
-
-  void exchangeBegins();
+  void exchangeBegins(TimePoint now);
 
   /// The header of the answer has come; `expectedBytes` -1: unknown.
   void headerCame(std::shared_ptr<const HTTPURLResponse> response, std::int64_t expectedBytes);
 
-  /// Asks the delegate about the header now, since the body takes its time.
-  void askAboutResponse();
+  /// Whether the delegate is to be asked about the header while the body is still coming.
+  [[nodiscard]] bool wantsEarlyQuestion() const;
+  void askEarly();
 
   /// Whether the rest of the body has to wait: the delegate has not answered yet, or has not yet
   /// taken what came. When so, the loop is told once there is room again.
-  [[nodiscard]] bool mustPause(std::size_t gathered);
+  [[nodiscard]] bool mustPause(std::size_t gatheredBytes);
 
-  /// More of the body has come; streamed ones are handed over here.
-  void bodyCame(std::size_t receivedBytes, Data& body);
-
+  /// More of the body has come, `bytes` of it; a streamed one is handed over here.
+  void bodyCame(std::size_t bytes, Data& body);
   void bodySent(std::int64_t totalBytes);
 
-  /// The exchange is over, well or badly.
+  /// The whole answer is there.
   void exchangeEnded(Answer answer, const CurlExchange& exchange);
+
+  /// The task ends with an error, unless it is over. Any thread.
   void fail(std::shared_ptr<const Error> error);
+
+  /// Asks the delegate whether to trust a server; nothing: cancelled. Called on any thread.
+  using TrustAnswer = std::move_only_function<void(std::optional<CurlTrust::Decision>)>;
+  void askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer answer);
+
+  /// Has the session watch the network path for the loop.
+  void awaitConnectivity();
 
  private:
   struct Outcome {
@@ -122,24 +134,28 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
     std::shared_ptr<const HTTPURLResponse> response;
     std::shared_ptr<const Error> error;
   };
+  /// Whether the delegate allows the answer.
   enum class Permission : std::uint8_t { notAsked, asked, given };
 
   bool claim() noexcept { return !isClaimed_.exchange(true); }
   [[nodiscard]] std::shared_ptr<CurlURLSession> session() const;
-  [[nodiscard]] URLCache* cache() const;
+  [[nodiscard]] URLCache* cacheOf(const CurlURLSession& session) const;
 
   void begin();
   void setRequest(URLRequest request);
-  std::shared_ptr<const URLError> refusal() const;
+  [[nodiscard]] std::shared_ptr<const URLError> refusal() const;
+  /// Asks the cache; true when that has answered or refused.
+  bool answeredByCache(CurlURLSession& session, URLCache& cache);
+  void setFetchType(URLSessionTaskMetrics::FetchType type);
 
-  bool follow(Answer& answer);
-  void followTo(URLRequest request);
-  void redirectAnswered(std::optional<URLRequest> request, Answer answer);
+  void follow(CurlURLSession& session, Answer answer);
+  void followTo(CurlURLSession& session, URLRequest request);
 
+  void postConclusion(CurlURLSession& session, Answer answer);
   void conclude(Answer answer);
-  Answer throughCache(Answer answer);
-  void whenPermitted(Job job);
-  void permitted();
+  Answer throughCache(URLCache& cache, Answer answer);
+  void askAboutResponse(CurlURLSession& session);
+  void permitted(CurlURLSession& session);
   void handOverStream();
   void reportSent();
 
@@ -148,9 +164,9 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
 
   const std::uint64_t identifier_;
   const std::shared_ptr<const URLRequest> original_;
-  const bool isStreaming_;
-  const bool sessionHasEnded_;
+  const bool isStreaming_;  // no handler: all goes to the delegate
   const bool hasDelegate_;
+  bool sessionHasEnded_ = false;
   CurlURLSession::TaskList::iterator placeInSession_;
 
   std::atomic<bool> isClaimed_ = false;
@@ -163,12 +179,8 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   CurlOrigin origin_;
   HTTPHeaders conditions_;
   std::optional<CachedURLResponse> validated_;
-  bool isFromCache_ = false;
   int redirects_ = 0;
-  TimePoint resumedAt_{};
   TimePoint resourceDeadline_{};
-
-  std::int64_t reportedSent_ = 0;  // delegate queue
 
   mutable FutexLock lock_;  // guards what follows
   State state_ = State::suspended;
@@ -177,9 +189,11 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   URLSessionCompletionHandler handler_;
   std::shared_ptr<const HTTPURLResponse> response_;
   std::shared_ptr<const Error> error_;
+  TimePoint resumedAt_{};
   URLSessionTaskMetrics metrics_;
   Permission permission_;
-  Job whenPermitted_;
+  std::optional<Outcome> awaitingPermission_;
+  std::int64_t reportedSent_ = 0;
   Data stream_;  // streamed and not yet handed over
   bool isStreamPosted_ = false;
   bool isPaused_ = false;

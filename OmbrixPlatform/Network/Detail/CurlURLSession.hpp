@@ -4,10 +4,12 @@
 #include <cstdint>
 #include <list>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
@@ -55,6 +57,12 @@ class CurlURLSession final : public URLSession,
   /// Runs a job on the delegate queue.
   void post(Job job) { delegateQueue_->async(std::move(job)); }
 
+  /// Whether all paths are constrained just now.
+  [[nodiscard]] bool isConstrained() { return watchPath().currentPath().isConstrained; }
+
+  /// The monitor of the network path, started on first use; it tells the loop of changes.
+  NWPathMonitor& watchPath();
+
   /// Takes a task off the list of those that are not over.
   void taskIsOver(TaskList::iterator place);
 
@@ -66,10 +74,12 @@ class CurlURLSession final : public URLSession,
   const std::shared_ptr<DispatchQueue> delegateQueue_;
   const std::shared_ptr<Clock> clock_;
   const std::shared_ptr<CurlLoop> loop_;
-  mutable FutexLock lock_;  // guards what follows
+  std::atomic<std::uint64_t> lastIdentifier_ = 0;
+  std::once_flag pathOnce_;
+  std::shared_ptr<NWPathMonitor> pathMonitor_;  // set by `pathOnce_`
+  mutable FutexLock lock_;                      // guards what follows
   std::shared_ptr<URLSessionDelegate> delegate_;
   TaskList tasks_;  // not over yet, suspended ones included
-  std::uint64_t lastIdentifier_ = 0;
   bool isInvalid_ = false;
   bool hasEnded_ = false;
 };

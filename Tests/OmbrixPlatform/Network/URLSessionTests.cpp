@@ -74,5 +74,66 @@ TEST(URLSessionTests, RequestsGoOutAsTheyAreStated) {
   EXPECT_EQ(server.connections(), 1) << "connections are kept";
 }
 
+// Redirects "/r/STATUS/TARGET" to "/TARGET", or to TARGET when it is a URL; echoes everything else.
+void redirectOrEcho(RawConnection& connection) {
+  for (auto request = connection.readRequest(); !request.empty();
+       request = connection.readRequest()) {
+    const auto path = request.find(" /r/");
+    if (path == std::string::npos || path > 10) {
+      connection.answer("200 OK", request.starts_with("HEAD") ? "" : request);
+      continue;
+    }
+    const std::string status = request.substr(path + 4, 3);
+    const auto encoded = request.substr(path + 8, request.find(" HTTP/") - path - 8);
+    std::string target = removingPercentEncoding(encoded).value();
+    if (!target.contains(':')) target.insert(0, "/");
+    connection.answer(status + " Elsewhere", "left behind", "Location: " + target + "\r\n");
+  }
+}
+
+// Catches methods, bodies and tokens that travel along where they must not, or get lost where they
+// must.
+TEST(URLSessionTests, RedirectsAreFollowedByTheRules) {
+  RawServer server(redirectOrEcho);
+  RawServer other(redirectOrEcho);
+  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  struct Case {
+    std::string method;
+    std::string path;
+    std::string expected;  // the last request begins so
+    bool hasBody;
+    bool hasToken = true;
+  };
+  // clang-format off: a table
+  const std::vector<Case> cases{
+      {"GET",  "/r/301/x",                 "GET /x ",        false},
+      {"POST", "/r/301/x",                 "GET /x ",        false},
+      {"POST", "/r/302/x",                 "GET /x ",        false},
+      {"PUT",  "/r/302/x",                 "PUT /x ",        true},
+      {"PUT",  "/r/303/x",                 "GET /x ",        false},
+      {"POST", "/r/307/x",                 "POST /x ",       true},
+      {"POST", "/r/308/x",                 "POST /x ",       true},
+      {"POST", "/r/307/r/303/x",           "GET /x ",        false},
+      {"POST", "/r/307/" + server.url("/x"), "POST /x ",     true},
+      {"POST", "/r/307/" + other.url("/x"), "POST /x ",      true, false},
+      {"GET",  "/r/301/" + other.url("/r/301/" + server.url("/x")), "GET /x ", false, false},
+      {"GET",  "/r/301/a{b}",              "GET /a%7Bb%7D ", false},
+  };
+  // clang-format on
+  for (const Case& row : cases) {
+    SCOPED_TRACE(row.method + " " + row.path);
+    URLRequest request = requestTo(
+        server.url(addingPercentEncoding(row.path, URLAllowedCharacters::urlPathAllowed)));
+    request.httpMethod = row.method;
+    if (row.method != "GET") request.httpBody = dataFrom("body");
+    request.headers = {{"Authorization", "Bearer t"}, {"Content-Type", "text/plain"}};
+    const auto outcome = fetch(*session, request);
+    EXPECT_THAT(outcome.text(), ::testing::StartsWith(row.expected));
+    EXPECT_EQ(outcome.text().ends_with("\r\n\r\nbody"), row.hasBody);
+    EXPECT_EQ(outcome.text().contains("Content-Type"), row.hasBody || row.method == "GET");
+    EXPECT_EQ(outcome.text().contains("Bearer t"), row.hasToken);
+  }
+}
+
 }  // namespace
 }  // namespace ombrix::platform

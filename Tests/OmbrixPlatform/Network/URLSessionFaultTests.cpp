@@ -1,0 +1,301 @@
+#include <gtest/gtest.h>
+#include <zlib.h>
+
+#include <thread>
+
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/ManualClock.hpp"
+#include "OmbrixTesting/ManualPathMonitor.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
+#include "RawServer.hpp"
+#include "SessionSupport.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using namespace std::chrono_literals;
+using testing::fetch;
+using testing::RawConnection;
+using testing::RawServer;
+using testing::requestTo;
+using Code = URLError::Code;
+
+// Window bits as zlib takes them.
+constexpr int kGzip = 31;
+constexpr int kZlib = 15;
+constexpr int kBare = -15;
+
+std::string deflated(std::string_view text, int windowBits) {
+  z_stream stream{};
+  ::deflateInit2(&stream, 9, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
+  std::string output(text.size() + 200, '\0');
+  stream.next_in = const_cast<Bytef*>(reinterpret_cast<const Bytef*>(text.data()));
+  stream.avail_in = static_cast<uInt>(text.size());
+  stream.next_out = reinterpret_cast<Bytef*>(output.data());
+  stream.avail_out = static_cast<uInt>(output.size());
+  ::deflate(&stream, Z_FINISH);
+  output.resize(stream.total_out);
+  ::deflateEnd(&stream);
+  return output;
+}
+
+std::string answer(std::string_view fields, std::string_view body) {
+  return "HTTP/1.1 200 OK\r\n" + std::string(fields) +
+         "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + std::string(body);
+}
+
+std::string manyFields(int count) {
+  std::string fields;
+  for (int i = 0; i < count; ++i) fields += "X-" + std::to_string(i) + ": v\r\n";
+  return fields;
+}
+
+std::string summaryOf(Code code) { return "error " + std::to_string(static_cast<int>(code)); }
+
+// Catches answers that are taken for whole though they are cut, damaged, ambiguous or endless, and
+// whole ones that are refused for an unusual form.
+TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
+  const std::string text(5000, 'x');
+  const std::string gzip = deflated(text, kGzip);
+  const std::string coded = "Content-Encoding: gzip\r\n";
+  const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+  struct Case {
+    const char* name;
+    std::string bytes;  // then the connection is closed
+    bool isReset = false;
+    std::string expected;
+  };
+  // clang-format off: a table
+  const std::vector<Case> cases{
+      {"whole",                  answer("", "abc"), false, "200 abc"},
+      {"until the end",          "HTTP/1.0 200 OK\r\n\r\nabc", false, "200 abc"},
+      {"chunked",                chunked + "3\r\nabc\r\n0\r\nX-Trailer: t\r\n\r\n", false, "200 abc"},
+      {"length said twice",      answer("Content-Length: 3\r\n", "abc"), false, "200 abc"},
+      {"interim answers",        "HTTP/1.1 103 Early Hints\r\nX: y\r\n\r\n" + answer("", "abc"), false, "200 abc"},
+      {"folded field",           answer("X-Folded: a\r\n b\r\n", "abc"), false, "200 abc"},
+      {"gzip",                   answer(coded, gzip), false, "200 " + text},
+      {"gzip in two members",    answer(coded, gzip + gzip), false, "200 " + text + text},
+      {"deflate",                answer("Content-Encoding: deflate\r\n", deflated(text, kZlib)), false, "200 " + text},
+      {"deflate, bare",          answer("Content-Encoding: deflate\r\n", deflated(text, kBare)), false, "200 " + text},
+      {"deflate, then gzip",     answer("Content-Encoding: deflate, gzip\r\n", deflated(deflated(text, kZlib), kGzip)), false, "200 " + text},
+      {"empty gzip",             answer(coded, ""), false, "200 "},
+
+      {"nothing",                "", false, summaryOf(Code::networkConnectionLost)},
+      {"reset at once",          "", true, summaryOf(Code::networkConnectionLost)},
+      {"half a header",          "HTTP/1.1 200 OK\r\nX: ", false, summaryOf(Code::networkConnectionLost)},
+      {"no HTTP",                "220 mail.example ready\r\n\r\n", false, summaryOf(Code::cannotParseResponse)},
+      {"a field without colon",  answer("nonsense\r\n", "abc"), false, summaryOf(Code::cannotParseResponse)},
+      {"too many fields",        answer(manyFields(1500), "abc"), false, summaryOf(Code::badServerResponse)},
+      {"too long a header",      answer(manyFields(900) + "X: " + std::string(90'000, 'x') + "\r\nY: " + std::string(90'000, 'x') + "\r\nZ: " + std::string(90'000, 'x') + "\r\n", "abc"), false, summaryOf(Code::badServerResponse)},
+      {"body cut short",         answer("", "abc").substr(0, 40), false, summaryOf(Code::networkConnectionLost)},
+      {"reset in the body",      answer("", "abc").substr(0, 40), true, summaryOf(Code::networkConnectionLost)},
+      {"lengths that differ",    answer("Content-Length: 2\r\n", "abc"), false, summaryOf(Code::badServerResponse)},
+      {"length below zero",      "HTTP/1.1 200 OK\r\nContent-Length: -3\r\n\r\nabc", false, summaryOf(Code::cannotParseResponse)},
+      {"chunks cut short",       chunked + "3\r\nabc\r\n", false, summaryOf(Code::networkConnectionLost)},
+      {"chunks without lengths", chunked + "xyz\r\n", false, summaryOf(Code::cannotParseResponse)},
+      {"gzip cut, length right", answer(coded, gzip.substr(0, gzip.size() - 5)), false, summaryOf(Code::cannotDecodeContentData)},
+      {"gzip damaged",           answer(coded, "no gzip"), false, summaryOf(Code::cannotDecodeContentData)},
+      {"bytes after the gzip",   answer(coded, gzip + "tail"), false, summaryOf(Code::cannotDecodeContentData)},
+      {"unknown coding",         answer("Content-Encoding: own\r\n", "abc"), false, summaryOf(Code::cannotDecodeContentData)},
+  };
+  // clang-format on
+  const Case* current = nullptr;
+  RawServer server([&](RawConnection& connection) {
+    connection.readRequest();
+    connection.send(current->bytes);
+    if (current->isReset) connection.resetAtEnd();
+  });
+  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  for (const Case& row : cases) {
+    current = &row;
+    EXPECT_EQ(fetch(*session, requestTo(server.url())).summary(), row.expected) << row.name;
+  }
+}
+
+// Catches requests that would go out garbled, and hosts that cannot be reached, under other codes.
+TEST(URLSessionFaultTests, WhatCannotBeSentIsRefusedByName) {
+  std::string closedPort;
+  {
+    const RawServer gone([](RawConnection&) {});
+    closedPort = gone.url();
+  }
+  const auto with = [](const std::string& url, const std::string& method, HTTPHeaders headers) {
+    URLRequest request = requestTo(url);
+    request.httpMethod = method;
+    request.headers = std::move(headers);
+    return request;
+  };
+  // clang-format off: a table
+  const std::vector<std::pair<URLRequest, Code>> cases{
+      {requestTo(closedPort),                                  Code::cannotConnectToHost},
+      {requestTo("http://no-such-host.invalid/"),              Code::cannotFindHost},
+      {requestTo("http://[2001:db8::1]/"),                     Code::notConnectedToInternet},
+      {requestTo("ftp://127.0.0.1/"),                          Code::unsupportedURL},
+      {requestTo("/relative"),                                 Code::unsupportedURL},
+      {with(closedPort, "GET", {{"X", "a\r\nInjected: b"}}),   Code::badURL},
+      {with(closedPort, "GET", {{"X Y", "a"}}),                Code::badURL},
+      {with(closedPort, "GET / HTTP/1.1\r\nX:", {}),           Code::badURL},
+  };
+  // clang-format on
+  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  for (const auto& [request, code] : cases) {
+    EXPECT_EQ(fetch(*session, request).summary(), summaryOf(code)) << request.url.absoluteString();
+  }
+}
+
+// Catches bytes sent over a path that is to be spared, and refusals without their reason.
+TEST(URLSessionFaultTests, ConstrainedPathsAreSparedWhereAsked) {
+  RawServer server([](RawConnection& connection) {
+    while (!connection.readRequest().empty()) connection.answer("200 OK", "abc");
+  });
+  for (const bool isConstrained : {true, false}) {
+    const auto paths = std::make_shared<testing::ManualPathMonitorFactory>();
+    paths->setPath({.isConstrained = isConstrained});
+    const testing::ScopedService scoped(services().pathMonitorFactory, paths);
+    for (const bool sessionAllows : {true, false}) {
+      for (const bool requestAllows : {true, false}) {
+        auto configuration = URLSessionConfiguration::ephemeral();
+        configuration.allowsConstrainedNetworkAccess = sessionAllows;
+        URLRequest request = requestTo(server.url());
+        request.allowsConstrainedNetworkAccess = requestAllows;
+        const int before = server.connections();
+        const auto outcome = fetch(*URLSession::make(configuration), request);
+        if (!isConstrained || (sessionAllows && requestAllows)) {
+          EXPECT_EQ(outcome.summary(), "200 abc");
+          continue;
+        }
+        const auto error = std::dynamic_pointer_cast<const URLError>(outcome.error);
+        ASSERT_NE(error, nullptr);
+        EXPECT_EQ(error->code(), Code::notConnectedToInternet);
+        EXPECT_EQ(error->networkUnavailableReason(),
+                  URLError::NetworkUnavailableReason::constrained);
+        EXPECT_EQ(server.connections(), before);
+      }
+    }
+  }
+}
+
+// Waits until a condition holds that other threads bring about; a minute is for ever.
+template <class Condition>
+bool eventually(Condition condition) {
+  const auto end = std::chrono::steady_clock::now() + 1min;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+class URLSessionTimeoutTests : public ::testing::Test {
+ protected:
+  URLSessionTimeoutTests() {
+    configuration_.timeoutIntervalForRequest = 25s;
+    configuration_.timeoutIntervalForResource = 100s;
+  }
+
+  const std::shared_ptr<testing::ManualClock> clock_ = std::make_shared<testing::ManualClock>();
+  const testing::ScopedService<Clock> scoped_{services().clock, clock_};
+  URLSessionConfiguration configuration_ = URLSessionConfiguration::ephemeral();
+};
+
+// Catches servers that fall silent and are waited for without end, at any stage.
+TEST_F(URLSessionTimeoutTests, SilenceEndsATransferAtTheStricterLimit) {
+  std::atomic<int> requests = 0;
+  const std::vector<std::string> sentBefore{"", "HTTP/1.1 200 OK\r\n", answer("", "abc").substr(0, 40)};
+  for (const std::string& bytes : sentBefore) {
+    for (const auto& [requestLimit, limit] : {std::pair{60s, 25s}, std::pair{10s, 10s}}) {
+      requests = 0;
+      RawServer server([&](RawConnection& connection) {
+        connection.readRequest();
+        connection.send(bytes);
+        ++requests;
+        connection.waitForEnd();
+      });
+      const auto session = URLSession::make(configuration_);
+      URLRequest request = requestTo(server.url());
+      request.timeoutInterval = requestLimit;
+      auto running = testing::start(*session, request);
+      ASSERT_TRUE(eventually([&] { return requests == 1; }));
+      clock_->advance(limit - 1s);
+      EXPECT_EQ(running.future.wait_for(30ms), std::future_status::timeout);
+      clock_->advance(2s);
+      if (!bytes.empty()) clock_->advance(25s);  // the bytes may have come after the first step
+      EXPECT_EQ(running.outcome().summary(), summaryOf(Code::timedOut));
+    }
+  }
+}
+
+// Catches a limit of silence that counts although bytes come, and a total limit that does not.
+TEST_F(URLSessionTimeoutTests, ProgressPutsOffTheRequestLimitButNotTheResourceLimit) {
+  std::atomic<RawConnection*> open = nullptr;
+  RawServer server([&](RawConnection& connection) {
+    connection.readRequest();
+    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n");
+    open = &connection;
+    connection.waitForEnd();
+  });
+  const auto session = URLSession::make(configuration_);
+  auto running = testing::start(*session, requestTo(server.url()));
+  ASSERT_TRUE(eventually([&] { return open.load() != nullptr; }));
+  for (int i = 1; i <= 4; ++i) {
+    open.load()->send("x");
+    ASSERT_TRUE(eventually([&] { return running.task->countOfBytesReceived() == i; })) << i;
+    clock_->advance(20s);
+  }
+  EXPECT_EQ(running.future.wait_for(30ms), std::future_status::timeout);
+  open.load()->send("x");
+  ASSERT_TRUE(eventually([&] { return running.task->countOfBytesReceived() == 5; }));
+  clock_->advance(20s);
+  EXPECT_EQ(running.outcome().summary(), summaryOf(Code::timedOut));
+}
+
+// Catches the total limit forgotten while a task waits its turn behind others.
+TEST_F(URLSessionTimeoutTests, TheResourceLimitHoldsInTheQueueToo) {
+  configuration_.httpMaximumConnectionsPerHost = 1;
+  configuration_.timeoutIntervalForRequest = 1000s;
+  configuration_.timeoutIntervalForResource = 100s;
+  std::atomic<int> requests = 0;
+  RawServer server([&](RawConnection& connection) {
+    connection.readRequest();
+    ++requests;
+    connection.waitForEnd();
+  });
+  const auto session = URLSession::make(configuration_);
+  URLRequest request = requestTo(server.url());
+  request.timeoutInterval = 1000s;
+  std::vector<testing::RunningTask> tasks;
+  for (int i = 0; i < 3; ++i) tasks.push_back(testing::start(*session, request));
+  ASSERT_TRUE(eventually([&] { return requests == 1; }));
+  clock_->advance(101s);
+  for (auto& task : tasks) EXPECT_EQ(task.outcome().summary(), summaryOf(Code::timedOut));
+}
+
+// Catches sessions that give up at once although they wait for connectivity, or wait for ever.
+TEST_F(URLSessionTimeoutTests, MissingConnectivityIsWaitedForUntilTheResourceLimit) {
+  const testing::ScopedService scopedPath(
+      services().pathMonitorFactory, std::make_shared<testing::ManualPathMonitorFactory>());
+  configuration_.waitsForConnectivity = true;
+  const auto session = URLSession::make(configuration_);
+  std::vector<testing::RunningTask> tasks;
+  for (const char* url : {"http://no-such-host.invalid/", "http://[2001:db8::1]/"}) {
+    for (int i = 0; i < 2; ++i) tasks.push_back(testing::start(*session, requestTo(url)));
+  }
+  std::string closedPort;
+  {
+    const RawServer gone([](RawConnection&) {});
+    closedPort = gone.url();
+  }
+  EXPECT_EQ(fetch(*session, requestTo(closedPort)).summary(),
+            summaryOf(Code::cannotConnectToHost));
+  tasks[1].task->cancel();
+  EXPECT_EQ(tasks[1].outcome().summary(), summaryOf(Code::cancelled));
+  for (int i = 0; i < 3; ++i) clock_->advance(30s);
+  EXPECT_EQ(tasks[0].future.wait_for(30ms), std::future_status::timeout);
+  clock_->advance(30s);
+  for (const std::size_t i : {0U, 2U, 3U}) {
+    EXPECT_EQ(tasks[i].outcome().summary(), summaryOf(Code::timedOut));
+  }
+}
+
+}  // namespace
+}  // namespace ombrix::platform
