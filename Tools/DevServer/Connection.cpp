@@ -13,6 +13,8 @@ using asio::ip::tcp;
 
 // A client that sends more before it has read its answers is made to wait.
 constexpr std::size_t kMostUnreadBytes = std::size_t{256} * 1024;
+// After so many repetitions without a pause other connections have their turn.
+constexpr std::uint64_t kTurnRepeats = 256;
 constexpr std::size_t kTLSPieceBytes = std::size_t{64} * 1024;
 // How long a connection that was closed on this side waits for the client to do the same.
 constexpr std::chrono::seconds kLingerTime{5};
@@ -144,7 +146,11 @@ bool Connection::followStep() {
     }
     ++repeated_;
     out_ = repeat->bytes;
-    if (repeat->pause.count() > 0 && flush() != Flush::failed) pauseFor(repeat->pause);
+    if (repeat->pause.count() > 0) {
+      if (flush() != Flush::failed) pauseFor(repeat->pause);
+    } else if (repeated_ % kTurnRepeats == 0) {
+      giveWay();
+    }
     return true;
   }
   ++step_;
@@ -166,6 +172,12 @@ void Connection::pauseFor(std::chrono::milliseconds time) {
   timer_.async_wait([self = shared_from_this()](const error_code& error) {
     if (!error) self->resume();
   });
+}
+
+// Lets the other connections have their turn.
+void Connection::giveWay() {
+  isPaused_ = true;
+  asio::post(core_.context, [self = shared_from_this()] { self->resume(); });
 }
 
 void Connection::holdAt(const std::string& gate) {

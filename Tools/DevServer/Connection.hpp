@@ -37,6 +37,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   void finishAnswer();
   bool followStep();
   void pauseFor(std::chrono::milliseconds time);
+  void giveWay();
   void holdAt(const std::string& gate);
   void resume();
 

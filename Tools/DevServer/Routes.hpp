@@ -12,6 +12,7 @@ void addAccountRoutes(ServerCore& core);  // login, accounts, validation, rate l
 void addAdminRoutes(ServerCore& core);    // maintenance, tokens, gates, counters
 void addDataRoutes(ServerCore& core);     // resorts, days, tracks
 void addAnswerRoutes(ServerCore& core);   // echo, status, redirect, slow, gzip, bytes
+void addFaultRoutes(ServerCore& core);    // everything that goes wrong on purpose
 void addCacheRoutes(ServerCore& core);    // answers with cache headers and validators
 
 /// Adds the header fields that the query's items header=Name:value ask for.

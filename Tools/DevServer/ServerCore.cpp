@@ -18,6 +18,7 @@ ServerCore::ServerCore(DevServer::Options given)
   addDataRoutes(*this);
   addAnswerRoutes(*this);
   addCacheRoutes(*this);
+  addFaultRoutes(*this);
 }
 
 Response ServerCore::answer(Request& request) {
