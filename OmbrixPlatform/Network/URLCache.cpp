@@ -7,6 +7,7 @@
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/HTTPCacheControl.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/MemoryURLCache.hpp"
+#include "OmbrixPlatform/Network/Detail/Caching/SqliteURLCache.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
@@ -45,12 +46,19 @@ class TieredURLCache final : public URLCache {
                  std::optional<URL> directory)
       : memoryCapacity_(std::max<std::int64_t>(memoryCapacity, 0)),
         diskCapacity_(directory ? std::max<std::int64_t>(diskCapacity, 0) : 0),
-        memory_(memoryCapacity_) {}
+        memory_(std::make_shared<MemoryURLCache>(memoryCapacity_)) {
+    if (!directory || !DiskBudget(diskCapacity_).isEnough()) return;
+    disk_ = std::make_shared<SqliteURLCache>(
+        directory->path(), diskCapacity_, [weak = std::weak_ptr(memory_)] {
+          const auto memory = weak.lock();
+          return memory ? memory->keysInUse() : std::vector<std::string>();
+        });
+  }
 
   std::int64_t memoryCapacity() const override { return memoryCapacity_; }
   std::int64_t diskCapacity() const override { return diskCapacity_; }
-  std::int64_t currentMemoryUsage() const override { return memory_.usage(); }
-  std::int64_t currentDiskUsage() const override { return 0; }
+  std::int64_t currentMemoryUsage() const override { return memory_->usage(); }
+  std::int64_t currentDiskUsage() const override { return disk_ ? disk_->usage() : 0; }
 
   std::optional<CachedURLResponse> cachedResponse(const URLRequest& request) override {
     if (request.httpMethod != "GET") return std::nullopt;
@@ -66,26 +74,41 @@ class TieredURLCache final : public URLCache {
   }
 
   void removeCachedResponse(const URLRequest& request) override { remove(cacheKey(request.url)); }
-  void removeAllCachedResponses() override { memory_.removeAll(); }
+  void removeAllCachedResponses() override {
+    if (disk_) disk_->removeAll();
+    memory_->removeAll();
+  }
 
   Decision decide(const URLRequest& request) override;
   CachedURLResponse received(const URLRequest& request, Date requestTime, Date responseTime,
                              CachedURLResponse answer, const CachedURLResponse* validated) override;
-  void flush() override {}
+  void flush() override {
+    if (disk_) disk_->flush();
+  }
 
  private:
   CachedAnswerPointer find(const std::string& key, const HTTPHeaders& request) {
-    return memory_.find(key, request);
+    if (auto answer = memory_->find(key, request)) return answer;
+    if (!disk_) return nullptr;
+    const auto generation = memory_->generation();
+    auto answer = disk_->find(key, request);
+    if (answer) memory_->promote(answer, request, generation);
+    return answer;
   }
 
   void keep(const URLRequest& request, const ExchangeTimes& times,
             const CachedURLResponse& answer) {
     auto kept = keptAnswer(cacheKey(request.url), request, times, answer);
     if (!kept) return;
-    memory_.put(std::move(kept), request.headers);
+    if (disk_) disk_->put(kept, request.headers);
+    memory_->put(std::move(kept), request.headers);
   }
 
-  void remove(const std::string& key) { memory_.remove(key); }
+  /// The disk first: what a reader finds there after that, memory must not keep.
+  void remove(const std::string& key) {
+    if (disk_) disk_->remove(key);
+    memory_->remove(key);
+  }
 
   CachedURLResponse confirmed(const URLRequest& request, const ExchangeTimes& times,
                               const HTTPURLResponse& notModified,
@@ -93,7 +116,8 @@ class TieredURLCache final : public URLCache {
 
   const std::int64_t memoryCapacity_;
   const std::int64_t diskCapacity_;
-  MemoryURLCache memory_;
+  const std::shared_ptr<MemoryURLCache> memory_;
+  std::shared_ptr<SqliteURLCache> disk_;  // none without a folder or with too small a budget
 };
 
 URLCache::Decision TieredURLCache::decide(const URLRequest& request) {

@@ -52,4 +52,13 @@ inline CachedURLResponse answerOf(int status, std::string_view fields, std::stri
           std::make_shared<const Data>(dataFrom(body))};
 }
 
+/// Requests and bodies that follow from a number, for tests with many.
+inline URLRequest numberedRequest(int n) {
+  return requestFor("http://a.test/" + std::to_string(n));
+}
+inline std::string numberedBody(int n) {
+  const auto bytes = static_cast<std::size_t>(n) * 7919 % 9000;  // below and above a page
+  return std::to_string(n) + std::string(bytes, static_cast<char>('a' + n % 26));
+}
+
 }  // namespace ombrix::platform::samples

@@ -3,48 +3,16 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "CachingSamples.hpp"
-#include "OmbrixTesting/ManualClock.hpp"
-#include "OmbrixTesting/ScopedService.hpp"
+#include "URLCacheFixture.hpp"
 
 namespace ombrix::platform {
 namespace {
 
 using namespace samples;
-using Kind = URLCache::Decision::Kind;
 
 constexpr std::int64_t kMiB = 1 << 20;
 
-class URLCacheTests : public ::testing::Test {
- protected:
-  /// What a session does with an answer of the server.
-  CachedURLResponse load(URLCache& cache, const URLRequest& request,
-                         const CachedURLResponse& answer,
-                         const CachedURLResponse* validated = nullptr) const {
-    const Date now = clock->now();
-    return cache.received(request, now, now, answer, validated);
-  }
-
-  /// What the cache says of a request, as text: "serve <body>", "validate <conditions>", …
-  static std::string decision(URLCache& cache, const URLRequest& request) {
-    const auto decided = cache.decide(request);
-    switch (decided.kind) {
-      case Kind::serve:
-        return "serve " + std::string(textOf(*decided.answer->data));
-      case Kind::validate:
-        return "validate " + fieldsText(decided.conditions);
-      case Kind::load:
-        return "load";
-      case Kind::unavailable:
-        break;
-    }
-    return "unavailable";
-  }
-
-  std::shared_ptr<testing::ManualClock> clock =
-      std::make_shared<testing::ManualClock>(dateSince1970(kNow));
-  testing::ScopedService<Clock> scoped{services().clock, clock};
-};
+class URLCacheTests : public URLCacheFixture {};
 
 // Catches a 304 whose fields are not kept, whose body is lost, or that confirms something else.
 TEST_F(URLCacheTests, ConfirmationRenewsWhatIsKept) {

@@ -18,10 +18,29 @@ CachedAnswerPointer MemoryURLCache::find(std::string_view key, const HTTPHeaders
 }
 
 void MemoryURLCache::put(CachedAnswerPointer answer, const HTTPHeaders& request) {
-  const std::size_t bytes = answer->memoryBytes();
   const std::lock_guard lock(mutex_);
   removeSelected(answer->key, request);
-  if (static_cast<std::int64_t>(bytes) > capacity_ / kLargestShare) return;
+  insert(std::move(answer));
+}
+
+void MemoryURLCache::promote(CachedAnswerPointer answer, const HTTPHeaders& request,
+                             std::uint64_t generation) {
+  const std::lock_guard lock(mutex_);
+  if (generation != generation_) return;
+  if (const auto variants = byKey_.find(answer->key); variants != byKey_.end()) {
+    for (const auto entry : variants->second) {
+      if (selects(entry->answer->selecting, request)) return;
+    }
+  }
+  insert(std::move(answer));
+}
+
+void MemoryURLCache::insert(CachedAnswerPointer answer) {
+  const std::size_t bytes = answer->memoryBytes();
+  if (static_cast<std::int64_t>(bytes) > capacity_ / kLargestShare) {
+    ++generation_;
+    return;
+  }
   auto& variants = byKey_[answer->key];
   order_.push_front({std::move(answer), bytes});
   variants.insert(variants.begin(), order_.begin());
@@ -30,8 +49,14 @@ void MemoryURLCache::put(CachedAnswerPointer answer, const HTTPHeaders& request)
   while (bytes_ > capacity_) drop(std::prev(order_.end()));
 }
 
+std::uint64_t MemoryURLCache::generation() const {
+  const std::lock_guard lock(mutex_);
+  return generation_;
+}
+
 void MemoryURLCache::remove(std::string_view key) {
   const std::lock_guard lock(mutex_);
+  ++generation_;
   const auto found = byKey_.find(key);
   if (found == byKey_.end()) return;
   for (const auto entry : Variants(found->second)) drop(entry);
@@ -39,6 +64,7 @@ void MemoryURLCache::remove(std::string_view key) {
 
 void MemoryURLCache::removeAll() {
   const std::lock_guard lock(mutex_);
+  ++generation_;
   byKey_.clear();
   order_.clear();
   bytes_ = 0;
@@ -49,14 +75,14 @@ std::int64_t MemoryURLCache::usage() const {
   return bytes_;
 }
 
-std::vector<CachedAnswerPointer> MemoryURLCache::inOrderOfUse() const {
+std::vector<std::string> MemoryURLCache::keysInUse() const {
   const std::lock_guard lock(mutex_);
-  std::vector<CachedAnswerPointer> answers;
-  answers.reserve(order_.size());
+  std::vector<std::string> keys;
+  keys.reserve(order_.size());
   for (auto entry = order_.rbegin(); entry != order_.rend(); ++entry) {
-    answers.push_back(entry->answer);
+    keys.push_back(entry->answer->key);
   }
-  return answers;
+  return keys;
 }
 
 void MemoryURLCache::removeSelected(std::string_view key, const HTTPHeaders& request) {

@@ -26,14 +26,19 @@ class MemoryURLCache {
   /// eighth of the budget is not kept.
   void put(CachedAnswerPointer answer, const HTTPHeaders& request);
 
+  /// Keeps an answer that was found elsewhere after `generation` was asked for, unless something
+  /// was dropped meanwhile, which it might bring back, or there is a newer one.
+  void promote(CachedAnswerPointer answer, const HTTPHeaders& request, std::uint64_t generation);
+  [[nodiscard]] std::uint64_t generation() const;
+
   /// Drops all answers to a URL.
   void remove(std::string_view key);
   void removeAll();
 
   [[nodiscard]] std::int64_t usage() const;
 
-  /// What is kept, that used longest ago first.
-  [[nodiscard]] std::vector<CachedAnswerPointer> inOrderOfUse() const;
+  /// Keys in the order of their use, that used longest ago first.
+  [[nodiscard]] std::vector<std::string> keysInUse() const;
 
  private:
   struct Entry {
@@ -53,6 +58,7 @@ class MemoryURLCache {
   static constexpr std::size_t kMostVariants = 32;  // of one URL: they are searched one by one
 
   void removeSelected(std::string_view key, const HTTPHeaders& request);
+  void insert(CachedAnswerPointer answer);
   void drop(Order::iterator entry);
 
   const std::int64_t capacity_;
@@ -60,6 +66,7 @@ class MemoryURLCache {
   Order order_;
   std::unordered_map<std::string, Variants, TextHash, std::equal_to<>> byKey_;
   std::int64_t bytes_ = 0;
+  std::uint64_t generation_ = 0;  // how often something was dropped other than for its age
 };
 
 }  // namespace ombrix::platform::detail

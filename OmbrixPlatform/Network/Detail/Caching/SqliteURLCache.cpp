@@ -1,0 +1,272 @@
+#include "OmbrixPlatform/Network/Detail/Caching/SqliteURLCache.hpp"
+
+#include <algorithm>
+#include <ranges>
+#include <utility>
+
+namespace ombrix::platform::detail {
+namespace {
+
+constexpr int kReaderBusyMilliseconds = 50;  // somebody waits for the answer
+constexpr int kWriterBusyMilliseconds = 5000;
+constexpr auto kDistrust = std::chrono::seconds(60);
+constexpr std::int64_t kMostPendingBytes = 32 << 20;
+constexpr std::size_t kMostChangesAtOnce = 256;
+constexpr std::size_t kMostUses = 256;
+
+std::int64_t bytesOf(const CachedAnswerPointer& answer) {
+  return answer ? static_cast<std::int64_t>(answer->memoryBytes()) : 0;
+}
+
+}  // namespace
+
+SqliteURLCache::SqliteURLCache(const std::string& folder, std::int64_t capacity,
+                               KeysInUse keysInUse)
+    : budget_(capacity),
+      keysInUse_(std::move(keysInUse)),
+      queue_(DispatchQueue::serial("URLCache", QualityOfService::utility)),
+      reader_(folder, budget_, kReaderBusyMilliseconds),
+      writer_(folder, budget_, kWriterBusyMilliseconds) {}
+
+// What callers ask.
+
+CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeaders& request) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (clearing_ > 0 || !isTrusted()) return nullptr;
+    if (const auto found = pending_.find(key); found != pending_.end()) {
+      for (const auto& change : std::views::reverse(found->second)) {
+        if (!change->answer) return nullptr;
+        if (selects(change->answer->selecting, request)) return change->answer;
+      }
+    }
+  }
+  CachedAnswerPointer answer;
+  SqliteURLCacheFile::Use use{};
+  {
+    const std::lock_guard lock(readerMutex_);
+    try {
+      if (reader_.openExisting()) answer = reader_.find(key, request, use);
+    } catch (const SqliteFailure& failure) {
+      handle(reader_, failure);
+      if (!failure.isBusy() && !failure.isDamage()) {
+        const std::lock_guard stateLock(mutex_);
+        distrust(false);
+      }
+    }
+  }
+  if (!answer) return nullptr;
+  const std::lock_guard lock(mutex_);
+  // It may have been dropped meanwhile.
+  if (clearing_ > 0 || !isTrusted()) return nullptr;
+  if (pending_.contains(key)) return nullptr;
+  uses_.push_back(use);
+  if (uses_.size() >= kMostUses) schedule();
+  return answer;
+}
+
+void SqliteURLCache::put(CachedAnswerPointer answer, const HTTPHeaders& request) {
+  std::string key = answer->key;
+  const bool isTooLarge = bytesOf(answer) > budget_.entry;
+  // What it replaces must go even when it cannot be kept itself.
+  enqueue(std::make_shared<const Change>(
+      Change{std::move(key), isTooLarge ? nullptr : std::move(answer), request}));
+}
+
+void SqliteURLCache::remove(const std::string& key) {
+  enqueue(std::make_shared<const Change>(Change{key, nullptr, {}}));
+}
+
+void SqliteURLCache::enqueue(ChangePointer change) {
+  const std::lock_guard lock(mutex_);
+  if (!isTrusted()) {
+    hasLostChanges_ = true;
+    return;
+  }
+  const std::int64_t bytes = bytesOf(change->answer);
+  if (pendingBytes_ + bytes > kMostPendingBytes) {
+    // The disk is too slow for what comes in: the URL has no answer there for now.
+    change = std::make_shared<const Change>(Change{change->key, nullptr, {}});
+  } else {
+    pendingBytes_ += bytes;
+  }
+  pending_[change->key].push_back(change);
+  changes_.push_back(std::move(change));
+  schedule();
+}
+
+void SqliteURLCache::removeAll() {
+  {
+    const std::lock_guard lock(mutex_);
+    changes_.clear();
+    pending_.clear();
+    pendingBytes_ = 0;
+    uses_.clear();
+    ++clearing_;
+  }
+  const bool isCleared = queue_->sync([this] { return clearFiles(); });
+  const std::lock_guard lock(mutex_);
+  --clearing_;
+  if (isCleared) {
+    distrustedUntil_.reset();
+  } else {
+    distrust(true);
+  }
+  idle_.notify_all();
+}
+
+std::int64_t SqliteURLCache::usage() {
+  std::int64_t bytes = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    if (clearing_ > 0 || !isTrusted()) return 0;
+    bytes = pendingBytes_;
+  }
+  const std::lock_guard lock(readerMutex_);
+  try {
+    if (reader_.openExisting()) bytes += reader_.usage();
+  } catch (const SqliteFailure& failure) {
+    handle(reader_, failure);
+  }
+  return bytes;
+}
+
+void SqliteURLCache::flush() {
+  std::unique_lock lock(mutex_);
+  if (!uses_.empty()) schedule();
+  idle_.wait(lock, [this] { return !isScheduled_; });
+}
+
+// Writing behind. The mutex is held by the caller of these four.
+
+void SqliteURLCache::schedule() {
+  if (std::exchange(isScheduled_, true)) return;
+  queue_->async([self = shared_from_this()] { self->writeBatch(); });
+}
+
+/// Whether the disk is used; when it was left alone for long enough it is tried again.
+bool SqliteURLCache::isTrusted() {
+  if (!distrustedUntil_) return true;
+  const auto now = std::chrono::steady_clock::now();
+  if (now < *distrustedUntil_) return false;
+  if (!hasLostChanges_) {
+    distrustedUntil_.reset();
+    return true;
+  }
+  distrustedUntil_ = now + kDistrust;
+  queue_->async([self = shared_from_this()] {
+    if (!self->clearFiles()) return;
+    const std::lock_guard lock(self->mutex_);
+    self->distrustedUntil_.reset();
+  });
+  return false;
+}
+
+void SqliteURLCache::distrust(bool hasLostChanges) {
+  if (!distrustedUntil_) hasLostChanges_ = false;
+  distrustedUntil_ = std::chrono::steady_clock::now() + kDistrust;
+  hasLostChanges_ = hasLostChanges_ || hasLostChanges || !pending_.empty();
+  changes_.clear();
+  pending_.clear();
+  pendingBytes_ = 0;
+  uses_.clear();
+}
+
+// On the queue.
+
+void SqliteURLCache::writeBatch() {
+  std::vector<ChangePointer> batch;
+  std::vector<SqliteURLCacheFile::Use> uses;
+  {
+    const std::lock_guard lock(mutex_);
+    uses = std::exchange(uses_, {});
+    std::int64_t bytes = 0;
+    while (!changes_.empty() && batch.size() < kMostChangesAtOnce && bytes <= budget_.batch) {
+      bytes += bytesOf(changes_.front()->answer);
+      batch.push_back(std::move(changes_.front()));
+      changes_.pop_front();
+    }
+  }
+  try {
+    if (!uses.empty() && writer_.openExisting()) {
+      writer_.begin();
+      for (const auto& use : uses) writer_.touch(use);
+      writer_.commit();
+    }
+  } catch (const SqliteFailure& failure) {
+    handle(writer_, failure);
+  }
+  const bool isWritten = batch.empty() || write(batch, false) || write(batch, true);
+  const std::lock_guard lock(mutex_);
+  if (isWritten) {
+    forget(batch);
+  } else {
+    distrust(true);
+  }
+  isScheduled_ = false;
+  if (!changes_.empty()) schedule();
+  if (!isScheduled_) idle_.notify_all();
+}
+
+/// Writes the changes in one transaction; where that failed, a second attempt only removes: what
+/// cannot be written must not leave an older answer standing.
+bool SqliteURLCache::write(const std::vector<ChangePointer>& batch, bool isRemovalOnly) {
+  try {
+    const bool isOnlyRemoved =
+        isRemovalOnly || std::ranges::none_of(batch, [](auto& change) { return !!change->answer; });
+    if (isOnlyRemoved && !writer_.openExisting()) return true;
+    if (!isOnlyRemoved) {
+      std::int64_t bytes = 0;
+      for (const auto& change : batch) bytes += bytesOf(change->answer);
+      writer_.makeRoom(bytes, keysInUse_);
+    }
+    writer_.begin();
+    for (const auto& change : batch) {
+      if (change->answer && !isRemovalOnly) {
+        writer_.put(*change->answer, change->request);
+      } else {
+        writer_.remove(change->key);
+      }
+    }
+    writer_.commit();
+    return true;
+  } catch (const SqliteFailure& failure) {
+    handle(writer_, failure);
+    return false;
+  }
+}
+
+void SqliteURLCache::forget(const std::vector<ChangePointer>& batch) {
+  for (const auto& change : batch) {
+    const auto found = pending_.find(change->key);
+    if (found == pending_.end() || std::erase(found->second, change) == 0) continue;
+    pendingBytes_ -= bytesOf(change->answer);
+    if (found->second.empty()) pending_.erase(found);
+  }
+}
+
+bool SqliteURLCache::clearFiles() {
+  try {
+    writer_.clear();
+    const std::lock_guard lock(readerMutex_);
+    reader_.close();
+    return true;
+  } catch (const SqliteFailure&) {
+    return false;
+  }
+}
+
+/// Leaves the file such that the next use can begin anew.
+void SqliteURLCache::handle(SqliteURLCacheFile& file, const SqliteFailure& failure) {
+  if (!failure.isDamage()) {
+    file.close();
+    return;
+  }
+  try {
+    file.setAside();
+  } catch (const SqliteFailure&) {
+    file.close();
+  }
+}
+
+}  // namespace ombrix::platform::detail

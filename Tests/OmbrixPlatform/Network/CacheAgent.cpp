@@ -1,0 +1,57 @@
+// The other process in tests of the cache, on a folder with a budget of bytes; obeys lines:
+//   put <n>    keeps an answer whose body follows from n      get <n>   tells its body, "-" for
+//   none fill       keeps answers until it is killed               clear, flush, usage
+#include <cstdio>
+#include <iostream>
+#include <sstream>
+#include <string>
+
+#include "CachingSamples.hpp"
+
+namespace {
+
+using namespace ombrix::platform;
+using namespace samples;
+
+void say(const std::string& line) {
+  std::puts(line.c_str());
+  std::fflush(stdout);
+}
+
+}  // namespace
+
+int main(int, char** argv) {
+  const auto cache = URLCache::make(0, std::stoll(argv[2]), URL::fileURL(argv[1], true));
+  const auto put = [&](int n) {
+    cache->storeCachedResponse(answerOf(200, "Cache-Control: max-age=1000", numberedBody(n)),
+                               numberedRequest(n));
+  };
+  for (std::string line; std::getline(std::cin, line);) {
+    std::istringstream words(line);
+    std::string command;
+    int n = 0;
+    words >> command >> n;
+    if (command == "put") {
+      put(n);
+    } else if (command == "get") {
+      const auto found = cache->cachedResponse(numberedRequest(n));
+      say(found ? std::string(textOf(*found->data)) : "-");
+    } else if (command == "clear") {
+      cache->removeAllCachedResponses();
+    } else if (command == "flush") {
+      cache->flush();
+      say("flushed");
+    } else if (command == "usage") {
+      say(std::to_string(cache->currentDiskUsage()));
+    } else if (command == "fill") {
+      for (int i = 0;; ++i) {
+        put(i);
+        if (i % 64 != 63) continue;
+        cache->flush();
+        if (i == 63) say("filling");
+      }
+    }
+  }
+  cache->flush();
+  return 0;
+}
