@@ -1,0 +1,83 @@
+#include "OmbrixCore/Networking/HTTPRequestOperationPublisher.hpp"
+
+#include <mutex>
+#include <optional>
+#include <utility>
+
+namespace ombrix {
+
+using platform::Demand;
+
+/// The running delivery to one subscriber.
+class HTTPRequestOperationPublisher::Inner final : public platform::Subscription,
+                                                   public std::enable_shared_from_this<Inner> {
+ public:
+  using Completion = platform::Completion<HTTPError>;
+
+  Inner(std::shared_ptr<HttpRequestOperation> operation, AnySubscriber downstream)
+      : operation_(std::move(operation)), downstream_(std::move(downstream)) {}
+
+  // Kept: every request puts the operation on its queue, which takes none twice: a subscriber that
+  // asks a second time stops the program. Asking once is the contract; an operation that was run
+  // silently again would send the request again.
+  void request(Demand demand) override {
+    if (demand.isNone()) platform::fatalError("a subscriber requested no values");
+    {
+      const std::lock_guard lock(lock_);
+      if (!downstream_) return;
+      demand_ += demand;
+    }
+    // From now on the operation keeps the delivery alive; it lets go of it at its end.
+    operation_->setCombineCallback(
+        [self = shared_from_this()](bool success, int code, std::optional<platform::Data> data) {
+          self->deliver(success, code, std::move(data));
+        });
+    operation_->enqueueForPublisher();
+  }
+
+  void cancel() override {
+    AnySubscriber released;
+    {
+      const std::lock_guard lock(lock_);
+      released.swap(downstream_);
+    }
+    operation_->cancel();
+  }
+
+  void deliver(bool success, int code, std::optional<platform::Data> data) {
+    AnySubscriber downstream;
+    {
+      const std::lock_guard lock(lock_);
+      if (demand_.isNone()) return;
+      downstream.swap(downstream_);
+    }
+    if (!downstream) return;
+    if (!success) {
+      const auto error = HTTPError::withStatusCode(code, data);
+      return downstream->receiveCompletion(Completion::failure(error));
+    }
+    downstream->receiveValue({code, std::move(data).value_or(platform::Data())});
+    downstream->receiveCompletion(Completion::finished());
+  }
+
+ private:
+  const std::shared_ptr<HttpRequestOperation> operation_;
+  platform::FutexLock lock_;
+  AnySubscriber downstream_;  // null once it was served or cancelled
+  Demand demand_ = Demand::none();
+};
+
+HTTPRequestOperationPublisher::HTTPRequestOperationPublisher(
+    std::shared_ptr<HttpRequestOperation> operation)
+    : operation_(std::move(operation)) {}
+
+void HTTPRequestOperationPublisher::receive(AnySubscriber subscriber) const {
+  const auto inner = std::make_shared<Inner>(operation_, subscriber);
+  operation_->setCombineCallback([weak = std::weak_ptr(inner)](
+                                     bool success, int code, std::optional<platform::Data> data) {
+    if (const auto strong = weak.lock()) strong->deliver(success, code, std::move(data));
+  });
+  subscriber->receiveSubscription(inner);
+}
+
+}  // namespace ombrix

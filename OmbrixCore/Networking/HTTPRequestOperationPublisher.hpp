@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+
+#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/HttpRequestOperation.hpp"
+#include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
+
+namespace ombrix {
+
+/// The status and body of a successful answer.
+struct HTTPAnswer {
+  int code = 0;
+  platform::Data data;  // empty when the answer had no body
+
+  friend bool operator==(const HTTPAnswer&, const HTTPAnswer&) = default;
+};
+
+/// A request operation as a publisher: one answer and the end, or a failure by its code and body.
+///
+/// Values are delivered where the operation calls back. The first demand runs an operation of the
+/// product's web service; any other is run by whoever made it. An operation that is cancelled
+/// sends nothing, not even an end: subscribers are released by cancelling their subscription.
+/// One subscription at a time: a second one takes the answer over.
+class HTTPRequestOperationPublisher final
+    : public platform::PublisherOperators<HTTPRequestOperationPublisher, HTTPAnswer, HTTPError> {
+ public:
+  explicit HTTPRequestOperationPublisher(std::shared_ptr<HttpRequestOperation> operation);
+
+  [[nodiscard]] const std::shared_ptr<HttpRequestOperation>& operation() const noexcept {
+    return operation_;
+  }
+
+  void receive(AnySubscriber subscriber) const;
+
+ private:
+  class Inner;
+
+  std::shared_ptr<HttpRequestOperation> operation_;
+};
+
+}  // namespace ombrix

@@ -1,0 +1,231 @@
+#include "OmbrixCore/Networking/HttpRequestOperation.hpp"
+
+#include <exception>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+#include "OmbrixCore/Extensions/Logging/Log.hpp"
+#include "OmbrixPlatform/Network/URLError.hpp"
+
+namespace ombrix {
+namespace {
+
+using platform::Data;
+using platform::Error;
+using platform::JSON;
+using platform::URLError;
+
+constexpr std::string_view kFile = "OmbrixCore/Networking/HttpRequestOperation";
+constexpr LogTag kBuildTag{kFile, "buildRequest()"};
+constexpr LogTag kExecuteTag{kFile, "execute()"};
+constexpr LogTag kHandleTag{kFile, "handle(response:error:json:data:)"};
+
+constexpr std::string_view kJSONType = "application/json";
+constexpr std::chrono::seconds kTimeoutSeconds{60};
+constexpr int kBadRequest = 400;
+constexpr int kNotHTTP = -1;
+constexpr int kLowDataRefused = -2;
+constexpr int kCancelledLocally = -3;
+
+/// All request operations there are, by identity: cancelling one among many looks none of them
+/// through. An operation that is being destroyed is still listed, but cannot be held any more.
+class OperationIndex {
+ public:
+  static OperationIndex& shared() {
+    static OperationIndex& instance = *new OperationIndex;
+    return instance;
+  }
+
+  void add(HttpRequestOperation& operation) {
+    const std::lock_guard lock(lock_);
+    operations_.emplace(operation.taskID(), &operation);
+  }
+  void remove(const HttpRequestOperation& operation) {
+    const std::lock_guard lock(lock_);
+    operations_.erase(operation.taskID());
+  }
+  std::shared_ptr<platform::NSOperation> find(const platform::UUID& id) {
+    const std::lock_guard lock(lock_);
+    const auto found = operations_.find(id);
+    return found == operations_.end() ? nullptr : found->second->weak_from_this().lock();
+  }
+
+ private:
+  platform::FutexLock lock_;
+  std::unordered_map<platform::UUID, HttpRequestOperation*> operations_;
+};
+
+std::string textOf(const Error* error) { return error ? error->what() : "nil"; }
+
+bool isRefusedByLowData(const URLError& error) {
+  return error.networkUnavailableReason() == URLError::NetworkUnavailableReason::constrained;
+}
+
+}  // namespace
+
+HttpRequestOperation::HttpRequestOperation(platform::URL url, HTTPMethod method,
+                                           platform::HTTPHeaders headers, Callback callback,
+                                           std::shared_ptr<platform::URLSession> session)
+    : url_(std::move(url)),
+      method_(method),
+      headers_(std::move(headers)),
+      session_(std::move(session)),
+      taskID_(platform::UUID::random()),
+      callbacks_{std::move(callback), nullptr} {
+  OperationIndex::shared().add(*this);
+}
+
+HttpRequestOperation::~HttpRequestOperation() { OperationIndex::shared().remove(*this); }
+
+std::shared_ptr<HttpRequestOperation> HttpRequestOperation::withTaskID(const platform::UUID& id) {
+  return std::static_pointer_cast<HttpRequestOperation>(OperationIndex::shared().find(id));
+}
+
+void HttpRequestOperation::setCombineCallback(CombineCallback callback) {
+  // What is replaced or refused leaves with the parameter, after the lock is released.
+  const std::lock_guard lock(lock_);
+  if (!takesNoCallbacks_) std::swap(callbacks_.combine, callback);
+}
+
+std::shared_ptr<platform::URLSessionDataTask> HttpRequestOperation::task() const {
+  const std::lock_guard lock(lock_);
+  return task_;
+}
+
+std::optional<platform::URLRequest> HttpRequestOperation::buildRequest() {
+  platform::URLRequest request(url_, platform::URLRequest::CachePolicy::useProtocolCachePolicy,
+                               kTimeoutSeconds);
+  request.httpMethod = platform::rawValue(method_);
+  for (const auto& [name, value] : headers_) request.headers.set(name, value);
+  request.allowsConstrainedNetworkAccess = safeForLowData_;
+  if (!jsonPayload_ && !payload_) return request;
+  try {
+    request.httpBody = jsonPayload_ ? jsonPayload_->rawData() : payload_->body();
+  } catch (const std::exception&) {
+    logError(kBuildTag,
+             "Web: Could not encode HTTP body for call to " + url_.absoluteString());
+    return std::nullopt;
+  }
+  request.headers.set("Content-Type", std::string(kJSONType));
+  return request;
+}
+
+platform::Async<void> HttpRequestOperation::execute() {
+  auto request = buildRequest();
+  if (!request) {
+    endTaskAndCallbackWithSuccess(false, kBadRequest);
+    co_return;
+  }
+  auto self = std::static_pointer_cast<HttpRequestOperation>(shared_from_this());
+  const auto task = session_->dataTask(
+      std::move(*request), [self](std::optional<Data> data, const auto& response,
+                                  const auto& error) {
+        self->taskEnded(std::move(data), response.get(), error.get());
+      });
+  bool wasCancelled = false;
+  {
+    const std::lock_guard lock(lock_);
+    task_ = task;
+    wasCancelled = isCancelling_;
+  }
+  // Whoever cancelled before found no task to cancel.
+  if (wasCancelled) task->cancel();
+  task->resume();
+}
+
+void HttpRequestOperation::cancel() {
+  std::shared_ptr<platform::URLSessionDataTask> task;
+  {
+    const std::lock_guard lock(lock_);
+    isCancelling_ = true;
+    task = task_;
+  }
+  if (task) task->cancel();
+  AsyncOperation::cancel();
+  const Callbacks dropped = takeCallbacks();
+}
+
+void HttpRequestOperation::taskEnded(std::optional<Data> data,
+                                     const platform::URLResponse* response, const Error* error) {
+  // The task's end may overtake the flag that `cancel` sets after it.
+  if (isCancelling()) {
+    const Callbacks dropped = takeCallbacks();
+    {
+      const std::lock_guard lock(lock_);
+      task_ = nullptr;
+    }
+    finish();
+    return;
+  }
+  if (const auto* transport = dynamic_cast<const URLError*>(error)) {
+    if (isRefusedByLowData(*transport)) {
+      logVerbose(kExecuteTag, "Web: HTTP request failed, low data prevented it");
+      return endTaskAndCallbackWithSuccess(false, kLowDataRefused);
+    }
+    if (transport->code() == URLError::Code::cancelled) {
+      logInfo(kExecuteTag, "Web: HTTP request canceled locally");
+      return endTaskAndCallbackWithSuccess(false, kCancelledLocally);
+    }
+  }
+  const auto* http = dynamic_cast<const platform::HTTPURLResponse*>(response);
+  if (!http) {
+    logWarning(kExecuteTag,
+               "Web: Server response was not HTTP, likely offline: " + textOf(error));
+    return endTaskAndCallbackWithSuccess(false, kNotHTTP);
+  }
+  std::optional<JSON> json;
+  // Kept: the type must match exactly, so a body with a charset behind its type is not parsed here;
+  // callers that decode the bytes themselves would pay for it twice.
+  if (data && http->valueForHTTPHeaderField("Content-Type") == kJSONType) {
+    try {
+      json = JSON::parse(*data);
+    } catch (const Error& unparsable) {
+      logError(kExecuteTag, "Web: Error decoding JSON: " + textOf(&unparsable));
+    }
+  }
+  handle(*http, error, std::move(json), std::move(data));
+}
+
+void HttpRequestOperation::handle(const platform::HTTPURLResponse& response, const Error* error,
+                                  std::optional<JSON> json, std::optional<Data> data) {
+  const int status = response.statusCode();
+  const bool success = isSuccessStatus(status);
+  if (!success) {
+    logWarning(kHandleTag, "Web: Non-OK response from server " + std::to_string(status));
+    if (error) logError(kHandleTag, "Web: Error accessing server: " + textOf(error));
+  }
+  endTaskAndCallbackWithSuccess(success, status, std::move(json), std::move(data));
+}
+
+void HttpRequestOperation::endTaskAndCallbackWithSuccess(bool success, int responseCode,
+                                                         std::optional<JSON> json,
+                                                         std::optional<Data> data) {
+  {
+    Callbacks callbacks;
+    {
+      const std::lock_guard lock(lock_);
+      task_ = nullptr;
+      if (!isCancelling_) std::swap(callbacks, callbacks_);
+    }
+    if (callbacks.main) {
+      callbacks.main(success, responseCode, json ? &*json : nullptr, data ? &*data : nullptr);
+    }
+    if (callbacks.combine) callbacks.combine(success, responseCode, std::move(data));
+  }
+  const Callbacks dropped = takeCallbacks();
+  finish();
+}
+
+bool HttpRequestOperation::isCancelling() const {
+  const std::lock_guard lock(lock_);
+  return isCancelling_;
+}
+
+HttpRequestOperation::Callbacks HttpRequestOperation::takeCallbacks() {
+  const std::lock_guard lock(lock_);
+  takesNoCallbacks_ = true;
+  return std::exchange(callbacks_, {});
+}
+
+}  // namespace ombrix

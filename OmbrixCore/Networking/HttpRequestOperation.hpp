@@ -1,0 +1,149 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "OmbrixCore/Concurrency/AsyncOperation.hpp"
+#include "OmbrixCore/Networking/HTTPPayload.hpp"
+#include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/URLSession.hpp"
+#include "OmbrixPlatform/Values/RawValue.hpp"
+#include "OmbrixPlatform/Values/UUID.hpp"
+
+namespace ombrix {
+
+/// One exchange with a server, run by an operation queue.
+///
+/// All outcomes reach the callbacks as a success flag and a code: the status of the answer, or -1
+/// (no HTTP answer, likely offline), -2 (refused by Low Data Mode) or -3 (its task was cancelled by
+/// another hand than `cancel`). A cancelled operation calls nobody, unless a call was under way on
+/// another thread already: whoever waits for its answer gives up waiting by himself. When it is over
+/// it holds neither callbacks nor task, so closures may hold the operation.
+///
+/// What is sent is set before the operation is put on a queue; everything else may be called from
+/// any thread.
+class HttpRequestOperation : public AsyncOperation {
+ public:
+  enum class HTTPMethod { OPTIONS, GET, HEAD, POST, PUT, PATCH, DELETE, TRACE, CONNECT };
+
+  /// The main completion: what the base rules made of the answer. On the session's delegate queue,
+  /// or on the thread pool when no request could be built. The views are valid during the call.
+  using Callback = std::move_only_function<void(bool success, int code, const platform::JSON* json,
+                                                const platform::Data* data)>;
+
+  /// The publisher's completion, called after the other one.
+  using CombineCallback =
+      std::move_only_function<void(bool success, int code, std::optional<platform::Data> data)>;
+
+  /// @param headers Extra fields of the request.
+  /// @param callback May be empty.
+  /// @param session Runs the data task.
+  HttpRequestOperation(platform::URL url, HTTPMethod method, platform::HTTPHeaders headers,
+                       Callback callback, std::shared_ptr<platform::URLSession> session);
+  ~HttpRequestOperation() override;
+
+  [[nodiscard]] const platform::URL& url() const noexcept { return url_; }
+  [[nodiscard]] HTTPMethod method() const noexcept { return method_; }
+  [[nodiscard]] const platform::HTTPHeaders& headers() const noexcept { return headers_; }
+  [[nodiscard]] const std::shared_ptr<platform::URLSession>& session() const noexcept {
+    return session_;
+  }
+
+  /// Names this request, to cancel it by.
+  [[nodiscard]] const platform::UUID& taskID() const noexcept { return taskID_; }
+
+  /// The operation of an identity while somebody holds it, else null. Takes constant time.
+  [[nodiscard]] static std::shared_ptr<HttpRequestOperation> withTaskID(const platform::UUID& id);
+
+  /// A body to send as JSON; wins over `payload`.
+  [[nodiscard]] const std::optional<platform::JSON>& jsonPayload() const { return jsonPayload_; }
+  void setJsonPayload(std::optional<platform::JSON> json) { jsonPayload_ = std::move(json); }
+
+  [[nodiscard]] const std::optional<HTTPPayload>& payload() const { return payload_; }
+  void setPayload(std::optional<HTTPPayload> payload) { payload_ = std::move(payload); }
+
+  /// Whether it may use a constrained network (Low Data Mode); true at first.
+  [[nodiscard]] bool safeForLowData() const { return safeForLowData_; }
+  void setSafeForLowData(bool isSafe) { safeForLowData_ = isSafe; }
+
+  /// Replaces the publisher's completion; let go at once when the operation is over or cancelled.
+  void setCombineCallback(CombineCallback callback);
+
+  /// The running task; null before it starts and after it is over.
+  [[nodiscard]] std::shared_ptr<platform::URLSessionDataTask> task() const;
+
+  /// The request to send; nothing when its body cannot be encoded, which is logged.
+  [[nodiscard]] virtual std::optional<platform::URLRequest> buildRequest();
+
+  /// Sends the request; ends with code 400 when there is none.
+  platform::Async<void> execute() override;
+
+  /// Cancels the task, then the operation, and lets go of the callbacks without a call.
+  void cancel() override;
+
+  /// Puts the operation where it is run, for its publisher, which has got demand. Does nothing
+  /// here: whoever made the publisher runs the operation.
+  virtual void enqueueForPublisher() {}
+
+  /// What an answer means: a status from 200 to 304 is a success, all others are failures, which
+  /// are logged. On the session's delegate queue. An override ends with
+  /// `endTaskAndCallbackWithSuccess`.
+  ///
+  /// @param error Null: a session hands over no answer beside an error.
+  /// @param json The body where its type is exactly "application/json" and it could be parsed.
+  virtual void handle(const platform::HTTPURLResponse& response, const platform::Error* error,
+                      std::optional<platform::JSON> json, std::optional<platform::Data> data);
+
+  /// Lets go of the task, calls both callbacks unless the operation is cancelled, lets go of them
+  /// and finishes.
+  void endTaskAndCallbackWithSuccess(bool success, int responseCode,
+                                     std::optional<platform::JSON> json = std::nullopt,
+                                     std::optional<platform::Data> data = std::nullopt);
+
+ private:
+  struct Callbacks {
+    Callback main;
+    CombineCallback combine;
+  };
+
+  void taskEnded(std::optional<platform::Data> data, const platform::URLResponse* response,
+                 const platform::Error* error);
+  bool isCancelling() const;
+  Callbacks takeCallbacks();
+
+  const platform::URL url_;
+  const HTTPMethod method_;
+  const platform::HTTPHeaders headers_;
+  const std::shared_ptr<platform::URLSession> session_;
+  const platform::UUID taskID_;
+  std::optional<platform::JSON> jsonPayload_;
+  std::optional<HTTPPayload> payload_;
+  bool safeForLowData_ = true;
+
+  mutable platform::FutexLock lock_;  // guards what follows
+  std::shared_ptr<platform::URLSessionDataTask> task_;
+  Callbacks callbacks_;
+  bool isCancelling_ = false;     // from the beginning of `cancel`
+  bool takesNoCallbacks_ = false;  // over or cancelled
+};
+
+/// Whether a status counts as success: 200 to 304.
+// Kept: 304 is the last one that does, although it has no body; a cached answer that the server has
+// confirmed would be reported as a failure otherwise. 305 and above never are.
+constexpr bool isSuccessStatus(int code) noexcept { return code >= 200 && code <= 304; }
+
+}  // namespace ombrix
+
+template <>
+struct ombrix::platform::RawValues<ombrix::HttpRequestOperation::HTTPMethod> {
+  using enum ombrix::HttpRequestOperation::HTTPMethod;
+  static constexpr std::pair<ombrix::HttpRequestOperation::HTTPMethod, std::string_view> table[] = {
+      {OPTIONS, "OPTIONS"}, {GET, "GET"},       {HEAD, "HEAD"},   {POST, "POST"},
+      {PUT, "PUT"},         {PATCH, "PATCH"},   {DELETE, "DELETE"}, {TRACE, "TRACE"},
+      {CONNECT, "CONNECT"},
+  };
+};

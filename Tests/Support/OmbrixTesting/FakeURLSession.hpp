@@ -1,0 +1,89 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixPlatform/Network/URLError.hpp"
+#include "OmbrixPlatform/Network/URLSession.hpp"
+
+namespace ombrix::testing {
+
+/// A session without a network: it records requests and answers by a rule, or as the test says,
+/// task by task. Handlers are called on the delegate queue, as a session's are. Any thread.
+class FakeURLSession final : public platform::URLSession,
+                             public std::enable_shared_from_this<FakeURLSession> {
+  struct Passkey {};
+
+ public:
+  /// How a task ends: with an HTTP answer, with one that is not HTTP, or with an error.
+  struct Answer {
+    int status = 200;
+    platform::HTTPHeaders headers = {};
+    std::optional<std::string_view> body = std::nullopt;
+    bool isHTTP = true;
+    std::shared_ptr<const platform::Error> error = nullptr;
+
+    static Answer failure(platform::URLError error);
+  };
+  /// What to answer a request; nothing leaves the task to `complete`.
+  using Rule = std::function<std::optional<Answer>(const platform::URLRequest&)>;
+
+  static std::shared_ptr<FakeURLSession> make(
+      Rule rule = nullptr, const platform::URLSessionConfiguration& configuration = {},
+      std::shared_ptr<platform::URLSessionDelegate> delegate = nullptr,
+      std::shared_ptr<platform::DispatchQueue> delegateQueue = nullptr);
+  FakeURLSession(Passkey, Rule rule, const platform::URLSessionConfiguration& configuration,
+                 std::shared_ptr<platform::URLSessionDelegate> delegate,
+                 std::shared_ptr<platform::DispatchQueue> delegateQueue);
+  ~FakeURLSession() override;
+
+  /// Ends a task, counted from 0 in the order of `resume`; waits for it to be resumed.
+  void complete(std::size_t index, Answer answer);
+
+  /// The request of a resumed task; waits for it to be resumed.
+  platform::URLRequest request(std::size_t index);
+
+  /// How many tasks were made, and how many of them resumed, so far.
+  [[nodiscard]] std::size_t madeCount() const;
+  [[nodiscard]] std::size_t resumedCount() const;
+
+  [[nodiscard]] const std::shared_ptr<platform::URLSessionDelegate>& delegate() const {
+    return delegate_;
+  }
+
+  // URLSession
+  const platform::URLSessionConfiguration& configuration() const override { return configuration_; }
+  const std::shared_ptr<platform::DispatchQueue>& delegateQueue() const override { return queue_; }
+  std::shared_ptr<platform::URLSessionDataTask> dataTask(
+      platform::URLRequest request,
+      platform::URLSessionCompletionHandler completionHandler) override;
+  std::shared_ptr<platform::URLSessionUploadTask> uploadTask(
+      platform::URLRequest request, std::optional<platform::Data> body,
+      platform::URLSessionCompletionHandler completionHandler) override;
+  void finishTasksAndInvalidate() override;
+  void invalidateAndCancel() override;
+
+ private:
+  class Task;
+
+  std::shared_ptr<Task> taskAt(std::size_t index);
+  void resumed(const std::shared_ptr<Task>& task);
+
+  const Rule rule_;
+  const platform::URLSessionConfiguration configuration_;
+  const std::shared_ptr<platform::URLSessionDelegate> delegate_;
+  const std::shared_ptr<platform::DispatchQueue> queue_;
+  mutable std::mutex mutex_;
+  std::condition_variable added_;
+  std::size_t madeCount_ = 0;
+  bool isEnded_ = false;
+  std::vector<std::shared_ptr<Task>> resumed_;
+};
+
+}  // namespace ombrix::testing
