@@ -1,6 +1,5 @@
 #pragma once
 
-#include <exception>
 #include <map>
 #include <optional>
 #include <string>
@@ -123,12 +122,5 @@ class HTTPError final : public platform::Error {
 
 /// The name of a case as it stands in the declaration.
 std::string_view caseName(HTTPError::Case errorCase) noexcept;
-
-/// The sentence to show to the user, in the user's language; the generic one for null and for
-/// cases that have none of their own.
-std::string errorMessageForError(const HTTPError* error);
-
-/// The same for any exception; the generic sentence for those that are no `HTTPError`.
-std::string errorMessageForError(const std::exception_ptr& error);
 
 }  // namespace ombrix

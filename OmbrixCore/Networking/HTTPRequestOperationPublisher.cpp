@@ -73,10 +73,10 @@ HTTPRequestOperationPublisher::HTTPRequestOperationPublisher(
 
 void HTTPRequestOperationPublisher::receive(AnySubscriber subscriber) const {
   const auto inner = std::make_shared<Inner>(operation_, subscriber);
-  operation_->setCombineCallback([weak = std::weak_ptr(inner)](
-                                     bool success, int code, std::optional<platform::Data> data) {
-    if (const auto strong = weak.lock()) strong->deliver(success, code, std::move(data));
-  });
+  operation_->setCombineCallback(
+      [weak = std::weak_ptr(inner)](bool success, int code, std::optional<platform::Data> data) {
+        if (const auto strong = weak.lock()) strong->deliver(success, code, std::move(data));
+      });
   subscriber->receiveSubscription(inner);
 }
 

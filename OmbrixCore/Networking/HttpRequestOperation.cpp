@@ -103,8 +103,7 @@ std::optional<platform::URLRequest> HttpRequestOperation::buildRequest() {
   try {
     request.httpBody = jsonPayload_ ? jsonPayload_->rawData() : payload_->body();
   } catch (const std::exception&) {
-    logError(kBuildTag,
-             "Web: Could not encode HTTP body for call to " + url_.absoluteString());
+    logError(kBuildTag, "Web: Could not encode HTTP body for call to " + url_.absoluteString());
     return std::nullopt;
   }
   request.headers.set("Content-Type", std::string(kJSONType));
@@ -118,11 +117,11 @@ platform::Async<void> HttpRequestOperation::execute() {
     co_return;
   }
   auto self = std::static_pointer_cast<HttpRequestOperation>(shared_from_this());
-  const auto task = session_->dataTask(
-      std::move(*request), [self](std::optional<Data> data, const auto& response,
-                                  const auto& error) {
-        self->taskEnded(std::move(data), response.get(), error.get());
-      });
+  const auto task =
+      session_->dataTask(std::move(*request),
+                         [self](std::optional<Data> data, const auto& response, const auto& error) {
+                           self->taskEnded(std::move(data), response.get(), error.get());
+                         });
   bool wasCancelled = false;
   {
     const std::lock_guard lock(lock_);
@@ -170,8 +169,7 @@ void HttpRequestOperation::taskEnded(std::optional<Data> data,
   }
   const auto* http = dynamic_cast<const platform::HTTPURLResponse*>(response);
   if (!http) {
-    logWarning(kExecuteTag,
-               "Web: Server response was not HTTP, likely offline: " + textOf(error));
+    logWarning(kExecuteTag, "Web: Server response was not HTTP, likely offline: " + textOf(error));
     return endTaskAndCallbackWithSuccess(false, kNotHTTP);
   }
   std::optional<JSON> json;

@@ -21,8 +21,8 @@ namespace ombrix {
 /// All outcomes reach the callbacks as a success flag and a code: the status of the answer, or -1
 /// (no HTTP answer, likely offline), -2 (refused by Low Data Mode) or -3 (its task was cancelled by
 /// another hand than `cancel`). A cancelled operation calls nobody, unless a call was under way on
-/// another thread already: whoever waits for its answer gives up waiting by himself. When it is over
-/// it holds neither callbacks nor task, so closures may hold the operation.
+/// another thread already: whoever waits for its answer gives up waiting by himself. When it is
+/// over it holds neither callbacks nor task, so closures may hold the operation.
 ///
 /// What is sent is set before the operation is put on a queue; everything else may be called from
 /// any thread.
@@ -127,7 +127,7 @@ class HttpRequestOperation : public AsyncOperation {
   mutable platform::FutexLock lock_;  // guards what follows
   std::shared_ptr<platform::URLSessionDataTask> task_;
   Callbacks callbacks_;
-  bool isCancelling_ = false;     // from the beginning of `cancel`
+  bool isCancelling_ = false;      // from the beginning of `cancel`
   bool takesNoCallbacks_ = false;  // over or cancelled
 };
 
@@ -142,8 +142,8 @@ template <>
 struct ombrix::platform::RawValues<ombrix::HttpRequestOperation::HTTPMethod> {
   using enum ombrix::HttpRequestOperation::HTTPMethod;
   static constexpr std::pair<ombrix::HttpRequestOperation::HTTPMethod, std::string_view> table[] = {
-      {OPTIONS, "OPTIONS"}, {GET, "GET"},       {HEAD, "HEAD"},   {POST, "POST"},
-      {PUT, "PUT"},         {PATCH, "PATCH"},   {DELETE, "DELETE"}, {TRACE, "TRACE"},
-      {CONNECT, "CONNECT"},
+      {OPTIONS, "OPTIONS"}, {GET, "GET"},     {HEAD, "HEAD"},
+      {POST, "POST"},       {PUT, "PUT"},     {PATCH, "PATCH"},
+      {DELETE, "DELETE"},   {TRACE, "TRACE"}, {CONNECT, "CONNECT"},
   };
 };

@@ -260,6 +260,10 @@ std::size_t NSOperationQueue::operationCount() const {
   return state_->locked([](State& state) { return state.entries_.size(); });
 }
 
+bool NSOperationQueue::contains(const NSOperation& operation) const {
+  return operation.owner() == state_;
+}
+
 void NSOperationQueue::cancelAllOperations() {
   for (const auto& operation : operations()) operation->cancel();
 }

@@ -59,6 +59,9 @@ class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
   [[nodiscard]] std::vector<std::shared_ptr<NSOperation>> operations() const;
   [[nodiscard]] std::size_t operationCount() const;
 
+  /// Whether the operation is among `operations`, or just about to be. Takes constant time.
+  [[nodiscard]] bool contains(const NSOperation& operation) const;
+
   /// Cancels what is in the queue now.
   void cancelAllOperations();
 

@@ -50,20 +50,20 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
       handler = std::move(handler_);
       error_ = answer.error;
     }
-    session->queue_->async([url = request_.url, handler = std::move(handler),
-                            answer = std::move(answer)]() mutable {
-      if (answer.error) return handler(std::nullopt, nullptr, answer.error);
-      std::optional<Data> body;
-      if (answer.body) body = platform::dataFrom(*answer.body);
-      if (!answer.isHTTP) {
-        return handler(std::move(body), std::make_shared<const platform::URLResponse>(url),
-                       nullptr);
-      }
-      handler(std::move(body),
-              std::make_shared<const platform::HTTPURLResponse>(url, answer.status,
-                                                                std::move(answer.headers)),
-              nullptr);
-    });
+    session->queue_->async(
+        [url = request_.url, handler = std::move(handler), answer = std::move(answer)]() mutable {
+          if (answer.error) return handler(std::nullopt, nullptr, answer.error);
+          std::optional<Data> body;
+          if (answer.body) body = platform::dataFrom(*answer.body);
+          if (!answer.isHTTP) {
+            return handler(std::move(body), std::make_shared<const platform::URLResponse>(url),
+                           nullptr);
+          }
+          handler(std::move(body),
+                  std::make_shared<const platform::HTTPURLResponse>(url, answer.status,
+                                                                    std::move(answer.headers)),
+                  nullptr);
+        });
   }
 
   State state() const override {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <stdexcept>
-
 #include "OmbrixPlatform/Coding/JSON.hpp"
 
 namespace ombrix {
@@ -128,30 +126,6 @@ TEST(HTTPErrorTests, DescriptionsAndEquality) {
   EXPECT_NE(taken, HTTPError::validationError("taken", {}));
   EXPECT_NE(HTTPError::resourceMovedError("7"), HTTPError::resourceMovedError("8"));
   EXPECT_NE(HTTPError::unknown(), HTTPError::canceled());
-}
-
-// Catches messages that go to the wrong case, and generic errors without a sentence.
-TEST(HTTPErrorTests, MessagesForUsers) {
-  constexpr auto kGeneric = "An unknown error occurred. Sorry, please try again later.";
-  const std::pair<HTTPError, std::string> cases[] = {
-      {HTTPError::validationError("as it stands", {}), "as it stands"},
-      {HTTPError::invalidBody(platform::DecodingError::dataCorrupted("x", {})),
-       "The response was malformed. Please contact support for further assistance."},
-      {HTTPError::resourceNotFoundError(), "Sorry it looks like that link isn't valid."},
-      {HTTPError::networkError(), "Couldn\u2019t contact the server. Are you offline?"},
-      {HTTPError::serverOfflineError(),
-       "Sorry! Looks like the Ombrix servers are undergoing maintenance. Please try again in a "
-       "bit."},
-      {HTTPError::resourceDeletedError(), kGeneric},
-      {HTTPError::missingBody(), kGeneric},
-      {HTTPError::canceled(), kGeneric},
-  };
-  for (const auto& [error, message] : cases) {
-    EXPECT_EQ(errorMessageForError(&error), message) << error.what();
-    EXPECT_EQ(errorMessageForError(std::make_exception_ptr(error)), message);
-  }
-  EXPECT_EQ(errorMessageForError(std::exception_ptr()), kGeneric);
-  EXPECT_EQ(errorMessageForError(std::make_exception_ptr(std::runtime_error("x"))), kGeneric);
 }
 
 }  // namespace

@@ -17,8 +17,8 @@ namespace {
 
 using platform::URLError;
 using platform::URLRequest;
-using testing::FakeURLSession;
 using ::testing::ElementsAre;
+using testing::FakeURLSession;
 using ::testing::IsEmpty;
 using Answer = FakeURLSession::Answer;
 using Method = HttpRequestOperation::HTTPMethod;
@@ -72,12 +72,12 @@ TEST(HttpRequestOperationTests, TheRequestSaysWhatTheOperationSays) {
     Json json;
     std::optional<std::string> body;
   } cases[] = {
-      {Method::GET,    {},    {},   {}},
-      {Method::DELETE, {},    {},   {}},
-      {Method::POST,   bytes, {},   "raw"},
-      {Method::PUT,    value, {},   R"({"name":"Zermatt"})"},
-      {Method::PATCH,  {},    json, R"([1,"a"])"},
-      {Method::POST,   value, json, R"([1,"a"])"},
+      {Method::GET, {}, {}, {}},
+      {Method::DELETE, {}, {}, {}},
+      {Method::POST, bytes, {}, "raw"},
+      {Method::PUT, value, {}, R"({"name":"Zermatt"})"},
+      {Method::PATCH, {}, json, R"([1,"a"])"},
+      {Method::POST, value, json, R"([1,"a"])"},
   };  // clang-format: keeps columns
   for (const auto& test : cases) {
     const auto operation =

@@ -87,8 +87,8 @@ TEST(OmbrixTaskPoolerTests, CancellingACallerCancelsNothingElse) {
   OmbrixTaskPooler<int> pooler;
   platform::PassthroughSubject<int, HTTPError> subject;
   std::counting_semaphore<> asked{0};
-  const auto publisher = subject.handleEvents(
-      {.receiveRequest = [&](platform::Demand) { asked.release(); }});
+  const auto publisher =
+      subject.handleEvents({.receiveRequest = [&](platform::Demand) { asked.release(); }});
   std::stop_source stop;
   Caller creator(pooler.run(publisher, "a"), stop.get_token()), joined(pooler.run(publisher, "a"));
   asked.acquire();

@@ -48,7 +48,9 @@ struct Upload {
     request.httpMethod = "PUT";
     uploadTaskPublisher(session, request, platform::dataFrom("track")).receive(subscriber);
   }
-  void drain() const { session->delegateQueue()->sync([] {}); }
+  void drain() const {
+    session->delegateQueue()->sync([] {});
+  }
 };
 
 // Catches an upload without demand, a second task for more demand, and outcomes that arrive as

@@ -7,6 +7,7 @@
 #include <mutex>
 #include <optional>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "OmbrixPlatform/Network/URLError.hpp"
@@ -84,6 +85,37 @@ class FakeURLSession final : public platform::URLSession,
   std::size_t madeCount_ = 0;
   bool isEnded_ = false;
   std::vector<std::shared_ptr<Task>> resumed_;
+};
+
+/// Makes such sessions for the client under test, all with one rule.
+///
+///     auto sessions = std::make_shared<FakeURLSessionFactory>(rule);
+///     ScopedService scoped(services().urlSessionFactory, sessions);
+class FakeURLSessionFactory final : public platform::URLSessionFactory {
+ public:
+  explicit FakeURLSessionFactory(FakeURLSession::Rule rule = nullptr) : rule_(std::move(rule)) {}
+
+  std::shared_ptr<platform::URLSession> make(
+      const platform::URLSessionConfiguration& configuration,
+      std::shared_ptr<platform::URLSessionDelegate> delegate,
+      std::shared_ptr<platform::DispatchQueue> delegateQueue) override {
+    auto session =
+        FakeURLSession::make(rule_, configuration, std::move(delegate), std::move(delegateQueue));
+    const std::lock_guard lock(mutex_);
+    sessions_.push_back(session);
+    return session;
+  }
+
+  /// The sessions made so far, in order.
+  [[nodiscard]] std::vector<std::shared_ptr<FakeURLSession>> sessions() const {
+    const std::lock_guard lock(mutex_);
+    return sessions_;
+  }
+
+ private:
+  const FakeURLSession::Rule rule_;
+  mutable std::mutex mutex_;
+  std::vector<std::shared_ptr<FakeURLSession>> sessions_;
 };
 
 }  // namespace ombrix::testing

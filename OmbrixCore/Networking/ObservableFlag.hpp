@@ -1,0 +1,80 @@
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <mutex>
+#include <string_view>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
+
+namespace ombrix {
+
+/// A truth value that an object announces under a key, on changes only. Any thread.
+///
+/// Every change is announced once, one after the other: a change that is made while another thread
+/// (or this one, further out) announces an earlier one is announced by that one, right after. No
+/// lock is held meanwhile.
+class ObservableFlag {
+ public:
+  /// @param key Outlives the flag.
+  /// @param onRise Called after each change from false to true was announced.
+  ObservableFlag(platform::KeyValueObserving<bool>& owner, std::string_view key,
+                 std::function<void()> onRise = nullptr)
+      : owner_(owner), key_(key), onRise_(std::move(onRise)) {}
+
+  [[nodiscard]] std::string_view key() const noexcept { return key_; }
+
+  /// The value as it is, perhaps before its observers know.
+  [[nodiscard]] bool value() const {
+    const std::lock_guard lock(lock_);
+    return latest_;
+  }
+
+  /// The value that observers know.
+  [[nodiscard]] bool announced() const noexcept { return announced_; }
+
+  void set(bool value) {
+    update([value] { return value; });
+  }
+
+  /// Sets what a closure computes. Closures run one at a time, under the lock of the flag, so the
+  /// last one to look at what the value depends on decides.
+  template <class Compute>
+  void update(Compute compute) {
+    {
+      const std::lock_guard lock(lock_);
+      const bool value = compute();
+      if (value == latest_) return;
+      latest_ = value;
+      if (pendingChanges_++ > 0) return;
+    }
+    do announceOneChange();
+    while (isMorePending());
+  }
+
+ private:
+  void announceOneChange() {
+    const bool value = !announced_;
+    owner_.willChangeValueForKey(key_);
+    announced_ = value;
+    owner_.didChangeValueForKey(key_);
+    if (value && onRise_) onRise_();
+  }
+
+  bool isMorePending() {
+    const std::lock_guard lock(lock_);
+    return --pendingChanges_ > 0;
+  }
+
+  platform::KeyValueObserving<bool>& owner_;
+  const std::string_view key_;
+  const std::function<void()> onRise_;
+  std::atomic<bool> announced_{false};  // changed by the one thread that announces
+  mutable platform::FutexLock lock_;
+  bool latest_ = false;
+  unsigned pendingChanges_ = 0;
+};
+
+}  // namespace ombrix

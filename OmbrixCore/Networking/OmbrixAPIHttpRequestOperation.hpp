@@ -1,0 +1,60 @@
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "OmbrixCore/Networking/HttpRequestOperation.hpp"
+
+namespace ombrix {
+
+/// A request to the product's web service: carries the shared client's token, the user's languages
+/// and a cache policy, and tells the client what the answer says of login, token and maintenance.
+///
+/// Its fields are set before it is put on a queue.
+class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
+ public:
+  using HttpRequestOperation::HttpRequestOperation;
+
+  // Kept: nothing depends on it. The token is attached whenever there is one; gating it would log
+  // out every caller that never sets this.
+  [[nodiscard]] bool usesAuth() const noexcept { return usesAuth_; }
+  void setUsesAuth(bool usesAuth) { usesAuth_ = usesAuth; }
+
+  /// Whether stored answers are passed over; wins over `cacheOnly`.
+  // Kept: spelled so. Callers know it by this name.
+  [[nodiscard]] bool disableCashe() const noexcept { return disableCashe_; }
+  void setDisableCashe(bool isDisabled) { disableCashe_ = isDisabled; }
+
+  /// Whether only a stored answer will do, however old.
+  [[nodiscard]] bool cacheOnly() const noexcept { return cacheOnly_; }
+  void setCacheOnly(bool cacheOnly) { cacheOnly_ = cacheOnly; }
+
+  /// Which attempt this is, from 1.
+  // Kept: nothing raises it and nothing is tried again; a request that is not safe to repeat would
+  // be sent twice.
+  [[nodiscard]] int attempt() const noexcept { return attempt_; }
+  void setAttempt(int attempt) { attempt_ = attempt; }
+
+  [[nodiscard]] std::optional<platform::URLRequest> buildRequest() override;
+
+  /// Stores the token that the answer carries, whatever its status, and sorts the rest: 200 to 304
+  /// is a success; 400 and 401 mean that the login is invalid; 503 means maintenance, which every
+  /// other answer ends.
+  void handle(const platform::HTTPURLResponse& response, const platform::Error* error,
+              std::optional<platform::JSON> json, std::optional<platform::Data> data) override;
+
+  /// Adds it to the shared client's queue.
+  void enqueueForPublisher() override;
+
+ private:
+  bool usesAuth_ = false;
+  bool disableCashe_ = false;
+  bool cacheOnly_ = false;
+  int attempt_ = 1;
+};
+
+/// The "Accept-Language" field for the languages the user reads, the best one first: five of them
+/// and "*", weighted downward; empty without any.
+[[nodiscard]] std::string acceptLanguageField(std::span<const std::string> languages);
+
+}  // namespace ombrix

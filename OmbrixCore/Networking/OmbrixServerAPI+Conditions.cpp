@@ -1,0 +1,57 @@
+#include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
+
+namespace ombrix {
+
+void OmbrixServerAPI::startPathMonitor() {
+  networkMonitor_->setPathUpdateHandler([weak = weak_from_this()](const platform::NWPath& path) {
+    if (const auto self = weak.lock()) self->pathChanged(path);
+  });
+  // Nobody observes yet: the flags say what is from the beginning.
+  pathChanged(networkMonitor_->currentPath());
+  networkMonitor_->start();
+}
+
+void OmbrixServerAPI::pathChanged(const platform::NWPath& path) {
+  isReachable_.set(path.status != platform::NWPath::Status::unsatisfied);
+  isLimited_.set(path.isConstrained);
+  isExpensive_.set(path.isExpensive);
+}
+
+std::optional<std::string> OmbrixServerAPI::jwtToken() const {
+  const std::lock_guard lock(mutex_);
+  return jwtToken_;
+}
+
+void OmbrixServerAPI::setJwtToken(std::optional<std::string> token) {
+  const std::lock_guard lock(mutex_);
+  jwtToken_.swap(token);
+}
+
+void OmbrixServerAPI::setForceLogoutHandler(std::function<void()> handler) {
+  const std::lock_guard lock(mutex_);
+  forceLogoutHandler_.swap(handler);
+}
+
+void OmbrixServerAPI::setMaintenanceHandler(std::function<void()> handler) {
+  const std::lock_guard lock(mutex_);
+  maintenanceHandler_.swap(handler);
+}
+
+void OmbrixServerAPI::call(const std::function<void()>& handler) const {
+  std::function<void()> current;
+  {
+    const std::lock_guard lock(mutex_);
+    current = handler;
+  }
+  if (current) current();
+}
+
+std::optional<bool> OmbrixServerAPI::valueForKey(std::string_view key) const {
+  for (const auto* flag :
+       {&hasOperations_, &isReachable_, &isLimited_, &isExpensive_, &loginError_, &maintenance_}) {
+    if (flag->key() == key) return flag->announced();
+  }
+  return std::nullopt;
+}
+
+}  // namespace ombrix

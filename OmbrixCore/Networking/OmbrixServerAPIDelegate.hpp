@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+
+#include "OmbrixPlatform/Network/URLSessionDelegate.hpp"
+
+namespace ombrix {
+
+/// What the client's sessions ask: passes on redirects and answers, and accepts the local test
+/// server, and no other, whatever certificate it presents.
+class OmbrixServerAPIDelegate final : public platform::URLSessionDelegate {
+ public:
+  /// @param testHost The local test server's host.
+  explicit OmbrixServerAPIDelegate(std::string testHost);
+
+  void didReceiveChallenge(platform::URLSession& session,
+                           const platform::URLAuthenticationChallenge& challenge,
+                           ChallengeHandler completionHandler) override;
+  void willPerformHTTPRedirection(platform::URLSession& session, platform::URLSessionTask& task,
+                                  const std::shared_ptr<const platform::HTTPURLResponse>& response,
+                                  platform::URLRequest newRequest,
+                                  RedirectHandler completionHandler) override;
+  void didReceiveResponse(platform::URLSession& session, platform::URLSessionDataTask& task,
+                          const std::shared_ptr<const platform::HTTPURLResponse>& response,
+                          ResponseHandler completionHandler) override;
+
+ private:
+  const std::string testHost_;
+};
+
+}  // namespace ombrix

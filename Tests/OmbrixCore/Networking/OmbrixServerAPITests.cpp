@@ -1,0 +1,360 @@
+#include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
+
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "OmbrixCore/Networking/URL+Query.hpp"
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Network/URLCache.hpp"
+#include "OmbrixTesting/EventLog.hpp"
+#include "Tests/OmbrixCore/Networking/ServerAPIFixture.hpp"
+
+namespace ombrix {
+namespace {
+
+using platform::KeyValueObservingOptions;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class OmbrixServerAPITests : public ServerAPITest {
+ protected:
+  // Writes every change of a flag down as "key old>new".
+  platform::ObservationToken observe(std::string_view key) {
+    using enum KeyValueObservingOptions;
+    return client().observe(key, oldValue | newValue, [this](const auto& change) {
+      changes.add(std::string(change.key) + " " + std::to_string(*change.oldValue) + ">" +
+                  std::to_string(*change.newValue));
+    });
+  }
+
+  testing::EventLog changes;
+};
+
+// Catches conditions that follow the wrong answers, handlers that fire on other changes than from
+// false to true, and tokens that are lost or keep their prefix.
+TEST_F(OmbrixServerAPITests, AnswersSetConditionsAndToken) {
+  int logouts = 0, maintenances = 0;
+  client().setForceLogoutHandler([&] { ++logouts; });
+  client().setMaintenanceHandler([&] { ++maintenances; });
+  struct Step {
+    int status;
+    const char* authorization;
+    bool isSuccess, loginError, inMaintenance;
+    int logouts, maintenances;
+    const char* token;
+  };
+  // clang-format off: columns
+  const Step steps[] = {
+      {200, nullptr,                   true,  false, false, 0, 0, nullptr},
+      {200, "Bearer abc",              true,  false, false, 0, 0, "abc"},
+      {503, nullptr,                   false, false, true,  0, 1, "abc"},
+      {503, "Bearer x Bearer y",       false, false, true,  0, 1, "x y"},
+      {404, "",                        false, false, false, 0, 1, "x y"},
+      {503, nullptr,                   false, false, true,  0, 2, "x y"},
+      {304, "plain",                   true,  false, false, 0, 2, "plain"},
+      {401, nullptr,                   false, true,  false, 1, 2, "plain"},
+      {401, nullptr,                   false, true,  false, 1, 2, "plain"},
+      {503, nullptr,                   false, true,  true,  1, 3, "plain"},
+      {400, "Bearer of a failure",     false, true,  false, 1, 3, "of a failure"},
+      {200, nullptr,                   true,  true,  false, 1, 3, "of a failure"},
+      {305, nullptr,                   false, true,  false, 1, 3, "of a failure"},
+  };
+  // clang-format on
+  for (const Step& step : steps) {
+    Answer given{.status = step.status};
+    if (step.authorization) given.headers.set("Authorization", step.authorization);
+    EXPECT_EQ(run(given).has_value(), step.isSuccess) << step.status;
+    EXPECT_EQ(client().loginError(), step.loginError) << step.status;
+    EXPECT_EQ(client().serverIsInMaintenanceMode(), step.inMaintenance) << step.status;
+    EXPECT_EQ(logouts, step.logouts) << step.status;
+    EXPECT_EQ(maintenances, step.maintenances) << step.status;
+    EXPECT_EQ(client().jwtToken(),
+              step.token ? std::optional<std::string>(step.token) : std::nullopt);
+  }
+  // Only what is no login failure and no maintenance is worth a line.
+  std::vector<std::string> lines;
+  for (const auto& line : log.lines()) lines.push_back(line.file + ": " + line.message);
+  const std::string prefix = "OmbrixCore/Networking/OmbrixServerAPI: Web: Non-OK response from ";
+  EXPECT_THAT(lines, ElementsAre(prefix + "server 404", prefix + "server 305"));
+  client().clearLoginError();
+  EXPECT_EQ(run(Answer{.status = 400}).has_value(), false);
+  EXPECT_EQ(logouts, 2);
+}
+
+// Catches a maintenance that ends without an answer, and failures of the wrong case.
+TEST_F(OmbrixServerAPITests, WhatIsNoAnswerLeavesTheConditions) {
+  using platform::URLError;
+  client().triggerMaintenanceMode();
+  const auto constrained = URLError::NetworkUnavailableReason::constrained;
+  const std::pair<Answer, HTTPError> cases[] = {
+      {Answer::failure(URLError(URLError::Code::timedOut)), HTTPError::networkError()},
+      {Answer::failure(URLError(URLError::Code::notConnectedToInternet, "x", constrained)),
+       HTTPError::networkConstrained()},
+      {Answer::failure(URLError(URLError::Code::cancelled)), HTTPError::canceled()},
+  };
+  for (const auto& [given, error] : cases) {
+    EXPECT_EQ(run(given).error(), error);
+    EXPECT_TRUE(client().serverIsInMaintenanceMode());
+  }
+}
+
+// Catches repeated notifications, a handler that is called under a lock or for each trigger, and
+// the end of a condition within its own handler that gets lost.
+TEST_F(OmbrixServerAPITests, ConditionsAreObservable) {
+  const auto login = observe("loginError");
+  const auto maintenance = observe("serverIsInMaintenanceMode");
+  client().setForceLogoutHandler([&] {
+    changes.add("logout");
+    client().clearLoginError();
+    EXPECT_FALSE(client().loginError());
+  });
+  client().triggerLoginError();
+  EXPECT_THAT(changes.take(), ElementsAre("loginError 0>1", "logout", "loginError 1>0"));
+  client().clearLoginError();
+  client().triggerMaintenanceMode();
+  client().triggerMaintenanceMode();
+  client().clearMaintenanceMode();
+  EXPECT_THAT(changes.take(),
+              ElementsAre("serverIsInMaintenanceMode 0>1", "serverIsInMaintenanceMode 1>0"));
+}
+
+// Catches two threads that announce one change, or lose one.
+TEST_F(OmbrixServerAPITests, RacingTriggersAreOneTransition) {
+  std::atomic<int> logouts = 0;
+  client().setForceLogoutHandler([&] { ++logouts; });
+  const auto token = observe("loginError");
+  for (int round = 0; round < 200; ++round) {
+    {
+      std::vector<std::jthread> threads;
+      for (int i = 0; i < 3; ++i) threads.emplace_back([&] { client().triggerLoginError(); });
+    }
+    EXPECT_EQ(logouts, round + 1);
+    client().clearLoginError();
+    EXPECT_THAT(changes.take(), ElementsAre("loginError 0>1", "loginError 1>0"));
+  }
+}
+
+// Catches a path that is not taken over, and notifications without a change.
+TEST_F(OmbrixServerAPITests, FlagsFollowThePath) {
+  using enum platform::NWPath::Status;
+  EXPECT_TRUE(client().isReachable());
+  std::vector<platform::ObservationToken> tokens;
+  for (const char* key : {"isReachable", "isLimited", "isExpensive"})
+    tokens.push_back(observe(key));
+  const struct {
+    platform::NWPath path;
+    std::vector<std::string> changes;
+  } cases[] = {
+      {{unsatisfied, false, false}, {"isReachable 1>0"}},
+      {{requiresConnection, false, false}, {"isReachable 0>1"}},
+      {{satisfied, true, false}, {"isLimited 0>1"}},
+      {{satisfied, true, true}, {"isExpensive 0>1"}},
+      {{unsatisfied, false, true}, {"isReachable 1>0", "isLimited 1>0"}},
+  };
+  for (const auto& test : cases) {
+    paths->setPath(test.path);
+    EXPECT_EQ(changes.take(), test.changes);
+    EXPECT_EQ(client().isReachable(), test.path.status != unsatisfied);
+    EXPECT_EQ(client().isLimited(), test.path.isConstrained);
+    EXPECT_EQ(client().isExpensive(), test.path.isExpensive);
+  }
+}
+
+// Catches a count of external requests that goes below none, and a flag that does not follow the
+// queue.
+TEST_F(OmbrixServerAPITests, HasOperationsFollowsQueueAndExternalRequests) {
+  const auto token = observe("hasOperations");
+  client().completeExternalHTTPRequest();
+  client().trackExternalHTTPRequest();
+  client().trackExternalHTTPRequest();
+  client().completeExternalHTTPRequest();
+  EXPECT_TRUE(client().hasOperations());
+  client().completeExternalHTTPRequest();
+  EXPECT_THAT(changes.take(), ElementsAre("hasOperations 0>1", "hasOperations 1>0"));
+
+  answer([](const auto&) { return std::nullopt; });
+  const auto running = client().publisher("resorts").sink(nullptr, nullptr);
+  EXPECT_TRUE(client().hasOperations());
+  session()->complete(0, {});
+  EXPECT_THAT(changes.takeOnce("hasOperations 1>0"),
+              ElementsAre("hasOperations 0>1", "hasOperations 1>0"));
+  EXPECT_FALSE(client().hasOperations());
+}
+
+// Catches a session or queue that is set up another way, and one that is made before its use.
+TEST_F(OmbrixServerAPITests, SessionsAndQueue) {
+  EXPECT_FALSE(std::filesystem::exists(directories.dir().path() / "caches"));
+  const auto& main = client().session()->configuration();
+  EXPECT_EQ(main.timeoutIntervalForRequest, std::chrono::seconds(25));
+  EXPECT_EQ(main.timeoutIntervalForResource, std::chrono::seconds(30));
+  EXPECT_TRUE(main.waitsForConnectivity);
+  EXPECT_THAT(main.loopbackHosts, ElementsAre("api.ombrix.test"));
+  ASSERT_NE(main.urlCache, nullptr);
+  EXPECT_EQ(main.urlCache->memoryCapacity(), 52'428'800);
+  EXPECT_EQ(main.urlCache->diskCapacity(), 206'233'600);
+  EXPECT_EQ(client().session(), client().session());
+  EXPECT_NE(client().backgroundSession(), client().session());
+  EXPECT_TRUE(client().backgroundSession()->configuration().identifier.ends_with(".background"));
+
+  const auto queue = client().operationQueue();
+  EXPECT_EQ(queue->name(), "API Queue");
+  EXPECT_EQ(queue->maxConcurrentOperationCount(), 6);
+  EXPECT_EQ(queue->underlyingQueue(), client().dispatchQueue());
+  EXPECT_TRUE(client().dispatchQueue()->label().ends_with(".api"));
+}
+
+// Catches a request to the environment before, and a token that goes to another server.
+TEST_F(OmbrixServerAPITests, ChangingTheEnvironment) {
+  answer(Answer{});
+  const std::pair<APIEndpoint, std::string> cases[] = {
+      {APIEndpoint::staging, "dev.ombrix.example"},
+      {APIEndpoint::development, "api.ombrix.test"},
+      {APIEndpoint::production, "api.ombrix.example"},
+  };
+  std::vector<std::shared_ptr<testing::FakeURLSession>> sessions = {session()};
+  EXPECT_EQ(client().baseHost(), "api.ombrix.example");
+  for (const auto& [endpoint, host] : cases) {
+    client().setJwtToken("token");
+    OmbrixServerAPI::change(endpoint);
+    EXPECT_EQ(client().endPoint(), endpoint);
+    EXPECT_EQ(client().baseHost(), host);
+    EXPECT_EQ(client().baseURL(), "https://" + host + "/");
+    EXPECT_EQ(client().endpoint().absoluteString(), "https://" + host + "/");
+    EXPECT_EQ(client().apiEndpoint().absoluteString(), "https://" + host + "/api/v1/");
+    EXPECT_THAT(sessions, ::testing::Not(::testing::Contains(session())));
+    sessions.push_back(session());
+    EXPECT_TRUE(resultOf(client().publisher("resorts")));
+    const auto request = session()->request(0);
+    EXPECT_EQ(request.url.absoluteString(), "https://" + host + "/resorts");
+    EXPECT_EQ(request.headers.value("Authorization"), std::nullopt);
+  }
+  auto configuration = ServerConfiguration::defaults();
+  configuration.production = *platform::URL::parse("https://other.test:8443/x/");
+  client().setConfiguration(configuration);
+  EXPECT_EQ(client().baseURL(), "https://other.test:8443/x/");
+  EXPECT_EQ(platform::rawValue(APIEndpoint::staging), "Staging");
+  EXPECT_EQ(platform::fromRawValue<APIEndpoint>("Development"), APIEndpoint::development);
+}
+
+// Catches a certificate that is accepted for another host than the test server's, and redirects or
+// answers that are stopped.
+TEST_F(OmbrixServerAPITests, TheSessionsDelegate) {
+  using Delegate = platform::URLSessionDelegate;
+  using enum Delegate::AuthChallengeDisposition;
+  const auto fake = session();
+  Delegate& delegate = *fake->delegate();
+  const platform::SecTrust trust{{platform::dataFrom("certificate")}};
+  const struct {
+    std::string host;
+    std::optional<platform::SecTrust> trust;
+    Delegate::AuthChallengeDisposition disposition;
+  } cases[] = {
+      {"api.ombrix.test", trust, useCredential},
+      {"api.ombrix.test", std::nullopt, performDefaultHandling},
+      {"api.ombrix.example", trust, performDefaultHandling},
+      {"other.test", trust, performDefaultHandling},
+  };
+  for (const auto& test : cases) {
+    int calls = 0;
+    delegate.didReceiveChallenge(*fake, {{test.host, 443, test.trust}},
+                                 [&](auto disposition, const auto& credential) {
+                                   ++calls;
+                                   EXPECT_EQ(disposition, test.disposition) << test.host;
+                                   EXPECT_EQ(credential.has_value(), disposition == useCredential);
+                                   if (credential) {
+                                     EXPECT_EQ(credential->trust.certificates, trust.certificates);
+                                   }
+                                 });
+    EXPECT_EQ(calls, 1);
+  }
+  const auto task = fake->dataTask(platform::URLRequest(client().endpoint()), [](auto&&...) {});
+  const platform::URLRequest next(*platform::URL::parse("https://api.ombrix.example/next"));
+  std::optional<platform::URLRequest> passedOn;
+  delegate.willPerformHTTPRedirection(*fake, *task, nullptr, next,
+                                      [&](auto request) { passedOn = std::move(request); });
+  EXPECT_EQ(passedOn, next);
+  std::optional<Delegate::ResponseDisposition> allowed;
+  delegate.didReceiveResponse(*fake, *task, nullptr, [&](auto given) { allowed = given; });
+  EXPECT_EQ(allowed, Delegate::ResponseDisposition::allow);
+}
+
+// Catches caches that are not counted or not cleared.
+TEST_F(OmbrixServerAPITests, CachesAreCountedAndCleared) {
+  const auto cache = client().session()->configuration().urlCache;
+  const auto before = client().cacheSize() - cache->currentDiskUsage();
+  const platform::URLRequest request(client().endpoint());
+  const auto body = std::make_shared<const platform::Data>(100'000);
+  cache->storeCachedResponse(
+      {std::make_shared<const platform::HTTPURLResponse>(
+           request.url, 200, platform::HTTPHeaders{{"Cache-Control", "max-age=60"}}),
+       body},
+      request);
+  cache->flush();
+  EXPECT_TRUE(cache->cachedResponse(request));
+  EXPECT_EQ(client().cacheSize(), before + cache->currentDiskUsage());
+  client().clearCaches();
+  EXPECT_FALSE(cache->cachedResponse(request));
+}
+
+// Catches escapes and separators other than those that are sent today.
+TEST(URLQueryTests, PathsAndComponents) {
+  const auto base = *platform::URL::parse("https://api.ombrix.example/v1/");
+  const std::string root = "https://api.ombrix.example/v1/";
+  const struct {
+    std::string path;
+    std::optional<QueryComponents> components;
+    std::optional<std::string> url;
+  } cases[] = {
+      {"resorts", std::nullopt, root + "resorts"},
+      {"resorts", QueryComponents{}, root + "resorts?"},
+      {"resorts", {{{"b", "1"}, {"a", "2"}}}, root + "resorts?b=1&a=2"},
+      {"resorts?", {{{"q", "a b"}}}, root + "resorts?q=a%20b"},
+      {"resorts?x=1", {{{"q", "1"}}}, root + "resorts?x=1?q=1"},
+      {"resorts", {{{"k&=", "v&=?/"}}}, root + "resorts?k&==v&=?/"},
+      {"resorts", {{{"é", "100%"}}}, root + "resorts?%C3%A9=100%25"},
+      {"/top", {{{"q", "?"}, {"r", "1"}}}, "https://api.ombrix.example/top?q=?r=1"},
+      {"https://other.example/", {{{"q", "1"}}}, "https://other.example/?q=1"},
+      {"no blanks", std::nullopt, std::nullopt},
+  };
+  for (const auto& test : cases) {
+    const auto url = urlWithQueryComponenets(test.path, base, test.components);
+    EXPECT_EQ(url ? std::optional(url->absoluteString()) : std::nullopt, test.url) << test.path;
+  }
+}
+
+// Catches messages that go to the wrong case, and generic errors without a sentence.
+TEST(OmbrixServerAPIMessageTests, MessagesForUsers) {
+  constexpr auto kGeneric = "An unknown error occurred. Sorry, please try again later.";
+  const std::pair<HTTPError, std::string> cases[] = {
+      {HTTPError::validationError("as it stands", {}), "as it stands"},
+      {HTTPError::invalidBody(platform::DecodingError::dataCorrupted("x", {})),
+       "The response was malformed. Please contact support for further assistance."},
+      {HTTPError::resourceNotFoundError(), "Sorry it looks like that link isn't valid."},
+      {HTTPError::networkError(), "Couldn\u2019t contact the server. Are you offline?"},
+      {HTTPError::serverOfflineError(),
+       "Sorry! Looks like the Ombrix servers are undergoing maintenance. Please try again in a "
+       "bit."},
+      {HTTPError::resourceDeletedError(), kGeneric},
+      {HTTPError::missingBody(), kGeneric},
+      {HTTPError::canceled(), kGeneric},
+  };
+  for (const auto& [error, message] : cases) {
+    EXPECT_EQ(OmbrixServerAPI::errorMessageForError(&error), message) << error.what();
+    EXPECT_EQ(OmbrixServerAPI::errorMessageForError(std::make_exception_ptr(error)), message);
+  }
+  EXPECT_EQ(OmbrixServerAPI::errorMessageForError(nullptr), kGeneric);
+  EXPECT_EQ(OmbrixServerAPI::errorMessageForError(std::exception_ptr()), kGeneric);
+  const OmbrixServerAPI::Result<int> success = 1,
+                                     failure = std::unexpected(HTTPError::validationError("v", {}));
+  EXPECT_EQ(OmbrixServerAPI::errorMessageForResult(failure), "v");
+  EXPECT_EQ(OmbrixServerAPI::errorMessageForResult(success), kGeneric);
+  EXPECT_EQ(OmbrixServerAPI::errorMessageForError(std::make_exception_ptr(std::runtime_error("x"))),
+            kGeneric);
+}
+
+}  // namespace
+}  // namespace ombrix
