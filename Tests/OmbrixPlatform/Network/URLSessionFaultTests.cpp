@@ -201,7 +201,8 @@ class URLSessionTimeoutTests : public ::testing::Test {
 // Catches servers that fall silent and are waited for without end, at any stage.
 TEST_F(URLSessionTimeoutTests, SilenceEndsATransferAtTheStricterLimit) {
   std::atomic<int> requests = 0;
-  const std::vector<std::string> sentBefore{"", "HTTP/1.1 200 OK\r\n", answer("", "abc").substr(0, 40)};
+  const std::vector<std::string> sentBefore{"", "HTTP/1.1 200 OK\r\n",
+                                            answer("", "abc").substr(0, 40)};
   for (const std::string& bytes : sentBefore) {
     for (const auto& [requestLimit, limit] : {std::pair{60s, 25s}, std::pair{10s, 10s}}) {
       requests = 0;
@@ -272,8 +273,8 @@ TEST_F(URLSessionTimeoutTests, TheResourceLimitHoldsInTheQueueToo) {
 
 // Catches sessions that give up at once although they wait for connectivity, or wait for ever.
 TEST_F(URLSessionTimeoutTests, MissingConnectivityIsWaitedForUntilTheResourceLimit) {
-  const testing::ScopedService scopedPath(
-      services().pathMonitorFactory, std::make_shared<testing::ManualPathMonitorFactory>());
+  const testing::ScopedService scopedPath(services().pathMonitorFactory,
+                                          std::make_shared<testing::ManualPathMonitorFactory>());
   configuration_.waitsForConnectivity = true;
   const auto session = URLSession::make(configuration_);
   std::vector<testing::RunningTask> tasks;
@@ -285,8 +286,7 @@ TEST_F(URLSessionTimeoutTests, MissingConnectivityIsWaitedForUntilTheResourceLim
     const RawServer gone([](RawConnection&) {});
     closedPort = gone.url();
   }
-  EXPECT_EQ(fetch(*session, requestTo(closedPort)).summary(),
-            summaryOf(Code::cannotConnectToHost));
+  EXPECT_EQ(fetch(*session, requestTo(closedPort)).summary(), summaryOf(Code::cannotConnectToHost));
   tasks[1].task->cancel();
   EXPECT_EQ(tasks[1].outcome().summary(), summaryOf(Code::cancelled));
   for (int i = 0; i < 3; ++i) clock_->advance(30s);

@@ -34,12 +34,7 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
   {
     const std::lock_guard lock(mutex_);
     if (clearing_ > 0 || !isTrusted()) return nullptr;
-    if (const auto found = pending_.find(key); found != pending_.end()) {
-      for (const auto& change : std::views::reverse(found->second)) {
-        if (!change->answer) return nullptr;
-        if (selects(change->answer->selecting, request)) return change->answer;
-      }
-    }
+    if (const auto known = pendingAnswer(key, request)) return *known;
   }
   CachedAnswerPointer answer;
   SqliteURLCacheFile::Use use{};
@@ -57,9 +52,9 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
   }
   if (!answer) return nullptr;
   const std::lock_guard lock(mutex_);
-  // It may have been dropped meanwhile.
+  // It may have been replaced or dropped meanwhile.
   if (clearing_ > 0 || !isTrusted()) return nullptr;
-  if (pending_.contains(key)) return nullptr;
+  if (const auto known = pendingAnswer(key, request)) return *known;
   uses_.push_back(use);
   if (uses_.size() >= kMostUses) schedule();
   return answer;
@@ -137,7 +132,20 @@ void SqliteURLCache::flush() {
   idle_.wait(lock, [this] { return !isScheduled_; });
 }
 
-// Writing behind. The mutex is held by the caller of these four.
+// Writing behind. The mutex is held by the caller of these.
+
+/// What the changes that are not on disk yet say of the request; null for a dropped answer, nothing
+/// when they do not say.
+std::optional<CachedAnswerPointer> SqliteURLCache::pendingAnswer(const std::string& key,
+                                                                 const HTTPHeaders& request) const {
+  const auto found = pending_.find(key);
+  if (found == pending_.end()) return std::nullopt;
+  for (const auto& change : std::views::reverse(found->second)) {
+    const auto& answer = change->answer;
+    if (!answer || selects(answer->selecting, request)) return answer;
+  }
+  return std::nullopt;
+}
 
 void SqliteURLCache::schedule() {
   if (std::exchange(isScheduled_, true)) return;

@@ -56,6 +56,8 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   using ChangePointer = std::shared_ptr<const Change>;
 
   void enqueue(ChangePointer change);
+  [[nodiscard]] std::optional<CachedAnswerPointer> pendingAnswer(const std::string& key,
+                                                                 const HTTPHeaders& request) const;
   void schedule();
   void writeBatch();
   bool write(const std::vector<ChangePointer>& batch, bool isRemovalOnly);
