@@ -1,6 +1,5 @@
 #include <utility>
 
-#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
@@ -21,8 +20,7 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   void setObject(PropertyList value, std::string_view key) override {
     auto all = values_->persistentDomain();
     all.set(std::string(key), value);
-    if (all.size() > kMaxKeys ||
-        PropertyListSerialization::write(std::move(all)).size() > kMaxBytes) {
+    if (!isWithinLimits(std::move(all))) {
       refused_->send({ChangeReason::quotaViolation, {std::string(key)}});
       return;
     }

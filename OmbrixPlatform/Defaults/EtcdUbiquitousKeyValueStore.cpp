@@ -1,0 +1,67 @@
+#include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
+
+#include <atomic>
+#include <future>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
+#include "OmbrixPlatform/Defaults/Detail/EtcdSync.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+EtcdConfiguration checked(EtcdConfiguration configuration) {
+  const auto scheme = configuration.endpoint.scheme();
+  if ((scheme != "http" && scheme != "https") || !configuration.endpoint.host()) {
+    throw Error("the cloud store's address is no http or https URL: " +
+                configuration.endpoint.absoluteString());
+  }
+  if (configuration.domain.empty() || configuration.domain.contains('/')) {
+    throw Error("the cloud store's domain is no file name: \"" + configuration.domain + "\"");
+  }
+  return configuration;
+}
+
+class EtcdUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
+ public:
+  explicit EtcdUbiquitousKeyValueStore(EtcdConfiguration configuration)
+      : sync_(detail::EtcdSync::make(checked(std::move(configuration)))) {}
+
+  // The network's callbacks hold the sync object; it must learn that nobody wants it any more.
+  ~EtcdUbiquitousKeyValueStore() override { sync_->close(); }
+
+  std::optional<PropertyList> objectForKey(std::string_view key) const override {
+    return sync_->value(key);
+  }
+
+  void setObject(PropertyList value, std::string_view key) override {
+    auto all = sync_->values();
+    all.set(std::string(key), value);
+    if (!isWithinLimits(std::move(all))) return sync_->tellRefused(key);
+    sync_->set(key, std::move(value));
+  }
+
+  void removeObjectForKey(std::string_view key) override { sync_->set(key, std::nullopt); }
+
+  PropertyList::Dictionary dictionaryRepresentation() const override { return sync_->values(); }
+
+  bool synchronize() override { return sync_->synchronize(); }
+
+  ObservationToken observeExternalChanges(ExternalChangeHandler handler) override {
+    return sync_->observe(std::move(handler));
+  }
+
+ private:
+  const std::shared_ptr<detail::EtcdSync> sync_;
+};
+
+}  // namespace
+
+std::shared_ptr<NSUbiquitousKeyValueStore> makeEtcdUbiquitousKeyValueStore(
+    EtcdConfiguration configuration) {
+  return std::make_shared<EtcdUbiquitousKeyValueStore>(std::move(configuration));
+}
+
+}  // namespace ombrix::platform
