@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 
+#include "Examples/HostApp/CloudStore.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
@@ -88,6 +89,7 @@ void watch(unsigned count) {
 void addSettingsCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("settings", "Shows and changes the user's settings");
   command->require_subcommand(1);
+  addCloudOption(*command);
 
   command->add_subcommand("list", "Prints every setting")->callback([] {
     for (const Setting& setting : allSettings()) print(setting);
@@ -112,11 +114,14 @@ void addSettingsCommand(CLI::App& app) {
                                                       fmt::join(setting.values, ", ")));
     }
     setting.set(options->value);
+    if (settings().syncPreferences()) bringCloudUpToDate();
   });
 
   CLI::App* watching = command->add_subcommand("watch", "Prints each change, from any process");
   watching->add_option("--count", options->count, "End after this many changes");
   watching->callback([options] { watch(options->count); });
+
+  addSyncCommand(*command);
 }
 
 }  // namespace ombrix::hostapp

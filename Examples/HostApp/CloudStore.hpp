@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace ombrix::hostapp {
+
+/// Adds `--cloud URL`, by which the settings use an etcd server as the user's cloud store.
+void addCloudOption(CLI::App& settings);
+
+/// Adds `sync` with its commands.
+void addSyncCommand(CLI::App& settings);
+
+/// Sends what was changed to the cloud and says so when that must wait; quick where no server was
+/// named. Call it at the end of a command that changes a synced setting.
+void bringCloudUpToDate();
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,68 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "OmbrixTesting/EtcdServer.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
+#include "Program.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+using ::testing::HasSubstr;
+
+/// Two devices of one user, each with a settings folder of its own, and a cloud between them.
+class CloudTests : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    if (!testing::EtcdServer::isInstalled()) {
+      GTEST_SKIP() << "etcd is not installed (scripts/setup --with-etcd)";
+    }
+    server.emplace(dir.path() / "server");
+    ::setenv("OMBRIX_CLOUD", server->url().absoluteString().c_str(), 1);
+  }
+  void TearDown() override { ::unsetenv("OMBRIX_CLOUD"); }
+
+  std::string on(const std::string& device, const std::string& arguments) const {
+    ::setenv("XDG_CONFIG_HOME", (dir.path() / device).c_str(), 1);
+    return run(dir, "settings " + arguments).output;
+  }
+
+  const testing::ScopedDir dir;
+  std::optional<testing::EtcdServer> server;
+};
+
+// Catches values that win on the wrong side when sync is turned on.
+TEST_F(CloudTests, WhoseValuesWinIsTheUsersChoice) {
+  on("phone", "set syncPreferences false");
+  on("phone", "set metricType british");
+  on("desktop", "set syncPreferences false");
+  on("desktop", "set metricType kilometers");
+  EXPECT_THAT(on("phone", "sync status"), HasSubstr("in the cloud: nothing"));
+
+  EXPECT_THAT(on("phone", "sync enable --local-wins"), HasSubstr("units = british"));
+  EXPECT_THAT(on("desktop", "sync enable --cloud-wins"), HasSubstr("units = british"));
+  EXPECT_EQ(on("desktop", "get metricType"), "british\n");
+  EXPECT_EQ(on("desktop", "get syncPreferences"), "true\n");
+
+  EXPECT_EQ(on("desktop", "set metricType miles"), "");
+  EXPECT_EQ(on("phone", "get metricType"), "british\n");  // nothing comes in by itself
+  EXPECT_THAT(on("phone", "sync enable --cloud-wins"), HasSubstr("units = miles"));
+  EXPECT_EQ(on("phone", "get metricType"), "miles\n");
+
+  EXPECT_THAT(on("phone", "sync reset"), ::testing::Not(HasSubstr("units")));
+  EXPECT_EQ(on("desktop", "get metricType"), "miles\n");
+}
+
+// Catches a change that is lost because the cloud was away when it was made.
+TEST_F(CloudTests, WhatIsChangedMeanwhileIsSentLater) {
+  on("phone", "sync enable --local-wins");
+  server->stop();
+  EXPECT_THAT(on("phone", "set metricType british"), HasSubstr("kept and sent later"));
+  EXPECT_EQ(on("phone", "get metricType"), "british\n");
+  server->start();
+  EXPECT_THAT(on("phone", "sync status"), HasSubstr("units = british"));
+  EXPECT_THAT(on("desktop", "sync enable --cloud-wins"), HasSubstr("units = british"));
+}
+
+}  // namespace
+}  // namespace ombrix::hostapp
