@@ -2,12 +2,9 @@
 
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixC/Detail/Observation.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
-
-struct OmbrixObservation {
-  ombrix::platform::ObservationToken token;
-};
 
 namespace {
 
@@ -172,14 +169,5 @@ OmbrixObservation* ombrix_Settings_addObserver_forKeyPath_context_(OmbrixSetting
                                                                    OmbrixObserver observer,
                                                                    const char* keyPath,
                                                                    void* context) {
-  if (observer == nullptr) return nullptr;
-  return catching(nullptr, [&] {
-    return new OmbrixObservation{from(self).observe(
-        textFrom(keyPath), ombrix::platform::KeyValueObservingOptions::prior,
-        [observer, context, name = std::string(textFrom(keyPath))](const auto& change) {
-          observer(name.c_str(), change.isPrior, context);
-        })};
-  });
+  return ombrix::c::observe(from(self), keyPath, observer, context);
 }
-
-void ombrix_Observation_release(OmbrixObservation* observation) { delete observation; }

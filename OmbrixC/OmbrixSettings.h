@@ -3,6 +3,7 @@
 
 #include <stdbool.h>
 
+#include "OmbrixC/OmbrixObservation.h"
 #include "OmbrixC/OmbrixTypes.h"
 
 #ifdef __cplusplus
@@ -86,22 +87,12 @@ void ombrix_Settings_setSyncPreferences_(OmbrixSettings* self, bool syncPreferen
 bool ombrix_Settings_extraLogging(const OmbrixSettings* self);
 void ombrix_Settings_setExtraLogging_(OmbrixSettings* self, bool extraLogging);
 
-/// Keeps an observer registered until it is released.
-typedef struct OmbrixObservation OmbrixObservation;
-
-/// Called before (`isPrior`) and after a change of a property, on the thread that changes it.
-typedef void (*OmbrixObserver)(const char* keyPath, bool isPrior, void* context);
-
 /// Calls the observer on every change of the property; the caller owns the result. NULL for an
 /// observer that is NULL.
 OmbrixObservation* ombrix_Settings_addObserver_forKeyPath_context_(OmbrixSettings* self,
                                                                    OmbrixObserver observer,
                                                                    const char* keyPath,
                                                                    void* context);
-
-/// Ends an observation: no call of its observer starts any more, and those on other threads have
-/// ended. NULL is allowed.
-void ombrix_Observation_release(OmbrixObservation* observation);
 
 #ifdef __cplusplus
 }

@@ -9,12 +9,14 @@
 
 struct OmbrixError {
   std::string message;
+  std::exception_ptr exception;  // null where there was none
 };
 
 namespace ombrix::c {
 
+/// @param message Of the exception that is being handled, if any.
 inline void setError(OmbrixError** error, std::string message) {
-  if (error != nullptr) *error = new OmbrixError{std::move(message)};
+  if (error != nullptr) *error = new OmbrixError{std::move(message), std::current_exception()};
 }
 
 /// Runs an operation for a C caller: an exception becomes `*error` and the result's empty value

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <string>
 
+#include "OmbrixC/OmbrixAPIHttpRequestOperation.h"
 #include "OmbrixC/OmbrixAttributedString.h"
 #include "OmbrixC/OmbrixDate.h"
 #include "OmbrixC/OmbrixError.h"
@@ -14,6 +15,7 @@
 #include "OmbrixC/OmbrixLoggingService.h"
 #include "OmbrixC/OmbrixMath.h"
 #include "OmbrixC/OmbrixOperationQueue.h"
+#include "OmbrixC/OmbrixServerAPI.h"
 #include "OmbrixC/OmbrixSettings.h"
 #include "OmbrixC/OmbrixTypes.h"
 #include "OmbrixC/OmbrixUnits.h"

@@ -17,9 +17,9 @@ namespace {
 
 using platform::textOf;
 using platform::URL;
-using testing::TestServer;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using testing::TestServer;
 using Dictionary = std::map<std::string, platform::JSON>;
 using Method = OmbrixServerAPI::HTTPMethod;
 
@@ -41,8 +41,7 @@ class ServerAPIEndToEndTests : public ::testing::Test {
     return resultOf(client().publisher(url));
   }
   void logIn() {
-    const HTTPPayload body(
-        Dictionary{{"email", "skier@ombrix.test"}, {"password", "powder"}});
+    const HTTPPayload body(Dictionary{{"email", "skier@ombrix.test"}, {"password", "powder"}});
     ASSERT_TRUE(resultOf(client().publisher("login", Method::POST, false, body)));
   }
   /// What the server was sent last on a path.
@@ -116,10 +115,9 @@ TEST_F(ServerAPIEndToEndTests, StatusesAndRedirects) {
       {"status/500", "serverError"},
       {"rate-limit?allow=0", "rateLimitError"},
       {"redirect?to=/status/201", R"(201 {"status":201})"},
-      {"invalid?b=two&a=one&b=three",
-       R"(validationError(message: "two)"
-       "\n"
-       R"(one", errors: ["a": "one", "b": "two"]))"},
+      {"invalid?b=two&a=one&b=three", R"(validationError(message: "two)"
+                                      "\n"
+                                      R"(one", errors: ["a": "one", "b": "two"]))"},
   };
   for (const auto& [path, outcome] : cases) {
     const auto result = get(path);
@@ -226,8 +224,7 @@ TEST_F(ServerAPIEndToEndTests, UploadsWithDemand) {
   platform::URLRequest request(*URL::parse("tracks/7", client().endpoint()));
   request.httpMethod = "PUT";
   request.headers.set("Authorization", "Bearer " + *client().jwtToken());
-  const auto publisher =
-      uploadTaskPublisher(client().session(), request, platform::dataFrom(body));
+  const auto publisher = uploadTaskPublisher(client().session(), request, platform::dataFrom(body));
   EXPECT_EQ(server.requestCount("/tracks/7"), 0u);
   const auto answer = asAsync(publisher).get();
   const auto* http = dynamic_cast<const platform::HTTPURLResponse*>(answer.response.get());
