@@ -70,6 +70,10 @@ std::optional<std::string> ChildProcess::readLine(std::chrono::steady_clock::dur
   }
 }
 
+void ChildProcess::signal(int number) const {
+  if (process_ >= 0) ::kill(process_, number);
+}
+
 void ChildProcess::kill() {
   if (process_ < 0) return;
   ::kill(process_, SIGKILL);

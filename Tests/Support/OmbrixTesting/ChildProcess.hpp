@@ -27,6 +27,9 @@ class ChildProcess {
   std::optional<std::string> readLine(
       std::chrono::steady_clock::duration timeout = std::chrono::seconds(30));
 
+  /// Sends it a signal, by number.
+  void signal(int number) const;
+
   /// Ends it at once, as `kill -9` does, and waits until it is gone.
   void kill();
 
