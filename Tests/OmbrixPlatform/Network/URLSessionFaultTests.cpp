@@ -7,7 +7,7 @@
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ManualPathMonitor.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
-#include "RawServer.hpp"
+#include "OmbrixTesting/TestServer.hpp"
 #include "SessionSupport.hpp"
 
 namespace ombrix::platform {
@@ -15,9 +15,8 @@ namespace {
 
 using namespace std::chrono_literals;
 using testing::fetch;
-using testing::RawConnection;
-using testing::RawServer;
 using testing::requestTo;
+using testing::TestServer;
 using Code = URLError::Code;
 
 // Window bits as zlib takes them.
@@ -99,26 +98,18 @@ TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
       {"unknown coding",         answer("Content-Encoding: own\r\n", "abc"), false, summaryOf(Code::cannotDecodeContentData)},
   };
   // clang-format on
-  const Case* current = nullptr;
-  RawServer server([&](RawConnection& connection) {
-    connection.readRequest();
-    connection.send(current->bytes);
-    if (current->isReset) connection.resetAtEnd();
-  });
+  TestServer server(TestServer::Wire::plain);
   const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
   for (const Case& row : cases) {
-    current = &row;
-    EXPECT_EQ(fetch(*session, requestTo(server.url())).summary(), row.expected) << row.name;
+    server.scriptConnections(
+        {devserver::Send{row.bytes}, row.isReset ? devserver::End::reset : devserver::End::close});
+    EXPECT_EQ(fetch(*session, requestTo(server.url("/"))).summary(), row.expected) << row.name;
   }
 }
 
 // Catches requests that would go out garbled, and hosts that cannot be reached, under other codes.
 TEST(URLSessionFaultTests, WhatCannotBeSentIsRefusedByName) {
-  std::string closedPort;
-  {
-    const RawServer gone([](RawConnection&) {});
-    closedPort = gone.url();
-  }
+  const std::string closedPort = TestServer(TestServer::Wire::plain).baseURL();
   const auto with = [](const std::string& url, const std::string& method, HTTPHeaders headers) {
     URLRequest request = requestTo(url);
     request.httpMethod = method;
@@ -145,9 +136,7 @@ TEST(URLSessionFaultTests, WhatCannotBeSentIsRefusedByName) {
 
 // Catches bytes sent over a path that is to be spared, and refusals without their reason.
 TEST(URLSessionFaultTests, ConstrainedPathsAreSparedWhereAsked) {
-  RawServer server([](RawConnection& connection) {
-    while (!connection.readRequest().empty()) connection.answer("200 OK", "abc");
-  });
+  TestServer server(TestServer::Wire::plain);
   for (const bool isConstrained : {true, false}) {
     const auto paths = std::make_shared<testing::ManualPathMonitorFactory>();
     paths->setPath({.isConstrained = isConstrained});
@@ -156,9 +145,9 @@ TEST(URLSessionFaultTests, ConstrainedPathsAreSparedWhereAsked) {
       for (const bool requestAllows : {true, false}) {
         auto configuration = URLSessionConfiguration::ephemeral();
         configuration.allowsConstrainedNetworkAccess = sessionAllows;
-        URLRequest request = requestTo(server.url());
+        URLRequest request = requestTo(server.url("/status/200?body=abc"));
         request.allowsConstrainedNetworkAccess = requestAllows;
-        const int before = server.connections();
+        const auto before = server.counters();
         const auto outcome = fetch(*URLSession::make(configuration), request);
         if (!isConstrained || (sessionAllows && requestAllows)) {
           EXPECT_EQ(outcome.summary(), "200 abc");
@@ -169,7 +158,7 @@ TEST(URLSessionFaultTests, ConstrainedPathsAreSparedWhereAsked) {
         EXPECT_EQ(error->code(), Code::notConnectedToInternet);
         EXPECT_EQ(error->networkUnavailableReason(),
                   URLError::NetworkUnavailableReason::constrained);
-        EXPECT_EQ(server.connections(), before);
+        EXPECT_EQ(server.counters(), before);
       }
     }
   }
@@ -200,23 +189,17 @@ class URLSessionTimeoutTests : public ::testing::Test {
 
 // Catches servers that fall silent and are waited for without end, at any stage.
 TEST_F(URLSessionTimeoutTests, SilenceEndsATransferAtTheStricterLimit) {
-  std::atomic<int> requests = 0;
   const std::vector<std::string> sentBefore{"", "HTTP/1.1 200 OK\r\n",
                                             answer("", "abc").substr(0, 40)};
   for (const std::string& bytes : sentBefore) {
     for (const auto& [requestLimit, limit] : {std::pair{60s, 25s}, std::pair{10s, 10s}}) {
-      requests = 0;
-      RawServer server([&](RawConnection& connection) {
-        connection.readRequest();
-        connection.send(bytes);
-        ++requests;
-        connection.waitForEnd();
-      });
+      TestServer server(TestServer::Wire::plain);
+      server.scriptConnections({devserver::Send{bytes}, devserver::Hold{"never"}});
       const auto session = URLSession::make(configuration_);
-      URLRequest request = requestTo(server.url());
+      URLRequest request = requestTo(server.url("/"));
       request.timeoutInterval = requestLimit;
       auto running = testing::start(*session, request);
-      ASSERT_TRUE(eventually([&] { return requests == 1; }));
+      ASSERT_TRUE(server.waitUntilHeld(1));
       clock_->advance(limit - 1s);
       EXPECT_EQ(running.future.wait_for(30ms), std::future_status::timeout);
       clock_->advance(2s);
@@ -228,25 +211,21 @@ TEST_F(URLSessionTimeoutTests, SilenceEndsATransferAtTheStricterLimit) {
 
 // Catches a limit of silence that counts although bytes come, and a total limit that does not.
 TEST_F(URLSessionTimeoutTests, ProgressPutsOffTheRequestLimitButNotTheResourceLimit) {
-  std::atomic<RawConnection*> open = nullptr;
-  RawServer server([&](RawConnection& connection) {
-    connection.readRequest();
-    connection.send("HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n");
-    open = &connection;
-    connection.waitForEnd();
-  });
+  TestServer server(TestServer::Wire::plain);
+  devserver::Script script{devserver::Send{"HTTP/1.1 200 OK\r\nContent-Length: 100\r\n\r\n"}};
+  for (int i = 1; i <= 6; ++i) {
+    script.push_back(devserver::Hold{std::to_string(i)});
+    script.push_back(devserver::Send{"x"});
+  }
+  server.scriptConnections(script);
   const auto session = URLSession::make(configuration_);
-  auto running = testing::start(*session, requestTo(server.url()));
-  ASSERT_TRUE(eventually([&] { return open.load() != nullptr; }));
-  for (int i = 1; i <= 4; ++i) {
-    open.load()->send("x");
+  auto running = testing::start(*session, requestTo(server.url("/")));
+  for (int i = 1; i <= 5; ++i) {
+    EXPECT_EQ(running.future.wait_for(30ms), std::future_status::timeout);
+    server.openGate(std::to_string(i));
     ASSERT_TRUE(eventually([&] { return running.task->countOfBytesReceived() == i; })) << i;
     clock_->advance(20s);
   }
-  EXPECT_EQ(running.future.wait_for(30ms), std::future_status::timeout);
-  open.load()->send("x");
-  ASSERT_TRUE(eventually([&] { return running.task->countOfBytesReceived() == 5; }));
-  clock_->advance(20s);
   EXPECT_EQ(running.outcome().summary(), summaryOf(Code::timedOut));
 }
 
@@ -254,19 +233,14 @@ TEST_F(URLSessionTimeoutTests, ProgressPutsOffTheRequestLimitButNotTheResourceLi
 TEST_F(URLSessionTimeoutTests, TheResourceLimitHoldsInTheQueueToo) {
   configuration_.httpMaximumConnectionsPerHost = 1;
   configuration_.timeoutIntervalForRequest = 1000s;
-  configuration_.timeoutIntervalForResource = 100s;
-  std::atomic<int> requests = 0;
-  RawServer server([&](RawConnection& connection) {
-    connection.readRequest();
-    ++requests;
-    connection.waitForEnd();
-  });
+  TestServer server(TestServer::Wire::plain);
+  server.scriptConnections({devserver::Hold{"never"}});
   const auto session = URLSession::make(configuration_);
-  URLRequest request = requestTo(server.url());
+  URLRequest request = requestTo(server.url("/"));
   request.timeoutInterval = 1000s;
   std::vector<testing::RunningTask> tasks;
   for (int i = 0; i < 3; ++i) tasks.push_back(testing::start(*session, request));
-  ASSERT_TRUE(eventually([&] { return requests == 1; }));
+  ASSERT_TRUE(server.waitUntilHeld(1));
   clock_->advance(101s);
   for (auto& task : tasks) EXPECT_EQ(task.outcome().summary(), summaryOf(Code::timedOut));
 }
@@ -281,11 +255,7 @@ TEST_F(URLSessionTimeoutTests, MissingConnectivityIsWaitedForUntilTheResourceLim
   for (const char* url : {"http://no-such-host.invalid/", "http://[2001:db8::1]/"}) {
     for (int i = 0; i < 2; ++i) tasks.push_back(testing::start(*session, requestTo(url)));
   }
-  std::string closedPort;
-  {
-    const RawServer gone([](RawConnection&) {});
-    closedPort = gone.url();
-  }
+  const std::string closedPort = TestServer(TestServer::Wire::plain).baseURL();
   EXPECT_EQ(fetch(*session, requestTo(closedPort)).summary(), summaryOf(Code::cannotConnectToHost));
   tasks[1].task->cancel();
   EXPECT_EQ(tasks[1].outcome().summary(), summaryOf(Code::cancelled));

@@ -1,138 +1,280 @@
 #include "OmbrixPlatform/Network/URLSession.hpp"
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "RawServer.hpp"
+#include <random>
+#include <thread>
+
+#include "OmbrixPlatform/Network/URLCache.hpp"
+#include "OmbrixTesting/Sanitizers.hpp"
+#include "OmbrixTesting/TestServer.hpp"
 #include "SessionSupport.hpp"
 
 namespace ombrix::platform {
 namespace {
 
 using testing::fetch;
-using ::testing::HasSubstr;
-using ::testing::Not;
-using testing::RawConnection;
-using testing::RawServer;
 using testing::requestTo;
-
-// Answers with the request itself, connection by connection.
-void echo(RawConnection& connection) {
-  for (auto request = connection.readRequest(); !request.empty();
-       request = connection.readRequest()) {
-    if (request.starts_with("HEAD")) {
-      connection.send("HTTP/1.1 200 OK\r\nContent-Length: 1000\r\n\r\n");
-    } else {
-      connection.answer("200 OK", request);
-    }
-  }
-}
+using testing::TestServer;
 
 // Catches methods, bodies and fields that go out otherwise than the request says.
 TEST(URLSessionTests, RequestsGoOutAsTheyAreStated) {
-  RawServer server(echo);
-  URLSessionConfiguration configuration = URLSessionConfiguration::ephemeral();
+  TestServer server(TestServer::Wire::plain);
+  auto configuration = URLSessionConfiguration::ephemeral();
   configuration.httpAdditionalHeaders = {{"X-Session", "s"}, {"X-Both", "session"}};
   const auto session = URLSession::make(configuration);
   struct Case {
     const char* method;
-    std::optional<Data> body;
-    std::vector<const char*> sent;
-    const char* notSent;
+    std::optional<std::string> body;
+    std::optional<std::string> length;  // the field that states it
   };
+  // clang-format off: a table
   const std::vector<Case> cases{
-      {"GET", std::nullopt, {"GET /p?q=1 HTTP/1.1\r\n", "\r\n\r\n"}, "Content-Length"},
-      {"POST",
-       dataFrom("a"),
-       {"POST /p?q=1 ", "Content-Length: 1\r\n", "\r\n\r\na"},
-       "Content-Type"},
-      {"POST", std::nullopt, {"POST /p?q=1 ", "Content-Length: 0\r\n"}, "Content-Type"},
-      {"PUT", dataFrom("put"), {"PUT /p?q=1 ", "Content-Length: 3\r\n", "\r\n\r\nput"}, "Expect"},
-      {"PATCH", std::nullopt, {"PATCH /p?q=1 ", "Content-Length: 0\r\n"}, "Expect"},
-      {"DELETE", std::nullopt, {"DELETE /p?q=1 "}, "Content-Length"},
-      {"GET", dataFrom("body"), {"GET /p?q=1 ", "\r\n\r\nbody"}, "Content-Type"},
-      {"HEAD", std::nullopt, {}, "HEAD"},
+      {"GET",    std::nullopt, std::nullopt},
+      {"GET",    "body",       "4"},
+      {"HEAD",   std::nullopt, std::nullopt},
+      {"POST",   "post",       "4"},
+      {"POST",   std::nullopt, "0"},
+      {"PUT",    "put",        "3"},
+      {"PATCH",  std::nullopt, "0"},
+      {"DELETE", std::nullopt, std::nullopt},
+      {"OWN",    "own",        "3"},
   };
-  for (const auto& [method, body, sent, notSent] : cases) {
+  // clang-format on
+  for (const auto& [method, body, length] : cases) {
     SCOPED_TRACE(method);
-    URLRequest request = requestTo(server.url("/p?q=1#fragment"));
+    URLRequest request = requestTo(server.url("/echo?q=%20#fragment"));
     request.httpMethod = method;
-    request.httpBody = body;
-    request.headers = {{"X-Own", "o"}, {"X-Both", "own"}, {"X-Empty", ""}};
-    const auto outcome = fetch(*session, request);
-    EXPECT_EQ(outcome.status(), 200);
-    EXPECT_EQ(outcome.error, nullptr);
-    for (const char* text : sent) EXPECT_THAT(outcome.text(), HasSubstr(text));
-    EXPECT_THAT(outcome.text(), Not(HasSubstr(notSent)));
-    if (sent.empty()) continue;
-    for (const char* field : {"X-Own: o\r\n", "X-Session: s\r\n", "X-Both: own\r\n", "X-Empty:\r\n",
-                              "Accept-Encoding: gzip, deflate\r\n"}) {
-      EXPECT_THAT(outcome.text(), HasSubstr(field));
-    }
+    if (body) request.httpBody = dataFrom(*body);
+    request.headers = {{"X-Own", "o"}, {"X-Both", "own"}, {"X-Empty", ""}, {"Content-Length", "9"}};
+    EXPECT_EQ(fetch(*session, request).status(), 200);
+    const auto sent = server.requests().back();
+    EXPECT_EQ(sent->method, method);
+    EXPECT_EQ(sent->target, "/echo?q=%20");
+    EXPECT_EQ(sent->body, body.value_or(""));
+    const std::string* stated = sent->headers.find("Content-Length");
+    EXPECT_EQ(stated ? std::optional(*stated) : std::nullopt, length);
+    EXPECT_EQ(sent->headers.value("X-Own"), "o");
+    EXPECT_EQ(sent->headers.value("X-Session"), "s");
+    EXPECT_EQ(sent->headers.value("X-Both"), "own");
+    EXPECT_EQ(sent->headers.value("Accept-Encoding"), "gzip, deflate");
+    EXPECT_NE(sent->headers.find("X-Empty"), nullptr);
+    EXPECT_EQ(sent->headers.find("Content-Type"), nullptr);
+    EXPECT_EQ(sent->headers.find("Expect"), nullptr);
   }
-  EXPECT_EQ(server.connections(), 1) << "connections are kept";
+  EXPECT_EQ(server.counters().connections, 1U) << "connections are kept";
 }
 
-// Redirects "/r/STATUS/TARGET" to "/TARGET", or to TARGET when it is a URL; echoes everything else.
-void redirectOrEcho(RawConnection& connection) {
-  for (auto request = connection.readRequest(); !request.empty();
-       request = connection.readRequest()) {
-    const auto path = request.find(" /r/");
-    if (path == std::string::npos || path > 10) {
-      connection.answer("200 OK", request.starts_with("HEAD") ? "" : request);
-      continue;
-    }
-    const std::string status = request.substr(path + 4, 3);
-    const auto encoded = request.substr(path + 8, request.find(" HTTP/") - path - 8);
-    std::string target = removingPercentEncoding(encoded).value();
-    if (!target.contains(':')) target.insert(0, "/");
-    connection.answer(status + " Elsewhere", "left behind", "Location: " + target + "\r\n");
-  }
+// Redirects "/r/STATUS/TARGET" to "/TARGET", or to TARGET when it is a URL.
+devserver::Response redirect(const devserver::Request& request) {
+  const std::string target = request.rest.substr(4);
+  return {.status = std::stoi(request.rest),
+          .headers = {{"Location", target.starts_with("http") ? target : "/" + target}},
+          .body = "left behind"};
 }
 
 // Catches methods, bodies and tokens that travel along where they must not, or get lost where they
 // must.
 TEST(URLSessionTests, RedirectsAreFollowedByTheRules) {
-  RawServer server(redirectOrEcho);
-  RawServer other(redirectOrEcho);
+  TestServer server(TestServer::Wire::plain);
+  TestServer other(TestServer::Wire::plain);
+  for (TestServer* each : {&server, &other}) each->route("*", "/r/*", redirect);
   const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
   struct Case {
     std::string method;
     std::string path;
-    std::string expected;  // the last request begins so
+    std::string expected;  // method and target of the last request, "" for none but the redirect
     bool hasBody;
     bool hasToken = true;
+    bool isElsewhere = false;
   };
   // clang-format off: a table
   const std::vector<Case> cases{
-      {"GET",  "/r/301/x",                 "GET /x ",        false},
-      {"POST", "/r/301/x",                 "GET /x ",        false},
-      {"POST", "/r/302/x",                 "GET /x ",        false},
-      {"PUT",  "/r/302/x",                 "PUT /x ",        true},
-      {"PUT",  "/r/303/x",                 "GET /x ",        false},
-      {"POST", "/r/307/x",                 "POST /x ",       true},
-      {"POST", "/r/308/x",                 "POST /x ",       true},
-      {"POST", "/r/307/r/303/x",           "GET /x ",        false},
-      {"POST", "/r/307/" + server.url("/x"), "POST /x ",     true},
-      {"POST", "/r/307/" + other.url("/x"), "POST /x ",      true, false},
-      {"GET",  "/r/301/" + other.url("/r/301/" + server.url("/x")), "GET /x ", false, false},
-      {"GET",  "/r/301/a{b}",              "GET /a%7Bb%7D ", false},
+      {"GET",  "/r/301/echo",                           "GET /echo",      false},
+      {"POST", "/r/301/echo",                           "GET /echo",      false},
+      {"POST", "/r/302/echo",                           "GET /echo",      false},
+      {"PUT",  "/r/302/echo",                           "PUT /echo",      true},
+      {"PUT",  "/r/303/echo",                           "GET /echo",      false},
+      {"HEAD", "/r/303/echo",                           "HEAD /echo",     false},
+      {"POST", "/r/307/echo",                           "POST /echo",     true},
+      {"POST", "/r/308/echo",                           "POST /echo",     true},
+      {"POST", "/r/307/r/303/echo",                     "GET /echo",      false},
+      {"POST", "/r/307/" + server.url("/echo"),         "POST /echo",     true},
+      {"POST", "/r/307/" + other.url("/echo"),          "POST /echo",     true,  false, true},
+      {"GET",  "/r/301/" + other.url("/r/301/" + server.url("/echo")), "GET /echo", false, false},
+      {"GET",  "/r/301/echo?{b}\xC3\xA9",               "GET /echo?%7Bb%7D%C3%A9", false},
+      {"GET",  "/r/304/echo",                           "",               false},
+      {"GET",  "/r/300/echo",                           "",               false},
   };
   // clang-format on
   for (const Case& row : cases) {
     SCOPED_TRACE(row.method + " " + row.path);
-    URLRequest request = requestTo(
-        server.url(addingPercentEncoding(row.path, URLAllowedCharacters::urlPathAllowed)));
+    URLRequest request = requestTo(server.url(
+        "/r/" + addingPercentEncoding(row.path.substr(3), URLAllowedCharacters::urlPathAllowed)));
     request.httpMethod = row.method;
-    if (row.method != "GET") request.httpBody = dataFrom("body");
+    if (row.method.starts_with('P')) request.httpBody = dataFrom("body");
     request.headers = {{"Authorization", "Bearer t"}, {"Content-Type", "text/plain"}};
     const auto outcome = fetch(*session, request);
-    EXPECT_THAT(outcome.text(), ::testing::StartsWith(row.expected));
-    EXPECT_EQ(outcome.text().ends_with("\r\n\r\nbody"), row.hasBody);
-    EXPECT_EQ(outcome.text().contains("Content-Type"), row.hasBody || row.method == "GET");
-    EXPECT_EQ(outcome.text().contains("Bearer t"), row.hasToken);
+    if (row.expected.empty()) {
+      EXPECT_EQ(std::to_string(outcome.status()), row.path.substr(3, 3));
+      continue;
+    }
+    EXPECT_EQ(outcome.status(), 200);
+    const auto last = (row.isElsewhere ? other : server).requests().back();
+    EXPECT_EQ(last->method + " " + last->target, row.expected);
+    EXPECT_EQ(last->body, row.hasBody ? "body" : "");
+    EXPECT_EQ(last->headers.find("Content-Type") != nullptr,
+              row.hasBody || !row.method.starts_with('P'));
+    EXPECT_EQ(last->headers.value("Authorization"), row.hasToken ? "Bearer t" : "");
   }
+  const std::vector<std::pair<std::string, URLError::Code>> broken{
+      {server.url("/redirect-loop"), URLError::Code::httpTooManyRedirects},
+      {server.url("/redirect?to=%25"), URLError::Code::redirectToNonExistentLocation},
+      {server.url("/redirect?to=ftp://x"), URLError::Code::unsupportedURL},
+  };
+  for (const auto& [url, code] : broken) EXPECT_EQ(fetch(*session, requestTo(url)).code(), code);
+}
+
+// Catches answers that come from the wrong place: the cache where the server must be asked, the
+// server where the cache has it.
+TEST(URLSessionTests, TheCacheIsAskedFirstAndLearns) {
+  using enum URLRequest::CachePolicy;
+  using FetchType = URLSessionTaskMetrics::FetchType;
+  TestServer server(TestServer::Wire::plain);
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.urlCache = URLCache::make(1 << 20, 0, std::nullopt);
+  const auto session = URLSession::make(configuration);
+  const std::string fresh = "/cache/fresh?cache-control=max-age=600";
+  const std::string checked = "/cache/checked?cache-control=no-cache&etag=%22e%22";
+  const std::string moved =
+      "/redirect?status=301&to=/cache/fresh%3Fcache-control=max-age=600"
+      "&header=Cache-Control:max-age=600";
+  struct Case {
+    std::string path;
+    URLRequest::CachePolicy policy;
+    int status;  // 0: `resourceUnavailable`
+    FetchType fetchType;
+    std::uint64_t requests;  // that the server sees
+  };
+  // clang-format off: a table
+  const std::vector<Case> cases{
+      {fresh,   returnCacheDataDontLoad,      0,   FetchType::unknown,     0},
+      {fresh,   useProtocolCachePolicy,       200, FetchType::networkLoad, 1},
+      {fresh,   useProtocolCachePolicy,       200, FetchType::localCache,  0},
+      {fresh,   returnCacheDataDontLoad,      200, FetchType::localCache,  0},
+      {fresh,   reloadIgnoringLocalCacheData, 200, FetchType::networkLoad, 1},
+      {checked, useProtocolCachePolicy,       200, FetchType::networkLoad, 1},
+      {checked, useProtocolCachePolicy,       200, FetchType::validated,   1},
+      {checked, returnCacheDataElseLoad,      200, FetchType::localCache,  0},
+      {moved,   useProtocolCachePolicy,       200, FetchType::localCache,  1},
+      {moved,   useProtocolCachePolicy,       200, FetchType::localCache,  0},
+  };
+  // clang-format on
+  for (const Case& row : cases) {
+    SCOPED_TRACE(&row - cases.data());
+    server.forgetRequests();
+    URLRequest request = requestTo(server.url(row.path));
+    request.cachePolicy = row.policy;
+    auto running = testing::start(*session, request);
+    const auto outcome = running.outcome();
+    EXPECT_EQ(server.counters().requests, row.requests);
+    if (row.status == 0) {
+      EXPECT_EQ(outcome.code(), URLError::Code::resourceUnavailable);
+      continue;
+    }
+    EXPECT_EQ(outcome.status(), row.status);
+    EXPECT_FALSE(outcome.text().empty());
+    EXPECT_EQ(running.task->metrics().fetchType, row.fetchType);
+  }
+}
+
+// Catches more transfers to a host at once than allowed, fewer than there could be, and a queue
+// that serves the last comer first.
+TEST(URLSessionTests, TransfersToAHostTakeTurnsInOrder) {
+  for (const std::size_t width : {1U, 6U}) {
+    TestServer server(TestServer::Wire::plain);
+    auto configuration = URLSessionConfiguration::ephemeral();
+    configuration.httpMaximumConnectionsPerHost = width;
+    const auto session = URLSession::make(configuration);
+    server.route("GET", "/held/*",
+                 [](const auto&) { return testing::held("gate", devserver::Response::text("x")); });
+    std::vector<testing::RunningTask> tasks;
+    for (std::size_t i = 0; i < 30; ++i) {
+      const std::string path = "/held/" + std::to_string(i);
+      tasks.push_back(testing::start(*session, requestTo(server.url(path))));
+    }
+    ASSERT_TRUE(server.waitUntilHeld(width));
+    EXPECT_EQ(server.counters().requests, width);
+    server.openGate("gate");
+    for (auto& task : tasks) EXPECT_EQ(task.outcome().status(), 200);
+    EXPECT_EQ(server.counters().mostInFlight, width);
+    EXPECT_EQ(server.counters().connections, width);
+    const auto requests = server.requests();
+    ASSERT_EQ(requests.size(), 30U);
+    for (std::size_t i = 0; i < 30; ++i) {
+      const auto place = static_cast<std::size_t>(std::stoi(requests[i]->rest));
+      EXPECT_LT(place, i + width);
+      EXPECT_LT(i, place + width);
+    }
+  }
+}
+
+// Catches completions that are missing, doubled or both error and answer when tasks are cancelled
+// at any moment, more transfers at once than allowed, and sockets left behind.
+TEST(URLSessionTests, ACancelStormLeavesOneOutcomeEach) {
+  const int count = testing::kUnderSanitizer ? 600 : 4000;
+  TestServer server(TestServer::Wire::plain);
+  auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  std::vector<std::atomic<int>> completions(static_cast<std::size_t>(count));
+  std::atomic<int> finished = 0;
+  std::atomic<int> cancelled = 0;
+  std::vector<std::shared_ptr<URLSessionTask>> tasks;
+  const std::vector<std::string> paths{"/bytes?bytes=10", "/bytes?bytes=100000", "/slow?ms=1",
+                                       "/redirect?to=/bytes", "/gzip?bytes=50000"};
+  for (int i = 0; i < count; ++i) {
+    const auto index = static_cast<std::size_t>(i);
+    URLRequest request = requestTo(server.url(paths[index % paths.size()]));
+    if (i % 7 == 0) {
+      request.httpMethod = "POST";
+      request.httpBody = Data(20'000);
+      request.url = URL::parse(server.url("/echo")).value();
+    }
+    tasks.push_back(
+        session->dataTask(request, [&, index](auto data, const auto& response, const auto& error) {
+          ++completions[index];
+          const auto urlError = std::dynamic_pointer_cast<const URLError>(error);
+          if (urlError && urlError->code() == URLError::Code::cancelled && !data && !response) {
+            ++cancelled;
+          } else if (error || !response) {
+            ADD_FAILURE() << (error ? error->what() : "no answer");
+          }
+          ++finished;
+        }));
+  }
+  std::vector<std::jthread> threads;
+  for (unsigned t = 0; t < 3; ++t) {
+    threads.emplace_back([&, t] {
+      std::minstd_rand random(t + 1);
+      for (std::size_t i = t; i < tasks.size(); i += 3) {
+        const bool isCancelled = random() % 2 == 0;
+        if (isCancelled && random() % 8 == 0) tasks[i]->cancel();
+        tasks[i]->resume();
+        if (isCancelled) tasks[random() % (i + 1)]->cancel();
+      }
+    });
+  }
+  threads.clear();
+  for (std::size_t i = 0; i < tasks.size(); i += 2) {
+    tasks[i]->cancel();
+    if (i % 64 == 0) std::this_thread::yield();
+  }
+  while (finished < count) std::this_thread::yield();
+  for (const auto& task : tasks) EXPECT_EQ(task->state(), URLSessionTask::State::completed);
+  for (const auto& completion : completions) EXPECT_EQ(completion, 1);
+  EXPECT_GE(cancelled, count / 4);
+  tasks.clear();
+  session = nullptr;
+  EXPECT_TRUE(server.waitUntilDisconnected());
 }
 
 }  // namespace

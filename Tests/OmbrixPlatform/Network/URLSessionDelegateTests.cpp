@@ -1,0 +1,312 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Network/URLSession.hpp"
+#include "OmbrixTesting/EventLog.hpp"
+#include "OmbrixTesting/TestServer.hpp"
+#include "SessionSupport.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using devserver::Certificate;
+using testing::fetch;
+using testing::requestTo;
+using testing::TestServer;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+using ::testing::StartsWith;
+using Code = URLError::Code;
+using Trust = URLSessionDelegate::AuthChallengeDisposition;
+
+std::string summaryOf(Code code) { return "error " + std::to_string(static_cast<int>(code)); }
+
+TestServer::Options tlsOptions(Certificate certificate) {
+  TestServer::Options options;
+  options.certificate = certificate;
+  return options;
+}
+
+/// Writes down what it is asked and told, on which queue, and answers as it is set up.
+class RecordingDelegate : public URLSessionDelegate {
+ public:
+  enum class Manner { now, later, dropped };
+
+  testing::EventLog log;
+  Manner manner = Manner::now;
+  Trust trust = Trust::performDefaultHandling;
+  bool givesCredential = true;
+  bool follows = true;
+  ResponseDisposition response = ResponseDisposition::allow;
+  std::atomic<int> challenges = 0;
+  std::atomic<bool> wasElsewhere = false;  // a call off the delegate queue
+
+  void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
+                           ChallengeHandler handler) override {
+    note(session, "challenge " + challenge.protectionSpace.host);
+    ++challenges;
+    std::optional<URLCredential> credential;
+    if (givesCredential) credential = URLCredential{*challenge.protectionSpace.serverTrust};
+    answer([this, handler = std::move(handler), credential]() mutable {
+      handler(trust, std::move(credential));
+    });
+  }
+  void willPerformHTTPRedirection(URLSession& session, URLSessionTask&,
+                                  const std::shared_ptr<const HTTPURLResponse>& answered,
+                                  URLRequest next, RedirectHandler handler) override {
+    note(session, "redirect " + std::to_string(answered->statusCode()));
+    answer([this, handler = std::move(handler), next]() mutable {
+      handler(follows ? std::optional(std::move(next)) : std::nullopt);
+    });
+  }
+  void didReceiveResponse(URLSession& session, URLSessionDataTask&,
+                          const std::shared_ptr<const HTTPURLResponse>& answered,
+                          ResponseHandler handler) override {
+    note(session, "response " + std::to_string(answered->statusCode()));
+    answer([this, handler = std::move(handler)]() mutable { handler(response); });
+  }
+  void didReceiveData(URLSession&, URLSessionDataTask&, DataView data) override {
+    received_ += textOf(data);
+  }
+  void didComplete(URLSession& session, URLSessionTask&,
+                   const std::shared_ptr<const Error>& error) override {
+    note(session, "complete " + std::to_string(received_.size()) + (error ? " failed" : ""));
+  }
+  void didSendBodyData(URLSession& session, URLSessionTask&, std::int64_t, std::int64_t total,
+                       std::int64_t expected) override {
+    if (total == expected) note(session, "sent " + std::to_string(total));
+  }
+  void didFinishCollectingMetrics(URLSession& session, URLSessionTask&,
+                                  const URLSessionTaskMetrics& metrics) override {
+    note(session, "metrics " + std::to_string(metrics.redirectCount));
+  }
+  void didBecomeInvalid(URLSession& session) override { note(session, "invalid"); }
+
+ private:
+  template <class Call>
+  void answer(Call call) {
+    switch (manner) {
+      case Manner::now:
+        return call();
+      case Manner::later:
+        return ThreadPool::shared().post(std::move(call));
+      case Manner::dropped:
+        return;
+    }
+  }
+
+  void note(URLSession& session, std::string line) {
+    if (!session.delegateQueue()->isCurrent()) wasElsewhere = true;
+    log.add(std::move(line));
+  }
+
+  std::string received_;
+};
+
+std::shared_ptr<URLSession> sessionFor(const std::shared_ptr<URLSessionDelegate>& delegate) {
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.loopbackHosts = {"api.ombrix.test"};
+  return URLSession::make(configuration, delegate);
+}
+
+// Catches servers that are trusted without being asked about, refused although they are, asked
+// about again and again, or taken for another: the answer holds for one host and one certificate.
+TEST(URLSessionDelegateTests, ServersAreTrustedAsTheDelegateSays) {
+  using Manner = RecordingDelegate::Manner;
+  struct Case {
+    Certificate certificate;
+    Trust trust;
+    bool givesCredential;
+    Manner manner;
+    std::string expected;
+    int challenges;
+  };
+  const std::string refused = summaryOf(Code::userCancelledAuthentication);
+  const std::string untrusted = summaryOf(Code::serverCertificateUntrusted);
+  const std::string unknownRoot = summaryOf(Code::serverCertificateHasUnknownRoot);
+  using enum Certificate;
+  using enum URLSessionDelegate::AuthChallengeDisposition;
+  // clang-format off: a table
+  const std::vector<Case> cases{
+      {selfSigned,    useCredential,                 true,  Manner::now,     "200 ok",    1},
+      {selfSigned,    useCredential,                 true,  Manner::later,   "200 ok",    1},
+      {wrongHost,     useCredential,                 true,  Manner::now,     "200 ok",    1},
+      {expired,       useCredential,                 true,  Manner::now,     "200 ok",    1},
+      {selfSigned,    useCredential,                 false, Manner::now,     untrusted,   1},
+      {selfSigned,    performDefaultHandling,        true,  Manner::now,     untrusted,   1},
+      {fromAuthority, performDefaultHandling,        true,  Manner::later,   unknownRoot, 1},
+      {selfSigned,    useCredential,                 true,  Manner::dropped, untrusted,   1},
+      {selfSigned,    cancelAuthenticationChallenge, true,  Manner::now,     refused,     3},
+  };
+  // clang-format on
+  for (const Case& row : cases) {
+    SCOPED_TRACE(&row - cases.data());
+    TestServer server(tlsOptions(row.certificate));
+    server.route("GET", "/ok", [](const auto&) { return devserver::Response::text("ok"); });
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    delegate->trust = row.trust;
+    delegate->givesCredential = row.givesCredential;
+    delegate->manner = row.manner;
+    const auto session = sessionFor(delegate);
+    std::vector<testing::RunningTask> tasks;
+    for (int i = 0; i < 3; ++i) {
+      tasks.push_back(testing::start(*session, requestTo(server.url("/ok"))));
+    }
+    for (auto& task : tasks) EXPECT_EQ(task.outcome().summary(), row.expected);
+    EXPECT_EQ(delegate->challenges, row.challenges);
+    EXPECT_FALSE(delegate->wasElsewhere);
+  }
+}
+
+// Catches a trust that outlives its certificate or leaks to other sessions and other hosts.
+TEST(URLSessionDelegateTests, TrustHoldsForOneCertificateInOneSession) {
+  const auto delegate = std::make_shared<RecordingDelegate>();
+  delegate->trust = Trust::useCredential;
+  const auto session = sessionFor(delegate);
+  std::uint16_t port = 0;
+  for (int round = 1; round <= 2; ++round) {
+    TestServer::Options options;
+    options.port = port;
+    TestServer server(options);  // with a key of its own
+    port = server.port();
+    EXPECT_EQ(fetch(*session, requestTo(server.url("/echo"))).status(), 200);
+    EXPECT_EQ(delegate->challenges, round) << "a new certificate is asked about";
+    // The same place by another name, which the accepted answer does not cover.
+    const std::string byAddress = "https://127.0.0.1:" + std::to_string(port) + "/echo";
+    delegate->trust = Trust::performDefaultHandling;
+    const auto fresh = std::make_shared<RecordingDelegate>();
+    EXPECT_EQ(fetch(*sessionFor(fresh), requestTo(server.url("/echo"))).code(),
+              Code::serverCertificateUntrusted);
+    EXPECT_EQ(fetch(*sessionFor(nullptr), requestTo(byAddress)).code(),
+              Code::serverCertificateUntrusted);
+    delegate->trust = Trust::useCredential;
+  }
+}
+
+// Catches other faults of TLS under the names of certificates, and expired certificates under that
+// of unknown ones.
+TEST(URLSessionDelegateTests, FaultsOfTLSHaveTheirNames) {
+  const auto session = sessionFor(nullptr);
+  TestServer server(tlsOptions(Certificate::expired));
+  EXPECT_THAT(fetch(*session, requestTo(server.url("/echo"))).code(),
+              ::testing::AnyOf(Code::serverCertificateHasBadDate, Code::serverCertificateUntrusted));
+  server.scriptConnections({devserver::Send{"no TLS at all\r\n"}, devserver::End::close});
+  EXPECT_EQ(fetch(*session, requestTo(server.url("/echo"))).code(), Code::secureConnectionFailed);
+  server.scriptConnections({devserver::End::reset});
+  EXPECT_EQ(fetch(*session, requestTo(server.url("/echo"))).code(), Code::secureConnectionFailed);
+}
+
+// Catches calls in the wrong order, on other threads, or not at all, whatever the delegate's manner.
+TEST(URLSessionDelegateTests, TheDelegateIsAskedAndToldInOrder) {
+  using Manner = RecordingDelegate::Manner;
+  TestServer server(TestServer::Wire::plain);
+  for (const Manner manner : {Manner::now, Manner::later, Manner::dropped}) {
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    delegate->manner = manner;
+    const auto session = sessionFor(delegate);
+    URLRequest request = requestTo(server.url("/redirect?status=307&to=/echo"));
+    request.httpMethod = "POST";
+    request.httpBody = Data(300'000, std::byte{'x'});
+    EXPECT_EQ(fetch(*session, request).status(), 200);
+    session->finishTasksAndInvalidate();
+    auto lines = delegate->log.takeOnce("invalid");
+    std::erase(lines, "sent 300000");  // once or twice
+    EXPECT_THAT(lines, ElementsAre("redirect 307", "response 200", "metrics 1", "invalid"));
+    EXPECT_FALSE(delegate->wasElsewhere);
+  }
+}
+
+// Catches a refused redirect or answer that goes on all the same, also while its body is coming.
+TEST(URLSessionDelegateTests, RefusalsEndTheTask) {
+  TestServer server(TestServer::Wire::plain);
+  const auto delegate = std::make_shared<RecordingDelegate>();
+  delegate->follows = false;
+  const auto session = sessionFor(delegate);
+  EXPECT_EQ(fetch(*session, requestTo(server.url("/redirect?to=/echo"))).status(), 302);
+  for (const auto manner : {RecordingDelegate::Manner::now, RecordingDelegate::Manner::later}) {
+    delegate->manner = manner;
+    delegate->response = URLSessionDelegate::ResponseDisposition::cancel;
+    for (const char* path : {"/echo", "/bytes?bytes=3000000", "/slow?bytes=20&every=50"}) {
+      EXPECT_EQ(fetch(*session, requestTo(server.url(path))).code(), Code::cancelled) << path;
+    }
+    delegate->response = URLSessionDelegate::ResponseDisposition::allow;
+    const auto outcome = fetch(*session, requestTo(server.url("/bytes?bytes=3000000")));
+    EXPECT_EQ(outcome.text().size(), 3'000'000U);
+  }
+  EXPECT_TRUE(server.waitUntilIdle());
+}
+
+// Catches streamed answers that are gathered, lost in part, or handed over after the end.
+TEST(URLSessionDelegateTests, TasksWithoutAHandlerStreamToTheDelegate) {
+  TestServer server(TestServer::Wire::plain);
+  const auto delegate = std::make_shared<RecordingDelegate>();
+  const auto session = sessionFor(delegate);
+  const auto task = session->dataTask(requestTo(server.url("/bytes?bytes=5000000")), nullptr);
+  task->resume();
+  EXPECT_THAT(delegate->log.takeOnce("complete 5000000"),
+              ElementsAre("response 200", "metrics 0", "complete 5000000"));
+  server.route("GET", "/endless", [](const auto&) {
+    return devserver::Response::following(
+        {devserver::Send{"HTTP/1.1 200 OK\r\n\r\n"}, devserver::Repeat{std::string(10'000, 'x')}});
+  });
+  const auto endless = std::make_shared<RecordingDelegate>();
+  const auto other = sessionFor(endless);
+  const auto watch = other->dataTask(requestTo(server.url("/endless")), nullptr);
+  watch->resume();
+  while (watch->countOfBytesReceived() < 1'000'000) std::this_thread::yield();
+  watch->cancel();
+  other->finishTasksAndInvalidate();
+  const auto lines = endless->log.takeOnce("invalid");
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_THAT(lines[2], ::testing::EndsWith("failed"));
+  EXPECT_TRUE(server.waitUntilIdle());
+}
+
+// Catches sessions that take tasks after their end, or end before their tasks.
+TEST(URLSessionDelegateTests, SessionsEndOnceTheirTasksHave) {
+  TestServer server(TestServer::Wire::plain);
+  server.route("GET", "/held", [](const auto&) {
+    return testing::held("gate", devserver::Response::text("at last"));
+  });
+  for (const bool cancels : {false, true}) {
+    server.shutGate("gate");
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    auto session = sessionFor(delegate);
+    auto held = testing::start(*session, requestTo(server.url("/held")));
+    ASSERT_TRUE(server.waitUntilHeld(1));
+    auto suspended = testing::prepare(*session, requestTo(server.url("/echo")));
+    if (cancels) {
+      session->invalidateAndCancel();
+      EXPECT_EQ(suspended.outcome().code(), Code::cancelled);
+    } else {
+      session->finishTasksAndInvalidate();
+      suspended.task = nullptr;
+      server.openGate("gate");
+    }
+    EXPECT_EQ(held.outcome().summary(), cancels ? summaryOf(Code::cancelled) : "200 at last");
+    EXPECT_EQ(fetch(*session, requestTo(server.url("/echo"))).code(), Code::cancelled);
+    delegate->log.takeOnce("invalid");
+    EXPECT_EQ(delegate->log.take(), std::vector<std::string>());
+    session = nullptr;
+    EXPECT_TRUE(server.waitUntilDisconnected()) << "the session's sockets go with it";
+  }
+}
+
+// Catches transfers that die with the last reference to their session.
+TEST(URLSessionDelegateTests, DroppedSessionsLetTheirTransfersEnd) {
+  TestServer server(TestServer::Wire::plain);
+  auto session = sessionFor(nullptr);
+  auto running = testing::start(*session, requestTo(server.url("/slow?ms=50")));
+  const std::weak_ptr<URLSession> weak = session;
+  session = nullptr;
+  EXPECT_EQ(running.outcome().status(), 200);
+  EXPECT_TRUE(server.waitUntilDisconnected());
+  EXPECT_TRUE(weak.expired());
+}
+
+}  // namespace
+}  // namespace ombrix::platform
