@@ -38,9 +38,10 @@ constexpr int kBurst = 2000;
 
 /// Answers every request with the same bytes; one thread, for ever.
 [[noreturn]] void serve(int listener) {
-  const std::string answer = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n"
-                             "Cache-Control: max-age=600\r\nContent-Length: " +
-                             std::to_string(kBodyBytes) + "\r\n\r\n" + std::string(kBodyBytes, 'x');
+  const std::string answer =
+      "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n"
+      "Cache-Control: max-age=600\r\nContent-Length: " +
+      std::to_string(kBodyBytes) + "\r\n\r\n" + std::string(kBodyBytes, 'x');
   const int poll = ::epoll_create1(0);
   epoll_event event{.events = EPOLLIN, .data = {.fd = listener}};
   ::epoll_ctl(poll, EPOLL_CTL_ADD, listener, &event);
@@ -139,9 +140,12 @@ void requests(benchmark::State& state) {
 class Ours {
  public:
   void submit(Burst& burst) {
-    session_->dataTask(request_, [&burst](auto data, const auto& response, const auto& /*error*/) {
-      burst.answered(response && data && data->size() == kBodyBytes);
-    })->resume();
+    session_
+        ->dataTask(request_,
+                   [&burst](auto data, const auto& response, const auto& /*error*/) {
+                     burst.answered(response && data && data->size() == kBodyBytes);
+                   })
+        ->resume();
   }
 
  private:

@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <limits>
 #include <utility>
 
 #include "OmbrixPlatform/Network/Detail/CurlExchange.hpp"
@@ -28,7 +29,8 @@ bool isReserved(std::string_view name) noexcept {
 
 }  // namespace
 
-CurlExchange::CurlExchange(const TimePoint& now) : easy_(::curl_easy_init()), now_(now) {
+CurlExchange::CurlExchange(const TimePoint& now, CurlSockets& sockets)
+    : easy_(::curl_easy_init()), now_(now), sockets_(sockets) {
   if (easy_ == nullptr) fatalError("libcurl cannot be set up");
   setConstantOptions();
 }
@@ -56,6 +58,9 @@ void CurlExchange::setConstantOptions() {
   ::curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
   ::curl_easy_setopt(easy_, CURLOPT_XFERINFOFUNCTION, &takeProgress);
   ::curl_easy_setopt(easy_, CURLOPT_XFERINFODATA, this);
+  sockets_.install(easy_);
+  ::curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &checkConnection);
+  ::curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
 }
 
 bool CurlExchange::begin(std::shared_ptr<CurlTask> task, const Terms& terms) {
@@ -149,6 +154,7 @@ void CurlExchange::reset() {
   body_ = {};
   progressSeen_ = 0;
   isPaused_ = false;
+  foundSurplus_ = false;
 }
 
 CurlExchange::TimePoint CurlExchange::idleDeadline() const noexcept {
@@ -244,6 +250,18 @@ int CurlExchange::takeProgress(void* self, curl_off_t /*expectedDown*/, curl_off
   exchange.lastProgress_ = exchange.now_;
   exchange.task_->bodySent(up);
   return 0;
+}
+
+/// Looks at a connection right before a request goes out: what a server has sent beyond the length
+/// of an answer would be taken for the next one, which libcurl does not see to.
+int CurlExchange::checkConnection(void* self, char* /*remote*/, char* /*local*/, int remotePort,
+                                  int localPort) {
+  auto& exchange = *static_cast<CurlExchange*>(self);
+  long newConnections = 0;
+  ::curl_easy_getinfo(exchange.easy_, CURLINFO_NUM_CONNECTS, &newConnections);
+  if (newConnections != 0) return CURL_PREREQFUNC_OK;
+  exchange.foundSurplus_ = exchange.sockets_.hasUnreadBytes(exchange.easy_, localPort, remotePort);
+  return exchange.foundSurplus_ ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
 }
 
 CURLcode CurlExchange::resumeReceiving() {

@@ -208,7 +208,7 @@ void CurlLoop::pump(CurlHost& host) {
 bool CurlLoop::start(CurlHost& host, std::shared_ptr<CurlTask> task) {
   std::unique_ptr<CurlExchange> exchange;
   if (idle_.empty()) {
-    exchange = std::make_unique<CurlExchange>(now_);
+    exchange = std::make_unique<CurlExchange>(now_, sockets_);
   } else {
     exchange = std::move(idle_.back());
     idle_.pop_back();
@@ -275,18 +275,18 @@ bool CurlLoop::retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTa
   const CurlFailure failure = exchange.failureFor(code);
   const bool isUndecided = failure.verifyResult == undecidedVerifyResult();
   const bool waits = configuration_.waitsForConnectivity && isMissingConnectivity(failure);
-  if (!isUndecided && !waits) return false;
+  if (!isUndecided && !waits && !exchange.foundSurplus()) return false;
   release(exchange, false);
   if (task->isOver()) {
     forget(task);
   } else if (waits) {
     awaitConnectivity(task);
-  } else if (auto question = host.trust.takeQuestion(); question && !host.isAsking) {
-    askAboutTrust(task, *std::move(question));
-  } else if (host.isAsking) {
+  } else if (isUndecided && host.isAsking) {
     host.refused.push_back(task);
+  } else if (auto question = host.trust.takeQuestion(); isUndecided && question) {
+    askAboutTrust(task, *std::move(question));
   } else {
-    requeue(task);  // decided about meanwhile
+    requeue(task);  // for a connection of its own, or a certificate decided about meanwhile
   }
   return true;
 }

@@ -11,6 +11,7 @@
 
 #include "OmbrixPlatform/Network/Detail/ContentDecoder.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlErrors.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlSockets.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
 #include "OmbrixPlatform/Network/Detail/HTTPHeaderReader.hpp"
 #include "OmbrixPlatform/Network/URLRequest.hpp"
@@ -39,7 +40,7 @@ class CurlExchange {
   };
 
   /// @param now The loop's clock, looked at by the callbacks.
-  explicit CurlExchange(const TimePoint& now);
+  CurlExchange(const TimePoint& now, CurlSockets& sockets);
   ~CurlExchange();
   CurlExchange(const CurlExchange&) = delete;
   CurlExchange& operator=(const CurlExchange&) = delete;
@@ -61,6 +62,9 @@ class CurlExchange {
 
   /// Whether the final answer's header has come.
   [[nodiscard]] bool hasHeader() const noexcept { return response_ != nullptr; }
+
+  /// Whether it was broken off since its connection held bytes that nobody had asked for.
+  [[nodiscard]] bool foundSurplus() const noexcept { return foundSurplus_; }
 
   /// Whether it has got as far as a connection.
   [[nodiscard]] bool hasConnection() const;
@@ -90,6 +94,7 @@ class CurlExchange {
   static std::size_t takeBody(const char* bytes, std::size_t size, std::size_t count, void* self);
   static int takeProgress(void* self, curl_off_t expectedDown, curl_off_t down,
                           curl_off_t expectedUp, curl_off_t up);
+  static int checkConnection(void* self, char* remote, char* local, int remotePort, int localPort);
 
   void setConstantOptions();
   bool setMethod(const URLRequest& request);
@@ -102,6 +107,7 @@ class CurlExchange {
 
   CURL* const easy_;
   const TimePoint& now_;
+  CurlSockets& sockets_;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
   curl_slist* fields_ = nullptr;
   curl_slist* connectTo_ = nullptr;
@@ -116,6 +122,7 @@ class CurlExchange {
   TimePoint lastProgress_;
   std::int64_t progressSeen_ = 0;
   bool isPaused_ = false;
+  bool foundSurplus_ = false;
   Date requestTime_{};
   Date responseTime_{};
 };

@@ -111,6 +111,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   bool isStopping_ = false;
 
   // Network thread only.
+  CurlSockets sockets_;
   CURLM* const multi_;
   TimePoint now_;
   std::list<std::shared_ptr<CurlTask>> tasks_;  // all, in the order of their resource deadlines

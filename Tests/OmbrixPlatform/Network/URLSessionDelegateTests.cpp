@@ -14,12 +14,12 @@ namespace ombrix::platform {
 namespace {
 
 using devserver::Certificate;
-using testing::fetch;
-using testing::requestTo;
-using testing::TestServer;
 using ::testing::ElementsAre;
+using testing::fetch;
 using ::testing::IsEmpty;
+using testing::requestTo;
 using ::testing::StartsWith;
+using testing::TestServer;
 using Code = URLError::Code;
 using Trust = URLSessionDelegate::AuthChallengeDisposition;
 
@@ -192,15 +192,17 @@ TEST(URLSessionDelegateTests, TrustHoldsForOneCertificateInOneSession) {
 TEST(URLSessionDelegateTests, FaultsOfTLSHaveTheirNames) {
   const auto session = sessionFor(nullptr);
   TestServer server(tlsOptions(Certificate::expired));
-  EXPECT_THAT(fetch(*session, requestTo(server.url("/echo"))).code(),
-              ::testing::AnyOf(Code::serverCertificateHasBadDate, Code::serverCertificateUntrusted));
+  EXPECT_THAT(
+      fetch(*session, requestTo(server.url("/echo"))).code(),
+      ::testing::AnyOf(Code::serverCertificateHasBadDate, Code::serverCertificateUntrusted));
   server.scriptConnections({devserver::Send{"no TLS at all\r\n"}, devserver::End::close});
   EXPECT_EQ(fetch(*session, requestTo(server.url("/echo"))).code(), Code::secureConnectionFailed);
   server.scriptConnections({devserver::End::reset});
   EXPECT_EQ(fetch(*session, requestTo(server.url("/echo"))).code(), Code::secureConnectionFailed);
 }
 
-// Catches calls in the wrong order, on other threads, or not at all, whatever the delegate's manner.
+// Catches calls in the wrong order, on other threads, or not at all, whatever the delegate's
+// manner.
 TEST(URLSessionDelegateTests, TheDelegateIsAskedAndToldInOrder) {
   using Manner = RecordingDelegate::Manner;
   TestServer server(TestServer::Wire::plain);
