@@ -13,9 +13,9 @@ class CurlSockets {
   /// Makes a transfer open and close its sockets here.
   void install(CURL* easy);
 
-  /// Whether the connection between these ports, about to be used again, holds bytes that its server
-  /// sent without being asked. Over TLS the bytes of the protocol itself do not count, and neither
-  /// do the frames that HTTP/2 sends at any time.
+  /// Whether the connection between these ports, about to be used again, holds bytes that its
+  /// server sent without being asked. Over TLS the bytes of the protocol itself do not count, and
+  /// neither do the frames that HTTP/2 sends at any time.
   [[nodiscard]] bool hasUnreadBytes(CURL* easy, int localPort, int remotePort);
 
  private:
