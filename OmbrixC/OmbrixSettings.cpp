@@ -171,3 +171,5 @@ OmbrixObservation* ombrix_Settings_addObserver_forKeyPath_context_(OmbrixSetting
                                                                    void* context) {
   return ombrix::c::observe(from(self), keyPath, observer, context);
 }
+
+void ombrix_Observation_release(OmbrixObservation* observation) { delete observation; }

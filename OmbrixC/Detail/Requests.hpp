@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "OmbrixC/Detail/Copies.hpp"
-#include "OmbrixC/OmbrixAPIHttpRequestOperation.h"
+#include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
 
 struct OmbrixAPIHttpRequestOperation {

@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <string>
 
-#include "OmbrixC/OmbrixAPIHttpRequestOperation.h"
+#include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
+#include "OmbrixC/Networking/OmbrixServerAPI.h"
 #include "OmbrixC/OmbrixAttributedString.h"
 #include "OmbrixC/OmbrixDate.h"
 #include "OmbrixC/OmbrixError.h"
@@ -15,7 +16,6 @@
 #include "OmbrixC/OmbrixLoggingService.h"
 #include "OmbrixC/OmbrixMath.h"
 #include "OmbrixC/OmbrixOperationQueue.h"
-#include "OmbrixC/OmbrixServerAPI.h"
 #include "OmbrixC/OmbrixSettings.h"
 #include "OmbrixC/OmbrixTypes.h"
 #include "OmbrixC/OmbrixUnits.h"

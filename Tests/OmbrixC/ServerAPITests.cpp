@@ -1,4 +1,4 @@
-#include "OmbrixC/OmbrixServerAPI.h"
+#include "OmbrixC/Networking/OmbrixServerAPI.h"
 
 #include <gmock/gmock.h>
 
@@ -16,9 +16,9 @@
 namespace ombrix::c {
 namespace {
 
+using ::testing::ElementsAre;
 using testing::EventLog;
 using testing::FakeURLSession;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 std::string taken(char* text) {
@@ -28,8 +28,8 @@ std::string taken(char* text) {
   return copy;
 }
 
-void completed(bool success, int code, const uint8_t* body, size_t length,
-               const OmbrixError* error, void* context) {
+void completed(bool success, int code, const uint8_t* body, size_t length, const OmbrixError* error,
+               void* context) {
   static_cast<EventLog*>(context)->add(
       std::to_string(success) + " " + std::to_string(code) + " " +
       (body ? std::string(reinterpret_cast<const char*>(body), length) : "(null)") + " " +

@@ -1,4 +1,4 @@
-#include "OmbrixC/OmbrixAPIHttpRequestOperation.h"
+#include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
 
 #include <utility>
 
@@ -28,16 +28,18 @@ OmbrixAPIHttpRequestOperation* ombrix_APIHttpRequestOperation_initWithUrl_method
                  data ? data->size() : 0, context);
       };
     }
-    return new OmbrixAPIHttpRequestOperation{std::make_shared<ombrix::OmbrixAPIHttpRequestOperation>(
-        *target, *verb, std::move(fields), std::move(forward), client.session())};
+    return new OmbrixAPIHttpRequestOperation{
+        std::make_shared<ombrix::OmbrixAPIHttpRequestOperation>(
+            *target, *verb, std::move(fields), std::move(forward), client.session())};
   });
 }
 
 void ombrix_APIHttpRequestOperation_release(OmbrixAPIHttpRequestOperation* self) { delete self; }
 
 char* ombrix_APIHttpRequestOperation_taskID(const OmbrixAPIHttpRequestOperation* self) {
-  return catching(nullptr,
-                  [&] { return ombrix::c::copied(std::string_view(self->operation->taskID().uuidString())); });
+  return catching(nullptr, [&] {
+    return ombrix::c::copied(std::string_view(self->operation->taskID().uuidString()));
+  });
 }
 
 OmbrixOperationState ombrix_APIHttpRequestOperation_state(

@@ -1,4 +1,4 @@
-#include "OmbrixC/OmbrixServerAPI.h"
+#include "OmbrixC/Networking/OmbrixServerAPI.h"
 
 #include <utility>
 

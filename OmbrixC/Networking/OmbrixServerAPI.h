@@ -1,9 +1,9 @@
-#ifndef OMBRIXC_OMBRIX_SERVER_API_H
-#define OMBRIXC_OMBRIX_SERVER_API_H
+#ifndef OMBRIXC_NETWORKING_OMBRIX_SERVER_API_H
+#define OMBRIXC_NETWORKING_OMBRIX_SERVER_API_H
 
 #include <stdbool.h>
 
-#include "OmbrixC/OmbrixAPIHttpRequestOperation.h"
+#include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
 #include "OmbrixC/OmbrixError.h"
 #include "OmbrixC/OmbrixObservation.h"
 #include "OmbrixC/OmbrixTypes.h"
@@ -72,16 +72,14 @@ void ombrix_ServerAPI_triggerLoginError(OmbrixServerAPI* self);
 void ombrix_ServerAPI_clearLoginError(OmbrixServerAPI* self);
 /// Called each time that the login becomes invalid; NULL for none.
 void ombrix_ServerAPI_setForceLogoutHandler_context_(OmbrixServerAPI* self,
-                                                     OmbrixServerAPIHandler handler,
-                                                     void* context);
+                                                     OmbrixServerAPIHandler handler, void* context);
 
 bool ombrix_ServerAPI_serverIsInMaintenanceMode(const OmbrixServerAPI* self);
 void ombrix_ServerAPI_triggerMaintenanceMode(OmbrixServerAPI* self);
 void ombrix_ServerAPI_clearMaintenanceMode(OmbrixServerAPI* self);
 /// Called each time that maintenance begins; NULL for none.
 void ombrix_ServerAPI_setMaintenanceHandler_context_(OmbrixServerAPI* self,
-                                                     OmbrixServerAPIHandler handler,
-                                                     void* context);
+                                                     OmbrixServerAPIHandler handler, void* context);
 
 bool ombrix_ServerAPI_isReachable(const OmbrixServerAPI* self);
 bool ombrix_ServerAPI_isLimited(const OmbrixServerAPI* self);

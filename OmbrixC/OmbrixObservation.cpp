@@ -1,5 +1,0 @@
-#include "OmbrixC/OmbrixObservation.h"
-
-#include "OmbrixC/Detail/Observation.hpp"
-
-void ombrix_Observation_release(OmbrixObservation* observation) { delete observation; }
