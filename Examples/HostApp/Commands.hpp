@@ -30,6 +30,8 @@ void addFormatCommand(CLI::App& app);
 void addSettingsCommand(CLI::App& app);
 void addLogCommand(CLI::App& app);
 void addServeCommand(CLI::App& app);
+void addRequestCommand(CLI::App& app);
+void addUploadCommand(CLI::App& app);
 
 /// Writes a track as a GeoJSON line string; failures end the command.
 void writeLineString(const std::string& path, std::span<const CLLocation> fixes);

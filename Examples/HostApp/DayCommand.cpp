@@ -11,9 +11,23 @@
 #include "Examples/HostApp/HeartRates.hpp"
 #include "Examples/HostApp/Preferences.hpp"
 #include "Examples/HostApp/RecentDays.hpp"
+#include "Examples/HostApp/Server.hpp"
 #include "Examples/HostApp/TrackFile.hpp"
 
 namespace ombrix::hostapp {
+namespace {
+
+/// Sends the summary, which the service names, and the track under that name.
+void uploadDay(const std::string& summary, const std::string& trackFile) {
+  const auto day = post("days", platform::dataFrom(summary));
+  const std::string id = day["id"].stringValue();
+  if (id.empty()) throw CommandFailure("the service has given the day no name");
+  const auto track = upload(trackFile, "tracks/" + id, "PUT");
+  fmt::print(stderr, "Uploaded as day {}, the track with {} bytes\n", id,
+             track["size"].stringValue());
+}
+
+}  // namespace
 
 void addDayCommand(CLI::App& app) {
   struct Options {
@@ -22,6 +36,7 @@ void addDayCommand(CLI::App& app) {
     std::optional<double> weightKilograms;
     bool json = false;
     bool allFixes = false;
+    bool upload = false;
   };
   const auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand("day", "Measures a recorded day and prints its figures");
@@ -36,7 +51,10 @@ void addDayCommand(CLI::App& app) {
   command->add_flag("--json", options->json, "Print one JSON object, in SI units");
   command->add_flag("--all-fixes", options->allFixes,
                     "Count the fixes that are too inaccurate for statistics, too");
-  command->callback([options] {
+  command->add_flag("--upload", options->upload,
+                    "Send the summary and the track to the web service");
+  const auto server = addServerOptions(*command);
+  command->callback([options, server] {
     const Track track = readTrack(options->path);
     if (!options->linePath.empty()) writeLineString(options->linePath, track.fixes);
     const auto filter = options->allFixes ? FixFilter::all : FixFilter::accurateForStats;
@@ -53,6 +71,11 @@ void addDayCommand(CLI::App& app) {
       fmt::print("{}\n", toJSON(day, hearts ? toJSON(*hearts) : ""));
     } else {
       fmt::print("{}{}", dayReport(day, options->path), hearts ? heartRateReport(*hearts) : "");
+    }
+    if (options->upload) {
+      std::fflush(stdout);
+      connect(*server);
+      uploadDay(toJSON(day, hearts ? toJSON(*hearts) : ""), options->path);
     }
   });
 }

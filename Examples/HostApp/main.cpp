@@ -53,6 +53,8 @@ int main(int argc, char** argv) {
   addSettingsCommand(app);
   addLogCommand(app);
   addServeCommand(app);
+  addRequestCommand(app);
+  addUploadCommand(app);
 
   if (const auto mistyped = mistypedCommand(app, argc, argv)) {
     return complain("there is no command '" + *mistyped + "'; see ombrix --help", kWrongArguments);

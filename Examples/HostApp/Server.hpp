@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+
+namespace CLI {
+class App;
+}
+
+namespace ombrix::hostapp {
+
+/// Which web service a command talks to, and as whom.
+struct ServerOptions {
+  std::string server;    ///< Its base URL; empty for the environment's own.
+  std::string endpoint;  ///< "production", "staging" or "development"; empty to choose.
+  std::string token;
+  std::string login;  ///< "EMAIL:PASSWORD"; empty to go without.
+};
+
+/// Adds --server, --endpoint, --token and --login.
+std::shared_ptr<ServerOptions> addServerOptions(CLI::App& command);
+
+/// Points the shared client at the service and signs in where that is asked for; failures end the
+/// command.
+void connect(const ServerOptions& options);
+
+/// Sends a document and gives the answer's; failures end the command with the text for the user.
+platform::JSON post(std::string_view path, platform::Data document);
+
+/// Uploads a file with a bar on standard error; failures end the command.
+platform::JSON upload(const std::string& file, std::string_view path, const std::string& method);
+
+}  // namespace ombrix::hostapp

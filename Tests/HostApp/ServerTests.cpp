@@ -1,0 +1,76 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/TestServer.hpp"
+#include "Program.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+using ::testing::HasSubstr;
+
+/// The program against a local web service over TLS.
+class ServerTests : public ::testing::Test {
+ protected:
+  void SetUp() override { ::setenv("OMBRIX_SERVER", server.baseURL().c_str(), 1); }
+  void TearDown() override { ::unsetenv("OMBRIX_SERVER"); }
+
+  const testing::ScopedDir dir;
+  testing::TestServer server;
+};
+
+// Catches answers shown wrongly, failures that exit with 0, and texts that are not the user's.
+TEST_F(ServerTests, RequestsShowTheAnswerAndItsFate) {
+  struct Case {
+    const char* arguments;
+    int status;
+    const char* says;
+  };
+  const Case cases[] = {
+      // clang-format off
+      {"resorts/1",                                   0, "\"name\": \"Weisshorn\""},
+      {"resorts/1 --raw",                             0, "\"name\":\"Weisshorn\""},
+      {"/resorts/1 -v",                               0, "> Accept: application/json"},
+      {"'cache/a?cache-control=max-age=60'",          0, "200, from the network"},
+      {"'cache/a?cache-control=max-age=60'",          0, "200, from the cache in"},
+      {"'cache/b?cache-control=no-cache&etag=%22x%22'", 0, "200, from the network"},
+      {"'cache/b?cache-control=no-cache&etag=%22x%22'", 0, "validated by the server"},
+      {"echo --data '{\"a\":1}'",                     0, "\"method\": \"POST\""},
+      {"echo --header 'X-Mine: yes'",                 0, "X-Mine"},
+      {"days",                                        1, "issue with your username or password"},
+      {"days --login skier@ombrix.test:powder",       0, "[]"},
+      {"days --login skier@ombrix.test:ice",          1, "issue with your username or password"},
+      {"account --data '{}'",                         1, "ombrix: The name"},
+      {"status/503",                                  1, "undergoing maintenance"},
+      {"fault/close-in-body",                         1, "Are you offline?"},
+      {"nowhere --cache-only",                        1, "Are you offline?"},
+      {"resorts --header wrong",                      2, "--header"},
+      {"resorts --server ftp://host",                 2, "--server"},
+      {"resorts --method BREW",                       2, "--method"},
+      // clang-format on
+  };
+  ::setenv("XDG_CACHE_HOME", (dir.path() / "cache").c_str(), 1);
+  for (const Case& c : cases) {
+    const Outcome outcome = run(dir, std::string("request ") + c.arguments);
+    EXPECT_EQ(outcome.status, c.status) << c.arguments << "\n" << outcome.output;
+    EXPECT_THAT(outcome.output, HasSubstr(c.says)) << c.arguments;
+  }
+}
+
+// Catches a day that arrives without its track, or under another name.
+TEST_F(ServerTests, ADayIsUploadedWithItsTrack) {
+  ASSERT_EQ(run(dir, "sample day.csv --runs 2").status, 0);
+  const Outcome outcome = run(dir, "day day.csv --upload --login skier@ombrix.test:powder");
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  const std::string size = std::to_string(dir.read("day.csv").size());
+  EXPECT_THAT(outcome.output, HasSubstr("the track with " + size + " bytes"));
+  const auto days = run(dir, "request days --login skier@ombrix.test:powder").output;
+  EXPECT_THAT(days, HasSubstr("\"distance"));
+  EXPECT_EQ(run(dir, "upload day.csv tracks/mine").status, 1);
+  EXPECT_THAT(run(dir, "upload day.csv tracks/mine --login skier@ombrix.test:powder").output,
+              HasSubstr("\"size\": " + size));
+}
+
+}  // namespace
+}  // namespace ombrix::hostapp
