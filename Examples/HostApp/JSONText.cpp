@@ -14,7 +14,8 @@ void append(std::string& out, const JSON& json, std::size_t level);
 /// Writes the elements of an array or a dictionary between its brackets.
 template <class Elements>
 void appendAll(std::string& out, const Elements& elements, std::size_t level, char opening,
-               char closing, const std::function<void(const typename Elements::const_iterator&)>& appendOne) {
+               char closing,
+               const std::function<void(const typename Elements::const_iterator&)>& appendOne) {
   out += opening;
   for (auto at = elements.begin(); at != elements.end(); ++at) {
     out += at == elements.begin() ? "\n" : ",\n";

@@ -51,10 +51,14 @@ class WatchedRequest final : public OmbrixAPIHttpRequestOperation {
 
 const char* sourceText(Metrics::FetchType type) {
   switch (type) {
-    case Metrics::FetchType::networkLoad: return "from the network";
-    case Metrics::FetchType::localCache: return "from the cache";
-    case Metrics::FetchType::validated: return "from the cache, validated by the server";
-    case Metrics::FetchType::unknown: break;
+    case Metrics::FetchType::networkLoad:
+      return "from the network";
+    case Metrics::FetchType::localCache:
+      return "from the cache";
+    case Metrics::FetchType::validated:
+      return "from the cache, validated by the server";
+    case Metrics::FetchType::unknown:
+      break;
   }
   return "from an unknown source";
 }
@@ -119,10 +123,12 @@ std::shared_ptr<WatchedRequest> makeRequest(const RequestOptions& options,
   auto& client = OmbrixServerAPI::sharedInstance();
   const auto url = platform::URL::parse(options.path, client.endpoint());
   if (!url) throw CLI::ValidationError("PATH", fmt::format("{:?} is no path", options.path));
-  const auto method = !options.method.empty() ? options.method : options.data.empty() ? "GET" : "POST";
-  auto request = std::make_shared<WatchedRequest>(
-      *url, *platform::fromRawValue<HTTPMethod>(method), headersOf(options.headers),
-      std::move(callback), client.session());
+  const auto method = !options.method.empty() ? options.method
+                      : options.data.empty()  ? "GET"
+                                              : "POST";
+  auto request = std::make_shared<WatchedRequest>(*url, *platform::fromRawValue<HTTPMethod>(method),
+                                                  headersOf(options.headers), std::move(callback),
+                                                  client.session());
   if (options.data.starts_with('@')) {
     request->setPayload(HTTPPayload(readWholeFile(options.data.substr(1))));
   } else if (!options.data.empty()) {
@@ -140,8 +146,8 @@ void run(const RequestOptions& options) {
     Data body;
   };
   std::promise<Ended> promise;
-  const auto request = makeRequest(
-      options, [&](bool isSuccess, int code, const platform::JSON*, const Data* data) {
+  const auto request =
+      makeRequest(options, [&](bool isSuccess, int code, const platform::JSON*, const Data* data) {
         promise.set_value({isSuccess, code, data != nullptr ? *data : Data()});
       });
   if (options.verbose) {
@@ -172,7 +178,8 @@ void addRequestCommand(CLI::App& app) {
       ->take_all()
       ->expected(1);
   auto* noCache = command->add_flag("--no-cache", options->noCache, "Pass over stored answers");
-  command->add_flag("--cache-only", options->cacheOnly, "Take a stored answer, however old, or none")
+  command
+      ->add_flag("--cache-only", options->cacheOnly, "Take a stored answer, however old, or none")
       ->excludes(noCache);
   command->add_flag("--raw", options->raw, "Print the body's bytes as they are");
   command->add_flag("-v,--verbose", options->verbose, "Print header fields and timings, too");

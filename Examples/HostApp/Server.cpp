@@ -102,8 +102,8 @@ void connect(const ServerOptions& options) {
 }
 
 JSON post(std::string_view path, Data document) {
-  const Data body = wait(client().dataPublisher(path, HTTPMethod::POST, false,
-                                                HTTPPayload(std::move(document))));
+  const Data body =
+      wait(client().dataPublisher(path, HTTPMethod::POST, false, HTTPPayload(std::move(document))));
   return body.empty() ? JSON() : JSON::parse(body);
 }
 
