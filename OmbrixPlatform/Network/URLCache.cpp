@@ -5,6 +5,7 @@
 
 #include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Memory/MemoryWarning.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/HTTPCacheControl.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/MemoryURLCache.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/SqliteURLCache.hpp"
@@ -46,7 +47,9 @@ class TieredURLCache final : public URLCache {
                  std::optional<URL> directory)
       : memoryCapacity_(std::max<std::int64_t>(memoryCapacity, 0)),
         diskCapacity_(directory ? std::max<std::int64_t>(diskCapacity, 0) : 0),
-        memory_(std::make_shared<MemoryURLCache>(memoryCapacity_)) {
+        memory_(std::make_shared<MemoryURLCache>(memoryCapacity_)),
+        memoryWarning_(
+            services().memoryWarnings.get().connect([memory = memory_] { memory->removeAll(); })) {
     if (!directory || !DiskBudget(diskCapacity_).isEnough()) return;
     disk_ = std::make_shared<SqliteURLCache>(
         directory->path(), diskCapacity_, [weak = std::weak_ptr(memory_)] {
@@ -117,6 +120,7 @@ class TieredURLCache final : public URLCache {
   const std::int64_t memoryCapacity_;
   const std::int64_t diskCapacity_;
   const std::shared_ptr<MemoryURLCache> memory_;
+  const ObservationToken memoryWarning_;
   std::shared_ptr<SqliteURLCache> disk_;  // none without a folder or with too small a budget
 };
 

@@ -19,12 +19,25 @@ struct CachedURLResponse {
 };
 
 /// Answers of servers, kept in memory and on disk within their budgets by the rules of a private
-/// cache (RFC 9111); what was used longest ago goes first. Any thread; several processes may share
-/// one folder. A damaged database is set aside and begun anew.
+/// cache (RFC 9111); what was used longest ago goes first. Any thread.
+///
+/// Only whole answers to GET are kept, and HEAD goes to the server like every other method. An
+/// answer goes to requests with the same "Authorization" (or the same lack of it) and the same
+/// values of the fields that it varies by, up to 32 of them for one URL. Fields of its header that
+/// are about the connection are not kept, nor is a token in "Authorization"; "Age" is as it came.
+/// Digests alone of what requests said reach the disk.
+///
+/// Answers of more than an eighth of the memory's budget are not kept there, of more than a
+/// twentieth of the disk's not there. Several processes may share one folder; each has its own
+/// memory, which does not learn of what others drop. A damaged database is set aside ("….damaged",
+/// the last one only) and begun anew; without a disk that works the memory goes on alone. A warning
+/// that memory runs short empties the memory.
 class URLCache {
  public:
   /// @param memoryCapacity Bytes in memory, 0 or more.
-  /// @param diskCapacity Bytes on disk, overhead included, 0 or more.
+  /// @param diskCapacity Bytes on disk, overhead included, 0 or more; below 192 KiB there is room
+  /// for
+  ///   nothing. A folder that was used with a larger budget is emptied first.
   /// @param directory Where the disk tier lies; made on first use. None: memory only.
   static std::shared_ptr<URLCache> make(std::int64_t memoryCapacity, std::int64_t diskCapacity,
                                         std::optional<URL> directory);
@@ -49,7 +62,11 @@ class URLCache {
   virtual void storeCachedResponse(const CachedURLResponse& response,
                                    const URLRequest& request) = 0;
 
+  /// Drops every answer to the request's URL.
   virtual void removeCachedResponse(const URLRequest& request) = 0;
+
+  /// Drops everything, also for the other processes that share the folder; it is gone when this
+  /// returns.
   virtual void removeAllCachedResponses() = 0;
 
   // What a session asks around an exchange.
@@ -68,7 +85,9 @@ class URLCache {
   };
 
   /// Decides by the request's method, header fields and cache policy, the stored answers and the
-  /// clock service. An answer kept for a request with "Authorization" serves only the same value.
+  /// clock service. The policies that ask for a stored answer however old get one whatever its
+  /// directives say. A request with conditions of its own or for a range goes to the server as it
+  /// is. What is served may be a redirect that is to be followed.
   [[nodiscard]] virtual Decision decide(const URLRequest& request) = 0;
 
   /// Takes note of what the server said: keeps it, merges a 304 into what `validated` held,

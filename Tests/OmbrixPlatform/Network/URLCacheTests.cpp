@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "OmbrixPlatform/Memory/MemoryWarning.hpp"
 #include "URLCacheFixture.hpp"
 
 namespace ombrix::platform {
@@ -102,6 +103,9 @@ TEST_F(URLCacheTests, MemoryHoldsWhatWasUsedLast) {
   cache->removeCachedResponse(url(98));
   EXPECT_FALSE(cache->cachedResponse(url(98)));
   EXPECT_TRUE(cache->cachedResponse(url(0)));
+  UIApplicationDidReceiveMemoryWarningNotification().send();
+  EXPECT_EQ(cache->currentMemoryUsage(), 0);
+  put(0, 9'000);
   cache->removeAllCachedResponses();
   EXPECT_FALSE(cache->cachedResponse(url(0)));
   EXPECT_EQ(cache->currentMemoryUsage(), 0);
