@@ -41,7 +41,7 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
   {
     const std::lock_guard lock(readerMutex_);
     try {
-      if (reader_.openExisting()) answer = reader_.find(key, request, use);
+      answer = reader_.find(key, request, use);
     } catch (const SqliteFailure& failure) {
       handle(reader_, failure);
       if (!failure.isBusy() && !failure.isDamage()) {
@@ -119,7 +119,7 @@ std::int64_t SqliteURLCache::usage() {
   }
   const std::lock_guard lock(readerMutex_);
   try {
-    if (reader_.openExisting()) bytes += reader_.usage();
+    bytes += reader_.usage();
   } catch (const SqliteFailure& failure) {
     handle(reader_, failure);
   }

@@ -180,18 +180,17 @@ void SqliteURLCacheFile::open() {
   }
 }
 
-SqliteURLCacheFile::Open& SqliteURLCacheFile::opened() {
-  const bool isInTransaction = open_ && open_->connection.isInTransaction();
-  if (!isInTransaction && (!open_ || identity() != identity_)) {
-    open_.reset();
-    open();
-  }
-  return *open_;
+void SqliteURLCacheFile::openAnew() {
+  if (open_ && identity() == identity_) return;
+  open_.reset();
+  open();
 }
 
 bool SqliteURLCacheFile::openExisting() {
   const auto found = identity();
-  if (!found) open_.reset();
+  if (open_ && found == identity_) return true;
+  open_.reset();
+  if (found) open();
   return found.has_value();
 }
 
@@ -199,7 +198,7 @@ void SqliteURLCacheFile::close() noexcept { open_.reset(); }
 
 void SqliteURLCacheFile::clear() {
   open_.reset();
-  if (!openExisting()) return;
+  if (!identity()) return;
   const Descriptor locked = lock();
   removeFiles();
   ::unlink((path_ + ".damaged").c_str());
@@ -217,7 +216,8 @@ void SqliteURLCacheFile::setAside() {
 
 CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPHeaders& request,
                                              Use& use) {
-  Open& open = opened();
+  if (!openExisting()) return nullptr;
+  Open& open = *open_;
   const std::int64_t hash = hashOf(key);
   const SqliteReset reset(open.select);
   open.select.bind(1, hash);
@@ -253,9 +253,9 @@ CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPH
 }
 
 std::int64_t SqliteURLCacheFile::usage() {
-  Open& open = opened();
-  const SqliteReset reset(open.total);
-  return open.total.step() ? open.total.integer(0) : 0;
+  if (!openExisting()) return 0;
+  const SqliteReset reset(open_->total);
+  return open_->total.step() ? open_->total.integer(0) : 0;
 }
 
 std::int64_t SqliteURLCacheFile::bytesInUse() {
@@ -269,11 +269,11 @@ std::int64_t SqliteURLCacheFile::bytesInUse() {
 // Changing.
 
 void SqliteURLCacheFile::begin() {
-  Open& open = opened();
-  open.begin.run();
-  const SqliteReset reset(open.total);
-  if (!open.total.step()) failDamaged();
-  open.uses = open.total.integer(1);
+  openAnew();
+  open_->begin.run();
+  const SqliteReset reset(open_->total);
+  if (!open_->total.step()) failDamaged();
+  open_->uses = open_->total.integer(1);
 }
 
 void SqliteURLCacheFile::commit() {
@@ -339,7 +339,7 @@ void SqliteURLCacheFile::touch(const Use& use) {
 
 void SqliteURLCacheFile::makeRoom(std::int64_t bytes,
                                   const std::function<std::vector<std::string>()>& keysInUse) {
-  opened();
+  openAnew();
   if (bytesInUse() + bytes <= budget_.database) return;
   touchAll(keysInUse());
   const std::int64_t goal = budget_.database / 10 * 9 - bytes;

@@ -41,6 +41,8 @@ class SqliteURLCacheFile {
   /// Opens the database if there is one; false when there is none.
   bool openExisting();
 
+  // Reading: nothing where there is no database.
+
   struct Use {
     std::int64_t id, hash;
   };
@@ -91,7 +93,7 @@ class SqliteURLCacheFile {
   void removeFiles() const noexcept;
   void rename() const noexcept;
   void open();
-  Open& opened();
+  void openAnew();
   void touchAll(const std::vector<std::string>& keys);
   bool evict(std::int64_t bytes);
   [[nodiscard]] std::int64_t bytesInUse();
