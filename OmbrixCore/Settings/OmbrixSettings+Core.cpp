@@ -1,5 +1,6 @@
 #include <cstdint>
 
+#include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixCore/Settings/SettingsRegistrations.hpp"
 #include "OmbrixCore/Settings/SettingsTables.hpp"
@@ -55,9 +56,12 @@ void OmbrixSettings::localeDidChange() {
   didChangeValueForKey("metricType");
 }
 
-void OmbrixSettings::maskViaWormhole(std::shared_ptr<platform::MessageChannel> channel) {
+void OmbrixSettings::maskViaWormhole() { maskVia(OmbrixWormhole()); }
+
+void OmbrixSettings::maskVia(std::shared_ptr<platform::MessageChannel> channel) {
+  auto previous = channel;  // one that is replaced ends outside the lock
   const auto mappings = SettingsTables::shared().change([&](SettingsTables::Contents& contents) {
-    contents.wormhole = channel;
+    contents.wormhole.swap(previous);
     return contents.settingsMappings;
   });
   for (const auto& [property, key] : mappings) {

@@ -45,7 +45,8 @@ std::atomic<OmbrixSettings*>& OmbrixSettings::substitute() {
 }
 
 OmbrixSettings::OmbrixSettings() : registrations_(std::make_shared<Registrations>()) {
-  tables().change([](SettingsTables::Contents& contents) { contents = {}; });
+  SettingsTables::Contents previous;  // its channel ends outside the lock
+  tables().change([&](SettingsTables::Contents& contents) { std::swap(contents, previous); });
 }
 
 OmbrixSettings::~OmbrixSettings() { registrations_->end(); }

@@ -126,8 +126,9 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   void localeDidChange();
 
   /// Prefers the companion's unit system to the stored one from now on, and tells observers of
-  /// every mapped property when the companion sends a value. There is no way back.
-  void maskViaWormhole(std::shared_ptr<platform::MessageChannel> channel);
+  /// every mapped property when the companion sends a value, on a thread of the channel's. There
+  /// is no way back. The channel is `OmbrixWormhole()`.
+  void maskViaWormhole();
 
   /// The unit system, "kilometers", "miles" or "british": the companion's where `maskViaWormhole`
   /// was called and the companion has sent one, else the stored one, else the default; empty
@@ -153,6 +154,7 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   struct Registrations;
 
   static std::atomic<OmbrixSettings*>& substitute();
+  void maskVia(std::shared_ptr<platform::MessageChannel> channel);
   void save(const std::optional<platform::PropertyList>& value, std::string_view key);
 
   const std::shared_ptr<Registrations> registrations_;

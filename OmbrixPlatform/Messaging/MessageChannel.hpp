@@ -13,19 +13,20 @@ namespace ombrix::platform {
 /// message stays readable. All operations may be called from any thread.
 class MessageChannel {
  public:
-  /// Called with the new message; nothing when it was cleared or cannot be read.
-  using Listener = std::move_only_function<void(const std::optional<PropertyList>& message)>;
+  /// Called with a new message.
+  using Listener = std::move_only_function<void(const PropertyList& message)>;
 
   virtual ~MessageChannel() = default;
 
-  /// Leaves a message for whoever listens for the identifier or asks for it later.
+  /// Leaves a message for whoever listens for the identifier or asks for it later. Throws
+  /// `PropertyListError` for what no property list can hold.
   virtual void passMessageObject(const PropertyList& message, std::string_view identifier) = 0;
 
-  /// The last message of the identifier; nothing when there is none.
+  /// The last message of the identifier, whoever passed it; nothing when there is none.
   [[nodiscard]] virtual std::optional<PropertyList> messageWithIdentifier(
       std::string_view identifier) const = 0;
 
-  /// Removes the message of the identifier.
+  /// Removes the message of the identifier. Listeners are not told: that is no message.
   virtual void clearMessageContentsForIdentifier(std::string_view identifier) = 0;
 
   /// Calls the listener for every message of the identifier that another program passes, on a

@@ -38,6 +38,10 @@ ScopedSettings::ScopedSettings(std::string_view metricType) : ScopedSettings() {
 
 ScopedSettings::~ScopedSettings() { OmbrixSettings::substitute().store(previous_); }
 
+void ScopedSettings::maskVia(std::shared_ptr<platform::MessageChannel> channel) const {
+  settings_->maskVia(std::move(channel));
+}
+
 void ScopedSettings::waitForRegistrations() const { settings_->registrations_->wait(); }
 
 }  // namespace ombrix::testing

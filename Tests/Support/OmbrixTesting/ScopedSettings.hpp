@@ -52,6 +52,9 @@ class ScopedSettings : public ScopedDefaults {
 
   [[nodiscard]] OmbrixSettings& settings() const { return *settings_; }
 
+  /// `maskViaWormhole` with a channel of the caller's.
+  void maskVia(std::shared_ptr<platform::MessageChannel> channel) const;
+
   /// Returns when all mappings registered so far are observed.
   void waitForRegistrations() const;
 

@@ -1,0 +1,357 @@
+#include "OmbrixPlatform/Messaging/MMWormhole.hpp"
+
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cstdio>
+#include <map>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Concurrency/Serial.hpp"
+#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
+#include "OmbrixPlatform/Files/FolderWatcher.hpp"
+#include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
+#include "OmbrixPlatform/Logging/DDLog.hpp"
+#include "OmbrixPlatform/Messaging/Detail/MessageFile.hpp"
+#include "OmbrixPlatform/Observation/Signal.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/UUID.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using detail::Message;
+using detail::MessageId;
+
+constexpr mode_t kOwnerOnly = 0600;
+
+const FileManager& files() { return FileManager::defaultManager(); }
+
+const std::string& thisProcess() {
+  static const std::string& name = *new std::string(UUID::random().uuidString());
+  return name;
+}
+
+MessageId nextId() {
+  static std::atomic<std::int64_t> count{0};
+  return {thisProcess(), ++count};
+}
+
+void logFailure(const std::string& message) {
+  DDLogError({"OmbrixPlatform/Messaging/MMWormhole", "MMWormhole"}, message);
+}
+
+/// Puts the bytes in the file's place, whole or not at all. Needs exclusive access: every writer of
+/// a file goes by way of the same other one, so that what a killed writer leaves is used up.
+FileResult<void> replaceFile(const URL& url, DataView bytes) {
+  const URL folder = url.deletingLastPathComponent();
+  if (auto made = files().createDirectory(folder, true); !made) return made;
+  const std::string fresh =
+      folder.appendingPathComponent("." + url.lastPathComponent() + ".new", false).path();
+  const auto failure = [&](const char* action, int code) {
+    return std::unexpected(FileError(code, action, url.path()));
+  };
+  detail::Descriptor file =
+      detail::openFile(fresh, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, kOwnerOnly);
+  if (!file) return failure("open", errno);
+  int error = detail::writeAll(file.get(), bytes);
+  if (error == 0 && ::fsync(file.get()) != 0) error = errno;
+  if (error == 0) error = file.reset();
+  if (error == 0 && std::rename(fresh.c_str(), url.path().c_str()) != 0) error = errno;
+  if (error == 0) return {};
+  ::unlink(fresh.c_str());
+  return failure("write", error);
+}
+
+}  // namespace
+
+class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
+ public:
+  /// Null where the group has no folder.
+  static std::shared_ptr<Impl> make(std::string_view group,
+                                    const std::optional<std::string>& directory,
+                                    ErrorHandler onError);
+
+  Impl(const URL& container, URL folder, ErrorHandler onError)
+      : folder_(std::move(folder)),
+        coordinator_(nullptr, container),
+        onError_(std::move(onError)) {}
+
+  [[nodiscard]] const URL& folder() const noexcept { return folder_; }
+  void pass(const PropertyList& content, std::string_view identifier);
+  [[nodiscard]] std::optional<PropertyList> message(std::string_view identifier);
+  void clear(std::string_view identifier);
+  ObservationToken listen(std::string_view identifier, Listener listener);
+
+ private:
+  /// What is known of one identifier; lives as long as the channel. All but the signal is guarded
+  /// by the mutex.
+  struct Entry {
+    explicit Entry(std::string name) : identifier(std::move(name)) {}
+
+    const std::string identifier;
+    Signal<const PropertyList&> arrived;
+    std::uint64_t changes = 0;      // of the file, as far as they were noticed
+    bool isCurrent = false;         // whether `last` is what the file holds since the last of them
+    std::optional<Message> last;    // in the file
+    std::optional<MessageId> told;  // to the listeners, or not to be told
+    bool isDeliveryPosted = false;
+    std::string lastFailure;
+  };
+  using EntryPointer = std::shared_ptr<Entry>;
+
+  EntryPointer entryOf(std::string_view identifier);
+  [[nodiscard]] URL fileOf(const Entry& entry) const {
+    return folder_.appendingPathComponent(detail::messageFileName(entry.identifier), false);
+  }
+  std::optional<Message> load(Entry& entry);
+  void keep(Entry& entry, std::optional<Message> message);
+  void write(Entry& entry, NSFileCoordinator::WritingOptions options, const char* action,
+             std::optional<Message> message,
+             const std::function<FileResult<void>(const URL&)>& change);
+  void beWatching();
+  void noticed(const FolderChange& change);
+  void deliver(Entry& entry);
+  void report(Entry& entry, const char* action, const char* why);
+
+  const URL folder_;
+  const NSFileCoordinator coordinator_;
+  const ErrorHandler onError_;
+  Serial serial_{SectionPlace::offMainQueue};  // tells the listeners
+
+  std::mutex mutex_;  // guards the entries; nothing is called while it is held
+  std::map<std::string, EntryPointer, std::less<>> entries_;  // by identifier
+  std::map<std::string, EntryPointer, std::less<>> byFile_;   // by file name
+  std::once_flag watchOnce_;
+  std::atomic<bool> isWatching_{false};
+  ObservationToken watch_;
+};
+
+std::shared_ptr<MMWormhole::Impl> MMWormhole::Impl::make(
+    std::string_view group, const std::optional<std::string>& directory, ErrorHandler onError) {
+  const auto container = services().directories.get().containerForGroup(group);
+  if (!container) {
+    onError("Data: There are no messages, since there is no folder of the group \"" +
+            std::string(group) + "\"");
+    return nullptr;
+  }
+  URL folder = directory ? container->appendingPathComponent(*directory, true) : *container;
+  return std::make_shared<Impl>(*container, std::move(folder), std::move(onError));
+}
+
+MMWormhole::Impl::EntryPointer MMWormhole::Impl::entryOf(std::string_view identifier) {
+  const std::lock_guard lock(mutex_);
+  const auto found = entries_.find(identifier);
+  if (found != entries_.end()) return found->second;
+  auto entry = std::make_shared<Entry>(std::string(identifier));
+  byFile_.emplace(detail::messageFileName(identifier), entry);
+  return entries_.emplace(entry->identifier, entry).first->second;
+}
+
+/// Begins to follow the folder, the first time. Without, every question reads the file.
+void MMWormhole::Impl::beWatching() {
+  std::optional<FileError> failure;
+  std::call_once(watchOnce_, [&] {
+    try {
+      watch_ = FolderWatcher::shared().watch(folder_.path(),
+                                             [weak = weak_from_this()](const FolderChange& change) {
+                                               if (const auto self = weak.lock())
+                                                 self->noticed(change);
+                                             });
+      isWatching_ = true;
+    } catch (const FileError& error) {
+      failure = error;
+    }
+  });
+  if (failure) onError_(std::string("Data: Error watching messages: ") + failure->what());
+}
+
+/// A folder event, on the events thread.
+void MMWormhole::Impl::noticed(const FolderChange& change) {
+  std::vector<EntryPointer> told;
+  const auto mark = [&](const EntryPointer& entry) {
+    ++entry->changes;
+    entry->isCurrent = false;
+    if (entry->isDeliveryPosted || !entry->arrived.hasObservers()) return;
+    entry->isDeliveryPosted = true;
+    told.push_back(entry);
+  };
+  {
+    const std::lock_guard lock(mutex_);
+    if (change.kind == FolderChange::Kind::lookAgain) {
+      for (const auto& [name, entry] : byFile_) mark(entry);
+    } else if (const auto found = byFile_.find(change.name); found != byFile_.end()) {
+      mark(found->second);
+    }
+  }
+  for (const auto& entry : told) {
+    serial_.post([weak = weak_from_this(), entry] {
+      if (const auto self = weak.lock()) self->deliver(*entry);
+    });
+  }
+}
+
+/// Tells the listeners of the message that is there now, unless they know it, or it is our own.
+void MMWormhole::Impl::deliver(Entry& entry) {
+  {
+    const std::lock_guard lock(mutex_);
+    entry.isDeliveryPosted = false;
+  }
+  const auto message = load(entry);
+  if (!message) return;
+  {
+    const std::lock_guard lock(mutex_);
+    if (entry.told == message->id) return;
+    entry.told = message->id;
+  }
+  if (message->id.sender != thisProcess()) entry.arrived.send(message->content);
+}
+
+/// Reads the file; nothing, which is reported, where it holds no message.
+std::optional<Message> MMWormhole::Impl::load(Entry& entry) {
+  std::uint64_t changes = 0;
+  {
+    const std::lock_guard lock(mutex_);
+    changes = entry.changes;
+  }
+  const URL url = fileOf(entry);
+  std::optional<Message> message;
+  bool isCertain = true;
+  // Most identifiers have no file, which takes no lock to know.
+  if (files().fileExists(url)) {
+    FileResult<Data> bytes;
+    const auto access = coordinator_.coordinateReadingItemAtURL(
+        url, NSFileCoordinator::ReadingOptions::none,
+        [&](const URL& granted) { bytes = files().contents(granted); });
+    if (!access) bytes = std::unexpected(access.error());
+    try {
+      if (bytes) message = detail::decodeMessage(*bytes);
+    } catch (const PropertyListError& error) {
+      report(entry, "reading", error.what());
+    }
+    if (!bytes && !bytes.error().isNoSuchFile()) {
+      isCertain = false;
+      report(entry, "reading", bytes.error().what());
+    }
+  }
+  const std::lock_guard lock(mutex_);
+  if (message) entry.lastFailure.clear();
+  if (isCertain && entry.changes == changes) keep(entry, message);
+  return message;
+}
+
+/// With the mutex held: the file holds this now.
+void MMWormhole::Impl::keep(Entry& entry, std::optional<Message> message) {
+  entry.last = std::move(message);
+  entry.isCurrent = isWatching_;
+}
+
+/// Tells of a failure, unless it was the last thing that was told of this identifier.
+void MMWormhole::Impl::report(Entry& entry, const char* action, const char* why) {
+  std::string failure =
+      "Data: Error " + std::string(action) + " message \"" + entry.identifier + "\": " + why;
+  {
+    const std::lock_guard lock(mutex_);
+    if (std::exchange(entry.lastFailure, failure) == failure) return;
+  }
+  onError_(failure);
+}
+
+/// Changes the file with exclusive access, and what is known of it before others get access.
+void MMWormhole::Impl::write(Entry& entry, NSFileCoordinator::WritingOptions options,
+                             const char* action, std::optional<Message> message,
+                             const std::function<FileResult<void>(const URL&)>& change) {
+  FileResult<void> changed;
+  const auto access =
+      coordinator_.coordinateWritingItemAtURL(fileOf(entry), options, [&](const URL& url) {
+        changed = change(url);
+        if (!changed) return;
+        const std::lock_guard lock(mutex_);
+        ++entry.changes;
+        entry.lastFailure.clear();
+        keep(entry, std::move(message));
+      });
+  if (!access) changed = std::unexpected(access.error());
+  if (!changed) report(entry, action, changed.error().what());
+}
+
+void MMWormhole::Impl::pass(const PropertyList& content, std::string_view identifier) {
+  Message message{nextId(), content};
+  const Data bytes = detail::encodeMessage(message);
+  write(*entryOf(identifier), NSFileCoordinator::WritingOptions::forMerging, "passing",
+        std::move(message), [&](const URL& url) { return replaceFile(url, bytes); });
+}
+
+void MMWormhole::Impl::clear(std::string_view identifier) {
+  const EntryPointer entry = entryOf(identifier);
+  if (!files().fileExists(fileOf(*entry))) return;
+  write(*entry, NSFileCoordinator::WritingOptions::forDeleting, "clearing", std::nullopt,
+        [&](const URL& url) {
+          auto removed = files().removeItem(url);
+          return removed || !removed.error().isNoSuchFile() ? removed : FileResult<void>();
+        });
+}
+
+std::optional<PropertyList> MMWormhole::Impl::message(std::string_view identifier) {
+  {
+    const std::lock_guard lock(mutex_);
+    const auto found = entries_.find(identifier);
+    if (found != entries_.end() && found->second->isCurrent) {
+      const auto& last = found->second->last;
+      return last ? std::optional(last->content) : std::nullopt;
+    }
+  }
+  beWatching();
+  auto message = load(*entryOf(identifier));
+  if (!message) return std::nullopt;
+  return std::move(message->content);
+}
+
+ObservationToken MMWormhole::Impl::listen(std::string_view identifier, Listener listener) {
+  beWatching();
+  const EntryPointer entry = entryOf(identifier);
+  if (!entry->arrived.hasObservers()) {
+    // What is there already is not news.
+    if (const auto message = load(*entry)) {
+      const std::lock_guard lock(mutex_);
+      entry->told = message->id;
+    }
+  }
+  return entry->arrived.connect(std::move(listener));
+}
+
+MMWormhole::MMWormhole(std::string_view applicationGroupIdentifier,
+                       const std::optional<std::string>& optionalDirectory, ErrorHandler onError)
+    : impl_(Impl::make(applicationGroupIdentifier, optionalDirectory,
+                       onError ? std::move(onError) : logFailure)) {}
+
+MMWormhole::~MMWormhole() = default;
+
+std::optional<URL> MMWormhole::folder() const {
+  return impl_ ? std::optional(impl_->folder()) : std::nullopt;
+}
+
+void MMWormhole::passMessageObject(const PropertyList& message, std::string_view identifier) {
+  if (impl_) impl_->pass(message, identifier);
+}
+
+std::optional<PropertyList> MMWormhole::messageWithIdentifier(std::string_view identifier) const {
+  return impl_ ? impl_->message(identifier) : std::nullopt;
+}
+
+void MMWormhole::clearMessageContentsForIdentifier(std::string_view identifier) {
+  if (impl_) impl_->clear(identifier);
+}
+
+ObservationToken MMWormhole::listenForMessageWithIdentifier(std::string_view identifier,
+                                                            Listener listener) {
+  if (!impl_) return {};
+  return impl_->listen(identifier, std::move(listener));
+}
+
+}  // namespace ombrix::platform
