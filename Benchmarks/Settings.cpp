@@ -11,8 +11,10 @@
 #include <string>
 #include <unordered_map>
 
+#include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixTesting/ScopedDirectories.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
 namespace {
@@ -40,6 +42,17 @@ void MetricType(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(scoped.settings().metricType());
 }
 BENCHMARK(MetricType)->Name("metricType/ombrix");
+
+void MetricTypeMasked(benchmark::State& state) {
+  ombrix::testing::ScopedDirectories directories;
+  directories.setGroupContainer(true);
+  const ScopedSettings scoped("miles");
+  ombrix::OmbrixWormhole()->passMessageObject("british", "units");
+  scoped.settings().maskViaWormhole();
+  if (scoped.settings().metricType() != "british") std::abort();
+  for (auto _ : state) benchmark::DoNotOptimize(scoped.settings().metricType());
+}
+BENCHMARK(MetricTypeMasked)->Name("metricType/ombrix-companion");
 
 void StringForKey(benchmark::State& state) {
   const ScopedSettings scoped("miles");

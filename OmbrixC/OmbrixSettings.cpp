@@ -3,8 +3,13 @@
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
 #include "OmbrixC/Detail/Observation.hpp"
+#include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+
+struct OmbrixMMWormhole {
+  std::shared_ptr<ombrix::platform::MMWormhole> channel;
+};
 
 namespace {
 
@@ -13,6 +18,7 @@ using ombrix::c::catching;
 using ombrix::c::copied;
 using ombrix::c::textFrom;
 using ombrix::platform::PropertyList;
+using ombrix::platform::PropertyListSerialization;
 
 Settings& from(OmbrixSettings* self) { return *reinterpret_cast<Settings*>(self); }
 const Settings& from(const OmbrixSettings* self) {
@@ -33,7 +39,7 @@ std::optional<PropertyList> from(const OmbrixValue& value) {
     case OmbrixValueString:
       return PropertyList(textFrom(value.string));
     case OmbrixValuePropertyList:
-      return ombrix::platform::PropertyListSerialization::read(
+      return PropertyListSerialization::read(
           std::as_bytes(std::span(value.propertyList.bytes, value.propertyList.length)));
     case OmbrixValueNone:
       break;
@@ -163,6 +169,40 @@ bool ombrix_Settings_extraLogging(const OmbrixSettings* self) {
 
 void ombrix_Settings_setExtraLogging_(OmbrixSettings* self, bool extraLogging) {
   catching(nullptr, [&] { from(self).setExtraLogging(extraLogging); });
+}
+
+void ombrix_Settings_maskViaWormhole(OmbrixSettings* self) {
+  catching(nullptr, [&] { from(self).maskViaWormhole(); });
+}
+
+OmbrixMMWormhole* ombrix_MMWormhole_OmbrixWormhole() {
+  return catching(nullptr, [] { return new OmbrixMMWormhole{ombrix::OmbrixWormhole()}; });
+}
+
+void ombrix_MMWormhole_release(OmbrixMMWormhole* self) { delete self; }
+
+void ombrix_MMWormhole_passMessageObject_identifier_(OmbrixMMWormhole* self, OmbrixValue message,
+                                                     const char* identifier) {
+  catching(nullptr, [&] {
+    if (const auto value = from(message)) {
+      self->channel->passMessageObject(*value, textFrom(identifier));
+    }
+  });
+}
+
+OmbrixData ombrix_MMWormhole_messageWithIdentifier_(const OmbrixMMWormhole* self,
+                                                    const char* identifier) {
+  return catching(nullptr, [&] {
+    const auto message = self->channel->messageWithIdentifier(textFrom(identifier));
+    return copied(message ? std::optional(PropertyListSerialization::write(*message))
+                          : std::nullopt);
+  });
+}
+
+void ombrix_MMWormhole_clearMessageContentsForIdentifier_(OmbrixMMWormhole* self,
+                                                          const char* identifier) {
+  catching(nullptr,
+           [&] { self->channel->clearMessageContentsForIdentifier(textFrom(identifier)); });
 }
 
 OmbrixObservation* ombrix_Settings_addObserver_forKeyPath_context_(OmbrixSettings* self,

@@ -87,6 +87,26 @@ void ombrix_Settings_setSyncPreferences_(OmbrixSettings* self, bool syncPreferen
 bool ombrix_Settings_extraLogging(const OmbrixSettings* self);
 void ombrix_Settings_setExtraLogging_(OmbrixSettings* self, bool extraLogging);
 
+/// Has the unit system, and changes of all settings, come from the companion from now on.
+void ombrix_Settings_maskViaWormhole(OmbrixSettings* self);
+
+/// A channel to the companion; OmbrixPlatform/Messaging/MMWormhole.hpp says what each operation
+/// does. Any thread.
+typedef struct OmbrixMMWormhole OmbrixMMWormhole;
+
+/// A new channel of the product's app group.
+OmbrixMMWormhole* ombrix_MMWormhole_OmbrixWormhole(void);
+void ombrix_MMWormhole_release(OmbrixMMWormhole* self);
+
+/// Passes nothing for a value of no kind.
+void ombrix_MMWormhole_passMessageObject_identifier_(OmbrixMMWormhole* self, OmbrixValue message,
+                                                     const char* identifier);
+/// The last message as the bytes of a property list.
+OmbrixData ombrix_MMWormhole_messageWithIdentifier_(const OmbrixMMWormhole* self,
+                                                    const char* identifier);
+void ombrix_MMWormhole_clearMessageContentsForIdentifier_(OmbrixMMWormhole* self,
+                                                          const char* identifier);
+
 /// Calls the observer on every change of the property; the caller owns the result. NULL for an
 /// observer that is NULL.
 OmbrixObservation* ombrix_Settings_addObserver_forKeyPath_context_(OmbrixSettings* self,

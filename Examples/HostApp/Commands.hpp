@@ -33,6 +33,9 @@ void addServeCommand(CLI::App& app);
 void addRequestCommand(CLI::App& app);
 void addUploadCommand(CLI::App& app);
 
+/// The same for a command below the settings command.
+void addCompanionCommand(CLI::App& settings);
+
 /// Writes a track as a GeoJSON line string; failures end the command.
 void writeLineString(const std::string& path, std::span<const CLLocation> fixes);
 

@@ -122,6 +122,7 @@ void addSettingsCommand(CLI::App& app) {
   watching->callback([options] { watch(options->count); });
 
   addSyncCommand(*command);
+  addCompanionCommand(*command);
 }
 
 }  // namespace ombrix::hostapp

@@ -75,8 +75,9 @@ void OmbrixSettings::maskVia(std::shared_ptr<platform::MessageChannel> channel) 
 
 std::string OmbrixSettings::metricType() const {
   auto& tables = SettingsTables::shared();
-  if (tables.hasWormhole()) {
-    const auto message = tables.wormhole()->messageWithIdentifier(keyFromGetter("metricType"));
+  // A new instance may take the channel away between the two questions.
+  if (const auto channel = tables.hasWormhole() ? tables.wormhole() : nullptr) {
+    const auto message = channel->messageWithIdentifier(keyFromGetter("metricType"));
     if (message && message->text()) return *message->text();
   }
   // Asked for every formatted value: what this thread read last is good while neither the defaults

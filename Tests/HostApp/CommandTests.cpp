@@ -43,6 +43,7 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"sample /nowhere/out.csv", 1, "/nowhere/out.csv"},
       {"settings get nothing", 2, "nothing"},
       {"settings set metricType furlongs", 2, "furlongs"},
+      {"settings companion send units furlongs", 2, "furlongs"},
   };
   for (const Case& c : cases) {
     const Outcome outcome = run(folder, c.arguments);
@@ -207,6 +208,26 @@ TEST(CommandTests, ProcessesSeeEachOthersChangesOnce) {
     EXPECT_EQ(each->nextLine(), "");
     EXPECT_EQ(each->wait(), 0);
   }
+}
+
+// Catches a watch that does not take the phone's unit system, or hears of it twice.
+TEST(CommandTests, ADeviceTakesItsCompanionsUnits) {
+  const testing::ScopedDir folder;
+  EXPECT_EQ(run(folder, "settings companion send units british").status, 0);
+  EXPECT_EQ(run(folder, "settings get metricType").output, "miles\n");
+  Running watch("settings companion watch --count 3");
+  EXPECT_THAT(watch.nextLine(), HasSubstr("metricType = british"));
+  const char* changes[][2] = {
+      {"units kilometers", "metricType changed; metricType = kilometers\n"},
+      {"enableExtraLogging true", "extraLogging changed; metricType = kilometers\n"},
+      {"units miles", "metricType changed; metricType = miles\n"},
+  };
+  for (const auto& [change, line] : changes) {
+    EXPECT_EQ(run(folder, std::string("settings companion send ") + change).status, 0);
+    EXPECT_EQ(watch.nextLine(), line);
+  }
+  EXPECT_EQ(watch.nextLine(), "");
+  EXPECT_EQ(watch.wait(), 0);
 }
 
 // Catches skipped rows that leave no trace in the log the user can send in.

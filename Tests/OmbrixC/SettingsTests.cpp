@@ -5,6 +5,8 @@
 #include <string>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixTesting/RecordingLog.hpp"
+#include "OmbrixTesting/ScopedDirectories.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
 namespace ombrix {
@@ -47,6 +49,31 @@ TEST(SettingsTests, CallersReachTheSharedSettings) {
   ombrix_Settings_enableSyncWithBehavior_(settings, 1);
   EXPECT_TRUE(ombrix_Settings_hasSyncedToiCloudBefore(settings));
   EXPECT_EQ(scoped.cloud().stringForKey("units"), "british");
+}
+
+// Catches a channel that a C caller opens and the settings do not look at, and messages that
+// change on the way.
+TEST(SettingsTests, CallersReachTheCompanionsChannel) {
+  testing::ScopedDirectories directories;
+  testing::RecordingLog log;
+  directories.setGroupContainer(true);
+  const ScopedSettings scoped("miles");
+  auto* settings = ombrix_Settings_shared();
+  auto* channel = ombrix_MMWormhole_OmbrixWormhole();
+  const OmbrixValue british{.kind = OmbrixValueString, .string = "british"};
+  ombrix_MMWormhole_passMessageObject_identifier_(channel, british, "units");
+  ombrix_MMWormhole_passMessageObject_identifier_(channel, OmbrixValue{}, "units");
+  EXPECT_EQ(taken(ombrix_Settings_metricType(settings)), "miles");
+  ombrix_Settings_maskViaWormhole(settings);
+  EXPECT_EQ(taken(ombrix_Settings_metricType(settings)), "british");
+  const OmbrixData bytes = ombrix_MMWormhole_messageWithIdentifier_(channel, "units");
+  EXPECT_EQ(platform::PropertyListSerialization::read(
+                std::as_bytes(std::span(bytes.bytes, bytes.length))),
+            PropertyList("british"));
+  ombrix_Data_release(bytes);
+  ombrix_MMWormhole_clearMessageContentsForIdentifier_(channel, "units");
+  EXPECT_EQ(ombrix_MMWormhole_messageWithIdentifier_(channel, "units").bytes, nullptr);
+  ombrix_MMWormhole_release(channel);
 }
 
 // Catches values of one kind that arrive as another.
