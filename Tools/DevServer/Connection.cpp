@@ -33,8 +33,8 @@ Connection::Connection(tcp::socket socket, ServerCore& core, std::uint64_t numbe
 
 void Connection::start() {
   error_code ignored;
-  socket_.non_blocking(true, ignored);
-  socket_.set_option(tcp::no_delay(true), ignored);
+  static_cast<void>(socket_.non_blocking(true, ignored));
+  static_cast<void>(socket_.set_option(tcp::no_delay(true), ignored));
   core_.journal.connectionOpened();
   read();
 }
@@ -50,7 +50,7 @@ void Connection::end(End how) {
   }
   if (how == End::reset) {
     error_code ignored;
-    socket_.set_option(asio::socket_base::linger(true, 0), ignored);
+    static_cast<void>(socket_.set_option(asio::socket_base::linger(true, 0), ignored));
   }
   abandon();
 }
@@ -308,7 +308,7 @@ void Connection::beginEnd(End how) {
   in_.clear();
   inRead_ = 0;
   error_code ignored;
-  socket_.shutdown(tcp::socket::shutdown_send, ignored);
+  static_cast<void>(socket_.shutdown(tcp::socket::shutdown_send, ignored));
   timer_.expires_after(kLingerTime);
   timer_.async_wait([self = shared_from_this()](const error_code& error) {
     if (!error) self->abandon();
@@ -320,7 +320,7 @@ void Connection::abandon() {
   const auto self = shared_from_this();
   error_code ignored;
   timer_.cancel(ignored);
-  socket_.close(ignored);
+  static_cast<void>(socket_.close(ignored));
   core_.gates.leave(number_);
   if (std::exchange(isHeld_, false)) core_.journal.holdEnded();
   if (std::exchange(isCounted_, false)) core_.journal.requestEnded();

@@ -97,7 +97,9 @@ using Script = std::vector<Step>;
 /// An answer: status, fields and body, or a script of steps that is followed to the letter.
 struct Response {
   int status = 200;
-  Fields headers;  ///< "Date", "Content-Length" and "Connection" are added unless given.
+  /// "Date" and "Content-Length" are added unless given; a field with an empty value is left out,
+  /// also one that is added otherwise.
+  Fields headers;
   std::string body;
   bool isChunked = false;  ///< Sends the body in chunks instead of with its length.
   Script script;           ///< Unless empty, sent instead of all the above.

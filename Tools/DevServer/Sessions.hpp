@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 namespace ombrix::devserver {
 
@@ -14,7 +15,9 @@ namespace ombrix::devserver {
 class Sessions {
  public:
   /// Starts with one account, so that there is somebody to sign in.
-  Sessions(std::string email, std::string password) { accounts_[std::move(email)] = password; }
+  Sessions(std::string email, std::string password) {
+    accounts_.emplace(std::move(email), std::move(password));
+  }
 
   /// Adds an account; false when the address is taken.
   bool addAccount(std::string email, std::string password);
