@@ -109,7 +109,7 @@ class BareTable {
     check(::sqlite3_open((dir.path() / "bare.db").c_str(), &database_) == SQLITE_OK, "no database");
     execute(
         "PRAGMA journal_mode = WAL; PRAGMA synchronous = OFF;"
-        "CREATE TABLE item(key TEXT PRIMARY KEY, head BLOB, data BLOB) WITHOUT ROWID");
+        "CREATE TABLE item(key TEXT PRIMARY KEY, head BLOB, data BLOB)");
     ::sqlite3_prepare_v2(database_, "SELECT head, data FROM item WHERE key = ?", -1, &select_,
                          nullptr);
     ::sqlite3_prepare_v2(database_, "INSERT OR REPLACE INTO item VALUES(?, ?, ?)", -1, &insert_,

@@ -77,7 +77,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto line = takeLine(text);
   checkDate(line);
   (void)deltaSeconds(line);
-  const auto url = URL::parse(line).value_or(*URL::parse("http://a.test/"));
+  auto url = *URL::parse("http://a.test/");
+  if (const auto other = URL::parse(line); other && other->scheme() && other->host()) url = *other;
   const HTTPHeaders answer = takeFields(text);
   URLRequest request(url);
   request.headers = takeFields(text);

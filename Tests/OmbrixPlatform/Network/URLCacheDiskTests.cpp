@@ -8,10 +8,13 @@
 #include <random>
 #include <thread>
 
+#include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/CachedAnswerCoding.hpp"
+#include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/ScopedDirectories.hpp"
 #include "URLCacheFixture.hpp"
 
 namespace ombrix::platform {
@@ -355,6 +358,18 @@ TEST_F(URLCacheDiskTests, ThreadsUseItAtOnce) {
   first->flush();
   second->flush();
   EXPECT_FALSE(hasDamaged());
+}
+
+// Catches a shared cache that lies elsewhere than where the user's caches are.
+TEST_F(URLCacheDiskTests, SharedCacheLiesAmongTheCaches) {
+  const testing::ScopedDirectories directories;
+  const auto& cache = URLSessionConfiguration::defaultConfiguration().urlCache;
+  ASSERT_EQ(cache, URLCache::shared());
+  put(*cache, 1);
+  cache->flush();
+  EXPECT_TRUE(
+      fs::exists(directories.dir().path() / "caches" / mainBundleName() / "URLCache" / "Cache.db"));
+  cache->removeAllCachedResponses();
 }
 
 // Catches a record that is misread after any damage.
