@@ -31,6 +31,7 @@ struct ContentDecoder::Stage {
   const bool isGzip;
   bool hasBegun = false;
   bool hasEnded = false;
+  std::optional<std::byte> held;  // the first byte, which alone does not tell zlib's form
 };
 
 ContentDecoder::ContentDecoder() = default;
@@ -72,6 +73,18 @@ bool ContentDecoder::decodeFrom(std::size_t index, DataView input, Data& output,
   Stage& stage = *stages_[index];
   z_stream& stream = stage.stream;
   if (input.empty()) return true;
+  Data joined;
+  if (!stage.hasBegun && !stage.isGzip) {
+    if (!stage.held && input.size() == 1) {
+      stage.held = input.front();
+      return true;
+    }
+    if (stage.held) {
+      joined.push_back(*std::exchange(stage.held, std::nullopt));
+      joined.insert(joined.end(), input.begin(), input.end());
+      input = joined;
+    }
+  }
   // zlib takes the bytes as its own non-const type and leaves them as they are.
   stream.next_in = const_cast<Bytef*>(reinterpret_cast<const Bytef*>(input.data()));
   stream.avail_in = static_cast<uInt>(input.size());
@@ -86,7 +99,8 @@ bool ContentDecoder::decodeFrom(std::size_t index, DataView input, Data& output,
     stream.next_out = reinterpret_cast<Bytef*>(piece.data());
     stream.avail_out = static_cast<uInt>(piece.size());
     int result = ::inflate(&stream, Z_NO_FLUSH);
-    if (result == Z_DATA_ERROR && !stage.hasBegun && !stage.isGzip) {
+    // Two bytes are the header of zlib's form.
+    if (result == Z_DATA_ERROR && !stage.hasBegun && !stage.isGzip && stream.total_in <= 2) {
       // Some servers send "deflate" without the zlib wrapper that RFC 9110 asks for.
       if (::inflateReset2(&stream, kBareDeflate) != Z_OK) return false;
       stream.next_in = const_cast<Bytef*>(reinterpret_cast<const Bytef*>(input.data()));
@@ -107,7 +121,7 @@ bool ContentDecoder::decodeFrom(std::size_t index, DataView input, Data& output,
 
 bool ContentDecoder::isAtEnd() const noexcept {
   for (const auto& stage : stages_) {
-    if (stage->hasBegun && !stage->hasEnded) return false;
+    if (stage->held || (stage->hasBegun && !stage->hasEnded)) return false;
   }
   return true;
 }
