@@ -212,8 +212,8 @@ bool CurlExchange::headerIsComplete() {
   } else {
     expected = 0;
   }
-  response_ = std::make_shared<const HTTPURLResponse>(request_->url, header_->statusCode(), headers,
-                                                      header_->httpVersion());
+  response_ = std::make_shared<const HTTPURLResponse>(
+      request_->url, header_->statusCode(), header_->takeHeaders(), header_->httpVersion());
   task_->headerCame(response_, expected);
   return true;
 }

@@ -34,10 +34,11 @@ bool isLoopbackName(std::string_view host) {
 }  // namespace
 
 CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr<Clock> clock,
-                   bool asksDelegate)
+                   bool asksDelegate, std::shared_ptr<DispatchQueue> ownQueue)
     : configuration_(configuration),
       clock_(std::move(clock)),
       asksDelegate_(asksDelegate),
+      ownQueue_(std::move(ownQueue)),
       multi_(::curl_multi_init()) {
   if (multi_ == nullptr) fatalError("libcurl cannot be set up");
   ::curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
@@ -111,6 +112,7 @@ void CurlLoop::run() {
     int running = 0;
     ::curl_multi_perform(multi_, &running);
     finishDone();
+    flushDeliveries();
     startWaiting();
     askAboutHeaders();
     if (hasStarted_) continue;
@@ -246,6 +248,23 @@ void CurlLoop::finishDone() {
     ::curl_easy_getinfo(message->easy_handle, CURLINFO_PRIVATE, &exchange);
     ended(*reinterpret_cast<CurlExchange*>(exchange), code);
   }
+}
+
+bool CurlLoop::deliver(Job& job) {
+  if (!ownQueue_) return false;
+  deliveries_.push_back(std::move(job));
+  return true;
+}
+
+/// One job for all: waking a thread for each costs as much as half a request.
+void CurlLoop::flushDeliveries() {
+  if (deliveries_.empty()) return;
+  ownQueue_->async([deliveries = std::exchange(deliveries_, {})]() mutable {
+    for (Job& delivery : deliveries) {
+      delivery();
+      delivery = nullptr;
+    }
+  });
 }
 
 void CurlLoop::ended(CurlExchange& exchange, CURLcode code) {

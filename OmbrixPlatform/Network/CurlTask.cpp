@@ -106,7 +106,11 @@ void CurlTask::resume() {
     resourceDeadline_ =
         addSaturating(resumedAt_, session->configuration().timeoutIntervalForResource);
   }
-  setRequest(*original_);
+  const URLSessionConfiguration& configuration = session->configuration();
+  const bool isComplete =
+      configuration.httpAdditionalHeaders.empty() &&
+      configuration.requestCachePolicy == URLRequest::CachePolicy::useProtocolCachePolicy;
+  if (!isComplete) setRequest(*original_);
   begin();
 }
 
@@ -293,7 +297,10 @@ void CurlTask::exchangeEnded(Answer answer, const CurlExchange& exchange) {
     return;
   }
   session->loop().forget(shared_from_this());
-  postConclusion(*session, std::move(answer));
+  Job job = [self = shared_from_this(), answer = std::move(answer)]() mutable {
+    self->conclude(std::move(answer));
+  };
+  if (!session->loop().deliver(job)) session->post(std::move(job));
 }
 
 void CurlTask::askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer answer) {

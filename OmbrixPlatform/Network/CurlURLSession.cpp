@@ -17,10 +17,10 @@ CurlURLSession::CurlURLSession(const URLSessionConfiguration& configuration,
                                std::shared_ptr<URLSessionDelegate> delegate,
                                std::shared_ptr<DispatchQueue> delegateQueue)
     : configuration_(configuration),
-      delegateQueue_(delegateQueue ? std::move(delegateQueue)
-                                   : DispatchQueue::serial("URLSession.delegate")),
+      delegateQueue_(delegateQueue ? delegateQueue : DispatchQueue::serial("URLSession.delegate")),
       clock_(services().clock.shared()),
-      loop_(std::make_shared<CurlLoop>(configuration_, clock_, delegate != nullptr)),
+      loop_(std::make_shared<CurlLoop>(configuration_, clock_, delegate != nullptr,
+                                       delegateQueue ? nullptr : delegateQueue_)),
       delegate_(std::move(delegate)) {
   // What is to be refused should be known by the first request.
   if (!configuration_.allowsConstrainedNetworkAccess) watchPath();

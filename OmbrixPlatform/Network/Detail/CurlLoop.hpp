@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlExchange.hpp"
@@ -46,8 +47,10 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   using TimePoint = std::chrono::steady_clock::time_point;
   using LoopJob = std::move_only_function<void(CurlLoop&)>;
 
+  /// @param ownQueue The session's own serial queue, on which the handlers of answers that come
+  ///   together are called in one go; null when it uses another's.
   CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr<Clock> clock,
-           bool asksDelegate);
+           bool asksDelegate, std::shared_ptr<DispatchQueue> ownQueue);
   ~CurlLoop();
 
   // Any thread.
@@ -70,6 +73,10 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   /// Lets go of a task whose exchange is over; network thread.
   void forget(const std::shared_ptr<CurlTask>& task);
 
+  /// Runs a job on the delegate queue, with others like it; false when the caller has to. Network
+  /// thread.
+  [[nodiscard]] bool deliver(Job& job);
+
   /// Ends the thread; no task may be left.
   void stop();
 
@@ -83,6 +90,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void startWaiting();
   bool start(CurlHost& host, std::shared_ptr<CurlTask> task);
   void finishDone();
+  void flushDeliveries();
   void ended(CurlExchange& exchange, CURLcode code);
   bool retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task, CURLcode code);
   void requeue(const std::shared_ptr<CurlTask>& task);
@@ -103,6 +111,8 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   const std::shared_ptr<Clock> clock_;
   const bool asksDelegate_;
 
+  const std::shared_ptr<DispatchQueue> ownQueue_;
+
   FutexLock lock_;  // guards the mail
   std::vector<std::shared_ptr<CurlTask>> submitted_;
   std::vector<LoopJob> jobs_;
@@ -119,6 +129,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   std::vector<CurlHost*> touched_;  // may have something to start
   std::vector<std::unique_ptr<CurlExchange>> active_;
   std::vector<std::unique_ptr<CurlExchange>> idle_;
+  std::vector<Job> deliveries_;
   std::vector<CurlHost*> offline_;  // waiting for connectivity
   TimePoint nextIdleCheck_ = TimePoint::max();
   TimePoint armedFor_ = TimePoint::max();

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
 
@@ -31,6 +32,7 @@ class HTTPHeaderReader {
   [[nodiscard]] int statusCode() const noexcept { return statusCode_; }
   [[nodiscard]] const std::string& httpVersion() const noexcept { return httpVersion_; }
   [[nodiscard]] const HTTPHeaders& headers() const noexcept { return headers_; }
+  HTTPHeaders takeHeaders() noexcept { return std::move(headers_); }
 
  private:
   bool readStatus(std::string_view line);
