@@ -20,6 +20,13 @@ bool mayHaveBody(const URLRequest& request, int statusCode) noexcept {
   return request.httpMethod != "HEAD" && statusCode != 204 && statusCode != 304;
 }
 
+/// Whether the request states the length of a body, be it 0.
+bool takesBody(const URLRequest& request) noexcept {
+  const std::string& method = request.httpMethod;
+  if (method == "POST" || method == "PUT" || method == "PATCH") return true;
+  return request.httpBody && !request.httpBody->empty() && method != "HEAD";
+}
+
 /// Fields that belong to the connection and the framing of the message, which are libcurl's.
 bool isReserved(std::string_view name) noexcept {
   constexpr std::array<std::string_view, 5> kNames{"Content-Length", "Transfer-Encoding",
@@ -48,6 +55,9 @@ void CurlExchange::setConstantOptions() {
   ::curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
   ::curl_easy_setopt(easy_, CURLOPT_PIPEWAIT, 1L);
   ::curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  // Asked for here, undone by `ContentDecoder`, which sees to the end of the stream.
+  ::curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  ::curl_easy_setopt(easy_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
   ::curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
   ::curl_easy_setopt(easy_, CURLOPT_PRIVATE, this);
   ::curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &takeHeader);
@@ -95,10 +105,9 @@ bool CurlExchange::begin(std::shared_ptr<CurlTask> task, const Terms& terms) {
 
 bool CurlExchange::setMethod(const URLRequest& request) {
   const std::string& method = request.httpMethod;
-  const bool expectsBody = method == "POST" || method == "PUT" || method == "PATCH";
-  const bool hasBody = request.httpBody && !request.httpBody->empty() && method != "HEAD";
+  const bool hasBody = request.httpBody && !request.httpBody->empty();
   ::curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, hasBody ? 0L : 1L);
-  if (hasBody || expectsBody) {
+  if (takesBody(request)) {
     const DataView body = hasBody ? DataView(*request.httpBody) : DataView();
     ::curl_easy_setopt(easy_, CURLOPT_POST, 1L);
     ::curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
@@ -130,12 +139,11 @@ bool CurlExchange::setFields(const URLRequest& request) {
       if (!addField(line)) return false;
     }
   }
-  // Fields that libcurl would add by itself.
-  if (!request.headers.contains("Accept-Encoding") && !addField("Accept-Encoding: gzip, deflate")) {
+  // What libcurl would add to a body by itself.
+  const bool isPost = takesBody(request);
+  if (isPost && !request.headers.contains("Content-Type") && !addField("Content-Type:"))
     return false;
-  }
-  if (!request.headers.contains("Content-Type") && !addField("Content-Type:")) return false;
-  if (!request.headers.contains("Expect") && !addField("Expect:")) return false;
+  if (isPost && !request.headers.contains("Expect") && !addField("Expect:")) return false;
   return ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, fields_) == CURLE_OK;
 }
 

@@ -16,6 +16,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t kIdleExchanges = 16;  // handles kept for the next exchanges
 constexpr std::size_t kIdleConnections = 64;
 constexpr std::size_t kHostsKept = 256;  // more are forgotten while nothing goes there
+constexpr std::size_t kDeliveriesTogether = 32;
 constexpr auto kFirstRetryDelay = 500ms;
 constexpr auto kLongestRetryDelay = 30s;
 constexpr auto kLongestSleep = 1h;
@@ -112,9 +113,11 @@ void CurlLoop::run() {
     int running = 0;
     ::curl_multi_perform(multi_, &running);
     finishDone();
-    flushDeliveries();
     startWaiting();
     askAboutHeaders();
+    // The next requests go out before the last answers are handed over.
+    if (hasStarted_ && deliveries_.size() < kDeliveriesTogether) continue;
+    flushDeliveries();
     if (hasStarted_) continue;
     armTimer();
     {
