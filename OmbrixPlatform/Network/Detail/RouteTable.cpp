@@ -13,7 +13,8 @@
 namespace ombrix::platform::detail {
 namespace {
 
-constexpr std::size_t kBufferBytes = 32 * 1024;  // the largest part that the kernel sends of a dump
+constexpr std::size_t kBufferBytes =
+    std::size_t{32} * 1024;  // the largest part that the kernel sends of a dump
 constexpr timeval kLongestAnswer{.tv_sec = 1, .tv_usec = 0};
 
 Descriptor openNetlink(unsigned groups, int flags) {

@@ -47,9 +47,9 @@ void apply(CacheControl& control, std::string_view name, std::optional<std::stri
 
 std::optional<std::int64_t> deltaSeconds(std::string_view text) {
   std::int64_t value = 0;
-  const char* const end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (text.empty() || text[0] == '-' || stop != end) return std::nullopt;
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), value);
+  const bool isWhole = stop == text.data() + text.size();
+  if (text.empty() || text[0] == '-' || !isWhole) return std::nullopt;
   if (error == std::errc::result_out_of_range) return kMostDeltaSeconds;
   if (error != std::errc{}) return std::nullopt;
   return std::min(value, kMostDeltaSeconds);

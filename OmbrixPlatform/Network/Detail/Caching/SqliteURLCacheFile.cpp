@@ -13,7 +13,7 @@
 namespace ombrix::platform::detail {
 namespace {
 
-constexpr std::int64_t kPageBytes = 4096;
+constexpr std::int64_t kPageBytes = 4096;   // larger ones read no faster and waste more
 constexpr std::int64_t kSchemaVersion = 1;  // in user_version; any other is set aside
 constexpr std::int64_t kMostVariants = 32;
 constexpr std::int64_t kSharedMemoryBytes = 32 << 10;  // of the file beside the log
@@ -152,6 +152,7 @@ void SqliteURLCacheFile::open() {
     if (!identity()) removeFiles();
     try {
       SqliteConnection connection(path_, busyMilliseconds_);
+      connection.execute(fmt::format("PRAGMA page_size = {}", kPageBytes).c_str());
       connection.execute("PRAGMA journal_mode = WAL");
       connection.execute(
           fmt::format("PRAGMA synchronous = OFF; PRAGMA trusted_schema = OFF;"
