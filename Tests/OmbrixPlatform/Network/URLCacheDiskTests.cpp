@@ -205,10 +205,11 @@ TEST_F(URLCacheDiskTests, ProcessesShareAFolder) {
 
 // Catches a database that a killed writer has harmed, or that keeps others from writing.
 TEST_F(URLCacheDiskTests, OutlivesKilledWriters) {
-  const auto cache = open();
+  constexpr std::int64_t kPlenty = 256 * kMiB;  // a busy writer must not push out the first ones
+  const auto cache = open(0, kPlenty);
   std::mt19937 random(7);
   for (int round = 0; round < (testing::kUnderSanitizer ? 4 : 15); ++round) {
-    const auto writer = agent();
+    const auto writer = agent(kPlenty);
     writer->send("fill");
     ASSERT_EQ(writer->readLine(), "filling");
     for (auto reads = random() % 500; reads > 0; --reads) get(*cache, static_cast<int>(reads));

@@ -18,7 +18,6 @@ constexpr std::int64_t kSchemaVersion = 1;  // in user_version; any other is set
 constexpr std::int64_t kMostVariants = 32;
 constexpr std::int64_t kSharedMemoryBytes = 32 << 10;  // of the file beside the log
 
-// The file's own copy of its numbers is kept by triggers, so that whoever deletes need not count.
 constexpr const char* kSchema = R"sql(
 BEGIN IMMEDIATE;
 CREATE TABLE entry(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, used INTEGER NOT NULL,
@@ -26,15 +25,10 @@ CREATE TABLE entry(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, used INTEGER N
 CREATE INDEX entry_hash ON entry(hash);
 CREATE INDEX entry_used ON entry(used, size);
 CREATE TABLE body(id INTEGER PRIMARY KEY, data BLOB NOT NULL);
-CREATE TABLE total(id INTEGER PRIMARY KEY CHECK(id = 1), bytes INTEGER NOT NULL,
-                   uses INTEGER NOT NULL);
-INSERT INTO total VALUES(1, 0, 0);
-CREATE TRIGGER entry_added AFTER INSERT ON entry BEGIN
-  UPDATE total SET bytes = bytes + new.size;
-END;
+CREATE TABLE total(id INTEGER PRIMARY KEY CHECK(id = 1), uses INTEGER NOT NULL);
+INSERT INTO total VALUES(1, 0);
 CREATE TRIGGER entry_removed AFTER DELETE ON entry BEGIN
   DELETE FROM body WHERE id = old.id;
-  UPDATE total SET bytes = bytes - old.size;
 END;
 PRAGMA user_version = 1;
 COMMIT;
@@ -82,7 +76,7 @@ struct SqliteURLCacheFile::Open {
       : connection(std::move(opened)),
         select(connection.prepare("SELECT id, record FROM entry WHERE hash = ? ORDER BY id DESC")),
         selectBody(connection.prepare("SELECT data FROM body WHERE id = ?")),
-        total(connection.prepare("SELECT bytes, uses FROM total")),
+        total(connection.prepare("SELECT uses FROM total")),
         insert(connection.prepare("INSERT INTO entry(hash, used, size, record) VALUES(?, ?, ?, ?)"
                                   " RETURNING id")),
         insertBody(connection.prepare("INSERT OR REPLACE INTO body(id, data) VALUES(?, ?)")),
@@ -254,9 +248,7 @@ CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPH
 }
 
 std::int64_t SqliteURLCacheFile::usage() {
-  if (!openExisting()) return 0;
-  const SqliteReset reset(open_->total);
-  return open_->total.step() ? open_->total.integer(0) : 0;
+  return openExisting() ? bytesInUse() : 0;
 }
 
 std::int64_t SqliteURLCacheFile::bytesInUse() {
@@ -274,7 +266,7 @@ void SqliteURLCacheFile::begin() {
   open_->begin.run();
   const SqliteReset reset(open_->total);
   if (!open_->total.step()) failDamaged();
-  open_->uses = open_->total.integer(1);
+  open_->uses = open_->total.integer(0);
 }
 
 void SqliteURLCacheFile::commit() {

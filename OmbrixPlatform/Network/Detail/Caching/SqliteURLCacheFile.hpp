@@ -50,6 +50,7 @@ class SqliteURLCacheFile {
   /// The answer that the request selects.
   CachedAnswerPointer find(const std::string& key, const HTTPHeaders& request, Use& use);
 
+  /// Bytes of pages in use, as the file's header counts them.
   [[nodiscard]] std::int64_t usage();
 
   /// Makes room for so many bytes where they do not fit: down to nine tenths of the budget, by what
