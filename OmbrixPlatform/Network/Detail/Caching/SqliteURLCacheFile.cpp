@@ -247,9 +247,7 @@ CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPH
   return nullptr;
 }
 
-std::int64_t SqliteURLCacheFile::usage() {
-  return openExisting() ? bytesInUse() : 0;
-}
+std::int64_t SqliteURLCacheFile::usage() { return openExisting() ? bytesInUse() : 0; }
 
 std::int64_t SqliteURLCacheFile::bytesInUse() {
   const SqliteReset resetPages(open_->pages);
