@@ -29,6 +29,26 @@ URLSessionConfiguration watchConfiguration() {
   return configuration;
 }
 
+/// A handler of the answer's bytes that hands on what `read` makes of them; it may throw
+/// `JSONError`.
+template <class T, class Read>
+EtcdClient::Handler<Data> reading(EtcdClient::Handler<T> handler, Read read) {
+  return [handler = std::move(handler),
+          read = std::move(read)](const std::expected<Data, EtcdError>& answer) mutable {
+    std::expected<T, EtcdError> result;
+    if (answer.has_value()) {
+      try {
+        result = read(DataView(answer.value()));
+      } catch (const JSONError& error) {
+        result = std::unexpected(EtcdError{error.what()});
+      }
+    } else {
+      result = std::unexpected(answer.error());
+    }
+    handler(std::move(result));
+  };
+}
+
 int statusOf(const std::shared_ptr<const URLResponse>& response) {
   const auto http = std::dynamic_pointer_cast<const HTTPURLResponse>(response);
   return http ? http->statusCode() : 0;
@@ -126,27 +146,14 @@ void EtcdClient::put(std::string_view key, const std::optional<PropertyList>& va
                      Handler<std::int64_t> handler) {
   call(value ? "/v3/kv/put" : "/v3/kv/deleterange",
        value ? messages_.put(key, *value) : messages_.remove(key),
-       [handler = std::move(handler)](std::expected<Data, EtcdError> answer) mutable {
-         if (!answer) return handler(std::unexpected(std::move(answer.error())));
-         try {
-           handler(EtcdMessages::revision(*answer));
-         } catch (const JSONError& error) {
-           handler(std::unexpected(EtcdError{error.what()}));
-         }
-       });
+       reading<std::int64_t>(std::move(handler), &EtcdMessages::revision));
 }
 
 void EtcdClient::range(Handler<EtcdSnapshot> handler) {
   call("/v3/kv/range", messages_.range(),
-       [self = shared_from_this(),
-        handler = std::move(handler)](std::expected<Data, EtcdError> answer) mutable {
-         if (!answer) return handler(std::unexpected(std::move(answer.error())));
-         try {
-           handler(self->messages_.snapshot(*answer));
-         } catch (const JSONError& error) {
-           handler(std::unexpected(EtcdError{error.what()}));
-         }
-       });
+       reading<EtcdSnapshot>(std::move(handler), [self = shared_from_this()](DataView answer) {
+         return self->messages_.snapshot(answer);
+       }));
 }
 
 void EtcdClient::watch(std::int64_t revision, WatchHandler handler, WatchEnd end) {
