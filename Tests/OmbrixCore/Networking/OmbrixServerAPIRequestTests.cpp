@@ -195,6 +195,25 @@ TEST_F(OmbrixServerAPIRequestTests, CancellingByID) {
   EXPECT_THAT(lines, ElementsAre("0", "2", "3", "4", "5"));
 }
 
+// Catches an answer that is made up for a cancelled operation, and a wait that cannot be given up.
+TEST_F(OmbrixServerAPIRequestTests, AwaitingACancelledRequestEndsByCancellingTheWait) {
+  answer([](const auto&) { return std::nullopt; });
+  const auto given = asAsync(client().publisher("a")).start();
+  session()->request(0);
+  given.cancel();
+  EXPECT_THROW(given.get(), platform::CancellationError);
+  client().waitUntilAllOperationsAreFinished();
+
+  const auto forgotten = asAsync(client().publisher("a")).start();
+  session()->request(1);
+  client().cancelAllOperations();
+  client().waitUntilAllOperationsAreFinished();
+  session()->delegateQueue()->sync([] {});
+  EXPECT_FALSE(forgotten.isFinished());
+  forgotten.cancel();
+  EXPECT_THROW(forgotten.get(), platform::CancellationError);
+}
+
 // Catches more requests in flight than the queue is wide.
 TEST_F(OmbrixServerAPIRequestTests, NoMoreInFlightThanTheWidth) {
   answer([](const auto&) { return std::nullopt; });
