@@ -294,6 +294,7 @@ TEST(HTTPRequestOperationPublisherTests, AskingForNothingStopsTheProgram) {
   const auto subscriber = std::make_shared<Recorder>();
   HTTPRequestOperationPublisher(makeOperation(FakeURLSession::make())).receive(subscriber);
   EXPECT_DEATH(subscriber->subscription->request(platform::Demand::none()), "no values");
+  subscriber->subscription->cancel();
 }
 
 }  // namespace

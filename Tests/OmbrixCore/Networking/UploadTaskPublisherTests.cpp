@@ -48,6 +48,9 @@ struct Upload {
     request.httpMethod = "PUT";
     uploadTaskPublisher(session, request, platform::dataFrom("track")).receive(subscriber);
   }
+  ~Upload() {
+    if (subscriber->subscription) subscriber->subscription->cancel();
+  }
   void drain() const {
     session->delegateQueue()->sync([] {});
   }
