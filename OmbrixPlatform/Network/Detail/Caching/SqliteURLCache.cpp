@@ -99,7 +99,8 @@ void SqliteURLCache::removeAll() {
     uses_.clear();
     ++clearing_;
   }
-  const bool isCleared = queue_->sync([this] { return clearFiles(); });
+  bool isCleared = false;
+  queue_->sync([&] { isCleared = clearFiles(); });
   const std::lock_guard lock(mutex_);
   --clearing_;
   if (isCleared) {
