@@ -279,6 +279,11 @@ CURLcode CurlExchange::resumeReceiving() {
   return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 
+CURLcode CurlExchange::nudge() {
+  if (isPaused_ || ::curl_easy_pause(easy_, CURLPAUSE_RECV) != CURLE_OK) return CURLE_OK;
+  return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
+}
+
 CurlFailure CurlExchange::failureFor(CURLcode code) const {
   CurlFailure failure{.code = code, .message = errorText_.data()};
   ::curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &failure.systemError);

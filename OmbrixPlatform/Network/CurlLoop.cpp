@@ -19,7 +19,11 @@ constexpr std::size_t kHostsKept = 256;  // more are forgotten while nothing goe
 constexpr std::size_t kDeliveriesTogether = 32;
 constexpr auto kFirstRetryDelay = 500ms;
 constexpr auto kLongestRetryDelay = 30s;
-constexpr auto kLongestSleep = 1h;
+constexpr std::chrono::milliseconds kLongestSleep = 1h;
+// libcurl 7.88 may leave bytes of one HTTP/2 stream lying when another of the connection has read
+// them: an exchange over TLS that seems to stand still is made to look again after these times.
+constexpr auto kFirstNudgeDelay = 20ms;
+constexpr auto kLongestNudgeDelay = 320ms;
 
 void blockBrokenPipeSignal() {
   sigset_t signals;
@@ -125,10 +129,32 @@ void CurlLoop::run() {
       if (!submitted_.empty() || !jobs_.empty() || isStopping_) continue;
       isSleeping_ = true;
     }
-    constexpr int kSleep = static_cast<int>(std::chrono::milliseconds(kLongestSleep).count());
-    ::curl_multi_poll(multi_, nullptr, 0, kSleep, nullptr);
+    sleep();
   }
   tearDown();
+}
+
+/// Waits for sockets, for libcurl's own timers or for mail.
+void CurlLoop::sleep() {
+  const bool mayStall = std::ranges::any_of(
+      active_, [](const auto& exchange) { return exchange->task()->origin().isSecure; });
+  const std::chrono::milliseconds limit = mayStall ? nudgeDelay_ : kLongestSleep;
+  int ready = 0;
+  ::curl_multi_poll(multi_, nullptr, 0, static_cast<int>(limit.count()), &ready);
+  if (!mayStall || ready > 0) {
+    nudgeDelay_ = kFirstNudgeDelay;
+    return;
+  }
+  {
+    const std::lock_guard lock(lock_);
+    if (!isSleeping_) return;  // mail
+  }
+  nudgeDelay_ = std::min<std::chrono::milliseconds>(2 * nudgeDelay_, kLongestNudgeDelay);
+  for (std::size_t i = active_.size(); i-- > 0;) {
+    CurlExchange& exchange = *active_[i];
+    const CURLcode code = exchange.task()->origin().isSecure ? exchange.nudge() : CURLE_OK;
+    if (code != CURLE_OK) ended(exchange, code);
+  }
 }
 
 /// Does what was handed over; false once the loop is to end.

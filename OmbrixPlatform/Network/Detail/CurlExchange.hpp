@@ -60,6 +60,9 @@ class CurlExchange {
   /// Goes on after the task has room again. Not OK: the exchange is over.
   CURLcode resumeReceiving();
 
+  /// Makes libcurl look again for what has come already. Not OK: the exchange is over.
+  CURLcode nudge();
+
   /// Whether the final answer's header has come.
   [[nodiscard]] bool hasHeader() const noexcept { return response_ != nullptr; }
 

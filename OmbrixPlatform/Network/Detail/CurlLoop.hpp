@@ -83,6 +83,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
  private:
   void handOver(std::shared_ptr<CurlTask> task, LoopJob job);
   void run();
+  void sleep();
   bool takeMail();
   void admit(const std::shared_ptr<CurlTask>& task);
   CurlHost& hostFor(const CurlOrigin& origin);
@@ -134,6 +135,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   TimePoint nextIdleCheck_ = TimePoint::max();
   TimePoint armedFor_ = TimePoint::max();
   EventToken timer_;
+  std::chrono::milliseconds nudgeDelay_{20};
   bool hasStarted_ = false;  // transfers since the last look at the sockets
 };
 
