@@ -46,11 +46,12 @@ class URLSession {
   [[nodiscard]] virtual const URLSessionConfiguration& configuration() const = 0;
   [[nodiscard]] virtual const std::shared_ptr<DispatchQueue>& delegateQueue() const = 0;
 
-  /// A task that runs the request, body included, once it is resumed. On a session that has ended,
-  /// and for a request that cannot be sent (no http or https URL, a header with a line break), its
-  /// handler gets an error. Without a handler (null), for answers that have no end of their own or
-  /// are too long for memory, the body and the end go to the delegate (`didReceiveData`,
-  /// `didComplete`) and no cache is asked.
+  /// A task that runs the request, body included, once it is resumed. On a session that has ended
+  /// (`cancelled`), and for a request that cannot be sent (no http or https URL, a header with a
+  /// line break), its handler gets an error. A task that is dropped before it is resumed is
+  /// forgotten. Without a handler (null), for answers that have no end of their own or are too long
+  /// for memory, the body and the end go to the delegate (`didReceiveData`, `didComplete`) and no
+  /// cache is asked.
   [[nodiscard]] virtual std::shared_ptr<URLSessionDataTask> dataTask(
       URLRequest request, URLSessionCompletionHandler completionHandler) = 0;
 

@@ -59,8 +59,10 @@ class URLSessionDelegate {
 
   virtual ~URLSessionDelegate() = default;
 
-  /// Asked once for each host and certificate of a session before any byte is sent there.
-  /// `useCredential` with the trust accepts the server whatever its certificate and name.
+  /// Asked once for each host, port and certificate of a session before any byte is sent there.
+  /// `useCredential` with the trust that was asked about accepts this very certificate, whatever
+  /// its name and issuer. Cancelling ends the tasks that wait for the answer, and is not
+  /// remembered.
   virtual void didReceiveChallenge([[maybe_unused]] URLSession& session,
                                    [[maybe_unused]] const URLAuthenticationChallenge& challenge,
                                    ChallengeHandler completionHandler) {
@@ -109,7 +111,7 @@ class URLSessionDelegate {
                                           [[maybe_unused]] URLSessionTask& task,
                                           [[maybe_unused]] const URLSessionTaskMetrics& metrics) {}
 
-  /// The session has ended: no more calls follow.
+  /// The session has ended by one of its invalidating operations: no more calls follow.
   virtual void didBecomeInvalid([[maybe_unused]] URLSession& session) {}
 };
 
