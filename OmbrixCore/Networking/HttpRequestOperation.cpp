@@ -111,7 +111,13 @@ std::optional<platform::URLRequest> HttpRequestOperation::buildRequest() {
 }
 
 platform::Async<void> HttpRequestOperation::execute() {
-  auto request = buildRequest();
+  std::optional<platform::URLRequest> request;
+  try {
+    request = buildRequest();
+  } catch (const std::exception& error) {
+    // An override's; an operation that never ended would keep its place in the queue.
+    logError(kBuildTag, std::string("Web: Could not build the request: ") + error.what());
+  }
   if (!request) {
     endTaskAndCallbackWithSuccess(false, kBadRequest);
     co_return;

@@ -51,10 +51,19 @@ std::string acceptLanguageField(std::span<const std::string> languages) {
   return field;
 }
 
+std::uint64_t OmbrixAPIHttpRequestOperation::currentEnvironment() {
+  return OmbrixServerAPI::sharedInstance().environment();
+}
+
+bool OmbrixAPIHttpRequestOperation::isOfCurrentEnvironment() const {
+  return environment_ == currentEnvironment();
+}
+
 std::optional<platform::URLRequest> OmbrixAPIHttpRequestOperation::buildRequest() {
   auto request = HttpRequestOperation::buildRequest();
   if (!request) return std::nullopt;
-  if (const auto token = OmbrixServerAPI::sharedInstance().jwtToken()) {
+  const auto token = OmbrixServerAPI::sharedInstance().jwtToken();
+  if (token && isOfCurrentEnvironment()) {
     request->headers.set("Authorization", std::string(kBearer) + *token);
   }
   auto languages = acceptLanguageField(platform::services().locale.get().preferredLanguages());
@@ -75,10 +84,13 @@ void OmbrixAPIHttpRequestOperation::handle(const platform::HTTPURLResponse& resp
                                            std::optional<platform::Data> data) {
   auto& client = OmbrixServerAPI::sharedInstance();
   const int status = response.statusCode();
+  const bool success = isSuccessStatus(status);
+  if (!isOfCurrentEnvironment()) {
+    return endTaskAndCallbackWithSuccess(success, status, std::move(json), std::move(data));
+  }
   // Kept: failed answers rotate the token as well. The old one may not be valid any more.
   const auto authorization = response.valueForHTTPHeaderField("Authorization");
   if (authorization && !authorization->empty()) client.setJwtToken(withoutBearer(*authorization));
-  const bool success = isSuccessStatus(status);
   // Kept: 400 means an invalid login as well as 401. Sorted with the other failures it would no
   // longer reach the handler that asks the user to log in again.
   if (status == kUnauthorized || status == kBadRequest) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 
@@ -10,7 +11,9 @@ namespace ombrix {
 /// A request to the product's web service: carries the shared client's token, the user's languages
 /// and a cache policy, and tells the client what the answer says of login, token and maintenance.
 ///
-/// Its fields are set before it is put on a queue.
+/// It belongs to the environment that the client is in when it is made: after a change it carries
+/// no token, and its answer says nothing of login, token and maintenance. Its fields are set before
+/// it is put on a queue.
 class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
  public:
   using HttpRequestOperation::HttpRequestOperation;
@@ -47,6 +50,10 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   void enqueueForPublisher() override;
 
  private:
+  static std::uint64_t currentEnvironment();
+  [[nodiscard]] bool isOfCurrentEnvironment() const;
+
+  const std::uint64_t environment_ = currentEnvironment();
   bool usesAuth_ = false;
   bool disableCashe_ = false;
   bool cacheOnly_ = false;

@@ -65,6 +65,7 @@ void OmbrixServerAPI::change(APIEndpoint endpoint) {
   {
     const std::lock_guard lock(client.mutex_);
     client.endPoint_ = endpoint;
+    ++client.environment_;
     client.jwtToken_.reset();
   }
   client.letGoOfSessions();
@@ -74,6 +75,7 @@ void OmbrixServerAPI::setConfiguration(ServerConfiguration configuration) {
   {
     const std::lock_guard lock(mutex_);
     std::swap(configuration_, configuration);
+    ++environment_;
     jwtToken_.reset();
   }
   letGoOfSessions();

@@ -66,6 +66,10 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   void setConfiguration(ServerConfiguration configuration);
 
   [[nodiscard]] APIEndpoint endPoint() const;
+
+  /// A number that grows with each change of the environment or its servers: tells requests of the
+  /// one before apart.
+  [[nodiscard]] std::uint64_t environment() const noexcept { return environment_; }
   [[nodiscard]] std::string baseURL() const;
   [[nodiscard]] std::string baseHost() const;
 
@@ -107,7 +111,8 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   void addOperation(std::shared_ptr<OmbrixAPIHttpRequestOperation> operation);
 
   /// Cancels what is on the queue now. Cancelled operations never answer: whoever awaits a
-  /// publisher of one is released by cancelling that wait.
+  /// publisher of one is released by cancelling that wait, and the completion of a wrapper is kept
+  /// until `cancelRequestWithID` is given its ID.
   void cancelAllOperations();
 
   void waitUntilAllOperationsAreFinished();
@@ -193,7 +198,8 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   }
 
   /// Subscribes, calls the completion once, with the first value or the failure (`missingBody` for
-  /// an end without either), and gives the ID to cancel it by, after which it is not called.
+  /// an end without either), and gives the ID to cancel it by, after which no call starts but one
+  /// that is on its way on another thread.
   template <class Output>
   platform::UUID completionWrapper(const APIPublisher<Output>& publisher,
                                    std::function<void(Result<Output>)> completion) {
@@ -258,7 +264,8 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   void updateHasOperations();
   void call(const std::function<void()>& handler) const;
 
-  mutable std::mutex mutex_;  // guards what follows, up to the next comment
+  mutable std::mutex mutex_;                   // guards what follows, up to the next comment
+  std::atomic<std::uint64_t> environment_{0};  // read without it
   ServerConfiguration configuration_;
   APIEndpoint endPoint_ = APIEndpoint::production;
   std::optional<std::string> jwtToken_;

@@ -11,7 +11,7 @@ void OmbrixServerAPIDelegate::didReceiveChallenge(
     platform::URLSession&, const platform::URLAuthenticationChallenge& challenge,
     ChallengeHandler completionHandler) {
   const auto& space = challenge.protectionSpace;
-  if (space.host != testHost_ || !space.serverTrust) {
+  if (!platform::headerNamesEqual(space.host, testHost_) || !space.serverTrust) {
     return completionHandler(AuthChallengeDisposition::performDefaultHandling, std::nullopt);
   }
   completionHandler(AuthChallengeDisposition::useCredential,

@@ -322,7 +322,12 @@ ObservationToken MMWormhole::Impl::listen(std::string_view identifier, Listener 
       entry->told = message->id;
     }
   }
-  return entry->arrived.connect(std::move(listener));
+  auto token = entry->arrived.connect(std::move(listener));
+  // A message that came meanwhile found nobody to tell.
+  serial_.post([weak = weak_from_this(), entry] {
+    if (const auto self = weak.lock()) self->deliver(*entry);
+  });
+  return token;
 }
 
 MMWormhole::MMWormhole(std::string_view applicationGroupIdentifier,

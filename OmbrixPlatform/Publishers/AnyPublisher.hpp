@@ -80,7 +80,8 @@ class PublisherOperators {
   }
 
   /// Subscribes with unlimited demand. The handlers are called until the result is cancelled or
-  /// destroyed; nothing sent after that is delivered.
+  /// destroyed; nothing sent after that is delivered, but a call that is on its way on another
+  /// thread may still begin.
   [[nodiscard]] AnyCancellable sink(
       std::type_identity_t<std::function<void(const Completion<Failure>&)>> receiveCompletion,
       std::type_identity_t<std::function<void(const Output&)>> receiveValue) const {

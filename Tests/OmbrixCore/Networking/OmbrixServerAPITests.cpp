@@ -240,6 +240,20 @@ TEST_F(OmbrixServerAPITests, ChangingTheEnvironment) {
   EXPECT_EQ(platform::fromRawValue<APIEndpoint>("Development"), APIEndpoint::development);
 }
 
+// Catches a request of the environment before that gets the new one's token, or whose answer logs
+// the user out of the new one.
+TEST_F(OmbrixServerAPITests, RequestsOfTheEnvironmentBeforeAreOfNoConcern) {
+  answer(Answer{.status = 401, .headers = {{"Authorization", "Bearer of before"}}});
+  const auto before = session();
+  const auto publisher = client().publisher("resorts");
+  OmbrixServerAPI::change(APIEndpoint::staging);
+  client().setJwtToken("of staging");
+  EXPECT_EQ(resultOf(publisher).error(), HTTPError::unauthorizedError());
+  EXPECT_EQ(before->request(0).headers.value("Authorization"), std::nullopt);
+  EXPECT_EQ(client().jwtToken(), "of staging");
+  EXPECT_FALSE(client().loginError());
+}
+
 // Catches a certificate that is accepted for another host than the test server's, and redirects or
 // answers that are stopped.
 TEST_F(OmbrixServerAPITests, TheSessionsDelegate) {
@@ -254,6 +268,7 @@ TEST_F(OmbrixServerAPITests, TheSessionsDelegate) {
     Delegate::AuthChallengeDisposition disposition;
   } cases[] = {
       {"api.ombrix.test", trust, useCredential},
+      {"API.Ombrix.test", trust, useCredential},
       {"api.ombrix.test", std::nullopt, performDefaultHandling},
       {"api.ombrix.example", trust, performDefaultHandling},
       {"other.test", trust, performDefaultHandling},
@@ -335,6 +350,19 @@ TEST(OmbrixServerAPIMessageTests, MessagesForUsers) {
        "The response was malformed. Please contact support for further assistance."},
       {HTTPError::resourceNotFoundError(), "Sorry it looks like that link isn't valid."},
       {HTTPError::networkError(), "Couldn\u2019t contact the server. Are you offline?"},
+      {HTTPError::serverError(),
+       "There was an unexpected error on the server. Sorry, please try again later."},
+      {HTTPError::badRequestError(),
+       "The request was malformed. Please contact support for further assistance."},
+      {HTTPError::unauthorizedError(),
+       "There was an issue with your username or password. You might try logging out and back in "
+       "again."},
+      {HTTPError::rateLimitError(),
+       "You\u2019ve been trying to do that a lot in the last few minutes. Please wait 15 minutes "
+       "to "
+       "try again."},
+      {HTTPError::forbidden(),
+       "You are not authorized to perform that action. The link may be expired."},
       {HTTPError::serverOfflineError(),
        "Sorry! Looks like the Ombrix servers are undergoing maintenance. Please try again in a "
        "bit."},
