@@ -178,14 +178,25 @@ void CurlTask::begin() {
   const auto current = request();
   const bool mayBeConstrained = current->allowsConstrainedNetworkAccess &&
                                 session->configuration().allowsConstrainedNetworkAccess;
-  if (!mayBeConstrained && session->isConstrained()) {
-    fail(std::make_shared<const URLError>(URLError::Code::notConnectedToInternet,
-                                          "the network is to be spared",
-                                          URLError::NetworkUnavailableReason::constrained));
+  if (mayBeConstrained) {
+    goToNetwork(*session);
     return;
   }
-  origin_ = *CurlOrigin::of(current->url);
-  session->loop().submit(shared_from_this());
+  session->whenPathIsKnown([self = shared_from_this(), session] {
+    if (self->isOver()) return;
+    if (session->isConstrained()) {
+      self->fail(std::make_shared<const URLError>(URLError::Code::notConnectedToInternet,
+                                                  "the network is to be spared",
+                                                  URLError::NetworkUnavailableReason::constrained));
+    } else {
+      self->goToNetwork(*session);
+    }
+  });
+}
+
+void CurlTask::goToNetwork(CurlURLSession& session) {
+  origin_ = *CurlOrigin::of(request()->url);
+  session.loop().submit(shared_from_this());
 }
 
 bool CurlTask::answeredByCache(CurlURLSession& session, URLCache& cache) {

@@ -1,9 +1,11 @@
 #include <curl/curl.h>
 #include <openssl/crypto.h>
 
+#include <chrono>
 #include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlLoop.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlURLSession.hpp"
@@ -12,6 +14,12 @@
 
 namespace ombrix::platform {
 namespace detail {
+namespace {
+
+// Longer than this machine's monitor takes at the most.
+constexpr std::chrono::seconds kLongestWaitForPath{2};
+
+}  // namespace
 
 CurlURLSession::CurlURLSession(const URLSessionConfiguration& configuration,
                                std::shared_ptr<URLSessionDelegate> delegate,
@@ -39,13 +47,24 @@ std::shared_ptr<URLSessionDelegate> CurlURLSession::delegate() const {
 NWPathMonitor& CurlURLSession::watchPath() {
   std::call_once(pathOnce_, [this] {
     pathMonitor_ = services().pathMonitorFactory.shared()->make();
-    pathMonitor_->setPathUpdateHandler([weak = std::weak_ptr(loop_)](const NWPath& path) {
-      const auto loop = weak.lock();
-      if (loop && path.status != NWPath::Status::unsatisfied) loop->connectivityMayBeBack();
-    });
+    pathMonitor_->setPathUpdateHandler(
+        [weak = std::weak_ptr(loop_), gate = pathGate_](const NWPath& path) {
+          gate->open();
+          const auto loop = weak.lock();
+          if (loop && path.status != NWPath::Status::unsatisfied) loop->connectivityMayBeBack();
+        });
     pathMonitor_->start();
+    afterUncancellably(clock_->steadyNow() + kLongestWaitForPath,
+                       [weak = std::weak_ptr(pathGate_)] {
+                         if (const auto gate = weak.lock()) gate->open();
+                       });
   });
   return *pathMonitor_;
+}
+
+void CurlURLSession::whenPathIsKnown(Job job) {
+  watchPath();
+  pathGate_->pass(std::move(job));
 }
 
 std::shared_ptr<CurlTask> CurlURLSession::makeTask(URLRequest request,

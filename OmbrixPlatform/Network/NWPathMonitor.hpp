@@ -27,8 +27,8 @@ class NWPathMonitor {
 
   virtual ~NWPathMonitor() = default;
 
-  /// Called with the path once after `start` and then on every change, one call at a time, on a
-  /// thread of the monitor's; set it before `start`. It must be brief.
+  /// Called with the path once it is known after `start` and then on every change, one call at a
+  /// time, on a thread of the monitor's; set it before `start`. It must be brief.
   virtual void setPathUpdateHandler(UpdateHandler handler) = 0;
 
   /// Begins to watch; nothing the second time.
@@ -55,7 +55,8 @@ class NWPathMonitorFactory {
 /// loopback: a machine with its loopback alone is unsatisfied, though services on it can be
 /// reached. Where the kernel does not let itself be asked it counts as satisfied. None requires a
 /// connection. Constrained and expensive both say what NetworkManager says of metering, false
-/// where it does not run; a monitor that does not run has not asked it.
+/// where it does not run; a monitor that does not run has not asked it. The first report waits for
+/// its answer, at most a second.
 std::shared_ptr<NWPathMonitorFactory> makeSystemPathMonitorFactory();
 
 }  // namespace ombrix::platform

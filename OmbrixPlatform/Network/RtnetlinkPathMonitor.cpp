@@ -1,5 +1,6 @@
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 
 #include <mutex>
 #include <optional>
@@ -12,6 +13,9 @@
 
 namespace ombrix::platform {
 namespace {
+
+// So long the first report waits for the bus, which may be silent.
+constexpr itimerspec kLongestWaitForBus{.it_interval = {}, .it_value = {.tv_sec = 1, .tv_nsec = 0}};
 
 NWPath pathNow(bool isMetered) {
   // Where the kernel does not answer nothing is known, and a request may well find its way.
@@ -29,8 +33,11 @@ class Watch {
       : handler_(std::move(handler)),
         all_(::epoll_create1(EPOLL_CLOEXEC)),
         first_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)),
+        overdue_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
         routes_(detail::openRouteEvents()) {
+    (void)::timerfd_settime(overdue_.get(), 0, &kLongestWaitForBus, nullptr);
     add(first_.get());
+    add(overdue_.get());
     if (routes_) add(routes_.get());
     manager_.connect();
     followManager();
@@ -46,13 +53,17 @@ class Watch {
   /// Something has come in.
   void look() {
     std::uint64_t ignored = 0;
-    const bool isFirst = ::read(first_.get(), &ignored, sizeof ignored) > 0;
+    (void)!::read(first_.get(), &ignored, sizeof ignored);
+    const bool isOverdue = ::read(overdue_.get(), &ignored, sizeof ignored) > 0;
     const bool wasMetered = manager_.isMetered();
     manager_.process();
     const bool isChanged = routes_ && detail::drainRouteEvents(routes_.get());
     if (isChanged) manager_.connect();  // a bus that was not there may be by now
     followManager();
-    if (isFirst || isChanged || manager_.isMetered() != wasMetered) report();
+    // A first report without an answer would call a network unmetered that may not be.
+    const bool mustReport = path() ? isChanged || manager_.isMetered() != wasMetered
+                                   : isOverdue || manager_.hasAnswer();
+    if (mustReport) report();
   }
 
  private:
@@ -83,7 +94,8 @@ class Watch {
 
   NWPathMonitor::UpdateHandler handler_;
   const detail::Descriptor all_;
-  const detail::Descriptor first_;  // readable once, for the first look
+  const detail::Descriptor first_;    // readable once, for the first look
+  const detail::Descriptor overdue_;  // readable once, when the first report must wait no longer
   const detail::Descriptor routes_;
   detail::NetworkManagerMetered manager_;
   mutable std::mutex mutex_;

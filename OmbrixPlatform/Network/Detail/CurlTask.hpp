@@ -142,6 +142,7 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   [[nodiscard]] URLCache* cacheOf(const CurlURLSession& session) const;
 
   void begin();
+  void goToNetwork(CurlURLSession& session);
   void setRequest(URLRequest request);
   [[nodiscard]] std::shared_ptr<const URLError> refusal() const;
   /// Asks the cache; true when that has answered or refused.

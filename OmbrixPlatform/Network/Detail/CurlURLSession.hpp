@@ -9,6 +9,7 @@
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/Detail/PathGate.hpp"
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -57,6 +58,10 @@ class CurlURLSession final : public URLSession,
   /// Runs a job on the delegate queue.
   void post(Job job) { delegateQueue_->async(std::move(job)); }
 
+  /// Runs a job once the path is known, here and now when it is already. A monitor that does not
+  /// say within two seconds is taken at its word of then.
+  void whenPathIsKnown(Job job);
+
   /// Whether all paths are constrained just now.
   [[nodiscard]] bool isConstrained() { return watchPath().currentPath().isConstrained; }
 
@@ -76,6 +81,7 @@ class CurlURLSession final : public URLSession,
   const std::shared_ptr<CurlLoop> loop_;
   std::atomic<std::uint64_t> lastIdentifier_ = 0;
   std::once_flag pathOnce_;
+  const std::shared_ptr<PathGate> pathGate_ = std::make_shared<PathGate>();
   std::shared_ptr<NWPathMonitor> pathMonitor_;  // set by `pathOnce_`
   mutable FutexLock lock_;                      // guards what follows
   std::shared_ptr<URLSessionDelegate> delegate_;

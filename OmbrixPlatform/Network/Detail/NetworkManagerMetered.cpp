@@ -32,6 +32,7 @@ void NetworkManagerMetered::connect() {
 
 void NetworkManagerMetered::disconnect() {
   isMetered_ = false;
+  hasReply_ = false;
   // Without a flush, which would wait for a bus that does not read.
   if (bus_ != nullptr) sd_bus_close_unref(bus_);
   bus_ = nullptr;
@@ -100,6 +101,7 @@ int NetworkManagerMetered::readChangedProperties(sd_bus_message* message) {
 
 int NetworkManagerMetered::onReply(sd_bus_message* message, void* self, sd_bus_error*) {
   auto* metered = static_cast<NetworkManagerMetered*>(self);
+  metered->hasReply_ = true;
   if (sd_bus_message_is_method_error(message, nullptr) == 0) (void)metered->readVariant(message);
   return 0;
 }

@@ -29,6 +29,9 @@ class NetworkManagerMetered {
 
   [[nodiscard]] bool isMetered() const noexcept { return isMetered_; }
 
+  /// Whether that is all there is to know: there is an answer, or nobody to give one.
+  [[nodiscard]] bool hasAnswer() const noexcept { return bus_ == nullptr || hasReply_; }
+
  private:
   int subscribe();
   int ask();
@@ -40,6 +43,7 @@ class NetworkManagerMetered {
 
   sd_bus* bus_ = nullptr;
   bool isMetered_ = false;
+  bool hasReply_ = false;  // on this bus, be it an error
 };
 
 }  // namespace ombrix::platform::detail

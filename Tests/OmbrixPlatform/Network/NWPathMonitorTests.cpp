@@ -26,7 +26,6 @@ namespace {
 
 using detail::Descriptor;
 using testing::ChildProcess;
-using ::testing::Contains;
 using ::testing::ElementsAre;
 using testing::EventLog;
 using enum NWPath::Status;
@@ -191,7 +190,7 @@ TEST(NWPathMonitorTests, FollowsWhatNetworkManagerSaysOfMetering) {
     FakeNetworkManager manager(1);
     ASSERT_TRUE(manager.isThere());
     monitor->start();
-    EXPECT_THAT(log.takeOnce(metered), Contains(metered));
+    EXPECT_THAT(log.takeOnce(metered), ElementsAre(metered)) << "nothing before the answer";
     EXPECT_EQ(textOf(monitor->currentPath()), metered);
     const struct {
       std::uint32_t value;

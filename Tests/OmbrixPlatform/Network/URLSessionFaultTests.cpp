@@ -257,6 +257,39 @@ TEST_F(URLSessionTimeoutTests, TheResourceLimitHoldsInTheQueueToo) {
   for (auto& task : tasks) EXPECT_EQ(task.outcome().summary(), summaryOf(Code::timedOut));
 }
 
+// Catches bytes sent while nobody knows yet whether the path is to be spared, and requests that
+// wait for a monitor without end.
+TEST_F(URLSessionTimeoutTests, RequestsThatSpareThePathWaitUntilItIsKnown) {
+  TestServer server(TestServer::Wire::plain);
+  URLRequest request = requestTo(server.url("/status/200?body=abc"));
+  request.allowsConstrainedNetworkAccess = false;
+  const std::string refused = summaryOf(Code::notConnectedToInternet);
+  struct Case {
+    std::optional<bool> isConstrained;  // nothing: the monitor never says
+    std::string expected;
+  };
+  for (const auto& [isConstrained, expected] :
+       {Case{true, refused}, Case{false, "200 abc"}, Case{std::nullopt, "200 abc"}}) {
+    const auto paths = std::make_shared<testing::ManualPathMonitorFactory>(true);
+    const testing::ScopedService scopedPath(services().pathMonitorFactory, paths);
+    const auto session = URLSession::make(configuration_);
+    const auto before = server.counters().connections;
+    auto running = testing::start(*session, request);
+    auto cancelled = testing::start(*session, request);
+    cancelled.task->cancel();
+    EXPECT_EQ(cancelled.outcome().summary(), summaryOf(Code::cancelled));
+    EXPECT_EQ(running.future.wait_for(30ms), std::future_status::timeout);
+    EXPECT_EQ(server.counters().connections, before);
+    if (isConstrained) {
+      paths->setPath({.isConstrained = *isConstrained, .isExpensive = true});
+    } else {
+      clock_->advance(2s);
+    }
+    EXPECT_EQ(running.outcome().summary(), expected);
+    EXPECT_EQ(fetch(*session, request).summary(), expected);
+  }
+}
+
 // Catches sessions that give up at once although they wait for connectivity, or wait for ever.
 TEST_F(URLSessionTimeoutTests, MissingConnectivityIsWaitedForUntilTheResourceLimit) {
   const auto paths = std::make_shared<testing::ManualPathMonitorFactory>();

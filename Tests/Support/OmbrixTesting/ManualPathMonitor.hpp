@@ -15,7 +15,9 @@ namespace ombrix::testing {
 class ManualPathMonitor final : public platform::NWPathMonitor,
                                 public std::enable_shared_from_this<ManualPathMonitor> {
  public:
-  explicit ManualPathMonitor(platform::NWPath path = {}) : path_(path) {}
+  /// @param isLate Whether it says nothing before the first `setPath`.
+  explicit ManualPathMonitor(platform::NWPath path = {}, bool isLate = false)
+      : isLate_(isLate), path_(path) {}
 
   void setPathUpdateHandler(UpdateHandler handler) override {
     const std::lock_guard lock(mutex_);
@@ -27,7 +29,7 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
       const std::lock_guard lock(mutex_);
       if (std::exchange(isStarted_, true)) return;
     }
-    queue_->async([self = shared_from_this()] { self->report(); });
+    if (!isLate_) queue_->async([self = shared_from_this()] { self->report(); });
   }
 
   void cancel() override {
@@ -71,6 +73,7 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
 
   const std::shared_ptr<platform::DispatchQueue> queue_ =
       platform::DispatchQueue::serial("ManualPathMonitor");
+  const bool isLate_;
   mutable std::mutex mutex_;
   UpdateHandler handler_;
   platform::NWPath path_;
@@ -86,9 +89,12 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
 ///     paths->setPath({.status = NWPath::Status::unsatisfied});
 class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
  public:
+  /// @param isLate Whether its monitors say nothing before the next `setPath`.
+  explicit ManualPathMonitorFactory(bool isLate = false) : isLate_(isLate) {}
+
   std::shared_ptr<platform::NWPathMonitor> make() override {
     const std::lock_guard lock(mutex_);
-    auto monitor = std::make_shared<ManualPathMonitor>(path_);
+    auto monitor = std::make_shared<ManualPathMonitor>(path_, isLate_);
     monitors_.push_back(monitor);
     return monitor;
   }
@@ -108,6 +114,7 @@ class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
   }
 
  private:
+  const bool isLate_;
   std::mutex mutex_;
   platform::NWPath path_;
   std::vector<std::weak_ptr<ManualPathMonitor>> monitors_;
