@@ -102,6 +102,8 @@ TEST_F(EtcdStoreTests, WhatIsChangedWithoutTheServerIsSentWhenItIsBack) {
   server->start();
 
   ASSERT_TRUE(atDesktop.waitFor(Store::ChangeReason::serverChange, "replaced"));
+  // Each sends; whoever has read before the other sent reads again.
+  ASSERT_TRUE(phone->synchronize());
   ASSERT_TRUE(desktop->synchronize());
   ASSERT_TRUE(phone->synchronize());
   const PropertyList::Dictionary expected{{"replaced", 2}, {"of the desktop", "d"}};
