@@ -151,6 +151,7 @@ void CurlExchange::reset() {
   ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, nullptr);
   ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, nullptr);
   ::curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, nullptr);
+  CurlTrust::uninstall(easy_);
   ::curl_slist_free_all(std::exchange(fields_, nullptr));
   ::curl_slist_free_all(std::exchange(connectTo_, nullptr));
   errorText_[0] = '\0';

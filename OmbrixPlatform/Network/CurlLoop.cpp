@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <iterator>
 #include <thread>
 #include <utility>
 
@@ -181,7 +182,12 @@ void CurlLoop::admit(const std::shared_ptr<CurlTask>& task) {
   }
   CurlTask::LoopPlace& place = task->place;
   if (!place.isKnown) {
-    place.known = tasks_.insert(tasks_.end(), task);
+    auto where = tasks_.end();
+    while (where != tasks_.begin() &&
+           (*std::prev(where))->resourceDeadline() > task->resourceDeadline()) {
+      --where;  // it has come late, or come back
+    }
+    place.known = tasks_.insert(where, task);
     place.isKnown = true;
   }
   CurlHost& host = hostFor(task->origin());
@@ -374,16 +380,20 @@ void CurlLoop::retryOffline(bool isForced) {
 
 void CurlLoop::askAboutTrust(const std::shared_ptr<CurlTask>& task, CurlTrust::Question question) {
   CurlHost& host = *task->place.host;
-  host.isAsking = true;
-  host.refused.push_back(task);
-  task->askAboutTrust({host.trust.spaceFor(std::move(question.trust))},
-                      [weak = weak_from_this(), &host, leaf = question.leaf](auto decision) {
-                        const auto self = weak.lock();
-                        if (!self) return;
-                        self->post([&host, leaf, decision](CurlLoop& loop) {
-                          loop.trustAnswered(host, leaf, decision);
-                        });
-                      });
+  host.isAsking =
+      task->askAboutTrust({host.trust.spaceFor(std::move(question.trust))},
+                          [weak = weak_from_this(), &host, leaf = question.leaf](auto decision) {
+                            const auto self = weak.lock();
+                            if (!self) return;
+                            self->post([&host, leaf, decision](CurlLoop& loop) {
+                              loop.trustAnswered(host, leaf, decision);
+                            });
+                          });
+  if (host.isAsking) {
+    host.refused.push_back(task);
+  } else {
+    forget(task);  // over meanwhile: the next handshake asks
+  }
 }
 
 /// Lets the refused tasks try again, or ends them when the answer was to cancel.

@@ -122,7 +122,7 @@ void CurlTask::setRequest(URLRequest request) {
   const bool isElsewhere = redirects_ > 0 && !haveSameOrigin(request.url, original_->url);
   for (const auto& [name, value] : configuration.httpAdditionalHeaders) {
     if (request.headers.contains(name)) continue;
-    if (isElsewhere && headerNamesEqual(name, "Authorization")) continue;
+    if (isElsewhere && isForOneOrigin(name)) continue;
     request.headers.set(name, value);
   }
   if (request.cachePolicy == URLRequest::CachePolicy::useProtocolCachePolicy) {
@@ -248,11 +248,16 @@ bool CurlTask::wantsEarlyQuestion() const {
   const std::lock_guard lock(lock_);
   const bool mayBeAnotherAnswer =
       isRedirect(*response_) || (validated_ && response_->statusCode() == 304);
-  return permission_ == Permission::notAsked && !mayBeAnotherAnswer;
+  return permission_ == Permission::notAsked && !isEarlyQuestionPosted_ && !mayBeAnotherAnswer;
 }
 
 void CurlTask::askEarly() {
-  const auto session = this->session();
+  std::shared_ptr<CurlURLSession> session;
+  {
+    const std::lock_guard lock(lock_);
+    isEarlyQuestionPosted_ = true;
+    session = session_;
+  }
   if (!session) return;
   session->post([self = shared_from_this(), session] { self->askAboutResponse(*session); });
 }
@@ -314,14 +319,15 @@ void CurlTask::exchangeEnded(Answer answer, const CurlExchange& exchange) {
   if (!session->loop().deliver(job)) session->post(std::move(job));
 }
 
-void CurlTask::askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer answer) {
+bool CurlTask::askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer answer) {
   using Reply =
       std::pair<URLSessionDelegate::AuthChallengeDisposition, std::optional<URLCredential>>;
   const auto session = this->session();
-  const auto delegate = session ? session->delegate() : nullptr;
+  if (!session) return false;
+  const auto delegate = session->delegate();
   if (!delegate) {
     answer(CurlTrust::Decision::standard);
-    return;
+    return true;
   }
   auto decide =
       [answer = std::move(answer),
@@ -347,6 +353,7 @@ void CurlTask::askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer a
           once({disposition, std::move(credential)});
         });
   });
+  return true;
 }
 
 void CurlTask::awaitConnectivity() {
@@ -435,6 +442,10 @@ void CurlTask::conclude(Answer answer) {
   if (cache != nullptr && answer.isNew) {
     const bool wasRedirect = isRedirect(*answer.response);
     answer = throughCache(*cache, std::move(answer));
+    if (validated_ && answer.response->statusCode() == 304) {
+      loadAfresh();
+      return;
+    }
     if (!wasRedirect && isRedirect(*answer.response)) {
       follow(*session, std::move(answer));
       return;
@@ -466,6 +477,15 @@ void CurlTask::conclude(Answer answer) {
     }
   }
   if (claim()) deliver(std::move(outcome));
+}
+
+/// Asks once more without the cache's conditions: the server has confirmed something else than what
+/// is kept, and the caller, who set none, has no use for that.
+void CurlTask::loadAfresh() {
+  URLRequest again = *request();
+  again.cachePolicy = URLRequest::CachePolicy::reloadIgnoringLocalCacheData;
+  setRequest(std::move(again));
+  begin();
 }
 
 /// Lets the cache keep the answer, and complete it when the server has only confirmed what is kept.

@@ -1,6 +1,9 @@
+#include <arpa/inet.h>
 #include <openssl/ssl.h>
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
+
+#include <string_view>
 
 #include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
 
@@ -50,6 +53,13 @@ void CurlTrust::install(CURL* easy) {
   ::curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, checksNameItself_ ? 0L : 2L);
 }
 
+void CurlTrust::uninstall(CURL* easy) {
+  ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, nullptr);
+  ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, nullptr);
+  ::curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 1L);
+  ::curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
+}
+
 void CurlTrust::decide(const Fingerprint& leaf, Decision decision) {
   decisions_[leaf] = decision;
   checksNameItself_ = checksNameItself_ || decision == Decision::accept;
@@ -64,6 +74,7 @@ CURLcode CurlTrust::prepareContext(CURL* /*easy*/, void* context, void* self) {
 
 int CurlTrust::verify(X509_STORE_CTX* store, void* self) {
   auto& trust = *static_cast<CurlTrust*>(self);
+  if (!trust.isForHost(store)) return ::X509_verify_cert(store);
   X509* leaf = ::X509_STORE_CTX_get0_cert(store);
   const auto fingerprint = fingerprintOf(leaf);
   if (!fingerprint) {
@@ -79,6 +90,20 @@ int CurlTrust::verify(X509_STORE_CTX* store, void* self) {
   if (found->second == Decision::standard) return trust.verifyByDefault(store);
   ::X509_STORE_CTX_set_error(store, X509_V_OK);
   return 1;
+}
+
+/// Whether the handshake is with the host itself: libcurl brings those with a proxy here too, whose
+/// certificate is for libcurl to verify. They are told apart by the server name that they ask for,
+/// which addresses have none of.
+bool CurlTrust::isForHost(X509_STORE_CTX* store) const {
+  const auto* handshake = static_cast<const SSL*>(
+      ::X509_STORE_CTX_get_ex_data(store, ::SSL_get_ex_data_X509_STORE_CTX_idx()));
+  const char* asked = ::SSL_get_servername(handshake, TLSEXT_NAMETYPE_host_name);
+  in_addr address{};
+  const bool isAddress = host_.contains(':') || ::inet_pton(AF_INET, host_.c_str(), &address) == 1;
+  if (asked == nullptr || isAddress) return asked == nullptr && isAddress;
+  const std::string_view name = host_;
+  return name.substr(0, name.size() - (name.ends_with('.') ? 1 : 0)) == asked;
 }
 
 int CurlTrust::verifyByDefault(X509_STORE_CTX* store) const {

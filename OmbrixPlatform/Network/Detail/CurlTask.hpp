@@ -121,9 +121,10 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   /// The task ends with an error, unless it is over. Any thread.
   void fail(std::shared_ptr<const Error> error);
 
-  /// Asks the delegate whether to trust a server; nothing: cancelled. Called on any thread.
+  /// Asks the delegate whether to trust a server; false when the task is over, which asks nobody.
+  /// The answer, nothing for cancelled, may come on any thread.
   using TrustAnswer = std::move_only_function<void(std::optional<CurlTrust::Decision>)>;
-  void askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer answer);
+  [[nodiscard]] bool askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer answer);
 
   /// Has the session watch the network path for the loop.
   void awaitConnectivity();
@@ -154,6 +155,7 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
 
   void postConclusion(CurlURLSession& session, Answer answer);
   void conclude(Answer answer);
+  void loadAfresh();
   Answer throughCache(URLCache& cache, Answer answer);
   void askAboutResponse(CurlURLSession& session);
   void permitted(CurlURLSession& session);
@@ -197,6 +199,7 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   std::int64_t reportedSent_ = 0;
   Data stream_;  // streamed and not yet handed over
   bool isStreamPosted_ = false;
+  bool isEarlyQuestionPosted_ = false;
   bool isPaused_ = false;
 };
 

@@ -38,6 +38,9 @@ class CurlTrust {
   /// Makes a transfer verify its server here. Call it before each transfer.
   void install(CURL* easy);
 
+  /// Makes a handle verify as libcurl does by itself.
+  static void uninstall(CURL* easy);
+
   /// Takes the question that has come up since the last call.
   std::optional<Question> takeQuestion() { return std::exchange(question_, std::nullopt); }
 
@@ -51,6 +54,7 @@ class CurlTrust {
  private:
   static CURLcode prepareContext(CURL* easy, void* context, void* self);
   static int verify(struct x509_store_ctx_st* store, void* self);
+  [[nodiscard]] bool isForHost(struct x509_store_ctx_st* store) const;
   int verifyByDefault(struct x509_store_ctx_st* store) const;
 
   const std::string host_;

@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Network/Detail/Redirect.hpp"
 
+#include <algorithm>
 #include <array>
 #include <string>
 #include <string_view>
@@ -26,6 +27,9 @@ std::string encodedWhereNeeded(std::string_view text) {
   return encoded;
 }
 
+constexpr std::array<const char*, 3> kForOneOrigin{"Authorization", "Cookie",
+                                                   "Proxy-Authorization"};
+
 }  // namespace
 
 bool isRedirect(const HTTPURLResponse& response) noexcept {
@@ -39,6 +43,11 @@ bool isRedirect(const HTTPURLResponse& response) noexcept {
     default:
       return false;
   }
+}
+
+bool isForOneOrigin(std::string_view headerName) noexcept {
+  return std::ranges::any_of(kForOneOrigin,
+                             [&](const char* name) { return headerNamesEqual(headerName, name); });
 }
 
 bool haveSameOrigin(const URL& a, const URL& b) { return CurlOrigin::of(a) == CurlOrigin::of(b); }
@@ -62,7 +71,9 @@ std::optional<URLRequest> redirected(const URLRequest& request, const HTTPURLRes
       next.headers.remove(name);
     }
   }
-  if (!haveSameOrigin(next.url, request.url)) next.headers.remove("Authorization");
+  if (!haveSameOrigin(next.url, request.url)) {
+    for (const char* name : kForOneOrigin) next.headers.remove(name);
+  }
   return next;
 }
 

@@ -2,9 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <future>
 #include <map>
+#include <thread>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/TestServer.hpp"
@@ -189,6 +193,36 @@ TEST(URLSessionDelegateTests, TrustHoldsForOneCertificateInOneSession) {
   }
 }
 
+// Catches a task that was cancelled meanwhile deciding about a certificate for all others.
+TEST(URLSessionDelegateTests, TasksThatAreOverDecideNothing) {
+  const auto session = sessionFor(std::make_shared<RecordingDelegate>());
+  auto running = testing::prepare(*session, requestTo("https://localhost/"));
+  running.task->cancel();
+  EXPECT_EQ(running.outcome().code(), Code::cancelled);
+  session->delegateQueue()->sync([] {});
+  const auto task = std::dynamic_pointer_cast<detail::CurlTask>(running.task);
+  ASSERT_NE(task, nullptr);
+  EXPECT_FALSE(task->askAboutTrust({}, [](auto) { ADD_FAILURE(); }));
+}
+
+// Catches a proxy's certificate taken for that of the server behind it.
+TEST(URLSessionDelegateTests, ProxiesAreNotTrustedInTheServersPlace) {
+  TestServer proxy;
+  const std::string proxyURL = "https://localhost:" + std::to_string(proxy.port());
+  for (const char* url : {"https://far.ombrix.test/", "https://192.0.2.1/", "http://192.0.2.1/"}) {
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    delegate->trust = Trust::useCredential;
+    const auto session = sessionFor(delegate);
+    EXPECT_EQ(fetch(*session, requestTo(proxy.url("/echo"))).status(), 200);
+    ::setenv("https_proxy", proxyURL.c_str(), 1);
+    ::setenv("http_proxy", proxyURL.c_str(), 1);
+    EXPECT_EQ(fetch(*session, requestTo(url)).code(), Code::serverCertificateUntrusted) << url;
+    EXPECT_EQ(delegate->challenges, 1);
+    ::unsetenv("https_proxy");
+    ::unsetenv("http_proxy");
+  }
+}
+
 // Catches other faults of TLS under the names of certificates, and expired certificates under that
 // of unknown ones.
 TEST(URLSessionDelegateTests, FaultsOfTLSHaveTheirNames) {
@@ -242,6 +276,20 @@ TEST(URLSessionDelegateTests, RefusalsEndTheTask) {
     EXPECT_EQ(outcome.text().size(), 3'000'000U);
   }
   EXPECT_TRUE(server.waitUntilIdle());
+}
+
+// Catches a question about an answer that is put again whenever more of its body comes.
+TEST(URLSessionDelegateTests, AQuestionIsPutOnce) {
+  TestServer server(TestServer::Wire::plain);
+  const auto delegate = std::make_shared<RecordingDelegate>();
+  const auto session = sessionFor(delegate);
+  std::promise<void> gate;
+  session->delegateQueue()->async([ended = gate.get_future().share()] { ended.wait(); });
+  auto running = testing::start(*session, requestTo(server.url("/slow?bytes=40&every=2")));
+  while (running.task->countOfBytesReceived() < 40) std::this_thread::yield();
+  EXPECT_LT(session.use_count(), 20) << "each question waits with its session";
+  gate.set_value();
+  EXPECT_EQ(running.outcome().status(), 200);
 }
 
 // Catches streamed answers that are gathered, lost in part, or handed over after the end.

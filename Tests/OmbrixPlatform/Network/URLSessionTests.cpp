@@ -79,7 +79,9 @@ TEST(URLSessionTests, RedirectsAreFollowedByTheRules) {
   TestServer server(TestServer::Wire::plain);
   TestServer other(TestServer::Wire::plain);
   for (TestServer* each : {&server, &other}) each->route("*", "/r/*", redirect);
-  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.httpAdditionalHeaders = {{"cookie", "session's"}};
+  const auto session = URLSession::make(configuration);
   struct Case {
     std::string method;
     std::string path;
@@ -113,7 +115,10 @@ TEST(URLSessionTests, RedirectsAreFollowedByTheRules) {
         "/r/" + addingPercentEncoding(row.path.substr(3), URLAllowedCharacters::urlPathAllowed)));
     request.httpMethod = row.method;
     if (row.method.starts_with('P')) request.httpBody = dataFrom("body");
-    request.headers = {{"Authorization", "Bearer t"}, {"Content-Type", "text/plain"}};
+    request.headers = {{"Authorization", "Bearer t"},
+                       {"Cookie", "own"},
+                       {"Proxy-Authorization", "Basic p"},
+                       {"Content-Type", "text/plain"}};
     const auto outcome = fetch(*session, request);
     if (row.expected.empty()) {
       EXPECT_EQ(std::to_string(outcome.status()), row.path.substr(3, 3));
@@ -126,6 +131,10 @@ TEST(URLSessionTests, RedirectsAreFollowedByTheRules) {
     EXPECT_EQ(last->headers.find("Content-Type") != nullptr,
               row.hasBody || !row.method.starts_with('P'));
     EXPECT_EQ(last->headers.value("Authorization"), row.hasToken ? "Bearer t" : "");
+    EXPECT_EQ(last->headers.value("Proxy-Authorization"), row.hasToken ? "Basic p" : "");
+    EXPECT_EQ(last->headers.value("Cookie"), row.hasToken      ? "own"
+                                             : row.isElsewhere ? ""
+                                                               : "session's");
   }
   const std::vector<std::pair<std::string, URLError::Code>> broken{
       {server.url("/redirect-loop"), URLError::Code::httpTooManyRedirects},
@@ -185,6 +194,27 @@ TEST(URLSessionTests, TheCacheIsAskedFirstAndLearns) {
     EXPECT_EQ(outcome.status(), row.status);
     EXPECT_FALSE(outcome.text().empty());
     EXPECT_EQ(running.task->metrics().fetchType, row.fetchType);
+  }
+}
+
+// Catches an empty 304 handed to a caller who set no condition, since the server means another
+// answer than the one that is kept.
+TEST(URLSessionTests, AnAnswerThatIsNotConfirmedIsLoadedAfresh) {
+  TestServer server(TestServer::Wire::plain);
+  server.route("GET", "/tagged", [](const auto& request) {
+    const bool isCondition = request.headers.find("If-None-Match") != nullptr;
+    return devserver::Response{.status = isCondition ? 304 : 200,
+                               .headers = {{"ETag", isCondition ? "\"2\"" : "\"1\""}},
+                               .body = isCondition ? "" : "whole"};
+  });
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.urlCache = URLCache::make(1 << 20, 0, std::nullopt);
+  const auto session = URLSession::make(configuration);
+  for (const std::uint64_t requests : {1U, 3U, 5U}) {
+    auto running = testing::start(*session, requestTo(server.url("/tagged")));
+    EXPECT_EQ(running.outcome().summary(), "200 whole");
+    EXPECT_EQ(running.task->metrics().fetchType, URLSessionTaskMetrics::FetchType::networkLoad);
+    EXPECT_EQ(server.counters().requests, requests);
   }
 }
 
