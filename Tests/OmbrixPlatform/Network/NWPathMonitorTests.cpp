@@ -14,6 +14,7 @@
 #include <future>
 #include <thread>
 
+#include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EventLog.hpp"
@@ -24,6 +25,7 @@
 namespace ombrix::platform {
 namespace {
 
+using namespace std::chrono_literals;
 using detail::Descriptor;
 using testing::ChildProcess;
 using ::testing::ElementsAre;
@@ -117,7 +119,9 @@ class ScopedBus {
 /// Stands on the bus in NetworkManager's place, with a "Metered" that can be set.
 class FakeNetworkManager {
  public:
-  explicit FakeNetworkManager(std::uint32_t metered) : metered_(metered), wanted_(metered) {
+  /// @param isLate Whether it answers nobody before the first `setMetered`.
+  explicit FakeNetworkManager(std::uint32_t metered, bool isLate = false)
+      : isLate_(isLate), metered_(metered), wanted_(metered) {
     std::promise<bool> ready;
     thread_ = std::jthread([this, &ready](const std::stop_token& stop) { run(stop, ready); });
     isThere_ = ready.get_future().get();
@@ -153,6 +157,8 @@ class FakeNetworkManager {
         sd_bus_add_object_vtable(bus, nullptr, kPath, kName, table, &metered_) >= 0 &&
         sd_bus_request_name(bus, kName, 0) >= 0;
     ready.set_value(isThere);
+    pollfd woken{wake_.get(), POLLIN, 0};
+    if (isLate_) ::poll(&woken, 1, -1);
     while (isThere && !stop.stop_requested()) {
       while (sd_bus_process(bus, nullptr) > 0) {
       }
@@ -169,6 +175,7 @@ class FakeNetworkManager {
     sd_bus_flush_close_unref(bus);
   }
 
+  const bool isLate_;
   std::uint32_t metered_;  // the thread's
   std::atomic<std::uint32_t> wanted_;
   const Descriptor wake_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
@@ -187,9 +194,16 @@ TEST(NWPathMonitorTests, FollowsWhatNetworkManagerSaysOfMetering) {
   const auto monitor = makeSystemPathMonitorFactory()->make();
   logInto(*monitor, log);
   {
-    FakeNetworkManager manager(1);
+    FakeNetworkManager manager(1, true);
     ASSERT_TRUE(manager.isThere());
     monitor->start();
+    for (int turn = 0; turn < 3; ++turn) {
+      std::promise<void> turned;
+      const auto token = after(0s, [&] { turned.set_value(); });
+      turned.get_future().wait();
+    }
+    EXPECT_THAT(log.take(), ElementsAre());
+    manager.setMetered(1);
     EXPECT_THAT(log.takeOnce(metered), ElementsAre(metered)) << "nothing before the answer";
     EXPECT_EQ(textOf(monitor->currentPath()), metered);
     const struct {

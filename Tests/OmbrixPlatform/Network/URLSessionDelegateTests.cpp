@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <cstdlib>
 #include <future>
 #include <map>
 #include <thread>
@@ -205,21 +204,27 @@ TEST(URLSessionDelegateTests, TasksThatAreOverDecideNothing) {
   EXPECT_FALSE(task->askAboutTrust({}, [](auto) { ADD_FAILURE(); }));
 }
 
-// Catches a proxy's certificate taken for that of the server behind it.
-TEST(URLSessionDelegateTests, ProxiesAreNotTrustedInTheServersPlace) {
-  TestServer proxy;
+// Catches a proxy's certificate judged as that of the server behind it.
+TEST(URLSessionDelegateTests, ProxiesAreVerifiedForThemselves) {
+  const TestServer proxy;
   const std::string proxyURL = "https://localhost:" + std::to_string(proxy.port());
-  for (const char* url : {"https://far.ombrix.test/", "https://192.0.2.1/", "http://192.0.2.1/"}) {
-    const auto delegate = std::make_shared<RecordingDelegate>();
-    delegate->trust = Trust::useCredential;
-    const auto session = sessionFor(delegate);
-    EXPECT_EQ(fetch(*session, requestTo(proxy.url("/echo"))).status(), 200);
-    ::setenv("https_proxy", proxyURL.c_str(), 1);
-    ::setenv("http_proxy", proxyURL.c_str(), 1);
-    EXPECT_EQ(fetch(*session, requestTo(url)).code(), Code::serverCertificateUntrusted) << url;
-    EXPECT_EQ(delegate->challenges, 1);
-    ::unsetenv("https_proxy");
-    ::unsetenv("http_proxy");
+  const std::unique_ptr<CURL, void (*)(CURL*)> easy(::curl_easy_init(), &::curl_easy_cleanup);
+  const auto load = [&](detail::CurlTrust& trust, const std::string& url) {
+    trust.install(easy.get());
+    ::curl_easy_setopt(easy.get(), CURLOPT_URL, url.c_str());
+    return ::curl_easy_perform(easy.get());
+  };
+  detail::CurlTrust direct("localhost", proxy.port());
+  EXPECT_EQ(load(direct, proxyURL), CURLE_PEER_FAILED_VERIFICATION);
+  const auto question = direct.takeQuestion();
+  ASSERT_TRUE(question);
+  ::curl_easy_setopt(easy.get(), CURLOPT_PROXY, proxyURL.c_str());
+  for (const std::string host : {"far.ombrix.test", "192.0.2.1"}) {
+    detail::CurlTrust trust(host, 443);
+    EXPECT_EQ(load(trust, "https://" + host + "/"), CURLE_PEER_FAILED_VERIFICATION) << host;
+    EXPECT_FALSE(trust.takeQuestion());
+    trust.decide(question->leaf, detail::CurlTrust::Decision::accept);
+    EXPECT_EQ(load(trust, "https://" + host + "/"), CURLE_PEER_FAILED_VERIFICATION) << host;
   }
 }
 

@@ -257,6 +257,29 @@ TEST_F(URLSessionTimeoutTests, TheResourceLimitHoldsInTheQueueToo) {
   for (auto& task : tasks) EXPECT_EQ(task.outcome().summary(), summaryOf(Code::timedOut));
 }
 
+// Catches the total limit of a task forgotten since another came before it to the network.
+TEST_F(URLSessionTimeoutTests, TheResourceLimitCountsFromTheStart) {
+  configuration_.timeoutIntervalForRequest = 1000s;
+  const auto paths = std::make_shared<testing::ManualPathMonitorFactory>(true);
+  const testing::ScopedService scopedPath(services().pathMonitorFactory, paths);
+  TestServer server(TestServer::Wire::plain);
+  server.scriptConnections({devserver::Hold{"never"}}, 2);
+  const auto session = URLSession::make(configuration_);
+  URLRequest request = requestTo(server.url("/"));
+  request.timeoutInterval = 1000s;
+  request.allowsConstrainedNetworkAccess = false;
+  auto first = testing::start(*session, request);
+  clock_->advance(1s);
+  request.allowsConstrainedNetworkAccess = true;
+  auto second = testing::start(*session, request);
+  ASSERT_TRUE(server.waitUntilHeld(1));
+  paths->setPath({});
+  ASSERT_TRUE(server.waitUntilHeld(2));
+  clock_->advance(99s + 500ms);
+  EXPECT_EQ(first.outcome().summary(), summaryOf(Code::timedOut));
+  EXPECT_EQ(second.task->state(), URLSessionTask::State::running);
+}
+
 // Catches bytes sent while nobody knows yet whether the path is to be spared, and requests that
 // wait for a monitor without end.
 TEST_F(URLSessionTimeoutTests, RequestsThatSpareThePathWaitUntilItIsKnown) {
