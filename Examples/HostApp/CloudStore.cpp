@@ -45,11 +45,12 @@ std::string shown(const platform::PropertyList& value) {
 }
 
 void printStatus() {
-  bringCloudUpToDate();
+  const bool isReached = bringCloudUpToDate();
   fmt::print("sync is {}\n", settings().syncPreferences() ? "on" : "off");
-  fmt::print("sync has {}been on before\n", settings().hasSyncedToiCloudBefore() ? "" : "never ");
+  fmt::print("the cloud was {}used before\n", settings().hasSyncedToiCloudBefore() ? "" : "never ");
   const auto values = cloud().dictionaryRepresentation();
-  fmt::print("in the cloud:{}\n", values.empty() ? " nothing" : "");
+  fmt::print("{}:{}\n", isReached ? "in the cloud" : "last known of the cloud, with what waits",
+             values.empty() ? " nothing" : "");
   for (const auto& [key, value] : values) fmt::print("  {} = {}\n", key, shown(value));
 }
 
@@ -93,10 +94,10 @@ void watchCloud(unsigned count) {
 
 }  // namespace
 
-void bringCloudUpToDate() {
-  if (!cloud().synchronize()) {
-    fmt::print(stderr, "cloud: not reached; changes are kept and sent later\n");
-  }
+bool bringCloudUpToDate() {
+  if (cloud().synchronize()) return true;
+  fmt::print(stderr, "cloud: not reached; changes are kept and sent later\n");
+  return false;
 }
 
 void addCloudOption(CLI::App& settings) {
@@ -130,7 +131,9 @@ void addSyncCommand(CLI::App& settingsCommand) {
   CLI::App* enable = command->add_subcommand("enable", "Turns sync on");
   auto* local =
       enable->add_flag("--local-wins", options->localWins, "Local values go to the cloud");
-  enable->add_flag("--cloud-wins", options->cloudWins, "Values of the cloud are taken over")
+  enable
+      ->add_flag("--cloud-wins", options->cloudWins,
+                 "Values of the cloud are taken over, now and once")
       ->excludes(local);
   enable->callback([options] {
     constexpr int kCopyNothing = 2;

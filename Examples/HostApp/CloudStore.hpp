@@ -14,8 +14,8 @@ void addCloudOption(CLI::App& settings);
 /// Adds `sync` with its commands.
 void addSyncCommand(CLI::App& settings);
 
-/// Sends what was changed to the cloud and says so when that must wait; quick where no server was
-/// named. Call it at the end of a command that changes a synced setting.
-void bringCloudUpToDate();
+/// Sends what was changed to the cloud; says so and gives false when that must wait. Quick where no
+/// server was named. Call it at the end of a command that changes a synced setting.
+bool bringCloudUpToDate();
 
 }  // namespace ombrix::hostapp

@@ -18,11 +18,12 @@ namespace ombrix::hostapp {
 namespace {
 
 /// Sends the summary, which the service names, and the track under that name.
-void uploadDay(const std::string& summary, const std::string& trackFile) {
+void uploadDay(const std::string& summary, const std::string& trackFile, bool isEmpty) {
+  if (isEmpty) throw CommandFailure("there are no fixes in " + trackFile + "; nothing was sent");
   const auto day = post("days", platform::dataFrom(summary));
   const std::string id = day["id"].stringValue();
   if (id.empty()) throw CommandFailure("the service has given the day no name");
-  const auto track = upload(trackFile, "tracks/" + id, "PUT");
+  const auto track = platform::JSON::parse(upload(trackFile, "tracks/" + id, "PUT"));
   fmt::print(stderr, "Uploaded as day {}, the track with {} bytes\n", id,
              track["size"].stringValue());
 }
@@ -75,7 +76,7 @@ void addDayCommand(CLI::App& app) {
     if (options->upload) {
       std::fflush(stdout);
       connect(*server);
-      uploadDay(toJSON(day, hearts ? toJSON(*hearts) : ""), options->path);
+      uploadDay(toJSON(day, hearts ? toJSON(*hearts) : ""), options->path, track.fixes.empty());
     }
   });
 }

@@ -208,7 +208,7 @@ void addUploadCommand(CLI::App& app) {
   const auto server = addServerOptions(*command);
   command->callback([options, server] {
     connect(*server);
-    fmt::print("{}\n", indented(upload(options->file, options->path, options->method)));
+    printBody(upload(options->file, options->path, options->method), false);
   });
 }
 

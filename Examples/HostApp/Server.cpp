@@ -19,6 +19,7 @@ using platform::JSON;
 using HTTPMethod = HttpRequestOperation::HTTPMethod;
 
 constexpr std::chrono::milliseconds kBarInterval{50};
+constexpr std::chrono::seconds kConnectionTimeout{30};
 
 OmbrixServerAPI& client() { return OmbrixServerAPI::sharedInstance(); }
 
@@ -54,16 +55,16 @@ void signIn(const std::string& login) {
 }
 
 /// An answer that no transport error has spoiled; the rest ends the command.
-JSON documentOf(std::optional<Data> data, const platform::URLResponse* response,
-                const platform::Error* error) {
+Data bodyOf(std::optional<Data> data, const platform::URLResponse* response,
+            const platform::Error* error) {
   const auto* http = dynamic_cast<const platform::HTTPURLResponse*>(response);
   if (http == nullptr) throw CommandFailure(error != nullptr ? error->what() : "no answer came");
-  const Data body = std::move(data).value_or(Data());
+  Data body = std::move(data).value_or(Data());
   if (!isSuccessStatus(http->statusCode())) {
     const auto failure = HTTPError::withStatusCode(http->statusCode(), platform::DataView(body));
     throw CommandFailure(OmbrixServerAPI::errorMessageForError(&failure));
   }
-  return body.empty() ? JSON() : JSON::parse(body);
+  return body;
 }
 
 }  // namespace
@@ -107,7 +108,7 @@ JSON post(std::string_view path, Data document) {
   return body.empty() ? JSON() : JSON::parse(body);
 }
 
-JSON upload(const std::string& file, std::string_view path, const std::string& method) {
+Data upload(const std::string& file, std::string_view path, const std::string& method) {
   const auto url = platform::URL::parse(path, client().endpoint());
   if (!url) throw CommandFailure(fmt::format("{:?} is no path", path));
   platform::URLRequest request(*url);
@@ -115,14 +116,14 @@ JSON upload(const std::string& file, std::string_view path, const std::string& m
   if (const auto token = client().jwtToken()) {
     request.headers.set("Authorization", "Bearer " + *token);
   }
-  std::promise<JSON> promise;
-  auto document = promise.get_future();
+  std::promise<Data> promise;
+  auto body = promise.get_future();
   const auto task = client().backgroundSession()->uploadTask(
       std::move(request), readWholeFile(file),
       [&](std::optional<Data> data, const std::shared_ptr<const platform::URLResponse>& response,
           const std::shared_ptr<const platform::Error>& error) {
         try {
-          promise.set_value(documentOf(std::move(data), response.get(), error.get()));
+          promise.set_value(bodyOf(std::move(data), response.get(), error.get()));
         } catch (...) {
           promise.set_exception(std::current_exception());
         }
@@ -131,13 +132,23 @@ JSON upload(const std::string& file, std::string_view path, const std::string& m
   task->resume();
   {
     ProgressBar bar("uploading");
-    while (document.wait_for(kBarInterval) != std::future_status::ready) {
-      bar.show(static_cast<std::size_t>(task->countOfBytesSent()),
+    const auto begin = std::chrono::steady_clock::now();
+    while (body.wait_for(kBarInterval) != std::future_status::ready) {
+      const auto sent = task->countOfBytesSent();
+      bar.show(static_cast<std::size_t>(sent),
                static_cast<std::size_t>(task->countOfBytesExpectedToSend()));
+      // The session itself would wait for a network for a day.
+      const bool isEmpty = task->countOfBytesExpectedToSend() == 0;
+      const auto waited = std::chrono::steady_clock::now() - begin;
+      if (sent == 0 && !isEmpty && waited > kConnectionTimeout) task->cancel();
+    }
+    if (task->state() == platform::URLSessionTask::State::completed && task->error() &&
+        task->countOfBytesSent() == 0) {
+      fmt::print(stderr, "ombrix: {} was not reached\n", url->host().value_or(""));
     }
   }
   client().completeExternalHTTPRequest();
-  return document.get();
+  return body.get();
 }
 
 }  // namespace ombrix::hostapp

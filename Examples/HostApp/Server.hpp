@@ -30,7 +30,8 @@ void connect(const ServerOptions& options);
 /// Sends a document and gives the answer's; failures end the command with the text for the user.
 platform::JSON post(std::string_view path, platform::Data document);
 
-/// Uploads a file with a bar on standard error; failures end the command.
-platform::JSON upload(const std::string& file, std::string_view path, const std::string& method);
+/// Uploads a file with a bar on standard error and gives the answer's body; failures, also half a
+/// minute without a connection, end the command.
+platform::Data upload(const std::string& file, std::string_view path, const std::string& method);
 
 }  // namespace ombrix::hostapp

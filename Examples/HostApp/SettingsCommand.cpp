@@ -114,6 +114,9 @@ void addSettingsCommand(CLI::App& app) {
                                                       fmt::join(setting.values, ", ")));
     }
     setting.set(options->value);
+    if (!platform::UserDefaults::standardUserDefaults().synchronize()) {
+      throw CommandFailure("the setting could not be saved");
+    }
     if (settings().syncPreferences()) bringCloudUpToDate();
   });
 

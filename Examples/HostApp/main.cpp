@@ -62,6 +62,9 @@ int main(int argc, char** argv) {
   try {
     ombrix::OmbrixSettings::shared().registerCoreSettings();
     app.parse(argc, argv);
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+      return complain("cannot write to standard output", kFailed);
+    }
     return 0;
   } catch (const CLI::Success& help) {
     return app.exit(help);

@@ -107,6 +107,11 @@ CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot) {
   const std::lock_guard lock(mutex_);
   Outcome outcome;
   refresh(outcome);
+  if (snapshot.revision < serverRevision_) {
+    revisions_.clear();
+    heldBack_.clear();
+  }
+  serverRevision_ = snapshot.revision;
   Edits edits;
   PropertyList::Dictionary gone = values_;
   for (const EtcdKeyValue& value : snapshot.values) {

@@ -199,8 +199,10 @@ void EtcdClient::send(const std::string& path, const JSON& body, Handler<Data> h
         if (status == kOk) return handler(answer);
         // A token that has lapsed is asked for anew by the next call.
         if (status == kUnauthorized) self->token_.reset();
-        handler(std::unexpected(EtcdError{EtcdMessages::errorMessage(answer),
-                                          status == kBadRequest || status == kTooLarge}));
+        std::string message = EtcdMessages::errorMessage(answer);
+        if (message.empty()) message = "the server answered " + std::to_string(status);
+        handler(std::unexpected(
+            EtcdError{std::move(message), status == kBadRequest || status == kTooLarge}));
       });
   task->resume();
 }

@@ -198,6 +198,10 @@ void EtcdSync::tell(CloudMirror::Outcome outcome, Store::ChangeReason reason) {
 }
 
 void EtcdSync::report(const std::string& message) {
+  {
+    const std::lock_guard lock(reportMutex_);
+    if (std::exchange(lastReport_, message) == message) return;
+  }
   if (configuration_.onError) configuration_.onError(message);
 }
 

@@ -8,7 +8,11 @@
 #pragma GCC diagnostic pop
 
 #include <algorithm>
+#include <atomic>
 #include <limits>
+#include <mutex>
+#include <shared_mutex>
+#include <thread>
 #include <utility>
 
 namespace ombrix::platform::detail {
@@ -36,10 +40,54 @@ const char* messageFor(simdjson::error_code error) {
   }
 }
 
+using Stages = std::unique_ptr<simdjson::internal::dom_parser_implementation>;
+
+simdjson::error_code makeStagesNow(std::size_t capacity, Stages& stages) {
+  return simdjson::get_active_implementation()->create_dom_parser_implementation(capacity, 1,
+                                                                                 stages);
+}
+
+/// Keeps background threads from the library's objects once they are destroyed, at exit: a thread
+/// that begins to parse then waits for the end of the process.
+class ExitGate {
+ public:
+  static simdjson::error_code makeStages(std::size_t capacity, Stages& stages) {
+    static const ExitGate gate;
+    State& state = ExitGate::state();
+    if (state.exitingThread == std::this_thread::get_id()) return simdjson::UNINITIALIZED;
+    const std::shared_lock lock(state.mutex);
+    return makeStagesNow(capacity, stages);
+  }
+
+  ExitGate(const ExitGate&) = delete;
+  ExitGate& operator=(const ExitGate&) = delete;
+
+ private:
+  struct State {
+    std::shared_mutex mutex;
+    std::atomic<std::thread::id> exitingThread;
+  };
+
+  // What is destroyed at exit was made before this, so it is destroyed after this.
+  ExitGate() {
+    Stages unused;
+    static_cast<void>(makeStagesNow(1, unused));
+  }
+  ~ExitGate() {
+    state().exitingThread = std::this_thread::get_id();
+    state().mutex.lock();
+  }
+
+  static State& state() {
+    static State& instance = *new State;
+    return instance;
+  }
+};
+
 }  // namespace
 
 struct JSONIndex::Parser {
-  std::unique_ptr<simdjson::internal::dom_parser_implementation> stages;
+  Stages stages;
 
   // One parser of each thread waits here between uses: its buffers cost more than a small text.
   static std::unique_ptr<Parser>& kept() {
@@ -50,8 +98,7 @@ struct JSONIndex::Parser {
   simdjson::error_code prepare(std::size_t size) {
     const std::size_t capacity = std::max(size, kSmallestCapacity);
     if (stages == nullptr) {
-      return simdjson::get_active_implementation()->create_dom_parser_implementation(capacity, 1,
-                                                                                     stages);
+      return ExitGate::makeStages(capacity, stages);
     }
     return stages->capacity() < size ? stages->allocate(capacity, 1) : simdjson::SUCCESS;
   }

@@ -57,7 +57,8 @@ class CloudMirror {
   /// Takes in what a watch has told, in the server's order.
   Outcome take(const std::vector<EtcdKeyValue>& events);
 
-  /// Takes in all that the server has.
+  /// Takes in all that the server has. One that counts from below what it had counted to has been
+  /// made anew: what was known of its order is forgotten.
   Outcome take(const EtcdSnapshot& snapshot);
 
  private:
@@ -73,6 +74,7 @@ class CloudMirror {
   DictionaryFile file_;
   PropertyList::Dictionary values_;
   PropertyList::Dictionary pending_;               // key to {id, value}
+  std::int64_t serverRevision_ = 0;                // of the last snapshot
   std::map<std::string, std::int64_t> revisions_;  // of each key's last known change
   std::map<std::string, EtcdKeyValue> heldBack_;   // said of keys that wait to be sent
 };

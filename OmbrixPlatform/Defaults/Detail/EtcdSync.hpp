@@ -1,9 +1,11 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -68,6 +70,8 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   const std::shared_ptr<Signal<const Store::ExternalChange&>> changed_;
   const std::shared_ptr<DispatchQueue> queue_;
   std::atomic<bool> hasBegun_{false};
+  std::mutex reportMutex_;
+  std::string lastReport_;  // said once until something else is said
 
   // On the queue only.
   std::shared_ptr<EtcdClient> client_;

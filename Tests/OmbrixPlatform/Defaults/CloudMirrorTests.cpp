@@ -85,6 +85,14 @@ TEST_F(CloudMirrorTests, AChangeMadeWhileAnotherIsOnItsWayIsStillSent) {
   EXPECT_EQ(second->value, PropertyList("british"));
 }
 
+// Catches a server that was set up anew and is not believed, since it counts from the beginning.
+TEST_F(CloudMirrorTests, AServerThatCountsFromTheBeginningIsBelieved) {
+  mirror.take(EtcdSnapshot{{{"units", "miles", 40}, {"gone", 1, 41}}, 50});
+  EXPECT_THAT(mirror.take(EtcdSnapshot{{{"units", "british", 2}}, 3}).keys,
+              UnorderedElementsAre("units", "gone"));
+  EXPECT_EQ(values(), (PropertyList::Dictionary{{"units", "british"}}));
+}
+
 // Catches messages misread: missing defaults, other people's values, ends of a watch.
 TEST(EtcdMessagesTests, ReadsWhatAWatchSays) {
   const EtcdMessages messages("u/");
