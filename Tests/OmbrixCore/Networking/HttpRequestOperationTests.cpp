@@ -209,7 +209,7 @@ TEST(HttpRequestOperationTests, AFinishedOperationHoldsNothing) {
     operation->waitUntilFinished();
     EXPECT_EQ(events.take(), isCancelled ? std::vector<std::string>{}
                                          : std::vector<std::string>({"main", "combine 12004"}));
-    EXPECT_TRUE(weakHeld.expired());
+    EXPECT_TRUE(testing::eventually([&] { return weakHeld.expired(); }));
     const std::weak_ptr weak = operation;
     const auto id = operation->taskID();
     EXPECT_EQ(HttpRequestOperation::withTaskID(id), operation);
