@@ -1,6 +1,7 @@
 #include "Tools/DevServer/Certificates.hpp"
 
 #include <openssl/bio.h>
+#include <openssl/crypto.h>
 #include <openssl/evp.h>
 #include <openssl/pem.h>
 #include <openssl/rand.h>
@@ -102,6 +103,8 @@ int chooseProtocol(SSL*, const unsigned char** chosen, unsigned char* length,
 }  // namespace
 
 Identity makeIdentity(Certificate kind) {
+  // OpenSSL's own clean-up at exit would meet threads of the process that still use it.
+  ::OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   const bool isExpired = kind == Certificate::expired;
   Pair server = makePair("api.ombrix.test", isExpired ? -10 : -1, isExpired ? -1 : 30);
   X509* certificate = server.certificate.get();
