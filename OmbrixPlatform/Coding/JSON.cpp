@@ -88,13 +88,13 @@ const JSON* JSON::find(std::string_view key) const {
 }
 
 const JSON& JSON::operator[](std::string_view key) const {
-  static const JSON kNull;
+  static const JSON& kNull = *new JSON;  // outlives exit: background threads read on
   const JSON* value = find(key);
   return value == nullptr ? kNull : *value;
 }
 
 const JSON& JSON::operator[](std::size_t index) const {
-  static const JSON kNull;
+  static const JSON& kNull = *new JSON;  // outlives exit: background threads read on
   const Array* items = array();
   return items == nullptr || index >= items->size() ? kNull : (*items)[index];
 }
