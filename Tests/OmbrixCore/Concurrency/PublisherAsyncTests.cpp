@@ -1,13 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <semaphore>
+#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "OmbrixCore/Concurrency/Publisher+Async.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Publishers/Subject.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
@@ -22,22 +24,30 @@ using platform::Async;
 using platform::Completion;
 using platform::startTask;
 
-// A subject that tells when somebody subscribes and cancels.
+// Runs its first job at once, the others on the thread pool.
+class FirstHere final : public platform::Executor {
+ public:
+  void post(platform::Job job) override {
+    if (isFirst_.exchange(false)) return job();
+    platform::ThreadPool::executor().post(std::move(job));
+  }
+
+ private:
+  std::atomic<bool> isFirst_{true};
+};
+
+// A subject that counts cancellations.
 template <class Output>
 struct Source {
   platform::PassthroughSubject<Output, HTTPError> subject;
-  std::binary_semaphore subscribed{0};
   std::atomic<int> cancels{0};
 
   AnyPublisher<Output, HTTPError> publisher() {
-    return subject.handleEvents(
-        {.receiveCancel = [this] { ++cancels; },
-         .receiveRequest = [this](platform::Demand) { subscribed.release(); }});
+    return subject.handleEvents({.receiveCancel = [this] { ++cancels; }});
   }
+  // Subscribes before it returns: what a subject sends before demand has reached it is lost.
   platform::Task<Output> start() {
-    auto task = asAsync(publisher()).start();
-    subscribed.acquire();
-    return task;
+    return asAsync(publisher()).start(std::make_shared<FirstHere>());
   }
 };
 

@@ -5,7 +5,9 @@
 #include <atomic>
 #include <semaphore>
 #include <stdexcept>
+#include <stop_token>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "OmbrixCore/Networking/RemoteObjectState.hpp"
@@ -93,7 +95,10 @@ TEST(OmbrixTaskPoolerTests, CancellingACallerCancelsNothingElse) {
   Caller creator(pooler.run(publisher, "a"), stop.get_token()), joined(pooler.run(publisher, "a"));
   asked.acquire();
   stop.request_stop();
-  subject.send(7);
+  // The demand may still be on its way, and what is sent before it arrives is lost.
+  const std::jthread sender([&](const std::stop_token& isOver) {
+    while (!isOver.stop_requested()) subject.send(7);
+  });
   EXPECT_EQ(creator.get(), 7);
   EXPECT_EQ(joined.get(), 7);
 }
