@@ -30,6 +30,14 @@ function(ombrix_sources target)
   target_sources(${target} PRIVATE ${arg_SOURCES})
 endfunction()
 
+# Under the sanitizers a test's own code is not optimised: the libraries are what is examined, and
+# compiling takes most of such a run.
+function(ombrix_compile_quickly name)
+  if(OMBRIX_SANITIZE)
+    target_compile_options(${name} PRIVATE -O0)
+  endif()
+endfunction()
+
 # ombrix_test(<name> SOURCES <cpp>... [LINK <targets>...])
 # A GoogleTest program; each of its tests runs in a process of its own under CTest.
 function(ombrix_test name)
@@ -37,6 +45,7 @@ function(ombrix_test name)
   add_executable(${name} ${arg_SOURCES})
   target_link_libraries(${name} PRIVATE
     Ombrix::Core Ombrix::Testing GTest::gmock OmbrixTestMain OmbrixWarnings ${arg_LINK})
+  ombrix_compile_quickly(${name})
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     TEST_PREFIX ${name}. PROPERTIES TIMEOUT 120 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
   set_property(GLOBAL APPEND PROPERTY OMBRIX_TEST_PROGRAMS ${name})
@@ -63,6 +72,7 @@ function(ombrix_fuzzer name)
   if(OMBRIX_BUILD_TESTS)
     add_executable(replay-${name} ${arg_SOURCES} ${PROJECT_SOURCE_DIR}/Fuzz/ReplayMain.cpp)
     target_link_libraries(replay-${name} PRIVATE Ombrix::Core Ombrix::Testing OmbrixWarnings ${arg_LINK})
+    ombrix_compile_quickly(replay-${name})
     add_test(NAME Fuzz.replay-${name}
              COMMAND replay-${name} ${PROJECT_SOURCE_DIR}/Fuzz/corpora/${name})
   endif()
