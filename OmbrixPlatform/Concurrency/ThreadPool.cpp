@@ -1,7 +1,15 @@
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 
+#include <linux/futex.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <chrono>
+#include <ctime>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <utility>
@@ -16,12 +24,14 @@ using namespace std::chrono_literals;
 constexpr std::size_t kMinimumWidth = 4;
 constexpr std::size_t kMaximumThreads = 512;
 constexpr auto kStallCheckInterval = 4ms;
+constexpr unsigned kQuietChecks = 3;  // without a waiting job, before the checks cease
 constexpr auto kSurplusIdleTime = 5s;
 // Every so often the lowest lane goes first, so that a busy high lane delays but never starves it.
 constexpr std::uint64_t kLowestFirstEvery = 64;
 
 thread_local bool isPoolThread = false;
 thread_local unsigned blockingDepth = 0;
+thread_local bool mayLeaveJob = false;  // to this thread, for when its job has ended
 
 std::size_t laneOf(DispatchPriority priority) {
   switch (priority) {
@@ -52,34 +62,70 @@ Executor& ThreadPool::executor() {
   return lane;
 }
 
+/// Where an idle thread sleeps. All but the sleep itself happens under the pool's lock.
+class ThreadPool::Parking {
+ public:
+  /// Sleeps until `wake` or, unless it was chosen, until so much time has passed.
+  void sleep(std::optional<std::chrono::seconds> limit) {
+    timespec time{};
+    if (limit) time.tv_sec = limit->count();
+    while (isAwake_.load(std::memory_order_acquire) == 0) {
+      const auto outcome = ::syscall(SYS_futex, &isAwake_, FUTEX_WAIT_PRIVATE, 0,
+                                     limit ? &time : nullptr, nullptr, 0);
+      if (outcome != 0 && errno == ETIMEDOUT) return;
+    }
+  }
+
+  /// Without the lock, by whoever chose it. The thread may be gone before the kernel is asked,
+  /// which needs the address as a number only.
+  void wake() {
+    isAwake_.store(1, std::memory_order_release);
+    ::syscall(SYS_futex, &isAwake_, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+  }
+
+  Parking* next = nullptr;
+  bool isChosen = false;  // taken off the list, and about to be woken
+
+ private:
+  std::atomic<std::uint32_t> isAwake_{0};
+};
+
 ThreadPool::ThreadPool()
     : width_(std::max<std::size_t>(std::thread::hardware_concurrency(), kMinimumWidth)) {}
 
 std::size_t ThreadPool::threadCount() const {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard lock(lock_);
   return threads_;
 }
 
 void ThreadPool::post(Job job, DispatchPriority priority) {
-  std::unique_lock lock(mutex_);
+  Lock lock(lock_);
   lanes_[laneOf(priority)].push_back(std::move(job));
-  ++waiting_;
-  ensureThread(lock);
+  if (++waiting_ == 1 && std::exchange(mayLeaveJob, false)) {
+    ensureWatcher();
+  } else {
+    ensureThread(lock);
+  }
 }
 
 // Called with the lock held and jobs waiting; may release the lock.
-void ThreadPool::ensureThread(std::unique_lock<std::mutex>& lock) {
-  if (idle_ > wakes_) {
-    ++wakes_;
+void ThreadPool::ensureThread(Lock& lock) {
+  if (isWaking_) return;  // it sees to the jobs behind the one it takes
+  if (Parking* const parking = parked_) {
+    parked_ = parking->next;
+    parking->isChosen = true;
+    --idle_;
+    isWaking_ = true;
     lock.unlock();
-    jobPosted_.notify_one();
-    return;
-  }
-  if (idle_ > 0) return;
-  if (active() < width_) {
+    parking->wake();
+  } else if (active() < width_) {
     spawn();
-    return;
+  } else {
+    ensureWatcher();
   }
+}
+
+void ThreadPool::ensureWatcher() {
   if (!watcherExists_) {
     watcherExists_ = true;
     std::thread([this] { watchForStalls(); }).detach();
@@ -118,58 +164,82 @@ bool ThreadPool::takeJob(Job& job) {
 
 void ThreadPool::work() {
   isPoolThread = true;
-  std::unique_lock lock(mutex_);
-  for (;;) {
+  Lock lock(lock_);
+  do {
     Job job;
-    if (takeJob(job)) {
-      // The poster counted on an idle thread that has since found other work.
-      if (waiting_ > 0 && idle_ == 0) ensureThread(lock);
-      lock.unlock();
+    while (takeJob(job)) {
+      if (waiting_ > 0) ensureThread(lock);
+      if (lock.owns_lock()) lock.unlock();
+      mayLeaveJob = true;
       job();
       job = nullptr;  // what it captured is released outside the lock
+      mayLeaveJob = false;
       lock.lock();
-      continue;
     }
-    ++idle_;
-    const bool isSurplus = threads_ > width_;
-    auto wakened = [this] { return wakes_ > 0; };
-    const bool woke = isSurplus ? jobPosted_.wait_for(lock, kSurplusIdleTime, wakened)
-                                : (jobPosted_.wait(lock, wakened), true);
-    --idle_;
-    if (woke) {
-      --wakes_;
-    } else if (waiting_ == 0) {
-      --threads_;
-      return;
+  } while (park(lock));
+}
+
+// False when the thread is to end.
+bool ThreadPool::park(Lock& lock) {
+  Parking parking;
+  parking.next = std::exchange(parked_, &parking);
+  ++idle_;
+  const bool isSurplus = threads_ > width_;
+  lock.unlock();
+  parking.sleep(isSurplus ? std::optional(kSurplusIdleTime) : std::nullopt);
+  lock.lock();
+  if (parking.isChosen) {
+    if (isSurplus) {  // its time may have passed just then
+      lock.unlock();
+      parking.sleep(std::nullopt);
+      lock.lock();
     }
+    isWaking_ = false;
+    return true;
   }
+  Parking** link = &parked_;
+  while (*link != &parking) link = &(*link)->next;
+  *link = parking.next;
+  --idle_;
+  if (waiting_ > 0) return true;
+  --threads_;
+  return false;
 }
 
 void ThreadPool::watchForStalls() {
   std::size_t burst = 1;
   std::size_t spawned = 0;
-  std::unique_lock lock(mutex_);
+  unsigned quietChecks = 0;
+  Lock lock(lock_);
   for (;;) {
-    if (waiting_ == 0) {
+    quietChecks = waiting_ == 0 ? quietChecks + 1 : 0;
+    if (quietChecks > kQuietChecks) {
       watcherSleeps_ = true;
       saturated_.wait(lock, [this] { return !watcherSleeps_; });
+      quietChecks = 0;
     }
     const std::uint64_t before = taken_;
     lock.unlock();
     std::this_thread::sleep_for(kStallCheckInterval);
     lock.lock();
     // Jobs that only the newest threads took up are no progress of the others.
-    const bool isStalled = waiting_ > 0 && idle_ == 0 && taken_ - before <= spawned;
+    const bool isStalled = waiting_ > 0 && !isWaking_ && taken_ - before <= spawned;
     burst = isStalled ? 2 * burst : 1;
     spawned = 0;
+    if (isStalled && parked_) {
+      ensureThread(lock);  // a job that was left to a thread whose own one lasts
+      lock.lock();
+      continue;
+    }
     while (isStalled && spawned < std::min(burst, waiting_) && spawn()) ++spawned;
   }
 }
 
 ThreadPool::BlockingScope::BlockingScope() : isInPool_(isPoolThread && blockingDepth++ == 0) {
+  mayLeaveJob = false;
   if (!isInPool_) return;
   ThreadPool& pool = shared();
-  std::unique_lock lock(pool.mutex_);
+  Lock lock(pool.lock_);
   ++pool.blocked_;
   if (pool.waiting_ > 0) pool.ensureThread(lock);
 }
@@ -178,7 +248,7 @@ ThreadPool::BlockingScope::~BlockingScope() {
   if (isPoolThread) --blockingDepth;
   if (!isInPool_) return;
   ThreadPool& pool = shared();
-  const std::lock_guard lock(pool.mutex_);
+  const std::lock_guard lock(pool.lock_);
   --pool.blocked_;
 }
 

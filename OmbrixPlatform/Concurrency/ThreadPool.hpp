@@ -8,6 +8,7 @@
 #include <mutex>
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 
 namespace ombrix::platform {
 
@@ -26,6 +27,10 @@ enum class DispatchPriority : std::int16_t {
 /// been taken up for a few milliseconds while some wait, the pool grows (to 512 threads). Surplus
 /// threads end after idling. No thread exists before the first job. Threads that idle at process
 /// exit are abandoned; nothing is torn down.
+///
+/// The first job that a job posts while no other waits is left to the same thread, which takes it
+/// up when the poster has ended: handing it to another one costs more than most jobs. Another post,
+/// a `BlockingScope` or the passing of a few milliseconds hands it to another thread after all.
 class ThreadPool final {
  public:
   static ThreadPool& shared();
@@ -54,26 +59,31 @@ class ThreadPool final {
  private:
   static constexpr std::size_t kLanes = 4;
 
+  class Parking;
+  using Lock = std::unique_lock<FutexLock>;
+
   ThreadPool();
   void work();
   void watchForStalls();
-  void ensureThread(std::unique_lock<std::mutex>& lock);
+  void ensureWatcher();
+  void ensureThread(Lock& lock);
   bool spawn();
+  bool park(Lock& lock);
   bool takeJob(Job& job);
   [[nodiscard]] std::size_t active() const { return threads_ - idle_ - blocked_; }
 
-  mutable std::mutex mutex_;
-  std::condition_variable jobPosted_;
-  std::condition_variable saturated_;
+  mutable FutexLock lock_;  // guards what follows
   std::array<std::deque<Job>, kLanes> lanes_;
   std::size_t waiting_ = 0;
   std::size_t threads_ = 0;
-  std::size_t idle_ = 0;
-  std::size_t wakes_ = 0;  // idle threads that were notified and have not yet run
+  std::size_t idle_ = 0;       // parked
+  Parking* parked_ = nullptr;  // the last one to park first
+  bool isWaking_ = false;      // one was woken and has not yet looked for a job
   std::size_t blocked_ = 0;
   std::uint64_t taken_ = 0;
   bool watcherExists_ = false;
   bool watcherSleeps_ = false;
+  std::condition_variable_any saturated_;
   const std::size_t width_;
 };
 
