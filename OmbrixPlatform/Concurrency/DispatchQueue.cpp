@@ -3,6 +3,7 @@
 #include <array>
 #include <deque>
 #include <semaphore>
+#include <vector>
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
@@ -137,7 +138,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   }
 
   void finishedOne() {
-    std::deque<Entry> startable;
+    std::vector<Entry> startable;
     {
       const std::lock_guard lock(mutex);
       --running;

@@ -1,5 +1,7 @@
 #include "OmbrixPlatform/Concurrency/NSOperation.hpp"
 
+#include <array>
+#include <iterator>
 #include <mutex>
 #include <utility>
 
@@ -96,16 +98,17 @@ std::set<std::string> NSOperation::keyPathsForValuesAffectingValue(std::string_v
 
 void NSOperation::announceChange(std::string_view key, const std::function<void()>& change) {
   const auto keepAlive = weak_from_this().lock();
-  std::vector<std::string_view> affected{key};
+  std::array<std::string_view, std::size(kStateKeys) + 1> affected{key};
+  std::size_t count = 1;
   for (const auto other : kStateKeys) {
     if (other != key && isObserved(other) &&
         keyPathsForValuesAffectingValue(other).contains(std::string(key))) {
-      affected.push_back(other);
+      affected[count++] = other;
     }
   }
-  for (const auto each : affected) willChangeValueForKey(each);
+  for (std::size_t i = 0; i < count; ++i) willChangeValueForKey(affected[i]);
   change();
-  for (auto each = affected.rbegin(); each != affected.rend(); ++each) didChangeValueForKey(*each);
+  while (count > 0) didChangeValueForKey(affected[--count]);
   lookAgain();
 }
 

@@ -198,8 +198,6 @@ void CurlLoop::admit(const std::shared_ptr<CurlTask>& task) {
 }
 
 CurlHost& CurlLoop::hostFor(const CurlOrigin& origin) {
-  std::string key = origin.host;
-  key.append(origin.isSecure ? ":s" : ":").append(std::to_string(origin.port));
   if (hosts_.size() >= kHostsKept && !asksDelegate_) {
     std::erase_if(hosts_, [&](const auto& entry) {
       const CurlHost& idle = *entry.second;
@@ -207,7 +205,7 @@ CurlHost& CurlLoop::hostFor(const CurlOrigin& origin) {
              std::ranges::find(touched_, &idle) == touched_.end();
     });
   }
-  auto& host = hosts_[key];
+  auto& host = hosts_[origin];
   if (!host) {
     const bool isMapped = std::ranges::any_of(
         configuration_.loopbackHosts,

@@ -133,20 +133,19 @@ void CurlTask::setRequest(URLRequest request) {
   current_ = std::move(current);
 }
 
-/// Why the current request cannot be sent; null when it can.
-std::shared_ptr<const URLError> CurlTask::refusal() const {
-  const auto current = request();
+/// Why the request cannot be sent; null when it can.
+std::shared_ptr<const URLError> CurlTask::refusal(const URLRequest& request, bool hasOrigin) const {
   if (sessionHasEnded_) {
     return makeURLError(URLError::Code::cancelled, "the session has ended");
   }
-  if (!CurlOrigin::of(current->url)) {
+  if (!hasOrigin) {
     return makeURLError(URLError::Code::unsupportedURL,
-                        "no http or https URL: " + current->url.absoluteString());
+                        "no http or https URL: " + request.url.absoluteString());
   }
-  if (!HTTPHeaders::isName(current->httpMethod)) {
+  if (!HTTPHeaders::isName(request.httpMethod)) {
     return makeURLError(URLError::Code::badURL, "the request's method is no token");
   }
-  for (const auto& [name, value] : current->headers) {
+  for (const auto& [name, value] : request.headers) {
     if (HTTPHeaders::isName(name) && HTTPHeaders::isValue(value)) continue;
     return makeURLError(URLError::Code::badURL, "a header field cannot be sent: " + name);
   }
@@ -166,16 +165,18 @@ void CurlTask::setFetchType(URLSessionTaskMetrics::FetchType type) {
 void CurlTask::begin() {
   const auto session = this->session();
   if (!session || isOver()) return;
-  if (auto error = refusal()) {
+  const auto current = request();
+  auto origin = CurlOrigin::of(current->url);
+  if (auto error = refusal(*current, origin.has_value())) {
     fail(std::move(error));
     return;
   }
+  origin_ = *std::move(origin);
   validated_.reset();
   conditions_ = {};
   URLCache* cache = cacheOf(*session);
   if (cache != nullptr && answeredByCache(*session, *cache)) return;
 
-  const auto current = request();
   const bool mayBeConstrained = current->allowsConstrainedNetworkAccess &&
                                 session->configuration().allowsConstrainedNetworkAccess;
   if (mayBeConstrained) {
@@ -194,10 +195,7 @@ void CurlTask::begin() {
   });
 }
 
-void CurlTask::goToNetwork(CurlURLSession& session) {
-  origin_ = *CurlOrigin::of(request()->url);
-  session.loop().submit(shared_from_this());
-}
+void CurlTask::goToNetwork(CurlURLSession& session) { session.loop().submit(shared_from_this()); }
 
 bool CurlTask::answeredByCache(CurlURLSession& session, URLCache& cache) {
   URLCache::Decision decision = cache.decide(*request());

@@ -1,6 +1,8 @@
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
 
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <utility>
 
 namespace ombrix::platform {
@@ -11,16 +13,29 @@ constexpr char lowered(char character) noexcept {
                                               : character;
 }
 
+constexpr std::size_t kUsualFields = 8;
+
+/// RFC 9110 section 5.6.2.
+constexpr auto kIsTokenCharacter = [] {
+  std::array<bool, 256> table{};
+  for (const char character : std::string_view("0123456789!#$%&'*+-.^_`|~")) {
+    table[static_cast<unsigned char>(character)] = true;
+  }
+  for (unsigned char letter = 'a'; letter <= 'z'; ++letter) {
+    table[letter] = table[letter - ('a' - 'A')] = true;
+  }
+  return table;
+}();
+
 constexpr bool isTokenCharacter(char character) noexcept {
-  const char letter = lowered(character);
-  if ((letter >= 'a' && letter <= 'z') || (character >= '0' && character <= '9')) return true;
-  return character != '\0' && std::string_view("!#$%&'*+-.^_`|~").contains(character);
+  return kIsTokenCharacter[static_cast<unsigned char>(character)];
 }
 
 }  // namespace
 
 bool headerNamesEqual(std::string_view a, std::string_view b) noexcept {
-  return std::ranges::equal(a, b, {}, lowered, lowered);
+  // Most names are written as they are asked for.
+  return a.size() == b.size() && (a == b || std::ranges::equal(a, b, {}, lowered, lowered));
 }
 
 HTTPHeaders::HTTPHeaders(std::initializer_list<Field> fields) {
@@ -46,16 +61,21 @@ bool HTTPHeaders::contains(std::string_view name) const noexcept {
 void HTTPHeaders::set(std::string_view name, std::string value) {
   const std::size_t index = indexOf(name);
   if (index == fields_.size()) {
-    fields_.push_back({std::string(name), std::move(value)});
+    append(std::string(name), std::move(value));
   } else {
     fields_[index].value = std::move(value);
   }
 }
 
-void HTTPHeaders::add(std::string_view name, std::string_view value) {
+void HTTPHeaders::append(std::string name, std::string value) {
+  if (fields_.empty()) fields_.reserve(kUsualFields);
+  fields_.push_back({std::move(name), std::move(value)});
+}
+
+void HTTPHeaders::add(std::string name, std::string value) {
   const std::size_t index = indexOf(name);
   if (index == fields_.size()) {
-    fields_.push_back({std::string(name), std::string(value)});
+    append(std::move(name), std::move(value));
   } else {
     fields_[index].value.append(", ").append(value);
   }
@@ -73,7 +93,11 @@ bool HTTPHeaders::isName(std::string_view text) noexcept {
 }
 
 bool HTTPHeaders::isValue(std::string_view text) noexcept {
-  return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
+  bool isForbidden = false;  // of all characters at once: nearly every text is a value
+  for (const char character : text) {
+    isForbidden |= character == '\r' || character == '\n' || character == '\0';
+  }
+  return !isForbidden;
 }
 
 bool operator==(const HTTPHeaders& a, const HTTPHeaders& b) {

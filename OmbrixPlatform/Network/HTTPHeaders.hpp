@@ -35,7 +35,7 @@ class HTTPHeaders {
   void set(std::string_view name, std::string value);
 
   /// Adds to a field: values of one name are joined by ", " (RFC 9110 section 5.3).
-  void add(std::string_view name, std::string_view value);
+  void add(std::string name, std::string value);
 
   /// Removes a field; false when it was not there.
   bool remove(std::string_view name) noexcept;
@@ -56,6 +56,7 @@ class HTTPHeaders {
 
  private:
   [[nodiscard]] std::size_t indexOf(std::string_view name) const noexcept;
+  void append(std::string name, std::string value);
 
   std::vector<Field> fields_;
 };

@@ -126,7 +126,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   CURLM* const multi_;
   TimePoint now_;
   std::list<std::shared_ptr<CurlTask>> tasks_;  // all, in the order of their resource deadlines
-  std::unordered_map<std::string, std::unique_ptr<CurlHost>> hosts_;
+  std::unordered_map<CurlOrigin, std::unique_ptr<CurlHost>, CurlOrigin::Hash> hosts_;
   std::vector<CurlHost*> touched_;  // may have something to start
   std::vector<std::unique_ptr<CurlExchange>> active_;
   std::vector<std::unique_ptr<CurlExchange>> idle_;

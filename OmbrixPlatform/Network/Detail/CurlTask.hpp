@@ -1,7 +1,9 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <list>
 #include <memory>
 #include <optional>
@@ -29,6 +31,13 @@ struct CurlOrigin {
   static std::optional<CurlOrigin> of(const URL& url);
 
   friend bool operator==(const CurlOrigin&, const CurlOrigin&) = default;
+
+  struct Hash {
+    std::size_t operator()(const CurlOrigin& origin) const noexcept {
+      return std::hash<std::string>{}(origin.host) ^ (std::size_t{origin.port} << 1) ^
+             std::size_t{origin.isSecure};
+    }
+  };
 };
 
 /// A task of a session on libcurl.
@@ -145,7 +154,8 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   void begin();
   void goToNetwork(CurlURLSession& session);
   void setRequest(URLRequest request);
-  [[nodiscard]] std::shared_ptr<const URLError> refusal() const;
+  [[nodiscard]] std::shared_ptr<const URLError> refusal(const URLRequest& request,
+                                                        bool hasOrigin) const;
   /// Asks the cache; true when that has answered or refused.
   bool answeredByCache(CurlURLSession& session, URLCache& cache);
   void setFetchType(URLSessionTaskMetrics::FetchType type);

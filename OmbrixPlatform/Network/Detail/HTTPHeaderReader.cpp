@@ -76,7 +76,7 @@ bool HTTPHeaderReader::readField(std::string_view line) {
 }
 
 void HTTPHeaderReader::keepField() {
-  if (!name_.empty()) headers_.add(name_, value_);
+  if (!name_.empty()) headers_.add(std::move(name_), std::move(value_));
   name_.clear();
 }
 
