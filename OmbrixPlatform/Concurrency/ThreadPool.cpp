@@ -24,6 +24,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t kMinimumWidth = 4;
 constexpr std::size_t kMaximumThreads = 512;
 constexpr auto kStallCheckInterval = 4ms;
+constexpr unsigned kJobsLeft = 4;     // to a thread by a job of its own
 constexpr unsigned kQuietChecks = 3;  // without a waiting job, before the checks cease
 constexpr auto kSurplusIdleTime = 5s;
 // Every so often the lowest lane goes first, so that a busy high lane delays but never starves it.
@@ -31,7 +32,7 @@ constexpr std::uint64_t kLowestFirstEvery = 64;
 
 thread_local bool isPoolThread = false;
 thread_local unsigned blockingDepth = 0;
-thread_local bool mayLeaveJob = false;  // to this thread, for when its job has ended
+thread_local unsigned jobsToLeave = 0;  // to this thread, for when its job has ended
 
 std::size_t laneOf(DispatchPriority priority) {
   switch (priority) {
@@ -101,7 +102,8 @@ std::size_t ThreadPool::threadCount() const {
 void ThreadPool::post(Job job, DispatchPriority priority) {
   Lock lock(lock_);
   lanes_[laneOf(priority)].push_back(std::move(job));
-  if (++waiting_ == 1 && std::exchange(mayLeaveJob, false)) {
+  if (++waiting_ <= kJobsLeft && jobsToLeave > 0) {
+    --jobsToLeave;
     ensureWatcher();
   } else {
     ensureThread(lock);
@@ -170,10 +172,10 @@ void ThreadPool::work() {
     while (takeJob(job)) {
       if (waiting_ > 0) ensureThread(lock);
       if (lock.owns_lock()) lock.unlock();
-      mayLeaveJob = true;
+      jobsToLeave = kJobsLeft;
       job();
       job = nullptr;  // what it captured is released outside the lock
-      mayLeaveJob = false;
+      jobsToLeave = 0;
       lock.lock();
     }
   } while (park(lock));
@@ -236,7 +238,7 @@ void ThreadPool::watchForStalls() {
 }
 
 ThreadPool::BlockingScope::BlockingScope() : isInPool_(isPoolThread && blockingDepth++ == 0) {
-  mayLeaveJob = false;
+  jobsToLeave = 0;
   if (!isInPool_) return;
   ThreadPool& pool = shared();
   Lock lock(pool.lock_);

@@ -28,9 +28,9 @@ enum class DispatchPriority : std::int16_t {
 /// threads end after idling. No thread exists before the first job. Threads that idle at process
 /// exit are abandoned; nothing is torn down.
 ///
-/// The first job that a job posts while no other waits is left to the same thread, which takes it
-/// up when the poster has ended: handing it to another one costs more than most jobs. Another post,
-/// a `BlockingScope` or the passing of a few milliseconds hands it to another thread after all.
+/// The first few jobs that a job posts while hardly any other waits are left to the same thread,
+/// which takes them up when the poster has ended: handing them over costs more than most jobs.
+/// Further posts, a `BlockingScope` or the passing of a few milliseconds do hand them over.
 class ThreadPool final {
  public:
   static ThreadPool& shared();
