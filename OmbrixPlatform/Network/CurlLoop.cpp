@@ -283,19 +283,17 @@ void CurlLoop::finishDone() {
   }
 }
 
-bool CurlLoop::deliver(Job& job) {
-  if (!ownQueue_) return false;
-  deliveries_.push_back(std::move(job));
-  return true;
+void CurlLoop::deliver(std::shared_ptr<CurlTask> task, CurlTask::Answer answer) {
+  deliveries_.emplace_back(std::move(task), std::move(answer));
 }
 
 /// One job for all: waking a thread for each costs as much as half a request.
 void CurlLoop::flushDeliveries() {
   if (deliveries_.empty()) return;
   ownQueue_->async([deliveries = std::exchange(deliveries_, {})]() mutable {
-    for (Job& delivery : deliveries) {
-      delivery();
-      delivery = nullptr;
+    for (auto& [task, answer] : deliveries) {
+      task->conclude(std::move(answer));
+      task = nullptr;
     }
   });
 }

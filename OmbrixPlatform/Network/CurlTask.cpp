@@ -311,10 +311,11 @@ void CurlTask::exchangeEnded(Answer answer, const CurlExchange& exchange) {
     return;
   }
   session->loop().forget(shared_from_this());
-  Job job = [self = shared_from_this(), answer = std::move(answer)]() mutable {
-    self->conclude(std::move(answer));
-  };
-  if (!session->loop().deliver(job)) session->post(std::move(job));
+  if (session->loop().delivers()) {
+    session->loop().deliver(shared_from_this(), std::move(answer));
+  } else {
+    postConclusion(*session, std::move(answer));
+  }
 }
 
 bool CurlTask::askAboutTrust(URLAuthenticationChallenge challenge, TrustAnswer answer) {
@@ -431,7 +432,6 @@ void CurlTask::postConclusion(CurlURLSession& session, Answer answer) {
   });
 }
 
-/// Takes the answer past the cache and the delegate to the handler.
 void CurlTask::conclude(Answer answer) {
   const auto session = this->session();
   if (!session || isOver()) return;
@@ -489,12 +489,20 @@ void CurlTask::loadAfresh() {
 /// Lets the cache keep the answer, and complete it when the server has only confirmed what is kept.
 CurlTask::Answer CurlTask::throughCache(URLCache& cache, Answer answer) {
   const bool wasConfirmed = validated_ && answer.response->statusCode() == 304;
-  CachedURLResponse kept = cache.received(
-      *request(), answer.requestTime, answer.responseTime,
-      {std::move(answer.response), std::make_shared<const Data>(std::move(answer.body))},
-      validated_ ? &*validated_ : nullptr);
+  const auto body = std::make_shared<Data>(std::move(answer.body));
+  CachedURLResponse kept =
+      cache.received(*request(), answer.requestTime, answer.responseTime,
+                     {std::move(answer.response), body}, validated_ ? &*validated_ : nullptr);
   const bool isConfirmed = wasConfirmed && kept.response->statusCode() != 304;
   if (isConfirmed) setFetchType(URLSessionTaskMetrics::FetchType::validated);
+  if (kept.data == body) {
+    kept.data = nullptr;
+    const bool isNotKept = body.use_count() == 1;
+    if (isNotKept) {
+      return {.response = std::move(kept.response), .body = std::move(*body), .isNew = false};
+    }
+    kept.data = body;
+  }
   return {.response = std::move(kept.response), .cachedBody = std::move(kept.data), .isNew = false};
 }
 

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
@@ -73,9 +74,11 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   /// Lets go of a task whose exchange is over; network thread.
   void forget(const std::shared_ptr<CurlTask>& task);
 
-  /// Runs a job on the delegate queue, with others like it; false when the caller has to. Network
-  /// thread.
-  [[nodiscard]] bool deliver(Job& job);
+  /// Concludes a task on the session's own queue, together with others. Network thread.
+  void deliver(std::shared_ptr<CurlTask> task, CurlTask::Answer answer);
+
+  /// Whether there is such a queue.
+  [[nodiscard]] bool delivers() const noexcept { return ownQueue_ != nullptr; }
 
   /// Ends the thread; no task may be left.
   void stop();
@@ -130,7 +133,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   std::vector<CurlHost*> touched_;  // may have something to start
   std::vector<std::unique_ptr<CurlExchange>> active_;
   std::vector<std::unique_ptr<CurlExchange>> idle_;
-  std::vector<Job> deliveries_;
+  std::vector<std::pair<std::shared_ptr<CurlTask>, CurlTask::Answer>> deliveries_;
   std::vector<CurlHost*> offline_;  // waiting for connectivity
   TimePoint nextIdleCheck_ = TimePoint::max();
   TimePoint armedFor_ = TimePoint::max();

@@ -127,6 +127,9 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   /// The whole answer is there.
   void exchangeEnded(Answer answer, const CurlExchange& exchange);
 
+  /// Takes the answer past the cache and the delegate to the handler. Delegate queue.
+  void conclude(Answer answer);
+
   /// The task ends with an error, unless it is over. Any thread.
   void fail(std::shared_ptr<const Error> error);
 
@@ -164,7 +167,6 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   void followTo(CurlURLSession& session, URLRequest request);
 
   void postConclusion(CurlURLSession& session, Answer answer);
-  void conclude(Answer answer);
   void loadAfresh();
   Answer throughCache(URLCache& cache, Answer answer);
   void askAboutResponse(CurlURLSession& session);
