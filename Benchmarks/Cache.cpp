@@ -219,6 +219,25 @@ void missTable(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(table.get("https://api.ombrix.test/nothing"));
 }
 
+/// A request whose answer must not be kept: looked up, and nothing is there to drop.
+void noStore(benchmark::State& state, bool isFilled) {
+  const ScopedDir dir;
+  const auto cache = makeCache(kEnough, &dir);
+  if (isFilled) fill(*cache);
+  const URLRequest request(*URL::parse("https://api.ombrix.test/nothing"));
+  const CachedURLResponse answered{
+      std::make_shared<const HTTPURLResponse>(request.url, 200,
+                                              HTTPHeaders{{"Cache-Control", "no-store"}}),
+      std::make_shared<const Data>(100)};
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(cache->decide(request));
+    benchmark::DoNotOptimize(cache->received(request, Date(), Date(), answered, nullptr));
+  }
+}
+
+void noStoreEmpty(benchmark::State& state) { noStore(state, false); }
+void noStoreFilled(benchmark::State& state) { noStore(state, true); }
+
 constexpr int kStored = 256;
 
 void storeOurs(benchmark::State& state) {
@@ -285,6 +304,8 @@ BENCHMARK(diskOurs)->Name("hit-disk/ours");
 BENCHMARK(diskTable)->Name("hit-disk/bare-table");
 BENCHMARK(missOurs)->Name("miss/ours");
 BENCHMARK(missTable)->Name("miss/bare-table");
+BENCHMARK(noStoreEmpty)->Name("no-store-empty/ours");
+BENCHMARK(noStoreFilled)->Name("no-store-filled/ours");
 BENCHMARK(storeOurs)->Name("store/ours")->UseRealTime();
 BENCHMARK(storeTable)->Name("store/bare-table")->UseRealTime();
 BENCHMARK(sessionMemory)->Name("session-memory/ours")->UseRealTime();

@@ -49,11 +49,6 @@ void MemoryURLCache::insert(CachedAnswerPointer answer) {
   while (bytes_ > capacity_) drop(std::prev(order_.end()));
 }
 
-std::uint64_t MemoryURLCache::generation() const {
-  const std::lock_guard lock(mutex_);
-  return generation_;
-}
-
 void MemoryURLCache::remove(std::string_view key) {
   const std::lock_guard lock(mutex_);
   ++generation_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <functional>
 #include <list>
@@ -29,7 +30,7 @@ class MemoryURLCache {
   /// Keeps an answer that was found elsewhere after `generation` was asked for, unless something
   /// was dropped meanwhile, which it might bring back, or there is a newer one.
   void promote(CachedAnswerPointer answer, const HTTPHeaders& request, std::uint64_t generation);
-  [[nodiscard]] std::uint64_t generation() const;
+  [[nodiscard]] std::uint64_t generation() const noexcept { return generation_; }
 
   /// Drops all answers to a URL.
   void remove(std::string_view key);
@@ -66,7 +67,7 @@ class MemoryURLCache {
   Order order_;
   std::unordered_map<std::string, Variants, TextHash, std::equal_to<>> byKey_;
   std::int64_t bytes_ = 0;
-  std::uint64_t generation_ = 0;  // how often something was dropped other than for its age
+  std::atomic<std::uint64_t> generation_{0};  // how often something was dropped other than for its age
 };
 
 }  // namespace ombrix::platform::detail

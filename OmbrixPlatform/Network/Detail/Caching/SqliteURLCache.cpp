@@ -25,17 +25,20 @@ SqliteURLCache::SqliteURLCache(const std::string& folder, std::int64_t capacity,
     : budget_(capacity),
       keysInUse_(std::move(keysInUse)),
       queue_(DispatchQueue::serial("URLCache", QualityOfService::utility)),
-      reader_(folder, budget_, kReaderBusyMilliseconds),
-      writer_(folder, budget_, kWriterBusyMilliseconds) {}
+      keys_(SqliteURLCacheFile::keysPath(folder), SqliteURLCacheFile::databasePath(folder),
+            budget_.keys),
+      reader_(folder, budget_, kReaderBusyMilliseconds, keys_),
+      writer_(folder, budget_, kWriterBusyMilliseconds, keys_) {}
 
 // What callers ask.
 
 CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeaders& request) {
-  {
-    const std::lock_guard lock(mutex_);
+  if (!isQuiet_.load(std::memory_order_acquire)) {
+    const Locked lock(*this);
     if (clearing_ > 0 || !isTrusted()) return nullptr;
     if (const auto known = pendingAnswer(key, request)) return *known;
   }
+  if (isMissing(key)) return nullptr;
   CachedAnswerPointer answer;
   SqliteURLCacheFile::Use use{};
   {
@@ -45,13 +48,14 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
     } catch (const SqliteFailure& failure) {
       handle(reader_, failure);
       if (!failure.isBusy() && !failure.isDamage()) {
-        const std::lock_guard stateLock(mutex_);
+        const Locked stateLock(*this);
         distrust(false);
       }
     }
+    isReaderOpen_.store(reader_.isOpen(), std::memory_order_release);
   }
   if (!answer) return nullptr;
-  const std::lock_guard lock(mutex_);
+  const Locked lock(*this);
   // It may have been replaced or dropped meanwhile.
   if (clearing_ > 0 || !isTrusted()) return nullptr;
   if (const auto known = pendingAnswer(key, request)) return *known;
@@ -61,19 +65,34 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
 }
 
 void SqliteURLCache::put(CachedAnswerPointer answer, const HTTPHeaders& request) {
-  std::string key = answer->key;
-  const bool isTooLarge = bytesOf(answer) > budget_.entry;
   // What it replaces must go even when it cannot be kept itself.
-  enqueue(std::make_shared<const Change>(
-      Change{std::move(key), isTooLarge ? nullptr : std::move(answer), request}));
+  if (bytesOf(answer) > budget_.entry) return remove(answer->key);
+  std::string key = answer->key;
+  enqueue(std::make_shared<const Change>(Change{std::move(key), std::move(answer), request}));
 }
 
 void SqliteURLCache::remove(const std::string& key) {
+  // In this order: what is written meanwhile is pending until it is on disk.
+  if (!isUnsettled(key) && isMissing(key)) return;
   enqueue(std::make_shared<const Change>(Change{key, nullptr, {}}));
 }
 
+/// Whether what is on disk may not be the whole truth about the key.
+bool SqliteURLCache::isUnsettled(const std::string& key) {
+  if (isQuiet_.load(std::memory_order_acquire)) return false;
+  const Locked lock(*this);
+  return clearing_ > 0 || !isTrusted() || pending_.contains(key);
+}
+
+/// Whether there is certainly no answer on disk, told without SQLite and mostly without the system.
+bool SqliteURLCache::isMissing(const std::string& key) noexcept {
+  // An open reader has to notice itself that its database is gone.
+  return keys_.excludes(hashOf(key)) ||
+         (!isReaderOpen_.load(std::memory_order_acquire) && !reader_.exists());
+}
+
 void SqliteURLCache::enqueue(ChangePointer change) {
-  const std::lock_guard lock(mutex_);
+  const Locked lock(*this);
   if (!isTrusted()) {
     hasLostChanges_ = true;
     return;
@@ -92,7 +111,7 @@ void SqliteURLCache::enqueue(ChangePointer change) {
 
 void SqliteURLCache::removeAll() {
   {
-    const std::lock_guard lock(mutex_);
+    const Locked lock(*this);
     changes_.clear();
     pending_.clear();
     pendingBytes_ = 0;
@@ -101,7 +120,7 @@ void SqliteURLCache::removeAll() {
   }
   bool isCleared = false;
   queue_->sync([&] { isCleared = clearFiles(); });
-  const std::lock_guard lock(mutex_);
+  const Locked lock(*this);
   --clearing_;
   if (isCleared) {
     distrustedUntil_.reset();
@@ -114,7 +133,7 @@ void SqliteURLCache::removeAll() {
 std::int64_t SqliteURLCache::usage() {
   std::int64_t bytes = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const Locked lock(*this);
     if (clearing_ > 0 || !isTrusted()) return 0;
     bytes = pendingBytes_;
   }
@@ -124,6 +143,7 @@ std::int64_t SqliteURLCache::usage() {
   } catch (const SqliteFailure& failure) {
     handle(reader_, failure);
   }
+  isReaderOpen_.store(reader_.isOpen(), std::memory_order_release);
   return bytes;
 }
 
@@ -165,7 +185,7 @@ bool SqliteURLCache::isTrusted() {
   distrustedUntil_ = now + kDistrust;
   queue_->async([self = shared_from_this()] {
     if (!self->clearFiles()) return;
-    const std::lock_guard lock(self->mutex_);
+    const Locked lock(*self);
     self->distrustedUntil_.reset();
   });
   return false;
@@ -187,7 +207,7 @@ void SqliteURLCache::writeBatch() {
   std::vector<ChangePointer> batch;
   std::vector<SqliteURLCacheFile::Use> uses;
   {
-    const std::lock_guard lock(mutex_);
+    const Locked lock(*this);
     uses = std::exchange(uses_, {});
     std::int64_t bytes = 0;
     while (!changes_.empty() && batch.size() < kMostChangesAtOnce && bytes <= budget_.batch) {
@@ -206,7 +226,7 @@ void SqliteURLCache::writeBatch() {
     handle(writer_, failure);
   }
   const bool isWritten = batch.empty() || write(batch, false) || write(batch, true);
-  const std::lock_guard lock(mutex_);
+  const Locked lock(*this);
   if (isWritten) {
     forget(batch);
   } else {
@@ -259,6 +279,7 @@ bool SqliteURLCache::clearFiles() {
     writer_.clear();
     const std::lock_guard lock(readerMutex_);
     reader_.close();
+    isReaderOpen_.store(false, std::memory_order_release);
     return true;
   } catch (const SqliteFailure&) {
     return false;

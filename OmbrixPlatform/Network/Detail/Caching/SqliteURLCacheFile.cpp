@@ -66,8 +66,9 @@ DiskBudget::DiskBudget(std::int64_t capacity) noexcept {
   rows = std::max<std::int64_t>(log / kPageBytes / kPagesOfARow, 1);
   batch = std::min(capacity / 32, kMostBatchBytes);
   entry = capacity / 20;
+  keys = CacheKeyTable::bytesWithin(capacity / 64);
   // The log may grow by one transaction beyond its limit.
-  database = capacity - log - std::max(log, batch + entry) - kSharedMemoryBytes;
+  database = capacity - log - std::max(log, batch + entry) - keys - kSharedMemoryBytes;
 }
 
 /// A connection with its statements.
@@ -89,30 +90,26 @@ struct SqliteURLCacheFile::Open {
         pages(connection.prepare("PRAGMA page_count")),
         freePages(connection.prepare("PRAGMA freelist_count")),
         begin(connection.prepare("BEGIN IMMEDIATE")),
-        commit(connection.prepare("COMMIT")) {}
+        commit(connection.prepare("COMMIT")),
+        hashes(connection.prepare("SELECT hash FROM entry")) {}
 
   SqliteConnection connection;
   SqliteStatement select, selectBody, total, insert, insertBody, remove, touch, touchAll, setUses,
-      oldest, evict, pages, freePages, begin, commit;
+      oldest, evict, pages, freePages, begin, commit, hashes;
   std::int64_t uses = 0;  // the sequence of uses, within a transaction
 };
 
 void SqliteURLCacheFile::CloseOpen::operator()(Open* open) const noexcept { delete open; }
 
-SqliteURLCacheFile::SqliteURLCacheFile(std::string folder, const DiskBudget& budget,
-                                       int busyMilliseconds)
-    : folder_(std::move(folder)),
-      path_(folder_ + "/Cache.db"),
+SqliteURLCacheFile::SqliteURLCacheFile(const std::string& folder, const DiskBudget& budget,
+                                       int busyMilliseconds, CacheKeyTable& keys)
+    : folder_(folder),
+      path_(databasePath(folder)),
       budget_(budget),
-      busyMilliseconds_(busyMilliseconds) {}
+      busyMilliseconds_(busyMilliseconds),
+      keys_(keys) {}
 
 // Opening, clearing, setting aside: one connection of all processes at a time.
-
-std::optional<SqliteURLCacheFile::Identity> SqliteURLCacheFile::identity() const noexcept {
-  struct stat status{};
-  if (::stat(path_.c_str(), &status) != 0) return std::nullopt;
-  return Identity{status.st_dev, status.st_ino};
-}
 
 Descriptor SqliteURLCacheFile::lock() const {
   std::error_code ignored;
@@ -131,6 +128,7 @@ Descriptor SqliteURLCacheFile::lock() const {
 }
 
 void SqliteURLCacheFile::removeFiles() const noexcept {
+  keys_.retire();  // first: it says nothing of the next database
   for (const char* suffix : {"", "-wal", "-shm"}) ::unlink((path_ + suffix).c_str());
 }
 
@@ -165,7 +163,8 @@ void SqliteURLCacheFile::open() {
         continue;
       }
       open_.reset(new Open(std::move(connection)));
-      identity_ = identity().value_or(Identity{});
+      identity_ = identity().value_or(FileIdentity{});
+      cannotMakeKeys_ = false;
       return;
     } catch (const SqliteFailure& failure) {
       const bool isForeign = failure.isDamage() || failure.code == SQLITE_ERROR;
@@ -185,7 +184,11 @@ bool SqliteURLCacheFile::openExisting() {
   const auto found = identity();
   if (open_ && found == identity_) return true;
   open_.reset();
-  if (found) open();
+  if (found) {
+    open();
+  } else {
+    keys_.dropRetired();
+  }
   return found.has_value();
 }
 
@@ -212,6 +215,7 @@ void SqliteURLCacheFile::setAside() {
 CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPHeaders& request,
                                              Use& use) {
   if (!openExisting()) return nullptr;
+  keys_.mapWhenDue(identity_);
   Open& open = *open_;
   const std::int64_t hash = hashOf(key);
   const SqliteReset reset(open.select);
@@ -260,11 +264,36 @@ std::int64_t SqliteURLCacheFile::bytesInUse() {
 // Changing.
 
 void SqliteURLCacheFile::begin() {
+  constexpr int kMostAttempts = 3;
   openAnew();
-  open_->begin.run();
+  for (int attempt = 0; open_->begin.run(), !hasKeys(); ++attempt) {
+    open_->connection.execute("ROLLBACK");
+    if (attempt == kMostAttempts) throw SqliteFailure{SQLITE_CANTOPEN};
+    makeKeys();
+    openAnew();
+  }
   const SqliteReset reset(open_->total);
   if (!open_->total.step()) failDamaged();
   open_->uses = open_->total.integer(0);
+}
+
+/// Whether no reader takes what is about to be written for missing; inside a transaction.
+bool SqliteURLCacheFile::hasKeys() noexcept {
+  return keys_.serves(identity_) || (cannotMakeKeys_ && keys_.isNone());
+}
+
+/// Brings about the key table of the database. Nobody writes meanwhile, clears it or sets it aside.
+void SqliteURLCacheFile::makeKeys() {
+  const Descriptor locked = lock();  // before the transaction, as in `open`
+  if (identity() != identity_) return;
+  open_->begin.run();
+  if (!keys_.map(identity_) || !keys_.serves(identity_)) {
+    std::vector<std::int64_t> hashes;
+    const SqliteReset reset(open_->hashes);
+    while (open_->hashes.step()) hashes.push_back(open_->hashes.integer(0));
+    cannotMakeKeys_ = !keys_.make(identity_, hashes);
+  }
+  open_->commit.run();
 }
 
 void SqliteURLCacheFile::commit() {
@@ -300,6 +329,7 @@ void SqliteURLCacheFile::put(const CachedAnswer& answer, const HTTPHeaders& requ
   std::int64_t id = 0;
   {
     const SqliteReset reset(open_->insert);
+    keys_.add(hash);
     open_->insert.bind(1, hash).bind(2, ++open_->uses).bind(3, bytes).bind(4, DataView(record));
     if (open_->insert.step()) id = open_->insert.integer(0);
     while (open_->insert.step()) {

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -9,8 +7,10 @@
 #include <vector>
 
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Network/Detail/Caching/CacheKeyTable.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/CachedAnswer.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/CachedAnswerCoding.hpp"
+#include "OmbrixPlatform/Network/Detail/Caching/FileIdentity.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/SqliteConnection.hpp"
 
 namespace ombrix::platform::detail {
@@ -24,6 +24,7 @@ struct DiskBudget {
 
   std::int64_t database = 0;  ///< bytes of pages in use, at most
   std::int64_t log = 0;       ///< bytes of the write-ahead log before it is written back
+  std::int64_t keys = 0;      ///< bytes of the key table
   std::int64_t entry = 0;     ///< bytes of one answer, at most: a twentieth of the capacity
   std::int64_t batch = 0;     ///< bytes written in one transaction, apart from its last answer
   std::int64_t rows = 0;      ///< rows changed in one transaction when there are many to change
@@ -33,10 +34,21 @@ struct DiskBudget {
 
 /// One connection to the database of answers in a folder that several may share. It opens by
 /// itself, and anew when another connection has put a new file in place. Failures are thrown as
-/// `SqliteFailure`; one thread at a time.
+/// `SqliteFailure`; one thread at a time. Every row that it writes is in the key table, which all
+/// connections of a process share; only who writes makes one.
 class SqliteURLCacheFile {
  public:
-  SqliteURLCacheFile(std::string folder, const DiskBudget& budget, int busyMilliseconds);
+  SqliteURLCacheFile(const std::string& folder, const DiskBudget& budget, int busyMilliseconds,
+                     CacheKeyTable& keys);
+
+  static std::string databasePath(const std::string& folder) { return folder + "/Cache.db"; }
+  static std::string keysPath(const std::string& folder) { return folder + "/Cache.keys"; }
+
+  /// Whether there is a database. Any thread.
+  [[nodiscard]] bool exists() const noexcept { return identityOf(path_).has_value(); }
+
+  /// Whether the connection is open.
+  [[nodiscard]] bool isOpen() const noexcept { return open_ != nullptr; }
 
   /// Opens the database if there is one; false when there is none.
   bool openExisting();
@@ -82,19 +94,15 @@ class SqliteURLCacheFile {
 
  private:
   struct Open;
-  struct Identity {
-    dev_t device = 0;
-    ino_t file = 0;
 
-    friend bool operator==(const Identity&, const Identity&) = default;
-  };
-
-  [[nodiscard]] std::optional<Identity> identity() const noexcept;
+  [[nodiscard]] std::optional<FileIdentity> identity() const noexcept { return identityOf(path_); }
   [[nodiscard]] Descriptor lock() const;
   void removeFiles() const noexcept;
   void rename() const noexcept;
   void open();
   void openAnew();
+  [[nodiscard]] bool hasKeys() noexcept;
+  void makeKeys();
   void touchAll(const std::vector<std::string>& keys);
   bool evict(std::int64_t bytes);
   [[nodiscard]] std::int64_t bytesInUse();
@@ -103,7 +111,9 @@ class SqliteURLCacheFile {
   const std::string path_;
   const DiskBudget budget_;
   const int busyMilliseconds_;
-  Identity identity_;
+  CacheKeyTable& keys_;
+  FileIdentity identity_;
+  bool cannotMakeKeys_ = false;  // since it was opened
   struct CloseOpen {
     void operator()(Open* open) const noexcept;
   };
