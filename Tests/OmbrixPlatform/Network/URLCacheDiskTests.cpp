@@ -1,6 +1,4 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sqlite3.h>
 #include <sys/resource.h>
 
 #include <csignal>
@@ -11,57 +9,17 @@
 #include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/CachedAnswerCoding.hpp"
 #include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
-#include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
-#include "URLCacheFixture.hpp"
+#include "URLCacheDiskFixture.hpp"
 
 namespace ombrix::platform {
 namespace {
 
 namespace fs = std::filesystem;
 using namespace samples;
-using testing::ChildProcess;
 
-constexpr std::int64_t kMiB = 1 << 20;
-constexpr auto kFresh = "Cache-Control: max-age=1000|ETag: \"1\"";
-
-class URLCacheDiskTests : public URLCacheFixture {
- protected:
-  std::shared_ptr<URLCache> open(std::int64_t memory = 0, std::int64_t disk = 8 * kMiB) const {
-    return URLCache::make(memory, disk, URL::fileURL(folder.string(), true));
-  }
-  std::unique_ptr<ChildProcess> agent(std::int64_t disk = 8 * kMiB) const {
-    return std::make_unique<ChildProcess>(
-        std::vector<std::string>{CACHE_AGENT, folder, std::to_string(disk)});
-  }
-  void put(URLCache& cache, int n) const {
-    load(cache, numberedRequest(n), answerOf(200, kFresh, numberedBody(n)));
-  }
-  static std::string get(URLCache& cache, int n) {
-    const auto found = cache.cachedResponse(numberedRequest(n));
-    return found ? std::string(textOf(*found->data)) : "-";
-  }
-  std::int64_t bytesOnDisk() const {
-    std::int64_t bytes = 0;
-    for (const auto& file : fs::directory_iterator(folder)) {
-      bytes += static_cast<std::int64_t>(file.file_size());
-    }
-    return bytes;
-  }
-  fs::path database() const { return folder / "Cache.db"; }
-  void execute(const char* sql) const {
-    sqlite3* connection = nullptr;
-    EXPECT_EQ(::sqlite3_open(database().c_str(), &connection), SQLITE_OK);
-    EXPECT_EQ(::sqlite3_exec(connection, sql, nullptr, nullptr, nullptr), SQLITE_OK);
-    ::sqlite3_close(connection);
-  }
-  bool hasDamaged() const { return fs::exists(folder / "Cache.db.damaged"); }
-
-  testing::ScopedDir dir;
-  fs::path folder = dir.path() / "cache";
-};
+using URLCacheDiskTests = URLCacheDiskFixture;
 
 // Catches an answer that is not seen before it is written, or lost or changed by a restart; and a
 // token on the disk.
@@ -176,29 +134,23 @@ TEST_F(URLCacheDiskTests, KeepsVariants) {
 TEST_F(URLCacheDiskTests, ProcessesShareAFolder) {
   const auto cache = open();
   const auto other = agent();
-  const auto ask = [&](const std::string& line) {
-    other->send(line);
-    return other->readLine();
-  };
   for (int round = 0; round < 5; ++round) {
     SCOPED_TRACE(round);
     put(*cache, 10);
     cache->flush();
-    EXPECT_EQ(ask("get 10"), numberedBody(10));
-    other->send("put 11");
-    EXPECT_EQ(ask("flush"), "flushed");
+    EXPECT_EQ(ask(*other, "get 10"), numberedBody(10));
+    put(*other, 11);
     EXPECT_EQ(get(*cache, 11), numberedBody(11));
     if (round % 2 == 0) {
       cache->removeAllCachedResponses();
     } else {
       other->send("clear");
     }
-    EXPECT_EQ(ask("get 10"), "-");
+    EXPECT_EQ(ask(*other, "get 10"), "-");
     EXPECT_EQ(get(*cache, 11), "-");
-    other->send("put 12");
-    EXPECT_EQ(ask("flush"), "flushed");
+    put(*other, 12);
     EXPECT_EQ(get(*cache, 12), numberedBody(12));
-    EXPECT_EQ(ask("usage"), std::to_string(cache->currentDiskUsage()));
+    EXPECT_EQ(ask(*other, "usage"), std::to_string(cache->currentDiskUsage()));
   }
   EXPECT_FALSE(hasDamaged());
 }

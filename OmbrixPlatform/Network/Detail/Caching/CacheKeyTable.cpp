@@ -94,9 +94,7 @@ std::int64_t CacheKeyTable::bytesWithin(std::int64_t most) noexcept {
 
 CacheKeyTable::CacheKeyTable(std::string path, std::string databasePath,
                              std::int64_t bytes) noexcept
-    : path_(std::move(path)),
-      databasePath_(std::move(databasePath)),
-      width_(widthWithin(bytes)) {
+    : path_(std::move(path)), databasePath_(std::move(databasePath)), width_(widthWithin(bytes)) {
   static_assert(sizeof(Header) == kHeaderBytes && std::is_trivially_copyable_v<Header>);
   static_assert(std::atomic_ref<std::uint64_t>::is_always_lock_free);
   void* place = ::mmap(nullptr, static_cast<std::size_t>(bytesOf(width_)), PROT_READ,

@@ -67,7 +67,7 @@ class MemoryURLCache {
   Order order_;
   std::unordered_map<std::string, Variants, TextHash, std::equal_to<>> byKey_;
   std::int64_t bytes_ = 0;
-  std::atomic<std::uint64_t> generation_{0};  // how often something was dropped other than for its age
+  std::atomic<std::uint64_t> generation_{0};  // drops other than for their age
 };
 
 }  // namespace ombrix::platform::detail

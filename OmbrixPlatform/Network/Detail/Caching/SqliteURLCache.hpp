@@ -61,9 +61,9 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
    public:
     explicit Locked(SqliteURLCache& cache) : cache_(cache), lock_(cache.mutex_) {}
     ~Locked() {
-      cache_.isQuiet_.store(cache_.pending_.empty() && cache_.clearing_ == 0 &&
-                                !cache_.distrustedUntil_,
-                            std::memory_order_release);
+      cache_.isQuiet_.store(
+          cache_.pending_.empty() && cache_.clearing_ == 0 && !cache_.distrustedUntil_,
+          std::memory_order_release);
     }
     Locked(const Locked&) = delete;
     Locked& operator=(const Locked&) = delete;
