@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <bit>
+#include <cerrno>
 #include <cstring>
 #include <ctime>
 #include <span>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 
@@ -284,8 +286,9 @@ void CacheKeyTable::hide() noexcept {
   if (shownWidth_.load(std::memory_order_relaxed) == 0) return;
   sequence_.fetch_add(1);
   shownWidth_.store(0);
-  ::mmap(base_, static_cast<std::size_t>(bytesOf(width_)), PROT_READ,
-         MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
+  // Where that fails the old one stays, which nobody looks at any more.
+  std::ignore = ::mmap(base_, static_cast<std::size_t>(bytesOf(width_)), PROT_READ,
+                       MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE | MAP_FIXED, -1, 0);
   sequence_.fetch_add(1);
 }
 
