@@ -23,7 +23,7 @@ inline HTTPHeaders fieldsOf(std::string_view text) {
     const auto end = std::min(text.find('|'), text.size());
     const std::string_view field = text.substr(0, end);
     const auto colon = field.find(": ");
-    headers.add(field.substr(0, colon), field.substr(colon + 2));
+    headers.add(std::string(field.substr(0, colon)), std::string(field.substr(colon + 2)));
     text.remove_prefix(std::min(end + 1, text.size()));
   }
   return headers;
