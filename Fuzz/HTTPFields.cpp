@@ -33,7 +33,7 @@ HTTPHeaders takeFields(std::string_view& text) {
     if (line.empty()) break;
     const auto colon = std::min(line.find(':'), line.size());
     const auto value = trimmed(line.substr(std::min(colon + 1, line.size())));
-    headers.add(line.substr(0, colon), value);
+    headers.add(std::string(line.substr(0, colon)), std::string(value));
   }
   return headers;
 }
