@@ -3,6 +3,9 @@
 #include <CLI/CLI.hpp>
 #include <future>
 #include <memory>
+#include <optional>
+#include <string>
+#include <vector>
 
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/JSONText.hpp"
@@ -19,7 +22,8 @@ using HTTPMethod = HttpRequestOperation::HTTPMethod;
 using Metrics = platform::URLSessionTaskMetrics;
 
 struct RequestOptions {
-  std::string path, method, data;
+  std::string path, method;
+  std::optional<std::string> data;
   std::vector<std::string> headers;
   bool noCache = false, cacheOnly = false, raw = false, verbose = false;
 };
@@ -124,15 +128,15 @@ std::shared_ptr<WatchedRequest> makeRequest(const RequestOptions& options,
   const auto url = platform::URL::parse(options.path, client.endpoint());
   if (!url) throw CLI::ValidationError("PATH", fmt::format("{:?} is no path", options.path));
   const auto method = !options.method.empty() ? options.method
-                      : options.data.empty()  ? "GET"
-                                              : "POST";
+                      : options.data          ? "POST"
+                                              : "GET";
   auto request = std::make_shared<WatchedRequest>(*url, *platform::fromRawValue<HTTPMethod>(method),
                                                   headersOf(options.headers), std::move(callback),
                                                   client.session());
-  if (options.data.starts_with('@')) {
-    request->setPayload(HTTPPayload(readWholeFile(options.data.substr(1))));
-  } else if (!options.data.empty()) {
-    request->setPayload(HTTPPayload(platform::dataFrom(options.data)));
+  if (options.data && options.data->starts_with('@')) {
+    request->setPayload(HTTPPayload(readWholeFile(options.data->substr(1))));
+  } else if (options.data) {
+    request->setPayload(HTTPPayload(platform::dataFrom(*options.data)));
   }
   request->setDisableCashe(options.noCache);
   request->setCacheOnly(options.cacheOnly);
@@ -162,7 +166,9 @@ void run(const RequestOptions& options) {
   if (ended.isSuccess) return;
   std::fflush(stdout);
   const auto error = HTTPError::withStatusCode(ended.code, platform::DataView(ended.body));
-  throw CommandFailure(OmbrixServerAPI::errorMessageForError(&error));
+  auto message = OmbrixServerAPI::errorMessageForError(&error);
+  if (!request->watched()) message += "\nThere was no answer; `ombrix log` tells why.";
+  throw CommandFailure(message);
 }
 
 }  // namespace
