@@ -30,11 +30,14 @@ function(ombrix_sources target)
   target_sources(${target} PRIVATE ${arg_SOURCES})
 endfunction()
 
-# Under the sanitizers a test's own code is not optimised: the libraries are what is examined, and
-# compiling takes most of such a run.
+# Under the sanitizers a test's own code is not optimised, and not checked at every pointer: the
+# libraries are what is examined, and compiling takes most of such a run.
 function(ombrix_compile_quickly name)
   if(OMBRIX_SANITIZE)
     target_compile_options(${name} PRIVATE -O0)
+  endif()
+  if(OMBRIX_SANITIZE MATCHES undefined)
+    target_compile_options(${name} PRIVATE -fno-sanitize=null,alignment,vptr,object-size)
   endif()
 endfunction()
 
