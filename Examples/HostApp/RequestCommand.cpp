@@ -127,9 +127,7 @@ std::shared_ptr<WatchedRequest> makeRequest(const RequestOptions& options,
   auto& client = OmbrixServerAPI::sharedInstance();
   const auto url = platform::URL::parse(options.path, client.endpoint());
   if (!url) throw CLI::ValidationError("PATH", fmt::format("{:?} is no path", options.path));
-  const auto method = !options.method.empty() ? options.method
-                      : options.data          ? "POST"
-                                              : "GET";
+  const auto method = !options.method.empty() ? options.method : options.data ? "POST" : "GET";
   auto request = std::make_shared<WatchedRequest>(*url, *platform::fromRawValue<HTTPMethod>(method),
                                                   headersOf(options.headers), std::move(callback),
                                                   client.session());
