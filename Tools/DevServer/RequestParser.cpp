@@ -41,8 +41,9 @@ Request RequestParser::take() {
 }
 
 RequestParser::State RequestParser::parseHead(std::string_view& bytes) {
-  if (scanned_ == 0) {  // empty lines before a request are passed over
-    while (bytes.starts_with("\r\n")) bytes.remove_prefix(2);
+  while (bytes.starts_with("\r\n")) {  // empty lines before a request are passed over
+    bytes.remove_prefix(2);
+    scanned_ = 0;
   }
   const std::size_t end = bytes.find("\r\n\r\n", scanned_ > 3 ? scanned_ - 3 : 0);
   if (std::min(end, bytes.size()) > kMostHeadBytes) {
