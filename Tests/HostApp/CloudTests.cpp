@@ -15,7 +15,7 @@ class CloudTests : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!testing::EtcdServer::isInstalled()) {
-      GTEST_SKIP() << "etcd is not installed (scripts/setup --with-etcd)";
+      GTEST_SKIP() << "etcd is not installed (scripts/setup --with-servers)";
     }
     server.emplace(dir.path() / "server");
     ::setenv("OMBRIX_CLOUD", server->url().absoluteString().c_str(), 1);

@@ -1,35 +1,16 @@
 #include "OmbrixTesting/EtcdServer.hpp"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
 #include <cstdlib>
 #include <stdexcept>
 
+#include "OmbrixTesting/UnusedPort.hpp"
+
 namespace ombrix::testing {
-namespace {
-
-/// A port that nobody listened on a moment ago; etcd's gateway cannot find its own when told 0.
-int freePort() {
-  const int descriptor = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t size = sizeof address;
-  ::bind(descriptor, reinterpret_cast<const sockaddr*>(&address), size);
-  ::getsockname(descriptor, reinterpret_cast<sockaddr*>(&address), &size);
-  ::close(descriptor);
-  return ntohs(address.sin_port);
-}
-
-}  // namespace
 
 bool EtcdServer::isInstalled() { return std::system("command -v etcd >/dev/null 2>&1") == 0; }
 
 EtcdServer::EtcdServer(std::filesystem::path folder)
-    : folder_(std::move(folder)), port_(freePort()) {
+    : folder_(std::move(folder)), port_(unusedPort()) {
   start();
 }
 

@@ -48,7 +48,7 @@ class EtcdStoreTests : public ::testing::Test {
  protected:
   void SetUp() override {
     if (!EtcdServer::isInstalled()) {
-      GTEST_SKIP() << "etcd is not installed (scripts/setup --with-etcd)";
+      GTEST_SKIP() << "etcd is not installed (scripts/setup --with-servers)";
     }
     server.emplace(dir.path() / "server");
   }

@@ -13,7 +13,7 @@ namespace ombrix::testing {
 /// stopped and started again.
 class EtcdServer {
  public:
-  /// Whether the program is on this machine (`scripts/setup --with-etcd` installs it).
+  /// Whether the program is on this machine (`scripts/setup --with-servers` installs it).
   static bool isInstalled();
 
   /// Starts it and returns when it takes requests. Throws `std::runtime_error` when it does not.
