@@ -59,8 +59,8 @@ class URLSessionHTTP2Tests : public ::testing::Test {
   const testing::ScopedDir dir;
   const int port = testing::unusedPort();
   std::optional<testing::ChildProcess> server;
-  const std::shared_ptr<URLSession> session = URLSession::make(
-      URLSessionConfiguration::ephemeral(), std::make_shared<TrustingDelegate>());
+  const std::shared_ptr<URLSession> session =
+      URLSession::make(URLSessionConfiguration::ephemeral(), std::make_shared<TrustingDelegate>());
 };
 
 // Catches streams of one connection that get each other's bytes, stand still, or do not go out
