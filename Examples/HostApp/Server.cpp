@@ -116,24 +116,23 @@ Data upload(const std::string& file, std::string_view path, const std::string& m
   if (const auto token = client().jwtToken()) {
     request.headers.set("Authorization", "Bearer " + *token);
   }
-  std::promise<Data> promise;
-  auto body = promise.get_future();
+  struct Answer {
+    std::optional<Data> data;
+    std::shared_ptr<const platform::URLResponse> response;
+    std::shared_ptr<const platform::Error> error;
+  };
+  std::promise<Answer> promise;
+  auto answer = promise.get_future();
   const auto task = client().backgroundSession()->uploadTask(
-      std::move(request), readWholeFile(file),
-      [&](std::optional<Data> data, const std::shared_ptr<const platform::URLResponse>& response,
-          const std::shared_ptr<const platform::Error>& error) {
-        try {
-          promise.set_value(bodyOf(std::move(data), response.get(), error.get()));
-        } catch (...) {
-          promise.set_exception(std::current_exception());
-        }
+      std::move(request), readWholeFile(file), [&](auto data, auto response, auto error) {
+        promise.set_value({std::move(data), std::move(response), std::move(error)});
       });
   client().trackExternalHTTPRequest();
   task->resume();
   {
     ProgressBar bar("uploading");
     const auto begin = std::chrono::steady_clock::now();
-    while (body.wait_for(kBarInterval) != std::future_status::ready) {
+    while (answer.wait_for(kBarInterval) != std::future_status::ready) {
       const auto sent = task->countOfBytesSent();
       bar.show(static_cast<std::size_t>(sent),
                static_cast<std::size_t>(task->countOfBytesExpectedToSend()));
@@ -148,7 +147,8 @@ Data upload(const std::string& file, std::string_view path, const std::string& m
     }
   }
   client().completeExternalHTTPRequest();
-  return body.get();
+  auto [data, response, error] = answer.get();
+  return bodyOf(std::move(data), response.get(), error.get());
 }
 
 }  // namespace ombrix::hostapp
