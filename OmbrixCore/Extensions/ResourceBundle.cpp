@@ -1,5 +1,6 @@
 #include "OmbrixCore/Extensions/ResourceBundle.hpp"
 
+#include "OmbrixCore/Extensions/Detail/BuiltInTexts.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Services.hpp"
 
@@ -11,7 +12,7 @@ constexpr std::string_view kFolderName = "OmbrixCore";
 std::shared_ptr<platform::Bundle> makeResourceBundle() {
   const auto* address = reinterpret_cast<const void*>(&makeResourceBundle);
   const auto folder = platform::Bundle::resourceFolder(kFolderName, address);
-  // Without its resources the library falls back to the texts in the code.
+  // Without its resources the library uses the texts compiled in.
   return std::make_shared<platform::Bundle>(folder.value_or(
       platform::services().directories.get().library().appendingPathComponent(kFolderName, true)));
 }
@@ -30,7 +31,9 @@ std::shared_ptr<platform::Bundle> setResourceBundle(std::shared_ptr<platform::Bu
 }
 
 std::string localizedString(std::string_view key, std::string_view fallback) {
-  return slot().shared()->localizedString(key, fallback);
+  if (auto text = slot().shared()->localizedStringIfPresent(key)) return *std::move(text);
+  if (auto text = detail::builtInText(key)) return *std::move(text);
+  return std::string(fallback);
 }
 
 }  // namespace ombrix

@@ -16,8 +16,9 @@ platform::Bundle& resourceBundle();
 /// library's own back. Gives the one it replaces (null when none was made yet).
 std::shared_ptr<platform::Bundle> setResourceBundle(std::shared_ptr<platform::Bundle> bundle);
 
-/// A text of the library in the user's language, from the default table of its bundle. Any thread.
-/// @param fallback The English text, for when the bundle has none.
+/// A text of the library in the user's language: from the default table of its bundle, else from
+/// the tables compiled into the library. Any thread.
+/// @param fallback The English text, for a key that neither has.
 std::string localizedString(std::string_view key, std::string_view fallback);
 
 }  // namespace ombrix

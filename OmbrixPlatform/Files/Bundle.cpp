@@ -148,9 +148,15 @@ std::shared_ptr<Bundle::Texts> Bundle::textsForUser() const {
 
 std::string Bundle::localizedString(std::string_view key, std::string_view fallback,
                                     std::string_view table) const {
-  const auto strings = textsForUser()->table(table);
-  if (const std::string* text = strings->find(key)) return *text;
+  if (auto text = localizedStringIfPresent(key, table)) return *std::move(text);
   return std::string(fallback.empty() ? key : fallback);
+}
+
+std::optional<std::string> Bundle::localizedStringIfPresent(std::string_view key,
+                                                            std::string_view table) const {
+  const auto strings = textsForUser()->table(table);
+  const std::string* text = strings->find(key);
+  return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
 std::shared_ptr<Bundle> makeMainBundle() {

@@ -45,6 +45,10 @@ class Bundle {
   [[nodiscard]] std::string localizedString(std::string_view key, std::string_view fallback = {},
                                             std::string_view table = "Localizable") const;
 
+  /// The same, or nothing where the table has no such text.
+  [[nodiscard]] std::optional<std::string> localizedStringIfPresent(
+      std::string_view key, std::string_view table = "Localizable") const;
+
  private:
   struct Texts;
 

@@ -4,6 +4,7 @@
 #include "OmbrixCore/Extensions/ResourceBundle.hpp"
 #include "OmbrixCore/Extensions/Version.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/ScopedLocale.hpp"
 
 namespace ombrix {
 namespace {
@@ -24,8 +25,8 @@ TEST(BundleTests, TellsVersionAndBuild) {
   EXPECT_EQ(build(Bundle(folder)), "1017");
 }
 
-// Catches a build tree whose library cannot find its own texts, and a host that cannot replace
-// them.
+// Catches a build tree whose library cannot find its own texts, a host that cannot replace them,
+// and a program copied away from its resources that speaks English to everybody.
 TEST(BundleTests, TheLibraryFindsItsTexts) {
   EXPECT_EQ(version(resourceBundle()), libraryVersion());
   EXPECT_EQ(localizedString("units.bpm", "-"), "BPM");
@@ -38,6 +39,14 @@ TEST(BundleTests, TheLibraryFindsItsTexts) {
   const auto previous =
       setResourceBundle(std::make_shared<Bundle>(URL::fileURL(dir.path().string(), true)));
   EXPECT_EQ(localizedString("units.bpm", "-"), "beats");
+  EXPECT_EQ(localizedString("httperror.networkError", "-"),
+            "Couldn’t contact the server. Are you offline?");
+  {
+    const testing::ScopedLocale japanese("ja_JP");
+    setResourceBundle(std::make_shared<Bundle>(URL::fileURL("/nowhere", true)));
+    EXPECT_EQ(localizedString("units.bpm", "-"), "拍/分");
+    EXPECT_EQ(localizedString("no.such.key", "fallback"), "fallback");
+  }
   setResourceBundle(previous);
   EXPECT_EQ(localizedString("units.bpm", "-"), "BPM");
 }

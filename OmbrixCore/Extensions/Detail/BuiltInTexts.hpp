@@ -1,0 +1,24 @@
+#pragma once
+
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+namespace ombrix::detail {
+
+/// One language's table as its .strings file holds it.
+struct BuiltInTable {
+  std::string_view language;
+  std::string_view strings;
+};
+
+/// The tables of OmbrixCore/Resources, which the build compiles in, so that a program has its texts
+/// wherever it is copied to. Any thread.
+std::span<const BuiltInTable> builtInTables();
+
+/// The built-in text of a key in the user's language, else in English; nothing for an unknown key.
+/// Any thread.
+std::optional<std::string> builtInText(std::string_view key);
+
+}  // namespace ombrix::detail
