@@ -130,28 +130,134 @@ TEST_F(URLCacheDiskTests, KeepsVariants) {
   EXPECT_EQ(body(requestFor("http://a.test/")), "-");
 }
 
-// Catches a process that goes on with files that another has cleared, or spoils the new ones.
+// Catches an answer of another process that is not seen, files that another has cleared and that
+// this one goes on with, and new ones that it spoils; while a third writes all the time.
 TEST_F(URLCacheDiskTests, ProcessesShareAFolder) {
   const auto cache = open();
   const auto other = agent();
-  for (int round = 0; round < 5; ++round) {
-    SCOPED_TRACE(round);
-    put(*cache, 10);
-    cache->flush();
-    EXPECT_EQ(ask(*other, "get 10"), numberedBody(10));
-    put(*other, 11);
-    EXPECT_EQ(get(*cache, 11), numberedBody(11));
-    if (round % 2 == 0) {
+  std::jthread busy([&](const std::stop_token& stop) {
+    const auto third = open();
+    for (int n = 1'000'000; !stop.stop_requested(); ++n) {
+      put(*third, n);
+      third->flush();
+      EXPECT_EQ(get(*third, -n), "-");
+    }
+  });
+  for (int n = 0; n < (testing::kUnderSanitizer ? 60 : 200); ++n) {
+    if (n % 3 == 0) {
+      put(*cache, n);
+      cache->flush();
+      ASSERT_EQ(ask(*other, "get " + std::to_string(n)), numberedBody(n));
+    } else {
+      put(*other, n);
+      ASSERT_EQ(get(*cache, n), numberedBody(n));
+    }
+    if (n % 25 != 24) continue;
+    if (n % 50 == 24) {
       cache->removeAllCachedResponses();
     } else {
       other->send("clear");
     }
-    EXPECT_EQ(ask(*other, "get 10"), "-");
-    EXPECT_EQ(get(*cache, 11), "-");
-    put(*other, 12);
-    EXPECT_EQ(get(*cache, 12), numberedBody(12));
-    EXPECT_EQ(ask(*other, "usage"), std::to_string(cache->currentDiskUsage()));
+    ASSERT_EQ(ask(*other, "get " + std::to_string(n)), "-");
+    ASSERT_EQ(get(*cache, n), "-");
   }
+  busy.request_stop();
+  busy.join();
+  EXPECT_EQ(ask(*other, "usage"), std::to_string(cache->currentDiskUsage()));
+  EXPECT_FALSE(hasDamaged());
+  fs::remove_all(folder);
+  put(*other, 2);
+  EXPECT_EQ(get(*cache, 2), numberedBody(2));
+}
+
+// Catches a removal that writes although nothing is there, and one that is left out although there
+// is something: on its way to the disk, on it, put there by another process.
+TEST_F(URLCacheDiskTests, RemovesWhatIsThereAndNothingElse) {
+  const auto cache = open();
+  const auto forbid = [&](int n) {
+    load(*cache, numberedRequest(n), answerOf(200, "Cache-Control: no-store", "secret"));
+  };
+  for (int n = 0; n < 20; ++n) forbid(n);
+  cache->removeCachedResponse(numberedRequest(1));
+  cache->flush();
+  EXPECT_FALSE(fs::exists(folder));
+
+  for (int n = 0; n < 10; ++n) put(*cache, n);
+  forbid(4);
+  cache->flush();
+  {
+    // Whoever wrote now would wait in vain, and the disk be left alone after that.
+    const auto writer = connect();
+    ASSERT_EQ(::sqlite3_exec(writer.get(), "BEGIN IMMEDIATE", nullptr, nullptr, nullptr),
+              SQLITE_OK);
+    for (int n = 100; n < 120; ++n) forbid(n);
+    cache->flush();
+    EXPECT_EQ(get(*cache, 1), numberedBody(1));
+  }
+
+  const auto other = agent();
+  put(*other, 10);
+  forbid(10);
+  forbid(5);
+  cache->flush();
+  for (int n = 0; n <= 10; ++n) {
+    const bool isForbidden = n == 4 || n == 5 || n == 10;
+    EXPECT_EQ(ask(*other, "get " + std::to_string(n)), isForbidden ? "-" : numberedBody(n)) << n;
+  }
+}
+
+// Catches a change to what is kept on disk that loses what an earlier release kept there.
+TEST_F(URLCacheDiskTests, OpensWhatAnEarlierReleaseKept) {
+  fs::create_directory(folder);
+  dir.write("cache/Cache.keys", "an index that is no longer kept");
+  execute(R"sql(
+PRAGMA page_size = 4096;
+PRAGMA journal_mode = WAL;
+CREATE TABLE entry(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, used INTEGER NOT NULL,
+                   size INTEGER NOT NULL, record BLOB NOT NULL);
+CREATE INDEX entry_hash ON entry(hash);
+CREATE INDEX entry_used ON entry(used, size);
+CREATE TABLE body(id INTEGER PRIMARY KEY, data BLOB NOT NULL);
+CREATE TABLE total(id INTEGER PRIMARY KEY CHECK(id = 1), uses INTEGER NOT NULL);
+CREATE TRIGGER entry_removed AFTER DELETE ON entry BEGIN
+  DELETE FROM body WHERE id = old.id;
+END;
+PRAGMA user_version = 1;
+INSERT INTO total VALUES(1, 2);
+INSERT INTO body VALUES(1, X'6b657074');
+INSERT INTO body VALUES(2, X'706c61696e');
+)sql");
+  execute(
+      "INSERT INTO entry VALUES(1, -4260476872942585104, 1, 416, X'"
+      "01bd46d13bab913bcb0f000000687474703a2f2f612e746573742f78020000000d000000617574686f7269"
+      "7a6174696f6e01bffde20413347b7a00e1363de3f97ca69e419dc0aea55f4a4a75018fab3a0e8e06000000"
+      "61636365707401ca978112ca1bbdcafac231b39a23dc4da786eff8147c4e72b9807785afee48bb528d4e30"
+      "9ac0da41528d4e309ac0da4104000000000000006a08e111b4c77f870f000000687474703a2f2f612e7465"
+      "73742f78940108000000485454502f312e31030000000d00000043616368652d436f6e74726f6c0c000000"
+      "6d61782d6167653d3130303004000000455461670300000022312204000000566172790600000041636365"
+      "7074"
+      "')");
+  execute(
+      "INSERT INTO entry VALUES(2, -3167326045423768166, 2, 324, X'"
+      "014efe980353cd5e160f000000687474703a2f2f612e746573742f79010000000d000000617574686f7269"
+      "7a6174696f6e00d98f4e309ac0da41d98f4e309ac0da410500000000000000536ad955d93233560f000000"
+      "687474703a2f2f612e746573742f79c80008000000485454502f312e31020000000d00000043616368652d"
+      "436f6e74726f6c0c0000006d61782d6167653d31303030040000004554616703000000223222"
+      "')");
+  const auto cache = open();
+  put(*cache, 1);
+  cache->flush();
+  const auto authorised = cache->cachedResponse(
+      requestFor("http://a.test/x", "Authorization: Bearer secret|Accept: a"));
+  ASSERT_TRUE(authorised);
+  EXPECT_EQ(textOf(*authorised->data), "kept");
+  EXPECT_EQ(authorised->response->statusCode(), 404);
+  EXPECT_EQ(fieldsText(authorised->response->headers()),
+            "Cache-Control: max-age=1000|ETag: \"1\"|Vary: Accept");
+  const auto plain = cache->cachedResponse(requestFor("http://a.test/y"));
+  ASSERT_TRUE(plain);
+  EXPECT_EQ(textOf(*plain->data), "plain");
+  EXPECT_FALSE(fs::exists(folder / "Cache.keys"));
   EXPECT_FALSE(hasDamaged());
 }
 

@@ -7,7 +7,9 @@
 namespace ombrix::platform::detail {
 namespace {
 
-constexpr int kReaderBusyMilliseconds = 50;  // somebody waits for the answer
+// Somebody waits for the answer; but only opening waits for others, and to give up too soon costs a
+// request.
+constexpr int kReaderBusyMilliseconds = 1000;
 constexpr int kWriterBusyMilliseconds = 5000;
 constexpr auto kDistrust = std::chrono::seconds(60);
 constexpr std::int64_t kMostPendingBytes = 32 << 20;
@@ -25,20 +27,17 @@ SqliteURLCache::SqliteURLCache(const std::string& folder, std::int64_t capacity,
     : budget_(capacity),
       keysInUse_(std::move(keysInUse)),
       queue_(DispatchQueue::serial("URLCache", QualityOfService::utility)),
-      keys_(SqliteURLCacheFile::keysPath(folder), SqliteURLCacheFile::databasePath(folder),
-            budget_.keys),
-      reader_(folder, budget_, kReaderBusyMilliseconds, keys_),
-      writer_(folder, budget_, kWriterBusyMilliseconds, keys_) {}
+      reader_(folder, budget_, kReaderBusyMilliseconds),
+      writer_(folder, budget_, kWriterBusyMilliseconds) {}
 
 // What callers ask.
 
 CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeaders& request) {
-  if (!isQuiet_.load(std::memory_order_acquire)) {
-    const Locked lock(*this);
+  {
+    const std::lock_guard lock(mutex_);
     if (clearing_ > 0 || !isTrusted()) return nullptr;
     if (const auto known = pendingAnswer(key, request)) return *known;
   }
-  if (isMissing(key)) return nullptr;
   CachedAnswerPointer answer;
   SqliteURLCacheFile::Use use{};
   {
@@ -48,14 +47,13 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
     } catch (const SqliteFailure& failure) {
       handle(reader_, failure);
       if (!failure.isBusy() && !failure.isDamage()) {
-        const Locked stateLock(*this);
+        const std::lock_guard stateLock(mutex_);
         distrust(false);
       }
     }
-    isReaderOpen_.store(reader_.isOpen(), std::memory_order_release);
   }
   if (!answer) return nullptr;
-  const Locked lock(*this);
+  const std::lock_guard lock(mutex_);
   // It may have been replaced or dropped meanwhile.
   if (clearing_ > 0 || !isTrusted()) return nullptr;
   if (const auto known = pendingAnswer(key, request)) return *known;
@@ -79,20 +77,23 @@ void SqliteURLCache::remove(const std::string& key) {
 
 /// Whether what is on disk may not be the whole truth about the key.
 bool SqliteURLCache::isUnsettled(const std::string& key) {
-  if (isQuiet_.load(std::memory_order_acquire)) return false;
-  const Locked lock(*this);
+  const std::lock_guard lock(mutex_);
   return clearing_ > 0 || !isTrusted() || pending_.contains(key);
 }
 
-/// Whether there is certainly no answer on disk, told without SQLite and mostly without the system.
-bool SqliteURLCache::isMissing(const std::string& key) noexcept {
-  // An open reader has to notice itself that its database is gone.
-  return keys_.excludes(hashOf(key)) ||
-         (!isReaderOpen_.load(std::memory_order_acquire) && !reader_.exists());
+/// Whether there is certainly no answer on disk.
+bool SqliteURLCache::isMissing(const std::string& key) {
+  const std::lock_guard lock(readerMutex_);
+  try {
+    return !reader_.mayContain(key);
+  } catch (const SqliteFailure& failure) {
+    handle(reader_, failure);
+    return false;
+  }
 }
 
 void SqliteURLCache::enqueue(ChangePointer change) {
-  const Locked lock(*this);
+  const std::lock_guard lock(mutex_);
   if (!isTrusted()) {
     hasLostChanges_ = true;
     return;
@@ -111,7 +112,7 @@ void SqliteURLCache::enqueue(ChangePointer change) {
 
 void SqliteURLCache::removeAll() {
   {
-    const Locked lock(*this);
+    const std::lock_guard lock(mutex_);
     changes_.clear();
     pending_.clear();
     pendingBytes_ = 0;
@@ -120,7 +121,7 @@ void SqliteURLCache::removeAll() {
   }
   bool isCleared = false;
   queue_->sync([&] { isCleared = clearFiles(); });
-  const Locked lock(*this);
+  const std::lock_guard lock(mutex_);
   --clearing_;
   if (isCleared) {
     distrustedUntil_.reset();
@@ -133,7 +134,7 @@ void SqliteURLCache::removeAll() {
 std::int64_t SqliteURLCache::usage() {
   std::int64_t bytes = 0;
   {
-    const Locked lock(*this);
+    const std::lock_guard lock(mutex_);
     if (clearing_ > 0 || !isTrusted()) return 0;
     bytes = pendingBytes_;
   }
@@ -143,7 +144,6 @@ std::int64_t SqliteURLCache::usage() {
   } catch (const SqliteFailure& failure) {
     handle(reader_, failure);
   }
-  isReaderOpen_.store(reader_.isOpen(), std::memory_order_release);
   return bytes;
 }
 
@@ -185,7 +185,7 @@ bool SqliteURLCache::isTrusted() {
   distrustedUntil_ = now + kDistrust;
   queue_->async([self = shared_from_this()] {
     if (!self->clearFiles()) return;
-    const Locked lock(*self);
+    const std::lock_guard lock(self->mutex_);
     self->distrustedUntil_.reset();
   });
   return false;
@@ -207,7 +207,7 @@ void SqliteURLCache::writeBatch() {
   std::vector<ChangePointer> batch;
   std::vector<SqliteURLCacheFile::Use> uses;
   {
-    const Locked lock(*this);
+    const std::lock_guard lock(mutex_);
     uses = std::exchange(uses_, {});
     std::int64_t bytes = 0;
     while (!changes_.empty() && batch.size() < kMostChangesAtOnce && bytes <= budget_.batch) {
@@ -226,7 +226,7 @@ void SqliteURLCache::writeBatch() {
     handle(writer_, failure);
   }
   const bool isWritten = batch.empty() || write(batch, false) || write(batch, true);
-  const Locked lock(*this);
+  const std::lock_guard lock(mutex_);
   if (isWritten) {
     forget(batch);
   } else {
@@ -279,7 +279,6 @@ bool SqliteURLCache::clearFiles() {
     writer_.clear();
     const std::lock_guard lock(readerMutex_);
     reader_.close();
-    isReaderOpen_.store(false, std::memory_order_release);
     return true;
   } catch (const SqliteFailure&) {
     return false;

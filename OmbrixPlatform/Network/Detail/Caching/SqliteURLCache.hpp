@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -56,26 +55,9 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   };
   using ChangePointer = std::shared_ptr<const Change>;
 
-  /// Holds the mutex, and leaves word whether a look-up may do without.
-  class Locked {
-   public:
-    explicit Locked(SqliteURLCache& cache) : cache_(cache), lock_(cache.mutex_) {}
-    ~Locked() {
-      cache_.isQuiet_.store(
-          cache_.pending_.empty() && cache_.clearing_ == 0 && !cache_.distrustedUntil_,
-          std::memory_order_release);
-    }
-    Locked(const Locked&) = delete;
-    Locked& operator=(const Locked&) = delete;
-
-   private:
-    SqliteURLCache& cache_;
-    const std::lock_guard<std::mutex> lock_;
-  };
-
   void enqueue(ChangePointer change);
   [[nodiscard]] bool isUnsettled(const std::string& key);
-  [[nodiscard]] bool isMissing(const std::string& key) noexcept;
+  [[nodiscard]] bool isMissing(const std::string& key);
   [[nodiscard]] std::optional<CachedAnswerPointer> pendingAnswer(const std::string& key,
                                                                  const HTTPHeaders& request) const;
   void schedule();
@@ -91,8 +73,7 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   const KeysInUse keysInUse_;
   const std::shared_ptr<DispatchQueue> queue_;
 
-  std::atomic<bool> isQuiet_{true};  // nothing is pending, being cleared or distrusted
-  std::mutex mutex_;                 // guards what follows; never held while the disk is used
+  std::mutex mutex_;  // guards what follows; never held while the disk is used
   std::condition_variable idle_;
   std::deque<ChangePointer> changes_;
   std::unordered_map<std::string, std::vector<ChangePointer>> pending_;  // those being written too
@@ -103,9 +84,7 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   std::optional<std::chrono::steady_clock::time_point> distrustedUntil_;
   bool hasLostChanges_ = false;  // while it was distrusted: answers there may be out of date
 
-  CacheKeyTable keys_;
   std::mutex readerMutex_;
-  std::atomic<bool> isReaderOpen_{false};
   SqliteURLCacheFile reader_;
   SqliteURLCacheFile writer_;  // on the queue only
 };

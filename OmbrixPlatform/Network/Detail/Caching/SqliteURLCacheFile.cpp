@@ -66,9 +66,8 @@ DiskBudget::DiskBudget(std::int64_t capacity) noexcept {
   rows = std::max<std::int64_t>(log / kPageBytes / kPagesOfARow, 1);
   batch = std::min(capacity / 32, kMostBatchBytes);
   entry = capacity / 20;
-  keys = CacheKeyTable::bytesWithin(capacity / 64);
   // The log may grow by one transaction beyond its limit.
-  database = capacity - log - std::max(log, batch + entry) - keys - kSharedMemoryBytes;
+  database = capacity - log - std::max(log, batch + entry) - kSharedMemoryBytes;
 }
 
 /// A connection with its statements.
@@ -90,24 +89,22 @@ struct SqliteURLCacheFile::Open {
         pages(connection.prepare("PRAGMA page_count")),
         freePages(connection.prepare("PRAGMA freelist_count")),
         begin(connection.prepare("BEGIN IMMEDIATE")),
-        commit(connection.prepare("COMMIT")),
-        hashes(connection.prepare("SELECT hash FROM entry")) {}
+        commit(connection.prepare("COMMIT")) {}
 
   SqliteConnection connection;
   SqliteStatement select, selectBody, total, insert, insertBody, remove, touch, touchAll, setUses,
-      oldest, evict, pages, freePages, begin, commit, hashes;
+      oldest, evict, pages, freePages, begin, commit;
   std::int64_t uses = 0;  // the sequence of uses, within a transaction
 };
 
 void SqliteURLCacheFile::CloseOpen::operator()(Open* open) const noexcept { delete open; }
 
 SqliteURLCacheFile::SqliteURLCacheFile(const std::string& folder, const DiskBudget& budget,
-                                       int busyMilliseconds, CacheKeyTable& keys)
+                                       int busyMilliseconds)
     : folder_(folder),
-      path_(databasePath(folder)),
+      path_(folder + "/Cache.db"),
       budget_(budget),
-      busyMilliseconds_(busyMilliseconds),
-      keys_(keys) {}
+      busyMilliseconds_(busyMilliseconds) {}
 
 // Opening, clearing, setting aside: one connection of all processes at a time.
 
@@ -128,7 +125,6 @@ Descriptor SqliteURLCacheFile::lock() const {
 }
 
 void SqliteURLCacheFile::removeFiles() const noexcept {
-  keys_.retire();  // first: it says nothing of the next database
   for (const char* suffix : {"", "-wal", "-shm"}) ::unlink((path_ + suffix).c_str());
 }
 
@@ -139,6 +135,7 @@ void SqliteURLCacheFile::rename() const noexcept {
 
 void SqliteURLCacheFile::open() {
   const Descriptor locked = lock();
+  ::unlink((folder_ + "/Cache.keys").c_str());  // an index that earlier releases kept here
   for (int attempt = 0;; ++attempt) {
     // A log without its database is what a program left that was killed while it cleared.
     if (!identity()) removeFiles();
@@ -164,7 +161,6 @@ void SqliteURLCacheFile::open() {
       }
       open_.reset(new Open(std::move(connection)));
       identity_ = identity().value_or(FileIdentity{});
-      cannotMakeKeys_ = false;
       return;
     } catch (const SqliteFailure& failure) {
       const bool isForeign = failure.isDamage() || failure.code == SQLITE_ERROR;
@@ -184,11 +180,7 @@ bool SqliteURLCacheFile::openExisting() {
   const auto found = identity();
   if (open_ && found == identity_) return true;
   open_.reset();
-  if (found) {
-    open();
-  } else {
-    keys_.dropRetired();
-  }
+  if (found) open();
   return found.has_value();
 }
 
@@ -215,7 +207,6 @@ void SqliteURLCacheFile::setAside() {
 CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPHeaders& request,
                                              Use& use) {
   if (!openExisting()) return nullptr;
-  keys_.mapWhenDue(identity_);
   Open& open = *open_;
   const std::int64_t hash = hashOf(key);
   const SqliteReset reset(open.select);
@@ -251,6 +242,12 @@ CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPH
   return nullptr;
 }
 
+bool SqliteURLCacheFile::mayContain(std::string_view key) {
+  if (!openExisting()) return false;
+  const SqliteReset reset(open_->select);
+  return open_->select.bind(1, hashOf(key)).step();
+}
+
 std::int64_t SqliteURLCacheFile::usage() { return openExisting() ? bytesInUse() : 0; }
 
 std::int64_t SqliteURLCacheFile::bytesInUse() {
@@ -264,36 +261,18 @@ std::int64_t SqliteURLCacheFile::bytesInUse() {
 // Changing.
 
 void SqliteURLCacheFile::begin() {
-  constexpr int kMostAttempts = 3;
-  openAnew();
-  for (int attempt = 0; open_->begin.run(), !hasKeys(); ++attempt) {
+  constexpr int kMostAttempts = 4;
+  // The database may have been replaced before the transaction began: nobody would see the change.
+  for (int attempt = 1;; ++attempt) {
+    openAnew();
+    open_->begin.run();
+    if (identity() == identity_) break;
     open_->connection.execute("ROLLBACK");
     if (attempt == kMostAttempts) throw SqliteFailure{SQLITE_CANTOPEN};
-    makeKeys();
-    openAnew();
   }
   const SqliteReset reset(open_->total);
   if (!open_->total.step()) failDamaged();
   open_->uses = open_->total.integer(0);
-}
-
-/// Whether no reader takes what is about to be written for missing; inside a transaction.
-bool SqliteURLCacheFile::hasKeys() noexcept {
-  return keys_.serves(identity_) || (cannotMakeKeys_ && keys_.isNone());
-}
-
-/// Brings about the key table of the database. Nobody writes meanwhile, clears it or sets it aside.
-void SqliteURLCacheFile::makeKeys() {
-  const Descriptor locked = lock();  // before the transaction, as in `open`
-  if (identity() != identity_) return;
-  open_->begin.run();
-  if (!keys_.map(identity_) || !keys_.serves(identity_)) {
-    std::vector<std::int64_t> hashes;
-    const SqliteReset reset(open_->hashes);
-    while (open_->hashes.step()) hashes.push_back(open_->hashes.integer(0));
-    cannotMakeKeys_ = !keys_.make(identity_, hashes);
-  }
-  open_->commit.run();
 }
 
 void SqliteURLCacheFile::commit() {
@@ -329,7 +308,6 @@ void SqliteURLCacheFile::put(const CachedAnswer& answer, const HTTPHeaders& requ
   std::int64_t id = 0;
   {
     const SqliteReset reset(open_->insert);
-    keys_.add(hash);
     open_->insert.bind(1, hash).bind(2, ++open_->uses).bind(3, bytes).bind(4, DataView(record));
     if (open_->insert.step()) id = open_->insert.integer(0);
     while (open_->insert.step()) {

@@ -7,7 +7,6 @@
 #include <vector>
 
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
-#include "OmbrixPlatform/Network/Detail/Caching/CacheKeyTable.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/CachedAnswer.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/CachedAnswerCoding.hpp"
 #include "OmbrixPlatform/Network/Detail/Caching/FileIdentity.hpp"
@@ -24,7 +23,6 @@ struct DiskBudget {
 
   std::int64_t database = 0;  ///< bytes of pages in use, at most
   std::int64_t log = 0;       ///< bytes of the write-ahead log before it is written back
-  std::int64_t keys = 0;      ///< bytes of the key table
   std::int64_t entry = 0;     ///< bytes of one answer, at most: a twentieth of the capacity
   std::int64_t batch = 0;     ///< bytes written in one transaction, apart from its last answer
   std::int64_t rows = 0;      ///< rows changed in one transaction when there are many to change
@@ -34,21 +32,10 @@ struct DiskBudget {
 
 /// One connection to the database of answers in a folder that several may share. It opens by
 /// itself, and anew when another connection has put a new file in place. Failures are thrown as
-/// `SqliteFailure`; one thread at a time. Every row that it writes is in the key table, which all
-/// connections of a process share; only who writes makes one.
+/// `SqliteFailure`; one thread at a time.
 class SqliteURLCacheFile {
  public:
-  SqliteURLCacheFile(const std::string& folder, const DiskBudget& budget, int busyMilliseconds,
-                     CacheKeyTable& keys);
-
-  static std::string databasePath(const std::string& folder) { return folder + "/Cache.db"; }
-  static std::string keysPath(const std::string& folder) { return folder + "/Cache.keys"; }
-
-  /// Whether there is a database. Any thread.
-  [[nodiscard]] bool exists() const noexcept { return identityOf(path_).has_value(); }
-
-  /// Whether the connection is open.
-  [[nodiscard]] bool isOpen() const noexcept { return open_ != nullptr; }
+  SqliteURLCacheFile(const std::string& folder, const DiskBudget& budget, int busyMilliseconds);
 
   /// Opens the database if there is one; false when there is none.
   bool openExisting();
@@ -61,6 +48,9 @@ class SqliteURLCacheFile {
 
   /// The answer that the request selects.
   CachedAnswerPointer find(const std::string& key, const HTTPHeaders& request, Use& use);
+
+  /// Whether there is any answer to a URL, or one whose URL has the same hash.
+  [[nodiscard]] bool mayContain(std::string_view key);
 
   /// Bytes of pages in use, as the file's header counts them.
   [[nodiscard]] std::int64_t usage();
@@ -101,8 +91,6 @@ class SqliteURLCacheFile {
   void rename() const noexcept;
   void open();
   void openAnew();
-  [[nodiscard]] bool hasKeys() noexcept;
-  void makeKeys();
   void touchAll(const std::vector<std::string>& keys);
   bool evict(std::int64_t bytes);
   [[nodiscard]] std::int64_t bytesInUse();
@@ -111,9 +99,7 @@ class SqliteURLCacheFile {
   const std::string path_;
   const DiskBudget budget_;
   const int busyMilliseconds_;
-  CacheKeyTable& keys_;
   FileIdentity identity_;
-  bool cannotMakeKeys_ = false;  // since it was opened
   struct CloseOpen {
     void operator()(Open* open) const noexcept;
   };
