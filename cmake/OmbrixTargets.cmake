@@ -49,6 +49,10 @@ function(ombrix_test name)
   target_link_libraries(${name} PRIVATE
     Ombrix::Core Ombrix::Testing GTest::gmock OmbrixTestMain OmbrixWarnings ${arg_LINK})
   ombrix_compile_quickly(${name})
+  if(OMBRIX_PRECOMPILE_TESTS)
+    target_compile_options(${name} PRIVATE -fpch-preprocess)
+    target_precompile_headers(${name} REUSE_FROM OmbrixTestHeaders)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     TEST_PREFIX ${name}. PROPERTIES TIMEOUT 120 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
   set_property(GLOBAL APPEND PROPERTY OMBRIX_TEST_PROGRAMS ${name})
