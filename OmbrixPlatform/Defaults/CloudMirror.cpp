@@ -1,6 +1,8 @@
 #include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
 
 #include <algorithm>
+#include <map>
+#include <set>
 #include <utility>
 
 #include "OmbrixPlatform/Values/UUID.hpp"
@@ -9,155 +11,311 @@ namespace ombrix::platform::detail {
 namespace {
 
 // Entries of the file: a mark and the key.
-constexpr char kValueMark = '=';
-constexpr char kPendingMark = '+';
+constexpr char kValueMark = '=';    // the value that is shown
+constexpr char kPendingMark = '+';  // a change that waits: its id, value and order; what the server
+                                    // has of the key: "server" and "revision"
+constexpr char kSentMark = '@';     // the revision of a change that the news has not come to yet
+constexpr char kPositionMark = '#';  // without a key: epoch and revision of the values
+constexpr char kDeviceMark = '~';    // without a key: the device's id, and the last order
 
 std::string marked(char mark, std::string_view key) { return mark + std::string(key); }
 
-PropertyList::Dictionary pendingEntry(const std::optional<PropertyList>& value) {
-  PropertyList::Dictionary entry{{"id", UUID::random().uuidString()}};
-  if (value) entry.set("value", *value);
-  return entry;
+std::int64_t integerIn(const PropertyList& dictionary, std::string_view key) {
+  const PropertyList* value = dictionary.find(key);
+  return value != nullptr ? value->integer().value_or(0) : 0;
 }
 
-std::string idOf(const PropertyList& entry) {
-  const PropertyList* id = entry.find("id");
-  const std::string* text = id != nullptr ? id->text() : nullptr;
+std::string textIn(const PropertyList& dictionary, std::string_view key) {
+  const PropertyList* value = dictionary.find(key);
+  const std::string* text = value != nullptr ? value->text() : nullptr;
   return text != nullptr ? *text : std::string();
 }
+
+std::optional<PropertyList> copyOf(const PropertyList* value) {
+  return value != nullptr ? std::optional(*value) : std::nullopt;
+}
+
+CloudMirror::Pending pendingFrom(std::string key, const PropertyList& entry) {
+  return {std::move(key), copyOf(entry.find("value")), textIn(entry, "id"),
+          integerIn(entry, "order")};
+}
+
+/// An entry of the file that was read, changed and is to be written again.
+class Entry {
+ public:
+  explicit Entry(const PropertyList* found) {
+    if (found != nullptr && found->dictionary() != nullptr) list_ = *found;
+  }
+  void set(const std::string& field, std::optional<PropertyList> value) {
+    if (value) {
+      list_.dictionary()->set(field, *std::move(value));
+    } else {
+      list_.dictionary()->erase(field);
+    }
+  }
+  [[nodiscard]] const PropertyList& list() const { return list_; }
+
+ private:
+  PropertyList list_;
+};
+
+/// One step: the file's entries with edits on top.
+class Draft {
+ public:
+  explicit Draft(const PropertyList::Dictionary& contents) : contents_(contents) {}
+
+  [[nodiscard]] const PropertyList* find(char mark, std::string_view key) const {
+    const std::string entry = marked(mark, key);
+    const auto edited = edits_.find(entry);
+    if (edited == edits_.end()) return contents_.find(entry);
+    return edited->second ? &*edited->second : nullptr;
+  }
+  void set(char mark, std::string_view key, std::optional<PropertyList> value) {
+    edits_.insert_or_assign(marked(mark, key), std::move(value));
+  }
+  void erase(char mark, std::string_view key) { set(mark, key, std::nullopt); }
+
+  /// The keys of all entries with that mark.
+  [[nodiscard]] std::set<std::string> keys(char mark) const {
+    std::set<std::string> keys;
+    for (const auto& [entry, value] : contents_) {
+      if (entry.starts_with(mark)) keys.insert(entry.substr(1));
+    }
+    return keys;
+  }
+
+  /// How far the values go.
+  [[nodiscard]] std::int64_t epoch() const { return positionField("epoch"); }
+  [[nodiscard]] std::int64_t revision() const { return positionField("revision"); }
+  void setPosition(std::int64_t epoch, std::int64_t revision) {
+    set(kPositionMark, "",
+        PropertyList(PropertyList::Dictionary{{"epoch", epoch}, {"revision", revision}}));
+  }
+
+  /// Takes in what the server has of a key at a revision.
+  void noteServer(std::string_view key, std::int64_t revision, std::optional<PropertyList> value) {
+    if (const PropertyList* waiting = find(kPendingMark, key)) {
+      if (integerIn(*waiting, "revision") > revision) return;
+      Entry entry(waiting);
+      entry.set("revision", revision);
+      entry.set("server", std::move(value));
+      return set(kPendingMark, key, entry.list());
+    }
+    if (const PropertyList* sent = find(kSentMark, key)) {
+      if (sent->integer().value_or(0) > revision) return;
+      erase(kSentMark, key);
+    }
+    set(kValueMark, key, std::move(value));
+  }
+
+  [[nodiscard]] std::vector<DictionaryFile::Edit> edits() && {
+    std::vector<DictionaryFile::Edit> edits;
+    for (auto& [entry, value] : edits_) edits.push_back({entry, std::move(value)});
+    return edits;
+  }
+
+ private:
+  [[nodiscard]] std::int64_t positionField(std::string_view field) const {
+    const PropertyList* position = find(kPositionMark, "");
+    return position != nullptr ? integerIn(*position, field) : 0;
+  }
+
+  const PropertyList::Dictionary& contents_;
+  std::map<std::string, std::optional<PropertyList>> edits_;
+};
 
 }  // namespace
 
 CloudMirror::CloudMirror(const std::filesystem::path& file) : file_(file) {
   Outcome ignored;  // values that are there from the start are nobody's change
-  refresh(ignored);
+  look(ignored);
+}
+
+/// Runs a step that drafts edits; gives what came of them, values from elsewhere included.
+template <class Step>
+CloudMirror::Outcome CloudMirror::update(IfUnsaved ifUnsaved, Step step) {
+  const std::lock_guard lock(mutex_);
+  Outcome outcome;
+  const auto decide = [&](const PropertyList::Dictionary& contents) {
+    Draft draft(contents);
+    step(draft);
+    return std::move(draft).edits();
+  };
+  apply(file_.update(decide, ifUnsaved), ifUnsaved != IfUnsaved::keep, outcome);
+  return outcome;
+}
+
+CloudMirror::Outcome CloudMirror::refresh() {
+  const std::lock_guard lock(mutex_);
+  Outcome outcome;
+  look(outcome);
+  return outcome;
 }
 
 std::optional<PropertyList> CloudMirror::value(std::string_view key, Outcome& outcome) {
   const std::lock_guard lock(mutex_);
-  refresh(outcome);
-  const PropertyList* value = values_.find(key);
-  if (value == nullptr) return std::nullopt;
-  return *value;
+  look(outcome);
+  return copyOf(values_.find(key));
 }
 
 PropertyList::Dictionary CloudMirror::values(Outcome& outcome) {
   const std::lock_guard lock(mutex_);
-  refresh(outcome);
+  look(outcome);
   return values_;
 }
 
 CloudMirror::Outcome CloudMirror::set(std::string_view key, std::optional<PropertyList> value) {
-  const std::lock_guard lock(mutex_);
-  Outcome outcome;
-  write({{marked(kPendingMark, key), pendingEntry(value)},
-         {marked(kValueMark, key), std::move(value)}},
-        false, outcome);
+  const std::string id = UUID::random().uuidString();
+  auto outcome = update(IfUnsaved::keep, [&](Draft& draft) {
+    Entry device(draft.find(kDeviceMark, ""));
+    const std::int64_t order = integerIn(device.list(), "order") + 1;
+    device.set("order", order);
+    draft.set(kDeviceMark, "", device.list());
+    const PropertyList* waiting = draft.find(kPendingMark, key);
+    Entry entry(waiting);
+    if (waiting == nullptr) {
+      entry.set("revision", draft.revision());
+      entry.set("server", copyOf(draft.find(kValueMark, key)));
+    }
+    entry.set("id", id);
+    entry.set("order", order);
+    entry.set("value", value);
+    draft.set(kPendingMark, key, entry.list());
+    draft.set(kValueMark, key, value);
+  });
+  if (!outcome.isSaved) {
+    const std::lock_guard lock(mutex_);
+    onlyHere_.push_back(id);
+  }
   return outcome;
 }
 
-std::optional<CloudMirror::Pending> CloudMirror::nextPending() {
+std::optional<CloudMirror::Pending> CloudMirror::nextPending() const {
   const std::lock_guard lock(mutex_);
-  if (pending_.empty()) return std::nullopt;
-  const auto& [key, entry] = *pending_.begin();
-  Pending pending{key, std::nullopt, idOf(entry)};
-  if (const PropertyList* value = entry.find("value")) pending.value = *value;
-  return pending;
+  const auto first = std::ranges::min_element(
+      pending_, {}, [](const auto& entry) { return integerIn(entry.value, "order"); });
+  if (first == pending_.end()) return std::nullopt;
+  return pendingFrom(first->key, first->value);
 }
 
-bool CloudMirror::waits(const Pending& pending) const {
-  const PropertyList* entry = pending_.find(pending.key);
-  return entry != nullptr && idOf(*entry) == pending.id;
+std::int64_t CloudMirror::lastOrder() const {
+  const std::lock_guard lock(mutex_);
+  return integerIn(device_, "order");
+}
+
+CloudMirror::Position CloudMirror::position() const {
+  const std::lock_guard lock(mutex_);
+  return {integerIn(position_, "epoch"), integerIn(position_, "revision")};
+}
+
+std::string CloudMirror::deviceIdentifier(Outcome& outcome) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (auto known = textIn(device_, "id"); !known.empty()) return known;
+  }
+  outcome = update(IfUnsaved::keep, [](Draft& draft) {
+    Entry device(draft.find(kDeviceMark, ""));
+    if (!textIn(device.list(), "id").empty()) return;
+    device.set("id", UUID::random().uuidString());
+    draft.set(kDeviceMark, "", device.list());
+  });
+  const std::lock_guard lock(mutex_);
+  return textIn(device_, "id");
 }
 
 CloudMirror::Outcome CloudMirror::sent(const Pending& pending, std::int64_t revision) {
-  const std::lock_guard lock(mutex_);
-  Outcome outcome;
-  auto& known = revisions_[pending.key];
-  known = std::max(known, revision);
-  // Changed again while it was sent: that change is still to come.
-  if (!waits(pending)) return outcome;
-  Edits edits = {{marked(kPendingMark, pending.key), std::nullopt}};
-  if (const auto held = heldBack_.extract(pending.key)) {
-    if (held.mapped().revision > revision) {
-      edits.push_back({marked(kValueMark, pending.key), held.mapped().value});
-    }
+  bool isOnlyHere = false;
+  {
+    const std::lock_guard lock(mutex_);
+    isOnlyHere = std::erase(onlyHere_, pending.id) > 0;
   }
-  write(edits, true, outcome);
-  return outcome;
+  return update(isOnlyHere ? IfUnsaved::keep : IfUnsaved::undo, [&](Draft& draft) {
+    // Changed again while it was sent: that change is still to come.
+    const PropertyList* entry = draft.find(kPendingMark, pending.key);
+    if (entry == nullptr) return;
+    if (textIn(*entry, "id") != pending.id) {
+      return draft.noteServer(pending.key, revision, pending.value);
+    }
+    if (integerIn(*entry, "revision") > revision) {
+      draft.set(kValueMark, pending.key, copyOf(entry->find("server")));
+    } else if (draft.revision() < revision) {
+      draft.set(kSentMark, pending.key, PropertyList(revision));
+    }
+    draft.erase(kPendingMark, pending.key);
+  });
 }
 
 CloudMirror::Outcome CloudMirror::refused(const Pending& pending) {
-  const std::lock_guard lock(mutex_);
-  Outcome outcome;
-  if (waits(pending)) write({{marked(kPendingMark, pending.key), std::nullopt}}, true, outcome);
-  return outcome;
+  return update(IfUnsaved::undo, [&](Draft& draft) {
+    const PropertyList* entry = draft.find(kPendingMark, pending.key);
+    if (entry == nullptr || textIn(*entry, "id") != pending.id) return;
+    draft.set(kValueMark, pending.key, copyOf(entry->find("server")));
+    draft.erase(kPendingMark, pending.key);
+  });
 }
 
-CloudMirror::Outcome CloudMirror::take(const std::vector<EtcdKeyValue>& events) {
-  const std::lock_guard lock(mutex_);
-  Outcome outcome;
-  Edits edits;
-  for (const EtcdKeyValue& event : events) noteEvent(event, edits);
-  write(edits, true, outcome);
-  return outcome;
+CloudMirror::Outcome CloudMirror::take(const std::vector<EtcdKeyValue>& events,
+                                       std::int64_t epoch) {
+  return update(IfUnsaved::show, [&](Draft& draft) {
+    const std::int64_t known = draft.revision();
+    if (draft.epoch() != epoch) return;
+    std::int64_t last = known;
+    for (const EtcdKeyValue& event : events) {
+      if (event.revision <= known) continue;
+      last = std::max(last, event.revision);
+      draft.noteServer(event.key, event.revision, event.value);
+    }
+    if (last > known) draft.setPosition(epoch, last);
+  });
 }
 
-CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot) {
-  const std::lock_guard lock(mutex_);
-  Outcome outcome;
-  refresh(outcome);
-  if (snapshot.revision < serverRevision_) {
-    revisions_.clear();
-    heldBack_.clear();
-  }
-  serverRevision_ = snapshot.revision;
-  Edits edits;
-  PropertyList::Dictionary gone = values_;
-  for (const EtcdKeyValue& value : snapshot.values) {
-    noteEvent(value, edits);
-    gone.erase(value.key);
-  }
-  for (const auto& [key, value] : gone) noteEvent({key, std::nullopt, snapshot.revision}, edits);
-  write(edits, true, outcome);
-  return outcome;
+CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot, Position asked) {
+  return update(IfUnsaved::show, [&](Draft& draft) {
+    if (draft.epoch() != asked.epoch) return;
+    const bool isMadeAnew = snapshot.revision < asked.revision;
+    if (isMadeAnew) {
+      for (const auto& key : draft.keys(kSentMark)) draft.erase(kSentMark, key);
+      for (const auto& key : draft.keys(kPendingMark)) {
+        Entry entry(draft.find(kPendingMark, key));
+        entry.set("revision", 0);
+        draft.set(kPendingMark, key, entry.list());
+      }
+    } else if (snapshot.revision < draft.revision()) {
+      return;  // Somebody has heard later news meanwhile.
+    }
+    draft.setPosition(asked.epoch + (isMadeAnew ? 1 : 0), snapshot.revision);
+    auto gone = draft.keys(kValueMark);
+    gone.merge(draft.keys(kPendingMark));
+    for (const EtcdKeyValue& value : snapshot.values) {
+      draft.noteServer(value.key, value.revision, value.value);
+      gone.erase(value.key);
+    }
+    for (const auto& key : gone) draft.noteServer(key, snapshot.revision, std::nullopt);
+  });
 }
 
-/// Turns what the server says of a key into an edit, unless something later is known or waits.
-void CloudMirror::noteEvent(const EtcdKeyValue& event, Edits& edits) {
-  auto& known = revisions_[event.key];
-  if (event.revision < known) return;
-  known = event.revision;
-  if (pending_.contains(event.key)) {
-    heldBack_.insert_or_assign(event.key, event);
-  } else {
-    edits.push_back({marked(kValueMark, event.key), event.value});
-  }
-}
-
-void CloudMirror::refresh(Outcome& outcome) {
+void CloudMirror::look(Outcome& outcome) {
   apply(file_.refresh(DictionaryFile::Look::always), false, outcome);
-}
-
-void CloudMirror::write(const Edits& edits, bool isFromServer, Outcome& outcome) {
-  if (!edits.empty()) apply(file_.write(edits), isFromServer, outcome);
 }
 
 void CloudMirror::apply(const DictionaryFile::Outcome& fileOutcome, bool isFromServer,
                         Outcome& outcome) {
-  for (const auto& [markedKey, value, sequence, isExternal] : fileOutcome.changes) {
-    if (markedKey.empty()) continue;
-    auto& place = markedKey[0] == kPendingMark ? pending_ : values_;
-    std::string key = markedKey.substr(1);
+  for (const auto& [entry, value, sequence, isExternal] : fileOutcome.changes) {
+    if (entry.starts_with(kPositionMark)) position_ = value.value_or(PropertyList());
+    if (entry.starts_with(kDeviceMark)) device_ = value.value_or(PropertyList());
+    if (!entry.starts_with(kValueMark) && !entry.starts_with(kPendingMark)) continue;
+    auto& place = entry[0] == kPendingMark ? pending_ : values_;
+    std::string key = entry.substr(1);
     if (value) {
       place.set(key, *value);
     } else {
       place.erase(key);
     }
-    if (markedKey[0] == kValueMark && (isFromServer || isExternal)) {
+    if (entry[0] == kValueMark && (isFromServer || isExternal)) {
       outcome.keys.push_back(std::move(key));
     }
   }
+  outcome.isSaved = fileOutcome.isSaved;
   outcome.errors.insert(outcome.errors.end(), fileOutcome.errors.begin(), fileOutcome.errors.end());
 }
 

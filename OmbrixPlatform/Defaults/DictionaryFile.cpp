@@ -105,18 +105,30 @@ DictionaryFile::Outcome DictionaryFile::refresh(Look look) {
 
 DictionaryFile::Outcome DictionaryFile::write(const std::vector<Edit>& edits) {
   checkEncodable(edits);
+  return update([&](const PropertyList::Dictionary&) { return edits; }, IfUnsaved::keep);
+}
+
+DictionaryFile::Outcome DictionaryFile::update(const Decide& decide, IfUnsaved ifUnsaved) {
   Outcome outcome;
   const std::lock_guard mutex(mutex_);
   const ThreadPool::BlockingScope blocking;
   const auto locked = lock(outcome);
   const auto loaded = locked ? loadLocked(false, outcome) : Loaded::unreadable;
+  const auto edits = decide(contents_);
+  checkEncodable(edits);
   const auto met = outcome.changes.size();
-  for (const Edit& edit : edits) change(edit, outcome);
-  if (outcome.changes.size() == met && unsaved_.empty()) return outcome;
+  PropertyList::Dictionary before;
+  if (ifUnsaved == IfUnsaved::undo) before = contents_;
+  for (const Edit& edit : edits) change(edit, ifUnsaved, outcome);
+  const bool hasChanged = outcome.changes.size() != met;
+  if (!hasChanged && unsaved_.empty() && !isShowingUnsaved_) return outcome;
   // A file that cannot be read is not replaced: that would lose what others keep in it.
-  if (loaded == Loaded::unreadable) return outcome;
+  outcome.isSaved = loaded != Loaded::unreadable;
   if (loaded == Loaded::empty) outcome.errors.push_back(file_ + " was empty and is written anew");
-  save(outcome);
+  if (outcome.isSaved) outcome.isSaved = save(outcome);
+  if (outcome.isSaved || !hasChanged) return outcome;
+  if (ifUnsaved == IfUnsaved::show) isShowingUnsaved_ = true;
+  if (ifUnsaved == IfUnsaved::undo) undo(before, met, outcome);
   return outcome;
 }
 
@@ -192,6 +204,7 @@ DictionaryFile::Loaded DictionaryFile::loadLocked(bool force, Outcome& outcome) 
 void DictionaryFile::takeIn(PropertyList::Dictionary contents, Outcome& outcome) {
   for (const Edit& edit : unsaved_) apply(edit, contents);
   hasLooked_ = true;
+  isShowingUnsaved_ = false;
   std::vector<Edit> differences;
   for (const auto& [key, value] : contents) {
     const auto* before = contents_.find(key);
@@ -206,13 +219,23 @@ void DictionaryFile::takeIn(PropertyList::Dictionary contents, Outcome& outcome)
   contents_ = std::move(contents);
 }
 
-void DictionaryFile::change(const Edit& edit, Outcome& outcome) {
+void DictionaryFile::change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome) {
   const auto* before = contents_.find(edit.key);
   if (edit.value ? before != nullptr && *before == *edit.value : before == nullptr) return;
   apply(edit, contents_);
-  std::erase_if(unsaved_, [&](const Edit& other) { return other.key == edit.key; });
-  unsaved_.push_back(edit);
+  if (ifUnsaved == IfUnsaved::keep) {
+    std::erase_if(unsaved_, [&](const Edit& other) { return other.key == edit.key; });
+    unsaved_.push_back(edit);
+  }
   outcome.changes.push_back({edit.key, edit.value, ++sequence_, false});
+}
+
+/// Takes edits back, as if they had never been: what was met before them stays.
+void DictionaryFile::undo(const PropertyList::Dictionary& before, std::size_t met,
+                          Outcome& outcome) {
+  contents_ = before;
+  outcome.changes.erase(outcome.changes.begin() + static_cast<std::ptrdiff_t>(met),
+                        outcome.changes.end());
 }
 
 /// Renames the damaged file to the first free name, so that nothing in it is lost.
@@ -239,6 +262,7 @@ bool DictionaryFile::save(Outcome& outcome) {
     return false;
   }
   unsaved_.clear();
+  isShowingUnsaved_ = false;
   return true;
 }
 

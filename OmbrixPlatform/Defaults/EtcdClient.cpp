@@ -4,13 +4,15 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Defaults/Detail/CertificateAuthorities.hpp"
+#include "OmbrixPlatform/Network/URLError.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
 
 constexpr std::chrono::seconds kCallTimeout{10};
-// The server gives a sign of life every 10 minutes.
-constexpr std::chrono::minutes kWatchTimeout{15};
+// A watch that says nothing is made anew: a server that is gone without a word is noticed then.
+constexpr std::chrono::minutes kWatchTimeout{1};
 constexpr std::chrono::hours kWatchLifetime{24 * 365};
 // A line holds one change set; etcd's own limit for a request is 1.5 MB, base64 adds a third.
 constexpr std::size_t kMaxLineBytes = 16 * 1024 * 1024;
@@ -27,6 +29,12 @@ URLSessionConfiguration watchConfiguration() {
   configuration.timeoutIntervalForRequest = kWatchTimeout;
   configuration.timeoutIntervalForResource = kWatchLifetime;
   return configuration;
+}
+
+/// Null where the system's trust is wanted.
+std::shared_ptr<URLSessionDelegate> trustIn(const EtcdConfiguration& configuration) {
+  if (configuration.certificateAuthorities.empty()) return nullptr;
+  return std::make_shared<AuthoritiesDelegate>(configuration.certificateAuthorities);
 }
 
 /// A handler of the answer's bytes that hands on what `read` makes of them; it may throw
@@ -59,6 +67,14 @@ int statusOf(const std::shared_ptr<const URLResponse>& response) {
 /// Cuts the stream of a watch into lines. Called on the client's queue only.
 class EtcdClient::WatchDelegate final : public URLSessionDelegate {
  public:
+  explicit WatchDelegate(std::shared_ptr<URLSessionDelegate> trust) : trust_(std::move(trust)) {}
+
+  void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
+                           ChallengeHandler completionHandler) override {
+    auto& decider = trust_ ? *trust_ : system_;
+    decider.didReceiveChallenge(session, challenge, std::move(completionHandler));
+  }
+
   void begin(const EtcdMessages& messages, URLSessionTask* task, WatchHandler handler,
              WatchEnd end) {
     messages_ = &messages;
@@ -66,6 +82,7 @@ class EtcdClient::WatchDelegate final : public URLSessionDelegate {
     handler_ = std::move(handler);
     end_ = std::move(end);
     line_.clear();
+    hasSpoken_ = false;
   }
 
   void stop() {
@@ -83,12 +100,19 @@ class EtcdClient::WatchDelegate final : public URLSessionDelegate {
       take(std::string_view(line_).substr(begin, end - begin));
     }
     line_.erase(0, begin);
-    if (line_.size() > kMaxLineBytes) finish("the server's answer has no end");
+    if (line_.size() > kMaxLineBytes) finish(EtcdError{"the server's answer has no end"});
   }
 
   void didComplete(URLSession&, URLSessionTask& task,
                    const std::shared_ptr<const Error>& error) override {
-    if (&task == task_) finish(error ? error->what() : "the server has ended the watch");
+    if (&task != task_) return;
+    const auto* known = dynamic_cast<const URLError*>(error.get());
+    if (known != nullptr && known->code() == URLError::Code::timedOut && hasSpoken_) {
+      return finish(std::nullopt);
+    }
+    // What is no line of a watch is a refusal.
+    if (!error && !line_.empty()) return finish(EtcdMessages::error(bytesOf(line_)));
+    finish(EtcdError{error ? error->what() : "the server has ended the watch"});
   }
 
  private:
@@ -98,27 +122,31 @@ class EtcdClient::WatchDelegate final : public URLSessionDelegate {
     try {
       message = messages_->watchMessage(line);
     } catch (const JSONError& error) {
-      return finish(error.what());
+      return finish(EtcdError{error.what()});
     }
+    hasSpoken_ = true;
     const auto ended = message.ended;
     // The handler may start another watch, which replaces this one.
     const auto handler = handler_;
     URLSessionTask* const task = task_;
     handler(std::move(message));
-    if (ended && task == task_) finish(*ended);
+    if (ended && task == task_) finish(ended);
   }
 
-  void finish(const std::string& message) {
+  void finish(const std::optional<EtcdError>& error) {
     const auto end = std::move(end_);
     stop();
-    if (end) end({message});
+    if (end) end(error);
   }
 
+  const std::shared_ptr<URLSessionDelegate> trust_;
+  URLSessionDelegate system_;
   const EtcdMessages* messages_ = nullptr;
   URLSessionTask* task_ = nullptr;
   WatchHandler handler_;
   WatchEnd end_;
   std::string line_;
+  bool hasSpoken_ = false;
 };
 
 std::shared_ptr<EtcdClient> EtcdClient::make(const EtcdConfiguration& configuration,
@@ -131,8 +159,8 @@ EtcdClient::EtcdClient(Passkey, const EtcdConfiguration& configuration,
     : configuration_(configuration),
       messages_(configuration.prefix),
       queue_(std::move(queue)),
-      watchDelegate_(std::make_shared<WatchDelegate>()),
-      calls_(URLSession::make(callConfiguration(), nullptr, queue_)),
+      watchDelegate_(std::make_shared<WatchDelegate>(trustIn(configuration))),
+      calls_(URLSession::make(callConfiguration(), trustIn(configuration_), queue_)),
       watches_(URLSession::make(watchConfiguration(), watchDelegate_, queue_)) {}
 
 void EtcdClient::close() {
@@ -142,11 +170,12 @@ void EtcdClient::close() {
   watches_->invalidateAndCancel();
 }
 
-void EtcdClient::put(std::string_view key, const std::optional<PropertyList>& value,
-                     Handler<std::int64_t> handler) {
-  call(value ? "/v3/kv/put" : "/v3/kv/deleterange",
-       value ? messages_.put(key, *value) : messages_.remove(key),
-       reading<std::int64_t>(std::move(handler), &EtcdMessages::revision));
+void EtcdClient::change(const CloudMirror::Pending& change, std::string_view device,
+                        std::int64_t markRevision, Handler<EtcdChangeResult> handler) {
+  call("/v3/kv/txn", messages_.change(change.key, change.value, change.id, device, markRevision),
+       reading<EtcdChangeResult>(std::move(handler), [id = change.id](DataView answer) {
+         return EtcdMessages::changeResult(answer, id);
+       }));
 }
 
 void EtcdClient::range(Handler<EtcdSnapshot> handler) {
@@ -159,8 +188,14 @@ void EtcdClient::range(Handler<EtcdSnapshot> handler) {
 void EtcdClient::watch(std::int64_t revision, WatchHandler handler, WatchEnd end) {
   watchDelegate_->stop();
   if (watchTask_) watchTask_->cancel();
+  auto ended = [self = weak_from_this(), end = std::move(end)](std::optional<EtcdError> error) {
+    const auto client = self.lock();
+    // A token that has lapsed is asked for anew by the next call.
+    if (client && error && error->kind == EtcdError::Kind::wantsLogin) client->token_.reset();
+    end(std::move(error));
+  };
   watchTask_ = watches_->dataTask(request("/v3/watch", messages_.watch(revision)), nullptr);
-  watchDelegate_->begin(messages_, watchTask_.get(), std::move(handler), std::move(end));
+  watchDelegate_->begin(messages_, watchTask_.get(), std::move(handler), std::move(ended));
   watchTask_->resume();
 }
 
@@ -175,18 +210,30 @@ URLRequest EtcdClient::request(std::string_view path, const JSON& body) const {
   return request;
 }
 
-/// Sends a request with a token, where the server wants one.
-void EtcdClient::call(std::string path, JSON body, Handler<Data> handler) {
-  if (token_ || !configuration_.credentials) return send(path, body, std::move(handler));
-  authenticate([self = shared_from_this(), path = std::move(path), body = std::move(body),
-                handler = std::move(handler)](std::optional<EtcdError> error) mutable {
-    if (error) return handler(std::unexpected(std::move(*error)));
-    self->send(path, body, std::move(handler));
-  });
+/// Sends a request; when the server wants a login, signs in and sends it again.
+void EtcdClient::call(std::string path, JSON body, Handler<Data> handler, Login login) {
+  auto answered = [self = shared_from_this(), path, body, handler = std::move(handler),
+                   login](std::expected<Data, EtcdError> answer) mutable {
+    const bool wantsLogin = !answer && answer.error().kind == EtcdError::Kind::wantsLogin;
+    if (wantsLogin) self->token_.reset();
+    if (wantsLogin && !self->configuration_.credentials) {
+      answer.error().message = "the server asks for a login (" + answer.error().message + ")";
+    }
+    if (!wantsLogin || login == Login::failed || !self->configuration_.credentials) {
+      return handler(std::move(answer));
+    }
+    self->authenticate(Authenticated(
+        [self, path = std::move(path), body = std::move(body),
+         handler = std::make_shared<Handler<Data>>(std::move(handler))](const auto& error) {
+          if (error) return (*handler)(std::unexpected(*error));
+          self->call(path, body, std::move(*handler), Login::failed);
+        }));
+  };
+  send(path, body, std::move(answered));
 }
 
 void EtcdClient::send(const std::string& path, const JSON& body, Handler<Data> handler) {
-  constexpr int kOk = 200, kBadRequest = 400, kUnauthorized = 401, kTooLarge = 413;
+  constexpr int kOk = 200;
   const auto task = calls_->dataTask(
       request(path, body),
       [self = shared_from_this(), handler = std::move(handler)](
@@ -197,31 +244,39 @@ void EtcdClient::send(const std::string& path, const JSON& body, Handler<Data> h
         const int status = statusOf(response);
         if (error) return handler(std::unexpected(EtcdError{error->what()}));
         if (status == kOk) return handler(answer);
-        // A token that has lapsed is asked for anew by the next call.
-        if (status == kUnauthorized) self->token_.reset();
-        std::string message = EtcdMessages::errorMessage(answer);
-        if (message.empty()) message = "the server answered " + std::to_string(status);
-        handler(std::unexpected(
-            EtcdError{std::move(message), status == kBadRequest || status == kTooLarge}));
+        auto refusal = EtcdMessages::error(answer);
+        if (refusal.message.empty()) {
+          refusal.message = "the server answered " + std::to_string(status);
+        }
+        handler(std::unexpected(std::move(refusal)));
       });
   task->resume();
 }
 
+/// Asks for a token; those who come meanwhile share it.
 void EtcdClient::authenticate(Authenticated handler) {
+  waiting_.push_back(std::move(handler));
+  if (waiting_.size() > 1) return;
   const JSON body = JSON::Dictionary{{"name", configuration_.credentials->name},
                                      {"password", configuration_.credentials->password}};
   send("/v3/auth/authenticate", body,
-       [self = shared_from_this(),
-        handler = std::move(handler)](std::expected<Data, EtcdError> answer) mutable {
-         // A wrong password is no fault of the change that was to be sent.
-         if (!answer) return handler(EtcdError{std::move(answer.error().message)});
-         try {
-           self->token_ = JSON::parse(*answer)["token"].stringValue();
-           handler(std::nullopt);
-         } catch (const JSONError& error) {
-           handler(EtcdError{error.what()});
-         }
+       [self = shared_from_this()](const std::expected<Data, EtcdError>& answer) {
+         self->authenticated(answer);
        });
+}
+
+void EtcdClient::authenticated(const std::expected<Data, EtcdError>& answer) {
+  std::optional<EtcdError> error;
+  if (answer) {
+    try {
+      token_ = JSON::parse(*answer)["token"].stringValue();
+    } catch (const JSONError& malformed) {
+      error = EtcdError{malformed.what()};
+    }
+  } else if (answer.error().kind != EtcdError::Kind::authenticationIsOff) {
+    error = answer.error();
+  }
+  for (auto& handler : std::exchange(waiting_, {})) handler(error);
 }
 
 }  // namespace ombrix::platform::detail

@@ -24,6 +24,35 @@ std::string endOf(std::string prefix) {
   return prefix;
 }
 
+constexpr std::size_t kLongestErrorText = 200;
+// Behind the prefix and before the device: a value's key never begins so.
+constexpr std::string_view kMark{"\0sent/", 6};
+
+/// etcd's own texts for what must be told apart; the codes are gRPC's. The same code stands for
+/// many things, so the text decides where there is one.
+EtcdError errorOf(std::int64_t code, std::string text) {
+  using enum EtcdError::Kind;
+  constexpr int kUnauthenticated = 16;
+  struct Row {
+    std::string_view part;
+    EtcdError::Kind kind;
+  };
+  constexpr Row kRows[] = {
+      // clang-format off
+      {"request is too large",                tooLarge},
+      {"received message larger than max",    tooLarge},
+      {"user name is empty",                  wantsLogin},
+      {"invalid auth token",                  wantsLogin},
+      {"revision of auth store is old",       wantsLogin},
+      {"authentication is not enabled",       authenticationIsOff},
+      // clang-format on
+  };
+  for (const Row& row : kRows) {
+    if (text.contains(row.part)) return {std::move(text), row.kind};
+  }
+  return {std::move(text), code == kUnauthenticated ? wantsLogin : other};
+}
+
 std::int64_t integerOf(const JSON& json) {
   if (const auto integer = json.integer()) return *integer;
   const std::string* text = json.string();
@@ -43,13 +72,28 @@ std::string EtcdMessages::coded(std::string_view key) const {
   return base64(bytesOf(prefix_ + std::string(key)));
 }
 
-JSON EtcdMessages::put(std::string_view key, const PropertyList& value) const {
-  return JSON::Dictionary{{"key", coded(key)},
-                          {"value", base64(PropertyListSerialization::write(value))}};
-}
-
-JSON EtcdMessages::remove(std::string_view key) const {
-  return JSON::Dictionary{{"key", coded(key)}};
+JSON EtcdMessages::change(std::string_view key, const std::optional<PropertyList>& value,
+                          std::string_view id, std::string_view device,
+                          std::int64_t markRevision) const {
+  const std::string mark = coded(std::string(kMark).append(device));
+  const JSON condition = JSON::Dictionary{{"key", mark},
+                                          {"target", "MOD"},
+                                          {"result", "EQUAL"},
+                                          {"mod_revision", std::to_string(markRevision)}};
+  JSON::Dictionary operation{{"key", coded(key)}};
+  if (value) operation.set("value", base64(PropertyListSerialization::write(*value)));
+  JSON::Array operations;
+  operations.emplace_back(
+      JSON::Dictionary{{value ? "request_put" : "request_delete_range", std::move(operation)}});
+  operations.emplace_back(JSON::Dictionary{
+      {"request_put", JSON::Dictionary{{"key", mark}, {"value", base64(bytesOf(id))}}}});
+  JSON::Array reading;
+  reading.emplace_back(JSON::Dictionary{{"request_range", JSON::Dictionary{{"key", mark}}}});
+  JSON::Array conditions;
+  conditions.push_back(condition);
+  return JSON::Dictionary{{"compare", std::move(conditions)},
+                          {"success", std::move(operations)},
+                          {"failure", std::move(reading)}};
 }
 
 JSON EtcdMessages::range() const {
@@ -64,8 +108,17 @@ JSON EtcdMessages::watch(std::int64_t revision) const {
                                           {"progress_notify", true}}}};
 }
 
-std::int64_t EtcdMessages::revision(DataView answer) {
-  return integerOf(JSON::parse(answer)["header"]["revision"]);
+EtcdChangeResult EtcdMessages::changeResult(DataView answer, std::string_view id) {
+  const JSON json = JSON::parse(answer);
+  if (json["succeeded"].boolean().value_or(false)) {
+    const std::int64_t revision = integerOf(json["header"]["revision"]);
+    return {revision, revision};
+  }
+  const JSON& mark = json["responses"][0]["response_range"]["kvs"][0];
+  EtcdChangeResult result{std::nullopt, integerOf(mark["mod_revision"])};
+  const auto found = bytesFromBase64(mark["value"].stringValue(), false);
+  if (found && textOf(*found) == id) result.revision = result.markRevision;
+  return result;
 }
 
 EtcdSnapshot EtcdMessages::snapshot(DataView answer) const {
@@ -84,10 +137,12 @@ EtcdWatchMessage EtcdMessages::watchMessage(std::string_view line) const {
   const JSON json = JSON::parse(line);
   EtcdWatchMessage message;
   const JSON& result = json["result"];
+  message.revision = integerOf(result["header"]["revision"]);
   if (!json["error"].isNull()) {
-    message.ended = errorMessage(bytesOf(line));
+    message.ended = error(bytesOf(line));
   } else if (result["canceled"].boolean().value_or(false)) {
-    message.ended = "the server has ended the watch " + result["cancel_reason"].stringValue();
+    message.ended =
+        errorOf(0, "the server has ended the watch " + result["cancel_reason"].stringValue());
   }
   if (const auto* events = result["events"].array()) {
     for (const JSON& event : *events) {
@@ -98,17 +153,20 @@ EtcdWatchMessage EtcdMessages::watchMessage(std::string_view line) const {
   return message;
 }
 
-std::string EtcdMessages::errorMessage(DataView answer) {
+EtcdError EtcdMessages::error(DataView answer) {
   try {
     const JSON json = JSON::parse(answer);
     const JSON& error = json["error"];
     // Before a stream begins the text stands under "error", within one under "error.message".
+    const JSON& details = error.dictionary() != nullptr ? error : json;
     const std::string text =
         error.dictionary() != nullptr ? error["message"].stringValue() : error.stringValue();
-    if (!text.empty()) return text;
+    const std::int64_t code =
+        integerOf(details["code"].isNull() ? details["grpc_code"] : details["code"]);
+    if (!text.empty()) return errorOf(code, text);
   } catch (const JSONError&) {
   }
-  return std::string(textOf(answer));
+  return {std::string(textOf(answer).substr(0, kLongestErrorText))};
 }
 
 std::optional<EtcdKeyValue> EtcdMessages::keyValue(const JSON& json, bool isRemoval) const {
@@ -116,6 +174,7 @@ std::optional<EtcdKeyValue> EtcdMessages::keyValue(const JSON& json, bool isRemo
   if (!key || !textOf(*key).starts_with(prefix_)) return std::nullopt;
   EtcdKeyValue read{std::string(textOf(*key).substr(prefix_.size())), std::nullopt,
                     integerOf(json["mod_revision"])};
+  if (!isKey(read.key)) return std::nullopt;
   if (isRemoval) return read;
   const auto bytes = bytesFromBase64(json["value"].stringValue(), false);
   if (!bytes) return std::nullopt;

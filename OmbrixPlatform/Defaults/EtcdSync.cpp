@@ -21,7 +21,8 @@ std::shared_ptr<EtcdSync> EtcdSync::make(EtcdConfiguration configuration) {
 
 EtcdSync::EtcdSync(Passkey, EtcdConfiguration configuration)
     : configuration_(std::move(configuration)),
-      mirror_(configuration_.folder / (configuration_.domain + ".plist")),
+      mirror_(std::make_shared<CloudMirror>(configuration_.folder /
+                                            (configuration_.domain + ".plist"))),
       changed_(std::make_shared<Signal<const Store::ExternalChange&>>()),
       queue_(DispatchQueue::serial("cloud store")),
       delay_(kFirstDelay) {}
@@ -29,7 +30,7 @@ EtcdSync::EtcdSync(Passkey, EtcdConfiguration configuration)
 std::optional<PropertyList> EtcdSync::value(std::string_view key) {
   begin();
   CloudMirror::Outcome outcome;
-  auto value = mirror_.value(key, outcome);
+  auto value = mirror_->value(key, outcome);
   tell(std::move(outcome), Store::ChangeReason::serverChange);
   return value;
 }
@@ -37,15 +38,18 @@ std::optional<PropertyList> EtcdSync::value(std::string_view key) {
 PropertyList::Dictionary EtcdSync::values() {
   begin();
   CloudMirror::Outcome outcome;
-  auto values = mirror_.values(outcome);
+  auto values = mirror_->values(outcome);
   tell(std::move(outcome), Store::ChangeReason::serverChange);
   return values;
 }
 
 void EtcdSync::set(std::string_view key, std::optional<PropertyList> value) {
-  tell(mirror_.set(key, std::move(value)), Store::ChangeReason::serverChange);
+  if (!EtcdMessages::isKey(key)) throw Error("a key of the cloud store cannot begin with NUL");
+  tell(mirror_->set(key, std::move(value)), Store::ChangeReason::serverChange);
   begin();
-  post([self = shared_from_this()] { self->sendWhileWatching(); });
+  queue_->post([self = shared_from_this()] {
+    if (self->sending_) self->sending_->poke(self->client_);
+  });
 }
 
 ObservationToken EtcdSync::observe(Store::ExternalChangeHandler handler) {
@@ -62,137 +66,209 @@ void EtcdSync::tellRefused(std::string_view key) {
 
 bool EtcdSync::synchronize() {
   if (queue_->isCurrent()) fatalError("a change handler must not wait for the cloud store");
-  hasBegun_ = true;
+  begin();
   std::promise<bool> promise;
   auto result = promise.get_future();
-  post([self = shared_from_this(), promise = std::move(promise)]() mutable {
+  queue_->post([self = shared_from_this(), promise = std::move(promise)]() mutable {
+    if (self->phase_ == Phase::closed) return promise.set_value(false);
+    self->lookAtFile();
     Waiter waiter = [promise = std::move(promise)](bool succeeded) mutable {
       promise.set_value(succeeded);
     };
-    if (self->phase_ == Phase::closed) return waiter(false);
-    self->nextWaiters_.push_back(std::move(waiter));
-    if (self->phase_ != Phase::exchanging) self->exchange();
+    self->nextCallers_.push_back({std::move(waiter), self->mirror_->lastOrder()});
+    if (self->phase_ != Phase::reading) self->read();
+    self->sending_->sendNow(self->client_);
   });
   const ThreadPool::BlockingScope blocking;
   return result.get();
 }
 
 void EtcdSync::close() {
-  post([self = shared_from_this()] {
-    self->phase_ = Phase::closed;
-    ++self->round_;
-    self->retry_.cancel();
-    if (self->client_) self->client_->close();
-    self->client_.reset();
-    self->release(false);
-  });
+  queue_->post([self = shared_from_this()] { self->end(); });
+}
+
+void EtcdSync::closeAndWait() {
+  if (queue_->isCurrent()) fatalError("a change handler must not wait for the cloud store's end");
+  queue_->sync([this] { end(); });
+}
+
+void EtcdSync::end() {
+  phase_ = Phase::closed;
+  ++round_;
+  retry_.cancel();
+  fileWatch_.cancel();
+  if (sending_) sending_->close();
+  sending_.reset();
+  if (client_) client_->close();
+  client_.reset();
+  releaseAll();
 }
 
 void EtcdSync::begin() {
   if (hasBegun_.exchange(true)) return;
-  post([self = shared_from_this()] {
-    if (self->phase_ == Phase::idle) self->exchange();
+  queue_->post([self = shared_from_this()] { self->start(); });
+}
+
+void EtcdSync::start() {
+  if (phase_ != Phase::idle) return;
+  client_ = EtcdClient::make(configuration_, queue_);
+  const auto calling = [weak = weak_from_this()](auto operation) {
+    return [weak, operation](auto&&... arguments) {
+      if (const auto self = weak.lock()) {
+        operation(*self, std::forward<decltype(arguments)>(arguments)...);
+      }
+    };
+  };
+  sending_ = EtcdSending::make(
+      mirror_, configuration_.folder / ("." + configuration_.domain + ".sending"), queue_,
+      {.tell = calling([](EtcdSync& self, CloudMirror::Outcome outcome) {
+         self.tell(std::move(outcome), Store::ChangeReason::serverChange);
+       }),
+       .refused = calling([](EtcdSync& self, const std::string& key, const EtcdError& error) {
+         self.report("\"" + key + "\" cannot be kept in the cloud: " + error.message);
+         self.tellRefused(key);
+       }),
+       .failed = calling([](EtcdSync& self, const EtcdError& error) { self.sendingFailed(error); }),
+       .advanced = calling([](EtcdSync& self) { self.releaseDone(); })});
+  watchFile();
+  read();
+  sending_->poke(client_);
+}
+
+void EtcdSync::watchFile() {
+  try {
+    fileWatch_ = FolderWatcher::shared().watch(
+        configuration_.folder, [weak = weak_from_this()](const FolderChange& change) {
+          if (const auto self = weak.lock()) self->noteFolderChange(change);
+        });
+  } catch (const Error& error) {
+    report(error.what());
+  }
+}
+
+/// On the events thread: the file has changed, or another process's turn to send has ended.
+void EtcdSync::noteFolderChange(const FolderChange& change) {
+  const bool isOurs = change.kind == FolderChange::Kind::lookAgain ||
+                      change.name == configuration_.domain + ".plist" ||
+                      change.name == "." + configuration_.domain + ".sending";
+  if (!isOurs || lookIsDue_.exchange(true)) return;
+  queue_->post([self = shared_from_this()] {
+    self->lookIsDue_ = false;
+    if (self->phase_ == Phase::closed) return;
+    self->lookAtFile();
+    self->releaseDone();
+    if (self->sending_) self->sending_->poke(self->client_);
   });
 }
 
-void EtcdSync::post(Job job) { queue_->post(std::move(job)); }
+void EtcdSync::lookAtFile() {
+  tell(mirror_->refresh(), Store::ChangeReason::serverChange);
+  // What could not be written was shown until somebody else wrote the file.
+  const auto position = mirror_->position();
+  const bool isBehind = position.epoch == taken_.epoch && position.revision < taken_.revision;
+  if (isBehind && phase_ == Phase::watching) read();
+}
 
-/// One round: send what waits, read everything, watch from there on.
-void EtcdSync::exchange() {
+/// Reads everything, and watches from there on.
+void EtcdSync::read() {
   const std::uint64_t round = ++round_;
-  phase_ = Phase::exchanging;
+  phase_ = Phase::reading;
   retry_.cancel();
-  isSending_ = false;
-  std::ranges::move(nextWaiters_, std::back_inserter(waiters_));
-  nextWaiters_.clear();
-  if (!client_) client_ = EtcdClient::make(configuration_, queue_);
-  sendPending(round, [self = shared_from_this(), round] { self->read(round); });
-}
-
-void EtcdSync::sendPending(std::uint64_t round, Done done) {
-  const auto pending = mirror_.nextPending();
-  if (!pending) return done();
-  client_->put(pending->key, pending->value,
-               [self = shared_from_this(), round, pending = *pending,
-                done = std::move(done)](std::expected<std::int64_t, EtcdError> revision) mutable {
-                 if (round != self->round_) return;
-                 if (revision) {
-                   self->tell(self->mirror_.sent(pending, *revision),
-                              Store::ChangeReason::serverChange);
-                 } else if (revision.error().isRefused) {
-                   self->tell(self->mirror_.refused(pending), Store::ChangeReason::serverChange);
-                   self->report(revision.error().message);
-                   self->tellRefused(pending.key);
-                 } else {
-                   return self->failed(revision.error(), round);
-                 }
-                 self->sendPending(round, std::move(done));
-               });
-}
-
-void EtcdSync::read(std::uint64_t round) {
-  client_->range([self = shared_from_this(), round](std::expected<EtcdSnapshot, EtcdError> all) {
-    if (round != self->round_) return;
-    if (!all) return self->failed(all.error(), round);
-    self->tell(self->mirror_.take(*all), std::exchange(self->hasRead_, true)
-                                             ? Store::ChangeReason::serverChange
-                                             : Store::ChangeReason::initialSync);
-    self->delay_ = kFirstDelay;
-    self->hasReported_ = false;
-    self->follow(all->revision + 1, round);
-  });
+  std::ranges::move(nextCallers_, std::back_inserter(callers_));
+  nextCallers_.clear();
+  const auto asked = mirror_->position();
+  client_->range(
+      [self = shared_from_this(), round, asked](const std::expected<EtcdSnapshot, EtcdError>& all) {
+        if (round != self->round_) return;
+        if (!all) return self->readFailed(all.error(), round);
+        auto outcome = self->mirror_->take(*all, asked);
+        const bool isSaved = outcome.isSaved;
+        self->tell(std::move(outcome), std::exchange(self->hasRead_, true)
+                                           ? Store::ChangeReason::serverChange
+                                           : Store::ChangeReason::initialSync);
+        self->taken_ = self->mirror_->position();
+        self->delay_ = kFirstDelay;
+        {
+          const std::lock_guard lock(self->reportMutex_);
+          if (isSaved) self->lastReport_.clear();
+        }
+        self->follow(std::min(all->revision, self->taken_.revision) + 1, round);
+        for (auto& caller : self->callers_) caller.hasRead = true;
+        self->releaseDone();
+        if (!self->nextCallers_.empty()) return self->read();
+        self->sending_->sendNow(self->client_);
+      });
 }
 
 void EtcdSync::follow(std::int64_t revision, std::uint64_t round) {
   phase_ = Phase::watching;
+  const std::int64_t epoch = taken_.epoch;
   client_->watch(
       revision,
-      [self = shared_from_this(), round](const EtcdWatchMessage& message) {
-        if (round != self->round_ || message.events.empty()) return;
-        self->tell(self->mirror_.take(message.events), Store::ChangeReason::serverChange);
+      [self = shared_from_this(), round, epoch, revision](const EtcdWatchMessage& message) {
+        if (round != self->round_ || message.ended) return;
+        if (message.revision > 0 && message.revision < revision - 1) {
+          return self->readFailed({"the server's revisions have begun anew"}, round);
+        }
+        if (message.events.empty()) return;
+        self->tell(self->mirror_->take(message.events, epoch), Store::ChangeReason::serverChange);
+        self->taken_ = self->mirror_->position();
+        if (self->taken_.epoch != epoch) self->read();
       },
-      [self = shared_from_this(), round](const EtcdError& error) { self->failed(error, round); });
-  std::vector<Waiter> done;
-  done.swap(waiters_);
-  for (auto& waiter : done) waiter(true);
-  if (!nextWaiters_.empty()) return exchange();
-  sendWhileWatching();
+      [self = shared_from_this(), round](const std::optional<EtcdError>& error) {
+        if (round != self->round_) return;
+        if (error) return self->readFailed(*error, round);
+        self->follow(self->taken_.revision + 1, round);
+      });
 }
 
-void EtcdSync::sendWhileWatching() {
-  if (phase_ != Phase::watching || std::exchange(isSending_, true)) return;
-  sendPending(round_, [self = shared_from_this()] { self->isSending_ = false; });
-}
-
-void EtcdSync::failed(const EtcdError& error, std::uint64_t round) {
+void EtcdSync::readFailed(const EtcdError& error, std::uint64_t round) {
   if (round != round_) return;
   ++round_;
   phase_ = Phase::waiting;
-  if (!std::exchange(hasReported_, true)) report(error.message);
+  report(error.message);
   retry_ = after(delay_, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) {
-      self->post([self] {
-        if (self->phase_ == Phase::waiting) self->exchange();
-      });
-    }
+    const auto self = weak.lock();
+    if (!self) return;
+    self->queue_->post([self] {
+      if (self->phase_ == Phase::waiting) self->read();
+    });
   });
   delay_ = std::min(delay_ * 2, kLongestDelay);
-  release(false);
+  releaseAll();
 }
 
-void EtcdSync::release(bool succeeded) {
-  std::vector<Waiter> all = std::move(waiters_);
-  std::ranges::move(nextWaiters_, std::back_inserter(all));
-  waiters_.clear();
-  nextWaiters_.clear();
-  for (auto& waiter : all) waiter(succeeded);
+void EtcdSync::sendingFailed(const EtcdError& error) {
+  report(error.message);
+  releaseAll();
+}
+
+/// Answers those whose changes are sent and who have read.
+void EtcdSync::releaseDone() {
+  const auto pending = mirror_->nextPending();
+  std::vector<Caller> done;
+  std::erase_if(callers_, [&](Caller& caller) {
+    const bool isDone = caller.hasRead && (!pending || pending->order > caller.lastOrder);
+    if (isDone) done.push_back(std::move(caller));
+    return isDone;
+  });
+  for (auto& caller : done) caller.waiter(true);
+}
+
+/// Something has failed: nobody waits for it to be put right.
+void EtcdSync::releaseAll() {
+  std::vector<Caller> all = std::move(callers_);
+  std::ranges::move(nextCallers_, std::back_inserter(all));
+  callers_.clear();
+  nextCallers_.clear();
+  for (auto& caller : all) caller.waiter(false);
 }
 
 /// Tells observers on the queue, whichever thread met the change.
 void EtcdSync::tell(CloudMirror::Outcome outcome, Store::ChangeReason reason) {
   for (const auto& error : outcome.errors) report(error);
   if (outcome.keys.empty()) return;
-  post([self = shared_from_this(), reason, keys = std::move(outcome.keys)] {
+  queue_->post([self = shared_from_this(), reason, keys = std::move(outcome.keys)] {
     self->changed_->send({reason, keys});
   });
 }
@@ -200,7 +276,7 @@ void EtcdSync::tell(CloudMirror::Outcome outcome, Store::ChangeReason reason) {
 void EtcdSync::report(const std::string& message) {
   {
     const std::lock_guard lock(reportMutex_);
-    if (std::exchange(lastReport_, message) == message) return;
+    if (message.empty() || std::exchange(lastReport_, message) == message) return;
   }
   if (configuration_.onError) configuration_.onError(message);
 }

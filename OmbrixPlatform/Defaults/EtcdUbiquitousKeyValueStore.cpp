@@ -1,12 +1,8 @@
 #include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
 
-#include <atomic>
-#include <future>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
-#include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
+#include "OmbrixPlatform/Defaults/Detail/CertificateAuthorities.hpp"
 #include "OmbrixPlatform/Defaults/Detail/EtcdSync.hpp"
 
 namespace ombrix::platform {
@@ -21,6 +17,8 @@ EtcdConfiguration checked(EtcdConfiguration configuration) {
   if (configuration.domain.empty() || configuration.domain.contains('/')) {
     throw Error("the cloud store's domain is no file name: \"" + configuration.domain + "\"");
   }
+  const auto& authorities = configuration.certificateAuthorities;
+  if (!authorities.empty()) detail::CertificateAuthorities(authorities).check();
   return configuration;
 }
 

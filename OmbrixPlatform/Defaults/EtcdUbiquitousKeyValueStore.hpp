@@ -27,6 +27,10 @@ struct EtcdConfiguration {
   /// Where the server asks for them.
   std::optional<Credentials> credentials = {};
 
+  /// A file of certificates in PEM form, whose issuers alone are trusted to vouch for the server;
+  /// empty: the system's.
+  std::filesystem::path certificateAuthorities = {};
+
   /// Folder and name of the file with the copies of all values and the changes not yet sent;
   /// processes of one device name the same.
   std::filesystem::path folder;
@@ -42,16 +46,22 @@ struct EtcdConfiguration {
 ///
 /// Values are copied to a file here, so that they can be read at once and without the server, and
 /// are brought up to date from the first use on, then followed by a watch. A change is on the disk
-/// when its setter returns and is sent in the background; while the server cannot be reached it is
-/// kept, over restarts of the program too, and sent when it can: after 0.5 s, then twice as long
-/// each time, up to 30 s. The last writer wins, by the order in which the server took the changes:
-/// a change that was kept counts from when it was sent. Several processes of one device may send a
-/// kept change twice.
+/// when its setter returns and is sent in the background, in the order of the setters, by one
+/// process of the device at a time and exactly once, whatever answers get lost; of changes of one
+/// key that wait the last one is sent. While the server does not take it, it is kept, over restarts
+/// of the program too, and tried again: after 0.5 s, then twice as long each time, up to 30 s.
+/// Reading goes on meanwhile. The last writer wins, by the order in which the server took the
+/// changes: a change that was kept counts from when it was sent.
+///
+/// Only a change that the server calls too large is dropped: the key then has the server's value
+/// again, and observers are told of a `quotaViolation`. Keys do not begin with NUL (`Error`):
+/// beside the values each device keeps a mark of its own on the server.
 ///
 /// `synchronize` sends and reads everything now; it blocks up to 10 s for each request and gives
-/// false when the server cannot be reached. Change handlers run on a queue of the store's own.
+/// false when something failed. Change handlers run on a queue of the store's own.
 ///
-/// Throws `Error` when the domain is no file name or the endpoint no http or https URL.
+/// Throws `Error` when the domain is no file name, the endpoint no http or https URL, or when no
+/// certificate authorities can be read.
 std::shared_ptr<NSUbiquitousKeyValueStore> makeEtcdUbiquitousKeyValueStore(
     EtcdConfiguration configuration);
 

@@ -2,7 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
-#include <map>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -18,9 +18,12 @@ namespace ombrix::platform::detail {
 /// The copy on this machine of all values of a cloud store, and the changes made here that the
 /// server has not taken yet, in one file that the processes of the device share.
 ///
-/// A change that waits to be sent stands above what the server says of its key: it will be the
-/// later one when it is sent. What the server said meanwhile is kept aside, in case its order turns
-/// out to be the other way. Any thread. Never calls out: what changed is handed back.
+/// The file alone decides: it says up to which revision of the server's its values go, so what a
+/// process hears late is known to be old, whoever has brought the news. Every step reads and
+/// changes it under its lock. A change that waits to be sent stands above what the server says of
+/// its key, which is kept beside it in case the server's order turns out to be the other way.
+///
+/// Any thread. Never calls out: what changed is handed back.
 class CloudMirror {
  public:
   /// A change that waits to be sent.
@@ -28,55 +31,75 @@ class CloudMirror {
     std::string key;
     std::optional<PropertyList> value;  // nothing removes the key
     std::string id;
+    std::int64_t order = 0;  // grows with each change of the device
+  };
+
+  /// How far the values go. The epoch counts how often the server was found made anew, with
+  /// revisions that begin again.
+  struct Position {
+    std::int64_t epoch = 0, revision = 0;
   };
 
   struct Outcome {
     std::vector<std::string> keys;    // whose values were changed from elsewhere
     std::vector<std::string> errors;  // of the file, readable sentences
+    bool isSaved = true;              // false: what was taken in is not in the file
   };
 
   explicit CloudMirror(const std::filesystem::path& file);
 
+  /// Takes in what other processes have written.
+  Outcome refresh();
+
   [[nodiscard]] std::optional<PropertyList> value(std::string_view key, Outcome& outcome);
   [[nodiscard]] PropertyList::Dictionary values(Outcome& outcome);
 
-  /// Changes a value here, to be sent. Throws `PropertyListError` for what no property list can
-  /// hold; nothing is changed then.
+  /// Changes a value here, to be sent after all that waits already. Throws `PropertyListError` for
+  /// what no property list can hold; nothing is changed then.
   Outcome set(std::string_view key, std::optional<PropertyList> value);
 
-  /// What has waited longest; nothing when everything is sent.
-  [[nodiscard]] std::optional<Pending> nextPending();
+  /// What has waited longest, as far as this process has looked; nothing when everything is sent.
+  [[nodiscard]] std::optional<Pending> nextPending() const;
 
-  /// The server has taken a change, at that revision.
+  /// The order of the last change made by any process of the device.
+  [[nodiscard]] std::int64_t lastOrder() const;
+
+  /// The name the device has on the server, made on first use.
+  [[nodiscard]] std::string deviceIdentifier(Outcome& outcome);
+
+  /// The server has taken a change, at that revision. Not saved: the change waits on and must be
+  /// reported sent again, before another is sent.
   Outcome sent(const Pending& pending, std::int64_t revision);
 
-  /// The server will never take a change: it waits no longer. The value stays until the server's
-  /// are read the next time.
+  /// The server will never take a change: the key has the server's value again.
   Outcome refused(const Pending& pending);
 
-  /// Takes in what a watch has told, in the server's order.
-  Outcome take(const std::vector<EtcdKeyValue>& events);
+  [[nodiscard]] Position position() const;
 
-  /// Takes in all that the server has. One that counts from below what it had counted to has been
-  /// made anew: what was known of its order is forgotten.
-  Outcome take(const EtcdSnapshot& snapshot);
+  /// Takes in what a watch has told, in the server's order and without a gap, of that epoch. Not
+  /// saved: shown until the file changes, and to be read from the server again.
+  Outcome take(const std::vector<EtcdKeyValue>& events, std::int64_t epoch);
+
+  /// Takes in all that the server has. One that has counted less than it had when it was asked has
+  /// been made anew: what was known of its order is forgotten.
+  ///
+  /// @param asked The position before the server was asked.
+  Outcome take(const EtcdSnapshot& snapshot, Position asked);
 
  private:
-  using Edits = std::vector<DictionaryFile::Edit>;
+  using IfUnsaved = DictionaryFile::IfUnsaved;
 
-  void refresh(Outcome& outcome);
-  void write(const Edits& edits, bool isFromServer, Outcome& outcome);
+  template <class Step>
+  Outcome update(IfUnsaved ifUnsaved, Step step);
+  void look(Outcome& outcome);
   void apply(const DictionaryFile::Outcome& fileOutcome, bool isFromServer, Outcome& outcome);
-  void noteEvent(const EtcdKeyValue& event, Edits& edits);
-  [[nodiscard]] bool waits(const Pending& pending) const;
 
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   DictionaryFile file_;
   PropertyList::Dictionary values_;
-  PropertyList::Dictionary pending_;               // key to {id, value}
-  std::int64_t serverRevision_ = 0;                // of the last snapshot
-  std::map<std::string, std::int64_t> revisions_;  // of each key's last known change
-  std::map<std::string, EtcdKeyValue> heldBack_;   // said of keys that wait to be sent
+  PropertyList::Dictionary pending_;   // key to {id, value, order, server}
+  PropertyList position_, device_;     // {epoch, revision}; {id, order}
+  std::vector<std::string> onlyHere_;  // changes by id that never reached the file
 };
 
 }  // namespace ombrix::platform::detail

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -41,6 +42,7 @@ class DictionaryFile {
   struct Outcome {
     std::vector<Change> changes;
     std::vector<std::string> errors;  // readable sentences
+    bool isSaved = true;              // the edits are in the file; for `write` and `update`
   };
 
   enum class Look {
@@ -58,6 +60,15 @@ class DictionaryFile {
   /// changes nothing is no change. Throws `PropertyListError` for a value that has no place in a
   /// property list; nothing is changed then. Blocks until the file is on the disk.
   Outcome write(const std::vector<Edit>& edits);
+
+  /// What becomes of edits that cannot be written: they are kept and tried again, shown until the
+  /// file is found changed, or undone.
+  enum class IfUnsaved { keep, show, undo };
+  using Decide = std::function<std::vector<Edit>(const PropertyList::Dictionary& contents)>;
+
+  /// The same with edits that depend on what the file holds, decided while no other process can
+  /// change it; `decide` must not use this object.
+  Outcome update(const Decide& decide, IfUnsaved ifUnsaved);
 
   struct Contents {
     PropertyList::Dictionary values;
@@ -87,7 +98,8 @@ class DictionaryFile {
   bool save(Outcome& outcome);
   bool replaceFile(DataView bytes);
   detail::Descriptor lock(Outcome& outcome) const;
-  void change(const Edit& edit, Outcome& outcome);
+  void change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome);
+  void undo(const PropertyList::Dictionary& before, std::size_t met, Outcome& outcome);
   void report(Outcome& outcome, std::string_view action, int error) const;
 
   const std::string file_, lock_, temporary_;
@@ -95,6 +107,7 @@ class DictionaryFile {
   mutable std::mutex mutex_;           // held over file operations of this process
   PropertyList::Dictionary contents_;  // of the file, with the unsaved edits on top
   std::vector<Edit> unsaved_;
+  bool isShowingUnsaved_ = false;  // contents that are neither in the file nor in `unsaved_`
   // The file as it was last read or written. It is kept open, so that its inode number is not
   // given to a successor.
   detail::Descriptor open_;

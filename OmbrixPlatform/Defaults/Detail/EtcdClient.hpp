@@ -7,21 +7,16 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
 #include "OmbrixPlatform/Defaults/Detail/EtcdMessages.hpp"
 #include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 
 namespace ombrix::platform::detail {
 
-/// Why the server did not do what it was asked.
-struct EtcdError {
-  std::string message;
-  /// The request itself is at fault: sending it again would not help.
-  bool isRefused = false;
-};
-
-/// Talks to an etcd server about the keys below one prefix.
+/// Talks to an etcd server about the keys below one prefix; signs in where that is asked for.
 ///
 /// Every call and every handler belongs on the one serial queue it is made with; handlers come
 /// later, never inside the call. After `close` no handler is called.
@@ -32,15 +27,16 @@ class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
   template <class T>
   using Handler = std::move_only_function<void(std::expected<T, EtcdError>)>;
   using WatchHandler = std::function<void(EtcdWatchMessage)>;
-  using WatchEnd = std::function<void(EtcdError)>;
+  /// Nothing: the server has been silent for long, which is no fault.
+  using WatchEnd = std::function<void(std::optional<EtcdError>)>;
 
   static std::shared_ptr<EtcdClient> make(const EtcdConfiguration& configuration,
                                           std::shared_ptr<DispatchQueue> queue);
   EtcdClient(Passkey, const EtcdConfiguration& configuration, std::shared_ptr<DispatchQueue> queue);
 
-  /// Stores a value, or removes the key; gives the server's revision after it.
-  void put(std::string_view key, const std::optional<PropertyList>& value,
-           Handler<std::int64_t> handler);
+  /// Makes a change once, see `EtcdMessages::change`.
+  void change(const CloudMirror::Pending& change, std::string_view device,
+              std::int64_t markRevision, Handler<EtcdChangeResult> handler);
 
   /// Reads every key.
   void range(Handler<EtcdSnapshot> handler);
@@ -53,12 +49,15 @@ class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
 
  private:
   class WatchDelegate;
-  using Authenticated = std::move_only_function<void(std::optional<EtcdError>)>;
+  using Authenticated = std::function<void(const std::optional<EtcdError>&)>;
+  /// Whether a call that the server wants a login for may sign in and be sent again.
+  enum class Login : std::uint8_t { ask, failed };
 
   [[nodiscard]] URLRequest request(std::string_view path, const JSON& body) const;
-  void call(std::string path, JSON body, Handler<Data> handler);
+  void call(std::string path, JSON body, Handler<Data> handler, Login login = Login::ask);
   void send(const std::string& path, const JSON& body, Handler<Data> handler);
   void authenticate(Authenticated handler);
+  void authenticated(const std::expected<Data, EtcdError>& answer);
 
   const EtcdConfiguration configuration_;
   const EtcdMessages messages_;
@@ -68,6 +67,7 @@ class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
   const std::shared_ptr<URLSession> watches_;
   std::shared_ptr<URLSessionDataTask> watchTask_;
   std::optional<std::string> token_;
+  std::vector<Authenticated> waiting_;  // for the one login under way
   bool isClosed_ = false;
 };
 

@@ -24,35 +24,65 @@ struct EtcdSnapshot {
   std::int64_t revision = 0;  // the server's own
 };
 
+/// What came of an attempt to make a change.
+struct EtcdChangeResult {
+  /// The revision it was made at, now or by an earlier attempt; nothing: the mark was another one.
+  std::optional<std::int64_t> revision;
+  std::int64_t markRevision = 0;  // to expect the next time
+};
+
+/// Why the server did not do what it was asked.
+struct EtcdError {
+  enum class Kind : std::uint8_t {
+    other,               // it may do the same thing later
+    tooLarge,            // it will never take this change
+    wantsLogin,          // it asks for a login, or the token has lapsed
+    authenticationIsOff  // it was asked for a token and needs none
+  };
+  std::string message;
+  Kind kind = Kind::other;
+};
+
 /// What one line of a watch says.
 struct EtcdWatchMessage {
+  std::int64_t revision = 0;  // the server's own
   std::vector<EtcdKeyValue> events;
   /// Why the watch has ended, if it has: its first revision is no longer kept, or the server gave
   /// it up.
-  std::optional<std::string> ended;
+  std::optional<EtcdError> ended;
 };
 
 /// Writes the requests and reads the answers of etcd's JSON gateway for the keys below a prefix:
 /// keys and values are base64, 64-bit integers texts, and fields that have their default value are
 /// left out. Values are binary property lists; those of anybody else are passed over.
+///
+/// Beside the values each device has a mark, a key that no value can have: it holds the id of the
+/// change that the server took last from that device, and is written together with the change.
 class EtcdMessages {
  public:
   explicit EtcdMessages(std::string prefix);
 
-  [[nodiscard]] JSON put(std::string_view key, const PropertyList& value) const;
-  [[nodiscard]] JSON remove(std::string_view key) const;
+  /// Whether a value may have this key.
+  static bool isKey(std::string_view key) { return !key.starts_with('\0'); }
+
+  /// A change on the condition that the device's mark has not changed since a revision, 0 while
+  /// there is none; else the mark is read.
+  /// @param value Nothing removes the key.
+  [[nodiscard]] JSON change(std::string_view key, const std::optional<PropertyList>& value,
+                            std::string_view id, std::string_view device,
+                            std::int64_t markRevision) const;
   [[nodiscard]] JSON range() const;
   /// @param revision The first one of interest.
   [[nodiscard]] JSON watch(std::int64_t revision) const;
 
   /// Readers throw `JSONError` for bytes that are no JSON document, and take what is missing or of
   /// another kind for its default.
-  static std::int64_t revision(DataView answer);
+  static EtcdChangeResult changeResult(DataView answer, std::string_view id);
   [[nodiscard]] EtcdSnapshot snapshot(DataView answer) const;
   [[nodiscard]] EtcdWatchMessage watchMessage(std::string_view line) const;
 
-  /// The text of a refusal, or the whole answer when it is of no known form.
-  static std::string errorMessage(DataView answer);
+  /// A refusal, by its code and text; one of no known form has the whole answer for its text.
+  static EtcdError error(DataView answer);
 
  private:
   [[nodiscard]] std::string coded(std::string_view key) const;

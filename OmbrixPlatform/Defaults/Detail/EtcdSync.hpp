@@ -15,12 +15,16 @@
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
 #include "OmbrixPlatform/Defaults/Detail/EtcdClient.hpp"
+#include "OmbrixPlatform/Defaults/Detail/EtcdSending.hpp"
+#include "OmbrixPlatform/Files/FolderWatcher.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 
 namespace ombrix::platform::detail {
 
-/// Keeps a mirror and a server in step: sends what waits, reads everything, then watches; when the
-/// server fails, does it all again after a while. Starts with the first use. Any thread.
+/// Keeps a mirror and a server in step: reads everything, then watches, and when the server fails
+/// does it all again after a while; beside that, and whatever becomes of it, `EtcdSending` sends
+/// what waits. The mirror's file is watched too: another process may leave a change in it, or take
+/// one out. Starts with the first use. Any thread.
 class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   struct Passkey {};
 
@@ -43,47 +47,60 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   /// Tells observers that a value was refused for its size.
   void tellRefused(std::string_view key);
 
-  /// Ends it: nothing is sent or told any more. What waits stays in the mirror.
+  /// Ends it: nothing is sent or told any more. What waits stays in the mirror. Returns at once.
   void close();
 
+  /// The same, and returns when nothing of it runs any more. Not from a change handler: that stops
+  /// the program.
+  void closeAndWait();
+
  private:
-  enum class Phase { idle, exchanging, watching, waiting, closed };
-  using Done = std::function<void()>;
+  enum class Phase { idle, reading, watching, waiting, closed };
   using Waiter = std::move_only_function<void(bool succeeded)>;
+  /// A call of `synchronize`.
+  struct Caller {
+    Waiter waiter;
+    std::int64_t lastOrder;  // of the changes that are to be sent
+    bool hasRead = false;
+  };
 
   void begin();
-  void post(Job job);
   void tell(CloudMirror::Outcome outcome, Store::ChangeReason reason);
   void report(const std::string& message);
+  void watchFile();
+  void noteFolderChange(const FolderChange& change);
 
   // On the queue only.
-  void exchange();
-  void sendPending(std::uint64_t round, Done done);
-  void read(std::uint64_t round);
+  void start();
+  void lookAtFile();
+  void read();
   void follow(std::int64_t revision, std::uint64_t round);
-  void sendWhileWatching();
-  void failed(const EtcdError& error, std::uint64_t round);
-  void release(bool succeeded);
+  void readFailed(const EtcdError& error, std::uint64_t round);
+  void sendingFailed(const EtcdError& error);
+  void releaseDone();
+  void releaseAll();
+  void end();
 
   const EtcdConfiguration configuration_;
-  CloudMirror mirror_;
+  const std::shared_ptr<CloudMirror> mirror_;
   const std::shared_ptr<Signal<const Store::ExternalChange&>> changed_;
   const std::shared_ptr<DispatchQueue> queue_;
-  std::atomic<bool> hasBegun_{false};
+  std::atomic<bool> hasBegun_{false}, lookIsDue_{false};
   std::mutex reportMutex_;
-  std::string lastReport_;  // said once until something else is said
+  std::string lastReport_;  // said once until something else is said, or all is well again
 
   // On the queue only.
   std::shared_ptr<EtcdClient> client_;
+  std::shared_ptr<EtcdSending> sending_;
+  ObservationToken fileWatch_;
   Phase phase_ = Phase::idle;
-  std::uint64_t round_ = 0;  // answers of an earlier round are of no interest
-  bool isSending_ = false;
-  bool hasReported_ = false;
+  std::uint64_t round_ = 0;      // answers of an earlier round are of no interest
+  CloudMirror::Position taken_;  // how far this process has read
   bool hasRead_ = false;
   std::chrono::duration<double> delay_;
   EventToken retry_;
-  std::vector<Waiter> waiters_;      // for the exchange under way
-  std::vector<Waiter> nextWaiters_;  // for the one after it
+  std::vector<Caller> callers_;      // whose reading is under way or done
+  std::vector<Caller> nextCallers_;  // whose reading is the next one
 };
 
 }  // namespace ombrix::platform::detail

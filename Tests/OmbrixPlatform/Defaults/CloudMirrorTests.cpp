@@ -23,7 +23,7 @@ class CloudMirrorTests : public ::testing::Test {
 };
 
 // Catches a change from the server that overwrites one that waits to be sent, and one that is lost
-// because the server took it after ours while ours was on its way.
+// because the server took it after ours while ours was on its way; whichever process hears of it.
 TEST_F(CloudMirrorTests, TheLaterOfTwoWritersWinsInWhateverOrderTheNewsCome) {
   struct Case {
     const char* description;
@@ -39,43 +39,67 @@ TEST_F(CloudMirrorTests, TheLaterOfTwoWritersWinsInWhateverOrderTheNewsCome) {
       {"theirs later, heard after the answer",      7, 8, false, "theirs"},
       // clang-format on
   };
-  for (const Case& c : cases) {
-    SCOPED_TRACE(c.description);
-    const std::string key = c.description;
-    EXPECT_THAT(mirror.set(key, "ours").keys, IsEmpty());
-    const auto pending = mirror.nextPending();
-    ASSERT_TRUE(pending);
-    const std::vector<EtcdKeyValue> theirs = {{key, "theirs", c.theirs}};
-    if (c.isTheirsHeardFirst) {
-      EXPECT_THAT(mirror.take(theirs).keys, IsEmpty());
+  CloudMirror other(dir.path() / "cloud.plist");
+  std::int64_t base = 0;
+  for (CloudMirror* hearing : {&mirror, &other}) {
+    for (const Case& c : cases) {
+      SCOPED_TRACE(c.description);
+      const std::string key = c.description;
+      base += 10;
+      EXPECT_THAT(mirror.set(key, "ours").keys, IsEmpty());
+      const auto pending = mirror.nextPending();
+      ASSERT_TRUE(pending);
+      const std::vector<EtcdKeyValue> theirs = {{key, "theirs", base + c.theirs}};
+      if (c.isTheirsHeardFirst) hearing->take(theirs, 0);
+      mirror.sent(*pending, base + c.ours);
+      if (!c.isTheirsHeardFirst) hearing->take(theirs, 0);
+      EXPECT_EQ(*values().find(key), c.expected);
+      CloudMirror::Outcome ignored;
+      EXPECT_EQ(*other.values(ignored).find(key), c.expected);
+      EXPECT_FALSE(mirror.nextPending());
     }
-    mirror.sent(*pending, c.ours);
-    if (!c.isTheirsHeardFirst) mirror.take(theirs);
-    EXPECT_EQ(*values().find(key), c.expected);
-    EXPECT_FALSE(mirror.nextPending());
   }
 }
 
-// Catches unsent changes that do not outlive the process, or that a first reading wipes out.
+// Catches a process that was slow, and puts back what another one knows to be old.
+TEST_F(CloudMirrorTests, WhatIsHeardLateIsOld) {
+  CloudMirror slow(dir.path() / "cloud.plist");
+  const auto asked = slow.position();
+  mirror.take({{"units", "new", 9}}, 0);
+  slow.take({{"units", "old", 7}}, 0);
+  slow.take(EtcdSnapshot{{{"units", "old", 7}}, 8}, asked);
+  EXPECT_EQ(*values().find("units"), "new");
+  EXPECT_EQ(slow.position().revision, 9);
+}
+
+// Catches unsent changes that do not outlive the process, that a first reading wipes out or that
+// lose their order; those of the release before, which kept no order, among them.
 TEST_F(CloudMirrorTests, WhatWaitsOutlivesTheProcessAndTheNextReading) {
-  mirror.take(EtcdSnapshot{{{"kept", 1, 2}, {"gone", 2, 3}}, 3});
+  DictionaryFile(dir.path() / "cloud.plist")
+      .write({{"=before", 1}, {"+before", PropertyList::Dictionary{{"id", "1"}, {"value", 1}}}});
+  mirror.take(EtcdSnapshot{{{"kept", 1, 2}, {"gone", 2, 3}}, 3}, mirror.position());
+  mirror.set("set here", "w");
   mirror.set("removed here", std::nullopt);
   mirror.set("set here", "x");
   CloudMirror later(dir.path() / "cloud.plist");
-  const auto outcome = later.take(EtcdSnapshot{{{"kept", 1, 2}, {"removed here", 5, 4}}, 9});
+  const auto outcome =
+      later.take(EtcdSnapshot{{{"kept", 1, 2}, {"removed here", 5, 4}}, 9}, later.position());
   EXPECT_THAT(outcome.keys, ElementsAre("gone"));
   CloudMirror::Outcome ignored;
-  EXPECT_EQ(later.values(ignored), (PropertyList::Dictionary{{"kept", 1}, {"set here", "x"}}));
+  EXPECT_EQ(later.values(ignored),
+            (PropertyList::Dictionary{{"before", 1}, {"kept", 1}, {"set here", "x"}}));
   std::vector<std::string> sent;
   while (const auto pending = later.nextPending()) {
     sent.push_back(pending->key);
     later.sent(*pending, 10 + static_cast<std::int64_t>(sent.size()));
   }
-  EXPECT_THAT(sent, UnorderedElementsAre("removed here", "set here"));
+  EXPECT_THAT(sent, ElementsAre("before", "removed here", "set here"));
 }
 
-// Catches the answer to an earlier change that settles a later one.
-TEST_F(CloudMirrorTests, AChangeMadeWhileAnotherIsOnItsWayIsStillSent) {
+// Catches the answer to an earlier change that settles a later one, and a change that is refused
+// but stays as if it had been taken.
+TEST_F(CloudMirrorTests, EachChangeIsSettledByItsOwnAnswer) {
+  mirror.take({{"units", "kilometers", 3}}, 0);
   mirror.set("units", "miles");
   const auto first = mirror.nextPending();
   mirror.set("units", "british");
@@ -83,13 +107,17 @@ TEST_F(CloudMirrorTests, AChangeMadeWhileAnotherIsOnItsWayIsStillSent) {
   const auto second = mirror.nextPending();
   ASSERT_TRUE(second);
   EXPECT_EQ(second->value, PropertyList("british"));
+  EXPECT_THAT(mirror.refused(*second).keys, ElementsAre("units"));
+  EXPECT_EQ(*values().find("units"), "miles");
+  EXPECT_FALSE(mirror.nextPending());
 }
 
 // Catches a server that was set up anew and is not believed, since it counts from the beginning.
 TEST_F(CloudMirrorTests, AServerThatCountsFromTheBeginningIsBelieved) {
-  mirror.take(EtcdSnapshot{{{"units", "miles", 40}, {"gone", 1, 41}}, 50});
-  EXPECT_THAT(mirror.take(EtcdSnapshot{{{"units", "british", 2}}, 3}).keys,
+  mirror.take(EtcdSnapshot{{{"units", "miles", 40}, {"gone", 1, 41}}, 50}, mirror.position());
+  EXPECT_THAT(mirror.take(EtcdSnapshot{{{"units", "british", 2}}, 3}, mirror.position()).keys,
               UnorderedElementsAre("units", "gone"));
+  mirror.take({{"units", "of the server before", 51}}, 0);
   EXPECT_EQ(values(), (PropertyList::Dictionary{{"units", "british"}}));
 }
 
@@ -97,7 +125,8 @@ TEST_F(CloudMirrorTests, AServerThatCountsFromTheBeginningIsBelieved) {
 TEST(EtcdMessagesTests, ReadsWhatAWatchSays) {
   const EtcdMessages messages("u/");
   // "dS91bml0cw==" is "u/units"; the value is a binary property list of "miles".
-  const std::string value = *messages.put("units", "miles").find("value")->string();
+  const JSON change = messages.change("units", PropertyList("miles"), "1", "d", 0);
+  const std::string value = change["success"][0]["request_put"]["value"].stringValue();
   const auto put = messages.watchMessage(
       R"({"result":{"header":{"revision":"5"},"events":[{"kv":{"key":"dS91bml0cw==",)"
       R"("mod_revision":"5","value":")" +
@@ -113,8 +142,28 @@ TEST(EtcdMessagesTests, ReadsWhatAWatchSays) {
   EXPECT_FALSE(put.ended);
   EXPECT_TRUE(
       messages.watchMessage(R"({"result":{"canceled":true,"compact_revision":"7"}})").ended);
-  EXPECT_EQ(messages.watchMessage(R"({"error":{"message":"lost"}})").ended, "lost");
+  EXPECT_EQ(messages.watchMessage(R"({"error":{"message":"lost"}})").ended->message, "lost");
   EXPECT_THROW(messages.watchMessage("<html>"), JSONError);
+}
+
+// Catches a change that is dropped for good, or kept for good, by the wrong reading of a refusal.
+TEST(EtcdMessagesTests, TellsRefusalsApartByTheirText) {
+  using enum EtcdError::Kind;
+  const std::pair<const char*, EtcdError::Kind> cases[] = {
+      // clang-format off
+      {R"({"error":"etcdserver: request is too large","code":3})",          tooLarge},
+      {R"({"error":"grpc: received message larger than max (3 vs. 2)","code":8})", tooLarge},
+      {R"({"error":"etcdserver: user name is empty","code":3})",            wantsLogin},
+      {R"({"error":"etcdserver: invalid auth token","code":16})",           wantsLogin},
+      {R"({"error":"etcdserver: authentication is not enabled","code":9})", authenticationIsOff},
+      {R"({"error":"etcdserver: mvcc: database space exceeded","code":8})", other},
+      {R"({"error":"etcdserver: key is not provided","code":3})",           other},
+      {"404 page not found",                                                other},
+      // clang-format on
+  };
+  for (const auto& [answer, kind] : cases) {
+    EXPECT_EQ(EtcdMessages::error(bytesOf(std::string_view(answer))).kind, kind) << answer;
+  }
 }
 
 }  // namespace

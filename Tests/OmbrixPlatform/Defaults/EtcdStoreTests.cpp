@@ -4,8 +4,10 @@
 #include <condition_variable>
 #include <mutex>
 
+#include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
+#include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EtcdServer.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
@@ -56,6 +58,14 @@ class EtcdStoreTests : public ::testing::Test {
   std::shared_ptr<Store> device(const std::string& name) {
     return makeEtcdUbiquitousKeyValueStore(
         {.endpoint = server->url(), .prefix = "user/", .folder = dir.path(), .domain = name});
+  }
+
+  /// Another process of a device.
+  std::unique_ptr<testing::ChildProcess> process(const std::string& name) const {
+    auto process = std::make_unique<testing::ChildProcess>(std::vector<std::string>{
+        CLOUD_AGENT, server->url().absoluteString(), dir.path().string(), name, "0"});
+    EXPECT_EQ(process->readLine(), "ready");
+    return process;
   }
 
   const testing::ScopedDir dir;
@@ -127,6 +137,81 @@ TEST_F(EtcdStoreTests, ANewDeviceIsToldOfWhatIsThere) {
   EXPECT_EQ(tablet->dictionaryRepresentation(), (PropertyList::Dictionary{{"units", "miles"}}));
 }
 
+// Catches a change that another process of the device left waiting, and that a connected one does
+// not send; and news that one process hears and the other never shows.
+TEST_F(EtcdStoreTests, ProcessesOfADeviceSendForEachOther) {
+  const auto phone = device("phone"), desktop = device("desktop");
+  Changes atPhone(*phone), atDesktop(*desktop);
+  ASSERT_TRUE(phone->synchronize());
+  server->pause();
+  const auto other = process("phone");
+  other->send("set units miles");
+  ASSERT_EQ(other->readLine(), "ok");
+  other->kill();
+  server->resume();
+  ASSERT_TRUE(atPhone.waitFor(Store::ChangeReason::serverChange, "units"));
+  ASSERT_TRUE(atDesktop.waitFor(Store::ChangeReason::serverChange, "units"));
+  EXPECT_EQ(desktop->stringForKey("units"), "miles");
+}
+
+// Catches a login that drops a change, a server that is full and keeps others' news away, and a
+// change that is kept for ever though it can never be taken.
+TEST_F(EtcdStoreTests, WhatTheServerDoesNotTakeIsKeptUnlessItNeverWill) {
+  server.emplace(dir.path() / "strict", EtcdServer::Options{true, {"--max-request-bytes", "4096"}});
+  EtcdConfiguration configuration{.endpoint = server->url(),
+                                  .prefix = "user/",
+                                  .certificateAuthorities = server->certificateAuthority(),
+                                  .folder = dir.path(),
+                                  .domain = "stranger"};
+  const auto stranger = makeEtcdUbiquitousKeyValueStore(configuration);
+  configuration.domain = "member";
+  configuration.credentials = {"skier", "powder"};
+  const auto member = makeEtcdUbiquitousKeyValueStore(configuration);
+  Changes atStranger(*stranger), atMember(*member);
+  ASSERT_TRUE(member->synchronize());
+
+  server->requireLogin("skier", "powder", "user/");
+  stranger->setObject("kept", "of the stranger");
+  EXPECT_FALSE(stranger->synchronize());
+  member->setObject("taken", "of the member");
+  EXPECT_TRUE(member->synchronize());
+  server->stopRequiringLogin();
+  EXPECT_TRUE(stranger->synchronize());
+  EXPECT_EQ(stranger->stringForKey("of the member"), "taken");
+  ASSERT_TRUE(atMember.waitFor(Store::ChangeReason::serverChange, "of the stranger"));
+
+  member->setObject(std::string(8192, 'x'), "of the stranger");
+  ASSERT_TRUE(atMember.waitFor(Store::ChangeReason::quotaViolation, "of the stranger"));
+  EXPECT_EQ(member->stringForKey("of the stranger"), "kept");
+
+  stranger->setObject("old", "read");
+  ASSERT_TRUE(atMember.waitFor(Store::ChangeReason::serverChange, "read"));
+  server->setFull(true);
+  member->setObject("waits", "unsent");
+  EXPECT_FALSE(member->synchronize());
+  // Room is for removals only: another's removal is heard while nothing can be sent.
+  server->call("/v3/kv/deleterange",
+               JSON::Dictionary{{"key", EtcdServer::coded("user/of the member")}});
+  ASSERT_TRUE(atMember.waitFor(Store::ChangeReason::serverChange, "of the member"));
+  server->setFull(false);
+  EXPECT_TRUE(member->synchronize());
+  EXPECT_TRUE(stranger->synchronize());
+  EXPECT_EQ(stranger->stringForKey("unsent"), "waits");
+}
+
+// Catches a server that is believed though its certificate is somebody else's.
+TEST_F(EtcdStoreTests, AServerWithoutTheRightCertificateGetsNothing) {
+  const EtcdServer impostor(dir.path() / "impostor", {.isSecure = true, .arguments = {}});
+  const EtcdServer right(dir.path() / "right", {.isSecure = true, .arguments = {}});
+  const auto store =
+      makeEtcdUbiquitousKeyValueStore({.endpoint = impostor.url(),
+                                       .prefix = "user/",
+                                       .certificateAuthorities = right.certificateAuthority(),
+                                       .folder = dir.path(),
+                                       .domain = "phone"});
+  EXPECT_FALSE(store->synchronize());
+}
+
 TEST(EtcdConfigurationTests, RefusesWhatIsNoAddressAndNoName) {
   const auto make = [](const char* url, const char* domain) {
     return makeEtcdUbiquitousKeyValueStore(
@@ -136,6 +221,12 @@ TEST(EtcdConfigurationTests, RefusesWhatIsNoAddressAndNoName) {
   EXPECT_THROW(make("http:///path", "a"), platform::Error);
   EXPECT_THROW(make("http://host", ""), platform::Error);
   EXPECT_THROW(make("http://host", "a/b"), platform::Error);
+  EXPECT_THROW(makeEtcdUbiquitousKeyValueStore({.endpoint = *URL::parse("https://host"),
+                                                .prefix = "",
+                                                .certificateAuthorities = "/dev/null",
+                                                .folder = "/tmp",
+                                                .domain = "a"}),
+               platform::Error);
 }
 
 }  // namespace

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "OmbrixPlatform/Network/URLSessionDelegate.hpp"
+
+namespace ombrix::platform::detail {
+
+/// Issuers of certificates that alone are trusted to vouch for a server. Any thread.
+class CertificateAuthorities {
+ public:
+  /// @param file Certificates in PEM form; read at each use.
+  explicit CertificateAuthorities(std::filesystem::path file) : file_(std::move(file)) {}
+
+  /// Throws `Error` when the file holds no certificate that can be read.
+  void check() const;
+
+  /// Whether they vouch for what a server has presented, for the host's name or address, now.
+  [[nodiscard]] bool vouchFor(const SecTrust& trust, const std::string& host) const;
+
+ private:
+  const std::filesystem::path file_;
+};
+
+/// The delegate of sessions that trust these alone.
+class AuthoritiesDelegate : public URLSessionDelegate {
+ public:
+  explicit AuthoritiesDelegate(const std::filesystem::path& file) : authorities_(file) {}
+
+  void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
+                           ChallengeHandler completionHandler) override;
+
+ private:
+  const CertificateAuthorities authorities_;
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,286 @@
+// Two devices of two processes each change values on one etcd server, while it is killed, stopped,
+// compacted, out of space or asks for a login, processes are killed, and clocks are wrong. A watch
+// from the first revision on shows what the server took.
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <random>
+#include <set>
+#include <stdexcept>
+#include <thread>
+
+#include "Faults/FaultRun.hpp"
+#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
+#include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Defaults/Detail/EtcdMessages.hpp"
+#include "OmbrixPlatform/Network/URLSession.hpp"
+#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/EtcdServer.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
+
+namespace ombrix::faults {
+namespace {
+
+using platform::JSON;
+using platform::detail::EtcdMessages;
+using testing::ChildProcess;
+using testing::EtcdServer;
+
+constexpr std::size_t kDevices = 2, kProcesses = 4;
+constexpr std::array<const char*, kProcesses> kClocksAhead{"0", "315360000", "-315360000", "0"};
+constexpr const char *kUser = "skier", *kPassword = "powder", *kPrefix = "user/";
+constexpr auto kPatience = std::chrono::seconds(120);
+
+/// A process of a device.
+class Agent {
+ public:
+  Agent(const EtcdServer& server, const std::filesystem::path& folder, std::size_t number)
+      : command_{CLOUD_AGENT,
+                 server.url().absoluteString(),
+                 folder.string(),
+                 "device" + std::to_string(number % kDevices),
+                 kClocksAhead.at(number),
+                 kUser,
+                 kPassword} {
+    start();
+  }
+
+  void start() {
+    process_ = std::make_unique<ChildProcess>(command_);
+    if (process_->readLine(kPatience) != "ready") throw std::runtime_error("no process came up");
+  }
+  void kill() { process_->kill(); }
+
+  std::string ask(const std::string& line) {
+    process_->send(line);
+    const auto answer = process_->readLine(kPatience);
+    if (!answer) throw std::runtime_error("no answer to: " + line);
+    return *answer;
+  }
+
+ private:
+  const std::vector<std::string> command_;
+  std::unique_ptr<ChildProcess> process_;
+};
+
+/// All that the server took below the prefix, in its order, up to an end that is put there.
+class Record final : public platform::URLSessionDelegate {
+ public:
+  using Event = platform::detail::EtcdKeyValue;
+
+  static std::vector<Event> read(const EtcdServer& server, std::int64_t from) {
+    const auto record = std::make_shared<Record>();
+    const std::string end = EtcdServer::coded(std::string(kPrefix) + "end");
+    const JSON put = server.call(
+        "/v3/kv/put", JSON::Dictionary{{"key", end},
+                                       {"value", record->messages_.change(
+                                                     "end", platform::PropertyList("end"), "", "",
+                                                     0)["success"][0]["request_put"]["value"]}});
+    record->last_ = std::stoll(put["header"]["revision"].stringValue());
+    const auto session =
+        platform::URLSession::make(platform::URLSessionConfiguration::ephemeral(), record);
+    platform::URLRequest request(*platform::URL::parse("/v3/watch", server.url()));
+    request.httpMethod = "POST";
+    request.httpBody = record->messages_.watch(from).rawData();
+    const auto task = session->dataTask(std::move(request), nullptr);
+    task->resume();
+    std::unique_lock lock(record->mutex_);
+    const bool isWhole =
+        record->changed_.wait_for(lock, kPatience, [&] { return record->isWhole_; });
+    lock.unlock();
+    session->invalidateAndCancel();
+    if (!isWhole) throw std::runtime_error("the record has no end");
+    lock.lock();
+    return record->events_;
+  }
+
+  void didReceiveData(platform::URLSession&, platform::URLSessionDataTask&,
+                      platform::DataView data) override {
+    const std::lock_guard lock(mutex_);
+    text_ += platform::textOf(data);
+    std::size_t begin = 0;
+    for (auto end = text_.find('\n'); end != std::string::npos;
+         begin = end + 1, end = text_.find('\n', begin)) {
+      for (auto& event :
+           messages_.watchMessage(std::string_view(text_).substr(begin, end - begin)).events) {
+        isWhole_ = isWhole_ || event.revision == last_;
+        events_.push_back(std::move(event));
+      }
+    }
+    text_.erase(0, begin);
+    if (isWhole_) changed_.notify_all();
+  }
+
+ private:
+  const EtcdMessages messages_{kPrefix};
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::string text_;
+  std::int64_t last_ = 0;
+  bool isWhole_ = false;
+  std::vector<Event> events_;
+};
+
+class Run {
+ public:
+  Run(const Plan& plan, Outcomes& outcomes)
+      : plan_(plan), outcomes_(outcomes), random_(plan.seed), server_(dir_.path() / "server") {
+    for (std::size_t i = 0; i < kProcesses; ++i) agents_.emplace_back(server_, dir_.path(), i);
+  }
+
+  void run() {
+    const std::size_t rounds = plan_.rounds(7, 100);
+    for (std::size_t round = 0; round < rounds; ++round) withFault(round);
+    settle();
+    judge();
+  }
+
+ private:
+  /// A change by some process, of a key of its own or one that all share.
+  void change() {
+    const std::size_t agent = pick(kProcesses);
+    const bool isShared = pick(2) == 0;
+    const std::string key = isShared
+                                ? "shared" + std::to_string(pick(4))
+                                : "own" + std::to_string(agent) + "-" + std::to_string(pick(4));
+    const std::size_t device = agent % kDevices;
+    const std::string value = std::to_string(device) + "." + std::to_string(++count_);
+    agents_.at(agent).ask("set " + key + " " + value);
+    last_[{device, key}] = value;
+  }
+
+  void changes(std::size_t count) {
+    for (std::size_t i = 0; i < count; ++i) change();
+  }
+
+  /// Ten changes: before, during and after a fault.
+  void withFault(std::size_t round) {
+    changes(3);
+    switch (round % 7) {
+      case 0:
+        server_.stop();
+        changes(4);
+        server_.start();
+        break;
+      case 1: {
+        server_.pause();
+        changes(4);
+        // Now and then for longer than a request waits.
+        if (plan_.isLong && pick(4) == 0) std::this_thread::sleep_for(std::chrono::seconds(11));
+        server_.resume();
+        break;
+      }
+      case 2:
+        keepRecord();
+        server_.compact();
+        changes(4);
+        break;
+      case 3:
+        server_.setFull(true);
+        changes(4);
+        server_.setFull(false);
+        break;
+      case 4:
+        server_.requireLogin(kUser, kPassword, kPrefix);
+        changes(4);
+        server_.stopRequiringLogin();
+        break;
+      case 5: {
+        auto& agent = agents_.at(pick(kProcesses));
+        agent.kill();
+        agent.start();
+        changes(4);
+        break;
+      }
+      default:
+        changes(2);
+        // With answers on their way.
+        server_.stop();
+        server_.start();
+        changes(2);
+    }
+    changes(3);
+  }
+
+  void keepRecord() {
+    for (auto& event : Record::read(server_, nextRevision_)) {
+      nextRevision_ = event.revision + 1;
+      record_.push_back(std::move(event));
+    }
+  }
+
+  /// Until all have sent what they had and have read what the others sent.
+  void settle() {
+    for (int pass = 0; pass < 2; ++pass) {
+      for (auto& agent : agents_) {
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        while (agent.ask("sync") != "yes") {
+          if (std::chrono::steady_clock::now() > deadline) {
+            outcomes_.bad("a process cannot reach the server any more");
+            return;
+          }
+          std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        }
+      }
+    }
+  }
+
+  void judge() {
+    keepRecord();
+    for (auto& agent : agents_) agent.ask("sync");
+    std::map<std::string, std::string> final;
+    std::map<std::string, int> times;
+    std::map<std::size_t, std::size_t> latest;  // change of each device
+    for (const auto& event : record_) {
+      const std::string* text = event.value ? event.value->text() : nullptr;
+      final[event.key] = text != nullptr ? *text : "?";
+      if (event.key == "end" || text == nullptr) continue;
+      const auto times_ = ++times[*text];
+      outcomes_.expect(times_ == 1, "the server took a change once", *text);
+      const std::size_t device = std::stoul(text->substr(0, 1));
+      const std::size_t number = std::stoul(text->substr(2));
+      outcomes_.expect(latest[device] < number, "a device's changes came in their order", *text);
+      latest[device] = number;
+    }
+    for (const auto& [key, value] : last_) {
+      outcomes_.expect(times.contains(value), "a device's last change of a key was taken",
+                       key.second + " = " + value);
+    }
+    std::string expected;
+    for (const auto& [key, value] : final) expected += key + "=" + value + " ";
+    for (auto& agent : agents_) {
+      const std::string shown = agent.ask("dump");
+      outcomes_.expect(shown == expected, "a process shows the last change of every key",
+                       shown + "/ " + expected);
+    }
+    outcomes_.good("changes made", count_);
+    outcomes_.good("changes that a later one of the device overtook", count_ - times.size());
+  }
+
+  std::size_t pick(std::size_t count) { return random_() % count; }
+
+  const Plan& plan_;
+  Outcomes& outcomes_;
+  std::mt19937_64 random_;
+  const testing::ScopedDir dir_;
+  EtcdServer server_;
+  std::vector<Agent> agents_;
+  std::size_t count_ = 0;
+  std::map<std::pair<std::size_t, std::string>, std::string> last_;
+  std::vector<Record::Event> record_;
+  std::int64_t nextRevision_ = 1;
+};
+
+}  // namespace
+
+void run(const Plan& plan, Outcomes& outcomes) {
+  if (!EtcdServer::isInstalled()) return outcomes.skip("etcd is not installed");
+  Run(plan, outcomes).run();
+}
+
+}  // namespace ombrix::faults
