@@ -41,8 +41,9 @@ JSON post(const platform::URL& server, const std::string& path, const JSON& body
   session
       ->dataTask(std::move(request),
                  [&](auto data, const auto&, const auto& error) {
-                   promise.set_value(error ? error->what()
-                                           : std::string(platform::textOf(data.value_or({}))));
+                   promise.set_value(
+                       error ? error->what()
+                             : std::string(platform::textOf(data.value_or(platform::Data()))));
                  })
       ->resume();
   const std::string text = answer.get();

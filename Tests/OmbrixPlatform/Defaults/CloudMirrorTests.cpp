@@ -152,7 +152,7 @@ TEST(EtcdMessagesTests, TellsRefusalsApartByTheirText) {
   const std::pair<const char*, EtcdError::Kind> cases[] = {
       // clang-format off
       {R"({"error":"etcdserver: request is too large","code":3})",          tooLarge},
-      {R"({"error":"grpc: received message larger than max (3 vs. 2)","code":8})", tooLarge},
+      {R"({"error":"grpc: received message larger than max (3 vs. 2) ","code":8})", tooLarge},
       {R"({"error":"etcdserver: user name is empty","code":3})",            wantsLogin},
       {R"({"error":"etcdserver: invalid auth token","code":16})",           wantsLogin},
       {R"({"error":"etcdserver: authentication is not enabled","code":9})", authenticationIsOff},
