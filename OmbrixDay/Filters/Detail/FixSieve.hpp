@@ -1,0 +1,70 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+
+#include "OmbrixCore/Location/CLLocation.hpp"
+#include "OmbrixDay/Measuring/Day.hpp"
+
+namespace ombrix::detail {
+
+/// A fix that passed the sieve, with what the sieve mended.
+struct CleanFix {
+  double time = 0;              ///< seconds since 1970
+  double latitude = 0;          ///< degrees
+  double longitude = 0;         ///< degrees
+  double east = 0, north = 0;   ///< metres from the first fix, on a plane at its latitude
+  double altitude = 0;          ///< metres, without spikes, steps taken out
+  double recordedAltitude = 0;  ///< metres, without spikes, steps left in
+  double speed = 0;             ///< m/s, without spikes
+  double heartRate = 0;         ///< beats per minute; 0 for none
+};
+
+/// Takes fixes in, lets those through that a day can be measured by, and counts the others.
+///
+/// A fix is judged by up to three neighbours on either side, so fixes come out three later than
+/// they went in. Positions that leave the line their neighbours draw are dropped; lone altitudes
+/// and speeds far from their neighbours' are replaced by what these say; a lasting jump of the
+/// altitude, faster than anybody falls, is taken out of all altitudes behind it.
+///
+/// Source: Hampel's identifier (median and median absolute deviation of a moving window) on
+/// residuals against a straight line whose slope is the median of the successive slopes.
+class FixSieve {
+ public:
+  explicit FixSieve(FixCounts& counts) : counts_(counts) {}
+
+  /// Takes a fix. @return the fix that has now been judged and passed, if any
+  std::optional<CleanFix> push(const CLLocation& fix, double heartRate);
+
+  /// After the last fix: those that still wait, one a call, then nothing.
+  std::optional<CleanFix> drain();
+
+ private:
+  static constexpr std::size_t kReach = 3;
+  static constexpr std::size_t kRing = 8;
+  static_assert(2 * kReach + 1 <= kRing);
+
+  CleanFix& at(std::size_t index) { return ring_[index % kRing]; }
+  const CleanFix& at(std::size_t index) const { return ring_[index % kRing]; }
+  bool admits(const CLLocation& fix);
+  std::optional<CleanFix> judge(std::size_t index);
+  void findWindow(std::size_t index);
+  [[nodiscard]] bool isOffTheLine(std::size_t index) const;
+  void mendAltitude(std::size_t index);
+  void mendSpeed(std::size_t index);
+  void takeOutStep(std::size_t index);
+
+  FixCounts& counts_;
+  std::array<CleanFix, kRing> ring_;
+  std::size_t oldest_ = 0;         ///< First index still in the ring as a neighbour.
+  std::size_t next_ = 0;           ///< Next to be judged.
+  std::size_t end_ = 0;            ///< Behind the last one taken in.
+  std::size_t from_ = 0, to_ = 0;  ///< The window around the fix that is being judged.
+  double originLatitude_ = 0, originLongitude_ = 0;
+  double metersPerDegreeEast_ = 0, metersPerDegreeNorth_ = 0;
+  double stepOffset_ = 0;  ///< Sum of the altitude steps taken out so far.
+  bool hasOrigin_ = false;
+};
+
+}  // namespace ombrix::detail

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <optional>
+
+#include "OmbrixDay/Filters/Detail/FixSieve.hpp"
+
+namespace ombrix::detail {
+
+/// Smooths the speeds of fixes, as strongly as their noise asks for.
+///
+/// The noise is read off the second differences of the speeds. Quiet speeds (a receiver's own)
+/// are fitted by a parabola over five fixes, which keeps the height of a peak (Savitzky and Golay,
+/// 1964); noisy ones (differences of positions) are averaged over up to eleven. Fixes come out
+/// five later than they went in.
+class SpeedSmoother {
+ public:
+  /// @return the fix that is smooth now, if any
+  std::optional<CleanFix> push(const CleanFix& fix);
+
+  /// After the last fix: those that still wait, one a call, then nothing.
+  std::optional<CleanFix> drain();
+
+ private:
+  static constexpr std::size_t kReach = 5;
+  static constexpr std::size_t kRing = 16;
+
+  const CleanFix& at(std::size_t index) const { return ring_[index % kRing]; }
+  CleanFix smooth(std::size_t index) const;
+
+  std::array<CleanFix, kRing> ring_;
+  std::size_t next_ = 0, end_ = 0;
+  double roughness_ = 0.3;  ///< Mean absolute second difference, m/s.
+};
+
+}  // namespace ombrix::detail

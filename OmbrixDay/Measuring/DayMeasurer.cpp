@@ -1,0 +1,378 @@
+#include "OmbrixDay/Measuring/DayMeasurer.hpp"
+
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
+#include "OmbrixDay/Filters/Detail/FixSieve.hpp"
+#include "OmbrixDay/Filters/Detail/SpeedSmoother.hpp"
+#include "OmbrixDay/Measuring/Detail/SegmentFigures.hpp"
+#include "OmbrixDay/Segments/Detail/MotionTicks.hpp"
+#include "OmbrixDay/Segments/Detail/SegmentDecoder.hpp"
+#include "OmbrixDay/Segments/Detail/SegmentJoiner.hpp"
+#include "OmbrixPlatform/Location/Geodesic.hpp"
+
+namespace ombrix {
+namespace {
+
+constexpr double kBreakSeconds = 600;   // A longer silence is a break of the recording.
+constexpr double kSpeedGapSeconds = 5;  // Speeds say nothing of the way over a longer time.
+constexpr double kTrustSeconds = 20;    // How often reported speeds are held against positions,
+constexpr double kTrustMemory = 0.9;    // how slowly that is forgotten,
+constexpr double kLeastTrust = 0.5;     // and the least share of the way they must explain.
+constexpr double kEndSeconds = 5;       // Altitudes around a stretch's end, to judge it by.
+constexpr double kHeartRateAgeSeconds = 15;
+constexpr double kLeastHeartRate = 20, kMostHeartRate = 260;
+
+bool isSameWalk(const detail::Stretch& before, const detail::Stretch& after) {
+  return before.kind == SegmentKind::walk && after.kind == SegmentKind::walk;
+}
+
+}  // namespace
+
+struct DayMeasurer::State {
+  FixCounts counts;
+  detail::FixSieve sieve{counts};
+  detail::SpeedSmoother smoother;
+  detail::MotionTicks ticks;
+  detail::SegmentDecoder decoder;
+  detail::SegmentJoiner joiner;
+  detail::AltitudeNoise noise;
+
+  std::vector<DaySample> samples;
+  std::vector<DaySegment> segments;
+  std::array<int, detail::kKinds> numbers{};
+  DayTotals extremes;  ///< The lowest and the highest altitude only.
+  std::optional<SegmentKind> current;
+
+  // The stretch that is being decoded.
+  bool isRecording = false;
+  double ticksBegin = 0;
+  std::size_t decidedTicks = 0;
+  std::size_t firstTick = 0;
+  std::size_t firstSample = 0;
+  SegmentKind kind = SegmentKind::pause;
+
+  // A stretch is measured when its successor is known.
+  std::optional<detail::Stretch> held;
+  double heldBeginAltitude = 0;
+
+  // How well reported speeds explain the way.
+  double wayBySpeed = 0, wayByPlace = 0, speedSinceAnchor = 0;
+  double anchorTime = 0, anchorEast = 0, anchorNorth = 0;
+  double lastEast = 0, lastNorth = 0;
+
+  std::vector<detail::Motion> motions;
+  std::vector<SegmentKind> decided;
+  std::vector<detail::Stretch> finals;
+
+  State() = default;
+  State(const State&) = delete;
+  State& operator=(const State&) = delete;
+
+  [[nodiscard]] double timeOf(std::size_t sample) const {
+    return platform::timeIntervalSince1970(samples[sample].time);
+  }
+
+  void take(const CLLocation& fix, double heartRate);
+  void accept(const detail::CleanFix& fix);
+  double wayTo(const detail::CleanFix& fix);
+  void decodeMotions();
+  void endRecording();
+  [[nodiscard]] std::size_t sampleAt(double time) const;
+  [[nodiscard]] detail::Stretch stretchUpTo(double end, std::size_t endSample) const;
+  void add(const detail::Stretch& stretch);
+  void measure(const detail::Stretch& stretch);
+  void measureHeld(const detail::Stretch* next);
+};
+
+void DayMeasurer::State::take(const CLLocation& fix, double heartRate) {
+  if (samples.size() >= kMostSamples) {
+    ++counts.read;
+    ++counts.beyondLimit;
+    return;
+  }
+  if (const auto judged = sieve.push(fix, heartRate)) {
+    if (const auto smooth = smoother.push(*judged)) accept(*smooth);
+  }
+}
+
+/// Metres from the last sample to the next one. The receiver's own speed tells more of the way
+/// than positions a second apart, whose noise adds up; unless it is no speed at all.
+double DayMeasurer::State::wayTo(const detail::CleanFix& fix) {
+  const DaySample& last = samples.back();
+  const double dt = fix.time - platform::timeIntervalSince1970(last.time);
+  const double bySpeed = (last.speed + fix.speed) / 2 * dt;
+  speedSinceAnchor += bySpeed;
+  if (fix.time - anchorTime >= kTrustSeconds) {
+    wayBySpeed = kTrustMemory * wayBySpeed + speedSinceAnchor;
+    wayByPlace = kTrustMemory * wayByPlace +
+                 CLLocation::speedOfComponents(fix.east - anchorEast, fix.north - anchorNorth);
+    speedSinceAnchor = 0;
+    anchorTime = fix.time;
+    anchorEast = fix.east;
+    anchorNorth = fix.north;
+  }
+  if (dt <= kSpeedGapSeconds && wayBySpeed >= kLeastTrust * wayByPlace) return bySpeed;
+  return platform::geodesicDistance({last.coordinate.latitude, last.coordinate.longitude},
+                                    {fix.latitude, fix.longitude});
+}
+
+void DayMeasurer::State::accept(const detail::CleanFix& fix) {
+  double distance = samples.empty() ? 0 : samples.back().distance;
+  if (isRecording) {
+    const double gap = fix.time - timeOf(samples.size() - 1);
+    if (gap > kBreakSeconds) {
+      const detail::Stretch before = stretchUpTo(timeOf(samples.size() - 1), samples.size());
+      endRecording();
+      detail::Stretch pause = before;
+      pause.kind = SegmentKind::pause;
+      pause.isBreak = true;
+      pause.begin = before.end;
+      pause.end = fix.time;
+      pause.firstSample = pause.endSample = samples.size();
+      pause.beginAltitude = pause.endAltitude = fix.altitude;
+      pause.beginDistance = before.endDistance;
+      pause.beginPlace = pause.endPlace = {fix.latitude, fix.longitude};
+      add(pause);
+    } else {
+      distance += wayTo(fix);
+    }
+  }
+  samples.push_back({.time = platform::dateSince1970(fix.time),
+                     .coordinate = {fix.latitude, fix.longitude},
+                     .altitude = fix.recordedAltitude,
+                     .steadyAltitude = fix.altitude,
+                     .speed = fix.speed,
+                     .heartRate = fix.heartRate,
+                     .distance = distance});
+  const double altitude = fix.recordedAltitude;
+  extremes.minAltitude = std::min(extremes.minAltitude.value_or(altitude), altitude);
+  extremes.maxAltitude = std::max(extremes.maxAltitude.value_or(altitude), altitude);
+  if (!isRecording) {
+    isRecording = true;
+    ticks.restart(fix.time);
+    ticksBegin = anchorTime = fix.time;
+    anchorEast = fix.east;
+    anchorNorth = fix.north;
+    speedSinceAnchor = 0;
+    decidedTicks = firstTick = 0;
+    firstSample = samples.size() - 1;
+  }
+  ticks.push(fix, motions);
+  if (!motions.empty()) decodeMotions();
+}
+
+void DayMeasurer::State::decodeMotions() {
+  for (const detail::Motion& motion : motions) decoder.push(motion, decided);
+  if (!motions.empty()) current = decoder.likeliest();
+  motions.clear();
+  for (const SegmentKind next : decided) {
+    if (decidedTicks == firstTick) kind = next;
+    if (next != kind) {
+      const double end = ticksBegin + static_cast<double>(decidedTicks) * detail::kTickSeconds;
+      const std::size_t endSample = sampleAt(end);
+      add(stretchUpTo(end, endSample));
+      firstTick = decidedTicks;
+      firstSample = endSample;
+      kind = next;
+    }
+    ++decidedTicks;
+  }
+  decided.clear();
+}
+
+void DayMeasurer::State::endRecording() {
+  if (!isRecording) return;
+  ticks.finish(motions);
+  for (const detail::Motion& motion : motions) decoder.push(motion, decided);
+  motions.clear();
+  decoder.finish(decided);
+  decodeMotions();
+  add(stretchUpTo(timeOf(samples.size() - 1), samples.size()));
+  isRecording = false;
+}
+
+/// The first sample at a time or later, at or behind the beginning of the open stretch.
+std::size_t DayMeasurer::State::sampleAt(double time) const {
+  const auto from = samples.begin() + static_cast<std::ptrdiff_t>(firstSample);
+  const auto found = std::lower_bound(
+      from, samples.end(), platform::dateSince1970(time),
+      [](const DaySample& sample, platform::Date date) { return sample.time < date; });
+  return static_cast<std::size_t>(found - samples.begin());
+}
+
+detail::Stretch DayMeasurer::State::stretchUpTo(double end, std::size_t endSample) const {
+  const double begin = ticksBegin + static_cast<double>(firstTick) * detail::kTickSeconds;
+  const std::size_t last = std::min(endSample, samples.size() - 1);
+  const detail::Around atBegin = detail::meanAround(samples, firstSample, begin, kEndSeconds);
+  const detail::Around atEnd = detail::meanAround(samples, last, end, kEndSeconds);
+  return {.kind = kind,
+          .begin = begin,
+          .end = end,
+          .firstSample = firstSample,
+          .endSample = endSample,
+          .beginAltitude = atBegin.altitude,
+          .endAltitude = atEnd.altitude,
+          .beginDistance = samples[firstSample].distance,
+          .endDistance = samples[last].distance,
+          .beginPlace = atBegin.place,
+          .endPlace = atEnd.place};
+}
+
+void DayMeasurer::State::add(const detail::Stretch& stretch) {
+  joiner.add(stretch, finals);
+  for (const detail::Stretch& final : finals) measure(final);
+  finals.clear();
+}
+
+void DayMeasurer::State::measure(const detail::Stretch& stretch) {
+  if (held && isSameWalk(*held, stretch)) {
+    detail::extend(*held, stretch);
+    return;
+  }
+  if (held) {
+    measureHeld(&stretch);
+  } else {
+    heldBeginAltitude = detail::altitudeBetween(nullptr, &stretch, samples);
+  }
+  held = stretch;
+}
+
+void DayMeasurer::State::measureHeld(const detail::Stretch* next) {
+  if (held->kind == SegmentKind::pause && !held->isBreak) {
+    noise.learn(std::span(samples).subspan(held->firstSample, held->endSample - held->firstSample));
+  }
+  const double end = detail::altitudeBetween(&*held, next, samples);
+  segments.push_back(detail::measured(*held, heldBeginAltitude, end, noise.turnaround(), samples));
+  segments.back().number = ++numbers[static_cast<std::size_t>(held->kind)];
+  heldBeginAltitude = end;
+}
+
+DayMeasurer::DayMeasurer() : state_(std::make_unique<State>()) {}
+DayMeasurer::~DayMeasurer() = default;
+DayMeasurer::DayMeasurer(DayMeasurer&&) noexcept = default;
+DayMeasurer& DayMeasurer::operator=(DayMeasurer&&) noexcept = default;
+
+namespace {
+
+/// Notes what stood before a call, to tell what it changed.
+struct Before {
+  std::size_t samples, segments;
+  std::optional<SegmentKind> current;
+};
+
+}  // namespace
+
+DayChange DayMeasurer::feed(const CLLocation& fix, std::optional<double> heartRate) {
+  State& state = *state_;
+  const Before before{state.samples.size(), state.segments.size(), state.current};
+  const double rate = heartRate.value_or(0);
+  state.take(fix, rate >= kLeastHeartRate && rate <= kMostHeartRate ? rate : 0);
+  return {state.samples.size() - before.samples, state.segments.size() - before.segments,
+          state.current != before.current};
+}
+
+DayChange DayMeasurer::finish() {
+  State& state = *state_;
+  const Before before{state.samples.size(), state.segments.size(), state.current};
+  while (const auto judged = state.sieve.drain()) {
+    if (const auto smooth = state.smoother.push(*judged)) state.accept(*smooth);
+  }
+  while (const auto smooth = state.smoother.drain()) state.accept(*smooth);
+  state.endRecording();
+  state.joiner.finish(state.finals);
+  for (const detail::Stretch& final : state.finals) state.measure(final);
+  state.finals.clear();
+  if (state.held) {
+    state.measureHeld(nullptr);
+    state.held.reset();
+  }
+  state.current.reset();
+  return {state.samples.size() - before.samples, state.segments.size() - before.segments,
+          state.current != before.current};
+}
+
+std::span<const DaySegment> DayMeasurer::segments() const { return state_->segments; }
+
+std::vector<DaySegment> DayMeasurer::segmentsSoFar() const {
+  const State& state = *state_;
+  std::vector<DaySegment> segments = state.segments;
+  if (state.samples.empty()) return segments;
+  std::vector<detail::Stretch> open;
+  if (state.held) open.push_back(*state.held);
+  detail::SegmentJoiner joiner = state.joiner;
+  if (state.isRecording) {
+    detail::Stretch last =
+        state.stretchUpTo(state.timeOf(state.samples.size() - 1), state.samples.size());
+    if (last.end > last.begin) {
+      if (state.decidedTicks == state.firstTick) last.kind = state.current.value_or(last.kind);
+      joiner.add(last, open);
+    }
+  }
+  joiner.finish(open);
+  for (std::size_t i = open.size(); i-- > 1;) {
+    if (!isSameWalk(open[i - 1], open[i])) continue;
+    detail::extend(open[i - 1], open[i]);
+    open.erase(open.begin() + static_cast<std::ptrdiff_t>(i));
+  }
+  double altitude = state.heldBeginAltitude;
+  if (!state.held && !open.empty()) {
+    altitude = detail::altitudeBetween(nullptr, &open.front(), state.samples);
+  }
+  auto numbers = state.numbers;
+  for (std::size_t i = 0; i < open.size(); ++i) {
+    const detail::Stretch* next = i + 1 < open.size() ? &open[i + 1] : nullptr;
+    const double end = detail::altitudeBetween(&open[i], next, state.samples);
+    segments.push_back(
+        detail::measured(open[i], altitude, end, state.noise.turnaround(), state.samples));
+    segments.back().number = ++numbers[static_cast<std::size_t>(open[i].kind)];
+    altitude = end;
+  }
+  return segments;
+}
+
+std::optional<SegmentKind> DayMeasurer::current() const { return state_->current; }
+
+namespace {
+
+DayTotals totalsOf(std::span<const DaySegment> segments, DayTotals totals) {
+  for (const DaySegment& segment : segments) detail::addToTotals(totals, segment);
+  return totals;
+}
+
+}  // namespace
+
+DayTotals DayMeasurer::totals() const { return totalsOf(segmentsSoFar(), state_->extremes); }
+
+const FixCounts& DayMeasurer::counts() const { return state_->counts; }
+
+std::span<const DaySample> DayMeasurer::samples() const { return state_->samples; }
+
+Day DayMeasurer::takeDay() {
+  finish();
+  Day day;
+  day.counts = state_->counts;
+  day.totals = totalsOf(state_->segments, state_->extremes);
+  day.segments = std::move(state_->segments);
+  day.samples = std::move(state_->samples);
+  state_ = std::make_unique<State>();
+  return day;
+}
+
+Day measureDay(std::span<const CLLocation> fixes, std::span<const HeartRate> heartRates) {
+  DayMeasurer measurer;
+  std::size_t next = 0;
+  for (const CLLocation& fix : fixes) {
+    while (next < heartRates.size() && heartRates[next].time <= fix.timestamp) ++next;
+    std::optional<double> rate;
+    if (next > 0 && (fix.timestamp - heartRates[next - 1].time).count() <= kHeartRateAgeSeconds) {
+      rate = heartRates[next - 1].beatsPerMinute;
+    }
+    measurer.feed(fix, rate);
+  }
+  return measurer.takeDay();
+}
+
+}  // namespace ombrix

@@ -1,0 +1,87 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <span>
+
+#include "OmbrixCore/Location/CLLocation.hpp"
+#include "OmbrixDay/Measuring/Day.hpp"
+#include "OmbrixPlatform/Values/Date.hpp"
+
+namespace ombrix {
+
+/// A heart rate at a time.
+struct HeartRate {
+  platform::Date time;
+  double beatsPerMinute = 0;
+
+  friend bool operator==(const HeartRate&, const HeartRate&) = default;
+};
+
+/// What a fix changed.
+struct DayChange {
+  std::size_t samples = 0;      ///< Samples added by this call.
+  std::size_t newSegments = 0;  ///< Segments at the end of `segments()` that are new and final.
+  bool kindChanged = false;     ///< `current()` answers something else than before.
+};
+
+/// Measures a day fix by fix: filters, runs and lifts, verticals. How, says docs/day.md.
+///
+///     DayMeasurer measurer;
+///     for (const CLLocation& fix : fixes) measurer.feed(fix);
+///     measurer.finish();
+///     const Day day = measurer.takeDay();
+///
+/// The same fixes give the same day, whatever is asked in between. A fix takes constant time on
+/// average and about 80 bytes. One thread at a time.
+class DayMeasurer {
+ public:
+  /// A day holds this many samples; further fixes are counted and left out.
+  static constexpr std::size_t kMostSamples = 1'000'000;
+
+  DayMeasurer();
+  ~DayMeasurer();
+  DayMeasurer(DayMeasurer&&) noexcept;
+  DayMeasurer& operator=(DayMeasurer&&) noexcept;
+
+  /// Takes the next fix, in the order of recording, with the heart rate at that time, if known.
+  DayChange feed(const CLLocation& fix, std::optional<double> heartRate = std::nullopt);
+
+  /// Ends the recording: all segments become final. A fix fed later begins anew behind them.
+  DayChange finish();
+
+  /// The segments that no later fix changes any more. Valid until the next call.
+  [[nodiscard]] std::span<const DaySegment> segments() const;
+
+  /// Final segments and, behind them, what the fixes since look like so far: what a watch shows.
+  /// Takes time in proportion to the fixes since the last final segment.
+  [[nodiscard]] std::vector<DaySegment> segmentsSoFar() const;
+
+  /// What one seems to be doing now; nothing before the first seconds are known.
+  [[nodiscard]] std::optional<SegmentKind> current() const;
+
+  /// The totals over `segmentsSoFar()`, and the time it takes.
+  [[nodiscard]] DayTotals totals() const;
+
+  [[nodiscard]] const FixCounts& counts() const;
+
+  /// One for each used fix; valid until the next call.
+  [[nodiscard]] std::span<const DaySample> samples() const;
+
+  /// The whole day; the measurer is as new afterwards.
+  [[nodiscard]] Day takeDay();
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+/// Measures a whole recording.
+///
+/// @param fixes In the order of recording.
+/// @param heartRates In order of time; a fix takes the last one at most 15 seconds older.
+[[nodiscard]] Day measureDay(std::span<const CLLocation> fixes,
+                             std::span<const HeartRate> heartRates = {});
+
+}  // namespace ombrix

@@ -1,0 +1,229 @@
+#include "OmbrixDay/Measuring/Detail/SegmentFigures.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "OmbrixDay/Measuring/Detail/VerticalMeter.hpp"
+
+namespace ombrix::detail {
+namespace {
+
+constexpr double kRestMetersPerSecond = 0.5;
+constexpr double kLeastTurnaroundMeters = 10;
+constexpr double kMostTurnaroundMeters = 40;
+constexpr double kTurnaroundPerNoise = 2.5;
+constexpr double kRestSeconds = 300;  // Of a long pause only so much counts for its ends.
+constexpr double kEdgeSeconds = 6;    // A pause's ends may belong to its neighbours.
+constexpr std::size_t kLeastRestSamples = 8;
+constexpr std::size_t kLeastNoiseSamples = 30;
+constexpr double kCrestSeconds = 15;  // How far a crest may lie from a boundary.
+constexpr double kSmoothSeconds = 5;  // To either side, of altitudes.
+
+double secondsOf(const DaySample& sample) { return platform::timeIntervalSince1970(sample.time); }
+
+/// The mean altitude at rest over the part of a pause that lies between two times.
+std::optional<double> restAltitude(std::span<const DaySample> samples, const Stretch& pause,
+                                   double from, double to) {
+  if (pause.isBreak) return std::nullopt;
+  double sum = 0, sumAtRest = 0;
+  std::size_t count = 0, countAtRest = 0;
+  for (std::size_t i = pause.firstSample; i < pause.endSample; ++i) {
+    const double time = secondsOf(samples[i]);
+    if (time < from || time > to) continue;
+    sum += samples[i].steadyAltitude;
+    ++count;
+    if (samples[i].speed >= kRestMetersPerSecond) continue;
+    sumAtRest += samples[i].steadyAltitude;
+    ++countAtRest;
+  }
+  if (countAtRest >= kLeastRestSamples) return sumAtRest / static_cast<double>(countAtRest);
+  if (count >= kLeastRestSamples) return sum / static_cast<double>(count);
+  return std::nullopt;
+}
+
+}  // namespace
+
+void AltitudeNoise::learn(std::span<const DaySample> pause) {
+  double mean = 0, squares = 0, count = 0;
+  for (const DaySample& sample : pause) {  // Welford
+    if (sample.speed >= kRestMetersPerSecond) continue;
+    ++count;
+    const double off = sample.steadyAltitude - mean;
+    mean += off / count;
+    squares += off * (sample.steadyAltitude - mean);
+  }
+  if (count < kLeastNoiseSamples) return;
+  const double variance = squares / (count - 1);
+  variance_ = knows_ ? variance_ + (variance - variance_) / 4 : variance;
+  knows_ = true;
+}
+
+double AltitudeNoise::turnaround() const {
+  return std::clamp(kTurnaroundPerNoise * std::sqrt(variance_), kLeastTurnaroundMeters,
+                    kMostTurnaroundMeters);
+}
+
+Around meanAround(std::span<const DaySample> samples, std::size_t near, double time,
+                  double seconds) {
+  near = std::min(near, samples.size() - 1);
+  while (near > 0 && secondsOf(samples[near]) > time) --near;
+  while (near + 1 < samples.size() && secondsOf(samples[near]) < time) ++near;
+  std::size_t from = near, to = near;
+  while (from > 0 && secondsOf(samples[from - 1]) >= time - seconds) --from;
+  while (to + 1 < samples.size() && secondsOf(samples[to + 1]) <= time + seconds) ++to;
+  // Differences from one of them, so that a day may cross the date line.
+  const CLLocationCoordinate2D origin = samples[near].coordinate;
+  Around mean{0, origin};
+  const double part = 1.0 / static_cast<double>(to - from + 1);
+  for (std::size_t i = from; i <= to; ++i) {
+    mean.altitude += part * samples[i].steadyAltitude;
+    mean.place.latitude += part * (samples[i].coordinate.latitude - origin.latitude);
+    mean.place.longitude +=
+        part * std::remainder(samples[i].coordinate.longitude - origin.longitude, 360);
+  }
+  return mean;
+}
+
+double altitudeBetween(const Stretch* before, const Stretch* after,
+                       std::span<const DaySample> samples) {
+  if (before != nullptr && before->kind == SegmentKind::pause) {
+    const double from = std::max(before->begin + kEdgeSeconds, before->end - kRestSeconds);
+    if (const auto rest = restAltitude(samples, *before, from, before->end - kEdgeSeconds)) {
+      return *rest;
+    }
+  }
+  if (after != nullptr && after->kind == SegmentKind::pause) {
+    const double to = std::min(after->end - kEdgeSeconds, after->begin + kRestSeconds);
+    if (const auto rest = restAltitude(samples, *after, after->begin + kEdgeSeconds, to)) {
+      return *rest;
+    }
+  }
+  const double time = before != nullptr ? before->end : after->begin;
+  const std::size_t near = before != nullptr ? before->endSample : after->firstSample;
+  double altitude = meanAround(samples, near, time, kSmoothSeconds).altitude;
+  if (before == nullptr || after == nullptr || before->isBreak || after->isBreak) return altitude;
+  const bool rises = before->endAltitude > before->beginAltitude;
+  const bool thenRises = after->endAltitude > after->beginAltitude;
+  if (rises == thenRises) return altitude;
+  for (double off = -kCrestSeconds; off <= kCrestSeconds; off += kSmoothSeconds / 2) {
+    const double smooth = meanAround(samples, near, time + off, kSmoothSeconds).altitude;
+    altitude = rises ? std::max(altitude, smooth) : std::min(altitude, smooth);
+  }
+  return altitude;
+}
+
+DaySegment measured(const Stretch& stretch, double beginAltitude, double endAltitude,
+                    double turnaround, std::span<const DaySample> samples) {
+  DaySegment segment;
+  segment.kind = stretch.kind;
+  segment.begin = platform::dateSince1970(stretch.begin);
+  segment.end = platform::dateSince1970(stretch.end);
+  segment.firstSample = stretch.firstSample;
+  segment.endSample = stretch.endSample;
+  segment.beginAltitude = beginAltitude;
+  segment.endAltitude = endAltitude;
+  SegmentFigures& figures = segment.figures;
+  figures.seconds = stretch.end - stretch.begin;
+
+  const bool isPause = stretch.kind == SegmentKind::pause;
+  VerticalMeter meter(beginAltitude, turnaround);
+  double smoothSum = 0, heartSum = 0;
+  std::size_t from = stretch.firstSample, to = stretch.firstSample;
+  for (std::size_t i = stretch.firstSample; i < stretch.endSample; ++i) {
+    const DaySample& sample = samples[i];
+    const double time = secondsOf(sample);
+    while (to < stretch.endSample && secondsOf(samples[to]) <= time + kSmoothSeconds) {
+      smoothSum += samples[to++].steadyAltitude;
+    }
+    while (secondsOf(samples[from]) < time - kSmoothSeconds) {
+      smoothSum -= samples[from++].steadyAltitude;
+    }
+    const bool moves = sample.speed >= kRestMetersPerSecond;
+    if (moves && !isPause) meter.push(smoothSum / static_cast<double>(to - from));
+    if (moves && i + 1 < samples.size()) {
+      figures.movingSeconds +=
+          std::max(0.0, std::min(secondsOf(samples[i + 1]), stretch.end) - time);
+    }
+    figures.maxSpeedMetersPerSecond = std::max(figures.maxSpeedMetersPerSecond, sample.speed);
+    if (sample.heartRate > 0) {
+      heartSum += sample.heartRate;
+      ++figures.heartRates;
+      figures.maxHeartRate = std::max(figures.maxHeartRate.value_or(0), sample.heartRate);
+    }
+  }
+  if (figures.heartRates > 0) {
+    figures.averageHeartRate = heartSum / static_cast<double>(figures.heartRates);
+  }
+  if (isPause) {
+    figures.movingSeconds = 0;
+    return segment;
+  }
+  meter.finish(endAltitude);
+  figures.ascentMeters = meter.ascent();
+  figures.descentMeters = meter.descent();
+  if (stretch.endSample > stretch.firstSample) {
+    const std::size_t last = std::min(stretch.endSample, samples.size() - 1);
+    figures.distanceMeters = samples[last].distance - samples[stretch.firstSample].distance;
+  }
+  if (figures.movingSeconds > 0) {
+    figures.averageSpeedMetersPerSecond = figures.distanceMeters / figures.movingSeconds;
+  }
+  if (figures.distanceMeters > 0) {
+    segment.slopeDegrees =
+        std::atan2(segment.vertical(), figures.distanceMeters) * 180 / std::numbers::pi;
+  }
+  return segment;
+}
+
+namespace {
+
+void add(SegmentFigures& sum, const SegmentFigures& figures) {
+  sum.seconds += figures.seconds;
+  sum.movingSeconds += figures.movingSeconds;
+  sum.distanceMeters += figures.distanceMeters;
+  sum.ascentMeters += figures.ascentMeters;
+  sum.descentMeters += figures.descentMeters;
+  sum.maxSpeedMetersPerSecond =
+      std::max(sum.maxSpeedMetersPerSecond, figures.maxSpeedMetersPerSecond);
+  if (sum.movingSeconds > 0) {
+    sum.averageSpeedMetersPerSecond = sum.distanceMeters / sum.movingSeconds;
+  }
+  if (figures.heartRates == 0) return;
+  const auto before = static_cast<double>(sum.heartRates);
+  const auto more = static_cast<double>(figures.heartRates);
+  sum.averageHeartRate =
+      (before * sum.averageHeartRate.value_or(0) + more * *figures.averageHeartRate) /
+      (before + more);
+  sum.maxHeartRate = std::max(sum.maxHeartRate.value_or(0), *figures.maxHeartRate);
+  sum.heartRates += figures.heartRates;
+}
+
+SegmentFigures& figuresOf(DayTotals& totals, SegmentKind kind) {
+  switch (kind) {
+    case SegmentKind::run:
+      return totals.run;
+    case SegmentKind::lift:
+      return totals.lift;
+    case SegmentKind::pause:
+      return totals.pause;
+    case SegmentKind::walk:
+      break;
+  }
+  return totals.walk;
+}
+
+}  // namespace
+
+void addToTotals(DayTotals& totals, const DaySegment& segment) {
+  if (!totals.begin) totals.begin = segment.begin;
+  totals.end = segment.end;
+  if (segment.kind == SegmentKind::run) ++totals.runs;
+  if (segment.kind == SegmentKind::lift) ++totals.lifts;
+  SegmentFigures figures = segment.figures;
+  if (segment.kind == SegmentKind::pause) figures.maxSpeedMetersPerSecond = 0;
+  add(totals.all, figures);
+  add(figuresOf(totals, segment.kind), figures);
+}
+
+}  // namespace ombrix::detail

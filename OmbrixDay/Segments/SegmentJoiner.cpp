@@ -1,0 +1,144 @@
+#include "OmbrixDay/Segments/Detail/SegmentJoiner.hpp"
+
+#include <cmath>
+
+namespace ombrix::detail {
+namespace {
+
+constexpr double kLeastRunDropMeters = 25;
+constexpr double kLeastLiftRiseMeters = 15;
+constexpr double kLeastLiftSlope = 0.04;
+constexpr double kLeastPartMeters = 8;         // Of height, for a part of a ride,
+constexpr double kLeastPartWayMeters = 90;     // and of way.
+constexpr double kMostHaltSeconds = 300;       // Between two parts of one run or lift.
+constexpr double kMostClimbMeters = 40;        // Between two parts of one run.
+constexpr double kMostShiftMeters = 40;        // Between two parts of one lift,
+constexpr double kMostLineShiftMeters = 500;   // the same straight ahead,
+constexpr double kMostBendDegrees = 20;        // and how far they may point apart.
+constexpr double kShortWalkSeconds = 30;       // Between two pauses.
+constexpr double kSlideSeconds = 60;           // A walk before or behind a ride,
+constexpr double kSlipSeconds = 20;            // or what noise made a ride of the other kind,
+constexpr double kSlideMetersPerSecond = 1.6;  // too fast for walking, is a part of it.
+
+bool isRide(const Stretch& stretch) {
+  return stretch.kind == SegmentKind::run || stretch.kind == SegmentKind::lift;
+}
+
+SegmentKind checkedKind(const Stretch& stretch) {
+  const double rise = stretch.endAltitude - stretch.beginAltitude;
+  if (stretch.kind == SegmentKind::run && rise > -kLeastRunDropMeters) return SegmentKind::walk;
+  if (stretch.kind == SegmentKind::lift) {
+    const double length = stretch.beginPlace.distanceTo(stretch.endPlace);
+    if (rise < kLeastLiftRiseMeters || rise < kLeastLiftSlope * length) return SegmentKind::walk;
+  }
+  return stretch.kind;
+}
+
+bool isPart(const Stretch& stretch) {
+  return std::abs(stretch.endAltitude - stretch.beginAltitude) >= kLeastPartMeters &&
+         stretch.endDistance - stretch.beginDistance >= kLeastPartWayMeters;
+}
+
+bool continues(const Stretch& before, const Stretch& after) {
+  if (!isPart(before) || !isPart(after)) return false;
+  if (before.kind != after.kind || after.begin - before.end > kMostHaltSeconds) return false;
+  if (after.kind == SegmentKind::run) {
+    return after.beginAltitude - before.endAltitude <= kMostClimbMeters;
+  }
+  // The halt itself looks like a ride where nothing was received meanwhile.
+  const double course = before.beginPlace.courseTo(before.endPlace);
+  const double shift = before.endPlace.distanceTo(after.beginPlace);
+  const bool isAhead = CLLocationDegreesDifference(
+                           course, before.endPlace.courseTo(after.beginPlace)) <= kMostBendDegrees;
+  return (shift <= kMostShiftMeters || (isAhead && shift <= kMostLineShiftMeters)) &&
+         CLLocationDegreesDifference(course, after.beginPlace.courseTo(after.endPlace)) <=
+             kMostBendDegrees;
+}
+
+}  // namespace
+
+void extend(Stretch& stretch, const Stretch& by) {
+  stretch.end = by.end;
+  stretch.endSample = by.endSample;
+  stretch.endAltitude = by.endAltitude;
+  stretch.endPlace = by.endPlace;
+  stretch.endDistance = by.endDistance;
+}
+
+/// A ride that begins or ends gently looks like a walk there.
+void SegmentJoiner::absorbSlides() {
+  const auto isSlide = [](const Stretch& stretch) {
+    const double seconds = stretch.end - stretch.begin;
+    if (isRide(stretch) && seconds > kSlipSeconds) return false;
+    return checkedKind(stretch) == SegmentKind::walk && seconds <= kSlideSeconds &&
+           stretch.endDistance - stretch.beginDistance >= kSlideMetersPerSecond * seconds;
+  };
+  if (waiting_.size() < 2) return;
+  Stretch& last = waiting_.back();
+  Stretch& before = waiting_[waiting_.size() - 2];
+  if (isRide(last) && !isSlide(last) && isSlide(before)) {
+    const SegmentKind kind = last.kind;
+    extend(before, last);
+    before.kind = kind;
+    waiting_.pop_back();
+  } else if (isRide(before) && !isSlide(before) && isSlide(last)) {
+    extend(before, last);
+    waiting_.pop_back();
+  }
+}
+
+/// Joins a ride with the ride before it, over pauses and walks between the two.
+bool SegmentJoiner::joinsEarlier(const Stretch& stretch) {
+  for (std::size_t i = waiting_.size(); i-- > 0;) {
+    if (waiting_[i].isBreak) return false;
+    if (!isRide(waiting_[i])) continue;
+    if (!continues(waiting_[i], stretch)) {
+      if (checkedKind(waiting_[i]) == waiting_[i].kind) return false;
+      continue;  // Too little to stand between two parts.
+    }
+    extend(waiting_[i], stretch);
+    waiting_.resize(i + 1);
+    return true;
+  }
+  return false;
+}
+
+void SegmentJoiner::add(Stretch stretch, std::vector<Stretch>& final) {
+  const std::size_t count = waiting_.size();
+  if (isRide(stretch) && joinsEarlier(stretch)) return;
+  const bool follows = count > 0 && !stretch.isBreak && !waiting_.back().isBreak;
+  if (follows && waiting_.back().kind == stretch.kind) {
+    extend(waiting_.back(), stretch);
+  } else if (follows && count > 1 && stretch.kind == SegmentKind::pause &&
+             waiting_.back().kind == SegmentKind::walk &&
+             waiting_[count - 2].kind == SegmentKind::pause && !waiting_[count - 2].isBreak &&
+             waiting_.back().end - waiting_.back().begin <= kShortWalkSeconds) {
+    waiting_.pop_back();
+    extend(waiting_.back(), stretch);
+  } else {
+    waiting_.push_back(stretch);
+    absorbSlides();
+  }
+
+  // What lies before the last ride is final, and a ride that ended long ago is too.
+  std::size_t keep = waiting_.size() - 1;
+  for (std::size_t i = waiting_.size(); i-- > 0;) {
+    if (waiting_[i].isBreak) break;
+    if (!isRide(waiting_[i])) continue;
+    if (waiting_.back().end - waiting_[i].end <= kMostHaltSeconds) keep = i;
+    break;
+  }
+  handOver(keep, final);
+}
+
+void SegmentJoiner::finish(std::vector<Stretch>& final) { handOver(waiting_.size(), final); }
+
+void SegmentJoiner::handOver(std::size_t count, std::vector<Stretch>& final) {
+  for (std::size_t i = 0; i < count; ++i) {
+    waiting_[i].kind = checkedKind(waiting_[i]);
+    final.push_back(waiting_[i]);
+  }
+  waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(count));
+}
+
+}  // namespace ombrix::detail

@@ -1,0 +1,279 @@
+#include "OmbrixDay/Measuring/DayMeasurer.hpp"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "OmbrixDay/Filters/DerivedMotion.hpp"
+#include "Tests/OmbrixDay/MadeUpDay.hpp"
+
+namespace ombrix::testing {
+namespace {
+
+using platform::dateSince1970;
+using platform::timeIntervalSince1970;
+
+double secondsOf(platform::Date date) { return timeIntervalSince1970(date); }
+
+std::vector<DaySegment> ridesOf(const Day& day) {
+  std::vector<DaySegment> rides;
+  for (const DaySegment& segment : day.segments) {
+    if (segment.kind == SegmentKind::run || segment.kind == SegmentKind::lift) {
+      rides.push_back(segment);
+    }
+  }
+  return rides;
+}
+
+void expectTruth(const MadeUpDay& truth, const Day& day, double share) {
+  const auto rides = ridesOf(day);
+  ASSERT_EQ(rides.size(), truth.rides.size());
+  for (std::size_t i = 0; i < rides.size(); ++i) {
+    SCOPED_TRACE(i);
+    EXPECT_EQ(rides[i].kind, truth.rides[i].kind);
+    EXPECT_NEAR(secondsOf(rides[i].begin), truth.rides[i].begin, 15);
+    EXPECT_NEAR(secondsOf(rides[i].end), truth.rides[i].end, 15);
+  }
+  EXPECT_NEAR(day.totals.all.ascentMeters, truth.ascent, share * truth.ascent);
+  EXPECT_NEAR(day.totals.all.descentMeters, truth.descent, share * truth.descent);
+  EXPECT_NEAR(day.totals.run.maxSpeedMetersPerSecond, truth.topSpeed, 0.02 * truth.topSpeed);
+}
+
+// Catches lost or invented runs and lifts, late boundaries, verticals that add up noise, and top
+// speeds taken from spikes or smoothed away.
+TEST(DayMeasurerTests, FindsTheTruthBehindTheNoise) {
+  struct Hill {
+    double rise;
+    int rides;
+    bool isDisturbed;
+    double share;
+  };
+  for (const Hill& hill :
+       {Hill{100, 30, false, 0.05}, Hill{400, 12, true, 0.02}, Hill{800, 8, true, 0.02}}) {
+    for (const double altitudeNoise : {3.0, 5.0, 10.0}) {
+      for (const double positionNoise : {3.0, 10.0}) {
+        for (int disturbance = 0; disturbance <= (hill.isDisturbed ? 2 : 0); ++disturbance) {
+          for (const std::uint64_t seed : {1u, 2u}) {
+            MadeUpDayOptions options{.seed = seed,
+                                     .rides = hill.rides,
+                                     .riseMeters = hill.rise,
+                                     .altitudeNoise = altitudeNoise,
+                                     .positionNoise = positionNoise};
+            options.hasHalts = disturbance >= 1;
+            options.hasGaps = options.hasOutliers = options.hasSteps = disturbance >= 2;
+            SCOPED_TRACE(::testing::Message()
+                         << hill.rise << " m, noise " << altitudeNoise << " and " << positionNoise
+                         << " m, disturbance " << disturbance << ", seed " << seed);
+            const MadeUpDay truth = makeUpDay(options);
+            expectTruth(truth, measureDay(truth.fixes), hill.share);
+          }
+        }
+      }
+    }
+  }
+}
+
+// Catches windows and ticks that count fixes where they should count seconds.
+TEST(DayMeasurerTests, MeasuresSparseRecordings) {
+  for (const int every : {3, 5}) {
+    SCOPED_TRACE(every);
+    const MadeUpDay truth = makeUpDay({.seed = 5, .everySeconds = every});
+    const Day day = measureDay(truth.fixes);
+    EXPECT_EQ(ridesOf(day).size(), truth.rides.size());
+    EXPECT_NEAR(day.totals.all.ascentMeters, truth.ascent, 0.02 * truth.ascent);
+  }
+}
+
+// Catches sums that drift apart: segments overlap or leave gaps, totals are no sums, ascent less
+// descent is no difference of altitudes.
+TEST(DayMeasurerTests, FiguresAgreeWithEachOther) {
+  const MadeUpDay truth = makeUpDay({.seed = 3, .rides = 6, .hasHalts = true, .hasGaps = true});
+  const Day day = measureDay(truth.fixes);
+  ASSERT_FALSE(day.segments.empty());
+  EXPECT_EQ(day.segments.front().begin, day.samples.front().time);
+  EXPECT_EQ(day.segments.back().end, day.samples.back().time);
+  double ascent = 0, distance = 0;
+  for (std::size_t i = 0; i < day.segments.size(); ++i) {
+    const DaySegment& segment = day.segments[i];
+    ascent += segment.figures.ascentMeters;
+    distance += segment.figures.distanceMeters;
+    if (segment.kind != SegmentKind::pause) {
+      EXPECT_NEAR(segment.figures.ascentMeters - segment.figures.descentMeters, segment.vertical(),
+                  1e-6);
+    }
+    EXPECT_LE(segment.figures.movingSeconds, segment.figures.seconds + 1e-6);
+    if (i == 0) continue;
+    EXPECT_EQ(segment.begin, day.segments[i - 1].end);
+    EXPECT_EQ(segment.firstSample, day.segments[i - 1].endSample);
+    EXPECT_EQ(segment.beginAltitude, day.segments[i - 1].endAltitude);
+  }
+  EXPECT_DOUBLE_EQ(day.totals.all.ascentMeters, ascent);
+  EXPECT_DOUBLE_EQ(day.totals.all.distanceMeters, distance);
+  EXPECT_EQ(day.totals.runs, 6u);
+  EXPECT_EQ(day.totals.lifts, 6u);
+}
+
+// Catches live figures that change what was final, or that differ from those at the end.
+TEST(DayMeasurerTests, LiveAndWholeAgree) {
+  const MadeUpDay truth = makeUpDay({.seed = 4, .rides = 4, .hasHalts = true, .hasOutliers = true});
+  const Day whole = measureDay(truth.fixes);
+  DayMeasurer measurer;
+  std::vector<SegmentKind> seen;
+  std::size_t finals = 0, samples = 0;
+  for (std::size_t i = 0; i < truth.fixes.size(); ++i) {
+    const DayChange change = measurer.feed(truth.fixes[i]);
+    finals += change.newSegments;
+    samples += change.samples;
+    EXPECT_EQ(measurer.segments().size(), finals);
+    if (change.kindChanged && measurer.current()) seen.push_back(*measurer.current());
+    if (i % 97 != 0) continue;
+    const auto soFar = measurer.segmentsSoFar();
+    ASSERT_GE(soFar.size(), finals);
+    if (soFar.empty()) continue;
+    EXPECT_EQ(soFar.back().end, measurer.samples().back().time);
+    EXPECT_EQ(measurer.totals().end, soFar.back().end);
+  }
+  EXPECT_GT(finals, 8u) << "segments become final while the day goes on";
+  const DayChange change = measurer.finish();
+  EXPECT_EQ(finals + change.newSegments, whole.segments.size());
+  EXPECT_EQ(samples + change.samples, whole.samples.size());
+  const Day live = measurer.takeDay();
+  EXPECT_EQ(live.counts, whole.counts);
+  ASSERT_EQ(live.segments.size(), whole.segments.size());
+  for (std::size_t i = 0; i < live.segments.size(); ++i) {
+    EXPECT_EQ(live.segments[i].begin, whole.segments[i].begin);
+    EXPECT_EQ(live.segments[i].figures, whole.segments[i].figures);
+  }
+  EXPECT_GE(seen.size(), 16u) << "pause, lift, pause, run, four times";
+  EXPECT_TRUE(measurer.samples().empty()) << "as new";
+}
+
+CLLocation fixAt(double time, double east = 0) {
+  CLLocation fix;
+  fix.coordinate = {46.5, 9.8 + east * CLLocation::metersToDegreesForLonAtLat(46.5)};
+  fix.altitude = 1800;
+  fix.horizontalAccuracy = fix.verticalAccuracy = 5;
+  fix.speed = 2;
+  fix.timestamp = dateSince1970(1'700'000'000 + time);
+  return fix;
+}
+
+// Catches fixes that spoil a day, and fixes that vanish without being counted.
+TEST(DayMeasurerTests, LeavesOutAndCounts) {
+  constexpr double kNothing = std::numeric_limits<double>::quiet_NaN();
+  constexpr double kEndless = std::numeric_limits<double>::infinity();
+  struct Case {
+    const char* name;
+    void (*spoil)(CLLocation&);
+    std::size_t FixCounts::* count;
+  };
+  const Case cases[] = {
+      {"latitude", [](CLLocation& f) { f.coordinate.latitude = 91; }, &FixCounts::offTheGlobe},
+      {"longitude", [](CLLocation& f) { f.coordinate.longitude = kNothing; },
+       &FixCounts::offTheGlobe},
+      {"altitude", [](CLLocation& f) { f.altitude = kEndless; }, &FixCounts::offTheGlobe},
+      {"speed without end", [](CLLocation& f) { f.speed = kEndless; }, &FixCounts::offTheGlobe},
+      {"no time", [](CLLocation& f) { f.timestamp = dateSince1970(kNothing); },
+       &FixCounts::offTheGlobe},
+      {"unknown speed", [](CLLocation& f) { f.speed = -1; }, &FixCounts::inaccurate},
+      {"poor accuracy", [](CLLocation& f) { f.horizontalAccuracy = 61; }, &FixCounts::inaccurate},
+      {"old time", [](CLLocation& f) { f.timestamp -= platform::TimeInterval(1); },
+       &FixCounts::repeated},
+      {"time ahead", [](CLLocation& f) { f.timestamp += platform::TimeInterval(86'400); },
+       &FixCounts::outliers},
+      {"place", [](CLLocation& f) { f.coordinate.latitude += 0.01; }, &FixCounts::outliers},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    DayMeasurer measurer;
+    for (int i = 0; i < 200; ++i) {
+      CLLocation fix = fixAt(i, 2.0 * i);
+      if (i == 100) c.spoil(fix);
+      measurer.feed(fix);
+    }
+    const Day day = measurer.takeDay();
+    EXPECT_EQ(day.counts.read, 200u);
+    EXPECT_EQ(day.counts.used, 199u);
+    EXPECT_EQ(day.samples.size(), 199u);
+    EXPECT_EQ(day.counts.*c.count, 1u);
+    EXPECT_NEAR(day.totals.all.distanceMeters, 398, 8);
+    EXPECT_NEAR(day.totals.all.seconds, 199, 1e-6);
+    EXPECT_EQ(day.totals.all.ascentMeters, 0);
+  }
+}
+
+// Catches a recording that was switched off counting as a ride through the air.
+TEST(DayMeasurerTests, ALongSilenceIsABreak) {
+  std::vector<CLLocation> fixes;
+  for (int i = 0; i < 300; ++i) fixes.push_back(fixAt(i, 2.0 * i));
+  for (int i = 0; i < 300; ++i) {
+    fixes.push_back(fixAt(5000 + i, 20'000 + 2.0 * i));
+    fixes.back().altitude = 2500;
+  }
+  const Day day = measureDay(fixes);
+  EXPECT_NEAR(day.totals.all.distanceMeters, 1200, 20);
+  EXPECT_EQ(day.totals.all.ascentMeters, 0);
+  EXPECT_NEAR(day.totals.pause.seconds, 4701, 1);
+  EXPECT_NEAR(day.totals.all.seconds, 5299, 1e-6);
+}
+
+// Catches planes that end at the date line.
+TEST(DayMeasurerTests, CrossesTheDateLine) {
+  std::vector<CLLocation> fixes;
+  for (int i = 0; i < 300; ++i) {
+    fixes.push_back(fixAt(i));
+    const double longitude = 179.998 + i * 2 * CLLocation::metersToDegreesForLonAtLat(46.5);
+    fixes.back().coordinate.longitude = longitude > 180 ? longitude - 360 : longitude;
+  }
+  const Day day = measureDay(fixes);
+  EXPECT_EQ(day.counts.used, 300u);
+  EXPECT_NEAR(day.totals.all.distanceMeters, 598, 8);
+}
+
+TEST(DayMeasurerTests, TakesHeartRatesThatAreRecent) {
+  std::vector<CLLocation> fixes;
+  for (int i = 0; i < 100; ++i) fixes.push_back(fixAt(i, 2.0 * i));
+  const std::vector<HeartRate> rates = {
+      {fixAt(0).timestamp, 100}, {fixAt(10.5).timestamp, 140}, {fixAt(60).timestamp, 900}};
+  const Day day = measureDay(fixes, rates);
+  EXPECT_EQ(day.totals.all.heartRates, 26u) << "11 of the first, 15 of the second, none of 900";
+  EXPECT_EQ(day.totals.all.maxHeartRate, 140);
+  EXPECT_NEAR(*day.totals.all.averageHeartRate, (11 * 100 + 15 * 140) / 26.0, 1e-9);
+}
+
+TEST(DayMeasurerTests, TinyRecordings) {
+  EXPECT_TRUE(measureDay({}).segments.empty());
+  EXPECT_FALSE(measureDay({}).totals.begin);
+  DayMeasurer nothing;
+  EXPECT_TRUE(nothing.segmentsSoFar().empty());
+  for (int count = 1; count < 30; ++count) {
+    SCOPED_TRACE(count);
+    std::vector<CLLocation> fixes;
+    for (int i = 0; i < count; ++i) fixes.push_back(fixAt(i));
+    const Day day = measureDay(fixes);
+    EXPECT_EQ(day.samples.size(), static_cast<std::size_t>(count));
+    EXPECT_EQ(day.totals.all.seconds, count - 1);
+    EXPECT_EQ(day.segments.size(), 1u);
+  }
+}
+
+TEST(DerivedMotionTests, FillsInWhatAFileDoesNotHold) {
+  std::vector<CLLocation> fixes;
+  for (int i = 0; i < 4; ++i) {
+    fixes.push_back(fixAt(i < 2 ? i : i - 1, 3.0 * i));
+    fixes.back().speed = -1;
+  }
+  auto known = fixes;
+  known[3].speed = 1;
+  EXPECT_FALSE(deriveMissingMotion(known)) << "the receiver did not know";
+  EXPECT_EQ(known[0].speed, -1);
+  EXPECT_TRUE(deriveMissingMotion(fixes));
+  EXPECT_NEAR(fixes[0].speed, 3, 0.05);
+  EXPECT_NEAR(fixes[1].speed, 3, 0.05);
+  EXPECT_NEAR(fixes[1].course, 90, 0.1);
+  EXPECT_EQ(fixes[2].speed, -1) << "its time does not grow";
+}
+
+}  // namespace
+}  // namespace ombrix::testing

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "OmbrixCore/Location/CLLocation.hpp"
+#include "OmbrixDay/Measuring/Day.hpp"
+
+namespace ombrix::testing {
+
+/// A made-up ski day, and what a receiver makes of it.
+struct MadeUpDayOptions {
+  std::uint64_t seed = 1;
+  int rides = 12;            ///< Lifts, each followed by a run.
+  double riseMeters = 400;   ///< Of each of them.
+  double altitudeNoise = 3;  ///< metres, wandering
+  double positionNoise = 3;  ///< metres on each axis, white
+  bool hasHalts = false;     ///< Lifts halt, skiers stop on the slope.
+  bool hasGaps = false;      ///< No reception for a while on lifts, runs and at rest.
+  bool hasOutliers = false;  ///< Lone wrong positions, altitudes and speeds; repeated fixes.
+  bool hasSteps = false;     ///< The altimeter jumps by 25 m now and then.
+  int everySeconds = 1;
+};
+
+struct TrueSegment {
+  SegmentKind kind;
+  double begin, end;  ///< seconds since 1970
+};
+
+struct MadeUpDay {
+  std::vector<CLLocation> fixes;
+  std::vector<TrueSegment> rides;  ///< Lifts and runs, in order.
+  double ascent = 0, descent = 0;  ///< metres
+  double topSpeed = 0;             ///< m/s
+};
+
+MadeUpDay makeUpDay(const MadeUpDayOptions& options);
+
+}  // namespace ombrix::testing
