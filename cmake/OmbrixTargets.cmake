@@ -51,7 +51,8 @@ function(ombrix_test name)
   ombrix_compile_quickly(${name})
   if(OMBRIX_PRECOMPILE_TESTS)
     # From a precompiled header g++ 12 warns of std::string's own copies, as it does with -Wrestrict.
-    target_compile_options(${name} PRIVATE -fpch-preprocess -Wno-array-bounds)
+    target_compile_options(${name} PRIVATE -fpch-preprocess -Wno-array-bounds
+                           -Wno-stringop-overflow)
     target_precompile_headers(${name} REUSE_FROM OmbrixTestHeaders)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
