@@ -111,6 +111,7 @@ void decodeMap(R& reader, Map& out) {
   using Key = typename Map::key_type;
   out.clear();
   reader.beginObject();
+  expectItems<typename Map::value_type>(reader, out);
   CodingPathChain::Step step(reader.pathChain());
   std::string_view next;
   while (reader.nextKey(next)) {
@@ -154,6 +155,7 @@ void decodeItems(R& reader, T& out) {
   } else {
     using Item = typename T::value_type;
     out.clear();
+    expectItems<Item>(reader, out);
     for (step.setIndex(0); reader.nextItem(); step.setIndex(++index)) {
       if constexpr (!Growing<T>) {
         out.insert(decodeNew<Item>(reader));

@@ -95,6 +95,18 @@ concept Growing = std::ranges::range<T> && requires(T& items) { items.emplace_ba
 template <class T>
 concept SetLike = std::ranges::range<T> && requires { typename T::key_type; };
 
+/// Tells a reader that wants to know how much memory the items of what has begun will take, and
+/// makes room for so many in `out`.
+template <class Item, CodingReader R, class T>
+void expectItems(R& reader, T& out) {
+  if constexpr (requires { reader.expectItems(sizeof(Item)); }) {
+    constexpr std::size_t kNodeBytes = 64;  // what trees and tables add
+    constexpr bool kIsVector = requires { out.reserve(0); } && Growing<T>;
+    const std::size_t count = reader.expectItems(sizeof(Item) + (kIsVector ? 0 : kNodeBytes));
+    if constexpr (kIsVector) out.reserve(count);
+  }
+}
+
 /// Whether a name of a field is written as it is in every format.
 consteval bool isPlainName(std::string_view name) {
   for (const char c : name) {

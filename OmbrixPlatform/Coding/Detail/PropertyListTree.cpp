@@ -53,7 +53,6 @@ CodingPrimitive PropertyListTree::primitive(const PropertyList& value, CodingPri
     case CodingPrimitiveKind::real:
       return require(value.real(), value, kind, path);
     case CodingPrimitiveKind::text:
-      if (isNull(value)) throw DecodingError::valueNotFound(nameOf(kind), path);
       return require(copyOf(value.text()), value, kind, path);
     case CodingPrimitiveKind::data:
       return require(copyOf(value.data()), value, kind, path);

@@ -10,8 +10,9 @@ namespace {
 using View = BinaryPropertyListView;
 
 constexpr std::size_t kUsualDepth = 8;
-// What decoding an object costs at least; bytes of texts and data come on top.
-constexpr std::uint64_t kObjectCost = 16;
+// What going to an object costs, taken or skipped; bytes of texts and data and what its value takes
+// in memory come on top.
+constexpr std::uint64_t kVisitCost = 16;
 
 bool isText(const View::Object& object) noexcept {
   return object.kind == View::Kind::text8 || object.kind == View::Kind::text16;
@@ -54,7 +55,10 @@ PropertyList::Kind treeKind(View::Kind kind) noexcept {
 }  // namespace
 
 BinaryPropertyListReader::BinaryPropertyListReader(DataView bytes, const CodingUserInfo* userInfo)
-    : userInfo_(userInfo), view_(bytes), allowance_(bytes.size()), current_(view_.topObject()) {
+    : userInfo_(userInfo),
+      view_(bytes),
+      allowance_(bytes.size(), view_.objectCount()),
+      current_(view_.topObject()) {
   frames_.reserve(kUsualDepth);
 }
 
@@ -68,9 +72,12 @@ void BinaryPropertyListReader::misfit() const {
   throw DecodingError::dataCorrupted("The number does not fit", codingPath());
 }
 
-View::Object BinaryPropertyListReader::object() {
-  allowance_.spend(kObjectCost);
-  return view_.object(current_);
+View::Object BinaryPropertyListReader::object() { return view_.object(current_); }
+
+std::size_t BinaryPropertyListReader::expectItems(std::size_t bytesEach) {
+  const std::uint64_t count = frames_.back().container.bits;
+  allowance_.visit(count, bytesEach);
+  return static_cast<std::size_t>(count);
 }
 
 std::string_view BinaryPropertyListReader::text(const View::Object& object) {
@@ -123,7 +130,7 @@ double BinaryPropertyListReader::readReal() {
 
 std::string_view BinaryPropertyListReader::readText() {
   const View::Object value = object();
-  if (!isText(value) || isNull(value)) mismatch("a text", value);
+  if (!isText(value)) mismatch("a text", value);
   return text(value);
 }
 
@@ -155,6 +162,7 @@ bool BinaryPropertyListReader::nextKey(std::string_view& key) {
     frames_.pop_back();
     return false;
   }
+  allowance_.spend(kVisitCost);
   const View::Object name = view_.object(view_.reference(frame.container, frame.next));
   if (!isText(name)) throw PropertyListError("damaged property list: a key is not a text");
   key = text(name);
@@ -168,13 +176,14 @@ bool BinaryPropertyListReader::nextItem() {
     frames_.pop_back();
     return false;
   }
+  allowance_.spend(kVisitCost);
   current_ = view_.reference(frame.container, frame.next++);
   return true;
 }
 
 PropertyList BinaryPropertyListReader::tree(std::uint64_t index, int depth) {
   const View::Object value = view_.object(index);
-  allowance_.spend(sizeof(PropertyList));
+  allowance_.spend(kVisitCost);
   switch (value.kind) {
     case View::Kind::boolean:
       return value.bits != 0;
@@ -200,7 +209,7 @@ PropertyList BinaryPropertyListReader::tree(std::uint64_t index, int depth) {
   // References in a circle end at the depth limit, exploding ones when the allowance is spent.
   if (depth >= kMaxPropertyListDepth) tooDeep();
   if (value.kind == View::Kind::array) {
-    allowance_.spend(value.bits * sizeof(PropertyList));
+    allowance_.visit(value.bits, sizeof(PropertyList));
     PropertyList::Array items;
     items.reserve(static_cast<std::size_t>(value.bits));
     for (std::uint64_t i = 0; i < value.bits; ++i) {
@@ -208,7 +217,8 @@ PropertyList BinaryPropertyListReader::tree(std::uint64_t index, int depth) {
     }
     return items;
   }
-  allowance_.spend(value.bits * sizeof(PropertyList::Dictionary::Entry));
+  constexpr std::size_t kIndexBytes = 32;  // of an entry, at most
+  allowance_.visit(value.bits, sizeof(PropertyList::Dictionary::Entry) + kIndexBytes);
   PropertyList::Dictionary entries;
   entries.reserve(static_cast<std::size_t>(value.bits));
   for (std::uint64_t i = 0; i < value.bits; ++i) {
@@ -243,6 +253,9 @@ std::optional<std::string> BinaryPropertyListReader::peekText(std::string_view w
 
 std::shared_ptr<Decoder> BinaryPropertyListReader::decoder() {
   static const CodingUserInfo* const kNone = new CodingUserInfo;
+  // A decoder is made for each value, with the path to it.
+  constexpr std::uint64_t kDecoderCost = 128, kPathCost = 8;
+  allowance_.spend(kDecoderCost + kPathCost * frames_.size());
   return detail::makeTreeDecoder<detail::PropertyListTree>(
       readPropertyList(), {userInfo_ == nullptr ? *kNone : *userInfo_}, codingPath());
 }

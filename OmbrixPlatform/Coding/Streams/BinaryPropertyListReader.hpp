@@ -31,6 +31,10 @@ class BinaryPropertyListReader {
   /// Any value, as a tree.
   PropertyList readPropertyList();
 
+  /// Where an array or object has begun: says how much memory each of its items will take, and
+  /// gives their number. Items that are more than the file accounts for end the reading here.
+  std::size_t expectItems(std::size_t bytesEach);
+
   void beginObject() { begin(View::Kind::dictionary); }
   bool nextKey(std::string_view& key);
   void beginArray() { begin(View::Kind::array); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <bit>
 #include <cstddef>
 #include <cstdint>
@@ -41,20 +42,36 @@ class BinaryPropertyListView {
     [[nodiscard]] double real() const noexcept { return std::bit_cast<double>(bits); }
   };
 
-  /// Memory that reading may use up: many references may lead to one object.
+  /// Work and memory that reading may use up: many references may lead to one object. In bytes;
+  /// grows with the file.
+  ///
+  /// A file without repeated references uses up nothing but its texts and data: `visit` is free as
+  /// often as there are objects.
   class Allowance {
    public:
-    explicit Allowance(std::size_t fileSize) : left_(kBase + kFactor * fileSize) {}
+    Allowance(std::size_t fileSize, std::uint64_t objectCount)
+        : left_(kBase + kFactor * fileSize), free_(objectCount) {}
+
     void spend(std::uint64_t bytes) {
       if (bytes >= left_) refuse();
       left_ -= bytes;
     }
+    /// For going to objects by `count` references, each of which comes to take so many bytes.
+    void visit(std::uint64_t count, std::uint64_t bytesEach) {
+      const std::uint64_t unpaid = count - std::min(count, free_);
+      free_ -= count - unpaid;
+      if (unpaid > left_ / bytesEach) refuse();
+      left_ -= unpaid * bytesEach;
+    }
 
    private:
     static constexpr std::uint64_t kBase = 16 << 20;
-    static constexpr std::uint64_t kFactor = 64;
+    // What our own writer shares (numbers and short texts) stays well below: a reference takes at
+    // least one byte.
+    static constexpr std::uint64_t kFactor = 256;
     [[noreturn]] static void refuse();
     std::uint64_t left_;
+    std::uint64_t free_;
   };
 
   /// Whether bytes begin like a binary property list.
@@ -65,6 +82,7 @@ class BinaryPropertyListView {
 
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
   [[nodiscard]] std::uint64_t topObject() const noexcept { return topObject_; }
+  [[nodiscard]] std::uint64_t objectCount() const noexcept { return objectCount_; }
 
   /// The object with a number.
   [[nodiscard]] Object object(std::uint64_t index) const {

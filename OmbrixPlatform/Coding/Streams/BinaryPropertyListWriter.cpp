@@ -13,6 +13,9 @@ namespace {
 constexpr std::string_view kHeader = "bplist00";
 constexpr std::size_t kFirstTableSize = 64;
 constexpr unsigned kRecentBits = 8;
+// Longer objects are not shared: a reader takes a file for a hostile one when many references lead
+// to a large object.
+constexpr std::size_t kLongestShared = 128;
 
 std::uint64_t hashOf(const char* at, std::size_t size) noexcept {
   constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15U;
@@ -108,6 +111,7 @@ void BinaryPropertyListWriter::growTable() {
 // object begins like another that is longer, so comparing as many bytes is enough.
 std::uint32_t BinaryPropertyListWriter::uniqueTail(std::size_t start) {
   const std::string_view tail = std::string_view{leaves_}.substr(start);
+  if (tail.size() > kLongestShared) return newId(start);
   const auto hash = static_cast<std::uint32_t>(hashOf(tail.data(), tail.size()));
   const std::size_t mask = table_.size() - 1;
   std::size_t at = hash & mask;

@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
 #include <cmath>
 #include <cstdint>
 #include <limits>
+#include <map>
+#include <optional>
 #include <random>
 #include <string>
 #include <vector>
@@ -190,6 +193,80 @@ TEST(BinaryPropertyListTests, AnyDamagedByteEndsInAValueOrAnError) {
     }
   }
   EXPECT_GT(refused, 1000U);
+}
+
+/// A type of which a small object makes much.
+struct Wide {
+  std::array<char, 1000> unread{};
+  std::optional<std::string> name;
+  static constexpr auto kCodingFields = codingFields(field("name", &Wide::name));
+};
+
+template <class T>
+bool isRefused(const Data& file) {
+  try {
+    static_cast<void>(PropertyListDecoder{}.decode<T>(file));
+    return false;
+  } catch (const DecodingError&) {
+    return true;
+  }
+}
+
+// Catches work or memory out of proportion to a file whose many references lead to one object, in
+// whatever way a type goes through them: were it not bounded, this test would not end.
+TEST(BinaryPropertyListTests, RepeatedReferencesAreBounded) {
+  const auto count = bytes({0x11, 0x27, 0x10});  // 10,000
+  const auto references = [](std::uint64_t object) {
+    std::string all;
+    for (int i = 0; i < 10'000; ++i) all += bigEndian(object, 2);
+    return all;
+  };
+  const auto array = [&](std::uint64_t item) { return bytes({0xAF}) + count + references(item); };
+  const auto dictionary = [&](std::uint64_t key, std::uint64_t value) {
+    return bytes({0xDF}) + count + references(key) + references(value);
+  };
+  const auto file = [&](const std::string& leaf) {
+    return fileOf({array(1), array(2), array(3), leaf}, 4, 2);
+  };
+  using Optionals = std::vector<std::vector<std::vector<std::optional<std::string>>>>;
+  EXPECT_TRUE(isRefused<Optionals>(file(bytes({0x55}) + "$null")));
+  EXPECT_THROW(static_cast<void>(PropertyListSerialization::read(file(bytes({0xD0})))),
+               PropertyListError);
+  EXPECT_TRUE(isRefused<std::vector<std::vector<std::vector<Wide>>>>(file(bytes({0xD0}))));
+  const Data keys =
+      fileOf({array(1), array(2), dictionary(3, 4), bytes({0x50}), bytes({0x09})}, 4, 2);
+  EXPECT_TRUE((isRefused<std::vector<std::vector<Wide>>>(keys))) << "skipped entries";
+  EXPECT_TRUE((isRefused<std::vector<std::vector<std::map<std::string, bool>>>>(keys)));
+}
+
+// Catches a value that is written and then refused, because much of it is equal or empty.
+TEST(BinaryPropertyListTests, WhatIsEqualComesBack) {
+  const auto comesBack = []<class T>(const T& value) {
+    const Data file = PropertyListEncoder{}.encode(value);
+    return PropertyListDecoder{}.decode<T>(file) == value;
+  };
+  EXPECT_TRUE(comesBack(std::vector<std::string>(20'000, std::string(1'000, 'x'))));
+  EXPECT_TRUE(comesBack(std::vector<std::string>(200'000, std::string(120, 'x'))));
+  EXPECT_TRUE(comesBack(std::vector<double>(1'000'000, 0.5)));
+  const Data wide = PropertyListEncoder{}.encode(std::vector<Wide>(50'000));
+  EXPECT_EQ(PropertyListDecoder{}.decode<std::vector<Wide>>(wide).size(), 50'000U);
+}
+
+// Catches the text that stands for null taken for it where a text is meant.
+TEST(BinaryPropertyListTests, TheTextOfNullIsAText) {
+  using Texts = std::map<std::string, std::string>;
+  const Texts texts{{"$null", "$null"}, {"a", "b"}};
+  const Data binary = PropertyListEncoder{}.encode(texts);
+  const PropertyList tree = PropertyListSerialization::read(binary);
+  const Data xml = PropertyListSerialization::write(tree, PropertyListFormat::xml);
+  for (const Data& file : {binary, xml}) {
+    EXPECT_EQ(PropertyListDecoder{}.decode<Texts>(file), texts);
+    const auto optionals =
+        PropertyListDecoder{}.decode<std::map<std::string, std::optional<std::string>>>(file);
+    EXPECT_EQ(optionals.at("$null"), std::nullopt);
+    EXPECT_EQ(optionals.at("a"), "b");
+    EXPECT_TRUE((isRefused<std::map<std::string, int>>(file)));
+  }
 }
 
 // Catches a look ahead that moves the reader, or that fails on what is not there.
