@@ -4,6 +4,7 @@
 
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixCore/Extensions/Bundle+Version.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 
@@ -12,6 +13,7 @@ namespace {
 using ombrix::FileManager;
 using ombrix::c::catching;
 using ombrix::c::copied;
+using ombrix::platform::Bundle;
 using ombrix::platform::FileError;
 using ombrix::platform::URL;
 
@@ -68,9 +70,19 @@ bool ombrix_FileManager_allocatedSizeAt_error_(const char* url, uint64_t* size,
                                                OmbrixError** error) {
   if (size != nullptr) *size = 0;
   return catching(error, [&] {
-    const auto allocated = manager().allocatedSize(urlFrom(url));
+    const URL location = urlFrom(url);
+    if (!location.isFileURL()) throw FileError(EINVAL, "measure", ombrix::c::textFrom(url));
+    const auto allocated = manager().allocatedSize(location);
     if (!allocated) throw FileError(allocated.error());
     if (size != nullptr) *size = *allocated;
     return true;
   });
+}
+
+char* ombrix_Bundle_version() {
+  return catching(nullptr,
+                  [] { return copied(std::string_view(ombrix::version(Bundle::main()))); });
+}
+char* ombrix_Bundle_build() {
+  return catching(nullptr, [] { return copied(std::string_view(ombrix::build(Bundle::main()))); });
 }

@@ -37,9 +37,18 @@ char* ombrix_FileManager_groupContainerCache(void);
 void ombrix_FileManager_touchWithUrl_(const char* url);
 
 /// Puts the bytes that a file, or all files below a folder, take on the disk into `size`.
-/// @return false, with the error, when nothing is there or `url` is no URL; `size` is then 0.
+/// @return false, with the error, when nothing is there or `url` is no file URL; `size` is then 0.
 bool ombrix_FileManager_allocatedSizeAt_error_(const char* url, uint64_t* size,
                                                OmbrixError** error);
+
+// The bundle is that of the running program: its functions take no receiver, and any thread may
+// call them. Texts are copies.
+
+/// The version that users know the program by, as in "4.2"; empty when its bundle says none.
+char* ombrix_Bundle_version(void);
+
+/// The number of the build that the program comes from; empty when its bundle says none.
+char* ombrix_Bundle_build(void);
 
 #ifdef __cplusplus
 }

@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
 #include "OmbrixC/OmbrixFileManager.h"
+#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
 
 namespace ombrix::c {
 namespace {
@@ -37,7 +40,8 @@ TEST(FileManagerTests, HandsErrorsOut) {
   EXPECT_TRUE(ombrix_FileManager_allocatedSizeAt_error_(file.c_str(), &size, &error));
   EXPECT_GE(size, 5000U);
   EXPECT_EQ(error, nullptr);
-  for (const char* bad : {"file:///no/such/file", "not a URL", static_cast<const char*>(nullptr)}) {
+  for (const char* bad :
+       {"file:///no/such/file", "https:///etc", "not a URL", static_cast<const char*>(nullptr)}) {
     EXPECT_FALSE(ombrix_FileManager_allocatedSizeAt_error_(bad, &size, &error));
     EXPECT_EQ(size, 0U);
     ASSERT_NE(error, nullptr);
@@ -48,6 +52,19 @@ TEST(FileManagerTests, HandsErrorsOut) {
   ombrix_FileManager_touchWithUrl_((file + "/below/").c_str());
   ombrix_FileManager_touchWithUrl_(nullptr);
   EXPECT_EQ(log.takeErrors().size(), 2U);
+}
+
+// Catches a version and a build that are mixed up or come from another bundle.
+TEST(BundleTests, TellsVersionAndBuildOfTheProgram) {
+  const testing::ScopedDir dir;
+  dir.write("Info.plist",
+            "<plist version=\"1.0\"><dict><key>CFBundleShortVersionString</key><string>4.2</string>"
+            "<key>CFBundleVersion</key><string>77</string></dict></plist>");
+  const testing::ScopedService scoped(
+      platform::services().mainBundle,
+      std::make_shared<platform::Bundle>(platform::URL::fileURL(dir.path().string(), true)));
+  EXPECT_EQ(taken(ombrix_Bundle_version()), "4.2");
+  EXPECT_EQ(taken(ombrix_Bundle_build()), "77");
 }
 
 }  // namespace
