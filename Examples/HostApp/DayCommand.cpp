@@ -28,6 +28,15 @@ void uploadDay(const std::string& summary, const std::string& trackFile, bool is
              track["size"].stringValue());
 }
 
+/// Remembers the day; where that fails the figures are worth no less.
+void keep(const DaySummary& day, const std::string& title) {
+  try {
+    RecentDays().remember(day, title);
+  } catch (const std::exception& error) {
+    fmt::print(stderr, "ombrix: warning: {}\n", error.what());
+  }
+}
+
 }  // namespace
 
 void addDayCommand(CLI::App& app) {
@@ -60,7 +69,6 @@ void addDayCommand(CLI::App& app) {
     if (!options->linePath.empty()) writeLineString(options->linePath, track.fixes);
     const auto filter = options->allFixes ? FixFilter::all : FixFilter::accurateForStats;
     const DaySummary day = summarize(track.fixes, track.skipped, filter);
-    RecentDays().remember(day, options->path);
     std::optional<HeartRateSummary> hearts;
     if (!options->heartRatePath.empty() || options->weightKilograms) {
       const auto samples = options->heartRatePath.empty()
@@ -73,8 +81,9 @@ void addDayCommand(CLI::App& app) {
     } else {
       fmt::print("{}{}", dayReport(day, options->path), hearts ? heartRateReport(*hearts) : "");
     }
+    std::fflush(stdout);
+    keep(day, options->path);
     if (options->upload) {
-      std::fflush(stdout);
       connect(*server);
       uploadDay(toJSON(day, hearts ? toJSON(*hearts) : ""), options->path, track.fixes.empty());
     }

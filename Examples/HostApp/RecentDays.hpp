@@ -1,11 +1,12 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <vector>
 
 #include "Examples/HostApp/DaySummary.hpp"
-#include "OmbrixCore/Data/Stores/CachedKeyedItemStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
+#include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 
 namespace ombrix::hostapp {
 
@@ -24,27 +25,42 @@ struct RememberedDay {
                              platform::field("descent", &RememberedDay::descentMeters));
 };
 
-/// The last days that were summarised, kept in the application's folder.
+/// The last days that were summarised, in the list and on the disk alike: in the app group's
+/// container where there is one, else in the application's folder. Programs that do this at once
+/// take turns.
 class RecentDays {
  public:
-  static constexpr std::size_t kMostDays = 10;
+  static constexpr std::size_t kMostDays = 400;
 
   RecentDays();
 
   /// Puts a day in front; one with the same start takes the older one's place. Days without a fix
-  /// are not kept. Returns when it is on disk.
+  /// are not kept. Returns when it is on disk; throws `CommandFailure` when it cannot be kept.
   void remember(const DaySummary& day, const std::string& title);
 
-  /// The days, the one summarised last first.
-  [[nodiscard]] std::vector<RememberedDay> days() const;
+  /// The days, the one summarised last first; those whose file is gone are forgotten.
+  [[nodiscard]] std::vector<RememberedDay> days();
 
  private:
-  [[nodiscard]] std::vector<std::string> order() const;
+  /// A folder of days and the order in which they were summarised.
+  struct Shelf {
+    explicit Shelf(const platform::URL& url);
 
-  platform::URL folder_;
-  // Written before the call returns: a command ends as soon as it is done.
-  PlistFileStore<std::vector<std::string>> order_;  ///< Keys into `days_`, the last one first.
-  CachedKeyedItemStore<RememberedDay> days_;
+    [[nodiscard]] std::vector<std::string> keys() const;
+    void remove(const std::string& key) const;
+
+    platform::URL folder, daysFolder;
+    // Written before the call returns: a command ends as soon as it is done.
+    PlistFileStore<std::vector<std::string>> order;  ///< Keys into `days`, the last one first.
+    PlistKeyedItemStore<RememberedDay> days;
+  };
+
+  [[nodiscard]] platform::FileResult<void> alone(const std::function<void()>& body) const;
+  void tidy(std::vector<std::string> keys);
+  void adoptOlder();
+
+  Shelf shelf_;
+  platform::NSFileCoordinator coordinator_;
 };
 
 }  // namespace ombrix::hostapp

@@ -2,20 +2,47 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <memory>
+#include <vector>
 
 #include "Examples/HostApp/Commands.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
+#include "OmbrixCore/Extensions/FileManager+Utils.hpp"
+#include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
 
 namespace ombrix::hostapp {
 namespace {
 
+namespace fs = std::filesystem;
 using Store = PlistKeyedItemStore<std::string>;
 
 struct Options {
   std::string folder, key, value;
-  Store store() const { return Store(platform::URL::fileURL(folder, true)); }
+  bool all = false;
+
+  platform::URL url() const { return platform::URL::fileURL(folder, true); }
+  Store store() const { return Store(url()); }
 };
+
+/// Runs a command while no other program of this user changes the folder.
+void coordinated(const Options& options, bool writes, const std::function<void()>& body) {
+  using platform::NSFileCoordinator;
+  const auto& files = FileManager::defaultManager();
+  const NSFileCoordinator coordinator(nullptr,
+                                      files.groupContainer().value_or(files.applicationSupport()));
+  const auto run = [&](const platform::URL&) { body(); };
+  const auto access = writes ? coordinator.coordinateWritingItemAtURL(
+                                   options.url(), NSFileCoordinator::WritingOptions::none, run)
+                             : coordinator.coordinateReadingItemAtURL(
+                                   options.url(), NSFileCoordinator::ReadingOptions::none, run);
+  if (access) return;
+  fmt::print(stderr, "ombrix: warning: other programs are not kept off: {}\n",
+             access.error().what());
+  body();
+}
 
 void put(const Options& options) {
   options.store().store(options.value, options.key).get();
@@ -44,15 +71,60 @@ void age(const Options& options) {
 
 void size(const Options& options) { fmt::print("{} bytes\n", options.store().size().get()); }
 
-void purge(const Options& options) {
-  if (options.key.empty()) {
-    options.store().purge().get();
-  } else {
-    // Only opened keys are deleted; reading opens it.
-    const Store store = options.store();
-    static_cast<void>(store.value(options.key).get());
-    store.purge(options.key).get();
+/// Whether a file is what a store leaves: of its name, and a property list (binary or XML), or one
+/// whose writer was killed.
+bool isStoreFile(const fs::directory_entry& entry) {
+  if (!entry.is_regular_file() || entry.is_symlink()) return false;
+  const fs::path name = entry.path().filename();
+  if (name != ".data" && name.extension() != ".data") return false;
+  std::string start(8, ' ');
+  std::ifstream file(entry.path(), std::ios::binary);
+  file.read(start.data(), static_cast<std::streamsize>(start.size()));
+  start.resize(static_cast<std::size_t>(file.gcount()));
+  return start.empty() || start.front() == '\0' || start.starts_with("bplist0") ||
+         start.starts_with("<?xml") || start.starts_with("<plist");
+}
+
+/// Removes the folder where it holds nothing but a store's files.
+void purgeAll(const Options& options) {
+  const fs::path folder = options.url().path();
+  if (!fs::is_directory(folder)) {
+    throw CommandFailure(fmt::format("there is no folder {:?}", options.folder));
   }
+  std::vector<fs::path> files;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    if (!isStoreFile(entry)) {
+      throw CommandFailure(
+          fmt::format("{:?} is no file of a store; nothing was removed", entry.path().string()));
+    }
+    files.push_back(entry.path());
+  }
+  // One by one: what has come meanwhile keeps its folder.
+  for (const fs::path& file : files) fs::remove(file);
+  fs::remove(folder);
+}
+
+void purgeKey(const Options& options) {
+  // Only opened keys are deleted; reading opens it.
+  const Store store = options.store();
+  const std::string file = store.backingDiskStore().path(options.key).path();
+  if (!fs::exists(file)) return;
+  if (!fs::is_regular_file(file)) {
+    throw CommandFailure(fmt::format("{:?} is no file of a store", file));
+  }
+  static_cast<void>(store.value(options.key).get());
+  store.purge(options.key).get();
+  if (fs::exists(file)) {
+    throw CommandFailure(fmt::format("could not remove {:?}; see ombrix log", options.key));
+  }
+}
+
+void purge(const Options& options) {
+  const bool hasKey = !options.key.empty();
+  if (hasKey == options.all) {
+    throw CLI::ValidationError("purge takes a KEY, or --all for the whole folder");
+  }
+  options.all ? purgeAll(options) : purgeKey(options);
 }
 
 }  // namespace
@@ -61,24 +133,34 @@ void addStoreCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("store", "Keeps texts by key in the files of a folder");
   command->require_subcommand(1);
   const auto options = std::make_shared<Options>();
-  const auto add = [&](const char* name, const char* help, void (*run)(const Options&)) {
+  // A variable that is not set in a shell must not stand for another folder, or for all keys.
+  const auto isGiven = [](const std::string& text) { return text.empty() ? "it is empty" : ""; };
+  const auto add = [&](const char* name, const char* help, bool writes,
+                       void (*run)(const Options&)) {
     CLI::App* added = command->add_subcommand(name, help);
-    added->add_option("DIR", options->folder, "The store's folder")->required();
-    added->callback([options, run] { run(*options); });
+    added->add_option("DIR", options->folder, "The store's folder")
+        ->required()
+        ->check(isGiven, "not empty");
+    added->callback(
+        [options, writes, run] { coordinated(*options, writes, [&] { run(*options); }); });
     return added;
   };
   const auto takeKey = [&](CLI::App* added) {
-    return added->add_option("KEY", options->key, "The key");
+    return added->add_option("KEY", options->key, "The key")->check(isGiven, "not empty");
   };
 
-  CLI::App* putting = add("put", "Keeps a text under a key", put);
+  CLI::App* putting = add("put", "Keeps a text under a key", true, put);
   takeKey(putting)->required();
   putting->add_option("VALUE", options->value, "The text")->required();
-  takeKey(add("get", "Prints the text under a key", get))->required();
-  add("list", "Prints the keys", list);
-  takeKey(add("age", "Prints how long ago a key was stored", age))->required();
-  add("size", "Prints how much disk the folder takes", size);
-  takeKey(add("purge", "Removes a key, or everything", purge));
+  takeKey(add("get", "Prints the text under a key", true, get))->required();
+  add("list", "Prints the keys", false, list);
+  takeKey(add("age", "Prints how long ago a key was stored", false, age))->required();
+  add("size", "Prints how much disk the folder takes", false, size);
+  CLI::App* purging =
+      add("purge", "Removes a key, or with --all the folder of a store", true, purge);
+  takeKey(purging);
+  purging->add_flag("--all", options->all,
+                    "Remove the folder, which must hold nothing but a store's files");
 }
 
 }  // namespace ombrix::hostapp

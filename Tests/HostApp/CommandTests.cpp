@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 
 #include "OmbrixTesting/ScopedDir.hpp"
@@ -44,6 +46,14 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"settings get nothing", 2, "nothing"},
       {"settings set metricType furlongs", 2, "furlongs"},
       {"settings companion send units furlongs", 2, "furlongs"},
+      {"store purge ''", 2, "DIR"},
+      {"store purge '' --all", 2, "DIR"},
+      {"store purge . ''", 2, "KEY"},
+      {"store put '' key value", 2, "DIR"},
+      {"store purge .", 2, "--all"},
+      {"store purge . key --all", 2, "--all"},
+      {"store purge . --all", 1, "day.csv"},
+      {"store purge missing --all", 1, "missing"},
   };
   for (const Case& c : cases) {
     const Outcome outcome = run(folder, c.arguments);
@@ -165,8 +175,57 @@ TEST(CommandTests, KeepsTextsInAFolder) {
   EXPECT_EQ(run(folder, "store age kept noon").status, 1);
   EXPECT_EQ(run(folder, "store purge kept morning").status, 0);
   EXPECT_EQ(run(folder, "store get kept morning").status, 1);
-  EXPECT_EQ(run(folder, "store purge kept").status, 0);
+  EXPECT_EQ(run(folder, "store purge kept --all").status, 0);
   EXPECT_EQ(run(folder, "store list kept").output, "");
+}
+
+// Catches a purge that removes what no store has written.
+TEST(CommandTests, PurgesNothingForeign) {
+  const testing::ScopedDir folder;
+  EXPECT_EQ(run(folder, "store put kept morning tea").status, 0);
+  folder.write("kept/game.data", "SAVED GAME");
+  folder.write("kept/tree.data/leaf", "x");
+  EXPECT_EQ(run(folder, "store purge kept --all").status, 1);
+  EXPECT_EQ(run(folder, "store purge kept tree").status, 1);
+  EXPECT_EQ(folder.read("kept/tree.data/leaf"), "x");
+  EXPECT_EQ(run(folder, "store get kept morning").output, "tea\n");
+}
+
+// Catches days that are lost when programs keep them at once or when the app group gets its folder,
+// and a day that is listed without its file.
+TEST(CommandTests, ProgramsKeepDaysTogether) {
+  const testing::ScopedDir folder;
+  const auto count = [](const std::string& output) {
+    return std::count(output.begin(), output.end(), '\n');
+  };
+  for (int i = 0; i < 8; ++i) {
+    folder.write(std::to_string(i), std::to_string(1'700'000'000 + i) + ",46,7,1500,90,5,3,4\n");
+  }
+  const Outcome kept =
+      run(folder, "--version >/dev/null; cd '" + folder.path().string() +
+                      "'; for i in 0 1 2 3 4 5 6 7; do '" OMBRIX_PROGRAM
+                      "' day $i >/dev/null & done; wait; '" OMBRIX_PROGRAM "' days");
+  EXPECT_EQ(count(kept.output), 8) << kept.output;
+  const std::filesystem::path data = std::getenv("XDG_DATA_HOME");
+  const auto shared = data / "group.com.brannoway.ombrix";
+  std::filesystem::create_directory(shared);
+  EXPECT_EQ(run(folder, "days").output, kept.output);
+  EXPECT_FALSE(std::filesystem::exists(data / "com.brannoway.ombrix/Days"));
+  std::filesystem::remove(shared / "Library/Application Support/com.brannoway.ombrix/Days" /
+                          "1700000003.data");
+  EXPECT_EQ(count(run(folder, "days").output), 7);
+}
+
+// Catches days that a program cannot keep and therefore does not show.
+TEST(CommandTests, ADayThatCannotBeKeptIsShown) {
+  const testing::ScopedDir folder;
+  folder.write("day.csv", "1700000000,46.5,7.25,1500,90,5,3,4\n");
+  const Outcome outcome =
+      run(folder, "day day.csv; cd '" + folder.path().string() +
+                      "' && XDG_DATA_HOME=/proc/none '" OMBRIX_PROGRAM "' day day.csv");
+  EXPECT_EQ(outcome.status, 0);
+  EXPECT_THAT(outcome.output, HasSubstr("warning: the day is not kept"));
+  EXPECT_THAT(run(folder, "days").output, HasSubstr("day.csv"));
 }
 
 // Catches a ranking that loses lines or prints the worst first.
