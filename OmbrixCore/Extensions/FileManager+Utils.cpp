@@ -64,12 +64,18 @@ std::optional<URL> FileManager::groupContainerCache() const {
 }
 
 void FileManager::touch(const URL& url) const {
+  if (const auto made = touchQuietly(url); !made) logTouchFailure(made.error());
+}
+
+FileResult<void> FileManager::touchQuietly(const URL& url) const {
   const URL folder = url.hasDirectoryPath() ? url : url.deletingLastPathComponent();
-  if (fileExists(folder)) return;
-  if (const auto made = createDirectory(folder, true); !made) {
-    logError({kFile, "touch(url:)"},
-             std::string("Filesystem: Error creating folder: ") + made.error().what());
-  }
+  if (fileExists(folder)) return {};
+  return createDirectory(folder, true);
+}
+
+void FileManager::logTouchFailure(const FileError& error) {
+  logError({kFile, "touch(url:)"},
+           std::string("Filesystem: Error creating folder: ") + error.what());
 }
 
 FileResult<std::uint64_t> FileManager::allocatedSize(const URL& url) const {

@@ -41,6 +41,11 @@ class FileManager : public platform::FileManager {
   /// what it names. Folders on the way are made too. A failure is logged.
   void touch(const platform::URL& url) const;
 
+  /// The same for callers that must not log now: gives the failure back instead; see
+  /// `logTouchFailure`.
+  [[nodiscard]] platform::FileResult<void> touchQuietly(const platform::URL& url) const;
+  static void logTouchFailure(const platform::FileError& error);
+
   /// The bytes that a file, or all regular files below a folder, take on the disk.
   ///
   /// Hidden files and folders are not counted, links count nothing. A folder below that cannot be

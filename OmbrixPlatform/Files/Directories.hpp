@@ -41,8 +41,9 @@ class Directories {
 };
 
 /// The folders by the XDG base directory rules: relative and empty values count as unset. Without
-/// HOME the password database names the home folder; without any, the temporary folder stands in.
-/// The environment is read when this is made.
+/// a HOME that can be used the password database names the home folder; without any, a folder that
+/// only the user may enter is made in the temporary folder and stands in. The environment is read
+/// when this is made.
 std::shared_ptr<Directories> makeSystemDirectories();
 
 }  // namespace ombrix::platform

@@ -59,6 +59,24 @@ class DirectoryEntry {
   bool isDirectory_;
 };
 
+/// Which file, and in which state: equal states show the same file that was not written in between,
+/// as far as the file system's clock tells.
+struct FileState {
+  std::uint64_t device = 0, file = 0, size = 0;
+  std::int64_t seconds = 0, nanoseconds = 0;  ///< When it was last written, since 1970.
+
+  friend bool operator==(const FileState&, const FileState&) = default;
+};
+
+/// What a file held, and the state it was in.
+struct FileContents {
+  Data bytes;
+  FileState state;
+};
+
+/// What becomes of a path whose last component is a symbolic link.
+enum class LastLink : std::uint8_t { followed, refused };
+
 /// What a walk through a folder passes over.
 enum class EnumerationOptions : std::uint8_t {
   none,
@@ -82,18 +100,39 @@ class FileManager {
   ///   the folder is there already. A file in its place fails with EEXIST either way.
   FileResult<void> createDirectory(const URL& url, bool withIntermediateDirectories) const;
 
-  /// Writes a file, in place where there is one already (then as `overwriteFile` does).
-  FileResult<void> createFile(const URL& url, DataView contents) const;
+  /// Writes a file, in place where there is one already (then as `overwriteFile` does). One that
+  /// could not be made whole is removed again. ENOENT without its folder.
+  /// @param lastLink A link that is refused fails with ELOOP.
+  FileResult<void> createFile(const URL& url, DataView contents,
+                              LastLink lastLink = LastLink::followed) const;
 
   /// Writes over an existing file in place, without emptying it first, which would be far slower.
   ///
-  /// The first byte is zeroed before everything else and written after it, when the file has its
-  /// new length already: a writer that is killed half-way leaves a file that starts with zero,
-  /// never one that looks whole and holds parts of two. ENOENT when there is no file.
+  /// Room for a longer value is made before anything changes: a full disk leaves the old contents
+  /// where the file system can set room aside. Then the first byte is zeroed before everything else
+  /// and written after it, when the file has its new length already: a writer that is killed
+  /// half-way leaves a file that starts with zero, never one that looks whole and holds parts of
+  /// two. ENOENT when there is no file, ENOTSUP for a pipe or a device.
   FileResult<void> overwriteFile(const URL& url, DataView contents) const;
 
-  /// The whole contents of a file; EISDIR for a folder.
+  /// The whole contents of a file; EISDIR for a folder, ENOMEM when they cannot be held in memory.
   [[nodiscard]] FileResult<Data> contents(const URL& url) const;
+
+  /// The whole contents of a regular file. It never waits for the other end of a pipe: what is no
+  /// regular file fails with ENOTSUP, a folder with EISDIR.
+  /// @param limitBytes What holds more fails with EFBIG and is not read.
+  /// @param lastLink A link that is refused fails with ELOOP.
+  [[nodiscard]] FileResult<FileContents> regularContents(
+      const URL& url, std::uint64_t limitBytes, LastLink lastLink = LastLink::followed) const;
+
+  /// Removes a file that is still as it was read, in its state and every byte; a link is not
+  /// followed.
+  /// @return Whether it was; then it is gone. ENOENT when nothing is there.
+  FileResult<bool> removeUnchanged(const URL& url, const FileContents& contents) const;
+
+  /// Where a path leads whose last component is a symbolic link, or a chain of them, though nothing
+  /// be there; every other path gives itself. ELOOP when they lead in a circle.
+  [[nodiscard]] FileResult<URL> resolvingLastLink(const URL& url) const;
 
   /// Removes a file, a link (not where it leads), or a folder with everything in it; ENOENT when
   /// there is nothing.

@@ -2,7 +2,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 #include <string>
@@ -35,6 +38,40 @@ std::string homeInPasswordDatabase() {
   const int error = getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
   if (error != 0 || found == nullptr || found->pw_dir == nullptr) return {};
   return *found->pw_dir == '/' && isFolder(found->pw_dir) ? found->pw_dir : "";
+}
+
+/// Whether this user can ever keep anything there: a folder that may be entered, or a path on which
+/// one could be made.
+bool isUsableHome(std::string path) {
+  int needed = X_OK;
+  while (path.starts_with('/')) {
+    struct stat info{};
+    if (stat(path.c_str(), &info) == 0) {
+      return S_ISDIR(info.st_mode) && access(path.c_str(), needed) == 0;
+    }
+    if (errno != ENOENT) return false;
+    const auto slash = path.find_last_of('/');
+    path.erase(slash == 0 ? 1 : slash);
+    needed = W_OK | X_OK;
+  }
+  return false;
+}
+
+/// Whether a folder, and no link to one, is this user's and closed to all others.
+bool isPrivate(const std::string& path) noexcept {
+  struct stat info{};
+  return lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == geteuid() &&
+         (info.st_mode & 0777) == 0700;
+}
+
+/// A folder for a user without a usable home. Others may write to the temporary folder: one of the
+/// user's own name is taken only when it is theirs alone, else this process gets one to itself.
+std::string privateFolderIn(const std::string& temporary) {
+  std::string path = temporary + "/home-" + std::to_string(geteuid());
+  if (mkdir(path.c_str(), 0700) == 0 || isPrivate(path)) return path;
+  path += "-XXXXXX";
+  if (mkdtemp(path.data()) != nullptr) return path;
+  return "/nonexistent";  // the system's name for a folder that never is there
 }
 
 /// The value of XDG_DOCUMENTS_DIR in the text of user-dirs.dirs; empty where it names none. The
@@ -75,8 +112,8 @@ class XdgDirectories final : public Directories {
  public:
   XdgDirectories() : temporary_(absolutePathIn("TMPDIR")), home_(absolutePathIn("HOME")) {
     if (temporary_.empty()) temporary_ = "/tmp";
-    if (home_.empty()) home_ = homeInPasswordDatabase();
-    if (home_.empty()) home_ = temporary_;
+    if (!isUsableHome(home_)) home_ = homeInPasswordDatabase();
+    if (!isUsableHome(home_)) home_ = privateFolderIn(temporary_);
     const auto folder = [this](const char* variable, const char* fallback) {
       const std::string value = absolutePathIn(variable);
       return value.empty() ? home_ + "/" + fallback : value;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -49,6 +50,12 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
   }
 
   void send(Output value) {
+    send(std::move(value), [] {});
+  }
+
+  /// @param taken Called under the lock, once the value is the latest.
+  template <std::invocable Taken>
+  void send(Output value, Taken taken) {
     std::vector<std::shared_ptr<Conduit>> round;
     {
       const std::lock_guard lock(mutex_);
@@ -58,6 +65,7 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
         if (conduit->offer(value, value_.has_value())) round.push_back(conduit);
       }
       if (value_) std::swap(*value_, value);
+      taken();
     }
     for (const auto& conduit : round) conduit->serve();
   }
@@ -257,6 +265,13 @@ class CurrentValueSubject final
   /// A copy of the latest value, also after the end.
   [[nodiscard]] Output value() const { return state_->value(); }
   void setValue(Output value) const { state_->send(std::move(value)); }
+
+  /// The same, and calls `taken` at the moment from which this value is the latest, before any
+  /// later one is: it must neither block nor call the subject.
+  template <std::invocable Taken>
+  void setValue(Output value, Taken taken) const {
+    state_->send(std::move(value), std::move(taken));
+  }
 
   void send(Output value) const { state_->send(std::move(value)); }
   void sendCompletion(Completion<Failure> completion) const { state_->send(std::move(completion)); }

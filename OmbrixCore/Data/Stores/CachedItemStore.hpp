@@ -6,9 +6,9 @@
 #include <utility>
 
 #include "OmbrixCore/Concurrency/DispatchOnce.hpp"
+#include "OmbrixCore/Data/Stores/BackgroundWriter.hpp"
 #include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 #include "OmbrixCore/Data/Stores/PresenterWrapper.hpp"
-#include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
 #include "OmbrixPlatform/Publishers/Subject.hpp"
 
@@ -44,26 +44,34 @@ class CachedItemStore final
   [[nodiscard]] T value() const { return state_->value(); }
 
   /// Publishes the value on the calling thread before it returns, and has it written on the thread
-  /// pool, not waited for; of two quick writes either may reach the disk last.
+  /// pool, not waited for: see `flush`. Of quick writes the last one stays, on the disk as in
+  /// memory. A process that ends normally writes what waits first; a killed one does not.
   // Kept: a value that is set before the first read does not count as loaded: that read takes the
   // file's value if it decodes. Counting it would make the outcome depend on who came first.
   void setValue(T value) const {
-    state_->innerSubject.setValue(value);
-    auto write = [store = state_->backingPlistStore, value = std::move(value)] {
+    std::uint64_t place = 0;
+    state_->innerSubject.setValue(value, [&] { place = state_->writer->nextPlace(); });
+    state_->writer->makeLater(place, [store = state_->backingPlistStore, value = std::move(value)] {
       store->setValue(value);
-    };
-    platform::startTask(std::move(write));
+    });
   }
+
+  /// Waits until what was set before is on the disk, or its failure in the log.
+  void flush() const { state_->writer->flush(); }
 
   [[nodiscard]] bool exists() const { return state_->backingPlistStore->exists(); }
   [[nodiscard]] std::uint64_t size() const { return state_->backingPlistStore->size(); }
 
-  /// Goes back to the default value, published, and removes the file before it returns.
+  /// Goes back to the default value, published, and removes the file before it returns; values that
+  /// were set before and not written yet never are.
   // Kept: the file is not read again after a purge, also when others write it anew; loading twice
   // would bring back a value that subscribers saw go.
   void purge() const {
-    state_->innerSubject.setValue(state_->defaultValue);
-    state_->backingPlistStore->backingDiskStore().purge();
+    std::uint64_t place = 0;
+    state_->innerSubject.setValue(state_->defaultValue,
+                                  [&] { place = state_->writer->nextPlace(); });
+    state_->writer->makeNow(place,
+                            [this] { state_->backingPlistStore->backingDiskStore().purge(); });
   }
 
   /// Delivers the current value, without loading the file, and all later ones.
@@ -119,6 +127,8 @@ class CachedItemStore final
     const T defaultValue;
     const platform::CurrentValueSubject<T, platform::Never> innerSubject;
     const std::shared_ptr<PlistFileStore<T>> backingPlistStore;  // shared with writes under way
+    const std::shared_ptr<detail::BackgroundWriter> writer =
+        std::make_shared<detail::BackgroundWriter>();
   };
 
   std::shared_ptr<State> state_;

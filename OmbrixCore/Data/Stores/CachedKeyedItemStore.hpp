@@ -18,7 +18,7 @@ namespace ombrix {
 /// It holds no state of its own: each operation takes its turn in the two stores, one after the
 /// other, and other operations may come in between. What is stored or purged goes to the disk
 /// first and changes the memory last: whatever a reader has found on disk before, and would put
-/// into memory after, is refused there.
+/// into memory after, is refused there; writes to other keys do not keep it out.
 template <class T>
 class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedItemStore<T>, T> {
   using Identified = IdentifiedItemOperations<CachedKeyedItemStore<T>, T>;
@@ -143,8 +143,8 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
   }
 
   static platform::Async<void> purgeOldestIn(Inner inner, std::int64_t keeping) {
-    co_await inner.inMemoryStore.purgeOldest(keeping);
     co_await inner.diskStore.purgeOldest(keeping);
+    co_await inner.inMemoryStore.purgeOldest(keeping);
   }
 
   Inner inner_;

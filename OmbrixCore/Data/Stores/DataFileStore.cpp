@@ -1,6 +1,8 @@
 #include "OmbrixCore/Data/Stores/DataFileStore.hpp"
 
 #include <array>
+#include <atomic>
+#include <cerrno>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -12,8 +14,11 @@ namespace ombrix {
 namespace {
 
 using platform::Data;
+using platform::FileContents;
+using platform::FileError;
 using platform::FileResult;
 using platform::FutexLock;
+using platform::LastLink;
 using platform::NSFileCoordinator;
 using platform::URL;
 
@@ -22,12 +27,15 @@ const FileManager& files() { return FileManager::defaultManager(); }
 /// Keeps the threads of this process off each other's half-written files, coordinated or not: two
 /// writers in place would leave a mixture, and a reader in between would take the file for a broken
 /// one. The lock goes by the file's name alone, which is the same however the way to it is spelled
-/// and whatever links lie on it. Files that share a lock share it for system calls only.
+/// and whatever links lie on it; a name that is itself a link is followed first. Files that share a
+/// lock share it for system calls only, none of which waits for anybody.
 FutexLock& lockOf(const URL& url) {
   constexpr std::size_t kLocks = 64;
   static constinit std::array<FutexLock, kLocks> locks;
   return locks[std::hash<std::string>{}(url.lastPathComponent()) % kLocks];
 }
+
+std::atomic<std::uint64_t> sizeLimit{DataFileStore::kUsualSizeLimitBytes};
 
 std::shared_ptr<const NSFileCoordinator> coordinatorFor(
     std::shared_ptr<platform::NSFilePresenter> presenter) {
@@ -50,21 +58,46 @@ void DataFileStore::setFilePresenter(std::shared_ptr<platform::NSFilePresenter> 
   if (detail::isInGroupContainer(fileURL_)) coordinator_ = coordinatorFor(filePresenter_);
 }
 
+/// Runs an operation, which refuses links with ELOOP, on the file that the path means, alone among
+/// the threads of this process.
+template <class Operation>
+auto DataFileStore::onFile(const URL& url, Operation operation) const {
+  {
+    const std::lock_guard lock(lock_);
+    auto result = operation(url);
+    if (result || result.error().code() != ELOOP) return result;
+  }
+  const auto file = files().resolvingLastLink(url);
+  if (!file) return decltype(operation(url))(std::unexpected(file.error()));
+  const std::lock_guard lock(lockOf(*file));
+  return operation(*file);
+}
+
+std::uint64_t DataFileStore::sizeLimitBytes() noexcept { return sizeLimit; }
+
+void DataFileStore::setSizeLimitBytes(std::uint64_t bytes) noexcept { sizeLimit = bytes; }
+
 std::optional<Data> DataFileStore::value() const {
-  FileResult<Data> bytes;
+  auto found = contents();
+  if (!found) return std::nullopt;
+  return std::move(found->bytes);
+}
+
+std::optional<FileContents> DataFileStore::contents() const {
+  FileResult<FileContents> found;
   if (coordinator_) {
     const auto access =
         coordinator_->coordinateReadingItemAtURL(fileURL_, NSFileCoordinator::ReadingOptions::none,
-                                                 [&](const URL& url) { bytes = doRead(url); });
+                                                 [&](const URL& url) { found = doRead(url); });
     if (!access) {
       detail::logItemStore("value", "Error reading the object: ", access.error());
       return std::nullopt;
     }
   } else {
-    bytes = doRead(fileURL_);
+    found = doRead(fileURL_);
   }
-  if (bytes) return *std::move(bytes);
-  detail::logItemStore("doRead(url:)", "Error reading the object: ", bytes.error());
+  if (found) return *std::move(found);
+  detail::logItemStore("doRead(url:)", "Error reading the object: ", found.error());
   return std::nullopt;
 }
 
@@ -73,7 +106,7 @@ void DataFileStore::setValue(const std::optional<Data>& value) const {
     purge();
     return;
   }
-  FileResult<void> saved;
+  Saved saved;
   if (coordinator_) {
     const auto access = coordinator_->coordinateWritingItemAtURL(
         fileURL_, NSFileCoordinator::WritingOptions::forMerging,
@@ -82,48 +115,80 @@ void DataFileStore::setValue(const std::optional<Data>& value) const {
   } else {
     saved = doSave(fileURL_, *value);
   }
-  if (!saved) {
+  if (!saved.folder) FileManager::logTouchFailure(saved.folder.error());
+  if (!saved.file) {
     // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
     detail::logItemStore("doSave(url:value:)",
-                         "Data: Error saving data to file for in store: ", saved.error());
+                         "Data: Error saving data to file for in store: ", saved.file.error());
   }
 }
 
 bool DataFileStore::exists() const { return files().fileExists(fileURL_); }
 
-std::uint64_t DataFileStore::size() const { return files().allocatedSize(fileURL_).value_or(0); }
+std::uint64_t DataFileStore::size() const {
+  const auto file = files().resolvingLastLink(fileURL_);
+  return file ? files().allocatedSize(*file).value_or(0) : 0;
+}
 
 void DataFileStore::purge() const {
+  purgeBy([this](const URL& url) { return doPurge(url); });
+}
+
+bool DataFileStore::purge(const FileContents& contents) const {
+  bool isChanged = false;
+  purgeBy([&](const URL& url) -> FileResult<void> {
+    auto removed =
+        onFile(url, [&](const URL& file) { return files().removeUnchanged(file, contents); });
+    if (!removed) return std::unexpected(std::move(removed).error());
+    isChanged = !*removed;
+    return {};
+  });
+  return !isChanged;
+}
+
+void DataFileStore::purgeBy(const std::function<FileResult<void>(const URL&)>& remove) const {
   FileResult<void> removed;
   if (coordinator_) {
     const auto access = coordinator_->coordinateWritingItemAtURL(
         fileURL_, NSFileCoordinator::WritingOptions::forDeleting,
-        [&](const URL& url) { removed = doPurge(url); });
+        [&](const URL& url) { removed = remove(url); });
     if (!access) detail::logItemStore("purge()", "Error purging the object: ", access.error());
   } else {
-    removed = doPurge(fileURL_);
+    removed = remove(fileURL_);
   }
   if (!removed && !removed.error().isNoSuchFile()) {
     detail::logItemStore("doPurge(url:)", "Error writing the object: ", removed.error());
   }
 }
 
-FileResult<Data> DataFileStore::doRead(const URL& url) const {
-  const std::lock_guard lock(lock_);
-  return files().contents(url);
+FileResult<FileContents> DataFileStore::doRead(const URL& url) const {
+  return onFile(url, [](const URL& file) {
+    return files().regularContents(file, sizeLimit, LastLink::refused);
+  });
 }
 
-FileResult<void> DataFileStore::doSave(const URL& url, platform::DataView value) const {
-  files().touch(url);
+DataFileStore::Saved DataFileStore::doSave(const URL& url, platform::DataView value) const {
+  if (value.size() > sizeLimit) {
+    return {{}, std::unexpected(FileError(EFBIG, "write", url.path()))};
+  }
   // Kept: an existing file is written in place, so a writer that is killed loses the old value;
   // replacing the file instead would break what others hold open and cost 20 times as much.
-  const std::lock_guard lock(lock_);
-  return files().createFile(url, value);
+  const auto save = [&](const URL& file) {
+    return files().createFile(file, value, LastLink::refused);
+  };
+  Saved saved{{}, onFile(url, save)};
+  if (saved.file || !saved.file.error().isNoSuchFile()) return saved;
+  // Mostly the folder is there: it is looked after only when it seems to be missing.
+  saved.folder = files().touchQuietly(url);
+  saved.file = onFile(url, save);
+  return saved;
 }
 
 FileResult<void> DataFileStore::doPurge(const URL& url) const {
-  const std::lock_guard lock(lock_);
-  return files().removeItem(url);
+  const auto file = files().resolvingLastLink(url);
+  if (!file) return std::unexpected(file.error());
+  const std::lock_guard lock(lockOf(*file));
+  return files().removeItem(*file);
 }
 
 }  // namespace ombrix

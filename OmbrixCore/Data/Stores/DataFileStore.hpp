@@ -1,12 +1,14 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 
 #include "OmbrixCore/Data/Stores/ItemStore.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
@@ -24,9 +26,10 @@ bool isInGroupContainer(const platform::URL& url);
 
 /// Raw bytes in one file, in the app-group container coordinated with other processes.
 ///
-/// Failures are logged when the file is free again. A writer that is killed leaves a file that
-/// begins with a zero byte, whatever the value; nothing more is promised about it. Any thread;
-/// operations on one file by this process exclude each other.
+/// Failures are logged when the file is free again. A path that is a symbolic link means the file
+/// it leads to. A writer that is killed leaves a file that begins with a zero byte, whatever the
+/// value; nothing more is promised about it. Any thread; operations on one file by this process
+/// exclude each other.
 class DataFileStore final {
  public:
   using StoredItem = platform::Data;
@@ -37,10 +40,22 @@ class DataFileStore final {
 
   [[nodiscard]] const platform::URL& fileURL() const noexcept { return fileURL_; }
 
-  /// Reads the whole file. A missing or unreadable file is logged and gives nothing.
+  static constexpr std::uint64_t kUsualSizeLimitBytes = std::uint64_t{1} << 30;
+
+  /// How many bytes a file of any store may hold: larger ones are neither read nor written, and
+  /// never removed for that. Usually `kUsualSizeLimitBytes`.
+  [[nodiscard]] static std::uint64_t sizeLimitBytes() noexcept;
+  static void setSizeLimitBytes(std::uint64_t bytes) noexcept;
+
+  /// Reads the whole file. What is missing, unreadable, no regular file, too large or cannot be
+  /// held in memory is logged and gives nothing.
   [[nodiscard]] std::optional<platform::Data> value() const;
 
-  /// Writes the file, making its folder when needed; nothing removes the file.
+  /// The same, with what tells the file from one that takes its place.
+  [[nodiscard]] std::optional<platform::FileContents> contents() const;
+
+  /// Writes the file, making its folder when needed; nothing removes the file. A disk that is full
+  /// keeps the old value where its file system can set room aside first.
   void setValue(const std::optional<platform::Data>& value) const;
 
   [[nodiscard]] bool exists() const;
@@ -50,6 +65,10 @@ class DataFileStore final {
 
   /// Removes the file, if it is there.
   void purge() const;
+
+  /// Removes the file unless it was replaced or written since these contents were read.
+  /// @return False when it was: then there may be something better to read.
+  [[nodiscard]] bool purge(const platform::FileContents& contents) const;
 
   /// Who is not told of this store's own writes. To be set before the store is shared.
   [[nodiscard]] const std::shared_ptr<platform::NSFilePresenter>& filePresenter() const noexcept {
@@ -64,13 +83,19 @@ class DataFileStore final {
   }
 
  private:
-  [[nodiscard]] platform::FileResult<platform::Data> doRead(const platform::URL& url) const;
-  [[nodiscard]] platform::FileResult<void> doSave(const platform::URL& url,
-                                                  platform::DataView value) const;
+  struct Saved {
+    platform::FileResult<void> folder, file;
+  };
+
+  [[nodiscard]] platform::FileResult<platform::FileContents> doRead(const platform::URL& url) const;
+  [[nodiscard]] Saved doSave(const platform::URL& url, platform::DataView value) const;
   [[nodiscard]] platform::FileResult<void> doPurge(const platform::URL& url) const;
+  template <class Operation>
+  auto onFile(const platform::URL& url, Operation operation) const;
+  void purgeBy(const std::function<platform::FileResult<void>(const platform::URL&)>& remove) const;
 
   const platform::URL fileURL_;
-  platform::FutexLock& lock_;
+  platform::FutexLock& lock_;  // of the path itself; a link takes that of its target instead
   std::shared_ptr<platform::NSFilePresenter> filePresenter_;
   std::shared_ptr<const platform::NSFileCoordinator> coordinator_;
 };

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -46,17 +47,48 @@ struct DataKeyedItemStore::State {
                                                 false);
   }
 
-  const DataFileStore& open(const std::string& key) {
+  DataFileStore& open(const std::string& key) {
     const auto found = stores.find(key);
-    if (found != stores.end()) return found->second;
-    return stores.try_emplace(key, path(key)).first->second;
+    if (found != stores.end()) {
+      found->second.isMissed = false;
+      return found->second.file;
+    }
+    return stores.try_emplace(key, path(key)).first->second.file;
+  }
+
+  std::optional<platform::FileContents> read(const std::string& key) {
+    const DataFileStore& file = open(key);
+    auto contents = file.contents();
+    if (!contents && !file.exists()) miss(key);
+    return contents;
+  }
+
+  /// Notes that nothing was found under a key. It counts as opened, yet only the last so many do:
+  /// asking for ever new keys must not cost ever more memory.
+  void miss(const std::string& key) {
+    stores.find(key)->second.isMissed = true;
+    missed.push_back(key);
+    if (missed.size() <= kMostMissed) return;
+    const auto oldest = stores.find(missed.front());
+    if (oldest != stores.end() && oldest->second.isMissed && oldest->first != key) {
+      stores.erase(oldest);
+    }
+    missed.pop_front();
   }
 
   void remove(const std::string& key) {
     const auto found = stores.find(key);
     if (found == stores.end()) return;
-    found->second.purge();
+    found->second.file.purge();
     stores.erase(found);
+  }
+
+  bool remove(const std::string& key, const platform::FileContents& contents) {
+    const auto found = stores.find(key);
+    if (found == stores.end()) return true;
+    if (!found->second.file.purge(contents)) return false;
+    stores.erase(found);
+    return true;
   }
 
   /// Visits everything with the extension below the folder.
@@ -103,7 +135,16 @@ struct DataKeyedItemStore::State {
   const URL baseDirectory;
   const std::string fileExtension;
   const std::optional<std::int64_t> sizeLimit;
-  std::unordered_map<std::string, DataFileStore> stores;
+  struct Opened {
+    explicit Opened(URL url) : file(std::move(url)) {}
+
+    DataFileStore file;
+    bool isMissed = false;
+  };
+  static constexpr std::size_t kMostMissed = 1024;
+
+  std::unordered_map<std::string, Opened> stores;
+  std::deque<std::string> missed;  // in the order of the misses; some were stored or purged since
 };
 
 DataKeyedItemStore::DataKeyedItemStore(URL baseDirectory, std::string fileExtension,
@@ -124,8 +165,20 @@ std::optional<std::int64_t> DataKeyedItemStore::sizeLimit() const noexcept {
 URL DataKeyedItemStore::path(std::string_view key) const { return state_->path(key); }
 
 Async<std::optional<Data>> DataKeyedItemStore::value(std::string key) const {
-  return detail::onActor(state_,
-                         [key = std::move(key)](State& state) { return state.open(key).value(); });
+  return detail::onActor(state_, [key = std::move(key)](State& state) -> std::optional<Data> {
+    auto contents = state.read(key);
+    if (!contents) return std::nullopt;
+    return std::move(contents->bytes);
+  });
+}
+
+Async<std::optional<platform::FileContents>> DataKeyedItemStore::contents(std::string key) const {
+  return detail::onActor(state_, [key = std::move(key)](State& state) { return state.read(key); });
+}
+
+Async<bool> DataKeyedItemStore::purge(std::string key, platform::FileContents contents) const {
+  return detail::onActor(state_, [key = std::move(key), contents = std::move(contents)](
+                                     State& state) { return state.remove(key, contents); });
 }
 
 Async<void> DataKeyedItemStore::store(std::optional<Data> value, std::string key) const {
@@ -145,7 +198,9 @@ Async<bool> DataKeyedItemStore::exists(std::string key) const {
 
 Async<std::optional<double>> DataKeyedItemStore::age(std::string key) const {
   return detail::onActor(state_, [key = std::move(key)](State& state) -> std::optional<double> {
-    const auto stored = files().modificationDate(state.path(key));
+    const auto file = files().resolvingLastLink(state.path(key));
+    if (!file) return std::nullopt;
+    const auto stored = files().modificationDate(*file);
     if (!stored) return std::nullopt;
     return std::abs((platform::services().clock.get().now() - *stored).count());
   });
@@ -166,8 +221,10 @@ Async<void> DataKeyedItemStore::purge(std::string key) const {
 }
 
 Async<void> DataKeyedItemStore::purge() const {
-  return detail::onActor(state_,
-                         [](State& state) { (void)files().removeItem(state.baseDirectory); });
+  return detail::onActor(state_, [](State& state) {
+    const auto folder = files().resolvingLastLink(state.baseDirectory);
+    if (folder) (void)files().removeItem(*folder);
+  });
 }
 
 Async<void> DataKeyedItemStore::purgeOldest(std::int64_t keeping) const {

@@ -7,10 +7,14 @@
 #include <vector>
 
 #include "OmbrixCore/Data/Stores/KeyedItemStore.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
 namespace ombrix {
+
+template <class T>
+class PlistKeyedItemStore;
 
 /// Keeps raw bytes, one file per key in one folder. See `KeyedItemStore`.
 ///
@@ -56,7 +60,8 @@ class DataKeyedItemStore final {
   // opened.
   [[nodiscard]] platform::Async<void> purge(std::string key) const;
 
-  /// Removes the folder with everything in it.
+  /// Removes the folder with everything in it; one that is a link goes where it leads, and the link
+  /// stays.
   // Kept: the opened files stay known, so a later write or purge of such a key goes to its file.
   [[nodiscard]] platform::Async<void> purge() const;
 
@@ -66,7 +71,16 @@ class DataKeyedItemStore final {
   [[nodiscard]] platform::Async<void> purgeOldest(std::int64_t keeping) const;
 
  private:
+  template <class T>
+  friend class PlistKeyedItemStore;
+
   struct State;
+
+  /// The key's bytes, with what tells its file from one that takes its place.
+  [[nodiscard]] platform::Async<std::optional<platform::FileContents>> contents(
+      std::string key) const;
+  /// Removes the key unless its file was written since; false when it was.
+  [[nodiscard]] platform::Async<bool> purge(std::string key, platform::FileContents contents) const;
 
   std::shared_ptr<State> state_;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cmath>
 #include <map>
 #include <unordered_map>
@@ -50,7 +51,7 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
   [[nodiscard]] platform::Async<void> store(std::optional<T> value, std::string key) const {
     return detail::onActor(state_,
                            [value = std::move(value), key = std::move(key)](State& state) mutable {
-                             ++state.revision;
+                             ++state.revisionOf(key);
                              if (value) {
                                state.keep(std::move(key), *std::move(value));
                              } else {
@@ -91,42 +92,46 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
 
   [[nodiscard]] platform::Async<void> purge(std::string key) const {
     return detail::onActor(state_, [key = std::move(key)](State& state) {
-      ++state.revision;
+      ++state.revisionOf(key);
       state.remove(key);
     });
   }
 
   [[nodiscard]] platform::Async<void> purge() const {
     return detail::onActor(state_, [](State& state) {
-      ++state.revision;
+      state.outdateAll();
       state.removeAll();
     });
   }
 
   [[nodiscard]] platform::Async<void> purgeOldest(std::int64_t keeping) const {
-    return detail::onActor(state_, [keeping](State& state) { state.removeOldest(keeping); });
+    return detail::onActor(state_, [keeping](State& state) {
+      state.outdateAll();
+      state.removeOldest(keeping);
+    });
   }
 
  private:
   friend class CachedKeyedItemStore<T>;
 
-  /// The item, and the revision of the store at which it was looked up.
-  using Found = std::pair<std::optional<T>, std::uint64_t>;
+  /// The item, and the revision of its key at which it was looked up.
+  using Revision = std::uint32_t;
+  using Found = std::pair<std::optional<T>, Revision>;
   [[nodiscard]] platform::Async<Found> find(std::string key) const {
     return detail::onActor(state_, [key = std::move(key)](State& state) {
       const auto found = state.memory.find(key);
       return Found(found == state.memory.end() ? std::nullopt : std::optional(found->second.value),
-                   state.revision);
+                   state.revisionOf(key));
     });
   }
 
-  /// Stores a copy from elsewhere, unless anything was stored or purged since the revision: the
-  /// copy may be what was replaced or purged.
+  /// Stores a copy from elsewhere, unless the key was stored or purged since the revision: the copy
+  /// may be what was replaced or purged.
   [[nodiscard]] platform::Async<void> fill(std::optional<T> value, std::string key,
-                                           std::uint64_t revision) const {
+                                           Revision revision) const {
     return detail::onActor(
         state_, [value = std::move(value), key = std::move(key), revision](State& state) mutable {
-          if (state.revision == revision) state.keep(std::move(key), *std::move(value));
+          if (state.revisionOf(key) == revision) state.keep(std::move(key), *std::move(value));
         });
   }
 
@@ -182,11 +187,19 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
       }
     }
 
+    /// Of a key, and of the few others that share it: they merely keep a copy out now and then.
+    Revision& revisionOf(const std::string& key) {
+      return revisions[std::hash<std::string>{}(key) % revisions.size()];
+    }
+    void outdateAll() {
+      for (Revision& revision : revisions) ++revision;
+    }
+
     platform::Serial serial;
     Memory memory;
     Ages ages;
     std::uint64_t sequence = 0;
-    std::uint64_t revision = 0;  // counts what was stored and purged, not what was filled in
+    std::array<Revision, 256> revisions{};  // count what was stored and purged, not filled in
     const std::optional<std::int64_t> maxStoredItems;
     std::vector<platform::ObservationToken> cancellables;
   };

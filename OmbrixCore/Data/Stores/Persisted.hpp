@@ -14,6 +14,12 @@ namespace ombrix {
 ///     Persisted<int> launches{0, FileManager::defaultManager().applicationSupport(), "launches"};
 ///     launches.modifyWrappedValue([](int& count) { ++count; });
 ///
+/// The file is read by the first `wrappedValue`, not before: a subscriber that comes earlier begins
+/// with the default, and is given the loaded value when that read happens. Setting changes the
+/// value in memory at once and the file in the background; `flush` waits for that, and so does a
+/// normal end of the process. A value that is set before the first read is written, yet that read
+/// still takes what the file then holds, old or new.
+///
 /// Two made for the same file are two stores: each loads it once, and neither sees what the other
 /// sets later. It is a publisher of its values itself. Any thread.
 template <class T>
@@ -27,6 +33,9 @@ class Persisted final : public platform::PublisherOperators<Persisted<T>, T, pla
 
   [[nodiscard]] T wrappedValue() const { return store_.value(); }
   void setWrappedValue(T value) const { store_.setValue(std::move(value)); }
+
+  /// Waits until what was set before is on the disk, or its failure in the log.
+  void flush() const { store_.flush(); }
 
   /// Lets the closure change a copy of the value and sets it then, also when the closure throws.
   /// Changes that others make meanwhile are lost. The value is set by a destructor: a subscriber
@@ -42,7 +51,8 @@ class Persisted final : public platform::PublisherOperators<Persisted<T>, T, pla
     std::invoke(std::forward<Closure>(closure), access.value);
   }
 
-  /// The property's values, beginning with the current one.
+  /// The property's values, beginning with the current one, which is the default until the first
+  /// read.
   [[nodiscard]] platform::AnyPublisher<T, platform::Never> projectedValue() const {
     return store_.eraseToAnyPublisher();
   }

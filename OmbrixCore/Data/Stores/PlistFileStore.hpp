@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -24,14 +25,21 @@ class PlistFileStore final {
   // Kept: a file that does not decode is removed, so that a store never stays broken; keeping it
   // would log the same failure on every read.
   [[nodiscard]] std::optional<T> value() const {
-    const auto bytes = backingDiskStore_.value();
-    if (!bytes) return std::nullopt;
-    try {
-      return platform::PropertyListDecoder().decode<T>(*bytes);
-    } catch (const std::exception& error) {
-      detail::logItemStore("value", "Data: Error reading plist for store, deleting: ", error);
+    // Once more where somebody has stored something else meanwhile.
+    for (int attempts = 2; attempts > 0; --attempts) {
+      const auto contents = backingDiskStore_.contents();
+      if (!contents) return std::nullopt;
+      try {
+        return platform::PropertyListDecoder().decode<T>(contents->bytes);
+      } catch (const std::bad_alloc&) {
+        // The file may be good: it stays.
+        detail::logNoMemory(backingDiskStore_.fileURL());
+        return std::nullopt;
+      } catch (const std::exception& error) {
+        detail::logItemStore("value", "Data: Error reading plist for store, deleting: ", error);
+      }
+      if (backingDiskStore_.purge(*contents)) break;
     }
-    backingDiskStore_.purge();
     return std::nullopt;
   }
 

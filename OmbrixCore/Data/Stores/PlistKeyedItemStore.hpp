@@ -1,5 +1,6 @@
 #pragma once
 
+#include <new>
 #include <optional>
 #include <string>
 #include <utility>
@@ -70,14 +71,20 @@ class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItem
     State(platform::URL baseDirectory, std::optional<std::int64_t> sizeLimit)
         : backingDiskStore(std::move(baseDirectory), "data", sizeLimit) {}
 
-    std::optional<T> decode(const platform::Data& bytes, const std::string& key) const {
+    /// The value; `isBroken` says that the bytes hold none.
+    std::optional<T> decode(const platform::Data& bytes, const std::string& key,
+                            bool& isBroken) const {
       try {
         return decoder.decode<T>(bytes);
+      } catch (const std::bad_alloc&) {
+        // The file may be good: it stays.
+        detail::logNoMemory(backingDiskStore.path(key));
       } catch (const std::exception& error) {
+        isBroken = true;
         detail::logKeyedItemStore("value(for:)", "Data: Error reading plist for ", key,
                                   " in store, deleting: ", error);
-        return std::nullopt;
       }
+      return std::nullopt;
     }
     std::optional<platform::Data> encode(const T& value, const std::string& key) const {
       try {
@@ -96,12 +103,19 @@ class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItem
   };
 
   static platform::Async<std::optional<T>> valueOf(std::shared_ptr<State> state, std::string key) {
-    const auto bytes = co_await state->backingDiskStore.value(key);
-    if (!bytes) co_return std::nullopt;
-    auto section = [&] { return state->decode(*bytes, key); };
-    auto value = co_await state->serial.run(section);
-    if (!value) co_await state->backingDiskStore.purge(key);
-    co_return value;
+    // Once more where somebody has stored something else meanwhile.
+    for (int attempts = 2; attempts > 0; --attempts) {
+      auto contents = co_await state->backingDiskStore.contents(key);
+      if (!contents) co_return std::nullopt;
+      bool isBroken = false;
+      auto section = [&] { return state->decode(contents->bytes, key, isBroken); };
+      auto value = co_await state->serial.run(section);
+      if (!isBroken) co_return value;
+      auto removal = state->backingDiskStore.purge(key, *std::move(contents));
+      const bool isRemoved = co_await std::move(removal);
+      if (isRemoved) break;
+    }
+    co_return std::nullopt;
   }
 
   static platform::Async<void> storeIn(std::shared_ptr<State> state, std::optional<T> value,

@@ -1,8 +1,11 @@
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
+#include "OmbrixPlatform/Files/FileError.hpp"
 
+#include <cerrno>
 #include <string>
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
+#include "OmbrixPlatform/Files/FileError.hpp"
 
 namespace ombrix::detail {
 
@@ -17,6 +20,11 @@ void logKeyedItemStore(std::string_view function, std::string_view what, std::st
   std::string message(what);
   message.append(key).append(joint).append(error.what());
   logError({"OmbrixCore/Data/KeyedItemStore", function}, message, where);
+}
+
+void logNoMemory(const platform::URL& file, std::source_location where) {
+  logItemStore("value", "Error reading the object: ",
+               platform::FileError(ENOMEM, "read", file.path()), where);
 }
 
 }  // namespace ombrix::detail

@@ -4,6 +4,8 @@
 #include <source_location>
 #include <string_view>
 
+#include "OmbrixPlatform/Files/URL.hpp"
+
 /// \file
 /// How the stores log a failure: what was tried, then the error's own text. Any thread.
 
@@ -17,5 +19,9 @@ void logItemStore(std::string_view function, std::string_view what, const std::e
 void logKeyedItemStore(std::string_view function, std::string_view what, std::string_view key,
                        std::string_view joint, const std::exception& error,
                        std::source_location where = std::source_location::current());
+
+/// For a file that was read and whose value cannot be held in memory.
+void logNoMemory(const platform::URL& file,
+                 std::source_location where = std::source_location::current());
 
 }  // namespace ombrix::detail

@@ -61,12 +61,18 @@ Descriptor openLockFile(const std::string& path) {
   return openFile(path, kFlags, kOwnerOnly);
 }
 
-/// Whether the path still leads to the open file.
-bool isCurrent(int file, const std::string& path) noexcept {
+enum class Currency : std::uint8_t { current, replaced, unknown };
+
+/// Whether the path still leads to the open file; with errno where that cannot be told.
+Currency currencyOf(int file, const std::string& path) noexcept {
   struct stat open{};
   struct stat named{};
-  return ::fstat(file, &open) == 0 && ::stat(path.c_str(), &named) == 0 &&
-         open.st_ino == named.st_ino && open.st_dev == named.st_dev;
+  if (::fstat(file, &open) != 0) return Currency::unknown;
+  if (::stat(path.c_str(), &named) != 0) {
+    return errno == ENOENT ? Currency::replaced : Currency::unknown;
+  }
+  const bool isSame = open.st_ino == named.st_ino && open.st_dev == named.st_dev;
+  return isSame ? Currency::current : Currency::replaced;
 }
 
 int lockRanges(int file, const Ranges& ranges, CoordinationAccess access) noexcept {
@@ -110,7 +116,9 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     }
   }
 
-  while (true) {
+  // A lock file that is replaced every time it is opened is no way to go on.
+  constexpr int kMostAttempts = 1000;
+  for (int attempts = 0; attempts < kMostAttempts; ++attempts) {
     Descriptor file = openLockFile(lockFile);
     int readOnlyCode = 0;
     if (!file && !isExclusive && (errno == EROFS || errno == EACCES || errno == ENOSPC)) {
@@ -125,10 +133,13 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     }
     if (!file) return failure(errno);
     if (const int error = lockRanges(file.get(), ranges, access); error != 0) return failure(error);
-    if (!isCurrent(file.get(), lockFile)) continue;
+    const Currency currency = currencyOf(file.get(), lockFile);
+    if (currency == Currency::unknown) return failure(errno);
+    if (currency == Currency::replaced) continue;
     held.push_back({lockFile, ranges.access, isExclusive, std::move(file), readOnlyCode});
     return CoordinationLock(Ending::release);
   }
+  return failure(EBUSY);
 }
 
 CoordinationLock::~CoordinationLock() {

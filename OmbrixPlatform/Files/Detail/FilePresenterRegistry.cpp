@@ -9,6 +9,7 @@
 
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Files/Detail/LastLink.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -173,6 +174,12 @@ void FilePresenterRegistry::writeEnds(const std::string& path, const NSFilePrese
 }
 
 std::string coordinatedPath(std::string path) {
+  if (char* const whole = ::realpath(path.c_str(), nullptr); whole != nullptr) {
+    const std::string resolved(whole);
+    std::free(whole);
+    return resolved;
+  }
+  static_cast<void>(followLastLink(path));  // one that leads to nothing yet
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   const auto slash = path.find_last_of('/');
   if (slash == std::string::npos || path.size() == 1) return path;

@@ -68,8 +68,7 @@ class FilePresenterRegistry {
   Items items_;
 };
 
-/// A path as the locks and the registry know it: the links of its folders resolved, as far as they
-/// exist.
+/// A path as the locks and the registry know it: its links resolved, as far as they exist.
 std::string coordinatedPath(std::string path);
 
 }  // namespace ombrix::platform::detail

@@ -1,6 +1,8 @@
 #include "OmbrixPlatform/Files/Directories.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <cstdlib>
 #include <filesystem>
@@ -24,18 +26,20 @@ void setFolders(const char* home, const char* data, const char* tmp) {
 
 // Catches relative or empty variables that are believed.
 TEST(DirectoriesTests, FollowsTheEnvironment) {
-  setFolders("/home/me", "/data/", "/scratch");
+  const testing::ScopedDir folder;
+  const std::string home = folder.path() / "me";
+  setFolders(home.c_str(), "/data/", "/scratch");
   auto directories = makeSystemDirectories();
-  EXPECT_EQ(directories->caches().absoluteString(), "file:///home/me/.cache/");
-  EXPECT_EQ(directories->preferences().absoluteString(), "file:///home/me/.config/");
+  EXPECT_EQ(directories->caches().absoluteString(), "file://" + home + "/.cache/");
+  EXPECT_EQ(directories->preferences().absoluteString(), "file://" + home + "/.config/");
   EXPECT_EQ(directories->applicationSupport().absoluteString(), "file:///data/");
   EXPECT_EQ(directories->library().absoluteString(), "file:///data/");
-  EXPECT_EQ(directories->documents().absoluteString(), "file:///home/me/");
+  EXPECT_EQ(directories->documents().absoluteString(), "file://" + home + "/");
   EXPECT_EQ(directories->temporary().absoluteString(), "file:///scratch/");
 
-  setFolders("/home/me", "data", "");
+  setFolders(home.c_str(), "data", "");
   directories = makeSystemDirectories();
-  EXPECT_EQ(directories->library().path(), "/home/me/.local/share");
+  EXPECT_EQ(directories->library().path(), home + "/.local/share");
   EXPECT_EQ(directories->temporary().path(), "/tmp");
 }
 
@@ -47,6 +51,32 @@ TEST(DirectoriesTests, WithoutHomeTheSystemNamesOne) {
     EXPECT_TRUE(std::filesystem::is_directory(path)) << path;
     EXPECT_EQ(makeSystemDirectories()->caches().path(),
               (std::filesystem::path(path) / ".cache").string());
+  }
+}
+
+// Catches a user without a home who is sent to a folder that others share, may enter or have made.
+TEST(DirectoriesTests, WithoutAnyHomeThereIsAPrivateOne) {
+  constexpr uid_t kUnknownUser = 54'321;
+  if (::geteuid() != 0) GTEST_SKIP() << "becomes another user";
+  const testing::ScopedDir scratch;
+  std::filesystem::permissions(scratch.path(), std::filesystem::perms::all);
+  for (const char* squatted : {"", "home-54321"}) {
+    if (*squatted != '\0') {
+      std::filesystem::remove_all(scratch.path() / squatted);
+      std::filesystem::create_directory(scratch.path() / squatted);
+      std::filesystem::permissions(scratch.path() / squatted, std::filesystem::perms::all);
+    }
+    const auto findHome = [&] {
+      if (::setgid(kUnknownUser) != 0 || ::setuid(kUnknownUser) != 0) std::_Exit(2);
+      setFolders("/dev/null/nowhere", nullptr, scratch.path().c_str());
+      const std::string home = makeSystemDirectories()->documents().path();
+      struct stat info{};
+      const bool isOwn = ::lstat(home.c_str(), &info) == 0 && info.st_uid == kUnknownUser &&
+                         (info.st_mode & 07777) == 0700;
+      const bool isNamed = home == scratch.path() / "home-54321";
+      std::_Exit(isOwn && isNamed == (*squatted == '\0') ? 0 : 1);
+    };
+    EXPECT_EXIT(findHome(), ::testing::ExitedWithCode(0), "");
   }
 }
 

@@ -6,7 +6,6 @@
 
 #include <barrier>
 #include <filesystem>
-#include <future>
 #include <mutex>
 #include <semaphore>
 #include <thread>
@@ -33,13 +32,6 @@ using ::testing::StartsWith;
 
 static_assert(ItemStore<PlistFileStore<StoredDay>> && ItemStore<CachedItemStore<StoredDay>>);
 static_assert(!std::default_initializable<CachedItemStore<int>>);
-
-/// Waits for the background write.
-void waitFor(const std::function<bool()>& condition) {
-  const auto deadline = std::chrono::steady_clock::now() + 30s;
-  while (!condition() && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
-  EXPECT_TRUE(condition());
-}
 
 /// Every store is tried inside the group container, with coordination, and outside.
 class ItemStoreTests : public ::testing::TestWithParam<bool> {
@@ -112,6 +104,43 @@ TEST_P(ItemStoreTests, BadFilesAreLogged) {
   EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith(std::string(kReading))));
   EXPECT_EQ(log_.lines().back().file, "OmbrixCore/Data/ItemStore");
   EXPECT_EQ(log_.lines().back().function, "doRead(url:)");
+}
+
+// Catches a file that is removed, waited for or believed though nothing says that it is broken.
+TEST_P(ItemStoreTests, FilesThatCannotBeReadStay) {
+  PlistFileStore<StoredDay>(url("large")).setValue(StoredDay{"large", 1, std::vector(200, 1.0)});
+  directories_.dir().write(path("endless"), "bplist00");
+  fs::resize_file(path("endless"), std::uintmax_t{1} << 40);
+  ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
+  PlistFileStore<Unholdable>(url("unholdable")).setValue(Unholdable());
+  DataFileStore::setSizeLimitBytes(1000);
+  for (const char* name : {"large", "endless", "pipe", "unholdable"}) {
+    EXPECT_EQ(PlistFileStore<Unholdable>(url(name)).value(), std::nullopt) << name;
+    EXPECT_EQ(CachedItemStore<Unholdable>(url(name), {}).value(), Unholdable()) << name;
+    EXPECT_THAT(log_.takeErrors(), ::testing::SizeIs(2)) << name;
+    EXPECT_THAT(log_.lines().back().message, StartsWith("Error reading the object: ")) << name;
+    EXPECT_TRUE(fs::exists(path(name))) << name;
+  }
+  const DataFileStore limited(url("limited")), pipe(url("pipe"));
+  limited.setValue(Data(1000));
+  limited.setValue(Data(1001));
+  pipe.setValue(Data(1));
+  EXPECT_THAT(log_.takeErrors(), ::testing::SizeIs(2));
+  EXPECT_EQ(limited.value()->size(), 1000U);
+  DataFileStore::setSizeLimitBytes(DataFileStore::kUsualSizeLimitBytes);
+}
+
+// Catches a reader of a broken file that removes, or misses, what is stored before it is done.
+TEST_P(ItemStoreTests, WhatIsStoredMeanwhileStays) {
+  using Store = PlistFileStore<Interrupted>;
+  directories_.dir().write(path(), "<plist version=\"1.0\"><integer>1</integer></plist>");
+  Interrupted::whileDecoding = [&] {
+    Store(url()).setValue(Interrupted{7});
+    throw std::runtime_error("broken");
+  };
+  EXPECT_EQ(Store(url()).value(), Interrupted{7});
+  EXPECT_TRUE(fs::exists(path()));
+  EXPECT_THAT(log_.takeErrors(), ::testing::SizeIs(1));
 }
 
 // Catches wrong messages, or any harm to what is there, where files cannot be read or written.
@@ -199,7 +228,8 @@ TEST(ItemStoreCoordinationTests, RegisteredStoreHearsOfOthersOnly) {
   platform::NSFileCoordinator::addFilePresenter(store.filePresenter());
   for (int i = 2; i < 12; ++i) {
     store.setValue(i);
-    waitFor([&] { return other.value() == i; });
+    store.flush();
+    EXPECT_EQ(other.value(), i);
   }
   store.purge();
   EXPECT_THAT(takeSeen(), ElementsAre(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 0));
@@ -227,17 +257,18 @@ TEST_P(ItemStoreTests, CachedValueIsPublishedAndKept) {
     store.setValue(monday);
     EXPECT_EQ(store.value(), monday);
     store.presentedItemDidChange();
-    waitFor([&] { return store.exists() && store.size() > 0; });
+    store.flush();
+    EXPECT_GT(store.size(), 0U);
     EXPECT_THAT(seen, ElementsAre("none", "Monday", "Monday"));
     EXPECT_EQ(store.presentedItemURL(), url());
     EXPECT_EQ(store.presentedItemOperationQueue()->name(), "Store for item.data");
     EXPECT_EQ(store.presentedItemOperationQueue()->maxConcurrentOperationCount(), 1);
   }
-  waitFor([&] { return PlistFileStore<StoredDay>(url()).value() == monday; });
-  log_.takeErrors();  // reads while it was being made
+  EXPECT_EQ(PlistFileStore<StoredDay>(url()).value(), monday);
   const CachedItemStore<StoredDay> store(url(), none);
   store.setValue(tuesday);
-  waitFor([&] { return PlistFileStore<StoredDay>(url()).value() == tuesday; });
+  store.flush();
+  EXPECT_EQ(PlistFileStore<StoredDay>(url()).value(), tuesday);
   PlistFileStore<StoredDay>(url()).setValue(monday);
   EXPECT_EQ(store.value(), monday) << "the first read takes the file's value";
   PlistFileStore<StoredDay>(url()).setValue(tuesday);
@@ -246,6 +277,35 @@ TEST_P(ItemStoreTests, CachedValueIsPublishedAndKept) {
   EXPECT_FALSE(store.exists());
   PlistFileStore<StoredDay>(url()).setValue(tuesday);
   EXPECT_EQ(store.value(), none) << "not even after a purge";
+}
+
+// Catches a write that lands after a later one, or after a purge.
+TEST_P(ItemStoreTests, TheLastWriteStays) {
+  const CachedItemStore<int> store(url(), 0);
+  const PlistFileStore<int> file(url());
+  for (int round = 0; round < 50; ++round) {
+    for (int i = 0; i <= round % 7; ++i) store.setValue(100 * round + i);
+    store.flush();
+    EXPECT_EQ(file.value(), 100 * round + round % 7);
+    store.setValue(-1);
+    store.purge();
+    EXPECT_FALSE(store.exists());
+    store.flush();
+    EXPECT_FALSE(store.exists()) << "it came back";
+  }
+  // Of threads that set at once, the disk has what memory has.
+  PlistFileStore<int>(url("shared")).setValue(1);
+  const CachedItemStore<int> shared(url("shared"), 0);
+  EXPECT_EQ(shared.value(), 1);
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&, i] {
+      for (int round = 0; round < 100; ++round) shared.setValue(1000 * i + round);
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  shared.flush();
+  EXPECT_EQ(shared.value(), CachedItemStore<int>(url("shared"), 0).value());
 }
 
 // Catches a coordinator that keeps the store alive, and a presenter that leads nowhere after it.
@@ -262,11 +322,15 @@ TEST_P(ItemStoreTests, CoordinatorHoldsTheStoreWeakly) {
 }
 
 // Catches first readers that load twice or return before the load, and writers or readers of one
-// file in one process that see each other's half-written values.
+// file in one process that see each other's half-written values, however they name the file.
 TEST_P(ItemStoreTests, ThreadsShareOneFile) {
   const std::vector<double> ones(2000, 1), twos(900, 2);
   const StoredDay first{"first", 1, ones}, second{"second", 2, twos};
   PlistFileStore<StoredDay>(url()).setValue(first);
+  fs::create_directory_symlink(path().parent_path(), path("link"));
+  fs::create_symlink("item.data", path("alias"));
+  fs::create_symlink("nothing yet", path("dangling"));
+  const char* const names[] = {"item.data", "link/./item.data", "alias", "link/alias"};
   const CachedItemStore<StoredDay> cached(url(), StoredDay{});
   std::barrier loaded(4);
   std::vector<std::thread> threads;
@@ -274,7 +338,7 @@ TEST_P(ItemStoreTests, ThreadsShareOneFile) {
     threads.emplace_back([&, i] {
       EXPECT_EQ(cached.value(), first);
       loaded.arrive_and_wait();
-      const PlistFileStore<StoredDay> own(url());
+      const PlistFileStore<StoredDay> own(url(names[i]));
       for (int round = 0; round < 50; ++round) {
         if (i % 2 == 0) own.setValue(round % 2 == 0 ? second : first);
         const auto value = own.value();
@@ -283,23 +347,12 @@ TEST_P(ItemStoreTests, ThreadsShareOneFile) {
     });
   }
   for (auto& thread : threads) thread.join();
-}
-
-// Catches threads that do not keep off each other because they spell the file's path in two ways.
-TEST_P(ItemStoreTests, SpellingsOfOnePathExcludeEachOther) {
-  fs::create_directories(path().parent_path());
-  fs::create_directory_symlink(path().parent_path(), path("link"));
-  // Whoever opens a pipe waits for its other end, in the midst of reading.
-  ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);
-  const DataFileStore store(url()), other(url("link/./item.data"));
-  auto reading = std::async(std::launch::async, [&] { return store.value(); });
-  EXPECT_EQ(reading.wait_for(50ms), std::future_status::timeout);
-  auto purging = std::async(std::launch::async, [&] { other.purge(); });
-  EXPECT_EQ(purging.wait_for(50ms), std::future_status::timeout);
-  directories_.dir().write(path(), "text");
-  EXPECT_EQ(platform::textOf(reading.get().value()), "text");
-  purging.get();
-  EXPECT_FALSE(store.exists());
+  const PlistFileStore<int> alias(url("alias")), dangling(url("dangling"));
+  EXPECT_GE(alias.size(), 1000U);
+  alias.purge();
+  EXPECT_FALSE(fs::exists(path())) << "what the link leads to";
+  dangling.setValue(3);
+  EXPECT_EQ(PlistFileStore<int>(url("nothing yet")).value(), 3);
 }
 
 // Catches a wrapper that keeps a value of its own, loses a change that ends early, or does not
@@ -321,7 +374,8 @@ TEST_P(ItemStoreTests, PersistedIsAFaceOfItsStore) {
                std::runtime_error);
   EXPECT_EQ(copy.wrappedValue(), 9);
   EXPECT_THAT(seen, ElementsAre(5, 6, 7, 9));
-  waitFor([&] { return fs::exists(path("count")); });
+  count.flush();
+  EXPECT_EQ(PlistFileStore<int>(url("count")).value(), 9);
 }
 
 }  // namespace

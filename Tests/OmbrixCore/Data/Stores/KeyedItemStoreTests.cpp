@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "OmbrixCore/Data/Stores/CachedKeyedItemStore.hpp"
+#include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
@@ -245,6 +246,28 @@ TEST_P(DiskKeyedStoreTests, BadFilesAreLogged) {
               ElementsAre(StartsWith("Data: Error getting keys for disk store: ")));
 }
 
+// Catches a reader of a broken file that removes, or misses, what is stored before it is done; and
+// memory that stays for every key that was asked for in vain.
+TEST_P(DiskKeyedStoreTests, WhatIsStoredMeanwhileStays) {
+  const PlistKeyedItemStore<Interrupted> store(url());
+  directories_.dir().write(folder() / "k.data",
+                           "<plist version=\"1.0\"><integer>1</integer></plist>");
+  Interrupted::whileDecoding = [&] {
+    PlistFileStore<Interrupted>(store.backingDiskStore().path("k")).setValue(Interrupted{7});
+    throw std::runtime_error("broken");
+  };
+  EXPECT_EQ(store.value("k").get(), Interrupted{7});
+  const DataKeyedItemStore data(url(), "data");
+  for (int i = 0; i < 1100; ++i) data.value("miss" + std::to_string(i)).get();
+  for (const char* key : {"miss0", "miss1099"}) {
+    directories_.dir().write(folder() / (std::string(key) + ".data"), "x");
+    data.purge(key).get();
+  }
+  EXPECT_TRUE(data.exists("miss0").get()) << "forgotten";
+  EXPECT_FALSE(data.exists("miss1099").get()) << "counts as opened";
+  log_.takeErrors();
+}
+
 // Catches a cache that answers from the wrong store, misses what is only in one, or is not filled.
 TEST_P(DiskKeyedStoreTests, CacheJoinsBothStores) {
   using Store = CachedKeyedItemStore<StoredDay>;
@@ -274,59 +297,45 @@ TEST_P(DiskKeyedStoreTests, CacheJoinsBothStores) {
   EXPECT_THAT(store.keys().get(), IsEmpty());
 }
 
-/// Lets a test hold up whoever decodes one.
-struct SlowNumber {
-  int number = 0;
-
-  static inline std::function<void()> whileDecoding;
-
-  void encode(platform::Encoder& encoder) const {
-    auto container = encoder.singleValueContainer();
-    container->encode(number);
-  }
-  static SlowNumber decode(platform::Decoder& decoder) {
-    const SlowNumber value{decoder.singleValueContainer()->decode<int>()};
-    if (whileDecoding) whileDecoding();
-    return value;
-  }
-};
-
 // Catches a reader that puts what it has found on disk into memory after it was replaced or purged
 // there.
 TEST(CachedKeyedItemStoreTests, WhatIsReplacedStaysReplaced) {
   testing::ScopedDirectories directories;
   RecordingLog log;
-  using Store = CachedKeyedItemStore<SlowNumber>;
+  using Store = CachedKeyedItemStore<Interrupted>;
   struct Case {
     const char* name;
     std::function<platform::Async<void>(const Store&)> change;
     std::optional<int> expected;
   };
   const Case cases[] = {
-      {"stored", [](const Store& s) { return s.store(SlowNumber{2}, "k"); }, 2},
+      {"stored", [](const Store& s) { return s.store(Interrupted{2}, "k"); }, 2},
       {"inMemory",
-       [](const Store& s) { return s.store(SlowNumber{2}, "k", Store::StoreType::memory); }, 2},
+       [](const Store& s) { return s.store(Interrupted{2}, "k", Store::StoreType::memory); }, 2},
       {"removed", [](const Store& s) { return s.store(std::nullopt, "k"); }, std::nullopt},
       {"purged", [](const Store& s) { return s.purge("k"); }, std::nullopt},
       {"allPurged", [](const Store& s) { return s.purge(); }, std::nullopt},
+      {"another", [](const Store& s) { return s.store(Interrupted{2}, "other"); }, 1},
   };
   for (const auto& [name, change, expected] : cases) {
     const URL folder = URL::fileURL((directories.dir().path() / name).string(), true);
-    const Store store{InMemoryKeyedStore<SlowNumber>(), PlistKeyedItemStore<SlowNumber>(folder)};
-    store.store(SlowNumber{1}, "k", Store::StoreType::disk).get();
+    const Store store{InMemoryKeyedStore<Interrupted>(), PlistKeyedItemStore<Interrupted>(folder)};
+    store.store(Interrupted{1}, "k", Store::StoreType::disk).get();
     std::binary_semaphore decoding{0}, mayGoOn{0};
-    SlowNumber::whileDecoding = [&] {
+    Interrupted::whileDecoding = [&] {
       decoding.release();
       mayGoOn.acquire();
     };
     auto reading = store.value("k").start();
     decoding.acquire();
-    SlowNumber::whileDecoding = nullptr;
     auto changing = change(store).start();
-    if (std::string_view(name) != "stored") changing.get();  // that one waits for the reader
+    // Those that encode wait for the reader.
+    const std::string_view changed = name;
+    if (changed != "stored" && changed != "another") changing.get();
     mayGoOn.release();
     EXPECT_EQ(reading.get()->number, 1) << name;
     changing.get();
+    if (changed == "another") fs::remove_all(folder.path());  // memory has it
     const auto after = store.value("k").get();
     EXPECT_EQ(after ? std::optional(after->number) : std::nullopt, expected) << name;
   }

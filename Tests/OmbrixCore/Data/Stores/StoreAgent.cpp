@@ -2,12 +2,26 @@
 //   write FOLDER SIZE…   stores values of these sizes in turn under the key "k", until it is killed
 //   share GROUP ROUNDS   reads and writes one file and the keys of one folder in the group's
 //                        container, beside others that do the same; fails on a torn or lost value
+//   read FILE MEGABYTES CGROUP
+//                        reads a text with so much more memory at most, from inside a control group
+//                        unless CGROUP is "-"; 0 when it came, 3 when not
+//   decode FILE          decodes a property list as several types; 0 within 64 MiB and a second
+//   each launch FOLDER COUNT  adds one to a persisted number, sets so many others, and ends
 
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <array>
+#include <ctime>
+#include <fstream>
 #include <iostream>
+#include <map>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "OmbrixCore/Data/Stores/Persisted.hpp"
 #include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
@@ -53,13 +67,79 @@ int share(const char* group, unsigned rounds) {
   return 0;
 }
 
+int read(const char* file, std::size_t megabytes, const std::string& group) {
+  if (group != "-") std::ofstream(group + "/cgroup.procs") << ::getpid();
+  static_cast<void>(PlistFileStore<int>(URL::fileURL("/nowhere")).value());  // the log has started
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  const rlim_t limit = pages * static_cast<std::size_t>(::getpagesize()) + (megabytes << 20U);
+  const rlimit limits{limit, limit};
+  if (megabytes > 0) ::setrlimit(RLIMIT_AS, &limits);
+  return isWhole(PlistFileStore<std::string>(URL::fileURL(file)).value()) ? 0 : 3;
+}
+
+/// A type of which a small object makes much.
+struct Wide {
+  std::array<char, 1000> unread{};
+  std::optional<std::string> name;
+  static constexpr auto kCodingFields =
+      platform::codingFields(platform::field("name", &Wide::name));
+};
+
+template <class T>
+bool decodesWithinBounds(const platform::Data& file) {
+  constexpr long kMostKilobytes = 64L << 10U;
+  rusage before{}, after{};
+  ::getrusage(RUSAGE_SELF, &before);
+  const std::clock_t start = std::clock();
+  try {
+    if constexpr (std::same_as<T, platform::PropertyList>) {
+      static_cast<void>(platform::PropertyListSerialization::read(file));
+    } else {
+      static_cast<void>(platform::PropertyListDecoder().decode<T>(file));
+    }
+  } catch (const platform::Error&) {
+  }
+  ::getrusage(RUSAGE_SELF, &after);
+  return std::clock() - start < CLOCKS_PER_SEC &&
+         after.ru_maxrss - before.ru_maxrss < kMostKilobytes;
+}
+
+template <class T>
+using Nested = std::vector<std::vector<std::vector<T>>>;
+
+int decode(const char* path) {
+  const auto contents = FileManager::defaultManager().contents(URL::fileURL(path));
+  if (!contents) return 2;
+  const bool isBounded = decodesWithinBounds<Nested<std::optional<std::string>>>(*contents) &&
+                         decodesWithinBounds<Nested<Wide>>(*contents) &&
+                         decodesWithinBounds<Nested<std::map<std::string, bool>>>(*contents) &&
+                         decodesWithinBounds<Nested<std::set<std::string>>>(*contents) &&
+                         decodesWithinBounds<std::vector<Wide>>(*contents) &&
+                         decodesWithinBounds<platform::PropertyList>(*contents);
+  return isBounded ? 0 : 1;
+}
+
+int launch(const char* folder, int others) {
+  const URL directory = URL::fileURL(folder, true);
+  const Persisted<int> launches{0, directory, "launches"};
+  launches.modifyWrappedValue([](int& count) { ++count; });
+  for (int i = 0; i < others; ++i) {
+    Persisted<int>(0, directory, "other" + std::to_string(i)).setWrappedValue(i);
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 3 && std::string_view(argv[1]) == "decode") return decode(argv[2]);
   if (argc < 4) return 2;
+  if (std::string_view(argv[1]) == "read") return read(argv[2], std::stoul(argv[3]), argv[4]);
   if (std::string_view(argv[1]) == "share") {
     return share(argv[2], static_cast<unsigned>(std::stoul(argv[3])));
   }
+  if (std::string_view(argv[1]) == "launch") return launch(argv[2], std::stoi(argv[3]));
   std::vector<std::size_t> sizes;
   for (int i = 3; i < argc; ++i) sizes.push_back(std::stoul(argv[i]));
   return write(argv[2], sizes);

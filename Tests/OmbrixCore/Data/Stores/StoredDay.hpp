@@ -1,6 +1,9 @@
 #pragma once
 
+#include <functional>
+#include <new>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "OmbrixPlatform/Coding/Codable.hpp"
@@ -27,6 +30,28 @@ struct Unencodable {
     throw platform::EncodingError::invalidValue("it is not to be stored", {});
   }
   static Unencodable decode(platform::Decoder&) { return {}; }
+};
+
+/// What cannot be held in memory.
+struct Unholdable {
+  void encode(platform::Encoder& encoder) const { encoder.singleValueContainer()->encode(1); }
+  static Unholdable decode(platform::Decoder&) { throw std::bad_alloc(); }
+  friend bool operator==(const Unholdable&, const Unholdable&) = default;
+};
+
+/// A number during whose decoding something happens, once.
+struct Interrupted {
+  int number = 0;
+
+  static inline std::function<void()> whileDecoding;
+
+  void encode(platform::Encoder& encoder) const { encoder.singleValueContainer()->encode(number); }
+  static Interrupted decode(platform::Decoder& decoder) {
+    const Interrupted value{decoder.singleValueContainer()->decode<int>()};
+    if (auto happens = std::exchange(whileDecoding, nullptr)) happens();
+    return value;
+  }
+  friend bool operator==(const Interrupted&, const Interrupted&) = default;
 };
 
 }  // namespace ombrix

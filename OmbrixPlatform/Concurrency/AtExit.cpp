@@ -1,0 +1,44 @@
+#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace ombrix::platform {
+namespace {
+
+struct Endings {
+  std::mutex mutex;
+  std::vector<std::pair<pid_t, void (*)()>> functions;
+};
+
+Endings& endings() {
+  static Endings& instance = *new Endings;  // outlives exit
+  return instance;
+}
+
+void runAll() {
+  while (true) {
+    std::pair<pid_t, void (*)()> last;
+    {
+      const std::lock_guard lock(endings().mutex);
+      if (endings().functions.empty()) return;
+      last = endings().functions.back();
+      endings().functions.pop_back();
+    }
+    if (last.first == ::getpid()) last.second();
+  }
+}
+
+}  // namespace
+
+void atExit(void (*function)()) {
+  const std::lock_guard lock(endings().mutex);
+  if (endings().functions.empty()) std::atexit(runAll);
+  endings().functions.emplace_back(::getpid(), function);
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,238 @@
+// Files that are read and written whole.
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <new>
+#include <stdexcept>
+
+#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Files/Detail/LastLink.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+using detail::Descriptor;
+
+std::unexpected<FileError> failure(int code, std::string_view action, const std::string& path) {
+  return std::unexpected(FileError(code, action, path));
+}
+
+/// 0 for a regular file, else the errno that says what is wrong with it.
+int codeFor(mode_t mode) noexcept {
+  if (S_ISREG(mode)) return 0;
+  return S_ISDIR(mode) ? EISDIR : ENOTSUP;
+}
+
+/// O_NONBLOCK, so that opening a pipe does not wait for its other end; regular files know no
+/// difference.
+int flagsFor(LastLink lastLink) noexcept {
+  return O_NONBLOCK | (lastLink == LastLink::refused ? O_NOFOLLOW : 0);
+}
+
+FileState stateFrom(const struct stat& info) noexcept {
+  return {info.st_dev, info.st_ino, static_cast<std::uint64_t>(info.st_size), info.st_mtim.tv_sec,
+          info.st_mtim.tv_nsec};
+}
+
+/// Whether nothing was written in between. The last bit of the time does not count: the coordinator
+/// turns it over to tell its own writes from others'.
+bool isUnchanged(FileState a, FileState b) noexcept {
+  a.nanoseconds |= 1;
+  b.nanoseconds |= 1;
+  return a == b;
+}
+
+/// pwrite(2) of all bytes; 0 or errno.
+int writeAllAt(int descriptor, DataView bytes, off_t offset) noexcept {
+  while (!bytes.empty()) {
+    const auto count =
+        detail::retrying([&] { return ::pwrite(descriptor, bytes.data(), bytes.size(), offset); });
+    if (count < 0) return errno;
+    bytes = bytes.subspan(static_cast<std::size_t>(count));
+    offset += count;
+  }
+  return 0;
+}
+
+/// Sets disk space aside for a longer value, while the file stays as it is; 0 or errno.
+int makeRoom(int descriptor, const struct stat& info, off_t length) noexcept {
+  constexpr off_t kBlockBytes = 512;
+  if (length <= info.st_blocks * kBlockBytes) return 0;
+  if (detail::retrying(
+          [&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, length); }) == 0) {
+    return 0;
+  }
+  const int error = errno;
+  if (error == EOPNOTSUPP || error == ENOSYS) return 0;
+  // What was set aside until the disk was full goes back.
+  static_cast<void>(::ftruncate(descriptor, info.st_size));
+  return error;
+}
+
+/// Writes the contents behind a zero that stands for the first byte until the end; 0 or errno.
+int writeInPlace(int descriptor, off_t oldLength, DataView contents) noexcept {
+  const auto length = static_cast<off_t>(contents.size());
+  // In one call, which writes from the front: the mark stands before anything behind it changes.
+  std::byte mark{0};
+  const DataView rest = contents.subspan(length > 0 ? 1 : 0);
+  const std::array parts{iovec{&mark, 1}, iovec{const_cast<std::byte*>(rest.data()), rest.size()}};
+  const auto count = detail::retrying([&] { return ::pwritev(descriptor, parts.data(), 2, 0); });
+  if (count < 0) return errno;
+  const auto written = std::max<std::size_t>(static_cast<std::size_t>(count), 1);
+  int error = writeAllAt(descriptor, rest.subspan(written - 1), static_cast<off_t>(written));
+  if (error == 0 && std::max<off_t>(oldLength, 1) > length &&
+      detail::retrying([&] { return ::ftruncate(descriptor, length); }) != 0) {
+    error = errno;
+  }
+  if (error == 0 && length > 0) error = writeAllAt(descriptor, contents.first(1), 0);
+  return error;
+}
+
+int writeTo(int descriptor, DataView contents, bool isNew) noexcept {
+  struct stat info{};
+  if (::fstat(descriptor, &info) != 0) return errno;
+  if (const int code = codeFor(info.st_mode); code != 0) return code;
+  if (!isNew) {
+    const int error = makeRoom(descriptor, info, static_cast<off_t>(contents.size()));
+    if (error != 0) return error;
+  }
+  return writeInPlace(descriptor, info.st_size, contents);
+}
+
+/// Removes a file that was made and not finished, unless another has taken its place.
+void removeUnfinished(int descriptor, const std::string& path) noexcept {
+  struct stat made{};
+  struct stat named{};
+  if (::fstat(descriptor, &made) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+      made.st_ino == named.st_ino && made.st_dev == named.st_dev) {
+    ::unlink(path.c_str());
+  }
+}
+
+FileResult<void> writeFile(const std::string& path, DataView contents, int flags, bool mayMake) {
+  flags |= O_WRONLY;
+  Descriptor file = detail::openFile(path, flags);
+  bool isNew = false;
+  if (!file && errno == ENOENT && mayMake) {
+    file = detail::openFile(path, flags | O_CREAT | O_EXCL);
+    isNew = static_cast<bool>(file);
+    // Somebody else has made it meanwhile, or it is a link that leads nowhere yet.
+    if (!file && errno == EEXIST) file = detail::openFile(path, flags | O_CREAT);
+  }
+  if (!file) return failure(errno, "open", path);
+  int error = writeTo(file.get(), contents, isNew);
+  if (error != 0 && isNew) removeUnfinished(file.get(), path);
+  if (const int closeError = file.reset(); error == 0) error = closeError;
+  if (error != 0) return failure(error, "write", path);
+  return {};
+}
+
+/// Reads an open file to its end; 0 or errno.
+int readAll(int descriptor, const struct stat& info, std::uint64_t limitBytes, Data& bytes) try {
+  // One byte more than the size, so that the end shows without another allocation. Files that tell
+  // no size, such as those in /proc, are read in growing blocks.
+  constexpr std::size_t kSmallestBlockBytes = 4096;
+  const auto size = static_cast<std::size_t>(std::max<off_t>(info.st_size, 0));
+  bytes.resize(size == 0 ? kSmallestBlockBytes : size + 1);
+  std::size_t filled = 0;
+  while (true) {
+    const auto count = detail::readSome(descriptor, std::span(bytes).subspan(filled));
+    if (count < 0) return errno;
+    filled += static_cast<std::size_t>(count);
+    if (filled > limitBytes) return EFBIG;
+    // A file that gave what it promised is at its end; asking once more costs a system call.
+    if (count == 0 || (S_ISREG(info.st_mode) && size > 0 && filled == size)) break;
+    if (filled == bytes.size()) bytes.resize(bytes.size() * 2);
+  }
+  bytes.resize(filled);
+  return 0;
+} catch (const std::bad_alloc&) {
+  return ENOMEM;
+} catch (const std::length_error&) {
+  return ENOMEM;
+}
+
+/// Whether an open file holds exactly these bytes, from where it stands; 0 or errno in `error`.
+bool holds(int descriptor, DataView bytes, int& error) noexcept {
+  std::array<std::byte, 16384> block;
+  while (true) {
+    const auto count = detail::readSome(descriptor, block);
+    if (count < 0) {
+      error = errno;
+      return false;
+    }
+    if (count == 0) return bytes.empty();
+    const auto read = static_cast<std::size_t>(count);
+    if (read > bytes.size() || std::memcmp(block.data(), bytes.data(), read) != 0) return false;
+    bytes = bytes.subspan(read);
+  }
+}
+
+}  // namespace
+
+FileResult<void> FileManager::createFile(const URL& url, DataView contents,
+                                         LastLink lastLink) const {
+  return writeFile(url.path(), contents, flagsFor(lastLink), true);
+}
+
+FileResult<void> FileManager::overwriteFile(const URL& url, DataView contents) const {
+  return writeFile(url.path(), contents, flagsFor(LastLink::followed), false);
+}
+
+FileResult<Data> FileManager::contents(const URL& url) const {
+  const std::string path = url.path();
+  const Descriptor file = detail::openFile(path, O_RDONLY);
+  struct stat info{};
+  if (!file || ::fstat(file.get(), &info) != 0) return failure(errno, "open", path);
+  if (S_ISDIR(info.st_mode)) return failure(EISDIR, "read", path);
+  Data bytes;
+  const int error = readAll(file.get(), info, UINT64_MAX, bytes);
+  if (error != 0) return failure(error, "read", path);
+  return bytes;
+}
+
+FileResult<FileContents> FileManager::regularContents(const URL& url, std::uint64_t limitBytes,
+                                                      LastLink lastLink) const {
+  const std::string path = url.path();
+  const Descriptor file = detail::openFile(path, O_RDONLY | flagsFor(lastLink));
+  struct stat info{};
+  if (!file || ::fstat(file.get(), &info) != 0) return failure(errno, "open", path);
+  int error = codeFor(info.st_mode);
+  FileContents contents{{}, stateFrom(info)};
+  if (error == 0 && contents.state.size > limitBytes) error = EFBIG;
+  if (error == 0) error = readAll(file.get(), info, limitBytes, contents.bytes);
+  if (error != 0) return failure(error, "read", path);
+  return contents;
+}
+
+FileResult<bool> FileManager::removeUnchanged(const URL& url, const FileContents& contents) const {
+  const std::string path = url.path();
+  const Descriptor file = detail::openFile(path, O_RDONLY | flagsFor(LastLink::refused));
+  struct stat info{};
+  if (!file || ::fstat(file.get(), &info) != 0) return failure(errno, "open", path);
+  if (!isUnchanged(stateFrom(info), contents.state)) return false;
+  int error = 0;
+  // The time alone does not tell: two writes within a tick of the kernel's clock have the same.
+  if (!holds(file.get(), contents.bytes, error)) {
+    if (error != 0) return failure(error, "read", path);
+    return false;
+  }
+  if (::unlink(path.c_str()) != 0) return failure(errno, "remove", path);
+  return true;
+}
+
+FileResult<URL> FileManager::resolvingLastLink(const URL& url) const {
+  std::string path = url.path();
+  if (const int error = detail::followLastLink(path); error != 0) {
+    return failure(error, "follow", path);
+  }
+  return path == url.path() ? url : URL::fileURL(path, url.hasDirectoryPath());
+}
+
+}  // namespace ombrix::platform
