@@ -2,8 +2,9 @@
 
 namespace ombrix::platform {
 
-/// Has a function called when the process ends normally (main returns, or `exit`), before those that
-/// were handed in earlier. A process that is forked from this one does not call it. Any thread.
+/// Has a function called when the process ends normally (main returns, or `exit`), before those
+/// that were handed in earlier. A process that is forked from this one does not call it. Any
+/// thread.
 void atExit(void (*function)());
 
 }  // namespace ombrix::platform

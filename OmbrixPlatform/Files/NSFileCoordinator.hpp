@@ -17,8 +17,8 @@ namespace ombrix::platform {
 /// all go through coordinators with the same lock folder.
 ///
 /// Access is to one path; a folder and the files in it are apart from each other. The path is taken
-/// with its symbolic links resolved, the last component's too, so that two spellings meet. A waiting
-/// writer holds back readers that come later.
+/// with its symbolic links resolved, the last component's too, so that two spellings meet. A
+/// waiting writer holds back readers that come later.
 ///
 /// Every call blocks until access is granted, runs the accessor on the calling thread and ends the
 /// access when it returns or throws. Calls nest: what a thread holds already it gets again at once,

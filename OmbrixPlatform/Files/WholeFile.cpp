@@ -64,8 +64,8 @@ int writeAllAt(int descriptor, DataView bytes, off_t offset) noexcept {
 int makeRoom(int descriptor, const struct stat& info, off_t length) noexcept {
   constexpr off_t kBlockBytes = 512;
   if (length <= info.st_blocks * kBlockBytes) return 0;
-  if (detail::retrying(
-          [&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, length); }) == 0) {
+  if (detail::retrying([&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, length); }) ==
+      0) {
     return 0;
   }
   const int error = errno;

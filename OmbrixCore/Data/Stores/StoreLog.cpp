@@ -23,8 +23,9 @@ void logKeyedItemStore(std::string_view function, std::string_view what, std::st
 }
 
 void logNoMemory(const platform::URL& file, std::source_location where) {
-  logItemStore("value", "Error reading the object: ",
-               platform::FileError(ENOMEM, "read", file.path()), where);
+  logItemStore("value",
+               "Error reading the object: ", platform::FileError(ENOMEM, "read", file.path()),
+               where);
 }
 
 }  // namespace ombrix::detail

@@ -19,9 +19,9 @@ inline constexpr std::string_view kPropertyListNull = "$null";
 
 /// Writes a binary property list in one go, in the manner of `CodingWriter`.
 ///
-/// Equal short texts and data are stored once, and numbers that come again soon. The caller keeps calls
-/// balanced and keys distinct. Throws `EncodingError` for text that is not UTF-8 and for containers
-/// nested too deep. Borrows the user info. One thread.
+/// Equal short texts and data are stored once, and numbers that come again soon. The caller keeps
+/// calls balanced and keys distinct. Throws `EncodingError` for text that is not UTF-8 and for
+/// containers nested too deep. Borrows the user info. One thread.
 class BinaryPropertyListWriter {
  public:
   explicit BinaryPropertyListWriter(const CodingUserInfo* userInfo = nullptr);
