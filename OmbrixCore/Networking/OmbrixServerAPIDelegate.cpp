@@ -7,6 +7,10 @@ namespace ombrix {
 OmbrixServerAPIDelegate::OmbrixServerAPIDelegate(std::string testHost)
     : testHost_(std::move(testHost)) {}
 
+bool OmbrixServerAPIDelegate::judgesServers(const std::string& host) const {
+  return platform::headerNamesEqual(host, testHost_);
+}
+
 void OmbrixServerAPIDelegate::didReceiveChallenge(
     platform::URLSession&, const platform::URLAuthenticationChallenge& challenge,
     ChallengeHandler completionHandler) {

@@ -13,6 +13,7 @@ class OmbrixServerAPIDelegate final : public platform::URLSessionDelegate {
   /// @param testHost The local test server's host.
   explicit OmbrixServerAPIDelegate(std::string testHost);
 
+  [[nodiscard]] bool judgesServers(const std::string& host) const override;
   void didReceiveChallenge(platform::URLSession& session,
                            const platform::URLAuthenticationChallenge& challenge,
                            ChallengeHandler completionHandler) override;

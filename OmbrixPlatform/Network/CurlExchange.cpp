@@ -68,7 +68,9 @@ void CurlExchange::setConstantOptions() {
   ::curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
   ::curl_easy_setopt(easy_, CURLOPT_XFERINFOFUNCTION, &takeProgress);
   ::curl_easy_setopt(easy_, CURLOPT_XFERINFODATA, this);
-  sockets_.install(easy_);
+  ::curl_easy_setopt(easy_, CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+  ::curl_easy_setopt(easy_, CURLOPT_OPENSOCKETDATA, this);
+  sockets_.installClosing(easy_);
   ::curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &checkConnection);
   ::curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
 }
@@ -98,6 +100,7 @@ bool CurlExchange::begin(std::shared_ptr<CurlTask> task, const Terms& terms) {
     if (connectTo_ == nullptr) return false;
   }
   ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, connectTo_);
+  ::curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, terms.isResend ? 1L : 0L);
   ::curl_easy_setopt(easy_, CURLOPT_NOPROXY, terms.bypassesProxy ? "*" : nullptr);
   if (terms.trust != nullptr) terms.trust->install(easy_);
   return true;
@@ -145,25 +148,6 @@ bool CurlExchange::setFields(const URLRequest& request) {
     return false;
   if (isPost && !request.headers.contains("Expect") && !addField("Expect:")) return false;
   return ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, fields_) == CURLE_OK;
-}
-
-void CurlExchange::reset() {
-  ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, nullptr);
-  ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, nullptr);
-  ::curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, nullptr);
-  CurlTrust::uninstall(easy_);
-  ::curl_slist_free_all(std::exchange(fields_, nullptr));
-  ::curl_slist_free_all(std::exchange(connectTo_, nullptr));
-  errorText_[0] = '\0';
-  task_ = nullptr;
-  request_ = nullptr;
-  decoder_.reset();
-  response_ = nullptr;
-  ownError_ = nullptr;
-  body_ = {};
-  progressSeen_ = 0;
-  isPaused_ = false;
-  foundSurplus_ = false;
 }
 
 CurlExchange::TimePoint CurlExchange::idleDeadline() const noexcept {
@@ -261,16 +245,32 @@ int CurlExchange::takeProgress(void* self, curl_off_t /*expectedDown*/, curl_off
   return 0;
 }
 
-/// Looks at a connection right before a request goes out: what a server has sent beyond the length
-/// of an answer would be taken for the next one, which libcurl does not see to.
+/// A socket for a connection, none for a request that has been sent already.
+curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
+                                       curl_sockaddr* address) {
+  auto& exchange = *static_cast<CurlExchange*>(self);
+  exchange.wouldBeSentAgain_ = exchange.sendings_ > 0;
+  return exchange.wouldBeSentAgain_ ? CURL_SOCKET_BAD : exchange.sockets_.open(*address);
+}
+
+/// Looks at a connection right before a request goes out. What a server has sent beyond the length
+/// of an answer would be taken for the next one, which libcurl does not see to; and libcurl sends
+/// any request again by itself when a connection that it uses again has died, which is for the
+/// session to decide.
 int CurlExchange::checkConnection(void* self, char* /*remote*/, char* /*local*/, int remotePort,
                                   int localPort) {
   auto& exchange = *static_cast<CurlExchange*>(self);
+  if (exchange.sendings_ > 0) {
+    exchange.wouldBeSentAgain_ = true;
+    return CURL_PREREQFUNC_ABORT;
+  }
   long newConnections = 0;
   ::curl_easy_getinfo(exchange.easy_, CURLINFO_NUM_CONNECTS, &newConnections);
-  if (newConnections != 0) return CURL_PREREQFUNC_OK;
-  exchange.foundSurplus_ = exchange.sockets_.hasUnreadBytes(exchange.easy_, localPort, remotePort);
-  return exchange.foundSurplus_ ? CURL_PREREQFUNC_ABORT : CURL_PREREQFUNC_OK;
+  exchange.foundSurplus_ = newConnections == 0 &&
+                           exchange.sockets_.hasUnreadBytes(exchange.easy_, localPort, remotePort);
+  if (exchange.foundSurplus_) return CURL_PREREQFUNC_ABORT;
+  ++exchange.sendings_;
+  return CURL_PREREQFUNC_OK;
 }
 
 CURLcode CurlExchange::resumeReceiving() {
@@ -294,6 +294,10 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
 
 std::shared_ptr<const URLError> CurlExchange::errorFor(CURLcode code) {
   if (ownError_) return ownError_;
+  if (wouldBeSentAgain_) {
+    return makeURLError(URLError::Code::networkConnectionLost,
+                        "the connection was lost before an answer came");
+  }
   if (code != CURLE_OK) return urlErrorFor(failureFor(code));
   if (!response_) {
     return makeURLError(URLError::Code::networkConnectionLost,

@@ -1,6 +1,7 @@
 #include <pthread.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <iterator>
 #include <thread>
@@ -14,7 +15,6 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t kIdleExchanges = 16;  // handles kept for the next exchanges
 constexpr std::size_t kIdleConnections = 64;
 constexpr std::size_t kHostsKept = 256;  // more are forgotten while nothing goes there
 constexpr std::size_t kDeliveriesTogether = 32;
@@ -31,6 +31,13 @@ void blockBrokenPipeSignal() {
   ::sigemptyset(&signals);
   ::sigaddset(&signals, SIGPIPE);
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+/// Whether a method has the same effect twice as once (RFC 9110 section 9.2.2).
+bool isIdempotent(std::string_view method) {
+  constexpr std::array<std::string_view, 6> kMethods{"GET",    "HEAD",    "PUT",
+                                                     "DELETE", "OPTIONS", "TRACE"};
+  return std::ranges::find(kMethods, method) != kMethods.end();
 }
 
 bool isLoopbackName(std::string_view host) {
@@ -181,6 +188,7 @@ void CurlLoop::admit(const std::shared_ptr<CurlTask>& task) {
     return;
   }
   CurlTask::LoopPlace& place = task->place;
+  place.isResend = false;
   if (!place.isKnown) {
     auto where = tasks_.end();
     while (where != tasks_.begin() &&
@@ -241,13 +249,7 @@ void CurlLoop::pump(CurlHost& host) {
 }
 
 bool CurlLoop::start(CurlHost& host, std::shared_ptr<CurlTask> task) {
-  std::unique_ptr<CurlExchange> exchange;
-  if (idle_.empty()) {
-    exchange = std::make_unique<CurlExchange>(now_, sockets_);
-  } else {
-    exchange = std::move(idle_.back());
-    idle_.pop_back();
-  }
+  auto exchange = std::make_unique<CurlExchange>(now_, sockets_);
   const bool isSecure = task->origin().isSecure;
   const CurlExchange::Terms terms{
       .timeLimit =
@@ -255,7 +257,8 @@ bool CurlLoop::start(CurlHost& host, std::shared_ptr<CurlTask> task) {
       .isSecure = isSecure,
       .isMappedToLoopback = host.isMappedToLoopback,
       .bypassesProxy = host.isMappedToLoopback || isLoopbackName(task->origin().host),
-      .trust = isSecure && asksDelegate_ ? &host.trust : nullptr};
+      .trust = isSecure && asksDelegate_ ? &host.trust : nullptr,
+      .isResend = task->place.isResend};
   task->exchangeBegins(now_);
   if (!exchange->begin(task, terms) ||
       ::curl_multi_add_handle(multi_, exchange->easy()) != CURLM_OK) {
@@ -300,10 +303,11 @@ void CurlLoop::flushDeliveries() {
 
 void CurlLoop::ended(CurlExchange& exchange, CURLcode code) {
   const std::shared_ptr<CurlTask> task = exchange.task();
-  if (code != CURLE_OK && retriesLater(exchange, task, code)) return;
+  if (code != CURLE_OK && (sendsAgain(exchange, task) || retriesLater(exchange, task, code)))
+    return;
   task->place.host->retryDelay = {};
   if (const auto error = exchange.errorFor(code)) {
-    release(exchange, false);
+    release(exchange);
     forget(task);
     task->fail(error);
     return;
@@ -313,20 +317,34 @@ void CurlLoop::ended(CurlExchange& exchange, CURLcode code) {
                           .requestTime = exchange.requestTime(),
                           .responseTime = exchange.responseTime()};
   task->exchangeEnded(std::move(answer), exchange);
-  release(exchange, true);
+  release(exchange);
+}
+
+/// Sends the request once more, on a new connection, when the one that was used again has died
+/// before an answer came; only what has the same effect twice as once.
+bool CurlLoop::sendsAgain(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task) {
+  if (!exchange.wouldBeSentAgain() || task->isOver() || task->place.isResend ||
+      !isIdempotent(task->request()->httpMethod)) {
+    return false;
+  }
+  task->place.isResend = true;
+  task->requestIsResent();
+  release(exchange);
+  requeue(task);
+  return true;
 }
 
 /// Keeps the task when its exchange may succeed later: once the delegate has decided about a
 /// certificate, or once there is connectivity.
 bool CurlLoop::retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task,
                             CURLcode code) {
-  if (exchange.hasHeader()) return false;
+  if (exchange.hasHeader() || exchange.wasSent()) return false;
   CurlHost& host = *task->place.host;
   const CurlFailure failure = exchange.failureFor(code);
   const bool isUndecided = failure.verifyResult == undecidedVerifyResult();
   const bool waits = configuration_.waitsForConnectivity && isMissingConnectivity(failure);
   if (!isUndecided && !waits && !exchange.foundSurplus()) return false;
-  release(exchange, false);
+  release(exchange);
   if (task->isOver()) {
     forget(task);
   } else if (waits) {
@@ -410,8 +428,8 @@ void CurlLoop::trustAnswered(CurlHost& host, const CurlTrust::Fingerprint& leaf,
   }
 }
 
-/// Ends an exchange for its task; the handle is kept for others after a clean end only.
-void CurlLoop::release(CurlExchange& exchange, bool isReusable) {
+/// Ends an exchange for its task.
+void CurlLoop::release(CurlExchange& exchange) {
   ::curl_multi_remove_handle(multi_, exchange.easy());
   CurlTask& task = *exchange.task();
   CurlHost& host = *task.place.host;
@@ -421,16 +439,12 @@ void CurlLoop::release(CurlExchange& exchange, bool isReusable) {
   const std::size_t index = exchange.activeIndex;
   std::swap(active_[index], active_.back());
   active_[index]->activeIndex = index;
-  auto owned = std::move(active_.back());
   active_.pop_back();
-  if (!isReusable || idle_.size() >= kIdleExchanges) return;
-  owned->reset();
-  idle_.push_back(std::move(owned));
 }
 
 /// Takes a task out of everything on this thread; what is under way for it ends.
 void CurlLoop::letGo(const std::shared_ptr<CurlTask>& task) {
-  if (task->place.exchange != nullptr) release(*task->place.exchange, false);
+  if (task->place.exchange != nullptr) release(*task->place.exchange);
   if (std::exchange(task->place.isQueued, false)) {
     task->place.host->waiting.erase(task->place.queued);
   }
@@ -462,7 +476,7 @@ void CurlLoop::checkDeadlines() {
       nextIdleCheck_ = std::min(nextIdleCheck_, deadline);
     } else if (configuration_.waitsForConnectivity && !exchange.hasConnection()) {
       const auto task = exchange.task();
-      release(exchange, false);
+      release(exchange);
       awaitConnectivity(task);
     } else {
       expire(exchange.task(), "the server sent nothing for too long");
@@ -497,7 +511,6 @@ void CurlLoop::askAboutHeaders() {
 void CurlLoop::tearDown() {
   timer_ = {};
   active_.clear();
-  idle_.clear();
 }
 
 }  // namespace ombrix::platform::detail

@@ -19,17 +19,15 @@ int portOf(curl_socket_t descriptor, int (*end)(int, sockaddr*, socklen_t*)) {
 
 }  // namespace
 
-void CurlSockets::install(CURL* easy) {
-  ::curl_easy_setopt(easy, CURLOPT_OPENSOCKETFUNCTION, &open);
-  ::curl_easy_setopt(easy, CURLOPT_OPENSOCKETDATA, this);
+void CurlSockets::installClosing(CURL* easy) {
   ::curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &close);
   ::curl_easy_setopt(easy, CURLOPT_CLOSESOCKETDATA, this);
 }
 
-curl_socket_t CurlSockets::open(void* self, curlsocktype /*purpose*/, curl_sockaddr* address) {
+curl_socket_t CurlSockets::open(const curl_sockaddr& address) {
   const curl_socket_t descriptor =
-      ::socket(address->family, address->socktype | SOCK_CLOEXEC, address->protocol);
-  if (descriptor >= 0) static_cast<CurlSockets*>(self)->sockets_.push_back({descriptor, 0, 0});
+      ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
+  if (descriptor >= 0) sockets_.push_back({descriptor, 0, 0});
   return descriptor;
 }
 

@@ -235,6 +235,11 @@ void CurlTask::exchangeBegins(TimePoint now) {
   metrics_.waiting = now - resumedAt_;
 }
 
+void CurlTask::requestIsResent() {
+  const std::lock_guard lock(lock_);
+  ++metrics_.resendCount;
+}
+
 void CurlTask::headerCame(std::shared_ptr<const HTTPURLResponse> response,
                           std::int64_t expectedBytes) {
   bytesExpected_ = expectedBytes;

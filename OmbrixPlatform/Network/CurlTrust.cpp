@@ -53,13 +53,6 @@ void CurlTrust::install(CURL* easy) {
   ::curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, checksNameItself_ ? 0L : 2L);
 }
 
-void CurlTrust::uninstall(CURL* easy) {
-  ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, nullptr);
-  ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, nullptr);
-  ::curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 1L);
-  ::curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, 2L);
-}
-
 void CurlTrust::decide(const Fingerprint& leaf, Decision decision) {
   decisions_[leaf] = decision;
   checksNameItself_ = checksNameItself_ || decision == Decision::accept;

@@ -25,6 +25,10 @@ using URLSessionCompletionHandler = std::move_only_function<void(
     std::shared_ptr<const Error> error)>;
 
 /// Makes and runs transfers that share connections, a cache and a delegate. Any thread.
+///
+/// When a connection that is used again dies before a byte of the answer has come, a request whose
+/// method is idempotent (RFC 9110 section 9.2.2) is sent once more, on a new connection; any other
+/// fails as `networkConnectionLost`. Otherwise nothing is ever sent again.
 class URLSession {
  public:
   /// A session by the `urlSessionFactory` service.

@@ -14,6 +14,11 @@ namespace ombrix::platform {
 class URLCache;
 
 /// How a session behaves; copied when the session is made, changes after that have no effect on it.
+///
+/// Sessions speak HTTP/1.1 and, over TLS 1.2 or later where the server offers it, HTTP/2. Cookies
+/// are neither kept nor sent by themselves. Proxies are those of the environment ("http_proxy",
+/// "https_proxy", "all_proxy", "no_proxy"). A request that names no "User-Agent" gets that of the
+/// main bundle.
 struct URLSessionConfiguration {
   /// The defaults below, with the process's shared cache.
   static URLSessionConfiguration defaultConfiguration();
@@ -45,6 +50,17 @@ struct URLSessionConfiguration {
 
   /// Transfers to one host at a time; more wait their turn, in order.
   std::size_t httpMaximumConnectionsPerHost = 6;
+
+  /// Transfers of the session at one time, to whatever hosts.
+  std::size_t httpMaximumConnections = 64;
+
+  /// The longest body, decoded and in bytes, that is kept in memory for a completion handler; a
+  /// longer one fails as `dataLengthExceedsMaximum`.
+  std::size_t maximumBodyBytes = std::size_t{256} << 20;
+
+  /// What all such bodies of the session may take together until their handlers are called; the one
+  /// that would pass it fails in the same way.
+  std::size_t maximumBodyBytesTogether = std::size_t{256} << 20;
 
   /// Header fields that every request gets unless it sets them itself.
   HTTPHeaders httpAdditionalHeaders;

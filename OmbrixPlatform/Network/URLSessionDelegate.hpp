@@ -59,7 +59,15 @@ class URLSessionDelegate {
 
   virtual ~URLSessionDelegate() = default;
 
-  /// Asked once for each host, port and certificate of a session before any byte is sent there.
+  /// Whether `didReceiveChallenge` is to be asked about the servers of a host, named in lower case;
+  /// those of all others are verified as the system does. Called on any thread; it must give the
+  /// same answer each time.
+  [[nodiscard]] virtual bool judgesServers([[maybe_unused]] const std::string& host) const {
+    return false;
+  }
+
+  /// Asked once for each host, port and certificate of a session before any byte is sent there, for
+  /// hosts that `judgesServers` names.
   /// `useCredential` with the trust that was asked about accepts this very certificate, whatever
   /// its name and issuer. Cancelling ends the tasks that wait for the answer, and is not
   /// remembered.

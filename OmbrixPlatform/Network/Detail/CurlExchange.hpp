@@ -24,8 +24,9 @@ namespace ombrix::platform::detail {
 
 class CurlTask;
 
-/// One request sent and its answer received: an easy handle and what its callbacks gather. Used for
-/// one exchange after the other. Network thread only.
+/// One request sent and its answer received: an easy handle of its own and what its callbacks
+/// gather. (libcurl 7.88 keeps a pointer into the last answer's header in a handle that is used
+/// again, and writes through it.) Network thread only.
 class CurlExchange {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -37,6 +38,7 @@ class CurlExchange {
     bool isMappedToLoopback = false;  ///< whatever the name service says
     bool bypassesProxy = false;
     CurlTrust* trust = nullptr;  ///< null: libcurl verifies alone
+    bool isResend = false;       ///< takes a new connection and is sent once, whatever happens
   };
 
   /// @param now The loop's clock, looked at by the callbacks.
@@ -47,9 +49,6 @@ class CurlExchange {
 
   /// Prepares the handle for the task's current request; false when libcurl refuses it.
   bool begin(std::shared_ptr<CurlTask> task, const Terms& terms);
-
-  /// Lets go of the task and what was gathered, for the next `begin`.
-  void reset();
 
   [[nodiscard]] CURL* easy() const noexcept { return easy_; }
   [[nodiscard]] const std::shared_ptr<CurlTask>& task() const noexcept { return task_; }
@@ -68,6 +67,12 @@ class CurlExchange {
 
   /// Whether it was broken off since its connection held bytes that nobody had asked for.
   [[nodiscard]] bool foundSurplus() const noexcept { return foundSurplus_; }
+
+  /// Whether the request may have reached the server, in full or in part.
+  [[nodiscard]] bool wasSent() const noexcept { return sendings_ > 0; }
+
+  /// Whether it was broken off since libcurl was about to send the request again.
+  [[nodiscard]] bool wouldBeSentAgain() const noexcept { return wouldBeSentAgain_; }
 
   /// Whether it has got as far as a connection.
   [[nodiscard]] bool hasConnection() const;
@@ -97,6 +102,7 @@ class CurlExchange {
   static std::size_t takeBody(const char* bytes, std::size_t size, std::size_t count, void* self);
   static int takeProgress(void* self, curl_off_t expectedDown, curl_off_t down,
                           curl_off_t expectedUp, curl_off_t up);
+  static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
   static int checkConnection(void* self, char* remote, char* local, int remotePort, int localPort);
 
   void setConstantOptions();
@@ -126,6 +132,8 @@ class CurlExchange {
   std::int64_t progressSeen_ = 0;
   bool isPaused_ = false;
   bool foundSurplus_ = false;
+  bool wouldBeSentAgain_ = false;
+  int sendings_ = 0;  // connections that were given the request
   Date requestTime_{};
   Date responseTime_{};
 };

@@ -96,6 +96,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void finishDone();
   void flushDeliveries();
   void ended(CurlExchange& exchange, CURLcode code);
+  bool sendsAgain(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task);
   bool retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task, CURLcode code);
   void requeue(const std::shared_ptr<CurlTask>& task);
   void awaitConnectivity(const std::shared_ptr<CurlTask>& task);
@@ -104,7 +105,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void trustAnswered(CurlHost& host, const CurlTrust::Fingerprint& leaf,
                      std::optional<CurlTrust::Decision> decision);
   void askAboutHeaders();
-  void release(CurlExchange& exchange, bool isReusable);
+  void release(CurlExchange& exchange);
   void letGo(const std::shared_ptr<CurlTask>& task);
   void expire(const std::shared_ptr<CurlTask>& task, const char* message);
   void checkDeadlines();
@@ -132,7 +133,6 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   std::unordered_map<CurlOrigin, std::unique_ptr<CurlHost>, CurlOrigin::Hash> hosts_;
   std::vector<CurlHost*> touched_;  // may have something to start
   std::vector<std::unique_ptr<CurlExchange>> active_;
-  std::vector<std::unique_ptr<CurlExchange>> idle_;
   std::vector<std::pair<std::shared_ptr<CurlTask>, CurlTask::Answer>> deliveries_;
   std::vector<CurlHost*> offline_;  // waiting for connectivity
   TimePoint nextIdleCheck_ = TimePoint::max();

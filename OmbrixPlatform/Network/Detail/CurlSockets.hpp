@@ -10,8 +10,11 @@ namespace ombrix::platform::detail {
 /// outlive the multi handle. Network thread only.
 class CurlSockets {
  public:
-  /// Makes a transfer open and close its sockets here.
-  void install(CURL* easy);
+  /// Opens a socket and keeps it in mind; `CURL_SOCKET_BAD` with errno when there is none.
+  curl_socket_t open(const curl_sockaddr& address);
+
+  /// Makes a transfer close its sockets here.
+  void installClosing(CURL* easy);
 
   /// Whether the connection between these ports, about to be used again, holds bytes that its
   /// server sent without being asked. Over TLS the bytes of the protocol itself do not count, and
@@ -25,7 +28,6 @@ class CurlSockets {
     int remotePort;  // 0 until it is connected and asked for
   };
 
-  static curl_socket_t open(void* self, curlsocktype purpose, curl_sockaddr* address);
   static int close(void* self, curl_socket_t descriptor);
 
   std::vector<Socket> sockets_;

@@ -67,6 +67,7 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
     CurlExchange* exchange = nullptr;
     bool isKnown = false;
     bool isQueued = false;
+    bool isResend = false;  // its request was sent once, and goes once more
   };
 
   CurlTask(std::shared_ptr<CurlURLSession> session, std::uint64_t identifier, URLRequest request,
@@ -108,6 +109,9 @@ class CurlTask final : public URLSessionUploadTask, public std::enable_shared_fr
   [[nodiscard]] bool isOver() const noexcept { return isClaimed_; }
 
   void exchangeBegins(TimePoint now);
+
+  /// The request goes once more, after its connection has died without an answer.
+  void requestIsResent();
 
   /// The header of the answer has come; `expectedBytes` -1: unknown.
   void headerCame(std::shared_ptr<const HTTPURLResponse> response, std::int64_t expectedBytes);

@@ -38,9 +38,6 @@ class CurlTrust {
   /// Makes a transfer verify its server here. Call it before each transfer.
   void install(CURL* easy);
 
-  /// Makes a handle verify as libcurl does by itself.
-  static void uninstall(CURL* easy);
-
   /// Takes the question that has come up since the last call.
   std::optional<Question> takeQuestion() { return std::exchange(question_, std::nullopt); }
 

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 #include <zlib.h>
 
+#include <map>
+#include <mutex>
+#include <set>
 #include <thread>
 
 #include "OmbrixPlatform/Services.hpp"
@@ -52,7 +55,8 @@ std::string manyFields(int count) {
 std::string summaryOf(Code code) { return "error " + std::to_string(static_cast<int>(code)); }
 
 // Catches answers that are taken for whole though they are cut, damaged, ambiguous or endless, and
-// whole ones that are refused for an unusual form.
+// whole ones that are refused for an unusual form; on a new connection and on one that has carried
+// an answer before, whose traces must harm nothing.
 TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
   const std::string text(5000, 'x');
   const std::string gzip = deflated(text, kGzip);
@@ -82,6 +86,7 @@ TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
       {"nothing",                "", false, summaryOf(Code::networkConnectionLost)},
       {"reset at once",          "", true, summaryOf(Code::networkConnectionLost)},
       {"half a header",          "HTTP/1.1 200 OK\r\nX: ", false, summaryOf(Code::networkConnectionLost)},
+      {"first field folded",     "HTTP/1.1 200 OK\r\n X: a\r\nContent-Length: 3\r\n\r\nabc", false, summaryOf(Code::cannotParseResponse)},
       {"no HTTP",                "220 mail.example ready\r\n\r\n", false, summaryOf(Code::cannotParseResponse)},
       {"a field without colon",  answer("nonsense\r\n", "abc"), false, summaryOf(Code::cannotParseResponse)},
       {"too many fields",        answer(manyFields(1500), "abc"), false, summaryOf(Code::badServerResponse)},
@@ -100,10 +105,79 @@ TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
   // clang-format on
   TestServer server(TestServer::Wire::plain);
   const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
-  for (const Case& row : cases) {
-    server.scriptConnections(
+  server.route("GET", "/case/*", [&](const devserver::Request& request) {
+    const Case& row = cases[std::stoul(request.rest)];
+    return devserver::Response::following(
         {devserver::Send{row.bytes}, row.isReset ? devserver::End::reset : devserver::End::close});
-    EXPECT_EQ(fetch(*session, requestTo(server.url("/"))).summary(), row.expected) << row.name;
+  });
+  for (std::size_t i = 0; i < cases.size(); ++i) {
+    for (const bool isReused : {false, true}) {
+      SCOPED_TRACE(cases[i].name);
+      if (isReused) {
+        EXPECT_EQ(fetch(*session, requestTo(server.url("/status/200"))).status(), 200);
+      }
+      auto running = testing::start(*session, requestTo(server.url("/case/" + std::to_string(i))));
+      EXPECT_EQ(running.outcome().summary(), cases[i].expected);
+      const bool isSentAgain = isReused && cases[i].bytes.empty();
+      EXPECT_EQ(running.task->metrics().resendCount, isSentAgain ? 1 : 0);
+    }
+  }
+}
+
+// Catches requests that reach a server twice though only once is safe, more often than twice, or
+// after their answer has begun; and safe ones given up at once.
+TEST(URLSessionFaultTests, RequestsAreSentAgainOnlyWhereThatIsSafe) {
+  TestServer server(TestServer::Wire::plain);
+  std::mutex mutex;
+  std::map<std::string, int> arrivals;
+  std::set<std::uint64_t> used;  // connections
+  // Ends each connection that is used again, "/once/" ones for one time.
+  server.route("*", "/*", [&](const devserver::Request& request) {
+    const std::lock_guard lock(mutex);
+    const int arrival = ++arrivals[request.path];
+    const bool isReused = !used.insert(request.connection).second;
+    if (!isReused && (arrival == 1 || request.path.starts_with("/once/"))) {
+      return devserver::Response::text("done");
+    }
+    if (!request.path.starts_with("/begun/")) {
+      return devserver::Response::following({devserver::End::reset});
+    }
+    return devserver::Response::following({devserver::Send{"HTTP/1.1 2"}, devserver::End::reset});
+  });
+  struct Case {
+    const char* method;
+    const char* path;
+    std::string expected;
+    int arrivals;
+  };
+  const std::string lost = summaryOf(Code::networkConnectionLost);
+  // clang-format off: a table
+  const std::vector<Case> cases{
+      {"GET",    "/once/",   "200 done", 2},
+      {"PUT",    "/once/",   "200 done", 2},
+      {"DELETE", "/once/",   "200 done", 2},
+      {"POST",   "/once/",   lost,       1},
+      {"PATCH",  "/once/",   lost,       1},
+      {"OWN",    "/once/",   lost,       1},
+      {"PUT",    "/always/", lost,       2},
+      {"GET",    "/begun/",  lost,       1},
+      {"PUT",    "/begun/",  lost,       1},
+  };
+  // clang-format on
+  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  int number = 0;
+  for (const Case& row : cases) {
+    SCOPED_TRACE(std::string(row.method) + " " + row.path);
+    ASSERT_EQ(fetch(*session, requestTo(server.url("/first" + std::to_string(++number)))).status(),
+              200);
+    URLRequest request = requestTo(server.url(row.path + std::to_string(number)));
+    request.httpMethod = row.method;
+    if (row.method != std::string("GET")) request.httpBody = dataFrom("body");
+    auto running = testing::start(*session, request);
+    EXPECT_EQ(running.outcome().summary(), row.expected);
+    EXPECT_EQ(running.task->metrics().resendCount, row.arrivals - 1);
+    const std::lock_guard lock(mutex);
+    EXPECT_EQ(arrivals[row.path + std::to_string(number)], row.arrivals);
   }
 }
 
