@@ -3,7 +3,9 @@
 
 #include <cstdint>
 #include <cstdlib>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "OmbrixPlatform/Network/Detail/ContentDecoder.hpp"
 #include "OmbrixPlatform/Network/Detail/HTTPHeaderReader.hpp"
@@ -24,29 +26,37 @@ void checkHeaders(const HTTPHeaderReader& reader) {
   for (const auto& [name, value] : reader.headers()) {
     require(HTTPHeaders::isName(name) && HTTPHeaders::isValue(value));
   }
-  const auto length = detail::contentLength(reader.headers());
-  require(length.has_value() == reader.headers().contains("Content-Length"));
-  require(!length || !*length || **length >= 0);
+  const auto framing = detail::framingOf("GET", reader.statusCode(), reader.headers());
+  require(framing.length >= 0);
+  using Kind = detail::BodyFraming::Kind;
+  require(framing.kind != Kind::length || reader.headers().contains("Content-Length"));
+  require(framing.kind != Kind::chunked || reader.headers().contains("Transfer-Encoding"));
 }
 
-/// A body must decode to the same bytes whether it comes at once or piece by piece.
-void checkBody(std::string_view codings, std::string_view body) {
-  constexpr std::size_t kMaximumBytes = 1 << 20;
-  auto whole = detail::ContentDecoder::make(codings);
-  auto pieces = detail::ContentDecoder::make(codings);
-  require(whole.has_value() == pieces.has_value());
-  if (!whole) return;
-  Data a;
-  Data b;
-  const bool isWhole = whole->decode(bytesOf(body), a, kMaximumBytes) && whole->isAtEnd();
-  bool isWholeInPieces = true;
-  for (std::size_t at = 0; isWholeInPieces && at < body.size(); ++at) {
-    isWholeInPieces = pieces->decode(bytesOf(body.substr(at, 1)), b, kMaximumBytes);
+/// Decodes a body in pieces of that many bytes; nothing when it is damaged.
+std::optional<Data> decoded(std::string_view codings, std::string_view body, std::size_t piece,
+                            std::size_t step) {
+  using enum detail::ContentDecoder::Result;
+  detail::ContentDecoder decoder(codings);
+  Data output;
+  while (!body.empty()) {
+    DataView input = bytesOf(body.substr(0, piece));
+    body.remove_prefix(input.size());
+    auto result = full;
+    while (result == full) {
+      const std::size_t before = output.size();
+      result = decoder.decode(input, output, step);
+      require(output.size() - before <= step);
+    }
+    if (result != ready) return std::nullopt;
+    require(input.empty());
   }
-  isWholeInPieces = isWholeInPieces && pieces->isAtEnd();
-  require(a.size() <= kMaximumBytes && b.size() <= kMaximumBytes);
-  require(isWhole == isWholeInPieces);
-  if (isWhole) require(a == b);
+  return decoder.isAtEnd() ? std::optional(std::move(output)) : std::nullopt;
+}
+
+/// A body must decode to the same bytes however it comes and however small the steps are.
+void checkBody(std::string_view codings, std::string_view body) {
+  require(decoded(codings, body, body.size() + 1, 1 << 16) == decoded(codings, body, 1, 100));
 }
 
 }  // namespace

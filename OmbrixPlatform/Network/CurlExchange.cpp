@@ -1,9 +1,11 @@
 #include <algorithm>
+#include <array>
+#include <cerrno>
 #include <limits>
 #include <utility>
 
 #include "OmbrixPlatform/Network/Detail/CurlExchange.hpp"
-#include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
+#include "OmbrixPlatform/Network/Detail/TransferRules.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -13,12 +15,11 @@ namespace {
 
 // A server may claim any length: more room than this is made only as bytes come.
 constexpr std::size_t kMaximumReservedBytes = std::size_t{1} << 20;
-// What an answer may take up in memory, decoded.
-constexpr std::size_t kMaximumBodyBytes = std::size_t{1} << 30;
+// A body is decoded in steps of so much, and others have their turn after so much.
+constexpr std::size_t kStepBytes = std::size_t{32} << 10;
+constexpr std::size_t kTurnBytes = std::size_t{256} << 10;
 
-bool mayHaveBody(const URLRequest& request, int statusCode) noexcept {
-  return request.httpMethod != "HEAD" && statusCode != 204 && statusCode != 304;
-}
+constexpr const char* kTooLong = "the answer's body is too long to be kept in memory";
 
 /// Whether the request states the length of a body, be it 0.
 bool takesBody(const URLRequest& request) noexcept {
@@ -36,8 +37,8 @@ bool isReserved(std::string_view name) noexcept {
 
 }  // namespace
 
-CurlExchange::CurlExchange(const TimePoint& now, CurlSockets& sockets)
-    : easy_(::curl_easy_init()), now_(now), sockets_(sockets) {
+CurlExchange::CurlExchange(CurlSurroundings& surroundings)
+    : easy_(::curl_easy_init()), surroundings_(surroundings) {
   if (easy_ == nullptr) fatalError("libcurl cannot be set up");
   setConstantOptions();
 }
@@ -55,9 +56,9 @@ void CurlExchange::setConstantOptions() {
   ::curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
   ::curl_easy_setopt(easy_, CURLOPT_PIPEWAIT, 1L);
   ::curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
-  // Asked for here, undone by `ContentDecoder`, which sees to the end of the stream.
-  ::curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  // Undone by `ContentDecoder`, which sees to the end of the stream.
   ::curl_easy_setopt(easy_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
+  ::curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   ::curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
   ::curl_easy_setopt(easy_, CURLOPT_PRIVATE, this);
   ::curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &takeHeader);
@@ -70,18 +71,19 @@ void CurlExchange::setConstantOptions() {
   ::curl_easy_setopt(easy_, CURLOPT_XFERINFODATA, this);
   ::curl_easy_setopt(easy_, CURLOPT_OPENSOCKETFUNCTION, &openSocket);
   ::curl_easy_setopt(easy_, CURLOPT_OPENSOCKETDATA, this);
-  sockets_.installClosing(easy_);
+  surroundings_.sockets.installClosing(easy_);
+  ::curl_easy_setopt(easy_, CURLOPT_SHARE, surroundings_.share);
   ::curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &checkConnection);
   ::curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
 }
 
-bool CurlExchange::begin(std::shared_ptr<CurlTask> task, const Terms& terms) {
-  task_ = std::move(task);
-  request_ = task_->request();
-  header_.emplace();
+bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms) {
+  transfer_ = std::move(transfer);
+  request_ = transfer_->request;
+  trust_ = terms.trust;
   timeLimit_ = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
       std::min<std::chrono::duration<double>>(terms.timeLimit, std::chrono::hours(24 * 365)));
-  lastProgress_ = now_;
+  lastProgress_ = surroundings_.now;
   requestTime_ = services().clock.get().now();
 
   if (::curl_easy_setopt(easy_, CURLOPT_URL, request_->url.absoluteString().c_str()) != CURLE_OK ||
@@ -89,7 +91,7 @@ bool CurlExchange::begin(std::shared_ptr<CurlTask> task, const Terms& terms) {
     return false;
   }
   ::curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION,
-                     terms.isSecure ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
+                     transfer_->origin.isSecure ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
   // libcurl shares this out among the addresses of a host; the limit itself is kept by the loop.
   ::curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS,
                      static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
@@ -98,11 +100,11 @@ bool CurlExchange::begin(std::shared_ptr<CurlTask> task, const Terms& terms) {
   if (terms.isMappedToLoopback) {
     connectTo_ = ::curl_slist_append(nullptr, "::127.0.0.1:");
     if (connectTo_ == nullptr) return false;
+    ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, connectTo_);
   }
-  ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, connectTo_);
-  ::curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, terms.isResend ? 1L : 0L);
-  ::curl_easy_setopt(easy_, CURLOPT_NOPROXY, terms.bypassesProxy ? "*" : nullptr);
-  if (terms.trust != nullptr) terms.trust->install(easy_);
+  ::curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, transfer_->isResend ? 1L : 0L);
+  if (terms.bypassesProxy) ::curl_easy_setopt(easy_, CURLOPT_NOPROXY, "*");
+  if (trust_ != nullptr) trust_->install(easy_, transfer_->judgesServer);
   return true;
 }
 
@@ -133,7 +135,7 @@ bool CurlExchange::addField(const std::string& line) {
 
 bool CurlExchange::setFields(const URLRequest& request) {
   std::string line;
-  for (const HTTPHeaders* headers : {&request.headers, &task_->conditions()}) {
+  for (const HTTPHeaders* headers : {&request.headers, &transfer_->conditions}) {
     for (const auto& [name, value] : *headers) {
       if (isReserved(name)) continue;
       line = name;
@@ -147,6 +149,17 @@ bool CurlExchange::setFields(const URLRequest& request) {
   if (isPost && !request.headers.contains("Content-Type") && !addField("Content-Type:"))
     return false;
   if (isPost && !request.headers.contains("Expect") && !addField("Expect:")) return false;
+  // A part of a coded body cannot be decoded.
+  if (request.headers.contains("Range")) {
+    if (!request.headers.contains("Accept-Encoding") && !addField("Accept-Encoding: identity")) {
+      return false;
+    }
+  } else {
+    ::curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  }
+  if (!surroundings_.userAgent.empty()) {
+    ::curl_easy_setopt(easy_, CURLOPT_USERAGENT, surroundings_.userAgent.c_str());
+  }
   return ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, fields_) == CURLE_OK;
 }
 
@@ -154,8 +167,10 @@ CurlExchange::TimePoint CurlExchange::idleDeadline() const noexcept {
   return isPaused_ ? TimePoint::max() : lastProgress_ + timeLimit_;
 }
 
-void CurlExchange::fail(URLError::Code code, const std::string& message) {
-  if (!ownError_) ownError_ = makeURLError(code, message);
+/// Always false, as what the callbacks answer to end the exchange.
+bool CurlExchange::fail(URLError::Code code, const char* sentence) {
+  if (!ownError_) ownError_ = makeURLError(code, sentence);
+  return false;
 }
 
 std::size_t CurlExchange::takeHeader(const char* text, std::size_t size, std::size_t count,
@@ -165,49 +180,51 @@ std::size_t CurlExchange::takeHeader(const char* text, std::size_t size, std::si
 }
 
 bool CurlExchange::headerLine(std::string_view line) {
-  lastProgress_ = now_;
-  switch (header_->add(line)) {
-    case HTTPHeaderReader::Result::more:
+  lastProgress_ = surroundings_.now;
+  using enum HTTPHeaderReader::Result;
+  switch (header_.add(line)) {
+    case more:
       return true;
-    case HTTPHeaderReader::Result::complete:
+    case complete:
       return headerIsComplete();
-    case HTTPHeaderReader::Result::malformed:
-      fail(URLError::Code::cannotParseResponse, "the header of the answer is malformed");
-      return false;
-    case HTTPHeaderReader::Result::tooLong:
-      fail(URLError::Code::badServerResponse, "the header of the answer is too long");
-      return false;
+    case malformed:
+      return fail(URLError::Code::cannotParseResponse, "the header of the answer is malformed");
+    case ambiguous:
+      return fail(URLError::Code::badServerResponse,
+                  "a field of the answer has a blank before its colon");
+    case tooLong:
+      return fail(URLError::Code::badServerResponse, "the header of the answer is too long");
+    case upgrade:
+      return fail(URLError::Code::badServerResponse,
+                  "the server switches to a protocol that nobody asked for");
   }
   return false;
 }
 
 bool CurlExchange::headerIsComplete() {
   responseTime_ = services().clock.get().now();
-  const HTTPHeaders& headers = header_->headers();
-  std::int64_t expected = -1;
-  if (const auto length = contentLength(headers)) {
-    if (!*length) {
-      fail(URLError::Code::badServerResponse, "the answer states no single length");
-      return false;
-    }
-    expected = **length;
-  }
-  if (mayHaveBody(*request_, header_->statusCode())) {
-    decoder_ = ContentDecoder::make(headers.value("Content-Encoding").value_or(""));
-    if (!decoder_) {
-      fail(URLError::Code::cannotDecodeContentData, "the answer's content coding is not known");
-      return false;
-    }
-    if (!decoder_->isIdentity() || headers.contains("Transfer-Encoding")) expected = -1;
-    if (expected > 0) {
-      body_.reserve(std::min(static_cast<std::size_t>(expected), kMaximumReservedBytes));
-    }
-  } else {
+  if (trust_ != nullptr) trust_->hasAnswered();
+  const HTTPHeaders& headers = header_.headers();
+  using Kind = BodyFraming::Kind;
+  framing_ = framingOf(request_->httpMethod, header_.statusCode(), headers);
+  if (framing_.fault != nullptr) return fail(URLError::Code::badServerResponse, framing_.fault);
+  std::int64_t expected = framing_.kind == Kind::length ? framing_.length : -1;
+  if (framing_.kind == Kind::none) {
     expected = 0;
+  } else {
+    decoder_ = ContentDecoder(headers.value("Content-Encoding").value_or(""));
+    if (!decoder_.isIdentity()) expected = -1;
   }
-  response_ = std::make_shared<const HTTPURLResponse>(
-      request_->url, header_->statusCode(), header_->takeHeaders(), header_->httpVersion());
-  task_->headerCame(response_, expected);
+  response_ = std::make_shared<const HTTPURLResponse>(request_->url, header_.statusCode(),
+                                                      header_.takeHeaders(), header_.httpVersion());
+  bodyUse_ = transfer_->client->headerCame(response_, expected);
+  if (bodyUse_ == TransferClient::BodyUse::stream) return true;
+  const auto bytes = static_cast<std::size_t>(std::max<std::int64_t>(expected, 0));
+  if (bytes > surroundings_.maximumBodyBytes) {
+    return fail(URLError::Code::dataLengthExceedsMaximum, kTooLong);
+  }
+  body_ = GatheredBody(surroundings_.budget, surroundings_.maximumBodyBytes);
+  body_.expect(std::min(bytes, kMaximumReservedBytes));
   return true;
 }
 
@@ -216,23 +233,77 @@ std::size_t CurlExchange::takeBody(const char* bytes, std::size_t size, std::siz
   return static_cast<CurlExchange*>(self)->bodyPiece(bytesOf({bytes, size * count}));
 }
 
+/// Takes a piece step by step. What has to wait, for the client or for the turn of others, makes
+/// libcurl hand the piece over again, of which the beginning is then passed over.
 std::size_t CurlExchange::bodyPiece(DataView piece) {
-  lastProgress_ = now_;
-  if (!response_) return 0;
-  if (task_->mustPause(body_.size())) {
-    isPaused_ = true;
-    return CURL_WRITEFUNC_PAUSE;
+  lastProgress_ = surroundings_.now;
+  if (!response_ || consumed_ > piece.size()) return 0;
+  DataView rest = piece.subspan(consumed_);
+  std::size_t turn = kTurnBytes;
+  bool isDone = false;
+  while (!isDone) {
+    const std::size_t consumed = piece.size() - rest.size();
+    if (!transfer_->client->takesMore(body_.size())) return pause(consumed, false);
+    if (turn == 0) return pause(consumed, true);
+    const auto decoded = nextStep(rest, std::min(kStepBytes, turn), isDone);
+    if (!decoded || !keep(*decoded)) return 0;
+    turn -= decoded->size();
   }
-  const std::size_t before = body_.size();
-  if (!decoder_ || !decoder_->decode(piece, body_, kMaximumBodyBytes)) {
-    const bool isTooLong = decoder_ && body_.size() + piece.size() > kMaximumBodyBytes;
-    fail(isTooLong ? URLError::Code::dataLengthExceedsMaximum
-                   : URLError::Code::cannotDecodeContentData,
-         isTooLong ? "the answer's body is too long" : "the answer's body is damaged");
-    return 0;
-  }
-  task_->bodyCame(body_.size() - before, body_);
+  consumed_ = 0;
+  rawBytes_ += static_cast<std::int64_t>(piece.size());
   return piece.size();
+}
+
+std::size_t CurlExchange::pause(std::size_t consumed, bool yields) {
+  consumed_ = consumed;
+  isPaused_ = !yields;
+  isYielding_ = yields;
+  surroundings_.anyYields = surroundings_.anyYields || yields;
+  return CURL_WRITEFUNC_PAUSE;
+}
+
+/// Decodes from the front of `rest`, which is shortened; nothing when that fails.
+std::optional<DataView> CurlExchange::nextStep(DataView& rest, std::size_t most, bool& isDone) {
+  if (decoder_.isIdentity()) {
+    const DataView step = rest.first(std::min(rest.size(), most));
+    rest = rest.subspan(step.size());
+    isDone = rest.empty();
+    return step;
+  }
+  step_.clear();
+  using enum ContentDecoder::Result;
+  switch (decoder_.decode(rest, step_, most)) {
+    case ready:
+      isDone = true;
+      return step_;
+    case full:
+      return step_;
+    case damaged:
+      fail(URLError::Code::cannotDecodeContentData, "the answer's body is damaged");
+      return std::nullopt;
+    case exploding:
+      fail(URLError::Code::cannotDecodeContentData,
+           "the answer's body unpacks to more than 200 times its size");
+      return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+bool CurlExchange::keep(DataView decoded) {
+  if (bodyUse_ == TransferClient::BodyUse::gather) {
+    using enum GatheredBody::Result;
+    switch (body_.append(decoded)) {
+      case kept:
+        break;
+      case tooLong:
+        return fail(URLError::Code::dataLengthExceedsMaximum, kTooLong);
+      case tooMuchTogether:
+        return fail(URLError::Code::dataLengthExceedsMaximum,
+                    "the session's answers are too long to be kept in memory together");
+    }
+  }
+  if (!decoded.empty()) transfer_->client->bodyCame(decoded);
+  return true;
 }
 
 int CurlExchange::takeProgress(void* self, curl_off_t /*expectedDown*/, curl_off_t /*down*/,
@@ -240,8 +311,8 @@ int CurlExchange::takeProgress(void* self, curl_off_t /*expectedDown*/, curl_off
   auto& exchange = *static_cast<CurlExchange*>(self);
   if (up == exchange.progressSeen_) return 0;
   exchange.progressSeen_ = up;
-  exchange.lastProgress_ = exchange.now_;
-  exchange.task_->bodySent(up);
+  exchange.lastProgress_ = exchange.surroundings_.now;
+  exchange.transfer_->client->bodySent(up);
   return 0;
 }
 
@@ -250,24 +321,33 @@ curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
                                        curl_sockaddr* address) {
   auto& exchange = *static_cast<CurlExchange*>(self);
   exchange.wouldBeSentAgain_ = exchange.sendings_ > 0;
-  return exchange.wouldBeSentAgain_ ? CURL_SOCKET_BAD : exchange.sockets_.open(*address);
+  if (exchange.wouldBeSentAgain_) return CURL_SOCKET_BAD;
+  const curl_socket_t descriptor = exchange.surroundings_.sockets.open(*address);
+  if (descriptor == CURL_SOCKET_BAD) exchange.socketError_ = errno;
+  return descriptor;
 }
 
 /// Looks at a connection right before a request goes out. What a server has sent beyond the length
 /// of an answer would be taken for the next one, which libcurl does not see to; and libcurl sends
 /// any request again by itself when a connection that it uses again has died, which is for the
 /// session to decide.
-int CurlExchange::checkConnection(void* self, char* /*remote*/, char* /*local*/, int remotePort,
+int CurlExchange::checkConnection(void* self, char* remote, char* local, int remotePort,
                                   int localPort) {
   auto& exchange = *static_cast<CurlExchange*>(self);
   if (exchange.sendings_ > 0) {
     exchange.wouldBeSentAgain_ = true;
     return CURL_PREREQFUNC_ABORT;
   }
+  const CurlSockets::Connection connection{remote, local, remotePort, localPort};
+  exchange.streamsConnection_ =
+      exchange.transfer_->origin.isSecure
+          ? exchange.surroundings_.sockets.streamsConnection(exchange.easy_, connection)
+          : 0;
   long newConnections = 0;
   ::curl_easy_getinfo(exchange.easy_, CURLINFO_NUM_CONNECTS, &newConnections);
-  exchange.foundSurplus_ = newConnections == 0 &&
-                           exchange.sockets_.hasUnreadBytes(exchange.easy_, localPort, remotePort);
+  exchange.foundSurplus_ =
+      newConnections == 0 && exchange.streamsConnection_ == 0 &&
+      exchange.surroundings_.sockets.hasUnreadBytes(exchange.easy_, connection);
   if (exchange.foundSurplus_) return CURL_PREREQFUNC_ABORT;
   ++exchange.sendings_;
   return CURL_PREREQFUNC_OK;
@@ -276,37 +356,77 @@ int CurlExchange::checkConnection(void* self, char* /*remote*/, char* /*local*/,
 CURLcode CurlExchange::resumeReceiving() {
   if (!isPaused_) return CURLE_OK;
   isPaused_ = false;
-  lastProgress_ = now_;
+  lastProgress_ = surroundings_.now;
+  return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
+}
+
+CURLcode CurlExchange::takeTurn() {
+  if (!std::exchange(isYielding_, false)) return CURLE_OK;
   return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 
 CURLcode CurlExchange::nudge() {
-  if (isPaused_ || ::curl_easy_pause(easy_, CURLPAUSE_RECV) != CURLE_OK) return CURLE_OK;
+  if (isPaused_ || isYielding_ || ::curl_easy_pause(easy_, CURLPAUSE_RECV) != CURLE_OK) {
+    return CURLE_OK;
+  }
   return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 
+FailedExchange CurlExchange::failed(const CurlFailure& failure) const {
+  return {.hasHeader = hasHeader(),
+          .wasSent = sendings_ > 0 || ownError_ != nullptr,
+          .connectionDiedBefore = wouldBeSentAgain_,
+          .isResend = transfer_->isResend,
+          .isIdempotent = isIdempotent(request_->httpMethod),
+          .foundSurplus = foundSurplus_,
+          .isUndecided = failure.verifyResult == undecidedVerifyResult(),
+          .isMissingConnectivity = isMissingConnectivity(failure)};
+}
+
 CurlFailure CurlExchange::failureFor(CURLcode code) const {
-  CurlFailure failure{.code = code, .message = errorText_.data()};
+  CurlFailure failure{.code = code};
+  if (code == CURLE_OK) return failure;
+  failure.detail = errorText_.data();
+  failure.hasHeader = hasHeader();
+  failure.isChunked = framing_.kind == BodyFraming::Kind::chunked;
+  failure.isSecure = transfer_->origin.isSecure;
+  failure.wantsClientCertificate = trust_ != nullptr && trust_->wantsClientCertificate();
   ::curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &failure.systemError);
+  if (socketError_ != 0) failure.systemError = socketError_;
   ::curl_easy_getinfo(easy_, CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
   return failure;
 }
 
-std::shared_ptr<const URLError> CurlExchange::errorFor(CURLcode code) {
+std::shared_ptr<const URLError> CurlExchange::errorFor(const CurlFailure& failure) const {
+  using Code = URLError::Code;
   if (ownError_) return ownError_;
   if (wouldBeSentAgain_) {
-    return makeURLError(URLError::Code::networkConnectionLost,
+    return makeURLError(Code::networkConnectionLost,
                         "the connection was lost before an answer came");
   }
-  if (code != CURLE_OK) return urlErrorFor(failureFor(code));
+  if (failure.code != CURLE_OK) return urlErrorFor(failure);
   if (!response_) {
-    return makeURLError(URLError::Code::networkConnectionLost,
+    return makeURLError(Code::networkConnectionLost,
                         "the connection ended before the answer's header did");
   }
-  if (decoder_ && !decoder_->isAtEnd()) {
-    return makeURLError(URLError::Code::cannotDecodeContentData, "the answer's body is cut short");
+  if (framing_.kind == BodyFraming::Kind::length && rawBytes_ != framing_.length) {
+    return makeURLError(Code::networkConnectionLost, "the answer's body is cut short");
+  }
+  if (!decoder_.isAtEnd()) {
+    return makeURLError(Code::cannotDecodeContentData, "the answer's body is cut short");
   }
   return nullptr;
+}
+
+WireAnswer CurlExchange::takeAnswer() {
+  curl_off_t sent = 0;
+  ::curl_easy_getinfo(easy_, CURLINFO_SIZE_UPLOAD_T, &sent);
+  return {.response = response_,
+          .body = std::move(body_),
+          .requestTime = requestTime_,
+          .responseTime = responseTime_,
+          .steps = steps(),
+          .bytesSent = sent};
 }
 
 bool CurlExchange::hasConnection() const {
@@ -317,13 +437,8 @@ bool CurlExchange::hasConnection() const {
   return microseconds > 0 || sentBytes > 0;
 }
 
-std::int64_t CurlExchange::bytesSent() const {
-  curl_off_t sent = 0;
-  ::curl_easy_getinfo(easy_, CURLINFO_SIZE_UPLOAD_T, &sent);
-  return sent;
-}
-
-void CurlExchange::addTo(URLSessionTaskMetrics& metrics) const {
+URLSessionTaskMetrics CurlExchange::steps() const {
+  URLSessionTaskMetrics metrics;
   const auto seconds = [&](CURLINFO info) {
     curl_off_t microseconds = 0;
     ::curl_easy_getinfo(easy_, info, &microseconds);
@@ -346,6 +461,7 @@ void CurlExchange::addTo(URLSessionTaskMetrics& metrics) const {
   metrics.networkProtocol = version == CURL_HTTP_VERSION_2_0   ? "h2"
                             : version == CURL_HTTP_VERSION_1_0 ? "http/1.0"
                                                                : "http/1.1";
+  return metrics;
 }
 
 }  // namespace ombrix::platform::detail

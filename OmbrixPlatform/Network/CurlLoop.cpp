@@ -1,13 +1,16 @@
 #include <pthread.h>
 
 #include <algorithm>
-#include <array>
 #include <csignal>
 #include <iterator>
-#include <thread>
+#include <system_error>
 #include <utility>
 
+#include "OmbrixPlatform/Network/Detail/CurlErrors.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlLoop.hpp"
+#include "OmbrixPlatform/Network/Detail/NetworkThreads.hpp"
+#include "OmbrixPlatform/Network/Detail/TransferRules.hpp"
+#include "OmbrixPlatform/Network/Detail/UserAgent.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform::detail {
@@ -22,7 +25,7 @@ constexpr auto kFirstRetryDelay = 500ms;
 constexpr auto kLongestRetryDelay = 30s;
 constexpr std::chrono::milliseconds kLongestSleep = 1h;
 // libcurl 7.88 may leave bytes of one HTTP/2 stream lying when another of the connection has read
-// them: an exchange over TLS that seems to stand still is made to look again after these times.
+// them: exchanges that have shared their connection are made to look again after these times.
 constexpr auto kFirstNudgeDelay = 20ms;
 constexpr auto kLongestNudgeDelay = 320ms;
 
@@ -33,13 +36,6 @@ void blockBrokenPipeSignal() {
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
-/// Whether a method has the same effect twice as once (RFC 9110 section 9.2.2).
-bool isIdempotent(std::string_view method) {
-  constexpr std::array<std::string_view, 6> kMethods{"GET",    "HEAD",    "PUT",
-                                                     "DELETE", "OPTIONS", "TRACE"};
-  return std::ranges::find(kMethods, method) != kMethods.end();
-}
-
 bool isLoopbackName(std::string_view host) {
   return host == "localhost" || host == "::1" || host.starts_with("127.");
 }
@@ -47,51 +43,70 @@ bool isLoopbackName(std::string_view host) {
 }  // namespace
 
 CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr<Clock> clock,
-                   bool asksDelegate, std::shared_ptr<DispatchQueue> ownQueue)
+                   bool hasDelegate, std::shared_ptr<DispatchQueue> queue, bool isOwnQueue)
     : configuration_(configuration),
       clock_(std::move(clock)),
-      asksDelegate_(asksDelegate),
-      ownQueue_(std::move(ownQueue)),
-      multi_(::curl_multi_init()) {
-  if (multi_ == nullptr) fatalError("libcurl cannot be set up");
+      hasDelegate_(hasDelegate),
+      queue_(std::move(queue)),
+      isOwnQueue_(isOwnQueue),
+      surroundings_{.share = ::curl_share_init(),
+                    .budget = std::make_shared<BodyBudget>(configuration_.maximumBodyBytesTogether),
+                    .maximumBodyBytes = configuration_.maximumBodyBytes,
+                    .userAgent = userAgentOfMainBundle()},
+      multi_(::curl_multi_init()),
+      hostsAllowed_(kHostsKept) {
+  if (multi_ == nullptr || surroundings_.share == nullptr) fatalError("libcurl cannot be set up");
+  ::curl_share_setopt(surroundings_.share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
   ::curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
                       static_cast<long>(configuration_.httpMaximumConnectionsPerHost));
   ::curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, static_cast<long>(kIdleConnections));
 }
 
-CurlLoop::~CurlLoop() { ::curl_multi_cleanup(multi_); }
+CurlLoop::~CurlLoop() {
+  ::curl_multi_cleanup(multi_);
+  ::curl_share_cleanup(surroundings_.share);
+}
 
 // Mail, from any thread.
 
-void CurlLoop::submit(std::shared_ptr<CurlTask> task) {
-  task->isWithLoop = true;
-  handOver(std::move(task), nullptr);
+bool CurlLoop::submit(std::shared_ptr<Transfer> transfer) {
+  return handOver(std::move(transfer), nullptr);
 }
 
 void CurlLoop::post(LoopJob job) { handOver(nullptr, std::move(job)); }
 
-void CurlLoop::handOver(std::shared_ptr<CurlTask> task, LoopJob job) {
+bool CurlLoop::handOver(std::shared_ptr<Transfer> transfer, LoopJob job) {
   bool mustWake = false;
   {
     const std::lock_guard lock(lock_);
-    if (task) submitted_.push_back(std::move(task));
-    if (job) jobs_.push_back(std::move(job));
     if (!hasThread_) {
+      if (!transfer) return true;  // nothing has begun that the job could be about
+      try {
+        startThread();
+      } catch (const std::system_error&) {
+        return false;
+      }
       hasThread_ = true;
-      std::thread([self = shared_from_this()] { self->run(); }).detach();
     }
+    if (transfer) submitted_.push_back(std::move(transfer));
+    if (job) jobs_.push_back(std::move(job));
     mustWake = std::exchange(isSleeping_, false);
   }
   if (mustWake) ::curl_multi_wakeup(multi_);
+  return true;
 }
 
-void CurlLoop::abandon(std::shared_ptr<CurlTask> task) {
-  post([task = std::move(task)](CurlLoop& loop) { loop.letGo(task); });
+void CurlLoop::startThread() {
+  NetworkThreads::shared().start([self = shared_from_this()] { self->run(); });
 }
 
-void CurlLoop::resumeReceiving(std::shared_ptr<CurlTask> task) {
-  post([task = std::move(task)](CurlLoop& loop) {
-    CurlExchange* exchange = task->place.exchange;
+void CurlLoop::abandon(std::shared_ptr<Transfer> transfer) {
+  post([transfer = std::move(transfer)](CurlLoop& loop) { loop.letGo(transfer); });
+}
+
+void CurlLoop::resumeReceiving(std::shared_ptr<Transfer> transfer) {
+  post([transfer = std::move(transfer)](CurlLoop& loop) {
+    CurlExchange* exchange = transfer->exchange;
     if (exchange == nullptr) return;
     const CURLcode code = exchange->resumeReceiving();
     if (code != CURLE_OK) {
@@ -107,6 +122,7 @@ void CurlLoop::stop() {
   {
     const std::lock_guard lock(lock_);
     isStopping_ = true;
+    if (hasThread_) NetworkThreads::shared().oneEnds();
     mustWake = std::exchange(isSleeping_, false);
   }
   if (mustWake) ::curl_multi_wakeup(multi_);
@@ -122,15 +138,17 @@ void CurlLoop::run() {
     checkDeadlines();
     startWaiting();
     hasStarted_ = false;
+    takeTurns();
     int running = 0;
     ::curl_multi_perform(multi_, &running);
     finishDone();
+    noteSharedConnections();
     startWaiting();
-    askAboutHeaders();
+    tellOfBodies();
     // The next requests go out before the last answers are handed over.
-    if (hasStarted_ && deliveries_.size() < kDeliveriesTogether) continue;
-    flushDeliveries();
-    if (hasStarted_) continue;
+    if (hasStarted_ && together_.size() < kDeliveriesTogether) continue;
+    flushTogether();
+    if (hasStarted_ || surroundings_.anyYields) continue;
     armTimer();
     {
       const std::lock_guard lock(lock_);
@@ -144,8 +162,8 @@ void CurlLoop::run() {
 
 /// Waits for sockets, for libcurl's own timers or for mail.
 void CurlLoop::sleep() {
-  const bool mayStall = std::ranges::any_of(
-      active_, [](const auto& exchange) { return exchange->task()->origin().isSecure; });
+  const bool mayStall =
+      std::ranges::any_of(active_, [](const auto& exchange) { return exchange->mayStall; });
   const std::chrono::milliseconds limit = mayStall ? nudgeDelay_ : kLongestSleep;
   int ready = 0;
   ::curl_multi_poll(multi_, nullptr, 0, static_cast<int>(limit.count()), &ready);
@@ -158,16 +176,46 @@ void CurlLoop::sleep() {
     if (!isSleeping_) return;  // mail
   }
   nudgeDelay_ = std::min<std::chrono::milliseconds>(2 * nudgeDelay_, kLongestNudgeDelay);
+  nudge();
+}
+
+/// Marks the exchanges that share a connection of HTTP/2.
+void CurlLoop::noteSharedConnections() {
+  for (const auto& exchange : active_) {
+    if (exchange->streamsConnection() == 0 || exchange->mayStall) continue;
+    for (const auto& other : active_) {
+      if (other == exchange || other->streamsConnection() != exchange->streamsConnection())
+        continue;
+      exchange->mayStall = other->mayStall = true;
+      break;
+    }
+  }
+}
+
+/// Makes libcurl look for bytes that lie already. One that is alone on its connection by now has
+/// nothing more to fear after that.
+void CurlLoop::nudge() {
   for (std::size_t i = active_.size(); i-- > 0;) {
     CurlExchange& exchange = *active_[i];
-    const CURLcode code = exchange.task()->origin().isSecure ? exchange.nudge() : CURLE_OK;
+    if (!std::exchange(exchange.mayStall, false)) continue;
+    const CURLcode code = exchange.nudge();
     if (code != CURLE_OK) ended(exchange, code);
+  }
+  noteSharedConnections();
+}
+
+/// Lets those go on that had stopped for others.
+void CurlLoop::takeTurns() {
+  if (!std::exchange(surroundings_.anyYields, false)) return;
+  for (std::size_t i = active_.size(); i-- > 0;) {
+    const CURLcode code = active_[i]->takeTurn();
+    if (code != CURLE_OK) ended(*active_[i], code);
   }
 }
 
 /// Does what was handed over; false once the loop is to end.
 bool CurlLoop::takeMail() {
-  std::vector<std::shared_ptr<CurlTask>> submitted;
+  std::vector<std::shared_ptr<Transfer>> submitted;
   std::vector<LoopJob> jobs;
   {
     const std::lock_guard lock(lock_);
@@ -177,42 +225,32 @@ bool CurlLoop::takeMail() {
     if (isStopping_ && submitted.empty() && jobs.empty()) return false;
   }
   now_ = clock_->steadyNow();
-  for (const auto& task : submitted) admit(task);
+  for (const auto& transfer : submitted) admit(transfer);
   for (auto& job : jobs) job(*this);
   return true;
 }
 
-void CurlLoop::admit(const std::shared_ptr<CurlTask>& task) {
-  if (task->isOver()) {
-    letGo(task);
+void CurlLoop::admit(const std::shared_ptr<Transfer>& transfer) {
+  if (!transfer->client || transfer->client->isOver()) {
+    letGo(transfer);
     return;
   }
-  CurlTask::LoopPlace& place = task->place;
-  place.isResend = false;
-  if (!place.isKnown) {
-    auto where = tasks_.end();
-    while (where != tasks_.begin() &&
-           (*std::prev(where))->resourceDeadline() > task->resourceDeadline()) {
-      --where;  // it has come late, or come back
-    }
-    place.known = tasks_.insert(where, task);
-    place.isKnown = true;
+  auto where = transfers_.end();
+  while (where != transfers_.begin() && (*std::prev(where))->deadline > transfer->deadline) {
+    --where;  // it has come late
   }
-  CurlHost& host = hostFor(task->origin());
-  place.host = &host;
-  place.queued = host.waiting.insert(host.waiting.end(), task);
-  place.isQueued = true;
-  touched_.push_back(&host);
+  transfer->known = transfers_.insert(where, transfer);
+  transfer->isKnown = true;
+  CurlHost& host = hostFor(transfer->origin);
+  host.isKept = host.isKept || transfer->judgesServer;
+  transfer->host = &host;
+  transfer->queued = host.waiting.insert(host.waiting.end(), transfer);
+  transfer->isQueued = true;
+  touch(host);
 }
 
-CurlHost& CurlLoop::hostFor(const CurlOrigin& origin) {
-  if (hosts_.size() >= kHostsKept && !asksDelegate_) {
-    std::erase_if(hosts_, [&](const auto& entry) {
-      const CurlHost& idle = *entry.second;
-      return idle.active == 0 && idle.waiting.empty() && !idle.isOffline &&
-             std::ranges::find(touched_, &idle) == touched_.end();
-    });
-  }
+CurlHost& CurlLoop::hostFor(const HTTPOrigin& origin) {
+  if (hosts_.size() >= hostsAllowed_) forgetIdleHosts();
   auto& host = hosts_[origin];
   if (!host) {
     const bool isMapped = std::ranges::any_of(
@@ -223,56 +261,66 @@ CurlHost& CurlLoop::hostFor(const CurlOrigin& origin) {
   return *host;
 }
 
+void CurlLoop::forgetIdleHosts() {
+  std::erase_if(hosts_, [](const auto& entry) {
+    const CurlHost& host = *entry.second;
+    return host.active == 0 && host.waiting.empty() && !host.isOffline && !host.isTouched &&
+           !host.isKept;
+  });
+  hostsAllowed_ = std::max(kHostsKept, 2 * hosts_.size());
+}
+
+/// Remembers that a host may have something to start.
+void CurlLoop::touch(CurlHost& host) {
+  if (!std::exchange(host.isTouched, true)) touched_.push_back(&host);
+}
+
 void CurlLoop::startWaiting() {
   // Starting may fail at once, which touches a host again.
-  while (!touched_.empty()) {
-    CurlHost* host = touched_.back();
-    touched_.pop_back();
-    pump(*host);
+  while (!touched_.empty() && active_.size() < configuration_.httpMaximumConnections) {
+    CurlHost& host = *touched_.front();
+    touched_.pop_front();
+    host.isTouched = false;
+    pump(host);
   }
 }
 
 void CurlLoop::pump(CurlHost& host) {
-  const bool isUndecided = asksDelegate_ && !host.trust.hasDecisions();
+  const bool isUndecided = !host.trust.hasDecisions();
   while (!host.waiting.empty() && !host.isAsking && !host.isOffline) {
-    const auto& task = host.waiting.front();
     // Until a certificate is decided about, one handshake is enough to ask.
-    const bool asksFirst = isUndecided && task->origin().isSecure;
+    const bool asksFirst = isUndecided && host.waiting.front()->judgesServer;
     const std::size_t limit =
         asksFirst ? 1 : std::max<std::size_t>(configuration_.httpMaximumConnectionsPerHost, 1);
     if (host.active >= limit) return;
+    if (active_.size() >= configuration_.httpMaximumConnections) return touch(host);
     auto next = std::move(host.waiting.front());
     host.waiting.pop_front();
-    next->place.isQueued = false;
-    if (!next->isOver()) start(host, std::move(next));
+    next->isQueued = false;
+    if (!next->client->isOver()) start(host, std::move(next));
   }
 }
 
-bool CurlLoop::start(CurlHost& host, std::shared_ptr<CurlTask> task) {
-  auto exchange = std::make_unique<CurlExchange>(now_, sockets_);
-  const bool isSecure = task->origin().isSecure;
+void CurlLoop::start(CurlHost& host, std::shared_ptr<Transfer> transfer) {
+  auto exchange = std::make_unique<CurlExchange>(surroundings_);
   const CurlExchange::Terms terms{
       .timeLimit =
-          std::min(task->request()->timeoutInterval, configuration_.timeoutIntervalForRequest),
-      .isSecure = isSecure,
+          std::min(transfer->request->timeoutInterval, configuration_.timeoutIntervalForRequest),
       .isMappedToLoopback = host.isMappedToLoopback,
-      .bypassesProxy = host.isMappedToLoopback || isLoopbackName(task->origin().host),
-      .trust = isSecure && asksDelegate_ ? &host.trust : nullptr,
-      .isResend = task->place.isResend};
-  task->exchangeBegins(now_);
-  if (!exchange->begin(task, terms) ||
+      .bypassesProxy = host.isMappedToLoopback || isLoopbackName(transfer->origin.host),
+      .trust = transfer->origin.isSecure ? &host.trust : nullptr};
+  transfer->client->exchangeBegins(now_);
+  if (!exchange->begin(transfer, terms) ||
       ::curl_multi_add_handle(multi_, exchange->easy()) != CURLM_OK) {
-    forget(task);
-    task->fail(makeURLError(URLError::Code::unknown, "the transfer cannot be set up"));
-    return false;
+    fail(transfer, makeURLError(URLError::Code::unknown, "the transfer cannot be set up"));
+    return;
   }
-  task->place.exchange = exchange.get();
+  transfer->exchange = exchange.get();
   ++host.active;
   nextIdleCheck_ = std::min(nextIdleCheck_, exchange->idleDeadline());
   exchange->activeIndex = active_.size();
   active_.push_back(std::move(exchange));
   hasStarted_ = true;
-  return true;
 }
 
 void CurlLoop::finishDone() {
@@ -286,97 +334,82 @@ void CurlLoop::finishDone() {
   }
 }
 
-void CurlLoop::deliver(std::shared_ptr<CurlTask> task, CurlTask::Answer answer) {
-  deliveries_.emplace_back(std::move(task), std::move(answer));
-}
+void CurlLoop::postTogether(Job job) { together_.push_back(std::move(job)); }
 
-/// One job for all: waking a thread for each costs as much as half a request.
-void CurlLoop::flushDeliveries() {
-  if (deliveries_.empty()) return;
-  ownQueue_->async([deliveries = std::exchange(deliveries_, {})]() mutable {
-    for (auto& [task, answer] : deliveries) {
-      task->conclude(std::move(answer));
-      task = nullptr;
+void CurlLoop::flushTogether() {
+  if (together_.empty()) return;
+  if (!isOwnQueue_) {
+    // It may run several at once, which must not wait for each other.
+    for (Job& job : std::exchange(together_, {})) queue_->async(std::move(job));
+    return;
+  }
+  queue_->async([jobs = std::exchange(together_, {})]() mutable {
+    for (Job& job : jobs) {
+      job();
+      job = nullptr;
     }
   });
 }
 
 void CurlLoop::ended(CurlExchange& exchange, CURLcode code) {
-  const std::shared_ptr<CurlTask> task = exchange.task();
-  if (code != CURLE_OK && (sendsAgain(exchange, task) || retriesLater(exchange, task, code)))
-    return;
-  task->place.host->retryDelay = {};
-  if (const auto error = exchange.errorFor(code)) {
-    release(exchange);
-    forget(task);
-    task->fail(error);
-    return;
-  }
-  CurlTask::Answer answer{.response = exchange.response(),
-                          .body = exchange.takeBody(),
-                          .requestTime = exchange.requestTime(),
-                          .responseTime = exchange.responseTime()};
-  task->exchangeEnded(std::move(answer), exchange);
-  release(exchange);
-}
-
-/// Sends the request once more, on a new connection, when the one that was used again has died
-/// before an answer came; only what has the same effect twice as once.
-bool CurlLoop::sendsAgain(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task) {
-  if (!exchange.wouldBeSentAgain() || task->isOver() || task->place.isResend ||
-      !isIdempotent(task->request()->httpMethod)) {
-    return false;
-  }
-  task->place.isResend = true;
-  task->requestIsResent();
-  release(exchange);
-  requeue(task);
-  return true;
-}
-
-/// Keeps the task when its exchange may succeed later: once the delegate has decided about a
-/// certificate, or once there is connectivity.
-bool CurlLoop::retriesLater(CurlExchange& exchange, const std::shared_ptr<CurlTask>& task,
-                            CURLcode code) {
-  if (exchange.hasHeader() || exchange.wasSent()) return false;
-  CurlHost& host = *task->place.host;
   const CurlFailure failure = exchange.failureFor(code);
-  const bool isUndecided = failure.verifyResult == undecidedVerifyResult();
-  const bool waits = configuration_.waitsForConnectivity && isMissingConnectivity(failure);
-  if (!isUndecided && !waits && !exchange.foundSurplus()) return false;
-  release(exchange);
-  if (task->isOver()) {
-    forget(task);
-  } else if (waits) {
-    awaitConnectivity(task);
-  } else if (isUndecided && host.isAsking) {
-    host.refused.push_back(task);
-  } else if (auto question = host.trust.takeQuestion(); isUndecided && question) {
-    askAboutTrust(task, *std::move(question));
-  } else {
-    requeue(task);  // for a connection of its own, or a certificate decided about meanwhile
+  if (exchange.errorFor(failure)) {
+    failed(exchange, failure);
+    return;
   }
-  return true;
+  const std::shared_ptr<Transfer> transfer = exchange.transfer();
+  transfer->host->retryDelay = {};
+  WireAnswer answer = exchange.takeAnswer();
+  release(exchange);
+  const auto client = transfer->client;
+  forget(*transfer);
+  client->answered(std::move(answer));
 }
 
-/// Puts a task first in its host's queue.
-void CurlLoop::requeue(const std::shared_ptr<CurlTask>& task) {
-  CurlTask::LoopPlace& place = task->place;
-  place.queued = place.host->waiting.insert(place.host->waiting.begin(), task);
-  place.isQueued = true;
-  touched_.push_back(place.host);
+/// Does with a failed exchange what the rules say.
+void CurlLoop::failed(CurlExchange& exchange, const CurlFailure& failure) {
+  const std::shared_ptr<Transfer> transfer = exchange.transfer();
+  auto error = exchange.errorFor(failure);
+  FailedExchange facts = exchange.failed(failure);
+  facts.waitsForConnectivity = configuration_.waitsForConnectivity;
+  release(exchange);
+  if (transfer->client->isOver()) return forget(*transfer);
+  switch (afterFailure(facts)) {
+    case AfterFailure::fail:
+      transfer->host->retryDelay = {};
+      return fail(transfer, std::move(error));
+    case AfterFailure::sendAgain:
+      transfer->isResend = true;
+      transfer->client->requestIsResent();
+      return requeue(transfer);
+    case AfterFailure::tryOther:
+      return requeue(transfer);
+    case AfterFailure::askAboutTrust:
+      return askAboutTrust(transfer);
+    case AfterFailure::awaitConnectivity:
+      transfer->lastConnectivityFailure = std::move(error);
+      return awaitConnectivity(transfer);
+  }
 }
 
-void CurlLoop::awaitConnectivity(const std::shared_ptr<CurlTask>& task) {
-  CurlHost& host = *task->place.host;
+/// Puts a transfer first in its host's queue.
+void CurlLoop::requeue(const std::shared_ptr<Transfer>& transfer) {
+  CurlHost& host = *transfer->host;
+  transfer->queued = host.waiting.insert(host.waiting.begin(), transfer);
+  transfer->isQueued = true;
+  touch(host);
+}
+
+void CurlLoop::awaitConnectivity(const std::shared_ptr<Transfer>& transfer) {
+  CurlHost& host = *transfer->host;
   if (!std::exchange(host.isOffline, true)) {
     host.retryDelay = std::clamp<std::chrono::milliseconds>(2 * host.retryDelay, kFirstRetryDelay,
                                                             kLongestRetryDelay);
     host.retryAt = now_ + host.retryDelay;
     offline_.push_back(&host);
   }
-  requeue(task);
-  task->awaitConnectivity();
+  requeue(transfer);
+  transfer->client->waitsForConnectivity();
 }
 
 void CurlLoop::connectivityMayBeBack() {
@@ -387,84 +420,97 @@ void CurlLoop::retryOffline(bool isForced) {
   std::erase_if(offline_, [&](CurlHost* host) {
     if (!isForced && now_ < host->retryAt) return false;
     host->isOffline = false;
-    touched_.push_back(host);
+    touch(*host);
     return true;
   });
 }
 
-void CurlLoop::askAboutTrust(const std::shared_ptr<CurlTask>& task, CurlTrust::Question question) {
-  CurlHost& host = *task->place.host;
-  host.isAsking =
-      task->askAboutTrust({host.trust.spaceFor(std::move(question.trust))},
-                          [weak = weak_from_this(), &host, leaf = question.leaf](auto decision) {
-                            const auto self = weak.lock();
-                            if (!self) return;
-                            self->post([&host, leaf, decision](CurlLoop& loop) {
-                              loop.trustAnswered(host, leaf, decision);
-                            });
-                          });
+void CurlLoop::askAboutTrust(const std::shared_ptr<Transfer>& transfer) {
+  CurlHost& host = *transfer->host;
   if (host.isAsking) {
-    host.refused.push_back(task);
+    host.refused.push_back(transfer);
+    return;
+  }
+  auto question = host.trust.takeQuestion();
+  if (!question) return requeue(transfer);  // decided about meanwhile
+  const auto leaf = question->leaf;
+  host.isAsking =
+      transfer->client->askAboutTrust({host.trust.spaceFor(std::move(question->trust))},
+                                      [weak = weak_from_this(), &host, leaf](auto decision) {
+                                        const auto self = weak.lock();
+                                        if (!self) return;
+                                        self->post([&host, leaf, decision](CurlLoop& loop) {
+                                          loop.trustAnswered(host, leaf, decision);
+                                        });
+                                      });
+  if (host.isAsking) {
+    host.refused.push_back(transfer);
   } else {
-    forget(task);  // over meanwhile: the next handshake asks
+    forget(*transfer);  // over meanwhile: the next handshake asks
   }
 }
 
-/// Lets the refused tasks try again, or ends them when the answer was to cancel.
+/// Lets the refused transfers try again, or ends them when the answer was to cancel.
 void CurlLoop::trustAnswered(CurlHost& host, const CurlTrust::Fingerprint& leaf,
                              std::optional<CurlTrust::Decision> decision) {
   host.isAsking = false;
-  touched_.push_back(&host);
+  touch(host);
   if (decision) host.trust.decide(leaf, *decision);
-  for (const auto& task : std::exchange(host.refused, {})) {
-    if (task->isOver()) continue;
+  for (const auto& transfer : std::exchange(host.refused, {})) {
+    if (!transfer->client || transfer->client->isOver()) continue;
     if (decision) {
-      requeue(task);
-      continue;
+      requeue(transfer);
+    } else {
+      fail(transfer, makeURLError(URLError::Code::userCancelledAuthentication,
+                                  "the server's certificate was not accepted"));
     }
-    forget(task);
-    task->fail(makeURLError(URLError::Code::userCancelledAuthentication,
-                            "the server's certificate was not accepted"));
   }
 }
 
-/// Ends an exchange for its task.
+/// Ends an exchange for its transfer.
 void CurlLoop::release(CurlExchange& exchange) {
   ::curl_multi_remove_handle(multi_, exchange.easy());
-  CurlTask& task = *exchange.task();
-  CurlHost& host = *task.place.host;
-  task.place.exchange = nullptr;
-  --host.active;
-  touched_.push_back(&host);
+  Transfer& transfer = *exchange.transfer();
+  transfer.exchange = nullptr;
+  --transfer.host->active;
+  touch(*transfer.host);
   const std::size_t index = exchange.activeIndex;
   std::swap(active_[index], active_.back());
   active_[index]->activeIndex = index;
   active_.pop_back();
 }
 
-/// Takes a task out of everything on this thread; what is under way for it ends.
-void CurlLoop::letGo(const std::shared_ptr<CurlTask>& task) {
-  if (task->place.exchange != nullptr) release(*task->place.exchange);
-  if (std::exchange(task->place.isQueued, false)) {
-    task->place.host->waiting.erase(task->place.queued);
-  }
-  forget(task);
+/// Takes a transfer out of everything on this thread; what is under way for it ends.
+void CurlLoop::letGo(const std::shared_ptr<Transfer>& transfer) {
+  if (transfer->exchange != nullptr) release(*transfer->exchange);
+  if (std::exchange(transfer->isQueued, false)) transfer->host->waiting.erase(transfer->queued);
+  forget(*transfer);
 }
 
-void CurlLoop::forget(const std::shared_ptr<CurlTask>& task) {
-  if (std::exchange(task->place.isKnown, false)) tasks_.erase(task->place.known);
-  task->isWithLoop = false;
+/// Lets go of the client of a transfer that has ended.
+void CurlLoop::forget(Transfer& transfer) {
+  const auto client = std::exchange(transfer.client, nullptr);
+  if (std::exchange(transfer.isKnown, false)) transfers_.erase(transfer.known);
 }
 
-void CurlLoop::expire(const std::shared_ptr<CurlTask>& task, const char* message) {
-  const auto kept = task;  // the lists let go of it
-  letGo(kept);
-  kept->fail(makeURLError(URLError::Code::timedOut, message));
+void CurlLoop::fail(const std::shared_ptr<Transfer>& transfer,
+                    std::shared_ptr<const URLError> error) {
+  const auto client = transfer->client;
+  letGo(transfer);
+  if (client) client->failed(std::move(error));
+}
+
+void CurlLoop::expire(const std::shared_ptr<Transfer>& transfer, const char* sentence) {
+  const auto kept = transfer;  // the lists let go of it
+  const bool isConnecting = kept->exchange == nullptr || !kept->exchange->hasConnection();
+  auto error = isConnecting ? kept->lastConnectivityFailure : nullptr;
+  if (!error) error = makeURLError(URLError::Code::timedOut, sentence);
+  fail(kept, std::move(error));
 }
 
 void CurlLoop::checkDeadlines() {
-  while (!tasks_.empty() && now_ >= tasks_.front()->resourceDeadline()) {
-    expire(tasks_.front(), "the answer did not come in time");
+  while (!transfers_.empty() && now_ >= transfers_.front()->deadline) {
+    expire(transfers_.front(), "the answer did not come in time");
   }
   retryOffline(false);
   if (now_ < nextIdleCheck_) return;
@@ -475,18 +521,22 @@ void CurlLoop::checkDeadlines() {
     if (now_ < deadline) {
       nextIdleCheck_ = std::min(nextIdleCheck_, deadline);
     } else if (configuration_.waitsForConnectivity && !exchange.hasConnection()) {
-      const auto task = exchange.task();
+      const auto transfer = exchange.transfer();
       release(exchange);
-      awaitConnectivity(task);
+      if (!transfer->lastConnectivityFailure) {
+        transfer->lastConnectivityFailure = makeURLError(
+            URLError::Code::cannotConnectToHost, "no connection to the server came about in time");
+      }
+      awaitConnectivity(transfer);
     } else {
-      expire(exchange.task(), "the server sent nothing for too long");
+      expire(exchange.transfer(), "the server sent nothing for too long");
     }
   }
 }
 
 void CurlLoop::armTimer() {
   TimePoint next = nextIdleCheck_;
-  if (!tasks_.empty()) next = std::min(next, tasks_.front()->resourceDeadline());
+  if (!transfers_.empty()) next = std::min(next, transfers_.front()->deadline);
   for (const CurlHost* host : offline_) next = std::min(next, host->retryAt);
   if (next >= armedFor_) return;
   armedFor_ = next;
@@ -497,14 +547,11 @@ void CurlLoop::armTimer() {
   });
 }
 
-/// Asks the delegate about answers whose body is still coming; those that are whole already ask
-/// on their way to the handler.
-void CurlLoop::askAboutHeaders() {
-  if (!asksDelegate_) return;
+/// Tells of answers whose body is still coming; for those that are whole already the end tells.
+void CurlLoop::tellOfBodies() {
+  if (!hasDelegate_) return;
   for (const auto& exchange : active_) {
-    if (exchange->hasHeader() && exchange->task()->wantsEarlyQuestion()) {
-      exchange->task()->askEarly();
-    }
+    if (exchange->hasHeader()) exchange->transfer()->client->bodyIsStillComing();
   }
 }
 

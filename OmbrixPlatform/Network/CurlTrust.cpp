@@ -45,9 +45,10 @@ SecTrust presented(X509_STORE_CTX* store, X509* leaf) {
 
 long undecidedVerifyResult() noexcept { return X509_V_ERR_APPLICATION_VERIFICATION; }
 
-void CurlTrust::install(CURL* easy) {
-  ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, &prepareContext);
+void CurlTrust::install(CURL* easy, bool judges) {
+  ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, judges ? &watchAndJudge : &watch);
   ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, this);
+  if (!judges) return;
   // A resumed session would pass without its certificate being looked at.
   ::curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
   ::curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, checksNameItself_ ? 0L : 2L);
@@ -58,11 +59,22 @@ void CurlTrust::decide(const Fingerprint& leaf, Decision decision) {
   checksNameItself_ = checksNameItself_ || decision == Decision::accept;
 }
 
-CURLcode CurlTrust::prepareContext(CURL* /*easy*/, void* context, void* self) {
+CURLcode CurlTrust::watch(CURL* /*easy*/, void* context, void* self) {
   auto* sslContext = static_cast<SSL_CTX*>(context);
-  ::SSL_CTX_set_cert_verify_callback(sslContext, &verify, self);
+  ::SSL_CTX_set_cert_cb(sslContext, &clientCertificateWanted, self);
   ::SSL_CTX_set_options(sslContext, SSL_OP_NO_RENEGOTIATION);
   return CURLE_OK;
+}
+
+CURLcode CurlTrust::watchAndJudge(CURL* easy, void* context, void* self) {
+  ::SSL_CTX_set_cert_verify_callback(static_cast<SSL_CTX*>(context), &verify, self);
+  return watch(easy, context, self);
+}
+
+/// Called when a server asks for one; the handshake goes on without.
+int CurlTrust::clientCertificateWanted(SSL* /*handshake*/, void* self) {
+  static_cast<CurlTrust*>(self)->wantsClientCertificate_ = true;
+  return 1;
 }
 
 int CurlTrust::verify(X509_STORE_CTX* store, void* self) {

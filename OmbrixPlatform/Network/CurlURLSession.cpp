@@ -7,8 +7,8 @@
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlLoop.hpp"
-#include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlURLSession.hpp"
+#include "OmbrixPlatform/Network/Detail/TransferTask.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -27,8 +27,8 @@ CurlURLSession::CurlURLSession(const URLSessionConfiguration& configuration,
     : configuration_(configuration),
       delegateQueue_(delegateQueue ? delegateQueue : DispatchQueue::serial("URLSession.delegate")),
       clock_(services().clock.shared()),
-      loop_(std::make_shared<CurlLoop>(configuration_, clock_, delegate != nullptr,
-                                       delegateQueue ? nullptr : delegateQueue_)),
+      loop_(std::make_shared<CurlLoop>(configuration_, clock_, delegate != nullptr, delegateQueue_,
+                                       delegateQueue == nullptr)),
       delegate_(std::move(delegate)) {
   // What is to be refused should be known by the first request.
   if (!configuration_.allowsConstrainedNetworkAccess) watchPath();
@@ -67,10 +67,10 @@ void CurlURLSession::whenPathIsKnown(Job job) {
   pathGate_->pass(std::move(job));
 }
 
-std::shared_ptr<CurlTask> CurlURLSession::makeTask(URLRequest request,
-                                                   URLSessionCompletionHandler handler) {
-  auto task = std::make_shared<CurlTask>(shared_from_this(), ++lastIdentifier_, std::move(request),
-                                         std::move(handler));
+std::shared_ptr<TransferTask> CurlURLSession::makeTask(URLRequest request,
+                                                       URLSessionCompletionHandler handler) {
+  auto task = std::make_shared<TransferTask>(shared_from_this(), ++lastIdentifier_,
+                                             std::move(request), std::move(handler));
   const std::lock_guard lock(lock_);
   task->setPlaceInSession(tasks_.insert(tasks_.end(), task.get()));
   if (isInvalid_) task->setSessionHasEnded();
@@ -105,11 +105,11 @@ void CurlURLSession::finishTasksAndInvalidate() {
 }
 
 void CurlURLSession::invalidateAndCancel() {
-  std::vector<std::shared_ptr<CurlTask>> tasks;
+  std::vector<std::shared_ptr<TransferTask>> tasks;
   {
     const std::lock_guard lock(lock_);
     isInvalid_ = true;
-    for (CurlTask* task : tasks_) {
+    for (TransferTask* task : tasks_) {
       if (auto kept = task->weak_from_this().lock()) tasks.push_back(std::move(kept));
     }
   }

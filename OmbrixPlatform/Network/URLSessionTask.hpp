@@ -31,7 +31,7 @@ struct URLSessionTaskMetrics {
   Seconds total{};      ///< from `resume` to the end
   bool isReusedConnection = false;
   int redirectCount = 0;
-  int resendCount = 0;  ///< requests that went once more, see `URLSession`
+  int resendCount = 0;          ///< requests that went once more, see `URLSession`
   std::string networkProtocol;  ///< "http/1.1", "h2"; empty without an exchange
 };
 

@@ -1,43 +1,49 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
-#include <optional>
 #include <string_view>
-#include <vector>
 
 #include "OmbrixPlatform/Values/Data.hpp"
 
 namespace ombrix::platform::detail {
 
-/// Undoes the content codings of a body as it comes (RFC 9110 section 8.4): "gzip" and "deflate",
-/// also several one after the other.
+/// Undoes the content coding of a body (RFC 9110 section 8.4) as it comes and in bounded steps:
+/// "gzip" and "deflate". Several codings and unknown ones are left as they are.
 class ContentDecoder {
  public:
-  /// For the value of "Content-Encoding"; nothing for a coding that is not known.
-  static std::optional<ContentDecoder> make(std::string_view codings);
+  enum class Result : std::uint8_t {
+    ready,     ///< all of the input is decoded
+    full,      ///< as much as was allowed is decoded; more may follow without further input
+    damaged,   ///< the coded bytes are damaged, or go on after their end
+    exploding  ///< so little unpacks to so much that it must be an attack
+  };
 
+  /// What a body may unpack to, however short it is, before its ratio counts.
+  static constexpr std::uint64_t kAnyRatioBytes = std::uint64_t{16} << 20;
+  static constexpr std::uint64_t kMaximumRatio = 200;
+
+  /// For the value of "Content-Encoding".
+  explicit ContentDecoder(std::string_view codings);
   ContentDecoder(ContentDecoder&&) noexcept;
   ContentDecoder& operator=(ContentDecoder&&) noexcept;
   ~ContentDecoder();
 
   /// Whether bytes come out as they go in.
-  [[nodiscard]] bool isIdentity() const noexcept { return stages_.empty(); }
+  [[nodiscard]] bool isIdentity() const noexcept { return stream_ == nullptr; }
 
-  /// Appends the decoded bytes to `output`; false when they are damaged, go on after their end, or
-  /// would make `output` longer than `maximumBytes`.
-  bool decode(DataView input, Data& output, std::size_t maximumBytes);
+  /// Decodes from the front of `input`, which is shortened to what is left of it, and appends at
+  /// most `maximumBytes` to `output`.
+  Result decode(DataView& input, Data& output, std::size_t maximumBytes);
 
   /// Whether the stream ended where its format says that it does; also when nothing came at all.
   [[nodiscard]] bool isAtEnd() const noexcept;
 
  private:
-  struct Stage;
+  struct Stream;
 
-  ContentDecoder();
-  bool decodeFrom(std::size_t stage, DataView input, Data& output, std::size_t maximumBytes);
-
-  std::vector<std::unique_ptr<Stage>> stages_;  // the coding that was applied last comes first
+  std::unique_ptr<Stream> stream_;  // null: nothing to undo
 };
 
 }  // namespace ombrix::platform::detail

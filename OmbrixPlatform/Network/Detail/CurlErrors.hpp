@@ -14,10 +14,14 @@ struct CurlFailure {
   CURLcode code = CURLE_OK;
   long systemError = 0;   ///< errno of the last failing connect or look-up; 0: none
   long verifyResult = 0;  ///< an `X509_V_ERR` code of the server's certificate; 0: none
-  std::string message;
+  std::string detail;     ///< libcurl's own words
+  bool hasHeader = false;
+  bool isChunked = false;
+  bool isSecure = false;
+  bool wantsClientCertificate = false;  ///< the server has asked for one
 };
 
-/// The error a task ends with.
+/// The error a task ends with: a sentence of ours, told apart by codes, and libcurl's words behind.
 std::shared_ptr<const URLError> urlErrorFor(const CurlFailure& failure);
 
 /// Whether it is the network that is missing for now, not the server that refuses.

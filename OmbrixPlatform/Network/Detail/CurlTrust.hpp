@@ -35,8 +35,14 @@ class CurlTrust {
   CurlTrust(const CurlTrust&) = delete;
   CurlTrust& operator=(const CurlTrust&) = delete;
 
-  /// Makes a transfer verify its server here. Call it before each transfer.
-  void install(CURL* easy);
+  /// Watches the handshake of a transfer. Call it before each transfer.
+  ///
+  /// @param judges Whether its server is verified here; else libcurl does it alone.
+  void install(CURL* easy, bool judges);
+
+  /// Whether the server has asked for a certificate of the client's, and not answered since.
+  [[nodiscard]] bool wantsClientCertificate() const noexcept { return wantsClientCertificate_; }
+  void hasAnswered() noexcept { wantsClientCertificate_ = false; }
 
   /// Takes the question that has come up since the last call.
   std::optional<Question> takeQuestion() { return std::exchange(question_, std::nullopt); }
@@ -49,7 +55,9 @@ class CurlTrust {
   }
 
  private:
-  static CURLcode prepareContext(CURL* easy, void* context, void* self);
+  static CURLcode watch(CURL* easy, void* context, void* self);
+  static CURLcode watchAndJudge(CURL* easy, void* context, void* self);
+  static int clientCertificateWanted(struct ssl_st* handshake, void* self);
   static int verify(struct x509_store_ctx_st* store, void* self);
   [[nodiscard]] bool isForHost(struct x509_store_ctx_st* store) const;
   int verifyByDefault(struct x509_store_ctx_st* store) const;
@@ -58,6 +66,7 @@ class CurlTrust {
   const std::uint16_t port_;
   std::map<Fingerprint, Decision> decisions_;
   std::optional<Question> question_;
+  bool wantsClientCertificate_ = false;
   bool checksNameItself_ = false;  // libcurl's check is off since a certificate was accepted
 };
 

@@ -17,7 +17,7 @@
 namespace ombrix::platform::detail {
 
 class CurlLoop;
-class CurlTask;
+class TransferTask;
 
 /// A session on libcurl. It owns its network thread (`CurlLoop`), so sessions share no connections:
 /// a certificate that one session accepted opens nothing to another.
@@ -26,7 +26,7 @@ class CurlTask;
 class CurlURLSession final : public URLSession,
                              public std::enable_shared_from_this<CurlURLSession> {
  public:
-  using TaskList = std::list<CurlTask*>;
+  using TaskList = std::list<TransferTask*>;
 
   CurlURLSession(const URLSessionConfiguration& configuration,
                  std::shared_ptr<URLSessionDelegate> delegate,
@@ -72,7 +72,7 @@ class CurlURLSession final : public URLSession,
   void taskIsOver(TaskList::iterator place);
 
  private:
-  std::shared_ptr<CurlTask> makeTask(URLRequest request, URLSessionCompletionHandler handler);
+  std::shared_ptr<TransferTask> makeTask(URLRequest request, URLSessionCompletionHandler handler);
   void endWhenIdle();
 
   const URLSessionConfiguration configuration_;

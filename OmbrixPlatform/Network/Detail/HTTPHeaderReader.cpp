@@ -30,6 +30,7 @@ HTTPHeaderReader::Result HTTPHeaderReader::add(std::string_view line) {
   if (statusCode_ == 0) return readStatus(line) ? Result::more : Result::malformed;
   if (line.empty()) {
     keepField();
+    if (statusCode_ == 101) return Result::upgrade;
     if (statusCode_ < 200) {
       statusCode_ = 0;
       headers_ = {};
@@ -39,7 +40,7 @@ HTTPHeaderReader::Result HTTPHeaderReader::add(std::string_view line) {
     return Result::complete;
   }
   if (++fields_ > kMaximumFields) return Result::tooLong;
-  return readField(line) ? Result::more : Result::malformed;
+  return readField(line);
 }
 
 bool HTTPHeaderReader::readStatus(std::string_view line) {
@@ -58,21 +59,22 @@ bool HTTPHeaderReader::readStatus(std::string_view line) {
   return true;
 }
 
-bool HTTPHeaderReader::readField(std::string_view line) {
+HTTPHeaderReader::Result HTTPHeaderReader::readField(std::string_view line) {
   if (kBlanks.contains(line.front())) {
-    if (name_.empty()) return false;
+    if (name_.empty()) return Result::malformed;
     value_.append(" ").append(trimmed(line));
-    return HTTPHeaders::isValue(value_);
+    return HTTPHeaders::isValue(value_) ? Result::more : Result::malformed;
   }
   keepField();
   const auto colon = line.find(':');
-  if (colon == std::string_view::npos) return false;
-  const std::string_view name = trimmed(line.substr(0, colon));
+  if (colon == std::string_view::npos) return Result::malformed;
+  const std::string_view name = line.substr(0, colon);
   const std::string_view value = trimmed(line.substr(colon + 1));
-  if (!HTTPHeaders::isName(name) || !HTTPHeaders::isValue(value)) return false;
+  if (!name.empty() && kBlanks.contains(name.back())) return Result::ambiguous;
+  if (!HTTPHeaders::isName(name) || !HTTPHeaders::isValue(value)) return Result::malformed;
   name_ = name;
   value_ = value;
-  return true;
+  return Result::more;
 }
 
 void HTTPHeaderReader::keepField() {
@@ -80,23 +82,42 @@ void HTTPHeaderReader::keepField() {
   name_.clear();
 }
 
-std::optional<std::optional<std::int64_t>> contentLength(const HTTPHeaders& headers) {
-  auto rest = headers.value("Content-Length");
-  if (!rest) return std::nullopt;
+namespace {
+
+/// The number that a list of equal lengths states; nothing when it does not.
+std::optional<std::int64_t> singleLength(std::string_view list) {
   std::optional<std::int64_t> length;
   while (true) {
-    const auto comma = rest->find(',');
-    const std::string_view text = trimmed(rest->substr(0, comma));
+    const auto comma = list.find(',');
+    const std::string_view text = trimmed(list.substr(0, comma));
     std::int64_t number = -1;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool isNumber = error == std::errc() && end == text.data() + text.size() && number >= 0;
     if (!isNumber || text.starts_with('-') || length.value_or(number) != number) {
-      return std::optional<std::int64_t>();
+      return std::nullopt;
     }
     length = number;
     if (comma == std::string_view::npos) return length;
-    rest->remove_prefix(comma + 1);
+    list.remove_prefix(comma + 1);
   }
+}
+
+}  // namespace
+
+BodyFraming framingOf(std::string_view method, int statusCode, const HTTPHeaders& headers) {
+  using Kind = BodyFraming::Kind;
+  const auto coding = headers.value("Transfer-Encoding");
+  const auto stated = headers.value("Content-Length");
+  if (coding && !headerNamesEqual(*coding, "chunked")) {
+    return {.fault = "the answer has a transfer coding that nobody asked for"};
+  }
+  if (coding && stated) return {.fault = "the answer states its length in two ways"};
+  const auto length = stated ? singleLength(*stated) : std::nullopt;
+  if (stated && !length) return {.fault = "the answer states no single length"};
+  if (method == "HEAD" || statusCode == 204 || statusCode == 304) return {};
+  if (coding) return {.kind = Kind::chunked};
+  return length ? BodyFraming{.kind = Kind::length, .length = *length}
+                : BodyFraming{.kind = Kind::untilClose};
 }
 
 }  // namespace ombrix::platform::detail

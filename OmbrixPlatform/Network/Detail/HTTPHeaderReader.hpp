@@ -19,6 +19,8 @@ class HTTPHeaderReader {
     more,       ///< the line was taken
     complete,   ///< it ended the header of the final answer
     malformed,  ///< it is no status line and no field
+    ambiguous,  ///< a blank before its colon, which some read as another field than others
+    upgrade,    ///< the server switches protocols (101)
     tooLong,    ///< the lines are more than `kMaximumBytes` together, or `kMaximumFields`
   };
 
@@ -36,7 +38,7 @@ class HTTPHeaderReader {
 
  private:
   bool readStatus(std::string_view line);
-  bool readField(std::string_view line);
+  Result readField(std::string_view line);
   void keepField();
 
   std::size_t bytes_ = 0;
@@ -49,8 +51,19 @@ class HTTPHeaderReader {
   HTTPHeaders headers_;
 };
 
-/// The length that "Content-Length" states: nothing when it is not there, an empty inner value when
-/// it is no number, or several that differ (RFC 9110 section 8.6).
-std::optional<std::optional<std::int64_t>> contentLength(const HTTPHeaders& headers);
+/// How the body of an answer ends.
+struct BodyFraming {
+  enum class Kind : std::uint8_t { none, length, chunked, untilClose };
+
+  Kind kind = Kind::none;
+  std::int64_t length = 0;      ///< of the coded bytes; for `Kind::length`
+  const char* fault = nullptr;  ///< why nobody can tell, a sentence; null when all is well
+};
+
+/// Reads it off the header (RFC 9112 section 6.3), more strictly than most: transfer codings other
+/// than "chunked" alone, lengths that are no single number, and both at once are faults, since
+/// libcurl and whoever stands between may read them differently.
+[[nodiscard]] BodyFraming framingOf(std::string_view method, int statusCode,
+                                    const HTTPHeaders& headers);
 
 }  // namespace ombrix::platform::detail

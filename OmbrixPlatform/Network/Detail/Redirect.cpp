@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
+#include "OmbrixPlatform/Network/Detail/HTTPOrigin.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -50,7 +50,7 @@ bool isForOneOrigin(std::string_view headerName) noexcept {
                              [&](const char* name) { return headerNamesEqual(headerName, name); });
 }
 
-bool haveSameOrigin(const URL& a, const URL& b) { return CurlOrigin::of(a) == CurlOrigin::of(b); }
+bool haveSameOrigin(const URL& a, const URL& b) { return HTTPOrigin::of(a) == HTTPOrigin::of(b); }
 
 std::optional<URLRequest> redirected(const URLRequest& request, const HTTPURLResponse& response) {
   const auto location = response.valueForHTTPHeaderField("Location");

@@ -80,14 +80,17 @@ bool anyHopLeadsOut(const rtattr* attribute, const Links& usable) {
   return false;
 }
 
-/// Whether the entry is a default route, of whatever table (private networks keep their own), over
-/// one of the links.
-bool leadsOut(const nlmsghdr& message, const Links& usable) {
-  if (message.nlmsg_type != RTM_NEWROUTE) return false;
+/// Halves of the addresses of one family that routes lead to. Private networks replace a default
+/// route by two halves, which leaves the old one as it was.
+struct Halves {
+  bool lower = false;
+  bool upper = false;
+};
+
+/// Whether an entry, of whatever table (private networks keep their own), goes over one of the
+/// links.
+bool isUsable(const nlmsghdr& message, const Links& usable) {
   const auto* route = static_cast<const rtmsg*>(NLMSG_DATA(&message));
-  if (route->rtm_dst_len != 0 || route->rtm_type != RTN_UNICAST || !isAlive(route->rtm_flags)) {
-    return false;
-  }
   auto left = static_cast<long>(RTM_PAYLOAD(&message));
   const rtattr* attribute = RTM_RTA(route);
   for (; RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left)) {
@@ -100,6 +103,25 @@ bool leadsOut(const nlmsghdr& message, const Links& usable) {
   return false;
 }
 
+/// Adds what a route leads to, if that is all or half of the addresses.
+void addRoute(const nlmsghdr& message, const Links& usable, Halves& reached) {
+  if (message.nlmsg_type != RTM_NEWROUTE) return;
+  const auto* route = static_cast<const rtmsg*>(NLMSG_DATA(&message));
+  if (route->rtm_dst_len > 1 || route->rtm_type != RTN_UNICAST || !isAlive(route->rtm_flags) ||
+      !isUsable(message, usable)) {
+    return;
+  }
+  bool isUpper = false;
+  auto left = static_cast<long>(RTM_PAYLOAD(&message));
+  const rtattr* attribute = RTM_RTA(route);
+  for (; RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left)) {
+    if (attribute->rta_type != RTA_DST) continue;
+    isUpper = *static_cast<const unsigned char*>(RTA_DATA(attribute)) >= 0x80;
+  }
+  reached.lower = reached.lower || route->rtm_dst_len == 0 || !isUpper;
+  reached.upper = reached.upper || route->rtm_dst_len == 0 || isUpper;
+}
+
 }  // namespace
 
 std::optional<bool> hasWayOut() {
@@ -110,12 +132,14 @@ std::optional<bool> hasWayOut() {
   Links usable;
   const auto takeLink = [&](const nlmsghdr& message) { addLink(message, usable); };
   if (!dump(socket.get(), RTM_GETLINK, takeLink)) return std::nullopt;
-  bool found = false;
+  Halves v4;
+  Halves v6;
   const auto takeRoute = [&](const nlmsghdr& message) {
-    found = found || leadsOut(message, usable);
+    const auto family = static_cast<const rtmsg*>(NLMSG_DATA(&message))->rtm_family;
+    addRoute(message, usable, family == AF_INET6 ? v6 : v4);
   };
   if (!dump(socket.get(), RTM_GETROUTE, takeRoute)) return std::nullopt;
-  return found;
+  return (v4.lower && v4.upper) || (v6.lower && v6.upper);
 }
 
 Descriptor openRouteEvents() {

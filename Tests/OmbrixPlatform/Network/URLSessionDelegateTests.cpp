@@ -7,7 +7,8 @@
 #include <thread>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "OmbrixPlatform/Network/Detail/CurlTask.hpp"
+#include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
+#include "OmbrixPlatform/Network/Detail/TransferTask.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/TestServer.hpp"
@@ -42,12 +43,14 @@ class RecordingDelegate : public URLSessionDelegate {
   testing::EventLog log;
   Manner manner = Manner::now;
   Trust trust = Trust::performDefaultHandling;
+  bool judges = true;
   bool givesCredential = true;
   bool follows = true;
   ResponseDisposition response = ResponseDisposition::allow;
   std::atomic<int> challenges = 0;
   std::atomic<bool> wasElsewhere = false;  // a call off the delegate queue
 
+  [[nodiscard]] bool judgesServers(const std::string&) const override { return judges; }
   void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
                            ChallengeHandler handler) override {
     note(session, "challenge " + challenge.protectionSpace.host);
@@ -167,6 +170,21 @@ TEST(URLSessionDelegateTests, ServersAreTrustedAsTheDelegateSays) {
   }
 }
 
+// Catches handshakes broken off to ask a delegate that does not want to judge.
+TEST(URLSessionDelegateTests, OnlyServersToBeJudgedAreAskedAbout) {
+  const TestServer server;
+  for (const bool judges : {false, true}) {
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    delegate->judges = judges;
+    delegate->trust = Trust::useCredential;
+    const auto before = server.counters().connections;
+    const auto outcome = fetch(*sessionFor(delegate), requestTo(server.url("/status/200?body=ok")));
+    EXPECT_EQ(outcome.summary(), judges ? "200 ok" : summaryOf(Code::serverCertificateUntrusted));
+    EXPECT_EQ(delegate->challenges, judges ? 1 : 0);
+    EXPECT_EQ(server.counters().connections - before, judges ? 2U : 1U);
+  }
+}
+
 // Catches a trust that outlives its certificate or leaks to other sessions and other hosts.
 TEST(URLSessionDelegateTests, TrustHoldsForOneCertificateInOneSession) {
   const auto delegate = std::make_shared<RecordingDelegate>();
@@ -199,7 +217,7 @@ TEST(URLSessionDelegateTests, TasksThatAreOverDecideNothing) {
   running.task->cancel();
   EXPECT_EQ(running.outcome().code(), Code::cancelled);
   session->delegateQueue()->sync([] {});
-  const auto task = std::dynamic_pointer_cast<detail::CurlTask>(running.task);
+  const auto task = std::dynamic_pointer_cast<detail::TransferTask>(running.task);
   ASSERT_NE(task, nullptr);
   EXPECT_FALSE(task->askAboutTrust({}, [](auto) { ADD_FAILURE(); }));
 }
@@ -210,7 +228,7 @@ TEST(URLSessionDelegateTests, ProxiesAreVerifiedForThemselves) {
   const std::string proxyURL = "https://localhost:" + std::to_string(proxy.port());
   const std::unique_ptr<CURL, void (*)(CURL*)> easy(::curl_easy_init(), &::curl_easy_cleanup);
   const auto load = [&](detail::CurlTrust& trust, const std::string& url) {
-    trust.install(easy.get());
+    trust.install(easy.get(), true);
     ::curl_easy_setopt(easy.get(), CURLOPT_URL, url.c_str());
     return ::curl_easy_perform(easy.get());
   };

@@ -80,7 +80,7 @@ TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
       {"gzip in two members",    answer(coded, gzip + gzip), false, "200 " + text + text},
       {"deflate",                answer("Content-Encoding: deflate\r\n", deflated(text, kZlib)), false, "200 " + text},
       {"deflate, bare",          answer("Content-Encoding: deflate\r\n", deflated(text, kBare)), false, "200 " + text},
-      {"deflate, then gzip",     answer("Content-Encoding: deflate, gzip\r\n", deflated(deflated(text, kZlib), kGzip)), false, "200 " + text},
+      {"several codings",        answer("Content-Encoding: gzip, gzip\r\n", gzip), false, "200 " + gzip},
       {"empty gzip",             answer(coded, ""), false, "200 "},
 
       {"nothing",                "", false, summaryOf(Code::networkConnectionLost)},
@@ -100,7 +100,16 @@ TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
       {"gzip cut, length right", answer(coded, gzip.substr(0, gzip.size() - 5)), false, summaryOf(Code::cannotDecodeContentData)},
       {"gzip damaged",           answer(coded, "no gzip"), false, summaryOf(Code::cannotDecodeContentData)},
       {"bytes after the gzip",   answer(coded, gzip + "tail"), false, summaryOf(Code::cannotDecodeContentData)},
-      {"unknown coding",         answer("Content-Encoding: own\r\n", "abc"), false, summaryOf(Code::cannotDecodeContentData)},
+      {"unknown coding",         answer("Content-Encoding: own\r\n", "abc"), false, "200 abc"},
+      {"explosive",              answer(coded, deflated(std::string(20'000'000, ' '), kGzip)), false, summaryOf(Code::cannotDecodeContentData)},
+      {"blank before a colon",   "HTTP/1.1 200 OK\r\nContent-Length : 100\r\n\r\nabc", false, summaryOf(Code::badServerResponse)},
+      {"chunked, with a blank",  "HTTP/1.1 200 OK\r\nTransfer-Encoding : chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n", false, summaryOf(Code::badServerResponse)},
+      {"chunked, a parameter",   "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked;q=1\r\n\r\n3\r\nabc\r\n0\r\n\r\n", false, summaryOf(Code::badServerResponse)},
+      {"almost chunked",         "HTTP/1.1 200 OK\r\nTransfer-Encoding: xchunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n", false, summaryOf(Code::badServerResponse)},
+      {"gzip, chunked",          "HTTP/1.1 200 OK\r\nTransfer-Encoding: gzip, chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n", false, summaryOf(Code::badServerResponse)},
+      {"chunked and a length",   "HTTP/1.1 200 OK\r\nContent-Length: 3\r\nTransfer-Encoding: chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n", false, summaryOf(Code::badServerResponse)},
+      {"protocol switched",      "HTTP/1.1 101 Switching Protocols\r\nUpgrade: own\r\n\r\nown", false, summaryOf(Code::badServerResponse)},
+      {"too long a field",       answer("X: " + std::string(150'000, 'x') + "\r\n", "abc"), false, summaryOf(Code::badServerResponse)},
   };
   // clang-format on
   TestServer server(TestServer::Wire::plain);
@@ -119,13 +128,15 @@ TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
       auto running = testing::start(*session, requestTo(server.url("/case/" + std::to_string(i))));
       EXPECT_EQ(running.outcome().summary(), cases[i].expected);
       const bool isSentAgain = isReused && cases[i].bytes.empty();
-      EXPECT_EQ(running.task->metrics().resendCount, isSentAgain ? 1 : 0);
+      // Another kept connection, which its server has ended since, may have been tried first.
+      EXPECT_GE(running.task->metrics().resendCount, isSentAgain ? 1 : 0);
+      EXPECT_LE(running.task->metrics().resendCount, 1);
     }
   }
 }
 
-// Catches requests that reach a server twice though only once is safe, more often than twice, or
-// after their answer has begun; and safe ones given up at once.
+// Catches requests that reach a server twice though only once is safe, or more often than twice;
+// and safe ones given up at once.
 TEST(URLSessionFaultTests, RequestsAreSentAgainOnlyWhereThatIsSafe) {
   TestServer server(TestServer::Wire::plain);
   std::mutex mutex;
@@ -136,13 +147,11 @@ TEST(URLSessionFaultTests, RequestsAreSentAgainOnlyWhereThatIsSafe) {
     const std::lock_guard lock(mutex);
     const int arrival = ++arrivals[request.path];
     const bool isReused = !used.insert(request.connection).second;
-    if (!isReused && (arrival == 1 || request.path.starts_with("/once/"))) {
+    if (request.path.starts_with("/first") ||
+        (!isReused && (arrival == 1 || request.path.starts_with("/once/")))) {
       return devserver::Response::text("done");
     }
-    if (!request.path.starts_with("/begun/")) {
-      return devserver::Response::following({devserver::End::reset});
-    }
-    return devserver::Response::following({devserver::Send{"HTTP/1.1 2"}, devserver::End::reset});
+    return devserver::Response::following({devserver::End::reset});
   });
   struct Case {
     const char* method;
@@ -160,8 +169,6 @@ TEST(URLSessionFaultTests, RequestsAreSentAgainOnlyWhereThatIsSafe) {
       {"PATCH",  "/once/",   lost,       1},
       {"OWN",    "/once/",   lost,       1},
       {"PUT",    "/always/", lost,       2},
-      {"GET",    "/begun/",  lost,       1},
-      {"PUT",    "/begun/",  lost,       1},
   };
   // clang-format on
   const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
@@ -416,8 +423,10 @@ TEST_F(URLSessionTimeoutTests, MissingConnectivityIsWaitedForUntilTheResourceLim
     EXPECT_EQ(tasks[i].task->state(), URLSessionTask::State::running);
   }
   clock_->advance(30s);
-  for (const std::size_t i : {0U, 2U, 3U}) {
-    EXPECT_EQ(tasks[i].outcome().summary(), summaryOf(Code::timedOut));
+  // Why nothing came about, not that it took too long.
+  EXPECT_NE(tasks[0].outcome().code(), Code::timedOut);
+  for (const std::size_t i : {2U, 3U}) {
+    EXPECT_EQ(tasks[i].outcome().summary(), summaryOf(Code::notConnectedToInternet));
   }
 }
 

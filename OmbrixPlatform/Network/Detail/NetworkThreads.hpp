@@ -1,0 +1,38 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <thread>
+
+namespace ombrix::platform::detail {
+
+/// The network threads of all sessions: those that have ended are joined when the next one starts,
+/// and while many are just ending a new one waits for them. Any thread.
+class NetworkThreads {
+ public:
+  static NetworkThreads& shared();
+
+  /// Runs a body on a thread of its own. Throws `std::system_error` when none can be started.
+  void start(std::move_only_function<void()> body);
+
+  /// The body of one that was started is about to return.
+  void oneEnds();
+
+ private:
+  void run(std::list<std::thread>::iterator self, std::move_only_function<void()>& body);
+
+  std::mutex mutex_;  // guards what follows
+  std::condition_variable changed_;
+  std::list<std::thread> running_;
+  std::list<std::thread> ended_;
+  std::size_t ending_ = 0;
+};
+
+/// Whether this process was forked off one that had sessions: it has none of their threads, so
+/// that nothing it begins could ever end.
+[[nodiscard]] bool isForkedChild() noexcept;
+
+}  // namespace ombrix::platform::detail
