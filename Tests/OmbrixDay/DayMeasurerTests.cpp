@@ -40,39 +40,41 @@ void expectTruth(const MadeUpDay& truth, const Day& day, double share) {
   EXPECT_NEAR(day.totals.run.maxSpeedMetersPerSecond, truth.topSpeed, 0.02 * truth.topSpeed);
 }
 
+struct Hill {
+  double rise;
+  int rides;
+  int disturbances;  ///< 1: none; 2: halts too; 3: also gaps, outliers and steps.
+  double share;
+};
+class HillTests : public ::testing::TestWithParam<Hill> {};
+
 // Catches lost or invented runs and lifts, late boundaries, verticals that add up noise, and top
 // speeds taken from spikes or smoothed away.
-TEST(DayMeasurerTests, FindsTheTruthBehindTheNoise) {
-  struct Hill {
-    double rise;
-    int rides;
-    bool isDisturbed;
-    double share;
-  };
-  for (const Hill& hill :
-       {Hill{100, 30, false, 0.05}, Hill{400, 12, true, 0.02}, Hill{800, 8, true, 0.02}}) {
-    for (const double altitudeNoise : {3.0, 5.0, 10.0}) {
-      for (const double positionNoise : {3.0, 10.0}) {
-        for (int disturbance = 0; disturbance <= (hill.isDisturbed ? 2 : 0); ++disturbance) {
-          for (const std::uint64_t seed : {1u, 2u}) {
-            MadeUpDayOptions options{.seed = seed,
-                                     .rides = hill.rides,
-                                     .riseMeters = hill.rise,
-                                     .altitudeNoise = altitudeNoise,
-                                     .positionNoise = positionNoise};
-            options.hasHalts = disturbance >= 1;
-            options.hasGaps = options.hasOutliers = options.hasSteps = disturbance >= 2;
-            SCOPED_TRACE(::testing::Message()
-                         << hill.rise << " m, noise " << altitudeNoise << " and " << positionNoise
-                         << " m, disturbance " << disturbance << ", seed " << seed);
-            const MadeUpDay truth = makeUpDay(options);
-            expectTruth(truth, measureDay(truth.fixes), hill.share);
-          }
-        }
+TEST_P(HillTests, FindsTheTruthBehindTheNoise) {
+  const Hill hill = GetParam();
+  std::uint64_t seed = 0;
+  for (const double altitudeNoise : {3.0, 5.0, 10.0}) {
+    for (const double positionNoise : {3.0, 10.0}) {
+      for (int disturbance = 0; disturbance < hill.disturbances; ++disturbance) {
+        MadeUpDayOptions options{.seed = 1 + seed++ % 2,
+                                 .rides = hill.rides,
+                                 .riseMeters = hill.rise,
+                                 .altitudeNoise = altitudeNoise,
+                                 .positionNoise = positionNoise};
+        options.hasHalts = disturbance >= 1;
+        options.hasGaps = options.hasOutliers = options.hasSteps = disturbance >= 2;
+        SCOPED_TRACE(::testing::Message()
+                     << "noise " << altitudeNoise << " and " << positionNoise << " m, disturbance "
+                     << disturbance << ", seed " << options.seed);
+        const MadeUpDay truth = makeUpDay(options);
+        expectTruth(truth, measureDay(truth.fixes), hill.share);
       }
     }
   }
 }
+INSTANTIATE_TEST_SUITE_P(DayMeasurer, HillTests,
+                         ::testing::Values(Hill{100, 30, 1, 0.05}, Hill{400, 12, 3, 0.02},
+                                           Hill{800, 8, 3, 0.02}));
 
 // Catches windows and ticks that count fixes where they should count seconds.
 TEST(DayMeasurerTests, MeasuresSparseRecordings) {
