@@ -42,6 +42,8 @@ class FlakyServer {
       case 1:
         return devserver::Response::following({devserver::End::close});
       case 2:
+        // A reset throws away what the client has not read: to it such an answer may never have
+        // begun, so that a PUT may go once more.
         return devserver::Response::following(
             {devserver::Send{"HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ndo"},
              devserver::End::reset});
