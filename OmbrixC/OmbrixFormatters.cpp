@@ -35,6 +35,11 @@ struct OmbrixTimerFormatter {
 
 namespace {
 
+std::optional<ombrix::platform::Locale> localeFrom(const char* identifier) {
+  if (identifier == nullptr) return std::nullopt;
+  return ombrix::platform::Locale(identifier);
+}
+
 std::optional<std::int64_t> part(std::int64_t value) {
   return value == OMBRIX_DATE_COMPONENT_UNDEFINED ? std::nullopt : std::optional(value);
 }
@@ -115,6 +120,11 @@ void ombrix_MeasurementFormatter_setUnitStyle_(OmbrixMeasurementFormatter* self,
   self->formatter.setUnitStyle(static_cast<UnitStyle>(style));
 }
 
+void ombrix_MeasurementFormatter_setLocale_(OmbrixMeasurementFormatter* self,
+                                            const char* identifier) {
+  catching(nullptr, [&] { self->formatter.setLocale(localeFrom(identifier)); });
+}
+
 char* ombrix_MeasurementFormatter_stringForObjectValue_(OmbrixMeasurementFormatter* self,
                                                         const OmbrixObjectValue* object) {
   return catching(nullptr, [&] { return copied(self->formatter.string(objectFrom(object))); });
@@ -178,6 +188,9 @@ OmbrixDurationFormatter* ombrix_DurationFormatter_initWithCoder_(const void*) {
   return ombrix_DurationFormatter_initWithMinimumComponent_(OmbrixCalendarUnitSecond);
 }
 void ombrix_DurationFormatter_release(OmbrixDurationFormatter* self) { delete self; }
+void ombrix_DurationFormatter_setLocale_(OmbrixDurationFormatter* self, const char* identifier) {
+  catching(nullptr, [&] { self->formatter.setLocale(localeFrom(identifier)); });
+}
 bool ombrix_DurationFormatter_distinctMinVsMeters(const OmbrixDurationFormatter* self) {
   return self->formatter.distinctMinVsMeters();
 }
@@ -220,6 +233,9 @@ OmbrixCalendarUnit ombrix_TimerFormatter_minimumComponent(const OmbrixTimerForma
 void ombrix_TimerFormatter_setMinimumComponent_(OmbrixTimerFormatter* self,
                                                 OmbrixCalendarUnit minimumComponent) {
   self->formatter.setMinimumComponent(from(minimumComponent));
+}
+void ombrix_TimerFormatter_setLocale_(OmbrixTimerFormatter* self, const char* identifier) {
+  catching(nullptr, [&] { self->formatter.setLocale(localeFrom(identifier)); });
 }
 bool ombrix_TimerFormatter_distinctMinVsMeters(const OmbrixTimerFormatter* self) {
   return self->formatter.distinctMinVsMeters();

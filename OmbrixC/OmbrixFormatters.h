@@ -93,6 +93,11 @@ OmbrixMeasurementUnitStyle ombrix_MeasurementFormatter_unitStyle(
 void ombrix_MeasurementFormatter_setUnitStyle_(OmbrixMeasurementFormatter* self,
                                                OmbrixMeasurementUnitStyle style);
 
+/// The locale to write in, as in "de_DE", which also chooses the units of weights and temperatures;
+/// NULL for the one that is current.
+void ombrix_MeasurementFormatter_setLocale_(OmbrixMeasurementFormatter* self,
+                                            const char* identifier);
+
 char* ombrix_MeasurementFormatter_stringForObjectValue_(OmbrixMeasurementFormatter* self,
                                                         const OmbrixObjectValue* object);
 char* ombrix_MeasurementFormatter_unitLabel(OmbrixMeasurementFormatter* self);
@@ -125,6 +130,8 @@ OmbrixDurationFormatter* ombrix_DurationFormatter_initWithMinimumComponent_(
 /// With the second as smallest component. Nothing is read from the coder, which may be NULL.
 OmbrixDurationFormatter* ombrix_DurationFormatter_initWithCoder_(const void* coder);
 void ombrix_DurationFormatter_release(OmbrixDurationFormatter* self);
+/// The locale to write in, as in "de_DE"; NULL for the one that is current.
+void ombrix_DurationFormatter_setLocale_(OmbrixDurationFormatter* self, const char* identifier);
 bool ombrix_DurationFormatter_distinctMinVsMeters(const OmbrixDurationFormatter* self);
 char* ombrix_DurationFormatter_stringForObjectValue_(OmbrixDurationFormatter* self,
                                                      const OmbrixObjectValue* object);
@@ -151,6 +158,8 @@ void ombrix_TimerFormatter_release(OmbrixTimerFormatter* self);
 OmbrixCalendarUnit ombrix_TimerFormatter_minimumComponent(const OmbrixTimerFormatter* self);
 void ombrix_TimerFormatter_setMinimumComponent_(OmbrixTimerFormatter* self,
                                                 OmbrixCalendarUnit minimumComponent);
+/// The locale to write in, as in "de_DE"; NULL for the one that is current.
+void ombrix_TimerFormatter_setLocale_(OmbrixTimerFormatter* self, const char* identifier);
 bool ombrix_TimerFormatter_distinctMinVsMeters(const OmbrixTimerFormatter* self);
 char* ombrix_TimerFormatter_stringForObjectValue_(OmbrixTimerFormatter* self,
                                                   const OmbrixObjectValue* object);

@@ -37,6 +37,7 @@ std::optional<PropertyList> from(const OmbrixValue& value) {
     case OmbrixValueReal:
       return PropertyList(value.real);
     case OmbrixValueString:
+      if (value.string == nullptr) break;
       return PropertyList(textFrom(value.string));
     case OmbrixValuePropertyList:
       return PropertyListSerialization::read(
@@ -152,7 +153,10 @@ char* ombrix_Settings_metricType(const OmbrixSettings* self) {
 }
 
 void ombrix_Settings_setMetricType_(OmbrixSettings* self, const char* metricType) {
-  catching(nullptr, [&] { from(self).setMetricType(textFrom(metricType)); });
+  catching(nullptr, [&] {
+    from(self).setMetricType(metricType == nullptr ? std::nullopt
+                                                   : std::optional(textFrom(metricType)));
+  });
 }
 
 bool ombrix_Settings_syncPreferences(const OmbrixSettings* self) {
@@ -181,12 +185,11 @@ OmbrixMMWormhole* ombrix_MMWormhole_OmbrixWormhole() {
 
 void ombrix_MMWormhole_release(OmbrixMMWormhole* self) { delete self; }
 
-void ombrix_MMWormhole_passMessageObject_identifier_(OmbrixMMWormhole* self, OmbrixValue message,
+bool ombrix_MMWormhole_passMessageObject_identifier_(OmbrixMMWormhole* self, OmbrixValue message,
                                                      const char* identifier) {
-  catching(nullptr, [&] {
-    if (const auto value = from(message)) {
-      self->channel->passMessageObject(*value, textFrom(identifier));
-    }
+  return catching(nullptr, [&] {
+    const auto value = from(message);
+    return value && self->channel->passMessageObject(*value, textFrom(identifier));
   });
 }
 

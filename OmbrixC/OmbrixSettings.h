@@ -73,7 +73,7 @@ void ombrix_Settings_observeValueForKeyPath_ofObject_change_context_(OmbrixSetti
                                                                      bool isPrior, void* context);
 
 void ombrix_Settings_saveBool_withKey_(OmbrixSettings* self, bool value, const char* key);
-/// A value of no kind removes the key.
+/// A value of no kind, or a string that is NULL, removes the key.
 void ombrix_Settings_saveObject_withKey_(OmbrixSettings* self, OmbrixValue value, const char* key);
 
 void ombrix_Settings_registerCoreSettings(OmbrixSettings* self);
@@ -81,6 +81,7 @@ void ombrix_Settings_registerCoreSettings(OmbrixSettings* self);
 void ombrix_Settings_localeDidChange_(OmbrixSettings* self, const void* notification);
 
 char* ombrix_Settings_metricType(const OmbrixSettings* self);
+/// NULL removes the value, so that the default counts again.
 void ombrix_Settings_setMetricType_(OmbrixSettings* self, const char* metricType);
 bool ombrix_Settings_syncPreferences(const OmbrixSettings* self);
 void ombrix_Settings_setSyncPreferences_(OmbrixSettings* self, bool syncPreferences);
@@ -98,8 +99,8 @@ typedef struct OmbrixMMWormhole OmbrixMMWormhole;
 OmbrixMMWormhole* ombrix_MMWormhole_OmbrixWormhole(void);
 void ombrix_MMWormhole_release(OmbrixMMWormhole* self);
 
-/// Passes nothing for a value of no kind.
-void ombrix_MMWormhole_passMessageObject_identifier_(OmbrixMMWormhole* self, OmbrixValue message,
+/// Whether the message is on its way. Passes nothing, and false, for a value of no kind.
+bool ombrix_MMWormhole_passMessageObject_identifier_(OmbrixMMWormhole* self, OmbrixValue message,
                                                      const char* identifier);
 /// The last message as the bytes of a property list.
 OmbrixData ombrix_MMWormhole_messageWithIdentifier_(const OmbrixMMWormhole* self,

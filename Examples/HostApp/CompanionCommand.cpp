@@ -1,11 +1,16 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <array>
 #include <condition_variable>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <string>
+#include <vector>
 
+#include "Examples/HostApp/Arguments.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
@@ -15,6 +20,12 @@ namespace ombrix::hostapp {
 namespace {
 
 constexpr std::array kProperties = {"metricType", "syncPreferences", "extraLogging"};
+
+/// What each storage key takes.
+const std::map<std::string, std::vector<std::string>> kMessages = {
+    {"units", {"kilometers", "miles", "british"}},
+    {"syncPreferences", {"true", "false"}},
+    {"enableExtraLogging", {"true", "false"}}};
 
 /// Phone and watch are two processes here, which meet in the group's folder: made when missing.
 void makeGroupFolder() {
@@ -27,13 +38,16 @@ void makeGroupFolder() {
 }
 
 void send(const std::string& key, const std::string& value) {
+  const auto& values = kMessages.at(key);
+  if (std::ranges::find(values, value) == values.end()) {
+    throw CLI::ValidationError(
+        "VALUE", fmt::format("{:?} is not one of {}", value, fmt::join(values, ", ")));
+  }
   makeGroupFolder();
   const bool isTruth = value == "true" || value == "false";
   const platform::PropertyList message =
       isTruth ? platform::PropertyList(value == "true") : platform::PropertyList(value);
-  const auto channel = OmbrixWormhole();
-  channel->passMessageObject(message, key);
-  if (channel->messageWithIdentifier(key) != message) {
+  if (!OmbrixWormhole()->passMessageObject(message, key)) {
     throw CommandFailure("could not send; see ombrix log");
   }
 }
@@ -82,13 +96,13 @@ void addCompanionCommand(CLI::App& settings) {
       ->required()
       ->check(CLI::IsMember({"units", "syncPreferences", "enableExtraLogging"}));
   sending->add_option("VALUE", options->value, "kilometers, miles, british; true, false")
-      ->required()
-      ->check(CLI::IsMember({"kilometers", "miles", "british", "true", "false"}));
+      ->required();
   sending->callback([options] { send(options->key, options->value); });
 
   CLI::App* watching = command->add_subcommand(
       "watch", "Takes the unit system from the other device and prints each change");
-  watching->add_option("--count", options->count, "End after this many changes");
+  watching->add_option("--count", options->count, "End after this many changes")
+      ->check(wholeNumberBetween(0, kMostToCount));
   watching->callback([options] { watch(options->count); });
 }
 

@@ -5,6 +5,7 @@
 #include <optional>
 #include <vector>
 
+#include "Examples/HostApp/Arguments.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/DayReport.hpp"
 #include "Examples/HostApp/DaySummary.hpp"
@@ -56,7 +57,7 @@ void addDayCommand(CLI::App& app) {
   command
       ->add_option("--weight", options->weightKilograms,
                    "The user's weight in kilograms, to estimate the energy burned")
-      ->check(CLI::PositiveNumber);
+      ->check(numberBetween(1, 1'000));
   command->add_option("--geojson", options->linePath, "Write the track as a GeoJSON line string");
   command->add_flag("--json", options->json, "Print one JSON object, in SI units");
   command->add_flag("--all-fixes", options->allFixes,

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <memory>
 
+#include "Examples/HostApp/Arguments.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/MatchedText.hpp"
 #include "Examples/HostApp/Terminal.hpp"
@@ -55,7 +56,9 @@ void addFindCommand(CLI::App& app) {
       app.add_subcommand("find", "Ranks lines by how well a pattern matches, and shows where");
   command->add_option("PATTERN", options->pattern, "Letters in the order to look for")->required();
   command->add_option("FILE", options->path, "A text file; standard input without one");
-  command->add_option("--most", options->most, "How many lines to print")->capture_default_str();
+  command->add_option("--most", options->most, "How many lines to print")
+      ->check(wholeNumberBetween(0, kMostToCount))
+      ->capture_default_str();
   command->callback([options] { find(options->pattern, options->path, options->most); });
 }
 

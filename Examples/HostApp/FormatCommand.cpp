@@ -3,7 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <map>
 #include <memory>
+#include <string>
+#include <vector>
 
+#include "Examples/HostApp/Arguments.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/Preferences.hpp"
 #include "Examples/HostApp/StyledText.hpp"
@@ -19,9 +22,22 @@ using UnitStyle = OmbrixMeasurementFormatter::UnitStyle;
 
 struct Options {
   double number = 0;
-  UnitStyle style = UnitStyle::mediumStyle;
-  NSCalendarUnit minimum = NSCalendarUnit::second;
+  std::string style = "medium";
+  std::string minimum = "second";
 };
+
+// Beyond, neighbouring numbers differ by more than what is shown.
+constexpr double kLargestValue = 1e15;
+constexpr double kLongestSpanSeconds = 9e18;
+
+/// Adds an option that takes one of some words.
+template <class Choice>
+void addChoice(CLI::App& command, const char* name, std::string& word, const char* description,
+               const std::map<std::string, Choice>& choices) {
+  std::vector<std::string> words;
+  for (const auto& [known, choice] : choices) words.push_back(known);
+  command.add_option(name, word, description)->check(CLI::IsMember(words))->option_text("WORD");
+}
 
 void print(const std::optional<platform::NSAttributedString>& text) {
   if (!text) throw CommandFailure("there is no text for this value");
@@ -61,15 +77,15 @@ void addMeasurement(CLI::App& format, const std::string& kind,
   const auto options = std::make_shared<Options>();
   CLI::App* command =
       format.add_subcommand(kind, std::string("VALUE in ") + inputUnit(measurementFormat));
-  command->add_option("VALUE", options->number, "The number, in the kind's own unit")->required();
-  command
-      ->add_option("--style", options->style, "How the unit is written: value, short, medium, long")
-      ->transform(CLI::CheckedTransformer(kStyles))
-      ->option_text("STYLE");
+  command->add_option("VALUE", options->number, "The number, in the kind's own unit")
+      ->required()
+      ->check(numberBetween(-kLargestValue, kLargestValue));
+  addChoice(*command, "--style", options->style,
+            "How the unit is written: value, short, medium, long", kStyles);
   addPreferenceOptions(*command);
   command->callback([options, measurementFormat] {
     OmbrixMeasurementFormatter formatter(measurementFormat);
-    formatter.setUnitStyle(options->style);
+    formatter.setUnitStyle(kStyles.at(options->style));
     print(formatter.attributedStringWithDefaultAttributes(options->number, valueAttributes()));
   });
 }
@@ -85,15 +101,12 @@ void addSpan(CLI::App& format, const std::string& kind, const std::string& descr
   CLI::App* command = format.add_subcommand(kind, description);
   command->add_option("SECONDS", options->number, "The span of time")
       ->required()
-      ->check(CLI::Range(-9e18, 9e18));
-  command
-      ->add_option("--minimum", options->minimum,
-                   "The smallest unit that is shown: day, hour, minute, second")
-      ->transform(CLI::CheckedTransformer(kUnits))
-      ->option_text("UNIT");
+      ->check(numberBetween(-kLongestSpanSeconds, kLongestSpanSeconds));
+  addChoice(*command, "--minimum", options->minimum,
+            "The smallest unit that is shown: day, hour, minute, second", kUnits);
   addPreferenceOptions(*command);
   command->callback([options] {
-    Formatter formatter(options->minimum);
+    Formatter formatter(kUnits.at(options->minimum));
     print(formatter.attributedStringWithDefaultAttributes(options->number, valueAttributes()));
   });
 }

@@ -7,6 +7,7 @@
 #include "OmbrixCore/Extensions/Logging/LoggingService.hpp"
 #include "OmbrixPlatform/Logging/DDFileLogger.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
+#include "OmbrixPlatform/Text/UTF8.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -24,10 +25,11 @@ std::string logFolder() {
 
 void addLogCommand(CLI::App& app) {
   app.add_subcommand("log", "Prints the recent log, the oldest line first")->callback([] {
-    const auto text = LoggingService::shared().historicalLogText();
-    if (!text) throw CommandFailure("the log is not valid text");
-    fmt::print("{}", *text);
-    if (text->empty()) {
+    const auto log = LoggingService::shared().historicalLog();
+    if (!log) throw CommandFailure("there is no log");
+    // A log that others have written to, or a damaged disk, is shown as far as it can be read.
+    fmt::print("{}", platform::stringFromUTF8Repaired(*log));
+    if (log->empty()) {
       fmt::print(stderr, "ombrix: there is no log yet; it would be in {}\n", logFolder());
     }
   });

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
@@ -37,8 +38,12 @@ void addPreferenceOptions(CLI::App& command) {
       "--locale",
       [](const std::string& identifier) {
         platform::services().locale.set(std::make_shared<FixedLocaleService>(identifier));
+        // The default was chosen for the locale of the environment when the settings registered.
+        OmbrixSettings::shared().registerDefaults(
+            {{OmbrixSettings::keyFromGetter("metricType"),
+              OmbrixSettings::unitSystemForLocale(platform::Locale::current())}});
       },
-      "The language and region to write in, as in de_DE");
+      "The language and region to write in, as in de_DE; its unit system, too, unless one is set");
 }
 
 }  // namespace ombrix::hostapp

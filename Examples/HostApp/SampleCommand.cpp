@@ -1,8 +1,10 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <limits>
 #include <memory>
 
+#include "Examples/HostApp/Arguments.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/SampleDay.hpp"
 #include "Examples/HostApp/TrackFile.hpp"
@@ -18,9 +20,10 @@ void addSampleCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("sample", "Makes up a day of skiing and writes its track");
   command->add_option("OUT", options->path, "The track file to write")->required();
   command->add_option("--seed", options->day.seed, "Equal seeds give equal days")
+      ->check(wholeNumberBetween(0, std::numeric_limits<long long>::max()))
       ->capture_default_str();
   command->add_option("--runs", options->day.runs, "Lift rides, each followed by a run")
-      ->check(CLI::Range(1, 100))
+      ->check(wholeNumberBetween(1, 100))
       ->capture_default_str();
   command->callback([options] {
     const auto fixes = makeSampleDay(options->day);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 
+#include "Examples/HostApp/Arguments.hpp"
 #include "Examples/HostApp/CloudStore.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
@@ -121,7 +122,8 @@ void addSettingsCommand(CLI::App& app) {
   });
 
   CLI::App* watching = command->add_subcommand("watch", "Prints each change, from any process");
-  watching->add_option("--count", options->count, "End after this many changes");
+  watching->add_option("--count", options->count, "End after this many changes")
+      ->check(wholeNumberBetween(0, kMostToCount));
   watching->callback([options] { watch(options->count); });
 
   addSyncCommand(*command);

@@ -16,6 +16,7 @@ namespace {
 using platform::AnyUnit;
 using platform::CharacterSet;
 using platform::FormatterObject;
+using platform::Locale;
 using platform::Measurement;
 using platform::NSAttributedString;
 using platform::NSFormattingUnitStyle;
@@ -73,8 +74,9 @@ std::optional<Measurement<Unit>> read(const FormatterObject& object, const Unit&
   return std::nullopt;
 }
 
-NSNumberFormatter roundingDown(int fractionDigits, std::string suffix) {
-  return NSNumberFormatter({.minimumFractionDigits = fractionDigits,
+NSNumberFormatter roundingDown(Locale locale, int fractionDigits, std::string suffix) {
+  return NSNumberFormatter({.locale = std::move(locale),
+                            .minimumFractionDigits = fractionDigits,
                             .maximumFractionDigits = fractionDigits,
                             .roundingMode = Rounding::down,
                             .positiveSuffix = std::move(suffix)});
@@ -96,7 +98,8 @@ OmbrixMeasurementFormatter OmbrixMeasurementFormatter::decode(platform::Decoder&
 }
 
 AnyUnit OmbrixMeasurementFormatter::localizedUnit(MeasurementFormat format,
-                                                  std::string_view preference) {
+                                                  std::string_view preference,
+                                                  const std::optional<Locale>& locale) {
   switch (format) {
     case Format::speed:
       return localized<NSUnitSpeed>(preference);
@@ -115,7 +118,8 @@ AnyUnit OmbrixMeasurementFormatter::localizedUnit(MeasurementFormat format,
     case Format::dailyVertical:
       return localized(SkiMeasurement::dailyVertical, preference);
     case Format::weight:
-      return localized<NSUnitMass>(preference);
+      return locale ? NSUnitMass::forLocale(*locale, NSUnitMass::Usage::personWeight)
+                    : localized<NSUnitMass>(preference);
     case Format::energy:
       return localized<NSUnitEnergy>(preference);
     case Format::heartRate:
@@ -123,7 +127,8 @@ AnyUnit OmbrixMeasurementFormatter::localizedUnit(MeasurementFormat format,
     case Format::depth:
       return localized(SkiMeasurement::depth, preference);
     case Format::temperature:
-      return localized<NSUnitTemperature>(preference);
+      return locale ? NSUnitTemperature::forLocale(*locale, NSUnitTemperature::Usage::weather)
+                    : localized<NSUnitTemperature>(preference);
     case Format::angle:
       return NSUnitAngle::degrees();
   }
@@ -143,6 +148,23 @@ NSFormattingUnitStyle OmbrixMeasurementFormatter::platformUnitStyle() const {
   stopAtUnexpected("UnitStyle", std::to_underlying(unitStyle_));
 }
 
+Locale OmbrixMeasurementFormatter::usedLocale() const {
+  return locale_ ? *locale_ : Locale::current();
+}
+
+AnyUnit OmbrixMeasurementFormatter::displayUnit() const {
+  return localizedUnit(format_, unitPreference(), locale_);
+}
+
+void OmbrixMeasurementFormatter::setLocale(std::optional<Locale> locale) {
+  locale_ = std::move(locale);
+  cachedMillionsNumberMeasurementFormatter_.reset();
+  cachedThousandsNumberMeasurementFormatter_.reset();
+  cachedRoundedDailyThousandsNumberMeasurementFormatter_.reset();
+  cachedMeasurementFormatter_.reset();
+  cachedUnitFormatter_.reset();
+}
+
 void OmbrixMeasurementFormatter::setUnitStyle(UnitStyle style) {
   unitStyle_ = style;
   const NSFormattingUnitStyle platformStyle = platformUnitStyle();
@@ -157,28 +179,32 @@ void OmbrixMeasurementFormatter::setUnitStyle(UnitStyle style) {
 NSMeasurementFormatter& OmbrixMeasurementFormatter::millions() {
   auto& cached = cachedMillionsNumberMeasurementFormatter_;
   if (!cached) {
-    cached.emplace(platformUnitStyle(),
-                   roundingDown(1, localizedString("units.abbreviate_millions", "mil")));
+    cached.emplace(
+        platformUnitStyle(),
+        roundingDown(usedLocale(), 1, localizedString("units.abbreviate_millions", "mil")));
   }
   return *cached;
 }
 
 NSMeasurementFormatter& OmbrixMeasurementFormatter::thousands() {
   auto& cached = cachedThousandsNumberMeasurementFormatter_;
-  if (!cached) cached.emplace(platformUnitStyle(), roundingDown(1, thousandsSuffix()));
+  if (!cached)
+    cached.emplace(platformUnitStyle(), roundingDown(usedLocale(), 1, thousandsSuffix()));
   return *cached;
 }
 
 NSMeasurementFormatter& OmbrixMeasurementFormatter::roundedDailyThousands() {
   auto& cached = cachedRoundedDailyThousandsNumberMeasurementFormatter_;
-  if (!cached) cached.emplace(platformUnitStyle(), roundingDown(0, thousandsSuffix()));
+  if (!cached)
+    cached.emplace(platformUnitStyle(), roundingDown(usedLocale(), 0, thousandsSuffix()));
   return *cached;
 }
 
 NSMeasurementFormatter& OmbrixMeasurementFormatter::measurements() {
   auto& cached = cachedMeasurementFormatter_;
   if (!cached) {
-    cached.emplace(platformUnitStyle(), NSNumberFormatter({.minimumFractionDigits = fractionDigits_,
+    cached.emplace(platformUnitStyle(), NSNumberFormatter({.locale = usedLocale(),
+                                                           .minimumFractionDigits = fractionDigits_,
                                                            .maximumFractionDigits = fractionDigits_,
                                                            .roundingMode = Rounding::halfUp}));
   }
@@ -189,7 +215,8 @@ NSMeasurementFormatter& OmbrixMeasurementFormatter::units() {
   auto& cached = cachedUnitFormatter_;
   if (!cached) {
     cached.emplace(platformUnitStyle(),
-                   NSNumberFormatter({.decimalSeparator = "", .groupingSeparator = ""}));
+                   NSNumberFormatter(
+                       {.locale = usedLocale(), .decimalSeparator = "", .groupingSeparator = ""}));
   }
   return *cached;
 }
@@ -219,7 +246,9 @@ std::optional<std::string> OmbrixMeasurementFormatter::text(const Measurement<Un
   // Kept: a number alone is not put in capitals, so that its suffix reads "k" here and "K" beside
   // a unit.
   if (unitStyle_ == UnitStyle::valueOnly) return formatter.numberFormatter().string(value);
-  auto text = formatter.string(value, measurement.unit);
+  auto text = value == measurement.value
+                  ? formatter.string(value, measurement.unit)
+                  : formatter.string(value, measurement.unit, measurement.value);
   if (text) text = platform::uppercased(*std::move(text));
   return text;
 }
@@ -232,7 +261,7 @@ std::optional<std::string> OmbrixMeasurementFormatter::string(const FormatterObj
         if constexpr (std::is_same_v<Unit, NSUnitAngle>) return text(*measurement);
         return text(measurement->converted(unit));
       },
-      localizedUnit(format_, unitPreference()));
+      displayUnit());
 }
 
 std::optional<NSAttributedString> OmbrixMeasurementFormatter::attributedStringWithDefaultAttributes(
@@ -253,11 +282,18 @@ std::optional<NSAttributedString> OmbrixMeasurementFormatter::attributedStringWi
 
 std::expected<platform::AnyMeasurement, std::string> OmbrixMeasurementFormatter::getObjectValue(
     std::string_view text) {
-  return measurements().getObjectValue(text, localizedUnit(format_, unitPreference()));
+  auto value = measurements().getObjectValue(text, displayUnit());
+  if (value) return value;
+  // The platform's sentence, in the user's language.
+  constexpr std::string_view kPlaceholder = "%@";
+  auto sentence = localizedString("formatter.not_a_number", "The text “%@” is not a number.");
+  const auto place = sentence.find(kPlaceholder);
+  if (place != std::string::npos) sentence.replace(place, kPlaceholder.size(), text);
+  return std::unexpected(std::move(sentence));
 }
 
 std::optional<std::string> OmbrixMeasurementFormatter::unitLabel() {
-  const AnyUnit unit = localizedUnit(format_, unitPreference());
+  const AnyUnit unit = displayUnit();
   // Kept: temperatures have no label; with one, callers that show whatever label there is would
   // begin to show degrees.
   if (std::holds_alternative<NSUnitTemperature>(unit)) return std::nullopt;

@@ -21,7 +21,7 @@ namespace ombrix {
 /// the settings on every call.
 ///
 /// An instance serves one thread at a time. Its inner formatters are costly to build, so each is
-/// made once, on first need; it keeps the locale that was current then.
+/// made once, on first need; it keeps the locale that was current then, unless one is set.
 class OmbrixMeasurementFormatter final : public platform::NSFormatter {
  public:
   /// How much of the unit is written; `valueOnly` is the number alone.
@@ -63,9 +63,16 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
   [[nodiscard]] UnitStyle unitStyle() const noexcept { return unitStyle_; }
   void setUnitStyle(UnitStyle style);
 
-  /// The unit in which a kind of values is shown in a unit system, as in "miles". A format out of
-  /// range stops the program. Any thread.
-  static platform::AnyUnit localizedUnit(MeasurementFormat format, std::string_view preference);
+  /// The locale to write in, which also chooses the units of weights and temperatures; the one that
+  /// is current when an inner formatter is first needed, when nothing was set.
+  [[nodiscard]] const std::optional<platform::Locale>& locale() const noexcept { return locale_; }
+  void setLocale(std::optional<platform::Locale> locale);
+
+  /// The unit in which a kind of values is shown in a unit system, as in "miles", in the current
+  /// locale or another. A format out of range stops the program. Any thread.
+  static platform::AnyUnit localizedUnit(
+      MeasurementFormat format, std::string_view preference,
+      const std::optional<platform::Locale>& locale = std::nullopt);
 
   /// The value's text, in capitals unless it is a number alone.
   ///
@@ -96,6 +103,8 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
   using Formatter = platform::NSMeasurementFormatter;
 
   platform::NSFormattingUnitStyle platformUnitStyle() const;
+  [[nodiscard]] platform::Locale usedLocale() const;
+  [[nodiscard]] platform::AnyUnit displayUnit() const;
   Formatter& millions();
   Formatter& thousands();
   Formatter& roundedDailyThousands();
@@ -107,6 +116,7 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
   template <class Unit>
   Formatter& formatterFor(const Unit& unit, double& value);
 
+  std::optional<platform::Locale> locale_;
   UnitStyle unitStyle_ = UnitStyle::mediumStyle;
   MeasurementFormat format_ = MeasurementFormat::speed;
   int fractionDigits_ = 1;

@@ -1,9 +1,14 @@
+#include <algorithm>
 #include <cstdint>
+#include <iterator>
 
+#include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixCore/Settings/SettingsRegistrations.hpp"
 #include "OmbrixCore/Settings/SettingsTables.hpp"
+#include "OmbrixCore/Settings/ToldOnce.hpp"
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
@@ -19,15 +24,37 @@ constexpr const char* kUnitsKey = "units";
 constexpr const char* kSyncPreferencesKey = "syncPreferences";
 constexpr const char* kExtraLoggingKey = "enableExtraLogging";
 
-const char* unitSystemOf(const Locale& locale) {
-  if (locale.identifier() == "en_GB") return "british";
-  return locale.usesMetricSystem() ? "kilometers" : "miles";
+constexpr std::string_view kUnitSystems[] = {"kilometers", "miles", "british"};
+
+/// A unit system that does not exist is used as it is, and measures like kilometers; somebody
+/// misspelt it.
+void noteUnitSystem(std::string_view unitSystem) {
+  if (unitSystem.empty() || std::ranges::find(kUnitSystems, unitSystem) != std::end(kUnitSystems)) {
+    return;
+  }
+  static ToldOnce& told = *new ToldOnce;
+  if (!told.isNews(unitSystem)) return;
+  logWarning({"OmbrixCore/Settings/OmbrixSettings+Core", "metricType"},
+             "Data: There is no unit system \"" + std::string(unitSystem) + "\"");
 }
 
 std::string readMetricType() {
-  return UserDefaults::standardUserDefaults()
-      .stringForKey(OmbrixSettings::keyFromGetter("metricType"))
-      .value_or(std::string());
+  auto unitSystem = UserDefaults::standardUserDefaults()
+                        .stringForKey(OmbrixSettings::keyFromGetter("metricType"))
+                        .value_or(std::string());
+  noteUnitSystem(unitSystem);
+  return unitSystem;
+}
+
+/// Tells the log of failures of the user defaults. They may be met while logging is set up, which
+/// reads a setting: then another thread has to wait for that.
+void logDefaultsFailure(const std::string& message) {
+  const auto log = [message] {
+    logError({"OmbrixCore/Settings/OmbrixSettings+Core", "registerCoreSettings"},
+             "Data: User defaults: " + message);
+  };
+  if (detail::isLoggingSetUp.load()) return log();
+  platform::DispatchQueue::global(platform::DispatchPriority::low).async(log);
 }
 
 bool readBool(std::string_view property) {
@@ -41,14 +68,26 @@ void OmbrixSettings::registerCoreSettings() {
                     {"syncPreferences", kSyncPreferencesKey},
                     {"extraLogging", kExtraLoggingKey}});
   registerSyncedPreferenceKeys({keyFromGetter("metricType")});
-  registerDefaults({{kUnitsKey, unitSystemOf(Locale::current())},
+  registerDefaults({{kUnitsKey, unitSystemForLocale(Locale::current())},
                     {kSyncPreferencesKey, true},
                     {kExtraLoggingKey, false}});
+  UserDefaults::standardUserDefaults().setErrorHandler(logDefaultsFailure);
   auto& locale = platform::services().locale.get();
-  registrations_->add(locale.currentLocaleDidChange.connect([this] { localeDidChange(); }));
+  registrations_->add(locale.currentLocaleDidChange.connect([this] { announceLocale(); }));
+  registrations_->followsLocale = true;
+}
+
+std::string OmbrixSettings::unitSystemForLocale(const Locale& locale) {
+  if (locale.identifier() == "en_GB") return "british";
+  return locale.usesMetricSystem() ? "kilometers" : "miles";
 }
 
 void OmbrixSettings::localeDidChange() {
+  platform::services().locale.get().localeDidChange();
+  if (!registrations_->followsLocale) announceLocale();
+}
+
+void OmbrixSettings::announceLocale() {
   if (UserDefaults::standardUserDefaults().explicitObjectForKey(kUnitsKey)) return;
   // Kept: the default is not chosen anew. Observers read again and find what registration chose:
   // a unit system that changed by itself would rewrite what the user is looking at.
@@ -95,8 +134,9 @@ std::string OmbrixSettings::metricType() const {
   return last.value;
 }
 
-void OmbrixSettings::setMetricType(std::string_view metricType) {
+void OmbrixSettings::setMetricType(std::optional<std::string_view> metricType) {
   saveObject(metricType, keyFromSetter("setMetricType:"));
+  if (metricType) noteUnitSystem(*metricType);
 }
 
 bool OmbrixSettings::syncPreferences() const { return readBool("syncPreferences"); }

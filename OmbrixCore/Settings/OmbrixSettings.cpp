@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <vector>
 
+#include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Settings/SettingsRegistrations.hpp"
 #include "OmbrixCore/Settings/SettingsTables.hpp"
+#include "OmbrixCore/Settings/ToldOnce.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
@@ -178,6 +180,15 @@ void OmbrixSettings::save(const std::optional<PropertyList>& value, std::string_
   // Kept: the cloud store is not told to synchronize. It does that in its own time; a round trip
   // for each change would hold up the caller.
   if (shared().syncPreferences() && shouldSyncForKey(key)) write(cloud());
+}
+
+void OmbrixSettings::willObserve(std::string_view key) {
+  if (tables().keyOf(key) || tables().propertyOf(key)) return;
+  static ToldOnce& told = *new ToldOnce;
+  if (!told.isNews(key)) return;
+  logWarning(
+      {"OmbrixCore/Settings/OmbrixSettings", "willObserve(key:)"},
+      "Data: Nothing is registered as the setting \"" + std::string(key) + "\", which is observed");
 }
 
 std::optional<PropertyList> OmbrixSettings::valueForKey(std::string_view key) const {

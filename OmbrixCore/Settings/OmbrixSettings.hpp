@@ -12,6 +12,9 @@
 #include "OmbrixPlatform/Messaging/MessageChannel.hpp"
 #include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
 
+namespace ombrix::platform {
+class Locale;
+}
 namespace ombrix::testing {
 class ScopedSettings;
 }
@@ -23,7 +26,10 @@ namespace ombrix {
 /// Each setting is a property, named apart from the storage key under which its value lies in the
 /// standard user defaults; chosen storage keys are mirrored to the user's cloud store while sync
 /// is on. Observers watch properties by name (`observe`): every change of a stored value, from any
-/// writer, reaches them once as a will/did pair, on the thread that changed the defaults.
+/// writer, reaches them once as a will/did pair, on the thread that changed the defaults. Observing
+/// a name that is not registered is logged, once for each name.
+///
+/// The settings below are the library's own; a program adds its own with `Setting`.
 ///
 /// Any thread may use the settings; registering is meant to happen once, at start-up.
 class OmbrixSettings final : public platform::KeyValueObserving<platform::PropertyList> {
@@ -115,14 +121,19 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   /// @name The core settings
   /// @{
 
-  /// Registers the three settings below, their defaults and the synced key, and follows changes of
-  /// the locale. To be called once, at start-up.
+  /// Registers the three settings below, their defaults and the synced key, follows changes of the
+  /// locale, and has failures of the user defaults logged. To be called once, at start-up.
   ///
-  /// The unit system is by default "british" for the locale "en_GB", else "kilometers" or "miles",
-  /// as the locale measures.
+  /// The unit system is by default the one for the current locale.
   void registerCoreSettings();
 
-  /// Has observers read the unit system again, unless one is stored.
+  /// The unit system that goes with a locale: "british" for "en_GB", else "kilometers" or "miles",
+  /// as the locale measures.
+  static std::string unitSystemForLocale(const platform::Locale& locale);
+
+  /// For the host to call when the user has changed the locale: the locale service looks it up
+  /// again and tells everybody (`LocaleService::localeDidChange`); observers of the unit system
+  /// read it again, unless one is stored.
   void localeDidChange();
 
   /// Prefers the companion's unit system to the stored one from now on, and tells observers of
@@ -133,8 +144,10 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   /// The unit system, "kilometers", "miles" or "british": the companion's where `maskViaWormhole`
   /// was called and the companion has sent one, else the stored one, else the default; empty
   /// before `registerCoreSettings`. Cheap enough to be asked for every value that is formatted.
+  /// Another unit system is logged, once, and measures like "kilometers".
   [[nodiscard]] std::string metricType() const;
-  void setMetricType(std::string_view metricType);
+  /// Nothing brings the default back.
+  void setMetricType(std::optional<std::string_view> metricType);
 
   /// Whether changes of synced keys go to the cloud; true by default.
   [[nodiscard]] bool syncPreferences() const;
@@ -148,12 +161,14 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
 
  protected:
   std::optional<platform::PropertyList> valueForKey(std::string_view key) const override;
+  void willObserve(std::string_view key) override;
 
  private:
   friend class testing::ScopedSettings;
   struct Registrations;
 
   static std::atomic<OmbrixSettings*>& substitute();
+  void announceLocale();
   void maskVia(std::shared_ptr<platform::MessageChannel> channel);
   void save(const std::optional<platform::PropertyList>& value, std::string_view key);
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
@@ -48,6 +49,9 @@ struct OmbrixSettings::Registrations {
     ended.swap(tokens_);
     lock.unlock();
   }
+
+  /// Whether the locale service tells the object of changes.
+  std::atomic<bool> followsLocale{false};
 
  private:
   std::mutex mutex_;

@@ -1,12 +1,10 @@
 #include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 
-#include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstring>
-#include <thread>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
@@ -17,10 +15,9 @@ namespace {
 namespace fs = std::filesystem;
 using detail::Descriptor;
 
-// A process that was stopped while it held the lock must not stop the others for ever. The pauses
-// are short beside a write, or a process that writes without end would keep the others out.
+// A process that was stopped while it held the lock must not stop the others for ever.
 constexpr auto kLockTimeout = std::chrono::seconds(10);
-constexpr auto kLongestLockPause = std::chrono::microseconds(500);
+constexpr int kMaxLinks = 40;  // as the system allows in one path
 constexpr int kMaxDamagedFiles = 9;
 constexpr mode_t kFileMode = 0600;
 
@@ -28,17 +25,12 @@ std::string hiddenSibling(const fs::path& file, std::string_view suffix) {
   return (file.parent_path() / ("." + file.filename().string().append(suffix))).string();
 }
 
-/// Takes the lock, trying for a while; 0 or an errno.
-int lockFor(int descriptor, std::chrono::steady_clock::duration timeout) {
-  const auto deadline = std::chrono::steady_clock::now() + timeout;
-  std::chrono::microseconds pause(100);
-  while (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) return errno;
-    if (std::chrono::steady_clock::now() >= deadline) return ETIMEDOUT;
-    std::this_thread::sleep_for(pause);
-    pause = std::min<std::chrono::microseconds>(pause * 2, kLongestLockPause);
-  }
-  return 0;
+/// What a file is that should be a regular one.
+std::string_view kindOf(mode_t mode) {
+  if (S_ISDIR(mode)) return "a folder";
+  if (S_ISFIFO(mode)) return "a FIFO";
+  if (S_ISSOCK(mode)) return "a socket";
+  return "a device";
 }
 
 /// All bytes of a regular file; nothing, with errno, when they cannot be read.
@@ -82,10 +74,17 @@ void checkEncodable(const std::vector<DictionaryFile::Edit>& edits) {
 
 }  // namespace
 
-DictionaryFile::DictionaryFile(fs::path file)
-    : file_(file.string()),
-      lock_(hiddenSibling(file, ".lock")),
-      temporary_(hiddenSibling(file, ".new")) {}
+DictionaryFile::DictionaryFile(fs::path file) : file_(file.string()) {}
+
+fs::path DictionaryFile::target(fs::path file) {
+  for (int i = 0; i < kMaxLinks; ++i) {
+    std::error_code error;
+    const auto next = fs::read_symlink(file, error);
+    if (error) break;
+    file = file.parent_path() / next;
+  }
+  return file;
+}
 
 DictionaryFile::Outcome DictionaryFile::refresh(Look look) {
   Outcome outcome;
@@ -166,11 +165,16 @@ DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
   const Identity found{status.st_dev, status.st_ino, status.st_size, status.st_mtim.tv_sec,
                        status.st_mtim.tv_nsec};
   if (!force && identity_ == found) return Loaded::same;
+  if (!S_ISREG(status.st_mode)) {
+    outcome.errors.push_back("Cannot read " + file_ + ": it is " +
+                             std::string(kindOf(status.st_mode)) + ", not a regular file");
+    return Loaded::unreadable;
+  }
 
   auto opened = detail::openFile(file_, O_RDONLY | O_NONBLOCK | O_NOCTTY);
   if (!opened && errno == ENOENT) return load(force, outcome);
-  if (!opened || !S_ISREG(status.st_mode)) {
-    report(outcome, "read", opened ? EISDIR : errno);
+  if (!opened) {
+    report(outcome, "read", errno);
     return Loaded::unreadable;
   }
   const Identity identity = identityOf(opened.get());
@@ -240,11 +244,12 @@ void DictionaryFile::undo(const PropertyList::Dictionary& before, std::size_t me
 
 /// Renames the damaged file to the first free name, so that nothing in it is lost.
 bool DictionaryFile::setAside(Outcome& outcome) const {
+  const std::string damaged = target(file_).string();
   for (int i = 1;; ++i) {
-    const auto aside = file_ + ".damaged" + (i == 1 ? std::string() : "-" + std::to_string(i));
+    const auto aside = damaged + ".damaged" + (i == 1 ? std::string() : "-" + std::to_string(i));
     const bool mayReplace = i == kMaxDamagedFiles;
     if (!mayReplace && fs::exists(aside)) continue;  // the lock keeps others from making it now
-    if (::rename(file_.c_str(), aside.c_str()) == 0) {
+    if (::rename(damaged.c_str(), aside.c_str()) == 0) {
       outcome.errors.push_back(file_ + " is damaged and was set aside as " + aside);
       return true;
     }
@@ -267,13 +272,15 @@ bool DictionaryFile::save(Outcome& outcome) {
 }
 
 bool DictionaryFile::replaceFile(DataView bytes) {
-  auto fresh = detail::openFile(temporary_, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, kFileMode);
+  const fs::path place = target(file_);
+  const std::string temporary = hiddenSibling(place, ".new");
+  auto fresh = detail::openFile(temporary, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, kFileMode);
   if (!fresh) return false;
   int error = detail::writeAll(fresh.get(), bytes);
   if (error == 0 && ::fsync(fresh.get()) != 0) error = errno;
-  if (error == 0 && ::rename(temporary_.c_str(), file_.c_str()) != 0) error = errno;
+  if (error == 0 && ::rename(temporary.c_str(), place.c_str()) != 0) error = errno;
   if (error != 0) {
-    ::unlink(temporary_.c_str());
+    ::unlink(temporary.c_str());
     errno = error;
     return false;
   }
@@ -284,21 +291,12 @@ bool DictionaryFile::replaceFile(DataView bytes) {
 
 /// Takes the lock among processes; empty, with an error, when it cannot be had.
 Descriptor DictionaryFile::lock(Outcome& outcome) const {
-  const auto refuse = [&](int error) {
-    outcome.errors.push_back("Cannot lock " + file_ + ": " + std::strerror(error));
-    return Descriptor();
-  };
+  const fs::path path = hiddenSibling(target(file_), ".lock");
   std::error_code ignored;
-  fs::create_directories(fs::path(lock_).parent_path(), ignored);
-  while (true) {
-    auto descriptor = detail::openFile(lock_, O_RDWR | O_CREAT | O_NOFOLLOW, kFileMode);
-    if (!descriptor) return refuse(errno);
-    if (const int error = lockFor(descriptor.get(), kLockTimeout)) return refuse(error);
-    // Whoever cleaned the folder up meanwhile took the lock file away: then lock its successor.
-    struct stat held{}, named{};
-    if (::fstat(descriptor.get(), &held) != 0) return refuse(errno);
-    if (::stat(lock_.c_str(), &named) == 0 && held.st_ino == named.st_ino) return descriptor;
-  }
+  fs::create_directories(path.parent_path(), ignored);
+  auto held = queue_.acquire(path.string(), kLockTimeout);
+  if (!held) outcome.errors.push_back("Cannot lock " + file_ + ": " + std::strerror(errno));
+  return held;
 }
 
 void DictionaryFile::report(Outcome& outcome, std::string_view action, int error) const {

@@ -21,8 +21,16 @@ namespace ombrix::platform {
 /// the application domain (the file), the registered defaults (of this run). Nothing is read,
 /// written or started before it is needed; the watch on the file starts with the first observer.
 ///
+/// A value that is set is what readers get from then on; a thread of the object's own brings it to
+/// the file, with what has come together meanwhile, within 50 ms where disk and other processes let
+/// it. `synchronize` and the end of the process (`exit`, the return of `main`, the last reference)
+/// wait for that. What cannot be written (no space, no permission) stays, and is tried again with
+/// the next change and from time to time.
+///
 /// The file is a property list; it is changed under a lock and replaced by renaming, so several
-/// processes lose nothing to each other and none finds half a file. Without a watch each read
+/// processes lose nothing to each other, none finds half a file, and one that is killed leaves the
+/// file before or after the change. Of two processes that set one key at a time, the one whose
+/// value reaches the file last wins in both. A symbolic link stays one. Without a watch each read
 /// looks whether the file was replaced, with one it does not need to.
 ///
 /// Observing (see `KeyValueObserving`): each change of a stored value, by this process or another,
@@ -45,8 +53,7 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
     std::filesystem::path folder;
     /// Names the file, "<domain>.plist"; not empty and no path.
     std::string domain;
-    /// Told of each failure of the file (damaged, not readable, not writable) in a readable
-    /// sentence, on the thread that met it; when empty the first one goes to standard error.
+    /// See `setErrorHandler`.
     ErrorHandler onError = {};
   };
 
@@ -87,18 +94,24 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
   /// The application domain alone.
   [[nodiscard]] Dictionary persistentDomain() const;
 
-  /// @name Writing, to the application domain. Blocks until the file is on the disk.
-  /// A value that cannot be written (no space, no permission) stays in memory and is tried again
-  /// with the next change. Throws `PropertyListError` for what no property list can hold, such as
-  /// text that is not UTF-8; nothing is changed then.
+  /// @name Writing, to the application domain.
+  /// Returns at once: the file follows. Throws `PropertyListError` for what no property list can
+  /// hold, such as text that is not UTF-8; nothing is changed then.
   /// @{
   void setObject(PropertyList value, std::string_view key);
   void removeObjectForKey(std::string_view key);
   /// @}
 
-  /// Tries to write what could not be written and takes in what others have written; whether
-  /// everything that was set is in the file now.
+  /// Brings what was set to the file and takes in what others have written; whether everything that
+  /// was set is in the file now. Blocks until it is on the disk, for some seconds at most where
+  /// another process holds the file.
   bool synchronize();
+
+  /// Sets who is told of failures of the file (damaged, not readable, not writable) in a readable
+  /// sentence, on the thread that met them: the same one at most once a minute. Without a handler
+  /// they go to the log, or to standard error while that has no loggers. One that was configured
+  /// stays.
+  void setErrorHandler(ErrorHandler handler);
 
   /// Adds values that are read where nothing else is; of equal keys the last one stays.
   void registerDefaults(const Dictionary& defaults);

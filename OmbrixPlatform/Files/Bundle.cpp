@@ -78,6 +78,10 @@ struct Bundle::Texts {
 
 Bundle::Bundle(URL folder) : folder_(std::move(folder)) {}
 
+Bundle::Bundle(URL folder, PropertyList info) : folder_(std::move(folder)) {
+  std::call_once(infoRead_, [&] { info_ = std::move(info); });
+}
+
 Bundle::~Bundle() = default;
 
 Bundle& Bundle::main() { return services().mainBundle.get(); }
@@ -166,6 +170,19 @@ std::shared_ptr<Bundle> makeMainBundle() {
   std::error_code ignored;
   const bool isShared = fs::is_regular_file(shared / "Info.plist", ignored);
   return std::make_shared<Bundle>(URL::fileURL((isShared ? shared : folder).string(), true));
+}
+
+void setMainBundleIdentity(const BundleIdentity& identity) {
+  const auto before = services().mainBundle.shared();
+  PropertyList::Dictionary info;
+  for (const auto& [key, value] : {std::pair("CFBundleIdentifier", &identity.identifier),
+                                   std::pair("CFBundleShortVersionString", &identity.version),
+                                   std::pair("CFBundleVersion", &identity.build)}) {
+    if (!value->empty()) info.set(key, *value);
+  }
+  constexpr const char* kRegion = "CFBundleDevelopmentRegion";
+  if (const auto* region = before->objectForInfoDictionaryKey(kRegion)) info.set(kRegion, *region);
+  services().mainBundle.set(std::make_shared<Bundle>(before->bundleURL(), std::move(info)));
 }
 
 std::string mainBundleName() {

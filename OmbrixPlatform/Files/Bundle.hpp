@@ -19,6 +19,8 @@ class Bundle {
  public:
   /// @param folder Need not exist: a bundle without files knows nothing and gives fallbacks.
   explicit Bundle(URL folder);
+  /// @param info What stands for the Info.plist: a dictionary.
+  Bundle(URL folder, PropertyList info);
   ~Bundle();
   Bundle(const Bundle&) = delete;
   Bundle& operator=(const Bundle&) = delete;
@@ -64,6 +66,16 @@ class Bundle {
 /// The bundle of the running program: "../share/<program>" seen from the program's folder where
 /// that has an Info.plist, else the program's folder itself.
 std::shared_ptr<Bundle> makeMainBundle();
+
+/// Who the running program is: what its files and settings are named after.
+struct BundleIdentity {
+  std::string identifier;                ///< In reverse domain notation, as in "org.example.skier".
+  std::string version = {}, build = {};  ///< Unknown when empty.
+};
+
+/// Tells who the running program is, where no Info.plist does, or says otherwise. For the host to
+/// call before it uses anything else: what was named after the program already stays so.
+void setMainBundleIdentity(const BundleIdentity& identity);
 
 /// What the files of this program are named after: the main bundle's identifier, else the
 /// program's name.

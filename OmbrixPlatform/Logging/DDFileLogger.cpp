@@ -1,10 +1,9 @@
 #include "OmbrixPlatform/Logging/DDFileLogger.hpp"
 
-#include <pthread.h>
-#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -14,11 +13,13 @@
 #include <cstring>
 #include <mutex>
 #include <optional>
-#include <system_error>
 #include <thread>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/Detail/QuietThread.hpp"
+#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
+#include "OmbrixPlatform/Logging/Detail/LogLine.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -30,6 +31,7 @@ constexpr std::size_t kBlockBytes = 64 * 1024;          // Written at once when 
 constexpr std::size_t kMaximumHeldBytes = 1024 * 1024;  // While no file can be written.
 constexpr milliseconds kLongestDelay{10};               // Until a line is in the file.
 constexpr std::chrono::seconds kRetryInterval{1};       // After a failure.
+constexpr int kMaximumPasses = 4;                       // Of one write; a second mends torn lines.
 
 // Set when the process exits: from then on nobody writes later what is not written now.
 constinit std::atomic<bool> isExiting{false};
@@ -41,23 +43,6 @@ void flushAtExit() {
     isExiting = true;
     DDLog::flushLog();
   });
-}
-
-/// The thread of one logger that writes what was gathered; it handles no signals.
-std::thread startQuietThread(auto run) {
-  sigset_t all;
-  sigset_t previous;
-  sigfillset(&all);
-  pthread_sigmask(SIG_SETMASK, &all, &previous);
-  std::thread thread;
-  try {
-    thread = std::thread(std::move(run));
-  } catch (const std::system_error&) {
-    // The caller goes on without.
-  }
-  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-  if (thread.joinable()) pthread_setname_np(thread.native_handle(), "ombrix-log");
-  return thread;
 }
 
 }  // namespace
@@ -84,14 +69,14 @@ class DDFileLogger::Writer {
   void add(const DDLogMessage& message, Append append) {
     lastDate_ = message.timestamp;
     if (rollDate_ && lastDate_ >= *rollDate_) endOldFile();
-    const std::size_t held = lines_.size();
-    if (held >= kMaximumHeldBytes) {
+    if (lines_.size() >= kMaximumHeldBytes) {
       write();
       if (lines_.size() >= kMaximumHeldBytes) return;
     }
     if (lines_.capacity() < kBlockBytes) lines_.reserve(kBlockBytes + kBlockBytes / 8);
+    const std::size_t held = lines_.size();
     append(lines_);
-    lines_ += '\n';
+    detail::finishLogLine(lines_, held);
     const bool isUrgent = message.flag == DDLogFlag::error || descriptor_ < 0 ||
                           lines_.size() >= kBlockBytes || isExiting.load(std::memory_order_relaxed);
     if (isUrgent) {
@@ -112,19 +97,11 @@ class DDFileLogger::Writer {
   /// The same, also when it failed a moment ago.
   void writeNow() {
     if (lines_.empty() || !openFile()) return;
-    std::size_t written = 0;
-    while (written < lines_.size()) {
-      const ssize_t count = ::write(descriptor_, lines_.data() + written, lines_.size() - written);
-      if (count < 0 && errno == EINTR) continue;
-      if (count <= 0) {
-        waitAfterFailure("write to", errno);
-        break;
-      }
-      written += static_cast<std::size_t>(count);
+    int error = 0;
+    for (int pass = 0; pass < kMaximumPasses && error == 0 && !lines_.empty(); ++pass) {
+      error = appendToFile();
     }
-    size_ += written;
-    lines_.erase(0, written);
-    if (!lines_.empty()) return;
+    if (!lines_.empty()) return waitAfterFailure("write to", error);
     nextAttempt_.reset();
     if (maximumFileSize != 0 && size_ >= maximumFileSize) closeFile();
   }
@@ -151,6 +128,39 @@ class DDFileLogger::Writer {
   std::uint64_t maximumFileSize = kDefaultMaximumFileSizeBytes;
 
  private:
+  /// Appends the gathered lines with one write and lets go of those that are whole in the file. 0,
+  /// or the errno of a write that took nothing.
+  ///
+  /// A disk that is full takes a part, and another process's line may follow it at once. So what is
+  /// torn stays alone on its line and its line is written again whole; and so is a line of ours
+  /// that came to stand behind what another process had torn.
+  int appendToFile() {
+    const bool startsAnew = !endsWithLineBreak(::lseek(descriptor_, 0, SEEK_END));
+    if (startsAnew) lines_.insert(0, 1, '\n');
+    const auto count =
+        detail::retrying([&] { return ::write(descriptor_, lines_.data(), lines_.size()); });
+    if (count <= 0) {
+      const int error = errno;
+      if (startsAnew) lines_.erase(0, 1);
+      return error;
+    }
+    size_ += static_cast<std::uint64_t>(count);
+    const std::size_t whole = lines_.rfind('\n', static_cast<std::size_t>(count) - 1) + 1;
+    std::string again;
+    if (!startsAnew && whole > 0 && !endsWithLineBreak(::lseek(descriptor_, 0, SEEK_CUR) - count)) {
+      again = lines_.substr(0, lines_.find('\n') + 1);
+    }
+    lines_.erase(0, std::max<std::size_t>(whole, startsAnew ? 1 : 0));
+    lines_.insert(0, again);
+    return 0;
+  }
+
+  /// Whether the file's first `size` bytes end a line; so does what cannot be told.
+  bool endsWithLineBreak(off_t size) const {
+    char last = '\n';
+    return size <= 0 || ::pread(descriptor_, &last, 1, size - 1) != 1 || last == '\n';
+  }
+
   /// Makes sure that a file is open and still has a name.
   bool openFile() {
     if (descriptor_ >= 0) {
@@ -205,7 +215,8 @@ class DDFileLogger::Writer {
   }
 
   void writeSoon() {
-    if (!thread_.joinable()) thread_ = startQuietThread([this] { writeInBackground(); });
+    if (!thread_.joinable())
+      thread_ = detail::startQuietThread("ombrix-log", [this] { writeInBackground(); });
     if (thread_.joinable()) {
       somethingToDo_.notify_one();
     } else {

@@ -15,6 +15,11 @@ namespace ombrix::platform {
 /// theirs: at once for an error, else within 10 ms, and no later than the end of the process,
 /// `fatalError` or `flush`. A file or folder that was removed is made anew.
 ///
+/// Whatever the formatters give, the file is valid UTF-8 with one line a message: bytes that are no
+/// UTF-8 become U+FFFD, line breaks and other control characters are written as "\n" or "\x1B", and
+/// a line is at most 64 KiB, what is left out of a longer one being marked. A line that a full disk
+/// or a killed process tore stays on a line of its own; this logger's is written again whole.
+///
 /// While no file can be opened or written to, up to 1 MiB of lines is held for a later attempt
 /// (one a second); lines beyond that are dropped. The first such failure says so on standard
 /// error; nothing else does.

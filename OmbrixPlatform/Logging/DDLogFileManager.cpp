@@ -123,7 +123,7 @@ DDLogFileManager::OpenFile DDLogFileManager::openNewestLogFile() const {
   const auto infos = sortedLogFileInfos();
   if (infos.empty()) return {.error = ENOENT};
   OpenFile file{.creationDate = infos.front().creationDate};
-  file.descriptor = ::open(infos.front().filePath.c_str(), O_WRONLY | O_APPEND | O_CLOEXEC);
+  file.descriptor = ::open(infos.front().filePath.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
   if (file.descriptor < 0) file.error = errno;
   return file;
 }
@@ -144,7 +144,7 @@ DDLogFileManager::OpenFile DDLogFileManager::createNewLogFile(Date now) {
     file.creationDate = dateFor(stamp);
     const std::string name = nameForCreationDate(file.creationDate);
     file.descriptor = ::open((logsDirectory_ / name).c_str(),
-                             O_WRONLY | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+                             O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
     if (file.descriptor >= 0) {
       deleteExcessLogFiles(name);
       return file;

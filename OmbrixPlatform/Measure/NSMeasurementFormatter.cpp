@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Measure/NSMeasurementFormatter.hpp"
 
+#include <cmath>
 #include <utility>
 
 #include "OmbrixPlatform/Measure/Detail/IcuNumberFormat.hpp"
@@ -54,6 +55,21 @@ std::optional<std::string> NSMeasurementFormatter::string(double value, const NS
   auto text = numberFormatter_.string(value);
   if (text) text->append(" ").append(unit.symbol());
   return text;
+}
+
+std::optional<std::string> NSMeasurementFormatter::string(double value, const NSDimension& unit,
+                                                          double wholeValue) {
+  if (!numberFormatter_.format_) return std::nullopt;
+  if (unit.identifier().empty()) return string(value, unit);
+  const detail::IcuUnitFormat* known = format(unit.identifier());
+  const auto number = numberFormatter_.string(value);
+  if (known == nullptr || !number) return std::nullopt;
+  const auto& suffix = numberFormatter_.settings().positiveSuffix;
+  // No language has a word alone for a thousand of something.
+  for (const double spoken : {wholeValue, std::copysign(1'000.0, wholeValue)}) {
+    if (auto text = detail::textAround(known->formatter, spoken, *number, suffix)) return text;
+  }
+  return string(value, unit);
 }
 
 std::optional<std::string> NSMeasurementFormatter::string(const FormatterObject& object) {

@@ -43,6 +43,10 @@ class NSMeasurementFormatter final : public NSFormatter {
   std::optional<std::string> string(const Measurement<Unit>& measurement) {
     return string(measurement.value, measurement.unit);
   }
+  /// The text of an abbreviated value, such as 12.3 for 12,345: plural and order of number and unit
+  /// are those of the whole value, and the number is always written, also where a language says one
+  /// foot or two feet by a word alone.
+  std::optional<std::string> string(double value, const NSDimension& unit, double wholeValue);
   /// The same for an object that is a measurement; nothing for any other.
   std::optional<std::string> string(const FormatterObject& object) override;
 

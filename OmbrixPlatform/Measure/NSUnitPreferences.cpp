@@ -23,9 +23,9 @@ struct Question {
 constexpr Question kPersonWeight{"person", "kilogram", 70};
 constexpr Question kWeather{"weather", "celsius", 10};
 
-std::string ask(const Locale& asked, const Question& question) {
+std::string ask(const std::string& identifier, const Question& question) {
   UErrorCode status = U_ZERO_ERROR;
-  icu::Locale locale = detail::icuLocale(asked);
+  icu::Locale locale(identifier.c_str());
   // Plain "en" has no region of its own to answer for; with its likely one it does.
   locale.addLikelySubtags(status);
   const auto formatted = icu::number::NumberFormatter::withLocale(locale)
@@ -43,12 +43,13 @@ std::string preferredUnit(const Locale& locale, const Question& question) {
     std::map<std::pair<std::string, const Question*>, std::string> answers;
   };
   static Cache& cache = *new Cache;
-  std::pair key(locale.identifier(), &question);
+  std::pair key(locale.measurementIdentifier(), &question);
   const std::lock_guard lock(cache.mutex);
   if (const auto known = cache.answers.find(key); known != cache.answers.end()) {
     return known->second;
   }
-  return cache.answers.emplace(std::move(key), ask(locale, question)).first->second;
+  auto answer = ask(key.first, question);
+  return cache.answers.emplace(std::move(key), std::move(answer)).first->second;
 }
 
 }  // namespace

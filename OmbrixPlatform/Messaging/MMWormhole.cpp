@@ -83,7 +83,7 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
         onError_(std::move(onError)) {}
 
   [[nodiscard]] const URL& folder() const noexcept { return folder_; }
-  void pass(const PropertyList& content, std::string_view identifier);
+  bool pass(const PropertyList& content, std::string_view identifier);
   [[nodiscard]] std::optional<PropertyList> message(std::string_view identifier);
   void clear(std::string_view identifier);
   ObservationToken listen(std::string_view identifier, Listener listener);
@@ -111,7 +111,7 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
   }
   std::optional<Message> load(Entry& entry);
   void keep(Entry& entry, std::optional<Message> message);
-  void write(Entry& entry, NSFileCoordinator::WritingOptions options, const char* action,
+  bool write(Entry& entry, NSFileCoordinator::WritingOptions options, const char* action,
              std::optional<Message> message,
              const std::function<FileResult<void>(const URL&)>& change);
   void beWatching();
@@ -262,8 +262,9 @@ void MMWormhole::Impl::report(Entry& entry, const char* action, const char* why)
   onError_(failure);
 }
 
-/// Changes the file with exclusive access, and what is known of it before others get access.
-void MMWormhole::Impl::write(Entry& entry, NSFileCoordinator::WritingOptions options,
+/// Changes the file with exclusive access, and what is known of it before others get access;
+/// whether that worked.
+bool MMWormhole::Impl::write(Entry& entry, NSFileCoordinator::WritingOptions options,
                              const char* action, std::optional<Message> message,
                              const std::function<FileResult<void>(const URL&)>& change) {
   FileResult<void> changed;
@@ -278,13 +279,14 @@ void MMWormhole::Impl::write(Entry& entry, NSFileCoordinator::WritingOptions opt
       });
   if (!access) changed = std::unexpected(access.error());
   if (!changed) report(entry, action, changed.error().what());
+  return changed.has_value();
 }
 
-void MMWormhole::Impl::pass(const PropertyList& content, std::string_view identifier) {
+bool MMWormhole::Impl::pass(const PropertyList& content, std::string_view identifier) {
   Message message{nextId(), content};
   const Data bytes = detail::encodeMessage(message);
-  write(*entryOf(identifier), NSFileCoordinator::WritingOptions::forMerging, "passing",
-        std::move(message), [&](const URL& url) { return replaceFile(url, bytes); });
+  return write(*entryOf(identifier), NSFileCoordinator::WritingOptions::forMerging, "passing",
+               std::move(message), [&](const URL& url) { return replaceFile(url, bytes); });
 }
 
 void MMWormhole::Impl::clear(std::string_view identifier) {
@@ -341,8 +343,8 @@ std::optional<URL> MMWormhole::folder() const {
   return impl_ ? std::optional(impl_->folder()) : std::nullopt;
 }
 
-void MMWormhole::passMessageObject(const PropertyList& message, std::string_view identifier) {
-  if (impl_) impl_->pass(message, identifier);
+bool MMWormhole::passMessageObject(const PropertyList& message, std::string_view identifier) {
+  return impl_ && impl_->pass(message, identifier);
 }
 
 std::optional<PropertyList> MMWormhole::messageWithIdentifier(std::string_view identifier) const {

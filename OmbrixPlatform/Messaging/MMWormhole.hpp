@@ -46,8 +46,9 @@ class MMWormhole final : public MessageChannel {
   /// Where the messages lie; nothing when the channel does nothing.
   [[nodiscard]] std::optional<URL> folder() const;
 
-  /// Returns when the message is on its way; one that cannot be written is reported and lost.
-  void passMessageObject(const PropertyList& message, std::string_view identifier) override;
+  /// Returns when the message is on its way; one that cannot be written is reported and lost, and
+  /// the result is false.
+  bool passMessageObject(const PropertyList& message, std::string_view identifier) override;
 
   [[nodiscard]] std::optional<PropertyList> messageWithIdentifier(
       std::string_view identifier) const override;

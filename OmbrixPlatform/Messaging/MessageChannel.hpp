@@ -18,9 +18,9 @@ class MessageChannel {
 
   virtual ~MessageChannel() = default;
 
-  /// Leaves a message for whoever listens for the identifier or asks for it later. Throws
-  /// `PropertyListError` for what no property list can hold.
-  virtual void passMessageObject(const PropertyList& message, std::string_view identifier) = 0;
+  /// Leaves a message for whoever listens for the identifier or asks for it later; whether it is on
+  /// its way. Throws `PropertyListError` for what no property list can hold.
+  virtual bool passMessageObject(const PropertyList& message, std::string_view identifier) = 0;
 
   /// The last message of the identifier, whoever passed it; nothing when there is none.
   [[nodiscard]] virtual std::optional<PropertyList> messageWithIdentifier(

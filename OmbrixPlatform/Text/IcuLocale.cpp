@@ -57,7 +57,11 @@ class EnvironmentLocaleService final : public LocaleService {
       name = detail::environment(category);
       if (!name.empty()) break;
     }
-    const Locale locale = localeFromEnvironment(name);
+    Locale locale = localeFromEnvironment(name);
+    const std::string measurement = detail::environment("LC_MEASUREMENT");
+    if (!measurement.empty() && detail::environment("LC_ALL").empty()) {
+      locale = locale.measuringAs(localeFromEnvironment(measurement));
+    }
 
     std::vector<std::string> languages;
     const std::string variable = detail::environment("LANGUAGE");
@@ -99,9 +103,16 @@ std::string Locale::languageCode() const { return icu::Locale(identifier_.c_str(
 
 std::string Locale::regionCode() const { return icu::Locale(identifier_.c_str()).getCountry(); }
 
+Locale Locale::measuringAs(const Locale& other) const {
+  Locale changed = *this;
+  const auto& identifier = other.measurementIdentifier();
+  changed.measurementIdentifier_ = identifier == identifier_ ? std::string() : identifier;
+  return changed;
+}
+
 bool Locale::usesMetricSystem() const {
   UErrorCode status = U_ZERO_ERROR;
-  return ulocdata_getMeasurementSystem(identifier_.c_str(), &status) != UMS_US;
+  return ulocdata_getMeasurementSystem(measurementIdentifier().c_str(), &status) != UMS_US;
 }
 
 std::shared_ptr<LocaleService> makeSystemLocaleService() {

@@ -31,6 +31,14 @@ class Locale {
   /// As in "US"; empty when the locale names no region.
   [[nodiscard]] std::string regionCode() const;
 
+  /// The same language and region with another locale's way of measuring.
+  [[nodiscard]] Locale measuringAs(const Locale& other) const;
+
+  /// The locale by which is measured: this one's own identifier, unless another one was given.
+  [[nodiscard]] const std::string& measurementIdentifier() const noexcept {
+    return measurementIdentifier_.empty() ? identifier_ : measurementIdentifier_;
+  }
+
   /// Whether lengths are measured in metres there: everywhere but in the United States and Liberia.
   [[nodiscard]] bool usesMetricSystem() const;
 
@@ -38,6 +46,7 @@ class Locale {
 
  private:
   std::string identifier_;
+  std::string measurementIdentifier_;  // empty for the same
 };
 
 /// Knows the current user's locale and languages. All operations may be called from any thread.
@@ -64,9 +73,10 @@ class LocaleService {
   virtual void reload() = 0;
 };
 
-/// The locale that the environment names in LC_ALL, LC_MESSAGES or LANG, and the languages in
-/// LANGUAGE (separated by ":"), else the locale's own. The environment is read when the service is
-/// made and in `localeDidChange`.
+/// The locale that the environment names in LC_ALL, LC_MESSAGES or LANG, measuring as
+/// LC_MEASUREMENT says where that is set and LC_ALL is not, and the languages in LANGUAGE
+/// (separated by ":"), else the locale's own. The environment is read when the service is made and
+/// in `localeDidChange`.
 std::shared_ptr<LocaleService> makeSystemLocaleService();
 
 }  // namespace ombrix::platform

@@ -34,7 +34,12 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"find abc missing.txt", 1, "missing.txt"},
       {"format furlong 3", 2, "furlong"},
       {"format speed ten", 2, "ten"},
-      {"format speed 10 --style wide", 2, "--style"},
+      {"format speed ''", 2, "\"\" is no number"},
+      {"format speed inf", 2, "\"inf\" is no number"},
+      {"format duration nan", 2, "\"nan\" is no number"},
+      {"format timer 1e19", 2, "from -9e+18 to 9e+18"},
+      {"find abc missing.txt --most -1", 2, "\"-1\" is no whole number"},
+      {"format speed 10 --style wide", 2, "long,medium,short,value"},
       {"day", 2, "TRACK.csv is required"},
       {"day day.csv --units furlongs", 2, "--units"},
       {"day day.csv --wrong", 2, "--wrong"},
@@ -54,6 +59,7 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"store purge . key --all", 2, "--all"},
       {"store purge . --all", 1, "day.csv"},
       {"store purge missing --all", 1, "missing"},
+      {"settings companion send units true", 2, "is not one of kilometers, miles, british"},
   };
   for (const Case& c : cases) {
     const Outcome outcome = run(folder, c.arguments);
@@ -105,7 +111,8 @@ TEST(CommandTests, FormatsValuesInUnitsAndLanguages) {
       {"speed 10 --units kilometers", "36.0 KM/H"},
       {"speed 10 --units british --style long", "22.4 MILES PER HOUR"},
       {"vertical 1000 --units miles --style value", "3,281"},
-      {"distance 1500 --units kilometers --locale de_DE", "1,5 KM"},
+      {"distance 1500 --locale de_DE", "1,5 KM"},
+      {"distance 1500 --locale de_DE --units miles", "0,9 MI"},
       {"temperature -5 --locale fr_FR --style value", "-5"},
       {"duration 3000 --minimum minute --units kilometers", "50 MIN"},
       {"duration 3000 --minimum minute --units miles", "50M"},
@@ -289,7 +296,8 @@ TEST(CommandTests, ADeviceTakesItsCompanionsUnits) {
   EXPECT_EQ(watch.wait(), 0);
 }
 
-// Catches skipped rows that leave no trace in the log the user can send in.
+// Catches skipped rows that leave no trace in the log the user can send in, and one bad byte that
+// keeps the user from seeing any of it.
 TEST(CommandTests, SkippedRowsAreInTheLog) {
   const testing::ScopedDir folder;
   folder.write("day.csv", "1700000001,46.5,7.25\n1700000001,46.5,x,1500,90,5,3,4\n");
@@ -297,6 +305,11 @@ TEST(CommandTests, SkippedRowsAreInTheLog) {
   EXPECT_THAT(run(folder, "log").output,
               AllOf(HasSubstr("Data: Location row didn't have complete data | [LocationCSVParser "),
                     HasSubstr("Data: Error while trying to read CSV for migration, bad row | [")));
+  const std::string append =
+      " && printf 'cut \\377 short' >>\"$(ls $XDG_CACHE_HOME/ombrix/Logs/*)\"";
+  EXPECT_EQ(run(folder, "--version" + append).status, 0);
+  EXPECT_THAT(run(folder, "log").output,
+              AllOf(HasSubstr("bad row | ["), HasSubstr("cut \uFFFD short")));
 }
 
 }  // namespace

@@ -68,6 +68,8 @@ TEST(FormattersTests, SelectorsReachTheirOperations) {
   EXPECT_FALSE(ombrix_MeasurementFormatter_getObjectValue_forString_(total, &read, "?", &error));
   EXPECT_STREQ(ombrix_Error_message(error), "The text “?” is not a number.");
   ombrix_Error_release(error);
+  ombrix_MeasurementFormatter_setLocale_(total, "es_ES");
+  EXPECT_EQ(taken(ombrix_MeasurementFormatter_stringForObjectValue_(total, &feet)), "12,9K PIES");
   ombrix_MeasurementFormatter_release(total);
 
   const Object components{

@@ -40,6 +40,13 @@ TEST(SettingsTests, CallersReachTheSharedSettings) {
   ombrix_Settings_setMetricType_(settings, "\xff");
   EXPECT_EQ(taken(ombrix_Settings_metricType(settings)), "british");
   EXPECT_EQ(calls.size(), 31U);
+  ombrix_Settings_setMetricType_(settings, nullptr);
+  EXPECT_EQ(taken(ombrix_Settings_metricType(settings)), "miles");
+  ombrix_Settings_saveObject_withKey_(settings, {.kind = OmbrixValueString, .string = "x"},
+                                      "units");
+  ombrix_Settings_saveObject_withKey_(settings, {.kind = OmbrixValueString}, "units");
+  EXPECT_EQ(taken(ombrix_Settings_metricType(settings)), "miles");
+  ombrix_Settings_setMetricType_(settings, "british");
 
   EXPECT_EQ(taken(ombrix_Settings_keyFromSetter_("setMetricType:")), "units");
   EXPECT_EQ(taken(ombrix_Settings_setterFromKey_("units")), "setUnits:");
@@ -61,8 +68,8 @@ TEST(SettingsTests, CallersReachTheCompanionsChannel) {
   auto* settings = ombrix_Settings_shared();
   auto* channel = ombrix_MMWormhole_OmbrixWormhole();
   const OmbrixValue british{.kind = OmbrixValueString, .string = "british"};
-  ombrix_MMWormhole_passMessageObject_identifier_(channel, british, "units");
-  ombrix_MMWormhole_passMessageObject_identifier_(channel, OmbrixValue{}, "units");
+  EXPECT_TRUE(ombrix_MMWormhole_passMessageObject_identifier_(channel, british, "units"));
+  EXPECT_FALSE(ombrix_MMWormhole_passMessageObject_identifier_(channel, OmbrixValue{}, "units"));
   EXPECT_EQ(taken(ombrix_Settings_metricType(settings)), "miles");
   ombrix_Settings_maskViaWormhole(settings);
   EXPECT_EQ(taken(ombrix_Settings_metricType(settings)), "british");

@@ -16,6 +16,7 @@ TestHome::TestHome() {
   setenv("LC_ALL", "en_US.UTF-8", 1);
   setenv("TZ", "UTC", 1);
   unsetenv("LANGUAGE");
+  unsetenv("LC_MEASUREMENT");
 }
 
 TestHome::~TestHome() { platform::DDLog::removeAllLoggers(); }

@@ -62,8 +62,9 @@ LoggingService& LoggingService::shared() {
   return instance;
 }
 
-LoggingService::LoggingService() : extraLoggingEnabled_(OmbrixSettings::shared().extraLogging()) {
-  const DDLogLevel level = levelFor(extraLoggingEnabled_);
+LoggingService::LoggingService()
+    : choice_(Choice{.isEnabled = OmbrixSettings::shared().extraLogging()}) {
+  const DDLogLevel level = levelFor(extraLoggingEnabled());
   DDLog::setDynamicLevel(level);
 
   auto fileLogger = std::make_shared<DDFileLogger>();
@@ -78,12 +79,22 @@ LoggingService::LoggingService() : extraLoggingEnabled_(OmbrixSettings::shared()
 }
 
 void LoggingService::setExtraLoggingEnabled(bool isEnabled) {
-  extraLoggingEnabled_ = isEnabled;
-  OmbrixSettings::shared().setExtraLogging(isEnabled);
-
+  // Observers of the setting are told by its setter, so no lock is held over it. Instead, whoever
+  // finds that another caller came meanwhile writes that one's choice: the last switch decides in
+  // both places, whichever setter was the last to return.
+  Choice choice = choice_.load();
+  Choice written{};
+  do {
+    written = {.number = choice.number + 1, .isEnabled = isEnabled};
+  } while (!choice_.compare_exchange_weak(choice, written));
+  while (true) {
+    OmbrixSettings::shared().setExtraLogging(written.isEnabled != 0);
+    const Choice last = choice_.load();
+    if (last == written) break;
+    written = last;
+  }
   const std::lock_guard lock(loggersMutex_);
-  // Read again, so that the last of several callers decides.
-  const DDLogLevel level = levelFor(extraLoggingEnabled_);
+  const DDLogLevel level = levelFor(extraLoggingEnabled());
   DDLog::setDynamicLevel(level);
   const auto loggers = DDLog::allLoggers();
   DDLog::removeAllLoggers();

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -28,10 +29,11 @@ class LoggingService {
   LoggingService& operator=(const LoggingService&) = delete;
 
   /// Whether debug and verbose messages are logged as well.
-  [[nodiscard]] bool extraLoggingEnabled() const noexcept { return extraLoggingEnabled_; }
+  [[nodiscard]] bool extraLoggingEnabled() const noexcept { return choice_.load().isEnabled != 0; }
 
   /// Stores the switch here and in the settings, and gives the log and all its loggers, also
-  /// attached ones, the level that goes with it. Messages logged meanwhile may be lost. Stops the
+  /// attached ones, the level that goes with it: of switches at once the last one counts, here and
+  /// in the settings. Messages logged meanwhile may be lost. Stops the
   /// program while the core settings are not registered.
   void setExtraLoggingEnabled(bool isEnabled);
 
@@ -49,7 +51,14 @@ class LoggingService {
  private:
   LoggingService();
 
-  std::atomic<bool> extraLoggingEnabled_;
+  /// Switches are numbered, so that each can tell whether another one came after it.
+  struct Choice {
+    std::uint32_t number = 0;
+    std::uint32_t isEnabled = 0;
+    friend bool operator==(const Choice&, const Choice&) = default;
+  };
+
+  std::atomic<Choice> choice_;
   std::mutex loggersMutex_;  // Guards taking the list of loggers apart and putting it together.
 };
 

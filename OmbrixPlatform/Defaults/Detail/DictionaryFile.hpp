@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
+#include "OmbrixPlatform/Defaults/Detail/QueuedFileLock.hpp"
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 
 namespace ombrix::platform {
@@ -21,7 +22,8 @@ namespace ombrix::platform {
 /// killed at any moment leaves the old file or the new one. Values that cannot be written are kept
 /// in memory and tried again with the next change. A file that cannot be decoded is renamed to
 /// "<name>.damaged"; what this process knew of it is written back. An empty file says nothing:
-/// somebody is about to write it, or has been kept from it.
+/// somebody is about to write it, or has been kept from it. A symbolic link stays one: what it
+/// leads to is replaced, and the side files lie there.
 ///
 /// Any thread. Never calls out: changes and errors are handed back.
 class DictionaryFile {
@@ -52,6 +54,9 @@ class DictionaryFile {
   };
 
   explicit DictionaryFile(std::filesystem::path file);
+
+  /// What a file's path leads to, through symbolic links, also where nothing is there yet.
+  static std::filesystem::path target(std::filesystem::path file);
 
   /// Takes in what others have written since the last look.
   Outcome refresh(Look look);
@@ -102,7 +107,8 @@ class DictionaryFile {
   void undo(const PropertyList::Dictionary& before, std::size_t met, Outcome& outcome);
   void report(Outcome& outcome, std::string_view action, int error) const;
 
-  const std::string file_, lock_, temporary_;
+  const std::string file_;
+  mutable detail::QueuedFileLock queue_;
 
   mutable std::mutex mutex_;           // held over file operations of this process
   PropertyList::Dictionary contents_;  // of the file, with the unsaved edits on top

@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Measure/Detail/IcuNumberFormat.hpp"
 
 #include <unicode/dcfmtsym.h>
+#include <unicode/formattedvalue.h>
 #include <unicode/measunit.h>
 
 #include <algorithm>
@@ -120,6 +121,27 @@ std::optional<std::string> text(const icu::number::LocalizedNumberFormatter& for
   const icu::number::FormattedNumber formatted = formatter.formatDouble(number, status);
   const icu::UnicodeString characters = formatted.toTempString(status);
   if (U_FAILURE(status)) return std::nullopt;
+  return utf8(characters);
+}
+
+std::optional<std::string> textAround(const icu::number::LocalizedNumberFormatter& formatter,
+                                      double number, std::string_view replacement,
+                                      std::string_view suffix) {
+  UErrorCode status = U_ZERO_ERROR;
+  const icu::number::FormattedNumber formatted = formatter.formatDouble(number, status);
+  icu::UnicodeString characters = formatted.toString(status);
+  std::int32_t begin = characters.length(), end = 0;
+  icu::ConstrainedFieldPosition field;
+  field.constrainCategory(UFIELD_CATEGORY_NUMBER);
+  while (formatted.nextPosition(field, status)) {
+    if (field.getField() == UNUM_MEASURE_UNIT_FIELD) continue;
+    begin = std::min(begin, field.getStart());
+    end = std::max(end, field.getLimit());
+  }
+  if (U_FAILURE(status) || begin >= end) return std::nullopt;
+  const icu::UnicodeString behind = unicode(suffix);
+  if (characters.compare(end, behind.length(), behind) == 0) end += behind.length();
+  characters.replaceBetween(begin, end, unicode(replacement));
   return utf8(characters);
 }
 

@@ -55,6 +55,13 @@ class IcuNumberFormat {
 std::optional<std::string> text(const icu::number::LocalizedNumberFormatter& formatter,
                                 double number);
 
+/// What the formatter writes for one number with another number's text in its place; nothing where
+/// it writes no number at all.
+/// @param suffix What the formatter puts behind positive numbers, which goes with them.
+std::optional<std::string> textAround(const icu::number::LocalizedNumberFormatter& formatter,
+                                      double number, std::string_view replacement,
+                                      std::string_view suffix);
+
 inline icu::Locale icuLocale(const Locale& locale) {
   return icu::Locale(locale.identifier().c_str());
 }

@@ -1,6 +1,5 @@
-// The texts of every kind of value: all unit systems in en_US, and the usual one in the other
-// locales (miles where feet are abbreviated or names differ most). Unit names and separators are
-// those of ICU 72.
+// The texts of every kind of value: all unit systems in en_US, and the usual one in two other
+// locales (miles where feet are abbreviated). Unit names and separators are those of ICU 72.
 
 #pragma once
 
@@ -64,21 +63,6 @@ inline constexpr MeasurementText kMeasurementTexts[] = {
     {"en_US", F::angle,          "kilometers", 37.5,    "38",           "38°",          "38 DEG",         "38 DEGREES",                   "deg"},
     {"en_US", F::angle,          "british",    37.5,    "38",           "38°",          "38 DEG",         "38 DEGREES",                   "deg"},
 
-    {"en_GB", F::speed,          "british",    10,      "22.4",         "22.4MPH",      "22.4 MPH",       "22.4 MILES PER HOUR",          "mph"},
-    {"en_GB", F::distance,       "british",    12345.7, "12.3",         "12.3KM",       "12.3 KM",        "12.3 KILOMETRES",              "km"},
-    {"en_GB", F::altitude,       "british",    2345.6,  "2,346",        "2,346M",       "2,346 M",        "2,346 METRES",                 "m"},
-    {"en_GB", F::vertical,       "british",    1234.5,  "1,235",        "1,235M",       "1,235 M",        "1,235 METRES",                 "m"},
-    {"en_GB", F::altitudeChange, "british",    -87.4,   "-87",          "-87M",         "-87 M",          "-87 METRES",                   "m"},
-    {"en_GB", F::totalVertical,  "british",    12345,   "12",           "12KM",         "12 KM",          "12 KILOMETRES",                "km"},
-    {"en_GB", F::seasonVertical, "british",    3961.2,  "4",            "4KM",          "4 KM",           "4 KILOMETRES",                 "km"},
-    {"en_GB", F::dailyVertical,  "british",    3961.2,  "4",            "4KM",          "4 KM",           "4 KILOMETRES",                 "km"},
-    {"en_GB", F::weight,         "british",    71.5,    "158",          "158LB",        "158 LB",         "158 POUNDS",                   "lb"},
-    {"en_GB", F::energy,         "british",    1234.5,  "1,235",        "1,235KCAL",    "1,235 KCAL",     "1,235 KILOCALORIES",           "kcal"},
-    {"en_GB", F::heartRate,      "british",    128.4,   "128",          "128 BPM",      "128 BPM",        "128 BPM",                      "bpm"},
-    {"en_GB", F::depth,          "british",    152.4,   "152",          "152CM",        "152 CM",         "152 CENTIMETRES",              "cm"},
-    {"en_GB", F::temperature,    "british",    -12.5,   "-13",          "-13°",         "-13°C",          "-13 DEGREES CELSIUS",          nullptr},
-    {"en_GB", F::angle,          "british",    37.5,    "38",           "38°",          "38 DEG",         "38 DEGREES",                   "deg"},
-
     {"de_DE", F::speed,          "miles",      10,      "22,4",         "22,4 MI/H",    "22,4 MI/H",      "22,4 MEILEN PRO STUNDE",       "mi/h"},
     {"de_DE", F::distance,       "kilometers", 12345.7, "12,3",         "12,3 KM",      "12,3 KM",        "12,3 KILOMETER",               "km"},
     {"de_DE", F::altitude,       "kilometers", 2345.6,  "2.346",        "2.346 M",      "2.346 M",        "2.346 METER",                  "m"},
@@ -93,36 +77,6 @@ inline constexpr MeasurementText kMeasurementTexts[] = {
     {"de_DE", F::depth,          "kilometers", 152.4,   "152",          "152 CM",       "152 CM",         "152 ZENTIMETER",               "cm"},
     {"de_DE", F::temperature,    "kilometers", -12.5,   "-13",          "-13 °C",       "-13 °C",         "-13 GRAD CELSIUS",             nullptr},
     {"de_DE", F::angle,          "kilometers", 37.5,    "38",           "38°",          "38°",            "38 GRAD",                      "°"},
-
-    {"fr_FR", F::speed,          "miles",      10,      "22,4",         "22,4MI/H",     "22,4\u202fMI/H", "22,4\u00a0MILES PAR HEURE",    "mi/h"},
-    {"fr_FR", F::distance,       "kilometers", 12345.7, "12,3",         "12,3KM",       "12,3\u202fKM",   "12,3\u00a0KILOMÈTRES",         "km"},
-    {"fr_FR", F::altitude,       "kilometers", 2345.6,  "2\u202f346",   "2\u202f346M",  "2\u202f346\u202fM", "2\u202f346\u00a0MÈTRES",       "m"},
-    {"fr_FR", F::vertical,       "kilometers", 1234.5,  "1\u202f235",   "1\u202f235M",  "1\u202f235\u202fM", "1\u202f235\u00a0MÈTRES",       "m"},
-    {"fr_FR", F::altitudeChange, "miles",      -87.4,   "-287",         "-287′",        "-287\u202fPI",   "-287 PIEDS",                   "pi"},
-    {"fr_FR", F::totalVertical,  "miles",      12345,   "40,5k",        "40,5K′",       "40,5K\u202fPI",  "40,5K PIEDS",                  "pi"},
-    {"fr_FR", F::seasonVertical, "miles",      3961.2,  "12,9k",        "12,9K′",       "12,9K\u202fPI",  "12,9K PIEDS",                  "pi"},
-    {"fr_FR", F::dailyVertical,  "miles",      3961.2,  "12k",          "12K′",         "12K\u202fPI",    "12K PIEDS",                    "pi"},
-    {"fr_FR", F::weight,         "kilometers", 71.5,    "72",           "72KG",         "72\u202fKG",     "72\u00a0KILOGRAMMES",          "kg"},
-    {"fr_FR", F::energy,         "kilometers", 1234.5,  "1\u202f235",   "1\u202f235KCAL", "1\u202f235\u202fKCAL", "1\u202f235\u00a0KILOCALORIES", "kcal"},
-    {"fr_FR", F::heartRate,      "kilometers", 128.4,   "128",          "128 BPM",      "128 BPM",        "128 BPM",                      "bpm"},
-    {"fr_FR", F::depth,          "kilometers", 152.4,   "152",          "152CM",        "152\u202fCM",    "152\u00a0CENTIMÈTRES",         "cm"},
-    {"fr_FR", F::temperature,    "kilometers", -12.5,   "-13",          "-13°C",        "-13\u202f°C",    "-13\u00a0DEGRÉS CELSIUS",      nullptr},
-    {"fr_FR", F::angle,          "kilometers", 37.5,    "38",           "38°",          "38°",            "38\u00a0DEGRÉS",               "°"},
-
-    {"ja_JP", F::speed,          "miles",      10,      "22.4",         "22.4MI/H",     "22.4 MPH",       "時速 22.4 マイル",             "mph"},
-    {"ja_JP", F::distance,       "kilometers", 12345.7, "12.3",         "12.3KM",       "12.3 KM",        "12.3 キロメートル",            "km"},
-    {"ja_JP", F::altitude,       "kilometers", 2345.6,  "2,346",        "2,346M",       "2,346 M",        "2,346 メートル",               "m"},
-    {"ja_JP", F::vertical,       "kilometers", 1234.5,  "1,235",        "1,235M",       "1,235 M",        "1,235 メートル",               "m"},
-    {"ja_JP", F::altitudeChange, "miles",      -87.4,   "-287",         "-287′",        "-287 FT",        "-287 フィート",                "ft"},
-    {"ja_JP", F::totalVertical,  "miles",      12345,   "40.5k",        "40.5K′",       "40.5K FT",       "40.5K フィート",               "ft"},
-    {"ja_JP", F::seasonVertical, "miles",      3961.2,  "12.9k",        "12.9K′",       "12.9K FT",       "12.9K フィート",               "ft"},
-    {"ja_JP", F::dailyVertical,  "miles",      3961.2,  "12k",          "12K′",         "12K FT",         "12K フィート",                 "ft"},
-    {"ja_JP", F::weight,         "kilometers", 71.5,    "72",           "72KG",         "72 KG",          "72 キログラム",                "kg"},
-    {"ja_JP", F::energy,         "kilometers", 1234.5,  "1,235",        "1,235KCAL",    "1,235 KCAL",     "1,235 キロカロリー",           "kcal"},
-    {"ja_JP", F::heartRate,      "kilometers", 128.4,   "128",          "128 BPM",      "128 BPM",        "128 BPM",                      "bpm"},
-    {"ja_JP", F::depth,          "kilometers", 152.4,   "152",          "152CM",        "152 CM",         "152 センチメートル",           "cm"},
-    {"ja_JP", F::temperature,    "kilometers", -12.5,   "-13",          "-13°C",        "-13°C",          "摂氏 -13 度",                  nullptr},
-    {"ja_JP", F::angle,          "kilometers", 37.5,    "38",           "38°",          "38 度",          "38 度",                        "度"},
 
     {"ar_EG", F::speed,          "miles",      10,      "٢٢٫٤",         "٢٢٫٤ ميل/س",   "٢٢٫٤ ميل/س",     "٢٢٫٤ ميل في الساعة",           "ميل/س"},
     {"ar_EG", F::distance,       "kilometers", 12345.7, "١٢٫٣",         "١٢٫٣ كم",      "١٢٫٣ كم",        "١٢٫٣ كيلومتر",                 "كم"},

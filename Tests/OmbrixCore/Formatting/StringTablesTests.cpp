@@ -9,19 +9,13 @@
 namespace ombrix {
 namespace {
 
-constexpr const char* kKeys[] = {"httperror.badRequestError",
-                                 "httperror.forbidden",
-                                 "httperror.generic",
-                                 "httperror.invalidBody",
-                                 "httperror.networkError",
-                                 "httperror.notfound",
-                                 "httperror.rateLimitError",
-                                 "httperror.serverError",
-                                 "httperror.serverOfflineError",
-                                 "httperror.unauthorizedError",
-                                 "units.abbreviate_millions",
-                                 "units.abbreviate_thousands",
-                                 "units.bpm"};
+constexpr const char* kKeys[] = {"httperror.badRequestError",   "httperror.forbidden",
+                                 "httperror.generic",           "formatter.not_a_number",
+                                 "httperror.invalidBody",       "httperror.networkError",
+                                 "httperror.notfound",          "httperror.rateLimitError",
+                                 "httperror.serverError",       "httperror.serverOfflineError",
+                                 "httperror.unauthorizedError", "units.abbreviate_millions",
+                                 "units.abbreviate_thousands",  "units.bpm"};
 
 // Catches a table that is not delivered, cannot be read, or lacks or repeats a text.
 TEST(StringTablesTests, EveryLanguageHasEveryText) {

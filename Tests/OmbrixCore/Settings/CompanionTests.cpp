@@ -27,7 +27,7 @@ using testing::ScopedSettings;
 /// A companion that is right here.
 class Companion final : public platform::MessageChannel {
  public:
-  void passMessageObject(const PropertyList& message, std::string_view identifier) override {
+  bool passMessageObject(const PropertyList& message, std::string_view identifier) override {
     messages[std::string(identifier)] = message;
     heard[std::string(identifier)].send(message);
   }

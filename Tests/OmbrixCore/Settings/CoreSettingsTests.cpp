@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
+#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/ScopedLocale.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
@@ -45,6 +46,12 @@ TEST(CoreSettingsTests, ALocaleChangeIsToldOnlyWhileNoUnitSystemIsStored) {
     calls.push_back(change.isPrior ? "will" : "did " + *change.newValue->text());
   });
   locale.change("en_US");
+  EXPECT_THAT(std::exchange(calls, {}), ElementsAre("will", "did kilometers"));
+  bool isServiceTold = false;
+  const auto service = platform::services().locale.get().currentLocaleDidChange.connect(
+      [&] { isServiceTold = true; });
+  scoped.settings().localeDidChange();
+  EXPECT_TRUE(isServiceTold);
   EXPECT_THAT(std::exchange(calls, {}), ElementsAre("will", "did kilometers"));
   scoped.settings().setMetricType("miles");
   calls.clear();

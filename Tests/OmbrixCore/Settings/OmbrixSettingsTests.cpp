@@ -5,8 +5,11 @@
 
 #include <thread>
 
+#include "OmbrixCore/Settings/Setting.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/EventLog.hpp"
+#include "OmbrixTesting/Eventually.hpp"
+#include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
 namespace ombrix {
@@ -181,11 +184,67 @@ TEST(OmbrixSettingsTests, ChangesReachObserversOfThePropertyOnceFromAnyWriter) {
   EXPECT_THAT(told.take(), ElementsAre("will units", "will metricType", "did metricType kilometers",
                                        "did units", "will units", "did units"));
 
+  scoped.defaults().synchronize();
   const auto elsewhere = scoped.elsewhere();
   elsewhere->setObject("british", "units");
   elsewhere->setObject(true, "enableExtraLogging");
   EXPECT_THAT(told.takeOnce("did extraLogging"),
               ElementsAre("will metricType", "did metricType british", "did extraLogging"));
+}
+
+// Catches a setting of a program's own that is stored elsewhere, read as another kind, mirrored
+// against its author's wish, or not observed.
+TEST(OmbrixSettingsTests, AProgramAddsSettingsOfItsOwn) {
+  const ScopedSettings scoped;
+  Setting<bool> showLifts{"showLifts", "app.showLifts", true, Synced::yes};
+  Setting<std::string> resort{"resort", "app.resort", "none"};
+  Setting<std::int64_t> runs{"runs", "app.runs", 3};
+  scoped.waitForRegistrations();
+  EXPECT_TRUE(showLifts.get());
+  EXPECT_EQ(resort.get(), "none");
+  EXPECT_EQ(runs.get(), 3);
+
+  EventLog told;
+  const auto token = showLifts.observe([&](bool shows) { told.add(shows ? "shown" : "hidden"); });
+  showLifts.set(false);
+  resort.set("Zermatt");
+  runs.set(4);
+  EXPECT_EQ(scoped.defaults().persistentDomain(),
+            (PropertyList::Dictionary{
+                {"app.showLifts", false}, {"app.resort", "Zermatt"}, {"app.runs", 4}}));
+  EXPECT_EQ(scoped.cloud().dictionaryRepresentation(),
+            (PropertyList::Dictionary{{"app.showLifts", false}}));
+  showLifts.reset();
+  EXPECT_TRUE(showLifts.get());
+  EXPECT_EQ(OmbrixSettings::keyFromSetter("setShowLifts:"), "app.showLifts");
+  const auto elsewhere = scoped.elsewhere();
+  scoped.defaults().synchronize();
+  elsewhere->setObject("NO", "app.showLifts");
+  EXPECT_THAT(told.takeOnce("hidden"), ElementsAre("hidden", "shown"));
+  elsewhere->setObject("resort", "app.resort");
+  EXPECT_TRUE(testing::eventually([&] { return resort.get() == "resort"; }));
+  EXPECT_FALSE(showLifts.get());
+  EXPECT_THAT(told.take(), ElementsAre("hidden"));
+}
+
+// Catches a mistake that nobody hears of, or that fills the log.
+TEST(OmbrixSettingsTests, MisspeltNamesAreLoggedOnce) {
+  const testing::RecordingLog log;
+  const ScopedSettings scoped;
+  auto& settings = scoped.settings();
+  for (const auto* name : {"metricTyp", "metricType", "units", "metricTyp"}) {
+    const auto token = settings.observe(name, none, [](const auto&) {});
+  }
+  for (const auto* unitSystem : {"furlongs", "miles", "furlongs"}) {
+    settings.setMetricType(unitSystem);
+    EXPECT_EQ(settings.metricType(), unitSystem);
+  }
+  settings.setMetricType(std::nullopt);
+  EXPECT_EQ(settings.metricType(), "miles");
+  std::vector<std::string> warnings;
+  for (const auto& line : log.lines()) warnings.push_back(line.message);
+  EXPECT_THAT(warnings, ElementsAre(::testing::HasSubstr("\"metricTyp\""),
+                                    ::testing::HasSubstr("\"furlongs\"")));
 }
 
 // Catches races between start-up and readers, and a value read last that is served after a change.

@@ -29,6 +29,10 @@ TEST(StandardDomainTests, FilesAreNamedAfterTheBundleElseTheProgram) {
   const testing::ScopedService scoped(
       services().mainBundle, std::make_shared<Bundle>(URL::fileURL(dir.path().string(), true)));
   EXPECT_EQ(makeStandardUserDefaults()->file(), config / "test.bundle.plist");
+  setMainBundleIdentity({.identifier = "org.example.skier", .version = "2.1"});
+  EXPECT_EQ(makeStandardUserDefaults()->file(), config / "org.example.skier.plist");
+  EXPECT_EQ(*Bundle::main().objectForInfoDictionaryKey("CFBundleShortVersionString"), "2.1");
+  EXPECT_EQ(Bundle::main().objectForInfoDictionaryKey("CFBundleVersion"), nullptr);
 }
 
 }  // namespace

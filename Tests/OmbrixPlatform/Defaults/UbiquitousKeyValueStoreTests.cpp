@@ -29,6 +29,7 @@ TEST(UbiquitousKeyValueStoreTests, ProcessesShareTheStoreAndHearOfEachOther) {
   EXPECT_TRUE(other->boolForKey("flag"));
   token.cancel();
   other->removeObjectForKey("units");
+  EXPECT_TRUE(other->synchronize());
   EXPECT_TRUE(mine->synchronize());
   EXPECT_EQ(mine->objectForKey("units"), std::nullopt);
 }

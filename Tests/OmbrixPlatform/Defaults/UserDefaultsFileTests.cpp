@@ -1,9 +1,13 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixTesting/EventLog.hpp"
+#include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix::platform {
@@ -19,11 +23,11 @@ class UserDefaultsFileTests : public ::testing::Test {
   std::shared_ptr<UserDefaults> open() {
     return UserDefaults::make({.folder = dir.path(),
                                .domain = "test",
-                               .onError = [this](auto& error) { errors.push_back(error); }});
+                               .onError = [this](auto& error) { errors.add(error); }});
   }
 
+  testing::EventLog errors;
   testing::ScopedDir dir;
-  std::vector<std::string> errors;
 };
 
 // Catches a crash, a silent loss, or bytes of a damaged file that are thrown away.
@@ -34,14 +38,14 @@ TEST_F(UserDefaultsFileTests, ADamagedFileIsSetAsideAndReported) {
     dir.write("test.plist", bytes);
     const auto defaults = open();
     EXPECT_FALSE(defaults->objectForKey("units"));
-    EXPECT_THAT(errors, ElementsAre(HasSubstr("is damaged and was set aside as")));
-    errors.clear();
+    EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("is damaged and was set aside as")));
     const auto aside = "test.plist.damaged" + (++copies == 1 ? "" : "-" + std::to_string(copies));
     EXPECT_EQ(dir.read(aside), bytes);
     EXPECT_FALSE(fs::exists(defaults->file()));
     defaults->setObject("miles", "units");
+    EXPECT_TRUE(defaults->synchronize());
     EXPECT_EQ(open()->stringForKey("units"), "miles");
-    EXPECT_THAT(errors, IsEmpty());
+    EXPECT_THAT(errors.take(), IsEmpty());
   }
 }
 
@@ -49,9 +53,10 @@ TEST_F(UserDefaultsFileTests, ADamagedFileIsSetAsideAndReported) {
 TEST_F(UserDefaultsFileTests, ARunningProcessWritesBackWhatItKnewOfADamagedFile) {
   const auto defaults = open();
   defaults->setObject("miles", "units");
+  defaults->synchronize();
   dir.write("test.plist", "bplist00 cut sho");
   EXPECT_EQ(defaults->stringForKey("units"), "miles");
-  EXPECT_EQ(errors.size(), 1U);
+  EXPECT_EQ(errors.take().size(), 1U);
   EXPECT_EQ(open()->stringForKey("units"), "miles");
 }
 
@@ -60,34 +65,40 @@ TEST_F(UserDefaultsFileTests, ARunningProcessWritesBackWhatItKnewOfADamagedFile)
 TEST_F(UserDefaultsFileTests, AnEmptyFileChangesNothingUntilItIsWritten) {
   const auto defaults = open();
   defaults->setObject("miles", "units");
+  defaults->synchronize();
   dir.write("test.plist", "");
   EXPECT_EQ(defaults->stringForKey("units"), "miles");
   const auto list =
       PropertyListSerialization::write(PropertyList::Dictionary{{"units", "british"}});
   dir.write("test.plist", textOf(list));
   EXPECT_EQ(defaults->stringForKey("units"), "british");
-  EXPECT_THAT(errors, IsEmpty());
+  EXPECT_THAT(errors.take(), IsEmpty());
   dir.write("test.plist", "");
   defaults->setObject(1, "n");
-  EXPECT_THAT(errors, ElementsAre(HasSubstr("was empty")));
+  EXPECT_TRUE(defaults->synchronize());
+  EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("was empty")));
   EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"units", "british"}, {"n", 1}}));
 }
 
-// Catches a failed write that leaves half a file, stops the program, or forgets what it could not
-// write; and a file that others may read.
+// Catches a failed write that leaves half a file, stops the program, is told of again and again, or
+// forgets what it could not write; and a file that others may read.
 TEST_F(UserDefaultsFileTests, AFailedReplacementLeavesTheOldFile) {
   const auto defaults = open();
   defaults->setObject(1, "n");
+  defaults->synchronize();
   fs::create_directory(dir.path() / ".test.plist.new");  // in the way of the new file
-  defaults->setObject(2, "n");
-  EXPECT_THAT(errors, ElementsAre(HasSubstr("Cannot write")));
+  for (const int attempt : {4, 3, 2}) {
+    defaults->setObject(attempt, "n");
+    EXPECT_FALSE(defaults->synchronize());
+  }
+  EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("Cannot write")));
   EXPECT_EQ(defaults->integerForKey("n"), 2);
   EXPECT_EQ(open()->integerForKey("n"), 1);
-  EXPECT_FALSE(defaults->synchronize());
   fs::remove(dir.path() / ".test.plist.new");
   EXPECT_TRUE(defaults->synchronize());
   EXPECT_EQ(fs::status(defaults->file()).permissions() & fs::perms::mask, fs::perms(0600));
   defaults->setObject(3, "m");
+  defaults->synchronize();
   EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"n", 2}, {"m", 3}}));
 }
 
@@ -100,8 +111,69 @@ TEST_F(UserDefaultsFileTests, WhatIsNoFileIsReportedAndLeftAlone) {
   EXPECT_FALSE(defaults->objectForKey("units"));
   defaults->setObject("miles", "units");
   EXPECT_EQ(defaults->stringForKey("units"), "miles");
+  EXPECT_FALSE(defaults->synchronize());
   EXPECT_TRUE(fs::is_fifo(path));
-  EXPECT_THAT(errors, Contains(HasSubstr("Cannot read")));
+  EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("is a FIFO, not a regular file")));
+}
+
+// Catches a link that is replaced by a file, so that what it led to is never changed again.
+TEST_F(UserDefaultsFileTests, ASymbolicLinkStaysOne) {
+  dir.write("elsewhere/real.plist", "");
+  const std::pair<const char*, const char*> links[] = {{"elsewhere/real.plist", "to a file"},
+                                                       {"missing.plist", "to nothing yet"}};
+  for (const auto& [target, name] : links) {
+    fs::create_symlink(target, dir.path() / "test.plist");
+    const auto watching = open();
+    testing::EventLog told;
+    const auto token = watching->observe("n", KeyValueObservingOptions::none,
+                                         [&](const auto&) { told.add("changed"); });
+    const auto defaults = open();
+    defaults->setObject(1, "n");
+    EXPECT_TRUE(defaults->synchronize()) << name;
+    EXPECT_TRUE(fs::is_symlink(dir.path() / "test.plist")) << name;
+    EXPECT_EQ(told.takeOnce("changed").size(), 1U) << name;
+    EXPECT_EQ(UserDefaults::make({.folder = (dir.path() / target).parent_path(),
+                                  .domain = fs::path(target).stem().string()})
+                  ->integerForKey("n"),
+              1)
+        << name;
+    fs::remove(dir.path() / "test.plist");
+  }
+}
+
+// Catches a setter that waits for another process, which may stand still while it has the file, and
+// a value that is not written when the other one goes on.
+TEST_F(UserDefaultsFileTests, ASetterWaitsForNobody) {
+  const auto defaults = open();
+  defaults->setObject(1, "n");
+  EXPECT_TRUE(defaults->synchronize());
+  auto other = detail::openFile((dir.path() / ".test.plist.lock").string(), O_RDWR);
+  ASSERT_EQ(::flock(other.get(), LOCK_EX), 0);
+  for (const int value : {2, 3}) {
+    defaults->setObject(value, "n");
+    EXPECT_EQ(defaults->integerForKey("n"), value);
+  }
+  EXPECT_EQ(open()->integerForKey("n"), 1);
+  other.reset();
+  EXPECT_TRUE(testing::eventually([&] { return open()->integerForKey("n") == 3; }));
+}
+
+// Catches settings that are lost by an update of the program: the bytes were written by version 1.
+TEST_F(UserDefaultsFileTests, AFileOfAnEarlierVersionIsTakenOver) {
+  constexpr unsigned char kBytes[] = {
+      0x62, 0x70, 0x6c, 0x69, 0x73, 0x74, 0x30, 0x30, 0x55, 0x75, 0x6e, 0x69, 0x74, 0x73, 0x57,
+      0x62, 0x72, 0x69, 0x74, 0x69, 0x73, 0x68, 0x5f, 0x10, 0x12, 0x65, 0x6e, 0x61, 0x62, 0x6c,
+      0x65, 0x45, 0x78, 0x74, 0x72, 0x61, 0x4c, 0x6f, 0x67, 0x67, 0x69, 0x6e, 0x67, 0x09, 0xd2,
+      0x01, 0x03, 0x02, 0x04, 0x2c, 0x08, 0x0e, 0x16, 0x2b, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x01, 0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x05, 0x00, 0x00, 0x00, 0x00, 0x00,
+      0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x31};
+  dir.write("test.plist", {reinterpret_cast<const char*>(kBytes), sizeof kBytes});
+  const auto defaults = open();
+  defaults->setObject(1, "n");
+  EXPECT_TRUE(defaults->synchronize());
+  EXPECT_EQ(
+      open()->persistentDomain(),
+      (PropertyList::Dictionary{{"enableExtraLogging", true}, {"units", "british"}, {"n", 1}}));
 }
 
 // Catches one bad value that keeps every later one from being written.
@@ -110,6 +182,7 @@ TEST_F(UserDefaultsFileTests, WhatNoPropertyListCanHoldIsRefused) {
   EXPECT_THROW(defaults->setObject("\xff", "bad"), PropertyListError);
   EXPECT_THROW(defaults->setObject(1, "\xff"), PropertyListError);
   defaults->setObject(1, "good");
+  defaults->synchronize();
   EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"good", 1}}));
 }
 

@@ -60,7 +60,8 @@ TEST_F(UserDefaultsProcessTests, TwoProcessesSeeEachOthersChangesOnce) {
   EXPECT_THAT(linesUntil(*second, "did end now"), ElementsAre());
 }
 
-// Catches a writer that overwrites what another has written since it last looked.
+// Catches a writer that overwrites what another has written since it last looked, and values that a
+// process takes with it when it ends.
 TEST_F(UserDefaultsProcessTests, FourWritersLoseNothing) {
   const int count = testing::kUnderSanitizer ? 100 : 500;
   std::vector<std::unique_ptr<ChildProcess>> writers;
@@ -80,6 +81,7 @@ TEST_F(UserDefaultsProcessTests, FourWritersLoseNothing) {
 TEST_F(UserDefaultsProcessTests, AKilledWriterHarmsNothing) {
   const auto defaults = open();
   defaults->setObject(std::string(100'000, 'k'), "kept");
+  defaults->synchronize();
   for (int i = 0; i < 25; ++i) {
     const auto prefix = "p" + std::to_string(i) + "-";
     const auto writer = start({"write", prefix, "1000000"});

@@ -1,7 +1,10 @@
 #include "OmbrixPlatform/Logging/DDFileLogger.hpp"
 
+#include <sys/resource.h>
+
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <map>
 #include <sstream>
 #include <thread>
@@ -134,6 +137,85 @@ TEST(DDFileLoggerTests, AFullDiskHoldsLinesForLater) {
   logger->log(messageAt(kStart, "room again"));
   logger->flush();
   EXPECT_EQ(contentsOfFiles(*logger).at(0).size(), 1024 * 1024 + sizeof("room again"));
+}
+
+/// How much any file of this process may hold, during its scope: a disk that fills at a known byte.
+class ScopedFileLimit {
+ public:
+  explicit ScopedFileLimit(rlim_t bytes) : handler_(std::signal(SIGXFSZ, SIG_IGN)) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{bytes, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+  }
+  ~ScopedFileLimit() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, handler_);
+  }
+  ScopedFileLimit(const ScopedFileLimit&) = delete;
+  ScopedFileLimit& operator=(const ScopedFileLimit&) = delete;
+
+ private:
+  rlimit before_{};
+  void (*handler_)(int);
+};
+
+// Catches a line that is glued to the half of one that a full disk took, of this process or of
+// another, and a torn line that is never written whole.
+TEST(DDFileLoggerTests, WhatAFullDiskToreStaysAloneOnItsLine) {
+  const testing::ScopedDir dir;
+  const auto torn = fileLoggerIn(dir.path());
+  const auto other = fileLoggerIn(dir.path());
+  ::testing::internal::CaptureStderr();
+  {
+    const ScopedFileLimit full(10);
+    for (const char* text : {"first", "a second", "third"}) torn->log(messageAt(kStart, text));
+    torn->flush();
+  }
+  ::testing::internal::GetCapturedStderr();
+  other->log(messageAt(kStart, "other"));
+  other->flush();
+  torn->flush();
+  EXPECT_THAT(contentsOfFiles(*torn), ElementsAre("first\na se\nother\na second\nthird\n"));
+}
+
+// Catches one message that makes the whole log unreadable, looks like several, or fills the file.
+TEST(DDFileLoggerTests, EveryMessageIsOneReadableLine) {
+  const std::string umlauts = "\u00FCberm\u00E4\u00DFig \U0001F6A8";
+  const struct {
+    std::string message, line;
+  } cases[] = {
+      {"plain, with a\ttab", "plain, with a\ttab"},
+      {umlauts, umlauts},
+      {"bad \xFF, cut \xE2\x82, overlong \xC0\xAF",
+       "bad \uFFFD, cut \uFFFD\uFFFD, overlong \uFFFD\uFFFD"},
+      {"two\nlines\r\n", "two\\nlines\\r\\n"},
+      {std::string("\x1B[31mred \0 \x7F", 12), "\\x1B[31mred \\x00 \\x7F"},
+      {"\u0085 \u2028", "\\x85 \\u{2028}"},
+  };
+  const testing::ScopedDir dir;
+  const auto logger = fileLoggerIn(dir.path());
+  std::string expected;
+  for (const auto& test : cases) {
+    logger->log(messageAt(kStart, test.message));
+    expected += test.line + "\n";
+  }
+  for (const std::size_t size : {65'535UL, 65'536UL, 1'000'000UL}) {
+    std::string message(size - 4, size == 1'000'000 ? '\n' : 'x');
+    logger->log(messageAt(kStart, message + "tail"));
+    if (size < 65'536) expected += message + "tail\n";
+  }
+  logger->flush();
+  const auto contents = contentsOfFiles(*logger).at(0);
+  ASSERT_TRUE(contents.starts_with(expected));
+  std::istringstream cut(contents.substr(expected.size()));
+  for (const char* whole : {"65536 bytes", "1000000 bytes"}) {
+    std::string line;
+    ASSERT_TRUE(std::getline(cut, line));
+    EXPECT_LT(line.size(), 65'536);
+    EXPECT_GT(line.size(), 60'000);
+    EXPECT_THAT(line, ::testing::AllOf(::testing::HasSubstr(whole), ::testing::EndsWith("tail")));
+  }
+  EXPECT_EQ(cut.peek(), EOF);
 }
 
 // Catches a line that waits in memory for the next message.

@@ -164,10 +164,10 @@ TEST_F(MMWormholeTests, DamagedFilesAreSkipped) {
 // Catches failures that are not reported, or end more than the one message.
 TEST_F(MMWormholeTests, WhatCannotBePassedIsReported) {
   const auto own = channel();
-  own->passMessageObject("miles", std::string(300, 'x'));
+  EXPECT_FALSE(own->passMessageObject("miles", std::string(300, 'x')));
   EXPECT_THAT(failures_.take(), ElementsAre("failure"));
   fs::create_directories(folder() / "units.message");
-  own->passMessageObject("miles", "units");
+  EXPECT_FALSE(own->passMessageObject("miles", "units"));
   EXPECT_THAT(failures_.take(), ElementsAre("failure"));
   EXPECT_EQ(own->messageWithIdentifier("units"), std::nullopt);
   EXPECT_EQ(own->messageWithIdentifier("units"), std::nullopt);
@@ -175,7 +175,7 @@ TEST_F(MMWormholeTests, WhatCannotBePassedIsReported) {
   EXPECT_THAT(failureTexts_.take(),
               ElementsAre(HasSubstr("passing"), HasSubstr("passing"), HasSubstr("reading")));
   EXPECT_THROW(own->passMessageObject("\xFF", "bad"), PropertyListError);
-  own->passMessageObject("miles", "fine");
+  EXPECT_TRUE(own->passMessageObject("miles", "fine"));
   EXPECT_EQ(own->messageWithIdentifier("fine"), PropertyList("miles"));
   for (const auto& file : fs::directory_iterator(folder())) {
     EXPECT_NE(file.path().extension(), ".new") << "left over";
@@ -187,7 +187,7 @@ TEST_F(MMWormholeTests, WhatCannotBePassedIsReported) {
   EXPECT_THAT(failureTexts_.take(), ElementsAre(HasSubstr("no folder of the group \"group\"")));
   EXPECT_EQ(none->folder(), std::nullopt);
   const auto listening = note(*none, "units");
-  none->passMessageObject("miles", "units");
+  EXPECT_FALSE(none->passMessageObject("miles", "units"));
   EXPECT_EQ(none->messageWithIdentifier("units"), std::nullopt);
   none->clearMessageContentsForIdentifier("units");
 }

@@ -4,6 +4,8 @@
 
 #include <cstdlib>
 
+#include "OmbrixPlatform/Measure/NSUnit.hpp"
+
 namespace ombrix::platform {
 namespace {
 
@@ -59,6 +61,32 @@ TEST(LocaleTests, ReadsTheEnvironment) {
     EXPECT_EQ(service->current().identifier(), identifier) << all << lang;
     EXPECT_EQ(service->preferredLanguages(), languages) << all << lang;
   }
+}
+
+// Catches a traveller's way of measuring that is not heard, or that changes the language.
+TEST(LocaleTests, MeasuresAsTheEnvironmentSays) {
+  struct Case {
+    const char *all, *lang, *measurement;
+    bool usesMetricSystem;
+    const char* weights;
+  };
+  const Case cases[] = {
+      {"", "en_US.UTF-8", "de_DE.UTF-8", true, "kg"},
+      {"", "de_DE.UTF-8", "en_US.UTF-8", false, "lb"},
+      {"", "en_US.UTF-8", "", false, "lb"},
+      {"en_US.UTF-8", "", "de_DE.UTF-8", false, "lb"},
+  };
+  unsetenv("LC_MESSAGES");
+  for (const auto& [all, lang, measurement, usesMetricSystem, weights] : cases) {
+    setenv("LC_ALL", all, 1);
+    setenv("LANG", lang, 1);
+    setenv("LC_MEASUREMENT", measurement, 1);
+    const auto locale = makeSystemLocaleService()->current();
+    EXPECT_EQ(locale.identifier(), std::string(*all ? all : lang).substr(0, 5));
+    EXPECT_EQ(locale.usesMetricSystem(), usesMetricSystem) << lang << measurement;
+    EXPECT_EQ(NSUnitMass::forLocale(locale, NSUnitMass::Usage::personWeight).symbol(), weights);
+  }
+  unsetenv("LC_MEASUREMENT");
 }
 
 // Catches listeners that are told before the new locale is in place.

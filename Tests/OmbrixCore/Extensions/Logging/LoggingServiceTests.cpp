@@ -134,12 +134,14 @@ TEST_F(LoggingServiceTests, TheHistoryGoesFromTheOldestFileTowardsTheNewest) {
 // Catches a history without the latest lines, one that an unreadable file ends, and bytes that are
 // passed off as text.
 TEST_F(LoggingServiceTests, TheHistoryCopesWithWhatIsThere) {
-  const auto logger = useOnlyFilesWith({"one\n"});
+  useOnlyFilesWith({"one\n"});
   std::filesystem::create_directory(dir_.path() / "Logs/a-2024-05-01T10-30-00.500Z.log");
   logInfo(kTag, "Data: two");
   logInfo(kTag, "Data: three");
   EXPECT_EQ(service_.historicalLogText(), "one\nData: two\nData: three\n");
   logInfo(kTag, "Data: \xFF");
+  EXPECT_EQ(service_.historicalLogText(), "one\nData: two\nData: three\nData: \uFFFD\n");
+  useOnlyFilesWith({"from elsewhere \xFF\n"});
   EXPECT_EQ(service_.historicalLogText(), std::nullopt);
   EXPECT_TRUE(service_.historicalLog().has_value());
   useOnly({});
@@ -147,24 +149,26 @@ TEST_F(LoggingServiceTests, TheHistoryCopesWithWhatIsThere) {
   EXPECT_EQ(service_.historicalLogText(), std::nullopt);
 }
 
-// Catches a data race of the switch with messages (run under the thread sanitizer), and loggers
-// that two switches at once add twice or lose.
+// Catches a data race of the switch with messages (run under the thread sanitizer), loggers that
+// two switches at once add twice or lose, and switches at once that end opposite to the setting.
 TEST_F(LoggingServiceTests, ManyThreadsLogWhileTheLevelIsSwitched) {
   useOnlyFilesWith({});
   const auto before = DDLog::allLoggers();
   const auto log = [] {
     for (int n = 0; n < 100; ++n) logInfo(kTag, "Data: line");
   };
-  const auto flip = [this] {
-    for (int n = 0; n < 20; ++n) service_.setExtraLoggingEnabled(n % 2 == 0);
+  const auto flip = [this](bool isEnabled) {
+    for (int n = 0; n < 20; ++n) service_.setExtraLoggingEnabled(isEnabled);
   };
   {
     std::vector<std::jthread> threads;
     for (int i = 0; i < 8; ++i) threads.emplace_back(log);
-    for (int i = 0; i < 2; ++i) threads.emplace_back(flip);
+    for (const bool isEnabled : {true, false}) threads.emplace_back(flip, isEnabled);
   }
   EXPECT_EQ(DDLog::allLoggers(), before);
-  EXPECT_EQ(DDLog::dynamicLevel(), DDLogLevel::info);
+  EXPECT_EQ(service_.extraLoggingEnabled(), settings_.settings().extraLogging());
+  EXPECT_EQ(DDLog::dynamicLevel(),
+            service_.extraLoggingEnabled() ? DDLogLevel::verbose : DDLogLevel::info);
 }
 
 }  // namespace

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+namespace ombrix::hostapp {
+
+/// A check for an option: its text is a number, whole and finite, within limits. CLI11 itself takes
+/// an empty text for 0 and lets "nan" and "inf" pass.
+CLI::Validator numberBetween(double least, double most);
+
+/// The same for a whole number.
+CLI::Validator wholeNumberBetween(long long least, long long most);
+
+/// The most that a command may be told to count to.
+inline constexpr long long kMostToCount = 1'000'000'000;
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstddef>
+#include <mutex>
+#include <set>
+#include <string>
+#include <string_view>
+
+namespace ombrix {
+
+/// Remembers what was told already, so that a mistake in a loop does not fill the log. Any thread.
+class ToldOnce {
+ public:
+  /// Whether a text is met for the first time; not when there were very many.
+  bool isNews(std::string_view text) {
+    constexpr std::size_t kMaximum = 64;
+    const std::lock_guard lock(mutex_);
+    return told_.size() < kMaximum && told_.emplace(text).second;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::set<std::string, std::less<>> told_;
+};
+
+}  // namespace ombrix
