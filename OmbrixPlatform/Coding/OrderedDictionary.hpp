@@ -25,6 +25,7 @@ class OrderedDictionary {
   };
   using key_type = std::string;
   using mapped_type = Value;
+  using value_type = Entry;
   using const_iterator = typename std::vector<Entry>::const_iterator;
 
   OrderedDictionary() = default;

@@ -104,7 +104,7 @@ std::string expected(const char* locale, Format format, Formatter::UnitStyle sty
   }
   if (style == Formatter::UnitStyle::valueOnly) return utf8(text);
   if (shown.unit == nullptr) {
-    text += icu::UnicodeString::fromUTF8(" " + beatsPerMinute().symbol());
+    text += icu::UnicodeString::fromUTF8(" " + std::string(beatsPerMinute().symbol()));
   } else {
     constexpr std::array kWidths = {UNUM_UNIT_WIDTH_SHORT, UNUM_UNIT_WIDTH_NARROW,
                                     UNUM_UNIT_WIDTH_SHORT, UNUM_UNIT_WIDTH_FULL_NAME};
