@@ -4,10 +4,12 @@
 
 #include <CLI/CLI.hpp>
 #include <condition_variable>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 
 #include "Examples/HostApp/Commands.hpp"
+#include "Examples/HostApp/WholeFile.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
@@ -21,19 +23,55 @@ using platform::NSUbiquitousKeyValueStore;
 NSUbiquitousKeyValueStore& cloud() { return NSUbiquitousKeyValueStore::defaultStore(); }
 OmbrixSettings& settings() { return OmbrixSettings::shared(); }
 
+/// The store that this program made, if it did.
+std::shared_ptr<NSUbiquitousKeyValueStore>& ownStore() {
+  static std::shared_ptr<NSUbiquitousKeyValueStore> store;
+  return store;
+}
+
 constexpr int kCloudValuesWin = 0, kLocalValuesWin = 1;
 
+/// What the command line says of the server that is the cloud.
+struct CloudOptions {
+  std::string url, user, passwordFile, authority;
+};
+
+/// The password stands in a file or in the environment: other users can read command lines.
+std::string passwordFrom(const std::string& file) {
+  if (!file.empty()) {
+    const auto contents = readWholeFile(file);
+    const std::string_view text = platform::textOf(contents);
+    return std::string(text.substr(0, text.find_first_of("\r\n")));
+  }
+  const char* password = std::getenv("OMBRIX_CLOUD_PASSWORD");
+  if (password == nullptr) {
+    throw CLI::ValidationError(
+        "--cloud-user", "wants --cloud-password-file, or OMBRIX_CLOUD_PASSWORD in the environment");
+  }
+  return password;
+}
+
 /// The copies and unsent changes lie beside the settings they belong to: one device, one folder.
-void useServer(const std::string& address) {
-  const auto url = platform::URL::parse(address);
-  if (!url) throw CLI::ValidationError("--cloud", fmt::format("{:?} is no URL", address));
-  platform::services().cloudStore.set(platform::makeEtcdUbiquitousKeyValueStore({
+void useServer(const CloudOptions& options) {
+  if (options.url.empty()) {
+    if (options.user.empty() && options.passwordFile.empty() && options.authority.empty()) return;
+    throw CLI::ValidationError("--cloud", "is wanted: no server is named");
+  }
+  const auto url = platform::URL::parse(options.url);
+  if (!url) throw CLI::ValidationError("--cloud", fmt::format("{:?} is no URL", options.url));
+  platform::EtcdConfiguration configuration{
       .endpoint = *url,
       .prefix = "ombrix/",
+      .certificateAuthorities = options.authority,
       .folder = platform::UserDefaults::standardUserDefaults().file().parent_path(),
       .domain = "ombrix-cloud",
       .onError = [](const std::string& message) { fmt::print(stderr, "cloud: {}\n", message); },
-  }));
+  };
+  if (!options.user.empty()) {
+    configuration.credentials = {options.user, passwordFrom(options.passwordFile)};
+  }
+  ownStore() = platform::makeEtcdUbiquitousKeyValueStore(std::move(configuration));
+  platform::services().cloudStore.set(ownStore());
 }
 
 std::string shown(const platform::PropertyList& value) {
@@ -100,13 +138,33 @@ bool bringCloudUpToDate() {
   return false;
 }
 
-void addCloudOption(CLI::App& settings) {
+void addCloudOptions(CLI::App& settings) {
+  const auto options = std::make_shared<CloudOptions>();
   settings
-      .add_option_function<std::string>("--cloud", useServer,
-                                        "An etcd server as the cloud; else a file of this machine")
+      .add_option("--cloud", options->url,
+                  "An etcd server as the cloud; else a file of this machine")
       ->type_name("URL")
-      ->envname("OMBRIX_CLOUD")
-      ->trigger_on_parse();
+      ->envname("OMBRIX_CLOUD");
+  settings
+      .add_option("--cloud-user", options->user,
+                  "Sign in to it, with the password in OMBRIX_CLOUD_PASSWORD or a file")
+      ->type_name("NAME")
+      ->envname("OMBRIX_CLOUD_USER");
+  settings
+      .add_option("--cloud-password-file", options->passwordFile,
+                  "A file whose first line is the password")
+      ->type_name("FILE");
+  settings
+      .add_option("--cloud-ca", options->authority,
+                  "Trust an https server by the certificate authorities in this file (PEM) alone")
+      ->type_name("FILE")
+      ->envname("OMBRIX_CLOUD_CA");
+  // Before the commands below run.
+  settings.parse_complete_callback([options] { useServer(*options); });
+}
+
+void closeCloud() {
+  if (ownStore()) ownStore()->close();
 }
 
 void addSyncCommand(CLI::App& settingsCommand) {

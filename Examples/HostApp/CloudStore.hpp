@@ -8,8 +8,12 @@ class App;
 
 namespace ombrix::hostapp {
 
-/// Adds `--cloud URL`, by which the settings use an etcd server as the user's cloud store.
-void addCloudOption(CLI::App& settings);
+/// Adds `--cloud URL`, by which the settings use an etcd server as the user's cloud store, and how
+/// to sign in there and whom to trust.
+void addCloudOptions(CLI::App& settings);
+
+/// Ends the cloud store that the options made, if they did. Call it before the program ends.
+void closeCloud();
 
 /// Adds `sync` with its commands.
 void addSyncCommand(CLI::App& settings);

@@ -90,7 +90,7 @@ void watch(unsigned count) {
 void addSettingsCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("settings", "Shows and changes the user's settings");
   command->require_subcommand(1);
-  addCloudOption(*command);
+  addCloudOptions(*command);
 
   command->add_subcommand("list", "Prints every setting")->callback([] {
     for (const Setting& setting : allSettings()) print(setting);

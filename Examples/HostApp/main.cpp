@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "Examples/HostApp/CloudStore.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "OmbrixCore/Extensions/Version.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
@@ -35,10 +36,16 @@ std::optional<std::string> mistypedCommand(const CLI::App& app, int argc, char**
   return std::nullopt;
 }
 
+/// Ends what this program made, however `main` is left.
+struct Closing {
+  ~Closing() { ombrix::hostapp::closeCloud(); }
+};
+
 }  // namespace
 
 int main(int argc, char** argv) {
   using namespace ombrix::hostapp;
+  const Closing closing;
   CLI::App app{"Reads, measures and shows days of skiing.", "ombrix"};
   app.set_version_flag("--version", std::string(ombrix::libraryVersion()));
   app.require_subcommand(1);

@@ -47,6 +47,8 @@ class EtcdUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
 
   bool synchronize() override { return sync_->synchronize(); }
 
+  void close() override { sync_->closeAndWait(); }
+
   ObservationToken observeExternalChanges(ExternalChangeHandler handler) override {
     return sync_->observe(std::move(handler));
   }

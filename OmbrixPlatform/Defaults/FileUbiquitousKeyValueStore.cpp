@@ -1,3 +1,5 @@
+#include <atomic>
+#include <memory>
 #include <utility>
 
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
@@ -38,11 +40,16 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   ObservationToken observeExternalChanges(ExternalChangeHandler handler) override {
     const auto shared = std::make_shared<ExternalChangeHandler>(std::move(handler));
     return ObservationToken(std::make_shared<Both>(
-        refused_->connect([shared](const ExternalChange& change) { (*shared)(change); }),
-        values_->observeExternalChanges([shared](const std::vector<std::string>& keys) {
-          (*shared)({ChangeReason::serverChange, keys});
-        })));
+        refused_->connect([shared, closed = isClosed_](const ExternalChange& change) {
+          if (!*closed) (*shared)(change);
+        }),
+        values_->observeExternalChanges(
+            [shared, closed = isClosed_](const std::vector<std::string>& keys) {
+              if (!*closed) (*shared)({ChangeReason::serverChange, keys});
+            })));
   }
+
+  void close() override { *isClosed_ = true; }
 
  private:
   /// Ends what reports refusals and what reports others' changes together.
@@ -61,6 +68,7 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   };
 
   const std::shared_ptr<UserDefaults> values_;
+  const std::shared_ptr<std::atomic<bool>> isClosed_ = std::make_shared<std::atomic<bool>>(false);
   const std::shared_ptr<Signal<const ExternalChange&>> refused_ =
       std::make_shared<Signal<const ExternalChange&>>();
 };

@@ -58,6 +58,13 @@ class NSUbiquitousKeyValueStore {
   /// token ends.
   virtual ObservationToken observeExternalChanges(ExternalChangeHandler handler) = 0;
 
+  /// Ends a store that the caller has made, for programs that end in order: nothing is sent or read
+  /// any more, and no call of an observer begins after it has returned. What was not sent is kept
+  /// for the next one. Values can still be read and set, in the copy on this machine. Again:
+  /// nothing. Not from a change handler, which may stop the program. Stores that do nothing by
+  /// themselves need not do anything here either.
+  virtual void close() {}
+
   /// @name Typed reading, as `UserDefaults` does it.
   /// @{
   [[nodiscard]] bool boolForKey(std::string_view key) const;

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <future>
 #include <map>
 #include <mutex>
 #include <utility>
@@ -11,6 +12,7 @@
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
@@ -20,6 +22,7 @@
 #include "OmbrixPlatform/Messaging/Detail/MessageFile.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 #include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
 #include "OmbrixPlatform/Values/UUID.hpp"
 
 namespace ombrix::platform {
@@ -87,6 +90,7 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
   [[nodiscard]] std::optional<PropertyList> message(std::string_view identifier);
   void clear(std::string_view identifier);
   ObservationToken listen(std::string_view identifier, Listener listener);
+  void close();
 
  private:
   /// What is known of one identifier; lives as long as the channel. All but the signal is guarded
@@ -128,7 +132,7 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
   std::map<std::string, EntryPointer, std::less<>> entries_;  // by identifier
   std::map<std::string, EntryPointer, std::less<>> byFile_;   // by file name
   std::once_flag watchOnce_;
-  std::atomic<bool> isWatching_{false};
+  std::atomic<bool> isWatching_{false}, isClosed_{false};
   ObservationToken watch_;
 };
 
@@ -198,6 +202,7 @@ void MMWormhole::Impl::noticed(const FolderChange& change) {
 
 /// Tells the listeners of the message that is there now, unless they know it, or it is our own.
 void MMWormhole::Impl::deliver(Entry& entry) {
+  if (isClosed_) return;
   {
     const std::lock_guard lock(mutex_);
     entry.isDeliveryPosted = false;
@@ -332,6 +337,23 @@ ObservationToken MMWormhole::Impl::listen(std::string_view identifier, Listener 
   return token;
 }
 
+void MMWormhole::Impl::close() {
+  if (serial_.isCurrent()) fatalError("a listener must not wait for the end of its channel");
+  isClosed_ = true;
+  std::call_once(watchOnce_, [] {});  // none begins any more
+  isWatching_ = false;
+  watch_.cancel();
+  {
+    const std::lock_guard lock(mutex_);
+    for (const auto& [identifier, entry] : entries_) entry->isCurrent = false;
+  }
+  std::promise<void> promise;
+  const auto done = promise.get_future();
+  serial_.post([promise = std::move(promise)]() mutable { promise.set_value(); });
+  const ThreadPool::BlockingScope blocking;
+  done.wait();
+}
+
 MMWormhole::MMWormhole(std::string_view applicationGroupIdentifier,
                        const std::optional<std::string>& optionalDirectory, ErrorHandler onError)
     : impl_(Impl::make(applicationGroupIdentifier, optionalDirectory,
@@ -359,6 +381,10 @@ ObservationToken MMWormhole::listenForMessageWithIdentifier(std::string_view ide
                                                             Listener listener) {
   if (!impl_) return {};
   return impl_->listen(identifier, std::move(listener));
+}
+
+void MMWormhole::close() {
+  if (impl_) impl_->close();
 }
 
 }  // namespace ombrix::platform

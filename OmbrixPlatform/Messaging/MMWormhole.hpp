@@ -59,6 +59,8 @@ class MMWormhole final : public MessageChannel {
   ObservationToken listenForMessageWithIdentifier(std::string_view identifier,
                                                   Listener listener) override;
 
+  void close() override;
+
  private:
   class Impl;
 

@@ -33,6 +33,11 @@ class MessageChannel {
   /// thread of the channel's, until the token ends.
   virtual ObservationToken listenForMessageWithIdentifier(std::string_view identifier,
                                                           Listener listener) = 0;
+
+  /// Ends the listening of a channel that the caller has made, for programs that end in order: no
+  /// listener runs when it returns, and none is called any more. Messages can still be passed and
+  /// asked for. Again: nothing. Not from a listener, which stops the program.
+  virtual void close() {}
 };
 
 }  // namespace ombrix::platform

@@ -177,7 +177,7 @@ class Run {
       }
       case 2:
         keepRecord();
-        server_.compact();
+        server_.compact(nextRevision_ - 1);
         changes(4);
         break;
       case 3:

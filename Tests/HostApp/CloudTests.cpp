@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "OmbrixTesting/EtcdServer.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "Program.hpp"
@@ -8,6 +10,7 @@
 namespace ombrix::hostapp {
 namespace {
 
+using ::testing::AllOf;
 using ::testing::HasSubstr;
 
 /// Two devices of one user, each with a settings folder of its own, and a cloud between them.
@@ -62,6 +65,28 @@ TEST_F(CloudTests, WhatIsChangedMeanwhileIsSentLater) {
   server->start();
   EXPECT_THAT(on("phone", "sync status"), HasSubstr("units = british"));
   EXPECT_THAT(on("desktop", "sync enable --cloud-wins"), HasSubstr("units = british"));
+}
+
+// Catches a login that is not made, and a change that is said to be kept and is dropped.
+TEST_F(CloudTests, TheServerMayBeSecureAndWantALogin) {
+  server.emplace(dir.path() / "secure", testing::EtcdServer::Options{true, {}});
+  server->requireLogin("skier", "powder", "ombrix/");
+  std::ofstream(dir.path() / "password") << "powder\n";
+  std::ofstream(dir.path() / "wrong") << "slush\n";
+  ::setenv("OMBRIX_CLOUD", server->url().absoluteString().c_str(), 1);
+  on("phone", "set metricType british");
+  ::setenv("OMBRIX_CLOUD_CA", server->certificateAuthority().c_str(), 1);
+  EXPECT_THAT(on("phone", "sync enable --local-wins"),
+              AllOf(HasSubstr("the server asks for a login"), HasSubstr("kept and sent later")));
+  EXPECT_THAT(on("phone", "--cloud-user skier --cloud-password-file wrong sync status"),
+              HasSubstr("authentication failed"));
+  EXPECT_THAT(on("phone", "--cloud-user skier --cloud-password-file password sync status"),
+              HasSubstr("in the cloud:"));
+  ::setenv("OMBRIX_CLOUD_PASSWORD", "powder", 1);
+  EXPECT_THAT(on("desktop", "--cloud-user skier sync enable --cloud-wins"),
+              HasSubstr("units = british"));
+  ::unsetenv("OMBRIX_CLOUD_PASSWORD");
+  ::unsetenv("OMBRIX_CLOUD_CA");
 }
 
 }  // namespace

@@ -157,10 +157,8 @@ void EtcdServer::stopRequiringLogin() {
   wantsLogin_ = false;
 }
 
-void EtcdServer::compact() const {
-  const JSON now = call("/v3/kv/range", JSON::Dictionary{{"key", coded("compact")}});
-  call("/v3/kv/compaction",
-       JSON::Dictionary{{"revision", now["header"]["revision"].stringValue()}});
+void EtcdServer::compact(std::int64_t revision) const {
+  call("/v3/kv/compaction", JSON::Dictionary{{"revision", std::to_string(revision)}});
 }
 
 void EtcdServer::setFull(bool isFull) const {

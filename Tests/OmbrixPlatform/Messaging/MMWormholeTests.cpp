@@ -94,6 +94,14 @@ TEST_F(MMWormholeTests, MessagesReachTheOtherProcess) {
   EXPECT_EQ(own->messageWithIdentifier("units"), std::nullopt);
   own->clearMessageContentsForIdentifier("units");
   own->clearMessageContentsForIdentifier("never passed");
+
+  // A closed channel calls nobody, and still knows what is there.
+  own->close();
+  own->close();
+  other.tell("pass units after");
+  EXPECT_THAT(heardBySecond.takeOnce("after"), ElementsAre("after"));
+  EXPECT_EQ(own->messageWithIdentifier("units"), PropertyList("after"));
+  EXPECT_THAT(arrived_.take(), IsEmpty());
 }
 
 // Catches a burst whose last message is not told, or that tells one twice or out of order.

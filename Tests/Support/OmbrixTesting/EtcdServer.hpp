@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -49,8 +50,8 @@ class EtcdServer {
                     const std::string& prefix);
   void stopRequiringLogin();
 
-  /// Forgets the history of the keys up to now.
-  void compact() const;
+  /// Forgets the history of the keys before a revision.
+  void compact(std::int64_t revision) const;
 
   /// Says it is out of space, or has some again.
   void setFull(bool isFull) const;
