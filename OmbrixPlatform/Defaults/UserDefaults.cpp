@@ -10,6 +10,7 @@
 #include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
 #include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
+#include "OmbrixPlatform/Observation/Signal.hpp"
 #include "OmbrixPlatform/Services.hpp"
 
 namespace ombrix::platform {
