@@ -2,6 +2,7 @@
 
 #include "OmbrixC/Detail/ErrorOut.hpp"
 #include "OmbrixCore/Concurrency/AsyncOperation.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
 
 using ombrix::c::catching;
 using State = ombrix::AsyncOperation::OperationState;
@@ -14,6 +15,15 @@ struct OmbrixOperationQueue {
   std::shared_ptr<ombrix::platform::NSOperationQueue> queue;
 };
 
+namespace {
+
+// At the call, where the caller is still on the stack.
+void requireBlock(OmbrixOperationBlock block) {
+  if (block == nullptr) ombrix::platform::fatalError("an operation queue was given a NULL block");
+}
+
+}  // namespace
+
 OmbrixOperationQueue* ombrix_OperationQueue_init() {
   return catching(
       nullptr, [] { return new OmbrixOperationQueue{ombrix::platform::NSOperationQueue::make()}; });
@@ -23,11 +33,13 @@ void ombrix_OperationQueue_release(OmbrixOperationQueue* self) { delete self; }
 
 void ombrix_OperationQueue_addOperationWithBlock_(OmbrixOperationQueue* self,
                                                   OmbrixOperationBlock block, void* context) {
+  requireBlock(block);
   catching(nullptr, [&] { self->queue->addOperation([=] { block(context); }); });
 }
 
 void ombrix_OperationQueue_addCompletionBarrierBlock_(OmbrixOperationQueue* self,
                                                       OmbrixOperationBlock block, void* context) {
+  requireBlock(block);
   catching(nullptr,
            [&] { ombrix::addCompletionBarrierBlock(*self->queue, [=] { block(context); }); });
 }

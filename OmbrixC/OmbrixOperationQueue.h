@@ -23,7 +23,7 @@ typedef void (*OmbrixOperationBlock)(void* context);
 OmbrixOperationQueue* ombrix_OperationQueue_init(void);
 void ombrix_OperationQueue_release(OmbrixOperationQueue* self);
 
-/// Calls the block on a thread of the queue's.
+/// Calls the block on a thread of the queue's. A NULL block stops the program.
 void ombrix_OperationQueue_addOperationWithBlock_(OmbrixOperationQueue* self,
                                                   OmbrixOperationBlock block, void* context);
 

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix {
@@ -27,17 +28,31 @@ std::set<std::string> AsyncOperation::keyPathsForValuesAffectingValue(std::strin
 }
 
 void AsyncOperation::start() {
-  // Kept: the base class runs its empty `main` and its own phases first; all that is observable
-  // comes from the state, and leaving the call out would let the base start it a second time.
+  // Kept: the base class runs its empty `main` first; all that is observable comes from the state,
+  // and leaving the call out would let a subclass's `main` go unrun.
   NSOperation::start();
-  if (state() != OperationState::ready) return;
-  if (isCancelled()) {
-    finish();
-    return;
-  }
-  setState(OperationState::executing);
-  auto self = std::static_pointer_cast<AsyncOperation>(shared_from_this());
-  platform::startTask([self = std::move(self)] { return self->execute(); });
+  const auto after = setState([this](OperationState before) {
+    if (before != OperationState::ready) return before;
+    return isCancelled() ? OperationState::finished : OperationState::executing;
+  });
+  if (after != OperationState::executing) return;
+  execution_.emplace();
+  execution_->operation = std::static_pointer_cast<AsyncOperation>(shared_from_this());
+  platform::poolExecutor()->post([this] { executeOnPool(); });
+}
+
+// The operation holds itself until `execute` is over.
+void AsyncOperation::executeOnPool() {
+  static const platform::TaskContext context{platform::poolExecutor(), {}};
+  auto& work = execution_->work;
+  platform::callOut("an operation's execute()", [&] { work.emplace(execute()); });
+  work->begin(context, {[](void* self) {
+                          auto* operation = static_cast<AsyncOperation*>(self);
+                          auto execution = std::exchange(operation->execution_, std::nullopt);
+                          platform::callOut("an operation's execute()",
+                                            [&] { execution->work->outcome().throwIfError(); });
+                        },
+                        this});
 }
 
 platform::Async<void> AsyncOperation::execute() {
@@ -45,22 +60,34 @@ platform::Async<void> AsyncOperation::execute() {
 }
 
 void AsyncOperation::finish() {
-  // One caller wins, so that observers hear of it once, with no lock held.
-  if (isFinishing_.exchange(true)) return;
-  setState(OperationState::finished);
+  setState([](OperationState) { return OperationState::finished; });
 }
 
-void AsyncOperation::setState(OperationState state) {
-  announceChange("state", [&] {
-    state_.mutate([&](OperationState& current) {
-      if (current != OperationState::finished) current = state;
-    });
+// Each transition is decided and stored in one step; only the caller who made it announces it.
+AsyncOperation::OperationState AsyncOperation::setState(auto decide) {
+  OperationState before{};
+  const auto after = state_.mutate([&](OperationState& state) {
+    before = state;
+    return state = decide(state);
   });
+  if (before == after) return OperationState::finished;
+  announce(
+      "state", [&](auto key) { return valueIn(before, key); },
+      [&](auto key) { return valueIn(after, key); });
+  return after;
+}
+
+std::optional<std::int64_t> AsyncOperation::valueIn(OperationState state,
+                                                    std::string_view key) const {
+  if (key == "state") return static_cast<std::int64_t>(state);
+  if (key == "ready") return state == OperationState::ready && NSOperation::isReady();
+  if (key == "executing") return state == OperationState::executing;
+  if (key == "finished") return state == OperationState::finished;
+  return NSOperation::valueForKey(key);
 }
 
 std::optional<std::int64_t> AsyncOperation::valueForKey(std::string_view key) const {
-  if (key == "state") return static_cast<std::int64_t>(state());
-  return NSOperation::valueForKey(key);
+  return valueIn(state(), key);
 }
 
 void addCompletionBarrierBlock(platform::NSOperationQueue& queue, std::function<void()> block) {

@@ -18,7 +18,7 @@ namespace ombrix {
 ///
 /// A subclass overrides `execute` and calls `finish` when all its work, callbacks included, is
 /// done. One state drives readiness, execution and completion; observers of "state", "ready",
-/// "executing" and "finished" are told on the thread that changes it. Any thread.
+/// "executing" and "finished" are told of each change once, on the thread that made it. Any thread.
 class AsyncOperation : public platform::NSOperation {
  public:
   enum class OperationState { ready = 0, executing = 1, finished = 2 };
@@ -42,7 +42,7 @@ class AsyncOperation : public platform::NSOperation {
   void start() override;
 
   /// The work; runs on the thread pool, not on the queue's thread. It must be overridden: here it
-  /// stops the program.
+  /// stops the program, as an exception that leaves it does.
   virtual platform::Async<void> execute();
 
   /// Ends the operation; nothing happens the second time.
@@ -52,10 +52,19 @@ class AsyncOperation : public platform::NSOperation {
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
 
  private:
-  void setState(OperationState state);
+  struct Execution {
+    std::shared_ptr<AsyncOperation> operation;
+    std::optional<platform::Async<void>> work;
+  };
+
+  /// Makes the transition that `decide` makes of the state; gives the new state to the one caller
+  /// who made it, `finished` to all others.
+  OperationState setState(auto decide);
+  std::optional<std::int64_t> valueIn(OperationState state, std::string_view key) const;
+  void executeOnPool();
 
   Atomic<OperationState> state_;
-  std::atomic<bool> isFinishing_{false};
+  std::optional<Execution> execution_;  // from the start until `execute` is over
 };
 
 /// Calls the block on the queue's thread once a barrier finds no operation that is ready but not

@@ -19,7 +19,8 @@ namespace ombrix {
 class CompletionSubscriptions : public std::enable_shared_from_this<CompletionSubscriptions> {
  public:
   /// Subscribes and calls the completion once, with the first value or the failure; an end without
-  /// either is `missingBody`.
+  /// either is `missingBody`. A publisher that is gone without an end drops the completion
+  /// uncalled.
   /// @return A fresh ID, which `cancel` takes.
   template <class Output>
   platform::UUID subscribe(const platform::AnyPublisher<Output, HTTPError>& publisher,
@@ -44,13 +45,25 @@ template <class Output>
 platform::UUID CompletionSubscriptions::subscribe(
     const platform::AnyPublisher<Output, HTTPError>& publisher,
     std::function<void(std::expected<Output, HTTPError>)> completion) {
+  // Lives as long as the subscriber: the entry goes with it, also where it never hears of an end.
   struct Call {
+    Call(std::function<void(std::expected<Output, HTTPError>)> function,
+         std::weak_ptr<CompletionSubscriptions> subscriptions, const platform::UUID& entry)
+        : completion(std::move(function)), owner(std::move(subscriptions)), id(entry) {}
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+    ~Call() {
+      if (const auto self = owner.lock()) self->cancel(id);
+    }
+
     std::function<void(std::expected<Output, HTTPError>)> completion;
+    std::weak_ptr<CompletionSubscriptions> owner;
+    platform::UUID id;
     bool wasMade = false;
   };
   const auto id = expect();
   // Events come one at a time.
-  const auto call = std::make_shared<Call>(Call{std::move(completion)});
+  const auto call = std::make_shared<Call>(std::move(completion), weak_from_this(), id);
   auto receiveCompletion = [weak = weak_from_this(), id,
                             call](const platform::Completion<HTTPError>& end) {
     if (const auto self = weak.lock()) self->cancel(id);

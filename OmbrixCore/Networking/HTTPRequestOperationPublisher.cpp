@@ -28,10 +28,10 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
       demand_ += demand;
     }
     // From now on the operation keeps the delivery alive; it lets go of it at its end.
-    operation_->setCombineCallback(
-        [self = shared_from_this()](bool success, int code, std::optional<platform::Data> data) {
-          self->deliver(success, code, std::move(data));
-        });
+    operation_->setCombineCallback([delivery = Delivery(shared_from_this())](
+                                       bool success, int code, std::optional<platform::Data> data) {
+      delivery.inner->deliver(success, code, std::move(data));
+    });
     operation_->enqueueForPublisher();
   }
 
@@ -61,6 +61,25 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
   }
 
  private:
+  /// What the operation holds. When it lets go of it without a call, the answer will never come:
+  /// the subscriber is let go as well, whose own waits end with that.
+  struct Delivery {
+    explicit Delivery(std::shared_ptr<Inner> target) : inner(std::move(target)) {}
+    Delivery(Delivery&&) noexcept = default;
+    Delivery& operator=(Delivery&&) = delete;
+    ~Delivery() {
+      if (inner) inner->release();
+    }
+
+    std::shared_ptr<Inner> inner;
+  };
+
+  void release() {
+    AnySubscriber released;
+    const std::lock_guard lock(lock_);
+    released.swap(downstream_);
+  }
+
   const std::shared_ptr<HttpRequestOperation> operation_;
   platform::FutexLock lock_;
   AnySubscriber downstream_;  // null once it was served or cancelled

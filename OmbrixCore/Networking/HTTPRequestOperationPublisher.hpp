@@ -20,7 +20,7 @@ struct HTTPAnswer {
 ///
 /// Values are delivered where the operation calls back. The first demand runs an operation of the
 /// product's web service; any other is run by whoever made it. An operation that is cancelled
-/// sends nothing, not even an end: subscribers are released by cancelling their subscription.
+/// sends nothing, not even an end: it lets go of its subscriber.
 /// One subscription at a time: a second one takes the answer over.
 class HTTPRequestOperationPublisher final
     : public platform::PublisherOperators<HTTPRequestOperationPublisher, HTTPAnswer, HTTPError> {

@@ -20,11 +20,8 @@ namespace ombrix {
 /// Runs one task for all who ask for the same thing at the same time: whoever asks for a key that
 /// runs already waits for that result.
 ///
-/// An actor: all operations may be called from any thread. Cancelling a caller's own task ends
-/// neither the pooled task nor the caller's wait, and a task that never ends, such as one that
-/// awaits the answer of an operation that was cancelled, keeps its key and its callers. To be able
-/// to give up on such a request, start `asAsync(publisher)` as a task of your own, pool a closure
-/// that awaits that, and cancel it.
+/// An actor: all operations may be called from any thread. Cancelling a caller's own task ends that
+/// caller's wait at once, not the pooled task, which keeps its key until it is over.
 template <class Result>
 class OmbrixTaskPooler final {
  public:
@@ -53,26 +50,33 @@ class OmbrixTaskPooler final {
   };
 
   static platform::Async<Result> pool(std::shared_ptr<State> state, Work task, std::string key) {
-    bool isCreator = false;
     auto join = [&]() -> platform::Task<Result> {
       const auto running = state->tasks.find(key);
       if (running != state->tasks.end()) return running->second;
-      isCreator = true;
-      return state->tasks.emplace(key, platform::startTask(std::move(task))).first->second;
+      auto work = [state, task = std::move(task), key]() mutable {
+        return finish(std::move(state), std::move(task), std::move(key));
+      };
+      return state->tasks.emplace(key, platform::startTask(std::move(work))).first->second;
     };
     const auto pooled = co_await state->serial.run(join);
+    Result value = co_await pooled;
+    co_return value;
+  }
+
+  // The pooled task itself frees its key, before anyone hears of its end: every caller may have
+  // gone by then.
+  static platform::Async<Result> finish(std::shared_ptr<State> state, Work task, std::string key) {
     std::exception_ptr failure;
     std::optional<Result> result;
     try {
-      Result value = co_await pooled;
+      auto work = task();
+      Result value = co_await std::move(work);
       result.emplace(std::move(value));
     } catch (...) {
       failure = std::current_exception();
     }
-    if (isCreator) {
-      auto leave = [&] { state->tasks.erase(key); };
-      co_await state->serial.run(leave);
-    }
+    auto leave = [&] { state->tasks.erase(key); };
+    co_await state->serial.run(leave);
     if (failure) std::rethrow_exception(failure);
     co_return std::move(*result);
   }

@@ -87,7 +87,8 @@ class [[nodiscard]] Async {
   T get() && {
     const TaskContext context{poolExecutor(), {}};
     detail::BlockingWait wait;
-    if (begin(context, wait.resumption())) wait.wait();
+    begin(context, wait.resumption());
+    wait.wait();
     return outcome().take();
   }
 
@@ -97,10 +98,10 @@ class [[nodiscard]] Async {
   /// For awaiting from a coroutine, which it then belongs to: it runs with its context.
   auto operator co_await() && noexcept { return Awaiter{handle_}; }
 
-  /// Building blocks of things that wait: runs until it first waits, true when it is not over and
-  /// the resumption will be called; then its outcome.
-  bool begin(const TaskContext& context, detail::Resumption resumption) {
-    return handle_.promise().begin(handle_, context, resumption);
+  /// Building blocks of things that wait: runs until it first waits, and calls the resumption once
+  /// it is over, perhaps inside this call; then its outcome.
+  void begin(const TaskContext& context, detail::Resumption resumption) {
+    handle_.promise().begin(handle_, context, resumption);
   }
   detail::Outcome<T>& outcome() { return handle_.promise().outcome(); }
 
@@ -112,9 +113,8 @@ class [[nodiscard]] Async {
 
     bool await_ready() const noexcept { return false; }
     template <detail::HasTaskContext Parent>
-    bool await_suspend(std::coroutine_handle<Parent> parent) {
-      return handle.promise().begin(handle, parent.promise().context(),
-                                    detail::resumptionOf(parent));
+    void await_suspend(std::coroutine_handle<Parent> parent) {
+      handle.promise().beginFor(parent, handle, parent.promise().context());
     }
     T await_resume() { return handle.promise().outcome().take(); }
   };

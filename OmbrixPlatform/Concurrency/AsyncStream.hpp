@@ -45,47 +45,60 @@ class AsyncStream {
         waiter.swap(waiting);
         handler.swap(onTermination);
       }
-      if (handler) handler();
+      if (handler) callOut("a termination handler", handler);
       if (waiter) waiter->resume();
     }
   };
 
  public:
-  /// The producing end. Copyable. Any thread; nothing counts after the stream has ended.
+  /// The producing end. Copyable; the stream ends when the last copy goes. Any thread; nothing
+  /// counts after the stream has ended.
   class Continuation {
    public:
     void yield(T value) const {
       std::optional<platform::Continuation<void>> waiter;
       {
-        const std::lock_guard lock(state_->mutex);
-        if (state_->isOver) return;
-        state_->buffer.push_back(std::move(value));
-        waiter.swap(state_->waiting);
+        const std::lock_guard lock(state().mutex);
+        if (state().isOver) return;
+        state().buffer.push_back(std::move(value));
+        waiter.swap(state().waiting);
       }
       if (waiter) waiter->resume();
     }
-    void finish() const { state_->end(nullptr, false); }
+    void finish() const { state().end(nullptr, false); }
 
     /// Ends the stream with an exception, which `next` throws after the buffered values.
-    void finish(std::exception_ptr error) const { state_->end(std::move(error), false); }
+    void finish(std::exception_ptr error) const { state().end(std::move(error), false); }
 
     /// Called once when the stream ends, for whatever reason; at once when it has ended.
     void onTermination(std::function<void()> handler) const {
       {
-        const std::lock_guard lock(state_->mutex);
-        if (!state_->isOver) {
-          state_->onTermination.swap(handler);
+        const std::lock_guard lock(state().mutex);
+        if (!state().isOver) {
+          state().onTermination.swap(handler);
           return;
         }
       }
-      handler();
+      callOut("a termination handler", handler);
     }
 
    private:
     friend class AsyncStream;
-    explicit Continuation(std::shared_ptr<State> state) : state_(std::move(state)) {}
+    struct Producer {
+      explicit Producer(std::shared_ptr<State> stream) : state(std::move(stream)) {}
+      Producer(const Producer&) = delete;
+      Producer& operator=(const Producer&) = delete;
+      ~Producer() { state->end(nullptr, false); }
 
-    std::shared_ptr<State> state_;
+      const std::shared_ptr<State> state;
+    };
+
+    explicit Continuation(std::shared_ptr<State> state)
+        : producer_(std::make_shared<const Producer>(std::move(state))) {}
+
+    State& state() const { return *producer_->state; }
+
+    std::shared_ptr<const Producer> producer_;
   };
 
   /// Makes a stream and hands its producing end to a function.

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <coroutine>
 #include <exception>
 #include <functional>
@@ -11,6 +10,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Async.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform {
 
@@ -18,13 +18,20 @@ namespace detail {
 
 template <class T>
 struct ContinuationState {
-  // Settling and suspending meet as in PromiseBase; the coroutine goes on through its executor, so
-  // that whoever settles is never held up by it.
+  // Settling and suspending meet here: whoever comes second lets the coroutine go on, through its
+  // executor, so that whoever settles is never held up by it.
   bool settle(auto&& fill) {
     if (isSettled.exchange(true)) return false;
     fill(outcome);
-    if (met.exchange(true)) executor->post(resumptionOf(handle));
+    if (met.exchange(true)) {
+      const auto target = executor;  // the coroutine may end, and its task go, meanwhile
+      target->post(resumptionOf(handle));
+    }
     return true;
+  }
+  bool cancel() {
+    return settle(
+        [](auto& result) { result.setError(std::make_exception_ptr(CancellationError())); });
   }
 
   std::atomic<bool> isSettled{false};
@@ -38,25 +45,37 @@ struct ContinuationState {
 }  // namespace detail
 
 /// The other end of a suspended coroutine, for code that works with callbacks. Copyable; the first
-/// call of `resume` or `fail` continues the coroutine, later ones do nothing. Any thread.
+/// call of `resume` or `fail` continues the coroutine, later ones do nothing. When the last copy
+/// goes without a call, nobody can end the wait any more: it ends with `CancellationError`. Any
+/// thread.
 template <class T>
 class Continuation {
  public:
   explicit Continuation(std::shared_ptr<detail::ContinuationState<T>> state)
-      : state_(std::move(state)) {}
+      : promise_(std::make_shared<const Promise>(std::move(state))) {}
 
   /// True when this call was the first.
   template <class... Value>
   bool resume(Value&&... value) const {
-    return state_->settle(
+    return promise_->state->settle(
         [&](auto& outcome) { outcome.emplaceValue(std::forward<Value>(value)...); });
   }
   bool fail(std::exception_ptr error) const {
-    return state_->settle([&](auto& outcome) { outcome.setError(std::move(error)); });
+    return promise_->state->settle([&](auto& outcome) { outcome.setError(std::move(error)); });
   }
 
  private:
-  std::shared_ptr<detail::ContinuationState<T>> state_;
+  struct Promise {
+    explicit Promise(std::shared_ptr<detail::ContinuationState<T>> coroutine)
+        : state(std::move(coroutine)) {}
+    Promise(const Promise&) = delete;
+    Promise& operator=(const Promise&) = delete;
+    ~Promise() { state->cancel(); }
+
+    const std::shared_ptr<detail::ContinuationState<T>> state;
+  };
+
+  std::shared_ptr<const Promise> promise_;
 };
 
 /// Suspends until the continuation handed to `body` is resumed.
@@ -80,9 +99,9 @@ Async<T> withContinuation(std::function<void(Continuation<T>)> body,
       const std::stop_token stopToken = handle.promise().context().stopToken;
       body(Continuation<T>(owner));
       if (!state.isSettled && stopToken.stop_possible()) {
-        state.onStop.emplace(stopToken, [continuation = Continuation<T>(owner), this] {
-          if (onCancel) onCancel();
-          continuation.fail(std::make_exception_ptr(CancellationError()));
+        state.onStop.emplace(stopToken, [this] {
+          if (onCancel) callOut("a cancellation handler", onCancel);
+          state.cancel();
         });
       }
       return !state.met.exchange(true);
@@ -100,55 +119,6 @@ Async<T> withContinuation(std::function<void(Continuation<T>)> body,
     T value = co_await awaiter;
     co_return value;
   }
-}
-
-/// Waits for a delay in seconds by the clock service; throws `CancellationError` when the task is
-/// cancelled meanwhile.
-Async<void> sleepFor(std::chrono::duration<double> delay);
-
-/// Thrown by `withTimeout`.
-class TimeoutError : public Error {
- public:
-  TimeoutError() : Error("the operation timed out") {}
-};
-
-namespace detail {
-
-/// A stop source that follows another and is requested after a delay.
-class Deadline;
-std::shared_ptr<Deadline> makeDeadline(std::chrono::duration<double> delay,
-                                       const std::stop_token& outer);
-std::stop_token stopToken(const Deadline& deadline);
-bool hasPassed(const Deadline& deadline);
-
-}  // namespace detail
-
-/// Awaits work with a time-out in seconds by the clock service: when it passes, the work is asked
-/// to stop, and if it ends as cancelled then, `TimeoutError` is thrown. Work that does not heed
-/// cancellation is waited for.
-template <class T>
-Async<T> withTimeout(Async<T> work, std::chrono::duration<double> delay) {
-  struct Awaiter {
-    Async<T>& work;
-    const TaskContext& context;
-
-    bool await_ready() const noexcept { return false; }
-    bool await_suspend(std::coroutine_handle<detail::Promise<T>> handle) {
-      return work.begin(context, detail::resumptionOf(handle));
-    }
-    void await_resume() const noexcept {}
-  };
-  const TaskContext& outer = co_await currentContext;
-  const auto deadline = detail::makeDeadline(delay, outer.stopToken);
-  const TaskContext inner{outer.executor, detail::stopToken(*deadline)};
-  Awaiter awaiter{work, inner};
-  co_await awaiter;
-  try {
-    co_return work.outcome().take();
-  } catch (const CancellationError&) {
-    if (!detail::hasPassed(*deadline)) throw;
-  }
-  throw TimeoutError();
 }
 
 }  // namespace ombrix::platform

@@ -5,9 +5,11 @@
 #include <semaphore>
 #include <vector>
 
+#include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -75,11 +77,13 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
       enqueueConcurrent(std::move(job), isBarrier);
       return;
     }
+    bool isSubmitted = false;
     {
       const std::lock_guard lock(mutex);
       waiting.push_back({std::move(job), false});
-      if (std::exchange(isDraining, true)) return;
+      isSubmitted = std::exchange(isDraining, true);
     }
+    if (isSubmitted) return detail::retryAfterShortage();
     submitDrain();
   }
 
@@ -105,9 +109,15 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
         job = std::move(waiting.front().job);
         waiting.pop_front();
       }
-      job();
+      callOut("a job", job);
     }
     submitDrain();
+  }
+
+  /// Whether what is posted now to a concurrent queue waits for all that runs in it.
+  bool isBlocked() {
+    const std::lock_guard lock(mutex);
+    return barrierRuns || !waiting.empty();
   }
 
   void enqueueConcurrent(Job job, bool isBarrier) {
@@ -129,7 +139,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
         [self = shared_from_this(), job = std::move(job)]() mutable {
           {
             const CurrentQueueScope scope(self.get());
-            job();
+            callOut("a job", job);
             job = nullptr;
           }
           self->finishedOne();
@@ -258,8 +268,14 @@ void DispatchQueue::asyncAfter(std::chrono::duration<double> delay, Job job) {
 bool DispatchQueue::isCurrent() const noexcept { return isCurrentState(state_.get()); }
 
 void DispatchQueue::runAndWait(std::function<void()> job) {
-  if (state_->kind != Kind::concurrent && isCurrent()) {
-    fatalError("sync called on the serial queue it runs on: " + label_);
+  if (isCurrent()) {
+    if (state_->kind != Kind::concurrent) {
+      fatalError("sync called on the serial queue it runs on: " + label_);
+    }
+    // A barrier that waits or runs lets nothing start before this very job has ended.
+    if (state_->isBlocked()) {
+      fatalError("sync called on the concurrent queue it runs on, across a barrier: " + label_);
+    }
   }
   if (state_->runInline(job)) return;
   std::binary_semaphore done{0};

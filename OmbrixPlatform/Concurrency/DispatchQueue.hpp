@@ -73,8 +73,9 @@ class DispatchQueue final : public Executor, public std::enable_shared_from_this
   void asyncAfter(std::chrono::duration<double> delay, Job job);
 
   /// Runs the closure on this queue, waits for it, and gives its result or lets its exception
-  /// through. On a serial queue that is already running on this thread it stops the program, since
-  /// it would wait for itself.
+  /// through. It stops the program where it would wait for itself: on a serial queue that is
+  /// already running on this thread, and on a concurrent one from a job that a barrier waits for or
+  /// that is a barrier.
   template <class Closure>
   auto sync(Closure&& closure) -> std::invoke_result_t<Closure&>;
 

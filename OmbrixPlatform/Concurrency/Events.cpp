@@ -19,6 +19,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 
@@ -84,7 +85,7 @@ class EventToken::State : public std::enable_shared_from_this<State> {
       isRunning_ = true;
       runner_ = std::this_thread::get_id();
     }
-    handler_();
+    callOut("a timer's or descriptor's handler", handler_);
     // The handler's captures may own the token: they go while this thread still counts as running.
     EventHandler released;
     bool isOver = isLast;

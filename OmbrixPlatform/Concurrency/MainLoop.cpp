@@ -1,13 +1,20 @@
 #include "OmbrixPlatform/Concurrency/MainLoop.hpp"
 
 #include <chrono>
+#include <exception>
 #include <thread>
 #include <utility>
+
+#include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform {
 namespace {
 
 constexpr std::chrono::seconds kOwnThreadIdleTime{5};
+
+thread_local const MainLoop* loopOfJob = nullptr;  // whose job this thread runs
 
 }  // namespace
 
@@ -23,10 +30,15 @@ void MainLoop::post(Job job) {
   if (!isAdopted_) startOwnThread();
 }
 
+// What waits stays when no thread can be made; the next post tries again.
 void MainLoop::startOwnThread() {
   if (ownThreadServes_) return;
-  ownThreadServes_ = true;
-  std::thread([this, self = shared_from_this()] { serve(); }).detach();
+  try {
+    std::thread([this, self = shared_from_this()] { serve(); }).detach();
+    ownThreadServes_ = true;
+  } catch (const std::exception&) {
+    detail::threadsAreShort = true;
+  }
 }
 
 bool MainLoop::runOne(std::unique_lock<std::mutex>& lock) {
@@ -34,8 +46,10 @@ bool MainLoop::runOne(std::unique_lock<std::mutex>& lock) {
   Job job = std::move(jobs_.front());
   jobs_.pop_front();
   lock.unlock();
-  job();
+  const auto* outer = std::exchange(loopOfJob, this);
+  callOut("a job of the main queue", job);
   job = nullptr;
+  loopOfJob = outer;
   lock.lock();
   return true;
 }
@@ -50,6 +64,7 @@ void MainLoop::serve() {
 
 // Waits for the job that the library's own thread runs now: there is one main thread at a time.
 void MainLoop::adopt(std::unique_lock<std::mutex>& lock) {
+  if (loopOfJob == this) fatalError("the main queue was pumped or run inside one of its own jobs");
   isAdopted_ = true;
   changed_.notify_all();
   changed_.wait(lock, [this] { return !ownThreadServes_; });

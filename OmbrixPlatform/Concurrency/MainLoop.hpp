@@ -13,6 +13,8 @@ namespace ombrix::platform {
 /// host does not, a thread of the library's own, which ends when it has had nothing to do for a
 /// while.
 ///
+/// Running or pumping it inside one of its jobs would wait for that job: it stops the program.
+///
 /// A host with a loop of its own calls `pump` from it, or puts an executor of its own into the
 /// `mainExecutor` service.
 class MainLoop final : public Executor, public std::enable_shared_from_this<MainLoop> {

@@ -1,12 +1,13 @@
 #include "OmbrixPlatform/Concurrency/NSOperation.hpp"
 
-#include <array>
+#include <algorithm>
 #include <iterator>
 #include <mutex>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -16,35 +17,44 @@ constexpr std::string_view kStateKeys[] = {"ready", "executing", "finished", "ca
 }  // namespace
 
 NSOperation::NSOperation() = default;
-NSOperation::~NSOperation() = default;
 
-bool NSOperation::isReady() const {
-  if (isCancelled()) return true;
-  const std::lock_guard lock(mutex_);
-  return unfinishedDependencies_ == 0;
-}
-
-bool NSOperation::isExecuting() const { return phase_.load() == Phase::executing; }
-bool NSOperation::isFinished() const { return phase_.load() == Phase::finished; }
-
-void NSOperation::start() {
-  auto expected = Phase::ready;
-  if (!phase_.compare_exchange_strong(expected, Phase::executing)) return;
-  // An asynchronous operation announces its own state; the phases here only keep the second start
-  // out.
-  if (isAsynchronous()) {
-    if (!isCancelled()) main();
-    phase_.store(Phase::finished);
+// A chain of dependencies is let go link by link: inside each other the destructors of a long one
+// would overflow the stack.
+NSOperation::~NSOperation() {
+  static constinit thread_local std::vector<std::shared_ptr<NSOperation>>* released = nullptr;
+  if (dependencies_.empty()) return;
+  if (released) {
+    std::move(dependencies_.begin(), dependencies_.end(), std::back_inserter(*released));
     return;
   }
-  announceChange("executing", [] {});
-  if (!isCancelled()) main();
-  announceChange("finished", [this] { phase_.store(Phase::finished); });
+  released = &dependencies_;
+  while (!released->empty()) {
+    const auto last = std::move(released->back());
+    released->pop_back();
+  }
+  released = nullptr;
+}
+
+bool NSOperation::isReady() const { return isCancelled() || unfinishedDependencies() == 0; }
+bool NSOperation::isExecuting() const {
+  return (flags_.load() & (kExecuting | kFinished)) == kExecuting;
+}
+bool NSOperation::isFinished() const { return (flags_.load() & kFinished) != 0; }
+
+void NSOperation::start() {
+  const auto before = flags_.fetch_or(kExecuting);
+  if ((before & kExecuting) != 0) return;
+  const bool announcesItself = isAsynchronous();
+  if (!announcesItself) announce("executing", before, before | kExecuting);
+  if (!isCancelled()) callOut("an operation's main()", [this] { main(); });
+  if (announcesItself) return;
+  const auto during = flags_.fetch_or(kFinished);
+  announce("finished", during, during | kFinished);
 }
 
 void NSOperation::cancel() {
-  if (isCancelled()) return;
-  announceChange("cancelled", [this] { isCancelled_.store(true); });
+  const auto before = flags_.fetch_or(kCancelled);
+  if ((before & kCancelled) == 0) announce("cancelled", before, before | kCancelled);
 }
 
 void NSOperation::addDependency(const std::shared_ptr<NSOperation>& operation) {
@@ -96,20 +106,33 @@ std::set<std::string> NSOperation::keyPathsForValuesAffectingValue(std::string_v
   return {};
 }
 
-void NSOperation::announceChange(std::string_view key, const std::function<void()>& change) {
+void NSOperation::announce(std::string_view key, const Values& before, const Values& after) {
   const auto keepAlive = weak_from_this().lock();
-  std::array<std::string_view, std::size(kStateKeys) + 1> affected{key};
-  std::size_t count = 1;
-  for (const auto other : kStateKeys) {
-    if (other != key && isObserved(other) &&
-        keyPathsForValuesAffectingValue(other).contains(std::string(key))) {
-      affected[count++] = other;
+  if (isObserved()) {
+    announceChange(key, before(key), after(key));
+    for (const auto other : kStateKeys) {
+      if (other != key && keyPathsForValuesAffectingValue(other).contains(std::string(key))) {
+        announceChange(other, before(other), after(other));
+      }
     }
   }
-  for (std::size_t i = 0; i < count; ++i) willChangeValueForKey(affected[i]);
-  change();
-  while (count > 0) didChangeValueForKey(affected[--count]);
   lookAgain();
+}
+
+void NSOperation::announce(std::string_view key, std::uint32_t before, std::uint32_t after) {
+  announce(
+      key, [&](auto each) { return valueIn(before, unfinishedDependencies(), each); },
+      [&](auto each) { return valueIn(after, unfinishedDependencies(), each); });
+}
+
+std::optional<std::int64_t> NSOperation::valueIn(std::uint32_t state,
+                                                 std::size_t unfinishedDependencies,
+                                                 std::string_view key) const {
+  if (key == "ready") return (state & kCancelled) != 0 || unfinishedDependencies == 0;
+  if (key == "executing") return (state & (kExecuting | kFinished)) == kExecuting;
+  if (key == "finished") return (state & kFinished) != 0;
+  if (key == "cancelled") return (state & kCancelled) != 0;
+  return std::nullopt;
 }
 
 std::optional<std::int64_t> NSOperation::valueForKey(std::string_view key) const {
@@ -123,25 +146,25 @@ std::optional<std::int64_t> NSOperation::valueForKey(std::string_view key) const
 void NSOperation::lookAgain() {
   if (isFinished()) {
     finishOnce();
-  } else if (const auto queue = owner()) {
-    queue->operationChanged(*this);
+  } else if (const auto listener = queue()) {
+    listener->operationChanged(*this);
   }
 }
 
 void NSOperation::finishOnce() {
   std::vector<std::weak_ptr<NSOperation>> dependants;
   std::vector<std::shared_ptr<NSOperation>> dependencies;
-  std::shared_ptr<detail::OperationOwner> queue;
+  std::shared_ptr<detail::OperationListener> listener;
   std::function<void()> completionBlock;
   {
     const std::lock_guard lock(mutex_);
     if (hasFinished_.exchange(1) != 0) return;
     dependants.swap(dependants_);
     dependencies.swap(dependencies_);
-    queue = std::move(owner_);
+    listener = std::move(queue_);
     completionBlock.swap(completionBlock_);
   }
-  if (queue) queue->operationFinished(*this);
+  if (listener) listener->operationFinished(*this);
   for (const auto& weak : dependants) {
     if (const auto dependant = weak.lock()) dependant->dependencyFinished();
   }
@@ -150,22 +173,32 @@ void NSOperation::finishOnce() {
 }
 
 void NSOperation::dependencyFinished() {
-  announceChange("ready", [this] {
+  std::size_t left = 0;
+  {
     const std::lock_guard lock(mutex_);
-    --unfinishedDependencies_;
-  });
+    left = --unfinishedDependencies_;
+  }
+  const auto state = flags_.load();
+  announce(
+      "ready", [&](auto key) { return valueIn(state, left + 1, key); },
+      [&](auto key) { return valueIn(state, left, key); });
 }
 
-bool NSOperation::enter(std::shared_ptr<detail::OperationOwner> owner) {
+std::size_t NSOperation::unfinishedDependencies() const {
+  const std::lock_guard lock(mutex_);
+  return unfinishedDependencies_;
+}
+
+bool NSOperation::enter(std::shared_ptr<detail::OperationListener> queue) {
   const std::lock_guard lock(mutex_);
   if (std::exchange(wasQueued_, true)) return false;
-  if (hasFinished_.load() == 0) owner_ = std::move(owner);
+  if (hasFinished_.load() == 0) queue_ = std::move(queue);
   return true;
 }
 
-std::shared_ptr<detail::OperationOwner> NSOperation::owner() const {
+std::shared_ptr<detail::OperationListener> NSOperation::queue() const {
   const std::lock_guard lock(mutex_);
-  return owner_;
+  return queue_;
 }
 
 }  // namespace ombrix::platform

@@ -19,15 +19,28 @@ class NSOperation;
 
 namespace detail {
 
-/// What an operation knows of the queue it is in.
-class OperationOwner {
- public:
-  virtual ~OperationOwner() = default;
-  virtual void operationChanged(NSOperation& operation) = 0;
-  virtual void operationFinished(NSOperation& operation) = 0;
+struct OperationSegment;
 
-  /// The owner's own record of an operation.
-  struct Entry;
+/// What the queue that an operation is in keeps about it; guarded by the queue.
+struct OperationEntry {
+  std::shared_ptr<NSOperation> operation;  // while it is in the queue
+  OperationSegment* segment = nullptr;
+  NSOperation* previous = nullptr;  // in the order of adding
+  NSOperation* next = nullptr;
+  bool isQueued = false;  // in the ready list of its segment, or started
+  bool isStarted = false;
+};
+
+/// Who is told what an operation in a queue does: the queue. No lock is held.
+class OperationListener {
+ public:
+  virtual ~OperationListener() = default;
+
+  /// It may have become ready.
+  virtual void operationChanged(NSOperation& operation) = 0;
+
+  /// Once.
+  virtual void operationFinished(NSOperation& operation) = 0;
 };
 
 }  // namespace detail
@@ -36,8 +49,10 @@ class OperationOwner {
 ///
 /// A subclass overrides `main`, or, when it finishes later than `start` returns, `start`,
 /// `isExecuting`, `isFinished` and `isAsynchronous`, and announces each change of these with
-/// `announceChange`. Observable keys: "ready", "executing", "finished", "cancelled" (1 or 0), and
-/// what subclasses add. All operations may be called from any thread; overrides too.
+/// `announce`, once it has decided and stored it in one step. Observable keys: "ready",
+/// "executing", "finished", "cancelled" (1 or 0), and what subclasses add; the calls for one change
+/// come after it, with the values before and after. All operations may be called from any thread;
+/// overrides too.
 class NSOperation : public KeyValueObserving<std::int64_t>,
                     public std::enable_shared_from_this<NSOperation> {
  public:
@@ -50,7 +65,7 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   [[nodiscard]] virtual bool isExecuting() const;
   [[nodiscard]] virtual bool isFinished() const;
   [[nodiscard]] virtual bool isAsynchronous() const { return false; }
-  [[nodiscard]] bool isCancelled() const { return isCancelled_.load(); }
+  [[nodiscard]] bool isCancelled() const { return (flags_.load() & kCancelled) != 0; }
 
   /// Runs `main` unless it is cancelled, and finishes. Does nothing the second time. Called by the
   /// queue, on its threads.
@@ -82,34 +97,44 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
       std::string_view key) const;
 
  protected:
-  /// Runs `change`, which changes the property `key`, between the announcements to observers of the
-  /// key and of all that it affects; then dependants and the queue look at the operation again. No
-  /// lock may be held.
-  void announceChange(std::string_view key, const std::function<void()>& change);
+  /// The value of a key at one moment; nothing for a key that is unknown.
+  using Values = std::function<std::optional<std::int64_t>(std::string_view key)>;
+
+  /// Tells the observers of a key, and of all keys that it affects, of a change that was made; then
+  /// dependants and the queue look at the operation again. Once for each change, with no lock held.
+  void announce(std::string_view key, const Values& before, const Values& after);
 
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
 
  private:
   friend class NSOperationQueue;
-  enum class Phase : std::uint8_t { ready, executing, finished };
 
+  // The one word of the state. An operation that is asynchronous keeps its own beside it, and of
+  // this one only whether it was started and cancelled.
+  static constexpr std::uint32_t kExecuting = 1;
+  static constexpr std::uint32_t kFinished = 2;
+  static constexpr std::uint32_t kCancelled = 4;
+
+  std::optional<std::int64_t> valueIn(std::uint32_t state, std::size_t unfinishedDependencies,
+                                      std::string_view key) const;
+  void announce(std::string_view key, std::uint32_t before, std::uint32_t after);
   void lookAgain();
   void finishOnce();
   void dependencyFinished();
+  std::size_t unfinishedDependencies() const;
   /// Enters the queue once in a lifetime; false the second time.
-  bool enter(std::shared_ptr<detail::OperationOwner> owner);
-  std::shared_ptr<detail::OperationOwner> owner() const;
+  bool enter(std::shared_ptr<detail::OperationListener> queue);
+  std::shared_ptr<detail::OperationListener> queue() const;
 
-  std::atomic<bool> isCancelled_{false};
-  std::atomic<Phase> phase_{Phase::ready};
+  std::atomic<std::uint32_t> flags_{0};
   std::atomic<std::uint32_t> hasFinished_{0};
-  mutable FutexLock mutex_;
+  detail::OperationEntry entry_;
+  mutable FutexLock mutex_;  // guards what follows
   bool wasQueued_ = false;
   std::size_t unfinishedDependencies_ = 0;
   std::vector<std::shared_ptr<NSOperation>> dependencies_;
   std::vector<std::weak_ptr<NSOperation>> dependants_;
-  std::shared_ptr<detail::OperationOwner> owner_;
-  std::shared_ptr<detail::OperationOwner::Entry> entry_;  // guarded by the owner
+  std::shared_ptr<detail::OperationListener> queue_;
   std::function<void()> completionBlock_;
   std::string name_;
 };

@@ -10,33 +10,19 @@
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform {
-namespace {
-
-using EntryPointer = std::shared_ptr<detail::OperationOwner::Entry>;
 
 // The operations between two barriers, and the barrier that follows them. Only the first segment
 // of a queue runs.
-struct Segment {
+struct detail::OperationSegment {
   std::size_t unfinished = 0;
-  std::deque<EntryPointer> ready;
+  std::deque<std::shared_ptr<NSOperation>> ready;
   std::function<void()> barrier;
   bool hasBarrier = false;
   bool barrierRuns = false;
 };
 
-}  // namespace
-
-struct detail::OperationOwner::Entry {
-  std::shared_ptr<NSOperation> operation;
-  Segment* segment;
-  std::list<EntryPointer>::iterator position;
-  bool isQueued = false;  // in the ready list of its segment, or started
-  bool isStarted = false;
-  bool isRemoved = false;
-};
-
 // Shared by the queue object and the operations in it, so that these finish without the former.
-class NSOperationQueue::State final : public detail::OperationOwner,
+class NSOperationQueue::State final : public detail::OperationListener,
                                       public std::enable_shared_from_this<State> {
  public:
   void setQueue(std::weak_ptr<NSOperationQueue> queue) { queue_ = std::move(queue); }
@@ -46,20 +32,22 @@ class NSOperationQueue::State final : public detail::OperationOwner,
     if (!operation->enter(shared_from_this())) {
       fatalError("an operation was added to a queue twice");
     }
+    NSOperation& added = *operation;
     announce([&] {
-      const auto entry = std::make_shared<Entry>();
-      entry->operation = operation;
       const std::lock_guard lock(mutex_);
-      entry->segment = &segments_.back();
-      ++entry->segment->unfinished;
-      entry->position = entries_.insert(entries_.end(), entry);
-      operation->entry_ = entry;
+      auto& entry = added.entry_;
+      entry.operation = operation;
+      entry.segment = &segments_.back();
+      ++entry.segment->unfinished;
+      entry.previous = std::exchange(last_, &added);
+      (entry.previous ? entry.previous->entry_.next : first_) = &added;
+      ++count_;
     });
     // It may have finished by other hands before it was in the list.
     if (operation->isFinished()) {
-      operationFinished(*operation);
+      operationFinished(added);
     } else {
-      operationChanged(*operation);
+      operationChanged(added);
     }
   }
 
@@ -67,27 +55,44 @@ class NSOperationQueue::State final : public detail::OperationOwner,
     if (!operation.isReady() || operation.isExecuting()) return;
     {
       const std::lock_guard lock(mutex_);
-      const auto entry = operation.entry_;
-      if (!entry || entry->isQueued) return;
-      entry->isQueued = true;
-      entry->segment->ready.push_back(entry);
+      auto& entry = operation.entry_;
+      if (!entry.operation || entry.isQueued) return;
+      entry.isQueued = true;
+      entry.segment->ready.push_back(entry.operation);
     }
     pump();
   }
 
   void operationFinished(NSOperation& operation) override {
-    EntryPointer entry;
+    std::shared_ptr<NSOperation> removed;
     announce([&] {
       const std::lock_guard lock(mutex_);
-      entry = std::exchange(operation.entry_, nullptr);
-      if (!entry) return;
-      entry->isRemoved = true;
-      entries_.erase(entry->position);
-      --entry->segment->unfinished;
-      if (entry->isStarted) --running_;
+      auto& entry = operation.entry_;
+      removed = std::move(entry.operation);
+      if (!removed) return;
+      (entry.previous ? entry.previous->entry_.next : first_) = entry.next;
+      (entry.next ? entry.next->entry_.previous : last_) = entry.previous;
+      --count_;
+      --entry.segment->unfinished;
+      if (entry.isStarted) --running_;
       notifyIfEmpty();
     });
-    if (entry) pump();
+    if (removed) pump();
+  }
+
+  /// The queue object is gone. What a width of 0 holds back could never start: it is cancelled, and
+  /// finishes.
+  void queueIsGone() {
+    {
+      const std::lock_guard lock(mutex_);
+      if (width_ != 0) return;
+    }
+    for (const auto& operation : operations()) operation->cancel();
+    {
+      const std::lock_guard lock(mutex_);
+      width_ = kDefaultMaxConcurrentOperationCount;
+    }
+    pump();
   }
 
   void addBarrier(std::function<void()> block) {
@@ -103,8 +108,10 @@ class NSOperationQueue::State final : public detail::OperationOwner,
   std::vector<std::shared_ptr<NSOperation>> operations() const {
     const std::lock_guard lock(mutex_);
     std::vector<std::shared_ptr<NSOperation>> operations;
-    operations.reserve(entries_.size());
-    for (const auto& entry : entries_) operations.push_back(entry->operation);
+    operations.reserve(count_);
+    for (const auto* each = first_; each; each = each->entry_.next) {
+      operations.push_back(each->entry_.operation);
+    }
     return operations;
   }
 
@@ -123,46 +130,50 @@ class NSOperationQueue::State final : public detail::OperationOwner,
   }
 
   void pump() {
-    std::vector<std::shared_ptr<NSOperation>> startable;
-    std::function<void()> barrier;
-    bool runsBarrier = false;
-    std::shared_ptr<DispatchQueue> target;
-    {
-      const std::lock_guard lock(mutex_);
-      target = target_;
-      Segment& segment = segments_.front();
-      while (!segment.ready.empty() &&
-             (width_ < 0 || running_ < static_cast<std::size_t>(width_))) {
-        const auto entry = std::move(segment.ready.front());
-        segment.ready.pop_front();
-        if (entry->isRemoved) continue;
-        entry->isStarted = true;
-        ++running_;
-        startable.push_back(entry->operation);
-      }
-      if (segment.unfinished == 0 && segment.hasBarrier && !segment.barrierRuns) {
-        segment.barrierRuns = true;
-        barrier = std::move(segment.barrier);
-        runsBarrier = true;
-      }
-    }
-    for (auto& operation : startable) {
-      target->async([operation = std::move(operation)] { operation->start(); });
-    }
-    if (runsBarrier) {
-      target->async([self = shared_from_this(), barrier = std::move(barrier)] {
-        barrier();
-        self->barrierFinished();
-      });
+    while (startNext()) {
     }
   }
 
   std::string name_;
   std::ptrdiff_t width_ = kDefaultMaxConcurrentOperationCount;
   std::shared_ptr<DispatchQueue> target_ = DispatchQueue::global().shared_from_this();
-  std::list<EntryPointer> entries_;
+  std::size_t count_ = 0;
 
  private:
+  /// Starts an operation or a barrier, if one may start now.
+  bool startNext() {
+    std::shared_ptr<NSOperation> operation;
+    std::function<void()> barrier;
+    std::shared_ptr<DispatchQueue> target;
+    {
+      const std::lock_guard lock(mutex_);
+      auto& segment = segments_.front();
+      auto& ready = segment.ready;
+      if (!ready.empty() && (width_ < 0 || running_ < static_cast<std::size_t>(width_))) {
+        operation = std::move(ready.front());
+        ready.pop_front();
+        if (!operation->entry_.operation) return true;  // it has finished by other hands
+        operation->entry_.isStarted = true;
+        ++running_;
+      } else if (segment.unfinished == 0 && segment.hasBarrier && !segment.barrierRuns) {
+        segment.barrierRuns = true;
+        barrier = std::move(segment.barrier);
+      } else {
+        return false;
+      }
+      target = target_;
+    }
+    if (operation) {
+      target->async([operation = std::move(operation)] { operation->start(); });
+      return true;
+    }
+    target->async([self = shared_from_this(), barrier = std::move(barrier)] {
+      barrier();
+      self->barrierFinished();
+    });
+    return false;
+  }
+
   void barrierFinished() {
     {
       const std::lock_guard lock(mutex_);
@@ -172,7 +183,7 @@ class NSOperationQueue::State final : public detail::OperationOwner,
     pump();
   }
 
-  bool isEmpty() const { return entries_.empty() && segments_.size() == 1; }
+  bool isEmpty() const { return count_ == 0 && segments_.size() == 1; }
   void notifyIfEmpty() {
     if (isEmpty()) emptied_.notify_all();
   }
@@ -180,12 +191,13 @@ class NSOperationQueue::State final : public detail::OperationOwner,
   template <class Change>
   void announce(Change change) {
     const auto queue = queue_.lock();
-    if (queue) {
+    const bool isObserved = queue && queue->isObserved();
+    if (isObserved) {
       queue->willChangeValueForKey("operations");
       queue->willChangeValueForKey("operationCount");
     }
     change();
-    if (queue) {
+    if (isObserved) {
       queue->didChangeValueForKey("operationCount");
       queue->didChangeValueForKey("operations");
     }
@@ -194,7 +206,9 @@ class NSOperationQueue::State final : public detail::OperationOwner,
   std::weak_ptr<NSOperationQueue> queue_;
   mutable std::mutex mutex_;
   std::condition_variable emptied_;
-  std::list<Segment> segments_{1};
+  NSOperation* first_ = nullptr;
+  NSOperation* last_ = nullptr;
+  std::list<detail::OperationSegment> segments_{1};
   std::size_t running_ = 0;
 };
 
@@ -208,7 +222,7 @@ NSOperationQueue::NSOperationQueue(Passkey, std::string name) : state_(std::make
   state_->name_ = std::move(name);
 }
 
-NSOperationQueue::~NSOperationQueue() = default;
+NSOperationQueue::~NSOperationQueue() { state_->queueIsGone(); }
 
 std::string NSOperationQueue::name() const {
   return state_->locked([](State& state) { return state.name_; });
@@ -257,11 +271,11 @@ std::vector<std::shared_ptr<NSOperation>> NSOperationQueue::operations() const {
 }
 
 std::size_t NSOperationQueue::operationCount() const {
-  return state_->locked([](State& state) { return state.entries_.size(); });
+  return state_->locked([](State& state) { return state.count_; });
 }
 
 bool NSOperationQueue::contains(const NSOperation& operation) const {
-  return operation.owner() == state_;
+  return operation.queue() == state_;
 }
 
 void NSOperationQueue::cancelAllOperations() {

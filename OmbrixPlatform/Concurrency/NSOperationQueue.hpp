@@ -19,7 +19,8 @@ namespace ombrix::platform {
 ///
 /// Observable keys: "operations" and "operationCount", both with the count as value, announced on
 /// the thread that adds or finishes, with no lock held. Operations that were added are finished
-/// also when the queue object is gone. Any thread.
+/// also when the queue object is gone; those that a width of 0 holds back then are cancelled. Any
+/// thread.
 class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
                                public std::enable_shared_from_this<NSOperationQueue> {
   struct Passkey {};

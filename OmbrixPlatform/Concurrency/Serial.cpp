@@ -4,9 +4,11 @@
 #include <mutex>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -19,11 +21,13 @@ constexpr unsigned kJobsPerTurn = 64;
 // and out of an uncontended section never takes it.
 struct Serial::State : std::enable_shared_from_this<State> {
   void enqueue(Job job) {
+    bool isSubmitted = false;
     {
       const std::lock_guard lock(mutex);
       waiting.push_back(std::move(job));
-      if (word.exchange(kQueued, std::memory_order_acq_rel) != kIdle) return;
+      isSubmitted = word.exchange(kQueued, std::memory_order_acq_rel) != kIdle;
     }
+    if (isSubmitted) return detail::retryAfterShortage();
     scheduleDrain();
   }
 
@@ -44,7 +48,7 @@ struct Serial::State : std::enable_shared_from_this<State> {
         waiting.pop_front();
       }
       const Inside inside(&word);
-      job();
+      callOut("a job of an actor", job);
       job = nullptr;
     }
     scheduleDrain();

@@ -1,7 +1,5 @@
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 
-#include "OmbrixPlatform/Concurrency/Continuation.hpp"
-#include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -22,43 +20,70 @@ void checkMayBlock() {
 }
 
 void BlockingWait::wait() {
-  checkMayBlock();
   if (semaphore_.try_acquire()) return;
+  checkMayBlock();
   const ThreadPool::BlockingScope blocking;
   semaphore_.acquire();
 }
 
-class Deadline {
- public:
-  Deadline(std::chrono::duration<double> delay, const std::stop_token& outer)
-      : follow_(outer, [this] { stop_.request_stop(); }), timer_(after(delay, [this] {
-          hasPassed_ = true;
-          stop_.request_stop();
-        })) {}
-
-  std::stop_source stop_;
-  std::atomic<bool> hasPassed_{false};
-
- private:
-  std::stop_callback<std::function<void()>> follow_;
-  EventToken timer_;
-};
-
-std::shared_ptr<Deadline> makeDeadline(std::chrono::duration<double> delay,
-                                       const std::stop_token& outer) {
-  return std::make_shared<Deadline>(delay, outer);
+bool TaskStateBase::isFinished() const {
+  const std::lock_guard lock(mutex_);
+  return isFinished_;
 }
-std::stop_token stopToken(const Deadline& deadline) { return deadline.stop_.get_token(); }
-bool hasPassed(const Deadline& deadline) { return deadline.hasPassed_; }
+
+bool TaskStateBase::addWaiter(TaskWaiter& waiter) {
+  const std::lock_guard lock(mutex_);
+  if (isFinished_) return false;
+  waiter.isListed = true;
+  waiter.previous = std::exchange(last_, &waiter);
+  (waiter.previous ? waiter.previous->next : first_) = &waiter;
+  return true;
+}
+
+bool TaskStateBase::removeWaiter(TaskWaiter& waiter) {
+  const std::lock_guard lock(mutex_);
+  if (isFinished_ || !std::exchange(waiter.isListed, false)) return false;
+  (waiter.previous ? waiter.previous->next : first_) = waiter.next;
+  (waiter.next ? waiter.next->previous : last_) = waiter.previous;
+  return true;
+}
+
+// From the flag on nobody changes the list; a waiter may be gone once it was called.
+void TaskStateBase::finish() {
+  {
+    const std::lock_guard lock(mutex_);
+    isFinished_ = true;
+  }
+  for (auto* waiter = first_; waiter;) {
+    const auto resumption = waiter->resumption;
+    waiter = waiter->next;
+    resumption();
+  }
+}
+
+bool TaskWait::begin(TaskStateBase& task, std::coroutine_handle<> coroutine,
+                     const TaskContext& context) {
+  task_ = &task;
+  context_ = &context;
+  coroutine_ = coroutine;
+  waiter_.resumption = {[](void* self) { static_cast<TaskWait*>(self)->end(); }, this};
+  if (!task.addWaiter(waiter_)) return false;
+  if (context.stopToken.stop_possible()) onStop_.emplace(context.stopToken, Stop{*this});
+  return !met_.exchange(true);
+}
+
+void TaskWait::end() {
+  if (!met_.exchange(true)) return;
+  const auto executor = context_->executor;  // the coroutine may end, and its task go, meanwhile
+  executor->post(resumptionOf(coroutine_));
+}
+
+void TaskWait::Stop::operator()() const noexcept {
+  if (!wait.task_->removeWaiter(wait.waiter_)) return;
+  wait.wasCancelled_ = true;
+  wait.end();
+}
 
 }  // namespace detail
-
-Async<void> sleepFor(std::chrono::duration<double> delay) {
-  const auto timer = std::make_shared<EventToken>();
-  const std::function<void(Continuation<void>)> body = [&](Continuation<void> continuation) {
-    *timer = after(delay, [continuation] { continuation.resume(); });
-  };
-  co_await withContinuation<void>(body);
-}
 
 }  // namespace ombrix::platform

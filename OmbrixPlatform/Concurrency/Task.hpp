@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <concepts>
 #include <coroutine>
 #include <functional>
@@ -8,7 +9,6 @@
 #include <optional>
 #include <stop_token>
 #include <utility>
-#include <vector>
 
 #include "OmbrixPlatform/Concurrency/Async.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
@@ -17,41 +17,59 @@ namespace ombrix::platform {
 
 namespace detail {
 
+/// One who waits for a task; lives where it waits.
 struct TaskWaiter {
-  Resumption resumption;
-  std::shared_ptr<Executor> executor;  // none: called at once, on the finishing thread
+  Resumption resumption;  // called once on the thread that finishes the task; brief
+  TaskWaiter* previous = nullptr;
+  TaskWaiter* next = nullptr;
+  bool isListed = false;
+};
+
+/// What does not depend on the type of a task's value.
+class TaskStateBase {
+ public:
+  void cancel() { stop_.request_stop(); }
+  [[nodiscard]] bool isCancelled() const { return stop_.stop_requested(); }
+  [[nodiscard]] bool isFinished() const;
+
+  /// False when the task is over already, and the waiter will not be called.
+  bool addWaiter(TaskWaiter& waiter);
+
+  /// True when the waiter had not been called, nor will be.
+  bool removeWaiter(TaskWaiter& waiter);
+
+ protected:
+  TaskStateBase(std::shared_ptr<Executor> executor)
+      : context_{std::move(executor), stop_.get_token()} {}
+
+  /// Calls all waiters.
+  void finish();
+
+  std::stop_source stop_;
+  TaskContext context_;
+
+ private:
+  mutable FutexLock mutex_;  // guards what follows
+  bool isFinished_ = false;
+  TaskWaiter* first_ = nullptr;
+  TaskWaiter* last_ = nullptr;
 };
 
 template <class T>
-class TaskState final : public std::enable_shared_from_this<TaskState<T>> {
+class TaskState final : public TaskStateBase, public std::enable_shared_from_this<TaskState<T>> {
  public:
   using Body = std::move_only_function<Async<T>()>;
 
   TaskState(std::shared_ptr<Executor> executor, Body body)
-      : context_{std::move(executor), stop_.get_token()}, body_(std::move(body)) {}
+      : TaskStateBase(std::move(executor)), body_(std::move(body)) {}
 
   void post() {
     context_.executor->post([self = this->shared_from_this()] { self->run(); });
   }
 
-  void cancel() { stop_.request_stop(); }
-  [[nodiscard]] bool isCancelled() const { return stop_.stop_requested(); }
-
-  [[nodiscard]] bool isFinished() const {
-    const std::lock_guard lock(mutex_);
-    return isFinished_;
-  }
-
-  /// False when the task is over already, and the waiter will not be called.
-  bool addWaiter(TaskWaiter waiter) {
-    const std::lock_guard lock(mutex_);
-    if (isFinished_) return false;
-    waiters_.push_back(std::move(waiter));
-    return true;
-  }
-
   /// Only once finished.
   const Outcome<T>& outcome() const { return outcome_; }
+  void throwIfFailed() const { outcome_.throwIfError(); }
 
  private:
   void run() {
@@ -59,50 +77,61 @@ class TaskState final : public std::enable_shared_from_this<TaskState<T>> {
       work_.emplace(body_());
     } catch (...) {
       outcome_.setError(std::current_exception());
-      finish();
+      release();
       return;
     }
     // Running work keeps its own state: the task may have been dropped by everyone else.
     self_ = this->shared_from_this();
-    const Resumption whenDone{[](void* state) { static_cast<TaskState*>(state)->complete(); },
-                              this};
-    if (!work_->begin(context_, whenDone)) complete();
+    work_->begin(context_, {[](void* state) { static_cast<TaskState*>(state)->complete(); }, this});
   }
 
   void complete() {
     const auto self = std::move(self_);
     runInto(outcome_, [this]() -> T { return work_->outcome().take(); });
-    finish();
+    release();
   }
 
   // The coroutine and what it captured are gone before anyone learns of the result.
-  void finish() {
+  void release() {
     work_.reset();
     body_ = nullptr;
-    std::vector<TaskWaiter> waiters;
-    {
-      const std::lock_guard lock(mutex_);
-      isFinished_ = true;
-      waiters.swap(waiters_);
-    }
-    for (auto& waiter : waiters) {
-      if (waiter.executor) {
-        waiter.executor->post(waiter.resumption);
-      } else {
-        waiter.resumption();
-      }
-    }
+    finish();
   }
 
-  std::stop_source stop_;
-  TaskContext context_;
   Body body_;
   std::optional<Async<T>> work_;
   std::shared_ptr<TaskState> self_;
-  mutable FutexLock mutex_;
-  bool isFinished_ = false;
-  std::vector<TaskWaiter> waiters_;
   Outcome<T> outcome_;
+};
+
+/// A coroutine that waits for a task, until that is over or its own task is cancelled.
+class TaskWait {
+ public:
+  TaskWait() = default;
+  TaskWait(const TaskWait&) = delete;
+  TaskWait& operator=(const TaskWait&) = delete;
+
+  /// False when it need not wait. The context must outlive it.
+  bool begin(TaskStateBase& task, std::coroutine_handle<> coroutine, const TaskContext& context);
+
+  /// Whether the wait was ended by a cancellation.
+  [[nodiscard]] bool wasCancelled() const { return wasCancelled_; }
+
+ private:
+  struct Stop {
+    TaskWait& wait;
+    void operator()() const noexcept;
+  };
+
+  void end();
+
+  TaskStateBase* task_ = nullptr;
+  const TaskContext* context_ = nullptr;
+  std::coroutine_handle<> coroutine_;
+  TaskWaiter waiter_;
+  std::atomic<bool> met_{false};  // its end and its suspension; the second one goes on
+  bool wasCancelled_ = false;
+  std::optional<std::stop_callback<Stop>> onStop_;
 };
 
 }  // namespace detail
@@ -122,15 +151,21 @@ class Task {
   /// Blocks until it is over; its value or its exception. Not from inside a section of an actor.
   T get() const {
     detail::BlockingWait wait;
-    if (state_->addWaiter({wait.resumption(), nullptr})) wait.wait();
+    detail::TaskWaiter waiter{wait.resumption()};
+    if (state_->addWaiter(waiter)) wait.wait();
     return state_->outcome().copy();
   }
 
-  /// Waits in a coroutine. Cancelling the waiting task does not reach the awaited one, nor end the
-  /// wait.
-  auto operator co_await() const { return Awaiter{state_.get()}; }
+  /// Waits in a coroutine. Cancelling the waiting task ends the wait at once with
+  /// `CancellationError`, unless the result is known already; the awaited task goes on.
+  auto operator co_await() const { return Awaiter{state_.get(), {}}; }
 
   friend bool operator==(const Task&, const Task&) = default;
+
+  /// A building block of things that wait.
+  friend const std::shared_ptr<detail::TaskState<T>>& stateOf(const Task& task) {
+    return task.state_;
+  }
 
  private:
   template <class>
@@ -140,13 +175,17 @@ class Task {
 
   struct Awaiter {
     detail::TaskState<T>* state;
+    detail::TaskWait wait;
 
     bool await_ready() const noexcept { return false; }
     template <detail::HasTaskContext Parent>
     bool await_suspend(std::coroutine_handle<Parent> parent) {
-      return state->addWaiter({detail::resumptionOf(parent), parent.promise().context().executor});
+      return wait.begin(*state, parent, parent.promise().context());
     }
-    T await_resume() { return state->outcome().copy(); }
+    T await_resume() {
+      if (wait.wasCancelled()) throw CancellationError();
+      return state->outcome().copy();
+    }
   };
 
   explicit Task(std::shared_ptr<detail::TaskState<T>> state) : state_(std::move(state)) {

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <coroutine>
 #include <exception>
 #include <memory>
@@ -41,8 +40,31 @@ struct Resumption {
   void operator()() const { function(argument); }
 };
 
+/// Runs coroutines one after the other instead of inside each other: one that awaits another, or
+/// ends, says who goes on, and returns to the loop at the bottom. So the stack stays flat however
+/// long a chain of awaits is. (Handing over from frame to frame would need a tail call, which there
+/// is none of without optimisation nor under sanitizers.)
+class Trampoline {
+ public:
+  /// Resumes a coroutine and all that go on after it on this thread.
+  static void run(std::coroutine_handle<> coroutine) {
+    const auto outer = std::exchange(next_, nullptr);
+    while (coroutine) {
+      coroutine.resume();
+      coroutine = std::exchange(next_, nullptr);
+    }
+    next_ = outer;
+  }
+
+  /// Inside `run`, by a coroutine that suspends: who goes on.
+  static void continueWith(std::coroutine_handle<> coroutine) noexcept { next_ = coroutine; }
+
+ private:
+  static inline constinit thread_local std::coroutine_handle<> next_ = nullptr;
+};
+
 inline Resumption resumptionOf(std::coroutine_handle<> handle) {
-  return {[](void* address) { std::coroutine_handle<>::from_address(address).resume(); },
+  return {[](void* address) { Trampoline::run(std::coroutine_handle<>::from_address(address)); },
           handle.address()};
 }
 
@@ -72,11 +94,11 @@ class Outcome {
     if constexpr (!std::is_void_v<T>) return std::get<1>(content_);
   }
 
- private:
   void throwIfError() const {
     if (content_.index() == 2) std::rethrow_exception(std::get<2>(content_));
   }
 
+ private:
   std::variant<std::monostate, Stored, std::exception_ptr> content_;
 };
 
@@ -98,14 +120,16 @@ void runInto(Outcome<T>& outcome, Closure&& closure) {
 /// What every coroutine of this library carries.
 class PromiseBase {
  public:
-  // Finishing and suspending meet here: whoever comes second continues the waiting side. That
-  // way a chain of finished children unwinds the stack instead of growing it.
   struct FinalAwaiter {
     bool await_ready() const noexcept { return false; }
     template <class Promise>
     void await_suspend(std::coroutine_handle<Promise> handle) const noexcept {
-      PromiseBase& promise = handle.promise();
-      if (promise.met_.exchange(true, std::memory_order_acq_rel)) promise.resumption_();
+      const PromiseBase& promise = handle.promise();
+      if (promise.parent_) {
+        Trampoline::continueWith(promise.parent_);
+      } else {
+        promise.resumption_();
+      }
     }
     void await_resume() const noexcept {}
   };
@@ -115,19 +139,26 @@ class PromiseBase {
 
   const TaskContext& context() const { return *context_; }
 
-  /// Runs the coroutine until it first waits; true when it has not finished, and the resumption
-  /// will be called. The context must outlive it.
-  bool begin(std::coroutine_handle<> self, const TaskContext& context, Resumption resumption) {
+  /// Runs the coroutine until it first waits. The resumption is called once it is over, perhaps
+  /// inside this call. The context must outlive it.
+  void begin(std::coroutine_handle<> self, const TaskContext& context, Resumption resumption) {
     context_ = &context;
     resumption_ = resumption;
-    self.resume();
-    return !met_.exchange(true, std::memory_order_acq_rel);
+    Trampoline::run(self);
+  }
+
+  /// Lets the coroutine go on for its parent, which suspends, and the parent after it.
+  void beginFor(std::coroutine_handle<> parent, std::coroutine_handle<> self,
+                const TaskContext& context) {
+    context_ = &context;
+    parent_ = parent;
+    Trampoline::continueWith(self);
   }
 
  private:
   const TaskContext* context_ = nullptr;
-  Resumption resumption_;
-  std::atomic<bool> met_{false};
+  std::coroutine_handle<> parent_;
+  Resumption resumption_;  // where there is no parent
 };
 
 template <class Promise>

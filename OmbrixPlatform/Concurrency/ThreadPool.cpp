@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 
+#include <fcntl.h>
 #include <linux/futex.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -8,12 +9,18 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <ctime>
+#include <exception>
 #include <optional>
-#include <system_error>
+#include <string>
 #include <thread>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
+#include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform {
@@ -24,15 +31,15 @@ using namespace std::chrono_literals;
 constexpr std::size_t kMinimumWidth = 4;
 constexpr std::size_t kMaximumThreads = 512;
 constexpr auto kStallCheckInterval = 4ms;
-constexpr unsigned kJobsLeft = 4;     // to a thread by a job of its own
 constexpr unsigned kQuietChecks = 3;  // without a waiting job, before the checks cease
 constexpr auto kSurplusIdleTime = 5s;
-// Every so often the lowest lane goes first, so that a busy high lane delays but never starves it.
-constexpr std::uint64_t kLowestFirstEvery = 64;
+constexpr auto kRetryInterval = 10ms;
+constexpr int kRetries = 10;
 
-thread_local bool isPoolThread = false;
+// After so many jobs of higher lanes a lane has its turn.
+constexpr std::array<unsigned, 4> kPatience{UINT_MAX, 7, 15, 31};
+
 thread_local unsigned blockingDepth = 0;
-thread_local unsigned jobsToLeave = 0;  // to this thread, for when its job has ended
 
 std::size_t laneOf(DispatchPriority priority) {
   switch (priority) {
@@ -91,6 +98,8 @@ class ThreadPool::Parking {
   std::atomic<std::uint32_t> isAwake_{0};
 };
 
+constinit thread_local ThreadPool::Worker* ThreadPool::worker = nullptr;
+
 ThreadPool::ThreadPool()
     : width_(std::max<std::size_t>(std::thread::hardware_concurrency(), kMinimumWidth)) {}
 
@@ -102,11 +111,14 @@ std::size_t ThreadPool::threadCount() const {
 void ThreadPool::post(Job job, DispatchPriority priority) {
   Lock lock(lock_);
   lanes_[laneOf(priority)].push_back(std::move(job));
-  if (++waiting_ <= kJobsLeft && jobsToLeave > 0) {
-    --jobsToLeave;
-    ensureWatcher();
-  } else {
-    ensureThread(lock);
+  ++waiting_;
+  ensureThread(lock);
+  // Without any thread nobody would ever get to the job: shortages that pass are waited for.
+  for (int i = 0; i < kRetries && lock.owns_lock() && threads_ == 0; ++i) {
+    lock.unlock();
+    std::this_thread::sleep_for(kRetryInterval);
+    lock.lock();
+    if (waiting_ > 0) ensureThread(lock);
   }
 }
 
@@ -129,8 +141,12 @@ void ThreadPool::ensureThread(Lock& lock) {
 
 void ThreadPool::ensureWatcher() {
   if (!watcherExists_) {
-    watcherExists_ = true;
-    std::thread([this] { watchForStalls(); }).detach();
+    try {
+      std::thread([this] { watchForStalls(); }).detach();
+      watcherExists_ = true;
+    } catch (const std::exception&) {
+      detail::threadsAreShort = true;
+    }
   } else if (watcherSleeps_) {
     watcherSleeps_ = false;
     saturated_.notify_one();
@@ -141,44 +157,59 @@ bool ThreadPool::spawn() {
   if (threads_ >= kMaximumThreads) return false;
   try {
     std::thread([this] { work(); }).detach();
-  } catch (const std::system_error& error) {
-    if (threads_ == 0) fatalError(error.what());
-    return false;  // the threads there are will get to the job
+  } catch (const std::exception&) {
+    detail::threadsAreShort = true;
+    return false;  // the threads there are will get to the job, or the next post tries again
   }
   ++threads_;
   return true;
 }
 
+// The highest lane that has waited for its turn, else the highest of all.
 bool ThreadPool::takeJob(Job& job) {
   if (waiting_ == 0) return false;
-  auto take = [&](std::deque<Job>& lane) {
-    job = std::move(lane.front());
-    lane.pop_front();
-    --waiting_;
-    return true;
-  };
-  auto hasJobs = [](const std::deque<Job>& lane) { return !lane.empty(); };
-  if (++taken_ % kLowestFirstEvery == 0) {
-    return take(*std::find_if(lanes_.rbegin(), lanes_.rend(), hasJobs));
+  std::size_t chosen = kLanes;
+  bool isDue = false;
+  for (std::size_t i = 0; i < kLanes; ++i) {
+    if (lanes_[i].empty()) continue;
+    const bool isPatient = passedOver_[i] < kPatience[i];
+    if (chosen == kLanes || (!isDue && !isPatient)) {
+      chosen = i;
+      isDue = !isPatient;
+    }
   }
-  return take(*std::find_if(lanes_.begin(), lanes_.end(), hasJobs));
+  for (std::size_t i = chosen + 1; i < kLanes; ++i) {
+    if (!lanes_[i].empty()) ++passedOver_[i];
+  }
+  passedOver_[chosen] = 0;
+  auto& lane = lanes_[chosen];
+  job = std::move(lane.front());
+  lane.pop_front();
+  --waiting_;
+  return true;
 }
 
 void ThreadPool::work() {
-  isPoolThread = true;
+  Worker self;
+  self.threadID = ::gettid();
+  worker = &self;
   Lock lock(lock_);
+  self.next = std::exchange(workers_, &self);
+  if (self.next) self.next->previous = &self;
   do {
     Job job;
     while (takeJob(job)) {
+      self.isBusy = true;
       if (waiting_ > 0) ensureThread(lock);
       if (lock.owns_lock()) lock.unlock();
-      jobsToLeave = kJobsLeft;
-      job();
+      callOut("a job", job);
       job = nullptr;  // what it captured is released outside the lock
-      jobsToLeave = 0;
       lock.lock();
+      self.isBusy = false;
     }
   } while (park(lock));
+  (self.previous ? self.previous->next : workers_) = self.next;
+  if (self.next) self.next->previous = self.previous;
 }
 
 // False when the thread is to end.
@@ -208,50 +239,95 @@ bool ThreadPool::park(Lock& lock) {
   return false;
 }
 
+/// Which threads are blocked: those that were neither running nor ready to run between two looks.
+class ThreadPool::Stalls {
+ public:
+  /// How many of these threads have been blocked since the look before.
+  std::size_t look(const std::vector<int>& threadIDs) {
+    std::unordered_map<int, std::string> times;
+    std::size_t blocked = 0;
+    for (const int id : threadIDs) {
+      // Its time on a processor, its time ready and waiting for one, and how often it got one. What
+      // cannot be read counts as no progress: without the kernel's word every stall is one.
+      auto now = read(id, "schedstat");
+      const auto before = times_.find(id);
+      if (before != times_.end() && before->second == now && !isReadyToRun(id)) ++blocked;
+      times.emplace(id, std::move(now));
+    }
+    times_ = std::move(times);
+    return blocked;
+  }
+
+  void forget() { times_.clear(); }
+
+ private:
+  static std::string read(int id, const char* file) {
+    const auto path = "/proc/self/task/" + std::to_string(id) + "/" + file;
+    const int descriptor = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0) return {};
+    std::array<char, 512> text;
+    const auto length = ::read(descriptor, text.data(), text.size());
+    ::close(descriptor);
+    return {text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
+  }
+
+  // The times of a thread grow only as it gets a processor or leaves it; its state is of now.
+  static bool isReadyToRun(int id) {
+    const auto text = read(id, "stat");
+    const auto nameEnd = text.rfind(')');
+    return nameEnd != std::string::npos && text.substr(nameEnd, 3) == ") R";
+  }
+
+  std::unordered_map<int, std::string> times_;
+};
+
 void ThreadPool::watchForStalls() {
-  std::size_t burst = 1;
-  std::size_t spawned = 0;
+  Stalls stalls;
   unsigned quietChecks = 0;
+  std::vector<int> busy;
   Lock lock(lock_);
   for (;;) {
     quietChecks = waiting_ == 0 ? quietChecks + 1 : 0;
     if (quietChecks > kQuietChecks) {
+      stalls.forget();
       watcherSleeps_ = true;
       saturated_.wait(lock, [this] { return !watcherSleeps_; });
       quietChecks = 0;
     }
-    const std::uint64_t before = taken_;
+    busy.clear();
+    if (waiting_ > 0 && !parked_) {
+      for (const auto* each = workers_; each; each = each->next) {
+        if (each->isBusy) busy.push_back(each->threadID);
+      }
+    }
+    lock.unlock();
+    const auto blocked = stalls.look(busy);
+    lock.lock();
+    // Read without the lock: some may have ended their jobs, which the next look will see.
+    std::size_t wanted = std::min(waiting_, blocked);
+    while (wanted > 0 && !parked_ && active() < width_ + blocked && spawn()) --wanted;
     lock.unlock();
     std::this_thread::sleep_for(kStallCheckInterval);
     lock.lock();
-    // Jobs that only the newest threads took up are no progress of the others.
-    const bool isStalled = waiting_ > 0 && !isWaking_ && taken_ - before <= spawned;
-    burst = isStalled ? 2 * burst : 1;
-    spawned = 0;
-    if (isStalled && parked_) {
-      ensureThread(lock);  // a job that was left to a thread whose own one lasts
-      lock.lock();
-      continue;
-    }
-    while (isStalled && spawned < std::min(burst, waiting_) && spawn()) ++spawned;
   }
 }
 
-ThreadPool::BlockingScope::BlockingScope() : isInPool_(isPoolThread && blockingDepth++ == 0) {
-  jobsToLeave = 0;
+ThreadPool::BlockingScope::BlockingScope() : isInPool_(worker && blockingDepth++ == 0) {
   if (!isInPool_) return;
   ThreadPool& pool = shared();
   Lock lock(pool.lock_);
   ++pool.blocked_;
+  worker->isBusy = false;
   if (pool.waiting_ > 0) pool.ensureThread(lock);
 }
 
 ThreadPool::BlockingScope::~BlockingScope() {
-  if (isPoolThread) --blockingDepth;
+  if (worker) --blockingDepth;
   if (!isInPool_) return;
   ThreadPool& pool = shared();
   const std::lock_guard lock(pool.lock_);
   --pool.blocked_;
+  worker->isBusy = true;
 }
 
 }  // namespace ombrix::platform

@@ -13,6 +13,10 @@
 namespace ombrix::platform {
 
 /// The lane of the pool a job waits in; a higher lane is served first.
+///
+/// No lane starves: of the jobs that are taken while higher lanes have some waiting, at least one
+/// in 8 is of the normal lane, one in 16 of the low one and one in 32 of the background, and no
+/// more than that.
 enum class DispatchPriority : std::int16_t {
   high = 2,
   normal = 0,
@@ -23,14 +27,11 @@ enum class DispatchPriority : std::int16_t {
 /// The process-wide threads behind every queue and task.
 ///
 /// As many jobs run at once as there are processors (at least 4). Jobs that block do not starve
-/// the others: a `BlockingScope` lends its place to another thread at once, and when no job has
-/// been taken up for a few milliseconds while some wait, the pool grows (to 512 threads). Surplus
-/// threads end after idling. No thread exists before the first job. Threads that idle at process
-/// exit are abandoned; nothing is torn down.
-///
-/// The first few jobs that a job posts while hardly any other waits are left to the same thread,
-/// which takes them up when the poster has ended: handing them over costs more than most jobs.
-/// Further posts, a `BlockingScope` or the passing of a few milliseconds do hand them over.
+/// the others: a `BlockingScope` lends its place to another thread at once, and a thread that
+/// blocks without one (it neither ran nor was ready to run for some milliseconds while jobs wait)
+/// is replaced likewise, up to 512 threads. Computing makes no threads. Surplus threads end after
+/// idling. No thread exists before the first job; where none can be made, jobs wait, and the next
+/// post tries again. Threads that idle at process exit are abandoned; nothing is torn down.
 class ThreadPool final {
  public:
   static ThreadPool& shared();
@@ -60,7 +61,17 @@ class ThreadPool final {
   static constexpr std::size_t kLanes = 4;
 
   class Parking;
+  class Stalls;
   using Lock = std::unique_lock<FutexLock>;
+
+  // A thread of the pool.
+  struct Worker {
+    int threadID = 0;
+    bool isBusy = false;  // with a job, and not blocked by its own account
+    Worker* previous = nullptr;
+    Worker* next = nullptr;
+  };
+  static thread_local Worker* worker;  // of the calling thread, if it is one
 
   ThreadPool();
   void work();
@@ -74,13 +85,14 @@ class ThreadPool final {
 
   mutable FutexLock lock_;  // guards what follows
   std::array<std::deque<Job>, kLanes> lanes_;
+  std::array<unsigned, kLanes> passedOver_{};  // how often higher lanes were served since its turn
   std::size_t waiting_ = 0;
   std::size_t threads_ = 0;
-  std::size_t idle_ = 0;       // parked
+  std::size_t idle_ = 0;  // parked
+  Worker* workers_ = nullptr;
   Parking* parked_ = nullptr;  // the last one to park first
   bool isWaking_ = false;      // one was woken and has not yet looked for a job
-  std::size_t blocked_ = 0;
-  std::uint64_t taken_ = 0;
+  std::size_t blocked_ = 0;    // by their own account
   bool watcherExists_ = false;
   bool watcherSleeps_ = false;
   std::condition_variable_any saturated_;

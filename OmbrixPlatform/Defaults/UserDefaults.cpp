@@ -21,6 +21,7 @@
 #include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
+#include "OmbrixPlatform/Observation/Signal.hpp"
 #include "OmbrixPlatform/Services.hpp"
 
 namespace ombrix::platform {

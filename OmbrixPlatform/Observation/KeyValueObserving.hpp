@@ -14,7 +14,9 @@
 #include <utility>
 #include <vector>
 
-#include "OmbrixPlatform/Observation/Signal.hpp"
+#include "OmbrixPlatform/Observation/ObservationToken.hpp"
+#include "OmbrixPlatform/Observation/ObserverList.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform {
 
@@ -49,8 +51,10 @@ struct KeyValueChange {
 ///
 /// The object announces each change itself: `willChangeValueForKey`, the change, then
 /// `didChangeValueForKey`, as a pair on one thread. Pairs may nest. Observers are called on that
-/// thread with no lock held; the guarantees are those of `Signal` and `ObservationToken`.
-/// Announcing a change of an object that nobody observes costs one atomic load.
+/// thread with no lock held; the guarantees are those of `Signal` and `ObservationToken`. Both
+/// calls of a pair reach the same observers, those there are before the change; an observer that
+/// comes in between with `initial`, which may have read the old value, is told of the change as
+/// well. Announcing a change of an object that nobody observes costs one atomic load.
 template <class Value>
 class KeyValueObserving {
  public:
@@ -71,17 +75,13 @@ class KeyValueObserving {
     willObserve(key);
     const auto property = propertyToObserve(key);
     property->wanted.fetch_or(static_cast<unsigned>(options), std::memory_order_relaxed);
-    const auto shared = std::make_shared<Handler>(std::move(handler));
-    auto token = property->changed.connect([options, shared](const Change& change) {
-      if (change.isPrior && !contains(options, Options::prior)) return;
-      (*shared)({change.key, change.isPrior,
-                 contains(options, Options::oldValue) ? change.oldValue : nullptr,
-                 contains(options, Options::newValue) ? change.newValue : nullptr});
-    });
+    const auto observer = std::make_shared<Observer>(options, std::move(handler));
+    property->add(observer);
+    ObservationToken token(observer);
     if (contains(options, Options::initial)) {
       std::optional<Value> value;
       if (contains(options, Options::newValue)) value = valueForKey(key);
-      (*shared)({key, false, nullptr, value ? &*value : nullptr});
+      observer->call({key, false, nullptr, value ? &*value : nullptr});
     }
     return token;
   }
@@ -89,17 +89,13 @@ class KeyValueObserving {
   /// Announces that the property is about to change. Any thread.
   void willChangeValueForKey(std::string_view key) {
     const auto property = observedProperty(key);
-    if (!property) return;
+    if (!property || property->observers->empty()) return;
     const Options wanted = property->wantedOptions();
-    if (!contains(wanted, Options::oldValue | Options::prior)) return;
     std::optional<Value> value;
-    if (contains(wanted, Options::oldValue)) {
-      value = valueForKey(key);
-      const std::lock_guard lock(property->mutex);
-      property->pending.emplace_back(std::this_thread::get_id(), value);
-    }
+    if (contains(wanted, Options::oldValue)) value = valueForKey(key);
+    const auto audience = property->begin(value);
     if (contains(wanted, Options::prior)) {
-      property->changed.send({key, true, value ? &*value : nullptr, nullptr});
+      audience.send({key, true, value ? &*value : nullptr, nullptr});
     }
   }
 
@@ -107,15 +103,37 @@ class KeyValueObserving {
   void didChangeValueForKey(std::string_view key) {
     const auto property = observedProperty(key);
     if (!property) return;
-    std::optional<Value> before, after;
-    if (contains(property->wantedOptions(), Options::oldValue)) before = property->takePending();
+    const auto pair = property->end();
+    if (!pair) return;
+    std::optional<Value> after;
     if (contains(property->wantedOptions(), Options::newValue)) after = valueForKey(key);
-    property->changed.send({key, false, before ? &*before : nullptr, after ? &*after : nullptr});
+    pair->audience.send(
+        {key, false, pair->before ? &*pair->before : nullptr, after ? &*after : nullptr});
+  }
+
+  /// Announces a change that was decided and made in one step: both calls, with the values before
+  /// and after it. Any thread.
+  void announceChange(std::string_view key, const std::optional<Value>& before,
+                      const std::optional<Value>& after) {
+    const auto property = observedProperty(key);
+    if (!property || property->observers->empty()) return;
+    const Audience audience(*property->observers);
+    const auto* old = before ? &*before : nullptr;
+    if (contains(property->wantedOptions(), Options::prior)) {
+      audience.send({key, true, old, nullptr});
+    }
+    audience.send({key, false, old, after ? &*after : nullptr});
+  }
+
+  /// Whether anybody ever observed any property. Any thread.
+  [[nodiscard]] bool isObserved() const noexcept {
+    return observed_.load(std::memory_order_acquire);
   }
 
   /// Whether anybody observes the property now. Any thread.
   [[nodiscard]] bool isObserved(std::string_view key) const {
-    return observedProperty(key) != nullptr;
+    const auto property = observedProperty(key);
+    return property && !property->observers->empty();
   }
 
  protected:
@@ -127,24 +145,87 @@ class KeyValueObserving {
   virtual void willObserve([[maybe_unused]] std::string_view key) {}
 
  private:
+  class Observer final : public detail::Observer {
+   public:
+    Observer(Options options, Handler handler) : options_(options), handler_(std::move(handler)) {}
+
+    [[nodiscard]] bool wantsInitial() const { return contains(options_, Options::initial); }
+
+    void call(const Change& change) {
+      if (change.isPrior && !contains(options_, Options::prior)) return;
+      const detail::ObserverCall call{*this};
+      if (!call) return;
+      callOut("an observer", [&] {
+        handler_({change.key, change.isPrior,
+                  contains(options_, Options::oldValue) ? change.oldValue : nullptr,
+                  contains(options_, Options::newValue) ? change.newValue : nullptr});
+      });
+    }
+
+   private:
+    void releaseHandler() noexcept override { handler_ = nullptr; }
+
+    const Options options_;
+    Handler handler_;
+  };
+
+  // The observers of both calls for one change.
+  class Audience {
+   public:
+    explicit Audience(detail::ObserverList& observers)
+        : round_(std::make_shared<const detail::ObserverList::Round>(observers)) {}
+
+    void send(const Change& change) const {
+      for (const auto& each : *round_) static_cast<Observer&>(*each).call(change);
+      for (const auto& each : joined_) each->call(change);
+    }
+    void join(std::shared_ptr<Observer> observer) { joined_.push_back(std::move(observer)); }
+
+   private:
+    std::shared_ptr<const detail::ObserverList::Round> round_;
+    std::vector<std::shared_ptr<Observer>> joined_;
+  };
+
+  // What is said between will and did, to whom, and by which thread.
+  struct Pair {
+    std::thread::id thread;
+    std::optional<Value> before;
+    Audience audience;
+  };
+
   struct Property {
-    Signal<const Change&> changed;
+    const std::shared_ptr<detail::ObserverList> observers =
+        std::make_shared<detail::ObserverList>();
     std::atomic<unsigned> wanted{0};  // options that any observer ever asked for
     std::mutex mutex;
-    // Old values between will and did, the innermost last; threads announce independently.
-    std::vector<std::pair<std::thread::id, std::optional<Value>>> pending;
+    std::vector<Pair> pairs;  // the innermost of each thread last
 
     Options wantedOptions() const noexcept {
       return static_cast<Options>(wanted.load(std::memory_order_relaxed));
     }
 
-    std::optional<Value> takePending() {
+    void add(const std::shared_ptr<Observer>& observer) {
       const std::lock_guard lock(mutex);
-      for (auto it = pending.rbegin(); it != pending.rend(); ++it) {
-        if (it->first != std::this_thread::get_id()) continue;
-        auto value = std::move(it->second);
-        pending.erase(std::next(it).base());
-        return value;
+      observers->add(observer);
+      if (!observer->wantsInitial()) return;
+      for (auto& pair : pairs) pair.audience.join(observer);
+    }
+
+    /// The observers as they are now; more may join the pair until its end.
+    Audience begin(std::optional<Value> before) {
+      const std::lock_guard lock(mutex);
+      const Audience audience(*observers);
+      pairs.push_back({std::this_thread::get_id(), std::move(before), audience});
+      return audience;
+    }
+
+    std::optional<Pair> end() {
+      const std::lock_guard lock(mutex);
+      for (auto it = pairs.rbegin(); it != pairs.rend(); ++it) {
+        if (it->thread != std::this_thread::get_id()) continue;
+        std::optional<Pair> pair(std::move(*it));
+        pairs.erase(std::next(it).base());
+        return pair;
       }
       return std::nullopt;
     }
@@ -171,8 +252,7 @@ class KeyValueObserving {
     if (!observed_.load(std::memory_order_acquire)) return nullptr;
     const std::lock_guard lock(mutex_);
     const auto it = properties_.find(key);
-    if (it == properties_.end() || !it->second->changed.hasObservers()) return nullptr;
-    return it->second;
+    return it == properties_.end() ? nullptr : it->second;
   }
 
   mutable std::mutex mutex_;

@@ -81,7 +81,7 @@ class PublisherOperators {
 
   /// Subscribes with unlimited demand. The handlers are called until the result is cancelled or
   /// destroyed; nothing sent after that is delivered, but a call that is on its way on another
-  /// thread may still begin.
+  /// thread may still begin. They are released at the end, and when the source is gone without one.
   [[nodiscard]] AnyCancellable sink(
       std::type_identity_t<std::function<void(const Completion<Failure>&)>> receiveCompletion,
       std::type_identity_t<std::function<void(const Output&)>> receiveValue) const {
@@ -89,7 +89,10 @@ class PublisherOperators {
         typename detail::Sink<Output, Failure>::Handlers{std::move(receiveCompletion),
                                                          std::move(receiveValue)});
     self().receive(sink);
-    return AnyCancellable([sink = std::move(sink)] { sink->cancel(); });
+    // The source keeps the subscriber: when it lets go, the handlers and what they hold are gone.
+    return AnyCancellable([weak = std::weak_ptr(sink)] {
+      if (const auto strong = weak.lock()) strong->cancel();
+    });
   }
   [[nodiscard]] AnyCancellable sink(
       std::type_identity_t<std::function<void(const Output&)>> receiveValue) const

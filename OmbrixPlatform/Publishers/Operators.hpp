@@ -9,12 +9,31 @@
 
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/Publisher.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 /// The subscribers between a source and the subscriber of an operator.
 namespace ombrix::platform::detail {
 
 /// A subscription of something that is over already.
 std::shared_ptr<Subscription> emptySubscription();
+
+/// The subscription that an operator hands on. It does not keep the operator alive, which its
+/// source does: so everything down to the last subscriber goes when the source lets go of it.
+template <class Operator>
+class OperatorSubscription final : public Subscription {
+ public:
+  explicit OperatorSubscription(std::weak_ptr<Operator> target) : target_(std::move(target)) {}
+
+  void request(Demand demand) override {
+    if (const auto target = target_.lock()) target->request(demand);
+  }
+  void cancel() override {
+    if (const auto target = target_.lock()) target->cancel();
+  }
+
+ private:
+  const std::weak_ptr<Operator> target_;
+};
 
 template <class Input, class Output, class Failure, class Transform>
 class MapSubscriber final : public Subscriber<Input, Failure> {
@@ -26,7 +45,8 @@ class MapSubscriber final : public Subscriber<Input, Failure> {
     downstream_->receiveSubscription(std::move(subscription));
   }
   Demand receiveValue(const Input& value) override {
-    return downstream_->receiveValue(std::invoke(transform_, value));
+    return downstream_->receiveValue(
+        callOut("a transform", [&]() -> Output { return std::invoke(transform_, value); }));
   }
   void receiveCompletion(const Completion<Failure>& completion) override {
     downstream_->receiveCompletion(completion);
@@ -112,34 +132,34 @@ class MapErrorSubscriber final : public Subscriber<Output, Failure> {
 template <class Output, class Failure, class Handlers>
 class HandleEventsSubscriber final
     : public Subscriber<Output, Failure>,
-      public Subscription,
       public std::enable_shared_from_this<HandleEventsSubscriber<Output, Failure, Handlers>> {
  public:
   HandleEventsSubscriber(std::shared_ptr<Subscriber<Output, Failure>> downstream, Handlers handlers)
       : downstream_(std::move(downstream)), handlers_(std::move(handlers)) {}
 
   void receiveSubscription(std::shared_ptr<Subscription> subscription) override {
-    if (handlers_.receiveSubscription) handlers_.receiveSubscription();
+    call(handlers_.receiveSubscription);
     {
       const std::lock_guard lock(mutex_);
       upstream_ = std::move(subscription);
     }
-    downstream_->receiveSubscription(this->shared_from_this());
+    downstream_->receiveSubscription(
+        std::make_shared<OperatorSubscription<HandleEventsSubscriber>>(this->weak_from_this()));
   }
   Demand receiveValue(const Output& value) override {
-    if (handlers_.receiveOutput) handlers_.receiveOutput(value);
+    call(handlers_.receiveOutput, value);
     const Demand more = downstream_->receiveValue(value);
-    if (!more.isNone() && handlers_.receiveRequest) handlers_.receiveRequest(more);
+    if (!more.isNone()) call(handlers_.receiveRequest, more);
     return more;
   }
   void receiveCompletion(const Completion<Failure>& completion) override {
     takeUpstream();
-    if (handlers_.receiveCompletion) handlers_.receiveCompletion(completion);
+    call(handlers_.receiveCompletion, completion);
     downstream_->receiveCompletion(completion);
   }
 
-  void request(Demand demand) override {
-    if (handlers_.receiveRequest) handlers_.receiveRequest(demand);
+  void request(Demand demand) {
+    call(handlers_.receiveRequest, demand);
     std::shared_ptr<Subscription> upstream;
     {
       const std::lock_guard lock(mutex_);
@@ -147,14 +167,18 @@ class HandleEventsSubscriber final
     }
     if (upstream) upstream->request(demand);
   }
-  void cancel() override {
+  void cancel() {
     const auto upstream = takeUpstream();
     if (!upstream) return;
-    if (handlers_.receiveCancel) handlers_.receiveCancel();
+    call(handlers_.receiveCancel);
     upstream->cancel();
   }
 
  private:
+  static void call(const auto& handler, const auto&... arguments) {
+    if (handler) callOut("a handler of events", [&] { handler(arguments...); });
+  }
+
   std::shared_ptr<Subscription> takeUpstream() {
     const std::lock_guard lock(mutex_);
     return std::exchange(upstream_, nullptr);
@@ -182,10 +206,16 @@ class OnceSubscription final : public Subscription {
 
   void request(Demand demand) override {
     if (demand.isNone()) return;
-    if (const auto downstream = take()) {
-      downstream->receiveValue(value_);
-      downstream->receiveCompletion(Completion<Failure>::finished());
+    AnySubscriber downstream;
+    {
+      const std::lock_guard lock(mutex_);
+      if (std::exchange(isServed_, true)) return;
+      downstream = downstream_;
     }
+    if (!downstream) return;
+    downstream->receiveValue(value_);
+    // Taking the value may have cancelled it.
+    if (take()) downstream->receiveCompletion(Completion<Failure>::finished());
   }
   void cancel() override { take(); }
 
@@ -197,6 +227,7 @@ class OnceSubscription final : public Subscription {
 
   FutexLock mutex_;
   AnySubscriber downstream_;
+  bool isServed_ = false;
   const Output value_;
 };
 

@@ -8,6 +8,7 @@
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Publishers/Operators.hpp"
 #include "OmbrixPlatform/Publishers/Publisher.hpp"
 
 namespace ombrix::platform::detail {
@@ -16,7 +17,6 @@ namespace ombrix::platform::detail {
 template <class Output, class Failure>
 class ReceiveOnSubscriber final
     : public Subscriber<Output, Failure>,
-      public Subscription,
       public std::enable_shared_from_this<ReceiveOnSubscriber<Output, Failure>> {
  public:
   ReceiveOnSubscriber(std::shared_ptr<Subscriber<Output, Failure>> downstream,
@@ -30,7 +30,8 @@ class ReceiveOnSubscriber final
       upstream_ = std::move(subscription);
       downstream = downstream_;
     }
-    downstream->receiveSubscription(this->shared_from_this());
+    downstream->receiveSubscription(
+        std::make_shared<OperatorSubscription<ReceiveOnSubscriber>>(this->weak_from_this()));
   }
   Demand receiveValue(const Output& value) override {
     enqueue(value);
@@ -38,10 +39,10 @@ class ReceiveOnSubscriber final
   }
   void receiveCompletion(const Completion<Failure>& completion) override { enqueue(completion); }
 
-  void request(Demand demand) override {
+  void request(Demand demand) {
     if (const auto upstream = upstreamNow()) upstream->request(demand);
   }
-  void cancel() override {
+  void cancel() {
     std::shared_ptr<Subscription> upstream;
     std::shared_ptr<Subscriber<Output, Failure>> downstream;
     std::vector<Event> dropped;

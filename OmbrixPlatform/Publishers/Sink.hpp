@@ -8,6 +8,7 @@
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/AnyCancellable.hpp"
 #include "OmbrixPlatform/Publishers/Publisher.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -45,13 +46,17 @@ class Sink final : public Subscriber<Output, Failure> {
       const std::lock_guard lock(mutex_);
       handlers = handlers_;
     }
-    if (handlers && handlers->receiveValue) handlers->receiveValue(value);
+    if (handlers && handlers->receiveValue) {
+      callOut("a receiver of values", [&] { handlers->receiveValue(value); });
+    }
     return Demand::none();
   }
 
   void receiveCompletion(const Completion<Failure>& completion) override {
     const auto [handlers, subscription] = release();
-    if (handlers && handlers->receiveCompletion) handlers->receiveCompletion(completion);
+    if (handlers && handlers->receiveCompletion) {
+      callOut("a receiver of completions", [&] { handlers->receiveCompletion(completion); });
+    }
   }
 
   void cancel() {

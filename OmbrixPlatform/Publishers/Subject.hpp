@@ -67,7 +67,7 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
       if (value_) std::swap(*value_, value);
       taken();
     }
-    for (const auto& conduit : round) conduit->serve();
+    for (const auto& conduit : round) conduit->serve(true);
   }
 
   void send(Completion<Failure> completion) {
@@ -110,8 +110,8 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
     Conduit(std::shared_ptr<SubjectState> subject, AnySubscriber downstream)
         : subject_(std::move(subject)), downstream_(std::move(downstream)) {}
 
-    /// With the lock held: takes the value if there is demand; true when there is something to
-    /// serve.
+    /// With the lock held: takes the value if there is demand; true when the sender has to serve it
+    /// then, which whoever delivers just now may leave to it.
     bool offer(const Output& value, bool keepsLatest) {
       if (!demand_.takeOne()) {
         owesValue = keepsLatest;
@@ -119,7 +119,8 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
       }
       owesValue = false;
       waiting_.push_back(value);
-      return !isServed_;
+      ++senders_;
+      return true;
     }
 
     /// With the lock held: the subscriber, which is served no longer.
@@ -134,15 +135,21 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
       completion_ = completion;
     }
 
-    /// Delivers what waits, unless another call does already.
-    void serve() {
+    /// Delivers what waits, unless another call does already. After a turn of so many values it
+    /// leaves the rest to a sender, if there is one: a sender that never pauses serves itself.
+    ///
+    /// @param isSender For a value that it has offered.
+    void serve(bool isSender = false) {
       // Declared before the lock: what they hold is released after it.
       AnySubscriber downstream;
       std::vector<Output> batch;
       std::unique_lock lock(subject_->mutex_);
+      if (isSender) --senders_;
       if (isServed_) return;
       isServed_ = true;
+      std::size_t delivered = 0;
       while (downstream_ && (!waiting_.empty() || completion_)) {
+        if (delivered >= kValuesPerTurn && senders_ > 0) break;
         downstream = downstream_;
         if (waiting_.empty()) {
           downstream_ = nullptr;
@@ -152,6 +159,7 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
           break;
         }
         batch.swap(waiting_);
+        delivered += batch.size();
         for (const Output& value : batch) {
           if (!downstream_) break;
           lock.unlock();
@@ -210,7 +218,10 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
       }
     }
 
+    static constexpr std::size_t kValuesPerTurn = 64;
+
     const std::shared_ptr<SubjectState> subject_;
+    std::size_t senders_ = 0;  // that have offered a value and are going to serve
     AnySubscriber downstream_;
     Demand demand_ = Demand::none();
     std::vector<Output> waiting_;

@@ -4,6 +4,10 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <exception>
+#include <string>
+
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -32,6 +36,18 @@ void fatalError(std::string_view message, std::source_location location) noexcep
                message.data(), location.file_name(), static_cast<unsigned>(location.line()));
   std::fflush(stderr);
   std::abort();
+}
+
+void fatalException(std::string_view source, std::source_location location) noexcept {
+  std::string message = "an exception left " + std::string(source) + ": ";
+  try {
+    throw;
+  } catch (const std::exception& error) {
+    message += error.what();
+  } catch (...) {
+    message += "of an unknown type";
+  }
+  fatalError(message, location);
 }
 
 }  // namespace ombrix::platform

@@ -3,11 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <mutex>
 #include <semaphore>
+#include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/Waiting.hpp"
 
 namespace ombrix {
 namespace {
@@ -61,22 +65,74 @@ TEST(AsyncOperationTests, TheStateDrivesEverything) {
   EXPECT_TRUE(work->keyPathsForValuesAffectingValue("name").empty());
 }
 
-// Catches finishing twice, seen as a second notification, also when threads race to finish.
-TEST(AsyncOperationTests, RacingToFinishSendsOneNotification) {
-  for (int round = 0; round < 100; ++round) {
-    const auto work = std::make_shared<Work>([](Work&) {});
-    std::atomic<int> ends = 0, states = 0;
-    using enum platform::KeyValueObservingOptions;
-    const auto state = work->observe(
-        "state", newValue, [&](const auto& change) { states += *change.newValue == 2 ? 1 : 0; });
-    const auto end = work->observe("finished", newValue,
-                                   [&](const auto& change) { ends += *change.newValue ? 1 : 0; });
+// Catches work that runs twice, or of an operation that is finished, and changes that are announced
+// twice or with wrong values, when starts, ends and cancellations race.
+TEST(AsyncOperationTests, RacingTransitionsHappenOnce) {
+  using enum platform::KeyValueObservingOptions;
+  for (int round = 0; round < 1'000; ++round) {
+    std::atomic<int> executed = 0;
+    std::atomic<bool> wasReady = false;
+    const auto work = std::make_shared<Work>([&](Work& self) {
+      ++executed;
+      if (self.isReady()) wasReady = true;
+    });
+    std::mutex mutex;
+    std::multiset<std::string> calls;
+    const auto note = [&](const auto& change) {
+      const std::lock_guard lock(mutex);
+      calls.insert(std::string(change.key) + std::to_string(*change.oldValue) +
+                   std::to_string(*change.newValue));
+    };
+    const auto state = work->observe("state", newValue | oldValue, note);
+    const auto cancelled = work->observe("cancelled", newValue | oldValue, note);
     {
       std::vector<std::jthread> threads;
-      for (int i = 0; i < 4; ++i) threads.emplace_back([&] { work->finish(); });
+      for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] {
+          if (i < 2) {
+            work->start();
+          } else if (i == 2 || round % 2 == 0) {
+            work->finish();
+          } else {
+            work->cancel();
+          }
+        });
+      }
     }
-    EXPECT_EQ(states, 1);
-    EXPECT_EQ(ends, 1);
+    work->waitUntilFinished();
+    const bool wasStarted = calls.contains("state01");
+    while (executed < (wasStarted ? 1 : 0)) std::this_thread::yield();
+    EXPECT_EQ(executed, wasStarted ? 1 : 0);
+    EXPECT_FALSE(wasReady);
+    const auto states = wasStarted ? std::multiset<std::string>{"state01", "state12"}
+                                   : std::multiset<std::string>{"state02"};
+    auto expected = states;
+    if (round % 2 != 0) expected.insert("cancelled01");
+    EXPECT_EQ(calls, expected);
+  }
+}
+
+// Catches an exception that is swallowed, with the operation and its place in the queue held.
+TEST(AsyncOperationTests, AnExceptionOutOfExecuteStopsTheProgram) {
+  struct Late final : AsyncOperation {
+    Async<void> execute() override {
+      co_await platform::sleepFor(std::chrono::seconds(0));
+      throw platform::Error("spilt");
+    }
+  };
+  const auto queue = NSOperationQueue::make();
+  for (const bool isLate : {false, true}) {
+    EXPECT_DEATH(
+        {
+          if (isLate) {
+            queue->addOperation(std::make_shared<Late>());
+          } else {
+            queue->addOperation(
+                std::make_shared<Work>([](Work&) { throw platform::Error("spilt"); }));
+          }
+          queue->waitUntilAllOperationsAreFinished();
+        },
+        "an exception left an operation's execute\\(\\): spilt");
   }
 }
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -83,18 +84,90 @@ TEST(AsAsyncTests, FailuresAndMissingValuesAreThrown) {
   EXPECT_EQ(failureOf([&] { task.get(); }), HTTPError::missingBody());
 }
 
-// Catches an end without a value that is reported at once for the empty tuple, or never.
+// Sends what the test says, also where a publisher should not.
+struct Loose {
+  using Subscriber = platform::Subscriber<platform::Void, HTTPError>;
+
+  AnyPublisher<platform::Void, HTTPError> publisher() {
+    return AnyPublisher<platform::Void, HTTPError>::subscribingWith(
+        [this](const std::shared_ptr<Subscriber>& given) {
+          subscriber = given;
+          given->receiveSubscription(platform::detail::emptySubscription());
+        });
+  }
+
+  std::shared_ptr<Subscriber> subscriber;
+};
+
+// Catches an end without a value that is reported at once for the empty tuple, or never, and a late
+// value that is lost.
 TEST(AsAsyncTests, TheEmptyTupleGetsHalfASecondOfGrace) {
   const auto clock = std::make_shared<testing::ManualClock>();
   const testing::ScopedService scoped(platform::services().clock, clock);
-  Source<platform::Void> source;
-  const auto task = source.start();
-  source.subject.sendCompletion(Completion<HTTPError>::finished());
-  clock->advance(499ms);
-  platform::DispatchQueue::main().sync([] {});
-  EXPECT_FALSE(task.isFinished());
-  clock->advance(1ms);
-  EXPECT_EQ(failureOf([&] { task.get(); }), HTTPError::missingBody());
+  for (const bool comesLate : {false, true}) {
+    Loose source;
+    const auto task = asAsync(source.publisher()).start(std::make_shared<FirstHere>());
+    source.subscriber->receiveCompletion(Completion<HTTPError>::finished());
+    const std::weak_ptr weak = source.subscriber;
+    if (!comesLate) source.subscriber = nullptr;
+    clock->advance(499ms);
+    platform::DispatchQueue::main().sync([] {});
+    EXPECT_FALSE(task.isFinished());
+    if (comesLate) {
+      source.subscriber->receiveValue({});
+      source.subscriber = nullptr;
+      EXPECT_NO_THROW(task.get());
+      EXPECT_TRUE(weak.expired()) << "the timer is left behind";
+    } else {
+      clock->advance(1ms);
+      EXPECT_EQ(failureOf([&] { task.get(); }), HTTPError::missingBody());
+    }
+  }
+  Loose quick;
+  const auto task = asAsync(quick.publisher()).start(std::make_shared<FirstHere>());
+  quick.subscriber->receiveValue({});
+  quick.subscriber->receiveCompletion(Completion<HTTPError>::finished());
+  EXPECT_EQ(quick.subscriber.use_count(), 1) << "a timer is left behind";
+  task.get();
+}
+
+// Catches a caller that resumes before the subscription is cancelled.
+TEST(AsAsyncTests, TheSubscriptionIsCancelledBeforeTheCallerResumes) {
+  for (int round = 0; round < 50; ++round) {
+    Source<int> source;
+    std::atomic<int> cancelsSeen = -1;
+    auto body = [&]() -> Async<void> {
+      auto first = asAsync(source.publisher());
+      co_await std::move(first);
+      cancelsSeen = source.cancels.load();
+    };
+    const auto task = startTask(body, std::make_shared<FirstHere>());
+    source.subject.send(1);
+    task.get();
+    EXPECT_EQ(cancelsSeen, 1);
+  }
+}
+
+// Catches waits that go on for ever when the publisher is gone without an answer.
+TEST(AsAsyncTests, AWaitForAPublisherThatIsGoneEnds) {
+  auto abandoned = AnyPublisher<int, HTTPError>::subscribingWith(
+      [](const std::shared_ptr<platform::Subscriber<int, HTTPError>>& subscriber) {
+        subscriber->receiveSubscription(platform::detail::emptySubscription());
+      });
+  auto silent = AnyPublisher<int, platform::Never>::subscribingWith(
+      [](const std::shared_ptr<platform::Subscriber<int, platform::Never>>& subscriber) {
+        subscriber->receiveSubscription(platform::detail::emptySubscription());
+      });
+  const auto through = [](const auto& publisher) {
+    return publisher.map([](int value) { return value; })
+        .handleEvents({})
+        .receiveOn(platform::DispatchQueue::global().shared_from_this());
+  };
+  EXPECT_EQ(failureOf([&] { asAsync(through(abandoned)).get(); }), HTTPError::canceled());
+  EXPECT_THROW(asAsync(through(silent)).get(), platform::CancellationError);
+  EXPECT_EQ(failureOf([&] { asAsyncStream(through(abandoned)).next().get(); }),
+            HTTPError::canceled());
+  EXPECT_EQ(asAsyncStream(through(silent)).next().get(), std::nullopt);
 }
 
 // Catches a cancelled wait that goes on, or leaves its subscription behind.

@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "OmbrixCore/Networking/OmbrixTaskPooler.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"
@@ -195,8 +196,9 @@ TEST_F(OmbrixServerAPIRequestTests, CancellingByID) {
   EXPECT_THAT(lines, ElementsAre("0", "2", "3", "4", "5"));
 }
 
-// Catches an answer that is made up for a cancelled operation, and a wait that cannot be given up.
-TEST_F(OmbrixServerAPIRequestTests, AwaitingACancelledRequestEndsByCancellingTheWait) {
+// Catches a wait that lasts for ever once its operation is cancelled, in any form, and an entry or
+// a key that stays.
+TEST_F(OmbrixServerAPIRequestTests, WaitsForACancelledRequestEnd) {
   answer([](const auto&) { return std::nullopt; });
   const auto given = asAsync(client().publisher("a")).start();
   session()->request(0);
@@ -204,14 +206,25 @@ TEST_F(OmbrixServerAPIRequestTests, AwaitingACancelledRequestEndsByCancellingThe
   EXPECT_THROW(given.get(), platform::CancellationError);
   client().waitUntilAllOperationsAreFinished();
 
-  const auto forgotten = asAsync(client().publisher("a")).start();
-  session()->request(1);
+  OmbrixTaskPooler<HTTPAnswer> pooler;
+  const auto awaited = asAsync(client().publisher("a")).start();
+  const auto pooled = pooler.run(client().publisher("b"), "b").start();
+  auto held = std::make_shared<int>();
+  client().completionWrapper<HTTPAnswer>(client().publisher("c"),
+                                         [held](const auto&) { ADD_FAILURE(); });
+  for (std::size_t i = 1; i <= 3; ++i) session()->request(i);
   client().cancelAllOperations();
-  client().waitUntilAllOperationsAreFinished();
-  session()->delegateQueue()->sync([] {});
-  EXPECT_FALSE(forgotten.isFinished());
-  forgotten.cancel();
-  EXPECT_THROW(forgotten.get(), platform::CancellationError);
+  for (const auto& wait : {awaited, pooled}) {
+    try {
+      wait.get();
+      ADD_FAILURE();
+    } catch (const HTTPError& error) {
+      EXPECT_EQ(error, HTTPError::canceled());
+    }
+  }
+  EXPECT_TRUE(testing::eventually([&] { return held.use_count() == 1; }));
+  answer(Answer{.status = 201});
+  EXPECT_EQ(pooler.run(client().publisher("b"), "b").get().code, 201);
 }
 
 // Catches more requests in flight than the queue is wide.

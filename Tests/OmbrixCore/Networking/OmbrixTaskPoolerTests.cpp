@@ -39,10 +39,10 @@ class Caller {
  public:
   explicit Caller(Async<int> call, std::stop_token stopToken = {})
       : call_(std::move(call)), context_{platform::poolExecutor(), std::move(stopToken)} {
-    isWaiting_ = call_.begin(context_, wait_.resumption());
+    call_.begin(context_, wait_.resumption());
   }
   int get() {
-    if (isWaiting_) wait_.wait();
+    wait_.wait();
     return call_.outcome().take();
   }
 
@@ -50,7 +50,6 @@ class Caller {
   Async<int> call_;
   const platform::TaskContext context_;
   platform::detail::BlockingWait wait_;
-  bool isWaiting_ = false;
 };
 
 // Catches a second run for a key that runs, and keys that share a task.
@@ -84,7 +83,7 @@ TEST(OmbrixTaskPoolerTests, FailuresReachEverybodyAndFreeTheKey) {
   EXPECT_EQ(gate.runs, 2);
 }
 
-// Catches a cancelled caller that takes the others' task with it.
+// Catches a cancelled caller that waits on, takes the others' task with it, or frees its key.
 TEST(OmbrixTaskPoolerTests, CancellingACallerCancelsNothingElse) {
   OmbrixTaskPooler<int> pooler;
   platform::PassthroughSubject<int, HTTPError> subject;
@@ -95,12 +94,15 @@ TEST(OmbrixTaskPoolerTests, CancellingACallerCancelsNothingElse) {
   Caller creator(pooler.run(publisher, "a"), stop.get_token()), joined(pooler.run(publisher, "a"));
   asked.acquire();
   stop.request_stop();
+  EXPECT_THROW(creator.get(), platform::CancellationError);
+  Caller late(pooler.run(publisher, "a"));
   // The demand may still be on its way, and what is sent before it arrives is lost.
   const std::jthread sender([&](const std::stop_token& isOver) {
     while (!isOver.stop_requested()) subject.send(7);
   });
-  EXPECT_EQ(creator.get(), 7);
   EXPECT_EQ(joined.get(), 7);
+  EXPECT_EQ(late.get(), 7);
+  EXPECT_FALSE(asked.try_acquire());
 }
 
 // Catches a failure of the publisher that arrives as something else.

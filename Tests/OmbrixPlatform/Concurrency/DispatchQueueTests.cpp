@@ -11,6 +11,8 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/MainLoop.hpp"
+#include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
+#include "OmbrixPlatform/Concurrency/Serial.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
@@ -117,14 +119,72 @@ TEST(DispatchQueueTests, SyncHandsOverResultsAndExceptions) {
   }
 }
 
-// Catches a silent deadlock: a serial queue that waits for itself.
-TEST(DispatchQueueTests, SyncOntoItselfStopsTheProgram) {
+// Catches silent deadlocks: a queue that waits for itself.
+TEST(DispatchQueueTests, WaitingForOneselfStopsTheProgram) {
+  const auto serial = DispatchQueue::serial("mine");
+  EXPECT_DEATH(serial->sync([&] { serial->sync([] {}); }), "the serial queue it runs on: mine");
+  const auto ours = DispatchQueue::concurrent("ours");
+  const auto wait = [&] { ours->sync([] {}); };
   EXPECT_DEATH(
       {
-        const auto queue = DispatchQueue::serial("mine");
-        queue->sync([&] { queue->sync([] {}); });
+        ours->asyncBarrier(wait);
+        ours->sync([] {});
       },
-      "sync called on the serial queue it runs on: mine");
+      "the concurrent queue it runs on, across a barrier: ours");
+  EXPECT_DEATH(ours->sync([&] {
+    ours->asyncBarrier([] {});
+    wait();
+  }),
+               "the concurrent queue it runs on, across a barrier: ours");
+  for (const bool pumps : {true, false}) {
+    EXPECT_DEATH(DispatchQueue::main().sync([&] {
+      pumps ? static_cast<void>(MainLoop::shared()->pump()) : MainLoop::shared()->run();
+    }),
+                 "the main queue was pumped or run inside one of its own jobs");
+  }
+  EXPECT_EQ(ours->sync([&] { return ours->sync([] { return 4; }); }), 4);
+}
+
+// Catches an exception that ends a thread without a word, or is swallowed, on any path.
+TEST(DispatchQueueTests, ExceptionsOutOfJobsStopTheProgramWithTheirText) {
+  const auto fail = [] { throw std::runtime_error("spilt"); };
+  const auto serial = DispatchQueue::serial("s");
+  const auto concurrent = DispatchQueue::concurrent("c");
+  struct Failing final : NSOperation {
+    void main() override { throw std::runtime_error("spilt"); }
+  };
+  const auto operation = std::make_shared<NSOperation>();
+  const std::pair<const char*, std::function<void()>> paths[] = {
+      {"pool", [&] { ThreadPool::shared().post(fail); }},
+      {"serial", [&] { serial->async(fail); }},
+      {"concurrent", [&] { concurrent->async(fail); }},
+      {"main", [&] { DispatchQueue::main().async(fail); }},
+      {"actor", [&] { Serial().post(fail); }},
+      {"timer", [&] { serial->asyncAfter(0s, fail); }},
+      {"operation", [&] { NSOperationQueue::make()->addOperation(std::make_shared<Failing>()); }},
+      {"started by hand", [&] { Failing().start(); }},
+      {"barrier", [&] { NSOperationQueue::make()->addBarrierBlock(fail); }},
+      {"completion block",
+       [&] {
+         operation->setCompletionBlock(fail);
+         operation->start();
+       }},
+      {"observer",
+       [&] {
+         const auto token = operation->observe("executing", KeyValueObservingOptions::none,
+                                               [&](const auto&) { fail(); });
+         operation->start();
+       }},
+  };
+  for (const auto& [name, begin] : paths) {
+    EXPECT_DEATH(
+        {
+          begin();
+          std::binary_semaphore(0).try_acquire_for(60s);
+        },
+        "Fatal error: an exception left .*: spilt")
+        << name;
+  }
 }
 
 // Catches jobs that vanish with the last reference to their queue.
@@ -154,28 +214,6 @@ TEST(DispatchQueueTests, DelayedWorkFollowsTheClockService) {
   advanced = true;
   clock->advance(1s);
   ran.acquire();
-}
-
-// Catches background work that never runs while a higher lane stays busy.
-TEST(DispatchQueueTests, NoLaneStarves) {
-  std::atomic<bool> stop = false;
-  std::atomic<int> spinning = 0;
-  std::function<void()> spin = [&] {
-    if (stop) {
-      --spinning;
-    } else {
-      DispatchQueue::global(DispatchPriority::high).async(spin);
-    }
-  };
-  for (int i = 0; i < 32; ++i) {
-    ++spinning;
-    DispatchQueue::global(DispatchPriority::high).async(spin);
-  }
-  std::binary_semaphore ran{0};
-  DispatchQueue::global(DispatchPriority::background).async([&] { ran.release(); });
-  EXPECT_TRUE(ran.try_acquire_for(30s));
-  stop = true;
-  while (spinning > 0) std::this_thread::yield();
 }
 
 // Catches main-queue work that runs anywhere but on the thread that pumps, and work lost at the

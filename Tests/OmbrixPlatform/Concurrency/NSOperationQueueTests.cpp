@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <latch>
+#include <map>
 #include <mutex>
 #include <semaphore>
 #include <string>
@@ -71,6 +72,71 @@ TEST(NSOperationQueueTests, FiftyThousandOperationsFinish) {
   queue->addOperation(first);
   queue->waitUntilAllOperationsAreFinished();
   EXPECT_EQ(ran, kCount);
+}
+
+// Catches long chains of dependencies that are let go inside each other, on the stack.
+TEST(NSOperationQueueTests, ALongChainIsDroppedAndFinished) {
+  constexpr int kLength = 1'000'000;
+  for (const bool runs : {false, true}) {
+    auto last = std::make_shared<NSOperation>();
+    const auto first = last;
+    for (int i = 1; i < kLength; ++i) {
+      auto next = std::make_shared<NSOperation>();
+      next->addDependency(last);
+      last = std::move(next);
+    }
+    if (runs) first->start();
+    const std::weak_ptr<NSOperation> end = last;
+    last = nullptr;
+    EXPECT_TRUE(end.expired());
+  }
+}
+
+// Catches operations that a queue which is gone holds back for ever, and waits for them.
+TEST(NSOperationQueueTests, WhatADroppedQueueHoldsBackIsCancelled) {
+  auto queue = NSOperationQueue::make();
+  queue->setMaxConcurrentOperationCount(0);
+  std::vector<std::shared_ptr<NSOperation>> operations;
+  std::vector<std::weak_ptr<NSOperation>> watches;
+  for (int i = 0; i < 100; ++i) {
+    operations.push_back(block([] { ADD_FAILURE(); }));
+    if (i > 0) operations.back()->addDependency(operations[static_cast<std::size_t>(i) - 1]);
+    queue->addOperation(operations.back());
+    watches.push_back(operations.back());
+  }
+  queue->addBarrierBlock([] {});
+  queue = nullptr;
+  for (const auto& operation : operations) operation->waitUntilFinished();
+  operations.clear();
+  for (const auto& watch : watches) {
+    while (!watch.expired()) std::this_thread::yield();
+  }
+}
+
+// Catches changes that are announced twice when threads race, or with wrong values.
+TEST(NSOperationQueueTests, EachChangeIsAnnouncedOnce) {
+  using enum KeyValueObservingOptions;
+  for (int round = 0; round < 200; ++round) {
+    const auto operation = std::make_shared<NSOperation>();
+    std::mutex mutex;
+    std::map<std::string, int> calls;
+    std::vector<ObservationToken> tokens;
+    for (const char* key : {"executing", "finished", "cancelled"}) {
+      tokens.push_back(operation->observe(key, newValue | oldValue, [&](const auto& change) {
+        const std::lock_guard lock(mutex);
+        ++calls[std::string(change.key) + std::to_string(*change.oldValue) +
+                std::to_string(*change.newValue)];
+      }));
+    }
+    {
+      std::vector<std::jthread> threads;
+      for (int i = 0; i < 4; ++i) {
+        threads.emplace_back([&, i] { i % 2 == 0 ? operation->cancel() : operation->start(); });
+      }
+    }
+    EXPECT_EQ(calls, (std::map<std::string, int>{
+                         {"cancelled01", 1}, {"executing01", 1}, {"finished01", 1}}));
+  }
 }
 
 // Catches more operations at once than allowed, and a width that is not refilled.

@@ -13,6 +13,7 @@
 #include "OmbrixPlatform/Concurrency/Continuation.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
+#include "OmbrixPlatform/Concurrency/Waiting.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
@@ -64,18 +65,30 @@ Async<int> countDown(int depth) {
   co_return rest + 1;
 }
 
-// Catches a stack that grows with every await of a finished child.
-TEST(AsyncTests, LoopsOverFinishedChildrenKeepTheStackFlat) {
+Async<int> countDownSuspended(int depth) {
+  if (depth == 0) {
+    co_await sleepFor(0s);
+    co_return 0;
+  }
+  const int rest = co_await countDownSuspended(depth - 1);
+  co_return rest + 1;
+}
+
+// Catches a stack that grows with every await, in a loop or a chain, of children that finish at
+// once or are resumed.
+TEST(AsyncTests, AwaitsKeepTheStackFlat) {
+  constexpr int kAwaits = 1'000'000;
   auto loop = []() -> Async<int> {
     int sum = 0;
-    for (int i = 0; i < 200'000; ++i) {
+    for (int i = 0; i < kAwaits; ++i) {
       const int one = co_await countDown(1);
       sum += one;
     }
     co_return sum;
   };
-  EXPECT_EQ(loop().get(), 200'000);
-  EXPECT_EQ(countDown(2'000).get(), 2'000);
+  EXPECT_EQ(loop().get(), kAwaits);
+  EXPECT_EQ(countDown(kAwaits).get(), kAwaits);
+  EXPECT_EQ(countDownSuspended(kAwaits).get(), kAwaits);
 }
 
 // Catches waiters that are forgotten, or resumed twice, when thousands await one task.
@@ -99,42 +112,46 @@ TEST(TaskTests, TenThousandAwaitsOfOneTaskAllGetTheValue) {
   EXPECT_TRUE(shared.isFinished());
 }
 
-// Catches cancellation that does not reach a wait deep inside, or that leaks from a waiter into the
-// task it shares with others.
-TEST(TaskTests, CancellationReachesChildrenButNotSharedTasks) {
-  const auto clock = std::make_shared<testing::ManualClock>();
-  const testing::ScopedService scoped(services().clock, clock);
-  auto sleepLong = []() -> Async<int> {
-    co_await sleepFor(1h);
-    co_return 1;
-  };
-  const auto shared = startTask(sleepLong);
+// Catches cancellation that does not reach a wait deep inside, that leaks from a waiter into the
+// task it shares with others, and a waiter that is held by such a task.
+TEST(TaskTests, CancellationEndsWaitsAtOnceButNotSharedTasks) {
+  std::binary_semaphore gate{0};
+  const auto shared = startTask([&] {
+    gate.acquire();
+    return 1;
+  });
   auto awaitShared = [&]() -> Async<int> {
     const int value = co_await shared;
     co_return value;
   };
-  const auto waiter = startTask(awaitShared);
-  waiter.cancel();
-  EXPECT_FALSE(shared.isCancelled());
-  clock->advance(3600s);
-  // The shared task may have started to sleep after the clock moved.
-  while (!shared.isFinished()) clock->advance(3600s);
-  EXPECT_EQ(waiter.get(), 1);
-
   auto nested = [&]() -> Async<int> {
-    const int value = co_await sleepLong();
+    const int value = co_await awaitShared();
     co_return value;
   };
-  const auto cancelled = startTask(nested);
-  cancelled.cancel();
-  EXPECT_THROW(cancelled.get(), CancellationError);
+  auto sleepLong = []() -> Async<int> {
+    co_await sleepFor(1h);
+    co_return 1;
+  };
+  for (const auto& body :
+       {std::function<Async<int>()>(awaitShared), std::function<Async<int>()>(nested),
+        std::function<Async<int>()>(sleepLong)}) {
+    const auto cancelled = startTask(body);
+    cancelled.cancel();
+    EXPECT_THROW(cancelled.get(), CancellationError);
+  }
+  EXPECT_FALSE(shared.isCancelled());
+  const auto waiter = startTask(nested);
+  gate.release();
+  EXPECT_EQ(waiter.get(), 1);
 }
 
-// Catches a wait that a racing cancellation and timer end twice or never.
+// Catches a wait that a racing cancellation and timer, or another task, end twice or never.
 TEST(TaskTests, CancellationRacingTheResultEndsEveryWaitOnce) {
   for (int i = 0; i < 500; ++i) {
-    const auto task =
-        startTask([i]() -> Async<void> { co_await sleepFor(std::chrono::microseconds(i % 40)); });
+    auto sleep = [i]() -> Async<void> { co_await sleepFor(std::chrono::microseconds(i % 40)); };
+    const auto shared = startTask(sleep);
+    auto await = [&]() -> Async<void> { co_await shared; };
+    const auto task = i % 4 < 2 ? startTask(await) : startTask(sleep);
     if (i % 2 == 0) std::this_thread::yield();
     task.cancel();
     try {
@@ -155,33 +172,6 @@ TEST(TaskTests, CapturesAreReleasedBeforeTheResultIsKnown) {
   };
   EXPECT_EQ(startTask(std::move(body)).get(), 1);
   EXPECT_TRUE(watch.expired());
-}
-
-// Catches time-outs by another clock, and a genuine cancellation that is reported as a time-out.
-TEST(TaskTests, TimeoutsFollowTheClockService) {
-  const auto clock = std::make_shared<testing::ManualClock>();
-  const testing::ScopedService scoped(services().clock, clock);
-  auto limited = []() -> Async<void> {
-    auto sleep = sleepFor(60s);
-    co_await withTimeout(std::move(sleep), 30s);
-  };
-  const auto timedOut = startTask(limited);
-  while (!timedOut.isFinished()) clock->advance(30s);
-  const auto cancelled = startTask(limited);
-  cancelled.cancel();
-  EXPECT_THROW(cancelled.get(), CancellationError);
-  EXPECT_EQ(withTimeout(describe(3), 30s).get(), "3");
-
-  auto sleeping = std::make_shared<std::binary_semaphore>(0);
-  auto heeded = [&]() -> Async<void> {
-    auto body = [&](Continuation<void>) { sleeping->release(); };
-    auto never = withContinuation<void>(body);
-    co_await withTimeout(std::move(never), 30s);
-  };
-  const auto task = startTask(heeded);
-  sleeping->acquire();
-  clock->advance(30s);
-  EXPECT_THROW(task.get(), TimeoutError);
 }
 
 // Catches continuations that are resumed twice, inline or from many threads.
@@ -205,6 +195,27 @@ TEST(ContinuationTests, TheFirstCallWins) {
     EXPECT_FALSE(continuation.fail(std::make_exception_ptr(Error("late"))));
   };
   EXPECT_EQ(withContinuation<int>(atOnce).get(), 7);
+}
+
+// Catches waits that go on for ever when nobody is left to end them.
+TEST(ContinuationTests, AWaitThatNobodyCanEndIsOver) {
+  std::vector<Continuation<int>> kept;
+  std::function<void(Continuation<int>)> keep = [&](auto continuation) {
+    kept.assign(3, continuation);
+  };
+  std::function<void(Continuation<int>)> drop = [](const auto&) {};
+  EXPECT_THROW(withContinuation<int>(drop).get(), CancellationError);
+  const auto waiting = startTask([&] { return withContinuation<int>(keep); },
+                                 DispatchQueue::main().shared_from_this());
+  DispatchQueue::main().sync([&] { kept.pop_back(); });
+  EXPECT_FALSE(waiting.isFinished());
+  kept.clear();
+  EXPECT_THROW(waiting.get(), CancellationError);
+
+  const AsyncStream<int> unused([](const auto&) {});
+  AsyncStream<int> stream([](const auto& continuation) { continuation.yield(1); });
+  EXPECT_EQ(stream.next().get(), 1);
+  EXPECT_EQ(stream.next().get(), std::nullopt);
 }
 
 class Account {

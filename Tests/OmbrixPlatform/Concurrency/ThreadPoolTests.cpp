@@ -1,15 +1,24 @@
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <fstream>
+#include <functional>
 #include <latch>
 #include <memory>
 #include <optional>
 #include <semaphore>
 #include <thread>
 #include <vector>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -37,6 +46,124 @@ TEST(ThreadPoolTests, FollowUpsOfAJobThatWaitsForThemRun) {
     }
   }
 }
+
+// The threads that compute at once; the pool never has fewer.
+std::size_t width() { return std::max<std::size_t>(std::thread::hardware_concurrency(), 4); }
+
+// Catches lanes that starve, and lower lanes that pass higher ones beyond their share.
+TEST(ThreadPoolTests, EveryLaneHasItsShare) {
+  constexpr std::size_t kJobs = 400;
+  std::atomic<bool> isOpen = false;
+  std::latch together(static_cast<std::ptrdiff_t>(width())), done(kJobs * kLanes.size());
+  for (std::size_t i = 0; i < width(); ++i) {
+    ThreadPool::shared().post(
+        [&] {
+          together.count_down();
+          while (!isOpen) std::this_thread::yield();
+        },
+        DispatchPriority::high);
+  }
+  together.wait();
+  std::atomic<std::size_t> started = 0;
+  std::array<std::array<std::size_t, kJobs>, kLanes.size()> place{};
+  for (std::size_t lane = kLanes.size(); lane-- > 0;) {
+    for (std::size_t i = 0; i < kJobs; ++i) {
+      ThreadPool::shared().post(
+          [&, lane, i] {
+            place[lane][i] = ++started;
+            done.count_down();
+          },
+          kLanes[lane]);
+    }
+  }
+  isOpen = true;
+  done.wait();
+  // Between taking a job and writing its place down a thread may be overtaken.
+  const std::size_t slack = 100;
+  const std::array<std::size_t, 4> turns{2, 8, 16, 32};
+  for (std::size_t lane = 1; lane < kLanes.size(); ++lane) {
+    for (std::size_t i = 0; i < 12; ++i) {
+      EXPECT_LE(place[lane][i], (i + 1) * (turns[lane] + 3) + slack) << "starved: " << lane;
+    }
+  }
+  const auto before = [&](std::size_t lane) {
+    return static_cast<std::size_t>(std::count_if(place[lane].begin(), place[lane].end(),
+                                                  [&](auto at) { return at < place[0].back(); }));
+  };
+  EXPECT_LE(before(1), kJobs / 7 + slack);
+  EXPECT_LE(before(3), kJobs / 16 + slack);
+}
+
+// Catches a pool that takes computing for blocking and adds threads to it.
+TEST(ThreadPoolTests, ComputingMakesNoThreads) {
+  const auto before = ThreadPool::shared().threadCount();
+  constexpr int kJobs = 60;
+  std::latch done(kJobs);
+  std::atomic<std::size_t> most = 0;
+  for (int i = 0; i < kJobs; ++i) {
+    ThreadPool::shared().post([&] {
+      const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(10);
+      while (std::chrono::steady_clock::now() < end) {
+      }
+      most = std::max<std::size_t>(most, ThreadPool::shared().threadCount());
+      done.count_down();
+    });
+  }
+  done.wait();
+  EXPECT_LE(most, std::max(before, width()));
+}
+
+// Catches follow-ups that stay with a job which goes on computing while threads are idle.
+TEST(ThreadPoolTests, IdleThreadsTakeOverWhatAComputingJobPosts) {
+  std::latch done(1);
+  ThreadPool::shared().post([&] {
+    std::atomic<int> ran = 0;
+    for (int i = 0; i < 3; ++i) ThreadPool::shared().post([&] { ++ran; });
+    while (ran < 3) std::this_thread::yield();
+    done.count_down();
+  });
+  done.wait();
+}
+
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
+// Runs a closure while no thread can be made: there is no room for another stack.
+void withoutNewThreads(const std::function<void()>& closure) {
+  rlimit before{};
+  ::getrlimit(RLIMIT_AS, &before);
+  std::ifstream statm("/proc/self/statm");
+  rlim_t pages = 0;
+  statm >> pages;
+  rlimit tight = before;
+  tight.rlim_cur = pages * static_cast<rlim_t>(::sysconf(_SC_PAGESIZE)) + (2U << 20);
+  ::setrlimit(RLIMIT_AS, &tight);
+  closure();
+  ::setrlimit(RLIMIT_AS, &before);
+}
+
+// Catches a failed thread creation that throws at the poster or disables a queue for good.
+TEST(ThreadPoolTests, AThreadThatCannotBeMadeIsTriedAgain) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const bool isMain : {false, true}) {
+    EXPECT_EXIT(
+        {
+          const auto post = [&](Job job) {
+            isMain ? DispatchQueue::main().async(std::move(job))
+                   : ThreadPool::shared().post(std::move(job));
+          };
+          std::latch done(2);
+          withoutNewThreads([&] { post([&] { done.count_down(); }); });
+          const bool hadNone = ThreadPool::shared().threadCount() == 0;
+          post([&] { done.count_down(); });
+          done.wait();
+          std::_Exit(hadNone ? 3 : 4);
+        },
+        ::testing::ExitedWithCode(3), "")
+        << isMain;
+  }
+}
+
+#endif
 
 // Catches jobs that are lost or run twice when jobs post others, in all lanes, while threads of
 // the pool go to sleep and are woken.

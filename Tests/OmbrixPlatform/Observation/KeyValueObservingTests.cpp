@@ -86,5 +86,35 @@ TEST(KeyValueObservingTests, PairsMayNest) {
   EXPECT_THAT(calls, ElementsAre("will 1>-", "will 1>-", "did 1>5", "did 1>9"));
 }
 
+// Catches half of a pair: an observer that comes in between and hears of the second call only, and
+// one that has read the old value and never hears of the new one.
+TEST(KeyValueObservingTests, BothCallsReachTheSameObservers) {
+  Box box;
+  box.set(1);
+  std::vector<std::string> calls;
+  std::vector<ObservationToken> late;
+  const auto add = [&](KeyValueObservingOptions options) {
+    late.push_back(box.observe(
+        "value", options, [&](const auto& change) { calls.push_back("late " + text(change)); }));
+  };
+  auto first = box.observe("value", newValue | prior, [&](const auto& change) {
+    calls.push_back(text(change));
+    if (!change.isPrior || !late.empty()) return;
+    add(newValue);
+    add(newValue | initial);
+  });
+  box.set(2);
+  EXPECT_THAT(calls, ElementsAre("will ->-", "late did ->1", "did ->2", "late did ->2"));
+  calls.clear();
+  late.clear();
+  box.set(3);
+  EXPECT_THAT(calls, ElementsAre("will ->-", "late did ->2", "did ->3", "late did ->3"));
+  first.cancel();
+  late.clear();
+  calls.clear();
+  box.set(4);
+  EXPECT_TRUE(calls.empty());
+}
+
 }  // namespace
 }  // namespace ombrix::platform
