@@ -43,18 +43,30 @@ class ObservableFlag {
   /// last one to look at what the value depends on decides.
   template <class Compute>
   void update(Compute compute) {
-    {
-      const std::lock_guard lock(lock_);
-      const bool value = compute();
-      if (value == latest_) return;
-      latest_ = value;
-      if (pendingChanges_++ > 0) return;
-    }
+    if (storeComputed(compute)) announceChanges();
+  }
+
+  /// The first half of `set`, for who stores several things under a lock of their own. True: the
+  /// caller has to call `announceChanges` once, without that lock.
+  [[nodiscard]] bool store(bool value) {
+    return storeComputed([value] { return value; });
+  }
+
+  void announceChanges() {
     do announceOneChange();
     while (isMorePending());
   }
 
  private:
+  template <class Compute>
+  bool storeComputed(Compute compute) {
+    const std::lock_guard lock(lock_);
+    const bool value = compute();
+    if (value == latest_) return false;
+    latest_ = value;
+    return pendingChanges_++ == 0;
+  }
+
   void announceOneChange() {
     const bool value = !announced_;
     owner_.willChangeValueForKey(key_);

@@ -5,6 +5,7 @@
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
+#include "OmbrixPlatform/Network/URLOrigin.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 
@@ -55,17 +56,11 @@ std::uint64_t OmbrixAPIHttpRequestOperation::currentEnvironment() {
   return OmbrixServerAPI::sharedInstance().environment();
 }
 
-bool OmbrixAPIHttpRequestOperation::isOfCurrentEnvironment() const {
-  return environment_ == currentEnvironment();
-}
-
 std::optional<platform::URLRequest> OmbrixAPIHttpRequestOperation::buildRequest() {
   auto request = HttpRequestOperation::buildRequest();
   if (!request) return std::nullopt;
-  const auto token = OmbrixServerAPI::sharedInstance().jwtToken();
-  if (token && isOfCurrentEnvironment()) {
-    request->headers.set("Authorization", std::string(kBearer) + *token);
-  }
+  const auto token = OmbrixServerAPI::sharedInstance().jwtToken(environment_);
+  if (token) request->headers.set("Authorization", std::string(kBearer) + *token);
   auto languages = acceptLanguageField(platform::services().locale.get().preferredLanguages());
   if (!languages.empty()) request->headers.set("Accept-Language", std::move(languages));
   request->headers.set("Accept", "application/json");
@@ -79,26 +74,26 @@ std::optional<platform::URLRequest> OmbrixAPIHttpRequestOperation::buildRequest(
 }
 
 void OmbrixAPIHttpRequestOperation::handle(const platform::HTTPURLResponse& response,
-                                           const platform::Error*,
+                                           const platform::Error* error,
                                            std::optional<platform::JSON> json,
                                            std::optional<platform::Data> data) {
-  auto& client = OmbrixServerAPI::sharedInstance();
+  if (!platform::haveSameOrigin(response.url(), url())) {
+    return HttpRequestOperation::handle(response, error, std::move(json), std::move(data));
+  }
   const int status = response.statusCode();
   const bool success = isSuccessStatus(status);
-  if (!isOfCurrentEnvironment()) {
-    return endTaskAndCallbackWithSuccess(success, status, std::move(json), std::move(data));
-  }
+  ServiceConditions conditions{.token = std::nullopt,
+                               .isInMaintenance = status == kServiceUnavailable};
   // Kept: failed answers rotate the token as well. The old one may not be valid any more.
   const auto authorization = response.valueForHTTPHeaderField("Authorization");
-  if (authorization && !authorization->empty()) client.setJwtToken(withoutBearer(*authorization));
+  if (authorization && !authorization->empty()) conditions.token = withoutBearer(*authorization);
   // Kept: 400 means an invalid login as well as 401. Sorted with the other failures it would no
   // longer reach the handler that asks the user to log in again.
-  if (status == kUnauthorized || status == kBadRequest) {
-    client.setLoginError(true);
-  } else if (!success && status != kServiceUnavailable) {
+  conditions.isLoginInvalid = status == kUnauthorized || status == kBadRequest;
+  if (!success && !conditions.isLoginInvalid && !conditions.isInMaintenance) {
     logWarning(kHandleTag, "Web: Non-OK response from server " + std::to_string(status));
   }
-  client.setServerIsInMaintenanceMode(status == kServiceUnavailable);
+  OmbrixServerAPI::sharedInstance().take(std::move(conditions), environment_);
   endTaskAndCallbackWithSuccess(success, status, std::move(json), std::move(data));
 }
 

@@ -12,8 +12,11 @@ namespace ombrix {
 /// and a cache policy, and tells the client what the answer says of login, token and maintenance.
 ///
 /// It belongs to the environment that the client is in when it is made: after a change it carries
-/// no token, and its answer says nothing of login, token and maintenance. Its fields are set before
-/// it is put on a queue.
+/// no token, and its answer says nothing of login, token and maintenance. Nor does the answer of
+/// another origin, to which a redirect led. Its fields are set before it is put on a queue.
+///
+/// The token goes to whatever server the URL names: a request to one that is not the service's own
+/// is an `HttpRequestOperation`.
 class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
  public:
   using HttpRequestOperation::HttpRequestOperation;
@@ -38,6 +41,10 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   [[nodiscard]] int attempt() const noexcept { return attempt_; }
   void setAttempt(int attempt) { attempt_ = attempt; }
 
+  /// The environment that it belongs to (`OmbrixServerAPI::environment`), where its URL was made
+  /// before it.
+  void setEnvironment(std::uint64_t environment) { environment_ = environment; }
+
   [[nodiscard]] std::optional<platform::URLRequest> buildRequest() override;
 
   /// Stores the token that the answer carries, whatever its status, and sorts the rest: 200 to 304
@@ -51,9 +58,8 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
 
  private:
   static std::uint64_t currentEnvironment();
-  [[nodiscard]] bool isOfCurrentEnvironment() const;
 
-  const std::uint64_t environment_ = currentEnvironment();
+  std::uint64_t environment_ = currentEnvironment();
   bool usesAuth_ = false;
   bool disableCashe_ = false;
   bool cacheOnly_ = false;

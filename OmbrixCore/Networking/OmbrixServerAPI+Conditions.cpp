@@ -27,6 +27,25 @@ void OmbrixServerAPI::setJwtToken(std::optional<std::string> token) {
   jwtToken_.swap(token);
 }
 
+std::optional<std::string> OmbrixServerAPI::jwtToken(std::uint64_t ofEnvironment) const {
+  const std::lock_guard lock(mutex_);
+  return ofEnvironment == environment_ ? jwtToken_ : std::nullopt;
+}
+
+void OmbrixServerAPI::take(ServiceConditions conditions, std::uint64_t environment) {
+  bool mustAnnounceLogin = false;
+  bool mustAnnounceMaintenance = false;
+  {
+    const std::lock_guard lock(mutex_);
+    if (environment != environment_) return;
+    if (conditions.token) jwtToken_.swap(conditions.token);
+    if (conditions.isLoginInvalid) mustAnnounceLogin = loginError_.store(true);
+    mustAnnounceMaintenance = maintenance_.store(conditions.isInMaintenance);
+  }
+  if (mustAnnounceLogin) loginError_.announceChanges();
+  if (mustAnnounceMaintenance) maintenance_.announceChanges();
+}
+
 void OmbrixServerAPI::setForceLogoutHandler(std::function<void()> handler) {
   const std::lock_guard lock(mutex_);
   forceLogoutHandler_.swap(handler);

@@ -19,10 +19,12 @@ OmbrixServerAPI::APIPublisher<HTTPAnswer> OmbrixServerAPI::publisher(std::string
                                                                      HTTPMethod method,
                                                                      bool disableCache,
                                                                      Payload payload) {
-  const auto target = platform::URL::parse(url, endpoint());
+  const auto [environment, base] = environmentAndBase();
+  const auto target = platform::URL::parse(url, base);
   if (!target) return APIPublisher<HTTPAnswer>::fail(HTTPError::badRequestError());
   auto operation = std::make_shared<OmbrixAPIHttpRequestOperation>(
       *target, method, platform::HTTPHeaders(), nullptr, session());
+  operation->setEnvironment(environment);
   if (payload) operation->setPayload(std::move(payload));
   // Kept: asking for no cache lowers the flag, which is down already. Raising it would send every
   // such request of the application to the server, and none would be answered offline.

@@ -94,10 +94,17 @@ APIEndpoint OmbrixServerAPI::endPoint() const {
   return endPoint_;
 }
 
-platform::URL OmbrixServerAPI::endpoint() const {
+std::uint64_t OmbrixServerAPI::environment() const {
   const std::lock_guard lock(mutex_);
-  return configuration_.baseURL(endPoint_);
+  return environment_;
 }
+
+std::pair<std::uint64_t, platform::URL> OmbrixServerAPI::environmentAndBase() const {
+  const std::lock_guard lock(mutex_);
+  return {environment_, configuration_.baseURL(endPoint_)};
+}
+
+platform::URL OmbrixServerAPI::endpoint() const { return environmentAndBase().second; }
 
 platform::URL OmbrixServerAPI::apiEndpoint() const {
   const auto base = endpoint();
@@ -128,9 +135,9 @@ std::shared_ptr<URLSession> OmbrixServerAPI::makeSession(
   std::string testHost;
   {
     const std::lock_guard lock(mutex_);
-    testHost = hostOf(configuration_.development);
+    testHost = configuration_.testHost();
   }
-  configuration.loopbackHosts.push_back(testHost);
+  if (!testHost.empty()) configuration.loopbackHosts.push_back(testHost);
   return URLSession::make(configuration,
                           std::make_shared<OmbrixServerAPIDelegate>(std::move(testHost)));
 }

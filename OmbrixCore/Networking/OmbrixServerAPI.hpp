@@ -18,6 +18,7 @@
 #include "OmbrixCore/Networking/ObservableFlag.hpp"
 #include "OmbrixCore/Networking/OmbrixAPIHttpRequestOperation.hpp"
 #include "OmbrixCore/Networking/ServerConfiguration.hpp"
+#include "OmbrixCore/Networking/ServiceConditions.hpp"
 #include "OmbrixPlatform/Coding/JSONDecoder.hpp"
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
@@ -67,9 +68,8 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
 
   [[nodiscard]] APIEndpoint endPoint() const;
 
-  /// A number that grows with each change of the environment or its servers: tells requests of the
-  /// one before apart.
-  [[nodiscard]] std::uint64_t environment() const noexcept { return environment_; }
+  /// Grows with each change of environment or servers: tells requests of the one before apart.
+  [[nodiscard]] std::uint64_t environment() const;
   [[nodiscard]] std::string baseURL() const;
   [[nodiscard]] std::string baseHost() const;
 
@@ -132,9 +132,14 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   /// @name Conditions
   /// @{
 
-  /// The bearer token of the signed-in user; in memory only.
+  /// The bearer token of the signed-in user; in memory only. None for an environment of the past.
   [[nodiscard]] std::optional<std::string> jwtToken() const;
+  [[nodiscard]] std::optional<std::string> jwtToken(std::uint64_t ofEnvironment) const;
   void setJwtToken(std::optional<std::string> token);
+
+  /// Stores in one step what the answer to a request of an environment says, then calls handlers;
+  /// neither when another environment is the current one.
+  void take(ServiceConditions conditions, std::uint64_t environment);
 
   /// Whether the login is no longer valid; ended by `clearLoginError` only.
   [[nodiscard]] bool loginError() const { return loginError_.value(); }
@@ -254,6 +259,7 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   static platform::ServiceSlot<OmbrixServerAPI>& slot();
   static std::shared_ptr<OmbrixServerAPI> make(ServerConfiguration configuration);
   static HTTPError bodyError(const std::exception_ptr& error);
+  std::pair<std::uint64_t, platform::URL> environmentAndBase() const;
 
   void startPathMonitor();
   void pathChanged(const platform::NWPath& path);
@@ -264,8 +270,8 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   void updateHasOperations();
   void call(const std::function<void()>& handler) const;
 
-  mutable std::mutex mutex_;                   // guards what follows, up to the next comment
-  std::atomic<std::uint64_t> environment_{0};  // read without it
+  mutable std::mutex mutex_;  // guards what follows, up to the next comment
+  std::uint64_t environment_ = 0;
   ServerConfiguration configuration_;
   APIEndpoint endPoint_ = APIEndpoint::production;
   std::optional<std::string> jwtToken_;

@@ -10,7 +10,7 @@ namespace ombrix {
 /// server, and no other, whatever certificate it presents.
 class OmbrixServerAPIDelegate final : public platform::URLSessionDelegate {
  public:
-  /// @param testHost The local test server's host.
+  /// @param testHost The local test server's host; empty for none.
   explicit OmbrixServerAPIDelegate(std::string testHost);
 
   [[nodiscard]] bool judgesServers(const std::string& host) const override;

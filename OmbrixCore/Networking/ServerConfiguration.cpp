@@ -1,5 +1,6 @@
 #include "OmbrixCore/Networking/ServerConfiguration.hpp"
 
+#include "OmbrixPlatform/Network/URLOrigin.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix {
@@ -20,6 +21,11 @@ const platform::URL& ServerConfiguration::baseURL(APIEndpoint endpoint) const {
       return development;
   }
   platform::fatalError("no such environment");
+}
+
+std::string ServerConfiguration::testHost() const {
+  const auto origin = platform::URLOrigin::of(development);
+  return origin && origin->host.ends_with(".test") ? origin->host : std::string();
 }
 
 }  // namespace ombrix

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "OmbrixCore/Networking/APIEndpoint.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
 
@@ -8,8 +10,8 @@ namespace ombrix {
 /// Which servers the client of the web service talks to: one base URL for each environment, an
 /// HTTPS URL that ends in "/".
 ///
-/// The host of `development` names a local test server: it is reached on the loopback address,
-/// whatever the name service says, and its certificate may be self-signed.
+/// A host of `development` that ends in ".test", which no name service knows, is the local test
+/// server: it is reached on the loopback address, and its certificate may be self-signed.
 struct ServerConfiguration {
   platform::URL production;
   platform::URL staging;
@@ -19,6 +21,9 @@ struct ServerConfiguration {
   static ServerConfiguration defaults();
 
   [[nodiscard]] const platform::URL& baseURL(APIEndpoint endpoint) const;
+
+  /// The local test server's host in lower case; empty when there is none.
+  [[nodiscard]] std::string testHost() const;
 };
 
 }  // namespace ombrix

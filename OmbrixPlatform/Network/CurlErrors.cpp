@@ -139,4 +139,18 @@ bool isMissingConnectivity(const CurlFailure& failure) noexcept {
          (failure.code == CURLE_COULDNT_CONNECT && isMissingRoute(failure.systemError));
 }
 
+bool isUnreachable(const URLError& error) noexcept {
+  switch (error.code()) {
+    case URLError::Code::timedOut:
+    case URLError::Code::cannotFindHost:
+    case URLError::Code::cannotConnectToHost:
+    case URLError::Code::networkConnectionLost:
+    case URLError::Code::dnsLookupFailed:
+    case URLError::Code::notConnectedToInternet:
+      return true;
+    default:
+      return false;
+  }
+}
+
 }  // namespace ombrix::platform::detail

@@ -130,6 +130,7 @@ void TransferTask::begin(std::shared_ptr<const URLRequest> request) {
   if (auto error = refusal(*request)) return fail(std::move(error));
   HTTPHeaders conditions;
   validated_.reset();
+  answerOnError_.reset();
   URLCache* cache = cacheOf(*session);
   if (cache != nullptr && answeredByCache(*session, *cache, *request, conditions)) return;
 
@@ -155,6 +156,10 @@ void TransferTask::begin(std::shared_ptr<const URLRequest> request) {
 bool TransferTask::answeredByCache(CurlURLSession& session, URLCache& cache,
                                    const URLRequest& request, HTTPHeaders& conditions) {
   URLCache::Decision decision = cache.decide(request);
+  if (decision.mustRevalidateBehind) {
+    session.dataTask(URLCache::revalidation(request), [](auto&&...) {})->resume();
+  }
+  answerOnError_ = std::move(decision.answerOnError);
   using enum URLCache::Decision::Kind;
   switch (decision.kind) {
     case serve: {
@@ -241,7 +246,9 @@ TransferClient::BodyUse TransferTask::headerCame(std::shared_ptr<const HTTPURLRe
                                                  std::int64_t expectedBytes) {
   bytesExpected_ = expectedBytes;
   const bool isElsewhere = isRedirect(*response);
-  conversation_.headerCame(!isElsewhere && !(validated_ && response->statusCode() == 304));
+  const bool isConfirmation = validated_ && response->statusCode() == 304;
+  conversation_.headerCame(!isElsewhere && !isConfirmation && !isReplaced(*response));
+  response = handedOver(std::move(response), original_->url);
   const std::lock_guard lock(lock_);
   response_ = std::move(response);
   return isStreaming_ && !isElsewhere ? BodyUse::stream : BodyUse::gather;
@@ -330,11 +337,22 @@ void TransferTask::answered(WireAnswer wire) {
     case AfterAnswer::Step::fail:
       return fail(std::move(next.error));
     default:
+      answer.response = handedOver(std::move(answer.response), original_->url);
       session->loop().postTogether(
           [self = shared_from_this(), answer = std::move(answer)]() mutable {
             self->conclude(std::move(answer));
           });
   }
+}
+
+void TransferTask::failed(std::shared_ptr<const URLError> error) {
+  const auto session = this->session();
+  if (!session || !answerOnError_ || !isUnreachable(*error)) return fail(std::move(error));
+  {
+    const std::lock_guard lock(lock_);
+    transfer_ = nullptr;
+  }
+  postConclusion(*session, storedAnswer());
 }
 
 // Redirects.
@@ -407,6 +425,13 @@ void TransferTask::conclude(Answer answer) {
   const auto session = this->session();
   if (!session || isOver()) return;
   reportSent();
+  if (answer.isNew && isReplaced(*answer.response)) {
+    answer = storedAnswer();
+    auto next = afterAnswer(*request(), *answer.response, redirects_, false);
+    if (next.step == AfterAnswer::Step::follow) {
+      return follow(*session, std::move(answer), *std::move(next.next));
+    }
+  }
   URLCache* cache = cacheOf(*session);
   if (cache != nullptr && answer.isNew) {
     const bool wasRedirect = isRedirect(*answer.response);
@@ -436,6 +461,17 @@ void TransferTask::conclude(Answer answer) {
   if (auto allowed = conversation_.conclude(std::move(outcome)); allowed && claim()) {
     deliver(*std::move(allowed));
   }
+}
+
+bool TransferTask::isReplaced(const HTTPURLResponse& response) const {
+  return answerOnError_ && URLCache::isServerError(response.statusCode());
+}
+
+/// What the cache has in the place of an answer that the server cannot give.
+TransferTask::Answer TransferTask::storedAnswer() {
+  changeMetrics([](auto& metrics) { metrics.fetchType = FetchType::localCache; });
+  auto stored = *std::exchange(answerOnError_, std::nullopt);
+  return {.response = std::move(stored.response), .cachedBody = std::move(stored.data)};
 }
 
 /// Lets the cache keep the answer, and complete it when the server has only confirmed what is kept.

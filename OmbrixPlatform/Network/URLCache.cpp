@@ -1,6 +1,8 @@
 #include "OmbrixPlatform/Network/URLCache.hpp"
 
 #include <algorithm>
+#include <mutex>
+#include <unordered_map>
 #include <utility>
 
 #include "OmbrixPlatform/Files/Bundle.hpp"
@@ -40,6 +42,32 @@ CachedAnswerPointer keptAnswer(std::string key, const URLRequest& request,
                    .freshness = freshness,
                    .answer = {std::move(response), answer.data ? answer.data : kNothing}});
 }
+
+/// Which keys are being asked about behind callers' backs. Any thread.
+class Revalidations {
+ public:
+  /// Whether nobody has been told to ask about the key within the last minute.
+  bool begin(const std::string& key, Date now) {
+    const std::lock_guard lock(mutex_);
+    std::erase_if(begun_, [&](const auto& entry) { return hasLapsed(entry.second, now); });
+    return begun_.size() < kMost && begun_.emplace(key, now).second;
+  }
+
+  /// The server has answered about the key.
+  void end(const std::string& key) {
+    const std::lock_guard lock(mutex_);
+    begun_.erase(key);
+  }
+
+ private:
+  static constexpr std::size_t kMost = 64;
+  static constexpr TimeInterval kLapse{60};  // an attempt that failed is not repeated before
+
+  static bool hasLapsed(Date begun, Date now) { return now < begun || now - begun > kLapse; }
+
+  std::mutex mutex_;
+  std::unordered_map<std::string, Date> begun_;
+};
 
 class TieredURLCache final : public URLCache {
  public:
@@ -121,6 +149,7 @@ class TieredURLCache final : public URLCache {
   const std::int64_t diskCapacity_;
   const std::shared_ptr<MemoryURLCache> memory_;
   const ObservationToken memoryWarning_;
+  Revalidations revalidations_;
   std::shared_ptr<SqliteURLCache> disk_;  // none without a folder or with too small a budget
 };
 
@@ -131,19 +160,39 @@ URLCache::Decision TieredURLCache::decide(const URLRequest& request) {
       request.cachePolicy != URLRequest::CachePolicy::reloadIgnoringLocalCacheData) {
     stored = find(cacheKey(request.url), request.headers);
   }
-  switch (useOf(request, stored ? &stored->freshness : nullptr, services().clock.get().now())) {
+  const Date now = services().clock.get().now();
+  const StoredUse use = useOf(request, stored ? &stored->freshness : nullptr, now);
+  const auto aged = [&] {
+    const HTTPURLResponse& response = *stored->answer.response;
+    return CachedURLResponse{
+        withFields(response, fieldsWithAge(response.headers(), stored->freshness.ageSeconds(now))),
+        stored->answer.data};
+  };
+  Decision decision;
+  switch (use) {
     case StoredUse::serve:
-      return {.kind = Kind::serve, .answer = stored->answer, .conditions = {}};
+    case StoredUse::serveWhileRevalidating:
+      decision.kind = Kind::serve;
+      decision.answer = aged();
+      decision.mustRevalidateBehind =
+          use == StoredUse::serveWhileRevalidating && revalidations_.begin(stored->key, now);
+      break;
     case StoredUse::validate:
-      return {.kind = Kind::validate,
-              .answer = stored->answer,
-              .conditions = conditionsFrom(stored->answer.response->headers())};
+      decision.kind = Kind::validate;
+      decision.answer = stored->answer;
+      decision.conditions = conditionsFrom(stored->answer.response->headers());
+      break;
     case StoredUse::unavailable:
-      return {.kind = Kind::unavailable, .answer = std::nullopt, .conditions = {}};
+      decision.kind = Kind::unavailable;
+      break;
     case StoredUse::load:
       break;
   }
-  return {};
+  const bool isAsked = decision.kind == Kind::validate || decision.kind == Kind::load;
+  if (isAsked && stored && mayServeOnError(request, stored->freshness, now)) {
+    decision.answerOnError = aged();
+  }
+  return decision;
 }
 
 CachedURLResponse TieredURLCache::received(const URLRequest& request, Date requestTime,
@@ -154,6 +203,7 @@ CachedURLResponse TieredURLCache::received(const URLRequest& request, Date reque
   const ExchangeTimes times{.request = requestTime, .response = responseTime};
   for (const std::string& key : invalidatedKeys(request, response)) remove(key);
   if (request.httpMethod != "GET") return answer;
+  revalidations_.end(cacheKey(request.url));
   if (response.statusCode() == 304 && validated != nullptr && validated->response) {
     if (confirms(response.headers(), validated->response->headers())) {
       return confirmed(request, times, response, *validated);
@@ -181,6 +231,13 @@ CachedURLResponse TieredURLCache::confirmed(const URLRequest& request, const Exc
 }
 
 }  // namespace
+
+URLRequest URLCache::revalidation(URLRequest request) {
+  request.headers.set("Cache-Control", "max-age=0");
+  return request;
+}
+
+bool URLCache::isServerError(int status) noexcept { return detail::isServerError(status); }
 
 std::shared_ptr<URLCache> URLCache::make(std::int64_t memoryCapacity, std::int64_t diskCapacity,
                                          std::optional<URL> directory) {

@@ -24,7 +24,8 @@ struct CachedURLResponse {
 /// Only whole answers to GET are kept, and HEAD goes to the server like every other method. An
 /// answer goes to requests with the same "Authorization" (or the same lack of it) and the same
 /// values of the fields that it varies by, up to 32 of them for one URL. Fields of its header that
-/// are about the connection are not kept, nor is a token in "Authorization"; "Age" is as it came.
+/// are about the connection are not kept, nor is a token in "Authorization". What `decide` serves
+/// has its "Age"; `cachedResponse` gives it as it came.
 /// Digests alone of what requests said reach the disk.
 ///
 /// Answers of more than an eighth of the memory's budget are not kept there, of more than a
@@ -35,9 +36,8 @@ struct CachedURLResponse {
 class URLCache {
  public:
   /// @param memoryCapacity Bytes in memory, 0 or more.
-  /// @param diskCapacity Bytes on disk, overhead included, 0 or more; below 192 KiB there is room
-  /// for
-  ///   nothing. A folder that was used with a larger budget is emptied first.
+  /// @param diskCapacity Bytes on disk, overhead included, 0 or more; below some 190 KiB there is
+  ///   room for nothing. A folder that was used with a larger budget is emptied first.
   /// @param directory Where the disk tier lies; made on first use. None: memory only.
   static std::shared_ptr<URLCache> make(std::int64_t memoryCapacity, std::int64_t diskCapacity,
                                         std::optional<URL> directory);
@@ -81,13 +81,28 @@ class URLCache {
     };
     Kind kind = Kind::load;
     std::optional<CachedURLResponse> answer;
-    HTTPHeaders conditions;  // If-None-Match, If-Modified-Since
+    HTTPHeaders conditions{};  ///< If-None-Match, If-Modified-Since
+
+    /// What is to be served is stale: the server is to be asked by `revalidation(request)` behind
+    /// the caller's back (RFC 5861 section 3). Told to one caller at a time.
+    bool mustRevalidateBehind = false;
+
+    /// What to hand over, with nothing said to `received`, when the server cannot be reached or
+    /// answers by a status that `isServerError` (RFC 5861 section 4).
+    std::optional<CachedURLResponse> answerOnError{};
   };
+
+  /// The request that asks the server whether what is kept for a request still holds.
+  [[nodiscard]] static URLRequest revalidation(URLRequest request);
+
+  /// Whether a status stands for a server that cannot answer now: 500, 502, 503, 504.
+  [[nodiscard]] static bool isServerError(int status) noexcept;
 
   /// Decides by the request's method, header fields and cache policy, the stored answers and the
   /// clock service. The policies that ask for a stored answer however old get one whatever its
-  /// directives say. A request with conditions of its own or for a range goes to the server as it
-  /// is. What is served may be a redirect that is to be followed.
+  /// directives say. What came at a time that is yet to come (the clock was set back) is
+  /// validated. A request with conditions of its own or for a range goes to the server as it is.
+  /// What is served may be a redirect that is to be followed.
   [[nodiscard]] virtual Decision decide(const URLRequest& request) = 0;
 
   /// Takes note of what the server said: keeps it, merges a 304 into what `validated` held,

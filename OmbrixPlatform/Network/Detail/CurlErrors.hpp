@@ -27,6 +27,9 @@ std::shared_ptr<const URLError> urlErrorFor(const CurlFailure& failure);
 /// Whether it is the network that is missing for now, not the server that refuses.
 [[nodiscard]] bool isMissingConnectivity(const CurlFailure& failure) noexcept;
 
+/// Whether an error says that the server could not be reached, or did not answer.
+[[nodiscard]] bool isUnreachable(const URLError& error) noexcept;
+
 inline std::shared_ptr<const URLError> makeURLError(URLError::Code code,
                                                     const std::string& message) {
   return std::make_shared<const URLError>(code, message);

@@ -6,8 +6,6 @@
 #include <string_view>
 #include <utility>
 
-#include "OmbrixPlatform/Network/Detail/HTTPOrigin.hpp"
-
 namespace ombrix::platform::detail {
 namespace {
 
@@ -25,6 +23,16 @@ std::string encodedWhereNeeded(std::string_view text) {
     }
   }
   return encoded;
+}
+
+/// The URL without a name and password.
+URL withoutUserInfo(const URL& url) {
+  const auto user = url.userInfo();
+  if (!user) return url;
+  std::string text = url.absoluteString();
+  text.erase(static_cast<std::size_t>(user->data() - url.absoluteString().data()),
+             user->size() + 1);  // with the "@"
+  return URL::parse(text).value_or(url);
 }
 
 constexpr std::array<const char*, 3> kForOneOrigin{"Authorization", "Cookie",
@@ -50,13 +58,31 @@ bool isForOneOrigin(std::string_view headerName) noexcept {
                              [&](const char* name) { return headerNamesEqual(headerName, name); });
 }
 
-bool haveSameOrigin(const URL& a, const URL& b) { return HTTPOrigin::of(a) == HTTPOrigin::of(b); }
+bool mayFollow(const URLRequest& request, const URLRequest& next) {
+  const auto from = URLOrigin::of(request.url);
+  const auto to = URLOrigin::of(next.url);
+  const bool isDowngrade = from && from->scheme == "https" && !(to && to->scheme == "https");
+  return !(isDowngrade && next.httpBody && !next.httpBody->empty());
+}
+
+std::shared_ptr<const HTTPURLResponse> handedOver(std::shared_ptr<const HTTPURLResponse> response,
+                                                  const URL& original) {
+  if (!response->headers().contains("Authorization")) return response;
+  if (haveSameOrigin(response->url(), original)) return response;
+  HTTPHeaders headers = response->headers();
+  headers.remove("Authorization");
+  return std::make_shared<const HTTPURLResponse>(response->url(), response->statusCode(),
+                                                 std::move(headers), response->httpVersion());
+}
 
 std::optional<URLRequest> redirected(const URLRequest& request, const HTTPURLResponse& response) {
   const auto location = response.valueForHTTPHeaderField("Location");
   if (!location || location->empty()) return std::nullopt;
   auto url = URL::parse(encodedWhereNeeded(*location), request.url);
   if (!url) return std::nullopt;
+
+  const bool isSameOrigin = haveSameOrigin(*url, request.url);
+  if (!isSameOrigin || url->userInfo() != request.url.userInfo()) url = withoutUserInfo(*url);
 
   URLRequest next = request;
   next.url = *std::move(url);
@@ -71,7 +97,7 @@ std::optional<URLRequest> redirected(const URLRequest& request, const HTTPURLRes
       next.headers.remove(name);
     }
   }
-  if (!haveSameOrigin(next.url, request.url)) {
+  if (!isSameOrigin) {
     for (const char* name : kForOneOrigin) next.headers.remove(name);
   }
   return next;

@@ -72,6 +72,7 @@ AfterAnswer afterAnswer(const URLRequest& request, const HTTPURLResponse& respon
             .error = errorOf(Code::redirectToNonExistentLocation,
                              "the server redirects to something that is no URL")};
   }
+  if (!mayFollow(request, *next)) return {.step = conclude};
   return {.step = follow, .next = std::move(next)};
 }
 

@@ -64,7 +64,7 @@ class TransferTask final : public URLSessionUploadTask,
   [[nodiscard]] bool askAboutTrust(URLAuthenticationChallenge challenge,
                                    TrustAnswer answer) override;
   void answered(WireAnswer answer) override;
-  void failed(std::shared_ptr<const URLError> error) override { fail(std::move(error)); }
+  void failed(std::shared_ptr<const URLError> error) override;
 
  private:
   /// A whole answer, from the server or from the cache.
@@ -97,6 +97,9 @@ class TransferTask final : public URLSessionUploadTask,
   void postConclusion(CurlURLSession& session, Answer answer);
   void conclude(Answer answer);
   Answer throughCache(URLCache& cache, Answer answer);
+  /// Whether an answer stands for a server that cannot answer now, and the cache has one instead.
+  [[nodiscard]] bool isReplaced(const HTTPURLResponse& response) const;
+  Answer storedAnswer();
   void askAboutResponse(CurlURLSession& session);
   void askDelegate(CurlURLSession& session, std::shared_ptr<const HTTPURLResponse> response);
   void permitted(CurlURLSession& session);
@@ -121,6 +124,7 @@ class TransferTask final : public URLSessionUploadTask,
 
   // Owned by whoever has the task on its way.
   std::optional<CachedURLResponse> validated_;
+  std::optional<CachedURLResponse> answerOnError_;
   int redirects_ = 0;
   TransferClient::TimePoint deadline_{};
 

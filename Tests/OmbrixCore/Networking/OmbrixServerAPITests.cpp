@@ -207,6 +207,32 @@ TEST_F(OmbrixServerAPITests, SessionsAndQueue) {
   EXPECT_TRUE(client().dispatchQueue()->label().ends_with(".api"));
 }
 
+// Catches a server that is not the local one and is yet looked for on the loopback address, or
+// believed whatever certificate it has.
+TEST_F(OmbrixServerAPITests, TheTestServerIsOneOfAReservedName) {
+  const std::pair<std::string, std::string> rows[] = {
+      {"https://API.Ombrix.Test:8443/", "api.ombrix.test"},
+      {"https://127.0.0.1:8443/", ""},
+      {"https://localhost/", ""},
+      {"https://test/", ""},
+      {"https://ombrix.test.example/", ""},
+      {"https://ombrix-test/", ""},
+  };
+  for (const auto& [url, host] : rows) {
+    auto configuration = ServerConfiguration::defaults();
+    configuration.development = *platform::URL::parse(url);
+    EXPECT_EQ(configuration.testHost(), host);
+    client().setConfiguration(configuration);
+    const auto fake = session();
+    EXPECT_EQ(fake->configuration().loopbackHosts,
+              host.empty() ? std::vector<std::string>{} : std::vector<std::string>{host});
+    const auto asked = configuration.development.host().value();
+    fake->delegate()->didReceiveChallenge(
+        *fake, {{asked, 443, platform::SecTrust{{platform::dataFrom("certificate")}}}},
+        [&](auto, const auto& credential) { EXPECT_EQ(credential.has_value(), !host.empty()); });
+  }
+}
+
 // Catches a request to the environment before, and a token that goes to another server.
 TEST_F(OmbrixServerAPITests, ChangingTheEnvironment) {
   answer(Answer{});

@@ -249,6 +249,30 @@ TEST_F(ServerAPIEndToEndTests, ChangingTheEnvironment) {
   EXPECT_EQ(textOf(before.get().data), "from before");
 }
 
+// Catches another server, to which a redirect led, that logs the user out or in, or ends what it
+// knows nothing of; and a token that travels there.
+TEST_F(ServerAPIEndToEndTests, OtherServersSayNothingOfTheLogin) {
+  client().setJwtToken("ours");
+  client().triggerMaintenanceMode();
+  for (const int status : {200, 401, 503}) {
+    server.route("*", "/away", [&](const auto&) {
+      return devserver::Response{.status = 307, .headers = {{"Location", plainServer.url("/x")}}};
+    });
+    plainServer.route("*", "/x", [&](const auto&) {
+      return devserver::Response{.status = status, .headers = {{"Authorization", "Bearer theirs"}}};
+    });
+    EXPECT_EQ(get("away").has_value(), status == 200);
+    EXPECT_EQ(plainServer.requests("/x").back()->headers.find("Authorization"), nullptr);
+    EXPECT_EQ(client().jwtToken(), "ours");
+    EXPECT_FALSE(client().loginError());
+    EXPECT_TRUE(client().serverIsInMaintenanceMode());
+  }
+  const auto asked = plainServer.requestCount("/x");
+  const HTTPPayload body(Dictionary{{"a", "b"}});
+  EXPECT_FALSE(resultOf(client().publisher("away", Method::POST, false, body)));
+  EXPECT_EQ(plainServer.requestCount("/x"), asked);
+}
+
 // Catches a self-signed certificate that is accepted for any host, and failures without a case.
 TEST_F(ServerAPIEndToEndTests, OnlyTheTestServerIsTrusted) {
   EXPECT_TRUE(get("resorts"));

@@ -69,12 +69,15 @@ std::string textOf(const CacheControl& control) {
   add(control.noCache, "no-cache");
   add(control.mustRevalidate, "must-revalidate");
   add(control.mustUnderstand, "must-understand");
+  add(control.isImmutable, "immutable");
   add(control.isPublic, "public");
   add(control.isPrivate, "private");
   add(control.onlyIfCached, "only-if-cached");
   addNumber(control.maxAge, "max-age=");
   addNumber(control.minFresh, "min-fresh=");
   addNumber(control.maxStale, "max-stale=");
+  addNumber(control.staleWhileRevalidate, "stale-while-revalidate=");
+  addNumber(control.staleIfError, "stale-if-error=");
   return text;
 }
 
@@ -104,6 +107,9 @@ TEST(HTTPCachingTests, ReadsDirectives) {
       {"max-stale, min-fresh=3", "min-fresh=3 max-stale=2147483648"},
       {"max-stale=5, min-fresh=x", "min-fresh=2147483648 max-stale=5"},
       {"only-if-cached must-understand", ""},
+      {"immutable, stale-if-error=5, Stale-While-Revalidate=\"6\"",
+       "immutable stale-while-revalidate=6 stale-if-error=5"},
+      {"stale-if-error, stale-while-revalidate=x", "stale-while-revalidate=0 stale-if-error=0"},
       {"only-if-cached,must-understand", "must-understand only-if-cached"},
   };
   for (const auto& [field, read] : rows) {
@@ -137,8 +143,9 @@ TEST(HTTPCachingTests, CountsLifetimeAndAge) {
       {200, date, 0, 2},
       {200, "Date: " + std::string(kNowMinus100) + "|Cache-Control: max-age=300", 300, 100},
       {200, date + "|Age: 40|Cache-Control: max-age=300", 300, 42},
-      {200, date + "|Age: 40, 50|Cache-Control: max-age=300", 300, 42},
-      {200, date + "|Age: -40|Cache-Control: max-age=300", 300, 2},
+      {200, date + "|Age: 40, 50|Cache-Control: max-age=300", 300, 52},
+      {200, date + "|Age: -40|Cache-Control: max-age=300", 300, 2'147'483'650},
+      {200, date + "|Age: 0;x|Cache-Control: max-age=300", 300, 2'147'483'650},
       {200, "Date: Mon, 07 Nov 1994 08:49:37 GMT|Cache-Control: max-age=9", 9, 2},
       {200, "Date: yesterday|Cache-Control: max-age=9", 9, 2},
   };
@@ -168,8 +175,16 @@ TEST(HTTPCachingTests, KeepsWhatMayBeKept) {
       {"GET", "", 206, "Cache-Control: max-age=9", false},
       {"GET", "", 304, "Cache-Control: max-age=9", false},
       {"GET", "", 100, "Cache-Control: max-age=9", false},
-      {"GET", "", 299, "Cache-Control: max-age=9", false},
-      {"GET", "", 599, "Cache-Control: max-age=9", false},
+      {"GET", "", 299, "Cache-Control: max-age=9", true},
+      {"GET", "", 299, "", false},
+      {"GET", "", 599, "Cache-Control: max-age=9", true},
+      {"GET", "", 306, "Expires: 0", true},
+      {"GET", "", 412, "Cache-Control: max-age=9", false},
+      {"GET", "", 416, "Cache-Control: max-age=9", false},
+      {"GET", "", 299, "Cache-Control: max-age=9, must-understand", false},
+      {"GET", "", 404, "Cache-Control: max-age=9, must-understand", true},
+      {"GET", "", 200, "Cache-Control: max-age=9, must-understand, no-store", true},
+      {"GET", "", 299, "Cache-Control: max-age=9, must-understand, no-store", false},
       {"GET", "", 200, "Cache-Control: must-understand", true},
       {"GET", "", 302, "", false},
       {"GET", "", 302, "Cache-Control: max-age=9", true},
@@ -194,6 +209,8 @@ constexpr std::string_view name(StoredUse use) {
   switch (use) {
     case StoredUse::serve:
       return "serve";
+    case StoredUse::serveWhileRevalidating:
+      return "serve and ask";
     case StoredUse::validate:
       return "validate";
     case StoredUse::load:
@@ -209,6 +226,9 @@ TEST(HTTPCachingTests, DecidesByFreshnessDirectivesAndPolicy) {
   using enum URLRequest::CachePolicy;
   constexpr auto protocol = useProtocolCachePolicy;
   constexpr std::string_view kTen = "Cache-Control: max-age=10|ETag: \"1\"";
+  constexpr std::string_view kLenient =
+      "Cache-Control: max-age=10, stale-while-revalidate=5, stale-if-error=20|ETag: \"1\"";
+  constexpr std::string_view kImmutable = "Cache-Control: max-age=10, immutable|ETag: \"1\"";
   const struct {
     std::string_view stored;  // "-": nothing is
     double age;
@@ -243,6 +263,25 @@ TEST(HTTPCachingTests, DecidesByFreshnessDirectivesAndPolicy) {
       {kTen, 9, "Cache-Control: only-if-cached", protocol, "serve"},
       {kTen, 11, "Cache-Control: only-if-cached", protocol, "unavailable"},
       {kTen, 11, "Cache-Control: only-if-cached, max-stale=1", protocol, "serve"},
+      {kTen, -1, "", protocol, "validate"},  // the clock was set back
+      {"Cache-Control: max-age=10", -1, "", protocol, "load"},
+      {kTen, -1, "Cache-Control: max-stale", protocol, "validate"},
+      {kTen, -1, "", returnCacheDataElseLoad, "serve"},
+      {kLenient, 9, "", protocol, "serve"},
+      {kLenient, 14, "", protocol, "serve and ask"},
+      {kLenient, 15, "", protocol, "validate or serve"},
+      {kLenient, 14, "Cache-Control: max-age=12", protocol, "validate or serve"},
+      {kLenient, 14, "Cache-Control: no-cache", protocol, "validate"},
+      {kLenient, 14, "Cache-Control: only-if-cached", protocol, "serve"},
+      {kLenient, 29, "", protocol, "validate or serve"},
+      {kLenient, 30, "", protocol, "validate"},
+      {kLenient, -1, "", protocol, "validate"},
+      {"Cache-Control: max-age=10, must-revalidate, stale-while-revalidate=5, stale-if-error=5", 11,
+       "", protocol, "load"},
+      {"Cache-Control: stale-if-error=5", 1, "", protocol, "load or serve"},
+      {kImmutable, 5, "Cache-Control: max-age=0", protocol, "serve"},
+      {kImmutable, 5, "Cache-Control: no-cache", protocol, "validate"},
+      {kImmutable, 10, "Cache-Control: max-age=0", protocol, "validate"},
       {kTen, 1, "", reloadIgnoringLocalCacheData, "load"},
       {kTen, 99, "", returnCacheDataElseLoad, "serve"},
       {"Cache-Control: no-cache, must-revalidate", 99, "", returnCacheDataElseLoad, "serve"},
@@ -254,16 +293,23 @@ TEST(HTTPCachingTests, DecidesByFreshnessDirectivesAndPolicy) {
     const Date then = dateSince1970(kNow);
     const auto freshness = freshnessOf(200, fieldsOf(row.stored == "-" ? "" : row.stored),
                                        {.request = then, .response = then});
-    const auto use = useOf(requestFor("http://a.test/", row.asked, "GET", row.policy),
-                           row.stored == "-" ? nullptr : &freshness, then + TimeInterval(row.age));
-    EXPECT_EQ(name(use), row.use) << row.stored << " / " << row.age << " / " << row.asked;
+    const auto request = requestFor("http://a.test/", row.asked, "GET", row.policy);
+    const Date now = then + TimeInterval(row.age);
+    const auto use = useOf(request, row.stored == "-" ? nullptr : &freshness, now);
+    std::string told(name(use));
+    const bool isAsked = use == StoredUse::validate || use == StoredUse::load;
+    if (isAsked && row.stored != "-" && mayServeOnError(request, freshness, now)) {
+      told += " or serve";
+    }
+    EXPECT_EQ(told, row.use) << row.stored << " / " << row.age << " / " << row.asked;
   }
 }
 
 // Catches a confirmation that changes what belongs to the body, or leaves fields of a connection.
 TEST(HTTPCachingTests, MergesAConfirmation) {
   const auto stored = fieldsOf(
-      "ETag: \"1\"|Content-Length: 5|Content-Encoding: gzip|Content-Type: a/b|X-Old: 1|Date: then");
+      "ETag: \"1\"|Content-Length: 5|Content-Encoding: gzip|Content-Type: a/b|X-Old: 1|Date: then|"
+      "Age: 9");
   const auto merged = mergedFields(
       stored, fieldsOf("Content-Length: 0|content-encoding: br|Content-Range: bytes 0-1/2|"
                        "Connection: close, X-Hop|X-Hop: 1|Keep-Alive: 1|Transfer-Encoding: x|"

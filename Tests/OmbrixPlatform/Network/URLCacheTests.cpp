@@ -33,7 +33,7 @@ TEST_F(URLCacheTests, ConfirmationRenewsWhatIsKept) {
   decided = cache->decide(request);
   ASSERT_EQ(decided.kind, Kind::serve);
   EXPECT_EQ(fieldsText(decided.answer->response->headers()),
-            "Cache-Control: max-age=20|ETag: \"1\"|X: new");
+            "Cache-Control: max-age=20|ETag: \"1\"|X: new|Age: 19");
 
   clock->advance(TimeInterval(2));
   decided = cache->decide(request);
@@ -41,6 +41,33 @@ TEST_F(URLCacheTests, ConfirmationRenewsWhatIsKept) {
   const auto other = load(*cache, request, answerOf(304, "ETag: \"2\""), &*decided.answer);
   EXPECT_EQ(other.response->statusCode(), 304);
   EXPECT_EQ(decision(*cache, request), "load");
+}
+
+// Catches a server that is asked by every caller of a stale answer, or by none ever after.
+TEST_F(URLCacheTests, OneCallerRevalidatesBehind) {
+  const auto cache = URLCache::make(kMiB, 0, std::nullopt);
+  const auto request = requestFor("http://a.test/");
+  constexpr auto kFields =
+      "Cache-Control: max-age=10, stale-while-revalidate=900|Age: 5|ETag: \"1\"";
+  load(*cache, request, answerOf(200, kFields, "body"));
+  clock->advance(TimeInterval(11));
+  for (const bool isToldToAsk : {true, false}) {
+    const auto decided = cache->decide(request);
+    ASSERT_EQ(decided.kind, Kind::serve);
+    EXPECT_EQ(decided.answer->response->valueForHTTPHeaderField("Age"), "16");
+    EXPECT_EQ(decided.mustRevalidateBehind, isToldToAsk);
+  }
+  const auto asking = URLCache::revalidation(request);
+  auto decided = cache->decide(asking);
+  ASSERT_EQ(decided.kind, Kind::validate);
+  load(*cache, asking, answerOf(304, ""), &*decided.answer);
+  clock->advance(TimeInterval(9));  // the confirmation has no "Age" and is new
+  EXPECT_FALSE(cache->decide(request).mustRevalidateBehind);
+  for (int attempt = 0; attempt < 3; ++attempt) {  // which the server never answers
+    clock->advance(TimeInterval(61));
+    EXPECT_TRUE(cache->decide(request).mustRevalidateBehind) << attempt;
+    EXPECT_FALSE(cache->decide(request).mustRevalidateBehind) << attempt;
+  }
 }
 
 // Catches the answer to a caller's own condition that is mixed up with what is kept.

@@ -30,6 +30,12 @@ void apply(CacheControl& control, std::string_view name, std::optional<std::stri
     control.mustRevalidate = true;
   } else if (is("must-understand")) {
     control.mustUnderstand = true;
+  } else if (is("immutable")) {
+    control.isImmutable = true;
+  } else if (is("stale-while-revalidate")) {
+    if (!control.staleWhileRevalidate) control.staleWhileRevalidate = seconds(0);
+  } else if (is("stale-if-error")) {
+    if (!control.staleIfError) control.staleIfError = seconds(0);
   } else if (is("public")) {
     control.isPublic = true;
   } else if (is("private")) {

@@ -29,12 +29,15 @@ struct CacheControl {
   bool noCache = false;  ///< with field names too
   bool mustRevalidate = false;
   bool mustUnderstand = false;
+  bool isImmutable = false;  ///< RFC 8246
   bool isPublic = false;
   bool isPrivate = false;
   bool onlyIfCached = false;
   std::optional<std::int64_t> maxAge;
   std::optional<std::int64_t> minFresh;
-  std::optional<std::int64_t> maxStale;  ///< without a number: `kMostDeltaSeconds`
+  std::optional<std::int64_t> maxStale;              ///< without a number: `kMostDeltaSeconds`
+  std::optional<std::int64_t> staleWhileRevalidate;  ///< RFC 5861 section 3
+  std::optional<std::int64_t> staleIfError;          ///< RFC 5861 section 4
 };
 
 CacheControl cacheControlOf(const HTTPHeaders& headers);

@@ -24,18 +24,32 @@ bool isCacheableByDefault(int status) noexcept {
   return isAnyOf(status, {200, 203, 204, 300, 301, 308, 404, 405, 410, 414, 501});
 }
 
-/// The final statuses of RFC 9110 whose meaning for a cache is known: not those that answer
-/// conditions and ranges.
+/// The final statuses of RFC 9110.
 bool isUnderstood(int status) noexcept {
-  const bool isKnown = (status >= 200 && status <= 205) || (status >= 300 && status <= 308) ||
+  const bool isKnown = (status >= 200 && status <= 206) || (status >= 300 && status <= 308) ||
                        (status >= 400 && status <= 417) || isAnyOf(status, {421, 422, 426}) ||
                        (status >= 500 && status <= 505);
-  return isKnown && !isAnyOf(status, {304, 306, 412, 416});
+  return isKnown && status != 306;
+}
+
+/// Whether an answer of the status is one to the URL, and not to the request's conditions or range.
+bool isWhole(int status) noexcept {
+  return status >= 200 && status <= 599 && !isAnyOf(status, {206, 304, 412, 416});
 }
 
 std::optional<Date> dateField(const HTTPHeaders& headers, std::string_view name, Date now) {
   const auto text = headers.value(name);
   return text ? dateFromHTTPText(trimmed(*text), now) : std::nullopt;
+}
+
+/// What "Age" says, of several values the largest; one that cannot be read is taken for old.
+double ageFieldSeconds(const HTTPHeaders& headers) {
+  std::string_view ages = headers.value("Age").value_or("");
+  std::int64_t largest = 0;
+  while (!ages.empty()) {
+    largest = std::max(largest, deltaSeconds(takeListPart(ages)).value_or(kMostDeltaSeconds));
+  }
+  return static_cast<double>(largest);
 }
 
 double secondsBetween(Date earlier, Date later) noexcept { return (later - earlier).count(); }
@@ -105,23 +119,27 @@ double Freshness::ageSeconds(Date now) const noexcept {
 Freshness freshnessOf(int status, const HTTPHeaders& headers, const ExchangeTimes& times) {
   const CacheControl control = cacheControlOf(headers);
   const Date date = dateField(headers, "Date", times.response).value_or(times.response);
-  std::string_view ages = headers.value("Age").value_or("");
-  const auto age = static_cast<double>(deltaSeconds(takeListPart(ages)).value_or(0));
+  const double age = ageFieldSeconds(headers);
   const double apparentAge = std::max(0.0, secondsBetween(date, times.response));
   const double delay = std::max(0.0, secondsBetween(times.request, times.response));
-  return {.lifetimeSeconds = lifetimeOf(status, headers, control, date, times.response),
-          .initialAgeSeconds = std::max(apparentAge, age + delay),
-          .responseTime = times.response,
-          .noCache = control.noCache,
-          .mustRevalidate = control.mustRevalidate,
-          .hasValidator = headers.contains("ETag") || headers.contains("Last-Modified")};
+  return {
+      .lifetimeSeconds = lifetimeOf(status, headers, control, date, times.response),
+      .initialAgeSeconds = std::max(apparentAge, age + delay),
+      .responseTime = times.response,
+      .noCache = control.noCache,
+      .mustRevalidate = control.mustRevalidate,
+      .isImmutable = control.isImmutable,
+      .hasValidator = headers.contains("ETag") || headers.contains("Last-Modified"),
+      .staleWhileRevalidateSeconds = static_cast<double>(control.staleWhileRevalidate.value_or(0)),
+      .staleIfErrorSeconds = static_cast<double>(control.staleIfError.value_or(0))};
 }
 
 bool isStorable(const URLRequest& request, const HTTPURLResponse& response) {
   const int status = response.statusCode();
-  if (request.httpMethod != "GET" || !isUnderstood(status)) return false;
+  if (request.httpMethod != "GET" || !isWhole(status)) return false;
   const CacheControl control = cacheControlOf(response.headers());
-  if (control.noStore || cacheControlOf(request.headers).noStore) return false;
+  if (control.mustUnderstand ? !isUnderstood(status) : control.noStore) return false;
+  if (cacheControlOf(request.headers).noStore) return false;
   std::string_view vary = response.headers().value("Vary").value_or("");
   while (!vary.empty()) {
     if (takeListPart(vary) == "*") return false;  // it would never be found again
@@ -161,15 +179,39 @@ StoredUse useOf(const URLRequest& request, const Freshness* stored, Date now) {
   const double age = stored->ageSeconds(now);
   const double left = stored->lifetimeSeconds - age;
   const auto asDouble = [](std::int64_t seconds) { return static_cast<double>(seconds); };
+  // Nobody knows how old an answer is that came later than now: the clock was set back.
+  const bool isKnownAge = stored->responseTime <= now;
+  const bool isAllowed = isKnownAge && !stored->noCache && !asked.noCache;
   const bool isFreshEnough = left > 0 && !(asked.minFresh && left < asDouble(*asked.minFresh));
-  const bool isStaleAllowed = left <= 0 && asked.maxStale && !asked.minFresh &&
-                              !stored->mustRevalidate && -left <= asDouble(*asked.maxStale);
+  const bool isStaleAllowed = left <= 0 && !asked.minFresh && !stored->mustRevalidate;
   const bool isTooOld = asked.maxAge && age > asDouble(*asked.maxAge);
-  if (!stored->noCache && !asked.noCache && !isTooOld && (isFreshEnough || isStaleAllowed)) {
-    return serve;
+  // What a server calls immutable needs no asking while it is fresh, also when a page is reloaded.
+  if (isAllowed && isFreshEnough && (!isTooOld || stored->isImmutable)) return serve;
+  if (isAllowed && isStaleAllowed && !isTooOld) {
+    if (asked.maxStale && -left <= asDouble(*asked.maxStale)) return serve;
+    if (-left < stored->staleWhileRevalidateSeconds) {
+      return asked.onlyIfCached ? serve : serveWhileRevalidating;
+    }
   }
   if (asked.onlyIfCached) return unavailable;
   return stored->hasValidator ? validate : load;
+}
+
+bool mayServeOnError(const URLRequest& request, const Freshness& stored, Date now) {
+  if (request.cachePolicy != URLRequest::CachePolicy::useProtocolCachePolicy) return false;
+  if (stored.noCache || stored.mustRevalidate || stored.responseTime > now) return false;
+  if (cacheControlOf(request.headers).noCache) return false;
+  const double beyond = std::max(0.0, stored.ageSeconds(now) - stored.lifetimeSeconds);
+  return beyond < stored.staleIfErrorSeconds;
+}
+
+bool isServerError(int status) noexcept { return isAnyOf(status, {500, 502, 503, 504}); }
+
+HTTPHeaders fieldsWithAge(const HTTPHeaders& stored, double ageSeconds) {
+  HTTPHeaders fields = stored;
+  const double whole = std::clamp(ageSeconds, 0.0, static_cast<double>(kMostDeltaSeconds));
+  fields.set("Age", std::to_string(static_cast<std::int64_t>(whole)));
+  return fields;
 }
 
 HTTPHeaders conditionsFrom(const HTTPHeaders& stored) {
@@ -203,6 +245,7 @@ bool confirms(const HTTPHeaders& notModified, const HTTPHeaders& stored) {
 
 HTTPHeaders mergedFields(const HTTPHeaders& stored, const HTTPHeaders& notModified) {
   HTTPHeaders merged = stored;
+  merged.remove("Age");  // the confirmation has its own, or is new
   for (const auto& [name, value] : notModified) {
     const bool isOfBody = isAnyOf(name, {"Content-Length", "Content-Encoding", "Content-Range"});
     if (isOfBody || isOfConnection(name) || isNominated(name, notModified)) continue;

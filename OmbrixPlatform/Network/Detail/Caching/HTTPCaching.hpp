@@ -29,7 +29,10 @@ struct Freshness {
   Date responseTime{};
   bool noCache = false;
   bool mustRevalidate = false;
+  bool isImmutable = false;
   bool hasValidator = false;
+  double staleWhileRevalidateSeconds = 0;  ///< beyond the lifetime
+  double staleIfErrorSeconds = 0;          ///< beyond the lifetime
 
   /// RFC 9111 section 4.2.3; a clock that was set back makes no answer younger than it came.
   [[nodiscard]] double ageSeconds(Date now) const noexcept;
@@ -41,7 +44,8 @@ Freshness freshnessOf(int status, const HTTPHeaders& headers, const ExchangeTime
 
 /// Whether the answer to a GET may be kept (RFC 9111 section 3). One without any word on freshness
 /// may be when its status is of those that caches keep by default: policies that ask for stored
-/// answers of any age can use it.
+/// answers of any age can use it. A status without a known meaning is kept as its fields allow,
+/// except under "must-understand"; for all others that one lifts "no-store".
 bool isStorable(const URLRequest& request, const HTTPURLResponse& response);
 
 /// Whether the method promises to change nothing at the server.
@@ -51,11 +55,22 @@ bool isSafeMethod(std::string_view method) noexcept;
 /// and server alone.
 bool isPartialOrConditional(const HTTPHeaders& headers) noexcept;
 
-enum class StoredUse { serve, validate, load, unavailable };
+enum class StoredUse { serve, serveWhileRevalidating, validate, load, unavailable };
 
 /// What to do for a GET without conditions of its own (RFC 9111 sections 4, 5.2.1, 5.4).
 /// @param stored What is kept for it; null for nothing.
 StoredUse useOf(const URLRequest& request, const Freshness* stored, Date now);
+
+/// Whether a stored answer that was not good enough by `useOf` may be handed over all the same when
+/// the server cannot answer (RFC 5861 section 4).
+bool mayServeOnError(const URLRequest& request, const Freshness& stored, Date now);
+
+/// Whether a status says that the server cannot answer now: those that RFC 5861 names.
+bool isServerError(int status) noexcept;
+
+/// The fields of a stored answer that is handed over without asking the server: with its age (RFC
+/// 9111 section 5.1).
+HTTPHeaders fieldsWithAge(const HTTPHeaders& stored, double ageSeconds);
 
 /// The conditions that ask whether a stored answer still holds; empty without validators.
 HTTPHeaders conditionsFrom(const HTTPHeaders& stored);
