@@ -15,7 +15,8 @@ struct CSVParseProgress {
   std::uint64_t bytesRead = 0;
   std::optional<std::uint64_t> bytesTotal;  ///< Where the source knows it.
   bool isFinished = false;                  ///< Whether this is the last report of this parse.
-  bool brokeOff = false;  ///< Whether the source, or the memory for its rows, failed before its end.
+  bool brokeOff =
+      false;  ///< Whether the source, or the memory for its rows, failed before its end.
 };
 
 /// Watches one parse, for a progress bar and for the counts at its end.

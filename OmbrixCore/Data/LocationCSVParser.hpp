@@ -24,9 +24,10 @@ namespace ombrix {
 /// Every form gives the fixes in file order, an empty list for an empty source, and nothing when
 /// the source cannot be opened or read at all; that, and each row that is skipped, is logged as an
 /// error. Nothing is thrown. When a source fails midway, or memory runs out, the fixes before are
-/// given and the failure is logged. Numbers only have to be numbers: a fix that is not finite or off
-/// the globe is given, too. What a field may hold, and what a stray quote costs,
-/// `platform::CSVReader` tells. Courses' and speeds' own accuracies are not in the file: they are -1.
+/// given and the failure is logged. Numbers only have to be numbers: a fix that is not finite or
+/// off the globe is given, too. What a field may hold, and what a stray quote costs,
+/// `platform::CSVReader` tells. Courses' and speeds' own accuracies are not in the file: they are
+/// -1.
 ///
 /// Stateless: one parser may serve any number of threads at once. The forms without a completion
 /// work on the calling thread. Those with one return at once, work on a concurrent queue shared by

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <utility>
 
@@ -65,7 +66,12 @@ CSVReader::CSVReader(InputStream& stream, const Configuration& configuration) : 
 }
 
 CSVReader::~CSVReader() {
-  if (closesStream_) stream_->close();
+  if (closesStream_) return stream_->close();
+  // An open stream ends up read, also one whose bytes were read where they lie.
+  std::array<std::byte, 4096> unused;
+  while (stream_ != nullptr && stream_->remainingBytes() &&
+         stream_->read(unused).value_or(0) != 0) {
+  }
 }
 
 void CSVReader::openStream() {
@@ -220,8 +226,8 @@ CSVReader::Scan CSVReader::scanRow(const char*& position) {
 
 CSVReader::Scan CSVReader::scanPlainField(const char*& position) {
   const char* const begin = position;
-  const auto bytes = std::min<std::size_t>(static_cast<std::size_t>(end_ - begin),
-                                           kMaximumFieldBytes + 1);
+  const auto bytes =
+      std::min<std::size_t>(static_cast<std::size_t>(end_ - begin), kMaximumFieldBytes + 1);
   while (position != begin + bytes && !endsField(*position)) ++position;
   if (static_cast<std::size_t>(position - begin) > kMaximumFieldBytes) return Scan::tooLong;
   if (position == end_ && !isComplete()) return Scan::unread;
@@ -232,8 +238,8 @@ CSVReader::Scan CSVReader::scanPlainField(const char*& position) {
 /// Moves from behind an opening quote to the closing one. False when there is none within a field's
 /// limit or before the end of the input, nothing when that has not been read yet.
 std::optional<bool> CSVReader::findClosingQuote(const char*& position) const noexcept {
-  const auto bytes = std::min<std::size_t>(static_cast<std::size_t>(end_ - position),
-                                           kMaximumFieldBytes + 1);
+  const auto bytes =
+      std::min<std::size_t>(static_cast<std::size_t>(end_ - position), kMaximumFieldBytes + 1);
   // Behind the last byte where the closing quote may stand.
   const char* const limit = position + bytes;
   for (;; position += 2) {
@@ -257,8 +263,8 @@ CSVReader::Scan CSVReader::scanQuotedField(const char*& position) {
   if (!*isClosed) return scanPlainField(position);
 
   const char* const rest = close + 1;
-  const auto bytes = std::min<std::size_t>(static_cast<std::size_t>(end_ - rest),
-                                           kMaximumFieldBytes + 1);
+  const auto bytes =
+      std::min<std::size_t>(static_cast<std::size_t>(end_ - rest), kMaximumFieldBytes + 1);
   position = rest;
   while (position != rest + bytes && !endsField(*position)) ++position;
   if ((close - segment) + (position - rest) > static_cast<std::ptrdiff_t>(kMaximumFieldBytes)) {

@@ -33,8 +33,8 @@ using NumberRowScanner = const char* (*)(const NumberRowText&, std::span<double>
 /// are.
 ///
 /// Fields behind the first `keptFields` are skipped and not kept, however long they are. A row of
-/// which one of the first fields is longer than `kMaximumFieldBytes` is dropped and counted; reading
-/// goes on at the next line end. Text in memory is read where it lies, streams in blocks of
+/// which one of the first fields is longer than `kMaximumFieldBytes` is dropped and counted;
+/// reading goes on at the next line end. Text in memory is read where it lies, streams in blocks of
 /// `kBlockBytes`; memory is bounded by the kept fields of one row. One thread at a time.
 class CSVReader {
  public:
@@ -64,8 +64,8 @@ class CSVReader {
   CSVReader(std::string_view text, const Configuration& configuration);
 
   /// Reads a stream that outlives the reader, and its first block at once. A stream that is not
-  /// open is opened here and closed with the reader. The reader reads ahead: what the stream would
-  /// give after it is not defined.
+  /// open is opened here and closed with the reader. The reader reads ahead: a stream
+  /// that was open is read to its end, or to where the reader stopped reading blocks.
   /// @throws CSVError also when the stream cannot be opened or its first block cannot be read
   explicit CSVReader(InputStream& stream);
   CSVReader(InputStream& stream, const Configuration& configuration);

@@ -21,9 +21,9 @@ namespace ombrix::platform {
 /// block always ends with a row.
 ///
 /// After a failed write the rows that the stream took whole stay and are counted, and the others
-/// are dropped. A file that took a part of a row is cut back to the row before. Where that cannot be
-/// done, as in a pipe, the next row starts with `tornRowEnd` and a line end. Writing can go on once
-/// there is room. One thread at a time.
+/// are dropped. A file that took a part of a row is cut back to the row before. Where that cannot
+/// be done, as in a pipe, the next row starts with `tornRowEnd` and a line end. Writing can go on
+/// once there is room. One thread at a time.
 class CSVWriter {
  public:
   static constexpr std::size_t kBlockBytes = 64 * 1024;

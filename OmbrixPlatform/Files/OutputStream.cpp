@@ -82,8 +82,9 @@ class DescriptorOutputStream final : public OutputStream {
     };
     if (!waitFor(descriptor_.get())) return std::unexpected(FileError(errno, "sync", path_));
     if (path_.empty() || isNameSynced_) return {};
-    const auto folder = std::filesystem::path(path_).parent_path();
-    const auto opened = detail::openFile(folder.empty() ? "." : folder.string(), O_RDONLY);
+    const std::string parent = std::filesystem::path(path_).parent_path().string();
+    const std::string folder = parent.empty() ? "." : parent;
+    const auto opened = detail::openFile(folder, O_RDONLY);
     if (!opened || !waitFor(opened.get())) {
       return std::unexpected(FileError(errno, "sync", folder));
     }

@@ -25,7 +25,8 @@
 
 namespace ombrix::detail {
 
-/// A stream on the file at a file URL's path, open; null, and a line in the log, when there is none.
+/// A stream on the file at a file URL's path, open; null, and a line in the log, when there is
+/// none.
 inline std::unique_ptr<platform::InputStream> openCSVStream(
     const platform::URL& url, LogTag tag,
     std::source_location where = std::source_location::current()) {
@@ -35,10 +36,10 @@ inline std::unique_ptr<platform::InputStream> openCSVStream(
   return nullptr;
 }
 
-/// The capacity to go on with when `count` items of `itemBytes` are full. The rows to come are judged
-/// by those that were read, on samples of growing size, so that a long list is moved once, while it
-/// is short. What is set aside at a time has a bound: rows of the beginning may tell nothing of a
-/// gigabyte behind them.
+/// The capacity to go on with when `count` items of `itemBytes` are full. The rows to come are
+/// judged by those that were read, on samples of growing size, so that a long list is moved once,
+/// while it is short. What is set aside at a time has a bound: rows of the beginning may tell
+/// nothing of a gigabyte behind them.
 inline std::size_t nextCapacity(std::size_t count, std::size_t itemBytes,
                                 const platform::CSVReader& reader) {
   constexpr std::size_t kFirstSample = 64;

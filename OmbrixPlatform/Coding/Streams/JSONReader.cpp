@@ -198,13 +198,10 @@ double JSONReader::realOf(const Scan& scan) const {
     const double value = detail::decimalToDouble(scan.mantissa, static_cast<int>(scan.exponent));
     return scan.negative ? -value : value;
   }
-  double value = 0;
-  const char* end = scan.text.data() + scan.text.size();
-  const auto result = std::from_chars(scan.text.data(), end, value);
-  if (result.ec == std::errc{} && std::isfinite(value)) return value;
-  // What is too small for a double rounds to zero; the rest is too large.
-  if (scan.exponent + scan.digits <= 0) return scan.negative ? -0.0 : 0.0;
-  misfit(scan.text);
+  // What is too small for a double rounds to zero.
+  const auto number = detail::readDecimal(scan.text);
+  if (number.fit == detail::NumberFit::tooLarge) misfit(scan.text);
+  return number.value;
 }
 
 // A decimal of usual length, read eight digits at a time. Takes nothing when it gives false.

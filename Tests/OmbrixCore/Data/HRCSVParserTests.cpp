@@ -43,7 +43,8 @@ TEST(HRCSVParserTests, MakesOneSampleOfEachGoodRow) {
 
 // Catches a short row that is skipped: it stands for a file that is no recording.
 TEST(HRCSVParserTests, AShortRowStopsTheProgram) {
-  EXPECT_DEATH((void)HRCSVParser().parse(std::string_view("1700000000,72\n1700000000\n")), "Index out of range");
+  EXPECT_DEATH((void)HRCSVParser().parse(std::string_view("1700000000,72\n1700000000\n")),
+               "Index out of range");
 }
 
 // Catches a form that reads another source than it was given, or answers nothing wrongly.

@@ -172,6 +172,8 @@ TEST(LocationCSVParserTests, GivesNothingWithoutASource) {
   EXPECT_NE(log.lines()[3].line, log.lines()[2].line);
 
   const auto track = folder.write("track.csv", "1,2,3,4,5,6,7,8\n1,2,3");
+  EXPECT_FALSE(parser.parse(URL::parse("http://localhost" + track.string()).value()));
+  EXPECT_THAT(log.takeErrors(), ElementsAre(kNoStream));
   EXPECT_EQ(parser.parse(URL::fileURL(track.string())).value().size(), 1U);
   EXPECT_THAT(log.takeErrors(), ElementsAre(kShortRow));
 }

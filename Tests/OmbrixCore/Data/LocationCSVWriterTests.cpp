@@ -82,7 +82,8 @@ TEST(LocationCSVWriterTests, GoesOnAfterAFullDisk) {
   const auto& folder = disk.folder();
   const std::string path = (folder.path() / "track.csv").string();
   const std::size_t page = 4096;
-  const std::string first(page - kExampleRow.size() - 2, 'x');  // a row, and a byte, to the page's end
+  const std::string first(page - kExampleRow.size() - 2,
+                          'x');  // room for one row to the page's end
   folder.write("track.csv", first + "\n");
   LocationCSVWriter writer(URL::fileURL(path, false));
   disk.fillUp(0);
@@ -98,7 +99,6 @@ TEST(LocationCSVWriterTests, GoesOnAfterAFullDisk) {
   for (int i = 0; i < 3; ++i) expected += kExampleRow;
   EXPECT_EQ(folder.read("track.csv"), expected);
   EXPECT_EQ(writer.fixesWritten(), 3U);
-
 }
 
 // Catches a source of failure that stops the program or is swallowed, and a URL that is no file's.

@@ -114,6 +114,13 @@ TEST(CSVReaderTests, TellsOfAStreamThatFails) {
   EXPECT_EQ(remainingRows(reader), (Rows{{"3", "4"}}));
   EXPECT_EQ(reader.error().value().kind(), CSVError::Kind::cannotReadStream);
 
+  const auto open = InputStream::withView(bytesOf("1\n2\n"));
+  ASSERT_TRUE(open->open());
+  for (const std::size_t rows : {2U, 0U}) {
+    CSVReader once(*open);
+    EXPECT_EQ(remainingRows(once).size(), rows) << "an open stream is read once";
+  }
+
   const auto missing = InputStream::withPath("/nonexistent/track.csv");
   EXPECT_THROW(CSVReader{*missing}, CSVError);
 }

@@ -29,7 +29,8 @@ TEST(CSVWriterTests, QuotesOnlyWhereNeeded) {
   writer.endRow();
   EXPECT_EQ(textOf(*stream), "");
   writer.flush();
-  EXPECT_EQ(textOf(*stream), "a;b,c;\"d;e\";\"say \"\"hi\"\"\";\"f\ng\";;\"\r\"\r\n\"\"\r\n1.9;z\r\n");
+  EXPECT_EQ(textOf(*stream),
+            "a;b,c;\"d;e\";\"say \"\"hi\"\"\";\"f\ng\";;\"\r\"\r\n\"\"\r\n1.9;z\r\n");
 }
 
 /// Takes a number of bytes and then no more, as a pipe may: what was taken cannot be taken back.
