@@ -66,11 +66,13 @@ CSVReader::CSVReader(InputStream& stream, const Configuration& configuration) : 
 }
 
 CSVReader::~CSVReader() {
-  if (closesStream_) return stream_->close();
-  // An open stream ends up read, also one whose bytes were read where they lie.
-  std::array<std::byte, 4096> unused;
-  while (stream_ != nullptr && stream_->remainingBytes() &&
-         stream_->read(unused).value_or(0) != 0) {
+  if (closesStream_) {
+    stream_->close();
+  } else if (stream_ != nullptr && stream_->remainingBytes()) {
+    // An open stream ends up read, also one whose bytes were read where they lie.
+    std::array<std::byte, 4096> unused;
+    while (stream_->read(unused).value_or(0) != 0) {
+    }
   }
 }
 
