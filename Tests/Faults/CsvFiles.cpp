@@ -34,7 +34,7 @@ Rows plainlyRead(std::string_view text, std::size_t count, std::uint64_t& droppe
         while (close < text.size() &&
                (text[close] != '"' || text.substr(close).starts_with("\"\""))) {
           inside += text[close];
-          close += text[close] == '"' ? 2 : 1;
+          close += text[close] == '"' ? 2U : 1U;
         }
         if (close < text.size() && close - i - 1 <= kMost) {
           field = inside;

@@ -70,7 +70,7 @@ TEST(LocationCSVWriterTests, LeavesOutFieldsWithoutText) {
   const std::string text(platform::textOf(stream->data().value()));
   EXPECT_EQ(text, "46.123456,-7.500000,1500.250000,-1.0,5.0,10.9\n");
   testing::RecordingLog log;
-  EXPECT_EQ(LocationCSVParser().parse(text).value().size(), 0U);
+  EXPECT_EQ(LocationCSVParser().parse(std::string_view(text)).value().size(), 0U);
   EXPECT_EQ(log.takeErrors().size(), 1U);
 }
 
