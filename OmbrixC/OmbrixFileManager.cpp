@@ -24,7 +24,9 @@ char* textOf(const std::optional<URL>& url) noexcept { return url ? textOf(*url)
 
 URL urlFrom(const char* text) {
   auto url = URL::parse(ombrix::c::textFrom(text));
-  if (!url) throw FileError(EINVAL, "read the URL", ombrix::c::textFrom(text));
+  if (!url || !url->isFileURL()) {
+    throw FileError(EINVAL, "read the file URL", ombrix::c::textFrom(text));
+  }
   return *std::move(url);
 }
 

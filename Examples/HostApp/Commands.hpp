@@ -36,7 +36,7 @@ void addUploadCommand(CLI::App& app);
 /// The same for a command below the settings command.
 void addCompanionCommand(CLI::App& settings);
 
-/// Writes a track as a GeoJSON line string; failures end the command.
+/// Writes a track as a GeoJSON line string, without fixes off the globe; failures end the command.
 void writeLineString(const std::string& path, std::span<const CLLocation> fixes);
 
 }  // namespace ombrix::hostapp

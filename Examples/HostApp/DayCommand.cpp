@@ -19,8 +19,7 @@ namespace ombrix::hostapp {
 namespace {
 
 /// Sends the summary, which the service names, and the track under that name.
-void uploadDay(const std::string& summary, const std::string& trackFile, bool isEmpty) {
-  if (isEmpty) throw CommandFailure("there are no fixes in " + trackFile + "; nothing was sent");
+void uploadDay(const std::string& summary, const std::string& trackFile) {
   const auto day = post("days", platform::dataFrom(summary));
   const std::string id = day["id"].stringValue();
   if (id.empty()) throw CommandFailure("the service has given the day no name");
@@ -58,7 +57,8 @@ void addDayCommand(CLI::App& app) {
       ->add_option("--weight", options->weightKilograms,
                    "The user's weight in kilograms, to estimate the energy burned")
       ->check(numberBetween(1, 1'000));
-  command->add_option("--geojson", options->linePath, "Write the track as a GeoJSON line string");
+  command->add_option("--geojson", options->linePath,
+                      "Write the track as a GeoJSON line string; - for standard output");
   command->add_flag("--json", options->json, "Print one JSON object, in SI units");
   command->add_flag("--all-fixes", options->allFixes,
                     "Count the fixes that are too inaccurate for statistics, too");
@@ -67,6 +67,10 @@ void addDayCommand(CLI::App& app) {
   const auto server = addServerOptions(*command);
   command->callback([options, server] {
     const Track track = readTrack(options->path);
+    if (track.fixes.empty()) {
+      throw CommandFailure(
+          fmt::format("there is no fix in {} ({} rows skipped)", options->path, track.skipped));
+    }
     if (!options->linePath.empty()) writeLineString(options->linePath, track.fixes);
     const auto filter = options->allFixes ? FixFilter::all : FixFilter::accurateForStats;
     const DaySummary day = summarize(track.fixes, track.skipped, filter);
@@ -86,7 +90,7 @@ void addDayCommand(CLI::App& app) {
     keep(day, options->path);
     if (options->upload) {
       connect(*server);
-      uploadDay(toJSON(day, hearts ? toJSON(*hearts) : ""), options->path, track.fixes.empty());
+      uploadDay(toJSON(day, hearts ? toJSON(*hearts) : ""), options->path);
     }
   });
 }

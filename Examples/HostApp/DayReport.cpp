@@ -25,8 +25,9 @@ std::string dayReport(const DaySummary& day, const std::string& title) {
     line("Lowest point", Format::altitude, *day.minAltitudeMeters);
     line("Highest point", Format::altitude, *day.maxAltitudeMeters);
   }
-  return text + reportLine("Fixes", fmt::format("{} read, {} skipped, {} used", day.rows,
-                                                day.skipped, day.usedForStats));
+  const std::string off = day.offGlobe != 0 ? fmt::format(", {} off the globe", day.offGlobe) : "";
+  return text + reportLine("Fixes", fmt::format("{} read, {} skipped, {} used{}", day.rows,
+                                                day.skipped, day.usedForStats, off));
 }
 
 }  // namespace ombrix::hostapp

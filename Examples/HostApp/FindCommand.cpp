@@ -14,6 +14,8 @@
 namespace ombrix::hostapp {
 namespace {
 
+constexpr std::size_t kMostCells = 4'000'000;
+
 std::vector<std::string> readLines(std::istream& in) {
   std::vector<std::string> lines;
   for (std::string line; std::getline(in, line);) {
@@ -39,7 +41,10 @@ void find(const std::string& pattern, const std::string& path, std::size_t most)
   const auto ranked = rankedByFuzzyScore(lines, query);
   for (std::size_t i = 0; i < ranked.size() && i < most; ++i) {
     const std::string& line = lines[ranked[i].index];
-    fmt::print("{:>4}  {}\n", ranked[i].score, markMatch(line, *query.match(line), marks));
+    // Where the letters are takes a matrix; lines too long for one are shown without marks.
+    const bool isMarked = line.size() * pattern.size() <= kMostCells;
+    fmt::print("{:>4}  {}\n", ranked[i].score,
+               isMarked ? markMatch(line, *query.match(line), marks) : line);
   }
   if (ranked.empty()) throw CommandFailure(fmt::format("no line matches {:?}", pattern));
 }

@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Examples/HostApp/Commands.hpp"
+#include "Examples/HostApp/DaySummary.hpp"
 #include "Examples/HostApp/WholeFile.hpp"
 #include "OmbrixCore/Location/GeoJSON.hpp"
 #include "OmbrixPlatform/Coding/CodingError.hpp"
@@ -38,10 +39,12 @@ void addGeoJSONCommand(CLI::App& app) {
 void writeLineString(const std::string& path, std::span<const CLLocation> fixes) {
   GeoJSONLineString line;
   line.coordinates.reserve(fixes.size());
-  for (const CLLocation& fix : fixes) line.coordinates.push_back(fix.coordinate);
+  for (const CLLocation& fix : fixes) {
+    if (isOnGlobe(fix)) line.coordinates.push_back(fix.coordinate);
+  }
   const platform::Data bytes = platform::JSONEncoder().encode(line);
   // What a write reports, the stream keeps for when it is closed.
-  replaceFile(path, [&bytes](const auto& stream) { static_cast<void>(stream->write(bytes)); });
+  writeFile(path, [&bytes](const auto& stream) { static_cast<void>(stream->write(bytes)); });
 }
 
 }  // namespace ombrix::hostapp

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include "Examples/HostApp/Commands.hpp"
@@ -21,7 +22,8 @@ HeartRateSummary summarizeHeartRates(std::span<const platform::HKQuantitySample>
   std::vector<double> rates;
   for (const auto& sample : samples) {
     if (sample.startDate() < *day.startTime || sample.startDate() > *day.endTime) continue;
-    rates.push_back(sample.quantity().doubleValue(beatsPerMinute));
+    const double rate = sample.quantity().doubleValue(beatsPerMinute);
+    if (std::isfinite(rate)) rates.push_back(rate);
   }
   summary.samples = rates.size();
   if (!rates.empty()) {

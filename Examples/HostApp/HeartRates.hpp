@@ -12,7 +12,7 @@ namespace ombrix::hostapp {
 
 /// The heart rates recorded during a day.
 struct HeartRateSummary {
-  std::size_t samples = 0;  ///< Those between the first and the last used fix.
+  std::size_t samples = 0;  ///< Finite ones between the first and the last used fix.
   double averageBeatsPerMinute = 0, maxBeatsPerMinute = 0;  ///< 0 without samples.
   std::optional<double> kilocalories;  ///< The estimate for the day's span; needs a weight.
 };

@@ -8,6 +8,7 @@
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/SampleDay.hpp"
 #include "Examples/HostApp/TrackFile.hpp"
+#include "Examples/HostApp/WholeFile.hpp"
 
 namespace ombrix::hostapp {
 
@@ -18,7 +19,8 @@ void addSampleCommand(CLI::App& app) {
   };
   const auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand("sample", "Makes up a day of skiing and writes its track");
-  command->add_option("OUT", options->path, "The track file to write")->required();
+  command->add_option("OUT", options->path, "The track file to write; - for standard output")
+      ->required();
   command->add_option("--seed", options->day.seed, "Equal seeds give equal days")
       ->check(wholeNumberBetween(0, std::numeric_limits<long long>::max()))
       ->capture_default_str();
@@ -28,7 +30,7 @@ void addSampleCommand(CLI::App& app) {
   command->callback([options] {
     const auto fixes = makeSampleDay(options->day);
     writeTrack(options->path, fixes);
-    fmt::print("Wrote {} fixes to {}\n", fixes.size(), options->path);
+    fmt::print(noticesBeside(options->path), "Wrote {} fixes to {}\n", fixes.size(), options->path);
   });
 }
 

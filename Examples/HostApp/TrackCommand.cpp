@@ -4,7 +4,9 @@
 #include <memory>
 
 #include "Examples/HostApp/Commands.hpp"
+#include "Examples/HostApp/DaySummary.hpp"
 #include "Examples/HostApp/TrackFile.hpp"
+#include "Examples/HostApp/WholeFile.hpp"
 
 namespace ombrix::hostapp {
 
@@ -19,12 +21,15 @@ void addTrackCommand(CLI::App& app) {
   CLI::App* rewrite =
       track->add_subcommand("rewrite", "Reads a track and writes the fixes it holds");
   rewrite->add_option("IN", options->in, "The track file to read")->required();
-  rewrite->add_option("OUT", options->out, "The track file to write")->required();
+  rewrite->add_option("OUT", options->out, "The track file to write; - for standard output")
+      ->required();
   rewrite->callback([options] {
-    const Track read = readTrack(options->in);
+    Track read = readTrack(options->in);
+    // A number that is not finite has no text: its row would be short, and no fix.
+    read.skipped += std::erase_if(read.fixes, [](const CLLocation& fix) { return !isFinite(fix); });
     writeTrack(options->out, read.fixes);
-    fmt::print("Wrote {} fixes to {} ({} rows skipped)\n", read.fixes.size(), options->out,
-               read.skipped);
+    fmt::print(noticesBeside(options->out), "Wrote {} fixes to {} ({} rows skipped)\n",
+               read.fixes.size(), options->out, read.skipped);
   });
 }
 

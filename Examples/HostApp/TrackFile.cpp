@@ -32,7 +32,7 @@ Track readTrack(const std::string& path) {
 }
 
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes) {
-  replaceFile(path, [fixes](const auto& stream) { LocationCSVWriter(stream).add(fixes); });
+  writeFile(path, [fixes](const auto& stream) { LocationCSVWriter(stream).add(fixes); });
 }
 
 }  // namespace ombrix::hostapp

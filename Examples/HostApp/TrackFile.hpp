@@ -19,7 +19,8 @@ struct Track {
 /// A file that is not there or cannot be read ends the command (`CommandFailure`).
 Track readTrack(const std::string& path);
 
-/// Writes a new track file, replacing one that is there; failures end the command.
+/// Writes a new track file, replacing one that is there (see `writeFile`); failures end the
+/// command.
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes);
 
 }  // namespace ombrix::hostapp

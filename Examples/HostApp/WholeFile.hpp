@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdio>
 #include <functional>
 #include <memory>
 #include <string>
@@ -12,11 +13,19 @@ namespace ombrix::hostapp {
 /// The contents of a file; one that is not there or cannot be read ends the command.
 platform::Data readWholeFile(const std::string& path);
 
-/// Writes a file, replacing one that is there only once everything is written; failures, also what
-/// the closure throws, end the command and leave an older file as it was.
+/// Writes a file, replacing one that is there only once everything is written and on the disk;
+/// failures, also what the closure throws, end the command and leave an older file as it was.
+///
+/// Links are followed, and an older file's mode and owner are kept. "-", names of open descriptors
+/// such as /dev/stdout, and whatever is no regular file are written straight. So is a file that no
+/// other can take the place of: one with several names, of an owner who cannot be kept, or in a
+/// folder that takes no new file. A failure may then leave a part.
 ///
 /// @param write Is given the open stream.
-void replaceFile(const std::string& path,
-                 const std::function<void(const std::shared_ptr<platform::OutputStream>&)>& write);
+void writeFile(const std::string& path,
+               const std::function<void(const std::shared_ptr<platform::OutputStream>&)>& write);
+
+/// Where to tell that a file was written: standard error when the file is standard output itself.
+std::FILE* noticesBeside(const std::string& path);
 
 }  // namespace ombrix::hostapp

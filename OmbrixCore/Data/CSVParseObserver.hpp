@@ -15,13 +15,15 @@ struct CSVParseProgress {
   std::uint64_t bytesRead = 0;
   std::optional<std::uint64_t> bytesTotal;  ///< Where the source knows it.
   bool isFinished = false;                  ///< Whether this is the last report of this parse.
-  bool brokeOff = false;                    ///< Whether the source failed before its end.
+  bool brokeOff =
+      false;  ///< Whether the source, or the memory for its rows, failed before its end.
 };
 
 /// Watches one parse, for a progress bar and for the counts at its end.
 ///
 /// The handler is called on the thread that parses, after about every `kReportBytes` bytes and once
-/// when all is read; never when the source could not be opened or read at all.
+/// when all is read; never when the source could not be opened or read at all. It must not throw:
+/// an exception out of it stops the program.
 class CSVParseObserver {
  public:
   static constexpr std::uint64_t kReportBytes = 256 * 1024;
@@ -32,7 +34,7 @@ class CSVParseObserver {
   explicit CSVParseObserver(Handler handler) : handler_(std::move(handler)) {}
 
   [[nodiscard]] bool isWatching() const noexcept { return handler_ != nullptr; }
-  void report(const CSVParseProgress& progress) const { handler_(progress); }
+  void report(const CSVParseProgress& progress) const noexcept { handler_(progress); }
 
  private:
   Handler handler_;

@@ -60,6 +60,11 @@ HRCSVParser::Samples HRCSVParser::parse(const platform::URL& url,
   return parseSource(*this, *stream, observer, tag);
 }
 
+HRCSVParser::Samples HRCSVParser::parse(const std::filesystem::path& path,
+                                        const CSVParseObserver& observer) const {
+  return parse(platform::URL::fileURL(path.string(), false), observer);
+}
+
 HRCSVParser::Samples HRCSVParser::parse(std::string_view string,
                                         const CSVParseObserver& observer) const {
   return parseSource(*this, string, observer, {kFile, "parse(string:)"});

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -22,8 +23,9 @@ namespace ombrix {
 ///
 /// Every form gives the samples in file order, an empty list for an empty source, and nothing when
 /// the source cannot be opened or read at all; that, and each row that is skipped, is logged as an
-/// error. Nothing is thrown. When a source fails midway, the samples before are given and the
-/// failure is logged. A row with fewer than two fields stops the program; empty lines are no rows.
+/// error. Nothing is thrown. When a source fails midway, or memory runs out, the samples before are
+/// given and the failure is logged. A row with fewer than two fields stops the program; empty lines
+/// are no rows.
 ///
 /// Stateless: one parser may serve any number of threads at once. The forms without a completion
 /// work on the calling thread. Those with one return at once, work on a concurrent queue shared by
@@ -36,6 +38,10 @@ class HRCSVParser {
   /// The file at the URL's path.
   Samples parse(const platform::URL& url, const CSVParseObserver& observer = {}) const;
   void parse(const platform::URL& url, Completion completion, CSVParseObserver observer = {}) const;
+
+  /// The file at a path. A literal may name a file or be the text itself, so it does not compile:
+  /// say `std::filesystem::path("day.csv")` or `std::string_view("1,2")`.
+  Samples parse(const std::filesystem::path& path, const CSVParseObserver& observer = {}) const;
 
   /// The text itself, in place.
   Samples parse(std::string_view string, const CSVParseObserver& observer = {}) const;

@@ -57,6 +57,11 @@ LocationCSVParser::Locations LocationCSVParser::parse(const platform::URL& url,
   return parseSource(*this, *stream, observer, tag);
 }
 
+LocationCSVParser::Locations LocationCSVParser::parse(const std::filesystem::path& path,
+                                                      const CSVParseObserver& observer) const {
+  return parse(platform::URL::fileURL(path.string(), false), observer);
+}
+
 LocationCSVParser::Locations LocationCSVParser::parse(std::string_view string,
                                                       const CSVParseObserver& observer) const {
   return parseSource(*this, string, observer, {kFile, "parse(string:)"});

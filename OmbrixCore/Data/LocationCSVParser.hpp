@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -22,8 +23,11 @@ namespace ombrix {
 ///
 /// Every form gives the fixes in file order, an empty list for an empty source, and nothing when
 /// the source cannot be opened or read at all; that, and each row that is skipped, is logged as an
-/// error. Nothing is thrown. When a source fails midway, the fixes before are given and the failure
-/// is logged. Courses' and speeds' own accuracies are not in the file: they are -1.
+/// error. Nothing is thrown. When a source fails midway, or memory runs out, the fixes before are
+/// given and the failure is logged. Numbers only have to be numbers: a fix that is not finite or
+/// off the globe is given, too. What a field may hold, and what a stray quote costs,
+/// `platform::CSVReader` tells. Courses' and speeds' own accuracies are not in the file: they are
+/// -1.
 ///
 /// Stateless: one parser may serve any number of threads at once. The forms without a completion
 /// work on the calling thread. Those with one return at once, work on a concurrent queue shared by
@@ -33,9 +37,13 @@ class LocationCSVParser {
   using Locations = std::optional<std::vector<CLLocation>>;
   using Completion = std::move_only_function<void(Locations)>;
 
-  /// The file at the URL's path.
+  /// The file at a file URL's path.
   Locations parse(const platform::URL& url, const CSVParseObserver& observer = {}) const;
   void parse(const platform::URL& url, Completion completion, CSVParseObserver observer = {}) const;
+
+  /// The file at a path. A literal may name a file or be the text itself, so it does not compile:
+  /// say `std::filesystem::path("day.csv")` or `std::string_view("1,2")`.
+  Locations parse(const std::filesystem::path& path, const CSVParseObserver& observer = {}) const;
 
   /// The text itself, in place.
   Locations parse(std::string_view string, const CSVParseObserver& observer = {}) const;

@@ -12,7 +12,9 @@ namespace {
 constexpr platform::TruncatingNumberFormat kSixDecimals{6};
 constexpr platform::TruncatingNumberFormat kOneDecimal{1};
 
-constexpr platform::CSVWriter::Configuration kTrackFormat{.delimiter = ',', .newline = "\n"};
+// "5.0,1" of "5.0,10.9" would read as a whole row with another number; "5.0,1?" does not.
+constexpr platform::CSVWriter::Configuration kTrackFormat{
+    .delimiter = ',', .newline = "\n", .tornRowEnd = "?"};
 
 constexpr bool isLineBreak(char32_t scalar) noexcept {
   return (scalar >= U'\n' && scalar <= U'\r') || scalar == U'\u0085' || scalar == U'\u2028' ||
@@ -34,6 +36,7 @@ LocationCSVWriter::LocationCSVWriter(const platform::URL& url)
   if (!lastScalar || isLineBreak(*lastScalar)) return;
   writer_.writeNewline();
   writer_.flush();
+  linesBefore_ = writer_.linesWritten();
 }
 
 LocationCSVWriter::LocationCSVWriter(std::shared_ptr<platform::OutputStream> stream)
@@ -47,6 +50,12 @@ void LocationCSVWriter::add(const CLLocation& location) {
 void LocationCSVWriter::add(std::span<const CLLocation> locations) {
   for (const CLLocation& location : locations) addRow(location);
   writer_.flush();
+}
+
+void LocationCSVWriter::sync() {
+  if (const auto synced = stream()->sync(); !synced) {
+    throw platform::CSVError(platform::CSVError::Kind::cannotWriteStream, synced.error().what());
+  }
 }
 
 void LocationCSVWriter::addRow(const CLLocation& location) {

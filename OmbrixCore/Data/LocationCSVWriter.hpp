@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <span>
 
@@ -14,7 +15,11 @@ namespace ombrix {
 ///
 /// Numbers are cut towards zero after six decimals, course and accuracies after one. There is no
 /// header line. A value that is not finite has no text: its field is left out, and the parser will
-/// reject the shorter row. One thread at a time.
+/// reject the shorter row.
+///
+/// After a failure, as on a full disk, the writer goes on with the next fix once there is room; a
+/// file then ends with its last whole row, and no part of a row stays in it. `fixesWritten` tells
+/// how many fixes are there, so that those behind can be added again. One thread at a time.
 class LocationCSVWriter {
  public:
   LocationCSVWriter() = delete;
@@ -41,6 +46,16 @@ class LocationCSVWriter {
   ///         behind are not tried
   void add(std::span<const CLLocation> locations);
 
+  /// How many fixes the stream has taken whole since the writer was made.
+  [[nodiscard]] std::uint64_t fixesWritten() const noexcept {
+    return writer_.linesWritten() - linesBefore_;
+  }
+
+  /// Waits until all fixes so far survive a loss of power. A disk takes milliseconds for it: once
+  /// in a minute suits a recording better than once for each fix.
+  /// @throws platform::CSVError when that cannot be promised, as for a stream without a disk
+  void sync();
+
   /// The stream that is written to.
   [[nodiscard]] const std::shared_ptr<platform::OutputStream>& stream() const noexcept {
     return writer_.stream();
@@ -50,6 +65,7 @@ class LocationCSVWriter {
   void addRow(const CLLocation& location);
 
   platform::CSVWriter writer_;
+  std::uint64_t linesBefore_ = 0;  ///< The line break that may have been written at the start.
 };
 
 }  // namespace ombrix

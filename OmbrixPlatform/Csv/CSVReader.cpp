@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cstring>
+#include <utility>
 
 #include "OmbrixPlatform/Csv/Detail/NumberRow.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
@@ -64,7 +66,14 @@ CSVReader::CSVReader(InputStream& stream, const Configuration& configuration) : 
 }
 
 CSVReader::~CSVReader() {
-  if (closesStream_) stream_->close();
+  if (closesStream_) {
+    stream_->close();
+  } else if (stream_ != nullptr && stream_->remainingBytes()) {
+    // An open stream ends up read, also one whose bytes were read where they lie.
+    std::array<std::byte, 4096> unused;
+    while (stream_->read(unused).value_or(0) != 0) {
+    }
+  }
 }
 
 void CSVReader::openStream() {
@@ -95,6 +104,7 @@ void CSVReader::start(const Configuration& configuration) {
   delimiter_ = configuration.delimiter;
   trimFields_ = configuration.trimFields;
   whitespaces_ = configuration.whitespaces;
+  keptFields_ = std::max<std::size_t>(configuration.keptFields, 1);
   const bool numbersAreFields =
       !isNumberCharacter(delimiter_) &&
       (!trimFields_ || std::ranges::none_of(whitespaces_, &isNumberCharacter));
@@ -119,6 +129,7 @@ std::uint64_t CSVReader::bytesRead() const noexcept {
 /// many as there are, so that a long row is not scanned over and over. False at the end.
 bool CSVReader::fill() {
   if (atEnd_) return false;
+  if (std::exchange(fieldsLieInBuffer_, false)) keepFields();
   const auto tail = static_cast<std::size_t>(end_ - position_);
   makeRoom(tail);
   std::size_t added = 0;
@@ -157,15 +168,29 @@ void CSVReader::makeRoom(std::size_t tail) {
 
 std::optional<CSVReader::Row> CSVReader::next() {
   for (;;) {
+    fieldsLieInBuffer_ = false;
     while (position_ != end_ && endsRow(*position_)) ++position_;
     const char* position = position_;
-    if (position_ != end_ && scanRow(position)) {
-      position_ = position;
-      return Row(fields_);
+    switch (position_ != end_ ? scanRow(position) : Scan::unread) {
+      case Scan::whole:
+        position_ = position;
+        return Row(fields_);
+      case Scan::behind:
+        position_ = position;
+        fieldsLieInBuffer_ = true;
+        if (skipFields()) return Row(fields_);
+        break;
+      case Scan::tooLong:
+        ++droppedRows_;
+        position_ = position;
+        skipPlain(false);
+        break;
+      case Scan::unread:
+        if (fill()) break;
+        if (error_) position_ = end_;  // the row that broke off
+        if (position_ == end_) return std::nullopt;
+        break;
     }
-    if (fill()) continue;
-    if (error_) position_ = end_;  // the row that broke off
-    if (position_ == end_) return std::nullopt;
   }
 }
 
@@ -179,68 +204,134 @@ bool CSVReader::nextNumbers(std::span<double> numbers) {
   return true;
 }
 
-/// Splits the row at `position` and moves behind it; false when its end has not been read yet.
-bool CSVReader::scanRow(const char*& position) {
+/// Splits the row at `position` and moves behind it: behind its line end, behind the delimiter of
+/// the last field that is kept, or to where a field becomes too long.
+CSVReader::Scan CSVReader::scanRow(const char*& position) {
   fields_.clear();
   unescaped_.clear();
   unescapedText_.clear();
   for (;;) {
+    const char* const begin = position;
     if (trimFields_) skipWhitespace(position);
+    if (static_cast<std::size_t>(position - begin) > kMaximumFieldBytes) return Scan::tooLong;
     const bool isQuoted = position != end_ && *position == kQuote;
-    if (!(isQuoted ? scanQuotedField(position) : scanPlainField(position))) return false;
-    if (position == end_) {
-      if (!isComplete()) return false;
-      break;
+    const Scan scan = isQuoted ? scanQuotedField(position) : scanPlainField(position);
+    if (scan != Scan::whole) return scan;
+    const bool isLast = position == end_ || endsRow(*position++);
+    if (!isLast && fields_.size() < keptFields_) continue;
+    for (const auto& [field, place, size] : unescaped_) {
+      fields_[field] = std::string_view(unescapedText_).substr(place, size);
     }
-    const char c = *position++;
-    if (endsRow(c)) break;
+    return isLast ? Scan::whole : Scan::behind;
   }
-  for (const auto& [field, begin, size] : unescaped_) {
-    fields_[field] = std::string_view(unescapedText_).substr(begin, size);
-  }
-  return true;
 }
 
-bool CSVReader::scanPlainField(const char*& position) {
+CSVReader::Scan CSVReader::scanPlainField(const char*& position) {
   const char* const begin = position;
-  while (position != end_ && !endsField(*position)) ++position;
+  const auto bytes =
+      std::min<std::size_t>(static_cast<std::size_t>(end_ - begin), kMaximumFieldBytes + 1);
+  while (position != begin + bytes && !endsField(*position)) ++position;
+  if (static_cast<std::size_t>(position - begin) > kMaximumFieldBytes) return Scan::tooLong;
+  if (position == end_ && !isComplete()) return Scan::unread;
   fields_.push_back(trimmed({begin, position}));
-  return position != end_ || isComplete();
+  return Scan::whole;
+}
+
+/// Moves from behind an opening quote to the closing one. False when there is none within a field's
+/// limit or before the end of the input, nothing when that has not been read yet.
+std::optional<bool> CSVReader::findClosingQuote(const char*& position) const noexcept {
+  const auto bytes =
+      std::min<std::size_t>(static_cast<std::size_t>(end_ - position), kMaximumFieldBytes + 1);
+  // Behind the last byte where the closing quote may stand.
+  const char* const limit = position + bytes;
+  for (;; position += 2) {
+    position = std::find(position, limit, kQuote);
+    if (position == limit) break;
+    const bool isLast = position + 1 == end_;
+    if (isLast && !isComplete()) return std::nullopt;
+    if (isLast || position[1] != kQuote) return true;
+    if (position + 1 == limit) break;
+  }
+  if (bytes <= kMaximumFieldBytes && !isComplete()) return std::nullopt;
+  return false;
 }
 
 /// A field whose opening quote lies at `position`.
-bool CSVReader::scanQuotedField(const char*& position) {
-  const char* segment = ++position;
-  const auto unescapedBegin = unescapedText_.size();
-  bool isVerbatim = true;
-  for (;;) {
-    position = std::find(position, end_, kQuote);
-    if (position == end_) {
-      if (!isComplete()) return false;
-      break;
-    }
-    if (position + 1 == end_ && !isComplete()) return false;
-    if (position + 1 == end_ || position[1] != kQuote) break;
-    isVerbatim = false;
-    unescapedText_.append(segment, position + 1);
-    position += 2;
-    segment = position;
-  }
-  const std::string_view lastSegment(segment, position);
-  if (position != end_) ++position;
+CSVReader::Scan CSVReader::scanQuotedField(const char*& position) {
+  const char* segment = position + 1;
+  const char* close = segment;
+  const auto isClosed = findClosingQuote(close);
+  if (!isClosed) return Scan::unread;
+  if (!*isClosed) return scanPlainField(position);
 
-  const char* const rest = position;
-  while (position != end_ && !endsField(*position)) ++position;
-  if (position == end_ && !isComplete()) return false;
+  const char* const rest = close + 1;
+  const auto bytes =
+      std::min<std::size_t>(static_cast<std::size_t>(end_ - rest), kMaximumFieldBytes + 1);
+  position = rest;
+  while (position != rest + bytes && !endsField(*position)) ++position;
+  if ((close - segment) + (position - rest) > static_cast<std::ptrdiff_t>(kMaximumFieldBytes)) {
+    return Scan::tooLong;
+  }
+  if (position == end_ && !isComplete()) return Scan::unread;
+
   const std::string_view behindQuote = trimmed({rest, position});
-  if (isVerbatim && behindQuote.empty()) {
+  const auto unescapedBegin = unescapedText_.size();
+  for (const char* quote = segment; (quote = std::find(segment, close, kQuote)) != close;) {
+    unescapedText_.append(segment, quote + 1);
+    segment = quote + 2;
+  }
+  const std::string_view lastSegment(segment, close);
+  if (unescapedText_.size() == unescapedBegin && behindQuote.empty()) {
     fields_.push_back(lastSegment);
-    return true;
+    return Scan::whole;
   }
   unescapedText_.append(lastSegment).append(behindQuote);
   unescaped_.push_back({fields_.size(), unescapedBegin, unescapedText_.size() - unescapedBegin});
   fields_.emplace_back();
-  return true;
+  return Scan::whole;
+}
+
+/// Moves the fields out of the buffer, so that what lies behind them can be read over them.
+void CSVReader::keepFields() {
+  std::string text;
+  for (const auto field : fields_) text += field;
+  unescapedText_ = std::move(text);
+  std::size_t begin = 0;
+  for (auto& field : fields_) {
+    field = std::string_view(unescapedText_).substr(begin, field.size());
+    begin += field.size();
+  }
+}
+
+/// Moves behind the row whose next field lies at `position_`; false when the stream fails before.
+bool CSVReader::skipFields() {
+  for (;;) {
+    if (trimFields_) skipWhitespace(position_);
+    if (position_ == end_ && fill()) continue;
+    if (position_ != end_ && *position_ == kQuote) {
+      const char* close = position_ + 1;
+      const auto isClosed = findClosingQuote(close);
+      if (!isClosed) {
+        if (fill() || isComplete()) continue;
+        return false;
+      }
+      if (*isClosed) position_ = close + 1;
+    }
+    if (!skipPlain(true)) return false;
+    if (position_ == end_ || endsRow(*position_++)) return true;
+  }
+}
+
+/// Moves to the next line end, or delimiter where told; false when the stream fails before it.
+bool CSVReader::skipPlain(bool stopsAtDelimiter) {
+  for (;;) {
+    while (position_ != end_ && !endsRow(*position_) &&
+           !(stopsAtDelimiter && *position_ == delimiter_)) {
+      ++position_;
+    }
+    if (position_ != end_) return true;
+    if (!fill()) return isComplete();
+  }
 }
 
 void CSVReader::skipWhitespace(const char*& position) const noexcept {

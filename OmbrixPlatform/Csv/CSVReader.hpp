@@ -25,19 +25,24 @@ using NumberRowScanner = const char* (*)(const NumberRowText&, std::span<double>
 /// "\n", "\r\n" and "\r" end a row; the last row needs no end. Empty lines yield no row. Quotes
 /// follow RFC 4180: a field that begins with a double quote runs to the next single one, a doubled
 /// quote inside stands for one, and delimiters and line breaks inside belong to the field. Beyond
-/// the RFC: text between a closing quote and the next delimiter is added to the field as it is, a
-/// quote inside an unquoted field is a character like any other, and a quoted field that is never
-/// closed runs to the end of the input, with its row. A UTF-8 byte-order mark at the very beginning
-/// is skipped; all other bytes, NUL and invalid UTF-8 among them, pass through as they are.
+/// the RFC: text between a closing quote and the next delimiter is added to the field as it is, and
+/// a quote inside an unquoted field is a character like any other. So is an opening quote whose
+/// field is not closed within `kMaximumFieldBytes`, or before the end of the input: one stray quote
+/// costs its own row, and the next line is read as usual. A UTF-8 byte-order mark at the very
+/// beginning is skipped; all other bytes, NUL and invalid UTF-8 among them, pass through as they
+/// are.
 ///
-/// Text in memory is read where it lies, streams in blocks of `kBlockBytes`; a row longer than a
-/// block makes the buffer grow. One thread at a time.
+/// Fields behind the first `keptFields` are skipped and not kept, however long they are. A row of
+/// which one of the first fields is longer than `kMaximumFieldBytes` is dropped and counted;
+/// reading goes on at the next line end. Text in memory is read where it lies, streams in blocks of
+/// `kBlockBytes`; memory is bounded by the kept fields of one row. One thread at a time.
 class CSVReader {
  public:
   /// The fields of one row; valid until the next row is asked for.
   using Row = std::span<const std::string_view>;
 
   static constexpr std::size_t kBlockBytes = 256 * 1024;
+  static constexpr std::size_t kMaximumFieldBytes = 64 * 1024;
   static constexpr std::string_view kDefaultWhitespaces = " \t\v\f";
 
   struct Configuration {
@@ -47,6 +52,8 @@ class CSVReader {
     /// Whether `whitespaces` at both ends of a field (outside its quotes) are left out.
     bool trimFields = false;
     std::string_view whitespaces = kDefaultWhitespaces;
+    /// How many fields of a row are given, at least 1.
+    std::size_t keptFields = 1024;
     /// Off: `nextNumbers` uses portable code only, also where the processor offers more.
     bool usesWideInstructions = true;
   };
@@ -57,8 +64,8 @@ class CSVReader {
   CSVReader(std::string_view text, const Configuration& configuration);
 
   /// Reads a stream that outlives the reader, and its first block at once. A stream that is not
-  /// open is opened here and closed with the reader. The reader reads ahead: what the stream would
-  /// give after it is not defined.
+  /// open is opened here and closed with the reader. The reader reads ahead: a stream
+  /// that was open is read to its end, or to where the reader stopped reading blocks.
   /// @throws CSVError also when the stream cannot be opened or its first block cannot be read
   explicit CSVReader(InputStream& stream);
   CSVReader(InputStream& stream, const Configuration& configuration);
@@ -72,6 +79,9 @@ class CSVReader {
 
   /// The next row; nothing when there is none left or the stream fails (see `error`).
   std::optional<Row> next();
+
+  /// How many rows were dropped so far for a field that is too long.
+  [[nodiscard]] std::uint64_t droppedRows() const noexcept { return droppedRows_; }
 
   /// Reads the next row as numbers when it is a plain one: as many fields as `numbers` has room
   /// for, each of digits with an optional "-" in front and an optional "." among them.
@@ -96,6 +106,14 @@ class CSVReader {
     std::size_t field, begin, size;
   };
 
+  /// How far a field or a row could be scanned.
+  enum class Scan {
+    whole,
+    unread,   ///< Its end has not been read yet.
+    tooLong,  ///< A field exceeds the limit.
+    behind,   ///< All fields that are kept are scanned, and the row goes on.
+  };
+
   void start(const Configuration& configuration);
   void openStream();
   void readInPlace(std::string_view text);
@@ -103,9 +121,13 @@ class CSVReader {
   /// Whether no byte is missing behind `end_`: neither unread nor lost with a broken stream.
   [[nodiscard]] bool isComplete() const noexcept { return atEnd_ && !error_; }
   void makeRoom(std::size_t tail);
-  bool scanRow(const char*& position);
-  bool scanQuotedField(const char*& position);
-  bool scanPlainField(const char*& position);
+  Scan scanRow(const char*& position);
+  Scan scanQuotedField(const char*& position);
+  Scan scanPlainField(const char*& position);
+  std::optional<bool> findClosingQuote(const char*& position) const noexcept;
+  bool skipFields();
+  bool skipPlain(bool stopsAtDelimiter);
+  void keepFields();
   void skipWhitespace(const char*& position) const noexcept;
   [[nodiscard]] std::string_view trimmed(std::string_view field) const noexcept;
   [[nodiscard]] bool endsField(char c) const noexcept {
@@ -128,6 +150,9 @@ class CSVReader {
   std::optional<std::uint64_t> bytesTotal_;
 
   char delimiter_ = ',';
+  std::size_t keptFields_ = 0;
+  std::uint64_t droppedRows_ = 0;
+  bool fieldsLieInBuffer_ = false;  ///< Whether `fill` must move them out first.
   bool trimFields_ = false;
   std::string whitespaces_;
   detail::NumberRowScanner scanNumbers_ = nullptr;  ///< Null: no row can be plain.

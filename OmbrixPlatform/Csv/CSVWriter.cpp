@@ -27,6 +27,7 @@ CSVWriter::CSVWriter(std::shared_ptr<OutputStream> stream, const Configuration& 
     : stream_(std::move(stream)),
       delimiter_(configuration.delimiter),
       newline_(configuration.newline),
+      tornRowEnd_(configuration.tornRowEnd),
       buffer_(std::make_unique_for_overwrite<char[]>(kBlockBytes + kSlackBytes)),
       capacity_(kBlockBytes + kSlackBytes) {
   if (delimiter_ == kQuote || delimiter_ == '\n' || delimiter_ == '\r') {
@@ -93,19 +94,43 @@ void CSVWriter::endLine() {
   append(newline_);
   rowBegin_ = size_;
   fieldCount_ = 0;
+  ++linesInBuffer_;
   if (size_ >= kBlockBytes) flush();
 }
 
 void CSVWriter::flush() {
   const std::size_t count = std::exchange(rowBegin_, 0);
   if (count == 0) return;
-  const auto bytes = bytesOf({buffer_.get(), count});
-  auto written = hasFailed_ ? stream_->write(bytesOf(newline_)) : FileResult<void>{};
-  if (written) written = stream_->write(bytes);
+  const std::string_view rows(buffer_.get(), count);
+  auto written = isTorn_ ? stream_->write(bytesOf(tornRowEnd_ + newline_)) : FileResult<void>{};
+  if (!written) {
+    stream_->resume(stream_->bytesOfFailedWrite());
+  } else if (written = stream_->write(bytesOf(rows)); written) {
+    isTorn_ = false;
+    linesWritten_ += linesInBuffer_;
+  } else {
+    keepWholeRows(rows.substr(0, stream_->bytesOfFailedWrite()));
+  }
+  linesInBuffer_ = 0;
   size_ -= count;
   std::memmove(buffer_.get(), buffer_.get() + count, size_);
-  hasFailed_ = !written;
   if (!written) throw CSVError(CSVError::Kind::cannotWriteStream, written.error().what());
+}
+
+/// Counts the rows that a failed write handed over whole and takes back the part behind them.
+void CSVWriter::keepWholeRows(std::string_view taken) {
+  std::size_t end = 0;
+  bool isQuoted = false;
+  for (std::size_t i = 0; i < taken.size();) {
+    isQuoted ^= taken[i] == kQuote;
+    if (isQuoted || !taken.substr(i).starts_with(newline_)) {
+      ++i;
+      continue;
+    }
+    end = i += newline_.size();
+    ++linesWritten_;
+  }
+  isTorn_ = !stream_->resume(taken.size() - end);
 }
 
 /// Sees to it that there is room for a field and what may follow it, and writes the delimiter.

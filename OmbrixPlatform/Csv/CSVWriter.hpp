@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <span>
 #include <string>
@@ -19,9 +20,10 @@ namespace ombrix::platform {
 /// the stream when `kBlockBytes` have come together, on `flush` and with the end of the writer; a
 /// block always ends with a row.
 ///
-/// After a failed write the rows that were not handed over are dropped, and the next row starts
-/// with a line end, since the stream may have taken a part of one (empty lines are no rows). One
-/// thread at a time.
+/// After a failed write the rows that the stream took whole stay and are counted, and the others
+/// are dropped. A file that took a part of a row is cut back to the row before. Where that cannot
+/// be done, as in a pipe, the next row starts with `tornRowEnd` and a line end. Writing can go on
+/// once there is room. One thread at a time.
 class CSVWriter {
  public:
   static constexpr std::size_t kBlockBytes = 64 * 1024;
@@ -29,6 +31,8 @@ class CSVWriter {
   struct Configuration {
     char delimiter = ',';
     std::string_view newline = "\n";
+    /// What is put behind a part of a row that stays, so that no reader takes it for a row.
+    std::string_view tornRowEnd = {};
   };
 
   /// A stream that is not open is opened here and closed with the writer.
@@ -65,7 +69,12 @@ class CSVWriter {
   /// Hands all complete rows to the stream. @throws CSVError when it does not take them
   void flush();
 
+  /// How many lines the stream has taken whole since the writer was made. After a failure it tells
+  /// which row to go on with.
+  [[nodiscard]] std::uint64_t linesWritten() const noexcept { return linesWritten_; }
+
  private:
+  void keepWholeRows(std::string_view taken);
   void beginField(std::size_t room);
   void endLine();
   void append(std::string_view bytes);
@@ -74,8 +83,11 @@ class CSVWriter {
   std::shared_ptr<OutputStream> stream_;
   char delimiter_;
   std::string newline_;
+  std::string tornRowEnd_;
   bool closesStream_ = false;
-  bool hasFailed_ = false;
+  bool isTorn_ = false;  ///< Whether the stream may end within a row.
+  std::uint64_t linesWritten_ = 0;
+  std::uint64_t linesInBuffer_ = 0;
 
   std::unique_ptr<char[]> buffer_;
   std::size_t capacity_;

@@ -1,5 +1,6 @@
+#include <algorithm>
 #include <charconv>
-#include <cmath>
+#include <cstddef>
 #include <limits>
 
 #include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
@@ -46,33 +47,6 @@ const char* addDigits(const char* text, const char* end, std::uint64_t& number) 
   return text;
 }
 
-/// The number of a text whose form has been checked, by the standard library: for many digits and
-/// large exponents.
-double numberFromCheckedText(std::string_view text) noexcept {
-  double number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-  if (error == std::errc{}) return number;
-  // Out of range. The library does not say at which end, but only a number below one can be too
-  // small for a double.
-  const auto exponentMark = text.find_first_of("eE");
-  const auto mantissa = text.substr(0, exponentMark);
-  const auto first = mantissa.find_first_not_of("0.");
-  const auto point = std::min(mantissa.find('.'), mantissa.size());
-  const auto position = first < point ? static_cast<std::ptrdiff_t>(point - first)
-                                      : -static_cast<std::ptrdiff_t>(first - point);
-  std::ptrdiff_t exponent = 0;
-  if (exponentMark != text.npos) {
-    auto digits = text.substr(exponentMark + 1);
-    if (digits.front() == '+') digits.remove_prefix(1);
-    const bool negative = digits.front() == '-';
-    if (std::from_chars(digits.data(), digits.data() + digits.size(), exponent).ec != std::errc{}) {
-      constexpr auto kBeyondEveryText = std::numeric_limits<std::ptrdiff_t>::max() / 2;
-      exponent = negative ? -kBeyondEveryText : kBeyondEveryText;
-    }
-  }
-  return position + exponent > 0 ? std::numeric_limits<double>::infinity() : 0.0;
-}
-
 /// The exponent behind "e"; nothing when there is none that counts. Cut at a size that no double
 /// reaches, since the caller only compares it.
 std::optional<int> exponentFromText(std::string_view text) noexcept {
@@ -117,10 +91,41 @@ std::optional<double> unsignedNumber(std::string_view text) noexcept {
     if (digits == 0) return 0.0;
     return detail::decimalToDouble(digits, exponent - static_cast<int>(fractionCount));
   }
-  return numberFromCheckedText(text);
+  return detail::readDecimal(text).value;
 }
 
 }  // namespace
+
+detail::DecimalNumber detail::readDecimal(std::string_view text) noexcept {
+  DecimalNumber number;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number.value);
+  number.end = end;
+  if (error != std::errc::result_out_of_range) return number;
+  // The library does not say at which end, but only a number below one can be too small for a
+  // double. How far the first digit that counts lies in front of the point, or behind it:
+  const bool isNegative = text.starts_with('-');
+  const std::string_view whole(text.data() + isNegative, end);
+  const auto exponentMark = whole.find_first_of("eE");
+  const auto mantissa = whole.substr(0, exponentMark);
+  const auto first = mantissa.find_first_not_of("0.");
+  const auto point = std::min(mantissa.find('.'), mantissa.size());
+  const auto position = first < point ? static_cast<std::ptrdiff_t>(point - first)
+                                      : -static_cast<std::ptrdiff_t>(first - point);
+  std::ptrdiff_t exponent = 0;
+  if (exponentMark != whole.npos) {
+    auto digits = whole.substr(exponentMark + 1);
+    if (digits.front() == '+') digits.remove_prefix(1);
+    if (std::from_chars(digits.data(), digits.data() + digits.size(), exponent).ec != std::errc{}) {
+      constexpr auto kBeyondEveryText = std::numeric_limits<std::ptrdiff_t>::max() / 2;
+      exponent = digits.front() == '-' ? -kBeyondEveryText : kBeyondEveryText;
+    }
+  }
+  const bool isLarge = position + exponent > 0;
+  number.fit = isLarge ? NumberFit::tooLarge : NumberFit::tooSmall;
+  number.value = isLarge ? std::numeric_limits<double>::infinity() : 0.0;
+  if (isNegative) number.value = -number.value;
+  return number;
+}
 
 std::optional<double> doubleFromText(std::string_view text) noexcept {
   bool negative = false;

@@ -23,7 +23,9 @@ namespace ombrix::platform {
 ///
 /// What is cut is the number as people write it: when a decimal of at most 15 significant digits
 /// names the same double, that decimal is cut, otherwise the exact binary value. So 46.123456,
-/// stored a little below, is written "46.123456", and writing what was read never drifts.
+/// stored a little below, is written "46.123456", and writing what was read never drifts. One
+/// limit: a time with microseconds has 16 digits, so it may lose one microsecond when it is written
+/// again; whole seconds and milliseconds never change.
 ///
 /// Immutable. Any thread.
 class TruncatingNumberFormat {

@@ -6,6 +6,8 @@
 #include <limits>
 #include <string_view>
 
+#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
+
 namespace ombrix::platform::detail {
 namespace {
 
@@ -39,15 +41,7 @@ double doubleFromText(std::string_view text) noexcept {
   // Words such as "infinity" are no numbers here.
   const auto digits = text.find_first_not_of("-.");
   if (digits == std::string_view::npos || !isDigit(text[digits])) return 0;
-  double value = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc::result_out_of_range) return value;
-  // The standard leaves the value alone: tell the huge from the tiny by the sign of the exponent.
-  const std::string_view number(text.data(), static_cast<std::size_t>(end - text.data()));
-  const auto exponent = number.find_first_of("eE");
-  const bool isTiny = exponent != std::string_view::npos && number.substr(exponent).contains('-');
-  const double magnitude = isTiny ? 0 : HUGE_VAL;
-  return text.starts_with('-') ? -magnitude : magnitude;
+  return detail::readDecimal(text).value;
 }
 
 std::int64_t truncated(double value) noexcept {

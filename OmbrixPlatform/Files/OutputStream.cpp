@@ -1,5 +1,9 @@
 #include "OmbrixPlatform/Files/OutputStream.hpp"
 
+#include <sys/stat.h>
+
+#include <filesystem>
+
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 
 namespace ombrix::platform {
@@ -55,9 +59,36 @@ class DescriptorOutputStream final : public OutputStream {
     if (streamStatus() != StreamStatus::open) {
       return std::unexpected(streamError().value_or(FileError(EBADF, "write", path_)));
     }
-    if (const int error = detail::writeAll(descriptor_.get(), bytes); error != 0) {
-      return fail(FileError(error, "write", path_));
+    std::size_t taken = 0;
+    if (const int error = detail::writeAll(descriptor_.get(), bytes, &taken); error != 0) {
+      return fail(FileError(error, "write", path_), taken);
     }
+    return {};
+  }
+
+  bool resume(std::size_t bytes) noexcept override {
+    if (streamStatus() != StreamStatus::error || !descriptor_) return false;
+    const bool isGone = bytes == 0 || takeBack(static_cast<off_t>(bytes));
+    reopen();
+    return isGone;
+  }
+
+  FileResult<void> sync() override {
+    if (streamStatus() != StreamStatus::open) {
+      return std::unexpected(streamError().value_or(FileError(EBADF, "sync", path_)));
+    }
+    const auto waitFor = [](int descriptor) {
+      return detail::retrying([descriptor] { return ::fsync(descriptor); }) == 0;
+    };
+    if (!waitFor(descriptor_.get())) return std::unexpected(FileError(errno, "sync", path_));
+    if (path_.empty() || isNameSynced_) return {};
+    const std::string parent = std::filesystem::path(path_).parent_path().string();
+    const std::string folder = parent.empty() ? "." : parent;
+    const auto opened = detail::openFile(folder, O_RDONLY);
+    if (!opened || !waitFor(opened.get())) {
+      return std::unexpected(FileError(errno, "sync", folder));
+    }
+    isNameSynced_ = true;
     return {};
   }
 
@@ -69,7 +100,18 @@ class DescriptorOutputStream final : public OutputStream {
     return descriptor_.reset();
   }
 
+  /// Cuts off the last bytes that were written here, unless others have written behind them.
+  [[nodiscard]] bool takeBack(off_t bytes) const noexcept {
+    struct stat info{};
+    const off_t end = ::lseek(descriptor_.get(), 0, SEEK_CUR);
+    if (end < bytes || fstat(descriptor_.get(), &info) != 0) return false;
+    if (!S_ISREG(info.st_mode) || info.st_size != end) return false;
+    const auto cut = [&] { return ::ftruncate(descriptor_.get(), end - bytes); };
+    return detail::retrying(cut) == 0 && ::lseek(descriptor_.get(), end - bytes, SEEK_SET) >= 0;
+  }
+
   std::string path_;
+  bool isNameSynced_ = false;
   OutputFileMode mode_ = OutputFileMode::append;
   detail::Descriptor descriptor_;
   bool isBorrowed_ = false;
@@ -77,10 +119,21 @@ class DescriptorOutputStream final : public OutputStream {
 
 }  // namespace
 
-std::unexpected<FileError> OutputStream::fail(FileError error) {
+bool OutputStream::resume(std::size_t) noexcept { return false; }
+
+FileResult<void> OutputStream::sync() { return std::unexpected(FileError(EINVAL, "sync")); }
+
+std::unexpected<FileError> OutputStream::fail(FileError error, std::size_t bytesTaken) {
   status_ = StreamStatus::error;
   error_ = error;
+  bytesOfFailedWrite_ = bytesTaken;
   return std::unexpected(std::move(error));
+}
+
+void OutputStream::reopen() noexcept {
+  status_ = StreamStatus::open;
+  error_.reset();
+  bytesOfFailedWrite_ = 0;
 }
 
 std::unique_ptr<OutputStream> OutputStream::withURL(const URL& url, OutputFileMode mode) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -61,18 +62,39 @@ class OutputStream {
   /// write, and after `close`.
   [[nodiscard]] virtual std::optional<DataView> data() const noexcept { return std::nullopt; }
 
+  /// How many bytes of the last `write` were taken before it failed; 0 when it did not, and for
+  /// streams that do not tell.
+  [[nodiscard]] std::size_t bytesOfFailedWrite() const noexcept { return bytesOfFailedWrite_; }
+
+  /// Opens the stream again after a failed write, and takes back the last `bytes` bytes of those
+  /// that it had taken, so that the file ends where it should.
+  ///
+  /// @param bytes  0 to `bytesOfFailedWrite()`
+  /// @return whether they are gone. If not, they stay: what is no regular file cannot be cut, and
+  ///         what others have appended behind them is not cut off. A stream of another kind, or one
+  ///         that has been closed, stays as it is.
+  virtual bool resume(std::size_t bytes) noexcept;
+
+  /// Waits until what was written, and the name of a file that was made, survive a loss of power.
+  /// @return Why that cannot be promised: EINVAL where there is no disk behind the stream.
+  virtual FileResult<void> sync();
+
   /// The open descriptor behind the stream, -1 where there is none.
   [[nodiscard]] virtual int fileDescriptor() const noexcept { return -1; }
 
  protected:
   void setStatus(StreamStatus status) noexcept { status_ = status; }
 
-  /// Notes the error and gives it back to be returned.
-  std::unexpected<FileError> fail(FileError error);
+  /// Notes the error, and how much a write had handed over, and gives the error back.
+  std::unexpected<FileError> fail(FileError error, std::size_t bytesTaken = 0);
+
+  /// Forgets the error.
+  void reopen() noexcept;
 
  private:
   StreamStatus status_ = StreamStatus::notOpen;
   std::optional<FileError> error_;
+  std::size_t bytesOfFailedWrite_ = 0;
 };
 
 }  // namespace ombrix::platform

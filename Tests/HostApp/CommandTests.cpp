@@ -1,17 +1,23 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iterator>
 #include <string>
 
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/SmallDisk.hpp"
 #include "Program.hpp"
 
 namespace ombrix::hostapp {
 namespace {
 
+namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 
@@ -19,6 +25,8 @@ using ::testing::HasSubstr;
 TEST(CommandTests, MistakesGiveOneClearLine) {
   const testing::ScopedDir folder;
   folder.write("day.csv", "1700000000,46.5,7.25,1500,90,5,3,4\n");
+  folder.write("empty.csv", "");
+  fs::create_symlink("loop.csv", folder.path() / "loop.csv");
   struct Case {
     const char* arguments;
     int status;
@@ -45,6 +53,9 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"day day.csv --wrong", 2, "--wrong"},
       {"day missing.csv", 1, "missing.csv"},
       {"day .", 1, "."},
+      {"day empty.csv --json", 1, "no fix in empty.csv (0 rows skipped)"},
+      {"sample loop.csv", 1, "loop.csv"},
+      {"sample .", 1, "cannot write ."},
       {"track rewrite missing.csv out.csv", 1, "missing.csv"},
       {"track rewrite day.csv /nowhere/out.csv", 1, "/nowhere/out.csv"},
       {"sample /nowhere/out.csv", 1, "/nowhere/out.csv"},
@@ -80,6 +91,64 @@ TEST(CommandTests, ARewrittenTrackIsTheSameBytes) {
   EXPECT_EQ(folder.read("a.csv"), folder.read("b.csv"));
   ASSERT_EQ(run(folder, "track rewrite b.csv b.csv").status, 0);
   EXPECT_EQ(folder.read("a.csv"), folder.read("b.csv"));
+}
+
+// Catches what stands at the name of an output being destroyed: a link, a pipe, a device, a mode,
+// an owner, a second name, another program's file; and notices that get into the output.
+TEST(CommandTests, WritingKeepsWhatStandsThere) {
+  const testing::ScopedDir folder;
+  const auto in = [&](const char* name) { return folder.path() / name; };
+  ASSERT_EQ(run(folder, "sample day.csv --runs 1").status, 0);
+  const std::string day = folder.read("day.csv");
+  const std::string rewrite = "track rewrite day.csv ";
+
+  folder.write("real.csv", "older");
+  fs::permissions(in("real.csv"), fs::perms(0640));
+  if (geteuid() == 0) ASSERT_EQ(::chown(in("real.csv").c_str(), 65534, 65534), 0);
+  fs::create_symlink("real.csv", in("link.csv"));
+  fs::create_symlink("made.csv", in("dangling.csv"));
+  folder.write("twin.csv", "older");
+  fs::create_hard_link(in("twin.csv"), in("twin2.csv"));
+  folder.write("real.csv.partial", "another's");
+  for (const char* name : {"link.csv", "dangling.csv", "twin.csv"}) {
+    const Outcome outcome = run(folder, rewrite + name);
+    EXPECT_EQ(outcome.status, 0) << outcome.output;
+  }
+  EXPECT_TRUE(fs::is_symlink(in("link.csv")) && fs::is_symlink(in("dangling.csv")));
+  for (const char* name : {"real.csv", "made.csv", "twin2.csv"}) {
+    EXPECT_EQ(folder.read(name), day) << name;
+  }
+  struct stat real{};
+  ASSERT_EQ(::stat(in("real.csv").c_str(), &real), 0);
+  EXPECT_EQ(real.st_mode & 07777, 0640U);
+  if (geteuid() == 0) EXPECT_EQ(real.st_uid, 65534U);
+  EXPECT_EQ(folder.read("real.csv.partial"), "another's");
+
+  for (const std::string out : {"-", "/dev/stdout", "/dev/fd/1"}) {
+    EXPECT_EQ(run(folder, rewrite + out + " 2>/dev/null | cat").output, day) << out;
+    folder.write("log", "before\n");
+    EXPECT_EQ(run(folder, rewrite + out + " >>log").status, 0);
+    EXPECT_EQ(folder.read("log").substr(0, 7 + day.size()), "before\n" + day) << out;
+  }
+  ASSERT_EQ(::mkfifo(in("pipe").c_str(), 0600), 0);
+  EXPECT_EQ(run(folder, rewrite + "pipe >/dev/null & cat pipe; wait; test -p pipe").output, day);
+  EXPECT_TRUE(fs::is_fifo(in("pipe")));
+  EXPECT_EQ(run(folder, rewrite + "/dev/full").status, 1);
+  // Nothing is left behind.
+  const auto entries = std::distance(fs::directory_iterator(folder.path()), {});
+  EXPECT_EQ(entries, 10);
+}
+
+// Catches a full disk that costs the older file, or leaves a part of the new one.
+TEST(CommandTests, AFullDiskLeavesTheOlderFile) {
+  const testing::SmallDisk disk(64 * 1024);
+  if (!disk.isMounted()) GTEST_SKIP() << "needs the right to mount";
+  disk.folder().write("day.csv", "older");
+  const Outcome outcome = run(disk.folder(), "sample day.csv");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_NE(outcome.output.find("No space left"), std::string::npos) << outcome.output;
+  EXPECT_EQ(disk.folder().read("day.csv"), "older");
+  EXPECT_EQ(std::distance(fs::directory_iterator(disk.folder().path()), {}), 1);
 }
 
 // Catches bad rows that stop the reading, or that are counted as read.

@@ -5,8 +5,10 @@
 
 #include <algorithm>
 #include <array>
+#include <exception>
 #include <limits>
 #include <memory>
+#include <new>
 #include <optional>
 #include <source_location>
 #include <string>
@@ -23,23 +25,27 @@
 
 namespace ombrix::detail {
 
-/// A stream on the file at the URL's path, open; null, and a line in the log, when there is none.
+/// A stream on the file at a file URL's path, open; null, and a line in the log, when there is
+/// none.
 inline std::unique_ptr<platform::InputStream> openCSVStream(
     const platform::URL& url, LogTag tag,
     std::source_location where = std::source_location::current()) {
-  auto stream = platform::InputStream::withURL(url);
+  auto stream = url.isFileURL() ? platform::InputStream::withURL(url) : nullptr;
   if (stream != nullptr && stream->open()) return stream;
   logError(tag, "Filesystem: Couldn't read input stream for CSV", where);
   return nullptr;
 }
 
-/// The capacity to go on with when `count` items are full. The rows to come are judged by those
-/// that were read, on samples of growing size, so that a long list is moved once, while it is
-/// short.
-inline std::size_t nextCapacity(std::size_t count, const platform::CSVReader& reader) {
+/// The capacity to go on with when `count` items of `itemBytes` are full. The rows to come are
+/// judged by those that were read, on samples of growing size, so that a long list is moved once,
+/// while it is short. What is set aside at a time has a bound: rows of the beginning may tell
+/// nothing of a gigabyte behind them.
+inline std::size_t nextCapacity(std::size_t count, std::size_t itemBytes,
+                                const platform::CSVReader& reader) {
   constexpr std::size_t kFirstSample = 64;
   constexpr std::size_t kSecondSample = 1024;
   constexpr std::size_t kThirdSample = 16 * 1024;
+  constexpr std::size_t kMostBytesAtOnce = 128 * 1024 * 1024;
   if (count == 0) return kFirstSample;
   const auto total = reader.bytesTotal();
   const auto read = reader.bytesRead();
@@ -49,35 +55,44 @@ inline std::size_t nextCapacity(std::size_t count, const platform::CSVReader& re
   const double rowsPerByte = static_cast<double>(count) / static_cast<double>(read);
   const auto expected =
       static_cast<std::size_t>(1.1 * rowsPerByte * static_cast<double>(*total - read));
-  const std::size_t estimate = count + std::max(expected, count / 8) + 1;
+  const std::size_t most = std::max(kMostBytesAtOnce / itemBytes, count / 2);
+  const std::size_t estimate = count + std::min(std::max(expected, count / 8) + 1, most);
   if (count < kSecondSample) return std::min(estimate, kSecondSample);
   const bool isLong = estimate > 8 * kThirdSample;
   return isLong && count < kThirdSample ? kThirdSample : estimate;
 }
 
+/// Makes room in a full list; a smaller one where memory is short.
+/// @throws std::bad_alloc when there is none at all
+template <class Item>
+void makeRoom(std::vector<Item>& items, const platform::CSVReader& reader) {
+  try {
+    items.reserve(nextCapacity(items.size(), sizeof(Item), reader));
+  } catch (const std::bad_alloc&) {
+    items.reserve(items.size() + items.size() / 8 + 1);
+  }
+}
+
 /// Reads all rows in order. A row of exactly `Columns` plain numbers goes through `fromNumbers`,
 /// every other one through `transform`, which gives the same item or logs and gives nothing.
 template <std::size_t Columns, class Item, class FromNumbers, class Transform>
-std::vector<Item> readCSVRows(platform::CSVReader& reader, const CSVParseObserver& observer,
-                              FromNumbers fromNumbers, Transform transform, LogTag tag,
-                              std::source_location where) {
-  std::vector<Item> items;
-  CSVParseProgress progress;
-  const auto report = [&] {
-    progress.rowsRead = items.size();
-    progress.bytesRead = reader.bytesRead();
-    progress.bytesTotal = reader.bytesTotal();
-    observer.report(progress);
-  };
+void readCSVRows(platform::CSVReader& reader, std::vector<Item>& items, CSVParseProgress& progress,
+                 const CSVParseObserver& observer, FromNumbers fromNumbers, Transform transform,
+                 LogTag tag, std::source_location where) {
   std::uint64_t nextReport = observer.isWatching() ? CSVParseObserver::kReportBytes
                                                    : std::numeric_limits<std::uint64_t>::max();
+  std::uint64_t droppedRows = 0;
   std::array<double, Columns> numbers;
   while (true) {
-    if (items.size() == items.capacity()) items.reserve(nextCapacity(items.size(), reader));
+    if (items.size() == items.capacity()) makeRoom(items, reader);
     if (reader.nextNumbers(numbers)) {
       items.push_back(fromNumbers(numbers));
     } else {
       const auto row = reader.next();
+      for (; droppedRows < reader.droppedRows(); ++droppedRows, ++progress.rowsSkipped) {
+        // Kept: the text of `parseTransform`, which a row with such a field never reaches.
+        logError(tag, "Data: Error while trying to read CSV for migration, bad row", where);
+      }
       if (!row) break;
       if (const std::optional<Item> item = transform(*row)) {
         items.push_back(*item);
@@ -85,17 +100,24 @@ std::vector<Item> readCSVRows(platform::CSVReader& reader, const CSVParseObserve
         ++progress.rowsSkipped;
       }
     }
-    if (reader.bytesRead() >= nextReport) {
-      report();
-      nextReport = reader.bytesRead() + CSVParseObserver::kReportBytes;
+    progress.bytesRead = reader.bytesRead();
+    if (progress.bytesRead >= nextReport) {
+      progress.rowsRead = items.size();
+      observer.report(progress);
+      nextReport = progress.bytesRead + CSVParseObserver::kReportBytes;
     }
   }
+  progress.bytesRead = reader.bytesRead();
   progress.brokeOff = reader.error().has_value();
-  // The rows before the failure are good: they are kept, and the log tells that more are missing.
-  if (progress.brokeOff) logError(tag, "Data: Error parsing CSV", where);
-  progress.isFinished = true;
-  if (observer.isWatching()) report();
-  return items;
+}
+
+/// Logs also where memory is so short that there is no room for a line: then the line is lost.
+inline void logParseError(LogTag tag, std::source_location where) noexcept {
+  try {
+    logError(tag, "Data: Error parsing CSV", where);
+  } catch (const std::exception&) {
+    // Nobody is left to tell.
+  }
 }
 
 /// The whole of a synchronous parse of text or of a stream; nothing, and a line in the log, when no
@@ -104,14 +126,26 @@ template <std::size_t Columns, class Item, class Source, class FromNumbers, clas
 std::optional<std::vector<Item>> parseCSV(Source&& source, const CSVParseObserver& observer,
                                           FromNumbers fromNumbers, Transform transform, LogTag tag,
                                           std::source_location where) {
-  std::optional<platform::CSVReader> reader;
+  std::vector<Item> items;
+  CSVParseProgress progress;
+  bool hasReader = false;
   try {
-    reader.emplace(source);
-  } catch (const platform::CSVError&) {
-    logError(tag, "Data: Error parsing CSV", where);
-    return std::nullopt;
+    platform::CSVReader reader(source, {.keptFields = Columns});
+    hasReader = true;
+    progress.bytesTotal = reader.bytesTotal();
+    readCSVRows<Columns>(reader, items, progress, observer, fromNumbers, transform, tag, where);
+  } catch (const std::exception&) {
+    // A source that cannot be read, or a lack of memory.
+    progress.brokeOff = true;
   }
-  return readCSVRows<Columns, Item>(*reader, observer, fromNumbers, transform, tag, where);
+  // The rows before a failure are good: they are kept, and the log tells that more are missing. The
+  // reader has given its memory back by now, which the log line may need.
+  if (progress.brokeOff) logParseError(tag, where);
+  if (!hasReader) return std::nullopt;
+  progress.rowsRead = items.size();
+  progress.isFinished = true;
+  if (observer.isWatching()) observer.report(progress);
+  return items;
 }
 
 inline const platform::URL& viewOf(const platform::URL& url) noexcept { return url; }

@@ -1,5 +1,3 @@
-#include <algorithm>
-
 #include "OmbrixCore/Extensions/Fuzzy/Detail/Characters.hpp"
 #include "OmbrixPlatform/Text/TextSegmentation.hpp"
 
@@ -34,14 +32,12 @@ std::vector<Symbol> symbolsOf(std::string_view text, NumberOfLong numberOfLong) 
 Symbol LongCharacters::learn(std::string_view character) {
   const Symbol known = find(character);
   if (known != kForeign) return known;
-  known_.emplace_back(character);
-  return kFirstLong + known_.size() - 1;
+  return known_.emplace(character, kFirstLong + known_.size()).first->second;
 }
 
 Symbol LongCharacters::find(std::string_view character) const {
-  const auto found = std::ranges::find(known_, character);
-  return found == known_.end() ? kForeign
-                               : kFirstLong + static_cast<Symbol>(found - known_.begin());
+  const auto found = known_.find(character);
+  return found == known_.end() ? kForeign : found->second;
 }
 
 Characters::Characters(std::string_view text, LongCharacters& longCharacters)

@@ -59,10 +59,11 @@ struct FuzzyMatch {
 ///
 /// @return nothing when the text lacks a character of the pattern.
 ///
-/// Time and space grow as the product of both lengths.
+/// Time and space grow as the product of both lengths, 16 bytes a cell: 1.6 GB for a pattern and a
+/// text of 10,000 characters each. `fuzzyScore` needs no matrix.
 std::optional<FuzzyMatch> fuzzyMatch(std::string_view text, std::string_view pattern);
 
-/// The score of `fuzzyMatch` alone, without the matrix and its cost.
+/// The score of `fuzzyMatch` alone, without the matrix: space grows as the text does.
 std::optional<std::int64_t> fuzzyScore(std::string_view text, std::string_view pattern);
 
 /// `fuzzyMatch` without regard to case, and to diacritics where that scores better.

@@ -9,6 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "OmbrixCore/Extensions/Search/HashSeed.hpp"
+
 namespace ombrix::detail {
 
 /// A value that hash tables take.
@@ -19,18 +21,17 @@ concept Hashable = std::equality_comparable<Value> && requires(const Value& valu
 
 /// Numbers distinct keys from 0 in the order in which they are first seen.
 ///
-/// Open addressing over 8-byte slots of hash and number. The place of a slot follows from the top
-/// bits of its hash, so that growing reads and writes the table from front to back.
+/// Integers that somebody chose so that they collide do not: hashes are mixed with a seed of the
+/// process. Open addressing over 8-byte slots of hash and number. The place of a slot follows from
+/// the top bits of its hash, so that growing reads and writes the table from front to back.
 template <Hashable Key>
 class FirstSeenTable {
  public:
   using Number = std::uint32_t;
   static constexpr Number kNone = std::numeric_limits<Number>::max();
 
-  static std::uint32_t hashOf(const Key& key) {
-    auto hash = static_cast<std::uint64_t>(std::hash<Key>{}(key));
-    hash = (hash ^ (hash >> 32)) * 0x9E37'79B9'7F4A'7C15U;
-    return static_cast<std::uint32_t>(hash >> 32);
+  [[nodiscard]] std::uint32_t hashOf(const Key& key) const {
+    return seed_.mix(static_cast<std::uint64_t>(std::hash<Key>{}(key)));
   }
 
   /// Whether looking up several keys at once pays, since slots come from beyond the nearest caches.
@@ -108,6 +109,7 @@ class FirstSeenTable {
     slots_ = std::move(larger);
   }
 
+  HashSeed seed_ = HashSeed::ofProcess();
   std::vector<Key> keys_;
   // A slot's natural place is the top 32 - shift_ bits of its hash.
   std::vector<Slot> slots_ = std::vector<Slot>(32);

@@ -17,15 +17,24 @@ CodingPrimitive require(std::optional<T> value, const JSON& json, CodingPrimitiv
   const bool isNumber = json.kind() == JSON::Kind::number;
   if (isNumber && kind != CodingPrimitiveKind::boolean && kind != CodingPrimitiveKind::text &&
       kind != CodingPrimitiveKind::data && kind != CodingPrimitiveKind::date) {
-    throw DecodingError::dataCorrupted("The number " + json.stringValue() + " does not fit", path);
+    const std::string number = json.stringValue();  // empty for one that is too large for a double
+    throw DecodingError::dataCorrupted(
+        number.empty() ? "The number does not fit" : "The number " + number + " does not fit",
+        path);
   }
   if (json.isNull()) throw DecodingError::valueNotFound(nameOf(kind), path);
   throw DecodingError::typeMismatch(nameOf(kind), nameOf(json.kind()), path);
 }
 
+/// Nothing, too, for a number that was too large for a double when it was read.
+std::optional<double> numberOf(const JSON& value) {
+  const auto number = value.real();
+  return number && std::isfinite(*number) ? number : std::nullopt;
+}
+
 std::optional<double> realOf(const JSON& value, const JSONCodingOptions& options) {
   if (const std::string* text = value.string()) return realFromText(*text, options);
-  return value.real();
+  return numberOf(value);
 }
 
 CodingPrimitive dateOf(const JSON& value, const JSONCodingOptions& options,
@@ -38,7 +47,7 @@ CodingPrimitive dateOf(const JSON& value, const JSONCodingOptions& options,
     if (text != nullptr && !date) {
       throw DecodingError::dataCorrupted("No date is meant by \"" + *text + "\"", path);
     }
-  } else if (const auto number = value.real()) {
+  } else if (const auto number = numberOf(value)) {
     date = dateFromNumber(*number, options);
   }
   return require(date, value, kKind, path);

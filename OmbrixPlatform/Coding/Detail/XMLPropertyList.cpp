@@ -8,6 +8,7 @@
 #include "OmbrixPlatform/Coding/Detail/Utf.hpp"
 #include "OmbrixPlatform/Coding/Detail/XMLPropertyList.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -75,9 +76,11 @@ PropertyList integerFrom(std::string_view text) {
 
 PropertyList realFrom(std::string_view text) {
   if (text.starts_with('+')) text.remove_prefix(1);
-  double number = 0;
-  if (!parseWhole(text, number)) damaged("a real number cannot be read");
-  return number;
+  // What is too small for a double is zero.
+  const auto number = readDecimal(text);
+  const bool isWhole = !text.empty() && number.end == text.data() + text.size();
+  if (!isWhole || number.fit == NumberFit::tooLarge) damaged("a real number cannot be read");
+  return number.value;
 }
 
 class XMLReader {

@@ -48,7 +48,12 @@ constexpr std::ptrdiff_t kLongestPlainNumber = 32;  // and the words that are lo
 }  // namespace
 
 class JSONReader::Index : public detail::JSONIndex {
+ public:
   using JSONIndex::JSONIndex;
+
+  /// Whether a number that no double comes near is an infinity, for whoever wants it to refuse: a
+  /// tree is also made of members that nobody reads.
+  bool keepsLargeNumbers = false;
 };
 
 // A number as it stands in the text, its grammar checked.
@@ -198,13 +203,10 @@ double JSONReader::realOf(const Scan& scan) const {
     const double value = detail::decimalToDouble(scan.mantissa, static_cast<int>(scan.exponent));
     return scan.negative ? -value : value;
   }
-  double value = 0;
-  const char* end = scan.text.data() + scan.text.size();
-  const auto result = std::from_chars(scan.text.data(), end, value);
-  if (result.ec == std::errc{} && std::isfinite(value)) return value;
-  // What is too small for a double rounds to zero; the rest is too large.
-  if (scan.exponent + scan.digits <= 0) return scan.negative ? -0.0 : 0.0;
-  misfit(scan.text);
+  // What is too small for a double rounds to zero.
+  const auto number = detail::readDecimal(scan.text);
+  if (number.fit == detail::NumberFit::tooLarge && !index_->keepsLargeNumbers) misfit(scan.text);
+  return number.value;
 }
 
 // A decimal of usual length, read eight digits at a time. Takes nothing when it gives false.
@@ -537,7 +539,10 @@ std::optional<std::string> JSONReader::peekText(std::string_view wanted) {
 }
 
 std::shared_ptr<Decoder> JSONReader::decoder() {
-  return detail::makeTreeDecoder<detail::JSONTree>(readJSON(), options(), codingPath());
+  index_->keepsLargeNumbers = true;
+  JSON tree = readJSON();
+  index_->keepsLargeNumbers = false;
+  return detail::makeTreeDecoder<detail::JSONTree>(std::move(tree), options(), codingPath());
 }
 
 void JSONReader::checkDocument() const {

@@ -1,11 +1,12 @@
 #pragma once
 
-// Private: the nearest double of a decimal with up to 19 digits, and digits eight at a time.
+// Private: the nearest double of a decimal, and digits eight at a time.
 
 #include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace ombrix::platform::detail {
 
@@ -107,6 +108,24 @@ inline double decimalToDouble(std::uint64_t digits, int exponent) noexcept {
   }
   return roundDecimal(digits, exponent);
 }
+
+/// Whether a decimal has a double near it.
+enum class NumberFit : std::uint8_t {
+  near,
+  tooLarge,  ///< Its double is an infinity.
+  tooSmall,  ///< Its double is a zero, and it is none.
+};
+
+struct DecimalNumber {
+  double value = 0;
+  NumberFit fit = NumberFit::near;
+  const char* end = nullptr;  ///< Behind the number in the text; the text's beginning without one.
+};
+
+/// The number that a text begins with, of any length: an optional "-", digits with an optional "."
+/// and an optional exponent; also what `std::from_chars` reads besides ("nan", "inf").
+/// @return the nearest double, ties to even, with its sign also where it does not fit
+DecimalNumber readDecimal(std::string_view text) noexcept;
 
 /// Whether eight text bytes can be read as a number with the first text byte lowest.
 inline constexpr bool kWordsAreLittleEndian = std::endian::native == std::endian::little;

@@ -71,11 +71,13 @@ inline ssize_t readSome(int descriptor, std::span<std::byte> buffer) noexcept {
 }
 
 /// Writes everything, waiting where needed; 0, or the errno that stopped it.
-inline int writeAll(int descriptor, DataView bytes) noexcept {
+/// @param taken  is given how many bytes were written, where it is not null
+inline int writeAll(int descriptor, DataView bytes, std::size_t* taken = nullptr) noexcept {
   while (!bytes.empty()) {
     const auto count = retrying([&] { return ::write(descriptor, bytes.data(), bytes.size()); });
     if (count >= 0) {
       bytes = bytes.subspan(static_cast<std::size_t>(count));
+      if (taken != nullptr) *taken += static_cast<std::size_t>(count);
       continue;
     }
     if (errno != EAGAIN) return errno;

@@ -18,8 +18,8 @@ using platform::HKUnit;
 // Catches exchanged columns, another unit or type, and rows that end the reading.
 TEST(HRCSVParserTests, MakesOneSampleOfEachGoodRow) {
   testing::RecordingLog log;
-  const auto samples = HRCSVParser().parse(
-      "1700000000,72\n\n1700000001.5,73.5\n1700000002,74,extra\n1700000003,abc\n x,75\n,\n");
+  const auto samples = HRCSVParser().parse(std::string_view(
+      "1700000000,72\n\n1700000001.5,73.5\n1700000002,74,extra\n1700000003,abc\n x,75\n,\n"));
   ASSERT_EQ(samples.value().size(), 3U);
   const double rates[] = {72, 73.5, 74};
   const double times[] = {1700000000, 1700000001.5, 1700000002};
@@ -38,12 +38,13 @@ TEST(HRCSVParserTests, MakesOneSampleOfEachGoodRow) {
                                     "Data: Error while trying to read CSV for migration, bad row"));
   EXPECT_EQ(log.lines()[0].file, "OmbrixCore/Data/HRCSVParser");
   EXPECT_EQ(log.lines()[0].function, "parseTransform(_:)");
-  EXPECT_EQ(HRCSVParser().parse("").value().size(), 0U);
+  EXPECT_EQ(HRCSVParser().parse(std::string_view("")).value().size(), 0U);
 }
 
 // Catches a short row that is skipped: it stands for a file that is no recording.
 TEST(HRCSVParserTests, AShortRowStopsTheProgram) {
-  EXPECT_DEATH((void)HRCSVParser().parse("1700000000,72\n1700000000\n"), "Index out of range");
+  EXPECT_DEATH((void)HRCSVParser().parse(std::string_view("1700000000,72\n1700000000\n")),
+               "Index out of range");
 }
 
 // Catches a form that reads another source than it was given, or answers nothing wrongly.
@@ -52,7 +53,7 @@ TEST(HRCSVParserTests, ReadsTheSameFromEverySource) {
   const std::string text = "1,60\n2,61\n";
   const auto url = platform::URL::fileURL(folder.write("hr.csv", text).string());
   const HRCSVParser parser;
-  const auto expected = parser.parse(text);
+  const auto expected = parser.parse(std::string_view(text));
   EXPECT_EQ(parser.parse(url), expected);
   EXPECT_EQ(parser.parse(platform::bytesOf(text)), expected);
   std::promise<HRCSVParser::Samples> fromData, fromURL;

@@ -16,10 +16,16 @@
 namespace ombrix {
 namespace {
 
+using namespace std::string_view_literals;
 using platform::URL;
 using ::testing::ElementsAre;
 using testing::RecordingLog;
 using testing::ScopedDir;
+
+// A literal that names a file, or is a track: who writes it says which.
+template <class Parser>
+concept TakesLiterals = requires(const Parser& parser) { parser.parse("day.csv"); };
+static_assert(!TakesLiterals<LocationCSVParser> && !TakesLiterals<HRCSVParser>);
 
 constexpr std::string_view kShortRow = "Data: Location row didn't have complete data";
 constexpr std::string_view kBadRow = "Data: Error while trying to read CSV for migration, bad row";
@@ -36,7 +42,7 @@ bool identical(const std::vector<CLLocation>& a, const std::vector<CLLocation>& 
 
 // Catches columns that are exchanged, and invented accuracies.
 TEST(LocationCSVParserTests, ReadsEachColumnIntoItsProperty) {
-  const auto fixes = LocationCSVParser().parse("1700000000.5,46.5,7.25,1500,90,5,3,4");
+  const auto fixes = LocationCSVParser().parse("1700000000.5,46.5,7.25,1500,90,5,3,4"sv);
   ASSERT_EQ(fixes.value().size(), 1U);
   const CLLocation& fix = fixes->front();
   EXPECT_EQ(platform::timeIntervalSince1970(fix.timestamp), 1700000000.5);
@@ -67,6 +73,9 @@ TEST(LocationCSVParserTests, SkipsBadRowsWithALogLine) {
        1,
        {std::string(kBadRow), std::string(kBadRow), std::string(kShortRow)}},
       {"nan,inf,-inf,0,0,0,0,0\n", 1, {}},
+      {"1,2,\"3,4,5,6,7,8\n1,2,3,4,5,6,7,8\n1,2,3,4,5,6,7,8,\"\n1,2,3,4,5,6,7,8\n",
+       3,
+       {std::string(kBadRow)}},
   };
   for (const auto& [text, count, errors] : cases) {
     RecordingLog log;
@@ -110,7 +119,7 @@ TEST(LocationCSVParserTests, GivesWhatParseTransformGives) {
       if (const auto fix = parser.parseTransform(*row)) expected.push_back(*fix);
     }
     const auto errors = log.takeErrors();
-    ASSERT_TRUE(identical(parser.parse(text).value(), expected)) << text;
+    ASSERT_TRUE(identical(parser.parse(std::string_view(text)).value(), expected)) << text;
     ASSERT_EQ(log.takeErrors(), errors) << text;
   }
 }
@@ -121,9 +130,10 @@ TEST(LocationCSVParserTests, ReadsTheSameFromEverySource) {
   const std::string text = syntheticTrack(5000, 1);
   const URL url = URL::fileURL(folder.write("track.csv", text).string());
   const LocationCSVParser parser;
-  const auto expected = parser.parse(text).value();
+  const auto expected = parser.parse(std::string_view(text)).value();
   ASSERT_EQ(expected.size(), 5000U);
   EXPECT_TRUE(identical(parser.parse(url).value(), expected));
+  EXPECT_TRUE(identical(parser.parse(folder.path() / "track.csv").value(), expected));
   EXPECT_TRUE(identical(parser.parse(*platform::InputStream::withURL(url)).value(), expected));
   EXPECT_TRUE(identical(parser.parse(platform::bytesOf(text)).value(), expected));
 
@@ -162,6 +172,8 @@ TEST(LocationCSVParserTests, GivesNothingWithoutASource) {
   EXPECT_NE(log.lines()[3].line, log.lines()[2].line);
 
   const auto track = folder.write("track.csv", "1,2,3,4,5,6,7,8\n1,2,3");
+  EXPECT_FALSE(parser.parse(URL::parse("http://localhost" + track.string()).value()));
+  EXPECT_THAT(log.takeErrors(), ElementsAre(kNoStream));
   EXPECT_EQ(parser.parse(URL::fileURL(track.string())).value().size(), 1U);
   EXPECT_THAT(log.takeErrors(), ElementsAre(kShortRow));
 }

@@ -70,30 +70,44 @@ TEST(LocationCSVWriterTests, LeavesOutFieldsWithoutText) {
   const std::string text(platform::textOf(stream->data().value()));
   EXPECT_EQ(text, "46.123456,-7.500000,1500.250000,-1.0,5.0,10.9\n");
   testing::RecordingLog log;
-  EXPECT_EQ(LocationCSVParser().parse(text).value().size(), 0U);
+  EXPECT_EQ(LocationCSVParser().parse(std::string_view(text)).value().size(), 0U);
   EXPECT_EQ(log.takeErrors().size(), 1U);
 }
 
-// Catches a system call for every row, and a failure that is swallowed, or costs rows before it.
-TEST(LocationCSVWriterTests, WritesOncePerCallAndTellsOfFailures) {
-  const auto disk = std::make_shared<testing::SmallDisk>(4 * kExampleRow.size() + 5);
-  {
-    LocationCSVWriter writer(disk);
-    EXPECT_EQ(writer.stream(), disk);
-    writer.add(std::vector(3, exampleFix()));
-    EXPECT_EQ(disk->writes, 1);
-    writer.add(exampleFix());
-    EXPECT_EQ(disk->writes, 2);
-    EXPECT_THROW(writer.add(std::vector(2, exampleFix())), platform::CSVError);
-    EXPECT_EQ(disk->text.substr(0, 4 * kExampleRow.size()).find_last_of('\n'),
-              4 * kExampleRow.size() - 1);
-  }
-  EXPECT_EQ(disk->streamStatus(), platform::StreamStatus::closed);
+// Catches a writer that is dead after a full disk, a torn row that stays in the file and reads as a
+// whole one with another number, and rows lost though they were written.
+TEST(LocationCSVWriterTests, GoesOnAfterAFullDisk) {
+  const testing::SmallDisk disk(256 * 1024);
+  if (!disk.isMounted()) GTEST_SKIP() << "needs the right to mount";
+  const auto& folder = disk.folder();
+  const std::string path = (folder.path() / "track.csv").string();
+  const std::size_t page = 4096;
+  const std::string first(page - kExampleRow.size() - 2,
+                          'x');  // room for one row to the page's end
+  folder.write("track.csv", first + "\n");
+  LocationCSVWriter writer(URL::fileURL(path, false));
+  disk.fillUp(0);
+  EXPECT_THROW(writer.add(std::vector(3, exampleFix())), platform::CSVError);
+  EXPECT_EQ(writer.fixesWritten(), 1U);
+  EXPECT_EQ(folder.read("track.csv"), first + "\n" + std::string(kExampleRow));
+  EXPECT_THROW(writer.add(exampleFix()), platform::CSVError);
 
+  disk.fillUp(page);
+  writer.add(std::vector(2, exampleFix()));
+  writer.sync();
+  std::string expected = first + "\n";
+  for (int i = 0; i < 3; ++i) expected += kExampleRow;
+  EXPECT_EQ(folder.read("track.csv"), expected);
+  EXPECT_EQ(writer.fixesWritten(), 3U);
+}
+
+// Catches a source of failure that stops the program or is swallowed, and a URL that is no file's.
+TEST(LocationCSVWriterTests, TellsOfFailures) {
   const ScopedDir folder;
   EXPECT_THROW(LocationCSVWriter(URL::fileURL(folder.path().string(), true)), platform::CSVError);
   EXPECT_THROW(LocationCSVWriter(URL::fileURL((folder.path() / "no" / "track.csv").string())),
                platform::CSVError);
+  EXPECT_THROW(LocationCSVWriter(platform::OutputStream::toMemory()).sync(), platform::CSVError);
   EXPECT_DEATH(LocationCSVWriter(URL::parse("https://ombrix.example/track.csv").value()),
                "No output stream");
 }

@@ -210,6 +210,7 @@ TEST(CoderTests, NumbersAreExact) {
     EXPECT_EQ(std::signbit(inside), std::signbit(alone)) << text;
     return alone;
   };
+  const std::string tiny = "0." + std::string(340, '0') + "1";
   const struct {
     std::string_view text;
     double value;
@@ -227,7 +228,8 @@ TEST(CoderTests, NumbersAreExact) {
                {"0e27", 0.0},
                {"0e999999999999", 0.0},
                {"1.7976931348623157e308", 1.7976931348623157e308},
-               {"0.000000000000000000000000000001", 1e-30}};
+               {"0.000000000000000000000000000001", 1e-30},
+               {tiny, 0.0}};
   for (const auto& [text, value] : cases) {
     EXPECT_EQ(real(text), value) << text;
     EXPECT_EQ(std::signbit(real(text)), std::signbit(value)) << text;

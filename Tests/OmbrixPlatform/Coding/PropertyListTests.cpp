@@ -186,6 +186,7 @@ TEST(PropertyListTests, XMLIsReadStrictly) {
   EXPECT_EQ(read("<integer>18446744073709551615</integer>"), PropertyList{UINT64_MAX});
   EXPECT_EQ(read("<string>a<![CDATA[<b>]]>&amp;&#x1F3BF;</string>"),
             PropertyList{"a<b>&\U0001F3BF"});
+  EXPECT_EQ(read("<real>-1e-400</real>"), PropertyList{-0.0});
   EXPECT_EQ(read("<data> AAE\n= </data>"), PropertyList{dataFrom(std::string_view("\0\1", 2))});
   EXPECT_EQ(read("<date>2001-01-01T01:00:00+01:00</date>"),
             PropertyList{dateSinceReferenceDate(0)});
@@ -194,8 +195,8 @@ TEST(PropertyListTests, XMLIsReadStrictly) {
   for (const char* bad :
        {"", "<dict><key>a</key></dict>", "<dict><string>a</string></dict>", "<array>text</array>",
         "<integer>5x</integer>", "<integer>18446744073709551616</integer>", "<real></real>",
-        "<date>2001-02-30T00:00:00Z</date>", "<data>A===</data>", "<data>AA</data>", "<null/>",
-        "<true/><false/>", "<string><b/></string>"}) {
+        "<real>1e400</real>", "<date>2001-02-30T00:00:00Z</date>", "<data>A===</data>",
+        "<data>AA</data>", "<null/>", "<true/><false/>", "<string><b/></string>"}) {
     EXPECT_THROW(read(bad), PropertyListError) << bad;
   }
   EXPECT_THROW(PropertyListSerialization::read(dataFrom("<html/>")), PropertyListError);

@@ -18,6 +18,7 @@ TEST(CoercionTests, NumbersTextsAndTruthValuesStandInForEachOther) {
     double asDouble;
     std::optional<std::string> asString;
   };
+  const std::string tiny = "0." + std::string(340, '0') + "1";
   const Case cases[] = {
       {true, true, 1, 1, "1"},
       {false, false, 0, 0, "0"},
@@ -40,6 +41,7 @@ TEST(CoercionTests, NumbersTextsAndTruthValuesStandInForEachOther) {
       {"99999999999999999999", true, INT64_MAX, 99999999999999999999.0, "99999999999999999999"},
       {"1e999", true, 1, HUGE_VAL, "1e999"},
       {"1e-999", true, 1, 0, "1e-999"},
+      {tiny, false, 0, 0, tiny},
       {PropertyList::Array{1}, false, 0, 0, std::nullopt},
       {dateSince1970(5), false, 0, 0, std::nullopt},
       {dataFrom("1"), false, 0, 0, std::nullopt},

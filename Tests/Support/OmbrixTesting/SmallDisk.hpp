@@ -1,36 +1,32 @@
 #pragma once
 
-#include <algorithm>
-#include <cerrno>
-#include <string>
+#include <cstddef>
+#include <filesystem>
 
-#include "OmbrixPlatform/Files/OutputStream.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix::testing {
 
-/// A stream that collects what is written until its room is used up; from then on writes fail as on
-/// a full disk, having taken what fits. One thread at a time.
-class SmallDisk final : public platform::OutputStream {
+/// A file system in memory with little room, seen by the thread that made it and those it starts:
+/// a real full disk. Needs root, or the right to user namespaces while no other thread runs; skip
+/// the test where `isMounted` says no. Gone at the end of the scope.
+class SmallDisk {
  public:
-  explicit SmallDisk(std::size_t bytes) : room(bytes) {}
+  /// @param bytes  the room, rounded up to whole pages
+  explicit SmallDisk(std::size_t bytes);
+  ~SmallDisk();
+  SmallDisk(const SmallDisk&) = delete;
+  SmallDisk& operator=(const SmallDisk&) = delete;
 
-  platform::FileResult<void> open() override {
-    setStatus(platform::StreamStatus::open);
-    return {};
-  }
-  void close() noexcept override { setStatus(platform::StreamStatus::closed); }
-  platform::FileResult<void> write(platform::DataView bytes) override {
-    ++writes;
-    const auto taken = bytes.first(std::min(bytes.size(), room));
-    text += platform::textOf(taken);
-    room -= taken.size();
-    if (taken.size() < bytes.size()) return std::unexpected(platform::FileError(ENOSPC, "write"));
-    return {};
-  }
+  [[nodiscard]] bool isMounted() const noexcept { return isMounted_; }
+  [[nodiscard]] const ScopedDir& folder() const noexcept { return folder_; }
 
-  std::string text;  ///< What was taken so far.
-  std::size_t room;  ///< Bytes that can still be taken; a test may add to it.
-  int writes = 0;    ///< How often `write` was called.
+  /// Writes a file that leaves the given room free, replacing the one it wrote before.
+  void fillUp(std::size_t bytesLeft) const;
+
+ private:
+  ScopedDir folder_;
+  bool isMounted_ = false;
 };
 
 }  // namespace ombrix::testing

@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace ombrix::detail {
@@ -26,7 +28,14 @@ class LongCharacters {
   [[nodiscard]] Symbol find(std::string_view character) const;
 
  private:
-  std::vector<std::string> known_;
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const noexcept {
+      return std::hash<std::string_view>{}(text);
+    }
+  };
+
+  std::unordered_map<std::string, Symbol, Hash, std::equal_to<>> known_;
 };
 
 /// The characters of a text, as bytes where each byte is one, else as symbols.

@@ -43,6 +43,19 @@ TEST(UniqueTests, KeepsTheFirstOfEach) {
   EXPECT_EQ(unique(std::vector{kNaN, kNaN}).size(), 2U);
 }
 
+// Catches a mix that is known outside: numbers that any fixed multiplier would send to one place.
+TEST(UniqueTests, ChosenNumbersDoNotCollide) {
+  const detail::FirstSeenTable<std::uint64_t> table;
+  for (const std::uint64_t inverse : {0xF1DE'83E1'9937'733DU, std::uint64_t{1}}) {
+    std::set<std::uint32_t> hashes;
+    for (std::uint64_t i = 0; i < 20'000; ++i) {
+      const std::uint64_t chosen = (std::uint64_t{7} << 32 | i) * inverse;
+      hashes.insert(table.hashOf(chosen ^ chosen >> 32));
+    }
+    EXPECT_GT(hashes.size(), 19'900U);
+  }
+}
+
 // Catches faults of growing and of the bits: each width and cardinality against the plain way.
 TEST(UniqueTests, AgreesWithAHashSet) {
   std::mt19937_64 random(5);
