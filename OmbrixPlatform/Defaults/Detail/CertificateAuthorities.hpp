@@ -28,6 +28,7 @@ class AuthoritiesDelegate : public URLSessionDelegate {
  public:
   explicit AuthoritiesDelegate(const std::filesystem::path& file) : authorities_(file) {}
 
+  [[nodiscard]] bool judgesServers(const std::string& /*host*/) const override { return true; }
   void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
                            ChallengeHandler completionHandler) override;
 

@@ -59,6 +59,8 @@ TEST(DirectoriesTests, WithoutAnyHomeThereIsAPrivateOne) {
   constexpr uid_t kUnknownUser = 54'321;
   if (::geteuid() != 0) GTEST_SKIP() << "becomes another user";
   const testing::ScopedDir scratch;
+  // The other user must be able to reach it.
+  std::filesystem::permissions(scratch.path().parent_path(), std::filesystem::perms::all);
   std::filesystem::permissions(scratch.path(), std::filesystem::perms::all);
   for (const char* squatted : {"", "home-54321"}) {
     if (*squatted != '\0') {
