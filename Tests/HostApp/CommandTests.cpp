@@ -104,7 +104,9 @@ TEST(CommandTests, WritingKeepsWhatStandsThere) {
 
   folder.write("real.csv", "older");
   fs::permissions(in("real.csv"), fs::perms(0640));
-  if (geteuid() == 0) ASSERT_EQ(::chown(in("real.csv").c_str(), 65534, 65534), 0);
+  if (geteuid() == 0) {
+    ASSERT_EQ(::chown(in("real.csv").c_str(), 65534, 65534), 0);
+  }
   fs::create_symlink("real.csv", in("link.csv"));
   fs::create_symlink("made.csv", in("dangling.csv"));
   folder.write("twin.csv", "older");
@@ -121,7 +123,9 @@ TEST(CommandTests, WritingKeepsWhatStandsThere) {
   struct stat real{};
   ASSERT_EQ(::stat(in("real.csv").c_str(), &real), 0);
   EXPECT_EQ(real.st_mode & 07777, 0640U);
-  if (geteuid() == 0) EXPECT_EQ(real.st_uid, 65534U);
+  if (geteuid() == 0) {
+    EXPECT_EQ(real.st_uid, 65534U);
+  }
   EXPECT_EQ(folder.read("real.csv.partial"), "another's");
 
   for (const std::string out : {"-", "/dev/stdout", "/dev/fd/1"}) {

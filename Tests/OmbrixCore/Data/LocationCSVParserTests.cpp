@@ -73,9 +73,8 @@ TEST(LocationCSVParserTests, SkipsBadRowsWithALogLine) {
        1,
        {std::string(kBadRow), std::string(kBadRow), std::string(kShortRow)}},
       {"nan,inf,-inf,0,0,0,0,0\n", 1, {}},
-      {"1,2,\"3,4,5,6,7,8\n1,2,3,4,5,6,7,8\n1,2,3,4,5,6,7,8,\"\n1,2,3,4,5,6,7,8\n",
-       3,
-       {std::string(kBadRow)}},
+      {"1,2,\"3,4,5,6,7,8\n1,2,3,4,5,6,7,8\n1,2,3,4,5,6,7,8\n", 2, {std::string(kBadRow)}},
+      {"1,2,3,4,5,6,7,8,\"\n1,2,3,4,5,6,7,8\n", 2, {}},
   };
   for (const auto& [text, count, errors] : cases) {
     RecordingLog log;

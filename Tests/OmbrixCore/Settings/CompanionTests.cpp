@@ -30,6 +30,7 @@ class Companion final : public platform::MessageChannel {
   bool passMessageObject(const PropertyList& message, std::string_view identifier) override {
     messages[std::string(identifier)] = message;
     heard[std::string(identifier)].send(message);
+    return true;
   }
   std::optional<PropertyList> messageWithIdentifier(std::string_view identifier) const override {
     ++reads;
