@@ -34,6 +34,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const std::exception&) {
     std::abort();  // what was read can be written
   }
+  defaults->synchronize();
   if (open()->dictionaryRepresentation().size() != expected.size()) std::abort();
   return 0;
 }

@@ -85,7 +85,7 @@ void ombrix::faults::run(const Plan& plan, Outcomes& outcomes) {
           for (int n = 0; n < kLines; ++n) {
             const std::string text = line(i, n);
             loggers[static_cast<std::size_t>(i)]->log(
-                {.message = text, .timestamp = dateSince1970(1'714'559'430)});
+                {.message = text, .timestamp = platform::dateSince1970(1'714'559'430)});
             if (n % 7 == 0) loggers[static_cast<std::size_t>(i)]->flush();
           }
           ++finished;

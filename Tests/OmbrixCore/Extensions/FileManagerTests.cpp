@@ -73,10 +73,8 @@ TEST_F(FileManagerTests, TouchLogsWhatItCannotMake) {
 
   fs::create_directory(root() / "closed");
   fs::permissions(root() / "closed", fs::perms::owner_exec | fs::perms::owner_read);
-  fs::create_symlink("nowhere", root() / "dangling");
   const testing::WithoutOverride withoutOverride;
-  for (const std::string& name :
-       {std::string("closed/new/file"), std::string("dangling/"), std::string(300, 'x') + "/"}) {
+  for (const std::string& name : {std::string("closed/new/file"), std::string(300, 'x') + "/"}) {
     manager_.touch(url(name));
     EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith("Filesystem: Error creating folder: ")))
         << name;

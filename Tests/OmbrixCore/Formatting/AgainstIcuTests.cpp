@@ -110,8 +110,10 @@ std::string expected(const char* locale, Format format, Formatter::UnitStyle sty
                                     UNUM_UNIT_WIDTH_SHORT, UNUM_UNIT_WIDTH_FULL_NAME};
     const auto withUnit = plain.unit(icu::MeasureUnit::forIdentifier(shown.unit, status))
                               .unitWidth(kWidths[static_cast<std::size_t>(style)]);
+    if (!isAbbreviated) text = write(withUnit, whole);
     // The pattern of the whole value, and of a thousand where that one is said by a word alone.
     for (const double spoken : {whole, 1000.0}) {
+      if (!isAbbreviated) break;
       auto pattern = write(withUnit, spoken);
       const auto spokenText = write(plain, spoken);
       if (pattern.indexOf(spokenText) < 0) continue;

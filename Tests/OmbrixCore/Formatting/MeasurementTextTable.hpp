@@ -84,7 +84,7 @@ inline constexpr MeasurementText kMeasurementTexts[] = {
     {"ar_EG", F::vertical,       "kilometers", 1234.5,  "١٬٢٣٥",        "١٬٢٣٥ م",      "١٬٢٣٥ مترًا",     "١٬٢٣٥ مترًا",                   "أمتار"},
     {"ar_EG", F::altitudeChange, "miles",      -87.4,   "\u061c-٢٨٧",   "\u061c-٢٨٧ قدمًا", "\u061c-٢٨٧ قدم", "\u061c-٢٨٧ قدم",               "قدم"},
     {"ar_EG", F::totalVertical,  "miles",      12345,   "٤٠٫٥k",        "٤٠٫٥K قدم",    "٤٠٫٥K قدم",      "٤٠٫٥K قدم",                    "قدم"},
-    {"ar_EG", F::seasonVertical, "miles",      3961.2,  "١٢٫٩k",        "١٢٫٩K قدم",    "١٢٫٩K قدم",      "١٢٫٩K قدم",                    "قدم"},
+    {"ar_EG", F::seasonVertical, "miles",      3961.2,  "١٢٫٩k",        "١٢٫٩K قدمًا",  "١٢٫٩K قدم",      "١٢٫٩K قدم",                    "قدم"},
     {"ar_EG", F::dailyVertical,  "miles",      3961.2,  "١٢k",          "١٢K قدمًا",     "١٢K قدم",        "١٢K قدم",                      "قدم"},
     {"ar_EG", F::weight,         "kilometers", 71.5,    "٧٢",           "٧٢ كغ",        "٧٢ كغم",         "٧٢ كيلوغرام",                  "كغم"},
     {"ar_EG", F::energy,         "kilometers", 1234.5,  "١٬٢٣٥",        "١٬٢٣٥ ك سع",   "١٬٢٣٥ ك سعرة",   "١٬٢٣٥ كيلو سعرة",              "ك سعرة"},
