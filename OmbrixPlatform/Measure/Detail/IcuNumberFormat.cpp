@@ -139,9 +139,16 @@ std::optional<std::string> textAround(const icu::number::LocalizedNumberFormatte
     end = std::max(end, field.getLimit());
   }
   if (U_FAILURE(status) || begin >= end) return std::nullopt;
+  // Direction marks around a sign are the number's own, though they belong to none of its fields;
+  // those of the pattern stay.
+  const auto isMark = [](char16_t c) { return c == 0x061C || c == 0x200E || c == 0x200F; };
+  const icu::UnicodeString inserted = unicode(replacement);
+  for (std::int32_t i = 0; begin > 0 && isMark(inserted.charAt(i)); ++i) {
+    if (isMark(characters.charAt(begin - 1))) --begin;
+  }
   const icu::UnicodeString behind = unicode(suffix);
   if (characters.compare(end, behind.length(), behind) == 0) end += behind.length();
-  characters.replaceBetween(begin, end, unicode(replacement));
+  characters.replaceBetween(begin, end, inserted);
   return utf8(characters);
 }
 
