@@ -1,0 +1,174 @@
+#include "OmbrixDay/Formats/Track.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <memory>
+
+#include "OmbrixCore/Data/LocationCSVParser.hpp"
+#include "OmbrixCore/Data/LocationCSVWriter.hpp"
+#include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
+#include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Coding/XMLReader.hpp"
+#include "OmbrixPlatform/Files/OutputStream.hpp"
+
+namespace ombrix {
+namespace {
+
+struct Ending {
+  std::string_view text;
+  TrackFormat format;
+};
+constexpr Ending kEndings[] = {
+    {".csv", TrackFormat::csv},         {".gpx", TrackFormat::gpx},      {".tcx", TrackFormat::tcx},
+    {".geojson", TrackFormat::geoJSON}, {".json", TrackFormat::geoJSON}, {".fit", TrackFormat::fit},
+};
+
+std::string_view nameOf(TrackFormat format) {
+  switch (format) {
+    case TrackFormat::csv:
+      return "CSV";
+    case TrackFormat::gpx:
+      return "GPX";
+    case TrackFormat::tcx:
+      return "TCX";
+    case TrackFormat::geoJSON:
+      return "GeoJSON";
+    case TrackFormat::fit:
+      break;
+  }
+  return "FIT";
+}
+
+Track readCSV(platform::DataView bytes) {
+  Track track;
+  const auto fixes = LocationCSVParser().parse(bytes);
+  if (!fixes) throw TrackFormatError("the text could not be read");
+  if (fixes->empty() && !bytes.empty()) throw TrackFormatError("no row is a fix");
+  track.fixes = *fixes;
+  return track;
+}
+
+std::string writeCSV(const Track& track) {
+  const std::shared_ptr<platform::OutputStream> stream = platform::OutputStream::toMemory();
+  LocationCSVWriter writer(stream);
+  for (const CLLocation& fix : track.fixes) {
+    if (detail::isWritable(fix)) writer.add(fix);
+  }
+  const platform::DataView data = *stream->data();
+  return {reinterpret_cast<const char*>(data.data()), data.size()};
+}
+
+Track readUnnamed(platform::DataView bytes, TrackFormat format) {
+  switch (format) {
+    case TrackFormat::csv:
+      return readCSV(bytes);
+    case TrackFormat::gpx:
+      return detail::readGPX(bytes);
+    case TrackFormat::tcx:
+      return detail::readTCX(bytes);
+    case TrackFormat::geoJSON:
+      return detail::readGeoJSON(bytes);
+    case TrackFormat::fit:
+      break;
+  }
+  return detail::readFIT(bytes);
+}
+
+}  // namespace
+
+std::optional<TrackFormat> trackFormatOfFile(std::string_view name) {
+  const auto sameLetter = [](char a, char b) {
+    return (a >= 'A' && a <= 'Z' ? static_cast<char>(a + ('a' - 'A')) : a) == b;
+  };
+  for (const Ending& ending : kEndings) {
+    if (name.size() < ending.text.size()) continue;
+    if (std::ranges::equal(name.substr(name.size() - ending.text.size()), ending.text,
+                           sameLetter)) {
+      return ending.format;
+    }
+  }
+  return std::nullopt;
+}
+
+Track readTrack(platform::DataView bytes, TrackFormat format) {
+  const auto fail = [format](std::string_view why) {
+    return TrackFormatError(fmt::format("This is no {} track: {}.", nameOf(format), why));
+  };
+  if (bytes.size() > kMostTrackBytes) throw fail("it is larger than 1 GiB");
+  try {
+    return readUnnamed(bytes, format);
+  } catch (const platform::Error& error) {
+    throw fail(error.what());
+  }
+}
+
+std::string writeTrack(const Track& track, TrackFormat format) {
+  switch (format) {
+    case TrackFormat::csv:
+      return writeCSV(track);
+    case TrackFormat::gpx:
+      return detail::writeGPX(track);
+    case TrackFormat::tcx:
+      return detail::writeTCX(track);
+    case TrackFormat::geoJSON:
+      return detail::writeGeoJSON(track);
+    case TrackFormat::fit:
+      break;
+  }
+  throw TrackFormatError("FIT files are read, not written.");
+}
+
+std::string convertTrack(platform::DataView bytes, TrackFormat from, TrackFormat to) {
+  return writeTrack(readTrack(bytes, from), to);
+}
+
+namespace detail {
+
+bool isWritable(const CLLocation& fix) {
+  return std::abs(fix.coordinate.latitude) <= 90 && std::abs(fix.coordinate.longitude) <= 180 &&
+         std::isfinite(fix.altitude) && !timeText(fix.timestamp).empty();
+}
+
+std::vector<TrackPoint> pointsOf(const Track& track) {
+  std::vector<TrackPoint> points;
+  points.reserve(track.fixes.size());
+  std::size_t next = 0;
+  const auto addAlone = [&](const HeartRate& rate) {
+    if (std::isfinite(rate.beatsPerMinute) && !timeText(rate.time).empty()) {
+      points.push_back({nullptr, &rate});
+    }
+  };
+  for (const CLLocation& fix : track.fixes) {
+    if (!isWritable(fix)) continue;
+    while (next < track.heartRates.size() && track.heartRates[next].time < fix.timestamp) {
+      addAlone(track.heartRates[next++]);
+    }
+    const bool same = next < track.heartRates.size() &&
+                      track.heartRates[next].time == fix.timestamp &&
+                      std::isfinite(track.heartRates[next].beatsPerMinute);
+    points.push_back({&fix, same ? &track.heartRates[next++] : nullptr});
+  }
+  while (next < track.heartRates.size()) addAlone(track.heartRates[next++]);
+  return points;
+}
+
+void keep(Track& track, const CLLocation* fix, std::optional<double> heartRate,
+          std::optional<platform::Date> time) {
+  if (!time || (fix == nullptr && !heartRate)) {
+    ++track.skipped;
+    return;
+  }
+  if (track.fixes.size() + track.heartRates.size() >= kMostTrackPoints) {
+    throw TrackFormatError("it holds more than five million points");
+  }
+  if (fix != nullptr) {
+    track.fixes.push_back(*fix);
+    track.fixes.back().timestamp = *time;
+  }
+  if (heartRate) track.heartRates.push_back({*time, *heartRate});
+}
+
+}  // namespace detail
+}  // namespace ombrix

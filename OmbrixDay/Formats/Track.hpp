@@ -1,0 +1,54 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixCore/Location/CLLocation.hpp"
+#include "OmbrixDay/Measuring/DayMeasurer.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
+
+namespace ombrix {
+
+/// A recording, whatever file it came from.
+struct Track {
+  std::string name;
+  std::vector<CLLocation> fixes;      ///< In the order of the file; unknown figures are -1.
+  std::vector<HeartRate> heartRates;  ///< In the order of the file.
+  std::vector<platform::Date> laps;   ///< When each lap began.
+  std::size_t skipped = 0;            ///< Points without a place or a time.
+};
+
+/// The files that tracks are kept in. Which holds what, says docs/day.md.
+enum class TrackFormat { csv, gpx, tcx, geoJSON, fit };
+
+/// Bytes that are no track of the format, or a format that is not written.
+class TrackFormatError : public platform::Error {
+ public:
+  using Error::Error;
+};
+
+inline constexpr std::size_t kMostTrackBytes = std::size_t{1} << 30;
+inline constexpr std::size_t kMostTrackPoints = 5'000'000;
+
+/// The format that the ending of a file's name stands for, in any case: ".csv", ".gpx", ".tcx",
+/// ".geojson", ".json", ".fit". Nothing for another ending.
+[[nodiscard]] std::optional<TrackFormat> trackFormatOfFile(std::string_view name);
+
+/// Reads a track.
+/// @throws TrackFormatError for bytes that are no such file, are too large or hold too many points;
+///   nothing is returned then
+[[nodiscard]] Track readTrack(platform::DataView bytes, TrackFormat format);
+
+/// Writes a track; points that are not finite are left out.
+/// @throws TrackFormatError for FIT, which is read only
+[[nodiscard]] std::string writeTrack(const Track& track, TrackFormat format);
+
+/// Reads one format and writes another one. Figures that both can hold come out as they went in.
+/// @throws TrackFormatError as above
+[[nodiscard]] std::string convertTrack(platform::DataView bytes, TrackFormat from, TrackFormat to);
+
+}  // namespace ombrix

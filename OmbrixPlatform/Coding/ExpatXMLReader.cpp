@@ -1,0 +1,108 @@
+#include <expat.h>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "OmbrixPlatform/Coding/XMLReader.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+constexpr std::size_t kBlockBytes = 256 * 1024;
+
+std::string_view localName(std::string_view name) {
+  const std::size_t colon = name.rfind(':');
+  return colon == std::string_view::npos ? name : name.substr(colon + 1);
+}
+
+std::string_view trimmed(std::string_view text) {
+  const std::size_t from = text.find_first_not_of(" \t\r\n");
+  if (from == std::string_view::npos) return {};
+  return text.substr(from, text.find_last_not_of(" \t\r\n") - from + 1);
+}
+
+struct Reading {
+  XML_Parser parser;
+  XMLHandler& handler;
+  std::vector<std::string> texts = {};  ///< One for each open element.
+  std::vector<XMLAttribute> attributes = {};
+  std::exception_ptr error = nullptr;
+
+  /// Runs a piece of the handler; no exception may cross the parser.
+  template <class Piece>
+  void run(Piece&& piece) noexcept {
+    if (error) return;
+    try {
+      piece();
+    } catch (...) {
+      error = std::current_exception();
+      XML_StopParser(parser, XML_FALSE);
+    }
+  }
+};
+
+void onBegin(void* user, const XML_Char* name, const XML_Char** attributes) {
+  auto& reading = *static_cast<Reading*>(user);
+  reading.run([&] {
+    if (reading.texts.size() == kMostXMLDepth) throw XMLError("elements are nested too deeply");
+    reading.texts.emplace_back();
+    reading.attributes.clear();
+    for (; *attributes != nullptr; attributes += 2) {
+      reading.attributes.push_back({localName(attributes[0]), attributes[1]});
+    }
+    reading.handler.beginElement(localName(name), reading.attributes);
+  });
+}
+
+void onEnd(void* user, const XML_Char* name) {
+  auto& reading = *static_cast<Reading*>(user);
+  reading.run([&] {
+    const std::string text = std::move(reading.texts.back());
+    reading.texts.pop_back();
+    reading.handler.endElement(localName(name), trimmed(text));
+  });
+}
+
+void onText(void* user, const XML_Char* text, int size) {
+  auto& reading = *static_cast<Reading*>(user);
+  reading.run([&] {
+    if (reading.texts.empty()) return;
+    std::string& whole = reading.texts.back();
+    whole.append(text, std::min(static_cast<std::size_t>(size), kMostXMLText - whole.size()));
+  });
+}
+
+void onDoctype(void* user, const XML_Char*, const XML_Char*, const XML_Char*, int) {
+  static_cast<Reading*>(user)->run(
+      [] { throw XMLError("a document type declaration is not accepted"); });
+}
+
+}  // namespace
+
+void readXML(DataView bytes, XMLHandler& handler) {
+  const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
+      XML_ParserCreate(nullptr), &XML_ParserFree);
+  if (!parser) throw XMLError("no memory to read XML");
+  Reading reading{parser.get(), handler};
+  XML_SetUserData(parser.get(), &reading);
+  XML_SetElementHandler(parser.get(), onBegin, onEnd);
+  XML_SetCharacterDataHandler(parser.get(), onText);
+  XML_SetStartDoctypeDeclHandler(parser.get(), onDoctype);
+  do {
+    const DataView block = bytes.first(std::min(bytes.size(), kBlockBytes));
+    bytes = bytes.subspan(block.size());
+    const auto status = XML_Parse(parser.get(), reinterpret_cast<const char*>(block.data()),
+                                  static_cast<int>(block.size()), bytes.empty());
+    if (reading.error) std::rethrow_exception(reading.error);
+    if (status != XML_STATUS_OK) {
+      throw XMLError(fmt::format("line {}: {}", XML_GetCurrentLineNumber(parser.get()),
+                                 XML_ErrorString(XML_GetErrorCode(parser.get()))));
+    }
+  } while (!bytes.empty());
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
+
+namespace ombrix::platform {
+
+/// Bytes that are no XML document; `what()` says why and in which line.
+class XMLError : public Error {
+ public:
+  using Error::Error;
+};
+
+struct XMLAttribute {
+  std::string_view name;
+  std::string_view value;
+};
+
+/// What a document is read into. Names come without their namespace's prefix. Texts and attributes
+/// are UTF-8 and valid during the call only. What a call throws ends the reading and is passed on.
+class XMLHandler {
+ public:
+  virtual ~XMLHandler() = default;
+  virtual void beginElement(std::string_view name, std::span<const XMLAttribute> attributes) = 0;
+
+  /// @param text The text directly in the element, white space around it taken off; text longer
+  ///   than `kMostXMLText` is cut.
+  virtual void endElement(std::string_view name, std::string_view text) = 0;
+};
+
+inline constexpr std::size_t kMostXMLDepth = 64;
+inline constexpr std::size_t kMostXMLText = 65'536;
+
+/// Reads a document element by element, in memory that does not grow with it.
+///
+/// A document type declaration is refused: entities could make a small document endless.
+/// @throws XMLError for bytes that are no document, and for deeper nesting than `kMostXMLDepth`
+void readXML(DataView bytes, XMLHandler& handler);
+
+}  // namespace ombrix::platform
