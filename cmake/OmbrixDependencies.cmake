@@ -3,6 +3,7 @@
 find_package(Threads REQUIRED)
 find_package(PkgConfig REQUIRED)
 find_package(CURL 7.87 REQUIRED)
+find_package(EXPAT REQUIRED)
 find_package(fmt REQUIRED)
 find_package(ICU REQUIRED COMPONENTS uc i18n)
 find_package(OpenSSL REQUIRED)

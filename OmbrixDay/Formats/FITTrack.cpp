@@ -16,9 +16,9 @@ constexpr std::uint16_t kRecord = 20, kLap = 19;
 
 /// The protocol's checksum, four bits at a time.
 std::uint16_t checksum(platform::DataView bytes) {
-  static constexpr std::array<std::uint16_t, 16> kTable = {0x0000, 0xCC01, 0xD801, 0x1400, 0xF001, 0x3C00,
-                                                    0x2800, 0xE401, 0xA001, 0x6C00, 0x7800, 0xB401,
-                                                    0x5000, 0x9C01, 0x8801, 0x4400};
+  static constexpr std::array<std::uint16_t, 16> kTable = {
+      0x0000, 0xCC01, 0xD801, 0x1400, 0xF001, 0x3C00, 0x2800, 0xE401,
+      0xA001, 0x6C00, 0x7800, 0xB401, 0x5000, 0x9C01, 0x8801, 0x4400};
   std::uint16_t sum = 0;
   const auto add = [&sum](unsigned nibble) {
     sum = static_cast<std::uint16_t>((sum >> 4) ^ kTable[sum & 0xF] ^ kTable[nibble]);
@@ -36,7 +36,7 @@ struct Field {
 
 struct Definition {
   std::uint16_t message = 0;
-  bool isBigEndian = false;
+  bool isKnown = false, isBigEndian = false;
   std::vector<Field> fields;
   std::size_t bytes = 0;  ///< Of a message, developers' fields included.
 };
@@ -109,6 +109,7 @@ class Reader {
   void readDefinition(std::uint8_t header) {
     Definition& definition = definitions_[header & 0xF];
     definition = {};
+    definition.isKnown = true;
     takeByte();  // reserved
     definition.isBigEndian = takeByte() == 1;
     definition.message = static_cast<std::uint16_t>(number(take(2), definition.isBigEndian));
@@ -127,7 +128,7 @@ class Reader {
 
   void readData(unsigned local) {
     const Definition& definition = definitions_[local];
-    if (definition.fields.empty()) throw TrackFormatError("a message has no definition");
+    if (!definition.isKnown) throw TrackFormatError("a message has no definition");
     platform::DataView message = take(definition.bytes);
     std::array<std::optional<std::int64_t>, 256> values;
     for (const Field& field : definition.fields) {

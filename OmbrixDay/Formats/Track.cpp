@@ -125,10 +125,20 @@ std::string convertTrack(platform::DataView bytes, TrackFormat from, TrackFormat
 }
 
 namespace detail {
+namespace {
+
+constexpr double kMostFigure = 1e9;
+
+bool isFigure(double value) { return value >= 0 && value < kMostFigure; }
+
+bool isOnGlobe(const CLLocation& fix) {
+  return std::abs(fix.coordinate.latitude) <= 90 && std::abs(fix.coordinate.longitude) <= 180;
+}
+
+}  // namespace
 
 bool isWritable(const CLLocation& fix) {
-  return std::abs(fix.coordinate.latitude) <= 90 && std::abs(fix.coordinate.longitude) <= 180 &&
-         std::isfinite(fix.altitude) && !timeText(fix.timestamp).empty();
+  return isOnGlobe(fix) && std::isfinite(fix.altitude) && !timeText(fix.timestamp).empty();
 }
 
 std::vector<TrackPoint> pointsOf(const Track& track) {
@@ -156,7 +166,10 @@ std::vector<TrackPoint> pointsOf(const Track& track) {
 
 void keep(Track& track, const CLLocation* fix, std::optional<double> heartRate,
           std::optional<platform::Date> time) {
-  if (!time || (fix == nullptr && !heartRate)) {
+  if (fix != nullptr && !isOnGlobe(*fix)) fix = nullptr;
+  const double rate = heartRate.value_or(-1);  // not optional: g++ 12 warns of it without cause
+  const bool hasRate = isFigure(rate);
+  if (!time || (fix == nullptr && !hasRate)) {
     ++track.skipped;
     return;
   }
@@ -165,9 +178,15 @@ void keep(Track& track, const CLLocation* fix, std::optional<double> heartRate,
   }
   if (fix != nullptr) {
     track.fixes.push_back(*fix);
-    track.fixes.back().timestamp = *time;
+    CLLocation& kept = track.fixes.back();
+    kept.timestamp = *time;
+    if (!(std::abs(kept.altitude) < kMostFigure)) kept.altitude = 0;
+    for (double* figure :
+         {&kept.speed, &kept.course, &kept.horizontalAccuracy, &kept.verticalAccuracy}) {
+      if (!isFigure(*figure)) *figure = -1;
+    }
   }
-  if (heartRate) track.heartRates.push_back({*time, *heartRate});
+  if (hasRate) track.heartRates.push_back({*time, rate});
 }
 
 }  // namespace detail

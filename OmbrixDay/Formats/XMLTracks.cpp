@@ -26,7 +26,8 @@ class PointReader : public platform::XMLHandler {
     if (depth_++ == 0 && name != root_) {
       throw TrackFormatError(fmt::format("its root element is \"{}\"", name.substr(0, 40)));
     }
-    if (name == point_) {
+    if (depth_ == 2) section_ = name;
+    if (name == point_ && !isPoint_) {
       begin(attributes);
     } else if (name == "HeartRateBpm") {
       isHeartRate_ = true;
@@ -40,12 +41,12 @@ class PointReader : public platform::XMLHandler {
 
   void endElement(std::string_view name, std::string_view text) override {
     --depth_;
-    if (name == point_) {
-      end();
-    } else if (isPoint_) {
-      readFigure(name, text);
-    } else if (name == "name" && track_.name.empty()) {
-      track_.name = text;
+    if (isPoint_) {
+      depth_ < pointDepth_ ? end() : readFigure(name, text);
+    } else if (name == "name" && depth_ == 2) {
+      // Waypoints and authors have names too; the track's own goes before the file's.
+      if (section_ == "metadata" || (section_ == "trk" && !hasTrackName_)) track_.name = text;
+      if (section_ == "trk") hasTrackName_ = true;
     }
     if (name == "HeartRateBpm") isHeartRate_ = false;
   }
@@ -55,6 +56,7 @@ class PointReader : public platform::XMLHandler {
  private:
   void begin(std::span<const XMLAttribute> attributes) {
     isPoint_ = true;
+    pointDepth_ = depth_;
     fix_ = {};
     time_ = {};
     latitude_ = longitude_ = heartRate_ = {};
@@ -72,13 +74,14 @@ class PointReader : public platform::XMLHandler {
   }
 
   void readFigure(std::string_view name, std::string_view text) {
-    if (name == "time" || name == "Time") {
+    const bool isDirect = depth_ == pointDepth_;  // Extensions may hold anything.
+    if (isDirect && (name == "time" || name == "Time")) {
       time_ = timeFromText(text);
       return;
     }
     const std::optional<double> number = platform::doubleFromText(text);
     if (!number) return;
-    if (name == "ele" || name == "AltitudeMeters") fix_.altitude = *number;
+    if (isDirect && (name == "ele" || name == "AltitudeMeters")) fix_.altitude = *number;
     if (name == "speed" || name == "Speed") fix_.speed = *number;
     if (name == "course") fix_.course = *number;
     if (name == "horizontalAccuracy") fix_.horizontalAccuracy = *number;
@@ -93,8 +96,9 @@ class PointReader : public platform::XMLHandler {
   CLLocation fix_;
   std::optional<platform::Date> time_;
   std::optional<double> latitude_, longitude_, heartRate_;
-  std::size_t depth_ = 0;
-  bool isPoint_ = false, isHeartRate_ = false;
+  std::string section_;  ///< The element below the root.
+  std::size_t depth_ = 0, pointDepth_ = 0;
+  bool hasTrackName_ = false, isPoint_ = false, isHeartRate_ = false;
 };
 
 Track readPoints(platform::DataView bytes, std::string_view root, std::string_view point) {
@@ -105,8 +109,12 @@ Track readPoints(platform::DataView bytes, std::string_view root, std::string_vi
 
 std::string escaped(std::string_view text) {
   std::string out;
-  for (const char c : text) {
-    if (c == '&') {
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const char c = text[i];
+    const std::string_view character = text.substr(i, 3);
+    if (character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF") {
+      i += 2;  // U+FFFE and U+FFFF may not stand in XML.
+    } else if (c == '&') {
       out += "&amp;";
     } else if (c == '<') {
       out += "&lt;";

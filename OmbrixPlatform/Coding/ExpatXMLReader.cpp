@@ -13,6 +13,7 @@ namespace ombrix::platform {
 namespace {
 
 constexpr std::size_t kBlockBytes = 256 * 1024;
+constexpr std::size_t kMostTagBytes = 1024 * 1024;
 
 std::string_view localName(std::string_view name) {
   const std::size_t colon = name.rfind(':');
@@ -25,10 +26,15 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(from, text.find_last_not_of(" \t\r\n") - from + 1);
 }
 
+struct ElementText {
+  std::string text = {};
+  bool isCut = false;
+};
+
 struct Reading {
   XML_Parser parser;
   XMLHandler& handler;
-  std::vector<std::string> texts = {};  ///< One for each open element.
+  std::vector<ElementText> texts = {};  ///< One for each open element.
   std::vector<XMLAttribute> attributes = {};
   std::exception_ptr error = nullptr;
 
@@ -61,7 +67,7 @@ void onBegin(void* user, const XML_Char* name, const XML_Char** attributes) {
 void onEnd(void* user, const XML_Char* name) {
   auto& reading = *static_cast<Reading*>(user);
   reading.run([&] {
-    const std::string text = std::move(reading.texts.back());
+    const std::string text = std::move(reading.texts.back().text);
     reading.texts.pop_back();
     reading.handler.endElement(localName(name), trimmed(text));
   });
@@ -71,8 +77,15 @@ void onText(void* user, const XML_Char* text, int size) {
   auto& reading = *static_cast<Reading*>(user);
   reading.run([&] {
     if (reading.texts.empty()) return;
-    std::string& whole = reading.texts.back();
-    whole.append(text, std::min(static_cast<std::size_t>(size), kMostXMLText - whole.size()));
+    auto& [whole, isCut] = reading.texts.back();
+    if (isCut) return;
+    auto count = static_cast<std::size_t>(size);
+    if (count > kMostXMLText - whole.size()) {
+      isCut = true;
+      count = kMostXMLText - whole.size();
+      while (count > 0 && (static_cast<unsigned char>(text[count]) & 0xC0) == 0x80) --count;
+    }
+    whole.append(text, count);
   });
 }
 
@@ -92,15 +105,23 @@ void readXML(DataView bytes, XMLHandler& handler) {
   XML_SetElementHandler(parser.get(), onBegin, onEnd);
   XML_SetCharacterDataHandler(parser.get(), onText);
   XML_SetStartDoctypeDeclHandler(parser.get(), onDoctype);
+  std::size_t given = 0;
   do {
     const DataView block = bytes.first(std::min(bytes.size(), kBlockBytes));
     bytes = bytes.subspan(block.size());
+    given += block.size();
     const auto status = XML_Parse(parser.get(), reinterpret_cast<const char*>(block.data()),
                                   static_cast<int>(block.size()), bytes.empty());
     if (reading.error) std::rethrow_exception(reading.error);
     if (status != XML_STATUS_OK) {
       throw XMLError(fmt::format("line {}: {}", XML_GetCurrentLineNumber(parser.get()),
                                  XML_ErrorString(XML_GetErrorCode(parser.get()))));
+    }
+    // The parser keeps an unfinished tag or comment and may scan it anew with every block.
+    const auto done =
+        static_cast<std::size_t>(std::max<XML_Index>(XML_GetCurrentByteIndex(parser.get()), 0));
+    if (!bytes.empty() && given - std::min(given, done) > kMostTagBytes) {
+      throw XMLError("a tag or comment is longer than 1 MiB");
     }
   } while (!bytes.empty());
 }

@@ -28,7 +28,7 @@ class XMLHandler {
   virtual void beginElement(std::string_view name, std::span<const XMLAttribute> attributes) = 0;
 
   /// @param text The text directly in the element, white space around it taken off; text longer
-  ///   than `kMostXMLText` is cut.
+  ///   than `kMostXMLText` is cut between two characters.
   virtual void endElement(std::string_view name, std::string_view text) = 0;
 };
 
@@ -39,6 +39,7 @@ inline constexpr std::size_t kMostXMLText = 65'536;
 ///
 /// A document type declaration is refused: entities could make a small document endless.
 /// @throws XMLError for bytes that are no document, and for deeper nesting than `kMostXMLDepth`
+///   or a tag or comment of more than about 1 MiB
 void readXML(DataView bytes, XMLHandler& handler);
 
 }  // namespace ombrix::platform

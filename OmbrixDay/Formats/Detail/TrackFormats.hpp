@@ -40,8 +40,9 @@ struct TrackPoint {
 /// All writable fixes and heart rates, merged by time where both are in order.
 std::vector<TrackPoint> pointsOf(const Track& track);
 
-/// Keeps a point that was read; counts it as skipped without a time, or with neither place nor
-/// heart rate. @throws TrackFormatError when there are too many
+/// Keeps a point that was read; counts it as skipped without a time, or with neither a place on the
+/// globe nor a heart rate. Figures that are negative, not finite or beyond 1e9 become unknown.
+/// @throws TrackFormatError when there are too many
 void keep(Track& track, const CLLocation* fix, std::optional<double> heartRate,
           std::optional<platform::Date> time);
 

@@ -1,0 +1,326 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdint>
+
+#include "OmbrixDay/Formats/Track.hpp"
+#include "OmbrixPlatform/Coding/XMLReader.hpp"
+#include "Tests/OmbrixDay/FITBytes.hpp"
+
+namespace ombrix::testing {
+namespace {
+
+using platform::bytesOf;
+using platform::dateSince1970;
+using platform::timeIntervalSince1970;
+using enum TrackFormat;
+
+constexpr TrackFormat kWritten[] = {csv, gpx, tcx, geoJSON};
+constexpr double kNoon = 1'772'366'400;  // 2026-03-01 12:00:00 UTC
+
+Track read(std::string_view text, TrackFormat format) { return readTrack(bytesOf(text), format); }
+
+std::string failureOf(std::string_view text, TrackFormat format) {
+  try {
+    (void)read(text, format);
+  } catch (const TrackFormatError& error) {
+    return error.what();
+  }
+  return {};
+}
+
+/// Every figure has few enough decimals for every format; some are unknown.
+Track sampleTrack() {
+  Track track{.name = "Grün & <Weiß>", .laps = {dateSince1970(kNoon), dateSince1970(kNoon + 3)}};
+  for (int i = 0; i < 6; ++i) {
+    CLLocation fix{.coordinate = {-46.5 + i / 64.0, i % 2 ? 179.984375 : -0.015625},
+                   .altitude = i == 2 ? -3.25 : 2000.5 + i,
+                   .timestamp = dateSince1970(kNoon + i + (i == 4 ? 0.5 : 0))};
+    if (i != 1) fix.speed = 12.25 * i;
+    if (i != 3) fix.course = 359.5;
+    fix.horizontalAccuracy = 4.5;
+    fix.verticalAccuracy = i == 5 ? -1 : 8;
+    track.fixes.push_back(fix);
+    if (i != 2) track.heartRates.push_back({fix.timestamp, 60.0 + i});
+  }
+  return track;
+}
+
+void expectSame(const Track& expected, const Track& actual) {
+  ASSERT_EQ(actual.fixes.size(), expected.fixes.size());
+  EXPECT_EQ(actual.skipped, 0u);
+  for (std::size_t i = 0; i < expected.fixes.size(); ++i) {
+    const CLLocation &a = expected.fixes[i], &b = actual.fixes[i];
+    EXPECT_NEAR(a.coordinate.latitude, b.coordinate.latitude, 1e-9);
+    EXPECT_NEAR(a.coordinate.longitude, b.coordinate.longitude, 1e-9);
+    EXPECT_NEAR(a.altitude, b.altitude, 1e-6);
+    EXPECT_NEAR(a.speed, b.speed, 1e-6) << i;
+    EXPECT_NEAR(a.course, b.course, 1e-6) << i;
+    EXPECT_NEAR(a.horizontalAccuracy, b.horizontalAccuracy, 1e-6);
+    EXPECT_NEAR(a.verticalAccuracy, b.verticalAccuracy, 1e-6) << i;
+    EXPECT_NEAR(timeIntervalSince1970(a.timestamp), timeIntervalSince1970(b.timestamp), 1e-6);
+  }
+}
+
+TEST(TrackFormats, everyFormatComesBackThroughEveryOther) {
+  const Track track = sampleTrack();
+  for (const TrackFormat from : kWritten) {
+    const std::string first = writeTrack(track, from);
+    for (const TrackFormat to : kWritten) {
+      SCOPED_TRACE(::testing::Message() << "from " << int(from) << " to " << int(to));
+      const Track again = read(convertTrack(bytesOf(first), from, to), to);
+      expectSame(track, again);
+      if (from != csv && to != csv) {
+        ASSERT_EQ(again.heartRates.size(), 5u);
+        EXPECT_EQ(again.heartRates[2].beatsPerMinute, 63);
+        EXPECT_EQ(again.heartRates[2].time, again.fixes[3].timestamp);
+        if (from != tcx && to != tcx) {
+          EXPECT_EQ(again.name, track.name);
+        }
+      }
+      if (from == tcx && to == tcx) {
+        EXPECT_EQ(again.laps, track.laps);
+      }
+    }
+  }
+}
+
+TEST(TrackFormats, whatCannotBeWrittenIsLeftOut) {
+  const double nan = std::nan("");
+  Track track = sampleTrack();
+  track.name = "\x01\xEF\xBF\xBF]]>";  // neither of the first two may stand in XML
+  track.fixes[0].coordinate.latitude = nan;
+  track.fixes[1].altitude = INFINITY;
+  track.fixes[2].timestamp = dateSince1970(1e15);
+  track.fixes[3].speed = nan;
+  track.heartRates[4].beatsPerMinute = nan;
+  track.laps.push_back(dateSince1970(nan));
+  for (const TrackFormat format : {gpx, tcx, geoJSON}) {
+    const Track again = read(writeTrack(track, format), format);
+    ASSERT_EQ(again.fixes.size(), 3u) << int(format);
+    EXPECT_EQ(again.fixes[0].speed, -1);
+    EXPECT_TRUE(read(writeTrack({}, format), format).fixes.empty());
+  }
+  EXPECT_THROW((void)writeTrack(track, fit), TrackFormatError);
+}
+
+TEST(TrackFormats, shapesOfOtherPrograms) {
+  struct Case {
+    const char* what;
+    TrackFormat format;
+    const char* text;
+    const char* name;
+    std::size_t fixes, rates, laps, skipped;
+    double time, altitude, speed, beats;  ///< Of the first point.
+  };
+  const Case cases[] = {
+      {"waypoint, author, two segments, prefixed extensions, offset, a point without a time", gpx,
+       R"(<?xml version='1.0'?><g:gpx xmlns:g='http://www.topografix.com/GPX/1/1'><g:metadata>
+          <g:author><g:name>Somebody</g:name></g:author></g:metadata>
+          <g:wpt lat='1' lon='2'><g:name>Hut</g:name></g:wpt>
+          <g:trk><g:name> Day </g:name><g:trkseg><g:trkpt lat='46.5' lon='8.25'><g:ele>1500.5
+          </g:ele><g:time>2026-03-01T14:00:00+02:00</g:time><g:extensions><n:TPE xmlns:n='x'>
+          <n:time>7</n:time><n:hr>99</n:hr><n:speed>3.5</n:speed></n:TPE></g:extensions></g:trkpt>
+          </g:trkseg><g:trkseg><g:trkpt lat='46.5' lon='8.25'/></g:trkseg></g:trk></g:gpx>)",
+       "Day", 1, 1, 0, 1, 0, 1500.5, 3.5, 99},
+      {"version 1.0 with a doubled name, speed in the point", gpx,
+       "\xEF\xBB\xBF<gpx version='1.0'><trk><name><![CDATA[A & B]]></name><name>no</name><trkseg>"
+       "<trkpt lat='46.5' lon='8.25'><time>2026-03-01T12:00:00.250Z</time><speed>2</speed></trkpt>"
+       "</trkseg></trk></gpx>",
+       "A & B", 1, 0, 0, 0, 0.25, 0, 2, 0},
+      {"laps with average rates, a heart rate before the first place", tcx,
+       R"(<TrainingCenterDatabase><Activities><Activity Sport="Other"><Id>x</Id>
+          <Lap StartTime="2026-03-01T12:00:00Z"><AverageHeartRateBpm><Value>1</Value>
+          </AverageHeartRateBpm><Track><Trackpoint><Time>2026-03-01T12:00:00Z</Time>
+          <HeartRateBpm xsi:type="x" xmlns:xsi="y"><Value>70</Value></HeartRateBpm></Trackpoint>
+          <Trackpoint><Time>2026-03-01T12:00:01Z</Time><Position><LatitudeDegrees>46.5
+          </LatitudeDegrees><LongitudeDegrees>8.25</LongitudeDegrees></Position><AltitudeMeters>9
+          </AltitudeMeters><Extensions><ns3:TPX xmlns:ns3="z"><ns3:Speed>4</ns3:Speed>
+          <ns3:Watts>7</ns3:Watts></ns3:TPX></Extensions></Trackpoint></Track></Lap>
+          <Lap StartTime="2026-03-01T13:00:00Z"/></Activity></Activities>
+          </TrainingCenterDatabase>)",
+       "", 1, 1, 2, 0, 1, 9, 4, 70},
+      {"collection with a point and a line without figures", geoJSON,
+       R"({"type":"FeatureCollection","features":[{"type":"Feature","geometry":{"type":"Point",
+          "coordinates":[1,2]},"properties":null},{"type":"Feature","properties":{"name":"Day",
+          "coordTimes":["2026-03-01T12:00:00Z","never"]},"geometry":{"type":"LineString",
+          "coordinates":[[8.25,46.5],[8.25,46.5,1]]}}]})",
+       "Day", 1, 0, 0, 1, 0, 0, -1, 0},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.what);
+    const Track track = read(c.text, c.format);
+    EXPECT_EQ(track.name, c.name);
+    EXPECT_EQ(track.laps.size(), c.laps);
+    EXPECT_EQ(track.skipped, c.skipped);
+    ASSERT_EQ(track.fixes.size(), c.fixes);
+    ASSERT_EQ(track.heartRates.size(), c.rates);
+    const CLLocation& fix = track.fixes[0];
+    EXPECT_EQ(fix.coordinate.latitude, 46.5);
+    EXPECT_EQ(fix.coordinate.longitude, 8.25);
+    EXPECT_NEAR(timeIntervalSince1970(fix.timestamp), kNoon + c.time, 1e-6);
+    EXPECT_EQ(fix.altitude, c.altitude);
+    EXPECT_EQ(fix.speed, c.speed);
+    if (c.rates > 0) {
+      EXPECT_EQ(track.heartRates[0].beatsPerMinute, c.beats);
+    }
+  }
+}
+
+TEST(TrackFormats, numbersAndTimesThatAreWrong) {
+  struct Case {
+    const char *lat, *time, *ele;
+    std::size_t fixes;
+    double altitude;
+  };
+  const Case cases[] = {
+      {"nan", "2026-03-01T12:00:00Z", "1", 0, 0},   {"inf", "2026-03-01T12:00:00Z", "1", 0, 0},
+      {"90.1", "2026-03-01T12:00:00Z", "1", 0, 0},  {"4,5", "2026-03-01T12:00:00Z", "1", 0, 0},
+      {"", "2026-03-01T12:00:00Z", "1", 0, 0},      {"4", "2026-02-29T12:00:00Z", "1", 0, 0},
+      {"4", "2026-03-01T25:00:00Z", "1", 0, 0},     {"4", "2026-03-01T12:00:00+1", "1", 0, 0},
+      {"4", "2026-03-01T12:00:00Zx", "1", 0, 0},    {"4", "2026-03-01T12:00:00.Z", "1", 0, 0},
+      {"4", "2026-03-01T12:00:00Z", "1e400", 1, 0}, {"4", "2026-03-01T12:00:00Z", "high", 1, 0},
+      {"4", "2026-03-01 12:00:00", "-4.5", 1, -4.5}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.lat << ' ' << c.time << ' ' << c.ele);
+    const Track track =
+        read(std::string("<gpx><trk><trkseg><trkpt lat='") + c.lat + "' lon='8'><ele>" + c.ele +
+                 "</ele><time>" + c.time + "</time><speed>inf</speed></trkpt></trkseg></trk></gpx>",
+             gpx);
+    ASSERT_EQ(track.fixes.size(), c.fixes);
+    EXPECT_EQ(track.skipped, 1 - c.fixes);
+    if (c.fixes == 0) continue;
+    EXPECT_EQ(track.fixes[0].altitude, c.altitude);
+    EXPECT_EQ(track.fixes[0].speed, -1);
+  }
+}
+
+std::string repeated(std::string_view piece, std::size_t times) {
+  std::string out;
+  while (times-- > 0) out += piece;
+  return out;
+}
+
+TEST(TrackFormats, bytesThatAreNoTrackAreRefused) {
+  const std::string endless(8 << 20, 'a');
+  struct Case {
+    TrackFormat format;
+    std::string text, why;
+  };
+  const Case cases[] = {
+      {gpx, "", "no element"},
+      {gpx, "<kml/>", "\"kml\""},
+      {tcx, "<gpx/>", "\"gpx\""},
+      {gpx, "<gpx>\xFF</gpx>", "line 1"},
+      {gpx, "<gpx>\n<trk></gpx>", "line 2: mismatched tag"},
+      {gpx, "<gpx>" + repeated("<a>", 500'000), "too deeply"},
+      {gpx, "<!DOCTYPE a [<!ENTITY b 'cc'>]><gpx>&b;</gpx>", "document type"},
+      {gpx, "<gpx>&b;</gpx>", "undefined entity"},
+      {gpx, "<gpx a='" + endless, "longer than 1 MiB"},
+      {gpx, "<gpx><!--" + endless, "longer than 1 MiB"},
+      {geoJSON, "", ""},
+      {geoJSON, "[1", ""},
+      {geoJSON, "[1]", "neither a feature"},
+      {geoJSON, R"({"type":"Feature","geometry":{"type":"LineString"}})", "no coordinates"},
+      {geoJSON, R"({"type":"Feature","geometry":{"type":"LineString","coordinates":[]}})",
+       "no times"},
+      {csv, "not,a,fix\n", "no row"},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.text.substr(0, 80));
+    const std::string failure = failureOf(c.text, c.format);
+    EXPECT_TRUE(failure.starts_with("This is no ") && failure.find(c.why) != failure.npos)
+        << failure;
+  }
+  // Cut anywhere, a document is refused; the last line break alone may be missing.
+  for (const TrackFormat format : {gpx, tcx, geoJSON}) {
+    const std::string whole = writeTrack(sampleTrack(), format);
+    for (std::size_t length = 0; length + 1 < whole.size(); ++length) {
+      ASSERT_NE(failureOf(whole.substr(0, length), format), "") << int(format) << ' ' << length;
+    }
+  }
+}
+
+TEST(TrackFormats, longTextIsCutBetweenCharacters) {
+  const std::string name = "x" + repeated("ß", 4 << 20);
+  const Track track = read("<gpx><trk><name>" + name + "</name></trk></gpx>", gpx);
+  EXPECT_EQ(track.name, name.substr(0, platform::kMostXMLText - 1));
+}
+
+TEST(TrackFormats, fitRecordsAndLaps) {
+  constexpr std::uint32_t kTime = static_cast<std::uint32_t>(kNoon - 631'065'600);
+  for (const bool isBig : {false, true}) {
+    SCOPED_TRACE(isBig);
+    FITBytes file(isBig);
+    // Time, latitude, longitude, altitude, speed, heart rate, an unknown field of three bytes.
+    file.define(0, 20,
+                {{253, 4, 0x86},
+                 {0, 4, 0x85},
+                 {1, 4, 0x85},
+                 {2, 2, 0x84},
+                 {6, 2, 0x84},
+                 {3, 1, 0x02},
+                 {99, 3, 0x0D}},
+                /*developerBytes=*/2);
+    const auto record = [&](std::uint32_t time, std::uint32_t latitude, std::uint16_t altitude,
+                            std::uint16_t speed, std::uint8_t beats) {
+      file.message(0).put(time, 4).put(latitude, 4).put(0xC0000000, 4).put(altitude, 2);
+      file.put(speed, 2).put(beats, 1).put(0x123456, 3).put(0xABCD, 2);
+    };
+    record(kTime, 0x20000000, 12'500, 3'500, 99);
+    record(kTime + 30, 0x7FFFFFFF, 0xFFFF, 0xFFFF, 98);   // no place
+    record(0xFFFFFFFF, 0xE0000000, 0xFFFF, 0xFFFF, 255);  // no time: that of the last one
+    file.define(1, 20, {{0, 4, 0x85}, {1, 4, 0x85}, {78, 4, 0x86}});
+    file.compressed(1, (kTime + 33) & 0x1F).put(0, 4).put(0, 4).put(2'500, 4);
+    file.define(2, 19, {{253, 4, 0x86}, {2, 4, 0x86}});
+    file.message(2).put(kTime + 40, 4).put(kTime + 5, 4);
+    file.define(3, 0xFF00, {});  // a message of no bytes
+    file.message(3);
+    const std::string whole = file.bytes();
+
+    const Track track = read(whole, fit);
+    ASSERT_EQ(track.fixes.size(), 3u);
+    const CLLocation& fix = track.fixes[0];
+    EXPECT_EQ(fix.coordinate.latitude, 45);
+    EXPECT_EQ(fix.coordinate.longitude, -90);
+    EXPECT_EQ(fix.altitude, 2000);
+    EXPECT_EQ(fix.speed, 3.5);
+    EXPECT_EQ(fix.timestamp, dateSince1970(kNoon));
+    EXPECT_EQ(track.fixes[1].coordinate.latitude, -45);
+    EXPECT_EQ(track.fixes[1].timestamp, dateSince1970(kNoon + 30));
+    EXPECT_EQ(track.fixes[2].timestamp, dateSince1970(kNoon + 33));
+    EXPECT_EQ(track.fixes[2].altitude, 0);
+    EXPECT_EQ(track.fixes[2].speed, -1);
+    ASSERT_EQ(track.heartRates.size(), 2u);
+    EXPECT_EQ(track.heartRates[1].beatsPerMinute, 98);
+    EXPECT_EQ(track.laps, std::vector{dateSince1970(kNoon + 5)});
+    EXPECT_EQ(read(convertTrack(bytesOf(whole), fit, gpx), gpx).fixes.size(), 3u);
+    EXPECT_EQ(read(whole + whole, fit).fixes.size(), 6u);  // one behind the other
+
+    for (std::size_t length = 0; length < whole.size(); ++length) {
+      ASSERT_NE(failureOf(whole.substr(0, length), fit), "") << length;
+    }
+    for (std::size_t at = 14; at < whole.size(); ++at) {
+      std::string wrong = whole;
+      wrong[at] = static_cast<char>(wrong[at] ^ 0x10);
+      ASSERT_NE(failureOf(wrong, fit).find("checksum"), std::string::npos) << at;
+    }
+  }
+  FITBytes undefined(false), cut(false);
+  undefined.message(5);
+  EXPECT_NE(failureOf(undefined.bytes(), fit).find("no definition"), std::string::npos);
+  cut.define(0, 20, {{253, 4, 0x86}});
+  cut.message(0).put(1, 2);
+  EXPECT_NE(failureOf(cut.bytes(), fit).find("cut off"), std::string::npos);
+}
+
+TEST(TrackFormats, endingsOfFiles) {
+  EXPECT_EQ(trackFormatOfFile("Day.GPX"), gpx);
+  EXPECT_EQ(trackFormatOfFile("a.tcx"), tcx);
+  EXPECT_EQ(trackFormatOfFile("a.b.geojson"), geoJSON);
+  EXPECT_EQ(trackFormatOfFile("a.Fit"), fit);
+  EXPECT_EQ(trackFormatOfFile("agpx"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace ombrix::testing
