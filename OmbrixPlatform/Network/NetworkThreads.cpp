@@ -3,12 +3,16 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
 #include <utility>
+
+#include "OmbrixPlatform/Concurrency/AtExit.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
 
 constexpr std::size_t kMostEnding = 8;
+constexpr std::chrono::seconds kLongestWaitAtExit{1};
 
 std::atomic<bool> isChild = false;
 
@@ -18,6 +22,7 @@ NetworkThreads& NetworkThreads::shared() {
   // Leaked: sessions may still run while the process ends.
   static NetworkThreads& threads = *[] {
     ::pthread_atfork(nullptr, nullptr, [] { isChild = true; });
+    atExit([] { shared().joinEnding(); });
     return new NetworkThreads;
   }();
   return threads;
@@ -49,6 +54,16 @@ void NetworkThreads::run(std::list<std::thread>::iterator self,
   ended_.splice(ended_.end(), running_, self);
   --ending_;
   changed_.notify_all();
+}
+
+void NetworkThreads::joinEnding() {
+  std::list<std::thread> ended;
+  {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, kLongestWaitAtExit, [this] { return ending_ == 0; });
+    ended.swap(ended_);
+  }
+  for (std::thread& thread : ended) thread.join();
 }
 
 void NetworkThreads::oneEnds() {

@@ -22,6 +22,8 @@ class NetworkThreads {
   void oneEnds();
 
  private:
+  /// At the end of the process: joins the threads that have ended, or do so within a second.
+  void joinEnding();
   void run(std::list<std::thread>::iterator self, std::move_only_function<void()>& body);
 
   std::mutex mutex_;  // guards what follows
