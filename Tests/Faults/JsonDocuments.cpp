@@ -320,7 +320,7 @@ std::string randomValue(Random& random, int depth) {
 }
 
 void damage(std::string& text, Random& random) {
-  constexpr std::string_view kBytes("{}[],:\"\\ 0-.eE+tfn\x01\x80\xC3\xED\xF5u", 26);
+  constexpr std::string_view kBytes = "{}[],:\"\\ 0-.eE+tfn\x01\x80\xC3\xED\xF5u";
   for (auto changes = random() % 3; changes > 0 && !text.empty(); --changes) {
     const auto at = random() % text.size();
     switch (random() % 3) {
