@@ -447,7 +447,7 @@ void TransferTask::conclude(Answer answer) {
   TaskOutcome outcome{.response = answer.response};
   if (isStreaming_) {
     // Only a redirect that is not followed still holds its body.
-    (void)conversation_.keep(answer.body.bytes());
+    (void)conversation_.keep(answer.body.takeBytes());
   } else if (answer.cachedBody) {
     if (!answer.cachedBody->empty()) outcome.data = *answer.cachedBody;
   } else if (answer.body.size() > 0) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "OmbrixPlatform/Values/Data.hpp"
 
@@ -29,8 +30,9 @@ class BodyBudget {
   std::atomic<std::size_t> left_;
 };
 
-/// A body that is gathered in memory. The room that it takes up counts in its session's budget for
-/// as long as this object lives.
+/// A body that is gathered in memory, in blocks that stay where they are: a vector that grows would
+/// be copied over and over, and leave a hole in the heap each time. The room that it takes up
+/// counts in its session's budget for as long as this object lives.
 class GatheredBody {
  public:
   enum class Result : std::uint8_t { kept, tooLong, tooMuchTogether };
@@ -38,61 +40,88 @@ class GatheredBody {
   GatheredBody() = default;
   GatheredBody(std::shared_ptr<BodyBudget> budget, std::size_t maximumBytes) noexcept
       : budget_(std::move(budget)), maximumBytes_(maximumBytes) {}
-  GatheredBody(GatheredBody&& other) noexcept
-      : budget_(std::move(other.budget_)),
-        maximumBytes_(other.maximumBytes_),
-        reserved_(std::exchange(other.reserved_, 0)),
-        bytes_(std::move(other.bytes_)) {}
+  GatheredBody(GatheredBody&& other) noexcept { swap(other); }
   GatheredBody& operator=(GatheredBody&& other) noexcept {
-    std::swap(budget_, other.budget_);
-    std::swap(maximumBytes_, other.maximumBytes_);
-    std::swap(reserved_, other.reserved_);
-    std::swap(bytes_, other.bytes_);
+    swap(other);
     return *this;
   }
   ~GatheredBody() {
     if (reserved_ > 0) budget_->giveBack(reserved_);
   }
 
-  /// Makes room beforehand, as far as there is any.
-  void expect(std::size_t bytes) { (void)makeRoom(std::min(bytes, maximumBytes_)); }
+  /// Makes room beforehand, as far as there is any, for the first so many bytes, of which only
+  /// those of one block count.
+  void expect(std::size_t bytes) {
+    if (bytes > 0 && last_.capacity() == 0) (void)addBlock(bytes);
+  }
 
   /// Adds bytes unless they pass a limit.
   Result append(DataView piece) {
-    if (piece.size() > maximumBytes_ - bytes_.size()) return Result::tooLong;
-    const std::size_t needed = bytes_.size() + piece.size();
-    if (needed > reserved_) {
-      const std::size_t wanted = std::min(std::max(needed, 2 * reserved_), maximumBytes_);
-      // Less than a quarter more each time would copy the body over and over.
-      const std::size_t least = std::min(needed + needed / 4, maximumBytes_);
-      if (!makeRoom(wanted) && !makeRoom(least)) return Result::tooMuchTogether;
+    if (piece.size() > maximumBytes_ - size_) return Result::tooLong;
+    while (!piece.empty()) {
+      // Each block is as long as all before, up to a limit; the least will do where room is short.
+      if (last_.size() == last_.capacity() && !addBlock(std::max(piece.size(), size_)) &&
+          !addBlock(piece.size())) {
+        return Result::tooMuchTogether;
+      }
+      const DataView fitting = piece.first(std::min(piece.size(), last_.capacity() - last_.size()));
+      last_.insert(last_.end(), fitting.begin(), fitting.end());
+      size_ += fitting.size();
+      piece = piece.subspan(fitting.size());
     }
-    bytes_.insert(bytes_.end(), piece.begin(), piece.end());
     return Result::kept;
   }
 
-  [[nodiscard]] std::size_t size() const noexcept { return bytes_.size(); }
-  [[nodiscard]] const Data& bytes() const noexcept { return bytes_; }
+  [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
-  /// The bytes, which go on counting until this object is gone.
-  Data takeBytes() noexcept { return std::exchange(bytes_, {}); }
+  /// The bytes in one piece, which go on counting until this object is gone.
+  [[nodiscard]] Data takeBytes() {
+    const std::size_t size = std::exchange(size_, 0);
+    if (full_.empty()) return std::exchange(last_, {});
+    Data whole;
+    whole.reserve(size);
+    full_.push_back(std::exchange(last_, {}));
+    for (Data& block : full_) {
+      whole.insert(whole.end(), block.begin(), block.end());
+      block = Data();  // so that not all is there twice
+    }
+    full_.clear();
+    return whole;
+  }
 
   /// Gives them back.
-  void putBack(Data bytes) noexcept { bytes_ = std::move(bytes); }
+  void putBack(Data bytes) noexcept {
+    size_ = bytes.size();
+    last_ = std::move(bytes);
+  }
 
  private:
-  [[nodiscard]] bool makeRoom(std::size_t bytes) {
-    if (bytes <= reserved_) return true;
-    if (!budget_->take(bytes - reserved_)) return false;
-    reserved_ = bytes;
-    bytes_.reserve(bytes);
+  static constexpr std::size_t kBlockBytes = std::size_t{1} << 20;
+
+  void swap(GatheredBody& other) noexcept {
+    std::swap(budget_, other.budget_);
+    std::swap(maximumBytes_, other.maximumBytes_);
+    std::swap(reserved_, other.reserved_);
+    std::swap(size_, other.size_);
+    std::swap(full_, other.full_);
+    std::swap(last_, other.last_);
+  }
+
+  [[nodiscard]] bool addBlock(std::size_t wanted) {
+    const std::size_t bytes = std::min({wanted, kBlockBytes, maximumBytes_ - size_});
+    if (!budget_->take(bytes)) return false;
+    reserved_ += bytes;
+    if (!last_.empty()) full_.push_back(std::exchange(last_, {}));
+    last_.reserve(bytes);
     return true;
   }
 
   std::shared_ptr<BodyBudget> budget_;
   std::size_t maximumBytes_ = 0;
   std::size_t reserved_ = 0;
-  Data bytes_;
+  std::size_t size_ = 0;
+  std::vector<Data> full_;  // blocks, in order
+  Data last_;               // the one that is being filled
 };
 
 }  // namespace ombrix::platform::detail
