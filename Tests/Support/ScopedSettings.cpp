@@ -20,6 +20,8 @@ ScopedDefaults::ScopedDefaults()
       scopedDefaults_(platform::services().standardDefaults, defaults_),
       scopedCloud_(platform::services().cloudStore, cloud_) {}
 
+ScopedDefaults::~ScopedDefaults() { defaults_->synchronize(); }
+
 std::shared_ptr<platform::UserDefaults> ScopedDefaults::elsewhere() const {
   return platform::UserDefaults::make(domainIn(dir_.path()));
 }

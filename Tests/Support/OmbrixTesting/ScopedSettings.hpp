@@ -16,6 +16,11 @@ namespace ombrix::testing {
 class ScopedDefaults {
  public:
   ScopedDefaults();
+  /// Waits until what was set is in the file: a reference that is left would bring it there after
+  /// the folder has gone.
+  ~ScopedDefaults();
+  ScopedDefaults(const ScopedDefaults&) = delete;
+  ScopedDefaults& operator=(const ScopedDefaults&) = delete;
 
   [[nodiscard]] platform::UserDefaults& defaults() const { return *defaults_; }
   [[nodiscard]] platform::NSUbiquitousKeyValueStore& cloud() const { return *cloud_; }
