@@ -170,6 +170,11 @@ void EtcdClient::close() {
   watches_->invalidateAndCancel();
 }
 
+void EtcdClient::awaitEnd() {
+  calls_->close();
+  watches_->close();
+}
+
 void EtcdClient::change(const CloudMirror::Pending& change, std::string_view device,
                         std::int64_t markRevision, Handler<EtcdChangeResult> handler) {
   call("/v3/kv/txn", messages_.change(change.key, change.value, change.id, device, markRevision),

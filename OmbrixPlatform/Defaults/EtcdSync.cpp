@@ -89,7 +89,12 @@ void EtcdSync::close() {
 
 void EtcdSync::closeAndWait() {
   if (queue_->isCurrent()) fatalError("a change handler must not wait for the cloud store's end");
-  queue_->sync([this] { end(); });
+  const auto client = queue_->sync([this] {
+    auto kept = client_;
+    end();
+    return kept;
+  });
+  if (client) client->awaitEnd();
 }
 
 void EtcdSync::end() {

@@ -79,14 +79,18 @@ bool CurlLoop::handOver(std::shared_ptr<Transfer> transfer, LoopJob job) {
   bool mustWake = false;
   {
     const std::lock_guard lock(lock_);
-    if (!hasThread_) {
+    if (isStopping_ && transfer) {
+      // Its task was resumed and cancelled at one time: it is over, and knows of no transfer.
+      transfer->client = nullptr;
+      return true;
+    }
+    if (!thread_) {
       if (!transfer) return true;  // nothing has begun that the job could be about
       try {
         startThread();
       } catch (const std::system_error&) {
         return false;
       }
-      hasThread_ = true;
     }
     if (transfer) submitted_.push_back(std::move(transfer));
     if (job) jobs_.push_back(std::move(job));
@@ -97,7 +101,7 @@ bool CurlLoop::handOver(std::shared_ptr<Transfer> transfer, LoopJob job) {
 }
 
 void CurlLoop::startThread() {
-  NetworkThreads::shared().start([self = shared_from_this()] { self->run(); });
+  thread_ = NetworkThreads::shared().start([self = shared_from_this()] { self->run(); });
 }
 
 void CurlLoop::abandon(std::shared_ptr<Transfer> transfer) {
@@ -121,11 +125,20 @@ void CurlLoop::stop() {
   bool mustWake = false;
   {
     const std::lock_guard lock(lock_);
-    isStopping_ = true;
-    if (hasThread_) NetworkThreads::shared().oneEnds();
+    if (std::exchange(isStopping_, true)) return;
+    if (thread_) NetworkThreads::shared().oneEnds();
     mustWake = std::exchange(isSleeping_, false);
   }
   if (mustWake) ::curl_multi_wakeup(multi_);
+}
+
+void CurlLoop::awaitEnd() {
+  std::optional<NetworkThreads::Number> thread;
+  {
+    const std::lock_guard lock(lock_);
+    thread = thread_;
+  }
+  if (thread) NetworkThreads::shared().join(*thread);
 }
 
 // The thread.

@@ -6,8 +6,10 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlLoop.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlURLSession.hpp"
+#include "OmbrixPlatform/Network/Detail/NetworkThreads.hpp"
 #include "OmbrixPlatform/Network/Detail/TransferTask.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -127,8 +129,30 @@ void CurlURLSession::endWhenIdle() {
     delegate = std::move(delegate_);
   }
   const auto self = weak_from_this().lock();
-  if (!delegate || !self) return;
-  post([self, delegate = std::move(delegate)] { delegate->didBecomeInvalid(*self); });
+  if (!delegate || !self) return endIsTold_.set_value();
+  post([self, delegate = std::move(delegate)] {
+    delegate->didBecomeInvalid(*self);
+    self->endIsTold_.set_value();
+  });
+}
+
+void CurlURLSession::close() {
+  if (delegateQueue_->isCurrent()) {
+    fatalError("a handler must not wait for the end of its session");
+  }
+  invalidateAndCancel();
+  if (isForkedChild()) return;  // nothing runs here that could be waited for
+  {
+    const ThreadPool::BlockingScope blocking;
+    end_.wait();
+    // The jobs of that moment, with what the host's closures hold.
+    std::promise<void> promise;
+    const auto isIdle = promise.get_future();
+    delegateQueue_->asyncBarrier([promise = std::move(promise)]() mutable { promise.set_value(); });
+    isIdle.wait();
+  }
+  loop_->stop();
+  loop_->awaitEnd();
 }
 
 namespace {

@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <utility>
@@ -28,26 +29,42 @@ NetworkThreads& NetworkThreads::shared() {
   return threads;
 }
 
-void NetworkThreads::start(std::move_only_function<void()> body) {
-  std::list<std::thread> ended;
+NetworkThreads::Number NetworkThreads::start(std::move_only_function<void()> body) {
+  std::list<Member> ended;
+  Number number = 0;
   {
     std::unique_lock lock(mutex_);
     changed_.wait(lock, [this] { return ending_ < kMostEnding; });
     ended.swap(ended_);
-    const auto self = running_.emplace(running_.end());
+    number = ++last_;
+    const auto self = running_.insert(running_.end(), {number, {}});
     try {
-      *self = std::thread([this, self, body = std::move(body)]() mutable { run(self, body); });
+      self->thread =
+          std::thread([this, self, body = std::move(body)]() mutable { run(self, body); });
     } catch (...) {
       running_.erase(self);
       ended_.splice(ended_.end(), ended);
       throw;
     }
   }
-  for (std::thread& thread : ended) thread.join();
+  for (Member& member : ended) member.thread.join();
+  return number;
 }
 
-void NetworkThreads::run(std::list<std::thread>::iterator self,
-                         std::move_only_function<void()>& body) {
+void NetworkThreads::join(Number number) {
+  std::list<Member> ended;
+  const auto isIt = [number](const Member& member) { return member.number == number; };
+  {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return std::ranges::none_of(running_, isIt); });
+    const auto found = std::ranges::find_if(ended_, isIt);
+    // Else somebody else has joined it, or is about to have.
+    if (found != ended_.end()) ended.splice(ended.end(), ended_, found);
+  }
+  for (Member& member : ended) member.thread.join();
+}
+
+void NetworkThreads::run(std::list<Member>::iterator self, std::move_only_function<void()>& body) {
   body();
   body = nullptr;
   const std::lock_guard lock(mutex_);
@@ -57,13 +74,13 @@ void NetworkThreads::run(std::list<std::thread>::iterator self,
 }
 
 void NetworkThreads::joinEnding() {
-  std::list<std::thread> ended;
+  std::list<Member> ended;
   {
     std::unique_lock lock(mutex_);
     changed_.wait_for(lock, kLongestWaitAtExit, [this] { return ending_ == 0; });
     ended.swap(ended_);
   }
-  for (std::thread& thread : ended) thread.join();
+  for (Member& member : ended) member.thread.join();
 }
 
 void NetworkThreads::oneEnds() {

@@ -69,6 +69,13 @@ class URLSession {
 
   /// Cancels every task, takes no more.
   virtual void invalidateAndCancel() = 0;
+
+  /// Ends a session that the caller has made, for programs that end in order: cancels every task
+  /// and waits until all are over, handlers and delegate have returned, and the session's thread is
+  /// gone. No call for a task of before begins after that. Again: nothing. Not from a handler or
+  /// the delegate, which stops the program, nor on a thread that the delegate queue waits for;
+  /// never for `shared` or a session that others still use.
+  virtual void close() = 0;
 };
 
 /// Makes sessions; a service that hosts and tests may replace.

@@ -93,7 +93,7 @@ class Record final : public platform::URLSessionDelegate {
     const bool isWhole =
         record->changed_.wait_for(lock, kPatience, [&] { return record->isWhole_; });
     lock.unlock();
-    session->invalidateAndCancel();
+    session->close();
     if (!isWhole) throw std::runtime_error("the record has no end");
     lock.lock();
     return record->events_;

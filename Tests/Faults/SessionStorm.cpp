@@ -27,17 +27,6 @@ constexpr std::size_t kThreads = 4;
 constexpr std::size_t kTasksEach = 15;
 constexpr std::size_t kMostThreads = 24;  // those that end, and those that run
 
-std::size_t networkThreads() {
-  std::size_t count = 0;
-  std::error_code gone;  // threads end while they are listed
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task", gone)) {
-    std::string name;
-    std::getline(std::ifstream(entry.path() / "comm") >> std::ws, name);
-    count += name == "URLSession" ? 1U : 0U;
-  }
-  return count;
-}
-
 /// One session's life on one thread.
 void live(const testing::TestServer& server, std::mt19937_64& random, Outcomes& outcomes) {
   constexpr std::array<const char*, 6> kPaths{"/bytes?bytes=10",   "/bytes?bytes=300000",
@@ -67,12 +56,18 @@ void live(const testing::TestServer& server, std::mt19937_64& random, Outcomes& 
     }
   }
   for (const auto& task : tasks) task->resume();
-  switch (random() % 3) {
+  bool isOver = false;
+  switch (random() % 4) {
     case 0:
       session->invalidateAndCancel();
       break;
     case 1:
       session->finishTasksAndInvalidate();
+      break;
+    case 2:
+      session->close();
+      isOver = std::ranges::all_of(*counts, [](const Counts& each) { return each.outcomes == 1; });
+      outcomes.expect(isOver, "every task of a closed session had ended");
       break;
     default:
       break;
@@ -99,7 +94,7 @@ void run(const Plan& plan, Outcomes& outcomes) {
       std::mt19937_64 random(plan.seed * kThreads + t);
       while (left.fetch_sub(1) - 1 < (std::size_t{1} << 60)) {
         live(server, random, outcomes);
-        most = std::max(most.load(), networkThreads());
+        most = std::max(most.load(), testing::networkThreads());
       }
     });
   }

@@ -48,7 +48,7 @@ JSON post(const platform::URL& server, const std::string& path, const JSON& body
                  })
       ->resume();
   const std::string text = answer.get();
-  session->finishTasksAndInvalidate();
+  session->close();
   try {
     if (auto json = JSON::parse(text); json["error"].isNull()) return json;
   } catch (const platform::JSONError&) {

@@ -181,4 +181,9 @@ void FakeURLSession::invalidateAndCancel() {
   for (const auto& task : tasks) task->cancel();
 }
 
+void FakeURLSession::close() {
+  invalidateAndCancel();
+  queue_->sync([] {});
+}
+
 }  // namespace ombrix::testing

@@ -88,6 +88,6 @@ int main() {
       return 1;
     }
   }
-  session->invalidateAndCancel();
+  session->close();
   return 0;
 }

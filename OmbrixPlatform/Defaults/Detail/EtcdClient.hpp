@@ -45,7 +45,11 @@ class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
   /// handlers are called no more.
   void watch(std::int64_t revision, WatchHandler handler, WatchEnd end);
 
+  /// Ends everything under way; no handler is called any more. On the client's queue.
   void close();
+
+  /// Waits until the threads of a client that was closed are gone; not on its queue.
+  void awaitEnd();
 
  private:
   class WatchDelegate;

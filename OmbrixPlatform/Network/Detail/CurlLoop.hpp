@@ -8,6 +8,7 @@
 #include <functional>
 #include <list>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -17,6 +18,7 @@
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlExchange.hpp"
 #include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
+#include "OmbrixPlatform/Network/Detail/NetworkThreads.hpp"
 #include "OmbrixPlatform/Network/Detail/Transfer.hpp"
 #include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -77,8 +79,11 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   /// each costs as much as half a request. Network thread.
   void postTogether(Job job);
 
-  /// Ends the thread; no transfer may be left.
+  /// Ends the thread; the tasks of all transfers are over. Again: nothing.
   void stop();
+
+  /// Waits for the thread to be gone, after `stop`.
+  void awaitEnd();
 
  private:
   bool handOver(std::shared_ptr<Transfer> transfer, LoopJob job);
@@ -125,7 +130,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   FutexLock lock_;  // guards the mail
   std::vector<std::shared_ptr<Transfer>> submitted_;
   std::vector<LoopJob> jobs_;
-  bool hasThread_ = false;
+  std::optional<NetworkThreads::Number> thread_;
   bool isSleeping_ = false;
   bool isStopping_ = false;
 

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <future>
 #include <list>
 #include <memory>
 #include <mutex>
@@ -46,6 +47,7 @@ class CurlURLSession final : public URLSession,
       URLSessionCompletionHandler completionHandler) override;
   void finishTasksAndInvalidate() override;
   void invalidateAndCancel() override;
+  void close() override;
 
   // For its tasks and its loop, on any thread.
 
@@ -88,6 +90,8 @@ class CurlURLSession final : public URLSession,
   TaskList tasks_;  // not over yet, suspended ones included
   bool isInvalid_ = false;
   bool hasEnded_ = false;
+  std::promise<void> endIsTold_;  // kept once, when the delegate has heard of the end
+  const std::shared_future<void> end_ = endIsTold_.get_future().share();
 };
 
 }  // namespace ombrix::platform::detail

@@ -2,6 +2,7 @@
 
 #include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <list>
 #include <mutex>
@@ -13,10 +14,16 @@ namespace ombrix::platform::detail {
 /// and while many are just ending a new one waits for them. Any thread.
 class NetworkThreads {
  public:
+  using Number = std::uint64_t;
+
   static NetworkThreads& shared();
 
   /// Runs a body on a thread of its own. Throws `std::system_error` when none can be started.
-  void start(std::move_only_function<void()> body);
+  /// @return What `join` wants: threads' own identities are used again.
+  Number start(std::move_only_function<void()> body);
+
+  /// Waits until such a thread, which is about to end, is gone.
+  void join(Number number);
 
   /// The body of one that was started is about to return.
   void oneEnds();
@@ -24,12 +31,18 @@ class NetworkThreads {
  private:
   /// At the end of the process: joins the threads that have ended, or do so within a second.
   void joinEnding();
-  void run(std::list<std::thread>::iterator self, std::move_only_function<void()>& body);
+  struct Member {
+    Number number;
+    std::thread thread;
+  };
+
+  void run(std::list<Member>::iterator self, std::move_only_function<void()>& body);
 
   std::mutex mutex_;  // guards what follows
   std::condition_variable changed_;
-  std::list<std::thread> running_;
-  std::list<std::thread> ended_;
+  std::list<Member> running_;
+  std::list<Member> ended_;
+  Number last_ = 0;
   std::size_t ending_ = 0;
 };
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <chrono>
+#include <filesystem>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <optional>
@@ -50,6 +52,18 @@ struct RunningTask {
     return future.get();
   }
 };
+
+/// How many sessions of this process have a thread.
+inline std::size_t networkThreads() {
+  std::size_t count = 0;
+  std::error_code gone;  // threads end while they are listed
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task", gone)) {
+    std::string name;
+    std::getline(std::ifstream(entry.path() / "comm") >> std::ws, name);
+    count += name == "URLSession" ? 1U : 0U;
+  }
+  return count;
+}
 
 inline platform::URLRequest requestTo(const std::string& url) {
   return platform::URLRequest(platform::URL::parse(url).value());

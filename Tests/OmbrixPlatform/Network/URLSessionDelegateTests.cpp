@@ -347,14 +347,22 @@ TEST(URLSessionDelegateTests, SessionsEndOnceTheirTasksHave) {
   server.route("GET", "/held", [](const auto&) {
     return testing::held("gate", devserver::Response::text("at last"));
   });
-  for (const bool cancels : {false, true}) {
+  enum class End { finish, cancel, close };
+  for (const End end : {End::close, End::finish, End::cancel}) {
     server.shutGate("gate");
     const auto delegate = std::make_shared<RecordingDelegate>();
     auto session = sessionFor(delegate);
     auto held = testing::start(*session, requestTo(server.url("/held")));
     ASSERT_TRUE(server.waitUntilHeld(1));
     auto suspended = testing::prepare(*session, requestTo(server.url("/echo")));
-    if (cancels) {
+    if (end == End::close) {
+      const std::size_t threads = testing::networkThreads();
+      session->close();
+      EXPECT_EQ(delegate->log.take().back(), "invalid");
+      EXPECT_EQ(suspended.future.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+      EXPECT_LT(testing::networkThreads(), threads);
+      session->close();
+    } else if (end == End::cancel) {
       session->invalidateAndCancel();
       EXPECT_EQ(suspended.outcome().code(), Code::cancelled);
     } else {
@@ -362,9 +370,10 @@ TEST(URLSessionDelegateTests, SessionsEndOnceTheirTasksHave) {
       suspended.task = nullptr;
       server.openGate("gate");
     }
-    EXPECT_EQ(held.outcome().summary(), cancels ? summaryOf(Code::cancelled) : "200 at last");
+    EXPECT_EQ(held.outcome().summary(),
+              end == End::finish ? "200 at last" : summaryOf(Code::cancelled));
     EXPECT_EQ(fetch(*session, requestTo(server.url("/echo"))).code(), Code::cancelled);
-    delegate->log.takeOnce("invalid");
+    if (end != End::close) delegate->log.takeOnce("invalid");
     EXPECT_EQ(delegate->log.take(), std::vector<std::string>());
     session = nullptr;
     EXPECT_TRUE(server.waitUntilDisconnected()) << "the session's sockets go with it";

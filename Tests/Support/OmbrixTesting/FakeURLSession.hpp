@@ -69,6 +69,7 @@ class FakeURLSession final : public platform::URLSession,
       platform::URLSessionCompletionHandler completionHandler) override;
   void finishTasksAndInvalidate() override;
   void invalidateAndCancel() override;
+  void close() override;
 
  private:
   class Task;
