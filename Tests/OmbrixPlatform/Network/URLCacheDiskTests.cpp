@@ -1,6 +1,10 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 #include <random>
@@ -65,11 +69,13 @@ TEST_F(URLCacheDiskTests, DropsForGood) {
     load(*cache, change, answerOf(204, "Content-Location: /4"));
     cache->removeCachedResponse(numberedRequest(5));
     load(*cache, numberedRequest(6), answerOf(200, kFresh, std::string(kMiB, 'x')));  // too large
+    cache->storeCachedResponse(answerOf(200, "Cache-Control: max-age=9|no name: x"),
+                               numberedRequest(8));
     for (const int n : {3, 4, 5}) EXPECT_EQ(get(*cache, n), "-");
     EXPECT_EQ(get(*cache, 7), numberedBody(7));
     cache->flush();
     const auto later = open();
-    for (const int n : {3, 4, 5, 6}) EXPECT_EQ(get(*later, n), "-");
+    for (const int n : {3, 4, 5, 6, 8}) EXPECT_EQ(get(*later, n), "-");
     EXPECT_EQ(get(*later, 7), numberedBody(7));
     cache->removeAllCachedResponses();
     EXPECT_EQ(cache->currentDiskUsage(), 0);
@@ -354,6 +360,94 @@ TEST_F(URLCacheDiskTests, SetsADamagedDatabaseAside) {
   }
 }
 
+// Catches rows that no release of ours has written and that hold up, fill up or stop the program.
+TEST_F(URLCacheDiskTests, OutlivesHostileRows) {
+  const struct {
+    const char* name;
+    const char* sql;
+  } rows[]{
+      {"uses that are texts", "UPDATE entry SET used = 'x' || id"},
+      {"uses between the numbers", "UPDATE entry SET used = used + 0.5"},
+      {"no uses left", "UPDATE total SET uses = 9223372036854775807"},
+      {"sizes below nothing", "UPDATE entry SET size = -1000000000"},
+      {"no total", "DELETE FROM total"},
+      {"bodies that are gone", "DELETE FROM body"},
+      {"bodies that are numbers", "UPDATE body SET data = id"},
+      {"records that are texts", "UPDATE entry SET record = 'record'"},
+      {"all of one URL", "UPDATE entry SET record = (SELECT record FROM entry WHERE id = 1)"},
+      {"a trigger that never ends",
+       "CREATE TRIGGER never AFTER INSERT ON entry BEGIN INSERT INTO body(data) SELECT max(n) FROM "
+       "(WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM c) SELECT n FROM c); END"},
+      {"no index", "DROP INDEX entry_hash"},
+  };
+  for (const auto& [name, sql] : rows) {
+    SCOPED_TRACE(name);
+    {
+      const auto cache = open(0, kMiB);
+      for (int n = 0; n < 100; ++n) put(*cache, n);
+      cache->flush();
+    }
+    execute(sql);
+    const auto cache = open(0, kMiB);
+    for (int n = 0; n < 100; ++n) {
+      const std::string body = get(*cache, n);
+      ASSERT_TRUE(body == "-" || body == numberedBody(n)) << n;
+    }
+    for (int n = 0; n < 400; ++n) {
+      put(*cache, n);
+      if (n % 50 == 49) cache->flush();
+    }
+    EXPECT_EQ(get(*cache, 399), numberedBody(399));
+    EXPECT_LE(cache->currentDiskUsage(), kMiB);
+    fs::remove_all(folder);
+  }
+}
+
+// Catches a database that a later release uses and that this one takes away from it.
+TEST_F(URLCacheDiskTests, LeavesALaterReleaseItsDatabase) {
+  fs::create_directory(folder);
+  auto later = connect();
+  const auto run = [&](const char* sql) {
+    return ::sqlite3_exec(later.get(), sql, nullptr, nullptr, nullptr);
+  };
+  ASSERT_EQ(run("PRAGMA journal_mode = WAL; CREATE TABLE kept(x); INSERT INTO kept VALUES(1);"
+                "PRAGMA user_version = 2"),
+            SQLITE_OK);
+  for (const std::int64_t memory : {std::int64_t{0}, kMiB}) {
+    const auto cache = open(memory);
+    put(*cache, 1);
+    cache->flush();
+    EXPECT_EQ(get(*cache, 1), memory > 0 ? numberedBody(1) : "-");
+    cache->removeCachedResponse(numberedRequest(1));
+    cache->flush();
+  }
+  EXPECT_FALSE(hasDamaged());
+  EXPECT_EQ(run("INSERT INTO kept SELECT x FROM kept"), SQLITE_OK);
+  EXPECT_EQ(::sqlite3_total_changes(later.get()), 2);
+  later.reset();
+  const auto cache = open();  // nobody uses it any more
+  put(*cache, 1);
+  cache->flush();
+  EXPECT_EQ(get(*open(), 1), numberedBody(1));
+}
+
+// Catches look-ups that each wait for a process that stands still while it opens the database.
+TEST_F(URLCacheDiskTests, WaitsOnceForAProcessThatStandsStill) {
+  {
+    const auto cache = open();
+    put(*cache, 1);
+    cache->flush();
+  }
+  const int file = ::open((folder / "Cache.lock").c_str(), O_RDWR | O_CLOEXEC);
+  ASSERT_EQ(::flock(file, LOCK_EX), 0);
+  const auto cache = open();
+  const auto begin = std::chrono::steady_clock::now();
+  for (int i = 0; i < 60; ++i) EXPECT_EQ(get(*cache, 1), "-");
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(30));
+  ::close(file);
+  EXPECT_EQ(get(*cache, 1), numberedBody(1));
+}
+
 // Catches a disk that refuses and takes the program, the memory tier or the next answer with it.
 TEST_F(URLCacheDiskTests, GoesOnInMemoryWhenTheDiskRefuses) {
   dir.write("cache", "a file where the folder should be");
@@ -368,6 +462,7 @@ TEST_F(URLCacheDiskTests, GoesOnInMemoryWhenTheDiskRefuses) {
 
   const auto cache = open(4 * kMiB);
   put(*cache, 0);
+  put(*cache, 1'000);
   cache->flush();
   std::signal(SIGXFSZ, SIG_IGN);
   rlimit unlimited{};
@@ -377,7 +472,14 @@ TEST_F(URLCacheDiskTests, GoesOnInMemoryWhenTheDiskRefuses) {
   for (int n = 0; n < 200; ++n) put(*cache, n);
   cache->flush();
   for (int n = 0; n < 200; ++n) EXPECT_EQ(get(*cache, n), numberedBody(n));
+  // What could not be removed by a change is removed with all the rest: it is seen by nobody.
+  const rlimit none{.rlim_cur = 0, .rlim_max = unlimited.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &none), 0);
+  const auto other = open();
+  other->removeCachedResponse(numberedRequest(1'000));
+  other->flush();
   ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &unlimited), 0);
+  EXPECT_EQ(get(*open(), 1'000), "-");
   cache->removeAllCachedResponses();
   put(*cache, 5);
   cache->flush();
@@ -456,6 +558,17 @@ TEST_F(URLCacheDiskTests, ReadsRecordsWholeOrNotAtAll) {
     Data flipped = record;
     flipped[i] ^= std::byte{4};
     EXPECT_FALSE(detail::readHead(flipped)) << i;
+  }
+  HTTPHeaders many;
+  for (int i = 0; i < 5000; ++i) many.set("X" + std::to_string(i), "");
+  for (const HTTPHeaders& fields :
+       {HTTPHeaders{{"no name", "x"}}, HTTPHeaders{{"A", "b\r\nC: d"}}, many}) {
+    detail::CachedAnswer bad = kept;
+    bad.answer.response =
+        std::make_shared<const HTTPURLResponse>(answer.response->url(), 200, fields, "HTTP/1.1");
+    EXPECT_FALSE(detail::fitsRecord(bad));
+    const Data written = detail::recordOf(bad);
+    EXPECT_FALSE(detail::readBody(*detail::readHead(written)));
   }
 }
 

@@ -92,6 +92,12 @@ class Reader {
   bool isRight_ = true;
 };
 
+bool isKeepable(std::string_view name, std::string_view value) noexcept {
+  return HTTPHeaders::isName(name) && HTTPHeaders::isValue(value);
+}
+
+bool isKeepable(int status) noexcept { return status >= 200 && status <= 599; }
+
 Date finiteDate(double seconds, bool& isRight) {
   isRight = isRight && std::isfinite(seconds);
   return dateSince1970(isRight ? seconds : 0);
@@ -127,6 +133,15 @@ void sealRecord(std::span<std::byte> record) noexcept {
   if (record.size() < kContentsAt) return;
   const std::uint64_t checksum = checksumOf(record.subspan(kContentsAt));
   std::memcpy(record.data() + kChecksumAt, &checksum, sizeof checksum);
+}
+
+bool fitsRecord(const CachedAnswer& answer) {
+  const HTTPURLResponse& response = *answer.answer.response;
+  return response.headers().size() <= kMostRecordFields && isKeepable(response.statusCode()) &&
+         std::isfinite(timeIntervalSince1970(answer.times.request)) &&
+         std::isfinite(timeIntervalSince1970(answer.times.response)) &&
+         std::ranges::all_of(response.headers(),
+                             [](const auto& field) { return isKeepable(field.name, field.value); });
 }
 
 Data recordOf(const CachedAnswer& answer) {
@@ -192,14 +207,15 @@ std::optional<RecordBody> readBody(const RecordHead& head) {
   const std::string_view version = reader.text();
   HTTPHeaders headers;
   const auto count = reader.number<std::uint32_t>();
+  if (count > kMostRecordFields) return std::nullopt;
   for (std::uint32_t i = 0; i < count && reader.isRight(); ++i) {
     const std::string_view name = reader.text();
     const std::string_view value = reader.text();
-    isRight = isRight && HTTPHeaders::isName(name) && HTTPHeaders::isValue(value);
+    isRight = isRight && isKeepable(name, value);
     headers.set(name, std::string(value));
   }
   const bool isWhole = reader.isRight() && reader.rest().empty();
-  if (!isRight || !isWhole || !url || status < 200 || status > 599) return std::nullopt;
+  if (!isRight || !isWhole || !url || !isKeepable(status)) return std::nullopt;
   body.response = std::make_shared<const HTTPURLResponse>(*std::move(url), status,
                                                           std::move(headers), std::string(version));
   return body;

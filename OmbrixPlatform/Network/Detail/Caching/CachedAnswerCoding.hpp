@@ -48,6 +48,13 @@ std::uint64_t checksumOf(DataView bytes) noexcept;
 /// The key as the index has it.
 std::int64_t hashOf(std::string_view key) noexcept;
 
+/// Header fields of one answer, at most; more are not kept, and not believed.
+inline constexpr std::size_t kMostRecordFields = 1024;
+
+/// Whether the record of an answer can be read back.
+bool fitsRecord(const CachedAnswer& answer);
+
+/// @param answer One that `fitsRecord`.
 Data recordOf(const CachedAnswer& answer);
 
 /// Nothing for a record that is damaged, of another version or cut.

@@ -42,14 +42,11 @@ std::optional<Date> dateField(const HTTPHeaders& headers, std::string_view name,
   return text ? dateFromHTTPText(trimmed(*text), now) : std::nullopt;
 }
 
-/// What "Age" says, of several values the largest; one that cannot be read is taken for old.
+/// What "Age" says. Anything but one number is taken for old: whoever wrote it counts otherwise,
+/// and to ask once more is cheaper than to serve what is outdated.
 double ageFieldSeconds(const HTTPHeaders& headers) {
-  std::string_view ages = headers.value("Age").value_or("");
-  std::int64_t largest = 0;
-  while (!ages.empty()) {
-    largest = std::max(largest, deltaSeconds(takeListPart(ages)).value_or(kMostDeltaSeconds));
-  }
-  return static_cast<double>(largest);
+  const auto age = headers.value("Age");
+  return age ? static_cast<double>(deltaSeconds(trimmed(*age)).value_or(kMostDeltaSeconds)) : 0;
 }
 
 double secondsBetween(Date earlier, Date later) noexcept { return (later - earlier).count(); }
@@ -140,10 +137,7 @@ bool isStorable(const URLRequest& request, const HTTPURLResponse& response) {
   const CacheControl control = cacheControlOf(response.headers());
   if (control.mustUnderstand ? !isUnderstood(status) : control.noStore) return false;
   if (cacheControlOf(request.headers).noStore) return false;
-  std::string_view vary = response.headers().value("Vary").value_or("");
-  while (!vary.empty()) {
-    if (takeListPart(vary) == "*") return false;  // it would never be found again
-  }
+  if (!selectingFields(response.headers(), request.headers)) return false;
   return isCacheableByDefault(status) || control.maxAge || control.isPublic || control.isPrivate ||
          response.headers().contains("Expires");
 }
@@ -247,7 +241,8 @@ HTTPHeaders mergedFields(const HTTPHeaders& stored, const HTTPHeaders& notModifi
   HTTPHeaders merged = stored;
   merged.remove("Age");  // the confirmation has its own, or is new
   for (const auto& [name, value] : notModified) {
-    const bool isOfBody = isAnyOf(name, {"Content-Length", "Content-Encoding", "Content-Range"});
+    const bool isOfBody = isAnyOf(name, {"Content-Length", "Content-Encoding", "Content-Range",
+                                         "Content-MD5", "Content-Digest"});
     if (isOfBody || isOfConnection(name) || isNominated(name, notModified)) continue;
     merged.set(name, value);
   }
@@ -303,7 +298,7 @@ std::optional<SelectingFields> selectingFields(const HTTPHeaders& response,
   std::string_view list = response.value("Vary").value_or("");
   while (!list.empty()) {
     const std::string_view name = takeListPart(list);
-    if (name == "*") return std::nullopt;
+    if (name == "*" || fields.size() == kMostSelectingFields) return std::nullopt;
     if (!name.empty() && !headerNamesEqual(name, "authorization")) add(name);
   }
   return fields;

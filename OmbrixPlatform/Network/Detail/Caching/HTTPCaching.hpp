@@ -104,8 +104,11 @@ struct SelectingField {
 };
 using SelectingFields = std::vector<SelectingField>;
 
+/// An answer that varies by more is not kept: every look-up would compare them all.
+inline constexpr std::size_t kMostSelectingFields = 64;
+
 /// The fields that "Vary" names, and "Authorization" first, with their values in the request;
-/// nothing when it names "*".
+/// nothing when it names "*" or more than `kMostSelectingFields`.
 std::optional<SelectingFields> selectingFields(const HTTPHeaders& response,
                                                const HTTPHeaders& request);
 

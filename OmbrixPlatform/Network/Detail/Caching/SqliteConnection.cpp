@@ -68,13 +68,19 @@ SqliteConnection::SqliteConnection(const std::string& path, int busyMilliseconds
                         SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
   database_.reset(database);
   check(code);
-  check(::sqlite3_busy_timeout(database, busyMilliseconds));
+  setPatience(busyMilliseconds);
   if (::sqlite3_db_readonly(database, "main") != 0) throw SqliteFailure{SQLITE_READONLY};
   int isOn = 1;
   check(::sqlite3_file_control(database, "main", SQLITE_FCNTL_PERSIST_WAL, &isOn));
   check(::sqlite3_db_config(database, SQLITE_DBCONFIG_NO_CKPT_ON_CLOSE, 1, nullptr));
   check(::sqlite3_db_config(database, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr));
 }
+
+void SqliteConnection::setPatience(int milliseconds) {
+  check(::sqlite3_busy_timeout(database_.get(), milliseconds));
+}
+
+int SqliteConnection::changes() const noexcept { return ::sqlite3_changes(database_.get()); }
 
 void SqliteConnection::execute(const char* text) {
   check(::sqlite3_exec(database_.get(), text, nullptr, nullptr, nullptr));

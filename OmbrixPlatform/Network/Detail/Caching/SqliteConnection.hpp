@@ -13,6 +13,9 @@ namespace ombrix::platform::detail {
 
 /// What SQLite said; never leaves the cache.
 struct SqliteFailure {
+  /// Stands for a database that a later release has open: it is not ours to touch.
+  static constexpr int kIsOfLaterRelease = SQLITE_MISMATCH;
+
   int code;  // a primary result code
 
   [[nodiscard]] bool isDamage() const noexcept {
@@ -69,9 +72,14 @@ class SqliteConnection {
   /// when it closes: others may have put new ones there.
   SqliteConnection(const std::string& path, int busyMilliseconds);
 
+  /// How long whatever follows waits for other connections.
+  void setPatience(int milliseconds);
+
   void execute(const char* text);
   [[nodiscard]] std::int64_t integer(std::string_view query);
   [[nodiscard]] SqliteStatement prepare(std::string_view text) { return {database_.get(), text}; }
+  /// Rows that the last statement has changed, without those of triggers.
+  [[nodiscard]] int changes() const noexcept;
   [[nodiscard]] bool isInTransaction() const noexcept {
     return ::sqlite3_get_autocommit(database_.get()) == 0;
   }

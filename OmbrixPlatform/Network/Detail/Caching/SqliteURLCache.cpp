@@ -64,7 +64,7 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
 
 void SqliteURLCache::put(CachedAnswerPointer answer, const HTTPHeaders& request) {
   // What it replaces must go even when it cannot be kept itself.
-  if (bytesOf(answer) > budget_.entry) return remove(answer->key);
+  if (bytesOf(answer) > budget_.entry || !fitsRecord(*answer)) return remove(answer->key);
   std::string key = answer->key;
   enqueue(std::make_shared<const Change>(Change{std::move(key), std::move(answer), request}));
 }
@@ -120,7 +120,7 @@ void SqliteURLCache::removeAll() {
     ++clearing_;
   }
   bool isCleared = false;
-  queue_->sync([&] { isCleared = clearFiles(); });
+  queue_->sync([&] { isCleared = clearFiles(true); });
   const std::lock_guard lock(mutex_);
   --clearing_;
   if (isCleared) {
@@ -184,7 +184,7 @@ bool SqliteURLCache::isTrusted() {
   }
   distrustedUntil_ = now + kDistrust;
   queue_->async([self = shared_from_this()] {
-    if (!self->clearFiles()) return;
+    if (!self->clearFiles(false)) return;
     const std::lock_guard lock(self->mutex_);
     self->distrustedUntil_.reset();
   });
@@ -226,12 +226,12 @@ void SqliteURLCache::writeBatch() {
     handle(writer_, failure);
   }
   const bool isWritten = batch.empty() || write(batch, false) || write(batch, true);
+  // What stands there may be outdated. It is removed now: others would serve it, and so would this
+  // program when it starts again. A full disk lets files go.
+  const bool isCleared = !isWritten && clearFiles(false);
   const std::lock_guard lock(mutex_);
-  if (isWritten) {
-    forget(batch);
-  } else {
-    distrust(true);
-  }
+  if (isWritten || isCleared) forget(batch);
+  if (!isWritten) distrust(!isCleared);
   isScheduled_ = false;
   if (!changes_.empty()) schedule();
   if (!isScheduled_) idle_.notify_all();
@@ -274,14 +274,25 @@ void SqliteURLCache::forget(const std::vector<ChangePointer>& batch) {
   }
 }
 
-bool SqliteURLCache::clearFiles() {
+/// True when no answer of ours is on the disk any more.
+bool SqliteURLCache::clearFiles(bool alsoOfLaterRelease) {
   try {
+    if (!alsoOfLaterRelease && isOfLaterRelease()) return true;
     writer_.clear();
     const std::lock_guard lock(readerMutex_);
     reader_.close();
     return true;
   } catch (const SqliteFailure&) {
     return false;
+  }
+}
+
+bool SqliteURLCache::isOfLaterRelease() {
+  try {
+    (void)writer_.openExisting();
+    return false;
+  } catch (const SqliteFailure& failure) {
+    return failure.code == SqliteFailure::kIsOfLaterRelease;
   }
 }
 

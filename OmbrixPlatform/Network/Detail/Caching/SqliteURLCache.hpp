@@ -66,7 +66,8 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   void forget(const std::vector<ChangePointer>& batch);
   bool isTrusted();
   void distrust(bool hasLostChanges);
-  [[nodiscard]] bool clearFiles();
+  [[nodiscard]] bool clearFiles(bool alsoOfLaterRelease);
+  [[nodiscard]] bool isOfLaterRelease();
   void handle(SqliteURLCacheFile& file, const SqliteFailure& failure);
 
   const DiskBudget budget_;

@@ -1,10 +1,12 @@
 #include "OmbrixPlatform/Network/Detail/Caching/SqliteURLCacheFile.hpp"
 
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <filesystem>
 #include <thread>
@@ -14,25 +16,41 @@ namespace ombrix::platform::detail {
 namespace {
 
 constexpr std::int64_t kPageBytes = 4096;   // larger ones read no faster and waste more
-constexpr std::int64_t kSchemaVersion = 1;  // in user_version; any other is set aside
+constexpr std::int64_t kSchemaVersion = 1;  // in user_version
+constexpr std::int64_t kMostUses = std::int64_t{1} << 62;
 constexpr std::int64_t kMostVariants = 32;
 constexpr std::int64_t kSharedMemoryBytes = 32 << 10;  // of the file beside the log
 
-constexpr const char* kSchema = R"sql(
-BEGIN IMMEDIATE;
-CREATE TABLE entry(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, used INTEGER NOT NULL,
-                   size INTEGER NOT NULL, record BLOB NOT NULL);
-CREATE INDEX entry_hash ON entry(hash);
-CREATE INDEX entry_used ON entry(used, size);
-CREATE TABLE body(id INTEGER PRIMARY KEY, data BLOB NOT NULL);
-CREATE TABLE total(id INTEGER PRIMARY KEY CHECK(id = 1), uses INTEGER NOT NULL);
-INSERT INTO total VALUES(1, 0);
-CREATE TRIGGER entry_removed AFTER DELETE ON entry BEGIN
+// The database keeps these texts, by which it is known again: to the letter, blanks included.
+constexpr std::array<std::string_view, 6> kSchema{
+    R"sql(CREATE TABLE entry(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, used INTEGER NOT NULL,
+                   size INTEGER NOT NULL, record BLOB NOT NULL))sql",
+    "CREATE INDEX entry_hash ON entry(hash)",
+    "CREATE INDEX entry_used ON entry(used, size)",
+    "CREATE TABLE body(id INTEGER PRIMARY KEY, data BLOB NOT NULL)",
+    "CREATE TABLE total(id INTEGER PRIMARY KEY CHECK(id = 1), uses INTEGER NOT NULL)",
+    R"sql(CREATE TRIGGER entry_removed AFTER DELETE ON entry BEGIN
   DELETE FROM body WHERE id = old.id;
-END;
-PRAGMA user_version = 1;
-COMMIT;
-)sql";
+END)sql"};
+
+void createSchema(SqliteConnection& connection) {
+  connection.execute(fmt::format("BEGIN IMMEDIATE; {}; INSERT INTO total VALUES(1, 0);"
+                                 "PRAGMA user_version = {}; COMMIT",
+                                 fmt::join(kSchema, ";"), kSchemaVersion)
+                         .c_str());
+}
+
+/// Whether the database is one of ours and has nothing in it but what we make: the triggers of
+/// others would run at our changes.
+bool hasSchema(SqliteConnection& connection) {
+  if (connection.integer("PRAGMA user_version") != kSchemaVersion) return false;
+  SqliteStatement texts = connection.prepare("SELECT sql FROM sqlite_master");
+  std::size_t count = 0;
+  for (; texts.step(); ++count) {
+    if (std::ranges::find(kSchema, textOf(texts.bytes(0))) == kSchema.end()) return false;
+  }
+  return count == kSchema.size();
+}
 
 /// Bytes of pages that a row takes: what does not fit into its leaf lies in whole pages of its own
 /// (the database file format's section 1.6).
@@ -52,6 +70,17 @@ std::int64_t entryBytes(std::size_t record, std::size_t body) noexcept {
   constexpr std::int64_t kIndexes = 48;
   return rowBytes(static_cast<std::int64_t>(record) + kNumbers) +
          rowBytes(static_cast<std::int64_t>(body) + kNumbers) + kIndexes;
+}
+
+/// Whether a database that is not ours is a later release's, and in use.
+bool isOfLaterRelease(SqliteConnection& connection) {
+  if (connection.integer("PRAGMA user_version") <= kSchemaVersion) return false;
+  try {
+    connection.execute("PRAGMA journal_mode = DELETE");  // fails while another connection is open
+    return false;
+  } catch (const SqliteFailure& failure) {
+    return failure.isBusy();
+  }
 }
 
 [[noreturn]] void failDamaged() { throw SqliteFailure{SQLITE_CORRUPT}; }
@@ -108,7 +137,11 @@ SqliteURLCacheFile::SqliteURLCacheFile(const std::string& folder, const DiskBudg
 
 // Opening, clearing, setting aside: one connection of all processes at a time.
 
-Descriptor SqliteURLCacheFile::lock() const {
+int SqliteURLCacheFile::patienceMilliseconds() const noexcept {
+  return hasWaitedInVain_ ? 0 : busyMilliseconds_;
+}
+
+Descriptor SqliteURLCacheFile::lock() {
   std::error_code ignored;
   if (std::filesystem::create_directories(folder_, ignored)) {
     ::chmod(folder_.c_str(), S_IRWXU);  // other users need not know what was asked
@@ -116,9 +149,12 @@ Descriptor SqliteURLCacheFile::lock() const {
   Descriptor file = openFile(folder_ + "/Cache.lock", O_RDWR | O_CREAT, S_IRUSR | S_IWUSR);
   if (!file) throw SqliteFailure{SQLITE_CANTOPEN};
   const auto deadline =
-      std::chrono::steady_clock::now() + std::chrono::milliseconds(busyMilliseconds_);
+      std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMilliseconds());
   while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (std::chrono::steady_clock::now() >= deadline) throw SqliteFailure{SQLITE_BUSY};
+    if (std::chrono::steady_clock::now() >= deadline) {
+      hasWaitedInVain_ = true;
+      throw SqliteFailure{SQLITE_BUSY};
+    }
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return file;
@@ -140,7 +176,7 @@ void SqliteURLCacheFile::open() {
     // A log without its database is what a program left that was killed while it cleared.
     if (!identity()) removeFiles();
     try {
-      SqliteConnection connection(path_, busyMilliseconds_);
+      SqliteConnection connection(path_, patienceMilliseconds());
       connection.execute(fmt::format("PRAGMA page_size = {}", kPageBytes).c_str());
       connection.execute("PRAGMA journal_mode = WAL");
       connection.execute(
@@ -150,19 +186,24 @@ void SqliteURLCacheFile::open() {
                       budget_.log, budget_.log / kPageBytes)
               .c_str());
       if (connection.integer("SELECT count(*) FROM sqlite_master") == 0) {
-        connection.execute(kSchema);
-      } else if (connection.integer("PRAGMA user_version") != kSchemaVersion) {
+        createSchema(connection);
+      } else if (!hasSchema(connection)) {
+        if (isOfLaterRelease(connection)) throw SqliteFailure{SqliteFailure::kIsOfLaterRelease};
         throw SqliteFailure{SQLITE_NOTADB};
       }
       if (connection.integer("PRAGMA page_count") * kPageBytes > budget_.database + budget_.entry) {
         // Made for a larger budget; a file does not shrink short of being written anew.
+        if (attempt > 0) throw SqliteFailure{SQLITE_READONLY};  // it cannot be removed
         removeFiles();
         continue;
       }
+      connection.setPatience(busyMilliseconds_);
+      hasWaitedInVain_ = false;
       open_.reset(new Open(std::move(connection)));
       identity_ = identity().value_or(FileIdentity{});
       return;
     } catch (const SqliteFailure& failure) {
+      hasWaitedInVain_ = hasWaitedInVain_ || failure.isBusy();
       const bool isForeign = failure.isDamage() || failure.code == SQLITE_ERROR;
       if (!isForeign || attempt > 0) throw;
       rename();
@@ -188,6 +229,7 @@ void SqliteURLCacheFile::close() noexcept { open_.reset(); }
 
 void SqliteURLCacheFile::clear() {
   open_.reset();
+  hasWaitedInVain_ = false;
   if (!identity()) return;
   const Descriptor locked = lock();
   removeFiles();
@@ -255,7 +297,9 @@ std::int64_t SqliteURLCacheFile::bytesInUse() {
   const SqliteReset resetFree(open_->freePages);
   open_->pages.step();
   open_->freePages.step();
-  return (open_->pages.integer(0) - open_->freePages.integer(0)) * kPageBytes;
+  const std::int64_t pages = open_->pages.integer(0), free = open_->freePages.integer(0);
+  if (free < 0 || free > pages) failDamaged();
+  return (pages - free) * kPageBytes;
 }
 
 // Changing.
@@ -273,6 +317,7 @@ void SqliteURLCacheFile::begin() {
   const SqliteReset reset(open_->total);
   if (!open_->total.step()) failDamaged();
   open_->uses = open_->total.integer(0);
+  if (open_->uses < 0 || open_->uses > kMostUses) failDamaged();
 }
 
 void SqliteURLCacheFile::commit() {
@@ -375,6 +420,8 @@ bool SqliteURLCacheFile::evict(std::int64_t bytes) {
     }
   }
   open_->evict.bind(1, last).run();
+  // Rows that are not in the order of numbers would be tried without end.
+  if (rows > 0 && open_->connection.changes() == 0) failDamaged();
   return rows > 0;
 }
 

@@ -31,8 +31,8 @@ struct DiskBudget {
 };
 
 /// One connection to the database of answers in a folder that several may share. It opens by
-/// itself, and anew when another connection has put a new file in place. Failures are thrown as
-/// `SqliteFailure`; one thread at a time.
+/// itself, and anew when another connection has put a new file in place. A database that a later
+/// release has open is left to it. Failures are thrown as `SqliteFailure`; one thread at a time.
 class SqliteURLCacheFile {
  public:
   SqliteURLCacheFile(const std::string& folder, const DiskBudget& budget, int busyMilliseconds);
@@ -86,7 +86,8 @@ class SqliteURLCacheFile {
   struct Open;
 
   [[nodiscard]] std::optional<FileIdentity> identity() const noexcept { return identityOf(path_); }
-  [[nodiscard]] Descriptor lock() const;
+  [[nodiscard]] int patienceMilliseconds() const noexcept;
+  [[nodiscard]] Descriptor lock();
   void removeFiles() const noexcept;
   void rename() const noexcept;
   void open();
@@ -100,6 +101,7 @@ class SqliteURLCacheFile {
   const DiskBudget budget_;
   const int busyMilliseconds_;
   FileIdentity identity_;
+  bool hasWaitedInVain_ = false;  // for others: it waits no more until their work is done
   struct CloseOpen {
     void operator()(Open* open) const noexcept;
   };
