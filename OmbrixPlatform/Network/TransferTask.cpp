@@ -162,20 +162,10 @@ bool TransferTask::answeredByCache(CurlURLSession& session, URLCache& cache,
   answerOnError_ = std::move(decision.answerOnError);
   using enum URLCache::Decision::Kind;
   switch (decision.kind) {
-    case serve: {
-      changeMetrics([](auto& metrics) { metrics.fetchType = FetchType::localCache; });
-      Answer answer{.response = std::move(decision.answer->response),
-                    .cachedBody = std::move(decision.answer->data)};
-      auto next = afterAnswer(request, *answer.response, redirects_, false);
-      if (next.step == AfterAnswer::Step::follow) {
-        follow(session, std::move(answer), *std::move(next.next));
-      } else if (next.step == AfterAnswer::Step::fail) {
-        fail(std::move(next.error));
-      } else {
-        postConclusion(session, std::move(answer));
-      }
+    case serve:
+      goOnWithStored(session, {.response = std::move(decision.answer->response),
+                               .cachedBody = std::move(decision.answer->data)});
       return true;
-    }
     case unavailable:
       fail(makeURLError(URLError::Code::resourceUnavailable, "the cache holds no answer"));
       return true;
@@ -232,7 +222,12 @@ void TransferTask::requestIsResent() {
 }
 
 void TransferTask::waitsForConnectivity() {
-  if (const auto session = this->session()) session->watchPath();
+  const auto session = this->session();
+  if (!session) return;
+  session->watchPath();
+  if (!answerOnError_) return;
+  endTransfer(*session);
+  standIn(*session);
 }
 
 void TransferTask::bodySent(std::int64_t totalBytes) {
@@ -352,7 +347,7 @@ void TransferTask::failed(std::shared_ptr<const URLError> error) {
     const std::lock_guard lock(lock_);
     transfer_ = nullptr;
   }
-  postConclusion(*session, storedAnswer());
+  standIn(*session);
 }
 
 // Redirects.
@@ -425,13 +420,7 @@ void TransferTask::conclude(Answer answer) {
   const auto session = this->session();
   if (!session || isOver()) return;
   reportSent();
-  if (answer.isNew && isReplaced(*answer.response)) {
-    answer = storedAnswer();
-    auto next = afterAnswer(*request(), *answer.response, redirects_, false);
-    if (next.step == AfterAnswer::Step::follow) {
-      return follow(*session, std::move(answer), *std::move(next.next));
-    }
-  }
+  if (answer.isNew && isReplaced(*answer.response)) return standIn(*session);
   URLCache* cache = cacheOf(*session);
   if (cache != nullptr && answer.isNew) {
     const bool wasRedirect = isRedirect(*answer.response);
@@ -467,11 +456,24 @@ bool TransferTask::isReplaced(const HTTPURLResponse& response) const {
   return answerOnError_ && URLCache::isServerError(response.statusCode());
 }
 
-/// What the cache has in the place of an answer that the server cannot give.
-TransferTask::Answer TransferTask::storedAnswer() {
-  changeMetrics([](auto& metrics) { metrics.fetchType = FetchType::localCache; });
+/// Goes on with what the cache has in the place of an answer that the server cannot give.
+void TransferTask::standIn(CurlURLSession& session) {
   auto stored = *std::exchange(answerOnError_, std::nullopt);
-  return {.response = std::move(stored.response), .cachedBody = std::move(stored.data)};
+  goOnWithStored(session,
+                 {.response = std::move(stored.response), .cachedBody = std::move(stored.data)});
+}
+
+/// Follows an answer of the cache, or hands it over.
+void TransferTask::goOnWithStored(CurlURLSession& session, Answer answer) {
+  changeMetrics([](auto& metrics) { metrics.fetchType = FetchType::localCache; });
+  auto next = afterAnswer(*request(), *answer.response, redirects_, false);
+  if (next.step == AfterAnswer::Step::follow) {
+    follow(session, std::move(answer), *std::move(next.next));
+  } else if (next.step == AfterAnswer::Step::fail) {
+    fail(std::move(next.error));
+  } else {
+    postConclusion(session, std::move(answer));
+  }
 }
 
 /// Lets the cache keep the answer, and complete it when the server has only confirmed what is kept.

@@ -99,7 +99,8 @@ class TransferTask final : public URLSessionUploadTask,
   Answer throughCache(URLCache& cache, Answer answer);
   /// Whether an answer stands for a server that cannot answer now, and the cache has one instead.
   [[nodiscard]] bool isReplaced(const HTTPURLResponse& response) const;
-  Answer storedAnswer();
+  void standIn(CurlURLSession& session);
+  void goOnWithStored(CurlURLSession& session, Answer answer);
   void askAboutResponse(CurlURLSession& session);
   void askDelegate(CurlURLSession& session, std::shared_ptr<const HTTPURLResponse> response);
   void permitted(CurlURLSession& session);

@@ -370,8 +370,8 @@ TEST(URLCacheSessionTests, TellsEachStoryRight) {
   }
 }
 
-// Catches a stale answer that is withheld although its server, which is gone, allows it; and one
-// that is handed over beyond what it allows, or to a task that was cancelled.
+// Catches a stale answer that is withheld although its server, which is gone, allows it, or that
+// comes only when a session has waited for the server; and one handed over beyond what it allows.
 TEST(URLCacheSessionTests, StandsInForAServerThatIsGone) {
   const auto cache = URLCache::make(1 << 20, 0, std::nullopt);
   auto configuration = URLSessionConfiguration::ephemeral();
@@ -393,6 +393,16 @@ TEST(URLCacheSessionTests, StandsInForAServerThatIsGone) {
         << row.allowed;
   }
   session->invalidateAndCancel();
+
+  configuration.waitsForConnectivity = true;
+  configuration.timeoutIntervalForResource = TimeInterval(3600);
+  const auto patient = URLSession::make(configuration);
+  constexpr auto kNowhere = "http://nowhere.invalid/";
+  cache->storeCachedResponse(answerOf(200, rows[0].allowed, "body"), requestFor(kNowhere));
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(testing::fetch(*patient, testing::requestTo(kNowhere)).summary(), "200 body") << i;
+  }
+  patient->invalidateAndCancel();
 }
 
 }  // namespace
