@@ -139,10 +139,11 @@ TEST_F(URLCacheDiskTests, KeepsVariants) {
 // Catches an answer of another process that is not seen, files that another has cleared and that
 // this one goes on with, and new ones that it spoils; while a third writes all the time.
 TEST_F(URLCacheDiskTests, ProcessesShareAFolder) {
-  const auto cache = open();
-  const auto other = agent();
+  constexpr std::int64_t kPlenty = 256 * kMiB;  // the third must not push out what the others keep
+  const auto cache = open(0, kPlenty);
+  const auto other = agent(kPlenty);
   std::jthread busy([&](const std::stop_token& stop) {
-    const auto third = open();
+    const auto third = open(0, kPlenty);
     for (int n = 1'000'000; !stop.stop_requested(); ++n) {
       put(*third, n);
       third->flush();
@@ -484,6 +485,18 @@ TEST_F(URLCacheDiskTests, GoesOnInMemoryWhenTheDiskRefuses) {
   put(*cache, 5);
   cache->flush();
   EXPECT_EQ(get(*open(), 5), numberedBody(5));
+
+  // One that could not even look, for lack of descriptors, still makes known what is outdated.
+  rlimit descriptors{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &descriptors), 0);
+  const rlimit few{.rlim_cur = 0, .rlim_max = descriptors.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+  const auto starved = open();
+  EXPECT_EQ(get(*starved, 5), "-");
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &descriptors), 0);
+  starved->removeCachedResponse(numberedRequest(5));
+  starved->flush();
+  EXPECT_EQ(get(*open(), 5), "-");
   EXPECT_FALSE(hasDamaged());
 }
 

@@ -94,10 +94,7 @@ bool SqliteURLCache::isMissing(const std::string& key) {
 
 void SqliteURLCache::enqueue(ChangePointer change) {
   const std::lock_guard lock(mutex_);
-  if (!isTrusted()) {
-    hasLostChanges_ = true;
-    return;
-  }
+  if (!isTrusted()) return loseChange();
   const std::int64_t bytes = bytesOf(change->answer);
   if (pendingBytes_ + bytes > kMostPendingBytes) {
     // The disk is too slow for what comes in: the URL has no answer there for now.
@@ -151,6 +148,8 @@ void SqliteURLCache::flush() {
   std::unique_lock lock(mutex_);
   if (!uses_.empty()) schedule();
   idle_.wait(lock, [this] { return !isScheduled_; });
+  lock.unlock();
+  queue_->sync([] {});  // what was refused may be on its way out
 }
 
 // Writing behind. The mutex is held by the caller of these.
@@ -192,13 +191,26 @@ bool SqliteURLCache::isTrusted() {
 }
 
 void SqliteURLCache::distrust(bool hasLostChanges) {
-  if (!distrustedUntil_) hasLostChanges_ = false;
+  if (!distrustedUntil_) hasLostChanges_ = isGivenUp_ = false;
   distrustedUntil_ = std::chrono::steady_clock::now() + kDistrust;
-  hasLostChanges_ = hasLostChanges_ || hasLostChanges || !pending_.empty();
+  hasLostChanges_ = hasLostChanges_ || hasLostChanges;
+  if (!pending_.empty()) loseChange();
   changes_.clear();
   pending_.clear();
   pendingBytes_ = 0;
   uses_.clear();
+}
+
+/// What the disk does not get to know makes what stands there outdated. It is removed at the first
+/// such change, and after later ones before the disk is used again: others may keep answers there.
+void SqliteURLCache::loseChange() {
+  hasLostChanges_ = true;
+  if (std::exchange(isGivenUp_, true)) return;
+  queue_->async([self = shared_from_this()] {
+    if (!self->clearFiles(false)) return;
+    const std::lock_guard lock(self->mutex_);
+    self->hasLostChanges_ = false;
+  });
 }
 
 // On the queue.
@@ -231,7 +243,10 @@ void SqliteURLCache::writeBatch() {
   const bool isCleared = !isWritten && clearFiles(false);
   const std::lock_guard lock(mutex_);
   if (isWritten || isCleared) forget(batch);
-  if (!isWritten) distrust(!isCleared);
+  if (!isWritten) {
+    distrust(!isCleared);
+    isGivenUp_ = true;
+  }
   isScheduled_ = false;
   if (!changes_.empty()) schedule();
   if (!isScheduled_) idle_.notify_all();
@@ -300,6 +315,7 @@ bool SqliteURLCache::isOfLaterRelease() {
 void SqliteURLCache::handle(SqliteURLCacheFile& file, const SqliteFailure& failure) {
   if (!failure.isDamage()) {
     file.close();
+    if (failure.isBusy() && &file == &reader_) file.hurry();  // callers stand behind it
     return;
   }
   try {

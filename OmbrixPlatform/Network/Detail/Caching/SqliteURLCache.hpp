@@ -66,6 +66,7 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   void forget(const std::vector<ChangePointer>& batch);
   bool isTrusted();
   void distrust(bool hasLostChanges);
+  void loseChange();
   [[nodiscard]] bool clearFiles(bool alsoOfLaterRelease);
   [[nodiscard]] bool isOfLaterRelease();
   void handle(SqliteURLCacheFile& file, const SqliteFailure& failure);
@@ -83,6 +84,7 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   bool isScheduled_ = false;
   int clearing_ = 0;
   std::optional<std::chrono::steady_clock::time_point> distrustedUntil_;
+  bool isGivenUp_ = false;  // while it was distrusted: its answers were, or could not be, removed
   bool hasLostChanges_ = false;  // while it was distrusted: answers there may be out of date
 
   std::mutex readerMutex_;

@@ -138,7 +138,7 @@ SqliteURLCacheFile::SqliteURLCacheFile(const std::string& folder, const DiskBudg
 // Opening, clearing, setting aside: one connection of all processes at a time.
 
 int SqliteURLCacheFile::patienceMilliseconds() const noexcept {
-  return hasWaitedInVain_ ? 0 : busyMilliseconds_;
+  return isHurried_ ? 0 : busyMilliseconds_;
 }
 
 Descriptor SqliteURLCacheFile::lock() {
@@ -151,10 +151,7 @@ Descriptor SqliteURLCacheFile::lock() {
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMilliseconds());
   while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (std::chrono::steady_clock::now() >= deadline) {
-      hasWaitedInVain_ = true;
-      throw SqliteFailure{SQLITE_BUSY};
-    }
+    if (std::chrono::steady_clock::now() >= deadline) throw SqliteFailure{SQLITE_BUSY};
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   return file;
@@ -198,12 +195,11 @@ void SqliteURLCacheFile::open() {
         continue;
       }
       connection.setPatience(busyMilliseconds_);
-      hasWaitedInVain_ = false;
+      isHurried_ = false;
       open_.reset(new Open(std::move(connection)));
       identity_ = identity().value_or(FileIdentity{});
       return;
     } catch (const SqliteFailure& failure) {
-      hasWaitedInVain_ = hasWaitedInVain_ || failure.isBusy();
       const bool isForeign = failure.isDamage() || failure.code == SQLITE_ERROR;
       if (!isForeign || attempt > 0) throw;
       rename();
@@ -229,7 +225,6 @@ void SqliteURLCacheFile::close() noexcept { open_.reset(); }
 
 void SqliteURLCacheFile::clear() {
   open_.reset();
-  hasWaitedInVain_ = false;
   if (!identity()) return;
   const Descriptor locked = lock();
   removeFiles();

@@ -72,6 +72,9 @@ class SqliteURLCacheFile {
 
   // In place of a database that is not believed any more.
 
+  /// Waits for nobody any more, after it has done so in vain, until it has opened.
+  void hurry() noexcept { isHurried_ = true; }
+
   /// Closes the connection, ending an open transaction.
   void close() noexcept;
 
@@ -101,7 +104,7 @@ class SqliteURLCacheFile {
   const DiskBudget budget_;
   const int busyMilliseconds_;
   FileIdentity identity_;
-  bool hasWaitedInVain_ = false;  // for others: it waits no more until their work is done
+  bool isHurried_ = false;
   struct CloseOpen {
     void operator()(Open* open) const noexcept;
   };
