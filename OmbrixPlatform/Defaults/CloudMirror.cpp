@@ -227,6 +227,7 @@ CloudMirror::Outcome CloudMirror::sent(const Pending& pending, std::int64_t revi
   bool isOnlyHere = false;
   {
     const std::lock_guard lock(mutex_);
+    if (file_.isSaved()) onlyHere_.clear();  // the file has caught up
     isOnlyHere = std::erase(onlyHere_, pending.id) > 0;
   }
   return update(isOnlyHere ? IfUnsaved::keep : IfUnsaved::undo, [&](Draft& draft) {

@@ -13,7 +13,7 @@ constexpr std::chrono::duration<double> kFirstDelay{0.5};
 constexpr std::chrono::duration<double> kLongestDelay{30};
 // The end of another's turn is told by the folder; this is for news that got lost.
 constexpr std::chrono::duration<double> kTurnDelay{1};
-constexpr int kMaxMissedTurns = 10;
+constexpr std::chrono::seconds kLongestTurn{10};
 // The mark changes by this device's own changes alone, so one more attempt is the rule.
 constexpr int kMaxAttempts = 10;
 constexpr mode_t kFileMode = 0600;
@@ -45,7 +45,6 @@ EtcdSending::EtcdSending(Passkey, std::shared_ptr<CloudMirror> mirror,
 
 void EtcdSending::poke(const std::shared_ptr<EtcdClient>& client) {
   client_ = client;
-  missedTurns_ = 0;
   if (!isWaiting_) next();
 }
 
@@ -71,6 +70,7 @@ void EtcdSending::next() {
   if (turn_) handlers_.tell(mirror_->refresh());
   const auto pending = mirror_->nextPending();
   if (!pending) {
+    turnMissedSince_.reset();
     endTurn();
     return handlers_.advanced();
   }
@@ -90,29 +90,39 @@ void EtcdSending::next() {
 bool EtcdSending::takeTurn() {
   turnTimer_.cancel();
   while (!turn_) {
-    auto file = openFile(turnFile_.string(), O_RDWR | O_CREAT | O_NOFOLLOW, kFileMode);
+    // Opened to read: closing what was opened to write tells the others that a turn has ended.
+    auto file = openFile(turnFile_.string(), O_RDONLY | O_CREAT | O_NOFOLLOW, kFileMode);
     if (!file) return true;
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-      turnTimer_ = later(kTurnDelay, &EtcdSending::askForTurn);
+      missTurn();
       return false;
     }
     if (isSameFile(file.get(), turnFile_.string())) turn_ = std::move(file);
   }
+  turnMissedSince_.reset();
   return true;
 }
 
 void EtcdSending::endTurn() {
-  // Released before it is closed: closing tells the others, who come at once.
-  if (turn_) ::flock(turn_.get(), LOCK_UN);
+  if (!turn_) return;
+  // Closed last, which tells the others, who come at once.
+  const auto news = openFile(turnFile_.string(), O_WRONLY | O_NOFOLLOW, kFileMode);
+  ::flock(turn_.get(), LOCK_UN);
   turn_.reset();
 }
 
+/// Another process has the turn: comes again, and says so when that one does not get on.
+void EtcdSending::missTurn() {
+  const auto now = std::chrono::steady_clock::now();
+  if (!turnMissedSince_) turnMissedSince_ = now;
+  turnTimer_ = later(kTurnDelay, &EtcdSending::askForTurn);
+  if (now - *turnMissedSince_ < kLongestTurn) return;
+  turnMissedSince_ = now;
+  handlers_.failed({"another program of this device is sending and does not get on"});
+}
+
 void EtcdSending::askForTurn() {
-  if (++missedTurns_ == kMaxMissedTurns) {
-    handlers_.failed({"another program of this device is sending and does not get on"});
-    missedTurns_ = 0;
-  }
-  if (!isClosed_ && !isWaiting_) next();
+  if (!isWaiting_) next();
 }
 
 void EtcdSending::answered(const CloudMirror::Pending& pending,
@@ -129,7 +139,12 @@ void EtcdSending::answered(const CloudMirror::Pending& pending,
   const bool isSaved = outcome.isSaved;
   const std::string trouble = outcome.errors.empty() ? "" : outcome.errors.front();
   handlers_.tell(std::move(outcome));
-  if (!isSaved) return failed({trouble});
+  if (!isSaved) {
+    // It waits on in the file, for this process or another: whoever sends it next must find its id
+    // in the mark instead of making it again.
+    markRevision_ = 0;
+    return failed({trouble});
+  }
   attempts_ = 0;
   delay_ = kFirstDelay;
   if (isRefused) handlers_.refused(pending.key, answer.error());

@@ -61,7 +61,7 @@ ObservationToken EtcdSync::observe(Store::ExternalChangeHandler handler) {
 }
 
 void EtcdSync::tellRefused(std::string_view key) {
-  changed_->send({Store::ChangeReason::quotaViolation, {std::string(key)}});
+  tell({.keys = {std::string(key)}}, Store::ChangeReason::quotaViolation);
 }
 
 bool EtcdSync::synchronize() {
@@ -274,7 +274,7 @@ void EtcdSync::tell(CloudMirror::Outcome outcome, Store::ChangeReason reason) {
   for (const auto& error : outcome.errors) report(error);
   if (outcome.keys.empty()) return;
   queue_->post([self = shared_from_this(), reason, keys = std::move(outcome.keys)] {
-    self->changed_->send({reason, keys});
+    if (self->phase_ != Phase::closed) self->changed_->send({reason, keys});
   });
 }
 

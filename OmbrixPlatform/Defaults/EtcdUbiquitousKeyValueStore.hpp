@@ -57,8 +57,9 @@ struct EtcdConfiguration {
 /// again, and observers are told of a `quotaViolation`. Keys do not begin with NUL (`Error`):
 /// beside the values each device keeps a mark of its own on the server.
 ///
-/// `synchronize` sends and reads everything now; it blocks up to 10 s for each request and gives
-/// false when something failed. Change handlers run on a queue of the store's own.
+/// `synchronize` sends and reads everything now; it blocks up to 10 s for each request, or
+/// for another program of the device that is sending, and gives false when something failed. Change
+/// handlers run on a queue of the store's own.
 ///
 /// Throws `Error` when the domain is no file name, the endpoint no http or https URL, or when no
 /// certificate authorities can be read.

@@ -1,13 +1,45 @@
-#include <atomic>
+#include <condition_variable>
 #include <memory>
+#include <mutex>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 
 namespace ombrix::platform {
 namespace {
+
+/// The calls of observers, which `close` waits for.
+class Calls {
+ public:
+  template <class Call>
+  void make(Call call) {
+    {
+      const std::lock_guard lock(mutex_);
+      if (isClosed_) return;
+      ++running_;
+    }
+    call();
+    const std::lock_guard lock(mutex_);
+    --running_;
+    ended_.notify_all();
+  }
+
+  void close() {
+    const ThreadPool::BlockingScope blocking;
+    std::unique_lock lock(mutex_);
+    isClosed_ = true;
+    ended_.wait(lock, [this] { return running_ == 0; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable ended_;
+  int running_ = 0;
+  bool isClosed_ = false;
+};
 
 /// A domain of user defaults of its own is all the store there is.
 class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
@@ -40,16 +72,16 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   ObservationToken observeExternalChanges(ExternalChangeHandler handler) override {
     const auto shared = std::make_shared<ExternalChangeHandler>(std::move(handler));
     return ObservationToken(std::make_shared<Both>(
-        refused_->connect([shared, closed = isClosed_](const ExternalChange& change) {
-          if (!*closed) (*shared)(change);
+        refused_->connect([shared, calls = calls_](const ExternalChange& change) {
+          calls->make([&] { (*shared)(change); });
         }),
         values_->observeExternalChanges(
-            [shared, closed = isClosed_](const std::vector<std::string>& keys) {
-              if (!*closed) (*shared)({ChangeReason::serverChange, keys});
+            [shared, calls = calls_](const std::vector<std::string>& keys) {
+              calls->make([&] { (*shared)({ChangeReason::serverChange, keys}); });
             })));
   }
 
-  void close() override { *isClosed_ = true; }
+  void close() override { calls_->close(); }
 
  private:
   /// Ends what reports refusals and what reports others' changes together.
@@ -68,7 +100,7 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   };
 
   const std::shared_ptr<UserDefaults> values_;
-  const std::shared_ptr<std::atomic<bool>> isClosed_ = std::make_shared<std::atomic<bool>>(false);
+  const std::shared_ptr<Calls> calls_ = std::make_shared<Calls>();
   const std::shared_ptr<Signal<const ExternalChange&>> refused_ =
       std::make_shared<Signal<const ExternalChange&>>();
 };

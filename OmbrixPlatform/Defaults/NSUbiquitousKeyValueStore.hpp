@@ -86,8 +86,8 @@ class NSUbiquitousKeyValueStore {
 /// A store in a file of this machine, shared by the processes that name the same one: the
 /// stand-in where there is no cloud. Its values stay here; "elsewhere" is another process.
 ///
-/// Nothing is made before the first value is set. Each value is on the disk when its setter
-/// returns; what cannot be written stays in memory until `synchronize`.
+/// Nothing is made before the first value is set. A value is shown at once and brought to the disk
+/// a moment later, as by `UserDefaults`; what cannot be written stays, and is tried again.
 std::shared_ptr<NSUbiquitousKeyValueStore> makeFileUbiquitousKeyValueStore(
     const std::filesystem::path& folder, const std::string& domain);
 

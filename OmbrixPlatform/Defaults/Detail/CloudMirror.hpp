@@ -67,8 +67,8 @@ class CloudMirror {
   /// The name the device has on the server, made on first use.
   [[nodiscard]] std::string deviceIdentifier(Outcome& outcome);
 
-  /// The server has taken a change, at that revision. Not saved: the change waits on and must be
-  /// reported sent again, before another is sent.
+  /// The server has taken a change, at that revision. Not saved: the change waits on, unless
+  /// it never was in the file, and whoever sends it next finds that the server has it.
   Outcome sent(const Pending& pending, std::int64_t revision);
 
   /// The server will never take a change: the key has the server's value again.

@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
@@ -64,6 +65,7 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
   EventToken later(std::chrono::duration<double> delay, void (EtcdSending::*step)());
   void retry();
   void askForTurn();
+  void missTurn();
 
   const std::shared_ptr<CloudMirror> mirror_;
   const std::filesystem::path turnFile_;
@@ -74,7 +76,7 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
   bool isSending_ = false, isClosed_ = false, isWaiting_ = false;
   std::int64_t markRevision_ = 0;
   int attempts_ = 0;  // of one change, with other marks expected
-  int missedTurns_ = 0;
+  std::optional<std::chrono::steady_clock::time_point> turnMissedSince_;
   std::chrono::duration<double> delay_;
   EventToken retry_, turnTimer_;
 };

@@ -1,11 +1,15 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/file.h>
 
 #include <condition_variable>
+#include <ctime>
+#include <filesystem>
 #include <mutex>
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
+#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EtcdServer.hpp"
@@ -89,6 +93,53 @@ TEST_F(EtcdStoreTests, DevicesSeeEachOthersChangesOnce) {
   ASSERT_TRUE(desktop->synchronize());
   EXPECT_EQ(atPhone.count("units"), 1u);
   EXPECT_EQ(atDesktop.count("units"), 1u);
+
+  phone->close();  // reads on in the copy that other programs keep, and tells nobody
+  desktop->setObject("kilometers", "units");
+  ASSERT_TRUE(desktop->synchronize());
+  ASSERT_TRUE(device("phone")->synchronize());
+  EXPECT_EQ(phone->stringForKey("units"), "kilometers");
+  phone->setObject(std::string(Store::kMaxBytes, 'x'), "units");
+  phone->close();
+  EXPECT_EQ(atPhone.count("units"), 1u);
+}
+
+// Catches a change that is sent again, over another device's, while the copy here cannot be
+// written.
+TEST_F(EtcdStoreTests, WhatTheServerHasIsNotSentAgain) {
+  const auto phone = device("phone"), desktop = device("desktop");
+  Changes atDesktop(*desktop);
+  ASSERT_TRUE(phone->synchronize());
+  ASSERT_TRUE(desktop->synchronize());
+  server->pause();
+  phone->setObject("mine", "units");
+  std::filesystem::create_directory(dir.path() / ".phone.plist.new");  // in the way of the file
+  server->resume();
+  ASSERT_TRUE(atDesktop.waitFor(Store::ChangeReason::serverChange, "units"));
+  desktop->setObject("theirs", "units");
+  ASSERT_TRUE(desktop->synchronize());
+  for (int attempt = 0; attempt < 3; ++attempt) EXPECT_FALSE(phone->synchronize());
+  EXPECT_TRUE(desktop->synchronize());
+  EXPECT_EQ(desktop->stringForKey("units"), "theirs");
+  std::filesystem::remove(dir.path() / ".phone.plist.new");
+  EXPECT_TRUE(phone->synchronize());
+  EXPECT_EQ(phone->stringForKey("units"), "theirs");
+}
+
+// Catches a program that waits for ever, and computes, while another of its device has the turn to
+// send and does not get on.
+TEST_F(EtcdStoreTests, AnotherProgramsTurnIsNotWaitedForWithoutEnd) {
+  const auto phone = device("phone");
+  ASSERT_TRUE(phone->synchronize());
+  const auto turn =
+      detail::openFile((dir.path() / ".phone.sending").string(), O_RDWR | O_CREAT, 0600);
+  ASSERT_EQ(::flock(turn.get(), LOCK_EX), 0);
+  phone->setObject("waits", "units");
+  const auto begin = std::clock();
+  EXPECT_FALSE(phone->synchronize());
+  EXPECT_LT(std::clock() - begin, 2 * CLOCKS_PER_SEC);
+  ASSERT_EQ(::flock(turn.get(), LOCK_UN), 0);
+  EXPECT_TRUE(phone->synchronize());
 }
 
 // Catches changes lost while the server is away, in a running program and over its restart.
