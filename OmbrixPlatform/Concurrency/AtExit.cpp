@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <mutex>
 #include <utility>
@@ -15,12 +16,15 @@ struct Endings {
   std::vector<std::pair<pid_t, void (*)()>> functions;
 };
 
+constinit std::atomic<bool> isExiting{false};
+
 Endings& endings() {
   static Endings& instance = *new Endings;  // outlives exit
   return instance;
 }
 
 void runAll() {
+  isExiting.store(true);
   while (true) {
     std::pair<pid_t, void (*)()> last;
     {
@@ -40,5 +44,7 @@ void atExit(void (*function)()) {
   if (endings().functions.empty()) std::atexit(runAll);
   endings().functions.emplace_back(::getpid(), function);
 }
+
+bool isProcessExiting() noexcept { return isExiting.load(std::memory_order_relaxed); }
 
 }  // namespace ombrix::platform

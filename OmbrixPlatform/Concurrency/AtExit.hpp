@@ -7,4 +7,7 @@ namespace ombrix::platform {
 /// thread.
 void atExit(void (*function)());
 
+/// Whether those functions run or have run: what is put off now is never done. Any thread.
+[[nodiscard]] bool isProcessExiting() noexcept;
+
 }  // namespace ombrix::platform

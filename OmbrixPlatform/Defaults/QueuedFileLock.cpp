@@ -7,7 +7,7 @@
 #include <mutex>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/Detail/QuietThread.hpp"
+#include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

@@ -103,8 +103,8 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
   /// @}
 
   /// Brings what was set to the file and takes in what others have written; whether everything that
-  /// was set is in the file now. Blocks until it is on the disk, for some seconds at most where
-  /// another process holds the file.
+  /// was set is in the file now. Blocks until it is on the disk, for 20 seconds at most where
+  /// another process holds the file; so does the end of the process.
   bool synchronize();
 
   /// Sets who is told of failures of the file (damaged, not readable, not writable) in a readable

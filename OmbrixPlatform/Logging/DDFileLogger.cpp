@@ -9,14 +9,14 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/Detail/QuietThread.hpp"
+#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixPlatform/Logging/Detail/LogLine.hpp"
@@ -33,16 +33,9 @@ constexpr milliseconds kLongestDelay{10};               // Until a line is in th
 constexpr std::chrono::seconds kRetryInterval{1};       // After a failure.
 constexpr int kMaximumPasses = 4;                       // Of one write; a second mends torn lines.
 
-// Set when the process exits: from then on nobody writes later what is not written now.
-constinit std::atomic<bool> isExiting{false};
-
 void flushAtExit() {
   static constinit std::atomic_flag isRegistered{};
-  if (isRegistered.test_and_set()) return;
-  std::atexit([] {
-    isExiting = true;
-    DDLog::flushLog();
-  });
+  if (!isRegistered.test_and_set()) atExit(DDLog::flushLog);
 }
 
 }  // namespace
@@ -78,7 +71,7 @@ class DDFileLogger::Writer {
     append(lines_);
     detail::finishLogLine(lines_, held);
     const bool isUrgent = message.flag == DDLogFlag::error || descriptor_ < 0 ||
-                          lines_.size() >= kBlockBytes || isExiting.load(std::memory_order_relaxed);
+                          lines_.size() >= kBlockBytes || isProcessExiting();
     if (isUrgent) {
       write();
     } else if (held == 0) {
@@ -216,7 +209,7 @@ class DDFileLogger::Writer {
 
   void writeSoon() {
     if (!thread_.joinable())
-      thread_ = detail::startQuietThread("ombrix-log", [this] { writeInBackground(); });
+      thread_ = startQuietThread("ombrix-log", [this] { writeInBackground(); });
     if (thread_.joinable()) {
       somethingToDo_.notify_one();
     } else {

@@ -1,19 +1,14 @@
-#pragma once
+#include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 
 #include <pthread.h>
 #include <signal.h>
 
 #include <system_error>
-#include <thread>
 #include <utility>
 
-namespace ombrix::platform::detail {
+namespace ombrix::platform {
 
-/// A thread of the library's own that handles no signals of the host's; not joinable when the
-/// system has none left.
-/// @param name At most 15 characters, as debuggers show it.
-template <class Run>
-std::thread startQuietThread(const char* name, Run run) {
+std::thread startQuietThread(const char* name, std::move_only_function<void()> run) {
   sigset_t all;
   sigset_t previous;
   sigfillset(&all);
@@ -29,4 +24,4 @@ std::thread startQuietThread(const char* name, Run run) {
   return thread;
 }
 
-}  // namespace ombrix::platform::detail
+}  // namespace ombrix::platform

@@ -1,0 +1,104 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
+#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixPlatform/Files/FolderWatcher.hpp"
+#include "OmbrixPlatform/Observation/Signal.hpp"
+
+namespace ombrix::platform {
+
+/// What readers of user defaults see, the thread that brings what was set to the file
+/// (UserDefaultsWriter.cpp), and the watch that brings what others wrote (UserDefaultsWatch.cpp).
+struct UserDefaults::State : std::enable_shared_from_this<State> {
+  /// A stored value as readers see it. What the file held may be shown late and out of order; the
+  /// sequence keeps an older value from undoing a newer one, and the edit what the file held from
+  /// undoing what was set since.
+  struct Stored {
+    std::optional<PropertyList> value;
+    std::uint64_t sequence = 0;  // of the file's change
+    std::uint64_t own = 0;       // the sequence up to which an edit of this process has won
+    std::uint64_t edit = 0;      // of this process, until the file has taken it
+    bool isQueued = false;       // for the writer
+  };
+
+  /// Edits on their way to the file, with their numbers.
+  struct Batch {
+    std::vector<DictionaryFile::Edit> edits;
+    std::vector<std::uint64_t> numbers;
+  };
+
+  /// Revisions are drawn from one counter, so that no two objects ever show the same one.
+  static std::uint64_t nextRevision();
+
+  State(UserDefaults& made, Configuration configuration);
+
+  void refresh(DictionaryFile::Look look) { take(file.refresh(look)); }
+  void take(const DictionaryFile::Outcome& outcome);
+  bool isOverruled(const DictionaryFile::Change& change);
+  void show(const DictionaryFile::Change& change);
+  void showAll();
+  void report(const std::vector<std::string>& errors);
+  void set(std::string_view key, std::optional<PropertyList> value);
+  DictionaryFile::Outcome flush();
+  Batch takeBatch();
+  void settle(const Batch& batch, const DictionaryFile::Outcome& outcome);
+  void flushAtExit();
+  void startWriter();
+  void write();
+  void stopWriter();
+  void load();
+  void beFresh();
+  void makeQueue();
+  void watch();
+  ObservationToken watchFolderOf(const std::filesystem::path& watched);
+  void followLink();
+  void noteFolderChange(const std::filesystem::path& watched, const FolderChange& change);
+  const PropertyList* find(std::string_view key, bool withDefaults) const;
+
+  UserDefaults& owner;
+  const std::filesystem::path path;
+  DictionaryFile file;
+  const bool hasOwnErrorHandler;
+  std::weak_ptr<UserDefaults> weakOwner;
+
+  std::atomic<bool> hasLoaded{false}, isWatched{false};
+  std::atomic<std::uint64_t> revision{nextRevision()};
+
+  std::mutex loadMutex;  // held over the first look
+  std::mutex mutex;      // guards the domains; nothing is called while it is held
+  Dictionary arguments, defaults;
+  std::map<std::string, Stored, std::less<>> stored;
+  ErrorHandler onError;
+  std::map<std::string, std::chrono::steady_clock::time_point> toldErrors;
+  std::uint64_t lastEdit = 0;
+  std::vector<std::string> queuedKeys;  // edits that the writer has not taken yet
+  std::condition_variable somethingToWrite;
+  std::thread writer;
+  bool isStopping = false, isFlushedAtExit = false;
+
+  std::mutex writeMutex;  // held from taking edits until the file has them, so that order is kept
+
+  std::mutex watchMutex;  // guards the start of the watch
+  std::shared_ptr<DispatchQueue> queue;
+  ObservationToken watchToken, linkToken;
+  std::filesystem::path watchedTarget;
+  std::atomic<bool> refreshIsDue{false}, contentsAreSuspect{false};
+  Signal<const std::vector<std::string>&> changedExternally;
+};
+
+}  // namespace ombrix::platform

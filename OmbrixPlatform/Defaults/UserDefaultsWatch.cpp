@@ -1,0 +1,80 @@
+#include <utility>
+
+#include "OmbrixPlatform/Defaults/Detail/UserDefaultsState.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+namespace fs = std::filesystem;
+using Look = DictionaryFile::Look;
+
+}  // namespace
+
+void UserDefaults::State::makeQueue() {
+  const std::lock_guard lock(watchMutex);
+  if (queue) return;
+  queue = DispatchQueue::serial(path.stem().string() + ".defaults", QualityOfService::utility);
+}
+
+ObservationToken UserDefaults::State::watchFolderOf(const fs::path& watched) {
+  return FolderWatcher::shared().watch(watched.parent_path(),
+                                       [weak = weakOwner, watched](const FolderChange& change) {
+                                         if (const auto self = weak.lock())
+                                           self->state_->noteFolderChange(watched, change);
+                                       });
+}
+
+void UserDefaults::State::watch() {
+  if (isWatched.load(std::memory_order_acquire)) return;
+  makeQueue();
+  std::string failure;
+  {
+    const std::lock_guard lock(watchMutex);
+    if (watchToken) return;
+    try {
+      watchToken = watchFolderOf(path);
+    } catch (const Error& error) {
+      failure = error.what();
+    }
+  }
+  if (failure.empty()) followLink();
+  load();
+  // Without a watch each read goes on looking at the file, and tells what it finds.
+  if (!failure.empty()) return report({failure});
+  isWatched.store(true, std::memory_order_release);
+  // What came between the last look and the watch.
+  refresh(Look::always);
+}
+
+/// Watches what lies behind a symbolic link, too, when it leads elsewhere than before.
+void UserDefaults::State::followLink() {
+  const fs::path target = DictionaryFile::target(path);
+  ObservationToken ended;  // outside the lock: waits for a running call
+  const std::lock_guard lock(watchMutex);
+  if (target == (watchedTarget.empty() ? path : watchedTarget)) return;
+  watchedTarget = target;
+  try {
+    ended = std::exchange(linkToken, target == path ? ObservationToken() : watchFolderOf(target));
+  } catch (const Error&) {
+    isWatched.store(false);  // Each read looks again.
+  }
+}
+
+/// On the events thread: has the file looked at on the queue.
+void UserDefaults::State::noteFolderChange(const fs::path& watched, const FolderChange& change) {
+  using enum FolderChange::Kind;
+  if (change.kind != lookAgain && change.name != watched.filename().native()) return;
+  // Our writers rename: a file that was written in place may look as before.
+  if (change.kind == written) contentsAreSuspect.store(true);
+  if (refreshIsDue.exchange(true)) return;
+  queue->async([weak = weakOwner] {
+    const auto self = weak.lock();
+    if (!self) return;
+    auto& state = *self->state_;
+    state.refreshIsDue.store(false);
+    state.followLink();
+    state.refresh(state.contentsAreSuspect.exchange(false) ? Look::inContents : Look::always);
+  });
+}
+
+}  // namespace ombrix::platform

@@ -1,0 +1,173 @@
+#include <algorithm>
+#include <utility>
+
+#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/QuietThread.hpp"
+#include "OmbrixPlatform/Defaults/Detail/UserDefaultsState.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+// Until what was set is written: long enough to gather, short beside 50 ms.
+constexpr std::chrono::milliseconds kGatheringDelay{5};
+constexpr std::chrono::seconds kFirstRetryDelay{1}, kLongestRetryDelay{60};
+
+/// Throws for what would spoil the whole file.
+void checkStorable(const PropertyList& value, std::string_view key) {
+  const auto* text = value.text();
+  const bool isPlain = text != nullptr ? detail::isValidUtf8(*text)
+                                       : value.boolean() || value.integer() || value.real();
+  if (isPlain && detail::isValidUtf8(key)) return;
+  PropertyList::Dictionary dictionary;
+  dictionary.set(std::string(key), value);
+  PropertyListSerialization::write(std::move(dictionary));
+}
+
+}  // namespace
+
+/// Shows a value at once and has the writer bring it to the file, also when it is shown already:
+/// the file may hold another one by now.
+void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> value) {
+  if (value) checkStorable(*value, key);
+  load();
+  bool isChange = true;
+  {
+    const std::lock_guard lock(mutex);
+    const auto known = stored.find(key);
+    isChange = known == stored.end() ? value.has_value() : known->second.value != value;
+  }
+  if (isChange) owner.willChangeValueForKey(key);
+  bool isFirst = false, hasWriter = false;
+  {
+    const std::lock_guard lock(mutex);
+    auto known = stored.find(key);
+    if (known == stored.end()) known = stored.try_emplace(std::string(key)).first;
+    auto& entry = known->second;
+    entry.value = std::move(value);
+    entry.edit = ++lastEdit;
+    isFirst = queuedKeys.empty();
+    if (!std::exchange(entry.isQueued, true)) queuedKeys.emplace_back(key);
+    if (isChange) revision.store(nextRevision(), std::memory_order_release);
+    if (!writer.joinable()) startWriter();
+    hasWriter = writer.joinable();
+  }
+  if (isFirst) somethingToWrite.notify_one();
+  if (isChange) owner.didChangeValueForKey(key);
+  if (isProcessExiting() || !hasWriter) take(flush());
+}
+
+UserDefaults::State::Batch UserDefaults::State::takeBatch() {
+  Batch batch;
+  const std::lock_guard lock(mutex);
+  for (auto& key : queuedKeys) {
+    auto& entry = stored[key];
+    entry.isQueued = false;
+    batch.edits.push_back({std::move(key), entry.value});
+    batch.numbers.push_back(entry.edit);
+  }
+  queuedKeys.clear();
+  return batch;
+}
+
+/// The file has taken the edits: of the values that are not older than them, it shows the last.
+void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outcome& outcome) {
+  std::uint64_t last = 0;
+  for (const auto& change : outcome.changes) last = std::max(last, change.sequence);
+  const std::lock_guard lock(mutex);
+  for (std::size_t i = 0; i < batch.edits.size(); ++i) {
+    auto& entry = stored[batch.edits[i].key];
+    entry.own = std::max(entry.own, last);
+    entry.sequence = std::max(entry.sequence, last);
+    if (entry.edit == batch.numbers[i]) entry.edit = 0;
+  }
+}
+
+/// Brings what was set to the file, on this thread; what was met on the way is handed back.
+DictionaryFile::Outcome UserDefaults::State::flush() {
+  const std::lock_guard writing(writeMutex);
+  const Batch batch = takeBatch();
+  if (batch.edits.empty() && file.isSaved()) return {};
+  auto outcome = file.write(batch.edits);
+  settle(batch, outcome);
+  return outcome;
+}
+
+/// Has the end of the process wait for what was set.
+void UserDefaults::State::flushAtExit() {
+  struct Registry {
+    std::mutex mutex;
+    std::vector<std::weak_ptr<State>> states;
+  };
+  static Registry& registry = *new Registry;
+  static const bool isRegistered = [] {
+    atExit([] {
+      std::unique_lock lock(registry.mutex);
+      const auto states = registry.states;
+      lock.unlock();
+      for (const auto& weak : states) {
+        if (const auto state = weak.lock()) state->report(state->flush().errors);
+      }
+    });
+    return true;
+  }();
+  static_cast<void>(isRegistered);
+  const std::lock_guard lock(registry.mutex);
+  std::erase_if(registry.states, [](const auto& weak) { return weak.expired(); });
+  registry.states.push_back(weak_from_this());
+}
+
+/// With the lock held.
+void UserDefaults::State::startWriter() {
+  if (!std::exchange(isFlushedAtExit, true)) flushAtExit();
+  writer = startQuietThread("ombrix-defaults", [self = shared_from_this()] { self->write(); });
+}
+
+/// On the writer's thread. Observers are told on the queue: one of them may end this very object.
+void UserDefaults::State::write() {
+  auto retryDelay = kFirstRetryDelay;
+  bool isSaved = true;
+  std::unique_lock lock(mutex);
+  const auto hasWork = [this] { return isStopping || !queuedKeys.empty(); };
+  while (!isStopping) {
+    if (isSaved) {
+      somethingToWrite.wait(lock, hasWork);
+      retryDelay = kFirstRetryDelay;
+    } else {
+      somethingToWrite.wait_for(lock, retryDelay, hasWork);
+      retryDelay = std::min(retryDelay * 2, kLongestRetryDelay);
+    }
+    somethingToWrite.wait_for(lock, kGatheringDelay, [this] { return isStopping; });
+    if (isStopping) return;
+    lock.unlock();
+    auto outcome = flush();
+    isSaved = file.isSaved();
+    report(std::exchange(outcome.errors, {}));
+    if (!outcome.changes.empty()) {
+      makeQueue();
+      queue->async([weak = weakOwner, outcome = std::move(outcome)] {
+        if (const auto self = weak.lock()) self->state_->take(outcome);
+      });
+    }
+    lock.lock();
+  }
+}
+
+void UserDefaults::State::stopWriter() {
+  std::thread ended;
+  {
+    const std::lock_guard lock(mutex);
+    isStopping = true;
+    ended.swap(writer);
+  }
+  somethingToWrite.notify_one();
+  if (ended.get_id() == std::this_thread::get_id()) {
+    ended.detach();  // a handler of errors let go of the object
+  } else if (ended.joinable()) {
+    ended.join();
+  }
+  report(flush().errors);
+}
+
+}  // namespace ombrix::platform
