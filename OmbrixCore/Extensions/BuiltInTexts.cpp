@@ -5,9 +5,7 @@
 #include <vector>
 
 #include "OmbrixCore/Extensions/Detail/BuiltInTexts.hpp"
-#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/LanguageMatch.hpp"
-#include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixPlatform/Text/StringsTable.hpp"
 
 namespace ombrix::detail {
@@ -15,16 +13,17 @@ namespace {
 
 constexpr const char* kDevelopmentLanguage = "en";
 
-/// The table of the user's language, parsed once for each list of preferences in use.
-class UserTexts {
+// Readers differ more than languages do: a program that formats for many keeps not all of them.
+constexpr std::size_t kMaximumReaders = 64;
+
+/// The tables of readers' languages, each parsed once.
+class ReadersTexts {
  public:
-  std::shared_ptr<const platform::StringsTable> table() {
-    auto preferred = platform::services().locale.get().preferredLanguages();
+  std::shared_ptr<const platform::StringsTable> table(const std::vector<std::string>& preferred) {
     const std::lock_guard lock(mutex_);
-    if (table_ && preferred == preferred_) return table_;
-    table_ = parsed(languageFor(preferred));
-    preferred_ = std::move(preferred);
-    return table_;
+    if (const auto known = tables_.find(preferred); known != tables_.end()) return known->second;
+    if (tables_.size() >= kMaximumReaders) tables_.clear();
+    return tables_.try_emplace(preferred, parsed(languageFor(preferred))).first->second;
   }
 
  private:
@@ -43,15 +42,15 @@ class UserTexts {
   }
 
   std::mutex mutex_;
-  std::vector<std::string> preferred_;
-  std::shared_ptr<const platform::StringsTable> table_;
+  std::map<std::vector<std::string>, std::shared_ptr<const platform::StringsTable>> tables_;
 };
 
 }  // namespace
 
-std::optional<std::string> builtInText(std::string_view key) {
-  static auto& texts = *new UserTexts;
-  const auto table = texts.table();
+std::optional<std::string> builtInText(std::string_view key,
+                                       const std::vector<std::string>& preferred) {
+  static auto& texts = *new ReadersTexts;
+  const auto table = texts.table(preferred);
   const std::string* text = table->find(key);
   return text == nullptr ? std::nullopt : std::optional(*text);
 }

@@ -31,8 +31,18 @@ std::shared_ptr<platform::Bundle> setResourceBundle(std::shared_ptr<platform::Bu
 }
 
 std::string localizedString(std::string_view key, std::string_view fallback) {
-  if (auto text = slot().shared()->localizedStringIfPresent(key)) return *std::move(text);
-  if (auto text = detail::builtInText(key)) return *std::move(text);
+  return localizedString(key, fallback, std::nullopt);
+}
+
+std::string localizedString(std::string_view key, std::string_view fallback,
+                            const std::optional<platform::Locale>& locale) {
+  const auto languages = locale ? std::vector{locale->languageTag()}
+                                : platform::services().locale.get().preferredLanguages();
+  constexpr std::string_view kTable = "Localizable";
+  if (auto text = slot().shared()->localizedStringIfPresent(key, kTable, languages)) {
+    return *std::move(text);
+  }
+  if (auto text = detail::builtInText(key, languages)) return *std::move(text);
   return std::string(fallback);
 }
 

@@ -1,10 +1,12 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Text/Locale.hpp"
 
 namespace ombrix {
 
@@ -20,5 +22,9 @@ std::shared_ptr<platform::Bundle> setResourceBundle(std::shared_ptr<platform::Bu
 /// the tables compiled into the library. Any thread.
 /// @param fallback The English text, for a key that neither has.
 std::string localizedString(std::string_view key, std::string_view fallback);
+
+/// The same in the language of a locale; in the user's without one.
+std::string localizedString(std::string_view key, std::string_view fallback,
+                            const std::optional<platform::Locale>& locale);
 
 }  // namespace ombrix

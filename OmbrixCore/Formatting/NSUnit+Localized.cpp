@@ -17,18 +17,27 @@ using platform::NSUnitMass;
 using platform::NSUnitSpeed;
 using platform::NSUnitTemperature;
 
-std::string unitPreference() { return OmbrixSettings::shared().metricType(); }
+namespace {
 
-const NSUnitFrequency& beatsPerMinute() {
+NSUnitFrequency makeBeatsPerMinute(const std::optional<Locale>& locale) {
   // Kept: the tables' comment for translators spells "minue"; mended here alone, the entry would
   // look like another one to translation tools.
   // Kept: 60, not 1/60, so that 120 beats per minute are 7200 hertz. The true factor would make
   // every conversion to and from hertz 3600 times smaller or larger than callers expect.
-  static const NSUnitFrequency& unit =
-      *new NSUnitFrequency(platform::lowercased(localizedString("units.bpm", "BPM")),
-                           platform::NSUnitConverterLinear(60.0));
+  return NSUnitFrequency(platform::lowercased(localizedString("units.bpm", "BPM", locale)),
+                         platform::NSUnitConverterLinear(60.0));
+}
+
+}  // namespace
+
+std::string unitPreference() { return OmbrixSettings::shared().metricType(); }
+
+const NSUnitFrequency& beatsPerMinute() {
+  static const NSUnitFrequency& unit = *new NSUnitFrequency(makeBeatsPerMinute(std::nullopt));
   return unit;
 }
+
+NSUnitFrequency beatsPerMinute(const Locale& locale) { return makeBeatsPerMinute(locale); }
 
 NSUnitLength localized(SkiMeasurement measurement, std::string_view preference) {
   const bool isImperial = preference == "miles";

@@ -5,6 +5,7 @@
 
 #include "OmbrixCore/Formatting/SkiMeasurement.hpp"
 #include "OmbrixPlatform/Measure/NSUnit.hpp"
+#include "OmbrixPlatform/Text/Locale.hpp"
 
 namespace ombrix {
 
@@ -15,6 +16,9 @@ std::string unitPreference();
 /// Beats per minute, "bpm" in the user's language and in small letters. One shared unit, made on
 /// first use. Any thread.
 const platform::NSUnitFrequency& beatsPerMinute();
+
+/// The same unit with its symbol in the language of a locale.
+platform::NSUnitFrequency beatsPerMinute(const platform::Locale& locale);
 
 /// The display unit of a kind of length for a unit system: "miles" means miles, feet and inches;
 /// anything else, "british" too, means kilometers, meters and centimeters. The comparison is exact.

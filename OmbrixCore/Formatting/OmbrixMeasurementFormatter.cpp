@@ -83,7 +83,19 @@ NSNumberFormatter roundingDown(Locale locale, int fractionDigits, std::string su
 }
 
 /// Shorthand for thousands.
-std::string thousandsSuffix() { return localizedString("units.abbreviate_thousands", "k"); }
+std::string thousandsSuffix(const std::optional<Locale>& locale) {
+  return localizedString("units.abbreviate_thousands", "k", locale);
+}
+
+/// The unit as a formatter with a locale of its own calls it: the platform names its own units, and
+/// beats per minute have their symbol in the user's language.
+template <class Unit>
+Unit named(const Unit& unit, const std::optional<Locale>& locale) {
+  if constexpr (std::is_same_v<Unit, NSUnitFrequency>) {
+    if (locale && unit == beatsPerMinute()) return beatsPerMinute(*locale);
+  }
+  return unit;
+}
 
 }  // namespace
 
@@ -179,9 +191,9 @@ void OmbrixMeasurementFormatter::setUnitStyle(UnitStyle style) {
 NSMeasurementFormatter& OmbrixMeasurementFormatter::millions() {
   auto& cached = cachedMillionsNumberMeasurementFormatter_;
   if (!cached) {
-    cached.emplace(
-        platformUnitStyle(),
-        roundingDown(usedLocale(), 1, localizedString("units.abbreviate_millions", "mil")));
+    cached.emplace(platformUnitStyle(),
+                   roundingDown(usedLocale(), 1,
+                                localizedString("units.abbreviate_millions", "mil", locale_)));
   }
   return *cached;
 }
@@ -189,14 +201,14 @@ NSMeasurementFormatter& OmbrixMeasurementFormatter::millions() {
 NSMeasurementFormatter& OmbrixMeasurementFormatter::thousands() {
   auto& cached = cachedThousandsNumberMeasurementFormatter_;
   if (!cached)
-    cached.emplace(platformUnitStyle(), roundingDown(usedLocale(), 1, thousandsSuffix()));
+    cached.emplace(platformUnitStyle(), roundingDown(usedLocale(), 1, thousandsSuffix(locale_)));
   return *cached;
 }
 
 NSMeasurementFormatter& OmbrixMeasurementFormatter::roundedDailyThousands() {
   auto& cached = cachedRoundedDailyThousandsNumberMeasurementFormatter_;
   if (!cached)
-    cached.emplace(platformUnitStyle(), roundingDown(usedLocale(), 0, thousandsSuffix()));
+    cached.emplace(platformUnitStyle(), roundingDown(usedLocale(), 0, thousandsSuffix(locale_)));
   return *cached;
 }
 
@@ -247,7 +259,7 @@ std::optional<std::string> OmbrixMeasurementFormatter::text(const Measurement<Un
   // a unit.
   if (unitStyle_ == UnitStyle::valueOnly) return formatter.numberFormatter().string(value);
   auto text = value == measurement.value
-                  ? formatter.string(value, measurement.unit)
+                  ? formatter.string(value, named(measurement.unit, locale_))
                   : formatter.string(value, measurement.unit, measurement.value);
   if (text) text = platform::uppercased(*std::move(text));
   return text;
@@ -284,9 +296,10 @@ std::expected<platform::AnyMeasurement, std::string> OmbrixMeasurementFormatter:
     std::string_view text) {
   auto value = measurements().getObjectValue(text, displayUnit());
   if (value) return value;
-  // The platform's sentence, in the user's language.
+  // The platform's sentence, in the reader's language.
   constexpr std::string_view kPlaceholder = "%@";
-  auto sentence = localizedString("formatter.not_a_number", "The text “%@” is not a number.");
+  auto sentence =
+      localizedString("formatter.not_a_number", "The text “%@” is not a number.", locale_);
   const auto place = sentence.find(kPlaceholder);
   if (place != std::string::npos) sentence.replace(place, kPlaceholder.size(), text);
   return std::unexpected(std::move(sentence));
@@ -297,8 +310,8 @@ std::optional<std::string> OmbrixMeasurementFormatter::unitLabel() {
   // Kept: temperatures have no label; with one, callers that show whatever label there is would
   // begin to show degrees.
   if (std::holds_alternative<NSUnitTemperature>(unit)) return std::nullopt;
-  const auto ten =
-      std::visit([this](const auto& known) { return units().string(10, known); }, unit);
+  const auto ten = std::visit(
+      [this](const auto& known) { return units().string(10, named(known, locale_)); }, unit);
   if (!ten) return std::nullopt;
   std::string label = platform::trimmingCharacters(*ten, CharacterSet::decimalDigits);
   label = platform::trimmingCharacters(label, CharacterSet::whitespacesAndNewlines);

@@ -63,8 +63,9 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
   [[nodiscard]] UnitStyle unitStyle() const noexcept { return unitStyle_; }
   void setUnitStyle(UnitStyle style);
 
-  /// The locale to write in, which also chooses the units of weights and temperatures; the one that
-  /// is current when an inner formatter is first needed, when nothing was set.
+  /// The locale to write in, its language for all texts included, which also chooses the units of
+  /// weights and temperatures; when nothing was set, the one that is current when an inner
+  /// formatter is first needed, and the user's languages.
   [[nodiscard]] const std::optional<platform::Locale>& locale() const noexcept { return locale_; }
   void setLocale(std::optional<platform::Locale> locale);
 

@@ -37,6 +37,9 @@ fs::path modulePath(const void* address) {
   return programPath();  // a program is named as it was called, which may be no path
 }
 
+// A program that formats for many readers at once does not keep all their tables.
+constexpr std::size_t kMaximumLanguages = 16;
+
 std::vector<std::string> languagesIn(const URL& folder) {
   constexpr std::string_view kExtension = "lproj";
   std::vector<std::string> names;
@@ -55,7 +58,6 @@ std::vector<std::string> languagesIn(const URL& folder) {
 
 /// The tables of the language chosen for a user's preferences.
 struct Bundle::Texts {
-  std::vector<std::string> preferred;
   std::optional<URL> folder;
   std::mutex mutex;  // guards `tables`
   std::map<std::string, std::shared_ptr<const StringsTable>, std::less<>> tables;
@@ -128,11 +130,10 @@ std::optional<std::string> Bundle::bundleIdentifier() const {
   return *value->text();
 }
 
-std::shared_ptr<Bundle::Texts> Bundle::textsForUser() const {
-  auto preferred = services().locale.get().preferredLanguages();
+std::shared_ptr<Bundle::Texts> Bundle::textsFor(std::vector<std::string> preferred) const {
   {
     const std::lock_guard lock(mutex_);
-    if (texts_ && texts_->preferred == preferred) return texts_;
+    if (const auto known = texts_.find(preferred); known != texts_.end()) return known->second;
   }
   const auto available = languagesIn(folder_);
   auto language = bestLanguage(preferred, available);
@@ -143,11 +144,10 @@ std::shared_ptr<Bundle::Texts> Bundle::textsForUser() const {
     language = bestLanguage(others, available);
   }
   auto texts = std::make_shared<Texts>();
-  texts->preferred = std::move(preferred);
   if (language) texts->folder = folder_.appendingPathComponent(*language + ".lproj", true);
   const std::lock_guard lock(mutex_);
-  texts_ = texts;
-  return texts;
+  if (texts_.size() >= kMaximumLanguages) texts_.clear();
+  return texts_.try_emplace(std::move(preferred), std::move(texts)).first->second;
 }
 
 std::string Bundle::localizedString(std::string_view key, std::string_view fallback,
@@ -158,7 +158,12 @@ std::string Bundle::localizedString(std::string_view key, std::string_view fallb
 
 std::optional<std::string> Bundle::localizedStringIfPresent(std::string_view key,
                                                             std::string_view table) const {
-  const auto strings = textsForUser()->table(table);
+  return localizedStringIfPresent(key, table, services().locale.get().preferredLanguages());
+}
+
+std::optional<std::string> Bundle::localizedStringIfPresent(
+    std::string_view key, std::string_view table, std::vector<std::string> languages) const {
+  const auto strings = textsFor(std::move(languages))->table(table);
   const std::string* text = strings->find(key);
   return text == nullptr ? std::nullopt : std::optional(*text);
 }

@@ -1,10 +1,12 @@
 #pragma once
 
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
@@ -51,16 +53,21 @@ class Bundle {
   [[nodiscard]] std::optional<std::string> localizedStringIfPresent(
       std::string_view key, std::string_view table = "Localizable") const;
 
+  /// The same in the best language for somebody who prefers others than the user.
+  /// @param languages Language tags, the best one first.
+  [[nodiscard]] std::optional<std::string> localizedStringIfPresent(
+      std::string_view key, std::string_view table, std::vector<std::string> languages) const;
+
  private:
   struct Texts;
 
-  [[nodiscard]] std::shared_ptr<Texts> textsForUser() const;
+  [[nodiscard]] std::shared_ptr<Texts> textsFor(std::vector<std::string> preferred) const;
 
   const URL folder_;
   mutable std::once_flag infoRead_;
   mutable PropertyList info_;
-  mutable std::mutex mutex_;  // guards `texts_`
-  mutable std::shared_ptr<Texts> texts_;
+  mutable std::mutex mutex_;                                                  // guards `texts_`
+  mutable std::map<std::vector<std::string>, std::shared_ptr<Texts>> texts_;  // by preferences
 };
 
 /// The bundle of the running program: "../share/<program>" seen from the program's folder where

@@ -69,7 +69,8 @@ TEST(FormattersTests, SelectorsReachTheirOperations) {
   EXPECT_STREQ(ombrix_Error_message(error), "The text “?” is not a number.");
   ombrix_Error_release(error);
   ombrix_MeasurementFormatter_setLocale_(total, "es_ES");
-  EXPECT_EQ(taken(ombrix_MeasurementFormatter_stringForObjectValue_(total, &feet)), "12,9K PIES");
+  EXPECT_EQ(taken(ombrix_MeasurementFormatter_stringForObjectValue_(total, &feet)),
+            "12,9\u00a0MIL PIES");
   ombrix_MeasurementFormatter_release(total);
 
   const Object components{

@@ -4,6 +4,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace ombrix::detail {
 
@@ -17,8 +18,10 @@ struct BuiltInTable {
 /// wherever it is copied to. Any thread.
 std::span<const BuiltInTable> builtInTables();
 
-/// The built-in text of a key in the user's language, else in English; nothing for an unknown key.
-/// Any thread.
-std::optional<std::string> builtInText(std::string_view key);
+/// The built-in text of a key in the best language for a reader, else in English; nothing for an
+/// unknown key. Any thread.
+/// @param preferred Language tags, the best one first.
+std::optional<std::string> builtInText(std::string_view key,
+                                       const std::vector<std::string>& preferred);
 
 }  // namespace ombrix::detail

@@ -153,10 +153,22 @@ TEST(AgainstIcuTests, EveryFormatReadsAsIcuWritesIt) {
   }
 }
 
-// Catches a formatter that writes in another locale than its own, or keeps the one before.
+// Catches a formatter that writes in another locale than its own, or in its own but for the
+// library's texts, or keeps the one before.
 TEST(AgainstIcuTests, AFormatterHasALocaleOfItsOwn) {
+  const testing::ScopedLocale english("en_US");
   const testing::ScopedSettings settings("kilometers");
-  Formatter distance(Format::distance), weight(Format::weight);
+  Formatter distance(Format::distance), weight(Format::weight), heart(Format::heartRate);
+  heart.setLocale(platform::Locale("es_ES"));
+  EXPECT_EQ(heart.string(120), "120 LPM");
+  EXPECT_EQ(heart.unitLabel(), "lpm");
+  EXPECT_EQ(heart.getObjectValue("?").error(), "El texto «?» no es un número.");
+  settings.settings().setMetricType("miles");
+  Formatter total(Format::totalVertical);
+  total.setLocale(platform::Locale("de_DE"));
+  EXPECT_EQ(total.string(12'345), "40,5\u00a0TSD. FT");
+  EXPECT_EQ(total.string(400'000), "1,3\u00a0MIO. FT");
+  settings.settings().setMetricType("kilometers");
   EXPECT_EQ(distance.string(1500), "1.5 KM");
   for (auto* formatter : {&distance, &weight}) formatter->setLocale(platform::Locale("de_DE"));
   EXPECT_EQ(distance.string(1500), "1,5 KM");

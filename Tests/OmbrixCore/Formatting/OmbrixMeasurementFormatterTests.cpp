@@ -171,6 +171,8 @@ TEST(OmbrixMeasurementFormatterTests, AbbreviatesInTheUsersLanguage) {
       {"es_US", "12.9\u00a0MIL FT", "1.2\u00a0M FT"},
       {"ja_JP", "12.9千 FT", "1.2百万 FT"},
       {"nl_NL", "12,9K FT", "1,2MIL FT"},
+      {"pt_BR", "12,9\u00a0MIL PÉS", "1,2\u00a0MI PÉS"},
+      {"ca_ES", "12,9M FT", "1,2\u00a0M FT"},
   };
   for (const Case& test : kCases) {
     const ScopedLocale locale(test.locale);
