@@ -82,4 +82,19 @@ void Write(benchmark::State& state) {
 }
 BENCHMARK(Write)->Name("set/ombrix")->UseRealTime();
 
+/// The setter of a setting that is synced, with its observers, until it returns.
+void SetMetricType(benchmark::State& state) {
+  const ScopedSettings scoped("miles");
+  int told = 0;
+  const auto token = scoped.settings().observe(
+      "metricType", ombrix::platform::KeyValueObservingOptions::none, [&](const auto&) { ++told; });
+  bool isMiles = true;
+  for (auto _ : state) {
+    isMiles = !isMiles;
+    scoped.settings().setMetricType(isMiles ? "miles" : "kilometers");
+  }
+  if (told == 0) std::abort();
+}
+BENCHMARK(SetMetricType)->Name("setMetricType/ombrix")->UseRealTime();
+
 }  // namespace

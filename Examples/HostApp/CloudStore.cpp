@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 
+#include "Examples/HostApp/Arguments.hpp"
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/WholeFile.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
@@ -211,7 +212,8 @@ void addSyncCommand(CLI::App& settingsCommand) {
     printStatus();
   });
   CLI::App* watch = command->add_subcommand("watch", "Prints each change from other devices");
-  watch->add_option("--count", options->count, "End after this many changes");
+  watch->add_option("--count", options->count, "End after this many changes")
+      ->check(wholeNumberBetween(0, kMostToCount));
   watch->callback([options] { watchCloud(options->count); });
 }
 

@@ -8,6 +8,7 @@
 #include "OmbrixCore/Settings/SettingsRegistrations.hpp"
 #include "OmbrixCore/Settings/SettingsTables.hpp"
 #include "OmbrixCore/Settings/ToldOnce.hpp"
+#include "OmbrixPlatform/Concurrency/AtExit.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Services.hpp"
@@ -53,7 +54,7 @@ void logDefaultsFailure(const std::string& message) {
     logError({"OmbrixCore/Settings/OmbrixSettings+Core", "registerCoreSettings"},
              "Data: User defaults: " + message);
   };
-  if (detail::isLoggingSetUp.load()) return log();
+  if (detail::isLoggingSetUp.load() || platform::isProcessExiting()) return log();
   platform::DispatchQueue::global(platform::DispatchPriority::low).async(log);
 }
 
@@ -64,6 +65,8 @@ bool readBool(std::string_view property) {
 }  // namespace
 
 void OmbrixSettings::registerCoreSettings() {
+  // First: whatever follows may meet a file that cannot be read.
+  UserDefaults::standardUserDefaults().setErrorHandler(logDefaultsFailure);
   registerMappings({{"metricType", kUnitsKey},
                     {"syncPreferences", kSyncPreferencesKey},
                     {"extraLogging", kExtraLoggingKey}});
@@ -71,7 +74,6 @@ void OmbrixSettings::registerCoreSettings() {
   registerDefaults({{kUnitsKey, unitSystemForLocale(Locale::current())},
                     {kSyncPreferencesKey, true},
                     {kExtraLoggingKey, false}});
-  UserDefaults::standardUserDefaults().setErrorHandler(logDefaultsFailure);
   auto& locale = platform::services().locale.get();
   registrations_->add(locale.currentLocaleDidChange.connect([this] { announceLocale(); }));
   registrations_->followsLocale = true;
@@ -117,7 +119,10 @@ std::string OmbrixSettings::metricType() const {
   // A new instance may take the channel away between the two questions.
   if (const auto channel = tables.hasWormhole() ? tables.wormhole() : nullptr) {
     const auto message = channel->messageWithIdentifier(keyFromGetter("metricType"));
-    if (message && message->text()) return *message->text();
+    if (message && message->text()) {
+      noteUnitSystem(*message->text());
+      return *message->text();
+    }
   }
   // Asked for every formatted value: what this thread read last is good while neither the defaults
   // nor the tables have changed since before it was read.

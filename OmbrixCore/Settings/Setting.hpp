@@ -65,11 +65,13 @@ class Setting {
   /// Brings the default back.
   void reset() { OmbrixSettings::shared().saveObject(std::nullopt, key_); }
 
-  /// Calls the handler with the new value after each change, by whomever, until the token ends.
+  /// Calls the handler with the new value after each change, by whomever, from now on and until the
+  /// token ends.
   template <std::invocable<Value> Handler>
   [[nodiscard]] platform::ObservationToken observe(Handler handler) const {
-    return OmbrixSettings::shared().observe(
-        name_, platform::KeyValueObservingOptions::none,
+    // By the key: the settings begin to observe a new name a moment later, on a queue.
+    return platform::UserDefaults::standardUserDefaults().observe(
+        key_, platform::KeyValueObservingOptions::none,
         [self = *this, handler = std::move(handler)](const auto&) mutable { handler(self.get()); });
   }
 

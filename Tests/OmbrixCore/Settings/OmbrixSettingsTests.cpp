@@ -199,7 +199,6 @@ TEST(OmbrixSettingsTests, AProgramAddsSettingsOfItsOwn) {
   Setting<bool> showLifts{"showLifts", "app.showLifts", true, Synced::yes};
   Setting<std::string> resort{"resort", "app.resort", "none"};
   Setting<std::int64_t> runs{"runs", "app.runs", 3};
-  scoped.waitForRegistrations();
   EXPECT_TRUE(showLifts.get());
   EXPECT_EQ(resort.get(), "none");
   EXPECT_EQ(runs.get(), 3);
