@@ -125,8 +125,8 @@ class FileManager {
   [[nodiscard]] FileResult<FileContents> regularContents(
       const URL& url, std::uint64_t limitBytes, LastLink lastLink = LastLink::followed) const;
 
-  /// Removes a file that is still as it was read, in its state and every byte; a link is not
-  /// followed.
+  /// Removes a file that is as it was read, in state and every byte, and that nobody has open for
+  /// writing (writers wait for it up to a second, where the disk has leases). Follows no link.
   /// @return Whether it was; then it is gone. ENOENT when nothing is there.
   FileResult<bool> removeUnchanged(const URL& url, const FileContents& contents) const;
 

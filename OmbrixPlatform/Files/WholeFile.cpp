@@ -6,9 +6,12 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <new>
 #include <stdexcept>
+#include <thread>
 
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/Detail/LastLink.hpp"
@@ -105,29 +108,47 @@ int writeTo(int descriptor, DataView contents, bool isNew) noexcept {
   return writeInPlace(descriptor, info.st_size, contents);
 }
 
-/// Removes a file that was made and not finished, unless another has taken its place.
-void removeUnfinished(int descriptor, const std::string& path) noexcept {
-  struct stat made{};
+/// Whether a path still names the file that is open.
+bool isNamed(int descriptor, const std::string& path) noexcept {
+  struct stat open{};
   struct stat named{};
-  if (::fstat(descriptor, &made) == 0 && ::lstat(path.c_str(), &named) == 0 &&
-      made.st_ino == named.st_ino && made.st_dev == named.st_dev) {
-    ::unlink(path.c_str());
+  return ::fstat(descriptor, &open) == 0 && ::lstat(path.c_str(), &named) == 0 &&
+         open.st_ino == named.st_ino && open.st_dev == named.st_dev;
+}
+
+/// Keeps writers off a file that is open for reading, until it is closed: who does not wait is
+/// refused with EAGAIN. False when one has it open already. Where there are no leases (network
+/// disks, files of other users) it does nothing.
+bool keepWritersOff(int descriptor) noexcept {
+  // Who is refused is announced by a signal, which unless told otherwise would end the process.
+  ::fcntl(descriptor, F_SETSIG, SIGURG);
+  return ::fcntl(descriptor, F_SETLEASE, F_RDLCK) == 0 || errno != EAGAIN;
+}
+
+/// Opens a file for writing; one that somebody keeps writers off, to remove it, when he is done.
+Descriptor openToWrite(const std::string& path, int flags) noexcept {
+  constexpr std::chrono::milliseconds kPause{1};
+  constexpr int kMostPauses = 1000;
+  for (int pauses = 0;; ++pauses) {
+    Descriptor file = detail::openFile(path, flags | O_WRONLY);
+    if (file || errno != EAGAIN || pauses == kMostPauses) return file;
+    std::this_thread::sleep_for(kPause);
   }
 }
 
 FileResult<void> writeFile(const std::string& path, DataView contents, int flags, bool mayMake) {
-  flags |= O_WRONLY;
-  Descriptor file = detail::openFile(path, flags);
+  Descriptor file = openToWrite(path, flags);
   bool isNew = false;
   if (!file && errno == ENOENT && mayMake) {
-    file = detail::openFile(path, flags | O_CREAT | O_EXCL);
+    file = openToWrite(path, flags | O_CREAT | O_EXCL);
     isNew = static_cast<bool>(file);
     // Somebody else has made it meanwhile, or it is a link that leads nowhere yet.
-    if (!file && errno == EEXIST) file = detail::openFile(path, flags | O_CREAT);
+    if (!file && errno == EEXIST) file = openToWrite(path, flags | O_CREAT);
   }
   if (!file) return failure(errno, "open", path);
   int error = writeTo(file.get(), contents, isNew);
-  if (error != 0 && isNew) removeUnfinished(file.get(), path);
+  // Not what has taken the place of a file that was not finished.
+  if (error != 0 && isNew && isNamed(file.get(), path)) ::unlink(path.c_str());
   if (const int closeError = file.reset(); error == 0) error = closeError;
   if (error != 0) return failure(error, "write", path);
   return {};
@@ -216,13 +237,14 @@ FileResult<bool> FileManager::removeUnchanged(const URL& url, const FileContents
   const Descriptor file = detail::openFile(path, O_RDONLY | flagsFor(LastLink::refused));
   struct stat info{};
   if (!file || ::fstat(file.get(), &info) != 0) return failure(errno, "open", path);
-  if (!isUnchanged(stateFrom(info), contents.state)) return false;
+  if (!isUnchanged(stateFrom(info), contents.state) || !keepWritersOff(file.get())) return false;
   int error = 0;
   // The time alone does not tell: two writes within a tick of the kernel's clock have the same.
   if (!holds(file.get(), contents.bytes, error)) {
     if (error != 0) return failure(error, "read", path);
     return false;
   }
+  if (!isNamed(file.get(), path)) return false;
   if (::unlink(path.c_str()) != 0) return failure(errno, "remove", path);
   return true;
 }

@@ -83,6 +83,27 @@ void manyProcesses(Run& run) {
   }
 }
 
+/// A writer that overwrites whole and broken files, without coordination, beside readers that
+/// remove what is broken.
+void removingReaders(Run& run) {
+  const ScopedDir dir;
+  const auto path = dir.path() / "item";
+  const Store store = storeAt(path);
+  std::vector<std::unique_ptr<ChildProcess>> readers;
+  for (int i = 0; i < 2; ++i) {
+    readers.push_back(std::make_unique<ChildProcess>(Command{STORE_AGENT, "look", path}));
+    run.outcomes.expect(readers.back()->readLine() == "ready", "a reader starts");
+  }
+  for (std::size_t round = run.plan.rounds(500, 20'000); round > 0; --round) {
+    if (round % 2 == 0) std::ofstream(path, std::ios::binary) << "broken";
+    const std::string text(1 + run.random() % (round % 64 == 0 ? 1'000'000 : 20'000), 'v');
+    store.setValue(text);
+    run.outcomes.expect(store.value() == text, "a value stays that is stored while others read");
+  }
+  for (const auto& reader : readers) reader->kill();
+  run.log.takeErrors();
+}
+
 /// A small disk in memory, in this process alone.
 class Disk {
  public:
@@ -275,6 +296,7 @@ void run(const Plan& plan, Outcomes& outcomes) {
   Run run{plan, outcomes};
   killedWriters(run);
   manyProcesses(run);
+  removingReaders(run);
   badDisks(run);
   hostileLists(run);
   jumpingClock(run);

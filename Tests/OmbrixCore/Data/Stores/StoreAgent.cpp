@@ -2,11 +2,12 @@
 //   write FOLDER SIZE…   stores values of these sizes in turn under the key "k", until it is killed
 //   share GROUP ROUNDS   reads and writes one file and the keys of one folder in the group's
 //                        container, beside others that do the same; fails on a torn or lost value
+//   look FILE            reads a text again and again, until it is killed
 //   read FILE MEGABYTES CGROUP
 //                        reads a text with so much more memory at most, from inside a control group
 //                        unless CGROUP is "-"; 0 when it came, 3 when not
 //   decode FILE          decodes a property list as several types; 0 within 64 MiB and a second
-//   each launch FOLDER COUNT  adds one to a persisted number, sets so many others, and ends
+//   launch FOLDER COUNT  adds one to a persisted number, sets so many others, and ends
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -46,6 +47,12 @@ int write(const char* folder, const std::vector<std::size_t>& sizes) {
   const PlistKeyedItemStore<std::string> store(URL::fileURL(folder, true));
   std::cout << "ready" << std::endl;
   for (unsigned i = 0;; ++i) store.store(uniform(sizes[i % sizes.size()], i), "k").get();
+}
+
+int look(const char* file) {
+  const PlistFileStore<std::string> store(URL::fileURL(file));
+  std::cout << "ready" << std::endl;
+  while (true) static_cast<void>(store.value());
 }
 
 int share(const char* group, unsigned rounds) {
@@ -134,6 +141,7 @@ int launch(const char* folder, int others) {
 
 int main(int argc, char** argv) {
   if (argc == 3 && std::string_view(argv[1]) == "decode") return decode(argv[2]);
+  if (argc == 3 && std::string_view(argv[1]) == "look") return look(argv[2]);
   if (argc < 4) return 2;
   if (std::string_view(argv[1]) == "read") return read(argv[2], std::stoul(argv[3]), argv[4]);
   if (std::string_view(argv[1]) == "share") {
