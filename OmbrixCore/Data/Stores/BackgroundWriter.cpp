@@ -1,6 +1,7 @@
 #include "OmbrixCore/Data/Stores/BackgroundWriter.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <set>
 #include <vector>
 
@@ -8,13 +9,17 @@
 #include "OmbrixPlatform/Concurrency/AtExit.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Files/FileError.hpp"
 
 namespace ombrix::detail {
 namespace {
 
 using platform::ThreadPool;
 
-/// The writers of the process for which changes wait; a process must not end without them.
+constexpr std::chrono::seconds kLongestWaitAtExit{30};
+
+/// The writers of the process for which changes wait or are under way; a process must not end
+/// without them.
 struct Unwritten {
   platform::FutexLock lock;
   std::set<std::shared_ptr<BackgroundWriter>> writers;
@@ -28,16 +33,31 @@ Unwritten& unwritten() {
 
 }  // namespace
 
-void BackgroundWriter::flushAtExit() {
-  constexpr std::chrono::seconds kLongestWait{30};
+void BackgroundWriter::awaitAllAtExit() {
   unwritten().isExiting = true;
   std::vector<std::shared_ptr<BackgroundWriter>> writers;
   {
     const std::lock_guard lock(unwritten().lock);
     writers.assign(unwritten().writers.begin(), unwritten().writers.end());
   }
-  const auto deadline = std::chrono::steady_clock::now() + kLongestWait;
-  for (const auto& writer : writers) writer->flushUntil(deadline);
+  const Deadline deadline = std::chrono::steady_clock::now() + kLongestWaitAtExit;
+  for (const auto& writer : writers) writer->awaitUntil(deadline);
+}
+
+/// Waits until what was handed in is made, by other threads: this one could not give up a call that
+/// does not return.
+void BackgroundWriter::awaitUntil(Deadline deadline) {
+  {
+    Lock lock(mutex_);
+    const ThreadPool::BlockingScope blocking;
+    const auto isMade = [this, last = newest_] {
+      return made_ >= last || maker_ == std::this_thread::get_id();
+    };
+    if (turnEnded_.wait_until(lock, deadline, isMade)) return;
+  }
+  // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
+  logItemStore("value", "Data: Error saving data to file for in store: ",
+               platform::FileError(ETIMEDOUT, "write", fileURL_.path()));
 }
 
 void BackgroundWriter::makeLater(std::uint64_t place, Change change) {
@@ -46,23 +66,29 @@ void BackgroundWriter::makeLater(std::uint64_t place, Change change) {
   if (place < newest_) return;
   newest_ = place;
   replaced = std::exchange(waiting_, std::pair(place, std::move(change)));
-  scheduleIfNeeded(lock);
+  settle(lock);
+  if (unwritten().isExiting) awaitUntil(std::chrono::steady_clock::now() + kLongestWaitAtExit);
 }
 
-/// With the lock held, which it gives up: has what waits made.
-void BackgroundWriter::scheduleIfNeeded(Lock& lock) {
-  if (!waiting_ || isScheduled_) return;
-  isScheduled_ = true;
+/// With the lock held, which it gives up: has what waits made, or sees that nothing is left to do.
+void BackgroundWriter::settle(Lock& lock) {
+  const bool isIdle = !isScheduled_ && maker_ == std::thread::id();
+  const bool mustSchedule = waiting_ && !isScheduled_;
+  isScheduled_ = isScheduled_ || mustSchedule;
   lock.unlock();
+  if (mustSchedule) {
+    schedule();
+  } else if (isIdle) {
+    leave();
+  }
+}
+
+void BackgroundWriter::schedule() {
   static std::once_flag isRegistered;
-  std::call_once(isRegistered, [] { platform::atExit(flushAtExit); });
+  std::call_once(isRegistered, [] { platform::atExit(awaitAllAtExit); });
   {
     const std::lock_guard registryLock(unwritten().lock);
     unwritten().writers.insert(shared_from_this());
-  }
-  if (unwritten().isExiting) {
-    makeWaiting();
-    return;
   }
   try {
     ThreadPool::shared().post([self = shared_from_this()] { self->makeWaiting(); });
@@ -71,20 +97,27 @@ void BackgroundWriter::scheduleIfNeeded(Lock& lock) {
   }
 }
 
-/// Makes changes until none waits.
-void BackgroundWriter::makeWaiting() {
-  {
-    Lock lock(mutex_);
-    // The one under way, on another thread, schedules what came meanwhile when it ends.
-    while (waiting_ && maker_ == std::thread::id()) {
-      auto [place, change] = *std::exchange(waiting_, std::nullopt);
-      make(place, std::move(change), lock);
-    }
-    isScheduled_ = false;
-  }
+/// Leaves the registry, unless something has come meanwhile.
+void BackgroundWriter::leave() {
   const std::lock_guard registryLock(unwritten().lock);
   const Lock lock(mutex_);
-  if (!waiting_ && !isScheduled_) unwritten().writers.erase(shared_from_this());
+  if (!waiting_ && !isScheduled_ && maker_ == std::thread::id()) {
+    unwritten().writers.erase(shared_from_this());
+  }
+}
+
+/// Makes changes until none waits.
+void BackgroundWriter::makeWaiting() {
+  Lock lock(mutex_);
+  // The one under way, on another thread, sees to what came meanwhile when it ends.
+  while (waiting_ && maker_ == std::thread::id()) {
+    auto [place, change] = *std::exchange(waiting_, std::nullopt);
+    make(place, std::move(change), lock);
+  }
+  isScheduled_ = false;
+  const bool isIdle = maker_ == std::thread::id();
+  lock.unlock();
+  if (isIdle) leave();
 }
 
 /// With the lock held, which it gives up meanwhile, and the turn free.
@@ -100,20 +133,8 @@ void BackgroundWriter::make(std::uint64_t place, Change change, Lock& lock) {
   change = nullptr;
   lock.lock();
   maker_ = {};
-  made_ = place;
+  made_ = std::max(made_, place);
   turnEnded_.notify_all();
-}
-
-/// With the lock held: waits until no change is under way. False when the calling thread itself is
-/// making one, or at the deadline.
-bool BackgroundWriter::awaitTurn(Lock& lock, const Deadline& deadline) {
-  if (maker_ == std::thread::id()) return true;
-  if (maker_ == std::this_thread::get_id()) return false;
-  const ThreadPool::BlockingScope blocking;
-  const auto isFree = [this] { return maker_ == std::thread::id(); };
-  if (deadline) return turnEnded_.wait_until(lock, *deadline, isFree);
-  turnEnded_.wait(lock, isFree);
-  return true;
 }
 
 void BackgroundWriter::makeNow(std::uint64_t place, const Change& change) {
@@ -121,26 +142,35 @@ void BackgroundWriter::makeNow(std::uint64_t place, const Change& change) {
   Lock lock(mutex_);
   newest_ = std::max(newest_, place);
   if (waiting_ && waiting_->first < place) replaced.swap(waiting_);
-  if (!awaitTurn(lock, std::nullopt)) {
+  if (maker_ == std::this_thread::get_id()) {  // from inside another one
     lock.unlock();
-    change();  // from inside another one
+    change();
+    lock.lock();
+    made_ = std::max(made_, place);
     return;
   }
+  if (maker_ != std::thread::id()) {
+    const ThreadPool::BlockingScope blocking;
+    turnEnded_.wait(lock, [this] { return maker_ == std::thread::id(); });
+  }
   if (made_ < place) make(place, change, lock);
-  scheduleIfNeeded(lock);
+  settle(lock);
 }
 
-void BackgroundWriter::flush() { flushUntil(std::nullopt); }
-
-void BackgroundWriter::flushUntil(const Deadline& deadline) {
+void BackgroundWriter::flush() {
   Lock lock(mutex_);
   const std::uint64_t last = newest_;
-  while (made_ < last && awaitTurn(lock, deadline)) {
-    if (made_ >= last || !waiting_) break;
-    auto [place, change] = *std::exchange(waiting_, std::nullopt);
-    make(place, std::move(change), lock);
+  if (maker_ == std::this_thread::get_id()) return;
+  while (made_ < last) {
+    if (waiting_ && maker_ == std::thread::id()) {
+      auto [place, change] = *std::exchange(waiting_, std::nullopt);
+      make(place, std::move(change), lock);
+    } else {
+      const ThreadPool::BlockingScope blocking;
+      turnEnded_.wait(lock);
+    }
   }
-  scheduleIfNeeded(lock);
+  settle(lock);
 }
 
 }  // namespace ombrix::detail

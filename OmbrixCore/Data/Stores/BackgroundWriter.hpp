@@ -11,16 +11,22 @@
 #include <thread>
 #include <utility>
 
+#include "OmbrixPlatform/Files/URL.hpp"
+
 namespace ombrix::detail {
 
 /// Brings one store's changes to the disk, one at a time and never an earlier one after a later
 /// one. Of changes that wait only the last is made. Any thread.
 ///
-/// A process that ends normally (main returns, or `exit`) makes what still waits before it ends,
-/// for half a minute at most where the disk does not answer. A killed or aborted one does not.
+/// A process that ends normally (main returns, or `exit`) waits for the changes that were handed
+/// in, for half a minute at most; those of a disk, or of another process, that does not answer by
+/// then are given up, which the log says. A killed or aborted process waits for nothing.
 class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWriter> {
  public:
   using Change = std::function<void()>;
+
+  /// @param fileURL What the changes write, for the log.
+  explicit BackgroundWriter(platform::URL fileURL) : fileURL_(std::move(fileURL)) {}
 
   /// The place of a change among all, later ones higher. Never blocks.
   [[nodiscard]] std::uint64_t nextPlace() noexcept { return ++places_; }
@@ -40,15 +46,17 @@ class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWri
  private:
   using Lock = std::unique_lock<std::mutex>;
   using Waiting = std::optional<std::pair<std::uint64_t, Change>>;
-  using Deadline = std::optional<std::chrono::steady_clock::time_point>;
+  using Deadline = std::chrono::steady_clock::time_point;
 
-  void scheduleIfNeeded(Lock& lock);
   void makeWaiting();
   void make(std::uint64_t place, Change change, Lock& lock);
-  bool awaitTurn(Lock& lock, const Deadline& deadline);
-  void flushUntil(const Deadline& deadline);
-  static void flushAtExit();
+  void settle(Lock& lock);
+  void schedule();
+  void leave();
+  void awaitUntil(Deadline deadline);
+  static void awaitAllAtExit();
 
+  const platform::URL fileURL_;
   std::atomic<std::uint64_t> places_{0};
   std::mutex mutex_;  // guards what follows; never held while a change is made
   std::condition_variable turnEnded_;

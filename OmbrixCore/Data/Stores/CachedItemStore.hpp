@@ -128,7 +128,7 @@ class CachedItemStore final
     const platform::CurrentValueSubject<T, platform::Never> innerSubject;
     const std::shared_ptr<PlistFileStore<T>> backingPlistStore;  // shared with writes under way
     const std::shared_ptr<detail::BackgroundWriter> writer =
-        std::make_shared<detail::BackgroundWriter>();
+        std::make_shared<detail::BackgroundWriter>(url);
   };
 
   std::shared_ptr<State> state_;

@@ -1,5 +1,4 @@
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
-#include "OmbrixPlatform/Files/FileError.hpp"
 
 #include <cerrno>
 #include <string>

@@ -2,6 +2,7 @@
 
 #include <charconv>
 #include <cmath>
+#include <new>
 #include <string>
 
 #include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
@@ -271,6 +272,7 @@ PropertyList readXMLPropertyList(DataView bytes) {
   const auto parsed = document.load_buffer(
       bytes.data(), bytes.size(),
       pugi::parse_escapes | pugi::parse_cdata | pugi::parse_eol | pugi::parse_ws_pcdata);
+  if (parsed.status == pugi::status_out_of_memory) throw std::bad_alloc();  // it may be whole
   if (!parsed) {
     damaged(std::string("at byte ") + std::to_string(parsed.offset) + ": " + parsed.description());
   }

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <filesystem>
+#include <span>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
@@ -28,7 +29,6 @@ Ranges rangesOf(const std::string& path) noexcept {
   return {first, first + 1, first + 2};
 }
 
-/// What the thread has access to, innermost last.
 struct Held {
   std::string lockFile;
   off_t access;
@@ -36,7 +36,26 @@ struct Held {
   Descriptor file;       // empty where no lock was needed
   int readOnlyCode = 0;  // why the file could not be opened for writing
 };
-thread_local std::vector<Held> held;
+
+/// What the thread has access to, innermost last; null for nothing. It is no object with a
+/// destructor: those of a thread run before the functions of `atExit`, which coordinate as well.
+constinit thread_local std::vector<Held>* heldByThread = nullptr;
+
+std::span<Held> held() noexcept {
+  return heldByThread == nullptr ? std::span<Held>() : std::span(*heldByThread);
+}
+
+void hold(Held access) {
+  if (heldByThread == nullptr) heldByThread = new std::vector<Held>;
+  heldByThread->push_back(std::move(access));
+}
+
+Held letGo() noexcept {
+  Held last = std::move(heldByThread->back());
+  heldByThread->pop_back();
+  if (heldByThread->empty()) delete std::exchange(heldByThread, nullptr);
+  return last;
+}
 
 /// Locks one byte; 0 or errno. The locks belong to the open file, thus to one acquisition.
 int setLock(int file, off_t byte, short type, bool waits) noexcept {
@@ -94,14 +113,14 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
   const auto failure = [&](int code) { return std::unexpected(FileError(code, "lock", path)); };
 
   bool isHeld = false;
-  for (Held& outer : held) {
+  for (Held& outer : held()) {
     if (outer.access != ranges.access || outer.lockFile != lockFile) continue;
     isHeld = true;
     if (!isExclusive || outer.isExclusive) return CoordinationLock(Ending::nothing);
   }
   if (isHeld) {
     // The outer reader's own lock becomes exclusive until the inner writer ends.
-    for (Held& outer : held) {
+    for (Held& outer : held()) {
       if (outer.access != ranges.access || outer.lockFile != lockFile) continue;
       if (outer.readOnlyCode != 0) return failure(outer.readOnlyCode);
       if (const int error = setLock(outer.file.get(), ranges.upgrade, F_WRLCK, false); error != 0) {
@@ -111,7 +130,7 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
         setLock(outer.file.get(), ranges.upgrade, F_UNLCK, false);
         return failure(error);
       }
-      held.push_back({lockFile, ranges.access, true, Descriptor(), 0});
+      hold({lockFile, ranges.access, true, Descriptor(), 0});
       return CoordinationLock(Ending::downgrade);
     }
   }
@@ -126,7 +145,7 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
       file = openFile(lockFile, O_RDONLY | O_NOFOLLOW);
       // On a read-only disk without a lock file nobody can be writing.
       if (!file && readOnlyCode == EROFS && errno == ENOENT) {
-        held.push_back({lockFile, ranges.access, false, Descriptor(), readOnlyCode});
+        hold({lockFile, ranges.access, false, Descriptor(), readOnlyCode});
         return CoordinationLock(Ending::pop);
       }
       if (!file) errno = readOnlyCode;
@@ -136,7 +155,7 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     const Currency currency = currencyOf(file.get(), lockFile);
     if (currency == Currency::unknown) return failure(errno);
     if (currency == Currency::replaced) continue;
-    held.push_back({lockFile, ranges.access, isExclusive, std::move(file), readOnlyCode});
+    hold({lockFile, ranges.access, isExclusive, std::move(file), readOnlyCode});
     return CoordinationLock(Ending::release);
   }
   return failure(EBUSY);
@@ -144,11 +163,10 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
 
 CoordinationLock::~CoordinationLock() {
   if (ending_ == Ending::nothing) return;
-  const Held ended = std::move(held.back());
-  held.pop_back();
+  const Held ended = letGo();
   // Closing the file, with `ended`, releases its locks.
   if (ending_ != Ending::downgrade) return;
-  for (const Held& outer : held) {
+  for (const Held& outer : held()) {
     if (outer.access != ended.access || outer.lockFile != ended.lockFile || !outer.file) continue;
     setLock(outer.file.get(), ended.access, F_RDLCK, false);
     setLock(outer.file.get(), ended.access + 1, F_UNLCK, false);

@@ -7,7 +7,9 @@
 //                        reads a text with so much more memory at most, from inside a control group
 //                        unless CGROUP is "-"; 0 when it came, 3 when not
 //   decode FILE          decodes a property list as several types; 0 within 64 MiB and a second
-//   launch FOLDER COUNT  adds one to a persisted number, sets so many others, and ends
+//   launch FOLDER COUNT GROUP
+//                        adds one to a persisted number, sets so many others, and ends; GROUP is
+//                        the group's container, or "-"
 
 #include <sys/resource.h>
 #include <unistd.h>
@@ -55,10 +57,15 @@ int look(const char* file) {
   while (true) static_cast<void>(store.value());
 }
 
-int share(const char* group, unsigned rounds) {
+URL useContainer(const char* group) {
   const URL container = URL::fileURL(group, true);
   platform::services().directories.get().setContainerForGroup(FileManager::OmbrixGroupName,
                                                               container);
+  return container;
+}
+
+int share(const char* group, unsigned rounds) {
+  const URL container = useContainer(group);
   const PlistFileStore<std::string> one(container.appendingPathComponent("one", false));
   const PlistKeyedItemStore<std::string> keyed(container.appendingPathComponent("keyed", true));
   constexpr unsigned kKeys = 5;
@@ -127,7 +134,8 @@ int decode(const char* path) {
   return isBounded ? 0 : 1;
 }
 
-int launch(const char* folder, int others) {
+int launch(const char* folder, int others, const char* group) {
+  if (std::string_view(group) != "-") useContainer(group);
   const URL directory = URL::fileURL(folder, true);
   const Persisted<int> launches{0, directory, "launches"};
   launches.modifyWrappedValue([](int& count) { ++count; });
@@ -147,7 +155,7 @@ int main(int argc, char** argv) {
   if (std::string_view(argv[1]) == "share") {
     return share(argv[2], static_cast<unsigned>(std::stoul(argv[3])));
   }
-  if (std::string_view(argv[1]) == "launch") return launch(argv[2], std::stoi(argv[3]));
+  if (std::string_view(argv[1]) == "launch") return launch(argv[2], std::stoi(argv[3]), argv[4]);
   std::vector<std::size_t> sizes;
   for (int i = 3; i < argc; ++i) sizes.push_back(std::stoul(argv[i]));
   return write(argv[2], sizes);
