@@ -42,10 +42,9 @@ std::vector<std::string> RecentDays::Shelf::keys() const {
   return keys;
 }
 
-/// Only opened keys are deleted; reading opens it.
+/// Removes a day; what cannot be read stays: it may be no day, or be read the next time.
 void RecentDays::Shelf::remove(const std::string& key) const {
-  static_cast<void>(days.value(key).get());
-  days.purge(key).get();
+  if (days.value(key).get()) days.purge(key).get();
 }
 
 RecentDays::RecentDays()
@@ -94,16 +93,22 @@ void RecentDays::adoptOlder() {
   const auto keys = older.keys();
   if (keys.empty()) return;
   auto order = shelf_.keys();
+  bool isComplete = true;
   for (const std::string& key : keys) {
     const auto day = older.days.value(key).get();
     if (day && !shelf_.days.exists(key).get()) {
       shelf_.days.store(*day, key).get();
-      if (!shelf_.days.exists(key).get()) return;  // said in the log; the next time again
       order.push_back(key);
     }
-    older.days.purge(key).get();
+    // What is not here, whatever the reason, stays there; the log says it, the next time again.
+    if (day && shelf_.days.value(key).get()) {
+      older.days.purge(key).get();
+    } else {
+      isComplete = false;
+    }
   }
   tidy(order);
+  if (!isComplete) return;
   older.order.purge();
   std::error_code stays;
   std::filesystem::remove(older.daysFolder.path(), stays);
@@ -119,7 +124,8 @@ std::vector<RememberedDay> RecentDays::days() {
   const auto access = alone([&] {
     adoptOlder();
     const auto keys = shelf_.keys();
-    if (shelf_.order.exists() && shelf_.order.value() != keys) tidy(keys);
+    const auto order = shelf_.order.exists() ? shelf_.order.value() : keys;
+    if (keys.size() > kMostDays || (order && order != keys)) tidy(keys);
     read();
   });
   // On a disk that cannot be written nobody else can be writing.

@@ -6,11 +6,15 @@
 #include <fstream>
 #include <functional>
 #include <memory>
+#include <optional>
+#include <string_view>
 #include <vector>
 
 #include "Examples/HostApp/Commands.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
+#include "OmbrixPlatform/Coding/PropertyListDecoder.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
 
 namespace ombrix::hostapp {
@@ -44,15 +48,58 @@ void coordinated(const Options& options, bool writes, const std::function<void()
   body();
 }
 
+/// The file of the key, through links; nothing when there is none.
+std::optional<fs::path> fileOf(const Options& options) {
+  fs::path file = options.store().backingDiskStore().path(options.key).path();
+  if (!fs::exists(file)) return std::nullopt;
+  return file;
+}
+
+/// Whether a file is what a store leaves: a property list, binary or XML, or one whose writer was
+/// killed, at once or in the middle.
+bool isStoreFile(const fs::path& path) {
+  if (!fs::is_regular_file(path)) return false;
+  std::string start(1024, ' ');
+  std::ifstream file(path, std::ios::binary);
+  file.read(start.data(), static_cast<std::streamsize>(start.size()));
+  if (file.bad()) return false;
+  start.resize(static_cast<std::size_t>(file.gcount()));
+  return start.empty() || start.starts_with("bplist0") ||
+         start.starts_with(std::string_view("\0plist0", 7)) ||
+         (start.starts_with('<') && start.find("<plist") != std::string::npos);
+}
+
+[[noreturn]] void refuse(const fs::path& file, std::string_view why) {
+  throw CommandFailure(fmt::format("{:?} {}; it was left alone", file.string(), why));
+}
+
+/// The text under the key. A store removes what it cannot decode; a command that reads or replaces
+/// one text leaves the files of others, and values of other types, as they are.
+std::optional<std::string> textOf(const Options& options) {
+  const auto file = fileOf(options);
+  if (!file) return std::nullopt;
+  if (!isStoreFile(*file)) refuse(*file, "is no file of a store");
+  const auto bytes = DataKeyedItemStore(options.url(), "data").value(options.key).get();
+  if (!bytes) refuse(*file, "could not be read, see ombrix log");
+  // What a killed writer has left is nothing.
+  if (bytes->empty() || bytes->front() == std::byte{0}) return std::nullopt;
+  try {
+    return platform::PropertyListDecoder().decode<std::string>(*bytes);
+  } catch (const platform::Error&) {
+    refuse(*file, "holds no text");
+  }
+}
+
 void put(const Options& options) {
+  static_cast<void>(textOf(options));
   options.store().store(options.value, options.key).get();
-  if (options.store().value(options.key).get() != options.value) {
+  if (textOf(options) != options.value) {
     throw CommandFailure(fmt::format("could not keep {:?}; see ombrix log", options.key));
   }
 }
 
 void get(const Options& options) {
-  const auto value = options.store().value(options.key).get();
+  const auto value = textOf(options);
   if (!value) throw CommandFailure(fmt::format("there is nothing under {:?}", options.key));
   fmt::print("{}\n", *value);
 }
@@ -71,29 +118,18 @@ void age(const Options& options) {
 
 void size(const Options& options) { fmt::print("{} bytes\n", options.store().size().get()); }
 
-/// Whether a file is what a store leaves: of its name, and a property list (binary or XML), or one
-/// whose writer was killed.
-bool isStoreFile(const fs::directory_entry& entry) {
-  if (!entry.is_regular_file() || entry.is_symlink()) return false;
-  const fs::path name = entry.path().filename();
-  if (name != ".data" && name.extension() != ".data") return false;
-  std::string start(8, ' ');
-  std::ifstream file(entry.path(), std::ios::binary);
-  file.read(start.data(), static_cast<std::streamsize>(start.size()));
-  start.resize(static_cast<std::size_t>(file.gcount()));
-  return start.empty() || start.front() == '\0' || start.starts_with("bplist0") ||
-         start.starts_with("<?xml") || start.starts_with("<plist");
-}
-
-/// Removes the folder where it holds nothing but a store's files.
+/// Removes the folder where it holds nothing but a store's files; through a link, which stays.
 void purgeAll(const Options& options) {
-  const fs::path folder = options.url().path();
-  if (!fs::is_directory(folder)) {
+  std::error_code error;
+  const fs::path folder = fs::canonical(options.url().path(), error);
+  if (error || !fs::is_directory(folder)) {
     throw CommandFailure(fmt::format("there is no folder {:?}", options.folder));
   }
   std::vector<fs::path> files;
   for (const auto& entry : fs::directory_iterator(folder)) {
-    if (!isStoreFile(entry)) {
+    const fs::path name = entry.path().filename();
+    const bool isNamed = name == ".data" || name.extension() == ".data";
+    if (!isNamed || entry.is_symlink() || !isStoreFile(entry.path())) {
       throw CommandFailure(
           fmt::format("{:?} is no file of a store; nothing was removed", entry.path().string()));
     }
@@ -105,16 +141,14 @@ void purgeAll(const Options& options) {
 }
 
 void purgeKey(const Options& options) {
+  const auto file = fileOf(options);
+  if (!file) return;
+  if (!isStoreFile(*file)) refuse(*file, "is no file of a store");
   // Only opened keys are deleted; reading opens it.
-  const Store store = options.store();
-  const std::string file = store.backingDiskStore().path(options.key).path();
-  if (!fs::exists(file)) return;
-  if (!fs::is_regular_file(file)) {
-    throw CommandFailure(fmt::format("{:?} is no file of a store", file));
-  }
+  const DataKeyedItemStore store(options.url(), "data");
   static_cast<void>(store.value(options.key).get());
   store.purge(options.key).get();
-  if (fs::exists(file)) {
+  if (fs::exists(*file)) {
     throw CommandFailure(fmt::format("could not remove {:?}; see ombrix log", options.key));
   }
 }

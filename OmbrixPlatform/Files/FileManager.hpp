@@ -108,11 +108,11 @@ class FileManager {
 
   /// Writes over an existing file in place, without emptying it first, which would be far slower.
   ///
-  /// Room for a longer value is made before anything changes: a full disk leaves the old contents
-  /// where the file system can set room aside. Then the first byte is zeroed before everything else
-  /// and written after it, when the file has its new length already: a writer that is killed
-  /// half-way leaves a file that starts with zero, never one that looks whole and holds parts of
-  /// two. ENOENT when there is no file, ENOTSUP for a pipe or a device.
+  /// The first byte is zeroed before anything else and written last, when the file has its new
+  /// length: a writer that is killed half-way leaves a file that starts with zero, never one that
+  /// looks whole and holds parts of two. What a longer value has beyond the old end comes before
+  /// the rest: where there is no room for it, the old contents come back. ENOENT when there is no
+  /// file, ENOTSUP for a pipe or a device.
   FileResult<void> overwriteFile(const URL& url, DataView contents) const;
 
   /// The whole contents of a file; EISDIR for a folder, ENOMEM when they cannot be held in memory.

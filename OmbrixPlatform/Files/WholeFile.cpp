@@ -78,12 +78,31 @@ int makeRoom(int descriptor, const struct stat& info, off_t length) noexcept {
   return error;
 }
 
+/// Writes what reaches beyond the old end, behind a zero that stands for the first byte. Where that
+/// fails the file becomes as it was before; 0 or errno.
+int writeGrowth(int descriptor, std::byte first, off_t oldLength, DataView growth) noexcept {
+  constexpr std::byte kMark{0};
+  int error = writeAllAt(descriptor, std::span(&kMark, 1), 0);
+  if (error == 0) error = writeAllAt(descriptor, growth, oldLength);
+  if (error != 0 && detail::retrying([&] { return ::ftruncate(descriptor, oldLength); }) == 0) {
+    static_cast<void>(writeAllAt(descriptor, std::span(&first, 1), 0));
+  }
+  return error;
+}
+
 /// Writes the contents behind a zero that stands for the first byte until the end; 0 or errno.
 int writeInPlace(int descriptor, off_t oldLength, DataView contents) noexcept {
   const auto length = static_cast<off_t>(contents.size());
+  DataView rest = contents.subspan(length > 0 ? 1 : 0);
+  std::byte first{};
+  if (oldLength > 0 && length > oldLength && ::pread(descriptor, &first, 1, 0) == 1) {
+    const auto kept = static_cast<std::size_t>(oldLength);
+    const int error = writeGrowth(descriptor, first, oldLength, contents.subspan(kept));
+    if (error != 0) return error;
+    rest = rest.first(kept - 1);
+  }
   // In one call, which writes from the front: the mark stands before anything behind it changes.
   std::byte mark{0};
-  const DataView rest = contents.subspan(length > 0 ? 1 : 0);
   const std::array parts{iovec{&mark, 1}, iovec{const_cast<std::byte*>(rest.data()), rest.size()}};
   const auto count = detail::retrying([&] { return ::pwritev(descriptor, parts.data(), 2, 0); });
   if (count < 0) return errno;
@@ -130,7 +149,9 @@ Descriptor openToWrite(const std::string& path, int flags) noexcept {
   constexpr std::chrono::milliseconds kPause{1};
   constexpr int kMostPauses = 1000;
   for (int pauses = 0;; ++pauses) {
-    Descriptor file = detail::openFile(path, flags | O_WRONLY);
+    Descriptor file = detail::openFile(path, flags | O_RDWR);
+    // What may not be read may be written all the same.
+    if (!file && errno == EACCES) file = detail::openFile(path, flags | O_WRONLY);
     if (file || errno != EAGAIN || pauses == kMostPauses) return file;
     std::this_thread::sleep_for(kPause);
   }

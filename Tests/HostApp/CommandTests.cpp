@@ -260,16 +260,43 @@ TEST(CommandTests, KeepsTextsInAFolder) {
   EXPECT_EQ(run(folder, "store list kept").output, "");
 }
 
-// Catches a purge that removes what no store has written.
-TEST(CommandTests, PurgesNothingForeign) {
+// Catches a command that removes or replaces what is no text of a store: another program's file, a
+// folder, a value of another type, what a link leads to.
+TEST(CommandTests, StoreCommandsHarmNothingForeign) {
+  using namespace std::string_literals;
   const testing::ScopedDir folder;
   EXPECT_EQ(run(folder, "store put kept morning tea").status, 0);
-  folder.write("kept/game.data", "SAVED GAME");
-  folder.write("kept/tree.data/leaf", "x");
-  EXPECT_EQ(run(folder, "store purge kept --all").status, 1);
-  EXPECT_EQ(run(folder, "store purge kept tree").status, 1);
-  EXPECT_EQ(folder.read("kept/tree.data/leaf"), "x");
-  EXPECT_EQ(run(folder, "store get kept morning").output, "tea\n");
+  const std::string day = folder.read(EARLIER_DAYS "/Days/1700000001.data");
+  const std::pair<const char*, std::string> foreign[] = {
+      {"game", "SAVED GAME"},  {"zero", "\0foreign save"s},
+      {"tree/leaf", "x"},      {"picture", "<?xml version=\"1.0\"?><svg/>"},
+      {"link", "linked text"}, {"day", day}};
+  for (const auto& [name, contents] : foreign) {
+    std::string file = "kept/"s + name + ".data";
+    const std::string key = fs::path(name).begin()->string();
+    if (key == "tree") file = "kept/tree.data/leaf";
+    if (key == "link") {
+      file = "linked.txt";
+      fs::create_symlink("../linked.txt", folder.path() / "kept/link.data");
+    }
+    folder.write(file, contents);
+    for (const std::string& command :
+         {"get kept " + key, "put kept " + key + " x", "purge kept --all"s, "purge kept " + key}) {
+      if (command == "purge kept day") continue;  // it is a store's, and asked for by name
+      const Outcome outcome = run(folder, "store " + command);
+      EXPECT_EQ(outcome.status, command == "purge kept --all" && key == "day" ? 0 : 1) << command;
+      if (command.ends_with("--all") && key == "day") continue;
+      EXPECT_EQ(folder.read(file), contents) << command;
+    }
+    EXPECT_TRUE(key == "day" || run(folder, "store get kept morning").output == "tea\n") << key;
+    fs::remove_all(folder.path() / "kept" / (key + ".data"));
+  }
+  EXPECT_FALSE(fs::exists(folder.path() / "kept"));
+  // Through a link the folder goes that it leads to.
+  EXPECT_EQ(run(folder, "store put real k v").status, 0);
+  fs::create_directory_symlink("real", folder.path() / "alias");
+  EXPECT_EQ(run(folder, "store purge alias --all").status, 0);
+  EXPECT_FALSE(fs::exists(folder.path() / "real"));
 }
 
 // Catches days that are lost when programs keep them at once or when the app group gets its folder,
@@ -295,6 +322,38 @@ TEST(CommandTests, ProgramsKeepDaysTogether) {
   std::filesystem::remove(shared / "Library/Application Support/com.brannoway.ombrix/Days" /
                           "1700000003.data");
   EXPECT_EQ(count(run(folder, "days").output), 7);
+}
+
+// Catches days that an update no longer lists, more of them than are to be kept, and the removal of
+// what could not be taken over into the container.
+TEST(CommandTests, DaysOfAnEarlierBuildAreTakenOver) {
+  const testing::ScopedDir folder;
+  const fs::path data = std::getenv("XDG_DATA_HOME");
+  const fs::path older = data / "com.brannoway.ombrix",
+                 shared = data / "group.com.brannoway.ombrix";
+  fs::remove_all(data);
+  fs::create_directories(older);
+  fs::copy(EARLIER_DAYS, older, fs::copy_options::recursive);
+  const std::string expected =
+      "2023-11-14 22:13  11.1 KM, down 100 M  d3.csv\n"
+      "2023-11-14 22:13  11.1 KM, down 100 M  d2.csv\n"
+      "2023-11-14 22:13  11.1 KM, down 100 M  d1.csv\n";
+  EXPECT_EQ(run(folder, "days --units kilometers").output, expected);
+  fs::create_directories(older / "Days/no-day.data/leaf");
+  fs::create_directory(shared);
+  EXPECT_EQ(run(folder, "days --units kilometers").output, expected);
+  EXPECT_TRUE(fs::exists(older / "Days/no-day.data/leaf"));
+  EXPECT_FALSE(fs::exists(older / "Days/1700000001.data"));
+
+  const fs::path days = shared / "Library/Application Support/com.brannoway.ombrix/Days";
+  for (int i = 0; i < 400; ++i) {
+    fs::copy_file(EARLIER_DAYS "/Days/1700000001.data",
+                  days / (std::to_string(1'600'000'000 + i) + ".data"));
+  }
+  fs::remove(days.parent_path() / "recent-days.plist");
+  const std::string listed = run(folder, "days").output;
+  EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'), 400);
+  EXPECT_EQ(std::distance(fs::directory_iterator(days), {}), 400);
 }
 
 // Catches days that a program cannot keep and therefore does not show.

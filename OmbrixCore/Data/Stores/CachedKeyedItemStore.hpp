@@ -96,7 +96,11 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
   static platform::Async<void> storeIn(Inner inner, std::optional<T> value, std::string key,
                                        StoreType type) {
     if (type != StoreType::memory) co_await inner.diskStore.store(value, key);
-    if (type != StoreType::disk) co_await inner.inMemoryStore.store(value, key);
+    if (type == StoreType::disk) {
+      co_await inner.inMemoryStore.outdate(key);
+    } else {
+      co_await inner.inMemoryStore.store(value, key);
+    }
   }
 
   static platform::Async<bool> existsIn(Inner inner, std::string key) {

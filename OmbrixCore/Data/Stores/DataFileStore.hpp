@@ -54,8 +54,8 @@ class DataFileStore final {
   /// The same, with what tells the file from one that takes its place.
   [[nodiscard]] std::optional<platform::FileContents> contents() const;
 
-  /// Writes the file, making its folder when needed; nothing removes the file. A disk that is full
-  /// keeps the old value where its file system can set room aside first.
+  /// Writes the file, making its folder when needed; nothing removes the file. Where there is no
+  /// room for a longer value the old one stays.
   void setValue(const std::optional<platform::Data>& value) const;
 
   [[nodiscard]] bool exists() const;

@@ -135,6 +135,12 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
         });
   }
 
+  /// Says that copies of the key which were read elsewhere before are no longer to be filled in.
+  [[nodiscard]] platform::Async<void> outdate(std::string key) const {
+    return detail::onActor(state_,
+                           [key = std::move(key)](State& state) { ++state.revisionOf(key); });
+  }
+
   struct Entry;
   using Memory = std::unordered_map<std::string, Entry>;
   /// By date and, since the clock stands still or goes back, by the order of storing.

@@ -1,13 +1,60 @@
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "OmbrixCore/Data/Stores/Persisted.hpp"
+#include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix {
 namespace {
 
+namespace fs = std::filesystem;
+using platform::Data;
 using platform::URL;
+
+struct Kept {
+  std::string name;
+  platform::Date when{};
+  Data bytes;
+  std::optional<int> none;
+  double number = 0;
+  bool flag = false;
+  std::vector<std::optional<std::string>> some;
+  std::vector<std::string> equal;
+
+  static constexpr auto kCodingFields = platform::codingFields(
+      platform::field("name", &Kept::name), platform::field("when", &Kept::when),
+      platform::field("bytes", &Kept::bytes), platform::field("none", &Kept::none),
+      platform::field("number", &Kept::number), platform::field("flag", &Kept::flag),
+      platform::field("some", &Kept::some), platform::field("equal", &Kept::equal));
+  friend bool operator==(const Kept&, const Kept&) = default;
+};
+
+// Catches a store that an update of the program no longer reads, and so removes. The files were
+// written by an earlier build; there are no days of fractions in XML.
+TEST(EarlierStoresTests, FilesOfAnEarlierBuildOpen) {
+  const testing::ScopedDir dir;
+  fs::copy(STORE_FILES, dir.path(), fs::copy_options::recursive);
+  const URL folder = URL::fileURL(dir.path().string(), true);
+  Kept kept{.name = "Zürich ❄",
+            .when = platform::dateSince1970(1'700'000'000.25),
+            .bytes = {std::byte{0}, std::byte{255}},
+            .none = std::nullopt,
+            .number = -0.1,
+            .flag = true,
+            .some = {"first", std::nullopt, ""},
+            .equal = std::vector(3, std::string(150, 'e'))};
+  EXPECT_EQ(PlistFileStore<Kept>(folder.appendingPathComponent("item.data", false)).value(), kept);
+  kept.when = platform::dateSince1970(1'700'000'000);
+  EXPECT_EQ(PlistFileStore<Kept>(folder.appendingPathComponent("item.xml", false)).value(), kept);
+  EXPECT_EQ(Persisted<int>(0, folder, "launches").wrappedValue(), 42);
+  const PlistKeyedItemStore<std::vector<double>> keyed(
+      folder.appendingPathComponent("keyed", true));
+  EXPECT_EQ(keyed.value("Zürich/b").get(), (std::vector{1.5, 2.0}));
+  EXPECT_EQ(keyed.value("empty").get(), std::vector<double>());
+}
 
 // Catches values that a process has set and not written when its main function returns, or that it
 // has written wrongly then, in the container too.
