@@ -13,9 +13,9 @@
 #include "Examples/HostApp/Commands.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
-#include "OmbrixPlatform/Values/Error.hpp"
 #include "OmbrixPlatform/Coding/PropertyListDecoder.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
 
 namespace ombrix::hostapp {
 namespace {
