@@ -112,30 +112,6 @@ TEST_F(URLCacheDiskTests, StaysWithinItsBudget) {
   EXPECT_EQ(get(*none, 9), "-");
 }
 
-// Catches variants that are mixed up on disk, and one that does not replace its own.
-TEST_F(URLCacheDiskTests, KeepsVariants) {
-  const auto cache = open();
-  const auto request = [](const std::string& language) {
-    return requestFor("http://a.test/", "Accept-Language: " + language);
-  };
-  for (const std::string body : {"de", "fr", "it"}) {
-    load(*cache, request(body), answerOf(200, "Vary: Accept-Language", body));
-    cache->flush();
-  }
-  load(*cache, request("fr"), answerOf(200, "Vary: Accept-Language", "FR"));
-  cache->flush();
-  const auto later = open();
-  const auto body = [&](const URLRequest& asked) {
-    const auto found = later->cachedResponse(asked);
-    return found ? std::string(textOf(*found->data)) : "-";
-  };
-  EXPECT_EQ(body(request("de")), "de");
-  EXPECT_EQ(body(request("fr")), "FR");
-  EXPECT_EQ(body(request("it")), "it");
-  EXPECT_EQ(body(request("en")), "-");
-  EXPECT_EQ(body(requestFor("http://a.test/")), "-");
-}
-
 // Catches an answer of another process that is not seen, files that another has cleared and that
 // this one goes on with, and new ones that it spoils; while a third writes all the time.
 TEST_F(URLCacheDiskTests, ProcessesShareAFolder) {

@@ -70,20 +70,6 @@ TEST_F(URLCacheTests, OneCallerRevalidatesBehind) {
   }
 }
 
-// Catches the answer to a caller's own condition that is mixed up with what is kept.
-TEST_F(URLCacheTests, LeavesConditionsOfTheCallerAlone) {
-  const auto cache = URLCache::make(kMiB, 0, std::nullopt);
-  load(*cache, requestFor("http://a.test/"), answerOf(200, "Cache-Control: max-age=10", "body"));
-  for (const auto* field : {"If-None-Match: \"1\"", "If-Modified-Since: x", "Range: bytes=0-1"}) {
-    const auto request = requestFor("http://a.test/", field);
-    EXPECT_EQ(decision(*cache, request), "load") << field;
-    EXPECT_EQ(load(*cache, request, answerOf(304, "")).response->statusCode(), 304);
-    load(*cache, request, answerOf(206, "Content-Range: bytes 0-1/4", "bo"));
-  }
-  EXPECT_EQ(decision(*cache, requestFor("http://a.test/")), "serve body");
-  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "", "HEAD")), "load");
-}
-
 // Catches variants that push each other out, and a newer one that does not replace its own.
 TEST_F(URLCacheTests, KeepsSeveralVariantsOfAURL) {
   const auto cache = URLCache::make(kMiB, 0, std::nullopt);
@@ -139,34 +125,6 @@ TEST_F(URLCacheTests, MemoryHoldsWhatWasUsedLast) {
   const auto none = URLCache::make(0, 0, std::nullopt);
   none->storeCachedResponse(answerOf(200, "Cache-Control: max-age=10"), url(0));
   EXPECT_FALSE(none->cachedResponse(url(0)));
-}
-
-// Catches something newer that must not be kept and leaves the old answer standing.
-TEST_F(URLCacheTests, DropsWhatTheServerNoLongerLetsKeep) {
-  const auto cache = URLCache::make(kMiB, 0, std::nullopt);
-  const auto request = requestFor("http://a.test/");
-  const struct {
-    int status;
-    std::string_view said;
-    std::string_view then;
-  } rows[]{
-      {200, "Cache-Control: no-store", "load"},
-      {200, "Cache-Control: max-age=5", "serve new"},
-      {500, "", "validate If-None-Match: \"1\""},
-      {304, "Cache-Control: no-store", "load"},
-      {304, "Cache-Control: max-age=5", "serve old"},
-      {404, "", "load"},
-  };
-  for (const auto& row : rows) {
-    SCOPED_TRACE(std::to_string(row.status) + " " + std::string(row.said));
-    load(*cache, request, answerOf(200, "Cache-Control: max-age=5|ETag: \"1\"", "old"));
-    clock->advance(TimeInterval(6));
-    const auto decided = cache->decide(request);
-    ASSERT_EQ(decided.kind, Kind::validate);
-    load(*cache, request, answerOf(row.status, row.said, "new"), &*decided.answer);
-    EXPECT_EQ(decision(*cache, request), row.then);
-    cache->removeAllCachedResponses();
-  }
 }
 
 }  // namespace
