@@ -9,6 +9,7 @@
 #include <asio/thread_pool.hpp>
 #include <atomic>
 #include <condition_variable>
+#include <ctime>
 #include <deque>
 #include <functional>
 #include <latch>
@@ -219,16 +220,31 @@ void callThree(benchmark::State& state) {
   benchmark::DoNotOptimize(sum);
 }
 
+// The processor time of the whole process, in seconds.
+double processorTime() {
+  timespec time{};
+  ::clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+  return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
+}
+
+// Counts what is done a batch at a time; `cpu` is the processor time of one, in all threads.
+void countBatches(benchmark::State& state, double since) {
+  const auto items = static_cast<double>(state.iterations() * kBatch);
+  state.SetItemsProcessed(state.iterations() * kBatch);
+  state.counters["cpu"] = (processorTime() - since) / items;
+}
+
 // Starting and finishing operations; and bare tasks of a pool.
 template <class Add, class Wait>
 void operations(benchmark::State& state, Add add, Wait wait) {
+  const double since = processorTime();
   for (auto _ : state) {
     std::atomic<int> ran = 0;
     for (int i = 0; i < kBatch; ++i) add(ran);
     wait();
     if (ran != kBatch) state.SkipWithError("operations were lost");
   }
-  state.SetItemsProcessed(state.iterations() * kBatch);
+  countBatches(state, since);
 }
 void blockOperations(benchmark::State& state) {
   const auto queue = NSOperationQueue::make();
@@ -258,6 +274,7 @@ void tbbTasks(benchmark::State& state) {
   operations(state, [&](auto& ran) { group.run([&] { ++ran; }); }, [&] { group.wait(); });
 }
 void asioTasks(benchmark::State& state) {
+  const double since = processorTime();
   std::latch* batch = nullptr;
   for (auto _ : state) {
     std::latch done(kBatch);
@@ -265,7 +282,7 @@ void asioTasks(benchmark::State& state) {
     for (int i = 0; i < kBatch; ++i) asio::post(asioPool(), [batch] { batch->count_down(); });
     done.wait();
   }
-  state.SetItemsProcessed(state.iterations() * kBatch);
+  countBatches(state, since);
 }
 
 BENCHMARK(serialQueue)->Name("post to serial/DispatchQueue")->UseRealTime();

@@ -71,9 +71,14 @@ AsyncOperation::OperationState AsyncOperation::setState(auto decide) {
     return state = decide(state);
   });
   if (before == after) return OperationState::finished;
-  announce(
-      "state", [&](auto key) { return valueIn(before, key); },
-      [&](auto key) { return valueIn(after, key); });
+  const auto keepAlive = weak_from_this().lock();
+  if (isObserved()) {
+    announceToObservers(
+        "state", [&](auto key) { return valueIn(before, key); },
+        [&](auto key) { return valueIn(after, key); });
+  }
+  // A queue has nothing to do for one that begins.
+  if (after == OperationState::finished) announceEnd();
   return after;
 }
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "OmbrixCore/Concurrency/UnfairLock.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix {
 
@@ -15,7 +16,7 @@ class DispatchOnce final {
   DispatchOnce& operator=(const DispatchOnce&) = delete;
 
   /// Runs the block unless one has run already; returns when that block has finished. The block
-  /// must not throw.
+  /// must not throw: an exception that leaves it stops the program with its text.
   // Kept: the flag is set after the block and the lock is held meanwhile, so a block that calls
   // `perform` on its own guard waits for ever; setting the flag first would let others pass before
   // the block has finished.
@@ -29,9 +30,9 @@ class DispatchOnce final {
  private:
   template <class Block>
   [[gnu::noinline]] void performLocked(Block&& block) {
-    lock_.sync([&]() noexcept {
+    lock_.sync([&] {
       if (isInitialized_.load(std::memory_order_relaxed)) return;
-      std::forward<Block>(block)();
+      platform::callOut("a block that runs once", std::forward<Block>(block));
       isInitialized_.store(true, std::memory_order_release);
     });
   }

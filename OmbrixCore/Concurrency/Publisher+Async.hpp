@@ -120,7 +120,8 @@ class FirstValue final : public platform::Subscriber<Output, Failure>,
 /// the empty tuple only after another 0.5 s without one); `CancellationError` when the task is
 /// cancelled first, which cancels the subscription. When the publisher lets go of its subscriber
 /// without an answer (its operation was cancelled, its subject is gone), it throws
-/// `HTTPError::canceled` where that is its kind of failure, else `CancellationError`.
+/// `HTTPError::canceled` where that is its kind of failure, else `CancellationError`. The wait does
+/// not keep the publisher, so it ends when all others who could bring it to an answer have let go.
 template <platform::Publisher Source>
 platform::Async<typename Source::Output> asAsync(Source publisher) {
   using Output = typename Source::Output;
@@ -130,7 +131,9 @@ platform::Async<typename Source::Output> asAsync(Source publisher) {
       [&](platform::Continuation<Output> continuation) {
         const auto subscriber = std::make_shared<First>(std::move(continuation));
         first = subscriber;
-        publisher.receive(subscriber);
+        // Let go of at once: a publisher of which this is the last copy could never answer.
+        const Source last = std::move(publisher);
+        last.receive(subscriber);
       };
   const std::function<void()> cancel = [&] {
     if (const auto subscriber = first.lock()) subscriber->cancel();

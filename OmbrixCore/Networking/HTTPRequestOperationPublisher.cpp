@@ -15,24 +15,28 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
   using Completion = platform::Completion<HTTPError>;
 
   Inner(std::shared_ptr<HttpRequestOperation> operation, AnySubscriber downstream)
-      : operation_(std::move(operation)), downstream_(std::move(downstream)) {}
+      : operation_(operation), asked_(std::move(operation)), downstream_(std::move(downstream)) {}
 
   // Kept: every request puts the operation on its queue, which takes none twice: a subscriber that
   // asks a second time stops the program. Asking once is the contract; an operation that was run
   // silently again would send the request again.
   void request(Demand demand) override {
     if (demand.isNone()) platform::fatalError("a subscriber requested no values");
+    std::shared_ptr<HttpRequestOperation> operation;
     {
       const std::lock_guard lock(lock_);
       if (!downstream_) return;
       demand_ += demand;
+      operation = asked_ ? std::move(asked_) : operation_.lock();
     }
-    // From now on the operation keeps the delivery alive; it lets go of it at its end.
-    operation_->setCombineCallback([delivery = Delivery(shared_from_this())](
-                                       bool success, int code, std::optional<platform::Data> data) {
+    if (!operation) return;
+    // From now on the operation keeps the delivery alive, and not the other way round: it lets go
+    // of it at its end, or when it goes because nobody is left to run it.
+    operation->setCombineCallback([delivery = Delivery(shared_from_this())](
+                                      bool success, int code, std::optional<platform::Data> data) {
       delivery.inner->deliver(success, code, std::move(data));
     });
-    operation_->enqueueForPublisher();
+    operation->enqueueForPublisher();
   }
 
   void cancel() override {
@@ -41,7 +45,7 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
       const std::lock_guard lock(lock_);
       released.swap(downstream_);
     }
-    operation_->cancel();
+    if (const auto operation = operation_.lock()) operation->cancel();
   }
 
   void deliver(bool success, int code, std::optional<platform::Data> data) {
@@ -80,9 +84,10 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     released.swap(downstream_);
   }
 
-  const std::shared_ptr<HttpRequestOperation> operation_;
+  const std::weak_ptr<HttpRequestOperation> operation_;
   platform::FutexLock lock_;
-  AnySubscriber downstream_;  // null once it was served or cancelled
+  std::shared_ptr<HttpRequestOperation> asked_;  // until there is demand
+  AnySubscriber downstream_;                     // null once it was served or cancelled
   Demand demand_ = Demand::none();
 };
 

@@ -19,8 +19,9 @@ struct HTTPAnswer {
 /// A request operation as a publisher: one answer and the end, or a failure by its code and body.
 ///
 /// Values are delivered where the operation calls back. The first demand runs an operation of the
-/// product's web service; any other is run by whoever made it. An operation that is cancelled
-/// sends nothing, not even an end: it lets go of its subscriber.
+/// product's web service; any other is run by whoever made it, who must keep it until it runs. An
+/// operation that is cancelled, or gone before it was run, sends nothing, not even an end: it lets
+/// go of its subscriber.
 /// One subscription at a time: a second one takes the answer over.
 class HTTPRequestOperationPublisher final
     : public platform::PublisherOperators<HTTPRequestOperationPublisher, HTTPAnswer, HTTPError> {

@@ -38,7 +38,10 @@ class OmbrixTaskPooler final {
     requires std::same_as<typename Source::Output, Result> &&
              std::same_as<typename Source::Failure, HTTPError>
   platform::Async<Result> run(Source publisher, std::string key) {
-    auto task = [publisher = std::move(publisher)] { return asAsync(publisher); };
+    // Called once; from then on only its source may still answer.
+    auto task = [publisher = std::move(publisher)]() mutable {
+      return asAsync(std::move(publisher));
+    };
     return pool(state_, std::move(task), std::move(key));
   }
 

@@ -25,7 +25,7 @@ struct ContinuationState {
     fill(outcome);
     if (met.exchange(true)) {
       const auto target = executor;  // the coroutine may end, and its task go, meanwhile
-      target->post(resumptionOf(handle));
+      target->post(ResumeJob(handle));
     }
     return true;
   }

@@ -8,6 +8,7 @@
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Concurrency/TaskContext.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -88,7 +89,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   }
 
   void submitDrain() {
-    auto drain = [self = shared_from_this()] { self->drain(); };
+    OwedJob drain(shared_from_this());
     if (kind == Kind::main) {
       services().mainExecutor.shared()->post(std::move(drain));
     } else {
@@ -96,7 +97,15 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     }
   }
 
-  void drain() {
+  /// The host's main executor is not going to run what waits: it goes, and later jobs may come.
+  void drop() {
+    std::deque<Entry> dropped;
+    const std::lock_guard lock(mutex);
+    dropped.swap(waiting);
+    isDraining = false;
+  }
+
+  void run() {
     const CurrentQueueScope scope(this);
     for (unsigned count = 0; count < kJobsPerTurn; ++count) {
       Job job;
@@ -278,13 +287,25 @@ void DispatchQueue::runAndWait(std::function<void()> job) {
     }
   }
   if (state_->runInline(job)) return;
-  std::binary_semaphore done{0};
-  async([&] {
-    job();
-    done.release();
-  });
-  const ThreadPool::BlockingScope blocking;
-  done.acquire();
+  struct Waiting {
+    void run() {
+      job();
+      hasRun = true;
+      done.release();
+    }
+    void drop() { done.release(); }
+
+    const std::function<void()>& job;
+    std::binary_semaphore done{0};
+    bool hasRun = false;
+  };
+  Waiting waiting{job};
+  async(OwedJob(&waiting));
+  {
+    const ThreadPool::BlockingScope blocking;
+    waiting.done.acquire();
+  }
+  if (!waiting.hasRun) throw CancellationError();
 }
 
 }  // namespace ombrix::platform

@@ -75,7 +75,7 @@ class DispatchQueue final : public Executor, public std::enable_shared_from_this
   /// Runs the closure on this queue, waits for it, and gives its result or lets its exception
   /// through. It stops the program where it would wait for itself: on a serial queue that is
   /// already running on this thread, and on a concurrent one from a job that a barrier waits for or
-  /// that is a barrier.
+  /// that is a barrier. Throws `CancellationError` when the host's main executor drops it.
   template <class Closure>
   auto sync(Closure&& closure) -> std::invoke_result_t<Closure&>;
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <utility>
 
 namespace ombrix::platform {
 
@@ -14,6 +15,29 @@ class Executor {
 
   /// Takes a job and returns at once; the job runs later, never inside this call. Any thread.
   virtual void post(Job job) = 0;
+};
+
+/// A job for something that others wait for: when an executor drops it without having run it, the
+/// target is told, so that no wait goes on for ever.
+///
+/// @tparam Target A pointer of any kind; `run` is called once, or `drop` is.
+template <class Target>
+class OwedJob {
+ public:
+  explicit OwedJob(Target target) : target_(std::move(target)) {}
+  OwedJob(OwedJob&& other) noexcept : target_(std::exchange(other.target_, nullptr)) {}
+  OwedJob& operator=(OwedJob&&) = delete;
+  ~OwedJob() {
+    if (target_) target_->drop();
+  }
+
+  void operator()() {
+    const Target target = std::exchange(target_, nullptr);
+    target->run();
+  }
+
+ private:
+  Target target_;
 };
 
 }  // namespace ombrix::platform

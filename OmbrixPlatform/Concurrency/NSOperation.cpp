@@ -108,15 +108,18 @@ std::set<std::string> NSOperation::keyPathsForValuesAffectingValue(std::string_v
 
 void NSOperation::announce(std::string_view key, const Values& before, const Values& after) {
   const auto keepAlive = weak_from_this().lock();
-  if (isObserved()) {
-    announceChange(key, before(key), after(key));
-    for (const auto other : kStateKeys) {
-      if (other != key && keyPathsForValuesAffectingValue(other).contains(std::string(key))) {
-        announceChange(other, before(other), after(other));
-      }
+  if (isObserved()) announceToObservers(key, before, after);
+  lookAgain();
+}
+
+void NSOperation::announceToObservers(std::string_view key, const Values& before,
+                                      const Values& after) {
+  announceChange(key, before(key), after(key));
+  for (const auto other : kStateKeys) {
+    if (other != key && keyPathsForValuesAffectingValue(other).contains(std::string(key))) {
+      announceChange(other, before(other), after(other));
     }
   }
-  lookAgain();
 }
 
 void NSOperation::announce(std::string_view key, std::uint32_t before, std::uint32_t after) {
@@ -145,13 +148,13 @@ std::optional<std::int64_t> NSOperation::valueForKey(std::string_view key) const
 
 void NSOperation::lookAgain() {
   if (isFinished()) {
-    finishOnce();
+    announceEnd();
   } else if (const auto listener = queue()) {
     listener->operationChanged(*this);
   }
 }
 
-void NSOperation::finishOnce() {
+void NSOperation::announceEnd() {
   std::vector<std::weak_ptr<NSOperation>> dependants;
   std::vector<std::shared_ptr<NSOperation>> dependencies;
   std::shared_ptr<detail::OperationListener> listener;

@@ -104,6 +104,11 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   /// dependants and the queue look at the operation again. Once for each change, with no lock held.
   void announce(std::string_view key, const Values& before, const Values& after);
 
+  /// The two halves of it, for subclasses that know what a change means: observers are told, and
+  /// what waits for the end of the operation. The second half does nothing the second time.
+  void announceToObservers(std::string_view key, const Values& before, const Values& after);
+  void announceEnd();
+
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
 
  private:
@@ -119,7 +124,6 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
                                       std::string_view key) const;
   void announce(std::string_view key, std::uint32_t before, std::uint32_t after);
   void lookAgain();
-  void finishOnce();
   void dependencyFinished();
   std::size_t unfinishedDependencies() const;
   /// Enters the queue once in a lifetime; false the second time.

@@ -43,8 +43,8 @@ class NSOperationQueue::State final : public detail::OperationListener,
       (entry.previous ? entry.previous->entry_.next : first_) = &added;
       ++count_;
     });
-    // It may have finished by other hands before it was in the list.
-    if (operation->isFinished()) {
+    // It may have announced its end by other hands before it was in the list.
+    if (operation->hasFinished_.load() != 0) {
       operationFinished(added);
     } else {
       operationChanged(added);

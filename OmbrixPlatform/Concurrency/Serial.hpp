@@ -74,7 +74,7 @@ class Serial final : public Executor {
     void await_suspend(std::coroutine_handle<Parent> parent) {
       serial.post([this, parent, executor = parent.promise().context().executor] {
         detail::runInto(outcome, section);
-        executor->post(detail::resumptionOf(parent));
+        executor->post(detail::ResumeJob(parent));
       });
     }
     T await_resume() { return outcome.take(); }

@@ -13,6 +13,10 @@ std::shared_ptr<Executor> poolExecutor() {
 
 namespace detail {
 
+void ResumeJob::resumeInPool(std::coroutine_handle<> coroutine) noexcept {
+  ThreadPool::shared().post(ResumeJob(coroutine));
+}
+
 void checkMayBlock() {
   if (Serial::isInsideAny()) {
     fatalError("blocking wait inside a section of an actor: what it waits for may need that actor");
@@ -75,7 +79,7 @@ bool TaskWait::begin(TaskStateBase& task, std::coroutine_handle<> coroutine,
 void TaskWait::end() {
   if (!met_.exchange(true)) return;
   const auto executor = context_->executor;  // the coroutine may end, and its task go, meanwhile
-  executor->post(resumptionOf(coroutine_));
+  executor->post(ResumeJob(coroutine_));
 }
 
 void TaskWait::Stop::operator()() const noexcept {

@@ -63,15 +63,12 @@ class TaskState final : public TaskStateBase, public std::enable_shared_from_thi
   TaskState(std::shared_ptr<Executor> executor, Body body)
       : TaskStateBase(std::move(executor)), body_(std::move(body)) {}
 
-  void post() {
-    context_.executor->post([self = this->shared_from_this()] { self->run(); });
-  }
+  void post() { context_.executor->post(OwedJob(this->shared_from_this())); }
 
   /// Only once finished.
   const Outcome<T>& outcome() const { return outcome_; }
   void throwIfFailed() const { outcome_.throwIfError(); }
 
- private:
   void run() {
     try {
       work_.emplace(body_());
@@ -85,6 +82,13 @@ class TaskState final : public TaskStateBase, public std::enable_shared_from_thi
     work_->begin(context_, {[](void* state) { static_cast<TaskState*>(state)->complete(); }, this});
   }
 
+  /// Its executor is not going to run it.
+  void drop() {
+    outcome_.setError(std::make_exception_ptr(CancellationError()));
+    release();
+  }
+
+ private:
   void complete() {
     const auto self = std::move(self_);
     runInto(outcome_, [this]() -> T { return work_->outcome().take(); });
@@ -137,7 +141,8 @@ class TaskWait {
 }  // namespace detail
 
 /// A running asynchronous operation of its own: copyable, and any number may await it; each gets a
-/// copy of its value, or its exception. Dropping it does not end it. Any thread.
+/// copy of its value, or its exception. Dropping it does not end it; where its executor drops the
+/// job that would begin it, it ends with `CancellationError`. Any thread.
 template <class T>
 class Task {
  public:

@@ -63,10 +63,24 @@ class Trampoline {
   static inline constinit thread_local std::coroutine_handle<> next_ = nullptr;
 };
 
-inline Resumption resumptionOf(std::coroutine_handle<> handle) {
-  return {[](void* address) { Trampoline::run(std::coroutine_handle<>::from_address(address)); },
-          handle.address()};
-}
+/// The job that lets a coroutine go on. Where an executor drops it, the coroutine goes on in the
+/// thread pool: it cannot be taken back, and others may wait for it.
+class ResumeJob {
+ public:
+  explicit ResumeJob(std::coroutine_handle<> coroutine) : coroutine_(coroutine) {}
+  ResumeJob(ResumeJob&& other) noexcept : coroutine_(std::exchange(other.coroutine_, nullptr)) {}
+  ResumeJob& operator=(ResumeJob&&) = delete;
+  ~ResumeJob() {
+    if (coroutine_) resumeInPool(coroutine_);
+  }
+
+  void operator()() { Trampoline::run(std::exchange(coroutine_, nullptr)); }
+
+ private:
+  static void resumeInPool(std::coroutine_handle<> coroutine) noexcept;
+
+  std::coroutine_handle<> coroutine_;
+};
 
 struct Nothing {};
 

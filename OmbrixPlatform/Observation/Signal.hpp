@@ -8,6 +8,7 @@
 
 #include "OmbrixPlatform/Observation/ObservationToken.hpp"
 #include "OmbrixPlatform/Observation/ObserverList.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform {
 
@@ -24,7 +25,7 @@ namespace ombrix::platform {
 ///   that is connected during a round is called from the next round on; one that is ended during
 ///   a round and has not run yet is skipped.
 /// - Ending a connection: see `ObservationToken`.
-/// - An exception that leaves a handler ends the round and reaches the sender.
+/// - A handler must not throw: an exception that leaves it stops the program with its text.
 ///
 /// A signal costs one pointer until the first handler is connected. It may be destroyed inside one
 /// of its handlers; the round then still reaches the handlers that are left. Arguments that are
@@ -56,7 +57,7 @@ class Signal {
     const detail::ObserverList::Round round(*list_.load(std::memory_order_acquire));
     for (const auto& observer : round) {
       if (const detail::ObserverCall call{*observer}) {
-        static_cast<Slot&>(*observer).handler(args...);
+        callOut("a handler of a signal", [&] { static_cast<Slot&>(*observer).handler(args...); });
       }
     }
   }

@@ -5,6 +5,8 @@
 #include <memory>
 #include <utility>
 
+#include "OmbrixPlatform/Values/CallOut.hpp"
+
 namespace ombrix::platform {
 
 /// Cancels something when it is destroyed; move-only. Any thread.
@@ -30,7 +32,7 @@ class AnyCancellable {
   ~AnyCancellable() { cancel(); }
 
   void cancel() noexcept {
-    if (const auto cancel = std::exchange(cancel_, nullptr)) (*cancel)();
+    if (const auto cancel = std::exchange(cancel_, nullptr)) callOut("a cancellation", *cancel);
   }
 
   explicit operator bool() const noexcept { return cancel_ != nullptr; }

@@ -119,9 +119,11 @@ class MapErrorSubscriber final : public Subscriber<Output, Failure> {
   Demand receiveValue(const Output& value) override { return downstream_->receiveValue(value); }
   void receiveCompletion(const Completion<Failure>& completion) override {
     using Mapped = Completion<NewFailure>;
-    downstream_->receiveCompletion(
-        completion.isFinished() ? Mapped::finished()
-                                : Mapped::failure(std::invoke(transform_, *completion.failure())));
+    downstream_->receiveCompletion(callOut("a transform of failures", [&] {
+      return completion.isFinished()
+                 ? Mapped::finished()
+                 : Mapped::failure(std::invoke(transform_, *completion.failure()));
+    }));
   }
 
  private:

@@ -55,6 +55,27 @@ class ReceiveOnSubscriber final
     if (upstream) upstream->cancel();
   }
 
+  /// A job: delivers what waits.
+  void run() {
+    std::vector<Event> batch;
+    {
+      const std::lock_guard lock(mutex_);
+      batch.swap(waiting_);
+    }
+    for (const Event& event : batch) deliver(event);
+    {
+      const std::lock_guard lock(mutex_);
+      if (waiting_.empty()) {
+        isScheduled_ = false;
+        return;
+      }
+    }
+    executor_->post(OwedJob(this->shared_from_this()));
+  }
+
+  /// The executor is not going to run the job: nobody downstream can be reached any more.
+  void drop() { cancel(); }
+
  private:
   using Event = std::variant<Output, Completion<Failure>>;
 
@@ -70,24 +91,7 @@ class ReceiveOnSubscriber final
       waiting_.push_back(std::move(event));
       if (std::exchange(isScheduled_, true)) return;
     }
-    executor_->post([self = this->shared_from_this()] { self->deliver(); });
-  }
-
-  void deliver() {
-    std::vector<Event> batch;
-    {
-      const std::lock_guard lock(mutex_);
-      batch.swap(waiting_);
-    }
-    for (const Event& event : batch) deliver(event);
-    {
-      const std::lock_guard lock(mutex_);
-      if (waiting_.empty()) {
-        isScheduled_ = false;
-        return;
-      }
-    }
-    executor_->post([self = this->shared_from_this()] { self->deliver(); });
+    executor_->post(OwedJob(this->shared_from_this()));
   }
 
   void deliver(const Event& event) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -12,7 +13,8 @@
 
 namespace ombrix::platform::detail {
 
-/// The subscriber behind `sink`: unlimited demand, two closures that are let go at the end.
+/// The subscriber behind `sink`: unlimited demand, two closures. Both are let go at the end: by the
+/// completion itself, or with this object, which its source lets go of when it is cancelled.
 template <class Output, class Failure>
 class Sink final : public Subscriber<Output, Failure> {
  public:
@@ -21,60 +23,53 @@ class Sink final : public Subscriber<Output, Failure> {
     std::function<void(const Output&)> receiveValue;
   };
 
-  explicit Sink(Handlers handlers)
-      : handlers_(std::make_shared<const Handlers>(std::move(handlers))) {}
+  explicit Sink(Handlers handlers) : handlers_(std::move(handlers)) {}
 
   void receiveSubscription(std::shared_ptr<Subscription> subscription) override {
+    bool isWanted = false;
     {
       const std::lock_guard lock(mutex_);
-      if (handlers_ && !subscription_) {
-        subscription_ = subscription;
-      } else {
-        isRefused_ = true;
-      }
+      isWanted = !isOver_ && !subscription_;
+      if (isWanted) subscription_ = subscription;
     }
-    if (isRefused_) {
-      subscription->cancel();
-    } else {
+    if (isWanted) {
       subscription->request(Demand::unlimited());
+    } else {
+      subscription->cancel();
     }
   }
 
   Demand receiveValue(const Output& value) override {
-    std::shared_ptr<const Handlers> handlers;
-    {
-      const std::lock_guard lock(mutex_);
-      handlers = handlers_;
-    }
-    if (handlers && handlers->receiveValue) {
-      callOut("a receiver of values", [&] { handlers->receiveValue(value); });
+    if (!isOver_.load(std::memory_order_relaxed) && handlers_.receiveValue) {
+      callOut("a receiver of values", [&] { handlers_.receiveValue(value); });
     }
     return Demand::none();
   }
 
   void receiveCompletion(const Completion<Failure>& completion) override {
-    const auto [handlers, subscription] = release();
-    if (handlers && handlers->receiveCompletion) {
-      callOut("a receiver of completions", [&] { handlers->receiveCompletion(completion); });
+    if (isOver_.exchange(true)) return;
+    if (handlers_.receiveCompletion) {
+      callOut("a receiver of completions", [&] { handlers_.receiveCompletion(completion); });
     }
+    takeSubscription();
+    handlers_ = {};  // by the one thread that delivers
   }
 
   void cancel() {
-    const auto [handlers, subscription] = release();
-    if (subscription) subscription->cancel();
+    isOver_ = true;
+    if (const auto subscription = takeSubscription()) subscription->cancel();
   }
 
  private:
-  // A handler that runs meanwhile keeps itself alive.
-  std::pair<std::shared_ptr<const Handlers>, std::shared_ptr<Subscription>> release() {
+  std::shared_ptr<Subscription> takeSubscription() {
     const std::lock_guard lock(mutex_);
-    return {std::exchange(handlers_, nullptr), std::exchange(subscription_, nullptr)};
+    return std::exchange(subscription_, nullptr);
   }
 
+  Handlers handlers_;  // used by the one thread that delivers
+  std::atomic<bool> isOver_{false};
   FutexLock mutex_;
-  std::shared_ptr<const Handlers> handlers_;
   std::shared_ptr<Subscription> subscription_;
-  bool isRefused_ = false;  // by the one thread that delivers
 };
 
 }  // namespace ombrix::platform::detail

@@ -103,6 +103,8 @@ TEST(DispatchOnceTests, OneBlockRunsAndEveryoneWaitsForIt) {
       EXPECT_EQ(value, 1);
     });
   }
+  EXPECT_DEATH(DispatchOnce().perform([] { throw std::runtime_error("spilt"); }),
+               "an exception left a block that runs once: spilt");
 }
 
 }  // namespace

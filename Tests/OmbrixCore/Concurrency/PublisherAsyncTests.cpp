@@ -168,6 +168,16 @@ TEST(AsAsyncTests, AWaitForAPublisherThatIsGoneEnds) {
   EXPECT_EQ(failureOf([&] { asAsyncStream(through(abandoned)).next().get(); }),
             HTTPError::canceled());
   EXPECT_EQ(asAsyncStream(through(silent)).next().get(), std::nullopt);
+
+  struct Refusing final : platform::Executor {
+    void post(platform::Job) override {}
+  };
+  const platform::CurrentValueSubject<int, HTTPError> kept(1);
+  EXPECT_EQ(failureOf([&] { asAsync(kept.receiveOn(std::make_shared<Refusing>())).get(); }),
+            HTTPError::canceled());
+  // The wait itself holds the last copy of the subject.
+  EXPECT_THROW(asAsync(platform::PassthroughSubject<int, platform::Never>()).get(),
+               platform::CancellationError);
 }
 
 // Catches a cancelled wait that goes on, or leaves its subscription behind.

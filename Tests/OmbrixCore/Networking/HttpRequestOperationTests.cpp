@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "OmbrixCore/Concurrency/Publisher+Async.hpp"
 #include "OmbrixCore/Networking/HTTPRequestOperationPublisher.hpp"
+#include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/FakeURLSession.hpp"
@@ -288,6 +290,20 @@ TEST(HTTPRequestOperationPublisherTests, CancellingReachesTheOperation) {
   operation = nullptr;
   EXPECT_TRUE(testing::eventually([&] { return weak.expired(); }));
   EXPECT_TRUE(testing::eventually([&] { return weakOperation.expired(); }));
+}
+
+// Catches a wait for an operation that nobody runs, nor can any more.
+TEST(HTTPRequestOperationPublisherTests, AWaitEndsWithTheOperationThatNobodyRuns) {
+  auto operation = makeOperation(FakeURLSession::make());
+  auto answer = asAsync(HTTPRequestOperationPublisher(operation)).start();
+  EXPECT_FALSE(answer.isFinished());
+  operation = nullptr;
+  try {
+    answer.get();
+    FAIL() << "an answer came from nowhere";
+  } catch (const HTTPError& error) {
+    EXPECT_EQ(error, HTTPError::canceled());
+  }
 }
 
 TEST(HTTPRequestOperationPublisherTests, AskingForNothingStopsTheProgram) {

@@ -13,6 +13,9 @@
 #include "OmbrixPlatform/Concurrency/MainLoop.hpp"
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
+#include "OmbrixPlatform/Concurrency/TaskContext.hpp"
+#include "OmbrixPlatform/Observation/Signal.hpp"
+#include "OmbrixPlatform/Publishers/AnyCancellable.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
@@ -175,6 +178,13 @@ TEST(DispatchQueueTests, ExceptionsOutOfJobsStopTheProgramWithTheirText) {
                                                [&](const auto&) { fail(); });
          operation->start();
        }},
+      {"signal",
+       [&] {
+         Signal<> signal;
+         const auto token = signal.connect(fail);
+         signal.send();
+       }},
+      {"cancellation", [&] { AnyCancellable{fail}; }},
   };
   for (const auto& [name, begin] : paths) {
     EXPECT_DEATH(
@@ -254,6 +264,21 @@ TEST(MainQueueTests, AHostsExecutorRunsTheMainQueue) {
   EXPECT_EQ(ran, 0);
   for (std::size_t i = 0; i < executor->jobs.size(); ++i) executor->jobs[i]();
   EXPECT_EQ(ran, 2);
+
+  // Catches a main queue that is disabled, and waits that go on, when it drops what it was given.
+  DispatchQueue::main().async([&] { ran = -1; });
+  executor->jobs.clear();
+  struct Refusing final : Executor {
+    void post(Job) override {}
+  };
+  {
+    const testing::ScopedService<Executor> refused(services().mainExecutor,
+                                                   std::make_shared<Refusing>());
+    EXPECT_THROW(DispatchQueue::main().sync([] {}), CancellationError);
+  }
+  DispatchQueue::main().async([&] { ++ran; });
+  for (std::size_t i = 0; i < executor->jobs.size(); ++i) executor->jobs[i]();
+  EXPECT_EQ(ran, 3);
 }
 
 }  // namespace

@@ -162,6 +162,31 @@ TEST(TaskTests, CancellationRacingTheResultEndsEveryWaitOnce) {
   }
 }
 
+// Catches tasks that nobody ends when an executor drops their first job, or one after a wait.
+TEST(TaskTests, WhatAnExecutorDropsEnds) {
+  struct Forgetful final : Executor {
+    explicit Forgetful(int count) : left(count) {}
+    void post(Job job) override {
+      if (left-- > 0) ThreadPool::executor().post(std::move(job));
+    }
+    std::atomic<int> left;
+  };
+  int value = 0;
+  auto count = [&]() -> Async<int> {
+    co_await sleepFor(0s);
+    co_return ++value;
+  };
+  const auto unbegun = startTask(count, std::make_shared<Forgetful>(0));
+  EXPECT_THROW(unbegun.get(), CancellationError);
+  auto awaitUnbegun = [&]() -> Async<int> {
+    const int counted = co_await unbegun;
+    co_return counted;
+  };
+  EXPECT_THROW(startTask(awaitUnbegun).get(), CancellationError);
+  EXPECT_EQ(value, 0);
+  EXPECT_EQ(startTask(count, std::make_shared<Forgetful>(1)).get(), 1);
+}
+
 // Catches resources of a task that outlive the moment its result is known.
 TEST(TaskTests, CapturesAreReleasedBeforeTheResultIsKnown) {
   auto resource = std::make_shared<int>(1);

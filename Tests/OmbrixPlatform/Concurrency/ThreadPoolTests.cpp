@@ -50,8 +50,9 @@ TEST(ThreadPoolTests, FollowUpsOfAJobThatWaitsForThemRun) {
 // The threads that compute at once; the pool never has fewer.
 std::size_t width() { return std::max<std::size_t>(std::thread::hardware_concurrency(), 4); }
 
-// Catches lanes that starve, and lower lanes that pass higher ones beyond their share.
-TEST(ThreadPoolTests, EveryLaneHasItsShare) {
+// All threads of the pool are busy while the jobs are posted, so it must have no idle ones of
+// earlier tests.
+void checkThatEveryLaneHasItsShare() {
   constexpr std::size_t kJobs = 400;
   std::atomic<bool> isOpen = false;
   std::latch together(static_cast<std::ptrdiff_t>(width())), done(kJobs * kLanes.size());
@@ -92,6 +93,17 @@ TEST(ThreadPoolTests, EveryLaneHasItsShare) {
   };
   EXPECT_LE(before(1), kJobs / 7 + slack);
   EXPECT_LE(before(3), kJobs / 16 + slack);
+}
+
+// Catches lanes that starve, and lower lanes that pass higher ones beyond their share.
+TEST(ThreadPoolTests, EveryLaneHasItsShare) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        checkThatEveryLaneHasItsShare();
+        std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
+      },
+      ::testing::ExitedWithCode(0), "");
 }
 
 // Catches a pool that takes computing for blocking and adds threads to it.
