@@ -57,8 +57,8 @@ class NSOperationQueue::State final : public detail::OperationListener,
       const std::lock_guard lock(mutex_);
       auto& entry = operation.entry_;
       if (!entry.operation || entry.isQueued) return;
+      entry.segment->ready.push_back(entry.operation);  // may throw: then it is not queued
       entry.isQueued = true;
-      entry.segment->ready.push_back(entry.operation);
     }
     pump();
   }
