@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <optional>
+#include <string_view>
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Coding/JSONDecoder.hpp"
@@ -54,11 +55,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   JSON document;
   try {
     document = JSON::parse(bytes);
-  } catch (const ombrix::platform::JSONError&) {
+  } catch (const ombrix::platform::JSONError& error) {
+    // A number beyond all doubles does no harm where nobody reads it.
+    if (std::string_view{error.what()}.find("does not fit") != std::string_view::npos) return 0;
     if (recode<GeoJSONGeometry>(bytes)) std::abort();  // and it never stops the program
     return 0;
   }
-  // Written anew, no key stands twice.
   const JSON* type = document.find("type");
   const JSON* coordinates = document.find("coordinates");
   if (type != nullptr && coordinates != nullptr && type->string() != nullptr) {
@@ -66,9 +68,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const int depth = kind == "Polygon" ? 2 : kind == "LineString" ? 1 : kind == "Point" ? 0 : 3;
     if (depth < 3 && mayStop(*coordinates, depth)) return 0;
   }
-  const Data written = document.rawData();
-  const auto once = recode<GeoJSONGeometry>(written);
-  if (once != recode<InterfaceGeometry>(written)) std::abort();
+  const auto once = recode<GeoJSONGeometry>(bytes);
+  if (once != recode<InterfaceGeometry>(bytes)) std::abort();
+  // Written anew, no key stands twice.
+  if (once != recode<GeoJSONGeometry>(document.rawData())) std::abort();
   if (once && recode<GeoJSONGeometry>(*once) != once) std::abort();
   return 0;
 }

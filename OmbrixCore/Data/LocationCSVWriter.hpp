@@ -18,8 +18,10 @@ namespace ombrix {
 /// reject the shorter row.
 ///
 /// After a failure, as on a full disk, the writer goes on with the next fix once there is room; a
-/// file then ends with its last whole row, and no part of a row stays in it. `fixesWritten` tells
-/// how many fixes are there, so that those behind can be added again. One thread at a time.
+/// file then ends with its last whole row, and no part of a row stays in it. Where another process
+/// has appended behind or among that part, nothing is cut: the part is ended as a row that no
+/// parser takes, and the next fix begins a line. `fixesWritten` tells how many fixes are there, so
+/// that those behind can be added again. One thread at a time.
 class LocationCSVWriter {
  public:
   LocationCSVWriter() = delete;

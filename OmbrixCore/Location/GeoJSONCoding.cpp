@@ -2,6 +2,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "OmbrixCore/Location/GeoJSON.hpp"
 #include "OmbrixPlatform/Coding/Codable.hpp"
@@ -39,12 +40,11 @@ GeoJSONGeometryType peekType(Reader& reader) {
 }
 
 // Kept: a position with fewer than two numbers stops the program. An error would pass for ordinary
-// bad input, which callers skip. JSON that is cut or damaged may look like that as well: the whole
-// document is checked first, and remains an error. A property list says how many numbers a position
-// has before it lists them: there a short position is one, whatever else is wrong.
+// bad input, which callers skip. What is read in one pass may be cut behind it, or hold other
+// "coordinates" that count instead: only who knows the whole document stops.
 template <class Reader>
 [[noreturn]] void stopAtShortPosition(const Reader& reader) {
-  if constexpr (requires { reader.checkDocument(); }) reader.checkDocument();
+  platform::startOver(reader);
   platform::fatalError(fmt::format("GeoJSON position with fewer than two numbers at \"{}\"",
                                    platform::describe(reader.codingPath())));
 }
@@ -90,17 +90,19 @@ void readStructure(Reader& reader, GeoJSONGeometryType type, Structure& out) {
   out.type = type;
   reader.beginObject();
   bool found = false;
+  bool foundType = false;
   {
     CodingPathChain::Step step(reader.pathChain());
     std::string_view key;
     while (reader.nextKey(key)) {
-      if (key != kCoordinates) {
+      bool* const known = key == kCoordinates ? &found : key == kType ? &foundType : nullptr;
+      if (known != nullptr && std::exchange(*known, true)) platform::startOver(reader);
+      if (known != &found) {
         reader.skip();
         continue;
       }
       step.setKey(kCoordinates);
       readCoordinates(reader, out.coordinates);
-      found = true;
     }
   }
   if (!found) throw DecodingError::keyNotFound(kCoordinates, reader.codingPath());

@@ -61,6 +61,7 @@ void decodeFields(R& reader, T& out) {
     const auto take = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
       constexpr const auto& kField = std::get<I>(kFields);
       if (key != kField.name) return false;
+      if ((seen >> I & 1) != 0) startOver(reader);
       step.setKey(kField.name);
       std::remove_cvref_t<decltype(kField)>::CodecType::decode(reader, out.*kField.member);
       seen |= std::uint64_t{1} << I;
@@ -82,8 +83,11 @@ void decodeFields(R& reader, T& out) {
   }
   [&]<std::size_t... I>(std::index_sequence<I...>) {
     const auto require = [&]<class Field>(const Field& field, std::size_t index) {
-      if constexpr (!kIsOptional<typename Field::MemberType>) {
-        if ((seen >> index & 1) != 0) return;
+      using Member = typename Field::MemberType;
+      if ((seen >> index & 1) != 0) return;
+      if constexpr (Field::kHasDefault) {
+        out.*field.member = static_cast<Member>(field.missing);
+      } else if constexpr (!kIsOptional<Member>) {
         throw DecodingError::keyNotFound(field.name, reader.codingPath());
       }
     };
@@ -114,6 +118,11 @@ void decodeMap(R& reader, Map& out) {
   expectItems<typename Map::value_type>(reader, out);
   CodingPathChain::Step step(reader.pathChain());
   std::string_view next;
+  const auto put = [&](Key key) {
+    const auto before = out.size();
+    out.insert_or_assign(std::move(key), decodeNew<typename Map::mapped_type>(reader));
+    if (out.size() == before) startOver(reader);
+  };
   while (reader.nextKey(next)) {
     const std::string name{next};
     step.setKey(name);
@@ -124,13 +133,13 @@ void decodeMap(R& reader, Map& out) {
         throw DecodingError::dataCorrupted("A key is not an integer that fits",
                                            reader.codingPath());
       }
-      out.insert_or_assign(key, decodeNew<typename Map::mapped_type>(reader));
+      put(key);
     } else if constexpr (std::is_enum_v<Key>) {
       const auto key = fromRawValue<Key>(std::string_view{name});
       if (!key) throw DecodingError::dataCorrupted("A key has no meaning", reader.codingPath());
-      out.insert_or_assign(*key, decodeNew<typename Map::mapped_type>(reader));
+      put(*key);
     } else {
-      out.insert_or_assign(Key{name}, decodeNew<typename Map::mapped_type>(reader));
+      put(Key{name});
     }
   }
 }

@@ -68,7 +68,7 @@ void encodeFields(W& writer, const T& value) {
       using Codec = typename Field::CodecType;
       const auto& member = value.*kField.member;
       step.setKey(kField.name);
-      if constexpr (kIsOptional<typename Field::MemberType> &&
+      if constexpr (kIsOptional<typename Field::MemberType> && !Field::kHasDefault &&
                     std::same_as<Codec, DefaultFieldCodec>) {
         if (!member) return;
       }

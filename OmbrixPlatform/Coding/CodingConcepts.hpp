@@ -27,6 +27,9 @@ class Encoder;
 /// object. Arrays go the same way with `nextItem`. A text is valid until the next operation.
 /// `peekText` looks up a text in the object that comes next without taking it. Everything throws
 /// `DecodingError`.
+///
+/// Of equal keys the last counts, which a reader that passes through once cannot know beforehand:
+/// code of one's own that meets a key again says so by `startOver`.
 template <class R>
 concept CodingReader = requires(R& reader, std::string_view& key) {
   { reader.readNull() } -> std::same_as<bool>;
@@ -67,6 +70,14 @@ concept CodingWriter = requires(W& writer, std::string_view text, DataView data,
   { writer.pathChain() } -> std::same_as<CodingPathChain&>;
   { writer.codingPath() } -> std::same_as<CodingPath>;
 };
+
+/// To be called where a value cannot be judged in one pass: a key comes again, or the program is
+/// about to stop. Returns for `DecoderReader`, which knows the whole document. Other readers throw
+/// a `DecodingError`, and their decoder decodes once more, through a `DecoderReader`.
+template <class R>
+void startOver(const R& reader) {
+  if constexpr (requires { reader.startOver(); }) reader.startOver();
+}
 
 /// A type that decodes itself through the interface.
 template <class T>

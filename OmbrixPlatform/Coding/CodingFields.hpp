@@ -18,13 +18,18 @@ struct DefaultFieldCodec {
   static void decode(Reader& reader, T& out);
 };
 
+/// Stands where a field has no default.
+struct NoFieldDefault {};
+
 /// One coded member of a type.
-template <class Owner, class Member, class Codec>
+template <class Owner, class Member, class Codec, class Default = NoFieldDefault>
 struct CodingField {
   std::string_view name;
   Member Owner::* member;
+  [[no_unique_address]] Default missing{};  ///< what the member becomes where its key is missing
   using MemberType = Member;
   using CodecType = Codec;
+  static constexpr bool kHasDefault = !std::is_same_v<Default, NoFieldDefault>;
 };
 
 /// Names a member for `codingFields`. A codec of one's own is an empty struct with static templates
@@ -32,6 +37,22 @@ struct CodingField {
 template <class Codec = DefaultFieldCodec, class Owner, class Member>
 constexpr CodingField<Owner, Member, Codec> field(std::string_view name, Member Owner::* member) {
   return {name, member};
+}
+
+/// The same for a field that was added later: where its key is missing, as in everything written
+/// before, the member becomes `missing` and nothing fails.
+///
+/// Only a missing key does that. Null stays an error (for an optional member it means none), and so
+/// does a value that cannot be decoded: what is damaged must not pass for what is old. An empty
+/// optional with a default is written as null, since a missing key would bring the default back.
+///
+/// @param missing  a constant that the member can be made of; for a text a literal
+template <class Codec = DefaultFieldCodec, class Owner, class Member, class Default>
+  requires std::is_constructible_v<Member, const Default&>
+constexpr CodingField<Owner, Member, Codec, Default> field(std::string_view name,
+                                                           Member Owner::* member,
+                                                           Default missing) {
+  return {name, member, missing};
 }
 
 /// The coded members of a type, in the order they are written:
@@ -44,8 +65,10 @@ constexpr CodingField<Owner, Member, Codec> field(std::string_view name, Member 
 ///     };
 ///
 /// Both directions and all formats follow from it. An optional member is left out when it is empty,
-/// and may be missing or null when read; every other one is required. Unknown keys are passed over,
-/// and of equal keys the last counts.
+/// and may be missing or null when read; one with a default may be missing; every other one is
+/// required. So a field that is added to a type already stored needs a default or an optional.
+/// Unknown keys are passed over, and of equal keys the last counts, whatever stands under the
+/// others.
 template <class... Fields>
 constexpr std::tuple<Fields...> codingFields(Fields... fields) {
   static_assert(sizeof...(Fields) <= 64, "a type may have 64 coded fields");

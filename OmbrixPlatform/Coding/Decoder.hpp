@@ -15,6 +15,8 @@
 namespace ombrix::platform {
 
 class Decoder;
+class JSON;
+class PropertyList;
 
 /// The entries of a dictionary being decoded: what a format implements. `KeyedDecodingContainer`
 /// is the face that callers use. Operations throw `DecodingError`.
@@ -129,6 +131,9 @@ class Decoder : public std::enable_shared_from_this<Decoder> {
   [[nodiscard]] virtual std::shared_ptr<const KeyedDecodingContainerBase> keyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<UnkeyedDecodingContainer> unkeyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<SingleValueDecodingContainer> singleValueContainer() = 0;
+  /// The content as the value type of its format; false where the format is another.
+  virtual bool readJSON(JSON& out);
+  virtual bool readPropertyList(PropertyList& out);
 
   template <CodingKeyType Key = std::string>
   [[nodiscard]] KeyedDecodingContainer<Key> container() {
@@ -180,6 +185,9 @@ class DecoderReader {
   }
   Data readData() { return std::get<Data>(read(CodingPrimitiveKind::data)); }
   Date readDate() { return std::get<Date>(read(CodingPrimitiveKind::date)); }
+  /// Any value, as a tree. Throws where the decoder's format is another.
+  JSON readJSON();
+  PropertyList readPropertyList();
 
   void beginObject();
   bool nextKey(std::string_view& key);

@@ -14,6 +14,8 @@
 namespace ombrix::platform {
 
 class Encoder;
+class JSON;
+class PropertyList;
 
 /// The entries of a dictionary being encoded: what a format implements. `KeyedEncodingContainer`
 /// is the face that callers use. Operations throw `EncodingError`.
@@ -99,6 +101,9 @@ class Encoder {
   [[nodiscard]] virtual std::shared_ptr<KeyedEncodingContainerBase> keyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<UnkeyedEncodingContainer> unkeyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<SingleValueEncodingContainer> singleValueContainer() = 0;
+  /// Encodes a value type of a format as it is; false where the encoder's format is another.
+  virtual bool writeJSON(const JSON& value);
+  virtual bool writePropertyList(const PropertyList& value);
 
   template <CodingKeyType Key = std::string>
   [[nodiscard]] KeyedEncodingContainer<Key> container() {
@@ -131,6 +136,9 @@ class EncoderWriter {
   void text(std::string_view value) { write(std::string{value}); }
   void data(DataView value) { write(Data{value.begin(), value.end()}); }
   void date(Date value) { write(value); }
+  /// Throws `EncodingError` where the encoder's format is another.
+  void json(const JSON& value);
+  void propertyList(const PropertyList& value);
 
   void beginObject();
   void key(std::string_view name) { frames_.back().key = name; }
@@ -153,6 +161,8 @@ class EncoderWriter {
 
   void write(const CodingPrimitive& value);
   std::shared_ptr<Encoder> nested();
+  template <class Tree>
+  void writeTree(bool (Encoder::*writeIt)(const Tree&), const Tree& value);
 
   Encoder& encoder_;
   CodingPathChain path_;

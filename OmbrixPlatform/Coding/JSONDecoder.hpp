@@ -11,10 +11,16 @@ class JSONDecoder : public JSONCodingOptions {
   /// A value of any type that can be coded, from a whole document. Throws `DecodingError`.
   template <class T>
   [[nodiscard]] T decode(DataView bytes) const {
-    JSONReader reader(bytes, this);
-    T value = detail::decodeNew<T>(reader);
-    reader.finish();
-    return value;
+    try {
+      JSONReader reader(bytes, this);
+      T value = detail::decodeNew<T>(reader);
+      reader.finish();
+      return value;
+    } catch (const Error&) {
+      // One pass cannot tell whether a later value takes the place of what was wrong, and stops at
+      // a key that comes again. The same tokens are read once more, each key once.
+    }
+    return decodeFrom<T>(*JSONReader(bytes, this).decoder());
   }
 };
 

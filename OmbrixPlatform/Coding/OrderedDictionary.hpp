@@ -3,18 +3,20 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <initializer_list>
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Values/HashSeed.hpp"
+
 namespace ombrix::platform {
 
 /// A dictionary with text keys that keeps its entries in the order they were first set.
 ///
-/// Looking a key up takes constant time: a scan while there are few entries, an index beyond.
+/// Looking a key up takes constant time: a scan while there are few entries, an index beyond, in
+/// which keys that somebody chose fall together no more than others.
 /// Not synchronised; equality ignores the order.
 template <class Value>
 class OrderedDictionary {
@@ -86,6 +88,10 @@ class OrderedDictionary {
   static constexpr std::size_t kScanned = 12;
   static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
 
+  [[nodiscard]] static std::size_t hashOf(std::string_view key) {
+    return static_cast<std::size_t>(HashSeed::ofProcess().ofText(key));
+  }
+
   [[nodiscard]] std::size_t indexOf(std::string_view key) const {
     if (entries_.size() <= kScanned) {
       for (std::size_t i = 0; i < entries_.size(); ++i) {
@@ -94,7 +100,7 @@ class OrderedDictionary {
       return kNone;
     }
     const std::size_t mask = slots_.size() - 1;
-    for (std::size_t at = std::hash<std::string_view>{}(key);; ++at) {
+    for (std::size_t at = hashOf(key);; ++at) {
       const std::uint32_t slot = slots_[at & mask];
       if (slot == 0) return kNone;
       if (entries_[slot - 1].key == key) return slot - 1;
@@ -108,7 +114,7 @@ class OrderedDictionary {
 
   void insertSlot(std::size_t index) {
     const std::size_t mask = slots_.size() - 1;
-    std::size_t at = std::hash<std::string_view>{}(entries_[index].key) & mask;
+    std::size_t at = hashOf(entries_[index].key) & mask;
     while (slots_[at] != 0) at = (at + 1) & mask;
     slots_[at] = static_cast<std::uint32_t>(index + 1);
   }

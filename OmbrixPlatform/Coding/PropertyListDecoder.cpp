@@ -5,7 +5,10 @@
 namespace ombrix::platform {
 
 std::shared_ptr<Decoder> PropertyListDecoder::treeDecoder(PropertyList value) const {
-  return detail::makeTreeDecoder<detail::PropertyListTree>(std::move(value), {userInfo}, {});
+  using Tree = detail::PropertyListTree;
+  const auto document =
+      std::make_shared<const Tree::Document>(Tree::Document{std::move(value), userInfo});
+  return detail::makeTreeDecoder<Tree>(document, &document->root, {});
 }
 
 DecodingError PropertyListDecoder::corrupted(const PropertyListError& error) {

@@ -18,10 +18,7 @@ class PropertyListDecoder {
   template <class T>
   [[nodiscard]] T decode(DataView bytes) const {
     try {
-      if (BinaryPropertyListView::matches(bytes)) {
-        BinaryPropertyListReader reader(bytes, &userInfo);
-        return detail::decodeNew<T>(reader);
-      }
+      if (BinaryPropertyListView::matches(bytes)) return decodeBinary<T>(bytes);
       return decodeFrom<T>(*treeDecoder(PropertyListSerialization::read(bytes)));
     } catch (const PropertyListError& error) {
       throw corrupted(error);
@@ -35,6 +32,17 @@ class PropertyListDecoder {
   }
 
  private:
+  template <class T>
+  [[nodiscard]] T decodeBinary(DataView bytes) const {
+    try {
+      BinaryPropertyListReader reader(bytes, &userInfo);
+      return detail::decodeNew<T>(reader);
+    } catch (const Error&) {
+      // As in `JSONDecoder`.
+    }
+    return decodeFrom<T>(*BinaryPropertyListReader(bytes, &userInfo).decoder());
+  }
+
   [[nodiscard]] std::shared_ptr<Decoder> treeDecoder(PropertyList value) const;
   static DecodingError corrupted(const PropertyListError& error);
 };

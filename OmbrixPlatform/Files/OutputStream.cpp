@@ -60,7 +60,7 @@ class DescriptorOutputStream final : public OutputStream {
       return std::unexpected(streamError().value_or(FileError(EBADF, "write", path_)));
     }
     std::size_t taken = 0;
-    if (const int error = detail::writeAll(descriptor_.get(), bytes, &taken); error != 0) {
+    if (const int error = writeInPieces(bytes, taken); error != 0) {
       return fail(FileError(error, "write", path_), taken);
     }
     return {};
@@ -100,17 +100,40 @@ class DescriptorOutputStream final : public OutputStream {
     return descriptor_.reset();
   }
 
-  /// Cuts off the last bytes that were written here, unless others have written behind them.
+  /// Writes all, and notes what lies together at the end of a file that takes only parts.
+  int writeInPieces(DataView bytes, std::size_t& taken) noexcept {
+    const int file = descriptor_.get();
+    off_t end = -1;  // of the piece before
+    unbroken_ = 0;
+    while (taken < bytes.size()) {
+      const DataView rest = bytes.subspan(taken);
+      const auto count = detail::retrying([&] { return ::write(file, rest.data(), rest.size()); });
+      // What makes one wait is no regular file, which has no end to note.
+      if (count < 0) return errno == EAGAIN ? detail::writeAll(file, rest, &taken) : errno;
+      taken += static_cast<std::size_t>(count);
+      if (taken == bytes.size()) break;
+      const off_t now = ::lseek(file, 0, SEEK_CUR);
+      if (now - count != end) unbroken_ = 0;  // somebody else has written in between
+      unbroken_ += count;
+      end = now;
+    }
+    return 0;
+  }
+
+  /// Cuts off the last bytes that were written here, unless others have written behind them or
+  /// among them. One who writes between the look and the cut is not seen: appenders that share a
+  /// file on a full disk need a lock of their own.
   [[nodiscard]] bool takeBack(off_t bytes) const noexcept {
     struct stat info{};
     const off_t end = ::lseek(descriptor_.get(), 0, SEEK_CUR);
-    if (end < bytes || fstat(descriptor_.get(), &info) != 0) return false;
+    if (end < bytes || bytes > unbroken_ || fstat(descriptor_.get(), &info) != 0) return false;
     if (!S_ISREG(info.st_mode) || info.st_size != end) return false;
     const auto cut = [&] { return ::ftruncate(descriptor_.get(), end - bytes); };
     return detail::retrying(cut) == 0 && ::lseek(descriptor_.get(), end - bytes, SEEK_SET) >= 0;
   }
 
   std::string path_;
+  off_t unbroken_ = 0;  ///< How many of the last bytes of a failed write lie together.
   bool isNameSynced_ = false;
   OutputFileMode mode_ = OutputFileMode::append;
   detail::Descriptor descriptor_;

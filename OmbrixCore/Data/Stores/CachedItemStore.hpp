@@ -18,7 +18,8 @@ namespace ombrix {
 /// written back in the background. Copies are the same store.
 ///
 /// The value is the default until something is stored or loaded, and after a purge. The file is
-/// read once in the store's life: what others write to it later is not seen. Any thread.
+/// read once in the store's life: what others write to it later is not seen. A file that does not
+/// decode is deleted, as in `PlistFileStore`, and the value is the default. Any thread.
 ///
 /// To be told of others' writes, register `filePresenter()` with
 /// `platform::NSFileCoordinator::addFilePresenter`.

@@ -14,6 +14,11 @@
 namespace ombrix {
 
 /// A typed value in one file, as a binary property list (XML is read, too). Any thread.
+///
+/// A file that does not decode as `T` is logged and deleted, and its value is lost. So is what was
+/// written before `T` got a new required field: give a new field a default, or make it optional
+/// (`platform::codingFields`). Damaged data and null for a required field are such failures, too; a
+/// file that cannot be read, or is not held for lack of memory, stays.
 template <class T>
 class PlistFileStore final {
  public:

@@ -15,7 +15,8 @@
 namespace ombrix {
 
 /// Keeps typed values as property lists, one file per key in one folder. See `KeyedItemStore` and
-/// `DataKeyedItemStore`, whose rules for keys and purges are also this one's.
+/// `DataKeyedItemStore`, whose rules for keys and purges are also this one's. A file that does not
+/// decode is deleted, as in `PlistFileStore`.
 template <class T>
 class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItemStore<T>, T> {
   using Identified = IdentifiedItemOperations<PlistKeyedItemStore<T>, T>;

@@ -56,6 +56,12 @@ class NestedDecoder final : public platform::Decoder {
       override {
     return std::make_unique<NestedSingleValueDecodingContainer<Key>>(container_, key_);
   }
+  bool readJSON(platform::JSON& out) override {
+    return container_.superDecoder(key_)->readJSON(out);
+  }
+  bool readPropertyList(platform::PropertyList& out) override {
+    return container_.superDecoder(key_)->readPropertyList(out);
+  }
 
  private:
   platform::KeyedDecodingContainer<Key> container_;

@@ -6,10 +6,12 @@
 #include <functional>
 #include <limits>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
-#include "OmbrixCore/Extensions/Search/HashSeed.hpp"
+#include "OmbrixPlatform/Values/HashSeed.hpp"
 
 namespace ombrix::detail {
 
@@ -21,9 +23,10 @@ concept Hashable = std::equality_comparable<Value> && requires(const Value& valu
 
 /// Numbers distinct keys from 0 in the order in which they are first seen.
 ///
-/// Integers that somebody chose so that they collide do not: hashes are mixed with a seed of the
-/// process. Open addressing over 8-byte slots of hash and number. The place of a slot follows from
-/// the top bits of its hash, so that growing reads and writes the table from front to back.
+/// Integers and texts that somebody chose so that they collide do not: a seed of the process is in
+/// their hashes. Keys of other types are as good as their `std::hash` is. Open addressing over
+/// 8-byte slots of hash and number. The place of a slot follows from the top bits of its hash, so
+/// that growing reads and writes the table from front to back.
 template <Hashable Key>
 class FirstSeenTable {
  public:
@@ -31,7 +34,11 @@ class FirstSeenTable {
   static constexpr Number kNone = std::numeric_limits<Number>::max();
 
   [[nodiscard]] std::uint32_t hashOf(const Key& key) const {
-    return seed_.mix(static_cast<std::uint64_t>(std::hash<Key>{}(key)));
+    if constexpr (std::same_as<Key, std::string> || std::same_as<Key, std::string_view>) {
+      return static_cast<std::uint32_t>(seed_.ofText(key) >> 32);
+    } else {
+      return seed_.mix(static_cast<std::uint64_t>(std::hash<Key>{}(key)));
+    }
   }
 
   /// Whether looking up several keys at once pays, since slots come from beyond the nearest caches.
@@ -109,7 +116,7 @@ class FirstSeenTable {
     slots_ = std::move(larger);
   }
 
-  HashSeed seed_ = HashSeed::ofProcess();
+  platform::HashSeed seed_ = platform::HashSeed::ofProcess();
   std::vector<Key> keys_;
   // A slot's natural place is the top 32 - shift_ bits of its hash.
   std::vector<Slot> slots_ = std::vector<Slot>(32);

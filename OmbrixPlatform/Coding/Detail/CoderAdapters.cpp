@@ -3,6 +3,8 @@
 
 #include "OmbrixPlatform/Coding/Decoder.hpp"
 #include "OmbrixPlatform/Coding/Encoder.hpp"
+#include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Coding/PropertyList.hpp"
 
 namespace ombrix::platform {
 
@@ -23,6 +25,23 @@ std::string_view nameOf(CodingPrimitiveKind kind) noexcept {
       return "a date";
   }
   return "a value";
+}
+
+bool Decoder::readJSON(JSON&) { return false; }
+bool Decoder::readPropertyList(PropertyList&) { return false; }
+bool Encoder::writeJSON(const JSON&) { return false; }
+bool Encoder::writePropertyList(const PropertyList&) { return false; }
+
+JSON DecoderReader::readJSON() {
+  JSON value;
+  if (decoder()->readJSON(value)) return value;
+  throw DecodingError::typeMismatch("a JSON value", "a value of another format", codingPath());
+}
+
+PropertyList DecoderReader::readPropertyList() {
+  PropertyList value;
+  if (decoder()->readPropertyList(value)) return value;
+  throw DecodingError::typeMismatch("a property list", "a value of another format", codingPath());
 }
 
 CodingPrimitive DecoderReader::read(CodingPrimitiveKind kind) {
@@ -112,6 +131,19 @@ void EncoderWriter::null() {
   Frame& frame = frames_.back();
   if (frame.unkeyed != nullptr) return frame.unkeyed->encodeNil();
   frame.keyed->encodeNil(frame.key);
+}
+
+template <class Tree>
+void EncoderWriter::writeTree(bool (Encoder::*writeIt)(const Tree&), const Tree& value) {
+  const bool isWritten =
+      frames_.empty() ? (encoder_.*writeIt)(value) : ((*nested()).*writeIt)(value);
+  if (isWritten) return;
+  throw EncodingError::invalidValue("A value of another format cannot be encoded", codingPath());
+}
+
+void EncoderWriter::json(const JSON& value) { writeTree(&Encoder::writeJSON, value); }
+void EncoderWriter::propertyList(const PropertyList& value) {
+  writeTree(&Encoder::writePropertyList, value);
 }
 
 void EncoderWriter::beginObject() {

@@ -3,22 +3,17 @@
 #include <optional>
 #include <string_view>
 
-#include "OmbrixPlatform/Coding/Detail/TreeDecoder.hpp"
 #include "OmbrixPlatform/Coding/Detail/TreeEncoder.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Coding/JSONCodingOptions.hpp"
 
 namespace ombrix::platform::detail {
 
-/// JSON for `TreeDecoder` and `TreeEncoder`.
+/// JSON for `TreeEncoder`.
 struct JSONTree {
   using Tree = JSON;
   using Options = JSONCodingOptions;
 
-  static bool isNull(const JSON& value) { return value.isNull(); }
-  static std::string_view kindName(const JSON& value) { return nameOf(value.kind()); }
-  static CodingPrimitive primitive(const JSON& value, CodingPrimitiveKind kind,
-                                   const JSONCodingOptions& options, const CodingPath& path);
   static JSON null() { return {}; }
   static JSON primitive(const CodingPrimitive& value, const JSONCodingOptions& options,
                         const CodingPath& path);

@@ -6,16 +6,26 @@
 namespace ombrix::platform::detail {
 namespace {
 
+bool isNullText(const PropertyList& value) {
+  const std::string* text = value.text();
+  return text != nullptr && *text == kPropertyListNull;
+}
+
+[[noreturn]] void mismatch(std::string_view expected, const PropertyList& plist,
+                           const CodingPath& path) {
+  if (isNullText(plist)) throw DecodingError::valueNotFound(expected, path);
+  throw DecodingError::typeMismatch(expected, nameOf(plist.kind()), path);
+}
+
 template <class T>
 CodingPrimitive require(std::optional<T> value, const PropertyList& plist, CodingPrimitiveKind kind,
                         const CodingPath& path) {
   if (value) return *std::move(value);
-  if (PropertyListTree::isNull(plist)) throw DecodingError::valueNotFound(nameOf(kind), path);
   const bool isNumber = plist.real().has_value();
   const bool wantsInteger =
       kind == CodingPrimitiveKind::integer || kind == CodingPrimitiveKind::unsignedInteger;
   if (isNumber && wantsInteger) throw DecodingError::dataCorrupted("The number does not fit", path);
-  throw DecodingError::typeMismatch(nameOf(kind), PropertyListTree::kindName(plist), path);
+  mismatch(nameOf(kind), plist, path);
 }
 
 template <class T>
@@ -32,17 +42,27 @@ std::optional<T> wholeOf(std::optional<T> value, const PropertyList& plist) {
 
 }  // namespace
 
-bool PropertyListTree::isNull(const PropertyList& value) {
-  const std::string* text = value.text();
-  return text != nullptr && *text == kPropertyListNull;
+bool PropertyListTree::isNull(const Document&, Cursor value) { return isNullText(*value); }
+
+OrderedDictionary<const PropertyList*> PropertyListTree::entries(const Document&, Cursor value,
+                                                                 const CodingPath& path) {
+  if (value->dictionary() == nullptr) mismatch("a dictionary", *value, path);
+  OrderedDictionary<Cursor> entries;
+  for (const auto& [key, entry] : *value->dictionary()) entries.set(key, &entry);
+  return entries;
 }
 
-std::string_view PropertyListTree::kindName(const PropertyList& value) {
-  return nameOf(value.kind());
+std::vector<const PropertyList*> PropertyListTree::items(const Document&, Cursor value,
+                                                         const CodingPath& path) {
+  if (value->array() == nullptr) mismatch("an array", *value, path);
+  std::vector<Cursor> items;
+  for (const PropertyList& item : *value->array()) items.push_back(&item);
+  return items;
 }
 
-CodingPrimitive PropertyListTree::primitive(const PropertyList& value, CodingPrimitiveKind kind,
-                                            const Options&, const CodingPath& path) {
+CodingPrimitive PropertyListTree::primitive(const Document&, Cursor cursor,
+                                            CodingPrimitiveKind kind, const CodingPath& path) {
+  const PropertyList& value = *cursor;
   switch (kind) {
     case CodingPrimitiveKind::boolean:
       return require(value.boolean(), value, kind, path);

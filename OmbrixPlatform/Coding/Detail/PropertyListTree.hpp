@@ -12,15 +12,23 @@ struct PropertyListCodingOptions {
   CodingUserInfo userInfo;
 };
 
-/// Property lists for `TreeDecoder` and `TreeEncoder`.
+/// Property lists for `TreeDecoder` (those that are values already, as XML is) and `TreeEncoder`.
 struct PropertyListTree {
+  struct Document {
+    PropertyList root;
+    CodingUserInfo info;
+    [[nodiscard]] const CodingUserInfo& userInfo() const noexcept { return info; }
+  };
+  using Cursor = const PropertyList*;
   using Tree = PropertyList;
   using Options = PropertyListCodingOptions;
 
-  static bool isNull(const PropertyList& value);
-  static std::string_view kindName(const PropertyList& value);
-  static CodingPrimitive primitive(const PropertyList& value, CodingPrimitiveKind kind,
-                                   const Options& options, const CodingPath& path);
+  static bool isNull(const Document&, Cursor value);
+  static OrderedDictionary<Cursor> entries(const Document&, Cursor value, const CodingPath& path);
+  static std::vector<Cursor> items(const Document&, Cursor value, const CodingPath& path);
+  static CodingPrimitive primitive(const Document&, Cursor value, CodingPrimitiveKind kind,
+                                   const CodingPath& path);
+  static PropertyList tree(const Document&, Cursor value, const CodingPath&) { return *value; }
   static PropertyList null();
   static PropertyList primitive(const CodingPrimitive& value, const Options& options,
                                 const CodingPath& path);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,41 +9,60 @@
 #include <vector>
 
 #include "OmbrixPlatform/Coding/Decoder.hpp"
+#include "OmbrixPlatform/Coding/OrderedDictionary.hpp"
 
 namespace ombrix::platform::detail {
 
-/// The `Decoder` of a tree of values. `Format` names the tree and its options, and gives `isNull`,
-/// `kindName` (as in "a text") and `primitive`, which throws for a value that is not of that kind.
+/// Reads one value of a kind from what passes through values once.
+template <class Reader>
+CodingPrimitive readPrimitive(Reader& reader, CodingPrimitiveKind kind) {
+  switch (kind) {
+    case CodingPrimitiveKind::boolean:
+      return reader.readBool();
+    case CodingPrimitiveKind::integer:
+      return reader.readInteger();
+    case CodingPrimitiveKind::unsignedInteger:
+      return reader.readUnsignedInteger();
+    case CodingPrimitiveKind::real:
+      return reader.readReal();
+    case CodingPrimitiveKind::text:
+      return std::string{reader.readText()};
+    case CodingPrimitiveKind::data:
+      return reader.readData();
+    case CodingPrimitiveKind::date:
+      break;
+  }
+  return reader.readDate();
+}
+
+/// The `Decoder` of a document in which one may go to and fro.
+///
+/// `Format` names the document (which has `userInfo`), what leads to a value in it (`Cursor`) and
+/// its value type (`Tree`). It gives `isNull`, the `entries` of a dictionary (of equal keys the
+/// last), the `items` of an array, `primitive` and `tree`, which throw for a value of another kind.
 template <class Format>
 class TreeDecoder final : public Decoder {
  public:
-  using Tree = typename Format::Tree;
+  using Document = typename Format::Document;
+  using Cursor = typename Format::Cursor;
 
-  struct Document {
-    Tree root;
-    typename Format::Options options;
-  };
-
-  /// One value in the tree and the way to it.
+  /// One value in the document and the way to it.
   struct Place {
     std::shared_ptr<const Document> document;
-    const Tree* value;
+    Cursor cursor;
     CodingPath path;
 
-    [[nodiscard]] Place at(const Tree& item, CodingKey key) const {
-      Place place{document, &item, path};
+    [[nodiscard]] Place at(Cursor item, CodingKey key) const {
+      Place place{document, item, path};
       place.path.push_back(std::move(key));
       return place;
     }
+    [[nodiscard]] bool isNull() const { return Format::isNull(*document, cursor); }
     [[nodiscard]] CodingPrimitive primitive(CodingPrimitiveKind kind) const {
-      return Format::primitive(*value, kind, document->options, path);
+      return Format::primitive(*document, cursor, kind, path);
     }
     [[nodiscard]] std::shared_ptr<Decoder> decoder() const {
       return std::make_shared<TreeDecoder>(*this);
-    }
-    [[noreturn]] void mismatch(std::string_view expected) const {
-      if (Format::isNull(*value)) throw DecodingError::valueNotFound(expected, path);
-      throw DecodingError::typeMismatch(expected, Format::kindName(*value), path);
     }
   };
 
@@ -50,39 +70,49 @@ class TreeDecoder final : public Decoder {
 
   [[nodiscard]] CodingPath codingPath() const override { return place_.path; }
   [[nodiscard]] const CodingUserInfo& userInfo() const override {
-    return place_.document->options.userInfo;
+    return place_.document->userInfo();
   }
   [[nodiscard]] std::shared_ptr<const KeyedDecodingContainerBase> keyedContainer() override {
-    if (place_.value->dictionary() == nullptr) place_.mismatch("a dictionary");
     return std::make_shared<Keyed>(place_);
   }
   [[nodiscard]] std::unique_ptr<UnkeyedDecodingContainer> unkeyedContainer() override {
-    if (place_.value->array() == nullptr) place_.mismatch("an array");
     return std::make_unique<Unkeyed>(place_);
   }
   [[nodiscard]] std::unique_ptr<SingleValueDecodingContainer> singleValueContainer() override {
     return std::make_unique<Single>(place_);
   }
+  bool readJSON(JSON& out) override { return readTree(out); }
+  bool readPropertyList(PropertyList& out) override { return readTree(out); }
 
  private:
+  template <class Tree>
+  bool readTree(Tree& out) const {
+    constexpr bool kIsOurs = std::same_as<Tree, typename Format::Tree>;
+    if constexpr (kIsOurs) out = Format::tree(*place_.document, place_.cursor, place_.path);
+    return kIsOurs;
+  }
+
   class Keyed final : public KeyedDecodingContainerBase {
    public:
-    explicit Keyed(Place place) : place_(std::move(place)) {}
+    explicit Keyed(Place place)
+        : place_(std::move(place)),
+          entries_(Format::entries(*place_.document, place_.cursor, place_.path)) {}
 
     [[nodiscard]] CodingPath codingPath() const override { return place_.path; }
     [[nodiscard]] const CodingUserInfo& userInfo() const override {
-      return place_.document->options.userInfo;
+      return place_.document->userInfo();
     }
     [[nodiscard]] std::vector<std::string> allKeys() const override {
       std::vector<std::string> keys;
-      for (const auto& [key, value] : *place_.value->dictionary()) keys.push_back(key);
+      keys.reserve(entries_.size());
+      for (const auto& [key, cursor] : entries_) keys.push_back(key);
       return keys;
     }
     [[nodiscard]] bool contains(std::string_view key) const override {
-      return place_.value->find(key) != nullptr;
+      return entries_.contains(key);
     }
     [[nodiscard]] bool decodeNil(std::string_view key) const override {
-      return Format::isNull(value(key));
+      return Format::isNull(*place_.document, cursor(key));
     }
     [[nodiscard]] CodingPrimitive decodePrimitive(CodingPrimitiveKind kind,
                                                   std::string_view key) const override {
@@ -93,30 +123,31 @@ class TreeDecoder final : public Decoder {
     }
 
    private:
-    [[nodiscard]] const Tree& value(std::string_view key) const {
-      const Tree* found = place_.value->find(key);
+    [[nodiscard]] Cursor cursor(std::string_view key) const {
+      const Cursor* found = entries_.find(key);
       if (found == nullptr) throw DecodingError::keyNotFound(key, place_.path);
       return *found;
     }
     [[nodiscard]] Place item(std::string_view key) const {
-      return place_.at(value(key), {std::string{key}, std::nullopt});
+      return place_.at(cursor(key), {std::string{key}, std::nullopt});
     }
 
     Place place_;
+    OrderedDictionary<Cursor> entries_;
   };
 
   class Unkeyed final : public UnkeyedDecodingContainer {
    public:
-    explicit Unkeyed(Place place) : place_(std::move(place)) {}
+    explicit Unkeyed(Place place)
+        : place_(std::move(place)),
+          items_(Format::items(*place_.document, place_.cursor, place_.path)) {}
 
     [[nodiscard]] CodingPath codingPath() const override { return place_.path; }
-    [[nodiscard]] std::optional<std::size_t> count() const override {
-      return place_.value->array()->size();
-    }
-    [[nodiscard]] bool isAtEnd() const override { return index_ == place_.value->array()->size(); }
+    [[nodiscard]] std::optional<std::size_t> count() const override { return items_.size(); }
+    [[nodiscard]] bool isAtEnd() const override { return index_ == items_.size(); }
     [[nodiscard]] std::size_t currentIndex() const override { return index_; }
     bool decodeNil() override {
-      const bool isNull = Format::isNull(*next().value);
+      const bool isNull = next().isNull();
       if (isNull) ++index_;
       return isNull;
     }
@@ -134,11 +165,12 @@ class TreeDecoder final : public Decoder {
    private:
     [[nodiscard]] Place next() const {
       const CodingKey key{"Index " + std::to_string(index_), index_};
-      if (!isAtEnd()) return place_.at((*place_.value->array())[index_], key);
-      throw DecodingError::valueNotFound("a further item", place_.at(*place_.value, key).path);
+      if (!isAtEnd()) return place_.at(items_[index_], key);
+      throw DecodingError::valueNotFound("a further item", place_.at(place_.cursor, key).path);
     }
 
     Place place_;
+    std::vector<Cursor> items_;
     std::size_t index_ = 0;
   };
 
@@ -147,7 +179,7 @@ class TreeDecoder final : public Decoder {
     explicit Single(Place place) : place_(std::move(place)) {}
 
     [[nodiscard]] CodingPath codingPath() const override { return place_.path; }
-    [[nodiscard]] bool decodeNil() const override { return Format::isNull(*place_.value); }
+    [[nodiscard]] bool decodeNil() const override { return place_.isNull(); }
     [[nodiscard]] CodingPrimitive decodePrimitive(CodingPrimitiveKind kind) const override {
       return place_.primitive(kind);
     }
@@ -163,12 +195,10 @@ class TreeDecoder final : public Decoder {
 };
 
 template <class Format>
-std::shared_ptr<Decoder> makeTreeDecoder(typename Format::Tree tree,
-                                         const typename Format::Options& options, CodingPath path) {
+std::shared_ptr<Decoder> makeTreeDecoder(std::shared_ptr<const typename Format::Document> document,
+                                         typename Format::Cursor cursor, CodingPath path) {
   using Made = TreeDecoder<Format>;
-  using Document = typename Made::Document;
-  const auto document = std::make_shared<const Document>(Document{std::move(tree), options});
-  return std::make_shared<Made>(typename Made::Place{document, &document->root, std::move(path)});
+  return std::make_shared<Made>(typename Made::Place{std::move(document), cursor, std::move(path)});
 }
 
 }  // namespace ombrix::platform::detail

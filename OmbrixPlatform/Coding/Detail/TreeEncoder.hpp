@@ -1,5 +1,6 @@
 #pragma once
 
+#include <concepts>
 #include <memory>
 #include <optional>
 #include <string>
@@ -92,8 +93,16 @@ class TreeEncoder final : public Encoder {
   [[nodiscard]] std::unique_ptr<SingleValueEncodingContainer> singleValueContainer() override {
     return std::make_unique<Single>(place_);
   }
+  bool writeJSON(const JSON& value) override { return write(value); }
+  bool writePropertyList(const PropertyList& value) override { return write(value); }
 
  private:
+  template <class Value>
+  bool write(const Value& value) {
+    if constexpr (std::same_as<Value, Tree>) place_.set(value);
+    return std::same_as<Value, Tree>;
+  }
+
   class Keyed final : public KeyedEncodingContainerBase {
    public:
     explicit Keyed(Place place) : place_(std::move(place)) {}

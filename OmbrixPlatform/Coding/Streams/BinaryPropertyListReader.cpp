@@ -13,6 +13,8 @@ constexpr std::size_t kUsualDepth = 8;
 // What going to an object costs, taken or skipped; bytes of texts and data and what its value takes
 // in memory come on top.
 constexpr std::uint64_t kVisitCost = 16;
+// What a decoder of a value costs, with each step of the path to it.
+constexpr std::uint64_t kDecoderCost = 128, kPathCost = 8;
 
 bool isText(const View::Object& object) noexcept {
   return object.kind == View::Kind::text8 || object.kind == View::Kind::text16;
@@ -55,12 +57,23 @@ PropertyList::Kind treeKind(View::Kind kind) noexcept {
 }  // namespace
 
 BinaryPropertyListReader::BinaryPropertyListReader(DataView bytes, const CodingUserInfo* userInfo)
-    : userInfo_(userInfo),
+    : bytes_(bytes),
+      userInfo_(userInfo),
       view_(bytes),
-      allowance_(bytes.size(), view_.objectCount()),
+      ownAllowance_(bytes.size(), view_.objectCount()),
       current_(view_.topObject()) {
   frames_.reserve(kUsualDepth);
 }
+
+BinaryPropertyListReader::BinaryPropertyListReader(const Document& document, std::uint64_t object,
+                                                   const CodingPath& path)
+    : bytes_(document.bytes),
+      userInfo_(&document.info),
+      view_(document.view),
+      ownAllowance_(0, 0),
+      allowance_(document.allowance),
+      current_(object),
+      path_(path) {}
 
 void BinaryPropertyListReader::mismatch(std::string_view expected, const View::Object& object,
                                         const CodingPath& path) {
@@ -251,13 +264,82 @@ std::optional<std::string> BinaryPropertyListReader::peekText(std::string_view w
   return found;
 }
 
+OrderedDictionary<std::uint64_t> BinaryPropertyListReader::entries() {
+  OrderedDictionary<std::uint64_t> entries;
+  std::string_view key;
+  beginObject();
+  expectItems(kDecoderCost);
+  while (nextKey(key)) entries.set(std::string{key}, current_);
+  return entries;
+}
+
+std::vector<std::uint64_t> BinaryPropertyListReader::items() {
+  std::vector<std::uint64_t> items;
+  beginArray();
+  expectItems(kDecoderCost);
+  while (nextItem()) items.push_back(current_);
+  return items;
+}
+
+namespace {
+
+/// Binary property lists for `TreeDecoder`: a value is the number of its object.
+struct Objects {
+  using Document = BinaryPropertyListReader::Document;
+  using Cursor = std::uint64_t;
+  using Tree = PropertyList;
+
+  template <class Read>
+  static auto read(const Document& document, Cursor object, const CodingPath& path, Read read) {
+    try {
+      // References in a circle end here.
+      if (path.size() >= static_cast<std::size_t>(kMaxPropertyListDepth)) tooDeep();
+      document.allowance.spend(kVisitCost + kPathCost * path.size());
+      BinaryPropertyListReader reader(document, object, path);
+      return read(reader);
+    } catch (const PropertyListError& error) {
+      throw DecodingError::dataCorrupted(std::string("The data cannot be read: ") + error.what(),
+                                         path);
+    }
+  }
+
+  static bool isNull(const Document& document, Cursor object) {
+    return read(document, object, {}, [](auto& reader) { return reader.readNull(); });
+  }
+  static OrderedDictionary<Cursor> entries(const Document& document, Cursor object,
+                                           const CodingPath& path) {
+    return read(document, object, path, [](auto& reader) { return reader.entries(); });
+  }
+  static std::vector<Cursor> items(const Document& document, Cursor object,
+                                   const CodingPath& path) {
+    return read(document, object, path, [](auto& reader) { return reader.items(); });
+  }
+  static CodingPrimitive primitive(const Document& document, Cursor object,
+                                   CodingPrimitiveKind kind, const CodingPath& path) {
+    return read(document, object, path,
+                [kind](auto& reader) { return detail::readPrimitive(reader, kind); });
+  }
+  static PropertyList tree(const Document& document, Cursor object, const CodingPath& path) {
+    return read(document, object, path, [](auto& reader) { return reader.readPropertyList(); });
+  }
+};
+
+}  // namespace
+
 std::shared_ptr<Decoder> BinaryPropertyListReader::decoder() {
   static const CodingUserInfo* const kNone = new CodingUserInfo;
-  // A decoder is made for each value, with the path to it.
-  constexpr std::uint64_t kDecoderCost = 128, kPathCost = 8;
-  allowance_.spend(kDecoderCost + kPathCost * frames_.size());
-  return detail::makeTreeDecoder<detail::PropertyListTree>(
-      readPropertyList(), {userInfo_ == nullptr ? *kNone : *userInfo_}, codingPath());
+  if (document_ == nullptr) {
+    document_ =
+        std::make_shared<const Document>(bytes_, userInfo_ == nullptr ? *kNone : *userInfo_);
+  }
+  static_cast<void>(object());  // what cannot be read at all is told at once
+  const CodingPath path = codingPath();
+  allowance_.spend(kDecoderCost + kPathCost * path.size());
+  return detail::makeTreeDecoder<Objects>(document_, current_, path);
+}
+
+void BinaryPropertyListReader::startOver() const {
+  throw DecodingError::dataCorrupted("The value cannot be judged in one pass", codingPath());
 }
 
 }  // namespace ombrix::platform

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Coding/Codable.hpp"
+#include "OmbrixPlatform/Coding/OrderedDictionary.hpp"
 #include "OmbrixPlatform/Coding/Streams/BinaryPropertyListView.hpp"
 
 namespace ombrix::platform {
@@ -18,7 +19,14 @@ namespace ombrix::platform {
 /// where the file is damaged; `PropertyListDecoder` makes one of both. One thread.
 class BinaryPropertyListReader {
  public:
+  struct Document;
+
   explicit BinaryPropertyListReader(DataView bytes, const CodingUserInfo* userInfo = nullptr);
+  /// Reads one object of a document, to which the path leads. Borrows the document, and uses up of
+  /// its allowance.
+  BinaryPropertyListReader(const Document& document, std::uint64_t object, const CodingPath& path);
+  BinaryPropertyListReader(const BinaryPropertyListReader&) = delete;
+  BinaryPropertyListReader& operator=(const BinaryPropertyListReader&) = delete;
 
   bool readNull();
   bool readBool();
@@ -41,7 +49,13 @@ class BinaryPropertyListReader {
   bool nextItem();
   void skip() {}
   std::optional<std::string> peekText(std::string_view key);
+  /// What it gives shares a copy of the whole file.
   std::shared_ptr<Decoder> decoder();
+  [[noreturn]] void startOver() const;
+
+  /// The numbers of the values that the next object holds.
+  OrderedDictionary<std::uint64_t> entries();
+  std::vector<std::uint64_t> items();
 
   [[nodiscard]] CodingPathChain& pathChain() noexcept { return path_; }
   [[nodiscard]] CodingPath codingPath() const { return path_.path(); }
@@ -65,13 +79,33 @@ class BinaryPropertyListReader {
   }
   [[noreturn]] void misfit() const;
 
+  DataView bytes_;
   const CodingUserInfo* userInfo_;
   View view_;
-  View::Allowance allowance_;
+  View::Allowance ownAllowance_;
+  View::Allowance& allowance_ = ownAllowance_;
   std::uint64_t current_;  // the number of the object that comes next
   std::vector<Frame> frames_;
   std::string scratch_;
   CodingPathChain path_;
+  std::shared_ptr<const Document> document_;  // a copy, once there is a decoder
+};
+
+/// A binary property list for those who go to and fro in it. Reading changes its allowance: one
+/// thread.
+struct BinaryPropertyListReader::Document {
+  Document(DataView file, const CodingUserInfo& userInfo)
+      : bytes(file.begin(), file.end()),
+        view(bytes),
+        allowance(bytes.size(), view.objectCount()),
+        info(userInfo) {}
+
+  [[nodiscard]] const CodingUserInfo& userInfo() const noexcept { return info; }
+
+  Data bytes;
+  BinaryPropertyListView view;
+  mutable BinaryPropertyListView::Allowance allowance;
+  CodingUserInfo info;
 };
 
 }  // namespace ombrix::platform

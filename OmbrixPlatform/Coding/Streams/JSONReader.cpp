@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 
+#include "OmbrixPlatform/Coding/Detail/JSONDocument.hpp"
 #include "OmbrixPlatform/Coding/Detail/JSONIndex.hpp"
 #include "OmbrixPlatform/Coding/Detail/JSONTree.hpp"
 #include "OmbrixPlatform/Coding/Detail/Numbers.hpp"
@@ -47,15 +48,6 @@ constexpr std::ptrdiff_t kLongestPlainNumber = 32;  // and the words that are lo
 
 }  // namespace
 
-class JSONReader::Index : public detail::JSONIndex {
- public:
-  using JSONIndex::JSONIndex;
-
-  /// Whether a number that no double comes near is an infinity, for whoever wants it to refuse: a
-  /// tree is also made of members that nobody reads.
-  bool keepsLargeNumbers = false;
-};
-
 // A number as it stands in the text, its grammar checked.
 struct JSONReader::Scan {
   std::string_view text;
@@ -70,11 +62,20 @@ JSONReader::JSONReader(DataView bytes, const JSONCodingOptions* options)
     : options_(options),
       text_(textOf(bytes).data()),
       textEnd_(text_ + bytes.size()),
-      index_(std::make_unique<Index>(textOf(bytes))) {
+      index_(std::make_unique<detail::JSONIndex>(textOf(bytes))) {
   if (index_->error() != nullptr) malformed(index_->error());
   at_ = index_->begin();
   last_ = index_->end();
 }
+
+JSONReader::JSONReader(const detail::JSONDocument& document, std::uint32_t token,
+                       const CodingPath& path)
+    : options_(&document.options),
+      text_(document.text.data()),
+      textEnd_(text_ + document.text.size()),
+      at_(document.tokens.data() + token),
+      last_(document.tokens.data() + document.tokens.size()),
+      path_(path) {}
 
 JSONReader::~JSONReader() = default;
 
@@ -205,7 +206,7 @@ double JSONReader::realOf(const Scan& scan) const {
   }
   // What is too small for a double rounds to zero.
   const auto number = detail::readDecimal(scan.text);
-  if (number.fit == detail::NumberFit::tooLarge && !index_->keepsLargeNumbers) misfit(scan.text);
+  if (number.fit == detail::NumberFit::tooLarge) misfit(scan.text);
   return number.value;
 }
 
@@ -478,6 +479,12 @@ void JSONReader::skip() {
   }
 }
 
+std::uint32_t JSONReader::skipIn(const detail::JSONDocument& document) {
+  const auto token = static_cast<std::uint32_t>(at_ - document.tokens.data());
+  at_ = document.tokens.data() + document.behind[token];
+  return token;
+}
+
 JSON JSONReader::readJSON() {
   switch (peek()) {
     case '{': {
@@ -539,17 +546,16 @@ std::optional<std::string> JSONReader::peekText(std::string_view wanted) {
 }
 
 std::shared_ptr<Decoder> JSONReader::decoder() {
-  index_->keepsLargeNumbers = true;
-  JSON tree = readJSON();
-  index_->keepsLargeNumbers = false;
-  return detail::makeTreeDecoder<detail::JSONTree>(std::move(tree), options(), codingPath());
+  const auto token = static_cast<std::uint32_t>(at_ - index_->begin());
+  if (document_ == nullptr) {
+    document_ = detail::checkedDocument({text_, textEnd_}, {index_->begin(), last_}, options());
+  }
+  at_ = index_->begin() + document_->behind[token];
+  return detail::makeTreeDecoder<detail::JSONTokens>(document_, token, codingPath());
 }
 
-void JSONReader::checkDocument() const {
-  JSONReader other(
-      {reinterpret_cast<const std::byte*>(text_), static_cast<std::size_t>(textEnd_ - text_)});
-  static_cast<void>(other.readJSON());
-  other.finish();
+void JSONReader::startOver() const {
+  throw DecodingError::dataCorrupted("The value cannot be judged in one pass", codingPath());
 }
 
 void JSONReader::finish() {

@@ -13,6 +13,11 @@
 
 namespace ombrix::platform {
 
+namespace detail {
+class JSONIndex;
+struct JSONDocument;
+}  // namespace detail
+
 /// Containers may lie this deep in each other, in documents read and written.
 inline constexpr int kMaxJSONDepth = 512;
 
@@ -22,6 +27,8 @@ inline constexpr int kMaxJSONDepth = 512;
 class JSONReader {
  public:
   explicit JSONReader(DataView bytes, const JSONCodingOptions* options = nullptr);
+  /// Reads the value at a token of a document, to which the path leads. Borrows the document.
+  JSONReader(const detail::JSONDocument& document, std::uint32_t token, const CodingPath& path);
   ~JSONReader();
   JSONReader(const JSONReader&) = delete;
   JSONReader& operator=(const JSONReader&) = delete;
@@ -49,8 +56,12 @@ class JSONReader {
     return firstOrNoItem(c);
   }
   void skip();
+  /// Skips in no time a value of the document that the reader was made with; gives its token.
+  std::uint32_t skipIn(const detail::JSONDocument& document);
   std::optional<std::string> peekText(std::string_view key);
+  /// Checks the whole document when it is called for the first time; what it gives shares a copy.
   std::shared_ptr<Decoder> decoder();
+  [[noreturn]] void startOver() const;
 
   /// Takes the next key if it is this one, written without escapes; else nothing changes.
   bool tryKey(std::string_view name) noexcept {
@@ -70,8 +81,6 @@ class JSONReader {
 
   /// To be called after the top value: nothing may follow it.
   void finish();
-  /// Checks the document from its start to its end; what is read next stays the same.
-  void checkDocument() const;
 
   [[nodiscard]] CodingPathChain& pathChain() noexcept { return path_; }
   [[nodiscard]] CodingPath codingPath() const { return path_.path(); }
@@ -104,8 +113,8 @@ class JSONReader {
   bool first_ = false;  // a container was just opened
   std::string scratch_;
   CodingPathChain path_;
-  class Index;
-  std::unique_ptr<Index> index_;
+  std::unique_ptr<detail::JSONIndex> index_;
+  std::shared_ptr<const detail::JSONDocument> document_;  // a copy, once there is a decoder
 };
 
 }  // namespace ombrix::platform

@@ -2,14 +2,42 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <fstream>
+#include <functional>
 #include <limits>
 #include <random>
+#include <string>
 #include <type_traits>
+#include <utility>
+#include <vector>
 
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/SmallDisk.hpp"
+
+namespace {
+
+/// What `write` does instead while it is set; gives how many bytes to write, or -1 for a full disk.
+std::function<long(std::size_t)>* writing = nullptr;
+
+}  // namespace
+
+extern "C" ssize_t write(int file, const void* bytes, std::size_t count) {
+  long part = static_cast<long>(count);
+  if (writing != nullptr) {
+    // What it does itself is written as ever.
+    auto* const asked = std::exchange(writing, nullptr);
+    part = (*asked)(count);
+    writing = asked;
+  }
+  if (part < 0) return errno = ENOSPC, -1;
+  return ::syscall(SYS_write, file, bytes, part);
+}
 
 namespace ombrix {
 namespace {
@@ -99,6 +127,42 @@ TEST(LocationCSVWriterTests, GoesOnAfterAFullDisk) {
   for (int i = 0; i < 3; ++i) expected += kExampleRow;
   EXPECT_EQ(folder.read("track.csv"), expected);
   EXPECT_EQ(writer.fixesWritten(), 3U);
+}
+
+// Catches a torn row that is cut off together with what another process appended meanwhile: behind
+// it, or between two pieces of it.
+TEST(LocationCSVWriterTests, LeavesTheRowsOfAnotherAppender) {
+  const std::string theirs = "theirs\n";
+  const std::string row{kExampleRow};
+  const struct {
+    std::vector<long> parts;   // what the disk takes, piece by piece
+    std::size_t appendBefore;  // the other process appends before this piece
+    std::string expected;      // and the next fix behind it
+  } cases[] = {
+      {{40, -1}, 9, row},
+      {{40, 7, -1}, 9, row},
+      {{40, -1}, 1, row.substr(0, 40) + theirs + "?\n" + row},
+      {{40, 7, -1}, 2, row.substr(0, 47) + theirs + "?\n" + row},
+      {{40, 7, -1}, 1, row.substr(0, 40) + theirs + row.substr(40, 7) + "?\n" + row},
+      {{40, 7, 3, -1}, 1, row.substr(0, 40) + theirs + row.substr(40, 10) + "?\n" + row},
+  };
+  for (const auto& [parts, appendBefore, expected] : cases) {
+    const ScopedDir folder;
+    const std::string path = (folder.path() / "track.csv").string();
+    LocationCSVWriter writer(URL::fileURL(path, false));
+    std::size_t piece = 0;
+    std::function<long(std::size_t)> inPieces = [&](std::size_t) {
+      if (piece == appendBefore) std::ofstream(path, std::ios::app) << theirs;
+      return parts.at(piece++);
+    };
+    writing = &inPieces;
+    EXPECT_THROW(writer.add(exampleFix()), platform::CSVError);
+    writing = nullptr;
+    EXPECT_EQ(writer.fixesWritten(), 0U);
+    writer.add(exampleFix());
+    EXPECT_EQ(folder.read("track.csv"), expected);
+    EXPECT_EQ(writer.fixesWritten(), 1U);
+  }
 }
 
 // Catches a source of failure that stops the program or is swallowed, and a URL that is no file's.

@@ -127,6 +127,14 @@ TEST(GeoJSONDeathTests, AShortPositionStopsTheProgram) {
   for (const std::string& damaged : {line.substr(0, line.size() - 1), line + "x"}) {
     EXPECT_THROW((void)decode<GeoJSONGeometry>(damaged), DecodingError);
   }
+  // The last one of equal members counts, whatever stands under the others.
+  const std::string twice =
+      R"({"type":"Point","coordinates":[1],"type":"LineString","coordinates":[[1,2]]})";
+  EXPECT_EQ(decode<GeoJSONGeometry>(twice).value.asLineString()->coordinates.size(), 1U);
+  EXPECT_EQ(decode<Geometries>("[" + twice + "]").list.front(), decode<GeoJSONGeometry>(twice));
+  const std::string shortLast = R"({"type":"Point","coordinates":[1,2],"coordinates":[1]})";
+  EXPECT_DEATH((void)decode<GeoJSONGeometry>(shortLast), "at \"coordinates\\[1\\]\"");
+  EXPECT_DEATH((void)decode<Geometries>("[" + shortLast + "]"), "coordinates\\[1\\]\"");
 }
 
 // Catches equality or hashes off the grid of coordinates, or blind to order, rings or kind.

@@ -109,14 +109,6 @@ TEST(NestedDecoderTests, EveryContainerReadsTheEntry) {
             (std::map<std::string, int>{{"x", 1}}));
 }
 
-// Catches a document refused for a number that is too large and that nobody reads.
-TEST(NestedDecoderTests, OnlyWhatIsReadMustFit) {
-  const auto fields = jsonDecoder(R"({"ignored":[1e400],"name":-1e999,"drop":5})")->container();
-  EXPECT_EQ(fields.decode<std::int64_t>("drop"), 5);
-  EXPECT_THROW(static_cast<void>(fields.decode<double>("name")), DecodingError);
-  EXPECT_THROW(static_cast<void>(fields.decode<std::vector<double>>("ignored")), DecodingError);
-}
-
 // Catches a decoder that ends with the call it was taken from, in either format.
 TEST(NestedDecoderTests, TheDecoderOfADocumentMayBeKept) {
   std::shared_ptr<Decoder> kept;

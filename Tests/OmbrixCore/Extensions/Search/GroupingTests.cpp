@@ -43,8 +43,23 @@ TEST(UniqueTests, KeepsTheFirstOfEach) {
   EXPECT_EQ(unique(std::vector{kNaN, kNaN}).size(), 2U);
 }
 
-// Catches a mix that is known outside: numbers that any fixed multiplier would send to one place.
-TEST(UniqueTests, ChosenNumbersDoNotCollide) {
+/// A text of 16 bytes whose `std::hash` is that of all others made here: the second half undoes, in
+/// the standard library's hash, what the first has done.
+std::string collidingText(std::uint64_t number) {
+  constexpr std::uint64_t kMultiplier = 0xC6A4A7935BD1E995U;
+  std::uint64_t inverse = 1;
+  for (int i = 0; i < 6; ++i) inverse *= 2 - kMultiplier * inverse;
+  const auto shifted = [](std::uint64_t word) { return word ^ word >> 47; };
+  const auto hashed = [&](std::uint64_t word) { return shifted(word * kMultiplier) * kMultiplier; };
+  const std::uint64_t start = 0xC70F6907U ^ 16 * kMultiplier;
+  const std::uint64_t second = (start ^ hashed(number)) * kMultiplier;
+  const std::uint64_t words[] = {number, shifted(second * inverse) * inverse};
+  return {reinterpret_cast<const char*>(words), sizeof words};
+}
+
+// Catches a mix that is known outside: numbers that any fixed multiplier would send to one place,
+// and texts that the standard library's hash does.
+TEST(UniqueTests, ChosenKeysDoNotCollide) {
   const detail::FirstSeenTable<std::uint64_t> table;
   for (const std::uint64_t inverse : {0xF1DE'83E1'9937'733DU, std::uint64_t{1}}) {
     std::set<std::uint32_t> hashes;
@@ -54,6 +69,14 @@ TEST(UniqueTests, ChosenNumbersDoNotCollide) {
     }
     EXPECT_GT(hashes.size(), 19'900U);
   }
+  const detail::FirstSeenTable<std::string> texts;
+  std::set<std::uint32_t> hashes;
+  for (std::uint64_t i = 0; i < 20'000; ++i) {
+    const std::string chosen = collidingText(i);
+    ASSERT_EQ(std::hash<std::string>{}(chosen), std::hash<std::string>{}(collidingText(0)));
+    hashes.insert(texts.hashOf(chosen));
+  }
+  EXPECT_GT(hashes.size(), 19'900U);
 }
 
 // Catches faults of growing and of the bits: each width and cardinality against the plain way.

@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+namespace ombrix::platform {
+
+/// Random numbers that a process mixes into its hashes, so that nobody outside can choose keys that
+/// fall on one place.
+struct HashSeed {
+  std::uint64_t key;
+  std::uint64_t multiplier;  ///< odd
+
+  /// The process's own seed. Any thread.
+  static const HashSeed& ofProcess();
+
+  /// Spreads a hash over 32 bits. What has the same hash without the seed has the same with it.
+  [[nodiscard]] std::uint32_t mix(std::uint64_t hash) const noexcept {
+    return static_cast<std::uint32_t>(folded(hash ^ key, multiplier) >> 32);
+  }
+
+  /// A hash of a text, the seed in each of its steps: without it nobody can tell which texts meet.
+  /// Good for tables, not for signatures.
+  [[nodiscard]] std::uint64_t ofText(std::string_view text) const noexcept;
+
+ private:
+  /// The two halves of a product of 128 bits, folded.
+  static std::uint64_t folded(std::uint64_t a, std::uint64_t b) noexcept {
+    __extension__ using UInt128 = unsigned __int128;
+    const UInt128 product = static_cast<UInt128>(a) * b;
+    return static_cast<std::uint64_t>(product) ^ static_cast<std::uint64_t>(product >> 64);
+  }
+};
+
+}  // namespace ombrix::platform
