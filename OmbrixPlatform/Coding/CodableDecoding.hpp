@@ -23,16 +23,6 @@ namespace detail {
 
 std::string quoted(std::string_view text);
 
-/// A reader that can compare the next key with a name before it takes it.
-template <class R>
-concept TriesKeys = requires(R& reader, std::string_view name) { reader.tryKey(name); };
-
-template <CodingReader R>
-bool tryKey(R& reader, std::string_view name) {
-  if constexpr (TriesKeys<R>) return reader.tryKey(name);
-  return false;
-}
-
 template <CodingReader R, class T>
 void decodeFields(R& reader, T& out) {
   constexpr const auto& kFields = CodingFieldsOf<T>::kFields;

@@ -118,6 +118,16 @@ void expectItems(R& reader, T& out) {
   }
 }
 
+/// A reader that can compare the next key with a name before it takes it.
+template <class R>
+concept TriesKeys = requires(R& reader, std::string_view name) { reader.tryKey(name); };
+
+template <CodingReader R>
+bool tryKey(R& reader, std::string_view name) {
+  if constexpr (TriesKeys<R>) return reader.tryKey(name);
+  return false;
+}
+
 /// Whether a name of a field is written as it is in every format.
 consteval bool isPlainName(std::string_view name) {
   for (const char c : name) {
