@@ -5,7 +5,7 @@
 //   look FILE            reads a text again and again, until it is killed
 //   read FILE MEGABYTES CGROUP
 //                        reads a text with so much more memory at most, from inside a control group
-//                        unless CGROUP is "-"; 0 when it came, 3 when not
+//                        unless CGROUP is "-"; 0 when it came, 3 when not, 4 out of the group
 //   decode FILE          decodes a property list as several types; 0 within 64 MiB and a second
 //   launch FOLDER COUNT GROUP
 //                        adds one to a persisted number, sets so many others, and ends; GROUP is
@@ -82,7 +82,9 @@ int share(const char* group, unsigned rounds) {
 }
 
 int read(const char* file, std::size_t megabytes, const std::string& group) {
-  if (group != "-") std::ofstream(group + "/cgroup.procs") << ::getpid();
+  if (group != "-" && !(std::ofstream(group + "/cgroup.procs") << ::getpid() << std::flush)) {
+    return 4;
+  }
   static_cast<void>(PlistFileStore<int>(URL::fileURL("/nowhere")).value());  // the log has started
   std::size_t pages = 0;
   std::ifstream("/proc/self/statm") >> pages;
