@@ -12,6 +12,7 @@ namespace {
 
 constexpr std::chrono::duration<double> kFirstDelay{0.5};
 constexpr std::chrono::duration<double> kLongestDelay{30};
+constexpr std::size_t kMaximumReports = 16;
 
 }  // namespace
 
@@ -195,7 +196,7 @@ void EtcdSync::read() {
         self->delay_ = kFirstDelay;
         {
           const std::lock_guard lock(self->reportMutex_);
-          if (isSaved) self->lastReport_.clear();
+          if (isSaved) self->reported_.clear();
         }
         self->follow(std::min(all->revision, self->taken_.revision) + 1, round);
         for (auto& caller : self->callers_) caller.hasRead = true;
@@ -281,7 +282,9 @@ void EtcdSync::tell(CloudMirror::Outcome outcome, Store::ChangeReason reason) {
 void EtcdSync::report(const std::string& message) {
   {
     const std::lock_guard lock(reportMutex_);
-    if (message.empty() || std::exchange(lastReport_, message) == message) return;
+    if (message.empty()) return;
+    if (reported_.size() >= kMaximumReports) reported_.clear();
+    if (!reported_.insert(message).second) return;
   }
   if (configuration_.onError) configuration_.onError(message);
 }

@@ -144,7 +144,7 @@ void UserDefaults::State::write() {
     auto outcome = flush();
     isSaved = file.isSaved();
     report(std::exchange(outcome.errors, {}));
-    if (!outcome.changes.empty()) {
+    if (std::ranges::any_of(outcome.changes, &DictionaryFile::Change::isExternal)) {
       makeQueue();
       queue->async([weak = weakOwner, outcome = std::move(outcome)] {
         if (const auto self = weak.lock()) self->state_->take(outcome);

@@ -94,7 +94,7 @@ class DDFileLogger::Writer {
     for (int pass = 0; pass < kMaximumPasses && error == 0 && !lines_.empty(); ++pass) {
       error = appendToFile();
     }
-    if (!lines_.empty()) return waitAfterFailure("write to", error);
+    if (error != 0) return waitAfterFailure("write to", error);
     nextAttempt_.reset();
     if (maximumFileSize != 0 && size_ >= maximumFileSize) closeFile();
   }

@@ -7,6 +7,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -87,7 +88,7 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   const std::shared_ptr<DispatchQueue> queue_;
   std::atomic<bool> hasBegun_{false}, lookIsDue_{false};
   std::mutex reportMutex_;
-  std::string lastReport_;  // said once until something else is said, or all is well again
+  std::set<std::string> reported_;  // each said once, until all is well again
 
   // On the queue only.
   std::shared_ptr<EtcdClient> client_;

@@ -13,6 +13,7 @@
 #include "OmbrixPlatform/Values/Error.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EtcdServer.hpp"
+#include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix::platform {
@@ -109,11 +110,16 @@ TEST_F(EtcdStoreTests, DevicesSeeEachOthersChangesOnce) {
 TEST_F(EtcdStoreTests, WhatTheServerHasIsNotSentAgain) {
   const auto phone = device("phone"), desktop = device("desktop");
   Changes atDesktop(*desktop);
+  phone->setObject("sent", "first");
   ASSERT_TRUE(phone->synchronize());
   ASSERT_TRUE(desktop->synchronize());
   server->pause();
   phone->setObject("mine", "units");
-  std::filesystem::create_directory(dir.path() / ".phone.plist.new");  // in the way of the file
+  const auto isInTheWay = [&] {
+    std::error_code fileIsBeingWritten;
+    return std::filesystem::create_directory(dir.path() / ".phone.plist.new", fileIsBeingWritten);
+  };
+  ASSERT_TRUE(testing::eventually(isInTheWay));
   server->resume();
   ASSERT_TRUE(atDesktop.waitFor(Store::ChangeReason::serverChange, "units"));
   desktop->setObject("theirs", "units");

@@ -26,6 +26,7 @@ TEST(UbiquitousKeyValueStoreTests, ProcessesShareTheStoreAndHearOfEachOther) {
   EXPECT_THAT(change.keys, ElementsAre("units"));
   EXPECT_TRUE(mine->synchronize());
   EXPECT_EQ(mine->stringForKey("units"), "miles");
+  EXPECT_TRUE(other->synchronize());  // a read does not wait for a write that is under way
   EXPECT_TRUE(other->boolForKey("flag"));
   token.cancel();
   other->removeObjectForKey("units");
