@@ -92,7 +92,8 @@ std::optional<Row> rowOfCircumstances(const CurlFailure& failure) noexcept {
     }
   }
   const bool isInHandshakeOrAfter = code == CURLE_SSL_CONNECT_ERROR || code == CURLE_RECV_ERROR ||
-                                    code == CURLE_SEND_ERROR || code == CURLE_GOT_NOTHING;
+                                    code == CURLE_SEND_ERROR || code == CURLE_GOT_NOTHING ||
+                                    code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM;
   if (failure.wantsClientCertificate && !failure.hasHeader && isInHandshakeOrAfter) {
     return Row{code, clientCertificateRequired,
                "the server asks for a certificate of the client's"};

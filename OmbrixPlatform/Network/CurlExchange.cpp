@@ -149,16 +149,16 @@ bool CurlExchange::setFields(const URLRequest& request) {
   if (isPost && !request.headers.contains("Content-Type") && !addField("Content-Type:"))
     return false;
   if (isPost && !request.headers.contains("Expect") && !addField("Expect:")) return false;
-  // A part of a coded body cannot be decoded.
-  if (request.headers.contains("Range")) {
-    if (!request.headers.contains("Accept-Encoding") && !addField("Accept-Encoding: identity")) {
-      return false;
-    }
-  } else {
-    ::curl_easy_setopt(easy_, CURLOPT_ACCEPT_ENCODING, "gzip, deflate");
+  // As fields of ours libcurl formats them once, by its options twice. A part of a coded body
+  // cannot be decoded.
+  if (!request.headers.contains("Accept-Encoding") &&
+      !addField(request.headers.contains("Range") ? "Accept-Encoding: identity"
+                                                  : "Accept-Encoding: gzip, deflate")) {
+    return false;
   }
-  if (!surroundings_.userAgent.empty()) {
-    ::curl_easy_setopt(easy_, CURLOPT_USERAGENT, surroundings_.userAgent.c_str());
+  if (!surroundings_.userAgentField.empty() && !request.headers.contains("User-Agent") &&
+      !addField(surroundings_.userAgentField)) {
+    return false;
   }
   return ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, fields_) == CURLE_OK;
 }
@@ -180,6 +180,7 @@ std::size_t CurlExchange::takeHeader(const char* text, std::size_t size, std::si
 }
 
 bool CurlExchange::headerLine(std::string_view line) {
+  hasLine_ = true;
   lastProgress_ = surroundings_.now;
   using enum HTTPHeaderReader::Result;
   switch (header_.add(line)) {
@@ -345,8 +346,9 @@ int CurlExchange::checkConnection(void* self, char* remote, char* local, int rem
           : 0;
   long newConnections = 0;
   ::curl_easy_getinfo(exchange.easy_, CURLINFO_NUM_CONNECTS, &newConnections);
+  exchange.isReused_ = newConnections == 0;
   exchange.foundSurplus_ =
-      newConnections == 0 && exchange.streamsConnection_ == 0 &&
+      exchange.isReused_ && exchange.streamsConnection_ == 0 &&
       exchange.surroundings_.sockets.hasUnreadBytes(exchange.easy_, connection);
   if (exchange.foundSurplus_) return CURL_PREREQFUNC_ABORT;
   ++exchange.sendings_;
@@ -372,10 +374,21 @@ CURLcode CurlExchange::nudge() {
   return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 
+/// Whether a connection of HTTP/2 that was in use again has died before any answer; of HTTP/1.1
+/// libcurl itself would open another one then.
+bool CurlExchange::streamDiedBefore(CURLcode code) const noexcept {
+  if (!isReused_ || streamsConnection_ == 0 || hasLine_ || ownError_ != nullptr) return false;
+  // A stream that the server has reset may end by the same codes, but its connection goes on.
+  const bool isLost = code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR ||
+                      code == CURLE_GOT_NOTHING || code == CURLE_PARTIAL_FILE ||
+                      code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM;
+  return isLost && surroundings_.sockets.hasEnded(streamsConnection_);
+}
+
 FailedExchange CurlExchange::failed(const CurlFailure& failure) const {
   return {.hasHeader = hasHeader(),
           .wasSent = sendings_ > 0 || ownError_ != nullptr,
-          .connectionDiedBefore = wouldBeSentAgain_,
+          .connectionDiedBefore = wouldBeSentAgain_ || streamDiedBefore(failure.code),
           .isResend = transfer_->isResend,
           .isIdempotent = isIdempotent(request_->httpMethod),
           .foundSurplus = foundSurplus_,
@@ -400,7 +413,7 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
 std::shared_ptr<const URLError> CurlExchange::errorFor(const CurlFailure& failure) const {
   using Code = URLError::Code;
   if (ownError_) return ownError_;
-  if (wouldBeSentAgain_) {
+  if (wouldBeSentAgain_ || streamDiedBefore(failure.code)) {
     return makeURLError(Code::networkConnectionLost,
                         "the connection was lost before an answer came");
   }

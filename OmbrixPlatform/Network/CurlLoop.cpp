@@ -36,6 +36,11 @@ void blockBrokenPipeSignal() {
   ::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
+std::string userAgentField() {
+  const std::string agent = userAgentOfMainBundle();
+  return agent.empty() ? agent : "User-Agent: " + agent;
+}
+
 bool isLoopbackName(std::string_view host) {
   return host == "localhost" || host == "::1" || host.starts_with("127.");
 }
@@ -52,7 +57,7 @@ CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr
       surroundings_{.share = ::curl_share_init(),
                     .budget = std::make_shared<BodyBudget>(configuration_.maximumBodyBytesTogether),
                     .maximumBodyBytes = configuration_.maximumBodyBytes,
-                    .userAgent = userAgentOfMainBundle()},
+                    .userAgentField = userAgentField()},
       multi_(::curl_multi_init()),
       hostsAllowed_(kHostsKept) {
   if (multi_ == nullptr || surroundings_.share == nullptr) fatalError("libcurl cannot be set up");
@@ -262,7 +267,7 @@ void CurlLoop::admit(const std::shared_ptr<Transfer>& transfer) {
   touch(host);
 }
 
-CurlHost& CurlLoop::hostFor(const HTTPOrigin& origin) {
+CurlHost& CurlLoop::hostFor(const URLOrigin& origin) {
   if (hosts_.size() >= hostsAllowed_) forgetIdleHosts();
   auto& host = hosts_[origin];
   if (!host) {

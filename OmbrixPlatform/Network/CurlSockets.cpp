@@ -5,7 +5,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 
 #include "OmbrixPlatform/Network/Detail/CurlSockets.hpp"
 
@@ -79,6 +81,14 @@ bool CurlSockets::hasUnreadBytes(CURL* easy, const Connection& connection) {
   const bool isUnread = ::SSL_peek(tls, &byte, 1) > 0;
   ::ERR_clear_error();
   return isUnread;
+}
+
+bool CurlSockets::hasEnded(std::uint64_t number) const noexcept {
+  const auto socket = std::ranges::find(sockets_, number, &Socket::number);
+  if (socket == sockets_.end()) return true;
+  char byte = 0;
+  const auto count = ::recv(socket->descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
+  return count == 0 || (count < 0 && errno != EAGAIN);
 }
 
 std::uint64_t CurlSockets::streamsConnection(CURL* easy, const Connection& connection) {

@@ -55,6 +55,10 @@ NWPathMonitor& CurlURLSession::watchPath() {
           const auto loop = weak.lock();
           if (loop && path.status != NWPath::Status::unsatisfied) loop->connectivityMayBeBack();
         });
+    // Also where there is no way out: a server may be a neighbour on a new link.
+    pathMonitor_->setNetworkChangeHandler([weak = std::weak_ptr(loop_)] {
+      if (const auto loop = weak.lock()) loop->connectivityMayBeBack();
+    });
     pathMonitor_->start();
     afterUncancellably(clock_->steadyNow() + kLongestWaitForPath,
                        [weak = std::weak_ptr(pathGate_)] {

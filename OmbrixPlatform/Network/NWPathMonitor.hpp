@@ -31,6 +31,11 @@ class NWPathMonitor {
   /// time, on a thread of the monitor's; set it before `start`. It must be brief.
   virtual void setPathUpdateHandler(UpdateHandler handler) = 0;
 
+  /// Called like the other whenever links, addresses or routes have changed, also where the path
+  /// stays as it is: a link without a default route leads to its neighbours. Set before `start`; a
+  /// monitor that knows nothing of it never calls.
+  virtual void setNetworkChangeHandler(std::move_only_function<void()> /*handler*/) {}
+
   /// Begins to watch; nothing the second time.
   virtual void start() = 0;
 

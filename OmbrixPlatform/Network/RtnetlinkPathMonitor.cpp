@@ -29,8 +29,9 @@ NWPath pathNow(bool isMetered) {
 /// token ends it all. Everything but `path` belongs to the events thread once that has begun.
 class Watch {
  public:
-  explicit Watch(NWPathMonitor::UpdateHandler handler)
+  Watch(NWPathMonitor::UpdateHandler handler, std::move_only_function<void()> changeHandler)
       : handler_(std::move(handler)),
+        changeHandler_(std::move(changeHandler)),
         all_(::epoll_create1(EPOLL_CLOEXEC)),
         first_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)),
         overdue_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
@@ -64,6 +65,7 @@ class Watch {
     const bool mustReport = path() ? isChanged || manager_.isMetered() != wasMetered
                                    : isOverdue || manager_.hasAnswer();
     if (mustReport) report();
+    if (isChanged && changeHandler_) changeHandler_();
   }
 
  private:
@@ -93,6 +95,7 @@ class Watch {
   }
 
   NWPathMonitor::UpdateHandler handler_;
+  std::move_only_function<void()> changeHandler_;
   const detail::Descriptor all_;
   const detail::Descriptor first_;    // readable once, for the first look
   const detail::Descriptor overdue_;  // readable once, when the first report must wait no longer
@@ -111,10 +114,15 @@ class RtnetlinkPathMonitor final : public NWPathMonitor {
     handler_ = std::move(handler);
   }
 
+  void setNetworkChangeHandler(std::move_only_function<void()> handler) override {
+    const std::lock_guard lock(mutex_);
+    changeHandler_ = std::move(handler);
+  }
+
   void start() override {
     const std::lock_guard lock(mutex_);
     if (std::exchange(isStarted_, true)) return;
-    watch_ = std::make_shared<Watch>(std::move(handler_));
+    watch_ = std::make_shared<Watch>(std::move(handler_), std::move(changeHandler_));
     token_ = whenReadable(watch_->descriptor(), [watch = watch_] { watch->look(); });
   }
 
@@ -143,6 +151,7 @@ class RtnetlinkPathMonitor final : public NWPathMonitor {
  private:
   mutable std::mutex mutex_;
   UpdateHandler handler_;
+  std::move_only_function<void()> changeHandler_;
   bool isStarted_ = false;
   std::shared_ptr<Watch> watch_;
   EventToken token_;

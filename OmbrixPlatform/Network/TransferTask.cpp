@@ -127,18 +127,18 @@ void TransferTask::begin(std::shared_ptr<const URLRequest> request) {
   if (sessionHasEnded_) {
     return fail(makeURLError(URLError::Code::cancelled, "the session has ended"));
   }
-  if (auto error = refusal(*request)) return fail(std::move(error));
+  auto origin = URLOrigin::of(request->url);
+  if (auto error = refusal(*request, origin)) return fail(std::move(error));
   HTTPHeaders conditions;
   validated_.reset();
   answerOnError_.reset();
   URLCache* cache = cacheOf(*session);
   if (cache != nullptr && answeredByCache(*session, *cache, *request, conditions)) return;
 
-  auto origin = *HTTPOrigin::of(request->url);
   const auto delegate = session->delegate();
-  const bool isJudged = origin.isSecure && delegate && delegate->judgesServers(origin.host);
+  const bool isJudged = origin->isSecure && delegate && delegate->judgesServers(origin->host);
   const auto transfer = std::make_shared<Transfer>(
-      shared_from_this(), request, std::move(conditions), std::move(origin), deadline_, isJudged);
+      shared_from_this(), request, std::move(conditions), *std::move(origin), deadline_, isJudged);
   const bool mayBeConstrained = request->allowsConstrainedNetworkAccess &&
                                 session->configuration().allowsConstrainedNetworkAccess;
   if (mayBeConstrained) return load(*session, transfer);

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -8,16 +10,24 @@
 
 namespace ombrix::platform {
 
-/// Which server a URL leads to: what may learn of one another's secrets (RFC 6454).
+/// Which server a URL leads to: what may learn of one another's secrets (RFC 6454), and share
+/// queues and connections.
 struct URLOrigin {
-  std::string scheme;      ///< in lower case
   std::string host;        ///< in lower case
   std::uint16_t port = 0;  ///< the scheme's own where none is written
+  bool isSecure = false;   ///< https
 
   /// Nothing for a URL that is not http or https, or has no host.
   static std::optional<URLOrigin> of(const URL& url);
 
   friend bool operator==(const URLOrigin&, const URLOrigin&) = default;
+
+  struct Hash {
+    std::size_t operator()(const URLOrigin& origin) const noexcept {
+      return std::hash<std::string>{}(origin.host) ^ (std::size_t{origin.port} << 1) ^
+             std::size_t{origin.isSecure};
+    }
+  };
 };
 
 /// Whether both URLs have an origin, and the same one. Any thread.

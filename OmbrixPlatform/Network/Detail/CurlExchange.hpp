@@ -28,8 +28,8 @@ struct CurlSurroundings {
   CURLSH* share = nullptr;  ///< the TLS sessions to resume, which handles do not keep for others
   std::shared_ptr<BodyBudget> budget;
   std::size_t maximumBodyBytes = 0;
-  std::string userAgent;   ///< for requests that name none; empty: none
-  bool anyYields = false;  ///< an exchange has stopped to let others have their turn
+  std::string userAgentField;  ///< the whole line, for requests that have none; empty: none
+  bool anyYields = false;      ///< an exchange has stopped to let others have their turn
 };
 
 /// One request sent and its answer received: an easy handle of its own and what its callbacks
@@ -113,6 +113,7 @@ class CurlExchange {
   bool keep(DataView decoded);
   std::size_t pause(std::size_t consumed, bool yields);
   bool fail(URLError::Code code, const char* sentence);
+  [[nodiscard]] bool streamDiedBefore(CURLcode code) const noexcept;
   [[nodiscard]] URLSessionTaskMetrics steps() const;
 
   CURL* const easy_;
@@ -137,8 +138,10 @@ class CurlExchange {
   TimePoint lastProgress_;
   std::int64_t progressSeen_ = 0;
   std::uint64_t streamsConnection_ = 0;
-  int sendings_ = 0;     // connections that were given the request
-  int socketError_ = 0;  // errno of the last socket that could not be opened
+  int sendings_ = 0;       // connections that were given the request
+  int socketError_ = 0;    // errno of the last socket that could not be opened
+  bool isReused_ = false;  // the connection
+  bool hasLine_ = false;   // of an answer's header
   bool isPaused_ = false;
   bool isYielding_ = false;
   bool foundSurplus_ = false;

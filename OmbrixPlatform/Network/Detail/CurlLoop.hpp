@@ -29,7 +29,7 @@ namespace ombrix::platform::detail {
 struct CurlHost {
   using TimePoint = std::chrono::steady_clock::time_point;
 
-  CurlHost(const HTTPOrigin& origin, bool isMapped)
+  CurlHost(const URLOrigin& origin, bool isMapped)
       : trust(origin.host, origin.port), isMappedToLoopback(isMapped) {}
 
   CurlTrust trust;
@@ -92,7 +92,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void sleep();
   bool takeMail();
   void admit(const std::shared_ptr<Transfer>& transfer);
-  CurlHost& hostFor(const HTTPOrigin& origin);
+  CurlHost& hostFor(const URLOrigin& origin);
   void forgetIdleHosts();
   void touch(CurlHost& host);
   void pump(CurlHost& host);
@@ -139,7 +139,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   TimePoint& now_ = surroundings_.now;
   CURLM* const multi_;
   std::list<std::shared_ptr<Transfer>> transfers_;  // all, in the order of their resource deadlines
-  std::unordered_map<HTTPOrigin, std::unique_ptr<CurlHost>, HTTPOrigin::Hash> hosts_;
+  std::unordered_map<URLOrigin, std::unique_ptr<CurlHost>, URLOrigin::Hash> hosts_;
   std::size_t hostsAllowed_;       // more make idle ones be forgotten
   std::deque<CurlHost*> touched_;  // may have something to start
   std::vector<std::unique_ptr<CurlExchange>> active_;

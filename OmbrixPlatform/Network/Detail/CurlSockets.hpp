@@ -36,6 +36,9 @@ class CurlSockets {
   /// else 0.
   [[nodiscard]] std::uint64_t streamsConnection(CURL* easy, const Connection& connection);
 
+  /// Whether the connection of that number is closed, or its server has ended it.
+  [[nodiscard]] bool hasEnded(std::uint64_t number) const noexcept;
+
  private:
   struct Socket {
     curl_socket_t descriptor = CURL_SOCKET_BAD;

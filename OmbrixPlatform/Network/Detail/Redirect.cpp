@@ -61,7 +61,7 @@ bool isForOneOrigin(std::string_view headerName) noexcept {
 bool mayFollow(const URLRequest& request, const URLRequest& next) {
   const auto from = URLOrigin::of(request.url);
   const auto to = URLOrigin::of(next.url);
-  const bool isDowngrade = from && from->scheme == "https" && !(to && to->scheme == "https");
+  const bool isDowngrade = from && from->isSecure && !(to && to->isSecure);
   return !(isDowngrade && next.httpBody && !next.httpBody->empty());
 }
 

@@ -10,8 +10,8 @@
 
 #include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
 #include "OmbrixPlatform/Network/Detail/GatheredBody.hpp"
-#include "OmbrixPlatform/Network/Detail/HTTPOrigin.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
+#include "OmbrixPlatform/Network/URLOrigin.hpp"
 #include "OmbrixPlatform/Network/URLRequest.hpp"
 #include "OmbrixPlatform/Network/URLResponse.hpp"
 #include "OmbrixPlatform/Network/URLSessionTask.hpp"
@@ -81,7 +81,7 @@ struct Transfer {
   using TimePoint = TransferClient::TimePoint;
 
   Transfer(std::shared_ptr<TransferClient> whom, std::shared_ptr<const URLRequest> what,
-           HTTPHeaders added, HTTPOrigin where, TimePoint until, bool isJudged)
+           HTTPHeaders added, URLOrigin where, TimePoint until, bool isJudged)
       : request(std::move(what)),
         conditions(std::move(added)),
         origin(std::move(where)),
@@ -91,7 +91,7 @@ struct Transfer {
 
   const std::shared_ptr<const URLRequest> request;
   const HTTPHeaders conditions;  ///< fields of the cache, sent with it
-  const HTTPOrigin origin;
+  const URLOrigin origin;
   const TimePoint deadline;  ///< for the last byte
   const bool judgesServer;   ///< the delegate is asked about the server's certificate
 

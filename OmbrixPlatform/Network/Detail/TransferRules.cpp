@@ -4,7 +4,6 @@
 #include <array>
 #include <utility>
 
-#include "OmbrixPlatform/Network/Detail/HTTPOrigin.hpp"
 #include "OmbrixPlatform/Network/Detail/Redirect.hpp"
 
 namespace ombrix::platform::detail {
@@ -37,8 +36,9 @@ std::shared_ptr<const URLRequest> completed(std::shared_ptr<const URLRequest> re
   return whole;
 }
 
-std::shared_ptr<const URLError> refusal(const URLRequest& request) {
-  if (!HTTPOrigin::of(request.url)) {
+std::shared_ptr<const URLError> refusal(const URLRequest& request,
+                                        const std::optional<URLOrigin>& origin) {
+  if (!origin) {
     return errorOf(Code::unsupportedURL, "the request is for no http or https URL");
   }
   if (!HTTPHeaders::isName(request.httpMethod)) {

@@ -6,6 +6,7 @@
 #include <string_view>
 
 #include "OmbrixPlatform/Network/URLError.hpp"
+#include "OmbrixPlatform/Network/URLOrigin.hpp"
 #include "OmbrixPlatform/Network/URLRequest.hpp"
 #include "OmbrixPlatform/Network/URLResponse.hpp"
 #include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
@@ -20,8 +21,9 @@ namespace ombrix::platform::detail {
     std::shared_ptr<const URLRequest> request, const URLSessionConfiguration& configuration,
     const URL& firstURL);
 
-/// Why a request cannot be sent; null when it can.
-[[nodiscard]] std::shared_ptr<const URLError> refusal(const URLRequest& request);
+/// Why a request to an origin (nothing: its URL has none) cannot be sent; null when it can.
+[[nodiscard]] std::shared_ptr<const URLError> refusal(const URLRequest& request,
+                                                      const std::optional<URLOrigin>& origin);
 
 /// Whether a method has the same effect twice as once (RFC 9110 section 9.2.2).
 [[nodiscard]] bool isIdempotent(std::string_view method) noexcept;

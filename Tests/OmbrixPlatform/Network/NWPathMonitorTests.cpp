@@ -66,6 +66,7 @@ TEST(NWPathMonitorTests, FollowsLinksAndRoutes) {
     const char* said;  // the next line, told by the change or by "now" when nothing changes
   } rows[]{
       {"ip link set lo up && ip route add default dev lo", "now: unsatisfied"},
+      {"change", "changed"},
       {"ip route del default dev lo", "now: unsatisfied"},
       {"ip link add v0 type veth peer name v1", "now: unsatisfied"},
       {"ip addr add 10.9.8.1/24 dev v0 && ip link set v0 up", "now: unsatisfied"},

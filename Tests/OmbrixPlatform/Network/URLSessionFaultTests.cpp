@@ -1,12 +1,16 @@
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <zlib.h>
 
 #include <map>
 #include <mutex>
 #include <set>
-#include <thread>
 
 #include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ManualPathMonitor.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
@@ -17,6 +21,7 @@ namespace ombrix::platform {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::eventually;
 using testing::fetch;
 using testing::requestTo;
 using testing::TestServer;
@@ -227,6 +232,45 @@ TEST(URLSessionFaultTests, WhatCannotBeSentIsRefusedByName) {
   }
 }
 
+// Catches the want of descriptors told as a server that is not there.
+TEST(URLSessionFaultTests, TheLackOfDescriptorsIsToldAsSuch) {
+  TestServer server(TestServer::Wire::plain);
+  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  ASSERT_EQ(fetch(*session, requestTo(server.url("/status/200"))).status(), 200);
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int next = ::dup(0);
+  ::close(next);
+  const rlimit none{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  const auto outcome = fetch(*session, requestTo("http://127.0.0.2:1/"));
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  EXPECT_EQ(outcome.summary(), summaryOf(Code::cannotConnectToHost));
+  EXPECT_THAT(outcome.error->what(), ::testing::StartsWith("no descriptors are left"));
+}
+
+// Catches tasks of a forked process, which has no network threads, that never answer.
+TEST(URLSessionFaultTests, AForkedProcessIsToldThatItHasNoSessions) {
+  TestServer server(TestServer::Wire::plain);
+  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  const auto request = requestTo(server.url("/status/200"));
+  ASSERT_EQ(fetch(*session, request).status(), 200);
+  auto running = testing::prepare(*session, request);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::alarm(60);
+    running.task->resume();
+    ::_exit(running.future.wait_for(0s) == std::future_status::ready &&
+                    running.outcome().code() == Code::cannotLoadFromNetwork
+                ? 0
+                : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(::waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(fetch(*session, request).status(), 200) << "its parent's go on";
+}
+
 // Catches bytes sent over a path that is to be spared, and refusals without their reason.
 TEST(URLSessionFaultTests, ConstrainedPathsAreSparedWhereAsked) {
   TestServer server(TestServer::Wire::plain);
@@ -255,17 +299,6 @@ TEST(URLSessionFaultTests, ConstrainedPathsAreSparedWhereAsked) {
       }
     }
   }
-}
-
-// Waits until a condition holds that other threads bring about; a minute is for ever.
-template <class Condition>
-bool eventually(Condition condition) {
-  const auto end = std::chrono::steady_clock::now() + 1min;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::yield();
-  }
-  return true;
 }
 
 class URLSessionTimeoutTests : public ::testing::Test {
@@ -413,10 +446,14 @@ TEST_F(URLSessionTimeoutTests, MissingConnectivityIsWaitedForUntilTheResourceLim
   const auto hasWaited = [&](std::chrono::duration<double> span) {
     return eventually([&] { return tasks[2].task->metrics().waiting >= span; });
   };
-  clock_->advance(100ms);
   paths->setPath({.status = NWPath::Status::unsatisfied});
+  clock_->advance(100ms);
+  paths->change();
+  EXPECT_TRUE(hasWaited(100ms)) << "a link without a way out is an occasion";
+  EXPECT_EQ(fetch(*session, requestTo(closedPort)).summary(), summaryOf(Code::cannotConnectToHost));
+  clock_->advance(100ms);
   paths->setPath({.status = NWPath::Status::satisfied});
-  EXPECT_TRUE(hasWaited(100ms)) << "a change of the path is an occasion";
+  EXPECT_TRUE(hasWaited(200ms)) << "a change of the path is another";
   clock_->advance(80s);
   EXPECT_TRUE(hasWaited(80s)) << "and so is time";
   for (const std::size_t i : {0U, 2U, 3U}) {

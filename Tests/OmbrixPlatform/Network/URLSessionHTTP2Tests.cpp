@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdlib>
 #include <fstream>
 #include <optional>
@@ -11,6 +12,7 @@
 #include "OmbrixPlatform/Network/URLSessionDelegate.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/Eventually.hpp"
+#include "OmbrixTesting/HTTP2Attacks.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/UnusedPort.hpp"
 #include "SessionSupport.hpp"
@@ -91,22 +93,88 @@ TEST_F(URLSessionHTTP2Tests, ManyStreamsShareAConnection) {
   }
 }
 
-// Catches tasks that hang when the server dies in the middle of their streams.
-TEST_F(URLSessionHTTP2Tests, StreamsFailWithTheirServer) {
-  ASSERT_EQ(testing::fetch(*session, testing::requestTo(url("file"))).status(), 200);
-  std::vector<RunningTask> tasks;
-  for (int i = 0; i < 12; ++i) {
-    tasks.push_back(testing::start(*session, testing::requestTo(url("file"))));
-  }
-  server->kill();
-  for (RunningTask& running : tasks) {
+// Catches answers that are taken for whole though they are cut or break the rules, tasks that hang
+// on a flood, and connections that pass their damage on to the next request; on a new connection
+// and on one that other streams use too.
+TEST(URLSessionHTTP2AttackTests, EveryAnswerIsWholeOrAnError) {
+  const auto& attacks = testing::http2Attacks();
+  std::atomic<std::size_t> current = 0;
+  std::atomic<int> left = 0;  // streams that are attacked
+  testing::RawHTTP2Server server([&](std::uint32_t stream) {
+    return attacks[left.fetch_sub(1) > 0 ? current.load() : 0].reply(stream);
+  });
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.loopbackHosts = {"api.ombrix.test"};
+  const auto session = URLSession::make(configuration, std::make_shared<TrustingDelegate>());
+  const auto request = testing::requestTo(server.url());
+  for (const auto& attack : attacks) {
+    SCOPED_TRACE(attack.name);
+    current = static_cast<std::size_t>(&attack - attacks.data());
+    left = 100;
+    auto running = testing::start(*session, request);
     const auto outcome = running.outcome();
-    if (!outcome.error) {
-      EXPECT_EQ(outcome.text().size(), kFileBytes);
-      continue;
+    EXPECT_EQ(outcome.summary() == "200 abc", attack.isWhole) << outcome.summary();
+    EXPECT_TRUE(attack.isWhole || outcome.code()) << outcome.summary();
+    EXPECT_EQ(outcome.code() == URLError::Code::timedOut, false);
+    EXPECT_LE(running.task->metrics().resendCount, 1);
+    left = 0;
+    EXPECT_EQ(testing::fetch(*session, request).summary(), "200 abc") << "the next one";
+    EXPECT_LE(left, 0);
+
+    std::vector<RunningTask> neighbours;
+    left = 2;
+    for (int i = 0; i < 8; ++i) neighbours.push_back(testing::start(*session, request));
+    for (auto& task : neighbours) {
+      const auto each = task.outcome();
+      EXPECT_TRUE(each.code() || each.summary() == "200 abc") << each.summary();
     }
-    ASSERT_TRUE(outcome.code()) << outcome.error->what();
-    EXPECT_FALSE(outcome.response);
+  }
+}
+
+// Catches safe requests given up, and others sent again, when a connection that is used again ends
+// before an answer.
+TEST(URLSessionHTTP2AttackTests, SafeRequestsGoOnceMoreWhenTheirConnectionEnds) {
+  std::atomic<int> arrivals = 0;
+  std::atomic<int> deaths = 0;
+  testing::RawHTTP2Server server([&](std::uint32_t stream) {
+    ++arrivals;
+    if (deaths.fetch_sub(1) > 0) return testing::RawHTTP2Server::Reply{.bytes = "", .closes = true};
+    return testing::http2Attacks().front().reply(stream);
+  });
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.loopbackHosts = {"api.ombrix.test"};
+  const auto session = URLSession::make(configuration, std::make_shared<TrustingDelegate>());
+  const auto first = testing::requestTo(server.url());
+  for (const auto* const method : {"GET", "PUT", "POST"}) {
+    for (const int dying : {1, 2}) {
+      deaths = 0;
+      ASSERT_EQ(testing::fetch(*session, first).summary(), "200 abc");
+      arrivals = 0;
+      deaths = dying;
+      auto request = first;
+      request.httpMethod = method;
+      if (request.httpMethod != "GET") request.httpBody = dataFrom("body");
+      auto running = testing::start(*session, request);
+      const auto outcome = running.outcome();
+      const bool isSafe = request.httpMethod != "POST";
+      EXPECT_EQ(outcome.summary(), isSafe && dying == 1 ? "200 abc" : "error -1005") << method;
+      EXPECT_EQ(arrivals, isSafe ? 2 : 1) << method;
+      EXPECT_EQ(running.task->metrics().resendCount, isSafe ? 1 : 0) << method;
+    }
+  }
+}
+
+// Catches a server's wish for a certificate told as some failure of TLS or of the connection.
+TEST(URLSessionHTTP2AttackTests, TheWishForAClientCertificateIsToldAsSuch) {
+  for (const int newestTLS : {TLS1_2_VERSION, TLS1_3_VERSION}) {
+    testing::RawHTTP2Server server([](auto) { return testing::RawHTTP2Server::Reply{}; }, true,
+                                   newestTLS);
+    auto configuration = URLSessionConfiguration::ephemeral();
+    configuration.loopbackHosts = {"api.ombrix.test"};
+    const auto session = URLSession::make(configuration, std::make_shared<TrustingDelegate>());
+    const auto outcome = testing::fetch(*session, testing::requestTo(server.url()));
+    EXPECT_EQ(outcome.code(), URLError::Code::clientCertificateRequired)
+        << newestTLS << (outcome.error ? outcome.error->what() : "");
   }
 }
 

@@ -2,11 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-#include <thread>
-
 #include "OmbrixPlatform/Network/URLCache.hpp"
-#include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/TestServer.hpp"
 #include "SessionSupport.hpp"
 
@@ -247,64 +243,6 @@ TEST(URLSessionTests, TransfersToAHostTakeTurnsInOrder) {
       EXPECT_LT(i, place + width);
     }
   }
-}
-
-// Catches completions that are missing, doubled or both error and answer when tasks are cancelled
-// at any moment, more transfers at once than allowed, and sockets left behind.
-TEST(URLSessionTests, ACancelStormLeavesOneOutcomeEach) {
-  const int count = testing::kUnderSanitizer ? 600 : 4000;
-  TestServer server(TestServer::Wire::plain);
-  auto session = URLSession::make(URLSessionConfiguration::ephemeral());
-  std::vector<std::atomic<int>> completions(static_cast<std::size_t>(count));
-  std::atomic<int> finished = 0;
-  std::atomic<int> cancelled = 0;
-  std::vector<std::shared_ptr<URLSessionTask>> tasks;
-  const std::vector<std::string> paths{"/bytes?bytes=10", "/bytes?bytes=100000", "/slow?ms=1",
-                                       "/redirect?to=/bytes", "/gzip?bytes=50000"};
-  for (int i = 0; i < count; ++i) {
-    const auto index = static_cast<std::size_t>(i);
-    URLRequest request = requestTo(server.url(paths[index % paths.size()]));
-    if (i % 7 == 0) {
-      request.httpMethod = "POST";
-      request.httpBody = Data(20'000);
-      request.url = URL::parse(server.url("/echo")).value();
-    }
-    tasks.push_back(
-        session->dataTask(request, [&, index](auto data, const auto& response, const auto& error) {
-          ++completions[index];
-          const auto urlError = std::dynamic_pointer_cast<const URLError>(error);
-          if (urlError && urlError->code() == URLError::Code::cancelled && !data && !response) {
-            ++cancelled;
-          } else if (error || !response) {
-            ADD_FAILURE() << (error ? error->what() : "no answer");
-          }
-          ++finished;
-        }));
-  }
-  std::vector<std::jthread> threads;
-  for (unsigned t = 0; t < 3; ++t) {
-    threads.emplace_back([&, t] {
-      std::minstd_rand random(t + 1);
-      for (std::size_t i = t; i < tasks.size(); i += 3) {
-        const bool isCancelled = random() % 2 == 0;
-        if (isCancelled && random() % 8 == 0) tasks[i]->cancel();
-        tasks[i]->resume();
-        if (isCancelled) tasks[random() % (i + 1)]->cancel();
-      }
-    });
-  }
-  threads.clear();
-  for (std::size_t i = 0; i < tasks.size(); i += 2) {
-    tasks[i]->cancel();
-    if (i % 64 == 0) std::this_thread::yield();
-  }
-  while (finished < count) std::this_thread::yield();
-  for (const auto& task : tasks) EXPECT_EQ(task->state(), URLSessionTask::State::completed);
-  for (const auto& completion : completions) EXPECT_EQ(completion, 1);
-  EXPECT_GE(cancelled, count / 4);
-  tasks.clear();
-  session = nullptr;
-  EXPECT_TRUE(server.waitUntilDisconnected());
 }
 
 }  // namespace

@@ -24,6 +24,11 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
     handler_ = std::move(handler);
   }
 
+  void setNetworkChangeHandler(std::move_only_function<void()> handler) override {
+    const std::lock_guard lock(mutex_);
+    changeHandler_ = std::move(handler);
+  }
+
   void start() override {
     {
       const std::lock_guard lock(mutex_);
@@ -43,6 +48,17 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
   platform::NWPath currentPath() const override {
     const std::lock_guard lock(mutex_);
     return path_;
+  }
+
+  /// Something of the network changes that leaves the path as it is.
+  void change() {
+    queue_->sync([this] {
+      const bool isCancelled = [this] {
+        const std::lock_guard lock(mutex_);
+        return isCancelled_;
+      }();
+      if (changeHandler_ && !isCancelled) changeHandler_();
+    });
   }
 
   /// Sets the path; the handler has been called with it when this returns, unless this is called
@@ -76,6 +92,7 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
   const bool isLate_;
   mutable std::mutex mutex_;
   UpdateHandler handler_;
+  std::move_only_function<void()> changeHandler_;
   platform::NWPath path_;
   std::optional<platform::NWPath> reported_;
   bool isStarted_ = false;
@@ -102,18 +119,25 @@ class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
   /// Sets the path of all monitors, those made later too; their handlers have been called with it
   /// when this returns.
   void setPath(platform::NWPath path) {
-    std::vector<std::shared_ptr<ManualPathMonitor>> monitors;
-    {
-      const std::lock_guard lock(mutex_);
-      path_ = path;
-      std::erase_if(monitors_, [](const auto& monitor) { return monitor.expired(); });
-      for (const auto& monitor : monitors_) monitors.push_back(monitor.lock());
-    }
-    std::erase(monitors, nullptr);
-    for (const auto& monitor : monitors) monitor->setPath(path);
+    for (const auto& monitor : monitors(path)) monitor->setPath(path);
+  }
+
+  /// Something of the network changes that leaves the path as it is.
+  void change() {
+    for (const auto& monitor : monitors(std::nullopt)) monitor->change();
   }
 
  private:
+  std::vector<std::shared_ptr<ManualPathMonitor>> monitors(std::optional<platform::NWPath> path) {
+    std::vector<std::shared_ptr<ManualPathMonitor>> monitors;
+    const std::lock_guard lock(mutex_);
+    if (path) path_ = *path;
+    std::erase_if(monitors_, [](const auto& monitor) { return monitor.expired(); });
+    for (const auto& monitor : monitors_) monitors.push_back(monitor.lock());
+    std::erase(monitors, nullptr);
+    return monitors;
+  }
+
   const bool isLate_;
   std::mutex mutex_;
   platform::NWPath path_;
