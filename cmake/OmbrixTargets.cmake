@@ -17,6 +17,21 @@ function(ombrix_library target)
   set_property(GLOBAL APPEND PROPERTY OMBRIX_LIBRARIES ${target})
 endfunction()
 
+# ombrix_string_tables(<variable> <strings files>...)
+# Entries of a table of platform::BuiltInTable: each file's language, by its name or its folder's,
+# and its contents.
+function(ombrix_string_tables variable)
+  set(tables "")
+  foreach(file IN LISTS ARGN)
+    file(READ ${file} strings)
+    string(REGEX REPLACE "\\.lproj/.*" "" language ${file})
+    get_filename_component(language ${language} NAME_WE)
+    string(APPEND tables "    {\"${language}\", R\"strings(${strings})strings\"},\n")
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${file})
+  endforeach()
+  set(${variable} "${tables}" PARENT_SCOPE)
+endfunction()
+
 # ombrix_sources(<target> [HEADERS <hpp>...] [SOURCES <cpp and private headers>...])
 # Files are named relative to the calling folder.
 function(ombrix_sources target)

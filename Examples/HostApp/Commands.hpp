@@ -21,6 +21,7 @@ class CommandFailure : public std::runtime_error {
 /// Each adds one command with its options and help; the command runs when it is parsed.
 void addDayCommand(CLI::App& app);
 void addDaysCommand(CLI::App& app);
+void addConvertCommand(CLI::App& app);
 void addTrackCommand(CLI::App& app);
 void addSampleCommand(CLI::App& app);
 void addFindCommand(CLI::App& app);

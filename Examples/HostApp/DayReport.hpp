@@ -2,12 +2,11 @@
 
 #include <string>
 
-#include "Examples/HostApp/DaySummary.hpp"
+#include "Examples/HostApp/RecordedDay.hpp"
 
 namespace ombrix::hostapp {
 
-/// The summary as lines of text in the user's units and language.
-/// @param title What the day is called, as in the track's file name.
-std::string dayReport(const DaySummary& summary, const std::string& title);
+/// The day as lines of text in the user's units and language: its figures, then its rides.
+std::string dayReport(const RecordedDay& recorded);
 
 }  // namespace ombrix::hostapp

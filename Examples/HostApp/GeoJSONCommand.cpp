@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "Examples/HostApp/Commands.hpp"
-#include "Examples/HostApp/DaySummary.hpp"
 #include "Examples/HostApp/WholeFile.hpp"
 #include "OmbrixCore/Location/GeoJSON.hpp"
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixPlatform/Coding/CodingError.hpp"
 #include "OmbrixPlatform/Coding/JSONDecoder.hpp"
 #include "OmbrixPlatform/Coding/JSONEncoder.hpp"

@@ -4,67 +4,28 @@
 
 #include <algorithm>
 #include <cmath>
-#include <vector>
 
 #include "Examples/HostApp/Commands.hpp"
-#include "Examples/HostApp/ReportLine.hpp"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
-#include "OmbrixCore/Extensions/Search/Math.hpp"
-#include "OmbrixCore/Extensions/Search/Statistics.hpp"
+#include "OmbrixPlatform/Files/InputStream.hpp"
+#include "OmbrixPlatform/Health/HKQuantitySample.hpp"
 
 namespace ombrix::hostapp {
 
-HeartRateSummary summarizeHeartRates(std::span<const platform::HKQuantitySample> samples,
-                                     const DaySummary& day, std::optional<double> weightKilograms) {
-  HeartRateSummary summary;
-  if (!day.startTime) return summary;
-  const auto beatsPerMinute = *platform::HKUnit::fromString("count/min");
-  std::vector<double> rates;
-  for (const auto& sample : samples) {
-    if (sample.startDate() < *day.startTime || sample.startDate() > *day.endTime) continue;
-    const double rate = sample.quantity().doubleValue(beatsPerMinute);
-    if (std::isfinite(rate)) rates.push_back(rate);
-  }
-  summary.samples = rates.size();
-  if (!rates.empty()) {
-    summary.averageBeatsPerMinute = average(rates);
-    summary.maxBeatsPerMinute = std::ranges::max(rates);
-  }
-  if (weightKilograms) {
-    summary.kilocalories =
-        Math::caloriesBurnedForUserWithWeight(*weightKilograms, day.spanSeconds());
-  }
-  return summary;
-}
-
-std::vector<platform::HKQuantitySample> readHeartRates(const std::string& path) {
+std::vector<HeartRate> readHeartRates(const std::string& path) {
   const auto stream = platform::InputStream::withPath(path);
   if (const auto opened = stream->open(); !opened) throw CommandFailure(opened.error().what());
-  auto samples = HRCSVParser().parse(*stream);
+  const auto samples = HRCSVParser().parse(*stream);
   if (!samples) throw CommandFailure(fmt::format("cannot read {}", path));
-  return std::move(*samples);
-}
-
-std::string heartRateReport(const HeartRateSummary& summary) {
-  using Format = OmbrixMeasurementFormatter::MeasurementFormat;
-  std::string text;
-  if (summary.samples > 0) {
-    text +=
-        reportLine("Average heart", styledValue(Format::heartRate, summary.averageBeatsPerMinute));
-    text += reportLine("Top heart", styledValue(Format::heartRate, summary.maxBeatsPerMinute));
+  const auto beatsPerMinute = *platform::HKUnit::fromString("count/min");
+  std::vector<HeartRate> rates;
+  rates.reserve(samples->size());
+  for (const auto& sample : *samples) {
+    const double rate = sample.quantity().doubleValue(beatsPerMinute);
+    if (std::isfinite(rate)) rates.push_back({sample.startDate(), rate});
   }
-  if (summary.kilocalories) {
-    text += reportLine("Energy", styledValue(Format::energy, *summary.kilocalories));
-  }
-  return text;
-}
-
-std::string toJSON(const HeartRateSummary& summary) {
-  return fmt::format(
-      "{{\"samples\":{},\"averageBeatsPerMinute\":{},\"maxBeatsPerMinute\":{},"
-      "\"kilocalories\":{}}}",
-      summary.samples, summary.averageBeatsPerMinute, summary.maxBeatsPerMinute,
-      summary.kilocalories ? fmt::format("{}", *summary.kilocalories) : "null");
+  std::ranges::stable_sort(rates, {}, &HeartRate::time);
+  return rates;
 }
 
 }  // namespace ombrix::hostapp

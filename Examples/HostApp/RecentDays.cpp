@@ -58,11 +58,13 @@ platform::FileResult<void> RecentDays::alone(const std::function<void()>& body) 
                                                  [&](const platform::URL&) { body(); });
 }
 
-void RecentDays::remember(const DaySummary& day, const std::string& title) {
-  if (!day.startTime) return;
-  const double start = platform::timeIntervalSince1970(*day.startTime);
+void RecentDays::remember(const RecordedDay& recorded) {
+  const DayTotals& totals = recorded.day.totals;
+  if (!totals.begin) return;
+  const double start = platform::timeIntervalSince1970(*totals.begin);
   const std::string key = fmt::format("{:.0f}", start);
-  const RememberedDay kept{title, start, day.distanceMeters, day.descentMeters};
+  const RememberedDay kept{recorded.title, start, totals.all.distanceMeters,
+                           totals.all.descentMeters};
   bool isKept = false;
   const auto access = alone([&] {
     adoptOlder();

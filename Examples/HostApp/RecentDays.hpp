@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "Examples/HostApp/DaySummary.hpp"
+#include "Examples/HostApp/RecordedDay.hpp"
 #include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 
@@ -36,7 +36,7 @@ class RecentDays {
 
   /// Puts a day in front; one with the same start takes the older one's place. Days without a fix
   /// are not kept. Returns when it is on disk; throws `CommandFailure` when it cannot be kept.
-  void remember(const DaySummary& day, const std::string& title);
+  void remember(const RecordedDay& recorded);
 
   /// The days, the one summarised last first; those whose file is gone are forgotten.
   [[nodiscard]] std::vector<RememberedDay> days();

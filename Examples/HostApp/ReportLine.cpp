@@ -15,7 +15,7 @@ std::string styled(const std::optional<platform::NSAttributedString>& text) {
 }  // namespace
 
 std::string reportLine(std::string_view label, std::string_view shown) {
-  return fmt::format("  {:<15} {}\n", label, shown);
+  return fmt::format("  {:<18} {}\n", label, shown);
 }
 
 std::string styledValue(OmbrixMeasurementFormatter::MeasurementFormat format, double number) {

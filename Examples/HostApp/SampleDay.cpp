@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <numbers>
 #include <random>
 
@@ -11,9 +12,6 @@ namespace {
 constexpr double kStartSeconds = 1'707'639'300;
 constexpr CLLocationCoordinate2D kBase{47.0125, 11.2040};
 constexpr double kBaseAltitudeMeters = 1'620;
-constexpr double kTopEastMeters = 1'900;
-constexpr double kTopNorthMeters = 1'300;
-constexpr double kRiseMeters = 760;
 constexpr double kLiftMetersPerSecond = 5;
 constexpr int kLunchSeconds = 35 * 60;
 
@@ -50,9 +48,32 @@ class WanderingError {
   double value_ = 0;
 };
 
+/// Metres from the village.
 struct Position {
   double east = 0, north = 0, up = 0;
 };
+
+constexpr Position kVillage{0, 0, 0};
+constexpr Position kRidge{1'900, 1'300, 760};
+constexpr Position kPeak{2'500, 2'900, 1'240};
+constexpr Position kBowl{3'700, 1'700, 430};
+
+/// A lift, and the run that follows it; `bend` is how far the run swings out to its left (metres).
+struct Ride {
+  Position bottom, top, end;
+  double bend;
+};
+
+/// The rides lead into each other, and at their end to the first one's beginning.
+constexpr Ride kRides[] = {
+    {kVillage, kRidge, kVillage, 260}, {kVillage, kRidge, kBowl, -180}, {kBowl, kPeak, kRidge, 340},
+    {kRidge, kPeak, kBowl, 220},       {kBowl, kPeak, kVillage, -420},
+};
+
+Position between(const Position& from, const Position& to, double s) {
+  return {std::lerp(from.east, to.east, s), std::lerp(from.north, to.north, s),
+          std::lerp(from.up, to.up, s)};
+}
 
 class Day {
  public:
@@ -62,41 +83,45 @@ class Day {
     for (int i = 0; i < seconds; ++i) record(at, 0, -1, false);
   }
 
-  void rideLift() {
-    const double length = std::hypot(kTopEastMeters, kTopNorthMeters);
-    const double course = bearing(kTopEastMeters, kTopNorthMeters);
+  void rideLift(const Ride& ride) {
+    const double east = ride.top.east - ride.bottom.east;
+    const double north = ride.top.north - ride.bottom.north;
     const double roofFrom = noise_.between(0.1, 0.8);
-    const double step = kLiftMetersPerSecond / length;
+    const double step = kLiftMetersPerSecond / std::hypot(east, north);
     for (double s = 0; s < 1; s += step) {
       const bool underRoof = s > roofFrom && s < roofFrom + 0.06;
-      record(along(s), kLiftMetersPerSecond, course, underRoof);
+      record(between(ride.bottom, ride.top, s), kLiftMetersPerSecond, bearing(east, north),
+             underRoof);
     }
   }
 
-  void ski() {
-    const double fallLine = std::hypot(kTopEastMeters, kTopNorthMeters);
+  void ski(const Ride& ride) {
+    const double east = ride.end.east - ride.top.east, north = ride.end.north - ride.top.north;
+    const double fallLine = std::hypot(east, north);
     const double swing = noise_.between(8, 22);
     const double wave = noise_.between(70, 130);
     const double pace = noise_.between(8, 15);
     double speed = 2;
-    Position last = along(1);
+    Position last = ride.top;
     for (double down = 0; down < fallLine;) {
       speed = std::clamp(speed + 0.08 * (pace - speed) + 0.7 * noise_.normal(), 1.5, 27.0);
+      const double s = down / fallLine;
       const double turn = 2 * std::numbers::pi * down / wave;
-      const double slope = 2 * std::numbers::pi * swing / wave * std::cos(turn);
-      down += speed / std::hypot(1.0, slope);
-      Position here = along(std::max(0.0, 1 - down / fallLine));
-      here.east += swing * std::sin(turn) * kTopNorthMeters / fallLine;
-      here.north -= swing * std::sin(turn) * kTopEastMeters / fallLine;
+      const double turnSlope = 2 * std::numbers::pi * swing / wave * std::cos(turn);
+      const double bendSlope =
+          std::numbers::pi * ride.bend / fallLine * std::cos(std::numbers::pi * s);
+      down += speed / std::hypot(1.0, turnSlope + bendSlope);
+      const double next = std::min(1.0, down / fallLine);
+      // Steeper in the middle, as slopes are.
+      const double fallen = next - 0.06 * std::sin(2 * std::numbers::pi * next);
+      Position here = between(ride.top, ride.end, next);
+      here.up = std::lerp(ride.top.up, ride.end.up, fallen);
+      const double aside = ride.bend * std::sin(std::numbers::pi * next) + swing * std::sin(turn);
+      here.east -= aside * north / fallLine;
+      here.north += aside * east / fallLine;
       record(here, speed, bearing(here.east - last.east, here.north - last.north), false);
       last = here;
     }
-  }
-
-  static Position along(double s) {
-    // Steeper in the middle, as slopes are.
-    const double rise = s - 0.06 * std::sin(2 * std::numbers::pi * s);
-    return {kTopEastMeters * s, kTopNorthMeters * s, kRiseMeters * rise};
   }
 
   Noise& noise() { return noise_; }
@@ -139,11 +164,12 @@ std::vector<CLLocation> makeSampleDay(const SampleDayOptions& options) {
     return static_cast<int>(day.noise().between(low, high));
   };
   for (int run = 0; run < options.runs; ++run) {
-    day.pause(Day::along(0), seconds(60, 300));
-    day.rideLift();
-    day.pause(Day::along(1), seconds(30, 240));
-    day.ski();
-    if (run == options.runs / 2) day.pause(Day::along(0), kLunchSeconds);
+    const Ride& ride = kRides[static_cast<std::size_t>(run) % std::size(kRides)];
+    day.pause(ride.bottom, seconds(60, 300));
+    day.rideLift(ride);
+    day.pause(ride.top, seconds(30, 240));
+    day.ski(ride);
+    if (run == options.runs / 2) day.pause(ride.end, kLunchSeconds);
   }
   return day.take();
 }

@@ -4,9 +4,9 @@
 #include <memory>
 
 #include "Examples/HostApp/Commands.hpp"
-#include "Examples/HostApp/DaySummary.hpp"
 #include "Examples/HostApp/TrackFile.hpp"
 #include "Examples/HostApp/WholeFile.hpp"
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 
 namespace ombrix::hostapp {
 
@@ -24,7 +24,7 @@ void addTrackCommand(CLI::App& app) {
   rewrite->add_option("OUT", options->out, "The track file to write; - for standard output")
       ->required();
   rewrite->callback([options] {
-    Track read = readTrack(options->in);
+    Track read = readTrackFile(options->in);
     // A number that is not finite has no text: its row would be short, and no fix.
     read.skipped += std::erase_if(read.fixes, [](const CLLocation& fix) { return !isFinite(fix); });
     writeTrack(options->out, read.fixes);

@@ -1,26 +1,30 @@
 #pragma once
 
-#include <cstddef>
+#include <optional>
 #include <span>
 #include <string>
-#include <vector>
 
 #include "OmbrixCore/Location/CLLocation.hpp"
+#include "OmbrixDay/Formats/Track.hpp"
 
 namespace ombrix::hostapp {
 
-/// A track as it was read.
-struct Track {
-  std::vector<CLLocation> fixes;
-  std::size_t skipped = 0;  ///< Rows that are no fix.
-};
+/// The contents of a file, or of standard input for "-"; failures end the command.
+platform::Data readBytes(const std::string& path);
 
-/// Reads a whole track file, with a progress bar on standard error when it is long.
-/// A file that is not there or cannot be read ends the command (`CommandFailure`).
-Track readTrack(const std::string& path);
+/// Reads a track from a file, or from standard input for "-"; failures end the command.
+/// @param format Nothing: by the ending of the name, else by how the bytes begin.
+Track readTrackFile(const std::string& path, std::optional<TrackFormat> format = std::nullopt);
 
-/// Writes a new track file, replacing one that is there (see `writeFile`); failures end the
-/// command.
+/// Writes a track file in the format "CSV", replacing one that is there; see `writeFile`.
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes);
+
+/// The format that a word of the command line means ("csv", "gpx", "tcx", "geojson", "fit"), or an
+/// empty one for nothing.
+std::optional<TrackFormat> trackFormatNamed(const std::string& word);
+
+/// The words of `trackFormatNamed`, and those of the formats that are written, too.
+inline constexpr const char* kTrackFormatWords[] = {"csv", "gpx", "tcx", "geojson", "fit"};
+inline constexpr std::span<const char* const> kWrittenFormatWords{kTrackFormatWords, 4};
 
 }  // namespace ombrix::hostapp

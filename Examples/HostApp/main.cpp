@@ -51,6 +51,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   addDayCommand(app);
   addDaysCommand(app);
+  addConvertCommand(app);
   addTrackCommand(app);
   addSampleCommand(app);
   addFindCommand(app);

@@ -22,6 +22,12 @@ platform::ServiceSlot<platform::Bundle>& slot() {
   return instance;
 }
 
+std::optional<std::string> builtInText(std::string_view key,
+                                       const std::vector<std::string>& preferred) {
+  static auto& texts = *new platform::BuiltInTexts(detail::builtInTables(), "en");
+  return texts.find(key, preferred);
+}
+
 }  // namespace
 
 platform::Bundle& resourceBundle() { return slot().get(); }
@@ -42,7 +48,7 @@ std::string localizedString(std::string_view key, std::string_view fallback,
   if (auto text = slot().shared()->localizedStringIfPresent(key, kTable, languages)) {
     return *std::move(text);
   }
-  if (auto text = detail::builtInText(key, languages)) return *std::move(text);
+  if (auto text = builtInText(key, languages)) return *std::move(text);
   return std::string(fallback);
 }
 

@@ -3,6 +3,7 @@
 
 #include "OmbrixDay/Filters/Detail/FixSieve.hpp"
 #include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 
 namespace ombrix::detail {
 namespace {
@@ -30,11 +31,7 @@ double length(double east, double north) { return std::sqrt(east * east + north 
 
 bool FixSieve::admits(const CLLocation& fix) {
   ++counts_.read;
-  const bool onGlobe = std::abs(fix.coordinate.latitude) <= 90 &&
-                       std::abs(fix.coordinate.longitude) <= 180 && std::isfinite(fix.altitude) &&
-                       std::isfinite(fix.timestamp.time_since_epoch().count()) &&
-                       !std::isinf(fix.speed);
-  if (!onGlobe) {
+  if (!isOnGlobe(fix)) {
     ++counts_.offTheGlobe;
     return false;
   }

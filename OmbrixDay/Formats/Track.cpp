@@ -43,10 +43,15 @@ std::string_view nameOf(TrackFormat format) {
 
 Track readCSV(platform::DataView bytes) {
   Track track;
-  const auto fixes = LocationCSVParser().parse(bytes);
-  if (!fixes) throw TrackFormatError("the text could not be read");
-  if (fixes->empty() && !bytes.empty()) throw TrackFormatError("no row is a fix");
-  track.fixes = *fixes;
+  bool brokeOff = false;
+  const CSVParseObserver observer([&](const CSVParseProgress& progress) {
+    track.skipped = progress.rowsSkipped;
+    brokeOff = progress.brokeOff;
+  });
+  auto fixes = LocationCSVParser().parse(bytes, observer);
+  if (!fixes || brokeOff) throw TrackFormatError("reading broke off before its end");
+  if (fixes->empty() && track.skipped > 0) throw TrackFormatError("none of its rows is a fix");
+  track.fixes = *std::move(fixes);
   return track;
 }
 
@@ -90,6 +95,18 @@ std::optional<TrackFormat> trackFormatOfFile(std::string_view name) {
     }
   }
   return std::nullopt;
+}
+
+TrackFormat trackFormatOfBytes(platform::DataView bytes) {
+  constexpr std::size_t kHeadBytes = 4096;
+  const std::string_view text = platform::textOf(bytes);
+  if (text.size() >= 12 && text.substr(8, 4) == ".FIT") return TrackFormat::fit;
+  const auto first = text.find_first_not_of("\xEF\xBB\xBF \t\r\n");
+  if (first == text.npos) return TrackFormat::csv;
+  if (text[first] == '{') return TrackFormat::geoJSON;
+  if (text[first] != '<') return TrackFormat::csv;
+  const bool isTCX = text.substr(0, kHeadBytes).find("<TrainingCenterDatabase") != text.npos;
+  return isTCX ? TrackFormat::tcx : TrackFormat::gpx;
 }
 
 Track readTrack(platform::DataView bytes, TrackFormat format) {

@@ -38,6 +38,10 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 /// ".geojson", ".json", ".fit". Nothing for another ending.
 [[nodiscard]] std::optional<TrackFormat> trackFormatOfFile(std::string_view name);
 
+/// The format that the bytes of a track look like, by their beginning; CSV for what looks like none
+/// of the others.
+[[nodiscard]] TrackFormat trackFormatOfBytes(platform::DataView bytes);
+
 /// Reads a track.
 /// @throws TrackFormatError for bytes that are no such file, are too large or hold too many points;
 ///   nothing is returned then

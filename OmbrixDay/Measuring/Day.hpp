@@ -24,7 +24,7 @@ enum class SegmentKind : std::uint8_t {
 struct FixCounts {
   std::size_t read = 0;             ///< Fixes fed in.
   std::size_t used = 0;             ///< Fixes that the day is measured by.
-  std::size_t offTheGlobe = 0;      ///< Left out: a number that is not finite or no coordinate.
+  std::size_t offTheGlobe = 0;      ///< Left out: see `isOnGlobe`.
   std::size_t inaccurate = 0;       ///< Left out: not accurate enough for statistics.
   std::size_t repeated = 0;         ///< Left out: not later than the fix before.
   std::size_t outliers = 0;         ///< Left out: far off the line that the neighbours draw.

@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -48,12 +49,19 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"format timer 1e19", 2, "from -9e+18 to 9e+18"},
       {"find abc missing.txt --most -1", 2, "\"-1\" is no whole number"},
       {"format speed 10 --style wide", 2, "long,medium,short,value"},
-      {"day", 2, "TRACK.csv is required"},
+      {"day", 2, "TRACK is required"},
       {"day day.csv --units furlongs", 2, "--units"},
       {"day day.csv --wrong", 2, "--wrong"},
       {"day missing.csv", 1, "missing.csv"},
       {"day .", 1, "."},
-      {"day empty.csv --json", 1, "no fix in empty.csv (0 rows skipped)"},
+      {"day empty.csv --json", 1, "no fix in empty.csv (0 skipped)"},
+      {"day empty.csv --from xml", 2, "--from"},
+      {"day day.csv --html /nowhere/day.html", 1, "/nowhere/day.html"},
+      {"day day.csv day.csv --html day.html", 2, "--html are for one track"},
+      {"convert day.csv day.fit", 2, "OUT ends in"},
+      {"convert day.csv --to gpx /nowhere/day.gpx", 1, "/nowhere/day.gpx"},
+      {"convert . out", 2, "OUT ends in"},
+      {"convert missing.gpx out.csv", 1, "missing.gpx"},
       {"sample loop.csv", 1, "loop.csv"},
       {"sample .", 1, "cannot write ."},
       {"track rewrite missing.csv out.csv", 1, "missing.csv"},
@@ -206,11 +214,36 @@ TEST(CommandTests, JoinsHeartRatesToTheDay) {
   folder.write("hr.csv", "1699999999,200\n1700000000,100\n1700001800,x\n1700003600,140\n");
   const Outcome json = run(folder, "day day.csv --hr hr.csv --weight 70 --json");
   EXPECT_EQ(json.status, 0);
-  EXPECT_THAT(json.output, HasSubstr(R"("heartRate":{"samples":2,"averageBeatsPerMinute":120,)"
-                                     R"("maxBeatsPerMinute":140,"kilocalories":485.2)"));
+  EXPECT_THAT(json.output,
+              AllOf(HasSubstr(R"("heartRate":{"samples":2,"averageBeatsPerMinute":120,)"
+                              R"("maxBeatsPerMinute":140})"),
+                    HasSubstr(R"("kilocalories":485.2)")));
   const Outcome text = run(folder, "day day.csv --hr hr.csv --weight 70");
   EXPECT_THAT(text.output,
               AllOf(HasSubstr("120 BPM"), HasSubstr("140 BPM"), HasSubstr("485 KCAL")));
+}
+
+// Catches a track that another format, a pipe or a folder changes.
+TEST(CommandTests, ConvertsTracks) {
+  const testing::ScopedDir folder;
+  ASSERT_EQ(run(folder, "sample day.csv --runs 1").status, 0);
+  ASSERT_EQ(run(folder, "convert day.csv day.gpx && '" OMBRIX_PROGRAM
+                        "' convert - - --to tcx <day.gpx >day.tcx && '" OMBRIX_PROGRAM
+                        "' convert day.tcx back.csv")
+                .status,
+            0);
+  const std::string day = folder.read("day.csv"), back = folder.read("back.csv");
+  EXPECT_EQ(day.substr(0, day.find(',')), back.substr(0, back.find(',')));
+  EXPECT_EQ(std::ranges::count(day, '\n'), std::ranges::count(back, '\n'));
+  folder.write("all/bad.gpx", "<gpx><trk>");
+  fs::copy_file(folder.path() / "day.tcx", folder.path() / "all/day.tcx");
+  const Outcome all = run(folder, "convert all out --to geojson");
+  EXPECT_EQ(all.status, 1);
+  EXPECT_THAT(all.output, AllOf(HasSubstr("bad.gpx"), HasSubstr("Wrote 1 tracks to out")));
+  EXPECT_THAT(folder.read("out/day.geojson"), HasSubstr("coordTimes"));
+  const std::string figures = run(folder, "day day.csv --json").output;
+  EXPECT_EQ(run(folder, "day - --json <day.csv").output, figures);
+  EXPECT_THAT(figures, HasSubstr(R"("runs":1,"lifts":1)"));
 }
 
 // Catches a line that is written in the wrong order of numbers, or read back otherwise.
@@ -232,8 +265,11 @@ TEST(CommandTests, WritesAndChecksGeometries) {
 TEST(CommandTests, RemembersTheLastDays) {
   const testing::ScopedDir folder;
   const auto write = [&](const char* name, int start) {
-    folder.write(name, std::to_string(start) + ",46.5,7.25,1500,90,5,3,4\n" +
-                           std::to_string(start + 60) + ",46.6,7.25,1400,90,7,3,4\n");
+    std::string rows;
+    for (int i = 0; i < 100; ++i) {
+      rows += fmt::format("{},{:.4f},7.25,{},0,11,3,4\n", start + i, 46.5 + i * 1e-4, 1500 - i);
+    }
+    folder.write(name, rows);
   };
   write("first.csv", 1'700'000'000);
   write("second.csv", 1'700'100'000);
@@ -241,8 +277,8 @@ TEST(CommandTests, RemembersTheLastDays) {
     EXPECT_EQ(run(folder, std::string("day --json ") + track).status, 0);
   }
   EXPECT_EQ(run(folder, "days --units kilometers").output,
-            "2023-11-14 22:13  11.1 KM, down 100 M  first.csv\n"
-            "2023-11-16 02:00  11.1 KM, down 100 M  second.csv\n");
+            "2023-11-14 22:13  1.1 KM, down 94 M  first.csv\n"
+            "2023-11-16 02:00  1.1 KM, down 94 M  second.csv\n");
 }
 
 // Catches keys that do not outlive the process, and a purge that leaves them.

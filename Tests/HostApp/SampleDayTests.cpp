@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "Examples/HostApp/DaySummary.hpp"
+#include "OmbrixDay/Measuring/DayMeasurer.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -13,13 +13,12 @@ TEST(SampleDayTests, IsRepeatableAndLooksLikeSkiing) {
   EXPECT_EQ(fixes, makeSampleDay({.seed = 7, .runs = 3}));
   EXPECT_NE(fixes, makeSampleDay({.seed = 8, .runs = 3}));
 
-  const DaySummary day = summarize(fixes, 0, FixFilter::accurateForStats);
-  EXPECT_LT(day.usedForStats, day.rows);
-  EXPECT_NEAR(*day.maxAltitudeMeters - *day.minAltitudeMeters, 760, 30);
-  EXPECT_GT(day.ascentMeters, 3 * 700);
-  EXPECT_GT(day.descentMeters, 3 * 700);
-  EXPECT_GT(day.maxSpeedMetersPerSecond, 8);
-  EXPECT_LT(day.maxSpeedMetersPerSecond, 30);
+  const DayTotals totals = measureDay(fixes).totals;
+  EXPECT_EQ(totals.runs, 3u);
+  EXPECT_EQ(totals.lifts, 3u);
+  EXPECT_NEAR(*totals.maxAltitude - *totals.minAltitude, 1240, 30);
+  EXPECT_NEAR(totals.all.ascentMeters, 760 + 760 + 810, 60);
+  EXPECT_LT(totals.all.maxSpeedMetersPerSecond, 30);
 }
 
 }  // namespace

@@ -1,0 +1,306 @@
+#include "Examples/HostApp/Page/DayPage.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <map>
+#include <vector>
+
+#include "Examples/HostApp/Page/PageParts.hpp"
+#include "Examples/HostApp/Page/Profiles.hpp"
+#include "Examples/HostApp/Page/TrackMap.hpp"
+#include "Examples/HostApp/Page/ValueHTML.hpp"
+#include "Examples/HostApp/Texts/Text.hpp"
+#include "OmbrixPlatform/Text/DateFormatter.hpp"
+#include "OmbrixPlatform/Text/Locale.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+using platform::JSON;
+
+constexpr std::size_t kMostSteps = 1200;  // Of the cursor: about one a pixel.
+
+std::string label(const char* english) { return escaped(text(english)); }
+
+std::string figure(const char* name, const std::string& value, const char* kind = "") {
+  return fmt::format("<div{}><dt>{}</dt><dd>{}</dd></div>", kind, label(name), value);
+}
+
+/// One page in the making: what its parts need in common.
+class DayPageWriter {
+ public:
+  explicit DayPageWriter(const RecordedDay& recorded)
+      : recorded_(recorded), day_(recorded.day), map_(day_), profiles_(day_) {
+    const std::size_t stride = std::max<std::size_t>(1, day_.samples.size() / kMostSteps);
+    for (std::size_t i = 0; i < day_.samples.size(); i += stride) steps_.push_back(i);
+    if (steps_.back() + 1 != day_.samples.size()) steps_.push_back(day_.samples.size() - 1);
+  }
+
+  [[nodiscard]] std::string page() const;
+
+ private:
+  [[nodiscard]] std::string date() const;
+  [[nodiscard]] std::string times() const;
+  [[nodiscard]] std::string header() const;
+  [[nodiscard]] std::string figures() const;
+  [[nodiscard]] std::string map() const;
+  [[nodiscard]] std::string profiles() const;
+  [[nodiscard]] std::string rides() const;
+  [[nodiscard]] std::string ride(std::size_t index) const;
+  [[nodiscard]] std::string footer() const;
+  [[nodiscard]] std::string card() const;
+  [[nodiscard]] std::string data() const;
+  [[nodiscard]] JSON column(const std::function<std::string(const DaySample&)>& shown) const;
+
+  const RecordedDay& recorded_;
+  const Day& day_;
+  TrackMap map_;
+  Profiles profiles_;
+  std::vector<std::size_t> steps_;  // The samples that the cursor stops at.
+};
+
+std::string DayPageWriter::date() const {
+  return platform::DateFormatter("EEEE, d MMMM y").stringFrom(*day_.totals.begin);
+}
+
+std::string DayPageWriter::times() const {
+  const platform::DateFormatter clock("HH:mm");
+  return fmt::format("{} – {}", clock.stringFrom(*day_.totals.begin),
+                     clock.stringFrom(*day_.totals.end));
+}
+
+std::string DayPageWriter::header() const {
+  return fmt::format(
+      "<header><div><h1>{}</h1><p>{} · {}</p></div><div class=\"buttons\">"
+      "<button type=\"button\" id=\"theme\">{}</button>"
+      "<button type=\"button\" id=\"share\">{}</button></div></header>",
+      escaped(date()), escaped(times()), durationHTML(recorded_.spanSeconds()), label("Dark"),
+      label("Save as picture"));
+}
+
+std::string DayPageWriter::figures() const {
+  const DayTotals& totals = day_.totals;
+  std::string figures =
+      figure("Vertical down", valueHTML(Format::vertical, totals.all.descentMeters),
+             " class=\"first\"") +
+      figure("Runs", fmt::format("<b>{}</b>", totals.runs)) +
+      figure("Top speed", valueHTML(Format::speed, totals.all.maxSpeedMetersPerSecond)) +
+      figure("On runs", valueHTML(Format::distance, totals.run.distanceMeters)) +
+      figure("Lifts", fmt::format("<b>{}</b>", totals.lifts)) +
+      figure("Vertical up", valueHTML(Format::vertical, totals.all.ascentMeters)) +
+      figure("Distance", valueHTML(Format::distance, totals.all.distanceMeters)) +
+      figure("Average speed", valueHTML(Format::speed, totals.all.averageSpeedMetersPerSecond)) +
+      figure("Moving time", durationHTML(totals.all.movingSeconds));
+  if (totals.maxAltitude) {
+    figures += figure("Highest point", valueHTML(Format::altitude, *totals.maxAltitude)) +
+               figure("Lowest point", valueHTML(Format::altitude, *totals.minAltitude));
+  }
+  if (totals.all.averageHeartRate) {
+    figures +=
+        figure("Average heart rate", valueHTML(Format::heartRate, *totals.all.averageHeartRate)) +
+        figure("Highest heart rate", valueHTML(Format::heartRate, *totals.all.maxHeartRate));
+  }
+  if (recorded_.kilocalories) {
+    figures += figure("Energy", valueHTML(Format::energy, *recorded_.kilocalories));
+  }
+  return fmt::format("<dl class=\"figures\">{}</dl>", figures);
+}
+
+std::string DayPageWriter::map() const {
+  return fmt::format(
+      "<section aria-labelledby=\"map\"><div class=\"bar\"><h2 id=\"map\">{}</h2></div><figure>"
+      "<svg class=\"map\" viewBox=\"0 0 {} {}\" role=\"img\" aria-label=\"{}\">{}{}"
+      "<circle class=\"here\" r=\"8\"/></svg><figcaption>"
+      "<span class=\"legend\"><span>{}</span><span class=\"ramp\"></span><span>{}</span></span>"
+      "<span class=\"legend\"><span "
+      "class=\"dash\"></span>{}</span></figcaption></figure></section>",
+      label("Map"), coordinate(map_.width()), coordinate(map_.height()),
+      label("Map of the day: runs coloured by speed, lifts dotted"), map_.elements(),
+      map_.scaleBar(), escaped(valueText(Format::speed, 0)),
+      escaped(valueText(Format::speed, map_.fastest())), label("Lift"));
+}
+
+std::string DayPageWriter::profiles() const {
+  const auto cell = [](const char* name, const char* column) {
+    return fmt::format("<div><dt>{}</dt><dd data-column=\"{}\"></dd></div>", label(name), column);
+  };
+  std::string readout = cell("Time", "time") + cell("Distance", "distance") +
+                        cell("Altitude", "altitude") + cell("Speed", "speed");
+  if (profiles_.hasHeartRates()) readout += cell("Heart rate", "heart");
+  return fmt::format(
+      "<section aria-labelledby=\"profiles\"><div class=\"bar\"><h2 id=\"profiles\">{0}</h2>"
+      "<div class=\"buttons\"><button type=\"button\" data-show-axis=\"time\" "
+      "aria-pressed=\"true\">{1}</button><button type=\"button\" data-show-axis=\"distance\" "
+      "aria-pressed=\"false\">{2}</button></div></div><dl class=\"readout\">{3}</dl>"
+      "<div class=\"profile\" role=\"slider\" tabindex=\"0\" aria-label=\"{4}\" "
+      "aria-valuemin=\"0\" aria-valuemax=\"{5}\" aria-valuenow=\"0\">"
+      "<div class=\"axis time\">{6}</div><div class=\"axis distance\">{7}</div>"
+      "<div class=\"cursor\"></div></div></section>",
+      label("Profiles"), label("Over time"), label("Over distance"), readout,
+      label("A moment of the day"), steps_.size() - 1, profiles_.html(ProfileAxis::time),
+      profiles_.html(ProfileAxis::distance));
+}
+
+std::string DayPageWriter::ride(std::size_t index) const {
+  const DaySegment& segment = day_.segments[index];
+  const SegmentFigures& figures = segment.figures;
+  const bool isRun = segment.kind == SegmentKind::run;
+  const auto cell = [](double value, const std::string& html) {
+    return fmt::format("<td data-value=\"{}\">{}</td>", value, html);
+  };
+  std::string cells =
+      cell(platform::timeIntervalSince1970(segment.begin),
+           escaped(platform::DateFormatter("HH:mm").stringFrom(segment.begin))) +
+      cell(figures.seconds, durationHTML(figures.seconds)) +
+      cell(figures.distanceMeters, valueHTML(Format::distance, figures.distanceMeters)) +
+      cell(std::abs(segment.vertical()),
+           valueHTML(Format::vertical, std::abs(segment.vertical()))) +
+      cell(std::abs(segment.slopeDegrees),
+           valueHTML(Format::angle, std::abs(segment.slopeDegrees))) +
+      cell(figures.averageSpeedMetersPerSecond,
+           valueHTML(Format::speed, figures.averageSpeedMetersPerSecond)) +
+      cell(figures.maxSpeedMetersPerSecond,
+           valueHTML(Format::speed, figures.maxSpeedMetersPerSecond));
+  if (profiles_.hasHeartRates()) {
+    const double rate = figures.averageHeartRate.value_or(0);
+    cells += cell(rate, rate > 0 ? valueHTML(Format::heartRate, rate) : "–");
+  }
+  return fmt::format(
+      "<tr data-segment=\"{0}\"><th scope=\"row\" data-value=\"{0}\"><span class=\"mark {1}\">{2}"
+      "</span>{3}</th>{4}</tr>",
+      index, platform::rawValue(segment.kind), segment.number, label(isRun ? "Run" : "Lift"),
+      cells);
+}
+
+std::string DayPageWriter::rides() const {
+  std::vector<const char*> headings = {"Ride",     "Start", "Time",          "Distance",
+                                       "Vertical", "Slope", "Average speed", "Top speed"};
+  if (profiles_.hasHeartRates()) headings.push_back("Heart rate");
+  std::string head, rows;
+  for (const char* heading : headings) {
+    head +=
+        fmt::format("<th scope=\"col\"><button type=\"button\">{}</button></th>", label(heading));
+  }
+  for (std::size_t i = 0; i < day_.segments.size(); ++i) {
+    const SegmentKind kind = day_.segments[i].kind;
+    if (kind == SegmentKind::run || kind == SegmentKind::lift) rows += ride(i);
+  }
+  if (rows.empty()) return {};
+  return fmt::format(
+      "<section aria-labelledby=\"rides\"><div class=\"bar\"><h2 id=\"rides\">{0}</h2></div>"
+      "<div class=\"wide\" role=\"region\" tabindex=\"0\" aria-labelledby=\"rides\"><table><thead>"
+      "<tr>{1}</tr></thead><tbody>{2}</tbody></table></div></section>",
+      label("Runs and lifts"), head, rows);
+}
+
+std::string DayPageWriter::footer() const {
+  const FixCounts& counts = day_.counts;
+  return fmt::format("<footer><p>{}</p><p>{}: {} {}, {} {}</p></footer>", escaped(recorded_.title),
+                     label("Fixes"), counts.read, label("read"), counts.used, label("used"));
+}
+
+/// The picture that is shared, 1200 by 630, with colours of its own.
+std::string DayPageWriter::card() const {
+  const DayTotals& totals = day_.totals;
+  constexpr double kSide = 520;
+  const double scale = std::min(kSide / map_.width(), kSide / map_.height());
+  std::string values;
+  double y = 250;
+  const auto value = [&](const char* name, const std::string& shown) {
+    values += fmt::format(
+        "<text x=\"72\" y=\"{}\" font-size=\"44\" font-weight=\"600\" fill=\"#e9eff3\">{}</text>"
+        "<text x=\"72\" y=\"{}\" font-size=\"22\" fill=\"#a3b3be\">{}</text>",
+        y, escaped(shown), y + 32, label(name));
+    y += 104;
+  };
+  value("Vertical down", valueText(Format::vertical, totals.all.descentMeters));
+  value("Top speed", valueText(Format::speed, totals.all.maxSpeedMetersPerSecond));
+  value("On runs", valueText(Format::distance, totals.run.distanceMeters));
+  value("Runs", fmt::format("{}", totals.runs));
+  return fmt::format(
+      "<template id=\"card\"><svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1200 630\" "
+      "width=\"1200\" height=\"630\" font-family=\"system-ui, sans-serif\">"
+      "<rect width=\"1200\" height=\"630\" fill=\"#0e151b\"/>"
+      "<text x=\"72\" y=\"112\" font-size=\"40\" font-weight=\"650\" fill=\"#e9eff3\">{}</text>"
+      "<text x=\"72\" y=\"152\" font-size=\"24\" fill=\"#a3b3be\">{}</text>{}"
+      "<g transform=\"translate({} {}) scale({:.3f})\">{}</g></svg></template>",
+      escaped(date()), escaped(times()), values, coordinate(1140 - map_.width() * scale),
+      coordinate(600 - map_.height() * scale), scale, map_.outline("#67c3e6", "#d8b24e"));
+}
+
+/// The texts of one figure at all steps, each text once.
+JSON DayPageWriter::column(const std::function<std::string(const DaySample&)>& shown) const {
+  std::map<std::string, std::size_t> places;
+  JSON::Array texts, at;
+  for (const std::size_t step : steps_) {
+    const std::string text = shown(day_.samples[step]);
+    const auto [place, isNew] = places.try_emplace(text, places.size());
+    if (isNew) texts.emplace_back(text);
+    at.emplace_back(place->second);
+  }
+  return JSON::Dictionary{{"texts", std::move(texts)}, {"at", std::move(at)}};
+}
+
+std::string DayPageWriter::data() const {
+  const platform::DateFormatter clock("HH:mm:ss");
+  JSON::Array places, times, distances;
+  for (const std::size_t step : steps_) {
+    const Point& place = map_.place(step);
+    places.emplace_back(std::llround(place.x * 10));
+    places.emplace_back(std::llround(place.y * 10));
+    times.emplace_back(std::llround(profiles_.position(ProfileAxis::time, step) * 1e4));
+    distances.emplace_back(std::llround(profiles_.position(ProfileAxis::distance, step) * 1e4));
+  }
+  const auto values = [&](Format format, double DaySample::* figure) {
+    return column([=](const DaySample& each) { return valueText(format, each.*figure); });
+  };
+  JSON::Dictionary data{
+      {"fileName", platform::DateFormatter("y-MM-dd", platform::Locale("en_US_POSIX"))
+                           .stringFrom(*day_.totals.begin) +
+                       ".png"},
+      {"position",
+       JSON::Dictionary{{"time", std::move(times)}, {"distance", std::move(distances)}}},
+      {"place", std::move(places)},
+      {"time", column([&](const DaySample& each) { return clock.stringFrom(each.time); })},
+      {"distance", values(Format::distance, &DaySample::distance)},
+      {"altitude", values(Format::altitude, &DaySample::steadyAltitude)},
+      {"speed", values(Format::speed, &DaySample::speed)}};
+  if (profiles_.hasHeartRates()) {
+    data.set("heart", column([](const DaySample& each) {
+               return each.heartRate > 0 ? valueText(Format::heartRate, each.heartRate) : "";
+             }));
+  }
+  std::string json = lineOf(data);
+  // Within a script element nothing may look like its end.
+  for (std::size_t at = 0; (at = json.find('<', at)) != json.npos;) json.replace(at, 1, "\\u003c");
+  return json;
+}
+
+std::string DayPageWriter::page() const {
+  const std::string language = textLanguage();
+  std::string page = fmt::format(
+      "<!doctype html>\n<html lang=\"{}\" dir=\"ltr\" data-axis=\"time\"><head><meta "
+      "charset=\"utf-8\"><meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
+      "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; style-src "
+      "'unsafe-inline'; script-src 'unsafe-inline'; img-src data: blob:\"><title>{}</title>"
+      "<style>{}</style></head>\n<body>",
+      language, escaped(date()), kPageStyle);
+  page += header() + "<main>" + figures() + map() + profiles() + rides() + "</main>" + footer() +
+          card();
+  page += fmt::format("<script type=\"application/json\" id=\"data\">{}</script>", data());
+  page += fmt::format("<script>{}</script></body></html>\n", kPageScript);
+  return page;
+}
+
+}  // namespace
+
+std::optional<std::string> dayPage(const RecordedDay& recorded) {
+  if (recorded.day.samples.empty()) return std::nullopt;
+  return DayPageWriter(recorded).page();
+}
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,17 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "Examples/HostApp/RecordedDay.hpp"
+
+namespace ombrix::hostapp {
+
+/// A day as one HTML page that needs nothing else and asks no network: figures, the way from above,
+/// profiles with one cursor, a table of the rides, a picture to share. In the user's units and
+/// language; all figures are made here, the page's script only shows them.
+///
+/// @return Nothing for a day without a fix that counts.
+std::optional<std::string> dayPage(const RecordedDay& recorded);
+
+}  // namespace ombrix::hostapp

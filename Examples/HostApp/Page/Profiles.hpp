@@ -1,0 +1,40 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "OmbrixDay/Measuring/Day.hpp"
+
+namespace ombrix::hostapp {
+
+/// What the profiles run over.
+enum class ProfileAxis { time, distance };
+
+/// Altitude, speed and, where it was recorded, heart rate over time or distance.
+class Profiles {
+ public:
+  /// @param day With at least one sample; must outlive the profiles.
+  explicit Profiles(const Day& day);
+
+  /// The plots over one axis, one below the other, with their scales.
+  [[nodiscard]] std::string html(ProfileAxis axis) const;
+
+  /// Where a sample stands on an axis, from 0 to 1.
+  [[nodiscard]] double position(ProfileAxis axis, std::size_t sample) const;
+
+  [[nodiscard]] bool hasHeartRates() const noexcept { return hasHeartRates_; }
+
+ private:
+  struct Plot;
+
+  [[nodiscard]] std::vector<Plot> plots() const;
+  [[nodiscard]] std::string plotHTML(const Plot& plot, ProfileAxis axis) const;
+  [[nodiscard]] std::string bands(ProfileAxis axis) const;
+  [[nodiscard]] std::string timeScale() const;
+  [[nodiscard]] std::string distanceScale() const;
+
+  const Day& day_;
+  bool hasHeartRates_ = false;
+};
+
+}  // namespace ombrix::hostapp

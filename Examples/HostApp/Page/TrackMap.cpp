@@ -1,0 +1,196 @@
+#include "Examples/HostApp/Page/TrackMap.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+
+#include "Examples/HostApp/Page/ValueHTML.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+constexpr double kMargin = 28;
+constexpr double kTolerance = 0.6;
+constexpr double kLeastHeight = 420, kMostHeight = 900;
+constexpr double kLeastMeters = 200;  // Across: a walk round the car park is not drawn larger.
+constexpr double kBadgeRadius = 13;
+constexpr double kMetersPerDegree = 111'195;  // On a sphere of the earth's mean radius.
+
+/// Longitudes without the jump at 180 degrees.
+double unwrapped(double longitude, double near) {
+  while (longitude - near > 180) longitude -= 360;
+  while (longitude - near < -180) longitude += 360;
+  return longitude;
+}
+
+struct Frame {
+  double west = 0, east = 0, south = 0, north = 0;
+
+  void take(Point place) {
+    west = std::min(west, place.x);
+    east = std::max(east, place.x);
+    south = std::min(south, place.y);
+    north = std::max(north, place.y);
+  }
+};
+
+/// Places in metres east and north of the first one. Locally true: a day's tracks are small.
+std::vector<Point> flat(const Day& day) {
+  const auto& origin = day.samples.front().coordinate;
+  double latitudes = 0;
+  for (const DaySample& sample : day.samples) latitudes += sample.coordinate.latitude;
+  const double middle = latitudes / static_cast<double>(day.samples.size());
+  const double shrink = std::max(0.01, std::cos(middle * std::numbers::pi / 180));
+  std::vector<Point> places;
+  places.reserve(day.samples.size());
+  for (const DaySample& sample : day.samples) {
+    const double longitude = unwrapped(sample.coordinate.longitude, origin.longitude);
+    places.push_back({(longitude - origin.longitude) * kMetersPerDegree * shrink,
+                      (sample.coordinate.latitude - origin.latitude) * kMetersPerDegree});
+  }
+  return places;
+}
+
+double overlap(Point place, std::span<const Point> others) {
+  double sum = 0;
+  for (const Point& other : others) {
+    sum += std::max(0.0, 2 * kBadgeRadius + 2 - std::hypot(place.x - other.x, place.y - other.y));
+  }
+  return sum;
+}
+
+}  // namespace
+
+TrackMap::TrackMap(const Day& day) : day_(day), places_(flat(day)) {
+  Frame frame;
+  for (const Point& place : places_) frame.take(place);
+  const double across = std::max(frame.east - frame.west, kLeastMeters);
+  const double up = std::max(frame.north - frame.south, kLeastMeters);
+  unitsPerMeter_ = std::min((kWidth - 2 * kMargin) / across, (kMostHeight - 2 * kMargin) / up);
+  height_ = std::max(kLeastHeight, up * unitsPerMeter_ + 2 * kMargin);
+  const double middleX = (frame.west + frame.east) / 2, middleY = (frame.south + frame.north) / 2;
+  for (Point& place : places_) {
+    place = {kWidth / 2 + (place.x - middleX) * unitsPerMeter_,
+             height_ / 2 - (place.y - middleY) * unitsPerMeter_};
+  }
+  const double unit = unitSize(OmbrixMeasurementFormatter::MeasurementFormat::speed);
+  const double top = std::max(day.totals.run.maxSpeedMetersPerSecond, unit);
+  fastest_ = std::ceil(top / unit / 10) * 10 * unit;
+}
+
+std::vector<Point> TrackMap::placesOf(const DaySegment& segment) const {
+  // A segment's line goes on to the next one's first fix, so that no gap shows.
+  const std::size_t end = std::min(segment.endSample + 1, places_.size());
+  return {places_.begin() + static_cast<std::ptrdiff_t>(segment.firstSample),
+          places_.begin() + static_cast<std::ptrdiff_t>(end)};
+}
+
+int TrackMap::speedClass(double speed) const {
+  return std::clamp(static_cast<int>(speed / fastest_ * kSpeedClasses), 0, kSpeedClasses - 1);
+}
+
+std::string TrackMap::runElements(const DaySegment& segment) const {
+  const auto places = placesOf(segment);
+  std::string elements;
+  const auto classAt = [&](std::size_t i) {
+    return speedClass(day_.samples[segment.firstSample + i].speed);
+  };
+  for (std::size_t first = 0; first + 1 < places.size();) {
+    std::size_t last = first + 1;
+    const int colour = classAt(first);
+    while (last + 1 < places.size() && classAt(last) == colour) ++last;
+    const auto stretch = std::span(places).subspan(first, last - first + 1);
+    elements += fmt::format("<path class=\"run s{}\" d=\"{}\"/>", colour,
+                            pathData(simplified(stretch, kTolerance)));
+    first = last;
+  }
+  return elements;
+}
+
+std::string TrackMap::elements() const {
+  std::string walks, lifts, runs;
+  for (std::size_t i = 0; i < day_.segments.size(); ++i) {
+    const DaySegment& segment = day_.segments[i];
+    const auto line = [&](const char* name) {
+      return fmt::format("<g data-segment=\"{}\"><path class=\"{}\" d=\"{}\"/></g>", i, name,
+                         pathData(simplified(placesOf(segment), kTolerance)));
+    };
+    switch (segment.kind) {
+      case SegmentKind::run:
+        runs += fmt::format("<g data-segment=\"{}\">{}</g>", i, runElements(segment));
+        break;
+      case SegmentKind::lift:
+        lifts += line("lift");
+        break;
+      case SegmentKind::walk:
+        walks += line("walk");
+        break;
+      case SegmentKind::pause:
+        break;
+    }
+  }
+  return walks + lifts + runs + badges();
+}
+
+/// The numbers stand on their lines, where they cover as little of each other as can be.
+std::string TrackMap::badges() const {
+  constexpr double kStops[] = {0.2, 0.35, 0.5, 0.65, 0.8, 0.1, 0.9};
+  std::vector<Point> taken;
+  std::string elements;
+  for (std::size_t i = 0; i < day_.segments.size(); ++i) {
+    const DaySegment& segment = day_.segments[i];
+    const bool isRun = segment.kind == SegmentKind::run;
+    if (!isRun && segment.kind != SegmentKind::lift) continue;
+    const auto places = placesOf(segment);
+    const auto at = [&](double stop) {
+      return places[static_cast<std::size_t>(stop * static_cast<double>(places.size() - 1))];
+    };
+    const double best = *std::ranges::min_element(
+        kStops, {}, [&](double stop) { return overlap(at(stop), taken); });
+    const Point place = at(best);
+    taken.push_back(place);
+    const std::string shape =
+        isRun ? fmt::format("<circle r=\"{}\"/>", kBadgeRadius)
+              : fmt::format("<rect x=\"{0}\" y=\"{0}\" width=\"{1}\" height=\"{1}\" rx=\"4\"/>",
+                            coordinate(1.5 - kBadgeRadius), coordinate(2 * kBadgeRadius - 3));
+    elements += fmt::format(
+        "<g class=\"badge {}\" data-segment=\"{}\" transform=\"translate({} {})\">{}"
+        "<text dy=\".36em\">{}</text></g>",
+        isRun ? "of-run" : "of-lift", i, coordinate(place.x), coordinate(place.y), shape,
+        segment.number);
+  }
+  return elements;
+}
+
+std::string TrackMap::outline(const std::string& runColour, const std::string& liftColour) const {
+  std::string runs, lifts;
+  for (const DaySegment& segment : day_.segments) {
+    if (segment.kind == SegmentKind::pause || segment.kind == SegmentKind::walk) continue;
+    auto& lines = segment.kind == SegmentKind::run ? runs : lifts;
+    lines += pathData(simplified(placesOf(segment), 2 * kTolerance));
+  }
+  constexpr const char* kPath =
+      "<path d=\"{}\" fill=\"none\" stroke=\"{}\" stroke-width=\"{}\" stroke-linecap=\"round\" "
+      "stroke-linejoin=\"round\"{}/>";
+  return fmt::format(fmt::runtime(kPath), lifts, liftColour, 2, " stroke-dasharray=\"2 6\"") +
+         fmt::format(fmt::runtime(kPath), runs, runColour, 4, "");
+}
+
+std::string TrackMap::scaleBar() const {
+  using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+  // Distances show one decimal, so the shortest bar is a tenth of their unit.
+  const double unit = unitSize(Format::distance);
+  const double wanted = kWidth / 8 / unitsPerMeter_ / unit;
+  const double length = std::max(0.1, niceStep(wanted)) * unit;
+  const double size = length * unitsPerMeter_;
+  if (size > kWidth / 2) return {};
+  const double y = height_ - 14;
+  return fmt::format(
+      "<g class=\"scale\"><path d=\"M16 {0}v5h{1}v-5\"/><text x=\"{2}\" y=\"{3}\">{4}</text></g>",
+      coordinate(y), coordinate(size), coordinate(22 + size), coordinate(y + 5),
+      escaped(valueText(Format::distance, length)));
+}
+
+}  // namespace ombrix::hostapp

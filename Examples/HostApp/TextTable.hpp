@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace ombrix::hostapp {
+
+/// Columns of text for a terminal, the first one set to the left and the others to the right.
+class TextTable {
+ public:
+  explicit TextTable(std::vector<std::string> headings);
+
+  /// A row of as many cells as there are headings; cells may hold escape sequences.
+  void add(std::vector<std::string> cells);
+
+  [[nodiscard]] bool empty() const noexcept { return rows_.size() == 1; }
+
+  /// All rows, the headings first.
+  [[nodiscard]] std::string lines() const;
+
+ private:
+  std::vector<std::vector<std::string>> rows_;
+};
+
+/// The columns that a terminal gives a text: two for wide characters, none for escape sequences.
+std::size_t columnsOf(std::string_view text);
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace ombrix::hostapp {
+
+/// A text of this program in the user's language; the English text is its key. What the language's
+/// table does not hold stays English. Any thread.
+std::string text(std::string_view english);
+
+/// The language of `text`, as in "de".
+std::string textLanguage();
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "OmbrixPlatform/Text/StringsTable.hpp"
+
+namespace ombrix::platform {
+
+/// One language's table as its .strings file holds it.
+struct BuiltInTable {
+  std::string_view language;  ///< As in "de".
+  std::string_view strings;   ///< UTF-8.
+};
+
+/// Texts in several languages that are compiled in, so that a program has them wherever it is
+/// copied to. Any thread.
+class BuiltInTexts {
+ public:
+  /// @param tables Must outlive this object; one of them is the development language's.
+  /// @param developmentLanguage For readers of none of the languages.
+  BuiltInTexts(std::span<const BuiltInTable> tables, std::string developmentLanguage);
+
+  /// The text of a key in the best language for a reader; nothing for a key that its table does not
+  /// hold.
+  /// @param preferred Language tags, the best one first.
+  [[nodiscard]] std::optional<std::string> find(std::string_view key,
+                                                const std::vector<std::string>& preferred);
+
+  /// The language of `find`, as in "de".
+  [[nodiscard]] std::string language(const std::vector<std::string>& preferred) const;
+
+ private:
+  std::shared_ptr<const StringsTable> table(const std::vector<std::string>& preferred);
+  [[nodiscard]] std::shared_ptr<const StringsTable> parsed(std::string_view language) const;
+
+  std::span<const BuiltInTable> tables_;
+  std::string developmentLanguage_;
+  std::mutex mutex_;
+  // Each reader's table, parsed once.
+  std::map<std::vector<std::string>, std::shared_ptr<const StringsTable>> readers_;
+};
+
+}  // namespace ombrix::platform
