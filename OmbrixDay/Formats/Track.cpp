@@ -50,7 +50,7 @@ Track readCSV(platform::DataView bytes) {
   });
   auto fixes = LocationCSVParser().parse(bytes, observer);
   if (!fixes || brokeOff) throw TrackFormatError("reading broke off before its end");
-  if (fixes->empty() && track.skipped > 0) throw TrackFormatError("none of its rows is a fix");
+  if (fixes->empty() && track.skipped > 0) throw TrackFormatError("no row is a fix");
   track.fixes = *std::move(fixes);
   return track;
 }

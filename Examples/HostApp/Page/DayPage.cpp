@@ -191,7 +191,7 @@ std::string DayPageWriter::rides() const {
   }
   if (rows.empty()) return {};
   return fmt::format(
-      "<section aria-labelledby=\"rides\"><div class=\"bar\"><h2 id=\"rides\">{0}</h2></div>"
+      "<section><div class=\"bar\"><h2 id=\"rides\">{0}</h2></div>"
       "<div class=\"wide\" role=\"region\" tabindex=\"0\" aria-labelledby=\"rides\"><table><thead>"
       "<tr>{1}</tr></thead><tbody>{2}</tbody></table></div></section>",
       label("Runs and lifts"), head, rows);
