@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "Examples/HostApp/Commands.hpp"
@@ -24,16 +25,26 @@ std::vector<std::string> words(std::span<const char* const> all) {
   return {all.begin(), all.end()};
 }
 
-/// Reads one file and writes another; how many fixes it holds.
-std::size_t convertFile(const std::string& in, const std::string& out,
-                        std::optional<TrackFormat> from, TrackFormat to) {
+/// What became of one track.
+struct Converted {
+  std::size_t fixes = 0;    ///< Written.
+  std::size_t leftOut = 0;  ///< Rows and points that are no fix, or none that can be written.
+};
+
+/// Reads one file and writes another one; a track without a fix writes nothing.
+Converted convertFile(const std::string& in, const std::string& out,
+                      std::optional<TrackFormat> from, TrackFormat to) {
   const Track track = readTrackFile(in, from);
-  const std::string converted = ombrix::writeTrack(track, to);
+  const std::size_t fixes = writableFixes(track);
+  const Converted converted{fixes, track.skipped + track.fixes.size() - fixes};
+  if (fixes == 0) {
+    throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", in, converted.leftOut));
+  }
+  const std::string text = ombrix::writeTrack(track, to);
   // What a write reports, the stream keeps for when it is closed.
-  writeFile(out, [&](const auto& stream) {
-    static_cast<void>(stream->write(platform::bytesOf(converted)));
-  });
-  return track.fixes.size();
+  writeFile(out,
+            [&](const auto& stream) { static_cast<void>(stream->write(platform::bytesOf(text))); });
+  return converted;
 }
 
 std::vector<fs::path> tracksIn(const fs::path& folder) {
@@ -47,20 +58,36 @@ std::vector<fs::path> tracksIn(const fs::path& folder) {
   return tracks;
 }
 
-/// Converts all tracks of a folder into another one. A file that is no track is told and passed
+/// The file that a folder's track becomes. One that is a track of the folder itself, or that
+/// another track becomes as well, is not to be written over.
+fs::path outputFor(const fs::path& track, const Options& options, std::set<fs::path>& taken) {
+  fs::path out = fs::path(options.out) / track.filename();
+  out.replace_extension(options.to);
+  std::error_code isNew;
+  const bool isOwn =
+      fs::equivalent(fs::path(options.in), fs::path(options.out), isNew) && fs::exists(out);
+  if (isOwn || !taken.insert(out).second) {
+    throw CommandFailure(
+        fmt::format("{} is left out: {} is another track", track.string(), out.string()));
+  }
+  return out;
+}
+
+/// Converts all tracks of a folder into another one. What cannot be converted is told and passed
 /// over; the command fails at its end then.
 void convertFolder(const Options& options, TrackFormat to) {
   const auto tracks = tracksIn(options.in);
   if (tracks.empty()) throw CommandFailure(fmt::format("there is no track in {}", options.in));
   fs::create_directories(options.out);
-  std::size_t done = 0, failed = 0;
+  std::set<fs::path> taken;
+  std::size_t done = 0, failed = 0, leftOut = 0;
   {
     ProgressBar bar("Converting");
     for (const fs::path& track : tracks) {
-      fs::path out = fs::path(options.out) / track.filename();
-      out.replace_extension(options.to);
       try {
-        convertFile(track.string(), out.string(), trackFormatNamed(options.from), to);
+        const fs::path out = outputFor(track, options, taken);
+        leftOut +=
+            convertFile(track.string(), out.string(), trackFormatNamed(options.from), to).leftOut;
       } catch (const CommandFailure& failure) {
         ++failed;
         fmt::print(stderr, "ombrix: {}\n", failure.what());
@@ -68,7 +95,8 @@ void convertFolder(const Options& options, TrackFormat to) {
       bar.show(++done, tracks.size());
     }
   }
-  fmt::print("Wrote {} tracks to {}\n", tracks.size() - failed, options.out);
+  fmt::print("Wrote {} tracks to {} ({} points skipped)\n", tracks.size() - failed, options.out,
+             leftOut);
   if (failed > 0) throw CommandFailure(fmt::format("{} tracks could not be converted", failed));
 }
 
@@ -82,9 +110,10 @@ void convert(const Options& options) {
     if (options.to.empty()) throw CLI::ValidationError("a folder needs --to");
     return convertFolder(options, *to);
   }
-  const std::size_t fixes =
+  const Converted converted =
       convertFile(options.in, options.out, trackFormatNamed(options.from), *to);
-  fmt::print(noticesBeside(options.out), "Wrote {} fixes to {}\n", fixes, options.out);
+  fmt::print(noticesBeside(options.out), "Wrote {} fixes to {} ({} skipped)\n", converted.fixes,
+             options.out, converted.leftOut);
 }
 
 }  // namespace

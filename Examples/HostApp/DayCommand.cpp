@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -115,7 +116,13 @@ void addDayCommand(CLI::App& app) {
     if (!isOne && isForOne) {
       throw CLI::ValidationError("--hr, --geojson and --html are for one track");
     }
-    if (options->upload) connect(*server);
+    if (options->upload) {
+      for (const std::string& path : options->paths) {
+        if (std::filesystem::is_regular_file(path)) continue;
+        throw CommandFailure(fmt::format("--upload needs a file, and {} is none", path));
+      }
+      connect(*server);
+    }
     for (const std::string& path : options->paths) showDay(path, *options);
   });
 }

@@ -15,14 +15,19 @@ namespace ombrix::hostapp {
 std::vector<HeartRate> readHeartRates(const std::string& path) {
   const auto stream = platform::InputStream::withPath(path);
   if (const auto opened = stream->open(); !opened) throw CommandFailure(opened.error().what());
-  const auto samples = HRCSVParser().parse(*stream);
+  bool brokeOff = false;
+  const CSVParseObserver observer(
+      [&](const CSVParseProgress& progress) { brokeOff = progress.brokeOff; });
+  const auto samples = HRCSVParser().parse(*stream, observer);
+  if (brokeOff) throw CommandFailure(fmt::format("reading {} broke off before its end", path));
   if (!samples) throw CommandFailure(fmt::format("cannot read {}", path));
   const auto beatsPerMinute = *platform::HKUnit::fromString("count/min");
   std::vector<HeartRate> rates;
   rates.reserve(samples->size());
   for (const auto& sample : *samples) {
     const double rate = sample.quantity().doubleValue(beatsPerMinute);
-    if (std::isfinite(rate)) rates.push_back({sample.startDate(), rate});
+    const double time = platform::timeIntervalSince1970(sample.startDate());
+    if (std::isfinite(rate) && std::isfinite(time)) rates.push_back({sample.startDate(), rate});
   }
   std::ranges::stable_sort(rates, {}, &HeartRate::time);
   return rates;

@@ -27,6 +27,10 @@ void addTrackCommand(CLI::App& app) {
     Track read = readTrackFile(options->in);
     // A number that is not finite has no text: its row would be short, and no fix.
     read.skipped += std::erase_if(read.fixes, [](const CLLocation& fix) { return !isFinite(fix); });
+    if (read.fixes.empty()) {
+      throw CommandFailure(
+          fmt::format("there is no fix in {} ({} skipped)", options->in, read.skipped));
+    }
     writeTrack(options->out, read.fixes);
     fmt::print(noticesBeside(options->out), "Wrote {} fixes to {} ({} rows skipped)\n",
                read.fixes.size(), options->out, read.skipped);

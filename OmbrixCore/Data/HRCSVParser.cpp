@@ -85,6 +85,11 @@ void HRCSVParser::parse(const platform::URL& url, Completion completion,
   detail::parseOn(parserQueue(), *this, url, std::move(completion), std::move(observer));
 }
 
+void HRCSVParser::parse(const std::filesystem::path& path, Completion completion,
+                        CSVParseObserver observer) const {
+  parse(platform::URL::fileURL(path.string(), false), std::move(completion), std::move(observer));
+}
+
 void HRCSVParser::parse(std::string string, Completion completion,
                         CSVParseObserver observer) const {
   detail::parseOn(parserQueue(), *this, std::move(string), std::move(completion),

@@ -82,6 +82,11 @@ void LocationCSVParser::parse(const platform::URL& url, Completion completion,
   detail::parseOn(parserQueue(), *this, url, std::move(completion), std::move(observer));
 }
 
+void LocationCSVParser::parse(const std::filesystem::path& path, Completion completion,
+                              CSVParseObserver observer) const {
+  parse(platform::URL::fileURL(path.string(), false), std::move(completion), std::move(observer));
+}
+
 void LocationCSVParser::parse(std::string string, Completion completion,
                               CSVParseObserver observer) const {
   detail::parseOn(parserQueue(), *this, std::move(string), std::move(completion),

@@ -44,6 +44,8 @@ class LocationCSVParser {
   /// The file at a path. A literal may name a file or be the text itself, so it does not compile:
   /// say `std::filesystem::path("day.csv")` or `std::string_view("1,2")`.
   Locations parse(const std::filesystem::path& path, const CSVParseObserver& observer = {}) const;
+  void parse(const std::filesystem::path& path, Completion completion,
+             CSVParseObserver observer = {}) const;
 
   /// The text itself, in place.
   Locations parse(std::string_view string, const CSVParseObserver& observer = {}) const;

@@ -2,20 +2,32 @@
 
 #include <algorithm>
 
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
+
 namespace ombrix {
 
 bool deriveMissingMotion(std::span<CLLocation> fixes) {
-  const auto hasSpeed = [](const CLLocation& fix) { return fix.speed >= 0; };
-  if (fixes.size() < 2 || std::ranges::any_of(fixes, hasSpeed)) return false;
-  for (std::size_t i = 1; i < fixes.size(); ++i) {
-    const CLLocation& before = fixes[i - 1];
-    if (!(fixes[i].timestamp > before.timestamp)) continue;
-    fixes[i].speed = fixes[i].horizontalSpeedFrom(before);
-    if (fixes[i].course < 0) fixes[i].course = before.courseTo(fixes[i]);
+  const auto tellsSpeed = [](const CLLocation& fix) { return isOnGlobe(fix) && fix.speed >= 0; };
+  if (std::ranges::any_of(fixes, tellsSpeed)) return false;
+  CLLocation* first = nullptr;
+  CLLocation* before = nullptr;
+  bool hasDerived = false;
+  for (CLLocation& fix : fixes) {
+    if (!isOnGlobe(fix)) continue;
+    if (before == nullptr) {
+      first = &fix;
+    } else if (fix.timestamp > before->timestamp) {
+      fix.speed = fix.horizontalSpeedFrom(*before);
+      if (fix.course < 0) fix.course = before->courseTo(fix);
+      if (!hasDerived) {
+        first->speed = fix.speed;
+        if (first->course < 0) first->course = fix.course;
+        hasDerived = true;
+      }
+    }
+    before = &fix;
   }
-  fixes[0].speed = fixes[1].speed;
-  if (fixes[0].course < 0) fixes[0].course = fixes[1].course;
-  return true;
+  return hasDerived;
 }
 
 }  // namespace ombrix

@@ -10,7 +10,8 @@ namespace ombrix {
 ///
 /// A fix without a valid speed does not count in statistics, so a track from a file that holds
 /// positions and times only would have no day at all. When any fix has a valid speed nothing is
-/// changed: there a missing speed is the receiver's word that it did not know.
+/// changed: there a missing speed is the receiver's word that it did not know. Fixes that are off
+/// the globe are passed over.
 ///
 /// @param fixes In the order of recording. Each gets the distance to the fix before it over the
 ///   time between (m/s) and the bearing from there; the first one takes the second one's. A fix

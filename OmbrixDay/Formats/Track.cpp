@@ -58,8 +58,14 @@ Track readCSV(platform::DataView bytes) {
 std::string writeCSV(const Track& track) {
   const std::shared_ptr<platform::OutputStream> stream = platform::OutputStream::toMemory();
   LocationCSVWriter writer(stream);
-  for (const CLLocation& fix : track.fixes) {
-    if (detail::isWritable(fix)) writer.add(fix);
+  for (CLLocation fix : track.fixes) {
+    if (!detail::isWritable(fix)) continue;
+    // A number that is not finite has no text, and a row without it would be no fix.
+    for (double* figure :
+         {&fix.speed, &fix.course, &fix.horizontalAccuracy, &fix.verticalAccuracy}) {
+      if (!std::isfinite(*figure)) *figure = -1;
+    }
+    writer.add(fix);
   }
   const platform::DataView data = *stream->data();
   return {reinterpret_cast<const char*>(data.data()), data.size()};
@@ -135,6 +141,10 @@ std::string writeTrack(const Track& track, TrackFormat format) {
       break;
   }
   throw TrackFormatError("FIT files are read, not written.");
+}
+
+std::size_t writableFixes(const Track& track) {
+  return static_cast<std::size_t>(std::ranges::count_if(track.fixes, detail::isWritable));
 }
 
 std::string convertTrack(platform::DataView bytes, TrackFormat from, TrackFormat to) {

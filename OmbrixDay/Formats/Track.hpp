@@ -47,7 +47,12 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 ///   nothing is returned then
 [[nodiscard]] Track readTrack(platform::DataView bytes, TrackFormat format);
 
-/// Writes a track; points that are not finite are left out.
+/// How many of a track's fixes `writeTrack` writes: those whose place, altitude and time are finite
+/// and can be.
+[[nodiscard]] std::size_t writableFixes(const Track& track);
+
+/// Writes the fixes that can be written; other figures of theirs that are not finite become
+/// unknown.
 /// @throws TrackFormatError for FIT, which is read only
 [[nodiscard]] std::string writeTrack(const Track& track, TrackFormat format);
 

@@ -366,6 +366,10 @@ Day measureDay(std::span<const CLLocation> fixes, std::span<const HeartRate> hea
   std::size_t next = 0;
   for (const CLLocation& fix : fixes) {
     while (next < heartRates.size() && heartRates[next].time <= fix.timestamp) ++next;
+    if (next > 0 && heartRates[next - 1].time > fix.timestamp) {  // A fix before was ahead of time.
+      const auto later = std::ranges::upper_bound(heartRates, fix.timestamp, {}, &HeartRate::time);
+      next = static_cast<std::size_t>(later - heartRates.begin());
+    }
     std::optional<double> rate;
     if (next > 0 && (fix.timestamp - heartRates[next - 1].time).count() <= kHeartRateAgeSeconds) {
       rate = heartRates[next - 1].beatsPerMinute;

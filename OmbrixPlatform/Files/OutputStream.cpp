@@ -57,7 +57,10 @@ class DescriptorOutputStream final : public OutputStream {
 
   FileResult<void> write(DataView bytes) override {
     if (streamStatus() != StreamStatus::open) {
-      return std::unexpected(streamError().value_or(FileError(EBADF, "write", path_)));
+      const FileError error = streamError().value_or(FileError(EBADF, "write", path_));
+      // A write before took a part of its own bytes, this one none.
+      if (streamStatus() == StreamStatus::error) return fail(error, 0);
+      return std::unexpected(error);
     }
     std::size_t taken = 0;
     if (const int error = writeInPieces(bytes, taken); error != 0) {

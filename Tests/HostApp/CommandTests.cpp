@@ -171,15 +171,16 @@ TEST(CommandTests, BadRowsAreCountedAndLeftOut) {
                "1700000000,46.5,7.25,1500,90,5,3,4\n"
                "1700000001,46.5,7.25\n"
                "1700000002, 46.5,7.25,1500,90,5,3,4\n"
+               "1700000002,999,7.25,1500,90,5,3,4\n1700000002,46.5,nan,1500,90,5,3,4\n"
+               "1e300,46.5,7.25,1500,90,5,3,4\n1700000002,46.5,7.25,1e300,90,5,3,4\n"
                "1700000003,46.6,7.25,1510,90,7,3,4,extra\n");
   const Outcome json = run(folder, "day day.csv --json 2>/dev/null");
   EXPECT_EQ(json.status, 0);
-  EXPECT_NE(json.output.find(R"("rows":2,"skipped":2,"usedForStats":2)"), std::string::npos)
+  EXPECT_NE(json.output.find(R"("rows":6,"skipped":2,"usedForStats":2,"offGlobe":4)"), std::string::npos)
       << json.output;
   const Outcome text = run(folder, "day day.csv --units miles");
   EXPECT_EQ(text.status, 0);
-  EXPECT_NE(text.output.find("2 read"), std::string::npos) << text.output;
-  EXPECT_NE(text.output.find("2 skipped"), std::string::npos) << text.output;
+  EXPECT_THAT(text.output, HasSubstr("6 read, 2 skipped, 2 used, 4 off the globe"));
 }
 
 // Catches options that do not reach the formatters, and style where no terminal asks for it.
@@ -240,6 +241,15 @@ TEST(CommandTests, ConvertsTracks) {
   const Outcome all = run(folder, "convert all out --to geojson");
   EXPECT_EQ(all.status, 1);
   EXPECT_THAT(all.output, AllOf(HasSubstr("bad.gpx"), HasSubstr("Wrote 1 tracks to out")));
+  // Two of one name, and a folder into itself: no track is written over.
+  fs::copy_file(folder.path() / "day.gpx", folder.path() / "all/day.gpx");
+  EXPECT_THAT(run(folder, "convert all out --to csv").output, HasSubstr("is another track"));
+  const std::string own = folder.read("all/day.gpx");
+  EXPECT_EQ(run(folder, "convert all all --to gpx").status, 1);
+  EXPECT_EQ(folder.read("all/day.gpx"), own);
+  folder.write("none.gpx", "<gpx><trk><trkseg><trkpt lat='1' lon='2'/></trkseg></trk></gpx>");
+  EXPECT_EQ(run(folder, "convert none.gpx day.tcx").status, 1);
+  EXPECT_EQ(folder.read("day.tcx"), folder.read("all/day.tcx"));
   EXPECT_THAT(folder.read("out/day.geojson"), HasSubstr("coordTimes"));
   const std::string figures = run(folder, "day day.csv --json").output;
   EXPECT_EQ(run(folder, "day - --json <day.csv").output, figures);

@@ -95,7 +95,8 @@ TEST(TrackFormats, whatCannotBeWrittenIsLeftOut) {
   track.fixes[3].speed = nan;
   track.heartRates[4].beatsPerMinute = nan;
   track.laps.push_back(dateSince1970(nan));
-  for (const TrackFormat format : {gpx, tcx, geoJSON}) {
+  EXPECT_EQ(writableFixes(track), 3u);
+  for (const TrackFormat format : {csv, gpx, tcx, geoJSON}) {
     const Track again = read(writeTrack(track, format), format);
     ASSERT_EQ(again.fixes.size(), 3u) << int(format);
     EXPECT_EQ(again.fixes[0].speed, -1);

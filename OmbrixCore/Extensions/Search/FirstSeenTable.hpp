@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
@@ -52,6 +53,13 @@ class FirstSeenTable {
   /// The number of a key, which is taken in when it is new.
   template <class AnyKey>
   Number insert(AnyKey&& key, std::uint32_t hash) {
+    if constexpr (std::floating_point<Key>) {
+      // Not-a-number equals nothing: each is new, and none is to be found.
+      if (std::isnan(key)) {
+        keys_.push_back(key);
+        return static_cast<Number>(keys_.size() - 1);
+      }
+    }
     const std::size_t place = placeOf(key, hash);
     const Number number = slots_[place].number;
     return number != kNone ? number : append(std::forward<AnyKey>(key), hash, place);

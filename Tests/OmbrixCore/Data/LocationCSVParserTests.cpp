@@ -24,7 +24,10 @@ using testing::ScopedDir;
 
 // A literal that names a file, or is a track: who writes it says which.
 template <class Parser>
-concept TakesLiterals = requires(const Parser& parser) { parser.parse("day.csv"); };
+concept TakesLiterals = requires(const Parser& parser) { parser.parse("day.csv"); } ||
+                        requires(const Parser& parser, Parser::Completion completion) {
+                          parser.parse("day.csv", std::move(completion));
+                        };
 static_assert(!TakesLiterals<LocationCSVParser> && !TakesLiterals<HRCSVParser>);
 
 constexpr std::string_view kShortRow = "Data: Location row didn't have complete data";
