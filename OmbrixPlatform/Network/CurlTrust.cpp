@@ -62,7 +62,10 @@ void CurlTrust::decide(const Fingerprint& leaf, Decision decision) {
 CURLcode CurlTrust::watch(CURL* /*easy*/, void* context, void* self) {
   auto* sslContext = static_cast<SSL_CTX*>(context);
   ::SSL_CTX_set_cert_cb(sslContext, &clientCertificateWanted, self);
+  // A certificate is asked for in the handshake or not at all: later there may be nobody to tell,
+  // since an idle connection outlives what is known of its host.
   ::SSL_CTX_set_options(sslContext, SSL_OP_NO_RENEGOTIATION);
+  ::SSL_CTX_set_post_handshake_auth(sslContext, 0);
   return CURLE_OK;
 }
 

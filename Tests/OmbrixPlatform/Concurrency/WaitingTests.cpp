@@ -122,7 +122,9 @@ TEST(WaitingTests, WaitsEndAtOnceAndOwnWorkIsAskedToStop) {
 TEST(WaitingTests, TimeoutsFollowTheClockService) {
   const auto clock = std::make_shared<testing::ManualClock>();
   const testing::ScopedService scoped(services().clock, clock);
-  EXPECT_EQ(withTimeout(text("3"), 0s).get().size(), 1u);
+  const auto three = text("3").start();
+  EXPECT_EQ(three.get().size(), 1u);
+  EXPECT_EQ(withTimeout(three, 0s).get().size(), 1u);
   const auto gate = std::make_shared<Gate>();
   const auto shared = Gate::deaf(gate, 4).start();
   const auto limited = withTimeout(Gate::deaf(gate, 5), 30s).start();
