@@ -176,7 +176,8 @@ TEST(CommandTests, BadRowsAreCountedAndLeftOut) {
                "1700000003,46.6,7.25,1510,90,7,3,4,extra\n");
   const Outcome json = run(folder, "day day.csv --json 2>/dev/null");
   EXPECT_EQ(json.status, 0);
-  EXPECT_NE(json.output.find(R"("rows":6,"skipped":2,"usedForStats":2,"offGlobe":4)"), std::string::npos)
+  EXPECT_NE(json.output.find(R"("rows":6,"skipped":2,"usedForStats":2,"offGlobe":4)"),
+            std::string::npos)
       << json.output;
   const Outcome text = run(folder, "day day.csv --units miles");
   EXPECT_EQ(text.status, 0);
