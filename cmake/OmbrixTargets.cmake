@@ -70,8 +70,12 @@ function(ombrix_test name)
                            -Wno-stringop-overflow)
     target_precompile_headers(${name} REUSE_FROM OmbrixTestHeaders)
   endif()
+  set(timeout 120)
+  if(OMBRIX_SANITIZE)
+    set(timeout 600)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
-    TEST_PREFIX ${name}. PROPERTIES TIMEOUT 120 SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
+    TEST_PREFIX ${name}. PROPERTIES TIMEOUT ${timeout} SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
   set_property(GLOBAL APPEND PROPERTY OMBRIX_TEST_PROGRAMS ${name})
 endfunction()
 

@@ -410,7 +410,7 @@ bool SqliteURLCacheFile::evict(std::int64_t bytes) {
     const SqliteReset reset(open_->oldest);
     while (bytes > 0 && rows < budget_.rows && open_->oldest.step()) {
       last = open_->oldest.integer(0);
-      bytes -= open_->oldest.integer(1);
+      bytes -= std::clamp<std::int64_t>(open_->oldest.integer(1), 0, bytes);
       ++rows;
     }
   }
