@@ -112,8 +112,7 @@ describe('the page of a day', () => {
     assert.notEqual(await place(), before);
 
     const atProfile = await readout(page);
-    const badge = await page.locator('.badge').first().boundingBox();
-    await page.mouse.move(badge.x + badge.width / 2, badge.y + badge.height / 2);
+    await page.locator('.badge').first().hover({force: true});
     assert.notDeepEqual(await readout(page), atProfile);
 
     await page.getByRole('button', {name: 'Over distance'}).click();
