@@ -1,7 +1,5 @@
 #include "Examples/HostApp/ReportLine.hpp"
 
-#include <fmt/format.h>
-
 #include "Examples/HostApp/StyledText.hpp"
 #include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
 
@@ -13,10 +11,6 @@ std::string styled(const std::optional<platform::NSAttributedString>& text) {
 }
 
 }  // namespace
-
-std::string reportLine(std::string_view label, std::string_view shown) {
-  return fmt::format("  {:<18} {}\n", label, shown);
-}
 
 std::string styledValue(OmbrixMeasurementFormatter::MeasurementFormat format, double number) {
   OmbrixMeasurementFormatter formatter(format);
