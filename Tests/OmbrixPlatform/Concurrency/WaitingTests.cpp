@@ -5,6 +5,7 @@
 #include <atomic>
 #include <memory>
 #include <semaphore>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -21,13 +22,15 @@ using namespace std::chrono_literals;
 struct Gate {
   std::atomic<int> asked = 0, stopped = 0;
   std::counting_semaphore<> entered{0}, open{0};
+  std::stop_token ownStop;  // of the work that entered last
 
   // Owns itself, as work that heeds no request to stop must.
   static Async<int> deaf(std::shared_ptr<Gate> gate, int result) {
+    const TaskContext& context = co_await currentContext;
+    gate->ownStop = context.stopToken;
     ++gate->asked;
     gate->entered.release();
     gate->open.acquire();
-    const TaskContext& context = co_await currentContext;
     if (context.stopToken.stop_requested()) ++gate->stopped;
     if (result < 0) throw Error("failed");
     co_return result;
@@ -107,6 +110,8 @@ TEST(WaitingTests, WaitsEndAtOnceAndOwnWorkIsAskedToStop) {
           EXPECT_THROW(waiting.get(), TimeoutError);
           break;
       }
+      // An inner wait learns that it is over in a turn of its own, and then asks its work to stop.
+      while (owns && !deaf->ownStop.stop_requested()) std::this_thread::yield();
       deaf->open.release();
       if (ending != Ending::failure) failing->open.release();
       while (deaf.use_count() > 1 || failing.use_count() > 1) std::this_thread::yield();
