@@ -12,7 +12,7 @@
 #include "Examples/HostApp/Commands.hpp"
 #include "Examples/HostApp/WholeFile.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
-#include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Services.hpp"
 

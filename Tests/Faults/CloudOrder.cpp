@@ -17,7 +17,7 @@
 #include "Faults/FaultRun.hpp"
 #include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
-#include "OmbrixPlatform/Defaults/Detail/EtcdMessages.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EtcdServer.hpp"

@@ -14,7 +14,7 @@
 #include <sstream>
 #include <string>
 
-#include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 

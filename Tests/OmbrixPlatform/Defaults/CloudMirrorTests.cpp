@@ -1,7 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix::platform::detail {

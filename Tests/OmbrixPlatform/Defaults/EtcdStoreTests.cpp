@@ -8,7 +8,7 @@
 #include <mutex>
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
-#include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"

@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Defaults/Detail/EtcdSync.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdSync.hpp"
 
 #include <algorithm>
 #include <future>

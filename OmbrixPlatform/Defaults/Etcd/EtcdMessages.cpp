@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Defaults/Detail/EtcdMessages.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
 
 #include <charconv>
 #include <utility>

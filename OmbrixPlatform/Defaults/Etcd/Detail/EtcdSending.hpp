@@ -10,8 +10,8 @@
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
-#include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
-#include "OmbrixPlatform/Defaults/Detail/EtcdClient.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdClient.hpp"
 #include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
 
 namespace ombrix::platform::detail {

@@ -11,7 +11,7 @@
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
 #include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
-#include "OmbrixPlatform/Defaults/Detail/EtcdMessages.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
 
 namespace ombrix::platform::detail {
 

@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Defaults/Detail/CertificateAuthorities.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CertificateAuthorities.hpp"
 
 #include <openssl/err.h>
 #include <openssl/x509.h>

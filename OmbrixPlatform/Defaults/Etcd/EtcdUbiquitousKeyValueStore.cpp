@@ -1,9 +1,9 @@
-#include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 
 #include <utility>
 
-#include "OmbrixPlatform/Defaults/Detail/CertificateAuthorities.hpp"
-#include "OmbrixPlatform/Defaults/Detail/EtcdSync.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CertificateAuthorities.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdSync.hpp"
 
 namespace ombrix::platform {
 namespace {

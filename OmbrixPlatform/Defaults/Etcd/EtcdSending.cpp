@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Defaults/Detail/EtcdSending.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdSending.hpp"
 
 #include <sys/file.h>
 #include <sys/stat.h>

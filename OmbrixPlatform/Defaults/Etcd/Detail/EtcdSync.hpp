@@ -14,9 +14,9 @@
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
-#include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
-#include "OmbrixPlatform/Defaults/Detail/EtcdClient.hpp"
-#include "OmbrixPlatform/Defaults/Detail/EtcdSending.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdClient.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdSending.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 

@@ -9,9 +9,9 @@
 #include <string_view>
 #include <vector>
 
-#include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
-#include "OmbrixPlatform/Defaults/Detail/EtcdMessages.hpp"
-#include "OmbrixPlatform/Defaults/EtcdUbiquitousKeyValueStore.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 
 namespace ombrix::platform::detail {

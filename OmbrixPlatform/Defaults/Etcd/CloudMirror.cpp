@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Defaults/Detail/CloudMirror.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
 
 #include <algorithm>
 #include <map>

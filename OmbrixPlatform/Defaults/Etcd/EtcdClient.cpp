@@ -1,10 +1,10 @@
-#include "OmbrixPlatform/Defaults/Detail/EtcdClient.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdClient.hpp"
 
 #include <chrono>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "OmbrixPlatform/Defaults/Detail/CertificateAuthorities.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CertificateAuthorities.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
 
 namespace ombrix::platform::detail {
