@@ -70,9 +70,9 @@ function(ombrix_test name)
                            -Wno-stringop-overflow)
     target_precompile_headers(${name} REUSE_FROM OmbrixTestHeaders)
   endif()
-  set(timeout 120)
+  set(timeout 300)  # seconds; a hang is told late rather than a loaded machine taken for one
   if(OMBRIX_SANITIZE)
-    set(timeout 600)
+    set(timeout 900)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     TEST_PREFIX ${name}. PROPERTIES TIMEOUT ${timeout} SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")

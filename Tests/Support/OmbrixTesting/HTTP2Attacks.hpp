@@ -66,7 +66,7 @@ inline const std::vector<HTTP2Attack>& http2Attacks() {
       {"window overflows",    [](auto s) { return Reply{S::frame(F::windowUpdate, 0, 0, S::number(0x7FFFFFFF)) + S::frame(F::windowUpdate, 0, 0, S::number(0x7FFFFFFF)) + whole(s)}; }},
       {"endless header",      [](auto s) { return Reply{S::frame(F::headers, 0, s, ok) + many(500, S::frame(F::continuation, 0, s, many(90, S::field("x", std::string(100, 'y')))))}; }},
       {"many fields",         [](auto s) { return Reply{S::headers(s, ok + many(3'000, S::field("x", ""))) + S::data(s, "abc", S::kEndStream)}; }},
-      {"ends in a flood",     [](auto s) { return Reply{many(20'000, ping) + many(5'000, S::frame(F::settings, 0, 0, "")) + many(5'000, S::headers(s, S::field(":status", "103"))) + S::reset(s, 2)}; }},
+      {"ends in a flood",     [](auto s) { return Reply{many(3'000, ping) + many(2'000, S::frame(F::settings, 0, 0, "")) + many(1'000, S::headers(s, S::field(":status", "103"))) + S::reset(s, 2)}; }},
   };
   // clang-format on
   return attacks;
