@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "Examples/HostApp/CloudStore.hpp"
-#include "Examples/HostApp/Commands.hpp"
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Service/CloudStore.hpp"
 #include "OmbrixCore/Extensions/Version.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "Examples/HostApp/Days/SampleDay.hpp"
 #include "Examples/HostApp/Page/Drawing.hpp"
 #include "Examples/HostApp/Page/ValueHTML.hpp"
-#include "Examples/HostApp/SampleDay.hpp"
 
 namespace ombrix::hostapp {
 namespace {

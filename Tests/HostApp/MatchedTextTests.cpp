@@ -1,4 +1,4 @@
-#include "Examples/HostApp/MatchedText.hpp"
+#include "Examples/HostApp/Terminal/MatchedText.hpp"
 
 #include <gtest/gtest.h>
 

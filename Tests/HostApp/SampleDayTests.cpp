@@ -1,4 +1,4 @@
-#include "Examples/HostApp/SampleDay.hpp"
+#include "Examples/HostApp/Days/SampleDay.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "Examples/HostApp/StyledText.hpp"
+#include "Examples/HostApp/Terminal/StyledText.hpp"
 
 #include <gtest/gtest.h>
 

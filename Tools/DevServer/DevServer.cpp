@@ -11,8 +11,8 @@
 #include <utility>
 
 #include "OmbrixPlatform/Values/Error.hpp"
-#include "Tools/DevServer/Connection.hpp"
-#include "Tools/DevServer/ServerCore.hpp"
+#include "Tools/DevServer/HTTP/Connection.hpp"
+#include "Tools/DevServer/Service/ServerCore.hpp"
 
 namespace ombrix::devserver {
 

@@ -10,10 +10,10 @@
 #include <string_view>
 #include <vector>
 
-#include "Tools/DevServer/Certificates.hpp"
-#include "Tools/DevServer/HTTPMessage.hpp"
-#include "Tools/DevServer/Journal.hpp"
-#include "Tools/DevServer/Router.hpp"
+#include "Tools/DevServer/HTTP/Certificates.hpp"
+#include "Tools/DevServer/HTTP/HTTPMessage.hpp"
+#include "Tools/DevServer/Routes/Router.hpp"
+#include "Tools/DevServer/Service/Journal.hpp"
 
 namespace ombrix::devserver {
 

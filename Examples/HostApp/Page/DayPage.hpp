@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "Examples/HostApp/RecordedDay.hpp"
+#include "Examples/HostApp/Days/RecordedDay.hpp"
 
 namespace ombrix::hostapp {
 

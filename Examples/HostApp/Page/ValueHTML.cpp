@@ -2,7 +2,7 @@
 
 #include <variant>
 
-#include "Examples/HostApp/StyledText.hpp"
+#include "Examples/HostApp/Terminal/StyledText.hpp"
 #include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 

@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "Tools/DevServer/Certificates.hpp"
+#include "Tools/DevServer/HTTP/Certificates.hpp"
 
 namespace ombrix::testing {
 

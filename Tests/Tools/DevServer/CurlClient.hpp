@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "OmbrixTesting/TestServer.hpp"
-#include "Tools/DevServer/HTTPMessage.hpp"
+#include "Tools/DevServer/HTTP/HTTPMessage.hpp"
 
 namespace ombrix::devserver {
 

@@ -7,7 +7,7 @@
 #include "OmbrixTesting/TestServer.hpp"
 #include "Tests/Tools/DevServer/CurlClient.hpp"
 #include "Tests/Tools/DevServer/RawClient.hpp"
-#include "Tools/DevServer/Faults.hpp"
+#include "Tools/DevServer/Service/Faults.hpp"
 
 namespace ombrix::devserver {
 namespace {

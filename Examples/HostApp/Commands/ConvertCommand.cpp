@@ -1,0 +1,136 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <vector>
+
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Files/TrackFile.hpp"
+#include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Terminal/Terminal.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct Options {
+  std::string in, out;
+  std::string from, to;
+};
+
+std::vector<std::string> words(std::span<const char* const> all) {
+  return {all.begin(), all.end()};
+}
+
+/// What became of one track.
+struct Converted {
+  std::size_t fixes = 0;    ///< Written.
+  std::size_t leftOut = 0;  ///< Rows and points that are no fix, or none that can be written.
+};
+
+/// Reads one file and writes another one; a track without a fix writes nothing.
+Converted convertFile(const std::string& in, const std::string& out,
+                      std::optional<TrackFormat> from, TrackFormat to) {
+  const Track track = readTrackFile(in, from);
+  const std::size_t fixes = writableFixes(track);
+  const Converted converted{fixes, track.skipped + track.fixes.size() - fixes};
+  if (fixes == 0) {
+    throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", in, converted.leftOut));
+  }
+  const std::string text = ombrix::writeTrack(track, to);
+  // What a write reports, the stream keeps for when it is closed.
+  writeFile(out,
+            [&](const auto& stream) { static_cast<void>(stream->write(platform::bytesOf(text))); });
+  return converted;
+}
+
+std::vector<fs::path> tracksIn(const fs::path& folder) {
+  std::vector<fs::path> tracks;
+  for (const auto& entry : fs::directory_iterator(folder)) {
+    if (entry.is_regular_file() && trackFormatOfFile(entry.path().filename().string())) {
+      tracks.push_back(entry.path());
+    }
+  }
+  std::ranges::sort(tracks);
+  return tracks;
+}
+
+/// The file that a folder's track becomes. One that is a track of the folder itself, or that
+/// another track becomes as well, is not to be written over.
+fs::path outputFor(const fs::path& track, const Options& options, std::set<fs::path>& taken) {
+  fs::path out = fs::path(options.out) / track.filename();
+  out.replace_extension(options.to);
+  std::error_code isNew;
+  const bool isOwn =
+      fs::equivalent(fs::path(options.in), fs::path(options.out), isNew) && fs::exists(out);
+  if (isOwn || !taken.insert(out).second) {
+    throw CommandFailure(
+        fmt::format("{} is left out: {} is another track", track.string(), out.string()));
+  }
+  return out;
+}
+
+/// Converts all tracks of a folder into another one. What cannot be converted is told and passed
+/// over; the command fails at its end then.
+void convertFolder(const Options& options, TrackFormat to) {
+  const auto tracks = tracksIn(options.in);
+  if (tracks.empty()) throw CommandFailure(fmt::format("there is no track in {}", options.in));
+  fs::create_directories(options.out);
+  std::set<fs::path> taken;
+  std::size_t done = 0, failed = 0, leftOut = 0;
+  {
+    ProgressBar bar("Converting");
+    for (const fs::path& track : tracks) {
+      try {
+        const fs::path out = outputFor(track, options, taken);
+        leftOut +=
+            convertFile(track.string(), out.string(), trackFormatNamed(options.from), to).leftOut;
+      } catch (const CommandFailure& failure) {
+        ++failed;
+        fmt::print(stderr, "ombrix: {}\n", failure.what());
+      }
+      bar.show(++done, tracks.size());
+    }
+  }
+  fmt::print("Wrote {} tracks to {} ({} points skipped)\n", tracks.size() - failed, options.out,
+             leftOut);
+  if (failed > 0) throw CommandFailure(fmt::format("{} tracks could not be converted", failed));
+}
+
+void convert(const Options& options) {
+  const auto to =
+      options.to.empty() ? trackFormatOfFile(options.out) : trackFormatNamed(options.to);
+  if (!to || *to == TrackFormat::fit) {
+    throw CLI::ValidationError("OUT ends in .csv, .gpx, .tcx or .geojson, or --to says what it is");
+  }
+  if (options.in != "-" && fs::is_directory(options.in)) {
+    if (options.to.empty()) throw CLI::ValidationError("a folder needs --to");
+    return convertFolder(options, *to);
+  }
+  const Converted converted =
+      convertFile(options.in, options.out, trackFormatNamed(options.from), *to);
+  fmt::print(noticesBeside(options.out), "Wrote {} fixes to {} ({} skipped)\n", converted.fixes,
+             options.out, converted.leftOut);
+}
+
+}  // namespace
+
+void addConvertCommand(CLI::App& app) {
+  const auto options = std::make_shared<Options>();
+  CLI::App* command =
+      app.add_subcommand("convert", "Reads a track of one format and writes it in another one");
+  command->add_option("IN", options->in, "The track, or a folder of tracks; - for standard input")
+      ->required();
+  command->add_option("OUT", options->out, "The file or folder to write; - for standard output")
+      ->required();
+  command->add_option("--from", options->from, "What IN is, whatever its name says")
+      ->check(CLI::IsMember(words(kTrackFormatWords)));
+  command->add_option("--to", options->to, "What OUT is to be, whatever its name says")
+      ->check(CLI::IsMember(words(kWrittenFormatWords)));
+  command->callback([options] { convert(*options); });
+}
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,50 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Files/WholeFile.hpp"
+#include "OmbrixCore/Location/GeoJSON.hpp"
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
+#include "OmbrixPlatform/Coding/CodingError.hpp"
+#include "OmbrixPlatform/Coding/JSONDecoder.hpp"
+#include "OmbrixPlatform/Coding/JSONEncoder.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+GeoJSONGeometry readGeometry(const std::string& path) {
+  const platform::Data bytes = readWholeFile(path);
+  try {
+    return platform::JSONDecoder().decode<GeoJSONGeometry>(bytes);
+  } catch (const platform::DecodingError& error) {
+    throw CommandFailure(fmt::format("{} is no geometry: {}", path, error.what()));
+  }
+}
+
+}  // namespace
+
+void addGeoJSONCommand(CLI::App& app) {
+  const auto path = std::make_shared<std::string>();
+  CLI::App* command =
+      app.add_subcommand("geojson", "Reads and checks a geometry object, and prints it anew");
+  command->add_option("FILE", *path, "A GeoJSON point, line string or polygon")->required();
+  command->callback([path] {
+    const platform::Data text = platform::JSONEncoder().encode(readGeometry(*path));
+    fmt::print("{}\n", platform::textOf(text));
+  });
+}
+
+void writeLineString(const std::string& path, std::span<const CLLocation> fixes) {
+  GeoJSONLineString line;
+  line.coordinates.reserve(fixes.size());
+  for (const CLLocation& fix : fixes) {
+    if (isOnGlobe(fix)) line.coordinates.push_back(fix.coordinate);
+  }
+  const platform::Data bytes = platform::JSONEncoder().encode(line);
+  // What a write reports, the stream keeps for when it is closed.
+  writeFile(path, [&bytes](const auto& stream) { static_cast<void>(stream->write(bytes)); });
+}
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,37 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <limits>
+#include <memory>
+
+#include "Examples/HostApp/Commands/Arguments.hpp"
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Days/SampleDay.hpp"
+#include "Examples/HostApp/Files/TrackFile.hpp"
+#include "Examples/HostApp/Files/WholeFile.hpp"
+
+namespace ombrix::hostapp {
+
+void addSampleCommand(CLI::App& app) {
+  struct Options {
+    std::string path;
+    SampleDayOptions day;
+  };
+  const auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("sample", "Makes up a day of skiing and writes its track");
+  command->add_option("OUT", options->path, "The track file to write; - for standard output")
+      ->required();
+  command->add_option("--seed", options->day.seed, "Equal seeds give equal days")
+      ->check(wholeNumberBetween(0, std::numeric_limits<long long>::max()))
+      ->capture_default_str();
+  command->add_option("--runs", options->day.runs, "Lift rides, each followed by a run")
+      ->check(wholeNumberBetween(1, 100))
+      ->capture_default_str();
+  command->callback([options] {
+    const auto fixes = makeSampleDay(options->day);
+    writeTrack(options->path, fixes);
+    fmt::print(noticesBeside(options->path), "Wrote {} fixes to {}\n", fixes.size(), options->path);
+  });
+}
+
+}  // namespace ombrix::hostapp

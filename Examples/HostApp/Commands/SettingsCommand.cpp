@@ -1,0 +1,133 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <array>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "Examples/HostApp/Commands/Arguments.hpp"
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Service/CloudStore.hpp"
+#include "OmbrixCore/Settings/OmbrixSettings.hpp"
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+/// One setting as the command line shows and takes it.
+struct Setting {
+  const char* name;
+  std::vector<std::string> values;
+  std::string (*get)();
+  void (*set)(const std::string& value);
+};
+
+OmbrixSettings& settings() { return OmbrixSettings::shared(); }
+std::string text(bool value) { return value ? "true" : "false"; }
+
+const std::array<Setting, 3>& allSettings() {
+  static const std::array<Setting, 3> all = {{
+      {"metricType",
+       {"kilometers", "miles", "british"},
+       [] { return settings().metricType(); },
+       [](const std::string& value) { settings().setMetricType(value); }},
+      {"syncPreferences",
+       {"true", "false"},
+       [] { return text(settings().syncPreferences()); },
+       [](const std::string& value) { settings().setSyncPreferences(value == "true"); }},
+      {"extraLogging",
+       {"true", "false"},
+       [] { return text(settings().extraLogging()); },
+       [](const std::string& value) { settings().setExtraLogging(value == "true"); }},
+  }};
+  return all;
+}
+
+const Setting& settingNamed(const std::string& name) {
+  for (const Setting& setting : allSettings()) {
+    if (setting.name == name) return setting;
+  }
+  throw CLI::ValidationError("NAME", fmt::format("there is no setting {:?}", name));
+}
+
+void print(const Setting& setting) {
+  fmt::print("{} = {}\n", setting.name, setting.get());
+  std::fflush(stdout);
+}
+
+/// Prints every change of any setting, by this or another process, until `count` were printed.
+void watch(unsigned count) {
+  std::mutex mutex;
+  std::condition_variable changed;
+  unsigned seen = 0;
+  std::vector<platform::ObservationToken> tokens;
+  for (const Setting& setting : allSettings()) {
+    tokens.push_back(settings().observe(setting.name, platform::KeyValueObservingOptions::none,
+                                        [&](const auto&) {
+                                          print(setting);
+                                          const std::lock_guard lock(mutex);
+                                          ++seen;
+                                          changed.notify_one();
+                                        }));
+  }
+  // The settings begin to observe their defaults on the low-priority queue; go there and back
+  // until they do, so that nothing changed from here on is missed.
+  auto& registering = platform::DispatchQueue::global(platform::DispatchPriority::low);
+  while (!platform::UserDefaults::standardUserDefaults().isObserved("enableExtraLogging")) {
+    registering.sync([] {});
+  }
+  fmt::print("Watching the settings; end with Ctrl-C\n");
+  std::fflush(stdout);
+  std::unique_lock lock(mutex);
+  changed.wait(lock, [&] { return count > 0 && seen >= count; });
+}
+
+}  // namespace
+
+void addSettingsCommand(CLI::App& app) {
+  CLI::App* command = app.add_subcommand("settings", "Shows and changes the user's settings");
+  command->require_subcommand(1);
+  addCloudOptions(*command);
+
+  command->add_subcommand("list", "Prints every setting")->callback([] {
+    for (const Setting& setting : allSettings()) print(setting);
+  });
+
+  struct Options {
+    std::string name, value;
+    unsigned count = 0;
+  };
+  const auto options = std::make_shared<Options>();
+  CLI::App* get = command->add_subcommand("get", "Prints the value of a setting");
+  get->add_option("NAME", options->name, "As in the list")->required();
+  get->callback([options] { fmt::print("{}\n", settingNamed(options->name).get()); });
+
+  CLI::App* set = command->add_subcommand("set", "Changes a setting");
+  set->add_option("NAME", options->name, "As in the list")->required();
+  set->add_option("VALUE", options->value, "kilometers, miles, british; true, false")->required();
+  set->callback([options] {
+    const Setting& setting = settingNamed(options->name);
+    if (std::ranges::find(setting.values, options->value) == setting.values.end()) {
+      throw CLI::ValidationError("VALUE", fmt::format("{:?} is not one of {}", options->value,
+                                                      fmt::join(setting.values, ", ")));
+    }
+    setting.set(options->value);
+    if (!platform::UserDefaults::standardUserDefaults().synchronize()) {
+      throw CommandFailure("the setting could not be saved");
+    }
+    if (settings().syncPreferences()) bringCloudUpToDate();
+  });
+
+  CLI::App* watching = command->add_subcommand("watch", "Prints each change, from any process");
+  watching->add_option("--count", options->count, "End after this many changes")
+      ->check(wholeNumberBetween(0, kMostToCount));
+  watching->callback([options] { watch(options->count); });
+
+  addSyncCommand(*command);
+  addCompanionCommand(*command);
+}
+
+}  // namespace ombrix::hostapp

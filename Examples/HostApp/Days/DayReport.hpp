@@ -1,0 +1,12 @@
+#pragma once
+
+#include <string>
+
+#include "Examples/HostApp/Days/RecordedDay.hpp"
+
+namespace ombrix::hostapp {
+
+/// The day as lines of text in the user's units and language: its figures, then its rides.
+std::string dayReport(const RecordedDay& recorded);
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,138 @@
+#include "Examples/HostApp/Days/RecentDays.hpp"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "OmbrixCore/Extensions/FileManager+Utils.hpp"
+
+namespace ombrix::hostapp {
+namespace {
+
+constexpr const char* kOrderFile = "recent-days.plist";
+
+const FileManager& files() { return FileManager::defaultManager(); }
+
+platform::URL sharedFolder() {
+  return files().groupContainerApplicationSupport().value_or(files().applicationSupport());
+}
+
+double startOf(const std::string& key) { return std::strtod(key.c_str(), nullptr); }
+
+}  // namespace
+
+RecentDays::Shelf::Shelf(const platform::URL& url)
+    : folder(url),
+      daysFolder(folder.appendingPathComponent("Days", true)),
+      order(folder.appendingPathComponent(kOrderFile, false)),
+      days(daysFolder) {}
+
+/// The keys of the files that are there, in their order; files that the order does not name come
+/// behind, the latest day first. Before the first day there is no file, which is no failure to be
+/// logged.
+std::vector<std::string> RecentDays::Shelf::keys() const {
+  std::vector<std::string> names = days.keys().get();
+  std::vector<std::string> keys;
+  if (order.exists()) keys = order.value().value_or(std::vector<std::string>());
+  std::erase_if(keys, [&](const auto& key) { return std::erase(names, key) == 0; });
+  std::ranges::sort(names, std::ranges::greater(), startOf);
+  keys.insert(keys.end(), names.begin(), names.end());
+  return keys;
+}
+
+/// Removes a day; what cannot be read stays: it may be no day, or be read the next time.
+void RecentDays::Shelf::remove(const std::string& key) const {
+  if (days.value(key).get()) days.purge(key).get();
+}
+
+RecentDays::RecentDays()
+    : shelf_(sharedFolder()),
+      coordinator_(nullptr, files().groupContainer().value_or(shelf_.folder)) {}
+
+/// Runs the body while no other program is at the days.
+platform::FileResult<void> RecentDays::alone(const std::function<void()>& body) const {
+  return coordinator_.coordinateWritingItemAtURL(shelf_.daysFolder,
+                                                 platform::NSFileCoordinator::WritingOptions::none,
+                                                 [&](const platform::URL&) { body(); });
+}
+
+void RecentDays::remember(const RecordedDay& recorded) {
+  const DayTotals& totals = recorded.day.totals;
+  if (!totals.begin) return;
+  const double start = platform::timeIntervalSince1970(*totals.begin);
+  const std::string key = fmt::format("{:.0f}", start);
+  const RememberedDay kept{recorded.title, start, totals.all.distanceMeters,
+                           totals.all.descentMeters};
+  bool isKept = false;
+  const auto access = alone([&] {
+    adoptOlder();
+    shelf_.days.store(kept, key).get();
+    if (!shelf_.days.exists(key).get() || shelf_.days.value(key).get() != kept) return;
+    auto keys = shelf_.keys();
+    std::erase(keys, key);
+    keys.insert(keys.begin(), key);
+    tidy(keys);
+    keys = shelf_.keys();
+    isKept = !keys.empty() && keys.front() == key;
+  });
+  if (!access) throw CommandFailure(fmt::format("the day is not kept: {}", access.error().what()));
+  if (!isKept) throw CommandFailure("the day is not kept; see ombrix log");
+}
+
+/// Makes files and order what the keys say, no more than the most.
+void RecentDays::tidy(std::vector<std::string> keys) {
+  for (; keys.size() > kMostDays; keys.pop_back()) shelf_.remove(keys.back());
+  shelf_.order.setValue(keys);
+}
+
+/// Takes over the days of the application's own folder, where they lay before there was a
+/// container.
+void RecentDays::adoptOlder() {
+  if (shelf_.folder == files().applicationSupport()) return;
+  const Shelf older(files().applicationSupport());
+  const auto keys = older.keys();
+  if (keys.empty()) return;
+  auto order = shelf_.keys();
+  bool isComplete = true;
+  for (const std::string& key : keys) {
+    const auto day = older.days.value(key).get();
+    if (day && !shelf_.days.exists(key).get()) {
+      shelf_.days.store(*day, key).get();
+      order.push_back(key);
+    }
+    // What is not here, whatever the reason, stays there; the log says it, the next time again.
+    if (day && shelf_.days.value(key).get()) {
+      older.days.purge(key).get();
+    } else {
+      isComplete = false;
+    }
+  }
+  tidy(order);
+  if (!isComplete) return;
+  older.order.purge();
+  std::error_code stays;
+  std::filesystem::remove(older.daysFolder.path(), stays);
+}
+
+std::vector<RememberedDay> RecentDays::days() {
+  std::vector<RememberedDay> days;
+  const auto read = [&] {
+    for (const std::string& key : shelf_.keys()) {
+      if (auto day = shelf_.days.value(key).get()) days.push_back(std::move(*day));
+    }
+  };
+  const auto access = alone([&] {
+    adoptOlder();
+    const auto keys = shelf_.keys();
+    const auto order = shelf_.order.exists() ? shelf_.order.value() : keys;
+    if (keys.size() > kMostDays || (order && order != keys)) tidy(keys);
+    read();
+  });
+  // On a disk that cannot be written nobody else can be writing.
+  if (!access) read();
+  return days;
+}
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Examples/HostApp/Days/RecordedDay.hpp"
+#include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
+#include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
+
+namespace ombrix::hostapp {
+
+/// What is kept of a day that was summarised.
+struct RememberedDay {
+  std::string title;
+  double startSeconds = 0;  ///< Since 1970.
+  double distanceMeters = 0;
+  double descentMeters = 0;
+
+  friend bool operator==(const RememberedDay&, const RememberedDay&) = default;
+  static constexpr auto kCodingFields =
+      platform::codingFields(platform::field("title", &RememberedDay::title),
+                             platform::field("start", &RememberedDay::startSeconds),
+                             platform::field("distance", &RememberedDay::distanceMeters),
+                             platform::field("descent", &RememberedDay::descentMeters));
+};
+
+/// The last days that were summarised, in the list and on the disk alike: in the app group's
+/// container where there is one, else in the application's folder. Programs that do this at once
+/// take turns.
+class RecentDays {
+ public:
+  static constexpr std::size_t kMostDays = 400;
+
+  RecentDays();
+
+  /// Puts a day in front; one with the same start takes the older one's place. Days without a fix
+  /// are not kept. Returns when it is on disk; throws `CommandFailure` when it cannot be kept.
+  void remember(const RecordedDay& recorded);
+
+  /// The days, the one summarised last first; those whose file is gone are forgotten.
+  [[nodiscard]] std::vector<RememberedDay> days();
+
+ private:
+  /// A folder of days and the order in which they were summarised.
+  struct Shelf {
+    explicit Shelf(const platform::URL& url);
+
+    [[nodiscard]] std::vector<std::string> keys() const;
+    void remove(const std::string& key) const;
+
+    platform::URL folder, daysFolder;
+    // Written before the call returns: a command ends as soon as it is done.
+    PlistFileStore<std::vector<std::string>> order;  ///< Keys into `days`, the last one first.
+    PlistKeyedItemStore<RememberedDay> days;
+  };
+
+  [[nodiscard]] platform::FileResult<void> alone(const std::function<void()>& body) const;
+  void tidy(std::vector<std::string> keys);
+  void adoptOlder();
+
+  Shelf shelf_;
+  platform::NSFileCoordinator coordinator_;
+};
+
+}  // namespace ombrix::hostapp

@@ -1,0 +1,155 @@
+#include "Examples/HostApp/Files/WholeFile.hpp"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <random>
+
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
+
+namespace ombrix::hostapp {
+
+namespace fs = std::filesystem;
+
+platform::Data readWholeFile(const std::string& path) {
+  auto contents =
+      platform::FileManager::defaultManager().contents(platform::URL::fileURL(path, false));
+  if (!contents) throw CommandFailure(contents.error().what());
+  return *std::move(contents);
+}
+
+namespace {
+
+using platform::OutputStream;
+using Write = std::function<void(const std::shared_ptr<OutputStream>&)>;
+
+[[noreturn]] void fail(const std::string& path, const std::string& why) {
+  throw CommandFailure(fmt::format("cannot write {}: {}", path, why));
+}
+
+[[noreturn]] void failWithErrno(const std::string& path) { fail(path, std::strerror(errno)); }
+
+/// What a path stands for.
+struct Target {
+  fs::path path;                  ///< Without links at its end.
+  std::optional<int> descriptor;  ///< Of this process, as behind /dev/stdout.
+};
+
+/// Follows links one by one, since what the name of a descriptor links to is no path.
+Target resolved(const std::string& path) {
+  if (path == "-") return {path, STDOUT_FILENO};
+  constexpr int kMostLinks = 40;
+  Target target{path, std::nullopt};
+  for (int links = 0; links < kMostLinks; ++links) {
+    std::error_code error;
+    const auto parent = target.path.parent_path();
+    const auto folder = fs::canonical(parent.empty() ? "." : parent, error);
+    if (error) fail(path, error.message());
+    const std::string name = target.path.filename().string();
+    int number = 0;
+    if (folder == fmt::format("/proc/{}/fd", ::getpid()) &&
+        std::from_chars(name.data(), name.data() + name.size(), number).ec == std::errc{}) {
+      return {target.path, number};
+    }
+    target.path = folder / name;
+    const auto next = fs::read_symlink(target.path, error);
+    if (error) return target;
+    target.path = folder / next;
+  }
+  fail(path, std::strerror(ELOOP));
+}
+
+/// Runs the closure on an open descriptor, and ends the command when not all went well.
+void writeTo(int descriptor, platform::DescriptorOwnership ownership, const std::string& path,
+             const Write& write) {
+  const std::shared_ptr stream = OutputStream::withDescriptor(descriptor, ownership);
+  if (const auto opened = stream->open(); !opened) fail(path, opened.error().what());
+  write(stream);
+  stream->close();
+  if (const auto& error = stream->streamError()) fail(path, error->what());
+}
+
+void writeStraight(const fs::path& target, int flags, const std::string& path, const Write& write) {
+  const int descriptor = ::open(target.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC | flags);
+  if (descriptor < 0) failWithErrno(path);
+  writeTo(descriptor, platform::DescriptorOwnership::owned, path, write);
+}
+
+/// A new file that is not seen under its name yet; gone with its owner unless it is published.
+class UnpublishedFile {
+ public:
+  explicit UnpublishedFile(const fs::path& folder, mode_t mode) {
+    std::random_device random;
+    do {
+      path_ = folder / fmt::format(".ombrix-{:08x}{:08x}", random(), random());
+      descriptor_ = ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
+    } while (descriptor_ < 0 && errno == EEXIST);
+  }
+  ~UnpublishedFile() {
+    if (descriptor_ < 0) return;
+    ::close(descriptor_);
+    if (!isPublished_) ::unlink(path_.c_str());
+  }
+  UnpublishedFile(const UnpublishedFile&) = delete;
+  UnpublishedFile& operator=(const UnpublishedFile&) = delete;
+
+  [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
+
+  /// Gives it another file's owner and mode, in this order, since a new owner clears bits of the
+  /// mode; false when it may not.
+  [[nodiscard]] bool resemble(const struct stat& other) const noexcept {
+    return ::fchown(descriptor_, other.st_uid, other.st_gid) == 0 &&
+           ::fchmod(descriptor_, other.st_mode & 07777) == 0;
+  }
+
+  [[nodiscard]] bool publish(const fs::path& target) noexcept {
+    isPublished_ = ::fsync(descriptor_) == 0 && ::rename(path_.c_str(), target.c_str()) == 0;
+    return isPublished_;
+  }
+
+ private:
+  fs::path path_;
+  int descriptor_ = -1;
+  bool isPublished_ = false;
+};
+
+}  // namespace
+
+void writeFile(const std::string& path, const Write& write) {
+  const Target target = resolved(path);
+  if (target.descriptor) {
+    std::fflush(stdout);
+    return writeTo(*target.descriptor, platform::DescriptorOwnership::borrowed, path, write);
+  }
+  struct stat older{};
+  const bool exists = ::stat(target.path.c_str(), &older) == 0;
+  if (!exists && errno != ENOENT) failWithErrno(path);
+  if (exists && !S_ISREG(older.st_mode)) return writeStraight(target.path, 0, path, write);
+  // A file that is protected against writing is not to be replaced either.
+  if (exists && ::access(target.path.c_str(), W_OK) != 0) failWithErrno(path);
+  const auto writeInPlace = [&] { writeStraight(target.path, O_TRUNC, path, write); };
+  if (exists && older.st_nlink > 1) return writeInPlace();
+
+  UnpublishedFile fresh(target.path.parent_path(), exists ? 0600 : 0666);
+  if (fresh.descriptor() < 0) {
+    if (exists && (errno == EACCES || errno == EPERM)) return writeInPlace();
+    failWithErrno(path);
+  }
+  if (exists && !fresh.resemble(older)) return writeInPlace();
+  writeTo(fresh.descriptor(), platform::DescriptorOwnership::borrowed, path, write);
+  if (!fresh.publish(target.path)) failWithErrno(path);
+}
+
+std::FILE* noticesBeside(const std::string& path) {
+  return resolved(path).descriptor == STDOUT_FILENO ? stderr : stdout;
+}
+
+}  // namespace ombrix::hostapp

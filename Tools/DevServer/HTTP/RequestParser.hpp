@@ -1,0 +1,62 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Tools/DevServer/HTTP/HTTPMessage.hpp"
+
+namespace ombrix::devserver {
+
+/// Reads HTTP/1.1 requests from bytes as they come. Not synchronised.
+class RequestParser {
+ public:
+  enum class State {
+    incomplete,     ///< Takes more bytes.
+    wantsContinue,  ///< The head is read and the client waits for "100 Continue"; go on after it.
+    complete,       ///< `take` gives the request.
+    failed,         ///< No request; answer with `failure` and close.
+  };
+  struct Failure {
+    int status = 0;
+    std::string_view message;
+  };
+
+  /// @param mostBodyBytes Bodies above that fail with status 413.
+  explicit RequestParser(std::size_t mostBodyBytes) : mostBodyBytes_(mostBodyBytes) {}
+
+  /// Reads from the front of `bytes`, which is shortened by what was read.
+  State parse(std::string_view& bytes);
+
+  /// Gives the complete request away and begins anew.
+  Request take();
+
+  [[nodiscard]] const Failure& failure() const noexcept { return failure_; }
+  /// Whether some of a request has been read.
+  [[nodiscard]] bool isInside() const noexcept { return phase_ != Phase::head; }
+
+ private:
+  enum class Phase { head, sizedBody, chunkSize, chunk, chunkEnd, trailers, complete, failed };
+
+  State parseHead(std::string_view& bytes);
+  bool parseRequestLine(std::string_view line);
+  bool parseField(std::string_view line);
+  bool chooseFraming();
+  State parseBody(std::string_view& bytes);
+  bool advance(std::string_view& bytes);
+  void beginChunk(std::string_view line);
+  std::optional<std::string_view> readLine(std::string_view& bytes);
+  void takeBody(std::string_view& bytes);
+  bool fail(int status, std::string_view message);
+
+  std::size_t mostBodyBytes_;
+  Phase phase_ = Phase::head;
+  std::size_t scanned_ = 0;  // bytes of the unread head without an end
+  std::uint64_t remaining_ = 0;
+  Request request_;
+  Failure failure_;
+};
+
+}  // namespace ombrix::devserver

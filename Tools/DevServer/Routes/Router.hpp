@@ -1,0 +1,55 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Tools/DevServer/HTTP/HTTPMessage.hpp"
+
+namespace ombrix::devserver {
+
+/// Answers a request; on the server's thread, so it must not block.
+using Handler = std::function<Response(const Request&)>;
+
+/// Whether a route asks for a token.
+enum class Access { open, needsToken };
+
+/// Finds the handler of a request. Any thread.
+class Router {
+ public:
+  struct Route {
+    std::string method;  // "*" for all
+    Access access = Access::open;
+    Handler handler;
+  };
+  struct Match {
+    std::shared_ptr<const Route> route;  // null when there is none
+    std::string rest;                    // what "*" stands for
+    std::string allowed;                 // methods of the path when the method has no route
+  };
+
+  /// Adds a route; of equal ones the last counts.
+  ///
+  /// @param method As in the request line; "*" for all. GET serves HEAD too.
+  /// @param path A path, or the start of paths when it ends with "/*".
+  void add(std::string method, std::string_view path, Access access, Handler handler);
+
+  /// The route of the longest path that fits.
+  [[nodiscard]] Match match(const Request& request) const;
+
+ private:
+  using Routes = std::vector<std::shared_ptr<const Route>>;
+
+  static std::shared_ptr<const Route> choose(const Routes& routes, std::string_view method,
+                                             std::string& allowed);
+
+  mutable std::mutex mutex_;
+  std::unordered_map<std::string, Routes> exact_;
+  std::vector<std::pair<std::string, Routes>> prefixes_;
+};
+
+}  // namespace ombrix::devserver

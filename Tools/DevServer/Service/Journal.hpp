@@ -1,0 +1,70 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "Tools/DevServer/HTTP/HTTPMessage.hpp"
+
+namespace ombrix::devserver {
+
+/// What a server has seen so far.
+struct Counters {
+  std::uint64_t requests = 0;         ///< Received whole.
+  std::uint64_t connections = 0;      ///< Accepted.
+  std::uint64_t openConnections = 0;  ///< Of these, open now.
+  std::uint64_t inFlight = 0;         ///< Requests received and not answered to the end.
+  std::uint64_t mostInFlight = 0;     ///< The most of these at any time.
+  std::uint64_t held = 0;             ///< Answers that wait at a gate now.
+
+  friend bool operator==(const Counters&, const Counters&) = default;
+};
+
+/// Counts what a server does and keeps the last requests. Any thread.
+class Journal {
+ public:
+  /// @param mostRequests How many requests are kept, the last ones; 0 keeps and counts no paths.
+  /// @param mostBodyBytes Bodies are kept up to that length.
+  Journal(std::size_t mostRequests, std::size_t mostBodyBytes)
+      : mostRequests_(mostRequests), mostBodyBytes_(mostBodyBytes) {}
+
+  void connectionOpened();
+  void connectionClosed();
+  void requestBegan(const std::shared_ptr<const Request>& request);
+  void requestEnded();
+  void holdBegan();
+  void holdEnded();
+
+  [[nodiscard]] Counters counters() const;
+  [[nodiscard]] std::uint64_t requestCount(const std::string& path) const;
+  [[nodiscard]] std::vector<std::shared_ptr<const Request>> requests(std::string_view path) const;
+  void forgetRequests();
+
+  /// Waits until the counters are as wanted; false when they are not in time.
+  bool waitUntil(const std::function<bool(const Counters&)>& areWanted,
+                 std::chrono::steady_clock::duration timeout) const;
+
+ private:
+  template <class Change>
+  void change(Change&& how);
+  void keep(const std::shared_ptr<const Request>& request);
+
+  const std::size_t mostRequests_, mostBodyBytes_;
+  mutable std::mutex mutex_;
+  mutable std::condition_variable changed_;
+  mutable std::size_t waiters_ = 0;
+  Counters counters_;
+  std::deque<std::shared_ptr<const Request>> requests_;
+  std::unordered_map<std::string, std::uint64_t> countsByPath_;
+};
+
+}  // namespace ombrix::devserver
