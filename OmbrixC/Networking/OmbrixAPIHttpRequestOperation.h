@@ -10,9 +10,9 @@
 extern "C" {
 #endif
 
-/// A request to the product's web service, to be added to its client;
-/// OmbrixCore/Networking/OmbrixAPIHttpRequestOperation.hpp says what each field means. Fields are
-/// set before it is added; everything else may be called from any thread.
+/// A request to the product's web service, to be added to its client; what each field means is said
+/// in OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp. Fields are set before it is
+/// added; everything else may be called from any thread.
 typedef struct OmbrixAPIHttpRequestOperation OmbrixAPIHttpRequestOperation;
 
 /// A body to send, borrowed for the call; `bytes` is NULL when there is none.

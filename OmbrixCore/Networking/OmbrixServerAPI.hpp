@@ -14,9 +14,9 @@
 
 #include "OmbrixCore/Networking/APIEndpoint.hpp"
 #include "OmbrixCore/Networking/CompletionSubscriptions.hpp"
-#include "OmbrixCore/Networking/HTTPRequestOperationPublisher.hpp"
 #include "OmbrixCore/Networking/ObservableFlag.hpp"
-#include "OmbrixCore/Networking/OmbrixAPIHttpRequestOperation.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPRequestOperationPublisher.hpp"
+#include "OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp"
 #include "OmbrixCore/Networking/ServerConfiguration.hpp"
 #include "OmbrixCore/Networking/ServiceConditions.hpp"
 #include "OmbrixPlatform/Coding/JSONDecoder.hpp"

@@ -1,4 +1,4 @@
-#include "OmbrixCore/Networking/HttpRequestOperation.hpp"
+#include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
 
 #include <gmock/gmock.h>
 
@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "OmbrixCore/Concurrency/Publisher+Async.hpp"
-#include "OmbrixCore/Networking/HTTPRequestOperationPublisher.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPRequestOperationPublisher.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"

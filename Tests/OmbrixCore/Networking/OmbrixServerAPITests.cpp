@@ -7,7 +7,7 @@
 #include <thread>
 #include <vector>
 
-#include "OmbrixCore/Networking/URL+Query.hpp"
+#include "OmbrixCore/Networking/Requests/URL+Query.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Network/URLCache.hpp"
 #include "OmbrixTesting/EventLog.hpp"

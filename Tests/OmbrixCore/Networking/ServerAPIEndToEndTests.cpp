@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "OmbrixCore/Networking/OmbrixTaskPooler.hpp"
-#include "OmbrixCore/Networking/UploadTaskPublisher.hpp"
+#include "OmbrixCore/Networking/Requests/UploadTaskPublisher.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"

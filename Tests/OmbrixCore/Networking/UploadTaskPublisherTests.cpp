@@ -1,4 +1,4 @@
-#include "OmbrixCore/Networking/UploadTaskPublisher.hpp"
+#include "OmbrixCore/Networking/Requests/UploadTaskPublisher.hpp"
 
 #include <gmock/gmock.h>
 

@@ -1,4 +1,4 @@
-#include "OmbrixCore/Networking/HTTPRequestOperationPublisher.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPRequestOperationPublisher.hpp"
 
 #include <mutex>
 #include <optional>

@@ -1,4 +1,4 @@
-#include "OmbrixCore/Networking/HttpRequestOperation.hpp"
+#include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
 
 #include <exception>
 #include <mutex>

@@ -4,7 +4,7 @@
 #include <span>
 #include <string>
 
-#include "OmbrixCore/Networking/HttpRequestOperation.hpp"
+#include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
 
 namespace ombrix {
 

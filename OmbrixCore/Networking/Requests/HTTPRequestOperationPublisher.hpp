@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "OmbrixCore/Networking/HTTPError.hpp"
-#include "OmbrixCore/Networking/HttpRequestOperation.hpp"
+#include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
 
 namespace ombrix {

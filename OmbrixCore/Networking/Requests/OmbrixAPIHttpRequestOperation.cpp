@@ -1,4 +1,4 @@
-#include "OmbrixCore/Networking/OmbrixAPIHttpRequestOperation.hpp"
+#include "OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp"
 
 #include <algorithm>
 #include <charconv>

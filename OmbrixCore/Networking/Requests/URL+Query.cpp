@@ -1,4 +1,4 @@
-#include "OmbrixCore/Networking/URL+Query.hpp"
+#include "OmbrixCore/Networking/Requests/URL+Query.hpp"
 
 namespace ombrix {
 namespace {

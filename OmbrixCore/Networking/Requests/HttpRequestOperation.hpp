@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "OmbrixCore/Concurrency/AsyncOperation.hpp"
-#include "OmbrixCore/Networking/HTTPPayload.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPPayload.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
