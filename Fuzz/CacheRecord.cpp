@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "OmbrixPlatform/Network/Detail/Caching/CachedAnswerCoding.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/CachedAnswerCoding.hpp"
 
 namespace {
 

@@ -6,8 +6,8 @@
 #include <cstdint>
 #include <cstdlib>
 
-#include "OmbrixPlatform/Network/Detail/Caching/HTTPCacheControl.hpp"
-#include "OmbrixPlatform/Network/Detail/Caching/HTTPCaching.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/HTTPCacheControl.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/HTTPCaching.hpp"
 #include "OmbrixPlatform/Network/HTTPDate.hpp"
 
 namespace {

@@ -7,8 +7,8 @@
 #include <string_view>
 #include <utility>
 
-#include "OmbrixPlatform/Network/Detail/ContentDecoder.hpp"
-#include "OmbrixPlatform/Network/Detail/HTTPHeaderReader.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/ContentDecoder.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/HTTPHeaderReader.hpp"
 
 namespace {
 

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "Faults/FaultRun.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/CachedAnswerCoding.hpp"
 #include "OmbrixPlatform/Network/CachingSamples.hpp"
-#include "OmbrixPlatform/Network/Detail/Caching/CachedAnswerCoding.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/SmallDisk.hpp"

@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Network/Detail/Caching/HTTPCaching.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/HTTPCaching.hpp"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -6,7 +6,7 @@
 #include <clocale>
 
 #include "CachingSamples.hpp"
-#include "OmbrixPlatform/Network/Detail/Caching/HTTPCacheControl.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/HTTPCacheControl.hpp"
 #include "OmbrixPlatform/Network/HTTPDate.hpp"
 
 namespace ombrix::platform {

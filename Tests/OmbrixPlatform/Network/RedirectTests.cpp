@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Network/Detail/Redirect.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/Redirect.hpp"
 
 #include <gtest/gtest.h>
 

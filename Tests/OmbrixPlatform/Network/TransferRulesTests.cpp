@@ -1,11 +1,11 @@
-#include "OmbrixPlatform/Network/Detail/TransferRules.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/TransferRules.hpp"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "OmbrixPlatform/Network/Detail/DelegateConversation.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/DelegateConversation.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

@@ -11,7 +11,7 @@
 #include <thread>
 
 #include "OmbrixPlatform/Files/Bundle.hpp"
-#include "OmbrixPlatform/Network/Detail/Caching/CachedAnswerCoding.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/CachedAnswerCoding.hpp"
 #include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"

@@ -7,8 +7,8 @@
 #include <thread>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "OmbrixPlatform/Network/Detail/CurlTrust.hpp"
-#include "OmbrixPlatform/Network/Detail/TransferTask.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/TransferTask.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/TestServer.hpp"

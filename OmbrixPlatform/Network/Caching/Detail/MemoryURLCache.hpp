@@ -1,0 +1,73 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <vector>
+
+#include "OmbrixPlatform/Network/Caching/Detail/CachedAnswer.hpp"
+
+namespace ombrix::platform::detail {
+
+/// Answers in memory within a budget of bytes; what was used longest ago goes first. Every
+/// operation takes the same time however many are kept. Any thread.
+class MemoryURLCache {
+ public:
+  explicit MemoryURLCache(std::int64_t capacity) : capacity_(capacity) {}
+
+  /// The answer that the request selects; it counts as used now.
+  CachedAnswerPointer find(std::string_view key, const HTTPHeaders& request);
+
+  /// Keeps an answer in the place of those that the request selects. One that takes more than an
+  /// eighth of the budget is not kept.
+  void put(CachedAnswerPointer answer, const HTTPHeaders& request);
+
+  /// Keeps an answer that was found elsewhere after `generation` was asked for, unless something
+  /// was dropped meanwhile, which it might bring back, or there is a newer one.
+  void promote(CachedAnswerPointer answer, const HTTPHeaders& request, std::uint64_t generation);
+  [[nodiscard]] std::uint64_t generation() const noexcept { return generation_; }
+
+  /// Drops all answers to a URL.
+  void remove(std::string_view key);
+  void removeAll();
+
+  [[nodiscard]] std::int64_t usage() const;
+
+  /// Keys in the order of their use, that used longest ago first.
+  [[nodiscard]] std::vector<std::string> keysInUse() const;
+
+ private:
+  struct Entry {
+    CachedAnswerPointer answer;
+    std::size_t bytes;
+  };
+  struct TextHash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const noexcept {
+      return std::hash<std::string_view>{}(text);
+    }
+  };
+  using Order = std::list<Entry>;  // what was used last comes first
+  using Variants = std::vector<Order::iterator>;
+
+  static constexpr std::int64_t kLargestShare = 8;
+  static constexpr std::size_t kMostVariants = 32;  // of one URL: they are searched one by one
+
+  void removeSelected(std::string_view key, const HTTPHeaders& request);
+  void insert(CachedAnswerPointer answer);
+  void drop(Order::iterator entry);
+
+  const std::int64_t capacity_;
+  mutable std::mutex mutex_;
+  Order order_;
+  std::unordered_map<std::string, Variants, TextHash, std::equal_to<>> byKey_;
+  std::int64_t bytes_ = 0;
+  std::atomic<std::uint64_t> generation_{0};  // drops other than for their age
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,95 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/CachedAnswer.hpp"
+#include "OmbrixPlatform/Network/Caching/Detail/SqliteURLCacheFile.hpp"
+
+namespace ombrix::platform::detail {
+
+/// Answers on disk within a budget of bytes, in a folder that several processes may share. Changes
+/// are written behind, on a queue of its own, and seen at once; reading happens on the calling
+/// thread. When the disk refuses, it gives and takes nothing for a while, and begins anew then.
+/// Any thread; nothing is thrown.
+class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
+ public:
+  /// Keys in the order of their use in memory, that used longest ago first; asked for on the queue.
+  using KeysInUse = std::function<std::vector<std::string>()>;
+
+  SqliteURLCache(const std::string& folder, std::int64_t capacity, KeysInUse keysInUse);
+
+  /// The answer that the request selects; it counts as used now.
+  CachedAnswerPointer find(const std::string& key, const HTTPHeaders& request);
+
+  /// Keeps an answer in the place of those that the request selects.
+  void put(CachedAnswerPointer answer, const HTTPHeaders& request);
+
+  /// Drops all answers to a URL.
+  void remove(const std::string& key);
+
+  /// Drops everything and returns when it is gone.
+  void removeAll();
+
+  [[nodiscard]] std::int64_t usage();
+
+  /// Waits until every change so far is on disk, or has been refused.
+  void flush();
+
+ private:
+  /// An answer to keep, or without one the word that a URL has none.
+  struct Change {
+    std::string key;
+    CachedAnswerPointer answer;
+    HTTPHeaders request;
+  };
+  using ChangePointer = std::shared_ptr<const Change>;
+
+  void enqueue(ChangePointer change);
+  [[nodiscard]] bool isUnsettled(const std::string& key);
+  [[nodiscard]] bool isMissing(const std::string& key);
+  [[nodiscard]] std::optional<CachedAnswerPointer> pendingAnswer(const std::string& key,
+                                                                 const HTTPHeaders& request) const;
+  void schedule();
+  void writeBatch();
+  bool write(const std::vector<ChangePointer>& batch, bool isRemovalOnly);
+  void forget(const std::vector<ChangePointer>& batch);
+  bool isTrusted();
+  void distrust(bool hasLostChanges);
+  void loseChange();
+  [[nodiscard]] bool clearFiles(bool alsoOfLaterRelease);
+  [[nodiscard]] bool isOfLaterRelease();
+  void handle(SqliteURLCacheFile& file, const SqliteFailure& failure);
+
+  const DiskBudget budget_;
+  const KeysInUse keysInUse_;
+  const std::shared_ptr<DispatchQueue> queue_;
+
+  std::mutex mutex_;  // guards what follows; never held while the disk is used
+  std::condition_variable idle_;
+  std::deque<ChangePointer> changes_;
+  std::unordered_map<std::string, std::vector<ChangePointer>> pending_;  // those being written too
+  std::int64_t pendingBytes_ = 0;
+  std::vector<SqliteURLCacheFile::Use> uses_;
+  bool isScheduled_ = false;
+  int clearing_ = 0;
+  std::optional<std::chrono::steady_clock::time_point> distrustedUntil_;
+  bool isGivenUp_ = false;  // while it was distrusted: its answers were, or could not be, removed
+  bool hasLostChanges_ = false;  // while it was distrusted: answers there may be out of date
+
+  std::mutex readerMutex_;
+  SqliteURLCacheFile reader_;
+  SqliteURLCacheFile writer_;  // on the queue only
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,480 @@
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <limits>
+#include <utility>
+
+#include "OmbrixPlatform/Network/Curl/Detail/CurlExchange.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/TransferRules.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/Clock.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
+
+namespace ombrix::platform::detail {
+namespace {
+
+// A server may claim any length: more room than this is made only as bytes come.
+constexpr std::size_t kMaximumReservedBytes = std::size_t{1} << 20;
+// A body is decoded in steps of so much, and others have their turn after so much.
+constexpr std::size_t kStepBytes = std::size_t{32} << 10;
+constexpr std::size_t kTurnBytes = std::size_t{256} << 10;
+
+constexpr const char* kTooLong = "the answer's body is too long to be kept in memory";
+
+/// Whether the request states the length of a body, be it 0.
+bool takesBody(const URLRequest& request) noexcept {
+  const std::string& method = request.httpMethod;
+  if (method == "POST" || method == "PUT" || method == "PATCH") return true;
+  return request.httpBody && !request.httpBody->empty() && method != "HEAD";
+}
+
+/// Fields that belong to the connection and the framing of the message, which are libcurl's.
+bool isReserved(std::string_view name) noexcept {
+  constexpr std::array<std::string_view, 5> kNames{"Content-Length", "Transfer-Encoding",
+                                                   "Connection", "Keep-Alive", "Upgrade"};
+  return std::ranges::any_of(kNames, [&](auto other) { return headerNamesEqual(name, other); });
+}
+
+}  // namespace
+
+CurlExchange::CurlExchange(CurlSurroundings& surroundings)
+    : easy_(::curl_easy_init()), surroundings_(surroundings) {
+  if (easy_ == nullptr) fatalError("libcurl cannot be set up");
+  setConstantOptions();
+}
+
+CurlExchange::~CurlExchange() {
+  ::curl_easy_cleanup(easy_);
+  ::curl_slist_free_all(fields_);
+  ::curl_slist_free_all(connectTo_);
+}
+
+void CurlExchange::setConstantOptions() {
+  ::curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
+  ::curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
+  ::curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+  ::curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
+  ::curl_easy_setopt(easy_, CURLOPT_PIPEWAIT, 1L);
+  ::curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  // Undone by `ContentDecoder`, which sees to the end of the stream.
+  ::curl_easy_setopt(easy_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
+  ::curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  ::curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
+  ::curl_easy_setopt(easy_, CURLOPT_PRIVATE, this);
+  ::curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &takeHeader);
+  ::curl_easy_setopt(easy_, CURLOPT_HEADERDATA, this);
+  ::curl_easy_setopt(easy_, CURLOPT_WRITEFUNCTION,
+                     static_cast<std::size_t (*)(const char*, std::size_t, std::size_t, void*)>(
+                         &CurlExchange::takeBody));
+  ::curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
+  ::curl_easy_setopt(easy_, CURLOPT_XFERINFOFUNCTION, &takeProgress);
+  ::curl_easy_setopt(easy_, CURLOPT_XFERINFODATA, this);
+  ::curl_easy_setopt(easy_, CURLOPT_OPENSOCKETFUNCTION, &openSocket);
+  ::curl_easy_setopt(easy_, CURLOPT_OPENSOCKETDATA, this);
+  surroundings_.sockets.installClosing(easy_);
+  ::curl_easy_setopt(easy_, CURLOPT_SHARE, surroundings_.share);
+  ::curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &checkConnection);
+  ::curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
+}
+
+bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms) {
+  transfer_ = std::move(transfer);
+  request_ = transfer_->request;
+  trust_ = terms.trust;
+  timeLimit_ = std::chrono::duration_cast<std::chrono::steady_clock::duration>(
+      std::min<std::chrono::duration<double>>(terms.timeLimit, std::chrono::hours(24 * 365)));
+  lastProgress_ = surroundings_.now;
+  requestTime_ = services().clock.get().now();
+
+  if (::curl_easy_setopt(easy_, CURLOPT_URL, request_->url.absoluteString().c_str()) != CURLE_OK ||
+      !setMethod(*request_) || !setFields(*request_)) {
+    return false;
+  }
+  ::curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION,
+                     transfer_->origin.isSecure ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
+  // libcurl shares this out among the addresses of a host; the limit itself is kept by the loop.
+  ::curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS,
+                     static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
+                         std::chrono::duration_cast<std::chrono::milliseconds>(timeLimit_).count(),
+                         1, std::numeric_limits<int>::max() / 2)));
+  if (terms.isMappedToLoopback) {
+    connectTo_ = ::curl_slist_append(nullptr, "::127.0.0.1:");
+    if (connectTo_ == nullptr) return false;
+    ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, connectTo_);
+  }
+  ::curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, transfer_->isResend ? 1L : 0L);
+  if (terms.bypassesProxy) ::curl_easy_setopt(easy_, CURLOPT_NOPROXY, "*");
+  if (trust_ != nullptr) trust_->install(easy_, transfer_->judgesServer);
+  return true;
+}
+
+bool CurlExchange::setMethod(const URLRequest& request) {
+  const std::string& method = request.httpMethod;
+  const bool hasBody = request.httpBody && !request.httpBody->empty();
+  ::curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, hasBody ? 0L : 1L);
+  if (takesBody(request)) {
+    const DataView body = hasBody ? DataView(*request.httpBody) : DataView();
+    ::curl_easy_setopt(easy_, CURLOPT_POST, 1L);
+    ::curl_easy_setopt(easy_, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
+    ::curl_easy_setopt(easy_, CURLOPT_POSTFIELDS, body.empty() ? "" : textOf(body).data());
+    return ::curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST,
+                              method == "POST" ? nullptr : method.c_str()) == CURLE_OK;
+  }
+  const bool isHead = method == "HEAD";
+  ::curl_easy_setopt(easy_, isHead ? CURLOPT_NOBODY : CURLOPT_HTTPGET, 1L);
+  return ::curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST,
+                            isHead || method == "GET" ? nullptr : method.c_str()) == CURLE_OK;
+}
+
+bool CurlExchange::addField(const std::string& line) {
+  curl_slist* longer = ::curl_slist_append(fields_, line.c_str());
+  if (longer == nullptr) return false;
+  fields_ = longer;
+  return true;
+}
+
+bool CurlExchange::setFields(const URLRequest& request) {
+  std::string line;
+  for (const HTTPHeaders* headers : {&request.headers, &transfer_->conditions}) {
+    for (const auto& [name, value] : *headers) {
+      if (isReserved(name)) continue;
+      line = name;
+      // libcurl would take a name with nothing after the colon as a field to leave out.
+      line.append(value.empty() ? ";" : ": ").append(value);
+      if (!addField(line)) return false;
+    }
+  }
+  // What libcurl would add to a body by itself.
+  const bool isPost = takesBody(request);
+  if (isPost && !request.headers.contains("Content-Type") && !addField("Content-Type:"))
+    return false;
+  if (isPost && !request.headers.contains("Expect") && !addField("Expect:")) return false;
+  // As fields of ours libcurl formats them once, by its options twice. A part of a coded body
+  // cannot be decoded.
+  if (!request.headers.contains("Accept-Encoding") &&
+      !addField(request.headers.contains("Range") ? "Accept-Encoding: identity"
+                                                  : "Accept-Encoding: gzip, deflate")) {
+    return false;
+  }
+  if (!surroundings_.userAgentField.empty() && !request.headers.contains("User-Agent") &&
+      !addField(surroundings_.userAgentField)) {
+    return false;
+  }
+  return ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, fields_) == CURLE_OK;
+}
+
+CurlExchange::TimePoint CurlExchange::idleDeadline() const noexcept {
+  return isPaused_ ? TimePoint::max() : lastProgress_ + timeLimit_;
+}
+
+/// Always false, as what the callbacks answer to end the exchange.
+bool CurlExchange::fail(URLError::Code code, const char* sentence) {
+  if (!ownError_) ownError_ = makeURLError(code, sentence);
+  return false;
+}
+
+std::size_t CurlExchange::takeHeader(const char* text, std::size_t size, std::size_t count,
+                                     void* self) {
+  const std::size_t bytes = size * count;
+  return static_cast<CurlExchange*>(self)->headerLine({text, bytes}) ? bytes : 0;
+}
+
+bool CurlExchange::headerLine(std::string_view line) {
+  hasLine_ = true;
+  lastProgress_ = surroundings_.now;
+  using enum HTTPHeaderReader::Result;
+  switch (header_.add(line)) {
+    case more:
+      return true;
+    case complete:
+      return headerIsComplete();
+    case malformed:
+      return fail(URLError::Code::cannotParseResponse, "the header of the answer is malformed");
+    case ambiguous:
+      return fail(URLError::Code::badServerResponse,
+                  "a field of the answer has a blank before its colon");
+    case tooLong:
+      return fail(URLError::Code::badServerResponse, "the header of the answer is too long");
+    case upgrade:
+      return fail(URLError::Code::badServerResponse,
+                  "the server switches to a protocol that nobody asked for");
+  }
+  return false;
+}
+
+bool CurlExchange::headerIsComplete() {
+  responseTime_ = services().clock.get().now();
+  if (trust_ != nullptr) trust_->hasAnswered();
+  const HTTPHeaders& headers = header_.headers();
+  using Kind = BodyFraming::Kind;
+  framing_ = framingOf(request_->httpMethod, header_.statusCode(), headers);
+  if (framing_.fault != nullptr) return fail(URLError::Code::badServerResponse, framing_.fault);
+  std::int64_t expected = framing_.kind == Kind::length ? framing_.length : -1;
+  if (framing_.kind == Kind::none) {
+    expected = 0;
+  } else {
+    decoder_ = ContentDecoder(headers.value("Content-Encoding").value_or(""));
+    if (!decoder_.isIdentity()) expected = -1;
+  }
+  response_ = std::make_shared<const HTTPURLResponse>(request_->url, header_.statusCode(),
+                                                      header_.takeHeaders(), header_.httpVersion());
+  bodyUse_ = transfer_->client->headerCame(response_, expected);
+  if (bodyUse_ == TransferClient::BodyUse::stream) return true;
+  const auto bytes = static_cast<std::size_t>(std::max<std::int64_t>(expected, 0));
+  if (bytes > surroundings_.maximumBodyBytes) {
+    return fail(URLError::Code::dataLengthExceedsMaximum, kTooLong);
+  }
+  body_ = GatheredBody(surroundings_.budget, surroundings_.maximumBodyBytes);
+  body_.expect(std::min(bytes, kMaximumReservedBytes));
+  return true;
+}
+
+std::size_t CurlExchange::takeBody(const char* bytes, std::size_t size, std::size_t count,
+                                   void* self) {
+  return static_cast<CurlExchange*>(self)->bodyPiece(bytesOf({bytes, size * count}));
+}
+
+/// Takes a piece step by step. What has to wait, for the client or for the turn of others, makes
+/// libcurl hand the piece over again, of which the beginning is then passed over.
+std::size_t CurlExchange::bodyPiece(DataView piece) {
+  lastProgress_ = surroundings_.now;
+  if (!response_ || consumed_ > piece.size()) return 0;
+  DataView rest = piece.subspan(consumed_);
+  std::size_t turn = kTurnBytes;
+  bool isDone = false;
+  while (!isDone) {
+    const std::size_t consumed = piece.size() - rest.size();
+    if (!transfer_->client->takesMore(body_.size())) return pause(consumed, false);
+    if (turn == 0) return pause(consumed, true);
+    const auto decoded = nextStep(rest, std::min(kStepBytes, turn), isDone);
+    if (!decoded || !keep(*decoded)) return 0;
+    turn -= decoded->size();
+  }
+  consumed_ = 0;
+  rawBytes_ += static_cast<std::int64_t>(piece.size());
+  return piece.size();
+}
+
+std::size_t CurlExchange::pause(std::size_t consumed, bool yields) {
+  consumed_ = consumed;
+  isPaused_ = !yields;
+  isYielding_ = yields;
+  surroundings_.anyYields = surroundings_.anyYields || yields;
+  return CURL_WRITEFUNC_PAUSE;
+}
+
+/// Decodes from the front of `rest`, which is shortened; nothing when that fails.
+std::optional<DataView> CurlExchange::nextStep(DataView& rest, std::size_t most, bool& isDone) {
+  if (decoder_.isIdentity()) {
+    const DataView step = rest.first(std::min(rest.size(), most));
+    rest = rest.subspan(step.size());
+    isDone = rest.empty();
+    return step;
+  }
+  step_.clear();
+  using enum ContentDecoder::Result;
+  switch (decoder_.decode(rest, step_, most)) {
+    case ready:
+      isDone = true;
+      return step_;
+    case full:
+      return step_;
+    case damaged:
+      fail(URLError::Code::cannotDecodeContentData, "the answer's body is damaged");
+      return std::nullopt;
+    case exploding:
+      fail(URLError::Code::cannotDecodeContentData,
+           "the answer's body unpacks to more than 200 times its size");
+      return std::nullopt;
+  }
+  return std::nullopt;
+}
+
+bool CurlExchange::keep(DataView decoded) {
+  if (bodyUse_ == TransferClient::BodyUse::gather) {
+    using enum GatheredBody::Result;
+    switch (body_.append(decoded)) {
+      case kept:
+        break;
+      case tooLong:
+        return fail(URLError::Code::dataLengthExceedsMaximum, kTooLong);
+      case tooMuchTogether:
+        return fail(URLError::Code::dataLengthExceedsMaximum,
+                    "the session's answers are too long to be kept in memory together");
+    }
+  }
+  if (!decoded.empty()) transfer_->client->bodyCame(decoded);
+  return true;
+}
+
+int CurlExchange::takeProgress(void* self, curl_off_t /*expectedDown*/, curl_off_t /*down*/,
+                               curl_off_t /*expectedUp*/, curl_off_t up) {
+  auto& exchange = *static_cast<CurlExchange*>(self);
+  if (up == exchange.progressSeen_) return 0;
+  exchange.progressSeen_ = up;
+  exchange.lastProgress_ = exchange.surroundings_.now;
+  exchange.transfer_->client->bodySent(up);
+  return 0;
+}
+
+/// A socket for a connection, none for a request that has been sent already.
+curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
+                                       curl_sockaddr* address) {
+  auto& exchange = *static_cast<CurlExchange*>(self);
+  exchange.wouldBeSentAgain_ = exchange.sendings_ > 0;
+  if (exchange.wouldBeSentAgain_) return CURL_SOCKET_BAD;
+  const curl_socket_t descriptor = exchange.surroundings_.sockets.open(*address);
+  if (descriptor == CURL_SOCKET_BAD) exchange.socketError_ = errno;
+  return descriptor;
+}
+
+/// Looks at a connection right before a request goes out. What a server has sent beyond the length
+/// of an answer would be taken for the next one, which libcurl does not see to; and libcurl sends
+/// any request again by itself when a connection that it uses again has died, which is for the
+/// session to decide.
+int CurlExchange::checkConnection(void* self, char* remote, char* local, int remotePort,
+                                  int localPort) {
+  auto& exchange = *static_cast<CurlExchange*>(self);
+  if (exchange.sendings_ > 0) {
+    exchange.wouldBeSentAgain_ = true;
+    return CURL_PREREQFUNC_ABORT;
+  }
+  const CurlSockets::Connection connection{remote, local, remotePort, localPort};
+  exchange.streamsConnection_ =
+      exchange.transfer_->origin.isSecure
+          ? exchange.surroundings_.sockets.streamsConnection(exchange.easy_, connection)
+          : 0;
+  long newConnections = 0;
+  ::curl_easy_getinfo(exchange.easy_, CURLINFO_NUM_CONNECTS, &newConnections);
+  exchange.isReused_ = newConnections == 0;
+  exchange.foundSurplus_ =
+      exchange.isReused_ && exchange.streamsConnection_ == 0 &&
+      exchange.surroundings_.sockets.hasUnreadBytes(exchange.easy_, connection);
+  if (exchange.foundSurplus_) return CURL_PREREQFUNC_ABORT;
+  ++exchange.sendings_;
+  return CURL_PREREQFUNC_OK;
+}
+
+CURLcode CurlExchange::resumeReceiving() {
+  if (!isPaused_) return CURLE_OK;
+  isPaused_ = false;
+  lastProgress_ = surroundings_.now;
+  return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
+}
+
+CURLcode CurlExchange::takeTurn() {
+  if (!std::exchange(isYielding_, false)) return CURLE_OK;
+  return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
+}
+
+CURLcode CurlExchange::nudge() {
+  if (isPaused_ || isYielding_ || ::curl_easy_pause(easy_, CURLPAUSE_RECV) != CURLE_OK) {
+    return CURLE_OK;
+  }
+  return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
+}
+
+/// Whether a connection of HTTP/2 that was in use again has died before any answer; of HTTP/1.1
+/// libcurl itself would open another one then.
+bool CurlExchange::streamDiedBefore(CURLcode code) const noexcept {
+  if (!isReused_ || streamsConnection_ == 0 || hasLine_ || ownError_ != nullptr) return false;
+  // A stream that the server has reset may end by the same codes, but its connection goes on.
+  const bool isLost = code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR ||
+                      code == CURLE_GOT_NOTHING || code == CURLE_PARTIAL_FILE ||
+                      code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM;
+  return isLost && surroundings_.sockets.hasEnded(streamsConnection_);
+}
+
+FailedExchange CurlExchange::failed(const CurlFailure& failure) const {
+  return {.hasHeader = hasHeader(),
+          .wasSent = sendings_ > 0 || ownError_ != nullptr,
+          .connectionDiedBefore = wouldBeSentAgain_ || streamDiedBefore(failure.code),
+          .isResend = transfer_->isResend,
+          .isIdempotent = isIdempotent(request_->httpMethod),
+          .foundSurplus = foundSurplus_,
+          .isUndecided = failure.verifyResult == undecidedVerifyResult(),
+          .isMissingConnectivity = isMissingConnectivity(failure)};
+}
+
+CurlFailure CurlExchange::failureFor(CURLcode code) const {
+  CurlFailure failure{.code = code};
+  if (code == CURLE_OK) return failure;
+  failure.detail = errorText_.data();
+  failure.hasHeader = hasHeader();
+  failure.isChunked = framing_.kind == BodyFraming::Kind::chunked;
+  failure.isSecure = transfer_->origin.isSecure;
+  failure.wantsClientCertificate = trust_ != nullptr && trust_->wantsClientCertificate();
+  ::curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &failure.systemError);
+  if (socketError_ != 0) failure.systemError = socketError_;
+  ::curl_easy_getinfo(easy_, CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
+  return failure;
+}
+
+std::shared_ptr<const URLError> CurlExchange::errorFor(const CurlFailure& failure) const {
+  using Code = URLError::Code;
+  if (ownError_) return ownError_;
+  if (wouldBeSentAgain_ || streamDiedBefore(failure.code)) {
+    return makeURLError(Code::networkConnectionLost,
+                        "the connection was lost before an answer came");
+  }
+  if (failure.code != CURLE_OK) return urlErrorFor(failure);
+  if (!response_) {
+    return makeURLError(Code::networkConnectionLost,
+                        "the connection ended before the answer's header did");
+  }
+  if (framing_.kind == BodyFraming::Kind::length && rawBytes_ != framing_.length) {
+    return makeURLError(Code::networkConnectionLost, "the answer's body is cut short");
+  }
+  if (!decoder_.isAtEnd()) {
+    return makeURLError(Code::cannotDecodeContentData, "the answer's body is cut short");
+  }
+  return nullptr;
+}
+
+WireAnswer CurlExchange::takeAnswer() {
+  curl_off_t sent = 0;
+  ::curl_easy_getinfo(easy_, CURLINFO_SIZE_UPLOAD_T, &sent);
+  return {.response = response_,
+          .body = std::move(body_),
+          .requestTime = requestTime_,
+          .responseTime = responseTime_,
+          .steps = steps(),
+          .bytesSent = sent};
+}
+
+bool CurlExchange::hasConnection() const {
+  curl_off_t microseconds = 0;
+  long sentBytes = 0;
+  ::curl_easy_getinfo(easy_, CURLINFO_CONNECT_TIME_T, &microseconds);
+  ::curl_easy_getinfo(easy_, CURLINFO_REQUEST_SIZE, &sentBytes);
+  return microseconds > 0 || sentBytes > 0;
+}
+
+URLSessionTaskMetrics CurlExchange::steps() const {
+  URLSessionTaskMetrics metrics;
+  const auto seconds = [&](CURLINFO info) {
+    curl_off_t microseconds = 0;
+    ::curl_easy_getinfo(easy_, info, &microseconds);
+    return URLSessionTaskMetrics::Seconds(std::chrono::microseconds(microseconds));
+  };
+  long connections = 0;
+  ::curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &connections);
+  metrics.isReusedConnection = connections == 0;
+  const auto named = seconds(CURLINFO_NAMELOOKUP_TIME_T);
+  const auto connected = seconds(CURLINFO_CONNECT_TIME_T);
+  const auto secured = seconds(CURLINFO_APPCONNECT_TIME_T);
+  const URLSessionTaskMetrics::Seconds none{};
+  metrics.nameLookup = metrics.isReusedConnection ? none : named;
+  metrics.connecting = metrics.isReusedConnection ? none : std::max(none, connected - named);
+  metrics.secureConnection =
+      metrics.isReusedConnection ? none : std::max(none, secured - connected);
+  metrics.firstByte = seconds(CURLINFO_STARTTRANSFER_TIME_T);
+  long version = 0;
+  ::curl_easy_getinfo(easy_, CURLINFO_HTTP_VERSION, &version);
+  metrics.networkProtocol = version == CURL_HTTP_VERSION_2_0   ? "h2"
+                            : version == CURL_HTTP_VERSION_1_0 ? "http/1.0"
+                                                               : "http/1.1";
+  return metrics;
+}
+
+}  // namespace ombrix::platform::detail

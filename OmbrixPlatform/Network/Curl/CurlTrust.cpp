@@ -1,0 +1,127 @@
+#include <arpa/inet.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
+#include <openssl/x509v3.h>
+
+#include <string_view>
+
+#include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
+
+namespace ombrix::platform::detail {
+namespace {
+
+Data derOf(X509* certificate) {
+  const int size = ::i2d_X509(certificate, nullptr);
+  if (size <= 0) return {};
+  Data der(static_cast<std::size_t>(size));
+  auto* end = reinterpret_cast<unsigned char*>(der.data());
+  ::i2d_X509(certificate, &end);
+  return der;
+}
+
+std::optional<CurlTrust::Fingerprint> fingerprintOf(X509* certificate) {
+  CurlTrust::Fingerprint fingerprint{};
+  unsigned size = 0;
+  auto* bytes = reinterpret_cast<unsigned char*>(fingerprint.data());
+  if (certificate == nullptr || ::X509_digest(certificate, ::EVP_sha256(), bytes, &size) != 1) {
+    return std::nullopt;
+  }
+  return fingerprint;
+}
+
+/// The certificates as they were sent, the server's own first.
+SecTrust presented(X509_STORE_CTX* store, X509* leaf) {
+  SecTrust trust;
+  trust.certificates.push_back(derOf(leaf));
+  const auto* chain = ::X509_STORE_CTX_get0_untrusted(store);
+  for (int i = 0; i < sk_X509_num(chain); ++i) {
+    X509* certificate = sk_X509_value(chain, i);
+    if (::X509_cmp(certificate, leaf) != 0) trust.certificates.push_back(derOf(certificate));
+  }
+  return trust;
+}
+
+}  // namespace
+
+long undecidedVerifyResult() noexcept { return X509_V_ERR_APPLICATION_VERIFICATION; }
+
+void CurlTrust::install(CURL* easy, bool judges) {
+  ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, judges ? &watchAndJudge : &watch);
+  ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, this);
+  if (!judges) return;
+  // A resumed session would pass without its certificate being looked at.
+  ::curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
+  ::curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, checksNameItself_ ? 0L : 2L);
+}
+
+void CurlTrust::decide(const Fingerprint& leaf, Decision decision) {
+  decisions_[leaf] = decision;
+  checksNameItself_ = checksNameItself_ || decision == Decision::accept;
+}
+
+CURLcode CurlTrust::watch(CURL* /*easy*/, void* context, void* self) {
+  auto* sslContext = static_cast<SSL_CTX*>(context);
+  ::SSL_CTX_set_cert_cb(sslContext, &clientCertificateWanted, self);
+  // A certificate is asked for in the handshake or not at all: later there may be nobody to tell,
+  // since an idle connection outlives what is known of its host.
+  ::SSL_CTX_set_options(sslContext, SSL_OP_NO_RENEGOTIATION);
+  ::SSL_CTX_set_post_handshake_auth(sslContext, 0);
+  return CURLE_OK;
+}
+
+CURLcode CurlTrust::watchAndJudge(CURL* easy, void* context, void* self) {
+  ::SSL_CTX_set_cert_verify_callback(static_cast<SSL_CTX*>(context), &verify, self);
+  return watch(easy, context, self);
+}
+
+/// Called when a server asks for one; the handshake goes on without.
+int CurlTrust::clientCertificateWanted(SSL* /*handshake*/, void* self) {
+  static_cast<CurlTrust*>(self)->wantsClientCertificate_ = true;
+  return 1;
+}
+
+int CurlTrust::verify(X509_STORE_CTX* store, void* self) {
+  auto& trust = *static_cast<CurlTrust*>(self);
+  if (!trust.isForHost(store)) return ::X509_verify_cert(store);
+  X509* leaf = ::X509_STORE_CTX_get0_cert(store);
+  const auto fingerprint = fingerprintOf(leaf);
+  if (!fingerprint) {
+    ::X509_STORE_CTX_set_error(store, X509_V_ERR_UNSPECIFIED);
+    return 0;
+  }
+  const auto found = trust.decisions_.find(*fingerprint);
+  if (found == trust.decisions_.end()) {
+    trust.question_ = Question{*fingerprint, presented(store, leaf)};
+    ::X509_STORE_CTX_set_error(store, X509_V_ERR_APPLICATION_VERIFICATION);
+    return 0;
+  }
+  if (found->second == Decision::standard) return trust.verifyByDefault(store);
+  ::X509_STORE_CTX_set_error(store, X509_V_OK);
+  return 1;
+}
+
+/// Whether the handshake is with the host itself: libcurl brings those with a proxy here too, whose
+/// certificate is for libcurl to verify. They are told apart by the server name that they ask for,
+/// which addresses have none of.
+bool CurlTrust::isForHost(X509_STORE_CTX* store) const {
+  const auto* handshake = static_cast<const SSL*>(
+      ::X509_STORE_CTX_get_ex_data(store, ::SSL_get_ex_data_X509_STORE_CTX_idx()));
+  const char* asked = ::SSL_get_servername(handshake, TLSEXT_NAMETYPE_host_name);
+  in_addr address{};
+  const bool isAddress = host_.contains(':') || ::inet_pton(AF_INET, host_.c_str(), &address) == 1;
+  if (asked == nullptr || isAddress) return asked == nullptr && isAddress;
+  const std::string_view name = host_;
+  return name.substr(0, name.size() - (name.ends_with('.') ? 1 : 0)) == asked;
+}
+
+int CurlTrust::verifyByDefault(X509_STORE_CTX* store) const {
+  if (checksNameItself_) {
+    X509_VERIFY_PARAM* parameters = ::X509_STORE_CTX_get0_param(store);
+    if (::X509_VERIFY_PARAM_set1_ip_asc(parameters, host_.c_str()) != 1) {
+      ::X509_VERIFY_PARAM_set1_host(parameters, host_.c_str(), host_.size());
+    }
+  }
+  return ::X509_verify_cert(store);
+}
+
+}  // namespace ombrix::platform::detail

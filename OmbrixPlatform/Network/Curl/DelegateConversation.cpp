@@ -1,0 +1,93 @@
+#include "OmbrixPlatform/Network/Curl/Detail/DelegateConversation.hpp"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+
+namespace ombrix::platform::detail {
+
+DelegateConversation::DelegateConversation(bool hasDelegate, bool isStreaming) noexcept
+    : hasDelegate_(hasDelegate),
+      isStreaming_(isStreaming),
+      permission_(hasDelegate ? Permission::notAsked : Permission::given) {}
+
+void DelegateConversation::headerCame(bool isAskedAbout) {
+  if (!hasDelegate_) return;
+  const std::lock_guard lock(lock_);
+  isAskedAbout_ = isAskedAbout;
+}
+
+bool DelegateConversation::mustAskEarly() {
+  const std::lock_guard lock(lock_);
+  return permission_ == Permission::notAsked && isAskedAbout_ &&
+         !std::exchange(isEarlyQuestionPosted_, true);
+}
+
+bool DelegateConversation::mustAsk() {
+  const std::lock_guard lock(lock_);
+  if (permission_ != Permission::notAsked) return false;
+  permission_ = Permission::asked;
+  return true;
+}
+
+DelegateConversation::Permitted DelegateConversation::permit() {
+  const std::lock_guard lock(lock_);
+  permission_ = Permission::given;
+  return {.mustHandOver = !stream_.empty() && !std::exchange(isStreamPosted_, true),
+          .mustResume = !isStreaming_ && std::exchange(isWaiting_, false),
+          .outcome = std::exchange(outcome_, std::nullopt)};
+}
+
+std::optional<TaskOutcome> DelegateConversation::conclude(TaskOutcome outcome) {
+  const std::lock_guard lock(lock_);
+  if (permission_ == Permission::given) return outcome;
+  outcome_ = std::move(outcome);
+  return std::nullopt;
+}
+
+bool DelegateConversation::takesMore(std::size_t gatheredBytes) {
+  if (!hasDelegate_ || (!isStreaming_ && gatheredBytes < kBytesBeforePermission)) return true;
+  const std::lock_guard lock(lock_);
+  isWaiting_ = isStreaming_ ? stream_.size() >= kStreamedBytesKept
+                            : permission_ != Permission::given && isAskedAbout_;
+  return !isWaiting_;
+}
+
+bool DelegateConversation::keep(DataView piece) {
+  if (!hasDelegate_) return false;
+  const std::lock_guard lock(lock_);
+  stream_.insert(stream_.end(), piece.begin(), piece.end());
+  return permission_ == Permission::given && !std::exchange(isStreamPosted_, true);
+}
+
+Data DelegateConversation::take() {
+  const std::lock_guard lock(lock_);
+  isStreamPosted_ = false;
+  return permission_ == Permission::given ? std::exchange(stream_, {}) : Data();
+}
+
+bool DelegateConversation::taken() {
+  const std::lock_guard lock(lock_);
+  return std::exchange(isWaiting_, false);
+}
+
+bool DelegateConversation::mustReport() {
+  if (!hasDelegate_) return false;
+  const std::lock_guard lock(lock_);
+  return !std::exchange(isReportPosted_, true);
+}
+
+std::int64_t DelegateConversation::report(std::int64_t totalBytes) {
+  if (!hasDelegate_) return 0;
+  const std::lock_guard lock(lock_);
+  isReportPosted_ = false;
+  return std::max<std::int64_t>(totalBytes - std::exchange(reportedBytes_, totalBytes), 0);
+}
+
+void DelegateConversation::end() {
+  const std::lock_guard lock(lock_);
+  outcome_.reset();
+  stream_ = {};
+}
+
+}  // namespace ombrix::platform::detail

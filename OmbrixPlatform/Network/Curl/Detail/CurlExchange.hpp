@@ -1,0 +1,153 @@
+#pragma once
+
+#include <curl/curl.h>
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "OmbrixPlatform/Network/Curl/Detail/ContentDecoder.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlErrors.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlSockets.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/HTTPHeaderReader.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/Transfer.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/TransferRules.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Values/Date.hpp"
+
+namespace ombrix::platform::detail {
+
+/// What the exchanges of one network thread share.
+struct CurlSurroundings {
+  std::chrono::steady_clock::time_point now;  ///< the loop's clock
+  CurlSockets sockets;
+  CURLSH* share = nullptr;  ///< the TLS sessions to resume, which handles do not keep for others
+  std::shared_ptr<BodyBudget> budget;
+  std::size_t maximumBodyBytes = 0;
+  std::string userAgentField;  ///< the whole line, for requests that have none; empty: none
+  bool anyYields = false;      ///< an exchange has stopped to let others have their turn
+};
+
+/// One request sent and its answer received: an easy handle of its own and what its callbacks
+/// gather. (libcurl 7.88 keeps a pointer into the last answer's header in a handle that is used
+/// again, and writes through it.) Network thread only.
+class CurlExchange {
+ public:
+  using TimePoint = std::chrono::steady_clock::time_point;
+
+  /// What a session decides for an exchange.
+  struct Terms {
+    std::chrono::duration<double> timeLimit{};  ///< seconds without progress
+    bool isMappedToLoopback = false;            ///< whatever the name service says
+    bool bypassesProxy = false;
+    CurlTrust* trust = nullptr;  ///< for https
+  };
+
+  explicit CurlExchange(CurlSurroundings& surroundings);
+  ~CurlExchange();
+  CurlExchange(const CurlExchange&) = delete;
+  CurlExchange& operator=(const CurlExchange&) = delete;
+
+  /// Prepares the handle; false when libcurl refuses the request.
+  bool begin(std::shared_ptr<Transfer> transfer, const Terms& terms);
+
+  [[nodiscard]] CURL* easy() const noexcept { return easy_; }
+  [[nodiscard]] const std::shared_ptr<Transfer>& transfer() const noexcept { return transfer_; }
+
+  /// When the exchange fails unless there is progress before.
+  [[nodiscard]] TimePoint idleDeadline() const noexcept;
+
+  /// Goes on after the client has room again. Not OK: the exchange is over.
+  CURLcode resumeReceiving();
+
+  /// Goes on if it has stopped to let others have their turn. Not OK: the exchange is over.
+  CURLcode takeTurn();
+
+  /// Makes libcurl look again for what has come already. Not OK: the exchange is over.
+  CURLcode nudge();
+
+  /// The connection that it uses, where it is one of HTTP/2; 0: another, or none yet.
+  [[nodiscard]] std::uint64_t streamsConnection() const noexcept { return streamsConnection_; }
+
+  /// Whether the final answer's header has come.
+  [[nodiscard]] bool hasHeader() const noexcept { return response_ != nullptr; }
+
+  /// Whether it has got as far as a connection.
+  [[nodiscard]] bool hasConnection() const;
+
+  /// What a failed exchange leaves to decide about; the session's side is still missing.
+  [[nodiscard]] FailedExchange failed(const CurlFailure& failure) const;
+
+  /// What libcurl knows of a failed exchange.
+  [[nodiscard]] CurlFailure failureFor(CURLcode code) const;
+
+  /// What went wrong, null for a whole answer.
+  [[nodiscard]] std::shared_ptr<const URLError> errorFor(const CurlFailure& failure) const;
+
+  /// The whole answer, once.
+  WireAnswer takeAnswer();
+
+  std::size_t activeIndex = 0;  ///< its place among the loop's active exchanges
+  bool mayStall = false;        ///< has shared its connection with another stream
+
+ private:
+  static std::size_t takeHeader(const char* text, std::size_t size, std::size_t count, void* self);
+  static std::size_t takeBody(const char* bytes, std::size_t size, std::size_t count, void* self);
+  static int takeProgress(void* self, curl_off_t expectedDown, curl_off_t down,
+                          curl_off_t expectedUp, curl_off_t up);
+  static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
+  static int checkConnection(void* self, char* remote, char* local, int remotePort, int localPort);
+
+  void setConstantOptions();
+  bool setMethod(const URLRequest& request);
+  bool setFields(const URLRequest& request);
+  bool addField(const std::string& line);
+  bool headerLine(std::string_view line);
+  bool headerIsComplete();
+  std::size_t bodyPiece(DataView piece);
+  std::optional<DataView> nextStep(DataView& rest, std::size_t most, bool& isDone);
+  bool keep(DataView decoded);
+  std::size_t pause(std::size_t consumed, bool yields);
+  bool fail(URLError::Code code, const char* sentence);
+  [[nodiscard]] bool streamDiedBefore(CURLcode code) const noexcept;
+  [[nodiscard]] URLSessionTaskMetrics steps() const;
+
+  CURL* const easy_;
+  CurlSurroundings& surroundings_;
+  std::array<char, CURL_ERROR_SIZE> errorText_{};
+  curl_slist* fields_ = nullptr;
+  curl_slist* connectTo_ = nullptr;
+  std::shared_ptr<Transfer> transfer_;
+  std::shared_ptr<const URLRequest> request_;  // owns the body that libcurl reads
+  CurlTrust* trust_ = nullptr;
+  HTTPHeaderReader header_;
+  BodyFraming framing_;
+  ContentDecoder decoder_{""};
+  std::shared_ptr<const HTTPURLResponse> response_;
+  std::shared_ptr<const URLError> ownError_;
+  TransferClient::BodyUse bodyUse_ = TransferClient::BodyUse::gather;
+  GatheredBody body_;
+  Data step_;                  // what a step decodes
+  std::size_t consumed_ = 0;   // of the piece that libcurl will hand over again
+  std::int64_t rawBytes_ = 0;  // of the coded body
+  std::chrono::steady_clock::duration timeLimit_{};
+  TimePoint lastProgress_;
+  std::int64_t progressSeen_ = 0;
+  std::uint64_t streamsConnection_ = 0;
+  int sendings_ = 0;       // connections that were given the request
+  int socketError_ = 0;    // errno of the last socket that could not be opened
+  bool isReused_ = false;  // the connection
+  bool hasLine_ = false;   // of an answer's header
+  bool isPaused_ = false;
+  bool isYielding_ = false;
+  bool foundSurplus_ = false;
+  bool wouldBeSentAgain_ = false;
+  Date requestTime_{};
+  Date responseTime_{};
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <future>
+#include <list>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/NWPathMonitor.hpp"
+#include "OmbrixPlatform/Network/Path/Detail/PathGate.hpp"
+#include "OmbrixPlatform/Network/URLSession.hpp"
+#include "OmbrixPlatform/Values/Clock.hpp"
+
+namespace ombrix::platform::detail {
+
+class CurlLoop;
+class TransferTask;
+
+/// A session on libcurl. It owns its network thread (`CurlLoop`), so sessions share no connections:
+/// a certificate that one session accepted opens nothing to another.
+///
+/// Tasks that are not over keep their session; the network thread ends with the session.
+class CurlURLSession final : public URLSession,
+                             public std::enable_shared_from_this<CurlURLSession> {
+ public:
+  using TaskList = std::list<TransferTask*>;
+
+  CurlURLSession(const URLSessionConfiguration& configuration,
+                 std::shared_ptr<URLSessionDelegate> delegate,
+                 std::shared_ptr<DispatchQueue> delegateQueue);
+  ~CurlURLSession() override;
+
+  [[nodiscard]] const URLSessionConfiguration& configuration() const override {
+    return configuration_;
+  }
+  [[nodiscard]] const std::shared_ptr<DispatchQueue>& delegateQueue() const override {
+    return delegateQueue_;
+  }
+  std::shared_ptr<URLSessionDataTask> dataTask(
+      URLRequest request, URLSessionCompletionHandler completionHandler) override;
+  std::shared_ptr<URLSessionUploadTask> uploadTask(
+      URLRequest request, std::optional<Data> body,
+      URLSessionCompletionHandler completionHandler) override;
+  void finishTasksAndInvalidate() override;
+  void invalidateAndCancel() override;
+  void close() override;
+
+  // For its tasks and its loop, on any thread.
+
+  [[nodiscard]] const std::shared_ptr<Clock>& clock() const noexcept { return clock_; }
+  [[nodiscard]] CurlLoop& loop() const noexcept { return *loop_; }
+
+  /// Null for none, and after the session has ended.
+  [[nodiscard]] std::shared_ptr<URLSessionDelegate> delegate() const;
+
+  /// Runs a job on the delegate queue.
+  void post(Job job) { delegateQueue_->async(std::move(job)); }
+
+  /// Runs a job once the path is known, here and now when it is already. A monitor that does not
+  /// say within two seconds is taken at its word of then.
+  void whenPathIsKnown(Job job);
+
+  /// Whether all paths are constrained just now.
+  [[nodiscard]] bool isConstrained() { return watchPath().currentPath().isConstrained; }
+
+  /// The monitor of the network path, started on first use; it tells the loop of changes.
+  NWPathMonitor& watchPath();
+
+  /// Takes a task off the list of those that are not over.
+  void taskIsOver(TaskList::iterator place);
+
+ private:
+  std::shared_ptr<TransferTask> makeTask(URLRequest request, URLSessionCompletionHandler handler);
+  void endWhenIdle();
+
+  const URLSessionConfiguration configuration_;
+  const std::shared_ptr<DispatchQueue> delegateQueue_;
+  const std::shared_ptr<Clock> clock_;
+  const std::shared_ptr<CurlLoop> loop_;
+  std::atomic<std::uint64_t> lastIdentifier_ = 0;
+  std::once_flag pathOnce_;
+  const std::shared_ptr<PathGate> pathGate_ = std::make_shared<PathGate>();
+  std::shared_ptr<NWPathMonitor> pathMonitor_;  // set by `pathOnce_`
+  mutable FutexLock lock_;                      // guards what follows
+  std::shared_ptr<URLSessionDelegate> delegate_;
+  TaskList tasks_;  // not over yet, suspended ones included
+  bool isInvalid_ = false;
+  bool hasEnded_ = false;
+  std::promise<void> endIsTold_;  // kept once, when the delegate has heard of the end
+  const std::shared_future<void> end_ = endIsTold_.get_future().share();
+};
+
+}  // namespace ombrix::platform::detail

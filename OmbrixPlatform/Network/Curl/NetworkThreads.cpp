@@ -1,0 +1,93 @@
+#include "OmbrixPlatform/Network/Curl/Detail/NetworkThreads.hpp"
+
+#include <pthread.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+
+namespace ombrix::platform::detail {
+namespace {
+
+constexpr std::size_t kMostEnding = 8;
+constexpr std::chrono::seconds kLongestWaitAtExit{1};
+
+std::atomic<bool> isChild = false;
+
+}  // namespace
+
+NetworkThreads& NetworkThreads::shared() {
+  // Leaked: sessions may still run while the process ends.
+  static NetworkThreads& threads = *[] {
+    ::pthread_atfork(nullptr, nullptr, [] { isChild = true; });
+    atExit([] { shared().joinEnding(); });
+    return new NetworkThreads;
+  }();
+  return threads;
+}
+
+NetworkThreads::Number NetworkThreads::start(std::move_only_function<void()> body) {
+  std::list<Member> ended;
+  Number number = 0;
+  {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this] { return ending_ < kMostEnding; });
+    ended.swap(ended_);
+    number = ++last_;
+    const auto self = running_.insert(running_.end(), {number, {}});
+    try {
+      self->thread =
+          std::thread([this, self, body = std::move(body)]() mutable { run(self, body); });
+    } catch (...) {
+      running_.erase(self);
+      ended_.splice(ended_.end(), ended);
+      throw;
+    }
+  }
+  for (Member& member : ended) member.thread.join();
+  return number;
+}
+
+void NetworkThreads::join(Number number) {
+  std::list<Member> ended;
+  const auto isIt = [number](const Member& member) { return member.number == number; };
+  {
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [&] { return std::ranges::none_of(running_, isIt); });
+    const auto found = std::ranges::find_if(ended_, isIt);
+    // Else somebody else has joined it, or is about to have.
+    if (found != ended_.end()) ended.splice(ended.end(), ended_, found);
+  }
+  for (Member& member : ended) member.thread.join();
+}
+
+void NetworkThreads::run(std::list<Member>::iterator self, std::move_only_function<void()>& body) {
+  body();
+  body = nullptr;
+  const std::lock_guard lock(mutex_);
+  ended_.splice(ended_.end(), running_, self);
+  --ending_;
+  changed_.notify_all();
+}
+
+void NetworkThreads::joinEnding() {
+  std::list<Member> ended;
+  {
+    std::unique_lock lock(mutex_);
+    changed_.wait_for(lock, kLongestWaitAtExit, [this] { return ending_ == 0; });
+    ended.swap(ended_);
+  }
+  for (Member& member : ended) member.thread.join();
+}
+
+void NetworkThreads::oneEnds() {
+  const std::lock_guard lock(mutex_);
+  ++ending_;
+}
+
+bool isForkedChild() noexcept { return isChild; }
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,106 @@
+#include "OmbrixPlatform/Network/Curl/Detail/Redirect.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string>
+#include <string_view>
+#include <utility>
+
+namespace ombrix::platform::detail {
+namespace {
+
+/// The text with what servers write into "Location" though a URL may not hold it percent-encoded.
+std::string encodedWhereNeeded(std::string_view text) {
+  constexpr std::string_view kNeverInURLs = "\"<>\\^`{|}";
+  constexpr std::string_view kDigits = "0123456789ABCDEF";
+  std::string encoded;
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte <= ' ' || byte >= 0x7F || kNeverInURLs.contains(character)) {
+      encoded.append({'%', kDigits[byte >> 4], kDigits[byte & 0xF]});
+    } else {
+      encoded.push_back(character);
+    }
+  }
+  return encoded;
+}
+
+/// The URL without a name and password.
+URL withoutUserInfo(const URL& url) {
+  const auto user = url.userInfo();
+  if (!user) return url;
+  std::string text = url.absoluteString();
+  text.erase(static_cast<std::size_t>(user->data() - url.absoluteString().data()),
+             user->size() + 1);  // with the "@"
+  return URL::parse(text).value_or(url);
+}
+
+constexpr std::array<const char*, 3> kForOneOrigin{"Authorization", "Cookie",
+                                                   "Proxy-Authorization"};
+
+}  // namespace
+
+bool isRedirect(const HTTPURLResponse& response) noexcept {
+  switch (response.statusCode()) {
+    case 301:
+    case 302:
+    case 303:
+    case 307:
+    case 308:
+      return response.headers().contains("Location");
+    default:
+      return false;
+  }
+}
+
+bool isForOneOrigin(std::string_view headerName) noexcept {
+  return std::ranges::any_of(kForOneOrigin,
+                             [&](const char* name) { return headerNamesEqual(headerName, name); });
+}
+
+bool mayFollow(const URLRequest& request, const URLRequest& next) {
+  const auto from = URLOrigin::of(request.url);
+  const auto to = URLOrigin::of(next.url);
+  const bool isDowngrade = from && from->isSecure && !(to && to->isSecure);
+  return !(isDowngrade && next.httpBody && !next.httpBody->empty());
+}
+
+std::shared_ptr<const HTTPURLResponse> handedOver(std::shared_ptr<const HTTPURLResponse> response,
+                                                  const URL& original) {
+  if (!response->headers().contains("Authorization")) return response;
+  if (haveSameOrigin(response->url(), original)) return response;
+  HTTPHeaders headers = response->headers();
+  headers.remove("Authorization");
+  return std::make_shared<const HTTPURLResponse>(response->url(), response->statusCode(),
+                                                 std::move(headers), response->httpVersion());
+}
+
+std::optional<URLRequest> redirected(const URLRequest& request, const HTTPURLResponse& response) {
+  const auto location = response.valueForHTTPHeaderField("Location");
+  if (!location || location->empty()) return std::nullopt;
+  auto url = URL::parse(encodedWhereNeeded(*location), request.url);
+  if (!url) return std::nullopt;
+
+  const bool isSameOrigin = haveSameOrigin(*url, request.url);
+  if (!isSameOrigin || url->userInfo() != request.url.userInfo()) url = withoutUserInfo(*url);
+
+  URLRequest next = request;
+  next.url = *std::move(url);
+  const int status = response.statusCode();
+  const bool becomesGet = (status == 303 && request.httpMethod != "HEAD") ||
+                          ((status == 301 || status == 302) && request.httpMethod == "POST");
+  if (becomesGet) {
+    next.httpMethod = "GET";
+    next.httpBody.reset();
+    for (const char* name : {"Content-Type", "Content-Length", "Content-Encoding",
+                             "Content-Language", "Content-Location", "Expect"}) {
+      next.headers.remove(name);
+    }
+  }
+  if (!isSameOrigin) {
+    for (const char* name : kForOneOrigin) next.headers.remove(name);
+  }
+  return next;
+}
+
+}  // namespace ombrix::platform::detail

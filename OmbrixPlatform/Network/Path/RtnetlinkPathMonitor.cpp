@@ -1,0 +1,173 @@
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+#include <sys/timerfd.h>
+
+#include <mutex>
+#include <optional>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Network/NWPathMonitor.hpp"
+#include "OmbrixPlatform/Network/Path/Detail/NetworkManagerMetered.hpp"
+#include "OmbrixPlatform/Network/Path/Detail/RouteTable.hpp"
+
+namespace ombrix::platform {
+namespace {
+
+// So long the first report waits for the bus, which may be silent.
+constexpr itimerspec kLongestWaitForBus{.it_interval = {}, .it_value = {.tv_sec = 1, .tv_nsec = 0}};
+
+NWPath pathNow(bool isMetered) {
+  // Where the kernel does not answer nothing is known, and a request may well find its way.
+  const bool isSatisfied = detail::hasWayOut().value_or(true);
+  return {.status = isSatisfied ? NWPath::Status::satisfied : NWPath::Status::unsatisfied,
+          .isConstrained = isMetered,
+          .isExpensive = isMetered};
+}
+
+/// What a running monitor watches. The set of descriptors is one descriptor itself, so that one
+/// token ends it all. Everything but `path` belongs to the events thread once that has begun.
+class Watch {
+ public:
+  Watch(NWPathMonitor::UpdateHandler handler, std::move_only_function<void()> changeHandler)
+      : handler_(std::move(handler)),
+        changeHandler_(std::move(changeHandler)),
+        all_(::epoll_create1(EPOLL_CLOEXEC)),
+        first_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)),
+        overdue_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
+        routes_(detail::openRouteEvents()) {
+    (void)::timerfd_settime(overdue_.get(), 0, &kLongestWaitForBus, nullptr);
+    add(first_.get());
+    add(overdue_.get());
+    if (routes_) add(routes_.get());
+    manager_.connect();
+    followManager();
+  }
+
+  [[nodiscard]] int descriptor() const noexcept { return all_.get(); }
+
+  [[nodiscard]] std::optional<NWPath> path() const {
+    const std::lock_guard lock(mutex_);
+    return path_;
+  }
+
+  /// Something has come in.
+  void look() {
+    std::uint64_t ignored = 0;
+    (void)!::read(first_.get(), &ignored, sizeof ignored);
+    const bool isOverdue = ::read(overdue_.get(), &ignored, sizeof ignored) > 0;
+    const bool wasMetered = manager_.isMetered();
+    manager_.process();
+    const bool isChanged = routes_ && detail::drainRouteEvents(routes_.get());
+    if (isChanged) manager_.connect();  // a bus that was not there may be by now
+    followManager();
+    // A first report without an answer would call a network unmetered that may not be.
+    const bool mustReport = path() ? isChanged || manager_.isMetered() != wasMetered
+                                   : isOverdue || manager_.hasAnswer();
+    if (mustReport) report();
+    if (isChanged && changeHandler_) changeHandler_();
+  }
+
+ private:
+  void add(int descriptor) const {
+    epoll_event event{.events = EPOLLIN, .data = {.fd = descriptor}};
+    (void)::epoll_ctl(all_.get(), EPOLL_CTL_ADD, descriptor, &event);
+  }
+
+  /// Awaits what the bus wants next. A socket that was closed has left the set by itself, and the
+  /// next one may have its number: so changing is tried first.
+  void followManager() const {
+    const int bus = manager_.descriptor();
+    if (bus < 0) return;
+    epoll_event event{.events = manager_.events(), .data = {.fd = bus}};
+    if (::epoll_ctl(all_.get(), EPOLL_CTL_MOD, bus, &event) != 0) {
+      (void)::epoll_ctl(all_.get(), EPOLL_CTL_ADD, bus, &event);
+    }
+  }
+
+  void report() {
+    const NWPath now = pathNow(manager_.isMetered());
+    {
+      const std::lock_guard lock(mutex_);
+      if (std::exchange(path_, now) == now) return;
+    }
+    if (handler_) handler_(now);
+  }
+
+  NWPathMonitor::UpdateHandler handler_;
+  std::move_only_function<void()> changeHandler_;
+  const detail::Descriptor all_;
+  const detail::Descriptor first_;    // readable once, for the first look
+  const detail::Descriptor overdue_;  // readable once, when the first report must wait no longer
+  const detail::Descriptor routes_;
+  detail::NetworkManagerMetered manager_;
+  mutable std::mutex mutex_;
+  std::optional<NWPath> path_;
+};
+
+class RtnetlinkPathMonitor final : public NWPathMonitor {
+ public:
+  ~RtnetlinkPathMonitor() override { cancel(); }
+
+  void setPathUpdateHandler(UpdateHandler handler) override {
+    const std::lock_guard lock(mutex_);
+    handler_ = std::move(handler);
+  }
+
+  void setNetworkChangeHandler(std::move_only_function<void()> handler) override {
+    const std::lock_guard lock(mutex_);
+    changeHandler_ = std::move(handler);
+  }
+
+  void start() override {
+    const std::lock_guard lock(mutex_);
+    if (std::exchange(isStarted_, true)) return;
+    watch_ = std::make_shared<Watch>(std::move(handler_), std::move(changeHandler_));
+    token_ = whenReadable(watch_->descriptor(), [watch = watch_] { watch->look(); });
+  }
+
+  void cancel() override {
+    EventToken token;
+    std::shared_ptr<Watch> watch;
+    {
+      const std::lock_guard lock(mutex_);
+      isStarted_ = true;
+      token = std::move(token_);
+      watch = std::move(watch_);
+    }
+    token.cancel();
+  }
+
+  NWPath currentPath() const override {
+    std::shared_ptr<Watch> watch;
+    {
+      const std::lock_guard lock(mutex_);
+      watch = watch_;
+    }
+    const auto seen = watch ? watch->path() : std::nullopt;
+    return seen ? *seen : pathNow(false);
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  UpdateHandler handler_;
+  std::move_only_function<void()> changeHandler_;
+  bool isStarted_ = false;
+  std::shared_ptr<Watch> watch_;
+  EventToken token_;
+};
+
+class RtnetlinkPathMonitorFactory final : public NWPathMonitorFactory {
+ public:
+  std::shared_ptr<NWPathMonitor> make() override {
+    return std::make_shared<RtnetlinkPathMonitor>();
+  }
+};
+
+}  // namespace
+
+std::shared_ptr<NWPathMonitorFactory> makeSystemPathMonitorFactory() {
+  return std::make_shared<RtnetlinkPathMonitorFactory>();
+}
+
+}  // namespace ombrix::platform
