@@ -72,9 +72,7 @@ bool ombrix_FileManager_allocatedSizeAt_error_(const char* url, uint64_t* size,
                                                OmbrixError** error) {
   if (size != nullptr) *size = 0;
   return catching(error, [&] {
-    const URL location = urlFrom(url);
-    if (!location.isFileURL()) throw FileError(EINVAL, "measure", ombrix::c::textFrom(url));
-    const auto allocated = manager().allocatedSize(location);
+    const auto allocated = manager().allocatedSize(urlFrom(url));
     if (!allocated) throw FileError(allocated.error());
     if (size != nullptr) *size = *allocated;
     return true;

@@ -28,6 +28,7 @@ template <CodingWriter W, class Map>
 void encodeMap(W& writer, const Map& map) {
   using Key = typename Map::key_type;
   writer.beginObject();
+  announceItems<Map>(writer);
   {
     CodingPathChain::Step step(writer.pathChain());
     for (const auto& [key, value] : map) {
@@ -156,6 +157,7 @@ void encodeValue(W& writer, const T& value) {
     detail::encodeMap(writer, value);
   } else if constexpr (std::ranges::range<T>) {
     writer.beginArray();
+    detail::announceItems<T>(writer);
     {
       CodingPathChain::Step step(writer.pathChain());
       std::size_t index = 0;

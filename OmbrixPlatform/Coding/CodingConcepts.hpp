@@ -106,15 +106,27 @@ concept Growing = std::ranges::range<T> && requires(T& items) { items.emplace_ba
 template <class T>
 concept SetLike = std::ranges::range<T> && requires { typename T::key_type; };
 
+/// What an item of a container takes in memory, with what trees and tables add to it.
+template <class Container>
+inline constexpr std::size_t kItemBytes =
+    sizeof(typename Container::value_type) +
+    (requires(Container& out) { out.reserve(0); } && Growing<Container> ? 0 : 64);
+
 /// Tells a reader that wants to know how much memory the items of what has begun will take, and
 /// makes room for so many in `out`.
 template <class Item, CodingReader R, class T>
 void expectItems(R& reader, T& out) {
   if constexpr (requires { reader.expectItems(sizeof(Item)); }) {
-    constexpr std::size_t kNodeBytes = 64;  // what trees and tables add
-    constexpr bool kIsVector = requires { out.reserve(0); } && Growing<T>;
-    const std::size_t count = reader.expectItems(sizeof(Item) + (kIsVector ? 0 : kNodeBytes));
-    if constexpr (kIsVector) out.reserve(count);
+    const std::size_t count = reader.expectItems(kItemBytes<T>);
+    if constexpr (requires { out.reserve(0); } && Growing<T>) out.reserve(count);
+  }
+}
+
+/// Tells a writer that wants to know how much memory the items of what has begun take.
+template <class Container, CodingWriter W>
+void announceItems(W& writer) {
+  if constexpr (requires { writer.expectItems(std::size_t{}); }) {
+    writer.expectItems(kItemBytes<Container>);
   }
 }
 

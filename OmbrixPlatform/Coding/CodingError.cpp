@@ -79,6 +79,11 @@ DecodingError DecodingError::dataCorrupted(std::string_view what, CodingPath pat
   return {Kind::dataCorrupted, message, std::move(path)};
 }
 
+DecodingError DecodingError::tooLarge(std::string_view what, CodingPath path) {
+  const std::string message = fmt::format("{} {}.", what, where(path));
+  return {Kind::tooLarge, message, std::move(path)};
+}
+
 EncodingError EncodingError::invalidValue(std::string_view what, CodingPath path) {
   const std::string message = fmt::format("{} {}.", what, where(path));
   return {message, std::move(path)};

@@ -16,7 +16,8 @@ class DecodingError : public Error {
     keyNotFound,    // a required key is not there
     typeMismatch,   // another kind of value stands there
     valueNotFound,  // null, or no further item, where a value is required
-    dataCorrupted   // the bytes are no document, or the value is not allowed
+    dataCorrupted,  // the bytes are no document, or the value is not allowed
+    tooLarge        // the value takes far more memory than its bytes account for; nothing is broken
   };
 
   /// `path` leads to the container that lacks the key.
@@ -27,6 +28,7 @@ class DecodingError : public Error {
   static DecodingError valueNotFound(std::string_view expected, CodingPath path);
   /// `what` is a sentence without its full stop.
   static DecodingError dataCorrupted(std::string_view what, CodingPath path);
+  static DecodingError tooLarge(std::string_view what, CodingPath path);
 
   [[nodiscard]] Kind kind() const noexcept { return kind_; }
   [[nodiscard]] const CodingPath& codingPath() const noexcept { return path_; }

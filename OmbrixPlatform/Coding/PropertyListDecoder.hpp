@@ -20,6 +20,8 @@ class PropertyListDecoder {
     try {
       if (BinaryPropertyListView::matches(bytes)) return decodeBinary<T>(bytes);
       return decodeFrom<T>(*treeDecoder(PropertyListSerialization::read(bytes)));
+    } catch (const PropertyListSizeError& error) {
+      throw DecodingError::tooLarge(error.what(), {});
     } catch (const PropertyListError& error) {
       throw corrupted(error);
     }
@@ -37,6 +39,8 @@ class PropertyListDecoder {
     try {
       BinaryPropertyListReader reader(bytes, &userInfo);
       return detail::decodeNew<T>(reader);
+    } catch (const PropertyListSizeError&) {
+      throw;  // decoding it once more costs more
     } catch (const Error&) {
       // As in `JSONDecoder`.
     }

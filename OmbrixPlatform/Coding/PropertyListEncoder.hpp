@@ -13,9 +13,8 @@ class PropertyListEncoder {
   /// The file of a value of any type that can be coded. Throws `EncodingError`.
   template <class T>
   [[nodiscard]] Data encode(const T& value) const {
-    BinaryPropertyListWriter writer(&userInfo);
-    encodeValue(writer, value);
-    return writer.finish();
+    return BinaryPropertyListWriter::fileBy(
+        &userInfo, [&value](BinaryPropertyListWriter& writer) { encodeValue(writer, value); });
   }
 };
 

@@ -15,9 +15,8 @@ PropertyList PropertyListSerialization::read(DataView bytes) {
 Data PropertyListSerialization::write(const PropertyList& value, PropertyListFormat format) {
   if (format == PropertyListFormat::xml) return detail::writeXMLPropertyList(value);
   try {
-    BinaryPropertyListWriter writer;
-    writer.propertyList(value);
-    return writer.finish();
+    return BinaryPropertyListWriter::fileBy(
+        nullptr, [&value](BinaryPropertyListWriter& writer) { writer.propertyList(value); });
   } catch (const EncodingError& error) {
     throw PropertyListError(std::string("cannot write the property list: ") + error.what());
   }

@@ -13,6 +13,13 @@ class PropertyListError : public Error {
   using Error::Error;
 };
 
+/// A list whose value would take far more memory than its bytes account for, as that of many
+/// references to one object; it may be whole all the same.
+class PropertyListSizeError : public PropertyListError {
+ public:
+  using PropertyListError::PropertyListError;
+};
+
 /// Containers may lie this deep in each other, in files read and in values written.
 inline constexpr int kMaxPropertyListDepth = 512;
 
@@ -23,7 +30,8 @@ class PropertyListSerialization {
  public:
   /// Reads a property list in the binary or the XML form, whichever the first bytes show.
   ///
-  /// Of equal keys in one dictionary the last value stays. Throws `PropertyListError`; no bytes,
+  /// Of equal keys in one dictionary the last value stays. Throws `PropertyListError`, or
+  /// `PropertyListSizeError`, which is one; no bytes,
   /// however damaged, make it read out of bounds, recurse without bound or use memory out of
   /// proportion to their number.
   static PropertyList read(DataView bytes);

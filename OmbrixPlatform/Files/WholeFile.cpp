@@ -78,26 +78,35 @@ int makeRoom(int descriptor, const struct stat& info, off_t length) noexcept {
   return error;
 }
 
+/// Gives a file whose contents are as they were before its old modification time, too.
+void restoreTime(int descriptor, const struct stat& info) noexcept {
+  const timespec times[] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, info.st_mtim};
+  static_cast<void>(::futimens(descriptor, times));
+}
+
 /// Writes what reaches beyond the old end, behind a zero that stands for the first byte. Where that
 /// fails the file becomes as it was before; 0 or errno.
-int writeGrowth(int descriptor, std::byte first, off_t oldLength, DataView growth) noexcept {
+int writeGrowth(int descriptor, std::byte first, const struct stat& info,
+                DataView growth) noexcept {
   constexpr std::byte kMark{0};
   int error = writeAllAt(descriptor, std::span(&kMark, 1), 0);
-  if (error == 0) error = writeAllAt(descriptor, growth, oldLength);
-  if (error != 0 && detail::retrying([&] { return ::ftruncate(descriptor, oldLength); }) == 0) {
-    static_cast<void>(writeAllAt(descriptor, std::span(&first, 1), 0));
+  if (error == 0) error = writeAllAt(descriptor, growth, info.st_size);
+  if (error != 0 && detail::retrying([&] { return ::ftruncate(descriptor, info.st_size); }) == 0 &&
+      writeAllAt(descriptor, std::span(&first, 1), 0) == 0) {
+    restoreTime(descriptor, info);
   }
   return error;
 }
 
 /// Writes the contents behind a zero that stands for the first byte until the end; 0 or errno.
-int writeInPlace(int descriptor, off_t oldLength, DataView contents) noexcept {
+int writeInPlace(int descriptor, const struct stat& info, DataView contents) noexcept {
+  const off_t oldLength = info.st_size;
   const auto length = static_cast<off_t>(contents.size());
   DataView rest = contents.subspan(length > 0 ? 1 : 0);
   std::byte first{};
   if (oldLength > 0 && length > oldLength && ::pread(descriptor, &first, 1, 0) == 1) {
     const auto kept = static_cast<std::size_t>(oldLength);
-    const int error = writeGrowth(descriptor, first, oldLength, contents.subspan(kept));
+    const int error = writeGrowth(descriptor, first, info, contents.subspan(kept));
     if (error != 0) return error;
     rest = rest.first(kept - 1);
   }
@@ -116,23 +125,23 @@ int writeInPlace(int descriptor, off_t oldLength, DataView contents) noexcept {
   return error;
 }
 
-int writeTo(int descriptor, DataView contents, bool isNew) noexcept {
-  struct stat info{};
-  if (::fstat(descriptor, &info) != 0) return errno;
+int writeTo(int descriptor, const struct stat& info, DataView contents, bool isNew) noexcept {
   if (const int code = codeFor(info.st_mode); code != 0) return code;
   if (!isNew) {
     const int error = makeRoom(descriptor, info, static_cast<off_t>(contents.size()));
-    if (error != 0) return error;
+    if (error != 0) {
+      restoreTime(descriptor, info);
+      return error;
+    }
   }
-  return writeInPlace(descriptor, info.st_size, contents);
+  return writeInPlace(descriptor, info, contents);
 }
 
-/// Whether a path still names the file that is open.
-bool isNamed(int descriptor, const std::string& path) noexcept {
-  struct stat open{};
+/// Whether a path still names a file that was looked at.
+bool isNamed(const struct stat& file, const std::string& path) noexcept {
   struct stat named{};
-  return ::fstat(descriptor, &open) == 0 && ::lstat(path.c_str(), &named) == 0 &&
-         open.st_ino == named.st_ino && open.st_dev == named.st_dev;
+  return ::lstat(path.c_str(), &named) == 0 && file.st_ino == named.st_ino &&
+         file.st_dev == named.st_dev;
 }
 
 /// Keeps writers off a file that is open for reading, until it is closed: who does not wait is
@@ -157,22 +166,29 @@ Descriptor openToWrite(const std::string& path, int flags) noexcept {
   }
 }
 
-FileResult<void> writeFile(const std::string& path, DataView contents, int flags, bool mayMake) {
+FileResult<void> writeFile(std::string path, DataView contents, int flags, bool mayMake) {
   Descriptor file = openToWrite(path, flags);
   bool isNew = false;
   if (!file && errno == ENOENT && mayMake) {
     file = openToWrite(path, flags | O_CREAT | O_EXCL);
+    // A link that leads nowhere yet.
+    if (!file && errno == EEXIST && (flags & O_NOFOLLOW) == 0 &&
+        detail::followLastLink(path) == 0) {
+      file = openToWrite(path, flags | O_CREAT | O_EXCL);
+    }
     isNew = static_cast<bool>(file);
-    // Somebody else has made it meanwhile, or it is a link that leads nowhere yet.
+    // Somebody else has made it meanwhile.
     if (!file && errno == EEXIST) file = openToWrite(path, flags | O_CREAT);
   }
   if (!file) return failure(errno, "open", path);
-  int error = writeTo(file.get(), contents, isNew);
-  // Not what has taken the place of a file that was not finished.
-  if (error != 0 && isNew && isNamed(file.get(), path)) ::unlink(path.c_str());
+  struct stat info{};
+  int error = ::fstat(file.get(), &info) == 0 ? writeTo(file.get(), info, contents, isNew) : errno;
+  if (error != 0) static_cast<void>(::fstat(file.get(), &info));  // it may be what has failed
   if (const int closeError = file.reset(); error == 0) error = closeError;
-  if (error != 0) return failure(error, "write", path);
-  return {};
+  if (error == 0) return {};
+  // Not what has taken the place of a file that was not finished.
+  if (isNew && isNamed(info, path)) ::unlink(path.c_str());
+  return failure(error, "write", path);
 }
 
 /// Reads an open file to its end; 0 or errno.
@@ -265,7 +281,7 @@ FileResult<bool> FileManager::removeUnchanged(const URL& url, const FileContents
     if (error != 0) return failure(error, "read", path);
     return false;
   }
-  if (!isNamed(file.get(), path)) return false;
+  if (!isNamed(info, path)) return false;
   if (::unlink(path.c_str()) != 0) return failure(errno, "remove", path);
   return true;
 }

@@ -113,27 +113,23 @@ class XdgDirectories final : public Directories {
   XdgDirectories() : temporary_(absolutePathIn("TMPDIR")), home_(absolutePathIn("HOME")) {
     if (temporary_.empty()) temporary_ = "/tmp";
     if (!isUsableHome(home_)) home_ = homeInPasswordDatabase();
-    if (!isUsableHome(home_)) home_ = privateFolderIn(temporary_);
-    const auto folder = [this](const char* variable, const char* fallback) {
-      const std::string value = absolutePathIn(variable);
-      return value.empty() ? home_ + "/" + fallback : value;
-    };
-    caches_ = folder("XDG_CACHE_HOME", ".cache");
-    data_ = folder("XDG_DATA_HOME", ".local/share");
-    preferences_ = folder("XDG_CONFIG_HOME", ".config");
+    if (!isUsableHome(home_)) home_.clear();
+    caches_ = absolutePathIn("XDG_CACHE_HOME");
+    data_ = absolutePathIn("XDG_DATA_HOME");
+    preferences_ = absolutePathIn("XDG_CONFIG_HOME");
   }
 
-  URL caches() const override { return URL::fileURL(caches_, true); }
-  URL applicationSupport() const override { return URL::fileURL(data_, true); }
-  URL library() const override { return URL::fileURL(data_, true); }
-  URL preferences() const override { return URL::fileURL(preferences_, true); }
+  URL caches() const override { return URL::fileURL(folder(caches_, ".cache"), true); }
+  URL applicationSupport() const override { return library(); }
+  URL library() const override { return URL::fileURL(folder(data_, ".local/share"), true); }
+  URL preferences() const override { return URL::fileURL(folder(preferences_, ".config"), true); }
   URL temporary() const override { return URL::fileURL(temporary_, true); }
 
   URL documents() const override {
     const auto file = FileManager::defaultManager().contents(
         preferences().appendingPathComponent("user-dirs.dirs", false));
-    const std::string path = file ? documentsIn(textOf(*file), home_) : "";
-    return URL::fileURL(path.empty() ? home_ : path, true);
+    const std::string path = file ? documentsIn(textOf(*file), home()) : "";
+    return URL::fileURL(path.empty() ? home() : path, true);
   }
 
   std::optional<URL> containerForGroup(std::string_view group) const override {
@@ -146,7 +142,7 @@ class XdgDirectories final : public Directories {
       const std::lock_guard lock(mutex_);
       if (const auto set = containers_.find(group); set != containers_.end()) return set->second;
     }
-    const std::string path = data_ + "/" + std::string(group);
+    const std::string path = folder(data_, ".local/share") + "/" + std::string(group);
     if (!isFolder(path.c_str())) return std::nullopt;
     return URL::fileURL(path, true);
   }
@@ -161,8 +157,20 @@ class XdgDirectories final : public Directories {
   }
 
  private:
-  std::string temporary_, home_, caches_, data_, preferences_;
+  /// The user's home. One that stands in is made when it is first asked for: who has folders
+  /// elsewhere needs none.
+  std::string home() const {
+    const std::lock_guard lock(mutex_);
+    if (home_.empty()) home_ = privateFolderIn(temporary_);
+    return home_;
+  }
+  std::string folder(const std::string& given, const char* inHome) const {
+    return given.empty() ? home() + "/" + inHome : given;
+  }
+
+  std::string temporary_, caches_, data_, preferences_;
   mutable std::mutex mutex_;
+  mutable std::string home_;  // empty until there is one
   std::map<std::string, URL, std::less<>> containers_;
 };
 

@@ -56,6 +56,8 @@ class CurrentValueSubject final
   }
 
   void send(Output value) const { state_->send(std::move(value)); }
+  /// Sends the latest value once more; a newer one that is sent meanwhile stays the latest.
+  void sendAgain() const { state_->sendAgain(); }
   void sendCompletion(Completion<Failure> completion) const { state_->send(std::move(completion)); }
 
   void receive(std::shared_ptr<Subscriber<Output, Failure>> subscriber) const {

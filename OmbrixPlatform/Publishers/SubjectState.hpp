@@ -61,25 +61,17 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
   void send(Output value, Taken taken) {
     std::optional<Output> latest;  // then the one before it, which goes outside the lock
     if (keepsLatest_) latest.emplace(value);
-    Round round;
-    std::exception_ptr failure;
-    {
-      const std::lock_guard lock(mutex_);
-      if (completion_) return;
+    publish([&]() -> const Output& {
       if (keepsLatest_) value_.swap(latest);
       taken();
-      try {
-        for (const auto& conduit : conduits_) conduit->offer(value, round);
-      } catch (...) {  // no memory for a copy: those that come after this one miss the value
-        failure = std::current_exception();
-      }
-    }
-    while (auto* const conduit = round.first) {
-      round.first = conduit->next;
-      conduit->deliver(value);
-    }
-    for (const auto& conduit : round.busy) conduit->serve(true);
-    if (failure) std::rethrow_exception(failure);
+      return value;
+    });
+  }
+
+  /// Sends the latest value once more.
+  void sendAgain() {
+    std::optional<Output> latest;
+    publish([&]() -> const Output& { return latest.emplace(*value_); });
   }
 
   void send(Completion<Failure> completion) {
@@ -118,6 +110,30 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
 
  private:
   class Conduit;
+
+  /// Sends the value that `take` gives under the lock.
+  template <std::invocable Take>
+  void publish(Take take) {
+    const Output* value = nullptr;
+    Round round;
+    std::exception_ptr failure;
+    {
+      const std::lock_guard lock(mutex_);
+      if (completion_) return;
+      value = &take();
+      try {
+        for (const auto& conduit : conduits_) conduit->offer(*value, round);
+      } catch (...) {  // no memory for a copy: those that come after this one miss the value
+        failure = std::current_exception();
+      }
+    }
+    while (auto* const conduit = round.first) {
+      round.first = conduit->next;
+      conduit->deliver(*value);
+    }
+    for (const auto& conduit : round.busy) conduit->serve(true);
+    if (failure) std::rethrow_exception(failure);
+  }
 
   // Whom one value goes to.
   struct Round {

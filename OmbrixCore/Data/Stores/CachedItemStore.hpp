@@ -120,7 +120,10 @@ class CachedItemStore final
 
     // Kept: the value in memory is published again and the file is not read: reloading would throw
     // away a value whose write is still under way.
-    void presentedItemDidChange() override { innerSubject.send(value()); }
+    void presentedItemDidChange() override {
+      static_cast<void>(value());
+      innerSubject.sendAgain();
+    }
 
     DispatchOnce fetchGuarder;
     const platform::URL url;

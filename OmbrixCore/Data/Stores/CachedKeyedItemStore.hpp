@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 #include <utility>
@@ -16,9 +17,11 @@ namespace ombrix {
 /// A memory store in front of a store on disk, filled by what is read. See `KeyedItemStore`.
 ///
 /// It holds no state of its own: each operation takes its turn in the two stores, one after the
-/// other, and other operations may come in between. What is stored or purged goes to the disk
-/// first and changes the memory last: whatever a reader has found on disk before, and would put
-/// into memory after, is refused there; writes to other keys do not keep it out.
+/// other, and other operations may come in between. What is stored or purged is announced to the
+/// memory, goes to the disk and changes the memory last. Whatever a reader has found on disk before
+/// the end, and would put into memory, is refused there; writes to other keys do not keep it out.
+/// Where two change both stores under one key at a time, memory forgets the key, and the next
+/// reader takes what the disk has.
 template <class T>
 class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedItemStore<T>, T> {
   using Identified = IdentifiedItemOperations<CachedKeyedItemStore<T>, T>;
@@ -65,7 +68,7 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
   [[nodiscard]] platform::Async<std::uint64_t> size() const { return sizeOf(inner_); }
 
   [[nodiscard]] platform::Async<void> purge(std::string key) const {
-    return purgeIn(inner_, std::move(key));
+    return storeIn(inner_, std::nullopt, std::move(key), StoreType::both);
   }
   [[nodiscard]] platform::Async<void> purge() const { return purgeAll(inner_); }
 
@@ -75,6 +78,8 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
   }
 
  private:
+  using Here = typename InMemoryKeyedStore<T>::Here;
+
   // A class with a constructor: coroutines take it by value.
   struct Inner {
     Inner(InMemoryKeyedStore<T> inMemory, PlistKeyedItemStore<T> disk)
@@ -95,12 +100,20 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
 
   static platform::Async<void> storeIn(Inner inner, std::optional<T> value, std::string key,
                                        StoreType type) {
-    if (type != StoreType::memory) co_await inner.diskStore.store(value, key);
-    if (type == StoreType::disk) {
-      co_await inner.inMemoryStore.outdate(key);
-    } else {
+    if (type == StoreType::memory) {
       co_await inner.inMemoryStore.store(value, key);
+      co_return;
     }
+    const auto here = type == StoreType::disk ? Here::stays : Here::changes;
+    co_await inner.inMemoryStore.beginChange(key, here);
+    std::exception_ptr failure;
+    try {
+      co_await inner.diskStore.store(value, key);
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    co_await inner.inMemoryStore.endChange(value, key, here);
+    if (failure) std::rethrow_exception(failure);
   }
 
   static platform::Async<bool> existsIn(Inner inner, std::string key) {
@@ -136,14 +149,16 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
     co_return inMemory + onDisk;
   }
 
-  static platform::Async<void> purgeIn(Inner inner, std::string key) {
-    co_await inner.diskStore.purge(key);
-    co_await inner.inMemoryStore.purge(key);
-  }
-
   static platform::Async<void> purgeAll(Inner inner) {
-    co_await inner.diskStore.purge();
-    co_await inner.inMemoryStore.purge();
+    co_await inner.inMemoryStore.beginPurge();
+    std::exception_ptr failure;
+    try {
+      co_await inner.diskStore.purge();
+    } catch (...) {
+      failure = std::current_exception();
+    }
+    co_await inner.inMemoryStore.endPurge();
+    if (failure) std::rethrow_exception(failure);
   }
 
   static platform::Async<void> purgeOldestIn(Inner inner, std::int64_t keeping) {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <deque>
+#include <list>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -48,12 +48,9 @@ struct DataKeyedItemStore::State {
   }
 
   DataFileStore& open(const std::string& key) {
-    const auto found = stores.find(key);
-    if (found != stores.end()) {
-      found->second.isMissed = false;
-      return found->second.file;
-    }
-    return stores.try_emplace(key, path(key)).first->second.file;
+    const auto opened = stores.try_emplace(key, path(key)).first;
+    forgetMiss(opened->second);
+    return opened->second.file;
   }
 
   std::optional<platform::FileContents> read(const std::string& key) {
@@ -66,13 +63,9 @@ struct DataKeyedItemStore::State {
   /// Notes that nothing was found under a key. It counts as opened, yet only the last so many do:
   /// asking for ever new keys must not cost ever more memory.
   void miss(const std::string& key) {
-    stores.find(key)->second.isMissed = true;
-    missed.push_back(key);
+    stores.find(key)->second.miss = missed.insert(missed.end(), key);
     if (missed.size() <= kMostMissed) return;
-    const auto oldest = stores.find(missed.front());
-    if (oldest != stores.end() && oldest->second.isMissed && oldest->first != key) {
-      stores.erase(oldest);
-    }
+    stores.erase(missed.front());
     missed.pop_front();
   }
 
@@ -80,14 +73,14 @@ struct DataKeyedItemStore::State {
     const auto found = stores.find(key);
     if (found == stores.end()) return;
     found->second.file.purge();
-    stores.erase(found);
+    erase(found);
   }
 
   bool remove(const std::string& key, const platform::FileContents& contents) {
     const auto found = stores.find(key);
     if (found == stores.end()) return true;
     if (!found->second.file.purge(contents)) return false;
-    stores.erase(found);
+    erase(found);
     return true;
   }
 
@@ -135,16 +128,27 @@ struct DataKeyedItemStore::State {
   const URL baseDirectory;
   const std::string fileExtension;
   const std::optional<std::int64_t> sizeLimit;
+  using Misses = std::list<std::string>;  // keys, each once, the last one missed at the end
   struct Opened {
     explicit Opened(URL url) : file(std::move(url)) {}
 
     DataFileStore file;
-    bool isMissed = false;
+    std::optional<Misses::iterator> miss;  // where nothing was found
   };
+  using Stores = std::unordered_map<std::string, Opened>;
   static constexpr std::size_t kMostMissed = 1024;
 
-  std::unordered_map<std::string, Opened> stores;
-  std::deque<std::string> missed;  // in the order of the misses; some were stored or purged since
+  void forgetMiss(Opened& opened) {
+    if (opened.miss) missed.erase(*opened.miss);
+    opened.miss.reset();
+  }
+  void erase(Stores::iterator opened) {
+    forgetMiss(opened->second);
+    stores.erase(opened);
+  }
+
+  Stores stores;
+  Misses missed;
 };
 
 DataKeyedItemStore::DataKeyedItemStore(URL baseDirectory, std::string fileExtension,

@@ -131,14 +131,58 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
                                            Revision revision) const {
     return detail::onActor(
         state_, [value = std::move(value), key = std::move(key), revision](State& state) mutable {
-          if (state.revisionOf(key) == revision) state.keep(std::move(key), *std::move(value));
+          if (state.revisionOf(key) != revision || state.changes.contains(key)) return;
+          state.keep(std::move(key), *std::move(value));
         });
   }
 
-  /// Says that copies of the key which were read elsewhere before are no longer to be filled in.
-  [[nodiscard]] platform::Async<void> outdate(std::string key) const {
-    return detail::onActor(state_,
-                           [key = std::move(key)](State& state) { ++state.revisionOf(key); });
+  /// What a change of a key, which begins elsewhere, will do here when it ends.
+  enum class Here : std::uint8_t { stays, changes };
+
+  /// Until the end nothing is filled in under the key.
+  [[nodiscard]] platform::Async<void> beginChange(std::string key, Here here) const {
+    return detail::onActor(state_, [key = std::move(key), here](State& state) {
+      Change& change = state.changes[key];
+      ++change.count;
+      if (here == Here::stays) return;
+      change.isDisputed |= change.countHere > 0 || state.purges > 0;
+      ++change.countHere;
+    });
+  }
+
+  /// The item takes its place here; none, and removes what is there, where other changes of the key
+  /// were under way meanwhile: nobody knows which of them came last elsewhere.
+  [[nodiscard]] platform::Async<void> endChange(std::optional<T> value, std::string key,
+                                                Here here) const {
+    return detail::onActor(
+        state_, [value = std::move(value), key = std::move(key), here](State& state) mutable {
+          ++state.revisionOf(key);
+          const auto change = state.changes.find(key);
+          const bool isDisputed = change->second.isDisputed;
+          if (here == Here::changes) --change->second.countHere;
+          if (--change->second.count == 0) state.changes.erase(change);
+          if (here == Here::stays) return;
+          if (value && !isDisputed) {
+            state.keep(std::move(key), *std::move(value));
+          } else {
+            state.remove(key);
+          }
+        });
+  }
+
+  /// The same of all keys at once.
+  [[nodiscard]] platform::Async<void> beginPurge() const {
+    return detail::onActor(state_, [](State& state) {
+      ++state.purges;
+      for (auto& [key, change] : state.changes) change.isDisputed |= change.countHere > 0;
+    });
+  }
+  [[nodiscard]] platform::Async<void> endPurge() const {
+    return detail::onActor(state_, [](State& state) {
+      --state.purges;
+      state.outdateAll();
+      state.removeAll();
+    });
   }
 
   struct Entry;
@@ -149,6 +193,13 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
   struct Entry {
     T value;
     typename Ages::iterator stored;
+  };
+
+  /// Changes of one key that are under way elsewhere.
+  struct Change {
+    int count = 0;
+    int countHere = 0;        // of those, how many change what is here, too
+    bool isDisputed = false;  // there were several of these at one time
   };
 
   struct State {
@@ -206,6 +257,8 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
     Ages ages;
     std::uint64_t sequence = 0;
     std::array<Revision, 256> revisions{};  // count what was stored and purged, not filled in
+    std::unordered_map<std::string, Change> changes;
+    int purges = 0;  // of everything, under way elsewhere
     const std::optional<std::int64_t> maxStoredItems;
     std::vector<platform::ObservationToken> cancellables;
   };

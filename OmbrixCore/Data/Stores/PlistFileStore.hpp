@@ -1,7 +1,7 @@
 #pragma once
 
 #include <cstdint>
-#include <new>
+#include <exception>
 #include <optional>
 #include <utility>
 
@@ -18,7 +18,8 @@ namespace ombrix {
 /// A file that does not decode as `T` is logged and deleted, and its value is lost. So is what was
 /// written before `T` got a new required field: give a new field a default, or make it optional
 /// (`platform::codingFields`). Damaged data and null for a required field are such failures, too; a
-/// file that cannot be read, or is not held for lack of memory, stays.
+/// file that cannot be read, is not held for lack of memory, or whose value would take memory out
+/// of proportion to the file's size, stays.
 template <class T>
 class PlistFileStore final {
  public:
@@ -36,11 +37,8 @@ class PlistFileStore final {
       if (!contents) return std::nullopt;
       try {
         return platform::PropertyListDecoder().decode<T>(contents->bytes);
-      } catch (const std::bad_alloc&) {
-        // The file may be good: it stays.
-        detail::logNoMemory(backingDiskStore_.fileURL());
-        return std::nullopt;
       } catch (const std::exception& error) {
+        if (detail::logIfUnreadable(backingDiskStore_.fileURL(), error)) return std::nullopt;
         detail::logItemStore("value", "Data: Error reading plist for store, deleting: ", error);
       }
       if (backingDiskStore_.purge(*contents)) break;

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <new>
+#include <exception>
 #include <optional>
 #include <string>
 #include <utility>
@@ -77,10 +77,8 @@ class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItem
                             bool& isBroken) const {
       try {
         return decoder.decode<T>(bytes);
-      } catch (const std::bad_alloc&) {
-        // The file may be good: it stays.
-        detail::logNoMemory(backingDiskStore.path(key));
       } catch (const std::exception& error) {
+        if (detail::logIfUnreadable(backingDiskStore.path(key), error)) return std::nullopt;
         isBroken = true;
         detail::logKeyedItemStore("value(for:)", "Data: Error reading plist for ", key,
                                   " in store, deleting: ", error);

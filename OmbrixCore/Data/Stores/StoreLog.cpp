@@ -1,9 +1,11 @@
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
 
 #include <cerrno>
+#include <new>
 #include <string>
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
+#include "OmbrixPlatform/Coding/CodingError.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
 
 namespace ombrix::detail {
@@ -21,10 +23,18 @@ void logKeyedItemStore(std::string_view function, std::string_view what, std::st
   logError({"OmbrixCore/Data/KeyedItemStore", function}, message, where);
 }
 
-void logNoMemory(const platform::URL& file, std::source_location where) {
-  logItemStore("value",
-               "Error reading the object: ", platform::FileError(ENOMEM, "read", file.path()),
-               where);
+bool logIfUnreadable(const platform::URL& file, const std::exception& error,
+                     std::source_location where) {
+  constexpr std::string_view kReading = "Error reading the object: ";
+  using platform::DecodingError;
+  if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
+    logItemStore("value", kReading, platform::FileError(ENOMEM, "read", file.path()), where);
+    return true;
+  }
+  const auto* decoding = dynamic_cast<const DecodingError*>(&error);
+  if (decoding == nullptr || decoding->kind() != DecodingError::Kind::tooLarge) return false;
+  logItemStore("value", kReading, error, where);
+  return true;
 }
 
 }  // namespace ombrix::detail

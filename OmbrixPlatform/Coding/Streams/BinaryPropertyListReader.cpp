@@ -8,14 +8,9 @@ namespace ombrix::platform {
 namespace {
 
 using View = BinaryPropertyListView;
+using Allowance = View::Allowance;
 
 constexpr std::size_t kUsualDepth = 8;
-// What going to an object costs, taken or skipped; bytes of texts and data and what its value takes
-// in memory come on top.
-constexpr std::uint64_t kVisitCost = 16;
-// What a decoder of a value costs, with each step of the path to it.
-constexpr std::uint64_t kDecoderCost = 128, kPathCost = 8;
-
 bool isText(const View::Object& object) noexcept {
   return object.kind == View::Kind::text8 || object.kind == View::Kind::text16;
 }
@@ -175,7 +170,7 @@ bool BinaryPropertyListReader::nextKey(std::string_view& key) {
     frames_.pop_back();
     return false;
   }
-  allowance_.spend(kVisitCost);
+  allowance_.spend(Allowance::kVisitCost);
   const View::Object name = view_.object(view_.reference(frame.container, frame.next));
   if (!isText(name)) throw PropertyListError("damaged property list: a key is not a text");
   key = text(name);
@@ -189,14 +184,14 @@ bool BinaryPropertyListReader::nextItem() {
     frames_.pop_back();
     return false;
   }
-  allowance_.spend(kVisitCost);
+  allowance_.spend(Allowance::kVisitCost);
   current_ = view_.reference(frame.container, frame.next++);
   return true;
 }
 
 PropertyList BinaryPropertyListReader::tree(std::uint64_t index, int depth) {
   const View::Object value = view_.object(index);
-  allowance_.spend(kVisitCost);
+  allowance_.spend(Allowance::kVisitCost);
   switch (value.kind) {
     case View::Kind::boolean:
       return value.bits != 0;
@@ -230,8 +225,7 @@ PropertyList BinaryPropertyListReader::tree(std::uint64_t index, int depth) {
     }
     return items;
   }
-  constexpr std::size_t kIndexBytes = 32;  // of an entry, at most
-  allowance_.visit(value.bits, sizeof(PropertyList::Dictionary::Entry) + kIndexBytes);
+  allowance_.visit(value.bits, Allowance::kEntryCost);
   PropertyList::Dictionary entries;
   entries.reserve(static_cast<std::size_t>(value.bits));
   for (std::uint64_t i = 0; i < value.bits; ++i) {
@@ -268,7 +262,7 @@ OrderedDictionary<std::uint64_t> BinaryPropertyListReader::entries() {
   OrderedDictionary<std::uint64_t> entries;
   std::string_view key;
   beginObject();
-  expectItems(kDecoderCost);
+  expectItems(Allowance::kDecoderCost);
   while (nextKey(key)) entries.set(std::string{key}, current_);
   return entries;
 }
@@ -276,7 +270,7 @@ OrderedDictionary<std::uint64_t> BinaryPropertyListReader::entries() {
 std::vector<std::uint64_t> BinaryPropertyListReader::items() {
   std::vector<std::uint64_t> items;
   beginArray();
-  expectItems(kDecoderCost);
+  expectItems(Allowance::kDecoderCost);
   while (nextItem()) items.push_back(current_);
   return items;
 }
@@ -294,9 +288,11 @@ struct Objects {
     try {
       // References in a circle end here.
       if (path.size() >= static_cast<std::size_t>(kMaxPropertyListDepth)) tooDeep();
-      document.allowance.spend(kVisitCost + kPathCost * path.size());
+      document.allowance.spend(Allowance::kVisitCost + Allowance::kPathCost * path.size());
       BinaryPropertyListReader reader(document, object, path);
       return read(reader);
+    } catch (const PropertyListSizeError& error) {
+      throw DecodingError::tooLarge(error.what(), path);
     } catch (const PropertyListError& error) {
       throw DecodingError::dataCorrupted(std::string("The data cannot be read: ") + error.what(),
                                          path);
@@ -334,7 +330,7 @@ std::shared_ptr<Decoder> BinaryPropertyListReader::decoder() {
   }
   static_cast<void>(object());  // what cannot be read at all is told at once
   const CodingPath path = codingPath();
-  allowance_.spend(kDecoderCost + kPathCost * path.size());
+  allowance_.spend(Allowance::kDecoderCost + Allowance::kPathCost * path.size());
   return detail::makeTreeDecoder<Objects>(document_, current_, path);
 }
 

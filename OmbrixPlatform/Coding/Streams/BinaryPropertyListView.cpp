@@ -14,7 +14,7 @@ void BinaryPropertyListView::damaged(const char* what) {
 }
 
 void BinaryPropertyListView::Allowance::refuse() {
-  throw PropertyListError("damaged property list: it expands out of proportion to its size");
+  throw PropertyListSizeError("The property list expands out of proportion to its size");
 }
 
 bool BinaryPropertyListView::matches(DataView bytes) noexcept {

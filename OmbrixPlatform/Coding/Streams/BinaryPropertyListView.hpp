@@ -50,7 +50,19 @@ class BinaryPropertyListView {
   class Allowance {
    public:
     Allowance(std::size_t fileSize, std::uint64_t objectCount)
-        : left_(kBase + kFactor * fileSize), free_(objectCount) {}
+        : left_(bytesFor(fileSize)), free_(objectCount) {}
+
+    /// What a file of so many bytes may use up. A writer that shares objects stays below.
+    static constexpr std::uint64_t bytesFor(std::uint64_t fileSize) noexcept {
+      return kBase + kFactor * fileSize;
+    }
+    /// What going to an object costs, taken or skipped; bytes of texts and data and what its value
+    /// takes in memory come on top.
+    static constexpr std::uint64_t kVisitCost = 16;
+    /// What a decoder of a value costs, with each step of the path to it.
+    static constexpr std::uint64_t kDecoderCost = 128, kPathCost = 8;
+    /// What an entry of a dictionary takes in a tree, at most.
+    static constexpr std::uint64_t kEntryCost = sizeof(PropertyList::Dictionary::Entry) + 32;
 
     void spend(std::uint64_t bytes) {
       if (bytes >= left_) refuse();
@@ -66,8 +78,6 @@ class BinaryPropertyListView {
 
    private:
     static constexpr std::uint64_t kBase = 16 << 20;
-    // What our own writer shares (numbers and short texts) stays well below: a reference takes at
-    // least one byte.
     static constexpr std::uint64_t kFactor = 256;
     [[noreturn]] static void refuse();
     std::uint64_t left_;

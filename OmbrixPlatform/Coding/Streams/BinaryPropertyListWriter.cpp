@@ -1,11 +1,14 @@
 #include "OmbrixPlatform/Coding/Streams/BinaryPropertyListWriter.hpp"
 
+#include <algorithm>
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "OmbrixPlatform/Coding/Detail/PropertyListTree.hpp"
 #include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Coding/Streams/BinaryPropertyListView.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -13,9 +16,6 @@ namespace {
 constexpr std::string_view kHeader = "bplist00";
 constexpr std::size_t kFirstTableSize = 64;
 constexpr unsigned kRecentBits = 8;
-// Longer objects are not shared: a reader takes a file for a hostile one when many references lead
-// to a large object.
-constexpr std::size_t kLongestShared = 128;
 
 std::uint64_t hashOf(const char* at, std::size_t size) noexcept {
   constexpr std::uint64_t kFactor = 0x9E3779B97F4A7C15U;
@@ -65,8 +65,11 @@ void appendHeader(Data& out, unsigned marker, std::uint64_t count) {
 
 }  // namespace
 
-BinaryPropertyListWriter::BinaryPropertyListWriter(const CodingUserInfo* userInfo)
-    : userInfo_(userInfo), table_(kFirstTableSize), recent_(std::size_t{1} << kRecentBits) {}
+BinaryPropertyListWriter::BinaryPropertyListWriter(const CodingUserInfo* userInfo, Sharing sharing)
+    : userInfo_(userInfo),
+      sharing_(sharing),
+      table_(kFirstTableSize),
+      recent_(std::size_t{1} << kRecentBits) {}
 
 void BinaryPropertyListWriter::refuse(const char* what) const {
   throw EncodingError::invalidValue(what, codingPath());
@@ -109,9 +112,9 @@ void BinaryPropertyListWriter::growTable() {
 
 // The object was just written at the tail: an equal one that is there already replaces it. No
 // object begins like another that is longer, so comparing as many bytes is enough.
-std::uint32_t BinaryPropertyListWriter::uniqueTail(std::size_t start) {
+std::uint32_t BinaryPropertyListWriter::uniqueTail(std::size_t start, Sharing sharing) {
   const std::string_view tail = std::string_view{leaves_}.substr(start);
-  if (tail.size() > kLongestShared) return newId(start);
+  if (tail.size() > kLongestShared || sharing == Sharing::keys) return newId(start);
   const auto hash = static_cast<std::uint32_t>(hashOf(tail.data(), tail.size()));
   const std::size_t mask = table_.size() - 1;
   std::size_t at = hash & mask;
@@ -135,7 +138,8 @@ std::uint32_t BinaryPropertyListWriter::uniqueTail(std::size_t start) {
 void BinaryPropertyListWriter::number(unsigned marker, std::uint64_t bits, unsigned size) {
   const std::uint64_t hash = (bits ^ marker) * 0x9E3779B97F4A7C15U;
   RecentNumber& recent = recent_[hash >> (64 - kRecentBits)];
-  if (recent.idAfter == 0 || recent.bits != bits || recent.marker != marker) {
+  if (recent.idAfter == 0 || recent.bits != bits || recent.marker != marker ||
+      sharing_ == Sharing::keys) {
     recent = {bits, newId(leaves_.size()) + 1, marker};
     byte(marker);
     bigEndian(bits, size);
@@ -143,12 +147,12 @@ void BinaryPropertyListWriter::number(unsigned marker, std::uint64_t bits, unsig
   pending_.push_back(recent.idAfter - 1);
 }
 
-std::uint32_t BinaryPropertyListWriter::textId(std::string_view text) {
+std::uint32_t BinaryPropertyListWriter::textId(std::string_view text, Sharing sharing) {
   const std::size_t start = leaves_.size();
   if (detail::isAscii(text)) {
     header(0x50, text.size());
     leaves_.append(text);
-    return uniqueTail(start);
+    return uniqueTail(start, sharing);
   }
   std::string units;
   const std::size_t count = detail::appendAsUtf16BigEndian(units, text);
@@ -157,11 +161,13 @@ std::uint32_t BinaryPropertyListWriter::textId(std::string_view text) {
   }
   header(0x60, count);
   leaves_.append(units);
-  return uniqueTail(start);
+  return uniqueTail(start, sharing);
 }
 
 void BinaryPropertyListWriter::key(std::string_view name) { pending_.push_back(textId(name)); }
-void BinaryPropertyListWriter::text(std::string_view value) { pending_.push_back(textId(value)); }
+void BinaryPropertyListWriter::text(std::string_view value) {
+  pending_.push_back(textId(value, sharing_));
+}
 
 void BinaryPropertyListWriter::boolean(bool value) { number(value ? 0x09 : 0x08, 0, 0); }
 
@@ -180,7 +186,7 @@ void BinaryPropertyListWriter::unsignedInteger(std::uint64_t value) {
   byte(0x14);
   bigEndian(0, 8);
   bigEndian(value, 8);
-  pending_.push_back(uniqueTail(start));
+  pending_.push_back(uniqueTail(start, sharing_));
 }
 
 void BinaryPropertyListWriter::real(double value) {
@@ -196,14 +202,14 @@ void BinaryPropertyListWriter::uid(PropertyList::UID value) {
   const unsigned size = bytesFor(value.value);
   byte(0x80U | (size - 1));
   bigEndian(value.value, size);
-  pending_.push_back(uniqueTail(start));
+  pending_.push_back(uniqueTail(start, sharing_));
 }
 
 void BinaryPropertyListWriter::data(DataView value) {
   const std::size_t start = leaves_.size();
   header(0x40, value.size());
   leaves_.append(textOf(value));
-  pending_.push_back(uniqueTail(start));
+  pending_.push_back(uniqueTail(start, sharing_));
 }
 
 void BinaryPropertyListWriter::begin(bool isDictionary) {
@@ -223,6 +229,12 @@ void BinaryPropertyListWriter::end() {
   container.firstReference = references_.size();
   references_.insert(references_.end(), first, pending_.end());
   pending_.erase(first, pending_.end());
+  if (container.itemBytes > 0) {
+    const std::uint64_t items = container.references / (container.isDictionary ? 2 : 1);
+    visits_ += items;
+    visitBytes_ += items * container.itemBytes;
+    widestItem_ = std::max<std::uint64_t>(widestItem_, container.itemBytes);
+  }
   ended_.push_back(container);
 }
 
@@ -242,6 +254,15 @@ void BinaryPropertyListWriter::emitContainer(Data& out, const Container& contain
 }
 
 void BinaryPropertyListWriter::propertyList(const PropertyList& value) {
+  using Allowance = BinaryPropertyListView::Allowance;
+  if (isForDecoders_) {
+    constexpr std::uint64_t kOperations = 4;  // on one value
+    decoderBytes_ += Allowance::kDecoderCost +
+                     kOperations * (Allowance::kVisitCost + Allowance::kPathCost * open_.size());
+  }
+  const auto itemBytes = [this](std::size_t inTree) {
+    return isForDecoders_ ? std::max<std::size_t>(Allowance::kDecoderCost, inTree) : inTree;
+  };
   switch (value.kind()) {
     case PropertyList::Kind::boolean:
       return boolean(*value.boolean());
@@ -260,10 +281,12 @@ void BinaryPropertyListWriter::propertyList(const PropertyList& value) {
       return uid(*value.uid());
     case PropertyList::Kind::array:
       beginArray();
+      expectItems(itemBytes(sizeof(PropertyList)));
       for (const PropertyList& item : *value.array()) propertyList(item);
       return endArray();
     case PropertyList::Kind::dictionary:
       beginObject();
+      expectItems(itemBytes(Allowance::kEntryCost));
       for (const auto& [name, item] : *value.dictionary()) {
         key(name);
         propertyList(item);
@@ -275,7 +298,24 @@ void BinaryPropertyListWriter::propertyList(const PropertyList& value) {
 void BinaryPropertyListWriter::writeWith(void (*encode)(Encoder&, const void*), const void* value) {
   static const CodingUserInfo* const kNone = new CodingUserInfo;
   const detail::PropertyListCodingOptions options{userInfo_ == nullptr ? *kNone : *userInfo_};
-  propertyList(detail::encodeTree<detail::PropertyListTree>(options, codingPath(), encode, value));
+  const auto tree =
+      detail::encodeTree<detail::PropertyListTree>(options, codingPath(), encode, value);
+  isForDecoders_ = true;
+  propertyList(tree);
+  isForDecoders_ = false;
+}
+
+/// Whether a reader takes the file, however it goes through it: at most what it charges, and at
+/// least what it allows.
+bool BinaryPropertyListWriter::staysWithinAllowance() const {
+  using Allowance = BinaryPropertyListView::Allowance;
+  const std::uint64_t objects = offsets_.size(), references = references_.size() + 1;
+  const std::uint64_t size = leaves_.size() + references * bytesFor(objects - 1) + objects;
+  const std::uint64_t unpaid = visits_ - std::min(visits_, objects);
+  const std::uint64_t charged = std::min(unpaid * widestItem_, visitBytes_) +
+                                references * (Allowance::kVisitCost + kLongestShared) +
+                                leaves_.size() + decoderBytes_;
+  return charged < Allowance::bytesFor(size);
 }
 
 Data BinaryPropertyListWriter::finish() {

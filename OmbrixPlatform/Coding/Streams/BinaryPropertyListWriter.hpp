@@ -19,12 +19,29 @@ inline constexpr std::string_view kPropertyListNull = "$null";
 
 /// Writes a binary property list in one go, in the manner of `CodingWriter`.
 ///
-/// Equal short texts and data are stored once, and numbers that come again soon. The caller keeps
+/// Equal short texts and data are stored once, and numbers that come again soon; see `fileBy` for
+/// the values where that would be too much for a reader. The caller keeps
 /// calls balanced and keys distinct. Throws `EncodingError` for text that is not UTF-8 and for
 /// containers nested too deep. Borrows the user info. One thread.
 class BinaryPropertyListWriter {
  public:
-  explicit BinaryPropertyListWriter(const CodingUserInfo* userInfo = nullptr);
+  enum class Sharing : std::uint8_t { keysAndValues, keys };
+
+  explicit BinaryPropertyListWriter(const CodingUserInfo* userInfo = nullptr,
+                                    Sharing sharing = Sharing::keysAndValues);
+
+  /// The file of what `encode(writer)` writes. It shares no values where a reader would take the
+  /// file for a hostile one otherwise, as that of many absent values of a large type: then `encode`
+  /// is called twice.
+  template <class Encode>
+  static Data fileBy(const CodingUserInfo* userInfo, const Encode& encode) {
+    BinaryPropertyListWriter writer(userInfo);
+    encode(writer);
+    if (writer.staysWithinAllowance()) return writer.finish();
+    BinaryPropertyListWriter unshared(userInfo, Sharing::keys);
+    encode(unshared);
+    return unshared.finish();
+  }
 
   /// Property lists have no null: the text "$null" stands for it.
   void null() { text(kPropertyListNull); }
@@ -42,6 +59,7 @@ class BinaryPropertyListWriter {
   void key(std::string_view name);
   /// A key in static memory: known again by its address.
   void plainKey(std::string_view name) {
+    if (name.size() > kLongestShared) return key(name);
     KnownKey& known = knownKeys_[addressHash(name.data()) % knownKeys_.size()];
     if (known.name.data() != name.data() || known.name.size() != name.size()) {
       known = {name, textId(name)};
@@ -51,6 +69,8 @@ class BinaryPropertyListWriter {
   void endObject() { end(); }
   void beginArray() { begin(false); }
   void endArray() { end(); }
+  /// Where an array or object has begun: says how much memory each of its items takes.
+  void expectItems(std::size_t bytesEach) { open_.back().itemBytes = bytesEach; }
   void writeWith(void (*encode)(Encoder&, const void*), const void* value);
 
   /// The finished file. The writer is empty afterwards.
@@ -60,6 +80,9 @@ class BinaryPropertyListWriter {
   [[nodiscard]] CodingPath codingPath() const { return path_.path(); }
 
  private:
+  // Longer objects are not shared.
+  static constexpr std::size_t kLongestShared = 128;
+
   struct Slot {
     std::uint32_t hash = 0;
     std::uint32_t idAfter = 0;  // the id and one more; 0 is free
@@ -78,14 +101,16 @@ class BinaryPropertyListWriter {
     bool isDictionary;
     std::size_t firstReference;  // in pending_ while open, in references_ once ended
     std::size_t references;
+    std::size_t itemBytes = 0;  // in memory, where a reader makes room for them all at once
   };
 
   [[noreturn]] void refuse(const char* what) const;
   void begin(bool isDictionary);
   void end();
   std::uint32_t newId(std::uint64_t offset);
-  std::uint32_t textId(std::string_view text);
-  std::uint32_t uniqueTail(std::size_t start);
+  std::uint32_t textId(std::string_view text, Sharing sharing = Sharing::keysAndValues);
+  std::uint32_t uniqueTail(std::size_t start, Sharing sharing);
+  [[nodiscard]] bool staysWithinAllowance() const;
   void number(unsigned marker, std::uint64_t bits, unsigned size);
   static std::size_t addressHash(const char* address) noexcept {
     const auto bits = reinterpret_cast<std::uintptr_t>(address);
@@ -98,6 +123,7 @@ class BinaryPropertyListWriter {
   void emitContainer(Data& out, const Container& container, unsigned referenceSize) const;
 
   const CodingUserInfo* userInfo_;
+  Sharing sharing_;
   CodingPathChain path_;
   std::string leaves_;                     // the scalars as they will stand in the file
   std::vector<std::uint64_t> offsets_;     // by id, from the start of leaves_
@@ -109,6 +135,9 @@ class BinaryPropertyListWriter {
   std::size_t tableUsed_ = 0;
   std::vector<RecentNumber> recent_;  // the last number with each hash
   std::array<KnownKey, 64> knownKeys_{};
+  bool isForDecoders_ = false;  // what is written now is read through `Decoder`
+  // What a reader will use up of its allowance.
+  std::uint64_t visits_ = 0, visitBytes_ = 0, widestItem_ = 0, decoderBytes_ = 0;
 };
 
 }  // namespace ombrix::platform

@@ -80,7 +80,7 @@ Descriptor openLockFile(const std::string& path) {
   return openFile(path, kFlags, kOwnerOnly);
 }
 
-enum class Currency : std::uint8_t { current, replaced, unknown };
+enum class Currency : std::uint8_t { current, replaced, gone, unknown };
 
 /// Whether the path still leads to the open file; with errno where that cannot be told.
 Currency currencyOf(int file, const std::string& path) noexcept {
@@ -88,7 +88,7 @@ Currency currencyOf(int file, const std::string& path) noexcept {
   struct stat named{};
   if (::fstat(file, &open) != 0) return Currency::unknown;
   if (::stat(path.c_str(), &named) != 0) {
-    return errno == ENOENT ? Currency::replaced : Currency::unknown;
+    return errno == ENOENT ? Currency::gone : Currency::unknown;
   }
   const bool isSame = open.st_ino == named.st_ino && open.st_dev == named.st_dev;
   return isSame ? Currency::current : Currency::replaced;
@@ -135,8 +135,9 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     }
   }
 
-  // A lock file that is replaced every time it is opened is no way to go on.
+  // A lock file that is replaced, or gone, every time it is opened is no way to go on.
   constexpr int kMostAttempts = 1000;
+  int code = EBUSY;
   for (int attempts = 0; attempts < kMostAttempts; ++attempts) {
     Descriptor file = openLockFile(lockFile);
     int readOnlyCode = 0;
@@ -154,11 +155,14 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     if (const int error = lockRanges(file.get(), ranges, access); error != 0) return failure(error);
     const Currency currency = currencyOf(file.get(), lockFile);
     if (currency == Currency::unknown) return failure(errno);
-    if (currency == Currency::replaced) continue;
+    if (currency != Currency::current) {
+      code = currency == Currency::gone ? ENOENT : EBUSY;
+      continue;
+    }
     hold({lockFile, ranges.access, isExclusive, std::move(file), readOnlyCode});
     return CoordinationLock(Ending::release);
   }
-  return failure(EBUSY);
+  return failure(code);
 }
 
 CoordinationLock::~CoordinationLock() {

@@ -70,8 +70,11 @@ TEST(DirectoriesTests, WithoutAnyHomeThereIsAPrivateOne) {
     }
     const auto findHome = [&] {
       if (::setgid(kUnknownUser) != 0 || ::setuid(kUnknownUser) != 0) std::_Exit(2);
-      setFolders("/dev/null/nowhere", nullptr, scratch.path().c_str());
-      const std::string home = makeSystemDirectories()->documents().path();
+      setFolders("/dev/null/nowhere", "/data", scratch.path().c_str());
+      const auto directories = makeSystemDirectories();
+      static_cast<void>(directories->library());
+      if (*squatted == '\0' && exists(scratch.path() / "home-54321")) std::_Exit(3);
+      const std::string home = directories->documents().path();
       struct stat info{};
       const bool isOwn = ::lstat(home.c_str(), &info) == 0 && info.st_uid == kUnknownUser &&
                          (info.st_mode & 07777) == 0700;

@@ -114,17 +114,22 @@ TEST_F(FileManagerTests, WritesInPlace) {
 // Catches a limit, or a lack of room, that costs the old contents or leaves a part of the new ones.
 TEST_F(FileManagerTests, WhatFindsNoRoomLeavesTheFile) {
   dir_.write("f", "old contents");
+  fs::create_symlink("nowhere", dir_.path() / "dangling");
   rlimit previous{};
   getrlimit(RLIMIT_FSIZE, &previous);
   const rlimit tight{.rlim_cur = 20, .rlim_max = previous.rlim_max};
   const auto previousHandler = std::signal(SIGXFSZ, SIG_IGN);
   setrlimit(RLIMIT_FSIZE, &tight);
-  const auto written = manager_.overwriteFile(url("f"), bytesOf(std::string(100, 'n')));
+  const std::string tooMuch(100, 'n');
+  const auto written = manager_.overwriteFile(url("f"), bytesOf(tooMuch));
+  const auto throughLink = manager_.createFile(url("dangling"), bytesOf(tooMuch));
   setrlimit(RLIMIT_FSIZE, &previous);
   std::signal(SIGXFSZ, previousHandler);
   ASSERT_FALSE(written);
   EXPECT_EQ(written.error().code(), EFBIG);
   EXPECT_EQ(dir_.read("f"), "old contents");
+  ASSERT_FALSE(throughLink);
+  EXPECT_FALSE(fs::exists(dir_.path() / "nowhere"));
 }
 
 // Catches a removal that follows a link, stops at a full folder or hides that nothing was there.

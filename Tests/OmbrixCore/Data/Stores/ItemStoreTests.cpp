@@ -106,6 +106,18 @@ TEST_P(ItemStoreTests, BadFilesAreLogged) {
   EXPECT_EQ(log_.lines().back().function, "doRead(url:)");
 }
 
+/// Two arrays of 4,096 references, each to the next object, and a truth value.
+std::string expandingList() {
+  const auto array = [](char next) {
+    return std::string("\xAF\x11\x10\0", 4) + std::string(4096, next);
+  };
+  return "bplist00" + array(1) + array(2) + '\x09' +
+         std::string(
+             "\0\x08\x10\x0C\x20\x10\0\0\0\0\0\0\x02\x01"
+             "\0\0\0\0\0\0\0\x03\0\0\0\0\0\0\0\0\0\0\0\0\0\0\x20\x11",
+             38);
+}
+
 // Catches a file that is removed, waited for or believed though nothing says that it is broken.
 TEST_P(ItemStoreTests, FilesThatCannotBeReadStay) {
   PlistFileStore<StoredDay>(url("large")).setValue(StoredDay{"large", 1, std::vector(200, 1.0)});
@@ -113,6 +125,11 @@ TEST_P(ItemStoreTests, FilesThatCannotBeReadStay) {
   fs::resize_file(path("endless"), std::uintmax_t{1} << 40);
   ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
   PlistFileStore<Unholdable>(url("unholdable")).setValue(Unholdable());
+  directories_.dir().write(path("expanding"), expandingList());
+  using Expanding = std::vector<std::vector<bool>>;
+  EXPECT_EQ(PlistFileStore<Expanding>(url("expanding")).value(), std::nullopt);
+  EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith("Error reading the object: The property")));
+  EXPECT_TRUE(fs::exists(path("expanding")));
   DataFileStore::setSizeLimitBytes(1000);
   for (const char* name : {"large", "endless", "pipe", "unholdable"}) {
     EXPECT_EQ(PlistFileStore<Unholdable>(url(name)).value(), std::nullopt) << name;
@@ -297,6 +314,15 @@ TEST_P(ItemStoreTests, TheLastWriteStays) {
   PlistFileStore<int>(url("shared")).setValue(1);
   const CachedItemStore<int> shared(url("shared"), 0);
   EXPECT_EQ(shared.value(), 1);
+  // Others who have it published again do not bring an older value back.
+  std::jthread teller([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) shared.presentedItemDidChange();
+  });
+  for (int i = 0; i < 5'000; ++i) {
+    shared.setValue(i);
+    ASSERT_EQ(shared.value(), i);
+  }
+  teller = {};
   std::vector<std::thread> threads;
   for (int i = 0; i < 4; ++i) {
     threads.emplace_back([&, i] {

@@ -265,6 +265,11 @@ TEST_P(DiskKeyedStoreTests, WhatIsStoredMeanwhileStays) {
   }
   EXPECT_TRUE(data.exists("miss0").get()) << "forgotten";
   EXPECT_FALSE(data.exists("miss1099").get()) << "counts as opened";
+  for (int i = 0; i < 1100; ++i) data.value("polled").get();
+  data.value("another").get();
+  directories_.dir().write(folder() / "polled.data", "x");
+  data.purge("polled").get();
+  EXPECT_FALSE(data.exists("polled").get()) << "forgotten too early";
   log_.takeErrors();
 }
 
@@ -338,6 +343,49 @@ TEST(CachedKeyedItemStoreTests, WhatIsReplacedStaysReplaced) {
     if (changed == "another") fs::remove_all(folder.path());  // memory has it
     const auto after = store.value("k").get();
     EXPECT_EQ(after ? std::optional(after->number) : std::nullopt, expected) << name;
+  }
+  log.takeErrors();  // of the files that are gone
+}
+
+// Catches memory that keeps another value than the disk, after a reader beside a writer, two
+// writers of one key, and a writer beside a purge.
+TEST(CachedKeyedItemStoreTests, MemoryAndDiskAgree) {
+  testing::ScopedDirectories directories;
+  RecordingLog log;
+  using Store = CachedKeyedItemStore<Interrupted>;
+  const URL folder = URL::fileURL((directories.dir().path() / "items").string(), true);
+  const PlistKeyedItemStore<Interrupted> disk(folder);
+  const Store store{InMemoryKeyedStore<Interrupted>(), disk};
+  for (int round = 0; round < 20; ++round) {
+    store.purge("k").get();
+    store.store(Interrupted{1}, "k", Store::StoreType::disk).get();
+    std::binary_semaphore encoding{0}, mayGoOn{0};
+    Interrupted::whileEncoding = [&] {
+      encoding.release();
+      mayGoOn.acquire();
+    };
+    auto changing = store.store(Interrupted{2}, "k", Store::StoreType::disk).start();
+    encoding.acquire();
+    auto reading = store.value("k").start();
+    for (int i = 0; i < 10; ++i) disk.age("k").get();  // mostly the reader has the file by then
+    mayGoOn.release();
+    reading.get();
+    changing.get();
+    EXPECT_EQ(store.value("k").get(), Interrupted{2});
+  }
+  const std::function<platform::Async<void>()> others[] = {
+      [&] { return store.store(Interrupted{3}, "k"); },
+      [&] { return store.purge("k"); },
+      [&] { return store.purge(); },
+  };
+  for (const auto& other : others) {
+    for (int round = 0; round < 200; ++round) {
+      auto storing = store.store(Interrupted{2}, "k").start();
+      auto changing = other().start();
+      storing.get();
+      changing.get();
+      EXPECT_EQ(store.value("k").get(), disk.value("k").get()) << &other - others;
+    }
   }
   log.takeErrors();  // of the files that are gone
 }

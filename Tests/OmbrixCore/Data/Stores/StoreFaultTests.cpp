@@ -23,8 +23,9 @@ namespace {
 thread_local int countdown = 0;
 thread_local int code = 0;
 thread_local bool hasChanged = false;  // whether a call before it has changed a file's contents
-// Part of the paths that cannot be looked at by any thread.
+// Part of the paths that cannot be looked at by any thread, and why.
 const char* unseen = nullptr;
+int unseenCode = 0;
 
 bool fails() noexcept {
   if (countdown == 0 || --countdown > 0) return false;
@@ -92,7 +93,7 @@ int mkdir(const char* path, mode_t mode) noexcept {
 }
 int stat(const char* path, struct stat* info) noexcept {
   if (unseen != nullptr && std::strstr(path, unseen) != nullptr) {
-    errno = EIO;
+    errno = unseenCode;
     return -1;
   }
   return static_cast<int>(call(SYS_stat, path, info));
@@ -132,6 +133,7 @@ TEST_P(StoreFaultTests, EveryCallMayFail) {
   const auto descriptors = [] {
     return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
   };
+  const auto earlier = fs::file_time_type::clock::now() - std::chrono::hours(1);
   store.store(other, "other").get();
   const auto before = descriptors();
   int reached = 0;
@@ -145,6 +147,7 @@ TEST_P(StoreFaultTests, EveryCallMayFail) {
         const std::string& fresh = replacements[round % 3];
         store.store(old, "k").get();
         if (operation == Operation::make) store.purge("k").get();
+        if (operation == Operation::save) fs::last_write_time(folder / "k.data", earlier);
         std::optional<std::string> seen;
         code = failure;
         hasChanged = false;
@@ -182,7 +185,10 @@ TEST_P(StoreFaultTests, EveryCallMayFail) {
         if (operation == Operation::save && isUntouched && !errors.empty()) {
           EXPECT_EQ(value, old) << where << " lost it needlessly";
         }
-        EXPECT_TRUE(operation != Operation::make || isThere == value.has_value()) << where;
+        if (operation == Operation::save && value == old) {
+          EXPECT_EQ(fs::last_write_time(folder / "k.data"), earlier) << where << " renewed its age";
+        }
+        EXPECT_TRUE(operation != Operation::make || isThere == errors.empty()) << where;
         if (errors.empty()) {
           const bool isDone = operation == Operation::read    ? seen == old
                               : operation == Operation::purge ? !value
@@ -206,10 +212,15 @@ TEST(StoreLockTests, ALockFileThatCannotBeSeenIsAnError) {
   testing::RecordingLog log;
   directories.setGroupContainer(true);
   const DataFileStore store(URL::fileURL((directories.dir().path() / "group/item").string()));
-  unseen = ".filecoordination";
-  EXPECT_EQ(store.value(), std::nullopt);
-  unseen = nullptr;
-  EXPECT_THAT(log.takeErrors(), ::testing::ElementsAre(StartsWith("Error reading the object: ")));
+  for (const int failure : {EIO, ENOENT}) {
+    unseenCode = failure;
+    unseen = ".filecoordination";
+    EXPECT_EQ(store.value(), std::nullopt);
+    unseen = nullptr;
+    EXPECT_THAT(log.takeErrors(),
+                ::testing::ElementsAre(AllOf(StartsWith("Error reading the object: "),
+                                             ::testing::HasSubstr(std::strerror(failure)))));
+  }
 }
 
 }  // namespace

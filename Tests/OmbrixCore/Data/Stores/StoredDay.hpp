@@ -39,13 +39,16 @@ struct Unholdable {
   friend bool operator==(const Unholdable&, const Unholdable&) = default;
 };
 
-/// A number during whose decoding something happens, once.
+/// A number during whose coding something happens, once.
 struct Interrupted {
   int number = 0;
 
-  static inline std::function<void()> whileDecoding;
+  static inline std::function<void()> whileDecoding, whileEncoding;
 
-  void encode(platform::Encoder& encoder) const { encoder.singleValueContainer()->encode(number); }
+  void encode(platform::Encoder& encoder) const {
+    if (auto happens = std::exchange(whileEncoding, nullptr)) happens();
+    encoder.singleValueContainer()->encode(number);
+  }
   static Interrupted decode(platform::Decoder& decoder) {
     const Interrupted value{decoder.singleValueContainer()->decode<int>()};
     if (auto happens = std::exchange(whileDecoding, nullptr)) happens();
