@@ -2,6 +2,7 @@
 
 #include <concepts>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
@@ -57,7 +58,7 @@ class CurrentValueSubject final
 
   void send(Output value) const { state_->send(std::move(value)); }
   /// Sends the latest value once more; a newer one that is sent meanwhile stays the latest.
-  void sendAgain() const { state_->sendAgain(); }
+  void sendAgain() const { state_->send(std::optional<Output>()); }
   void sendCompletion(Completion<Failure> completion) const { state_->send(std::move(completion)); }
 
   void receive(std::shared_ptr<Subscriber<Output, Failure>> subscriber) const {

@@ -27,6 +27,9 @@ template <class Output, class Failure>
 class SubjectState final : public std::enable_shared_from_this<SubjectState<Output, Failure>> {
  public:
   using AnySubscriber = std::shared_ptr<Subscriber<Output, Failure>>;
+  struct NoCall {
+    void operator()() const noexcept {}
+  };
 
   SubjectState() = default;
   explicit SubjectState(Output value) : keepsLatest_(true), value_(std::move(value)) {}
@@ -52,26 +55,32 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
     }
   }
 
-  void send(Output value) {
-    send(std::move(value), [] {});
-  }
-
+  /// @param value None sends the latest one again.
   /// @param taken Called under the lock, once the value is the latest.
-  template <std::invocable Taken>
-  void send(Output value, Taken taken) {
+  template <std::invocable Taken = NoCall>
+  void send(std::optional<Output> value, Taken taken = {}) {
     std::optional<Output> latest;  // then the one before it, which goes outside the lock
-    if (keepsLatest_) latest.emplace(value);
-    publish([&]() -> const Output& {
-      if (keepsLatest_) value_.swap(latest);
+    if (keepsLatest_ && value) latest.emplace(*value);
+    Round round;
+    std::exception_ptr failure;
+    {
+      const std::lock_guard lock(mutex_);
+      if (completion_) return;
+      if (!value) value.emplace(*value_);
+      if (latest) value_.swap(latest);
       taken();
-      return value;
-    });
-  }
-
-  /// Sends the latest value once more.
-  void sendAgain() {
-    std::optional<Output> latest;
-    publish([&]() -> const Output& { return latest.emplace(*value_); });
+      try {
+        for (const auto& conduit : conduits_) conduit->offer(*value, round);
+      } catch (...) {  // no memory for a copy: those that come after this one miss the value
+        failure = std::current_exception();
+      }
+    }
+    while (auto* const conduit = round.first) {
+      round.first = conduit->next;
+      conduit->deliver(*value);
+    }
+    for (const auto& conduit : round.busy) conduit->serve(true);
+    if (failure) std::rethrow_exception(failure);
   }
 
   void send(Completion<Failure> completion) {
@@ -110,30 +119,6 @@ class SubjectState final : public std::enable_shared_from_this<SubjectState<Outp
 
  private:
   class Conduit;
-
-  /// Sends the value that `take` gives under the lock.
-  template <std::invocable Take>
-  void publish(Take take) {
-    const Output* value = nullptr;
-    Round round;
-    std::exception_ptr failure;
-    {
-      const std::lock_guard lock(mutex_);
-      if (completion_) return;
-      value = &take();
-      try {
-        for (const auto& conduit : conduits_) conduit->offer(*value, round);
-      } catch (...) {  // no memory for a copy: those that come after this one miss the value
-        failure = std::current_exception();
-      }
-    }
-    while (auto* const conduit = round.first) {
-      round.first = conduit->next;
-      conduit->deliver(*value);
-    }
-    for (const auto& conduit : round.busy) conduit->serve(true);
-    if (failure) std::rethrow_exception(failure);
-  }
 
   // Whom one value goes to.
   struct Round {
