@@ -1,6 +1,6 @@
 // Strings tables in all encodings. Each text that is read must survive being written plainly.
 
-#include "OmbrixPlatform/Text/StringsTable.hpp"
+#include "OmbrixPlatform/Bundles/StringsTable.hpp"
 
 #include <cstdint>
 #include <cstdlib>

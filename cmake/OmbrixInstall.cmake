@@ -1,27 +1,34 @@
-# Install and export: find_package(OmbrixCore) gives Ombrix::Core and its parts.
+# Install and export: find_package(OmbrixCore) gives Ombrix::Core and its parts. What was not built is
+# left out, so that every preset can be installed, and a build of some targets as well.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
+set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/OmbrixCore)
 get_property(libraries GLOBAL PROPERTY OMBRIX_LIBRARIES)
-install(TARGETS ${libraries} EXPORT OmbrixCoreTargets FILE_SET HEADERS)
-install(EXPORT OmbrixCoreTargets NAMESPACE Ombrix::
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/OmbrixCore)
+set(components "")
+foreach(library IN LISTS libraries)
+  get_target_property(name ${library} EXPORT_NAME)
+  list(APPEND components ${name})
+  install(TARGETS ${library} EXPORT OmbrixCore${name}
+          ARCHIVE OPTIONAL LIBRARY OPTIONAL FILE_SET HEADERS)
+  install(EXPORT OmbrixCore${name} NAMESPACE Ombrix:: DESTINATION ${package_folder})
+endforeach()
 
 set(runtime ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
 list(REMOVE_DUPLICATES runtime)
 configure_package_config_file(
   ${PROJECT_SOURCE_DIR}/cmake/OmbrixCoreConfig.cmake.in
   ${PROJECT_BINARY_DIR}/OmbrixCoreConfig.cmake
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/OmbrixCore)
+  INSTALL_DESTINATION ${package_folder} PATH_VARS CMAKE_INSTALL_LIBDIR)
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/OmbrixCoreConfigVersion.cmake
                                  COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/OmbrixCoreConfig.cmake
               ${PROJECT_BINARY_DIR}/OmbrixCoreConfigVersion.cmake
-        DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/OmbrixCore)
+        DESTINATION ${package_folder})
 if(OMBRIX_BUILD_C)
   install(FILES OmbrixC/selectors.def DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/OmbrixC)
 endif()
 if(TARGET ombrix)
-  install(TARGETS ombrix)
+  install(TARGETS ombrix OPTIONAL)
 endif()

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "OmbrixC/Detail/ErrorOut.hpp"
-#include "OmbrixC/Detail/Requests.hpp"
+#include "OmbrixC/Networking/Detail/Requests.hpp"
 
 using ombrix::OmbrixServerAPI;
 using ombrix::c::catching;

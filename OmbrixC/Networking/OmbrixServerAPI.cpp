@@ -4,7 +4,7 @@
 
 #include "OmbrixC/Detail/ErrorOut.hpp"
 #include "OmbrixC/Detail/Observation.hpp"
-#include "OmbrixC/Detail/Requests.hpp"
+#include "OmbrixC/Networking/Detail/Requests.hpp"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 
 namespace ombrix {
 

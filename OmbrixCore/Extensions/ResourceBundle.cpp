@@ -1,6 +1,6 @@
 #include "OmbrixCore/Extensions/ResourceBundle.hpp"
 
-#include "OmbrixCore/Extensions/Detail/BuiltInTexts.hpp"
+#include "OmbrixCore/Resources/BuiltInTexts.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Services.hpp"
 

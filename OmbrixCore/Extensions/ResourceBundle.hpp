@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 
 namespace ombrix {

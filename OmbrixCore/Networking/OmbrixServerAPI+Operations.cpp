@@ -1,5 +1,5 @@
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 
 namespace ombrix {
 

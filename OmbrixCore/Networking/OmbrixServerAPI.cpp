@@ -2,7 +2,7 @@
 
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPIDelegate.hpp"
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Network/URLCache.hpp"
 
 namespace ombrix {

@@ -1,8 +1,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "OmbrixDay/Filters/Detail/FixSieve.hpp"
 #include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
+#include "OmbrixDay/Filters/FixSieve.hpp"
 #include "OmbrixDay/Filters/PlausibleFix.hpp"
 
 namespace ombrix::detail {

@@ -1,4 +1,4 @@
-#include "OmbrixDay/Filters/Detail/SpeedSmoother.hpp"
+#include "OmbrixDay/Filters/SpeedSmoother.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -5,12 +5,12 @@
 #include <utility>
 #include <vector>
 
-#include "OmbrixDay/Filters/Detail/FixSieve.hpp"
-#include "OmbrixDay/Filters/Detail/SpeedSmoother.hpp"
+#include "OmbrixDay/Filters/FixSieve.hpp"
+#include "OmbrixDay/Filters/SpeedSmoother.hpp"
 #include "OmbrixDay/Measuring/Detail/SegmentFigures.hpp"
-#include "OmbrixDay/Segments/Detail/MotionTicks.hpp"
-#include "OmbrixDay/Segments/Detail/SegmentDecoder.hpp"
-#include "OmbrixDay/Segments/Detail/SegmentJoiner.hpp"
+#include "OmbrixDay/Segments/MotionTicks.hpp"
+#include "OmbrixDay/Segments/SegmentDecoder.hpp"
+#include "OmbrixDay/Segments/SegmentJoiner.hpp"
 #include "OmbrixPlatform/Location/Geodesic.hpp"
 
 namespace ombrix {

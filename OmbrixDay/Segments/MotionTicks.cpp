@@ -1,4 +1,4 @@
-#include "OmbrixDay/Segments/Detail/MotionTicks.hpp"
+#include "OmbrixDay/Segments/MotionTicks.hpp"
 
 #include <algorithm>
 #include <cmath>

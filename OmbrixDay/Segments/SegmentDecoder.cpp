@@ -1,4 +1,4 @@
-#include "OmbrixDay/Segments/Detail/SegmentDecoder.hpp"
+#include "OmbrixDay/Segments/SegmentDecoder.hpp"
 
 #include <algorithm>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "OmbrixDay/Segments/Detail/SegmentJoiner.hpp"
+#include "OmbrixDay/Segments/SegmentJoiner.hpp"
 
 #include <cmath>
 

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <limits>
 
-#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
 #include "OmbrixPlatform/Csv/NumberText.hpp"
+#include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
 
 namespace ombrix::platform {
 namespace {

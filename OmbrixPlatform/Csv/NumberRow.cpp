@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
+#include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

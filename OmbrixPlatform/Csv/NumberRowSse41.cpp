@@ -3,8 +3,8 @@
 #include <bit>
 #include <cstddef>
 
-#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
 #include "OmbrixPlatform/Csv/Detail/NumberRow.hpp"
+#include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
 
 #if defined(__x86_64__) && defined(__GNUC__)
 

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <cstring>
 
-#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
 #include "OmbrixPlatform/Csv/NumberText.hpp"
+#include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
 
 namespace ombrix::platform {
 namespace {

@@ -7,8 +7,8 @@
 #include <memory>
 #include <span>
 
-#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 
 namespace ombrix::platform {
 namespace {

@@ -6,7 +6,7 @@
 #include <limits>
 #include <string_view>
 
-#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
+#include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

@@ -1,6 +1,6 @@
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
-#include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Services.hpp"
 

@@ -1,11 +1,11 @@
 #include <algorithm>
 #include <utility>
 
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/AtExit.hpp"
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Defaults/Detail/UserDefaultsState.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/Detail/FileStatus.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 

@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/Detail/FileStatus.hpp"
 #include "OmbrixPlatform/Files/Detail/LastLink.hpp"
 

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 

@@ -13,7 +13,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/Detail/LastLink.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 

@@ -10,7 +10,7 @@
 #include <mutex>
 #include <string>
 
-#include "OmbrixPlatform/Files/Detail/Environment.hpp"
+#include "OmbrixPlatform/Detail/Environment.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"

@@ -17,7 +17,7 @@
 
 #include "OmbrixPlatform/Concurrency/AtExit.hpp"
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixPlatform/Logging/Detail/LogLine.hpp"
 

@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 #include "OmbrixPlatform/Logging/Detail/LogLine.hpp"
 
 namespace ombrix::platform::detail {

@@ -4,7 +4,7 @@
 #include <unicode/uchar.h>
 #include <unicode/unistr.h>
 
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 

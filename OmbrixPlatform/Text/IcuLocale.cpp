@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <mutex>
 
-#include "OmbrixPlatform/Files/Detail/Environment.hpp"
+#include "OmbrixPlatform/Detail/Environment.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <memory>
 
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 
 namespace ombrix::platform {

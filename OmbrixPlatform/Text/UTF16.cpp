@@ -2,7 +2,7 @@
 
 #include <unicode/unistr.h>
 
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 

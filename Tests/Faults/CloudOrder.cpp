@@ -15,9 +15,9 @@
 #include <thread>
 
 #include "Faults/FaultRun.hpp"
-#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
+#include "OmbrixPlatform/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EtcdServer.hpp"

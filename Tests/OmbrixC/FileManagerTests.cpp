@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "OmbrixC/OmbrixFileManager.h"
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"

@@ -5,7 +5,7 @@
 #include <future>
 #include <stdexcept>
 
-#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
+#include "OmbrixPlatform/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixTesting/UnusedPort.hpp"
 

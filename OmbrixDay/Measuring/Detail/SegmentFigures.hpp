@@ -3,7 +3,7 @@
 #include <span>
 
 #include "OmbrixDay/Measuring/Day.hpp"
-#include "OmbrixDay/Segments/Detail/SegmentJoiner.hpp"
+#include "OmbrixDay/Segments/SegmentJoiner.hpp"
 
 namespace ombrix::detail {
 

@@ -3,7 +3,7 @@
 #include <cmath>
 #include <limits>
 
-#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
+#include "OmbrixPlatform/Detail/TextForms.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

@@ -5,11 +5,11 @@
 #include <new>
 #include <string>
 
-#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
 #include "OmbrixPlatform/Coding/Detail/XMLPropertyList.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
-#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
+#include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
+#include "OmbrixPlatform/Detail/TextForms.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

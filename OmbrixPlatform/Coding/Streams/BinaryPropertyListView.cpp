@@ -1,6 +1,6 @@
 #include "OmbrixPlatform/Coding/Streams/BinaryPropertyListView.hpp"
 
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 namespace {

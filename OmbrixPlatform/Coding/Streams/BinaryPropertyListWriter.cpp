@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "OmbrixPlatform/Coding/Detail/PropertyListTree.hpp"
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
 #include "OmbrixPlatform/Coding/Streams/BinaryPropertyListView.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 namespace {

@@ -11,9 +11,9 @@
 #include "OmbrixPlatform/Coding/Detail/JSONIndex.hpp"
 #include "OmbrixPlatform/Coding/Detail/JSONTree.hpp"
 #include "OmbrixPlatform/Coding/Detail/Numbers.hpp"
-#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
-#include "OmbrixPlatform/Csv/Detail/DecimalToDouble.hpp"
+#include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
+#include "OmbrixPlatform/Detail/TextForms.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 namespace {

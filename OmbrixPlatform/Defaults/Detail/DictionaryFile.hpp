@@ -10,7 +10,7 @@
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
 #include "OmbrixPlatform/Defaults/Detail/QueuedFileLock.hpp"
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 
 namespace ombrix::platform {
 

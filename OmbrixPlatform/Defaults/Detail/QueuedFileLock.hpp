@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 
 namespace ombrix::platform::detail {
 

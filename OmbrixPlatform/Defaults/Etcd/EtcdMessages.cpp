@@ -3,8 +3,8 @@
 #include <charconv>
 #include <utility>
 
-#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Detail/TextForms.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

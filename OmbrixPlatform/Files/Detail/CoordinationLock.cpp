@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

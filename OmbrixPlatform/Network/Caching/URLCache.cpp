@@ -5,7 +5,7 @@
 #include <unordered_map>
 #include <utility>
 
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Memory/MemoryWarning.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/HTTPCacheControl.hpp"

@@ -2,8 +2,8 @@
 
 #include <cerrno>
 
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
-#include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
 
 namespace ombrix::platform::detail {

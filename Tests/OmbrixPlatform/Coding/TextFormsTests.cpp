@@ -1,11 +1,11 @@
-#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
+#include "OmbrixPlatform/Detail/TextForms.hpp"
 
 #include <gtest/gtest.h>
 
 #include <limits>
 #include <random>
 
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

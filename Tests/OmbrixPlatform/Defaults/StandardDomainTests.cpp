@@ -3,9 +3,9 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
-#include "OmbrixPlatform/Files/Bundle.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/ScopedService.hpp"

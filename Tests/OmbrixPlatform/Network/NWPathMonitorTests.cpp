@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/ManualPathMonitor.hpp"

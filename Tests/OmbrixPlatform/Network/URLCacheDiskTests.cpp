@@ -10,7 +10,7 @@
 #include <random>
 #include <thread>
 
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/CachedAnswerCoding.hpp"
 #include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"

@@ -12,7 +12,7 @@
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdClient.hpp"
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 
 namespace ombrix::platform::detail {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "OmbrixPlatform/Files/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/CachedAnswer.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/CachedAnswerCoding.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/FileIdentity.hpp"

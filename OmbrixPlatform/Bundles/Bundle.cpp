@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 
 #include <dlfcn.h>
 
@@ -6,13 +6,13 @@
 #include <map>
 #include <vector>
 
+#include "OmbrixPlatform/Bundles/StringsTable.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
-#include "OmbrixPlatform/Files/Detail/Environment.hpp"
+#include "OmbrixPlatform/Detail/Environment.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/LanguageMatch.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
-#include "OmbrixPlatform/Text/StringsTable.hpp"
 
 namespace ombrix::platform {
 namespace {

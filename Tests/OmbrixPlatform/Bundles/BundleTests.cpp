@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Files/Bundle.hpp"
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 
 #include <gtest/gtest.h>
 

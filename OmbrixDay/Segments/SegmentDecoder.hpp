@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "OmbrixDay/Measuring/Day.hpp"
-#include "OmbrixDay/Segments/Detail/MotionTicks.hpp"
+#include "OmbrixDay/Segments/MotionTicks.hpp"
 
 namespace ombrix::detail {
 

@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Coding/Detail/TextForms.hpp"
+#include "OmbrixPlatform/Detail/TextForms.hpp"
 
 #include <fmt/format.h>
 

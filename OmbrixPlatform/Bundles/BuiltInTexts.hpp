@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "OmbrixPlatform/Text/StringsTable.hpp"
+#include "OmbrixPlatform/Bundles/StringsTable.hpp"
 
 namespace ombrix::platform {
 

@@ -1,8 +1,8 @@
-#include "OmbrixPlatform/Text/StringsTable.hpp"
+#include "OmbrixPlatform/Bundles/StringsTable.hpp"
 
 #include <algorithm>
 
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 namespace {

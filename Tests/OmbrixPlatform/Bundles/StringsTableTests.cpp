@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Text/StringsTable.hpp"
+#include "OmbrixPlatform/Bundles/StringsTable.hpp"
 
 #include <gtest/gtest.h>
 

@@ -9,7 +9,6 @@
 #include <string>
 #include <utility>
 
-#include "OmbrixPlatform/Files/FileError.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
 namespace ombrix::platform::detail {

@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Coding/Detail/Utf.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform::detail {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <span>
 
-#include "OmbrixPlatform/Files/BuiltInTexts.hpp"
+#include "OmbrixPlatform/Bundles/BuiltInTexts.hpp"
 
 namespace ombrix::detail {
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "OmbrixDay/Filters/Detail/FixSieve.hpp"
+#include "OmbrixDay/Filters/FixSieve.hpp"
 
 namespace ombrix::detail {
 

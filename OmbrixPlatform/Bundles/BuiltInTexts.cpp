@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Files/BuiltInTexts.hpp"
+#include "OmbrixPlatform/Bundles/BuiltInTexts.hpp"
 
 #include <algorithm>
 #include <utility>
