@@ -49,7 +49,7 @@ Track readCSV(platform::DataView bytes) {
     brokeOff = progress.brokeOff;
   });
   auto fixes = LocationCSVParser().parse(bytes, observer);
-  if (!fixes || brokeOff) throw TrackFormatError("reading broke off before its end");
+  if (!fixes || brokeOff) throw TrackFormatError("reading stopped before its end");
   if (fixes->empty() && track.skipped > 0) throw TrackFormatError("no row is a fix");
   track.fixes = *std::move(fixes);
   return track;
@@ -117,7 +117,7 @@ TrackFormat trackFormatOfBytes(platform::DataView bytes) {
 
 Track readTrack(platform::DataView bytes, TrackFormat format) {
   const auto fail = [format](std::string_view why) {
-    return TrackFormatError(fmt::format("This is no {} track: {}.", nameOf(format), why));
+    return TrackFormatError(fmt::format("This is not a {} track: {}.", nameOf(format), why));
   };
   if (bytes.size() > kMostTrackBytes) throw fail("it is larger than 1 GiB");
   try {

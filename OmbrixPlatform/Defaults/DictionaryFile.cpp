@@ -123,7 +123,9 @@ DictionaryFile::Outcome DictionaryFile::update(const Decide& decide, IfUnsaved i
   if (!hasChanged && unsaved_.empty() && !isShowingUnsaved_) return outcome;
   // A file that cannot be read is not replaced: that would lose what others keep in it.
   outcome.isSaved = loaded != Loaded::unreadable;
-  if (loaded == Loaded::empty) outcome.errors.push_back(file_ + " was empty and is written anew");
+  if (loaded == Loaded::empty) {
+    outcome.errors.push_back(file_ + " was empty and is being written again");
+  }
   if (outcome.isSaved) outcome.isSaved = save(outcome);
   if (outcome.isSaved || !hasChanged) return outcome;
   if (ifUnsaved == IfUnsaved::show) isShowingUnsaved_ = true;

@@ -43,11 +43,11 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"find abc missing.txt", 1, "missing.txt"},
       {"format furlong 3", 2, "furlong"},
       {"format speed ten", 2, "ten"},
-      {"format speed ''", 2, "\"\" is no number"},
-      {"format speed inf", 2, "\"inf\" is no number"},
-      {"format duration nan", 2, "\"nan\" is no number"},
+      {"format speed ''", 2, "\"\" is not a number"},
+      {"format speed inf", 2, "\"inf\" is not a number"},
+      {"format duration nan", 2, "\"nan\" is not a number"},
       {"format timer 1e19", 2, "from -9e+18 to 9e+18"},
-      {"find abc missing.txt --most -1", 2, "\"-1\" is no whole number"},
+      {"find abc missing.txt --most -1", 2, "\"-1\" is not a whole number"},
       {"format speed 10 --style wide", 2, "long,medium,short,value"},
       {"day", 2, "TRACK is required"},
       {"day day.csv --units furlongs", 2, "--units"},
@@ -269,7 +269,7 @@ TEST(CommandTests, WritesAndChecksGeometries) {
   EXPECT_EQ(run(folder, "geojson line.json").output, line + "\n");
   const Outcome bad = run(folder, "geojson bad.json");
   EXPECT_EQ(bad.status, 1);
-  EXPECT_THAT(bad.output, HasSubstr("bad.json is no geometry"));
+  EXPECT_THAT(bad.output, HasSubstr("bad.json is not a geometry"));
 }
 
 // Catches days that are forgotten with the process, kept twice, or listed oldest first.

@@ -230,7 +230,7 @@ TEST(TrackFormats, bytesThatAreNoTrackAreRefused) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text.substr(0, 80));
     const std::string failure = failureOf(c.text, c.format);
-    EXPECT_TRUE(failure.starts_with("This is no ") && failure.find(c.why) != failure.npos)
+    EXPECT_TRUE(failure.starts_with("This is not a ") && failure.find(c.why) != failure.npos)
         << failure;
   }
   // Cut anywhere, a document is refused; the last line break alone may be missing.

@@ -28,7 +28,7 @@ std::shared_ptr<ServingOptions> addServingOptions(CLI::App& app, const std::stri
   app.add_option("--authority-file", options->authorityFile,
                  "Write the certificate to trust to this file, as PEM");
   app.add_option("--rotate-every", options->server.rotateTokenEvery,
-                 "A new token with every so many authorised answers; 0 for never")
+                 "Send a new token with every Nth authorised answer; 0 for never")
       ->capture_default_str();
   app.add_flag("--print-port", options->printsPort, "Print the port instead of the base URL");
   app.add_flag("-v,--verbose", options->isVerbose, "Print each request on standard error");

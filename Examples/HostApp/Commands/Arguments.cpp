@@ -20,7 +20,7 @@ CLI::Validator between(Number least, Number most, const char* what) {
             const bool isNumber = error == std::errc() && end == digits.data() + digits.size();
             // What is not a number lies between nothing.
             if (isNumber && number >= least && number <= most) return std::string();
-            return fmt::format("{:?} is no {} from {} to {}", text, what, least, most);
+            return fmt::format("{:?} is not a {} from {} to {}", text, what, least, most);
           },
           ""};
 }

@@ -104,7 +104,8 @@ void convert(const Options& options) {
   const auto to =
       options.to.empty() ? trackFormatOfFile(options.out) : trackFormatNamed(options.to);
   if (!to || *to == TrackFormat::fit) {
-    throw CLI::ValidationError("OUT ends in .csv, .gpx, .tcx or .geojson, or --to says what it is");
+    throw CLI::ValidationError(
+        "OUT must end in .csv, .gpx, .tcx or .geojson, or --to must name its format");
   }
   if (options.in != "-" && fs::is_directory(options.in)) {
     if (options.to.empty()) throw CLI::ValidationError("a folder needs --to");
@@ -126,9 +127,9 @@ void addConvertCommand(CLI::App& app) {
       ->required();
   command->add_option("OUT", options->out, "The file or folder to write; - for standard output")
       ->required();
-  command->add_option("--from", options->from, "What IN is, whatever its name says")
+  command->add_option("--from", options->from, "The format of IN, whatever its name")
       ->check(CLI::IsMember(words(kTrackFormatWords)));
-  command->add_option("--to", options->to, "What OUT is to be, whatever its name says")
+  command->add_option("--to", options->to, "The format of OUT, whatever its name")
       ->check(CLI::IsMember(words(kWrittenFormatWords)));
   command->callback([options] { convert(*options); });
 }

@@ -35,7 +35,7 @@ struct Options {
 void uploadDay(const std::string& summary, const std::string& trackFile) {
   const auto day = post("days", platform::dataFrom(summary));
   const std::string id = day["id"].stringValue();
-  if (id.empty()) throw CommandFailure("the service has given the day no name");
+  if (id.empty()) throw CommandFailure("the service's answer has no id for the day");
   const auto track = platform::JSON::parse(upload(trackFile, "tracks/" + id, "PUT"));
   fmt::print(stderr, "Uploaded as day {}, the track with {} bytes\n", id,
              track["size"].stringValue());
@@ -52,7 +52,7 @@ void keep(const RecordedDay& recorded) {
 
 void writePage(const std::string& path, const RecordedDay& recorded) {
   const auto page = dayPage(recorded);
-  if (!page) throw CommandFailure("no fix of the track counts, so there is nothing to show");
+  if (!page) throw CommandFailure("the track has no usable fix, so there is nothing to show");
   // What a write reports, the stream keeps for when it is closed.
   writeFile(path, [&](const auto& stream) {
     static_cast<void>(stream->write(platform::bytesOf(*page)));
@@ -92,7 +92,7 @@ void addDayCommand(CLI::App& app) {
       ->add_option("TRACK", options->paths,
                    "The recorded tracks: CSV, GPX, TCX, GeoJSON or FIT; - for standard input")
       ->required();
-  command->add_option("--from", options->format, "What the tracks are, whatever their names say")
+  command->add_option("--from", options->format, "The format of the tracks, whatever their names")
       ->check(CLI::IsMember(
           std::vector<std::string>(std::begin(kTrackFormatWords), std::end(kTrackFormatWords))));
   addPreferenceOptions(*command);
@@ -119,7 +119,7 @@ void addDayCommand(CLI::App& app) {
     if (options->upload) {
       for (const std::string& path : options->paths) {
         if (std::filesystem::is_regular_file(path)) continue;
-        throw CommandFailure(fmt::format("--upload needs a file, and {} is none", path));
+        throw CommandFailure(fmt::format("--upload needs a file, but {} is not one", path));
       }
       connect(*server);
     }

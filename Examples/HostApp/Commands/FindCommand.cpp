@@ -30,7 +30,7 @@ std::vector<std::string> readLines(const std::string& path) {
   std::ifstream in(path);
   if (!in) throw CommandFailure(fmt::format("cannot read {}", path));
   auto lines = readLines(in);
-  if (in.bad()) throw CommandFailure(fmt::format("reading {} broke off before its end", path));
+  if (in.bad()) throw CommandFailure(fmt::format("reading {} stopped before its end", path));
   return lines;
 }
 

@@ -19,7 +19,7 @@ GeoJSONGeometry readGeometry(const std::string& path) {
   try {
     return platform::JSONDecoder().decode<GeoJSONGeometry>(bytes);
   } catch (const platform::DecodingError& error) {
-    throw CommandFailure(fmt::format("{} is no geometry: {}", path, error.what()));
+    throw CommandFailure(fmt::format("{} is not a geometry: {}", path, error.what()));
   }
 }
 
@@ -28,7 +28,7 @@ GeoJSONGeometry readGeometry(const std::string& path) {
 void addGeoJSONCommand(CLI::App& app) {
   const auto path = std::make_shared<std::string>();
   CLI::App* command =
-      app.add_subcommand("geojson", "Reads and checks a geometry object, and prints it anew");
+      app.add_subcommand("geojson", "Reads and checks a geometry object, and prints it again");
   command->add_option("FILE", *path, "A GeoJSON point, line string or polygon")->required();
   command->callback([path] {
     const platform::Data text = platform::JSONEncoder().encode(readGeometry(*path));

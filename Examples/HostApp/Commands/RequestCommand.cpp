@@ -115,7 +115,8 @@ platform::HTTPHeaders headersOf(const std::vector<std::string>& lines) {
     const auto colon = line.find(':');
     const auto start = line.find_first_not_of(' ', colon == std::string::npos ? colon : colon + 1);
     if (colon == std::string::npos || !platform::HTTPHeaders::isName(line.substr(0, colon))) {
-      throw CLI::ValidationError("--header", fmt::format("{:?} is no \"Name: value\"", line));
+      throw CLI::ValidationError("--header",
+                                 fmt::format("{:?} is not of the form \"Name: value\"", line));
     }
     headers.set(line.substr(0, colon), start == std::string::npos ? "" : line.substr(start));
   }
@@ -126,7 +127,7 @@ std::shared_ptr<WatchedRequest> makeRequest(const RequestOptions& options,
                                             HttpRequestOperation::Callback callback) {
   auto& client = OmbrixServerAPI::sharedInstance();
   const auto url = platform::URL::parse(options.path, client.endpoint());
-  if (!url) throw CLI::ValidationError("PATH", fmt::format("{:?} is no path", options.path));
+  if (!url) throw CLI::ValidationError("PATH", fmt::format("{:?} is not a path", options.path));
   const auto method = !options.method.empty() ? options.method : options.data ? "POST" : "GET";
   auto request = std::make_shared<WatchedRequest>(*url, *platform::fromRawValue<HTTPMethod>(method),
                                                   headersOf(options.headers), std::move(callback),
@@ -181,9 +182,8 @@ void addRequestCommand(CLI::App& app) {
   command->add_option("--header", options->headers, "\"Name: value\"; again for more")
       ->take_all()
       ->expected(1);
-  auto* noCache = command->add_flag("--no-cache", options->noCache, "Pass over stored answers");
-  command
-      ->add_flag("--cache-only", options->cacheOnly, "Take a stored answer, however old, or none")
+  auto* noCache = command->add_flag("--no-cache", options->noCache, "Do not use cached answers");
+  command->add_flag("--cache-only", options->cacheOnly, "Use a cached answer only, however old")
       ->excludes(noCache);
   command->add_flag("--raw", options->raw, "Print the body's bytes as they are");
   command->add_flag("-v,--verbose", options->verbose, "Print header fields and timings, too");

@@ -43,7 +43,7 @@ void coordinated(const Options& options, bool writes, const std::function<void()
                              : coordinator.coordinateReadingItemAtURL(
                                    options.url(), NSFileCoordinator::ReadingOptions::none, run);
   if (access) return;
-  fmt::print(stderr, "ombrix: warning: other programs are not kept off: {}\n",
+  fmt::print(stderr, "ombrix: warning: other programs may change the folder meanwhile: {}\n",
              access.error().what());
   body();
 }
@@ -78,7 +78,7 @@ bool isStoreFile(const fs::path& path) {
 std::optional<std::string> textOf(const Options& options) {
   const auto file = fileOf(options);
   if (!file) return std::nullopt;
-  if (!isStoreFile(*file)) refuse(*file, "is no file of a store");
+  if (!isStoreFile(*file)) refuse(*file, "is not a file of a store");
   const auto bytes = DataKeyedItemStore(options.url(), "data").value(options.key).get();
   if (!bytes) refuse(*file, "could not be read, see ombrix log");
   // What a killed writer has left is nothing.
@@ -131,7 +131,7 @@ void purgeAll(const Options& options) {
     const bool isNamed = name == ".data" || name.extension() == ".data";
     if (!isNamed || entry.is_symlink() || !isStoreFile(entry.path())) {
       throw CommandFailure(
-          fmt::format("{:?} is no file of a store; nothing was removed", entry.path().string()));
+          fmt::format("{:?} is not a file of a store; nothing was removed", entry.path().string()));
     }
     files.push_back(entry.path());
   }
@@ -143,7 +143,7 @@ void purgeAll(const Options& options) {
 void purgeKey(const Options& options) {
   const auto file = fileOf(options);
   if (!file) return;
-  if (!isStoreFile(*file)) refuse(*file, "is no file of a store");
+  if (!isStoreFile(*file)) refuse(*file, "is not a file of a store");
   // Only opened keys are deleted; reading opens it.
   const DataKeyedItemStore store(options.url(), "data");
   static_cast<void>(store.value(options.key).get());

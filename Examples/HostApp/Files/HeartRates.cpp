@@ -19,7 +19,7 @@ std::vector<HeartRate> readHeartRates(const std::string& path) {
   const CSVParseObserver observer(
       [&](const CSVParseProgress& progress) { brokeOff = progress.brokeOff; });
   const auto samples = HRCSVParser().parse(*stream, observer);
-  if (brokeOff) throw CommandFailure(fmt::format("reading {} broke off before its end", path));
+  if (brokeOff) throw CommandFailure(fmt::format("reading {} stopped before its end", path));
   if (!samples) throw CommandFailure(fmt::format("cannot read {}", path));
   const auto beatsPerMinute = *platform::HKUnit::fromString("count/min");
   std::vector<HeartRate> rates;

@@ -47,7 +47,7 @@ std::string passwordFrom(const std::string& file) {
   const char* password = std::getenv("OMBRIX_CLOUD_PASSWORD");
   if (password == nullptr) {
     throw CLI::ValidationError(
-        "--cloud-user", "wants --cloud-password-file, or OMBRIX_CLOUD_PASSWORD in the environment");
+        "--cloud-user", "needs --cloud-password-file, or OMBRIX_CLOUD_PASSWORD in the environment");
   }
   return password;
 }
@@ -56,10 +56,10 @@ std::string passwordFrom(const std::string& file) {
 void useServer(const CloudOptions& options) {
   if (options.url.empty()) {
     if (options.user.empty() && options.passwordFile.empty() && options.authority.empty()) return;
-    throw CLI::ValidationError("--cloud", "is wanted: no server is named");
+    throw CLI::ValidationError("--cloud", "is missing: the other --cloud options need a server");
   }
   const auto url = platform::URL::parse(options.url);
-  if (!url) throw CLI::ValidationError("--cloud", fmt::format("{:?} is no URL", options.url));
+  if (!url) throw CLI::ValidationError("--cloud", fmt::format("{:?} is not a URL", options.url));
   platform::EtcdConfiguration configuration{
       .endpoint = *url,
       .prefix = "ombrix/",
@@ -135,7 +135,7 @@ void watchCloud(unsigned count) {
 
 bool bringCloudUpToDate() {
   if (cloud().synchronize()) return true;
-  fmt::print(stderr, "cloud: not reached; changes are kept and sent later\n");
+  fmt::print(stderr, "cloud: could not be reached; changes are kept and sent later\n");
   return false;
 }
 

@@ -27,7 +27,7 @@ platform::URL baseURL(std::string text) {
   if (!text.ends_with('/')) text += '/';
   const auto url = platform::URL::parse(text);
   if (!url || !url->host() || !url->scheme().value_or("").starts_with("http")) {
-    throw CLI::ValidationError("--server", fmt::format("{:?} is no web address", text));
+    throw CLI::ValidationError("--server", fmt::format("{:?} is not a web address", text));
   }
   return *url;
 }
@@ -47,7 +47,7 @@ Output wait(const OmbrixServerAPI::APIPublisher<Output>& publisher) {
 void signIn(const std::string& login) {
   const auto colon = login.find(':');
   if (colon == std::string::npos) {
-    throw CLI::ValidationError("--login", "EMAIL:PASSWORD is wanted");
+    throw CLI::ValidationError("--login", "expected EMAIL:PASSWORD");
   }
   post("login", JSON(JSON::Dictionary{{"email", login.substr(0, colon)},
                                       {"password", login.substr(colon + 1)}})
@@ -58,7 +58,9 @@ void signIn(const std::string& login) {
 Data bodyOf(std::optional<Data> data, const platform::URLResponse* response,
             const platform::Error* error) {
   const auto* http = dynamic_cast<const platform::HTTPURLResponse*>(response);
-  if (http == nullptr) throw CommandFailure(error != nullptr ? error->what() : "no answer came");
+  if (http == nullptr) {
+    throw CommandFailure(error != nullptr ? error->what() : "no response was received");
+  }
   Data body = std::move(data).value_or(Data());
   if (!isSuccessStatus(http->statusCode())) {
     const auto failure = HTTPError::withStatusCode(http->statusCode(), platform::DataView(body));
@@ -110,7 +112,7 @@ JSON post(std::string_view path, Data document) {
 
 Data upload(const std::string& file, std::string_view path, const std::string& method) {
   const auto url = platform::URL::parse(path, client().endpoint());
-  if (!url) throw CommandFailure(fmt::format("{:?} is no path", path));
+  if (!url) throw CommandFailure(fmt::format("{:?} is not a path", path));
   platform::URLRequest request(*url);
   request.httpMethod = method;
   if (const auto token = client().jwtToken()) {
@@ -143,7 +145,7 @@ Data upload(const std::string& file, std::string_view path, const std::string& m
     }
     if (task->state() == platform::URLSessionTask::State::completed && task->error() &&
         task->countOfBytesSent() == 0) {
-      fmt::print(stderr, "ombrix: {} was not reached\n", url->host().value_or(""));
+      fmt::print(stderr, "ombrix: could not reach {}\n", url->host().value_or(""));
     }
   }
   client().completeExternalHTTPRequest();

@@ -30,7 +30,7 @@ void refuseHiddenText(DataView bytes) {
                     text.starts_with(std::string_view("\0<", 2)) ||
                     text.starts_with(std::string_view("<\0", 2)) ||
                     text.starts_with(std::string_view("\0\0", 2));
-  if (!wide && text.find('\0') != std::string_view::npos) damaged("it is no property list");
+  if (!wide && text.find('\0') != std::string_view::npos) damaged("it is not a property list");
 }
 
 // All text below an element, which must hold nothing but text.
@@ -277,7 +277,7 @@ PropertyList readXMLPropertyList(DataView bytes) {
     damaged(std::string("at byte ") + std::to_string(parsed.offset) + ": " + parsed.description());
   }
   const pugi::xml_node root = document.document_element();
-  if (std::string_view{root.name()} != "plist") damaged("it is no property list");
+  if (std::string_view{root.name()} != "plist") damaged("it is not a property list");
   const pugi::xml_node top = XMLReader::nextElement(root.first_child());
   if (!top) damaged("it is empty");
   if (XMLReader::nextElement(top.next_sibling())) damaged("it has more than one value");

@@ -307,8 +307,7 @@ double JSONReader::readReal() {
   if (peek() == '"' && options().nonConformingFloats) {
     const std::string_view text = readText();
     if (const auto value = detail::realFromText(text, options())) return *value;
-    throw DecodingError::dataCorrupted("No number is meant by " + detail::quoted(text),
-                                       codingPath());
+    throw DecodingError::dataCorrupted("Not a number: " + detail::quoted(text), codingPath());
   }
   return realOf(scanNumber("a number"));
 }
@@ -407,7 +406,7 @@ Date JSONReader::readDate() {
   if (peek() != '"') mismatch("a date as text");
   const std::string_view text = takeText();
   if (const auto date = detail::dateFromISO8601(text)) return *date;
-  throw DecodingError::dataCorrupted("No date is meant by " + detail::quoted(text), codingPath());
+  throw DecodingError::dataCorrupted("Not a date: " + detail::quoted(text), codingPath());
 }
 
 void JSONReader::descend() {

@@ -118,7 +118,7 @@ void EtcdSending::missTurn() {
   turnTimer_ = later(kTurnDelay, &EtcdSending::askForTurn);
   if (now - *turnMissedSince_ < kLongestTurn) return;
   turnMissedSince_ = now;
-  handlers_.failed({"another program of this device is sending and does not get on"});
+  handlers_.failed({"another program of this device is sending and makes no progress"});
 }
 
 void EtcdSending::askForTurn() {

@@ -214,7 +214,7 @@ void EtcdSync::follow(std::int64_t revision, std::uint64_t round) {
       [self = shared_from_this(), round, epoch, revision](const EtcdWatchMessage& message) {
         if (round != self->round_ || message.ended) return;
         if (message.revision > 0 && message.revision < revision - 1) {
-          return self->readFailed({"the server's revisions have begun anew"}, round);
+          return self->readFailed({"the server's revisions have started over"}, round);
         }
         if (message.events.empty()) return;
         self->tell(self->mirror_->take(message.events, epoch), Store::ChangeReason::serverChange);

@@ -11,11 +11,11 @@ namespace {
 EtcdConfiguration checked(EtcdConfiguration configuration) {
   const auto scheme = configuration.endpoint.scheme();
   if ((scheme != "http" && scheme != "https") || !configuration.endpoint.host()) {
-    throw Error("the cloud store's address is no http or https URL: " +
+    throw Error("the cloud store's address is neither an http nor an https URL: " +
                 configuration.endpoint.absoluteString());
   }
   if (configuration.domain.empty() || configuration.domain.contains('/')) {
-    throw Error("the cloud store's domain is no file name: \"" + configuration.domain + "\"");
+    throw Error("the cloud store's domain cannot be a file name: \"" + configuration.domain + "\"");
   }
   const auto& authorities = configuration.certificateAuthorities;
   if (!authorities.empty()) detail::CertificateAuthorities(authorities).check();

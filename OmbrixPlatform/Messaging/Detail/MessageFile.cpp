@@ -32,7 +32,7 @@ Message decodeMessage(DataView bytes) {
   const PropertyList* const content = list.find(kMessage);
   if (sender == nullptr || !sender->text() || number == nullptr || !number->integer() ||
       content == nullptr) {
-    throw PropertyListError("the property list is no message");
+    throw PropertyListError("the property list is not a message");
   }
   return {{*sender->text(), *number->integer()}, *content};
 }

@@ -41,7 +41,7 @@ Digest digestOf(std::string_view text) {
       ::EVP_Digest(text.data(), text.size(), reinterpret_cast<unsigned char*>(digest.data()), &size,
                    algorithm, nullptr) == 1;
   // A constant in its place would let one user's answer serve another.
-  if (!isDone || size != digest.size()) fatalError("no SHA-256 to be had from the library");
+  if (!isDone || size != digest.size()) fatalError("the library offers no SHA-256");
   return digest;
 }
 

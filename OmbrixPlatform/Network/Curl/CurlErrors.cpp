@@ -42,9 +42,9 @@ constexpr std::array kRows{
     Row{CURLE_SSL_CRL_BADFILE,          secureConnectionFailed,      "the system's certificates cannot be read"},
     Row{CURLE_SSL_ISSUER_ERROR,         serverCertificateUntrusted,  "the server's certificate is not trusted"},
     Row{CURLE_SSL_PINNEDPUBKEYNOTMATCH, serverCertificateUntrusted,  "the server's certificate is not trusted"},
-    Row{CURLE_HTTP2_STREAM,             networkConnectionLost,       "the server broke off the stream"},
+    Row{CURLE_HTTP2_STREAM,             networkConnectionLost,       "the server ended the stream early"},
     Row{CURLE_PROXY,                    cannotConnectToHost,         "the proxy does not let the request through"},
-    Row{CURLE_SSL_CLIENTCERT,           clientCertificateRequired,   "the server asks for a certificate of the client's"},
+    Row{CURLE_SSL_CLIENTCERT,           clientCertificateRequired,   "the server asks for a client certificate"},
     Row{CURLE_OUT_OF_MEMORY,            unknown,                     "there is not enough memory"},
 };
 // clang-format on
@@ -95,8 +95,7 @@ std::optional<Row> rowOfCircumstances(const CurlFailure& failure) noexcept {
                                     code == CURLE_SEND_ERROR || code == CURLE_GOT_NOTHING ||
                                     code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM;
   if (failure.wantsClientCertificate && !failure.hasHeader && isInHandshakeOrAfter) {
-    return Row{code, clientCertificateRequired,
-               "the server asks for a certificate of the client's"};
+    return Row{code, clientCertificateRequired, "the server asks for a client certificate"};
   }
   if (code == CURLE_BAD_FUNCTION_ARGUMENT && !failure.hasHeader) {
     return Row{code, cannotParseResponse, "the header of the answer is malformed"};

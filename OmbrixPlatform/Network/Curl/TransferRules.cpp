@@ -39,10 +39,10 @@ std::shared_ptr<const URLRequest> completed(std::shared_ptr<const URLRequest> re
 std::shared_ptr<const URLError> refusal(const URLRequest& request,
                                         const std::optional<URLOrigin>& origin) {
   if (!origin) {
-    return errorOf(Code::unsupportedURL, "the request is for no http or https URL");
+    return errorOf(Code::unsupportedURL, "the request's URL is neither http nor https");
   }
   if (!HTTPHeaders::isName(request.httpMethod)) {
-    return errorOf(Code::badURL, "the request's method is no token");
+    return errorOf(Code::badURL, "the request's method is not a valid token");
   }
   for (const auto& [name, value] : request.headers) {
     if (HTTPHeaders::isName(name) && HTTPHeaders::isValue(value)) continue;
@@ -70,7 +70,7 @@ AfterAnswer afterAnswer(const URLRequest& request, const HTTPURLResponse& respon
   if (!next) {
     return {.step = fail,
             .error = errorOf(Code::redirectToNonExistentLocation,
-                             "the server redirects to something that is no URL")};
+                             "the server redirects to an invalid URL")};
   }
   if (!mayFollow(request, *next)) return {.step = conclude};
   return {.step = follow, .next = std::move(next)};

@@ -24,9 +24,10 @@ TimePoint addSaturating(TimePoint point, std::chrono::duration<double> span) {
 }
 
 std::shared_ptr<const URLError> errorOfConstrainedPath() {
-  return std::make_shared<const URLError>(URLError::Code::notConnectedToInternet,
-                                          "the network is to be spared",
-                                          URLError::NetworkUnavailableReason::constrained);
+  return std::make_shared<const URLError>(
+      URLError::Code::notConnectedToInternet,
+      "the network is constrained, and the request may not use such a network",
+      URLError::NetworkUnavailableReason::constrained);
 }
 
 }  // namespace

@@ -82,7 +82,7 @@ bool RequestParser::parseRequestLine(std::string_view line) {
   request_.isKeptAlive = version == "HTTP/1.1";
   if (!target.starts_with('/')) {  // the absolute form that proxies are sent
     const std::size_t scheme = target.find("://");
-    if (scheme == std::string_view::npos) return fail(400, "the target is no path");
+    if (scheme == std::string_view::npos) return fail(400, "the target is not a path");
     target.remove_prefix(std::min(target.find('/', scheme + 3), target.size()));
     if (target.empty()) target = "/";
   }
