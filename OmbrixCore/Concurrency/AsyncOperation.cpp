@@ -45,6 +45,7 @@ void AsyncOperation::start() {
 void AsyncOperation::executeOnPool() {
   static const platform::TaskContext context{platform::poolExecutor(), {}};
   auto& work = execution_->work;
+  const platform::detail::InsideScope scope(static_cast<const NSOperation*>(this));
   platform::callOut("an operation's execute()", [&] { work.emplace(execute()); });
   work->begin(context, {[](void* self) {
                           auto* operation = static_cast<AsyncOperation*>(self);

@@ -17,8 +17,9 @@ namespace ombrix {
 /// Base of work on an operation queue that finishes later than the call that starts it.
 ///
 /// A subclass overrides `execute` and calls `finish` when all its work, callbacks included, is
-/// done. One state drives readiness, execution and completion; observers of "state", "ready",
-/// "executing" and "finished" are told of each change once, on the thread that made it. Any thread.
+/// done. One state drives readiness, execution and completion. With each change of "state", and
+/// once for each, observers of "ready", "executing" and "finished" are told as well, also where
+/// their value stays the same; on the thread that made the change. Any thread.
 class AsyncOperation : public platform::NSOperation {
  public:
   enum class OperationState { ready = 0, executing = 1, finished = 2 };
@@ -37,8 +38,8 @@ class AsyncOperation : public platform::NSOperation {
   [[nodiscard]] std::set<std::string> keyPathsForValuesAffectingValue(
       std::string_view key) const override;
 
-  /// Finishes at once when it was cancelled; else starts a task that awaits `execute`. Does nothing
-  /// when it was started or finished before.
+  /// Runs `main`, empty unless overridden; then finishes at once when it was cancelled, else starts
+  /// a task that awaits `execute`, unless it was finished by hand. Does nothing the second time.
   void start() override;
 
   /// The work; runs on the thread pool, not on the queue's thread. It must be overridden: here it

@@ -117,8 +117,11 @@ class AsyncStream {
 
   /// The next value; nothing when the stream has ended or the task was cancelled, which ends it;
   /// throws when it ended with an exception. One call at a time.
-  Async<std::optional<T>> next() {
-    const auto state = state_;
+  Async<std::optional<T>> next() { return nextOf(state_); }
+
+ private:
+  // Of the state: the stream may go before the call has begun, or while it waits.
+  static Async<std::optional<T>> nextOf(std::shared_ptr<State> state) {
     for (;;) {
       {
         const std::lock_guard lock(state->mutex);
@@ -152,7 +155,6 @@ class AsyncStream {
     }
   }
 
- private:
   std::shared_ptr<State> state_;
 };
 

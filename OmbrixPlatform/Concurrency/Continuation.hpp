@@ -22,7 +22,11 @@ struct ContinuationState {
   // executor, so that whoever settles is never held up by it.
   bool settle(auto&& fill) {
     if (isSettled.exchange(true)) return false;
-    fill(outcome);
+    try {
+      fill(outcome);
+    } catch (...) {  // a value that cannot be copied: nobody else can end the wait any more
+      outcome.setError(std::current_exception());
+    }
     if (met.exchange(true)) {
       const auto target = executor;  // the coroutine may end, and its task go, meanwhile
       target->post(ResumeJob(handle));
@@ -45,9 +49,9 @@ struct ContinuationState {
 }  // namespace detail
 
 /// The other end of a suspended coroutine, for code that works with callbacks. Copyable; the first
-/// call of `resume` or `fail` continues the coroutine, later ones do nothing. When the last copy
-/// goes without a call, nobody can end the wait any more: it ends with `CancellationError`. Any
-/// thread.
+/// call of `resume` or `fail` continues the coroutine, later ones do nothing. Where making the
+/// value throws, the coroutine gets that exception. When the last copy goes without a call, nobody
+/// can end the wait any more: it ends with `CancellationError`. Any thread.
 template <class T>
 class Continuation {
  public:

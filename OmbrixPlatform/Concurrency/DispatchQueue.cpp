@@ -8,6 +8,8 @@
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Concurrency/InsideScope.hpp"
+#include "OmbrixPlatform/Concurrency/MainLoop.hpp"
 #include "OmbrixPlatform/Concurrency/TaskContext.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
@@ -17,35 +19,9 @@
 namespace ombrix::platform {
 namespace {
 
-// A serial queue gives its thread back after this many jobs, so that other queues get their turn.
+// A serial queue gives its thread back after this many jobs, so that other queues get their turn;
+// or sooner, when more urgent jobs wait for one.
 constexpr unsigned kJobsPerTurn = 64;
-
-// The queues that run on this thread, innermost first: a `sync` may nest them.
-struct CurrentQueue {
-  const void* state;
-  const CurrentQueue* outer;
-};
-thread_local const CurrentQueue* currentQueue = nullptr;
-
-class CurrentQueueScope {
- public:
-  explicit CurrentQueueScope(const void* state) : current_{state, currentQueue} {
-    currentQueue = &current_;
-  }
-  ~CurrentQueueScope() { currentQueue = current_.outer; }
-  CurrentQueueScope(const CurrentQueueScope&) = delete;
-  CurrentQueueScope& operator=(const CurrentQueueScope&) = delete;
-
- private:
-  CurrentQueue current_;
-};
-
-bool isCurrentState(const void* state) {
-  for (const auto* queue = currentQueue; queue; queue = queue->outer) {
-    if (queue->state == state) return true;
-  }
-  return false;
-}
 
 }  // namespace
 
@@ -75,7 +51,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 
   void enqueue(Job job, bool isBarrier) {
     if (kind == Kind::concurrent) {
-      enqueueConcurrent(std::move(job), isBarrier);
+      if (begin(job, isBarrier)) submit(std::move(job));
       return;
     }
     bool isSubmitted = false;
@@ -106,8 +82,11 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   }
 
   void run() {
-    const CurrentQueueScope scope(this);
+    const detail::InsideScope scope(this);
     for (unsigned count = 0; count < kJobsPerTurn; ++count) {
+      if (count > 0 && kind == Kind::serial && ThreadPool::shared().hasMoreUrgentThan(priority)) {
+        break;
+      }
       Job job;
       {
         const std::lock_guard lock(mutex);
@@ -123,31 +102,24 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     submitDrain();
   }
 
-  /// Whether what is posted now to a concurrent queue waits for all that runs in it.
-  bool isBlocked() {
+  /// Concurrent: true when the job may run now, and counts as running; else it was taken to wait.
+  bool begin(Job& job, bool isBarrier) {
     const std::lock_guard lock(mutex);
-    return barrierRuns || !waiting.empty();
-  }
-
-  void enqueueConcurrent(Job job, bool isBarrier) {
-    {
-      const std::lock_guard lock(mutex);
-      const bool mustWait = barrierRuns || !waiting.empty() || (isBarrier && running > 0);
-      if (mustWait) {
-        waiting.push_back({std::move(job), isBarrier});
-        return;
-      }
-      ++running;
-      barrierRuns = isBarrier;
+    const bool mustWait = barrierRuns || !waiting.empty() || (isBarrier && running > 0);
+    if (mustWait) {
+      waiting.push_back({std::move(job), isBarrier});
+      return false;
     }
-    submit(std::move(job));
+    ++running;
+    barrierRuns = isBarrier;
+    return true;
   }
 
   void submit(Job job) {
     ThreadPool::shared().post(
         [self = shared_from_this(), job = std::move(job)]() mutable {
           {
-            const CurrentQueueScope scope(self.get());
+            const detail::InsideScope scope(self.get());
             callOut("a job", job);
             job = nullptr;
           }
@@ -175,16 +147,26 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     for (auto& entry : startable) submit(std::move(entry.job));
   }
 
-  /// Runs the job on the calling thread when the serial queue is idle; false when it is not.
+  /// Runs the job on the calling thread when a serial queue is idle, or nothing keeps it waiting in
+  /// a concurrent one; false when it cannot.
   bool runInline(const std::function<void()>& job) {
-    if (kind != Kind::serial) return false;
+    if (kind == Kind::main) return false;
     {
       const std::lock_guard lock(mutex);
-      if (std::exchange(isDraining, true)) return false;
+      if (kind == Kind::concurrent) {
+        if (barrierRuns || !waiting.empty()) return false;
+        ++running;
+      } else if (std::exchange(isDraining, true)) {
+        return false;
+      }
     }
     {
-      const CurrentQueueScope scope(this);
+      const detail::InsideScope scope(this);
       job();
+    }
+    if (kind == Kind::concurrent) {
+      finishedOne();
+      return true;
     }
     {
       const std::lock_guard lock(mutex);
@@ -274,19 +256,26 @@ void DispatchQueue::asyncAfter(std::chrono::duration<double> delay, Job job) {
   asyncAfter(deadlineAfter(delay), std::move(job));
 }
 
-bool DispatchQueue::isCurrent() const noexcept { return isCurrentState(state_.get()); }
+bool DispatchQueue::isCurrent() const noexcept {
+  return detail::InsideScope::isInside(state_.get());
+}
 
 void DispatchQueue::runAndWait(std::function<void()> job) {
-  if (isCurrent()) {
-    if (state_->kind != Kind::concurrent) {
-      fatalError("sync called on the serial queue it runs on: " + label_);
-    }
-    // A barrier that waits or runs lets nothing start before this very job has ended.
-    if (state_->isBlocked()) {
-      fatalError("sync called on the concurrent queue it runs on, across a barrier: " + label_);
-    }
+  const bool isConcurrent = state_->kind == Kind::concurrent;
+  if (isCurrent() && !isConcurrent) {
+    fatalError("sync called on the serial queue it runs on: " + label_);
   }
   if (state_->runInline(job)) return;
+  // A barrier that waits or runs lets nothing start before the job that this is called from ends.
+  if (isCurrent()) {
+    fatalError("sync called on the concurrent queue it runs on, across a barrier: " + label_);
+  }
+  if (state_->kind == Kind::main) {
+    const auto loop = std::dynamic_pointer_cast<MainLoop>(services().mainExecutor.shared());
+    if (loop && loop->isMainThread()) {
+      fatalError("sync called on the main queue by the thread that pumps it");
+    }
+  }
   struct Waiting {
     void run() {
       job();

@@ -72,10 +72,12 @@ class DispatchQueue final : public Executor, public std::enable_shared_from_this
   /// Posts the job after a delay, measured by the clock service from now.
   void asyncAfter(std::chrono::duration<double> delay, Job job);
 
-  /// Runs the closure on this queue, waits for it, and gives its result or lets its exception
-  /// through. It stops the program where it would wait for itself: on a serial queue that is
-  /// already running on this thread, and on a concurrent one from a job that a barrier waits for or
-  /// that is a barrier. Throws `CancellationError` when the host's main executor drops it.
+  /// Runs the closure on this queue, on the calling thread if nothing is in its way there, waits
+  /// for it, and gives its result or lets its exception through. It stops the program where it
+  /// would wait for itself: on a serial queue that is already running on this thread, on a
+  /// concurrent one from a job that a barrier waits for or that is a barrier, and on the main queue
+  /// from the thread that pumps it. Throws `CancellationError` when the host's main executor drops
+  /// it.
   template <class Closure>
   auto sync(Closure&& closure) -> std::invoke_result_t<Closure&>;
 

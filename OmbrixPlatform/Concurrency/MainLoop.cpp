@@ -27,12 +27,12 @@ void MainLoop::post(Job job) {
   const std::lock_guard lock(mutex_);
   jobs_.push_back(std::move(job));
   changed_.notify_all();
-  if (!isAdopted_) startOwnThread();
+  startOwnThread();
 }
 
 // What waits stays when no thread can be made; the next post tries again.
 void MainLoop::startOwnThread() {
-  if (ownThreadServes_) return;
+  if (ownThreadServes_ || isAdopted_ || adopters_ > 0 || jobs_.empty()) return;
   try {
     std::thread([this, self = shared_from_this()] { serve(); }).detach();
     ownThreadServes_ = true;
@@ -56,18 +56,27 @@ bool MainLoop::runOne(std::unique_lock<std::mutex>& lock) {
 
 void MainLoop::serve() {
   std::unique_lock lock(mutex_);
-  auto isWanted = [this] { return isAdopted_ || !jobs_.empty(); };
-  while (changed_.wait_for(lock, kOwnThreadIdleTime, isWanted) && !isAdopted_) runOne(lock);
+  auto givesWay = [this] { return isAdopted_ || adopters_ > 0; };
+  auto isWanted = [&] { return givesWay() || !jobs_.empty(); };
+  while (changed_.wait_for(lock, kOwnThreadIdleTime, isWanted) && !givesWay()) runOne(lock);
   ownThreadServes_ = false;
   changed_.notify_all();
 }
 
 // Waits for the job that the library's own thread runs now: there is one main thread at a time.
+// Until `release` that one stays away, whatever is handed back meanwhile.
 void MainLoop::adopt(std::unique_lock<std::mutex>& lock) {
   if (loopOfJob == this) fatalError("the main queue was pumped or run inside one of its own jobs");
   isAdopted_ = true;
+  adopter_ = std::this_thread::get_id();
+  ++adopters_;
   changed_.notify_all();
   changed_.wait(lock, [this] { return !ownThreadServes_; });
+}
+
+void MainLoop::release() {
+  --adopters_;
+  startOwnThread();
 }
 
 void MainLoop::run() {
@@ -78,7 +87,7 @@ void MainLoop::run() {
   }
   isStopping_ = false;
   isAdopted_ = false;
-  if (!jobs_.empty()) startOwnThread();
+  release();
 }
 
 void MainLoop::stop() {
@@ -94,13 +103,19 @@ bool MainLoop::pump() {
   const bool hasJobs = count > 0;
   while (count-- > 0 && runOne(lock)) {
   }
+  release();
   return hasJobs;
 }
 
 void MainLoop::handBack() {
   const std::lock_guard lock(mutex_);
   isAdopted_ = false;
-  if (!jobs_.empty()) startOwnThread();
+  startOwnThread();
+}
+
+bool MainLoop::isMainThread() {
+  const std::lock_guard lock(mutex_);
+  return (isAdopted_ || adopters_ > 0) && adopter_ == std::this_thread::get_id();
 }
 
 std::shared_ptr<Executor> makeMainExecutor() { return MainLoop::shared(); }

@@ -4,6 +4,7 @@
 #include <deque>
 #include <memory>
 #include <mutex>
+#include <thread>
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
 
@@ -13,7 +14,8 @@ namespace ombrix::platform {
 /// host does not, a thread of the library's own, which ends when it has had nothing to do for a
 /// while.
 ///
-/// Running or pumping it inside one of its jobs would wait for that job: it stops the program.
+/// Running or pumping it inside one of its jobs would wait for that job: it stops the program. So
+/// does `DispatchQueue::main().sync` on the thread that pumps it, outside its jobs.
 ///
 /// A host with a loop of its own calls `pump` from it, or puts an executor of its own into the
 /// `mainExecutor` service.
@@ -41,9 +43,13 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
   /// Ends what `pump` began: the library's own thread serves again. Any thread.
   void handBack();
 
+  /// Whether the calling thread has made itself the main thread, and is it still.
+  [[nodiscard]] bool isMainThread();
+
  private:
   void serve();
   void adopt(std::unique_lock<std::mutex>& lock);
+  void release();
   void startOwnThread();
   bool runOne(std::unique_lock<std::mutex>& lock);
 
@@ -51,6 +57,8 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
   std::condition_variable changed_;
   std::deque<Job> jobs_;
   bool isAdopted_ = false;
+  std::thread::id adopter_;
+  unsigned adopters_ = 0;  // threads inside `run` or `pump`
   bool ownThreadServes_ = false;
   bool isStopping_ = false;
 };

@@ -8,6 +8,7 @@
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -46,15 +47,25 @@ void NSOperation::start() {
   if ((before & kExecuting) != 0) return;
   const bool announcesItself = isAsynchronous();
   if (!announcesItself) announce("executing", before, before | kExecuting);
-  if (!isCancelled()) callOut("an operation's main()", [this] { main(); });
+  if (!isCancelled()) {
+    const detail::InsideScope scope(this);
+    callOut("an operation's main()", [this] { main(); });
+  }
   if (announcesItself) return;
   const auto during = flags_.fetch_or(kFinished);
   announce("finished", during, during | kFinished);
 }
 
 void NSOperation::cancel() {
-  const auto before = flags_.fetch_or(kCancelled);
-  if ((before & kCancelled) == 0) announce("cancelled", before, before | kCancelled);
+  std::uint32_t before = 0;
+  std::size_t unfinished = 0;
+  {
+    // Decided together, so that of this and the end of the last dependency one makes it ready.
+    const std::lock_guard lock(mutex_);
+    before = flags_.fetch_or(kCancelled);
+    unfinished = unfinishedDependencies_;
+  }
+  if ((before & kCancelled) == 0) announce("cancelled", before, before | kCancelled, unfinished);
 }
 
 void NSOperation::addDependency(const std::shared_ptr<NSOperation>& operation) {
@@ -86,6 +97,9 @@ void NSOperation::setCompletionBlock(std::function<void()> block) {
 
 void NSOperation::waitUntilFinished() const {
   if (hasFinished_.load() != 0) return;
+  if (detail::InsideScope::isInside(this)) {
+    fatalError("an operation waits for its own end inside its own work");
+  }
   detail::checkMayBlock();
   const ThreadPool::BlockingScope blocking;
   hasFinished_.wait(0);
@@ -122,10 +136,24 @@ void NSOperation::announceToObservers(std::string_view key, const Values& before
   }
 }
 
-void NSOperation::announce(std::string_view key, std::uint32_t before, std::uint32_t after) {
-  announce(
-      key, [&](auto each) { return valueIn(before, unfinishedDependencies(), each); },
-      [&](auto each) { return valueIn(after, unfinishedDependencies(), each); });
+void NSOperation::announce(std::string_view key, std::uint32_t before, std::uint32_t after,
+                           std::size_t unfinishedDependencies) {
+  const auto keepAlive = weak_from_this().lock();
+  if (isObserved()) {
+    const auto tell = [&](std::string_view each) {
+      const auto old = valueIn(before, unfinishedDependencies, each);
+      const auto now = valueIn(after, unfinishedDependencies, each);
+      if (old != now) announceChange(each, old, now);
+    };
+    tell(key);
+    for (const auto other : kStateKeys) {
+      if (other == key || !keyPathsForValuesAffectingValue(other).contains(std::string(key))) {
+        continue;
+      }
+      tell(other);
+    }
+  }
+  lookAgain();
 }
 
 std::optional<std::int64_t> NSOperation::valueIn(std::uint32_t state,
@@ -176,15 +204,14 @@ void NSOperation::announceEnd() {
 }
 
 void NSOperation::dependencyFinished() {
-  std::size_t left = 0;
   {
     const std::lock_guard lock(mutex_);
-    left = --unfinishedDependencies_;
+    if (--unfinishedDependencies_ > 0 || isCancelled()) return;
   }
-  const auto state = flags_.load();
-  announce(
-      "ready", [&](auto key) { return valueIn(state, left + 1, key); },
-      [&](auto key) { return valueIn(state, left, key); });
+  const auto keepAlive = weak_from_this().lock();
+  // A subclass may have reasons of its own not to be ready.
+  if (isObserved() && isReady()) announceChange("ready", 0, 1);
+  lookAgain();
 }
 
 std::size_t NSOperation::unfinishedDependencies() const {

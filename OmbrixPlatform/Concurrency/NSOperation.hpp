@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Concurrency/InsideScope.hpp"
 #include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
 
 namespace ombrix::platform {
@@ -51,8 +52,9 @@ class OperationListener {
 /// `isExecuting`, `isFinished` and `isAsynchronous`, and announces each change of these with
 /// `announce`, once it has decided and stored it in one step. Observable keys: "ready",
 /// "executing", "finished", "cancelled" (1 or 0), and what subclasses add; the calls for one change
-/// come after it, with the values before and after. All operations may be called from any thread;
-/// overrides too.
+/// come after it, with the values before and after. Where a change of one key affects others,
+/// observers of these are told only if their value changed too, except for keys that a subclass
+/// announces. All operations may be called from any thread; overrides too.
 class NSOperation : public KeyValueObserving<std::int64_t>,
                     public std::enable_shared_from_this<NSOperation> {
  public:
@@ -86,7 +88,8 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   /// Runs on the thread pool once it has finished; set before it is put on a queue.
   void setCompletionBlock(std::function<void()> block);
 
-  /// Blocks until it has finished.
+  /// Blocks until it has finished. Inside its own work it would wait for itself: it stops the
+  /// program.
   void waitUntilFinished() const;
 
   [[nodiscard]] std::string name() const;
@@ -122,7 +125,8 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
 
   std::optional<std::int64_t> valueIn(std::uint32_t state, std::size_t unfinishedDependencies,
                                       std::string_view key) const;
-  void announce(std::string_view key, std::uint32_t before, std::uint32_t after);
+  void announce(std::string_view key, std::uint32_t before, std::uint32_t after,
+                std::size_t unfinishedDependencies = 0);
   void lookAgain();
   void dependencyFinished();
   std::size_t unfinishedDependencies() const;

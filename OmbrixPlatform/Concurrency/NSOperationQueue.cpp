@@ -21,6 +21,33 @@ struct detail::OperationSegment {
   bool barrierRuns = false;
 };
 
+namespace {
+
+// Starts an operation. Where the executor drops it, the operation is cancelled and finishes.
+class StartJob {
+ public:
+  explicit StartJob(std::shared_ptr<NSOperation> operation) : operation_(std::move(operation)) {}
+  StartJob(StartJob&&) noexcept = default;
+  StartJob& operator=(StartJob&&) = delete;
+  ~StartJob() {
+    if (!operation_) return;
+    ThreadPool::shared().post([operation = std::move(operation_)] {
+      operation->cancel();
+      operation->start();
+    });
+  }
+
+  void operator()() {
+    const auto operation = std::move(operation_);
+    operation->start();
+  }
+
+ private:
+  std::shared_ptr<NSOperation> operation_;
+};
+
+}  // namespace
+
 // Shared by the queue object and the operations in it, so that these finish without the former.
 class NSOperationQueue::State final : public detail::OperationListener,
                                       public std::enable_shared_from_this<State> {
@@ -118,6 +145,9 @@ class NSOperationQueue::State final : public detail::OperationListener,
   void waitUntilEmpty() {
     std::unique_lock lock(mutex_);
     if (isEmpty()) return;
+    if (isCalledFromInside()) {
+      fatalError("a queue's operation or barrier waits for that queue to be empty");
+    }
     detail::checkMayBlock();
     const ThreadPool::BlockingScope blocking;
     emptied_.wait(lock, [this] { return isEmpty(); });
@@ -164,23 +194,49 @@ class NSOperationQueue::State final : public detail::OperationListener,
       target = target_;
     }
     if (operation) {
-      target->async([operation = std::move(operation)] { operation->start(); });
+      target->async(StartJob(std::move(operation)));
       return true;
     }
-    target->async([self = shared_from_this(), barrier = std::move(barrier)] {
-      barrier();
-      self->barrierFinished();
-    });
+    const auto job = std::make_shared<BarrierJob>(shared_from_this(), std::move(barrier));
+    target->async(OwedJob(job));
     return false;
   }
 
+  // Runs a barrier's block. Where the executor drops it, the queue goes on without.
+  struct BarrierJob {
+    void run() {
+      {
+        const detail::InsideScope scope(queue.get());
+        block();
+      }
+      queue->barrierFinished();
+    }
+    void drop() {
+      ThreadPool::shared().post([queue = queue] { queue->barrierFinished(); });
+    }
+
+    const std::shared_ptr<State> queue;
+    const std::function<void()> block;
+  };
+
   void barrierFinished() {
+    std::list<detail::OperationSegment> finished;  // may hold operations, which go without the lock
     {
       const std::lock_guard lock(mutex_);
-      segments_.pop_front();
+      finished.splice(finished.end(), segments_, segments_.begin());
       notifyIfEmpty();
     }
     pump();
+  }
+
+  bool isCalledFromInside() const {
+    using detail::InsideScope;
+    if (!InsideScope::isInsideAny()) return false;
+    if (InsideScope::isInside(this)) return true;
+    for (const auto* each = first_; each; each = each->entry_.next) {
+      if (InsideScope::isInside(each)) return true;
+    }
+    return false;
   }
 
   bool isEmpty() const { return count_ == 0 && segments_.size() == 1; }

@@ -19,8 +19,10 @@ namespace ombrix::platform {
 ///
 /// Observable keys: "operations" and "operationCount", both with the count as value, announced on
 /// the thread that adds or finishes, with no lock held. Operations that were added are finished
-/// also when the queue object is gone; those that a width of 0 holds back then are cancelled. Any
-/// thread.
+/// also when the queue object is gone; those that a width of 0 holds back then are cancelled. Where
+/// the dispatch queue below drops the job that would start an operation, that one is cancelled and
+/// finishes on the thread pool; a barrier's block that is dropped is not called, and the queue goes
+/// on. Any thread.
 class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
                                public std::enable_shared_from_this<NSOperationQueue> {
   struct Passkey {};
@@ -66,7 +68,8 @@ class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
   /// Cancels what is in the queue now.
   void cancelAllOperations();
 
-  /// Blocks until the queue is empty, barriers included.
+  /// Blocks until the queue is empty, barriers included. Inside one of its operations or barriers
+  /// it would wait for itself: it stops the program.
   void waitUntilAllOperationsAreFinished();
 
  protected:

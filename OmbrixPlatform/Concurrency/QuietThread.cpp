@@ -3,7 +3,7 @@
 #include <pthread.h>
 #include <signal.h>
 
-#include <system_error>
+#include <exception>
 #include <utility>
 
 namespace ombrix::platform {
@@ -16,8 +16,8 @@ std::thread startQuietThread(const char* name, std::move_only_function<void()> r
   std::thread thread;
   try {
     thread = std::thread(std::move(run));
-  } catch (const std::system_error&) {
-    // The caller goes on without.
+  } catch (const std::exception&) {
+    // No thread or no memory is left: the caller goes on without.
   }
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   if (thread.joinable()) pthread_setname_np(thread.native_handle(), name);

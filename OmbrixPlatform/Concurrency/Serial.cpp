@@ -37,11 +37,14 @@ struct Serial::State : std::enable_shared_from_this<State> {
 
   void drain() {
     for (unsigned count = 0; count < kJobsPerTurn; ++count) {
+      if (count > 0 && ThreadPool::shared().hasMoreUrgentThan(DispatchPriority::normal)) break;
       Job job;
+      std::shared_ptr<State> released;
       {
         const std::lock_guard lock(mutex);
         if (waiting.empty()) {
           word.store(kIdle, std::memory_order_release);
+          released.swap(keptByItself);
           return;
         }
         job = std::move(waiting.front());
@@ -54,9 +57,21 @@ struct Serial::State : std::enable_shared_from_this<State> {
     scheduleDrain();
   }
 
+  /// The executor is gone. Whoever is inside just now still needs the state: it then stays until a
+  /// drain, which they ask for when they leave, finds it empty.
+  void executorIsGone() {
+    const std::lock_guard lock(mutex);
+    if (word.load(std::memory_order_acquire) == kIdle) return;
+    keptByItself = shared_from_this();
+    if (word.exchange(kQueued, std::memory_order_acq_rel) != kIdle) return;
+    word.store(kIdle, std::memory_order_release);
+    keptByItself = nullptr;
+  }
+
   std::atomic<std::uint32_t> word{kIdle};
   FutexLock mutex;
   std::deque<Job> waiting;
+  std::shared_ptr<State> keptByItself;
 };
 
 namespace {
@@ -73,11 +88,11 @@ Serial::Inside::~Inside() { innermost = outer_; }
 Serial::Serial(SectionPlace place)
     : state_(std::make_shared<State>()), word_(&state_->word), place_(place) {}
 
-Serial::~Serial() = default;
+Serial::~Serial() { state_->executorIsGone(); }
 
 void Serial::post(Job job) { state_->enqueue(std::move(job)); }
 
-void Serial::scheduleDrain() { state_->scheduleDrain(); }
+void Serial::scheduleDrain(State& state) { state.scheduleDrain(); }
 
 bool Serial::isOnMainQueue() noexcept { return DispatchQueue::main().isCurrent(); }
 

@@ -63,11 +63,13 @@ class Serial final : public Executor {
 
     bool await_ready() {
       if (!serial.enter()) return false;
+      State* const state = serial.state_.get();  // the section may drop the last hold of the actor
+      std::atomic<std::uint32_t>* const word = serial.word_;
       {
-        const Inside inside(serial);
+        const Inside inside(word);
         detail::runInto(outcome, section);
       }
-      serial.leave();
+      leave(state, word);
       return true;
     }
     template <detail::HasTaskContext Parent>
@@ -83,7 +85,6 @@ class Serial final : public Executor {
   // Marks the calling thread as inside, for the checks of blocking waits.
   class Inside {
    public:
-    explicit Inside(const Serial& serial) : Inside(serial.word_) {}
     explicit Inside(const void* identity) noexcept;
     ~Inside();
     Inside(const Inside&) = delete;
@@ -105,15 +106,15 @@ class Serial final : public Executor {
     return word_->compare_exchange_strong(idle, kInside, std::memory_order_acquire,
                                           std::memory_order_relaxed);
   }
-  void leave() noexcept {
+  static void leave(State* state, std::atomic<std::uint32_t>* word) noexcept {
     std::uint32_t inside = kInside;
-    if (!word_->compare_exchange_strong(inside, kIdle, std::memory_order_release,
-                                        std::memory_order_relaxed)) {
-      scheduleDrain();
+    if (!word->compare_exchange_strong(inside, kIdle, std::memory_order_release,
+                                       std::memory_order_relaxed)) {
+      scheduleDrain(*state);
     }
   }
   static bool isOnMainQueue() noexcept;
-  void scheduleDrain();
+  static void scheduleDrain(State& state);
 
   const std::shared_ptr<State> state_;
   std::atomic<std::uint32_t>* const word_;  // inside the state

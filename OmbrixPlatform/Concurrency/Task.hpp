@@ -70,6 +70,7 @@ class TaskState final : public TaskStateBase, public std::enable_shared_from_thi
   void throwIfFailed() const { outcome_.throwIfError(); }
 
   void run() {
+    if (isCancelled()) return drop();
     try {
       work_.emplace(body_());
     } catch (...) {
@@ -82,7 +83,7 @@ class TaskState final : public TaskStateBase, public std::enable_shared_from_thi
     work_->begin(context_, {[](void* state) { static_cast<TaskState*>(state)->complete(); }, this});
   }
 
-  /// Its executor is not going to run it.
+  /// Ends it before it has begun: it was asked to stop, or its executor is not going to run it.
   void drop() {
     outcome_.setError(std::make_exception_ptr(CancellationError()));
     release();
@@ -141,13 +142,14 @@ class TaskWait {
 }  // namespace detail
 
 /// A running asynchronous operation of its own: copyable, and any number may await it; each gets a
-/// copy of its value, or its exception. Dropping it does not end it; where its executor drops the
-/// job that would begin it, it ends with `CancellationError`. Any thread.
+/// copy of its value, or its exception. Dropping it does not end it. One that is cancelled before
+/// it begins, or that its executor drops, never begins: it ends with `CancellationError`. Any
+/// thread.
 template <class T>
 class Task {
  public:
   /// Asks the operation to stop: what it awaits throws `CancellationError` or ends early, if it
-  /// heeds that. The operation still decides how it ends.
+  /// heeds that. An operation that has begun still decides how it ends.
   void cancel() const { state_->cancel(); }
 
   [[nodiscard]] bool isCancelled() const { return state_->isCancelled(); }
@@ -155,15 +157,16 @@ class Task {
 
   /// Blocks until it is over; its value or its exception. Not from inside a section of an actor.
   T get() const {
+    const auto state = state_;  // this copy of the task may be replaced meanwhile
     detail::BlockingWait wait;
     detail::TaskWaiter waiter{wait.resumption()};
-    if (state_->addWaiter(waiter)) wait.wait();
-    return state_->outcome().copy();
+    if (state->addWaiter(waiter)) wait.wait();
+    return state->outcome().copy();
   }
 
   /// Waits in a coroutine. Cancelling the waiting task ends the wait at once with
   /// `CancellationError`, unless the result is known already; the awaited task goes on.
-  auto operator co_await() const { return Awaiter{state_.get(), {}}; }
+  auto operator co_await() const { return Awaiter(state_); }
 
   friend bool operator==(const Task&, const Task&) = default;
 
@@ -178,19 +181,24 @@ class Task {
   template <class Body>
   friend auto startTask(Body body, std::shared_ptr<Executor> executor);
 
-  struct Awaiter {
-    detail::TaskState<T>* state;
-    detail::TaskWait wait;
+  class Awaiter {
+   public:
+    explicit Awaiter(std::shared_ptr<detail::TaskState<T>> state) : state_(std::move(state)) {}
 
     bool await_ready() const noexcept { return false; }
     template <detail::HasTaskContext Parent>
     bool await_suspend(std::coroutine_handle<Parent> parent) {
-      return wait.begin(*state, parent, parent.promise().context());
+      return wait_.begin(*state_, parent, parent.promise().context());
     }
     T await_resume() {
-      if (wait.wasCancelled()) throw CancellationError();
-      return state->outcome().copy();
+      if (wait_.wasCancelled()) throw CancellationError();
+      return state_->outcome().copy();
     }
+
+   private:
+    // Its own: the task that is awaited may be replaced or dropped before the coroutine goes on.
+    const std::shared_ptr<detail::TaskState<T>> state_;
+    detail::TaskWait wait_;
   };
 
   explicit Task(std::shared_ptr<detail::TaskState<T>> state) : state_(std::move(state)) {

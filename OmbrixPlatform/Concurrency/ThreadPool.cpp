@@ -109,9 +109,11 @@ std::size_t ThreadPool::threadCount() const {
 }
 
 void ThreadPool::post(Job job, DispatchPriority priority) {
+  const auto lane = laneOf(priority);
   Lock lock(lock_);
-  lanes_[laneOf(priority)].push_back(std::move(job));
+  lanes_[lane].push_back(std::move(job));
   ++waiting_;
+  lanesWaiting_.fetch_or(1U << lane, std::memory_order_relaxed);
   ensureThread(lock);
   // Without any thread nobody would ever get to the job: shortages that pass are waited for.
   for (int i = 0; i < kRetries && lock.owns_lock() && threads_ == 0; ++i) {
@@ -120,6 +122,11 @@ void ThreadPool::post(Job job, DispatchPriority priority) {
     lock.lock();
     if (waiting_ > 0) ensureThread(lock);
   }
+}
+
+bool ThreadPool::hasMoreUrgentThan(DispatchPriority priority) const noexcept {
+  const unsigned higher = (1U << laneOf(priority)) - 1;
+  return (lanesWaiting_.load(std::memory_order_relaxed) & higher) != 0;
 }
 
 // Called with the lock held and jobs waiting; may release the lock.
@@ -132,13 +139,13 @@ void ThreadPool::ensureThread(Lock& lock) {
     isWaking_ = true;
     lock.unlock();
     parking->wake();
-  } else if (active() < width_) {
-    spawn();
-  } else {
+  } else if (active() >= width_ || !spawn() || !watcherExists_) {
     ensureWatcher();
   }
 }
 
+// It exists from the first job on: who else would try again to make a thread, once all there are
+// are blocked and the system had none left for a while?
 void ThreadPool::ensureWatcher() {
   if (!watcherExists_) {
     try {
@@ -159,7 +166,7 @@ bool ThreadPool::spawn() {
     std::thread([this] { work(); }).detach();
   } catch (const std::exception&) {
     detail::threadsAreShort = true;
-    return false;  // the threads there are will get to the job, or the next post tries again
+    return false;  // the threads there are will get to the job, or the watcher tries again
   }
   ++threads_;
   return true;
@@ -185,6 +192,7 @@ bool ThreadPool::takeJob(Job& job) {
   auto& lane = lanes_[chosen];
   job = std::move(lane.front());
   lane.pop_front();
+  if (lane.empty()) lanesWaiting_.fetch_and(~(1U << chosen), std::memory_order_relaxed);
   --waiting_;
   return true;
 }
@@ -210,6 +218,7 @@ void ThreadPool::work() {
   } while (park(lock));
   (self.previous ? self.previous->next : workers_) = self.next;
   if (self.next) self.next->previous = self.previous;
+  worker = nullptr;  // what runs at the end of the thread is no longer of the pool
 }
 
 // False when the thread is to end.
@@ -303,8 +312,10 @@ void ThreadPool::watchForStalls() {
     lock.unlock();
     const auto blocked = stalls.look(busy);
     lock.lock();
-    // Read without the lock: some may have ended their jobs, which the next look will see.
-    std::size_t wanted = std::min(waiting_, blocked);
+    // Read without the lock: some may have ended their jobs, which the next look will see. Beside
+    // the blocked threads those are replaced that could not be made before.
+    const std::size_t missing = width_ - std::min(width_, active());
+    std::size_t wanted = std::min(waiting_, std::max(blocked, missing));
     while (wanted > 0 && !parked_ && active() < width_ + blocked && spawn()) --wanted;
     lock.unlock();
     std::this_thread::sleep_for(kStallCheckInterval);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
@@ -14,9 +15,9 @@ namespace ombrix::platform {
 
 /// The lane of the pool a job waits in; a higher lane is served first.
 ///
-/// No lane starves: of the jobs that are taken while higher lanes have some waiting, at least one
-/// in 8 is of the normal lane, one in 16 of the low one and one in 32 of the background, and no
-/// more than that.
+/// No lane starves, and none passes a higher one beyond its share: of the jobs that are taken while
+/// higher lanes have some waiting, one in 8 is of the normal lane, one in 16 of the low one and one
+/// in 32 of the background; a little less often where several of these lanes are due at once.
 enum class DispatchPriority : std::int16_t {
   high = 2,
   normal = 0,
@@ -38,6 +39,9 @@ class ThreadPool final {
 
   /// Any thread. Jobs of one lane start in the order of their posting.
   void post(Job job, DispatchPriority priority = DispatchPriority::normal);
+
+  /// Whether jobs of a higher lane wait: whoever runs many jobs in one ends its turn then.
+  [[nodiscard]] bool hasMoreUrgentThan(DispatchPriority priority) const noexcept;
 
   /// The pool's default lane as an executor, which lives for the whole process.
   static Executor& executor();
@@ -85,6 +89,7 @@ class ThreadPool final {
 
   mutable FutexLock lock_;  // guards what follows
   std::array<std::deque<Job>, kLanes> lanes_;
+  std::atomic<unsigned> lanesWaiting_{0};      // a bit for each; read without the lock
   std::array<unsigned, kLanes> passedOver_{};  // how often higher lanes were served since its turn
   std::size_t waiting_ = 0;
   std::size_t threads_ = 0;

@@ -23,13 +23,15 @@
 ///     auto [mine, bought] = co_await std::move(limited);
 ///
 /// Work that is handed over as `Async` belongs to the wait: it is started on the executor of the
-/// waiting task, and asked to stop when the wait ends before it. Work that does not heed that goes
-/// on by itself until it ends, so it must own what it uses. A `Task` is shared with others and is
-/// never asked to stop. Every wait ends at once with `CancellationError` when the waiting task is
-/// cancelled.
+/// waiting task, and asked to stop when the wait ends before it: what has not begun by then never
+/// begins. Work that does not heed that goes on by itself until it ends, so it must own what it
+/// uses. A `Task` is shared with others and is never asked to stop. Every wait ends at once with
+/// `CancellationError` when the waiting task is cancelled. Values are copied out of the finished
+/// work.
 namespace ombrix::platform {
 
-/// Waits for a delay in seconds by the clock service.
+/// Waits for a delay in seconds by the clock service; what is no number, or too long for the clock,
+/// ends by a cancellation only.
 Async<void> sleepFor(std::chrono::duration<double> delay);
 
 /// Thrown by `withTimeout`.
@@ -223,7 +225,8 @@ auto whenAny(std::vector<Work> works)
   co_return first;
 }
 
-/// Waits no longer than a delay in seconds by the clock service; then `TimeoutError` is thrown.
+/// Waits no longer than a delay in seconds by the clock service; then `TimeoutError` is thrown. A
+/// delay that is no number is no limit.
 template <class T>
 Async<T> withTimeout(Async<T> work, std::chrono::duration<double> delay) {
   return detail::withTimeoutOf(std::move(work), delay);

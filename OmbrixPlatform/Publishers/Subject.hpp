@@ -14,7 +14,8 @@ namespace ombrix::platform {
 ///
 /// Any thread. Delivery happens inside `send` on the sending thread, except that a value sent while
 /// another thread (or this one, further out) is delivering to the same subscriber is delivered by
-/// that one, right after. Subscribing and cancelling are legal meanwhile; new subscribers see the
+/// that one, right after. A subscriber that takes its time holds up the sender that delivers to it,
+/// no other one. Subscribing and cancelling are legal meanwhile; new subscribers see the
 /// next value first.
 template <class Output, class Failure>
 class PassthroughSubject final

@@ -2,19 +2,26 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
 #include <string>
+#include <thread>
 
 #include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform {
 namespace {
 
+using namespace std::chrono_literals;
+
 constexpr std::size_t kMaximumHooks = 8;
+constexpr auto kLongestFlush = 10s;
+
 std::array<std::atomic<void (*)() noexcept>, kMaximumHooks> hooks{};
 std::atomic_flag isStopping{};
+thread_local bool stopsItself = false;  // the calling thread runs the hooks
 
 }  // namespace
 
@@ -26,8 +33,10 @@ void addFatalErrorHook(void (*hook)() noexcept) noexcept {
 }
 
 void fatalError(std::string_view message, std::source_location location) noexcept {
-  // A hook that fails itself, or a second thread, goes straight to the message.
-  if (!isStopping.test_and_set()) {
+  // A hook that fails itself goes straight to the message.
+  const bool isFirst = !isStopping.test_and_set();
+  if (isFirst) {
+    stopsItself = true;
     for (auto& slot : hooks) {
       if (auto* hook = slot.load()) hook();
     }
@@ -35,6 +44,9 @@ void fatalError(std::string_view message, std::source_location location) noexcep
   std::fprintf(stderr, "Fatal error: %.*s (%s:%u)\n", static_cast<int>(message.size()),
                message.data(), location.file_name(), static_cast<unsigned>(location.line()));
   std::fflush(stderr);
+  // A second thread would cut the hooks of the first one short; it may hold a lock they need,
+  // though.
+  if (!isFirst && !stopsItself) std::this_thread::sleep_for(kLongestFlush);
   std::abort();
 }
 

@@ -48,11 +48,16 @@ TEST(AsyncOperationTests, TheStateDrivesEverything) {
   std::binary_semaphore started{0};
   const auto work = std::make_shared<Work>([&](Work&) { started.release(); });
   EXPECT_TRUE(work->isReady() && !work->isExecuting() && !work->isFinished());
-  EXPECT_TRUE(work->isAsynchronous());
+  const auto dependency = std::make_shared<Work>();
+  work->addDependency(dependency);
   std::atomic<int> changes = 0;
   const auto observed = work->observe("state", platform::KeyValueObservingOptions::newValue,
                                       [&](const auto&) { ++changes; });
   work->start();
+  const auto neverReady =
+      work->observe("ready", platform::KeyValueObservingOptions::newValue,
+                    [&](const auto& change) { EXPECT_EQ(*change.newValue, 0); });
+  dependency->finish();
   started.acquire();
   work->start();
   EXPECT_EQ(changes, 1);

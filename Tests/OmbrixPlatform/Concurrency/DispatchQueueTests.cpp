@@ -17,6 +17,7 @@
 #include "OmbrixPlatform/Observation/Signal.hpp"
 #include "OmbrixPlatform/Publishers/AnyCancellable.hpp"
 #include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/HeldExecutor.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
 
@@ -117,7 +118,8 @@ TEST(DispatchQueueTests, SyncHandsOverResultsAndExceptions) {
   for (const auto& queue : {DispatchQueue::serial("s"), DispatchQueue::concurrent("c")}) {
     EXPECT_EQ(queue->sync([&] { return queue->isCurrent() ? 5 : 0; }), 5);
     EXPECT_THROW(queue->sync([] { throw std::runtime_error("x"); }), std::runtime_error);
-    EXPECT_EQ(queue->sync([] { return 6; }), 6);
+    EXPECT_EQ(queue->sync([] { return std::this_thread::get_id(); }), std::this_thread::get_id())
+        << "a hop that nothing asks for, and that may wait for a thread";
     EXPECT_FALSE(queue->isCurrent());
   }
 }
@@ -145,6 +147,12 @@ TEST(DispatchQueueTests, WaitingForOneselfStopsTheProgram) {
     }),
                  "the main queue was pumped or run inside one of its own jobs");
   }
+  EXPECT_DEATH(
+      {
+        MainLoop::shared()->pump();
+        DispatchQueue::main().sync([] {});
+      },
+      "on the main queue by the thread that pumps it");
   EXPECT_EQ(ours->sync([&] { return ours->sync([] { return 4; }); }), 4);
 }
 
@@ -250,24 +258,39 @@ TEST(MainQueueTests, TheHostsThreadTakesOverAndHandsBack) {
             std::this_thread::get_id());
 }
 
+// Catches a thread that waits for ever to become the main thread, since others hand back meanwhile
+// and the library's own thread never runs out of jobs.
+TEST(MainQueueTests, HandingBackHoldsUpNobodyWhoTakesOver) {
+  MainLoop& loop = *MainLoop::shared();
+  std::atomic<bool> isOver = false;
+  std::function<void()> again = [&] {
+    if (!isOver) DispatchQueue::main().async(again);
+  };
+  again();
+  std::jthread handing([&] {
+    while (!isOver) loop.handBack();
+  });
+  for (int i = 0; i < 100; ++i) loop.pump();
+  isOver = true;
+  handing.join();
+  loop.handBack();
+  DispatchQueue::main().sync([] {});
+}
+
 // Catches a main queue that ignores the host's executor.
 TEST(MainQueueTests, AHostsExecutorRunsTheMainQueue) {
-  struct Collecting final : Executor {
-    void post(Job job) override { jobs.push_back(std::move(job)); }
-    std::vector<Job> jobs;
-  };
-  const auto executor = std::make_shared<Collecting>();
+  const auto executor = std::make_shared<testing::HeldExecutor>();
   const testing::ScopedService<Executor> scoped(services().mainExecutor, executor);
   int ran = 0;
   DispatchQueue::main().async([&] { ran += DispatchQueue::main().isCurrent() ? 1 : 100; });
   DispatchQueue::main().async([&] { ++ran; });
   EXPECT_EQ(ran, 0);
-  for (std::size_t i = 0; i < executor->jobs.size(); ++i) executor->jobs[i]();
+  executor->take()();
   EXPECT_EQ(ran, 2);
 
   // Catches a main queue that is disabled, and waits that go on, when it drops what it was given.
   DispatchQueue::main().async([&] { ran = -1; });
-  executor->jobs.clear();
+  executor->take() = nullptr;
   struct Refusing final : Executor {
     void post(Job) override {}
   };
@@ -277,7 +300,19 @@ TEST(MainQueueTests, AHostsExecutorRunsTheMainQueue) {
     EXPECT_THROW(DispatchQueue::main().sync([] {}), CancellationError);
   }
   DispatchQueue::main().async([&] { ++ran; });
-  for (std::size_t i = 0; i < executor->jobs.size(); ++i) executor->jobs[i]();
+  executor->take()();
+  EXPECT_EQ(ran, 3);
+
+  // Catches operations that are never over, and a queue of them that stands still, for the same.
+  const auto operations = NSOperationQueue::make();
+  operations->setMaxConcurrentOperationCount(1);
+  operations->setUnderlyingQueue(DispatchQueue::main().shared_from_this());
+  for (int i = 0; i < 3; ++i) {
+    operations->addOperation([&] { ran = -1; });
+    operations->addBarrierBlock([&] { ran = -1; });
+  }
+  for (int i = 0; i < 6; ++i) executor->take() = nullptr;
+  operations->waitUntilAllOperationsAreFinished();
   EXPECT_EQ(ran, 3);
 }
 

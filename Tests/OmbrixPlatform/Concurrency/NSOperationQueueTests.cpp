@@ -113,15 +113,34 @@ TEST(NSOperationQueueTests, WhatADroppedQueueHoldsBackIsCancelled) {
   }
 }
 
+// Catches an operation that is let go under the queue's lock: what it captured may ask the queue.
+TEST(NSOperationQueueTests, WhatGoesWithABarrierMayAskTheQueue) {
+  const auto queue = NSOperationQueue::make();
+  queue->setMaxConcurrentOperationCount(0);
+  auto asks =
+      std::shared_ptr<void>(nullptr, [&](void*) { EXPECT_EQ(queue->operationCount(), 0u); });
+  auto operation = block([asks = std::move(asks)] {});
+  queue->addOperation(operation);
+  operation->start();
+  operation = nullptr;
+  queue->addBarrierBlock([] {});
+  queue->waitUntilAllOperationsAreFinished();
+}
+
 // Catches changes that are announced twice when threads race, or with wrong values.
 TEST(NSOperationQueueTests, EachChangeIsAnnouncedOnce) {
   using enum KeyValueObservingOptions;
   for (int round = 0; round < 200; ++round) {
     const auto operation = std::make_shared<NSOperation>();
+    const auto first = std::make_shared<NSOperation>(), second = std::make_shared<NSOperation>();
+    if (round % 2 == 0) {
+      operation->addDependency(first);
+      operation->addDependency(second);
+    }
     std::mutex mutex;
     std::map<std::string, int> calls;
     std::vector<ObservationToken> tokens;
-    for (const char* key : {"executing", "finished", "cancelled"}) {
+    for (const char* key : {"ready", "executing", "finished", "cancelled"}) {
       tokens.push_back(operation->observe(key, newValue | oldValue, [&](const auto& change) {
         const std::lock_guard lock(mutex);
         ++calls[std::string(change.key) + std::to_string(*change.oldValue) +
@@ -131,11 +150,15 @@ TEST(NSOperationQueueTests, EachChangeIsAnnouncedOnce) {
     {
       std::vector<std::jthread> threads;
       for (int i = 0; i < 4; ++i) {
-        threads.emplace_back([&, i] { i % 2 == 0 ? operation->cancel() : operation->start(); });
+        threads.emplace_back([&, i] {
+          (i % 2 == 0 ? first : second)->start();
+          i % 2 == 0 ? operation->cancel() : operation->start();
+        });
       }
     }
-    EXPECT_EQ(calls, (std::map<std::string, int>{
-                         {"cancelled01", 1}, {"executing01", 1}, {"finished01", 1}}));
+    std::map<std::string, int> expected{{"cancelled01", 1}, {"executing01", 1}, {"finished01", 1}};
+    if (round % 2 == 0) expected.insert({"ready01", 1});
+    EXPECT_EQ(calls, expected);
   }
 }
 
@@ -246,17 +269,37 @@ TEST(NSOperationQueueTests, StartsOnTheUnderlyingQueue) {
   done.wait();
 }
 
-// Catches a second start that goes unnoticed.
-TEST(NSOperationQueueTests, AddingTwiceStopsTheProgram) {
-  EXPECT_DEATH(
-      {
-        const auto operation = block([] {});
-        const auto queue = NSOperationQueue::make();
-        queue->setMaxConcurrentOperationCount(0);
-        queue->addOperation(operation);
-        NSOperationQueue::make()->addOperation(operation);
-      },
-      "an operation was added to a queue twice");
+// Catches a second start that goes unnoticed, and silent waits for oneself.
+TEST(NSOperationQueueTests, WhatCanNeverWorkStopsTheProgram) {
+  const auto queue = NSOperationQueue::make();
+  std::shared_ptr<NSOperation> operation;
+  const auto waitForQueue = [&] { queue->waitUntilAllOperationsAreFinished(); };
+  struct Case {
+    std::function<void()> begin;
+    const char* message;
+  };
+  const Case cases[] = {
+      {[&] {
+         queue->setMaxConcurrentOperationCount(0);
+         queue->addOperation(operation = block([] {}));
+         NSOperationQueue::make()->addOperation(operation);
+       },
+       "an operation was added to a queue twice"},
+      {[&] { (operation = block([&] { operation->waitUntilFinished(); }))->start(); },
+       "an operation waits for its own end inside its own work"},
+      {[&] { queue->addOperation(waitForQueue); },
+       "a queue's operation or barrier waits for that queue to be empty"},
+      {[&] { queue->addBarrierBlock(waitForQueue); },
+       "a queue's operation or barrier waits for that queue to be empty"},
+  };
+  for (const auto& [begin, message] : cases) {
+    EXPECT_DEATH(
+        {
+          begin();
+          waitForQueue();
+        },
+        message);
+  }
 }
 
 }  // namespace

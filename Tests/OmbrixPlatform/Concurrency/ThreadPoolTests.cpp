@@ -53,14 +53,16 @@ std::size_t width() { return std::max<std::size_t>(std::thread::hardware_concurr
 // All threads of the pool are busy while the jobs are posted, so it must have no idle ones of
 // earlier tests.
 void checkThatEveryLaneHasItsShare() {
-  constexpr std::size_t kJobs = 400;
+  constexpr std::size_t kJobs = 4'000;  // many beside the slack: a doubled share is seen
   std::atomic<bool> isOpen = false;
-  std::latch together(static_cast<std::ptrdiff_t>(width())), done(kJobs * kLanes.size());
+  std::latch together(static_cast<std::ptrdiff_t>(width()));
+  std::latch done(static_cast<std::ptrdiff_t>(width() + kJobs * kLanes.size()));
   for (std::size_t i = 0; i < width(); ++i) {
     ThreadPool::shared().post(
         [&] {
           together.count_down();
           while (!isOpen) std::this_thread::yield();
+          done.count_down();
         },
         DispatchPriority::high);
   }
@@ -92,7 +94,34 @@ void checkThatEveryLaneHasItsShare() {
                                                   [&](auto at) { return at < place[0].back(); }));
   };
   EXPECT_LE(before(1), kJobs / 7 + slack);
-  EXPECT_LE(before(3), kJobs / 16 + slack);
+  EXPECT_LE(before(3), kJobs / 31 + slack);
+}
+
+// The same threads: serial queues whose turns would be as good as one job each.
+void checkThatTurnsEndForMoreUrgentJobs() {
+  constexpr std::size_t kUrgent = 20;  // fewer than after which the background has its turn
+  std::atomic<bool> isOpen = false;
+  std::atomic<std::size_t> started = 0;
+  std::latch together(static_cast<std::ptrdiff_t>(width()));
+  std::latch done(static_cast<std::ptrdiff_t>(width()));
+  std::vector<std::shared_ptr<DispatchQueue>> queues;
+  for (std::size_t i = 0; i < width(); ++i) {
+    queues.push_back(DispatchQueue::serial("turns", QualityOfService::background));
+    queues.back()->async([&] {
+      together.count_down();
+      while (!isOpen) std::this_thread::yield();
+    });
+    queues.back()->async([&] {
+      EXPECT_GE(started + width(), kUrgent) << "a turn of a lower lane goes on";
+      done.count_down();
+    });
+  }
+  together.wait();
+  for (std::size_t i = 0; i < kUrgent; ++i) {
+    ThreadPool::shared().post([&] { ++started; }, DispatchPriority::high);
+  }
+  isOpen = true;
+  done.wait();
 }
 
 // Catches lanes that starve, and lower lanes that pass higher ones beyond their share.
@@ -101,6 +130,7 @@ TEST(ThreadPoolTests, EveryLaneHasItsShare) {
   EXPECT_EXIT(
       {
         checkThatEveryLaneHasItsShare();
+        checkThatTurnsEndForMoreUrgentJobs();
         std::_Exit(::testing::Test::HasFailure() ? 1 : 0);
       },
       ::testing::ExitedWithCode(0), "");
@@ -151,6 +181,38 @@ void withoutNewThreads(const std::function<void()>& closure) {
   ::setrlimit(RLIMIT_AS, &tight);
   closure();
   ::setrlimit(RLIMIT_AS, &before);
+}
+
+[[noreturn]] void runAJobAfterAShortage(bool poolKnows) {
+  withoutNewThreads([] { ThreadPool::shared().post([] {}); });  // nor is there one that watches
+  const auto threads = static_cast<std::ptrdiff_t>(width());
+  std::latch together(threads), blocked(threads), never(1);
+  std::atomic<bool> isOpen = false;
+  for (std::ptrdiff_t i = 0; i < threads; ++i) {
+    ThreadPool::shared().post([&] {
+      together.count_down();
+      while (!isOpen) std::this_thread::yield();
+      std::optional<ThreadPool::BlockingScope> blocking;
+      if (poolKnows) blocking.emplace();
+      blocked.count_down();
+      never.wait();
+    });
+  }
+  together.wait();
+  withoutNewThreads([&] {
+    ThreadPool::shared().post([] { std::_Exit(3); });
+    isOpen = true;
+    blocked.wait();
+  });
+  std::binary_semaphore(0).try_acquire_for(std::chrono::seconds(60));
+  std::_Exit(4);
+}
+
+// Catches blocked threads that nobody replaces once a shortage is over.
+TEST(ThreadPoolTests, ThreadsMissingInAShortageAreMadeAfterIt) {
+  for (const bool poolKnows : {false, true}) {
+    EXPECT_EXIT(runAJobAfterAShortage(poolKnows), ::testing::ExitedWithCode(3), "") << poolKnows;
+  }
 }
 
 // Catches a failed thread creation that throws at the poster or disables a queue for good.

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/HeldExecutor.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
 
@@ -121,6 +122,26 @@ TEST(WaitingTests, WaitsEndAtOnceAndOwnWorkIsAskedToStop) {
       }
     }
   }
+}
+
+// Catches own work that begins after the wait for it is over, on what the waiting frame had.
+TEST(WaitingTests, WhatIsGivenUpBeforeItBeginsNeverBegins) {
+  const auto clock = std::make_shared<testing::ManualClock>();
+  const testing::ScopedService scoped(services().clock, clock);
+  const auto held = std::make_shared<testing::HeldExecutor>();
+  bool hasBegun = false;
+  auto work = [&]() -> Async<void> {
+    hasBegun = true;
+    co_return;
+  };
+  const auto limited = withTimeout(work(), 30s).start(held);
+  held->take()();
+  auto own = held->take();
+  clock->advance(30s);
+  held->take()();
+  EXPECT_THROW(limited.get(), TimeoutError);
+  own();
+  EXPECT_FALSE(hasBegun);
 }
 
 // Catches time-outs by another clock, and one that strikes work that is over.

@@ -158,6 +158,51 @@ TEST(SubjectTests, RacingSendersAreSeenInOneOrder) {
   EXPECT_EQ(one->values.back(), subject.value());
 }
 
+// Catches a subscriber that holds up what others send to the one behind it.
+TEST(SubjectTests, ASlowSubscriberHoldsUpItsOwnSenderOnly) {
+  const Current subject(0);
+  const auto slow = std::make_shared<Recorder>(Demand::unlimited());
+  const auto quick = std::make_shared<Recorder>(Demand::unlimited());
+  std::binary_semaphore entered{0}, gate{0};
+  slow->onValue = [&](int value) {
+    if (value != 1) return;
+    entered.release();
+    gate.acquire();
+  };
+  quick->onValue = [&](int value) {
+    if (value == 2) gate.release();
+  };
+  subject.receive(slow);
+  subject.receive(quick);
+  std::jthread other([&] {
+    entered.acquire();
+    subject.send(2);
+    subject.sendCompletion(Completion<std::string>::finished());
+  });
+  subject.send(1);
+  other.join();
+  for (const auto& each : {slow, quick}) {
+    EXPECT_EQ(each->values, (std::vector{0, 1, 2}));
+    EXPECT_EQ(each->endings, Strings{"finished"});
+  }
+}
+
+// Catches an exception of one subscriber that costs others values, or itself all later ones.
+TEST(SubjectTests, AThrowingSubscriberLosesNothing) {
+  const Passthrough subject;
+  const auto throwing = std::make_shared<Recorder>(Demand::unlimited());
+  const auto other = std::make_shared<Recorder>(Demand::unlimited());
+  throwing->onValue = [](int value) {
+    if (value == 1) throw Error("one");
+  };
+  subject.receive(throwing);
+  subject.receive(other);
+  EXPECT_THROW(subject.send(1), Error);
+  subject.send(2);
+  EXPECT_EQ(throwing->values, (std::vector{1, 2}));
+  EXPECT_EQ(other->values, (std::vector{1, 2}));
+}
+
 // Catches values that were sent after a cancellation returned and arrive all the same, and
 // everything that breaks when thousands subscribe and cancel during delivery.
 TEST(SubjectTests, AStormOfSubscriptionsAndCancellations) {

@@ -1,0 +1,31 @@
+#pragma once
+
+namespace ombrix::platform::detail {
+
+/// What the calling thread is inside of (the jobs of a queue, the work of an operation), for the
+/// checks of waits for oneself.
+class InsideScope {
+ public:
+  explicit InsideScope(const void* identity) noexcept : identity_(identity), outer_(innermost_) {
+    innermost_ = this;
+  }
+  ~InsideScope() { innermost_ = outer_; }
+  InsideScope(const InsideScope&) = delete;
+  InsideScope& operator=(const InsideScope&) = delete;
+
+  static bool isInsideAny() noexcept { return innermost_ != nullptr; }
+  static bool isInside(const void* identity) noexcept {
+    for (const auto* scope = innermost_; scope; scope = scope->outer_) {
+      if (scope->identity_ == identity) return true;
+    }
+    return false;
+  }
+
+ private:
+  static inline constinit thread_local const InsideScope* innermost_ = nullptr;
+
+  const void* const identity_;
+  const InsideScope* const outer_;
+};
+
+}  // namespace ombrix::platform::detail

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <deque>
+#include <mutex>
+#include <semaphore>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/Executor.hpp"
+
+namespace ombrix::testing {
+
+/// An executor whose jobs run when, and in the order in which, a test runs them. Any thread.
+class HeldExecutor final : public platform::Executor {
+ public:
+  void post(platform::Job job) override {
+    {
+      const std::lock_guard lock(mutex_);
+      jobs_.push_back(std::move(job));
+    }
+    posted_.release();
+  }
+
+  /// Waits for the next job and gives it.
+  [[nodiscard]] platform::Job take() {
+    posted_.acquire();
+    const std::lock_guard lock(mutex_);
+    auto job = std::move(jobs_.front());
+    jobs_.pop_front();
+    return job;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::deque<platform::Job> jobs_;
+  std::counting_semaphore<> posted_{0};
+};
+
+}  // namespace ombrix::testing
