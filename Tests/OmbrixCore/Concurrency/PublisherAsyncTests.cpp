@@ -243,10 +243,11 @@ TEST(AsAsyncStreamTests, TheEndOfTheStreamCancelsTheSubscription) {
 
   Source<int> cancelled;
   auto stream = asAsyncStream(cancelled.publisher());
-  const auto task = startTask([&]() -> Async<bool> {
+  auto consume = [&]() -> Async<bool> {
     const auto value = co_await stream.next();
     co_return value.has_value();
-  });
+  };
+  const auto task = startTask(consume, std::make_shared<FirstHere>());
   task.cancel();
   EXPECT_FALSE(task.get());
   EXPECT_EQ(cancelled.cancels, 1);
