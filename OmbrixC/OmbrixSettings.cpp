@@ -27,7 +27,7 @@ const Settings& from(const OmbrixSettings* self) {
 
 char* text(std::string_view value) { return copied(value); }
 
-/// Throws for bytes that are no property list.
+/// Throws for bytes that are not a property list.
 std::optional<PropertyList> from(const OmbrixValue& value) {
   switch (value.kind) {
     case OmbrixValueBoolean:

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "OmbrixPlatform/Detail/Utf.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -71,12 +72,6 @@ constexpr bool isBare(char c) noexcept {
 }
 
 constexpr bool isOctal(char c) noexcept { return c >= '0' && c <= '7'; }
-
-int hexValue(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  const char lower = static_cast<char>(c | 0x20);
-  return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : -1;
-}
 
 class Parser {
  public:

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Coding/XMLReader.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -18,12 +19,6 @@ constexpr std::size_t kMostTagBytes = 1024 * 1024;
 std::string_view localName(std::string_view name) {
   const std::size_t colon = name.rfind(':');
   return colon == std::string_view::npos ? name : name.substr(colon + 1);
-}
-
-std::string_view trimmed(std::string_view text) {
-  const std::size_t from = text.find_first_not_of(" \t\r\n");
-  if (from == std::string_view::npos) return {};
-  return text.substr(from, text.find_last_not_of(" \t\r\n") - from + 1);
 }
 
 struct ElementText {
@@ -69,7 +64,7 @@ void onEnd(void* user, const XML_Char* name) {
   reading.run([&] {
     const std::string text = std::move(reading.texts.back().text);
     reading.texts.pop_back();
-    reading.handler.endElement(localName(name), trimmed(text));
+    reading.handler.endElement(localName(name), trimmed(text, kWhiteSpace));
   });
 }
 

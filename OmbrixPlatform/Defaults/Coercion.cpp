@@ -14,7 +14,7 @@ namespace {
 constexpr bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 
 /// The text behind blanks and a plus sign.
-std::string_view trimmed(std::string_view text) noexcept {
+std::string_view behindBlanks(std::string_view text) noexcept {
   const auto start = text.find_first_not_of(" \t\n\r\v\f");
   text.remove_prefix(start == std::string_view::npos ? text.size() : start);
   if (text.size() > 1 && text[0] == '+' && text[1] != '-') text.remove_prefix(1);
@@ -22,14 +22,14 @@ std::string_view trimmed(std::string_view text) noexcept {
 }
 
 bool boolFromText(std::string_view text) noexcept {
-  text = trimmed(text);
+  text = behindBlanks(text);
   if (text.starts_with('-')) text.remove_prefix(1);
   while (text.starts_with('0')) text.remove_prefix(1);
   return !text.empty() && (std::string_view("YyTt").contains(text[0]) || isDigit(text[0]));
 }
 
 std::int64_t integerFromText(std::string_view text) noexcept {
-  text = trimmed(text);
+  text = behindBlanks(text);
   std::int64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
   if (error != std::errc::result_out_of_range) return value;
@@ -37,7 +37,7 @@ std::int64_t integerFromText(std::string_view text) noexcept {
 }
 
 double doubleFromText(std::string_view text) noexcept {
-  text = trimmed(text);
+  text = behindBlanks(text);
   // Words such as "infinity" are no numbers here.
   const auto digits = text.find_first_not_of("-.");
   if (digits == std::string_view::npos || !isDigit(text[digits])) return 0;

@@ -1,4 +1,5 @@
 #include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 #include <arpa/inet.h>
 #include <unistd.h>
@@ -60,10 +61,6 @@ constexpr bool isLetter(char c) noexcept {
   return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z');
 }
 
-constexpr unsigned hexValue(char c) noexcept {
-  return c <= '9' ? static_cast<unsigned>(c - '0') : (static_cast<unsigned>(c) | 0x20U) - 'a' + 10U;
-}
-
 constexpr bool startsEscape(std::string_view rest) noexcept {
   return rest.size() >= 3 && rest[0] == '%' && is(rest[1], kHexDigit) && is(rest[2], kHexDigit);
 }
@@ -86,21 +83,20 @@ std::string decoded(std::string_view text) {
   for (; escape != std::string_view::npos; escape = text.find('%')) {
     result.append(text.substr(0, escape));
     result.push_back(
-        static_cast<char>(hexValue(text[escape + 1]) << 4 | hexValue(text[escape + 2])));
+        static_cast<char>(hexValue(text[escape + 1]) * 16 + hexValue(text[escape + 2])));
     text.remove_prefix(escape + 3);
   }
   return result.append(text);
 }
 
 void appendEncoded(std::string& result, std::string_view text, std::uint8_t allowed) {
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
   while (true) {
     std::size_t plain = 0;
     while (plain < text.size() && is(text[plain], allowed)) ++plain;
     result.append(text.substr(0, plain));
     if (plain == text.size()) return;
     const auto byte = static_cast<unsigned char>(text[plain]);
-    result.append({'%', kDigits[byte >> 4], kDigits[byte & 15U]});
+    result.append({'%', kHexDigits[byte >> 4], kHexDigits[byte & 15U]});
     text.remove_prefix(plain + 1);
   }
 }

@@ -1,4 +1,5 @@
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 #include <algorithm>
 #include <array>
@@ -7,11 +8,6 @@
 
 namespace ombrix::platform {
 namespace {
-
-constexpr char lowered(char character) noexcept {
-  return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A'))
-                                              : character;
-}
 
 constexpr std::size_t kUsualFields = 8;
 
@@ -35,7 +31,7 @@ constexpr bool isTokenCharacter(char character) noexcept {
 
 bool headerNamesEqual(std::string_view a, std::string_view b) noexcept {
   // Most names are written as they are asked for.
-  return a.size() == b.size() && (a == b || std::ranges::equal(a, b, {}, lowered, lowered));
+  return a == b || equalIgnoringASCIICase(a, b);
 }
 
 HTTPHeaders::HTTPHeaders(std::initializer_list<Field> fields) {

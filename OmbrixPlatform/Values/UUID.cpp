@@ -4,6 +4,7 @@
 
 #include <cerrno>
 
+#include "OmbrixPlatform/Values/ASCII.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform {
@@ -13,14 +14,6 @@ constexpr std::size_t kTextSize = 36;
 
 constexpr bool isHyphenAt(std::size_t place) noexcept {
   return place == 8 || place == 13 || place == 18 || place == 23;
-}
-
-/// The value of a hexadecimal digit, -1 for another character.
-constexpr int hexValue(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
 }
 
 }  // namespace
@@ -59,7 +52,7 @@ std::string UUID::uuidString() const {
   for (std::size_t i = 0; i < kTextSize; ++i) {
     if (isHyphenAt(i)) continue;
     const std::uint8_t byte = bytes_[digits / 2];
-    text[i] = "0123456789ABCDEF"[digits++ % 2 == 0 ? byte >> 4 : byte & 0x0F];
+    text[i] = kHexDigits[digits++ % 2 == 0 ? byte >> 4 : byte & 0x0F];
   }
   return text;
 }

@@ -41,7 +41,7 @@ class DevServer::Running {
     core.gates.clear();
   }
 
-  /// Server's thread.
+  /// Runs on the server's thread.
   void endConnections(End how) {
     const auto ending = core.connections;
     for (const auto& connection : ending) connection->end(how);

@@ -14,9 +14,9 @@ struct Block {
   Word increases = ~Word{0};
   Word decreases = 0;
 
-  /// Moves on by one character of the text. `matches` are its places in the block; the horizontal
-  /// difference at the upper edge goes in and at the lower one comes out; `horizontal` sees both
-  /// before they are shifted.
+  /// Advances by one character of the text. `matches` has a bit for each place of the character in
+  /// the block. The carried differences are those at the block's upper edge, and afterwards those
+  /// at its lower edge. `horizontal` is called with the differences before they are shifted.
   template <class Horizontal>
   void advance(Word matches, Word& carriedUp, Word& carriedDown, Horizontal horizontal) {
     const Word joined = matches | carriedDown;
@@ -50,7 +50,7 @@ std::size_t distanceByWord(std::size_t size, std::span<const Character> text, Pl
   return distance;
 }
 
-/// Takes equal beginnings and ends off: they never cost anything.
+/// Removes equal beginnings and ends, which never cost an edit.
 template <class Character>
 void trimShared(std::span<const Character>& a, std::span<const Character>& b) {
   const auto front = std::ranges::mismatch(a, b).in1 - a.begin();

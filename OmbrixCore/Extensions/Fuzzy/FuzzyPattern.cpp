@@ -18,7 +18,7 @@ namespace detail {
 
 std::string_view loweredBytes(std::string_view text, std::string& storage) {
   const auto isCapital = [](char character) { return character >= 'A' && character <= 'Z'; };
-  // Asked of every byte without leaving early, which the compiler does 16 at a time.
+  // Without an early exit the compiler tests 16 bytes at a time.
   unsigned capitals = 0;
   for (const char character : text) capitals |= isCapital(character) ? 1U : 0U;
   if (capitals == 0) return text;

@@ -79,9 +79,9 @@ LoggingService::LoggingService()
 }
 
 void LoggingService::setExtraLoggingEnabled(bool isEnabled) {
-  // Observers of the setting are told by its setter, so no lock is held over it. Instead, whoever
-  // finds that another caller came meanwhile writes that one's choice: the last switch decides in
-  // both places, whichever setter was the last to return.
+  // The setting's setter calls observers, so no lock is held around it. A caller that finds a later
+  // choice writes that one too: setting and log level end with the last choice, whichever caller
+  // returns last.
   Choice choice = choice_.load();
   Choice written{};
   do {

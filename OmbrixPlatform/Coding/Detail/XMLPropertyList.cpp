@@ -10,6 +10,7 @@
 #include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
 #include "OmbrixPlatform/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Detail/Utf.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -44,13 +45,6 @@ std::string textIn(const pugi::xml_node& node) {
   }
   if (!isValidUtf8(text)) damaged("a text is not valid");
   return text;
-}
-
-std::string_view trimmed(std::string_view text) {
-  constexpr std::string_view kWhiteSpace = " \t\r\n";
-  const std::size_t first = text.find_first_not_of(kWhiteSpace);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kWhiteSpace) - first + 1);
 }
 
 template <class Number, class... Base>
@@ -94,10 +88,10 @@ class XMLReader {
     if (name == "true") return true;
     if (name == "false") return false;
     const std::string text = textIn(node);
-    if (name == "integer") return integerFrom(trimmed(text));
-    if (name == "real") return realFrom(trimmed(text));
+    if (name == "integer") return integerFrom(trimmed(text, kWhiteSpace));
+    if (name == "real") return realFrom(trimmed(text, kWhiteSpace));
     if (name == "date") {
-      if (const auto date = dateFromISO8601(trimmed(text))) return *date;
+      if (const auto date = dateFromISO8601(trimmed(text, kWhiteSpace))) return *date;
       damaged("a date cannot be read");
     }
     if (name == "data") {
@@ -111,7 +105,8 @@ class XMLReader {
     for (; node; node = node.next_sibling()) {
       if (node.type() == pugi::node_element) return node;
       const bool isText = node.type() == pugi::node_pcdata || node.type() == pugi::node_cdata;
-      if (isText && !trimmed(node.value()).empty()) damaged("a text stands among the elements");
+      if (isText && !trimmed(node.value(), kWhiteSpace).empty())
+        damaged("a text stands among the elements");
     }
     return node;
   }

@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -38,7 +39,6 @@ Message decodeMessage(DataView bytes) {
 }
 
 std::string messageFileName(std::string_view identifier) {
-  constexpr const char* kDigits = "0123456789ABCDEF";
   std::string name;
   name.reserve(identifier.size() + kExtension.size());
   for (const char c : identifier) {
@@ -46,7 +46,7 @@ std::string messageFileName(std::string_view identifier) {
       name += c;
     } else {
       const auto byte = static_cast<unsigned char>(c);
-      name.append({'%', kDigits[byte >> 4U], kDigits[byte & 15U]});
+      name.append({'%', kHexDigits[byte >> 4U], kHexDigits[byte & 15U]});
     }
   }
   return name.append(kExtension);

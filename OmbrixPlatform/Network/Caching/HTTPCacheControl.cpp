@@ -1,4 +1,5 @@
 #include "OmbrixPlatform/Network/Caching/Detail/HTTPCacheControl.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 #include <algorithm>
 #include <charconv>
@@ -62,9 +63,7 @@ std::optional<std::int64_t> deltaSeconds(std::string_view text) {
 }
 
 std::string_view trimmed(std::string_view text) noexcept {
-  const auto first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
+  return platform::trimmed(text, kBlanks);
 }
 
 std::string_view takeListPart(std::string_view& list) noexcept {

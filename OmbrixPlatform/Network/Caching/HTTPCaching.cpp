@@ -5,6 +5,7 @@
 
 #include "OmbrixPlatform/Network/Caching/Detail/HTTPCacheControl.hpp"
 #include "OmbrixPlatform/Network/HTTPDate.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -77,14 +78,6 @@ bool isNominated(std::string_view name, const HTTPHeaders& headers) noexcept {
     if (headerNamesEqual(takeListPart(list), name)) return true;
   }
   return false;
-}
-
-std::string lowered(std::string_view text) {
-  std::string result(text);
-  for (char& character : result) {
-    if (character >= 'A' && character <= 'Z') character = static_cast<char>(character + 32);
-  }
-  return result;
 }
 
 /// Entity tags compared weakly (RFC 9110 section 8.8.3.2).
@@ -292,7 +285,8 @@ std::optional<SelectingFields> selectingFields(const HTTPHeaders& response,
   SelectingFields fields;
   const auto add = [&](std::string_view name) {
     const auto value = request.value(name);
-    fields.push_back({lowered(name), value ? std::optional<std::string>(*value) : std::nullopt});
+    fields.push_back(
+        {asciiLowercased(name), value ? std::optional<std::string>(*value) : std::nullopt});
   };
   add("authorization");
   std::string_view list = response.value("Vary").value_or("");

@@ -9,6 +9,7 @@
 
 #include "OmbrixPlatform/Network/Curl/Detail/ContentDecoder.hpp"
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform::detail {
@@ -19,12 +20,6 @@ constexpr std::size_t kPieceBytes = 32 * 1024;
 // Window bits as zlib counts them: 32 more finds out between gzip and zlib, negative is bare.
 constexpr int kGzipOrZlib = MAX_WBITS + 32;
 constexpr int kBareDeflate = -MAX_WBITS;
-
-std::string_view trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t");
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
 
 }  // namespace
 
@@ -50,7 +45,7 @@ struct ContentDecoder::Stream {
 };
 
 ContentDecoder::ContentDecoder(std::string_view codings) {
-  const std::string_view name = trimmed(codings);
+  const std::string_view name = trimmed(codings, kBlanks);
   const bool isGzip = headerNamesEqual(name, "gzip") || headerNamesEqual(name, "x-gzip");
   if (isGzip || headerNamesEqual(name, "deflate")) stream_ = std::make_unique<Stream>(isGzip);
 }

@@ -2,17 +2,10 @@
 #include <utility>
 
 #include "OmbrixPlatform/Network/Curl/Detail/HTTPHeaderReader.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
-
-constexpr std::string_view kBlanks = " \t";
-
-std::string_view trimmed(std::string_view text) {
-  const auto first = text.find_first_not_of(kBlanks);
-  if (first == std::string_view::npos) return {};
-  return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
-}
 
 std::string_view withoutLineEnd(std::string_view line) {
   if (line.ends_with('\n')) line.remove_suffix(1);
@@ -62,14 +55,14 @@ bool HTTPHeaderReader::readStatus(std::string_view line) {
 HTTPHeaderReader::Result HTTPHeaderReader::readField(std::string_view line) {
   if (kBlanks.contains(line.front())) {
     if (name_.empty()) return Result::malformed;
-    value_.append(" ").append(trimmed(line));
+    value_.append(" ").append(trimmed(line, kBlanks));
     return HTTPHeaders::isValue(value_) ? Result::more : Result::malformed;
   }
   keepField();
   const auto colon = line.find(':');
   if (colon == std::string_view::npos) return Result::malformed;
   const std::string_view name = line.substr(0, colon);
-  const std::string_view value = trimmed(line.substr(colon + 1));
+  const std::string_view value = trimmed(line.substr(colon + 1), kBlanks);
   if (!name.empty() && kBlanks.contains(name.back())) return Result::ambiguous;
   if (!HTTPHeaders::isName(name) || !HTTPHeaders::isValue(value)) return Result::malformed;
   name_ = name;
@@ -89,7 +82,7 @@ std::optional<std::int64_t> singleLength(std::string_view list) {
   std::optional<std::int64_t> length;
   while (true) {
     const auto comma = list.find(',');
-    const std::string_view text = trimmed(list.substr(0, comma));
+    const std::string_view text = trimmed(list.substr(0, comma), kBlanks);
     std::int64_t number = -1;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool isNumber = error == std::errc() && end == text.data() + text.size() && number >= 0;

@@ -1,4 +1,5 @@
 #include "OmbrixPlatform/Network/Curl/Detail/Redirect.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 #include <algorithm>
 #include <array>
@@ -12,12 +13,11 @@ namespace {
 /// The text with what servers write into "Location" though a URL may not hold it percent-encoded.
 std::string encodedWhereNeeded(std::string_view text) {
   constexpr std::string_view kNeverInURLs = "\"<>\\^`{|}";
-  constexpr std::string_view kDigits = "0123456789ABCDEF";
   std::string encoded;
   for (const char character : text) {
     const auto byte = static_cast<unsigned char>(character);
     if (byte <= ' ' || byte >= 0x7F || kNeverInURLs.contains(character)) {
-      encoded.append({'%', kDigits[byte >> 4], kDigits[byte & 0xF]});
+      encoded.append({'%', kHexDigits[byte >> 4], kHexDigits[byte & 0xF]});
     } else {
       encoded.push_back(character);
     }

@@ -89,7 +89,7 @@ std::string pemOf(X509* certificate) {
   return {bytes, static_cast<std::size_t>(length)};
 }
 
-// Chooses HTTP/1.1 from what the client offers, so that one that prefers HTTP/2 knows.
+// Chooses HTTP/1.1 from the client's offer, so that a client that prefers HTTP/2 is told.
 int chooseProtocol(SSL*, const unsigned char** chosen, unsigned char* length,
                    const unsigned char* offered, unsigned int offeredLength, void*) {
   static constexpr unsigned char kSpoken[] = "\x08http/1.1";
@@ -103,7 +103,7 @@ int chooseProtocol(SSL*, const unsigned char** chosen, unsigned char* length,
 }  // namespace
 
 Identity makeIdentity(Certificate kind) {
-  // OpenSSL's own clean-up at exit would meet threads of the process that still use it.
+  // OpenSSL must not clean up at exit: threads of the process may still use it.
   ::OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   const bool isExpired = kind == Certificate::expired;
   Pair server = makePair("api.ombrix.test", isExpired ? -10 : -1, isExpired ? -1 : 30);

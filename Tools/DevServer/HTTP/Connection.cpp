@@ -11,9 +11,9 @@ namespace {
 using asio::error_code;
 using asio::ip::tcp;
 
-// A client that sends more before it has read its answers is made to wait.
+// A client that sends more than this without reading its answers must wait.
 constexpr std::size_t kMostUnreadBytes = std::size_t{256} * 1024;
-// After so many repetitions without a pause other connections have their turn.
+// After this many repetitions without a pause other connections get their turn.
 constexpr std::uint64_t kTurnRepeats = 256;
 constexpr std::size_t kTLSPieceBytes = std::size_t{64} * 1024;
 // How long a connection that was closed on this side waits for the client to do the same.
@@ -243,8 +243,8 @@ void Connection::received(std::size_t count) {
   }
 }
 
-// The client sends no more. What was asked is still answered, unless the answer waits: nobody may
-// be there to read it.
+// The client has ended its side. Its requests are still answered, unless an answer has to wait: the
+// client may be gone by then.
 void Connection::inputEnded() {
   hasInputEnded_ = true;
   if (isPaused_) return abandon();
@@ -294,8 +294,8 @@ bool Connection::refillWire() {
   return !wire_.empty();
 }
 
-// Ends this side of the connection in the way asked for; the rest follows when the client has
-// ended its side, so that bytes it still sends do not reset what it has not read yet.
+// Ends this side of the connection in the way that was asked for. The socket is closed when the
+// client has ended its side: bytes that it still sends would reset what it has not read yet.
 void Connection::beginEnd(End how) {
   if (how == End::reset) return end(how);
   if (how == End::close && tls_) {

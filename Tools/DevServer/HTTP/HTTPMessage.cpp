@@ -9,15 +9,13 @@
 #include <iterator>
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Network/HTTPDate.hpp"
+#include "OmbrixPlatform/Values/ASCII.hpp"
 
 namespace ombrix::devserver {
 namespace {
 
 constexpr std::size_t kChunkBytes = 1000;
-
-constexpr char lowered(char c) noexcept {
-  return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
 
 std::string_view reasonPhrase(int status) {
   static constexpr std::pair<int, std::string_view> kReasons[] = {
@@ -65,12 +63,6 @@ const std::string& currentHTTPDate() {
     text = httpDate(std::chrono::system_clock::from_time_t(now));
   }
   return text;
-}
-
-int hexDigit(char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  const char low = lowered(c);
-  return low >= 'a' && low <= 'f' ? low - 'a' + 10 : -1;
 }
 
 void appendChunks(std::string& out, std::string_view body) {
@@ -155,7 +147,7 @@ void Response::appendTo(std::string& out, bool isForHead) const {
   fmt::format_to(write, "HTTP/1.1 {} {}\r\n", status, reasonPhrase(status));
   bool hasDate = false, hasLength = hasNoBody;
   for (const auto& [name, value] : headers) {
-    // A field without a value stands for "not even the one that is added otherwise".
+    // A field without a value leaves out the one that would be added otherwise.
     hasDate = hasDate || equalsIgnoringCase(name, "Date");
     hasLength = hasLength || equalsIgnoringCase(name, "Content-Length");
     if (value.empty()) continue;
@@ -177,16 +169,7 @@ void Response::appendTo(std::string& out, bool isForHead) const {
 }
 
 std::string httpDate(std::chrono::system_clock::time_point time) {
-  static constexpr std::array kDays = {"Sun", "Mon", "Tue", "Wed", "Thu", "Fri", "Sat"};
-  static constexpr std::array kMonths = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  return fmt::format("{}, {:02} {} {:04} {:02}:{:02}:{:02} GMT",
-                     kDays[static_cast<std::size_t>(parts.tm_wday)], parts.tm_mday,
-                     kMonths[static_cast<std::size_t>(parts.tm_mon)], parts.tm_year + 1900,
-                     parts.tm_hour, parts.tm_min, parts.tm_sec);
+  return platform::httpTextFrom(platform::Date(time));
 }
 
 std::string percentDecoded(std::string_view text, bool blanks) {
@@ -194,7 +177,8 @@ std::string percentDecoded(std::string_view text, bool blanks) {
   out.reserve(text.size());
   for (std::size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '%' && i + 2 < text.size()) {
-      const int high = hexDigit(text[i + 1]), low = hexDigit(text[i + 2]);
+      const int high = platform::hexValue(text[i + 1]);
+      const int low = platform::hexValue(text[i + 2]);
       if (high >= 0 && low >= 0) {
         out += static_cast<char>(high * 16 + low);
         i += 2;
@@ -221,13 +205,11 @@ Fields parseQuery(std::string_view text) {
 }
 
 bool equalsIgnoringCase(std::string_view a, std::string_view b) noexcept {
-  return a.size() == b.size() && std::ranges::equal(a, b, {}, lowered, lowered);
+  return platform::equalIgnoringASCIICase(a, b);
 }
 
 std::string_view trimmed(std::string_view text) noexcept {
-  const std::size_t begin = text.find_first_not_of(" \t");
-  if (begin == std::string_view::npos) return {};
-  return text.substr(begin, text.find_last_not_of(" \t") - begin + 1);
+  return platform::trimmed(text, platform::kBlanks);
 }
 
 }  // namespace ombrix::devserver

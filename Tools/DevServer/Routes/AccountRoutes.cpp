@@ -79,7 +79,7 @@ Response addAccount(ServerCore& core, const Request& request) {
   return Response::json(JSON::Dictionary{{"name", name}, {"email", email}}, 201);
 }
 
-// Answers a number of requests, refuses a number, and so on; each key counts for itself.
+// Allows some requests, refuses the next ones, and begins again; each key has its own count.
 class RateLimit {
  public:
   Response answer(const Request& request) {

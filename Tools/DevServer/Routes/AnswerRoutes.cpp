@@ -40,7 +40,7 @@ Response echo(const Request& request) {
                         {"headers", std::move(headers)}, {"body", request.body}};
   try {
     return Response::json(told);
-  } catch (const platform::JSONError&) {  // the body is no text
+  } catch (const platform::JSONError&) {  // the body is not text
     told.set("body", nullptr);
     told.set("bodyBytes", request.body.size());
     return Response::json(told);

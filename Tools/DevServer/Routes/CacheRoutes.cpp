@@ -52,7 +52,7 @@ bool anyTagMatches(std::string_view list, std::string_view tag) {
   return false;
 }
 
-/// Whether the client's copy is still the one that the answer would be.
+/// Whether the client's copy is still current.
 bool isUnchanged(const Request& request, const Fields& answer) {
   if (request.method != "GET" && request.method != "HEAD") return false;
   const std::string* tag = answer.find("ETag");

@@ -82,7 +82,7 @@ class Collection {
     return item != nullptr ? Response::json(*item) : notFound();
   }
 
-  /// Answers 201 with where a new item is, 200 when it was there.
+  /// Answers 201 with the location of a new item, 200 for one that existed.
   Response put(const std::string& name, JSON item) {
     const bool isNew = !items_.contains(name);
     if (isNew && items_.size() >= kMostItems) return Response::message(507, "No room is left.");

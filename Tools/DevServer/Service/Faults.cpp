@@ -18,7 +18,7 @@ constexpr std::string_view kGarbage =
     "\x7f"
     "ELF\x02\x01\x01 not a word of HTTP\r\n\r\n\x80\xff";
 
-/// What a fault is to be like, with what it is like unless told.
+/// The options of a fault, with their defaults.
 class Wish {
  public:
   explicit Wish(const Fields& items) : items_(items) {}
@@ -49,7 +49,7 @@ class Wish {
     return gate != nullptr ? *gate : std::string(fallback);
   }
 
-  /// The bytes, what was asked for to wait, and the end.
+  /// Sends the bytes, waits as the options say, and ends.
   [[nodiscard]] Script sendThenEnd(std::string bytes, End fallback) const {
     Script script;
     if (!bytes.empty()) script.emplace_back(Send{std::move(bytes)});
@@ -107,7 +107,7 @@ Script truncatedChunk(const Wish& wish) {
   return wish.sendThenEnd(chunkedHead() + whole.substr(0, whole.size() / 2), End::close);
 }
 
-// Faults of time.
+// Faults that are slow.
 Script stallBeforeHead(const Wish& wish) {
   return {Hold{wish.gate("stall")}, Send{wholeAnswer(wish)}};
 }
@@ -132,7 +132,7 @@ Script dripHead(const Wish& wish) {
   return script;
 }
 
-// Faults of form.
+// Faults in the message.
 Script truncatedGzip(const Wish& wish) {
   const std::string whole = compressed(wish.body(), Compression::gzip);
   const std::string part =
@@ -170,7 +170,7 @@ Script noChunkSize(const Wish& wish) {
 }
 Script garbage(const Wish& wish) { return wish.sendThenEnd(std::string(kGarbage), End::drop); }
 
-// Faults of measure; each goes on until the client has had enough.
+// Faults that send too much, until the client gives up.
 Script headerFlood(const Wish& wish) {
   return {Send{"HTTP/1.1 200 OK\r\n"},
           Repeat{"X-Flood: " + std::string(wish.number("bytes", 1000), 'x') + "\r\n",
@@ -188,7 +188,7 @@ Script endlessBody(const Wish& wish) {
           Repeat{chunk(wish.body()), Repeat::kEndless, wish.pause("every", 0)}};
 }
 
-// Faults in place of the handshake.
+// Faults during the handshake.
 Script closeInHandshake(const Wish& wish) { return wish.sendThenEnd({}, End::drop); }
 Script resetInHandshake(const Wish& wish) { return wish.sendThenEnd({}, End::reset); }
 Script stallInHandshake(const Wish& wish) { return {Hold{wish.gate("handshake")}, End::drop}; }

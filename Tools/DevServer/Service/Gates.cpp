@@ -12,7 +12,7 @@ bool Gates::enter(const std::string& gate, std::uint64_t visitor, Resume resume)
 }
 
 void Gates::leave(std::uint64_t visitor) {
-  std::vector<Resume> dropped;  // their captures may end a connection, so not under the lock
+  std::vector<Resume> dropped;  // destroyed outside the lock: captures may end a connection
   const std::lock_guard lock(mutex_);
   for (auto& [name, gate] : gates_) {
     std::erase_if(gate.waiting, [&](auto& waiting) {
