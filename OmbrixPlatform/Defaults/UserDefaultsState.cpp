@@ -4,6 +4,7 @@
 #include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
 #include "OmbrixPlatform/Defaults/Detail/UserDefaultsState.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
 
 namespace ombrix::platform {
 namespace {
