@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Defaults/Detail/UserDefaultsState.hpp"
+#include "OmbrixPlatform/Values/Error.hpp"
 
 namespace ombrix::platform {
 namespace {
