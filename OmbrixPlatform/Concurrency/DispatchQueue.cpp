@@ -51,7 +51,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 
   void enqueue(Job job, bool isBarrier) {
     if (kind == Kind::concurrent) {
-      if (begin(job, isBarrier)) submit(std::move(job));
+      if (begin(job, isBarrier)) submit();
       return;
     }
     bool isSubmitted = false;
@@ -102,7 +102,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     submitDrain();
   }
 
-  /// Concurrent: true when the job may run now, and counts as running; else it was taken to wait.
+  /// Concurrent: takes the job; true when it may run now, and counts as running.
   bool begin(Job& job, bool isBarrier) {
     const std::lock_guard lock(mutex);
     const bool mustWait = barrierRuns || !waiting.empty() || (isBarrier && running > 0);
@@ -110,26 +110,34 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
       waiting.push_back({std::move(job), isBarrier});
       return false;
     }
+    runnable.push_back(std::move(job));
     ++running;
     barrierRuns = isBarrier;
     return true;
   }
 
-  void submit(Job job) {
-    ThreadPool::shared().post(
-        [self = shared_from_this(), job = std::move(job)]() mutable {
-          {
-            const detail::InsideScope scope(self.get());
-            callOut("a job", job);
-            job = nullptr;
-          }
-          self->finishedOne();
-        },
-        priority);
+  // The jobs stay with the queue: one that the pool kept would need a closure on the heap.
+  void submit() {
+    ThreadPool::shared().post([self = shared_from_this()] { self->runOne(); }, priority);
+  }
+
+  void runOne() {
+    {
+      Job job;
+      {
+        const std::lock_guard lock(mutex);
+        job = std::move(runnable.front());
+        runnable.pop_front();
+      }
+      const detail::InsideScope scope(this);
+      callOut("a job", job);
+      job = nullptr;
+    }
+    finishedOne();
   }
 
   void finishedOne() {
-    std::vector<Entry> startable;
+    std::size_t count = 0;
     {
       const std::lock_guard lock(mutex);
       --running;
@@ -140,11 +148,12 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
           barrierRuns = true;
         }
         ++running;
-        startable.push_back(std::move(waiting.front()));
+        ++count;
+        runnable.push_back(std::move(waiting.front().job));
         waiting.pop_front();
       }
     }
-    for (auto& entry : startable) submit(std::move(entry.job));
+    for (; count > 0; --count) submit();
   }
 
   /// Runs the job on the calling thread when a serial queue is idle, or nothing keeps it waiting in
@@ -186,6 +195,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   bool isDraining = false;   // serial and main: someone is running jobs, or is about to
   bool barrierRuns = false;  // concurrent
   std::size_t running = 0;   // concurrent: handed to the pool and not finished
+  std::deque<Job> runnable;  // those of them that have not begun
 };
 
 DispatchQueue::DispatchQueue(Passkey, Kind kind, std::string label,

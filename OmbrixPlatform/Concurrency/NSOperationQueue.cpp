@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -80,18 +81,21 @@ class NSOperationQueue::State final : public detail::OperationListener,
 
   void operationChanged(NSOperation& operation) override {
     if (!operation.isReady() || operation.isExecuting()) return;
+    Startable next;
     {
       const std::lock_guard lock(mutex_);
       auto& entry = operation.entry_;
       if (!entry.operation || entry.isQueued) return;
       entry.segment->ready.push_back(entry.operation);  // may throw: then it is not queued
       entry.isQueued = true;
+      next = takeStartable();
     }
-    pump();
+    start(std::move(next));
   }
 
   void operationFinished(NSOperation& operation) override {
     std::shared_ptr<NSOperation> removed;
+    Startable next;
     announce([&] {
       const std::lock_guard lock(mutex_);
       auto& entry = operation.entry_;
@@ -103,8 +107,9 @@ class NSOperationQueue::State final : public detail::OperationListener,
       --entry.segment->unfinished;
       if (entry.isStarted) --running_;
       notifyIfEmpty();
+      next = takeStartable();
     });
-    if (removed) pump();
+    start(std::move(next));
   }
 
   /// The queue object is gone. What a width of 0 holds back could never start: it is cancelled, and
@@ -160,8 +165,12 @@ class NSOperationQueue::State final : public detail::OperationListener,
   }
 
   void pump() {
-    while (startNext()) {
+    Startable next;
+    {
+      const std::lock_guard lock(mutex_);
+      next = takeStartable();
     }
+    start(std::move(next));
   }
 
   std::string name_;
@@ -170,36 +179,54 @@ class NSOperationQueue::State final : public detail::OperationListener,
   std::size_t count_ = 0;
 
  private:
-  /// Starts an operation or a barrier, if one may start now.
-  bool startNext() {
+  // An operation or a barrier that was taken to start; the one or the other only if it has a
+  // target.
+  struct Startable {
+    std::shared_ptr<DispatchQueue> target;
     std::shared_ptr<NSOperation> operation;
     std::function<void()> barrier;
-    std::shared_ptr<DispatchQueue> target;
-    {
-      const std::lock_guard lock(mutex_);
-      auto& segment = segments_.front();
-      auto& ready = segment.ready;
-      if (!ready.empty() && (width_ < 0 || running_ < static_cast<std::size_t>(width_))) {
-        operation = std::move(ready.front());
-        ready.pop_front();
-        if (!operation->entry_.operation) return true;  // it has finished by other hands
-        operation->entry_.isStarted = true;
+    bool isFollowed = false;  // by more that may start
+  };
+
+  bool mayStartOperation(const detail::OperationSegment& segment) const {
+    return !segment.ready.empty() && (width_ < 0 || running_ < static_cast<std::size_t>(width_));
+  }
+
+  /// With the lock held, after each change that may let something start.
+  Startable takeStartable() {
+    Startable next;
+    auto& segment = segments_.front();
+    if (mayStartOperation(segment)) {
+      next.operation = std::move(segment.ready.front());
+      segment.ready.pop_front();
+      if (next.operation->entry_.operation) {  // else it has finished by other hands
+        next.operation->entry_.isStarted = true;
         ++running_;
-      } else if (segment.unfinished == 0 && segment.hasBarrier && !segment.barrierRuns) {
-        segment.barrierRuns = true;
-        barrier = std::move(segment.barrier);
-      } else {
-        return false;
+        next.target = target_;
       }
-      target = target_;
+      next.isFollowed = mayStartOperation(segment) || !next.target;
+    } else if (segment.unfinished == 0 && segment.hasBarrier && !segment.barrierRuns) {
+      segment.barrierRuns = true;
+      next.barrier = std::move(segment.barrier);
+      next.target = target_;
     }
-    if (operation) {
-      target->async(StartJob(std::move(operation)));
-      return true;
+    return next;
+  }
+
+  /// Without the lock: starts it, and all that may start after it.
+  void start(Startable next) {
+    for (;;) {
+      if (next.target && next.operation) {
+        next.target->async(StartJob(std::move(next.operation)));
+      } else if (next.target) {
+        const auto job = std::make_shared<BarrierJob>(shared_from_this(), std::move(next.barrier));
+        next.target->async(OwedJob(job));
+      }
+      if (!next.isFollowed) return;
+      next = Startable();
+      const std::lock_guard lock(mutex_);
+      next = takeStartable();
     }
-    const auto job = std::make_shared<BarrierJob>(shared_from_this(), std::move(barrier));
-    target->async(OwedJob(job));
-    return false;
   }
 
   // Runs a barrier's block. Where the executor drops it, the queue goes on without.
@@ -260,8 +287,8 @@ class NSOperationQueue::State final : public detail::OperationListener,
   }
 
   std::weak_ptr<NSOperationQueue> queue_;
-  mutable std::mutex mutex_;
-  std::condition_variable emptied_;
+  mutable FutexLock mutex_;
+  std::condition_variable_any emptied_;
   NSOperation* first_ = nullptr;
   NSOperation* last_ = nullptr;
   std::list<detail::OperationSegment> segments_{1};
