@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
+#include <utility>
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
@@ -33,18 +34,24 @@ void noteUnitSystem(std::string_view unitSystem) {
   if (unitSystem.empty() || std::ranges::find(kUnitSystems, unitSystem) != std::end(kUnitSystems)) {
     return;
   }
+  constexpr std::size_t kMostQuoted = 40;
   static ToldOnce& told = *new ToldOnce;
-  if (!told.isNews(unitSystem)) return;
+  const std::string quoted(unitSystem.substr(0, kMostQuoted));
+  if (!told.isNews(quoted)) return;
   logWarning({"OmbrixCore/Settings/OmbrixSettings+Core", "metricType"},
-             "Data: There is no unit system \"" + std::string(unitSystem) + "\"");
+             "Data: There is no unit system \"" + quoted + "\"");
 }
 
 std::string readMetricType() {
-  auto unitSystem = UserDefaults::standardUserDefaults()
-                        .stringForKey(OmbrixSettings::keyFromGetter("metricType"))
-                        .value_or(std::string());
-  noteUnitSystem(unitSystem);
-  return unitSystem;
+  auto& defaults = UserDefaults::standardUserDefaults();
+  const std::string key = OmbrixSettings::keyFromGetter("metricType");
+  auto unitSystem = defaults.stringForKey(key);
+  if (unitSystem) {
+    noteUnitSystem(*unitSystem);
+  } else if (const auto other = defaults.objectForKey(key)) {
+    noteUnitSystem("(" + std::string(nameOf(other->kind())) + ")");
+  }
+  return std::move(unitSystem).value_or(std::string());
 }
 
 /// Tells the log of failures of the user defaults. They may be met while logging is set up, which

@@ -3,11 +3,12 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
+#include <new>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -16,7 +17,8 @@ namespace fs = std::filesystem;
 using detail::Descriptor;
 
 // A process that was stopped while it held the lock must not stop the others for ever.
-constexpr auto kLockTimeout = std::chrono::seconds(10);
+constexpr std::chrono::seconds kLockTimeout{10}, kNoWait{0};
+constexpr std::size_t kMaxBytes = std::size_t{16} << 20;
 constexpr int kMaxLinks = 40;  // as the system allows in one path
 constexpr int kMaxDamagedFiles = 9;
 constexpr mode_t kFileMode = 0600;
@@ -33,9 +35,9 @@ std::string_view kindOf(mode_t mode) {
   return "a device";
 }
 
-/// All bytes of a regular file; nothing, with errno, when they cannot be read.
+/// All bytes of a regular file; nothing, with errno, when they cannot be read or are too many.
 std::optional<Data> readAll(int descriptor, std::size_t size) {
-  Data bytes(size);
+  Data bytes(std::min(size, kMaxBytes) + 1);
   std::size_t used = 0;
   while (true) {
     if (used == bytes.size()) bytes.resize(bytes.size() + 4096);
@@ -43,6 +45,10 @@ std::optional<Data> readAll(int descriptor, std::size_t size) {
     if (count < 0) return std::nullopt;
     if (count == 0) break;
     used += static_cast<std::size_t>(count);
+    if (used > kMaxBytes) {
+      errno = EFBIG;
+      return std::nullopt;
+    }
   }
   bytes.resize(used);
   return bytes;
@@ -65,13 +71,6 @@ void apply(const DictionaryFile::Edit& edit, PropertyList::Dictionary& dictionar
   }
 }
 
-/// Throws for edits that no property list can hold, before they spoil the whole file.
-void checkEncodable(const std::vector<DictionaryFile::Edit>& edits) {
-  PropertyList::Dictionary dictionary;
-  for (const auto& edit : edits) apply(edit, dictionary);
-  PropertyListSerialization::write(std::move(dictionary));
-}
-
 }  // namespace
 
 DictionaryFile::DictionaryFile(fs::path file) : file_(file.string()) {}
@@ -86,24 +85,35 @@ fs::path DictionaryFile::target(fs::path file) {
   return file;
 }
 
+void DictionaryFile::checkEncodable(std::string_view key, const PropertyList& value) {
+  const auto* text = value.text();
+  const bool isPlain = text != nullptr ? detail::isValidUtf8(*text)
+                                       : value.boolean() || value.integer() || value.real();
+  if (isPlain && detail::isValidUtf8(key)) return;
+  PropertyList::Dictionary dictionary;
+  dictionary.set(std::string(key), value);
+  PropertyListSerialization::write(std::move(dictionary));
+}
+
 DictionaryFile::Outcome DictionaryFile::refresh(Look look) {
   Outcome outcome;
   std::unique_lock mutex(mutex_, std::defer_lock);
   if (look != Look::ifFree) {
     mutex.lock();
   } else if (!mutex.try_lock()) {
+    outcome.wasBusy = true;
     return outcome;
   }
   const bool force = look == Look::inContents;
   if (load(force, outcome) == Loaded::damaged) {
     // Somebody may be putting it right: look again while nobody can.
-    if (const auto locked = lock(outcome)) loadLocked(force, outcome);
+    const auto patience = look == Look::ifFree ? kNoWait : kLockTimeout;
+    if (const auto locked = lock(patience, outcome)) loadLocked(force, outcome);
   }
   return outcome;
 }
 
 DictionaryFile::Outcome DictionaryFile::write(const std::vector<Edit>& edits) {
-  checkEncodable(edits);
   return update([&](const PropertyList::Dictionary&) { return edits; }, IfUnsaved::keep);
 }
 
@@ -111,10 +121,12 @@ DictionaryFile::Outcome DictionaryFile::update(const Decide& decide, IfUnsaved i
   Outcome outcome;
   const std::lock_guard mutex(mutex_);
   const ThreadPool::BlockingScope blocking;
-  const auto locked = lock(outcome);
+  const auto locked = lock(kLockTimeout, outcome);
   const auto loaded = locked ? loadLocked(false, outcome) : Loaded::unreadable;
   const auto edits = decide(contents_);
-  checkEncodable(edits);
+  for (const auto& [key, value] : edits) {
+    if (value) checkEncodable(key, *value);
+  }
   const auto met = outcome.changes.size();
   PropertyList::Dictionary before;
   if (ifUnsaved == IfUnsaved::undo) before = contents_;
@@ -180,18 +192,23 @@ DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
     return Loaded::unreadable;
   }
   const Identity identity = identityOf(opened.get());
-  const auto bytes = readAll(opened.get(), static_cast<std::size_t>(identity.size) + 1);
-  if (!bytes) {
-    report(outcome, "read", errno);
+  try {
+    const auto bytes = readAll(opened.get(), static_cast<std::size_t>(identity.size));
+    if (!bytes) {
+      report(outcome, "read", errno);
+      return Loaded::unreadable;
+    }
+    if (bytes->empty()) return Loaded::empty;
+    auto contents = decode(*bytes);
+    if (!contents) return Loaded::damaged;
+    open_ = std::move(opened);
+    identity_ = identity;
+    takeIn(std::move(*contents), outcome);
+    return Loaded::read;
+  } catch (const std::bad_alloc&) {
+    report(outcome, "read", ENOMEM);
     return Loaded::unreadable;
   }
-  if (bytes->empty()) return Loaded::empty;
-  auto contents = decode(*bytes);
-  if (!contents) return Loaded::damaged;
-  open_ = std::move(opened);
-  identity_ = identity;
-  takeIn(std::move(*contents), outcome);
-  return Loaded::read;
 }
 
 /// The same with the lock held: a damaged file makes room for what this process knows.
@@ -264,7 +281,8 @@ bool DictionaryFile::setAside(Outcome& outcome) const {
 /// Writes the contents with the lock held; what fails stays unsaved.
 bool DictionaryFile::save(Outcome& outcome) {
   const auto bytes = PropertyListSerialization::write(contents_);
-  if (!replaceFile(bytes)) {
+  errno = EFBIG;  // what could not be read again is not written
+  if (bytes.size() > kMaxBytes || !replaceFile(bytes)) {
     report(outcome, "write", errno);
     return false;
   }
@@ -292,12 +310,15 @@ bool DictionaryFile::replaceFile(DataView bytes) {
 }
 
 /// Takes the lock among processes; empty, with an error, when it cannot be had.
-Descriptor DictionaryFile::lock(Outcome& outcome) const {
+Descriptor DictionaryFile::lock(std::chrono::steady_clock::duration timeout,
+                                Outcome& outcome) const {
   const fs::path path = hiddenSibling(target(file_), ".lock");
   std::error_code ignored;
   fs::create_directories(path.parent_path(), ignored);
-  auto held = queue_.acquire(path.string(), kLockTimeout);
-  if (!held) outcome.errors.push_back("Cannot lock " + file_ + ": " + std::strerror(errno));
+  auto held = queue_.acquire(path.string(), timeout);
+  const bool isAwaited = !held && errno == ETIMEDOUT && timeout == kNoWait;
+  if (!held && !isAwaited)
+    outcome.errors.push_back("Cannot lock " + file_ + ": " + std::strerror(errno));
   return held;
 }
 

@@ -1,13 +1,11 @@
-#include <algorithm>
 #include <condition_variable>
-#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <utility>
 
-#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Defaults/Detail/CloudRoom.hpp"
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
@@ -56,7 +54,7 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   }
 
   void setObject(PropertyList value, std::string_view key) override {
-    if (!hasRoomFor(value, key)) {
+    if (!room_.take(value, key, [this] { return values_->persistentDomain(); })) {
       refused_->send({ChangeReason::quotaViolation, {std::string(key)}});
       return;
     }
@@ -86,49 +84,6 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   void close() override { calls_->close(); }
 
  private:
-  /// What fits without another count, which writes all values out: too much for every set. Half of
-  /// the room that was found, since another process may fill the other half.
-  struct Room {
-    std::size_t keys = 0, bytes = 0;
-  };
-
-  bool hasRoomFor(const PropertyList& value, std::string_view key) {
-    // References to more objects are wider, all of them.
-    constexpr std::size_t kReserveBytes = 16 * 1024;
-    const auto most = mostBytesOf(value, key);
-    {
-      const std::lock_guard lock(roomMutex_);
-      if (most && room_.keys > 0 && room_.bytes >= *most) {
-        --room_.keys;
-        room_.bytes -= *most;
-        return true;
-      }
-    }
-    auto all = values_->persistentDomain();
-    all.set(std::string(key), value);
-    const std::size_t keys = all.size();
-    const std::size_t bytes = PropertyListSerialization::write(std::move(all)).size();
-    if (keys > kMaxKeys || bytes > kMaxBytes) return false;
-    const std::lock_guard lock(roomMutex_);
-    room_.keys = (kMaxKeys - keys) / 2;
-    room_.bytes = (kMaxBytes - std::min(kMaxBytes, bytes + kReserveBytes)) / 2;
-    return true;
-  }
-
-  /// The most that an entry takes in a property list; nothing for a value with others in it.
-  static std::optional<std::size_t> mostBytesOf(const PropertyList& value, std::string_view key) {
-    constexpr std::size_t kBytesBeside = 64;  // heads, references and places of two objects
-    std::size_t bytes = 0;
-    if (const auto* text = value.text()) {
-      bytes = 2 * text->size();  // in UTF-16
-    } else if (const auto* data = value.data()) {
-      bytes = data->size();
-    } else if (!value.boolean() && !value.integer() && !value.real()) {
-      return std::nullopt;
-    }
-    return bytes + 2 * key.size() + kBytesBeside;
-  }
-
   /// Ends what reports refusals and what reports others' changes together.
   struct Both final : detail::Observation {
     Both(ObservationToken first, ObservationToken second)
@@ -145,8 +100,7 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   };
 
   const std::shared_ptr<UserDefaults> values_;
-  std::mutex roomMutex_;
-  Room room_;
+  detail::CloudRoom room_;
   const std::shared_ptr<Calls> calls_ = std::make_shared<Calls>();
   const std::shared_ptr<Signal<const ExternalChange&>> refused_ =
       std::make_shared<Signal<const ExternalChange&>>();

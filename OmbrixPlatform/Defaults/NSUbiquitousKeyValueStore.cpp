@@ -1,8 +1,5 @@
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 
-#include <utility>
-
-#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
 #include "OmbrixPlatform/Services.hpp"
 
@@ -47,11 +44,6 @@ std::optional<PropertyList::Dictionary> NSUbiquitousKeyValueStore::dictionaryFor
     std::string_view key) const {
   const auto value = objectForKey(key);
   return detail::copyOf(value ? value->dictionary() : nullptr);
-}
-
-bool NSUbiquitousKeyValueStore::isWithinLimits(PropertyList::Dictionary values) {
-  return values.size() <= kMaxKeys &&
-         PropertyListSerialization::write(std::move(values)).size() <= kMaxBytes;
 }
 
 }  // namespace ombrix::platform

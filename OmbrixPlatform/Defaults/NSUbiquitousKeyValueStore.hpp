@@ -76,11 +76,6 @@ class NSUbiquitousKeyValueStore {
   [[nodiscard]] std::optional<PropertyList::Dictionary> dictionaryForKey(
       std::string_view key) const;
   /// @}
-
- protected:
-  /// Whether a store may hold all of these: few enough and, written as one property list, small
-  /// enough. Throws `PropertyListError` for what no property list can hold.
-  static bool isWithinLimits(PropertyList::Dictionary values);
 };
 
 /// A store in a file of this machine, shared by the processes that name the same one: the

@@ -4,6 +4,8 @@
 #include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
 #include "OmbrixPlatform/Defaults/Detail/UserDefaultsState.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixPlatform/Values/Clock.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 
 namespace ombrix::platform {
@@ -96,7 +98,7 @@ void UserDefaults::State::showAll() {
 /// Tells of failures; one that stays as it is is told from time to time, not at every look.
 void UserDefaults::State::report(const std::vector<std::string>& errors) {
   for (const auto& error : errors) {
-    const auto now = std::chrono::steady_clock::now();
+    const auto now = services().clock.get().steadyNow();
     ErrorHandler handler;
     {
       const std::lock_guard lock(mutex);

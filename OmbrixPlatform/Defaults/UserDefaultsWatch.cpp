@@ -43,8 +43,10 @@ void UserDefaults::State::watch() {
   // Without a watch each read goes on looking at the file, and tells what it finds.
   if (!failure.empty()) return report({failure});
   isWatched.store(true, std::memory_order_release);
-  // What came between the last look and the watch.
-  refresh(Look::always);
+  // What came between the last look and the watch; the writer may be waiting for the file.
+  const auto outcome = file.refresh(Look::ifFree);
+  take(outcome);
+  if (outcome.wasBusy) lookLater();
 }
 
 /// Watches what lies behind a symbolic link, too, when it leads elsewhere than before.
@@ -61,12 +63,17 @@ void UserDefaults::State::followLink() {
   }
 }
 
-/// On the events thread: has the file looked at on the queue.
+/// On the events thread.
 void UserDefaults::State::noteFolderChange(const fs::path& watched, const FolderChange& change) {
   using enum FolderChange::Kind;
   if (change.kind != lookAgain && change.name != watched.filename().native()) return;
   // Our writers rename: a file that was written in place may look as before.
   if (change.kind == written) contentsAreSuspect.store(true);
+  lookLater();
+}
+
+/// Has the file looked at on the queue.
+void UserDefaults::State::lookLater() {
   if (refreshIsDue.exchange(true)) return;
   queue->async([weak = weakOwner] {
     const auto self = weak.lock();

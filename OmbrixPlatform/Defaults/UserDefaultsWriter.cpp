@@ -1,11 +1,10 @@
 #include <algorithm>
 #include <utility>
 
-#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/AtExit.hpp"
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
+#include "OmbrixPlatform/Defaults/Detail/CallAtExit.hpp"
 #include "OmbrixPlatform/Defaults/Detail/UserDefaultsState.hpp"
-#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -14,23 +13,12 @@ namespace {
 constexpr std::chrono::milliseconds kGatheringDelay{5};
 constexpr std::chrono::seconds kFirstRetryDelay{1}, kLongestRetryDelay{60};
 
-/// Throws for what would spoil the whole file.
-void checkStorable(const PropertyList& value, std::string_view key) {
-  const auto* text = value.text();
-  const bool isPlain = text != nullptr ? detail::isValidUtf8(*text)
-                                       : value.boolean() || value.integer() || value.real();
-  if (isPlain && detail::isValidUtf8(key)) return;
-  PropertyList::Dictionary dictionary;
-  dictionary.set(std::string(key), value);
-  PropertyListSerialization::write(std::move(dictionary));
-}
-
 }  // namespace
 
 /// Shows a value at once and has the writer bring it to the file, also when it is shown already:
 /// the file may hold another one by now.
 void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> value) {
-  if (value) checkStorable(*value, key);
+  if (value) DictionaryFile::checkEncodable(key, *value);
   load();
   bool isChange = true;
   {
@@ -94,33 +82,14 @@ DictionaryFile::Outcome UserDefaults::State::flush() {
   return outcome;
 }
 
-/// Has the end of the process wait for what was set.
-void UserDefaults::State::flushAtExit() {
-  struct Registry {
-    std::mutex mutex;
-    std::vector<std::weak_ptr<State>> states;
-  };
-  static Registry& registry = *new Registry;
-  static const bool isRegistered = [] {
-    atExit([] {
-      std::unique_lock lock(registry.mutex);
-      const auto states = registry.states;
-      lock.unlock();
-      for (const auto& weak : states) {
-        if (const auto state = weak.lock()) state->report(state->flush().errors);
-      }
-    });
-    return true;
-  }();
-  static_cast<void>(isRegistered);
-  const std::lock_guard lock(registry.mutex);
-  std::erase_if(registry.states, [](const auto& weak) { return weak.expired(); });
-  registry.states.push_back(weak_from_this());
-}
+/// At the end of the process.
+void UserDefaults::State::flushLast() { report(flush().errors); }
 
 /// With the lock held.
 void UserDefaults::State::startWriter() {
-  if (!std::exchange(isFlushedAtExit, true)) flushAtExit();
+  if (!std::exchange(isFlushedAtExit, true)) {
+    detail::callAtExit<State, &State::flushLast>(weak_from_this());
+  }
   writer = startQuietThread("ombrix-defaults", [self = shared_from_this()] { self->write(); });
 }
 

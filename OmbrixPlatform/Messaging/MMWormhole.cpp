@@ -32,6 +32,7 @@ using detail::Message;
 using detail::MessageId;
 
 constexpr mode_t kOwnerOnly = 0600;
+constexpr std::uint64_t kMaxMessageBytes = std::uint64_t{16} << 20;
 
 const FileManager& files() { return FileManager::defaultManager(); }
 
@@ -229,19 +230,19 @@ std::optional<Message> MMWormhole::Impl::load(Entry& entry) {
   bool isCertain = true;
   // Most identifiers have no file, which takes no lock to know.
   if (files().fileExists(url)) {
-    FileResult<Data> bytes;
+    FileResult<FileContents> file;
     const auto access = coordinator_.coordinateReadingItemAtURL(
         url, NSFileCoordinator::ReadingOptions::none,
-        [&](const URL& granted) { bytes = files().contents(granted); });
-    if (!access) bytes = std::unexpected(access.error());
+        [&](const URL& granted) { file = files().regularContents(granted, kMaxMessageBytes); });
+    if (!access) file = std::unexpected(access.error());
     try {
-      if (bytes) message = detail::decodeMessage(*bytes);
+      if (file) message = detail::decodeMessage(file->bytes);
     } catch (const PropertyListError& error) {
       report(entry, "reading", error.what());
     }
-    if (!bytes && !bytes.error().isNoSuchFile()) {
+    if (!file && !file.error().isNoSuchFile()) {
       isCertain = false;
-      report(entry, "reading", bytes.error().what());
+      report(entry, "reading", file.error().what());
     }
   }
   const std::lock_guard lock(mutex_);

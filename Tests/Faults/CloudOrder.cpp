@@ -1,10 +1,13 @@
-// Two devices of two processes each change values on one etcd server, while it is killed, stopped,
-// compacted, out of space or asks for a login, processes are killed, and clocks are wrong. A watch
-// from the first revision on shows what the server took.
+// Two devices of two processes each set and remove values on one etcd server over TLS, while it is
+// killed, stopped, compacted, out of space or asks for a login, processes are killed or stand
+// still, their disk is full, and clocks are wrong. A watch from the first revision on shows what
+// the server took.
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <condition_variable>
+#include <csignal>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <memory>
@@ -22,6 +25,7 @@
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EtcdServer.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/SmallDisk.hpp"
 
 namespace ombrix::faults {
 namespace {
@@ -46,7 +50,8 @@ class Agent {
                  "device" + std::to_string(number % kDevices),
                  kClocksAhead.at(number),
                  kUser,
-                 kPassword} {
+                 kPassword,
+                 server.certificateAuthority().string()} {
     start();
   }
 
@@ -55,6 +60,7 @@ class Agent {
     if (process_->readLine(kPatience) != "ready") throw std::runtime_error("no process came up");
   }
   void kill() { process_->kill(); }
+  void signal(int number) const { process_->signal(number); }
 
   std::string ask(const std::string& line) {
     process_->send(line);
@@ -72,8 +78,12 @@ class Agent {
 class Record final : public platform::URLSessionDelegate {
  public:
   using Event = platform::detail::EtcdKeyValue;
+  struct Taken {
+    std::vector<Event> events;
+    std::vector<std::string> ids;  // of the changes, by the devices' marks
+  };
 
-  static std::vector<Event> read(const EtcdServer& server, std::int64_t from) {
+  static Taken read(const EtcdServer& server, std::int64_t from) {
     const auto record = std::make_shared<Record>();
     const std::string end = EtcdServer::coded(std::string(kPrefix) + "end");
     const JSON put = server.call(
@@ -96,7 +106,16 @@ class Record final : public platform::URLSessionDelegate {
     session->close();
     if (!isWhole) throw std::runtime_error("the record has no end");
     lock.lock();
-    return record->events_;
+    return record->taken_;
+  }
+
+  bool judgesServers(const std::string& /*host*/) const override { return true; }
+  void didReceiveChallenge(platform::URLSession& /*session*/,
+                           const platform::URLAuthenticationChallenge& challenge,
+                           ChallengeHandler completionHandler) override {
+    completionHandler(AuthChallengeDisposition::useCredential,
+                      platform::URLCredential{
+                          challenge.protectionSpace.serverTrust.value_or(platform::SecTrust())});
   }
 
   void didReceiveData(platform::URLSession&, platform::URLSessionDataTask&,
@@ -106,51 +125,72 @@ class Record final : public platform::URLSessionDelegate {
     std::size_t begin = 0;
     for (auto end = text_.find('\n'); end != std::string::npos;
          begin = end + 1, end = text_.find('\n', begin)) {
-      for (auto& event :
-           messages_.watchMessage(std::string_view(text_).substr(begin, end - begin)).events) {
+      const auto line = std::string_view(text_).substr(begin, end - begin);
+      for (auto& event : messages_.watchMessage(line).events) {
         isWhole_ = isWhole_ || event.revision == last_;
-        events_.push_back(std::move(event));
+        taken_.events.push_back(std::move(event));
       }
+      noteMarks(JSON::parse(line)["result"]["events"]);
     }
     text_.erase(0, begin);
     if (isWhole_) changed_.notify_all();
   }
 
  private:
+  void noteMarks(const JSON& events) {
+    const auto text = [](const JSON& coded) {
+      return std::string(
+          platform::textOf(*platform::detail::bytesFromBase64(coded.stringValue(), false)));
+    };
+    if (events.array() == nullptr) return;
+    for (const JSON& event : *events.array()) {
+      const JSON& entry = event["kv"];
+      const bool isValue = EtcdMessages::isKey(text(entry["key"]).substr(std::strlen(kPrefix)));
+      if (!isValue) taken_.ids.push_back(text(entry["value"]));
+    }
+  }
+
   const EtcdMessages messages_{kPrefix};
   std::mutex mutex_;
   std::condition_variable changed_;
   std::string text_;
   std::int64_t last_ = 0;
   bool isWhole_ = false;
-  std::vector<Event> events_;
+  Taken taken_;
 };
 
 class Run {
  public:
   Run(const Plan& plan, Outcomes& outcomes)
-      : plan_(plan), outcomes_(outcomes), random_(plan.seed), server_(dir_.path() / "server") {
-    for (std::size_t i = 0; i < kProcesses; ++i) agents_.emplace_back(server_, dir_.path(), i);
+      : plan_(plan),
+        outcomes_(outcomes),
+        random_(plan.seed),
+        server_(dir_.path() / "server", {.isSecure = true, .arguments = {}}) {
+    const auto& folder = disk_.folder().path();
+    for (std::size_t i = 0; i < kProcesses; ++i) agents_.emplace_back(server_, folder, i);
   }
 
   void run() {
-    const std::size_t rounds = plan_.rounds(7, 100);
+    const std::size_t rounds = plan_.rounds(9, 100);
     for (std::size_t round = 0; round < rounds; ++round) withFault(round);
     settle();
     judge();
   }
 
  private:
-  /// A change by some process, of a key of its own or one that all share.
-  void change() {
-    const std::size_t agent = pick(kProcesses);
+  /// A change by some process, of a key of its own or one that all share; one in five removes.
+  void change() { change("set", pick(kProcesses)); }
+  void change(const std::string& command, std::size_t agent) {
     const bool isShared = pick(2) == 0;
     const std::string key = isShared
                                 ? "shared" + std::to_string(pick(4))
                                 : "own" + std::to_string(agent) + "-" + std::to_string(pick(4));
     const std::size_t device = agent % kDevices;
-    const std::string value = std::to_string(device) + "." + std::to_string(++count_);
-    agents_.at(agent).ask("set " + key + " " + value);
+    const bool isRemoval = pick(5) == 0;
+    const std::string value =
+        isRemoval ? "" : std::to_string(device) + "." + std::to_string(++count_);
+    if (isRemoval) ++removals_;
+    agents_.at(agent).ask(command + " " + key + " " + value);
     last_[{device, key}] = value;
   }
 
@@ -158,10 +198,18 @@ class Run {
     for (std::size_t i = 0; i < count; ++i) change();
   }
 
+  /// Changes that need not be on the disk before the next one, and are in the end.
+  void looseChanges(std::size_t agent) {
+    for (int i = 0; i < 4; ++i) change("put", agent);
+  }
+  void bringToTheDisk() {
+    for (auto& agent : agents_) agent.ask("sync");
+  }
+
   /// Ten changes: before, during and after a fault.
   void withFault(std::size_t round) {
     changes(3);
-    switch (round % 7) {
+    switch (round % 9) {
       case 0:
         server_.stop();
         changes(4);
@@ -197,6 +245,23 @@ class Run {
         changes(4);
         break;
       }
+      case 6: {
+        if (!disk_.isMounted()) break;
+        disk_.fillUp(pick(8) * 1024);
+        looseChanges(pick(kProcesses));
+        if (pick(2) == 0) bringToTheDisk();
+        std::filesystem::remove(disk_.folder().path() / "filling");
+        bringToTheDisk();
+        break;
+      }
+      case 7: {
+        const std::size_t stopped = pick(kProcesses);
+        agents_.at(stopped).signal(SIGSTOP);
+        looseChanges((stopped + kDevices) % kProcesses);  // the other one of its device
+        agents_.at(stopped).signal(SIGCONT);
+        bringToTheDisk();
+        break;
+      }
       default:
         changes(2);
         // With answers on their way.
@@ -208,9 +273,13 @@ class Run {
   }
 
   void keepRecord() {
-    for (auto& event : Record::read(server_, nextRevision_)) {
+    auto taken = Record::read(server_, nextRevision_);
+    for (auto& event : taken.events) {
       nextRevision_ = event.revision + 1;
       record_.push_back(std::move(event));
+    }
+    for (const auto& id : taken.ids) {
+      outcomes_.expect(ids_.insert(id).second, "the server took a change once", id);
     }
   }
 
@@ -234,22 +303,29 @@ class Run {
     keepRecord();
     for (auto& agent : agents_) agent.ask("sync");
     std::map<std::string, std::string> final;
-    std::map<std::string, int> times;
+    std::set<std::string> taken;
     std::map<std::size_t, std::size_t> latest;  // change of each device
     for (const auto& event : record_) {
       const std::string* text = event.value ? event.value->text() : nullptr;
-      final[event.key] = text != nullptr ? *text : "?";
-      if (event.key == "end" || text == nullptr) continue;
-      const auto times_ = ++times[*text];
-      outcomes_.expect(times_ == 1, "the server took a change once", *text);
+      if (text == nullptr) {
+        final.erase(event.key);
+        continue;
+      }
+      final[event.key] = *text;
+      if (event.key == "end") continue;
+      taken.insert(*text);
       const std::size_t device = std::stoul(text->substr(0, 1));
       const std::size_t number = std::stoul(text->substr(2));
       outcomes_.expect(latest[device] < number, "a device's changes came in their order", *text);
       latest[device] = number;
     }
     for (const auto& [key, value] : last_) {
-      outcomes_.expect(times.contains(value), "a device's last change of a key was taken",
-                       key.second + " = " + value);
+      const auto found = final.find(key.second);
+      const std::string end = found != final.end() ? found->second : "";
+      const auto other = last_.find({1 - key.first, key.second});
+      const bool isLast = value == end || (other != last_.end() && other->second == end);
+      outcomes_.expect(isLast && (value.empty() || taken.contains(value)),
+                       "a device's last change of a key was taken", key.second + " = " + value);
     }
     std::string expected;
     for (const auto& [key, value] : final) expected += key + "=" + value + " ";
@@ -258,8 +334,8 @@ class Run {
       outcomes_.expect(shown == expected, "a process shows the last change of every key",
                        shown + "/ " + expected);
     }
-    outcomes_.good("changes made", count_);
-    outcomes_.good("changes that a later one of the device overtook", count_ - times.size());
+    outcomes_.good("changes made", count_ + removals_);
+    outcomes_.good("values that a later change of the device overtook", count_ - taken.size());
   }
 
   std::size_t pick(std::size_t count) { return random_() % count; }
@@ -267,10 +343,12 @@ class Run {
   const Plan& plan_;
   Outcomes& outcomes_;
   std::mt19937_64 random_;
+  const testing::SmallDisk disk_{1 << 20};  // first: what is started sees it
   const testing::ScopedDir dir_;
   EtcdServer server_;
   std::vector<Agent> agents_;
-  std::size_t count_ = 0;
+  std::size_t count_ = 0, removals_ = 0;
+  std::set<std::string> ids_;
   std::map<std::pair<std::size_t, std::string>, std::string> last_;
   std::vector<Record::Event> record_;
   std::int64_t nextRevision_ = 1;

@@ -24,6 +24,7 @@ using platform::DDLogLevel;
 constexpr platform::TimeInterval kRollingFrequencySeconds{604'800};
 constexpr std::size_t kMaximumNumberOfLogFiles = 5;
 constexpr std::size_t kMaximumNumberOfHistoricalFiles = 10;
+constexpr std::uint64_t kMaxLogBytes = std::uint64_t{256} << 20;  // of one file; it rolls far below
 constexpr const char* kSubsystem = "com.brannoway.ombrix";
 constexpr const char* kCategory = "main";
 
@@ -126,8 +127,8 @@ std::optional<Data> LoggingService::historicalLog() const {
   // end; reading from the other end would change which part of a long log support gets.
   for (std::size_t i = infos.size(); i > start; --i) {
     const auto url = platform::URL::fileURL(infos[i - 1].filePath.native());
-    const auto file = platform::FileManager::defaultManager().contents(url);
-    if (file) contents.insert(contents.end(), file->begin(), file->end());
+    const auto file = platform::FileManager::defaultManager().regularContents(url, kMaxLogBytes);
+    if (file) contents.insert(contents.end(), file->bytes.begin(), file->bytes.end());
   }
   return contents;
 }

@@ -1,11 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
@@ -22,8 +24,9 @@ namespace ombrix::platform {
 /// killed at any moment leaves the old file or the new one. Values that cannot be written are kept
 /// in memory and tried again with the next change. A file that cannot be decoded is renamed to
 /// "<name>.damaged"; what this process knew of it is written back. An empty file says nothing:
-/// somebody is about to write it, or has been kept from it. A symbolic link stays one: what it
-/// leads to is replaced, and the side files lie there.
+/// somebody is about to write it, or has been kept from it. One of more than 16 MiB is neither read
+/// nor written. A symbolic link stays one: what it leads to is replaced, and the side files lie
+/// there.
 ///
 /// Any thread. Never calls out: changes and errors are handed back.
 class DictionaryFile {
@@ -45,10 +48,11 @@ class DictionaryFile {
     std::vector<Change> changes;
     std::vector<std::string> errors;  // readable sentences
     bool isSaved = true;              // the edits are in the file; for `write` and `update`
+    bool wasBusy = false;             // there was no look at the file; for `Look::ifFree`
   };
 
   enum class Look {
-    ifFree,      // does nothing while another thread reads or writes the file
+    ifFree,      // waits for nobody: does nothing while another thread reads or writes the file
     always,      // reads the file if it was replaced or changed
     inContents,  // reads the file even if it looks the same: it was written in place
   };
@@ -57,6 +61,9 @@ class DictionaryFile {
 
   /// What a file's path leads to, through symbolic links, also where nothing is there yet.
   static std::filesystem::path target(std::filesystem::path file);
+
+  /// Throws `PropertyListError` for what would spoil the whole file.
+  static void checkEncodable(std::string_view key, const PropertyList& value);
 
   /// Takes in what others have written since the last look.
   Outcome refresh(Look look);
@@ -102,7 +109,7 @@ class DictionaryFile {
   bool setAside(Outcome& outcome) const;
   bool save(Outcome& outcome);
   bool replaceFile(DataView bytes);
-  detail::Descriptor lock(Outcome& outcome) const;
+  detail::Descriptor lock(std::chrono::steady_clock::duration timeout, Outcome& outcome) const;
   void change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome);
   void undo(const PropertyList::Dictionary& before, std::size_t met, Outcome& outcome);
   void report(Outcome& outcome, std::string_view action, int error) const;

@@ -57,7 +57,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   DictionaryFile::Outcome flush();
   Batch takeBatch();
   void settle(const Batch& batch, const DictionaryFile::Outcome& outcome);
-  void flushAtExit();
+  void flushLast();
   void startWriter();
   void write();
   void stopWriter();
@@ -68,6 +68,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   ObservationToken watchFolderOf(const std::filesystem::path& watched);
   void followLink();
   void noteFolderChange(const std::filesystem::path& watched, const FolderChange& change);
+  void lookLater();
   const PropertyList* find(std::string_view key, bool withDefaults) const;
 
   UserDefaults& owner;

@@ -5,6 +5,8 @@
 #include <set>
 #include <utility>
 
+#include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/UUID.hpp"
 
 namespace ombrix::platform::detail {
@@ -92,6 +94,34 @@ class Draft {
         PropertyList(PropertyList::Dictionary{{"epoch", epoch}, {"revision", revision}}));
   }
 
+  /// Leaves a change of this device to be sent, after all that waits already.
+  void leave(std::string_view key, const std::string& id, std::optional<PropertyList> value) {
+    nameDevice();
+    Entry device(find(kDeviceMark, ""));
+    const std::int64_t order = integerIn(device.list(), "order") + 1;
+    device.set("order", order);
+    set(kDeviceMark, "", device.list());
+    const PropertyList* waiting = find(kPendingMark, key);
+    Entry entry(waiting);
+    if (waiting == nullptr) {
+      entry.set("revision", revision());
+      entry.set("server", copyOf(find(kValueMark, key)));
+    }
+    entry.set("id", id);
+    entry.set("order", order);
+    entry.set("value", value);
+    set(kPendingMark, key, entry.list());
+    set(kValueMark, key, std::move(value));
+  }
+
+  /// Gives the device the name it has on the server, if it has none.
+  void nameDevice() {
+    Entry device(find(kDeviceMark, ""));
+    if (!textIn(device.list(), "id").empty()) return;
+    device.set("id", UUID::random().uuidString());
+    set(kDeviceMark, "", device.list());
+  }
+
   /// Takes in what the server has of a key at a revision.
   void noteServer(std::string_view key, std::int64_t revision, std::optional<PropertyList> value) {
     if (const PropertyList* waiting = find(kPendingMark, key)) {
@@ -127,75 +157,101 @@ class Draft {
 }  // namespace
 
 CloudMirror::CloudMirror(const std::filesystem::path& file) : file_(file) {
-  Outcome ignored;  // values that are there from the start are nobody's change
-  look(ignored);
+  // Values that are there from the start are nobody's change.
+  static_cast<void>(refresh());
 }
 
-/// Runs a step that drafts edits; gives what came of them, values from elsewhere included.
+/// Runs a step that drafts edits of the file, with the file's lock held; gives what came of them,
+/// values from elsewhere included.
 template <class Step>
-CloudMirror::Outcome CloudMirror::update(IfUnsaved ifUnsaved, Step step) {
-  const std::lock_guard lock(mutex_);
-  Outcome outcome;
+CloudMirror::Outcome CloudMirror::update(IfUnsaved ifUnsaved, Source source, Step step) {
   const auto decide = [&](const PropertyList::Dictionary& contents) {
     Draft draft(contents);
     step(draft);
     return std::move(draft).edits();
   };
-  apply(file_.update(decide, ifUnsaved), ifUnsaved != IfUnsaved::keep, outcome);
+  Outcome outcome;
+  try {
+    const auto fileOutcome = file_.update(decide, ifUnsaved);
+    const std::lock_guard lock(mutex_);
+    apply(fileOutcome, source, outcome);
+  } catch (const PropertyListError& error) {
+    outcome.errors.emplace_back(error.what());
+    outcome.isSaved = false;
+  }
   return outcome;
 }
 
 CloudMirror::Outcome CloudMirror::refresh() {
-  const std::lock_guard lock(mutex_);
+  const std::lock_guard working(fileMutex_);
   Outcome outcome;
-  look(outcome);
+  look(DictionaryFile::Look::always, outcome);
   return outcome;
 }
 
 std::optional<PropertyList> CloudMirror::value(std::string_view key, Outcome& outcome) {
+  lookIfFree(outcome);
   const std::lock_guard lock(mutex_);
-  look(outcome);
-  return copyOf(values_.find(key));
+  const auto unwritten = findUnwritten(key);
+  return unwritten != unwritten_.end() ? unwritten->value : copyOf(values_.find(key));
 }
 
 PropertyList::Dictionary CloudMirror::values(Outcome& outcome) {
+  lookIfFree(outcome);
   const std::lock_guard lock(mutex_);
-  look(outcome);
-  return values_;
+  auto values = values_;
+  for (const Unwritten& change : unwritten_) {
+    if (change.value) {
+      values.set(change.key, *change.value);
+    } else {
+      values.erase(change.key);
+    }
+  }
+  return values;
 }
 
-CloudMirror::Outcome CloudMirror::set(std::string_view key, std::optional<PropertyList> value) {
-  const std::string id = UUID::random().uuidString();
-  auto outcome = update(IfUnsaved::keep, [&](Draft& draft) {
-    Entry device(draft.find(kDeviceMark, ""));
-    const std::int64_t order = integerIn(device.list(), "order") + 1;
-    device.set("order", order);
-    draft.set(kDeviceMark, "", device.list());
-    const PropertyList* waiting = draft.find(kPendingMark, key);
-    Entry entry(waiting);
-    if (waiting == nullptr) {
-      entry.set("revision", draft.revision());
-      entry.set("server", copyOf(draft.find(kValueMark, key)));
-    }
-    entry.set("id", id);
-    entry.set("order", order);
-    entry.set("value", value);
-    draft.set(kPendingMark, key, entry.list());
-    draft.set(kValueMark, key, value);
-  });
-  if (!outcome.isSaved) {
+void CloudMirror::set(std::string_view key, std::optional<PropertyList> value) {
+  Unwritten change{std::string(key), std::move(value), UUID::random().uuidString()};
+  DictionaryFile::checkEncodable(change.key, change.value.value_or(PropertyList()));
+  const std::lock_guard lock(mutex_);
+  std::erase_if(unwritten_, [&](const Unwritten& other) { return other.key == key; });
+  unwritten_.push_back(std::move(change));
+}
+
+CloudMirror::Outcome CloudMirror::flush() {
+  const ThreadPool::BlockingScope blocking;
+  const std::lock_guard working(fileMutex_);
+  std::vector<Unwritten> batch;
+  {
     const std::lock_guard lock(mutex_);
-    onlyHere_.push_back(id);
+    batch = unwritten_;
   }
+  if (batch.empty()) return {};
+  auto outcome = update(IfUnsaved::undo, Source::here, [&](Draft& draft) {
+    for (const Unwritten& change : batch) draft.leave(change.key, change.id, change.value);
+  });
+  const std::lock_guard lock(mutex_);
+  isStuck_ = !outcome.isSaved;
+  if (!outcome.isSaved) return outcome;
+  std::erase_if(unwritten_, [&](const Unwritten& change) {
+    return std::ranges::find(batch, change.id, &Unwritten::id) != batch.end();
+  });
   return outcome;
+}
+
+bool CloudMirror::isFlushed() const {
+  const std::lock_guard lock(mutex_);
+  return unwritten_.empty();
 }
 
 std::optional<CloudMirror::Pending> CloudMirror::nextPending() const {
   const std::lock_guard lock(mutex_);
   const auto first = std::ranges::min_element(
       pending_, {}, [](const auto& entry) { return integerIn(entry.value, "order"); });
-  if (first == pending_.end()) return std::nullopt;
-  return pendingFrom(first->key, first->value);
+  if (first != pending_.end()) return pendingFrom(first->key, first->value);
+  if (!isStuck_ || unwritten_.empty()) return std::nullopt;
+  const Unwritten& change = unwritten_.front();
+  return Pending{change.key, change.value, change.id, integerIn(device_, "order") + 1};
 }
 
 std::int64_t CloudMirror::lastOrder() const {
@@ -209,45 +265,61 @@ CloudMirror::Position CloudMirror::position() const {
 }
 
 std::string CloudMirror::deviceIdentifier(Outcome& outcome) {
-  {
+  const auto known = [this] {
     const std::lock_guard lock(mutex_);
-    if (auto known = textIn(device_, "id"); !known.empty()) return known;
-  }
-  outcome = update(IfUnsaved::keep, [](Draft& draft) {
-    Entry device(draft.find(kDeviceMark, ""));
-    if (!textIn(device.list(), "id").empty()) return;
-    device.set("id", UUID::random().uuidString());
-    draft.set(kDeviceMark, "", device.list());
-  });
-  const std::lock_guard lock(mutex_);
-  return textIn(device_, "id");
+    return textIn(device_, "id");
+  };
+  if (auto id = known(); !id.empty()) return id;
+  const std::lock_guard working(fileMutex_);
+  outcome = update(IfUnsaved::undo, Source::here, [](Draft& draft) { draft.nameDevice(); });
+  return known();
 }
 
 CloudMirror::Outcome CloudMirror::sent(const Pending& pending, std::int64_t revision) {
-  bool isOnlyHere = false;
+  const std::lock_guard working(fileMutex_);
+  bool isUnwritten = false;
   {
     const std::lock_guard lock(mutex_);
-    if (file_.isSaved()) onlyHere_.clear();  // the file has caught up
-    isOnlyHere = std::erase(onlyHere_, pending.id) > 0;
+    isUnwritten = std::ranges::find(unwritten_, pending.id, &Unwritten::id) != unwritten_.end();
   }
-  return update(isOnlyHere ? IfUnsaved::keep : IfUnsaved::undo, [&](Draft& draft) {
-    // Changed again while it was sent: that change is still to come.
-    const PropertyList* entry = draft.find(kPendingMark, pending.key);
-    if (entry == nullptr) return;
-    if (textIn(*entry, "id") != pending.id) {
-      return draft.noteServer(pending.key, revision, pending.value);
-    }
-    if (integerIn(*entry, "revision") > revision) {
-      draft.set(kValueMark, pending.key, copyOf(entry->find("server")));
-    } else if (draft.revision() < revision) {
-      draft.set(kSentMark, pending.key, PropertyList(revision));
-    }
-    draft.erase(kPendingMark, pending.key);
-  });
+  auto outcome =
+      update(isUnwritten ? IfUnsaved::show : IfUnsaved::undo, Source::server, [&](Draft& draft) {
+        const PropertyList* entry = draft.find(kPendingMark, pending.key);
+        if (entry == nullptr) {
+          if (!isUnwritten) return;
+          draft.set(kValueMark, pending.key, pending.value);
+          if (draft.revision() < revision) {
+            draft.set(kSentMark, pending.key, PropertyList(revision));
+          }
+          return;
+        }
+        // Changed again while it was sent: that change is still to come.
+        if (textIn(*entry, "id") != pending.id) {
+          return draft.noteServer(pending.key, revision, pending.value);
+        }
+        if (integerIn(*entry, "revision") > revision) {
+          draft.set(kValueMark, pending.key, copyOf(entry->find("server")));
+        } else if (draft.revision() < revision) {
+          draft.set(kSentMark, pending.key, PropertyList(revision));
+        }
+        draft.erase(kPendingMark, pending.key);
+      });
+  if (!isUnwritten) return outcome;
+  outcome.isSaved = true;  // nothing of it waits any more
+  const std::lock_guard lock(mutex_);
+  std::erase_if(unwritten_, [&](const Unwritten& change) { return change.id == pending.id; });
+  return outcome;
 }
 
 CloudMirror::Outcome CloudMirror::refused(const Pending& pending) {
-  return update(IfUnsaved::undo, [&](Draft& draft) {
+  const std::lock_guard working(fileMutex_);
+  {
+    const std::lock_guard lock(mutex_);
+    const auto removed =
+        std::erase_if(unwritten_, [&](const Unwritten& change) { return change.id == pending.id; });
+    if (removed > 0) return {.keys = {pending.key}};
+  }
+  return update(IfUnsaved::undo, Source::server, [&](Draft& draft) {
     const PropertyList* entry = draft.find(kPendingMark, pending.key);
     if (entry == nullptr || textIn(*entry, "id") != pending.id) return;
     draft.set(kValueMark, pending.key, copyOf(entry->find("server")));
@@ -257,7 +329,8 @@ CloudMirror::Outcome CloudMirror::refused(const Pending& pending) {
 
 CloudMirror::Outcome CloudMirror::take(const std::vector<EtcdKeyValue>& events,
                                        std::int64_t epoch) {
-  return update(IfUnsaved::show, [&](Draft& draft) {
+  const std::lock_guard working(fileMutex_);
+  return update(IfUnsaved::show, Source::server, [&](Draft& draft) {
     const std::int64_t known = draft.revision();
     if (draft.epoch() != epoch) return;
     std::int64_t last = known;
@@ -271,7 +344,8 @@ CloudMirror::Outcome CloudMirror::take(const std::vector<EtcdKeyValue>& events,
 }
 
 CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot, Position asked) {
-  return update(IfUnsaved::show, [&](Draft& draft) {
+  const std::lock_guard working(fileMutex_);
+  return update(IfUnsaved::show, Source::server, [&](Draft& draft) {
     if (draft.epoch() != asked.epoch) return;
     const bool isMadeAnew = snapshot.revision < asked.revision;
     if (isMadeAnew) {
@@ -295,11 +369,26 @@ CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot, Position as
   });
 }
 
-void CloudMirror::look(Outcome& outcome) {
-  apply(file_.refresh(DictionaryFile::Look::always), false, outcome);
+/// Takes in what others have written, unless this process is at the file: then a look would wait,
+/// and what comes is shown a moment later.
+void CloudMirror::lookIfFree(Outcome& outcome) {
+  const std::unique_lock working(fileMutex_, std::try_to_lock);
+  if (working) look(DictionaryFile::Look::ifFree, outcome);
 }
 
-void CloudMirror::apply(const DictionaryFile::Outcome& fileOutcome, bool isFromServer,
+void CloudMirror::look(DictionaryFile::Look how, Outcome& outcome) {
+  const auto fileOutcome = file_.refresh(how);
+  const std::lock_guard lock(mutex_);
+  apply(fileOutcome, Source::here, outcome);
+}
+
+std::vector<CloudMirror::Unwritten>::const_iterator CloudMirror::findUnwritten(
+    std::string_view key) const {
+  return std::ranges::find(unwritten_, key, &Unwritten::key);
+}
+
+/// With both locks held.
+void CloudMirror::apply(const DictionaryFile::Outcome& fileOutcome, Source source,
                         Outcome& outcome) {
   for (const auto& [entry, value, sequence, isExternal] : fileOutcome.changes) {
     if (entry.starts_with(kPositionMark)) position_ = value.value_or(PropertyList());
@@ -312,9 +401,8 @@ void CloudMirror::apply(const DictionaryFile::Outcome& fileOutcome, bool isFromS
     } else {
       place.erase(key);
     }
-    if (entry[0] == kValueMark && (isFromServer || isExternal)) {
-      outcome.keys.push_back(std::move(key));
-    }
+    if (entry[0] != kValueMark || (source == Source::here && !isExternal)) continue;
+    if (findUnwritten(key) == unwritten_.end()) outcome.keys.push_back(std::move(key));
   }
   outcome.isSaved = fileOutcome.isSaved;
   outcome.errors.insert(outcome.errors.end(), fileOutcome.errors.begin(), fileOutcome.errors.end());

@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdClient.hpp"
 
 #include <chrono>
+#include <new>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
@@ -14,13 +15,14 @@ constexpr std::chrono::seconds kCallTimeout{10};
 // A watch that says nothing is made anew: a server that is gone without a word is noticed then.
 constexpr std::chrono::minutes kWatchTimeout{1};
 constexpr std::chrono::hours kWatchLifetime{24 * 365};
-// A line holds one change set; etcd's own limit for a request is 1.5 MB, base64 adds a third.
-constexpr std::size_t kMaxLineBytes = 16 * 1024 * 1024;
+// A store holds 1 MiB and base64 adds a third. What is read of an answer takes many times its room.
+constexpr std::size_t kMaxAnswerBytes = std::size_t{4} << 20;
 
 URLSessionConfiguration callConfiguration() {
   auto configuration = URLSessionConfiguration::ephemeral();
   configuration.timeoutIntervalForRequest = kCallTimeout;
   configuration.timeoutIntervalForResource = kCallTimeout;
+  configuration.maximumBodyBytes = kMaxAnswerBytes;
   return configuration;
 }
 
@@ -49,6 +51,8 @@ EtcdClient::Handler<Data> reading(EtcdClient::Handler<T> handler, Read read) {
         result = read(DataView(answer.value()));
       } catch (const JSONError& error) {
         result = std::unexpected(EtcdError{error.what()});
+      } catch (const std::bad_alloc&) {
+        result = std::unexpected(EtcdError{"there is no memory for the server's answer"});
       }
     } else {
       result = std::unexpected(answer.error());
@@ -100,7 +104,10 @@ class EtcdClient::WatchDelegate final : public URLSessionDelegate {
       take(std::string_view(line_).substr(begin, end - begin));
     }
     line_.erase(0, begin);
-    if (line_.size() > kMaxLineBytes) finish(EtcdError{"the server's answer has no end"});
+    if (&task == task_ && line_.size() > kMaxAnswerBytes) {
+      finish(EtcdError{"the server's answer has no end"});
+      task.cancel();
+    }
   }
 
   void didComplete(URLSession&, URLSessionTask& task,
@@ -123,6 +130,8 @@ class EtcdClient::WatchDelegate final : public URLSessionDelegate {
       message = messages_->watchMessage(line);
     } catch (const JSONError& error) {
       return finish(EtcdError{error.what()});
+    } catch (const std::bad_alloc&) {
+      return finish(EtcdError{"there is no memory for the server's answer"});
     }
     hasSpoken_ = true;
     const auto ended = message.ended;

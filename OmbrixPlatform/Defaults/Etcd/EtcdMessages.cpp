@@ -1,10 +1,12 @@
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
 
 #include <charconv>
+#include <cstdint>
 #include <utility>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Detail/TextForms.hpp"
+#include "OmbrixPlatform/Detail/Utf.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -61,6 +63,16 @@ std::int64_t integerOf(const JSON& json) {
   return value;
 }
 
+/// Room for the next one is left above each.
+std::int64_t revisionOf(const JSON& json) {
+  constexpr std::int64_t kLast = INT64_MAX / 2;
+  const std::int64_t revision = integerOf(json);
+  if (revision < 0 || revision > kLast) {
+    throw JSONError("the server has counted to " + std::to_string(revision));
+  }
+  return revision;
+}
+
 }  // namespace
 
 EtcdMessages::EtcdMessages(std::string prefix)
@@ -111,11 +123,11 @@ JSON EtcdMessages::watch(std::int64_t revision) const {
 EtcdChangeResult EtcdMessages::changeResult(DataView answer, std::string_view id) {
   const JSON json = JSON::parse(answer);
   if (json["succeeded"].boolean().value_or(false)) {
-    const std::int64_t revision = integerOf(json["header"]["revision"]);
+    const std::int64_t revision = revisionOf(json["header"]["revision"]);
     return {revision, revision};
   }
   const JSON& mark = json["responses"][0]["response_range"]["kvs"][0];
-  EtcdChangeResult result{std::nullopt, integerOf(mark["mod_revision"])};
+  EtcdChangeResult result{std::nullopt, revisionOf(mark["mod_revision"])};
   const auto found = bytesFromBase64(mark["value"].stringValue(), false);
   if (found && textOf(*found) == id) result.revision = result.markRevision;
   return result;
@@ -124,7 +136,7 @@ EtcdChangeResult EtcdMessages::changeResult(DataView answer, std::string_view id
 EtcdSnapshot EtcdMessages::snapshot(DataView answer) const {
   const JSON json = JSON::parse(answer);
   EtcdSnapshot snapshot;
-  snapshot.revision = integerOf(json["header"]["revision"]);
+  snapshot.revision = revisionOf(json["header"]["revision"]);
   if (const auto* values = json["kvs"].array()) {
     for (const JSON& value : *values) {
       if (auto read = keyValue(value, false)) snapshot.values.push_back(std::move(*read));
@@ -137,12 +149,13 @@ EtcdWatchMessage EtcdMessages::watchMessage(std::string_view line) const {
   const JSON json = JSON::parse(line);
   EtcdWatchMessage message;
   const JSON& result = json["result"];
-  message.revision = integerOf(result["header"]["revision"]);
+  message.revision = revisionOf(result["header"]["revision"]);
   if (!json["error"].isNull()) {
     message.ended = error(bytesOf(line));
   } else if (result["canceled"].boolean().value_or(false)) {
     message.ended =
         errorOf(0, "the server has ended the watch " + result["cancel_reason"].stringValue());
+    if (integerOf(result["compact_revision"]) > 0) message.ended->kind = EtcdError::Kind::compacted;
   }
   if (const auto* events = result["events"].array()) {
     for (const JSON& event : *events) {
@@ -150,6 +163,8 @@ EtcdWatchMessage EtcdMessages::watchMessage(std::string_view line) const {
       if (auto read = keyValue(event["kv"], isRemoval)) message.events.push_back(std::move(*read));
     }
   }
+  const bool isCreated = result["created"].boolean().value_or(false);
+  message.isProgress = !message.ended && !isCreated && result["events"].isNull();
   return message;
 }
 
@@ -173,8 +188,8 @@ std::optional<EtcdKeyValue> EtcdMessages::keyValue(const JSON& json, bool isRemo
   const auto key = bytesFromBase64(json["key"].stringValue(), false);
   if (!key || !textOf(*key).starts_with(prefix_)) return std::nullopt;
   EtcdKeyValue read{std::string(textOf(*key).substr(prefix_.size())), std::nullopt,
-                    integerOf(json["mod_revision"])};
-  if (!isKey(read.key)) return std::nullopt;
+                    revisionOf(json["mod_revision"])};
+  if (!isKey(read.key) || !isValidUtf8(read.key)) return std::nullopt;
   if (isRemoval) return read;
   const auto bytes = bytesFromBase64(json["value"].stringValue(), false);
   if (!bytes) return std::nullopt;

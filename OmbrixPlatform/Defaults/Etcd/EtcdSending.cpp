@@ -77,6 +77,8 @@ void EtcdSending::next() {
   CloudMirror::Outcome outcome;
   const std::string device = mirror_->deviceIdentifier(outcome);
   handlers_.tell(std::move(outcome));
+  // Under a name that is forgotten a change could be made twice.
+  if (device.empty()) return failed({"the device's name for the cloud cannot be kept"});
   isSending_ = true;
   client_->change(*pending, device, markRevision_,
                   [self = shared_from_this(),
@@ -137,11 +139,12 @@ void EtcdSending::answered(const CloudMirror::Pending& pending,
   auto outcome =
       isRefused ? mirror_->refused(pending) : mirror_->sent(pending, answer->revision.value_or(0));
   const bool isSaved = outcome.isSaved;
-  const std::string trouble = outcome.errors.empty() ? "" : outcome.errors.front();
+  const std::string trouble =
+      outcome.errors.empty() ? "what was sent cannot be marked as sent" : outcome.errors.front();
   handlers_.tell(std::move(outcome));
   if (!isSaved) {
-    // It waits on in the file, for this process or another: whoever sends it next must find its id
-    // in the mark instead of making it again.
+    // It waits on in the file, for this process or another: whoever sends it next must find its
+    // id in the mark instead of making it again.
     markRevision_ = 0;
     return failed({trouble});
   }

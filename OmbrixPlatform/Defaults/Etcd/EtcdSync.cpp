@@ -4,7 +4,9 @@
 #include <future>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/AtExit.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Defaults/Detail/CallAtExit.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform::detail {
@@ -26,7 +28,8 @@ EtcdSync::EtcdSync(Passkey, EtcdConfiguration configuration)
                                             (configuration_.domain + ".plist"))),
       changed_(std::make_shared<Signal<const Store::ExternalChange&>>()),
       queue_(DispatchQueue::serial("cloud store")),
-      delay_(kFirstDelay) {}
+      delay_(kFirstDelay),
+      flushDelay_(kFirstDelay) {}
 
 std::optional<PropertyList> EtcdSync::value(std::string_view key) {
   begin();
@@ -46,12 +49,17 @@ PropertyList::Dictionary EtcdSync::values() {
 
 void EtcdSync::set(std::string_view key, std::optional<PropertyList> value) {
   if (!EtcdMessages::isKey(key)) throw Error("a key of the cloud store cannot begin with NUL");
-  tell(mirror_->set(key, std::move(value)), Store::ChangeReason::serverChange);
+  mirror_->set(key, std::move(value));
   begin();
+  if (isProcessExiting()) return flushLast();
+  if (flushIsDue_.exchange(true)) return;
   queue_->post([self = shared_from_this()] {
-    if (self->sending_) self->sending_->poke(self->client_);
+    self->flushIsDue_ = false;
+    self->flush();
   });
 }
+
+void EtcdSync::flushLast() { tell(mirror_->flush(), Store::ChangeReason::serverChange); }
 
 ObservationToken EtcdSync::observe(Store::ExternalChangeHandler handler) {
   auto token = changed_->connect(
@@ -73,10 +81,12 @@ bool EtcdSync::synchronize() {
   queue_->post([self = shared_from_this(), promise = std::move(promise)]() mutable {
     if (self->phase_ == Phase::closed) return promise.set_value(false);
     self->lookAtFile();
+    self->flush();
     Waiter waiter = [promise = std::move(promise)](bool succeeded) mutable {
       promise.set_value(succeeded);
     };
-    self->nextCallers_.push_back({std::move(waiter), self->mirror_->lastOrder()});
+    self->nextCallers_.push_back(
+        {std::move(waiter), self->mirror_->lastOrder(), !self->mirror_->isFlushed()});
     if (self->phase_ != Phase::reading) self->read();
     self->sending_->sendNow(self->client_);
   });
@@ -91,6 +101,7 @@ void EtcdSync::close() {
 void EtcdSync::closeAndWait() {
   if (queue_->isCurrent()) fatalError("a change handler must not wait for the cloud store's end");
   const auto client = queue_->sync([this] {
+    flush();
     auto kept = client_;
     end();
     return kept;
@@ -102,6 +113,7 @@ void EtcdSync::end() {
   phase_ = Phase::closed;
   ++round_;
   retry_.cancel();
+  flushRetry_.cancel();
   fileWatch_.cancel();
   if (sending_) sending_->close();
   sending_.reset();
@@ -112,6 +124,7 @@ void EtcdSync::end() {
 
 void EtcdSync::begin() {
   if (hasBegun_.exchange(true)) return;
+  callAtExit<EtcdSync, &EtcdSync::flushLast>(weak_from_this());
   queue_->post([self = shared_from_this()] { self->start(); });
 }
 
@@ -162,8 +175,40 @@ void EtcdSync::noteFolderChange(const FolderChange& change) {
     self->lookIsDue_ = false;
     if (self->phase_ == Phase::closed) return;
     self->lookAtFile();
-    self->releaseDone();
-    if (self->sending_) self->sending_->poke(self->client_);
+    self->flush();
+  });
+}
+
+/// Leaves what was set in the file, and has it sent; it is sent even if that fails.
+void EtcdSync::flush() {
+  auto outcome = mirror_->flush();
+  const bool isSaved = outcome.isSaved;
+  tell(std::move(outcome), Store::ChangeReason::serverChange);
+  if (phase_ == Phase::closed) return;
+  if (isSaved) {
+    flushRetry_.cancel();
+    flushDelay_ = kFirstDelay;
+    for (auto* callers : {&callers_, &nextCallers_}) {
+      for (Caller& caller : *callers) {
+        if (std::exchange(caller.awaitsFlush, false)) caller.lastOrder = mirror_->lastOrder();
+      }
+    }
+  } else {
+    flushRetry_ = later(flushDelay_, [](EtcdSync& self) { self.flush(); });
+    flushDelay_ = std::min(flushDelay_ * 2, kLongestDelay);
+  }
+  releaseDone();
+  if (sending_) sending_->poke(client_);
+}
+
+/// Calls a step on the queue after a delay.
+EventToken EtcdSync::later(std::chrono::duration<double> delay, void (*step)(EtcdSync& self)) {
+  return after(delay, [weak = weak_from_this(), step] {
+    const auto self = weak.lock();
+    if (!self) return;
+    self->queue_->post([self, step] {
+      if (self->phase_ != Phase::closed) step(*self);
+    });
   });
 }
 
@@ -198,7 +243,8 @@ void EtcdSync::read() {
           const std::lock_guard lock(self->reportMutex_);
           if (isSaved) self->reported_.clear();
         }
-        self->follow(std::min(all->revision, self->taken_.revision) + 1, round);
+        self->heard_ = std::min(all->revision, self->taken_.revision);
+        self->follow(round, IfCompacted::fail);
         for (auto& caller : self->callers_) caller.hasRead = true;
         self->releaseDone();
         if (!self->nextCallers_.empty()) return self->read();
@@ -206,25 +252,31 @@ void EtcdSync::read() {
       });
 }
 
-void EtcdSync::follow(std::int64_t revision, std::uint64_t round) {
+void EtcdSync::follow(std::uint64_t round, IfCompacted ifCompacted) {
   phase_ = Phase::watching;
-  const std::int64_t epoch = taken_.epoch;
+  const std::int64_t epoch = taken_.epoch, first = heard_ + 1;
   client_->watch(
-      revision,
-      [self = shared_from_this(), round, epoch, revision](const EtcdWatchMessage& message) {
+      first,
+      [self = shared_from_this(), round, epoch, first](const EtcdWatchMessage& message) {
         if (round != self->round_ || message.ended) return;
-        if (message.revision > 0 && message.revision < revision - 1) {
+        if (message.revision > 0 && message.revision < first - 1) {
           return self->readFailed({"the server's revisions have started over"}, round);
         }
+        if (message.isProgress) self->heard_ = std::max(self->heard_, message.revision);
         if (message.events.empty()) return;
         self->tell(self->mirror_->take(message.events, epoch), Store::ChangeReason::serverChange);
         self->taken_ = self->mirror_->position();
+        self->heard_ = std::max(self->heard_, self->taken_.revision);
         if (self->taken_.epoch != epoch) self->read();
       },
-      [self = shared_from_this(), round](const std::optional<EtcdError>& error) {
+      [self = shared_from_this(), round, ifCompacted](const std::optional<EtcdError>& error) {
         if (round != self->round_) return;
-        if (error) return self->readFailed(*error, round);
-        self->follow(self->taken_.revision + 1, round);
+        // Nothing was heard for a minute: the watch is made anew where the last one stood. The
+        // server may have forgotten all since, where others than we have written; that is no fault.
+        if (!error) return self->follow(round, IfCompacted::read);
+        const bool isCompacted = error->kind == EtcdError::Kind::compacted;
+        if (isCompacted && ifCompacted == IfCompacted::read) return self->read();
+        self->readFailed(*error, round);
       });
 }
 
@@ -233,12 +285,8 @@ void EtcdSync::readFailed(const EtcdError& error, std::uint64_t round) {
   ++round_;
   phase_ = Phase::waiting;
   report(error.message);
-  retry_ = after(delay_, [weak = weak_from_this()] {
-    const auto self = weak.lock();
-    if (!self) return;
-    self->queue_->post([self] {
-      if (self->phase_ == Phase::waiting) self->read();
-    });
+  retry_ = later(delay_, [](EtcdSync& self) {
+    if (self.phase_ == Phase::waiting) self.read();
   });
   delay_ = std::min(delay_ * 2, kLongestDelay);
   releaseAll();
@@ -254,7 +302,9 @@ void EtcdSync::releaseDone() {
   const auto pending = mirror_->nextPending();
   std::vector<Caller> done;
   std::erase_if(callers_, [&](Caller& caller) {
-    const bool isDone = caller.hasRead && (!pending || pending->order > caller.lastOrder);
+    const bool isSent = (!caller.awaitsFlush || mirror_->isFlushed()) &&
+                        (!pending || pending->order > caller.lastOrder);
+    const bool isDone = caller.hasRead && isSent;
     if (isDone) done.push_back(std::move(caller));
     return isDone;
   });

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "OmbrixPlatform/Defaults/Detail/CloudRoom.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/Detail/CertificateAuthorities.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdSync.hpp"
 
@@ -28,16 +29,17 @@ class EtcdUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
       : sync_(detail::EtcdSync::make(checked(std::move(configuration)))) {}
 
   // The network's callbacks hold the sync object; it must learn that nobody wants it any more.
-  ~EtcdUbiquitousKeyValueStore() override { sync_->close(); }
+  ~EtcdUbiquitousKeyValueStore() override {
+    sync_->flushLast();
+    sync_->close();
+  }
 
   std::optional<PropertyList> objectForKey(std::string_view key) const override {
     return sync_->value(key);
   }
 
   void setObject(PropertyList value, std::string_view key) override {
-    auto all = sync_->values();
-    all.set(std::string(key), value);
-    if (!isWithinLimits(std::move(all))) return sync_->tellRefused(key);
+    if (!room_.take(value, key, [this] { return sync_->values(); })) return sync_->tellRefused(key);
     sync_->set(key, std::move(value));
   }
 
@@ -55,6 +57,7 @@ class EtcdUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
 
  private:
   const std::shared_ptr<detail::EtcdSync> sync_;
+  detail::CloudRoom room_;
 };
 
 }  // namespace

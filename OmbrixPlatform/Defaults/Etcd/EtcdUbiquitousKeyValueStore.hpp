@@ -45,21 +45,23 @@ struct EtcdConfiguration {
 /// names the same server and prefix.
 ///
 /// Values are copied to a file here, so that they can be read at once and without the server, and
-/// are brought up to date from the first use on, then followed by a watch. A change is on the disk
-/// when its setter returns and is sent in the background, in the order of the setters, by one
-/// process of the device at a time and exactly once, whatever answers get lost; of changes of one
-/// key that wait the last one is sent. While the server does not take it, it is kept, over restarts
-/// of the program too, and tried again: after 0.5 s, then twice as long each time, up to 30 s.
-/// Reading goes on meanwhile. The last writer wins, by the order in which the server took the
-/// changes: a change that was kept counts from when it was sent.
+/// are brought up to date from the first use on, then followed by a watch. A change is shown when
+/// its setter returns, which waits for nobody; it is brought to the disk a moment later, for which
+/// `synchronize`, `close`, the end of the store and the normal end of the process wait, and is sent
+/// in the background, in the order of the setters, by one process of the device at a time and
+/// exactly once, whatever answers get lost; of changes of one key that wait the last one is sent.
+/// What the disk does not take is sent all the same. While the server does not take it, it is kept,
+/// over restarts of the program too, and tried again: after 0.5 s, then twice as long each time, up
+/// to 30 s. Reading goes on meanwhile. The last writer wins, by the order in which the server took
+/// the changes: a change that was kept counts from when it was sent.
 ///
 /// Only a change that the server calls too large is dropped: the key then has the server's value
 /// again, and observers are told of a `quotaViolation`. Keys do not begin with NUL (`Error`):
 /// beside the values each device keeps a mark of its own on the server.
 ///
-/// `synchronize` sends and reads everything now; it blocks up to 10 s for each request, or
-/// for another program of the device that is sending, and gives false when something failed. Change
-/// handlers run on a queue of the store's own.
+/// `synchronize` sends and reads everything now; it blocks up to 10 s for each request, and for
+/// another program of the device that is sending or has the copy, and gives false when something
+/// failed. Change handlers run on a queue of the store's own.
 ///
 /// Throws `Error` when the domain is no file name, the endpoint no http or https URL, or when no
 /// certificate authorities can be read.

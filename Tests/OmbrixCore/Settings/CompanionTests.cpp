@@ -4,7 +4,6 @@
 #include <atomic>
 #include <filesystem>
 #include <map>
-#include <thread>
 
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
@@ -138,37 +137,6 @@ TEST(CompanionTests, WithoutAGroupFolderNothingIsMasked) {
   scoped.settings().maskViaWormhole();
   EXPECT_EQ(log.takeErrors().size(), 1U);
   EXPECT_EQ(scoped.settings().metricType(), "miles");
-}
-
-// Catches tables and channels that change under those who read them. For the thread sanitizer.
-TEST(CompanionTests, ReadersMayComeWhileSettingsAreMasked) {
-  testing::ScopedDirectories directories;
-  testing::RecordingLog log;
-  directories.setGroupContainer(true);
-  const ScopedSettings scoped("miles");
-  auto& settings = scoped.settings();
-  std::atomic<bool> isDone = false;
-  std::vector<std::thread> readers;
-  for (int i = 0; i < 3; ++i) {
-    readers.emplace_back([&] {
-      while (!isDone) {
-        const std::string value = settings.metricType();
-        EXPECT_TRUE(value == "miles" || value == "british") << value;
-        const auto token = settings.observe("metricType", prior, [](const auto&) {});
-        EXPECT_EQ(OmbrixSettings::keyFromGetter("metricType"), "units");
-        EXPECT_TRUE(OmbrixSettings::shouldSyncForKey("units"));
-      }
-    });
-  }
-  Watch watch(directories);
-  for (int i = 0; i < 10; ++i) {
-    settings.registerMappings({{"other" + std::to_string(i), "otherKey"}});
-    settings.maskViaWormhole();
-    watch.send("units", "british");
-  }
-  scoped.waitForRegistrations();
-  isDone = true;
-  for (auto& reader : readers) reader.join();
 }
 
 }  // namespace

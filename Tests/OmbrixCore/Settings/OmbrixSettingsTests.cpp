@@ -10,6 +10,7 @@
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
+#include "OmbrixTesting/ScopedDirectories.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
 namespace ombrix {
@@ -237,16 +238,23 @@ TEST(OmbrixSettingsTests, MisspeltNamesAreLoggedOnce) {
     settings.setMetricType(unitSystem);
     EXPECT_EQ(settings.metricType(), unitSystem);
   }
+  scoped.defaults().setObject(PropertyList::Array{1}, "units");
+  EXPECT_EQ(settings.metricType(), "");
   settings.setMetricType(std::nullopt);
   EXPECT_EQ(settings.metricType(), "miles");
   std::vector<std::string> warnings;
   for (const auto& line : log.lines()) warnings.push_back(line.message);
   EXPECT_THAT(warnings, ElementsAre(::testing::HasSubstr("\"metricTyp\""),
-                                    ::testing::HasSubstr("\"furlongs\"")));
+                                    ::testing::HasSubstr("\"furlongs\""),
+                                    ::testing::HasSubstr("\"(an array)\"")));
 }
 
-// Catches races between start-up and readers, and a value read last that is served after a change.
-TEST(OmbrixSettingsTests, ReadersMayComeWhileSettingsAreRegistered) {
+// Catches tables and channels that change under those who read them, and a value read last that is
+// served after a change.
+TEST(OmbrixSettingsTests, ReadersMayComeWhileSettingsAreRegisteredAndMasked) {
+  testing::ScopedDirectories directories;
+  testing::RecordingLog log;
+  directories.setGroupContainer(true);
   const ScopedSettings scoped;
   auto& settings = scoped.settings();
   std::vector<std::jthread> readers;
@@ -255,8 +263,8 @@ TEST(OmbrixSettingsTests, ReadersMayComeWhileSettingsAreRegistered) {
     readers.emplace_back([&] {
       while (!done) {
         EXPECT_NE(settings.metricType(), "");
-        EXPECT_FALSE(OmbrixSettings::shouldSyncForKey("none"));
-        auto token = settings.observe("metricType", none, [](const auto&) {});
+        EXPECT_TRUE(OmbrixSettings::shouldSyncForKey("units"));
+        auto token = settings.observe("metricType", prior, [](const auto&) {});
       }
     });
   }
@@ -264,9 +272,11 @@ TEST(OmbrixSettingsTests, ReadersMayComeWhileSettingsAreRegistered) {
     settings.registerMappings({{"p" + std::to_string(i), "k" + std::to_string(i)}});
     const auto value = "v" + std::to_string(i);
     settings.setMetricType(value);
+    if (i >= 10) settings.maskViaWormhole();
     EXPECT_EQ(settings.metricType(), value);
     std::jthread([&] { EXPECT_EQ(settings.metricType(), value); }).join();
   }
+  scoped.waitForRegistrations();
   done = true;
 }
 

@@ -18,6 +18,13 @@ class CloudMirrorTests : public ::testing::Test {
     return mirror.values(ignored);
   }
 
+  void set(const std::string& key, std::optional<PropertyList> value) {
+    mirror.set(key, std::move(value));
+    const auto outcome = mirror.flush();
+    EXPECT_TRUE(outcome.isSaved);
+    EXPECT_THAT(outcome.keys, IsEmpty());
+  }
+
   const testing::ScopedDir dir;
   CloudMirror mirror{dir.path() / "cloud.plist"};
 };
@@ -46,7 +53,7 @@ TEST_F(CloudMirrorTests, TheLaterOfTwoWritersWinsInWhateverOrderTheNewsCome) {
       SCOPED_TRACE(c.description);
       const std::string key = c.description;
       base += 10;
-      EXPECT_THAT(mirror.set(key, "ours").keys, IsEmpty());
+      set(key, "ours");
       const auto pending = mirror.nextPending();
       ASSERT_TRUE(pending);
       const std::vector<EtcdKeyValue> theirs = {{key, "theirs", base + c.theirs}};
@@ -78,9 +85,9 @@ TEST_F(CloudMirrorTests, WhatWaitsOutlivesTheProcessAndTheNextReading) {
   DictionaryFile(dir.path() / "cloud.plist")
       .write({{"=before", 1}, {"+before", PropertyList::Dictionary{{"id", "1"}, {"value", 1}}}});
   mirror.take(EtcdSnapshot{{{"kept", 1, 2}, {"gone", 2, 3}}, 3}, mirror.position());
-  mirror.set("set here", "w");
-  mirror.set("removed here", std::nullopt);
-  mirror.set("set here", "x");
+  set("set here", "w");
+  set("removed here", std::nullopt);
+  set("set here", "x");
   CloudMirror later(dir.path() / "cloud.plist");
   const auto outcome =
       later.take(EtcdSnapshot{{{"kept", 1, 2}, {"removed here", 5, 4}}, 9}, later.position());
@@ -100,9 +107,9 @@ TEST_F(CloudMirrorTests, WhatWaitsOutlivesTheProcessAndTheNextReading) {
 // but stays as if it had been taken.
 TEST_F(CloudMirrorTests, EachChangeIsSettledByItsOwnAnswer) {
   mirror.take({{"units", "kilometers", 3}}, 0);
-  mirror.set("units", "miles");
+  set("units", "miles");
   const auto first = mirror.nextPending();
-  mirror.set("units", "british");
+  set("units", "british");
   mirror.sent(*first, 5);
   const auto second = mirror.nextPending();
   ASSERT_TRUE(second);
@@ -110,6 +117,45 @@ TEST_F(CloudMirrorTests, EachChangeIsSettledByItsOwnAnswer) {
   EXPECT_THAT(mirror.refused(*second).keys, ElementsAre("units"));
   EXPECT_EQ(*values().find("units"), "miles");
   EXPECT_FALSE(mirror.nextPending());
+}
+
+// Catches a change that is lost or held back while the file cannot be written, and one that undoes
+// there what another process has written meanwhile: its values, its order, the device's name.
+TEST_F(CloudMirrorTests, WhatCannotBeWrittenStandsAboveTheFileAndHarmsNothingInIt) {
+  CloudMirror other(dir.path() / "cloud.plist");
+  const auto inTheWay = dir.path() / ".cloud.plist.new";
+  std::filesystem::create_directory(inTheWay);
+  mirror.set("sent", "1");
+  mirror.set("units", "first");
+  mirror.set("units", "mine");
+  EXPECT_FALSE(mirror.nextPending());  // nobody has tried to write it
+  EXPECT_FALSE(mirror.flush().isSaved);
+  const auto sent = mirror.nextPending();
+  ASSERT_TRUE(sent);
+  EXPECT_EQ(sent->key, "sent");
+  EXPECT_TRUE(mirror.sent(*sent, 2).isSaved);
+  EXPECT_EQ(values(), (PropertyList::Dictionary{{"sent", "1"}, {"units", "mine"}}));
+  std::filesystem::remove(inTheWay);
+
+  CloudMirror::Outcome ignored;
+  const std::string device = other.deviceIdentifier(ignored);
+  other.set("theirs", "2");
+  EXPECT_TRUE(other.flush().isSaved);
+  other.take({{"sent", "1", 2}, {"units", "theirs", 5}}, 0);
+  EXPECT_THAT(mirror.refresh().keys, UnorderedElementsAre("theirs"));
+  EXPECT_EQ(*values().find("units"), "mine");
+  EXPECT_TRUE(mirror.flush().isSaved);
+  EXPECT_TRUE(mirror.isFlushed());
+  EXPECT_EQ(mirror.deviceIdentifier(ignored), device);
+  for (const auto* key : {"theirs", "units"}) {
+    const auto pending = mirror.nextPending();
+    ASSERT_TRUE(pending);
+    EXPECT_EQ(pending->key, key);
+    mirror.sent(*pending, 6);
+  }
+  EXPECT_FALSE(mirror.nextPending());
+  EXPECT_EQ(other.values(ignored),
+            (PropertyList::Dictionary{{"sent", "1"}, {"theirs", "2"}, {"units", "mine"}}));
 }
 
 // Catches a server that was set up anew and is not believed, since it counts from the beginning.
@@ -140,10 +186,21 @@ TEST(EtcdMessagesTests, ReadsWhatAWatchSays) {
   EXPECT_EQ(put.events[0].revision, 5);
   EXPECT_EQ(put.events[1].value, std::nullopt);
   EXPECT_FALSE(put.ended);
-  EXPECT_TRUE(
-      messages.watchMessage(R"({"result":{"canceled":true,"compact_revision":"7"}})").ended);
+  EXPECT_FALSE(put.isProgress);
+  EXPECT_FALSE(messages.watchMessage(R"({"result":{"created":true}})").isProgress);
+  EXPECT_TRUE(messages.watchMessage(R"({"result":{"header":{"revision":"9"}}})").isProgress);
+  EXPECT_EQ(
+      messages.watchMessage(R"({"result":{"canceled":true,"compact_revision":"7"}})").ended->kind,
+      EtcdError::Kind::compacted);
   EXPECT_EQ(messages.watchMessage(R"({"error":{"message":"lost"}})").ended->message, "lost");
   EXPECT_THROW(messages.watchMessage("<html>"), JSONError);
+  EXPECT_THROW(messages.snapshot(
+                   bytesOf(std::string_view(R"({"header":{"revision":"9223372036854775807"}})"))),
+               JSONError);
+  // "dS//" is "u/" and a byte that begins no character.
+  const auto foreign = messages.watchMessage(
+      R"({"result":{"events":[{"kv":{"key":"dS//","value":")" + value + R"("}}]}})");
+  EXPECT_THAT(foreign.events, IsEmpty());
 }
 
 // Catches a change that is dropped for good, or kept for good, by the wrong reading of a refusal.

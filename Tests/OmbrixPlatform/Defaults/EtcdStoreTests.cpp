@@ -5,14 +5,17 @@
 #include <condition_variable>
 #include <ctime>
 #include <filesystem>
+#include <future>
 #include <mutex>
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EtcdServer.hpp"
+#include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
@@ -20,7 +23,9 @@ namespace ombrix::platform {
 namespace {
 
 using Store = NSUbiquitousKeyValueStore;
+using ::testing::Contains;
 using testing::EtcdServer;
+using ::testing::StartsWith;
 
 /// Keeps the keys that a store tells of, and lets the test wait for one.
 class Changes {
@@ -105,20 +110,29 @@ TEST_F(EtcdStoreTests, DevicesSeeEachOthersChangesOnce) {
   EXPECT_EQ(atPhone.count("units"), 1u);
 }
 
-// Catches a change that is sent again, over another device's, while the copy here cannot be
-// written.
+// Catches a change that is not sent while the copy here cannot be written, and one that is sent
+// again, over another device's.
 TEST_F(EtcdStoreTests, WhatTheServerHasIsNotSentAgain) {
   const auto phone = device("phone"), desktop = device("desktop");
   Changes atDesktop(*desktop);
   phone->setObject("sent", "first");
   ASSERT_TRUE(phone->synchronize());
   ASSERT_TRUE(desktop->synchronize());
-  server->pause();
-  phone->setObject("mine", "units");
   const auto isInTheWay = [&] {
     std::error_code fileIsBeingWritten;
     return std::filesystem::create_directory(dir.path() / ".phone.plist.new", fileIsBeingWritten);
   };
+  ASSERT_TRUE(testing::eventually(isInTheWay));
+  phone->setObject("in memory alone", "unwritten");
+  EXPECT_TRUE(phone->synchronize());
+  ASSERT_TRUE(atDesktop.waitFor(Store::ChangeReason::serverChange, "unwritten"));
+  std::filesystem::remove(dir.path() / ".phone.plist.new");
+
+  server->pause();
+  phone->setObject("mine", "units");
+  detail::CloudMirror copy(dir.path() / "phone.plist");
+  ASSERT_TRUE(
+      testing::eventually([&] { return copy.refresh().errors.empty() && copy.nextPending(); }));
   ASSERT_TRUE(testing::eventually(isInTheWay));
   server->resume();
   ASSERT_TRUE(atDesktop.waitFor(Store::ChangeReason::serverChange, "units"));
@@ -148,6 +162,25 @@ TEST_F(EtcdStoreTests, AnotherProgramsTurnIsNotWaitedForWithoutEnd) {
   EXPECT_TRUE(phone->synchronize());
 }
 
+// Catches a setter or a reader that waits for another program, which may stand still while it has
+// the copy, and a value that is not written when that one goes on.
+TEST_F(EtcdStoreTests, ASetterWaitsForNobody) {
+  const auto phone = device("phone");
+  ASSERT_TRUE(phone->synchronize());
+  auto other = detail::openFile((dir.path() / ".phone.plist.lock").string(), O_RDWR);
+  ASSERT_EQ(::flock(other.get(), LOCK_EX), 0);
+  auto setting = std::async(std::launch::async, [&] {
+    for (int i = 0; i < 5; ++i) {
+      phone->setObject(i, "n");
+      EXPECT_EQ(phone->longLongForKey("n"), i);
+    }
+  });
+  EXPECT_EQ(setting.wait_for(std::chrono::seconds(30)), std::future_status::ready);
+  other.reset();
+  EXPECT_TRUE(phone->synchronize());
+  EXPECT_EQ(device("phone")->longLongForKey("n"), 4);
+}
+
 // Catches changes lost while the server is away, in a running program and over its restart.
 TEST_F(EtcdStoreTests, WhatIsChangedWithoutTheServerIsSentWhenItIsBack) {
   auto phone = device("phone");
@@ -163,6 +196,7 @@ TEST_F(EtcdStoreTests, WhatIsChangedWithoutTheServerIsSentWhenItIsBack) {
   phone->setObject(2, "replaced");
   phone->removeObjectForKey("kept");
   desktop->setObject("d", "of the desktop");
+  phone.reset();
   phone = device("phone");  // the program is started again
   EXPECT_EQ(phone->longLongForKey("replaced"), 2);
   EXPECT_FALSE(phone->synchronize());
@@ -194,17 +228,17 @@ TEST_F(EtcdStoreTests, ANewDeviceIsToldOfWhatIsThere) {
   EXPECT_EQ(tablet->dictionaryRepresentation(), (PropertyList::Dictionary{{"units", "miles"}}));
 }
 
-// Catches a change that another process of the device left waiting, and that a connected one does
-// not send; and news that one process hears and the other never shows.
+// Catches a change that another process of the device made last and took with it, or left waiting,
+// and that a connected one does not send; and news that one process hears and the other never
+// shows.
 TEST_F(EtcdStoreTests, ProcessesOfADeviceSendForEachOther) {
   const auto phone = device("phone"), desktop = device("desktop");
   Changes atPhone(*phone), atDesktop(*desktop);
   ASSERT_TRUE(phone->synchronize());
   server->pause();
   const auto other = process("phone");
-  other->send("set units miles");
-  ASSERT_EQ(other->readLine(), "ok");
-  other->kill();
+  other->send("last units miles");
+  EXPECT_EQ(other->wait(), 0);
   server->resume();
   ASSERT_TRUE(atPhone.waitFor(Store::ChangeReason::serverChange, "units"));
   ASSERT_TRUE(atDesktop.waitFor(Store::ChangeReason::serverChange, "units"));
@@ -221,6 +255,8 @@ TEST_F(EtcdStoreTests, WhatTheServerDoesNotTakeIsKeptUnlessItNeverWill) {
                                   .folder = dir.path(),
                                   .domain = "stranger"};
   const auto stranger = makeEtcdUbiquitousKeyValueStore(configuration);
+  testing::EventLog told;
+  configuration.onError = [&](const auto& message) { told.add(message); };
   configuration.domain = "member";
   configuration.credentials = {"skier", "powder"};
   const auto member = makeEtcdUbiquitousKeyValueStore(configuration);
@@ -240,6 +276,8 @@ TEST_F(EtcdStoreTests, WhatTheServerDoesNotTakeIsKeptUnlessItNeverWill) {
   member->setObject(std::string(8192, 'x'), "of the stranger");
   ASSERT_TRUE(atMember.waitFor(Store::ChangeReason::quotaViolation, "of the stranger"));
   EXPECT_EQ(member->stringForKey("of the stranger"), "kept");
+  EXPECT_THAT(told.take(),
+              Contains(StartsWith("\"of the stranger\" cannot be kept in the cloud: ")));
 
   stranger->setObject("old", "read");
   ASSERT_TRUE(atMember.waitFor(Store::ChangeReason::serverChange, "read"));

@@ -6,9 +6,12 @@
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"
+#include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -80,9 +83,11 @@ TEST_F(UserDefaultsFileTests, AnEmptyFileChangesNothingUntilItIsWritten) {
   EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"units", "british"}, {"n", 1}}));
 }
 
-// Catches a failed write that leaves half a file, stops the program, is told of again and again, or
-// forgets what it could not write; and a file that others may read.
+// Catches a failed write that leaves half a file, stops the program, is told of again and again or
+// never again, or forgets what it could not write; and a file that others may read.
 TEST_F(UserDefaultsFileTests, AFailedReplacementLeavesTheOldFile) {
+  const auto clock = std::make_shared<testing::ManualClock>(dateSince1970(0));
+  const testing::ScopedService scoped(services().clock, clock);
   const auto defaults = open();
   defaults->setObject(1, "n");
   defaults->synchronize();
@@ -91,6 +96,9 @@ TEST_F(UserDefaultsFileTests, AFailedReplacementLeavesTheOldFile) {
     defaults->setObject(attempt, "n");
     EXPECT_FALSE(defaults->synchronize());
   }
+  EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("Cannot write")));
+  clock->advance(std::chrono::minutes(1));
+  EXPECT_FALSE(defaults->synchronize());
   EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("Cannot write")));
   EXPECT_EQ(defaults->integerForKey("n"), 2);
   EXPECT_EQ(open()->integerForKey("n"), 1);
@@ -114,6 +122,26 @@ TEST_F(UserDefaultsFileTests, WhatIsNoFileIsReportedAndLeftAlone) {
   EXPECT_FALSE(defaults->synchronize());
   EXPECT_TRUE(fs::is_fifo(path));
   EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("is a FIFO, not a regular file")));
+}
+
+// Catches a file that takes all memory with it, and one that is written and cannot be read again.
+TEST_F(UserDefaultsFileTests, AFileOfMoreThan16MiBIsReportedAndLeftAlone) {
+  dir.write("test.plist", "x");
+  fs::resize_file(dir.path() / "test.plist", std::uintmax_t{1} << 40);
+  {
+    const auto defaults = open();
+    EXPECT_FALSE(defaults->objectForKey("units"));
+    defaults->setObject("miles", "units");
+    EXPECT_FALSE(defaults->synchronize());
+  }
+  EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("File too large")));
+  EXPECT_TRUE(fs::remove(dir.path() / "test.plist"));
+  const auto defaults = open();
+  defaults->setObject(Data(std::size_t{17} << 20), "large");
+  EXPECT_FALSE(defaults->synchronize());
+  defaults->removeObjectForKey("large");
+  EXPECT_TRUE(defaults->synchronize());
+  EXPECT_EQ(errors.take().size(), 1U);
 }
 
 // Catches a link that is replaced by a file, so that what it led to is never changed again.

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <filesystem>
@@ -182,6 +183,10 @@ TEST_F(MMWormholeTests, WhatCannotBePassedIsReported) {
   EXPECT_THAT(failures_.take(), ElementsAre("failure"));
   EXPECT_THAT(failureTexts_.take(),
               ElementsAre(HasSubstr("passing"), HasSubstr("passing"), HasSubstr("reading")));
+  ASSERT_EQ(::mkfifo((folder() / "fifo.message").c_str(), 0600), 0);
+  EXPECT_EQ(own->messageWithIdentifier("fifo"), std::nullopt) << "and waits for no sender";
+  EXPECT_THAT(failures_.take(), ElementsAre("failure"));
+  EXPECT_THAT(failureTexts_.take(), ElementsAre(HasSubstr("reading")));
   EXPECT_THROW(own->passMessageObject("\xFF", "bad"), PropertyListError);
   EXPECT_TRUE(own->passMessageObject("miles", "fine"));
   EXPECT_EQ(own->messageWithIdentifier("fine"), PropertyList("miles"));

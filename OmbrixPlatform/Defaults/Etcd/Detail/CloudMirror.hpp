@@ -23,6 +23,10 @@ namespace ombrix::platform::detail {
 /// changes it under its lock. A change that waits to be sent stands above what the server says of
 /// its key, which is kept beside it in case the server's order turns out to be the other way.
 ///
+/// What is set here is shown at once and stands above all of that until `flush` has left it in the
+/// file. Setting and reading never wait for the file, which a process that was stopped may hold;
+/// every other operation waits up to 10 s for it.
+///
 /// Any thread. Never calls out: what changed is handed back.
 class CloudMirror {
  public:
@@ -49,26 +53,35 @@ class CloudMirror {
   explicit CloudMirror(const std::filesystem::path& file);
 
   /// Takes in what other processes have written.
-  Outcome refresh();
+  [[nodiscard]] Outcome refresh();
 
   [[nodiscard]] std::optional<PropertyList> value(std::string_view key, Outcome& outcome);
   [[nodiscard]] PropertyList::Dictionary values(Outcome& outcome);
 
-  /// Changes a value here, to be sent after all that waits already. Throws `PropertyListError` for
-  /// what no property list can hold; nothing is changed then.
-  Outcome set(std::string_view key, std::optional<PropertyList> value);
+  /// Changes a value here, to be left in the file by `flush` and sent after all that waits there
+  /// already. Throws `PropertyListError` for what no property list can hold; nothing is changed
+  /// then.
+  void set(std::string_view key, std::optional<PropertyList> value);
+
+  /// Leaves what was set here in the file. Not saved: it waits on in memory, is sent from there,
+  /// and is to be flushed again.
+  [[nodiscard]] Outcome flush();
+
+  /// Whether everything that was set here is in the file or on the server.
+  [[nodiscard]] bool isFlushed() const;
 
   /// What has waited longest, as far as this process has looked; nothing when everything is sent.
+  /// What could not be left in the file comes last.
   [[nodiscard]] std::optional<Pending> nextPending() const;
 
   /// The order of the last change made by any process of the device.
   [[nodiscard]] std::int64_t lastOrder() const;
 
-  /// The name the device has on the server, made on first use.
+  /// The name the device has on the server, made on first use; empty when it cannot be kept.
   [[nodiscard]] std::string deviceIdentifier(Outcome& outcome);
 
-  /// The server has taken a change, at that revision. Not saved: the change waits on, unless
-  /// it never was in the file, and whoever sends it next finds that the server has it.
+  /// The server has taken a change, at that revision. Not saved: the change waits on in the file,
+  /// and whoever sends it next finds that the server has it.
   Outcome sent(const Pending& pending, std::int64_t revision);
 
   /// The server will never take a change: the key has the server's value again.
@@ -88,18 +101,33 @@ class CloudMirror {
 
  private:
   using IfUnsaved = DictionaryFile::IfUnsaved;
+  enum class Source : std::uint8_t { here, server };
+
+  /// A change that is not in the file yet.
+  struct Unwritten {
+    std::string key;
+    std::optional<PropertyList> value;
+    std::string id;
+  };
 
   template <class Step>
-  Outcome update(IfUnsaved ifUnsaved, Step step);
-  void look(Outcome& outcome);
-  void apply(const DictionaryFile::Outcome& fileOutcome, bool isFromServer, Outcome& outcome);
+  Outcome update(IfUnsaved ifUnsaved, Source source, Step step);
+  void look(DictionaryFile::Look how, Outcome& outcome);
+  void lookIfFree(Outcome& outcome);
+  [[nodiscard]] std::vector<Unwritten>::const_iterator findUnwritten(std::string_view key) const;
+  void apply(const DictionaryFile::Outcome& fileOutcome, Source source, Outcome& outcome);
 
-  mutable std::mutex mutex_;
+  // Held over what is done to the file, so that what comes of it is taken in in its order; before
+  // the other one.
+  std::mutex fileMutex_;
   DictionaryFile file_;
-  PropertyList::Dictionary values_;
-  PropertyList::Dictionary pending_;   // key to {id, value, order, server}
-  PropertyList position_, device_;     // {epoch, revision}; {id, order}
-  std::vector<std::string> onlyHere_;  // changes by id that never reached the file
+
+  mutable std::mutex mutex_;          // never held over a file operation
+  PropertyList::Dictionary values_;   // of the file
+  PropertyList::Dictionary pending_;  // of the file: key to {id, value, order, server}
+  PropertyList position_, device_;    // of the file: {epoch, revision}; {id, order}
+  std::vector<Unwritten> unwritten_;  // in their order, one of a key at most
+  bool isStuck_ = false;              // the last attempt to write them failed
 };
 
 }  // namespace ombrix::platform::detail

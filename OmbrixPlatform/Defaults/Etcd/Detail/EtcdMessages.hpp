@@ -34,10 +34,11 @@ struct EtcdChangeResult {
 /// Why the server did not do what it was asked.
 struct EtcdError {
   enum class Kind : std::uint8_t {
-    other,               // it may do the same thing later
-    tooLarge,            // it will never take this change
-    wantsLogin,          // it asks for a login, or the token has lapsed
-    authenticationIsOff  // it was asked for a token and needs none
+    other,                // it may do the same thing later
+    tooLarge,             // it will never take this change
+    wantsLogin,           // it asks for a login, or the token has lapsed
+    authenticationIsOff,  // it was asked for a token and needs none
+    compacted             // it has forgotten the revision that was asked for
   };
   std::string message;
   Kind kind = Kind::other;
@@ -46,6 +47,7 @@ struct EtcdError {
 /// What one line of a watch says.
 struct EtcdWatchMessage {
   std::int64_t revision = 0;  // the server's own
+  bool isProgress = false;    // there is nothing more up to that revision
   std::vector<EtcdKeyValue> events;
   /// Why the watch has ended, if it has: its first revision is no longer kept, or the server gave
   /// it up.
@@ -54,7 +56,8 @@ struct EtcdWatchMessage {
 
 /// Writes the requests and reads the answers of etcd's JSON gateway for the keys below a prefix:
 /// keys and values are base64, 64-bit integers texts, and fields that have their default value are
-/// left out. Values are binary property lists; those of anybody else are passed over.
+/// left out. Values are binary property lists and keys UTF-8; what others have put there is passed
+/// over.
 ///
 /// Beside the values each device has a mark, a key that no value can have: it holds the id of the
 /// change that the server took last from that device, and is written together with the change.
@@ -75,8 +78,8 @@ class EtcdMessages {
   /// @param revision The first one of interest.
   [[nodiscard]] JSON watch(std::int64_t revision) const;
 
-  /// Readers throw `JSONError` for bytes that are no JSON document, and take what is missing or of
-  /// another kind for its default.
+  /// Readers throw `JSONError` for bytes that are no JSON document and for revisions that nobody
+  /// has counted to, and take what is missing or of another kind for its default.
   static EtcdChangeResult changeResult(DataView answer, std::string_view id);
   [[nodiscard]] EtcdSnapshot snapshot(DataView answer) const;
   [[nodiscard]] EtcdWatchMessage watchMessage(std::string_view line) const;

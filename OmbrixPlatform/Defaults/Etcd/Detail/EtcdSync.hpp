@@ -37,7 +37,12 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
 
   [[nodiscard]] std::optional<PropertyList> value(std::string_view key);
   [[nodiscard]] PropertyList::Dictionary values();
+
+  /// Shows a value at once; the copy on the disk and the server have it later.
   void set(std::string_view key, std::optional<PropertyList> value);
+
+  /// Waits until what was set is in the copy on the disk, or tells that it cannot be written.
+  void flushLast();
 
   /// Sends and reads everything now, and waits for it; false when that failed. Not from a change
   /// handler: that stops the program, since it would wait for itself.
@@ -57,11 +62,14 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
 
  private:
   enum class Phase { idle, reading, watching, waiting, closed };
+  /// What it means that the server has forgotten what a watch is to begin with.
+  enum class IfCompacted : std::uint8_t { read, fail };
   using Waiter = std::move_only_function<void(bool succeeded)>;
   /// A call of `synchronize`.
   struct Caller {
     Waiter waiter;
-    std::int64_t lastOrder;  // of the changes that are to be sent
+    std::int64_t lastOrder;    // of the changes that are to be sent
+    bool awaitsFlush = false;  // there are more, which are in no file yet
     bool hasRead = false;
   };
 
@@ -73,9 +81,11 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
 
   // On the queue only.
   void start();
+  void flush();
+  EventToken later(std::chrono::duration<double> delay, void (*step)(EtcdSync& self));
   void lookAtFile();
   void read();
-  void follow(std::int64_t revision, std::uint64_t round);
+  void follow(std::uint64_t round, IfCompacted ifCompacted);
   void readFailed(const EtcdError& error, std::uint64_t round);
   void sendingFailed(const EtcdError& error);
   void releaseDone();
@@ -86,7 +96,7 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   const std::shared_ptr<CloudMirror> mirror_;
   const std::shared_ptr<Signal<const Store::ExternalChange&>> changed_;
   const std::shared_ptr<DispatchQueue> queue_;
-  std::atomic<bool> hasBegun_{false}, lookIsDue_{false};
+  std::atomic<bool> hasBegun_{false}, lookIsDue_{false}, flushIsDue_{false};
   std::mutex reportMutex_;
   std::set<std::string> reported_;  // each said once, until all is well again
 
@@ -97,9 +107,10 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   Phase phase_ = Phase::idle;
   std::uint64_t round_ = 0;      // answers of an earlier round are of no interest
   CloudMirror::Position taken_;  // how far this process has read
+  std::int64_t heard_ = 0;       // up to which revision it has missed nothing
   bool hasRead_ = false;
-  std::chrono::duration<double> delay_;
-  EventToken retry_;
+  std::chrono::duration<double> delay_, flushDelay_;
+  EventToken retry_, flushRetry_;
   std::vector<Caller> callers_;      // whose reading is under way or done
   std::vector<Caller> nextCallers_;  // whose reading is the next one
 };
