@@ -1,30 +1,42 @@
-// Two loggers share a folder on a small disk that fills and empties while they write, and whose
-// folder is removed now and then: no line is glued to another, and what there was room to hold is
-// in the log.
+// Two processes share a log's folder on a small disk that fills and empties while they write and
+// switch extra logging on and off, and the folder is removed now and then: no line is glued to
+// another, and what there was room to hold is in the log.
 
 #include <sched.h>
 #include <sys/mount.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
-#include <atomic>
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <random>
 #include <set>
 #include <sstream>
+#include <stop_token>
 #include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "Faults/FaultRun.hpp"
+#include "OmbrixCore/Extensions/Logging/LoggingService.hpp"
 #include "OmbrixPlatform/Logging/DDFileLogger.hpp"
+#include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/ScopedSettings.hpp"
 
 namespace {
 
 using namespace ombrix;
 namespace fs = std::filesystem;
 
-constexpr int kLoggers = 2;
+constexpr int kLoggers = 2, kLines = 150;
 constexpr const char* kRoom = "size=256k";
 
 /// A disk of 256 KiB for this process alone.
@@ -58,6 +70,80 @@ void fill(const fs::path& file, std::mt19937_64& random) {
   }
 }
 
+/// A process of its own that logs, and then holds what the full disk refused until it is told that
+/// there is room again.
+class LoggingProcess {
+ public:
+  LoggingProcess(const fs::path& folder, int number) {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
+    process_ = ::fork();
+    channel_ = ends[process_ == 0 ? 1 : 0];
+    ::close(ends[process_ == 0 ? 0 : 1]);
+    if (process_ == 0) live(folder, number);
+  }
+  ~LoggingProcess() {
+    if (process_ > 0) {
+      ::kill(process_, SIGKILL);
+      ::waitpid(process_, nullptr, 0);
+    }
+    ::close(channel_);
+  }
+  LoggingProcess(const LoggingProcess&) = delete;
+  LoggingProcess& operator=(const LoggingProcess&) = delete;
+
+  /// Whether it has logged everything.
+  bool isDone() {
+    char sign = 0;
+    isDone_ = isDone_ || ::recv(channel_, &sign, 1, MSG_DONTWAIT) >= 0;
+    return isDone_;
+  }
+  /// Has it write what it holds; its exit status.
+  int end() {
+    int status = -1;
+    static_cast<void>(::send(channel_, "e", 1, MSG_NOSIGNAL));
+    ::waitpid(std::exchange(process_, -1), &status, 0);
+    return status;
+  }
+
+ private:
+  [[noreturn]] void live(const fs::path& folder, int number) const {
+    logEverything(folder, number);
+    ::_exit(0);
+  }
+
+  void logEverything(const fs::path& folder, int number) const {
+    using platform::DDLog;
+    const testing::ScopedSettings settings;
+    const auto logger = std::make_shared<platform::DDFileLogger>(
+        std::make_shared<platform::DDLogFileManager>(folder, "skier"));
+    auto& service = LoggingService::shared();
+    DDLog::removeAllLoggers();
+    DDLog::addLogger(logger, DDLog::dynamicLevel());
+    {
+      const std::jthread switching([&](const std::stop_token& stop) {
+        while (!stop.stop_requested()) {
+          service.setExtraLoggingEnabled(!service.extraLoggingEnabled());
+        }
+      });
+      for (int n = 0; n < kLines; ++n) {
+        const std::string text = line(number, n);
+        logger->log({.message = text, .timestamp = platform::dateSince1970(1'714'559'430)});
+        platform::DDLogDebug({}, "logger of debug lines " + std::to_string(n) + " end");
+        if (n % 7 == 0) logger->flush();
+      }
+    }
+    char sign = 'd';
+    static_cast<void>(::send(channel_, &sign, 1, MSG_NOSIGNAL));
+    static_cast<void>(::recv(channel_, &sign, 1, 0));
+    logger->flush();
+  }
+
+  pid_t process_ = -1;
+  int channel_ = -1;
+  bool isDone_ = false;
+};
+
 }  // namespace
 
 void ombrix::faults::run(const Plan& plan, Outcomes& outcomes) {
@@ -71,39 +157,31 @@ void ombrix::faults::run(const Plan& plan, Outcomes& outcomes) {
     if (!disk) return outcomes.skip("this machine mounts no tmpfs");
     const auto folder = dir.path() / "Logs";
     const bool isRemoved = round % 4 == 3;
-    constexpr int kLines = 150;
-    std::vector<std::shared_ptr<platform::DDFileLogger>> loggers;
-    for (int i = 0; i < kLoggers; ++i) {
-      loggers.push_back(std::make_shared<platform::DDFileLogger>(
-          std::make_shared<platform::DDLogFileManager>(folder, "skier")));
-    }
-    std::atomic<int> finished{0};
     {
-      std::vector<std::jthread> threads;
+      std::vector<std::unique_ptr<LoggingProcess>> processes;
       for (int i = 0; i < kLoggers; ++i) {
-        threads.emplace_back([&, i] {
-          for (int n = 0; n < kLines; ++n) {
-            const std::string text = line(i, n);
-            loggers[static_cast<std::size_t>(i)]->log(
-                {.message = text, .timestamp = platform::dateSince1970(1'714'559'430)});
-            if (n % 7 == 0) loggers[static_cast<std::size_t>(i)]->flush();
-          }
-          ++finished;
-        });
+        processes.push_back(std::make_unique<LoggingProcess>(folder, i));
       }
-      while (finished < kLoggers) {
+      const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(2);
+      const auto isRunning = [](const auto& process) { return !process->isDone(); };
+      while (std::ranges::any_of(processes, isRunning)) {
+        if (std::chrono::steady_clock::now() > deadline) {
+          return outcomes.bad("a process does not get on");
+        }
         fill(dir.path() / "filler", random);
         std::this_thread::yield();
         fs::remove(dir.path() / "filler");
         std::error_code ignored;
         if (isRemoved) fs::remove_all(folder, ignored);
       }
+      for (const auto& process : processes) {
+        outcomes.expect(process->end() == 0, "a process ended in order");
+      }
     }
-    for (const auto& logger : loggers) logger->flush();
 
     std::set<std::string> whole;
     std::size_t torn = 0;
-    for (const auto& info : loggers[0]->logFileManager()->sortedLogFileInfos()) {
+    for (const auto& info : platform::DDLogFileManager(folder, "skier").sortedLogFileInfos()) {
       std::ifstream in(info.filePath, std::ios::binary);
       for (std::string text; std::getline(in, text);) {
         const auto ends = text.find(" end");
