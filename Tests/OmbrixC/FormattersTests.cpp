@@ -72,6 +72,9 @@ TEST(FormattersTests, SelectorsReachTheirOperations) {
   EXPECT_EQ(taken(ombrix_MeasurementFormatter_stringForObjectValue_(total, &feet)),
             "12,9\u00a0MIL PIES");
   ombrix_MeasurementFormatter_release(total);
+  auto* uncoded = ombrix_MeasurementFormatter_initWithCoder_(nullptr);
+  EXPECT_EQ(ombrix_MeasurementFormatter_format(uncoded), OmbrixMeasurementFormatSpeed);
+  ombrix_MeasurementFormatter_release(uncoded);
 
   const Object components{
       .kind = OmbrixObjectDateComponents,
@@ -86,31 +89,6 @@ TEST(FormattersTests, SelectorsReachTheirOperations) {
   ombrix_DurationFormatter_release(duration);
   ombrix_TimerFormatter_release(timer);
   EXPECT_DEATH(ombrix_TimerFormatter_init(), "unimplemented initializer 'init\\(\\)'");
-}
-
-// Catches a formatter from a coder that is not the default one, or wants a coder.
-TEST(FormattersTests, NothingIsReadFromACoder) {
-  const testing::ScopedSettings settings("miles");
-  const Object seconds = number(65), text{.kind = OmbrixObjectText, .text = "5 KM"};
-  auto* measurement = ombrix_MeasurementFormatter_initWithCoder_(nullptr);
-  auto* plain = ombrix_MeasurementFormatter_init();
-  EXPECT_EQ(ombrix_MeasurementFormatter_format(measurement),
-            ombrix_MeasurementFormatter_format(plain));
-  ombrix_MeasurementFormatter_release(plain);
-  ombrix_MeasurementFormatter_release(measurement);
-  auto* duration = ombrix_DurationFormatter_initWithCoder_(nullptr);
-  EXPECT_EQ(taken(ombrix_DurationFormatter_stringForObjectValue_(duration, &seconds)), "1M 5S");
-  ombrix_DurationFormatter_release(duration);
-  auto* timer = ombrix_TimerFormatter_initWithCoder_(nullptr);
-  EXPECT_EQ(ombrix_TimerFormatter_minimumComponent(timer), OmbrixCalendarUnitSecond);
-  ombrix_TimerFormatter_release(timer);
-  auto* value = ombrix_ValueFormatter_initWithCoder_(nullptr);
-  EXPECT_NE(value, ombrix_ValueFormatter_shared());
-  auto* styled = ombrix_ValueFormatter_attributedStringForObjectValue_withDefaultAttributes_(
-      value, &text, nullptr);
-  EXPECT_NE(styled, nullptr);
-  ombrix_AttributedString_release(styled);
-  ombrix_ValueFormatter_release(value);
 }
 
 // Catches fonts and colours that change places, and runs that outlive what they point to.

