@@ -13,7 +13,9 @@
 
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
@@ -96,5 +98,19 @@ void SetMetricType(benchmark::State& state) {
   if (told == 0) std::abort();
 }
 BENCHMARK(SetMetricType)->Name("setMetricType/ombrix")->UseRealTime();
+
+/// The same with the cloud on an etcd server that does not answer.
+void SetOnEtcd(benchmark::State& state) {
+  const ombrix::testing::ScopedDir dir;
+  const auto cloud = ombrix::platform::makeEtcdUbiquitousKeyValueStore(
+      {.endpoint = *ombrix::platform::URL::parse("http://127.0.0.1:1"),
+       .prefix = "user/",
+       .folder = dir.path(),
+       .domain = "phone"});
+  long n = 0;
+  for (auto _ : state) cloud->setObject(++n, "n");
+  if (cloud->longLongForKey("n") != n) std::abort();
+}
+BENCHMARK(SetOnEtcd)->Name("set/ombrix-etcd")->UseRealTime();
 
 }  // namespace
