@@ -56,17 +56,6 @@ TEST_F(CloudTests, WhoseValuesWinIsTheUsersChoice) {
   EXPECT_EQ(on("desktop", "get metricType"), "miles\n");
 }
 
-// Catches a change that is lost because the cloud was away when it was made.
-TEST_F(CloudTests, WhatIsChangedMeanwhileIsSentLater) {
-  on("phone", "sync enable --local-wins");
-  server->stop();
-  EXPECT_THAT(on("phone", "set metricType british"), HasSubstr("kept and sent later"));
-  EXPECT_EQ(on("phone", "get metricType"), "british\n");
-  server->start();
-  EXPECT_THAT(on("phone", "sync status"), HasSubstr("units = british"));
-  EXPECT_THAT(on("desktop", "sync enable --cloud-wins"), HasSubstr("units = british"));
-}
-
 // Catches a login that is not made, and a change that is said to be kept and is dropped.
 TEST_F(CloudTests, TheServerMayBeSecureAndWantALogin) {
   server.emplace(dir.path() / "secure", testing::EtcdServer::Options{true, {}});

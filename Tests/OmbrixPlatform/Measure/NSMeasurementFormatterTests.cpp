@@ -61,43 +61,6 @@ TEST(NSNumberFormatterTests, ReadsWholeNumbersOnly) {
   }
 }
 
-// Catches a wrong width for a style, in each kind of locale.
-TEST(NSMeasurementFormatterTests, WritesTheUnitInEachStyle) {
-  struct Case {
-    const char* locale;
-    AnyUnit unit;
-    const char *shortText, *mediumText, *longText;
-  };
-  const AnyUnit kmh = NSUnitSpeed::kilometersPerHour();
-  const AnyUnit ft = NSUnitLength::feet(), lb = NSUnitMass::pounds();
-  const AnyUnit celsius = NSUnitTemperature::celsius();
-  const AnyUnit bpm = NSUnitFrequency("bpm", NSUnitConverterLinear(60));
-  const Case cases[] = {
-      {"en_US", kmh, "1,036.0km/h", "1,036.0 km/h", "1,036.0 kilometers per hour"},
-      {"en_US", ft, "1,036.0′", "1,036.0 ft", "1,036.0 feet"},
-      {"en_US", lb, "1,036.0#", "1,036.0 lb", "1,036.0 pounds"},
-      {"en_GB", lb, "1,036.0lb", "1,036.0 lb", "1,036.0 pounds"},
-      {"en_US", celsius, "1,036.0°C", "1,036.0°C", "1,036.0 degrees Celsius"},
-      {"en_US", bpm, "1,036.0 bpm", "1,036.0 bpm", "1,036.0 bpm"},
-      {"fr_FR", kmh, "1\u202f036,0km/h", "1\u202f036,0\u202fkm/h",
-       "1\u202f036,0\u00a0kilomètres par heure"},
-  };
-  for (const Case& test : cases) {
-    const auto text = [&](NSFormattingUnitStyle style) {
-      NSMeasurementFormatter formatter(style,
-                                       NSNumberFormatter({.locale = Locale(test.locale),
-                                                          .minimumFractionDigits = 1,
-                                                          .maximumFractionDigits = 1,
-                                                          .roundingMode = Rounding::halfUp}));
-      return std::visit([&](const auto& unit) { return formatter.string(1'036.0, unit); },
-                        test.unit);
-    };
-    EXPECT_EQ(text(NSFormattingUnitStyle::shortStyle), test.shortText) << test.locale;
-    EXPECT_EQ(text(NSFormattingUnitStyle::mediumStyle), test.mediumText) << test.locale;
-    EXPECT_EQ(text(NSFormattingUnitStyle::longStyle), test.longText) << test.locale;
-  }
-}
-
 // Catches tables kept for the style, the digits or the unit that were set before.
 TEST(NSMeasurementFormatterTests, ChangesTakeEffectAtOnce) {
   NSMeasurementFormatter formatter(NSFormattingUnitStyle::mediumStyle,
