@@ -180,22 +180,6 @@ TEST(AsyncOperationTests, FinishedFromAnotherThreadWhileTheQueueGoes) {
   }
 }
 
-// Catches thousands of operations in flight that lose one another.
-TEST(AsyncOperationTests, FiftyThousandOperationsFinish) {
-  constexpr int kCount = 50'000;
-  const auto queue = NSOperationQueue::make();
-  queue->setMaxConcurrentOperationCount(6);
-  std::atomic<int> executed = 0;
-  for (int i = 0; i < kCount; ++i) {
-    queue->addOperation(std::make_shared<Work>([&](Work& work) {
-      ++executed;
-      work.finish();
-    }));
-  }
-  queue->waitUntilAllOperationsAreFinished();
-  EXPECT_EQ(executed, kCount);
-}
-
 // Catches a missing override that passes in silence.
 TEST(AsyncOperationTests, ExecuteMustBeOverridden) {
   EXPECT_DEATH(

@@ -189,24 +189,6 @@ TEST(AsAsyncTests, CancellingTheTaskCancelsTheSubscription) {
   EXPECT_EQ(source.cancels, 1);
 }
 
-// Catches double resumption and hangs when value, end and cancellation race.
-TEST(AsAsyncTests, RacingAnswersResumeOnce) {
-  for (int round = 0; round < 300; ++round) {
-    Source<int> source;
-    const auto task = source.start();
-    {
-      std::jthread one([&] { source.subject.send(1); });
-      std::jthread two([&] { task.cancel(); });
-      source.subject.sendCompletion(Completion<HTTPError>::failure(HTTPError::canceled()));
-    }
-    try {
-      EXPECT_EQ(task.get(), 1);
-    } catch (const HTTPError&) {
-    } catch (const platform::CancellationError&) {
-    }
-  }
-}
-
 // Catches lost or reordered values, an end that overtakes them, and a failure that is swallowed.
 TEST(AsAsyncStreamTests, DeliversEverythingThenTheEnd) {
   for (const bool fails : {false, true}) {

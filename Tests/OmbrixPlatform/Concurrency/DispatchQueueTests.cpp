@@ -94,25 +94,6 @@ TEST(DispatchQueueTests, JobsThatWaitForEachOtherAllGetThreads) {
   done.wait();
 }
 
-// Catches chains of `sync` that hold every thread of the pool without the pool noticing.
-TEST(DispatchQueueTests, NestedSyncFromPoolThreadsEnds) {
-  constexpr int kQueues = 30;
-  std::vector<std::shared_ptr<DispatchQueue>> queues;
-  for (int i = 0; i < kQueues; ++i) queues.push_back(DispatchQueue::serial("q"));
-  std::function<int(std::size_t)> descend = [&](std::size_t depth) -> int {
-    if (depth == kQueues) return 0;
-    return 1 + queues[depth]->sync([&] { return descend(depth + 1); });
-  };
-  std::latch done(4);
-  for (int i = 0; i < 4; ++i) {
-    DispatchQueue::global().async([&] {
-      EXPECT_EQ(descend(0), kQueues);
-      done.count_down();
-    });
-  }
-  done.wait();
-}
-
 // Catches a `sync` that loses results or exceptions, or leaves an idle queue stuck.
 TEST(DispatchQueueTests, SyncHandsOverResultsAndExceptions) {
   for (const auto& queue : {DispatchQueue::serial("s"), DispatchQueue::concurrent("c")}) {

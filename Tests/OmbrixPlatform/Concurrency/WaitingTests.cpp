@@ -23,13 +23,12 @@ using namespace std::chrono_literals;
 struct Gate {
   std::atomic<int> asked = 0, stopped = 0;
   std::counting_semaphore<> entered{0}, open{0};
-  std::stop_token ownStop;  // of the work that entered last
+  std::stop_token ownStop;  // of the work that entered first
 
   // Owns itself, as work that heeds no request to stop must.
   static Async<int> deaf(std::shared_ptr<Gate> gate, int result) {
     const TaskContext& context = co_await currentContext;
-    gate->ownStop = context.stopToken;
-    ++gate->asked;
+    if (gate->asked++ == 0) gate->ownStop = context.stopToken;
     gate->entered.release();
     gate->open.acquire();
     if (context.stopToken.stop_requested()) ++gate->stopped;
