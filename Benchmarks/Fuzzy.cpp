@@ -148,11 +148,11 @@ void subsequenceFormula(benchmark::State& state) {
   subsequence(state, [](const std::string& text) { return plainScore(text, "alps"); });
 }
 
-BENCHMARK(levenshteinPrepared)->Arg(10)->Arg(40)->Arg(1'000);
-BENCHMARK(levenshteinOnePair)->Arg(10)->Arg(40)->Arg(1'000);
-BENCHMARK(levenshteinTable)->Arg(10)->Arg(40)->Arg(1'000);
-BENCHMARK(subsequenceScore)->ArgName("match")->Arg(1)->Arg(0);
-BENCHMARK(subsequenceMatrix)->ArgName("match")->Arg(1)->Arg(0);
-BENCHMARK(subsequenceFormula)->ArgName("match")->Arg(1)->Arg(0);
+BENCHMARK(levenshteinPrepared)->Name("levenshtein/ours")->Arg(10)->Arg(40)->Arg(1'000);
+BENCHMARK(levenshteinOnePair)->Name("levenshtein/one_pair")->Arg(10)->Arg(40)->Arg(1'000);
+BENCHMARK(levenshteinTable)->Name("levenshtein/table")->Arg(10)->Arg(40)->Arg(1'000);
+BENCHMARK(subsequenceScore)->Name("subsequence/ours")->ArgName("match")->Arg(1)->Arg(0);
+BENCHMARK(subsequenceMatrix)->Name("subsequence/with_matrix")->ArgName("match")->Arg(1)->Arg(0);
+BENCHMARK(subsequenceFormula)->Name("subsequence/formula")->ArgName("match")->Arg(1)->Arg(0);
 
 }  // namespace

@@ -101,11 +101,11 @@ void groupOurs(benchmark::State& state) {
 }
 void groupUnorderedMap(benchmark::State& state) { run(state, groupByMap); }
 
-BENCHMARK(medianOurs)->Arg(0)->Arg(1'000);
-BENCHMARK(medianNthElement)->Arg(0)->Arg(1'000);
-BENCHMARK(uniqueOurs)->Arg(0)->Arg(100'000)->Arg(100);
-BENCHMARK(uniqueUnorderedSet)->Arg(0)->Arg(100'000)->Arg(100);
-BENCHMARK(groupOurs)->Arg(0)->Arg(100'000)->Arg(100);
-BENCHMARK(groupUnorderedMap)->Arg(0)->Arg(100'000)->Arg(100);
+BENCHMARK(medianOurs)->Name("median/ours")->Arg(0)->Arg(1'000);
+BENCHMARK(medianNthElement)->Name("median/nth_element")->Arg(0)->Arg(1'000);
+BENCHMARK(uniqueOurs)->Name("unique/ours")->Arg(0)->Arg(100'000)->Arg(100);
+BENCHMARK(uniqueUnorderedSet)->Name("unique/unordered_set")->Arg(0)->Arg(100'000)->Arg(100);
+BENCHMARK(groupOurs)->Name("group/ours")->Arg(0)->Arg(100'000)->Arg(100);
+BENCHMARK(groupUnorderedMap)->Name("group/unordered_map")->Arg(0)->Arg(100'000)->Arg(100);
 
 }  // namespace

@@ -153,6 +153,17 @@ bool ombrix_LocationCSVWriter_addLocations_error_(OmbrixLocationCSVWriter* self,
   });
 }
 
+uint64_t ombrix_LocationCSVWriter_fixesWritten(const OmbrixLocationCSVWriter* self) {
+  return self->writer.fixesWritten();
+}
+
+bool ombrix_LocationCSVWriter_sync_(OmbrixLocationCSVWriter* self, OmbrixError** error) {
+  return c::catching(error, [&] {
+    self->writer.sync();
+    return true;
+  });
+}
+
 OmbrixOutputStream ombrix_LocationCSVWriter_stream(const OmbrixLocationCSVWriter* self) {
   return {self->writer.stream().get(), &writeThrough};
 }

@@ -73,13 +73,24 @@ OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithStream_error_(OmbrixOu
                                                                         OmbrixError** error);
 void ombrix_LocationCSVWriter_release(OmbrixLocationCSVWriter* self);
 
-/// False and an error when the stream does not take a row; rows already written stay.
+/// False and an error when the stream does not take a row; rows already written stay, and
+/// `fixesWritten` tells how many these are. The next fix goes on once there is room: a file then
+/// ends with its last whole row, so the fixes behind it can be added again. A stream of the
+/// caller's own does not tell what it took before it failed: the rows of that call count as not
+/// taken, and the next fix begins a line behind one with "?" at its end, which no parser takes.
 bool ombrix_LocationCSVWriter_addLocation_error_(OmbrixLocationCSVWriter* self,
                                                  const OmbrixLocation* location,
                                                  OmbrixError** error);
 bool ombrix_LocationCSVWriter_addLocations_error_(OmbrixLocationCSVWriter* self,
                                                   const OmbrixLocation* locations, size_t count,
                                                   OmbrixError** error);
+
+/// How many fixes the stream has taken whole since the writer was made.
+uint64_t ombrix_LocationCSVWriter_fixesWritten(const OmbrixLocationCSVWriter* self);
+
+/// Waits until all fixes so far survive a loss of power; false and an error when that cannot be
+/// promised, as for a stream of the caller's own.
+bool ombrix_LocationCSVWriter_sync_(OmbrixLocationCSVWriter* self, OmbrixError** error);
 
 /// The stream that is written to, borrowed from the writer.
 OmbrixOutputStream ombrix_LocationCSVWriter_stream(const OmbrixLocationCSVWriter* self);

@@ -3,13 +3,11 @@
 
 #include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
 #include "OmbrixDay/Filters/FixSieve.hpp"
-#include "OmbrixDay/Filters/PlausibleFix.hpp"
 
 namespace ombrix::detail {
 namespace {
 
 constexpr double kWindowGapSeconds = 30;  // Neighbours further off say nothing about a fix.
-constexpr double kTimeSpikeSeconds = 60;  // A jump ahead that the next fix takes back.
 constexpr std::size_t kLeastWindow = 4;   // Fixes, to say what is usual.
 constexpr double kDeviations = 6;         // Median absolute deviations that are still noise.
 constexpr double kPositionSlackMeters = 30;
@@ -29,34 +27,8 @@ double length(double east, double north) { return std::sqrt(east * east + north 
 
 }  // namespace
 
-bool FixSieve::admits(const CLLocation& fix) {
-  ++counts_.read;
-  if (!isOnGlobe(fix)) {
-    ++counts_.offTheGlobe;
-    return false;
-  }
-  if (!fix.isAccurateForStats()) {
-    ++counts_.inaccurate;
-    return false;
-  }
-  if (end_ == oldest_) return true;
-  const double time = platform::timeIntervalSince1970(fix.timestamp);
-  if (time > at(end_ - 1).time) return true;
-  // The time went back: either this fix repeats, or the one before had jumped ahead alone.
-  const bool jumpedAhead = end_ - next_ >= 1 && end_ - oldest_ >= 2 &&
-                           at(end_ - 1).time - at(end_ - 2).time > kTimeSpikeSeconds &&
-                           time > at(end_ - 2).time;
-  if (!jumpedAhead) {
-    ++counts_.repeated;
-    return false;
-  }
-  --end_;
-  ++counts_.outliers;
-  return true;
-}
-
-std::optional<CleanFix> FixSieve::push(const CLLocation& fix, double heartRate) {
-  if (!admits(fix)) return std::nullopt;
+std::optional<CleanFix> FixSieve::push(const FedFix& fed) {
+  const CLLocation& fix = fed.fix;
   if (!hasOrigin_) {
     hasOrigin_ = true;
     originLatitude_ = fix.coordinate.latitude;
@@ -73,7 +45,7 @@ std::optional<CleanFix> FixSieve::push(const CLLocation& fix, double heartRate) 
   taken.recordedAltitude = fix.altitude;
   taken.altitude = fix.altitude - stepOffset_;
   taken.speed = fix.speed;
-  taken.heartRate = heartRate;
+  taken.heartRate = fed.heartRate;
   ++end_;
   if (end_ - next_ <= kReach) return std::nullopt;
   return judge(next_++);

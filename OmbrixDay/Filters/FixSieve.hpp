@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <optional>
 
-#include "OmbrixCore/Location/CLLocation.hpp"
+#include "OmbrixDay/Filters/TimeSieve.hpp"
 #include "OmbrixDay/Measuring/Day.hpp"
 
 namespace ombrix::detail {
@@ -34,8 +34,9 @@ class FixSieve {
  public:
   explicit FixSieve(FixCounts& counts) : counts_(counts) {}
 
-  /// Takes a fix. @return the fix that has now been judged and passed, if any
-  std::optional<CleanFix> push(const CLLocation& fix, double heartRate);
+  /// Takes a plausible fix, later than the one before.
+  /// @return the fix that has now been judged and passed, if any
+  std::optional<CleanFix> push(const FedFix& fed);
 
   /// After the last fix: those that still wait, one a call, then nothing.
   std::optional<CleanFix> drain();
@@ -47,7 +48,6 @@ class FixSieve {
 
   CleanFix& at(std::size_t index) { return ring_[index % kRing]; }
   const CleanFix& at(std::size_t index) const { return ring_[index % kRing]; }
-  bool admits(const CLLocation& fix);
   std::optional<CleanFix> judge(std::size_t index);
   void findWindow(std::size_t index);
   [[nodiscard]] bool isOffTheLine(std::size_t index) const;

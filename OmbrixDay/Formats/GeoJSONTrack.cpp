@@ -1,59 +1,207 @@
 // GeoJSON (RFC 7946): a feature whose line string has altitudes; the other figures stand in arrays
 // of its properties, one item a position, as "coordTimes" does in other programs' files.
 
-#include <fmt/format.h>
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <limits>
+#include <utility>
 
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Coding/Streams/JSONReader.hpp"
 
 namespace ombrix::detail {
 namespace {
 
 using platform::JSON;
 
-double numberAt(const JSON& array, std::size_t index, double otherwise) {
-  return array[index].real().value_or(otherwise);
-}
+using platform::JSONReader;
 
-/// Reads one line with its properties.
-void readLine(const JSON& coordinates, const JSON& properties, Track& track) {
-  const JSON::Array* positions = coordinates.array();
-  if (positions == nullptr) throw TrackFormatError("a line has no coordinates");
-  const JSON* times = properties.find("coordTimes");
-  if (times == nullptr) times = properties.find("times");
-  if (times == nullptr) times = properties["coordinateProperties"].find("times");
-  if (times == nullptr) throw TrackFormatError("its line has no times (\"coordTimes\")");
-  if (track.name.empty()) track.name = properties["name"].stringValue();
-  for (std::size_t i = 0; i < positions->size(); ++i) {
-    const JSON& position = (*positions)[i];
-    CLLocation fix;
-    const auto longitude = position[0].real(), latitude = position[1].real();
-    if (latitude && longitude) fix.coordinate = {*latitude, *longitude};
-    fix.altitude = numberAt(position, 2, 0);
-    fix.speed = numberAt(properties["speeds"], i, -1);
-    fix.course = numberAt(properties["courses"], i, -1);
-    fix.horizontalAccuracy = numberAt(properties["horizontalAccuracies"], i, -1);
-    fix.verticalAccuracy = numberAt(properties["verticalAccuracies"], i, -1);
-    const JSON& time = (*times)[i];
-    keep(track, latitude && longitude ? &fix : nullptr, properties["heartRates"][i].real(),
-         time.string() != nullptr ? timeFromText(*time.string()) : std::nullopt);
+constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+/// What a feature says of its line, in the order of the document. Read in one pass: the document
+/// itself is not kept, and what is kept has a limit.
+struct Line {
+  struct Position {
+    double longitude = kNone, latitude = kNone, altitude = 0;
+  };
+  enum Figure { speed, course, horizontalAccuracy, verticalAccuracy, heartRate, kFigures };
+
+  bool isLine = false;
+  std::optional<std::vector<Position>> positions;
+  std::optional<std::vector<double>> times[3];  ///< Seconds since 1970, by the places they stand.
+  std::array<std::vector<double>, kFigures> figures;
+  std::string name;
+
+  [[nodiscard]] std::optional<double> figure(Figure of, std::size_t index) const {
+    const auto& all = figures[of];
+    if (index >= all.size() || std::isnan(all[index])) return std::nullopt;
+    return all[index];
   }
+};
+
+constexpr std::pair<std::string_view, Line::Figure> kFigureNames[] = {
+    {"speeds", Line::speed},
+    {"courses", Line::course},
+    {"horizontalAccuracies", Line::horizontalAccuracy},
+    {"verticalAccuracies", Line::verticalAccuracy},
+    {"heartRates", Line::heartRate}};
+
+std::string readText(JSONReader& json) {
+  if (json.peek() == '"') return std::string(json.readText());
+  json.skip();
+  return {};
 }
 
-void readObject(const JSON& object, Track& track) {
-  const std::string type = object["type"].stringValue();
-  if (type == "FeatureCollection") {
-    if (const JSON::Array* features = object["features"].array()) {
-      for (const JSON& feature : *features) {
-        if (feature["type"].stringValue() == "Feature") readObject(feature, track);
-      }
+double readNumber(JSONReader& json) {
+  const char c = json.peek();
+  if (c == '-' || (c >= '0' && c <= '9')) return json.readReal();
+  json.skip();
+  return kNone;
+}
+
+double readTime(JSONReader& json) {
+  const auto time = timeFromText(readText(json));
+  return time ? platform::timeIntervalSince1970(*time) : kNone;
+}
+
+/// Calls back at each member of what comes, with its name; what is no object has none.
+template <class Member>
+void readMembers(JSONReader& json, Member member) {
+  if (json.peek() != '{') return json.skip();
+  json.beginObject();
+  for (std::string_view key; json.nextKey(key);) member(key);
+}
+
+/// The items of what comes; none of what is no array.
+template <class Item>
+std::vector<Item> readItems(JSONReader& json, Item (*read)(JSONReader&)) {
+  std::vector<Item> items;
+  if (json.peek() != '[') {
+    json.skip();
+    return items;
+  }
+  for (json.beginArray(); json.nextItem();) {
+    if (items.size() >= kMostTrackPoints) {
+      throw TrackFormatError("it holds more than five million points");
     }
-    return;
+    items.push_back(read(json));
   }
-  if (type != "Feature") throw TrackFormatError("it is neither a feature nor a collection of them");
-  const JSON& geometry = object["geometry"];
-  if (geometry["type"].stringValue() == "LineString") {
-    readLine(geometry["coordinates"], object["properties"], track);
+  return items;
+}
+
+Line::Position readPosition(JSONReader& json) {
+  Line::Position position;
+  if (json.peek() != '[') {
+    json.skip();
+    return position;
+  }
+  std::size_t index = 0;
+  for (json.beginArray(); json.nextItem(); ++index) {
+    if (index == 0) {
+      position.longitude = readNumber(json);
+    } else if (index == 1) {
+      position.latitude = readNumber(json);
+    } else if (index == 2) {
+      const double altitude = readNumber(json);
+      if (!std::isnan(altitude)) position.altitude = altitude;
+    } else {
+      json.skip();
+    }
+  }
+  return position;
+}
+
+void readGeometry(JSONReader& json, Line& line) {
+  line.isLine = false;
+  line.positions.reset();
+  readMembers(json, [&](std::string_view key) {
+    if (key == "type") {
+      line.isLine = readText(json) == "LineString";
+    } else if (key == "coordinates" && json.peek() == '[') {
+      line.positions = readItems(json, readPosition);
+    } else {
+      json.skip();
+    }
+  });
+}
+
+void readProperties(JSONReader& json, Line& line) {
+  readMembers(json, [&](std::string_view key) {
+    const auto* figure =
+        std::ranges::find(kFigureNames, key, [](auto& name) { return name.first; });
+    if (figure != std::end(kFigureNames)) {
+      line.figures[figure->second] = readItems(json, readNumber);
+    } else if (key == "name") {
+      line.name = readText(json);
+    } else if (key == "coordTimes" || key == "times") {
+      line.times[key == "times" ? 1 : 0] = readItems(json, readTime);
+    } else if (key == "coordinateProperties") {
+      readMembers(json, [&](std::string_view inner) {
+        if (inner != "times") return json.skip();
+        line.times[2] = readItems(json, readTime);
+      });
+    } else {
+      json.skip();
+    }
+  });
+}
+
+/// Adds the points of a line to the track.
+void addLine(const Line& line, Track& track) {
+  if (!line.positions) throw TrackFormatError("a line has no coordinates");
+  const auto* times = std::ranges::find_if(line.times, [](auto& list) { return list.has_value(); });
+  if (times == std::end(line.times)) {
+    throw TrackFormatError("its line has no times (\"coordTimes\")");
+  }
+  if (track.name.empty()) track.name = line.name;
+  for (std::size_t i = 0; i < line.positions->size(); ++i) {
+    const Line::Position& position = (*line.positions)[i];
+    const bool hasPlace = !std::isnan(position.latitude) && !std::isnan(position.longitude);
+    const double time = i < (*times)->size() ? (**times)[i] : kNone;
+    CLLocation fix;
+    if (hasPlace) fix.coordinate = {position.latitude, position.longitude};
+    fix.altitude = position.altitude;
+    fix.speed = line.figure(Line::speed, i).value_or(-1);
+    fix.course = line.figure(Line::course, i).value_or(-1);
+    fix.horizontalAccuracy = line.figure(Line::horizontalAccuracy, i).value_or(-1);
+    fix.verticalAccuracy = line.figure(Line::verticalAccuracy, i).value_or(-1);
+    keep(track, hasPlace ? &fix : nullptr, line.figure(Line::heartRate, i),
+         std::isnan(time) ? std::nullopt : std::optional(platform::dateSince1970(time)));
+  }
+}
+
+enum class Place { top, inCollection };
+
+/// Reads a feature, or at the top a collection of them, whose members may come in any order.
+void readObject(JSONReader& json, Place place, Track& track) {
+  std::string type;
+  Line line;
+  Track inside;
+  readMembers(json, [&](std::string_view key) {
+    if (key == "type") {
+      type = readText(json);
+    } else if (key == "geometry") {
+      readGeometry(json, line);
+    } else if (key == "properties") {
+      line.times[0] = line.times[1] = line.times[2] = std::nullopt;
+      line.figures = {};
+      line.name.clear();
+      readProperties(json, line);
+    } else if (key == "features" && place == Place::top && json.peek() == '[') {
+      inside = {};
+      for (json.beginArray(); json.nextItem();) readObject(json, Place::inCollection, inside);
+    } else {
+      json.skip();
+    }
+  });
+  if (place == Place::top && type == "FeatureCollection") {
+    track = std::move(inside);
+  } else if (type == "Feature") {
+    if (line.isLine) addLine(line, track);
+  } else if (place == Place::top) {
+    throw TrackFormatError("it is neither a feature nor a collection of them");
   }
 }
 
@@ -64,7 +212,9 @@ JSON figure(double value) { return value >= 0 && value < 1e9 ? JSON(value) : JSO
 
 Track readGeoJSON(platform::DataView bytes) {
   Track track;
-  readObject(JSON::parse(bytes), track);
+  JSONReader json(bytes);
+  readObject(json, Place::top, track);
+  json.finish();
   return track;
 }
 

@@ -11,6 +11,7 @@
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Coding/XMLReader.hpp"
+#include "OmbrixPlatform/Files/InputStream.hpp"
 #include "OmbrixPlatform/Files/OutputStream.hpp"
 
 namespace ombrix {
@@ -41,14 +42,15 @@ std::string_view nameOf(TrackFormat format) {
   return "FIT";
 }
 
-Track readCSV(platform::DataView bytes) {
+template <class Source>
+Track readCSV(Source&& source) {
   Track track;
   bool brokeOff = false;
   const CSVParseObserver observer([&](const CSVParseProgress& progress) {
     track.skipped = progress.rowsSkipped;
     brokeOff = progress.brokeOff;
   });
-  auto fixes = LocationCSVParser().parse(bytes, observer);
+  auto fixes = LocationCSVParser().parse(source, observer);
   if (!fixes || brokeOff) throw TrackFormatError("reading stopped before its end");
   if (fixes->empty() && track.skipped > 0) throw TrackFormatError("no row is a fix");
   track.fixes = *std::move(fixes);
@@ -115,15 +117,28 @@ TrackFormat trackFormatOfBytes(platform::DataView bytes) {
   return isTCX ? TrackFormat::tcx : TrackFormat::gpx;
 }
 
+namespace {
+
+TrackFormatError noTrack(TrackFormat format, std::string_view why) {
+  return TrackFormatError(fmt::format("This is not a {} track: {}.", nameOf(format), why));
+}
+
+}  // namespace
+
 Track readTrack(platform::DataView bytes, TrackFormat format) {
-  const auto fail = [format](std::string_view why) {
-    return TrackFormatError(fmt::format("This is not a {} track: {}.", nameOf(format), why));
-  };
-  if (bytes.size() > kMostTrackBytes) throw fail("it is larger than 1 GiB");
+  if (bytes.size() > kMostTrackBytes) throw noTrack(format, "it is larger than 1 GiB");
   try {
     return readUnnamed(bytes, format);
   } catch (const platform::Error& error) {
-    throw fail(error.what());
+    throw noTrack(format, error.what());
+  }
+}
+
+Track readCSVTrack(platform::InputStream& stream) {
+  try {
+    return readCSV(stream);
+  } catch (const platform::Error& error) {
+    throw noTrack(TrackFormat::csv, error.what());
   }
 }
 

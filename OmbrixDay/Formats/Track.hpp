@@ -8,6 +8,7 @@
 
 #include "OmbrixCore/Location/CLLocation.hpp"
 #include "OmbrixDay/Measuring/DayMeasurer.hpp"
+#include "OmbrixPlatform/Files/InputStream.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 
@@ -46,6 +47,10 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 /// @throws TrackFormatError for bytes that are no such file, are too large or hold too many points;
 ///   nothing is returned then
 [[nodiscard]] Track readTrack(platform::DataView bytes, TrackFormat format);
+
+/// Reads a CSV track from a stream block by block: no more than its fixes is held in memory.
+/// @throws TrackFormatError as above, and where the stream fails before its end
+[[nodiscard]] Track readCSVTrack(platform::InputStream& stream);
 
 /// How many of a track's fixes `writeTrack` writes: those whose place, altitude and time are finite
 /// and can be.

@@ -2,11 +2,14 @@
 
 #include <algorithm>
 #include <array>
+#include <span>
 #include <utility>
 #include <vector>
 
 #include "OmbrixDay/Filters/FixSieve.hpp"
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixDay/Filters/SpeedSmoother.hpp"
+#include "OmbrixDay/Filters/TimeSieve.hpp"
 #include "OmbrixDay/Measuring/Detail/SegmentFigures.hpp"
 #include "OmbrixDay/Segments/MotionTicks.hpp"
 #include "OmbrixDay/Segments/SegmentDecoder.hpp"
@@ -33,6 +36,7 @@ bool isSameWalk(const detail::Stretch& before, const detail::Stretch& after) {
 
 struct DayMeasurer::State {
   FixCounts counts;
+  detail::TimeSieve times{counts};
   detail::FixSieve sieve{counts};
   detail::SpeedSmoother smoother;
   detail::MotionTicks ticks;
@@ -76,6 +80,7 @@ struct DayMeasurer::State {
   }
 
   void take(const CLLocation& fix, double heartRate);
+  void sift(std::span<const detail::FedFix> fixes);
   void accept(const detail::CleanFix& fix);
   double wayTo(const detail::CleanFix& fix);
   void decodeMotions();
@@ -88,12 +93,22 @@ struct DayMeasurer::State {
 };
 
 void DayMeasurer::State::take(const CLLocation& fix, double heartRate) {
+  ++counts.read;
   if (samples.size() >= kMostSamples) {
-    ++counts.read;
     ++counts.beyondLimit;
-    return;
+  } else if (!isOnGlobe(fix)) {
+    ++counts.offTheGlobe;
+  } else if (!fix.isAccurateForStats()) {
+    ++counts.inaccurate;
+  } else {
+    sift(times.push({fix, heartRate}));
   }
-  if (const auto judged = sieve.push(fix, heartRate)) {
+}
+
+void DayMeasurer::State::sift(std::span<const detail::FedFix> fixes) {
+  for (const detail::FedFix& fed : fixes) {
+    const auto judged = sieve.push(fed);
+    if (!judged) continue;
     if (const auto smooth = smoother.push(*judged)) accept(*smooth);
   }
 }
@@ -277,6 +292,7 @@ DayChange DayMeasurer::feed(const CLLocation& fix, std::optional<double> heartRa
 DayChange DayMeasurer::finish() {
   State& state = *state_;
   const Before before{state.samples.size(), state.segments.size(), state.current};
+  state.sift(state.times.drain());
   while (const auto judged = state.sieve.drain()) {
     if (const auto smooth = state.smoother.push(*judged)) state.accept(*smooth);
   }

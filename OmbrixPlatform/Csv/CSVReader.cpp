@@ -185,11 +185,14 @@ std::optional<CSVReader::Row> CSVReader::next() {
         position_ = position;
         skipPlain(false);
         break;
-      case Scan::unread:
-        if (fill()) break;
+      case Scan::unread: {
+        // At the end a quote that is not closed is judged anew, also where the stream has failed.
+        const bool wasAtEnd = atEnd_;
+        if (fill() || !wasAtEnd) break;
         if (error_) position_ = end_;  // the row that broke off
         if (position_ == end_) return std::nullopt;
         break;
+      }
     }
   }
 }
@@ -238,7 +241,7 @@ CSVReader::Scan CSVReader::scanPlainField(const char*& position) {
 }
 
 /// Moves from behind an opening quote to the closing one. False when there is none within a field's
-/// limit or before the end of the input, nothing when that has not been read yet.
+/// limit or before the end of what the input gives, nothing when that has not been read yet.
 std::optional<bool> CSVReader::findClosingQuote(const char*& position) const noexcept {
   const auto bytes =
       std::min<std::size_t>(static_cast<std::size_t>(end_ - position), kMaximumFieldBytes + 1);
@@ -248,11 +251,11 @@ std::optional<bool> CSVReader::findClosingQuote(const char*& position) const noe
     position = std::find(position, limit, kQuote);
     if (position == limit) break;
     const bool isLast = position + 1 == end_;
-    if (isLast && !isComplete()) return std::nullopt;
+    if (isLast && !atEnd_) return std::nullopt;
     if (isLast || position[1] != kQuote) return true;
     if (position + 1 == limit) break;
   }
-  if (bytes <= kMaximumFieldBytes && !isComplete()) return std::nullopt;
+  if (bytes <= kMaximumFieldBytes && !atEnd_) return std::nullopt;
   return false;
 }
 
@@ -312,8 +315,8 @@ bool CSVReader::skipFields() {
       const char* close = position_ + 1;
       const auto isClosed = findClosingQuote(close);
       if (!isClosed) {
-        if (fill() || isComplete()) continue;
-        return false;
+        static_cast<void>(fill());
+        continue;
       }
       if (*isClosed) position_ = close + 1;
     }

@@ -1,9 +1,14 @@
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 
+#include <atomic>
+#include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <utility>
+#include <vector>
 
+#include "OmbrixPlatform/Logging/DDLogHold.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -51,6 +56,31 @@ void flushBeforeAbort() noexcept {
   for (const Entry& entry : *list) entry.logger->flushBeforeAbort();
 }
 
+void handOver(const Entries& list, const DDLogMessage& record) {
+  for (const Entry& entry : list) {
+    if (passes(entry.level, record.flag)) entry.logger->log(record);
+  }
+}
+
+/// What a `DDLogHold` keeps.
+struct HeldMessage {
+  std::string message, file, function;
+  DDLogMessage record;  ///< Its texts are those above.
+};
+
+constinit std::atomic<int> holds{0};
+constinit std::mutex heldMutex;                      // guards what follows
+constinit std::vector<HeldMessage>* held = nullptr;  // null while nobody holds
+
+/// False where nobody holds any more, or as much as may be is held.
+bool hold(const DDLogMessage& record) {
+  const std::lock_guard lock(heldMutex);
+  if (held == nullptr || held->size() >= DDLogHold::kMostMessages) return false;
+  held->push_back({std::string(record.message), std::string(record.file),
+                   std::string(record.function), record});
+  return true;
+}
+
 std::string_view lastPathComponent(std::string_view path) noexcept {
   const auto slash = path.rfind('/');
   return slash == std::string_view::npos ? path : path.substr(slash + 1);
@@ -95,8 +125,29 @@ void DDLog::log(DDLogFlag flag, LogTag tag, std::string_view message, std::sourc
                             .function = tag.function,
                             .line = where.line(),
                             .timestamp = services().clock.get().now()};
-  for (const Entry& entry : *list) {
-    if (passes(entry.level, flag)) entry.logger->log(record);
+  if (holds.load(std::memory_order_relaxed) > 0 && hold(record)) return;
+  handOver(*list, record);
+}
+
+DDLogHold::DDLogHold() noexcept {
+  const std::lock_guard lock(heldMutex);
+  if (holds++ == 0) held = new std::vector<HeldMessage>;
+}
+
+DDLogHold::~DDLogHold() {
+  std::unique_ptr<std::vector<HeldMessage>> messages;
+  {
+    const std::lock_guard lock(heldMutex);
+    if (--holds == 0) messages.reset(std::exchange(held, nullptr));
+  }
+  const auto list = messages == nullptr ? nullptr : currentEntries();
+  if (list == nullptr) return;
+  for (HeldMessage& kept : *messages) {
+    kept.record.message = kept.message;
+    kept.record.file = kept.file;
+    kept.record.fileName = lastPathComponent(kept.file);
+    kept.record.function = kept.function;
+    handOver(*list, kept.record);
   }
 }
 

@@ -15,6 +15,7 @@
 #include "Faults/FaultRun.hpp"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
+#include "OmbrixDay/Formats/Track.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
@@ -115,4 +116,16 @@ void ombrix::faults::run(const Plan& plan, Outcomes& outcomes) {
                            log.takeErrors() == std::vector{std::string(kBadRow)};
                   }),
                   "heart rates read as far as they go");
+  const auto document = [](std::string_view item) {
+    std::string text = R"({"type":"FeatureCollection","features":[],"x":[)";
+    while (text.size() < (24U << 20U)) text += item;
+    return text + "0]}";
+  };
+  for (const char* item : {"0,", "{},", "[[]],", "\"\","}) {
+    outcomes.expect(holdsInLittleMemory([&] {
+                      const std::string text = document(item);
+                      return readTrack(platform::bytesOf(text), TrackFormat::geoJSON).fixes.empty();
+                    }),
+                    "a document of 24 MiB is read", item);
+  }
 }

@@ -35,6 +35,8 @@ TEST(LocationCSVTests, ATrackGoesThroughTheCInterfaceAndBack) {
   auto* const writer = ombrix_LocationCSVWriter_initWithUrl_error_(url.c_str(), &error);
   ASSERT_NE(writer, nullptr);
   EXPECT_TRUE(ombrix_LocationCSVWriter_addLocation_error_(writer, &fix, &error));
+  EXPECT_TRUE(ombrix_LocationCSVWriter_sync_(writer, &error));
+  EXPECT_EQ(ombrix_LocationCSVWriter_fixesWritten(writer), 1U);
   const OmbrixOutputStream behind = ombrix_LocationCSVWriter_stream(writer);
   EXPECT_TRUE(behind.write(behind.context, reinterpret_cast<const uint8_t*>("\n"), 1));
   ombrix_LocationCSVWriter_release(writer);
@@ -101,9 +103,13 @@ TEST(LocationCSVTests, FailuresReachC) {
   const auto refuse = [](void*, const uint8_t*, size_t) { return false; };
   auto* const writer = ombrix_LocationCSVWriter_initWithStream_error_({nullptr, refuse}, &error);
   const OmbrixLocation fix{};
-  EXPECT_FALSE(ombrix_LocationCSVWriter_addLocation_error_(writer, &fix, &error));
-  ASSERT_NE(error, nullptr);
-  ombrix_Error_release(error);
+  for (const bool syncs : {false, true}) {
+    EXPECT_FALSE(syncs ? ombrix_LocationCSVWriter_sync_(writer, &error)
+                       : ombrix_LocationCSVWriter_addLocation_error_(writer, &fix, &error));
+    ASSERT_NE(error, nullptr);
+    ombrix_Error_release(error);
+  }
+  EXPECT_EQ(ombrix_LocationCSVWriter_fixesWritten(writer), 0U);
   ombrix_LocationCSVWriter_release(writer);
   EXPECT_DEATH(ombrix_LocationCSVWriter_init(), "unimplemented initializer");
 }

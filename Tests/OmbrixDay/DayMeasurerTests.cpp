@@ -182,8 +182,6 @@ TEST(DayMeasurerTests, LeavesOutAndCounts) {
       {"poor accuracy", [](CLLocation& f) { f.horizontalAccuracy = 61; }, &FixCounts::inaccurate},
       {"old time", [](CLLocation& f) { f.timestamp -= platform::TimeInterval(1); },
        &FixCounts::repeated},
-      {"time ahead", [](CLLocation& f) { f.timestamp += platform::TimeInterval(86'400); },
-       &FixCounts::outliers},
       {"place", [](CLLocation& f) { f.coordinate.latitude += 0.01; }, &FixCounts::outliers},
   };
   for (const Case& c : cases) {
@@ -202,6 +200,43 @@ TEST(DayMeasurerTests, LeavesOutAndCounts) {
     EXPECT_NEAR(day.totals.all.distanceMeters, 398, 8);
     EXPECT_NEAR(day.totals.all.seconds, 199, 1e-6);
     EXPECT_EQ(day.totals.all.ascentMeters, 0);
+  }
+}
+
+// Catches wrong times that cost other fixes than themselves, and a day as long as they say.
+TEST(DayMeasurerTests, WrongTimesCostNoOtherFix) {
+  struct Case {
+    const char* name;
+    int first, count;
+    double shiftSeconds;
+  };
+  const Case cases[] = {
+      {"the first one, ahead", 0, 1, 1e8},
+      {"the first one, no clock yet", 0, 1, -1.7e9},
+      {"the first two", 0, 2, 1e8},
+      {"two in the middle", 100, 2, 1e8},
+      {"seven in the middle", 100, 7, 86'400},
+      {"seven, no clock", 100, 7, -1.7e9},
+      {"the last one", 199, 1, 1e8},
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<CLLocation> fixes;
+    for (int i = 0; i < 200; ++i) {
+      fixes.push_back(fixAt(i, 2.0 * i));
+      const bool isWrong = i >= c.first && i < c.first + c.count;
+      if (isWrong) fixes.back().timestamp += platform::TimeInterval(c.shiftSeconds);
+    }
+    const Day day = measureDay(fixes);
+    EXPECT_EQ(day.counts.used, 200u - static_cast<std::size_t>(c.count));
+    EXPECT_EQ(day.counts.outliers + day.counts.repeated, static_cast<std::size_t>(c.count));
+    EXPECT_NEAR(day.totals.all.seconds, 199, c.count);
+    EXPECT_NEAR(day.totals.all.distanceMeters, 398, 8);
+  }
+  for (const int every : {30, 120, 900}) {
+    std::vector<CLLocation> fixes;
+    for (int i = 0; i < 50; ++i) fixes.push_back(fixAt(every * i, every * i));
+    EXPECT_EQ(measureDay(fixes).counts.used, 50u) << every;
   }
 }
 

@@ -62,7 +62,8 @@ std::vector<RankedText> rankedByFuzzyScore(Texts&& texts, const FuzzyPattern& pa
   return matches;
 }
 
-/// A text prepared once for `levenshteinDistanceScore` with many others. Immutable; any thread.
+/// A text prepared once for `levenshteinDistanceScore` with many others. Immutable; any thread. One
+/// of n distinct characters beyond ASCII takes n * n / 8 bytes: 1.25 GB for 100,000.
 class LevenshteinPattern {
  public:
   LevenshteinPattern(std::string_view text, bool ignoreCase, bool trimWhiteSpacesAndNewLines);

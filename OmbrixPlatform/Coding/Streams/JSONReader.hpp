@@ -33,6 +33,10 @@ class JSONReader {
   JSONReader(const JSONReader&) = delete;
   JSONReader& operator=(const JSONReader&) = delete;
 
+  /// The first byte of what comes next ('{', '[', '"', a digit, …), for those who take several
+  /// kinds of values; zero at the end.
+  [[nodiscard]] char peek() const noexcept { return at_ < last_ ? text_[*at_] : '\0'; }
+
   bool readNull();
   bool readBool();
   std::int64_t readInteger();
@@ -88,7 +92,6 @@ class JSONReader {
  private:
   struct Scan;
 
-  [[nodiscard]] char peek() const noexcept { return at_ < last_ ? text_[*at_] : '\0'; }
   [[noreturn]] void malformed(const char* what) const;
   [[noreturn]] void mismatch(std::string_view expected) const;
   [[noreturn]] void misfit(std::string_view number) const;

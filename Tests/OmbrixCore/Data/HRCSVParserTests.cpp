@@ -3,10 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <future>
-
 #include "OmbrixTesting/RecordingLog.hpp"
-#include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix {
 namespace {
@@ -45,28 +42,6 @@ TEST(HRCSVParserTests, MakesOneSampleOfEachGoodRow) {
 TEST(HRCSVParserTests, AShortRowStopsTheProgram) {
   EXPECT_DEATH((void)HRCSVParser().parse(std::string_view("1700000000,72\n1700000000\n")),
                "Index out of range");
-}
-
-// Catches a form that reads another source than it was given, or answers nothing wrongly.
-TEST(HRCSVParserTests, ReadsTheSameFromEverySource) {
-  const testing::ScopedDir folder;
-  const std::string text = "1,60\n2,61\n";
-  const auto url = platform::URL::fileURL(folder.write("hr.csv", text).string());
-  const HRCSVParser parser;
-  const auto expected = parser.parse(std::string_view(text));
-  EXPECT_EQ(parser.parse(url), expected);
-  EXPECT_EQ(parser.parse(platform::bytesOf(text)), expected);
-  std::promise<HRCSVParser::Samples> fromData, fromURL;
-  parser.parse(platform::dataFrom(text), [&](auto samples) { fromData.set_value(samples); });
-  parser.parse(url, [&](auto samples) { fromURL.set_value(samples); });
-  EXPECT_EQ(fromData.get_future().get(), expected);
-  EXPECT_EQ(fromURL.get_future().get(), expected);
-
-  testing::RecordingLog log;
-  EXPECT_FALSE(parser.parse(platform::URL::fileURL((folder.path() / "missing").string())));
-  EXPECT_THAT(log.takeErrors(),
-              ::testing::ElementsAre("Filesystem: Couldn't read input stream for CSV"));
-  EXPECT_EQ(log.lines()[0].function, "parse(url:)");
 }
 
 // Catches units that are read loosely, and conversions between units that do not fit.

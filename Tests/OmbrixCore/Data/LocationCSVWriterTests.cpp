@@ -62,16 +62,21 @@ CLLocation exampleFix() {
 constexpr std::string_view kExampleRow =
     "1700000000.123456,46.123456,-7.500000,1500.250000,-1.0,5.062500,5.0,10.9\n";
 
-// Catches a missing or a needless line break between what a file holds and the first new fix, and
-// a file that is emptied.
+// Catches a missing or a needless line break between what a file holds and the first new fix, an
+// end judged without the rest of the file, a scalar cut at a block's border, and a file that is
+// emptied.
 TEST(LocationCSVWriterTests, AppendsOnALineOfItsOwn) {
+  const std::string block(256 * 1024 - 1, 'a');
+  const std::string whole = block + "😀b", cut = block + "\xF0\x9F\x98 b";
   const struct {
     std::string_view before, between;
   } cases[] = {
-      {"", ""},          {"1,2\n", ""},     {"1,2\r\n", ""},     {"1,2\r", ""},
-      {"1,2\v", ""},     {"1,2\f", ""},     {"1,2\u0085", ""},   {"1,2\u2028", ""},
-      {"1,2\u2029", ""}, {"1,2", "\n"},     {"1,2é", "\n"},      {"1,2\n\u0301", "\n"},
-      {"1,2\n\"", "\n"}, {"\xFF\n1,2", ""}, {"1,2\xE2\x80", ""}, {"\u2028 1", "\n"},
+      {whole, "\n"},         {cut, ""},         {"\xED\xA0\x80x", ""}, {"\xC0\x80x", ""},
+      {"\x80\x80", ""},      {"", ""},          {"1,2\n", ""},         {"1,2\r\n", ""},
+      {"1,2\r", ""},         {"1,2\v", ""},     {"1,2\f", ""},         {"1,2\u0085", ""},
+      {"1,2\u2028", ""},     {"1,2\u2029", ""}, {"1,2", "\n"},         {"1,2é", "\n"},
+      {"1,2\n\u0301", "\n"}, {"1,2\n\"", "\n"}, {"\xFF\n1,2", ""},     {"1,2\xE2\x80", ""},
+      {"\u2028 1", "\n"},
   };
   const ScopedDir folder;
   for (const auto& [before, between] : cases) {

@@ -286,21 +286,5 @@ TEST(BinaryPropertyListTests, TheTextOfNullIsAText) {
   }
 }
 
-// Catches a look ahead that moves the reader, or that fails on what is not there.
-TEST(BinaryPropertyListTests, LookingAheadTakesNothing) {
-  const Data file =
-      PropertyListEncoder{}.encode(std::vector<std::map<std::string, std::optional<std::string>>>{
-          {{"a", "x"}, {"type", "line"}, {"z", std::nullopt}}});
-  BinaryPropertyListReader reader(file);
-  reader.beginArray();
-  ASSERT_TRUE(reader.nextItem());
-  EXPECT_EQ(reader.peekText("type"), "line");
-  EXPECT_EQ(reader.peekText("z"), std::nullopt);
-  EXPECT_EQ(reader.peekText("missing"), std::nullopt);
-  EXPECT_THROW(static_cast<void>(reader.readInteger()), DecodingError);
-  EXPECT_EQ(reader.readPropertyList().find("a")->text()->size(), 1U);
-  EXPECT_FALSE(reader.nextItem());
-}
-
 }  // namespace
 }  // namespace ombrix::platform

@@ -467,30 +467,6 @@ TEST(CoderTests, TheInterfaceGivesContainersPathsAndUserInfo) {
   EXPECT_EQ(read.keys, (std::vector<std::string>{"text", "null"}));
 }
 
-// Catches typed decoding that lets references lead in circles, or blow up what is read.
-TEST(CoderTests, DecodingASharedOrCircularFileStopsEarly) {
-  using Nested = std::vector<std::vector<std::vector<std::vector<bool>>>>;
-  // One array of 200 references to the next, four times over, ends at a truth value.
-  std::string file = "bplist00";
-  std::string offsets;
-  for (char next = 1; next <= 4; ++next) {
-    offsets.push_back(static_cast<char>(file.size() >> 8));
-    offsets.push_back(static_cast<char>(file.size()));
-    file += "\xAF\x10\xC8" + std::string(200, next);
-  }
-  offsets.push_back(static_cast<char>(file.size() >> 8));
-  offsets.push_back(static_cast<char>(file.size()));
-  const std::size_t table = file.size() + 1;
-  std::string trailer(32, '\0');
-  trailer[6] = 2;
-  trailer[7] = 1;
-  trailer[15] = 5;
-  trailer[30] = static_cast<char>(table >> 8);
-  trailer[31] = static_cast<char>(table);
-  const Data bytes = dataFrom(file + "\x09" + offsets + trailer);
-  EXPECT_THROW(static_cast<void>(PropertyListDecoder{}.decode<Nested>(bytes)), DecodingError);
-}
-
 // Catches shared scratch memory between decoders, on one thread or several.
 TEST(CoderTests, OneDecoderServesManyThreads) {
   const JSONDecoder decoder;

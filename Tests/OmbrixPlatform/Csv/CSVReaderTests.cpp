@@ -114,6 +114,11 @@ TEST(CSVReaderTests, TellsOfAStreamThatFails) {
   EXPECT_EQ(remainingRows(reader), (Rows{{"3", "4"}}));
   EXPECT_EQ(reader.error().value().kind(), CSVError::Kind::cannotReadStream);
 
+  PiecewiseStream stray("a,\"b\n1,2\n3,4\n5,6", 3, true);
+  CSVReader behindQuote(stray);
+  EXPECT_EQ(remainingRows(behindQuote), (Rows{{"a", "\"b"}, {"1", "2"}, {"3", "4"}}));
+  EXPECT_TRUE(behindQuote.error());
+
   const auto open = InputStream::withView(bytesOf("1\n2\n"));
   ASSERT_TRUE(open->open());
   for (const std::size_t rows : {2U, 0U}) {

@@ -6,9 +6,6 @@
 #include <cerrno>
 #include <limits>
 
-#include "OmbrixPlatform/Csv/UTF8Tail.hpp"
-#include "OmbrixTesting/ScopedDir.hpp"
-
 namespace ombrix::platform {
 namespace {
 
@@ -107,39 +104,6 @@ TEST(CSVWriterTests, HandsOverBlocksOfWholeRows) {
   EXPECT_EQ(textOf(*stream), "");
   writer.endRow();
   EXPECT_EQ(textOf(*stream).size(), 2 + 2 + 2 * field.size() + 1);
-}
-
-// Catches an end judged without the rest of the file, and a scalar cut at a block's border.
-TEST(CSVWriterTests, FindsTheLastScalarOfAFile) {
-  const testing::ScopedDir folder;
-  const auto isNewline = [](char32_t scalar) { return scalar == U'\n'; };
-  const std::string block(256 * 1024 - 1, 'a');
-  const struct {
-    std::string text;
-    std::optional<char32_t> scalar;
-  } cases[] = {
-      {"", std::nullopt},
-      {"a", U'a'},
-      {"\n", U'\n'},
-      {"é", U'é'},
-      {"1,2\u2028", U'\u2028'},
-      {"a😀", U'😀'},
-      {block + "😀b", U'b'},
-      {block + "\xF0\x9F\x98"
-               "b",
-       std::nullopt},
-      {"\xFFok", std::nullopt},
-      {"\xED\xA0\x80x", std::nullopt},
-      {"\xC0\x80x", std::nullopt},
-      {"a\xE2\x82", std::nullopt},
-      {"\x80\x80\x80\x80", std::nullopt},
-  };
-  for (const auto& [text, scalar] : cases) {
-    const auto file = folder.write("file", text);
-    EXPECT_EQ(lastScalarOfFile(file, isNewline), scalar) << text.substr(0, 20);
-  }
-  EXPECT_EQ(lastScalarOfFile(folder.path(), isNewline), std::nullopt);
-  EXPECT_EQ(lastScalarOfFile(folder.path() / "missing", isNewline), std::nullopt);
 }
 
 }  // namespace

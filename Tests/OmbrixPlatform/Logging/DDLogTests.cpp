@@ -4,6 +4,7 @@
 #include <stdexcept>
 
 #include "LoggingTestSupport.hpp"
+#include "OmbrixPlatform/Logging/DDLogHold.hpp"
 #include "OmbrixPlatform/Logging/DDOSLogger.hpp"
 #include "OmbrixPlatform/Logging/Detail/JournalFields.hpp"
 #include "OmbrixPlatform/Services.hpp"
@@ -42,6 +43,23 @@ class MeddlingLogger final : public DDLogger {
  private:
   const std::shared_ptr<DDLogger> added_;
 };
+
+// Catches a held message that is written too early, lost, or changes its place.
+TEST_F(DDLogTests, HeldMessagesFollowInTheirOrder) {
+  const auto logger = std::make_shared<TextLogger>();
+  DDLog::addLogger(logger, DDLogLevel::verbose);
+  {
+    const DDLogHold outer;
+    {
+      const DDLogHold inner;
+      DDLogError(kTag, std::string("first"));
+    }
+    DDLogInfo(kTag, std::string("second"));
+    EXPECT_TRUE(logger->texts.empty());
+  }
+  DDLogInfo(kTag, "third");
+  EXPECT_THAT(logger->texts, ElementsAre("first", "second", "third"));
+}
 
 // Catches a list that is locked, or changed in place, while a message walks it; a logger's level
 // that is compared instead of tested as a mask; and a text that is made below the level.

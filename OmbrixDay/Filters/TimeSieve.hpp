@@ -1,0 +1,49 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <span>
+
+#include "OmbrixCore/Location/CLLocation.hpp"
+#include "OmbrixDay/Measuring/Day.hpp"
+
+namespace ombrix::detail {
+
+/// A fix as it was fed in.
+struct FedFix {
+  CLLocation fix;
+  double heartRate = 0;  ///< beats per minute; 0 for none
+};
+
+/// Lets fixes through whose times only go forward, and counts the others.
+///
+/// A fix that follows the one before closely passes at once. One that jumps ahead, and the first of
+/// all, waits until `kWitnesses` fixes follow each other behind the jump; those whose time the
+/// recording takes back before that are outliers. So neither a receiver that does not know the time
+/// yet nor a few wrong times in the middle cost any other fix.
+class TimeSieve {
+ public:
+  static constexpr std::size_t kWitnesses = 8;
+
+  explicit TimeSieve(FixCounts& counts) : counts_(counts) {}
+
+  /// Takes a fix with a finite time. @return those that pass now, valid until the next call
+  std::span<const FedFix> push(const FedFix& fed);
+
+  /// After the last fix. @return those that still waited and pass
+  std::span<const FedFix> drain();
+
+ private:
+  std::span<const FedFix> passOne(const FedFix& fed);
+  std::span<const FedFix> passWaiting();
+  void dropWaiting();
+
+  FixCounts& counts_;
+  std::array<FedFix, kWitnesses> waiting_;  ///< Each later than the one before it.
+  std::size_t waitingCount_ = 0;
+  bool hasPassed_ = false;
+  double last_ = 0;  ///< Seconds since 1970 of the last one that passed,
+  double step_ = 0;  ///< and since the one before it.
+};
+
+}  // namespace ombrix::detail
