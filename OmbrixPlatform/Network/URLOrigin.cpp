@@ -29,4 +29,13 @@ bool haveSameOrigin(const URL& a, const URL& b) {
   return origin && origin == URLOrigin::of(b);
 }
 
+URL withoutUserInfo(const URL& url) {
+  const auto user = url.userInfo();
+  if (!user) return url;
+  std::string text = url.absoluteString();
+  text.erase(static_cast<std::size_t>(user->data() - url.absoluteString().data()),
+             user->size() + 1);  // with the "@"
+  return URL::parse(text).value_or(url);
+}
+
 }  // namespace ombrix::platform

@@ -33,4 +33,7 @@ struct URLOrigin {
 /// Whether both URLs have an origin, and the same one. Any thread.
 [[nodiscard]] bool haveSameOrigin(const URL& a, const URL& b);
 
+/// The URL without a name and password, also for texts that others may read. Any thread.
+[[nodiscard]] URL withoutUserInfo(const URL& url);
+
 }  // namespace ombrix::platform

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Examples/HostApp/Service/Patience.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/TestServer.hpp"
 #include "Program.hpp"
@@ -55,6 +56,30 @@ TEST_F(ServerTests, RequestsShowTheAnswerAndItsFate) {
     const Outcome outcome = run(dir, std::string("request ") + c.arguments);
     EXPECT_EQ(outcome.status, c.status) << c.arguments << "\n" << outcome.output;
     EXPECT_THAT(outcome.output, HasSubstr(c.says)) << c.arguments;
+  }
+}
+
+// Catches a password that is shown.
+TEST_F(ServerTests, RequestsShowNoPassword) {
+  std::string url = server.url("/status/200");
+  url.insert(url.find("//") + 2, "me:secret@");
+  const auto output = run(dir, "request -v " + url).output;
+  EXPECT_THAT(output, HasSubstr("/status/200"));
+  EXPECT_THAT(output, ::testing::Not(HasSubstr("secret")));
+}
+
+// Catches uploads given up that were redirected after long, or waited for although nothing goes.
+TEST(PatienceTests, CountsFromTheLastChange) {
+  using std::chrono::seconds;
+  const struct {
+    int second, sentBytes;
+    bool isOver;
+  } rows[]{{29, 0, false},  {30, 5, false},  {300, 5, false},
+           {301, 0, false}, {331, 0, false}, {332, 0, true}};
+  Patience patience(seconds(30), {});
+  for (const auto& row : rows) {
+    EXPECT_EQ(patience.isOver(row.sentBytes, Patience::TimePoint(seconds(row.second))), row.isOver)
+        << row.second;
   }
 }
 

@@ -13,6 +13,7 @@
 #include "Examples/HostApp/Terminal/JSONText.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
 #include "OmbrixPlatform/Network/URLCache.hpp"
+#include "OmbrixPlatform/Network/URLOrigin.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -70,7 +71,8 @@ const char* sourceText(Metrics::FetchType type) {
 double milliseconds(Metrics::Seconds span) { return span.count() * 1000; }
 
 void printRequest(const platform::URLRequest& request) {
-  fmt::print(stderr, "> {} {}\n", request.httpMethod, request.url.absoluteString());
+  fmt::print(stderr, "> {} {}\n", request.httpMethod,
+             platform::withoutUserInfo(request.url).absoluteString());
   for (const auto& [name, value] : request.headers) {
     const bool isSecret = platform::headerNamesEqual(name, "Authorization");
     fmt::print(stderr, "> {}: {}\n", name, isSecret ? "(hidden)" : value);

@@ -8,6 +8,7 @@
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Service/Patience.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
 
@@ -131,25 +132,30 @@ Data upload(const std::string& file, std::string_view path, const std::string& m
       });
   client().trackExternalHTTPRequest();
   task->resume();
+  bool hasGivenUp = false;
   {
     ProgressBar bar("uploading");
-    const auto begin = std::chrono::steady_clock::now();
+    // The session itself would wait for a network for a day.
+    Patience patience(kConnectionTimeout, std::chrono::steady_clock::now());
     while (answer.wait_for(kBarInterval) != std::future_status::ready) {
       const auto sent = task->countOfBytesSent();
       bar.show(static_cast<std::size_t>(sent),
                static_cast<std::size_t>(task->countOfBytesExpectedToSend()));
-      // The session itself would wait for a network for a day.
-      const bool isEmpty = task->countOfBytesExpectedToSend() == 0;
-      const auto waited = std::chrono::steady_clock::now() - begin;
-      if (sent == 0 && !isEmpty && waited > kConnectionTimeout) task->cancel();
-    }
-    if (task->state() == platform::URLSessionTask::State::completed && task->error() &&
-        task->countOfBytesSent() == 0) {
-      fmt::print(stderr, "ombrix: could not reach {}\n", url->host().value_or(""));
+      hasGivenUp = patience.isOver(sent, std::chrono::steady_clock::now());
+      if (hasGivenUp) break;
     }
   }
+  task->cancel();  // unless it is over
   client().completeExternalHTTPRequest();
   auto [data, response, error] = answer.get();
+  if (hasGivenUp && error) {
+    const auto host = task->currentRequest().url.host();
+    throw CommandFailure(fmt::format("{} did not take the file within {} seconds",
+                                     host.value_or(""), kConnectionTimeout.count()));
+  }
+  if (error && task->countOfBytesSent() == 0) {
+    fmt::print(stderr, "ombrix: could not reach {}\n", url->host().value_or(""));
+  }
   return bodyOf(std::move(data), response.get(), error.get());
 }
 

@@ -7,6 +7,7 @@
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
+#include "OmbrixPlatform/Network/URLOrigin.hpp"
 
 namespace ombrix {
 namespace {
@@ -103,7 +104,8 @@ std::optional<platform::URLRequest> HttpRequestOperation::buildRequest() {
   try {
     request.httpBody = jsonPayload_ ? jsonPayload_->rawData() : payload_->body();
   } catch (const std::exception&) {
-    logError(kBuildTag, "Web: Could not encode HTTP body for call to " + url_.absoluteString());
+    logError(kBuildTag, "Web: Could not encode HTTP body for call to " +
+                            platform::withoutUserInfo(url_).absoluteString());
     return std::nullopt;
   }
   request.headers.set("Content-Type", std::string(kJSONType));

@@ -25,16 +25,6 @@ std::string encodedWhereNeeded(std::string_view text) {
   return encoded;
 }
 
-/// The URL without a name and password.
-URL withoutUserInfo(const URL& url) {
-  const auto user = url.userInfo();
-  if (!user) return url;
-  std::string text = url.absoluteString();
-  text.erase(static_cast<std::size_t>(user->data() - url.absoluteString().data()),
-             user->size() + 1);  // with the "@"
-  return URL::parse(text).value_or(url);
-}
-
 constexpr std::array<const char*, 3> kForOneOrigin{"Authorization", "Cookie",
                                                    "Proxy-Authorization"};
 

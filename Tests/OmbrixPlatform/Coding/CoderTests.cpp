@@ -191,7 +191,7 @@ TEST(CoderTests, ErrorsSayWhatIsWrongAndWhere) {
   EXPECT_EQ(failure<Numbers>(R"({"a":[1,128]})", Kind::dataCorrupted),
             R"(The number 128 does not fit at "a[1]".)");
   EXPECT_EQ(failure<Piste>(R"("green")", Kind::dataCorrupted),
-            R"(No value is meant by "green" at the top.)");
+            "No value is meant by a text of 5 bytes at the top.");
   EXPECT_EQ(failure<Snow>("300", Kind::dataCorrupted), "No value is meant by 300 at the top.");
   EXPECT_EQ(failure<std::int64_t>("1.5", Kind::dataCorrupted),
             "The number 1.5 does not fit at the top.");
