@@ -40,6 +40,11 @@ struct URLRequest {
   /// False: refused while every path to the network is constrained (Low Data Mode).
   bool allowsConstrainedNetworkAccess = true;
 
+  /// True: what the server answers reaches the caller also where a stale answer might stand in for
+  /// it or come first (RFC 5861), for callers to whom statuses and fields of each answer matter. A
+  /// server that cannot be reached is replaced all the same.
+  bool wantsEachAnswer = false;
+
   friend bool operator==(const URLRequest&, const URLRequest&) = default;
 };
 

@@ -28,7 +28,10 @@ using URLSessionCompletionHandler = std::move_only_function<void(
 ///
 /// When a connection that is used again dies before a byte of the answer has come, a request whose
 /// method is idempotent (RFC 9110 section 9.2.2) is sent once more, on a new connection; any other
-/// fails as `networkConnectionLost`. Otherwise nothing is ever sent again.
+/// fails as `networkConnectionLost`. What a server refuses to do over HTTP/2 (HTTP_1_1_REQUIRED,
+/// RFC 9113 section 7) goes once more over HTTP/1.1; and where a server confirms another answer
+/// than the cache has, it is asked once more, without the cache. Otherwise nothing is ever sent
+/// again.
 class URLSession {
  public:
   /// A session by the `urlSessionFactory` service.

@@ -48,10 +48,10 @@ struct URLSessionConfiguration {
   /// False: every request is refused while all paths are constrained.
   bool allowsConstrainedNetworkAccess = true;
 
-  /// Transfers to one host at a time; more wait their turn, in order.
+  /// Transfers to one host at a time, at least 1; more wait their turn, in order.
   std::size_t httpMaximumConnectionsPerHost = 6;
 
-  /// Transfers of the session at one time, to whatever hosts.
+  /// Transfers of the session at one time, at least 1, to whatever hosts.
   std::size_t httpMaximumConnections = 64;
 
   /// The longest body, decoded and in bytes, that is kept in memory for a completion handler; a

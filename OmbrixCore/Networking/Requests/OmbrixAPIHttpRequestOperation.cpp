@@ -64,6 +64,8 @@ std::optional<platform::URLRequest> OmbrixAPIHttpRequestOperation::buildRequest(
   auto languages = acceptLanguageField(platform::services().locale.get().preferredLanguages());
   if (!languages.empty()) request->headers.set("Accept-Language", std::move(languages));
   request->headers.set("Accept", "application/json");
+  // Each answer tells of token, login and maintenance.
+  request->wantsEachAnswer = true;
   using enum platform::URLRequest::CachePolicy;
   if (disableCashe_) {
     request->cachePolicy = reloadIgnoringLocalCacheData;

@@ -176,7 +176,7 @@ StoredUse useOf(const URLRequest& request, const Freshness* stored, Date now) {
   if (isAllowed && isFreshEnough && (!isTooOld || stored->isImmutable)) return serve;
   if (isAllowed && isStaleAllowed && !isTooOld) {
     if (asked.maxStale && -left <= asDouble(*asked.maxStale)) return serve;
-    if (-left < stored->staleWhileRevalidateSeconds) {
+    if (-left < stored->staleWhileRevalidateSeconds && !request.wantsEachAnswer) {
       return asked.onlyIfCached ? serve : serveWhileRevalidating;
     }
   }

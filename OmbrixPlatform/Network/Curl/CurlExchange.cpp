@@ -91,7 +91,8 @@ bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms)
     return false;
   }
   ::curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION,
-                     transfer_->origin.isSecure ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
+                     transfer_->origin.isSecure && !transfer_->usesHTTP1 ? CURL_HTTP_VERSION_2TLS
+                                                                         : CURL_HTTP_VERSION_1_1);
   // libcurl shares this out among the addresses of a host; the limit itself is kept by the loop.
   ::curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS,
                      static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
@@ -204,7 +205,7 @@ bool CurlExchange::headerLine(std::string_view line) {
 
 bool CurlExchange::headerIsComplete() {
   responseTime_ = services().clock.get().now();
-  if (trust_ != nullptr) trust_->hasAnswered();
+  if (trust_ != nullptr) trust_->signs() = {};
   const HTTPHeaders& headers = header_.headers();
   using Kind = BodyFraming::Kind;
   framing_ = framingOf(request_->httpMethod, header_.statusCode(), headers);
@@ -317,40 +318,56 @@ int CurlExchange::takeProgress(void* self, curl_off_t /*expectedDown*/, curl_off
   return 0;
 }
 
+/// Whether the request has been sent already: libcurl would send it again by itself, when a
+/// connection that it uses again has died or where a server wants HTTP/1.1, which is for the
+/// session to decide.
+bool CurlExchange::refusesToSendAgain() noexcept {
+  if (sendings_ == 0) return false;
+  wouldBeSentAgain_ = true;
+  answerHasBegun_ = surroundings_.sockets.endedInAnAnswer(connection_);
+  // On a connection that was new it does so only where the server has refused the stream, and goes
+  // on with that connection only where it wants HTTP/1.1.
+  isHTTP1Required_ = saysThatHTTP1IsRequired() || (carriesStreams_ && !isReused_ &&
+                                                   !surroundings_.sockets.hasEnded(connection_));
+  return true;
+}
+
+/// Whether the server has done nothing with the request, since it wants that over HTTP/1.1, as
+/// libcurl's text has it, by the name of the error in RFC 9113.
+bool CurlExchange::saysThatHTTP1IsRequired() const noexcept {
+  return carriesStreams_ && !hasLine_ &&
+         std::string_view(errorText_.data()).find("HTTP_1_1_REQUIRED") != std::string_view::npos;
+}
+
 /// A socket for a connection, none for a request that has been sent already.
 curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
                                        curl_sockaddr* address) {
   auto& exchange = *static_cast<CurlExchange*>(self);
-  exchange.wouldBeSentAgain_ = exchange.sendings_ > 0;
-  if (exchange.wouldBeSentAgain_) return CURL_SOCKET_BAD;
+  if (exchange.refusesToSendAgain()) return CURL_SOCKET_BAD;
   const curl_socket_t descriptor = exchange.surroundings_.sockets.open(*address);
   if (descriptor == CURL_SOCKET_BAD) exchange.socketError_ = errno;
   return descriptor;
 }
 
 /// Looks at a connection right before a request goes out. What a server has sent beyond the length
-/// of an answer would be taken for the next one, which libcurl does not see to; and libcurl sends
-/// any request again by itself when a connection that it uses again has died, which is for the
-/// session to decide.
+/// of an answer would be taken for the next one, which libcurl does not see to.
 int CurlExchange::checkConnection(void* self, char* remote, char* local, int remotePort,
                                   int localPort) {
   auto& exchange = *static_cast<CurlExchange*>(self);
-  if (exchange.sendings_ > 0) {
-    exchange.wouldBeSentAgain_ = true;
-    return CURL_PREREQFUNC_ABORT;
-  }
+  if (exchange.refusesToSendAgain()) return CURL_PREREQFUNC_ABORT;
   const CurlSockets::Connection connection{remote, local, remotePort, localPort};
-  exchange.streamsConnection_ =
-      exchange.transfer_->origin.isSecure
-          ? exchange.surroundings_.sockets.streamsConnection(exchange.easy_, connection)
-          : 0;
+  CurlSockets& sockets = exchange.surroundings_.sockets;
+  const bool isSecure = exchange.transfer_->origin.isSecure;
+  exchange.connection_ = sockets.numberOf(connection);
+  exchange.carriesStreams_ = isSecure && CurlSockets::carriesStreams(exchange.easy_);
   long newConnections = 0;
   ::curl_easy_getinfo(exchange.easy_, CURLINFO_NUM_CONNECTS, &newConnections);
   exchange.isReused_ = newConnections == 0;
-  exchange.foundSurplus_ =
-      exchange.isReused_ && exchange.streamsConnection_ == 0 &&
-      exchange.surroundings_.sockets.hasUnreadBytes(exchange.easy_, connection);
-  if (exchange.foundSurplus_) return CURL_PREREQFUNC_ABORT;
+  if (exchange.isReused_ && !exchange.carriesStreams_) {
+    exchange.foundSurplus_ = sockets.hasUnreadBytes(exchange.easy_, exchange.connection_);
+    if (exchange.foundSurplus_) return CURL_PREREQFUNC_ABORT;
+    sockets.requestBegins(exchange.connection_, isSecure);
+  }
   ++exchange.sendings_;
   return CURL_PREREQFUNC_OK;
 }
@@ -374,23 +391,25 @@ CURLcode CurlExchange::nudge() {
   return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 
-/// Whether a connection of HTTP/2 that was in use again has died before any answer; of HTTP/1.1
+/// Whether a connection that was in use again has died before any of an answer came. With HTTP/1.1
 /// libcurl itself would open another one then.
-bool CurlExchange::streamDiedBefore(CURLcode code) const noexcept {
-  if (!isReused_ || streamsConnection_ == 0 || hasLine_ || ownError_ != nullptr) return false;
+bool CurlExchange::connectionDiedBefore(CURLcode code) const noexcept {
+  if (wouldBeSentAgain_) return !answerHasBegun_;
+  if (!isReused_ || !carriesStreams_ || hasLine_ || ownError_ != nullptr) return false;
   // A stream that the server has reset may end by the same codes, but its connection goes on.
   const bool isLost = code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR ||
                       code == CURLE_GOT_NOTHING || code == CURLE_PARTIAL_FILE ||
                       code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM;
-  return isLost && surroundings_.sockets.hasEnded(streamsConnection_);
+  return isLost && surroundings_.sockets.hasEnded(connection_);
 }
 
 FailedExchange CurlExchange::failed(const CurlFailure& failure) const {
   return {.hasHeader = hasHeader(),
           .wasSent = sendings_ > 0 || ownError_ != nullptr,
-          .connectionDiedBefore = wouldBeSentAgain_ || streamDiedBefore(failure.code),
+          .connectionDiedBefore = connectionDiedBefore(failure.code),
           .isResend = transfer_->isResend,
           .isIdempotent = isIdempotent(request_->httpMethod),
+          .isHTTP1Required = isHTTP1Required_ || saysThatHTTP1IsRequired(),
           .foundSurplus = foundSurplus_,
           .isUndecided = failure.verifyResult == undecidedVerifyResult(),
           .isMissingConnectivity = isMissingConnectivity(failure)};
@@ -403,9 +422,15 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
   failure.hasHeader = hasHeader();
   failure.isChunked = framing_.kind == BodyFraming::Kind::chunked;
   failure.isSecure = transfer_->origin.isSecure;
-  failure.wantsClientCertificate = trust_ != nullptr && trust_->wantsClientCertificate();
   ::curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &failure.systemError);
   if (socketError_ != 0) failure.systemError = socketError_;
+  if (trust_ != nullptr) {
+    // A reset may overtake the alert that tells of it.
+    const bool isReset = failure.systemError == ECONNRESET || failure.systemError == EPIPE;
+    const CurlTrust::HandshakeSigns& signs = trust_->signs();
+    failure.wantsClientCertificate =
+        signs.isRefused || (signs.isCertificateAskedFor && isReset && !isReused_);
+  }
   ::curl_easy_getinfo(easy_, CURLINFO_SSL_VERIFYRESULT, &failure.verifyResult);
   return failure;
 }
@@ -413,7 +438,11 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
 std::shared_ptr<const URLError> CurlExchange::errorFor(const CurlFailure& failure) const {
   using Code = URLError::Code;
   if (ownError_) return ownError_;
-  if (wouldBeSentAgain_ || streamDiedBefore(failure.code)) {
+  if (wouldBeSentAgain_ && answerHasBegun_) {
+    return makeURLError(Code::networkConnectionLost,
+                        "the connection ended before the answer's header did");
+  }
+  if (connectionDiedBefore(failure.code)) {
     return makeURLError(Code::networkConnectionLost,
                         "the connection was lost before an answer came");
   }

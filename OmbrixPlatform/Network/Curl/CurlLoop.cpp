@@ -21,6 +21,7 @@ using namespace std::chrono_literals;
 constexpr std::size_t kIdleConnections = 64;
 constexpr std::size_t kHostsKept = 256;  // more are forgotten while nothing goes there
 constexpr std::size_t kDeliveriesTogether = 32;
+constexpr int kMostCertificates = 8;  // that are asked about for one transfer
 constexpr auto kFirstRetryDelay = 500ms;
 constexpr auto kLongestRetryDelay = 30s;
 constexpr std::chrono::milliseconds kLongestSleep = 1h;
@@ -54,6 +55,9 @@ CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr
       hasDelegate_(hasDelegate),
       queue_(std::move(queue)),
       isOwnQueue_(isOwnQueue),
+      maximumConnections_(std::max<std::size_t>(configuration_.httpMaximumConnections, 1)),
+      maximumConnectionsPerHost_(
+          std::max<std::size_t>(configuration_.httpMaximumConnectionsPerHost, 1)),
       surroundings_{.share = ::curl_share_init(),
                     .budget = std::make_shared<BodyBudget>(configuration_.maximumBodyBytesTogether),
                     .maximumBodyBytes = configuration_.maximumBodyBytes,
@@ -63,7 +67,7 @@ CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr
   if (multi_ == nullptr || surroundings_.share == nullptr) fatalError("libcurl cannot be set up");
   ::curl_share_setopt(surroundings_.share, CURLSHOPT_SHARE, CURL_LOCK_DATA_SSL_SESSION);
   ::curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
-                      static_cast<long>(configuration_.httpMaximumConnectionsPerHost));
+                      static_cast<long>(maximumConnectionsPerHost_));
   ::curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, static_cast<long>(kIdleConnections));
 }
 
@@ -265,6 +269,7 @@ void CurlLoop::admit(const std::shared_ptr<Transfer>& transfer) {
   transfer->queued = host.waiting.insert(host.waiting.end(), transfer);
   transfer->isQueued = true;
   touch(host);
+  if (host.isOffline) tellOfMissingConnectivity(*transfer);
 }
 
 CurlHost& CurlLoop::hostFor(const URLOrigin& origin) {
@@ -295,7 +300,7 @@ void CurlLoop::touch(CurlHost& host) {
 
 void CurlLoop::startWaiting() {
   // Starting may fail at once, which touches a host again.
-  while (!touched_.empty() && active_.size() < configuration_.httpMaximumConnections) {
+  while (!touched_.empty() && active_.size() < maximumConnections_) {
     CurlHost& host = *touched_.front();
     touched_.pop_front();
     host.isTouched = false;
@@ -308,10 +313,8 @@ void CurlLoop::pump(CurlHost& host) {
   while (!host.waiting.empty() && !host.isAsking && !host.isOffline) {
     // Until a certificate is decided about, one handshake is enough to ask.
     const bool asksFirst = isUndecided && host.waiting.front()->judgesServer;
-    const std::size_t limit =
-        asksFirst ? 1 : std::max<std::size_t>(configuration_.httpMaximumConnectionsPerHost, 1);
-    if (host.active >= limit) return;
-    if (active_.size() >= configuration_.httpMaximumConnections) return touch(host);
+    if (host.active >= (asksFirst ? 1 : maximumConnectionsPerHost_)) return;
+    if (active_.size() >= maximumConnections_) return touch(host);
     auto next = std::move(host.waiting.front());
     host.waiting.pop_front();
     next->isQueued = false;
@@ -396,6 +399,9 @@ void CurlLoop::failed(CurlExchange& exchange, const CurlFailure& failure) {
     case AfterFailure::fail:
       transfer->host->retryDelay = {};
       return fail(transfer, std::move(error));
+    case AfterFailure::sendByHTTP1:
+      transfer->usesHTTP1 = true;
+      [[fallthrough]];
     case AfterFailure::sendAgain:
       transfer->isResend = true;
       transfer->client->requestIsResent();
@@ -420,14 +426,20 @@ void CurlLoop::requeue(const std::shared_ptr<Transfer>& transfer) {
 
 void CurlLoop::awaitConnectivity(const std::shared_ptr<Transfer>& transfer) {
   CurlHost& host = *transfer->host;
-  if (!std::exchange(host.isOffline, true)) {
-    host.retryDelay = std::clamp<std::chrono::milliseconds>(2 * host.retryDelay, kFirstRetryDelay,
-                                                            kLongestRetryDelay);
-    host.retryAt = now_ + host.retryDelay;
-    offline_.push_back(&host);
-  }
+  host.connectivityFailure = transfer->lastConnectivityFailure;
   requeue(transfer);
-  transfer->client->waitsForConnectivity();
+  if (std::exchange(host.isOffline, true)) return tellOfMissingConnectivity(*transfer);
+  host.retryDelay = std::clamp<std::chrono::milliseconds>(2 * host.retryDelay, kFirstRetryDelay,
+                                                          kLongestRetryDelay);
+  host.retryAt = now_ + host.retryDelay;
+  offline_.push_back(&host);
+  for (const auto& waiting : host.waiting) tellOfMissingConnectivity(*waiting);
+}
+
+/// Tells one that waits for its host why: others have found out.
+void CurlLoop::tellOfMissingConnectivity(Transfer& transfer) {
+  transfer.lastConnectivityFailure = transfer.host->connectivityFailure;
+  transfer.client->waitsForConnectivity();
 }
 
 void CurlLoop::connectivityMayBeBack() {
@@ -445,6 +457,10 @@ void CurlLoop::retryOffline(bool isForced) {
 
 void CurlLoop::askAboutTrust(const std::shared_ptr<Transfer>& transfer) {
   CurlHost& host = *transfer->host;
+  if (++transfer->certificatesAskedAbout > kMostCertificates) {
+    return fail(transfer, makeURLError(URLError::Code::serverCertificateUntrusted,
+                                       "the server shows another certificate each time"));
+  }
   if (host.isAsking) {
     host.refused.push_back(transfer);
     return;

@@ -41,6 +41,46 @@ SecTrust presented(X509_STORE_CTX* store, X509* leaf) {
   return trust;
 }
 
+constexpr std::size_t kDecisionsKept = 64;
+
+using Signs = std::shared_ptr<CurlTrust::HandshakeSigns>;
+
+/// Where the context of a connection keeps them.
+int signsIndex() {
+  static const int index = ::SSL_CTX_get_ex_new_index(
+      0, nullptr, nullptr, nullptr, [](void*, void* signs, CRYPTO_EX_DATA*, int, long, void*) {
+        delete static_cast<Signs*>(signs);
+      });
+  return index;
+}
+
+CurlTrust::HandshakeSigns& signsOf(const SSL* tls) {
+  return **static_cast<Signs*>(::SSL_CTX_get_ex_data(::SSL_get_SSL_CTX(tls), signsIndex()));
+}
+
+/// Called when a server asks for a certificate of the client's; the handshake goes on without.
+int certificateIsAskedFor(SSL* tls, void* /*nothing*/) {
+  signsOf(tls).isCertificateAskedFor = true;
+  return 1;
+}
+
+/// Called for each step of a handshake and each alert.
+void somethingHappened(const SSL* tls, int what, int value) {
+  if (what != SSL_CB_READ_ALERT || value >> 8 != SSL3_AL_FATAL) return;
+  switch (value & 0xFF) {
+    case SSL3_AD_HANDSHAKE_FAILURE:
+    case SSL3_AD_NO_CERTIFICATE:
+    case SSL3_AD_BAD_CERTIFICATE:
+    case SSL3_AD_CERTIFICATE_UNKNOWN:
+    case TLS1_AD_ACCESS_DENIED:
+    case TLS13_AD_CERTIFICATE_REQUIRED:
+      signsOf(tls).isRefused = signsOf(tls).isCertificateAskedFor;
+      return;
+    default:
+      return;
+  }
+}
+
 }  // namespace
 
 long undecidedVerifyResult() noexcept { return X509_V_ERR_APPLICATION_VERIFICATION; }
@@ -55,15 +95,19 @@ void CurlTrust::install(CURL* easy, bool judges) {
 }
 
 void CurlTrust::decide(const Fingerprint& leaf, Decision decision) {
+  if (decisions_.size() >= kDecisionsKept) decisions_.clear();  // they are asked for again
   decisions_[leaf] = decision;
   checksNameItself_ = checksNameItself_ || decision == Decision::accept;
 }
 
 CURLcode CurlTrust::watch(CURL* /*easy*/, void* context, void* self) {
   auto* sslContext = static_cast<SSL_CTX*>(context);
-  ::SSL_CTX_set_cert_cb(sslContext, &clientCertificateWanted, self);
-  // A certificate is asked for in the handshake or not at all: later there may be nobody to tell,
-  // since an idle connection outlives what is known of its host.
+  auto signs = std::make_unique<Signs>(static_cast<CurlTrust*>(self)->signs_);
+  if (::SSL_CTX_set_ex_data(sslContext, signsIndex(), signs.get()) != 1) return CURLE_OUT_OF_MEMORY;
+  (void)signs.release();  // the context's
+  ::SSL_CTX_set_cert_cb(sslContext, &certificateIsAskedFor, nullptr);
+  ::SSL_CTX_set_info_callback(sslContext, &somethingHappened);
+  // A certificate is asked for in the handshake or not at all: later there is none to give either.
   ::SSL_CTX_set_options(sslContext, SSL_OP_NO_RENEGOTIATION);
   ::SSL_CTX_set_post_handshake_auth(sslContext, 0);
   return CURLE_OK;
@@ -72,12 +116,6 @@ CURLcode CurlTrust::watch(CURL* /*easy*/, void* context, void* self) {
 CURLcode CurlTrust::watchAndJudge(CURL* easy, void* context, void* self) {
   ::SSL_CTX_set_cert_verify_callback(static_cast<SSL_CTX*>(context), &verify, self);
   return watch(easy, context, self);
-}
-
-/// Called when a server asks for one; the handshake goes on without.
-int CurlTrust::clientCertificateWanted(SSL* /*handshake*/, void* self) {
-  static_cast<CurlTrust*>(self)->wantsClientCertificate_ = true;
-  return 1;
 }
 
 int CurlTrust::verify(X509_STORE_CTX* store, void* self) {

@@ -32,6 +32,7 @@ CurlURLSession::CurlURLSession(const URLSessionConfiguration& configuration,
       loop_(std::make_shared<CurlLoop>(configuration_, clock_, delegate != nullptr, delegateQueue_,
                                        delegateQueue == nullptr)),
       delegate_(std::move(delegate)) {
+  (void)NetworkThreads::shared();  // which learns of forks from now on
   // What is to be refused should be known by the first request.
   if (!configuration_.allowsConstrainedNetworkAccess) watchPath();
 }

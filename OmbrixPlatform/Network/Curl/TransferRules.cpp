@@ -79,6 +79,7 @@ AfterAnswer afterAnswer(const URLRequest& request, const HTTPURLResponse& respon
 AfterFailure afterFailure(const FailedExchange& exchange) noexcept {
   using enum AfterFailure;
   if (exchange.hasHeader) return fail;
+  if (exchange.isHTTP1Required) return sendByHTTP1;
   if (exchange.connectionDiedBefore) {
     return exchange.isIdempotent && !exchange.isResend ? sendAgain : fail;
   }

@@ -4,11 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "OmbrixCore/Networking/OmbrixTaskPooler.hpp"
 #include "OmbrixCore/Networking/Requests/UploadTaskPublisher.hpp"
-#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "OmbrixTesting/EventLog.hpp"
-#include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/TestServer.hpp"
 #include "Tests/OmbrixCore/Networking/ServerAPIFixture.hpp"
 
@@ -17,7 +13,6 @@ namespace {
 
 using platform::textOf;
 using platform::URL;
-using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using testing::TestServer;
 using Dictionary = std::map<std::string, platform::JSON>;
@@ -77,32 +72,28 @@ TEST_F(ServerAPIEndToEndTests, TheTokenRotates) {
   }
 }
 
-// Catches a login failure that is reported twice, or not for 400, and one that ends by itself.
-TEST_F(ServerAPIEndToEndTests, AnInvalidLoginIsReportedOnce) {
-  for (const int status : {400, 401}) {
-    std::atomic<int> logouts = 0;
-    client().setForceLogoutHandler([&] { ++logouts; });
-    const auto path = "status/" + std::to_string(status);
-    for (int i = 0; i < 3; ++i) EXPECT_FALSE(get(path));
-    EXPECT_TRUE(get("status/200"));
-    EXPECT_EQ(logouts, 1) << status;
-    EXPECT_TRUE(client().loginError());
-    client().clearLoginError();
+// Catches tokens and maintenance lost with an answer that a stale one stands in for.
+TEST_F(ServerAPIEndToEndTests, NoAnswerIsHiddenByAStaleOne) {
+  const std::pair<const char*, int> rows[]{{"stale-if-error", 503},
+                                           {"stale-while-revalidate", 200}};
+  for (const auto& [allowed, status] : rows) {
+    const std::string path = "/" + std::string(allowed);
+    const auto answer = [&](int code, const char* token) {
+      const std::string control = "max-age=0, " + std::string(allowed) + "=600";
+      server.route("GET", path, [=](const auto&) {
+        return devserver::Response{
+            .status = code,
+            .headers = {{"Cache-Control", control}, {"Authorization", token}},
+            .body = std::to_string(code)};
+      });
+    };
+    answer(200, "Bearer old");
+    ASSERT_TRUE(get(path));
+    answer(status, "Bearer new");
+    EXPECT_EQ(get(path).has_value(), status == 200);
+    EXPECT_EQ(client().jwtToken(), "new") << allowed;
+    EXPECT_EQ(client().serverIsInMaintenanceMode(), status == 503);
   }
-}
-
-// Catches a maintenance that is reported twice, or does not end with the next answer.
-TEST_F(ServerAPIEndToEndTests, MaintenanceBeginsAndEnds) {
-  std::atomic<int> maintenances = 0;
-  client().setMaintenanceHandler([&] { ++maintenances; });
-  server.setMaintenance(true);
-  EXPECT_EQ(get("resorts").error(), HTTPError::serverOfflineError());
-  EXPECT_EQ(get("resorts").error(), HTTPError::serverOfflineError());
-  EXPECT_TRUE(client().serverIsInMaintenanceMode());
-  server.setMaintenance(false);
-  EXPECT_TRUE(get("resorts"));
-  EXPECT_FALSE(client().serverIsInMaintenanceMode());
-  EXPECT_EQ(maintenances, 1);
 }
 
 // Catches statuses on the wrong side, fields out of order, and redirects that are not followed.
@@ -126,94 +117,6 @@ TEST_F(ServerAPIEndToEndTests, StatusesAndRedirects) {
               outcome)
         << path;
   }
-}
-
-// Catches a body with a charset that is parsed by the operation, and one that cannot be decoded.
-TEST_F(ServerAPIEndToEndTests, JSONWithACharset) {
-  testing::EventLog events;
-  for (const char* path : {"json-charset", "echo"}) {
-    const auto operation = std::make_shared<OmbrixAPIHttpRequestOperation>(
-        *URL::parse(path, client().endpoint()), Method::GET, platform::HTTPHeaders(),
-        [&](bool, int, const platform::JSON* json, const platform::Data*) {
-          events.add(json ? "parsed" : "not parsed");
-        },
-        client().session());
-    client().addOperation(operation);
-    operation->waitUntilFinished();
-  }
-  EXPECT_THAT(events.take(), ElementsAre("not parsed", "parsed"));
-  EXPECT_TRUE(resultOf(client().publisher<Dictionary>("json-charset")));
-}
-
-// A user who reads what the test says.
-class Reader final : public platform::LocaleService {
- public:
-  explicit Reader(std::size_t count) : count_(count) {}
-  platform::Locale current() const override { return platform::Locale("en_US"); }
-  std::vector<std::string> preferredLanguages() const override {
-    const std::vector<std::string> seven = {"en-US", "de", "fr", "it", "es", "ja", "rm"};
-    return {seven.begin(), seven.begin() + static_cast<std::ptrdiff_t>(count_)};
-  }
-
- private:
-  void reload() override {}
-  const std::size_t count_;
-};
-
-// Catches a field that is sent without languages, or not as it was built.
-TEST_F(ServerAPIEndToEndTests, LanguagesReachTheServer) {
-  const std::pair<std::size_t, std::string> cases[] = {
-      {0, "(none)"},
-      {1, "en-US, *;q=0.9"},
-      {3, "en-US, de;q=0.9, fr;q=0.8, *;q=0.7"},
-      {7, "en-US, de;q=0.9, fr;q=0.8, it;q=0.7, es;q=0.6, *;q=0.5"},
-  };
-  for (const auto& [count, field] : cases) {
-    const testing::ScopedService scoped(platform::services().locale,
-                                        std::make_shared<Reader>(count));
-    EXPECT_TRUE(get("echo"));
-    EXPECT_EQ(lastHeader("/echo", "Accept-Language"), field);
-    EXPECT_EQ(lastHeader("/echo", "Accept"), "application/json");
-  }
-}
-
-// Catches a cancelled request that is answered, or that goes on.
-TEST_F(ServerAPIEndToEndTests, CancelledByID) {
-  server.route("GET", "/held", [](const auto&) {
-    return testing::held("gate", devserver::Response::text("late"));
-  });
-  testing::EventLog events;
-  const auto id = client().completionWrapper<HTTPAnswer>(
-      client().publisher("held"), [&](const auto&) { events.add("answered"); });
-  ASSERT_TRUE(server.waitUntilHeld(1));
-  EXPECT_TRUE(client().hasOperations());
-  client().cancelRequestWithID(id);
-  EXPECT_TRUE(server.waitUntilIdle());
-  server.openGate("gate");
-  client().waitUntilAllOperationsAreFinished();
-  EXPECT_TRUE(testing::eventually([&] { return !client().hasOperations(); }));
-  EXPECT_TRUE(get("held"));
-  EXPECT_THAT(events.take(), IsEmpty());
-}
-
-// Catches identical requests that are sent twice, and a caller without a result.
-TEST_F(ServerAPIEndToEndTests, IdenticalRequestsArePooled) {
-  server.route("GET", "/held", [](const auto&) {
-    return testing::held("gate", devserver::Response::text("shared"));
-  });
-  OmbrixTaskPooler<HTTPAnswer> pooler;
-  std::vector<platform::Task<HTTPAnswer>> callers;
-  callers.push_back(pooler.run(client().publisher("held"), "held").start());
-  ASSERT_TRUE(server.waitUntilHeld(1));
-  for (int i = 0; i < 4; ++i) {
-    callers.push_back(pooler.run(client().publisher("held"), "held").start());
-  }
-  const auto other = pooler.run(client().publisher("resorts"), "resorts").start();
-  EXPECT_EQ(other.get().code, 200);
-  server.openGate("gate");
-  for (const auto& caller : callers) EXPECT_EQ(textOf(caller.get().data), "shared");
-  // A caller that came only after the answer asked for itself.
-  EXPECT_LT(server.requestCount("/held"), callers.size());
 }
 
 // Catches an upload without demand, a body that does not arrive whole, and a wrong answer.

@@ -26,6 +26,7 @@ TEST(TransferRulesTests, FailedExchangesLeadToWhatIsSafe) {
       {{.wasSent = true, .connectionDiedBefore = true, .isResend = true, .isIdempotent = true},     fail},
       {{.hasHeader = true, .wasSent = true, .connectionDiedBefore = true, .isIdempotent = true},    fail},
       {{.wasSent = true, .isIdempotent = true},                                                     fail},
+      {{.wasSent = true, .connectionDiedBefore = true, .isHTTP1Required = true},                    sendByHTTP1},
       {{.foundSurplus = true},                                                                      tryOther},
       {{.isUndecided = true},                                                                       askAboutTrust},
       {{.wasSent = true, .isUndecided = true},                                                      fail},

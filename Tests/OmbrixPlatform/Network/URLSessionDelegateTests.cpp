@@ -45,7 +45,7 @@ class RecordingDelegate : public URLSessionDelegate {
   Trust trust = Trust::performDefaultHandling;
   bool judges = true;
   bool givesCredential = true;
-  bool follows = true;
+  int follows = 100;  // redirects
   ResponseDisposition response = ResponseDisposition::allow;
   std::atomic<int> challenges = 0;
   std::atomic<bool> wasElsewhere = false;  // a call off the delegate queue
@@ -64,9 +64,10 @@ class RecordingDelegate : public URLSessionDelegate {
   void willPerformHTTPRedirection(URLSession& session, URLSessionTask&,
                                   const std::shared_ptr<const HTTPURLResponse>& answered,
                                   URLRequest next, RedirectHandler handler) override {
-    note(session, "redirect " + std::to_string(answered->statusCode()));
+    const auto token = answered->valueForHTTPHeaderField("Authorization");
+    note(session, "redirect " + std::to_string(answered->statusCode()) + (token ? " token" : ""));
     answer([this, handler = std::move(handler), next]() mutable {
-      handler(follows ? std::optional(std::move(next)) : std::nullopt);
+      handler(follows-- > 0 ? std::optional(std::move(next)) : std::nullopt);
     });
   }
   void didReceiveResponse(URLSession& session, URLSessionDataTask&,
@@ -173,6 +174,7 @@ TEST(URLSessionDelegateTests, ServersAreTrustedAsTheDelegateSays) {
 // Catches handshakes broken off to ask a delegate that does not want to judge.
 TEST(URLSessionDelegateTests, OnlyServersToBeJudgedAreAskedAbout) {
   const TestServer server;
+  const TestServer plain(TestServer::Wire::plain);
   for (const bool judges : {false, true}) {
     const auto delegate = std::make_shared<RecordingDelegate>();
     delegate->judges = judges;
@@ -182,6 +184,9 @@ TEST(URLSessionDelegateTests, OnlyServersToBeJudgedAreAskedAbout) {
     EXPECT_EQ(outcome.summary(), judges ? "200 ok" : summaryOf(Code::serverCertificateUntrusted));
     EXPECT_EQ(delegate->challenges, judges ? 1 : 0);
     EXPECT_EQ(server.counters().connections - before, judges ? 2U : 1U);
+    const std::string there = server.url("/status/200?body=there");
+    EXPECT_EQ(fetch(*sessionFor(delegate), requestTo(plain.url("/redirect?to=" + there))).summary(),
+              judges ? "200 there" : summaryOf(Code::serverCertificateUntrusted));
   }
 }
 
@@ -285,9 +290,15 @@ TEST(URLSessionDelegateTests, TheDelegateIsAskedAndToldInOrder) {
 TEST(URLSessionDelegateTests, RefusalsEndTheTask) {
   TestServer server(TestServer::Wire::plain);
   const auto delegate = std::make_shared<RecordingDelegate>();
-  delegate->follows = false;
+  delegate->follows = 1;
   const auto session = sessionFor(delegate);
-  EXPECT_EQ(fetch(*session, requestTo(server.url("/redirect?to=/echo"))).status(), 302);
+  // The other origin's token is for nobody here.
+  TestServer other(TestServer::Wire::plain);
+  const std::string there = other.url("/redirect?to=/echo%26header=Authorization:t");
+  const auto declined = fetch(*session, requestTo(server.url("/redirect?to=" + there)));
+  EXPECT_EQ(declined.status(), 302);
+  EXPECT_FALSE(declined.response->valueForHTTPHeaderField("Authorization"));
+  EXPECT_THAT(delegate->log.take(), ::testing::Contains("redirect 302").Times(2));
   for (const auto manner : {RecordingDelegate::Manner::now, RecordingDelegate::Manner::later}) {
     delegate->manner = manner;
     delegate->response = URLSessionDelegate::ResponseDisposition::cancel;
@@ -313,6 +324,24 @@ TEST(URLSessionDelegateTests, AQuestionIsPutOnce) {
   EXPECT_LT(session.use_count(), 20) << "each question waits with its session";
   gate.set_value();
   EXPECT_EQ(running.outcome().status(), 200);
+}
+
+// Catches requests that are sent again over TLS although the answer has begun, and safe ones given
+// up although the connection only ended.
+TEST(URLSessionDelegateTests, WhatIsAnsweredInPartIsNotSentAgain) {
+  TestServer server;
+  const auto delegate = std::make_shared<RecordingDelegate>();
+  delegate->trust = Trust::useCredential;
+  const auto session = sessionFor(delegate);
+  for (const std::string bytes : {"", "HTTP/1.1 20"}) {
+    const std::string path = "/cut" + std::to_string(bytes.size());
+    server.route("GET", path, [bytes](const auto&) {
+      return devserver::Response::following({devserver::Send{bytes}, devserver::End::close});
+    });
+    ASSERT_EQ(fetch(*session, requestTo(server.url("/status/200"))).status(), 200);
+    EXPECT_EQ(fetch(*session, requestTo(server.url(path))).code(), Code::networkConnectionLost);
+    EXPECT_EQ(server.requestCount(path), bytes.empty() ? 2 : 1);
+  }
 }
 
 // Catches streamed answers that are gathered, lost in part, or handed over after the end.

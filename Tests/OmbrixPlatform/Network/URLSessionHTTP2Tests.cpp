@@ -35,6 +35,12 @@ class TrustingDelegate final : public URLSessionDelegate {
   }
 };
 
+std::shared_ptr<URLSession> trustingSession() {
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.loopbackHosts = {"api.ombrix.test"};
+  return URLSession::make(configuration, std::make_shared<TrustingDelegate>());
+}
+
 // A server of HTTP/2 only, which serves "file" and gives back what is posted.
 class URLSessionHTTP2Tests : public ::testing::Test {
  protected:
@@ -103,9 +109,7 @@ TEST(URLSessionHTTP2AttackTests, EveryAnswerIsWholeOrAnError) {
   testing::RawHTTP2Server server([&](std::uint32_t stream) {
     return attacks[left.fetch_sub(1) > 0 ? current.load() : 0].reply(stream);
   });
-  auto configuration = URLSessionConfiguration::ephemeral();
-  configuration.loopbackHosts = {"api.ombrix.test"};
-  const auto session = URLSession::make(configuration, std::make_shared<TrustingDelegate>());
+  const auto session = trustingSession();
   const auto request = testing::requestTo(server.url());
   for (const auto& attack : attacks) {
     SCOPED_TRACE(attack.name);
@@ -141,9 +145,7 @@ TEST(URLSessionHTTP2AttackTests, SafeRequestsGoOnceMoreWhenTheirConnectionEnds) 
     if (deaths.fetch_sub(1) > 0) return testing::RawHTTP2Server::Reply{.bytes = "", .closes = true};
     return testing::http2Attacks().front().reply(stream);
   });
-  auto configuration = URLSessionConfiguration::ephemeral();
-  configuration.loopbackHosts = {"api.ombrix.test"};
-  const auto session = URLSession::make(configuration, std::make_shared<TrustingDelegate>());
+  const auto session = trustingSession();
   const auto first = testing::requestTo(server.url());
   for (const auto* const method : {"GET", "PUT", "POST"}) {
     for (const int dying : {1, 2}) {
@@ -164,17 +166,46 @@ TEST(URLSessionHTTP2AttackTests, SafeRequestsGoOnceMoreWhenTheirConnectionEnds) 
   }
 }
 
-// Catches a server's wish for a certificate told as some failure of TLS or of the connection.
-TEST(URLSessionHTTP2AttackTests, TheWishForAClientCertificateIsToldAsSuch) {
-  for (const int newestTLS : {TLS1_2_VERSION, TLS1_3_VERSION}) {
-    testing::RawHTTP2Server server([](auto) { return testing::RawHTTP2Server::Reply{}; }, true,
-                                   newestTLS);
-    auto configuration = URLSessionConfiguration::ephemeral();
-    configuration.loopbackHosts = {"api.ombrix.test"};
-    const auto session = URLSession::make(configuration, std::make_shared<TrustingDelegate>());
-    const auto outcome = testing::fetch(*session, testing::requestTo(server.url()));
-    EXPECT_EQ(outcome.code(), URLError::Code::clientCertificateRequired)
-        << newestTLS << (outcome.error ? outcome.error->what() : "");
+// Catches requests given up, or sent to nowhere again, where the server wants them over HTTP/1.1.
+TEST(URLSessionHTTP2AttackTests, WhatIsWantedOverHTTP1GoesThere) {
+  std::atomic<int> arrivals = 0;
+  testing::RawHTTP2Server server([&](std::uint32_t stream) {
+    ++arrivals;
+    return testing::RawHTTP2Server::Reply{testing::RawHTTP2Server::reset(stream, 13)};
+  });
+  const auto session = trustingSession();
+  auto request = testing::requestTo(server.url());
+  request.httpMethod = "POST";
+  request.httpBody = dataFrom("body");
+  auto running = testing::start(*session, request);
+  const auto outcome = running.outcome();
+  EXPECT_EQ(outcome.summary(), "200 abc") << (outcome.error ? outcome.error->what() : "");
+  EXPECT_EQ(running.task->metrics().networkProtocol, "http/1.1");
+  EXPECT_EQ(running.task->metrics().resendCount, 1);
+  EXPECT_EQ(arrivals, 1);
+}
+
+// Catches a server's wish for a certificate told as some failure of TLS or of the connection, and a
+// lost connection told as that of a server that would only have liked one; and handshakes without
+// end with one that shows a new certificate each time.
+TEST(URLSessionHTTP2AttackTests, FailuresOfCertificatesAreToldAsSuch) {
+  using Options = testing::RawHTTP2Server::Options;
+  constexpr int kRequired = SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT;
+  const std::pair<Options, URLError::Code> rows[]{
+      {{.verifyMode = kRequired, .newestTLS = TLS1_2_VERSION},
+       URLError::Code::clientCertificateRequired},
+      {{.verifyMode = kRequired}, URLError::Code::clientCertificateRequired},
+      {{.verifyMode = SSL_VERIFY_PEER}, URLError::Code::networkConnectionLost},
+      {{.verifyMode = SSL_VERIFY_PEER | SSL_VERIFY_POST_HANDSHAKE},
+       URLError::Code::networkConnectionLost},
+      {{.changesCertificate = true}, URLError::Code::serverCertificateUntrusted},
+  };
+  for (const auto& [options, code] : rows) {
+    testing::RawHTTP2Server server(
+        [](auto) { return testing::RawHTTP2Server::Reply{.bytes = "", .closes = true}; }, options);
+    const auto outcome = testing::fetch(*trustingSession(), testing::requestTo(server.url()));
+    EXPECT_EQ(outcome.code(), code) << (outcome.error ? outcome.error->what() : "");
+    EXPECT_FALSE(server.mayAskLater()) << "when nobody listens who could be told";
   }
 }
 

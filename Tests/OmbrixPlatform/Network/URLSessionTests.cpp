@@ -58,6 +58,10 @@ TEST(URLSessionTests, RequestsGoOutAsTheyAreStated) {
     EXPECT_EQ(sent->headers.find("Content-Type"), nullptr);
     EXPECT_EQ(sent->headers.find("Expect"), nullptr);
   }
+  URLRequest part = requestTo(server.url("/echo"));
+  part.headers = {{"Range", "bytes=0-9"}};
+  EXPECT_EQ(fetch(*session, part).status(), 200);
+  EXPECT_EQ(server.requests().back()->headers.value("Accept-Encoding"), "identity");
   EXPECT_EQ(server.counters().connections, 1U) << "connections are kept";
 }
 
@@ -140,59 +144,6 @@ TEST(URLSessionTests, RedirectsAreFollowedByTheRules) {
   for (const auto& [url, code] : broken) EXPECT_EQ(fetch(*session, requestTo(url)).code(), code);
 }
 
-// Catches answers that come from the wrong place: the cache where the server must be asked, the
-// server where the cache has it.
-TEST(URLSessionTests, TheCacheIsAskedFirstAndLearns) {
-  using enum URLRequest::CachePolicy;
-  using FetchType = URLSessionTaskMetrics::FetchType;
-  TestServer server(TestServer::Wire::plain);
-  auto configuration = URLSessionConfiguration::ephemeral();
-  configuration.urlCache = URLCache::make(1 << 20, 0, std::nullopt);
-  const auto session = URLSession::make(configuration);
-  const std::string fresh = "/cache/fresh?cache-control=max-age=600";
-  const std::string checked = "/cache/checked?cache-control=no-cache&etag=%22e%22";
-  const std::string moved =
-      "/redirect?status=301&to=/cache/fresh%3Fcache-control=max-age=600"
-      "&header=Cache-Control:max-age=600";
-  struct Case {
-    std::string path;
-    URLRequest::CachePolicy policy;
-    int status;  // 0: `resourceUnavailable`
-    FetchType fetchType;
-    std::uint64_t requests;  // that the server sees
-  };
-  // clang-format off: a table
-  const std::vector<Case> cases{
-      {fresh,   returnCacheDataDontLoad,      0,   FetchType::unknown,     0},
-      {fresh,   useProtocolCachePolicy,       200, FetchType::networkLoad, 1},
-      {fresh,   useProtocolCachePolicy,       200, FetchType::localCache,  0},
-      {fresh,   returnCacheDataDontLoad,      200, FetchType::localCache,  0},
-      {fresh,   reloadIgnoringLocalCacheData, 200, FetchType::networkLoad, 1},
-      {checked, useProtocolCachePolicy,       200, FetchType::networkLoad, 1},
-      {checked, useProtocolCachePolicy,       200, FetchType::validated,   1},
-      {checked, returnCacheDataElseLoad,      200, FetchType::localCache,  0},
-      {moved,   useProtocolCachePolicy,       200, FetchType::localCache,  1},
-      {moved,   useProtocolCachePolicy,       200, FetchType::localCache,  0},
-  };
-  // clang-format on
-  for (const Case& row : cases) {
-    SCOPED_TRACE(&row - cases.data());
-    server.forgetRequests();
-    URLRequest request = requestTo(server.url(row.path));
-    request.cachePolicy = row.policy;
-    auto running = testing::start(*session, request);
-    const auto outcome = running.outcome();
-    EXPECT_EQ(server.counters().requests, row.requests);
-    if (row.status == 0) {
-      EXPECT_EQ(outcome.code(), URLError::Code::resourceUnavailable);
-      continue;
-    }
-    EXPECT_EQ(outcome.status(), row.status);
-    EXPECT_FALSE(outcome.text().empty());
-    EXPECT_EQ(running.task->metrics().fetchType, row.fetchType);
-  }
-}
-
 // Catches an empty 304 handed to a caller who set no condition, since the server means another
 // answer than the one that is kept.
 TEST(URLSessionTests, AnAnswerThatIsNotConfirmedIsLoadedAfresh) {
@@ -217,10 +168,14 @@ TEST(URLSessionTests, AnAnswerThatIsNotConfirmedIsLoadedAfresh) {
 // Catches more transfers to a host at once than allowed, fewer than there could be, and a queue
 // that serves the last comer first.
 TEST(URLSessionTests, TransfersToAHostTakeTurnsInOrder) {
-  for (const std::size_t width : {1U, 6U}) {
+  const struct {
+    std::size_t perHost, inAll, width;
+  } rows[]{{1, 64, 1}, {6, 64, 6}, {6, 2, 2}, {0, 0, 1}};
+  for (const auto& [perHost, inAll, width] : rows) {
     TestServer server(TestServer::Wire::plain);
     auto configuration = URLSessionConfiguration::ephemeral();
-    configuration.httpMaximumConnectionsPerHost = width;
+    configuration.httpMaximumConnectionsPerHost = perHost;
+    configuration.httpMaximumConnections = inAll;
     const auto session = URLSession::make(configuration);
     server.route("GET", "/held/*",
                  [](const auto&) { return testing::held("gate", devserver::Response::text("x")); });

@@ -42,11 +42,11 @@ inline const std::vector<HTTP2Attack>& http2Attacks() {
       {"early hints",         [](auto s) { return Reply{many(50, S::headers(s, S::field(":status", "103"))) + whole(s)}; }, true},
       {"reset after the end", [](auto s) { return Reply{whole(s) + S::reset(s, 0)}; }, true},
       {"going away politely", [](auto s) { return Reply{S::goAway(s, 0) + whole(s)}; }, true},
+      {"HTTP/1.1 wanted",     [](auto s) { return Reply{S::reset(s, 13)}; }, true},
       {"pings with it",       [](auto s) { return Reply{many(100, ping) + whole(s)}; }, true},
 
       {"reset at once",       [](auto s) { return Reply{S::reset(s, 2)}; }},
       {"refused",             [](auto s) { return Reply{S::reset(s, 7)}; }},
-      {"HTTP/1.1 wanted",     [](auto s) { return Reply{S::reset(s, 13)}; }},
       {"reset in the body",   [](auto s) { return Reply{S::headers(s, ok) + S::data(s, "ab") + S::reset(s, 2)}; }},
       {"reset, no error",     [](auto s) { return Reply{S::headers(s, lengthOf("3")) + S::data(s, "ab") + S::reset(s, 0)}; }},
       {"too short a body",    [](auto s) { return Reply{S::headers(s, lengthOf("9")) + S::data(s, "abc", S::kEndStream)}; }},

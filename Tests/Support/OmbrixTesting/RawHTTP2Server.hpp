@@ -6,13 +6,13 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <array>
 #include <atomic>
 #include <csignal>
 #include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -50,16 +50,19 @@ class RawHTTP2Server {
   /// Called on the thread of a connection, with a request's stream once it is there whole.
   using Handler = std::function<Reply(std::uint32_t stream)>;
 
-  /// @param newestTLS A version of OpenSSL's.
-  explicit RawHTTP2Server(Handler handler, bool wantsClientCertificate = false,
-                          int newestTLS = TLS1_3_VERSION)
-      : handler_(std::move(handler)) {
+  struct Options {
+    int verifyMode = SSL_VERIFY_NONE;  ///< OpenSSL's, for certificates of clients
+    int newestTLS = TLS1_3_VERSION;
+    bool changesCertificate = false;  ///< with each connection
+  };
+
+  explicit RawHTTP2Server(Handler handler) : RawHTTP2Server(std::move(handler), Options()) {}
+  RawHTTP2Server(Handler handler, const Options& options)
+      : handler_(std::move(handler)), options_(options) {
     SSL_CTX* context = identity_.context.get();
-    ::SSL_CTX_set_alpn_select_cb(context, &chooseHTTP2, nullptr);
-    (void)::SSL_CTX_set_max_proto_version(context, newestTLS);
-    if (wantsClientCertificate) {
-      ::SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
-    }
+    ::SSL_CTX_set_alpn_select_cb(context, &chooseProtocol, nullptr);
+    (void)::SSL_CTX_set_max_proto_version(context, options.newestTLS);
+    ::SSL_CTX_set_verify(context, options.verifyMode, nullptr);
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -86,6 +89,11 @@ class RawHTTP2Server {
   RawHTTP2Server& operator=(const RawHTTP2Server&) = delete;
 
   [[nodiscard]] int port() const noexcept { return port_; }
+
+  /// Whether a client takes the question for its certificate behind the handshake; for
+  /// SSL_VERIFY_POST_HANDSHAKE.
+  [[nodiscard]] bool mayAskLater() const noexcept { return mayAskLater_; }
+
   [[nodiscard]] std::string url(std::string_view path = "/") const {
     return "https://api.ombrix.test:" + std::to_string(port_) + std::string(path);
   }
@@ -126,11 +134,13 @@ class RawHTTP2Server {
   }
 
  private:
-  static int chooseHTTP2(SSL*, const unsigned char** chosen, unsigned char* size,
-                         const unsigned char*, unsigned, void*) {
-    static constexpr std::array<unsigned char, 2> kName{'h', '2'};
-    *chosen = kName.data();
-    *size = kName.size();
+  static int chooseProtocol(SSL*, const unsigned char** chosen, unsigned char* size,
+                            const unsigned char* offered, unsigned offeredBytes, void*) {
+    const std::string_view names(reinterpret_cast<const char*>(offered), offeredBytes);
+    const auto at = names.find("\x02h2");
+    if (at == std::string_view::npos) return SSL_TLSEXT_ERR_NOACK;
+    *chosen = offered + at + 1;
+    *size = 2;
     return SSL_TLSEXT_ERR_OK;
   }
 
@@ -149,13 +159,41 @@ class RawHTTP2Server {
     ::sigemptyset(&brokenPipe);
     ::sigaddset(&brokenPipe, SIGPIPE);
     ::pthread_sigmask(SIG_BLOCK, &brokenPipe, nullptr);
-    const std::unique_ptr<SSL, decltype(&::SSL_free)> tls(::SSL_new(identity_.context.get()),
-                                                          &::SSL_free);
+    std::optional<devserver::Identity> own;
+    if (options_.changesCertificate) {
+      own = devserver::makeIdentity(devserver::Certificate::selfSigned);
+    }
+    const std::unique_ptr<SSL, decltype(&::SSL_free)> tls(
+        ::SSL_new((own ? *own : identity_).context.get()), &::SSL_free);
     ::SSL_set_fd(tls.get(), socket);
-    if (::SSL_accept(tls.get()) == 1) converse(tls.get());
+    if (::SSL_accept(tls.get()) == 1) {
+      if ((options_.verifyMode & SSL_VERIFY_POST_HANDSHAKE) != 0) {
+        mayAskLater_ = ::SSL_verify_client_post_handshake(tls.get()) == 1;
+      }
+      const unsigned char* protocol = nullptr;
+      unsigned size = 0;
+      ::SSL_get0_alpn_selected(tls.get(), &protocol, &size);
+      size == 0 ? answerByHTTP1(tls.get()) : converse(tls.get());
+    }
     const std::lock_guard lock(mutex_);
     std::erase(sockets_, socket);
     ::close(socket);
+  }
+
+  /// "200 abc", whatever a client asks that speaks nothing else.
+  static void answerByHTTP1(SSL* tls) {
+    constexpr std::string_view kLength = "Content-Length: ";
+    std::string header;
+    for (std::string byte(1, '\0'); !header.ends_with("\r\n\r\n"); header += byte) {
+      if (!read(tls, byte)) return;
+    }
+    const auto length = header.find(kLength);
+    std::string body;
+    if (length != std::string::npos)
+      body.resize(std::stoul(header.substr(length + kLength.size())));
+    if (!read(tls, body)) return;
+    write(tls, "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc");
+    read(tls, header);  // until the client ends it
   }
 
   void converse(SSL* tls) const {
@@ -200,10 +238,12 @@ class RawHTTP2Server {
   }
 
   const Handler handler_;
+  const Options options_;
   const devserver::Identity identity_ = devserver::makeIdentity(devserver::Certificate::selfSigned);
   const int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   int port_ = 0;
   std::atomic<bool> isStopping_ = false;
+  std::atomic<bool> mayAskLater_ = false;
   std::mutex mutex_;  // guards what follows
   std::vector<int> sockets_;
   std::vector<std::jthread> threads_;  // the first one accepts

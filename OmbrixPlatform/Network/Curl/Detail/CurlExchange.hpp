@@ -71,7 +71,9 @@ class CurlExchange {
   CURLcode nudge();
 
   /// The connection that it uses, where it is one of HTTP/2; 0: another, or none yet.
-  [[nodiscard]] std::uint64_t streamsConnection() const noexcept { return streamsConnection_; }
+  [[nodiscard]] std::uint64_t streamsConnection() const noexcept {
+    return carriesStreams_ ? connection_ : 0;
+  }
 
   /// Whether the final answer's header has come.
   [[nodiscard]] bool hasHeader() const noexcept { return response_ != nullptr; }
@@ -113,7 +115,9 @@ class CurlExchange {
   bool keep(DataView decoded);
   std::size_t pause(std::size_t consumed, bool yields);
   bool fail(URLError::Code code, const char* sentence);
-  [[nodiscard]] bool streamDiedBefore(CURLcode code) const noexcept;
+  [[nodiscard]] bool refusesToSendAgain() noexcept;
+  [[nodiscard]] bool saysThatHTTP1IsRequired() const noexcept;
+  [[nodiscard]] bool connectionDiedBefore(CURLcode code) const noexcept;
   [[nodiscard]] URLSessionTaskMetrics steps() const;
 
   CURL* const easy_;
@@ -137,15 +141,18 @@ class CurlExchange {
   std::chrono::steady_clock::duration timeLimit_{};
   TimePoint lastProgress_;
   std::int64_t progressSeen_ = 0;
-  std::uint64_t streamsConnection_ = 0;
-  int sendings_ = 0;       // connections that were given the request
-  int socketError_ = 0;    // errno of the last socket that could not be opened
-  bool isReused_ = false;  // the connection
-  bool hasLine_ = false;   // of an answer's header
+  std::uint64_t connection_ = 0;  // its number
+  int sendings_ = 0;              // connections that were given the request
+  int socketError_ = 0;           // errno of the last socket that could not be opened
+  bool isReused_ = false;         // the connection
+  bool carriesStreams_ = false;
+  bool hasLine_ = false;  // of an answer's header
   bool isPaused_ = false;
   bool isYielding_ = false;
   bool foundSurplus_ = false;
   bool wouldBeSentAgain_ = false;
+  bool answerHasBegun_ = false;  // on the connection that died
+  bool isHTTP1Required_ = false;
   Date requestTime_{};
   Date responseTime_{};
 };

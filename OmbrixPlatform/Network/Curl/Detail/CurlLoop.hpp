@@ -43,6 +43,7 @@ struct CurlHost {
   bool isOffline = false;                          // nothing starts before:
   TimePoint retryAt{};
   std::chrono::milliseconds retryDelay{};
+  std::shared_ptr<const URLError> connectivityFailure;  // why it is offline
 };
 
 /// The network thread of one session: a libcurl multi handle, the queues in front of it and the
@@ -107,6 +108,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void failed(CurlExchange& exchange, const CurlFailure& failure);
   void requeue(const std::shared_ptr<Transfer>& transfer);
   void awaitConnectivity(const std::shared_ptr<Transfer>& transfer);
+  static void tellOfMissingConnectivity(Transfer& transfer);
   void retryOffline(bool isForced);
   void askAboutTrust(const std::shared_ptr<Transfer>& transfer);
   void trustAnswered(CurlHost& host, const CurlTrust::Fingerprint& leaf,
@@ -126,6 +128,8 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   const bool hasDelegate_;
   const std::shared_ptr<DispatchQueue> queue_;
   const bool isOwnQueue_;
+  const std::size_t maximumConnections_;
+  const std::size_t maximumConnectionsPerHost_;
 
   FutexLock lock_;  // guards the mail
   std::vector<std::shared_ptr<Transfer>> submitted_;

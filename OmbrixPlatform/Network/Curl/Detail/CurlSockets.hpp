@@ -2,7 +2,9 @@
 
 #include <curl/curl.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <vector>
 
@@ -28,13 +30,23 @@ class CurlSockets {
   /// Makes a transfer close its sockets here.
   void installClosing(CURL* easy);
 
+  /// The number of a connection, never used again; 0 for one that was not opened here.
+  [[nodiscard]] std::uint64_t numberOf(const Connection& connection);
+
+  /// Whether the connection that a transfer is about to use is one of HTTP/2.
+  [[nodiscard]] static bool carriesStreams(CURL* easy);
+
   /// Whether a connection of HTTP/1 that is about to be used again holds bytes that its server sent
   /// without being asked. Over TLS the bytes of the protocol itself do not count.
-  [[nodiscard]] bool hasUnreadBytes(CURL* easy, const Connection& connection);
+  [[nodiscard]] bool hasUnreadBytes(CURL* easy, std::uint64_t number) const;
 
-  /// A number for the connection that a transfer over TLS is about to use, if it is one of HTTP/2;
-  /// else 0.
-  [[nodiscard]] std::uint64_t streamsConnection(CURL* easy, const Connection& connection);
+  /// A request goes out on a connection of HTTP/1.
+  void requestBegins(std::uint64_t number, bool isSecure);
+
+  /// Whether a connection that is closed now had brought bytes since its last request began. So
+  /// few as its end takes do not count: one byte, over TLS at most 9 in a record of their own, are
+  /// not told from that.
+  [[nodiscard]] bool endedInAnAnswer(std::uint64_t number) const noexcept;
 
   /// Whether the connection of that number is closed, or its server has ended it.
   [[nodiscard]] bool hasEnded(std::uint64_t number) const noexcept;
@@ -43,14 +55,18 @@ class CurlSockets {
   struct Socket {
     curl_socket_t descriptor = CURL_SOCKET_BAD;
     std::uint64_t number = 0;
-    Connection ends;  // without ports until it is connected and asked for
+    Connection ends;                          // without ports until it is connected and asked for
+    std::uint64_t bytesAllowed = kNoRequest;  // received in all, without any of an answer
   };
+  static constexpr std::uint64_t kNoRequest = ~std::uint64_t{};
+  static constexpr std::size_t kEndedKept = 64;
 
   static int close(void* self, curl_socket_t descriptor);
 
-  Socket* find(const Connection& connection);
+  [[nodiscard]] const Socket* find(std::uint64_t number) const noexcept;
 
   std::vector<Socket> sockets_;
+  std::deque<std::uint64_t> endedInAnswers_;  // the last of them
   std::uint64_t lastNumber_ = 0;
 };
 

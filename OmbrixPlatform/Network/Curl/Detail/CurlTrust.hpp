@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -14,8 +15,8 @@
 
 namespace ombrix::platform::detail {
 
-/// What a session knows of the certificates of one host and port. Network thread only; it must
-/// outlive every connection to its host.
+/// What a session knows of the certificates of one host and port. Network thread only; where it
+/// judges it must outlive every connection to its host.
 class CurlTrust {
  public:
   using Fingerprint = std::array<std::byte, 32>;  // SHA-256 of a certificate
@@ -40,9 +41,12 @@ class CurlTrust {
   /// @param judges Whether its server is verified here; else libcurl does it alone.
   void install(CURL* easy, bool judges);
 
-  /// Whether the server has asked for a certificate of the client's, and not answered since.
-  [[nodiscard]] bool wantsClientCertificate() const noexcept { return wantsClientCertificate_; }
-  void hasAnswered() noexcept { wantsClientCertificate_ = false; }
+  /// What the server has said in handshakes since its last answer.
+  struct HandshakeSigns {
+    bool isCertificateAskedFor = false;  ///< one of the client's; it may do without
+    bool isRefused = false;              ///< it has broken off for want of one
+  };
+  [[nodiscard]] HandshakeSigns& signs() const noexcept { return *signs_; }
 
   /// Takes the question that has come up since the last call.
   std::optional<Question> takeQuestion() { return std::exchange(question_, std::nullopt); }
@@ -57,7 +61,6 @@ class CurlTrust {
  private:
   static CURLcode watch(CURL* easy, void* context, void* self);
   static CURLcode watchAndJudge(CURL* easy, void* context, void* self);
-  static int clientCertificateWanted(struct ssl_st* handshake, void* self);
   static int verify(struct x509_store_ctx_st* store, void* self);
   [[nodiscard]] bool isForHost(struct x509_store_ctx_st* store) const;
   int verifyByDefault(struct x509_store_ctx_st* store) const;
@@ -66,7 +69,8 @@ class CurlTrust {
   const std::uint16_t port_;
   std::map<Fingerprint, Decision> decisions_;
   std::optional<Question> question_;
-  bool wantsClientCertificate_ = false;
+  // Connections hold on to it: they may outlive what is known of their host.
+  const std::shared_ptr<HandshakeSigns> signs_ = std::make_shared<HandshakeSigns>();
   bool checksNameItself_ = false;  // libcurl's check is off since a certificate was accepted
 };
 

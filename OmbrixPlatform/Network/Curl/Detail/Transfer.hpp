@@ -104,7 +104,9 @@ struct Transfer {
   std::shared_ptr<const URLError> lastConnectivityFailure;
   bool isKnown = false;
   bool isQueued = false;
-  bool isResend = false;  // its request was sent once, and goes once more
+  bool isResend = false;   // its request was sent once, and goes once more
+  bool usesHTTP1 = false;  // the server refuses it over HTTP/2
+  int certificatesAskedAbout = 0;
 };
 
 }  // namespace ombrix::platform::detail

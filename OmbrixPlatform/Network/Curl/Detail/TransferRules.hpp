@@ -53,8 +53,9 @@ struct FailedExchange {
   bool connectionDiedBefore = false;  ///< a connection in use again died before any answer
   bool isResend = false;              ///< it was the second sending already
   bool isIdempotent = false;
-  bool foundSurplus = false;  ///< bytes that nobody had asked for lay on the connection
-  bool isUndecided = false;   ///< nobody has decided about the server's certificate
+  bool isHTTP1Required = false;  ///< the server has done nothing, and wants it over HTTP/1.1
+  bool foundSurplus = false;     ///< bytes that nobody had asked for lay on the connection
+  bool isUndecided = false;      ///< nobody has decided about the server's certificate
   bool isMissingConnectivity = false;
   bool waitsForConnectivity = false;  ///< the session does
 };
@@ -62,6 +63,7 @@ struct FailedExchange {
 enum class AfterFailure : std::uint8_t {
   fail,
   sendAgain,          ///< once, on a new connection
+  sendByHTTP1,        ///< once, on a new connection
   tryOther,           ///< on another connection; nothing was sent
   askAboutTrust,      ///< then try again
   awaitConnectivity,  ///< then try again

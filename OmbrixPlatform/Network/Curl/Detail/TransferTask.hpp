@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
@@ -82,7 +83,10 @@ class TransferTask final : public URLSessionUploadTask,
   [[nodiscard]] std::shared_ptr<const URLRequest> request() const;
   [[nodiscard]] URLCache* cacheOf(const CurlURLSession& session) const;
   template <class Change>
-  void changeMetrics(Change change);
+  void changeMetrics(Change change) {
+    const std::lock_guard lock(lock_);
+    change(metrics_);
+  }
 
   void begin(std::shared_ptr<const URLRequest> request);
   [[nodiscard]] bool answeredByCache(CurlURLSession& session, URLCache& cache,
