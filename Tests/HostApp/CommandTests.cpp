@@ -8,9 +8,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 #include <iterator>
 #include <string>
 
+#include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/SmallDisk.hpp"
 #include "Program.hpp"
@@ -182,6 +184,21 @@ TEST(CommandTests, BadRowsAreCountedAndLeftOut) {
   const Outcome text = run(folder, "day day.csv --units miles");
   EXPECT_EQ(text.status, 0);
   EXPECT_THAT(text.output, HasSubstr("6 read, 2 skipped, 2 used, 4 off the globe"));
+  const Outcome both = run(folder, "day missing.csv day.csv");
+  EXPECT_EQ(both.status, 1);
+  EXPECT_THAT(both.output, HasSubstr("6 read, 2 skipped")) << "the one that can be read";
+}
+
+// Catches a file of little track that takes memory by its size.
+TEST(CommandTests, AHugeFileIsReadInLittleMemory) {
+  if (testing::kUnderSanitizer) GTEST_SKIP() << "the sanitizers need address space themselves";
+  const testing::ScopedDir folder;
+  const fs::path track = folder.write("day.csv", "1700000000,46.5,7.25,1500,90,5,3,4\n");
+  fs::resize_file(track, std::uintmax_t{300} << 20);
+  std::ofstream(track, std::ios::app) << "\n1700000001,46.5,7.25,1500,90,5,3,4\n";
+  const Outcome outcome = run(folder, "day day.csv", "ulimit -v 262144; ");
+  EXPECT_EQ(outcome.status, 0) << outcome.output;
+  EXPECT_THAT(outcome.output, HasSubstr("2 read, 1 skipped, 2 used"));
 }
 
 // Catches options that do not reach the formatters, and style where no terminal asks for it.
@@ -193,6 +210,7 @@ TEST(CommandTests, FormatsValuesInUnitsAndLanguages) {
   };
   const Case cases[] = {
       {"speed 10 --units kilometers", "36.0 KM/H"},
+      {"speed 1e-400 --units kilometers", "0.0 KM/H"},
       {"speed 10 --units british --style long", "22.4 MILES PER HOUR"},
       {"vertical 1000 --units miles --style value", "3,281"},
       {"distance 1500 --locale de_DE", "1,5 KM"},

@@ -15,10 +15,11 @@ struct Outcome {
   std::string output;  ///< Standard output and standard error together.
 };
 
-/// Runs the program through the shell, in the folder given.
-inline Outcome run(const testing::ScopedDir& folder, const std::string& arguments) {
-  const std::string line =
-      "cd '" + folder.path().string() + "' && '" OMBRIX_PROGRAM "' " + arguments + " 2>&1";
+/// Runs the program through the shell, in the folder given, where `before` was run.
+inline Outcome run(const testing::ScopedDir& folder, const std::string& arguments,
+                   const std::string& before = "") {
+  const std::string line = "cd '" + folder.path().string() + "' && " + before +
+                           "'" OMBRIX_PROGRAM "' " + arguments + " 2>&1";
   std::FILE* pipe = popen(line.c_str(), "r");
   Outcome outcome{-1, ""};
   std::array<char, 4096> block{};

@@ -3,23 +3,36 @@
 #include <fmt/format.h>
 
 #include <charconv>
+#include <concepts>
+#include <optional>
 #include <string>
 #include <string_view>
+
+#include "OmbrixPlatform/Csv/NumberText.hpp"
 
 namespace ombrix::hostapp {
 namespace {
 
 template <class Number>
+std::optional<Number> numberFrom(std::string_view text) {
+  if (text.starts_with('+')) text.remove_prefix(1);
+  if constexpr (std::same_as<Number, double>) {
+    // One too small for a double is zero, as wherever text is read.
+    return platform::doubleFromText(text);
+  } else {
+    Number number{};
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    const bool isNumber = error == std::errc() && end == text.data() + text.size();
+    return isNumber ? std::optional(number) : std::nullopt;
+  }
+}
+
+template <class Number>
 CLI::Validator between(Number least, Number most, const char* what) {
   return {[=](std::string& text) {
-            std::string_view digits = text;
-            if (digits.starts_with('+')) digits.remove_prefix(1);
-            Number number{};
-            const auto [end, error] =
-                std::from_chars(digits.data(), digits.data() + digits.size(), number);
-            const bool isNumber = error == std::errc() && end == digits.data() + digits.size();
+            const auto number = numberFrom<Number>(text);
             // What is not a number lies between nothing.
-            if (isNumber && number >= least && number <= most) return std::string();
+            if (number && *number >= least && *number <= most) return std::string();
             return fmt::format("{:?} is not a {} from {} to {}", text, what, least, most);
           },
           ""};

@@ -82,6 +82,23 @@ void showDay(const std::string& path, const Options& options) {
   if (options.upload) uploadDay(lineOf(toJSON(recorded)), path);
 }
 
+/// Shows all days. One that cannot be read is told and passed over; the command fails at its end.
+void showDays(const Options& options) {
+  if (options.paths.size() == 1) return showDay(options.paths.front(), options);
+  std::size_t failed = 0;
+  for (const std::string& path : options.paths) {
+    try {
+      showDay(path, options);
+    } catch (const CommandFailure& failure) {
+      ++failed;
+      fmt::print(stderr, "ombrix: {}\n", failure.what());
+    }
+  }
+  if (failed > 0)
+    throw CommandFailure(
+        fmt::format("{} of {} tracks could not be shown", failed, options.paths.size()));
+}
+
 }  // namespace
 
 void addDayCommand(CLI::App& app) {
@@ -123,7 +140,7 @@ void addDayCommand(CLI::App& app) {
       }
       connect(*server);
     }
-    for (const std::string& path : options->paths) showDay(path, *options);
+    showDays(*options);
   });
 }
 

@@ -15,6 +15,7 @@
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixPlatform/Coding/PropertyListDecoder.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
+#include "OmbrixPlatform/Logging/DDLogHold.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 
 namespace ombrix::hostapp {
@@ -33,6 +34,7 @@ struct Options {
 
 /// Runs a command while no other program of this user changes the folder.
 void coordinated(const Options& options, bool writes, const std::function<void()>& body) {
+  const platform::DDLogHold untilOthersMayGoOn;
   using platform::NSFileCoordinator;
   const auto& files = FileManager::defaultManager();
   const NSFileCoordinator coordinator(nullptr,

@@ -47,6 +47,9 @@ std::string fixesShown(const RecordedDay& recorded) {
   if (counts.offTheGlobe > 0) {
     shown += fmt::format(", {} {}", counts.offTheGlobe, text("off the globe"));
   }
+  if (counts.beyondLimit > 0) {
+    shown += fmt::format(", {} {}", counts.beyondLimit, text("beyond the limit"));
+  }
   return shown;
 }
 

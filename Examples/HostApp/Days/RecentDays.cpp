@@ -7,6 +7,7 @@
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
+#include "OmbrixPlatform/Logging/DDLogHold.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -53,6 +54,7 @@ RecentDays::RecentDays()
 
 /// Runs the body while no other program is at the days.
 platform::FileResult<void> RecentDays::alone(const std::function<void()>& body) const {
+  const platform::DDLogHold untilOthersMayGoOn;
   return coordinator_.coordinateWritingItemAtURL(shelf_.daysFolder,
                                                  platform::NSFileCoordinator::WritingOptions::none,
                                                  [&](const platform::URL&) { body(); });

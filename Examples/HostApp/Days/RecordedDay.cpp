@@ -53,13 +53,28 @@ double RecordedDay::spanSeconds() const {
   return totals.begin && totals.end ? (*totals.end - *totals.begin).count() : 0;
 }
 
+namespace {
+
+/// The span without breaks longer than a day, in which nobody skis: the recording is of several
+/// days, or of a receiver that took long to know the time.
+double activeSeconds(const RecordedDay& recorded) {
+  constexpr double kDaySeconds = 24 * 3600;
+  double seconds = recorded.spanSeconds();
+  for (const DaySegment& segment : recorded.day.segments) {
+    if (segment.figures.seconds > kDaySeconds) seconds -= segment.figures.seconds;
+  }
+  return seconds;
+}
+
+}  // namespace
+
 RecordedDay measured(Track track, std::string title, std::optional<double> weightKilograms) {
   deriveMissingMotion(track.fixes);
   RecordedDay recorded{std::move(title), track.skipped, measureDay(track.fixes, track.heartRates),
                        std::nullopt};
   if (weightKilograms) {
     recorded.kilocalories =
-        Math::caloriesBurnedForUserWithWeight(*weightKilograms, recorded.spanSeconds());
+        Math::caloriesBurnedForUserWithWeight(*weightKilograms, activeSeconds(recorded));
   }
   return recorded;
 }
@@ -71,6 +86,7 @@ JSON toJSON(const RecordedDay& recorded) {
                         {"skipped", recorded.skipped},
                         {"usedForStats", day.counts.used},
                         {"offGlobe", day.counts.offTheGlobe},
+                        {"beyondLimit", day.counts.beyondLimit},
                         {"startTime", seconds(totals.begin)},
                         {"endTime", seconds(totals.end)},
                         {"runs", totals.runs},

@@ -3,6 +3,9 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
+
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "OmbrixCore/Data/LocationCSVWriter.hpp"
@@ -11,17 +14,66 @@
 namespace ombrix::hostapp {
 namespace {
 
-platform::Data readStandardInput() {
-  constexpr std::size_t kBlock = std::size_t{256} << 10;
-  const auto stream =
-      platform::InputStream::withDescriptor(STDIN_FILENO, platform::DescriptorOwnership::borrowed);
-  if (const auto opened = stream->open(); !opened) throw CommandFailure(opened.error().what());
+using platform::DataView;
+using platform::FileResult;
+using platform::InputStream;
+
+/// A track's bytes from another stream, whose beginning may be looked at before it is read, up to
+/// the largest size of a track.
+class TrackStream final : public InputStream {
+ public:
+  explicit TrackStream(InputStream& source) : source_(source) {}
+
+  FileResult<void> open() override {
+    if (auto opened = source_.open(); !opened) return fail(opened.error());
+    setStatus(platform::StreamStatus::open);
+    head_.resize(kHeadBytes);
+    std::size_t size = 0;
+    while (size < kHeadBytes) {
+      const auto count = source_.read(std::span(head_).subspan(size));
+      if (!count) return fail(count.error());
+      if (*count == 0) break;
+      size += *count;
+    }
+    head_.resize(size);
+    return {};
+  }
+  void close() noexcept override { source_.close(); }
+
+  FileResult<std::size_t> read(std::span<std::byte> buffer) override {
+    if (given_ < head_.size()) {
+      const auto count = std::min(buffer.size(), head_.size() - given_);
+      std::ranges::copy(head().subspan(given_, count), buffer.begin());
+      given_ += count;
+      return count;
+    }
+    const auto count = source_.read(buffer);
+    if (!count) return fail(count.error());
+    given_ += *count;
+    if (given_ > kMostTrackBytes)
+      return fail(platform::FileError(EFBIG, "read", "more than 1 GiB"));
+    return count;
+  }
+
+  [[nodiscard]] DataView head() const noexcept { return head_; }
+  [[nodiscard]] int fileDescriptor() const noexcept override { return source_.fileDescriptor(); }
+
+ private:
+  static constexpr std::size_t kHeadBytes = 4096;
+
+  InputStream& source_;
+  platform::Data head_;
+  std::size_t given_ = 0;
+};
+
+platform::Data readAll(InputStream& stream) {
+  constexpr std::size_t kBlockBytes = std::size_t{256} << 10;
   platform::Data bytes;
   std::size_t size = 0;
   while (true) {
-    if (size > kMostTrackBytes) throw CommandFailure("standard input is larger than 1 GiB");
-    if (bytes.size() < size + kBlock) bytes.resize(std::max(2 * size, size + kBlock));
-    const auto count = stream->read(std::span(bytes).subspan(size, kBlock));
+    // Not twice as much: a large file leaves little room.
+    if (bytes.size() < size + kBlockBytes) bytes.resize(size + size / 4 + kBlockBytes);
+    const auto count = stream.read(std::span(bytes).subspan(size));
     if (!count) throw CommandFailure(count.error().what());
     if (*count == 0) break;
     size += *count;
@@ -32,15 +84,18 @@ platform::Data readStandardInput() {
 
 }  // namespace
 
-platform::Data readBytes(const std::string& path) {
-  return path == "-" ? readStandardInput() : readWholeFile(path);
-}
-
 Track readTrackFile(const std::string& path, std::optional<TrackFormat> format) {
-  const platform::Data bytes = readBytes(path);
-  if (!format && path != "-") format = trackFormatOfFile(path);
+  const bool isStandardInput = path == "-";
+  const auto source = isStandardInput ? InputStream::withDescriptor(
+                                            STDIN_FILENO, platform::DescriptorOwnership::borrowed)
+                                      : InputStream::withPath(path);
+  TrackStream stream(*source);
+  if (const auto opened = stream.open(); !opened) throw CommandFailure(opened.error().what());
+  if (!format && !isStandardInput) format = trackFormatOfFile(path);
+  if (!format) format = trackFormatOfBytes(stream.head());
   try {
-    return ombrix::readTrack(bytes, format.value_or(trackFormatOfBytes(bytes)));
+    if (format == TrackFormat::csv) return readCSVTrack(stream);
+    return ombrix::readTrack(readAll(stream), *format);
   } catch (const TrackFormatError& error) {
     throw CommandFailure(fmt::format("{}: {}", path, error.what()));
   }

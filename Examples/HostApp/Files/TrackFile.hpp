@@ -9,10 +9,8 @@
 
 namespace ombrix::hostapp {
 
-/// The contents of a file, or of standard input for "-"; failures end the command.
-platform::Data readBytes(const std::string& path);
-
-/// Reads a track from a file, or from standard input for "-"; failures end the command.
+/// Reads a track from a file, or from standard input for "-"; failures end the command. Of CSV only
+/// the fixes are held in memory.
 /// @param format Nothing: by the ending of the name, else by how the bytes begin.
 Track readTrackFile(const std::string& path, std::optional<TrackFormat> format = std::nullopt);
 
