@@ -124,7 +124,7 @@ void walking(benchmark::State& state) {
 }
 
 BENCHMARK_CAPTURE(pairs, ours, ombrix::platform::geodesicDistance, 1e-8);
-BENCHMARK(walking);
+BENCHMARK(walking)->Name("walking/ours");
 BENCHMARK_CAPTURE(pairs, GeographicLib, geographicLib, 0.0);
 BENCHMARK_CAPTURE(pairs, Vincenty, vincenty, 1e-4);
 BENCHMARK_CAPTURE(pairs, haversine, haversine, 1e-6);
