@@ -31,4 +31,25 @@ if(OMBRIX_BUILD_C)
 endif()
 if(TARGET ombrix)
   install(TARGETS ombrix OPTIONAL)
+  # The program writes its manual page and its completion itself, from what its help is made of.
+  foreach(written
+      "help --man|${CMAKE_INSTALL_MANDIR}/man1|ombrix.1"
+      "completion bash|${CMAKE_INSTALL_DATADIR}/bash-completion/completions|ombrix"
+      "completion fish|${CMAKE_INSTALL_DATADIR}/fish/vendor_completions.d|ombrix.fish"
+      "completion zsh|${CMAKE_INSTALL_DATADIR}/zsh/site-functions|_ombrix")
+    string(REPLACE "|" ";" written "${written}")
+    list(GET written 0 arguments)
+    list(GET written 1 folder)
+    list(GET written 2 file)
+    install(CODE "
+      if(EXISTS \"$<TARGET_FILE:ombrix>\")
+        file(MAKE_DIRECTORY \"${PROJECT_BINARY_DIR}/written\")
+        execute_process(
+          COMMAND \"${CMAKE_COMMAND}\" -E env LC_ALL=C LANGUAGE=en
+                  \"$<TARGET_FILE:ombrix>\" ${arguments}
+          OUTPUT_FILE \"${PROJECT_BINARY_DIR}/written/${file}\" COMMAND_ERROR_IS_FATAL ANY)
+        file(INSTALL \"${PROJECT_BINARY_DIR}/written/${file}\"
+             DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${folder}\")
+      endif()")
+  endforeach()
 endif()

@@ -2,12 +2,14 @@
 #include <algorithm>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <optional>
 #include <string>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Help/BuildName.hpp"
+#include "Examples/HostApp/Help/HelpText.hpp"
 #include "Examples/HostApp/Service/CloudStore.hpp"
-#include "OmbrixCore/Extensions/Version.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 
 namespace {
@@ -47,10 +49,14 @@ int main(int argc, char** argv) {
   using namespace ombrix::hostapp;
   const Closing closing;
   CLI::App app{"Reads, measures and shows days of skiing.", "ombrix"};
-  app.set_version_flag("--version", std::string(ombrix::libraryVersion()));
+  app.formatter(std::make_shared<HelpFormatter>());
+  app.set_help_flag("-h,--help", "Print this help and end");
+  app.set_version_flag("--version", versionAndBuild(), "Print version and build, and end");
   app.require_subcommand(1);
   addDayCommand(app);
   addDaysCommand(app);
+  addCompareCommand(app);
+  addDemoCommand(app);
   addConvertCommand(app);
   addTrackCommand(app);
   addSampleCommand(app);
@@ -63,6 +69,8 @@ int main(int argc, char** argv) {
   addServeCommand(app);
   addRequestCommand(app);
   addUploadCommand(app);
+  addCompletionCommand(app);
+  addHelpCommand(app);
 
   if (const auto mistyped = mistypedCommand(app, argc, argv)) {
     return complain("there is no command '" + *mistyped + "'; see ombrix --help", kWrongArguments);

@@ -10,8 +10,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <string>
+#include <utility>
 
+#include "Examples/HostApp/Terminal/TextTable.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/SmallDisk.hpp"
@@ -23,6 +26,7 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 // Catches a mistake of the user that ends in silence, in several lines, or with the wrong status.
 TEST(CommandTests, MistakesGiveOneClearLine) {
@@ -81,6 +85,12 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"store purge . --all", 1, "day.csv"},
       {"store purge missing --all", 1, "missing"},
       {"settings companion send units true", 2, "is not one of kilometers, miles, british"},
+      {"settings unset nothing", 2, "nothing"},
+      {"compare day.csv empty.csv", 1, "no fix in empty.csv"},
+      {"help settings nothing", 2, "nothing"},
+      {"completion csh", 2, "csh"},
+      {"log --level loud", 2, "--level"},
+      {"demo --out day.csv", 1, "day.csv"},
   };
   for (const Case& c : cases) {
     const Outcome outcome = run(folder, c.arguments);
@@ -216,6 +226,8 @@ TEST(CommandTests, FormatsValuesInUnitsAndLanguages) {
       {"distance 1500 --locale de_DE", "1,5 KM"},
       {"distance 1500 --locale de_DE --units miles", "0,9 MI"},
       {"temperature -5 --locale fr_FR --style value", "-5"},
+      {"distance -5 --units kilometers", "0.0 KM"},
+      {"temperature -0.4 --locale de_DE", "0 °C"},
       {"duration 3000 --minimum minute --units kilometers", "50 MIN"},
       {"duration 3000 --minimum minute --units miles", "50M"},
       {"timer 307", "5:07"},
@@ -305,9 +317,16 @@ TEST(CommandTests, RemembersTheLastDays) {
   for (const char* track : {"first.csv", "second.csv", "first.csv"}) {
     EXPECT_EQ(run(folder, std::string("day --json ") + track).status, 0);
   }
-  EXPECT_EQ(run(folder, "days --units kilometers").output,
-            "2023-11-14 22:13  1.1 KM, down 94 M  first.csv\n"
-            "2023-11-16 02:00  1.1 KM, down 94 M  second.csv\n");
+  const std::string days = run(folder, "days --units kilometers").output;
+  EXPECT_THAT(days, AllOf(HasSubstr("  2023  "), HasSubstr("Thu, Nov 16"), HasSubstr("████"),
+                          HasSubstr("Days: 2"), HasSubstr(" 188 M ")));
+  EXPECT_LT(days.find("second.csv"), days.find("first.csv"));
+  EXPECT_EQ(std::ranges::count(days, '\n'), 4);
+  EXPECT_THAT(run(folder, "days --json").output,
+              AllOf(HasSubstr(R"({"season":"2023","distanceMeters":22)"), HasSubstr(R"("runs":2,)"),
+                    HasSubstr(R"("title":"second.csv","startTime":17001)")));
+  EXPECT_THAT(run(folder, "compare first.csv second.csv --locale de_DE").output,
+              AllOf(HasSubstr("Di., 14. Nov."), HasSubstr("Unterschied")));
 }
 
 // Catches keys that do not outlive the process, and a purge that leaves them.
@@ -369,7 +388,7 @@ TEST(CommandTests, StoreCommandsHarmNothingForeign) {
 TEST(CommandTests, ProgramsKeepDaysTogether) {
   const testing::ScopedDir folder;
   const auto count = [](const std::string& output) {
-    return std::count(output.begin(), output.end(), '\n');
+    return std::count(output.begin(), output.end(), '\n') - 2;  // The heading and the sums.
   };
   for (int i = 0; i < 8; ++i) {
     folder.write(std::to_string(i), std::to_string(1'700'000'000 + i) + ",46,7,1500,90,5,3,4\n");
@@ -394,14 +413,12 @@ TEST(CommandTests, DaysOfAnEarlierBuildAreTakenOver) {
   fs::remove_all(data);
   fs::create_directories(older);
   fs::copy(EARLIER_DAYS, older, fs::copy_options::recursive);
-  const std::string expected =
-      "2023-11-14 22:13  11.1 KM, down 100 M  d3.csv\n"
-      "2023-11-14 22:13  11.1 KM, down 100 M  d2.csv\n"
-      "2023-11-14 22:13  11.1 KM, down 100 M  d1.csv\n";
-  EXPECT_EQ(run(folder, "days --units kilometers").output, expected);
+  const auto expected = AllOf(HasSubstr("11.1 KM     –          –  d3.csv\n"),
+                              HasSubstr("d2.csv\n"), HasSubstr("d1.csv\n"), HasSubstr("Days: 3"));
+  EXPECT_THAT(run(folder, "days --units kilometers").output, expected);
   fs::create_directories(older / "Days/no-day.data/leaf");
   fs::create_directory(shared);
-  EXPECT_EQ(run(folder, "days --units kilometers").output, expected);
+  EXPECT_THAT(run(folder, "days --units kilometers").output, expected);
   EXPECT_TRUE(fs::exists(older / "Days/no-day.data/leaf"));
   EXPECT_FALSE(fs::exists(older / "Days/1700000001.data"));
 
@@ -411,8 +428,7 @@ TEST(CommandTests, DaysOfAnEarlierBuildAreTakenOver) {
                   days / (std::to_string(1'600'000'000 + i) + ".data"));
   }
   fs::remove(days.parent_path() / "recent-days.plist");
-  const std::string listed = run(folder, "days").output;
-  EXPECT_EQ(std::count(listed.begin(), listed.end(), '\n'), 400);
+  EXPECT_THAT(run(folder, "days").output, HasSubstr("Days: 400"));
   EXPECT_EQ(std::distance(fs::directory_iterator(days), {}), 400);
 }
 
@@ -443,6 +459,9 @@ TEST(CommandTests, SettingsAreKept) {
   EXPECT_EQ(run(folder, "settings get metricType").output, "miles\n");
   EXPECT_EQ(run(folder, "settings set metricType british").status, 0);
   EXPECT_EQ(run(folder, "settings get metricType").output, "british\n");
+  EXPECT_EQ(run(folder, "settings unset metricType").status, 0);
+  EXPECT_EQ(run(folder, "settings get metricType").output, "miles\n");
+  EXPECT_EQ(run(folder, "settings set metricType british").status, 0);
   const Outcome list = run(folder, "settings list");
   EXPECT_NE(list.output.find("metricType"), std::string::npos);
   EXPECT_NE(list.output.find("british"), std::string::npos);
@@ -503,6 +522,67 @@ TEST(CommandTests, SkippedRowsAreInTheLog) {
   EXPECT_EQ(run(folder, "--version" + append).status, 0);
   EXPECT_THAT(run(folder, "log").output,
               AllOf(HasSubstr("bad row | ["), HasSubstr("cut \uFFFD short")));
+  EXPECT_THAT(run(folder, "log -n 1 --level error").output,
+              AllOf(HasSubstr("bad row | ["), Not(HasSubstr("complete data"))));
+  EXPECT_THAT(
+      run(folder, "log --json").output,
+      HasSubstr(R"("level":"error","message":"Data: Location row didn't have complete data",)"
+                R"("file":"LocationCSVParser","function":)"));
+  // What other processes log is followed.
+  Running following("log -f -n 1 --level error");
+  EXPECT_THAT(following.nextLine(), HasSubstr("bad row | ["));
+  EXPECT_EQ(run(folder, "day day.csv").status, 1);
+  std::string line = following.nextLine();
+  if (line == "\n") line = following.nextLine();  // The line that was cut short ends.
+  EXPECT_THAT(line, HasSubstr("Data: "));
+}
+
+// Catches help that is wider than the terminal, that is not the user's, and completion that offers
+// what is not there.
+TEST(CommandTests, HelpFitsTheTerminalAndTheShell) {
+  const testing::ScopedDir folder;
+  folder.write("day.csv", "");
+  const std::string help =
+      run(folder, "--version; COLUMNS=40 '" OMBRIX_PROGRAM "' day --help").output;
+  EXPECT_THAT(help, HasSubstr("ombrix 0."));
+  std::istringstream lines(help);
+  for (std::string line; std::getline(lines, line);) EXPECT_LE(columnsOf(line), 40u) << line;
+  EXPECT_EQ(run(folder, "help settings sync").output, run(folder, "settings sync -h").output);
+  EXPECT_THAT(run(folder, "day --locale pt_PT --help").output,
+              AllOf(HasSubstr("Mede dias gravados"), HasSubstr("Opções:")));
+  EXPECT_THAT(run(folder, "help --man").output, HasSubstr(".SS \"day TRACK\""));
+
+  run(folder, "completion bash >ombrix.bash");
+  const std::pair<const char*, const char*> completed[] = {
+      {"da", "day days "},      {"settings ", "companion get list set sync unset watch "},
+      {"day --un", "--units "}, {"day --units m", "miles "},
+      {"day d", "day.csv "},    {"settings sync en", "enable "},
+      {"completion z", "zsh "}, {"days --units miles --j", "--json "},
+  };
+  for (const auto& [typed, words] : completed) {
+    const std::string line = std::string("ombrix ") + typed;
+    const std::string script =
+        "--version >/dev/null; cd '" + folder.path().string() +
+        "' && bash -c '. ./ombrix.bash; IFS=\" \" read -ra COMP_WORDS <<<\"" + line + "\"; [[ \"" +
+        line +
+        "\" == *\" \" ]] && COMP_WORDS+=(\"\");"
+        " COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _ombrix; printf \"%s \" $(printf \"%s\\n\""
+        " \"${COMPREPLY[@]}\" | sort)'";
+    EXPECT_EQ(run(folder, script).output, words) << typed;
+  }
+}
+
+// Catches a demonstration that stops half-way, or whose files are not those of the day it shows.
+TEST(CommandTests, DemonstratesTheWholeWay) {
+  const testing::ScopedDir folder;
+  const std::string demo = run(folder, "demo --out shown --locale de_DE").output;
+  for (const char* step : {"Dienst gestartet", "Angemeldet", "Großkogel", "13.173 Messpunkte",
+                           "12 Abfahrten, 12 Lifte", "Sonntag, 11. Februar 2024", "⣿",
+                           "Tag aufbewahrt", "Tag hochgeladen", "sample-day.html"}) {
+    EXPECT_THAT(demo, HasSubstr(step));
+  }
+  EXPECT_THAT(folder.read("shown/sample-day.html"), HasSubstr("Sonntag, 11. Februar 2024"));
+  EXPECT_THAT(run(folder, "days --units kilometers").output, HasSubstr("sample-day.track.csv"));
 }
 
 }  // namespace

@@ -10,12 +10,12 @@
 
 #include "Examples/HostApp/Days/SampleDay.hpp"
 #include "Examples/HostApp/Page/Drawing.hpp"
-#include "Examples/HostApp/Page/ValueHTML.hpp"
+#include "Examples/HostApp/Page/Markup.hpp"
 
 namespace ombrix::hostapp {
 namespace {
 
-using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+using Format = FigureTexts::Format;
 using ::testing::AllOf;
 using ::testing::HasSubstr;
 using ::testing::Not;
@@ -30,16 +30,16 @@ Track sampleTrack(int runs) {
 // one that a file's name can break out of.
 TEST(DayPageTests, ShowsTheDaysFiguresAndNeedsNothingElse) {
   Track track = sampleTrack(12);
-  for (std::size_t i = 0; i < track.fixes.size(); i += 5) {
-    track.heartRates.push_back({track.fixes[i].timestamp, 100 + static_cast<double>(i % 60)});
-  }
+  track.heartRates = makeSampleHeartRates(track.fixes);
   const RecordedDay day = measured(std::move(track), "</script><b>\"day\".csv", 70);
   const std::string page = dayPage(day).value();
+  FigureTexts figures(markedUp);
   const DayTotals& totals = day.day.totals;
-  EXPECT_THAT(page, AllOf(HasSubstr(valueHTML(Format::vertical, totals.all.descentMeters)),
-                          HasSubstr(valueHTML(Format::speed, totals.all.maxSpeedMetersPerSecond)),
-                          HasSubstr(valueHTML(Format::heartRate, *totals.all.maxHeartRate)),
-                          HasSubstr("&lt;/script&gt;&lt;b&gt;&quot;day&quot;.csv")));
+  EXPECT_THAT(page,
+              AllOf(HasSubstr(figures.value(Format::vertical, totals.all.descentMeters)),
+                    HasSubstr(figures.value(Format::speed, totals.all.maxSpeedMetersPerSecond)),
+                    HasSubstr(figures.value(Format::heartRate, *totals.all.maxHeartRate)),
+                    HasSubstr("&lt;/script&gt;&lt;b&gt;&quot;day&quot;.csv")));
   EXPECT_THAT(page, AllOf(Not(HasSubstr("</script><b>")), Not(HasSubstr("src=\"")),
                           Not(HasSubstr("href=\"")), Not(HasSubstr("@import")),
                           Not(HasSubstr("nan")), Not(HasSubstr("inf,"))));

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "OmbrixCore/Formatting/OmbrixValueFormatter.hpp"
 
 namespace ombrix::hostapp {

@@ -25,9 +25,7 @@ let browser;
 before(async () => {
   const track = join(folder, 'day.csv');
   const rates = join(folder, 'rates.csv');
-  ombrix('sample', track);
-  execFileSync('awk', ['-F,', 'NR % 5 == 0 { printf "%s,%d\\n", $1, 100 + NR % 60 > out }',
-                       `out=${rates}`, track]);
+  ombrix('sample', track, '--hr', rates);
   for (const language of languages) {
     ombrix('day', track, '--hr', rates, '--html', pageFile(language), '--locale', language);
   }

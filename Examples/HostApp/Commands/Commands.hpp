@@ -21,6 +21,8 @@ class CommandFailure : public std::runtime_error {
 /// Each adds one command with its options and help; the command runs when it is parsed.
 void addDayCommand(CLI::App& app);
 void addDaysCommand(CLI::App& app);
+void addCompareCommand(CLI::App& app);
+void addDemoCommand(CLI::App& app);
 void addConvertCommand(CLI::App& app);
 void addTrackCommand(CLI::App& app);
 void addSampleCommand(CLI::App& app);
@@ -33,6 +35,8 @@ void addLogCommand(CLI::App& app);
 void addServeCommand(CLI::App& app);
 void addRequestCommand(CLI::App& app);
 void addUploadCommand(CLI::App& app);
+void addHelpCommand(CLI::App& app);
+void addCompletionCommand(CLI::App& app);
 
 /// The same for a command below the settings command.
 void addCompanionCommand(CLI::App& settings);

@@ -10,6 +10,7 @@
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
+#include "Examples/HostApp/Texts/Text.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -33,7 +34,8 @@ struct Converted {
 
 /// Reads one file and writes another one; a track without a fix writes nothing.
 Converted convertFile(const std::string& in, const std::string& out,
-                      std::optional<TrackFormat> from, TrackFormat to) {
+                      std::optional<TrackFormat> from, TrackFormat to,
+                      Existing existing = Existing::replaced) {
   const Track track = readTrackFile(in, from);
   const std::size_t fixes = writableFixes(track);
   const Converted converted{fixes, track.skipped + track.fixes.size() - fixes};
@@ -42,8 +44,9 @@ Converted convertFile(const std::string& in, const std::string& out,
   }
   const std::string text = ombrix::writeTrack(track, to);
   // What a write reports, the stream keeps for when it is closed.
-  writeFile(out,
-            [&](const auto& stream) { static_cast<void>(stream->write(platform::bytesOf(text))); });
+  writeFile(
+      out, [&](const auto& stream) { static_cast<void>(stream->write(platform::bytesOf(text))); },
+      existing);
   return converted;
 }
 
@@ -58,15 +61,12 @@ std::vector<fs::path> tracksIn(const fs::path& folder) {
   return tracks;
 }
 
-/// The file that a folder's track becomes. One that is a track of the folder itself, or that
-/// another track becomes as well, is not to be written over.
+/// The file that a folder's track becomes. One that another track becomes as well is not to be
+/// written over.
 fs::path outputFor(const fs::path& track, const Options& options, std::set<fs::path>& taken) {
   fs::path out = fs::path(options.out) / track.filename();
   out.replace_extension(options.to);
-  std::error_code isNew;
-  const bool isOwn =
-      fs::equivalent(fs::path(options.in), fs::path(options.out), isNew) && fs::exists(out);
-  if (isOwn || !taken.insert(out).second) {
+  if (!taken.insert(out).second) {
     throw CommandFailure(
         fmt::format("{} is left out: {} is another track", track.string(), out.string()));
   }
@@ -79,15 +79,19 @@ void convertFolder(const Options& options, TrackFormat to) {
   const auto tracks = tracksIn(options.in);
   if (tracks.empty()) throw CommandFailure(fmt::format("there is no track in {}", options.in));
   fs::create_directories(options.out);
+  // In a folder of its own every file that is there already is a track, or another's.
+  const auto existing =
+      fs::equivalent(options.in, options.out) ? Existing::kept : Existing::replaced;
   std::set<fs::path> taken;
   std::size_t done = 0, failed = 0, leftOut = 0;
   {
-    ProgressBar bar("Converting");
+    ProgressBar bar(text("Converting"));
     for (const fs::path& track : tracks) {
       try {
         const fs::path out = outputFor(track, options, taken);
         leftOut +=
-            convertFile(track.string(), out.string(), trackFormatNamed(options.from), to).leftOut;
+            convertFile(track.string(), out.string(), trackFormatNamed(options.from), to, existing)
+                .leftOut;
       } catch (const CommandFailure& failure) {
         ++failed;
         fmt::print(stderr, "ombrix: {}\n", failure.what());
@@ -95,8 +99,8 @@ void convertFolder(const Options& options, TrackFormat to) {
       bar.show(++done, tracks.size());
     }
   }
-  fmt::print("Wrote {} tracks to {} ({} points skipped)\n", tracks.size() - failed, options.out,
-             leftOut);
+  fmt::print("{}\n", fmt::format(fmt::runtime(text("Wrote {} tracks to {} ({} points skipped)")),
+                                 tracks.size() - failed, options.out, leftOut));
   if (failed > 0) throw CommandFailure(fmt::format("{} tracks could not be converted", failed));
 }
 
@@ -113,8 +117,9 @@ void convert(const Options& options) {
   }
   const Converted converted =
       convertFile(options.in, options.out, trackFormatNamed(options.from), *to);
-  fmt::print(noticesBeside(options.out), "Wrote {} fixes to {} ({} skipped)\n", converted.fixes,
-             options.out, converted.leftOut);
+  fmt::print(noticesBeside(options.out), "{}\n",
+             fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")), converted.fixes,
+                         options.out, converted.leftOut));
 }
 
 }  // namespace

@@ -16,7 +16,11 @@
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "Examples/HostApp/Page/DayPage.hpp"
+#include "Examples/HostApp/Service/DayUpload.hpp"
 #include "Examples/HostApp/Service/Server.hpp"
+#include "Examples/HostApp/Terminal/DayChart.hpp"
+#include "Examples/HostApp/Terminal/StyledText.hpp"
+#include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
 
 namespace ombrix::hostapp {
@@ -31,16 +35,6 @@ struct Options {
   bool upload = false;
 };
 
-/// Sends the summary, which the service names, and the track under that name.
-void uploadDay(const std::string& summary, const std::string& trackFile) {
-  const auto day = post("days", platform::dataFrom(summary));
-  const std::string id = day["id"].stringValue();
-  if (id.empty()) throw CommandFailure("the service's answer has no id for the day");
-  const auto track = platform::JSON::parse(upload(trackFile, "tracks/" + id, "PUT"));
-  fmt::print(stderr, "Uploaded as day {}, the track with {} bytes\n", id,
-             track["size"].stringValue());
-}
-
 /// Remembers the day; where that fails the figures are worth no less.
 void keep(const RecordedDay& recorded) {
   try {
@@ -50,36 +44,54 @@ void keep(const RecordedDay& recorded) {
   }
 }
 
-void writePage(const std::string& path, const RecordedDay& recorded) {
-  const auto page = dayPage(recorded);
-  if (!page) throw CommandFailure("the track has no usable fix, so there is nothing to show");
-  // What a write reports, the stream keeps for when it is closed.
-  writeFile(path, [&](const auto& stream) {
-    static_cast<void>(stream->write(platform::bytesOf(*page)));
-  });
+/// Where the figures go: a line or a page that goes to standard output is to stand there alone.
+std::FILE* outputBeside(const Options& options) {
+  for (const std::string& written : {options.linePath, options.pagePath}) {
+    if (!written.empty() && noticesBeside(written) == stderr) return stderr;
+  }
+  return stdout;
 }
 
-void showDay(const std::string& path, const Options& options) {
-  Track track = readTrackFile(path, trackFormatNamed(options.format));
-  if (track.fixes.empty()) {
-    throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", path, track.skipped));
-  }
+void showDay(const std::string& path, const Options& options, FigureTexts& figures) {
+  Track track = readTrackWithFixes(path, trackFormatNamed(options.format));
   if (!options.heartRatePath.empty()) track.heartRates = readHeartRates(options.heartRatePath);
   if (!options.linePath.empty()) writeLineString(options.linePath, track.fixes);
   const RecordedDay recorded = measured(std::move(track), path, options.weightKilograms);
-  if (!options.pagePath.empty()) writePage(options.pagePath, recorded);
-  // A line or a page that goes to standard output is to stand there alone.
-  std::FILE* out = stdout;
-  for (const std::string& written : {options.linePath, options.pagePath}) {
-    if (!written.empty() && noticesBeside(written) == stderr) out = stderr;
+  if (!options.pagePath.empty()) writeDayPage(options.pagePath, recorded);
+
+  std::FILE* out = outputBeside(options);
+  const auto summary = options.json || options.upload ? toJSON(recorded) : platform::JSON();
+  if (options.json) {
+    fmt::print(out, "{}\n", lineOf(summary));
+  } else {
+    fmt::print(out, "{}", dayReport(recorded, figures));
+    if (out == stdout && standardOutputIsTerminal()) {
+      fmt::print("\n{}", dayChart(recorded.day, figures, columnsOfStandardOutput(),
+                                  standardOutputTakesStyle()));
+    }
   }
-  fmt::print(out, "{}", options.json ? lineOf(toJSON(recorded)) + "\n" : dayReport(recorded));
   if (!options.pagePath.empty()) {
     fmt::print(options.json ? stderr : out, "\n{} {}\n", text("Wrote the page"), options.pagePath);
   }
   std::fflush(out);
   keep(recorded);
-  if (options.upload) uploadDay(lineOf(toJSON(recorded)), path);
+  if (!options.upload) return;
+  const UploadedDay uploaded = uploadDay(summary, path);
+  fmt::print(stderr, "{}\n",
+             fmt::format(fmt::runtime(text("Uploaded as day {}, the track with {} bytes")),
+                         uploaded.name, uploaded.trackBytes));
+}
+
+/// One day after the other, with a bar while there are many.
+void showDays(const Options& options) {
+  FigureTexts figures(forStandardOutput);
+  ProgressBar bar(text("Measuring"));
+  for (std::size_t i = 0; i < options.paths.size(); ++i) {
+    if (options.paths.size() > 1) bar.show(i, options.paths.size());
+    // On one terminal the bar would stand in the report's way.
+    if (standardOutputIsTerminal()) bar.hide();
+    showDay(options.paths[i], options, figures);
+  }
 }
 
 /// Shows all days. One that cannot be read is told and passed over; the command fails at its end.
@@ -113,15 +125,20 @@ void addDayCommand(CLI::App& app) {
       ->check(CLI::IsMember(
           std::vector<std::string>(std::begin(kTrackFormatWords), std::end(kTrackFormatWords))));
   addPreferenceOptions(*command);
-  command->add_option("--hr", options->heartRatePath, "Heart rates recorded during the day (CSV)");
+  command->add_option("--hr", options->heartRatePath, "Heart rates recorded during the day (CSV)")
+      ->type_name("FILE");
   command
       ->add_option("--weight", options->weightKilograms,
                    "The user's weight in kilograms, to estimate the energy burned")
       ->check(numberBetween(1, 1'000));
-  command->add_option("--geojson", options->linePath,
-                      "Write the track as a GeoJSON line string; - for standard output");
-  command->add_option("--html", options->pagePath,
-                      "Write the day as a page for the browser; - for standard output");
+  command
+      ->add_option("--geojson", options->linePath,
+                   "Write the track as a GeoJSON line string; - for standard output")
+      ->type_name("FILE");
+  command
+      ->add_option("--html", options->pagePath,
+                   "Write the day as a page for the browser; - for standard output")
+      ->type_name("FILE");
   command->add_flag("--json", options->json, "Print one JSON object a day, in SI units");
   command->add_flag("--upload", options->upload,
                     "Send the summary and the track to the web service");

@@ -10,6 +10,7 @@
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Commands/Preferences.hpp"
 #include "Examples/HostApp/Terminal/StyledText.hpp"
+#include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "OmbrixCore/Formatting/FormatNames.hpp"
 #include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
 #include "OmbrixCore/Formatting/OmbrixTimerFormatter.hpp"

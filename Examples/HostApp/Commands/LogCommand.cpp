@@ -1,9 +1,18 @@
 #include <fmt/format.h>
+#include <poll.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fstream>
+#include <map>
 #include <memory>
+#include <optional>
 
+#include "Examples/HostApp/Commands/Arguments.hpp"
 #include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Days/RecordedDay.hpp"
+#include "Examples/HostApp/Terminal/LogLines.hpp"
 #include "OmbrixCore/Extensions/Logging/LoggingService.hpp"
 #include "OmbrixPlatform/Logging/DDFileLogger.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
@@ -12,27 +21,101 @@
 namespace ombrix::hostapp {
 namespace {
 
-/// The folder of the log's files; empty when the log has none.
-std::string logFolder() {
+namespace fs = std::filesystem;
+
+struct Options {
+  std::optional<std::size_t> last;
+  std::string level = "debug";
+  bool follow = false, json = false;
+};
+
+const std::map<std::string, LogLevel> kLevels = {{"error", LogLevel::error},
+                                                 {"warning", LogLevel::warning},
+                                                 {"info", LogLevel::info},
+                                                 {"debug", LogLevel::debug}};
+
+std::shared_ptr<platform::DDFileLogger> fileLogger() {
   for (const auto& logger : platform::DDLog::allLoggers()) {
-    const auto file = std::dynamic_pointer_cast<platform::DDFileLogger>(logger);
-    if (file) return file->logFileManager()->logsDirectory().string();
+    if (auto file = std::dynamic_pointer_cast<platform::DDFileLogger>(logger)) return file;
   }
-  return {};
+  return nullptr;
+}
+
+/// Reads the log's files, the oldest one first, and afterwards what has come since.
+class LogReader {
+ public:
+  /// The whole lines that were not read yet. A log that others have written to, or a damaged disk,
+  /// is read as far as it can be.
+  std::string read() {
+    platform::DDLog::flushLog();
+    std::string lines;
+    const auto logger = fileLogger();
+    if (!logger) return lines;
+    auto files = logger->logFileManager()->sortedLogFileInfos();
+    for (auto file = files.rbegin(); file != files.rend(); ++file) lines += readOn(file->filePath);
+    return platform::stringFromUTF8Repaired(platform::bytesOf(lines));
+  }
+
+ private:
+  std::string readOn(const fs::path& path) {
+    std::uintmax_t& offset = offsets_[path];
+    std::ifstream file(path, std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(offset));
+    std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    // A line that is being written is read when it is whole; the last one of all may never be.
+    const auto end = bytes.rfind('\n');
+    if (offset > 0) bytes.resize(end == std::string::npos ? 0 : end + 1);
+    offset += bytes.size();
+    return bytes;
+  }
+
+  std::map<fs::path, std::uintmax_t> offsets_;
+};
+
+void print(std::string_view lines, const Options& options, std::optional<std::size_t> last) {
+  auto entries = logEntries(lines);
+  const LogLevel least = kLevels.at(options.level);
+  // What no logger has written has no level, and is shown wherever everything is.
+  std::erase_if(entries, [&](const LogEntry& entry) {
+    return entry.level.value_or(LogLevel::debug) > least;
+  });
+  const std::size_t first = last && entries.size() > *last ? entries.size() - *last : 0;
+  for (std::size_t i = first; i < entries.size(); ++i) {
+    fmt::print("{}\n", options.json ? lineOf(jsonOf(entries[i])) : entries[i].text);
+  }
+  std::fflush(stdout);
+}
+
+void showLog(const Options& options) {
+  LoggingService::shared();
+  LogReader log;
+  const std::string lines = log.read();
+  print(lines, options, options.last);
+  if (lines.empty()) {
+    const auto logger = fileLogger();
+    if (!logger) throw CommandFailure("there is no log");
+    fmt::print(stderr, "ombrix: there is no log yet; it would be in {}\n",
+               logger->logFileManager()->logsDirectory().string());
+  }
+  // Lines are appended to files that stay open, of which the system tells nothing before they are
+  // closed; so they are looked at four times a second, until nobody reads any more.
+  pollfd reader{STDOUT_FILENO, 0, 0};
+  while (options.follow && ::poll(&reader, 1, 250) == 0) print(log.read(), options, std::nullopt);
 }
 
 }  // namespace
 
 void addLogCommand(CLI::App& app) {
-  app.add_subcommand("log", "Prints the recent log, the oldest line first")->callback([] {
-    const auto log = LoggingService::shared().historicalLog();
-    if (!log) throw CommandFailure("there is no log");
-    // A log that others have written to, or a damaged disk, is shown as far as it can be read.
-    fmt::print("{}", platform::stringFromUTF8Repaired(*log));
-    if (log->empty()) {
-      fmt::print(stderr, "ombrix: there is no log yet; it would be in {}\n", logFolder());
-    }
-  });
+  const auto options = std::make_shared<Options>();
+  CLI::App* command = app.add_subcommand("log", "Prints the recent log, the oldest line first");
+  command->add_option("-n,--last", options->last, "Only the last messages, so many")
+      ->check(wholeNumberBetween(0, kMostToCount));
+  command->add_flag("-f,--follow", options->follow, "Go on with what is logged from now on");
+  command->add_option("--level", options->level, "Only messages that matter at least as much")
+      ->check(CLI::IsMember({"error", "warning", "info", "debug"}))
+      ->capture_default_str();
+  command->add_flag("--json", options->json, "Print one JSON object a message");
+  command->callback([options] { showLog(*options); });
 }
 
 }  // namespace ombrix::hostapp

@@ -34,16 +34,22 @@ void addPreferenceOptions(CLI::App& command) {
           },
           "The unit system: kilometers, miles or british")
       ->check(CLI::IsMember({"kilometers", "miles", "british"}));
-  command.add_option_function<std::string>(
-      "--locale",
-      [](const std::string& identifier) {
-        platform::services().locale.set(std::make_shared<FixedLocaleService>(identifier));
-        // The default was chosen for the locale of the environment when the settings registered.
-        OmbrixSettings::shared().registerDefaults(
-            {{OmbrixSettings::keyFromGetter("metricType"),
-              OmbrixSettings::unitSystemForLocale(platform::Locale::current())}});
-      },
-      "The language and region to write in, as in de_DE; its unit system, too, unless one is set");
+  command
+      .add_option_function<std::string>(
+          "--locale",
+          [](const std::string& identifier) {
+            platform::services().locale.set(std::make_shared<FixedLocaleService>(identifier));
+            // The default was chosen for the locale of the environment when the settings
+            // registered.
+            OmbrixSettings::shared().registerDefaults(
+                {{OmbrixSettings::keyFromGetter("metricType"),
+                  OmbrixSettings::unitSystemForLocale(platform::Locale::current())}});
+          },
+          "The language and region to write in, as in de_DE; its unit system, too, unless one is "
+          "set")
+      ->type_name("LOCALE")
+      // Help is written while the rest is not read yet.
+      ->trigger_on_parse();
 }
 
 }  // namespace ombrix::hostapp

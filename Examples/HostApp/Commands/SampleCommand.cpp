@@ -7,20 +7,24 @@
 #include "Examples/HostApp/Commands/Arguments.hpp"
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Days/SampleDay.hpp"
+#include "Examples/HostApp/Files/HeartRates.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Texts/Text.hpp"
 
 namespace ombrix::hostapp {
 
 void addSampleCommand(CLI::App& app) {
   struct Options {
-    std::string path;
+    std::string path, ratesPath;
     SampleDayOptions day;
   };
   const auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand("sample", "Makes up a day of skiing and writes its track");
   command->add_option("OUT", options->path, "The track file to write; - for standard output")
       ->required();
+  command->add_option("--hr", options->ratesPath, "Write heart rates of that day to this file, too")
+      ->type_name("FILE");
   command->add_option("--seed", options->day.seed, "Equal seeds give equal days")
       ->check(wholeNumberBetween(0, std::numeric_limits<long long>::max()))
       ->capture_default_str();
@@ -30,7 +34,12 @@ void addSampleCommand(CLI::App& app) {
   command->callback([options] {
     const auto fixes = makeSampleDay(options->day);
     writeTrack(options->path, fixes);
-    fmt::print(noticesBeside(options->path), "Wrote {} fixes to {}\n", fixes.size(), options->path);
+    if (!options->ratesPath.empty()) {
+      writeHeartRates(options->ratesPath, makeSampleHeartRates(fixes, options->day.seed));
+    }
+    fmt::print(
+        noticesBeside(options->path), "{}\n",
+        fmt::format(fmt::runtime(text("Wrote {} fixes to {}")), fixes.size(), options->path));
   });
 }
 

@@ -53,6 +53,14 @@ const Setting& settingNamed(const std::string& name) {
   throw CLI::ValidationError("NAME", fmt::format("there is no setting {:?}", name));
 }
 
+/// Waits until a change is in the file, and in the cloud where it is synced.
+void bringToDisk(bool isSynced) {
+  if (!platform::UserDefaults::standardUserDefaults().synchronize()) {
+    throw CommandFailure("the setting could not be saved");
+  }
+  if (isSynced) bringCloudUpToDate();
+}
+
 void print(const Setting& setting) {
   fmt::print("{} = {}\n", setting.name, setting.get());
   std::fflush(stdout);
@@ -115,10 +123,16 @@ void addSettingsCommand(CLI::App& app) {
                                                       fmt::join(setting.values, ", ")));
     }
     setting.set(options->value);
-    if (!platform::UserDefaults::standardUserDefaults().synchronize()) {
-      throw CommandFailure("the setting could not be saved");
-    }
-    if (settings().syncPreferences()) bringCloudUpToDate();
+    bringToDisk(settings().syncPreferences());
+  });
+
+  CLI::App* unset = command->add_subcommand("unset", "Brings the default of a setting back");
+  unset->add_option("NAME", options->name, "As in the list")->required();
+  unset->callback([options] {
+    const Setting& setting = settingNamed(options->name);
+    const bool wasSynced = settings().syncPreferences();
+    settings().saveObject(std::nullopt, OmbrixSettings::keyFromGetter(setting.name));
+    bringToDisk(wasSynced);
   });
 
   CLI::App* watching = command->add_subcommand("watch", "Prints each change, from any process");

@@ -6,6 +6,7 @@
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Texts/Text.hpp"
 #include "OmbrixDay/Filters/PlausibleFix.hpp"
 
 namespace ombrix::hostapp {
@@ -32,8 +33,9 @@ void addTrackCommand(CLI::App& app) {
           fmt::format("there is no fix in {} ({} skipped)", options->in, read.skipped));
     }
     writeTrack(options->out, read.fixes);
-    fmt::print(noticesBeside(options->out), "Wrote {} fixes to {} ({} rows skipped)\n",
-               read.fixes.size(), options->out, read.skipped);
+    fmt::print(noticesBeside(options->out), "{}\n",
+               fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")),
+                           read.fixes.size(), options->out, read.skipped));
   });
 }
 

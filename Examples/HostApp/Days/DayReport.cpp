@@ -7,61 +7,62 @@
 #include <utility>
 #include <vector>
 
-#include "Examples/HostApp/Terminal/ReportLine.hpp"
 #include "Examples/HostApp/Terminal/TextTable.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
-#include "OmbrixPlatform/Text/DateFormatter.hpp"
 
 namespace ombrix::hostapp {
 namespace {
 
-using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+using Format = FigureTexts::Format;
+using DateStyle = FigureTexts::DateStyle;
 
 /// Labels and what they say, one below the other.
 class Figures {
  public:
+  explicit Figures(FigureTexts& texts) : texts_(texts) {}
+
   void line(std::string_view label, std::string shown) {
     lines_.emplace_back(text(label), std::move(shown));
   }
   void value(std::string_view label, Format format, std::optional<double> number) {
-    if (number) line(label, styledValue(format, *number));
+    if (number) line(label, texts_.value(format, *number));
   }
   [[nodiscard]] std::string lines() const {
     std::size_t width = 0;
     for (const auto& [label, shown] : lines_) width = std::max(width, columnsOf(label));
     std::string all;
     for (const auto& [label, shown] : lines_) {
-      all += fmt::format("  {:<{}} {}\n", label, width, shown);
+      all += fmt::format("  {}{} {}\n", label, std::string(width - columnsOf(label), ' '), shown);
     }
     return all;
   }
 
  private:
+  FigureTexts& texts_;
   std::vector<std::pair<std::string, std::string>> lines_;
 };
 
 std::string fixesShown(const RecordedDay& recorded) {
   const FixCounts& counts = recorded.day.counts;
-  std::string shown = fmt::format("{} {}, {} {}, {} {}", counts.read, text("read"),
-                                  recorded.skipped, text("skipped"), counts.used, text("used"));
-  if (counts.offTheGlobe > 0) {
-    shown += fmt::format(", {} {}", counts.offTheGlobe, text("off the globe"));
-  }
-  if (counts.beyondLimit > 0) {
-    shown += fmt::format(", {} {}", counts.beyondLimit, text("beyond the limit"));
-  }
+  const auto counted = [](std::size_t count, std::string_view what) {
+    return fmt::format("{} {}", countText(count), text(what));
+  };
+  std::string shown =
+      fmt::format("{}, {}, {}", counted(counts.read, "read"), counted(recorded.skipped, "skipped"),
+                  counted(counts.used, "used"));
+  if (counts.offTheGlobe > 0) shown += ", " + counted(counts.offTheGlobe, "off the globe");
+  if (counts.beyondLimit > 0) shown += ", " + counted(counts.beyondLimit, "beyond the limit");
   return shown;
 }
 
-std::string figures(const RecordedDay& recorded) {
+std::string figuresOf(const RecordedDay& recorded, FigureTexts& texts) {
   const DayTotals& totals = recorded.day.totals;
-  Figures figures;
+  Figures figures(texts);
   if (totals.begin) {
-    const platform::DateFormatter date("EEEE, d MMMM y, HH:mm");
-    figures.line("Start", date.stringFrom(*totals.begin));
-    figures.line("Span", styledDuration(recorded.spanSeconds()));
-    figures.line("Runs", fmt::format("{}", totals.runs));
-    figures.line("Lifts", fmt::format("{}", totals.lifts));
+    figures.line("Start", texts.date(DateStyle::dayAndTime, *totals.begin));
+    figures.line("Span", texts.duration(recorded.spanSeconds()));
+    figures.line("Runs", texts.count(totals.runs));
+    figures.line("Lifts", texts.count(totals.lifts));
     figures.value("Distance", Format::distance, totals.all.distanceMeters);
     figures.value("On runs", Format::distance, totals.run.distanceMeters);
     figures.value("Vertical up", Format::vertical, totals.all.ascentMeters);
@@ -78,8 +79,7 @@ std::string figures(const RecordedDay& recorded) {
   return figures.lines();
 }
 
-std::string rides(const Day& day) {
-  const platform::DateFormatter clock("HH:mm");
+std::string rides(const Day& day, FigureTexts& texts) {
   TextTable table({text("Ride"), text("Start"), text("Time"), text("Distance"), text("Vertical"),
                    text("Top speed"), text("Average speed")});
   for (const DaySegment& segment : day.segments) {
@@ -87,19 +87,19 @@ std::string rides(const Day& day) {
     if (!isRun && segment.kind != SegmentKind::lift) continue;
     const SegmentFigures& figures = segment.figures;
     table.add({fmt::format("{} {}", text(isRun ? "Run" : "Lift"), segment.number),
-               clock.stringFrom(segment.begin), styledDuration(figures.seconds),
-               styledValue(Format::distance, figures.distanceMeters),
-               styledValue(Format::vertical, std::abs(segment.vertical())),
-               styledValue(Format::speed, figures.maxSpeedMetersPerSecond),
-               styledValue(Format::speed, figures.averageSpeedMetersPerSecond)});
+               texts.date(DateStyle::clock, segment.begin), texts.duration(figures.seconds),
+               texts.value(Format::distance, figures.distanceMeters),
+               texts.value(Format::vertical, std::abs(segment.vertical())),
+               texts.value(Format::speed, figures.maxSpeedMetersPerSecond),
+               texts.value(Format::speed, figures.averageSpeedMetersPerSecond)});
   }
   return table.empty() ? "" : "\n" + table.lines();
 }
 
 }  // namespace
 
-std::string dayReport(const RecordedDay& recorded) {
-  return recorded.title + "\n" + figures(recorded) + rides(recorded.day);
+std::string dayReport(const RecordedDay& recorded, FigureTexts& figures) {
+  return recorded.title + "\n" + figuresOf(recorded, figures) + rides(recorded.day, figures);
 }
 
 }  // namespace ombrix::hostapp

@@ -65,8 +65,12 @@ void RecentDays::remember(const RecordedDay& recorded) {
   if (!totals.begin) return;
   const double start = platform::timeIntervalSince1970(*totals.begin);
   const std::string key = fmt::format("{:.0f}", start);
-  const RememberedDay kept{recorded.title, start, totals.all.distanceMeters,
-                           totals.all.descentMeters};
+  const RememberedDay kept{.title = recorded.title,
+                           .startSeconds = start,
+                           .distanceMeters = totals.all.distanceMeters,
+                           .descentMeters = totals.all.descentMeters,
+                           .runs = totals.runs,
+                           .maxSpeedMetersPerSecond = totals.all.maxSpeedMetersPerSecond};
   bool isKept = false;
   const auto access = alone([&] {
     adoptOlder();

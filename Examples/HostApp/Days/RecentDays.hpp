@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,13 +18,18 @@ struct RememberedDay {
   double startSeconds = 0;  ///< Since 1970.
   double distanceMeters = 0;
   double descentMeters = 0;
+  // Days that an older build has kept are without these.
+  std::optional<std::uint64_t> runs;
+  std::optional<double> maxSpeedMetersPerSecond;
 
   friend bool operator==(const RememberedDay&, const RememberedDay&) = default;
   static constexpr auto kCodingFields =
       platform::codingFields(platform::field("title", &RememberedDay::title),
                              platform::field("start", &RememberedDay::startSeconds),
                              platform::field("distance", &RememberedDay::distanceMeters),
-                             platform::field("descent", &RememberedDay::descentMeters));
+                             platform::field("descent", &RememberedDay::descentMeters),
+                             platform::field("runs", &RememberedDay::runs),
+                             platform::field("topSpeed", &RememberedDay::maxSpeedMetersPerSecond));
 };
 
 /// The last days that were summarised, in the list and on the disk alike: in the app group's

@@ -174,4 +174,23 @@ std::vector<CLLocation> makeSampleDay(const SampleDayOptions& options) {
   return day.take();
 }
 
+std::vector<HeartRate> makeSampleHeartRates(std::span<const CLLocation> fixes, std::uint64_t seed) {
+  constexpr std::size_t kEvery = 5;
+  constexpr double kResting = 84, kPerMeterPerSecond = 5.2, kHighest = 176;
+  constexpr double kFollowing = 0.07;  // Of the way to the effort's rate, every five seconds.
+  Noise noise(seed);
+  WanderingError wandering(3);
+  std::vector<HeartRate> rates;
+  double rate = kResting;
+  for (std::size_t i = kEvery; i < fixes.size(); i += kEvery) {
+    const double fall = fixes[i - kEvery].altitude - fixes[i].altitude;
+    const bool skis = fall > 1 && fixes[i].speed > 2;
+    const double effort =
+        std::min(kHighest, kResting + (skis ? 14 + kPerMeterPerSecond * fixes[i].speed : 0));
+    rate += kFollowing * (effort - rate);
+    rates.push_back({fixes[i].timestamp, std::round(rate + wandering.next(noise))});
+  }
+  return rates;
+}
+
 }  // namespace ombrix::hostapp

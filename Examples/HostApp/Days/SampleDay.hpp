@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <vector>
 
 #include "OmbrixCore/Location/CLLocation.hpp"
+#include "OmbrixDay/Measuring/DayMeasurer.hpp"
 
 namespace ombrix::hostapp {
 
@@ -17,5 +19,10 @@ struct SampleDayOptions {
 /// pauses and lunch, with the noise of a real receiver (wandering positions, stretches of poor
 /// accuracy under the lift's roof where the speed is unknown).
 std::vector<CLLocation> makeSampleDay(const SampleDayOptions& options);
+
+/// Makes the heart rates of such a day, one every five seconds: higher the faster it goes downhill,
+/// following effort and rest slowly, as hearts do.
+std::vector<HeartRate> makeSampleHeartRates(std::span<const CLLocation> fixes,
+                                            std::uint64_t seed = SampleDayOptions{}.seed);
 
 }  // namespace ombrix::hostapp

@@ -6,6 +6,7 @@
 #include <cmath>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Files/WholeFile.hpp"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
 #include "OmbrixPlatform/Health/HKQuantitySample.hpp"
@@ -31,6 +32,16 @@ std::vector<HeartRate> readHeartRates(const std::string& path) {
   }
   std::ranges::stable_sort(rates, {}, &HeartRate::time);
   return rates;
+}
+
+void writeHeartRates(const std::string& path, std::span<const HeartRate> rates) {
+  std::string rows;
+  for (const HeartRate& rate : rates) {
+    rows += fmt::format("{},{}\n", platform::timeIntervalSince1970(rate.time), rate.beatsPerMinute);
+  }
+  // What a write reports, the stream keeps for when it is closed.
+  writeFile(path,
+            [&](const auto& stream) { static_cast<void>(stream->write(platform::bytesOf(rows))); });
 }
 
 }  // namespace ombrix::hostapp

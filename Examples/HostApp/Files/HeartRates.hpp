@@ -1,5 +1,6 @@
 #pragma once
 
+#include <span>
 #include <string>
 #include <vector>
 
@@ -10,5 +11,8 @@ namespace ombrix::hostapp {
 /// Reads the finite rates of a heart-rate file in order of time; one that is not there or cannot be
 /// read ends the command.
 std::vector<HeartRate> readHeartRates(const std::string& path);
+
+/// Writes heart rates as such a file; see `writeFile`.
+void writeHeartRates(const std::string& path, std::span<const HeartRate> rates);
 
 }  // namespace ombrix::hostapp

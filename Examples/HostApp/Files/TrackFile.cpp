@@ -101,6 +101,14 @@ Track readTrackFile(const std::string& path, std::optional<TrackFormat> format) 
   }
 }
 
+Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> format) {
+  Track track = readTrackFile(path, format);
+  if (track.fixes.empty()) {
+    throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", path, track.skipped));
+  }
+  return track;
+}
+
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes) {
   writeFile(path, [fixes](const auto& stream) { LocationCSVWriter(stream).add(fixes); });
 }

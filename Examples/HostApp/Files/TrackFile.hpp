@@ -14,6 +14,9 @@ namespace ombrix::hostapp {
 /// @param format Nothing: by the ending of the name, else by how the bytes begin.
 Track readTrackFile(const std::string& path, std::optional<TrackFormat> format = std::nullopt);
 
+/// The same; a file without a single fix ends the command, too.
+Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> format = std::nullopt);
+
 /// Writes a track file in the format "CSV", replacing one that is there; see `writeFile`.
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes);
 

@@ -110,8 +110,17 @@ class UnpublishedFile {
            ::fchmod(descriptor_, other.st_mode & 07777) == 0;
   }
 
-  [[nodiscard]] bool publish(const fs::path& target) noexcept {
-    isPublished_ = ::fsync(descriptor_) == 0 && ::rename(path_.c_str(), target.c_str()) == 0;
+  /// @param existing Kept: false, with `errno` EEXIST, where there is anything of that name.
+  [[nodiscard]] bool publish(const fs::path& target, Existing existing) noexcept {
+    if (::fsync(descriptor_) != 0) return false;
+    if (existing == Existing::replaced) {
+      isPublished_ = ::rename(path_.c_str(), target.c_str()) == 0;
+      return isPublished_;
+    }
+    isPublished_ =
+        ::renameat2(AT_FDCWD, path_.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0;
+    // Some file systems cannot do that, but know links, which replace nothing either.
+    if (!isPublished_ && errno == EINVAL) return ::link(path_.c_str(), target.c_str()) == 0;
     return isPublished_;
   }
 
@@ -123,7 +132,7 @@ class UnpublishedFile {
 
 }  // namespace
 
-void writeFile(const std::string& path, const Write& write) {
+void writeFile(const std::string& path, const Write& write, Existing existing) {
   const Target target = resolved(path);
   if (target.descriptor) {
     std::fflush(stdout);
@@ -132,6 +141,7 @@ void writeFile(const std::string& path, const Write& write) {
   struct stat older{};
   const bool exists = ::stat(target.path.c_str(), &older) == 0;
   if (!exists && errno != ENOENT) failWithErrno(path);
+  if (exists && existing == Existing::kept) fail(path, std::strerror(EEXIST));
   if (exists && !S_ISREG(older.st_mode)) return writeStraight(target.path, 0, path, write);
   // A file that is protected against writing is not to be replaced either.
   if (exists && ::access(target.path.c_str(), W_OK) != 0) failWithErrno(path);
@@ -145,7 +155,7 @@ void writeFile(const std::string& path, const Write& write) {
   }
   if (exists && !fresh.resemble(older)) return writeInPlace();
   writeTo(fresh.descriptor(), platform::DescriptorOwnership::borrowed, path, write);
-  if (!fresh.publish(target.path)) failWithErrno(path);
+  if (!fresh.publish(target.path, existing)) failWithErrno(path);
 }
 
 std::FILE* noticesBeside(const std::string& path) {

@@ -13,6 +13,9 @@ namespace ombrix::hostapp {
 /// The contents of a file; one that is not there or cannot be read ends the command.
 platform::Data readWholeFile(const std::string& path);
 
+/// What becomes of a file that stands where one is written.
+enum class Existing { replaced, kept };
+
 /// Writes a file, replacing one that is there only once everything is written and on the disk;
 /// failures, also what the closure throws, end the command and leave an older file as it was.
 ///
@@ -22,8 +25,10 @@ platform::Data readWholeFile(const std::string& path);
 /// folder that takes no new file. A failure may then leave a part.
 ///
 /// @param write Is given the open stream.
+/// @param existing Kept: whatever is there already, or comes meanwhile, is a failure.
 void writeFile(const std::string& path,
-               const std::function<void(const std::shared_ptr<platform::OutputStream>&)>& write);
+               const std::function<void(const std::shared_ptr<platform::OutputStream>&)>& write,
+               Existing existing = Existing::replaced);
 
 /// Where to tell that a file was written: standard error when the file is standard output itself.
 std::FILE* noticesBeside(const std::string& path);

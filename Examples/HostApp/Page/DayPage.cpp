@@ -8,10 +8,13 @@
 #include <map>
 #include <vector>
 
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Page/Markup.hpp"
 #include "Examples/HostApp/Page/PageParts.hpp"
 #include "Examples/HostApp/Page/Profiles.hpp"
 #include "Examples/HostApp/Page/TrackMap.hpp"
-#include "Examples/HostApp/Page/ValueHTML.hpp"
+#include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
 #include "OmbrixPlatform/Text/DateFormatter.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
@@ -19,98 +22,100 @@
 namespace ombrix::hostapp {
 namespace {
 
-using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+using Format = FigureTexts::Format;
+using DateStyle = FigureTexts::DateStyle;
 using platform::JSON;
 
 constexpr std::size_t kMostSteps = 1200;  // Of the cursor: about one a pixel.
 
 std::string label(const char* english) { return escaped(text(english)); }
 
-std::string figure(const char* name, const std::string& value, const char* kind = "") {
-  return fmt::format("<div{}><dt>{}</dt><dd>{}</dd></div>", kind, label(name), value);
+std::string figure(const char* name, const std::string& value) {
+  return fmt::format("<div><dt>{}</dt><dd>{}</dd></div>", label(name), value);
 }
 
 /// One page in the making: what its parts need in common.
 class DayPageWriter {
  public:
   explicit DayPageWriter(const RecordedDay& recorded)
-      : recorded_(recorded), day_(recorded.day), map_(day_), profiles_(day_) {
+      : recorded_(recorded), day_(recorded.day), map_(day_, figures_), profiles_(day_, figures_) {
     const std::size_t stride = std::max<std::size_t>(1, day_.samples.size() / kMostSteps);
     for (std::size_t i = 0; i < day_.samples.size(); i += stride) steps_.push_back(i);
     if (steps_.back() + 1 != day_.samples.size()) steps_.push_back(day_.samples.size() - 1);
   }
 
-  [[nodiscard]] std::string page() const;
+  std::string page();
 
  private:
-  [[nodiscard]] std::string date() const;
-  [[nodiscard]] std::string times() const;
-  [[nodiscard]] std::string header() const;
-  [[nodiscard]] std::string figures() const;
-  [[nodiscard]] std::string map() const;
-  [[nodiscard]] std::string profiles() const;
-  [[nodiscard]] std::string rides() const;
-  [[nodiscard]] std::string ride(std::size_t index) const;
-  [[nodiscard]] std::string footer() const;
-  [[nodiscard]] std::string card() const;
-  [[nodiscard]] std::string data() const;
-  [[nodiscard]] JSON column(const std::function<std::string(const DaySample&)>& shown) const;
+  std::string date();
+  std::string times();
+  std::string header();
+  std::string figures();
+  std::string map();
+  std::string profiles();
+  std::string rides();
+  std::string ride(std::size_t index);
+  std::string footer();
+  std::string card();
+  std::string data();
+  JSON column(const std::function<std::string(const DaySample&)>& shown);
 
   const RecordedDay& recorded_;
   const Day& day_;
+  FigureTexts figures_{markedUp};
   TrackMap map_;
   Profiles profiles_;
   std::vector<std::size_t> steps_;  // The samples that the cursor stops at.
 };
 
-std::string DayPageWriter::date() const {
-  return platform::DateFormatter("EEEE, d MMMM y").stringFrom(*day_.totals.begin);
+std::string DayPageWriter::date() { return figures_.date(DateStyle::day, *day_.totals.begin); }
+
+std::string DayPageWriter::times() {
+  return fmt::format("{} – {}", figures_.date(DateStyle::clock, *day_.totals.begin),
+                     figures_.date(DateStyle::clock, *day_.totals.end));
 }
 
-std::string DayPageWriter::times() const {
-  const platform::DateFormatter clock("HH:mm");
-  return fmt::format("{} – {}", clock.stringFrom(*day_.totals.begin),
-                     clock.stringFrom(*day_.totals.end));
-}
-
-std::string DayPageWriter::header() const {
+std::string DayPageWriter::header() {
   return fmt::format(
       "<header><div><h1>{}</h1><p>{} · {}</p></div><div class=\"buttons\">"
       "<button type=\"button\" id=\"theme\">{}</button>"
       "<button type=\"button\" id=\"share\">{}</button></div></header>",
-      escaped(date()), escaped(times()), durationHTML(recorded_.spanSeconds()), label("Dark"),
+      escaped(date()), escaped(times()), figures_.duration(recorded_.spanSeconds()), label("Dark"),
       label("Save as picture"));
 }
 
-std::string DayPageWriter::figures() const {
+std::string DayPageWriter::figures() {
   const DayTotals& totals = day_.totals;
-  std::string figures =
-      figure("Vertical down", valueHTML(Format::vertical, totals.all.descentMeters),
-             " class=\"first\"") +
-      figure("Runs", fmt::format("<b>{}</b>", totals.runs)) +
-      figure("Top speed", valueHTML(Format::speed, totals.all.maxSpeedMetersPerSecond)) +
-      figure("On runs", valueHTML(Format::distance, totals.run.distanceMeters)) +
-      figure("Lifts", fmt::format("<b>{}</b>", totals.lifts)) +
-      figure("Vertical up", valueHTML(Format::vertical, totals.all.ascentMeters)) +
-      figure("Distance", valueHTML(Format::distance, totals.all.distanceMeters)) +
-      figure("Average speed", valueHTML(Format::speed, totals.all.averageSpeedMetersPerSecond)) +
-      figure("Moving time", durationHTML(totals.all.movingSeconds));
+  const std::string first =
+      figure("Vertical down", figures_.value(Format::vertical, totals.all.descentMeters)) +
+      figure("Runs", figures_.count(totals.runs)) +
+      figure("Top speed", figures_.value(Format::speed, totals.all.maxSpeedMetersPerSecond)) +
+      figure("On runs", figures_.value(Format::distance, totals.run.distanceMeters));
+  std::string others =
+      figure("Lifts", figures_.count(totals.lifts)) +
+      figure("Vertical up", figures_.value(Format::vertical, totals.all.ascentMeters)) +
+      figure("Distance", figures_.value(Format::distance, totals.all.distanceMeters)) +
+      figure("Average speed",
+             figures_.value(Format::speed, totals.all.averageSpeedMetersPerSecond)) +
+      figure("Moving time", figures_.duration(totals.all.movingSeconds));
   if (totals.maxAltitude) {
-    figures += figure("Highest point", valueHTML(Format::altitude, *totals.maxAltitude)) +
-               figure("Lowest point", valueHTML(Format::altitude, *totals.minAltitude));
+    others += figure("Highest point", figures_.value(Format::altitude, *totals.maxAltitude)) +
+              figure("Lowest point", figures_.value(Format::altitude, *totals.minAltitude));
   }
   if (totals.all.averageHeartRate) {
-    figures +=
-        figure("Average heart rate", valueHTML(Format::heartRate, *totals.all.averageHeartRate)) +
-        figure("Highest heart rate", valueHTML(Format::heartRate, *totals.all.maxHeartRate));
+    others +=
+        figure("Average heart rate",
+               figures_.value(Format::heartRate, *totals.all.averageHeartRate)) +
+        figure("Highest heart rate", figures_.value(Format::heartRate, *totals.all.maxHeartRate));
   }
   if (recorded_.kilocalories) {
-    figures += figure("Energy", valueHTML(Format::energy, *recorded_.kilocalories));
+    others += figure("Energy", figures_.value(Format::energy, *recorded_.kilocalories));
   }
-  return fmt::format("<dl class=\"figures\">{}</dl>", figures);
+  return fmt::format("<dl class=\"figures first\">{}</dl><dl class=\"figures\">{}</dl>", first,
+                     others);
 }
 
-std::string DayPageWriter::map() const {
+std::string DayPageWriter::map() {
   return fmt::format(
       "<section aria-labelledby=\"map\"><div class=\"bar\"><h2 id=\"map\">{}</h2></div><figure>"
       "<svg class=\"map\" viewBox=\"0 0 {} {}\" role=\"img\" aria-label=\"{}\">{}{}"
@@ -120,11 +125,11 @@ std::string DayPageWriter::map() const {
       "class=\"dash\"></span>{}</span></figcaption></figure></section>",
       label("Map"), coordinate(map_.width()), coordinate(map_.height()),
       label("Map of the day: runs coloured by speed, lifts dotted"), map_.elements(),
-      map_.scaleBar(), escaped(valueText(Format::speed, 0)),
-      escaped(valueText(Format::speed, map_.fastest())), label("Lift"));
+      map_.scaleBar(), escaped(figures_.plain(Format::speed, 0)),
+      escaped(figures_.plain(Format::speed, map_.fastest())), label("Lift"));
 }
 
-std::string DayPageWriter::profiles() const {
+std::string DayPageWriter::profiles() {
   const auto cell = [](const char* name, const char* column) {
     return fmt::format("<div><dt>{}</dt><dd data-column=\"{}\"></dd></div>", label(name), column);
   };
@@ -145,7 +150,7 @@ std::string DayPageWriter::profiles() const {
       profiles_.html(ProfileAxis::distance));
 }
 
-std::string DayPageWriter::ride(std::size_t index) const {
+std::string DayPageWriter::ride(std::size_t index) {
   const DaySegment& segment = day_.segments[index];
   const SegmentFigures& figures = segment.figures;
   const bool isRun = segment.kind == SegmentKind::run;
@@ -154,20 +159,20 @@ std::string DayPageWriter::ride(std::size_t index) const {
   };
   std::string cells =
       cell(platform::timeIntervalSince1970(segment.begin),
-           escaped(platform::DateFormatter("HH:mm").stringFrom(segment.begin))) +
-      cell(figures.seconds, durationHTML(figures.seconds)) +
-      cell(figures.distanceMeters, valueHTML(Format::distance, figures.distanceMeters)) +
+           escaped(figures_.date(DateStyle::clock, segment.begin))) +
+      cell(figures.seconds, figures_.duration(figures.seconds)) +
+      cell(figures.distanceMeters, figures_.value(Format::distance, figures.distanceMeters)) +
       cell(std::abs(segment.vertical()),
-           valueHTML(Format::vertical, std::abs(segment.vertical()))) +
+           figures_.value(Format::vertical, std::abs(segment.vertical()))) +
       cell(std::abs(segment.slopeDegrees),
-           valueHTML(Format::angle, std::abs(segment.slopeDegrees))) +
+           figures_.value(Format::angle, std::abs(segment.slopeDegrees))) +
       cell(figures.averageSpeedMetersPerSecond,
-           valueHTML(Format::speed, figures.averageSpeedMetersPerSecond)) +
+           figures_.value(Format::speed, figures.averageSpeedMetersPerSecond)) +
       cell(figures.maxSpeedMetersPerSecond,
-           valueHTML(Format::speed, figures.maxSpeedMetersPerSecond));
+           figures_.value(Format::speed, figures.maxSpeedMetersPerSecond));
   if (profiles_.hasHeartRates()) {
     const double rate = figures.averageHeartRate.value_or(0);
-    cells += cell(rate, rate > 0 ? valueHTML(Format::heartRate, rate) : "–");
+    cells += cell(rate, rate > 0 ? figures_.value(Format::heartRate, rate) : "–");
   }
   return fmt::format(
       "<tr data-segment=\"{0}\"><th scope=\"row\" data-value=\"{0}\"><span class=\"mark {1}\">{2}"
@@ -176,7 +181,7 @@ std::string DayPageWriter::ride(std::size_t index) const {
       cells);
 }
 
-std::string DayPageWriter::rides() const {
+std::string DayPageWriter::rides() {
   std::vector<const char*> headings = {"Ride",     "Start", "Time",          "Distance",
                                        "Vertical", "Slope", "Average speed", "Top speed"};
   if (profiles_.hasHeartRates()) headings.push_back("Heart rate");
@@ -197,14 +202,15 @@ std::string DayPageWriter::rides() const {
       label("Runs and lifts"), head, rows);
 }
 
-std::string DayPageWriter::footer() const {
+std::string DayPageWriter::footer() {
   const FixCounts& counts = day_.counts;
   return fmt::format("<footer><p>{}</p><p>{}: {} {}, {} {}</p></footer>", escaped(recorded_.title),
-                     label("Fixes"), counts.read, label("read"), counts.used, label("used"));
+                     label("Fixes"), countText(counts.read), label("read"), countText(counts.used),
+                     label("used"));
 }
 
 /// The picture that is shared, 1200 by 630, with colours of its own.
-std::string DayPageWriter::card() const {
+std::string DayPageWriter::card() {
   const DayTotals& totals = day_.totals;
   constexpr double kSide = 520;
   const double scale = std::min(kSide / map_.width(), kSide / map_.height());
@@ -217,10 +223,10 @@ std::string DayPageWriter::card() const {
         y, escaped(shown), y + 32, label(name));
     y += 104;
   };
-  value("Vertical down", valueText(Format::vertical, totals.all.descentMeters));
-  value("Top speed", valueText(Format::speed, totals.all.maxSpeedMetersPerSecond));
-  value("On runs", valueText(Format::distance, totals.run.distanceMeters));
-  value("Runs", fmt::format("{}", totals.runs));
+  value("Vertical down", figures_.plain(Format::vertical, totals.all.descentMeters));
+  value("Top speed", figures_.plain(Format::speed, totals.all.maxSpeedMetersPerSecond));
+  value("On runs", figures_.plain(Format::distance, totals.run.distanceMeters));
+  value("Runs", countText(totals.runs));
   return fmt::format(
       "<template id=\"card\"><svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1200 630\" "
       "width=\"1200\" height=\"630\" font-family=\"system-ui, sans-serif\">"
@@ -233,7 +239,7 @@ std::string DayPageWriter::card() const {
 }
 
 /// The texts of one figure at all steps, each text once.
-JSON DayPageWriter::column(const std::function<std::string(const DaySample&)>& shown) const {
+JSON DayPageWriter::column(const std::function<std::string(const DaySample&)>& shown) {
   std::map<std::string, std::size_t> places;
   JSON::Array texts, at;
   for (const std::size_t step : steps_) {
@@ -245,8 +251,7 @@ JSON DayPageWriter::column(const std::function<std::string(const DaySample&)>& s
   return JSON::Dictionary{{"texts", std::move(texts)}, {"at", std::move(at)}};
 }
 
-std::string DayPageWriter::data() const {
-  const platform::DateFormatter clock("HH:mm:ss");
+std::string DayPageWriter::data() {
   JSON::Array places, times, distances;
   for (const std::size_t step : steps_) {
     const Point& place = map_.place(step);
@@ -256,7 +261,8 @@ std::string DayPageWriter::data() const {
     distances.emplace_back(std::llround(profiles_.position(ProfileAxis::distance, step) * 1e4));
   }
   const auto values = [&](Format format, double DaySample::* figure) {
-    return column([=](const DaySample& each) { return valueText(format, each.*figure); });
+    return column(
+        [=, this](const DaySample& each) { return figures_.plain(format, each.*figure); });
   };
   JSON::Dictionary data{
       {"fileName", platform::DateFormatter("y-MM-dd", platform::Locale("en_US_POSIX"))
@@ -265,13 +271,15 @@ std::string DayPageWriter::data() const {
       {"position",
        JSON::Dictionary{{"time", std::move(times)}, {"distance", std::move(distances)}}},
       {"place", std::move(places)},
-      {"time", column([&](const DaySample& each) { return clock.stringFrom(each.time); })},
+      {"time", column([this](const DaySample& each) {
+         return figures_.date(DateStyle::clockToSecond, each.time);
+       })},
       {"distance", values(Format::distance, &DaySample::distance)},
       {"altitude", values(Format::altitude, &DaySample::steadyAltitude)},
       {"speed", values(Format::speed, &DaySample::speed)}};
   if (profiles_.hasHeartRates()) {
-    data.set("heart", column([](const DaySample& each) {
-               return each.heartRate > 0 ? valueText(Format::heartRate, each.heartRate) : "";
+    data.set("heart", column([this](const DaySample& each) {
+               return each.heartRate > 0 ? figures_.plain(Format::heartRate, each.heartRate) : "";
              }));
   }
   std::string json = lineOf(data);
@@ -280,7 +288,7 @@ std::string DayPageWriter::data() const {
   return json;
 }
 
-std::string DayPageWriter::page() const {
+std::string DayPageWriter::page() {
   const std::string language = textLanguage();
   std::string page = fmt::format(
       "<!doctype html>\n<html lang=\"{}\" dir=\"ltr\" data-axis=\"time\"><head><meta "
@@ -301,6 +309,15 @@ std::string DayPageWriter::page() const {
 std::optional<std::string> dayPage(const RecordedDay& recorded) {
   if (recorded.day.samples.empty()) return std::nullopt;
   return DayPageWriter(recorded).page();
+}
+
+void writeDayPage(const std::string& path, const RecordedDay& recorded) {
+  const auto page = dayPage(recorded);
+  if (!page) throw CommandFailure("the track has no usable fix, so there is nothing to show");
+  // What a write reports, the stream keeps for when it is closed.
+  writeFile(path, [&](const auto& stream) {
+    static_cast<void>(stream->write(platform::bytesOf(*page)));
+  });
 }
 
 }  // namespace ombrix::hostapp

@@ -14,4 +14,7 @@ namespace ombrix::hostapp {
 /// @return Nothing for a day without a fix that counts.
 std::optional<std::string> dayPage(const RecordedDay& recorded);
 
+/// Writes that page to a file, or to standard output for "-"; failures end the command.
+void writeDayPage(const std::string& path, const RecordedDay& recorded);
+
 }  // namespace ombrix::hostapp

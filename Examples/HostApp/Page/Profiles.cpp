@@ -7,14 +7,13 @@
 #include <span>
 
 #include "Examples/HostApp/Page/Drawing.hpp"
-#include "Examples/HostApp/Page/ValueHTML.hpp"
+#include "Examples/HostApp/Page/Markup.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
-#include "OmbrixPlatform/Text/DateFormatter.hpp"
 
 namespace ombrix::hostapp {
 namespace {
 
-using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+using Format = FigureTexts::Format;
 
 // The plots are stretched to the page's width, so a view box of a thousand by a hundred does.
 constexpr double kWidth = 1000, kHeight = 100;
@@ -43,10 +42,11 @@ struct Profiles::Plot {
   }
 };
 
-Profiles::Profiles(const Day& day)
-    : day_(day), hasHeartRates_(std::ranges::any_of(day.samples, [](const DaySample& each) {
-        return each.heartRate > 0;
-      })) {}
+Profiles::Profiles(const Day& day, FigureTexts& figures)
+    : day_(day),
+      figures_(figures),
+      hasHeartRates_(std::ranges::any_of(
+          day.samples, [](const DaySample& each) { return each.heartRate > 0; })) {}
 
 double Profiles::position(ProfileAxis axis, std::size_t sample) const {
   const DaySample& each = day_.samples[sample];
@@ -120,7 +120,7 @@ std::string Profiles::plotHTML(const Plot& plot, ProfileAxis axis) const {
   std::string scale, grid;
   for (double value = plot.low; value <= plot.high + plot.step / 2; value += plot.step) {
     const double y = plot.height(value);
-    scale += tick(y / kHeight, valueText(plot.format, value));
+    scale += tick(y / kHeight, figures_.plain(plot.format, value));
     grid += fmt::format("M0 {}h{}", coordinate(y), kWidth);
   }
   return fmt::format(
@@ -143,11 +143,10 @@ std::string Profiles::timeScale() const {
     }
   }
   while ((end - begin) / step > kMostTicks) step *= 2;
-  const platform::DateFormatter clock("HH:mm");
   std::string scale;
   for (double time = std::ceil(begin / step) * step; time <= end; time += step) {
-    scale +=
-        tick(ratio(time - begin, end - begin), clock.stringFrom(platform::dateSince1970(time)));
+    scale += tick(ratio(time - begin, end - begin),
+                  figures_.date(FigureTexts::DateStyle::clock, platform::dateSince1970(time)));
   }
   return scale;
 }
@@ -159,7 +158,7 @@ std::string Profiles::distanceScale() const {
   const double step = std::max(0.1, niceStep(all / unit / kMostTicks)) * unit;
   std::string scale;
   for (double distance = 0; distance <= all; distance += step) {
-    scale += tick(distance / all, valueText(Format::distance, distance));
+    scale += tick(distance / all, figures_.plain(Format::distance, distance));
   }
   return scale;
 }

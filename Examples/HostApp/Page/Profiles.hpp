@@ -3,6 +3,7 @@
 #include <string>
 #include <vector>
 
+#include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "OmbrixDay/Measuring/Day.hpp"
 
 namespace ombrix::hostapp {
@@ -13,8 +14,8 @@ enum class ProfileAxis { time, distance };
 /// Altitude, speed and, where it was recorded, heart rate over time or distance.
 class Profiles {
  public:
-  /// @param day With at least one sample; must outlive the profiles.
-  explicit Profiles(const Day& day);
+  /// @param day With at least one sample; must outlive the profiles, as `figures` must.
+  Profiles(const Day& day, FigureTexts& figures);
 
   /// The plots over one axis, one below the other, with their scales.
   [[nodiscard]] std::string html(ProfileAxis axis) const;
@@ -34,6 +35,7 @@ class Profiles {
   [[nodiscard]] std::string distanceScale() const;
 
   const Day& day_;
+  FigureTexts& figures_;
   bool hasHeartRates_ = false;
 };
 

@@ -6,12 +6,13 @@
 #include <cmath>
 #include <numbers>
 
-#include "Examples/HostApp/Page/ValueHTML.hpp"
+#include "Examples/HostApp/Page/Markup.hpp"
 
 namespace ombrix::hostapp {
 namespace {
 
 constexpr double kMargin = 28;
+constexpr double kFoot = 24;  // Below the tracks, for the scale.
 constexpr double kTolerance = 0.6;
 constexpr double kLeastHeight = 420, kMostHeight = 900;
 constexpr double kLeastMeters = 200;  // Across: a walk round the car park is not drawn larger.
@@ -63,19 +64,21 @@ double overlap(Point place, std::span<const Point> others) {
 
 }  // namespace
 
-TrackMap::TrackMap(const Day& day) : day_(day), places_(flat(day)) {
+TrackMap::TrackMap(const Day& day, FigureTexts& figures)
+    : day_(day), figures_(figures), places_(flat(day)) {
   Frame frame;
   for (const Point& place : places_) frame.take(place);
   const double across = std::max(frame.east - frame.west, kLeastMeters);
   const double up = std::max(frame.north - frame.south, kLeastMeters);
-  unitsPerMeter_ = std::min((kWidth - 2 * kMargin) / across, (kMostHeight - 2 * kMargin) / up);
-  height_ = std::max(kLeastHeight, up * unitsPerMeter_ + 2 * kMargin);
+  unitsPerMeter_ =
+      std::min((kWidth - 2 * kMargin) / across, (kMostHeight - kFoot - 2 * kMargin) / up);
+  height_ = std::max(kLeastHeight, up * unitsPerMeter_ + 2 * kMargin + kFoot);
   const double middleX = (frame.west + frame.east) / 2, middleY = (frame.south + frame.north) / 2;
   for (Point& place : places_) {
     place = {kWidth / 2 + (place.x - middleX) * unitsPerMeter_,
-             height_ / 2 - (place.y - middleY) * unitsPerMeter_};
+             (height_ - kFoot) / 2 - (place.y - middleY) * unitsPerMeter_};
   }
-  const double unit = unitSize(OmbrixMeasurementFormatter::MeasurementFormat::speed);
+  const double unit = unitSize(FigureTexts::Format::speed);
   const double top = std::max(day.totals.run.maxSpeedMetersPerSecond, unit);
   fastest_ = std::ceil(top / unit / 10) * 10 * unit;
 }
@@ -179,7 +182,7 @@ std::string TrackMap::outline(const std::string& runColour, const std::string& l
 }
 
 std::string TrackMap::scaleBar() const {
-  using Format = OmbrixMeasurementFormatter::MeasurementFormat;
+  using Format = FigureTexts::Format;
   // Distances show one decimal, so the shortest bar is a tenth of their unit.
   const double unit = unitSize(Format::distance);
   const double wanted = kWidth / 8 / unitsPerMeter_ / unit;
@@ -190,7 +193,7 @@ std::string TrackMap::scaleBar() const {
   return fmt::format(
       "<g class=\"scale\"><path d=\"M16 {0}v5h{1}v-5\"/><text x=\"{2}\" y=\"{3}\">{4}</text></g>",
       coordinate(y), coordinate(size), coordinate(22 + size), coordinate(y + 5),
-      escaped(valueText(Format::distance, length)));
+      escaped(figures_.plain(Format::distance, length)));
 }
 
 }  // namespace ombrix::hostapp

@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Examples/HostApp/Page/Drawing.hpp"
+#include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "OmbrixDay/Measuring/Day.hpp"
 
 namespace ombrix::hostapp {
@@ -13,8 +14,8 @@ class TrackMap {
  public:
   static constexpr int kSpeedClasses = 7;
 
-  /// @param day With at least one sample; must outlive the map.
-  explicit TrackMap(const Day& day);
+  /// @param day With at least one sample; must outlive the map, as `figures` must.
+  TrackMap(const Day& day, FigureTexts& figures);
 
   /// The drawing's width and height in units of its view box.
   [[nodiscard]] double width() const noexcept { return kWidth; }
@@ -46,6 +47,7 @@ class TrackMap {
   [[nodiscard]] std::string badges() const;
 
   const Day& day_;
+  FigureTexts& figures_;
   std::vector<Point> places_;  // one a sample
   double height_ = 0;
   double unitsPerMeter_ = 1;

@@ -10,6 +10,7 @@
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "Examples/HostApp/Service/Patience.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
+#include "Examples/HostApp/Texts/Text.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
 
 namespace ombrix::hostapp {
@@ -24,11 +25,11 @@ constexpr std::chrono::seconds kConnectionTimeout{30};
 
 OmbrixServerAPI& client() { return OmbrixServerAPI::sharedInstance(); }
 
-platform::URL baseURL(std::string text) {
-  if (!text.ends_with('/')) text += '/';
-  const auto url = platform::URL::parse(text);
+platform::URL baseURL(std::string address) {
+  if (!address.ends_with('/')) address += '/';
+  const auto url = platform::URL::parse(address);
   if (!url || !url->host() || !url->scheme().value_or("").starts_with("http")) {
-    throw CLI::ValidationError("--server", fmt::format("{:?} is not a web address", text));
+    throw CLI::ValidationError("--server", fmt::format("{:?} is not a web address", address));
   }
   return *url;
 }
@@ -105,6 +106,8 @@ void connect(const ServerOptions& options) {
   if (!options.login.empty()) signIn(options.login);
 }
 
+Data fetch(std::string_view path) { return wait(client().dataPublisher(path, HTTPMethod::GET)); }
+
 JSON post(std::string_view path, Data document) {
   const Data body =
       wait(client().dataPublisher(path, HTTPMethod::POST, false, HTTPPayload(std::move(document))));
@@ -134,7 +137,7 @@ Data upload(const std::string& file, std::string_view path, const std::string& m
   task->resume();
   bool hasGivenUp = false;
   {
-    ProgressBar bar("uploading");
+    ProgressBar bar(text("Uploading"));
     // The session itself would wait for a network for a day.
     Patience patience(kConnectionTimeout, std::chrono::steady_clock::now());
     while (answer.wait_for(kBarInterval) != std::future_status::ready) {

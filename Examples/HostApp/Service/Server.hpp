@@ -27,6 +27,9 @@ std::shared_ptr<ServerOptions> addServerOptions(CLI::App& command);
 /// command.
 void connect(const ServerOptions& options);
 
+/// Fetches a body; failures end the command with the text for the user.
+platform::Data fetch(std::string_view path);
+
 /// Sends a document and gives the answer's; failures end the command with the text for the user.
 platform::JSON post(std::string_view path, platform::Data document);
 

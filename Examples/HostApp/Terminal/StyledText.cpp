@@ -5,7 +5,6 @@
 #include <algorithm>
 
 #include "Examples/HostApp/Terminal/Terminal.hpp"
-#include "OmbrixCore/Formatting/OmbrixValueFormatter.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -13,9 +12,12 @@ namespace {
 using platform::NSAttributedString;
 using Key = NSAttributedString::Key;
 
-constexpr platform::UIColor kQuietGrey{0.55, 0.55, 0.55};
-
 int colourByte(double part) { return static_cast<int>(std::clamp(part, 0.0, 1.0) * 255 + 0.5); }
+
+std::string escape(const platform::UIColor& colour) {
+  return fmt::format("\x1b[38;2;{};{};{}m", colourByte(colour.red), colourByte(colour.green),
+                     colourByte(colour.blue));
+}
 
 /// The escape sequence that switches to these attributes; empty when they look like plain text.
 std::string escapes(const NSAttributedString::Attributes& attributes) {
@@ -25,19 +27,12 @@ std::string escapes(const NSAttributedString::Attributes& attributes) {
     if (font->fontDescriptor().isItalic) sequence += "\x1b[3m";
   }
   if (const auto* colour = attributes.find<platform::UIColor>(Key::foregroundColor)) {
-    sequence += fmt::format("\x1b[38;2;{};{};{}m", colourByte(colour->red),
-                            colourByte(colour->green), colourByte(colour->blue));
+    sequence += escape(*colour);
   }
   return sequence;
 }
 
 }  // namespace
-
-NSAttributedString::Attributes valueAttributes() {
-  return {{Key::font, platform::UIFont({.name = "Terminal", .isBold = true}, 1)},
-          {OmbrixValueFormatter::SecondaryFont, platform::UIFont("Terminal", 1)},
-          {OmbrixValueFormatter::SecondaryForegroundColor, kQuietGrey}};
-}
 
 std::string drawnForTerminal(const NSAttributedString& text) {
   std::string drawn;
@@ -48,6 +43,10 @@ std::string drawnForTerminal(const NSAttributedString& text) {
     drawn += style + plain + (style.empty() ? "" : "\x1b[0m");
   }
   return drawn;
+}
+
+std::string inColour(std::string_view text, const platform::UIColor& colour) {
+  return fmt::format("{}{}\x1b[0m", escape(colour), text);
 }
 
 std::string forStandardOutput(const NSAttributedString& text) {

@@ -1,24 +1,53 @@
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <charconv>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <utility>
+
+#include "Examples/HostApp/Terminal/TextTable.hpp"
 
 namespace ombrix::hostapp {
+namespace {
+
+std::size_t columnsOfTerminal(int descriptor) {
+  winsize size{};
+  if (::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0) return size.ws_col;
+  std::size_t columns = 0;
+  if (const char* text = std::getenv("COLUMNS"); text != nullptr) {
+    std::from_chars(text, text + std::strlen(text), columns);
+  }
+  constexpr std::size_t kUsual = 80, kMost = 1000;
+  return columns > 0 ? std::min(columns, kMost) : kUsual;
+}
+
+}  // namespace
+
+bool standardOutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
+
+std::size_t columnsOfStandardOutput() { return columnsOfTerminal(STDOUT_FILENO); }
 
 bool standardOutputTakesStyle() {
   const char* noColor = std::getenv("NO_COLOR");
-  return isatty(STDOUT_FILENO) != 0 && (noColor == nullptr || *noColor == '\0');
+  return standardOutputIsTerminal() && (noColor == nullptr || *noColor == '\0');
 }
 
-ProgressBar::ProgressBar(std::string_view label)
-    : label_(label), enabled_(isatty(STDERR_FILENO) != 0) {}
+ProgressBar::ProgressBar(std::string label)
+    : label_(std::move(label)), enabled_(isatty(STDERR_FILENO) != 0) {}
 
-ProgressBar::~ProgressBar() {
-  if (shownPercent_ >= 0) fmt::print(stderr, "\r\x1b[K");
+ProgressBar::~ProgressBar() { hide(); }
+
+void ProgressBar::hide() {
+  if (shownPercent_ < 0) return;
+  fmt::print(stderr, "\r\x1b[K");
+  std::fflush(stderr);
+  shownPercent_ = -1;
 }
 
 void ProgressBar::show(std::size_t done, std::size_t total) {
@@ -26,10 +55,17 @@ void ProgressBar::show(std::size_t done, std::size_t total) {
   const int percent = static_cast<int>(100 * std::min(done, total) / total);
   if (percent == shownPercent_) return;
   shownPercent_ = percent;
-  constexpr int kWidth = 30;
-  const int filled = percent * kWidth / 100;
-  fmt::print(stderr, "\r{} [{:#<{}}{:.<{}}] {:3} %", label_, "", filled, "", kWidth - filled,
-             percent);
+  // Beside the label stand blanks, brackets, the percentage and one free column.
+  constexpr std::size_t kBeside = 10, kMost = 30;
+  const std::size_t taken = columnsOf(label_) + kBeside, all = columnsOfTerminal(STDERR_FILENO);
+  const std::size_t width = std::min(all > taken ? all - taken : 0, kMost);
+  const std::size_t filled = static_cast<std::size_t>(percent) * width / 100;
+  if (width > 0) {
+    fmt::print(stderr, "\r{} [{:#<{}}{:.<{}}] {:3} %", label_, "", filled, "", width - filled,
+               percent);
+  } else {
+    fmt::print(stderr, "\r{:3} %", percent);
+  }
   std::fflush(stderr);
 }
 

@@ -1,18 +1,24 @@
 #pragma once
 
 #include <cstddef>
-#include <string_view>
+#include <string>
 
 namespace ombrix::hostapp {
 
 /// Whether styled text makes sense on standard output: a terminal, and `NO_COLOR` is not set.
 bool standardOutputTakesStyle();
 
-/// A bar on standard error for long work; draws only when standard error is a terminal, and
-/// removes itself at the end of its scope.
+/// Whether standard output is a terminal.
+bool standardOutputIsTerminal();
+
+/// How many columns standard output has: the terminal's, else what COLUMNS says, else 80.
+std::size_t columnsOfStandardOutput();
+
+/// A bar on standard error for long work, as wide as there is room; draws only when standard error
+/// is a terminal, and removes itself at the end of its scope.
 class ProgressBar {
  public:
-  explicit ProgressBar(std::string_view label);
+  explicit ProgressBar(std::string label);
   ~ProgressBar();
   ProgressBar(const ProgressBar&) = delete;
   ProgressBar& operator=(const ProgressBar&) = delete;
@@ -20,8 +26,11 @@ class ProgressBar {
   /// Shows `done` of `total`; cheap to call often, redraws only when the picture changes.
   void show(std::size_t done, std::size_t total);
 
+  /// Takes the bar away until it is shown the next time, so that other lines can be printed.
+  void hide();
+
  private:
-  std::string_view label_;
+  std::string label_;
   bool enabled_;
   int shownPercent_ = -1;
 };

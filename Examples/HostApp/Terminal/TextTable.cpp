@@ -33,6 +33,8 @@ TextTable::TextTable(std::vector<std::string> headings) { rows_.push_back(std::m
 
 void TextTable::add(std::vector<std::string> cells) { rows_.push_back(std::move(cells)); }
 
+void TextTable::setLeft(std::size_t column) { left_.insert(column); }
+
 std::string TextTable::lines() const {
   std::vector<std::size_t> widths(rows_.front().size(), 0);
   for (const auto& row : rows_) {
@@ -42,8 +44,9 @@ std::string TextTable::lines() const {
   for (const auto& row : rows_) {
     for (std::size_t i = 0; i < row.size(); ++i) {
       const std::string blanks(widths[i] - columnsOf(row[i]), ' ');
-      lines += "  " + (i == 0 ? row[i] + blanks : blanks + row[i]);
+      lines += "  " + (left_.contains(i) ? row[i] + blanks : blanks + row[i]);
     }
+    while (lines.ends_with(' ')) lines.pop_back();
     lines += '\n';
   }
   return lines;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <set>
 #include <string>
 #include <vector>
 
@@ -13,6 +14,9 @@ class TextTable {
   /// A row of as many cells as there are headings; cells may hold escape sequences.
   void add(std::vector<std::string> cells);
 
+  /// Sets another column to the left, too.
+  void setLeft(std::size_t column);
+
   [[nodiscard]] bool empty() const noexcept { return rows_.size() == 1; }
 
   /// All rows, the headings first.
@@ -20,6 +24,7 @@ class TextTable {
 
  private:
   std::vector<std::vector<std::string>> rows_;
+  std::set<std::size_t> left_ = {0};
 };
 
 /// The columns that a terminal gives a text: two for wide characters, none for escape sequences.

@@ -1,0 +1,16 @@
+#include "Examples/HostApp/Service/DayUpload.hpp"
+
+#include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Service/Server.hpp"
+
+namespace ombrix::hostapp {
+
+UploadedDay uploadDay(const platform::JSON& figures, const std::string& trackFile) {
+  const auto day = post("days", figures.rawData());
+  const std::string name = day["id"].stringValue();
+  if (name.empty()) throw CommandFailure("the service's answer has no id for the day");
+  const auto track = platform::JSON::parse(upload(trackFile, "tracks/" + name, "PUT"));
+  return {name, track["size"].stringValue()};
+}
+
+}  // namespace ombrix::hostapp
