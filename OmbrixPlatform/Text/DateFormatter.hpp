@@ -22,6 +22,13 @@ class DateFormatter {
   explicit DateFormatter(std::string_view dateFormat, const Locale& locale = Locale::current(),
                          std::string_view timeZone = {});
   ~DateFormatter();
+
+  /// The pattern that shows some fields in a locale's own order, words and clock.
+  /// @param dateTemplate The fields in any order, as in "yMMMMd"; "j" stands for the hour by the
+  ///   clock that the locale prefers.
+  [[nodiscard]] static std::string dateFormatFromTemplate(std::string_view dateTemplate,
+                                                          const Locale& locale = Locale::current());
+
   DateFormatter(const DateFormatter&) = delete;
   DateFormatter& operator=(const DateFormatter&) = delete;
 

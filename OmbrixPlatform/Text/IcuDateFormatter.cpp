@@ -1,4 +1,5 @@
 #include <unicode/dcfmtsym.h>
+#include <unicode/dtptngen.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/uchar.h>
@@ -95,6 +96,10 @@ struct SecondText {
 };
 thread_local constinit SecondText lastSecond;
 
+icu::UnicodeString utf16(std::string_view text) {
+  return icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
+}
+
 std::uint64_t nextFormatter() {
   static constinit std::atomic<std::uint64_t> made{0};
   return ++made;
@@ -147,9 +152,6 @@ DateFormatter::DateFormatter(std::string_view dateFormat, const Locale& locale,
     : backing_(std::make_unique<Backing>()) {
   UErrorCode status = U_ZERO_ERROR;
   const icu::Locale icuLocale(locale.identifier().c_str());
-  const auto utf16 = [](std::string_view text) {
-    return icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
-  };
   backing_->format = std::make_unique<icu::SimpleDateFormat>(utf16(dateFormat), icuLocale, status);
   backing_->format->adoptTimeZone(timeZone.empty()
                                       ? icu::TimeZone::createDefault()
@@ -173,6 +175,18 @@ DateFormatter::DateFormatter(std::string_view dateFormat, const Locale& locale,
 }
 
 DateFormatter::~DateFormatter() = default;
+
+std::string DateFormatter::dateFormatFromTemplate(std::string_view dateTemplate,
+                                                  const Locale& locale) {
+  UErrorCode status = U_ZERO_ERROR;
+  const std::unique_ptr<icu::DateTimePatternGenerator> generator(
+      icu::DateTimePatternGenerator::createInstance(icu::Locale(locale.identifier().c_str()),
+                                                    status));
+  if (U_FAILURE(status)) return std::string(dateTemplate);
+  std::string pattern;
+  generator->getBestPattern(utf16(dateTemplate), status).toUTF8String(pattern);
+  return U_FAILURE(status) ? std::string(dateTemplate) : pattern;
+}
 
 std::string DateFormatter::stringFrom(Date date) const {
   std::string text;
@@ -218,12 +232,12 @@ void DateFormatter::appendTo(std::string& text, Date date) const {
 
 std::optional<Date> DateFormatter::dateFrom(std::string_view text) const {
   if (text.empty() || text.size() > kMaximumTextBytes) return std::nullopt;
-  const auto utf16 = icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
-  if (hasLongerNumber(utf16, backing_->digitsInARow)) return std::nullopt;
+  const icu::UnicodeString source = utf16(text);
+  if (hasLongerNumber(source, backing_->digitsInARow)) return std::nullopt;
   icu::ParsePosition position(0);
   const std::lock_guard lock(backing_->mutex);
-  const UDate date = backing_->format->parse(utf16, position);
-  if (position.getErrorIndex() != -1 || position.getIndex() != utf16.length()) {
+  const UDate date = backing_->format->parse(source, position);
+  if (position.getErrorIndex() != -1 || position.getIndex() != source.length()) {
     return std::nullopt;
   }
   return dateSince1970(date / 1000);

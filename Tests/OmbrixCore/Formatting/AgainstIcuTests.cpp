@@ -96,6 +96,7 @@ std::string expected(const char* locale, Format format, Formatter::UnitStyle sty
       format == Format::speed || format == Format::distance || (isAbbreviated && !isDaily) ? 1 : 0;
   const auto plain = NumberFormatter::withLocale(icu::Locale(locale))
                          .precision(Precision::fixedFraction(digits))
+                         .sign(UNUM_SIGN_NEGATIVE)
                          .roundingMode(isAbbreviated ? UNUM_ROUND_DOWN : UNUM_ROUND_HALFUP);
   auto text = write(plain, isAbbreviated ? whole / (isMillions ? 1e6 : 1e3) : whole);
   if (isAbbreviated && whole >= 0) {
