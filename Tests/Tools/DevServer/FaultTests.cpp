@@ -81,33 +81,6 @@ TEST(DevServerFault, FloodsUntilTheClientLeavesAndServesOthersMeanwhile) {
   EXPECT_TRUE(server.waitUntilDisconnected());
 }
 
-// How a client that is known to work takes them, over TLS.
-TEST(DevServerFault, FailsClientsAsMeant) {
-  TestServer server;
-  const struct {
-    const char* fault;
-    std::vector<CURLcode> errors;
-  } cases[] = {
-      {"close-before-answer?end=close", {CURLE_GOT_NOTHING}},
-      {"close-before-answer", {CURLE_GOT_NOTHING, CURLE_RECV_ERROR}},
-      {"reset-before-answer", {CURLE_RECV_ERROR}},
-      {"close-in-body", {CURLE_PARTIAL_FILE}},
-      {"close-in-body?end=drop", {CURLE_PARTIAL_FILE, CURLE_RECV_ERROR}},
-      {"reset-in-body", {CURLE_RECV_ERROR}},
-      {"truncated-chunked", {CURLE_PARTIAL_FILE, CURLE_RECV_ERROR}},
-      {"damaged-gzip", {CURLE_WRITE_ERROR, CURLE_BAD_CONTENT_ENCODING}},
-      {"chunk-overflow", {CURLE_RECV_ERROR}},
-      {"no-chunk-size", {CURLE_RECV_ERROR}},
-      {"garbage", {CURLE_UNSUPPORTED_PROTOCOL, CURLE_WEIRD_SERVER_REPLY}},
-  };
-  for (const auto& [fault, errors] : cases) {
-    EXPECT_THAT(errors,
-                ::testing::Contains(CurlClient(server).get(std::string("/fault/") + fault).error))
-        << fault;
-  }
-  EXPECT_EQ(CurlClient(server).get("/fault/nothing").status, 404);
-}
-
 TEST(DevServerFault, FailsTheHandshakesItIsToldTo) {
   TestServer server;
   for (const auto name : connectionFaultNames()) {

@@ -87,20 +87,6 @@ TEST(DevServerService, KeepsDaysAndDescribesTracks) {
   EXPECT_EQ(JSON::parse(client.get("/resorts").body)[1]["name"].stringValue(), "Großkogel");
 }
 
-TEST(DevServerService, LimitsTheRateAndRestsInMaintenance) {
-  TestServer server(TestServer::Wire::plain);
-  CurlClient client(server);
-  std::vector<long> statuses;
-  for (int i = 0; i < 5; ++i) statuses.push_back(client.get("/rate-limit?allow=2&refuse=1").status);
-  EXPECT_THAT(statuses, ::testing::ElementsAre(200, 200, 429, 200, 200));
-  EXPECT_EQ(client.get("/rate-limit?allow=0&retry-after=7").headers.value("Retry-After"), "7");
-
-  EXPECT_EQ(client.send("PUT", "/admin/maintenance", "on").status, 204);
-  EXPECT_EQ(client.get("/resorts").status, 503);
-  EXPECT_EQ(client.send("PUT", "/admin/maintenance", "off").status, 204);
-  EXPECT_EQ(client.get("/resorts").status, 200);
-}
-
 TEST(DevServerService, CountsAndRecordsWhatItReceives) {
   TestServer::Options options = TestServer::optionsFor(TestServer::Wire::plain);
   options.mostRecordedRequests = 2;
@@ -124,22 +110,6 @@ TEST(DevServerService, CountsAndRecordsWhatItReceives) {
   EXPECT_EQ(requests[0]->body, "1234");
   EXPECT_EQ(requests[0]->query.value("x"), "1 2");
   EXPECT_EQ(requests[1]->path, "/here/c");
-}
-
-TEST(DevServerService, HoldsAnswersUntilTheirGateOpens) {
-  TestServer server;
-  CurlClient client(server);
-  server.route("GET", "/held", [](const Request&) {
-    return ombrix::testing::held("door", Response::text("through"));
-  });
-  Answer answer;
-  std::thread caller([&] { answer = client.get("/held"); });
-  EXPECT_TRUE(server.waitUntilHeld(1));
-  EXPECT_EQ(server.counters().inFlight, 1u);
-  server.openGate("door");
-  caller.join();
-  EXPECT_EQ(answer.body, "through");
-  EXPECT_EQ(client.get("/held").body, "through") << "the gate stays open";
 }
 
 TEST(DevServerService, ShowsTheCertificateAskedFor) {
