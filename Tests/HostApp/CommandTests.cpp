@@ -323,7 +323,7 @@ TEST(CommandTests, RemembersTheLastDays) {
   EXPECT_LT(days.find("second.csv"), days.find("first.csv"));
   EXPECT_EQ(std::ranges::count(days, '\n'), 4);
   EXPECT_THAT(run(folder, "days --json").output,
-              AllOf(HasSubstr(R"({"season":"2023","distanceMeters":22)"), HasSubstr(R"("runs":2,)"),
+              AllOf(HasSubstr(R"({"season":"2023","distanceMeters":21)"), HasSubstr(R"("runs":2,)"),
                     HasSubstr(R"("title":"second.csv","startTime":17001)")));
   EXPECT_THAT(run(folder, "compare first.csv second.csv --locale de_DE").output,
               AllOf(HasSubstr("Di., 14. Nov."), HasSubstr("Unterschied")));
@@ -532,8 +532,8 @@ TEST(CommandTests, SkippedRowsAreInTheLog) {
   Running following("log -f -n 1 --level error");
   EXPECT_THAT(following.nextLine(), HasSubstr("bad row | ["));
   EXPECT_EQ(run(folder, "day day.csv").status, 1);
-  std::string line = following.nextLine();
-  if (line == "\n") line = following.nextLine();  // The line that was cut short ends.
+  std::string line = following.nextLine();  // The line that was cut short, first.
+  for (int i = 0; i < 3 && line.find("Data: ") == line.npos; ++i) line = following.nextLine();
   EXPECT_THAT(line, HasSubstr("Data: "));
 }
 
@@ -563,8 +563,8 @@ TEST(CommandTests, HelpFitsTheTerminalAndTheShell) {
     const std::string line = std::string("ombrix ") + typed;
     const std::string script =
         "--version >/dev/null; cd '" + folder.path().string() +
-        "' && bash -c '. ./ombrix.bash; IFS=\" \" read -ra COMP_WORDS <<<\"" + line + "\"; [[ \"" +
-        line +
+        "' && LC_ALL=C bash -c '. ./ombrix.bash; IFS=\" \" read -ra COMP_WORDS <<<\"" + line +
+        "\"; [[ \"" + line +
         "\" == *\" \" ]] && COMP_WORDS+=(\"\");"
         " COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _ombrix; printf \"%s \" $(printf \"%s\\n\""
         " \"${COMPREPLY[@]}\" | sort)'";

@@ -11,6 +11,7 @@
 #include "Examples/HostApp/Days/SampleDay.hpp"
 #include "Examples/HostApp/Page/Drawing.hpp"
 #include "Examples/HostApp/Page/Markup.hpp"
+#include "Examples/HostApp/Texts/FigureTexts.hpp"
 
 namespace ombrix::hostapp {
 namespace {

@@ -31,7 +31,7 @@ OptionHelp optionHelp(const CLI::Option& option) {
     help.words = wordsOf(type);
     help.value = option.get_option_text().empty() ? type.substr(0, type.find(':'))
                                                   : option.get_option_text();
-    if (help.value.empty() || help.value == "TEXT") help.value = "WORD";
+    if (help.value == "TEXT") help.value = "WORD";
     if (help.value == "INT" || help.value == "UINT" || help.value == "FLOAT") help.value = "NUMBER";
     help.initial = option.get_default_str();
   }
