@@ -226,8 +226,6 @@ TEST(CommandTests, FormatsValuesInUnitsAndLanguages) {
       {"distance 1500 --locale de_DE", "1,5 KM"},
       {"distance 1500 --locale de_DE --units miles", "0,9 MI"},
       {"temperature -5 --locale fr_FR --style value", "-5"},
-      {"distance -5 --units kilometers", "0.0 KM"},
-      {"temperature -0.4 --locale de_DE", "0 °C"},
       {"duration 3000 --minimum minute --units kilometers", "50 MIN"},
       {"duration 3000 --minimum minute --units miles", "50M"},
       {"timer 307", "5:07"},

@@ -82,33 +82,31 @@ void showDay(const std::string& path, const Options& options, FigureTexts& figur
                          uploaded.name, uploaded.trackBytes));
 }
 
-/// One day after the other, with a bar while there are many.
+/// Shows all days, with a bar while there are many. One that cannot be read is told and passed
+/// over; the command fails at its end.
 void showDays(const Options& options) {
   FigureTexts figures(forStandardOutput);
-  ProgressBar bar(text("Measuring"));
-  for (std::size_t i = 0; i < options.paths.size(); ++i) {
-    if (options.paths.size() > 1) bar.show(i, options.paths.size());
-    // On one terminal the bar would stand in the report's way.
-    if (standardOutputIsTerminal()) bar.hide();
-    showDay(options.paths[i], options, figures);
-  }
-}
-
-/// Shows all days. One that cannot be read is told and passed over; the command fails at its end.
-void showDays(const Options& options) {
-  if (options.paths.size() == 1) return showDay(options.paths.front(), options);
+  if (options.paths.size() == 1) return showDay(options.paths.front(), options, figures);
   std::size_t failed = 0;
-  for (const std::string& path : options.paths) {
-    try {
-      showDay(path, options);
-    } catch (const CommandFailure& failure) {
-      ++failed;
-      fmt::print(stderr, "ombrix: {}\n", failure.what());
+  {
+    ProgressBar bar(text("Measuring"));
+    for (std::size_t i = 0; i < options.paths.size(); ++i) {
+      bar.show(i, options.paths.size());
+      // On one terminal the bar would stand in the report's way.
+      if (standardOutputIsTerminal()) bar.hide();
+      try {
+        showDay(options.paths[i], options, figures);
+      } catch (const CommandFailure& failure) {
+        ++failed;
+        bar.hide();
+        fmt::print(stderr, "ombrix: {}\n", failure.what());
+      }
     }
   }
-  if (failed > 0)
+  if (failed > 0) {
     throw CommandFailure(
         fmt::format("{} of {} tracks could not be shown", failed, options.paths.size()));
+  }
 }
 
 }  // namespace

@@ -96,12 +96,9 @@ std::string expected(const char* locale, Format format, Formatter::UnitStyle sty
       format == Format::speed || format == Format::distance || (isAbbreviated && !isDaily) ? 1 : 0;
   const auto plain = NumberFormatter::withLocale(icu::Locale(locale))
                          .precision(Precision::fixedFraction(digits))
-                         .sign(UNUM_SIGN_NEGATIVE)
                          .roundingMode(isAbbreviated ? UNUM_ROUND_DOWN : UNUM_ROUND_HALFUP);
   auto text = write(plain, isAbbreviated ? whole / (isMillions ? 1e6 : 1e3) : whole);
-  // What rounds to zero has no sign, and so the suffix of numbers without one.
-  const bool hasSign = whole / (isMillions ? 1e6 : 1e3) <= (isDaily ? -1 : -0.1);
-  if (isAbbreviated && !hasSign) {
+  if (isAbbreviated && whole >= 0) {
     text += icu::UnicodeString::fromUTF8(isMillions
                                              ? localizedString("units.abbreviate_millions", "mil")
                                              : localizedString("units.abbreviate_thousands", "k"));
