@@ -162,7 +162,8 @@ char* ombrix_ServerAPI_requestWithUrl_method_disableCache_payload_completion_con
     const auto verb = ombrix::c::methodFrom(method);
     const auto publisher =
         verb ? client.publisher(textFrom(url), *verb, disableCache, ombrix::c::from(payload))
-             : Client::APIPublisher<HTTPAnswer>::fail(HTTPError::badRequestError());
+             : Client::APIPublisher<HTTPAnswer>::fail(HTTPError::badRequestError())
+                   .receiveOn(Client::dispatchQueue());
     const auto id = client.objcWrapper<HTTPAnswer>(
         publisher, [completion, context](bool success, const std::optional<HTTPAnswer>& answer,
                                          const std::optional<HTTPError>& error) {

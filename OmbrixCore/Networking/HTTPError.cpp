@@ -96,7 +96,16 @@ std::string_view caseName(HTTPError::Case errorCase) noexcept {
 HTTPError::HTTPError(Case errorCase, Details details)
     : Error(describe(errorCase, details)), case_(errorCase), details_(std::move(details)) {}
 
-HTTPError::HTTPError(const platform::URLError& error) : HTTPError(caseOf(error.code())) {}
+HTTPError::HTTPError(const platform::URLError& error) : HTTPError(caseOf(error.code())) {
+  cause_ = std::make_shared<const Cause>(
+      Cause{.transportError = std::make_shared<const platform::URLError>(error)});
+}
+
+HTTPError HTTPError::causedBy(Cause cause) const {
+  HTTPError error = *this;
+  error.cause_ = std::make_shared<const Cause>(std::move(cause));
+  return error;
+}
 
 HTTPError HTTPError::resourceMovedError(std::string replacementID) {
   return HTTPError(Case::resourceMovedError, ResourceMoved{std::move(replacementID)});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -8,8 +9,9 @@
 
 #include "OmbrixPlatform/Coding/CodingError.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
-#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Network/URLResponse.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
+#include "OmbrixPlatform/Values/SharedData.hpp"
 
 namespace ombrix::platform {
 class JSON;
@@ -49,6 +51,15 @@ class HTTPError final : public platform::Error {
     std::map<std::string, std::string> errors;  // field name to message
   };
 
+  /// What the request met. It stands beside the case for who wants to know more, and takes part in
+  /// neither equality nor any text: bodies and fields may hold secrets.
+  struct Cause {
+    int code = 0;  ///< the status, or the pseudo-code of `withStatusCode`
+    std::shared_ptr<const platform::HTTPURLResponse> response;  ///< null without an HTTP answer
+    platform::SharedData body;                                  ///< of that answer
+    std::shared_ptr<const platform::URLError> transportError;   ///< null when an answer came
+  };
+
   static HTTPError resourceMovedError(std::string replacementID);
   static HTTPError validationError(std::string message, std::map<std::string, std::string> errors);
   /// The response body could not be decoded.
@@ -69,7 +80,7 @@ class HTTPError final : public platform::Error {
   static HTTPError unknown() { return HTTPError(Case::unknown); }
   static HTTPError canceled() { return HTTPError(Case::canceled); }
 
-  /// The case of a transport error.
+  /// The case of a transport error, which is its cause.
   explicit HTTPError(const platform::URLError& error);
 
   /// The case of a status code, or of the pseudo-codes -1 (not an HTTP answer), -2 (refused by Low
@@ -84,7 +95,19 @@ class HTTPError final : public platform::Error {
   /// The same for a body that is parsed already; null when there is none.
   static HTTPError withStatusCode(int statusCode, const platform::JSON* json);
 
+  /// The same case with its cause.
+  [[nodiscard]] HTTPError causedBy(Cause cause) const;
+
   [[nodiscard]] Case kind() const noexcept { return case_; }
+
+  /// What the request met; null for errors that no request led to.
+  [[nodiscard]] const Cause* cause() const noexcept { return cause_.get(); }
+
+  /// Why there was no answer; null when there was one.
+  [[nodiscard]] const platform::URLError* underlyingError() const noexcept {
+    return cause_ ? cause_->transportError.get() : nullptr;
+  }
+
   [[nodiscard]] const ResourceMoved* asResourceMoved() const { return as<ResourceMoved>(); }
   [[nodiscard]] const Validation* asValidation() const { return as<Validation>(); }
   [[nodiscard]] const platform::DecodingError* asInvalidBody() const {
@@ -118,6 +141,7 @@ class HTTPError final : public platform::Error {
 
   Case case_;
   Details details_;
+  std::shared_ptr<const Cause> cause_;  // shared: exceptions are copied without a throw
 };
 
 /// The name of a case as it stands in the declaration.

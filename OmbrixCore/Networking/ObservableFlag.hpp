@@ -8,6 +8,7 @@
 
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix {
 
@@ -72,7 +73,7 @@ class ObservableFlag {
     owner_.willChangeValueForKey(key_);
     announced_ = value;
     owner_.didChangeValueForKey(key_);
-    if (value && onRise_) onRise_();
+    if (value && onRise_) platform::callOut("a handler of the client", onRise_);
   }
 
   bool isMorePending() {

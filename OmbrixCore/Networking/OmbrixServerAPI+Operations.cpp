@@ -1,5 +1,9 @@
+#include <semaphore>
+
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
 #include "OmbrixPlatform/Bundles/Bundle.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix {
 
@@ -13,45 +17,79 @@ const std::shared_ptr<DispatchQueue>& OmbrixServerAPI::dispatchQueue() {
   return queue;
 }
 
-std::shared_ptr<NSOperationQueue> OmbrixServerAPI::operationQueue() {
+std::shared_ptr<NSOperationQueue> OmbrixServerAPI::observedQueue(
+    std::shared_ptr<NSOperationQueue>& queue, const char* name, std::ptrdiff_t width) {
   const std::lock_guard lock(mutex_);
-  if (!operationQueue_) {
-    operationQueue_ = NSOperationQueue::make("API Queue");
-    operationQueue_->setUnderlyingQueue(dispatchQueue());
-    const auto width =
-        platform::URLSessionConfiguration::defaultConfiguration().httpMaximumConnectionsPerHost;
-    operationQueue_->setMaxConcurrentOperationCount(static_cast<std::ptrdiff_t>(width));
-    queueObservation_ =
-        operationQueue_->observe("operationCount", platform::KeyValueObservingOptions::none,
-                                 [this](const auto&) { updateHasOperations(); });
+  if (!queue) {
+    queue = NSOperationQueue::make(name);
+    queue->setUnderlyingQueue(dispatchQueue());
+    queue->setMaxConcurrentOperationCount(width);
+    queueObservations_.push_back(queue->observe("operationCount",
+                                                platform::KeyValueObservingOptions::none,
+                                                [this](const auto&) { updateHasOperations(); }));
   }
-  return operationQueue_;
+  return queue;
+}
+
+std::shared_ptr<NSOperationQueue> OmbrixServerAPI::operationQueue() {
+  const auto width =
+      platform::URLSessionConfiguration::defaultConfiguration().httpMaximumConnectionsPerHost;
+  return observedQueue(operationQueue_, "API Queue", static_cast<std::ptrdiff_t>(width));
+}
+
+std::shared_ptr<NSOperationQueue> OmbrixServerAPI::transferQueue() {
+  return observedQueue(transferQueue_, "API Transfers",
+                       NSOperationQueue::kDefaultMaxConcurrentOperationCount);
 }
 
 void OmbrixServerAPI::addOperation(std::shared_ptr<OmbrixAPIHttpRequestOperation> operation) {
-  operationQueue()->addOperation(std::move(operation));
+  const auto queue = operation->isLongTransfer() ? transferQueue() : operationQueue();
+  queue->addOperation(std::move(operation));
 }
 
-void OmbrixServerAPI::cancelAllOperations() { operationQueue()->cancelAllOperations(); }
+void OmbrixServerAPI::cancelAllOperations() {
+  operationQueue()->cancelAllOperations();
+  transferQueue()->cancelAllOperations();
+}
 
 void OmbrixServerAPI::waitUntilAllOperationsAreFinished() {
   operationQueue()->waitUntilAllOperationsAreFinished();
 }
 
+void OmbrixServerAPI::waitUntilAllAnswersAreDelivered() {
+  if (dispatchQueue()->isCurrent()) {
+    platform::fatalError("an answer of the client must not wait for the others");
+  }
+  waitUntilAllOperationsAreFinished();
+  // Each delivery was posted before its operation had finished; one that is under way may post what
+  // came meanwhile.
+  for (int round = 0; round < 2; ++round) {
+    std::binary_semaphore isReached{0};
+    dispatchQueue()->asyncBarrier([&] { isReached.release(); });
+    const platform::ThreadPool::BlockingScope blocking;
+    isReached.acquire();
+  }
+}
+
 void OmbrixServerAPI::cancelRequestWithID(const platform::UUID& id) {
   const auto operation = HttpRequestOperation::withTaskID(id);
-  if (operation && operationQueue()->contains(*operation)) operation->cancel();
+  if (operation &&
+      (operationQueue()->contains(*operation) || transferQueue()->contains(*operation))) {
+    operation->cancel();
+  }
   subscriptions_->cancel(id);
 }
 
 void OmbrixServerAPI::updateHasOperations() {
   hasOperations_.update([this] {
-    std::shared_ptr<NSOperationQueue> queue;
+    std::shared_ptr<NSOperationQueue> requests, transfers;
     {
       const std::lock_guard lock(mutex_);
-      queue = operationQueue_;
+      requests = operationQueue_;
+      transfers = transferQueue_;
     }
-    return externalHTTPRequests_ > 0 || (queue && queue->operationCount() > 0);
+    return externalHTTPRequests_ > 0 || (requests && requests->operationCount() > 0) ||
+           (transfers && transfers->operationCount() > 0);
   });
 }
 

@@ -15,40 +15,67 @@ HTTPError invalidBody(platform::DecodingError error) {
 
 }  // namespace
 
-OmbrixServerAPI::APIPublisher<HTTPAnswer> OmbrixServerAPI::publisher(std::string_view url,
-                                                                     HTTPMethod method,
-                                                                     bool disableCache,
-                                                                     Payload payload) {
+std::shared_ptr<OmbrixAPIHttpRequestOperation> OmbrixServerAPI::operationFor(std::string_view url,
+                                                                             HTTPMethod method,
+                                                                             Duration duration) {
   const auto [environment, base] = environmentAndBase();
   const auto target = platform::URL::parse(url, base);
-  if (!target) return APIPublisher<HTTPAnswer>::fail(HTTPError::badRequestError());
+  if (!target) return nullptr;
+  const bool isLong = duration == Duration::unlimited;
   auto operation = std::make_shared<OmbrixAPIHttpRequestOperation>(
-      *target, method, platform::HTTPHeaders(), nullptr, session());
+      *target, method, platform::HTTPHeaders(), nullptr, isLong ? backgroundSession() : session());
   operation->setEnvironment(environment);
-  if (payload) operation->setPayload(std::move(payload));
-  // Kept: asking for no cache lowers the flag, which is down already. Raising it would send every
-  // such request of the application to the server, and none would be answered offline.
-  if (disableCache) operation->setDisableCashe(false);
-  return HTTPRequestOperationPublisher(std::move(operation)).receiveOn(dispatchQueue());
+  operation->setLongTransfer(isLong);
+  return operation;
 }
 
-OmbrixServerAPI::APIPublisher<platform::Data> OmbrixServerAPI::dataPublisher(std::string_view url,
-                                                                             HTTPMethod method,
-                                                                             bool disableCache,
-                                                                             Payload payload) {
+ServerRequests::APIPublisher<HTTPAnswer> ServerRequests::publisher(std::string_view url,
+                                                                   HTTPMethod method,
+                                                                   bool disableCache,
+                                                                   Payload payload) {
+  const auto operation = operationFor(url, method, Duration::request);
+  // Kept: asking for no cache lowers the flag, which is down already. Raising it would send every
+  // such request of the application to the server, and none would be answered offline.
+  if (operation && disableCache) operation->setDisableCashe(false);
+  return publisherOf(operation, std::move(payload));
+}
+
+ServerRequests::APIPublisher<HTTPAnswer> ServerRequests::publisher(std::string_view url,
+                                                                   HTTPMethod method,
+                                                                   RequestOptions options,
+                                                                   Payload payload) {
+  const auto operation = operationFor(url, method, Duration::request);
+  if (operation) operation->setOptions(std::move(options));
+  return publisherOf(operation, std::move(payload));
+}
+
+/// Publishes what comes of an operation; null stands for text that is no URL.
+ServerRequests::APIPublisher<HTTPAnswer> ServerRequests::publisherOf(
+    const std::shared_ptr<OmbrixAPIHttpRequestOperation>& operation, Payload payload) {
+  const auto& queue = OmbrixServerAPI::dispatchQueue();
+  // Also delivered there, or a completion would run before its caller has the ID.
+  if (!operation) {
+    return APIPublisher<HTTPAnswer>::fail(HTTPError::badRequestError()).receiveOn(queue);
+  }
+  if (payload) operation->setPayload(std::move(payload));
+  return HTTPRequestOperationPublisher(operation).receiveOn(queue);
+}
+
+ServerRequests::APIPublisher<platform::SharedData> ServerRequests::dataPublisher(
+    std::string_view url, HTTPMethod method, bool disableCache, Payload payload) {
   return publisher(url, method, disableCache, std::move(payload)).map([](const HTTPAnswer& answer) {
     return answer.data;
   });
 }
 
-OmbrixServerAPI::APIPublisher<std::optional<std::string>> OmbrixServerAPI::stringPublisher(
+ServerRequests::APIPublisher<std::optional<std::string>> ServerRequests::stringPublisher(
     std::string_view url, HTTPMethod method, bool disableCache, Payload payload) {
   return publisher(url, method, disableCache, std::move(payload)).map([](const HTTPAnswer& answer) {
     return platform::stringFromUTF8(answer.data);
   });
 }
 
-HTTPError OmbrixServerAPI::bodyError(const std::exception_ptr& error) {
+HTTPError ServerRequests::bodyError(const std::exception_ptr& error) {
   try {
     std::rethrow_exception(error);
   } catch (const HTTPError& known) {

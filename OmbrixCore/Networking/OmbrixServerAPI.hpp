@@ -13,13 +13,10 @@
 #include <utility>
 
 #include "OmbrixCore/Networking/APIEndpoint.hpp"
-#include "OmbrixCore/Networking/CompletionSubscriptions.hpp"
 #include "OmbrixCore/Networking/ObservableFlag.hpp"
-#include "OmbrixCore/Networking/Requests/HTTPRequestOperationPublisher.hpp"
-#include "OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp"
+#include "OmbrixCore/Networking/Requests/ServerRequests.hpp"
 #include "OmbrixCore/Networking/ServerConfiguration.hpp"
 #include "OmbrixCore/Networking/ServiceConditions.hpp"
-#include "OmbrixPlatform/Coding/JSONDecoder.hpp"
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 #include "OmbrixPlatform/Services.hpp"
@@ -31,24 +28,18 @@ class ScopedServerAPI;
 
 namespace ombrix {
 
-/// The client of the product's web service: session and cache, the queue of all requests, the
-/// token, and the conditions that the application reacts to.
+/// The client of the product's web service: requests (the base class), session and cache, the queue
+/// of all requests, the token, and the conditions that the application reacts to.
 ///
 /// Observable keys: "hasOperations", "isReachable", "isLimited", "isExpensive", "loginError" and
 /// "serverIsInMaintenanceMode", announced on changes only, on the thread that brings one about (of
 /// changes that overlap, on that of the first). Any thread.
-class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
+class OmbrixServerAPI final : public ServerRequests,
+                              public platform::KeyValueObserving<bool>,
                               public std::enable_shared_from_this<OmbrixServerAPI> {
   struct Passkey {};
 
  public:
-  using HTTPMethod = HttpRequestOperation::HTTPMethod;
-  using Payload = std::optional<HTTPPayload>;
-  template <class Output>
-  using APIPublisher = platform::AnyPublisher<Output, HTTPError>;
-  template <class Output>
-  using Result = std::expected<Output, HTTPError>;
-
   /// The one client, made on first use, which starts its path monitor; session and queue are made
   /// when they are first needed.
   static OmbrixServerAPI& sharedInstance();
@@ -110,12 +101,19 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
 
   void addOperation(std::shared_ptr<OmbrixAPIHttpRequestOperation> operation);
 
-  /// Cancels what is on the queue now. Cancelled operations never answer: whoever awaits a
-  /// publisher of one is released by cancelling that wait, and the completion of a wrapper is kept
-  /// until `cancelRequestWithID` is given its ID.
+  /// Cancels what is on the queue now, and what may take long beside it. Cancelled operations never
+  /// answer: whoever awaits a publisher of one is released by cancelling that wait, and the
+  /// completion of a wrapper is kept until `cancelRequestWithID` is given its ID.
   void cancelAllOperations();
 
+  /// Blocks until the queue of requests is empty; uploads, downloads and lines are not on it.
+  /// Publishers and completions may not have got their answers by then: those are delivered on
+  /// `dispatchQueue` after it.
   void waitUntilAllOperationsAreFinished();
+
+  /// The same, and until the completions and subscribers of all those requests were called. Not on
+  /// `dispatchQueue`, which it would wait for: that stops the program.
+  void waitUntilAllAnswersAreDelivered();
 
   /// Cancels the unfinished operation on the queue with that `taskID`, which then never answers,
   /// and the subscription that a completion wrapper keeps under that ID. Takes constant time.
@@ -166,70 +164,6 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   [[nodiscard]] bool isExpensive() const { return isExpensive_.value(); }
 
   /// @}
-  /// @name Requests
-  ///
-  /// A request as a publisher; it is sent when it is subscribed to, which may be done once, and
-  /// delivers on `dispatchQueue`. `url` is an absolute URL or a path below the base URL; text that
-  /// is neither fails with `badRequestError`.
-  /// @{
-
-  /// Status and body. `disableCache` does nothing.
-  [[nodiscard]] APIPublisher<HTTPAnswer> publisher(std::string_view url,
-                                                   HTTPMethod method = HTTPMethod::GET,
-                                                   bool disableCache = false,
-                                                   Payload payload = std::nullopt);
-
-  /// The body.
-  [[nodiscard]] APIPublisher<platform::Data> dataPublisher(std::string_view url,
-                                                           HTTPMethod method = HTTPMethod::GET,
-                                                           bool disableCache = false,
-                                                           Payload payload = std::nullopt);
-
-  /// The body as text; nothing when it is not valid UTF-8.
-  [[nodiscard]] APIPublisher<std::optional<std::string>> stringPublisher(
-      std::string_view url, HTTPMethod method = HTTPMethod::GET, bool disableCache = false,
-      Payload payload = std::nullopt);
-
-  /// The body decoded from JSON; fails with `invalidBody`, which is logged, when it cannot be.
-  template <class Value>
-  [[nodiscard]] APIPublisher<Value> publisher(std::string_view url,
-                                              HTTPMethod method = HTTPMethod::GET,
-                                              bool disableCache = false,
-                                              Payload payload = std::nullopt) {
-    return dataPublisher(url, method, disableCache, std::move(payload))
-        .tryMap(
-            [](const platform::Data& body) { return platform::JSONDecoder().decode<Value>(body); })
-        .mapError(&OmbrixServerAPI::bodyError);
-  }
-
-  /// Subscribes, calls the completion once, with the first value or the failure (`missingBody` for
-  /// an end without either), and gives the ID to cancel it by, after which no call starts but one
-  /// that is on its way on another thread.
-  template <class Output>
-  platform::UUID completionWrapper(const APIPublisher<Output>& publisher,
-                                   std::function<void(Result<Output>)> completion) {
-    return subscriptions_->subscribe(publisher, std::move(completion));
-  }
-
-  /// The same with success, value and error apart.
-  template <class Output>
-  platform::UUID objcWrapper(
-      const APIPublisher<Output>& publisher,
-      std::function<void(bool, std::optional<Output>, std::optional<HTTPError>)> completion) {
-    return completionWrapper<Output>(publisher,
-                                     [completion = std::move(completion)](Result<Output> result) {
-                                       if (result) {
-                                         completion(true, std::move(*result), std::nullopt);
-                                       } else {
-                                         completion(false, std::nullopt, std::move(result.error()));
-                                       }
-                                     });
-  }
-
-  /// Keeps a subscription alive as long as the client.
-  void keep(platform::AnyCancellable cancellable) { subscriptions_->keep(std::move(cancellable)); }
-
-  /// @}
   /// @name Texts
   /// @{
 
@@ -258,7 +192,12 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
 
   static platform::ServiceSlot<OmbrixServerAPI>& slot();
   static std::shared_ptr<OmbrixServerAPI> make(ServerConfiguration configuration);
-  static HTTPError bodyError(const std::exception_ptr& error);
+  std::shared_ptr<OmbrixAPIHttpRequestOperation> operationFor(std::string_view url,
+                                                              HTTPMethod method,
+                                                              Duration duration) override;
+  std::shared_ptr<platform::NSOperationQueue> transferQueue();
+  std::shared_ptr<platform::NSOperationQueue> observedQueue(
+      std::shared_ptr<platform::NSOperationQueue>& queue, const char* name, std::ptrdiff_t width);
   std::pair<std::uint64_t, platform::URL> environmentAndBase() const;
 
   void startPathMonitor();
@@ -278,14 +217,13 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   std::function<void()> forceLogoutHandler_;
   std::function<void()> maintenanceHandler_;
   std::shared_ptr<platform::NSOperationQueue> operationQueue_;
+  std::shared_ptr<platform::NSOperationQueue> transferQueue_;  // of what may take long
 
   std::mutex sessionMutex_;  // guards the sessions and their cache; taken before `mutex_`
   std::shared_ptr<platform::URLSession> session_;
   std::shared_ptr<platform::URLSession> backgroundSession_;
   std::shared_ptr<platform::URLCache> cache_;
 
-  const std::shared_ptr<CompletionSubscriptions> subscriptions_ =
-      std::make_shared<CompletionSubscriptions>();
   std::atomic<std::int64_t> externalHTTPRequests_{0};
   ObservableFlag hasOperations_;
   ObservableFlag isReachable_;
@@ -294,7 +232,7 @@ class OmbrixServerAPI final : public platform::KeyValueObserving<bool>,
   ObservableFlag loginError_;
   ObservableFlag maintenance_;
   const std::shared_ptr<platform::NWPathMonitor> networkMonitor_;
-  platform::ObservationToken queueObservation_;  // last: ends before what it looks at
+  std::vector<platform::ObservationToken> queueObservations_;  // last: ends before what it looks at
 };
 
 }  // namespace ombrix

@@ -6,8 +6,10 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <unordered_map>
 #include <utility>
+#include <variant>
 
 #include "OmbrixCore/Concurrency/Publisher+Async.hpp"
 #include "OmbrixCore/Networking/HTTPError.hpp"
@@ -62,26 +64,34 @@ class OmbrixTaskPooler final {
       return state->tasks.emplace(key, platform::startTask(std::move(work))).first->second;
     };
     const auto pooled = co_await state->serial.run(join);
-    Result value = co_await pooled;
-    co_return value;
+    if constexpr (std::is_void_v<Result>) {
+      co_await pooled;
+    } else {
+      Result value = co_await pooled;
+      co_return value;
+    }
   }
 
   // The pooled task itself frees its key, before anyone hears of its end: every caller may have
   // gone by then.
   static platform::Async<Result> finish(std::shared_ptr<State> state, Work task, std::string key) {
     std::exception_ptr failure;
-    std::optional<Result> result;
+    std::optional<std::conditional_t<std::is_void_v<Result>, std::monostate, Result>> result;
     try {
       auto work = task();
-      Result value = co_await std::move(work);
-      result.emplace(std::move(value));
+      if constexpr (std::is_void_v<Result>) {
+        co_await std::move(work);
+      } else {
+        Result value = co_await std::move(work);
+        result.emplace(std::move(value));
+      }
     } catch (...) {
       failure = std::current_exception();
     }
     auto leave = [&] { state->tasks.erase(key); };
     co_await state->serial.run(leave);
     if (failure) std::rethrow_exception(failure);
-    co_return std::move(*result);
+    if constexpr (!std::is_void_v<Result>) co_return std::move(*result);
   }
 
   const std::shared_ptr<State> state_ = std::make_shared<State>();

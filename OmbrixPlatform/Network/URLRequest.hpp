@@ -1,13 +1,15 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
 
 #include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Network/HTTPBodySource.hpp"
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
-#include "OmbrixPlatform/Values/Data.hpp"
+#include "OmbrixPlatform/Values/SharedData.hpp"
 
 namespace ombrix::platform {
 
@@ -35,7 +37,14 @@ struct URLRequest {
 
   std::string httpMethod = "GET";
   HTTPHeaders headers;
-  std::optional<Data> httpBody;
+  std::optional<SharedData> httpBody;
+
+  /// A body that is read while it is sent, in the place of `httpBody`.
+  std::shared_ptr<const HTTPBodySource> httpBodySource;
+
+  /// Seconds from `resume` to the last byte after which the transfer fails as `timedOut`; nothing
+  /// for the session's own limit, which holds where it is stricter.
+  std::optional<std::chrono::duration<double>> resourceTimeoutInterval;
 
   /// False: refused while every path to the network is constrained (Low Data Mode).
   bool allowsConstrainedNetworkAccess = true;

@@ -6,6 +6,13 @@
 
 namespace ombrix::platform {
 
+std::shared_ptr<URLSessionUploadTask> URLSession::uploadTask(
+    URLRequest request, const std::filesystem::path& fromFile,
+    URLSessionCompletionHandler completionHandler) {
+  request.httpBodySource = HTTPBodySource::file(fromFile);
+  return uploadTask(std::move(request), std::nullopt, std::move(completionHandler));
+}
+
 std::shared_ptr<URLSession> URLSession::make(const URLSessionConfiguration& configuration,
                                              std::shared_ptr<URLSessionDelegate> delegate,
                                              std::shared_ptr<DispatchQueue> delegateQueue) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -64,8 +65,14 @@ class URLSession {
 
   /// The same with a body of its own; progress goes to the delegate.
   [[nodiscard]] virtual std::shared_ptr<URLSessionUploadTask> uploadTask(
-      URLRequest request, std::optional<Data> body,
+      URLRequest request, std::optional<SharedData> body,
       URLSessionCompletionHandler completionHandler) = 0;
+
+  /// The same with a file, which is read in pieces while it is sent. What is no regular file, or
+  /// cannot be read, is the task's error.
+  [[nodiscard]] std::shared_ptr<URLSessionUploadTask> uploadTask(
+      URLRequest request, const std::filesystem::path& fromFile,
+      URLSessionCompletionHandler completionHandler);
 
   /// Lets tasks under way end, takes no more.
   virtual void finishTasksAndInvalidate() = 0;

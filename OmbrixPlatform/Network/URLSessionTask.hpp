@@ -8,6 +8,7 @@
 
 #include "OmbrixPlatform/Network/URLRequest.hpp"
 #include "OmbrixPlatform/Network/URLResponse.hpp"
+#include "OmbrixPlatform/Values/Data.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 
 namespace ombrix::platform {
@@ -35,6 +36,39 @@ struct URLSessionTaskMetrics {
   std::string networkProtocol;  ///< "http/1.1", "h2"; empty without an exchange
 };
 
+class URLSessionTask;
+class URLSessionDataTask;
+
+/// What a task tells that has a delegate of its own, in the place of the session's delegate. Every
+/// call comes on the session's delegate queue; what waits holds up the session's other tasks.
+class URLSessionTaskDelegate {
+ public:
+  enum class Flow : std::uint8_t { goOn, hold };
+
+  virtual ~URLSessionTaskDelegate() = default;
+
+  /// Some of the answer's body has come, decoded; only for tasks without a completion handler. The
+  /// bytes are valid during the call, and the task's `response` is there.
+  ///
+  /// @return `hold` stops the transfer until `URLSessionTask::receiveMore`; some 512 KiB that are
+  ///   on their way, and what is left at the end, may come all the same.
+  virtual Flow didReceiveData([[maybe_unused]] URLSessionDataTask& task,
+                              [[maybe_unused]] DataView data) {
+    return Flow::goOn;
+  }
+
+  /// Some of the body was sent; calls may be merged.
+  virtual void didSendBodyData([[maybe_unused]] URLSessionTask& task,
+                               [[maybe_unused]] std::int64_t totalBytesSent,
+                               [[maybe_unused]] std::int64_t totalBytesExpectedToSend) {}
+
+  /// A task without a completion handler is over; the last call.
+  ///
+  /// @param error Null when the answer is whole.
+  virtual void didComplete([[maybe_unused]] URLSessionTask& task,
+                           [[maybe_unused]] const std::shared_ptr<const Error>& error) {}
+};
+
 /// One transfer of a session; made suspended. All operations may be called from any thread.
 class URLSessionTask {
  public:
@@ -44,6 +78,12 @@ class URLSessionTask {
 
   /// Starts the transfer; nothing happens when it runs already or is over.
   virtual void resume() = 0;
+
+  /// Gives the task a delegate of its own, until it is over; before it is resumed.
+  virtual void setDelegate(std::shared_ptr<URLSessionTaskDelegate> delegate) = 0;
+
+  /// Goes on with a body that the task's delegate has held back.
+  virtual void receiveMore() = 0;
 
   /// Ends the transfer: unless it is over already, its handler gets `URLError` `cancelled`, on the
   /// delegate queue. A task that was never resumed is completed in the same way.

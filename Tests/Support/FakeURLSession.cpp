@@ -37,33 +37,47 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
     session->resumed(shared_from_this());
   }
 
+  void setDelegate(std::shared_ptr<platform::URLSessionTaskDelegate> delegate) override {
+    const std::lock_guard lock(mutex_);
+    delegate_.swap(delegate);
+  }
+  void receiveMore() override {}  // bodies come whole
+
   void cancel() override { end(Answer::failure(URLError(URLError::Code::cancelled))); }
 
   void end(Answer answer) {
     std::shared_ptr<FakeURLSession> session;
     platform::URLSessionCompletionHandler handler;
+    std::shared_ptr<platform::URLSessionTaskDelegate> delegate;
     {
       const std::lock_guard lock(mutex_);
       if (state_ == State::completed) return;
       state_ = State::completed;
       session = std::move(session_);
       handler = std::move(handler_);
+      delegate = std::move(delegate_);
+      if (!answer.error && answer.isHTTP) {
+        response_ = std::make_shared<const platform::HTTPURLResponse>(request_.url, answer.status,
+                                                                      answer.headers);
+      }
       error_ = answer.error;
     }
-    session->queue_->async(
-        [url = request_.url, handler = std::move(handler), answer = std::move(answer)]() mutable {
-          if (answer.error) return handler(std::nullopt, nullptr, answer.error);
-          std::optional<Data> body;
-          if (answer.body) body = platform::dataFrom(*answer.body);
-          if (!answer.isHTTP) {
-            return handler(std::move(body), std::make_shared<const platform::URLResponse>(url),
-                           nullptr);
-          }
-          handler(std::move(body),
-                  std::make_shared<const platform::HTTPURLResponse>(url, answer.status,
-                                                                    std::move(answer.headers)),
-                  nullptr);
-        });
+    session->queue_->async([self = shared_from_this(), url = request_.url,
+                            handler = std::move(handler), delegate = std::move(delegate),
+                            answer = std::move(answer)]() mutable {
+      if (!handler && delegate) {
+        if (answer.body) delegate->didReceiveData(*self, platform::bytesOf(*answer.body));
+        return delegate->didComplete(*self, answer.error);
+      }
+      if (answer.error) return handler(std::nullopt, nullptr, answer.error);
+      std::optional<Data> body;
+      if (answer.body) body = platform::dataFrom(*answer.body);
+      if (!answer.isHTTP) {
+        return handler(std::move(body), std::make_shared<const platform::URLResponse>(url),
+                       nullptr);
+      }
+      handler(std::move(body), self->response(), nullptr);
+    });
   }
 
   State state() const override {
@@ -73,7 +87,10 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
   std::uint64_t taskIdentifier() const override { return identifier_; }
   const URLRequest& originalRequest() const override { return request_; }
   URLRequest currentRequest() const override { return request_; }
-  std::shared_ptr<const platform::HTTPURLResponse> response() const override { return nullptr; }
+  std::shared_ptr<const platform::HTTPURLResponse> response() const override {
+    const std::lock_guard lock(mutex_);
+    return response_;
+  }
   std::shared_ptr<const platform::Error> error() const override {
     const std::lock_guard lock(mutex_);
     return error_;
@@ -91,6 +108,8 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
   const std::uint64_t identifier_;
   const URLRequest request_;
   platform::URLSessionCompletionHandler handler_;
+  std::shared_ptr<platform::URLSessionTaskDelegate> delegate_;
+  std::shared_ptr<const platform::HTTPURLResponse> response_;
   std::shared_ptr<const platform::Error> error_;
 };
 
@@ -158,7 +177,7 @@ std::shared_ptr<platform::URLSessionDataTask> FakeURLSession::dataTask(
 }
 
 std::shared_ptr<platform::URLSessionUploadTask> FakeURLSession::uploadTask(
-    URLRequest request, std::optional<Data> body,
+    URLRequest request, std::optional<platform::SharedData> body,
     platform::URLSessionCompletionHandler completionHandler) {
   request.httpBody = std::move(body);
   const std::lock_guard lock(mutex_);

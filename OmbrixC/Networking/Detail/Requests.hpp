@@ -24,7 +24,7 @@ inline OmbrixServerAPI::Payload from(OmbrixPayload payload) {
   return HTTPPayload(platform::Data(bytes.begin(), bytes.end()));
 }
 
-inline const std::uint8_t* bytesFrom(const platform::Data& data) noexcept {
+inline const std::uint8_t* bytesFrom(platform::DataView data) noexcept {
   // An empty body is no missing one.
   static constexpr std::uint8_t kNothing = 0;
   return data.empty() ? &kNothing : reinterpret_cast<const std::uint8_t*>(data.data());

@@ -55,12 +55,22 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
       if (demand_.isNone()) return;
       downstream.swap(downstream_);
     }
-    if (!downstream) return;
+    const auto operation = operation_.lock();  // which calls
+    if (!downstream || !operation) return;
+    HTTPExchange exchange = operation->exchange();
+    auto body = data ? platform::SharedData(*std::move(data)) : platform::SharedData();
     if (!success) {
-      const auto error = HTTPError::withStatusCode(code, data);
-      return downstream->receiveCompletion(Completion::failure(error));
+      const auto error = HTTPError::withStatusCode(code, body);
+      return downstream->receiveCompletion(
+          Completion::failure(error.causedBy({.code = code,
+                                              .response = std::move(exchange.response),
+                                              .body = std::move(body),
+                                              .transportError = std::move(exchange.error)})));
     }
-    downstream->receiveValue({code, std::move(data).value_or(platform::Data())});
+    downstream->receiveValue({.code = code,
+                              .data = std::move(body),
+                              .response = std::move(exchange.response),
+                              .metrics = std::move(exchange.metrics)});
     downstream->receiveCompletion(Completion::finished());
   }
 

@@ -3,18 +3,11 @@
 #include <memory>
 
 #include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPAnswer.hpp"
 #include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
 
 namespace ombrix {
-
-/// The status and body of a successful answer.
-struct HTTPAnswer {
-  int code = 0;
-  platform::Data data;  // empty when the answer had no body
-
-  friend bool operator==(const HTTPAnswer&, const HTTPAnswer&) = default;
-};
 
 /// A request operation as a publisher: one answer and the end, or a failure by its code and body.
 ///
@@ -22,7 +15,8 @@ struct HTTPAnswer {
 /// product's web service; any other is run by whoever made it, who must keep it until it runs. An
 /// operation that is cancelled, or gone before it was run, sends nothing, not even an end: it lets
 /// go of its subscriber.
-/// One subscription at a time: a second one takes the answer over.
+/// An operation is run once: an operation of the web service whose publisher is subscribed to again
+/// (as a retry would) stops the program, naming the request. Make a publisher for each attempt.
 class HTTPRequestOperationPublisher final
     : public platform::PublisherOperators<HTTPRequestOperationPublisher, HTTPAnswer, HTTPError> {
  public:

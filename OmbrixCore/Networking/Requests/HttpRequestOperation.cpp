@@ -6,6 +6,7 @@
 #include <unordered_map>
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
+#include "OmbrixCore/Networking/Requests/Detail/RequestTaskDelegate.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
 #include "OmbrixPlatform/Network/URLOrigin.hpp"
 
@@ -59,6 +60,13 @@ class OperationIndex {
 
 std::string textOf(const Error* error) { return error ? error->what() : "nil"; }
 
+HTTPMetrics metricsOf(const platform::URLSessionTask& task) {
+  HTTPMetrics metrics{task.metrics()};
+  metrics.bytesSent = task.countOfBytesSent();
+  metrics.bytesReceived = task.countOfBytesReceived();
+  return metrics;
+}
+
 bool isRefusedByLowData(const URLError& error) {
   return error.networkUnavailableReason() == URLError::NetworkUnavailableReason::constrained;
 }
@@ -94,6 +102,17 @@ std::shared_ptr<platform::URLSessionDataTask> HttpRequestOperation::task() const
   return task_;
 }
 
+HTTPExchange HttpRequestOperation::exchange() const {
+  const std::lock_guard lock(lock_);
+  return exchange_;
+}
+
+std::string HttpRequestOperation::name() const {
+  std::string name(platform::rawValue(method_));
+  name.append(" ").append(url_.scheme().value_or("")).append("://");
+  return name.append(url_.host().value_or("")).append(url_.path());
+}
+
 std::optional<platform::URLRequest> HttpRequestOperation::buildRequest() {
   platform::URLRequest request(url_, platform::URLRequest::CachePolicy::useProtocolCachePolicy,
                                kTimeoutSeconds);
@@ -102,7 +121,8 @@ std::optional<platform::URLRequest> HttpRequestOperation::buildRequest() {
   request.allowsConstrainedNetworkAccess = safeForLowData_;
   if (!jsonPayload_ && !payload_) return request;
   try {
-    request.httpBody = jsonPayload_ ? jsonPayload_->rawData() : payload_->body();
+    request.httpBody =
+        jsonPayload_ ? platform::SharedData(jsonPayload_->rawData()) : payload_->body();
   } catch (const std::exception&) {
     logError(kBuildTag, "Web: Could not encode HTTP body for call to " +
                             platform::withoutUserInfo(url_).absoluteString());
@@ -112,10 +132,35 @@ std::optional<platform::URLRequest> HttpRequestOperation::buildRequest() {
   return request;
 }
 
+std::shared_ptr<platform::URLSessionDataTask> HttpRequestOperation::makeTask(
+    platform::URLRequest request) {
+  platform::URLSessionCompletionHandler handler =
+      [self = std::static_pointer_cast<HttpRequestOperation>(shared_from_this())](
+          std::optional<Data> data, auto response, auto error) {
+        self->taskEnded(std::move(data), std::move(response), std::move(error));
+      };
+  auto progress = options_ ? options_->progress : nullptr;
+  if (!sink_ && !progress) return session_->dataTask(std::move(request), std::move(handler));
+  auto task = session_->dataTask(std::move(request), sink_ ? nullptr : std::move(handler));
+  task->setDelegate(std::make_shared<detail::RequestTaskDelegate>(sink_, std::move(progress),
+                                                                  std::move(handler)));
+  return task;
+}
+
+void HttpRequestOperation::receiveMore() {
+  if (const auto running = task()) running->receiveMore();
+}
+
+std::optional<platform::URLRequest> HttpRequestOperation::requestToSend() {
+  auto request = buildRequest();
+  if (request && options_) options_->apply(*request);
+  return request;
+}
+
 platform::Async<void> HttpRequestOperation::execute() {
   std::optional<platform::URLRequest> request;
   try {
-    request = buildRequest();
+    request = requestToSend();
   } catch (const std::exception& error) {
     // An override's; an operation that never ended would keep its place in the queue.
     logError(kBuildTag, std::string("Web: Could not build the request: ") + error.what());
@@ -124,12 +169,7 @@ platform::Async<void> HttpRequestOperation::execute() {
     endTaskAndCallbackWithSuccess(false, kBadRequest);
     co_return;
   }
-  auto self = std::static_pointer_cast<HttpRequestOperation>(shared_from_this());
-  const auto task =
-      session_->dataTask(std::move(*request),
-                         [self](std::optional<Data> data, const auto& response, const auto& error) {
-                           self->taskEnded(std::move(data), response.get(), error.get());
-                         });
+  const auto task = makeTask(*std::move(request));
   bool wasCancelled = false;
   {
     const std::lock_guard lock(lock_);
@@ -154,7 +194,8 @@ void HttpRequestOperation::cancel() {
 }
 
 void HttpRequestOperation::taskEnded(std::optional<Data> data,
-                                     const platform::URLResponse* response, const Error* error) {
+                                     std::shared_ptr<const platform::URLResponse> response,
+                                     std::shared_ptr<const Error> error) {
   // The task's end may overtake the flag that `cancel` sets after it.
   if (isCancelling()) {
     const Callbacks dropped = takeCallbacks();
@@ -165,7 +206,15 @@ void HttpRequestOperation::taskEnded(std::optional<Data> data,
     finish();
     return;
   }
-  if (const auto* transport = dynamic_cast<const URLError*>(error)) {
+  const auto http = std::dynamic_pointer_cast<const platform::HTTPURLResponse>(std::move(response));
+  const auto transport = std::dynamic_pointer_cast<const URLError>(error);
+  const auto task = this->task();
+  HTTPExchange exchange{http, transport, task ? metricsOf(*task) : HTTPMetrics()};
+  {
+    const std::lock_guard lock(lock_);
+    std::swap(exchange_, exchange);
+  }
+  if (transport) {
     if (isRefusedByLowData(*transport)) {
       logVerbose(kExecuteTag, "Web: HTTP request failed, low data prevented it");
       return endTaskAndCallbackWithSuccess(false, kLowDataRefused);
@@ -175,9 +224,9 @@ void HttpRequestOperation::taskEnded(std::optional<Data> data,
       return endTaskAndCallbackWithSuccess(false, kCancelledLocally);
     }
   }
-  const auto* http = dynamic_cast<const platform::HTTPURLResponse*>(response);
   if (!http) {
-    logWarning(kExecuteTag, "Web: Server response was not HTTP, likely offline: " + textOf(error));
+    logWarning(kExecuteTag,
+               "Web: Server response was not HTTP, likely offline: " + textOf(error.get()));
     return endTaskAndCallbackWithSuccess(false, kNotHTTP);
   }
   std::optional<JSON> json;
@@ -190,7 +239,7 @@ void HttpRequestOperation::taskEnded(std::optional<Data> data,
       logError(kExecuteTag, "Web: Error decoding JSON: " + textOf(&unparsable));
     }
   }
-  handle(*http, error, std::move(json), std::move(data));
+  handle(*http, error.get(), std::move(json), std::move(data));
 }
 
 void HttpRequestOperation::handle(const platform::HTTPURLResponse& response, const Error* error,

@@ -3,11 +3,15 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
 #include "OmbrixCore/Concurrency/AsyncOperation.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPAnswer.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPBodySink.hpp"
 #include "OmbrixCore/Networking/Requests/HTTPPayload.hpp"
+#include "OmbrixCore/Networking/Requests/RequestOptions.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
@@ -70,11 +74,29 @@ class HttpRequestOperation : public AsyncOperation {
   [[nodiscard]] bool safeForLowData() const { return safeForLowData_; }
   void setSafeForLowData(bool isSafe) { safeForLowData_ = isSafe; }
 
+  /// What this request wants otherwise, applied to what `buildRequest` gives.
+  void setOptions(RequestOptions options) { options_ = std::move(options); }
+
+  /// Where the body of a successful answer goes as it comes: callbacks are then given none.
+  void setSink(std::shared_ptr<HTTPBodySink> sink) { sink_ = std::move(sink); }
+
+  /// Goes on with a body that the sink has held back.
+  void receiveMore();
+
   /// Replaces the publisher's completion; let go at once when the operation is over or cancelled.
   void setCombineCallback(CombineCallback callback);
 
   /// The running task; null before it starts and after it is over.
   [[nodiscard]] std::shared_ptr<platform::URLSessionDataTask> task() const;
+
+  /// How its task ended: from the beginning of `handle` and in the callbacks; empty before.
+  [[nodiscard]] HTTPExchange exchange() const;
+
+  /// The method and the URL, without what may be secret in it, for texts.
+  [[nodiscard]] std::string name() const;
+
+  /// What `execute` sends: the built request with the options; nothing where there is none.
+  [[nodiscard]] std::optional<platform::URLRequest> requestToSend();
 
   /// The request to send; nothing when its body cannot be encoded, which is logged.
   [[nodiscard]] virtual std::optional<platform::URLRequest> buildRequest();
@@ -110,8 +132,10 @@ class HttpRequestOperation : public AsyncOperation {
     CombineCallback combine;
   };
 
-  void taskEnded(std::optional<platform::Data> data, const platform::URLResponse* response,
-                 const platform::Error* error);
+  void taskEnded(std::optional<platform::Data> data,
+                 std::shared_ptr<const platform::URLResponse> response,
+                 std::shared_ptr<const platform::Error> error);
+  std::shared_ptr<platform::URLSessionDataTask> makeTask(platform::URLRequest request);
   bool isCancelling() const;
   Callbacks takeCallbacks();
 
@@ -123,9 +147,12 @@ class HttpRequestOperation : public AsyncOperation {
   std::optional<platform::JSON> jsonPayload_;
   std::optional<HTTPPayload> payload_;
   bool safeForLowData_ = true;
+  std::optional<RequestOptions> options_;
+  std::shared_ptr<HTTPBodySink> sink_;
 
   mutable platform::FutexLock lock_;  // guards what follows
   std::shared_ptr<platform::URLSessionDataTask> task_;
+  HTTPExchange exchange_;
   Callbacks callbacks_;
   bool isCancelling_ = false;      // from the beginning of `cancel`
   bool takesNoCallbacks_ = false;  // over or cancelled

@@ -8,6 +8,7 @@
 #include "OmbrixPlatform/Network/URLOrigin.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
+#include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix {
 namespace {
@@ -100,6 +101,10 @@ void OmbrixAPIHttpRequestOperation::handle(const platform::HTTPURLResponse& resp
 }
 
 void OmbrixAPIHttpRequestOperation::enqueueForPublisher() {
+  if (wasPublished_.exchange(true)) {
+    platform::fatalError("the publisher of " + name() +
+                         " was subscribed to again: make a new publisher for each attempt");
+  }
   OmbrixServerAPI::sharedInstance().addOperation(
       std::static_pointer_cast<OmbrixAPIHttpRequestOperation>(shared_from_this()));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -41,6 +42,11 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   [[nodiscard]] int attempt() const noexcept { return attempt_; }
   void setAttempt(int attempt) { attempt_ = attempt; }
 
+  /// Whether it is a transfer that may take long, which runs beside the client's queue of requests
+  /// and takes no place there; set before it is added.
+  [[nodiscard]] bool isLongTransfer() const noexcept { return isLongTransfer_; }
+  void setLongTransfer(bool isLong) { isLongTransfer_ = isLong; }
+
   /// The environment that it belongs to (`OmbrixServerAPI::environment`), where its URL was made
   /// before it.
   void setEnvironment(std::uint64_t environment) { environment_ = environment; }
@@ -53,7 +59,7 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   void handle(const platform::HTTPURLResponse& response, const platform::Error* error,
               std::optional<platform::JSON> json, std::optional<platform::Data> data) override;
 
-  /// Adds it to the shared client's queue.
+  /// Adds it to the shared client's queue; a second time stops the program, naming the request.
   void enqueueForPublisher() override;
 
  private:
@@ -63,7 +69,9 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   bool usesAuth_ = false;
   bool disableCashe_ = false;
   bool cacheOnly_ = false;
+  bool isLongTransfer_ = false;
   int attempt_ = 1;
+  std::atomic<bool> wasPublished_ = false;
 };
 
 /// The "Accept-Language" field for the languages the user reads, the best one first: five of them

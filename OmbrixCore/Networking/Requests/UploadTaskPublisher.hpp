@@ -11,7 +11,7 @@ namespace ombrix {
 
 /// What an upload brought back.
 struct UploadAnswer {
-  platform::Data data;  // empty when the answer had no body
+  platform::SharedData data;  // empty when the answer had no body
   std::shared_ptr<const platform::URLResponse> response;
 };
 

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <limits>
 #include <utility>
 
@@ -24,7 +25,9 @@ constexpr const char* kTooLong = "the answer's body is too long to be kept in me
 /// Whether the request states the length of a body, be it 0.
 bool takesBody(const URLRequest& request) noexcept {
   const std::string& method = request.httpMethod;
-  if (method == "POST" || method == "PUT" || method == "PATCH") return true;
+  if (method == "POST" || method == "PUT" || method == "PATCH" || request.httpBodySource) {
+    return true;
+  }
   return request.httpBody && !request.httpBody->empty() && method != "HEAD";
 }
 
@@ -111,6 +114,7 @@ bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms)
 
 bool CurlExchange::setMethod(const URLRequest& request) {
   const std::string& method = request.httpMethod;
+  if (request.httpBodySource) return setBodySource(request);
   const bool hasBody = request.httpBody && !request.httpBody->empty();
   ::curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, hasBody ? 0L : 1L);
   if (takesBody(request)) {
@@ -125,6 +129,53 @@ bool CurlExchange::setMethod(const URLRequest& request) {
   ::curl_easy_setopt(easy_, isHead ? CURLOPT_NOBODY : CURLOPT_HTTPGET, 1L);
   return ::curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST,
                             isHead || method == "GET" ? nullptr : method.c_str()) == CURLE_OK;
+}
+
+/// The body is read as it is sent; as an upload, whatever the method's name.
+bool CurlExchange::setBodySource(const URLRequest& request) {
+  bodyRead_ = 0;
+  bodyLength_ = request.httpBodySource->length().value_or(-1).value_or(-1);
+  ::curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, 0L);
+  ::curl_easy_setopt(easy_, CURLOPT_UPLOAD, 1L);
+  ::curl_easy_setopt(easy_, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(bodyLength_));
+  ::curl_easy_setopt(easy_, CURLOPT_READFUNCTION, &giveBody);
+  ::curl_easy_setopt(easy_, CURLOPT_READDATA, this);
+  ::curl_easy_setopt(easy_, CURLOPT_SEEKFUNCTION, &rewindBody);
+  ::curl_easy_setopt(easy_, CURLOPT_SEEKDATA, this);
+  return ::curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, request.httpMethod.c_str()) == CURLE_OK;
+}
+
+std::size_t CurlExchange::giveBody(char* buffer, std::size_t size, std::size_t count, void* self) {
+  return static_cast<CurlExchange*>(self)->nextOfBody(
+      std::as_writable_bytes(std::span(buffer, size * count)));
+}
+
+/// What libcurl sends next, never more than was stated; CURL_READFUNC_ABORT when there is less.
+std::size_t CurlExchange::nextOfBody(std::span<std::byte> buffer) {
+  const bool isStated = bodyLength_ >= 0;
+  if (isStated) {
+    buffer =
+        buffer.first(std::min(buffer.size(), static_cast<std::size_t>(bodyLength_ - bodyRead_)));
+  }
+  if (buffer.empty()) return 0;
+  const auto read = request_->httpBodySource->read(bodyRead_, buffer);
+  if (!read) {
+    if (!ownError_) ownError_ = std::make_shared<const URLError>(read.error());
+    return CURL_READFUNC_ABORT;
+  }
+  if (*read == 0 && isStated) {
+    fail(URLError::Code::requestBodyStreamExhausted,
+         "the request's body became shorter on its way");
+    return CURL_READFUNC_ABORT;
+  }
+  bodyRead_ += static_cast<std::int64_t>(*read);
+  return *read;
+}
+
+int CurlExchange::rewindBody(void* self, curl_off_t offset, int origin) {
+  if (origin != SEEK_SET) return CURL_SEEKFUNC_CANTSEEK;
+  static_cast<CurlExchange*>(self)->bodyRead_ = offset;
+  return CURL_SEEKFUNC_OK;
 }
 
 bool CurlExchange::addField(const std::string& line) {

@@ -90,7 +90,8 @@ std::shared_ptr<URLSessionDataTask> CurlURLSession::dataTask(
 }
 
 std::shared_ptr<URLSessionUploadTask> CurlURLSession::uploadTask(
-    URLRequest request, std::optional<Data> body, URLSessionCompletionHandler completionHandler) {
+    URLRequest request, std::optional<SharedData> body,
+    URLSessionCompletionHandler completionHandler) {
   if (body) request.httpBody = std::move(body);
   return makeTask(std::move(request), std::move(completionHandler));
 }

@@ -57,18 +57,29 @@ bool DelegateConversation::keep(DataView piece) {
   if (!hasDelegate_) return false;
   const std::lock_guard lock(lock_);
   stream_.insert(stream_.end(), piece.begin(), piece.end());
-  return permission_ == Permission::given && !std::exchange(isStreamPosted_, true);
+  return permission_ == Permission::given && !isHeld_ && !std::exchange(isStreamPosted_, true);
 }
 
 Data DelegateConversation::take() {
   const std::lock_guard lock(lock_);
   isStreamPosted_ = false;
+  wasReleased_ = false;
   return permission_ == Permission::given ? std::exchange(stream_, {}) : Data();
 }
 
-bool DelegateConversation::taken() {
+bool DelegateConversation::taken(bool wantsMore) {
   const std::lock_guard lock(lock_);
-  return std::exchange(isWaiting_, false);
+  // Who wanted to hold it may want more by now.
+  isHeld_ = !wantsMore && !wasReleased_;
+  return !isHeld_ && std::exchange(isWaiting_, false);
+}
+
+DelegateConversation::Released DelegateConversation::release() {
+  const std::lock_guard lock(lock_);
+  wasReleased_ = true;
+  if (!std::exchange(isHeld_, false)) return {};
+  if (stream_.empty()) return {.mustResume = std::exchange(isWaiting_, false)};
+  return {.mustHandOver = !std::exchange(isStreamPosted_, true)};
 }
 
 bool DelegateConversation::mustReport() {

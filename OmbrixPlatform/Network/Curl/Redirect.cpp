@@ -52,7 +52,8 @@ bool mayFollow(const URLRequest& request, const URLRequest& next) {
   const auto from = URLOrigin::of(request.url);
   const auto to = URLOrigin::of(next.url);
   const bool isDowngrade = from && from->isSecure && !(to && to->isSecure);
-  return !(isDowngrade && next.httpBody && !next.httpBody->empty());
+  const bool hasBody = next.httpBodySource || (next.httpBody && !next.httpBody->empty());
+  return !(isDowngrade && hasBody);
 }
 
 std::shared_ptr<const HTTPURLResponse> handedOver(std::shared_ptr<const HTTPURLResponse> response,
@@ -82,6 +83,7 @@ std::optional<URLRequest> redirected(const URLRequest& request, const HTTPURLRes
   if (becomesGet) {
     next.httpMethod = "GET";
     next.httpBody.reset();
+    next.httpBodySource.reset();
     for (const char* name : {"Content-Type", "Content-Length", "Content-Encoding",
                              "Content-Language", "Content-Location", "Expect"}) {
       next.headers.remove(name);

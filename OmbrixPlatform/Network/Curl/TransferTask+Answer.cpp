@@ -197,10 +197,22 @@ void TransferTask::permitted(CurlURLSession& session) {
 void TransferTask::handOverStream() {
   const auto session = this->session();
   const Data piece = conversation_.take();
-  const auto delegate = session ? session->delegate() : nullptr;
-  if (!delegate || piece.empty() || state() == State::canceling) return;
-  delegate->didReceiveData(*session, *this, piece);
-  if (conversation_.taken()) resumeReceiving(*session);
+  if (!session || piece.empty() || state() == State::canceling) return;
+  auto flow = URLSessionTaskDelegate::Flow::goOn;
+  if (const auto own = ownDelegate()) {
+    flow = own->didReceiveData(*this, piece);
+  } else if (const auto delegate = session->delegate()) {
+    delegate->didReceiveData(*session, *this, piece);
+  }
+  if (conversation_.taken(flow == URLSessionTaskDelegate::Flow::goOn)) resumeReceiving(*session);
+}
+
+void TransferTask::receiveMore() {
+  const auto session = this->session();
+  if (!session) return;
+  const auto next = conversation_.release();
+  if (next.mustHandOver) session->post([self = shared_from_this()] { self->handOverStream(); });
+  if (next.mustResume) resumeReceiving(*session);
 }
 
 void TransferTask::reportSent() {
@@ -208,6 +220,8 @@ void TransferTask::reportSent() {
   const std::int64_t total = bytesSent_;
   const std::int64_t more = conversation_.report(total);
   const auto session = more > 0 ? this->session() : nullptr;
+  const auto own = session ? ownDelegate() : nullptr;
+  if (own) return own->didSendBodyData(*this, total, countOfBytesExpectedToSend());
   const auto delegate = session ? session->delegate() : nullptr;
   if (!delegate) return;
   delegate->didSendBodyData(*session, *this, more, total, countOfBytesExpectedToSend());

@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Network/Curl/Detail/TransferTask.hpp"
 
+#include <algorithm>
 #include <mutex>
 #include <utility>
 
@@ -55,6 +56,18 @@ std::shared_ptr<const URLRequest> TransferTask::request() const {
   return current_;
 }
 
+std::shared_ptr<URLSessionTaskDelegate> TransferTask::ownDelegate() const {
+  const std::lock_guard lock(lock_);
+  return ownDelegate_;
+}
+
+void TransferTask::setDelegate(std::shared_ptr<URLSessionTaskDelegate> delegate) {
+  const std::lock_guard lock(lock_);
+  if (state_ != State::suspended) return;
+  conversation_.addDelegate();
+  ownDelegate_.swap(delegate);
+}
+
 URLSessionTask::State TransferTask::state() const {
   const std::lock_guard lock(lock_);
   return state_;
@@ -77,6 +90,7 @@ URLSessionTaskMetrics TransferTask::metrics() const {
 
 std::int64_t TransferTask::countOfBytesExpectedToSend() const {
   const auto current = request();
+  if (current->httpBodySource) return current->httpBodySource->length().value_or(-1).value_or(-1);
   return current->httpBody ? static_cast<std::int64_t>(current->httpBody->size()) : 0;
 }
 
@@ -94,7 +108,9 @@ void TransferTask::resume() {
     state_ = State::running;
     session = session_;
     resumedAt_ = session->clock()->steadyNow();
-    deadline_ = addSaturating(resumedAt_, session->configuration().timeoutIntervalForResource);
+    const auto limit = session->configuration().timeoutIntervalForResource;
+    deadline_ = addSaturating(resumedAt_,
+                              std::min(limit, original_->resourceTimeoutInterval.value_or(limit)));
   }
   if (isForkedChild()) {
     return fail(
@@ -116,6 +132,10 @@ void TransferTask::begin(std::shared_ptr<const URLRequest> request) {
   }
   auto origin = URLOrigin::of(request->url);
   if (auto error = refusal(*request, origin)) return fail(std::move(error));
+  if (request->httpBodySource) {
+    const auto length = request->httpBodySource->length();
+    if (!length) return fail(std::make_shared<const URLError>(length.error()));
+  }
   HTTPHeaders conditions;
   validated_.reset();
   answerOnError_.reset();
@@ -199,9 +219,11 @@ void TransferTask::deliver(TaskOutcome outcome) {
   endTransfer(*session);
   if (isStreaming_) handOverStream();
   URLSessionCompletionHandler handler;
+  std::shared_ptr<URLSessionTaskDelegate> own;
   URLSessionTaskMetrics metrics;
   {
     const std::lock_guard lock(lock_);
+    own.swap(ownDelegate_);
     if (resumedAt_ != TimePoint{}) metrics_.total = session->clock()->steadyNow() - resumedAt_;
     state_ = State::completed;
     error_ = outcome.error;
@@ -214,6 +236,8 @@ void TransferTask::deliver(TaskOutcome outcome) {
   if (handler) {
     handler(std::move(outcome.data), std::move(outcome.response), std::move(outcome.error));
     handler = nullptr;
+  } else if (own) {
+    own->didComplete(*this, outcome.error);
   } else if (delegate) {
     delegate->didComplete(*session, *this, outcome.error);
   }

@@ -122,6 +122,12 @@ TEST_F(OmbrixServerAPITests, ConditionsAreObservable) {
               ElementsAre("serverIsInMaintenanceMode 0>1", "serverIsInMaintenanceMode 1>0"));
 }
 
+// Catches a flag that announces nothing any more after one exception out of a handler.
+TEST_F(OmbrixServerAPITests, AnExceptionOutOfAHandlerStopsTheProgram) {
+  client().setForceLogoutHandler([] { throw std::runtime_error("no window"); });
+  EXPECT_DEATH(client().triggerLoginError(), "no window");
+}
+
 // Catches two threads that announce one change, or lose one.
 TEST_F(OmbrixServerAPITests, RacingTriggersAreOneTransition) {
   std::atomic<int> logouts = 0;
@@ -278,49 +284,6 @@ TEST_F(OmbrixServerAPITests, RequestsOfTheEnvironmentBeforeAreOfNoConcern) {
   EXPECT_EQ(before->request(0).headers.value("Authorization"), std::nullopt);
   EXPECT_EQ(client().jwtToken(), "of staging");
   EXPECT_FALSE(client().loginError());
-}
-
-// Catches a certificate that is accepted for another host than the test server's, and redirects or
-// answers that are stopped.
-TEST_F(OmbrixServerAPITests, TheSessionsDelegate) {
-  using Delegate = platform::URLSessionDelegate;
-  using enum Delegate::AuthChallengeDisposition;
-  const auto fake = session();
-  Delegate& delegate = *fake->delegate();
-  const platform::SecTrust trust{{platform::dataFrom("certificate")}};
-  const struct {
-    std::string host;
-    std::optional<platform::SecTrust> trust;
-    Delegate::AuthChallengeDisposition disposition;
-  } cases[] = {
-      {"api.ombrix.test", trust, useCredential},
-      {"API.Ombrix.test", trust, useCredential},
-      {"api.ombrix.test", std::nullopt, performDefaultHandling},
-      {"api.ombrix.example", trust, performDefaultHandling},
-      {"other.test", trust, performDefaultHandling},
-  };
-  for (const auto& test : cases) {
-    int calls = 0;
-    delegate.didReceiveChallenge(*fake, {{test.host, 443, test.trust}},
-                                 [&](auto disposition, const auto& credential) {
-                                   ++calls;
-                                   EXPECT_EQ(disposition, test.disposition) << test.host;
-                                   EXPECT_EQ(credential.has_value(), disposition == useCredential);
-                                   if (credential) {
-                                     EXPECT_EQ(credential->trust.certificates, trust.certificates);
-                                   }
-                                 });
-    EXPECT_EQ(calls, 1);
-  }
-  const auto task = fake->dataTask(platform::URLRequest(client().endpoint()), [](auto&&...) {});
-  const platform::URLRequest next(*platform::URL::parse("https://api.ombrix.example/next"));
-  std::optional<platform::URLRequest> passedOn;
-  delegate.willPerformHTTPRedirection(*fake, *task, nullptr, next,
-                                      [&](auto request) { passedOn = std::move(request); });
-  EXPECT_EQ(passedOn, next);
-  std::optional<Delegate::ResponseDisposition> allowed;
-  delegate.didReceiveResponse(*fake, *task, nullptr, [&](auto given) { allowed = given; });
-  EXPECT_EQ(allowed, Delegate::ResponseDisposition::allow);
 }
 
 // Catches caches that are not counted or not cleared.

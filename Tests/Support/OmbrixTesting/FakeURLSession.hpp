@@ -64,8 +64,9 @@ class FakeURLSession final : public platform::URLSession,
   std::shared_ptr<platform::URLSessionDataTask> dataTask(
       platform::URLRequest request,
       platform::URLSessionCompletionHandler completionHandler) override;
+  using URLSession::uploadTask;
   std::shared_ptr<platform::URLSessionUploadTask> uploadTask(
-      platform::URLRequest request, std::optional<platform::Data> body,
+      platform::URLRequest request, std::optional<platform::SharedData> body,
       platform::URLSessionCompletionHandler completionHandler) override;
   void finishTasksAndInvalidate() override;
   void invalidateAndCancel() override;

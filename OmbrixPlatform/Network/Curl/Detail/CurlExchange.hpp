@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 
 #include "OmbrixPlatform/Network/Curl/Detail/ContentDecoder.hpp"
@@ -99,6 +100,8 @@ class CurlExchange {
  private:
   static std::size_t takeHeader(const char* text, std::size_t size, std::size_t count, void* self);
   static std::size_t takeBody(const char* bytes, std::size_t size, std::size_t count, void* self);
+  static std::size_t giveBody(char* buffer, std::size_t size, std::size_t count, void* self);
+  static int rewindBody(void* self, curl_off_t offset, int origin);
   static int takeProgress(void* self, curl_off_t expectedDown, curl_off_t down,
                           curl_off_t expectedUp, curl_off_t up);
   static curl_socket_t openSocket(void* self, curlsocktype purpose, curl_sockaddr* address);
@@ -106,6 +109,8 @@ class CurlExchange {
 
   void setConstantOptions();
   bool setMethod(const URLRequest& request);
+  bool setBodySource(const URLRequest& request);
+  std::size_t nextOfBody(std::span<std::byte> buffer);
   bool setFields(const URLRequest& request);
   bool addField(const std::string& line);
   bool headerLine(std::string_view line);
@@ -141,6 +146,8 @@ class CurlExchange {
   std::chrono::steady_clock::duration timeLimit_{};
   TimePoint lastProgress_;
   std::int64_t progressSeen_ = 0;
+  std::int64_t bodyRead_ = 0;     // of the request's source
+  std::int64_t bodyLength_ = -1;  // of that source; -1: unknown
   std::uint64_t connection_ = 0;  // its number
   int sendings_ = 0;              // connections that were given the request
   int socketError_ = 0;           // errno of the last socket that could not be opened

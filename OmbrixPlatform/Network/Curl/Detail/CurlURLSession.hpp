@@ -43,7 +43,7 @@ class CurlURLSession final : public URLSession,
   std::shared_ptr<URLSessionDataTask> dataTask(
       URLRequest request, URLSessionCompletionHandler completionHandler) override;
   std::shared_ptr<URLSessionUploadTask> uploadTask(
-      URLRequest request, std::optional<Data> body,
+      URLRequest request, std::optional<SharedData> body,
       URLSessionCompletionHandler completionHandler) override;
   void finishTasksAndInvalidate() override;
   void invalidateAndCancel() override;

@@ -64,8 +64,19 @@ class DelegateConversation {
   /// What a job is to hand over; empty while the answer is not allowed.
   [[nodiscard]] Data take();
 
-  /// The delegate has taken it; true when the transfer had to wait.
-  [[nodiscard]] bool taken();
+  /// The delegate has taken it, and wants more or holds the rest back until `release`; true when
+  /// the transfer had to wait, and goes on.
+  [[nodiscard]] bool taken(bool wantsMore);
+
+  /// The delegate wants more again.
+  struct Released {
+    bool mustHandOver = false;
+    bool mustResume = false;
+  };
+  [[nodiscard]] Released release();
+
+  /// The task has a delegate of its own; before it is resumed.
+  void addDelegate() noexcept { hasDelegate_ = true; }
 
   // What was sent.
 
@@ -81,7 +92,7 @@ class DelegateConversation {
  private:
   enum class Permission : std::uint8_t { notAsked, asked, given };
 
-  const bool hasDelegate_;
+  bool hasDelegate_;
   const bool isStreaming_;
   FutexLock lock_;  // guards what follows
   Permission permission_;
@@ -89,7 +100,9 @@ class DelegateConversation {
   bool isEarlyQuestionPosted_ = false;
   bool isStreamPosted_ = false;
   bool isReportPosted_ = false;
-  bool isWaiting_ = false;  // the transfer
+  bool isWaiting_ = false;    // the transfer
+  bool isHeld_ = false;       // by the delegate
+  bool wasReleased_ = false;  // since something was taken
   std::int64_t reportedBytes_ = 0;
   Data stream_;
   std::optional<TaskOutcome> outcome_;

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <sys/mman.h>
+
 #include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <memory>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -31,8 +35,9 @@ class BodyBudget {
 };
 
 /// A body that is gathered in memory, in blocks that stay where they are: a vector that grows would
-/// be copied over and over, and leave a hole in the heap each time. The room that it takes up
-/// counts in its session's budget for as long as this object lives.
+/// be copied over and over, and leave a hole in the heap each time. Full blocks are pages of their
+/// own, which the system has back as soon as they are copied: joining them takes one body's room
+/// and a block more. The room counts in the session's budget for as long as this object lives.
 class GatheredBody {
  public:
   enum class Result : std::uint8_t { kept, tooLong, tooMuchTogether };
@@ -80,12 +85,13 @@ class GatheredBody {
     if (full_.empty()) return std::exchange(last_, {});
     Data whole;
     whole.reserve(size);
-    full_.push_back(std::exchange(last_, {}));
-    for (Data& block : full_) {
-      whole.insert(whole.end(), block.begin(), block.end());
-      block = Data();  // so that not all is there twice
+    for (Pages& block : full_) {
+      whole.insert(whole.end(), block.bytes().begin(), block.bytes().end());
+      block = Pages();  // so that not all is there twice
     }
     full_.clear();
+    whole.insert(whole.end(), last_.begin(), last_.end());
+    last_ = Data();
     return whole;
   }
 
@@ -97,6 +103,33 @@ class GatheredBody {
 
  private:
   static constexpr std::size_t kBlockBytes = std::size_t{1} << 20;
+
+  /// Bytes in pages of their own: the heap would keep freed blocks for others.
+  class Pages {
+   public:
+    static Pages with(DataView bytes) {
+      Pages pages;
+      void* const place =
+          ::mmap(nullptr, bytes.size(), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+      if (place == MAP_FAILED) throw std::bad_alloc();
+      std::memcpy(place, bytes.data(), bytes.size());
+      pages.bytes_ = {static_cast<const std::byte*>(place), bytes.size()};
+      return pages;
+    }
+    Pages() = default;
+    Pages(Pages&& other) noexcept : bytes_(std::exchange(other.bytes_, {})) {}
+    Pages& operator=(Pages&& other) noexcept {
+      std::swap(bytes_, other.bytes_);
+      return *this;
+    }
+    ~Pages() {
+      if (!bytes_.empty()) ::munmap(const_cast<std::byte*>(bytes_.data()), bytes_.size());
+    }
+    [[nodiscard]] DataView bytes() const noexcept { return bytes_; }
+
+   private:
+    DataView bytes_;
+  };
 
   void swap(GatheredBody& other) noexcept {
     std::swap(budget_, other.budget_);
@@ -111,7 +144,10 @@ class GatheredBody {
     const std::size_t bytes = std::min({wanted, kBlockBytes, maximumBytes_ - size_});
     if (!budget_->take(bytes)) return false;
     reserved_ += bytes;
-    if (!last_.empty()) full_.push_back(std::exchange(last_, {}));
+    if (!last_.empty()) {
+      full_.push_back(Pages::with(last_));
+      last_ = Data();  // what it had room for may be more than is reserved now
+    }
     last_.reserve(bytes);
     return true;
   }
@@ -120,8 +156,8 @@ class GatheredBody {
   std::size_t maximumBytes_ = 0;
   std::size_t reserved_ = 0;
   std::size_t size_ = 0;
-  std::vector<Data> full_;  // blocks, in order
-  Data last_;               // the one that is being filled
+  std::vector<Pages> full_;  // blocks, in order
+  Data last_;                // the one that is being filled
 };
 
 }  // namespace ombrix::platform::detail

@@ -31,6 +31,8 @@ class TransferTask final : public URLSessionUploadTask,
 
   void resume() override;
   void cancel() override;
+  void setDelegate(std::shared_ptr<URLSessionTaskDelegate> delegate) override;
+  void receiveMore() override;
   [[nodiscard]] State state() const override;
   [[nodiscard]] std::uint64_t taskIdentifier() const override { return identifier_; }
   [[nodiscard]] const URLRequest& originalRequest() const override { return *original_; }
@@ -81,6 +83,7 @@ class TransferTask final : public URLSessionUploadTask,
   [[nodiscard]] bool claim() noexcept { return !isClaimed_.exchange(true); }
   [[nodiscard]] std::shared_ptr<CurlURLSession> session() const;
   [[nodiscard]] std::shared_ptr<const URLRequest> request() const;
+  [[nodiscard]] std::shared_ptr<URLSessionTaskDelegate> ownDelegate() const;
   [[nodiscard]] URLCache* cacheOf(const CurlURLSession& session) const;
   template <class Change>
   void changeMetrics(Change change) {
@@ -139,6 +142,7 @@ class TransferTask final : public URLSessionUploadTask,
   std::shared_ptr<Transfer> transfer_;       // null while none is under way
   std::shared_ptr<const URLRequest> current_;
   URLSessionCompletionHandler handler_;
+  std::shared_ptr<URLSessionTaskDelegate> ownDelegate_;  // null once it is over
   std::shared_ptr<const HTTPURLResponse> response_;
   std::shared_ptr<const Error> error_;
   TransferClient::TimePoint resumedAt_{};

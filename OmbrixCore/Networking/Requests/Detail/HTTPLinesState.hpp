@@ -1,0 +1,56 @@
+#pragma once
+
+#include <deque>
+#include <exception>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "OmbrixCore/Networking/Requests/HTTPBodySink.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPLines.hpp"
+#include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
+#include "OmbrixPlatform/Concurrency/Continuation.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+
+namespace ombrix {
+
+/// Where the network's pieces become lines and wait to be taken.
+class HTTPLines::State final : public HTTPBodySink {
+ public:
+  explicit State(std::weak_ptr<HttpRequestOperation> operation)
+      : operation_(std::move(operation)) {}
+
+  std::expected<Flow, platform::URLError> take(const platform::HTTPURLResponse& response,
+                                               platform::DataView piece) override;
+  std::expected<void, platform::URLError> end(const platform::HTTPURLResponse& response) override;
+
+  /// The request is over; null where the body was whole.
+  void finish(std::exception_ptr error);
+
+  /// What the consumer finds: a line, the end, or that it has to wait.
+  struct Found {
+    bool mustWait = false;
+    std::optional<std::string> line;
+  };
+  Found takeLine();
+
+  /// Resumed when there is something to find.
+  void await(platform::Continuation<void> continuation);
+
+ private:
+  void add(std::string line);
+  void wake();
+
+  const std::weak_ptr<HttpRequestOperation> operation_;
+  std::string partial_;  // delegate queue
+
+  platform::FutexLock lock_;  // guards what follows
+  std::deque<std::string> lines_;
+  std::size_t bytes_ = 0;  // of these lines
+  bool isHeld_ = false;
+  bool isOver_ = false;
+  std::exception_ptr error_;
+  std::optional<platform::Continuation<void>> waiting_;
+};
+
+}  // namespace ombrix

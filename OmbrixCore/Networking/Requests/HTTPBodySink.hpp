@@ -1,0 +1,30 @@
+#pragma once
+
+#include <expected>
+
+#include "OmbrixPlatform/Network/URLError.hpp"
+#include "OmbrixPlatform/Network/URLResponse.hpp"
+#include "OmbrixPlatform/Network/URLSessionTask.hpp"
+
+namespace ombrix {
+
+/// Takes the body of a successful answer piece by piece, as it comes. Called on the session's
+/// delegate queue, one call at a time; what waits there holds up other requests. An error ends the
+/// request with it.
+class HTTPBodySink {
+ public:
+  using Flow = platform::URLSessionTaskDelegate::Flow;
+
+  virtual ~HTTPBodySink() = default;
+
+  /// @return `hold` to have no more for now, until `HttpRequestOperation::receiveMore`; see
+  ///   `URLSessionTaskDelegate`.
+  virtual std::expected<Flow, platform::URLError> take(const platform::HTTPURLResponse& response,
+                                                       platform::DataView piece) = 0;
+
+  /// The body is whole.
+  virtual std::expected<void, platform::URLError> end(
+      const platform::HTTPURLResponse& response) = 0;
+};
+
+}  // namespace ombrix

@@ -1,0 +1,21 @@
+#include "OmbrixCore/Networking/Requests/RequestOptions.hpp"
+
+#include <algorithm>
+
+namespace ombrix {
+
+void RequestOptions::apply(platform::URLRequest& request) const {
+  for (const auto& [name, value] : headers) {
+    if (!platform::headerNamesEqual(name, "Authorization")) request.headers.set(name, value);
+  }
+  if (timeout) request.timeoutInterval = std::min(request.timeoutInterval, *timeout);
+  if (totalTimeout) request.resourceTimeoutInterval = totalTimeout;
+  if (cachePolicy) request.cachePolicy = *cachePolicy;
+  if (!safeForLowData) request.allowsConstrainedNetworkAccess = false;
+  if (body) {
+    request.httpBody.reset();
+    request.httpBodySource = body;
+  }
+}
+
+}  // namespace ombrix

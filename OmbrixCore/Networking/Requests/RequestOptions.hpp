@@ -1,0 +1,59 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include "OmbrixPlatform/Network/HTTPBodySource.hpp"
+#include "OmbrixPlatform/Network/HTTPHeaders.hpp"
+#include "OmbrixPlatform/Network/URLRequest.hpp"
+
+namespace ombrix {
+
+/// How far a request has come, in bytes of the bodies; what is expected is -1 where nobody knows.
+struct HTTPProgress {
+  std::int64_t bytesSent = 0;
+  std::int64_t bytesExpectedToSend = 0;
+  std::int64_t bytesReceived = 0;
+  std::int64_t bytesExpectedToReceive = -1;
+};
+
+/// What one request wants otherwise than the client does by itself; members that are not set change
+/// nothing. A value.
+///
+///     RequestOptions options{.headers = {{"If-Match", tag}}, .timeout = std::chrono::seconds(5)};
+struct RequestOptions {
+  using ProgressHandler = std::function<void(const HTTPProgress&)>;
+  using Seconds = std::chrono::duration<double>;
+  using CachePolicy = platform::URLRequest::CachePolicy;
+
+  /// Header fields, set after all others and in their place. "Authorization" is left out: the
+  /// client's token goes there.
+  platform::HTTPHeaders headers = {};
+
+  /// Seconds without progress, and seconds in all, after which it fails; the session's own limits
+  /// hold where they are stricter.
+  std::optional<Seconds> timeout = std::nullopt;
+  std::optional<Seconds> totalTimeout = std::nullopt;
+
+  /// How the answer may come from the cache.
+  std::optional<CachePolicy> cachePolicy = std::nullopt;
+
+  /// False: refused while the network is constrained (Low Data Mode).
+  bool safeForLowData = true;
+
+  /// A body that is read while it is sent, in the place of a payload: a file, a stream. Its
+  /// "Content-Type" is for `headers` to say.
+  std::shared_ptr<const platform::HTTPBodySource> body = nullptr;
+
+  /// Told of what was sent, and of what is received where it is not gathered in memory (downloads,
+  /// lines); on the session's delegate queue, calls may be merged.
+  ProgressHandler progress = nullptr;
+
+  /// Makes the request that it says.
+  void apply(platform::URLRequest& request) const;
+};
+
+}  // namespace ombrix

@@ -1,0 +1,396 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixTesting/EventLog.hpp"
+#include "OmbrixTesting/Eventually.hpp"
+#include "OmbrixTesting/ManualClock.hpp"
+#include "OmbrixTesting/Sanitizers.hpp"
+#include "OmbrixTesting/ScopedDir.hpp"
+#include "Tests/OmbrixCore/Networking/LocalServiceFixture.hpp"
+
+namespace ombrix {
+namespace {
+
+using devserver::Response;
+using platform::textOf;
+using platform::URLError;
+
+std::string pattern(std::size_t size) {
+  std::string text(size, 'x');
+  for (std::size_t i = 0; i < size; i += 7) text[i] = static_cast<char>('a' + i % 26);
+  return text;
+}
+
+/// What an asynchronous request gives or throws.
+template <class Value>
+OmbrixServerAPI::Result<Value> outcome(platform::Async<Value> request) {
+  try {
+    return std::move(request).get();
+  } catch (const HTTPError& error) {
+    return std::unexpected(error);
+  }
+}
+
+/// By how many bytes the resident memory rises at the most while a closure runs.
+template <class Work>
+std::size_t peakOf(Work work) {
+  const auto kilobytes = [](const std::string& name) {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+      if (word == name && status >> word) return std::stoull(word);
+    }
+    return 0ULL;
+  };
+  std::ofstream("/proc/self/clear_refs") << 5;
+  const auto before = kilobytes("VmRSS:");
+  work();
+  return (kilobytes("VmHWM:") - before) * 1024;
+}
+
+class ServerTransfersTests : public LocalServiceTest {
+ protected:
+  ServerTransfersTests() {
+    server.route("*", "/taken", [this](const devserver::Request& request) {
+      bodies.add(request.body);
+      return Response::text("thanks");
+    });
+    server.route("*", "/moved", [](const auto&) {
+      return Response{.status = 307, .headers = {{"Location", "/taken"}}};
+    });
+  }
+
+  testing::EventLog bodies;
+  testing::ScopedDir dir;
+};
+
+// Catches a file that does not arrive whole, also where a redirect wants it again, that is sent
+// without the token, or whose progress goes wrong.
+TEST_F(ServerTransfersTests, FilesGoUp) {
+  client().setJwtToken("ours");
+  for (const std::size_t size : {0u, 5u, 3'000'000u}) {
+    for (const char* path : {"taken", "moved"}) {
+      const std::string contents = pattern(size);
+      std::vector<std::int64_t> sent;
+      RequestOptions options{.headers = {{"Content-Type", "text/csv"}, {"Authorization", "mine"}},
+                             .progress = [&](const HTTPProgress& progress) {
+                               sent.push_back(progress.bytesSent);
+                               EXPECT_EQ(progress.bytesExpectedToSend, size);
+                             }};
+      const auto answer =
+          client().upload(path, dir.write("track", contents), Method::POST, options).get();
+      EXPECT_EQ(textOf(answer.data), "thanks");
+      EXPECT_EQ(bodies.take(), std::vector{contents}) << size << path;
+      EXPECT_EQ(lastHeader("/taken", "Authorization"), "Bearer ours");
+      EXPECT_EQ(lastHeader("/taken", "Content-Type"), "text/csv");
+      EXPECT_EQ(answer.metrics.bytesSent, size);
+      if (size > 5) {
+        EXPECT_EQ(sent.back(), size);
+      }
+    }
+  }
+}
+
+/// A body that somebody makes up as it goes.
+struct MadeUp final : platform::HTTPBodySource {
+  std::string text;
+  std::optional<std::int64_t> stated;
+  std::expected<std::optional<std::int64_t>, URLError> length() const override { return stated; }
+  std::expected<std::size_t, URLError> read(std::int64_t offset,
+                                            std::span<std::byte> buffer) const override {
+    const auto rest = platform::bytesOf(text).subspan(static_cast<std::size_t>(offset));
+    const auto count = std::min(rest.size(), buffer.size());
+    std::ranges::copy(rest.first(count), buffer.begin());
+    return count;
+  }
+};
+
+// Catches a body of unknown length that is cut, and one that is shorter than it says that hangs.
+TEST_F(ServerTransfersTests, StreamsGoUp) {
+  const std::tuple<std::optional<std::int64_t>, const char*, bool> rows[] = {
+      {std::nullopt, "taken", true},
+      {std::nullopt, "moved", true},
+      {100'000, "taken", true},
+      {100'001, "taken", false},
+  };
+  for (const auto& [stated, path, isWhole] : rows) {
+    const auto source = std::make_shared<MadeUp>();
+    source->text = pattern(100'000);
+    source->stated = stated;
+    const RequestOptions options{.body = source};
+    const auto answer = outcome(client().send(path, Method::PUT, options));
+    ASSERT_EQ(answer.has_value(), isWhole);
+    EXPECT_EQ(bodies.take(), isWhole ? std::vector{source->text} : std::vector<std::string>());
+    if (!isWhole) {
+      EXPECT_EQ(answer.error().underlyingError()->code(),
+                URLError::Code::requestBodyStreamExhausted);
+    }
+  }
+}
+
+// Catches a wait for the other end of a pipe, refusals without a reason, a file that is read into
+// memory, and an answer to an upload that says nothing of the login.
+TEST_F(ServerTransfersTests, UploadsThatFailSayWhy) {
+  const auto pipe = dir.path() / "pipe";
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  const std::tuple<std::filesystem::path, URLError::Code, std::string> rows[] = {
+      {pipe, URLError::Code::unknown, "is no regular file"},
+      {dir.path(), URLError::Code::fileIsDirectory, "directory"},
+      {dir.path() / "none", URLError::Code::fileDoesNotExist, "No such file"},
+  };
+  for (const auto& [file, code, sentence] : rows) {
+    const auto refused = outcome(client().upload("taken", file));
+    ASSERT_FALSE(refused);
+    ASSERT_NE(refused.error().underlyingError(), nullptr);
+    EXPECT_EQ(refused.error().underlyingError()->code(), code);
+    EXPECT_THAT(refused.error().underlyingError()->what(), ::testing::HasSubstr(sentence));
+  }
+  EXPECT_EQ(server.requestCount("/taken"), 0u);
+
+  const auto huge = dir.write("huge", "");
+  std::filesystem::resize_file(huge, 20'000'000'000);
+  std::optional<OmbrixServerAPI::Result<HTTPAnswer>> result;
+  const auto peak = peakOf([&] { result = outcome(client().upload("taken", huge)); });
+  ASSERT_FALSE(*result);
+  if (!testing::kUnderSanitizer) {
+    EXPECT_LT(peak, 64u << 20);
+  }
+
+  EXPECT_EQ(outcome(client().upload("private/echo", dir.write("track", "x"))).error(),
+            HTTPError::unauthorizedError());
+  EXPECT_TRUE(client().loginError());
+}
+
+/// Answers with a file as it is in the version of the moment, or its rest, or breaks off.
+struct Served {
+  std::string contents = pattern(3'000'000), tag = "\"1\"";
+  bool breaksOff = false;
+
+  Response operator()(const devserver::Request& request) const {
+    const auto* range = request.headers.find("Range");
+    if (range && request.headers.value("If-Range") == tag) {
+      const auto from = std::stoull(range->substr(std::string("bytes=").size()));
+      const auto size = std::to_string(contents.size());
+      if (from >= contents.size()) {
+        return {.status = 416, .headers = {{"Content-Range", "bytes */" + size}}};
+      }
+      const auto part =
+          "bytes " + std::to_string(from) + "-" + std::to_string(contents.size() - 1) + "/" + size;
+      return {.status = 206,
+              .headers = {{"ETag", tag}, {"Content-Range", part}},
+              .body = contents.substr(from)};
+    }
+    Response whole{.headers = {{"ETag", tag}}, .body = contents};
+    if (!breaksOff) return whole;
+    return Response::following({devserver::Send{whole.bytes().substr(0, contents.size() / 2)},
+                                devserver::Hold{"broken"}, devserver::End::reset});
+  }
+};
+
+// Catches a download that is there before it is whole, begins anew, goes on with a part of
+// something else, or has its parts left behind.
+TEST_F(ServerTransfersTests, DownloadsGoOnWhereTheyBroke) {
+  const auto file = dir.path() / "track";
+  const auto part = dir.path() / "track.part";
+  const auto served = std::make_shared<Served>();
+  server.route("GET", "/file", [served](const auto& request) { return (*served)(request); });
+  const struct {
+    std::string tag;
+    const char* range;  // the beginning of what is asked for
+    int code;
+  } rows[] = {{"\"1\"", "bytes=", 206}, {"\"2\"", "bytes=", 200}};
+  for (const auto& row : rows) {
+    served->breaksOff = true;
+    const auto broken = client().download("file", file).start();
+    ASSERT_TRUE(testing::eventually([&] {
+      std::error_code error;
+      return std::filesystem::file_size(part, error) > 0 && !error;
+    }));
+    server.openGate("broken");
+    EXPECT_THROW(broken.get(), HTTPError);
+    server.shutGate("broken");
+    EXPECT_FALSE(std::filesystem::exists(file));
+    served->breaksOff = false;
+    served->tag = row.tag;
+    std::int64_t received = 0;
+    RequestOptions options{.progress = [&](const auto& told) { received = told.bytesReceived; }};
+    const auto answer = client().download("file", file, options).get();
+    EXPECT_EQ(answer.code, row.code);
+    EXPECT_THAT(lastHeader("/file", "Range"), ::testing::StartsWith(row.range));
+    EXPECT_EQ(dir.read("track"), served->contents);
+    EXPECT_EQ(received, answer.metrics.bytesReceived);
+    std::filesystem::remove(file);
+    EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
+    served->tag = "\"1\"";
+  }
+  dir.write("track.part", served->contents);
+  dir.write("track.part.tag", served->tag);
+  EXPECT_EQ(client().download("file", file).get().code, 416);
+  EXPECT_EQ(dir.read("track"), served->contents);
+  EXPECT_EQ(outcome(client().download("status/404?body=%22gone%22", file)).error(),
+            HTTPError::resourceNotFoundError());
+  EXPECT_FALSE(std::filesystem::exists(part));
+}
+
+std::vector<std::string> linesOf(HTTPLines lines) {
+  std::vector<std::string> taken;
+  while (auto line = lines.next().get()) taken.push_back(*line);
+  return taken;
+}
+
+// Catches lines that are cut or joined, and failures that look like an end.
+TEST_F(ServerTransfersTests, LinesAsTheyCome) {
+  const std::pair<std::string, std::vector<std::string>> rows[] = {
+      {"", {}},
+      {"one", {"one"}},
+      {"one\ntwo\n", {"one", "two"}},
+      {"one\r\n\r\nthree\rx", {"one", "", "three\rx"}},
+  };
+  for (const auto& [body, lines] : rows) {
+    server.route("GET", "/lines", [body = body](const auto&) { return Response::text(body); });
+    EXPECT_EQ(linesOf(client().lines("lines")), lines);
+  }
+  server.route("GET", "/lines",
+               [](const auto&) { return Response::text("short\n" + std::string(3'000'000, 'x')); });
+  auto tooLong = client().lines("lines");
+  EXPECT_EQ(tooLong.next().get(), "short");
+  const auto refused = outcome(tooLong.next());
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().underlyingError()->code(), URLError::Code::dataLengthExceedsMaximum);
+  auto missing = client().lines("status/404");
+  EXPECT_EQ(outcome(missing.next()).error(), HTTPError::resourceNotFoundError());
+  auto invalid = client().lines("no blanks");
+  EXPECT_EQ(outcome(invalid.next()).error(), HTTPError::badRequestError());
+}
+
+// Catches what is not taken piling up in memory, and a request that goes on for nobody.
+TEST_F(ServerTransfersTests, LinesHoldTheServerBack) {
+  plainServer.route("GET", "/endless", [](const auto&) {
+    std::string lines;
+    while (lines.size() < 65'536) lines += "a line of an endless answer\n";
+    return Response::following(
+        {devserver::Send{"HTTP/1.1 200 OK\r\n\r\n"}, devserver::Repeat{.bytes = lines}});
+  });
+  OmbrixServerAPI::change(APIEndpoint::staging);
+  const auto peak = peakOf([&] {
+    auto lines = client().lines("endless");
+    for (int i = 0; i < 300'000; ++i) ASSERT_EQ(lines.next().get(), "a line of an endless answer");
+  });
+  if (!testing::kUnderSanitizer) {
+    EXPECT_LT(peak, 48u << 20);
+  }
+  EXPECT_TRUE(plainServer.waitUntilIdle());
+
+  plainServer.route("GET", "/held",
+                    [](const auto&) { return testing::held("gate", Response::text("late")); });
+  auto waiting = client().lines("held");
+  const auto task = waiting.next().start();
+  ASSERT_TRUE(plainServer.waitUntilHeld(1));
+  task.cancel();
+  EXPECT_THROW(task.get(), platform::CancellationError);
+  EXPECT_TRUE(plainServer.waitUntilIdle());
+}
+
+// Catches a limit of the ordinary requests that cuts what may take long.
+TEST_F(ServerTransfersTests, LongAnswersAreNotCutAfterHalfAMinute) {
+  const auto clock = std::make_shared<testing::ManualClock>();
+  const testing::ScopedService scoped(platform::services().clock,
+                                      std::static_pointer_cast<platform::Clock>(clock));
+  OmbrixServerAPI::change(APIEndpoint::staging);
+  plainServer.route("GET", "/long", [](const auto&) {
+    return Response::following({devserver::Send{"HTTP/1.1 200 OK\r\n\r\n1\n"}, devserver::Hold{"1"},
+                                devserver::Send{"2\n"}, devserver::Hold{"2"},
+                                devserver::Send{"3\n"}, devserver::End::close});
+  });
+  auto lines = client().lines("long");
+  const auto file = dir.path() / "long";
+  const auto download = client().download("long", file).start();
+  const auto ordinary = client().get("long").start();
+  EXPECT_EQ(lines.next().get(), "1");
+  ASSERT_TRUE(plainServer.waitUntilHeld(3));
+  clock->advance(std::chrono::seconds(20));
+  plainServer.openGate("1");
+  EXPECT_EQ(lines.next().get(), "2");
+  clock->advance(std::chrono::seconds(20));
+  EXPECT_THROW(ordinary.get(), HTTPError);
+  plainServer.openGate("2");
+  EXPECT_EQ(lines.next().get(), "3");
+  EXPECT_EQ(lines.next().get(), std::nullopt);
+  EXPECT_EQ(download.get().code, 200);
+  EXPECT_EQ(dir.read("long"), "1\n2\n3\n");
+}
+
+// Catches a body that is copied on its way from hand to hand.
+TEST_F(ServerTransfersTests, ABodyIsInMemoryOnce) {
+  if (testing::kUnderSanitizer) GTEST_SKIP() << "memory is counted otherwise";
+  constexpr std::size_t kBytes = 128u << 20;
+  for (const bool isStated : {true, false}) {
+    plainServer.route("GET", "/big", [isStated](const auto&) {
+      const std::string piece(65'536, 'x');
+      std::string head = "HTTP/1.1 200 OK\r\n";
+      if (isStated) head += "Content-Length: " + std::to_string(kBytes) + "\r\n";
+      return Response::following({devserver::Send{head + "\r\n"},
+                                  devserver::Repeat{.bytes = piece, .count = kBytes / 65'536},
+                                  devserver::End::close});
+    });
+    OmbrixServerAPI::change(APIEndpoint::staging);
+    const auto peak = peakOf([&] {
+      const auto body = resultOf(client().dataPublisher("big"));
+      ASSERT_TRUE(body);
+      EXPECT_EQ(body->size(), kBytes);
+    });
+    EXPECT_LT(peak, kBytes / 10 * 13) << isStated;
+  }
+}
+
+// Catches an answer or an error that does not say what it knows, or says it in its text.
+TEST_F(ServerTransfersTests, AnswersAndErrorsSayHowTheyCame) {
+  using FetchType = platform::URLSessionTaskMetrics::FetchType;
+  const std::string path = "cache/a?cache-control=max-age%3D60";
+  EXPECT_EQ(client().get(path).get().metrics.fetchType, FetchType::networkLoad);
+  const auto cached = client().get(path).get();
+  EXPECT_EQ(cached.metrics.fetchType, FetchType::localCache);
+  EXPECT_EQ(cached.header("cache-control"), "max-age=60");
+  RequestOptions fresh{.cachePolicy = RequestOptions::CachePolicy::reloadIgnoringLocalCacheData};
+  EXPECT_EQ(client().get(path, fresh).get().metrics.fetchType, FetchType::networkLoad);
+  const auto moved = client().get("redirect?to=/status/201").get();
+  EXPECT_EQ(moved.url()->path(), "/status/201");
+  EXPECT_EQ(moved.metrics.redirectCount, 1);
+
+  const auto refused = outcome(client().get("status/403?body=%22secret%22&header=X-Why:because"));
+  ASSERT_FALSE(refused);
+  const HTTPError& error = refused.error();
+  EXPECT_EQ(error, HTTPError::forbidden());
+  EXPECT_STREQ(error.what(), "forbidden");
+  EXPECT_EQ(error.underlyingError(), nullptr);
+  EXPECT_EQ(error.cause()->code, 403);
+  EXPECT_EQ(textOf(error.cause()->body), "\"secret\"");
+  EXPECT_EQ(error.cause()->response->valueForHTTPHeaderField("X-Why"), "because");
+
+  const RequestOptions hasty{.totalTimeout = std::chrono::milliseconds(1)};
+  const auto late = outcome(client().get("fault/stall-before-head", hasty));
+  ASSERT_FALSE(late);
+  EXPECT_EQ(late.error(), HTTPError::networkError());
+  EXPECT_EQ(late.error().underlyingError()->code(), URLError::Code::timedOut);
+}
+
+// Catches a wait that ends before the completions were called.
+TEST_F(ServerTransfersTests, WaitingForAllAnswers) {
+  std::atomic<int> answers = 0;
+  for (int i = 0; i < 40; ++i) {
+    client().completionWrapper(client().publisher(i % 2 == 0 ? "status/200" : "status/404"),
+                               [&](const auto&) {
+                                 std::this_thread::yield();
+                                 ++answers;
+                               });
+  }
+  client().waitUntilAllAnswersAreDelivered();
+  EXPECT_EQ(answers, 40);
+}
+
+}  // namespace
+}  // namespace ombrix
