@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <chrono>
 #include <future>
 #include <memory>
 #include <optional>
@@ -9,6 +10,7 @@
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Service/Exchange.hpp"
 #include "Examples/HostApp/Service/Server.hpp"
 #include "Examples/HostApp/Terminal/JSONText.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
@@ -20,83 +22,13 @@ namespace {
 
 using platform::Data;
 using HTTPMethod = HttpRequestOperation::HTTPMethod;
-using Metrics = platform::URLSessionTaskMetrics;
 
-struct RequestOptions {
+struct Asked {
   std::string path, method;
   std::optional<std::string> data;
   std::vector<std::string> headers;
   bool noCache = false, cacheOnly = false, raw = false, verbose = false;
 };
-
-/// A request that keeps what its callback is not told: head and timings of the answer.
-class WatchedRequest final : public OmbrixAPIHttpRequestOperation {
- public:
-  using OmbrixAPIHttpRequestOperation::OmbrixAPIHttpRequestOperation;
-
-  struct Watched {
-    int status = 0;
-    std::string version;
-    platform::HTTPHeaders headers;
-    Metrics metrics;
-  };
-  [[nodiscard]] const std::optional<Watched>& watched() const { return watched_; }
-
-  void handle(const platform::HTTPURLResponse& response, const platform::Error* error,
-              std::optional<platform::JSON> json, std::optional<Data> data) override {
-    const auto running = task();
-    watched_ = {response.statusCode(), response.httpVersion(), response.headers(),
-                running ? running->metrics() : Metrics()};
-    OmbrixAPIHttpRequestOperation::handle(response, error, std::move(json), std::move(data));
-  }
-
- private:
-  std::optional<Watched> watched_;
-};
-
-const char* sourceText(Metrics::FetchType type) {
-  switch (type) {
-    case Metrics::FetchType::networkLoad:
-      return "from the network";
-    case Metrics::FetchType::localCache:
-      return "from the cache";
-    case Metrics::FetchType::validated:
-      return "from the cache, validated by the server";
-    case Metrics::FetchType::unknown:
-      break;
-  }
-  return "from an unknown source";
-}
-
-double milliseconds(Metrics::Seconds span) { return span.count() * 1000; }
-
-void printRequest(const platform::URLRequest& request) {
-  fmt::print(stderr, "> {} {}\n", request.httpMethod,
-             platform::withoutUserInfo(request.url).absoluteString());
-  for (const auto& [name, value] : request.headers) {
-    const bool isSecret = platform::headerNamesEqual(name, "Authorization");
-    fmt::print(stderr, "> {}: {}\n", name, isSecret ? "(hidden)" : value);
-  }
-}
-
-void printAnswer(const WatchedRequest::Watched& answer, bool isVerbose) {
-  fmt::print(stderr, "{} {}, {} in {:.1f} ms\n", answer.version, answer.status,
-             sourceText(answer.metrics.fetchType), milliseconds(answer.metrics.total));
-  if (!isVerbose) return;
-  for (const auto& [name, value] : answer.headers) {
-    const bool isSecret = platform::headerNamesEqual(name, "Authorization");
-    fmt::print(stderr, "< {}: {}\n", name, isSecret ? "(hidden)" : value);
-  }
-  const Metrics& metrics = answer.metrics;
-  fmt::print(stderr,
-             "waited {:.1f} ms, name {:.1f} ms, connection {:.1f} ms, TLS {:.1f} ms, "
-             "first byte {:.1f} ms, total {:.1f} ms{}{}\n",
-             milliseconds(metrics.waiting), milliseconds(metrics.nameLookup),
-             milliseconds(metrics.connecting), milliseconds(metrics.secureConnection),
-             milliseconds(metrics.firstByte), milliseconds(metrics.total),
-             metrics.isReusedConnection ? ", connection reused" : "",
-             metrics.redirectCount > 0 ? fmt::format(", {} redirects", metrics.redirectCount) : "");
-}
 
 void printBody(const Data& body, bool isRaw) {
   std::string text(platform::textOf(body));
@@ -111,40 +43,36 @@ void printBody(const Data& body, bool isRaw) {
   if (!isRaw && !text.empty() && !text.ends_with('\n')) std::fputc('\n', stdout);
 }
 
-platform::HTTPHeaders headersOf(const std::vector<std::string>& lines) {
-  platform::HTTPHeaders headers;
-  for (const std::string& line : lines) {
-    const auto colon = line.find(':');
-    const auto start = line.find_first_not_of(' ', colon == std::string::npos ? colon : colon + 1);
-    if (colon == std::string::npos || !platform::HTTPHeaders::isName(line.substr(0, colon))) {
-      throw CLI::ValidationError("--header",
-                                 fmt::format("{:?} is not of the form \"Name: value\"", line));
-    }
-    headers.set(line.substr(0, colon), start == std::string::npos ? "" : line.substr(start));
-  }
-  return headers;
-}
-
-std::shared_ptr<WatchedRequest> makeRequest(const RequestOptions& options,
-                                            HttpRequestOperation::Callback callback) {
+std::shared_ptr<OmbrixAPIHttpRequestOperation> makeRequest(
+    const Asked& asked, HttpRequestOperation::Callback callback) {
   auto& client = OmbrixServerAPI::sharedInstance();
-  const auto url = platform::URL::parse(options.path, client.endpoint());
-  if (!url) throw CLI::ValidationError("PATH", fmt::format("{:?} is not a path", options.path));
-  const auto method = !options.method.empty() ? options.method : options.data ? "POST" : "GET";
-  auto request = std::make_shared<WatchedRequest>(*url, *platform::fromRawValue<HTTPMethod>(method),
-                                                  headersOf(options.headers), std::move(callback),
-                                                  client.session());
-  if (options.data && options.data->starts_with('@')) {
-    request->setPayload(HTTPPayload(readWholeFile(options.data->substr(1))));
-  } else if (options.data) {
-    request->setPayload(HTTPPayload(platform::dataFrom(*options.data)));
+  const auto url = platform::URL::parse(asked.path, client.endpoint());
+  if (!url) throw CLI::ValidationError("PATH", fmt::format("{:?} is not a path", asked.path));
+  const auto method = !asked.method.empty() ? asked.method : asked.data ? "POST" : "GET";
+  auto request = std::make_shared<OmbrixAPIHttpRequestOperation>(
+      *url, *platform::fromRawValue<HTTPMethod>(method), platform::HTTPHeaders(),
+      std::move(callback), client.session());
+  if (asked.data && asked.data->starts_with('@')) {
+    request->setPayload(HTTPPayload(readWholeFile(asked.data->substr(1))));
+  } else if (asked.data) {
+    request->setPayload(HTTPPayload(platform::dataFrom(*asked.data)));
   }
-  request->setDisableCashe(options.noCache);
-  request->setCacheOnly(options.cacheOnly);
+  request->setDisableCashe(asked.noCache);
+  request->setCacheOnly(asked.cacheOnly);
+  request->setOptions({.headers = headersOf(asked.headers)});
   return request;
 }
 
-void run(const RequestOptions& options) {
+/// Says so when an answer lets itself be waited for: a server that cannot be reached is waited for
+/// half a minute.
+template <class Value>
+void sayWhatIsWaitedFor(const std::future<Value>& answer, const platform::URL& url) {
+  constexpr std::chrono::seconds kSilence{2};
+  if (answer.wait_for(kSilence) == std::future_status::ready) return;
+  fmt::print(stderr, "waiting for {} …\n", url.host().value_or(""));
+}
+
+void run(const Asked& asked) {
   struct Ended {
     bool isSuccess;
     int code;
@@ -152,30 +80,34 @@ void run(const RequestOptions& options) {
   };
   std::promise<Ended> promise;
   const auto request =
-      makeRequest(options, [&](bool isSuccess, int code, const platform::JSON*, const Data* data) {
+      makeRequest(asked, [&](bool isSuccess, int code, const platform::JSON*, const Data* data) {
         promise.set_value({isSuccess, code, data != nullptr ? *data : Data()});
       });
-  if (options.verbose) {
-    if (const auto built = request->buildRequest()) printRequest(*built);
+  if (asked.verbose) {
+    if (const auto sent = request->requestToSend()) printRequest(*sent);
   }
   OmbrixServerAPI::sharedInstance().addOperation(request);
-  const Ended ended = promise.get_future().get();
-  if (request->watched()) printAnswer(*request->watched(), options.verbose);
-  printBody(ended.body, options.raw);
+  auto answer = promise.get_future();
+  sayWhatIsWaitedFor(answer, request->url());
+  Ended ended = answer.get();
+  const HTTPExchange exchange = request->exchange();
+  if (exchange.response) printAnswer(*exchange.response, exchange.metrics, asked.verbose);
+  printBody(ended.body, asked.raw);
   // The cache writes behind; this process ends at once.
   OmbrixServerAPI::sharedInstance().session()->configuration().urlCache->flush();
   if (ended.isSuccess) return;
   std::fflush(stdout);
   const auto error = HTTPError::withStatusCode(ended.code, platform::DataView(ended.body));
-  auto message = OmbrixServerAPI::errorMessageForError(&error);
-  if (!request->watched()) message += "\nThere was no answer; `ombrix log` tells why.";
-  throw CommandFailure(message);
+  throw CommandFailure(failureText(error.causedBy({.code = ended.code,
+                                                   .response = exchange.response,
+                                                   .body = std::move(ended.body),
+                                                   .transportError = exchange.error})));
 }
 
 }  // namespace
 
 void addRequestCommand(CLI::App& app) {
-  const auto options = std::make_shared<RequestOptions>();
+  const auto options = std::make_shared<Asked>();
   CLI::App* command = app.add_subcommand("request", "Sends a request to the web service");
   command->add_option("PATH", options->path, "Below the base URL, or a whole URL")->required();
   command->add_option("--method", options->method, "GET; POST when there is data")
@@ -203,6 +135,8 @@ void addRequestCommand(CLI::App& app) {
 void addUploadCommand(CLI::App& app) {
   struct Options {
     std::string file, path, method = "PUT";
+    std::vector<std::string> headers;
+    bool verbose = false;
   };
   const auto options = std::make_shared<Options>();
   CLI::App* command = app.add_subcommand("upload", "Uploads a file to the web service");
@@ -211,10 +145,17 @@ void addUploadCommand(CLI::App& app) {
   command->add_option("--method", options->method, "PUT or POST")
       ->check(CLI::IsMember({"PUT", "POST"}))
       ->capture_default_str();
+  command->add_option("--header", options->headers, "\"Name: value\"; again for more")
+      ->take_all()
+      ->expected(1);
+  command->add_flag("-v,--verbose", options->verbose, "Print header fields and timings, too");
   const auto server = addServerOptions(*command);
   command->callback([options, server] {
     connect(*server);
-    printBody(upload(options->file, options->path, options->method), false);
+    const auto answer =
+        uploadFile(options->file, options->path, options->method, headersOf(options->headers));
+    if (answer.response) printAnswer(*answer.response, answer.metrics, options->verbose);
+    printBody(answer.data, false);
   });
 }
 

@@ -2,12 +2,17 @@
 
 #include <fmt/format.h>
 
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
+#include <atomic>
 #include <chrono>
+#include <csignal>
 #include <future>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Service/Exchange.hpp"
 #include "Examples/HostApp/Service/Patience.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
@@ -42,34 +47,50 @@ Output wait(const OmbrixServerAPI::APIPublisher<Output>& publisher) {
   client().completionWrapper<Output>(
       publisher, [&](OmbrixServerAPI::Result<Output> answer) { promise.set_value(answer); });
   const auto answer = result.get();
-  if (!answer) throw CommandFailure(OmbrixServerAPI::errorMessageForResult(answer));
+  if (!answer) throw CommandFailure(failureText(answer.error()));
   return *answer;
 }
 
-void signIn(const std::string& login) {
+void signIn(std::string login) {
+  if (login.starts_with('@')) {
+    login = platform::textOf(readWholeFile(login.substr(1)));
+    login.erase(login.find_last_not_of("\r\n") + 1);
+  }
   const auto colon = login.find(':');
   if (colon == std::string::npos) {
-    throw CLI::ValidationError("--login", "expected EMAIL:PASSWORD");
+    throw CLI::ValidationError("--login", "expected EMAIL:PASSWORD, or @FILE that holds it");
   }
   post("login", JSON(JSON::Dictionary{{"email", login.substr(0, colon)},
                                       {"password", login.substr(colon + 1)}})
                     .rawData());
 }
 
-/// An answer that no transport error has spoiled; the rest ends the command.
-Data bodyOf(std::optional<Data> data, const platform::URLResponse* response,
-            const platform::Error* error) {
-  const auto* http = dynamic_cast<const platform::HTTPURLResponse*>(response);
-  if (http == nullptr) {
-    throw CommandFailure(error != nullptr ? error->what() : "no response was received");
+/// Takes the bar off the line when the program is interrupted.
+class CleanInterruption {
+ public:
+  CleanInterruption() : before_(std::signal(SIGINT, &CleanInterruption::end)) {}
+  ~CleanInterruption() { std::signal(SIGINT, before_); }
+  CleanInterruption(const CleanInterruption&) = delete;
+  CleanInterruption& operator=(const CleanInterruption&) = delete;
+
+ private:
+  static void end(int signal) {
+    constexpr std::string_view kClearLine = "\r\x1b[K";
+    if (::isatty(STDERR_FILENO) != 0) {
+      [[maybe_unused]] const auto written =
+          ::write(STDERR_FILENO, kClearLine.data(), kClearLine.size());
+    }
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
   }
-  Data body = std::move(data).value_or(Data());
-  if (!isSuccessStatus(http->statusCode())) {
-    const auto failure = HTTPError::withStatusCode(http->statusCode(), platform::DataView(body));
-    throw CommandFailure(OmbrixServerAPI::errorMessageForError(&failure));
-  }
-  return body;
-}
+
+  void (*const before_)(int);
+};
+
+/// How far an upload is; shared with the session, which may still tell of it after the end.
+struct UploadState {
+  std::atomic<std::int64_t> sent = 0, expected = 0;
+};
 
 }  // namespace
 
@@ -80,10 +101,17 @@ std::shared_ptr<ServerOptions> addServerOptions(CLI::App& command) {
                   "Base URL of a web service, as `ombrix serve` prints it")
       ->type_name("URL")
       ->envname("OMBRIX_SERVER");
-  command.add_option("--endpoint", options->endpoint, "The environment; production by default")
+  command
+      .add_option("--endpoint", options->endpoint,
+                  "The environment; development with --server, else production")
       ->check(CLI::IsMember({"production", "staging", "development"}));
   command.add_option("--token", options->token, "Bearer token to send")->envname("OMBRIX_TOKEN");
-  command.add_option("--login", options->login, "Sign in first")->type_name("EMAIL:PASSWORD");
+  command
+      .add_option(
+          "--login", options->login,
+          "Sign in first; @FILE reads it from a file, so that it shows in no list of programs")
+      ->type_name("EMAIL:PASSWORD")
+      ->envname("OMBRIX_LOGIN");
   return options;
 }
 
@@ -102,6 +130,10 @@ void connect(const ServerOptions& options) {
   OmbrixServerAPI::change(endpoint == "development" ? APIEndpoint::development
                           : endpoint == "staging"   ? APIEndpoint::staging
                                                     : APIEndpoint::production);
+  if (client().baseHost().ends_with(".example")) {
+    throw CommandFailure(
+        "no web service is named: use --server URL or OMBRIX_SERVER (`ombrix serve` runs one)");
+  }
   if (!options.token.empty()) client().setJwtToken(options.token);
   if (!options.login.empty()) signIn(options.login);
 }
@@ -114,52 +146,44 @@ JSON post(std::string_view path, Data document) {
   return body.empty() ? JSON() : JSON::parse(body);
 }
 
-Data upload(const std::string& file, std::string_view path, const std::string& method) {
-  const auto url = platform::URL::parse(path, client().endpoint());
-  if (!url) throw CommandFailure(fmt::format("{:?} is not a path", path));
-  platform::URLRequest request(*url);
-  request.httpMethod = method;
-  if (const auto token = client().jwtToken()) {
-    request.headers.set("Authorization", "Bearer " + *token);
-  }
-  struct Answer {
-    std::optional<Data> data;
-    std::shared_ptr<const platform::URLResponse> response;
-    std::shared_ptr<const platform::Error> error;
-  };
-  std::promise<Answer> promise;
-  auto answer = promise.get_future();
-  const auto task = client().backgroundSession()->uploadTask(
-      std::move(request), readWholeFile(file), [&](auto data, auto response, auto error) {
-        promise.set_value({std::move(data), std::move(response), std::move(error)});
-      });
-  client().trackExternalHTTPRequest();
-  task->resume();
-  bool hasGivenUp = false;
+HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std::string& method,
+                      platform::HTTPHeaders headers) {
+  const auto state = std::make_shared<UploadState>();
+  RequestOptions options{.headers = std::move(headers),
+                         .progress = [state](const HTTPProgress& progress) {
+                           state->sent = progress.bytesSent;
+                           state->expected = progress.bytesExpectedToSend;
+                         }};
+  const auto verb = *platform::fromRawValue<HTTPMethod>(method);
+  const auto upload = client().upload(path, file, verb, std::move(options)).start();
+  auto answer = std::async(std::launch::async, [upload]() -> OmbrixServerAPI::Result<HTTPAnswer> {
+    try {
+      return upload.get();
+    } catch (const HTTPError& error) {
+      return std::unexpected(error);
+    } catch (const platform::CancellationError&) {
+      return std::unexpected(
+          HTTPError(platform::URLError(platform::URLError::Code::cannotConnectToHost,
+                                       "the server did not take the file within half a minute")));
+    }
+  });
   {
+    const CleanInterruption interruption;
     ProgressBar bar(text("Uploading"));
     // The session itself would wait for a network for a day.
     Patience patience(kConnectionTimeout, std::chrono::steady_clock::now());
     while (answer.wait_for(kBarInterval) != std::future_status::ready) {
-      const auto sent = task->countOfBytesSent();
-      bar.show(static_cast<std::size_t>(sent),
-               static_cast<std::size_t>(task->countOfBytesExpectedToSend()));
-      hasGivenUp = patience.isOver(sent, std::chrono::steady_clock::now());
-      if (hasGivenUp) break;
+      bar.show(static_cast<std::size_t>(state->sent), static_cast<std::size_t>(state->expected));
+      if (patience.isOver(state->sent, std::chrono::steady_clock::now())) upload.cancel();
     }
   }
-  task->cancel();  // unless it is over
-  client().completeExternalHTTPRequest();
-  auto [data, response, error] = answer.get();
-  if (hasGivenUp && error) {
-    const auto host = task->currentRequest().url.host();
-    throw CommandFailure(fmt::format("{} did not take the file within {} seconds",
-                                     host.value_or(""), kConnectionTimeout.count()));
-  }
-  if (error && task->countOfBytesSent() == 0) {
-    fmt::print(stderr, "ombrix: could not reach {}\n", url->host().value_or(""));
-  }
-  return bodyOf(std::move(data), response.get(), error.get());
+  auto result = answer.get();
+  if (!result) throw CommandFailure(failureText(result.error()));
+  return *std::move(result);
+}
+
+Data upload(const std::string& file, std::string_view path, const std::string& method) {
+  return uploadFile(file, path, method, {}).data;
 }
 
 }  // namespace ombrix::hostapp

@@ -3,7 +3,9 @@
 #include <memory>
 #include <string>
 
+#include "OmbrixCore/Networking/Requests/HTTPAnswer.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Network/HTTPHeaders.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
 namespace CLI {
@@ -17,7 +19,7 @@ struct ServerOptions {
   std::string server;    ///< Its base URL; empty for the environment's own.
   std::string endpoint;  ///< "production", "staging" or "development"; empty to choose.
   std::string token;
-  std::string login;  ///< "EMAIL:PASSWORD"; empty to go without.
+  std::string login;  ///< "EMAIL:PASSWORD" or "@FILE"; empty to go without.
 };
 
 /// Adds --server, --endpoint, --token and --login.
@@ -33,8 +35,12 @@ platform::Data fetch(std::string_view path);
 /// Sends a document and gives the answer's; failures end the command with the text for the user.
 platform::JSON post(std::string_view path, platform::Data document);
 
-/// Uploads a file with a bar on standard error and gives the answer's body; failures, also half a
-/// minute without a connection, end the command.
+/// Uploads a file with a bar on standard error; failures, also half a minute in which nothing could
+/// be sent, end the command.
+HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std::string& method,
+                      platform::HTTPHeaders headers);
+
+/// The same without fields of its own; gives the answer's body.
 platform::Data upload(const std::string& file, std::string_view path, const std::string& method);
 
 }  // namespace ombrix::hostapp
