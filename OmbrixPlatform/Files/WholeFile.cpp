@@ -1,6 +1,7 @@
 // Files that are read and written whole.
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 
@@ -65,6 +66,11 @@ int writeAllAt(int descriptor, DataView bytes, off_t offset) noexcept {
 
 /// Sets disk space aside for a longer value, while the file stays as it is; 0 or errno.
 int makeRoom(int descriptor, const struct stat& info, off_t length) noexcept {
+  // A write beyond the process's limit ends it by a signal, half-way.
+  struct rlimit most{};
+  if (::getrlimit(RLIMIT_FSIZE, &most) == 0 && static_cast<rlim_t>(length) > most.rlim_cur) {
+    return EFBIG;
+  }
   constexpr off_t kBlockBytes = 512;
   if (length <= info.st_blocks * kBlockBytes) return 0;
   if (detail::retrying([&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, length); }) ==

@@ -64,6 +64,8 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"day empty.csv --from xml", 2, "--from"},
       {"day day.csv --html /nowhere/day.html", 1, "/nowhere/day.html"},
       {"day day.csv day.csv --html day.html", 2, "--html are for one track"},
+      {"day empty.csv --html day.csv", 1, "day.csv is a recording"},
+      {"day day.csv --geojson ./day.csv", 1, "day.csv is a recording"},
       {"convert day.csv day.fit", 2, "OUT must end in"},
       {"convert day.csv --to gpx /nowhere/day.gpx", 1, "/nowhere/day.gpx"},
       {"convert . out", 2, "OUT must end in"},

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <array>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -53,6 +54,9 @@ std::FILE* outputBeside(const Options& options) {
 }
 
 void showDay(const std::string& path, const Options& options, FigureTexts& figures) {
+  const std::array read{path, options.heartRatePath};
+  refuseToReplaceRecording(options.pagePath, read);
+  refuseToReplaceRecording(options.linePath, read, TrackFormat::geoJSON);
   Track track = readTrackWithFixes(path, trackFormatNamed(options.format));
   if (!options.heartRatePath.empty()) track.heartRates = readHeartRates(options.heartRatePath);
   if (!options.linePath.empty()) writeLineString(options.linePath, track.fixes);

@@ -25,6 +25,7 @@ void addTrackCommand(CLI::App& app) {
   rewrite->add_option("OUT", options->out, "The track file to write; - for standard output")
       ->required();
   rewrite->callback([options] {
+    refuseToReplaceRecording(options->out, {}, TrackFormat::csv);
     Track read = readTrackFile(options->in);
     // A number that is not finite has no text: its row would be short, and no fix.
     read.skipped += std::erase_if(read.fixes, [](const CLLocation& fix) { return !isFinite(fix); });

@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
@@ -111,6 +113,21 @@ Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> for
 
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes) {
   writeFile(path, [fixes](const auto& stream) { LocationCSVWriter(stream).add(fixes); });
+}
+
+void refuseToReplaceRecording(const std::string& out, std::span<const std::string> read,
+                              std::optional<TrackFormat> written) {
+  std::error_code none;
+  if (!std::filesystem::is_regular_file(out, none)) return;
+  const auto format = trackFormatOfFile(out);
+  bool isRecording = format && format != written;
+  for (const std::string& path : read) {
+    isRecording = isRecording || std::filesystem::equivalent(path, out, none);
+  }
+  if (isRecording) {
+    throw CommandFailure(
+        fmt::format("{} is a recording and would be lost: choose another name to write to", out));
+  }
 }
 
 std::optional<TrackFormat> trackFormatNamed(const std::string& word) {

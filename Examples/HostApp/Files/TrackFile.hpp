@@ -20,6 +20,13 @@ Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> for
 /// Writes a track file in the format "CSV", replacing one that is there; see `writeFile`.
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes);
 
+/// Ends the command where an output is a recording that is there: one that is read, or that is
+/// named like one of another format. A shell that replaces "*.csv" in "--html *.csv" makes the
+/// first recording the output.
+/// @param written The output's own format, where it is one of a track.
+void refuseToReplaceRecording(const std::string& out, std::span<const std::string> read,
+                              std::optional<TrackFormat> written = std::nullopt);
+
 /// The format that a word of the command line means ("csv", "gpx", "tcx", "geojson", "fit"), or an
 /// empty one for nothing.
 std::optional<TrackFormat> trackFormatNamed(const std::string& word);
