@@ -302,7 +302,8 @@ void DispatchQueue::runAndWait(std::function<void()> job) {
   async(OwedJob(&waiting));
   {
     const ThreadPool::BlockingScope blocking;
-    waiting.done.acquire();
+    const auto waitFor = [&](auto interval) { return waiting.done.try_acquire_for(interval); };
+    if (!detail::waitWhileThreadsAreShort(waitFor)) waiting.done.acquire();
   }
   if (!waiting.hasRun) throw CancellationError();
 }

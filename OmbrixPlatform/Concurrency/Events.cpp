@@ -12,12 +12,16 @@
 #include <atomic>
 #include <cerrno>
 #include <condition_variable>
+#include <exception>
 #include <mutex>
+#include <optional>
 #include <system_error>
 #include <thread>
 #include <unordered_set>
 #include <utility>
+#include <vector>
 
+#include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -36,23 +40,72 @@ constexpr auto kLongestWait = 1h;
 // The one thread of timers and descriptors; leaked, since it may run while the process ends.
 class EventLoop {
  public:
+  /// Makes it the first time; throws `std::system_error` when the process has no descriptor left.
   static EventLoop& shared() {
-    static EventLoop& loop = *new EventLoop;
-    return loop;
+    if (auto* const loop = made()) return *loop;
+    const std::lock_guard lock(making_);
+    return make();
   }
+
+  /// Runs the job on the events thread as soon as there is one.
+  template <class EventJob>
+  static void post(EventJob job) {
+    if (auto* const loop = made()) {
+      asio::post(loop->context, std::move(job));
+      if (loop->hasThread_.load(std::memory_order_acquire)) return;
+    } else {
+      const std::lock_guard lock(making_);
+      early().push_back(std::move(job));
+    }
+    retry();
+    detail::retryInPoolAfterShortage();
+  }
+
+  /// Makes what could not be made yet for the jobs that wait.
+  static void retry() {
+    const std::lock_guard lock(making_);
+    if (!made() && early().empty()) return;
+    try {
+      make().ensureThread();
+    } catch (const std::exception&) {  // no descriptor, thread or memory is left
+      detail::noteThreadShortage();
+    }
+  }
+
+  static bool exists() { return made() != nullptr; }
 
   asio::io_context context;
   std::unordered_set<class TimerState*> timers;  // pending ones; events thread only
 
-  static bool exists() { return exists_.load(std::memory_order_acquire); }
-
  private:
-  EventLoop() {
-    std::thread([this] { context.run(); }).detach();
-    exists_.store(true, std::memory_order_release);
+  EventLoop() { const asio::steady_timer opensTheDescriptors(context); }
+
+  static EventLoop* made() { return made_.load(std::memory_order_acquire); }
+
+  // What follows: with `making_` held.
+  static EventLoop& make() {
+    auto* const before = made();
+    auto* const loop = before ? before : new EventLoop;
+    for (auto& job : early()) asio::post(loop->context, std::move(job));
+    early().clear();
+    made_.store(loop, std::memory_order_release);
+    return *loop;
   }
 
-  static inline std::atomic<bool> exists_{false};
+  void ensureThread() {
+    if (hasThread_.load(std::memory_order_relaxed)) return;
+    std::thread([this] { context.run(); }).detach();
+    hasThread_.store(true, std::memory_order_release);
+  }
+
+  static std::vector<Job>& early() {
+    static auto& jobs = *new std::vector<Job>;
+    return jobs;
+  }
+
+  static inline std::mutex making_;
+  static inline std::atomic<EventLoop*> made_{nullptr};
+  std::atomic<bool> hasThread_{false};
   asio::io_context::work work_{context};
 };
 
@@ -74,7 +127,7 @@ class EventToken::State : public std::enable_shared_from_this<State> {
       }
       released = std::move(handler_);
     }
-    asio::post(EventLoop::shared().context, [self = shared_from_this()] { self->detach(); });
+    EventLoop::post([self = shared_from_this()] { self->detach(); });
   }
 
   /// Calls the handler unless cancelled; true when it is to be called again.
@@ -118,22 +171,19 @@ namespace {
 class TimerState final : public EventToken::State {
  public:
   TimerState(TimePoint deadline, EventHandler handler)
-      : State(std::move(handler)),
-        clock_(services().clock.shared()),
-        deadline_(deadline),
-        timer_(EventLoop::shared().context) {}
+      : State(std::move(handler)), clock_(services().clock.shared()), deadline_(deadline) {}
 
   void start() {
-    asio::post(EventLoop::shared().context, [self = self()] { self->arm(TimePoint::duration{0}); });
+    EventLoop::post([self = self()] { self->arm(TimePoint::duration{0}); });
   }
 
   void detach() override {
     isDetached_ = true;
     EventLoop::shared().timers.erase(this);
-    timer_.cancel();
+    if (timer_) timer_->cancel();
   }
 
-  void look() { timer_.cancel(); }  // its wait ends as cancelled, which arms it anew
+  void look() { timer_->cancel(); }  // its wait ends as cancelled, which arms it anew
 
  private:
   std::shared_ptr<TimerState> self() {
@@ -149,18 +199,19 @@ class TimerState final : public EventToken::State {
       fire(true);
       return;
     }
+    if (!timer_) timer_.emplace(EventLoop::shared().context);
     EventLoop::shared().timers.insert(this);
     // Far deadlines are taken in steps, which also keeps the subtraction from overflowing.
     const auto remaining = now > deadline_ - kLongestWait ? deadline_ - now : kLongestWait;
-    timer_.expires_after(std::max<TimePoint::duration>(remaining, shortest));
-    timer_.async_wait([self = self()](const asio::error_code& error) {
+    timer_->expires_after(std::max<TimePoint::duration>(remaining, shortest));
+    timer_->async_wait([self = self()](const asio::error_code& error) {
       self->arm(error ? TimePoint::duration{0} : kShortestWait);
     });
   }
 
   const std::shared_ptr<Clock> clock_;
   const TimePoint deadline_;
-  asio::steady_timer timer_;
+  std::optional<asio::steady_timer> timer_;  // once it waits; there may be no loop before
   bool isDetached_ = false;
 };
 
@@ -185,7 +236,7 @@ class ReadableState final : public EventToken::State {
   }
 
   void start() {
-    asio::post(EventLoop::shared().context, [self = self()] { self->wait(); });
+    EventLoop::post([self = self()] { self->wait(); });
   }
 
   void detach() override {
@@ -243,6 +294,11 @@ void afterUncancellably(TimePoint deadline, Job job) {
 }
 
 EventToken whenReadable(int descriptor, EventHandler handler) {
+  try {
+    EventLoop::shared();
+  } catch (const std::system_error& error) {
+    throw Error("descriptor cannot be watched: " + error.code().message());
+  }
   const auto state = std::make_shared<ReadableState>(descriptor, std::move(handler));
   state->start();
   return EventToken(state);
@@ -258,9 +314,11 @@ TimePoint deadlineAfter(std::chrono::duration<double> delay) {
 
 void reconsiderTimers() {
   if (!EventLoop::exists()) return;
-  asio::post(EventLoop::shared().context, [] {
+  EventLoop::post([] {
     for (auto* timer : EventLoop::shared().timers) timer->look();
   });
 }
+
+void detail::retryEventsThread() { EventLoop::retry(); }
 
 }  // namespace ombrix::platform

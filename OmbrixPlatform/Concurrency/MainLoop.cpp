@@ -24,20 +24,28 @@ const std::shared_ptr<MainLoop>& MainLoop::shared() {
 }
 
 void MainLoop::post(Job job) {
+  {
+    const std::lock_guard lock(mutex_);
+    jobs_.push_back(std::move(job));
+    changed_.notify_all();
+    startOwnThread();
+  }
+  detail::retryInPoolAfterShortage();
+}
+
+void MainLoop::retryOwnThread() {
   const std::lock_guard lock(mutex_);
-  jobs_.push_back(std::move(job));
-  changed_.notify_all();
   startOwnThread();
 }
 
-// What waits stays when no thread can be made; the next post tries again.
+// What waits stays when no thread can be made; it is tried again.
 void MainLoop::startOwnThread() {
   if (ownThreadServes_ || isAdopted_ || adopters_ > 0 || jobs_.empty()) return;
   try {
     std::thread([this, self = shared_from_this()] { serve(); }).detach();
     ownThreadServes_ = true;
   } catch (const std::exception&) {
-    detail::threadsAreShort = true;
+    detail::noteThreadShortage();
   }
 }
 
@@ -88,6 +96,8 @@ void MainLoop::run() {
   isStopping_ = false;
   isAdopted_ = false;
   release();
+  lock.unlock();
+  detail::retryInPoolAfterShortage();
 }
 
 void MainLoop::stop() {
@@ -104,13 +114,18 @@ bool MainLoop::pump() {
   while (count-- > 0 && runOne(lock)) {
   }
   release();
+  lock.unlock();
+  detail::retryInPoolAfterShortage();
   return hasJobs;
 }
 
 void MainLoop::handBack() {
-  const std::lock_guard lock(mutex_);
-  isAdopted_ = false;
-  startOwnThread();
+  {
+    const std::lock_guard lock(mutex_);
+    isAdopted_ = false;
+    startOwnThread();
+  }
+  detail::retryInPoolAfterShortage();
 }
 
 bool MainLoop::isMainThread() {

@@ -43,6 +43,9 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
   /// Ends what `pump` began: the library's own thread serves again. Any thread.
   void handBack();
 
+  /// Makes the library's own thread if jobs wait for it and it could not be made before.
+  void retryOwnThread();
+
   /// Whether the calling thread has made itself the main thread, and is it still.
   [[nodiscard]] bool isMainThread();
 

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <iterator>
 #include <mutex>
+#include <thread>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
@@ -102,6 +104,10 @@ void NSOperation::waitUntilFinished() const {
   }
   detail::checkMayBlock();
   const ThreadPool::BlockingScope blocking;
+  detail::waitWhileThreadsAreShort([this](auto interval) {
+    std::this_thread::sleep_for(interval);
+    return hasFinished_.load() != 0;
+  });
   hasFinished_.wait(0);
 }
 

@@ -6,6 +6,7 @@
 #include <mutex>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -155,7 +156,15 @@ class NSOperationQueue::State final : public detail::OperationListener,
     }
     detail::checkMayBlock();
     const ThreadPool::BlockingScope blocking;
-    emptied_.wait(lock, [this] { return isEmpty(); });
+    const auto hasEmptied = [this] { return isEmpty(); };
+    lock.unlock();
+    const bool isOver = detail::waitWhileThreadsAreShort([&](auto interval) {
+      std::unique_lock waiting(mutex_);
+      return emptied_.wait_for(waiting, interval, hasEmptied);
+    });
+    if (isOver) return;
+    lock.lock();
+    emptied_.wait(lock, hasEmptied);
   }
 
   template <class Access>

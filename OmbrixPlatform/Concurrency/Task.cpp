@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 
+#include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -27,7 +28,8 @@ void BlockingWait::wait() {
   if (semaphore_.try_acquire()) return;
   checkMayBlock();
   const ThreadPool::BlockingScope blocking;
-  semaphore_.acquire();
+  const auto waitFor = [this](auto interval) { return semaphore_.try_acquire_for(interval); };
+  if (!detail::waitWhileThreadsAreShort(waitFor)) semaphore_.acquire();
 }
 
 bool TaskStateBase::isFinished() const {

@@ -152,7 +152,7 @@ void ThreadPool::ensureWatcher() {
       std::thread([this] { watchForStalls(); }).detach();
       watcherExists_ = true;
     } catch (const std::exception&) {
-      detail::threadsAreShort = true;
+      detail::noteThreadShortage();
     }
   } else if (watcherSleeps_) {
     watcherSleeps_ = false;
@@ -165,7 +165,7 @@ bool ThreadPool::spawn() {
   try {
     std::thread([this] { work(); }).detach();
   } catch (const std::exception&) {
-    detail::threadsAreShort = true;
+    detail::noteThreadShortage();
     return false;  // the threads there are will get to the job, or the watcher tries again
   }
   ++threads_;

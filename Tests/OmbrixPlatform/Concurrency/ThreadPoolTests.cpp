@@ -19,6 +19,9 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
+#include "OmbrixPlatform/Concurrency/Task.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -234,6 +237,36 @@ TEST(ThreadPoolTests, AThreadThatCannotBeMadeIsTriedAgain) {
         },
         ::testing::ExitedWithCode(3), "")
         << isMain;
+  }
+}
+
+Async<void> nothing() { co_return; }
+
+// Catches what waits for a thread when nobody posts any more: whoever waits is to try again.
+TEST(ThreadPoolTests, WaitsEndAfterAShortageWithoutAnotherPost) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto queue = NSOperationQueue::make("shortage");
+  std::optional<Task<void>> task;
+  std::latch done(2);
+  const std::function<void()> begin[] = {[&] { task = nothing().start(); },
+                                         [&] { queue->addOperation([] {}); }};
+  const std::function<void()> wait[] = {[&] { task->get(); },
+                                        [&] { queue->waitUntilAllOperationsAreFinished(); }};
+  for (const int i : {0, 1}) {
+    EXPECT_EXIT(
+        {
+          withoutNewThreads([&] {
+            begin[i]();
+            DispatchQueue::main().async([&] { done.count_down(); });
+            afterUncancellably(deadlineAfter(std::chrono::seconds(0)), [&] { done.count_down(); });
+          });
+          const bool hadNone = ThreadPool::shared().threadCount() == 0;
+          wait[i]();
+          done.wait();
+          std::_Exit(hadNone ? 3 : 4);
+        },
+        ::testing::ExitedWithCode(3), "")
+        << i;
   }
 }
 
