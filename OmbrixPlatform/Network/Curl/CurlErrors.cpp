@@ -133,6 +133,12 @@ std::shared_ptr<const URLError> urlErrorFor(const CurlFailure& failure) {
   return makeURLError(row.code, std::string(row.sentence) + " (" + detail + ")");
 }
 
+std::shared_ptr<const URLError> errorOfMissingMemory() noexcept {
+  static const auto error =
+      makeURLError(dataLengthExceedsMaximum, "there is not enough memory for the answer");
+  return error;
+}
+
 bool isMissingConnectivity(const CurlFailure& failure) noexcept {
   return failure.code == CURLE_COULDNT_RESOLVE_HOST ||
          failure.code == CURLE_COULDNT_RESOLVE_PROXY ||

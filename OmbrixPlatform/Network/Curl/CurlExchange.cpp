@@ -43,6 +43,7 @@ bool isReserved(std::string_view name) noexcept {
 CurlExchange::CurlExchange(CurlSurroundings& surroundings)
     : easy_(::curl_easy_init()), surroundings_(surroundings) {
   if (easy_ == nullptr) fatalError("libcurl cannot be set up");
+  (void)errorOfMissingMemory();  // it is made while there is memory
   setConstantOptions();
 }
 
@@ -146,8 +147,10 @@ bool CurlExchange::setBodySource(const URLRequest& request) {
 }
 
 std::size_t CurlExchange::giveBody(char* buffer, std::size_t size, std::size_t count, void* self) {
-  return static_cast<CurlExchange*>(self)->nextOfBody(
-      std::as_writable_bytes(std::span(buffer, size * count)));
+  auto& exchange = *static_cast<CurlExchange*>(self);
+  return exchange.guarded(std::size_t{CURL_READFUNC_ABORT}, [&] {
+    return exchange.nextOfBody(std::as_writable_bytes(std::span(buffer, size * count)));
+  });
 }
 
 /// What libcurl sends next, never more than was stated; CURL_READFUNC_ABORT when there is less.
@@ -228,7 +231,8 @@ bool CurlExchange::fail(URLError::Code code, const char* sentence) {
 std::size_t CurlExchange::takeHeader(const char* text, std::size_t size, std::size_t count,
                                      void* self) {
   const std::size_t bytes = size * count;
-  return static_cast<CurlExchange*>(self)->headerLine({text, bytes}) ? bytes : 0;
+  auto& exchange = *static_cast<CurlExchange*>(self);
+  return exchange.guarded(false, [&] { return exchange.headerLine({text, bytes}); }) ? bytes : 0;
 }
 
 bool CurlExchange::headerLine(std::string_view line) {
@@ -283,7 +287,9 @@ bool CurlExchange::headerIsComplete() {
 
 std::size_t CurlExchange::takeBody(const char* bytes, std::size_t size, std::size_t count,
                                    void* self) {
-  return static_cast<CurlExchange*>(self)->bodyPiece(bytesOf({bytes, size * count}));
+  auto& exchange = *static_cast<CurlExchange*>(self);
+  return exchange.guarded(std::size_t{0},
+                          [&] { return exchange.bodyPiece(bytesOf({bytes, size * count})); });
 }
 
 /// Takes a piece step by step. What has to wait, for the client or for the turn of others, makes
@@ -365,8 +371,10 @@ int CurlExchange::takeProgress(void* self, curl_off_t /*expectedDown*/, curl_off
   if (up == exchange.progressSeen_) return 0;
   exchange.progressSeen_ = up;
   exchange.lastProgress_ = exchange.surroundings_.now;
-  exchange.transfer_->client->bodySent(up);
-  return 0;
+  return exchange.guarded(1, [&] {
+    exchange.transfer_->client->bodySent(up);
+    return 0;
+  });
 }
 
 /// Whether the request has been sent already: libcurl would send it again by itself, when a
@@ -395,7 +403,9 @@ curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
                                        curl_sockaddr* address) {
   auto& exchange = *static_cast<CurlExchange*>(self);
   if (exchange.refusesToSendAgain()) return CURL_SOCKET_BAD;
-  const curl_socket_t descriptor = exchange.surroundings_.sockets.open(*address);
+  const curl_socket_t descriptor = exchange.guarded(curl_socket_t{CURL_SOCKET_BAD}, [&] {
+    return exchange.surroundings_.sockets.open(*address);
+  });
   if (descriptor == CURL_SOCKET_BAD) exchange.socketError_ = errno;
   return descriptor;
 }
@@ -405,22 +415,28 @@ curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
 int CurlExchange::checkConnection(void* self, char* remote, char* local, int remotePort,
                                   int localPort) {
   auto& exchange = *static_cast<CurlExchange*>(self);
-  if (exchange.refusesToSendAgain()) return CURL_PREREQFUNC_ABORT;
-  const CurlSockets::Connection connection{remote, local, remotePort, localPort};
-  CurlSockets& sockets = exchange.surroundings_.sockets;
-  const bool isSecure = exchange.transfer_->origin.isSecure;
-  exchange.connection_ = sockets.numberOf(connection);
-  exchange.carriesStreams_ = isSecure && CurlSockets::carriesStreams(exchange.easy_);
+  return exchange.guarded(CURL_PREREQFUNC_ABORT, [&] {
+    return exchange.mayUse({remote, local, remotePort, localPort}) ? CURL_PREREQFUNC_OK
+                                                                   : CURL_PREREQFUNC_ABORT;
+  });
+}
+
+bool CurlExchange::mayUse(const CurlSockets::Connection& connection) {
+  if (refusesToSendAgain()) return false;
+  CurlSockets& sockets = surroundings_.sockets;
+  const bool isSecure = transfer_->origin.isSecure;
+  connection_ = sockets.numberOf(connection);
+  carriesStreams_ = isSecure && CurlSockets::carriesStreams(easy_);
   long newConnections = 0;
-  ::curl_easy_getinfo(exchange.easy_, CURLINFO_NUM_CONNECTS, &newConnections);
-  exchange.isReused_ = newConnections == 0;
-  if (exchange.isReused_ && !exchange.carriesStreams_) {
-    exchange.foundSurplus_ = sockets.hasUnreadBytes(exchange.easy_, exchange.connection_);
-    if (exchange.foundSurplus_) return CURL_PREREQFUNC_ABORT;
-    sockets.requestBegins(exchange.connection_, isSecure);
+  ::curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &newConnections);
+  isReused_ = newConnections == 0;
+  if (isReused_ && !carriesStreams_) {
+    foundSurplus_ = sockets.hasUnreadBytes(easy_, connection_);
+    if (foundSurplus_) return false;
+    sockets.requestBegins(connection_, isSecure);
   }
-  ++exchange.sendings_;
-  return CURL_PREREQFUNC_OK;
+  ++sendings_;
+  return true;
 }
 
 CURLcode CurlExchange::resumeReceiving() {

@@ -24,8 +24,10 @@ void TransferTask::follow(CurlURLSession& session, Answer answer, URLRequest nex
     if (cacheOf(session) == nullptr || !answer.isNew) return followTo(session, std::move(next));
     ThreadPool::shared().post([self = shared_from_this(), kept = std::move(kept),
                                answer = std::move(answer), next = std::move(next)]() mutable {
-      self->throughCache(*self->cacheOf(*kept), std::move(answer));
-      self->followTo(*kept, std::move(next));
+      self->failingWithoutMemory([&] {
+        self->throughCache(*self->cacheOf(*kept), std::move(answer));
+        self->followTo(*kept, std::move(next));
+      });
     });
     return;
   }
@@ -33,7 +35,10 @@ void TransferTask::follow(CurlURLSession& session, Answer answer, URLRequest nex
                 answer = std::move(answer), next = std::move(next)]() mutable {
     if (self->isOver()) return;
     URLCache* cache = self->cacheOf(*kept);
-    if (cache != nullptr && answer.isNew) answer = self->throughCache(*cache, std::move(answer));
+    if (cache != nullptr && answer.isNew) {
+      self->failingWithoutMemory([&] { answer = self->throughCache(*cache, std::move(answer)); });
+      if (self->isOver()) return;
+    }
     const auto response = answer.response;
     const auto byDefault = next;
     AnswerOnce<std::optional<URLRequest>> once(
@@ -82,17 +87,41 @@ void TransferTask::conclude(Answer answer) {
   const auto session = this->session();
   if (!session || isOver()) return;
   reportSent();
-  if (answer.isNew && isReplaced(*answer.response)) return standIn(*session);
-  URLCache* cache = cacheOf(*session);
+  std::optional<TaskOutcome> outcome;
+  failingWithoutMemory([&] { outcome = outcomeOf(*session, answer); });
+  if (!outcome) return;
+  {
+    const std::lock_guard lock(lock_);
+    response_ = answer.response;
+  }
+  if (conversation_.mustAsk()) askDelegate(*session, std::move(answer.response));
+  if (auto allowed = conversation_.conclude(*std::move(outcome)); allowed && claim()) {
+    deliver(*std::move(allowed));
+  }
+}
+
+std::optional<TaskOutcome> TransferTask::outcomeOf(CurlURLSession& session, Answer& answer) {
+  if (answer.isNew && isReplaced(*answer.response)) {
+    standIn(session);
+    return std::nullopt;
+  }
+  URLCache* cache = cacheOf(session);
   if (cache != nullptr && answer.isNew) {
     const bool wasRedirect = isRedirect(*answer.response);
     answer = throughCache(*cache, std::move(answer));
     const bool isUnconfirmed = validated_ && answer.response->statusCode() == 304;
     auto next = afterAnswer(*request(), *answer.response, redirects_, isUnconfirmed);
-    if (next.step == AfterAnswer::Step::loadAfresh) return loadAfresh(*session);
-    if (!wasRedirect && next.step == AfterAnswer::Step::fail) return fail(std::move(next.error));
+    if (next.step == AfterAnswer::Step::loadAfresh) {
+      loadAfresh(session);
+      return std::nullopt;
+    }
+    if (!wasRedirect && next.step == AfterAnswer::Step::fail) {
+      fail(std::move(next.error));
+      return std::nullopt;
+    }
     if (!wasRedirect && next.step == AfterAnswer::Step::follow) {
-      return follow(*session, std::move(answer), *std::move(next.next));
+      follow(session, std::move(answer), *std::move(next.next));
+      return std::nullopt;
     }
   }
   TaskOutcome outcome{.response = answer.response};
@@ -104,14 +133,7 @@ void TransferTask::conclude(Answer answer) {
   } else if (answer.body.size() > 0) {
     outcome.data = answer.body.takeBytes();
   }
-  {
-    const std::lock_guard lock(lock_);
-    response_ = answer.response;
-  }
-  if (conversation_.mustAsk()) askDelegate(*session, std::move(answer.response));
-  if (auto allowed = conversation_.conclude(std::move(outcome)); allowed && claim()) {
-    deliver(*std::move(allowed));
-  }
+  return outcome;
 }
 
 bool TransferTask::isReplaced(const HTTPURLResponse& response) const {

@@ -140,7 +140,7 @@ bool TransferTask::askAboutTrust(URLAuthenticationChallenge challenge, TrustAnsw
   return true;
 }
 
-void TransferTask::answered(WireAnswer wire) {
+void TransferTask::goOnWith(WireAnswer wire) {
   const auto session = this->session();
   if (!session) return;
   bytesSent_ = wire.bytesSent;

@@ -191,17 +191,22 @@ bool TransferTask::answeredByCache(CurlURLSession& session, URLCache& cache,
 void TransferTask::cancel() {
   {
     const std::lock_guard lock(lock_);
-    if (state_ == State::completed || isClaimed_) return;
+    // One decision: whoever sees the state knows that no answer is handed over.
+    if (!claim()) return;
     state_ = State::canceling;
   }
-  fail(makeURLError(URLError::Code::cancelled, "the transfer was cancelled"));
+  end({.error = makeURLError(URLError::Code::cancelled, "the transfer was cancelled")});
 }
 
 /// The task ends with an error, unless it is over. Any thread.
 void TransferTask::fail(std::shared_ptr<const Error> error) { finish({.error = std::move(error)}); }
 
 void TransferTask::finish(TaskOutcome outcome) {
-  if (!claim()) return;
+  if (claim()) end(std::move(outcome));
+}
+
+/// Has the outcome handed over; called by whoever made the claim.
+void TransferTask::end(TaskOutcome outcome) {
   const auto session = this->session();
   if (!session) return;
   if (isForkedChild()) return deliver(std::move(outcome));  // no queue has a thread here

@@ -370,6 +370,44 @@ TEST(URLSessionDelegateTests, TasksWithoutAHandlerStreamToTheDelegate) {
   EXPECT_TRUE(server.waitUntilIdle());
 }
 
+/// Adds up what it is handed, and tells of the end.
+class CountingDelegate : public URLSessionDelegate {
+ public:
+  std::size_t bytes = 0;
+  std::promise<bool> isWhole;  // told without an error
+
+  void didReceiveData(URLSession&, URLSessionDataTask&, DataView data) override {
+    bytes += data.size();
+  }
+  void didComplete(URLSession&, URLSessionTask&,
+                   const std::shared_ptr<const Error>& error) override {
+    isWhole.set_value(error == nullptr);
+  }
+};
+
+// Catches a task that is cancelled as it ends, and told as a success without its bytes.
+TEST(URLSessionDelegateTests, ACancelledStreamIsWholeOrAnError) {
+  constexpr std::size_t kBytes = 3000;
+  TestServer server(TestServer::Wire::plain);
+  const auto delegate = std::make_shared<CountingDelegate>();
+  const auto session = sessionFor(delegate);
+  for (int round = 0; round < 1000; ++round) {
+    delegate->bytes = 0;
+    delegate->isWhole = {};
+    auto isWhole = delegate->isWhole.get_future();
+    const auto task = session->dataTask(requestTo(server.url("/bytes?bytes=3000")), nullptr);
+    task->resume();
+    while (task->countOfBytesReceived() < static_cast<std::int64_t>(kBytes)) {
+    }
+    // Another moment of the end each time.
+    std::atomic<int> spins = 53 * round % 3000;
+    while (spins > 0) --spins;
+    task->cancel();
+    ASSERT_EQ(isWhole.wait_for(std::chrono::minutes(1)), std::future_status::ready);
+    ASSERT_TRUE(!isWhole.get() || delegate->bytes == kBytes) << round;
+  }
+}
+
 // Catches sessions that take tasks after their end, or end before their tasks.
 TEST(URLSessionDelegateTests, SessionsEndOnceTheirTasksHave) {
   TestServer server(TestServer::Wire::plain);

@@ -30,6 +30,9 @@ std::shared_ptr<const URLError> urlErrorFor(const CurlFailure& failure);
 /// Whether an error says that the server could not be reached, or did not answer.
 [[nodiscard]] bool isUnreachable(const URLError& error) noexcept;
 
+/// The error of an answer that there is no memory for. It is made once, while there is memory.
+std::shared_ptr<const URLError> errorOfMissingMemory() noexcept;
+
 inline std::shared_ptr<const URLError> makeURLError(URLError::Code code,
                                                     const std::string& message) {
   return std::make_shared<const URLError>(code, message);

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <span>
 #include <string>
@@ -120,7 +121,20 @@ class CurlExchange {
   bool keep(DataView decoded);
   std::size_t pause(std::size_t consumed, bool yields);
   bool fail(URLError::Code code, const char* sentence);
+  /// Runs what a callback does: no exception may pass through libcurl. Without the memory for it
+  /// the exchange fails, and libcurl is told `refusal`.
+  template <class Result, class Work>
+  Result guarded(Result refusal, Work work) noexcept {
+    try {
+      return work();
+    } catch (const std::bad_alloc&) {
+      body_ = GatheredBody();  // what follows needs memory too
+      if (!ownError_) ownError_ = errorOfMissingMemory();
+      return refusal;
+    }
+  }
   [[nodiscard]] bool refusesToSendAgain() noexcept;
+  [[nodiscard]] bool mayUse(const CurlSockets::Connection& connection);
   [[nodiscard]] bool saysThatHTTP1IsRequired() const noexcept;
   [[nodiscard]] bool connectionDiedBefore(CURLcode code) const noexcept;
   [[nodiscard]] URLSessionTaskMetrics steps() const;

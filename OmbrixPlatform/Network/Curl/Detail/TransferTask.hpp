@@ -4,9 +4,11 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <new>
 #include <optional>
 
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlErrors.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlURLSession.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/DelegateConversation.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/Transfer.hpp"
@@ -66,7 +68,9 @@ class TransferTask final : public URLSessionUploadTask,
   void bodyCame(DataView piece) override;
   [[nodiscard]] bool askAboutTrust(URLAuthenticationChallenge challenge,
                                    TrustAnswer answer) override;
-  void answered(WireAnswer answer) override;
+  void answered(WireAnswer answer) override {
+    failingWithoutMemory([&] { goOnWith(std::move(answer)); });
+  }
   void failed(std::shared_ptr<const URLError> error) override;
 
  private:
@@ -98,11 +102,23 @@ class TransferTask final : public URLSessionUploadTask,
   void endTransfer(CurlURLSession& session);
   void resumeReceiving(CurlURLSession& session);
 
+  void goOnWith(WireAnswer wire);
   void follow(CurlURLSession& session, Answer answer, URLRequest next);
   void followTo(CurlURLSession& session, URLRequest request);
   void loadAfresh(CurlURLSession& session);
   void postConclusion(CurlURLSession& session, Answer answer);
   void conclude(Answer answer);
+  /// What an answer comes to; nothing when the task goes on elsewhere or is over.
+  [[nodiscard]] std::optional<TaskOutcome> outcomeOf(CurlURLSession& session, Answer& answer);
+  /// Runs what takes memory as a server wishes; without that memory the task fails.
+  template <class Work>
+  void failingWithoutMemory(Work work) {
+    try {
+      work();
+    } catch (const std::bad_alloc&) {
+      fail(errorOfMissingMemory());
+    }
+  }
   Answer throughCache(URLCache& cache, Answer answer);
   /// Whether an answer stands for a server that cannot answer now, and the cache has one instead.
   [[nodiscard]] bool isReplaced(const HTTPURLResponse& response) const;
@@ -116,6 +132,7 @@ class TransferTask final : public URLSessionUploadTask,
 
   void fail(std::shared_ptr<const Error> error);
   void finish(TaskOutcome outcome);
+  void end(TaskOutcome outcome);
   void deliver(TaskOutcome outcome);
 
   const std::uint64_t identifier_;
