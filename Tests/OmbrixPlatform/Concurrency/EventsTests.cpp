@@ -116,23 +116,23 @@ TEST(EventsTests, WhatCannotBeWatchedThrows) {
   ::close(file);
 }
 
+[[noreturn]] void beginWithoutDescriptors() {
+  rlimit before{};
+  ::getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
+  ::setrlimit(RLIMIT_NOFILE, &none);
+  std::binary_semaphore fired{0};
+  const auto timer = after(0s, [&] { fired.release(); });
+  after(0s, [] { std::_Exit(4); }).cancel();
+  EXPECT_THROW((void)whenReadable(STDIN_FILENO, [] {}), Error);
+  ::setrlimit(RLIMIT_NOFILE, &before);
+  std::_Exit(fired.try_acquire_for(60s) && !::testing::Test::HasFailure() ? 3 : 5);
+}
+
 // Catches a first timer or watch that throws at its maker, or is lost, for want of a descriptor.
 TEST(EventsTests, TheFirstTimerWaitsForADescriptor) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(
-      {
-        rlimit before{};
-        ::getrlimit(RLIMIT_NOFILE, &before);
-        const rlimit none{.rlim_cur = 0, .rlim_max = before.rlim_max};
-        ::setrlimit(RLIMIT_NOFILE, &none);
-        std::binary_semaphore fired{0};
-        const auto timer = after(0s, [&] { fired.release(); });
-        after(0s, [] { std::_Exit(4); }).cancel();
-        EXPECT_THROW((void)whenReadable(STDIN_FILENO, [] {}), Error);
-        ::setrlimit(RLIMIT_NOFILE, &before);
-        std::_Exit(fired.try_acquire_for(60s) && !::testing::Test::HasFailure() ? 3 : 5);
-      },
-      ::testing::ExitedWithCode(3), "");
+  EXPECT_EXIT(beginWithoutDescriptors(), ::testing::ExitedWithCode(3), "");
 }
 
 // Catches a process that hangs or crashes at exit while timers are pending and threads idle.
