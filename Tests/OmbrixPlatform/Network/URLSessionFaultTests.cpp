@@ -282,34 +282,6 @@ TEST(URLSessionFaultTests, TheLackOfDescriptorsIsToldAsSuch) {
   EXPECT_THAT(outcome.error->what(), ::testing::StartsWith("no descriptors are left"));
 }
 
-// Catches answers that end the process when there is no memory for them.
-TEST(URLSessionFaultTests, TheLackOfMemoryEndsTheTaskAlone) {
-  if (testing::kUnderSanitizer) GTEST_SKIP() << "sanitizers need all of the address space";
-  TestServer server(TestServer::Wire::plain);
-  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
-  {
-    const std::string fields;
-    server.route("GET", "/long", [&](const auto&) {
-      return devserver::Response::following(
-          {devserver::Send{"HTTP/1.1 200 OK\r\n" + fields + "\r\n"},
-           devserver::Repeat{std::string(10'000, 'x')}});
-    });
-    ASSERT_EQ(fetch(*session, requestTo(server.url("/status/200"))).status(), 200);
-    rlimit before{};
-    ASSERT_EQ(::getrlimit(RLIMIT_AS, &before), 0);
-    rlim_t pages = 0;
-    std::ifstream("/proc/self/statm") >> pages;
-    const rlimit little{.rlim_cur = pages * static_cast<rlim_t>(::getpagesize()) + (64U << 20),
-                        .rlim_max = before.rlim_max};
-    ASSERT_EQ(::setrlimit(RLIMIT_AS, &little), 0);
-    const auto outcome = fetch(*session, requestTo(server.url("/long")));
-    ASSERT_EQ(::setrlimit(RLIMIT_AS, &before), 0);
-    ASSERT_EQ(outcome.code(), Code::dataLengthExceedsMaximum) << fields;
-    EXPECT_THAT(outcome.error->what(), ::testing::StartsWith("there is not enough memory"));
-    EXPECT_EQ(fetch(*session, requestTo(server.url("/status/200"))).status(), 200);
-  }
-}
-
 // Catches tasks of a forked process, which has no network threads, that never answer.
 TEST(URLSessionFaultTests, AForkedProcessIsToldThatItHasNoSessions) {
   TestServer server(TestServer::Wire::plain);
