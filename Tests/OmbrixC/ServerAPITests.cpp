@@ -81,8 +81,9 @@ TEST_F(ServerAPITests, RequestsWithACompletion) {
   const std::string notFound = "0 0 (null) Sorry it looks like that link isn't valid.";
   EXPECT_THAT(events.takeOnce(notFound), ElementsAre(notFound));
   request("a", "FETCH");
-  EXPECT_THAT(events.take(), ElementsAre("0 0 (null) The request was malformed. Please contact "
-                                         "support for further assistance."));
+  const std::string malformed =
+      "0 0 (null) The request was malformed. Please contact support for further assistance.";
+  EXPECT_THAT(events.takeOnce(malformed), ElementsAre(malformed));
   EXPECT_EQ(taken(ombrix_ServerAPI_errorMessageForError_(nullptr)),
             "An unknown error occurred. Sorry, please try again later.");
 }
