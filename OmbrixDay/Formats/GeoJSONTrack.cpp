@@ -185,7 +185,7 @@ void readObject(JSONReader& json, Place place, Track& track) {
     } else if (key == "geometry") {
       readGeometry(json, line);
     } else if (key == "properties") {
-      line.times[0] = line.times[1] = line.times[2] = std::nullopt;
+      for (auto& times : line.times) times.reset();
       line.figures = {};
       line.name.clear();
       readProperties(json, line);
