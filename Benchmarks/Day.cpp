@@ -20,6 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using ombrix::CLLocation;
+using ombrix::hostapp::lineOf;
 using ombrix::hostapp::RecordedDay;
 
 const std::vector<CLLocation>& dayOfFixes() {
