@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <coroutine>
 #include <memory>
 #include <semaphore>
@@ -19,16 +20,22 @@ namespace detail {
 /// Stops the program when the calling thread is inside a section of an actor.
 void checkMayBlock();
 
-/// Blocks until `signal` was called once; pool threads lend their place meanwhile.
+/// Blocks until the resumption was called; pool threads lend their place meanwhile. Costs no system
+/// call where that happens first.
 class BlockingWait {
  public:
   Resumption resumption() {
-    return {[](void* self) { static_cast<BlockingWait*>(self)->semaphore_.release(); }, this};
+    return {[](void* self) { static_cast<BlockingWait*>(self)->resume(); }, this};
   }
   void wait();
 
  private:
-  std::binary_semaphore semaphore_{0};
+  enum class State { running, blocked, over };
+
+  void resume();
+
+  std::atomic<State> state_{State::running};
+  std::binary_semaphore isOver_{0};  // released only for a thread that is blocked
 };
 
 template <class T>

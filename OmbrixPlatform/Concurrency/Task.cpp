@@ -24,12 +24,18 @@ void checkMayBlock() {
   }
 }
 
+// Whoever waits may be gone as soon as the state says that it is over.
+void BlockingWait::resume() {
+  if (state_.exchange(State::over) == State::blocked) isOver_.release();
+}
+
 void BlockingWait::wait() {
-  if (semaphore_.try_acquire()) return;
+  if (state_ == State::over) return;
   checkMayBlock();
+  if (auto state = State::running; !state_.compare_exchange_strong(state, State::blocked)) return;
   const ThreadPool::BlockingScope blocking;
-  const auto waitFor = [this](auto interval) { return semaphore_.try_acquire_for(interval); };
-  if (!detail::waitWhileThreadsAreShort(waitFor)) semaphore_.acquire();
+  const auto waitFor = [this](auto interval) { return isOver_.try_acquire_for(interval); };
+  if (!detail::waitWhileThreadsAreShort(waitFor)) isOver_.acquire();
 }
 
 bool TaskStateBase::isFinished() const {
