@@ -8,7 +8,10 @@
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Defaults/Detail/SideFile.hpp"
 #include "OmbrixPlatform/Detail/Utf.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
+#include "OmbrixPlatform/Files/FileOwner.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -21,7 +24,6 @@ constexpr std::chrono::seconds kLockTimeout{10}, kNoWait{0};
 constexpr std::size_t kMaxBytes = std::size_t{16} << 20;
 constexpr int kMaxLinks = 40;  // as the system allows in one path
 constexpr int kMaxDamagedFiles = 9;
-constexpr mode_t kFileMode = 0600;
 
 std::string hiddenSibling(const fs::path& file, std::string_view suffix) {
   return (file.parent_path() / ("." + file.filename().string().append(suffix))).string();
@@ -291,11 +293,19 @@ bool DictionaryFile::save(Outcome& outcome) {
   return true;
 }
 
+/// Puts a new file in the old one's place, with its owner and mode. One whose owner cannot be kept
+/// is written over instead: nobody is to be kept out of his file.
 bool DictionaryFile::replaceFile(DataView bytes) {
   const fs::path place = target(file_);
   const std::string temporary = hiddenSibling(place, ".new");
-  auto fresh = detail::openFile(temporary, O_RDWR | O_CREAT | O_TRUNC | O_NOFOLLOW, kFileMode);
+  ::unlink(temporary.c_str());  // of a process that was killed
+  auto fresh = detail::makeSideFile(temporary, O_RDWR);
   if (!fresh) return false;
+  struct stat old{};
+  if (::stat(place.c_str(), &old) == 0 && !takeOwnerAndMode(fresh.get(), old)) {
+    ::unlink(temporary.c_str());
+    return overwriteFile(place, bytes);
+  }
   int error = detail::writeAll(fresh.get(), bytes);
   if (error == 0 && ::fsync(fresh.get()) != 0) error = errno;
   if (error == 0 && ::rename(temporary.c_str(), place.c_str()) != 0) error = errno;
@@ -304,9 +314,29 @@ bool DictionaryFile::replaceFile(DataView bytes) {
     errno = error;
     return false;
   }
-  identity_ = identityOf(fresh.get());
-  open_ = std::move(fresh);
+  isNow(std::move(fresh));
   return true;
+}
+
+/// Writes over the file in place: a process that is killed meanwhile leaves one that cannot be
+/// decoded.
+bool DictionaryFile::overwriteFile(const fs::path& place, DataView bytes) {
+  const auto url = URL::fileURL(place.string(), false);
+  const auto written = FileManager::defaultManager().overwriteFile(url, bytes);
+  if (!written) {
+    errno = written.error().code();
+    return false;
+  }
+  auto file = detail::openFile(place.string(), O_RDONLY | O_NONBLOCK | O_NOCTTY);
+  if (!file || ::fsync(file.get()) != 0) return false;
+  isNow(std::move(file));
+  return true;
+}
+
+/// What this process knows is what this file holds.
+void DictionaryFile::isNow(Descriptor file) {
+  identity_ = identityOf(file.get());
+  open_ = std::move(file);
 }
 
 /// Takes the lock among processes; empty, with an error, when it cannot be had.

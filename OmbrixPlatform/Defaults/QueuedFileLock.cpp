@@ -8,11 +8,10 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
+#include "OmbrixPlatform/Defaults/Detail/SideFile.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
-
-constexpr mode_t kFileMode = 0600;
 
 /// Whether the file that is locked still has its name: whoever cleaned the folder up meanwhile took
 /// it away, and others lock its successor.
@@ -53,7 +52,7 @@ Descriptor QueuedFileLock::acquire(const std::string& path,
                                    std::chrono::steady_clock::duration timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (true) {
-    auto file = openFile(path, O_RDWR | O_CREAT | O_NOFOLLOW, kFileMode);
+    auto file = openSideFile(path, O_RDWR);
     if (!file) return {};
     if (retrying([&] { return ::flock(file.get(), LOCK_EX | LOCK_NB); }) != 0) {
       if (errno != EWOULDBLOCK) return {};

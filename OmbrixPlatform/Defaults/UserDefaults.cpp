@@ -112,7 +112,10 @@ void UserDefaults::removeObjectForKey(std::string_view key) { state_->set(key, s
 
 bool UserDefaults::synchronize() {
   state_->load();
-  state_->take(state_->flush());
+  const auto outcome = state_->flush();
+  state_->take(outcome);
+  // The writer may hold the file by now, for as long again: it tries what could not be written.
+  if (!outcome.isSaved) return false;
   state_->refresh(DictionaryFile::Look::always);
   state_->showAll();
   return state_->file.isSaved();

@@ -29,7 +29,8 @@ void setEffective(std::uint32_t effective) {
 }  // namespace
 
 WithoutOverride::WithoutOverride() : effective_(capabilities()[0].effective) {
-  setEffective(effective_ & ~(1U << CAP_DAC_OVERRIDE) & ~(1U << CAP_DAC_READ_SEARCH));
+  setEffective(effective_ & ~(1U << CAP_DAC_OVERRIDE) & ~(1U << CAP_DAC_READ_SEARCH) &
+               ~(1U << CAP_CHOWN));
 }
 
 WithoutOverride::~WithoutOverride() { setEffective(effective_); }

@@ -14,6 +14,7 @@
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
+#include "OmbrixPlatform/Files/FileOwner.hpp"
 
 namespace ombrix::hostapp {
 
@@ -103,13 +104,6 @@ class UnpublishedFile {
 
   [[nodiscard]] int descriptor() const noexcept { return descriptor_; }
 
-  /// Gives it another file's owner and mode, in this order, since a new owner clears bits of the
-  /// mode; false when it may not.
-  [[nodiscard]] bool resemble(const struct stat& other) const noexcept {
-    return ::fchown(descriptor_, other.st_uid, other.st_gid) == 0 &&
-           ::fchmod(descriptor_, other.st_mode & 07777) == 0;
-  }
-
   /// @param existing Kept: false, with `errno` EEXIST, where there is anything of that name.
   [[nodiscard]] bool publish(const fs::path& target, Existing existing) noexcept {
     if (::fsync(descriptor_) != 0) return false;
@@ -153,7 +147,7 @@ void writeFile(const std::string& path, const Write& write, Existing existing) {
     if (exists && (errno == EACCES || errno == EPERM)) return writeInPlace();
     failWithErrno(path);
   }
-  if (exists && !fresh.resemble(older)) return writeInPlace();
+  if (exists && !platform::takeOwnerAndMode(fresh.descriptor(), older)) return writeInPlace();
   writeTo(fresh.descriptor(), platform::DescriptorOwnership::borrowed, path, write);
   if (!fresh.publish(target.path, existing)) failWithErrno(path);
 }

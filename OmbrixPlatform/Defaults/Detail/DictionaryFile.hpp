@@ -26,7 +26,8 @@ namespace ombrix::platform {
 /// "<name>.damaged"; what this process knew of it is written back. An empty file says nothing:
 /// somebody is about to write it, or has been kept from it. One of more than 16 MiB is neither read
 /// nor written. A symbolic link stays one: what it leads to is replaced, and the side files lie
-/// there.
+/// there. The file keeps its owner and mode; where a process may not give it that owner (it is
+/// another user's, who lets all write), the file is written in place.
 ///
 /// Any thread. Never calls out: changes and errors are handed back.
 class DictionaryFile {
@@ -109,6 +110,8 @@ class DictionaryFile {
   bool setAside(Outcome& outcome) const;
   bool save(Outcome& outcome);
   bool replaceFile(DataView bytes);
+  bool overwriteFile(const std::filesystem::path& place, DataView bytes);
+  void isNow(detail::Descriptor file);
   detail::Descriptor lock(std::chrono::steady_clock::duration timeout, Outcome& outcome) const;
   void change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome);
   void undo(const PropertyList::Dictionary& before, std::size_t met, Outcome& outcome);

@@ -7,6 +7,7 @@
 
 #include <memory>
 
+#include "OmbrixPlatform/Detail/OpenSSL.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 
 namespace ombrix::platform::detail {
@@ -30,6 +31,7 @@ using Chain = std::unique_ptr<STACK_OF(X509), FreeStack>;
 
 /// The issuers in a file; null when there are none.
 Store storeOf(const std::filesystem::path& file) {
+  setUpOpenSSL();
   Store store(::X509_STORE_new());
   const bool isLoaded = store && ::X509_STORE_load_file(store.get(), file.c_str()) == 1;
   ::ERR_clear_error();

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "OmbrixPlatform/Defaults/Detail/SideFile.hpp"
+
 namespace ombrix::platform::detail {
 namespace {
 
@@ -16,7 +18,6 @@ constexpr std::chrono::duration<double> kTurnDelay{1};
 constexpr std::chrono::seconds kLongestTurn{10};
 // The mark changes by this device's own changes alone, so one more attempt is the rule.
 constexpr int kMaxAttempts = 10;
-constexpr mode_t kFileMode = 0600;
 
 bool isSameFile(int descriptor, const std::string& path) {
   struct stat held{}, named{};
@@ -93,7 +94,7 @@ bool EtcdSending::takeTurn() {
   turnTimer_.cancel();
   while (!turn_) {
     // Opened to read: closing what was opened to write tells the others that a turn has ended.
-    auto file = openFile(turnFile_.string(), O_RDONLY | O_CREAT | O_NOFOLLOW, kFileMode);
+    auto file = openSideFile(turnFile_.string(), O_RDONLY);
     if (!file) return true;
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
       missTurn();
@@ -108,7 +109,7 @@ bool EtcdSending::takeTurn() {
 void EtcdSending::endTurn() {
   if (!turn_) return;
   // Closed last, which tells the others, who come at once.
-  const auto news = openFile(turnFile_.string(), O_WRONLY | O_NOFOLLOW, kFileMode);
+  const auto news = openFile(turnFile_.string(), O_WRONLY | O_NOFOLLOW);
   ::flock(turn_.get(), LOCK_UN);
   turn_.reset();
 }

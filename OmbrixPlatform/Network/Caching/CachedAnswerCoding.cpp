@@ -8,6 +8,7 @@
 #include <cstring>
 #include <string>
 
+#include "OmbrixPlatform/Detail/OpenSSL.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform::detail {
@@ -33,7 +34,10 @@ std::uint64_t wordAt(const std::byte* bytes) noexcept {
 
 Digest digestOf(std::string_view text) {
   // Fetched once: looking the algorithm up takes longer than the digest of a header field.
-  static EVP_MD* const algorithm = ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
+  static EVP_MD* const algorithm = [] {
+    setUpOpenSSL();
+    return ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
+  }();
   Digest digest{};
   unsigned size = 0;
   const bool isDone =

@@ -74,6 +74,9 @@ URLError::Code codeOfCertificate(long verifyResult) noexcept {
 std::optional<Row> rowOfCircumstances(const CurlFailure& failure) noexcept {
   const CURLcode code = failure.code;
   if (code == CURLE_PEER_FAILED_VERIFICATION) {
+    if (failure.verifyResult == X509_V_ERR_OUT_OF_MEM) {
+      return Row{code, unknown, "there is not enough memory to verify the server's certificate"};
+    }
     return Row{code, codeOfCertificate(failure.verifyResult),
                "the server's certificate is not trusted"};
   }

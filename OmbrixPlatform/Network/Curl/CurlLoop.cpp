@@ -42,10 +42,6 @@ std::string userAgentField() {
   return agent.empty() ? agent : "User-Agent: " + agent;
 }
 
-bool isLoopbackName(std::string_view host) {
-  return host == "localhost" || host == "::1" || host.starts_with("127.");
-}
-
 }  // namespace
 
 CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr<Clock> clock,
@@ -269,7 +265,7 @@ void CurlLoop::admit(const std::shared_ptr<Transfer>& transfer) {
   transfer->queued = host.waiting.insert(host.waiting.end(), transfer);
   transfer->isQueued = true;
   touch(host);
-  if (host.isOffline) tellOfMissingConnectivity(*transfer);
+  if (host.connectivityFailure) tellOfMissingConnectivity(*transfer);
 }
 
 CurlHost& CurlLoop::hostFor(const URLOrigin& origin) {
@@ -328,7 +324,7 @@ void CurlLoop::start(CurlHost& host, std::shared_ptr<Transfer> transfer) {
       .timeLimit =
           std::min(transfer->request->timeoutInterval, configuration_.timeoutIntervalForRequest),
       .isMappedToLoopback = host.isMappedToLoopback,
-      .bypassesProxy = host.isMappedToLoopback || isLoopbackName(transfer->origin.host),
+      .bypassesProxy = host.isMappedToLoopback || isLoopback(transfer->origin.host),
       .trust = transfer->origin.isSecure ? &host.trust : nullptr};
   transfer->client->exchangeBegins(now_);
   if (!exchange->begin(transfer, terms) ||
@@ -379,7 +375,7 @@ void CurlLoop::ended(CurlExchange& exchange, CURLcode code) {
     return;
   }
   const std::shared_ptr<Transfer> transfer = exchange.transfer();
-  transfer->host->retryDelay = {};
+  isReached(*transfer->host);
   WireAnswer answer = exchange.takeAnswer();
   release(exchange);
   const auto client = transfer->client;
@@ -397,7 +393,7 @@ void CurlLoop::failed(CurlExchange& exchange, const CurlFailure& failure) {
   if (transfer->client->isOver()) return forget(*transfer);
   switch (afterFailure(facts)) {
     case AfterFailure::fail:
-      transfer->host->retryDelay = {};
+      isReached(*transfer->host);
       return fail(transfer, std::move(error));
     case AfterFailure::sendByHTTP1:
       transfer->usesHTTP1 = true;
@@ -414,6 +410,12 @@ void CurlLoop::failed(CurlExchange& exchange, const CurlFailure& failure) {
       transfer->lastConnectivityFailure = std::move(error);
       return awaitConnectivity(transfer);
   }
+}
+
+/// An exchange has got an answer, or a failure that has nothing to do with connectivity.
+void CurlLoop::isReached(CurlHost& host) {
+  host.retryDelay = {};
+  if (!host.isOffline) host.connectivityFailure = nullptr;
 }
 
 /// Puts a transfer first in its host's queue.
@@ -506,8 +508,10 @@ void CurlLoop::release(CurlExchange& exchange) {
   ::curl_multi_remove_handle(multi_, exchange.easy());
   Transfer& transfer = *exchange.transfer();
   transfer.exchange = nullptr;
-  --transfer.host->active;
-  touch(*transfer.host);
+  CurlHost& host = *transfer.host;
+  // Nobody tries any more, so nobody knows.
+  if (--host.active == 0 && !host.isOffline) host.connectivityFailure = nullptr;
+  touch(host);
   const std::size_t index = exchange.activeIndex;
   std::swap(active_[index], active_.back());
   active_[index]->activeIndex = index;

@@ -60,19 +60,24 @@ void CurlSockets::installClosing(CURL* easy) {
 }
 
 curl_socket_t CurlSockets::open(const curl_sockaddr& address) {
+  sockets_.emplace_back();  // before there is a descriptor, which nobody would close without it
   const curl_socket_t descriptor =
       ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
-  if (descriptor >= 0) sockets_.push_back({.descriptor = descriptor, .number = ++lastNumber_});
+  if (descriptor >= 0) {
+    sockets_.back().descriptor = descriptor;
+    sockets_.back().number = ++lastNumber_;
+  } else {
+    sockets_.pop_back();
+  }
   return descriptor;
 }
 
-int CurlSockets::close(void* self, curl_socket_t descriptor) {
+int CurlSockets::close(void* self, curl_socket_t descriptor) noexcept {
   auto& sockets = *static_cast<CurlSockets*>(self);
   const auto socket = std::ranges::find(sockets.sockets_, descriptor, &Socket::descriptor);
   if (socket != sockets.sockets_.end()) {
     if (socket->bytesAllowed != kNoRequest && bytesReceived(descriptor) > socket->bytesAllowed) {
-      sockets.endedInAnswers_.push_back(socket->number);
-      if (sockets.endedInAnswers_.size() > kEndedKept) sockets.endedInAnswers_.pop_front();
+      sockets.endedInAnswers_[sockets.endings_++ % kEndedKept] = socket->number;
     }
     *socket = std::move(sockets.sockets_.back());
     sockets.sockets_.pop_back();
@@ -127,7 +132,7 @@ void CurlSockets::requestBegins(std::uint64_t number, bool isSecure) {
 }
 
 bool CurlSockets::endedInAnAnswer(std::uint64_t number) const noexcept {
-  return std::ranges::find(endedInAnswers_, number) != endedInAnswers_.end();
+  return number != 0 && std::ranges::find(endedInAnswers_, number) != endedInAnswers_.end();
 }
 
 bool CurlSockets::hasEnded(std::uint64_t number) const noexcept {

@@ -3,6 +3,7 @@
 #include <openssl/x509.h>
 #include <openssl/x509v3.h>
 
+#include <new>
 #include <string_view>
 
 #include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
@@ -86,6 +87,12 @@ void somethingHappened(const SSL* tls, int what, int value) {
 long undecidedVerifyResult() noexcept { return X509_V_ERR_APPLICATION_VERIFICATION; }
 
 void CurlTrust::install(CURL* easy, bool judges) {
+  // libcurl parses the system's bundle, which takes tens of milliseconds, for each connection anew
+  // where it has a folder to look at too. `watch` adds that.
+  constexpr long kSecondsUntilReadAgain = 600;
+  ::curl_easy_setopt(easy, CURLOPT_CA_CACHE_TIMEOUT, kSecondsUntilReadAgain);
+  ::curl_easy_setopt(easy, CURLOPT_CAPATH, nullptr);
+  ::curl_easy_setopt(easy, CURLOPT_PROXY_CAPATH, nullptr);
   ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, judges ? &watchAndJudge : &watch);
   ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, this);
   if (!judges) return;
@@ -100,10 +107,17 @@ void CurlTrust::decide(const Fingerprint& leaf, Decision decision) {
   checksNameItself_ = checksNameItself_ || decision == Decision::accept;
 }
 
-CURLcode CurlTrust::watch(CURL* /*easy*/, void* context, void* self) {
+CURLcode CurlTrust::watch(CURL* easy, void* context, void* self) noexcept {
   auto* sslContext = static_cast<SSL_CTX*>(context);
-  auto signs = std::make_unique<Signs>(static_cast<CurlTrust*>(self)->signs_);
-  if (::SSL_CTX_set_ex_data(sslContext, signsIndex(), signs.get()) != 1) return CURLE_OUT_OF_MEMORY;
+  const char* folder = nullptr;
+  ::curl_easy_getinfo(easy, CURLINFO_CAPATH, &folder);
+  if (folder != nullptr && ::SSL_CTX_load_verify_dir(sslContext, folder) != 1) {
+    return CURLE_SSL_CACERT_BADFILE;
+  }
+  std::unique_ptr<Signs> signs(new (std::nothrow) Signs(static_cast<CurlTrust*>(self)->signs_));
+  if (!signs || ::SSL_CTX_set_ex_data(sslContext, signsIndex(), signs.get()) != 1) {
+    return CURLE_OUT_OF_MEMORY;
+  }
   (void)signs.release();  // the context's
   ::SSL_CTX_set_cert_cb(sslContext, &certificateIsAskedFor, nullptr);
   ::SSL_CTX_set_info_callback(sslContext, &somethingHappened);
@@ -113,27 +127,36 @@ CURLcode CurlTrust::watch(CURL* /*easy*/, void* context, void* self) {
   return CURLE_OK;
 }
 
-CURLcode CurlTrust::watchAndJudge(CURL* easy, void* context, void* self) {
+CURLcode CurlTrust::watchAndJudge(CURL* easy, void* context, void* self) noexcept {
   ::SSL_CTX_set_cert_verify_callback(static_cast<SSL_CTX*>(context), &verify, self);
   return watch(easy, context, self);
 }
 
-int CurlTrust::verify(X509_STORE_CTX* store, void* self) {
-  auto& trust = *static_cast<CurlTrust*>(self);
-  if (!trust.isForHost(store)) return ::X509_verify_cert(store);
+/// No exception may pass through OpenSSL.
+int CurlTrust::verify(X509_STORE_CTX* store, void* self) noexcept {
+  try {
+    return static_cast<CurlTrust*>(self)->judge(store);
+  } catch (const std::bad_alloc&) {
+    ::X509_STORE_CTX_set_error(store, X509_V_ERR_OUT_OF_MEM);
+    return 0;
+  }
+}
+
+int CurlTrust::judge(X509_STORE_CTX* store) {
+  if (!isForHost(store)) return ::X509_verify_cert(store);
   X509* leaf = ::X509_STORE_CTX_get0_cert(store);
   const auto fingerprint = fingerprintOf(leaf);
   if (!fingerprint) {
     ::X509_STORE_CTX_set_error(store, X509_V_ERR_UNSPECIFIED);
     return 0;
   }
-  const auto found = trust.decisions_.find(*fingerprint);
-  if (found == trust.decisions_.end()) {
-    trust.question_ = Question{*fingerprint, presented(store, leaf)};
+  const auto found = decisions_.find(*fingerprint);
+  if (found == decisions_.end()) {
+    question_ = Question{*fingerprint, presented(store, leaf)};
     ::X509_STORE_CTX_set_error(store, X509_V_ERR_APPLICATION_VERIFICATION);
     return 0;
   }
-  if (found->second == Decision::standard) return trust.verifyByDefault(store);
+  if (found->second == Decision::standard) return verifyByDefault(store);
   ::X509_STORE_CTX_set_error(store, X509_V_OK);
   return 1;
 }

@@ -1,5 +1,4 @@
 #include <curl/curl.h>
-#include <openssl/crypto.h>
 
 #include <chrono>
 #include <utility>
@@ -7,6 +6,7 @@
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Detail/OpenSSL.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlLoop.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlURLSession.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/NetworkThreads.hpp"
@@ -166,8 +166,7 @@ namespace {
 class CurlURLSessionFactory final : public URLSessionFactory {
  public:
   CurlURLSessionFactory() {
-    // The library's own clean-up at exit would pull the ground from under the network threads.
-    ::OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
+    setUpOpenSSL();
     if (::curl_global_init(CURL_GLOBAL_DEFAULT) != CURLE_OK) fatalError("libcurl is unusable");
   }
 

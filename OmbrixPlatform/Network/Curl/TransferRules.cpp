@@ -1,5 +1,7 @@
 #include "OmbrixPlatform/Network/Curl/Detail/TransferRules.hpp"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -55,6 +57,13 @@ bool isIdempotent(std::string_view method) noexcept {
   constexpr std::array<std::string_view, 6> kMethods{"GET",    "HEAD",    "PUT",
                                                      "DELETE", "OPTIONS", "TRACE"};
   return std::ranges::find(kMethods, method) != kMethods.end();
+}
+
+bool isLoopback(const std::string& host) noexcept {
+  in_addr address{};
+  // A name may well begin with these digits.
+  return host == "localhost" || host == "::1" ||
+         (host.starts_with("127.") && ::inet_pton(AF_INET, host.c_str(), &address) == 1);
 }
 
 AfterAnswer afterAnswer(const URLRequest& request, const HTTPURLResponse& response, int redirects,

@@ -207,7 +207,7 @@ TEST(OmbrixMeasurementFormatterTests, AbbreviatesInTheUsersLanguage) {
       {"de_DE", "12,9\u00a0TSD. FT", "1,2\u00a0MIO. FT"},
       {"es_US", "12.9\u00a0MIL FT", "1.2\u00a0M FT"},
       {"pt_BR", "12,9\u00a0MIL PÉS", "1,2\u00a0MI PÉS"},
-      {"ca_ES", "12,9M FT", "1,2\u00a0M FT"},
+      {"ca_ES", "12,9\u00a0MIL FT", "1,2\u00a0M FT"},
   };
   for (const Case& test : kCases) {
     const ScopedLocale locale(test.locale);

@@ -1,12 +1,9 @@
 // The other process in tests of user defaults:
 //   defaults-agent <folder> <domain> write <prefix> <count>   sets <prefix>0 … and exits at once
 //   defaults-agent <folder> <domain> contend <prefix> <threads> <count>   see `contend`
-//   defaults-agent <folder> <domain> watch <key> <sentinel>   tells each change of the two keys,
-//                                                             obeys "<key> <value>" lines
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -57,27 +54,6 @@ int contend(UserDefaults& defaults, const std::string& prefix, int threads, int 
   return 0;
 }
 
-int watch(UserDefaults& defaults, const std::string& key, const std::string& sentinel) {
-  std::mutex mutex;
-  const auto say = [&](const KeyValueChange<PropertyList>& change) {
-    const auto* text = change.newValue ? change.newValue->text() : nullptr;
-    const std::lock_guard lock(mutex);
-    std::printf("%s %s %s\n", change.isPrior ? "will" : "did", std::string(change.key).c_str(),
-                text ? text->c_str() : "-");
-    std::fflush(stdout);
-  };
-  using enum KeyValueObservingOptions;
-  const auto token = defaults.observe(key, newValue | prior, say);
-  const auto end = defaults.observe(sentinel, newValue, say);
-  std::puts("watching");
-  std::fflush(stdout);
-  for (std::string line; std::getline(std::cin, line);) {
-    const auto blank = line.find(' ');
-    defaults.setObject(line.substr(blank + 1), line.substr(0, blank));
-  }
-  return 0;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -88,6 +64,5 @@ int main(int argc, char** argv) {
   if (command == "contend" && argc == 7) {
     return contend(*defaults, argv[4], std::stoi(argv[5]), std::stoi(argv[6]));
   }
-  if (command == "watch") return watch(*defaults, argv[4], argv[5]);
   return 2;
 }

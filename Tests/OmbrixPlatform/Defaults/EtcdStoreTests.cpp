@@ -1,14 +1,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <openssl/crypto.h>
 #include <sys/file.h>
 
 #include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <future>
 #include <mutex>
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/CertificateAuthorities.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
@@ -181,37 +185,6 @@ TEST_F(EtcdStoreTests, ASetterWaitsForNobody) {
   EXPECT_EQ(device("phone")->longLongForKey("n"), 4);
 }
 
-// Catches changes lost while the server is away, in a running program and over its restart.
-TEST_F(EtcdStoreTests, WhatIsChangedWithoutTheServerIsSentWhenItIsBack) {
-  auto phone = device("phone");
-  const auto desktop = device("desktop");
-  phone->setObject(1, "kept");
-  phone->setObject(1, "replaced");
-  ASSERT_TRUE(phone->synchronize());
-  ASSERT_TRUE(desktop->synchronize());
-  Changes atDesktop(*desktop);
-
-  server->stop();
-  EXPECT_FALSE(phone->synchronize());
-  phone->setObject(2, "replaced");
-  phone->removeObjectForKey("kept");
-  desktop->setObject("d", "of the desktop");
-  phone.reset();
-  phone = device("phone");  // the program is started again
-  EXPECT_EQ(phone->longLongForKey("replaced"), 2);
-  EXPECT_FALSE(phone->synchronize());
-  server->start();
-
-  ASSERT_TRUE(atDesktop.waitFor(Store::ChangeReason::serverChange, "replaced"));
-  // Each sends; whoever has read before the other sent reads again.
-  ASSERT_TRUE(phone->synchronize());
-  ASSERT_TRUE(desktop->synchronize());
-  ASSERT_TRUE(phone->synchronize());
-  const PropertyList::Dictionary expected{{"replaced", 2}, {"of the desktop", "d"}};
-  EXPECT_EQ(phone->dictionaryRepresentation(), expected);
-  EXPECT_EQ(desktop->dictionaryRepresentation(), expected);
-}
-
 // Catches a first reading that is not told, and values of another user that get in.
 TEST_F(EtcdStoreTests, ANewDeviceIsToldOfWhatIsThere) {
   device("phone")->setObject("miles", "units");
@@ -322,6 +295,18 @@ TEST(EtcdConfigurationTests, RefusesWhatIsNoAddressAndNoName) {
                                                 .folder = "/tmp",
                                                 .domain = "a"}),
                platform::Error);
+}
+
+// Catches OpenSSL cleaned up, as it does by itself, while network threads still use it.
+TEST(EtcdConfigurationDeathTests, OpenSSLOutlivesTheEndOfTheProcess) {
+  const auto useAndExit = [] {
+    std::atexit([] {  // called last
+      if (::OPENSSL_init_crypto(0, nullptr) == 1) std::fputs("still there", stderr);
+    });
+    EXPECT_THROW(detail::CertificateAuthorities("/dev/null").check(), platform::Error);
+    std::exit(0);
+  };
+  EXPECT_EXIT(useAndExit(), ::testing::ExitedWithCode(0), "still there");
 }
 
 }  // namespace

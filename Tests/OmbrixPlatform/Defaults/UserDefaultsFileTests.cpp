@@ -2,6 +2,10 @@
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
@@ -12,6 +16,7 @@
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
+#include "OmbrixTesting/WithoutOverride.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -108,6 +113,60 @@ TEST_F(UserDefaultsFileTests, AFailedReplacementLeavesTheOldFile) {
   defaults->setObject(3, "m");
   defaults->synchronize();
   EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"n", 2}, {"m", 3}}));
+}
+
+// Catches a run as another user, such as root's, that keeps a user out of his settings from then
+// on, and a file that others may read no more.
+TEST_F(UserDefaultsFileTests, TheFileStaysWhoseItIs) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can make a file of somebody else";
+  constexpr uid_t kUser = 12345;
+  struct Case {
+    const char* name;
+    std::optional<mode_t> mode;  // of the user's file; nothing: there is none
+    bool mayGiveAway;
+    bool isSaved;
+    mode_t expected;
+  };
+  constexpr Case kCases[] = {
+      {"replaced", 0640, true, true, 0640},
+      {"made", std::nullopt, true, true, 0600},
+      {"written over, since all may", 0666, false, true, 0666},
+      {"left alone", 0644, false, false, 0644},
+  };
+  for (const Case& row : kCases) {
+    SCOPED_TRACE(row.name);
+    const testing::ScopedDir home;
+    const auto file = home.path() / "test.plist";
+    if (row.mode) {
+      home.write(
+          "test.plist",
+          textOf(PropertyListSerialization::write(PropertyList::Dictionary{{"units", "british"}})));
+      ASSERT_EQ(::chown(file.c_str(), kUser, kUser) + ::chmod(file.c_str(), *row.mode), 0);
+    }
+    ASSERT_EQ(row.mayGiveAway ? ::chown(home.path().c_str(), kUser, kUser) : 0, 0);
+    {
+      std::optional<testing::WithoutOverride> withoutOverride;
+      if (!row.mayGiveAway) withoutOverride.emplace();
+      const auto defaults = UserDefaults::make(
+          {.folder = home.path(), .domain = "test", .onError = [this](auto& error) {
+             errors.add(error);
+           }});
+      defaults->setObject(1, "n");
+      EXPECT_EQ(defaults->synchronize(), row.isSaved);
+    }
+    for (const char* made : {"test.plist", ".test.plist.lock"}) {
+      struct stat found{};
+      ASSERT_EQ(::stat((home.path() / made).c_str(), &found), 0);
+      const bool isFile = fs::path(made) == file.filename();
+      EXPECT_EQ(found.st_uid, isFile || row.mayGiveAway ? kUser : 0) << made;
+      EXPECT_EQ(found.st_mode & 07777, isFile ? row.expected : 0600) << made;
+    }
+    EXPECT_FALSE(fs::exists(home.path() / ".test.plist.new"));
+    EXPECT_THAT(errors.take(), ::testing::SizeIs(row.isSaved ? 0 : 1));
+    const auto read = UserDefaults::make({.folder = home.path(), .domain = "test"});
+    EXPECT_EQ(read->integerForKey("n"), row.isSaved ? 1 : 0);
+    EXPECT_EQ(read->stringForKey("units").has_value(), row.mode.has_value());
+  }
 }
 
 // Catches a file that is replaced although it could not be read, and a wait without end on what

@@ -1,4 +1,3 @@
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <memory>
@@ -12,7 +11,6 @@ namespace ombrix::platform {
 namespace {
 
 using testing::ChildProcess;
-using ::testing::ElementsAre;
 
 class UserDefaultsProcessTests : public ::testing::Test {
  protected:
@@ -30,35 +28,6 @@ class UserDefaultsProcessTests : public ::testing::Test {
 
   testing::ScopedDir dir;
 };
-
-std::vector<std::string> linesUntil(ChildProcess& process, const std::string& last) {
-  std::vector<std::string> lines;
-  while (auto line = process.readLine()) {
-    if (*line == last) return lines;
-    lines.push_back(std::move(*line));
-  }
-  lines.push_back("(no \"" + last + "\")");
-  return lines;
-}
-
-// Catches a change that the other process is not told of, or that either is told of twice.
-TEST_F(UserDefaultsProcessTests, TwoProcessesSeeEachOthersChangesOnce) {
-  const auto first = start({"watch", "units", "end"});
-  const auto second = start({"watch", "units", "end"});
-  ASSERT_EQ(first->readLine(), "watching");
-  ASSERT_EQ(second->readLine(), "watching");
-  for (const auto* value : {"miles", "british"}) {
-    const auto& writer = value[0] == 'm' ? first : second;
-    writer->send(std::string("units ") + value);
-    for (const auto& process : {first.get(), second.get()}) {
-      EXPECT_EQ(process->readLine(), "will units -");
-      EXPECT_EQ(process->readLine(), std::string("did units ") + value);
-    }
-  }
-  first->send("end now");
-  EXPECT_THAT(linesUntil(*first, "did end now"), ElementsAre());
-  EXPECT_THAT(linesUntil(*second, "did end now"), ElementsAre());
-}
 
 // Catches a writer that overwrites what another has written since it last looked, and values that a
 // process takes with it when it ends.

@@ -76,6 +76,16 @@ TEST(TransferRulesTests, AnswersLeadOn) {
   }
 }
 
+// Catches names that pass by the proxy, though a name service elsewhere says what they are.
+TEST(TransferRulesTests, ThisMachineIsReachedWithoutAProxy) {
+  for (const char* host : {"localhost", "127.0.0.1", "127.255.1.2", "::1"}) {
+    EXPECT_TRUE(isLoopback(host)) << host;
+  }
+  for (const char* host : {"127.evil.invalid", "127.0.0.1.evil.invalid", "127.", "128.0.0.1", ""}) {
+    EXPECT_FALSE(isLoopback(host)) << host;
+  }
+}
+
 // Catches answers delivered before the delegate allows them, questions put twice, and bodies that
 // pile up or stand still.
 TEST(DelegateConversationTests, NothingGoesOnBeforeItIsAllowed) {

@@ -1,8 +1,14 @@
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
+#include <array>
+#include <chrono>
 #include <cmath>
 
 #include "CachingSamples.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
@@ -345,6 +351,51 @@ TEST(URLCacheSessionTests, StandsInForAServerThatIsGone) {
     EXPECT_EQ(testing::fetch(*patient, testing::requestTo(kNowhere)).summary(), "200 body") << i;
   }
   patient->invalidateAndCancel();
+}
+
+/// A port at which nobody answers, not even to refuse: one waits there to be let in, more may not.
+std::array<detail::Descriptor, 2> silentPort(std::string& url) {
+  std::array ends{detail::Descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+                  detail::Descriptor(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))};
+  sockaddr_in address{};
+  auto* where = reinterpret_cast<sockaddr*>(&address);
+  socklen_t size = sizeof address;
+  ::listen(ends[0].get(), 0);
+  ::getsockname(ends[0].get(), where, &size);
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::connect(ends[1].get(), where, size) == 0) {
+    url = "http://127.0.0.1:" + std::to_string(ntohs(address.sin_port)) + "/";
+  }
+  return ends;
+}
+
+// Catches a stale answer withheld while others find out, until their time-out, that the server is
+// still gone.
+TEST(URLCacheSessionTests, StandsInWhileAServerIsTriedAgain) {
+  const auto clock = std::make_shared<testing::ManualClock>();
+  const testing::ScopedService scopedClock(services().clock, std::shared_ptr<Clock>(clock));
+  const testing::ScopedService paths(
+      services().pathMonitorFactory,
+      std::shared_ptr<NWPathMonitorFactory>(std::make_shared<testing::ManualPathMonitorFactory>()));
+  std::string url;
+  const auto port = silentPort(url);
+  ASSERT_NE(url, "");
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.urlCache = URLCache::make(1 << 20, 0, std::nullopt);
+  configuration.waitsForConnectivity = true;
+  configuration.timeoutIntervalForResource = TimeInterval(999999999);  // however far the clock runs
+  configuration.urlCache->storeCachedResponse(
+      answerOf(200, "Cache-Control: max-age=0, stale-if-error=999999999", "body", url),
+      requestFor(url));
+  const auto session = URLSession::make(configuration);
+  const auto waiting = testing::start(*session, testing::requestTo(url + "other"));
+  // The first attempt ends after a minute; the clock stands still once the second is under way.
+  ASSERT_TRUE(testing::eventually([&] {
+    clock->advance(std::chrono::seconds(1));
+    return waiting.task->metrics().waiting >= std::chrono::minutes(1);
+  }));
+  EXPECT_EQ(testing::fetch(*session, testing::requestTo(url)).summary(), "200 body");
+  session->close();
 }
 
 }  // namespace

@@ -1,19 +1,25 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <filesystem>
+#include <fstream>
+#include <functional>
 #include <future>
 #include <map>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
-#include "OmbrixPlatform/Network/Curl/Detail/TransferTask.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/TestServer.hpp"
 #include "SessionSupport.hpp"
+#include "Tools/DevServer/HTTP/Compression.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -39,7 +45,7 @@ TestServer::Options tlsOptions(Certificate certificate) {
 /// Writes down what it is asked and told, on which queue, and answers as it is set up.
 class RecordingDelegate : public URLSessionDelegate {
  public:
-  enum class Manner { now, later, dropped };
+  enum class Manner { now, later, dropped, held };
 
   testing::EventLog log;
   Manner manner = Manner::now;
@@ -50,6 +56,11 @@ class RecordingDelegate : public URLSessionDelegate {
   ResponseDisposition response = ResponseDisposition::allow;
   std::atomic<int> challenges = 0;
   std::atomic<bool> wasElsewhere = false;  // a call off the delegate queue
+
+  /// Gives the answers that were held.
+  void release() {
+    for (auto& call : std::exchange(held_, {})) call();
+  }
 
   [[nodiscard]] bool judgesServers(const std::string&) const override { return judges; }
   void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
@@ -104,6 +115,9 @@ class RecordingDelegate : public URLSessionDelegate {
         return ThreadPool::shared().post(std::move(call));
       case Manner::dropped:
         return;
+      case Manner::held:
+        held_.emplace_back(std::move(call));
+        return;
     }
   }
 
@@ -113,6 +127,7 @@ class RecordingDelegate : public URLSessionDelegate {
   }
 
   std::string received_;
+  std::vector<std::move_only_function<void()>> held_;
 };
 
 std::shared_ptr<URLSession> sessionFor(const std::shared_ptr<URLSessionDelegate>& delegate) {
@@ -214,18 +229,6 @@ TEST(URLSessionDelegateTests, TrustHoldsForOneCertificateInOneSession) {
               Code::serverCertificateUntrusted);
     delegate->trust = Trust::useCredential;
   }
-}
-
-// Catches a task that was cancelled meanwhile deciding about a certificate for all others.
-TEST(URLSessionDelegateTests, TasksThatAreOverDecideNothing) {
-  const auto session = sessionFor(std::make_shared<RecordingDelegate>());
-  auto running = testing::prepare(*session, requestTo("https://localhost/"));
-  running.task->cancel();
-  EXPECT_EQ(running.outcome().code(), Code::cancelled);
-  session->delegateQueue()->sync([] {});
-  const auto task = std::dynamic_pointer_cast<detail::TransferTask>(running.task);
-  ASSERT_NE(task, nullptr);
-  EXPECT_FALSE(task->askAboutTrust({}, [](auto) { ADD_FAILURE(); }));
 }
 
 // Catches a proxy's certificate judged as that of the server behind it.
@@ -374,11 +377,12 @@ TEST(URLSessionDelegateTests, TasksWithoutAHandlerStreamToTheDelegate) {
 /// Adds up what it is handed, and tells of the end.
 class CountingDelegate : public URLSessionDelegate {
  public:
-  std::size_t bytes = 0;
+  std::size_t bytes = 0, largestPiece = 0;
   std::promise<bool> isWhole;  // told without an error
 
   void didReceiveData(URLSession&, URLSessionDataTask&, DataView data) override {
     bytes += data.size();
+    largestPiece = std::max(largestPiece, data.size());
   }
   void didComplete(URLSession&, URLSessionTask&,
                    const std::shared_ptr<const Error>& error) override {
@@ -407,6 +411,24 @@ TEST(URLSessionDelegateTests, ACancelledStreamIsWholeOrAnError) {
     ASSERT_EQ(isWhole.wait_for(std::chrono::minutes(1)), std::future_status::ready);
     ASSERT_TRUE(!isWhole.get() || delegate->bytes == kBytes) << round;
   }
+}
+
+// Catches a decompression bomb that reaches a delegate in one piece, or to its end.
+TEST(URLSessionDelegateTests, ABombIsStreamedInPiecesAndNotToItsEnd) {
+  TestServer server(TestServer::Wire::plain);
+  server.route("GET", "/bomb", [](const auto&) {
+    return devserver::Response{
+        .headers = {{"Content-Encoding", "gzip"}},
+        .body = devserver::compressed(std::string(60'000'000, ' '), devserver::Compression::gzip)};
+  });
+  const auto delegate = std::make_shared<CountingDelegate>();
+  auto isWhole = delegate->isWhole.get_future();
+  const auto session = sessionFor(delegate);
+  session->dataTask(requestTo(server.url("/bomb")), nullptr)->resume();
+  ASSERT_EQ(isWhole.wait_for(std::chrono::minutes(1)), std::future_status::ready);
+  EXPECT_FALSE(isWhole.get());
+  EXPECT_LT(delegate->bytes, 20'000'000U);
+  EXPECT_LT(delegate->largestPiece, 1'000'000U);
 }
 
 // Catches sessions that take tasks after their end, or end before their tasks.
@@ -446,6 +468,63 @@ TEST(URLSessionDelegateTests, SessionsEndOnceTheirTasksHave) {
     session = nullptr;
     EXPECT_TRUE(server.waitUntilDisconnected()) << "the session's sockets go with it";
   }
+}
+
+// Catches tasks without an outcome, and answers to questions that are heard after their session.
+TEST(URLSessionDelegateTests, SessionsAreCancelledInTheMiddleOfAQuestion) {
+  TestServer plain(TestServer::Wire::plain);
+  TestServer secure;
+  const std::pair<std::string, std::string> cases[] = {
+      {secure.url("/echo"), "challenge api.ombrix.test"},
+      {plain.url("/redirect?to=/echo"), "redirect 302"},
+      {plain.url("/echo"), "response 200"},
+  };
+  for (const auto& [url, question] : cases) {
+    SCOPED_TRACE(question);
+    const auto delegate = std::make_shared<RecordingDelegate>();
+    delegate->manner = RecordingDelegate::Manner::held;
+    delegate->trust = Trust::useCredential;
+    auto session = sessionFor(delegate);
+    auto running = testing::start(*session, requestTo(url));
+    delegate->log.takeOnce(question);
+    session->invalidateAndCancel();
+    EXPECT_EQ(running.outcome().code(), Code::cancelled);
+    delegate->log.takeOnce("invalid");
+    delegate->release();
+    session->close();
+    EXPECT_THAT(delegate->log.take(), IsEmpty());
+    session = nullptr;
+    running.task = nullptr;
+    EXPECT_TRUE(plain.waitUntilDisconnected() && secure.waitUntilDisconnected());
+  }
+}
+
+// Catches the system's certificates read anew for each connection, which holds all others up.
+TEST(URLSessionDelegateTests, TheSystemsCertificatesAreReadOnce) {
+  const auto bundle = std::filesystem::file_size(::curl_version_info(CURLVERSION_NOW)->cainfo);
+  const auto bytesRead = [] {
+    std::string name;
+    std::uintmax_t bytes = 0;
+    std::ifstream("/proc/self/io") >> name >> bytes;
+    return bytes;
+  };
+  TestServer server;
+  server.route("GET", "/held", [](const auto&) {
+    return testing::held("gate", devserver::Response::text("at last"));
+  });
+  const auto delegate = std::make_shared<RecordingDelegate>();
+  delegate->trust = Trust::useCredential;
+  const auto session = sessionFor(delegate);
+  const auto before = bytesRead();
+  constexpr int kConnections = 6;
+  std::vector<testing::RunningTask> tasks;
+  for (int i = 0; i < kConnections; ++i) {
+    tasks.push_back(testing::start(*session, requestTo(server.url("/held"))));
+  }
+  ASSERT_TRUE(server.waitUntilHeld(kConnections));
+  EXPECT_LT(bytesRead() - before, kConnections / 2 * bundle);
+  server.openGate("gate");
+  for (auto& task : tasks) EXPECT_EQ(task.outcome().status(), 200);
 }
 
 // Catches transfers that die with the last reference to their session.

@@ -3,10 +3,10 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <zlib.h>
 
 #include <map>
 #include <mutex>
+#include <random>
 #include <set>
 
 #include "OmbrixPlatform/Services.hpp"
@@ -17,39 +17,31 @@
 #include "OmbrixTesting/ScopedService.hpp"
 #include "OmbrixTesting/TestServer.hpp"
 #include "SessionSupport.hpp"
+#include "Tools/DevServer/HTTP/Compression.hpp"
 
 namespace ombrix::platform {
 namespace {
 
 using namespace std::chrono_literals;
+using devserver::compressed;
 using testing::eventually;
 using testing::fetch;
 using testing::requestTo;
 using testing::TestServer;
+using enum devserver::Compression;
 using Code = URLError::Code;
-
-// Window bits as zlib takes them.
-constexpr int kGzip = 31;
-constexpr int kZlib = 15;
-constexpr int kBare = -15;
-
-std::string deflated(std::string_view text, int windowBits) {
-  z_stream stream{};
-  ::deflateInit2(&stream, 9, Z_DEFLATED, windowBits, 8, Z_DEFAULT_STRATEGY);
-  std::string output(text.size() + 200, '\0');
-  stream.next_in = const_cast<Bytef*>(reinterpret_cast<const Bytef*>(text.data()));
-  stream.avail_in = static_cast<uInt>(text.size());
-  stream.next_out = reinterpret_cast<Bytef*>(output.data());
-  stream.avail_out = static_cast<uInt>(output.size());
-  ::deflate(&stream, Z_FINISH);
-  output.resize(stream.total_out);
-  ::deflateEnd(&stream);
-  return output;
-}
 
 std::string answer(std::string_view fields, std::string_view body) {
   return "HTTP/1.1 200 OK\r\n" + std::string(fields) +
          "Content-Length: " + std::to_string(body.size()) + "\r\n\r\n" + std::string(body);
+}
+
+/// A text that packs to little less than a number of bytes in the front, and to nearly none behind.
+std::string explosive(std::size_t packedBytes) {
+  std::string text(20'000'000, ' ');
+  std::minstd_rand random;
+  for (std::size_t i = 0; i < packedBytes; ++i) text[i] = static_cast<char>(random());
+  return text;
 }
 
 std::string manyFields(int count) {
@@ -65,8 +57,9 @@ std::string summaryOf(Code code) { return "error " + std::to_string(static_cast<
 // an answer before, whose traces must harm nothing.
 TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
   const std::string text(5000, 'x');
-  const std::string gzip = deflated(text, kGzip);
+  const std::string packed = compressed(text, gzip);
   const std::string coded = "Content-Encoding: gzip\r\n";
+  const std::string dense = explosive(85'000);  // to 190 times its size; with 75,000 to 212
   const std::string chunked = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
   struct Case {
     const char* name;
@@ -82,11 +75,11 @@ TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
       {"length said twice",      answer("Content-Length: 3\r\n", "abc"), false, "200 abc"},
       {"interim answers",        "HTTP/1.1 103 Early Hints\r\nX: y\r\n\r\n" + answer("", "abc"), false, "200 abc"},
       {"folded field",           answer("X-Folded: a\r\n b\r\n", "abc"), false, "200 abc"},
-      {"gzip",                   answer(coded, gzip), false, "200 " + text},
-      {"gzip in two members",    answer(coded, gzip + gzip), false, "200 " + text + text},
-      {"deflate",                answer("Content-Encoding: deflate\r\n", deflated(text, kZlib)), false, "200 " + text},
-      {"deflate, bare",          answer("Content-Encoding: deflate\r\n", deflated(text, kBare)), false, "200 " + text},
-      {"several codings",        answer("Content-Encoding: gzip, gzip\r\n", gzip), false, "200 " + gzip},
+      {"gzip",                   answer(coded, packed), false, "200 " + text},
+      {"gzip in two members",    answer(coded, packed + packed), false, "200 " + text + text},
+      {"deflate",                answer("Content-Encoding: deflate\r\n", compressed(text, zlib)), false, "200 " + text},
+      {"deflate, bare",          answer("Content-Encoding: deflate\r\n", compressed(text, bareDeflate)), false, "200 " + text},
+      {"several codings",        answer("Content-Encoding: gzip, gzip\r\n", packed), false, "200 " + packed},
       {"empty gzip",             answer(coded, ""), false, "200 "},
 
       {"nothing",                "", false, summaryOf(Code::networkConnectionLost)},
@@ -104,12 +97,13 @@ TEST(URLSessionFaultTests, EveryAnswerIsWholeOrAnError) {
       {"length below zero",      "HTTP/1.1 200 OK\r\nContent-Length: -3\r\n\r\nabc", false, summaryOf(Code::cannotParseResponse)},
       {"chunks cut short",       chunked + "3\r\nabc\r\n", false, summaryOf(Code::networkConnectionLost)},
       {"chunks without lengths", chunked + "xyz\r\n", false, summaryOf(Code::cannotParseResponse)},
-      {"gzip cut, length right", answer(coded, gzip.substr(0, gzip.size() - 5)), false, summaryOf(Code::cannotDecodeContentData)},
+      {"gzip cut, length right", answer(coded, packed.substr(0, packed.size() - 5)), false, summaryOf(Code::cannotDecodeContentData)},
       {"gzip damaged",           answer(coded, "no gzip"), false, summaryOf(Code::cannotDecodeContentData)},
-      {"bytes after the gzip",   answer(coded, gzip + "tail"), false, summaryOf(Code::cannotDecodeContentData)},
+      {"bytes after the gzip",   answer(coded, packed + "tail"), false, summaryOf(Code::cannotDecodeContentData)},
       {"unknown coding",         answer("Content-Encoding: own\r\n", "abc"), false, "200 abc"},
-      {"small, if explosive",    answer(coded, deflated(std::string(15'000'000, ' '), kGzip)), false, "200 " + std::string(15'000'000, ' ')},
-      {"explosive",              answer(coded, deflated(std::string(20'000'000, ' '), kGzip)), false, summaryOf(Code::cannotDecodeContentData)},
+      {"almost explosive",       answer(coded, compressed(dense, gzip)), false, "200 " + dense},
+      {"a little explosive",     answer(coded, compressed(explosive(75'000), gzip)), false, summaryOf(Code::cannotDecodeContentData)},
+      {"small, if explosive",    answer(coded, compressed(std::string(15'000'000, ' '), gzip)), false, "200 " + std::string(15'000'000, ' ')},
       {"blank before a colon",   "HTTP/1.1 200 OK\r\nContent-Length : 100\r\n\r\nabc", false, summaryOf(Code::badServerResponse)},
       {"chunked, with a blank",  "HTTP/1.1 200 OK\r\nTransfer-Encoding : chunked\r\n\r\n3\r\nabc\r\n0\r\n\r\n", false, summaryOf(Code::badServerResponse)},
       {"chunked, a parameter",   "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked;q=1\r\n\r\n3\r\nabc\r\n0\r\n\r\n", false, summaryOf(Code::badServerResponse)},

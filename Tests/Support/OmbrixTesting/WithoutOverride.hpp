@@ -5,7 +5,8 @@
 namespace ombrix::testing {
 
 /// Makes file permissions count for this thread during its scope, also for root, who otherwise may
-/// read and write everything: a test of a folder without permission then runs for every user.
+/// read and write everything and give files away: a test of a folder without permission then runs
+/// for every user. Threads that start meanwhile are held to them, too.
 class WithoutOverride {
  public:
   WithoutOverride();

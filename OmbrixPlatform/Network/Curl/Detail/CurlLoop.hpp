@@ -43,7 +43,8 @@ struct CurlHost {
   bool isOffline = false;                          // nothing starts before:
   TimePoint retryAt{};
   std::chrono::milliseconds retryDelay{};
-  std::shared_ptr<const URLError> connectivityFailure;  // why it is offline
+  // Why it is offline, or was until those that are under way try again.
+  std::shared_ptr<const URLError> connectivityFailure;
 };
 
 /// The network thread of one session: a libcurl multi handle, the queues in front of it and the
@@ -106,6 +107,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void flushTogether();
   void ended(CurlExchange& exchange, CURLcode code);
   void failed(CurlExchange& exchange, const CurlFailure& failure);
+  static void isReached(CurlHost& host);
   void requeue(const std::shared_ptr<Transfer>& transfer);
   void awaitConnectivity(const std::shared_ptr<Transfer>& transfer);
   static void tellOfMissingConnectivity(Transfer& transfer);

@@ -2,9 +2,9 @@
 
 #include <curl/curl.h>
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -61,12 +61,13 @@ class CurlSockets {
   static constexpr std::uint64_t kNoRequest = ~std::uint64_t{};
   static constexpr std::size_t kEndedKept = 64;
 
-  static int close(void* self, curl_socket_t descriptor);
+  static int close(void* self, curl_socket_t descriptor) noexcept;
 
   [[nodiscard]] const Socket* find(std::uint64_t number) const noexcept;
 
   std::vector<Socket> sockets_;
-  std::deque<std::uint64_t> endedInAnswers_;  // the last of them
+  std::array<std::uint64_t, kEndedKept> endedInAnswers_{};  // the last of them, in a ring
+  std::size_t endings_ = 0;
   std::uint64_t lastNumber_ = 0;
 };
 

@@ -59,9 +59,10 @@ class CurlTrust {
   }
 
  private:
-  static CURLcode watch(CURL* easy, void* context, void* self);
-  static CURLcode watchAndJudge(CURL* easy, void* context, void* self);
-  static int verify(struct x509_store_ctx_st* store, void* self);
+  static CURLcode watch(CURL* easy, void* context, void* self) noexcept;
+  static CURLcode watchAndJudge(CURL* easy, void* context, void* self) noexcept;
+  static int verify(struct x509_store_ctx_st* store, void* self) noexcept;
+  int judge(struct x509_store_ctx_st* store);
   [[nodiscard]] bool isForHost(struct x509_store_ctx_st* store) const;
   int verifyByDefault(struct x509_store_ctx_st* store) const;
 

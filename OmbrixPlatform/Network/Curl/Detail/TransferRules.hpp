@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 
 #include "OmbrixPlatform/Network/URLError.hpp"
@@ -70,5 +71,8 @@ enum class AfterFailure : std::uint8_t {
 };
 
 [[nodiscard]] AfterFailure afterFailure(const FailedExchange& exchange) noexcept;
+
+/// Whether a host is this machine, which no proxy is asked for.
+[[nodiscard]] bool isLoopback(const std::string& host) noexcept;
 
 }  // namespace ombrix::platform::detail
