@@ -21,7 +21,9 @@ inline void tryTrack(platform::DataView bytes, TrackFormat format) {
       return readTrack(platform::bytesOf(writeTrack(from, other)), other);
     };
     const Track once = again(track);
-    if (once.fixes.size() > track.fixes.size() || once.skipped > 0) std::abort();
+    if (once.fixes.size() > track.fixes.size() || once.skipped > 0 || !once.fault.empty()) {
+      std::abort();
+    }
     if (again(once).fixes.size() != once.fixes.size()) std::abort();
   }
 }

@@ -86,6 +86,8 @@ int main(int argc, char** argv) {
     return app.exit(help);
   } catch (const CLI::ParseError& error) {
     return complain(std::string(error.what()) + "; see ombrix --help", kWrongArguments);
+  } catch (const std::bad_alloc&) {
+    return complain("there is not memory enough", kFailed);
   } catch (const std::exception& error) {
     return complain(error.what(), kFailed);
   }

@@ -3,6 +3,7 @@
 
 #include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
 #include "OmbrixDay/Filters/FixSieve.hpp"
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 
 namespace ombrix::detail {
 namespace {
@@ -42,8 +43,14 @@ std::optional<CleanFix> FixSieve::push(const FedFix& fed) {
   taken.longitude = fix.coordinate.longitude;
   taken.east = wrappedDegrees(taken.longitude - originLongitude_) * metersPerDegreeEast_;
   taken.north = (taken.latitude - originLatitude_) * metersPerDegreeNorth_;
-  taken.recordedAltitude = fix.altitude;
-  taken.altitude = fix.altitude - stepOffset_;
+  taken.knowsAltitude = hasAltitude(fix);
+  if (taken.knowsAltitude) {
+    // All before was on 0: what follows goes on from there.
+    if (!lastAltitude_ && end_ > 0) stepOffset_ = fix.altitude;
+    lastAltitude_ = fix.altitude;
+  }
+  taken.recordedAltitude = lastAltitude_.value_or(0);
+  taken.altitude = taken.recordedAltitude - stepOffset_;
   taken.speed = fix.speed;
   taken.heartRate = fed.heartRate;
   ++end_;
@@ -127,7 +134,7 @@ bool FixSieve::isOffTheLine(std::size_t index) const {
 }
 
 void FixSieve::takeOutStep(std::size_t index) {
-  if (index == to_) return;
+  if (index == to_ || !at(index).knowsAltitude || !at(index + 1).knowsAltitude) return;
   const double dt = at(index + 1).time - at(index).time;
   const double rise = at(index + 1).altitude - at(index).altitude;
   if (dt > kStepSeconds || std::abs(rise) < kStepMeters + kStepMetersPerSecond * dt) return;

@@ -17,6 +17,7 @@ struct CleanFix {
   double east = 0, north = 0;   ///< metres from the first fix, on a plane at its latitude
   double altitude = 0;          ///< metres, without spikes, steps taken out
   double recordedAltitude = 0;  ///< metres, without spikes, steps left in
+  bool knowsAltitude = false;   ///< Else the altitudes are those of the last fix that did, or 0.
   double speed = 0;             ///< m/s, without spikes
   double heartRate = 0;         ///< beats per minute; 0 for none
 };
@@ -26,7 +27,8 @@ struct CleanFix {
 /// A fix is judged by up to three neighbours on either side, so fixes come out three later than
 /// they went in. Positions that leave the line their neighbours draw are dropped; lone altitudes
 /// and speeds far from their neighbours' are replaced by what these say; a lasting jump of the
-/// altitude, faster than anybody falls, is taken out of all altitudes behind it.
+/// altitude, faster than anybody falls, is taken out of all altitudes behind it. A fix without an
+/// altitude stays on that of the last one which had it.
 ///
 /// Source: Hampel's identifier (median and median absolute deviation of a moving window) on
 /// residuals against a straight line whose slope is the median of the successive slopes.
@@ -64,6 +66,7 @@ class FixSieve {
   double originLatitude_ = 0, originLongitude_ = 0;
   double metersPerDegreeEast_ = 0, metersPerDegreeNorth_ = 0;
   double stepOffset_ = 0;  ///< Sum of the altitude steps taken out so far.
+  std::optional<double> lastAltitude_;
   bool hasOrigin_ = false;
 };
 

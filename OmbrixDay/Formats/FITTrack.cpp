@@ -1,8 +1,10 @@
 // FIT activity files: record and lap messages, after the protocol's public description.
 
+#include <algorithm>
 #include <array>
-#include <cmath>
 #include <cstdint>
+#include <limits>
+#include <optional>
 #include <vector>
 
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
@@ -13,6 +15,23 @@ namespace {
 constexpr double kEpoch = 631'065'600;  // 1989-12-31 00:00:00 UTC
 constexpr double kDegreesPerSemicircle = 180.0 / 2'147'483'648.0;
 constexpr std::uint16_t kRecord = 20, kLap = 19;
+
+/// The fields that are read, of records and laps alike.
+enum Value : std::uint8_t {
+  latitude,
+  longitude,
+  altitudeOrStart,
+  heartRate,
+  speed,
+  accuracy,
+  finerSpeed,
+  finerAltitude,
+  time,
+  kValues
+};
+
+/// The numbers by which messages name them.
+constexpr std::array<std::uint8_t, kValues> kFieldNumbers = {0, 1, 2, 3, 6, 31, 73, 78, 253};
 
 /// The protocol's checksum, four bits at a time.
 std::uint16_t checksum(platform::DataView bytes) {
@@ -30,8 +49,10 @@ std::uint16_t checksum(platform::DataView bytes) {
   return sum;
 }
 
+/// Where a value that is read stands in a message.
 struct Field {
-  std::uint8_t number, size, type;
+  std::size_t value, offset;
+  std::uint8_t size, type;
 };
 
 struct Definition {
@@ -43,16 +64,19 @@ struct Definition {
 
 class Reader {
  public:
-  explicit Reader(platform::DataView bytes) : bytes_(bytes) {}
+  Reader(platform::DataView bytes, Track& track) : bytes_(bytes), track_(track) {}
 
-  Track read() {
+  /// @throws TrackFormatError the first fault, once all is read that can be
+  void read() {
     // Files may stand one behind the other; each has its header and checksum.
     do readFile();
     while (!bytes_.empty());
-    return std::move(track_);
+    if (fault_ != nullptr) throw TrackFormatError(fault_);
   }
 
  private:
+  using Values = std::array<std::optional<std::int64_t>, kValues>;
+
   [[nodiscard]] static std::uint64_t number(platform::DataView bytes, bool isBigEndian) {
     std::uint64_t value = 0;
     for (std::size_t i = 0; i < bytes.size(); ++i) {
@@ -63,7 +87,7 @@ class Reader {
   }
 
   platform::DataView take(std::size_t count) {
-    if (count > data_.size()) throw TrackFormatError("a message is cut off");
+    if (count > data_.size()) throw BrokenMessage{"a message is cut off"};
     const platform::DataView taken = data_.first(count);
     data_ = data_.subspan(count);
     return taken;
@@ -74,21 +98,43 @@ class Reader {
     const std::size_t header = bytes_.empty() ? 0 : std::to_integer<std::size_t>(bytes_[0]);
     if (header < 12 || bytes_.size() < header ||
         number(bytes_.subspan(8, 4), false) != 0x5449'462E) {
-      throw TrackFormatError("it has no header");
+      tell(isFirst_ ? "it has no header" : "what stands behind its end is no such file");
+      bytes_ = {};
+      return;
     }
+    isFirst_ = false;
     const std::uint64_t size = number(bytes_.subspan(4, 4), false);
-    if (size > bytes_.size() - header || bytes_.size() - header - size < 2) {
-      throw TrackFormatError("it is cut off");
+    // A device writes the size last: what it could not finish has none.
+    if (size > bytes_.size() - header || bytes_.size() - header - size < 2 ||
+        (size == 0 && bytes_.size() - header > 2)) {
+      tell("it is cut off");
+      data_ = bytes_.subspan(header);
+      if (size > 0 && size < data_.size()) data_ = data_.first(static_cast<std::size_t>(size));
+      bytes_ = {};
+    } else {
+      const std::size_t whole = header + static_cast<std::size_t>(size);
+      if (checksum(bytes_.first(whole)) != number(bytes_.subspan(whole, 2), false)) {
+        tell("its checksum is wrong");
+      }
+      data_ = bytes_.subspan(header, static_cast<std::size_t>(size));
+      bytes_ = bytes_.subspan(whole + 2);
     }
-    const std::size_t whole = header + static_cast<std::size_t>(size);
-    if (checksum(bytes_.first(whole)) != number(bytes_.subspan(whole, 2), false)) {
-      throw TrackFormatError("its checksum is wrong");
-    }
-    data_ = bytes_.subspan(header, static_cast<std::size_t>(size));
-    bytes_ = bytes_.subspan(whole + 2);
     definitions_ = {};
     time_.reset();
-    while (!data_.empty()) readMessage();
+    try {
+      while (!data_.empty()) readMessage();
+    } catch (const BrokenMessage& broken) {
+      tell(broken.why);
+    }
+  }
+
+  struct BrokenMessage {
+    const char* why;
+  };
+
+  /// Keeps the first fault: the others may follow from it.
+  void tell(const char* why) {
+    if (fault_ == nullptr) fault_ = why;
   }
 
   void readMessage() {
@@ -115,7 +161,11 @@ class Reader {
     definition.message = static_cast<std::uint16_t>(number(take(2), definition.isBigEndian));
     for (unsigned left = takeByte(); left > 0; --left) {
       const std::uint8_t id = takeByte(), size = takeByte(), type = takeByte();
-      definition.fields.push_back({id, size, type});
+      const auto* found = std::ranges::find(kFieldNumbers, id);
+      if (found != kFieldNumbers.end()) {
+        const auto value = static_cast<std::size_t>(found - kFieldNumbers.begin());
+        definition.fields.push_back({value, definition.bytes, size, type});
+      }
       definition.bytes += size;
     }
     if ((header & 0x20) == 0) return;
@@ -128,17 +178,18 @@ class Reader {
 
   void readData(unsigned local) {
     const Definition& definition = definitions_[local];
-    if (!definition.isKnown) throw TrackFormatError("a message has no definition");
-    platform::DataView message = take(definition.bytes);
-    std::array<std::optional<std::int64_t>, 256> values;
+    if (!definition.isKnown) throw BrokenMessage{"a message has no definition"};
+    const platform::DataView message = take(definition.bytes);
+    Values values;
     for (const Field& field : definition.fields) {
-      values[field.number] = valueOf(message.first(field.size), field, definition.isBigEndian);
-      message = message.subspan(field.size);
+      values[field.value] =
+          valueOf(message.subspan(field.offset, field.size), field, definition.isBigEndian);
     }
-    if (values[253]) time_ = static_cast<std::uint32_t>(*values[253]);
+    if (values[time]) time_ = static_cast<std::uint32_t>(*values[time]);
     if (definition.message == kRecord) readRecord(values);
-    if (definition.message == kLap && values[2] && track_.laps.size() < kMostTrackPoints) {
-      track_.laps.push_back(dateOf(*values[2]));
+    const auto& start = values[altitudeOrStart];
+    if (definition.message == kLap && start && track_.laps.size() < kMostTrackPoints) {
+      track_.laps.push_back(dateOf(*start));
     }
   }
 
@@ -167,35 +218,36 @@ class Reader {
     return platform::dateSince1970(kEpoch + static_cast<double>(seconds));
   }
 
-  void readRecord(const std::array<std::optional<std::int64_t>, 256>& values) {
-    const auto scaled = [&values](std::size_t field, double scale) -> std::optional<double> {
-      if (!values[field]) return std::nullopt;
-      return static_cast<double>(*values[field]) / scale;
+  void readRecord(const Values& values) {
+    const auto scaled = [&values](Value value, double scale) -> std::optional<double> {
+      if (!values[value]) return std::nullopt;
+      return static_cast<double>(*values[value]) / scale;
     };
     CLLocation fix;
-    const auto latitude = scaled(0, 1 / kDegreesPerSemicircle);
-    const auto longitude = scaled(1, 1 / kDegreesPerSemicircle);
-    if (latitude && longitude) fix.coordinate = {*latitude, *longitude};
-    // The enhanced fields are the same with more bits.
-    const auto altitude = values[78] ? scaled(78, 5) : scaled(2, 5);
-    const auto speed = values[73] ? scaled(73, 1000) : scaled(6, 1000);
-    if (altitude) fix.altitude = *altitude - 500;
-    if (speed) fix.speed = *speed;
-    if (values[31]) fix.horizontalAccuracy = static_cast<double>(*values[31]);
-    std::optional<platform::Date> time;
-    if (time_) time = dateOf(*time_);
-    keep(track_, latitude && longitude ? &fix : nullptr, scaled(3, 1), time);
+    const auto north = scaled(latitude, 1 / kDegreesPerSemicircle);
+    const auto east = scaled(longitude, 1 / kDegreesPerSemicircle);
+    if (north && east) fix.coordinate = {*north, *east};
+    // The finer fields are the same with more bits.
+    const auto up = scaled(values[finerAltitude] ? finerAltitude : altitudeOrStart, 5);
+    fix.altitude = up ? *up - 500 : std::numeric_limits<double>::quiet_NaN();
+    if (const auto fast = scaled(values[finerSpeed] ? finerSpeed : speed, 1000)) fix.speed = *fast;
+    if (values[accuracy]) fix.horizontalAccuracy = static_cast<double>(*values[accuracy]);
+    std::optional<platform::Date> date;
+    if (time_) date = dateOf(*time_);
+    keep(track_, north && east ? &fix : nullptr, scaled(heartRate, 1), date);
   }
 
   platform::DataView bytes_;  ///< Files not read yet.
   platform::DataView data_;   ///< Messages of this file not read yet.
   std::array<Definition, 16> definitions_;
   std::optional<std::uint32_t> time_;
-  Track track_;
+  Track& track_;
+  bool isFirst_ = true;          ///< No file has been begun yet.
+  const char* fault_ = nullptr;  ///< What is wrong, if anything is.
 };
 
 }  // namespace
 
-Track readFIT(platform::DataView bytes) { return Reader(bytes).read(); }
+void readFIT(platform::DataView bytes, Track& track) { Reader(bytes, track).read(); }
 
 }  // namespace ombrix::detail

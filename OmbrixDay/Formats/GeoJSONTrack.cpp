@@ -7,9 +7,12 @@
 #include <limits>
 #include <utility>
 
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
+#include "OmbrixPlatform/Coding/CodingError.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Coding/Streams/JSONReader.hpp"
+#include "OmbrixPlatform/Text/UTF8.hpp"
 
 namespace ombrix::detail {
 namespace {
@@ -24,7 +27,7 @@ constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
 /// itself is not kept, and what is kept has a limit.
 struct Line {
   struct Position {
-    double longitude = kNone, latitude = kNone, altitude = 0;
+    double longitude = kNone, latitude = kNone, altitude = kNone;
   };
   enum Figure { speed, course, horizontalAccuracy, verticalAccuracy, heartRate, kFigures };
 
@@ -74,21 +77,17 @@ void readMembers(JSONReader& json, Member member) {
   for (std::string_view key; json.nextKey(key);) member(key);
 }
 
-/// The items of what comes; none of what is no array.
+/// The items of what comes; none of what is no array. What is thrown leaves those before it.
 template <class Item>
-std::vector<Item> readItems(JSONReader& json, Item (*read)(JSONReader&)) {
-  std::vector<Item> items;
-  if (json.peek() != '[') {
-    json.skip();
-    return items;
-  }
+void readItems(JSONReader& json, Item (*read)(JSONReader&), std::vector<Item>& items) {
+  items.clear();
+  if (json.peek() != '[') return json.skip();
   for (json.beginArray(); json.nextItem();) {
     if (items.size() >= kMostTrackPoints) {
       throw TrackFormatError("it holds more than five million points");
     }
     items.push_back(read(json));
   }
-  return items;
 }
 
 Line::Position readPosition(JSONReader& json) {
@@ -104,8 +103,7 @@ Line::Position readPosition(JSONReader& json) {
     } else if (index == 1) {
       position.latitude = readNumber(json);
     } else if (index == 2) {
-      const double altitude = readNumber(json);
-      if (!std::isnan(altitude)) position.altitude = altitude;
+      position.altitude = readNumber(json);
     } else {
       json.skip();
     }
@@ -120,7 +118,7 @@ void readGeometry(JSONReader& json, Line& line) {
     if (key == "type") {
       line.isLine = readText(json) == "LineString";
     } else if (key == "coordinates" && json.peek() == '[') {
-      line.positions = readItems(json, readPosition);
+      readItems(json, readPosition, line.positions.emplace());
     } else {
       json.skip();
     }
@@ -132,15 +130,15 @@ void readProperties(JSONReader& json, Line& line) {
     const auto* figure =
         std::ranges::find(kFigureNames, key, [](auto& name) { return name.first; });
     if (figure != std::end(kFigureNames)) {
-      line.figures[figure->second] = readItems(json, readNumber);
+      readItems(json, readNumber, line.figures[figure->second]);
     } else if (key == "name") {
       line.name = readText(json);
     } else if (key == "coordTimes" || key == "times") {
-      line.times[key == "times" ? 1 : 0] = readItems(json, readTime);
+      readItems(json, readTime, line.times[key == "times" ? 1 : 0].emplace());
     } else if (key == "coordinateProperties") {
       readMembers(json, [&](std::string_view inner) {
         if (inner != "times") return json.skip();
-        line.times[2] = readItems(json, readTime);
+        readItems(json, readTime, line.times[2].emplace());
       });
     } else {
       json.skip();
@@ -148,18 +146,21 @@ void readProperties(JSONReader& json, Line& line) {
   });
 }
 
+const std::vector<double>* timesOf(const Line& line) {
+  const auto* times = std::ranges::find_if(line.times, [](auto& list) { return list.has_value(); });
+  return times == std::end(line.times) ? nullptr : &**times;
+}
+
 /// Adds the points of a line to the track.
 void addLine(const Line& line, Track& track) {
   if (!line.positions) throw TrackFormatError("a line has no coordinates");
-  const auto* times = std::ranges::find_if(line.times, [](auto& list) { return list.has_value(); });
-  if (times == std::end(line.times)) {
-    throw TrackFormatError("its line has no times (\"coordTimes\")");
-  }
+  const auto* times = timesOf(line);
+  if (times == nullptr) throw TrackFormatError("its line has no times (\"coordTimes\")");
   if (track.name.empty()) track.name = line.name;
   for (std::size_t i = 0; i < line.positions->size(); ++i) {
     const Line::Position& position = (*line.positions)[i];
     const bool hasPlace = !std::isnan(position.latitude) && !std::isnan(position.longitude);
-    const double time = i < (*times)->size() ? (**times)[i] : kNone;
+    const double time = i < times->size() ? (*times)[i] : kNone;
     CLLocation fix;
     if (hasPlace) fix.coordinate = {position.latitude, position.longitude};
     fix.altitude = position.altitude;
@@ -179,7 +180,7 @@ void readObject(JSONReader& json, Place place, Track& track) {
   std::string type;
   Line line;
   Track inside;
-  readMembers(json, [&](std::string_view key) {
+  const auto read = [&](std::string_view key) {
     if (key == "type") {
       type = readText(json);
     } else if (key == "geometry") {
@@ -195,7 +196,15 @@ void readObject(JSONReader& json, Place place, Track& track) {
     } else {
       json.skip();
     }
-  });
+  };
+  try {
+    readMembers(json, read);
+  } catch (...) {
+    // The rest, perhaps with the type in it, is lost; what a line has up to here is not.
+    if (place == Place::top && !inside.fixes.empty()) track = std::move(inside);
+    if (line.positions && timesOf(line) != nullptr) addLine(line, track);
+    throw;
+  }
   if (place == Place::top && type == "FeatureCollection") {
     track = std::move(inside);
   } else if (type == "Feature") {
@@ -205,17 +214,48 @@ void readObject(JSONReader& json, Place place, Track& track) {
   }
 }
 
+/// A document whose texts can be told apart: its bytes are UTF-8, no control character stands in a
+/// text, and one that is not closed is left out.
+std::string withWholeTexts(platform::DataView bytes) {
+  std::string text = platform::stringFromUTF8Repaired(bytes);
+  std::optional<std::size_t> opened;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (text[i] == '"') {
+      opened = opened ? std::nullopt : std::optional(i);
+    } else if (opened && text[i] == '\\') {
+      ++i;
+    } else if (opened && static_cast<unsigned char>(text[i]) < 0x20) {
+      text[i] = ' ';
+    }
+  }
+  if (opened) text.resize(*opened);
+  return text;
+}
+
 /// A known figure; unknown ones are negative.
 JSON figure(double value) { return value >= 0 && value < 1e9 ? JSON(value) : JSON(); }
 
 }  // namespace
 
-Track readGeoJSON(platform::DataView bytes) {
-  Track track;
-  JSONReader json(bytes);
-  readObject(json, Place::top, track);
-  json.finish();
-  return track;
+void readGeoJSON(platform::DataView bytes, Track& track) {
+  const auto read = [&track](platform::DataView document) {
+    JSONReader json(document);
+    readObject(json, Place::top, track);
+    json.finish();
+  };
+  try {
+    read(bytes);
+  } catch (const platform::DecodingError&) {
+    // Of a document that cannot even be divided into texts the reader gives nothing.
+    if (!track.fixes.empty()) throw;
+    const std::string document = withWholeTexts(bytes);
+    try {
+      read(platform::bytesOf(document));
+    } catch (const platform::Error&) {
+      // The first fault is the one to tell.
+    }
+    throw;
+  }
 }
 
 std::string writeGeoJSON(const Track& track) {
@@ -223,8 +263,9 @@ std::string writeGeoJSON(const Track& track) {
   for (const TrackPoint& point : pointsOf(track)) {
     if (point.fix == nullptr) continue;
     const CLLocation& fix = *point.fix;
-    positions.push_back(
-        JSON::Array{fix.coordinate.longitude, fix.coordinate.latitude, fix.altitude});
+    JSON::Array position{fix.coordinate.longitude, fix.coordinate.latitude};
+    if (hasAltitude(fix)) position.emplace_back(fix.altitude);
+    positions.emplace_back(std::move(position));
     times.push_back(timeText(fix.timestamp));
     rates.push_back(point.heartRate ? figure(point.heartRate->beatsPerMinute) : JSON());
     speeds.push_back(figure(fix.speed));

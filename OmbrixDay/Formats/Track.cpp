@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 #include <memory>
+#include <new>
 
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
 #include "OmbrixCore/Data/LocationCSVWriter.hpp"
@@ -42,19 +43,21 @@ std::string_view nameOf(TrackFormat format) {
   return "FIT";
 }
 
-template <class Source>
-Track readCSV(Source&& source) {
-  Track track;
+/// @param hasFailed Says whether it was the source that failed; else memory was short.
+template <class Source, class HasFailed>
+void readCSV(Source&& source, HasFailed hasFailed, Track& track) {
   bool brokeOff = false;
   const CSVParseObserver observer([&](const CSVParseProgress& progress) {
     track.skipped = progress.rowsSkipped;
     brokeOff = progress.brokeOff;
   });
   auto fixes = LocationCSVParser().parse(source, observer);
-  if (!fixes || brokeOff) throw TrackFormatError("reading stopped before its end");
-  if (fixes->empty() && track.skipped > 0) throw TrackFormatError("no row is a fix");
-  track.fixes = *std::move(fixes);
-  return track;
+  if (fixes) track.fixes = *std::move(fixes);
+  if (!fixes || brokeOff) {
+    if (!hasFailed()) throw std::bad_alloc();
+    throw TrackFormatError("reading stopped before its end");
+  }
+  if (track.fixes.empty() && track.skipped > 0) throw TrackFormatError("no row is a fix");
 }
 
 std::string writeCSV(const Track& track) {
@@ -73,20 +76,20 @@ std::string writeCSV(const Track& track) {
   return {reinterpret_cast<const char*>(data.data()), data.size()};
 }
 
-Track readUnnamed(platform::DataView bytes, TrackFormat format) {
+void readUnnamed(platform::DataView bytes, TrackFormat format, Track& track) {
   switch (format) {
     case TrackFormat::csv:
-      return readCSV(bytes);
+      return readCSV(bytes, [] { return false; }, track);
     case TrackFormat::gpx:
-      return detail::readGPX(bytes);
+      return detail::readGPX(bytes, track);
     case TrackFormat::tcx:
-      return detail::readTCX(bytes);
+      return detail::readTCX(bytes, track);
     case TrackFormat::geoJSON:
-      return detail::readGeoJSON(bytes);
+      return detail::readGeoJSON(bytes, track);
     case TrackFormat::fit:
       break;
   }
-  return detail::readFIT(bytes);
+  return detail::readFIT(bytes, track);
 }
 
 }  // namespace
@@ -123,23 +126,34 @@ TrackFormatError noTrack(TrackFormat format, std::string_view why) {
   return TrackFormatError(fmt::format("This is not a {} track: {}.", nameOf(format), why));
 }
 
+/// What a reader leaves in the track when it is done, or when it comes no further.
+template <class Read>
+Track readAsFarAsItGoes(TrackFormat format, Read read) {
+  Track track;
+  const auto isEmpty = [&track] { return track.fixes.empty() && track.heartRates.empty(); };
+  try {
+    read(track);
+  } catch (const platform::Error& error) {
+    if (isEmpty()) throw noTrack(format, error.what());
+    track.fault = error.what();
+  } catch (const std::bad_alloc&) {
+    if (isEmpty()) throw TrackFormatError("There is not memory enough to read the track.");
+    track.fault = "there is not memory enough";
+  }
+  return track;
+}
+
 }  // namespace
 
 Track readTrack(platform::DataView bytes, TrackFormat format) {
   if (bytes.size() > kMostTrackBytes) throw noTrack(format, "it is larger than 1 GiB");
-  try {
-    return readUnnamed(bytes, format);
-  } catch (const platform::Error& error) {
-    throw noTrack(format, error.what());
-  }
+  return readAsFarAsItGoes(format, [&](Track& track) { readUnnamed(bytes, format, track); });
 }
 
 Track readCSVTrack(platform::InputStream& stream) {
-  try {
-    return readCSV(stream);
-  } catch (const platform::Error& error) {
-    throw noTrack(TrackFormat::csv, error.what());
-  }
+  const auto hasFailed = [&stream] { return stream.streamError().has_value(); };
+  return readAsFarAsItGoes(TrackFormat::csv,
+                           [&](Track& track) { readCSV(stream, hasFailed, track); });
 }
 
 std::string writeTrack(const Track& track, TrackFormat format) {
@@ -222,7 +236,10 @@ void keep(Track& track, const CLLocation* fix, std::optional<double> heartRate,
     track.fixes.push_back(*fix);
     CLLocation& kept = track.fixes.back();
     kept.timestamp = *time;
-    if (!(std::abs(kept.altitude) < kMostFigure)) kept.altitude = 0;
+    if (!(std::abs(kept.altitude) < kMostFigure)) {
+      kept.altitude = 0;
+      kept.verticalAccuracy = -1;
+    }
     for (double* figure :
          {&kept.speed, &kept.course, &kept.horizontalAccuracy, &kept.verticalAccuracy}) {
       if (!isFigure(*figure)) *figure = -1;

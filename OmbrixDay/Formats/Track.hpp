@@ -17,10 +17,11 @@ namespace ombrix {
 /// A recording, whatever file it came from.
 struct Track {
   std::string name;
-  std::vector<CLLocation> fixes;      ///< In the order of the file; unknown figures are -1.
+  std::vector<CLLocation> fixes;      ///< In file order; unknown figures are -1, altitudes 0.
   std::vector<HeartRate> heartRates;  ///< In the order of the file.
   std::vector<platform::Date> laps;   ///< When each lap began.
   std::size_t skipped = 0;            ///< Points without a place or a time.
+  std::string fault = {};             ///< Why a file could not be read whole; empty if it was.
 };
 
 /// The files that tracks are kept in. Which holds what, says docs/day.md.
@@ -43,13 +44,15 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 /// of the others.
 [[nodiscard]] TrackFormat trackFormatOfBytes(platform::DataView bytes);
 
-/// Reads a track.
-/// @throws TrackFormatError for bytes that are no such file, are too large or hold too many points;
-///   nothing is returned then
+/// Reads a track. Of a file that is damaged, cut off, too long for the memory or has more than
+/// `kMostTrackPoints`, what could be read is returned, and `Track::fault` says what is wrong.
+/// @throws TrackFormatError for bytes that are no such file, are larger than `kMostTrackBytes`, or
+///   are damaged so that no point can be read
 [[nodiscard]] Track readTrack(platform::DataView bytes, TrackFormat format);
 
 /// Reads a CSV track from a stream block by block: no more than its fixes is held in memory.
-/// @throws TrackFormatError as above, and where the stream fails before its end
+/// Where the stream fails before its end, what came before is returned with a `Track::fault`.
+/// @throws TrackFormatError as above
 [[nodiscard]] Track readCSVTrack(platform::InputStream& stream);
 
 /// How many of a track's fixes `writeTrack` writes: those whose place, altitude and time are finite
@@ -61,7 +64,8 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 /// @throws TrackFormatError for FIT, which is read only
 [[nodiscard]] std::string writeTrack(const Track& track, TrackFormat format);
 
-/// Reads one format and writes another one. Figures that both can hold come out as they went in.
+/// Reads one format and writes another one. Figures that both can hold come out as they went in;
+/// a damaged file is converted as far as it can be read.
 /// @throws TrackFormatError as above
 [[nodiscard]] std::string convertTrack(platform::DataView bytes, TrackFormat from, TrackFormat to);
 

@@ -4,8 +4,11 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <iterator>
+#include <limits>
 
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
 #include "OmbrixPlatform/Coding/XMLReader.hpp"
 #include "OmbrixPlatform/Csv/NumberText.hpp"
@@ -20,7 +23,8 @@ constexpr std::string_view kOwnNamespace = "urn:ombrix:track:1";
 /// Reads both kinds: the names of their elements do not collide.
 class PointReader : public platform::XMLHandler {
  public:
-  PointReader(std::string_view root, std::string_view point) : root_(root), point_(point) {}
+  PointReader(std::string_view root, std::string_view point, Track& track)
+      : root_(root), point_(point), track_(track) {}
 
   void beginElement(std::string_view name, std::span<const XMLAttribute> attributes) override {
     if (depth_++ == 0 && name != root_) {
@@ -51,13 +55,18 @@ class PointReader : public platform::XMLHandler {
     if (name == "HeartRateBpm") isHeartRate_ = false;
   }
 
-  Track take() { return std::move(track_); }
+  /// Begins a piece of the document; of a point that was not read to its end, what it has counts.
+  void restart() {
+    if (isPoint_) end();
+    depth_ = 0;
+    isPoint_ = isHeartRate_ = false;
+  }
 
  private:
   void begin(std::span<const XMLAttribute> attributes) {
     isPoint_ = true;
     pointDepth_ = depth_;
-    fix_ = {};
+    fix_ = {.altitude = kUnknown};
     time_ = {};
     latitude_ = longitude_ = heartRate_ = {};
     for (const XMLAttribute& attribute : attributes) {
@@ -91,8 +100,10 @@ class PointReader : public platform::XMLHandler {
     if (name == "hr" || (name == "Value" && isHeartRate_)) heartRate_ = number;
   }
 
+  static constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+
   std::string_view root_, point_;
-  Track track_;
+  Track& track_;
   CLLocation fix_;
   std::optional<platform::Date> time_;
   std::optional<double> latitude_, longitude_, heartRate_;
@@ -101,10 +112,48 @@ class PointReader : public platform::XMLHandler {
   bool hasTrackName_ = false, isPoint_ = false, isHeartRate_ = false;
 };
 
-Track readPoints(platform::DataView bytes, std::string_view root, std::string_view point) {
-  PointReader reader(root, point);
-  platform::readXML(bytes, reader);
-  return reader.take();
+/// Where the next element of a name begins behind the first character, with or without a prefix.
+std::size_t nextElement(std::string_view text, std::string_view name) {
+  constexpr std::size_t kMostPrefix = 32;
+  for (std::size_t at = 1; (at = text.find(name, at)) != text.npos; at += name.size()) {
+    const std::size_t from = at - std::min(at - 1, kMostPrefix);
+    const std::size_t begin = text.substr(from, at - from).rfind('<');
+    if (begin == text.npos) continue;
+    const std::string_view prefix = text.substr(from + begin + 1, at - from - begin - 1);
+    const bool isPrefix =
+        prefix.empty() || prefix.find_first_of(": \t\r\n/!?") == prefix.size() - 1;
+    const std::string_view behind = text.substr(at + name.size(), 1);
+    if (isPrefix && behind.find_first_of("> \t\r\n/") == 0) return from + begin;
+  }
+  return text.npos;
+}
+
+/// Reads all points. A fault costs the rest of the point in which it stands: reading goes on at the
+/// next one.
+/// @throws XMLError the first fault, once all points are read
+void readPoints(platform::DataView bytes, std::string_view root, std::string_view point,
+                Track& track) {
+  constexpr std::size_t kMostFaults = 10'000;  // Each makes a parser.
+  PointReader reader(root, point, track);
+  std::string before;
+  std::optional<platform::XMLError> first;
+  for (std::size_t faults = 0; faults < kMostFaults; ++faults) {
+    try {
+      platform::readXML(bytes, reader, before);
+      break;
+    } catch (const platform::XMLError& error) {
+      if (!first) first = error;
+      // With the character before it, behind which a point may begin.
+      const std::size_t offset = std::min(error.offset(), bytes.size());
+      bytes = bytes.subspan(offset - std::min<std::size_t>(offset, 1));
+    }
+    const std::size_t next = nextElement(platform::textOf(bytes), point);
+    if (next == std::string_view::npos) break;
+    bytes = bytes.subspan(next);
+    before = fmt::format("<{}>", root);
+    reader.restart();
+  }
+  if (first) throw platform::XMLError(*first);
 }
 
 std::string escaped(std::string_view text) {
@@ -148,10 +197,10 @@ void addExtensions(std::string& out, std::string_view figures) {
 
 }  // namespace
 
-Track readGPX(platform::DataView bytes) { return readPoints(bytes, "gpx", "trkpt"); }
+void readGPX(platform::DataView bytes, Track& track) { readPoints(bytes, "gpx", "trkpt", track); }
 
-Track readTCX(platform::DataView bytes) {
-  return readPoints(bytes, "TrainingCenterDatabase", "Trackpoint");
+void readTCX(platform::DataView bytes, Track& track) {
+  readPoints(bytes, "TrainingCenterDatabase", "Trackpoint", track);
 }
 
 std::string writeGPX(const Track& track) {
@@ -167,8 +216,9 @@ std::string writeGPX(const Track& track) {
     if (point.fix == nullptr) continue;  // A point of this format has a place.
     const CLLocation& fix = *point.fix;
     out += "<trkpt lat=\"" + decimalText(fix.coordinate.latitude, 9) + "\" lon=\"" +
-           decimalText(fix.coordinate.longitude, 9) + "\"><ele>" + decimalText(fix.altitude, 6) +
-           "</ele><time>" + timeText(fix.timestamp) + "</time>";
+           decimalText(fix.coordinate.longitude, 9) + "\">";
+    if (hasAltitude(fix)) out += "<ele>" + decimalText(fix.altitude, 6) + "</ele>";
+    out += "<time>" + timeText(fix.timestamp) + "</time>";
     std::string figures;
     if (point.heartRate) addFigure(figures, "gpxtpx:hr", point.heartRate->beatsPerMinute, 3);
     addFigure(figures, "gpxtpx:speed", fix.speed, 6);
@@ -212,9 +262,10 @@ std::string writeTCX(const Track& track) {
         last = fix;
         trackpoints += "<Position><LatitudeDegrees>" + decimalText(fix->coordinate.latitude, 9) +
                        "</LatitudeDegrees><LongitudeDegrees>" +
-                       decimalText(fix->coordinate.longitude, 9) +
-                       "</LongitudeDegrees></Position><AltitudeMeters>" +
-                       decimalText(fix->altitude, 6) + "</AltitudeMeters>";
+                       decimalText(fix->coordinate.longitude, 9) + "</LongitudeDegrees></Position>";
+        if (hasAltitude(*fix)) {
+          trackpoints += "<AltitudeMeters>" + decimalText(fix->altitude, 6) + "</AltitudeMeters>";
+        }
       }
       if (point.heartRate) {
         std::string rate;

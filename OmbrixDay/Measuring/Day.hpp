@@ -83,7 +83,8 @@ struct DayTotals {
   std::size_t runs = 0, lifts = 0;
   SegmentFigures all;  ///< Of all segments; pauses add their time only.
   SegmentFigures run, lift, pause, walk;
-  std::optional<double> minAltitude, maxAltitude;  ///< metres
+  /// Metres; nothing when no fix tells its altitude: then there is no ascent or descent either.
+  std::optional<double> minAltitude, maxAltitude;
 
   /// The figures of one kind.
   [[nodiscard]] const SegmentFigures& of(SegmentKind kind) const;

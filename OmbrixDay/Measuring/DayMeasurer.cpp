@@ -162,9 +162,11 @@ void DayMeasurer::State::accept(const detail::CleanFix& fix) {
                      .speed = fix.speed,
                      .heartRate = fix.heartRate,
                      .distance = distance});
-  const double altitude = fix.recordedAltitude;
-  extremes.minAltitude = std::min(extremes.minAltitude.value_or(altitude), altitude);
-  extremes.maxAltitude = std::max(extremes.maxAltitude.value_or(altitude), altitude);
+  if (fix.knowsAltitude) {
+    const double altitude = fix.recordedAltitude;
+    extremes.minAltitude = std::min(extremes.minAltitude.value_or(altitude), altitude);
+    extremes.maxAltitude = std::max(extremes.maxAltitude.value_or(altitude), altitude);
+  }
   if (!isRecording) {
     isRecording = true;
     ticks.restart(fix.time);
@@ -377,10 +379,50 @@ Day DayMeasurer::takeDay() {
   return day;
 }
 
+namespace {
+
+/// Hands out a recording's fixes in order. One without an altitude gets it from the nearest ones
+/// that have it, in a straight line over time between two; without any it stays as it is.
+class WithAltitudes {
+ public:
+  explicit WithAltitudes(std::span<const CLLocation> fixes) : fixes_(fixes) {}
+
+  CLLocation at(std::size_t index) {
+    CLLocation fix = fixes_[index];
+    if (hasAltitude(fix)) {
+      if (isKnown(fix)) before_ = &fixes_[index];
+      return fix;
+    }
+    after_ = std::max(after_, index);
+    while (after_ < fixes_.size() && !isKnown(fixes_[after_])) ++after_;
+    const CLLocation* after = after_ < fixes_.size() ? &fixes_[after_] : nullptr;
+    if (before_ == nullptr && after == nullptr) return fix;
+    const CLLocation& from = before_ != nullptr ? *before_ : *after;
+    const CLLocation& to = after != nullptr ? *after : *before_;
+    const double span = (to.timestamp - from.timestamp).count();
+    const double part = span > 0 ? (fix.timestamp - from.timestamp).count() / span : 0;
+    fix.altitude = from.altitude + std::clamp(part, 0.0, 1.0) * (to.altitude - from.altitude);
+    return fix;
+  }
+
+ private:
+  static bool isKnown(const CLLocation& fix) {
+    return hasAltitude(fix) && isOnGlobe(fix) && fix.isAccurateForStats();
+  }
+
+  std::span<const CLLocation> fixes_;
+  const CLLocation* before_ = nullptr;
+  std::size_t after_ = 0;
+};
+
+}  // namespace
+
 Day measureDay(std::span<const CLLocation> fixes, std::span<const HeartRate> heartRates) {
   DayMeasurer measurer;
+  WithAltitudes withAltitudes(fixes);
   std::size_t next = 0;
-  for (const CLLocation& fix : fixes) {
+  for (std::size_t i = 0; i < fixes.size(); ++i) {
+    const CLLocation fix = withAltitudes.at(i);
     while (next < heartRates.size() && heartRates[next].time <= fix.timestamp) ++next;
     if (next > 0 && heartRates[next - 1].time > fix.timestamp) {  // A fix before was ahead of time.
       const auto later = std::ranges::upper_bound(heartRates, fix.timestamp, {}, &HeartRate::time);

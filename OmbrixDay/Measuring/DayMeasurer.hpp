@@ -45,7 +45,9 @@ class DayMeasurer {
   DayMeasurer(DayMeasurer&&) noexcept;
   DayMeasurer& operator=(DayMeasurer&&) noexcept;
 
-  /// Takes the next fix, in the order of recording, with the heart rate at that time, if known.
+  /// Takes the next fix, in the order of recording, with the heart rate at that time, if known. One
+  /// without an altitude (see `hasAltitude`) counts as one on the altitude of the last that had it;
+  /// from those before the first altitude to it nothing is climbed.
   DayChange feed(const CLLocation& fix, std::optional<double> heartRate = std::nullopt);
 
   /// Ends the recording: all segments become final. A fix fed later begins anew behind them.
@@ -77,7 +79,8 @@ class DayMeasurer {
   std::unique_ptr<State> state_;
 };
 
-/// Measures a whole recording.
+/// Measures a whole recording. A fix without an altitude counts as one on the line between the
+/// altitudes before and behind it.
 ///
 /// @param fixes In the order of recording.
 /// @param heartRates In order of time; a fix takes the last one at most 15 seconds older.

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <exception>
 #include <memory>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -91,32 +92,48 @@ void onDoctype(void* user, const XML_Char*, const XML_Char*, const XML_Char*, in
 
 }  // namespace
 
-void readXML(DataView bytes, XMLHandler& handler) {
+void readXML(DataView bytes, XMLHandler& handler, std::string_view before) {
   const std::unique_ptr<XML_ParserStruct, decltype(&XML_ParserFree)> parser(
       XML_ParserCreate(nullptr), &XML_ParserFree);
-  if (!parser) throw XMLError("no memory to read XML");
+  if (!parser) throw std::bad_alloc();
   Reading reading{parser.get(), handler};
   XML_SetUserData(parser.get(), &reading);
   XML_SetElementHandler(parser.get(), onBegin, onEnd);
   XML_SetCharacterDataHandler(parser.get(), onText);
   XML_SetStartDoctypeDeclHandler(parser.get(), onDoctype);
-  std::size_t given = 0;
+  const auto position = [&] {
+    const auto index = std::max<XML_Index>(XML_GetCurrentByteIndex(parser.get()), 0);
+    return static_cast<std::size_t>(index);
+  };
+  const auto fail = [&](const std::string& why) {
+    throw XMLError(why, position() - std::min(position(), before.size()));
+  };
+  if (!before.empty()) {
+    XML_Parse(parser.get(), before.data(), static_cast<int>(before.size()), XML_FALSE);
+  }
+  std::size_t given = before.size();
   do {
     const DataView block = bytes.first(std::min(bytes.size(), kBlockBytes));
     bytes = bytes.subspan(block.size());
     given += block.size();
     const auto status = XML_Parse(parser.get(), reinterpret_cast<const char*>(block.data()),
                                   static_cast<int>(block.size()), bytes.empty());
-    if (reading.error) std::rethrow_exception(reading.error);
+    if (reading.error) {
+      try {
+        std::rethrow_exception(reading.error);
+      } catch (const XMLError& error) {
+        fail(error.what());
+      }
+    }
     if (status != XML_STATUS_OK) {
-      throw XMLError(fmt::format("line {}: {}", XML_GetCurrentLineNumber(parser.get()),
-                                 XML_ErrorString(XML_GetErrorCode(parser.get()))));
+      const XML_Error code = XML_GetErrorCode(parser.get());
+      if (code == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
+      fail(fmt::format("line {}: {}", XML_GetCurrentLineNumber(parser.get()),
+                       XML_ErrorString(code)));
     }
     // The parser keeps an unfinished tag or comment and may scan it anew with every block.
-    const auto done =
-        static_cast<std::size_t>(std::max<XML_Index>(XML_GetCurrentByteIndex(parser.get()), 0));
-    if (!bytes.empty() && given - std::min(given, done) > kMostTagBytes) {
-      throw XMLError("a tag or comment is longer than 1 MiB");
+    if (!bytes.empty() && given - std::min(given, position()) > kMostTagBytes) {
+      fail("a tag or comment is longer than 1 MiB");
     }
   } while (!bytes.empty());
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "OmbrixPlatform/Values/Data.hpp"
@@ -12,7 +13,14 @@ namespace ombrix::platform {
 /// Bytes that are no XML document; `what()` says why and in which line.
 class XMLError : public Error {
  public:
-  using Error::Error;
+  explicit XMLError(const std::string& what, std::size_t offset = 0)
+      : Error(what), offset_(offset) {}
+
+  /// How many bytes of the document stand before the fault.
+  [[nodiscard]] std::size_t offset() const noexcept { return offset_; }
+
+ private:
+  std::size_t offset_;
 };
 
 struct XMLAttribute {
@@ -38,8 +46,10 @@ inline constexpr std::size_t kMostXMLText = 65'536;
 /// Reads a document element by element, in memory that does not grow with it.
 ///
 /// A document type declaration is refused: entities could make a small document endless.
+/// @param before Read as if it stood before the bytes, such as the root element of a document of
+///   which only a piece is read.
 /// @throws XMLError for bytes that are no document, and for deeper nesting than `kMostXMLDepth`
-///   or a tag or comment of more than about 1 MiB
-void readXML(DataView bytes, XMLHandler& handler);
+///   or a tag or comment of more than about 1 MiB; std::bad_alloc where memory is short
+void readXML(DataView bytes, XMLHandler& handler, std::string_view before = {});
 
 }  // namespace ombrix::platform

@@ -104,19 +104,9 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
   }
 }
 
-// Catches a rewrite that changes a byte of what the writer itself wrote, or appends to the target.
-TEST(CommandTests, ARewrittenTrackIsTheSameBytes) {
-  const testing::ScopedDir folder;
-  ASSERT_EQ(run(folder, "sample a.csv --runs 2").status, 0);
-  folder.write("b.csv", "an older file");
-  ASSERT_EQ(run(folder, "track rewrite a.csv b.csv").status, 0);
-  EXPECT_EQ(folder.read("a.csv"), folder.read("b.csv"));
-  ASSERT_EQ(run(folder, "track rewrite b.csv b.csv").status, 0);
-  EXPECT_EQ(folder.read("a.csv"), folder.read("b.csv"));
-}
-
 // Catches what stands at the name of an output being destroyed: a link, a pipe, a device, a mode,
-// an owner, a second name, another program's file; and notices that get into the output.
+// an owner, a second name, another program's file; a rewrite that changes a byte; and notices that
+// get into the output.
 TEST(CommandTests, WritingKeepsWhatStandsThere) {
   const testing::ScopedDir folder;
   const auto in = [&](const char* name) { return folder.path() / name; };
@@ -134,12 +124,12 @@ TEST(CommandTests, WritingKeepsWhatStandsThere) {
   folder.write("twin.csv", "older");
   fs::create_hard_link(in("twin.csv"), in("twin2.csv"));
   folder.write("real.csv.partial", "another's");
-  for (const char* name : {"link.csv", "dangling.csv", "twin.csv"}) {
+  for (const char* name : {"link.csv", "dangling.csv", "twin.csv", "day.csv"}) {
     const Outcome outcome = run(folder, rewrite + name);
     EXPECT_EQ(outcome.status, 0) << outcome.output;
   }
   EXPECT_TRUE(fs::is_symlink(in("link.csv")) && fs::is_symlink(in("dangling.csv")));
-  for (const char* name : {"real.csv", "made.csv", "twin2.csv"}) {
+  for (const char* name : {"real.csv", "made.csv", "twin2.csv", "day.csv"}) {
     EXPECT_EQ(folder.read(name), day) << name;
   }
   struct stat real{};
@@ -170,12 +160,46 @@ TEST(CommandTests, WritingKeepsWhatStandsThere) {
 TEST(CommandTests, AFullDiskLeavesTheOlderFile) {
   const testing::SmallDisk disk(64 * 1024);
   if (!disk.isMounted()) GTEST_SKIP() << "needs the right to mount";
-  disk.folder().write("day.csv", "older");
-  const Outcome outcome = run(disk.folder(), "sample day.csv");
-  EXPECT_EQ(outcome.status, 1);
-  EXPECT_NE(outcome.output.find("No space left"), std::string::npos) << outcome.output;
-  EXPECT_EQ(disk.folder().read("day.csv"), "older");
-  EXPECT_EQ(std::distance(fs::directory_iterator(disk.folder().path()), {}), 1);
+  const std::string older(20'000, '7');
+  disk.folder().write("day.csv", older);
+  for (const int names : {1, 2}) {  // The second time it is written over in place.
+    const Outcome outcome = run(disk.folder(), "sample day.csv");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_NE(outcome.output.find("No space left"), std::string::npos) << outcome.output;
+    EXPECT_EQ(disk.folder().read("day.csv"), older);
+    EXPECT_EQ(std::distance(fs::directory_iterator(disk.folder().path()), {}), names);
+    if (names == 1)
+      fs::create_hard_link(disk.folder().path() / "day.csv", disk.folder().path() / "b");
+  }
+}
+
+// Catches damage that costs a recording more than it has to, goes unsaid, or spreads to its file.
+TEST(CommandTests, DamagedTracksAreReadAsFarAsTheyGo) {
+  const testing::ScopedDir folder;
+  folder.write("in/cut.gpx", "");
+  ASSERT_EQ(run(folder, "sample day.csv --runs 1").status, 0);
+  ASSERT_EQ(run(folder, "convert day.csv in/cut.gpx").status, 0);
+  std::string cut = folder.read("in/cut.gpx");
+  cut.resize(cut.size() - 60);
+  folder.write("in/cut.gpx", cut);
+  const auto rows = std::ranges::count(folder.read("day.csv"), '\n') - 1;
+  const auto told = HasSubstr("could not be read whole: line ");
+  const Outcome json = run(folder, "day in/cut.gpx --json");
+  EXPECT_EQ(json.status, 1);
+  EXPECT_THAT(json.output, AllOf(HasSubstr(fmt::format("\"rows\":{},", rows)),
+                                 HasSubstr(R"("fault":"line )"), told));
+  EXPECT_THAT(run(folder, "day in/cut.gpx").output, AllOf(HasSubstr(" used, incomplete"), told));
+  EXPECT_THAT(run(folder, "compare in/cut.gpx day.csv").output, told);
+  for (const char* command : {"convert in/cut.gpx out.csv", "track rewrite in/cut.gpx out.csv",
+                              "convert in out --to csv"}) {
+    const Outcome outcome = run(folder, command);
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_THAT(outcome.output, told);
+  }
+  EXPECT_EQ(std::ranges::count(folder.read("out.csv"), '\n'), rows);
+  EXPECT_EQ(folder.read("out/cut.csv"), folder.read("out.csv"));
+  EXPECT_EQ(run(folder, "convert in/cut.gpx in/cut.gpx").status, 1);
+  EXPECT_EQ(folder.read("in/cut.gpx"), cut);
 }
 
 // Catches bad rows that stop the reading, or that are counted as read.
@@ -211,6 +235,8 @@ TEST(CommandTests, AHugeFileIsReadInLittleMemory) {
   const Outcome outcome = run(folder, "day day.csv", "ulimit -v 262144; ");
   EXPECT_EQ(outcome.status, 0) << outcome.output;
   EXPECT_THAT(outcome.output, HasSubstr("2 read, 1 skipped, 2 used"));
+  EXPECT_THAT(run(folder, "day day.csv --from gpx", "ulimit -v 262144; ").output,
+              HasSubstr("day.csv: There is not memory enough"));
 }
 
 // Catches options that do not reach the formatters, and style where no terminal asks for it.
@@ -278,6 +304,12 @@ TEST(CommandTests, ConvertsTracks) {
   const std::string own = folder.read("all/day.gpx");
   EXPECT_EQ(run(folder, "convert all all --to gpx").status, 1);
   EXPECT_EQ(folder.read("all/day.gpx"), own);
+  folder.write("hr.tcx",
+               "<TrainingCenterDatabase><Trackpoint><Time>2026-03-01T12:00:00Z</Time><Position>"
+               "<LatitudeDegrees>1</LatitudeDegrees><LongitudeDegrees>2</LongitudeDegrees>"
+               "</Position><HeartRateBpm><Value>70</Value></HeartRateBpm></Trackpoint>"
+               "</TrainingCenterDatabase>");
+  EXPECT_THAT(run(folder, "convert hr.tcx hr.csv").output, HasSubstr("1 heart rates are left out"));
   folder.write("none.gpx", "<gpx><trk><trkseg><trkpt lat='1' lon='2'/></trkseg></trk></gpx>");
   EXPECT_EQ(run(folder, "convert none.gpx day.tcx").status, 1);
   EXPECT_EQ(folder.read("day.tcx"), folder.read("all/day.tcx"));

@@ -240,6 +240,44 @@ TEST(DayMeasurerTests, WrongTimesCostNoOtherFix) {
   }
 }
 
+// Catches an altitude that nobody measured in the heights of a day.
+TEST(DayMeasurerTests, MissingAltitudesAreNoHeights) {
+  struct Case {
+    int first, count;
+    double lowest, highest;
+  };
+  const Case cases[] = {{0, 0, 1901, 2500},    {0, 1, 1901, 2499},     {0, 30, 1901, 2470},
+                        {300, 60, 1901, 2500}, {300, 250, 1901, 2500}, {570, 30, 1931, 2500}};
+  for (const Case& c : cases) {
+    SCOPED_TRACE(::testing::Message() << c.first << ' ' << c.count);
+    std::vector<CLLocation> fixes;
+    DayMeasurer live;
+    for (int i = 0; i < 600; ++i) {
+      fixes.push_back(fixAt(i, 8.0 * i));
+      fixes.back().speed = 8;
+      fixes.back().altitude = 2500 - i;
+      fixes.back().verticalAccuracy = -1;
+      if (i >= c.first && i < c.first + c.count) fixes.back().altitude = 0;
+      live.feed(fixes.back());
+    }
+    for (const Day& day : {measureDay(fixes), live.takeDay()}) {
+      EXPECT_NEAR(day.totals.minAltitude.value_or(0), c.lowest, 1e-9);
+      EXPECT_NEAR(day.totals.maxAltitude.value_or(0), c.highest, 1e-9);
+      EXPECT_NEAR(day.totals.all.descentMeters, c.highest - c.lowest, 5);
+      EXPECT_EQ(day.totals.all.ascentMeters, 0);
+      EXPECT_EQ(day.totals.runs, 1u);
+    }
+  }
+  std::vector<CLLocation> fixes(100, fixAt(0));
+  for (int i = 0; i < 100; ++i) {
+    fixes[static_cast<std::size_t>(i)] = fixAt(i, 2.0 * i);
+    fixes[static_cast<std::size_t>(i)].altitude = 0;
+    fixes[static_cast<std::size_t>(i)].verticalAccuracy = -1;
+  }
+  EXPECT_FALSE(measureDay(fixes).totals.minAltitude);
+  EXPECT_EQ(measureDay(fixes).counts.used, 100u);
+}
+
 // Catches a recording that was switched off counting as a ride through the air.
 TEST(DayMeasurerTests, ALongSilenceIsABreak) {
   std::vector<CLLocation> fixes;

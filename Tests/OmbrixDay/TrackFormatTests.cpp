@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstdint>
 
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixDay/Formats/Track.hpp"
 #include "OmbrixPlatform/Coding/XMLReader.hpp"
 #include "Tests/OmbrixDay/FITBytes.hpp"
@@ -20,13 +23,13 @@ constexpr double kNoon = 1'772'366'400;  // 2026-03-01 12:00:00 UTC
 
 Track read(std::string_view text, TrackFormat format) { return readTrack(bytesOf(text), format); }
 
-std::string failureOf(std::string_view text, TrackFormat format) {
+/// What is wrong with a text, whether any of it can be read or not.
+std::string faultOf(std::string_view text, TrackFormat format) {
   try {
-    (void)read(text, format);
+    return read(text, format).fault;
   } catch (const TrackFormatError& error) {
     return error.what();
   }
-  return {};
 }
 
 /// Every figure has few enough decimals for every format; some are unknown.
@@ -39,7 +42,8 @@ Track sampleTrack() {
     if (i != 1) fix.speed = 12.25 * i;
     if (i != 3) fix.course = 359.5;
     fix.horizontalAccuracy = 4.5;
-    fix.verticalAccuracy = i == 5 ? -1 : 8;
+    fix.verticalAccuracy = i >= 4 ? -1 : 8;
+    if (i == 4) fix.altitude = 0;  // none
     track.fixes.push_back(fix);
     if (i != 2) track.heartRates.push_back({fix.timestamp, 60.0 + i});
   }
@@ -49,6 +53,7 @@ Track sampleTrack() {
 void expectSame(const Track& expected, const Track& actual) {
   ASSERT_EQ(actual.fixes.size(), expected.fixes.size());
   EXPECT_EQ(actual.skipped, 0u);
+  EXPECT_EQ(actual.fault, "");
   for (std::size_t i = 0; i < expected.fixes.size(); ++i) {
     const CLLocation &a = expected.fixes[i], &b = actual.fixes[i];
     EXPECT_NEAR(a.coordinate.latitude, b.coordinate.latitude, 1e-9);
@@ -66,6 +71,9 @@ TEST(TrackFormats, everyFormatComesBackThroughEveryOther) {
   const Track track = sampleTrack();
   for (const TrackFormat from : kWritten) {
     const std::string first = writeTrack(track, from);
+    for (const char* none : {"<ele>0<", "<AltitudeMeters>0<", ",0]"}) {
+      EXPECT_EQ(first.find(none), first.npos) << none;
+    }
     for (const TrackFormat to : kWritten) {
       SCOPED_TRACE(::testing::Message() << "from " << int(from) << " to " << int(to));
       const Track again = read(convertTrack(bytesOf(first), from, to), to);
@@ -229,17 +237,86 @@ TEST(TrackFormats, bytesThatAreNoTrackAreRefused) {
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.text.substr(0, 80));
-    const std::string failure = failureOf(c.text, c.format);
+    const std::string failure = faultOf(c.text, c.format);
     EXPECT_TRUE(failure.starts_with("This is not a ") && failure.find(c.why) != failure.npos)
         << failure;
   }
-  // Cut anywhere, a document is refused; the last line break alone may be missing.
+}
+
+// Catches damage that costs more than the point it is in, or that nobody is told of.
+TEST(TrackFormats, damageCostsNoOtherPoint) {
+  struct Case {
+    TrackFormat format;
+    const char *replaced, *by, *fault;
+    std::size_t fixes;
+  };
+  const Case cases[] = {
+      {gpx, "Grün &amp;", "Gr\xFCn &", "line 3: not well-formed", 6},
+      {gpx, "creator=\"Ombrix", "creator=\"\xE9", "line 2: ", 6},
+      {gpx, "<trkpt lat=\"-46.453125\"", "<tr?pt lat=\"1\"", "line 7: not well-formed", 5},
+      {gpx, "</ele>", "</elf>", "line 4: mismatched tag", 5},
+      {gpx, "</trkseg></trk>\n</gpx>", "", "line 11: no element", 6},
+      {tcx, "<Trackpoint>", "<Trackpoint", "line 5: ", 5},
+      {tcx, "<Lap ", "<&", "line 4: ", 6},
+      {geoJSON, "\"speeds\"", "speeds", "byte ", 6},
+      {geoJSON, "Grün", "Gr\xFCn\n", "not valid JSON", 6},
+      {geoJSON, "\"heartRates\":[", "\"heartRates\":[1,x", "", 6},
+  };
+  for (const Case& c : cases) {
+    std::string text = writeTrack(sampleTrack(), c.format);
+    const std::size_t at = text.find(c.replaced);
+    ASSERT_NE(at, text.npos) << c.replaced;
+    text.replace(at, std::string_view(c.replaced).size(), c.by);
+    const Track track = read(text, c.format);
+    EXPECT_EQ(track.fixes.size(), c.fixes) << c.by;
+    EXPECT_TRUE(!track.fault.empty() && track.fault.find(c.fault) != track.fault.npos)
+        << c.by << ": " << track.fault;
+  }
+  // Cut anywhere but before its last line break, a document gives what stands before.
   for (const TrackFormat format : {gpx, tcx, geoJSON}) {
     const std::string whole = writeTrack(sampleTrack(), format);
+    const Track all = read(whole, format);
+    std::size_t fixes = 0;
     for (std::size_t length = 0; length + 1 < whole.size(); ++length) {
-      ASSERT_NE(failureOf(whole.substr(0, length), format), "") << int(format) << ' ' << length;
+      SCOPED_TRACE(::testing::Message() << int(format) << ' ' << length);
+      try {
+        const Track part = read(whole.substr(0, length), format);
+        ASSERT_NE(part.fault, "");
+        ASSERT_GE(part.fixes.size(), fixes);
+        fixes = part.fixes.size();
+        ASSERT_EQ(part.fixes.back().timestamp, all.fixes[fixes - 1].timestamp);
+      } catch (const TrackFormatError&) {
+        ASSERT_EQ(fixes, 0u);
+      }
     }
+    EXPECT_EQ(fixes, 6u);
   }
+}
+
+/// Gives its text, and then fails.
+class BrokenStream final : public platform::InputStream {
+ public:
+  explicit BrokenStream(std::string_view text) : left_(bytesOf(text)) {}
+  platform::FileResult<void> open() override { return {}; }
+  void close() noexcept override {}
+  platform::FileResult<std::size_t> read(std::span<std::byte> buffer) override {
+    if (left_.empty()) return fail(platform::FileError(EIO, "read", "track"));
+    const std::size_t count = std::min(buffer.size(), left_.size());
+    std::ranges::copy(left_.first(count), buffer.begin());
+    left_ = left_.subspan(count);
+    return count;
+  }
+
+ private:
+  platform::DataView left_;
+};
+
+TEST(TrackFormats, aStreamThatFailsGivesTheRowsBefore) {
+  BrokenStream two("1,2,3,4,5,6,7,8\n2,2,3,4,5,6,7,8\n3,2"), none("1,2");
+  const Track track = readCSVTrack(two);
+  EXPECT_EQ(track.fixes.size(), 2u);
+  EXPECT_EQ(track.fault, "reading stopped before its end");
+  EXPECT_THROW((void)readCSVTrack(none), TrackFormatError);
 }
 
 TEST(TrackFormats, longTextIsCutBetweenCharacters) {
@@ -272,7 +349,7 @@ TEST(TrackFormats, fitRecordsAndLaps) {
     record(kTime + 30, 0x7FFFFFFF, 0xFFFF, 0xFFFF, 98);   // no place
     record(0xFFFFFFFF, 0xE0000000, 0xFFFF, 0xFFFF, 255);  // no time: that of the last one
     file.define(1, 20, {{0, 4, 0x85}, {1, 4, 0x85}, {78, 4, 0x86}});
-    file.compressed(1, (kTime + 33) & 0x1F).put(0, 4).put(0, 4).put(2'500, 4);
+    file.compressed(1, (kTime + 33) & 0x1F).put(0, 4).put(0, 4).put(5'000, 4);
     file.define(2, 19, {{253, 4, 0x86}, {2, 4, 0x86}});
     file.message(2).put(kTime + 40, 4).put(kTime + 5, 4);
     file.define(3, 0xFF00, {});  // a message of no bytes
@@ -290,7 +367,8 @@ TEST(TrackFormats, fitRecordsAndLaps) {
     EXPECT_EQ(track.fixes[1].coordinate.latitude, -45);
     EXPECT_EQ(track.fixes[1].timestamp, dateSince1970(kNoon + 30));
     EXPECT_EQ(track.fixes[2].timestamp, dateSince1970(kNoon + 33));
-    EXPECT_EQ(track.fixes[2].altitude, 0);
+    EXPECT_FALSE(hasAltitude(track.fixes[1]));
+    EXPECT_EQ(track.fixes[2].altitude, 500);
     EXPECT_EQ(track.fixes[2].speed, -1);
     ASSERT_EQ(track.heartRates.size(), 2u);
     EXPECT_EQ(track.heartRates[1].beatsPerMinute, 98);
@@ -298,21 +376,38 @@ TEST(TrackFormats, fitRecordsAndLaps) {
     EXPECT_EQ(read(convertTrack(bytesOf(whole), fit, gpx), gpx).fixes.size(), 3u);
     EXPECT_EQ(read(whole + whole, fit).fixes.size(), 6u);  // one behind the other
 
+    // Damaged, it gives the records that can be read, and says so.
     for (std::size_t length = 0; length < whole.size(); ++length) {
-      ASSERT_NE(failureOf(whole.substr(0, length), fit), "") << length;
+      ASSERT_NE(faultOf(whole.substr(0, length), fit), "") << length;
     }
     for (std::size_t at = 14; at < whole.size(); ++at) {
       std::string wrong = whole;
       wrong[at] = static_cast<char>(wrong[at] ^ 0x10);
-      ASSERT_NE(failureOf(wrong, fit).find("checksum"), std::string::npos) << at;
+      ASSERT_NE(faultOf(wrong, fit).find("checksum"), std::string::npos) << at;
+    }
+    std::string flipped = whole, unfinished = whole;
+    flipped[flipped.size() - 1] = static_cast<char>(~flipped.back());
+    for (const std::size_t at : {4U, 5U, 6U, 7U}) unfinished[at] = 0;
+    const struct {
+      std::string bytes, fault;
+      std::size_t fixes;
+    } damaged[] = {{whole.substr(0, whole.size() - 20), "it is cut off", 3},
+                   {unfinished, "it is cut off", 3},
+                   {flipped, "its checksum is wrong", 3},
+                   {flipped + whole, "its checksum is wrong", 6},
+                   {whole + std::string(16, '\0'), "what stands behind its end", 3}};
+    for (const auto& [bytes, fault, fixes] : damaged) {
+      const Track part = read(bytes, fit);
+      EXPECT_EQ(part.fixes.size(), fixes) << fault;
+      EXPECT_TRUE(part.fault.starts_with(fault)) << part.fault;
     }
   }
   FITBytes undefined(false), cut(false);
   undefined.message(5);
-  EXPECT_NE(failureOf(undefined.bytes(), fit).find("no definition"), std::string::npos);
+  EXPECT_NE(faultOf(undefined.bytes(), fit).find("no definition"), std::string::npos);
   cut.define(0, 20, {{253, 4, 0x86}});
   cut.message(0).put(1, 2);
-  EXPECT_NE(failureOf(cut.bytes(), fit).find("cut off"), std::string::npos);
+  EXPECT_NE(faultOf(cut.bytes(), fit).find("cut off"), std::string::npos);
 }
 
 TEST(TrackFormats, endingsOfFiles) {

@@ -28,11 +28,16 @@ struct Line {
   std::optional<double> (*figure)(const DayTotals&);
 };
 
+/// A figure of height; nothing for a day without altitudes.
+std::optional<double> withAltitudes(const DayTotals& day, double figure) {
+  return day.minAltitude ? std::optional(figure) : std::nullopt;
+}
+
 constexpr Line kLines[] = {
     {"Vertical down", Format::vertical,
-     [](const auto& day) { return std::optional(day.all.descentMeters); }},
+     [](const auto& day) { return withAltitudes(day, day.all.descentMeters); }},
     {"Vertical up", Format::vertical,
-     [](const auto& day) { return std::optional(day.all.ascentMeters); }},
+     [](const auto& day) { return withAltitudes(day, day.all.ascentMeters); }},
     {"Distance", Format::distance,
      [](const auto& day) { return std::optional(day.all.distanceMeters); }},
     {"On runs", Format::distance,
@@ -105,6 +110,7 @@ void addCompareCommand(CLI::App& app) {
     } else {
       fmt::print("{}", comparison(first, second));
     }
+    for (const RecordedDay* each : {&first, &second}) failIfIncomplete(each->title, each->fault);
   });
 }
 

@@ -30,6 +30,8 @@ std::vector<std::string> words(std::span<const char* const> all) {
 struct Converted {
   std::size_t fixes = 0;    ///< Written.
   std::size_t leftOut = 0;  ///< Rows and points that are no fix, or none that can be written.
+  std::size_t heartRatesLeftOut = 0;
+  std::string fault = {};  ///< Why the track could not be read whole, if so.
 };
 
 /// Reads one file and writes another one; a track without a fix writes nothing.
@@ -37,8 +39,10 @@ Converted convertFile(const std::string& in, const std::string& out,
                       std::optional<TrackFormat> from, TrackFormat to,
                       Existing existing = Existing::replaced) {
   const Track track = readTrackFile(in, from);
+  refuseToReplaceByPart(in, out, track);
   const std::size_t fixes = writableFixes(track);
-  const Converted converted{fixes, track.skipped + track.fixes.size() - fixes};
+  const Converted converted{fixes, track.skipped + track.fixes.size() - fixes,
+                            to == TrackFormat::csv ? track.heartRates.size() : 0, track.fault};
   if (fixes == 0) {
     throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", in, converted.leftOut));
   }
@@ -83,15 +87,18 @@ void convertFolder(const Options& options, TrackFormat to) {
   const auto existing =
       fs::equivalent(options.in, options.out) ? Existing::kept : Existing::replaced;
   std::set<fs::path> taken;
-  std::size_t done = 0, failed = 0, leftOut = 0;
+  std::size_t done = 0, written = 0, failed = 0, leftOut = 0, heartRates = 0;
   {
     ProgressBar bar(text("Converting"));
     for (const fs::path& track : tracks) {
       try {
         const fs::path out = outputFor(track, options, taken);
-        leftOut +=
-            convertFile(track.string(), out.string(), trackFormatNamed(options.from), to, existing)
-                .leftOut;
+        const Converted converted =
+            convertFile(track.string(), out.string(), trackFormatNamed(options.from), to, existing);
+        ++written;
+        leftOut += converted.leftOut;
+        heartRates += converted.heartRatesLeftOut;
+        failIfIncomplete(track.string(), converted.fault);
       } catch (const CommandFailure& failure) {
         ++failed;
         fmt::print(stderr, "ombrix: {}\n", failure.what());
@@ -100,8 +107,11 @@ void convertFolder(const Options& options, TrackFormat to) {
     }
   }
   fmt::print("{}\n", fmt::format(fmt::runtime(text("Wrote {} tracks to {} ({} points skipped)")),
-                                 tracks.size() - failed, options.out, leftOut));
-  if (failed > 0) throw CommandFailure(fmt::format("{} tracks could not be converted", failed));
+                                 written, options.out, leftOut));
+  tellHeartRatesLeftOut(options.out, heartRates);
+  if (failed > 0) {
+    throw CommandFailure(fmt::format("{} tracks could not be converted whole", failed));
+  }
 }
 
 void convert(const Options& options) {
@@ -120,6 +130,8 @@ void convert(const Options& options) {
   fmt::print(noticesBeside(options.out), "{}\n",
              fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")), converted.fixes,
                          options.out, converted.leftOut));
+  tellHeartRatesLeftOut(options.out, converted.heartRatesLeftOut);
+  failIfIncomplete(options.in, converted.fault);
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 #include <array>
 #include <filesystem>
 #include <memory>
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -79,18 +80,29 @@ void showDay(const std::string& path, const Options& options, FigureTexts& figur
   }
   std::fflush(out);
   keep(recorded);
-  if (!options.upload) return;
-  const UploadedDay uploaded = uploadDay(summary, path);
-  fmt::print(stderr, "{}\n",
-             fmt::format(fmt::runtime(text("Uploaded as day {}, the track with {} bytes")),
-                         uploaded.name, uploaded.trackBytes));
+  if (options.upload) {
+    const UploadedDay uploaded = uploadDay(summary, path);
+    fmt::print(stderr, "{}\n",
+               fmt::format(fmt::runtime(text("Uploaded as day {}, the track with {} bytes")),
+                           uploaded.name, uploaded.trackBytes));
+  }
+  failIfIncomplete(path, recorded.fault);
+}
+
+/// Shows a day; a lack of memory names the file.
+void showOrFail(const std::string& path, const Options& options, FigureTexts& figures) {
+  try {
+    showDay(path, options, figures);
+  } catch (const std::bad_alloc&) {
+    throw CommandFailure(path + ": There is not memory enough to measure the day.");
+  }
 }
 
 /// Shows all days, with a bar while there are many. One that cannot be read is told and passed
 /// over; the command fails at its end.
 void showDays(const Options& options) {
   FigureTexts figures(forStandardOutput);
-  if (options.paths.size() == 1) return showDay(options.paths.front(), options, figures);
+  if (options.paths.size() == 1) return showOrFail(options.paths.front(), options, figures);
   std::size_t failed = 0;
   {
     ProgressBar bar(text("Measuring"));
@@ -99,7 +111,7 @@ void showDays(const Options& options) {
       // On one terminal the bar would stand in the report's way.
       if (standardOutputIsTerminal()) bar.hide();
       try {
-        showDay(options.paths[i], options, figures);
+        showOrFail(options.paths[i], options, figures);
       } catch (const CommandFailure& failure) {
         ++failed;
         bar.hide();
@@ -109,7 +121,7 @@ void showDays(const Options& options) {
   }
   if (failed > 0) {
     throw CommandFailure(
-        fmt::format("{} of {} tracks could not be shown", failed, options.paths.size()));
+        fmt::format("{} of {} tracks could not be shown whole", failed, options.paths.size()));
   }
 }
 

@@ -27,6 +27,7 @@ void addTrackCommand(CLI::App& app) {
   rewrite->callback([options] {
     refuseToReplaceRecording(options->out, {}, TrackFormat::csv);
     Track read = readTrackFile(options->in);
+    refuseToReplaceByPart(options->in, options->out, read);
     // A number that is not finite has no text: its row would be short, and no fix.
     read.skipped += std::erase_if(read.fixes, [](const CLLocation& fix) { return !isFinite(fix); });
     if (read.fixes.empty()) {
@@ -37,6 +38,8 @@ void addTrackCommand(CLI::App& app) {
     fmt::print(noticesBeside(options->out), "{}\n",
                fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")),
                            read.fixes.size(), options->out, read.skipped));
+    tellHeartRatesLeftOut(options->out, read.heartRates.size());
+    failIfIncomplete(options->in, read.fault);
   });
 }
 

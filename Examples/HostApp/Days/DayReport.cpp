@@ -52,6 +52,7 @@ std::string fixesShown(const RecordedDay& recorded) {
                   counted(counts.used, "used"));
   if (counts.offTheGlobe > 0) shown += ", " + counted(counts.offTheGlobe, "off the globe");
   if (counts.beyondLimit > 0) shown += ", " + counted(counts.beyondLimit, "beyond the limit");
+  if (!recorded.fault.empty()) shown += fmt::format(", {}", text("incomplete"));
   return shown;
 }
 
@@ -65,8 +66,10 @@ std::string figuresOf(const RecordedDay& recorded, FigureTexts& texts) {
     figures.line("Lifts", texts.count(totals.lifts));
     figures.value("Distance", Format::distance, totals.all.distanceMeters);
     figures.value("On runs", Format::distance, totals.run.distanceMeters);
-    figures.value("Vertical up", Format::vertical, totals.all.ascentMeters);
-    figures.value("Vertical down", Format::vertical, totals.all.descentMeters);
+    if (totals.minAltitude) {
+      figures.value("Vertical up", Format::vertical, totals.all.ascentMeters);
+      figures.value("Vertical down", Format::vertical, totals.all.descentMeters);
+    }
     figures.value("Top speed", Format::speed, totals.all.maxSpeedMetersPerSecond);
     figures.value("Average speed", Format::speed, totals.all.averageSpeedMetersPerSecond);
     figures.value("Lowest point", Format::altitude, totals.minAltitude);

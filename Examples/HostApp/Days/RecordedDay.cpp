@@ -19,11 +19,12 @@ JSON seconds(std::optional<platform::Date> date) {
   return date ? figure(platform::timeIntervalSince1970(*date)) : JSON();
 }
 
-void addFigures(JSON::Dictionary& json, const SegmentFigures& figures) {
+/// @param hasAltitudes Else there are no figures of height.
+void addFigures(JSON::Dictionary& json, const SegmentFigures& figures, bool hasAltitudes) {
   json.set("movingSeconds", figure(figures.movingSeconds));
   json.set("distanceMeters", figure(figures.distanceMeters));
-  json.set("ascentMeters", figure(figures.ascentMeters));
-  json.set("descentMeters", figure(figures.descentMeters));
+  json.set("ascentMeters", hasAltitudes ? figure(figures.ascentMeters) : JSON());
+  json.set("descentMeters", hasAltitudes ? figure(figures.descentMeters) : JSON());
   json.set("maxSpeedMetersPerSecond", figure(figures.maxSpeedMetersPerSecond));
   json.set("averageSpeedMetersPerSecond", figure(figures.averageSpeedMetersPerSecond));
 }
@@ -34,14 +35,14 @@ JSON heartRateJSON(const SegmentFigures& figures) {
                           {"maxBeatsPerMinute", figure(figures.maxHeartRate)}};
 }
 
-JSON segmentJSON(const DaySegment& segment) {
+JSON segmentJSON(const DaySegment& segment, bool hasAltitudes) {
   JSON::Dictionary json{{"kind", platform::rawValue(segment.kind)},
                         {"number", segment.number},
                         {"startTime", seconds(segment.begin)},
                         {"endTime", seconds(segment.end)},
-                        {"verticalMeters", figure(segment.vertical())},
-                        {"slopeDegrees", figure(segment.slopeDegrees)}};
-  addFigures(json, segment.figures);
+                        {"verticalMeters", hasAltitudes ? figure(segment.vertical()) : JSON()},
+                        {"slopeDegrees", hasAltitudes ? figure(segment.slopeDegrees) : JSON()}};
+  addFigures(json, segment.figures, hasAltitudes);
   if (segment.figures.heartRates > 0) json.set("heartRate", heartRateJSON(segment.figures));
   return json;
 }
@@ -71,7 +72,7 @@ double activeSeconds(const RecordedDay& recorded) {
 RecordedDay measured(Track track, std::string title, std::optional<double> weightKilograms) {
   deriveMissingMotion(track.fixes);
   RecordedDay recorded{std::move(title), track.skipped, measureDay(track.fixes, track.heartRates),
-                       std::nullopt};
+                       std::nullopt, std::move(track.fault)};
   if (weightKilograms) {
     recorded.kilocalories =
         Math::caloriesBurnedForUserWithWeight(*weightKilograms, activeSeconds(recorded));
@@ -91,14 +92,18 @@ JSON toJSON(const RecordedDay& recorded) {
                         {"endTime", seconds(totals.end)},
                         {"runs", totals.runs},
                         {"lifts", totals.lifts}};
-  addFigures(json, totals.all);
+  if (!recorded.fault.empty()) json.set("fault", recorded.fault);
+  const bool hasAltitudes = totals.minAltitude.has_value();
+  addFigures(json, totals.all, hasAltitudes);
   json.set("runDistanceMeters", figure(totals.run.distanceMeters));
   json.set("minAltitudeMeters", figure(totals.minAltitude));
   json.set("maxAltitudeMeters", figure(totals.maxAltitude));
   if (totals.all.heartRates > 0) json.set("heartRate", heartRateJSON(totals.all));
   if (recorded.kilocalories) json.set("kilocalories", figure(recorded.kilocalories));
   JSON::Array segments;
-  for (const DaySegment& segment : day.segments) segments.push_back(segmentJSON(segment));
+  for (const DaySegment& segment : day.segments) {
+    segments.push_back(segmentJSON(segment, hasAltitudes));
+  }
   json.set("segments", std::move(segments));
   return json;
 }

@@ -16,6 +16,7 @@ struct RecordedDay {
   std::size_t skipped = 0;  ///< Rows and points of the file that are no fix.
   Day day;
   std::optional<double> kilocalories;  ///< The estimate for the day's span; needs a weight.
+  std::string fault = {};              ///< Why the file could not be read whole; empty if it was.
 
   /// Seconds from the first to the last fix that counts; 0 without one.
   [[nodiscard]] double spanSeconds() const;

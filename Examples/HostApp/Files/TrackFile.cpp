@@ -6,10 +6,12 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <new>
 #include <system_error>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Texts/Text.hpp"
 #include "OmbrixCore/Data/LocationCSVWriter.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
 
@@ -84,9 +86,7 @@ platform::Data readAll(InputStream& stream) {
   return bytes;
 }
 
-}  // namespace
-
-Track readTrackFile(const std::string& path, std::optional<TrackFormat> format) {
+Track readStream(const std::string& path, std::optional<TrackFormat> format) {
   const bool isStandardInput = path == "-";
   const auto source = isStandardInput ? InputStream::withDescriptor(
                                             STDIN_FILENO, platform::DescriptorOwnership::borrowed)
@@ -95,12 +95,32 @@ Track readTrackFile(const std::string& path, std::optional<TrackFormat> format) 
   if (const auto opened = stream.open(); !opened) throw CommandFailure(opened.error().what());
   if (!format && !isStandardInput) format = trackFormatOfFile(path);
   if (!format) format = trackFormatOfBytes(stream.head());
+  if (format == TrackFormat::csv) return readCSVTrack(stream);
+  return ombrix::readTrack(readAll(stream), *format);
+}
+
+}  // namespace
+
+Track readTrackFile(const std::string& path, std::optional<TrackFormat> format) {
   try {
-    if (format == TrackFormat::csv) return readCSVTrack(stream);
-    return ombrix::readTrack(readAll(stream), *format);
+    return readStream(path, format);
   } catch (const TrackFormatError& error) {
     throw CommandFailure(fmt::format("{}: {}", path, error.what()));
+  } catch (const std::bad_alloc&) {
+    throw CommandFailure(path + ": There is not memory enough to read the track.");
   }
+}
+
+void failIfIncomplete(const std::string& path, const std::string& fault) {
+  if (fault.empty()) return;
+  throw CommandFailure(fmt::format("{} could not be read whole: {}", path, fault));
+}
+
+void refuseToReplaceByPart(const std::string& in, const std::string& out, const Track& track) {
+  std::error_code none;
+  if (track.fault.empty() || !std::filesystem::equivalent(in, out, none)) return;
+  throw CommandFailure(
+      fmt::format("{} could not be read whole and is not replaced: {}", in, track.fault));
 }
 
 Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> format) {
@@ -109,6 +129,13 @@ Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> for
     throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", path, track.skipped));
   }
   return track;
+}
+
+void tellHeartRatesLeftOut(const std::string& out, std::size_t heartRates) {
+  if (heartRates == 0) return;
+  fmt::print(
+      noticesBeside(out), "{}\n",
+      fmt::format(fmt::runtime(text("{} heart rates are left out: CSV holds none")), heartRates));
 }
 
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes) {

@@ -10,12 +10,24 @@
 namespace ombrix::hostapp {
 
 /// Reads a track from a file, or from standard input for "-"; failures end the command. Of CSV only
-/// the fixes are held in memory.
+/// the fixes are held in memory. Of a damaged file what can be read is returned; see
+/// `failIfIncomplete`.
 /// @param format Nothing: by the ending of the name, else by how the bytes begin.
 Track readTrackFile(const std::string& path, std::optional<TrackFormat> format = std::nullopt);
 
 /// The same; a file without a single fix ends the command, too.
 Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> format = std::nullopt);
+
+/// Ends the command where a track could not be read whole, and says why: for when what could be
+/// read has been shown or written.
+/// @param fault That of the track.
+void failIfIncomplete(const std::string& path, const std::string& fault);
+
+/// Ends the command where a track that could not be read whole would take its own file's place.
+void refuseToReplaceByPart(const std::string& in, const std::string& out, const Track& track);
+
+/// Tells that heart rates of a track were not written to a CSV file; nothing for none.
+void tellHeartRatesLeftOut(const std::string& out, std::size_t heartRates);
 
 /// Writes a track file in the format "CSV", replacing one that is there; see `writeFile`.
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes);

@@ -78,10 +78,23 @@ void writeTo(int descriptor, platform::DescriptorOwnership ownership, const std:
   if (const auto& error = stream->streamError()) fail(path, error->what());
 }
 
-void writeStraight(const fs::path& target, int flags, const std::string& path, const Write& write) {
-  const int descriptor = ::open(target.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC | flags);
+void writeStraight(const fs::path& target, const std::string& path, const Write& write) {
+  const int descriptor = ::open(target.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
   if (descriptor < 0) failWithErrno(path);
   writeTo(descriptor, platform::DescriptorOwnership::owned, path, write);
+}
+
+/// Writes over a file that has to stay the one it is. Its old contents stay until all of the new
+/// ones are known and there is room for them.
+void writeOver(const fs::path& target, const std::string& path, const Write& write) {
+  const std::shared_ptr stream = OutputStream::toMemory();
+  if (const auto opened = stream->open(); !opened) fail(path, opened.error().what());
+  write(stream);
+  stream->close();
+  if (const auto& error = stream->streamError()) fail(path, error->what());
+  const auto written = platform::FileManager::defaultManager().overwriteFile(
+      platform::URL::fileURL(target.string(), false), *stream->data());
+  if (!written) fail(path, written.error().what());
 }
 
 /// A new file that is not seen under its name yet; gone with its owner unless it is published.
@@ -136,10 +149,10 @@ void writeFile(const std::string& path, const Write& write, Existing existing) {
   const bool exists = ::stat(target.path.c_str(), &older) == 0;
   if (!exists && errno != ENOENT) failWithErrno(path);
   if (exists && existing == Existing::kept) fail(path, std::strerror(EEXIST));
-  if (exists && !S_ISREG(older.st_mode)) return writeStraight(target.path, 0, path, write);
+  if (exists && !S_ISREG(older.st_mode)) return writeStraight(target.path, path, write);
   // A file that is protected against writing is not to be replaced either.
   if (exists && ::access(target.path.c_str(), W_OK) != 0) failWithErrno(path);
-  const auto writeInPlace = [&] { writeStraight(target.path, O_TRUNC, path, write); };
+  const auto writeInPlace = [&] { writeOver(target.path, path, write); };
   if (exists && older.st_nlink > 1) return writeInPlace();
 
   UnpublishedFile fresh(target.path.parent_path(), exists ? 0600 : 0666);

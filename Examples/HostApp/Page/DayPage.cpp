@@ -86,14 +86,17 @@ std::string DayPageWriter::header() {
 
 std::string DayPageWriter::figures() {
   const DayTotals& totals = day_.totals;
+  const auto height = [&](double meters) {
+    return totals.maxAltitude ? figures_.value(Format::vertical, meters) : "–";
+  };
   const std::string first =
-      figure("Vertical down", figures_.value(Format::vertical, totals.all.descentMeters)) +
+      figure("Vertical down", height(totals.all.descentMeters)) +
       figure("Runs", figures_.count(totals.runs)) +
       figure("Top speed", figures_.value(Format::speed, totals.all.maxSpeedMetersPerSecond)) +
       figure("On runs", figures_.value(Format::distance, totals.run.distanceMeters));
   std::string others =
       figure("Lifts", figures_.count(totals.lifts)) +
-      figure("Vertical up", figures_.value(Format::vertical, totals.all.ascentMeters)) +
+      figure("Vertical up", height(totals.all.ascentMeters)) +
       figure("Distance", figures_.value(Format::distance, totals.all.distanceMeters)) +
       figure("Average speed",
              figures_.value(Format::speed, totals.all.averageSpeedMetersPerSecond)) +
@@ -133,8 +136,9 @@ std::string DayPageWriter::profiles() {
   const auto cell = [](const char* name, const char* column) {
     return fmt::format("<div><dt>{}</dt><dd data-column=\"{}\"></dd></div>", label(name), column);
   };
-  std::string readout = cell("Time", "time") + cell("Distance", "distance") +
-                        cell("Altitude", "altitude") + cell("Speed", "speed");
+  std::string readout = cell("Time", "time") + cell("Distance", "distance");
+  if (day_.totals.maxAltitude) readout += cell("Altitude", "altitude");
+  readout += cell("Speed", "speed");
   if (profiles_.hasHeartRates()) readout += cell("Heart rate", "heart");
   return fmt::format(
       "<section aria-labelledby=\"profiles\"><div class=\"bar\"><h2 id=\"profiles\">{0}</h2>"
@@ -204,9 +208,10 @@ std::string DayPageWriter::rides() {
 
 std::string DayPageWriter::footer() {
   const FixCounts& counts = day_.counts;
-  return fmt::format("<footer><p>{}</p><p>{}: {} {}, {} {}</p></footer>", escaped(recorded_.title),
-                     label("Fixes"), countText(counts.read), label("read"), countText(counts.used),
-                     label("used"));
+  std::string fixes = fmt::format("{}: {} {}, {} {}", label("Fixes"), countText(counts.read),
+                                  label("read"), countText(counts.used), label("used"));
+  if (!recorded_.fault.empty()) fixes += fmt::format(", {}", label("incomplete"));
+  return fmt::format("<footer><p>{}</p><p>{}</p></footer>", escaped(recorded_.title), fixes);
 }
 
 /// The picture that is shared, 1200 by 630, with colours of its own.
@@ -223,7 +228,9 @@ std::string DayPageWriter::card() {
         y, escaped(shown), y + 32, label(name));
     y += 104;
   };
-  value("Vertical down", figures_.plain(Format::vertical, totals.all.descentMeters));
+  if (totals.maxAltitude) {
+    value("Vertical down", figures_.plain(Format::vertical, totals.all.descentMeters));
+  }
   value("Top speed", figures_.plain(Format::speed, totals.all.maxSpeedMetersPerSecond));
   value("On runs", figures_.plain(Format::distance, totals.run.distanceMeters));
   value("Runs", countText(totals.runs));

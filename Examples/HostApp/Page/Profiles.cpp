@@ -65,6 +65,7 @@ std::vector<Profiles::Plot> Profiles::plots() const {
     plots.push_back({"heart", "Heart rate", Format::heartRate,
                      [](const DaySample& each) { return each.heartRate; }, true});
   }
+  if (!day_.totals.maxAltitude) plots.erase(plots.begin());
   for (Plot& plot : plots) {
     // Round figures in the user's unit, three or four to a plot.
     const double unit = plot.format == Format::heartRate ? 1 : unitSize(plot.format);

@@ -113,7 +113,7 @@ std::string timeLine(const Day& day, FigureTexts& figures, std::size_t width) {
 }  // namespace
 
 std::string dayChart(const Day& day, FigureTexts& figures, std::size_t columns, bool isStyled) {
-  if (day.samples.empty()) return {};
+  if (day.samples.empty() || !day.totals.maxAltitude) return {};
   const auto [lowest, highest] = std::ranges::minmax(
       day.samples, {}, [](const DaySample& each) { return each.steadyAltitude; });
   const double low = lowest.steadyAltitude, high = highest.steadyAltitude;

@@ -9,10 +9,12 @@
 
 namespace ombrix::detail {
 
-Track readGPX(platform::DataView bytes);
-Track readTCX(platform::DataView bytes);
-Track readFIT(platform::DataView bytes);
-Track readGeoJSON(platform::DataView bytes);
+// Each reads into an empty track. What is thrown leaves there what was read before, or beside, the
+// fault.
+void readGPX(platform::DataView bytes, Track& track);
+void readTCX(platform::DataView bytes, Track& track);
+void readFIT(platform::DataView bytes, Track& track);
+void readGeoJSON(platform::DataView bytes, Track& track);
 std::string writeGPX(const Track& track);
 std::string writeTCX(const Track& track);
 std::string writeGeoJSON(const Track& track);
@@ -41,7 +43,8 @@ struct TrackPoint {
 std::vector<TrackPoint> pointsOf(const Track& track);
 
 /// Keeps a point that was read; counts it as skipped without a time, or with neither a place on the
-/// globe nor a heart rate. Figures that are negative, not finite or beyond 1e9 become unknown.
+/// globe nor a heart rate. Figures that are negative, not finite or beyond 1e9 become unknown, and
+/// so does an altitude that is not finite or as large: 0 without an accuracy, see `hasAltitude`.
 /// @throws TrackFormatError when there are too many
 void keep(Track& track, const CLLocation* fix, std::optional<double> heartRate,
           std::optional<platform::Date> time);
