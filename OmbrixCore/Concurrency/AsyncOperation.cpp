@@ -72,6 +72,7 @@ AsyncOperation::OperationState AsyncOperation::setState(auto decide) {
     return state = decide(state);
   });
   if (before == after) return OperationState::finished;
+  if (after == OperationState::executing && !isObserved()) return after;
   const auto keepAlive = weak_from_this().lock();
   if (isObserved()) {
     announceToObservers(

@@ -20,6 +20,9 @@ namespace detail {
 /// Stops the program when the calling thread is inside a section of an actor.
 void checkMayBlock();
 
+/// Destroys a coroutine that does not run. Its frame may hold others, and these again.
+void destroyFrame(std::coroutine_handle<> frame) noexcept;
+
 /// Blocks until the resumption was called; pool threads lend their place meanwhile. Costs no system
 /// call where that happens first.
 class BlockingWait {
@@ -85,7 +88,7 @@ class [[nodiscard]] Async {
     return *this;
   }
   ~Async() {
-    if (handle_) handle_.destroy();
+    if (handle_) detail::destroyFrame(handle_);
   }
 
   /// Runs it on the calling thread as far as it goes, then blocks until it is over; gives its

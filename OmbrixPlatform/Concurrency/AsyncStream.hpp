@@ -10,6 +10,7 @@
 
 #include "OmbrixPlatform/Concurrency/Continuation.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Values/NestedCalls.hpp"
 
 namespace ombrix::platform {
 
@@ -45,8 +46,12 @@ class AsyncStream {
         waiter.swap(waiting);
         handler.swap(onTermination);
       }
-      if (handler) callOut("a termination handler", handler);
-      if (waiter) waiter->resume();
+      if (!handler && !waiter) return;
+      // The handler may end a stream behind this one, and so on.
+      detail::NestedCalls::make([handler = std::move(handler), waiter = std::move(waiter)] {
+        if (handler) callOut("a termination handler", handler);
+        if (waiter) waiter->resume();
+      });
     }
   };
 

@@ -50,6 +50,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   State(Kind queueKind, DispatchPriority lane) : kind(queueKind), priority(lane) {}
 
   void enqueue(Job job, bool isBarrier) {
+    if (isGlobal) return ThreadPool::shared().post(std::move(job), priority, this);
     if (kind == Kind::concurrent) {
       if (begin(job, isBarrier)) submit();
       return;
@@ -190,6 +191,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 
   const Kind kind;
   const DispatchPriority priority;
+  bool isGlobal = false;  // knows no barriers, so that nothing of it ever waits
   FutexLock mutex;
   std::deque<Entry> waiting;
   bool isDraining = false;   // serial and main: someone is running jobs, or is about to
@@ -221,8 +223,11 @@ std::shared_ptr<DispatchQueue> DispatchQueue::concurrent(std::string label,
 DispatchQueue& DispatchQueue::global(DispatchPriority priority) {
   using Queues = std::array<std::shared_ptr<DispatchQueue>, 4>;
   auto make = [](std::string label, QualityOfService qualityOfService) {
-    return std::make_shared<DispatchQueue>(Passkey{}, Kind::concurrent, std::move(label),
-                                           qualityOfService, dispatchPriority(qualityOfService));
+    auto queue =
+        std::make_shared<DispatchQueue>(Passkey{}, Kind::concurrent, std::move(label),
+                                        qualityOfService, dispatchPriority(qualityOfService));
+    queue->state_->isGlobal = true;
+    return queue;
   };
   // Leaked: jobs may still run while the process ends.
   static const Queues& queues =
@@ -251,10 +256,7 @@ DispatchQueue& DispatchQueue::main() {
 
 void DispatchQueue::async(Job job) { state_->enqueue(std::move(job), false); }
 
-void DispatchQueue::asyncBarrier(Job job) {
-  const bool isGlobal = this == &global(state_->priority);
-  state_->enqueue(std::move(job), !isGlobal);
-}
+void DispatchQueue::asyncBarrier(Job job) { state_->enqueue(std::move(job), true); }
 
 void DispatchQueue::asyncAfter(std::chrono::steady_clock::time_point deadline, Job job) {
   afterUncancellably(deadline, [self = shared_from_this(), job = std::move(job)]() mutable {
@@ -303,7 +305,7 @@ void DispatchQueue::runAndWait(std::function<void()> job) {
   {
     const ThreadPool::BlockingScope blocking;
     const auto waitFor = [&](auto interval) { return waiting.done.try_acquire_for(interval); };
-    if (!detail::waitWhileThreadsAreShort(waitFor)) waiting.done.acquire();
+    if (!detail::waitUntilWatched(waitFor)) waiting.done.acquire();
   }
   if (!waiting.hasRun) throw CancellationError();
 }

@@ -58,7 +58,7 @@ class EventLoop {
       early().push_back(std::move(job));
     }
     retry();
-    detail::retryInPoolAfterShortage();
+    detail::retryAfterShortage();
   }
 
   /// Makes what could not be made yet for the jobs that wait.

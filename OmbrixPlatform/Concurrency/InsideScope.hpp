@@ -6,8 +6,9 @@ namespace ombrix::platform::detail {
 /// checks of waits for oneself.
 class InsideScope {
  public:
+  /// @param identity Null for nothing in particular.
   explicit InsideScope(const void* identity) noexcept : identity_(identity), outer_(innermost_) {
-    innermost_ = this;
+    if (identity) innermost_ = this;
   }
   ~InsideScope() { innermost_ = outer_; }
   InsideScope(const InsideScope&) = delete;

@@ -30,7 +30,7 @@ void MainLoop::post(Job job) {
     changed_.notify_all();
     startOwnThread();
   }
-  detail::retryInPoolAfterShortage();
+  detail::retryAfterShortage();
 }
 
 void MainLoop::retryOwnThread() {
@@ -97,7 +97,7 @@ void MainLoop::run() {
   isAdopted_ = false;
   release();
   lock.unlock();
-  detail::retryInPoolAfterShortage();
+  detail::retryAfterShortage();
 }
 
 void MainLoop::stop() {
@@ -115,7 +115,7 @@ bool MainLoop::pump() {
   }
   release();
   lock.unlock();
-  detail::retryInPoolAfterShortage();
+  detail::retryAfterShortage();
   return hasJobs;
 }
 
@@ -125,7 +125,7 @@ void MainLoop::handBack() {
     isAdopted_ = false;
     startOwnThread();
   }
-  detail::retryInPoolAfterShortage();
+  detail::retryAfterShortage();
 }
 
 bool MainLoop::isMainThread() {

@@ -1,7 +1,5 @@
 #include "OmbrixPlatform/Concurrency/NSOperation.hpp"
 
-#include <algorithm>
-#include <iterator>
 #include <mutex>
 #include <thread>
 #include <utility>
@@ -11,6 +9,7 @@
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
+#include "OmbrixPlatform/Values/NestedCalls.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -21,21 +20,9 @@ constexpr std::string_view kStateKeys[] = {"ready", "executing", "finished", "ca
 
 NSOperation::NSOperation() = default;
 
-// A chain of dependencies is let go link by link: inside each other the destructors of a long one
-// would overflow the stack.
 NSOperation::~NSOperation() {
-  static constinit thread_local std::vector<std::shared_ptr<NSOperation>>* released = nullptr;
   if (dependencies_.empty()) return;
-  if (released) {
-    std::move(dependencies_.begin(), dependencies_.end(), std::back_inserter(*released));
-    return;
-  }
-  released = &dependencies_;
-  while (!released->empty()) {
-    const auto last = std::move(released->back());
-    released->pop_back();
-  }
-  released = nullptr;
+  detail::NestedCalls::make([held = std::move(dependencies_)]() mutable { held.clear(); });
 }
 
 bool NSOperation::isReady() const { return isCancelled() || unfinishedDependencies() == 0; }
@@ -104,7 +91,7 @@ void NSOperation::waitUntilFinished() const {
   }
   detail::checkMayBlock();
   const ThreadPool::BlockingScope blocking;
-  detail::waitWhileThreadsAreShort([this](auto interval) {
+  detail::waitUntilWatched([this](auto interval) {
     std::this_thread::sleep_for(interval);
     return hasFinished_.load() != 0;
   });

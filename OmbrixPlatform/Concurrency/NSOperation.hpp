@@ -80,6 +80,11 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   virtual void cancel();
 
   /// Makes this operation wait for another one. Before it is put on a queue.
+  ///
+  /// The other one is held, but nothing starts it: put it on a queue, or start it. If it never
+  /// finishes, this one never starts and stays in its queue, also when the queue object has gone,
+  /// until it is cancelled; whoever holds this one could still start the other, so nobody can know
+  /// that the wait is in vain.
   void addDependency(const std::shared_ptr<NSOperation>& operation);
 
   /// The operations it waits for; let go when it finishes.

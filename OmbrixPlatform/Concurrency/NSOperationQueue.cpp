@@ -158,7 +158,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     const ThreadPool::BlockingScope blocking;
     const auto hasEmptied = [this] { return isEmpty(); };
     lock.unlock();
-    const bool isOver = detail::waitWhileThreadsAreShort([&](auto interval) {
+    const bool isOver = detail::waitUntilWatched([&](auto interval) {
       std::unique_lock waiting(mutex_);
       return emptied_.wait_for(waiting, interval, hasEmptied);
     });

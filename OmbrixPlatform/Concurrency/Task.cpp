@@ -4,6 +4,7 @@
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
+#include "OmbrixPlatform/Values/NestedCalls.hpp"
 
 namespace ombrix::platform {
 
@@ -24,6 +25,10 @@ void checkMayBlock() {
   }
 }
 
+void destroyFrame(std::coroutine_handle<> frame) noexcept {
+  NestedCalls::make([frame] { frame.destroy(); });
+}
+
 // Whoever waits may be gone as soon as the state says that it is over.
 void BlockingWait::resume() {
   if (state_.exchange(State::over) == State::blocked) isOver_.release();
@@ -35,7 +40,7 @@ void BlockingWait::wait() {
   if (auto state = State::running; !state_.compare_exchange_strong(state, State::blocked)) return;
   const ThreadPool::BlockingScope blocking;
   const auto waitFor = [this](auto interval) { return isOver_.try_acquire_for(interval); };
-  if (!detail::waitWhileThreadsAreShort(waitFor)) isOver_.acquire();
+  if (!waitUntilWatched(waitFor)) isOver_.acquire();
 }
 
 bool TaskStateBase::isFinished() const {

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Concurrency/InsideScope.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -33,8 +34,7 @@ constexpr std::size_t kMaximumThreads = 512;
 constexpr auto kStallCheckInterval = 4ms;
 constexpr unsigned kQuietChecks = 3;  // without a waiting job, before the checks cease
 constexpr auto kSurplusIdleTime = 5s;
-constexpr auto kRetryInterval = 10ms;
-constexpr int kRetries = 10;
+constexpr std::chrono::milliseconds kLongestRetryInterval{100};
 
 // After so many jobs of higher lanes a lane has its turn.
 constexpr std::array<unsigned, 4> kPatience{UINT_MAX, 7, 15, 31};
@@ -108,20 +108,22 @@ std::size_t ThreadPool::threadCount() const {
   return threads_;
 }
 
-void ThreadPool::post(Job job, DispatchPriority priority) {
+void ThreadPool::post(Job job, DispatchPriority priority, const void* inside) {
   const auto lane = laneOf(priority);
-  Lock lock(lock_);
-  lanes_[lane].push_back(std::move(job));
-  ++waiting_;
-  lanesWaiting_.fetch_or(1U << lane, std::memory_order_relaxed);
-  ensureThread(lock);
-  // Without any thread nobody would ever get to the job: shortages that pass are waited for.
-  for (int i = 0; i < kRetries && lock.owns_lock() && threads_ == 0; ++i) {
-    lock.unlock();
-    std::this_thread::sleep_for(kRetryInterval);
-    lock.lock();
-    if (waiting_ > 0) ensureThread(lock);
+  {
+    Lock lock(lock_);
+    lanes_[lane].push_back({std::move(job), inside});
+    ++waiting_;
+    lanesWaiting_.fetch_or(1U << lane, std::memory_order_relaxed);
+    ensureThread(lock);
   }
+  detail::retryAfterShortage();
+}
+
+bool ThreadPool::ensureWatch() {
+  const Lock lock(lock_);
+  ensureWatcher();
+  return watcherExists_;
 }
 
 bool ThreadPool::hasMoreUrgentThan(DispatchPriority priority) const noexcept {
@@ -152,8 +154,8 @@ void ThreadPool::ensureWatcher() {
       std::thread([this] { watchForStalls(); }).detach();
       watcherExists_ = true;
     } catch (const std::exception&) {
-      detail::noteThreadShortage();
     }
+    detail::watcherIsMissing = !watcherExists_;
   } else if (watcherSleeps_) {
     watcherSleeps_ = false;
     saturated_.notify_one();
@@ -165,7 +167,6 @@ bool ThreadPool::spawn() {
   try {
     std::thread([this] { work(); }).detach();
   } catch (const std::exception&) {
-    detail::noteThreadShortage();
     return false;  // the threads there are will get to the job, or the watcher tries again
   }
   ++threads_;
@@ -173,7 +174,7 @@ bool ThreadPool::spawn() {
 }
 
 // The highest lane that has waited for its turn, else the highest of all.
-bool ThreadPool::takeJob(Job& job) {
+bool ThreadPool::takeJob(Posted& posted) {
   if (waiting_ == 0) return false;
   std::size_t chosen = kLanes;
   bool isDue = false;
@@ -190,7 +191,7 @@ bool ThreadPool::takeJob(Job& job) {
   }
   passedOver_[chosen] = 0;
   auto& lane = lanes_[chosen];
-  job = std::move(lane.front());
+  posted = std::move(lane.front());
   lane.pop_front();
   if (lane.empty()) lanesWaiting_.fetch_and(~(1U << chosen), std::memory_order_relaxed);
   --waiting_;
@@ -205,13 +206,16 @@ void ThreadPool::work() {
   self.next = std::exchange(workers_, &self);
   if (self.next) self.next->previous = &self;
   do {
-    Job job;
-    while (takeJob(job)) {
+    Posted posted;
+    while (takeJob(posted)) {
       self.isBusy = true;
       if (waiting_ > 0) ensureThread(lock);
       if (lock.owns_lock()) lock.unlock();
-      callOut("a job", job);
-      job = nullptr;  // what it captured is released outside the lock
+      {
+        const detail::InsideScope scope(posted.inside);
+        callOut("a job", posted.job);
+        posted.job = nullptr;  // what it captured is released outside the lock
+      }
       lock.lock();
       self.isBusy = false;
     }
@@ -293,10 +297,12 @@ class ThreadPool::Stalls {
 void ThreadPool::watchForStalls() {
   Stalls stalls;
   unsigned quietChecks = 0;
+  std::chrono::milliseconds interval = kStallCheckInterval;
   std::vector<int> busy;
   Lock lock(lock_);
   for (;;) {
-    quietChecks = waiting_ == 0 ? quietChecks + 1 : 0;
+    const bool isShort = detail::isShortOfThreads;
+    quietChecks = waiting_ == 0 && !isShort ? quietChecks + 1 : 0;
     if (quietChecks > kQuietChecks) {
       stalls.forget();
       watcherSleeps_ = true;
@@ -310,6 +316,7 @@ void ThreadPool::watchForStalls() {
       }
     }
     lock.unlock();
+    if (isShort) detail::retryNow();
     const auto blocked = stalls.look(busy);
     lock.lock();
     // Read without the lock: some may have ended their jobs, which the next look will see. Beside
@@ -317,8 +324,10 @@ void ThreadPool::watchForStalls() {
     const std::size_t missing = width_ - std::min(width_, active());
     std::size_t wanted = std::min(waiting_, std::max(blocked, missing));
     while (wanted > 0 && !parked_ && active() < width_ + blocked && spawn()) --wanted;
+    const bool isLazy = isShort && waiting_ == 0;
     lock.unlock();
-    std::this_thread::sleep_for(kStallCheckInterval);
+    interval = isLazy ? std::min(2 * interval, kLongestRetryInterval) : kStallCheckInterval;
+    std::this_thread::sleep_for(interval);
     lock.lock();
   }
 }

@@ -31,14 +31,20 @@ enum class DispatchPriority : std::int16_t {
 /// the others: a `BlockingScope` lends its place to another thread at once, and a thread that
 /// blocks without one (it neither ran nor was ready to run for some milliseconds while jobs wait)
 /// is replaced likewise, up to 512 threads. Computing makes no threads. Surplus threads end after
-/// idling. No thread exists before the first job; where none can be made, jobs wait, and the next
-/// post tries again. Threads that idle at process exit are abandoned; nothing is torn down.
+/// idling. No thread exists before the first job. Where none can be made, jobs wait, and a thread
+/// that watches over the others, made with the first one, tries again. Posting waits for that one
+/// if it cannot be made, up to 2 s in all of the process; after that the next post tries, and
+/// whoever waits in this library. Threads that idle at process exit are abandoned; nothing is torn
+/// down.
 class ThreadPool final {
  public:
   static ThreadPool& shared();
 
   /// Any thread. Jobs of one lane start in the order of their posting.
-  void post(Job job, DispatchPriority priority = DispatchPriority::normal);
+  ///
+  /// @param inside What the thread is inside of while the job runs: the queue that posts it.
+  void post(Job job, DispatchPriority priority = DispatchPriority::normal,
+            const void* inside = nullptr);
 
   /// Whether jobs of a higher lane wait: whoever runs many jobs in one ends its turn then.
   [[nodiscard]] bool hasMoreUrgentThan(DispatchPriority priority) const noexcept;
@@ -48,6 +54,10 @@ class ThreadPool final {
 
   /// Threads alive now, idle ones included.
   [[nodiscard]] std::size_t threadCount() const;
+
+  /// Has what could not be made for want of a thread tried again, soon and until it is made; false
+  /// when that takes a thread which cannot be made either. Any thread.
+  bool ensureWatch();
 
   /// Tells the pool that the calling thread is about to block; no effect outside the pool.
   class BlockingScope {
@@ -68,6 +78,11 @@ class ThreadPool final {
   class Stalls;
   using Lock = std::unique_lock<FutexLock>;
 
+  struct Posted {
+    Job job;
+    const void* inside = nullptr;
+  };
+
   // A thread of the pool.
   struct Worker {
     int threadID = 0;
@@ -84,11 +99,11 @@ class ThreadPool final {
   void ensureThread(Lock& lock);
   bool spawn();
   bool park(Lock& lock);
-  bool takeJob(Job& job);
+  bool takeJob(Posted& posted);
   [[nodiscard]] std::size_t active() const { return threads_ - idle_ - blocked_; }
 
   mutable FutexLock lock_;  // guards what follows
-  std::array<std::deque<Job>, kLanes> lanes_;
+  std::array<std::deque<Posted>, kLanes> lanes_;
   std::atomic<unsigned> lanesWaiting_{0};      // a bit for each; read without the lock
   std::array<unsigned, kLanes> passedOver_{};  // how often higher lanes were served since its turn
   std::size_t waiting_ = 0;

@@ -8,33 +8,24 @@
 namespace ombrix::platform::detail {
 namespace {
 
-std::atomic<bool> isRetrying{false};  // by a job of the pool
-
-void retryUntilMended() {
-  do {
-    waitWhileThreadsAreShort([](auto interval) {
-      const ThreadPool::BlockingScope blocking;
-      std::this_thread::sleep_for(interval);
-      return false;
-    });
-    isRetrying = false;
-  } while (isShortOfThreads() && !isRetrying.exchange(true));
-}
+constexpr std::chrono::milliseconds kInterval{10};
+std::atomic<int> intervalsLeft{200};
 
 }  // namespace
 
-void retryAfterShortage() {
-  const auto seen = shortages.load();
-  if (mendedShortages.load() == seen) return;
-  ThreadPool::shared().post([] {});
-  MainLoop::shared()->retryOwnThread();
-  retryEventsThread();
-  if (shortages.load() == seen) mendedShortages = seen;
+void leaveToWatcher() {
+  while (!ThreadPool::shared().ensureWatch() && intervalsLeft > 0) {
+    --intervalsLeft;
+    std::this_thread::sleep_for(kInterval);
+  }
 }
 
-void retryInPoolAfterShortage() {
-  if (!isShortOfThreads() || isRetrying.exchange(true)) return;
-  ThreadPool::shared().post(retryUntilMended);
+void retryNow() {
+  isShortOfThreads = false;
+  MainLoop::shared()->retryOwnThread();
+  retryEventsThread();
 }
+
+void tryToMakeWatcher() { ThreadPool::shared().ensureWatch(); }
 
 }  // namespace ombrix::platform::detail

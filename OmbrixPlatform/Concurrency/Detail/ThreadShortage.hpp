@@ -3,47 +3,47 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cstdint>
 
+/// What is done where a thread, or what one needs, cannot be made: the pool's watcher tries again
+/// until it can. Only while that one cannot be made either, whoever posts or waits tries to.
 namespace ombrix::platform::detail {
 
-/// How often a thread (or what the events thread waits with) could not be made, and up to which of
-/// these failures all was made since.
-inline std::atomic<std::uint64_t> shortages{0};
-inline std::atomic<std::uint64_t> mendedShortages{0};
+/// Whether the watcher could not be made yet.
+inline std::atomic<bool> watcherIsMissing{false};
 
-/// Whether jobs or timers may wait because a thread could not be made.
-inline bool isShortOfThreads() {
-  return shortages.load(std::memory_order_relaxed) !=
-         mendedShortages.load(std::memory_order_relaxed);
+/// Whether the main queue or the events want a thread since the watcher last tried.
+inline std::atomic<bool> isShortOfThreads{false};
+
+/// Notes that; under any lock. `retryAfterShortage` is to follow.
+inline void noteThreadShortage() { isShortOfThreads = true; }
+
+/// Sees to it that the watcher tries again. Under no lock.
+///
+/// While it is missing, a shortage that passes is waited for, 2 s in all of the process.
+void leaveToWatcher();
+inline void retryAfterShortage() {
+  if (watcherIsMissing || isShortOfThreads) leaveToWatcher();
 }
 
-/// Notes such a failure; under any lock.
-inline void noteThreadShortage() { ++shortages; }
-
-/// Tries again what could not be made; under no lock. For queues that post to the pool or the main
-/// loop only when nothing of theirs waits there yet.
-void retryAfterShortage();
-
-/// Has a thread of the pool, as soon as there is one, try again until all is made; under no lock.
-void retryInPoolAfterShortage();
+/// By the watcher: tries again what was noted, and notes what fails.
+void retryNow();
 
 /// Makes the events thread if something waits for it and it could not be made before.
 void retryEventsThread();
 
-constexpr std::chrono::milliseconds kShortestRetryInterval{10};
-constexpr std::chrono::milliseconds kLongestRetryInterval{1000};
+/// Makes the watcher if it is missing; at once. Under no lock.
+void tryToMakeWatcher();
 
-/// The first part of a wait without end, for the waiting thread may be the only one there is: tries
-/// again now and then while threads are short.
+/// The first part of a wait without end, for the waiting thread may be the only one there is: makes
+/// the watcher if it is missing.
 /// @param waitFor Waits for so long; true when the wait is over. Called under no lock.
-/// @return Whether the wait is over; if not, nothing is short any more.
+/// @return Whether the wait is over.
 template <class WaitFor>
-bool waitWhileThreadsAreShort(WaitFor waitFor) {
-  for (auto interval = kShortestRetryInterval; isShortOfThreads();
-       interval = std::min(2 * interval, kLongestRetryInterval)) {
+bool waitUntilWatched(WaitFor waitFor) {
+  constexpr std::chrono::milliseconds kShortest{10}, kLongest{1000};
+  for (auto interval = kShortest; watcherIsMissing; interval = std::min(2 * interval, kLongest)) {
     if (waitFor(interval)) return true;
-    retryAfterShortage();
+    tryToMakeWatcher();
   }
   return false;
 }

@@ -12,6 +12,7 @@
 #include <thread>
 #include <vector>
 
+#include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
@@ -24,24 +25,30 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Catches timers that fire out of order, early, or at a clock of their own.
+// Catches timers that fire out of order, early, or at a clock of their own, and delayed jobs that
+// run on another queue.
 TEST(EventsTests, TimersFireInOrderWhenTheClockReachesThem) {
   const auto clock = std::make_shared<testing::ManualClock>();
   const testing::ScopedService scoped(services().clock, clock);
   std::counting_semaphore<> fired{0};
   std::vector<int> order;
   std::vector<EventToken> tokens;
+  const auto queue = DispatchQueue::serial("delayed");
+  queue->asyncAfter(40s, [&] {
+    order.push_back(queue->isCurrent() ? 40 : 0);
+    fired.release();
+  });
   for (const int seconds : {30, 10, 20}) {
     tokens.push_back(after(std::chrono::seconds(seconds), [&, seconds] {
       order.push_back(seconds);
       fired.release();
     }));
   }
-  for (int i = 0; i < 3; ++i) {
+  for (int i = 0; i < 4; ++i) {
     clock->advance(10s);
     fired.acquire();
   }
-  EXPECT_EQ(order, (std::vector{10, 20, 30}));
+  EXPECT_EQ(order, (std::vector{10, 20, 30, 40}));
 }
 
 // Catches delays whose deadline overflows and is due at once.

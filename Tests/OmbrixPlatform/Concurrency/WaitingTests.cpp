@@ -44,7 +44,8 @@ Async<int> sleeping() {
   co_return 0;
 }
 
-// Catches values in the wrong places, and works that run one after the other.
+// Catches values in the wrong places, works that run one after the other, and a time-out that
+// strikes work that is over.
 TEST(WaitingTests, AllAndAnyGiveTheirValues) {
   auto one = text("one");
   auto none = nothing();
@@ -52,6 +53,7 @@ TEST(WaitingTests, AllAndAnyGiveTheirValues) {
   auto all = whenAll(std::move(one), std::move(none), three);
   const auto [first, second, third] = std::move(all).get();
   EXPECT_EQ(first + third, "onethree");
+  EXPECT_EQ(withTimeout(three, 0s).get(), "three");
 
   const auto gate = std::make_shared<Gate>();
   std::vector<Async<int>> works;
@@ -141,25 +143,6 @@ TEST(WaitingTests, WhatIsGivenUpBeforeItBeginsNeverBegins) {
   EXPECT_THROW(limited.get(), TimeoutError);
   own();
   EXPECT_FALSE(hasBegun);
-}
-
-// Catches time-outs by another clock, and one that strikes work that is over.
-TEST(WaitingTests, TimeoutsFollowTheClockService) {
-  const auto clock = std::make_shared<testing::ManualClock>();
-  const testing::ScopedService scoped(services().clock, clock);
-  const auto three = text("3").start();
-  EXPECT_EQ(three.get().size(), 1u);
-  EXPECT_EQ(withTimeout(three, 0s).get().size(), 1u);
-  const auto gate = std::make_shared<Gate>();
-  const auto shared = Gate::deaf(gate, 4).start();
-  const auto limited = withTimeout(Gate::deaf(gate, 5), 30s).start();
-  const auto given = withTimeout(shared, 30s).start();
-  while (!limited.isFinished() || !given.isFinished()) clock->advance(30s);
-  EXPECT_THROW(limited.get(), TimeoutError);
-  EXPECT_THROW(given.get(), TimeoutError);
-  EXPECT_FALSE(shared.isCancelled());
-  gate->open.release(2);
-  EXPECT_EQ(shared.get(), 4);
 }
 
 }  // namespace

@@ -109,11 +109,6 @@ TEST(KeyValueObservingTests, BothCallsReachTheSameObservers) {
   late.clear();
   box.set(3);
   EXPECT_THAT(calls, ElementsAre("will ->-", "late did ->2", "did ->3", "late did ->3"));
-  first.cancel();
-  late.clear();
-  calls.clear();
-  box.set(4);
-  EXPECT_TRUE(calls.empty());
 }
 
 }  // namespace
