@@ -73,6 +73,9 @@ class EtcdClient::WatchDelegate final : public URLSessionDelegate {
  public:
   explicit WatchDelegate(std::shared_ptr<URLSessionDelegate> trust) : trust_(std::move(trust)) {}
 
+  [[nodiscard]] bool judgesServers(const std::string& host) const override {
+    return trust_ && trust_->judgesServers(host);
+  }
   void didReceiveChallenge(URLSession& session, const URLAuthenticationChallenge& challenge,
                            ChallengeHandler completionHandler) override {
     auto& decider = trust_ ? *trust_ : system_;
