@@ -22,6 +22,15 @@ class DispatchOnce final {
   // the block has finished.
   template <class Block>
   void perform(Block&& block) {
+    performUntilDone([&block] {
+      std::forward<Block>(block)();
+      return true;
+    });
+  }
+
+  /// The same with a block that tells whether it is done: after false the next call runs its block.
+  template <class Block>
+  void performUntilDone(Block&& block) {
     if (isInitialized_.load(std::memory_order_acquire)) [[likely]]
       return;
     performLocked(std::forward<Block>(block));
@@ -32,8 +41,9 @@ class DispatchOnce final {
   [[gnu::noinline]] void performLocked(Block&& block) {
     lock_.sync([&] {
       if (isInitialized_.load(std::memory_order_relaxed)) return;
-      platform::callOut("a block that runs once", std::forward<Block>(block));
-      isInitialized_.store(true, std::memory_order_release);
+      if (platform::callOut("a block that runs once", std::forward<Block>(block))) {
+        isInitialized_.store(true, std::memory_order_release);
+      }
     });
   }
 

@@ -18,9 +18,9 @@ namespace {
 
 namespace fs = std::filesystem;
 using detail::Descriptor;
+using detail::kLockTimeout;
 
-// A process that was stopped while it held the lock must not stop the others for ever.
-constexpr std::chrono::seconds kLockTimeout{10}, kNoWait{0};
+constexpr std::chrono::seconds kNoWait{0};
 constexpr std::size_t kMaxBytes = std::size_t{16} << 20;
 constexpr int kMaxLinks = 40;  // as the system allows in one path
 constexpr int kMaxDamagedFiles = 9;

@@ -3,11 +3,8 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <condition_variable>
-#include <mutex>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Defaults/Detail/SideFile.hpp"
 
 namespace ombrix::platform::detail {
@@ -21,32 +18,12 @@ bool isStillNamed(const Descriptor& file, const std::string& path) {
          held.st_ino == named.st_ino && held.st_dev == named.st_dev;
 }
 
+int lockWhole(int file, bool waits) {
+  const int operation = waits ? LOCK_EX : LOCK_EX | LOCK_NB;
+  return retrying([&] { return ::flock(file, operation); }) == 0 ? 0 : errno;
+}
+
 }  // namespace
-
-/// A place in the queue, kept by a thread of its own.
-struct QueuedFileLock::Wait {
-  explicit Wait(std::string lockFile) : path(std::move(lockFile)) {}
-
-  const std::string path;
-  std::mutex mutex;
-  std::condition_variable done;
-  bool isWanted = true;  // else the lock is let go as soon as it is had
-  bool isDone = false;
-  int error = 0;
-  Descriptor file;  // holds the lock when done
-
-  void run(Descriptor waiting) {
-    const int result = retrying([&] { return ::flock(waiting.get(), LOCK_EX); });
-    const int reason = result == 0 ? 0 : errno;
-    const std::lock_guard lock(mutex);
-    isDone = true;
-    error = reason;
-    if (isWanted && error == 0) file = std::move(waiting);
-    done.notify_one();
-  }
-};
-
-QueuedFileLock::~QueuedFileLock() = default;
 
 Descriptor QueuedFileLock::acquire(const std::string& path,
                                    std::chrono::steady_clock::duration timeout) {
@@ -54,11 +31,13 @@ Descriptor QueuedFileLock::acquire(const std::string& path,
   while (true) {
     auto file = openSideFile(path, O_RDWR);
     if (!file) return {};
-    if (retrying([&] { return ::flock(file.get(), LOCK_EX | LOCK_NB); }) != 0) {
-      if (errno != EWOULDBLOCK) return {};
+    if (const int error = lockWhole(file.get(), false); error == EWOULDBLOCK) {
       file = waitFor(path, std::move(file), deadline);
-      if (!file) return {};
+    } else if (error != 0) {
+      errno = error;
+      return {};
     }
+    if (!file) return {};
     if (isStillNamed(file, path)) return file;
     if (std::chrono::steady_clock::now() >= deadline) {
       errno = ETIMEDOUT;
@@ -68,36 +47,21 @@ Descriptor QueuedFileLock::acquire(const std::string& path,
 }
 
 Descriptor QueuedFileLock::waitFor(const std::string& path, Descriptor file,
-                                   std::chrono::steady_clock::time_point deadline) {
-  auto wait = std::exchange(wait_, nullptr);
-  if (wait && wait->path == path) {
-    const std::lock_guard lock(wait->mutex);
-    wait->isWanted = !wait->isDone;
-    if (wait->isDone) wait = nullptr;  // it had the lock and let it go
-  } else {
-    wait = nullptr;
-  }
+                                   LockDeadline deadline) {
+  const auto earlier = std::exchange(wait_, nullptr);
+  const bool isInQueue = earlier && path == path_ && earlier->resume();
+  auto wait = isInQueue ? earlier : LockWait::begin(file.get(), lockWhole);
   if (!wait) {
-    wait = std::make_shared<Wait>(path);
-    auto thread = startQuietThread("ombrix-lock", [wait, waiting = std::move(file)]() mutable {
-      wait->run(std::move(waiting));
-    });
-    if (!thread.joinable()) {
-      errno = EAGAIN;
-      return {};
-    }
-    thread.detach();
+    errno = lockBefore(file.get(), lockWhole, deadline);
+    return errno == 0 ? std::move(file) : Descriptor();
   }
-  std::unique_lock lock(wait->mutex);
-  if (wait->done.wait_until(lock, deadline, [&] { return wait->isDone; })) {
-    errno = wait->error;
-    return std::move(wait->file);
+  auto locked = wait->finish(deadline);
+  if (!locked && errno == ETIMEDOUT) {
+    wait_ = std::move(wait);
+    path_ = path;
+    errno = ETIMEDOUT;
   }
-  wait->isWanted = false;
-  lock.unlock();
-  wait_ = std::move(wait);
-  errno = ETIMEDOUT;
-  return {};
+  return locked;
 }
 
 }  // namespace ombrix::platform::detail

@@ -1,3 +1,5 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <utility>
 
@@ -12,6 +14,17 @@ namespace {
 // Until what was set is written: long enough to gather, short beside 50 ms.
 constexpr std::chrono::milliseconds kGatheringDelay{5};
 constexpr std::chrono::seconds kFirstRetryDelay{1}, kLongestRetryDelay{60};
+
+/// Takes a mutex that may have been held, at the fork, by a thread that did not come along.
+bool lockForked(std::unique_lock<std::mutex>& lock) {
+  constexpr std::chrono::milliseconds kPause{10};
+  const auto deadline = std::chrono::steady_clock::now() + detail::kLockTimeout;
+  while (!lock.try_lock()) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    std::this_thread::sleep_for(kPause);
+  }
+  return true;
+}
 
 }  // namespace
 
@@ -30,6 +43,7 @@ void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> 
   bool isFirst = false, hasWriter = false;
   {
     const std::lock_guard lock(mutex);
+    hasWriter = hasWriterHere();
     auto known = stored.find(key);
     if (known == stored.end()) known = stored.try_emplace(std::string(key)).first;
     auto& entry = known->second;
@@ -38,8 +52,6 @@ void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> 
     isFirst = queuedKeys.empty();
     if (!std::exchange(entry.isQueued, true)) queuedKeys.emplace_back(key);
     if (isChange) revision.store(nextRevision(), std::memory_order_release);
-    if (!writer.joinable()) startWriter();
-    hasWriter = writer.joinable();
   }
   if (isFirst) somethingToWrite.notify_one();
   if (isChange) owner.didChangeValueForKey(key);
@@ -74,7 +86,19 @@ void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outco
 
 /// Brings what was set to the file, on this thread; what was met on the way is handed back.
 DictionaryFile::Outcome UserDefaults::State::flush() {
-  const std::lock_guard writing(writeMutex);
+  {
+    const std::lock_guard lock(mutex);
+    noticeFork();
+  }
+  std::unique_lock writing(writeMutex, std::defer_lock);
+  if (!isForked) {
+    writing.lock();
+  } else if (!lockForked(writing)) {
+    DictionaryFile::Outcome outcome;
+    outcome.errors.push_back("Cannot write " + path.string() +
+                             ": the process was forked while it was written");
+    return outcome;
+  }
   const Batch batch = takeBatch();
   if (batch.edits.empty() && file.isSaved()) return {};
   auto outcome = file.write(batch.edits);
@@ -85,12 +109,26 @@ DictionaryFile::Outcome UserDefaults::State::flush() {
 /// At the end of the process.
 void UserDefaults::State::flushLast() { report(flush().errors); }
 
-/// With the lock held.
-void UserDefaults::State::startWriter() {
+/// With the lock held. In a process that was forked the writer is missing, for threads do not come
+/// along; what it had left to do is the parent's.
+void UserDefaults::State::noticeFork() {
+  if (isForked || writerProcess == 0 || writerProcess == ::getpid()) return;
+  isForked = true;
+  for (auto& [key, entry] : stored) entry.isQueued = false, entry.edit = 0;
+  queuedKeys.clear();
+  std::construct_at(&writer);  // the old one can be neither joined nor let go of
+}
+
+/// With the lock held: whether there is a writer, which is started where it can.
+bool UserDefaults::State::hasWriterHere() {
+  noticeFork();
+  if (isForked || writer.joinable()) return !isForked;
   if (!std::exchange(isFlushedAtExit, true)) {
     detail::callAtExit<State, &State::flushLast>(weak_from_this());
   }
+  writerProcess = ::getpid();
   writer = startQuietThread("ombrix-defaults", [self = shared_from_this()] { self->write(); });
+  return writer.joinable();
 }
 
 /// On the writer's thread. Observers are told on the queue: one of them may end this very object.
@@ -127,6 +165,7 @@ void UserDefaults::State::stopWriter() {
   std::thread ended;
   {
     const std::lock_guard lock(mutex);
+    noticeFork();
     isStopping = true;
     ended.swap(writer);
   }

@@ -46,8 +46,9 @@ FileResult<void> NSFileCoordinator::coordinate(std::vector<Item> items,
   });
   std::vector<CoordinationLock> locks;
   locks.reserve(items.size());
+  const auto deadline = std::chrono::steady_clock::now() + detail::kLockTimeout;
   for (const Item& item : items) {
-    auto lock = CoordinationLock::acquire(lockFile_, item.path, item.access);
+    auto lock = CoordinationLock::acquire(lockFile_, item.path, item.access, deadline);
     if (!lock) {
       while (!locks.empty()) locks.pop_back();
       return std::unexpected(std::move(lock).error());

@@ -21,10 +21,11 @@ namespace ombrix::platform {
 /// waiting writer holds back readers that come later.
 ///
 /// Every call blocks until access is granted, runs the accessor on the calling thread and ends the
-/// access when it returns or throws. Calls nest: what a thread holds already it gets again at once,
-/// also through another coordinator. A thread that reads may write the same path inside; where two
-/// do so at once, one fails with EDEADLK. Different paths nested in opposite orders wait for each
-/// other, as locks do; use the operations on two items instead.
+/// access when it returns or throws. Whoever has it for longer than ten seconds, as a process that
+/// was stopped, is not waited for: the call fails with ETIMEDOUT. Calls nest: what a thread holds
+/// already it gets again at once, also through another coordinator. A thread that reads may write
+/// the same path inside; where two do so at once, one fails with EDEADLK. Different paths nested in
+/// opposite orders wait for each other, as locks do; use the operations on two items instead.
 ///
 /// The locks live in the kernel, on ranges of one hidden file in the lock folder: they end with the
 /// process that holds them, however it ends, and nothing is left over. Any thread.

@@ -64,13 +64,14 @@ int writeAllAt(int descriptor, DataView bytes, off_t offset) noexcept {
   return 0;
 }
 
+/// Whether the process may write files of this length: a write beyond ends it by a signal.
+bool isAllowed(std::size_t length) noexcept {
+  struct rlimit most{};
+  return ::getrlimit(RLIMIT_FSIZE, &most) != 0 || length <= most.rlim_cur;
+}
+
 /// Sets disk space aside for a longer value, while the file stays as it is; 0 or errno.
 int makeRoom(int descriptor, const struct stat& info, off_t length) noexcept {
-  // A write beyond the process's limit ends it by a signal, half-way.
-  struct rlimit most{};
-  if (::getrlimit(RLIMIT_FSIZE, &most) == 0 && static_cast<rlim_t>(length) > most.rlim_cur) {
-    return EFBIG;
-  }
   constexpr off_t kBlockBytes = 512;
   if (length <= info.st_blocks * kBlockBytes) return 0;
   if (detail::retrying([&] { return ::fallocate(descriptor, FALLOC_FL_KEEP_SIZE, 0, length); }) ==
@@ -133,6 +134,7 @@ int writeInPlace(int descriptor, const struct stat& info, DataView contents) noe
 
 int writeTo(int descriptor, const struct stat& info, DataView contents, bool isNew) noexcept {
   if (const int code = codeFor(info.st_mode); code != 0) return code;
+  if (!isAllowed(contents.size())) return EFBIG;
   if (!isNew) {
     const int error = makeRoom(descriptor, info, static_cast<off_t>(contents.size()));
     if (error != 0) {

@@ -136,7 +136,7 @@ std::vector<RememberedDay> RecentDays::days() {
     if (keys.size() > kMostDays || (order && order != keys)) tidy(keys);
     read();
   });
-  // On a disk that cannot be written nobody else can be writing.
+  // The disk cannot be written, or another program stands still: nobody is writing now.
   if (!access) read();
   return days;
 }

@@ -1,13 +1,14 @@
 #include "OmbrixCore/Data/Stores/BackgroundWriter.hpp"
 
+#include <pthread.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <set>
-#include <vector>
 
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
 #include "OmbrixPlatform/Concurrency/AtExit.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
 
@@ -18,37 +19,82 @@ using platform::ThreadPool;
 
 constexpr std::chrono::seconds kLongestWaitAtExit{30};
 
-/// The writers of the process for which changes wait or are under way; a process must not end
-/// without them.
-struct Unwritten {
+}  // namespace
+
+/// What the writers of the process share. One lock for all of them, so that a fork can hold it and
+/// the child finds every writer whole.
+struct BackgroundWriter::Shared {
   platform::FutexLock lock;
-  std::set<std::shared_ptr<BackgroundWriter>> writers;
+  std::set<std::shared_ptr<BackgroundWriter>> busy;  // all that are not idle
+  std::set<std::shared_ptr<BackgroundWriter>> ofParent;
+  bool isChild = false;
   std::atomic<bool> isExiting{false};
 };
 
-Unwritten& unwritten() {
-  static Unwritten& instance = *new Unwritten;  // outlives exit: background threads write on
+BackgroundWriter::Shared& BackgroundWriter::shared() {
+  static Shared& instance = *[] {
+    ::pthread_atfork([] { shared().lock.lock(); }, [] { shared().lock.unlock(); }, enterChild);
+    return new Shared;  // outlives exit: background threads write on
+  }();
   return instance;
 }
 
-}  // namespace
-
-void BackgroundWriter::awaitAllAtExit() {
-  unwritten().isExiting = true;
-  std::vector<std::shared_ptr<BackgroundWriter>> writers;
-  {
-    const std::lock_guard lock(unwritten().lock);
-    writers.assign(unwritten().writers.begin(), unwritten().writers.end());
+/// In a child, whose only thread this is; the lock is held since before the fork.
+void BackgroundWriter::enterChild() {
+  std::vector<Waiting> left;  // let go of outside the lock
+  for (const auto& writer : shared().busy) {
+    left.push_back(std::exchange(writer->waiting_, std::nullopt));
+    if (writer->maker_ != std::this_thread::get_id()) writer->maker_ = {};
+    writer->made_ = writer->newest_;
+    writer->isScheduled_ = false;
+    std::construct_at(&writer->turnEnded_);  // threads that are no more may wait for the old one
   }
+  shared().ofParent.merge(shared().busy);
+  shared().busy.clear();
+  shared().isChild = true;
+  shared().lock.unlock();
+}
+
+/// With the lock held, after a change of state: the end of the process finds the writers that have
+/// something left to do.
+void BackgroundWriter::list() {
+  const bool isIdle = !waiting_ && !isScheduled_ && maker_ == std::thread::id();
+  if (isIdle) {
+    shared().busy.erase(shared_from_this());
+  } else {
+    shared().busy.insert(shared_from_this());
+  }
+}
+
+void BackgroundWriter::makeAllAtExit() {
+  shared().isExiting = true;
+  Lock lock(shared().lock);
+  const Writers writers(shared().busy.begin(), shared().busy.end());
+  lock.unlock();
+  if (!writers.empty()) makeAtExit(writers);
+}
+
+/// At the end of the process: the pool may have no thread left, or none that is free.
+void BackgroundWriter::makeAtExit(const Writers& writers) {
   const Deadline deadline = std::chrono::steady_clock::now() + kLongestWaitAtExit;
+  const auto makeAll = [writers, deadline] {
+    for (const auto& writer : writers) {
+      if (std::chrono::steady_clock::now() < deadline) writer->makeWaiting();
+    }
+  };
+  // This thread only waits where it can: it could not give up a call that does not return.
+  if (auto thread = platform::startQuietThread("ombrix-stores", makeAll); thread.joinable()) {
+    thread.detach();
+  } else {
+    makeAll();
+  }
   for (const auto& writer : writers) writer->awaitUntil(deadline);
 }
 
-/// Waits until what was handed in is made, by other threads: this one could not give up a call that
-/// does not return.
+/// Waits until what was handed in is made, by whichever thread.
 void BackgroundWriter::awaitUntil(Deadline deadline) {
   {
-    Lock lock(mutex_);
+    Lock lock(shared().lock);
     const ThreadPool::BlockingScope blocking;
     const auto isMade = [this, last = newest_] {
       return made_ >= last || maker_ == std::this_thread::get_id();
@@ -62,67 +108,53 @@ void BackgroundWriter::awaitUntil(Deadline deadline) {
 
 void BackgroundWriter::makeLater(std::uint64_t place, Change change) {
   Waiting replaced;  // let go of outside the lock
-  Lock lock(mutex_);
+  Lock lock(shared().lock);
   if (place < newest_) return;
   newest_ = place;
   replaced = std::exchange(waiting_, std::pair(place, std::move(change)));
   settle(lock);
-  if (unwritten().isExiting) awaitUntil(std::chrono::steady_clock::now() + kLongestWaitAtExit);
+  if (shared().isExiting && !shared().isChild) makeAtExit({shared_from_this()});
 }
 
 /// With the lock held, which it gives up: has what waits made, or sees that nothing is left to do.
 void BackgroundWriter::settle(Lock& lock) {
-  const bool isIdle = !isScheduled_ && maker_ == std::thread::id();
-  const bool mustSchedule = waiting_ && !isScheduled_;
-  isScheduled_ = isScheduled_ || mustSchedule;
+  const bool mustSchedule = waiting_ && !std::exchange(isScheduled_, true);
+  list();
   lock.unlock();
-  if (mustSchedule) {
-    schedule();
-  } else if (isIdle) {
-    leave();
-  }
+  if (mustSchedule) schedule();
 }
 
 void BackgroundWriter::schedule() {
-  static std::once_flag isRegistered;
-  std::call_once(isRegistered, [] { platform::atExit(awaitAllAtExit); });
-  {
-    const std::lock_guard registryLock(unwritten().lock);
-    unwritten().writers.insert(shared_from_this());
+  if (shared().isChild) {
+    makeWaiting();
+    awaitUntil(std::chrono::steady_clock::now() + kLongestWaitAtExit);
+    return;
   }
+  static std::once_flag isRegistered;
+  std::call_once(isRegistered, [] { platform::atExit(makeAllAtExit); });
   try {
     ThreadPool::shared().post([self = shared_from_this()] { self->makeWaiting(); });
   } catch (const std::exception&) {
-    makeWaiting();  // no thread is to be had
-  }
-}
-
-/// Leaves the registry, unless something has come meanwhile.
-void BackgroundWriter::leave() {
-  const std::lock_guard registryLock(unwritten().lock);
-  const Lock lock(mutex_);
-  if (!waiting_ && !isScheduled_ && maker_ == std::thread::id()) {
-    unwritten().writers.erase(shared_from_this());
+    makeWaiting();  // no memory is to be had
   }
 }
 
 /// Makes changes until none waits.
 void BackgroundWriter::makeWaiting() {
-  Lock lock(mutex_);
+  Lock lock(shared().lock);
   // The one under way, on another thread, sees to what came meanwhile when it ends.
   while (waiting_ && maker_ == std::thread::id()) {
     auto [place, change] = *std::exchange(waiting_, std::nullopt);
     make(place, std::move(change), lock);
   }
   isScheduled_ = false;
-  const bool isIdle = maker_ == std::thread::id();
-  lock.unlock();
-  if (isIdle) leave();
+  list();
 }
 
 /// With the lock held, which it gives up meanwhile, and the turn free.
 void BackgroundWriter::make(std::uint64_t place, Change change, Lock& lock) {
   maker_ = std::this_thread::get_id();
+  list();
   lock.unlock();
   try {
     change();
@@ -139,7 +171,7 @@ void BackgroundWriter::make(std::uint64_t place, Change change, Lock& lock) {
 
 void BackgroundWriter::makeNow(std::uint64_t place, const Change& change) {
   Waiting replaced;
-  Lock lock(mutex_);
+  Lock lock(shared().lock);
   newest_ = std::max(newest_, place);
   if (waiting_ && waiting_->first < place) replaced.swap(waiting_);
   if (maker_ == std::this_thread::get_id()) {  // from inside another one
@@ -158,7 +190,7 @@ void BackgroundWriter::makeNow(std::uint64_t place, const Change& change) {
 }
 
 void BackgroundWriter::flush() {
-  Lock lock(mutex_);
+  Lock lock(shared().lock);
   const std::uint64_t last = newest_;
   if (maker_ == std::this_thread::get_id()) return;
   while (made_ < last) {

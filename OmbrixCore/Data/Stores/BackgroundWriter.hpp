@@ -10,7 +10,9 @@
 #include <optional>
 #include <thread>
 #include <utility>
+#include <vector>
 
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
 
 namespace ombrix::detail {
@@ -18,9 +20,11 @@ namespace ombrix::detail {
 /// Brings one store's changes to the disk, one at a time and never an earlier one after a later
 /// one. Of changes that wait only the last is made. Any thread.
 ///
-/// A process that ends normally (main returns, or `exit`) waits for the changes that were handed
-/// in, for half a minute at most; those of a disk, or of another process, that does not answer by
-/// then are given up, which the log says. A killed or aborted process waits for nothing.
+/// A process that ends normally (main returns, or `exit`) has the changes that were handed in made,
+/// also where the thread pool is busy or has no thread, and waits for them half a minute at most;
+/// those of a disk that does not answer by then are given up, which the log says. A killed or
+/// aborted process waits for nothing. In a process that was forked from one with changes the pool
+/// is not used: its threads did not come along. What waited then is left to the parent.
 class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWriter> {
  public:
   using Change = std::function<void()>;
@@ -44,22 +48,28 @@ class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWri
   void flush();
 
  private:
-  using Lock = std::unique_lock<std::mutex>;
+  struct Shared;
+  using Lock = std::unique_lock<platform::FutexLock>;
   using Waiting = std::optional<std::pair<std::uint64_t, Change>>;
   using Deadline = std::chrono::steady_clock::time_point;
+  using Writers = std::vector<std::shared_ptr<BackgroundWriter>>;
+
+  static Shared& shared();
+  static void enterChild();
+  static void makeAllAtExit();
+  static void makeAtExit(const Writers& writers);
 
   void makeWaiting();
   void make(std::uint64_t place, Change change, Lock& lock);
   void settle(Lock& lock);
   void schedule();
-  void leave();
   void awaitUntil(Deadline deadline);
-  static void awaitAllAtExit();
+  void list();
 
   const platform::URL fileURL_;
   std::atomic<std::uint64_t> places_{0};
-  std::mutex mutex_;  // guards what follows; never held while a change is made
-  std::condition_variable turnEnded_;
+  // The lock that all writers share guards what follows; it is never held while a change is made.
+  std::condition_variable_any turnEnded_;
   Waiting waiting_;
   std::uint64_t newest_ = 0;  // of those handed in
   std::uint64_t made_ = 0;    // the last one made

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -18,8 +19,11 @@ namespace ombrix {
 /// written back in the background. Copies are the same store.
 ///
 /// The value is the default until something is stored or loaded, and after a purge. The file is
-/// read once in the store's life: what others write to it later is not seen. A file that does not
-/// decode is deleted, as in `PlistFileStore`, and the value is the default. Any thread.
+/// read once in the store's life: what others write to it later is not seen. A read that fails
+/// (permissions, descriptors or memory are lacking, the disk or another process does not answer)
+/// gives the default and is made again by the next call, unless a value was set or purged by then.
+/// A file that does not decode is deleted, as in `PlistFileStore`, and the value is the default.
+/// Any thread.
 ///
 /// To be told of others' writes, register `filePresenter()` with
 /// `platform::NSFileCoordinator::addFilePresenter`.
@@ -51,6 +55,7 @@ class CachedItemStore final
   // file's value if it decodes. Counting it would make the outcome depend on who came first.
   void setValue(T value) const {
     std::uint64_t place = 0;
+    state_->isSet = true;
     state_->innerSubject.setValue(value, [&] { place = state_->writer->nextPlace(); });
     state_->writer->makeLater(place, [store = state_->backingPlistStore, value = std::move(value)] {
       store->setValue(value);
@@ -69,6 +74,7 @@ class CachedItemStore final
   // would bring back a value that subscribers saw go.
   void purge() const {
     std::uint64_t place = 0;
+    state_->isSet = true;
     state_->innerSubject.setValue(state_->defaultValue,
                                   [&] { place = state_->writer->nextPlace(); });
     state_->writer->makeNow(place,
@@ -105,9 +111,14 @@ class CachedItemStore final
 
     T value() {
       std::optional<T> loaded;
-      fetchGuarder.perform([&] {
-        loaded = backingPlistStore->value();
+      fetchGuarder.performUntilDone([&] {
+        // After a failed read a value that was set is the store's; the file's would undo it.
+        if (hasFailedToLoad && isSet) return true;
+        auto read = backingPlistStore->load();
+        loaded = std::move(read.value);
         if (loaded) innerSubject.setValue(*loaded);
+        hasFailedToLoad = read.hasFailed;
+        return !read.hasFailed || isSet;
       });
       return loaded ? *std::move(loaded) : innerSubject.value();
     }
@@ -126,6 +137,8 @@ class CachedItemStore final
     }
 
     DispatchOnce fetchGuarder;
+    bool hasFailedToLoad = false;    // in the guard's block only
+    std::atomic<bool> isSet{false};  // or purged
     const platform::URL url;
     const std::shared_ptr<platform::NSOperationQueue> queue;
     const T defaultValue;

@@ -1,8 +1,11 @@
 #include "OmbrixCore/Data/Stores/DataFileStore.hpp"
 
+#include <pthread.h>
+
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
@@ -32,6 +35,11 @@ const FileManager& files() { return FileManager::defaultManager(); }
 FutexLock& lockOf(const URL& url) {
   constexpr std::size_t kLocks = 64;
   static constinit std::array<FutexLock, kLocks> locks;
+  // Those that hold one when a process is forked do not come along.
+  static const int isFreedInChild = ::pthread_atfork(nullptr, nullptr, [] {
+    for (FutexLock& lock : locks) std::construct_at(&lock);
+  });
+  static_cast<void>(isFreedInChild);
   return locks[std::hash<std::string>{}(url.lastPathComponent()) % kLocks];
 }
 
@@ -83,7 +91,7 @@ std::optional<Data> DataFileStore::value() const {
   return std::move(found->bytes);
 }
 
-std::optional<FileContents> DataFileStore::contents() const {
+FileResult<FileContents> DataFileStore::contents() const {
   FileResult<FileContents> found;
   if (coordinator_) {
     const auto access =
@@ -91,14 +99,13 @@ std::optional<FileContents> DataFileStore::contents() const {
                                                  [&](const URL& url) { found = doRead(url); });
     if (!access) {
       detail::logItemStore("value", "Error reading the object: ", access.error());
-      return std::nullopt;
+      return std::unexpected(access.error());
     }
   } else {
     found = doRead(fileURL_);
   }
-  if (found) return *std::move(found);
-  detail::logItemStore("doRead(url:)", "Error reading the object: ", found.error());
-  return std::nullopt;
+  if (!found) detail::logItemStore("doRead(url:)", "Error reading the object: ", found.error());
+  return found;
 }
 
 void DataFileStore::setValue(const std::optional<Data>& value) const {

@@ -51,8 +51,9 @@ class DataFileStore final {
   /// held in memory is logged and gives nothing.
   [[nodiscard]] std::optional<platform::Data> value() const;
 
-  /// The same, with what tells the file from one that takes its place.
-  [[nodiscard]] std::optional<platform::FileContents> contents() const;
+  /// The same, with what tells the file from one that takes its place, or the error that was
+  /// logged.
+  [[nodiscard]] platform::FileResult<platform::FileContents> contents() const;
 
   /// Writes the file, making its folder when needed; nothing removes the file. Where there is no
   /// room for a longer value the old one stays.

@@ -56,8 +56,9 @@ struct DataKeyedItemStore::State {
   std::optional<platform::FileContents> read(const std::string& key) {
     const DataFileStore& file = open(key);
     auto contents = file.contents();
-    if (!contents && !file.exists()) miss(key);
-    return contents;
+    if (contents) return *std::move(contents);
+    if (!file.exists()) miss(key);
+    return std::nullopt;
   }
 
   /// Notes that nothing was found under a key. It counts as opened, yet only the last so many do:

@@ -14,11 +14,11 @@ namespace ombrix {
 ///     Persisted<int> launches{0, FileManager::defaultManager().applicationSupport(), "launches"};
 ///     launches.modifyWrappedValue([](int& count) { ++count; });
 ///
-/// The file is read by the first `wrappedValue`, not before: a subscriber that comes earlier begins
-/// with the default, and is given the loaded value when that read happens. Setting changes the
-/// value in memory at once and the file in the background; `flush` waits for that, and so does a
-/// normal end of the process. A value that is set before the first read is written, yet that read
-/// still takes what the file then holds, old or new.
+/// The file is read by the first `wrappedValue`, not before (where that fails, by the next): a
+/// subscriber that comes earlier begins with the default, and is given the loaded value when that
+/// read happens. Setting changes the value in memory at once and the file in the background;
+/// `flush` waits for that, and so does a normal end of the process. A value that is set before the
+/// first read is written, yet that read still takes what the file then holds, old or new.
 ///
 /// Two made for the same file are two stores: each loads it once, and neither sees what the other
 /// sets later. It is a publisher of its values itself. Any thread.

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -28,22 +29,34 @@ class PlistFileStore final {
   explicit PlistFileStore(platform::URL url) : backingDiskStore_(std::move(url)) {}
 
   /// Reads and decodes the file.
+  [[nodiscard]] std::optional<T> value() const { return load().value; }
+
+  /// What a read has found.
+  struct Loaded {
+    std::optional<T> value;
+    bool hasFailed = false;  ///< The file may well hold a value, which the next read may get.
+  };
+
+  /// The same, telling a file without a value from one that could not be read.
   // Kept: a file that does not decode is removed, so that a store never stays broken; keeping it
   // would log the same failure on every read.
-  [[nodiscard]] std::optional<T> value() const {
+  [[nodiscard]] Loaded load() const {
     // Once more where somebody has stored something else meanwhile.
     for (int attempts = 2; attempts > 0; --attempts) {
       const auto contents = backingDiskStore_.contents();
-      if (!contents) return std::nullopt;
+      if (!contents) return {.value = {}, .hasFailed = !contents.error().isNoSuchFile()};
       try {
-        return platform::PropertyListDecoder().decode<T>(contents->bytes);
+        return {.value = platform::PropertyListDecoder().decode<T>(contents->bytes)};
+      } catch (const std::bad_alloc& error) {
+        detail::logIfUnreadable(backingDiskStore_.fileURL(), error);
+        return {.value = {}, .hasFailed = true};
       } catch (const std::exception& error) {
-        if (detail::logIfUnreadable(backingDiskStore_.fileURL(), error)) return std::nullopt;
+        if (detail::logIfUnreadable(backingDiskStore_.fileURL(), error)) break;
         detail::logItemStore("value", "Data: Error reading plist for store, deleting: ", error);
       }
       if (backingDiskStore_.purge(*contents)) break;
     }
-    return std::nullopt;
+    return {};
   }
 
   /// Writes the value, or removes the file for nothing. What cannot be encoded leaves the file as

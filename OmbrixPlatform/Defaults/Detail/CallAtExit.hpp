@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -9,27 +11,27 @@
 
 namespace ombrix::platform::detail {
 
-/// Has the normal end of the process call a step of an object, if it is still there. Any thread.
+/// Has the normal end of the calling process call a step of an object, if it is still there. Any
+/// thread.
 template <class T, void (T::*step)()>
 void callAtExit(std::weak_ptr<T> object) {
   struct Registry {
     std::mutex mutex;
     std::vector<std::weak_ptr<T>> objects;
+    int process = 0;  // whose end is registered
   };
   static Registry& registry = *new Registry;
-  static const bool isRegistered = [] {
+  const std::lock_guard lock(registry.mutex);
+  if (std::exchange(registry.process, ::getpid()) != ::getpid()) {
     atExit([] {
-      std::unique_lock lock(registry.mutex);
+      std::unique_lock ending(registry.mutex);
       const auto objects = registry.objects;
-      lock.unlock();
+      ending.unlock();
       for (const auto& weak : objects) {
         if (const auto alive = weak.lock()) (alive.get()->*step)();
       }
     });
-    return true;
-  }();
-  static_cast<void>(isRegistered);
-  const std::lock_guard lock(registry.mutex);
+  }
   std::erase_if(registry.objects, [](const auto& weak) { return weak.expired(); });
   registry.objects.push_back(std::move(object));
 }

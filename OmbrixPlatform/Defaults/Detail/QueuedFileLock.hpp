@@ -5,35 +5,25 @@
 #include <string>
 
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Files/Detail/LockWait.hpp"
 
 namespace ombrix::platform::detail {
 
 /// An exclusive lock among processes on a side file. Those who wait stand in the kernel's queue,
-/// which wakes them when it is their turn.
-///
-/// The kernel's wait has no end of its own, and a process that was stopped while it holds the lock
-/// must not stop the others for ever. So a thread waits for the caller, who gives up in time; it
-/// stays in the queue, and the next caller takes its place over.
+/// which wakes them when it is their turn; who gives up leaves his place to the next caller.
 ///
 /// One thread at a time.
 class QueuedFileLock {
  public:
-  QueuedFileLock() = default;
-  ~QueuedFileLock();
-  QueuedFileLock(const QueuedFileLock&) = delete;
-  QueuedFileLock& operator=(const QueuedFileLock&) = delete;
-
   /// Makes the file where it is missing, and takes the lock, which is held until the descriptor is
   /// closed; without one, `errno` says why (`ETIMEDOUT`).
   Descriptor acquire(const std::string& path, std::chrono::steady_clock::duration timeout);
 
  private:
-  struct Wait;
+  Descriptor waitFor(const std::string& path, Descriptor file, LockDeadline deadline);
 
-  Descriptor waitFor(const std::string& path, Descriptor file,
-                     std::chrono::steady_clock::time_point deadline);
-
-  std::shared_ptr<Wait> wait_;  // of a caller who gave up
+  std::shared_ptr<LockWait> wait_;  // of a caller who gave up
+  std::string path_;                // what it waits for
 };
 
 }  // namespace ombrix::platform::detail

@@ -58,7 +58,8 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   Batch takeBatch();
   void settle(const Batch& batch, const DictionaryFile::Outcome& outcome);
   void flushLast();
-  void startWriter();
+  bool hasWriterHere();
+  void noticeFork();
   void write();
   void stopWriter();
   void load();
@@ -90,6 +91,8 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   std::vector<std::string> queuedKeys;  // edits that the writer has not taken yet
   std::condition_variable somethingToWrite;
   std::thread writer;
+  int writerProcess = 0;               // that has made the writer
+  std::atomic<bool> isForked = false;  // from that one
   bool isStopping = false, isFlushedAtExit = false;
 
   std::mutex writeMutex;  // held from taking edits until the file has them, so that order is kept

@@ -6,7 +6,6 @@
 #include <span>
 #include <vector>
 
-#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
 
 namespace ombrix::platform::detail {
@@ -57,17 +56,24 @@ Held letGo() noexcept {
   return last;
 }
 
-/// Locks one byte; 0 or errno. The locks belong to the open file, thus to one acquisition.
-int setLock(int file, off_t byte, short type, bool waits) noexcept {
+/// Locks bytes or lets them go; 0 or errno. The locks belong to the open file, thus to one
+/// acquisition.
+int setLock(int file, off_t first, off_t count, short type, bool waits = false) noexcept {
   struct flock lock{};
   lock.l_type = type;
   lock.l_whence = SEEK_SET;
-  lock.l_start = byte;
-  lock.l_len = 1;
-  if (retrying([&] { return ::fcntl(file, F_OFD_SETLK, &lock); }) == 0) return 0;
-  if (!waits || (errno != EAGAIN && errno != EACCES)) return errno;
-  const ThreadPool::BlockingScope blocking;
-  return retrying([&] { return ::fcntl(file, F_OFD_SETLKW, &lock); }) == 0 ? 0 : errno;
+  lock.l_start = first;
+  lock.l_len = count;
+  const int command = waits ? F_OFD_SETLKW : F_OFD_SETLK;
+  return retrying([&] { return ::fcntl(file, command, &lock); }) == 0 ? 0 : errno;
+}
+
+/// Locks one byte as soon as others let it go, which is waited for until the deadline.
+int awaitLock(int file, off_t byte, short type, LockDeadline deadline) {
+  const auto call = [byte, type](int open, bool waits) {
+    return setLock(open, byte, 1, type, waits);
+  };
+  return lockBefore(file, call, deadline);
 }
 
 Descriptor openLockFile(const std::string& path) {
@@ -94,20 +100,24 @@ Currency currencyOf(int file, const std::string& path) noexcept {
   return isSame ? Currency::current : Currency::replaced;
 }
 
-int lockRanges(int file, const Ranges& ranges, CoordinationAccess access) noexcept {
+int lockRanges(int file, const Ranges& ranges, CoordinationAccess access, LockDeadline deadline) {
   const bool isExclusive = access == CoordinationAccess::exclusive;
   const short type = isExclusive ? F_WRLCK : F_RDLCK;
-  int error = setLock(file, ranges.gate, type, true);
-  if (error == 0) error = setLock(file, ranges.access, type, true);
-  if (error == 0 && !isExclusive) error = setLock(file, ranges.gate, F_UNLCK, false);
-  return error;
+  int error = awaitLock(file, ranges.gate, type, deadline);
+  if (error != 0) return error;
+  error = awaitLock(file, ranges.access, type, deadline);
+  // A writer who gives up must not keep readers out, whose access others may still share.
+  if (error == 0 && isExclusive) return 0;
+  const int gateError = setLock(file, ranges.gate, 1, F_UNLCK);
+  return error != 0 ? error : gateError;
 }
 
 }  // namespace
 
 FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFile,
                                                        const std::string& path,
-                                                       CoordinationAccess access) {
+                                                       CoordinationAccess access,
+                                                       LockDeadline deadline) {
   const Ranges ranges = rangesOf(path);
   const bool isExclusive = access == CoordinationAccess::exclusive;
   const auto failure = [&](int code) { return std::unexpected(FileError(code, "lock", path)); };
@@ -123,11 +133,12 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     for (Held& outer : held()) {
       if (outer.access != ranges.access || outer.lockFile != lockFile) continue;
       if (outer.readOnlyCode != 0) return failure(outer.readOnlyCode);
-      if (const int error = setLock(outer.file.get(), ranges.upgrade, F_WRLCK, false); error != 0) {
+      if (const int error = setLock(outer.file.get(), ranges.upgrade, 1, F_WRLCK); error != 0) {
         return failure(error == EAGAIN || error == EACCES ? EDEADLK : error);
       }
-      if (const int error = setLock(outer.file.get(), ranges.access, F_WRLCK, true); error != 0) {
-        setLock(outer.file.get(), ranges.upgrade, F_UNLCK, false);
+      if (const int error = awaitLock(outer.file.get(), ranges.access, F_WRLCK, deadline);
+          error != 0) {
+        setLock(outer.file.get(), ranges.upgrade, 1, F_UNLCK);
         return failure(error);
       }
       hold({lockFile, ranges.access, true, Descriptor(), 0});
@@ -152,7 +163,9 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
       if (!file) errno = readOnlyCode;
     }
     if (!file) return failure(errno);
-    if (const int error = lockRanges(file.get(), ranges, access); error != 0) return failure(error);
+    if (const int error = lockRanges(file.get(), ranges, access, deadline); error != 0) {
+      return failure(error);
+    }
     const Currency currency = currencyOf(file.get(), lockFile);
     if (currency == Currency::unknown) return failure(errno);
     if (currency != Currency::current) {
@@ -168,12 +181,15 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
 CoordinationLock::~CoordinationLock() {
   if (ending_ == Ending::nothing) return;
   const Held ended = letGo();
-  // Closing the file, with `ended`, releases its locks.
-  if (ending_ != Ending::downgrade) return;
+  if (ending_ != Ending::downgrade) {
+    // Closing it releases nothing while a forked child, or a wait that was given up, has the file.
+    if (ended.file) setLock(ended.file.get(), 0, 0, F_UNLCK);
+    return;
+  }
   for (const Held& outer : held()) {
     if (outer.access != ended.access || outer.lockFile != ended.lockFile || !outer.file) continue;
-    setLock(outer.file.get(), ended.access, F_RDLCK, false);
-    setLock(outer.file.get(), ended.access + 1, F_UNLCK, false);
+    setLock(outer.file.get(), ended.access, 1, F_RDLCK);
+    setLock(outer.file.get(), ended.access + 1, 1, F_UNLCK);
   }
 }
 

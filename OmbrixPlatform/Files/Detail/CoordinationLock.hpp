@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "OmbrixPlatform/Files/Detail/LockWait.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
 
 namespace ombrix::platform::detail {
@@ -14,12 +15,13 @@ enum class CoordinationAccess : std::uint8_t { shared, exclusive };
 /// thread holds is released in the opposite order.
 class CoordinationLock {
  public:
-  /// Blocks until the access is granted. A lock file that is replaced or removed meanwhile is
-  /// opened anew: whoever holds a lock on the file that is there is the only holder.
+  /// Blocks until the access is granted, or the deadline has passed (`ETIMEDOUT`). A lock file that
+  /// is replaced or removed meanwhile is opened anew: whoever holds a lock on the file that is
+  /// there is the only holder.
   /// @param lockFile The file that holds the locks; it and its folder are made when missing.
   /// @param path The path with its links resolved.
   static FileResult<CoordinationLock> acquire(const std::string& lockFile, const std::string& path,
-                                              CoordinationAccess access);
+                                              CoordinationAccess access, LockDeadline deadline);
 
   CoordinationLock(CoordinationLock&& other) noexcept
       : ending_(std::exchange(other.ending_, Ending::nothing)) {}

@@ -1,6 +1,10 @@
 // The other process in tests of user defaults:
 //   defaults-agent <folder> <domain> write <prefix> <count>   sets <prefix>0 … and exits at once
+//   defaults-agent <folder> <domain> fork <prefix> <count>    the same in a forked child
 //   defaults-agent <folder> <domain> contend <prefix> <threads> <count>   see `contend`
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
@@ -60,7 +64,15 @@ int main(int argc, char** argv) {
   if (argc < 6) return 2;
   const auto defaults = UserDefaults::make({.folder = argv[1], .domain = argv[2]});
   const std::string_view command = argv[3];
-  if (command == "write") return write(*defaults, argv[4], std::stoi(argv[5]));
+  if (command == "fork") {
+    defaults->setObject("the parent's", "parent");
+    defaults->synchronize();
+    if (const pid_t child = ::fork(); child != 0) {
+      int status = 0;
+      return ::waitpid(child, &status, 0) == child ? status : 1;
+    }
+  }
+  if (command == "write" || command == "fork") return write(*defaults, argv[4], std::stoi(argv[5]));
   if (command == "contend" && argc == 7) {
     return contend(*defaults, argv[4], std::stoi(argv[5]), std::stoi(argv[6]));
   }

@@ -38,7 +38,8 @@ class UserDefaultsFileTests : public ::testing::Test {
   testing::ScopedDir dir;
 };
 
-// Catches a crash, a silent loss, or bytes of a damaged file that are thrown away.
+// Catches a crash, a silent loss, bytes of a damaged file that are thrown away, and values that are
+// lost although a running process still knows them.
 TEST_F(UserDefaultsFileTests, ADamagedFileIsSetAsideAndReported) {
   const std::string damaged[] = {"bplist00garbage", "<plist><array/></plist>", "\xff\xfe"};
   int copies = 0;
@@ -52,20 +53,13 @@ TEST_F(UserDefaultsFileTests, ADamagedFileIsSetAsideAndReported) {
     EXPECT_FALSE(fs::exists(defaults->file()));
     defaults->setObject("miles", "units");
     EXPECT_TRUE(defaults->synchronize());
+    dir.write("test.plist", "bplist00 cut sho");
+    EXPECT_EQ(defaults->stringForKey("units"), "miles");
+    EXPECT_EQ(errors.take().size(), 1U);
     EXPECT_EQ(open()->stringForKey("units"), "miles");
     EXPECT_THAT(errors.take(), IsEmpty());
+    ++copies;
   }
-}
-
-// Catches values that are lost although a running process still knows them.
-TEST_F(UserDefaultsFileTests, ARunningProcessWritesBackWhatItKnewOfADamagedFile) {
-  const auto defaults = open();
-  defaults->setObject("miles", "units");
-  defaults->synchronize();
-  dir.write("test.plist", "bplist00 cut sho");
-  EXPECT_EQ(defaults->stringForKey("units"), "miles");
-  EXPECT_EQ(errors.take().size(), 1U);
-  EXPECT_EQ(open()->stringForKey("units"), "miles");
 }
 
 // Catches a file that is taken for damaged, or for the loss of all values, while an editor writes
@@ -169,32 +163,29 @@ TEST_F(UserDefaultsFileTests, TheFileStaysWhoseItIs) {
   }
 }
 
-// Catches a file that is replaced although it could not be read, and a wait without end on what
-// is no file.
-TEST_F(UserDefaultsFileTests, WhatIsNoFileIsReportedAndLeftAlone) {
+// Catches a file that is replaced although it could not be read, a wait without end on what is no
+// file, a file that takes all memory with it, and one that is written and cannot be read again.
+TEST_F(UserDefaultsFileTests, WhatCannotBeReadIsReportedAndLeftAlone) {
   const auto path = dir.path() / "test.plist";
-  ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
-  const auto defaults = open();
-  EXPECT_FALSE(defaults->objectForKey("units"));
-  defaults->setObject("miles", "units");
-  EXPECT_EQ(defaults->stringForKey("units"), "miles");
-  EXPECT_FALSE(defaults->synchronize());
-  EXPECT_TRUE(fs::is_fifo(path));
-  EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("is a FIFO, not a regular file")));
-}
-
-// Catches a file that takes all memory with it, and one that is written and cannot be read again.
-TEST_F(UserDefaultsFileTests, AFileOfMoreThan16MiBIsReportedAndLeftAlone) {
-  dir.write("test.plist", "x");
-  fs::resize_file(dir.path() / "test.plist", std::uintmax_t{1} << 40);
-  {
-    const auto defaults = open();
-    EXPECT_FALSE(defaults->objectForKey("units"));
-    defaults->setObject("miles", "units");
-    EXPECT_FALSE(defaults->synchronize());
+  for (const std::string reason : {"is a FIFO, not a regular file", "File too large"}) {
+    if (reason.starts_with("is a FIFO")) {
+      ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    } else {
+      dir.write("test.plist", "x");
+      fs::resize_file(path, std::uintmax_t{1} << 40);
+    }
+    const auto type = fs::status(path).type();
+    {
+      const auto defaults = open();
+      EXPECT_FALSE(defaults->objectForKey("units"));
+      defaults->setObject("miles", "units");
+      EXPECT_EQ(defaults->stringForKey("units"), "miles");
+      EXPECT_FALSE(defaults->synchronize());
+    }
+    EXPECT_EQ(fs::status(path).type(), type);
+    EXPECT_THAT(errors.take(), ElementsAre(HasSubstr(reason)));
+    EXPECT_TRUE(fs::remove(path));
   }
-  EXPECT_THAT(errors.take(), ElementsAre(HasSubstr("File too large")));
-  EXPECT_TRUE(fs::remove(dir.path() / "test.plist"));
   const auto defaults = open();
   defaults->setObject(Data(std::size_t{17} << 20), "large");
   EXPECT_FALSE(defaults->synchronize());

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -182,6 +183,33 @@ TEST_F(FileCoordinatorTests, PairsAreTakenInOneOrder) {
   std::thread other([&] { run(url("b"), url("a")); });
   run(url("a"), url("b"));
   other.join();
+}
+
+// Catches a wait without end for a process that stands still inside a file, a writer who has given
+// up and keeps readers out, and a lock that comes to nobody afterwards.
+TEST_F(FileCoordinatorTests, AProcessThatStandsStillIsNotWaitedForWithoutEnd) {
+  const auto holder = agent("hold", url("a"));
+  ASSERT_EQ(holder->readLine(), "held");
+  holder->signal(SIGSTOP);
+  const auto own = coordinator();
+  const auto start = [&](bool isWriter, const URL& file) {
+    return std::async(std::launch::async, [&own, isWriter, file] {
+      const auto nothing = [](const URL&) {};
+      const auto result = isWriter ? own.coordinateWritingItemAtURL(file, Writing::none, nothing)
+                                   : own.coordinateReadingItemAtURL(file, Reading::none, nothing);
+      return result ? 0 : result.error().code();
+    });
+  };
+  auto reader = start(false, url("a")), writer = start(true, url("a"));
+  ASSERT_TRUE(own.coordinateReadingItemAtURL(url("b"), Reading::none, [&](const URL&) {
+    EXPECT_EQ(start(true, url("b")).get(), ETIMEDOUT);
+    EXPECT_EQ(start(false, url("b")).get(), 0);
+  }));
+  EXPECT_EQ(reader.get(), ETIMEDOUT);
+  EXPECT_EQ(writer.get(), ETIMEDOUT);
+  holder->kill();
+  write(url("a"), "after");
+  write(url("b"), "after");
 }
 
 // Catches a lock that outlives its killed holder, an exception that keeps it, lock files that pile

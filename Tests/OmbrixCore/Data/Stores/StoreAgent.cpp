@@ -7,14 +7,17 @@
 //                        reads a text with so much more memory at most, from inside a control group
 //                        unless CGROUP is "-"; 0 when it came, 3 when not, 4 out of the group
 //   decode FILE          decodes a property list as several types; 0 within 64 MiB and a second
-//   launch FOLDER COUNT GROUP
-//                        adds one to a persisted number, sets so many others, and ends; GROUP is
-//                        the group's container, or "-"
+//   launch FOLDER COUNT GROUP STATE FIRST
+//                        adds one to a persisted number, sets so many others, to FIRST and so on,
+//                        and ends; GROUP is the group's container. While it sets the others the
+//                        thread pool is busy, no thread can be made, or it is a forked child
 
 #include <sys/resource.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <ctime>
 #include <fstream>
 #include <iostream>
@@ -22,14 +25,17 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "OmbrixCore/Data/Stores/Persisted.hpp"
 #include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/Sanitizers.hpp"
 
 namespace {
 
@@ -136,13 +142,41 @@ int decode(const char* path) {
   return isBounded ? 0 : 1;
 }
 
-int launch(const char* folder, int others, const char* group) {
-  if (std::string_view(group) != "-") useContainer(group);
+/// From here on there is no room for the stack of another thread.
+void forbidThreads() {
+  std::size_t pages = 0;
+  std::ifstream("/proc/self/statm") >> pages;
+  rlimit limit{};
+  ::getrlimit(RLIMIT_AS, &limit);
+  limit.rlim_cur = pages * static_cast<std::size_t>(::getpagesize()) + (2U << 20U);
+  ::setrlimit(RLIMIT_AS, &limit);
+}
+
+void occupyPool() {
+  static std::atomic<unsigned> count{0};
+  for (unsigned i = 8 + std::thread::hardware_concurrency(); i > 0; --i) {
+    platform::ThreadPool::shared().post([] {
+      while (true) ++count;
+    });
+  }
+}
+
+int launch(const char* folder, int others, const char* group, std::string_view state, int first) {
+  useContainer(group);
   const URL directory = URL::fileURL(folder, true);
   const Persisted<int> launches{0, directory, "launches"};
+  if (state == "threadless" && !testing::kUnderSanitizer) forbidThreads();
+  if (state == "busy") occupyPool();
   launches.modifyWrappedValue([](int& count) { ++count; });
+  if (state == "forked") {
+    launches.flush();
+    if (const pid_t child = ::fork(); child != 0) {
+      int status = 0;
+      return ::waitpid(child, &status, 0) == child ? status : 1;
+    }
+  }
   for (int i = 0; i < others; ++i) {
-    Persisted<int>(0, directory, "other" + std::to_string(i)).setWrappedValue(i);
+    Persisted<int>(0, directory, "other" + std::to_string(i)).setWrappedValue(first + i);
   }
   return 0;
 }
@@ -157,7 +191,9 @@ int main(int argc, char** argv) {
   if (std::string_view(argv[1]) == "share") {
     return share(argv[2], static_cast<unsigned>(std::stoul(argv[3])));
   }
-  if (std::string_view(argv[1]) == "launch") return launch(argv[2], std::stoi(argv[3]), argv[4]);
+  if (argc == 7 && std::string_view(argv[1]) == "launch") {
+    return launch(argv[2], std::stoi(argv[3]), argv[4], argv[5], std::stoi(argv[6]));
+  }
   std::vector<std::size_t> sizes;
   for (int i = 3; i < argc; ++i) sizes.push_back(std::stoul(argv[i]));
   return write(argv[2], sizes);

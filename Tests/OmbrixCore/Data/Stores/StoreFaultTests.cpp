@@ -12,7 +12,7 @@
 #include <cstring>
 #include <filesystem>
 
-#include "OmbrixCore/Data/Stores/DataFileStore.hpp"
+#include "OmbrixCore/Data/Stores/CachedItemStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
@@ -21,6 +21,7 @@ namespace {
 
 // The call of this thread that fails next, counted down; 0 for none.
 thread_local int countdown = 0;
+thread_local bool allFail = false;
 thread_local int code = 0;
 thread_local bool hasChanged = false;  // whether a call before it has changed a file's contents
 // Part of the paths that cannot be looked at by any thread, and why.
@@ -28,7 +29,7 @@ const char* unseen = nullptr;
 int unseenCode = 0;
 
 bool fails() noexcept {
-  if (countdown == 0 || --countdown > 0) return false;
+  if (!allFail && (countdown == 0 || --countdown > 0)) return false;
   errno = code;
   return true;
 }
@@ -207,6 +208,34 @@ TEST_P(StoreFaultTests, EveryCallMayFail) {
   EXPECT_EQ(store.value("other").get(), other);
   EXPECT_EQ(descriptors(), before);
   EXPECT_GE(reached, 9 * (5 + 6 + 4 + 2)) << "the calls no longer come through here";
+}
+
+// Catches a first read that fails for a moment and is taken for "no value", so that the next change
+// costs the file's, and a later read that undoes what was set meanwhile.
+TEST_P(StoreFaultTests, AFailedReadIsMadeAgain) {
+  testing::ScopedDirectories directories;
+  testing::RecordingLog log;
+  if (GetParam()) directories.setGroupContainer(true);
+  const fs::path folder = directories.dir().path() / (GetParam() ? "group" : "other");
+  const URL url = URL::fileURL((folder / "launches").string());
+  for (const int failure : {EMFILE, ENOMEM, EIO, EACCES}) {
+    for (const bool isSetMeanwhile : {false, true}) {
+      PlistFileStore<int>(url).setValue(57);
+      const CachedItemStore<int> store(url, 0);
+      code = failure;
+      allFail = true;
+      EXPECT_EQ(store.value(), 0);
+      allFail = false;
+      EXPECT_THAT(log.takeErrors(),
+                  ::testing::ElementsAre(StartsWith("Error reading the object: ")));
+      if (isSetMeanwhile) store.setValue(5);
+      const int expected = isSetMeanwhile ? 5 : 57;
+      EXPECT_EQ(store.value(), expected) << failure;
+      store.setValue(store.value() + 1);
+      store.flush();
+      EXPECT_EQ(PlistFileStore<int>(url).value(), expected + 1) << failure;
+    }
+  }
 }
 
 // Catches a wait without end for a lock file that cannot be told from another.

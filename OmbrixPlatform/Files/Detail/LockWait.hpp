@@ -1,0 +1,60 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
+
+namespace ombrix::platform::detail {
+
+/// Locks an open file, or waits until it can; 0 or errno.
+using LockCall = std::function<int(int file, bool waits)>;
+
+using LockDeadline = std::chrono::steady_clock::time_point;
+
+/// How long a lock is waited for that another process has: long for any honest holder, short beside
+/// one that was stopped.
+constexpr std::chrono::seconds kLockTimeout{10};
+
+/// Takes a lock of an open file, waiting until the deadline for others who have it; 0 or errno
+/// (`ETIMEDOUT`). Any thread.
+int lockBefore(int file, const LockCall& call, LockDeadline deadline);
+
+/// A place in the kernel's queue for a lock that another has.
+///
+/// The kernel's wait has no end of its own, and a process that was stopped while it holds the lock
+/// must not stop the others for ever. So a thread waits for the caller, who gives up in time; the
+/// thread stays in the queue and lets the lock go when it comes, or the caller takes its place up
+/// again. One caller at a time.
+class LockWait {
+ public:
+  /// Null where no thread or descriptor is left, or many were given up already.
+  static std::shared_ptr<LockWait> begin(int file, LockCall call);
+
+  LockWait(int process, Descriptor file, LockCall call)
+      : process_(process), file_(std::move(file)), call_(std::move(call)) {}
+
+  /// Waits for the lock: the open file that holds it, or none, with `errno`. The wait is given up
+  /// after `ETIMEDOUT`.
+  Descriptor finish(LockDeadline deadline);
+
+  /// Has a wait that was given up be wanted again; false when its turn has come and gone.
+  bool resume();
+
+ private:
+  void run();
+
+  const int process_;  // the thread is in no other one that is forked from it
+  std::mutex mutex_;   // guards what follows; the file itself is the thread's until it is done
+  std::condition_variable done_;
+  bool isWanted_ = true;
+  bool isDone_ = false;
+  int error_ = 0;
+  Descriptor file_;  // shares the caller's open file, and so its locks
+  const LockCall call_;
+};
+
+}  // namespace ombrix::platform::detail

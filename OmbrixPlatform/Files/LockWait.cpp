@@ -1,0 +1,83 @@
+#include "OmbrixPlatform/Files/Detail/LockWait.hpp"
+
+#include <algorithm>
+#include <atomic>
+#include <thread>
+#include <utility>
+
+#include "OmbrixPlatform/Concurrency/QuietThread.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+
+namespace ombrix::platform::detail {
+namespace {
+
+constexpr int kMostGivenUp = 16;
+
+std::atomic<int> givenUp{0};  // threads that wait for nobody
+
+bool isTaken(int error) noexcept { return error == EAGAIN || error == EACCES; }
+
+/// Without a thread to wait on: asks from time to time.
+int lockByAsking(int file, const LockCall& call, LockDeadline deadline) {
+  using namespace std::chrono_literals;
+  for (auto pause = 1ms;; pause = std::min(2 * pause, 20ms)) {
+    const int error = call(file, false);
+    if (!isTaken(error)) return error;
+    if (std::chrono::steady_clock::now() >= deadline) return ETIMEDOUT;
+    std::this_thread::sleep_for(pause);
+  }
+}
+
+}  // namespace
+
+int lockBefore(int file, const LockCall& call, LockDeadline deadline) {
+  const int error = call(file, false);
+  if (!isTaken(error)) return error;
+  const ThreadPool::BlockingScope blocking;
+  const auto wait = LockWait::begin(file, call);
+  if (!wait) return lockByAsking(file, call, deadline);
+  return wait->finish(deadline) ? 0 : errno;
+}
+
+std::shared_ptr<LockWait> LockWait::begin(int file, LockCall call) {
+  if (givenUp >= kMostGivenUp) return nullptr;
+  Descriptor same(::fcntl(file, F_DUPFD_CLOEXEC, 0));
+  if (!same) return nullptr;
+  auto wait = std::make_shared<LockWait>(::getpid(), std::move(same), std::move(call));
+  auto thread = startQuietThread("ombrix-lock", [wait] { wait->run(); });
+  if (!thread.joinable()) return nullptr;
+  thread.detach();
+  return wait;
+}
+
+void LockWait::run() {
+  const int error = call_(file_.get(), true);
+  const std::lock_guard lock(mutex_);
+  isDone_ = true;
+  error_ = error;
+  if (!isWanted_ || error != 0) file_.reset();
+  if (!isWanted_) --givenUp;
+  done_.notify_one();
+}
+
+Descriptor LockWait::finish(LockDeadline deadline) {
+  std::unique_lock lock(mutex_);
+  if (done_.wait_until(lock, deadline, [this] { return isDone_; })) {
+    errno = error_;
+    return std::move(file_);
+  }
+  isWanted_ = false;
+  ++givenUp;
+  errno = ETIMEDOUT;
+  return {};
+}
+
+bool LockWait::resume() {
+  if (process_ != ::getpid()) return false;
+  const std::lock_guard lock(mutex_);
+  if (isDone_) return false;
+  if (!std::exchange(isWanted_, true)) --givenUp;
+  return true;
+}
+
+}  // namespace ombrix::platform::detail
