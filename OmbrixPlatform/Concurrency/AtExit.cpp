@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Concurrency/AtExit.hpp"
 
+#include <pthread.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -43,6 +44,10 @@ void atExit(void (*function)()) {
   const std::lock_guard lock(endings().mutex);
   if (endings().functions.empty()) std::atexit(runAll);
   endings().functions.emplace_back(::getpid(), function);
+}
+
+void atFork(void (*before)(), void (*inParent)(), void (*inChild)()) {
+  ::pthread_atfork(before, inParent, inChild);
 }
 
 bool isProcessExiting() noexcept { return isExiting.load(std::memory_order_relaxed); }

@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Files/Detail/LockWait.hpp"
+#include "OmbrixPlatform/Files/LockWait.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -7,6 +7,7 @@
 
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -43,19 +44,26 @@ std::shared_ptr<LockWait> LockWait::begin(int file, LockCall call) {
   if (givenUp >= kMostGivenUp) return nullptr;
   Descriptor same(::fcntl(file, F_DUPFD_CLOEXEC, 0));
   if (!same) return nullptr;
-  auto wait = std::make_shared<LockWait>(::getpid(), std::move(same), std::move(call));
+  auto wait = std::make_shared<LockWait>(std::move(same), std::move(call));
   auto thread = startQuietThread("ombrix-lock", [wait] { wait->run(); });
   if (!thread.joinable()) return nullptr;
   thread.detach();
   return wait;
 }
 
+LockWait::LockWait(Descriptor file, LockCall call)
+    : process_(::getpid()),
+      file_(std::make_unique<Descriptor>(std::move(file))),
+      call_(std::move(call)) {}
+
+LockWait::~LockWait() = default;
+
 void LockWait::run() {
-  const int error = call_(file_.get(), true);
+  const int error = call_(file_->get(), true);
   const std::lock_guard lock(mutex_);
   isDone_ = true;
   error_ = error;
-  if (!isWanted_ || error != 0) file_.reset();
+  if (!isWanted_ || error != 0) file_->reset();
   if (!isWanted_) --givenUp;
   done_.notify_one();
 }
@@ -64,7 +72,7 @@ Descriptor LockWait::finish(LockDeadline deadline) {
   std::unique_lock lock(mutex_);
   if (done_.wait_until(lock, deadline, [this] { return isDone_; })) {
     errno = error_;
-    return std::move(file_);
+    return std::move(*file_);
   }
   isWanted_ = false;
   ++givenUp;

@@ -1,7 +1,5 @@
 #include "OmbrixCore/Data/Stores/BackgroundWriter.hpp"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <set>
@@ -33,7 +31,7 @@ struct BackgroundWriter::Shared {
 
 BackgroundWriter::Shared& BackgroundWriter::shared() {
   static Shared& instance = *[] {
-    ::pthread_atfork([] { shared().lock.lock(); }, [] { shared().lock.unlock(); }, enterChild);
+    platform::atFork([] { shared().lock.lock(); }, [] { shared().lock.unlock(); }, enterChild);
     return new Shared;  // outlives exit: background threads write on
   }();
   return instance;

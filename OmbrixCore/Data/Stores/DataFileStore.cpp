@@ -1,7 +1,5 @@
 #include "OmbrixCore/Data/Stores/DataFileStore.hpp"
 
-#include <pthread.h>
-
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -12,6 +10,7 @@
 
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
+#include "OmbrixPlatform/Concurrency/AtExit.hpp"
 
 namespace ombrix {
 namespace {
@@ -36,10 +35,12 @@ FutexLock& lockOf(const URL& url) {
   constexpr std::size_t kLocks = 64;
   static constinit std::array<FutexLock, kLocks> locks;
   // Those that hold one when a process is forked do not come along.
-  static const int isFreedInChild = ::pthread_atfork(nullptr, nullptr, [] {
-    for (FutexLock& lock : locks) std::construct_at(&lock);
+  static std::once_flag isForkExpected;
+  std::call_once(isForkExpected, [] {
+    platform::atFork(nullptr, nullptr, [] {
+      for (FutexLock& lock : locks) std::construct_at(&lock);
+    });
   });
-  static_cast<void>(isFreedInChild);
   return locks[std::hash<std::string>{}(url.lastPathComponent()) % kLocks];
 }
 

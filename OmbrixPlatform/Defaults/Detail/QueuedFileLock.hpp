@@ -5,7 +5,7 @@
 #include <string>
 
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
-#include "OmbrixPlatform/Files/Detail/LockWait.hpp"
+#include "OmbrixPlatform/Files/LockWait.hpp"
 
 namespace ombrix::platform::detail {
 

@@ -4,8 +4,8 @@
 #include <string>
 #include <utility>
 
-#include "OmbrixPlatform/Files/Detail/LockWait.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
+#include "OmbrixPlatform/Files/LockWait.hpp"
 
 namespace ombrix::platform::detail {
 

@@ -1,7 +1,5 @@
 #include "OmbrixPlatform/Network/Curl/Detail/NetworkThreads.hpp"
 
-#include <pthread.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
@@ -22,7 +20,7 @@ std::atomic<bool> isChild = false;
 NetworkThreads& NetworkThreads::shared() {
   // Leaked: sessions may still run while the process ends.
   static NetworkThreads& threads = *[] {
-    ::pthread_atfork(nullptr, nullptr, [] { isChild = true; });
+    atFork(nullptr, nullptr, [] { isChild = true; });
     atExit([] { shared().joinEnding(); });
     return new NetworkThreads;
   }();

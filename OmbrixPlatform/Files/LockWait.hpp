@@ -6,9 +6,9 @@
 #include <memory>
 #include <mutex>
 
-#include "OmbrixPlatform/Detail/Descriptor.hpp"
-
 namespace ombrix::platform::detail {
+
+class Descriptor;
 
 /// Locks an open file, or waits until it can; 0 or errno.
 using LockCall = std::function<int(int file, bool waits)>;
@@ -34,8 +34,10 @@ class LockWait {
   /// Null where no thread or descriptor is left, or many were given up already.
   static std::shared_ptr<LockWait> begin(int file, LockCall call);
 
-  LockWait(int process, Descriptor file, LockCall call)
-      : process_(process), file_(std::move(file)), call_(std::move(call)) {}
+  LockWait(Descriptor file, LockCall call);
+  ~LockWait();
+  LockWait(const LockWait&) = delete;
+  LockWait& operator=(const LockWait&) = delete;
 
   /// Waits for the lock: the open file that holds it, or none, with `errno`. The wait is given up
   /// after `ETIMEDOUT`.
@@ -53,7 +55,7 @@ class LockWait {
   bool isWanted_ = true;
   bool isDone_ = false;
   int error_ = 0;
-  Descriptor file_;  // shares the caller's open file, and so its locks
+  const std::unique_ptr<Descriptor> file_;  // shares the caller's open file, and so its locks
   const LockCall call_;
 };
 
