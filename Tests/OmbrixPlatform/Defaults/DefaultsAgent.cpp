@@ -1,6 +1,6 @@
 // The other process in tests of user defaults:
 //   defaults-agent <folder> <domain> write <prefix> <count>   sets <prefix>0 … and exits at once
-//   defaults-agent <folder> <domain> fork <prefix> <count>    the same in a forked child
+//   defaults-agent <folder> <domain> fork <prefix> <count>    sets them in a forked child
 //   defaults-agent <folder> <domain> contend <prefix> <threads> <count>   see `contend`
 #include <sys/wait.h>
 #include <unistd.h>
@@ -72,7 +72,12 @@ int main(int argc, char** argv) {
       return ::waitpid(child, &status, 0) == child ? status : 1;
     }
   }
-  if (command == "write" || command == "fork") return write(*defaults, argv[4], std::stoi(argv[5]));
+  if (command == "fork") {
+    for (int i = 0; i < std::stoi(argv[5]); ++i)
+      defaults->setObject(i, argv[4] + std::to_string(i));
+    std::_Exit(0);  // what its parent's threads own seems to leak there
+  }
+  if (command == "write") return write(*defaults, argv[4], std::stoi(argv[5]));
   if (command == "contend" && argc == 7) {
     return contend(*defaults, argv[4], std::stoi(argv[5]), std::stoi(argv[6]));
   }

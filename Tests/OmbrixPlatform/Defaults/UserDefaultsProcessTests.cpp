@@ -33,11 +33,11 @@ class UserDefaultsProcessTests : public ::testing::Test {
 // process takes with it when it ends, also one that was forked from another.
 TEST_F(UserDefaultsProcessTests, FourWritersLoseNothing) {
   const unsigned count = testing::kUnderSanitizer ? 100 : 500, inChild = 50;
+  EXPECT_EQ(start({"fork", "d", std::to_string(inChild)})->wait(), 0);
   std::vector<std::unique_ptr<ChildProcess>> writers;
   for (const auto* prefix : {"a", "b", "c"}) {
     writers.push_back(start({"write", prefix, std::to_string(count)}));
   }
-  writers.push_back(start({"fork", "d", std::to_string(inChild)}));
   for (const auto& writer : writers) EXPECT_EQ(writer->wait(), 0);
   const auto domain = open()->persistentDomain();
   EXPECT_EQ(domain.size(), 3 * count + inChild + 1);
