@@ -61,10 +61,14 @@ JSON post(const platform::URL& server, const std::string& path, const JSON& body
 bool EtcdServer::isInstalled() { return std::system("command -v etcd >/dev/null 2>&1") == 0; }
 
 EtcdServer::EtcdServer(std::filesystem::path folder, Options options)
-    : folder_(std::move(folder)), options_(std::move(options)), port_(unusedPort()) {
+    : folder_(std::move(folder)), options_(std::move(options)) {
   std::filesystem::create_directories(folder_);
   if (options_.isSecure) makeCertificates();
-  start();
+  // Another program may take the port first.
+  constexpr int kMostAttempts = 5;
+  for (int attempt = 1; port_ = unusedPort(), !hasStarted(); ++attempt) {
+    if (attempt == kMostAttempts) throw std::runtime_error("etcd did not start");
+  }
 }
 
 platform::URL EtcdServer::url() const {
@@ -85,6 +89,10 @@ void EtcdServer::makeCertificates() const {
 }
 
 void EtcdServer::start() {
+  if (!hasStarted()) throw std::runtime_error("etcd did not start");
+}
+
+bool EtcdServer::hasStarted() {
   const std::string peer = "http://127.0.0.1:0", folder = folder_.string();
   // What it logs is read to the end: it would wait for a reader otherwise.
   std::vector<std::string> command{"/bin/bash",
@@ -110,7 +118,7 @@ void EtcdServer::start() {
   }
   command.insert(command.end(), options_.arguments.begin(), options_.arguments.end());
   process_.emplace(std::move(command));
-  if (!process_->readLine()) throw std::runtime_error("etcd did not start");
+  return process_->readLine().has_value();
 }
 
 void EtcdServer::pause() { process_->signal(SIGSTOP); }

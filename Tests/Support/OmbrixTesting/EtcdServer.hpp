@@ -61,10 +61,11 @@ class EtcdServer {
 
  private:
   void makeCertificates() const;
+  bool hasStarted();
 
   const std::filesystem::path folder_;
   const Options options_;
-  const int port_;
+  int port_ = 0;
   bool wantsLogin_ = false, hasUsers_ = false;
   std::optional<ChildProcess> process_;
 };
