@@ -5,6 +5,7 @@
 #include <sys/statvfs.h>
 #include <unistd.h>
 
+#include <fstream>
 #include <string>
 
 namespace ombrix::testing {
@@ -26,7 +27,9 @@ void SmallDisk::fillUp(std::size_t bytesLeft) const {
   struct statvfs info{};
   ::statvfs(folder_.path().c_str(), &info);
   const std::size_t free = info.f_bavail * info.f_frsize;
-  folder_.write("filling", std::string(free > bytesLeft ? free - bytesLeft : 0, 'x'));
+  // Whoever else writes now takes some of this room; the disk is full then, too.
+  std::ofstream filling(folder_.path() / "filling", std::ios::binary);
+  filling << std::string(free > bytesLeft ? free - bytesLeft : 0, 'x');
 }
 
 }  // namespace ombrix::testing
