@@ -162,7 +162,7 @@ class Reader {
     for (unsigned left = takeByte(); left > 0; --left) {
       const std::uint8_t id = takeByte(), size = takeByte(), type = takeByte();
       const auto* found = std::ranges::find(kFieldNumbers, id);
-      if (found != kFieldNumbers.end()) {
+      if (found != kFieldNumbers.end() && size > 0) {
         const auto value = static_cast<std::size_t>(found - kFieldNumbers.begin());
         definition.fields.push_back({value, definition.bytes, size, type});
       }

@@ -77,16 +77,26 @@ void readMembers(JSONReader& json, Member member) {
   for (std::string_view key; json.nextKey(key);) member(key);
 }
 
-/// The items of what comes; none of what is no array. What is thrown leaves those before it.
+/// The items of what comes; none of what is no array. What is thrown leaves those before it, but no
+/// number at the very place: the rest of it may be missing.
 template <class Item>
 void readItems(JSONReader& json, Item (*read)(JSONReader&), std::vector<Item>& items) {
   items.clear();
   if (json.peek() != '[') return json.skip();
-  for (json.beginArray(); json.nextItem();) {
-    if (items.size() >= kMostTrackPoints) {
-      throw TrackFormatError("it holds more than five million points");
+  bool mayBeCut = false;
+  try {
+    for (json.beginArray(); json.nextItem();) {
+      mayBeCut = false;
+      if (items.size() >= kMostTrackPoints) {
+        throw TrackFormatError("it holds more than five million points");
+      }
+      const char first = json.peek();
+      items.push_back(read(json));
+      mayBeCut = first != '[' && first != '"';
     }
-    items.push_back(read(json));
+  } catch (...) {
+    if (mayBeCut) items.pop_back();
+    throw;
   }
 }
 

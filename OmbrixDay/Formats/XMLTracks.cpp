@@ -31,7 +31,8 @@ class PointReader : public platform::XMLHandler {
       throw TrackFormatError(fmt::format("its root element is \"{}\"", name.substr(0, 40)));
     }
     if (depth_ == 2) section_ = name;
-    if (name == point_ && !isPoint_) {
+    if (name == point_) {
+      if (isPoint_) throw platform::XMLError("a point begins inside a point");
       begin(attributes);
     } else if (name == "HeartRateBpm") {
       isHeartRate_ = true;
@@ -134,15 +135,18 @@ std::size_t nextElement(std::string_view text, std::string_view name) {
 void readPoints(platform::DataView bytes, std::string_view root, std::string_view point,
                 Track& track) {
   constexpr std::size_t kMostFaults = 10'000;  // Each makes a parser.
+  constexpr std::size_t kMostUnfinished = 16;  // Each has up to 1 MiB read in vain.
   PointReader reader(root, point, track);
   std::string before;
   std::optional<platform::XMLError> first;
+  std::size_t unfinished = 0;
   for (std::size_t faults = 0; faults < kMostFaults; ++faults) {
     try {
       platform::readXML(bytes, reader, before);
       break;
     } catch (const platform::XMLError& error) {
       if (!first) first = error;
+      if (error.isUnfinished() && ++unfinished == kMostUnfinished) break;
       // With the character before it, behind which a point may begin.
       const std::size_t offset = std::min(error.offset(), bytes.size());
       bytes = bytes.subspan(offset - std::min<std::size_t>(offset, 1));

@@ -5,6 +5,7 @@
 #include <exception>
 #include <memory>
 #include <new>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,7 @@ struct Reading {
   std::vector<ElementText> texts = {};  ///< One for each open element.
   std::vector<XMLAttribute> attributes = {};
   std::exception_ptr error = nullptr;
+  std::optional<XML_Index> errorAt = std::nullopt;
 
   /// Runs a piece of the handler; no exception may cross the parser.
   template <class Piece>
@@ -42,6 +44,7 @@ struct Reading {
       piece();
     } catch (...) {
       error = std::current_exception();
+      errorAt = XML_GetCurrentByteIndex(parser);  // moves on when the parser stops
       XML_StopParser(parser, XML_FALSE);
     }
   }
@@ -102,11 +105,11 @@ void readXML(DataView bytes, XMLHandler& handler, std::string_view before) {
   XML_SetCharacterDataHandler(parser.get(), onText);
   XML_SetStartDoctypeDeclHandler(parser.get(), onDoctype);
   const auto position = [&] {
-    const auto index = std::max<XML_Index>(XML_GetCurrentByteIndex(parser.get()), 0);
-    return static_cast<std::size_t>(index);
+    const XML_Index index = reading.errorAt.value_or(XML_GetCurrentByteIndex(parser.get()));
+    return static_cast<std::size_t>(std::max<XML_Index>(index, 0));
   };
-  const auto fail = [&](const std::string& why) {
-    throw XMLError(why, position() - std::min(position(), before.size()));
+  const auto fail = [&](const std::string& why, bool isUnfinished = false) {
+    throw XMLError(why, position() - std::min(position(), before.size()), isUnfinished);
   };
   if (!before.empty()) {
     XML_Parse(parser.get(), before.data(), static_cast<int>(before.size()), XML_FALSE);
@@ -128,12 +131,13 @@ void readXML(DataView bytes, XMLHandler& handler, std::string_view before) {
     if (status != XML_STATUS_OK) {
       const XML_Error code = XML_GetErrorCode(parser.get());
       if (code == XML_ERROR_NO_MEMORY) throw std::bad_alloc();
-      fail(fmt::format("line {}: {}", XML_GetCurrentLineNumber(parser.get()),
-                       XML_ErrorString(code)));
+      fail(
+          fmt::format("line {}: {}", XML_GetCurrentLineNumber(parser.get()), XML_ErrorString(code)),
+          code == XML_ERROR_UNCLOSED_TOKEN);
     }
     // The parser keeps an unfinished tag or comment and may scan it anew with every block.
     if (!bytes.empty() && given - std::min(given, position()) > kMostTagBytes) {
-      fail("a tag or comment is longer than 1 MiB");
+      fail("a tag or comment is longer than 1 MiB", true);
     }
   } while (!bytes.empty());
 }

@@ -13,14 +13,18 @@ namespace ombrix::platform {
 /// Bytes that are no XML document; `what()` says why and in which line.
 class XMLError : public Error {
  public:
-  explicit XMLError(const std::string& what, std::size_t offset = 0)
-      : Error(what), offset_(offset) {}
+  explicit XMLError(const std::string& what, std::size_t offset = 0, bool isUnfinished = false)
+      : Error(what), offset_(offset), isUnfinished_(isUnfinished) {}
 
   /// How many bytes of the document stand before the fault.
   [[nodiscard]] std::size_t offset() const noexcept { return offset_; }
 
+  /// Whether what begins there has no end, at least not within 1 MiB: that far was read on.
+  [[nodiscard]] bool isUnfinished() const noexcept { return isUnfinished_; }
+
  private:
   std::size_t offset_;
+  bool isUnfinished_;
 };
 
 struct XMLAttribute {

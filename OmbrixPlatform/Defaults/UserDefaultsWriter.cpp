@@ -1,6 +1,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <memory>
+#include <shared_mutex>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/AtExit.hpp"
@@ -24,6 +26,17 @@ bool lockForked(std::unique_lock<std::mutex>& lock) {
     std::this_thread::sleep_for(kPause);
   }
   return true;
+}
+
+/// Shared by those who write settings; a fork has it alone, so that no child is left with the locks
+/// of a write, which nobody would release.
+std::shared_mutex& writesAndForks() {
+  static auto& gate = *[] {
+    atFork([] { writesAndForks().lock(); }, [] { writesAndForks().unlock(); },
+           [] { std::construct_at(&writesAndForks()); });
+    return new std::shared_mutex;  // outlives exit: settings are written there, too
+  }();
+  return gate;
 }
 
 }  // namespace
@@ -90,11 +103,13 @@ DictionaryFile::Outcome UserDefaults::State::flush() {
     const std::lock_guard lock(mutex);
     noticeFork();
   }
+  const std::shared_lock noForkMeanwhile(writesAndForks());
   std::unique_lock writing(writeMutex, std::defer_lock);
   if (!isForked) {
     writing.lock();
   } else if (!lockForked(writing)) {
     DictionaryFile::Outcome outcome;
+    outcome.isSaved = false;
     outcome.errors.push_back("Cannot write " + path.string() +
                              ": the process was forked while it was written");
     return outcome;

@@ -256,6 +256,8 @@ TEST(TrackFormats, damageCostsNoOtherPoint) {
       {gpx, "<trkpt lat=\"-46.453125\"", "<tr?pt lat=\"1\"", "line 7: not well-formed", 5},
       {gpx, "</ele>", "</elf>", "line 4: mismatched tag", 5},
       {gpx, "</trkseg></trk>\n</gpx>", "", "line 11: no element", 6},
+      {gpx, "</trkpt>", " /trkpt>", "inside a point", 6},
+      {tcx, "</Trackpoint>", " /Trackpoint>", "inside a point", 6},
       {tcx, "<Trackpoint>", "<Trackpoint", "line 5: ", 5},
       {tcx, "<Lap ", "<&", "line 4: ", 6},
       {geoJSON, "\"speeds\"", "speeds", "byte ", 6},
@@ -269,9 +271,17 @@ TEST(TrackFormats, damageCostsNoOtherPoint) {
     text.replace(at, std::string_view(c.replaced).size(), c.by);
     const Track track = read(text, c.format);
     EXPECT_EQ(track.fixes.size(), c.fixes) << c.by;
+    for (std::size_t i = 0; i < track.fixes.size() && c.fixes == 6; ++i) {
+      EXPECT_EQ(track.fixes[i].coordinate.latitude, sampleTrack().fixes[i].coordinate.latitude);
+    }
     EXPECT_TRUE(!track.fault.empty() && track.fault.find(c.fault) != track.fault.npos)
         << c.by << ": " << track.fault;
   }
+  // What has no end is looked for in a few places only.
+  std::string open = writeTrack(sampleTrack(), gpx);
+  open.resize(open.find("</trkseg>"));
+  for (int i = 0; i < 20'000; ++i) open += "<trkpt><?x ";
+  EXPECT_EQ(read(open, gpx).fixes.size(), 6u);
   // Cut anywhere but before its last line break, a document gives what stands before.
   for (const TrackFormat format : {gpx, tcx, geoJSON}) {
     const std::string whole = writeTrack(sampleTrack(), format);

@@ -74,6 +74,9 @@ void RecentDays::remember(const RecordedDay& recorded) {
   bool isKept = false;
   const auto access = alone([&] {
     adoptOlder();
+    // A part takes no day's place.
+    isKept = !recorded.fault.empty() && shelf_.days.exists(key).get();
+    if (isKept) return;
     shelf_.days.store(kept, key).get();
     if (!shelf_.days.exists(key).get() || shelf_.days.value(key).get() != kept) return;
     auto keys = shelf_.keys();

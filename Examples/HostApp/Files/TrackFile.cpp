@@ -118,9 +118,9 @@ void failIfIncomplete(const std::string& path, const std::string& fault) {
 
 void refuseToReplaceByPart(const std::string& in, const std::string& out, const Track& track) {
   std::error_code none;
-  if (track.fault.empty() || !std::filesystem::equivalent(in, out, none)) return;
+  if (track.fault.empty() || !std::filesystem::is_regular_file(out, none)) return;
   throw CommandFailure(
-      fmt::format("{} could not be read whole and is not replaced: {}", in, track.fault));
+      fmt::format("{} could not be read whole: {}; {} is not replaced", in, track.fault, out));
 }
 
 Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> format) {

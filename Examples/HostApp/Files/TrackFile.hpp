@@ -23,7 +23,7 @@ Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> for
 /// @param fault That of the track.
 void failIfIncomplete(const std::string& path, const std::string& fault);
 
-/// Ends the command where a track that could not be read whole would take its own file's place.
+/// Ends the command where a track that could not be read whole would take a file's place.
 void refuseToReplaceByPart(const std::string& in, const std::string& out, const Track& track);
 
 /// Tells that heart rates of a track were not written to a CSV file; nothing for none.

@@ -115,6 +115,7 @@ class CachedItemStore final
         // After a failed read a value that was set is the store's; the file's would undo it.
         if (hasFailedToLoad && isSet) return true;
         auto read = backingPlistStore->load();
+        if (hasFailedToLoad && isSet) return true;  // set meanwhile
         loaded = std::move(read.value);
         if (loaded) innerSubject.setValue(*loaded);
         hasFailedToLoad = read.hasFailed;

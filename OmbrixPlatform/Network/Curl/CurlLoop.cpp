@@ -265,6 +265,7 @@ void CurlLoop::admit(const std::shared_ptr<Transfer>& transfer) {
   transfer->queued = host.waiting.insert(host.waiting.end(), transfer);
   transfer->isQueued = true;
   touch(host);
+  if (host.active == 0 && !host.isOffline) host.connectivityFailure = nullptr;  // nobody tries it
   if (host.connectivityFailure) tellOfMissingConnectivity(*transfer);
 }
 
