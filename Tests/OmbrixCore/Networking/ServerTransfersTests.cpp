@@ -2,10 +2,12 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <latch>
 #include <string>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
@@ -288,7 +290,14 @@ TEST_F(ServerTransfersTests, LinesHoldTheServerBack) {
   plainServer.route("GET", "/held",
                     [](const auto&) { return testing::held("gate", Response::text("late")); });
   auto waiting = client().lines("held");
-  const auto task = waiting.next().start();
+  std::latch hasBegun(1);  // a task that is cancelled before leaves the lines to other calls
+  auto first = [&]() -> platform::Async<void> {
+    hasBegun.count_down();
+    const auto line = co_await waiting.next();
+    EXPECT_EQ(line, std::nullopt);
+  };
+  const auto task = platform::startTask(first);
+  hasBegun.wait();
   ASSERT_TRUE(plainServer.waitUntilHeld(1));
   task.cancel();
   EXPECT_THROW(task.get(), platform::CancellationError);
