@@ -11,7 +11,7 @@ Descriptor makeSideFile(const std::string& path, int flags) {
   if (!made || slash == std::string::npos) return made;
   struct stat folder{};
   if (::stat(path.substr(0, slash + 1).c_str(), &folder) == 0 && folder.st_uid != ::geteuid()) {
-    // Whoever may not give it away has a folder of his own or shares one: then it is his.
+    // Only root may give a file away. Anybody else shares the folder, and keeps the file.
     static_cast<void>(::fchown(made.get(), folder.st_uid, folder.st_gid));
   }
   return made;
