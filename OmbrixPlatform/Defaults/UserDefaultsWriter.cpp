@@ -17,17 +17,6 @@ namespace {
 constexpr std::chrono::milliseconds kGatheringDelay{5};
 constexpr std::chrono::seconds kFirstRetryDelay{1}, kLongestRetryDelay{60};
 
-/// Takes a mutex that may have been held, at the fork, by a thread that did not come along.
-bool lockForked(std::unique_lock<std::mutex>& lock) {
-  constexpr std::chrono::milliseconds kPause{10};
-  const auto deadline = std::chrono::steady_clock::now() + detail::kLockTimeout;
-  while (!lock.try_lock()) {
-    if (std::chrono::steady_clock::now() >= deadline) return false;
-    std::this_thread::sleep_for(kPause);
-  }
-  return true;
-}
-
 /// Shared by those who write settings; a fork has it alone, so that no child is left with the locks
 /// of a write, which nobody would release.
 std::shared_mutex& writesAndForks() {
@@ -104,16 +93,7 @@ DictionaryFile::Outcome UserDefaults::State::flush() {
     noticeFork();
   }
   const std::shared_lock noForkMeanwhile(writesAndForks());
-  std::unique_lock writing(writeMutex, std::defer_lock);
-  if (!isForked) {
-    writing.lock();
-  } else if (!lockForked(writing)) {
-    DictionaryFile::Outcome outcome;
-    outcome.isSaved = false;
-    outcome.errors.push_back("Cannot write " + path.string() +
-                             ": the process was forked while it was written");
-    return outcome;
-  }
+  const std::lock_guard writing(writeMutex);
   const Batch batch = takeBatch();
   if (batch.edits.empty() && file.isSaved()) return {};
   auto outcome = file.write(batch.edits);
