@@ -102,8 +102,14 @@ void threadsOfComputing(benchmark::State& state) {
   state.counters["threads"] = static_cast<double>(most);
 }
 
-BENCHMARK(wakeOurs)->Name("begin a job of an idle pool/ThreadPool")->UseManualTime();
-BENCHMARK(wakeAsio)->Name("begin a job of an idle pool/asio thread_pool")->UseManualTime();
+BENCHMARK(wakeOurs)
+    ->Name("begin a job of an idle pool/ThreadPool")
+    ->Iterations(1000)
+    ->UseManualTime();
+BENCHMARK(wakeAsio)
+    ->Name("begin a job of an idle pool/asio thread_pool")
+    ->Iterations(1000)
+    ->UseManualTime();
 BENCHMARK(startBehindBusyLanes)
     ->Name("begin a job behind busy lanes/ThreadPool")
     ->ArgName("lane")
