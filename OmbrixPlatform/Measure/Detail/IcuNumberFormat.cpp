@@ -64,7 +64,9 @@ std::shared_ptr<const IcuNumberFormat> make(const Settings& settings) {
 
   const auto* plain = decimal->toNumberFormatter(status);
   if (U_FAILURE(status) || plain == nullptr) return {};
-  return std::make_shared<const IcuNumberFormat>(std::move(decimal), *plain);
+  // What rounds to zero is zero, without a sign.
+  auto formatter = plain->sign(UNUM_SIGN_NEGATIVE);
+  return std::make_shared<const IcuNumberFormat>(std::move(decimal), std::move(formatter));
 }
 
 }  // namespace

@@ -32,8 +32,8 @@ class IcuNumberFormat {
   static std::shared_ptr<const IcuNumberFormat> shared(const NSNumberFormatter::Settings& settings);
 
   /// Use `shared`.
-  IcuNumberFormat(std::unique_ptr<icu::DecimalFormat> decimal, const Formatter& plain)
-      : decimal_(std::move(decimal)), plain_(plain) {}
+  IcuNumberFormat(std::unique_ptr<icu::DecimalFormat> decimal, Formatter plain)
+      : decimal_(std::move(decimal)), plain_(std::move(plain)) {}
 
   [[nodiscard]] const Formatter& formatter() const noexcept { return plain_; }
 
@@ -46,7 +46,7 @@ class IcuNumberFormat {
  private:
   // The formatters refer to tables inside `decimal_`, which therefore lives as long as they do.
   std::unique_ptr<icu::DecimalFormat> decimal_;
-  const Formatter& plain_;
+  const Formatter plain_;
   mutable std::mutex unitFormatsMutex_;
   mutable std::vector<std::unique_ptr<const IcuUnitFormat>> unitFormats_;
 };

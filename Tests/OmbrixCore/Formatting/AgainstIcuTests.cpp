@@ -96,9 +96,12 @@ std::string expected(const char* locale, Format format, Formatter::UnitStyle sty
       format == Format::speed || format == Format::distance || (isAbbreviated && !isDaily) ? 1 : 0;
   const auto plain = NumberFormatter::withLocale(icu::Locale(locale))
                          .precision(Precision::fixedFraction(digits))
+                         .sign(UNUM_SIGN_NEGATIVE)
                          .roundingMode(isAbbreviated ? UNUM_ROUND_DOWN : UNUM_ROUND_HALFUP);
-  auto text = write(plain, isAbbreviated ? whole / (isMillions ? 1e6 : 1e3) : whole);
-  if (isAbbreviated && whole >= 0) {
+  const double shownValue = isAbbreviated ? whole / (isMillions ? 1e6 : 1e3) : whole;
+  auto text = write(plain, shownValue);
+  const bool isSigned = whole < 0 && text != write(plain, -shownValue);
+  if (isAbbreviated && !isSigned) {
     text += icu::UnicodeString::fromUTF8(isMillions
                                              ? localizedString("units.abbreviate_millions", "mil")
                                              : localizedString("units.abbreviate_thousands", "k"));
@@ -113,7 +116,7 @@ std::string expected(const char* locale, Format format, Formatter::UnitStyle sty
                               .unitWidth(kWidths[static_cast<std::size_t>(style)]);
     if (!isAbbreviated) text = write(withUnit, whole);
     // The pattern of the whole value, and of a thousand where that one is said by a word alone.
-    for (const double spoken : {whole, 1000.0}) {
+    for (const double spoken : {isSigned ? whole : std::abs(whole), 1000.0}) {
       if (!isAbbreviated) break;
       auto pattern = write(withUnit, spoken);
       const auto spokenText = write(plain, spoken);

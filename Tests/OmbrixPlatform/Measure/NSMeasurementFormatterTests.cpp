@@ -29,7 +29,8 @@ TEST(NSNumberFormatterTests, WritesNumbersAsSet) {
       {"en_US", 1, Rounding::down, "k", 0.29, "0.2k"},
       {"en_US", 1, Rounding::down, "k", 1'000, "1,000.0k"},
       {"en_US", 1, Rounding::down, "k", -1.29, "-1.2"},
-      {"en_US", 0, Rounding::halfUp, "", -0.4, "-0"},
+      {"en_US", 1, Rounding::down, "k", -0.09, "0.0k"},
+      {"en_US", 0, Rounding::halfUp, "", -0.4, "0"},  // without a sign
       {"en_US", 0, Rounding::halfUp, "", kInfinity, "∞"},
       {"fr_FR", 1, Rounding::halfUp, "", 1'036, "1\u202f036,0"},
       {"es_ES", 0, Rounding::halfUp, "", 12'345, "12.345"},
