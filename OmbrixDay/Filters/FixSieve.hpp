@@ -19,6 +19,7 @@ struct CleanFix {
   double recordedAltitude = 0;  ///< metres, without spikes, steps left in
   bool knowsAltitude = false;   ///< Else the altitudes are those of the last fix that did, or 0.
   double speed = 0;             ///< m/s, without spikes
+  double steadySpeed = 0;       ///< m/s, also without the jolts of several fixes of bad positions
   double heartRate = 0;         ///< beats per minute; 0 for none
 };
 

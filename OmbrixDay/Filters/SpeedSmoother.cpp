@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
+
 namespace ombrix::detail {
 namespace {
 
@@ -10,6 +12,10 @@ constexpr double kForgetting = 1.0 / 64;  // Share of the newest second differen
 constexpr double kQuiet = 0.8;            // m/s: second differences of a receiver's own speeds.
 constexpr double kVeryRough = 2.5;        // m/s: those of noisy positions.
 constexpr double kReachSeconds = 8;       // Fixes further off are left out of a mean.
+// A skier's own changes of speed stay below these within five fixes (made-up hills of 100 m ask for
+// a twentieth of the speed, and the tracks that were tried show receivers off by half and more).
+constexpr double kJolt = 1;         // m/s
+constexpr double kJoltShare = 0.1;  // of the median
 
 }  // namespace
 
@@ -33,31 +39,44 @@ std::optional<CleanFix> SpeedSmoother::drain() {
 
 CleanFix SpeedSmoother::smooth(std::size_t index) const {
   CleanFix fix = at(index);
-  const auto reach = [&](std::size_t most) {
-    std::size_t from = index, to = index;
-    while (from > 0 && index - from < most && fix.time - at(from - 1).time <= kReachSeconds) --from;
-    while (to + 1 < end_ && to - index < most && at(to + 1).time - fix.time <= kReachSeconds) ++to;
-    return std::pair(from, to);
-  };
+  fix.speed = fittedSpeed(index);
+  const auto [from, to] = reach(index, kReach);
+  SmallMedian<2 * kReach + 1> speeds;
+  for (std::size_t i = from; i <= to; ++i) speeds.add(at(i).speed);
+  const double median = speeds.median();
+  const bool isJolt = std::abs(fix.speed - median) > kJolt + kJoltShare * median;
+  fix.steadySpeed = isJolt ? median : fix.speed;
+  return fix;
+}
+
+std::pair<std::size_t, std::size_t> SpeedSmoother::reach(std::size_t index,
+                                                         std::size_t most) const {
+  const double time = at(index).time;
+  std::size_t from = index, to = index;
+  while (from > 0 && index - from < most && time - at(from - 1).time <= kReachSeconds) --from;
+  while (to + 1 < end_ && to - index < most && at(to + 1).time - time <= kReachSeconds) ++to;
+  return {from, to};
+}
+
+double SpeedSmoother::fittedSpeed(std::size_t index) const {
+  const CleanFix& fix = at(index);
   if (roughness_ < kQuiet) {
-    if (index < 2 || index + 2 >= end_) return fix;
+    if (index < 2 || index + 2 >= end_) return fix.speed;
     const double span = at(index + 2).time - at(index - 2).time;
     const bool even = std::abs(at(index + 1).time - fix.time - span / 4) < 0.1 * span &&
                       std::abs(fix.time - at(index - 1).time - span / 4) < 0.1 * span;
-    if (!even || span > kReachSeconds) return fix;
+    if (!even || span > kReachSeconds) return fix.speed;
     const double fitted = (17 * fix.speed + 12 * (at(index - 1).speed + at(index + 1).speed) -
                            3 * (at(index - 2).speed + at(index + 2).speed)) /
                           35;
     // A parabola shoots over where one brakes hard.
     const auto [low, high] = std::minmax({fix.speed, at(index - 1).speed, at(index + 1).speed});
-    fix.speed = std::clamp(fitted, low, high);
-    return fix;
+    return std::clamp(fitted, low, high);
   }
-  const auto [from, to] = reach(roughness_ < kVeryRough ? 2 : kReach);
+  const auto [from, to] = reach(index, roughness_ < kVeryRough ? 2 : kReach);
   double sum = 0;
   for (std::size_t i = from; i <= to; ++i) sum += at(i).speed;
-  fix.speed = sum / static_cast<double>(to - from + 1);
-  return fix;
+  return sum / static_cast<double>(to - from + 1);
 }
 
 }  // namespace ombrix::detail

@@ -64,6 +64,7 @@ struct DayMeasurer::State {
 
   // How well reported speeds explain the way.
   double wayBySpeed = 0, wayByPlace = 0, speedSinceAnchor = 0;
+  double lastSpeed = 0;  // m/s, of the last fix
   double anchorTime = 0, anchorEast = 0, anchorNorth = 0;
   double lastEast = 0, lastNorth = 0;
 
@@ -118,7 +119,7 @@ void DayMeasurer::State::sift(std::span<const detail::FedFix> fixes) {
 double DayMeasurer::State::wayTo(const detail::CleanFix& fix) {
   const DaySample& last = samples.back();
   const double dt = fix.time - platform::timeIntervalSince1970(last.time);
-  const double bySpeed = (last.speed + fix.speed) / 2 * dt;
+  const double bySpeed = (lastSpeed + fix.speed) / 2 * dt;
   speedSinceAnchor += bySpeed;
   if (fix.time - anchorTime >= kTrustSeconds) {
     wayBySpeed = kTrustMemory * wayBySpeed + speedSinceAnchor;
@@ -155,11 +156,12 @@ void DayMeasurer::State::accept(const detail::CleanFix& fix) {
       distance += wayTo(fix);
     }
   }
+  lastSpeed = fix.speed;
   samples.push_back({.time = platform::dateSince1970(fix.time),
                      .coordinate = {fix.latitude, fix.longitude},
                      .altitude = fix.recordedAltitude,
                      .steadyAltitude = fix.altitude,
-                     .speed = fix.speed,
+                     .speed = fix.steadySpeed,
                      .heartRate = fix.heartRate,
                      .distance = distance});
   if (fix.knowsAltitude) {

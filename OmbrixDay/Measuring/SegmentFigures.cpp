@@ -168,6 +168,9 @@ DaySegment measured(const Stretch& stretch, double beginAltitude, double endAlti
   }
   if (figures.movingSeconds > 0) {
     figures.averageSpeedMetersPerSecond = figures.distanceMeters / figures.movingSeconds;
+    // The way may come from places, the speeds from their medians.
+    figures.maxSpeedMetersPerSecond =
+        std::max(figures.maxSpeedMetersPerSecond, figures.averageSpeedMetersPerSecond);
   }
   if (figures.distanceMeters > 0) {
     segment.slopeDegrees =

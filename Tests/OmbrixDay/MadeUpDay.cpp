@@ -139,6 +139,7 @@ class Maker {
         if (which > 0.3 && which < 0.7) place.up += uniform() < 0.5 ? -90 : 120;
         if (which > 0.6) place.speed += between(15, 40);
       }
+      if (options_.hasOutliers && i % 400 < 3) place.speed += 14;
       add(place, kBegin + static_cast<double>(i));
       if (isWrong) day_.fixes.push_back(day_.fixes.back());
     }

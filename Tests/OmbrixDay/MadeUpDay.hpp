@@ -17,8 +17,9 @@ struct MadeUpDayOptions {
   double positionNoise = 3;  ///< metres on each axis, white
   bool hasHalts = false;     ///< Lifts halt, skiers stop on the slope.
   bool hasGaps = false;      ///< No reception for a while on lifts, runs and at rest.
-  bool hasOutliers = false;  ///< Lone wrong positions, altitudes and speeds; repeated fixes.
-  bool hasSteps = false;     ///< The altimeter jumps by 25 m now and then.
+  /// Lone wrong positions, altitudes and speeds, three wrong speeds in a row; repeated fixes.
+  bool hasOutliers = false;
+  bool hasSteps = false;  ///< The altimeter jumps by 25 m now and then.
   int everySeconds = 1;
 };
 
