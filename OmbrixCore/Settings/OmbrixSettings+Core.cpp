@@ -1,6 +1,11 @@
 #include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <iterator>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
@@ -53,6 +58,51 @@ std::string readMetricType() {
   }
   return std::move(unitSystem).value_or(std::string());
 }
+
+std::optional<std::string> metricTypeOfCompanion() {
+  // A new instance may have taken the channel away meanwhile.
+  const auto channel = SettingsTables::shared().wormhole();
+  if (!channel) return std::nullopt;
+  const auto message = channel->messageWithIdentifier(OmbrixSettings::keyFromGetter("metricType"));
+  if (!message || !message->text()) return std::nullopt;
+  noteUnitSystem(*message->text());
+  return *message->text();
+}
+
+/// The unit system as a thread has read it last, without a companion: asked for with every value
+/// that is formatted, it is good while neither the defaults nor the tables have changed since.
+/// Plain bytes, which a thread has without making or ending them; longer texts, which are no unit
+/// system, are read each time.
+class LastRead {
+ public:
+  std::uint64_t defaults = 0, tables = 0;  // their revisions; of the defaults none is 0
+
+  void keep(std::uint64_t defaultsRead, std::uint64_t tablesRead, std::string_view text) {
+    if (text.size() > kMostCharacters) return;
+    std::ranges::copy(text, text_.begin());
+    length_ = text.size();
+    defaults = defaultsRead;
+    tables = tablesRead;
+  }
+
+  [[nodiscard]] std::string copy() const {
+    std::string text;
+    // Always all of them: so the copy has a length that the compiler knows, and calls nobody.
+    text.resize_and_overwrite(kMostCharacters, [this](char* place, std::size_t) {
+      std::ranges::copy(text_, place);
+      return length_;
+    });
+    return text;
+  }
+
+ private:
+  static constexpr std::size_t kMostCharacters = 15;  // a std::string has them in itself
+
+  std::array<char, kMostCharacters> text_{};
+  std::size_t length_ = 0;
+};
+
+constinit thread_local LastRead lastRead;
 
 /// Tells the log of failures of the user defaults. They may be met while logging is set up, which
 /// reads a setting: then another thread has to wait for that.
@@ -122,28 +172,16 @@ void OmbrixSettings::maskVia(std::shared_ptr<platform::MessageChannel> channel) 
 }
 
 std::string OmbrixSettings::metricType() const {
-  auto& tables = SettingsTables::shared();
-  // A new instance may take the channel away between the two questions.
-  if (const auto channel = tables.hasWormhole() ? tables.wormhole() : nullptr) {
-    const auto message = channel->messageWithIdentifier(keyFromGetter("metricType"));
-    if (message && message->text()) {
-      noteUnitSystem(*message->text());
-      return *message->text();
-    }
+  if (SettingsTables::hasWormhole()) {
+    if (auto sent = metricTypeOfCompanion()) return *std::move(sent);
   }
-  // Asked for every formatted value: what this thread read last is good while neither the defaults
-  // nor the tables have changed since before it was read.
-  struct Read {
-    std::uint64_t defaults = 0, tables = 0;
-    std::string value;
-  };
-  thread_local Read last;
-  const auto tablesNow = tables.revision();
-  const auto defaultsNow = UserDefaults::standardUserDefaults().revision();
-  if (last.defaults != defaultsNow || last.tables != tablesNow) {
-    last = {defaultsNow, tablesNow, readMetricType()};
-  }
-  return last.value;
+  // Before what they stand for is read: what changes meanwhile is then read again.
+  const std::uint64_t tables = SettingsTables::revision();
+  const std::uint64_t defaults = UserDefaults::standardUserDefaults().revision();
+  if (lastRead.defaults == defaults && lastRead.tables == tables) return lastRead.copy();
+  auto unitSystem = readMetricType();
+  lastRead.keep(defaults, tables, unitSystem);
+  return unitSystem;
 }
 
 void OmbrixSettings::setMetricType(std::optional<std::string_view> metricType) {

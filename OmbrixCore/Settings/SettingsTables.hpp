@@ -41,7 +41,7 @@ class SettingsTables {
   template <class Closure>
   auto change(Closure&& closure) {
     const std::lock_guard lock(mutex_);
-    const Changed changed(*this);
+    const Changed changed(contents_);
     return closure(contents_);
   }
   template <class Closure>
@@ -56,30 +56,31 @@ class SettingsTables {
   [[nodiscard]] std::shared_ptr<platform::MessageChannel> wormhole() const;
 
   /// Whether there is a channel, without a lock.
-  [[nodiscard]] bool hasWormhole() const noexcept {
+  [[nodiscard]] static bool hasWormhole() noexcept {
     return hasWormhole_.load(std::memory_order_acquire);
   }
 
-  /// Changes with every change of the tables.
-  [[nodiscard]] std::uint64_t revision() const noexcept {
+  /// Changes with every change of the tables; without a lock.
+  [[nodiscard]] static std::uint64_t revision() noexcept {
     return revision_.load(std::memory_order_acquire);
   }
 
  private:
   /// Publishes what readers look at without a lock, once the contents are what they will be.
   struct Changed {
-    explicit Changed(SettingsTables& changed) : tables(changed) {}
+    explicit Changed(const Contents& changed) : contents(changed) {}
     ~Changed() {
-      tables.hasWormhole_.store(tables.contents_.wormhole != nullptr, std::memory_order_release);
-      tables.revision_.fetch_add(1, std::memory_order_release);
+      hasWormhole_.store(contents.wormhole != nullptr, std::memory_order_release);
+      revision_.fetch_add(1, std::memory_order_release);
     }
-    SettingsTables& tables;
+    const Contents& contents;
   };
 
   mutable std::mutex mutex_;
   Contents contents_;
-  std::atomic<std::uint64_t> revision_{0};
-  std::atomic<bool> hasWormhole_{false};
+  // The process has these tables once; so readers find them without asking for the instance.
+  static constinit inline std::atomic<std::uint64_t> revision_{0};
+  static constinit inline std::atomic<bool> hasWormhole_{false};
 };
 
 }  // namespace ombrix

@@ -112,10 +112,9 @@ void UserDefaults::State::report(const std::vector<std::string>& errors) {
   }
 }
 
-/// Before a read: without a watch the file may have been replaced unnoticed.
-void UserDefaults::State::beFresh() {
+void UserDefaults::State::lookAtFile() {
   load();
-  if (!isWatched.load(std::memory_order_acquire)) refresh(Look::ifFree);
+  refresh(Look::ifFree);
 }
 
 /// The first look. Whoever comes meanwhile waits, or it would find nothing set.

@@ -63,7 +63,12 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void write();
   void stopWriter();
   void load();
-  void beFresh();
+  /// Before a read: without a watch the file may have been replaced unnoticed. The watch begins
+  /// after the first look.
+  void beFresh() {
+    if (!isWatched.load(std::memory_order_acquire)) lookAtFile();
+  }
+  void lookAtFile();
   void makeQueue();
   void watch();
   ObservationToken watchFolderOf(const std::filesystem::path& watched);
