@@ -3,10 +3,14 @@
 
 #include <signal.h>
 
+#include <algorithm>
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <random>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Faults/FaultRun.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
@@ -22,9 +26,39 @@ constexpr int kProcesses = 4, kThreads = 8;
 
 std::string nameOf(int process) { return std::string(1, static_cast<char>('a' + process)); }
 
+/// What is set reaches the file by itself, as somebody else finds it who looks all the time. How
+/// soon is judged in the long form alone, and by half of them: the disk is others', too.
+void followChanges(const faults::Plan& plan, faults::Outcomes& outcomes) {
+  using Clock = std::chrono::steady_clock;
+  const testing::ScopedDir dir;
+  const auto defaults = platform::UserDefaults::make({.folder = dir.path(), .domain = "test"});
+  const auto reader = platform::UserDefaults::make({.folder = dir.path(), .domain = "test"});
+  std::vector<Clock::duration> delays;
+  const auto count = static_cast<std::int64_t>(plan.rounds(5, 400));
+  for (std::int64_t n = 1; n <= count; ++n) {
+    const auto set = Clock::now();
+    defaults->setObject(n, "n");
+    const auto isThere = [&] { return reader->integerForKey("n") == n; };
+    while (!isThere() && Clock::now() < set + std::chrono::seconds(30)) {
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
+    delays.push_back(Clock::now() - set);
+    outcomes.expect(isThere(), "what was set came to the file by itself");
+  }
+  if (!plan.isLong) return;
+  constexpr std::chrono::milliseconds kPromised{50};
+  for (const auto delay : delays) {
+    outcomes.good(delay <= kPromised ? "it was there within 50 ms" : "it was there later");
+  }
+  std::ranges::sort(delays);
+  outcomes.expect(delays[delays.size() / 2] <= kPromised, "half of it within 50 ms at the most");
+  outcomes.expect(delays.back() <= std::chrono::seconds(5), "all of it within 5 s");
+}
+
 }  // namespace
 
 void ombrix::faults::run(const Plan& plan, Outcomes& outcomes) {
+  followChanges(plan, outcomes);
   std::mt19937_64 random(plan.seed);
   const auto changes = static_cast<int>(plan.rounds(100, 1'000));
   const auto pick = [&](int below) { return static_cast<int>(random() % unsigned(below)); };
