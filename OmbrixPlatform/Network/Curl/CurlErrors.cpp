@@ -103,7 +103,8 @@ std::optional<Row> rowOfCircumstances(const CurlFailure& failure) noexcept {
   if (code == CURLE_BAD_FUNCTION_ARGUMENT && !failure.hasHeader) {
     return Row{code, cannotParseResponse, "the header of the answer is malformed"};
   }
-  if (code == CURLE_OUT_OF_MEMORY && !failure.hasHeader) {
+  // The code for both; before anything was sent no server can be the cause.
+  if (code == CURLE_OUT_OF_MEMORY && failure.wasSent && !failure.hasHeader) {
     return Row{code, badServerResponse, "a line of the answer's header is too long"};
   }
   // Damaged chunks and lost connections share a code, but only the system tells of the latter; of

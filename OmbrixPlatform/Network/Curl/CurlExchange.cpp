@@ -486,6 +486,7 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
   CurlFailure failure{.code = code};
   if (code == CURLE_OK) return failure;
   failure.detail = errorText_.data();
+  failure.wasSent = sendings_ > 0;
   failure.hasHeader = hasHeader();
   failure.isChunked = framing_.kind == BodyFraming::Kind::chunked;
   failure.isSecure = transfer_->origin.isSecure;

@@ -66,6 +66,17 @@ std::shared_ptr<const HTTPURLResponse> handedOver(std::shared_ptr<const HTTPURLR
                                                  std::move(headers), response->httpVersion());
 }
 
+std::shared_ptr<const HTTPURLResponse> withTokenOf(
+    const HTTPURLResponse& passedOver, std::shared_ptr<const HTTPURLResponse> response) {
+  const auto token = passedOver.valueForHTTPHeaderField("Authorization");
+  if (!token || response->headers().contains("Authorization")) return response;
+  if (!haveSameOrigin(passedOver.url(), response->url())) return response;
+  HTTPHeaders headers = response->headers();
+  headers.set("Authorization", std::string(*token));
+  return std::make_shared<const HTTPURLResponse>(response->url(), response->statusCode(),
+                                                 std::move(headers), response->httpVersion());
+}
+
 std::optional<URLRequest> redirected(const URLRequest& request, const HTTPURLResponse& response) {
   const auto location = response.valueForHTTPHeaderField("Location");
   if (!location || location->empty()) return std::nullopt;

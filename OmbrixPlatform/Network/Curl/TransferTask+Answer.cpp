@@ -112,6 +112,7 @@ std::optional<TaskOutcome> TransferTask::outcomeOf(CurlURLSession& session, Answ
     const bool isUnconfirmed = validated_ && answer.response->statusCode() == 304;
     auto next = afterAnswer(*request(), *answer.response, redirects_, isUnconfirmed);
     if (next.step == AfterAnswer::Step::loadAfresh) {
+      passedOver_ = std::move(answer.response);
       loadAfresh(session);
       return std::nullopt;
     }

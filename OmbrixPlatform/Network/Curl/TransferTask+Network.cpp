@@ -161,6 +161,7 @@ void TransferTask::goOnWith(WireAnswer wire) {
                 .requestTime = wire.requestTime,
                 .responseTime = wire.responseTime};
   answer.response = handedOver(std::move(answer.response), original_->url);
+  if (passedOver_) answer.response = withTokenOf(*passedOver_, std::move(answer.response));
   auto next = afterAnswer(*current, *answer.response, redirects_, false);
   switch (next.step) {
     case AfterAnswer::Step::follow:

@@ -80,6 +80,8 @@ TEST(NWPathMonitorTests, FollowsLinksAndRoutes) {
       {"ip route add 0.0.0.0/1 via 10.9.8.2", "now: unsatisfied"},
       {"ip route add 128.0.0.0/1 via 10.9.8.2", "satisfied"},
       {"ip route del 0.0.0.0/1 && ip route del 128.0.0.0/1", "unsatisfied"},
+      {"ip route add default via 10.9.8.2 table 4711", "satisfied"},
+      {"ip route del default table 4711", "unsatisfied"},
       {"ip -6 route add default dev v0", "satisfied"},
       {"ip link del v0", "unsatisfied"},
       {"ip route add unreachable default", "now: unsatisfied"},

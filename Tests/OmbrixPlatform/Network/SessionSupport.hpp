@@ -6,6 +6,7 @@
 #include <future>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -53,17 +54,20 @@ struct RunningTask {
   }
 };
 
-/// How many sessions of this process have a thread.
-inline std::size_t networkThreads() {
-  std::size_t count = 0;
+/// The threads of the sessions of this process, by their folders in /proc.
+inline std::set<std::filesystem::path> threadsOfSessions() {
+  std::set<std::filesystem::path> threads;
   std::error_code gone;  // threads end while they are listed
   for (const auto& entry : std::filesystem::directory_iterator("/proc/self/task", gone)) {
     std::string name;
     std::getline(std::ifstream(entry.path() / "comm") >> std::ws, name);
-    count += name == "URLSession" ? 1U : 0U;
+    if (name == "URLSession") threads.insert(entry.path());
   }
-  return count;
+  return threads;
 }
+
+/// How many sessions of this process have a thread.
+inline std::size_t networkThreads() { return threadsOfSessions().size(); }
 
 inline platform::URLRequest requestTo(const std::string& url) {
   return platform::URLRequest(platform::URL::parse(url).value());

@@ -1,10 +1,17 @@
 #include "OmbrixPlatform/Network/Curl/Detail/TransferRules.hpp"
 
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlErrors.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlSockets.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/DelegateConversation.hpp"
 
 namespace ombrix::platform::detail {
@@ -76,6 +83,15 @@ TEST(TransferRulesTests, AnswersLeadOn) {
   }
 }
 
+// Catches our own want of memory told as the server's fault, where libcurl has one code for both.
+TEST(TransferRulesTests, WantOfMemoryIsNoFaultOfTheServers) {
+  using enum URLError::Code;
+  EXPECT_EQ(urlErrorFor({.code = CURLE_OUT_OF_MEMORY})->code(), unknown);
+  EXPECT_EQ(urlErrorFor({.code = CURLE_OUT_OF_MEMORY, .wasSent = true})->code(), badServerResponse);
+  EXPECT_EQ(urlErrorFor({.code = CURLE_OUT_OF_MEMORY, .wasSent = true, .hasHeader = true})->code(),
+            unknown);
+}
+
 // Catches names that pass by the proxy, though a name service elsewhere says what they are.
 TEST(TransferRulesTests, ThisMachineIsReachedWithoutAProxy) {
   for (const char* host : {"localhost", "127.0.0.1", "127.255.1.2", "::1"}) {
@@ -84,6 +100,63 @@ TEST(TransferRulesTests, ThisMachineIsReachedWithoutAProxy) {
   for (const char* host : {"127.evil.invalid", "127.0.0.1.evil.invalid", "127.", "128.0.0.1", ""}) {
     EXPECT_FALSE(isLoopback(host)) << host;
   }
+}
+
+sockaddr_storage loopbackAt(int family, int port) {
+  sockaddr_storage address{};
+  address.ss_family = static_cast<sa_family_t>(family);
+  if (family == AF_INET6) {
+    auto& end = reinterpret_cast<sockaddr_in6&>(address);
+    end.sin6_addr = in6addr_loopback;
+    end.sin6_port = htons(static_cast<std::uint16_t>(port));
+  } else {
+    auto& end = reinterpret_cast<sockaddr_in&>(address);
+    end.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    end.sin_port = htons(static_cast<std::uint16_t>(port));
+  }
+  return address;
+}
+
+/// Binds a socket to a port of the loopback, 0 for any free one; 0 where that is taken.
+int boundPort(int socket, int family, int port) {
+  sockaddr_storage address = loopbackAt(family, port);
+  auto* end = reinterpret_cast<sockaddr*>(&address);
+  socklen_t size = family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in);
+  if (::bind(socket, end, size) != 0 || ::getsockname(socket, end, &size) != 0) return 0;
+  return ntohs(reinterpret_cast<sockaddr_in&>(address).sin_port);  // in one place in both
+}
+
+// Catches a connection over IPv4 taken for one over IPv6 between the same ports.
+TEST(CurlSocketsTests, EqualPortsAreNoEqualConnections) {
+  constexpr int kFamilies[]{AF_INET, AF_INET6};
+  for (int attempt = 0; attempt < 50; ++attempt) {  // a port that one has may be taken in the other
+    CurlSockets sockets;
+    Descriptor listeners[2], clients[2];
+    int listening = 0, local = 0, connected = 0;
+    for (int i = 0; i < 2; ++i) {
+      const int family = kFamilies[i];
+      listeners[i].reset(::socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0));
+      curl_sockaddr wanted{};
+      wanted.family = family;
+      wanted.socktype = SOCK_STREAM;
+      clients[i].reset(sockets.open(wanted));
+      if (!listeners[i] || !clients[i]) GTEST_SKIP() << "no IPv6 here";
+      listening = boundPort(listeners[i].get(), family, listening);
+      local = boundPort(clients[i].get(), family, local);
+      if (listening == 0 || local == 0) break;
+      const auto server = loopbackAt(family, listening);
+      ASSERT_EQ(::listen(listeners[i].get(), 1), 0);
+      ASSERT_EQ(::connect(clients[i].get(), reinterpret_cast<const sockaddr*>(&server),
+                          family == AF_INET6 ? sizeof(sockaddr_in6) : sizeof(sockaddr_in)),
+                0);
+      ++connected;
+    }
+    if (connected < 2) continue;
+    EXPECT_EQ(sockets.numberOf({"::1", "::1", listening, local}), 2U);
+    EXPECT_EQ(sockets.numberOf({"127.0.0.1", "127.0.0.1", listening, local}), 1U);
+    return;
+  }
+  GTEST_SKIP() << "no IPv6, or no free port, here";
 }
 
 // Catches answers delivered before the delegate allows them, questions put twice, and bodies that

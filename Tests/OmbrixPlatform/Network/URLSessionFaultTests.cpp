@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -274,6 +275,49 @@ TEST(URLSessionFaultTests, TheLackOfDescriptorsIsToldAsSuch) {
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
   EXPECT_EQ(outcome.summary(), summaryOf(Code::cannotConnectToHost));
   EXPECT_THAT(outcome.error->what(), ::testing::StartsWith("no descriptors are left"));
+}
+
+/// No thread can be made during its scope: none finds room for such a stack.
+class ThreadShortage {
+ public:
+  ThreadShortage() {
+    constexpr std::size_t kWholeAddressSpace = std::size_t{1} << 47;
+    EXPECT_EQ(::pthread_getattr_default_np(&before_), 0);
+    pthread_attr_t none;
+    EXPECT_EQ(::pthread_attr_init(&none), 0);
+    EXPECT_EQ(::pthread_attr_setstacksize(&none, kWholeAddressSpace), 0);
+    EXPECT_EQ(::pthread_setattr_default_np(&none), 0);
+    ::pthread_attr_destroy(&none);
+  }
+  ~ThreadShortage() {
+    EXPECT_EQ(::pthread_setattr_default_np(&before_), 0);
+    ::pthread_attr_destroy(&before_);
+  }
+  ThreadShortage(const ThreadShortage&) = delete;
+  ThreadShortage& operator=(const ThreadShortage&) = delete;
+
+ private:
+  pthread_attr_t before_{};
+};
+
+// Catches a task that nobody ends when its session gets no thread, and a session that is of no use
+// from then on.
+TEST(URLSessionFaultTests, AShortageOfThreadsEndsATaskWithAnError) {
+  if (testing::kUnderSanitizer) GTEST_SKIP() << "sanitizers choose stacks of their own";
+  TestServer server(TestServer::Wire::plain);
+  const auto load = [&](URLSession& session) {
+    return fetch(session, requestTo(server.url("/status/200?body=abc"))).summary();
+  };
+  // So that handlers have their threads already.
+  EXPECT_EQ(load(*URLSession::make(URLSessionConfiguration::ephemeral())), "200 abc");
+  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  auto running = testing::prepare(*session, requestTo(server.url("/status/200?body=abc")));
+  {
+    const ThreadShortage shortage;
+    running.task->resume();
+  }
+  EXPECT_EQ(load(*session), "200 abc");
+  EXPECT_EQ(running.outcome().summary(), summaryOf(Code::cannotLoadFromNetwork));
 }
 
 // Catches tasks of a forked process, which has no network threads, that never answer.

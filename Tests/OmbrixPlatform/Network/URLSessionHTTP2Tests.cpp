@@ -1,8 +1,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <future>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -14,6 +19,7 @@
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/HTTP2Attacks.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/TestServer.hpp"
 #include "OmbrixTesting/UnusedPort.hpp"
 #include "SessionSupport.hpp"
 #include "Tests/Tools/DevServer/RawClient.hpp"
@@ -22,6 +28,7 @@ namespace ombrix::platform {
 namespace {
 
 using testing::RunningTask;
+using testing::TestServer;
 
 constexpr std::size_t kFileBytes = 200'000;  // more than a stream's first window
 
@@ -183,6 +190,82 @@ TEST(URLSessionHTTP2AttackTests, WhatIsWantedOverHTTP1GoesThere) {
   EXPECT_EQ(running.task->metrics().networkProtocol, "http/1.1");
   EXPECT_EQ(running.task->metrics().resendCount, 1);
   EXPECT_EQ(arrivals, 1);
+}
+
+// Catches a network thread that looks again and again while an answer over TLS is awaited.
+TEST(URLSessionHTTP2AttackTests, TheNetworkThreadSleepsWhileItWaits) {
+  TestServer http1;
+  http1.route("GET", "/held",
+              [](const auto&) { return testing::held("gate", devserver::Response::text("abc")); });
+  std::promise<void> arrived, gate;
+  testing::RawHTTP2Server http2([&, isOpen = gate.get_future().share()](std::uint32_t stream) {
+    arrived.set_value();
+    isOpen.wait();
+    return testing::http2Attacks().front().reply(stream);
+  });
+  TestServer slow(TestServer::Wire::plain);
+  const auto wakeUps = [](const std::filesystem::path& thread) {
+    std::ifstream status(thread / "status");
+    for (std::string word; status >> word;) {
+      long count = 0;
+      if (word == "voluntary_ctxt_switches:" && status >> count) return count;
+    }
+    return -1L;
+  };
+  const auto before = testing::threadsOfSessions();
+  const auto one = trustingSession();
+  auto overHTTP1 = testing::start(*one, testing::requestTo(http1.url("/held")));
+  ASSERT_TRUE(http1.waitUntilHeld(1));
+  const auto other = trustingSession();
+  auto overHTTP2 = testing::start(*other, testing::requestTo(http2.url()));
+  ASSERT_EQ(arrived.get_future().wait_for(std::chrono::minutes(1)), std::future_status::ready);
+  std::map<std::filesystem::path, long> threads;
+  for (const auto& thread : testing::threadsOfSessions()) {
+    if (!before.contains(thread)) threads[thread] = wakeUps(thread);
+  }
+  EXPECT_GE(threads.size(), 2U);  // those that they have started for others have their name
+  // The longer this takes the more often one that does not sleep wakes up: some twelve times by
+  // then.
+  const auto third = URLSession::make(URLSessionConfiguration::ephemeral());
+  EXPECT_EQ(testing::fetch(*third, testing::requestTo(slow.url("/slow?ms=3000"))).status(), 200);
+  // What comes behind the handshake may still have been on its way.
+  for (const auto& [thread, count] : threads) EXPECT_LE(wakeUps(thread) - count, 6);
+  gate.set_value();
+  http1.openGate("gate");
+  EXPECT_EQ(overHTTP1.outcome().summary(), "200 abc");
+  EXPECT_EQ(overHTTP2.outcome().summary(), "200 abc");
+}
+
+/// What a server answers, in a process whose system would have any version of TLS. OpenSSL must not
+/// have been used yet.
+std::string answerWhereAnyTLSWillDo(int newestTLS) {
+  const testing::ScopedDir dir;
+  const auto configuration = dir.write("openssl.cnf",
+                                       "openssl_conf = all\n[all]\nssl_conf = tls\n"
+                                       "[tls]\nsystem_default = any\n"
+                                       "[any]\nMinProtocol = TLSv1\n"
+                                       "CipherString = DEFAULT:@SECLEVEL=0\n");
+  ::setenv("OPENSSL_CONF", configuration.c_str(), 1);
+  const auto session = trustingSession();
+  testing::RawHTTP2Server server(
+      [](std::uint32_t stream) { return testing::http2Attacks().front().reply(stream); },
+      {.newestTLS = newestTLS});
+  return testing::fetch(*session, testing::requestTo(server.url())).summary();
+}
+
+// Catches a version of TLS that nobody should trust any more, taken where the system would.
+TEST(URLSessionDeathTests, TLSBefore12IsRefused) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  for (const auto& [version, expected] :
+       {std::pair(TLS1_2_VERSION, "200 abc"), std::pair(TLS1_1_VERSION, "error -1200")}) {
+    EXPECT_EXIT(
+        {
+          const auto answer = answerWhereAnyTLSWillDo(version);
+          std::fputs(answer.c_str(), stderr);
+          std::_Exit(3);
+        },
+        ::testing::ExitedWithCode(3), expected);
+  }
 }
 
 // Catches a server's wish for a certificate told as some failure of TLS or of the connection, and a

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Network/URLCache.hpp"
+#include "OmbrixPlatform/Services.hpp"
+#include "OmbrixTesting/ScopedService.hpp"
 #include "OmbrixTesting/TestServer.hpp"
 #include "SessionSupport.hpp"
 
@@ -16,6 +19,12 @@ using testing::TestServer;
 // Catches methods, bodies and fields that go out otherwise than the request says.
 TEST(URLSessionTests, RequestsGoOutAsTheyAreStated) {
   TestServer server(TestServer::Wire::plain);
+  const testing::ScopedService scoped(
+      services().mainBundle,
+      std::make_shared<Bundle>(
+          URL::fileURL("/nowhere", true),
+          PropertyList::Dictionary{{"CFBundleName", "Ski (Tracks)\r\nX: y"},
+                                   {"CFBundleShortVersionString", "1.2 beta"}}));
   auto configuration = URLSessionConfiguration::ephemeral();
   configuration.httpAdditionalHeaders = {{"X-Session", "s"}, {"X-Both", "session"}};
   const auto session = URLSession::make(configuration);
@@ -54,14 +63,16 @@ TEST(URLSessionTests, RequestsGoOutAsTheyAreStated) {
     EXPECT_EQ(sent->headers.value("X-Session"), "s");
     EXPECT_EQ(sent->headers.value("X-Both"), "own");
     EXPECT_EQ(sent->headers.value("Accept-Encoding"), "gzip, deflate");
+    EXPECT_EQ(sent->headers.value("User-Agent"), "SkiTracksXy/1.2beta");
     EXPECT_NE(sent->headers.find("X-Empty"), nullptr);
     EXPECT_EQ(sent->headers.find("Content-Type"), nullptr);
     EXPECT_EQ(sent->headers.find("Expect"), nullptr);
   }
   URLRequest part = requestTo(server.url("/echo"));
-  part.headers = {{"Range", "bytes=0-9"}};
+  part.headers = {{"Range", "bytes=0-9"}, {"User-Agent", "own"}};
   EXPECT_EQ(fetch(*session, part).status(), 200);
   EXPECT_EQ(server.requests().back()->headers.value("Accept-Encoding"), "identity");
+  EXPECT_EQ(server.requests().back()->headers.value("User-Agent"), "own");
   EXPECT_EQ(server.counters().connections, 1U) << "connections are kept";
 }
 
@@ -145,21 +156,26 @@ TEST(URLSessionTests, RedirectsAreFollowedByTheRules) {
 }
 
 // Catches an empty 304 handed to a caller who set no condition, since the server means another
-// answer than the one that is kept.
+// answer than the one that is kept; and a token that is lost with it.
 TEST(URLSessionTests, AnAnswerThatIsNotConfirmedIsLoadedAfresh) {
   TestServer server(TestServer::Wire::plain);
   server.route("GET", "/tagged", [](const auto& request) {
     const bool isCondition = request.headers.find("If-None-Match") != nullptr;
-    return devserver::Response{.status = isCondition ? 304 : 200,
-                               .headers = {{"ETag", isCondition ? "\"2\"" : "\"1\""}},
-                               .body = isCondition ? "" : "whole"};
+    devserver::Response response{.status = isCondition ? 304 : 200,
+                                 .headers = {{"ETag", isCondition ? "\"2\"" : "\"1\""}},
+                                 .body = isCondition ? "" : "whole"};
+    if (isCondition) response.headers.add("Authorization", "Bearer next");
+    return response;
   });
   auto configuration = URLSessionConfiguration::ephemeral();
   configuration.urlCache = URLCache::make(1 << 20, 0, std::nullopt);
   const auto session = URLSession::make(configuration);
   for (const std::uint64_t requests : {1U, 3U, 5U}) {
     auto running = testing::start(*session, requestTo(server.url("/tagged")));
-    EXPECT_EQ(running.outcome().summary(), "200 whole");
+    const auto outcome = running.outcome();
+    EXPECT_EQ(outcome.summary(), "200 whole");
+    EXPECT_EQ(outcome.response->valueForHTTPHeaderField("Authorization").value_or("none"),
+              requests == 1 ? "none" : "Bearer next");
     EXPECT_EQ(running.task->metrics().fetchType, URLSessionTaskMetrics::FetchType::networkLoad);
     EXPECT_EQ(server.counters().requests, requests);
   }

@@ -6,6 +6,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <cstdint>
@@ -61,6 +62,7 @@ class RawHTTP2Server {
       : handler_(std::move(handler)), options_(options) {
     SSL_CTX* context = identity_.context.get();
     ::SSL_CTX_set_alpn_select_cb(context, &chooseProtocol, nullptr);
+    (void)::SSL_CTX_set_min_proto_version(context, std::min(options.newestTLS, TLS1_2_VERSION));
     (void)::SSL_CTX_set_max_proto_version(context, options.newestTLS);
     ::SSL_CTX_set_verify(context, options.verifyMode, nullptr);
     sockaddr_in address{};

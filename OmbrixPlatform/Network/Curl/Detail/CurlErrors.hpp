@@ -15,6 +15,7 @@ struct CurlFailure {
   long systemError = 0;   ///< errno of the last failing connect or look-up; 0: none
   long verifyResult = 0;  ///< an `X509_V_ERR` code of the server's certificate; 0: none
   std::string detail;     ///< libcurl's own words
+  bool wasSent = false;   ///< the request, or a part of it
   bool hasHeader = false;
   bool isChunked = false;
   bool isSecure = false;

@@ -33,4 +33,9 @@ namespace ombrix::platform::detail {
 [[nodiscard]] std::shared_ptr<const HTTPURLResponse> handedOver(
     std::shared_ptr<const HTTPURLResponse> response, const URL& original);
 
+/// An answer with the "Authorization" of one that was passed over before it, where it has none of
+/// its own and both come from one origin.
+[[nodiscard]] std::shared_ptr<const HTTPURLResponse> withTokenOf(
+    const HTTPURLResponse& passedOver, std::shared_ptr<const HTTPURLResponse> response);
+
 }  // namespace ombrix::platform::detail

@@ -150,6 +150,7 @@ class TransferTask final : public URLSessionUploadTask,
   // Owned by whoever has the task on its way.
   std::optional<CachedURLResponse> validated_;
   std::optional<CachedURLResponse> answerOnError_;
+  std::shared_ptr<const HTTPURLResponse> passedOver_;  // the caller gets its token all the same
   int redirects_ = 0;
   TransferClient::TimePoint deadline_{};
 
