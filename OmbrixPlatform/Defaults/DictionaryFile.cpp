@@ -8,7 +8,7 @@
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
-#include "OmbrixPlatform/Defaults/Detail/SideFile.hpp"
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
 #include "OmbrixPlatform/Detail/Utf.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Files/FileOwner.hpp"
@@ -299,7 +299,7 @@ bool DictionaryFile::replaceFile(DataView bytes) {
   const fs::path place = target(file_);
   const std::string temporary = hiddenSibling(place, ".new");
   ::unlink(temporary.c_str());  // of a process that was killed
-  auto fresh = detail::makeSideFile(temporary, O_RDWR);
+  auto fresh = detail::makeFile(temporary, O_RDWR);
   if (!fresh) return false;
   struct stat old{};
   if (::stat(place.c_str(), &old) == 0 && !takeOwnerAndMode(fresh.get(), old)) {
@@ -343,8 +343,9 @@ void DictionaryFile::isNow(Descriptor file) {
 Descriptor DictionaryFile::lock(std::chrono::steady_clock::duration timeout,
                                 Outcome& outcome) const {
   const fs::path path = hiddenSibling(target(file_), ".lock");
-  std::error_code ignored;
-  fs::create_directories(path.parent_path(), ignored);
+  // A folder that cannot be made shows in the error of the lock.
+  (void)FileManager::defaultManager().createDirectory(
+      URL::fileURL(path.parent_path().string(), true), true);
   auto held = queue_.acquire(path.string(), timeout);
   const bool isAwaited = !held && errno == ETIMEDOUT && timeout == kNoWait;
   if (!held && !isAwaited)

@@ -5,7 +5,7 @@
 
 #include <utility>
 
-#include "OmbrixPlatform/Defaults/Detail/SideFile.hpp"
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -29,7 +29,7 @@ Descriptor QueuedFileLock::acquire(const std::string& path,
                                    std::chrono::steady_clock::duration timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (true) {
-    auto file = openSideFile(path, O_RDWR);
+    auto file = openOrMakeFile(path, O_RDWR);
     if (!file) return {};
     if (const int error = lockWhole(file.get(), false); error == EWOULDBLOCK) {
       file = waitFor(path, std::move(file), deadline);

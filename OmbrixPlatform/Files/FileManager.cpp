@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
 #include "OmbrixPlatform/Files/Detail/FileStatus.hpp"
 #include "OmbrixPlatform/Files/Detail/LastLink.hpp"
 
@@ -25,21 +25,22 @@ bool isFolder(const std::string& path) noexcept {
 /// Makes a folder and those above it; 0 or errno. Begins at the lowest, which is mostly enough. A
 /// link that leads nowhere gets its folder where it leads.
 int makeFolders(const std::string& path) {
-  if (mkdir(path.c_str(), 0777) == 0) return 0;
-  if (errno == EEXIST) {
+  int error = detail::makeFolder(path);
+  if (error == EEXIST) {
     if (isFolder(path)) return 0;
     std::string target = path;
-    const int error = detail::followLastLink(target);
+    error = detail::followLastLink(target);
     if (error != 0 || target == path) return error != 0 ? error : EEXIST;
-    return mkdir(target.c_str(), 0777) == 0 || isFolder(target) ? 0 : errno;
+    error = detail::makeFolder(target);
+    return isFolder(target) ? 0 : error;
   }
-  if (errno != ENOENT) return errno;
+  if (error != ENOENT) return error;
   const auto slash = path.find_last_of('/');
   if (slash == std::string::npos || slash == 0) return ENOENT;
-  if (const int error = makeFolders(path.substr(0, slash)); error != 0) return error;
+  error = makeFolders(path.substr(0, slash));
+  if (error == 0) error = detail::makeFolder(path);
   // Somebody else may have made it meanwhile.
-  if (mkdir(path.c_str(), 0777) == 0 || (errno == EEXIST && isFolder(path))) return 0;
-  return errno;
+  return error == EEXIST && isFolder(path) ? 0 : error;
 }
 
 }  // namespace
@@ -64,8 +65,8 @@ FileResult<void> FileManager::createDirectory(const URL& url,
     error = EINVAL;
   } else if (withIntermediateDirectories) {
     error = makeFolders(path);
-  } else if (mkdir(path.c_str(), 0777) != 0) {
-    error = errno;
+  } else {
+    error = detail::makeFolder(path);
   }
   if (error != 0) return failure(error, "create folder", path);
   return {};

@@ -14,7 +14,7 @@
 #include <stdexcept>
 #include <thread>
 
-#include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
 #include "OmbrixPlatform/Files/Detail/LastLink.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 
@@ -185,6 +185,7 @@ FileResult<void> writeFile(std::string path, DataView contents, int flags, bool 
       file = openToWrite(path, flags | O_CREAT | O_EXCL);
     }
     isNew = static_cast<bool>(file);
+    if (isNew) detail::giveToOwnerOfFolder(file.get(), path);
     // Somebody else has made it meanwhile.
     if (!file && errno == EEXIST) file = openToWrite(path, flags | O_CREAT);
   }

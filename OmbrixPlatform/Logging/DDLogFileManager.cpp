@@ -11,7 +11,9 @@
 #include <chrono>
 #include <cmath>
 
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Services.hpp"
 
 namespace ombrix::platform {
@@ -129,8 +131,9 @@ DDLogFileManager::OpenFile DDLogFileManager::openNewestLogFile() const {
 }
 
 DDLogFileManager::OpenFile DDLogFileManager::createNewLogFile(Date now) {
-  std::error_code ignored;  // A folder that cannot be made shows in the error of `open`.
-  fs::create_directories(logsDirectory_, ignored);
+  // A folder that cannot be made shows in the error of `open`.
+  (void)FileManager::defaultManager().createDirectory(URL::fileURL(logsDirectory_.string(), true),
+                                                      true);
 
   // A clock that was set back must not make the new file the oldest one.
   Stamp stamp = stampFor(now);
@@ -143,8 +146,8 @@ DDLogFileManager::OpenFile DDLogFileManager::createNewLogFile(Date now) {
   for (int attempt = 0; attempt < kAttempts; ++attempt, stamp += milliseconds{1}) {
     file.creationDate = dateFor(stamp);
     const std::string name = nameForCreationDate(file.creationDate);
-    file.descriptor = ::open((logsDirectory_ / name).c_str(),
-                             O_RDWR | O_APPEND | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR);
+    file.descriptor =
+        detail::makeFile((logsDirectory_ / name).string(), O_RDWR | O_APPEND).release();
     if (file.descriptor >= 0) {
       deleteExcessLogFiles(name);
       return file;

@@ -13,7 +13,7 @@
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
-#include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
@@ -31,7 +31,6 @@ namespace {
 using detail::Message;
 using detail::MessageId;
 
-constexpr mode_t kOwnerOnly = 0600;
 constexpr std::uint64_t kMaxMessageBytes = std::uint64_t{16} << 20;
 
 const FileManager& files() { return FileManager::defaultManager(); }
@@ -60,8 +59,7 @@ FileResult<void> replaceFile(const URL& url, DataView bytes) {
   const auto failure = [&](const char* action, int code) {
     return std::unexpected(FileError(code, action, url.path()));
   };
-  detail::Descriptor file =
-      detail::openFile(fresh, O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW, kOwnerOnly);
+  detail::Descriptor file = detail::openOrMakeFile(fresh, O_WRONLY | O_TRUNC);
   if (!file) return failure("open", errno);
   int error = detail::writeAll(file.get(), bytes);
   if (error == 0 && ::fsync(file.get()) != 0) error = errno;

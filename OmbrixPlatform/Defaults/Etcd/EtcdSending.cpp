@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "OmbrixPlatform/Defaults/Detail/SideFile.hpp"
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -94,7 +94,7 @@ bool EtcdSending::takeTurn() {
   turnTimer_.cancel();
   while (!turn_) {
     // Opened to read: closing what was opened to write tells the others that a turn has ended.
-    auto file = openSideFile(turnFile_.string(), O_RDONLY);
+    auto file = openOrMakeFile(turnFile_.string(), O_RDONLY);
     if (!file) return true;
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
       missTurn();

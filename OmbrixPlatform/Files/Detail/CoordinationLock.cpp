@@ -6,7 +6,8 @@
 #include <span>
 #include <vector>
 
-#include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -77,13 +78,11 @@ int awaitLock(int file, off_t byte, short type, LockDeadline deadline) {
 }
 
 Descriptor openLockFile(const std::string& path) {
-  constexpr int kFlags = O_RDWR | O_CREAT | O_NOFOLLOW;
-  constexpr mode_t kOwnerOnly = 0600;
-  Descriptor file = openFile(path, kFlags, kOwnerOnly);
+  Descriptor file = openOrMakeFile(path, O_RDWR);
   if (file || errno != ENOENT) return file;
-  std::error_code ignored;
-  std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-  return openFile(path, kFlags, kOwnerOnly);
+  const auto folder = std::filesystem::path(path).parent_path();
+  (void)FileManager::defaultManager().createDirectory(URL::fileURL(folder.string(), true), true);
+  return openOrMakeFile(path, O_RDWR);
 }
 
 enum class Currency : std::uint8_t { current, replaced, gone, unknown };

@@ -12,6 +12,9 @@
 #include <thread>
 #include <utility>
 
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
+#include "OmbrixPlatform/Files/FileManager.hpp"
+
 namespace ombrix::platform::detail {
 namespace {
 
@@ -142,11 +145,13 @@ int SqliteURLCacheFile::patienceMilliseconds() const noexcept {
 }
 
 Descriptor SqliteURLCacheFile::lock() {
-  std::error_code ignored;
-  if (std::filesystem::create_directories(folder_, ignored)) {
-    ::chmod(folder_.c_str(), S_IRWXU);  // other users need not know what was asked
+  // Other users need not know what was asked.
+  if (makeFolder(folder_, S_IRWXU) == ENOENT) {
+    const auto above = std::filesystem::path(folder_).parent_path();
+    (void)FileManager::defaultManager().createDirectory(URL::fileURL(above.string(), true), true);
+    (void)makeFolder(folder_, S_IRWXU);
   }
-  Descriptor file = openFile(folder_ + "/Cache.lock", O_RDWR | O_CREAT, S_IRUSR | S_IWUSR);
+  Descriptor file = openOrMakeFile(folder_ + "/Cache.lock", O_RDWR);
   if (!file) throw SqliteFailure{SQLITE_CANTOPEN};
   const auto deadline =
       std::chrono::steady_clock::now() + std::chrono::milliseconds(patienceMilliseconds());
@@ -172,6 +177,7 @@ void SqliteURLCacheFile::open() {
   for (int attempt = 0;; ++attempt) {
     // A log without its database is what a program left that was killed while it cleared.
     if (!identity()) removeFiles();
+    (void)makeFile(path_, O_RDWR);  // of which SQLite makes the database
     try {
       SqliteConnection connection(path_, patienceMilliseconds());
       connection.execute(fmt::format("PRAGMA page_size = {}", kPageBytes).c_str());

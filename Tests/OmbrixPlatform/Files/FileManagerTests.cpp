@@ -3,10 +3,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
+#include <memory>
+#include <set>
 
+#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixPlatform/Logging/DDFileLogger.hpp"
+#include "OmbrixPlatform/Messaging/MMWormhole.hpp"
+#include "OmbrixPlatform/Network/URLCache.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/ScopedDirectories.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -91,6 +100,45 @@ TEST_F(FileManagerTests, MakesFolders) {
   EXPECT_EQ(code(std::string(300, 'x') + "/y", true), ENAMETOOLONG);
   EXPECT_EQ(code(std::string_view("n\0n", 3), true), EINVAL);
   EXPECT_TRUE(fs::is_directory(dir_.path() / "a/b/c"));
+}
+
+// Catches what root makes on a visit to a user's folders, and the user can never write again.
+TEST_F(FileManagerTests, WhatRootMakesBelongsToWhomItsFolderDoes) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can make a folder of somebody else";
+  constexpr uid_t kUser = 12345;
+  testing::ScopedDirectories directories;
+  directories.setGroupContainer(true);
+  const auto& home = directories.dir().path();
+  ASSERT_EQ(::chown(home.c_str(), kUser, kUser), 0);
+  const auto folder = [&](const char* name) { return URL::fileURL((home / name).string(), true); };
+  const auto defaults = UserDefaults::make({.folder = home / ".config/ski", .domain = "test"});
+  defaults->setObject(1, "n");
+  EXPECT_TRUE(defaults->synchronize());
+  DDFileLogger logger(std::make_shared<DDLogFileManager>(home / "state/logs", "ski"));
+  logger.log({.message = "text", .flag = DDLogFlag::error, .timestamp = dateSince1970(0)});
+  logger.flush();
+  MMWormhole channel("group", "messages");  // with its coordination locks
+  EXPECT_TRUE(channel.passMessageObject("british", "units"));
+  EXPECT_TRUE(manager_.createDirectory(folder("data/stores"), true));
+  EXPECT_TRUE(manager_.createFile(URL::fileURL((home / "data/stores/item").string()), {}));
+  const auto cache = URLCache::make(0, 1 << 23, folder("cache/answers"));
+  const URLRequest request(URL::parse("http://a.test/").value());
+  cache->storeCachedResponse({std::make_shared<const HTTPURLResponse>(
+                                  request.url, 200, HTTPHeaders{{"Cache-Control", "max-age=60"}}),
+                              std::make_shared<const Data>()},
+                             request);
+  cache->flush();
+  std::set<std::string> kept;
+  for (const auto& entry : fs::recursive_directory_iterator(home)) {
+    struct stat made{};
+    ASSERT_EQ(::lstat(entry.path().c_str(), &made), 0);
+    EXPECT_EQ(made.st_uid, kUser) << entry.path();
+    kept.insert(entry.path().filename());
+  }
+  for (const char* name : {".config", "test.plist", ".test.plist.lock", "logs", "messages", "item",
+                           "Cache.db", "Cache.lock"}) {
+    EXPECT_TRUE(kept.contains(name)) << name;
+  }
 }
 
 // Catches tails of longer contents that stay, and a missing file that is made by an overwrite.

@@ -1,0 +1,42 @@
+#include "OmbrixPlatform/Detail/MadeFile.hpp"
+
+#include <sys/stat.h>
+
+namespace ombrix::platform::detail {
+
+void giveToOwnerOfFolder(int made, const std::string& path) {
+  if (::geteuid() != 0) return;
+  const auto name = path.find_last_not_of('/');
+  const auto slash = path.rfind('/', name);
+  const std::string folder = slash == std::string::npos ? "." : path.substr(0, slash + 1);
+  struct stat owner{};
+  if (::stat(folder.c_str(), &owner) != 0 || owner.st_uid == 0) return;
+  static_cast<void>(::fchown(made, owner.st_uid, owner.st_gid));
+}
+
+Descriptor makeFile(const std::string& path, int flags, mode_t mode) {
+  auto made = openFile(path, flags | O_CREAT | O_EXCL, mode);
+  if (made) giveToOwnerOfFolder(made.get(), path);
+  return made;
+}
+
+Descriptor openOrMakeFile(const std::string& path, int flags, mode_t mode) {
+  constexpr int kMostAttempts = 100;  // others may make and remove it meanwhile
+  for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
+    auto file = openFile(path, flags | O_NOFOLLOW);
+    if (file || errno != ENOENT) return file;
+    file = makeFile(path, flags, mode);
+    if (file || errno != EEXIST) return file;
+  }
+  return {};
+}
+
+int makeFolder(const std::string& path, mode_t mode) {
+  if (::mkdir(path.c_str(), mode) != 0) return errno;
+  if (::geteuid() != 0) return 0;
+  const auto made = openFile(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW);
+  if (made) giveToOwnerOfFolder(made.get(), path);
+  return 0;
+}
+
+}  // namespace ombrix::platform::detail
