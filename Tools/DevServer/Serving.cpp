@@ -22,11 +22,17 @@ std::shared_ptr<ServingOptions> addServingOptions(CLI::App& app, const std::stri
   app.add_flag_callback(
       "--http", [options] { options->server.usesTLS = false; }, "Plain HTTP, without TLS");
   app.add_flag("--ipv6", options->server.usesIPv6, "Listen on ::1 instead of 127.0.0.1");
-  app.add_option("--certificate", options->server.certificate, "What the server shows")
-      ->transform(CLI::CheckedTransformer(kCertificates))
-      ->option_text("self-signed|wrong-host|expired|authority");
+  app.add_option_function<std::string>(
+         "--certificate",
+         [options](const std::string& word) {
+           options->server.certificate = kCertificates.at(word);
+         },
+         "What the server shows")
+      ->check(CLI::IsMember(&kCertificates))
+      ->option_text("WORD");
   app.add_option("--authority-file", options->authorityFile,
-                 "Write the certificate to trust to this file, as PEM");
+                 "Write the certificate to trust to this file, as PEM")
+      ->type_name("FILE");
   app.add_option("--rotate-every", options->server.rotateTokenEvery,
                  "Send a new token with every Nth authorised answer; 0 for never")
       ->capture_default_str();
