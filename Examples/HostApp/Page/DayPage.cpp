@@ -282,7 +282,7 @@ std::string DayPageWriter::data() {
          return figures_.date(DateStyle::clockToSecond, each.time);
        })},
       {"distance", values(Format::distance, &DaySample::distance)},
-      {"altitude", values(Format::altitude, &DaySample::steadyAltitude)},
+      {"altitude", values(Format::altitude, &DaySample::altitude)},
       {"speed", values(Format::speed, &DaySample::speed)}};
   if (profiles_.hasHeartRates()) {
     data.set("heart", column([this](const DaySample& each) {

@@ -58,7 +58,7 @@ double Profiles::position(ProfileAxis axis, std::size_t sample) const {
 std::vector<Profiles::Plot> Profiles::plots() const {
   std::vector<Plot> plots = {
       {"altitude", "Altitude", Format::altitude,
-       [](const DaySample& each) { return each.steadyAltitude; }, false},
+       [](const DaySample& each) { return each.altitude; }, false},
       {"speed", "Speed", Format::speed, [](const DaySample& each) { return each.speed; }, false},
   };
   if (hasHeartRates_) {

@@ -51,7 +51,7 @@ std::vector<Column> columnsOver(const Day& day, std::size_t count) {
     const double share = (sample.time - begin).count() / span;
     const auto at =
         std::min(static_cast<std::size_t>(share * static_cast<double>(count)), count - 1);
-    columns[at].altitude += sample.steadyAltitude;
+    columns[at].altitude += sample.altitude;
     columns[at].speed += sample.speed;
     if (segment != day.segments.end()) columns[at].kind = segment->kind;
     ++samples[at];
@@ -114,9 +114,9 @@ std::string timeLine(const Day& day, FigureTexts& figures, std::size_t width) {
 
 std::string dayChart(const Day& day, FigureTexts& figures, std::size_t columns, bool isStyled) {
   if (day.samples.empty() || !day.totals.maxAltitude) return {};
-  const auto [lowest, highest] = std::ranges::minmax(
-      day.samples, {}, [](const DaySample& each) { return each.steadyAltitude; });
-  const double low = lowest.steadyAltitude, high = highest.steadyAltitude;
+  const auto [lowest, highest] =
+      std::ranges::minmax(day.samples, {}, [](const DaySample& each) { return each.altitude; });
+  const double low = lowest.altitude, high = highest.altitude;
   const std::string top = figures.plain(Format::altitude, high),
                     bottom = figures.plain(Format::altitude, low);
   const std::size_t gutter = std::max(columnsOf(top), columnsOf(bottom)) + 3;
