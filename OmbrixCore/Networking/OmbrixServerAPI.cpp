@@ -136,6 +136,7 @@ std::shared_ptr<URLSession> OmbrixServerAPI::makeSession(
   {
     const std::lock_guard lock(mutex_);
     testHost = configuration_.testHost();
+    configuration.connections = configuration_.connections;
   }
   if (!testHost.empty()) configuration.loopbackHosts.push_back(testHost);
   return URLSession::make(configuration,

@@ -4,6 +4,7 @@
 
 #include "OmbrixCore/Networking/APIEndpoint.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Network/URLConnectionSettings.hpp"
 
 namespace ombrix {
 
@@ -16,6 +17,9 @@ struct ServerConfiguration {
   platform::URL production;
   platform::URL staging;
   platform::URL development;
+
+  /// Keys that the servers have to show, the client's certificates, a proxy; for all sessions.
+  platform::URLConnectionSettings connections = {};
 
   /// Hosts under reserved names, which a product replaces by its own.
   static ServerConfiguration defaults();

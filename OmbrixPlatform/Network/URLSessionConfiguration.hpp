@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
+#include "OmbrixPlatform/Network/URLConnectionSettings.hpp"
 #include "OmbrixPlatform/Network/URLRequest.hpp"
 
 namespace ombrix::platform {
@@ -16,8 +17,7 @@ class URLCache;
 /// How a session behaves; copied when the session is made, changes after that have no effect on it.
 ///
 /// Sessions speak HTTP/1.1 and, over TLS 1.2 or later where the server offers it, HTTP/2. Cookies
-/// are neither kept nor sent by themselves. Proxies are those of the environment ("http_proxy",
-/// "https_proxy", "all_proxy", "no_proxy"). A request that names no "User-Agent" gets that of the
+/// are neither kept nor sent by themselves. A request that names no "User-Agent" gets that of the
 /// main bundle.
 struct URLSessionConfiguration {
   /// The defaults below, with the process's shared cache.
@@ -74,6 +74,9 @@ struct URLSessionConfiguration {
   /// Hosts that are reached on the loopback address, whatever the name service says: local test
   /// services.
   std::vector<std::string> loopbackHosts;
+
+  /// Pinned keys, client certificates and a proxy.
+  URLConnectionSettings connections;
 };
 
 }  // namespace ombrix::platform

@@ -29,6 +29,7 @@ class DevServer {
     bool usesTLS = true;
     bool usesIPv6 = false;  ///< Listens on ::1 instead of 127.0.0.1.
     Certificate certificate = Certificate::selfSigned;
+    std::string clientAuthorityPEM;           ///< See `makeIdentity`.
     std::string email = "skier@ombrix.test";  ///< The account that exists from the start.
     std::string password = "powder";
     std::uint64_t rotateTokenEvery = 0;  ///< A new token with every so many authorised answers.

@@ -98,7 +98,17 @@ std::optional<Row> rowOfCircumstances(const CurlFailure& failure) noexcept {
                                     code == CURLE_SEND_ERROR || code == CURLE_GOT_NOTHING ||
                                     code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM;
   if (failure.wantsClientCertificate && !failure.hasHeader && isInHandshakeOrAfter) {
+    if (failure.gaveCertificate) {
+      return Row{code, clientCertificateRejected, "the server refuses the client's certificate"};
+    }
     return Row{code, clientCertificateRequired, "the server asks for a client certificate"};
+  }
+  if (failure.proxyStatus >= 300) {
+    constexpr long kCredentialsWanted = 407;
+    return Row{code, cannotConnectToHost,
+               failure.proxyStatus == kCredentialsWanted
+                   ? "the proxy does not know who asks, or refuses who it is"
+                   : "the proxy does not let the request through"};
   }
   if (code == CURLE_BAD_FUNCTION_ARGUMENT && !failure.hasHeader) {
     return Row{code, cannotParseResponse, "the header of the answer is malformed"};

@@ -102,8 +102,10 @@ bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms)
                      static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
                          std::chrono::duration_cast<std::chrono::milliseconds>(timeLimit_).count(),
                          1, std::numeric_limits<int>::max() / 2)));
+  if (!terms.settings->install(easy_, transfer_->origin.isSecure)) return false;
+  hasCertificate_ = terms.settings->hasCertificate();
   if (terms.isMappedToLoopback) {
-    connectTo_ = ::curl_slist_append(nullptr, "::127.0.0.1:");
+    connectTo_ = ::curl_slist_append(nullptr, "::localhost:");  // ::1 as well as 127.0.0.1
     if (connectTo_ == nullptr) return false;
     ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, connectTo_);
   }
@@ -492,6 +494,8 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
   failure.isSecure = transfer_->origin.isSecure;
   ::curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &failure.systemError);
   if (socketError_ != 0) failure.systemError = socketError_;
+  ::curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &failure.proxyStatus);
+  failure.gaveCertificate = hasCertificate_;
   if (trust_ != nullptr) {
     // A reset may overtake the alert that tells of it.
     const bool isReset = failure.systemError == ECONNRESET || failure.systemError == EPIPE;

@@ -276,7 +276,7 @@ CurlHost& CurlLoop::hostFor(const URLOrigin& origin) {
     const bool isMapped = std::ranges::any_of(
         configuration_.loopbackHosts,
         [&](const std::string& name) { return headerNamesEqual(name, origin.host); });
-    host = std::make_unique<CurlHost>(origin, isMapped);
+    host = std::make_unique<CurlHost>(origin, configuration_.connections, isMapped);
   }
   return *host;
 }
@@ -326,7 +326,8 @@ void CurlLoop::start(CurlHost& host, std::shared_ptr<Transfer> transfer) {
           std::min(transfer->request->timeoutInterval, configuration_.timeoutIntervalForRequest),
       .isMappedToLoopback = host.isMappedToLoopback,
       .bypassesProxy = host.isMappedToLoopback || isLoopback(transfer->origin.host),
-      .trust = transfer->origin.isSecure ? &host.trust : nullptr};
+      .trust = transfer->origin.isSecure ? &host.trust : nullptr,
+      .settings = &host.settings};
   transfer->client->exchangeBegins(now_);
   if (!exchange->begin(transfer, terms) ||
       ::curl_multi_add_handle(multi_, exchange->easy()) != CURLM_OK) {

@@ -73,6 +73,10 @@ void somethingHappened(const SSL* tls, int what, int value) {
     case SSL3_AD_NO_CERTIFICATE:
     case SSL3_AD_BAD_CERTIFICATE:
     case SSL3_AD_CERTIFICATE_UNKNOWN:
+    case SSL3_AD_CERTIFICATE_EXPIRED:
+    case SSL3_AD_CERTIFICATE_REVOKED:
+    case SSL3_AD_UNSUPPORTED_CERTIFICATE:
+    case TLS1_AD_UNKNOWN_CA:
     case TLS1_AD_ACCESS_DENIED:
     case TLS13_AD_CERTIFICATE_REQUIRED:
       signsOf(tls).isRefused = signsOf(tls).isCertificateAskedFor;

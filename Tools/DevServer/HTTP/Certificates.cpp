@@ -9,6 +9,7 @@
 #include <openssl/x509v3.h>
 
 #include <cstdint>
+#include <string_view>
 
 #include "OmbrixPlatform/Values/Error.hpp"
 
@@ -81,12 +82,28 @@ Pair makeAuthority() {
   return authority;
 }
 
+std::string textOf(BIO* bio) {
+  char* bytes = nullptr;
+  const long length = BIO_get_mem_data(bio, &bytes);
+  return {bytes, static_cast<std::size_t>(length)};
+}
+
 std::string pemOf(X509* certificate) {
   const Owned<BIO> bio(made(BIO_new(BIO_s_mem())));
   check(PEM_write_bio_X509(bio.get(), certificate));
-  char* bytes = nullptr;
-  const long length = BIO_get_mem_data(bio.get(), &bytes);
-  return {bytes, static_cast<std::size_t>(length)};
+  return textOf(bio.get());
+}
+
+void demandClientCertificate(SSL_CTX* context, const std::string& authorityPEM) {
+  const Owned<BIO> bio(
+      made(BIO_new_mem_buf(authorityPEM.data(), static_cast<int>(authorityPEM.size()))));
+  const Owned<X509> authority(made(PEM_read_bio_X509(bio.get(), nullptr, nullptr, nullptr)));
+  check(X509_STORE_add_cert(SSL_CTX_get_cert_store(context), authority.get()));
+  check(SSL_CTX_add_client_CA(context, authority.get()));
+  SSL_CTX_set_verify(context, SSL_VERIFY_PEER | SSL_VERIFY_FAIL_IF_NO_PEER_CERT, nullptr);
+  constexpr std::string_view kSessions = "ombrix";
+  check(SSL_CTX_set_session_id_context(
+      context, reinterpret_cast<const unsigned char*>(kSessions.data()), kSessions.size()));
 }
 
 // Chooses HTTP/1.1 from the client's offer, so that a client that prefers HTTP/2 is told.
@@ -102,7 +119,7 @@ int chooseProtocol(SSL*, const unsigned char** chosen, unsigned char* length,
 
 }  // namespace
 
-Identity makeIdentity(Certificate kind) {
+Identity makeIdentity(Certificate kind, const std::string& clientAuthorityPEM) {
   // OpenSSL must not clean up at exit: threads of the process may still use it.
   ::OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   const bool isExpired = kind == Certificate::expired;
@@ -129,7 +146,19 @@ Identity makeIdentity(Certificate kind) {
   check(SSL_CTX_use_PrivateKey(context, server.key.get()));
   SSL_CTX_set_mode(context, SSL_MODE_RELEASE_BUFFERS);
   SSL_CTX_set_alpn_select_cb(context, chooseProtocol, nullptr);
+  if (!clientAuthorityPEM.empty()) demandClientCertificate(context, clientAuthorityPEM);
   return identity;
+}
+
+ClientIdentity makeClientIdentity(const std::string& passphrase) {
+  Pair client = makePair("A client", -1, 30);
+  addExtension(client.certificate.get(), client.certificate.get(), NID_ext_key_usage, "clientAuth");
+  sign(client, client);
+  const Owned<BIO> bio(made(BIO_new(BIO_s_mem())));
+  check(PEM_write_bio_PKCS8PrivateKey(
+      bio.get(), client.key.get(), passphrase.empty() ? nullptr : EVP_aes_256_cbc(), nullptr, 0,
+      nullptr, passphrase.empty() ? nullptr : const_cast<char*>(passphrase.c_str())));
+  return {.certificatePEM = pemOf(client.certificate.get()), .keyPEM = textOf(bio.get())};
 }
 
 }  // namespace ombrix::devserver

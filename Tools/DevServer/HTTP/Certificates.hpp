@@ -22,6 +22,20 @@ struct Identity {
 };
 
 /// Makes a key and a certificate in memory. Throws `platform::Error`. Any thread.
-Identity makeIdentity(Certificate kind);
+///
+/// @param clientAuthorityPEM Clients have to show a certificate that this one has signed, or this
+///   one itself; empty: they are not asked.
+Identity makeIdentity(Certificate kind, const std::string& clientAuthorityPEM = {});
+
+/// What a client shows who it is by, as PEM.
+struct ClientIdentity {
+  std::string certificatePEM;  ///< Signed by itself.
+  std::string keyPEM;
+};
+
+/// Makes one in memory. Throws `platform::Error`. Any thread.
+///
+/// @param passphrase Of the key; empty: it is not encrypted.
+ClientIdentity makeClientIdentity(const std::string& passphrase = {});
 
 }  // namespace ombrix::devserver

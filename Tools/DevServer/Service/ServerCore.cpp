@@ -9,7 +9,8 @@ namespace ombrix::devserver {
 
 ServerCore::ServerCore(DevServer::Options given)
     : options(std::move(given)),
-      identity(options.usesTLS ? makeIdentity(options.certificate) : Identity{}),
+      identity(options.usesTLS ? makeIdentity(options.certificate, options.clientAuthorityPEM)
+                               : Identity{}),
       journal(options.mostRecordedRequests, options.mostRecordedBodyBytes),
       sessions(options.email, options.password) {
   sessions.setRotation(options.rotateTokenEvery);

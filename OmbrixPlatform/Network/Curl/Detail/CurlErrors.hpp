@@ -20,6 +20,8 @@ struct CurlFailure {
   bool isChunked = false;
   bool isSecure = false;
   bool wantsClientCertificate = false;  ///< the server has asked for one
+  bool gaveCertificate = false;         ///< it was given one
+  long proxyStatus = 0;                 ///< of a proxy that was to make a way; 0: none
 };
 
 /// The error a task ends with: a sentence of ours, told apart by codes, and libcurl's words behind.

@@ -12,6 +12,7 @@
 #include <string>
 
 #include "OmbrixPlatform/Network/Curl/Detail/ContentDecoder.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlConnectionSettings.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlErrors.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlSockets.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
@@ -47,6 +48,7 @@ class CurlExchange {
     bool isMappedToLoopback = false;            ///< whatever the name service says
     bool bypassesProxy = false;
     CurlTrust* trust = nullptr;  ///< for https
+    const CurlConnectionSettings* settings = nullptr;
   };
 
   explicit CurlExchange(CurlSurroundings& surroundings);
@@ -147,6 +149,7 @@ class CurlExchange {
   std::shared_ptr<Transfer> transfer_;
   std::shared_ptr<const URLRequest> request_;  // owns the body that libcurl reads
   CurlTrust* trust_ = nullptr;
+  bool hasCertificate_ = false;  // of its own, for servers that ask
   HTTPHeaderReader header_;
   BodyFraming framing_;
   ContentDecoder decoder_{""};

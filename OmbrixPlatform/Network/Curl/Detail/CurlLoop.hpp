@@ -16,6 +16,7 @@
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/CurlConnectionSettings.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlExchange.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/NetworkThreads.hpp"
@@ -29,10 +30,13 @@ namespace ombrix::platform::detail {
 struct CurlHost {
   using TimePoint = std::chrono::steady_clock::time_point;
 
-  CurlHost(const URLOrigin& origin, bool isMapped)
-      : trust(origin.host, origin.port), isMappedToLoopback(isMapped) {}
+  CurlHost(const URLOrigin& origin, const URLConnectionSettings& ours, bool isMapped)
+      : trust(origin.host, origin.port),
+        settings(ours, origin.host),
+        isMappedToLoopback(isMapped) {}
 
   CurlTrust trust;
+  const CurlConnectionSettings settings;
   const bool isMappedToLoopback;
   std::list<std::shared_ptr<Transfer>> waiting;
   std::size_t active = 0;
