@@ -27,6 +27,11 @@ void OmbrixServerAPI::setJwtToken(std::optional<std::string> token) {
   jwtToken_.swap(token);
 }
 
+void OmbrixServerAPI::setJwtToken(std::optional<std::string> token, std::uint64_t ofEnvironment) {
+  const std::lock_guard lock(mutex_);
+  if (ofEnvironment == environment_) jwtToken_.swap(token);
+}
+
 std::optional<std::string> OmbrixServerAPI::jwtToken(std::uint64_t ofEnvironment) const {
   const std::lock_guard lock(mutex_);
   return ofEnvironment == environment_ ? jwtToken_ : std::nullopt;

@@ -1,6 +1,7 @@
 #include <semaphore>
 
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
+#include "OmbrixCore/Networking/Policies/RequestFlows.hpp"
 #include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -48,6 +49,7 @@ void OmbrixServerAPI::addOperation(std::shared_ptr<OmbrixAPIHttpRequestOperation
 }
 
 void OmbrixServerAPI::cancelAllOperations() {
+  flows_->cancelAll();
   operationQueue()->cancelAllOperations();
   transferQueue()->cancelAllOperations();
 }
@@ -61,6 +63,7 @@ void OmbrixServerAPI::waitUntilAllAnswersAreDelivered() {
     platform::fatalError("an answer of the client must not wait for the others");
   }
   waitUntilAllOperationsAreFinished();
+  flows_->waitUntilNoneIsLeft();
   // Each delivery was posted before its operation had finished; one that is under way may post what
   // came meanwhile.
   for (int round = 0; round < 2; ++round) {

@@ -1,5 +1,6 @@
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
+#include "OmbrixCore/Networking/Policies/RequestFlows.hpp"
 #include "OmbrixPlatform/Text/UTF8.hpp"
 
 namespace ombrix {
@@ -27,6 +28,13 @@ std::shared_ptr<OmbrixAPIHttpRequestOperation> OmbrixServerAPI::operationFor(std
   operation->setEnvironment(environment);
   operation->setLongTransfer(isLong);
   return operation;
+}
+
+ServerRequests::ServerRequests() : flows_(std::make_shared<RequestFlows>()) {}
+ServerRequests::~ServerRequests() = default;
+
+void ServerRequests::setPolicies(RequestPolicies policies) {
+  flows_->setPolicies(std::move(policies));
 }
 
 ServerRequests::APIPublisher<HTTPAnswer> ServerRequests::publisher(std::string_view url,
@@ -58,6 +66,7 @@ ServerRequests::APIPublisher<HTTPAnswer> ServerRequests::publisherOf(
     return APIPublisher<HTTPAnswer>::fail(HTTPError::badRequestError()).receiveOn(queue);
   }
   if (payload) operation->setPayload(std::move(payload));
+  if (const auto governed = flows_->publisherOf(operation)) return governed->receiveOn(queue);
   return HTTPRequestOperationPublisher(operation).receiveOn(queue);
 }
 

@@ -2,6 +2,7 @@
 
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPIDelegate.hpp"
+#include "OmbrixCore/Networking/Policies/RequestFlows.hpp"
 #include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Network/URLCache.hpp"
 
@@ -58,7 +59,10 @@ OmbrixServerAPI::OmbrixServerAPI(Passkey, ServerConfiguration configuration)
       maintenance_(*this, "serverIsInMaintenanceMode", [this] { call(maintenanceHandler_); }),
       networkMonitor_(platform::services().pathMonitorFactory.shared()->make()) {}
 
-OmbrixServerAPI::~OmbrixServerAPI() { networkMonitor_->cancel(); }
+OmbrixServerAPI::~OmbrixServerAPI() {
+  flows_->cancelAll();
+  networkMonitor_->cancel();
+}
 
 void OmbrixServerAPI::change(APIEndpoint endpoint) {
   auto& client = sharedInstance();

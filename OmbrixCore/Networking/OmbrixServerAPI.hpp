@@ -101,7 +101,8 @@ class OmbrixServerAPI final : public ServerRequests,
 
   void addOperation(std::shared_ptr<OmbrixAPIHttpRequestOperation> operation);
 
-  /// Cancels what is on the queue now, and what may take long beside it. Cancelled operations never
+  /// Cancels what is on the queue now, what may take long beside it, and what waits between two
+  /// attempts. Cancelled operations never
   /// answer: whoever awaits a publisher of one is released by cancelling that wait, and the
   /// completion of a wrapper is kept until `cancelRequestWithID` is given its ID.
   void cancelAllOperations();
@@ -134,6 +135,7 @@ class OmbrixServerAPI final : public ServerRequests,
   [[nodiscard]] std::optional<std::string> jwtToken() const;
   [[nodiscard]] std::optional<std::string> jwtToken(std::uint64_t ofEnvironment) const;
   void setJwtToken(std::optional<std::string> token);
+  void setJwtToken(std::optional<std::string> token, std::uint64_t ofEnvironment);
 
   /// Stores in one step what the answer to a request of an environment says, then calls handlers;
   /// neither when another environment is the current one.

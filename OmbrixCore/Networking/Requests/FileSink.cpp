@@ -85,6 +85,17 @@ std::expected<void, URLError> FileSink::end(const HTTPURLResponse& response) {
   return moveIntoPlace();
 }
 
+bool FileSink::beginAgain(const std::shared_ptr<HttpRequestOperation>& /*operation*/,
+                          platform::HTTPHeaders& headers) {
+  if (const auto stream = std::exchange(stream_, nullptr)) stream->close();
+  if (std::exchange(present_, 0) > 0) {
+    headers.remove("Range");
+    headers.remove("If-Range");
+  }
+  prepare(headers);
+  return true;
+}
+
 std::expected<void, URLError> FileSink::moveIntoPlace() {
   std::error_code error;
   std::filesystem::rename(part_, file_, error);

@@ -21,6 +21,7 @@ std::size_t costOf(const std::string& line) { return line.size() + sizeof(std::s
 
 std::expected<HTTPBodySink::Flow, URLError> HTTPLines::State::take(
     const platform::HTTPURLResponse& /*response*/, platform::DataView piece) {
+  hasBegun_ = true;
   std::string_view text = platform::textOf(piece);
   for (;;) {
     const auto end = text.find('\n');
@@ -44,6 +45,14 @@ std::expected<void, URLError> HTTPLines::State::end(const platform::HTTPURLRespo
   if (!partial_.empty()) add(std::exchange(partial_, {}));
   wake();
   return {};
+}
+
+bool HTTPLines::State::beginAgain(const std::shared_ptr<HttpRequestOperation>& operation,
+                                  platform::HTTPHeaders& /*headers*/) {
+  if (hasBegun_) return false;
+  const std::lock_guard lock(lock_);
+  operation_ = operation;
+  return true;
 }
 
 void HTTPLines::State::add(std::string line) {
@@ -72,24 +81,24 @@ void HTTPLines::State::wake() {
 
 HTTPLines::State::Found HTTPLines::State::takeLine() {
   Found found;
-  bool mustAskForMore = false;
+  std::shared_ptr<HttpRequestOperation> asked;
   {
     const std::lock_guard lock(lock_);
     if (!lines_.empty()) {
       found.line = std::move(lines_.front());
       lines_.pop_front();
       bytes_ -= costOf(*found.line);
-      mustAskForMore = isHeld_ && bytes_ <= kMostBytesKept / 2;
-      if (mustAskForMore) isHeld_ = false;
+      if (isHeld_ && bytes_ <= kMostBytesKept / 2) {
+        isHeld_ = false;
+        asked = operation_.lock();
+      }
     } else if (!isOver_) {
       found.mustWait = true;
     } else if (error_) {
       std::rethrow_exception(std::exchange(error_, nullptr));
     }
   }
-  if (mustAskForMore) {
-    if (const auto operation = operation_.lock()) operation->receiveMore();
-  }
+  if (asked) asked->receiveMore();
   return found;
 }
 

@@ -154,7 +154,20 @@ void HttpRequestOperation::receiveMore() {
 std::optional<platform::URLRequest> HttpRequestOperation::requestToSend() {
   auto request = buildRequest();
   if (request && options_) options_->apply(*request);
+  if (request && lastStep_) lastStep_(*request);
   return request;
+}
+
+bool HttpRequestOperation::repeat(const HttpRequestOperation& other) {
+  jsonPayload_ = other.jsonPayload_;
+  payload_ = other.payload_;
+  safeForLowData_ = other.safeForLowData_;
+  options_ = other.options_;
+  sink_ = other.sink_;
+  if (!sink_) return true;
+  if (!options_) options_.emplace();
+  return sink_->beginAgain(std::static_pointer_cast<HttpRequestOperation>(shared_from_this()),
+                           options_->headers);
 }
 
 platform::Async<void> HttpRequestOperation::execute() {

@@ -75,7 +75,11 @@ class HttpRequestOperation : public AsyncOperation {
   void setSafeForLowData(bool isSafe) { safeForLowData_ = isSafe; }
 
   /// What this request wants otherwise, applied to what `buildRequest` gives.
+  [[nodiscard]] const std::optional<RequestOptions>& options() const { return options_; }
   void setOptions(RequestOptions options) { options_ = std::move(options); }
+
+  /// Changes the request right before it is sent, after all else; an exception keeps it from that.
+  void setLastStep(std::function<void(platform::URLRequest&)> step) { lastStep_ = std::move(step); }
 
   /// Where the body of a successful answer goes as it comes: callbacks are then given none.
   void setSink(std::shared_ptr<HTTPBodySink> sink) { sink_ = std::move(sink); }
@@ -95,7 +99,8 @@ class HttpRequestOperation : public AsyncOperation {
   /// The method and the URL, without what may be secret in it, for texts.
   [[nodiscard]] std::string name() const;
 
-  /// What `execute` sends: the built request with the options; nothing where there is none.
+  /// What `execute` sends: the built request with the options, after the last step; nothing where
+  /// there is none.
   [[nodiscard]] std::optional<platform::URLRequest> requestToSend();
 
   /// The request to send; nothing when its body cannot be encoded, which is logged.
@@ -126,6 +131,11 @@ class HttpRequestOperation : public AsyncOperation {
                                      std::optional<platform::JSON> json = std::nullopt,
                                      std::optional<platform::Data> data = std::nullopt);
 
+ protected:
+  /// Takes over what another operation sends, and where its answer goes; false where that cannot go
+  /// there again. For an operation that is new.
+  bool repeat(const HttpRequestOperation& other);
+
  private:
   struct Callbacks {
     Callback main;
@@ -149,6 +159,7 @@ class HttpRequestOperation : public AsyncOperation {
   bool safeForLowData_ = true;
   std::optional<RequestOptions> options_;
   std::shared_ptr<HTTPBodySink> sink_;
+  std::function<void(platform::URLRequest&)> lastStep_;
 
   mutable platform::FutexLock lock_;  // guards what follows
   std::shared_ptr<platform::URLSessionDataTask> task_;

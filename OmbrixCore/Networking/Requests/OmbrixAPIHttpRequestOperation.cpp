@@ -60,8 +60,8 @@ std::uint64_t OmbrixAPIHttpRequestOperation::currentEnvironment() {
 std::optional<platform::URLRequest> OmbrixAPIHttpRequestOperation::buildRequest() {
   auto request = HttpRequestOperation::buildRequest();
   if (!request) return std::nullopt;
-  const auto token = OmbrixServerAPI::sharedInstance().jwtToken(environment_);
-  if (token) request->headers.set("Authorization", std::string(kBearer) + *token);
+  sentToken_ = OmbrixServerAPI::sharedInstance().jwtToken(environment_);
+  if (sentToken_) request->headers.set("Authorization", std::string(kBearer) + *sentToken_);
   auto languages = acceptLanguageField(platform::services().locale.get().preferredLanguages());
   if (!languages.empty()) request->headers.set("Accept-Language", std::move(languages));
   request->headers.set("Accept", "application/json");
@@ -93,11 +93,25 @@ void OmbrixAPIHttpRequestOperation::handle(const platform::HTTPURLResponse& resp
   // Kept: 400 means an invalid login as well as 401. Sorted with the other failures it would no
   // longer reach the handler that asks the user to log in again.
   conditions.isLoginInvalid = status == kUnauthorized || status == kBadRequest;
+  hasDeferredLoginError_ = defersLoginError_ && sentToken_ && status == kUnauthorized;
   if (!success && !conditions.isLoginInvalid && !conditions.isInMaintenance) {
     logWarning(kHandleTag, "Web: Non-OK response from server " + std::to_string(status));
   }
+  if (hasDeferredLoginError_) conditions.isLoginInvalid = false;
   OmbrixServerAPI::sharedInstance().take(std::move(conditions), environment_);
   endTaskAndCallbackWithSuccess(success, status, std::move(json), std::move(data));
+}
+
+std::shared_ptr<OmbrixAPIHttpRequestOperation> OmbrixAPIHttpRequestOperation::nextAttempt() const {
+  auto next = std::make_shared<OmbrixAPIHttpRequestOperation>(url(), method(), headers(), nullptr,
+                                                              session());
+  next->environment_ = environment_;
+  next->usesAuth_ = usesAuth_;
+  next->disableCashe_ = disableCashe_;
+  next->cacheOnly_ = cacheOnly_;
+  next->isLongTransfer_ = isLongTransfer_;
+  next->attempt_ = attempt_ + 1;
+  return next->repeat(*this) ? next : nullptr;
 }
 
 void OmbrixAPIHttpRequestOperation::enqueueForPublisher() {

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
+#include <optional>
 #include <span>
 #include <string>
 
@@ -37,8 +39,8 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   void setCacheOnly(bool cacheOnly) { cacheOnly_ = cacheOnly; }
 
   /// Which attempt this is, from 1.
-  // Kept: nothing raises it and nothing is tried again; a request that is not safe to repeat would
-  // be sent twice.
+  // Kept: nothing raises it and nothing is tried again by itself; a request that is not safe to
+  // repeat would be sent twice. Policies that a host asks for do (`nextAttempt`).
   [[nodiscard]] int attempt() const noexcept { return attempt_; }
   void setAttempt(int attempt) { attempt_ = attempt; }
 
@@ -47,8 +49,23 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   [[nodiscard]] bool isLongTransfer() const noexcept { return isLongTransfer_; }
   void setLongTransfer(bool isLong) { isLongTransfer_ = isLong; }
 
+  /// A fresh operation for the same request, one attempt further; null where its answer can no more
+  /// go where it went before.
+  [[nodiscard]] std::shared_ptr<OmbrixAPIHttpRequestOperation> nextAttempt() const;
+
+  /// True: where the token that it was sent with is refused (401), `loginError` stays as it is, for
+  /// who gets a new one; set before it is put on a queue.
+  void setDefersLoginError(bool defers) { defersLoginError_ = defers; }
+
+  /// Whether that was the case.
+  [[nodiscard]] bool hasDeferredLoginError() const noexcept { return hasDeferredLoginError_; }
+
+  /// The token that the built request has; a secret.
+  [[nodiscard]] const std::optional<std::string>& sentToken() const noexcept { return sentToken_; }
+
   /// The environment that it belongs to (`OmbrixServerAPI::environment`), where its URL was made
   /// before it.
+  [[nodiscard]] std::uint64_t environment() const noexcept { return environment_; }
   void setEnvironment(std::uint64_t environment) { environment_ = environment; }
 
   [[nodiscard]] std::optional<platform::URLRequest> buildRequest() override;
@@ -70,6 +87,9 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   bool disableCashe_ = false;
   bool cacheOnly_ = false;
   bool isLongTransfer_ = false;
+  bool defersLoginError_ = false;
+  bool hasDeferredLoginError_ = false;
+  std::optional<std::string> sentToken_;
   int attempt_ = 1;
   std::atomic<bool> wasPublished_ = false;
 };

@@ -5,6 +5,7 @@
 namespace ombrix {
 
 void RequestOptions::apply(platform::URLRequest& request) const {
+  if (content) request.headers.set("Content-Type", content->type);
   for (const auto& [name, value] : headers) {
     if (!platform::headerNamesEqual(name, "Authorization")) request.headers.set(name, value);
   }
@@ -12,9 +13,9 @@ void RequestOptions::apply(platform::URLRequest& request) const {
   if (totalTimeout) request.resourceTimeoutInterval = totalTimeout;
   if (cachePolicy) request.cachePolicy = *cachePolicy;
   if (!safeForLowData) request.allowsConstrainedNetworkAccess = false;
-  if (body) {
+  if (const auto& source = content ? content->body : body) {
     request.httpBody.reset();
-    request.httpBodySource = body;
+    request.httpBodySource = source;
   }
 }
 

@@ -6,6 +6,8 @@
 #include <memory>
 #include <optional>
 
+#include "OmbrixCore/Networking/Policies/RetryPolicy.hpp"
+#include "OmbrixCore/Networking/Requests/HTTPContent.hpp"
 #include "OmbrixPlatform/Network/HTTPBodySource.hpp"
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
 #include "OmbrixPlatform/Network/URLRequest.hpp"
@@ -51,6 +53,20 @@ struct RequestOptions {
   /// Told of what was sent, and of what is received where it is not gathered in memory (downloads,
   /// lines); on the session's delegate queue, calls may be merged.
   ProgressHandler progress = nullptr;
+
+  /// When this request is made again, in the place of the client's policy. `progress` begins anew
+  /// then, and a body that was handed over in part (lines) is not asked for again.
+  std::optional<RetryPolicy> retry = std::nullopt;
+
+  /// True: it may be made again whatever its method, since the server takes it for the same (a key
+  /// of idempotency among its fields, say).
+  bool mayBeRepeated = false;
+
+  /// False: a refused token is the answer, and no refresher is asked (`RequestPolicies`).
+  bool refreshesToken = true;
+
+  /// A form or several parts, with its "Content-Type", in the place of `body`.
+  std::optional<HTTPContent> content = std::nullopt;
 
   /// Makes the request that it says.
   void apply(platform::URLRequest& request) const;

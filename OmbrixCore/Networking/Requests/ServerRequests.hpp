@@ -14,6 +14,7 @@
 
 #include "OmbrixCore/Concurrency/Publisher+Async.hpp"
 #include "OmbrixCore/Networking/CompletionSubscriptions.hpp"
+#include "OmbrixCore/Networking/Policies/RequestPolicies.hpp"
 #include "OmbrixCore/Networking/Requests/HTTPLines.hpp"
 #include "OmbrixCore/Networking/Requests/HTTPRequestOperationPublisher.hpp"
 #include "OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp"
@@ -22,11 +23,13 @@
 
 namespace ombrix {
 
+class RequestFlows;
+
 /// The ways to make a request to the product's web service: publishers, closures, coroutines. Base
 /// of `OmbrixServerAPI`. Any thread.
 ///
 /// `url` is an absolute URL or a path below the base URL; text that is neither fails with
-/// `badRequestError`. Nothing is tried again by itself.
+/// `badRequestError`. Nothing is tried again but by policies that are asked for.
 class ServerRequests {
  public:
   using HTTPMethod = HttpRequestOperation::HTTPMethod;
@@ -36,6 +39,14 @@ class ServerRequests {
   template <class Output>
   using Result = std::expected<Output, HTTPError>;
 
+  /// @name Policies
+  /// @{
+
+  /// What is done with all requests made from now on, in whatever form; nothing at first. Requests
+  /// between two attempts are on no queue: they count neither in `hasOperations` nor by their ID.
+  void setPolicies(RequestPolicies policies);
+
+  /// @}
   /// @name Publishers
   ///
   /// A request as a publisher: it is sent when it is subscribed to, which may be done once, and
@@ -144,6 +155,18 @@ class ServerRequests {
     return send<Value>(url, HTTPMethod::POST, std::move(options), payload);
   }
 
+  /// The same with a form or several parts.
+  template <class Value = HTTPAnswer>
+  [[nodiscard]] platform::Async<Value> post(std::string_view url, HTTPContent content) {
+    return post<Value>(url, std::move(content), RequestOptions());
+  }
+  template <class Value = HTTPAnswer>
+  [[nodiscard]] platform::Async<Value> post(std::string_view url, HTTPContent content,
+                                            RequestOptions options) {
+    options.content = std::move(content);
+    return send<Value>(url, HTTPMethod::POST, std::move(options));
+  }
+
   /// Any method.
   template <class Value = HTTPAnswer>
   [[nodiscard]] platform::Async<Value> send(std::string_view url, HTTPMethod method,
@@ -195,13 +218,14 @@ class ServerRequests {
  protected:
   enum class Duration : std::uint8_t { request, unlimited };
 
-  ServerRequests() = default;
-  ~ServerRequests() = default;
+  ServerRequests();
+  ~ServerRequests();
   ServerRequests(const ServerRequests&) = delete;
   ServerRequests& operator=(const ServerRequests&) = delete;
 
   const std::shared_ptr<CompletionSubscriptions> subscriptions_ =
       std::make_shared<CompletionSubscriptions>();
+  const std::shared_ptr<RequestFlows> flows_;
 
  private:
   /// An operation of the current environment, on the session for its duration; null where the text
@@ -210,7 +234,7 @@ class ServerRequests {
                                                                       HTTPMethod method,
                                                                       Duration duration) = 0;
 
-  static APIPublisher<HTTPAnswer> publisherOf(
+  APIPublisher<HTTPAnswer> publisherOf(
       const std::shared_ptr<OmbrixAPIHttpRequestOperation>& operation, Payload payload);
 
   template <class Value>

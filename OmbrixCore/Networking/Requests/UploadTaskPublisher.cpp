@@ -3,7 +3,9 @@
 #include <mutex>
 #include <utility>
 
+#include "OmbrixCore/Networking/Requests/Detail/RequestTaskDelegate.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix {
 
@@ -22,12 +24,19 @@ class UploadTaskPublisher::Inner final : public platform::Subscription,
   void request(Demand demand) override {
     if (demand.isNone()) platform::fatalError("a subscriber requested no values");
     std::shared_ptr<platform::URLSessionUploadTask> task;
+    std::shared_ptr<const Parent> begun;
     {
       const std::lock_guard lock(lock_);
       if (!parent_) return;
-      if (!task_) task_ = makeTask();
+      if (!task_) {
+        task_ = makeTask();
+        begun = parent_;
+      }
       demand_ += demand;
       task = task_;
+    }
+    if (begun && begun->handleTask) {
+      platform::callOut("a handler of tasks", [&] { begun->handleTask(task); });
     }
     task->resume();
   }
@@ -48,12 +57,17 @@ class UploadTaskPublisher::Inner final : public platform::Subscription,
 
  private:
   std::shared_ptr<platform::URLSessionUploadTask> makeTask() {
-    return parent_->session->uploadTask(
+    auto task = parent_->session->uploadTask(
         parent_->request, parent_->data,
         [self = shared_from_this()](std::optional<platform::Data> data, auto response,
                                     const auto& error) {
           self->taskEnded(std::move(data), std::move(response), error.get());
         });
+    if (parent_->progress) {
+      task->setDelegate(
+          std::make_shared<detail::RequestTaskDelegate>(nullptr, parent_->progress, nullptr));
+    }
+    return task;
   }
 
   void taskEnded(std::optional<platform::Data> data,
@@ -92,6 +106,22 @@ UploadTaskPublisher::UploadTaskPublisher(platform::URLRequest request,
                                          std::optional<platform::Data> data)
     : parent_(std::make_shared<const Parent>(
           Parent{std::move(request), std::move(session), std::move(data)})) {}
+
+UploadTaskPublisher UploadTaskPublisher::onProgress(RequestOptions::ProgressHandler handler) const {
+  auto watched = std::make_shared<Parent>(*parent_);
+  watched->progress = std::move(handler);
+  UploadTaskPublisher same = *this;
+  same.parent_ = std::move(watched);
+  return same;
+}
+
+UploadTaskPublisher UploadTaskPublisher::onTask(TaskHandler handler) const {
+  auto watched = std::make_shared<Parent>(*parent_);
+  watched->handleTask = std::move(handler);
+  UploadTaskPublisher same = *this;
+  same.parent_ = std::move(watched);
+  return same;
+}
 
 void UploadTaskPublisher::receive(AnySubscriber subscriber) const {
   const auto inner = std::make_shared<Inner>(parent_, subscriber);

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 
+#include "OmbrixCore/Networking/Requests/RequestOptions.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
@@ -31,6 +33,16 @@ class UploadTaskPublisher final
   }
   [[nodiscard]] const std::optional<platform::Data>& data() const noexcept { return parent_->data; }
 
+  using TaskHandler = std::function<void(const std::shared_ptr<platform::URLSessionUploadTask>&)>;
+
+  /// The same upload, which tells how far it is, on the session's delegate queue; calls may be
+  /// merged.
+  [[nodiscard]] UploadTaskPublisher onProgress(RequestOptions::ProgressHandler handler) const;
+
+  /// The same upload, which hands over the task of each subscriber before it is resumed, on the
+  /// thread that first asks for a value.
+  [[nodiscard]] UploadTaskPublisher onTask(TaskHandler handler) const;
+
   void receive(AnySubscriber subscriber) const;
 
  private:
@@ -38,6 +50,8 @@ class UploadTaskPublisher final
     platform::URLRequest request;
     std::shared_ptr<platform::URLSession> session;
     std::optional<platform::Data> data;
+    RequestOptions::ProgressHandler progress = nullptr;
+    TaskHandler handleTask = nullptr;
   };
   class Inner;
 

@@ -35,19 +35,20 @@ struct Gate {
 };
 
 // A call that has looked its key up when the constructor returns, or at least stands in line.
+template <class Value>
 class Caller {
  public:
-  explicit Caller(Async<int> call, std::stop_token stopToken = {})
+  explicit Caller(Async<Value> call, std::stop_token stopToken = {})
       : call_(std::move(call)), context_{platform::poolExecutor(), std::move(stopToken)} {
     call_.begin(context_, wait_.resumption());
   }
-  int get() {
+  Value get() {
     wait_.wait();
     return call_.outcome().take();
   }
 
  private:
-  Async<int> call_;
+  Async<Value> call_;
   const platform::TaskContext context_;
   platform::detail::BlockingWait wait_;
 };
@@ -103,6 +104,28 @@ TEST(OmbrixTaskPoolerTests, CancellingACallerCancelsNothingElse) {
   EXPECT_EQ(joined.get(), 7);
   EXPECT_EQ(late.get(), 7);
   EXPECT_FALSE(asked.try_acquire());
+}
+
+// Catches tasks without a result that run twice, or whose failure is lost.
+TEST(OmbrixTaskPoolerTests, TasksWithoutAResult) {
+  OmbrixTaskPooler<void> pooler;
+  Gate gate;
+  for (const int result : {1, -1}) {
+    const auto work = [run = gate.closure(result)]() -> Async<void> {
+      auto task = run();
+      co_await std::move(task);
+    };
+    Caller creator(pooler.run(work, "a")), joined(pooler.run(work, "a"));
+    gate.open.release();
+    for (auto* caller : {&creator, &joined}) {
+      if (result < 0) {
+        EXPECT_THROW(caller->get(), std::runtime_error);
+      } else {
+        caller->get();
+      }
+    }
+  }
+  EXPECT_EQ(gate.runs, 2);
 }
 
 // Catches a failure of the publisher that arrives as something else.

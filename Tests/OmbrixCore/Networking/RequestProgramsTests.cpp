@@ -34,8 +34,9 @@ TEST(RequestProgramsTests, WhatTheDocumentsPrintRuns) {
       {TOUR_PROGRAM,
        "Examples/Requests/tour.cpp",
        "docs/requests.md",
-       {"signed in", "200, /resorts, 1 redirect", "all of it was sent", "201, 1000000 bytes sent",
-        "300000 bytes in the file", "line one\nline two\n", "forbidden: 403, \"closed\""}},
+       {"GET https://api.ombrix.test/days: 401, attempt 1\n", "/days: 200, attempt 2\n",
+        "0 days, then /resorts\n", "1000000 sent\n", "201 200 200, 300000 bytes\n",
+        "line one\nline two\n", "forbidden: 403\n"}},
   };
   for (const auto& row : rows) {
     EXPECT_THAT(contentsOf(row.document), HasSubstr("```cpp\n" + contentsOf(row.source) + "```"));

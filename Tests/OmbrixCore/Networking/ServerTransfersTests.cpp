@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "OmbrixCore/Networking/Requests/UploadTaskPublisher.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixTesting/EventLog.hpp"
@@ -97,6 +98,27 @@ TEST_F(ServerTransfersTests, FilesGoUp) {
   }
 }
 
+// Catches a publisher's upload whose progress or task is not that of the upload.
+TEST_F(ServerTransfersTests, UploadPublishersHandOverProgressAndTask) {
+  platform::URLRequest request(*platform::URL::parse(server.url("/taken")));
+  request.httpMethod = "PUT";
+  const std::string contents = pattern(1'000'000);
+  const auto sent = std::make_shared<std::atomic<std::int64_t>>(0);
+  const auto plain =
+      uploadTaskPublisher(client().session(), request, platform::dataFrom(contents))
+          .onProgress([sent](const HTTPProgress& progress) { *sent = progress.bytesSent; });
+  EXPECT_EQ(textOf(asAsync(plain).get().data), "thanks");
+  EXPECT_EQ(*sent, 1'000'000);
+  EXPECT_EQ(bodies.take(), std::vector{contents});
+  const auto cancelled = plain.onTask([](const auto& task) { task->cancel(); });
+  try {
+    asAsync(cancelled).get();
+    ADD_FAILURE() << "it went on";
+  } catch (const URLError& error) {
+    EXPECT_EQ(error.code(), URLError::Code::cancelled);
+  }
+}
+
 /// A body that somebody makes up as it goes.
 struct MadeUp final : platform::HTTPBodySource {
   std::string text;
@@ -171,6 +193,7 @@ TEST_F(ServerTransfersTests, UploadsThatFailSayWhy) {
 struct Served {
   std::string contents = pattern(3'000'000), tag = "\"1\"";
   bool breaksOff = false;
+  devserver::End how = devserver::End::reset;
 
   Response operator()(const devserver::Request& request) const {
     const auto* range = request.headers.find("Range");
@@ -189,7 +212,7 @@ struct Served {
     Response whole{.headers = {{"ETag", tag}}, .body = contents};
     if (!breaksOff) return whole;
     return Response::following({devserver::Send{whole.bytes().substr(0, contents.size() / 2)},
-                                devserver::Hold{"broken"}, devserver::End::reset});
+                                devserver::Hold{"broken"}, how});
   }
 };
 
@@ -236,6 +259,90 @@ TEST_F(ServerTransfersTests, DownloadsGoOnWhereTheyBroke) {
   EXPECT_EQ(outcome(client().download("status/404?body=%22gone%22", file)).error(),
             HTTPError::resourceNotFoundError());
   EXPECT_FALSE(std::filesystem::exists(part));
+}
+
+/// Retries as soon as it may.
+RequestOptions persistent() {
+  RetryPolicy policy;
+  policy.random = [] { return 0.0; };
+  return {.retry = policy};
+}
+
+// Catches a retry that loads again what is there, mixes up what it has with what comes, tells lines
+// twice, or sends another body than before.
+TEST_F(ServerTransfersTests, RetriesGoOnWithWhatIsThere) {
+  const auto attempts = std::make_shared<std::atomic<int>>(0);
+  const auto served = std::make_shared<const Served>();
+  server.openGate("broken");
+  server.route("GET", "/file", [=](const auto& request) {
+    auto now = *served;
+    now.breaksOff = ++*attempts == 1;
+    now.how = devserver::End::close;
+    return now(request);
+  });
+  const auto answer = client().download("file", dir.path() / "track", persistent()).get();
+  EXPECT_EQ(answer.code, 206);
+  EXPECT_EQ(answer.metrics.attempt, 2);
+  EXPECT_EQ(dir.read("track"), served->contents);
+
+  *attempts = 0;
+  server.route("GET", "/lines", [=](const auto&) {
+    if (++*attempts == 1) return Response::message(503, "later");
+    return Response::following(
+        {devserver::Send{"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\none\n"},
+         devserver::End::close});
+  });
+  auto lines = client().lines("lines", persistent());
+  EXPECT_EQ(lines.next().get(), "one");
+  EXPECT_FALSE(outcome(lines.next()));
+  EXPECT_EQ(*attempts, 2);
+
+  *attempts = 0;
+  server.route("PUT", "/busy", [this, attempts](const devserver::Request& request) {
+    bodies.add(request.body);
+    return ++*attempts == 1 ? Response::message(503, "later") : Response::text("thanks");
+  });
+  const std::string contents = pattern(300'000);
+  EXPECT_EQ(
+      client().upload("busy", dir.write("up", contents), Method::PUT, persistent()).get().code,
+      200);
+  EXPECT_EQ(bodies.take(), (std::vector{contents, contents}));
+}
+
+// Catches forms and parts that a server reads otherwise than they were meant: names that end early,
+// a boundary within a part, a file that is missing, or sent but once where a redirect wants it
+// again.
+TEST_F(ServerTransfersTests, FormsAndPartsGoUp) {
+  const auto form = HTTPContent::form({{"a b", "ä&="}, {"", "*-._~"}, {"c", ""}});
+  EXPECT_EQ(client().post("taken", form).get().code, 200);
+  EXPECT_EQ(bodies.take(), std::vector<std::string>{"a+b=%C3%A4%26%3D&=*-._%7E&c="});
+  EXPECT_EQ(lastHeader("/taken", "Content-Type"), "application/x-www-form-urlencoded");
+
+  const std::string contents = pattern(3'000'000);
+  const auto file = dir.write("track.csv", contents);
+  auto next = [n = 0]() mutable { return "line" + std::to_string(++n); };
+  const auto parts = HTTPContent::multipart(
+      {HTTPPart::field("day", "is line1 free?"),
+       HTTPPart::file("the \"track\"\r\n", file, "text/csv"),
+       HTTPPart::data("line2", platform::SharedData(platform::dataFrom("")), "empty")},
+      next);
+  const std::string body =
+      "--line3\r\nContent-Disposition: form-data; name=\"day\"\r\n\r\nis line1 free?"
+      "\r\n--line3\r\nContent-Disposition: form-data; name=\"the %22track%22%0D%0A\"; "
+      "filename=\"track.csv\"\r\nContent-Type: text/csv\r\n\r\n" +
+      contents +
+      "\r\n--line3\r\nContent-Disposition: form-data; name=\"line2\"; filename=\"empty\"\r\n"
+      "Content-Type: application/octet-stream\r\n\r\n"
+      "\r\n--line3--\r\n";
+  for (const char* path : {"taken", "moved"}) {
+    EXPECT_EQ(client().post(path, parts).get().code, 200);
+    EXPECT_EQ(bodies.take(), std::vector{body});
+    EXPECT_EQ(lastHeader("/taken", "Content-Type"), "multipart/form-data; boundary=line3");
+  }
+  const auto missing = HTTPContent::multipart({HTTPPart::file("track", dir.path() / "none")});
+  const auto refused = outcome(client().post("taken", missing));
+  ASSERT_FALSE(refused);
+  EXPECT_EQ(refused.error().underlyingError()->code(), URLError::Code::fileDoesNotExist);
 }
 
 std::vector<std::string> linesOf(HTTPLines lines) {

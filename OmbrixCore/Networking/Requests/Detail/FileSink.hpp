@@ -25,6 +25,9 @@ class FileSink final : public HTTPBodySink {
                                                platform::DataView piece) override;
   std::expected<void, platform::URLError> end(const platform::HTTPURLResponse& response) override;
 
+  [[nodiscard]] bool beginAgain(const std::shared_ptr<HttpRequestOperation>& operation,
+                                platform::HTTPHeaders& headers) override;
+
   /// The server has no bytes behind those that lie there (416): true when those were all, and the
   /// file is there now; else they are thrown away.
   [[nodiscard]] bool endWithWhatIsThere(const platform::HTTPURLResponse& response);

@@ -24,6 +24,10 @@ class HTTPLines::State final : public HTTPBodySink {
                                                platform::DataView piece) override;
   std::expected<void, platform::URLError> end(const platform::HTTPURLResponse& response) override;
 
+  /// False once a part of the answer has come.
+  [[nodiscard]] bool beginAgain(const std::shared_ptr<HttpRequestOperation>& operation,
+                                platform::HTTPHeaders& headers) override;
+
   /// The request is over; null where the body was whole.
   void finish(std::exception_ptr error);
 
@@ -41,10 +45,11 @@ class HTTPLines::State final : public HTTPBodySink {
   void add(std::string line);
   void wake();
 
-  const std::weak_ptr<HttpRequestOperation> operation_;
-  std::string partial_;  // delegate queue
+  std::string partial_;    // delegate queue
+  bool hasBegun_ = false;  // delegate queue
 
   platform::FutexLock lock_;  // guards what follows
+  std::weak_ptr<HttpRequestOperation> operation_;
   std::deque<std::string> lines_;
   std::size_t bytes_ = 0;  // of these lines
   bool isHeld_ = false;

@@ -1,0 +1,72 @@
+#pragma once
+
+#include <chrono>
+#include <memory>
+#include <optional>
+
+#include "OmbrixCore/Networking/Policies/RequestFlows.hpp"
+#include "OmbrixCore/Networking/Policies/RequestPolicies.hpp"
+#include "OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp"
+#include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
+
+namespace ombrix::detail {
+
+/// One request under policies, delivered to one subscriber: its attempts, one after the other, and
+/// the waits between them. From its first demand to its end the client keeps it.
+class RequestFlow final : public platform::Subscription,
+                          public std::enable_shared_from_this<RequestFlow> {
+ public:
+  using AnySubscriber = std::shared_ptr<platform::Subscriber<HTTPAnswer, HTTPError>>;
+  using Operation = std::shared_ptr<OmbrixAPIHttpRequestOperation>;
+  using Seconds = std::chrono::duration<double>;
+
+  RequestFlow(std::shared_ptr<RequestFlows> flows, std::shared_ptr<const RequestPolicies> policies,
+              Operation operation, AnySubscriber downstream);
+
+  void request(platform::Demand demand) override;
+  void cancel() override;
+
+  [[nodiscard]] bool isLong() const noexcept { return isLong_; }
+
+ private:
+  class Attempt;
+
+  /// What comes after a failure.
+  struct Next {
+    Operation operation;
+    Seconds pause{};
+    bool wantsToken = false;
+  };
+
+  void start(const Operation& operation);
+  void ended(const void* attempt, RequestInterceptor::Answer answer);
+  void vanished(const void* attempt);
+  Operation take(const void* attempt);
+  std::optional<Next> nextAfter(const OmbrixAPIHttpRequestOperation& failed,
+                                const HTTPError& error);
+  void startAfter(Seconds pause, std::chrono::steady_clock::time_point at, Operation operation);
+  void awaitToken(const OmbrixAPIHttpRequestOperation& refused, Operation next, HTTPError error);
+  void deliver(const RequestInterceptor::Answer& answer);
+  AnySubscriber finish();
+
+  const std::shared_ptr<RequestFlows> flows_;
+  const std::shared_ptr<const RequestPolicies> policies_;
+  const std::optional<RetryPolicy> retry_;
+  const std::optional<TokenRefresher> refresher_;
+  const bool isLong_;
+
+  // Used by the end of an attempt, and by what follows it: by one at a time.
+  std::chrono::steady_clock::time_point begun_;
+  int retries_ = 0;
+  bool hasRefreshed_ = false;
+
+  platform::FutexLock lock_;  // guards what follows
+  Operation operation_;       // the first one, or the one under way; null in between and at the end
+  platform::EventToken pause_;
+  AnySubscriber downstream_;  // null at the end
+  bool hasBegun_ = false;
+};
+
+}  // namespace ombrix::detail
