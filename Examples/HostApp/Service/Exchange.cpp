@@ -7,6 +7,7 @@
 
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Text/UTF8.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -17,6 +18,7 @@ using platform::URLError;
 constexpr int kTooLong = 413;
 // A sentence of the server's, not a page.
 constexpr std::size_t kLongestMessage = 500;
+constexpr std::size_t kLongestField = 8'192;
 
 const char* sourceText(Metrics::FetchType type) {
   switch (type) {
@@ -40,12 +42,30 @@ std::string shownURL(const platform::URL& url) {
   return text;
 }
 
+/// A text of a server's for a terminal: cut behind a whole character, and without what would steer
+/// the terminal.
+std::string shownText(std::string_view text, std::size_t longest) {
+  const std::string whole = platform::stringFromUTF8Repaired(platform::bytesOf(text));
+  std::string shown;
+  for (std::size_t at = 0; at < whole.size();) {
+    const auto lead = static_cast<unsigned char>(whole[at]);
+    const std::size_t size = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+    if (at + size > longest) return shown += "…";
+    const auto last = static_cast<unsigned char>(whole[at + size - 1]);
+    const bool isC1 = lead == 0xC2 && last < 0xA0;
+    const bool isControl = (lead < 0x20 && lead != '\n') || lead == 0x7F || isC1;
+    shown += isControl ? "\uFFFD" : whole.substr(at, size);
+    at += size;
+  }
+  return shown;
+}
+
 /// What the server says about a failure, where it says so in our service's manner.
 std::string messageIn(platform::DataView body) {
   try {
     const auto json = platform::JSON::parse(body);
     const auto* message = json["message"].string();
-    return message == nullptr ? std::string() : message->substr(0, kLongestMessage);
+    return message == nullptr ? std::string() : *message;
   } catch (const platform::JSONError&) {
     return {};
   }
@@ -118,7 +138,7 @@ void printAnswer(const platform::HTTPURLResponse& response, const HTTPMetrics& m
              sourceText(metrics.fetchType), milliseconds(metrics.total));
   if (!isVerbose) return;
   for (const auto& [name, value] : response.headers()) {
-    fmt::print(stderr, "< {}: {}\n", name, shownValue(name, value));
+    fmt::print(stderr, "< {}: {}\n", name, shownText(shownValue(name, value), kLongestField));
   }
   fmt::print(stderr,
              "waited {:.1f} ms, name {:.1f} ms, connection {:.1f} ms, TLS {:.1f} ms, "
@@ -131,13 +151,14 @@ void printAnswer(const platform::HTTPURLResponse& response, const HTTPMetrics& m
 }
 
 std::string failureText(const HTTPError& error) {
-  std::string text = OmbrixServerAPI::errorMessageForError(&error);
+  // The sentence may be the server's as well.
+  std::string text = shownText(OmbrixServerAPI::errorMessageForError(&error), kLongestMessage);
   const auto add = [&](std::string_view line) { text.append("\n  ").append(line); };
   if (const auto* transport = error.underlyingError()) add(transport->what());
   if (const auto* cause = error.cause(); cause != nullptr && cause->response) {
     const auto message = messageIn(cause->body);
     if (error.asValidation() == nullptr && !message.empty()) {
-      add(fmt::format("The server says: {}", message));
+      add(fmt::format("The server says: {}", shownText(message, kLongestMessage)));
     }
   }
   if (const char* advice = whatToDo(error)) add(advice);

@@ -182,8 +182,4 @@ HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std:
   return *std::move(result);
 }
 
-Data upload(const std::string& file, std::string_view path, const std::string& method) {
-  return uploadFile(file, path, method, {}).data;
-}
-
 }  // namespace ombrix::hostapp

@@ -40,7 +40,4 @@ platform::JSON post(std::string_view path, platform::Data document);
 HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std::string& method,
                       platform::HTTPHeaders headers);
 
-/// The same without fields of its own; gives the answer's body.
-platform::Data upload(const std::string& file, std::string_view path, const std::string& method);
-
 }  // namespace ombrix::hostapp
