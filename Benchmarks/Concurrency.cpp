@@ -2,6 +2,7 @@
 // same work before it is timed: a lost or doubled job is an error.
 
 #include <benchmark/benchmark.h>
+#include <malloc.h>
 #include <tbb/task_group.h>
 
 #include <asio/post.hpp>
@@ -31,6 +32,10 @@ using namespace ombrix;
 using namespace ombrix::platform;
 
 constexpr int kBatch = 1'000;
+
+// What a batch frees is kept for the next one. Otherwise it depends on where some other block lies
+// whether every batch pays for fresh pages.
+[[maybe_unused]] const bool keepsMemory = ::mallopt(M_TRIM_THRESHOLD, 64 << 20) != 0;
 
 // A queue with one thread, a mutex and a condition variable: what one writes by hand.
 class PlainQueue {

@@ -38,7 +38,7 @@ void AsyncOperation::start() {
   if (after != OperationState::executing) return;
   execution_.emplace();
   execution_->operation = std::static_pointer_cast<AsyncOperation>(shared_from_this());
-  platform::poolExecutor()->post([this] { executeOnPool(); });
+  postFromStart([this] { executeOnPool(); });
 }
 
 // The operation holds itself until `execute` is over.
@@ -72,9 +72,9 @@ AsyncOperation::OperationState AsyncOperation::setState(auto decide) {
     return state = decide(state);
   });
   if (before == after) return OperationState::finished;
-  if (after == OperationState::executing && !isObserved()) return after;
-  const auto keepAlive = weak_from_this().lock();
+  std::shared_ptr<NSOperation> keepAlive;  // an observer may let go of it
   if (isObserved()) {
+    keepAlive = weak_from_this().lock();
     announceToObservers(
         "state", [&](auto key) { return valueIn(before, key); },
         [&](auto key) { return valueIn(after, key); });

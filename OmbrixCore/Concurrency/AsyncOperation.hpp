@@ -42,8 +42,8 @@ class AsyncOperation : public platform::NSOperation {
   /// a task that awaits `execute`, unless it was finished by hand. Does nothing the second time.
   void start() override;
 
-  /// The work; runs on the thread pool, not on the queue's thread. It must be overridden: here it
-  /// stops the program, as an exception that leaves it does.
+  /// The work; runs on the thread pool, outside the queue's job that starts it and after that. It
+  /// must be overridden: here it stops the program, as an exception that leaves it does.
   virtual platform::Async<void> execute();
 
   /// Ends the operation; nothing happens the second time.
@@ -51,6 +51,9 @@ class AsyncOperation : public platform::NSOperation {
 
  protected:
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
+
+  // One state: what is ready does not execute.
+  [[nodiscard]] bool mayStart() const override { return isReady(); }
 
  private:
   struct Execution {

@@ -49,7 +49,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 
   State(Kind queueKind, DispatchPriority lane) : kind(queueKind), priority(lane) {}
 
-  void enqueue(Job job, bool isBarrier) {
+  void enqueue(Job&& job, bool isBarrier) {
     if (isGlobal) return ThreadPool::shared().post(std::move(job), priority, this);
     if (kind == Kind::concurrent) {
       if (begin(job, isBarrier)) submit();
@@ -255,6 +255,17 @@ DispatchQueue& DispatchQueue::main() {
 }
 
 void DispatchQueue::async(Job job) { state_->enqueue(std::move(job), false); }
+
+void DispatchQueue::asyncNext(Job job) {
+  auto& pool = ThreadPool::shared();
+  if (isGlobal() && !pool.hasWaiting()) {
+    pool.postNext(std::move(job), state_->priority, state_.get());
+  } else {
+    async(std::move(job));
+  }
+}
+
+bool DispatchQueue::isGlobal() const noexcept { return state_->isGlobal; }
 
 void DispatchQueue::asyncBarrier(Job job) { state_->enqueue(std::move(job), true); }
 

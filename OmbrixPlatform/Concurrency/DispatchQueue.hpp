@@ -85,7 +85,14 @@ class DispatchQueue final : public Executor, public std::enable_shared_from_this
   [[nodiscard]] bool isCurrent() const noexcept;
 
  private:
+  friend class NSOperationQueue;
   struct State;
+
+  [[nodiscard]] bool isGlobal() const noexcept;
+
+  /// As `async`, by the last act of a job of the pool: a global queue that nothing waits beside
+  /// runs it on the calling thread, right after that job.
+  void asyncNext(Job job);
 
   /// Blocks until the job has run on this queue.
   void runAndWait(std::function<void()> job);

@@ -2,10 +2,13 @@
 
 #include <chrono>
 #include <exception>
+#include <new>
 #include <thread>
 #include <utility>
+#include <vector>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -16,7 +19,28 @@ constexpr std::chrono::seconds kOwnThreadIdleTime{5};
 
 thread_local const MainLoop* loopOfJob = nullptr;  // whose job this thread runs
 
+// The loops whose thread could not be made before.
+FutexLock listLock;
+MainLoop* lastListed = nullptr;
+std::size_t listedCount = 0;
+
 }  // namespace
+
+MainLoop::~MainLoop() {
+  const std::lock_guard lock(listLock);
+  if (!isListed_) return;
+  if (previous_) previous_->next_ = next_;
+  (next_ ? next_->previous_ : lastListed) = previous_;
+  --listedCount;
+}
+
+void MainLoop::list() {
+  const std::lock_guard lock(listLock);
+  if (std::exchange(isListed_, true)) return;
+  previous_ = std::exchange(lastListed, this);
+  if (previous_) previous_->next_ = this;
+  ++listedCount;
+}
 
 const std::shared_ptr<MainLoop>& MainLoop::shared() {
   static const auto& loop = *new auto(std::make_shared<MainLoop>());
@@ -33,9 +57,24 @@ void MainLoop::post(Job job) {
   detail::retryAfterShortage();
 }
 
-void MainLoop::retryOwnThread() {
-  const std::lock_guard lock(mutex_);
-  startOwnThread();
+void MainLoop::retryOwnThreads() {
+  std::vector<std::shared_ptr<MainLoop>> loops;  // let go of without the lock
+  {
+    const std::lock_guard lock(listLock);
+    try {
+      loops.reserve(listedCount);
+    } catch (const std::bad_alloc&) {
+      return detail::noteThreadShortage();
+    }
+    for (auto* each = lastListed; each; each = each->previous_) {
+      loops.push_back(each->weak_from_this().lock());
+    }
+  }
+  for (const auto& loop : loops) {
+    if (!loop) continue;
+    const std::lock_guard lock(loop->mutex_);
+    loop->startOwnThread();
+  }
 }
 
 // What waits stays when no thread can be made; it is tried again.
@@ -45,6 +84,7 @@ void MainLoop::startOwnThread() {
     std::thread([this, self = shared_from_this()] { serve(); }).detach();
     ownThreadServes_ = true;
   } catch (const std::exception&) {
+    list();
     detail::noteThreadShortage();
   }
 }

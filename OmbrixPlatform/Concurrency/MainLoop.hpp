@@ -24,6 +24,9 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
   /// The loop behind the default `mainExecutor` service.
   static const std::shared_ptr<MainLoop>& shared();
 
+  MainLoop() = default;
+  ~MainLoop() override;
+
   /// Any thread.
   void post(Job job) override;
 
@@ -43,8 +46,9 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
   /// Ends what `pump` began: the library's own thread serves again. Any thread.
   void handBack();
 
-  /// Makes the library's own thread if jobs wait for it and it could not be made before.
-  void retryOwnThread();
+  /// Makes the library's own threads for which jobs wait and which could not be made before, of all
+  /// loops.
+  static void retryOwnThreads();
 
   /// Whether the calling thread has made itself the main thread, and is it still.
   [[nodiscard]] bool isMainThread();
@@ -56,7 +60,12 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
   void startOwnThread();
   bool runOne(std::unique_lock<std::mutex>& lock);
 
-  std::mutex mutex_;
+  void list();
+
+  bool isListed_ = false;  // among those whose thread could not be made before
+  MainLoop* previous_ = nullptr;
+  MainLoop* next_ = nullptr;
+  std::mutex mutex_;  // guards what follows
   std::condition_variable changed_;
   std::deque<Job> jobs_;
   bool isAdopted_ = false;

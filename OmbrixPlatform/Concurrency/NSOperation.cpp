@@ -25,7 +25,7 @@ NSOperation::~NSOperation() {
   detail::NestedCalls::make([held = std::move(dependencies_)]() mutable { held.clear(); });
 }
 
-bool NSOperation::isReady() const { return isCancelled() || unfinishedDependencies() == 0; }
+bool NSOperation::isReady() const { return isCancelled() || unfinishedDependencies_.load() == 0; }
 bool NSOperation::isExecuting() const {
   return (flags_.load() & (kExecuting | kFinished)) == kExecuting;
 }
@@ -35,14 +35,22 @@ void NSOperation::start() {
   const auto before = flags_.fetch_or(kExecuting);
   if ((before & kExecuting) != 0) return;
   const bool announcesItself = isAsynchronous();
-  if (!announcesItself) announce("executing", before, before | kExecuting);
+  std::shared_ptr<NSOperation> keepAlive;  // an observer may let go of it
+  if (!announcesItself && isObserved()) {
+    keepAlive = weak_from_this().lock();
+    announceToObservers("executing", before, before | kExecuting);
+  }
   if (!isCancelled()) {
     const detail::InsideScope scope(this);
     callOut("an operation's main()", [this] { main(); });
   }
   if (announcesItself) return;
   const auto during = flags_.fetch_or(kFinished);
-  announce("finished", during, during | kFinished);
+  if (isObserved()) {
+    keepAlive = weak_from_this().lock();
+    announceToObservers("finished", during, during | kFinished);
+  }
+  announceEnd(Starting::isLastAct(this));
 }
 
 void NSOperation::cancel() {
@@ -54,7 +62,10 @@ void NSOperation::cancel() {
     before = flags_.fetch_or(kCancelled);
     unfinished = unfinishedDependencies_;
   }
-  if ((before & kCancelled) == 0) announce("cancelled", before, before | kCancelled, unfinished);
+  if ((before & kCancelled) != 0) return;
+  const auto keepAlive = weak_from_this().lock();
+  if (isObserved()) announceToObservers("cancelled", before, before | kCancelled, unfinished);
+  lookAgain();
 }
 
 void NSOperation::addDependency(const std::shared_ptr<NSOperation>& operation) {
@@ -129,24 +140,20 @@ void NSOperation::announceToObservers(std::string_view key, const Values& before
   }
 }
 
-void NSOperation::announce(std::string_view key, std::uint32_t before, std::uint32_t after,
-                           std::size_t unfinishedDependencies) {
-  const auto keepAlive = weak_from_this().lock();
-  if (isObserved()) {
-    const auto tell = [&](std::string_view each) {
-      const auto old = valueIn(before, unfinishedDependencies, each);
-      const auto now = valueIn(after, unfinishedDependencies, each);
-      if (old != now) announceChange(each, old, now);
-    };
-    tell(key);
-    for (const auto other : kStateKeys) {
-      if (other == key || !keyPathsForValuesAffectingValue(other).contains(std::string(key))) {
-        continue;
-      }
-      tell(other);
+void NSOperation::announceToObservers(std::string_view key, std::uint32_t before,
+                                      std::uint32_t after, std::size_t unfinishedDependencies) {
+  const auto tell = [&](std::string_view each) {
+    const auto old = valueIn(before, unfinishedDependencies, each);
+    const auto now = valueIn(after, unfinishedDependencies, each);
+    if (old != now) announceChange(each, old, now);
+  };
+  tell(key);
+  for (const auto other : kStateKeys) {
+    if (other == key || !keyPathsForValuesAffectingValue(other).contains(std::string(key))) {
+      continue;
     }
+    tell(other);
   }
-  lookAgain();
 }
 
 std::optional<std::int64_t> NSOperation::valueIn(std::uint32_t state,
@@ -175,7 +182,7 @@ void NSOperation::lookAgain() {
   }
 }
 
-void NSOperation::announceEnd() {
+void NSOperation::announceEnd(bool isLastAct) {
   std::vector<std::weak_ptr<NSOperation>> dependants;
   std::vector<std::shared_ptr<NSOperation>> dependencies;
   std::shared_ptr<detail::OperationListener> listener;
@@ -188,7 +195,10 @@ void NSOperation::announceEnd() {
     listener = std::move(queue_);
     completionBlock.swap(completionBlock_);
   }
-  if (listener) listener->operationFinished(*this);
+  // Without its queue only the caller holds it.
+  const auto keepAlive = listener
+                             ? listener->operationFinished(*this, isLastAct && dependants.empty())
+                             : weak_from_this().lock();
   for (const auto& weak : dependants) {
     if (const auto dependant = weak.lock()) dependant->dependencyFinished();
   }
@@ -207,16 +217,20 @@ void NSOperation::dependencyFinished() {
   lookAgain();
 }
 
-std::size_t NSOperation::unfinishedDependencies() const {
-  const std::lock_guard lock(mutex_);
-  return unfinishedDependencies_;
+void NSOperation::postFromStart(Job job) const {
+  if (Starting::isLastAct(this)) {
+    ThreadPool::shared().postNext(std::move(job));
+  } else {
+    ThreadPool::shared().post(std::move(job));
+  }
 }
 
-bool NSOperation::enter(std::shared_ptr<detail::OperationListener> queue) {
+NSOperation::Entered NSOperation::enter(std::shared_ptr<detail::OperationListener> queue) {
   const std::lock_guard lock(mutex_);
-  if (std::exchange(wasQueued_, true)) return false;
-  if (hasFinished_.load() == 0) queue_ = std::move(queue);
-  return true;
+  if (hasFinished_.load() != 0) return Entered::hasFinished;
+  if (std::exchange(wasQueued_, true)) return Entered::again;
+  queue_ = std::move(queue);
+  return Entered::yes;
 }
 
 std::shared_ptr<detail::OperationListener> NSOperation::queue() const {

@@ -8,8 +8,10 @@
 #include <set>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Concurrency/Executor.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/InsideScope.hpp"
 #include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
@@ -28,7 +30,9 @@ struct OperationEntry {
   OperationSegment* segment = nullptr;
   NSOperation* previous = nullptr;  // in the order of adding
   NSOperation* next = nullptr;
-  bool isQueued = false;  // in the ready list of its segment, or started
+  NSOperation* readyBefore = nullptr;  // in the ready list of its segment
+  NSOperation* readyAfter = nullptr;
+  bool isQueued = false;  // in that list, or started
   bool isStarted = false;
 };
 
@@ -41,7 +45,11 @@ class OperationListener {
   virtual void operationChanged(NSOperation& operation) = 0;
 
   /// Once.
-  virtual void operationFinished(NSOperation& operation) = 0;
+  ///
+  /// @param isLastAct Whether the pool's job that calls this ends right after it.
+  /// @return The operation, if the queue still held it.
+  virtual std::shared_ptr<NSOperation> operationFinished(NSOperation& operation,
+                                                         bool isLastAct) = 0;
 };
 
 }  // namespace detail
@@ -71,6 +79,9 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
 
   /// Runs `main` unless it is cancelled, and finishes. Does nothing the second time. Called by the
   /// queue, on its threads.
+  ///
+  /// An override should end once it has called this: what follows may go on on the same thread, and
+  /// then only begins after it.
   virtual void start();
 
   /// The work; empty here.
@@ -115,12 +126,38 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   /// The two halves of it, for subclasses that know what a change means: observers are told, and
   /// what waits for the end of the operation. The second half does nothing the second time.
   void announceToObservers(std::string_view key, const Values& before, const Values& after);
-  void announceEnd();
+  void announceEnd(bool isLastAct = false);
+
+  /// Whether it may be started now: ready, and not executing.
+  [[nodiscard]] virtual bool mayStart() const { return isReady() && !isExecuting(); }
+
+  /// The last act of `start`: runs the job on the thread pool; right after the job that called
+  /// `start`, on the same thread, if that was one of a queue in the pool.
+  void postFromStart(Job job) const;
 
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
 
  private:
   friend class NSOperationQueue;
+
+  // Whether it entered the queue.
+  enum class Entered : std::uint8_t { yes, hasFinished, again };
+
+  // Says that a job of the pool starts this operation and then ends.
+  class Starting {
+   public:
+    explicit Starting(const NSOperation* operation) noexcept
+        : outer_(std::exchange(started_, operation)) {}
+    ~Starting() { started_ = outer_; }
+    Starting(const Starting&) = delete;
+    Starting& operator=(const Starting&) = delete;
+
+    static bool isLastAct(const NSOperation* operation) noexcept { return started_ == operation; }
+
+   private:
+    static inline constinit thread_local const NSOperation* started_ = nullptr;
+    const NSOperation* const outer_;
+  };
 
   // The one word of the state. An operation that is asynchronous keeps its own beside it, and of
   // this one only whether it was started and cancelled.
@@ -130,13 +167,12 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
 
   std::optional<std::int64_t> valueIn(std::uint32_t state, std::size_t unfinishedDependencies,
                                       std::string_view key) const;
-  void announce(std::string_view key, std::uint32_t before, std::uint32_t after,
-                std::size_t unfinishedDependencies = 0);
+  void announceToObservers(std::string_view key, std::uint32_t before, std::uint32_t after,
+                           std::size_t unfinishedDependencies = 0);
   void lookAgain();
   void dependencyFinished();
-  std::size_t unfinishedDependencies() const;
-  /// Enters the queue once in a lifetime; false the second time.
-  bool enter(std::shared_ptr<detail::OperationListener> queue);
+  /// Enters the queue, once in a lifetime.
+  Entered enter(std::shared_ptr<detail::OperationListener> queue);
   std::shared_ptr<detail::OperationListener> queue() const;
 
   std::atomic<std::uint32_t> flags_{0};
@@ -144,7 +180,7 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   detail::OperationEntry entry_;
   mutable FutexLock mutex_;  // guards what follows
   bool wasQueued_ = false;
-  std::size_t unfinishedDependencies_ = 0;
+  std::atomic<std::size_t> unfinishedDependencies_{0};  // changed under the lock
   std::vector<std::shared_ptr<NSOperation>> dependencies_;
   std::vector<std::weak_ptr<NSOperation>> dependants_;
   std::shared_ptr<detail::OperationListener> queue_;

@@ -1,7 +1,7 @@
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 
+#include <atomic>
 #include <condition_variable>
-#include <deque>
 #include <list>
 #include <mutex>
 #include <utility>
@@ -17,18 +17,19 @@ namespace ombrix::platform {
 // of a queue runs.
 struct detail::OperationSegment {
   std::size_t unfinished = 0;
-  std::deque<std::shared_ptr<NSOperation>> ready;
+  NSOperation* firstReady = nullptr;
+  NSOperation* lastReady = nullptr;
   std::function<void()> barrier;
   bool hasBarrier = false;
   bool barrierRuns = false;
 };
 
-namespace {
-
 // Starts an operation. Where the executor drops it, the operation is cancelled and finishes.
-class StartJob {
+class NSOperationQueue::StartJob {
  public:
-  explicit StartJob(std::shared_ptr<NSOperation> operation) : operation_(std::move(operation)) {}
+  /// @param isWholeJob Whether it is all that the pool's job does.
+  StartJob(std::shared_ptr<NSOperation> operation, bool isWholeJob)
+      : operation_(std::move(operation)), isWholeJob_(isWholeJob) {}
   StartJob(StartJob&&) noexcept = default;
   StartJob& operator=(StartJob&&) = delete;
   ~StartJob() {
@@ -41,14 +42,14 @@ class StartJob {
 
   void operator()() {
     const auto operation = std::move(operation_);
+    const NSOperation::Starting starting(isWholeJob_ ? operation.get() : nullptr);
     operation->start();
   }
 
  private:
   std::shared_ptr<NSOperation> operation_;
+  bool isWholeJob_;
 };
-
-}  // namespace
 
 // Shared by the queue object and the operations in it, so that these finish without the former.
 class NSOperationQueue::State final : public detail::OperationListener,
@@ -57,11 +58,18 @@ class NSOperationQueue::State final : public detail::OperationListener,
   void setQueue(std::weak_ptr<NSOperationQueue> queue) { queue_ = std::move(queue); }
 
   void add(std::shared_ptr<NSOperation> operation) {
-    if (operation->isFinished()) fatalError("a finished operation was added to a queue");
-    if (!operation->enter(shared_from_this())) {
-      fatalError("an operation was added to a queue twice");
+    switch (operation->enter(shared_from_this())) {
+      case NSOperation::Entered::hasFinished:
+        fatalError("a finished operation was added to a queue");
+      case NSOperation::Entered::again:
+        fatalError("an operation was added to a queue twice");
+      case NSOperation::Entered::yes:
+        break;
     }
     NSOperation& added = *operation;
+    const bool isReady = added.mayStart();
+    bool hasFinished = false;
+    Startable next;
     announce([&] {
       const std::lock_guard lock(mutex_);
       auto& entry = added.entry_;
@@ -71,30 +79,34 @@ class NSOperationQueue::State final : public detail::OperationListener,
       entry.previous = std::exchange(last_, &added);
       (entry.previous ? entry.previous->entry_.next : first_) = &added;
       ++count_;
+      hasFinished = added.hasFinished_.load() != 0;
+      if (!isReady || hasFinished) return;
+      makeReady(added);
+      next = takeStartable();
     });
-    // It may have announced its end by other hands before it was in the list.
-    if (operation->hasFinished_.load() != 0) {
-      operationFinished(added);
-    } else {
+    start(std::move(next));
+    // Before it was in the list it may have announced its end by other hands, or become ready.
+    if (hasFinished) {
+      if (holds(added)) operationFinished(added, false);
+    } else if (!isReady) {
       operationChanged(added);
     }
   }
 
   void operationChanged(NSOperation& operation) override {
-    if (!operation.isReady() || operation.isExecuting()) return;
+    if (!operation.mayStart()) return;
     Startable next;
     {
       const std::lock_guard lock(mutex_);
-      auto& entry = operation.entry_;
+      const auto& entry = operation.entry_;
       if (!entry.operation || entry.isQueued) return;
-      entry.segment->ready.push_back(entry.operation);  // may throw: then it is not queued
-      entry.isQueued = true;
+      makeReady(operation);
       next = takeStartable();
     }
     start(std::move(next));
   }
 
-  void operationFinished(NSOperation& operation) override {
+  std::shared_ptr<NSOperation> operationFinished(NSOperation& operation, bool isLastAct) override {
     std::shared_ptr<NSOperation> removed;
     Startable next;
     announce([&] {
@@ -106,12 +118,20 @@ class NSOperationQueue::State final : public detail::OperationListener,
       (entry.next ? entry.next->entry_.previous : last_) = entry.previous;
       --count_;
       --entry.segment->unfinished;
-      if (entry.isStarted) --running_;
+      if (entry.isStarted) {
+        --running_;
+      } else if (entry.isQueued) {
+        unlinkReady(operation);
+      }
       notifyIfEmpty();
       next = takeStartable();
     });
-    start(std::move(next));
+    start(std::move(next), isLastAct);
+    return removed;
   }
+
+  /// Before the first observer of the queue object.
+  void willBeObserved() { isObserved_ = true; }
 
   /// The queue object is gone. What a width of 0 holds back could never start: it is cancelled, and
   /// finishes.
@@ -157,14 +177,15 @@ class NSOperationQueue::State final : public detail::OperationListener,
     detail::checkMayBlock();
     const ThreadPool::BlockingScope blocking;
     const auto hasEmptied = [this] { return isEmpty(); };
+    ++waiters_;
     lock.unlock();
     const bool isOver = detail::waitUntilWatched([&](auto interval) {
       std::unique_lock waiting(mutex_);
       return emptied_.wait_for(waiting, interval, hasEmptied);
     });
-    if (isOver) return;
     lock.lock();
-    emptied_.wait(lock, hasEmptied);
+    if (!isOver) emptied_.wait(lock, hasEmptied);
+    --waiters_;
   }
 
   template <class Access>
@@ -184,7 +205,8 @@ class NSOperationQueue::State final : public detail::OperationListener,
 
   std::string name_;
   std::ptrdiff_t width_ = kDefaultMaxConcurrentOperationCount;
-  std::shared_ptr<DispatchQueue> target_ = DispatchQueue::global().shared_from_this();
+  // It lives for ever, so the pointer owns nothing and copying it counts nothing.
+  std::shared_ptr<DispatchQueue> target_{std::shared_ptr<void>(), &DispatchQueue::global()};
   std::size_t count_ = 0;
 
  private:
@@ -198,7 +220,24 @@ class NSOperationQueue::State final : public detail::OperationListener,
   };
 
   bool mayStartOperation(const detail::OperationSegment& segment) const {
-    return !segment.ready.empty() && (width_ < 0 || running_ < static_cast<std::size_t>(width_));
+    return segment.firstReady && (width_ < 0 || running_ < static_cast<std::size_t>(width_));
+  }
+
+  void makeReady(NSOperation& operation) {
+    auto& entry = operation.entry_;
+    auto& segment = *entry.segment;
+    entry.isQueued = true;
+    entry.readyBefore = std::exchange(segment.lastReady, &operation);
+    (entry.readyBefore ? entry.readyBefore->entry_.readyAfter : segment.firstReady) = &operation;
+  }
+
+  void unlinkReady(NSOperation& operation) {
+    const auto& entry = operation.entry_;
+    auto& segment = *entry.segment;
+    (entry.readyBefore ? entry.readyBefore->entry_.readyAfter : segment.firstReady) =
+        entry.readyAfter;
+    (entry.readyAfter ? entry.readyAfter->entry_.readyBefore : segment.lastReady) =
+        entry.readyBefore;
   }
 
   /// With the lock held, after each change that may let something start.
@@ -206,14 +245,13 @@ class NSOperationQueue::State final : public detail::OperationListener,
     Startable next;
     auto& segment = segments_.front();
     if (mayStartOperation(segment)) {
-      next.operation = std::move(segment.ready.front());
-      segment.ready.pop_front();
-      if (next.operation->entry_.operation) {  // else it has finished by other hands
-        next.operation->entry_.isStarted = true;
-        ++running_;
-        next.target = target_;
-      }
-      next.isFollowed = mayStartOperation(segment) || !next.target;
+      auto& operation = *segment.firstReady;
+      unlinkReady(operation);
+      operation.entry_.isStarted = true;
+      ++running_;
+      next.operation = operation.entry_.operation;
+      next.target = target_;
+      next.isFollowed = mayStartOperation(segment);
     } else if (segment.unfinished == 0 && segment.hasBarrier && !segment.barrierRuns) {
       segment.barrierRuns = true;
       next.barrier = std::move(segment.barrier);
@@ -223,10 +261,15 @@ class NSOperationQueue::State final : public detail::OperationListener,
   }
 
   /// Without the lock: starts it, and all that may start after it.
-  void start(Startable next) {
+  void start(Startable next, bool isLastAct = false) {
     for (;;) {
       if (next.target && next.operation) {
-        next.target->async(StartJob(std::move(next.operation)));
+        StartJob job(std::move(next.operation), next.target->isGlobal());
+        if (std::exchange(isLastAct, false)) {
+          next.target->asyncNext(std::move(job));
+        } else {
+          next.target->async(std::move(job));
+        }
       } else if (next.target) {
         const auto job = std::make_shared<BarrierJob>(shared_from_this(), std::move(next.barrier));
         next.target->async(OwedJob(job));
@@ -256,7 +299,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
   };
 
   void barrierFinished() {
-    std::list<detail::OperationSegment> finished;  // may hold operations, which go without the lock
+    std::list<detail::OperationSegment> finished;  // what the block captured goes without the lock
     {
       const std::lock_guard lock(mutex_);
       finished.splice(finished.end(), segments_, segments_.begin());
@@ -275,29 +318,32 @@ class NSOperationQueue::State final : public detail::OperationListener,
     return false;
   }
 
+  bool holds(const NSOperation& operation) const {
+    const std::lock_guard lock(mutex_);
+    return operation.entry_.operation != nullptr;
+  }
+
   bool isEmpty() const { return count_ == 0 && segments_.size() == 1; }
   void notifyIfEmpty() {
-    if (isEmpty()) emptied_.notify_all();
+    if (waiters_ > 0 && isEmpty()) emptied_.notify_all();
   }
 
   template <class Change>
   void announce(Change change) {
-    const auto queue = queue_.lock();
-    const bool isObserved = queue && queue->isObserved();
-    if (isObserved) {
-      queue->willChangeValueForKey("operations");
-      queue->willChangeValueForKey("operationCount");
-    }
+    const auto queue = isObserved_ ? queue_.lock() : nullptr;
+    if (!queue) return change();
+    queue->willChangeValueForKey("operations");
+    queue->willChangeValueForKey("operationCount");
     change();
-    if (isObserved) {
-      queue->didChangeValueForKey("operationCount");
-      queue->didChangeValueForKey("operations");
-    }
+    queue->didChangeValueForKey("operationCount");
+    queue->didChangeValueForKey("operations");
   }
 
   std::weak_ptr<NSOperationQueue> queue_;
-  mutable FutexLock mutex_;
+  std::atomic<bool> isObserved_{false};  // the queue object is, or was
+  mutable FutexLock mutex_;              // guards what follows, and what stands above with the name
   std::condition_variable_any emptied_;
+  std::size_t waiters_ = 0;
   NSOperation* first_ = nullptr;
   NSOperation* last_ = nullptr;
   std::list<detail::OperationSegment> segments_{1};
@@ -375,6 +421,8 @@ void NSOperationQueue::cancelAllOperations() {
 }
 
 void NSOperationQueue::waitUntilAllOperationsAreFinished() { state_->waitUntilEmpty(); }
+
+void NSOperationQueue::willObserve(std::string_view) { state_->willBeObserved(); }
 
 std::optional<std::int64_t> NSOperationQueue::valueForKey(std::string_view key) const {
   if (key != "operations" && key != "operationCount") return std::nullopt;

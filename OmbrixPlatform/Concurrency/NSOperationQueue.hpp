@@ -22,7 +22,8 @@ namespace ombrix::platform {
 /// also when the queue object is gone; those that a width of 0 holds back then are cancelled. Where
 /// the dispatch queue below drops the job that would start an operation, that one is cancelled and
 /// finishes on the thread pool; a barrier's block that is dropped is not called, and the queue goes
-/// on. Any thread.
+/// on. While nothing else waits for the pool, the thread of an operation whose `main` returns goes
+/// on with the next one. Any thread.
 class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
                                public std::enable_shared_from_this<NSOperationQueue> {
   struct Passkey {};
@@ -74,9 +75,11 @@ class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
 
  protected:
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
+  void willObserve(std::string_view key) override;
 
  private:
   class State;
+  class StartJob;
 
   std::shared_ptr<State> state_;
 };

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <bit>
 #include <cerrno>
 #include <chrono>
 #include <climits>
@@ -108,22 +109,39 @@ std::size_t ThreadPool::threadCount() const {
   return threads_;
 }
 
-void ThreadPool::post(Job job, DispatchPriority priority, const void* inside) {
+void ThreadPool::post(Job&& job, DispatchPriority priority, const void* inside) {
   const auto lane = laneOf(priority);
   {
     Lock lock(lock_);
-    lanes_[lane].push_back({std::move(job), inside});
-    ++waiting_;
-    lanesWaiting_.fetch_or(1U << lane, std::memory_order_relaxed);
+    push(lane, {std::move(job), inside});
     ensureThread(lock);
   }
   detail::retryAfterShortage();
+}
+
+void ThreadPool::postNext(Job&& job, DispatchPriority priority, const void* inside) {
+  if (!worker || blockingDepth > 0 || worker->following.job || hasMoreUrgentThan(priority)) {
+    return post(std::move(job), priority, inside);
+  }
+  worker->following = {std::move(job), inside};
+  worker->laneOfFollowing = laneOf(priority);
+}
+
+void ThreadPool::push(std::size_t lane, Posted&& posted) {
+  lanes_[lane].push_back(std::move(posted));
+  ++waiting_;
+  lanesWaiting_.store(lanesWaiting_.load(std::memory_order_relaxed) | (1U << lane),
+                      std::memory_order_relaxed);
 }
 
 bool ThreadPool::ensureWatch() {
   const Lock lock(lock_);
   ensureWatcher();
   return watcherExists_;
+}
+
+bool ThreadPool::hasWaiting() const noexcept {
+  return lanesWaiting_.load(std::memory_order_relaxed) != 0;
 }
 
 bool ThreadPool::hasMoreUrgentThan(DispatchPriority priority) const noexcept {
@@ -176,24 +194,22 @@ bool ThreadPool::spawn() {
 // The highest lane that has waited for its turn, else the highest of all.
 bool ThreadPool::takeJob(Posted& posted) {
   if (waiting_ == 0) return false;
-  std::size_t chosen = kLanes;
-  bool isDue = false;
-  for (std::size_t i = 0; i < kLanes; ++i) {
-    if (lanes_[i].empty()) continue;
-    const bool isPatient = passedOver_[i] < kPatience[i];
-    if (chosen == kLanes || (!isDue && !isPatient)) {
-      chosen = i;
-      isDue = !isPatient;
-    }
+  const unsigned lanes = lanesWaiting_.load(std::memory_order_relaxed);
+  auto chosen = static_cast<std::size_t>(std::countr_zero(lanes));
+  for (auto rest = lanes; rest != 0; rest &= rest - 1) {
+    const auto lane = static_cast<std::size_t>(std::countr_zero(rest));
+    if (passedOver_[lane] < kPatience[lane]) continue;
+    chosen = lane;
+    break;
   }
-  for (std::size_t i = chosen + 1; i < kLanes; ++i) {
-    if (!lanes_[i].empty()) ++passedOver_[i];
+  for (auto passed = lanes & ~((2U << chosen) - 1); passed != 0; passed &= passed - 1) {
+    ++passedOver_[static_cast<std::size_t>(std::countr_zero(passed))];
   }
   passedOver_[chosen] = 0;
   auto& lane = lanes_[chosen];
   posted = std::move(lane.front());
   lane.pop_front();
-  if (lane.empty()) lanesWaiting_.fetch_and(~(1U << chosen), std::memory_order_relaxed);
+  if (lane.empty()) lanesWaiting_.store(lanes & ~(1U << chosen), std::memory_order_relaxed);
   --waiting_;
   return true;
 }
@@ -211,10 +227,14 @@ void ThreadPool::work() {
       self.isBusy = true;
       if (waiting_ > 0) ensureThread(lock);
       if (lock.owns_lock()) lock.unlock();
-      {
-        const detail::InsideScope scope(posted.inside);
-        callOut("a job", posted.job);
-        posted.job = nullptr;  // what it captured is released outside the lock
+      for (;;) {
+        {
+          const detail::InsideScope scope(posted.inside);
+          callOut("a job", posted.job);
+          posted.job = nullptr;  // what it captured is released outside the lock
+        }
+        if (!self.following.job) break;
+        posted = std::move(self.following);
       }
       lock.lock();
       self.isBusy = false;
@@ -338,6 +358,7 @@ ThreadPool::BlockingScope::BlockingScope() : isInPool_(worker && blockingDepth++
   Lock lock(pool.lock_);
   ++pool.blocked_;
   worker->isBusy = false;
+  if (worker->following.job) pool.push(worker->laneOfFollowing, std::move(worker->following));
   if (pool.waiting_ > 0) pool.ensureThread(lock);
 }
 

@@ -43,8 +43,17 @@ class ThreadPool final {
   /// Any thread. Jobs of one lane start in the order of their posting.
   ///
   /// @param inside What the thread is inside of while the job runs: the queue that posts it.
-  void post(Job job, DispatchPriority priority = DispatchPriority::normal,
+  void post(Job&& job, DispatchPriority priority = DispatchPriority::normal,
             const void* inside = nullptr);
+
+  /// As `post`, by the last act of a job: unless something more urgent waits, the calling thread
+  /// runs it right after that job, which spares a queue and a thread that would be woken. Where
+  /// that job blocks after all, and says so, it goes to the others.
+  void postNext(Job&& job, DispatchPriority priority = DispatchPriority::normal,
+                const void* inside = nullptr);
+
+  /// Whether jobs of any lane wait.
+  [[nodiscard]] bool hasWaiting() const noexcept;
 
   /// Whether jobs of a higher lane wait: whoever runs many jobs in one ends its turn then.
   [[nodiscard]] bool hasMoreUrgentThan(DispatchPriority priority) const noexcept;
@@ -87,6 +96,8 @@ class ThreadPool final {
   struct Worker {
     int threadID = 0;
     bool isBusy = false;  // with a job, and not blocked by its own account
+    Posted following;     // runs right after the job, if there is one
+    std::size_t laneOfFollowing = 0;
     Worker* previous = nullptr;
     Worker* next = nullptr;
   };
@@ -96,6 +107,7 @@ class ThreadPool final {
   void work();
   void watchForStalls();
   void ensureWatcher();
+  void push(std::size_t lane, Posted&& posted);
   void ensureThread(Lock& lock);
   bool spawn();
   bool park(Lock& lock);

@@ -22,7 +22,7 @@ void leaveToWatcher() {
 
 void retryNow() {
   isShortOfThreads = false;
-  MainLoop::shared()->retryOwnThread();
+  MainLoop::retryOwnThreads();
   retryEventsThread();
 }
 

@@ -141,6 +141,37 @@ TEST(AsyncOperationTests, AnExceptionOutOfExecuteStopsTheProgram) {
   }
 }
 
+// Catches work that runs inside the queue's job, or is held up by a `start` that waits for it.
+TEST(AsyncOperationTests, ExecuteRunsOutsideTheQueuesJob) {
+  struct Waiting final : AsyncOperation {
+    Waiting(const platform::DispatchQueue& queue, bool waits) : target(queue), doesWait(waits) {}
+    void start() override {
+      isStartedInside = target.isCurrent();
+      AsyncOperation::start();
+      if (doesWait) waitUntilFinished();
+    }
+    Async<void> execute() override {
+      isExecutedInside = target.isCurrent();
+      finish();
+      co_return;
+    }
+    const platform::DispatchQueue& target;
+    const bool doesWait;
+    bool isStartedInside = false, isExecutedInside = true;
+  };
+  const auto serial = platform::DispatchQueue::serial("target");
+  for (auto* const target : {&platform::DispatchQueue::global(), serial.get()}) {
+    for (const bool waits : {false, true}) {
+      const auto queue = NSOperationQueue::make();
+      queue->setUnderlyingQueue(target->shared_from_this());
+      const auto work = std::make_shared<Waiting>(*target, waits);
+      queue->addOperation(work);
+      work->waitUntilFinished();
+      EXPECT_TRUE(work->isStartedInside && !work->isExecutedInside) << target->label() << waits;
+    }
+  }
+}
+
 // Catches a cancelled operation that executes after all.
 TEST(AsyncOperationTests, CancelledBeforeStartGoesStraightToFinished) {
   const auto queue = NSOperationQueue::make();

@@ -56,8 +56,8 @@ TEST(NSOperationQueueTests, DependenciesComeFirst) {
 
 // Catches queues that rescan themselves, hold threads for waiting operations, run more at once than
 // they may, or destroy a long chain on the stack.
-TEST(NSOperationQueueTests, FiftyThousandOperationsFinish) {
-  constexpr int kCount = 50'000;
+TEST(NSOperationQueueTests, FiftyThousandOperationsOfEightThreadsFinish) {
+  constexpr int kThreads = 8, kEach = 6'250;
   const auto before = ThreadPool::shared().threadCount();
   const auto queue = NSOperationQueue::make("many");
   queue->setMaxConcurrentOperationCount(3);
@@ -68,18 +68,25 @@ TEST(NSOperationQueueTests, FiftyThousandOperationsFinish) {
     if (++ran % 100 == 0) std::this_thread::yield();
     --running;
   };
-  std::shared_ptr<NSOperation> last = block(work);
-  const auto first = last;
-  for (int i = 1; i < kCount; ++i) {
-    auto operation = block(work);
-    if (i % 2 == 0) operation->addDependency(last);
-    queue->addOperation(operation);
-    last = std::move(operation);
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+      threads.emplace_back([&] {
+        const auto first = block(work);
+        auto last = first;
+        for (int i = 1; i < kEach; ++i) {
+          auto operation = block(work);
+          if (i % 2 == 0) operation->addDependency(last);
+          queue->addOperation(operation);
+          last = std::move(operation);
+        }
+        queue->addOperation(first);
+      });
+    }
   }
   EXPECT_LT(ThreadPool::shared().threadCount(), before + 50);
-  queue->addOperation(first);
   queue->waitUntilAllOperationsAreFinished();
-  EXPECT_EQ(ran, kCount);
+  EXPECT_EQ(ran, kThreads * kEach);
   EXPECT_FALSE(isTooWide);
 }
 
@@ -198,6 +205,27 @@ TEST(NSOperationQueueTests, BarriersSeparateBeforeFromAfter) {
   }
   queue->waitUntilAllOperationsAreFinished();
   EXPECT_EQ(barriers, 20);
+}
+
+// Catches queues that keep all threads for their next operations while other jobs wait for one.
+TEST(NSOperationQueueTests, OtherJobsAreServedAmongOperations) {
+  struct Endless {
+    void operator()() const {
+      if (!*stop) queue->addOperation(Endless(*this));
+    }
+    std::shared_ptr<NSOperationQueue> queue;
+    std::shared_ptr<std::atomic<bool>> stop;
+  };
+  const auto stop = std::make_shared<std::atomic<bool>>(false);
+  std::vector<std::shared_ptr<NSOperationQueue>> queues(2 * std::thread::hardware_concurrency() +
+                                                        4);
+  for (auto& queue : queues) {
+    queue = NSOperationQueue::make();
+    queue->setMaxConcurrentOperationCount(1);
+    queue->addOperation(Endless{queue, stop});
+  }
+  ThreadPool::shared().post([stop] { *stop = true; });
+  for (const auto& queue : queues) queue->waitUntilAllOperationsAreFinished();
 }
 
 // Catches changes of the list that observers are not told, or told with a lock held.

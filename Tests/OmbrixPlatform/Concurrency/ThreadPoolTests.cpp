@@ -21,6 +21,7 @@
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Concurrency/MainLoop.hpp"
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 
@@ -213,6 +214,7 @@ TEST(ThreadPoolTests, WhatNeedsAThreadGetsItAfterAShortage) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
   const auto queue = NSOperationQueue::make("shortage");
   std::optional<Task<void>> task;
+  const auto loop = std::make_shared<MainLoop>();
   struct Case {
     const char* name;
     std::vector<int> failures;
@@ -221,6 +223,7 @@ TEST(ThreadPoolTests, WhatNeedsAThreadGetsItAfterAShortage) {
   const Case cases[] = {
       {"pool", {1, 2, 30}, [] { ThreadPool::shared().post(succeed); }},
       {"main queue", {1, 2, 30}, [] { DispatchQueue::main().async(succeed); }},
+      {"main loop of a host", {1, 2, 30}, [&] { loop->post(succeed); }},
       {"timer", {1, 2, 30}, [] { afterUncancellably(deadlineAfter(0s), succeed); }},
       {"blocked threads", {0}, [] { blockEveryThreadInAShortage(false); }},
       {"threads whose blocking is declared", {0}, [] { blockEveryThreadInAShortage(true); }},
