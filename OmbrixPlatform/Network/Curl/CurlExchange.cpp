@@ -1,3 +1,7 @@
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -29,6 +33,22 @@ bool takesBody(const URLRequest& request) noexcept {
     return true;
   }
   return request.httpBody && !request.httpBody->empty() && method != "HEAD";
+}
+
+/// Where the loopback address is, for libcurl: ::1 as well as 127.0.0.1 where this machine has
+/// both. One that is missing would be told in the place of the other's refusal.
+const char* loopback() noexcept {
+  static const bool hasBoth = [] {
+    sockaddr_in6 address{};
+    address.sin6_family = AF_INET6;
+    address.sin6_addr = in6addr_loopback;
+    const int socket = ::socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const bool isThere =
+        ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
+    if (socket >= 0) ::close(socket);
+    return isThere;
+  }();
+  return hasBoth ? "::localhost:" : "::127.0.0.1:";
 }
 
 /// Fields that belong to the connection and the framing of the message, which are libcurl's.
@@ -105,7 +125,7 @@ bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms)
   if (!terms.settings->install(easy_, transfer_->origin.isSecure)) return false;
   hasCertificate_ = terms.settings->hasCertificate();
   if (terms.isMappedToLoopback) {
-    connectTo_ = ::curl_slist_append(nullptr, "::localhost:");  // ::1 as well as 127.0.0.1
+    connectTo_ = ::curl_slist_append(nullptr, loopback());
     if (connectTo_ == nullptr) return false;
     ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, connectTo_);
   }
