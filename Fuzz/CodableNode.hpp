@@ -43,6 +43,8 @@ struct ombrix::platform::CodingCaseNames<ombrix::fuzz::Choice> {
 namespace ombrix::fuzz {
 
 /// A type whose fields a fuzzer finds quickly.
+/// @tparam Tree Any value of the format.
+template <class Tree>
 struct Node {
   std::optional<std::string> t;
   std::optional<double> r;
@@ -56,6 +58,7 @@ struct Node {
   std::optional<std::map<int, std::optional<bool>>> k;
   std::optional<Choice> c;
   std::optional<Pair> p;
+  std::optional<Tree> a;
   int z = 0;
 
   static constexpr auto kCodingFields =
@@ -65,28 +68,29 @@ struct Node {
                              platform::field("x", &Node::x), platform::field("n", &Node::n),
                              platform::field("m", &Node::m), platform::field("k", &Node::k),
                              platform::field("c", &Node::c), platform::field("p", &Node::p),
-                             platform::field("z", &Node::z, 7));
+                             platform::field("a", &Node::a), platform::field("z", &Node::z, 7));
 };
 
 /// The same decoded through the interface.
+template <class Tree>
 struct InterfaceNode {
-  Node node;
+  Node<Tree> node;
   static InterfaceNode decode(platform::Decoder& decoder) {
-    return {platform::decodeFrom<Node>(decoder)};
+    return {platform::decodeFrom<Node<Tree>>(decoder)};
   }
 };
 
 /// The fast path and the interface must agree about any bytes, also about what is wrong with them.
 /// Only how far references may blow a file up is counted differently.
 /// @return the value in the encoder's form, empty for an error
-template <class DecoderType, class EncoderType>
+template <class DecoderType, class EncoderType, class Tree>
 std::string checkPathsAgree(platform::DataView bytes) {
   bool isRefused = false;
   bool isTooLarge = false;
   const auto encoded = [&]<class T>(T*) -> std::string {
-    Node node;
+    Node<Tree> node;
     try {
-      if constexpr (std::same_as<T, Node>)
+      if constexpr (std::same_as<T, Node<Tree>>)
         node = DecoderType{}.template decode<T>(bytes);
       else
         node = DecoderType{}.template decode<T>(bytes).node;
@@ -102,8 +106,8 @@ std::string checkPathsAgree(platform::DataView bytes) {
       return error.what();
     }
   };
-  const std::string fast = encoded(static_cast<Node*>(nullptr));
-  if (fast != encoded(static_cast<InterfaceNode*>(nullptr)) && !isTooLarge) std::abort();
+  const std::string fast = encoded(static_cast<Node<Tree>*>(nullptr));
+  if (fast != encoded(static_cast<InterfaceNode<Tree>*>(nullptr)) && !isTooLarge) std::abort();
   return isRefused ? std::string{} : fast;
 }
 

@@ -16,11 +16,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   using Decoder = ombrix::platform::JSONDecoder;
   using Encoder = ombrix::platform::JSONEncoder;
   const ombrix::platform::DataView bytes{reinterpret_cast<const std::byte*>(data), size};
-  const std::string seen = ombrix::fuzz::checkPathsAgree<Decoder, Encoder>(bytes);
+  const std::string seen = ombrix::fuzz::checkPathsAgree<Decoder, Encoder, JSON>(bytes);
   std::string expected;
   try {
     const auto unique = JSON::parse(bytes).rawData();  // no key stands twice in it
-    expected = ombrix::fuzz::checkPathsAgree<Decoder, Encoder>(unique);
+    expected = ombrix::fuzz::checkPathsAgree<Decoder, Encoder, JSON>(unique);
   } catch (const ombrix::platform::JSONError&) {
     return 0;
   }

@@ -13,14 +13,16 @@ namespace ombrix::fuzz {
 inline void checkPropertyList(platform::DataView bytes) {
   using Serialization = platform::PropertyListSerialization;
   platform::Data written;
-  checkPathsAgree<platform::PropertyListDecoder, platform::PropertyListEncoder>(bytes);
+  checkPathsAgree<platform::PropertyListDecoder, platform::PropertyListEncoder,
+                  platform::PropertyList>(bytes);
   try {
     written = Serialization::write(Serialization::read(bytes));
   } catch (const platform::PropertyListError&) {
     return;
   }
   if (Serialization::write(Serialization::read(written)) != written) std::abort();
-  checkPathsAgree<platform::PropertyListDecoder, platform::PropertyListEncoder>(written);
+  checkPathsAgree<platform::PropertyListDecoder, platform::PropertyListEncoder,
+                  platform::PropertyList>(written);
 }
 
 }  // namespace ombrix::fuzz

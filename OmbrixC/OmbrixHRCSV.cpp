@@ -7,6 +7,7 @@
 
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixC/Detail/Lists.hpp"
 #include "OmbrixC/Detail/Streams.hpp"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
 
@@ -24,19 +25,17 @@ OmbrixHeartRateSample toC(const platform::HKQuantitySample& sample) {
           platform::timeIntervalSince1970(sample.endDate())};
 }
 
-OmbrixHeartRateSamples copied(const HRCSVParser::Samples& samples) noexcept {
-  if (!samples) return {nullptr, 0};
-  const std::size_t count = samples->size();
-  auto* const copies = static_cast<OmbrixHeartRateSample*>(
-      std::malloc(std::max<std::size_t>(count, 1) * sizeof(OmbrixHeartRateSample)));
-  if (copies == nullptr) return {nullptr, 0};
-  std::ranges::transform(*samples, copies, &toC);
+constexpr LogTag kTag{"OmbrixC/OmbrixHRCSV", "parse"};
+
+OmbrixHeartRateSamples copied(HRCSVParser::Samples samples) {
+  const auto [copies, count] = c::copied(std::move(samples), &toC, kTag);
   return {copies, count};
 }
 
 HRCSVParser::Completion calling(OmbrixHeartRateSamplesCompletion completion, void* context) {
-  return
-      [completion, context](HRCSVParser::Samples samples) { completion(copied(samples), context); };
+  return [completion, context](HRCSVParser::Samples samples) {
+    completion(copied(std::move(samples)), context);
+  };
 }
 
 }  // namespace
@@ -51,47 +50,46 @@ void ombrix_HRCSVParser_release(OmbrixHRCSVParser* self) { delete self; }
 
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithUrl_(const OmbrixHRCSVParser* self,
                                                         const char* url) {
-  return c::catching(nullptr, [&] { return copied(self->parser.parse(c::urlFrom(url))); });
+  return c::logging(kTag, [&] { return copied(self->parser.parse(c::urlFrom(url))); });
 }
 
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithString_(const OmbrixHRCSVParser* self,
                                                            const char* string) {
-  return c::catching(nullptr, [&] { return copied(self->parser.parse(c::textFrom(string))); });
+  return c::logging(kTag, [&] { return copied(self->parser.parse(c::textFrom(string))); });
 }
 
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithStream_(const OmbrixHRCSVParser* self,
                                                            OmbrixInputStream stream) {
   c::FunctionInputStream input(stream);
-  return c::catching(nullptr, [&] { return copied(self->parser.parse(input)); });
+  return c::logging(kTag, [&] { return copied(self->parser.parse(input)); });
 }
 
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithData_(const OmbrixHRCSVParser* self,
                                                          const uint8_t* bytes, size_t length) {
-  return c::catching(
-      nullptr, [&] { return copied(self->parser.parse(std::as_bytes(std::span(bytes, length)))); });
+  return c::logging(
+      kTag, [&] { return copied(self->parser.parse(std::as_bytes(std::span(bytes, length)))); });
 }
 
 void ombrix_HRCSVParser_parseWithUrl_completion_(const OmbrixHRCSVParser* self, const char* url,
                                                  OmbrixHeartRateSamplesCompletion completion,
                                                  void* context) {
-  c::completing(completion, context,
-                [&] { self->parser.parse(c::urlFrom(url), calling(completion, context)); });
+  c::completingWith(completion, context, kTag,
+                    [&] { self->parser.parse(c::urlFrom(url), calling(completion, context)); });
 }
 
 void ombrix_HRCSVParser_parseWithString_completion_(const OmbrixHRCSVParser* self,
                                                     const char* string,
                                                     OmbrixHeartRateSamplesCompletion completion,
                                                     void* context) {
-  c::completing(completion, context, [&] {
-    self->parser.parse(std::string(c::textFrom(string)), calling(completion, context));
-  });
+  c::completingWith(completion, context, kTag,
+                    [&] { self->parser.parse(c::textFrom(string), calling(completion, context)); });
 }
 
 void ombrix_HRCSVParser_parseWithStream_completion_(const OmbrixHRCSVParser* self,
                                                     OmbrixInputStream stream,
                                                     OmbrixHeartRateSamplesCompletion completion,
                                                     void* context) {
-  c::completing(completion, context, [&] {
+  c::completingWith(completion, context, kTag, [&] {
     self->parser.parse(std::make_shared<c::FunctionInputStream>(stream),
                        calling(completion, context));
   });
@@ -102,7 +100,7 @@ void ombrix_HRCSVParser_parseWithData_completion_(const OmbrixHRCSVParser* self,
                                                   OmbrixHeartRateSamplesCompletion completion,
                                                   void* context) {
   const auto view = std::as_bytes(std::span(bytes, length));
-  c::completing(completion, context, [&] {
+  c::completingWith(completion, context, kTag, [&] {
     self->parser.parse(platform::Data(view.begin(), view.end()), calling(completion, context));
   });
 }

@@ -28,7 +28,9 @@ void ombrix_HeartRateSamples_release(OmbrixHeartRateSamples samples);
 typedef void (*OmbrixHeartRateSamplesCompletion)(OmbrixHeartRateSamples samples, void* context);
 
 /// Reads heart-rate recordings; any number of threads may share a parser. No list means that the
-/// source could not be opened or read at all. A row with fewer than two fields stops the program.
+/// source could not be opened or read at all, which is logged, as is every row that is skipped.
+/// Where memory runs out, the list holds as many samples of the beginning as fit, which is logged,
+/// too. A row with fewer than two fields stops the program.
 typedef struct OmbrixHRCSVParser OmbrixHRCSVParser;
 
 OmbrixHRCSVParser* ombrix_HRCSVParser_init(void);

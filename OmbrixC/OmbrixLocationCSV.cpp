@@ -7,6 +7,7 @@
 
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixC/Detail/Lists.hpp"
 #include "OmbrixC/Detail/Location.hpp"
 #include "OmbrixC/Detail/Streams.hpp"
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
@@ -25,19 +26,16 @@ struct OmbrixLocationCSVWriter {
 
 namespace {
 
-OmbrixLocations copied(const LocationCSVParser::Locations& locations) noexcept {
-  if (!locations) return {nullptr, 0};
-  const std::size_t count = locations->size();
-  auto* const copies = static_cast<OmbrixLocation*>(
-      std::malloc(std::max<std::size_t>(count, 1) * sizeof(OmbrixLocation)));
-  if (copies == nullptr) return {nullptr, 0};
-  std::ranges::transform(*locations, copies, &c::toC);
+constexpr LogTag kTag{"OmbrixC/OmbrixLocationCSV", "parse"};
+
+OmbrixLocations copied(LocationCSVParser::Locations locations) {
+  const auto [copies, count] = c::copied(std::move(locations), &c::toC, kTag);
   return {copies, count};
 }
 
 LocationCSVParser::Completion calling(OmbrixLocationsCompletion completion, void* context) {
   return [completion, context](LocationCSVParser::Locations locations) {
-    completion(copied(locations), context);
+    completion(copied(std::move(locations)), context);
   };
 }
 
@@ -58,48 +56,47 @@ void ombrix_LocationCSVParser_release(OmbrixLocationCSVParser* self) { delete se
 
 OmbrixLocations ombrix_LocationCSVParser_parseWithUrl_(const OmbrixLocationCSVParser* self,
                                                        const char* url) {
-  return c::catching(nullptr, [&] { return copied(self->parser.parse(c::urlFrom(url))); });
+  return c::logging(kTag, [&] { return copied(self->parser.parse(c::urlFrom(url))); });
 }
 
 OmbrixLocations ombrix_LocationCSVParser_parseWithString_(const OmbrixLocationCSVParser* self,
                                                           const char* string) {
-  return c::catching(nullptr, [&] { return copied(self->parser.parse(c::textFrom(string))); });
+  return c::logging(kTag, [&] { return copied(self->parser.parse(c::textFrom(string))); });
 }
 
 OmbrixLocations ombrix_LocationCSVParser_parseWithStream_(const OmbrixLocationCSVParser* self,
                                                           OmbrixInputStream stream) {
   c::FunctionInputStream input(stream);
-  return c::catching(nullptr, [&] { return copied(self->parser.parse(input)); });
+  return c::logging(kTag, [&] { return copied(self->parser.parse(input)); });
 }
 
 OmbrixLocations ombrix_LocationCSVParser_parseWithData_(const OmbrixLocationCSVParser* self,
                                                         const uint8_t* bytes, size_t length) {
-  return c::catching(
-      nullptr, [&] { return copied(self->parser.parse(std::as_bytes(std::span(bytes, length)))); });
+  return c::logging(
+      kTag, [&] { return copied(self->parser.parse(std::as_bytes(std::span(bytes, length)))); });
 }
 
 void ombrix_LocationCSVParser_parseWithUrl_completion_(const OmbrixLocationCSVParser* self,
                                                        const char* url,
                                                        OmbrixLocationsCompletion completion,
                                                        void* context) {
-  c::completing(completion, context,
-                [&] { self->parser.parse(c::urlFrom(url), calling(completion, context)); });
+  c::completingWith(completion, context, kTag,
+                    [&] { self->parser.parse(c::urlFrom(url), calling(completion, context)); });
 }
 
 void ombrix_LocationCSVParser_parseWithString_completion_(const OmbrixLocationCSVParser* self,
                                                           const char* string,
                                                           OmbrixLocationsCompletion completion,
                                                           void* context) {
-  c::completing(completion, context, [&] {
-    self->parser.parse(std::string(c::textFrom(string)), calling(completion, context));
-  });
+  c::completingWith(completion, context, kTag,
+                    [&] { self->parser.parse(c::textFrom(string), calling(completion, context)); });
 }
 
 void ombrix_LocationCSVParser_parseWithStream_completion_(const OmbrixLocationCSVParser* self,
                                                           OmbrixInputStream stream,
                                                           OmbrixLocationsCompletion completion,
                                                           void* context) {
-  c::completing(completion, context, [&] {
+  c::completingWith(completion, context, kTag, [&] {
     self->parser.parse(std::make_shared<c::FunctionInputStream>(stream),
                        calling(completion, context));
   });
@@ -110,7 +107,7 @@ void ombrix_LocationCSVParser_parseWithData_completion_(const OmbrixLocationCSVP
                                                         OmbrixLocationsCompletion completion,
                                                         void* context) {
   const auto view = std::as_bytes(std::span(bytes, length));
-  c::completing(completion, context, [&] {
+  c::completingWith(completion, context, kTag, [&] {
     self->parser.parse(platform::Data(view.begin(), view.end()), calling(completion, context));
   });
 }

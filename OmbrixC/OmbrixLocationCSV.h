@@ -23,7 +23,8 @@ void ombrix_Locations_release(OmbrixLocations locations);
 typedef void (*OmbrixLocationsCompletion)(OmbrixLocations locations, void* context);
 
 /// Reads recorded tracks; any number of threads may share a parser. No list means that the source
-/// could not be opened or read at all, which is logged, as is every row that is skipped.
+/// could not be opened or read at all, which is logged, as is every row that is skipped. Where
+/// memory runs out, the list holds as many fixes of the beginning as fit, which is logged, too.
 typedef struct OmbrixLocationCSVParser OmbrixLocationCSVParser;
 
 OmbrixLocationCSVParser* ombrix_LocationCSVParser_init(void);

@@ -1,5 +1,6 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 #include <exception>
 #include <memory>
@@ -47,6 +48,8 @@ struct Closing {
 
 int main(int argc, char** argv) {
   using namespace ombrix::hostapp;
+  // A file that grows past the limit of its size is a failed write like any other.
+  std::signal(SIGXFSZ, SIG_IGN);
   const Closing closing;
   CLI::App app{"Reads, measures and shows days of skiing.", "ombrix"};
   app.formatter(std::make_shared<HelpFormatter>());

@@ -45,9 +45,10 @@ class HRCSVParser {
   void parse(const std::filesystem::path& path, Completion completion,
              CSVParseObserver observer = {}) const;
 
-  /// The text itself, in place.
+  /// The text itself, in place; with a completion, a copy of it. A `std::string` may name a file as
+  /// well as a literal, so neither compiles.
   Samples parse(std::string_view string, const CSVParseObserver& observer = {}) const;
-  void parse(std::string string, Completion completion, CSVParseObserver observer = {}) const;
+  void parse(std::string_view string, Completion completion, CSVParseObserver observer = {}) const;
 
   /// A stream, which is opened and closed here when it is not open yet.
   Samples parse(platform::InputStream& stream, const CSVParseObserver& observer = {}) const;

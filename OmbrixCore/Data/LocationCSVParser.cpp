@@ -52,14 +52,18 @@ platform::DispatchQueue& parserQueue() {
 LocationCSVParser::Locations LocationCSVParser::parse(const platform::URL& url,
                                                       const CSVParseObserver& observer) const {
   const LogTag tag{kFile, "parse(url:)"};
-  const auto stream = detail::openCSVStream(url, tag);
-  if (stream == nullptr) return std::nullopt;
-  return parseSource(*this, *stream, observer, tag);
+  return detail::loggingFailure(tag, [&]() -> Locations {
+    const auto stream = detail::openCSVStream(url, tag);
+    if (stream == nullptr) return std::nullopt;
+    return parseSource(*this, *stream, observer, tag);
+  });
 }
 
 LocationCSVParser::Locations LocationCSVParser::parse(const std::filesystem::path& path,
                                                       const CSVParseObserver& observer) const {
-  return parse(platform::URL::fileURL(path.string(), false), observer);
+  return detail::loggingFailure({kFile, "parse(url:)"}, [&] {
+    return parse(platform::URL::fileURL(path.string(), false), observer);
+  });
 }
 
 LocationCSVParser::Locations LocationCSVParser::parse(std::string_view string,
@@ -74,35 +78,41 @@ LocationCSVParser::Locations LocationCSVParser::parse(platform::InputStream& str
 
 LocationCSVParser::Locations LocationCSVParser::parse(platform::DataView data,
                                                       const CSVParseObserver& observer) const {
-  return parse(*platform::InputStream::withView(data), observer);
+  return detail::loggingFailure({kFile, "parse(data:)"}, [&] {
+    return parse(*platform::InputStream::withView(data), observer);
+  });
 }
 
 void LocationCSVParser::parse(const platform::URL& url, Completion completion,
                               CSVParseObserver observer) const {
-  detail::parseOn(parserQueue(), *this, url, std::move(completion), std::move(observer));
+  detail::parseOn(parserQueue(), *this, [&] { return url; }, std::move(completion),
+                  std::move(observer), {kFile, "parse(url:completion:)"});
 }
 
 void LocationCSVParser::parse(const std::filesystem::path& path, Completion completion,
                               CSVParseObserver observer) const {
-  parse(platform::URL::fileURL(path.string(), false), std::move(completion), std::move(observer));
+  detail::parseOn(parserQueue(), *this,
+                  [&] { return platform::URL::fileURL(path.string(), false); },
+                  std::move(completion), std::move(observer), {kFile, "parse(url:completion:)"});
 }
 
-void LocationCSVParser::parse(std::string string, Completion completion,
+void LocationCSVParser::parse(std::string_view string, Completion completion,
                               CSVParseObserver observer) const {
-  detail::parseOn(parserQueue(), *this, std::move(string), std::move(completion),
-                  std::move(observer));
+  detail::parseOn(parserQueue(), *this, [&] { return std::string(string); }, std::move(completion),
+                  std::move(observer), {kFile, "parse(string:completion:)"});
 }
 
 void LocationCSVParser::parse(std::shared_ptr<platform::InputStream> stream, Completion completion,
                               CSVParseObserver observer) const {
-  detail::parseOn(parserQueue(), *this, std::move(stream), std::move(completion),
-                  std::move(observer));
+  detail::parseOn(parserQueue(), *this, [&] { return std::move(stream); }, std::move(completion),
+                  std::move(observer), {kFile, "parse(stream:completion:)"});
 }
 
 void LocationCSVParser::parse(platform::Data data, Completion completion,
                               CSVParseObserver observer) const {
-  parse(std::shared_ptr(platform::InputStream::withData(std::move(data))), std::move(completion),
-        std::move(observer));
+  detail::parseOn(parserQueue(), *this,
+                  [&] { return std::shared_ptr(platform::InputStream::withData(std::move(data))); },
+                  std::move(completion), std::move(observer), {kFile, "parse(data:completion:)"});
 }
 
 std::optional<CLLocation> LocationCSVParser::parseTransform(platform::CSVReader::Row row) const {

@@ -5,8 +5,10 @@
 #include <cstdint>
 #include <limits>
 #include <optional>
+#include <utility>
 #include <vector>
 
+#include "OmbrixDay/Formats/Detail/FITRepair.hpp"
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
 
 namespace ombrix::detail {
@@ -15,6 +17,7 @@ namespace {
 constexpr double kEpoch = 631'065'600;  // 1989-12-31 00:00:00 UTC
 constexpr double kDegreesPerSemicircle = 180.0 / 2'147'483'648.0;
 constexpr std::uint16_t kRecord = 20, kLap = 19;
+constexpr std::uint32_t kLeastDate = 0x1000'0000;  // Times below count from when the device began.
 
 /// The fields that are read, of records and laps alike.
 enum Value : std::uint8_t {
@@ -32,22 +35,6 @@ enum Value : std::uint8_t {
 
 /// The numbers by which messages name them.
 constexpr std::array<std::uint8_t, kValues> kFieldNumbers = {0, 1, 2, 3, 6, 31, 73, 78, 253};
-
-/// The protocol's checksum, four bits at a time.
-std::uint16_t checksum(platform::DataView bytes) {
-  static constexpr std::array<std::uint16_t, 16> kTable = {
-      0x0000, 0xCC01, 0xD801, 0x1400, 0xF001, 0x3C00, 0x2800, 0xE401,
-      0xA001, 0x6C00, 0x7800, 0xB401, 0x5000, 0x9C01, 0x8801, 0x4400};
-  std::uint16_t sum = 0;
-  const auto add = [&sum](unsigned nibble) {
-    sum = static_cast<std::uint16_t>((sum >> 4) ^ kTable[sum & 0xF] ^ kTable[nibble]);
-  };
-  for (const std::byte byte : bytes) {
-    add(std::to_integer<unsigned>(byte) & 0xF);
-    add(std::to_integer<unsigned>(byte) >> 4);
-  }
-  return sum;
-}
 
 /// Where a value that is read stands in a message.
 struct Field {
@@ -87,49 +74,109 @@ class Reader {
   }
 
   platform::DataView take(std::size_t count) {
-    if (count > data_.size()) throw BrokenMessage{"a message is cut off"};
+    if (count > data_.size()) throw BrokenMessage{"a message is cut off", true};
     const platform::DataView taken = data_.first(count);
     data_ = data_.subspan(count);
     return taken;
   }
   std::uint8_t takeByte() { return static_cast<std::uint8_t>(take(1)[0]); }
 
+  static constexpr std::size_t kLeastHeader = 12, kUsualHeader = 14, kChecksumBytes = 2;
+
+  static bool isSigned(platform::DataView file) {
+    return file.size() >= kLeastHeader && number(file.subspan(8, 4), false) == 0x5449'462E;
+  }
+  static std::uint64_t sizeOf(platform::DataView file) { return number(file.subspan(4, 4), false); }
+
+  /// The difference between the checksum of a file's header and data and the one behind them.
+  static std::uint16_t difference(platform::DataView file, std::size_t whole) {
+    const auto stored = number(file.subspan(whole, kChecksumBytes), false);
+    return static_cast<std::uint16_t>(fitChecksum(file.first(whole)) ^ stored);
+  }
+
+  /// The bytes of the header that a file begins with, also of one with a damaged byte; 0 for none.
+  std::size_t headerOf(platform::DataView file) {
+    if (file.size() < kLeastHeader) return 0;
+    const auto header = std::to_integer<std::size_t>(file[0]);
+    const bool isUsual = header == kLeastHeader || header == kUsualHeader;
+    const auto fits = [&](std::size_t bytes) {
+      return sizeOf(file) > 0 && file.size() >= bytes + sizeOf(file) + kChecksumBytes;
+    };
+    if (isSigned(file)) {
+      if (isUsual) return file.size() < header ? 0 : header;
+      if (header > kUsualHeader && fits(header) && difference(file, header + sizeOf(file)) == 0) {
+        return header;
+      }
+      if (file.size() < kUsualHeader) return 0;
+      tell("its header is damaged");
+      return file.size() == kLeastHeader + sizeOf(file) + kChecksumBytes ? kLeastHeader
+                                                                         : kUsualHeader;
+    }
+    if (!isUsual || !fits(header)) return 0;
+    tell("its header is damaged");
+    return header;
+  }
+
   void readFile() {
-    const std::size_t header = bytes_.empty() ? 0 : std::to_integer<std::size_t>(bytes_[0]);
-    if (header < 12 || bytes_.size() < header ||
-        number(bytes_.subspan(8, 4), false) != 0x5449'462E) {
+    const std::size_t header = headerOf(bytes_);
+    if (header == 0) {
       tell(isFirst_ ? "it has no header" : "what stands behind its end is no such file");
       bytes_ = {};
       return;
     }
     isFirst_ = false;
-    const std::uint64_t size = number(bytes_.subspan(4, 4), false);
+    const std::uint64_t size = sizeOf(bytes_);
+    platform::DataView data = bytes_.subspan(header);
     // A device writes the size last: what it could not finish has none.
-    if (size > bytes_.size() - header || bytes_.size() - header - size < 2 ||
-        (size == 0 && bytes_.size() - header > 2)) {
+    if (size > data.size() || data.size() - size < kChecksumBytes ||
+        (size == 0 && data.size() > kChecksumBytes)) {
       tell("it is cut off");
-      data_ = bytes_.subspan(header);
-      if (size > 0 && size < data_.size()) data_ = data_.first(static_cast<std::size_t>(size));
+      if (size > 0 && size < data.size()) data = data.first(static_cast<std::size_t>(size));
       bytes_ = {};
-    } else {
-      const std::size_t whole = header + static_cast<std::size_t>(size);
-      if (checksum(bytes_.first(whole)) != number(bytes_.subspan(whole, 2), false)) {
-        tell("its checksum is wrong");
+      return readMessages(data, false);
+    }
+    const std::size_t whole = header + static_cast<std::size_t>(size);
+    const std::uint16_t wrong = difference(bytes_, whole);
+    const platform::DataView behind = bytes_.subspan(whole + kChecksumBytes);
+    bytes_ = behind;
+    if (wrong == 0) return readMessages(data.first(static_cast<std::size_t>(size)), true);
+    tell("its checksum is wrong");
+    if (!behind.empty() && !isSigned(behind)) {  // The size may be the wrong byte.
+      bytes_ = {};
+      return readMessages(data.first(data.size() - kChecksumBytes), false);
+    }
+    readDamaged(data.first(static_cast<std::size_t>(size)), wrong);
+  }
+
+  /// Reads what has a wrong checksum: with the byte changed that may be the damaged one, where that
+  /// gives more points.
+  void readDamaged(platform::DataView data, std::uint16_t wrong) {
+    std::size_t most = pointsIn(data);
+    platform::Data changed(data.begin(), data.end()), best;
+    for (const FITSuspect& suspect : fitSuspects(data, wrong)) {
+      changed[suspect.at] ^= suspect.bits;
+      if (const std::size_t points = pointsIn(changed); points > most) {
+        most = points;
+        best = changed;
       }
-      data_ = bytes_.subspan(header, static_cast<std::size_t>(size));
-      bytes_ = bytes_.subspan(whole + 2);
+      changed[suspect.at] ^= suspect.bits;
     }
-    definitions_ = {};
-    time_.reset();
+    readMessages(best.empty() ? data : best, false);
+  }
+
+  static std::size_t pointsIn(platform::DataView data) {
+    Track track;
     try {
-      while (!data_.empty()) readMessage();
-    } catch (const BrokenMessage& broken) {
-      tell(broken.why);
+      Reader({}, track).readMessages(data, false);
+    } catch (const TrackFormatError&) {
+      // There are too many.
     }
+    return track.fixes.size() + track.heartRates.size();
   }
 
   struct BrokenMessage {
     const char* why;
+    bool isCut = false;  ///< There are too few bytes.
   };
 
   /// Keeps the first fault: the others may follow from it.
@@ -137,14 +184,73 @@ class Reader {
     if (fault_ == nullptr) fault_ = why;
   }
 
+  /// Reads all messages. One that makes no sense is told, and reading goes on where messages make
+  /// sense again.
+  /// @param isWhole Whether the checksum is right: then nothing that is odd is damage.
+  void readMessages(platform::DataView data, bool isWhole) {
+    data_ = data;
+    isWhole_ = isWhole;
+    hasCompressed_ = false;
+    definitions_ = {};
+    last_.reset();
+    time_.reset();
+    while (!data_.empty()) {
+      const platform::DataView rest = data_;
+      try {
+        readMessage();
+      } catch (const BrokenMessage& broken) {
+        tell(broken.why);
+        data_ = rest.subspan(1);
+        // Of a damaged header nothing else need be lost: it is taken for one like the last.
+        const std::size_t size = last_ ? definitions_[*last_].bytes : data_.size() + 1;
+        if (!broken.isCut && size <= data_.size() && makesSense(data_.subspan(size))) {
+          readData(*last_);
+        } else {
+          while (!data_.empty() && !makesSense(data_)) data_ = data_.subspan(1);
+        }
+      }
+    }
+  }
+
+  /// What the data may end in: whole messages, a few of them, or a part of one.
+  enum class AtEnd : std::uint8_t { whole, cut };
+
+  /// Whether some messages in a row make sense.
+  [[nodiscard]] bool makesSense(platform::DataView data, AtEnd end = AtEnd::whole) const {
+    constexpr int kMany = 5, kLeast = 3;
+    for (int inARow = 0; inARow < kMany; ++inARow) {
+      if (data.empty()) return inARow >= kLeast || end == AtEnd::cut;
+      const auto header = std::to_integer<unsigned>(data[0]);
+      const bool isCompressed = (header & 0x80) != 0;
+      if ((header & 0xC0) == 0x40) {
+        constexpr std::size_t kFew = 64;
+        const bool mayBeCut = end == AtEnd::cut && data.size() < kFew;
+        return fitDefinitionAt(data).has_value() || mayBeCut;
+      }
+      if (isCompressed ? !hasCompressed_ : (header & 0x30) != 0) return false;
+      const Definition& definition = definitions_[isCompressed ? (header >> 5) & 0x3 : header];
+      if (!definition.isKnown) return false;
+      if (definition.bytes > data.size() - 1) return end == AtEnd::cut;
+      data = data.subspan(1 + definition.bytes);
+    }
+    return true;
+  }
+
   void readMessage() {
     const std::uint8_t header = takeByte();
     if ((header & 0x80) != 0) {  // With the last five bits of its time.
+      const unsigned local = (header >> 5) & 0x3;
+      if (!isWhole_ && !std::exchange(hasCompressed_, true)) {
+        // Half of all bytes look like such a header; few files have any.
+        const std::size_t size = definitions_[local].bytes;
+        hasCompressed_ = size <= data_.size() && makesSense(data_.subspan(size), AtEnd::cut);
+        if (!hasCompressed_) throw BrokenMessage{"a message makes no sense"};
+      }
       if (time_) {
         const std::uint32_t offset = header & 0x1F;
         *time_ += (offset - *time_) & 0x1F;
       }
-      readData((header >> 5) & 0x3);
+      readData(local);
     } else if ((header & 0x40) != 0) {
       readDefinition(header);
     } else {
@@ -153,14 +259,17 @@ class Reader {
   }
 
   void readDefinition(std::uint8_t header) {
-    Definition& definition = definitions_[header & 0xF];
-    definition = {};
+    Definition definition;
     definition.isKnown = true;
-    takeByte();  // reserved
-    definition.isBigEndian = takeByte() == 1;
+    const std::uint8_t reserved = takeByte(), byteOrder = takeByte();
+    if (!isWhole_ && (reserved != 0 || byteOrder > 1)) {
+      throw BrokenMessage{"a definition makes no sense"};
+    }
+    definition.isBigEndian = byteOrder == 1;
     definition.message = static_cast<std::uint16_t>(number(take(2), definition.isBigEndian));
     for (unsigned left = takeByte(); left > 0; --left) {
       const std::uint8_t id = takeByte(), size = takeByte(), type = takeByte();
+      if (!isWhole_ && !isFITFieldType(type)) throw BrokenMessage{"a definition makes no sense"};
       const auto* found = std::ranges::find(kFieldNumbers, id);
       if (found != kFieldNumbers.end() && size > 0) {
         const auto value = static_cast<std::size_t>(found - kFieldNumbers.begin());
@@ -168,29 +277,38 @@ class Reader {
       }
       definition.bytes += size;
     }
-    if ((header & 0x20) == 0) return;
-    for (unsigned left = takeByte(); left > 0; --left) {
-      takeByte();
-      definition.bytes += takeByte();
-      takeByte();
+    if ((header & 0x20) != 0) {
+      for (unsigned left = takeByte(); left > 0; --left) {
+        takeByte();
+        definition.bytes += takeByte();
+        takeByte();
+      }
     }
+    definitions_[header & 0xF] = std::move(definition);
   }
 
   void readData(unsigned local) {
     const Definition& definition = definitions_[local];
     if (!definition.isKnown) throw BrokenMessage{"a message has no definition"};
     const platform::DataView message = take(definition.bytes);
+    last_ = local;
     Values values;
     for (const Field& field : definition.fields) {
       values[field.value] =
           valueOf(message.subspan(field.offset, field.size), field, definition.isBigEndian);
     }
-    if (values[time]) time_ = static_cast<std::uint32_t>(*values[time]);
+    if (values[time]) time_ = dateIn(*values[time]);
     if (definition.message == kRecord) readRecord(values);
     const auto& start = values[altitudeOrStart];
     if (definition.message == kLap && start && track_.laps.size() < kMostTrackPoints) {
-      track_.laps.push_back(dateOf(*start));
+      if (const auto date = dateIn(*start)) track_.laps.push_back(dateOf(*date));
     }
+  }
+
+  /// A time that is a date.
+  static std::optional<std::uint32_t> dateIn(std::int64_t seconds) {
+    if (seconds < kLeastDate) return std::nullopt;
+    return static_cast<std::uint32_t>(seconds);
   }
 
   /// A single integer; nothing for one that stands for "unknown", and for other types.
@@ -237,8 +355,11 @@ class Reader {
     keep(track_, north && east ? &fix : nullptr, scaled(heartRate, 1), date);
   }
 
-  platform::DataView bytes_;  ///< Files not read yet.
-  platform::DataView data_;   ///< Messages of this file not read yet.
+  platform::DataView bytes_;      ///< Files not read yet.
+  platform::DataView data_;       ///< Messages of this file not read yet.
+  bool isWhole_ = true;           ///< Whether their checksum is right.
+  bool hasCompressed_ = false;    ///< Whether a message had a header with its time.
+  std::optional<unsigned> last_;  ///< The definition of the last data.
   std::array<Definition, 16> definitions_;
   std::optional<std::uint32_t> time_;
   Track& track_;

@@ -4,15 +4,13 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
+#include <exception>
 #include <utility>
 
 #include "OmbrixDay/Filters/PlausibleFix.hpp"
-#include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
-#include "OmbrixPlatform/Coding/CodingError.hpp"
+#include "OmbrixDay/Formats/Detail/GeoJSONLine.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Coding/Streams/JSONReader.hpp"
-#include "OmbrixPlatform/Text/UTF8.hpp"
 
 namespace ombrix::detail {
 namespace {
@@ -21,35 +19,15 @@ using platform::JSON;
 
 using platform::JSONReader;
 
-constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
-
 /// What a feature says of its line, in the order of the document. Read in one pass: the document
 /// itself is not kept, and what is kept has a limit.
 struct Line {
-  struct Position {
-    double longitude = kNone, latitude = kNone, altitude = kNone;
-  };
-  enum Figure { speed, course, horizontalAccuracy, verticalAccuracy, heartRate, kFigures };
-
-  bool isLine = false;
-  std::optional<std::vector<Position>> positions;
+  std::string type;  ///< Of the geometry.
+  std::optional<std::vector<GeoJSONPosition>> positions;
   std::optional<std::vector<double>> times[3];  ///< Seconds since 1970, by the places they stand.
-  std::array<std::vector<double>, kFigures> figures;
+  GeoJSONFigures figures;
   std::string name;
-
-  [[nodiscard]] std::optional<double> figure(Figure of, std::size_t index) const {
-    const auto& all = figures[of];
-    if (index >= all.size() || std::isnan(all[index])) return std::nullopt;
-    return all[index];
-  }
 };
-
-constexpr std::pair<std::string_view, Line::Figure> kFigureNames[] = {
-    {"speeds", Line::speed},
-    {"courses", Line::course},
-    {"horizontalAccuracies", Line::horizontalAccuracy},
-    {"verticalAccuracies", Line::verticalAccuracy},
-    {"heartRates", Line::heartRate}};
 
 std::string readText(JSONReader& json) {
   if (json.peek() == '"') return std::string(json.readText());
@@ -77,22 +55,32 @@ void readMembers(JSONReader& json, Member member) {
   for (std::string_view key; json.nextKey(key);) member(key);
 }
 
-/// The items of what comes; none of what is no array. What is thrown leaves those before it, but no
-/// number at the very place: the rest of it may be missing.
 template <class Item>
-void readItems(JSONReader& json, Item (*read)(JSONReader&), std::vector<Item>& items) {
-  items.clear();
+void add(std::vector<Item>& items, const Item& item) {
+  if (items.size() >= kMostTrackPoints) {
+    throw TrackFormatError("it holds more than five million points");
+  }
+  items.push_back(item);
+}
+
+/// The numbers or times of what comes, those of a multi-line string in arrays of their own; none of
+/// what is no array. What is thrown leaves those before it, but no number at the very place: the
+/// rest of it may be missing.
+void readItems(JSONReader& json, double (*read)(JSONReader&), std::vector<double>& items,
+               bool isInside = false) {
+  if (!isInside) items.clear();
   if (json.peek() != '[') return json.skip();
   bool mayBeCut = false;
   try {
     for (json.beginArray(); json.nextItem();) {
       mayBeCut = false;
-      if (items.size() >= kMostTrackPoints) {
-        throw TrackFormatError("it holds more than five million points");
-      }
       const char first = json.peek();
-      items.push_back(read(json));
-      mayBeCut = first != '[' && first != '"';
+      if (first == '[' && !isInside) {
+        readItems(json, read, items, true);
+      } else {
+        add(items, read(json));
+        mayBeCut = first != '[' && first != '"';
+      }
     }
   } catch (...) {
     if (mayBeCut) items.pop_back();
@@ -100,35 +88,37 @@ void readItems(JSONReader& json, Item (*read)(JSONReader&), std::vector<Item>& i
   }
 }
 
-Line::Position readPosition(JSONReader& json) {
-  Line::Position position;
-  if (json.peek() != '[') {
-    json.skip();
-    return position;
-  }
+/// The places of a line, or of the lines of a multi-line string, which stand one level deeper.
+void readPositions(JSONReader& json, std::vector<GeoJSONPosition>& positions, int level = 0) {
+  constexpr int kDeepest = 2;
+  GeoJSONPosition position;
   std::size_t index = 0;
+  bool isList = level == 0;
   for (json.beginArray(); json.nextItem(); ++index) {
-    if (index == 0) {
-      position.longitude = readNumber(json);
-    } else if (index == 1) {
-      position.latitude = readNumber(json);
-    } else if (index == 2) {
-      position.altitude = readNumber(json);
+    if (json.peek() == '[' && level < kDeepest) {
+      isList = true;
+      readPositions(json, positions, level + 1);
+    } else if (isList) {
+      add(positions, {});
+      json.skip();
+    } else if (index < 3) {
+      double* const numbers[] = {&position.longitude, &position.latitude, &position.altitude};
+      *numbers[index] = readNumber(json);
     } else {
       json.skip();
     }
   }
-  return position;
+  if (!isList) add(positions, position);
 }
 
 void readGeometry(JSONReader& json, Line& line) {
-  line.isLine = false;
+  line.type.clear();
   line.positions.reset();
   readMembers(json, [&](std::string_view key) {
     if (key == "type") {
-      line.isLine = readText(json) == "LineString";
+      line.type = readText(json);
     } else if (key == "coordinates" && json.peek() == '[') {
-      readItems(json, readPosition, line.positions.emplace());
+      readPositions(json, line.positions.emplace());
     } else {
       json.skip();
     }
@@ -138,8 +128,8 @@ void readGeometry(JSONReader& json, Line& line) {
 void readProperties(JSONReader& json, Line& line) {
   readMembers(json, [&](std::string_view key) {
     const auto* figure =
-        std::ranges::find(kFigureNames, key, [](auto& name) { return name.first; });
-    if (figure != std::end(kFigureNames)) {
+        std::ranges::find(kGeoJSONFigureNames, key, [](auto& name) { return name.first; });
+    if (figure != std::end(kGeoJSONFigureNames)) {
       readItems(json, readNumber, line.figures[figure->second]);
     } else if (key == "name") {
       line.name = readText(json);
@@ -161,111 +151,134 @@ const std::vector<double>* timesOf(const Line& line) {
   return times == std::end(line.times) ? nullptr : &**times;
 }
 
-/// Adds the points of a line to the track.
-void addLine(const Line& line, Track& track) {
-  if (!line.positions) throw TrackFormatError("a line has no coordinates");
-  const auto* times = timesOf(line);
-  if (times == nullptr) throw TrackFormatError("its line has no times (\"coordTimes\")");
-  if (track.name.empty()) track.name = line.name;
-  for (std::size_t i = 0; i < line.positions->size(); ++i) {
-    const Line::Position& position = (*line.positions)[i];
-    const bool hasPlace = !std::isnan(position.latitude) && !std::isnan(position.longitude);
-    const double time = i < times->size() ? (*times)[i] : kNone;
-    CLLocation fix;
-    if (hasPlace) fix.coordinate = {position.latitude, position.longitude};
-    fix.altitude = position.altitude;
-    fix.speed = line.figure(Line::speed, i).value_or(-1);
-    fix.course = line.figure(Line::course, i).value_or(-1);
-    fix.horizontalAccuracy = line.figure(Line::horizontalAccuracy, i).value_or(-1);
-    fix.verticalAccuracy = line.figure(Line::verticalAccuracy, i).value_or(-1);
-    keep(track, hasPlace ? &fix : nullptr, line.figure(Line::heartRate, i),
-         std::isnan(time) ? std::nullopt : std::optional(platform::dateSince1970(time)));
-  }
-}
+class DocumentReader {
+ public:
+  DocumentReader(platform::DataView bytes, Track& track) : json_(bytes), track_(track) {}
 
-enum class Place { top, inCollection };
-
-/// Reads a feature, or at the top a collection of them, whose members may come in any order.
-void readObject(JSONReader& json, Place place, Track& track) {
-  std::string type;
-  Line line;
-  Track inside;
-  const auto read = [&](std::string_view key) {
-    if (key == "type") {
-      type = readText(json);
-    } else if (key == "geometry") {
-      readGeometry(json, line);
-    } else if (key == "properties") {
-      for (auto& times : line.times) times.reset();
-      line.figures = {};
-      line.name.clear();
-      readProperties(json, line);
-    } else if (key == "features" && place == Place::top && json.peek() == '[') {
-      inside = {};
-      for (json.beginArray(); json.nextItem();) readObject(json, Place::inCollection, inside);
-    } else {
-      json.skip();
+  /// @return what a line is without, whose points are missing for that; null if none is
+  const char* read() {
+    if (!readObject(true)) {
+      throw TrackFormatError("it is neither a feature nor a collection of them");
     }
-  };
-  try {
-    readMembers(json, read);
-  } catch (...) {
-    // The rest, perhaps with the type in it, is lost; what a line has up to here is not.
-    if (place == Place::top && !inside.fixes.empty()) track = std::move(inside);
-    if (line.positions && timesOf(line) != nullptr) addLine(line, track);
-    throw;
+    json_.finish();
+    return missing_;
   }
-  if (place == Place::top && type == "FeatureCollection") {
-    track = std::move(inside);
-  } else if (type == "Feature") {
-    if (line.isLine) addLine(line, track);
-  } else if (place == Place::top) {
-    throw TrackFormatError("it is neither a feature nor a collection of them");
-  }
-}
 
-/// A document whose texts can be told apart: its bytes are UTF-8, no control character stands in a
-/// text, and one that is not closed is left out.
-std::string withWholeTexts(platform::DataView bytes) {
-  std::string text = platform::stringFromUTF8Repaired(bytes);
-  std::optional<std::size_t> opened;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '"') {
-      opened = opened ? std::nullopt : std::optional(i);
-    } else if (opened && text[i] == '\\') {
-      ++i;
-    } else if (opened && static_cast<unsigned char>(text[i]) < 0x20) {
-      text[i] = ' ';
+ private:
+  /// Reads a feature, or at the top a collection of them, whose members may come in any order.
+  /// Which it is say its members: the text of its type may be damaged.
+  bool readObject(bool isTop) {
+    Line line;
+    bool isCollection = false, isFeature = false;
+    const auto read = [&](std::string_view key) {
+      if (key == "geometry") {
+        isFeature = true;
+        readGeometry(json_, line);
+      } else if (key == "properties") {
+        for (auto& times : line.times) times.reset();
+        line.figures = {};
+        line.name.clear();
+        readProperties(json_, line);
+      } else if (key == "features" && isTop && json_.peek() == '[') {
+        isCollection = true;
+        track_ = {};
+        for (json_.beginArray(); json_.nextItem();) readObject(false);
+      } else {
+        json_.skip();
+      }
+    };
+    try {
+      readMembers(json_, read);
+    } catch (...) {
+      // The rest is lost; what a line has up to here is not.
+      if (line.positions && timesOf(line) != nullptr) add(line);
+      throw;
+    }
+    if (!isCollection) add(line);
+    return isCollection || isFeature;
+  }
+
+  /// Adds the points of a line, if it is one, to the track.
+  void add(const Line& line) {
+    constexpr std::string_view kOthers[] = {"Point", "MultiPoint", "Polygon", "MultiPolygon",
+                                            "GeometryCollection"};
+    if (std::ranges::find(kOthers, line.type) != std::end(kOthers)) return;
+    const auto* times = timesOf(line);
+    if (!line.positions) {
+      if (!line.type.empty() || times != nullptr) missing_ = "a line has no coordinates";
+      return;
+    }
+    if (times == nullptr) {
+      // Such as a route that was planned.
+      missing_ = "its line has no times (\"coordTimes\")";
+      track_.skipped += line.positions->size();
+      return;
+    }
+    if (track_.name.empty()) track_.name = line.name;
+    for (std::size_t i = 0; i < line.positions->size(); ++i) {
+      std::array<double, kGeoJSONFigures> figures;
+      for (std::size_t each = 0; each < figures.size(); ++each) {
+        figures[each] = i < line.figures[each].size() ? line.figures[each][i] : kNone;
+      }
+      keep(track_, (*line.positions)[i], i < times->size() ? (*times)[i] : kNone, figures);
     }
   }
-  if (opened) text.resize(*opened);
-  return text;
-}
+
+  JSONReader json_;
+  Track& track_;
+  const char* missing_ = nullptr;
+};
 
 /// A known figure; unknown ones are negative.
 JSON figure(double value) { return value >= 0 && value < 1e9 ? JSON(value) : JSON(); }
 
 }  // namespace
 
-void readGeoJSON(platform::DataView bytes, Track& track) {
-  const auto read = [&track](platform::DataView document) {
-    JSONReader json(document);
-    readObject(json, Place::top, track);
-    json.finish();
+void keep(Track& track, const GeoJSONPosition& position, double secondsSince1970,
+          std::span<const double, kGeoJSONFigures> figures) {
+  const auto known = [&](GeoJSONFigure figure) {
+    return std::isnan(figures[figure]) ? -1 : figures[figure];
   };
+  const bool hasPlace = !std::isnan(position.latitude) && !std::isnan(position.longitude);
+  CLLocation fix;
+  if (hasPlace) fix.coordinate = {position.latitude, position.longitude};
+  fix.altitude = position.altitude;
+  fix.speed = known(kSpeed);
+  fix.course = known(kCourse);
+  fix.horizontalAccuracy = known(kHorizontalAccuracy);
+  fix.verticalAccuracy = known(kVerticalAccuracy);
+  const double rate = figures[kHeartRate];
+  keep(track, hasPlace ? &fix : nullptr, std::isnan(rate) ? std::nullopt : std::optional(rate),
+       std::isnan(secondsSince1970) ? std::nullopt
+                                    : std::optional(platform::dateSince1970(secondsSince1970)));
+}
+
+void readGeoJSON(platform::DataView bytes, Track& track) {
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  if (platform::textOf(bytes).starts_with(kMark)) bytes = bytes.subspan(kMark.size());
+  std::exception_ptr fault;
+  bool isDamaged = true;
   try {
-    read(bytes);
-  } catch (const platform::DecodingError&) {
-    // Of a document that cannot even be divided into texts the reader gives nothing.
-    if (!track.fixes.empty()) throw;
-    const std::string document = withWholeTexts(bytes);
-    try {
-      read(platform::bytesOf(document));
-    } catch (const platform::Error&) {
-      // The first fault is the one to tell.
-    }
-    throw;
+    const char* const missing = DocumentReader(bytes, track).read();
+    if (missing == nullptr) return;
+    isDamaged = false;
+    fault = std::make_exception_ptr(TrackFormatError(missing));
+  } catch (const platform::Error&) {
+    fault = std::current_exception();
   }
+  const auto points = [](const Track& read) { return read.fixes.size() + read.heartRates.size(); };
+  if (points(track) < kMostTrackPoints) {
+    Track found;
+    found.name = track.name;
+    readDamagedGeoJSON(platform::textOf(bytes), found);
+    const bool isMore = points(found) > points(track);
+    if (isMore || (isDamaged && points(found) == points(track))) {
+      track = std::move(found);
+      isDamaged |= isMore;
+    }
+  }
+  // A route beside a track is no damage.
+  if (isDamaged || points(track) == 0) std::rethrow_exception(fault);
 }
 
 std::string writeGeoJSON(const Track& track) {

@@ -44,7 +44,10 @@ std::optional<platform::Date> timeFromText(std::string_view text) {
   const std::chrono::year_month_day date{std::chrono::year{*year},
                                          std::chrono::month{static_cast<unsigned>(*month)},
                                          std::chrono::day{static_cast<unsigned>(*day)}};
-  if (!second || !date.ok() || *hour > 24 || *minute > 59 || *second > 60) return std::nullopt;
+  if (!second || !date.ok() || *minute > 59 || *second > (*minute == 59 ? 60 : 59)) {
+    return std::nullopt;  // a leap second ends an hour
+  }
+  if (*hour > 24 || (*hour == 24 && (*minute > 0 || *second > 0))) return std::nullopt;
   double seconds = *hour * 3600.0 + *minute * 60.0 + *second;
   if (!text.empty() && (text.front() == '.' || text.front() == ',')) {
     const std::size_t digits = text.find_first_not_of("0123456789", 1);
@@ -53,13 +56,16 @@ std::optional<platform::Date> timeFromText(std::string_view text) {
     seconds += platform::doubleFromText("0." + std::string(fraction)).value_or(0);
     text.remove_prefix(fraction.size() + 1);
   }
+  constexpr int kMostOffsetMinutes = 14 * 60;  // of any place
   if (!text.empty() && (text.front() == '+' || text.front() == '-')) {
     const double sign = text.front() == '+' ? -1 : 1;
     text.remove_prefix(1);
     const auto hours = takeDigits(text, 2);
     take(text, ':');
     const auto minutes = takeDigits(text, 2);
-    if (!hours || !minutes) return std::nullopt;
+    if (!hours || !minutes || *minutes > 59 || *hours * 60 + *minutes > kMostOffsetMinutes) {
+      return std::nullopt;
+    }
     seconds += sign * (*hours * 3600.0 + *minutes * 60.0);
   } else {
     take(text, 'Z');

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <memory>
 #include <new>
 
@@ -12,6 +13,7 @@
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Coding/XMLReader.hpp"
+#include "OmbrixPlatform/Csv/NumberText.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
 #include "OmbrixPlatform/Files/OutputStream.hpp"
 
@@ -43,9 +45,72 @@ std::string_view nameOf(TrackFormat format) {
   return "FIT";
 }
 
+/// What a track's last row is, behind which no line end stands.
+enum class LastRow { whole, cut, cutInItsLastNumber };
+
+LastRow lastRow(std::string_view row) {
+  const auto decimals = [](std::string_view number) {
+    const std::size_t point = number.find('.');
+    return point == number.npos ? 0 : number.size() - point - 1;
+  };
+  constexpr std::size_t kWritersDecimals[] = {6, 6, 6, 6, 1, 6, 1, 1};
+  constexpr std::size_t kColumns = std::size(kWritersDecimals);
+  if (row.find('"') != row.npos) return LastRow::whole;
+  std::size_t likeWriters = 0;
+  for (std::size_t column = 0; column < kColumns; ++column) {
+    if (column > 0 && row.empty()) return LastRow::cut;
+    if (column > 0) row.remove_prefix(1);
+    const std::string_view field = row.substr(0, row.find(','));
+    row.remove_prefix(field.size());
+    if (!platform::doubleFromText(field)) return LastRow::cut;
+    if (likeWriters == column && decimals(field) == kWritersDecimals[column]) ++likeWriters;
+  }
+  // Of a row in our writer's own shape it can be told.
+  const bool isCut = row.empty() && likeWriters == kColumns - 1;
+  return isCut ? LastRow::cutInItsLastNumber : LastRow::whole;
+}
+
+constexpr std::size_t kTailBytes = 1024;
+
+std::string_view tailOf(std::string_view text) {
+  return text.substr(text.size() - std::min(text.size(), kTailBytes));
+}
+
+/// Passes a stream on and keeps its last bytes.
+class TailStream final : public platform::InputStream {
+ public:
+  explicit TailStream(platform::InputStream& source) : source_(source) {
+    setStatus(source.streamStatus());
+  }
+  platform::FileResult<void> open() override {
+    auto opened = source_.open();
+    setStatus(source_.streamStatus());
+    return opened;
+  }
+  void close() noexcept override { source_.close(); }
+  platform::FileResult<std::size_t> read(std::span<std::byte> buffer) override {
+    const auto count = source_.read(buffer);
+    if (!count) return fail(count.error());
+    keep(platform::textOf(buffer.first(*count)));
+    return count;
+  }
+  [[nodiscard]] int fileDescriptor() const noexcept override { return source_.fileDescriptor(); }
+  [[nodiscard]] const std::string& tail() const noexcept { return tail_; }
+
+ private:
+  void keep(std::string_view bytes) {
+    tail_ += tailOf(bytes);
+    tail_.erase(0, tail_.size() - tailOf(tail_).size());
+  }
+
+  platform::InputStream& source_;
+  std::string tail_;
+};
+
+/// @param tail Gives the last bytes, once all is read.
 /// @param hasFailed Says whether it was the source that failed; else memory was short.
-template <class Source, class HasFailed>
-void readCSV(Source&& source, HasFailed hasFailed, Track& track) {
+template <class Source, class Tail, class HasFailed>
+void readCSV(Source&& source, Tail tail, HasFailed hasFailed, Track& track) {
   bool brokeOff = false;
   const CSVParseObserver observer([&](const CSVParseProgress& progress) {
     track.skipped = progress.rowsSkipped;
@@ -57,7 +122,18 @@ void readCSV(Source&& source, HasFailed hasFailed, Track& track) {
     if (!hasFailed()) throw std::bad_alloc();
     throw TrackFormatError("reading stopped before its end");
   }
+  const std::string_view end = tail();
+  const std::size_t line = end.find_last_of("\r\n") + 1;  // 0 for none
+  // Of a row that is longer nothing is said, but that it ends in zeros no disk has written.
+  const bool isUnended =
+      line < end.size() && (line > 0 || end.size() < kTailBytes || end.back() == '\0');
+  const LastRow last = isUnended ? lastRow(end.substr(line)) : LastRow::whole;
+  if (last == LastRow::cutInItsLastNumber && !track.fixes.empty()) {
+    track.fixes.pop_back();
+    ++track.skipped;
+  }
   if (track.fixes.empty() && track.skipped > 0) throw TrackFormatError("no row is a fix");
+  if (last != LastRow::whole) throw TrackFormatError("it is cut off");
 }
 
 std::string writeCSV(const Track& track) {
@@ -79,7 +155,8 @@ std::string writeCSV(const Track& track) {
 void readUnnamed(platform::DataView bytes, TrackFormat format, Track& track) {
   switch (format) {
     case TrackFormat::csv:
-      return readCSV(bytes, [] { return false; }, track);
+      return readCSV(
+          bytes, [bytes] { return tailOf(platform::textOf(bytes)); }, [] { return false; }, track);
     case TrackFormat::gpx:
       return detail::readGPX(bytes, track);
     case TrackFormat::tcx:
@@ -151,9 +228,13 @@ Track readTrack(platform::DataView bytes, TrackFormat format) {
 }
 
 Track readCSVTrack(platform::InputStream& stream) {
-  const auto hasFailed = [&stream] { return stream.streamError().has_value(); };
-  return readAsFarAsItGoes(TrackFormat::csv,
-                           [&](Track& track) { readCSV(stream, hasFailed, track); });
+  TailStream source(stream);
+  return readAsFarAsItGoes(TrackFormat::csv, [&](Track& track) {
+    readCSV(
+        static_cast<platform::InputStream&>(source),
+        [&]() -> std::string_view { return source.tail(); },
+        [&] { return source.streamError().has_value(); }, track);
+  });
 }
 
 std::string writeTrack(const Track& track, TrackFormat format) {
@@ -174,6 +255,17 @@ std::string writeTrack(const Track& track, TrackFormat format) {
 
 std::size_t writableFixes(const Track& track) {
   return static_cast<std::size_t>(std::ranges::count_if(track.fixes, detail::isWritable));
+}
+
+std::size_t heartRatesLeftOut(const Track& track, TrackFormat format) {
+  if (format == TrackFormat::tcx) return 0;
+  std::size_t written = 0;
+  if (format != TrackFormat::csv) {
+    for (const detail::TrackPoint& point : detail::pointsOf(track)) {
+      if (point.fix != nullptr && point.heartRate != nullptr) ++written;
+    }
+  }
+  return track.heartRates.size() - written;
 }
 
 std::string convertTrack(platform::DataView bytes, TrackFormat from, TrackFormat to) {

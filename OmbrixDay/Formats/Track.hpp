@@ -45,7 +45,9 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 [[nodiscard]] TrackFormat trackFormatOfBytes(platform::DataView bytes);
 
 /// Reads a track. Of a file that is damaged, cut off, too long for the memory or has more than
-/// `kMostTrackPoints`, what could be read is returned, and `Track::fault` says what is wrong.
+/// `kMostTrackPoints`, what could be read is returned, and `Track::fault` says what is wrong. A
+/// single bad byte costs no more than the point it is in. (A CSV file that is cut between two rows
+/// cannot be told from a whole one.)
 /// @throws TrackFormatError for bytes that are no such file, are larger than `kMostTrackBytes`, or
 ///   are damaged so that no point can be read
 [[nodiscard]] Track readTrack(platform::DataView bytes, TrackFormat format);
@@ -58,6 +60,10 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 /// How many of a track's fixes `writeTrack` writes: those whose place, altitude and time are finite
 /// and can be.
 [[nodiscard]] std::size_t writableFixes(const Track& track);
+
+/// How many of a track's heart rates `writeTrack` leaves out: all in CSV, those of no fix's instant
+/// in GPX and GeoJSON, where only points with a place stand.
+[[nodiscard]] std::size_t heartRatesLeftOut(const Track& track, TrackFormat format);
 
 /// Writes the fixes that can be written; other figures of theirs that are not finite become
 /// unknown.

@@ -7,11 +7,15 @@
 #include <algorithm>
 #include <iterator>
 #include <limits>
+#include <optional>
+#include <string>
 
 #include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
 #include "OmbrixPlatform/Coding/XMLReader.hpp"
 #include "OmbrixPlatform/Csv/NumberText.hpp"
+#include "OmbrixPlatform/Text/UTF16.hpp"
+#include "OmbrixPlatform/Text/UTF8.hpp"
 
 namespace ombrix::detail {
 namespace {
@@ -28,7 +32,7 @@ class PointReader : public platform::XMLHandler {
 
   void beginElement(std::string_view name, std::span<const XMLAttribute> attributes) override {
     if (depth_++ == 0 && name != root_) {
-      throw TrackFormatError(fmt::format("its root element is \"{}\"", name.substr(0, 40)));
+      throw platform::XMLError(fmt::format("its root element is \"{}\"", name.substr(0, 40)));
     }
     if (depth_ == 2) section_ = name;
     if (name == point_) {
@@ -129,6 +133,48 @@ std::size_t nextElement(std::string_view text, std::string_view name) {
   return text.npos;
 }
 
+/// The declaration of a document's encoding, in which its pieces are to be read, too; empty for
+/// UTF-8. In place of one that the parser does not know stands one that takes any byte.
+std::string declarationOf(platform::DataView bytes) {
+  constexpr std::size_t kMostBytes = 200;
+  constexpr std::string_view kMark = "\xEF\xBB\xBF", kLatin = "ISO-8859-1";
+  constexpr std::string_view kNames[] = {kLatin, "US-ASCII", "UTF-8"};
+  std::string_view text = platform::textOf(bytes).substr(0, kMostBytes);
+  if (text.starts_with(kMark)) text.remove_prefix(kMark.size());
+  const std::size_t end = text.find("?>");
+  if (!text.starts_with("<?") || end == text.npos) return {};
+  const std::string_view declaration = text.substr(0, end);
+  for (const std::string_view name : kNames) {
+    const auto found = std::ranges::search(declaration, name, [](char a, char b) {
+      return (a >= 'a' && a <= 'z' ? static_cast<char>(a - ('a' - 'A')) : a) == b;
+    });
+    if (!found.empty()) return fmt::format("<?xml version=\"1.0\" encoding=\"{}\"?>", name);
+  }
+  if (platform::stringFromUTF8(bytes)) return {};
+  return fmt::format("<?xml version=\"1.0\" encoding=\"{}\"?>", kLatin);
+}
+
+/// A document in UTF-16, which begins with a mark, in UTF-8 and without its declaration; nothing
+/// for any other.
+std::optional<std::string> utf8FromUTF16(platform::DataView bytes) {
+  const std::string_view text = platform::textOf(bytes);
+  const bool isLittle = text.starts_with("\xFF\xFE");
+  if (!isLittle && !text.starts_with("\xFE\xFF")) return std::nullopt;
+  std::u16string units;
+  units.reserve(text.size() / 2);
+  for (std::size_t i = 2; i + 1 < text.size(); i += 2) {
+    const auto first = static_cast<unsigned char>(text[i]);
+    const auto second = static_cast<unsigned char>(text[i + 1]);
+    units += static_cast<char16_t>(isLittle ? second << 8 | first : first << 8 | second);
+  }
+  std::string utf8 = platform::utf8From(units);
+  if (utf8.starts_with("<?xml")) {
+    const std::size_t end = utf8.find("?>");
+    if (end != utf8.npos) std::fill_n(utf8.begin(), end + 2, ' ');
+  }
+  return utf8;
+}
+
 /// Reads all points. A fault costs the rest of the point in which it stands: reading goes on at the
 /// next one.
 /// @throws XMLError the first fault, once all points are read
@@ -136,8 +182,12 @@ void readPoints(platform::DataView bytes, std::string_view root, std::string_vie
                 Track& track) {
   constexpr std::size_t kMostFaults = 10'000;  // Each makes a parser.
   constexpr std::size_t kMostUnfinished = 16;  // Each has up to 1 MiB read in vain.
+  const std::optional<std::string> utf8 = utf8FromUTF16(bytes);
+  if (utf8) bytes = platform::bytesOf(*utf8);
+  const platform::DataView whole = bytes;
   PointReader reader(root, point, track);
   std::string before;
+  std::optional<std::string> declaration;
   std::optional<platform::XMLError> first;
   std::size_t unfinished = 0;
   for (std::size_t faults = 0; faults < kMostFaults; ++faults) {
@@ -154,7 +204,8 @@ void readPoints(platform::DataView bytes, std::string_view root, std::string_vie
     const std::size_t next = nextElement(platform::textOf(bytes), point);
     if (next == std::string_view::npos) break;
     bytes = bytes.subspan(next);
-    before = fmt::format("<{}>", root);
+    if (!declaration) declaration = declarationOf(whole);
+    before = fmt::format("{}<{}>", *declaration, root);
     reader.restart();
   }
   if (first) throw platform::XMLError(*first);

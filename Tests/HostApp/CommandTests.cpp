@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -119,6 +120,7 @@ TEST(CommandTests, WritingKeepsWhatStandsThere) {
   if (geteuid() == 0) {
     ASSERT_EQ(::chown(in("real.csv").c_str(), 65534, 65534), 0);
   }
+  const bool hasAttributes = ::setxattr(in("real.csv").c_str(), "user.note", "!", 1, 0) == 0;
   fs::create_symlink("real.csv", in("link.csv"));
   fs::create_symlink("made.csv", in("dangling.csv"));
   folder.write("twin.csv", "older");
@@ -139,6 +141,9 @@ TEST(CommandTests, WritingKeepsWhatStandsThere) {
     EXPECT_EQ(real.st_uid, 65534U);
   }
   EXPECT_EQ(folder.read("real.csv.partial"), "another's");
+  char note = '\0';
+  EXPECT_TRUE(!hasAttributes ||
+              (::getxattr(in("real.csv").c_str(), "user.note", &note, 1) == 1 && note == '!'));
 
   for (const std::string out : {"-", "/dev/stdout", "/dev/fd/1"}) {
     EXPECT_EQ(run(folder, rewrite + out + " 2>/dev/null | cat").output, day) << out;
@@ -156,7 +161,67 @@ TEST(CommandTests, WritingKeepsWhatStandsThere) {
   EXPECT_EQ(entries, 10);
 }
 
-// Catches a full disk that costs the older file, or leaves a part of the new one.
+// Catches a recording that is written over: by a shell's "*.gpx", a slip of the name, a made-up
+// day, a part of itself, a page; and a command that cannot be repeated.
+TEST(CommandTests, NoRecordingIsWrittenOver) {
+  const testing::ScopedDir folder;
+  const std::string hour =
+      "for i in a b; do '" OMBRIX_PROGRAM "' convert $i.csv $i.gpx && '" OMBRIX_PROGRAM
+      "' convert $i.csv $i.geojson; done; cp a.csv track";
+  ASSERT_EQ(run(folder, "sample a.csv --runs 2").status, 0);
+  const std::string a = folder.read("a.csv");
+  std::string later = a;
+  for (std::size_t at = 0; at < later.size(); at = later.find('\n', at) + 1) later[at + 1] = '8';
+  folder.write("b.csv", later);
+  folder.write("part.csv", a.substr(0, a.rfind('\n', a.size() - 2) + 1));
+  folder.write("torn.csv", a.substr(0, a.size() / 2));
+  folder.write("hr.csv", "1700000000,72\n1700000001,73\n");
+  ASSERT_EQ(run(folder, "--version; " + hour).status, 0);
+  const char* const files[] = {"a.csv", "b.csv", "a.gpx", "b.gpx", "a.geojson", "hr.csv", "track"};
+  const auto all = [&] {
+    std::string contents;
+    for (const char* file : files) contents += folder.read(file) + "|";
+    return contents;
+  };
+  const std::string before = all();
+  const std::pair<const char*, const char*> refused[] = {
+      {"convert a.gpx b.gpx", "b.gpx is a recording"},
+      {"convert a.csv hr.csv", "hr.csv is a recording"},
+      {"convert a.gpx b.csv --to gpx", "b.csv is a recording"},
+      {"convert part.csv a.gpx", "a.gpx is a recording"},
+      {"convert torn.csv a.gpx", "torn.csv could not be read whole: it is cut off; a.gpx is not"},
+      {"track rewrite a.csv b.csv", "b.csv is a recording"},
+      {"track rewrite part.csv a.csv", "a.csv is a recording"},
+      {"sample b.csv --runs 2", "b.csv is a recording"},
+      {"sample a.gpx", "a.gpx is a recording"},
+      {"sample new.csv --hr b.csv", "b.csv is a recording"},
+      {"sample new.csv --hr hr.csv", "hr.csv is a recording"},
+      {"sample new.csv --hr ./new.csv", "are one file"},
+      {"day a.csv --html track", "track is a recording"},
+      {"day a.csv --geojson a.geojson", "a.geojson is a recording"},
+      {"day a.csv --geojson new --html new", "are one file"}};
+  for (const auto& [command, told] : refused) {
+    const Outcome outcome = run(folder, command);
+    EXPECT_EQ(outcome.status, 1) << command;
+    EXPECT_THAT(outcome.output, HasSubstr(told)) << command;
+    EXPECT_EQ(all(), before) << command;
+  }
+  EXPECT_FALSE(fs::exists(folder.path() / "new.csv"));
+  for (const char* command :
+       {"convert a.csv a.gpx", "convert a.gpx a.gpx", "track rewrite a.csv a.csv",
+        "track rewrite a.csv part.csv", "sample a.csv --runs 2", "day a.csv --geojson line.geojson",
+        "day b.csv --geojson line.geojson", "sample s.csv --hr r.csv", "sample s.csv --hr r.csv"}) {
+    EXPECT_EQ(run(folder, command).status, 0) << command << run(folder, command).output;
+  }
+  // Nor does a part take the place of a day that is kept.
+  for (const char* track : {"a.csv", "part.csv", "torn.csv"}) {
+    folder.write("one.csv", folder.read(track));
+    run(folder, "day one.csv");
+  }
+  EXPECT_THAT(run(folder, "days").output, HasSubstr(" 2  "));
+}
+
+// Catches a full disk, or a limit, that costs the older file, or leaves a part of the new one.
 TEST(CommandTests, AFullDiskLeavesTheOlderFile) {
   const testing::SmallDisk disk(64 * 1024);
   if (!disk.isMounted()) GTEST_SKIP() << "needs the right to mount";
@@ -165,7 +230,11 @@ TEST(CommandTests, AFullDiskLeavesTheOlderFile) {
   for (const int names : {1, 2}) {  // The second time it is written over in place.
     const Outcome outcome = run(disk.folder(), "sample day.csv");
     EXPECT_EQ(outcome.status, 1);
-    EXPECT_NE(outcome.output.find("No space left"), std::string::npos) << outcome.output;
+    EXPECT_THAT(outcome.output,
+                AllOf(HasSubstr("cannot write day.csv: "), HasSubstr("No space left")));
+    const Outcome limited = run(disk.folder(), "sample day.csv", "ulimit -f 8; ");
+    EXPECT_EQ(limited.status, 1);
+    EXPECT_THAT(limited.output, HasSubstr("cannot write day.csv: "));
     EXPECT_EQ(disk.folder().read("day.csv"), older);
     EXPECT_EQ(std::distance(fs::directory_iterator(disk.folder().path()), {}), names);
     if (names == 1)
@@ -307,9 +376,11 @@ TEST(CommandTests, ConvertsTracks) {
   folder.write("hr.tcx",
                "<TrainingCenterDatabase><Trackpoint><Time>2026-03-01T12:00:00Z</Time><Position>"
                "<LatitudeDegrees>1</LatitudeDegrees><LongitudeDegrees>2</LongitudeDegrees>"
-               "</Position><HeartRateBpm><Value>70</Value></HeartRateBpm></Trackpoint>"
-               "</TrainingCenterDatabase>");
-  EXPECT_THAT(run(folder, "convert hr.tcx hr.csv").output, HasSubstr("1 heart rates are left out"));
+               "</Position><HeartRateBpm><Value>70</Value></HeartRateBpm></Trackpoint><Trackpoint>"
+               "<Time>2026-03-01T12:00:09Z</Time><HeartRateBpm><Value>71</Value></HeartRateBpm>"
+               "</Trackpoint></TrainingCenterDatabase>");
+  EXPECT_THAT(run(folder, "convert hr.tcx hr.csv").output, HasSubstr("2 heart rates are left out"));
+  EXPECT_THAT(run(folder, "convert hr.tcx hr.gpx").output, HasSubstr("1 heart rates are left out"));
   folder.write("none.gpx", "<gpx><trk><trkseg><trkpt lat='1' lon='2'/></trkseg></trk></gpx>");
   EXPECT_EQ(run(folder, "convert none.gpx day.tcx").status, 1);
   EXPECT_EQ(folder.read("day.tcx"), folder.read("all/day.tcx"));
@@ -329,6 +400,8 @@ TEST(CommandTests, WritesAndChecksGeometries) {
   const std::string line = R"({"type":"LineString","coordinates":[[7.25,46.5],[7.5,-46.6]]})";
   EXPECT_EQ(folder.read("line.json"), line);
   EXPECT_EQ(run(folder, "geojson line.json").output, line + "\n");
+  folder.write("marked.json", "\xEF\xBB\xBF" + line);
+  EXPECT_EQ(run(folder, "geojson marked.json").output, line + "\n");
   const Outcome bad = run(folder, "geojson bad.json");
   EXPECT_EQ(bad.status, 1);
   EXPECT_THAT(bad.output, HasSubstr("bad.json is not a geometry"));
@@ -357,6 +430,21 @@ TEST(CommandTests, RemembersTheLastDays) {
   EXPECT_THAT(run(folder, "days --json").output,
               AllOf(HasSubstr(R"({"season":"2023","distanceMeters":21)"), HasSubstr(R"("runs":2,)"),
                     HasSubstr(R"("title":"second.csv","startTime":17001)")));
+  // A day without altitudes has no descent, and one whose file is damaged is told of.
+  folder.write(
+      "flat.gpx",
+      "<gpx><trk><trkseg><trkpt lat='46' lon='7'><time>2024-02-01T12:00:00Z</time></trkpt>"
+      "<trkpt lat='46.001' lon='7'><time>2024-02-01T12:00:20Z</time></trkpt></trkseg></trk>"
+      "</gpx>");
+  EXPECT_EQ(run(folder, "day flat.gpx").status, 0);
+  EXPECT_THAT(run(folder, "days --json").output, HasSubstr(R"("descentMeters":null,)"));
+  EXPECT_THAT(run(folder, "days").output, HasSubstr(" –   "));
+  const fs::path data = std::getenv("XDG_DATA_HOME");
+  std::ofstream(data / "com.brannoway.ombrix/Days/1700100000.data", std::ios::app) << '\xFF';
+  const Outcome damaged = run(folder, "days");
+  EXPECT_EQ(damaged.status, 1);
+  EXPECT_THAT(damaged.output, AllOf(HasSubstr("first.csv"), Not(HasSubstr("second.csv")),
+                                    HasSubstr("1 kept days cannot be read")));
   EXPECT_THAT(run(folder, "compare first.csv second.csv --locale de_DE").output,
               AllOf(HasSubstr("Di., 14. Nov."), HasSubstr("Unterschied")));
 }

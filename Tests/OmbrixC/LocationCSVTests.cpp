@@ -63,6 +63,7 @@ TEST(LocationCSVTests, ATrackGoesThroughTheCInterfaceAndBack) {
   expectFixes(ombrix_LocationCSVParser_parseWithUrl_(parser, url.c_str()), 1);
   expectFixes(ombrix_LocationCSVParser_parseWithString_(parser, text.c_str()), 2);
   expectFixes(ombrix_LocationCSVParser_parseWithStream_(parser, {&rest, &readFrom}), 2);
+  expectFixes(ombrix_LocationCSVParser_parseWithStream_(parser, {&rest, &readFrom}), 0);
   expectFixes(ombrix_LocationCSVParser_parseWithData_(parser, bytes, text.size()), 2);
   expectFixes(ombrix_LocationCSVParser_parseWithString_(parser, ""), 0);
 
@@ -84,6 +85,15 @@ TEST(LocationCSVTests, FailuresReachC) {
   auto* const parser = ombrix_LocationCSVParser_init();
   EXPECT_EQ(ombrix_LocationCSVParser_parseWithUrl_(parser, "file:///no/such").locations, nullptr);
   EXPECT_EQ(ombrix_LocationCSVParser_parseWithUrl_(parser, nullptr).locations, nullptr);
+  const ombrix::testing::ScopedDir folder;
+  const auto file = folder.write("track.csv", kRow).string();
+  auto* const rates = ombrix_HRCSVParser_init();
+  for (const char* host : {"http://localhost", "https://localhost"}) {
+    const std::string url = host + file;
+    EXPECT_EQ(ombrix_LocationCSVParser_parseWithUrl_(parser, url.c_str()).locations, nullptr);
+    EXPECT_EQ(ombrix_HRCSVParser_parseWithUrl_(rates, url.c_str()).samples, nullptr);
+  }
+  ombrix_HRCSVParser_release(rates);
   const auto tooMany = [](void*, uint8_t*, size_t length) {
     return static_cast<ptrdiff_t>(length) + 1;
   };
@@ -93,7 +103,7 @@ TEST(LocationCSVTests, FailuresReachC) {
   const auto throwing = [](void*, uint8_t*, size_t) -> ptrdiff_t { throw std::bad_alloc(); };
   EXPECT_EQ(ombrix_LocationCSVParser_parseWithStream_(parser, {nullptr, throwing}).locations,
             nullptr);
-  EXPECT_EQ(log.takeErrors().size(), 4U);
+  EXPECT_EQ(log.takeErrors().size(), 8U);
   ombrix_LocationCSVParser_release(parser);
 
   OmbrixError* error = nullptr;

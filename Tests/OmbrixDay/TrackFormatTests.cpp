@@ -74,6 +74,7 @@ TEST(TrackFormats, everyFormatComesBackThroughEveryOther) {
     for (const char* none : {"<ele>0<", "<AltitudeMeters>0<", ",0]"}) {
       EXPECT_EQ(first.find(none), first.npos) << none;
     }
+    expectSame(track, read("\xEF\xBB\xBF" + first, from));
     for (const TrackFormat to : kWritten) {
       SCOPED_TRACE(::testing::Message() << "from " << int(from) << " to " << int(to));
       const Track again = read(convertTrack(bytesOf(first), from, to), to);
@@ -111,6 +112,10 @@ TEST(TrackFormats, whatCannotBeWrittenIsLeftOut) {
     EXPECT_TRUE(read(writeTrack({}, format), format).fixes.empty());
   }
   EXPECT_THROW((void)writeTrack(track, fit), TrackFormatError);
+  // The one that is nan, and those of the fixes that cannot be written.
+  EXPECT_EQ(heartRatesLeftOut(track, csv), 5u);
+  EXPECT_EQ(heartRatesLeftOut(track, gpx), 3u);
+  EXPECT_EQ(heartRatesLeftOut(track, tcx), 0u);
 }
 
 TEST(TrackFormats, shapesOfOtherPrograms) {
@@ -155,6 +160,13 @@ TEST(TrackFormats, shapesOfOtherPrograms) {
           "coordTimes":["2026-03-01T12:00:00Z","never"]},"geometry":{"type":"LineString",
           "coordinates":[[8.25,46.5],[8.25,46.5,1]]}}]})",
        "Day", 1, 0, 0, 1, 0, 0, -1, 0},
+      {"a planned route beside a line in pieces with rates in pieces", geoJSON,
+       R"({"type":"FeatureCollection","features":[{"type":"Feature","geometry":{"type":
+          "LineString","coordinates":[[1,2],[3,4]]},"properties":{}},{"type":"Feature",
+          "geometry":{"type":"MultiLineString","coordinates":[[[8.25,46.5,7]],[[8,46],[9,47]]]},
+          "properties":{"coordTimes":[["2026-03-01T12:00:00Z"],["2026-03-01T12:00:05Z",
+          "2026-03-01T12:00:06Z"]],"heartRates":[[70],[71,72]]}}]})",
+       "", 3, 3, 0, 2, 0, 7, -1, 70},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -183,12 +195,15 @@ TEST(TrackFormats, numbersAndTimesThatAreWrong) {
     double altitude;
   };
   const Case cases[] = {
-      {"nan", "2026-03-01T12:00:00Z", "1", 0, 0},   {"inf", "2026-03-01T12:00:00Z", "1", 0, 0},
-      {"90.1", "2026-03-01T12:00:00Z", "1", 0, 0},  {"4,5", "2026-03-01T12:00:00Z", "1", 0, 0},
-      {"", "2026-03-01T12:00:00Z", "1", 0, 0},      {"4", "2026-02-29T12:00:00Z", "1", 0, 0},
-      {"4", "2026-03-01T25:00:00Z", "1", 0, 0},     {"4", "2026-03-01T12:00:00+1", "1", 0, 0},
-      {"4", "2026-03-01T12:00:00Zx", "1", 0, 0},    {"4", "2026-03-01T12:00:00.Z", "1", 0, 0},
-      {"4", "2026-03-01T12:00:00Z", "1e400", 1, 0}, {"4", "2026-03-01T12:00:00Z", "high", 1, 0},
+      {"nan", "2026-03-01T12:00:00Z", "1", 0, 0},    {"inf", "2026-03-01T12:00:00Z", "1", 0, 0},
+      {"90.1", "2026-03-01T12:00:00Z", "1", 0, 0},   {"4,5", "2026-03-01T12:00:00Z", "1", 0, 0},
+      {"", "2026-03-01T12:00:00Z", "1", 0, 0},       {"4", "2026-02-29T12:00:00Z", "1", 0, 0},
+      {"4", "2026-03-01T25:00:00Z", "1", 0, 0},      {"4", "2026-03-01T12:00:00+1", "1", 0, 0},
+      {"4", "2026-03-01T12:00:00Zx", "1", 0, 0},     {"4", "2026-03-01T12:00:00.Z", "1", 0, 0},
+      {"4", "2026-03-01T12:00:00Z", "1e400", 1, 0},  {"4", "2026-03-01T12:00:00Z", "high", 1, 0},
+      {"4", "2026-03-01T24:00:01Z", "1", 0, 0},      {"4", "2026-03-01T11:30:60Z", "1", 0, 0},
+      {"4", "2026-03-01T12:00:00+15:00", "1", 0, 0}, {"4", "2026-03-01T12:00:00+01:60", "1", 0, 0},
+      {"4", "2026-02-28T24:00:00Z", "2", 1, 2},      {"4", "2026-02-28T23:59:60-00:30", "2", 1, 2},
       {"4", "2026-03-01 12:00:00", "-4.5", 1, -4.5}};
   for (const Case& c : cases) {
     SCOPED_TRACE(::testing::Message() << c.lat << ' ' << c.time << ' ' << c.ele);
@@ -243,8 +258,58 @@ TEST(TrackFormats, bytesThatAreNoTrackAreRefused) {
   }
 }
 
-// Catches damage that costs more than the point it is in, or that nobody is told of.
-TEST(TrackFormats, damageCostsNoOtherPoint) {
+/// Whether a fix is one of a track, its time and place unharmed.
+bool isAmong(const CLLocation& fix, const Track& track) {
+  return std::ranges::any_of(track.fixes, [&](const CLLocation& each) {
+    return each.timestamp == fix.timestamp && each.coordinate.latitude == fix.coordinate.latitude &&
+           each.coordinate.longitude == fix.coordinate.longitude;
+  });
+}
+
+/// Changes every byte of a file in several ways, one at a time: each time all fixes but one must be
+/// there, at their own times.
+void expectNoByteCostsMoreThanItsPoint(const std::string& whole, TrackFormat format,
+                                       std::span<const unsigned char> flips) {
+  const Track all = read(whole, format);
+  for (std::size_t at = 0; at < whole.size(); ++at) {
+    for (const unsigned char flip : flips) {
+      std::string bytes = whole;
+      bytes[at] = static_cast<char>(flip < 0x20 || flip > 0x7E ? bytes[at] ^ flip : flip);
+      std::size_t unharmed = 0;
+      try {
+        for (const CLLocation& fix : read(bytes, format).fixes) unharmed += isAmong(fix, all);
+      } catch (const TrackFormatError& error) {
+        ADD_FAILURE() << error.what();
+      }
+      ASSERT_GE(unharmed + 1, all.fixes.size())
+          << "format " << int(format) << ", byte " << at << " as " << int(flip) << ": "
+          << whole.substr(at - std::min<std::size_t>(at, 20), 40);
+    }
+  }
+}
+
+// Catches a bad byte that costs more than the point it is in, or that puts places to other times.
+TEST(TrackFormats, aBadByteCostsNoOtherPoint) {
+  constexpr unsigned char kFlips[] = {'q', '"', '[', ']', ',', '{', 0x01}, kXMLFlips[] = {'q', '<'};
+  for (const TrackFormat format : {gpx, tcx}) {
+    expectNoByteCostsMoreThanItsPoint(writeTrack(sampleTrack(), format), format, kXMLFlips);
+  }
+  expectNoByteCostsMoreThanItsPoint(writeTrack(sampleTrack(), geoJSON), geoJSON, kFlips);
+  // Lines of a collection, the second one with its properties first.
+  const std::string line = writeTrack(sampleTrack(), geoJSON);
+  const std::size_t geometry = line.find("\"geometry\""), properties = line.find(",\"properties\"");
+  std::string turned = line.substr(0, geometry) +
+                       line.substr(properties + 1, line.size() - properties - 2) + "," +
+                       line.substr(geometry, properties - geometry) + "}";
+  for (std::size_t at = 0; (at = turned.find("T12:", at)) != turned.npos; ++at)
+    turned[at + 2] = '3';
+  expectNoByteCostsMoreThanItsPoint(
+      R"({"type":"FeatureCollection","features":[)" + line + "," + turned + "]}", geoJSON, kFlips);
+}
+
+// Catches damage that goes unsaid, a document of another encoding that loses it behind a fault, and
+// a cut that costs more than what stands behind it.
+TEST(TrackFormats, damageIsTold) {
   struct Case {
     TrackFormat format;
     const char *replaced, *by, *fault;
@@ -252,17 +317,16 @@ TEST(TrackFormats, damageCostsNoOtherPoint) {
   };
   const Case cases[] = {
       {gpx, "Grün &amp;", "Gr\xFCn &", "line 3: not well-formed", 6},
-      {gpx, "creator=\"Ombrix", "creator=\"\xE9", "line 2: ", 6},
-      {gpx, "<trkpt lat=\"-46.453125\"", "<tr?pt lat=\"1\"", "line 7: not well-formed", 5},
+      {gpx, "<gpx ", "<fpx ", "its root element is", 6},
       {gpx, "</ele>", "</elf>", "line 4: mismatched tag", 5},
       {gpx, "</trkseg></trk>\n</gpx>", "", "line 11: no element", 6},
       {gpx, "</trkpt>", " /trkpt>", "inside a point", 6},
       {tcx, "</Trackpoint>", " /Trackpoint>", "inside a point", 6},
-      {tcx, "<Trackpoint>", "<Trackpoint", "line 5: ", 5},
       {tcx, "<Lap ", "<&", "line 4: ", 6},
       {geoJSON, "\"speeds\"", "speeds", "byte ", 6},
       {geoJSON, "Grün", "Gr\xFCn\n", "not valid JSON", 6},
-      {geoJSON, "\"heartRates\":[", "\"heartRates\":[1,x", "", 6},
+      {geoJSON, "\"coordTimes\"", "\"coordinates\"", "no times", 6},
+      {csv, ",4.5\n", ",4.5q\n", "", 5},
   };
   for (const Case& c : cases) {
     std::string text = writeTrack(sampleTrack(), c.format);
@@ -271,12 +335,25 @@ TEST(TrackFormats, damageCostsNoOtherPoint) {
     text.replace(at, std::string_view(c.replaced).size(), c.by);
     const Track track = read(text, c.format);
     EXPECT_EQ(track.fixes.size(), c.fixes) << c.by;
-    for (std::size_t i = 0; i < track.fixes.size() && c.fixes == 6; ++i) {
-      EXPECT_EQ(track.fixes[i].coordinate.latitude, sampleTrack().fixes[i].coordinate.latitude);
-    }
-    EXPECT_TRUE(!track.fault.empty() && track.fault.find(c.fault) != track.fault.npos)
+    EXPECT_TRUE(track.fault.empty() == (c.format == csv) &&
+                track.fault.find(c.fault) != track.fault.npos)
         << c.by << ": " << track.fault;
   }
+  std::string latin = writeTrack(sampleTrack(), gpx), little = "\xFF\xFE";
+  latin.replace(latin.find("Grün"), 5, "Gr\xFCn &");
+  for (std::size_t at = 0; (at = latin.find("<time>", at)) != latin.npos; at += 40) {
+    latin.insert(at, "<name>Gr\xFCn</name>");
+  }
+  for (const char* encoding : {"ISO-8859-1", "windows-1252", "ISO-8859-q"}) {
+    std::string text = latin;
+    text.replace(text.find("UTF-8"), 5, encoding);
+    EXPECT_EQ(read(text, gpx).fixes.size(), 6u) << encoding;
+  }
+  std::string wide = writeTrack(sampleTrack(), gpx);
+  wide.replace(wide.find("UTF-8"), 5, "UTF-16");
+  wide.replace(wide.find("<trkpt"), 1, "&");
+  for (const char c : wide) (little += c) += '\0';
+  EXPECT_EQ(read(little, gpx).fixes.size(), 5u);
   // What has no end is looked for in a few places only.
   std::string open = writeTrack(sampleTrack(), gpx);
   open.resize(open.find("</trkseg>"));
@@ -300,6 +377,38 @@ TEST(TrackFormats, damageCostsNoOtherPoint) {
       }
     }
     EXPECT_EQ(fixes, 6u);
+  }
+}
+
+// Catches a CSV track whose end is missing taken for a whole one, and a number that is cut.
+TEST(TrackFormats, aCutRowIsToldOf) {
+  const std::string two = writeTrack(sampleTrack(), csv);
+  const std::size_t second = two.find('\n', two.find('\n') + 1);
+  const std::string rows = two.substr(0, second + 1), row =
+                                                          "1772366402.000000,1.000000,2.000000,"
+                                                          "3.000000,4.0,5.000000,6.0,7.0";
+  struct Case {
+    std::string end;
+    std::size_t fixes;
+    bool isCut;
+  };
+  const Case cases[] = {{"", 2, false},
+                        {row, 3, false},
+                        {row.substr(0, row.size() - 1), 2, true},
+                        {row.substr(0, row.size() - 2), 2, true},
+                        {row.substr(0, row.size() - 4), 2, true},
+                        {row.substr(0, 20), 2, true},
+                        {std::string(5'000, '\0'), 2, true},
+                        {"1772366402,1,2,3,4,5,6,7", 3, false},
+                        {"1772366402,1,2,3,4,5,6,7,more", 3, false}};
+  for (const Case& c : cases) {
+    for (const bool isStream : {false, true}) {
+      const std::string text = rows + c.end;
+      const auto stream = platform::InputStream::withView(bytesOf(text));
+      const Track track = isStream ? readCSVTrack(*stream) : read(text, csv);
+      EXPECT_EQ(track.fixes.size(), c.fixes) << c.end.substr(0, 80);
+      EXPECT_EQ(track.fault, c.isCut ? "it is cut off" : "") << c.end.substr(0, 80);
+    }
   }
 }
 
@@ -412,6 +521,27 @@ TEST(TrackFormats, fitRecordsAndLaps) {
       EXPECT_TRUE(part.fault.starts_with(fault)) << part.fault;
     }
   }
+  // A long file: a bad byte in it costs no other record, whatever it is of, a lost disk block only
+  // those in it.
+  FITBytes file(false);
+  file.define(0, 0, {{0, 1, 0x00}});
+  file.message(0).put(4, 1);
+  file.define(1, 20, {{253, 4, 0x86}, {0, 4, 0x85}, {1, 4, 0x85}, {2, 2, 0x84}});
+  for (std::uint32_t i = 0; i < 40; ++i) {
+    if (i == 20) {
+      file.define(2, 19, {{253, 4, 0x86}, {2, 4, 0x86}});
+      file.message(2).put(kTime + i, 4).put(kTime, 4);
+    }
+    file.message(1).put(kTime + i, 4).put(0x20000000 + i, 4).put(0xC0000000, 4).put(12'500, 2);
+  }
+  constexpr unsigned char kFlips[] = {'q', 0x01, 0x04, 0x10, 0x80, 0xFF};
+  std::string whole = file.bytes();
+  expectNoByteCostsMoreThanItsPoint(whole, fit, kFlips);
+  whole.replace(whole.size() - 200, 75, 75, '\0');
+  const Track rest = read(whole, fit);
+  EXPECT_GE(rest.fixes.size(), 34U);
+  for (const CLLocation& fix : rest.fixes) EXPECT_GE(fix.timestamp, dateSince1970(kNoon));
+
   FITBytes undefined(false), cut(false);
   undefined.message(5);
   EXPECT_NE(faultOf(undefined.bytes(), fit).find("no definition"), std::string::npos);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Files/Replacing.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
@@ -39,13 +40,13 @@ Converted convertFile(const std::string& in, const std::string& out,
                       std::optional<TrackFormat> from, TrackFormat to,
                       Existing existing = Existing::replaced) {
   const Track track = readTrackFile(in, from);
-  refuseToReplaceByPart(in, out, track);
   const std::size_t fixes = writableFixes(track);
   const Converted converted{fixes, track.skipped + track.fixes.size() - fixes,
-                            to == TrackFormat::csv ? track.heartRates.size() : 0, track.fault};
+                            heartRatesLeftOut(track, to), track.fault};
   if (fixes == 0) {
     throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", in, converted.leftOut));
   }
+  refuseToReplace(out, {to, &track, {&in, 1}});
   const std::string text = ombrix::writeTrack(track, to);
   // What a write reports, the stream keeps for when it is closed.
   writeFile(
@@ -108,7 +109,7 @@ void convertFolder(const Options& options, TrackFormat to) {
   }
   fmt::print("{}\n", fmt::format(fmt::runtime(text("Wrote {} tracks to {} ({} points skipped)")),
                                  written, options.out, leftOut));
-  tellHeartRatesLeftOut(options.out, heartRates);
+  tellHeartRatesLeftOut(options.out, to, heartRates);
   if (failed > 0) {
     throw CommandFailure(fmt::format("{} tracks could not be converted whole", failed));
   }
@@ -130,7 +131,7 @@ void convert(const Options& options) {
   fmt::print(noticesBeside(options.out), "{}\n",
              fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")), converted.fixes,
                          options.out, converted.leftOut));
-  tellHeartRatesLeftOut(options.out, converted.heartRatesLeftOut);
+  tellHeartRatesLeftOut(options.out, *to, converted.heartRatesLeftOut);
   failIfIncomplete(options.in, converted.fault);
 }
 

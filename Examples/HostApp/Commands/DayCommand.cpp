@@ -15,6 +15,7 @@
 #include "Examples/HostApp/Days/RecentDays.hpp"
 #include "Examples/HostApp/Days/RecordedDay.hpp"
 #include "Examples/HostApp/Files/HeartRates.hpp"
+#include "Examples/HostApp/Files/Replacing.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "Examples/HostApp/Page/DayPage.hpp"
@@ -56,8 +57,9 @@ std::FILE* outputBeside(const Options& options) {
 
 void showDay(const std::string& path, const Options& options, FigureTexts& figures) {
   const std::array read{path, options.heartRatePath};
-  refuseToReplaceRecording(options.pagePath, read);
-  refuseToReplaceRecording(options.linePath, read, TrackFormat::geoJSON);
+  refuseSameOutputs(options.pagePath, options.linePath);
+  refuseToReplace(options.pagePath, {.read = read});
+  refuseToReplace(options.linePath, {.format = TrackFormat::geoJSON, .read = read});
   Track track = readTrackWithFixes(path, trackFormatNamed(options.format));
   if (!options.heartRatePath.empty()) track.heartRates = readHeartRates(options.heartRatePath);
   if (!options.linePath.empty()) writeLineString(options.linePath, track.fixes);

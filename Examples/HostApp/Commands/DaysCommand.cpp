@@ -31,13 +31,14 @@ std::string table(const Season& season, FigureTexts& figures, std::size_t barCol
   table.setLeft(kBar);
   table.setLeft(kTitle);
   double most = 0;
-  for (const RememberedDay& each : season.days) most = std::max(most, each.descentMeters);
+  for (const RememberedDay& each : season.days)
+    most = std::max(most, each.descentMeters.value_or(0));
   for (const RememberedDay& each : season.days) {
     const auto speed = each.maxSpeedMetersPerSecond;
     table.add(
         {figures.date(FigureTexts::DateStyle::shortDay, platform::dateSince1970(each.startSeconds)),
-         figures.value(Format::vertical, each.descentMeters),
-         bar(most > 0 ? each.descentMeters / most : 0, barColumns),
+         each.descentMeters ? figures.value(Format::vertical, *each.descentMeters) : "–",
+         bar(most > 0 ? each.descentMeters.value_or(0) / most : 0, barColumns),
          figures.value(Format::distance, each.distanceMeters),
          each.runs ? figures.count(*each.runs) : "–",
          speed ? figures.value(Format::speed, *speed) : "–",
@@ -72,7 +73,7 @@ JSON jsonOf(const Season& season) {
         {"title", day.title},
         {"startTime", day.startSeconds},
         {"distanceMeters", day.distanceMeters},
-        {"descentMeters", day.descentMeters},
+        {"descentMeters", day.descentMeters ? JSON(*day.descentMeters) : JSON()},
         {"runs", day.runs ? JSON(*day.runs) : JSON()},
         {"maxSpeedMetersPerSecond",
          day.maxSpeedMetersPerSecond ? JSON(*day.maxSpeedMetersPerSecond) : JSON()}});
@@ -96,13 +97,18 @@ void addDaysCommand(CLI::App& app) {
   command->callback([json] {
     FigureTexts figures(forStandardOutput);
     bool isFirst = true;
-    for (const Season& season : seasonsOf(RecentDays().days())) {
+    RecentDays recent;
+    for (const Season& season : seasonsOf(recent.days())) {
       if (*json) {
         fmt::print("{}\n", lineOf(jsonOf(season)));
       } else {
         fmt::print("{}{}", isFirst ? "" : "\n", fittedTable(season, figures));
       }
       isFirst = false;
+    }
+    if (recent.unreadable() > 0) {
+      throw CommandFailure(
+          fmt::format("{} kept days cannot be read; see ombrix log", recent.unreadable()));
     }
   });
 }

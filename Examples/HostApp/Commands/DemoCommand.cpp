@@ -11,6 +11,7 @@
 #include "Examples/HostApp/Days/RecentDays.hpp"
 #include "Examples/HostApp/Days/SampleDay.hpp"
 #include "Examples/HostApp/Files/HeartRates.hpp"
+#include "Examples/HostApp/Files/Replacing.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Page/DayPage.hpp"
 #include "Examples/HostApp/Service/DayUpload.hpp"
@@ -65,9 +66,13 @@ void fetchResort(FigureTexts& figures) {
 
 /// Writes the sample day with its heart rates and reads both, as a device and a user would.
 Track sampleTrack(const fs::path& trackFile, const fs::path& ratesFile) {
-  const auto fixes = makeSampleDay({});
-  writeTrack(trackFile.string(), fixes);
-  writeHeartRates(ratesFile.string(), makeSampleHeartRates(fixes));
+  Track made, rates;
+  made.fixes = makeSampleDay({});
+  rates.heartRates = makeSampleHeartRates(made.fixes);
+  refuseToReplace(trackFile.string(), {.format = TrackFormat::csv, .track = &made});
+  refuseToReplace(ratesFile.string(), {.format = TrackFormat::csv, .track = &rates});
+  writeTrack(trackFile.string(), made.fixes);
+  writeHeartRates(ratesFile.string(), rates.heartRates);
   Track track = readTrackFile(trackFile.string());
   track.heartRates = readHeartRates(ratesFile.string());
   done("Day read", fmt::format("{}, {}", counted(track.fixes.size(), "fixes"),

@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
+#include <string_view>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
@@ -16,8 +17,11 @@ namespace {
 
 GeoJSONGeometry readGeometry(const std::string& path) {
   const platform::Data bytes = readWholeFile(path);
+  constexpr std::string_view kMark = "\xEF\xBB\xBF";
+  const bool hasMark = platform::textOf(bytes).starts_with(kMark);
   try {
-    return platform::JSONDecoder().decode<GeoJSONGeometry>(bytes);
+    return platform::JSONDecoder().decode<GeoJSONGeometry>(
+        platform::DataView(bytes).subspan(hasMark ? kMark.size() : 0));
   } catch (const platform::DecodingError& error) {
     throw CommandFailure(fmt::format("{} is not a geometry: {}", path, error.what()));
   }

@@ -8,6 +8,7 @@
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Days/SampleDay.hpp"
 #include "Examples/HostApp/Files/HeartRates.hpp"
+#include "Examples/HostApp/Files/Replacing.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
@@ -32,11 +33,17 @@ void addSampleCommand(CLI::App& app) {
       ->check(wholeNumberBetween(1, 100))
       ->capture_default_str();
   command->callback([options] {
-    const auto fixes = makeSampleDay(options->day);
-    writeTrack(options->path, fixes);
+    Track track, rates;
+    track.fixes = makeSampleDay(options->day);
+    const auto& fixes = track.fixes;
+    refuseSameOutputs(options->path, options->ratesPath);
+    refuseToReplace(options->path, {.format = TrackFormat::csv, .track = &track});
     if (!options->ratesPath.empty()) {
-      writeHeartRates(options->ratesPath, makeSampleHeartRates(fixes, options->day.seed));
+      rates.heartRates = makeSampleHeartRates(fixes, options->day.seed);
+      refuseToReplace(options->ratesPath, {.format = TrackFormat::csv, .track = &rates});
     }
+    writeTrack(options->path, fixes);
+    if (!options->ratesPath.empty()) writeHeartRates(options->ratesPath, rates.heartRates);
     fmt::print(
         noticesBeside(options->path), "{}\n",
         fmt::format(fmt::runtime(text("Wrote {} fixes to {}")), fixes.size(), options->path));

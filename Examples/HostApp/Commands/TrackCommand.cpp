@@ -4,6 +4,7 @@
 #include <memory>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
+#include "Examples/HostApp/Files/Replacing.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
@@ -25,20 +26,19 @@ void addTrackCommand(CLI::App& app) {
   rewrite->add_option("OUT", options->out, "The track file to write; - for standard output")
       ->required();
   rewrite->callback([options] {
-    refuseToReplaceRecording(options->out, {}, TrackFormat::csv);
     Track read = readTrackFile(options->in);
-    refuseToReplaceByPart(options->in, options->out, read);
     // A number that is not finite has no text: its row would be short, and no fix.
     read.skipped += std::erase_if(read.fixes, [](const CLLocation& fix) { return !isFinite(fix); });
     if (read.fixes.empty()) {
       throw CommandFailure(
           fmt::format("there is no fix in {} ({} skipped)", options->in, read.skipped));
     }
+    refuseToReplace(options->out, {TrackFormat::csv, &read, {&options->in, 1}});
     writeTrack(options->out, read.fixes);
     fmt::print(noticesBeside(options->out), "{}\n",
                fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")),
                            read.fixes.size(), options->out, read.skipped));
-    tellHeartRatesLeftOut(options->out, read.heartRates.size());
+    tellHeartRatesLeftOut(options->out, TrackFormat::csv, read.heartRates.size());
     failIfIncomplete(options->in, read.fault);
   });
 }

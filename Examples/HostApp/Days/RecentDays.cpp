@@ -65,18 +65,25 @@ void RecentDays::remember(const RecordedDay& recorded) {
   if (!totals.begin) return;
   const double start = platform::timeIntervalSince1970(*totals.begin);
   const std::string key = fmt::format("{:.0f}", start);
-  const RememberedDay kept{.title = recorded.title,
-                           .startSeconds = start,
-                           .distanceMeters = totals.all.distanceMeters,
-                           .descentMeters = totals.all.descentMeters,
-                           .runs = totals.runs,
-                           .maxSpeedMetersPerSecond = totals.all.maxSpeedMetersPerSecond};
-  bool isKept = false;
+  RememberedDay kept{.title = recorded.title,
+                     .startSeconds = start,
+                     .distanceMeters = totals.all.distanceMeters,
+                     .descentMeters = {},
+                     .runs = totals.runs,
+                     .maxSpeedMetersPerSecond = totals.all.maxSpeedMetersPerSecond,
+                     .endSeconds = {}};
+  if (totals.minAltitude) kept.descentMeters = totals.all.descentMeters;
+  if (totals.end) kept.endSeconds = platform::timeIntervalSince1970(*totals.end);
+  bool isKept = false, isPart = false;
   const auto access = alone([&] {
     adoptOlder();
-    // A part takes no day's place.
-    isKept = !recorded.fault.empty() && shelf_.days.exists(key).get();
-    if (isKept) return;
+    if (const auto older = shelf_.days.value(key).get()) {
+      // A part takes no day's place, nor does one that nobody knows for a part: a file may be cut
+      // between two rows.
+      isKept = !recorded.fault.empty();
+      isPart = !isKept && older->endSeconds > kept.endSeconds;
+      if (isKept || isPart) return;
+    }
     shelf_.days.store(kept, key).get();
     if (!shelf_.days.exists(key).get() || shelf_.days.value(key).get() != kept) return;
     auto keys = shelf_.keys();
@@ -87,6 +94,7 @@ void RecentDays::remember(const RecordedDay& recorded) {
     isKept = !keys.empty() && keys.front() == key;
   });
   if (!access) throw CommandFailure(fmt::format("the day is not kept: {}", access.error().what()));
+  if (isPart) throw CommandFailure("the day is not kept: more of it is kept already");
   if (!isKept) throw CommandFailure("the day is not kept; see ombrix log");
 }
 
@@ -127,9 +135,14 @@ void RecentDays::adoptOlder() {
 
 std::vector<RememberedDay> RecentDays::days() {
   std::vector<RememberedDay> days;
+  unreadable_ = 0;
   const auto read = [&] {
     for (const std::string& key : shelf_.keys()) {
-      if (auto day = shelf_.days.value(key).get()) days.push_back(std::move(*day));
+      if (auto day = shelf_.days.value(key).get()) {
+        days.push_back(std::move(*day));
+      } else {
+        ++unreadable_;
+      }
     }
   };
   const auto access = alone([&] {

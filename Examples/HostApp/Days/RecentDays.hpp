@@ -17,10 +17,11 @@ struct RememberedDay {
   std::string title;
   double startSeconds = 0;  ///< Since 1970.
   double distanceMeters = 0;
-  double descentMeters = 0;
+  std::optional<double> descentMeters;  ///< Nothing for a day without altitudes.
   // Days that an older build has kept are without these.
   std::optional<std::uint64_t> runs;
   std::optional<double> maxSpeedMetersPerSecond;
+  std::optional<double> endSeconds;  ///< Of the last fix that counts, since 1970.
 
   friend bool operator==(const RememberedDay&, const RememberedDay&) = default;
   static constexpr auto kCodingFields =
@@ -29,7 +30,8 @@ struct RememberedDay {
                              platform::field("distance", &RememberedDay::distanceMeters),
                              platform::field("descent", &RememberedDay::descentMeters),
                              platform::field("runs", &RememberedDay::runs),
-                             platform::field("topSpeed", &RememberedDay::maxSpeedMetersPerSecond));
+                             platform::field("topSpeed", &RememberedDay::maxSpeedMetersPerSecond),
+                             platform::field("end", &RememberedDay::endSeconds));
 };
 
 /// The last days that were summarised, in the list and on the disk alike: in the app group's
@@ -41,12 +43,16 @@ class RecentDays {
 
   RecentDays();
 
-  /// Puts a day in front; one with the same start takes the older one's place. Days without a fix
-  /// are not kept. Returns when it is on disk; throws `CommandFailure` when it cannot be kept.
+  /// Puts a day in front; one with the same start takes the older one's place, unless it is a part
+  /// of it. Days without a fix are not kept. Returns when it is on disk; throws `CommandFailure`
+  /// when it is not kept.
   void remember(const RecordedDay& recorded);
 
   /// The days, the one summarised last first; those whose file is gone are forgotten.
   [[nodiscard]] std::vector<RememberedDay> days();
+
+  /// How many days had a file that could not be read when `days` was called last.
+  [[nodiscard]] std::size_t unreadable() const noexcept { return unreadable_; }
 
  private:
   /// A folder of days and the order in which they were summarised.
@@ -68,6 +74,7 @@ class RecentDays {
 
   Shelf shelf_;
   platform::NSFileCoordinator coordinator_;
+  std::size_t unreadable_ = 0;
 };
 
 }  // namespace ombrix::hostapp

@@ -16,9 +16,8 @@ constexpr double kDaySeconds = 86'400;
 constexpr double kSummerSeconds = 120 * kDaySeconds, kYearSeconds = 365 * kDaySeconds;
 
 template <class Value>
-double sum(const std::vector<RememberedDay>& days, Value RememberedDay::* figure) {
-  return std::transform_reduce(days.begin(), days.end(), 0.0, std::plus(),
-                               [&](const RememberedDay& day) { return day.*figure; });
+double sum(const std::vector<RememberedDay>& days, Value valueOf) {
+  return std::transform_reduce(days.begin(), days.end(), 0.0, std::plus(), valueOf);
 }
 
 /// @param days In the order of their dates, not empty.
@@ -35,9 +34,13 @@ std::string nameOf(const std::vector<RememberedDay>& days) {
 
 }  // namespace
 
-double Season::descentMeters() const { return sum(days, &RememberedDay::descentMeters); }
+double Season::descentMeters() const {
+  return sum(days, [](const RememberedDay& day) { return day.descentMeters.value_or(0); });
+}
 
-double Season::distanceMeters() const { return sum(days, &RememberedDay::distanceMeters); }
+double Season::distanceMeters() const {
+  return sum(days, [](const RememberedDay& day) { return day.distanceMeters; });
+}
 
 std::uint64_t Season::runs() const {
   std::uint64_t runs = 0;

@@ -116,11 +116,11 @@ void failIfIncomplete(const std::string& path, const std::string& fault) {
   throw CommandFailure(fmt::format("{} could not be read whole: {}", path, fault));
 }
 
-void refuseToReplaceByPart(const std::string& in, const std::string& out, const Track& track) {
-  std::error_code none;
-  if (track.fault.empty() || !std::filesystem::is_regular_file(out, none)) return;
-  throw CommandFailure(
-      fmt::format("{} could not be read whole: {}; {} is not replaced", in, track.fault, out));
+TrackFormat trackFormatOfFileContents(const std::string& path) {
+  const auto source = InputStream::withPath(path);
+  TrackStream stream(*source);
+  static_cast<void>(stream.open());  // What cannot be read looks like CSV.
+  return trackFormatOfBytes(stream.head());
 }
 
 Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> format) {
@@ -131,30 +131,16 @@ Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> for
   return track;
 }
 
-void tellHeartRatesLeftOut(const std::string& out, std::size_t heartRates) {
+void tellHeartRatesLeftOut(const std::string& out, TrackFormat format, std::size_t heartRates) {
   if (heartRates == 0) return;
-  fmt::print(
-      noticesBeside(out), "{}\n",
-      fmt::format(fmt::runtime(text("{} heart rates are left out: CSV holds none")), heartRates));
+  const char* const told = format == TrackFormat::csv
+                               ? "{} heart rates are left out: CSV holds none"
+                               : "{} heart rates are left out: they stand at no fix";
+  fmt::print(noticesBeside(out), "{}\n", fmt::format(fmt::runtime(text(told)), heartRates));
 }
 
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes) {
   writeFile(path, [fixes](const auto& stream) { LocationCSVWriter(stream).add(fixes); });
-}
-
-void refuseToReplaceRecording(const std::string& out, std::span<const std::string> read,
-                              std::optional<TrackFormat> written) {
-  std::error_code none;
-  if (!std::filesystem::is_regular_file(out, none)) return;
-  const auto format = trackFormatOfFile(out);
-  bool isRecording = format && format != written;
-  for (const std::string& path : read) {
-    isRecording = isRecording || std::filesystem::equivalent(path, out, none);
-  }
-  if (isRecording) {
-    throw CommandFailure(
-        fmt::format("{} is a recording and would be lost: choose another name to write to", out));
-  }
 }
 
 std::optional<TrackFormat> trackFormatNamed(const std::string& word) {

@@ -23,21 +23,14 @@ Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> for
 /// @param fault That of the track.
 void failIfIncomplete(const std::string& path, const std::string& fault);
 
-/// Ends the command where a track that could not be read whole would take a file's place.
-void refuseToReplaceByPart(const std::string& in, const std::string& out, const Track& track);
+/// The format that a file's contents look like, whatever its name.
+TrackFormat trackFormatOfFileContents(const std::string& path);
 
-/// Tells that heart rates of a track were not written to a CSV file; nothing for none.
-void tellHeartRatesLeftOut(const std::string& out, std::size_t heartRates);
+/// Tells that heart rates of a track were not written to a file of a format; nothing for none.
+void tellHeartRatesLeftOut(const std::string& out, TrackFormat format, std::size_t heartRates);
 
 /// Writes a track file in the format "CSV", replacing one that is there; see `writeFile`.
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes);
-
-/// Ends the command where an output is a recording that is there: one that is read, or that is
-/// named like one of another format. A shell that replaces "*.csv" in "--html *.csv" makes the
-/// first recording the output.
-/// @param written The output's own format, where it is one of a track.
-void refuseToReplaceRecording(const std::string& out, std::span<const std::string> read,
-                              std::optional<TrackFormat> written = std::nullopt);
 
 /// The format that a word of the command line means ("csv", "gpx", "tcx", "geojson", "fit"), or an
 /// empty one for nothing.

@@ -68,14 +68,23 @@ Target resolved(const std::string& path) {
   fail(path, std::strerror(ELOOP));
 }
 
+/// Runs the closure on a stream, and ends the command when not all went well.
+void writeAll(const std::shared_ptr<OutputStream>& stream, const std::string& path,
+              const Write& write) {
+  try {
+    if (const auto opened = stream->open(); !opened) throw platform::FileError(opened.error());
+    write(stream);
+    stream->close();
+    if (const auto& error = stream->streamError()) throw platform::FileError(*error);
+  } catch (const platform::Error& error) {
+    fail(path, error.what());
+  }
+}
+
 /// Runs the closure on an open descriptor, and ends the command when not all went well.
 void writeTo(int descriptor, platform::DescriptorOwnership ownership, const std::string& path,
              const Write& write) {
-  const std::shared_ptr stream = OutputStream::withDescriptor(descriptor, ownership);
-  if (const auto opened = stream->open(); !opened) fail(path, opened.error().what());
-  write(stream);
-  stream->close();
-  if (const auto& error = stream->streamError()) fail(path, error->what());
+  writeAll(OutputStream::withDescriptor(descriptor, ownership), path, write);
 }
 
 void writeStraight(const fs::path& target, const std::string& path, const Write& write) {
@@ -88,10 +97,7 @@ void writeStraight(const fs::path& target, const std::string& path, const Write&
 /// ones are known and there is room for them.
 void writeOver(const fs::path& target, const std::string& path, const Write& write) {
   const std::shared_ptr stream = OutputStream::toMemory();
-  if (const auto opened = stream->open(); !opened) fail(path, opened.error().what());
-  write(stream);
-  stream->close();
-  if (const auto& error = stream->streamError()) fail(path, error->what());
+  writeAll(stream, path, write);
   const auto written = platform::FileManager::defaultManager().overwriteFile(
       platform::URL::fileURL(target.string(), false), *stream->data());
   if (!written) fail(path, written.error().what());
@@ -160,7 +166,10 @@ void writeFile(const std::string& path, const Write& write, Existing existing) {
     if (exists && (errno == EACCES || errno == EPERM)) return writeInPlace();
     failWithErrno(path);
   }
-  if (exists && !platform::takeOwnerAndMode(fresh.descriptor(), older)) return writeInPlace();
+  if (exists && (!platform::takeOwnerAndMode(fresh.descriptor(), older) ||
+                 !platform::takeAttributes(fresh.descriptor(), target.path.c_str()))) {
+    return writeInPlace();
+  }
   writeTo(fresh.descriptor(), platform::DescriptorOwnership::borrowed, path, write);
   if (!fresh.publish(target.path, existing)) failWithErrno(path);
 }

@@ -13,6 +13,7 @@
 #include <source_location>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -148,6 +149,20 @@ std::optional<std::vector<Item>> parseCSV(Source&& source, const CSVParseObserve
   return items;
 }
 
+/// What a piece of a parse gives; nothing, and a line in the log, where it throws, as for lack of
+/// memory.
+template <class Piece>
+auto loggingFailure(LogTag tag, Piece piece,
+                    std::source_location where = std::source_location::current())
+    -> decltype(piece()) {
+  try {
+    return piece();
+  } catch (const std::exception&) {
+    logParseError(tag, where);
+    return {};
+  }
+}
+
 inline const platform::URL& viewOf(const platform::URL& url) noexcept { return url; }
 inline std::string_view viewOf(const std::string& string) noexcept { return string; }
 inline platform::InputStream& viewOf(
@@ -156,14 +171,32 @@ inline platform::InputStream& viewOf(
 }
 
 /// Runs the form of `parse` for a source, which is kept until then, on a queue and hands over what
-/// it gives, there.
-template <class Parser, class Source>
-void parseOn(platform::DispatchQueue& queue, const Parser& parser, Source source,
-             typename Parser::Completion completion, CSVParseObserver observer) {
-  queue.async([parser, source = std::move(source), completion = std::move(completion),
-               observer = std::move(observer)]() mutable {
-    completion(parser.parse(viewOf(source), observer));
-  });
+/// it gives, there. Where not even that can be begun, the completion gets nothing on this thread.
+/// @param makeSource Gives the source, or throws.
+template <class Parser, class MakeSource>
+void parseOn(platform::DispatchQueue& queue, const Parser& parser, MakeSource makeSource,
+             typename Parser::Completion completion, CSVParseObserver observer, LogTag tag,
+             std::source_location where = std::source_location::current()) {
+  struct Work {
+    Parser parser;
+    std::invoke_result_t<MakeSource> source;
+    typename Parser::Completion completion;
+    CSVParseObserver observer;
+  };
+  std::shared_ptr<Work> work;
+  try {
+    work = std::make_shared<Work>(parser, makeSource());
+    work->completion = std::move(completion);
+    work->observer = std::move(observer);
+    queue.async([work] {
+      Work mine = std::move(*work);
+      mine.completion(mine.parser.parse(viewOf(mine.source), mine.observer));
+    });
+  } catch (const std::exception&) {
+    logParseError(tag, where);
+    auto& left = work != nullptr && work->completion ? work->completion : completion;
+    left(std::nullopt);
+  }
 }
 
 }  // namespace ombrix::detail

@@ -22,13 +22,15 @@ using ::testing::ElementsAre;
 using testing::RecordingLog;
 using testing::ScopedDir;
 
-// A literal that names a file, or is a track: who writes it says which.
-template <class Parser>
-concept TakesLiterals = requires(const Parser& parser) { parser.parse("day.csv"); } ||
-                        requires(const Parser& parser, Parser::Completion completion) {
-                          parser.parse("day.csv", std::move(completion));
-                        };
-static_assert(!TakesLiterals<LocationCSVParser> && !TakesLiterals<HRCSVParser>);
+// A text that names a file, or is a track: who writes it says which.
+template <class Parser, class Text>
+concept TakesText = requires(const Parser& parser, Text text) { parser.parse(text); } ||
+                    requires(const Parser& parser, Text text, Parser::Completion completion) {
+                      parser.parse(text, std::move(completion));
+                    };
+static_assert(!TakesText<LocationCSVParser, const char*> && !TakesText<HRCSVParser, const char*>);
+static_assert(!TakesText<LocationCSVParser, std::string> && !TakesText<HRCSVParser, std::string>);
+static_assert(TakesText<LocationCSVParser, std::string_view>);
 
 constexpr std::string_view kShortRow = "Data: Location row didn't have complete data";
 constexpr std::string_view kBadRow = "Data: Error while trying to read CSV for migration, bad row";
@@ -157,7 +159,7 @@ void readsTheSameFromEverySource(const std::string& text, std::size_t rows) {
     return identical(future.get().value(), expected);
   };
   EXPECT_TRUE(wait(url));
-  EXPECT_TRUE(wait(text));
+  EXPECT_TRUE(wait(std::string_view(text)));
   EXPECT_TRUE(wait(std::shared_ptr(platform::InputStream::withURL(url))));
   EXPECT_TRUE(wait(platform::dataFrom(text)));
   RecordingLog log;

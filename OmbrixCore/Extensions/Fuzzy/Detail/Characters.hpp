@@ -9,6 +9,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "OmbrixPlatform/Values/HashSeed.hpp"
+
 namespace ombrix::detail {
 
 /// A user-perceived character as a number: equal characters of a pattern and a text that is matched
@@ -31,7 +33,7 @@ class LongCharacters {
   struct Hash {
     using is_transparent = void;
     std::size_t operator()(std::string_view text) const noexcept {
-      return std::hash<std::string_view>{}(text);
+      return static_cast<std::size_t>(platform::HashSeed::ofProcess().ofText(text));
     }
   };
 
