@@ -174,22 +174,10 @@ TEST(AsyncOperationTests, ExecuteRunsOutsideTheQueuesJob) {
 
 // Catches a cancelled operation that executes after all.
 TEST(AsyncOperationTests, CancelledBeforeStartGoesStraightToFinished) {
-  const auto queue = NSOperationQueue::make();
-  std::atomic<int> executed = 0;
-  std::vector<std::shared_ptr<Work>> all;
-  queue->setMaxConcurrentOperationCount(0);
-  for (int i = 0; i < 50; ++i) {
-    all.push_back(std::make_shared<Work>([&](Work& work) {
-      ++executed;
-      work.finish();
-    }));
-    queue->addOperation(all.back());
-    all.back()->cancel();
-  }
-  queue->setMaxConcurrentOperationCount(4);
-  queue->waitUntilAllOperationsAreFinished();
-  EXPECT_EQ(executed, 0);
-  for (const auto& work : all) EXPECT_EQ(work->state(), finished);
+  const auto work = std::make_shared<Work>([](Work&) { ADD_FAILURE(); });
+  work->cancel();
+  work->start();
+  EXPECT_EQ(work->state(), finished);
 }
 
 // Catches a queue that counts an operation as done when `start` returns, and crashes when the last
