@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <utility>
 
 #include "OmbrixCore/Concurrency/UnfairLock.hpp"
@@ -35,6 +36,10 @@ class DispatchOnce final {
       return;
     performLocked(std::forward<Block>(block));
   }
+
+  /// In a process that was just forked, on its only thread: a block that another thread was running
+  /// counts as not begun.
+  void forgetRunning() noexcept { std::construct_at(&lock_); }
 
  private:
   template <class Block>

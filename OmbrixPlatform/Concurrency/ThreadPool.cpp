@@ -13,6 +13,7 @@
 #include <climits>
 #include <ctime>
 #include <exception>
+#include <new>
 #include <optional>
 #include <string>
 #include <thread>
@@ -22,6 +23,7 @@
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/InsideScope.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -42,6 +44,8 @@ constexpr std::array<unsigned, 4> kPatience{UINT_MAX, 7, 15, 31};
 
 thread_local unsigned blockingDepth = 0;
 
+bool isForked = false;
+
 std::size_t laneOf(DispatchPriority priority) {
   switch (priority) {
     case DispatchPriority::high:
@@ -60,8 +64,23 @@ std::size_t laneOf(DispatchPriority priority) {
 
 ThreadPool& ThreadPool::shared() {
   static ThreadPool& pool = *new ThreadPool;
+  // A child leaves behind what there was: its lock may be held, its threads are no more, and its
+  // jobs are the parent's.
+  [[maybe_unused]] static const auto& onFork = *new ForkHandler([] {
+    ::new (static_cast<void*>(&pool)) ThreadPool;
+    isForked = true;
+    if (!worker) return;
+    worker->threadID = ::gettid();
+    worker->previous = worker->next = nullptr;
+    ::new (static_cast<void*>(&worker->following)) Posted;
+    pool.workers_ = worker;
+    pool.threads_ = 1;
+    pool.blocked_ = worker->isBusy ? 0 : 1;
+  });
   return pool;
 }
+
+bool isForkedFromPool() noexcept { return isForked; }
 
 Executor& ThreadPool::executor() {
   class DefaultLane final : public Executor {

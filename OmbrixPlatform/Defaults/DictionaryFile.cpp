@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <memory>
 #include <new>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
@@ -340,8 +341,8 @@ void DictionaryFile::isNow(Descriptor file) {
 }
 
 /// Takes the lock among processes; empty, with an error, when it cannot be had.
-Descriptor DictionaryFile::lock(std::chrono::steady_clock::duration timeout,
-                                Outcome& outcome) const {
+detail::HeldFileLock DictionaryFile::lock(std::chrono::steady_clock::duration timeout,
+                                          Outcome& outcome) const {
   const fs::path path = hiddenSibling(target(file_), ".lock");
   // A folder that cannot be made shows in the error of the lock.
   (void)FileManager::defaultManager().createDirectory(
@@ -351,6 +352,22 @@ Descriptor DictionaryFile::lock(std::chrono::steady_clock::duration timeout,
   if (!held && !isAwaited)
     outcome.errors.push_back("Cannot lock " + file_ + ": " + std::strerror(errno));
   return held;
+}
+
+/// Where a thread that did not come along was at work, what is known may be half of something: it
+/// is left behind, and the next look reads the file.
+void DictionaryFile::enterChild() {
+  const bool wasAtRest = mutex_.try_lock();
+  if (wasAtRest && unsaved_.empty() && !isShowingUnsaved_) return mutex_.unlock();
+  std::construct_at(&mutex_);
+  std::construct_at(&unsaved_);
+  if (!wasAtRest) {
+    std::construct_at(&queue_);
+    std::construct_at(&contents_);
+    open_.release();
+  }
+  isShowingUnsaved_ = hasLooked_ = false;
+  identity_.reset();
 }
 
 void DictionaryFile::report(Outcome& outcome, std::string_view action, int error) const {

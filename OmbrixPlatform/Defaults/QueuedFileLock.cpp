@@ -18,27 +18,33 @@ bool isStillNamed(const Descriptor& file, const std::string& path) {
          held.st_ino == named.st_ino && held.st_dev == named.st_dev;
 }
 
-int lockWhole(int file, bool waits) {
-  const int operation = waits ? LOCK_EX : LOCK_EX | LOCK_NB;
+int lockWhole(int file, LockStep step) {
+  const int operation = step == LockStep::letGo  ? LOCK_UN
+                        : step == LockStep::wait ? LOCK_EX
+                                                 : LOCK_EX | LOCK_NB;
   return retrying([&] { return ::flock(file, operation); }) == 0 ? 0 : errno;
 }
 
 }  // namespace
 
-Descriptor QueuedFileLock::acquire(const std::string& path,
-                                   std::chrono::steady_clock::duration timeout) {
+HeldFileLock::~HeldFileLock() {
+  if (file_) lockWhole(file_.get(), LockStep::letGo);
+}
+
+HeldFileLock QueuedFileLock::acquire(const std::string& path,
+                                     std::chrono::steady_clock::duration timeout) {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   while (true) {
     auto file = openOrMakeFile(path, O_RDWR);
     if (!file) return {};
-    if (const int error = lockWhole(file.get(), false); error == EWOULDBLOCK) {
+    if (const int error = lockWhole(file.get(), LockStep::ask); error == EWOULDBLOCK) {
       file = waitFor(path, std::move(file), deadline);
     } else if (error != 0) {
       errno = error;
       return {};
     }
     if (!file) return {};
-    if (isStillNamed(file, path)) return file;
+    if (isStillNamed(file, path)) return HeldFileLock(std::move(file));
     if (std::chrono::steady_clock::now() >= deadline) {
       errno = ETIMEDOUT;
       return {};

@@ -122,17 +122,20 @@ bool UserDefaults::synchronize() {
 }
 
 void UserDefaults::setErrorHandler(ErrorHandler handler) {
+  const ForkGate::Pass pass;
   const std::lock_guard lock(state_->mutex);
   if (!state_->hasOwnErrorHandler) state_->onError = std::move(handler);
 }
 
 void UserDefaults::registerDefaults(const Dictionary& defaults) {
+  const ForkGate::Pass pass;
   const std::lock_guard lock(state_->mutex);
   for (const auto& [key, value] : defaults) state_->defaults.set(key, value);
   state_->revision.store(State::nextRevision(), std::memory_order_release);
 }
 
 void UserDefaults::setArguments(Dictionary arguments) {
+  const ForkGate::Pass pass;
   const std::lock_guard lock(state_->mutex);
   state_->arguments = std::move(arguments);
   state_->revision.store(State::nextRevision(), std::memory_order_release);

@@ -71,6 +71,7 @@ bool UserDefaults::State::isOverruled(const DictionaryFile::Change& change) {
 }
 
 void UserDefaults::State::show(const DictionaryFile::Change& change) {
+  const ForkGate::Pass pass;
   const std::lock_guard lock(mutex);
   auto& entry = stored[change.key];
   if (entry.edit != 0 || entry.sequence >= change.sequence) return;
@@ -82,6 +83,7 @@ void UserDefaults::State::show(const DictionaryFile::Change& change) {
 /// Shows readers what other threads are about to show.
 void UserDefaults::State::showAll() {
   const auto contents = file.contents();
+  const ForkGate::Pass pass;
   const std::lock_guard lock(mutex);
   const auto showNow = [&](Stored& entry, const PropertyList* value) {
     if (entry.edit != 0 || entry.sequence >= contents.sequence) return;
@@ -101,6 +103,7 @@ void UserDefaults::State::report(const std::vector<std::string>& errors) {
     const auto now = services().clock.get().steadyNow();
     ErrorHandler handler;
     {
+      const ForkGate::Pass pass;
       const std::lock_guard lock(mutex);
       const auto told = toldErrors.find(error);
       if (told != toldErrors.end() && now - told->second < kErrorInterval) continue;

@@ -1,11 +1,8 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <memory>
-#include <shared_mutex>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Defaults/Detail/CallAtExit.hpp"
 #include "OmbrixPlatform/Defaults/Detail/UserDefaultsState.hpp"
@@ -16,17 +13,6 @@ namespace {
 // Until what was set is written: long enough to gather, short beside 50 ms.
 constexpr std::chrono::milliseconds kGatheringDelay{5};
 constexpr std::chrono::seconds kFirstRetryDelay{1}, kLongestRetryDelay{60};
-
-/// Shared by those who write settings; a fork has it alone, so that no child is left with the locks
-/// of a write, which nobody would release.
-std::shared_mutex& writesAndForks() {
-  static auto& gate = *[] {
-    atFork([] { writesAndForks().lock(); }, [] { writesAndForks().unlock(); },
-           [] { std::construct_at(&writesAndForks()); });
-    return new std::shared_mutex;  // outlives exit: settings are written there, too
-  }();
-  return gate;
-}
 
 }  // namespace
 
@@ -44,6 +30,7 @@ void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> 
   if (isChange) owner.willChangeValueForKey(key);
   bool isFirst = false, hasWriter = false;
   {
+    const ForkGate::Pass pass;
     const std::lock_guard lock(mutex);
     hasWriter = hasWriterHere();
     auto known = stored.find(key);
@@ -62,6 +49,7 @@ void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> 
 
 UserDefaults::State::Batch UserDefaults::State::takeBatch() {
   Batch batch;
+  const ForkGate::Pass pass;
   const std::lock_guard lock(mutex);
   for (auto& key : queuedKeys) {
     auto& entry = stored[key];
@@ -77,6 +65,7 @@ UserDefaults::State::Batch UserDefaults::State::takeBatch() {
 void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outcome& outcome) {
   std::uint64_t last = 0;
   for (const auto& change : outcome.changes) last = std::max(last, change.sequence);
+  const ForkGate::Pass pass;
   const std::lock_guard lock(mutex);
   for (std::size_t i = 0; i < batch.edits.size(); ++i) {
     auto& entry = stored[batch.edits[i].key];
@@ -88,11 +77,6 @@ void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outco
 
 /// Brings what was set to the file, on this thread; what was met on the way is handed back.
 DictionaryFile::Outcome UserDefaults::State::flush() {
-  {
-    const std::lock_guard lock(mutex);
-    noticeFork();
-  }
-  const std::shared_lock noForkMeanwhile(writesAndForks());
   const std::lock_guard writing(writeMutex);
   const Batch batch = takeBatch();
   if (batch.edits.empty() && file.isSaved()) return {};
@@ -104,24 +88,24 @@ DictionaryFile::Outcome UserDefaults::State::flush() {
 /// At the end of the process.
 void UserDefaults::State::flushLast() { report(flush().errors); }
 
-/// With the lock held. In a process that was forked the writer is missing, for threads do not come
-/// along; what it had left to do is the parent's.
-void UserDefaults::State::noticeFork() {
-  if (isForked || writerProcess == 0 || writerProcess == ::getpid()) return;
-  isForked = true;
+/// In a forked child writer and watch are missing, for threads do not come along, and locks may be
+/// held; what the writer had left to do is the parent's.
+void UserDefaults::State::enterChild() {
+  isForked = isForked || writer.joinable();
+  std::construct_at(&writer);  // the old one can be neither joined nor let go of
+  std::construct_at(&somethingToWrite);
+  for (auto* lock : {&mutex, &loadMutex, &writeMutex, &watchMutex}) std::construct_at(lock);
   for (auto& [key, entry] : stored) entry.isQueued = false, entry.edit = 0;
   queuedKeys.clear();
-  std::construct_at(&writer);  // the old one can be neither joined nor let go of
+  isFlushedAtExit = isWatched = refreshIsDue = false;
 }
 
 /// With the lock held: whether there is a writer, which is started where it can.
 bool UserDefaults::State::hasWriterHere() {
-  noticeFork();
   if (isForked || writer.joinable()) return !isForked;
   if (!std::exchange(isFlushedAtExit, true)) {
     detail::callAtExit<State, &State::flushLast>(weak_from_this());
   }
-  writerProcess = ::getpid();
   writer = startQuietThread("ombrix-defaults", [self = shared_from_this()] { self->write(); });
   return writer.joinable();
 }
@@ -159,8 +143,8 @@ void UserDefaults::State::write() {
 void UserDefaults::State::stopWriter() {
   std::thread ended;
   {
+    const ForkGate::Pass pass;
     const std::lock_guard lock(mutex);
-    noticeFork();
     isStopping = true;
     ended.swap(writer);
   }

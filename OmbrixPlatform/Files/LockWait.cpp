@@ -5,6 +5,7 @@
 #include <thread>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
@@ -18,21 +19,21 @@ std::atomic<int> givenUp{0};  // threads that wait for nobody
 
 bool isTaken(int error) noexcept { return error == EAGAIN || error == EACCES; }
 
-/// Without a thread to wait on: asks from time to time.
+}  // namespace
+
 int lockByAsking(int file, const LockCall& call, LockDeadline deadline) {
   using namespace std::chrono_literals;
+  const ThreadPool::BlockingScope blocking;
   for (auto pause = 1ms;; pause = std::min(2 * pause, 20ms)) {
-    const int error = call(file, false);
+    const int error = call(file, LockStep::ask);
     if (!isTaken(error)) return error;
     if (std::chrono::steady_clock::now() >= deadline) return ETIMEDOUT;
     std::this_thread::sleep_for(pause);
   }
 }
 
-}  // namespace
-
 int lockBefore(int file, const LockCall& call, LockDeadline deadline) {
-  const int error = call(file, false);
+  const int error = call(file, LockStep::ask);
   if (!isTaken(error)) return error;
   const ThreadPool::BlockingScope blocking;
   const auto wait = LockWait::begin(file, call);
@@ -52,17 +53,19 @@ std::shared_ptr<LockWait> LockWait::begin(int file, LockCall call) {
 }
 
 LockWait::LockWait(Descriptor file, LockCall call)
-    : process_(::getpid()),
+    : forks_(forkDepth()),
       file_(std::make_unique<Descriptor>(std::move(file))),
       call_(std::move(call)) {}
 
 LockWait::~LockWait() = default;
 
 void LockWait::run() {
-  const int error = call_(file_->get(), true);
+  const int error = call_(file_->get(), LockStep::wait);
   const std::lock_guard lock(mutex_);
   isDone_ = true;
   error_ = error;
+  // Closing the file lets nothing go while a forked child has it, too.
+  if (!isWanted_ && error == 0) call_(file_->get(), LockStep::letGo);
   if (!isWanted_ || error != 0) file_->reset();
   if (!isWanted_) --givenUp;
   done_.notify_one();
@@ -81,7 +84,7 @@ Descriptor LockWait::finish(LockDeadline deadline) {
 }
 
 bool LockWait::resume() {
-  if (process_ != ::getpid()) return false;
+  if (forks_ != forkDepth()) return false;
   const std::lock_guard lock(mutex_);
   if (isDone_) return false;
   if (!std::exchange(isWanted_, true)) --givenUp;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -10,8 +11,10 @@ namespace ombrix::platform::detail {
 
 class Descriptor;
 
-/// Locks an open file, or waits until it can; 0 or errno.
-using LockCall = std::function<int(int file, bool waits)>;
+enum class LockStep : std::uint8_t { ask, wait, letGo };
+
+/// Locks an open file if nobody has it, or waits until it can, or lets the lock go; 0 or errno.
+using LockCall = std::function<int(int file, LockStep step)>;
 
 using LockDeadline = std::chrono::steady_clock::time_point;
 
@@ -22,6 +25,9 @@ constexpr std::chrono::seconds kLockTimeout{10};
 /// Takes a lock of an open file, waiting until the deadline for others who have it; 0 or errno
 /// (`ETIMEDOUT`). Any thread.
 int lockBefore(int file, const LockCall& call, LockDeadline deadline);
+
+/// The same by asking from time to time: it stands in no queue, and so leaves nobody there.
+int lockByAsking(int file, const LockCall& call, LockDeadline deadline);
 
 /// A place in the kernel's queue for a lock that another has.
 ///
@@ -49,8 +55,8 @@ class LockWait {
  private:
   void run();
 
-  const int process_;  // the thread is in no other one that is forked from it
-  std::mutex mutex_;   // guards what follows; the file itself is the thread's until it is done
+  const unsigned forks_;  // the thread is in no process that was forked since
+  std::mutex mutex_;      // guards what follows; the file itself is the thread's until it is done
   std::condition_variable done_;
   bool isWanted_ = true;
   bool isDone_ = false;

@@ -15,7 +15,7 @@
 #include <thread>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"

@@ -5,7 +5,7 @@
 #include <set>
 
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
-#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
@@ -19,38 +19,26 @@ constexpr std::chrono::seconds kLongestWaitAtExit{30};
 
 }  // namespace
 
-/// What the writers of the process share. One lock for all of them, so that a fork can hold it and
-/// the child finds every writer whole.
+/// What the writers of the process share.
 struct BackgroundWriter::Shared {
-  platform::FutexLock lock;
+  platform::ForkSafe<platform::FutexLock> lock;      // one for all of them
   std::set<std::shared_ptr<BackgroundWriter>> busy;  // all that are not idle
-  std::set<std::shared_ptr<BackgroundWriter>> ofParent;
-  bool isChild = false;
   std::atomic<bool> isExiting{false};
+  // A child makes its changes at once: nothing is left to do at its end.
+  const platform::ForkHandler onFork{[this] { std::construct_at(&busy); }};
 };
 
 BackgroundWriter::Shared& BackgroundWriter::shared() {
-  static Shared& instance = *[] {
-    platform::atFork([] { shared().lock.lock(); }, [] { shared().lock.unlock(); }, enterChild);
-    return new Shared;  // outlives exit: background threads write on
-  }();
+  static Shared& instance = *new Shared;  // outlives exit: background threads write on
   return instance;
 }
 
-/// In a child, whose only thread this is; the lock is held since before the fork.
 void BackgroundWriter::enterChild() {
-  std::vector<Waiting> left;  // let go of outside the lock
-  for (const auto& writer : shared().busy) {
-    left.push_back(std::exchange(writer->waiting_, std::nullopt));
-    if (writer->maker_ != std::this_thread::get_id()) writer->maker_ = {};
-    writer->made_ = writer->newest_;
-    writer->isScheduled_ = false;
-    std::construct_at(&writer->turnEnded_);  // threads that are no more may wait for the old one
-  }
-  shared().ofParent.merge(shared().busy);
-  shared().busy.clear();
-  shared().isChild = true;
-  shared().lock.unlock();
+  std::construct_at(&waiting_);
+  if (maker_ != std::this_thread::get_id()) maker_ = {};
+  made_ = newest_;
+  isScheduled_ = false;
+  std::construct_at(&turnEnded_);  // threads that are no more may wait for the old one
 }
 
 /// With the lock held, after a change of state: the end of the process finds the writers that have
@@ -111,7 +99,7 @@ void BackgroundWriter::makeLater(std::uint64_t place, Change change) {
   newest_ = place;
   replaced = std::exchange(waiting_, std::pair(place, std::move(change)));
   settle(lock);
-  if (shared().isExiting && !shared().isChild) makeAtExit({shared_from_this()});
+  if (shared().isExiting && !platform::isForkedFromPool()) makeAtExit({shared_from_this()});
 }
 
 /// With the lock held, which it gives up: has what waits made, or sees that nothing is left to do.
@@ -123,7 +111,7 @@ void BackgroundWriter::settle(Lock& lock) {
 }
 
 void BackgroundWriter::schedule() {
-  if (shared().isChild) {
+  if (platform::isForkedFromPool()) {
     makeWaiting();
     awaitUntil(std::chrono::steady_clock::now() + kLongestWaitAtExit);
     return;

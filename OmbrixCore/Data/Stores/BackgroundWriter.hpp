@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
 
 namespace ombrix::detail {
@@ -23,8 +24,9 @@ namespace ombrix::detail {
 /// A process that ends normally (main returns, or `exit`) has the changes that were handed in made,
 /// also where the thread pool is busy or has no thread, and waits for them half a minute at most;
 /// those of a disk that does not answer by then are given up, which the log says. A killed or
-/// aborted process waits for nothing. In a process that was forked from one with changes the pool
-/// is not used: its threads did not come along. What waited then is left to the parent.
+/// aborted process waits for nothing. In a process that was forked from one with a thread pool
+/// changes are made at once, for such processes mostly end without ado; what waited at the fork is
+/// left to the parent.
 class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWriter> {
  public:
   using Change = std::function<void()>;
@@ -49,13 +51,12 @@ class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWri
 
  private:
   struct Shared;
-  using Lock = std::unique_lock<platform::FutexLock>;
+  using Lock = std::unique_lock<platform::ForkSafe<platform::FutexLock>>;
   using Waiting = std::optional<std::pair<std::uint64_t, Change>>;
   using Deadline = std::chrono::steady_clock::time_point;
   using Writers = std::vector<std::shared_ptr<BackgroundWriter>>;
 
   static Shared& shared();
-  static void enterChild();
   static void makeAllAtExit();
   static void makeAtExit(const Writers& writers);
 
@@ -65,6 +66,7 @@ class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWri
   void schedule();
   void awaitUntil(Deadline deadline);
   void list();
+  void enterChild();
 
   const platform::URL fileURL_;
   std::atomic<std::uint64_t> places_{0};
@@ -75,6 +77,7 @@ class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWri
   std::uint64_t made_ = 0;    // the last one made
   std::thread::id maker_;     // of the change under way; none when there is none
   bool isScheduled_ = false;
+  const platform::ForkHandler onFork_{[this] { enterChild(); }};
 };
 
 }  // namespace ombrix::detail

@@ -10,6 +10,7 @@
 #include "OmbrixCore/Data/Stores/BackgroundWriter.hpp"
 #include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 #include "OmbrixCore/Data/Stores/PresenterWrapper.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
 #include "OmbrixPlatform/Publishers/Subject.hpp"
 
@@ -147,6 +148,7 @@ class CachedItemStore final
     const std::shared_ptr<PlistFileStore<T>> backingPlistStore;  // shared with writes under way
     const std::shared_ptr<detail::BackgroundWriter> writer =
         std::make_shared<detail::BackgroundWriter>(url);
+    const platform::ForkHandler onFork{[this] { fetchGuarder.forgetRunning(); }};
   };
 
   std::shared_ptr<State> state_;

@@ -10,7 +10,8 @@
 
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
-#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 
 namespace ombrix {
 namespace {
@@ -35,11 +36,8 @@ FutexLock& lockOf(const URL& url) {
   constexpr std::size_t kLocks = 64;
   static constinit std::array<FutexLock, kLocks> locks;
   // Those that hold one when a process is forked do not come along.
-  static std::once_flag isForkExpected;
-  std::call_once(isForkExpected, [] {
-    platform::atFork(nullptr, nullptr, [] {
-      for (FutexLock& lock : locks) std::construct_at(&lock);
-    });
+  [[maybe_unused]] static const auto& onFork = *new platform::ForkHandler([] {
+    for (FutexLock& lock : locks) std::construct_at(&lock);
   });
   return locks[std::hash<std::string>{}(url.lastPathComponent()) % kLocks];
 }

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -16,7 +16,7 @@ namespace ombrix::platform::detail {
 template <class T, void (T::*step)()>
 void callAtExit(std::weak_ptr<T> object) {
   struct Registry {
-    std::mutex mutex;
+    ForkSafe<std::mutex> mutex;
     std::vector<std::weak_ptr<T>> objects;
     int process = 0;  // whose end is registered
   };

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Defaults/Detail/QueuedFileLock.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
 
@@ -28,6 +29,9 @@ namespace ombrix::platform {
 /// nor written. A symbolic link stays one: what it leads to is replaced, and the side files lie
 /// there. The file keeps its owner and mode; where a process may not give it that owner (it is
 /// another user's, who lets all write), the file is written in place.
+///
+/// In a forked child it goes on with what the file holds; what its parent could not write stays
+/// with that one.
 ///
 /// Any thread. Never calls out: changes and errors are handed back.
 class DictionaryFile {
@@ -112,10 +116,11 @@ class DictionaryFile {
   bool replaceFile(DataView bytes);
   bool overwriteFile(const std::filesystem::path& place, DataView bytes);
   void isNow(detail::Descriptor file);
-  detail::Descriptor lock(std::chrono::steady_clock::duration timeout, Outcome& outcome) const;
+  detail::HeldFileLock lock(std::chrono::steady_clock::duration timeout, Outcome& outcome) const;
   void change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome);
   void undo(const PropertyList::Dictionary& before, std::size_t met, Outcome& outcome);
   void report(Outcome& outcome, std::string_view action, int error) const;
+  void enterChild();
 
   const std::string file_;
   mutable detail::QueuedFileLock queue_;
@@ -130,6 +135,7 @@ class DictionaryFile {
   std::optional<Identity> identity_;
   bool hasLooked_ = false;
   std::uint64_t sequence_ = 0;
+  const ForkHandler onFork_{[this] { enterChild(); }};
 };
 
 }  // namespace ombrix::platform

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
@@ -59,7 +60,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void settle(const Batch& batch, const DictionaryFile::Outcome& outcome);
   void flushLast();
   bool hasWriterHere();
-  void noticeFork();
+  void enterChild();
   void write();
   void stopWriter();
   void load();
@@ -87,7 +88,9 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   std::atomic<std::uint64_t> revision{nextRevision()};
 
   std::mutex loadMutex;  // held over the first look
-  std::mutex mutex;      // guards the domains; nothing is called while it is held
+  // Guards the domains; nothing is called while it is held. Who changes them is inside the gate of
+  // forks, so that a child finds them whole.
+  std::mutex mutex;
   Dictionary arguments, defaults;
   std::map<std::string, Stored, std::less<>> stored;
   ErrorHandler onError;
@@ -96,8 +99,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   std::vector<std::string> queuedKeys;  // edits that the writer has not taken yet
   std::condition_variable somethingToWrite;
   std::thread writer;
-  int writerProcess = 0;               // that has made the writer
-  std::atomic<bool> isForked = false;  // from that one
+  bool isForked = false;  // from a process with a writer
   bool isStopping = false, isFlushedAtExit = false;
 
   std::mutex writeMutex;  // held from taking edits until the file has them, so that order is kept
@@ -108,6 +110,8 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   std::filesystem::path watchedTarget;
   std::atomic<bool> refreshIsDue{false}, contentsAreSuspect{false};
   Signal<const std::vector<std::string>&> changedExternally;
+
+  const ForkHandler onFork{[this] { enterChild(); }};
 };
 
 }  // namespace ombrix::platform

@@ -4,7 +4,7 @@
 #include <future>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Defaults/Detail/CallAtExit.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"

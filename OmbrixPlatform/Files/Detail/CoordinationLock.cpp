@@ -6,6 +6,7 @@
 #include <span>
 #include <vector>
 
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Detail/MadeFile.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 
@@ -35,6 +36,7 @@ struct Held {
   bool isExclusive;
   Descriptor file;       // empty where no lock was needed
   int readOnlyCode = 0;  // why the file could not be opened for writing
+  unsigned forks = forkDepth();
 };
 
 /// What the thread has access to, innermost last; null for nothing. It is no object with a
@@ -59,22 +61,20 @@ Held letGo() noexcept {
 
 /// Locks bytes or lets them go; 0 or errno. The locks belong to the open file, thus to one
 /// acquisition.
-int setLock(int file, off_t first, off_t count, short type, bool waits = false) noexcept {
+int setLock(int file, off_t first, off_t count, short type,
+            LockStep step = LockStep::ask) noexcept {
   struct flock lock{};
-  lock.l_type = type;
+  lock.l_type = step == LockStep::letGo ? static_cast<short>(F_UNLCK) : type;
   lock.l_whence = SEEK_SET;
   lock.l_start = first;
   lock.l_len = count;
-  const int command = waits ? F_OFD_SETLKW : F_OFD_SETLK;
+  const int command = step == LockStep::wait ? F_OFD_SETLKW : F_OFD_SETLK;
   return retrying([&] { return ::fcntl(file, command, &lock); }) == 0 ? 0 : errno;
 }
 
-/// Locks one byte as soon as others let it go, which is waited for until the deadline.
-int awaitLock(int file, off_t byte, short type, LockDeadline deadline) {
-  const auto call = [byte, type](int open, bool waits) {
-    return setLock(open, byte, 1, type, waits);
-  };
-  return lockBefore(file, call, deadline);
+/// Locks one byte.
+LockCall lockOf(off_t byte, short type) {
+  return [byte, type](int file, LockStep step) { return setLock(file, byte, 1, type, step); };
 }
 
 Descriptor openLockFile(const std::string& path) {
@@ -102,9 +102,9 @@ Currency currencyOf(int file, const std::string& path) noexcept {
 int lockRanges(int file, const Ranges& ranges, CoordinationAccess access, LockDeadline deadline) {
   const bool isExclusive = access == CoordinationAccess::exclusive;
   const short type = isExclusive ? F_WRLCK : F_RDLCK;
-  int error = awaitLock(file, ranges.gate, type, deadline);
+  int error = lockBefore(file, lockOf(ranges.gate, type), deadline);
   if (error != 0) return error;
-  error = awaitLock(file, ranges.access, type, deadline);
+  error = lockBefore(file, lockOf(ranges.access, type), deadline);
   // A writer who gives up must not keep readers out, whose access others may still share.
   if (error == 0 && isExclusive) return 0;
   const int gateError = setLock(file, ranges.gate, 1, F_UNLCK);
@@ -135,8 +135,9 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
       if (const int error = setLock(outer.file.get(), ranges.upgrade, 1, F_WRLCK); error != 0) {
         return failure(error == EAGAIN || error == EACCES ? EDEADLK : error);
       }
-      if (const int error = awaitLock(outer.file.get(), ranges.access, F_WRLCK, deadline);
-          error != 0) {
+      // Who gave up in the queue would be given the outer reader's lock later.
+      const auto call = lockOf(ranges.access, F_WRLCK);
+      if (const int error = lockByAsking(outer.file.get(), call, deadline); error != 0) {
         setLock(outer.file.get(), ranges.upgrade, 1, F_UNLCK);
         return failure(error);
       }
@@ -180,6 +181,7 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
 CoordinationLock::~CoordinationLock() {
   if (ending_ == Ending::nothing) return;
   const Held ended = letGo();
+  if (ended.forks != forkDepth()) return;  // a forked child leaves its parent's access alone
   if (ending_ != Ending::downgrade) {
     // Closing it releases nothing while a forked child, or a wait that was given up, has the file.
     if (ended.file) setLock(ended.file.get(), 0, 0, F_UNLCK);

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/AtExit.hpp"
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -20,7 +20,7 @@ std::atomic<bool> isChild = false;
 NetworkThreads& NetworkThreads::shared() {
   // Leaked: sessions may still run while the process ends.
   static NetworkThreads& threads = *[] {
-    atFork(nullptr, nullptr, [] { isChild = true; });
+    [[maybe_unused]] static const auto& forks = *new ForkHandler([] { isChild = true; });
     atExit([] { shared().joinEnding(); });
     return new NetworkThreads;
   }();

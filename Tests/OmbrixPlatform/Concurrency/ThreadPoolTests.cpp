@@ -3,6 +3,8 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
@@ -16,6 +18,7 @@
 #include <memory>
 #include <optional>
 #include <semaphore>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -165,6 +168,42 @@ TEST(ThreadPoolTests, ComputingMakesNoThreads) {
   done.wait();
   EXPECT_LE(most, std::max(before, width()));
 }
+
+#if !defined(__SANITIZE_THREAD__)  // which lets no forked child make threads
+
+// Catches a child that a job forks and that runs its parent's jobs, or hangs at a lock or for want
+// of the threads that did not come along.
+TEST(ThreadPoolTests, AForkedChildBeginsAnew) {
+  std::array<int, 2> answers{};
+  ASSERT_EQ(::pipe(answers.data()), 0);
+  const pid_t parent = ::getpid();
+  const auto answer = [to = answers[1]](const char* text) { return ::write(to, text, 1) == 1; };
+  const auto isForked = std::make_shared<std::binary_semaphore>(0);
+  ThreadPool::shared().post([=] {
+    for (int i = 0; i < 1000; ++i) {
+      ThreadPool::shared().post([=] {
+        if (::getpid() != parent) answer("x");
+      });
+    }
+    if (::fork() != 0) return isForked->release();
+    ::alarm(60);
+    {
+      const ThreadPool::BlockingScope blocking;
+    }
+    const auto isDone = std::make_shared<std::binary_semaphore>(0);
+    ThreadPool::shared().post([isDone] { isDone->release(); });
+    isDone->acquire();
+    ::_exit(answer(".") ? 0 : 1);
+  });
+  isForked->acquire();
+  ::close(answers[1]);
+  std::string all;
+  for (char each = 0; ::read(answers[0], &each, 1) == 1;) all += each;
+  EXPECT_EQ(all, ".");
+  ::close(answers[0]);
+}
+
+#endif
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 

@@ -1,15 +1,20 @@
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <latch>
 #include <semaphore>
 #include <thread>
 
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
 #include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
@@ -186,7 +191,7 @@ TEST_F(FileCoordinatorTests, PairsAreTakenInOneOrder) {
 }
 
 // Catches a wait without end for a process that stands still inside a file, a writer who has given
-// up and keeps readers out, and a lock that comes to nobody afterwards.
+// up and keeps readers out, and a lock that comes to nobody, or to a reader, afterwards.
 TEST_F(FileCoordinatorTests, AProcessThatStandsStillIsNotWaitedForWithoutEnd) {
   const auto holder = agent("hold", url("a"));
   ASSERT_EQ(holder->readLine(), "held");
@@ -201,15 +206,56 @@ TEST_F(FileCoordinatorTests, AProcessThatStandsStillIsNotWaitedForWithoutEnd) {
     });
   };
   auto reader = start(false, url("a")), writer = start(true, url("a"));
+  // A reader that would write beside another one.
+  std::latch bothRead(2), hasGivenUp(1);
+  auto other = std::async(std::launch::async, [&] {
+    EXPECT_TRUE(own.coordinateReadingItemAtURL(url("c"), Reading::none, [&](const URL&) {
+      bothRead.arrive_and_wait();
+      hasGivenUp.wait();
+    }));
+  });
+  auto upgrade = std::async(std::launch::async, [&] {
+    EXPECT_TRUE(own.coordinateReadingItemAtURL(url("c"), Reading::none, [&](const URL& file) {
+      bothRead.arrive_and_wait();
+      const auto inner = own.coordinateWritingItemAtURL(file, Writing::none, [](const URL&) {});
+      EXPECT_EQ(inner ? 0 : inner.error().code(), ETIMEDOUT);
+      hasGivenUp.count_down();
+      other.get();
+      EXPECT_EQ(start(false, file).get(), 0) << "the write was granted later";
+    }));
+  });
   ASSERT_TRUE(own.coordinateReadingItemAtURL(url("b"), Reading::none, [&](const URL&) {
     EXPECT_EQ(start(true, url("b")).get(), ETIMEDOUT);
     EXPECT_EQ(start(false, url("b")).get(), 0);
   }));
   EXPECT_EQ(reader.get(), ETIMEDOUT);
   EXPECT_EQ(writer.get(), ETIMEDOUT);
+  upgrade.get();
   holder->kill();
   write(url("a"), "after");
   write(url("b"), "after");
+}
+
+// Catches a child that is forked inside an access and ends it for its parent.
+TEST_F(FileCoordinatorTests, AForkedChildLeavesItsParentsAccess) {
+  const auto isLocked = [&] {
+    const auto file = detail::openFile(dir_.path() / "locks/.filecoordination", O_RDWR);
+    struct flock lock{};
+    lock.l_type = F_WRLCK;
+    EXPECT_EQ(::fcntl(file.get(), F_OFD_GETLK, &lock), 0);
+    return lock.l_type != F_UNLCK;
+  };
+  const pid_t parent = ::getpid();
+  ASSERT_TRUE(coordinator().coordinateWritingItemAtURL(url("a"), Writing::none, [&](const URL&) {
+    const pid_t child = ::fork();
+    if (child == 0) return;
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    EXPECT_TRUE(isLocked());
+  }));
+  if (::getpid() != parent) ::_exit(0);
+  EXPECT_FALSE(isLocked());
 }
 
 // Catches a lock that outlives its killed holder, an exception that keeps it, lock files that pile

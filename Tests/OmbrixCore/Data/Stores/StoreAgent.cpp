@@ -10,7 +10,8 @@
 //   launch FOLDER COUNT GROUP STATE FIRST
 //                        adds one to a persisted number, sets so many others, to FIRST and so on,
 //                        and ends; GROUP is the group's container. While it sets the others the
-//                        thread pool is busy, no thread can be made, or it is a forked child
+//                        thread pool is busy, no thread can be made, or it is a child that was
+//                        forked when its parent had used its store, or the pool alone
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -22,7 +23,9 @@
 #include <ctime>
 #include <fstream>
 #include <iostream>
+#include <latch>
 #include <map>
+#include <optional>
 #include <set>
 #include <string>
 #include <string_view>
@@ -162,24 +165,40 @@ void occupyPool() {
   }
 }
 
+/// Goes on in a child, whose status the parent gets.
+std::optional<int> leaveToChild() {
+  const pid_t child = ::fork();
+  if (child == 0) return std::nullopt;
+  int status = 0;
+  return ::waitpid(child, &status, 0) == child ? status : 1;
+}
+
+void usePool() {
+  std::latch isDone(1);
+  platform::ThreadPool::shared().post([&] { isDone.count_down(); });
+  isDone.wait();
+}
+
 int launch(const char* folder, int others, const char* group, std::string_view state, int first) {
   useContainer(group);
   const URL directory = URL::fileURL(folder, true);
   const Persisted<int> launches{0, directory, "launches"};
   if (state == "threadless" && !testing::kUnderSanitizer) forbidThreads();
   if (state == "busy") occupyPool();
+  if (state == "pool") {
+    usePool();
+    if (const auto status = leaveToChild()) return *status;
+  }
   launches.modifyWrappedValue([](int& count) { ++count; });
   if (state == "forked") {
     launches.flush();
-    if (const pid_t child = ::fork(); child != 0) {
-      int status = 0;
-      return ::waitpid(child, &status, 0) == child ? status : 1;
-    }
+    if (const auto status = leaveToChild()) return *status;
   }
   for (int i = 0; i < others; ++i) {
     Persisted<int>(0, directory, "other" + std::to_string(i)).setWrappedValue(first + i);
   }
-  if (state == "forked") std::_Exit(0);  // what its parent's threads own seems to leak there
+  const bool isChild = state == "forked" || state == "pool";
+  if (isChild) std::_Exit(0);  // what its parent's threads own seems to leak there
   return 0;
 }
 

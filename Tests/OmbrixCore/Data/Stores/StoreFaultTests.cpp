@@ -11,6 +11,8 @@
 #include <cstdarg>
 #include <cstring>
 #include <filesystem>
+#include <functional>
+#include <utility>
 
 #include "OmbrixCore/Data/Stores/CachedItemStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
@@ -24,6 +26,7 @@ thread_local int countdown = 0;
 thread_local bool allFail = false;
 thread_local int code = 0;
 thread_local bool hasChanged = false;  // whether a call before it has changed a file's contents
+thread_local std::function<void()> duringRead;  // called by the next one
 // Part of the paths that cannot be looked at by any thread, and why.
 const char* unseen = nullptr;
 int unseenCode = 0;
@@ -70,7 +73,10 @@ int close(int file) {
   if (isFailing) errno = code;
   return isFailing ? -1 : result;
 }
-ssize_t read(int file, void* bytes, size_t count) { return call(SYS_read, file, bytes, count); }
+ssize_t read(int file, void* bytes, size_t count) {
+  if (const auto hook = std::exchange(duringRead, nullptr)) hook();
+  return call(SYS_read, file, bytes, count);
+}
 ssize_t pwrite(int file, const void* bytes, size_t count, off_t offset) {
   return change(SYS_pwrite64, file, bytes, count, offset);
 }
@@ -219,7 +225,8 @@ TEST_P(StoreFaultTests, AFailedReadIsMadeAgain) {
   const fs::path folder = directories.dir().path() / (GetParam() ? "group" : "other");
   const URL url = URL::fileURL((folder / "launches").string());
   for (const int failure : {EMFILE, ENOMEM, EIO, EACCES}) {
-    for (const bool isSetMeanwhile : {false, true}) {
+    enum class Set { never, before, during };
+    for (const auto set : {Set::never, Set::before, Set::during}) {
       PlistFileStore<int>(url).setValue(57);
       const CachedItemStore<int> store(url, 0);
       code = failure;
@@ -228,8 +235,10 @@ TEST_P(StoreFaultTests, AFailedReadIsMadeAgain) {
       allFail = false;
       EXPECT_THAT(log.takeErrors(),
                   ::testing::ElementsAre(StartsWith("Error reading the object: ")));
-      if (isSetMeanwhile) store.setValue(5);
-      const int expected = isSetMeanwhile ? 5 : 57;
+      const auto setFive = [&store] { store.setValue(5); };
+      if (set == Set::before) setFive();
+      if (set == Set::during) duringRead = setFive;
+      const int expected = set == Set::never ? 57 : 5;
       EXPECT_EQ(store.value(), expected) << failure;
       store.setValue(store.value() + 1);
       store.flush();

@@ -59,7 +59,7 @@ TEST(EarlierStoresTests, FilesOfAnEarlierBuildOpen) {
 
 // Catches values that a process has set and not written when its main function returns, or that it
 // has written wrongly then: in the container too, while the pool computes without end, where no
-// thread can be made, and in a child whose parent has used its store.
+// thread can be made, and in a child whose parent has used its store or the pool.
 TEST(PersistedProcessTests, AnEndingProcessWritesWhatItHasSet) {
   const testing::ScopedDir dir;
   constexpr int kRounds = 2;
@@ -70,7 +70,7 @@ TEST(PersistedProcessTests, AnEndingProcessWritesWhatItHasSet) {
     // Where there is no thread each of the others takes the pool's patience.
     for (int round = 0; round < kRounds; ++round) {
       for (const auto& [state, others] :
-           {std::pair("free", 60), {"busy", 60}, {"forked", 60}, {"threadless", 4}}) {
+           {std::pair("free", 60), {"busy", 60}, {"forked", 60}, {"pool", 60}, {"threadless", 4}}) {
         testing::ChildProcess agent({STORE_AGENT, "launch", path, std::to_string(others),
                                      dir.path() / "group", state, std::to_string(++runs)});
         EXPECT_EQ(agent.wait(), 0) << state;
