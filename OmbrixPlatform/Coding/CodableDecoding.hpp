@@ -106,6 +106,7 @@ void decodeMap(R& reader, Map& out) {
   out.clear();
   reader.beginObject();
   expectItems<typename Map::value_type>(reader, out);
+  std::string name;  // lives as long as the step: what is wrong with the next key names this one
   CodingPathChain::Step step(reader.pathChain());
   std::string_view next;
   const auto put = [&](Key key) {
@@ -114,7 +115,7 @@ void decodeMap(R& reader, Map& out) {
     if (out.size() == before) startOver(reader);
   };
   while (reader.nextKey(next)) {
-    const std::string name{next};
+    name = next;
     step.setKey(name);
     if constexpr (std::integral<Key>) {
       Key key{};
