@@ -46,8 +46,8 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 
 /// Reads a track. Of a file that is damaged, cut off, too long for the memory or has more than
 /// `kMostTrackPoints`, what could be read is returned, and `Track::fault` says what is wrong. A
-/// single bad byte costs no more than the point it is in. (A CSV file that is cut between two rows
-/// cannot be told from a whole one.)
+/// single bad byte costs no more than the point it is in, a lost line end of CSV the two beside it.
+/// (A CSV file that is cut between two rows cannot be told from a whole one.)
 /// @throws TrackFormatError for bytes that are no such file, are larger than `kMostTrackBytes`, or
 ///   are damaged so that no point can be read
 [[nodiscard]] Track readTrack(platform::DataView bytes, TrackFormat format);
