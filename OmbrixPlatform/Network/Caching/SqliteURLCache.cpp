@@ -238,6 +238,11 @@ void SqliteURLCache::writeBatch() {
     handle(writer_, failure);
   }
   const bool isWritten = batch.empty() || write(batch, false) || write(batch, true);
+  if (std::exchange(writerOpenings_, writer_.openings()) != writer_.openings()) {
+    // Another file lies there now, which the reader might not notice.
+    const std::lock_guard lock(readerMutex_);
+    reader_.close();
+  }
   // What stands there may be outdated. It is removed now: others would serve it, and so would this
   // program when it starts again. A full disk lets files go.
   const bool isCleared = !isWritten && clearFiles(false);

@@ -86,6 +86,9 @@ bool isOfLaterRelease(SqliteConnection& connection) {
   }
 }
 
+// The mode of a database that was set aside, by which those who have it open know.
+constexpr mode_t kSetAside = S_IRUSR | S_IWUSR | S_ISVTX;
+
 [[noreturn]] void failDamaged() { throw SqliteFailure{SQLITE_CORRUPT}; }
 
 }  // namespace
@@ -167,6 +170,7 @@ void SqliteURLCacheFile::removeFiles() const noexcept {
 }
 
 void SqliteURLCacheFile::rename() const noexcept {
+  (void)::chmod(path_.c_str(), kSetAside);
   ::rename(path_.c_str(), (path_ + ".damaged").c_str());
   removeFiles();
 }
@@ -204,6 +208,8 @@ void SqliteURLCacheFile::open() {
       isHurried_ = false;
       open_.reset(new Open(std::move(connection)));
       identity_ = identity().value_or(FileIdentity{});
+      held_ = openFile(path_, O_PATH);
+      ++openings_;
       return;
     } catch (const SqliteFailure& failure) {
       const bool isForeign = failure.isDamage() || failure.code == SQLITE_ERROR;
@@ -220,11 +226,21 @@ void SqliteURLCacheFile::openAnew() {
 }
 
 bool SqliteURLCacheFile::openExisting() {
-  const auto found = identity();
-  if (open_ && found == identity_) return true;
+  if (open_ && isInPlace()) return true;
   open_.reset();
-  if (found) open();
-  return found.has_value();
+  const bool isThere = identity().has_value();
+  if (isThere) open();
+  return isThere;
+}
+
+/// Whether nobody has removed the open database or set it aside. Asked at each look-up, of a
+/// descriptor, which costs a third of what the path does; of one that can do nothing else, since
+/// closing another would let go of SQLite's locks.
+bool SqliteURLCacheFile::isInPlace() const noexcept {
+  struct stat status{};
+  if (!held_) return identity() == identity_;
+  return ::fstat(held_.get(), &status) == 0 && status.st_nlink > 0 &&
+         (status.st_mode & S_ISVTX) == 0;
 }
 
 void SqliteURLCacheFile::close() noexcept { open_.reset(); }

@@ -151,6 +151,11 @@ TEST_F(URLCacheDiskTests, ProcessesShareAFolder) {
   fs::remove_all(folder);
   put(*other, 2);
   EXPECT_EQ(get(*cache, 2), numberedBody(2));
+  fs::rename(folder, dir.path() / "elsewhere");
+  put(*cache, 3);
+  cache->flush();
+  EXPECT_EQ(get(*cache, 3), numberedBody(3));
+  EXPECT_EQ(get(*cache, 2), "-") << "nobody reads on in a folder that was moved";
 }
 
 // Catches a removal that writes although nothing is there, and one that is left out although there

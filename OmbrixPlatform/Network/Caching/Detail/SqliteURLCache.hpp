@@ -89,7 +89,8 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
 
   std::mutex readerMutex_;
   SqliteURLCacheFile reader_;
-  SqliteURLCacheFile writer_;  // on the queue only
+  SqliteURLCacheFile writer_;         // on the queue only
+  std::uint64_t writerOpenings_ = 0;  // likewise: those that the reader knows of
 };
 
 }  // namespace ombrix::platform::detail

@@ -37,8 +37,12 @@ class SqliteURLCacheFile {
  public:
   SqliteURLCacheFile(const std::string& folder, const DiskBudget& budget, int busyMilliseconds);
 
-  /// Opens the database if there is one; false when there is none.
+  /// Opens the database if there is one; false when there is none. One whose folder was moved stays
+  /// open until the next change.
   bool openExisting();
+
+  /// How often it has opened.
+  [[nodiscard]] std::uint64_t openings() const noexcept { return openings_; }
 
   // Reading: nothing where there is no database.
 
@@ -91,6 +95,7 @@ class SqliteURLCacheFile {
   [[nodiscard]] std::optional<FileIdentity> identity() const noexcept { return identityOf(path_); }
   [[nodiscard]] int patienceMilliseconds() const noexcept;
   [[nodiscard]] Descriptor lock();
+  [[nodiscard]] bool isInPlace() const noexcept;
   void removeFiles() const noexcept;
   void rename() const noexcept;
   void open();
@@ -104,6 +109,8 @@ class SqliteURLCacheFile {
   const DiskBudget budget_;
   const int busyMilliseconds_;
   FileIdentity identity_;
+  Descriptor held_;
+  std::uint64_t openings_ = 0;
   bool isHurried_ = false;
   struct CloseOpen {
     void operator()(Open* open) const noexcept;
