@@ -127,6 +127,7 @@ class Record final : public platform::URLSessionDelegate {
          begin = end + 1, end = text_.find('\n', begin)) {
       const auto line = std::string_view(text_).substr(begin, end - begin);
       for (auto& event : messages_.watchMessage(line).events) {
+        if (event.revision > last_) continue;  // the next record has it
         isWhole_ = isWhole_ || event.revision == last_;
         taken_.events.push_back(std::move(event));
       }
@@ -145,6 +146,8 @@ class Record final : public platform::URLSessionDelegate {
     if (events.array() == nullptr) return;
     for (const JSON& event : *events.array()) {
       const JSON& entry = event["kv"];
+      // Removing what is not there leaves a mark alone: it would be counted twice.
+      if (std::stoll(entry["mod_revision"].stringValue()) > last_) continue;
       const bool isValue = EtcdMessages::isKey(text(entry["key"]).substr(std::strlen(kPrefix)));
       if (!isValue) taken_.ids.push_back(text(entry["value"]));
     }
