@@ -35,7 +35,7 @@ void decodeFields(R& reader, T& out) {
     const auto inOrder = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
       constexpr const auto& kField = std::get<I>(kFields);
       if constexpr (isPlainName(kField.name)) {
-        if (!tryKey(reader, kField.name)) return;
+        if (!reader.tryKey(kField.name)) return;
         step.setKey(kField.name);
         std::remove_cvref_t<decltype(kField)>::CodecType::decode(reader, out.*kField.member);
         seen |= std::uint64_t{1} << I;
@@ -71,6 +71,9 @@ void decodeFields(R& reader, T& out) {
       }
     }(kIndices);
   }
+  constexpr std::uint64_t kAll = kCount == 0 ? 0 : ~std::uint64_t{0} >> (64 - kCount);
+  if (seen == kAll) [[likely]]
+    return;
   [&]<std::size_t... I>(std::index_sequence<I...>) {
     const auto require = [&]<class Field>(const Field& field, std::size_t index) {
       using Member = typename Field::MemberType;
@@ -116,7 +119,7 @@ void decodeMap(R& reader, Map& out) {
   };
   while (reader.nextKey(next)) {
     name = next;
-    step.setKey(name);
+    step.setEntry(name);
     if constexpr (std::integral<Key>) {
       Key key{};
       const auto parsed = std::from_chars(name.data(), name.data() + name.size(), key);
@@ -218,8 +221,7 @@ void decodeEnumeration(R& reader, T& out) {
     const std::int64_t raw = reader.readInteger();
     const auto value = fromRawValue<T>(raw);
     if (!value) {
-      throw DecodingError::dataCorrupted("No value is meant by " + std::to_string(raw),
-                                         reader.codingPath());
+      throw DecodingError::dataCorrupted("No value is meant by the number", reader.codingPath());
     }
     out = *value;
   } else {
@@ -242,8 +244,7 @@ void decodeInteger(R& reader, T& out) {
       return reader.readUnsignedInteger();
   }();
   if (!std::in_range<T>(value)) {
-    throw DecodingError::dataCorrupted("The number " + std::to_string(value) + " does not fit",
-                                       reader.codingPath());
+    throw DecodingError::dataCorrupted("The number does not fit", reader.codingPath());
   }
   out = static_cast<T>(value);
 }

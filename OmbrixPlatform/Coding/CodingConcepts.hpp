@@ -134,12 +134,6 @@ void announceItems(W& writer) {
 template <class R>
 concept TriesKeys = requires(R& reader, std::string_view name) { reader.tryKey(name); };
 
-template <CodingReader R>
-bool tryKey(R& reader, std::string_view name) {
-  if constexpr (TriesKeys<R>) return reader.tryKey(name);
-  return false;
-}
-
 /// Whether a name of a field is written as it is in every format.
 consteval bool isPlainName(std::string_view name) {
   for (const char c : name) {

@@ -20,10 +20,12 @@ std::string describe(const CodingPath& path) {
   for (const CodingKey& key : path) {
     if (key.intValue) {
       text += fmt::format("[{}]", *key.intValue);
-    } else {
-      if (!text.empty()) text += '.';
-      text += key.stringValue;
+      continue;
     }
+    if (!text.empty()) text += '.';
+    // Like texts, keys of a document may be what nobody but its owner should read.
+    text += key.isContent ? fmt::format("(a key of {} bytes)", key.stringValue.size())
+                          : key.stringValue;
   }
   return text;
 }
@@ -46,7 +48,7 @@ CodingPath CodingPathChain::path() const {
   CodingPath steps;
   for (const Step* step = last_; step != nullptr; step = step->outer_) {
     if (step->key_.data() != nullptr) {
-      steps.push_back({std::string{step->key_}, std::nullopt});
+      steps.push_back({std::string{step->key_}, std::nullopt, step->isContent_});
     } else if (step->index_ != Step::kNowhere) {
       steps.push_back({fmt::format("Index {}", step->index_), step->index_});
     }

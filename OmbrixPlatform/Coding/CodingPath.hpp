@@ -17,14 +17,19 @@ namespace ombrix::platform {
 struct CodingKey {
   std::string stringValue;
   std::optional<std::size_t> intValue;
+  /// Whether the key comes from a document, as the keys of a dictionary do, and not from the
+  /// program: messages do not show it.
+  bool isContent = false;
 
-  friend bool operator==(const CodingKey&, const CodingKey&) = default;
+  friend bool operator==(const CodingKey& a, const CodingKey& b) {
+    return a.stringValue == b.stringValue && a.intValue == b.intValue;
+  }
 };
 
 /// The way from the top of a document to a value; empty at the top.
 using CodingPath = std::vector<CodingKey>;
 
-/// A path as messages show it, such as "runs[2].name".
+/// A path as messages show it, such as "runs[2].name" or "scores.(a key of 5 bytes)".
 std::string describe(const CodingPath& path);
 
 /// What a caller hands through a coder to the types it codes.
@@ -57,8 +62,13 @@ class CodingPathChain {
     Step& operator=(const Step&) = delete;
     ~Step() { chain_.last_ = outer_; }
 
-    /// The text must live as long as this step.
+    /// The texts must live as long as this step.
     void setKey(std::string_view key) noexcept { key_ = key; }
+    /// A key that messages do not show. A step with entries has no other keys.
+    void setEntry(std::string_view key) noexcept {
+      key_ = key;
+      isContent_ = true;
+    }
     void setIndex(std::size_t index) noexcept {
       key_ = {};
       index_ = index;
@@ -71,12 +81,17 @@ class CodingPathChain {
     static constexpr std::size_t kNowhere = static_cast<std::size_t>(-1);
     std::string_view key_;  // null for a place in an array
     std::size_t index_ = kNowhere;
+    bool isContent_ = false;
   };
 
   CodingPathChain() = default;
   explicit CodingPathChain(CodingPath base) : base_(std::move(base)) {}
 
   [[nodiscard]] CodingPath path() const;
+  /// Whether the last step is a key that comes from the document.
+  [[nodiscard]] bool endsInContent() const noexcept {
+    return last_ != nullptr && last_->isContent_;
+  }
 
  private:
   CodingPath base_;

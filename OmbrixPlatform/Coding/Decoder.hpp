@@ -18,6 +18,15 @@ class Decoder;
 class JSON;
 class PropertyList;
 
+/// A key that a dictionary is asked for.
+struct CodingKeyName {
+  CodingKeyName(std::string_view name, bool fromDocument = false)
+      : text(name), isContent(fromDocument) {}
+
+  std::string_view text;
+  bool isContent;  ///< as in `CodingKey`
+};
+
 /// The entries of a dictionary being decoded: what a format implements. `KeyedDecodingContainer`
 /// is the face that callers use. Operations throw `DecodingError`.
 class KeyedDecodingContainerBase {
@@ -31,9 +40,9 @@ class KeyedDecodingContainerBase {
   /// Whether null stands there.
   [[nodiscard]] virtual bool decodeNil(std::string_view key) const = 0;
   [[nodiscard]] virtual CodingPrimitive decodePrimitive(CodingPrimitiveKind kind,
-                                                        std::string_view key) const = 0;
+                                                        CodingKeyName key) const = 0;
   /// A decoder of the value under a key.
-  [[nodiscard]] virtual std::shared_ptr<Decoder> superDecoder(std::string_view key) const = 0;
+  [[nodiscard]] virtual std::shared_ptr<Decoder> superDecoder(CodingKeyName key) const = 0;
 };
 
 /// The items of an array being decoded, one after the other. Operations throw `DecodingError`:
@@ -211,6 +220,9 @@ class DecoderReader {
   };
 
   CodingPrimitive read(CodingPrimitiveKind kind);
+  [[nodiscard]] CodingKeyName keyOf(const Frame& frame) const noexcept {
+    return {frame.key, path_.endsInContent()};
+  }
 
   Decoder& decoder_;
   CodingPathChain path_;

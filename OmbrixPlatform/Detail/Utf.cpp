@@ -1,5 +1,7 @@
 #include "OmbrixPlatform/Detail/Utf.hpp"
 
+#include <bit>
+
 namespace ombrix::platform::detail {
 namespace {
 
@@ -8,6 +10,49 @@ constexpr bool isSurrogate(char32_t c) noexcept { return c >= 0xD800 && c <= 0xD
 void appendUnit(std::string& out, char32_t unit) {
   out.push_back(static_cast<char>(unit >> 8));
   out.push_back(static_cast<char>(unit & 0xFF));
+}
+
+bool isAsciiByte(char c) noexcept { return static_cast<unsigned char>(c) < 0x80; }
+
+const char* behindAscii(const char* at, const char* end) noexcept {
+  for (std::uint64_t word = 0; end - at >= 8; at += 8) {
+    std::memcpy(&word, at, 8);
+    word &= 0x8080808080808080U;
+    if (word == 0) continue;
+    if constexpr (std::endian::native == std::endian::little) at += std::countr_zero(word) / 8;
+    break;
+  }
+  while (at != end && isAsciiByte(*at)) ++at;
+  return at;
+}
+
+// How long the code point is that begins here with no ASCII; zero for what is not valid.
+inline std::ptrdiff_t lengthOfSequence(const char* at, std::ptrdiff_t left) noexcept {
+  const auto byte = [at](int i) { return static_cast<unsigned char>(at[i]); };
+  const auto follows = [&](int i) { return (byte(i) & 0xC0U) == 0x80U; };
+  const unsigned lead = byte(0);
+  if (lead < 0xC2) return 0;  // bytes that follow, and overlong forms
+  if (lead < 0xE0) return left >= 2 && follows(1) ? 2 : 0;
+  if (lead < 0xF0) {
+    if (left < 3 || !follows(1) || !follows(2)) return 0;
+    const bool isOverlong = lead == 0xE0 && byte(1) < 0xA0;
+    const bool meansSurrogate = lead == 0xED && byte(1) >= 0xA0;
+    return isOverlong || meansSurrogate ? 0 : 3;
+  }
+  if (lead > 0xF4 || left < 4 || !follows(1) || !follows(2) || !follows(3)) return 0;
+  const bool isOverlong = lead == 0xF0 && byte(1) < 0x90;
+  const bool isBeyondAll = lead == 0xF4 && byte(1) >= 0x90;
+  return isOverlong || isBeyondAll ? 0 : 4;
+}
+
+// Whether two code points of three bytes each begin here, as in Japanese texts. False also for the
+// few lead bytes behind which not every byte may stand, and where fewer than eight bytes are left.
+inline bool startsWithTwoOfThreeBytes(const char* at, std::ptrdiff_t left) noexcept {
+  if (std::endian::native != std::endian::little || left < 8) return false;
+  std::uint64_t word = 0;
+  std::memcpy(&word, at, 8);
+  const auto isFree = [](std::uint64_t lead) { return (lead & 0xF) != 0 && (lead & 0xF) != 0xD; };
+  return (word & 0xC0C0F0C0C0F0U) == 0x8080E08080E0U && isFree(word) && isFree(word >> 24);
 }
 
 }  // namespace
@@ -19,37 +64,29 @@ bool nextCodePoint(const char*& at, const char* end, char32_t& codePoint) noexce
     ++at;
     return true;
   }
-  std::ptrdiff_t length = 0;
-  char32_t value = 0;
-  char32_t least = 0;
-  if ((lead & 0xE0) == 0xC0) {
-    length = 2, value = lead & 0x1FU, least = 0x80;
-  } else if ((lead & 0xF0) == 0xE0) {
-    length = 3, value = lead & 0x0FU, least = 0x800;
-  } else if ((lead & 0xF8) == 0xF0) {
-    length = 4, value = lead & 0x07U, least = 0x10000;
-  } else {
-    return false;
-  }
-  if (end - at < length) return false;
+  const std::ptrdiff_t length = lengthOfSequence(at, end - at);
+  if (length == 0) return false;
+  codePoint = lead & (0x7FU >> length);
   for (std::ptrdiff_t i = 1; i < length; ++i) {
-    const auto next = static_cast<unsigned char>(at[i]);
-    if ((next & 0xC0) != 0x80) return false;
-    value = value << 6 | (next & 0x3FU);
+    codePoint = codePoint << 6 | (static_cast<unsigned char>(at[i]) & 0x3FU);
   }
-  if (value < least || value > 0x10FFFF || isSurrogate(value)) return false;
-  codePoint = value;
   at += length;
   return true;
 }
 
 bool isValidUtf8(std::string_view text) noexcept {
-  if (isAscii(text)) return true;
   const char* at = text.data();
   const char* end = at + text.size();
-  char32_t codePoint = 0;
-  while (at != end) {
-    if (!nextCodePoint(at, end, codePoint)) return false;
+  while ((at = behindAscii(at, end)) != end) {
+    while (at != end && !isAsciiByte(*at)) {
+      if (startsWithTwoOfThreeBytes(at, end - at)) {
+        at += 6;
+        continue;
+      }
+      const std::ptrdiff_t length = lengthOfSequence(at, end - at);
+      if (length == 0) return false;
+      at += length;
+    }
   }
   return true;
 }

@@ -49,7 +49,7 @@ CodingPrimitive DecoderReader::read(CodingPrimitiveKind kind) {
   Frame& frame = frames_.back();
   if (frame.peeked != nullptr) return decoder()->singleValueContainer()->decodePrimitive(kind);
   if (frame.unkeyed != nullptr) return frame.unkeyed->decodePrimitive(kind);
-  return frame.keyed->decodePrimitive(kind, frame.key);
+  return frame.keyed->decodePrimitive(kind, keyOf(frame));
 }
 
 bool DecoderReader::readNull() {
@@ -65,7 +65,7 @@ std::shared_ptr<Decoder> DecoderReader::decoder() {
   Frame& frame = frames_.back();
   if (frame.peeked != nullptr) return std::exchange(frame.peeked, nullptr);
   if (frame.unkeyed != nullptr) return frame.unkeyed->superDecoder();
-  return frame.keyed->superDecoder(frame.key);
+  return frame.keyed->superDecoder(keyOf(frame));
 }
 
 void DecoderReader::skip() {

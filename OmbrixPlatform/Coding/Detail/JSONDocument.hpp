@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,35 +12,40 @@
 
 namespace ombrix::platform::detail {
 
+/// Where a value lies in a document.
+struct JSONExtent {
+  std::uint32_t begin = 0;  ///< its first byte
+  std::uint32_t end = 0;    ///< behind it, and behind white space that follows
+  std::uint32_t next = 0;   ///< the number of the value behind it and all in it
+};
+
 /// A JSON document that was checked from its start to its end, for those who go to and fro in it.
 /// Does not change.
 struct JSONDocument {
   std::string text;
-  std::vector<std::uint32_t> tokens;  ///< where in the text they begin
-  std::vector<std::uint32_t> behind;  ///< for each token that begins a value, the one behind it
+  std::vector<JSONExtent> values;  ///< in the order of their beginnings
   JSONCodingOptions options;
 
   [[nodiscard]] const CodingUserInfo& userInfo() const noexcept { return options.userInfo; }
 };
 
-/// Copies and checks a document whose tokens are known. Throws `DecodingError`.
+/// Copies and checks a document. Throws `DecodingError`.
 std::shared_ptr<const JSONDocument> checkedDocument(std::string_view text,
-                                                    std::span<const std::uint32_t> tokens,
                                                     const JSONCodingOptions& options);
 
-/// JSON for `TreeDecoder`: a value is the number of its first token, read by a `JSONReader`.
-struct JSONTokens {
+/// JSON for `TreeDecoder`: a value is its number in the document, read by a `JSONReader`.
+struct JSONValues {
   using Document = JSONDocument;
   using Cursor = std::uint32_t;
   using Tree = JSON;
 
-  static bool isNull(const Document& document, Cursor token);
-  static OrderedDictionary<Cursor> entries(const Document& document, Cursor token,
+  static bool isNull(const Document& document, Cursor value);
+  static OrderedDictionary<Cursor> entries(const Document& document, Cursor value,
                                            const CodingPath& path);
-  static std::vector<Cursor> items(const Document& document, Cursor token, const CodingPath& path);
-  static CodingPrimitive primitive(const Document& document, Cursor token, CodingPrimitiveKind kind,
+  static std::vector<Cursor> items(const Document& document, Cursor value, const CodingPath& path);
+  static CodingPrimitive primitive(const Document& document, Cursor value, CodingPrimitiveKind kind,
                                    const CodingPath& path);
-  static JSON tree(const Document& document, Cursor token, const CodingPath& path);
+  static JSON tree(const Document& document, Cursor value, const CodingPath& path);
 };
 
 }  // namespace ombrix::platform::detail

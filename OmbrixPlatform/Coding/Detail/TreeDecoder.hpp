@@ -115,10 +115,10 @@ class TreeDecoder final : public Decoder {
       return Format::isNull(*place_.document, cursor(key));
     }
     [[nodiscard]] CodingPrimitive decodePrimitive(CodingPrimitiveKind kind,
-                                                  std::string_view key) const override {
+                                                  CodingKeyName key) const override {
       return item(key).primitive(kind);
     }
-    [[nodiscard]] std::shared_ptr<Decoder> superDecoder(std::string_view key) const override {
+    [[nodiscard]] std::shared_ptr<Decoder> superDecoder(CodingKeyName key) const override {
       return item(key).decoder();
     }
 
@@ -128,8 +128,8 @@ class TreeDecoder final : public Decoder {
       if (found == nullptr) throw DecodingError::keyNotFound(key, place_.path);
       return *found;
     }
-    [[nodiscard]] Place item(std::string_view key) const {
-      return place_.at(cursor(key), {std::string{key}, std::nullopt});
+    [[nodiscard]] Place item(CodingKeyName key) const {
+      return place_.at(cursor(key.text), {std::string{key.text}, std::nullopt, key.isContent});
     }
 
     Place place_;

@@ -2,13 +2,15 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <array>
+#include <bit>
 #include <charconv>
 #include <cmath>
-#include <cstring>
+#include <limits>
 
 #include "OmbrixPlatform/Coding/Detail/JSONDocument.hpp"
-#include "OmbrixPlatform/Coding/Detail/JSONIndex.hpp"
+#include "OmbrixPlatform/Coding/Detail/JSONText.hpp"
 #include "OmbrixPlatform/Coding/Detail/JSONTree.hpp"
 #include "OmbrixPlatform/Coding/Detail/Numbers.hpp"
 #include "OmbrixPlatform/Detail/DecimalToDouble.hpp"
@@ -21,21 +23,6 @@ namespace {
 bool isWhiteSpace(char c) noexcept { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 bool isDigit(char c) noexcept { return static_cast<unsigned char>(c - '0') < 10; }
 
-bool hasBackslash(const char* at, std::size_t size) noexcept {
-  constexpr std::uint64_t kOnes = 0x0101010101010101U;
-  constexpr std::uint64_t kHighs = 0x8080808080808080U;
-  std::uint64_t word = 0;
-  for (; size >= 8; at += 8, size -= 8) {
-    std::memcpy(&word, at, 8);
-    word ^= kOnes * '\\';
-    if (((word - kOnes) & ~word & kHighs) != 0) return true;
-  }
-  for (; size > 0; ++at, --size) {
-    if (*at == '\\') return true;
-  }
-  return false;
-}
-
 // What may follow a scalar.
 constexpr std::array<bool, 256> kEndsScalar = [] {
   std::array<bool, 256> table{};
@@ -44,7 +31,72 @@ constexpr std::array<bool, 256> kEndsScalar = [] {
   }
   return table;
 }();
+bool endsScalar(char c) noexcept { return kEndsScalar[static_cast<unsigned char>(c)]; }
+
 constexpr std::ptrdiff_t kLongestPlainNumber = 32;  // and the words that are loaded behind it
+
+// The end of a decimal of usual length, read eight digits at a time; null for any other number.
+// As many bytes as said above can be loaded.
+[[gnu::always_inline]] inline const char* plainReal(const char* at, double& value) noexcept {
+  using detail::digitsValue, detail::leadingDigitCount, detail::loadEightBytes;
+  const bool negative = *at == '-';
+  at += negative;
+  std::uint64_t word = loadEightBytes(at);
+  const unsigned whole = leadingDigitCount(word);
+  if (whole == 0 || whole == 8 || (*at == '0' && whole > 1)) return nullptr;
+  std::uint64_t digits = digitsValue(word, whole);
+  at += whole;
+  unsigned fraction = 0;
+  if (*at == '.') {
+    word = loadEightBytes(++at);
+    fraction = leadingDigitCount(word);
+    if (fraction == 0) return nullptr;
+    // Microdegrees have a branch of their own: where it is foreseen, the processor goes on with
+    // what follows, and need not wait for the count.
+    if (fraction == 6) {
+      digits = digits * 1'000'000 + digitsValue(word, 6);
+      at += 6;
+    } else {
+      digits = digits * detail::kIntegerPowersOf10[fraction] + digitsValue(word, fraction);
+      at += fraction;
+    }
+    if (fraction == 8) {
+      word = loadEightBytes(at);
+      const unsigned more = leadingDigitCount(word);
+      if (whole + fraction + more > 19 || more == 8) return nullptr;
+      if (more > 0) digits = digits * detail::kIntegerPowersOf10[more] + digitsValue(word, more);
+      at += more;
+      fraction += more;
+    }
+  }
+  if (!endsScalar(*at)) return nullptr;
+  value = detail::decimalToDouble(digits, -static_cast<int>(fraction));
+  if (negative) value = -value;
+  return at;
+}
+
+// The same for an integer of at most 15 digits.
+[[gnu::always_inline]] inline const char* plainInteger(const char* at,
+                                                       std::int64_t& value) noexcept {
+  using detail::digitsValue, detail::leadingDigitCount, detail::loadEightBytes;
+  const bool negative = *at == '-';
+  at += negative;
+  std::uint64_t word = loadEightBytes(at);
+  const unsigned count = leadingDigitCount(word);
+  if (count == 0 || (*at == '0' && count > 1)) return nullptr;
+  std::uint64_t digits = digitsValue(word, count);
+  at += count;
+  if (count == 8) {
+    word = loadEightBytes(at);
+    const unsigned more = leadingDigitCount(word);
+    if (more == 8) return nullptr;
+    if (more > 0) digits = digits * detail::kIntegerPowersOf10[more] + digitsValue(word, more);
+    at += more;
+  }
+  if (!endsScalar(*at)) return nullptr;
+  value = negative ? -static_cast<std::int64_t>(digits) : static_cast<std::int64_t>(digits);
+  return at;
+}
 
 }  // namespace
 
@@ -59,25 +111,19 @@ struct JSONReader::Scan {
 };
 
 JSONReader::JSONReader(DataView bytes, const JSONCodingOptions* options)
-    : options_(options),
-      text_(textOf(bytes).data()),
-      textEnd_(text_ + bytes.size()),
-      index_(std::make_unique<detail::JSONIndex>(textOf(bytes))) {
-  if (index_->error() != nullptr) malformed(index_->error());
-  at_ = index_->begin();
-  last_ = index_->end();
+    : options_(options), text_(textOf(bytes).data()), at_(text_), end_(text_ + bytes.size()) {
+  if (bytes.size() > std::numeric_limits<std::uint32_t>::max()) malformed("it is too long");
+  moveTo(text_);
+  if (at_ == end_) malformed("it is empty");
 }
 
-JSONReader::JSONReader(const detail::JSONDocument& document, std::uint32_t token,
+JSONReader::JSONReader(const detail::JSONDocument& document, std::uint32_t value,
                        const CodingPath& path)
     : options_(&document.options),
       text_(document.text.data()),
-      textEnd_(text_ + document.text.size()),
-      at_(document.tokens.data() + token),
-      last_(document.tokens.data() + document.tokens.size()),
+      at_(text_ + document.values[value].begin),
+      end_(text_ + document.text.size()),
       path_(path) {}
-
-JSONReader::~JSONReader() = default;
 
 const JSONCodingOptions& JSONReader::options() const noexcept {
   static const JSONCodingOptions* const kDefaults = new JSONCodingOptions;
@@ -85,9 +131,8 @@ const JSONCodingOptions& JSONReader::options() const noexcept {
 }
 
 void JSONReader::malformed(const char* what) const {
-  const auto offset = at_ == nullptr ? 0 : at_ < last_ ? *at_ : textEnd_ - text_;
   throw DecodingError::dataCorrupted(
-      fmt::format("The data is not valid JSON: {} (byte {})", what, offset), codingPath());
+      fmt::format("The data is not valid JSON: {} (byte {})", what, at_ - text_), codingPath());
 }
 
 void JSONReader::mismatch(std::string_view expected) const {
@@ -116,23 +161,36 @@ void JSONReader::mismatch(std::string_view expected) const {
   throw DecodingError::typeMismatch(expected, nameOf(found), codingPath());
 }
 
-void JSONReader::misfit(std::string_view number) const {
-  constexpr std::size_t kShown = 40;
-  throw DecodingError::dataCorrupted(
-      fmt::format("The number {} does not fit", number.substr(0, kShown)), codingPath());
+void JSONReader::misfit() const {
+  throw DecodingError::dataCorrupted("The number does not fit", codingPath());
+}
+
+const char* JSONReader::behindBlankRun(const char* at, const char* end) noexcept {
+  for (; at != end && isWhiteSpace(*at); ++at) {
+    // Lines are indented by spaces, often by many.
+    if constexpr (!detail::kWordsAreLittleEndian) continue;
+    while (end - at > 8) {
+      const std::uint64_t others = detail::loadEightBytes(at + 1) ^ 0x2020202020202020U;
+      at += others == 0 ? 8 : std::countr_zero(others) / 8;
+      if (others != 0) break;
+    }
+  }
+  return at;
 }
 
 // A scalar ends at white space, a bracket, a comma or the end of the text.
 void JSONReader::checkScalarEnd(const char* end) const {
-  if (end == textEnd_ || isWhiteSpace(*end) || *end == ',' || *end == '}' || *end == ']') return;
-  malformed("a value cannot be read");
+  if (end != end_ && !endsScalar(*end)) malformed("a value cannot be read");
 }
 
-bool JSONReader::takeWord(std::string_view word) {
-  const char* start = text_ + *at_;
-  if (!std::string_view(start, textEnd_).starts_with(word)) malformed("a value cannot be read");
-  checkScalarEnd(start + word.size());
-  ++at_;
+inline bool JSONReader::takeWord(std::string_view word) {
+  if (static_cast<std::size_t>(end_ - at_) < word.size() ||
+      std::memcmp(at_, word.data(), word.size()) != 0) {
+    malformed("a value cannot be read");
+  }
+  const char* end = at_ + word.size();
+  checkScalarEnd(end);
+  moveTo(end);
   return true;
 }
 
@@ -144,44 +202,37 @@ bool JSONReader::readBool() {
   mismatch("a truth value");
 }
 
-// Scans without looking for the end: a token that follows ends the number first, and the last token
-// of the text is copied to where a NUL ends it.
 JSONReader::Scan JSONReader::scanNumber(std::string_view expected) {
-  const char* at = text_ + (at_ < last_ ? *at_ : 0);
   if (const char c = peek(); c != '-' && !isDigit(c)) mismatch(expected);
-  const bool isLast = at_ + 1 == last_;
-  if (isLast) {
-    scratch_.assign(at, textEnd_);
-    at = scratch_.c_str();
-  }
+  const char* at = at_;
+  const auto next = [&] { return at != end_ ? *at : '\0'; };
   Scan scan;
-  const char* start = at;
   const auto digits = [&] {
     const char* first = at;
-    for (; isDigit(*at); ++at) {
+    for (; isDigit(next()); ++at) {
       scan.mantissa = scan.mantissa * 10 + static_cast<std::uint64_t>(*at - '0');
     }
     if (at == first) malformed("a number cannot be read");
     return static_cast<int>(std::min<std::ptrdiff_t>(at - first, 1'000'000));
   };
-  if (*at == '-') {
+  if (next() == '-') {
     scan.negative = true;
     ++at;
   }
   const char* whole = at;
   scan.digits = digits();
   if (*whole == '0' && scan.digits > 1) malformed("a number has leading zeros");
-  if (*at == '.') {
+  if (next() == '.') {
     ++at;
     const int fraction = digits();
     scan.digits += fraction;
     scan.exponent = -fraction;
     scan.isInteger = false;
   }
-  if (*at == 'e' || *at == 'E') {
+  if (next() == 'e' || next() == 'E') {
     ++at;
-    const bool down = *at == '-';
-    if (down || *at == '+') ++at;
+    const bool down = next() == '-';
+    if (down || next() == '+') ++at;
     const std::uint64_t mantissa = scan.mantissa;
     scan.mantissa = 0;
     const int size = digits();
@@ -190,9 +241,9 @@ JSONReader::Scan JSONReader::scanNumber(std::string_view expected) {
     scan.exponent += down ? -power : power;
     scan.isInteger = false;
   }
-  scan.text = {start, at};
-  checkScalarEnd(isLast ? text_ + *at_ + (at - start) : at);
-  ++at_;
+  scan.text = {at_, at};
+  checkScalarEnd(at);
+  moveTo(at);
   return scan;
 }
 
@@ -206,71 +257,22 @@ double JSONReader::realOf(const Scan& scan) const {
   }
   // What is too small for a double rounds to zero.
   const auto number = detail::readDecimal(scan.text);
-  if (number.fit == detail::NumberFit::tooLarge) misfit(scan.text);
+  if (number.fit == detail::NumberFit::tooLarge) misfit();
   return number.value;
 }
 
-// A decimal of usual length, read eight digits at a time. Takes nothing when it gives false.
-bool JSONReader::readPlainReal(double& value) noexcept {
-  using detail::digitsValue, detail::leadingDigitCount, detail::loadEightBytes;
-  if constexpr (!detail::kWordsAreLittleEndian) return false;
-  if (last_ - at_ < 2) return false;
-  const char* at = text_ + *at_;
-  if (textEnd_ - at < kLongestPlainNumber) return false;
-  const bool negative = *at == '-';
-  if (negative) ++at;
-  std::uint64_t word = loadEightBytes(at);
-  const unsigned whole = leadingDigitCount(word);
-  if (whole == 0 || whole == 8 || (*at == '0' && whole > 1)) return false;
-  std::uint64_t mantissa = digitsValue(word, whole);
-  at += whole;
-  unsigned fraction = 0;
-  if (*at == '.') {
-    word = loadEightBytes(++at);
-    fraction = leadingDigitCount(word);
-    if (fraction == 0) return false;
-    mantissa = mantissa * detail::kIntegerPowersOf10[fraction] + digitsValue(word, fraction);
-    at += fraction;
-    if (fraction == 8) {
-      word = loadEightBytes(at);
-      const unsigned more = leadingDigitCount(word);
-      if (whole + fraction + more > 19 || more == 8) return false;
-      if (more > 0) {
-        mantissa = mantissa * detail::kIntegerPowersOf10[more] + digitsValue(word, more);
-      }
-      at += more;
-      fraction += more;
+std::int64_t JSONReader::readInteger() {
+  if (detail::kWordsAreLittleEndian && end_ - at_ >= kLongestPlainNumber) [[likely]] {
+    std::int64_t value = 0;
+    if (const char* end = plainInteger(at_, value)) [[likely]] {
+      moveTo(end);
+      return value;
     }
   }
-  if (!kEndsScalar[static_cast<unsigned char>(*at)]) return false;
-  ++at_;
-  value = detail::decimalToDouble(mantissa, -static_cast<int>(fraction));
-  if (negative) value = -value;
-  return true;
+  return readOtherInteger();
 }
 
-bool JSONReader::readPlainInteger(std::int64_t& value) noexcept {
-  if (last_ - at_ < 2) return false;
-  const char* at = text_ + *at_;
-  const bool negative = *at == '-';
-  if (negative) ++at;
-  const char* start = at;
-  std::int64_t magnitude = 0;
-  // The token that follows ends the digits.
-  for (; isDigit(*at); ++at) {
-    if (at - start == 18) return false;
-    magnitude = magnitude * 10 + (*at - '0');
-  }
-  if (at == start || (*start == '0' && at - start > 1)) return false;
-  if (!kEndsScalar[static_cast<unsigned char>(*at)]) return false;
-  ++at_;
-  value = negative ? -magnitude : magnitude;
-  return true;
-}
-
-std::int64_t JSONReader::readInteger() {
-  if (std::int64_t value = 0; readPlainInteger(value)) [[likely]]
-    return value;
+std::int64_t JSONReader::readOtherInteger() {
   const Scan scan = scanNumber("an integer");
   if (scan.isInteger && scan.digits <= 18) {
     const auto magnitude = static_cast<std::int64_t>(scan.mantissa);
@@ -283,7 +285,7 @@ std::int64_t JSONReader::readInteger() {
   } else if (const auto value = detail::exactly<std::int64_t>(realOf(scan))) {
     return *value;
   }
-  misfit(scan.text);
+  misfit();
 }
 
 std::uint64_t JSONReader::readUnsignedInteger() {
@@ -298,12 +300,21 @@ std::uint64_t JSONReader::readUnsignedInteger() {
   } else if (const auto value = detail::exactly<std::uint64_t>(realOf(scan))) {
     return *value;
   }
-  misfit(scan.text);
+  misfit();
 }
 
 double JSONReader::readReal() {
-  if (double value = 0; readPlainReal(value)) [[likely]]
-    return value;
+  if (detail::kWordsAreLittleEndian && end_ - at_ >= kLongestPlainNumber) [[likely]] {
+    double value = 0;
+    if (const char* end = plainReal(at_, value)) [[likely]] {
+      moveTo(end);
+      return value;
+    }
+  }
+  return readOtherReal();
+}
+
+double JSONReader::readOtherReal() {
   if (peek() == '"' && options().nonConformingFloats) {
     const std::string_view text = readText();
     if (const auto value = detail::realFromText(text, options())) return *value;
@@ -312,17 +323,30 @@ double JSONReader::readReal() {
   return realOf(scanNumber("a number"));
 }
 
-// The next token shows where a text ends: its closing quote is the last character before it that is
-// no white space.
-std::string_view JSONReader::takeText() {
-  const char* start = text_ + *at_ + 1;
-  ++at_;
-  const char* end = at_ < last_ ? text_ + *at_ : textEnd_;
-  while (end > start && isWhiteSpace(end[-1])) --end;
-  --end;
-  if (end < start || *end != '"') malformed("a text cannot be read");
-  const std::string_view raw{start, end};
-  return hasBackslash(raw.data(), raw.size()) ? unescaped(raw) : raw;
+inline std::string_view JSONReader::takeText() {
+  const char* start = at_ + 1;
+  bool mayLeaveAscii = false;
+  const char* at = detail::behindPlainText(start, end_, mayLeaveAscii);
+  if (at == end_ || *at != '"' || mayLeaveAscii) [[unlikely]]
+    return takeOtherText(start, at, mayLeaveAscii);
+  moveTo(at + 1);
+  return {start, at};
+}
+
+// A text with more than plain ASCII; as far as `at` nothing is escaped.
+std::string_view JSONReader::takeOtherText(const char* start, const char* at, bool mayLeaveAscii) {
+  bool isEscaped = false;
+  while (at != end_ && *at != '"') {
+    if (*at != '\\') malformed("a text holds a control character");
+    isEscaped = true;
+    at = detail::behindPlainText(at + (end_ - at > 1 ? 2 : 1), end_, mayLeaveAscii);
+  }
+  if (at == end_) malformed("a text is not closed");
+  const std::string_view raw{start, at};
+  if (mayLeaveAscii && !detail::isValidUtf8(raw)) malformed("it is not UTF-8");
+  const std::string_view text = isEscaped ? unescaped(raw) : raw;
+  moveTo(at + 1);
+  return text;
 }
 
 std::string_view JSONReader::unescaped(std::string_view raw) {
@@ -336,12 +360,12 @@ std::string_view JSONReader::unescaped(std::string_view raw) {
   };
   scratch_.clear();
   scratch_.reserve(raw.size());
-  for (std::size_t i = 0; i < raw.size(); ++i) {
-    if (raw[i] != '\\') {
-      scratch_.push_back(raw[i]);
-      continue;
-    }
-    switch (++i < raw.size() ? raw[i] : '\0') {
+  for (std::size_t i = 0;; ++i) {
+    const std::size_t escape = std::min(raw.find('\\', i), raw.size());
+    scratch_.append(raw, i, escape - i);
+    if (escape == raw.size()) return scratch_;
+    i = escape + 1;
+    switch (i < raw.size() ? raw[i] : '\0') {
       case '"':
         scratch_.push_back('"');
         break;
@@ -385,7 +409,6 @@ std::string_view JSONReader::unescaped(std::string_view raw) {
         malformed("an escape cannot be read");
     }
   }
-  return scratch_;
 }
 
 std::string_view JSONReader::readText() {
@@ -409,44 +432,22 @@ Date JSONReader::readDate() {
   throw DecodingError::dataCorrupted("Not a date: " + detail::quoted(text), codingPath());
 }
 
-void JSONReader::descend() {
-  if (++depth_ > kMaxJSONDepth) malformed("it is nested too deep");
-  ++at_;
-  first_ = true;
-}
-
-void JSONReader::beginObject() {
-  if (peek() != '{') mismatch("a dictionary");
-  descend();
-}
-
-bool JSONReader::nextKey(std::string_view& key) {
-  if (peek() == '}') {
-    ++at_, --depth_;
-    first_ = false;
-    return false;
-  }
+bool JSONReader::takeKey(std::string_view& key) {
   if (!first_) {
     if (peek() != ',') malformed("a comma is missing");
-    ++at_;
+    moveTo(at_ + 1);
   }
   first_ = false;
   if (peek() != '"') malformed("a key is missing");
   key = takeText();
   if (peek() != ':') malformed("a colon is missing");
-  ++at_;
+  moveTo(at_ + 1);
   return true;
 }
 
-void JSONReader::beginArray() {
-  if (peek() != '[') mismatch("an array");
-  descend();
-}
-
-bool JSONReader::firstOrNoItem(char c) {
-  if (c == ']') {
-    ++at_, --depth_;
-    first_ = false;
+bool JSONReader::firstOrNoItem() {
+  if (peek() == ']') {
+    ascend();
     return false;
   }
   if (!first_) malformed("a comma is missing");
@@ -454,14 +455,16 @@ bool JSONReader::firstOrNoItem(char c) {
   return true;
 }
 
-void JSONReader::skip() {
+void JSONReader::walk(std::vector<detail::JSONExtent>* values) {
+  const std::size_t number = values == nullptr ? 0 : values->size();
+  if (values != nullptr) values->push_back({.begin = offset()});
   std::string_view key;
   switch (peek()) {
     case '{':
-      for (beginObject(); nextKey(key);) skip();
+      for (beginObject(); nextKey(key);) walk(values);
       break;
     case '[':
-      for (beginArray(); nextItem();) skip();
+      for (beginArray(); nextItem();) walk(values);
       break;
     case '"':
       takeText();
@@ -476,13 +479,14 @@ void JSONReader::skip() {
     default:
       scanNumber("a value");
   }
+  if (values == nullptr) return;
+  (*values)[number].end = offset();
+  (*values)[number].next = static_cast<std::uint32_t>(values->size());
 }
 
-std::uint32_t JSONReader::skipIn(const detail::JSONDocument& document) {
-  const auto token = static_cast<std::uint32_t>(at_ - document.tokens.data());
-  at_ = document.tokens.data() + document.behind[token];
-  return token;
-}
+void JSONReader::skip() { walk(nullptr); }
+void JSONReader::list(std::vector<detail::JSONExtent>& values) { walk(&values); }
+void JSONReader::skipKnown(const detail::JSONExtent& value) noexcept { at_ = text_ + value.end; }
 
 JSON JSONReader::readJSON() {
   switch (peek()) {
@@ -526,7 +530,7 @@ JSON JSONReader::readJSON() {
 }
 
 std::optional<std::string> JSONReader::peekText(std::string_view wanted) {
-  const std::uint32_t* start = at_;
+  const char* start = at_;
   const int depth = depth_;
   const bool first = first_;
   std::optional<std::string> text;
@@ -545,12 +549,14 @@ std::optional<std::string> JSONReader::peekText(std::string_view wanted) {
 }
 
 std::shared_ptr<Decoder> JSONReader::decoder() {
-  const auto token = static_cast<std::uint32_t>(at_ - index_->begin());
-  if (document_ == nullptr) {
-    document_ = detail::checkedDocument({text_, textEnd_}, {index_->begin(), last_}, options());
-  }
-  at_ = index_->begin() + document_->behind[token];
-  return detail::makeTreeDecoder<detail::JSONTokens>(document_, token, codingPath());
+  if (document_ == nullptr) document_ = detail::checkedDocument({text_, end_}, options());
+  const auto& values = document_->values;
+  const auto value = std::ranges::lower_bound(values, offset(), {}, &detail::JSONExtent::begin);
+  if (value == values.end() || value->begin != offset()) malformed("a value is missing");
+  const auto number = static_cast<std::uint32_t>(value - values.begin());
+  auto decoder = detail::makeTreeDecoder<detail::JSONValues>(document_, number, codingPath());
+  skipKnown(*value);
+  return decoder;
 }
 
 void JSONReader::startOver() const {
@@ -558,7 +564,7 @@ void JSONReader::startOver() const {
 }
 
 void JSONReader::finish() {
-  if (at_ != last_) malformed("something follows the value");
+  if (at_ != end_) malformed("something follows the value");
 }
 
 }  // namespace ombrix::platform

@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "OmbrixPlatform/Coding/Codable.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
@@ -14,28 +15,27 @@
 namespace ombrix::platform {
 
 namespace detail {
-class JSONIndex;
 struct JSONDocument;
+struct JSONExtent;
 }  // namespace detail
 
 /// Containers may lie this deep in each other, in documents read and written.
 inline constexpr int kMaxJSONDepth = 512;
 
-/// Reads a JSON document in one go, in the manner of `CodingReader`, checking all of it.
+/// Reads a JSON document in one go, in the manner of `CodingReader`, checking all that it passes.
 ///
 /// Borrows the bytes and the options. Every operation throws `DecodingError`. One thread.
 class JSONReader {
  public:
   explicit JSONReader(DataView bytes, const JSONCodingOptions* options = nullptr);
-  /// Reads the value at a token of a document, to which the path leads. Borrows the document.
-  JSONReader(const detail::JSONDocument& document, std::uint32_t token, const CodingPath& path);
-  ~JSONReader();
+  /// Reads one value of a document, by its number, to which the path leads. Borrows the document.
+  JSONReader(const detail::JSONDocument& document, std::uint32_t value, const CodingPath& path);
   JSONReader(const JSONReader&) = delete;
   JSONReader& operator=(const JSONReader&) = delete;
 
   /// The first byte of what comes next ('{', '[', '"', a digit, …), for those who take several
   /// kinds of values; zero at the end.
-  [[nodiscard]] char peek() const noexcept { return at_ < last_ ? text_[*at_] : '\0'; }
+  [[nodiscard]] char peek() const noexcept { return at_ != end_ ? *at_ : '\0'; }
 
   bool readNull();
   bool readBool();
@@ -48,38 +48,55 @@ class JSONReader {
   /// Any value, as a tree.
   JSON readJSON();
 
-  void beginObject();
-  bool nextKey(std::string_view& key);
-  void beginArray();
+  void beginObject() {
+    if (peek() != '{') [[unlikely]]
+      mismatch("a dictionary");
+    descend();
+  }
+  bool nextKey(std::string_view& key) {
+    if (peek() != '}') return takeKey(key);
+    ascend();
+    return false;
+  }
+  void beginArray() {
+    if (peek() != '[') [[unlikely]]
+      mismatch("an array");
+    descend();
+  }
   bool nextItem() {
-    const char c = peek();
-    if (c == ',' && !first_) [[likely]] {
-      ++at_;
+    if (peek() == ',' && !first_) [[likely]] {
+      moveTo(at_ + 1);
       return true;
     }
-    return firstOrNoItem(c);
+    return firstOrNoItem();
   }
   void skip();
-  /// Skips in no time a value of the document that the reader was made with; gives its token.
-  std::uint32_t skipIn(const detail::JSONDocument& document);
+  /// Skips a value, and adds where it and all in it lie.
+  void list(std::vector<detail::JSONExtent>& values);
+  /// Skips in no time a value of the document that the reader was made with.
+  void skipKnown(const detail::JSONExtent& value) noexcept;
   std::optional<std::string> peekText(std::string_view key);
   /// Checks the whole document when it is called for the first time; what it gives shares a copy.
   std::shared_ptr<Decoder> decoder();
   [[noreturn]] void startOver() const;
 
   /// Takes the next key if it is this one, written without escapes; else nothing changes.
-  bool tryKey(std::string_view name) noexcept {
-    const std::uint32_t* at = at_;
-    if (last_ - at < 4) return false;
-    if (!first_ && text_[*at++] != ',') return false;
-    // The token behind a key is its colon. A name holds no backslash, so the quote ends the key.
-    const char* key = text_ + at[0] + 1;
-    if (at[1] - at[0] < name.size() + 2 || key[-1] != '"' || key[name.size()] != '"' ||
-        std::memcmp(key, name.data(), name.size()) != 0 || text_[at[1]] != ':') {
+  ///
+  /// Always inline: of a name that is a constant, the comparison is a few instructions.
+  [[gnu::always_inline]] bool tryKey(std::string_view name) noexcept {
+    const char* at = at_;
+    if (!first_) {
+      if (at == end_ || *at != ',') return false;
+      at = behindBlanks(at + 1);
+    }
+    // A name holds no backslash, so the quote ends the key.
+    if (static_cast<std::size_t>(end_ - at) < name.size() + 3 || at[0] != '"' ||
+        std::memcmp(at + 1, name.data(), name.size()) != 0 || at[name.size() + 1] != '"' ||
+        at[name.size() + 2] != ':') {
       return false;
     }
     first_ = false;
-    at_ = at + 2;
+    moveTo(at + name.size() + 3);
     return true;
   }
 
@@ -94,29 +111,48 @@ class JSONReader {
 
   [[noreturn]] void malformed(const char* what) const;
   [[noreturn]] void mismatch(std::string_view expected) const;
-  [[noreturn]] void misfit(std::string_view number) const;
-  void descend();
-  bool firstOrNoItem(char c);
-  bool readPlainReal(double& value) noexcept;
-  bool readPlainInteger(std::int64_t& value) noexcept;
+  [[noreturn]] void misfit() const;
+  [[nodiscard]] static const char* behindBlankRun(const char* at, const char* end) noexcept;
+  [[nodiscard]] const char* behindBlanks(const char* at) const noexcept {
+    return at == end_ || static_cast<unsigned char>(*at) > ' ' ? at : behindBlankRun(at, end_);
+  }
+  void moveTo(const char* at) noexcept { at_ = behindBlanks(at); }
+  void descend() {
+    if (++depth_ > kMaxJSONDepth) [[unlikely]]
+      malformed("it is nested too deep");
+    first_ = true;
+    moveTo(at_ + 1);
+  }
+  void ascend() noexcept {
+    --depth_;
+    first_ = false;
+    moveTo(at_ + 1);
+  }
+  bool firstOrNoItem();
+  bool takeKey(std::string_view& key);
   void checkScalarEnd(const char* end) const;
   bool takeWord(std::string_view word);
+  double readOtherReal();
+  std::int64_t readOtherInteger();
   Scan scanNumber(std::string_view expected);
   double realOf(const Scan& scan) const;
   std::string_view takeText();
+  std::string_view takeOtherText(const char* start, const char* at, bool mayLeaveAscii);
   std::string_view unescaped(std::string_view raw);
+  void walk(std::vector<detail::JSONExtent>* values);
+  [[nodiscard]] std::uint32_t offset() const noexcept {
+    return static_cast<std::uint32_t>(at_ - text_);
+  }
   [[nodiscard]] const JSONCodingOptions& options() const noexcept;
 
   const JSONCodingOptions* options_;
   const char* text_;
-  const char* textEnd_;
-  const std::uint32_t* at_ = nullptr;
-  const std::uint32_t* last_ = nullptr;
+  const char* at_;  // never at white space
+  const char* end_;
   int depth_ = 0;
   bool first_ = false;  // a container was just opened
   std::string scratch_;
   CodingPathChain path_;
-  std::unique_ptr<detail::JSONIndex> index_;
   std::shared_ptr<const detail::JSONDocument> document_;  // a copy, once there is a decoder
 };
 

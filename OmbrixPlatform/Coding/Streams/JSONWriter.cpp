@@ -1,11 +1,11 @@
 #include "OmbrixPlatform/Coding/Streams/JSONWriter.hpp"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstring>
 
+#include "OmbrixPlatform/Coding/Detail/JSONText.hpp"
 #include "OmbrixPlatform/Coding/Detail/JSONTree.hpp"
 #include "OmbrixPlatform/Coding/Detail/Numbers.hpp"
 #include "OmbrixPlatform/Coding/Streams/JSONReader.hpp"
@@ -18,22 +18,6 @@ namespace {
 constexpr std::size_t kFirstCapacity = 1024;
 constexpr std::size_t kLongestNumber = 32;
 constexpr std::size_t kLongestEscape = 6;
-
-// Bytes that need an escape, or a look at the encoding.
-constexpr std::array<bool, 256> kNotPlain = [] {
-  std::array<bool, 256> table{};
-  for (std::size_t c = 0; c < table.size(); ++c) table[c] = c < 0x20 || c == '"' || c == '\\';
-  return table;
-}();
-
-// The high bit of each byte that needs an escape, or that is not ASCII.
-std::uint64_t notPlain(std::uint64_t word) noexcept {
-  constexpr std::uint64_t kOnes = 0x0101010101010101U;
-  constexpr std::uint64_t kHighs = 0x8080808080808080U;
-  const std::uint64_t quotes = word ^ kOnes * '"';
-  const std::uint64_t backslashes = word ^ kOnes * '\\';
-  return ((word - kOnes * 0x20) | (quotes - kOnes) | (backslashes - kOnes) | word) & kHighs;
-}
 
 }  // namespace
 
@@ -137,14 +121,14 @@ void JSONWriter::quoted(std::string_view text, char behind) {
   // Eight bytes at a time as long as they are plain, which most texts are to their end.
   for (std::uint64_t word = 0; end - from >= 8; from += 8, at_ += 8) {
     std::memcpy(&word, from, 8);
-    if (notPlain(word) != 0) break;
+    if ((detail::notPlain(word) | (word & detail::kNoAscii)) != 0) break;
     std::memcpy(at_, &word, 8);
   }
   bool isAscii = true;
   for (; from != end; ++from) {
     const auto c = static_cast<unsigned char>(*from);
     isAscii = isAscii && c < 0x80;
-    if (!kNotPlain[c]) {
+    if (!detail::kNotPlain[c]) {
       *at_++ = *from;
     } else {
       reserve(kLongestEscape * static_cast<std::size_t>(end - from) + 3);
