@@ -71,13 +71,16 @@ char* putWhole(char* out, std::uint64_t number) noexcept {
 ///
 /// Below that bound a count of units has at most 15 digits. If such a decimal names the value it
 /// is the one that is found; if not, the value lies strictly between two of them, where cutting
-/// the value and cutting its shortest decimal give the lower one. The product is at most a
-/// sixteenth off, so the count nearest to it is the one, or the one above: the one below is too low
-/// by more than that, and the next but one too high.
+/// the value and cutting its shortest decimal give the lower one. The product may be rounded up
+/// past the next unit and the quotient test may admit it, by one at most.
 inline std::uint64_t unitsNotAbove(double value, double scale) noexcept {
-  const auto nearest = static_cast<std::int64_t>(value * scale + 0.5);
-  const bool isAbove = static_cast<double>(nearest) / scale > value;
-  return static_cast<std::uint64_t>(nearest - isAbove);
+  auto units = static_cast<std::int64_t>(value * scale);
+  if (static_cast<double>(units) / scale > value) {
+    --units;
+  } else if (static_cast<double>(units + 1) / scale <= value) {
+    ++units;
+  }
+  return static_cast<std::uint64_t>(units);
 }
 
 /// Cuts the exact value of `value`, at least 1 and below 2^53.
