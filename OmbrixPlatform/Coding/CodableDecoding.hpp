@@ -18,7 +18,6 @@
 #include "OmbrixPlatform/Values/RawValue.hpp"
 
 namespace ombrix::platform {
-
 namespace detail {
 
 std::string quoted(std::string_view text);
