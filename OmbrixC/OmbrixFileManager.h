@@ -33,11 +33,12 @@ char* ombrix_FileManager_groupContainerApplicationSupport(void);
 char* ombrix_FileManager_groupContainerCache(void);
 
 /// Makes sure that the folder of a location exists: its own when it ends in "/", else the one
-/// above. A failure is logged; text that is no URL counts as one.
+/// above. A failure is logged; text that is not a URL counts as one.
 void ombrix_FileManager_touchWithUrl_(const char* url);
 
 /// Puts the bytes that a file, or all files below a folder, take on the disk into `size`.
-/// @return false, with the error, when nothing is there or `url` is no file URL; `size` is then 0.
+/// @return false, with the error, when nothing is there or `url` is not a file URL; `size` is then
+/// 0.
 bool ombrix_FileManager_allocatedSizeAt_error_(const char* url, uint64_t* size,
                                                OmbrixError** error);
 

@@ -65,7 +65,7 @@ typedef struct OmbrixLocationCSVWriter OmbrixLocationCSVWriter;
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_init(void);
 
 /// Opens the file of a file URL for appending, or makes it; NULL and an error when that fails. A
-/// well-formed URL that is no file URL stops the program.
+/// well-formed URL that is not a file URL stops the program.
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithUrl_error_(const char* url,
                                                                      OmbrixError** error);
 

@@ -10,7 +10,7 @@
 
 namespace ombrix::c {
 
-/// A text that is no URL at all stands for a file that is not there.
+/// A text that is not a URL at all stands for a file that is not there.
 inline platform::URL urlFrom(const char* url) {
   const auto parsed = platform::URL::parse(textFrom(url));
   return parsed ? *parsed : platform::URL::fileURL("/dev/null/none");

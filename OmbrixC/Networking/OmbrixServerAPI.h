@@ -30,7 +30,8 @@ OmbrixServerAPI* ombrix_ServerAPI_sharedInstance(void);
 void ombrix_ServerAPI_changeTo_(OmbrixAPIEndpoint endpoint);
 OmbrixAPIEndpoint ombrix_ServerAPI_endPoint(const OmbrixServerAPI* self);
 
-/// Uses other servers: base URLs that end in "/". False, and nothing changes, when one is no URL.
+/// Uses other servers: base URLs that end in "/". False, and nothing changes, when one is not a
+/// URL.
 bool ombrix_ServerAPI_setProduction_staging_development_(OmbrixServerAPI* self,
                                                          const char* production,
                                                          const char* staging,

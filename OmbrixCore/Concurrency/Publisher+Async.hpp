@@ -33,7 +33,7 @@ std::exception_ptr abandonedError() {
 }
 
 /// The subscriber behind `asAsync`: hands the first answer to a continuation. The publisher keeps
-/// it; when that lets go of it without an answer, the wait ends.
+/// it; when that releases it without an answer, the wait ends.
 template <class Output, class Failure>
 class FirstValue final : public platform::Subscriber<Output, Failure>,
                          public std::enable_shared_from_this<FirstValue<Output, Failure>> {
@@ -118,7 +118,7 @@ class FirstValue final : public platform::Subscriber<Output, Failure>,
 ///
 /// Throws the publisher's failure; `HTTPError::missingBody` when it finishes without a value (for
 /// the empty tuple only after another 0.5 s without one); `CancellationError` when the task is
-/// cancelled first, which cancels the subscription. When the publisher lets go of its subscriber
+/// cancelled first, which cancels the subscription. When the publisher releases its subscriber
 /// without an answer (its operation was cancelled, its subject is gone), it throws
 /// `HTTPError::canceled` where that is its kind of failure, else `CancellationError`. The wait does
 /// not keep the publisher, so it ends when all others who could bring it to an answer have let go.

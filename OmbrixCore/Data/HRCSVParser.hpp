@@ -25,7 +25,7 @@ namespace ombrix {
 /// the source cannot be opened or read at all; that, and each row that is skipped, is logged as an
 /// error. Nothing is thrown. When a source fails midway, or memory runs out, the samples before are
 /// given and the failure is logged. A row with fewer than two fields stops the program; empty lines
-/// are no rows.
+/// are not rows.
 ///
 /// Stateless: one parser may serve any number of threads at once. The forms without a completion
 /// work on the calling thread. Those with one return at once, work on a concurrent queue shared by

@@ -31,7 +31,7 @@ class LocationCSVWriter {
   /// its own; a file that is not UTF-8 throughout, or cannot be read, is left as it is. Only such a
   /// file without a line break at its end is read from its beginning.
   ///
-  /// A URL that is no file URL stops the program.
+  /// A URL that is not a file URL stops the program.
   /// @throws platform::CSVError when the file cannot be opened or the line break not be written
   explicit LocationCSVWriter(const platform::URL& url);
 

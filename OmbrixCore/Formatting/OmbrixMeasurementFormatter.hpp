@@ -91,7 +91,7 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
       const Attributes& unitLabelAttributes);
 
   /// Reads a number as the current locale writes it and gives it in the display unit, or a
-  /// sentence about the text that is no number.
+  /// sentence about the text that is not a number.
   std::expected<platform::AnyMeasurement, std::string> getObjectValue(std::string_view text);
 
   /// The unit alone, as in "km/h"; nothing for temperatures.

@@ -8,8 +8,8 @@
 
 namespace ombrix {
 
-/// What the duration and the timer formatter share. Every call sets the platform formatter
-/// underneath anew and leaves it so. An instance serves one thread at a time.
+/// What the duration and the timer formatter share. Every call sets up the platform formatter
+/// underneath, which keeps these settings. An instance serves one thread at a time.
 class SpanFormatter : public platform::NSDateComponentsFormatter {
  public:
   using Attributes = platform::NSAttributedString::Attributes;

@@ -41,7 +41,7 @@ struct CLLocation {
   }
 
   /// Equality with anything: a location, or a pointer or optional that may hold one, by value;
-  /// whatever is missing or is no location gives false.
+  /// whatever is missing or is not a location gives false.
   template <class Other>
   [[nodiscard]] bool isEqual(const Other& other) const {
     if constexpr (std::convertible_to<const Other&, const CLLocation&>) {

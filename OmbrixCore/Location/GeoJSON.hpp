@@ -73,7 +73,7 @@ struct GeoJSONPolygon {
   void hashInto(platform::Hasher& hasher) const;
 };
 
-/// One geometry of any kind; made anew it is a polygon without rings.
+/// One geometry of any kind; made without a value it is a polygon without rings.
 class GeoJSONGeometryValue {
  public:
   enum class Case { polygon, lineString, point };

@@ -26,7 +26,7 @@ class CompletionSubscriptions : public std::enable_shared_from_this<CompletionSu
   platform::UUID subscribe(const platform::AnyPublisher<Output, HTTPError>& publisher,
                            std::function<void(std::expected<Output, HTTPError>)> completion);
 
-  /// Cancels the subscription of an ID and lets go of it; nothing happens when it is over.
+  /// Cancels the subscription of an ID and releases it; nothing happens when it is over.
   void cancel(const platform::UUID& id);
 
   /// Keeps another subscription.

@@ -54,7 +54,7 @@ class OmbrixServerAPI final : public ServerRequests,
   /// go of. Requests made before end as they were made, against the old one.
   static void change(APIEndpoint endpoint);
 
-  /// Uses other servers from now on; sessions and token are let go of as by `change`.
+  /// Uses other servers from now on; sessions and token are released as by `change`.
   void setConfiguration(ServerConfiguration configuration);
 
   [[nodiscard]] APIEndpoint endPoint() const;
@@ -170,7 +170,7 @@ class OmbrixServerAPI final : public ServerRequests,
   /// @{
 
   /// The sentence to show to the user, in the user's language; the generic one for no error, for
-  /// errors that are no `HTTPError` and for cases that have none of their own.
+  /// errors that are not an `HTTPError` and for cases that have none of their own.
   [[nodiscard]] static std::string errorMessageForError(const platform::Error* error);
   [[nodiscard]] static std::string errorMessageForError(const std::exception_ptr& error);
 

@@ -27,7 +27,7 @@ struct Track {
 /// The files that tracks are kept in. Which holds what, says docs/day.md.
 enum class TrackFormat { csv, gpx, tcx, geoJSON, fit };
 
-/// Bytes that are no track of the format, or a format that is not written.
+/// Bytes that are not a track of the format, or a format that is not written.
 class TrackFormatError : public platform::Error {
  public:
   using Error::Error;
@@ -48,7 +48,7 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 /// `kMostTrackPoints`, what could be read is returned, and `Track::fault` says what is wrong. A
 /// single bad byte costs no more than the point it is in, a lost line end of CSV the two beside it.
 /// (A CSV file that is cut between two rows cannot be told from a whole one.)
-/// @throws TrackFormatError for bytes that are no such file, are larger than `kMostTrackBytes`, or
+/// @throws TrackFormatError for bytes that are not such a file, are larger than `kMostTrackBytes`, or
 ///   are damaged so that no point can be read
 [[nodiscard]] Track readTrack(platform::DataView bytes, TrackFormat format);
 

@@ -50,7 +50,7 @@ class DayMeasurer {
   /// from those before the first altitude to it nothing is climbed.
   DayChange feed(const CLLocation& fix, std::optional<double> heartRate = std::nullopt);
 
-  /// Ends the recording: all segments become final. A fix fed later begins anew behind them.
+  /// Ends the recording: all segments become final. Later fixes are a new recording behind them.
   DayChange finish();
 
   /// The segments that no later fix changes any more. Valid until the next call.

@@ -26,7 +26,7 @@ struct Motion {
 /// adds to the way between two ticks is taken off, by how far fixes lie off their neighbours' line.
 class MotionTicks {
  public:
-  /// Begins anew at a time (seconds); ticks count from here.
+  /// Starts again at a time (seconds); ticks count from here.
   void restart(double time);
 
   /// Takes a fix, and appends the motions of the ticks that are known now.

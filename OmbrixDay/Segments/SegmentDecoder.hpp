@@ -29,7 +29,7 @@ class SegmentDecoder {
   /// Takes the motion of the next tick and appends the kinds of the ticks decided now.
   void push(const Motion& motion, std::vector<SegmentKind>& decided);
 
-  /// Decides all ticks that are pending and begins anew.
+  /// Decides all ticks that are pending and starts again.
   void finish(std::vector<SegmentKind>& decided);
 
   /// What the newest tick looks like so far.

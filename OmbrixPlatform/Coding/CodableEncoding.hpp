@@ -128,7 +128,7 @@ void encodeValue(W& writer, const T& value) {
   } else if constexpr (std::same_as<T, bool>) {
     writer.boolean(value);
   } else if constexpr (std::is_enum_v<T>) {
-    static_assert(HasRawValueTable<T>, "specialise RawValues for an enumeration that is coded");
+    detail::requireRawValues<T>();
     encodeValue(writer, rawValue(value));
   } else if constexpr (std::signed_integral<T>) {
     writer.integer(value);

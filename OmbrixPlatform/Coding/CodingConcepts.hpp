@@ -13,6 +13,7 @@
 #include "OmbrixPlatform/Coding/CodingPath.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 #include "OmbrixPlatform/Values/Date.hpp"
+#include "OmbrixPlatform/Values/RawValue.hpp"
 
 namespace ombrix::platform {
 
@@ -113,7 +114,7 @@ inline constexpr std::size_t kItemBytes =
     (requires(Container& out) { out.reserve(0); } && Growing<Container> ? 0 : 64);
 
 /// Tells a reader that wants to know how much memory the items of what has begun will take, and
-/// makes room for so many in `out`.
+/// makes room for this many in `out`.
 template <class Item, CodingReader R, class T>
 void expectItems(R& reader, T& out) {
   if constexpr (requires { reader.expectItems(sizeof(Item)); }) {
@@ -144,6 +145,15 @@ consteval bool isPlainName(std::string_view name) {
 
 template <class T>
 inline constexpr bool kUnsupported = false;
+
+/// For enumerations that are coded: one that lacks its raw values does not compile.
+template <class E>
+constexpr void requireRawValues() {
+  static_assert(HasRawValueTable<E>,
+                "give the enumeration its raw values: template <> struct "
+                "ombrix::platform::RawValues<E> { static constexpr std::pair<E, std::string_view> "
+                "table[] = {{E::first, \"first\"}, {E::second, \"second\"}}; };");
+}
 
 }  // namespace detail
 

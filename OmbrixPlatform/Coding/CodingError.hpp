@@ -16,7 +16,7 @@ class DecodingError : public Error {
     keyNotFound,    // a required key is not there
     typeMismatch,   // another kind of value stands there
     valueNotFound,  // null, or no further item, where a value is required
-    dataCorrupted,  // the bytes are no document, or the value is not allowed
+    dataCorrupted,  // the bytes are not a document, or the value is not allowed
     tooLarge        // the value takes far more memory than its bytes account for; nothing is broken
   };
 

@@ -73,11 +73,6 @@ class KeyedEncodingContainer {
   void encodeNil(const Key& key) { base_->encodeNil(codingKeyText(key)); }
   template <class T>
   void encode(const T& value, const Key& key);
-  /// Writes nothing when there is no value.
-  template <class T>
-  void encodeIfPresent(const std::optional<T>& value, const Key& key) {
-    if (value) encode(*value, key);
-  }
 
   template <CodingKeyType NestedKey = std::string>
   [[nodiscard]] KeyedEncodingContainer<NestedKey> nestedContainer(const Key& key);

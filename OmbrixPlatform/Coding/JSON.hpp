@@ -17,7 +17,8 @@
 
 namespace ombrix::platform {
 
-/// Bytes that are no JSON document, or a value that JSON cannot hold; `what()` says why and where.
+/// Bytes that are not a JSON document, or a value that JSON cannot hold; `what()` says why and
+/// where.
 class JSONError : public Error {
  public:
   using Error::Error;
@@ -87,7 +88,7 @@ class JSON {
     return (*this)[static_cast<std::size_t>(index)];
   }
 
-  /// The value under a key; null when this is no dictionary or has no such key.
+  /// The value under a key; null when this is not a dictionary or has no such key.
   [[nodiscard]] const JSON* find(std::string_view key) const;
 
   friend bool operator==(const JSON& a, const JSON& b);

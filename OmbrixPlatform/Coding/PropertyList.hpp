@@ -68,7 +68,7 @@ class PropertyList {
   [[nodiscard]] const Dictionary* dictionary() const noexcept;
   [[nodiscard]] Dictionary* dictionary() noexcept;
 
-  /// The value under a key; null when this is no dictionary or has no such key.
+  /// The value under a key; null when this is not a dictionary or has no such key.
   [[nodiscard]] const PropertyList* find(std::string_view key) const;
 
   friend bool operator==(const PropertyList&, const PropertyList&) = default;

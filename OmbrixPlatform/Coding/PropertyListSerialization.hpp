@@ -7,7 +7,7 @@
 
 namespace ombrix::platform {
 
-/// Bytes that are no property list, or a value that cannot be written as one; `what()` says why.
+/// Bytes that are not a property list, or a value that cannot be written as one; `what()` says why.
 class PropertyListError : public Error {
  public:
   using Error::Error;

@@ -10,7 +10,7 @@
 
 namespace ombrix::platform {
 
-/// Bytes that are no XML document; `what()` says why and in which line.
+/// Bytes that are not an XML document; `what()` says why and in which line.
 class XMLError : public Error {
  public:
   explicit XMLError(const std::string& what, std::size_t offset = 0, bool isUnfinished = false)
@@ -52,7 +52,7 @@ inline constexpr std::size_t kMostXMLText = 65'536;
 /// A document type declaration is refused: entities could make a small document endless.
 /// @param before Read as if it stood before the bytes, such as the root element of a document of
 ///   which only a piece is read.
-/// @throws XMLError for bytes that are no document, and for deeper nesting than `kMostXMLDepth`
+/// @throws XMLError for bytes that are not a document, and for deeper nesting than `kMostXMLDepth`
 ///   or a tag or comment of more than about 1 MiB; std::bad_alloc where memory is short
 void readXML(DataView bytes, XMLHandler& handler, std::string_view before = {});
 

@@ -57,7 +57,7 @@ void afterUncancellably(std::chrono::steady_clock::time_point deadline, Job job)
 [[nodiscard]] EventToken whenReadable(int descriptor, EventHandler handler);
 
 /// The point a delay in seconds from now by the clock service's steady clock; delays too long for
-/// it, and what is no number, become the farthest point there is.
+/// it, and what is not a number, become the farthest point there is.
 [[nodiscard]] std::chrono::steady_clock::time_point deadlineAfter(
     std::chrono::duration<double> delay);
 

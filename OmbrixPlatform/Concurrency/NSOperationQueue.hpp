@@ -41,7 +41,7 @@ class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
   [[nodiscard]] std::string name() const;
   void setName(std::string name);
 
-  /// At most so many operations are executing at once; barriers are not counted. 0 holds all back.
+  /// The most operations that execute at once; barriers are not counted. 0 holds all back.
   [[nodiscard]] std::ptrdiff_t maxConcurrentOperationCount() const;
   void setMaxConcurrentOperationCount(std::ptrdiff_t count);
 

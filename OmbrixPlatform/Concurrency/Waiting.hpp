@@ -30,8 +30,8 @@
 /// work.
 namespace ombrix::platform {
 
-/// Waits for a delay in seconds by the clock service; what is no number, or too long for the clock,
-/// ends by a cancellation only.
+/// Waits for a delay in seconds by the clock service; what is not a number, or too long for the
+/// clock, ends by a cancellation only.
 Async<void> sleepFor(std::chrono::duration<double> delay);
 
 /// Thrown by `withTimeout`.
@@ -226,7 +226,7 @@ auto whenAny(std::vector<Work> works)
 }
 
 /// Waits no longer than a delay in seconds by the clock service; then `TimeoutError` is thrown. A
-/// delay that is no number is no limit.
+/// delay that is not a number sets no limit.
 template <class T>
 Async<T> withTimeout(Async<T> work, std::chrono::duration<double> delay) {
   return detail::withTimeoutOf(std::move(work), delay);

@@ -47,7 +47,7 @@ class CSVReader {
 
   struct Configuration {
     char delimiter = ',';
-    /// Whether the first row names the columns: it is then kept as `headerRow` and is no row.
+    /// Whether the first row names the columns: it is then kept as `headerRow` and is not a row.
     bool hasHeaderRow = false;
     /// Whether `whitespaces` at both ends of a field (outside its quotes) are left out.
     bool trimFields = false;

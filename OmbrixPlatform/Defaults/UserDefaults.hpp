@@ -38,7 +38,7 @@ namespace ombrix::platform {
 /// process's changes are announced on the thread that makes them, before the setter returns, those
 /// of others on a queue of the object's own; other processes' changes that follow each other
 /// closely may be seen as one. The values told are those a reader gets. Setting a value that is
-/// stored already is no change; registering defaults and setting arguments announce nothing.
+/// stored already is not a change; registering defaults and setting arguments announce nothing.
 ///
 /// Any thread, all operations.
 class UserDefaults final : public KeyValueObserving<PropertyList> {
@@ -57,7 +57,7 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
     ErrorHandler onError = {};
   };
 
-  /// Throws `Error` when the domain is no file name.
+  /// Throws `Error` when the domain is not a file name.
   static std::shared_ptr<UserDefaults> make(Configuration configuration);
 
   /// The defaults of the process, from the service in `services().standardDefaults`.
@@ -70,7 +70,7 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
   /// Numbers, truth values and texts stand in for each other: a text is true when it begins with
   /// "Y", "y", "T", "t" or a digit other than 0 (after blanks, a sign and zeros), and is the number
   /// that it begins with, 0 if none; a real becomes an integer by truncation, held at the limits;
-  /// a truth value is 1 or 0. What cannot be had so is false, 0 or nothing.
+  /// a truth value is 1 or 0. What cannot be converted is false, 0 or nothing.
   /// @{
   [[nodiscard]] std::optional<PropertyList> objectForKey(std::string_view key) const;
   [[nodiscard]] bool boolForKey(std::string_view key) const;

@@ -139,7 +139,7 @@ inline std::uint64_t loadEightBytes(const char* text) noexcept {
 /// How many of eight text bytes, from the lowest, are digits before the first that is none.
 inline unsigned leadingDigitCount(std::uint64_t word) noexcept {
   // A byte is a digit when its high half is 3 and stays 3 after adding 6. A carry out of a byte
-  // can only disturb bytes behind one that is no digit.
+  // can only disturb bytes behind one that is not a digit.
   constexpr std::uint64_t kHighHalves = 0xF0F0F0F0F0F0F0F0;
   constexpr std::uint64_t kThrees = 0x3030303030303030;
   const std::uint64_t other =

@@ -50,7 +50,7 @@ auto retrying(Operation operation) noexcept {
   }
 }
 
-/// open(2), closed on exec; a path that holds a NUL byte is no path.
+/// open(2), closed on exec; a path that holds a NUL byte is not a path.
 inline Descriptor openFile(const std::string& path, int flags, mode_t mode = 0666) noexcept {
   if (path.find('\0') != std::string::npos) {
     errno = EINVAL;

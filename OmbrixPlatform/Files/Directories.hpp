@@ -14,7 +14,7 @@ class Directories {
  public:
   virtual ~Directories() = default;
 
-  /// For what can be made anew: $XDG_CACHE_HOME, else .cache in the home folder.
+  /// For what can be made again: $XDG_CACHE_HOME, else .cache in the home folder.
   [[nodiscard]] virtual URL caches() const = 0;
 
   /// For what programs keep: $XDG_DATA_HOME, else .local/share in the home folder.

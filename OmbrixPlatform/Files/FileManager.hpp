@@ -21,7 +21,7 @@ struct FileResourceValues {
   bool isSymbolicLink = false;
   std::uint64_t fileSize = 0;  ///< Bytes of contents.
 
-  /// Bytes taken on the disk; nothing for what is no regular file.
+  /// Disk space in bytes; nothing for what is not a regular file.
   std::optional<std::uint64_t> fileAllocatedSize;
   /// The same with what belongs to the file besides its contents, where the system tells.
   std::optional<std::uint64_t> totalFileAllocatedSize;

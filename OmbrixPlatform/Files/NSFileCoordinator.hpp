@@ -47,7 +47,7 @@ class NSFileCoordinator final {
                              const std::optional<URL>& lockFolder = std::nullopt);
 
   /// Runs the accessor with shared access. The file need not exist.
-  /// @return The failure when access could not be had; the accessor then has not run.
+  /// @return The failure when access was not granted; the accessor then has not run.
   FileResult<void> coordinateReadingItemAtURL(const URL& url, ReadingOptions options,
                                               const Accessor& accessor) const;
 

@@ -13,7 +13,7 @@
 
 namespace ombrix::platform {
 
-/// What opening an output file does with what is there; a missing file is made in both cases.
+/// What opening an output file does with an existing file; a missing file is made in both cases.
 enum class OutputFileMode : std::uint8_t {
   append,   ///< Writes go behind what is there, also when another process writes meanwhile.
   replace,  ///< The file is emptied first.
@@ -70,9 +70,9 @@ class OutputStream {
   /// that it had taken, so that the file ends where it should.
   ///
   /// @param bytes  0 to `bytesOfFailedWrite()`
-  /// @return whether they are gone. If not, they stay: what is no regular file cannot be cut, and
-  ///         what others have appended behind them is not cut off. A stream of another kind, or one
-  ///         that has been closed, stays as it is.
+  /// @return whether they are gone. They stay in what is not a regular file, and where others have
+  ///         appended something behind them. A stream of another kind, or one that has been closed,
+  ///         stays as it is.
   virtual bool resume(std::size_t bytes) noexcept;
 
   /// Waits until what was written, and the name of a file that was made, survive a loss of power.

@@ -13,7 +13,7 @@ namespace ombrix::platform {
 /// The first message opens the newest file again when it is still young and small, else makes
 /// one. Lines are gathered and appended whole, so that processes which share a file never mix
 /// theirs: at once for an error, else within 10 ms, and no later than the end of the process,
-/// `fatalError` or `flush`. A file or folder that was removed is made anew.
+/// `fatalError` or `flush`. A file or folder that was removed is made again.
 ///
 /// Whatever the formatters give, the file is valid UTF-8 with one line a message: bytes that are no
 /// UTF-8 become U+FFFD, line breaks and other control characters are written as "\n" or "\x1B", and

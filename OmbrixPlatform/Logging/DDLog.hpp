@@ -27,7 +27,7 @@ class DDLog {
   static void addLogger(std::shared_ptr<DDLogger> logger, DDLogLevel level);
 
   /// Removes a logger, or all of them. A message that is on its way on another thread may still
-  /// reach them; the last such message lets go of them.
+  /// reach them; the last such message releases them.
   static void removeLogger(const DDLogger& logger);
   static void removeAllLoggers();
 

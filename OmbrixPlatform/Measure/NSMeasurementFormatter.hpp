@@ -51,7 +51,7 @@ class NSMeasurementFormatter final : public NSFormatter {
   std::optional<std::string> string(const FormatterObject& object) override;
 
   /// Reads a number as the number formatter writes it and gives it in `unit`, or a sentence about
-  /// the text that is no such number.
+  /// the text that is not such a number.
   [[nodiscard]] std::expected<AnyMeasurement, std::string> getObjectValue(
       std::string_view text, const AnyUnit& unit) const;
 

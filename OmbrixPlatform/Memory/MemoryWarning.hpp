@@ -7,7 +7,7 @@
 
 namespace ombrix::platform {
 
-/// Tells whoever wants to give memory back that it runs short. Any thread.
+/// Tells handlers that memory runs short, so that they give some back. Any thread.
 class MemoryWarningSource {
  public:
   MemoryWarningSource() = default;

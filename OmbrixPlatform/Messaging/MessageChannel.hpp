@@ -18,7 +18,7 @@ class MessageChannel {
 
   virtual ~MessageChannel() = default;
 
-  /// Leaves a message for whoever listens for the identifier or asks for it later; whether it is on
+  /// Leaves a message for those who listen for the identifier or ask for it later; whether it is on
   /// its way. Throws `PropertyListError` for what no property list can hold.
   virtual bool passMessageObject(const PropertyList& message, std::string_view identifier) = 0;
 
@@ -26,7 +26,7 @@ class MessageChannel {
   [[nodiscard]] virtual std::optional<PropertyList> messageWithIdentifier(
       std::string_view identifier) const = 0;
 
-  /// Removes the message of the identifier. Listeners are not told: that is no message.
+  /// Removes the message of the identifier. Listeners are not told: that is not a message.
   virtual void clearMessageContentsForIdentifier(std::string_view identifier) = 0;
 
   /// Calls the listener for every message of the identifier that another program passes, on a

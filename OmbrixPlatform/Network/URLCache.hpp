@@ -25,14 +25,14 @@ struct CachedURLResponse {
 /// answer goes to requests with the same "Authorization" (or the same lack of it) and the same
 /// values of the fields that it varies by, up to 32 of them for one URL. Fields of its header that
 /// are about the connection are not kept, nor is a token in "Authorization". What `decide` serves
-/// has its "Age"; `cachedResponse` gives it as it came.
-/// Digests alone of what requests said reach the disk.
+/// has its "Age"; `cachedResponse` gives it as it came. Of what requests said, only digests reach
+/// the disk.
 ///
 /// Answers of more than an eighth of the memory's budget are not kept there, of more than a
 /// twentieth of the disk's not there. Several processes may share one folder; each has its own
 /// memory, which does not learn of what others drop. A damaged database is set aside ("….damaged",
-/// the last one only) and begun anew; without a disk that works the memory goes on alone. A warning
-/// that memory runs short empties the memory.
+/// the last one only) and started again; without a disk that works the memory goes on alone. A
+/// warning that memory runs short empties the memory.
 class URLCache {
  public:
   /// @param memoryCapacity Bytes in memory, 0 or more.

@@ -20,7 +20,8 @@ class DispatchQueue;
 /// Called once, on the session's delegate queue, when a task is over.
 ///
 /// Either the answer is whole (`response`, and `data` unless its body is empty) and there is no
-/// error, or there is an error and neither of the others: what broke after its header is no answer.
+/// error, or there is an error and neither of the others: what broke after its header is not an
+/// answer.
 using URLSessionCompletionHandler = std::move_only_function<void(
     std::optional<Data> data, std::shared_ptr<const URLResponse> response,
     std::shared_ptr<const Error> error)>;

@@ -12,7 +12,7 @@
 
 namespace ombrix::platform {
 
-/// A typed notification: whoever connected a handler is called on every `send`.
+/// A typed notification: every connected handler is called on each `send`.
 ///
 ///     Signal<const std::string&> renamed;
 ///     auto token = renamed.connect([](const std::string& name) { … });

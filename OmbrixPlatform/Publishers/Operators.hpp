@@ -18,7 +18,7 @@ namespace ombrix::platform::detail {
 std::shared_ptr<Subscription> emptySubscription();
 
 /// The subscription that an operator hands on. It does not keep the operator alive, which its
-/// source does: so everything down to the last subscriber goes when the source lets go of it.
+/// source does: so everything down to the last subscriber goes when the source releases it.
 template <class Operator>
 class OperatorSubscription final : public Subscription {
  public:

@@ -14,7 +14,7 @@
 namespace ombrix::platform::detail {
 
 /// The subscriber behind `sink`: unlimited demand, two closures. Both are let go at the end: by the
-/// completion itself, or with this object, which its source lets go of when it is cancelled.
+/// completion itself, or with this object, which its source releases when it is cancelled.
 template <class Output, class Failure>
 class Sink final : public Subscriber<Output, Failure> {
  public:

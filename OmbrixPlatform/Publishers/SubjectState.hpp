@@ -102,7 +102,7 @@ class SubjectState final : public SubjectCore<Output, Failure>,
     if (failure) std::rethrow_exception(failure);
   }
 
-  /// Nobody can send any more: lets go of all subscribers, who may hold on to this state.
+  /// Nobody can send any more: releases all subscribers, who may hold on to this state.
   void close() {
     std::list<std::shared_ptr<Conduit>> released;
     std::vector<AnySubscriber> subscribers;

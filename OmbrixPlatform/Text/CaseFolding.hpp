@@ -9,8 +9,8 @@ namespace ombrix::platform {
 /// sees it: "École" gives "Ecole".
 ///
 /// Other scripts keep their marks, which are parts of their letters there, and so do letters whose
-/// stroke or ligature is no mark: "ø", "ł", "ß", "が". The result is canonically decomposed where
-/// it was changed. Any thread.
+/// stroke or ligature is not a mark: "ø", "ł", "ß", "が". The result is canonically decomposed
+/// where it was changed. Any thread.
 std::string foldingDiacritics(std::string_view text);
 
 }  // namespace ombrix::platform

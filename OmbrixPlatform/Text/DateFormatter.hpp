@@ -33,7 +33,7 @@ class DateFormatter {
   DateFormatter& operator=(const DateFormatter&) = delete;
 
   /// The text of a date; fractions of a second are cut after rounding to the microsecond. Empty for
-  /// what is no date: not a number, or more than 8.64e12 seconds from 1970.
+  /// what is not a date: not a number, or more than 8.64e12 seconds from 1970.
   [[nodiscard]] std::string stringFrom(Date date) const;
 
   /// The same, appended to a text.

@@ -81,7 +81,7 @@ class NSAttributedString {
   };
 
   NSAttributedString() = default;
-  /// A text with the same attributes everywhere. Bytes that are no UTF-8 become U+FFFD.
+  /// A text with the same attributes everywhere. Bytes that are not UTF-8 become U+FFFD.
   explicit NSAttributedString(std::string_view text, Attributes attributes = {});
   /// @param attributes Not null.
   NSAttributedString(std::u16string text, SharedAttributes attributes);

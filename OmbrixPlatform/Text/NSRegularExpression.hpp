@@ -11,7 +11,7 @@
 
 namespace ombrix::platform {
 
-/// A pattern that is no regular expression.
+/// A pattern that is not a regular expression.
 class RegularExpressionError : public Error {
  public:
   using Error::Error;

@@ -26,7 +26,6 @@ class UIFont {
       : UIFont(UIFontDescriptor{.name = std::string(name)}, pointSize) {}
 
   [[nodiscard]] const UIFontDescriptor& fontDescriptor() const noexcept { return *descriptor_; }
-  [[nodiscard]] const std::string& fontName() const noexcept { return descriptor_->name; }
   [[nodiscard]] double pointSize() const noexcept { return pointSize_; }
 
   /// The same font at another size in points.

@@ -25,7 +25,7 @@ inline OmbrixServerAPI::Payload from(OmbrixPayload payload) {
 }
 
 inline const std::uint8_t* bytesFrom(platform::DataView data) noexcept {
-  // An empty body is no missing one.
+  // An empty body is not a missing one.
   static constexpr std::uint8_t kNothing = 0;
   return data.empty() ? &kNothing : reinterpret_cast<const std::uint8_t*>(data.data());
 }

@@ -71,7 +71,7 @@ class CachedItemStore final
 
   /// Goes back to the default value, published, and removes the file before it returns; values that
   /// were set before and not written yet never are.
-  // Kept: the file is not read again after a purge, also when others write it anew; loading twice
+  // Kept: the file is not read again after a purge, also when others write it again; loading twice
   // would bring back a value that subscribers saw go.
   void purge() const {
     std::uint64_t place = 0;

@@ -18,7 +18,8 @@ namespace ombrix {
 template <class T>
 class CachedKeyedItemStore;
 
-/// Keeps items in memory, at most so many, the oldest going first. See `KeyedItemStore`.
+/// Keeps items in memory, at most a given number, and evicts the oldest first. See
+/// `KeyedItemStore`.
 ///
 /// Storing, reading and evicting one item takes logarithmic time at most.
 template <class T>

@@ -81,7 +81,7 @@ class IdentifiedItemOperations {
 
 namespace detail {
 
-/// Whether so many entries are more than are to be kept, and by how many; 0 for none. Overflow
+/// Whether this many entries are more than are to be kept, and by how many; 0 for none. Overflow
 /// stops the program.
 std::size_t excessOver(std::size_t count, std::int64_t keeping);
 

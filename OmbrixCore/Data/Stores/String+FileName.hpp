@@ -5,7 +5,7 @@
 
 namespace ombrix {
 
-/// A text as part of a file name: converted to ASCII as far as that goes, without newlines, NUL,
+/// A text as part of a file name: converted to ASCII where that is possible, without newlines, NUL,
 /// symbols, and the characters /\?%*|"<>. It may be empty, and two texts may give the same.
 ///
 /// @param text UTF-8. What has no form in ASCII is left out.

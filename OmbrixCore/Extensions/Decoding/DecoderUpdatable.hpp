@@ -8,7 +8,7 @@
 
 namespace ombrix {
 
-/// A value that refreshes itself from a decoder instead of being made anew.
+/// A value that refreshes itself from a decoder instead of being replaced.
 template <class T>
 concept DecoderUpdatable =
     requires(T& value, platform::Decoder& decoder) { value.update(decoder); };

@@ -109,7 +109,7 @@ class HttpRequestOperation : public AsyncOperation {
   /// Sends the request; ends with code 400 when there is none.
   platform::Async<void> execute() override;
 
-  /// Cancels the task, then the operation, and lets go of the callbacks without a call.
+  /// Cancels the task, then the operation, and releases the callbacks without a call.
   void cancel() override;
 
   /// Puts the operation where it is run, for its publisher, which has got demand. Does nothing
@@ -125,7 +125,7 @@ class HttpRequestOperation : public AsyncOperation {
   virtual void handle(const platform::HTTPURLResponse& response, const platform::Error* error,
                       std::optional<platform::JSON> json, std::optional<platform::Data> data);
 
-  /// Lets go of the task, calls both callbacks unless the operation is cancelled, lets go of them
+  /// Releases the task, calls both callbacks unless the operation is cancelled, releases them
   /// and finishes.
   void endTaskAndCallbackWithSuccess(bool success, int responseCode,
                                      std::optional<platform::JSON> json = std::nullopt,

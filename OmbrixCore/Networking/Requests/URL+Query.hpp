@@ -15,7 +15,7 @@ using QueryComponents = platform::OrderedDictionary<std::string>;
 /// A URL from a path and the items of a query, resolved against a base.
 ///
 /// @param withQueryComponenets Keys and values before percent-encoding.
-/// @return Nothing when the text is no URL.
+/// @return Nothing when the text is not a URL.
 // Kept: spelled so. Callers know it by this name.
 [[nodiscard]] std::optional<platform::URL> urlWithQueryComponenets(
     std::string_view string, const platform::URL& relativeTo,

@@ -18,8 +18,8 @@ struct UploadAnswer {
 };
 
 /// One upload as a publisher: it starts when a subscriber first asks for a value and sends the
-/// answer and the end, on the session's delegate queue. Each subscriber uploads anew; cancelling
-/// the subscription cancels the upload.
+/// answer and the end, on the session's delegate queue. Each subscriber has its own upload;
+/// cancelling the subscription cancels the upload.
 class UploadTaskPublisher final
     : public platform::PublisherOperators<UploadTaskPublisher, UploadAnswer, platform::URLError> {
  public:

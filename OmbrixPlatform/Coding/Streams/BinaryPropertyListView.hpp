@@ -52,7 +52,7 @@ class BinaryPropertyListView {
     Allowance(std::size_t fileSize, std::uint64_t objectCount)
         : left_(bytesFor(fileSize)), free_(objectCount) {}
 
-    /// What a file of so many bytes may use up. A writer that shares objects stays below.
+    /// What a file of this many bytes may use up. A writer that shares objects stays below.
     static constexpr std::uint64_t bytesFor(std::uint64_t fileSize) noexcept {
       return kBase + kFactor * fileSize;
     }
@@ -68,7 +68,7 @@ class BinaryPropertyListView {
       if (bytes >= left_) refuse();
       left_ -= bytes;
     }
-    /// For going to objects by `count` references, each of which comes to take so many bytes.
+    /// For going to objects by `count` references, each of which takes this many bytes more.
     void visit(std::uint64_t count, std::uint64_t bytesEach) {
       const std::uint64_t unpaid = count - std::min(count, free_);
       free_ -= count - unpaid;

@@ -74,7 +74,7 @@ class DictionaryFile {
   Outcome refresh(Look look);
 
   /// Changes keys; others' changes that are met on the way come first in the outcome. An edit that
-  /// changes nothing is no change. Throws `PropertyListError` for a value that has no place in a
+  /// changes nothing does not count. Throws `PropertyListError` for a value that has no place in a
   /// property list; nothing is changed then. Blocks until the file is on the disk.
   Outcome write(const std::vector<Edit>& edits);
 

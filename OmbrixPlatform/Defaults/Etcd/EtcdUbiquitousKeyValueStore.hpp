@@ -63,8 +63,8 @@ struct EtcdConfiguration {
 /// another program of the device that is sending or has the copy, and gives false when something
 /// failed. Change handlers run on a queue of the store's own.
 ///
-/// Throws `Error` when the domain is no file name, the endpoint no http or https URL, or when no
-/// certificate authorities can be read.
+/// Throws `Error` when the domain is not a file name, the endpoint not an http or https URL, or
+/// when no certificate authorities can be read.
 std::shared_ptr<NSUbiquitousKeyValueStore> makeEtcdUbiquitousKeyValueStore(
     EtcdConfiguration configuration);
 

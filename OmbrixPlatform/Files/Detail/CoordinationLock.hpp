@@ -16,7 +16,7 @@ enum class CoordinationAccess : std::uint8_t { shared, exclusive };
 class CoordinationLock {
  public:
   /// Blocks until the access is granted, or the deadline has passed (`ETIMEDOUT`). A lock file that
-  /// is replaced or removed meanwhile is opened anew: whoever holds a lock on the file that is
+  /// is replaced or removed meanwhile is opened again: whoever holds a lock on the file that is
   /// there is the only holder.
   /// @param lockFile The file that holds the locks; it and its folder are made when missing.
   /// @param path The path with its links resolved.

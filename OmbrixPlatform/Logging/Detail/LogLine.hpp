@@ -10,7 +10,7 @@ inline constexpr std::size_t kMaximumLogLineBytes = 64 * 1024;
 
 /// Makes one line that everybody can read of what stands in `lines` from `start` on, and ends it.
 ///
-/// Bytes that are no UTF-8 become U+FFFD; line breaks and other control characters, which could
+/// Bytes that are not UTF-8 become U+FFFD; line breaks and other control characters, which could
 /// begin a new line or command a terminal, are written as "\n", "\x1B", "\u{2028}"; of what is
 /// longer than a line may be, the middle is left out and its place marked, so that the place in the
 /// code at the line's end stays.

@@ -39,7 +39,7 @@ class MemoryPressure {
   Kind kind_;
   Descriptor watched_;
   Descriptor level_;          // of a pressure level: must stay open
-  std::uint64_t events_ = 0;  // so many have been counted
+  std::uint64_t events_ = 0;  // counted so far
 };
 
 }  // namespace ombrix::platform::detail

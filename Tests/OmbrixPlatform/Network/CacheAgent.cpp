@@ -1,6 +1,8 @@
-// The other process in tests of the cache, on a folder with a budget of bytes; obeys lines:
-//   put <n>    keeps an answer whose body follows from n      get <n>   tells its body, "-" for
-//   none fill       keeps answers until it is killed               clear, flush, usage
+// The other process in tests of the cache, on a folder with a budget of bytes. It obeys lines:
+//   put <n>              keeps an answer whose body follows from n
+//   get <n>              prints its body, "-" for none
+//   fill                 keeps answers until it is killed
+//   clear, flush, usage  what the cache's operations of these names do
 #include <cstdio>
 #include <iostream>
 #include <sstream>

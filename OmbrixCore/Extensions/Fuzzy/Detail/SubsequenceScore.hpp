@@ -132,7 +132,7 @@ class ShortText<Byte> {
  public:
   explicit ShortText(std::span<const Byte> text) noexcept : words_((text.size() + 7) / 8) {
     if (text.empty()) return;
-    // Padded with what is no ASCII character.
+    // Padded with what is not an ASCII character.
     word_[words_ - 1] = ~std::uint64_t{0};
     std::memcpy(word_.data(), text.data(), text.size());
     if constexpr (std::endian::native == std::endian::big) {

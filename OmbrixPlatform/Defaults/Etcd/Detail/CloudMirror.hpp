@@ -38,8 +38,8 @@ class CloudMirror {
     std::int64_t order = 0;  // grows with each change of the device
   };
 
-  /// How far the values go. The epoch counts how often the server was found made anew, with
-  /// revisions that begin again.
+  /// How far the values go. The epoch counts how often the server was found to have been set up
+  /// again, with revisions that begin again.
   struct Position {
     std::int64_t epoch = 0, revision = 0;
   };
@@ -94,7 +94,7 @@ class CloudMirror {
   Outcome take(const std::vector<EtcdKeyValue>& events, std::int64_t epoch);
 
   /// Takes in all that the server has. One that has counted less than it had when it was asked has
-  /// been made anew: what was known of its order is forgotten.
+  /// been set up again: what was known of its order is forgotten.
   ///
   /// @param asked The position before the server was asked.
   Outcome take(const EtcdSnapshot& snapshot, Position asked);

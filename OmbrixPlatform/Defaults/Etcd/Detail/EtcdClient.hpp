@@ -27,7 +27,7 @@ class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
   template <class T>
   using Handler = std::move_only_function<void(std::expected<T, EtcdError>)>;
   using WatchHandler = std::function<void(EtcdWatchMessage)>;
-  /// Nothing: the server has been silent for long, which is no fault.
+  /// Nothing: the server has been silent for long, which is not a fault.
   using WatchEnd = std::function<void(std::optional<EtcdError>)>;
 
   static std::shared_ptr<EtcdClient> make(const EtcdConfiguration& configuration,

@@ -78,8 +78,8 @@ class EtcdMessages {
   /// @param revision The first one of interest.
   [[nodiscard]] JSON watch(std::int64_t revision) const;
 
-  /// Readers throw `JSONError` for bytes that are no JSON document and for revisions that nobody
-  /// has counted to, and take what is missing or of another kind for its default.
+  /// Readers throw `JSONError` for bytes that are not a JSON document and for revisions that cannot
+  /// be right, and take what is missing or of another kind for its default.
   static EtcdChangeResult changeResult(DataView answer, std::string_view id);
   [[nodiscard]] EtcdSnapshot snapshot(DataView answer) const;
   [[nodiscard]] EtcdWatchMessage watchMessage(std::string_view line) const;

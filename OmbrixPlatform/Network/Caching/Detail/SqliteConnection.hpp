@@ -80,9 +80,6 @@ class SqliteConnection {
   [[nodiscard]] SqliteStatement prepare(std::string_view text) { return {database_.get(), text}; }
   /// Rows that the last statement has changed, without those of triggers.
   [[nodiscard]] int changes() const noexcept;
-  [[nodiscard]] bool isInTransaction() const noexcept {
-    return ::sqlite3_get_autocommit(database_.get()) == 0;
-  }
 
  private:
   struct Close {

@@ -20,7 +20,7 @@ namespace ombrix::platform::detail {
 
 /// Answers on disk within a budget of bytes, in a folder that several processes may share. Changes
 /// are written behind, on a queue of its own, and seen at once; reading happens on the calling
-/// thread. When the disk refuses, it gives and takes nothing for a while, and begins anew then.
+/// thread. When the disk refuses, it gives and takes nothing for a while, and starts again then.
 /// Any thread; nothing is thrown.
 class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
  public:

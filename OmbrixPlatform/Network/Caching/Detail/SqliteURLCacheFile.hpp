@@ -31,7 +31,7 @@ struct DiskBudget {
 };
 
 /// One connection to the database of answers in a folder that several may share. It opens by
-/// itself, and anew when another connection has put a new file in place. A database that a later
+/// itself, and again when another connection has put a new file in place. A database that a later
 /// release has open is left to it. Failures are thrown as `SqliteFailure`; one thread at a time.
 class SqliteURLCacheFile {
  public:
@@ -59,8 +59,8 @@ class SqliteURLCacheFile {
   /// Bytes of pages in use, as the file's header counts them.
   [[nodiscard]] std::int64_t usage();
 
-  /// Makes room for so many bytes where they do not fit: down to nine tenths of the budget, by what
-  /// was used longest ago, in transactions that the log has room for.
+  /// Makes room for this many bytes where they do not fit: down to nine tenths of the budget, by
+  /// what was used longest ago, in transactions that the log has room for.
   /// @param keysInUse Asked first for what memory knows to be in use, in that order.
   void makeRoom(std::int64_t bytes, const std::function<std::vector<std::string>()>& keysInUse);
 

@@ -86,7 +86,7 @@ class DelegateConversation {
   /// How many of `totalBytes` were not told of yet; the job is done.
   [[nodiscard]] std::int64_t report(std::int64_t totalBytes);
 
-  /// Lets go of everything: nothing more is to be said.
+  /// Releases everything: nothing more is to be said.
   void end();
 
  private:

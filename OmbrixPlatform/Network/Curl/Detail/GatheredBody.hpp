@@ -54,8 +54,8 @@ class GatheredBody {
     if (reserved_ > 0) budget_->giveBack(reserved_);
   }
 
-  /// Makes room beforehand, as far as there is any, for the first so many bytes, of which only
-  /// those of one block count.
+  /// Makes room beforehand for a body of this many bytes: for one block at most, and as far as the
+  /// budget allows.
   void expect(std::size_t bytes) {
     if (bytes > 0 && last_.capacity() == 0) (void)addBlock(bytes);
   }

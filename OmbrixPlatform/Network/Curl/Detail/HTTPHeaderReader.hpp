@@ -18,7 +18,7 @@ class HTTPHeaderReader {
   enum class Result : std::uint8_t {
     more,       ///< the line was taken
     complete,   ///< it ended the header of the final answer
-    malformed,  ///< it is no status line and no field
+    malformed,  ///< it is neither a status line nor a field
     ambiguous,  ///< a blank before its colon, which some read as another field than others
     upgrade,    ///< the server switches protocols (101)
     tooLong,    ///< the lines are more than `kMaximumBytes` together, or `kMaximumFields`
@@ -61,7 +61,7 @@ struct BodyFraming {
 };
 
 /// Reads it off the header (RFC 9112 section 6.3), more strictly than most: transfer codings other
-/// than "chunked" alone, lengths that are no single number, and both at once are faults, since
+/// than "chunked" alone, lengths that are not a single number, and both at once are faults, since
 /// libcurl and whoever stands between may read them differently.
 [[nodiscard]] BodyFraming framingOf(std::string_view method, int statusCode,
                                     const HTTPHeaders& headers);

@@ -14,7 +14,7 @@ namespace ombrix::platform::detail {
 [[nodiscard]] bool isRedirect(const HTTPURLResponse& response) noexcept;
 
 /// The request that a redirect asks for instead of `request` (RFC 9110 section 15.4); nothing when
-/// its "Location" is no URL. 303, and 301 and 302 after POST, become GET without a body; another
+/// its "Location" is not a URL. 303, and 301 and 302 after POST, become GET without a body; another
 /// origin does not get what `isForOneOrigin`. A name and password in "Location" are left out unless
 /// they are those that the request has for the same origin: what a server writes there would log
 /// the client in under a name of its choice.

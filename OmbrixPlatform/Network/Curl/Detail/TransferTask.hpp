@@ -22,7 +22,7 @@ namespace ombrix::platform::detail {
 ///
 /// On its way it belongs to one thread at a time: the resuming one (validation, cache), the network
 /// thread (the transfer), the delegate queue (questions, cache, delivery); redirects start over.
-/// Whoever calls `claim` first decides the outcome: an answer, an error, or `cancel` at any moment.
+/// The first caller of `claim` decides the outcome: an answer, an error, or `cancel` at any moment.
 class TransferTask final : public URLSessionUploadTask,
                            public TransferClient,
                            public std::enable_shared_from_this<TransferTask> {
@@ -147,7 +147,7 @@ class TransferTask final : public URLSessionUploadTask,
   std::atomic<std::int64_t> bytesReceived_ = 0;
   std::atomic<std::int64_t> bytesExpected_ = -1;
 
-  // Owned by whoever has the task on its way.
+  // Owned by the one that handles the task at the moment.
   std::optional<CachedURLResponse> validated_;
   std::optional<CachedURLResponse> answerOnError_;
   std::shared_ptr<const HTTPURLResponse> passedOver_;  // the caller gets its token all the same
