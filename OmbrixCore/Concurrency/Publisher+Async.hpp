@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "OmbrixCore/Concurrency/UnfairLock.hpp"
-#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Errors/HTTPError.hpp"
 #include "OmbrixPlatform/Concurrency/AsyncStream.hpp"
 #include "OmbrixPlatform/Concurrency/Continuation.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"

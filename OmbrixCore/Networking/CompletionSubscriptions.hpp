@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "OmbrixCore/Concurrency/PThreadMutex.hpp"
-#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Errors/HTTPError.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
 #include "OmbrixPlatform/Values/UUID.hpp"
 

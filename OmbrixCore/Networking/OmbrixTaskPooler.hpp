@@ -12,7 +12,7 @@
 #include <variant>
 
 #include "OmbrixCore/Concurrency/Publisher+Async.hpp"
-#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Errors/HTTPError.hpp"
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"

@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Errors/HTTPError.hpp"
 #include "OmbrixCore/Networking/Requests/HTTPAnswer.hpp"
 #include "OmbrixPlatform/Network/URLRequest.hpp"
 

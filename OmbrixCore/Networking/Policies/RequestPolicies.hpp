@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Errors/HTTPError.hpp"
 #include "OmbrixCore/Networking/Policies/RetryPolicy.hpp"
 #include "OmbrixCore/Networking/Requests/HTTPAnswer.hpp"
 #include "OmbrixPlatform/Concurrency/Async.hpp"

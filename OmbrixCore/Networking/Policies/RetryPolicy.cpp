@@ -9,7 +9,7 @@
 #include <string_view>
 #include <system_error>
 
-#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Errors/HTTPError.hpp"
 #include "OmbrixPlatform/Network/HTTPDate.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"

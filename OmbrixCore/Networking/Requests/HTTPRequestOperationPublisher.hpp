@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Errors/HTTPError.hpp"
 #include "OmbrixCore/Networking/Requests/HTTPAnswer.hpp"
 #include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"

@@ -1,4 +1,4 @@
-#include "OmbrixCore/Networking/HTTPError.hpp"
+#include "OmbrixCore/Networking/Errors/HTTPError.hpp"
 
 #include <fmt/format.h>
 
