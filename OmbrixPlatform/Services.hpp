@@ -18,13 +18,44 @@ class SystemLog;
 class URLSessionFactory;
 class UserDefaults;
 
-/// One replaceable service: made by its factory on first use, or put there by the host or a test.
+/// Makes the default of a service. Each room of the platform defines that of its own service beside
+/// its adapter, so that a program links only the rooms whose services it uses. Null for a service
+/// that has none. Any thread.
+template <class Service>
+std::shared_ptr<Service> makeDefault() {
+  return nullptr;
+}
+template <>
+std::shared_ptr<Bundle> makeDefault();
+template <>
+std::shared_ptr<Clock> makeDefault();
+template <>
+std::shared_ptr<Directories> makeDefault();
+template <>
+std::shared_ptr<Executor> makeDefault();
+template <>
+std::shared_ptr<LocaleService> makeDefault();
+template <>
+std::shared_ptr<MemoryWarningSource> makeDefault();
+template <>
+std::shared_ptr<NSUbiquitousKeyValueStore> makeDefault();
+template <>
+std::shared_ptr<NWPathMonitorFactory> makeDefault();
+template <>
+std::shared_ptr<SystemLog> makeDefault();
+template <>
+std::shared_ptr<URLSessionFactory> makeDefault();
+template <>
+std::shared_ptr<UserDefaults> makeDefault();
+
+/// One replaceable service: made on first use, or put there by the host or a test.
 template <class Service>
 class ServiceSlot {
  public:
   using Factory = std::shared_ptr<Service> (*)();
 
-  explicit constexpr ServiceSlot(Factory factory) noexcept : factory_(factory) {}
+  /// @param factory Makes the default; null for `makeDefault`.
+  explicit constexpr ServiceSlot(Factory factory = nullptr) noexcept : factory_(factory) {}
   ServiceSlot(const ServiceSlot&) = delete;
   ServiceSlot& operator=(const ServiceSlot&) = delete;
 
@@ -40,7 +71,7 @@ class ServiceSlot {
   /// The same, shared: for users that outlive a replacement.
   std::shared_ptr<Service> shared() {
     const std::lock_guard lock(mutex_);
-    if (!owner_) install(factory_());
+    if (!owner_) install(factory_ ? factory_() : makeDefault<Service>());
     return owner_;
   }
 
@@ -67,8 +98,6 @@ class ServiceSlot {
 
 /// What a host or a test may swap. Nothing here is made before its first use.
 struct Services {
-  Services();
-
   ServiceSlot<Clock> clock;
   ServiceSlot<NSUbiquitousKeyValueStore> cloudStore;
   ServiceSlot<Directories> directories;

@@ -196,4 +196,9 @@ std::string mainBundleName() {
   return program.empty() ? "unnamed" : program;
 }
 
+template <>
+std::shared_ptr<Bundle> makeDefault() {
+  return makeMainBundle();
+}
+
 }  // namespace ombrix::platform

@@ -9,6 +9,7 @@
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -174,5 +175,10 @@ bool MainLoop::isMainThread() {
 }
 
 std::shared_ptr<Executor> makeMainExecutor() { return MainLoop::shared(); }
+
+template <>
+std::shared_ptr<Executor> makeDefault() {
+  return makeMainExecutor();
+}
 
 }  // namespace ombrix::platform

@@ -16,4 +16,14 @@ std::shared_ptr<NSUbiquitousKeyValueStore> makeDefaultUbiquitousKeyValueStore() 
                                          mainBundleName() + ".ubiquitous");
 }
 
+template <>
+std::shared_ptr<NSUbiquitousKeyValueStore> makeDefault() {
+  return makeDefaultUbiquitousKeyValueStore();
+}
+
+template <>
+std::shared_ptr<UserDefaults> makeDefault() {
+  return makeStandardUserDefaults();
+}
+
 }  // namespace ombrix::platform

@@ -13,6 +13,7 @@
 #include "OmbrixPlatform/Detail/Environment.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
+#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
 namespace ombrix::platform {
@@ -177,5 +178,10 @@ class XdgDirectories final : public Directories {
 }  // namespace
 
 std::shared_ptr<Directories> makeSystemDirectories() { return std::make_shared<XdgDirectories>(); }
+
+template <>
+std::shared_ptr<Directories> makeDefault() {
+  return makeSystemDirectories();
+}
 
 }  // namespace ombrix::platform

@@ -10,6 +10,8 @@
 
 #include "OmbrixPlatform/Logging/Detail/JournalFields.hpp"
 
+#include "OmbrixPlatform/Services.hpp"
+
 namespace ombrix::platform {
 namespace {
 
@@ -77,5 +79,10 @@ int syslogPriority(DDLogFlag flag) noexcept {
 }
 
 std::shared_ptr<SystemLog> makeSystemLog() { return std::make_shared<SystemdSystemLog>(); }
+
+template <>
+std::shared_ptr<SystemLog> makeDefault() {
+  return makeSystemLog();
+}
 
 }  // namespace ombrix::platform

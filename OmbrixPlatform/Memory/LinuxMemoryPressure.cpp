@@ -8,6 +8,7 @@
 
 #include "OmbrixPlatform/Memory/Detail/MemoryPressure.hpp"
 #include "OmbrixPlatform/Memory/MemoryWarning.hpp"
+#include "OmbrixPlatform/Services.hpp"
 
 namespace ombrix::platform {
 namespace detail {
@@ -149,6 +150,11 @@ class SystemMemoryWarningSource final : public MemoryWarningSource {
 
 std::shared_ptr<MemoryWarningSource> makeSystemMemoryWarningSource() {
   return std::make_shared<SystemMemoryWarningSource>();
+}
+
+template <>
+std::shared_ptr<MemoryWarningSource> makeDefault() {
+  return makeSystemMemoryWarningSource();
 }
 
 }  // namespace ombrix::platform

@@ -119,4 +119,9 @@ std::shared_ptr<LocaleService> makeSystemLocaleService() {
   return std::make_shared<EnvironmentLocaleService>();
 }
 
+template <>
+std::shared_ptr<LocaleService> makeDefault() {
+  return makeSystemLocaleService();
+}
+
 }  // namespace ombrix::platform

@@ -1,5 +1,7 @@
 #include "OmbrixPlatform/Values/Clock.hpp"
 
+#include "OmbrixPlatform/Services.hpp"
+
 namespace ombrix::platform {
 namespace {
 
@@ -14,5 +16,10 @@ class SystemClock final : public Clock {
 }  // namespace
 
 std::shared_ptr<Clock> makeSystemClock() { return std::make_shared<SystemClock>(); }
+
+template <>
+std::shared_ptr<Clock> makeDefault() {
+  return makeSystemClock();
+}
 
 }  // namespace ombrix::platform

@@ -14,9 +14,9 @@
 #include "Faults/FaultRun.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/CachedAnswerCoding.hpp"
 #include "OmbrixPlatform/Network/CachingSamples.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/SmallDisk.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
-#include "OmbrixTesting/SmallDisk.hpp"
 
 namespace ombrix::faults {
 namespace {

@@ -22,10 +22,10 @@
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
 #include "OmbrixPlatform/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
-#include "OmbrixTesting/EtcdServer.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/EtcdServer.hpp"
+#include "OmbrixTesting/Processes/SmallDisk.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
-#include "OmbrixTesting/SmallDisk.hpp"
 
 namespace ombrix::faults {
 namespace {

@@ -13,8 +13,8 @@
 #include <functional>
 
 #include "Faults/FaultRun.hpp"
-#include "OmbrixC/OmbrixHRCSV.h"
-#include "OmbrixC/OmbrixLocationCSV.h"
+#include "OmbrixC/Location/OmbrixHRCSV.h"
+#include "OmbrixC/Location/OmbrixLocationCSV.h"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
 #include "OmbrixDay/Formats/Track.hpp"

@@ -14,7 +14,7 @@
 
 #include "Faults/FaultRun.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 namespace {

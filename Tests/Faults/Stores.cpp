@@ -17,7 +17,7 @@
 #include "Faults/FaultRun.hpp"
 #include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"

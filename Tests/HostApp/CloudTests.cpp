@@ -3,7 +3,7 @@
 
 #include <fstream>
 
-#include "OmbrixTesting/EtcdServer.hpp"
+#include "OmbrixTesting/Processes/EtcdServer.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "Program.hpp"
 

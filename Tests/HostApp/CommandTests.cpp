@@ -16,9 +16,9 @@
 #include <utility>
 
 #include "Examples/HostApp/Terminal/TextTable.hpp"
+#include "OmbrixTesting/Processes/SmallDisk.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
-#include "OmbrixTesting/SmallDisk.hpp"
 #include "Program.hpp"
 
 namespace ombrix::hostapp {

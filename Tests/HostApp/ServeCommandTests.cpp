@@ -4,7 +4,7 @@
 #include <csignal>
 #include <string>
 
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "Tests/Tools/DevServer/RawClient.hpp"
 
 namespace ombrix::hostapp {

@@ -1,11 +1,11 @@
-#include "OmbrixC/OmbrixLocationCSV.h"
+#include "OmbrixC/Location/OmbrixLocationCSV.h"
 
 #include <gtest/gtest.h>
 
 #include <future>
 #include <string>
 
-#include "OmbrixC/OmbrixHRCSV.h"
+#include "OmbrixC/Location/OmbrixHRCSV.h"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 

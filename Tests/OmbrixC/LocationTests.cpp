@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "OmbrixC/Detail/Location.hpp"
+#include "OmbrixC/Location/Detail/Location.hpp"
 #include "OmbrixC/OmbrixDate.h"
 #include "OmbrixC/OmbrixMath.h"
 

@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <string>
 
+#include "OmbrixC/Location/OmbrixHRCSV.h"
+#include "OmbrixC/Location/OmbrixLocation.h"
+#include "OmbrixC/Location/OmbrixLocationCSV.h"
 #include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
 #include "OmbrixC/Networking/OmbrixServerAPI.h"
 #include "OmbrixC/OmbrixAttributedString.h"
@@ -10,9 +13,6 @@
 #include "OmbrixC/OmbrixError.h"
 #include "OmbrixC/OmbrixFileManager.h"
 #include "OmbrixC/OmbrixFormatters.h"
-#include "OmbrixC/OmbrixHRCSV.h"
-#include "OmbrixC/OmbrixLocation.h"
-#include "OmbrixC/OmbrixLocationCSV.h"
 #include "OmbrixC/OmbrixLoggingService.h"
 #include "OmbrixC/OmbrixMath.h"
 #include "OmbrixC/OmbrixOperationQueue.h"

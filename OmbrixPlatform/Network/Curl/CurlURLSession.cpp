@@ -187,4 +187,9 @@ std::shared_ptr<URLSessionFactory> makeSystemURLSessionFactory() {
   return factory;
 }
 
+template <>
+std::shared_ptr<URLSessionFactory> makeDefault() {
+  return makeSystemURLSessionFactory();
+}
+
 }  // namespace ombrix::platform

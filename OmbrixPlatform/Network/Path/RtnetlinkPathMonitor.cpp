@@ -10,6 +10,7 @@
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 #include "OmbrixPlatform/Network/Path/Detail/NetworkManagerMetered.hpp"
 #include "OmbrixPlatform/Network/Path/Detail/RouteTable.hpp"
+#include "OmbrixPlatform/Services.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -168,6 +169,11 @@ class RtnetlinkPathMonitorFactory final : public NWPathMonitorFactory {
 
 std::shared_ptr<NWPathMonitorFactory> makeSystemPathMonitorFactory() {
   return std::make_shared<RtnetlinkPathMonitorFactory>();
+}
+
+template <>
+std::shared_ptr<NWPathMonitorFactory> makeDefault() {
+  return makeSystemPathMonitorFactory();
 }
 
 }  // namespace ombrix::platform

@@ -16,9 +16,9 @@
 #include <vector>
 
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
+#include "OmbrixTesting/Processes/SmallDisk.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
-#include "OmbrixTesting/SmallDisk.hpp"
 
 namespace {
 

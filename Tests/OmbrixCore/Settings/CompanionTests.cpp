@@ -5,8 +5,8 @@
 
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EventLog.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"

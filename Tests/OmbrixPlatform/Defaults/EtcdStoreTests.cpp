@@ -17,10 +17,10 @@
 #include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
-#include "OmbrixTesting/EtcdServer.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/Eventually.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/EtcdServer.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix::platform {

@@ -3,7 +3,7 @@
 #include <memory>
 
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 

@@ -16,7 +16,7 @@
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/WithoutOverride.hpp"

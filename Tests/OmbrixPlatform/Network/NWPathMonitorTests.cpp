@@ -16,9 +16,9 @@
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/ManualPathMonitor.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
 

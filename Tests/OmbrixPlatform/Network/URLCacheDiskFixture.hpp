@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "URLCacheFixture.hpp"
 

@@ -13,10 +13,10 @@
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/ManualPathMonitor.hpp"
+#include "OmbrixTesting/Processes/UnusedPort.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
 #include "OmbrixTesting/TestServer.hpp"
-#include "OmbrixTesting/UnusedPort.hpp"
 #include "SessionSupport.hpp"
 
 // How the cache behaves over real requests: a table of stories, each told to a session of its own

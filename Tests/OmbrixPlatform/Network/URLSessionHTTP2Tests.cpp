@@ -15,12 +15,12 @@
 
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixPlatform/Network/URLSessionDelegate.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
 #include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/HTTP2Attacks.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/UnusedPort.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/TestServer.hpp"
-#include "OmbrixTesting/UnusedPort.hpp"
 #include "SessionSupport.hpp"
 #include "Tests/Tools/DevServer/RawClient.hpp"
 

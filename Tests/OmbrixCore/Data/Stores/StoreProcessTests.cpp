@@ -5,7 +5,7 @@
 
 #include "OmbrixCore/Data/Stores/Persisted.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
 namespace ombrix {

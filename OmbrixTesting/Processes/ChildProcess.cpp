@@ -1,4 +1,4 @@
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 
 #include <fcntl.h>
 #include <poll.h>

@@ -2,7 +2,7 @@
 
 #include <bit>
 
-#include "OmbrixC/OmbrixLocation.h"
+#include "OmbrixC/Location/OmbrixLocation.h"
 #include "OmbrixCore/Location/CLLocation.hpp"
 
 namespace ombrix::c {

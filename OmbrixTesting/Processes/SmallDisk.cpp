@@ -1,4 +1,4 @@
-#include "OmbrixTesting/SmallDisk.hpp"
+#include "OmbrixTesting/Processes/SmallDisk.hpp"
 
 #include <sched.h>
 #include <sys/mount.h>

@@ -1,4 +1,4 @@
-#include "OmbrixTesting/UnusedPort.hpp"
+#include "OmbrixTesting/Processes/UnusedPort.hpp"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>

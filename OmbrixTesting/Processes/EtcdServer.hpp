@@ -8,7 +8,7 @@
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 
 namespace ombrix::testing {
 

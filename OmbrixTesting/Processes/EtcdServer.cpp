@@ -1,4 +1,4 @@
-#include "OmbrixTesting/EtcdServer.hpp"
+#include "OmbrixTesting/Processes/EtcdServer.hpp"
 
 #include <csignal>
 #include <cstdlib>
@@ -7,7 +7,7 @@
 
 #include "OmbrixPlatform/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
-#include "OmbrixTesting/UnusedPort.hpp"
+#include "OmbrixTesting/Processes/UnusedPort.hpp"
 
 namespace ombrix::testing {
 namespace {

@@ -1,4 +1,4 @@
-#include "OmbrixC/OmbrixLocationCSV.h"
+#include "OmbrixC/Location/OmbrixLocationCSV.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,9 +7,9 @@
 
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
-#include "OmbrixC/Detail/Lists.hpp"
-#include "OmbrixC/Detail/Location.hpp"
-#include "OmbrixC/Detail/Streams.hpp"
+#include "OmbrixC/Location/Detail/Lists.hpp"
+#include "OmbrixC/Location/Detail/Location.hpp"
+#include "OmbrixC/Location/Detail/Streams.hpp"
 #include "OmbrixCore/Data/LocationCSVParser.hpp"
 #include "OmbrixCore/Data/LocationCSVWriter.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"

@@ -1,9 +1,9 @@
 #ifndef OMBRIXC_OMBRIX_LOCATION_CSV_H
 #define OMBRIXC_OMBRIX_LOCATION_CSV_H
 
+#include "OmbrixC/Location/OmbrixLocation.h"
+#include "OmbrixC/Location/OmbrixStreams.h"
 #include "OmbrixC/OmbrixError.h"
-#include "OmbrixC/OmbrixLocation.h"
-#include "OmbrixC/OmbrixStreams.h"
 
 #ifdef __cplusplus
 extern "C" {

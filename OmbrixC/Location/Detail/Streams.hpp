@@ -3,7 +3,7 @@
 #include <cerrno>
 
 #include "OmbrixC/Detail/Copies.hpp"
-#include "OmbrixC/OmbrixStreams.h"
+#include "OmbrixC/Location/OmbrixStreams.h"
 #include "OmbrixPlatform/Files/InputStream.hpp"
 #include "OmbrixPlatform/Files/OutputStream.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"

@@ -1,7 +1,7 @@
 #ifndef OMBRIXC_OMBRIX_HR_CSV_H
 #define OMBRIXC_OMBRIX_HR_CSV_H
 
-#include "OmbrixC/OmbrixStreams.h"
+#include "OmbrixC/Location/OmbrixStreams.h"
 
 #ifdef __cplusplus
 extern "C" {

@@ -1,6 +1,6 @@
-#include "OmbrixC/OmbrixLocation.h"
+#include "OmbrixC/Location/OmbrixLocation.h"
 
-#include "OmbrixC/Detail/Location.hpp"
+#include "OmbrixC/Location/Detail/Location.hpp"
 
 using ombrix::CLLocation;
 using ombrix::c::from;

@@ -1,4 +1,4 @@
-#include "OmbrixC/OmbrixHRCSV.h"
+#include "OmbrixC/Location/OmbrixHRCSV.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -7,8 +7,8 @@
 
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
-#include "OmbrixC/Detail/Lists.hpp"
-#include "OmbrixC/Detail/Streams.hpp"
+#include "OmbrixC/Location/Detail/Lists.hpp"
+#include "OmbrixC/Location/Detail/Streams.hpp"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
 
 using namespace ombrix;
