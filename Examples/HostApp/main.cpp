@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <csignal>
@@ -39,6 +42,22 @@ std::optional<std::string> mistypedCommand(const CLI::App& app, int argc, char**
   return std::nullopt;
 }
 
+/// Keeps files that are opened from becoming standard input, output or error, which the caller may
+/// have closed. What stands there instead cannot be read or written, so that such a use fails.
+void occupyStandardDescriptors() {
+  for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (::fcntl(descriptor, F_GETFD) != -1) continue;
+    const int mode = descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY;
+    static_cast<void>(::open("/dev/null", mode));  // takes the lowest number, which is this one
+  }
+}
+
+/// 0, or what is said where the output did not arrive.
+int statusOfOutput() {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return 0;
+  return complain("cannot write to standard output", kFailed);
+}
+
 /// Ends what this program made, however `main` is left.
 struct Closing {
   ~Closing() { ombrix::hostapp::closeCloud(); }
@@ -48,6 +67,7 @@ struct Closing {
 
 int main(int argc, char** argv) {
   using namespace ombrix::hostapp;
+  occupyStandardDescriptors();
   // A file that grows past the limit of its size is a failed write like any other.
   std::signal(SIGXFSZ, SIG_IGN);
   const Closing closing;
@@ -81,12 +101,10 @@ int main(int argc, char** argv) {
   try {
     ombrix::OmbrixSettings::shared().registerCoreSettings();
     app.parse(argc, argv);
-    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
-      return complain("cannot write to standard output", kFailed);
-    }
-    return 0;
+    return statusOfOutput();
   } catch (const CLI::Success& help) {
-    return app.exit(help);
+    app.exit(help);
+    return statusOfOutput();
   } catch (const CLI::ParseError& error) {
     return complain(std::string(error.what()) + "; see ombrix --help", kWrongArguments);
   } catch (const std::bad_alloc&) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+
 #include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "OmbrixCore/Formatting/OmbrixValueFormatter.hpp"
 
@@ -12,7 +14,10 @@ namespace {
 TEST(StyledTextTests, DrawsNumbersBoldAndUnitsQuiet) {
   const auto text = OmbrixValueFormatter::shared().attributedStringWithDefaultAttributes(
       "4,520 FT", valueAttributes());
+  ::setenv("COLORTERM", "truecolor", 1);
   EXPECT_EQ(drawnForTerminal(*text), "\x1b[1m4,520 \x1b[0m\x1b[38;2;140;140;140mFT\x1b[0m");
+  ::unsetenv("COLORTERM");
+  EXPECT_EQ(drawnForTerminal(*text), "\x1b[1m4,520 \x1b[0m\x1b[38;5;145mFT\x1b[0m");
   EXPECT_EQ(drawnForTerminal(platform::NSAttributedString("plain ′")), "plain ′");
 }
 

@@ -25,6 +25,7 @@
 #include "Examples/HostApp/Terminal/StyledText.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
+#include "OmbrixPlatform/Text/UTF8.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -63,7 +64,9 @@ void showDay(const std::string& path, const Options& options, FigureTexts& figur
   Track track = readTrackWithFixes(path, trackFormatNamed(options.format));
   if (!options.heartRatePath.empty()) track.heartRates = readHeartRates(options.heartRatePath);
   if (!options.linePath.empty()) writeLineString(options.linePath, track.fixes);
-  const RecordedDay recorded = measured(std::move(track), path, options.weightKilograms);
+  const RecordedDay recorded =
+      measured(std::move(track), platform::stringFromUTF8Repaired(platform::bytesOf(path)),
+               options.weightKilograms);
   if (!options.pagePath.empty()) writeDayPage(options.pagePath, recorded);
 
   std::FILE* out = outputBeside(options);
@@ -81,6 +84,13 @@ void showDay(const std::string& path, const Options& options, FigureTexts& figur
     fmt::print(options.json ? stderr : out, "\n{} {}\n", text("Wrote the page"), options.pagePath);
   }
   std::fflush(out);
+  if (recorded.day.samples.empty()) {
+    throw CommandFailure(fmt::format("{} has no fix that a day can be measured by", path));
+  }
+  if (!options.heartRatePath.empty() && recorded.day.totals.all.heartRates == 0) {
+    fmt::print(stderr, "ombrix: warning: no heart rate of {} belongs to this day\n",
+               options.heartRatePath);
+  }
   keep(recorded);
   if (options.upload) {
     const UploadedDay uploaded = uploadDay(summary, path);

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
+#include <set>
+#include <string>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Commands/Preferences.hpp"
@@ -44,8 +46,13 @@ std::string table(const Season& season, FigureTexts& figures, std::size_t barCol
          speed ? figures.value(Format::speed, *speed) : "–",
          std::filesystem::path(each.title).filename().string()});
   }
+  std::set<std::string> dates;
+  for (const RememberedDay& each : season.days) {
+    dates.insert(
+        figures.date(FigureTexts::DateStyle::day, platform::dateSince1970(each.startSeconds)));
+  }
   const auto speed = season.maxSpeedMetersPerSecond();
-  table.add({fmt::format("{}: {}", text("Days"), countText(season.days.size())),
+  table.add({fmt::format("{}: {}", text("Days"), countText(dates.size())),
              figures.value(Format::vertical, season.descentMeters()), "",
              figures.value(Format::distance, season.distanceMeters()), figures.count(season.runs()),
              speed > 0 ? figures.value(Format::speed, speed) : "–", text("Season")});

@@ -98,9 +98,13 @@ void RecentDays::remember(const RecordedDay& recorded) {
   if (!isKept) throw CommandFailure("the day is not kept; see ombrix log");
 }
 
-/// Makes files and order what the keys say, no more than the most.
+/// Makes files and order what the keys say; of more than the most the earliest days go.
 void RecentDays::tidy(std::vector<std::string> keys) {
-  for (; keys.size() > kMostDays; keys.pop_back()) shelf_.remove(keys.back());
+  while (keys.size() > kMostDays) {
+    const auto earliest = std::ranges::min_element(keys, {}, startOf);
+    shelf_.remove(*earliest);
+    keys.erase(earliest);
+  }
   shelf_.order.setValue(keys);
 }
 
@@ -136,6 +140,13 @@ void RecentDays::adoptOlder() {
 std::vector<RememberedDay> RecentDays::days() {
   std::vector<RememberedDay> days;
   unreadable_ = 0;
+  // A store answers for a folder that it cannot read as for an empty one.
+  std::error_code fault;
+  const std::filesystem::directory_iterator folder(shelf_.daysFolder.path(), fault);
+  if (fault && fault != std::errc::no_such_file_or_directory) {
+    throw CommandFailure(fmt::format("the kept days in {} cannot be read: {}",
+                                     shelf_.daysFolder.path(), fault.message()));
+  }
   const auto read = [&] {
     for (const std::string& key : shelf_.keys()) {
       if (auto day = shelf_.days.value(key).get()) {

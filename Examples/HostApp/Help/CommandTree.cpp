@@ -67,6 +67,13 @@ OptionHelp::Takes OptionHelp::takes() const {
   return std::ranges::find(kFiles, what) != kFiles.end() ? Takes::file : Takes::text;
 }
 
-CommandHelp commandTree(const CLI::App& app) { return commandHelp(app, ""); }
+CommandHelp commandTree(const CLI::App& app) {
+  CommandHelp tree = commandHelp(app, "");
+  const auto help = std::ranges::find(tree.commands, "help", &CommandHelp::name);
+  if (help == tree.commands.end() || help->arguments.empty()) return tree;
+  auto& suggested = help->arguments.front().suggested;
+  for (const CommandHelp& command : tree.commands) suggested.push_back(command.name);
+  return tree;
+}
 
 }  // namespace ombrix::hostapp

@@ -42,8 +42,8 @@ std::vector<std::string> commandNames(const CommandHelp& command) {
 
 /// What bash's compgen is told about a value.
 std::string compgenFor(const OptionHelp& option) {
-  if (!option.words.empty()) {
-    return fmt::format("-W {}", quoted(fmt::format("{}", fmt::join(option.words, " "))));
+  if (!option.offered().empty()) {
+    return fmt::format("-W {}", quoted(fmt::format("{}", fmt::join(option.offered(), " "))));
   }
   switch (option.takes()) {
     case Takes::file:
@@ -59,8 +59,8 @@ std::string compgenFor(const OptionHelp& option) {
 /// What stands at the place of an option's value in zsh.
 std::string zshValue(const OptionHelp& option, const std::string& name) {
   const std::string message = replacedAll(name, ":", "\\:");
-  if (!option.words.empty()) {
-    return fmt::format(":{}:({})", message, fmt::join(option.words, " "));
+  if (!option.offered().empty()) {
+    return fmt::format(":{}:({})", message, fmt::join(option.offered(), " "));
   }
   switch (option.takes()) {
     case Takes::file:
@@ -161,7 +161,7 @@ std::string bashCompletion(const CommandHelp& program) {
     const bool hasFiles = file != command.arguments.end();
     std::vector<std::string> all = commands;
     for (const OptionHelp& argument : command.arguments) {
-      all.insert(all.end(), argument.words.begin(), argument.words.end());
+      all.insert(all.end(), argument.offered().begin(), argument.offered().end());
     }
     choices += fmt::format("    {0}) options={1} words={2} files={3} ;;\n", quoted(command.path),
                            quoted(fmt::format("{}", fmt::join(optionNames(command), " "))),
@@ -187,7 +187,9 @@ std::string bashCompletion(const CommandHelp& program) {
 std::string zshCompletion(const CommandHelp& program) {
   std::string functions;
   forEach(program, [&](const CommandHelp& command) { functions += zshFunction(command); });
-  return "#compdef ombrix\n# Completion of ombrix for zsh.\n\n" + functions + "_ombrix \"$@\"\n";
+  return "#compdef ombrix\n# Completion of ombrix for zsh.\n\n" + functions +
+         "if [ \"$funcstack[1]\" = _ombrix ]; then _ombrix \"$@\"; else compdef _ombrix ombrix; "
+         "fi\n";
 }
 
 std::string fishCompletion(const CommandHelp& program) {
@@ -201,9 +203,9 @@ std::string fishCompletion(const CommandHelp& program) {
     for (const OptionHelp& argument : command.arguments) {
       if (argument.takes() != Takes::text) {
         lines += fmt::format("complete -c ombrix -n {} -F\n", condition);
-      } else if (!argument.words.empty()) {
+      } else if (!argument.offered().empty()) {
         lines += fmt::format("complete -c ombrix -n {} -a {}\n", condition,
-                             quoted(fmt::format("{}", fmt::join(argument.words, " "))));
+                             quoted(fmt::format("{}", fmt::join(argument.offered(), " "))));
       }
     }
     for (const OptionHelp& option : command.options) {
@@ -211,8 +213,9 @@ std::string fishCompletion(const CommandHelp& program) {
       for (const std::string& name : option.names) {
         lines += name.starts_with("--") ? " -l " + name.substr(2) : " -s " + name.substr(1);
       }
-      if (!option.words.empty()) {
-        lines += fmt::format(" -x -a {}", quoted(fmt::format("{}", fmt::join(option.words, " "))));
+      if (!option.offered().empty()) {
+        lines +=
+            fmt::format(" -x -a {}", quoted(fmt::format("{}", fmt::join(option.offered(), " "))));
       } else if (!option.value.empty()) {
         lines += option.takes() == Takes::text ? " -x" : " -r -F";
       }

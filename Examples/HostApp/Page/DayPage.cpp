@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <vector>
@@ -26,9 +27,14 @@ using Format = FigureTexts::Format;
 using DateStyle = FigureTexts::DateStyle;
 using platform::JSON;
 
-constexpr std::size_t kMostSteps = 1200;  // Of the cursor: about one a pixel.
+constexpr double kMostSteps = 1200;          // Of the cursor: about one a pixel.
+constexpr std::size_t kMostBytes = 400'000;  // Of a page: lines are made coarser until it fits.
+constexpr double kCoarsest = 8;
 
 std::string label(const char* english) { return escaped(text(english)); }
+
+/// A text whose own direction neither follows nor turns that of the page around it.
+std::string isolated(const std::string& html) { return "<bdi>" + html + "</bdi>"; }
 
 std::string figure(const char* name, const std::string& value) {
   return fmt::format("<div><dt>{}</dt><dd>{}</dd></div>", label(name), value);
@@ -37,9 +43,13 @@ std::string figure(const char* name, const std::string& value) {
 /// One page in the making: what its parts need in common.
 class DayPageWriter {
  public:
-  explicit DayPageWriter(const RecordedDay& recorded)
-      : recorded_(recorded), day_(recorded.day), map_(day_, figures_), profiles_(day_, figures_) {
-    const std::size_t stride = std::max<std::size_t>(1, day_.samples.size() / kMostSteps);
+  DayPageWriter(const RecordedDay& recorded, double coarseness)
+      : recorded_(recorded),
+        day_(recorded.day),
+        map_(day_, figures_, coarseness),
+        profiles_(day_, figures_, coarseness) {
+    const auto most = static_cast<std::size_t>(kMostSteps / coarseness);
+    const std::size_t stride = std::max<std::size_t>(1, day_.samples.size() / most);
     for (std::size_t i = 0; i < day_.samples.size(); i += stride) steps_.push_back(i);
     if (steps_.back() + 1 != day_.samples.size()) steps_.push_back(day_.samples.size() - 1);
   }
@@ -62,7 +72,8 @@ class DayPageWriter {
 
   const RecordedDay& recorded_;
   const Day& day_;
-  FigureTexts figures_{markedUp};
+  FigureTexts figures_{
+      [](const platform::NSAttributedString& text) { return isolated(markedUp(text)); }};
   TrackMap map_;
   Profiles profiles_;
   std::vector<std::size_t> steps_;  // The samples that the cursor stops at.
@@ -80,8 +91,8 @@ std::string DayPageWriter::header() {
       "<header><div><h1>{}</h1><p>{} · {}</p></div><div class=\"buttons\">"
       "<button type=\"button\" id=\"theme\">{}</button>"
       "<button type=\"button\" id=\"share\">{}</button></div></header>",
-      escaped(date()), escaped(times()), figures_.duration(recorded_.spanSeconds()), label("Dark"),
-      label("Save as picture"));
+      isolated(escaped(date())), isolated(escaped(times())),
+      figures_.duration(recorded_.spanSeconds()), label("Dark"), label("Save as picture"));
 }
 
 std::string DayPageWriter::figures() {
@@ -128,13 +139,14 @@ std::string DayPageWriter::map() {
       "class=\"dash\"></span>{}</span></figcaption></figure></section>",
       label("Map"), coordinate(map_.width()), coordinate(map_.height()),
       label("Map of the day: runs coloured by speed, lifts dotted"), map_.elements(),
-      map_.scaleBar(), escaped(figures_.plain(Format::speed, 0)),
-      escaped(figures_.plain(Format::speed, map_.fastest())), label("Lift"));
+      map_.scaleBar(), isolated(escaped(figures_.plain(Format::speed, 0))),
+      isolated(escaped(figures_.plain(Format::speed, map_.fastest()))), label("Lift"));
 }
 
 std::string DayPageWriter::profiles() {
   const auto cell = [](const char* name, const char* column) {
-    return fmt::format("<div><dt>{}</dt><dd data-column=\"{}\"></dd></div>", label(name), column);
+    return fmt::format("<div><dt>{}</dt><dd><bdi data-column=\"{}\"></bdi></dd></div>", label(name),
+                       column);
   };
   std::string readout = cell("Time", "time") + cell("Distance", "distance");
   if (day_.totals.maxAltitude) readout += cell("Altitude", "altitude");
@@ -163,7 +175,7 @@ std::string DayPageWriter::ride(std::size_t index) {
   };
   std::string cells =
       cell(platform::timeIntervalSince1970(segment.begin),
-           escaped(figures_.date(DateStyle::clock, segment.begin))) +
+           isolated(escaped(figures_.date(DateStyle::clock, segment.begin)))) +
       cell(figures.seconds, figures_.duration(figures.seconds)) +
       cell(figures.distanceMeters, figures_.value(Format::distance, figures.distanceMeters)) +
       cell(std::abs(segment.vertical()),
@@ -211,7 +223,8 @@ std::string DayPageWriter::footer() {
   std::string fixes = fmt::format("{}: {} {}, {} {}", label("Fixes"), countText(counts.read),
                                   label("read"), countText(counts.used), label("used"));
   if (!recorded_.fault.empty()) fixes += fmt::format(", {}", label("incomplete"));
-  return fmt::format("<footer><p>{}</p><p>{}</p></footer>", escaped(recorded_.title), fixes);
+  return fmt::format("<footer><p>{}</p><p>{}</p></footer>",
+                     escaped(std::filesystem::path(recorded_.title).filename().string()), fixes);
 }
 
 /// The picture that is shared, 1200 by 630, with colours of its own.
@@ -315,7 +328,12 @@ std::string DayPageWriter::page() {
 
 std::optional<std::string> dayPage(const RecordedDay& recorded) {
   if (recorded.day.samples.empty()) return std::nullopt;
-  return DayPageWriter(recorded).page();
+  std::string page = DayPageWriter(recorded, 1).page();
+  for (double coarseness = 2; page.size() > kMostBytes && coarseness <= kCoarsest;
+       coarseness *= 2) {
+    page = DayPageWriter(recorded, coarseness).page();
+  }
+  return page;
 }
 
 void writeDayPage(const std::string& path, const RecordedDay& recorded) {

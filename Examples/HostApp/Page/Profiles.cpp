@@ -42,11 +42,12 @@ struct Profiles::Plot {
   }
 };
 
-Profiles::Profiles(const Day& day, FigureTexts& figures)
+Profiles::Profiles(const Day& day, FigureTexts& figures, double coarseness)
     : day_(day),
       figures_(figures),
-      hasHeartRates_(std::ranges::any_of(
-          day.samples, [](const DaySample& each) { return each.heartRate > 0; })) {}
+      hasHeartRates_(std::ranges::any_of(day.samples,
+                                         [](const DaySample& each) { return each.heartRate > 0; })),
+      tolerance_(coarseness * kTolerance) {}
 
 double Profiles::position(ProfileAxis axis, std::size_t sample) const {
   const DaySample& each = day_.samples[sample];
@@ -113,7 +114,7 @@ std::string Profiles::plotHTML(const Plot& plot, ProfileAxis axis) const {
   std::string line, area;
   for (const auto& each : lines) {
     if (each.empty()) continue;
-    const auto kept = simplified(each, kTolerance);
+    const auto kept = simplified(each, tolerance_);
     const std::string data = pathData(kept);
     line += data;
     area += fmt::format("{}V{}H{}z", data, kHeight, coordinate(kept.front().x));

@@ -15,7 +15,8 @@ enum class ProfileAxis { time, distance };
 class Profiles {
  public:
   /// @param day With at least one sample; must outlive the profiles, as `figures` must.
-  Profiles(const Day& day, FigureTexts& figures);
+  /// @param coarseness How much further than usual a line may run beside its points, from 1 up.
+  Profiles(const Day& day, FigureTexts& figures, double coarseness = 1);
 
   /// The plots over one axis, one below the other, with their scales.
   [[nodiscard]] std::string html(ProfileAxis axis) const;
@@ -37,6 +38,7 @@ class Profiles {
   const Day& day_;
   FigureTexts& figures_;
   bool hasHeartRates_ = false;
+  double tolerance_;
 };
 
 }  // namespace ombrix::hostapp

@@ -64,8 +64,8 @@ double overlap(Point place, std::span<const Point> others) {
 
 }  // namespace
 
-TrackMap::TrackMap(const Day& day, FigureTexts& figures)
-    : day_(day), figures_(figures), places_(flat(day)) {
+TrackMap::TrackMap(const Day& day, FigureTexts& figures, double coarseness)
+    : day_(day), figures_(figures), places_(flat(day)), tolerance_(coarseness * kTolerance) {
   Frame frame;
   for (const Point& place : places_) frame.take(place);
   const double across = std::max(frame.east - frame.west, kLeastMeters);
@@ -106,7 +106,7 @@ std::string TrackMap::runElements(const DaySegment& segment) const {
     while (last + 1 < places.size() && classAt(last) == colour) ++last;
     const auto stretch = std::span(places).subspan(first, last - first + 1);
     elements += fmt::format("<path class=\"run s{}\" d=\"{}\"/>", colour,
-                            pathData(simplified(stretch, kTolerance)));
+                            pathData(simplified(stretch, tolerance_)));
     first = last;
   }
   return elements;
@@ -118,7 +118,7 @@ std::string TrackMap::elements() const {
     const DaySegment& segment = day_.segments[i];
     const auto line = [&](const char* name) {
       return fmt::format("<g data-segment=\"{}\"><path class=\"{}\" d=\"{}\"/></g>", i, name,
-                         pathData(simplified(placesOf(segment), kTolerance)));
+                         pathData(simplified(placesOf(segment), tolerance_)));
     };
     switch (segment.kind) {
       case SegmentKind::run:
@@ -172,7 +172,7 @@ std::string TrackMap::outline(const std::string& runColour, const std::string& l
   for (const DaySegment& segment : day_.segments) {
     if (segment.kind == SegmentKind::pause || segment.kind == SegmentKind::walk) continue;
     auto& lines = segment.kind == SegmentKind::run ? runs : lifts;
-    lines += pathData(simplified(placesOf(segment), 2 * kTolerance));
+    lines += pathData(simplified(placesOf(segment), 2 * tolerance_));
   }
   constexpr const char* kPath =
       "<path d=\"{}\" fill=\"none\" stroke=\"{}\" stroke-width=\"{}\" stroke-linecap=\"round\" "

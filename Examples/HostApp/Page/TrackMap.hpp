@@ -15,7 +15,8 @@ class TrackMap {
   static constexpr int kSpeedClasses = 7;
 
   /// @param day With at least one sample; must outlive the map, as `figures` must.
-  TrackMap(const Day& day, FigureTexts& figures);
+  /// @param coarseness How much further than usual a line may run beside its points, from 1 up.
+  TrackMap(const Day& day, FigureTexts& figures, double coarseness = 1);
 
   /// The drawing's width and height in units of its view box.
   [[nodiscard]] double width() const noexcept { return kWidth; }
@@ -52,6 +53,7 @@ class TrackMap {
   double height_ = 0;
   double unitsPerMeter_ = 1;
   double fastest_ = 1;
+  double tolerance_;
 };
 
 }  // namespace ombrix::hostapp

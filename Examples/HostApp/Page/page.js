@@ -15,7 +15,7 @@
   function show(index) {
     current = clamp(index);
     const said = [];
-    for (const cell of document.querySelectorAll('.readout dd')) {
+    for (const cell of document.querySelectorAll('.readout bdi')) {
       const column = data[cell.dataset.column];
       cell.textContent = column.texts[column.at[current]];
       if (cell.textContent) said.push(cell.textContent);

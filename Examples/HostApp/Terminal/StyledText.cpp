@@ -14,7 +14,14 @@ using Key = NSAttributedString::Key;
 
 int colourByte(double part) { return static_cast<int>(std::clamp(part, 0.0, 1.0) * 255 + 0.5); }
 
+/// The escape sequence of a colour, or of the nearest one in the cube of 216 that follows the 16
+/// of a terminal's own.
 std::string escape(const platform::UIColor& colour) {
+  if (!terminalTakesAllColours()) {
+    const auto step = [](double part) { return (colourByte(part) * 5 + 127) / 255; };
+    return fmt::format("\x1b[38;5;{}m",
+                       16 + 36 * step(colour.red) + 6 * step(colour.green) + step(colour.blue));
+  }
   return fmt::format("\x1b[38;2;{};{};{}m", colourByte(colour.red), colourByte(colour.green),
                      colourByte(colour.blue));
 }

@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "Examples/HostApp/Terminal/TextTable.hpp"
@@ -27,6 +28,11 @@ std::size_t columnsOfTerminal(int descriptor) {
   return columns > 0 ? std::min(columns, kMost) : kUsual;
 }
 
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string_view() : value;
+}
+
 }  // namespace
 
 bool standardOutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
@@ -34,8 +40,14 @@ bool standardOutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
 std::size_t columnsOfStandardOutput() { return columnsOfTerminal(STDOUT_FILENO); }
 
 bool standardOutputTakesStyle() {
-  const char* noColor = std::getenv("NO_COLOR");
-  return standardOutputIsTerminal() && (noColor == nullptr || *noColor == '\0');
+  const std::string_view terminal = variable("TERM");
+  return standardOutputIsTerminal() && variable("NO_COLOR").empty() && !terminal.empty() &&
+         terminal != "dumb";
+}
+
+bool terminalTakesAllColours() {
+  const std::string_view colours = variable("COLORTERM");
+  return colours == "truecolor" || colours == "24bit";
 }
 
 ProgressBar::ProgressBar(std::string label)

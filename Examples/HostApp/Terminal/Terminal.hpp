@@ -5,8 +5,12 @@
 
 namespace ombrix::hostapp {
 
-/// Whether styled text makes sense on standard output: a terminal, and `NO_COLOR` is not set.
+/// Whether styled text makes sense on standard output: a terminal that `TERM` does not call dumb,
+/// and `NO_COLOR` is not set.
 bool standardOutputTakesStyle();
+
+/// Whether `COLORTERM` says that the terminal shows every colour; others show 256.
+bool terminalTakesAllColours();
 
 /// Whether standard output is a terminal.
 bool standardOutputIsTerminal();
