@@ -48,8 +48,8 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 /// `kMostTrackPoints`, what could be read is returned, and `Track::fault` says what is wrong. A
 /// single bad byte costs no more than the point it is in, a lost line end of CSV the two beside it.
 /// (A CSV file that is cut between two rows cannot be told from a whole one.)
-/// @throws TrackFormatError for bytes that are not such a file, are larger than `kMostTrackBytes`, or
-///   are damaged so that no point can be read
+/// @throws TrackFormatError for bytes that are not such a file, are larger than `kMostTrackBytes`,
+///   or are damaged so that no point can be read
 [[nodiscard]] Track readTrack(platform::DataView bytes, TrackFormat format);
 
 /// Reads a CSV track from a stream block by block: no more than its fixes is held in memory.
