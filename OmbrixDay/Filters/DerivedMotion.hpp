@@ -6,16 +6,27 @@
 
 namespace ombrix {
 
-/// Gives speed and course to fixes of a recording that has none, from their neighbours.
+/// Puts a whole recording in order of time; files hold tracks in any order, newest first too.
 ///
-/// A fix without a valid speed does not count in statistics, so a track from a file that holds
-/// positions and times only would have no day at all. When any fix has a valid speed nothing is
-/// changed: there a missing speed is the receiver's word that it did not know. Fixes that are off
-/// the globe are passed over.
+/// Fixes of the same time stay in their order. Behind all others come fixes without a finite time,
+/// and a few at the beginning (fewer than 64 within ten minutes) that lie more than a day before
+/// the rest: there the device did not know the time.
 ///
-/// @param fixes In the order of recording. Each gets the distance to the fix before it over the
-///   time between (m/s) and the bearing from there; the first one takes the second one's. A fix
-///   whose time does not grow keeps what it has.
+/// @param fixes In any order.
+void sortByTime(std::span<CLLocation> fixes);
+
+/// Gives speed and course to fixes of a recording that lack them, from their neighbours.
+///
+/// A fix without a valid speed does not count in statistics, so what a file holds as positions and
+/// times only would be lost. A fix off the globe, or too inaccurate for statistics, is passed over.
+/// Speeds that are none are taken for missing: where over a kilometre and more all speeds together
+/// explain less than half of the way between places 20 s apart, or more than twice of it, as zeros
+/// and km/h do.
+///
+/// @param fixes In order of time. A fix between two with speeds gets what lies between these (m/s);
+///   others get the distance to the fix before over the time between, and the bearing from there.
+///   The first one, and one that is more than a minute behind the fix before and nearer to the
+///   next, take those to the next. A fix whose time does not grow keeps what it has.
 /// @return Whether speeds were derived.
 bool deriveMissingMotion(std::span<CLLocation> fixes);
 

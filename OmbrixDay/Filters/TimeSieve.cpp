@@ -5,8 +5,7 @@
 namespace ombrix::detail {
 namespace {
 
-constexpr double kCloseSeconds = 60;         // Or three times the usual step, if that is longer.
-constexpr double kLongestBreak = 24 * 3600;  // A longer one is a wrong time, until witnessed.
+constexpr double kCloseSeconds = 60;  // Or three times the usual step, if that is longer.
 
 double timeOf(const FedFix& fed) { return platform::timeIntervalSince1970(fed.fix.timestamp); }
 
@@ -35,6 +34,14 @@ void TimeSieve::dropWaiting() {
   waitingCount_ = 0;
 }
 
+bool TimeSieve::isWitnessed() const {
+  if (waitingCount_ < kWitnesses) return false;
+  const double first = timeOf(waiting_.front());
+  if (!hasPassed_ || first - last_ <= kLongestBreak) return true;
+  return waitingCount_ == kFarWitnesses ||
+         timeOf(waiting_[waitingCount_ - 1]) - first >= kFarSeconds;
+}
+
 std::span<const FedFix> TimeSieve::push(const FedFix& fed) {
   const double time = timeOf(fed);
   if (hasPassed_ && time <= last_) {
@@ -51,7 +58,7 @@ std::span<const FedFix> TimeSieve::push(const FedFix& fed) {
     if (time < first || time - latest > kLongestBreak) dropWaiting();
   }
   waiting_[waitingCount_++] = fed;
-  return waitingCount_ == kWitnesses ? passWaiting() : std::span<const FedFix>();
+  return isWitnessed() ? passWaiting() : std::span<const FedFix>();
 }
 
 std::span<const FedFix> TimeSieve::drain() {

@@ -20,10 +20,14 @@ struct FedFix {
 /// A fix that follows the one before closely passes at once. One that jumps ahead, and the first of
 /// all, waits until `kWitnesses` fixes follow each other behind the jump; those whose time the
 /// recording takes back before that are outliers. So neither a receiver that does not know the time
-/// yet nor a few wrong times in the middle cost any other fix.
+/// yet nor a few wrong times in the middle cost any other fix. Behind a jump of more than a day
+/// `kFarWitnesses` are asked for, or ten minutes.
 class TimeSieve {
  public:
   static constexpr std::size_t kWitnesses = 8;
+  static constexpr std::size_t kFarWitnesses = 64;
+  static constexpr double kFarSeconds = 600;
+  static constexpr double kLongestBreak = 24 * 3600;  ///< A longer one needs the far witnesses.
 
   explicit TimeSieve(FixCounts& counts) : counts_(counts) {}
 
@@ -37,9 +41,10 @@ class TimeSieve {
   std::span<const FedFix> passOne(const FedFix& fed);
   std::span<const FedFix> passWaiting();
   void dropWaiting();
+  [[nodiscard]] bool isWitnessed() const;
 
   FixCounts& counts_;
-  std::array<FedFix, kWitnesses> waiting_;  ///< Each later than the one before it.
+  std::array<FedFix, kFarWitnesses> waiting_;  ///< Each later than the one before it.
   std::size_t waitingCount_ = 0;
   bool hasPassed_ = false;
   double last_ = 0;  ///< Seconds since 1970 of the last one that passed,

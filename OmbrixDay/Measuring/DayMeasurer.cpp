@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <span>
 #include <utility>
 #include <vector>
@@ -19,12 +20,15 @@
 namespace ombrix {
 namespace {
 
-constexpr double kBreakSeconds = 600;   // A longer silence is a break of the recording.
-constexpr double kSpeedGapSeconds = 5;  // Speeds say nothing of the way over a longer time.
-constexpr double kTrustSeconds = 20;    // How often reported speeds are held against positions,
-constexpr double kTrustMemory = 0.9;    // how slowly that is forgotten,
-constexpr double kLeastTrust = 0.5;     // and the least share of the way they must explain.
-constexpr double kEndSeconds = 5;       // Altitudes around a stretch's end, to judge it by.
+constexpr double kBreakSeconds = 600;  // A longer silence is a break of the recording.
+constexpr double kTrustSeconds = 20;   // How often reported speeds are held against positions,
+constexpr double kTrustMemory = 0.9;   // how slowly that is forgotten,
+constexpr double kLeastTrust = 0.5;    // the least share of the way they must explain,
+constexpr double kMostTrust = 2;       // the most they may,
+constexpr double kTrustMeters = 50;    // and what they may add to that.
+constexpr double kSettleSeconds = 60;  // Until then a step shows that the altitude was wrong.
+constexpr double kStepMeters = 1;      // More than rounding.
+constexpr double kEndSeconds = 5;      // Altitudes around a stretch's end, to judge it by.
 constexpr double kHeartRateAgeSeconds = 15;
 constexpr double kLeastHeartRate = 20, kMostHeartRate = 260;
 
@@ -47,12 +51,15 @@ struct DayMeasurer::State {
   std::vector<DaySample> samples;
   std::vector<DaySegment> segments;
   std::array<int, detail::kKinds> numbers{};
-  DayTotals extremes;  ///< The lowest and the highest altitude only.
+  DayTotals extremes;        ///< The lowest and the highest altitude only,
+  DayTotals extremesBefore;  ///< and those when the recording began.
   std::optional<SegmentKind> current;
 
   // The stretch that is being decoded.
   bool isRecording = false;
   double ticksBegin = 0;
+  std::size_t recordingSample = 0;
+  double lastStep = 0;  // What the sieve took off the last altitude.
   std::size_t decidedTicks = 0;
   std::size_t firstTick = 0;
   std::size_t firstSample = 0;
@@ -83,6 +90,8 @@ struct DayMeasurer::State {
   void take(const CLLocation& fix, double heartRate);
   void sift(std::span<const detail::FedFix> fixes);
   void accept(const detail::CleanFix& fix);
+  void settleAltitudes(const detail::CleanFix& fix);
+  void dropAnchor(const detail::CleanFix& fix);
   double wayTo(const detail::CleanFix& fix);
   void decodeMotions();
   void endRecording();
@@ -114,6 +123,13 @@ void DayMeasurer::State::sift(std::span<const detail::FedFix> fixes) {
   }
 }
 
+void DayMeasurer::State::dropAnchor(const detail::CleanFix& fix) {
+  speedSinceAnchor = 0;
+  anchorTime = fix.time;
+  anchorEast = fix.east;
+  anchorNorth = fix.north;
+}
+
 /// Metres from the last sample to the next one. The receiver's own speed tells more of the way
 /// than positions a second apart, whose noise adds up; unless it is no speed at all.
 double DayMeasurer::State::wayTo(const detail::CleanFix& fix) {
@@ -121,18 +137,30 @@ double DayMeasurer::State::wayTo(const detail::CleanFix& fix) {
   const double dt = fix.time - platform::timeIntervalSince1970(last.time);
   const double bySpeed = (lastSpeed + fix.speed) / 2 * dt;
   speedSinceAnchor += bySpeed;
-  if (fix.time - anchorTime >= kTrustSeconds) {
+  if (dt > detail::kSpeedGapSeconds) {
+    dropAnchor(fix);
+  } else if (fix.time - anchorTime >= kTrustSeconds) {
     wayBySpeed = kTrustMemory * wayBySpeed + speedSinceAnchor;
     wayByPlace = kTrustMemory * wayByPlace +
                  CLLocation::speedOfComponents(fix.east - anchorEast, fix.north - anchorNorth);
-    speedSinceAnchor = 0;
-    anchorTime = fix.time;
-    anchorEast = fix.east;
-    anchorNorth = fix.north;
+    dropAnchor(fix);
   }
-  if (dt <= kSpeedGapSeconds && wayBySpeed >= kLeastTrust * wayByPlace) return bySpeed;
+  const bool isTrusted = wayBySpeed >= kLeastTrust * wayByPlace &&
+                         wayBySpeed <= kMostTrust * wayByPlace + kTrustMeters;
+  if (dt <= detail::kSpeedGapSeconds && isTrusted) return bySpeed;
   return platform::geodesicDistance({last.coordinate.latitude, last.coordinate.longitude},
                                     {fix.latitude, fix.longitude});
+}
+
+/// A device that has just begun may not know its altitude yet: where that steps, what was recorded
+/// before was wrong.
+void DayMeasurer::State::settleAltitudes(const detail::CleanFix& fix) {
+  const double step = fix.recordedAltitude - fix.altitude;
+  if (std::abs(step - lastStep) < kStepMeters) return;
+  for (std::size_t i = recordingSample; i < samples.size(); ++i) {
+    samples[i].altitude = samples[i].steadyAltitude + step;
+  }
+  extremes = extremesBefore;
 }
 
 void DayMeasurer::State::accept(const detail::CleanFix& fix) {
@@ -154,9 +182,11 @@ void DayMeasurer::State::accept(const detail::CleanFix& fix) {
       add(pause);
     } else {
       distance += wayTo(fix);
+      if (fix.time - ticksBegin < kSettleSeconds) settleAltitudes(fix);
     }
   }
   lastSpeed = fix.speed;
+  lastStep = fix.recordedAltitude - fix.altitude;
   samples.push_back({.time = platform::dateSince1970(fix.time),
                      .coordinate = {fix.latitude, fix.longitude},
                      .altitude = fix.recordedAltitude,
@@ -164,6 +194,7 @@ void DayMeasurer::State::accept(const detail::CleanFix& fix) {
                      .speed = fix.steadySpeed,
                      .heartRate = fix.heartRate,
                      .distance = distance});
+  if (!isRecording) extremesBefore = extremes;
   if (fix.knowsAltitude) {
     const double altitude = fix.recordedAltitude;
     extremes.minAltitude = std::min(extremes.minAltitude.value_or(altitude), altitude);
@@ -172,10 +203,9 @@ void DayMeasurer::State::accept(const detail::CleanFix& fix) {
   if (!isRecording) {
     isRecording = true;
     ticks.restart(fix.time);
-    ticksBegin = anchorTime = fix.time;
-    anchorEast = fix.east;
-    anchorNorth = fix.north;
-    speedSinceAnchor = 0;
+    ticksBegin = fix.time;
+    recordingSample = samples.size() - 1;
+    dropAnchor(fix);
     decidedTicks = firstTick = 0;
     firstSample = samples.size() - 1;
   }

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <numbers>
 
+#include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
 #include "OmbrixDay/Measuring/Detail/VerticalMeter.hpp"
 
 namespace ombrix::detail {
@@ -17,8 +18,10 @@ constexpr double kRestSeconds = 300;  // Of a long pause only so much counts for
 constexpr double kEdgeSeconds = 6;    // A pause's ends may belong to its neighbours.
 constexpr std::size_t kLeastRestSamples = 8;
 constexpr std::size_t kLeastNoiseSamples = 30;
-constexpr double kCrestSeconds = 15;  // How far a crest may lie from a boundary.
-constexpr double kSmoothSeconds = 5;  // To either side, of altitudes.
+constexpr double kCrestSeconds = 15;   // How far a crest may lie from a boundary.
+constexpr double kSmoothSeconds = 5;   // To either side, of altitudes.
+constexpr std::size_t kEvenReach = 5;  // Samples to either side, of a lift's greatest speed,
+constexpr double kEvenSeconds = 8;     // and seconds.
 
 double secondsOf(const DaySample& sample) { return platform::timeIntervalSince1970(sample.time); }
 
@@ -40,6 +43,38 @@ std::optional<double> restAltitude(std::span<const DaySample> samples, const Str
   if (countAtRest >= kLeastRestSamples) return sumAtRest / static_cast<double>(countAtRest);
   if (count >= kLeastRestSamples) return sum / static_cast<double>(count);
   return std::nullopt;
+}
+
+/// Metres since the day's beginning at a time. `after` is the first sample then or later.
+double distanceAt(std::span<const DaySample> samples, std::size_t after, double time) {
+  if (after >= samples.size()) return samples.back().distance;
+  const double end = secondsOf(samples[after]);
+  if (after == 0 || end <= time) return samples[after].distance;
+  const DaySample& before = samples[after - 1];
+  const double begin = secondsOf(before);
+  const double part = std::clamp((time - begin) / (end - begin), 0.0, 1.0);
+  return before.distance + part * (samples[after].distance - before.distance);
+}
+
+/// The seconds between two samples in a row that lie in a stretch, or 0 if one was at rest.
+double movingSeconds(const DaySample& from, const DaySample& to, const Stretch& stretch) {
+  const double begin = secondsOf(from), end = secondsOf(to);
+  const bool isGap = end - begin > kSpeedGapSeconds;
+  const double speed = isGap ? (to.distance - from.distance) / (end - begin) : from.speed;
+  if (speed < kRestMetersPerSecond) return 0;
+  return std::max(0.0, std::min(end, stretch.end) - std::max(begin, stretch.begin));
+}
+
+/// The median of the speeds around a sample of a stretch: lifts run evenly.
+double evenSpeed(std::span<const DaySample> samples, const Stretch& stretch, std::size_t index) {
+  SmallMedian<2 * kEvenReach + 1> speeds;
+  const double time = secondsOf(samples[index]);
+  const std::size_t from = std::max(stretch.firstSample, index - std::min(index, kEvenReach));
+  const std::size_t to = std::min(stretch.endSample, index + kEvenReach + 1);
+  for (std::size_t i = from; i < to; ++i) {
+    if (std::abs(secondsOf(samples[i]) - time) <= kEvenSeconds) speeds.add(samples[i].speed);
+  }
+  return speeds.median();
 }
 
 }  // namespace
@@ -129,6 +164,10 @@ DaySegment measured(const Stretch& stretch, double beginAltitude, double endAlti
   const bool isPause = stretch.kind == SegmentKind::pause;
   VerticalMeter meter(beginAltitude, turnaround);
   double smoothSum = 0, heartSum = 0;
+  if (stretch.firstSample > 0 && stretch.firstSample < samples.size()) {
+    figures.movingSeconds +=
+        movingSeconds(samples[stretch.firstSample - 1], samples[stretch.firstSample], stretch);
+  }
   std::size_t from = stretch.firstSample, to = stretch.firstSample;
   for (std::size_t i = stretch.firstSample; i < stretch.endSample; ++i) {
     const DaySample& sample = samples[i];
@@ -139,13 +178,17 @@ DaySegment measured(const Stretch& stretch, double beginAltitude, double endAlti
     while (secondsOf(samples[from]) < time - kSmoothSeconds) {
       smoothSum -= samples[from++].steadyAltitude;
     }
-    const bool moves = sample.speed >= kRestMetersPerSecond;
-    if (moves && !isPause) meter.push(smoothSum / static_cast<double>(to - from));
-    if (moves && i + 1 < samples.size()) {
-      figures.movingSeconds +=
-          std::max(0.0, std::min(secondsOf(samples[i + 1]), stretch.end) - time);
+    if (sample.speed >= kRestMetersPerSecond && !isPause) {
+      meter.push(smoothSum / static_cast<double>(to - from));
     }
-    figures.maxSpeedMetersPerSecond = std::max(figures.maxSpeedMetersPerSecond, sample.speed);
+    if (i + 1 < samples.size()) {
+      figures.movingSeconds += movingSeconds(sample, samples[i + 1], stretch);
+    }
+    if (sample.speed > figures.maxSpeedMetersPerSecond) {
+      const bool isLift = stretch.kind == SegmentKind::lift;
+      const double speed = isLift ? evenSpeed(samples, stretch, i) : sample.speed;
+      figures.maxSpeedMetersPerSecond = std::max(figures.maxSpeedMetersPerSecond, speed);
+    }
     if (sample.heartRate > 0) {
       heartSum += sample.heartRate;
       ++figures.heartRates;
@@ -162,15 +205,18 @@ DaySegment measured(const Stretch& stretch, double beginAltitude, double endAlti
   meter.finish(endAltitude);
   figures.ascentMeters = meter.ascent();
   figures.descentMeters = meter.descent();
-  if (stretch.endSample > stretch.firstSample) {
-    const std::size_t last = std::min(stretch.endSample, samples.size() - 1);
-    figures.distanceMeters = samples[last].distance - samples[stretch.firstSample].distance;
-  }
-  if (figures.movingSeconds > 0) {
-    figures.averageSpeedMetersPerSecond = figures.distanceMeters / figures.movingSeconds;
-    // The way may come from places, the speeds from their medians.
+  figures.distanceMeters = distanceAt(samples, stretch.endSample, stretch.end) -
+                           distanceAt(samples, stretch.firstSample, stretch.begin);
+  if (figures.movingSeconds > 0 && figures.seconds > 0) {
+    // The way may come from places, the speeds from their medians. At the greatest speed the way
+    // takes at least so long; only if the whole time is too short for it, it was faster.
     figures.maxSpeedMetersPerSecond =
-        std::max(figures.maxSpeedMetersPerSecond, figures.averageSpeedMetersPerSecond);
+        std::max(figures.maxSpeedMetersPerSecond, figures.distanceMeters / figures.seconds);
+    if (figures.maxSpeedMetersPerSecond > 0) {
+      figures.movingSeconds =
+          std::max(figures.movingSeconds, figures.distanceMeters / figures.maxSpeedMetersPerSecond);
+    }
+    figures.averageSpeedMetersPerSecond = figures.distanceMeters / figures.movingSeconds;
   }
   if (figures.distanceMeters > 0) {
     segment.slopeDegrees =

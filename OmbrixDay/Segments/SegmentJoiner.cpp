@@ -8,6 +8,8 @@ namespace {
 constexpr double kLeastRunDropMeters = 25;
 constexpr double kLeastLiftRiseMeters = 15;
 constexpr double kLeastLiftSlope = 0.04;
+constexpr double kLeastLiftSeconds = 30;       // Unless it is a part of another.
+constexpr double kShortLiftSeconds = 60;       // Too short to point anywhere.
 constexpr double kLeastPartMeters = 8;         // Of height, for a part of a ride,
 constexpr double kLeastPartWayMeters = 90;     // and of way.
 constexpr double kMostHaltSeconds = 300;       // Between two parts of one run or lift.
@@ -34,14 +36,31 @@ SegmentKind checkedKind(const Stretch& stretch) {
   return stretch.kind;
 }
 
+/// What a stretch is when nothing joins it any more.
+SegmentKind finalKind(const Stretch& stretch) {
+  const SegmentKind kind = checkedKind(stretch);
+  const bool isShort = stretch.end - stretch.begin < kLeastLiftSeconds;
+  return kind == SegmentKind::lift && isShort ? SegmentKind::walk : kind;
+}
+
+/// The end, or the beginning, of a lift that looked like something else in between.
+bool isShortLift(const Stretch& stretch) {
+  return stretch.end - stretch.begin < kShortLiftSeconds &&
+         checkedKind(stretch) == SegmentKind::lift;
+}
+
 bool isPart(const Stretch& stretch) {
   return std::abs(stretch.endAltitude - stretch.beginAltitude) >= kLeastPartMeters &&
          stretch.endDistance - stretch.beginDistance >= kLeastPartWayMeters;
 }
 
 bool continues(const Stretch& before, const Stretch& after) {
-  if (!isPart(before) || !isPart(after)) return false;
   if (before.kind != after.kind || after.begin - before.end > kMostHaltSeconds) return false;
+  if (after.kind == SegmentKind::lift && (isShortLift(before) || isShortLift(after))) {
+    return checkedKind(before) == checkedKind(after) &&
+           after.beginAltitude > before.endAltitude - kLeastPartMeters;
+  }
+  if (!isPart(before) || !isPart(after)) return false;
   if (after.kind == SegmentKind::run) {
     return after.beginAltitude - before.endAltitude <= kMostClimbMeters;
   }
@@ -93,7 +112,7 @@ bool SegmentJoiner::joinsEarlier(const Stretch& stretch) {
     if (waiting_[i].isBreak) return false;
     if (!isRide(waiting_[i])) continue;
     if (!continues(waiting_[i], stretch)) {
-      if (checkedKind(waiting_[i]) == waiting_[i].kind) return false;
+      if (finalKind(waiting_[i]) == waiting_[i].kind) return false;
       continue;  // Too little to stand between two parts.
     }
     extend(waiting_[i], stretch);
@@ -135,7 +154,7 @@ void SegmentJoiner::finish(std::vector<Stretch>& final) { handOver(waiting_.size
 
 void SegmentJoiner::handOver(std::size_t count, std::vector<Stretch>& final) {
   for (std::size_t i = 0; i < count; ++i) {
-    waiting_[i].kind = checkedKind(waiting_[i]);
+    waiting_[i].kind = finalKind(waiting_[i]);
     final.push_back(waiting_[i]);
   }
   waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(count));

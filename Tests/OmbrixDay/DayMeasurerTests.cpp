@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -26,7 +28,7 @@ std::vector<DaySegment> ridesOf(const Day& day) {
   return rides;
 }
 
-void expectTruth(const MadeUpDay& truth, const Day& day, double share) {
+void expectTruth(const MadeUpDay& truth, const Day& day, double share, double speedShare = 0.02) {
   const auto rides = ridesOf(day);
   ASSERT_EQ(rides.size(), truth.rides.size());
   for (std::size_t i = 0; i < rides.size(); ++i) {
@@ -37,7 +39,7 @@ void expectTruth(const MadeUpDay& truth, const Day& day, double share) {
   }
   EXPECT_NEAR(day.totals.all.ascentMeters, truth.ascent, share * truth.ascent);
   EXPECT_NEAR(day.totals.all.descentMeters, truth.descent, share * truth.descent);
-  EXPECT_NEAR(day.totals.run.maxSpeedMetersPerSecond, truth.topSpeed, 0.02 * truth.topSpeed);
+  EXPECT_NEAR(day.totals.run.maxSpeedMetersPerSecond, truth.topSpeed, speedShare * truth.topSpeed);
 }
 
 struct Hill {
@@ -333,21 +335,157 @@ TEST(DayMeasurerTests, TinyRecordings) {
   }
 }
 
+Day wholeDay(std::vector<CLLocation> fixes) {
+  sortByTime(fixes);
+  deriveMissingMotion(fixes);
+  return measureDay(fixes);
+}
+
+// Catches what files of other programs do to the times and speeds of a day: any order, missing
+// speeds, and speeds that are none.
+TEST(DayMeasurerTests, FilesMayLackOrderAndSpeeds) {
+  struct Case {
+    const char* name;
+    void (*spoil)(std::vector<CLLocation>&);
+  };
+  const Case cases[] = {
+      {"newest first", [](auto& fixes) { std::ranges::reverse(fixes); }},
+      {"two tracks swapped", [](auto& fixes) { std::ranges::rotate(fixes, fixes.begin() + 2000); }},
+      {"a clock of another century",
+       [](auto& fixes) {
+         for (std::size_t i = 900; i < 908; ++i) {
+           fixes.insert(fixes.begin() + 1800, fixes[i]);
+           fixes[1800].timestamp += platform::TimeInterval(2.4e9 + static_cast<double>(i));
+           fixes.insert(fixes.begin() + 1800, fixes[i]);
+           fixes[1800].timestamp = dateSince1970(static_cast<double>(i));
+         }
+       }},
+      {"no speed for a while",
+       [](auto& fixes) {
+         for (std::size_t i = 900; i < 2200; ++i) fixes[i].speed = -1;
+       }},
+      {"a speed now and then",
+       [](auto& fixes) {
+         for (std::size_t i = 0; i < fixes.size(); ++i) {
+           if (i % 50 != 7) fixes[i].speed = -1;
+         }
+       }},
+      {"km/h",
+       [](auto& fixes) {
+         for (CLLocation& fix : fixes) fix.speed *= 3.6;
+       }},
+      {"cm/s",
+       [](auto& fixes) {
+         for (CLLocation& fix : fixes) fix.speed *= 100;
+       }},
+      {"zeros",
+       [](auto& fixes) {
+         for (CLLocation& fix : fixes) fix.speed = 0;
+       }},
+  };
+  const MadeUpDay truth = makeUpDay({.seed = 6, .rides = 4, .positionNoise = 1});
+  const Day whole = wholeDay(truth.fixes);
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    auto fixes = truth.fixes;
+    c.spoil(fixes);
+    const Day day = wholeDay(fixes);
+    EXPECT_EQ(day.counts.used, whole.counts.used);
+    EXPECT_NEAR(day.totals.all.distanceMeters, whole.totals.all.distanceMeters,
+                0.06 * whole.totals.all.distanceMeters);
+    EXPECT_NEAR(day.totals.all.movingSeconds, whole.totals.all.movingSeconds,
+                0.1 * whole.totals.all.movingSeconds);
+    EXPECT_EQ(day.totals.all.seconds, whole.totals.all.seconds);
+    expectTruth(truth, day, 0.02, 0.15);
+  }
+}
+
+// Catches speeds that come of a way whose time is not counted.
+TEST(DayMeasurerTests, AGapMakesNoSpeed) {
+  const MadeUpDay truth = makeUpDay({.seed = 7, .rides = 2});
+  const auto expectNoSpeed = [&truth](const std::vector<CLLocation>& fixes) {
+    const Day day = measureDay(fixes);
+    EXPECT_LE(day.totals.all.maxSpeedMetersPerSecond, 1.03 * truth.topSpeed);
+    for (const DaySegment& segment : day.segments) {
+      EXPECT_LE(segment.figures.movingSeconds, segment.figures.seconds + 1e-6);
+      EXPECT_LE(segment.figures.averageSpeedMetersPerSecond,
+                segment.figures.maxSpeedMetersPerSecond + 1e-9);
+    }
+  };
+  for (const int seconds : {30, 90, 200, 590}) {
+    for (std::size_t at = 0; at < truth.fixes.size(); at += 35) {
+      SCOPED_TRACE(::testing::Message() << "hole of " << seconds << " s at " << at);
+      std::vector<CLLocation> fixes;
+      for (std::size_t i = 0; i < truth.fixes.size(); ++i) {
+        if (i < at || i >= at + static_cast<std::size_t>(seconds)) fixes.push_back(truth.fixes[i]);
+      }
+      expectNoSpeed(fixes);
+    }
+  }
+  for (const std::size_t every : {5U, 20U, 60U, 90U, 300U}) {
+    SCOPED_TRACE(every);
+    std::vector<CLLocation> fixes;
+    for (std::size_t i = 0; i < truth.fixes.size(); i += every) fixes.push_back(truth.fixes[i]);
+    expectNoSpeed(fixes);
+  }
+}
+
+// Catches the altitudes of a device that has just begun among the heights of the day.
+TEST(DayMeasurerTests, TheFirstAltitudesMayBeWrong) {
+  for (const int first : {0, 1, 20}) {
+    SCOPED_TRACE(first);
+    std::vector<CLLocation> fixes;
+    for (int i = 0; i < 300; ++i) {
+      fixes.push_back(fixAt(i, 2.0 * i));
+      if (i >= first && i < first + 3) fixes.back().altitude += 86.4;
+    }
+    const Day day = measureDay(fixes);
+    EXPECT_NEAR(day.totals.maxAltitude.value_or(0), 1800, 1);
+    EXPECT_NEAR(day.totals.minAltitude.value_or(0), 1800, 1);
+    for (const DaySample& sample : day.samples) ASSERT_NEAR(sample.altitude, 1800, 1);
+  }
+}
+
+// Catches a lift that noise cuts into pieces, and rides of a few seconds.
+TEST(DayMeasurerTests, PiecesOfALiftAreOneLift) {
+  const auto expectLifts = [](std::initializer_list<std::array<double, 3>> legs,
+                              std::size_t lifts) {
+    std::vector<CLLocation> fixes;
+    double time = 0, east = 0, altitude = 1800;
+    for (const auto& [seconds, speed, slope] : legs) {
+      for (double i = 0; i < seconds; ++i) {
+        fixes.push_back(fixAt(time++, east += speed));
+        fixes.back().speed = speed;
+        fixes.back().altitude = altitude += speed * slope;
+      }
+    }
+    EXPECT_EQ(measureDay(fixes).totals.lifts, lifts);
+  };
+  expectLifts({{60, 0, 0}, {300, 4, 0.3}, {90, 1, 0.15}, {30, 6, 0.35}, {60, 0, 0}}, 1);
+  expectLifts({{60, 0, 0}, {30, 6, 0.35}, {90, 1, 0.15}, {300, 4, 0.3}, {60, 0, 0}}, 1);
+  expectLifts({{60, 0, 0}, {15, 6, 0.35}, {400, 0, 0}}, 0);
+}
+
 TEST(DerivedMotionTests, FillsInWhatAFileDoesNotHold) {
   std::vector<CLLocation> fixes;
   for (int i = 0; i < 4; ++i) {
     fixes.push_back(fixAt(i < 2 ? i : i - 1, 3.0 * i));
     fixes.back().speed = -1;
   }
-  auto known = fixes;
-  known[3].speed = 1;
-  EXPECT_FALSE(deriveMissingMotion(known)) << "the receiver did not know";
-  EXPECT_EQ(known[0].speed, -1);
   EXPECT_TRUE(deriveMissingMotion(fixes));
   EXPECT_NEAR(fixes[0].speed, 3, 0.05);
   EXPECT_NEAR(fixes[1].speed, 3, 0.05);
   EXPECT_NEAR(fixes[1].course, 90, 0.1);
   EXPECT_EQ(fixes[2].speed, -1) << "its time does not grow";
+
+  std::vector<CLLocation> lone = {fixAt(0), fixAt(1, 30), fixAt(2, 6)};
+  lone[1].speed = -1;
+  auto blurred = lone;
+  blurred[1].horizontalAccuracy = 65;
+  EXPECT_TRUE(deriveMissingMotion(lone));
+  EXPECT_EQ(lone[1].speed, 2) << "what its neighbours tell, not a jump of its place";
+  EXPECT_FALSE(deriveMissingMotion(blurred));
+  EXPECT_EQ(blurred[1].speed, -1);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "Examples/HostApp/Days/RecordedDay.hpp"
 
+#include <algorithm>
 #include <cmath>
 #include <utility>
 
@@ -70,6 +71,8 @@ double activeSeconds(const RecordedDay& recorded) {
 }  // namespace
 
 RecordedDay measured(Track track, std::string title, std::optional<double> weightKilograms) {
+  sortByTime(track.fixes);
+  std::ranges::stable_sort(track.heartRates, {}, &HeartRate::time);
   deriveMissingMotion(track.fixes);
   RecordedDay recorded{std::move(title), track.skipped, measureDay(track.fixes, track.heartRates),
                        std::nullopt, std::move(track.fault)};

@@ -7,6 +7,9 @@
 
 namespace ombrix::detail {
 
+/// Speeds say nothing of the way over a longer step, nor of whether one moved all the while.
+inline constexpr double kSpeedGapSeconds = 5;
+
 /// What the day has taught about the altimeter's noise, and with it the turnaround.
 class AltitudeNoise {
  public:
