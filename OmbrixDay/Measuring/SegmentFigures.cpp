@@ -21,7 +21,7 @@ constexpr std::size_t kLeastNoiseSamples = 30;
 constexpr double kCrestSeconds = 15;   // How far a crest may lie from a boundary.
 constexpr double kSmoothSeconds = 5;   // To either side, of altitudes.
 constexpr std::size_t kEvenReach = 5;  // Samples to either side, of a lift's greatest speed,
-constexpr double kEvenSeconds = 8;     // and seconds.
+constexpr double kEvenSeconds = 30;    // and seconds.
 
 double secondsOf(const DaySample& sample) { return platform::timeIntervalSince1970(sample.time); }
 

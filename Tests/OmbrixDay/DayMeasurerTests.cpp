@@ -219,6 +219,7 @@ TEST(DayMeasurerTests, WrongTimesCostNoOtherFix) {
       {"two in the middle", 100, 2, 1e8},
       {"seven in the middle", 100, 7, 86'400},
       {"seven, no clock", 100, 7, -1.7e9},
+      {"sixty, of another century", 100, 60, 2.4e9},
       {"the last one", 199, 1, 1e8},
   };
   for (const Case& c : cases) {
