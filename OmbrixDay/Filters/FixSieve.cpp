@@ -1,9 +1,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
 #include "OmbrixDay/Filters/FixSieve.hpp"
 #include "OmbrixDay/Filters/PlausibleFix.hpp"
+#include "OmbrixDay/Filters/SmallMedian.hpp"
 
 namespace ombrix::detail {
 namespace {

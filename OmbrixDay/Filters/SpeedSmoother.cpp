@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
+#include "OmbrixDay/Filters/SmallMedian.hpp"
 
 namespace ombrix::detail {
 namespace {

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numbers>
 
-#include "OmbrixDay/Filters/Detail/SmallMedian.hpp"
+#include "OmbrixDay/Filters/SmallMedian.hpp"
 #include "OmbrixDay/Measuring/Detail/VerticalMeter.hpp"
 
 namespace ombrix::detail {
