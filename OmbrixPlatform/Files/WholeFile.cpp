@@ -164,7 +164,7 @@ bool keepWritersOff(int descriptor) noexcept {
 /// Opens a file for writing; one that somebody keeps writers off, to remove it, when he is done.
 Descriptor openToWrite(const std::string& path, int flags) noexcept {
   constexpr std::chrono::milliseconds kPause{1};
-  constexpr int kMostPauses = 1000;
+  constexpr int kMostPauses = 10'000;  // ten seconds, as for a lock
   for (int pauses = 0;; ++pauses) {
     Descriptor file = detail::openFile(path, flags | O_RDWR);
     // What may not be read may be written all the same.
