@@ -192,14 +192,18 @@ TEST(URLSessionConnectionsTests, TheTestHostIsBothLoopbackAddresses) {
   for (const bool usesIPv6 : {false, true}) {
     TestServer::Options options;
     options.usesIPv6 = usesIPv6;
-    std::optional<TestServer> server;
-    try {
-      server.emplace(options);
-    } catch (const Error&) {
-      GTEST_SKIP() << "this machine has no ::1";
+    std::string summary;
+    // At the other address another test's server may listen on the same port: then once more.
+    for (int tries = 0; tries < 3 && summary != "200 ok"; ++tries) {
+      std::optional<TestServer> server;
+      try {
+        server.emplace(options);
+      } catch (const Error&) {
+        GTEST_SKIP() << "this machine has no ::1";
+      }
+      summary = fetch(*sessionWith({}), requestTo(server->url("/status/200?body=ok"))).summary();
     }
-    const auto request = requestTo(server->url("/status/200?body=ok"));
-    EXPECT_EQ(fetch(*sessionWith({}), request).summary(), "200 ok");
+    EXPECT_EQ(summary, "200 ok") << usesIPv6;
   }
 }
 
