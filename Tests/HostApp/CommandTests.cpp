@@ -11,9 +11,11 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "Examples/HostApp/Terminal/TextTable.hpp"
 #include "OmbrixTesting/Processes/SmallDisk.hpp"
@@ -691,6 +693,34 @@ TEST(CommandTests, HelpFitsTheTerminalAndTheShell) {
         " COMP_CWORD=$((${#COMP_WORDS[@]}-1)); _ombrix; printf \"%s \" $(printf \"%s\\n\""
         " \"${COMPREPLY[@]}\" | sort)'";
     EXPECT_EQ(run(folder, script).output, words) << typed;
+  }
+}
+
+// Catches help that is partly English because a language's table lacks a text, or has it under the
+// words of before.
+TEST(CommandTests, HelpIsWhollyInEachLanguage) {
+  const testing::ScopedDir folder;
+  const auto manual = [&](const std::string& locale) {
+    std::istringstream page(run(folder, "help --man", "LANGUAGE= LC_ALL=" + locale + " ").output);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(page, line);) lines.push_back(line);
+    return lines;
+  };
+  const std::set<std::string> sameByRight = {".SH DESCRIPTION", ".SH OPTIONS", ".SH SYNOPSIS",
+                                             "kilometers, miles, british; true, false"};
+  const auto english = manual("C");
+  ASSERT_GT(english.size(), 500U);
+  for (const char* locale : {"ca_ES", "de_DE", "es_ES", "fr_FR", "it_IT", "ja_JP", "pt_PT"}) {
+    const auto translated = manual(std::string(locale) + ".UTF-8");
+    ASSERT_EQ(translated.size(), english.size()) << locale;
+    std::set<std::string> lacking;
+    for (std::size_t i = 0; i < english.size(); ++i) {
+      const std::string& line = english[i];
+      // Names, and examples that are there to be copied, are the same in every language.
+      const bool isText = line.starts_with(".SH ") || line.find_first_of(".\\ ") != 0;
+      if (isText && translated[i] == line && !sameByRight.contains(line)) lacking.insert(line);
+    }
+    EXPECT_THAT(lacking, ::testing::IsEmpty()) << locale;
   }
 }
 

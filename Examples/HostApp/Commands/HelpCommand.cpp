@@ -56,9 +56,10 @@ void addCompletionCommand(CLI::App& app) {
       ->required()
       ->check(CLI::IsMember({"bash", "fish", "zsh"}));
   command->footer(
-      "Try it: source <(ombrix completion bash)\n"
+      "Try it; DIR is a folder of $fpath:\n"
+      "  source <(ombrix completion bash)\n"
       "  ombrix completion fish >~/.config/fish/completions/ombrix.fish\n"
-      "  ombrix completion zsh >DIR/_ombrix, where DIR is in $fpath");
+      "  ombrix completion zsh >DIR/_ombrix");
   command->callback([&app, shell] { fmt::print("{}", kShells.at(*shell)(commandTree(app))); });
 }
 

@@ -42,12 +42,23 @@ OptionHelp optionHelp(const CLI::Option& option) {
   return help;
 }
 
+/// The lines of a footer; those that are set in are examples, to be copied as they are.
+std::string footerText(const std::string& english) {
+  std::istringstream lines(english);
+  std::string footer;
+  for (std::string line; std::getline(lines, line);) {
+    if (!footer.empty()) footer += '\n';
+    footer += line.starts_with(' ') ? line : text(line);
+  }
+  return footer;
+}
+
 CommandHelp commandHelp(const CLI::App& app, const std::string& above) {
   CommandHelp help;
   help.name = app.get_name();
   help.path = above.empty() ? help.name : above + " " + help.name;
   help.description = text(app.get_description());
-  help.footer = text(app.get_footer());
+  help.footer = footerText(app.get_footer());
   for (const CLI::Option* option : app.get_options()) {
     auto& options = option->get_positional() ? help.arguments : help.options;
     options.push_back(optionHelp(*option));

@@ -88,17 +88,18 @@ std::string manPage(const CommandHelp& program, const std::string& version) {
   for (const auto& [name, meaning] : variables) {
     environment += entry("\\fB" + roffText(name) + "\\fR", meaning);
   }
-  return fmt::format(
-      ".TH OMBRIX 1 \"\" \"{}\"\n"
-      ".SH NAME\nombrix \\- {}\n"
-      ".SH SYNOPSIS\n\\fBombrix\\fR \\fICOMMAND\\fR [\\fIOPTIONS\\fR] ...\n"
-      ".SH DESCRIPTION\n{}\n"
-      ".SH OPTIONS\n{}{}"
-      ".SH COMMANDS\n{}"
-      ".SH ENVIRONMENT\n{}",
-      roffText(version), roffText(program.description), roffText(program.description),
-      entry("\\fB\\-h, \\-\\-help\\fR", text("Print this help and end")), optionEntries(program),
-      commandSections(program), environment);
+  const auto section = [](const char* english, const std::string& contents) {
+    return fmt::format(".SH {}\n{}", text(english), contents);
+  };
+  const std::string description = roffText(program.description) + "\n";
+  return fmt::format(".TH OMBRIX 1 \"\" \"{}\"\n", roffText(version)) +
+         section("NAME", "ombrix \\- " + description) +
+         section("SYNOPSIS", fmt::format("\\fBombrix\\fR \\fI{}\\fR [\\fI{}\\fR] ...\n",
+                                         text("COMMAND"), text("OPTIONS"))) +
+         section("DESCRIPTION", description) +
+         section("OPTIONS", entry("\\fB\\-h, \\-\\-help\\fR", text("Print this help and end")) +
+                                optionEntries(program)) +
+         section("COMMANDS", commandSections(program)) + section("ENVIRONMENT", environment);
 }
 
 }  // namespace ombrix::hostapp
