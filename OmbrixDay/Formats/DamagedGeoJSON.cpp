@@ -62,6 +62,7 @@ class List {
  public:
   std::vector<Item> items;  ///< Those that are missing are none.
   bool isWhole = true;
+  bool isEnded = false;                 ///< Whether the list's end follows its last item.
   std::size_t inFront = 0, behind = 0;  ///< Items before the first gap and since the last one.
 
   /// @param most How many may be missing, at most.
@@ -154,6 +155,7 @@ class Finder {
     }
     List<GeoJSONPosition>& places = parts_[places_].places;
     taken(places.add({numbers[0], numbers[1], numbers[2]}, beforePlace_, true, room()), at + 1);
+    places.isEnded = endsBehind(at_);
     beforePlace_ = {.isBoundary = false};
     beforeTime_.isBoundary = true;
     return true;
@@ -174,6 +176,7 @@ class Finder {
     List<double>& times = parts_.back().times;
     taken(times.add(platform::timeIntervalSince1970(*time), beforeTime_, false, room()),
           at_ + length + 2);
+    times.isEnded = endsBehind(at_);
     beforeTime_ = {.isBoundary = false};
     beforePlace_.isBoundary = true;
     return true;
@@ -216,6 +219,12 @@ class Finder {
 
   [[nodiscard]] std::size_t room() const { return kMostTrackPoints - found_; }
 
+  /// Whether a list ends behind an item.
+  [[nodiscard]] bool endsBehind(std::size_t at) const {
+    skipSpace(at);
+    return at < text_.size() && text_[at] == ']';
+  }
+
   void taken(std::size_t items, std::size_t next) {
     at_ = next;
     last_ = '\0';
@@ -227,12 +236,26 @@ class Finder {
   void join() {
     const auto places = std::ranges::count_if(parts_, [](auto& part) { return part.isPlaces; });
     const bool isOnlyLine = places == 1;
+    // A document has a line's times before its places throughout, or behind them.
+    const auto matches = [&](std::size_t step) {
+      std::size_t count = 0;
+      for (std::size_t i = 0; i < parts_.size(); ++i) {
+        const std::size_t beside = i + step;
+        count += !parts_[i].isPlaces && !parts_[i].times.items.empty() && beside < parts_.size() &&
+                 parts_[beside].isPlaces &&
+                 parts_[beside].places.items.size() == parts_[i].times.items.size();
+      }
+      return count;
+    };
+    constexpr std::size_t kBefore = static_cast<std::size_t>(-1);
+    const std::size_t side = matches(1) > matches(kBefore) ? 1 : kBefore;
     for (std::size_t i = 0; i < parts_.size(); ++i) {
       Part& properties = parts_[i];
       const List<double>& times = properties.times;
       if (properties.isPlaces || times.items.empty()) continue;
       Part* chosen = nullptr;
-      for (const std::size_t beside : {i - 1, i + 1}) {
+      for (const std::size_t step : {side, std::size_t{0} - side}) {
+        const std::size_t beside = i + step;
         if (beside >= parts_.size()) continue;
         Part& line = parts_[beside];
         if (!line.isPlaces || line.isUsed) continue;
@@ -244,7 +267,8 @@ class Finder {
         const bool areNear = std::max(count, other) - std::min(count, other) <= 2;
         const bool areWhole = times.isWhole && line.places.isWhole;
         const bool mayDiffer = isOnlyLine || areNear || !areWhole || i + 1 == parts_.size();
-        if (mayDiffer && chosen == nullptr) chosen = &line;
+        if (mayDiffer) chosen = &line;
+        break;  // Beyond it lie another line's.
       }
       if (chosen == nullptr) continue;
       chosen->isUsed = true;
@@ -260,10 +284,14 @@ class Finder {
     const std::size_t count = places.items.size(), timeCount = times.items.size();
     const std::size_t both = std::min(count, timeCount);
     std::size_t front = both, behind = 0;
-    if (count != timeCount && !(places.isWhole && times.isWhole)) {
+    if (count != timeCount) {
+      const bool areWhole = places.isWhole && times.isWhole;
+      const bool areEnded = places.isEnded && times.isEnded;
       front = std::min({both, places.isWhole ? count : places.inFront,
                         times.isWhole ? timeCount : times.inFront});
-      behind = std::min({both - front, places.behind, times.behind});
+      // Nobody knows which one is missing of lists without damage.
+      if (areWhole && areEnded) front = 0;
+      if (!areWhole && areEnded) behind = std::min({both - front, places.behind, times.behind});
     }
     const auto keepPoint = [&](std::size_t place, std::size_t time, std::size_t fromEnd) {
       std::array<double, kGeoJSONFigures> own;

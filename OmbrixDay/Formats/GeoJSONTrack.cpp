@@ -70,13 +70,17 @@ void readItems(JSONReader& json, double (*read)(JSONReader&), std::vector<double
                bool isInside = false) {
   if (!isInside) items.clear();
   if (json.peek() != '[') return json.skip();
-  bool mayBeCut = false;
+  bool mayBeCut = false, isFirst = true, isNested = false;
   try {
-    for (json.beginArray(); json.nextItem();) {
+    for (json.beginArray(); json.nextItem(); isFirst = false) {
       mayBeCut = false;
       const char first = json.peek();
-      if (first == '[' && !isInside) {
+      if (isFirst) isNested = first == '[' && !isInside;
+      if (first == '[' && isNested) {
         readItems(json, read, items, true);
+      } else if (first == '[') {
+        add(items, kNone);
+        json.skip();
       } else {
         add(items, read(json));
         mayBeCut = first != '[' && first != '"';
@@ -214,11 +218,18 @@ class DocumentReader {
       track_.skipped += line.positions->size();
       return;
     }
+    if (times->size() != line.positions->size()) {
+      // Which one is missing nobody knows: a wrong time is worse than none.
+      missing_ = "a line has not as many times as places";
+      track_.skipped += line.positions->size();
+      return;
+    }
     if (track_.name.empty()) track_.name = line.name;
     for (std::size_t i = 0; i < line.positions->size(); ++i) {
       std::array<double, kGeoJSONFigures> figures;
       for (std::size_t each = 0; each < figures.size(); ++each) {
-        figures[each] = i < line.figures[each].size() ? line.figures[each][i] : kNone;
+        const auto& all = line.figures[each];
+        figures[each] = all.size() == times->size() ? all[i] : kNone;
       }
       keep(track_, (*line.positions)[i], i < times->size() ? (*times)[i] : kNone, figures);
     }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/InsideScope.hpp"
@@ -84,10 +85,9 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 
   void run() {
     const detail::InsideScope scope(this);
+    const detail::Turn turn(priority);
     for (unsigned count = 0; count < kJobsPerTurn; ++count) {
-      if (count > 0 && kind == Kind::serial && ThreadPool::shared().hasMoreUrgentThan(priority)) {
-        break;
-      }
+      if (count > 0 && kind == Kind::serial && turn.isOver()) break;
       Job job;
       {
         const std::lock_guard lock(mutex);

@@ -392,10 +392,11 @@ void NSOperationQueue::addOperation(std::function<void()> block) {
   class BlockOperation final : public NSOperation {
    public:
     explicit BlockOperation(std::function<void()> work) : work_(std::move(work)) {}
-    void main() override { work_(); }
+    // What the block holds goes before the end is announced, and before what comes next.
+    void main() override { std::exchange(work_, nullptr)(); }
 
    private:
-    const std::function<void()> work_;
+    std::function<void()> work_;
   };
   addOperation(std::make_shared<BlockOperation>(std::move(block)));
 }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
@@ -36,8 +37,9 @@ struct Serial::State : std::enable_shared_from_this<State> {
   }
 
   void drain() {
+    const detail::Turn turn(DispatchPriority::normal);
     for (unsigned count = 0; count < kJobsPerTurn; ++count) {
-      if (count > 0 && ThreadPool::shared().hasMoreUrgentThan(DispatchPriority::normal)) break;
+      if (count > 0 && turn.isOver()) break;
       Job job;
       std::shared_ptr<State> released;
       {

@@ -190,6 +190,7 @@ TEST(CommandTests, NoRecordingIsWrittenOver) {
   const std::pair<const char*, const char*> refused[] = {
       {"convert a.gpx b.gpx", "b.gpx is a recording"},
       {"convert a.csv hr.csv", "hr.csv is a recording"},
+      {"convert a.gpx hr.csv", "hr.csv is a recording"},
       {"convert a.gpx b.csv --to gpx", "b.csv is a recording"},
       {"convert part.csv a.gpx", "a.gpx is a recording"},
       {"convert torn.csv a.gpx", "torn.csv could not be read whole: it is cut off; a.gpx is not"},
@@ -347,7 +348,7 @@ TEST(CommandTests, JoinsHeartRatesToTheDay) {
   EXPECT_THAT(json.output,
               AllOf(HasSubstr(R"("heartRate":{"samples":2,"averageBeatsPerMinute":120,)"
                               R"("maxBeatsPerMinute":140})"),
-                    HasSubstr(R"("kilocalories":485.2)"), HasSubstr("hr.csv: 1 lines")));
+                    HasSubstr(R"("kilocalories":485.2)"), HasSubstr("hr.csv: 2 rows")));
   const Outcome text = run(folder, "day day.csv --hr hr.csv --weight 70");
   EXPECT_THAT(text.output,
               AllOf(HasSubstr("120 BPM"), HasSubstr("140 BPM"), HasSubstr("485 KCAL")));
@@ -413,6 +414,7 @@ TEST(CommandTests, WritesAndChecksGeometries) {
 // Catches days that are forgotten with the process, kept twice, or listed oldest first.
 TEST(CommandTests, RemembersTheLastDays) {
   const testing::ScopedDir folder;
+  fs::remove_all(std::getenv("XDG_DATA_HOME"));
   const auto write = [&](const char* name, int start) {
     std::string rows;
     for (int i = 0; i < 100; ++i) {

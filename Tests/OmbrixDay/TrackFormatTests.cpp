@@ -1,3 +1,4 @@
+#include <fmt/format.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -308,6 +309,42 @@ TEST(TrackFormats, aBadByteCostsNoOtherPoint) {
 }
 
 // Catches damage that goes unsaid, a document of another encoding that loses it behind a fault, and
+// Catches fixes that get another fix's time, where a block of a file is lost or a time is missing.
+TEST(TrackFormats, lostBlocksMisplaceNoFix) {
+  std::string document = R"({"type":"FeatureCollection","features":[)";
+  for (int line = 0, point = 0; line < 3; ++line) {
+    std::string places, times;
+    for (int i = 0; i < 40 + line % 2; ++i, ++point) {
+      places += fmt::format("{}[7.{:04},46.{:04}]", i > 0 ? "," : "", point, point);
+      times +=
+          fmt::format("{}\"2024-02-11T09:{:02}:{:02}Z\"", i > 0 ? "," : "", point / 60, point % 60);
+    }
+    document +=
+        fmt::format(R"({}{{"type":"Feature","geometry":{{"type":"LineString","coordinates":[{}]}},)"
+                    R"("properties":{{"coordTimes":[{}]}}}})",
+                    line > 0 ? "," : "", places, times);
+  }
+  document += "]}";
+  const Track all = read(document, TrackFormat::geoJSON);
+  ASSERT_EQ(all.fixes.size(), 121u);
+  constexpr std::size_t kBlock = 512;
+  for (std::size_t at = 0; at < document.size(); at += kBlock) {
+    std::string bytes = document;
+    for (std::size_t i = at; i < std::min(at + kBlock, bytes.size()); ++i) bytes[i] = '\0';
+    try {
+      for (const CLLocation& fix : read(bytes, TrackFormat::geoJSON).fixes) {
+        ASSERT_TRUE(isAmong(fix, all)) << at;
+      }
+    } catch (const TrackFormatError&) {
+      // Nothing is left of a line whose lists both have lost an end.
+    }
+  }
+  document.erase(document.find("\"2024-02-11T09:00:20Z\","), 23);
+  EXPECT_EQ(faultOf(document, TrackFormat::geoJSON), "");
+  EXPECT_EQ(read(document, TrackFormat::geoJSON).fixes.size(), 81u);
+  EXPECT_EQ(read(document, TrackFormat::geoJSON).skipped, 40u);
+}
+
 // a cut that costs more than what stands behind it.
 TEST(TrackFormats, damageIsTold) {
   struct Case {

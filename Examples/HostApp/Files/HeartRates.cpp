@@ -11,6 +11,8 @@
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "OmbrixCore/Data/HRCSVParser.hpp"
+#include "OmbrixPlatform/Csv/CSVReader.hpp"
+#include "OmbrixPlatform/Csv/NumberText.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
 #include "OmbrixPlatform/Health/HKQuantitySample.hpp"
 
@@ -37,36 +39,35 @@ std::string contentsOf(const std::string& path) {
   }
 }
 
-/// Takes out the lines that hold a single field: the parser stops the program at them.
-/// @return how many there were
-std::size_t removeShortLines(std::string& csv) {
-  std::string kept;
-  std::size_t removed = 0;
-  for (std::size_t begin = 0; begin < csv.size();) {
-    const std::size_t end = std::min(csv.find_first_of("\r\n", begin), csv.size() - 1) + 1;
-    const auto line = std::string_view(csv).substr(begin, end - begin);
-    if (line.contains(',')) {
-      kept += line;
-    } else if (line.find_first_not_of("\r\n") != line.npos) {
-      ++removed;
+/// The rows that hold two numbers, as the parser wants them: it stops the program at a row of one
+/// field.
+/// @param[out] left How many rows hold none.
+std::string wholeRows(std::string_view csv, std::size_t& left) {
+  std::string rows;
+  platform::CSVReader reader(csv, {.keptFields = 2});
+  while (const auto row = reader.next()) {
+    const bool isWhole = row->size() >= 2 && platform::doubleFromText((*row)[0]) &&
+                         platform::doubleFromText((*row)[1]);
+    if (isWhole) {
+      rows += fmt::format("{},{}\n", (*row)[0], (*row)[1]);
+    } else {
+      ++left;
     }
-    begin = end;
   }
-  csv = std::move(kept);
-  return removed;
+  return rows;
 }
 
 }  // namespace
 
 std::vector<HeartRate> readHeartRates(const std::string& path) {
-  std::string csv = contentsOf(path);
-  const std::size_t removed = removeShortLines(csv);
-  const auto samples = HRCSVParser().parse(std::string_view(csv));
+  std::size_t left = 0;
+  const std::string rows = wholeRows(contentsOf(path), left);
+  const auto samples = HRCSVParser().parse(std::string_view(rows));
   if (!samples || samples->empty()) {
     throw CommandFailure(fmt::format("there is no heart rate in {}", path));
   }
-  if (removed > 0) {
-    fmt::print(stderr, "ombrix: warning: {}: {} lines are no heart rates\n", path, removed);
+  if (left > 0) {
+    fmt::print(stderr, "ombrix: warning: {}: {} rows are no heart rates\n", path, left);
   }
   const auto beatsPerMinute = *platform::HKUnit::fromString("count/min");
   std::vector<HeartRate> rates;

@@ -12,6 +12,7 @@
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixPlatform/Csv/CSVReader.hpp"
 #include "OmbrixPlatform/Csv/NumberText.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
@@ -45,44 +46,63 @@ struct Contents {
   Extent fixes, heartRates;
 };
 
-Contents contentsOf(const Track& track) {
+/// What a file of a format holds of a track: CSV fixes or, without any, heart rates; the others the
+/// fixes on the globe.
+Contents contentsIn(std::optional<TrackFormat> format, const Track& track) {
   Contents contents;
+  const bool isCSV = format == TrackFormat::csv;
   for (const CLLocation& fix : track.fixes) {
-    contents.fixes.add(platform::timeIntervalSince1970(fix.timestamp));
+    if (isCSV || isOnGlobe(fix)) {
+      contents.fixes.add(platform::timeIntervalSince1970(fix.timestamp));
+    }
   }
+  if (isCSV && !track.fixes.empty()) return contents;
   for (const HeartRate& rate : track.heartRates) {
     contents.heartRates.add(platform::timeIntervalSince1970(rate.time));
   }
   return contents;
 }
 
-/// The rows of a CSV file that begin with two numbers: fixes or heart rates.
-Extent rowsOf(const std::string& path) {
-  Extent rows;
+/// The rows of a CSV file that begin with two numbers: fixes, or heart rates, which are short.
+/// @throws CommandFailure for a file that cannot be read: nobody knows what it holds
+Contents rowsOf(const std::string& path) {
+  constexpr std::size_t kFixFields = 8;
+  Contents contents;
+  const auto unread = [&] {
+    return CommandFailure(fmt::format("{} cannot be read, so it is not replaced", path));
+  };
   const auto stream = platform::InputStream::withPath(path);
+  if (!stream->open()) throw unread();
   try {
-    platform::CSVReader reader(*stream, {.keptFields = 2});
+    platform::CSVReader reader(*stream, {.keptFields = kFixFields});
     while (const auto row = reader.next()) {
       if (row->size() < 2 || !platform::doubleFromText((*row)[1])) continue;
-      if (const auto seconds = platform::doubleFromText((*row)[0])) rows.add(*seconds);
+      const auto seconds = platform::doubleFromText((*row)[0]);
+      Extent& rows = row->size() < kFixFields ? contents.heartRates : contents.fixes;
+      if (seconds) rows.add(*seconds);
     }
   } catch (const platform::CSVError&) {
-    // What cannot be read is not kept from those who may write it.
+    throw unread();
   }
-  return rows;
+  return contents;
 }
 
 bool holdsAllOf(const std::string& path, TrackFormat format, const Contents& contents) {
-  if (format == TrackFormat::csv) {
-    const Extent rows = rowsOf(path);
-    return contents.fixes.covers(rows) || contents.heartRates.covers(rows);
-  }
-  try {
-    const Contents older = contentsOf(readTrackFile(path, format));
+  const auto covers = [&](const Contents& older) {
     return contents.fixes.covers(older.fixes) && contents.heartRates.covers(older.heartRates);
+  };
+  if (format == TrackFormat::csv) return covers(rowsOf(path));
+  std::error_code none;
+  if (fs::file_size(path, none) > kMostTrackBytes) return false;
+  std::optional<Track> older;
+  try {
+    older = readTrackFile(path, format);
+  } catch (const TrackNeedsMemory&) {
+    return false;  // It may be a recording all the same.
   } catch (const CommandFailure&) {
     return true;  // Nothing of it can be read.
   }
+  return covers(contentsIn(format, *older));
 }
 
 /// Whether a file holds a fix or heart rate that is not among these. Its name and its beginning may
@@ -107,10 +127,13 @@ void refuseToReplace(const std::string& out, const NewFile& by) {
   const auto named = trackFormatOfFile(out);
   const bool isRead = std::ranges::any_of(
       by.read, [&](const std::string& path) { return fs::equivalent(path, out, none); });
+  // A CSV that is written over itself loses rows that are none, which is what it is done for.
+  const bool isMended = isRead && by.track != nullptr && by.format == TrackFormat::csv &&
+                        trackFormatOfFileContents(out) == TrackFormat::csv;
   const bool isLost =
-      (named && named != by.format) ||
-      (isRead ? by.track == nullptr
-              : holdsMore(out, named, by.track ? contentsOf(*by.track) : Contents()));
+      (named && named != by.format) || (isRead && by.track == nullptr) ||
+      (!isMended &&
+       holdsMore(out, named, by.track ? contentsIn(by.format, *by.track) : Contents()));
   if (!isLost) return;
   throw CommandFailure(
       fmt::format("{} is a recording and would be lost: choose another name to write to", out));
@@ -122,7 +145,7 @@ void refuseSameOutputs(const std::string& one, const std::string& other) {
   const auto whole = [&](const std::string& path) {
     return fs::weakly_canonical(fs::absolute(path, none), none);
   };
-  if (one != other && whole(one) != whole(other)) return;
+  if (one != other && whole(one) != whole(other) && !fs::equivalent(one, other, none)) return;
   throw CommandFailure(fmt::format("{} and {} are one file", one, other));
 }
 

@@ -107,7 +107,7 @@ Track readTrackFile(const std::string& path, std::optional<TrackFormat> format) 
   } catch (const TrackFormatError& error) {
     throw CommandFailure(fmt::format("{}: {}", path, error.what()));
   } catch (const std::bad_alloc&) {
-    throw CommandFailure(path + ": There is not memory enough to read the track.");
+    throw TrackNeedsMemory(path + ": There is not memory enough to read the track.");
   }
 }
 

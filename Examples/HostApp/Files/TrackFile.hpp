@@ -4,10 +4,17 @@
 #include <span>
 #include <string>
 
+#include "Examples/HostApp/Commands/Commands.hpp"
 #include "OmbrixCore/Location/CLLocation.hpp"
 #include "OmbrixDay/Formats/Track.hpp"
 
 namespace ombrix::hostapp {
+
+/// A track for which there is not memory enough.
+class TrackNeedsMemory : public CommandFailure {
+ public:
+  using CommandFailure::CommandFailure;
+};
 
 /// Reads a track from a file, or from standard input for "-"; failures end the command. Of CSV only
 /// the fixes are held in memory. Of a damaged file what can be read is returned; see

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+
+namespace ombrix::platform::detail {
+
+/// One turn on a thread of the pool in which a queue runs several jobs, one after another. To the
+/// pool a turn is one job, so a long one would cost other jobs their share of the threads.
+class Turn {
+ public:
+  explicit Turn(DispatchPriority priority) noexcept : priority_(priority) {}
+
+  /// Whether the turn is to end after the job that has just run: something more urgent waits for
+  /// the pool, or anything does and the turn was long.
+  [[nodiscard]] bool isOver() const noexcept {
+    constexpr std::chrono::microseconds kLong{500};
+    const ThreadPool& pool = ThreadPool::shared();
+    return pool.hasWaiting() && (pool.hasMoreUrgentThan(priority_) ||
+                                 std::chrono::steady_clock::now() - begin_ >= kLong);
+  }
+
+ private:
+  const DispatchPriority priority_;
+  const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
+};
+
+}  // namespace ombrix::platform::detail
