@@ -87,7 +87,9 @@ bool walk(platform::DataView data, See see) {
 }  // namespace
 
 std::vector<FITSuspect> fitSuspects(platform::DataView data, std::uint16_t difference) {
-  constexpr std::size_t kMostBytes = std::size_t{16} << 20, kMostSteps = std::size_t{64} << 20;
+  constexpr std::size_t kMostBytes = std::size_t{16} << 20, kMostFound = 64;
+  // Of all looks at the file together: some seconds, however it is made up.
+  constexpr std::size_t kMostBytesLookedAt = std::size_t{256} << 20;
   constexpr std::size_t kMostDefinition = 6 + 255 * 3 + 1 + 255 * 3;
   if (data.size() > kMostBytes) return {};
   std::vector<std::pair<std::uint32_t, Part>> parts;
@@ -113,16 +115,18 @@ std::vector<FITSuspect> fitSuspects(platform::DataView data, std::uint16_t diffe
   }
   platform::Data changed(data.begin(), data.end());
   std::vector<FITSuspect> found;
-  std::size_t steps = 0;
+  std::size_t lookedAt = 0;
   for (std::size_t at = data.size(); at-- > 0;) {
     while (parts.back().first > at) parts.pop_back();
     const Part part = parts.back().second;
     const std::uint8_t bits = byHighByte[difference >> 8];
     const bool isSuspect = part == Part::definition || (part == Part::header && !madeSense);
-    if (isSuspect && sums[bits] == difference && bits != 0 && steps < kMostSteps) {
+    if (isSuspect && sums[bits] == difference && bits != 0 && lookedAt < kMostBytesLookedAt &&
+        found.size() < kMostFound) {
       const FITSuspect suspect{at, std::byte{bits}};
       changed[at] ^= suspect.bits;
-      if (walk(changed, [&steps](Part, std::size_t) { ++steps; })) found.push_back(suspect);
+      if (walk(changed, [](Part, std::size_t) {})) found.push_back(suspect);
+      lookedAt += data.size();
       changed[at] ^= suspect.bits;
     }
     difference = static_cast<std::uint16_t>((difference ^ sums[bits]) << 8 | bits);

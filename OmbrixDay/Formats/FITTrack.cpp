@@ -152,8 +152,11 @@ class Reader {
   /// gives more points.
   void readDamaged(platform::DataView data, std::uint16_t wrong) {
     std::size_t most = pointsIn(data);
+    constexpr std::size_t kMostBytesRead = std::size_t{256} << 20;
     platform::Data changed(data.begin(), data.end()), best;
+    std::size_t read = 0;
     for (const FITSuspect& suspect : fitSuspects(data, wrong)) {
+      if ((read += data.size()) > kMostBytesRead) break;
       changed[suspect.at] ^= suspect.bits;
       if (const std::size_t points = pointsIn(changed); points > most) {
         most = points;
