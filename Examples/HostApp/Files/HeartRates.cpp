@@ -22,29 +22,14 @@ namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{256} << 20;  // more than ten million rows
 
-/// The bytes of a file that a person chose.
-std::string contentsOf(const std::string& path) {
+/// The rows of a file that hold two numbers, as the parser wants them: it stops the program at a
+/// row of one field.
+/// @param[out] left How many rows hold none.
+std::string wholeRows(const std::string& path, std::size_t& left) try {
   const auto stream = platform::InputStream::withPath(path);
   if (const auto opened = stream->open(); !opened) throw CommandFailure(opened.error().what());
-  std::string contents;
-  std::vector<std::byte> block(std::size_t{256} << 10);
-  while (true) {
-    const auto count = stream->read(block);
-    if (!count) throw CommandFailure(fmt::format("reading {} stopped before its end", path));
-    if (*count == 0) return contents;
-    contents.append(reinterpret_cast<const char*>(block.data()), *count);
-    if (contents.size() > kMostBytes) {
-      throw CommandFailure(fmt::format("{} is too large for heart rates", path));
-    }
-  }
-}
-
-/// The rows that hold two numbers, as the parser wants them: it stops the program at a row of one
-/// field.
-/// @param[out] left How many rows hold none.
-std::string wholeRows(std::string_view csv, std::size_t& left) {
   std::string rows;
-  platform::CSVReader reader(csv, {.keptFields = 2});
+  platform::CSVReader reader(*stream, {.keptFields = 2});
   while (const auto row = reader.next()) {
     const bool isWhole = row->size() >= 2 && platform::doubleFromText((*row)[0]) &&
                          platform::doubleFromText((*row)[1]);
@@ -53,15 +38,20 @@ std::string wholeRows(std::string_view csv, std::size_t& left) {
     } else {
       ++left;
     }
+    if (rows.size() > kMostBytes) {
+      throw CommandFailure(fmt::format("{} is too large for heart rates", path));
+    }
   }
   return rows;
+} catch (const platform::CSVError&) {
+  throw CommandFailure(fmt::format("reading {} stopped before its end", path));
 }
 
 }  // namespace
 
 std::vector<HeartRate> readHeartRates(const std::string& path) {
   std::size_t left = 0;
-  const std::string rows = wholeRows(contentsOf(path), left);
+  const std::string rows = wholeRows(path, left);
   const auto samples = HRCSVParser().parse(std::string_view(rows));
   if (!samples || samples->empty()) {
     throw CommandFailure(fmt::format("there is no heart rate in {}", path));
