@@ -233,6 +233,7 @@ void printSample(double seconds, const fs::path& home) {
 
 void soak(std::chrono::seconds duration, std::uint64_t seed, const std::string& server,
           const fs::path& folder) {
+  OmbrixSettings::shared().registerCoreSettings();
   auto servers = ServerConfiguration::defaults();
   servers.development = *platform::URL::parse(server);
   OmbrixServerAPI::sharedInstance().setConfiguration(servers);
