@@ -5,6 +5,7 @@
 #include "OmbrixC/Detail/AttributedString.hpp"
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixCore/Formatting/OmbrixValueFormatter.hpp"
+#include "OmbrixPlatform/Text/UTF16.hpp"
 
 using ombrix::platform::NSAttributedString;
 using ombrix::platform::UIColor;
@@ -13,8 +14,14 @@ using Key = NSAttributedString::Key;
 
 OmbrixAttributedString::OmbrixAttributedString(NSAttributedString styled)
     : string(std::move(styled)) {
+  const std::u16string_view text = string.utf16();
+  std::size_t utf8Location = 0;
   for (const auto& run : string.runs()) {
     OmbrixAttributedRun& seen = runs.emplace_back(run.range.location, run.range.length);
+    seen.utf8Location = utf8Location;
+    seen.utf8Length =
+        ombrix::platform::utf8From(text.substr(run.range.location, run.range.length)).size();
+    utf8Location += seen.utf8Length;
     if (const auto* font = run.attributes->find<UIFont>(Key::font)) {
       const auto& descriptor = font->fontDescriptor();
       seen.font = &fonts.emplace_back(descriptor.name.c_str(), descriptor.isBold,

@@ -34,23 +34,30 @@ typedef struct OmbrixAttributes {
   const OmbrixColor* secondaryForegroundColor;
 } OmbrixAttributes;
 
-/// A styled text. The caller owns every one that a function returns.
+/// A styled text, which never changes. The caller owns every one that a function returns.
 typedef struct OmbrixAttributedString OmbrixAttributedString;
 
-/// A longest stretch of equal attributes, in UTF-16 units. The pointers are NULL for what is not
-/// set, and valid until the text is released.
+/// A longest stretch of equal attributes: where it lies in UTF-16 units, and in the bytes of the
+/// text in UTF-8. The pointers are NULL for what is not set, and valid until the text is released.
 typedef struct OmbrixAttributedRun {
   size_t location;
   size_t length;
   const OmbrixFont* font;
   const OmbrixColor* foregroundColor;
+  size_t utf8Location;
+  size_t utf8Length;
 } OmbrixAttributedRun;
 
+/// The text without its attributes; the caller owns the copy.
 char* ombrix_AttributedString_string(const OmbrixAttributedString* self);
+
+/// The length in UTF-16 units.
 size_t ombrix_AttributedString_length(const OmbrixAttributedString* self);
 
-/// The runs in order; together they cover the text.
+/// How many runs there are: 0 for the empty text only.
 size_t ombrix_AttributedString_runCount(const OmbrixAttributedString* self);
+
+/// The runs in order, which together cover the text; borrowed until the text is released.
 const OmbrixAttributedRun* ombrix_AttributedString_runs(const OmbrixAttributedString* self);
 
 /// Gives a text back; NULL is allowed.

@@ -13,6 +13,7 @@ namespace {
 using ombrix::FileManager;
 using ombrix::c::catching;
 using ombrix::c::copied;
+using ombrix::c::fileURLFrom;
 using ombrix::platform::Bundle;
 using ombrix::platform::FileError;
 using ombrix::platform::URL;
@@ -22,15 +23,25 @@ const FileManager& manager() noexcept { return FileManager::defaultManager(); }
 char* textOf(const URL& url) noexcept { return copied(std::string_view(url.absoluteString())); }
 char* textOf(const std::optional<URL>& url) noexcept { return url ? textOf(*url) : nullptr; }
 
-URL urlFrom(const char* text) {
-  auto url = URL::parse(ombrix::c::textFrom(text));
-  if (!url || !url->isFileURL()) {
-    throw FileError(EINVAL, "read the file URL", ombrix::c::textFrom(text));
-  }
+}  // namespace
+
+URL ombrix::c::fileURLFrom(const char* text) {
+  auto url = URL::parse(textFrom(text));
+  if (!url || !url->isFileURL()) throw FileError(EINVAL, "read the file URL", textFrom(text));
   return *std::move(url);
 }
 
-}  // namespace
+char* ombrix_URL_fileURLWithPath_(const char* path) {
+  if (path == nullptr) return nullptr;
+  return catching(nullptr, [&] { return textOf(URL::fileURL(path)); });
+}
+
+char* ombrix_URL_path(const char* url) {
+  return catching(nullptr, [&]() -> char* {
+    const std::string path = fileURLFrom(url).path();
+    return path.find('\0') == std::string::npos ? copied(std::string_view(path)) : nullptr;
+  });
+}
 
 char* ombrix_FileManager_OmbrixGroupName() { return copied(FileManager::OmbrixGroupName); }
 
@@ -61,7 +72,7 @@ char* ombrix_FileManager_groupContainerCache() {
 
 void ombrix_FileManager_touchWithUrl_(const char* url) {
   OmbrixError* error = nullptr;
-  catching(&error, [&] { manager().touch(urlFrom(url)); });
+  catching(&error, [&] { manager().touch(fileURLFrom(url)); });
   if (error == nullptr) return;
   ombrix::logError({"OmbrixCore/Extensions/FileManager+Utils", "touch(url:)"},
                    "Filesystem: Error creating folder: " + error->message);
@@ -72,7 +83,7 @@ bool ombrix_FileManager_allocatedSizeAt_error_(const char* url, uint64_t* size,
                                                OmbrixError** error) {
   if (size != nullptr) *size = 0;
   return catching(error, [&] {
-    const auto allocated = manager().allocatedSize(urlFrom(url));
+    const auto allocated = manager().allocatedSize(fileURLFrom(url));
     if (!allocated) throw FileError(allocated.error());
     if (size != nullptr) *size = *allocated;
     return true;

@@ -15,21 +15,26 @@ extern "C" {
 // thread may call them. Locations are URL texts, such as "file:///home/me/a%20track.csv"; folders
 // end in "/". The names of locations are copies, see OmbrixTypes.h.
 
-/// The name of the app group.
+/// The name of the app group. The caller owns this and the following copies.
 char* ombrix_FileManager_OmbrixGroupName(void);
 
-/// The product's own folders. Nothing is made.
+/// The product's cache. Nothing is made, here and below.
 char* ombrix_FileManager_cache(void);
+/// The product's folder of what it keeps.
 char* ombrix_FileManager_applicationSupport(void);
+/// The product's folder of what may go at any time.
 char* ombrix_FileManager_temporary(void);
 
-/// The user's own folders.
+/// The user's folder for what programs keep.
 char* ombrix_FileManager_library(void);
+/// The user's documents.
 char* ombrix_FileManager_documents(void);
 
-/// The app group's folder and the product's folders in it; NULL when there is none.
+/// The app group's folder; NULL when there is none.
 char* ombrix_FileManager_groupContainer(void);
+/// The product's folder of what it keeps in the app group; NULL when there is none.
 char* ombrix_FileManager_groupContainerApplicationSupport(void);
+/// The product's cache in the app group; NULL when there is none.
 char* ombrix_FileManager_groupContainerCache(void);
 
 /// Makes sure that the folder of a location exists: its own when it ends in "/", else the one
@@ -41,6 +46,17 @@ void ombrix_FileManager_touchWithUrl_(const char* url);
 /// 0.
 bool ombrix_FileManager_allocatedSizeAt_error_(const char* url, uint64_t* size,
                                                OmbrixError** error);
+
+// Paths and URLs. Any thread; the caller owns the copies.
+
+/// The file URL of a path, as in "file:///home/me/a%20track.csv" for "/home/me/a track.csv": blanks
+/// and all else that a URL does not allow are escaped. A path ending in "/" names a folder; a
+/// relative one starts at the current folder. NULL for NULL.
+char* ombrix_URL_fileURLWithPath_(const char* path);
+
+/// The path of a file URL, with everything in it unescaped and without "/" at its end, unless it is
+/// the root. NULL for a text that is not a file URL, or whose path holds a NUL.
+char* ombrix_URL_path(const char* url);
 
 // The bundle is that of the running program: its functions take no receiver, and any thread may
 // call them. Texts are copies.

@@ -3,6 +3,7 @@
 #include "OmbrixC/Detail/AttributedString.hpp"
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixC/Detail/Handle.hpp"
 #include "OmbrixC/Detail/Units.hpp"
 #include "OmbrixCore/Formatting/OmbrixDurationFormatter.hpp"
 #include "OmbrixCore/Formatting/OmbrixMeasurementFormatter.hpp"
@@ -23,14 +24,17 @@ struct OmbrixMeasurementFormatter {
   OmbrixMeasurementFormatter() = default;
   explicit OmbrixMeasurementFormatter(Format format) : formatter(format) {}
   ombrix::OmbrixMeasurementFormatter formatter;
+  ombrix::c::Handle handle = {};
 };
 
 struct OmbrixDurationFormatter {
   ombrix::OmbrixDurationFormatter formatter;
+  ombrix::c::Handle handle = {};
 };
 
 struct OmbrixTimerFormatter {
   ombrix::OmbrixTimerFormatter formatter;
+  ombrix::c::Handle handle = {};
 };
 
 namespace {
@@ -260,13 +264,16 @@ ombrix_TimerFormatter_attributedStringForObjectValue_withValueAttributes_unitLab
 
 OmbrixValueFormatter* ombrix_ValueFormatter_init() {
   return catching(nullptr, [] {
-    return reinterpret_cast<OmbrixValueFormatter*>(new ombrix::OmbrixValueFormatter);
+    return ombrix::c::counted(
+        reinterpret_cast<OmbrixValueFormatter*>(new ombrix::OmbrixValueFormatter));
   });
 }
 OmbrixValueFormatter* ombrix_ValueFormatter_initWithCoder_(const void*) {
   return ombrix_ValueFormatter_init();
 }
-void ombrix_ValueFormatter_release(OmbrixValueFormatter* self) { delete &from(self); }
+void ombrix_ValueFormatter_release(OmbrixValueFormatter* self) {
+  delete reinterpret_cast<ombrix::OmbrixValueFormatter*>(ombrix::c::uncounted(self));
+}
 const OmbrixValueFormatter* ombrix_ValueFormatter_shared() {
   return catching(nullptr, [] {
     return reinterpret_cast<const OmbrixValueFormatter*>(&ombrix::OmbrixValueFormatter::shared());

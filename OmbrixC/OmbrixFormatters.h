@@ -81,15 +81,21 @@ typedef enum OmbrixMeasurementFormat {
 /// kind. A format or style out of range stops the program.
 typedef struct OmbrixMeasurementFormatter OmbrixMeasurementFormatter;
 
+/// A formatter of speeds; the caller owns it.
 OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_init(void);
+/// A formatter of one kind of values; the caller owns it.
 OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_initAs_(OmbrixMeasurementFormat format);
-/// As `init`; a formatter reads nothing from a coder, which may be NULL.
+/// As `init`; a formatter reads nothing from a coder, which may be NULL. The caller owns it.
 OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_initWithCoder_(const void* coder);
+/// Gives a formatter back; NULL is allowed.
 void ombrix_MeasurementFormatter_release(OmbrixMeasurementFormatter* self);
 
+/// What it formats.
 OmbrixMeasurementFormat ombrix_MeasurementFormatter_format(const OmbrixMeasurementFormatter* self);
+/// How units are written; short at first.
 OmbrixMeasurementUnitStyle ombrix_MeasurementFormatter_unitStyle(
     const OmbrixMeasurementFormatter* self);
+/// Sets it.
 void ombrix_MeasurementFormatter_setUnitStyle_(OmbrixMeasurementFormatter* self,
                                                OmbrixMeasurementUnitStyle style);
 
@@ -98,22 +104,28 @@ void ombrix_MeasurementFormatter_setUnitStyle_(OmbrixMeasurementFormatter* self,
 void ombrix_MeasurementFormatter_setLocale_(OmbrixMeasurementFormatter* self,
                                             const char* identifier);
 
+/// The text of an object; NULL for none, and for one of another kind. The caller owns it.
 char* ombrix_MeasurementFormatter_stringForObjectValue_(OmbrixMeasurementFormatter* self,
                                                         const OmbrixObjectValue* object);
+/// The word for the unit in the user's language; NULL where it has none. The caller owns it.
 char* ombrix_MeasurementFormatter_unitLabel(OmbrixMeasurementFormatter* self);
-/// The argument is ignored.
+/// The same; the argument is ignored.
 char* ombrix_MeasurementFormatter_unitLabelFor_(OmbrixMeasurementFormatter* self,
                                                 const char* preference);
 
-/// Reads a number; gives it as a measurement in the display unit, or false and an error.
+/// Reads a number as the locale writes it into `object`, not NULL, as a measurement in the display
+/// unit; false and an error for a text that is none.
 bool ombrix_MeasurementFormatter_getObjectValue_forString_(OmbrixMeasurementFormatter* self,
                                                            OmbrixObjectValue* object,
                                                            const char* string, OmbrixError** error);
 
+/// The styled text of an object: attributes for all of it, the secondary ones for its unit.
+/// NULL for an object of another kind. The caller owns it.
 OmbrixAttributedString*
 ombrix_MeasurementFormatter_attributedStringForObjectValue_withDefaultAttributes_(
     OmbrixMeasurementFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* attributes);
+/// The same with attributes for the value and for the unit.
 OmbrixAttributedString*
 ombrix_MeasurementFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
     OmbrixMeasurementFormatter* self, const OmbrixObjectValue* object,
@@ -125,16 +137,23 @@ typedef struct OmbrixDurationFormatter OmbrixDurationFormatter;
 
 /// Not supported: stops the program.
 OmbrixDurationFormatter* ombrix_DurationFormatter_init(void);
+/// A formatter whose smallest component is given; a unit that is none of the four stops the
+/// program. The caller owns it.
 OmbrixDurationFormatter* ombrix_DurationFormatter_initWithMinimumComponent_(
     OmbrixCalendarUnit minimumComponent);
 /// With the second as smallest component. Nothing is read from the coder, which may be NULL.
 OmbrixDurationFormatter* ombrix_DurationFormatter_initWithCoder_(const void* coder);
+/// Gives a formatter back; NULL is allowed.
 void ombrix_DurationFormatter_release(OmbrixDurationFormatter* self);
 /// The locale to write in, as in "de_DE"; NULL for the one that is current.
 void ombrix_DurationFormatter_setLocale_(OmbrixDurationFormatter* self, const char* identifier);
+/// False: minutes and metres are not told apart by their letters.
 bool ombrix_DurationFormatter_distinctMinVsMeters(const OmbrixDurationFormatter* self);
+/// The text of an object; NULL for none, and for one of another kind. The caller owns it.
 char* ombrix_DurationFormatter_stringForObjectValue_(OmbrixDurationFormatter* self,
                                                      const OmbrixObjectValue* object);
+/// The styled text of an object: attributes for all of it, the secondary ones for its unit.
+/// NULL for an object of another kind. The caller owns it.
 OmbrixAttributedString*
 ombrix_DurationFormatter_attributedStringForObjectValue_withDefaultAttributes_(
     OmbrixDurationFormatter* self, const OmbrixObjectValue* object,
@@ -150,19 +169,28 @@ typedef struct OmbrixTimerFormatter OmbrixTimerFormatter;
 
 /// Not supported: stops the program.
 OmbrixTimerFormatter* ombrix_TimerFormatter_init(void);
+/// A formatter whose smallest component is given; a unit that is none of the four stops the
+/// program. The caller owns it.
 OmbrixTimerFormatter* ombrix_TimerFormatter_initWithMinimumComponent_(
     OmbrixCalendarUnit minimumComponent);
 /// With the second as smallest component. Nothing is read from the coder, which may be NULL.
 OmbrixTimerFormatter* ombrix_TimerFormatter_initWithCoder_(const void* coder);
+/// Gives a formatter back; NULL is allowed.
 void ombrix_TimerFormatter_release(OmbrixTimerFormatter* self);
+/// The smallest component that is written.
 OmbrixCalendarUnit ombrix_TimerFormatter_minimumComponent(const OmbrixTimerFormatter* self);
+/// Sets it; a unit that is none of the four stops the program.
 void ombrix_TimerFormatter_setMinimumComponent_(OmbrixTimerFormatter* self,
                                                 OmbrixCalendarUnit minimumComponent);
 /// The locale to write in, as in "de_DE"; NULL for the one that is current.
 void ombrix_TimerFormatter_setLocale_(OmbrixTimerFormatter* self, const char* identifier);
+/// False: minutes and metres are not told apart by their letters.
 bool ombrix_TimerFormatter_distinctMinVsMeters(const OmbrixTimerFormatter* self);
+/// The text of an object; NULL for none, and for one of another kind. The caller owns it.
 char* ombrix_TimerFormatter_stringForObjectValue_(OmbrixTimerFormatter* self,
                                                   const OmbrixObjectValue* object);
+/// The styled text of an object: attributes for all of it, the secondary ones for its unit.
+/// NULL for an object of another kind. The caller owns it.
 OmbrixAttributedString* ombrix_TimerFormatter_attributedStringForObjectValue_withDefaultAttributes_(
     OmbrixTimerFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* attributes);
@@ -175,17 +203,24 @@ ombrix_TimerFormatter_attributedStringForObjectValue_withValueAttributes_unitLab
 /// Styles value texts. NULL for objects other than texts.
 typedef struct OmbrixValueFormatter OmbrixValueFormatter;
 
+/// A formatter; the caller owns it.
 OmbrixValueFormatter* ombrix_ValueFormatter_init(void);
 /// As `init`; nothing is read from the coder, which may be NULL.
 OmbrixValueFormatter* ombrix_ValueFormatter_initWithCoder_(const void* coder);
+/// Gives a formatter back; NULL is allowed.
 void ombrix_ValueFormatter_release(OmbrixValueFormatter* self);
 /// The one of the whole process; borrowed, never released.
 const OmbrixValueFormatter* ombrix_ValueFormatter_shared(void);
+/// The name of the attribute for the colour of unit letters; lives as long as the process.
 const char* ombrix_ValueFormatter_SecondaryForegroundColor(void);
+/// The name of the attribute for the font of unit letters; lives as long as the process.
 const char* ombrix_ValueFormatter_SecondaryFont(void);
+/// The styled text of an object: attributes for all of it, the secondary ones for its unit.
+/// NULL for an object of another kind. The caller owns it.
 OmbrixAttributedString* ombrix_ValueFormatter_attributedStringForObjectValue_withDefaultAttributes_(
     const OmbrixValueFormatter* self, const OmbrixObjectValue* object,
     const OmbrixAttributes* attributes);
+/// The same with attributes for the value and for the unit.
 OmbrixAttributedString*
 ombrix_ValueFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
     const OmbrixValueFormatter* self, const OmbrixObjectValue* object,

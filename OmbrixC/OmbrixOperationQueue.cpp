@@ -13,6 +13,7 @@ static_assert(static_cast<int>(State::ready) == OmbrixOperationStateReady &&
 
 struct OmbrixOperationQueue {
   std::shared_ptr<ombrix::platform::NSOperationQueue> queue;
+  ombrix::c::Handle handle = {};
 };
 
 namespace {

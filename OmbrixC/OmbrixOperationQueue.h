@@ -20,7 +20,9 @@ typedef struct OmbrixOperationQueue OmbrixOperationQueue;
 
 typedef void (*OmbrixOperationBlock)(void* context);
 
+/// A queue, which the caller owns; NULL where memory runs out.
 OmbrixOperationQueue* ombrix_OperationQueue_init(void);
+/// Gives the queue back; NULL is allowed. What was added runs all the same.
 void ombrix_OperationQueue_release(OmbrixOperationQueue* self);
 
 /// Calls the block on a thread of the queue's. A NULL block stops the program.

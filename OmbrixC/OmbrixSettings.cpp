@@ -2,6 +2,7 @@
 
 #include "OmbrixC/Detail/Copies.hpp"
 #include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixC/Detail/Handle.hpp"
 #include "OmbrixC/Detail/Observation.hpp"
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
@@ -9,6 +10,7 @@
 
 struct OmbrixMMWormhole {
   std::shared_ptr<ombrix::platform::MMWormhole> channel;
+  ombrix::c::Handle handle = {};
 };
 
 namespace {
@@ -55,10 +57,13 @@ OmbrixSettings* ombrix_Settings_shared() {
 }
 
 OmbrixSettings* ombrix_Settings_init() {
-  return catching(nullptr, [] { return reinterpret_cast<OmbrixSettings*>(new Settings); });
+  return catching(
+      nullptr, [] { return ombrix::c::counted(reinterpret_cast<OmbrixSettings*>(new Settings)); });
 }
 
-void ombrix_Settings_release(OmbrixSettings* self) { delete reinterpret_cast<Settings*>(self); }
+void ombrix_Settings_release(OmbrixSettings* self) {
+  delete reinterpret_cast<Settings*>(ombrix::c::uncounted(self));
+}
 
 bool ombrix_Settings_hasSyncedToiCloudBefore(const OmbrixSettings* self) {
   return catching(nullptr, [&] { return from(self).hasSyncedToiCloudBefore(); });

@@ -9,10 +9,19 @@
 /// - An object is an opaque handle, `typedef struct OmbrixThing OmbrixThing;`. A caller owns
 ///   what a function named init, new or copy gave, and returns it with `ombrix_Thing_release`,
 ///   which allows NULL. Shared objects are borrowed and never released.
-/// - Text goes in as UTF-8 ending in NUL and is borrowed for the call. It comes out as a copy,
-///   which the caller gives back with `ombrix_String_release`; NULL means that there is none.
-/// - A throwing operation takes a trailing `OmbrixError **error`; see OmbrixError.h.
-/// - Nothing throws across this interface.
+/// - Text goes in as UTF-8 ending in NUL and is borrowed for the call; NULL is the empty text. It
+///   comes out as a copy, which the caller gives back with `ombrix_String_release`; NULL means that
+///   there is none, or no memory for it. A `const char*` that comes out is borrowed.
+/// - Receivers (`self`) and structs are never NULL but where that is said. What is released is not
+///   used again.
+/// - Any thread may call any function, but where a type says that it serves one thread at a time.
+/// - A throwing operation takes a trailing `OmbrixError **error`; see OmbrixError.h. Others have no
+///   errors: where memory runs out they give NULL, false or 0.
+/// - Bad arguments are answered. "Stops the program" is said where a mistake of the program's own
+/// is
+///   not: the reason goes to standard error, then `abort`.
+/// - Nothing throws across this interface. Lengths and counts are in bytes or items, times in
+///   seconds since 1970-01-01 UTC, places in degrees, lengths in metres.
 
 #include <stddef.h>
 #include <stdint.h>
@@ -25,7 +34,7 @@ extern "C" {
 void ombrix_String_release(char* string);
 
 /// The text as part of a file name: in ASCII where that is possible, without newlines, symbols and
-/// other characters that file names should not hold. It may be empty. Any thread.
+/// other characters that file names should not hold. It may be empty. The caller owns the copy.
 char* ombrix_String_sanitizedFileName(const char* self);
 
 /// A block of bytes that a function of this interface returned. `bytes` is NULL when there is none,
@@ -35,7 +44,7 @@ typedef struct OmbrixData {
   size_t length;
 } OmbrixData;
 
-/// Gives a block of bytes back.
+/// Gives a block of bytes back; one without bytes is allowed.
 void ombrix_Data_release(OmbrixData data);
 
 #ifdef __cplusplus

@@ -1,7 +1,6 @@
 # Install and export: find_package(OmbrixCore) gives Ombrix::Core and its parts. What was not built is
 # left out, so that every preset can be installed, and a build of some targets as well.
 
-include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/OmbrixCore)
@@ -11,8 +10,27 @@ foreach(library IN LISTS libraries)
   get_target_property(name ${library} EXPORT_NAME)
   list(APPEND components ${name})
   install(TARGETS ${library} EXPORT OmbrixCore${name}
-          ARCHIVE OPTIONAL LIBRARY OPTIONAL FILE_SET HEADERS)
-  install(EXPORT OmbrixCore${name} NAMESPACE Ombrix:: DESTINATION ${package_folder})
+          ARCHIVE OPTIONAL COMPONENT dev LIBRARY OPTIONAL COMPONENT dev
+          FILE_SET HEADERS COMPONENT dev)
+  install(EXPORT OmbrixCore${name} NAMESPACE Ombrix:: DESTINATION ${package_folder} COMPONENT dev)
+endforeach()
+
+# The shared library of the C interface, which needs none of the archives above.
+if(OMBRIX_BUILD_C)
+  install(TARGETS OmbrixCShared EXPORT OmbrixCoreCShared
+          LIBRARY OPTIONAL COMPONENT runtime NAMELINK_COMPONENT dev)
+  install(EXPORT OmbrixCoreCShared NAMESPACE Ombrix:: DESTINATION ${package_folder} COMPONENT dev)
+endif()
+
+# pkg-config, for builds without CMake: the archives, and the shared library.
+set(modules ombrixcore)
+if(OMBRIX_BUILD_C)
+  list(APPEND modules ombrix)
+endif()
+foreach(module IN LISTS modules)
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/${module}.pc.in ${PROJECT_BINARY_DIR}/${module}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${module}.pc
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 endforeach()
 
 set(runtime ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
@@ -25,12 +43,12 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/OmbrixCoreConfigVersion.c
                                  COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/OmbrixCoreConfig.cmake
               ${PROJECT_BINARY_DIR}/OmbrixCoreConfigVersion.cmake
-        DESTINATION ${package_folder})
+        DESTINATION ${package_folder} COMPONENT dev)
 if(OMBRIX_BUILD_C)
-  install(FILES OmbrixC/selectors.def DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/OmbrixC)
+  install(FILES OmbrixC/selectors.def DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/OmbrixC COMPONENT dev)
 endif()
 if(TARGET ombrix)
-  install(TARGETS ombrix OPTIONAL)
+  install(TARGETS ombrix OPTIONAL COMPONENT tools)
   # The program writes its manual page and its completion itself, from what its help is made of.
   foreach(written
       "help --man|${CMAKE_INSTALL_MANDIR}/man1|ombrix.1"
@@ -50,6 +68,6 @@ if(TARGET ombrix)
           OUTPUT_FILE \"${PROJECT_BINARY_DIR}/written/${file}\" COMMAND_ERROR_IS_FATAL ANY)
         file(INSTALL \"${PROJECT_BINARY_DIR}/written/${file}\"
              DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${folder}\")
-      endif()")
+      endif()" COMPONENT tools)
   endforeach()
 endif()

@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include "OmbrixC/Detail/Handle.hpp"
 #include "OmbrixC/OmbrixAttributedString.h"
 #include "OmbrixPlatform/Text/NSAttributedString.hpp"
 
@@ -14,6 +15,7 @@ struct OmbrixAttributedString {
   std::deque<OmbrixFont> fonts;  // a deque, since the runs point into it
   std::deque<OmbrixColor> colors;
   std::vector<OmbrixAttributedRun> runs;
+  ombrix::c::Handle handle = {};
 };
 
 namespace ombrix::c {

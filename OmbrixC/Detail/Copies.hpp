@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "OmbrixC/OmbrixTypes.h"
+#include "OmbrixPlatform/Files/URL.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
 namespace ombrix::c {
@@ -19,6 +20,10 @@ inline char* copied(const std::optional<std::string>& text) noexcept {
 
 /// Bytes for a C caller to keep; without bytes for nothing, and when memory ran out.
 OmbrixData copied(const std::optional<platform::Data>& data) noexcept;
+
+/// The file URL of a C caller.
+/// @throws platform::FileError which names the text, when it is none
+platform::URL fileURLFrom(const char* url);
 
 /// A text from a C caller; NULL is the empty text.
 inline std::string_view textFrom(const char* text) noexcept { return text == nullptr ? "" : text; }

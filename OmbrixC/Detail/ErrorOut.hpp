@@ -5,6 +5,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "OmbrixC/Detail/Handle.hpp"
 #include "OmbrixC/OmbrixError.h"
 
 struct OmbrixError {
@@ -16,7 +17,8 @@ namespace ombrix::c {
 
 /// @param message Of the exception that is being handled, if any.
 inline void setError(OmbrixError** error, std::string message) {
-  if (error != nullptr) *error = new OmbrixError{std::move(message), std::current_exception()};
+  if (error == nullptr) return;
+  *error = counted(new OmbrixError{std::move(message), std::current_exception()});
 }
 
 /// Runs an operation for a C caller: an exception becomes `*error` and the result's empty value

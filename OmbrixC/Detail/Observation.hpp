@@ -10,6 +10,7 @@
 
 struct OmbrixObservation {
   ombrix::platform::ObservationToken token;
+  ombrix::c::Handle handle = {};
 };
 
 namespace ombrix::c {

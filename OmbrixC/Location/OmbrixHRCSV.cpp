@@ -15,6 +15,7 @@ using namespace ombrix;
 
 struct OmbrixHRCSVParser {
   HRCSVParser parser;
+  ombrix::c::Handle handle = {};
 };
 
 namespace {
@@ -40,7 +41,9 @@ HRCSVParser::Completion calling(OmbrixHeartRateSamplesCompletion completion, voi
 
 }  // namespace
 
-void ombrix_HeartRateSamples_release(OmbrixHeartRateSamples samples) { std::free(samples.samples); }
+void ombrix_HeartRateSamples_release(OmbrixHeartRateSamples samples) {
+  std::free(c::uncounted(samples.samples));
+}
 
 OmbrixHRCSVParser* ombrix_HRCSVParser_init(void) {
   return c::catching(nullptr, [] { return new OmbrixHRCSVParser; });

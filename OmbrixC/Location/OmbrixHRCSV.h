@@ -33,31 +33,42 @@ typedef void (*OmbrixHeartRateSamplesCompletion)(OmbrixHeartRateSamples samples,
 /// too. A row with fewer than two fields stops the program.
 typedef struct OmbrixHRCSVParser OmbrixHRCSVParser;
 
+/// A parser, which the caller owns; NULL where memory runs out.
 OmbrixHRCSVParser* ombrix_HRCSVParser_init(void);
+/// Gives a parser back; NULL is allowed, also while it parses on the queue.
 void ombrix_HRCSVParser_release(OmbrixHRCSVParser* self);
 
-/// `url` is the text of a file URL; one that is none gives no list, as a missing file does. A
-/// stream is borrowed for the call, or until the completion has been called.
+/// Reads the file of a file URL, as `ombrix_URL_fileURLWithPath_` gives it; another text gives no
+/// list, as a missing file does. The caller owns the list.
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithUrl_(const OmbrixHRCSVParser* self,
                                                         const char* url);
+/// The same of a text, UTF-8 ending in NUL.
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithString_(const OmbrixHRCSVParser* self,
                                                            const char* string);
+/// The same of a stream, borrowed for the call and read on the calling thread to its end. No
+/// list when its first read fails.
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithStream_(const OmbrixHRCSVParser* self,
                                                            OmbrixInputStream stream);
+/// The same of bytes, borrowed for the call; NULL is allowed where `length` is 0.
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithData_(const OmbrixHRCSVParser* self,
                                                          const uint8_t* bytes, size_t length);
 
+/// As without a completion, on the parsers' queue: the completion, not NULL, is called once,
+/// there; on the calling thread where no work can begin.
 void ombrix_HRCSVParser_parseWithUrl_completion_(const OmbrixHRCSVParser* self, const char* url,
                                                  OmbrixHeartRateSamplesCompletion completion,
                                                  void* context);
+/// The same of a text, which is copied.
 void ombrix_HRCSVParser_parseWithString_completion_(const OmbrixHRCSVParser* self,
                                                     const char* string,
                                                     OmbrixHeartRateSamplesCompletion completion,
                                                     void* context);
+/// The same of a stream, borrowed until the completion has been called.
 void ombrix_HRCSVParser_parseWithStream_completion_(const OmbrixHRCSVParser* self,
                                                     OmbrixInputStream stream,
                                                     OmbrixHeartRateSamplesCompletion completion,
                                                     void* context);
+/// The same of bytes, which are copied.
 void ombrix_HRCSVParser_parseWithData_completion_(const OmbrixHRCSVParser* self,
                                                   const uint8_t* bytes, size_t length,
                                                   OmbrixHeartRateSamplesCompletion completion,

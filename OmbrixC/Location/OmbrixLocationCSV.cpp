@@ -18,10 +18,12 @@ using namespace ombrix;
 
 struct OmbrixLocationCSVParser {
   LocationCSVParser parser;
+  ombrix::c::Handle handle = {};
 };
 
 struct OmbrixLocationCSVWriter {
   LocationCSVWriter writer;
+  ombrix::c::Handle handle = {};
 };
 
 namespace {
@@ -46,7 +48,9 @@ bool writeThrough(void* context, const uint8_t* bytes, size_t length) {
 
 }  // namespace
 
-void ombrix_Locations_release(OmbrixLocations locations) { std::free(locations.locations); }
+void ombrix_Locations_release(OmbrixLocations locations) {
+  std::free(c::uncounted(locations.locations));
+}
 
 OmbrixLocationCSVParser* ombrix_LocationCSVParser_init(void) {
   return c::catching(nullptr, [] { return new OmbrixLocationCSVParser; });
@@ -119,7 +123,7 @@ OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_init(void) {
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithUrl_error_(const char* url,
                                                                      OmbrixError** error) {
   return c::catching(
-      error, [&] { return new OmbrixLocationCSVWriter{LocationCSVWriter(c::urlFrom(url))}; });
+      error, [&] { return new OmbrixLocationCSVWriter{LocationCSVWriter(c::fileURLFrom(url))}; });
 }
 
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithStream_error_(OmbrixOutputStream stream,

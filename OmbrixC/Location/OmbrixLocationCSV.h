@@ -27,32 +27,43 @@ typedef void (*OmbrixLocationsCompletion)(OmbrixLocations locations, void* conte
 /// memory runs out, the list holds as many fixes of the beginning as fit, which is logged, too.
 typedef struct OmbrixLocationCSVParser OmbrixLocationCSVParser;
 
+/// A parser, which the caller owns; NULL where memory runs out.
 OmbrixLocationCSVParser* ombrix_LocationCSVParser_init(void);
+/// Gives a parser back; NULL is allowed, also while it parses on the queue.
 void ombrix_LocationCSVParser_release(OmbrixLocationCSVParser* self);
 
-/// `url` is the text of a file URL; one that is none gives no list, as a missing file does. A
-/// stream is borrowed for the call, or until the completion has been called.
+/// Reads the file of a file URL, as `ombrix_URL_fileURLWithPath_` gives it; another text gives no
+/// list, as a missing file does. The caller owns the list.
 OmbrixLocations ombrix_LocationCSVParser_parseWithUrl_(const OmbrixLocationCSVParser* self,
                                                        const char* url);
+/// The same of a text, UTF-8 ending in NUL.
 OmbrixLocations ombrix_LocationCSVParser_parseWithString_(const OmbrixLocationCSVParser* self,
                                                           const char* string);
+/// The same of a stream, borrowed for the call and read on the calling thread to its end. No
+/// list when its first read fails.
 OmbrixLocations ombrix_LocationCSVParser_parseWithStream_(const OmbrixLocationCSVParser* self,
                                                           OmbrixInputStream stream);
+/// The same of bytes, borrowed for the call; NULL is allowed where `length` is 0.
 OmbrixLocations ombrix_LocationCSVParser_parseWithData_(const OmbrixLocationCSVParser* self,
                                                         const uint8_t* bytes, size_t length);
 
+/// As without a completion, on the parsers' queue: the completion, not NULL, is called once,
+/// there; on the calling thread where no work can begin.
 void ombrix_LocationCSVParser_parseWithUrl_completion_(const OmbrixLocationCSVParser* self,
                                                        const char* url,
                                                        OmbrixLocationsCompletion completion,
                                                        void* context);
+/// The same of a text, which is copied.
 void ombrix_LocationCSVParser_parseWithString_completion_(const OmbrixLocationCSVParser* self,
                                                           const char* string,
                                                           OmbrixLocationsCompletion completion,
                                                           void* context);
+/// The same of a stream, borrowed until the completion has been called.
 void ombrix_LocationCSVParser_parseWithStream_completion_(const OmbrixLocationCSVParser* self,
                                                           OmbrixInputStream stream,
                                                           OmbrixLocationsCompletion completion,
                                                           void* context);
+/// The same of bytes, which are copied.
 void ombrix_LocationCSVParser_parseWithData_completion_(const OmbrixLocationCSVParser* self,
                                                         const uint8_t* bytes, size_t length,
                                                         OmbrixLocationsCompletion completion,
@@ -64,14 +75,16 @@ typedef struct OmbrixLocationCSVWriter OmbrixLocationCSVWriter;
 /// Not available: stops the program.
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_init(void);
 
-/// Opens the file of a file URL for appending, or makes it; NULL and an error when that fails. A
-/// well-formed URL that is not a file URL stops the program.
+/// Opens the file of a file URL for appending, or makes it; NULL and an error, which names the file
+/// or the text, when that fails and for a text that is not a file URL. The caller owns the writer.
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithUrl_error_(const char* url,
                                                                      OmbrixError** error);
 
-/// Writes to a stream, which is borrowed as long as the writer lives.
+/// Writes to a stream, which is borrowed as long as the writer lives. The caller owns the writer.
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithStream_error_(OmbrixOutputStream stream,
                                                                         OmbrixError** error);
+/// Closes the file and gives the writer back; NULL is allowed. What was added is with the
+/// system already.
 void ombrix_LocationCSVWriter_release(OmbrixLocationCSVWriter* self);
 
 /// False and an error when the stream does not take a row; rows already written stay, and
@@ -82,6 +95,8 @@ void ombrix_LocationCSVWriter_release(OmbrixLocationCSVWriter* self);
 bool ombrix_LocationCSVWriter_addLocation_error_(OmbrixLocationCSVWriter* self,
                                                  const OmbrixLocation* location,
                                                  OmbrixError** error);
+/// The same for several fixes in their order, handed to the stream together; NULL is allowed
+/// where `count` is 0.
 bool ombrix_LocationCSVWriter_addLocations_error_(OmbrixLocationCSVWriter* self,
                                                   const OmbrixLocation* locations, size_t count,
                                                   OmbrixError** error);

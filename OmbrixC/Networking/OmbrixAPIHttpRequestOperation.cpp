@@ -13,6 +13,7 @@ OmbrixAPIHttpRequestOperation* ombrix_APIHttpRequestOperation_initWithUrl_method
     const char* url, const char* method, const char* const* headers, size_t headerCount,
     OmbrixRequestCallback callback, void* context) {
   return catching(nullptr, [&]() -> OmbrixAPIHttpRequestOperation* {
+    ombrix::c::noteClient();
     auto& client = OmbrixServerAPI::sharedInstance();
     const auto target = ombrix::platform::URL::parse(textFrom(url), client.endpoint());
     const auto verb = ombrix::c::methodFrom(method);

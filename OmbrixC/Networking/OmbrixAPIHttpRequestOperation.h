@@ -27,7 +27,8 @@ typedef struct OmbrixPayload {
 typedef void (*OmbrixRequestCallback)(bool success, int code, const uint8_t* body, size_t length,
                                       void* context);
 
-/// A request on the shared client's session; NULL for a URL or method that is none.
+/// A request on the shared client's session, which the caller owns; NULL for a URL or method that
+/// is none.
 ///
 /// @param url An absolute URL, or a path below the base URL.
 /// @param method As in "GET".
@@ -36,32 +37,49 @@ typedef void (*OmbrixRequestCallback)(bool success, int code, const uint8_t* bod
 OmbrixAPIHttpRequestOperation* ombrix_APIHttpRequestOperation_initWithUrl_method_headers_callback_(
     const char* url, const char* method, const char* const* headers, size_t headerCount,
     OmbrixRequestCallback callback, void* context);
+/// Gives the operation back; NULL is allowed. One that was added goes on.
 void ombrix_APIHttpRequestOperation_release(OmbrixAPIHttpRequestOperation* self);
 
-/// The identity to cancel it by.
+/// The identity to cancel it by; the caller owns the copy.
 char* ombrix_APIHttpRequestOperation_taskID(const OmbrixAPIHttpRequestOperation* self);
 
+/// Where it stands.
 OmbrixOperationState ombrix_APIHttpRequestOperation_state(
     const OmbrixAPIHttpRequestOperation* self);
+/// Whether it was cancelled.
 bool ombrix_APIHttpRequestOperation_isCancelled(const OmbrixAPIHttpRequestOperation* self);
+/// Cancels it: its callback is not called any more, but where that is on its way on another
+/// thread.
 void ombrix_APIHttpRequestOperation_cancel(OmbrixAPIHttpRequestOperation* self);
 
+/// Sets the body, which is copied; none for `bytes` NULL.
 void ombrix_APIHttpRequestOperation_setPayload_(OmbrixAPIHttpRequestOperation* self,
                                                 OmbrixPayload payload);
 
+/// Whether it may use a constrained network (Low Data Mode); true at first.
 bool ombrix_APIHttpRequestOperation_safeForLowData(const OmbrixAPIHttpRequestOperation* self);
+/// Sets it.
 void ombrix_APIHttpRequestOperation_setSafeForLowData_(OmbrixAPIHttpRequestOperation* self,
                                                        bool isSafe);
+/// Whether the request is one of a signed-in user; the token goes with every request all the
+/// same. False at first.
 bool ombrix_APIHttpRequestOperation_usesAuth(const OmbrixAPIHttpRequestOperation* self);
+/// Sets it.
 void ombrix_APIHttpRequestOperation_setUsesAuth_(OmbrixAPIHttpRequestOperation* self,
                                                  bool usesAuth);
+/// Whether stored answers are passed over, which wins over `cacheOnly`; false at first.
 bool ombrix_APIHttpRequestOperation_disableCashe(const OmbrixAPIHttpRequestOperation* self);
+/// Sets it.
 void ombrix_APIHttpRequestOperation_setDisableCashe_(OmbrixAPIHttpRequestOperation* self,
                                                      bool isDisabled);
+/// Whether only a stored answer will do, however old; false at first.
 bool ombrix_APIHttpRequestOperation_cacheOnly(const OmbrixAPIHttpRequestOperation* self);
+/// Sets it.
 void ombrix_APIHttpRequestOperation_setCacheOnly_(OmbrixAPIHttpRequestOperation* self,
                                                   bool cacheOnly);
+/// Which attempt this is, from 1.
 int ombrix_APIHttpRequestOperation_attempt(const OmbrixAPIHttpRequestOperation* self);
+/// Sets it.
 void ombrix_APIHttpRequestOperation_setAttempt_(OmbrixAPIHttpRequestOperation* self, int attempt);
 
 #ifdef __cplusplus

@@ -2,7 +2,8 @@
 
 #include <utility>
 
-#include "OmbrixC/Detail/ErrorOut.hpp"
+#include "OmbrixC/Detail/DateFormatter.hpp"
+#include "OmbrixC/Detail/HTTPErrors.hpp"
 #include "OmbrixC/Detail/Observation.hpp"
 #include "OmbrixC/Networking/Detail/Requests.hpp"
 
@@ -34,8 +35,10 @@ std::function<void()> handlerFrom(OmbrixServerAPIHandler handler, void* context)
 }  // namespace
 
 OmbrixServerAPI* ombrix_ServerAPI_sharedInstance() {
-  return catching(nullptr,
-                  [] { return reinterpret_cast<OmbrixServerAPI*>(&Client::sharedInstance()); });
+  return catching(nullptr, [] {
+    ombrix::c::noteClient();
+    return reinterpret_cast<OmbrixServerAPI*>(&Client::sharedInstance());
+  });
 }
 
 void ombrix_ServerAPI_changeTo_(OmbrixAPIEndpoint endpoint) {
@@ -168,14 +171,23 @@ char* ombrix_ServerAPI_requestWithUrl_method_disableCache_payload_completion_con
         publisher, [completion, context](bool success, const std::optional<HTTPAnswer>& answer,
                                          const std::optional<HTTPError>& error) {
           if (completion == nullptr) return;
-          OmbrixError given{};
-          if (error) given = {error->what(), std::make_exception_ptr(*error)};
-          completion(success, answer ? answer->code : 0,
-                     answer ? ombrix::c::bytesFrom(answer->data) : nullptr,
-                     answer ? answer->data.size() : 0, error ? &given : nullptr, context);
+          if (error) {
+            const OmbrixError given{error->what(), std::make_exception_ptr(*error)};
+            return completion(success, ombrix::c::statusOf(*error), nullptr, 0, &given, context);
+          }
+          completion(success, answer->code, ombrix::c::bytesFrom(answer->data), answer->data.size(),
+                     nullptr, context);
         });
     return text(id.uuidString());
   });
+}
+
+OmbrixDateFormatter* ombrix_ServerAPI_localTimezoneFormatter() {
+  return catching(nullptr,
+                  [] { return new OmbrixDateFormatter{Client::localTimezoneFormatter()}; });
+}
+void ombrix_ServerAPI_setLocalTimezoneFormatter_(const OmbrixDateFormatter* formatter) {
+  Client::setLocalTimezoneFormatter(formatter == nullptr ? nullptr : formatter->formatter);
 }
 
 char* ombrix_ServerAPI_errorMessageForError_(const OmbrixError* error) {

@@ -4,6 +4,7 @@
 #include <stdbool.h>
 
 #include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
+#include "OmbrixC/OmbrixDate.h"
 #include "OmbrixC/OmbrixError.h"
 #include "OmbrixC/OmbrixObservation.h"
 #include "OmbrixC/OmbrixTypes.h"
@@ -26,8 +27,10 @@ typedef enum OmbrixAPIEndpoint {
 /// The one instance; borrowed, never released.
 OmbrixServerAPI* ombrix_ServerAPI_sharedInstance(void);
 
-/// Switches the environment.
+/// Switches the environment; the token and the sessions of the old one are let go of. An
+/// environment out of range stops the program at the next request.
 void ombrix_ServerAPI_changeTo_(OmbrixAPIEndpoint endpoint);
+/// The environment in use.
 OmbrixAPIEndpoint ombrix_ServerAPI_endPoint(const OmbrixServerAPI* self);
 
 /// Uses other servers: base URLs that end in "/". False, and nothing changes, when one is not a
@@ -37,53 +40,73 @@ bool ombrix_ServerAPI_setProduction_staging_development_(OmbrixServerAPI* self,
                                                          const char* staging,
                                                          const char* development);
 
+/// The base URL of the environment; the caller owns the copy.
 char* ombrix_ServerAPI_baseURL(const OmbrixServerAPI* self);
+/// Its host, without port; the caller owns the copy.
 char* ombrix_ServerAPI_baseHost(const OmbrixServerAPI* self);
+/// The root of the versioned interface, "api/v1/" below the base URL; the caller owns the copy.
 char* ombrix_ServerAPI_apiEndpoint(const OmbrixServerAPI* self);
+/// The root of everything else, the base URL; the caller owns the copy.
 char* ombrix_ServerAPI_endpoint(const OmbrixServerAPI* self);
 
-/// Bytes on disk.
+/// Bytes that its caches take on disk.
 int64_t ombrix_ServerAPI_cacheSize(OmbrixServerAPI* self);
+/// Removes all answers from the session's cache and the process's shared one.
 void ombrix_ServerAPI_clearCaches(OmbrixServerAPI* self);
 
 /// Runs an operation, which may be released right after. Adding one twice stops the program.
 void ombrix_ServerAPI_addOperation_(OmbrixServerAPI* self,
                                     OmbrixAPIHttpRequestOperation* operation);
 
-/// Cancelled operations call nobody.
+/// Cancels everything that is on its way; cancelled operations call nobody.
 void ombrix_ServerAPI_cancelAllOperations(OmbrixServerAPI* self);
+/// Cancels the request with an ID, which then calls nobody. An ID that no request has, or text
+/// that is none, does nothing.
 void ombrix_ServerAPI_cancelRequestWithID_(OmbrixServerAPI* self, const char* id);
 
-/// Not from a handler or callback.
+/// Waits until no request is on the queue. Not from a handler or callback.
 void ombrix_ServerAPI_waitUntilAllOperationsAreFinished(OmbrixServerAPI* self);
 
+/// Whether a request is on the queue, or tracked outside of it.
 bool ombrix_ServerAPI_hasOperations(const OmbrixServerAPI* self);
+/// A request outside of this client begins.
 void ombrix_ServerAPI_trackExternalHTTPRequest(OmbrixServerAPI* self);
+/// It ends; more ends than beginnings count as none.
 void ombrix_ServerAPI_completeExternalHTTPRequest(OmbrixServerAPI* self);
 
-/// NULL when nobody is signed in, in and out.
+/// The token of the signed-in user, a copy that the caller owns; NULL when nobody is signed in.
 char* ombrix_ServerAPI_jwtToken(const OmbrixServerAPI* self);
+/// Sets the token, which is copied; NULL signs out.
 void ombrix_ServerAPI_setJwtToken_(OmbrixServerAPI* self, const char* token);
 
 /// Called on the thread that brings the condition about.
 typedef void (*OmbrixServerAPIHandler)(void* context);
 
+/// Whether the login is no longer valid; ended by `clearLoginError` only.
 bool ombrix_ServerAPI_loginError(const OmbrixServerAPI* self);
+/// Makes it so, and calls the handler if it was not.
 void ombrix_ServerAPI_triggerLoginError(OmbrixServerAPI* self);
+/// Ends it.
 void ombrix_ServerAPI_clearLoginError(OmbrixServerAPI* self);
 /// Called each time that the login becomes invalid; NULL for none.
 void ombrix_ServerAPI_setForceLogoutHandler_context_(OmbrixServerAPI* self,
                                                      OmbrixServerAPIHandler handler, void* context);
 
+/// Whether the server is in maintenance, by its last answer.
 bool ombrix_ServerAPI_serverIsInMaintenanceMode(const OmbrixServerAPI* self);
+/// Makes it so, and calls the handler if it was not.
 void ombrix_ServerAPI_triggerMaintenanceMode(OmbrixServerAPI* self);
+/// Ends it.
 void ombrix_ServerAPI_clearMaintenanceMode(OmbrixServerAPI* self);
 /// Called each time that maintenance begins; NULL for none.
 void ombrix_ServerAPI_setMaintenanceHandler_context_(OmbrixServerAPI* self,
                                                      OmbrixServerAPIHandler handler, void* context);
 
+/// Whether there is a way to the network, or may be one once something is switched on.
 bool ombrix_ServerAPI_isReachable(const OmbrixServerAPI* self);
+/// Whether that way is constrained (Low Data Mode).
 bool ombrix_ServerAPI_isLimited(const OmbrixServerAPI* self);
+/// Whether that way is metered.
 bool ombrix_ServerAPI_isExpensive(const OmbrixServerAPI* self);
 
 /// Calls the observer on every change of "hasOperations", "isReachable", "isLimited",
@@ -94,8 +117,9 @@ OmbrixObservation* ombrix_ServerAPI_addObserver_forKeyPath_context_(OmbrixServer
                                                                     const char* keyPath,
                                                                     void* context);
 
-/// The outcome of a request: status and body, or an error; both borrowed for the call. The body is
-/// not NULL after a success.
+/// The outcome of a request: the status, or the code of `ombrix_Error_httpStatus`, with the body of
+/// a success, which is not NULL, or with the error of a failure, which knows more. Body and error
+/// are borrowed for the call. Called on a thread of the client's, several at once.
 typedef void (*OmbrixServerAPICompletion)(bool success, int code, const uint8_t* body,
                                           size_t length, const OmbrixError* error, void* context);
 
@@ -110,7 +134,16 @@ char* ombrix_ServerAPI_requestWithUrl_method_disableCache_payload_completion_con
     OmbrixServerAPI* self, const char* url, const char* method, bool disableCache,
     OmbrixPayload payload, OmbrixServerAPICompletion completion, void* context);
 
-/// The sentence to show to the user; the generic one for NULL.
+/// The formatter of local times that are exchanged with the service, "yyyy-MM-dd'T'HH:mm:ss" in the
+/// system's time zone at first; the caller owns the handle.
+OmbrixDateFormatter* ombrix_ServerAPI_localTimezoneFormatter(void);
+
+/// Has another one used from now on, which the caller may release right after; NULL brings the
+/// first one back.
+void ombrix_ServerAPI_setLocalTimezoneFormatter_(const OmbrixDateFormatter* formatter);
+
+/// The sentence to show to the user, in the user's language; the generic one for NULL and for
+/// errors that no request led to. The caller owns the copy.
 char* ombrix_ServerAPI_errorMessageForError_(const OmbrixError* error);
 
 #ifdef __cplusplus

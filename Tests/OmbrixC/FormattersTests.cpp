@@ -97,18 +97,21 @@ TEST(FormattersTests, AttributedTextTellsItsRuns) {
   const OmbrixColor gray{.5, .5, .5, 1};
   const OmbrixAttributes value{&font, nullptr, nullptr, nullptr};
   const OmbrixAttributes unit{nullptr, &gray, nullptr, nullptr};
-  const Object text{.kind = OmbrixObjectText, .text = "7 KM"};
+  const Object text{.kind = OmbrixObjectText, .text = "7\u00a0KM"};
   auto* styled =
       ombrix_ValueFormatter_attributedStringForObjectValue_withValueAttributes_unitLabelAttributes_(
           ombrix_ValueFormatter_shared(), &text, &value, &unit);
   ASSERT_NE(styled, nullptr);
-  EXPECT_EQ(taken(ombrix_AttributedString_string(styled)), "7 KM");
+  EXPECT_EQ(taken(ombrix_AttributedString_string(styled)), "7\u00a0KM");
   ASSERT_EQ(ombrix_AttributedString_runCount(styled), 2U);
   const OmbrixAttributedRun* runs = ombrix_AttributedString_runs(styled);
   EXPECT_EQ(runs[0].length, 2U);
   EXPECT_EQ(runs[0].font->pointSize, 20);
   EXPECT_EQ(runs[0].foregroundColor, nullptr);
   EXPECT_EQ(runs[1].location, 2U);
+  EXPECT_EQ(runs[0].utf8Length, 3U);
+  EXPECT_EQ(runs[1].utf8Location, 3U);
+  EXPECT_EQ(runs[1].utf8Length, 2U);
   EXPECT_STREQ(runs[1].font->name, "Inter");
   EXPECT_EQ(runs[1].font->pointSize, 15);
   EXPECT_EQ(runs[1].foregroundColor->red, .5);

@@ -107,9 +107,13 @@ TEST(LocationCSVTests, FailuresReachC) {
   ombrix_LocationCSVParser_release(parser);
 
   OmbrixError* error = nullptr;
-  EXPECT_EQ(ombrix_LocationCSVWriter_initWithUrl_error_("file:///no/such/file", &error), nullptr);
-  ASSERT_NE(error, nullptr);
-  ombrix_Error_release(error);
+  for (const char* bad : {"file:///no/such/file", "http:///no/such/file", "no such/file"}) {
+    EXPECT_EQ(ombrix_LocationCSVWriter_initWithUrl_error_(bad, &error), nullptr);
+    ASSERT_NE(error, nullptr) << bad;
+    EXPECT_TRUE(std::string(ombrix_Error_message(error)).contains("such/file"))
+        << ombrix_Error_message(error);
+    ombrix_Error_release(error);
+  }
   const auto refuse = [](void*, const uint8_t*, size_t) { return false; };
   auto* const writer = ombrix_LocationCSVWriter_initWithStream_error_({nullptr, refuse}, &error);
   const OmbrixLocation fix{};

@@ -1,8 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "OmbrixC/Location/Detail/Location.hpp"
-#include "OmbrixC/OmbrixDate.h"
-#include "OmbrixC/OmbrixMath.h"
 
 namespace ombrix::c {
 namespace {
@@ -35,15 +33,6 @@ TEST(LocationTests, SelectorsReachTheirOperations) {
   EXPECT_FALSE(ombrix_CLLocation_isEqual_(&south, nullptr));
   EXPECT_FALSE(ombrix_CLLocation_isEqualToLocation_(&south, nullptr));
   EXPECT_TRUE(ombrix_CLLocation_isEqual_(&south, &south));
-}
-
-// Catches receiver and argument of the date questions in the wrong order.
-TEST(DateTests, SelectorsReachTheirOperations) {
-  EXPECT_TRUE(ombrix_NSDate_isLaterThan_(2, 1));
-  EXPECT_TRUE(ombrix_NSDate_isEarlierThan_(1, 2));
-  EXPECT_TRUE(ombrix_NSDate_isLaterThanOrEqualTo_(2, 1));
-  EXPECT_TRUE(ombrix_NSDate_isEarlierThanOrEqualTo_(1, 2));
-  EXPECT_EQ(ombrix_Math_caloriesBurnedForUserWithWeight_overTime_(0, 3'600), -41.178);
 }
 
 }  // namespace

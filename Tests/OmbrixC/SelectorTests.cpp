@@ -3,22 +3,7 @@
 #include <algorithm>
 #include <string>
 
-#include "OmbrixC/Location/OmbrixHRCSV.h"
-#include "OmbrixC/Location/OmbrixLocation.h"
-#include "OmbrixC/Location/OmbrixLocationCSV.h"
-#include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
-#include "OmbrixC/Networking/OmbrixServerAPI.h"
-#include "OmbrixC/OmbrixAttributedString.h"
-#include "OmbrixC/OmbrixDate.h"
-#include "OmbrixC/OmbrixError.h"
-#include "OmbrixC/OmbrixFileManager.h"
-#include "OmbrixC/OmbrixFormatters.h"
-#include "OmbrixC/OmbrixLoggingService.h"
-#include "OmbrixC/OmbrixMath.h"
-#include "OmbrixC/OmbrixOperationQueue.h"
-#include "OmbrixC/OmbrixSettings.h"
-#include "OmbrixC/OmbrixTypes.h"
-#include "OmbrixC/OmbrixUnits.h"
+#include "OmbrixC/OmbrixC.h"
 
 namespace ombrix::c {
 namespace {

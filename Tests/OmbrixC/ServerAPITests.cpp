@@ -78,14 +78,15 @@ TEST_F(ServerAPITests, RequestsWithACompletion) {
   EXPECT_THAT(events.takeOnce("1 200  (null)"), ElementsAre("1 200  (null)"));
   answer->status = 404;
   request("a", "GET");
-  const std::string notFound = "0 0 (null) Sorry it looks like that link isn't valid.";
+  const std::string notFound = "0 404 (null) Sorry it looks like that link isn't valid.";
   EXPECT_THAT(events.takeOnce(notFound), ElementsAre(notFound));
   request("a", "FETCH");
   const std::string malformed =
-      "0 0 (null) The request was malformed. Please contact support for further assistance.";
+      "0 400 (null) The request was malformed. Please contact support for further assistance.";
   EXPECT_THAT(events.takeOnce(malformed), ElementsAre(malformed));
   EXPECT_EQ(taken(ombrix_ServerAPI_errorMessageForError_(nullptr)),
             "An unknown error occurred. Sorry, please try again later.");
+  EXPECT_EQ(ombrix_Error_httpCase(nullptr), nullptr);
 }
 
 // Catches a cancelled request that calls its completion.
@@ -177,6 +178,22 @@ TEST_F(ServerAPITests, Environment) {
   EXPECT_EQ(taken(ombrix_ServerAPI_apiEndpoint(client)), "https://b.test:8443/api/v1/");
   ombrix_ServerAPI_setJwtToken_(client, "abc");
   EXPECT_EQ(taken(ombrix_ServerAPI_jwtToken(client)), "abc");
+  auto* const years =
+      ombrix_DateFormatter_initWithDateFormat_locale_timeZone_("yyyy", "en_US", "UTC");
+  ombrix_ServerAPI_setLocalTimezoneFormatter_(years);
+  ombrix_DateFormatter_release(years);
+  auto* const shared = ombrix_ServerAPI_localTimezoneFormatter();
+  ombrix_ServerAPI_setLocalTimezoneFormatter_(nullptr);
+  EXPECT_EQ(taken(ombrix_DateFormatter_stringFromDate_(shared, 1700000000)), "2023");
+  double date = 0;
+  OmbrixError* error = nullptr;
+  EXPECT_TRUE(ombrix_DateFormatter_dateFromString_error_(shared, "1970", &date, &error));
+  EXPECT_EQ(date, 0);
+  EXPECT_FALSE(ombrix_DateFormatter_dateFromString_error_(shared, "?", &date, &error));
+  EXPECT_STREQ(ombrix_Error_message(error), "The text “?” is not a date.");
+  EXPECT_EQ(ombrix_Error_httpStatus(error), 0);
+  ombrix_Error_release(error);
+  ombrix_DateFormatter_release(shared);
   ombrix_ServerAPI_setJwtToken_(client, nullptr);
   EXPECT_EQ(taken(ombrix_ServerAPI_jwtToken(client)), "(null)");
 }

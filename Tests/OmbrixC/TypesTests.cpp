@@ -25,15 +25,5 @@ TEST(TypesTests, TellsNoneFromEmpty) {
   ombrix_Data_release(two);
 }
 
-// Catches a name that is not that of the stores' files, and a text that is none.
-TEST(StringTests, FileNamesAreSanitized) {
-  char* name = ombrix_String_sanitizedFileName("Zürich/2024?");
-  EXPECT_STREQ(name, "Zurich2024");
-  ombrix_String_release(name);
-  char* none = ombrix_String_sanitizedFileName(nullptr);
-  EXPECT_STREQ(none, "");
-  ombrix_String_release(none);
-}
-
 }  // namespace
 }  // namespace ombrix::c

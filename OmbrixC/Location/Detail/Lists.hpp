@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "OmbrixC/Detail/Handle.hpp"
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 
 namespace ombrix::c {
@@ -42,7 +43,7 @@ std::pair<CItem*, std::size_t> copied(std::optional<std::vector<Item>> items,
   if (copies != nullptr) std::transform(items->data(), items->data() + count, copies, toC);
   items.reset();  // The line may need the memory.
   if (count < all || copies == nullptr) logMissing(tag);
-  return {copies, count};
+  return {counted(copies), count};
 }
 
 /// What an operation gives; its result's empty value, and a line in the log, where it throws.

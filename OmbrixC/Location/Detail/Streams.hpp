@@ -10,10 +10,9 @@
 
 namespace ombrix::c {
 
-/// A text that is not a URL at all stands for a file that is not there.
+/// A text that is not a URL stands for one that names no file.
 inline platform::URL urlFrom(const char* url) {
-  const auto parsed = platform::URL::parse(textFrom(url));
-  return parsed ? *parsed : platform::URL::fileURL("/dev/null/none");
+  return platform::URL::parse(textFrom(url)).value_or(*platform::URL::parse("none:"));
 }
 
 /// Reads through the function of a C caller.

@@ -4,11 +4,13 @@
 #include <optional>
 
 #include "OmbrixC/Detail/Copies.hpp"
+#include "OmbrixC/Detail/Handle.hpp"
 #include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
 
 struct OmbrixAPIHttpRequestOperation {
   std::shared_ptr<ombrix::OmbrixAPIHttpRequestOperation> operation;
+  ombrix::c::Handle handle = {};
 };
 
 namespace ombrix::c {

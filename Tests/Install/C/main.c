@@ -1,7 +1,6 @@
 #include <OmbrixC/OmbrixFormatters.h>
 #include <OmbrixC/OmbrixSettings.h>
 #include <stdio.h>
-#include <stdlib.h>
 
 /// Prints a heart rate for the user, whose language the caller sets: the texts must be found
 /// although nothing of the installed package lies beside this program.
@@ -13,7 +12,7 @@ int main(void) {
       .kind = OmbrixObjectMeasurement, .number = 120, .unit = OmbrixUnitBeatsPerMinute};
   char* text = ombrix_MeasurementFormatter_stringForObjectValue_(formatter, &value);
   if (text != NULL) puts(text);
-  free(text);
+  ombrix_String_release(text);
   ombrix_MeasurementFormatter_release(formatter);
   return 0;
 }

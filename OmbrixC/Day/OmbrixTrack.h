@@ -1,0 +1,83 @@
+#ifndef OMBRIXC_DAY_OMBRIX_TRACK_H
+#define OMBRIXC_DAY_OMBRIX_TRACK_H
+
+#include "OmbrixC/Location/OmbrixLocation.h"
+#include "OmbrixC/OmbrixError.h"
+#include "OmbrixC/OmbrixTypes.h"
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/// The files that tracks are kept in.
+typedef enum OmbrixTrackFormat {
+  OmbrixTrackFormatCSV = 0,
+  OmbrixTrackFormatGPX = 1,
+  OmbrixTrackFormatTCX = 2,
+  OmbrixTrackFormatGeoJSON = 3,
+  OmbrixTrackFormatFIT = 4,  ///< Read only.
+} OmbrixTrackFormat;
+
+/// A heart rate at a time: seconds since 1970, beats per minute.
+typedef struct OmbrixHeartRate {
+  double time;
+  double beatsPerMinute;
+} OmbrixHeartRate;
+
+/// A recording, whatever file it came from; never changes. What its functions point to is borrowed
+/// until it is released.
+typedef struct OmbrixTrack OmbrixTrack;
+
+/// Reads the file of a file URL, in the format that its ending stands for, else in the one that its
+/// beginning looks like. Of a damaged file what can be read is there, and `fault` says what is
+/// wrong. NULL and an error, which names the file or the text, for a text that is not a file URL, a
+/// file that cannot be opened, is larger than 1 GiB, is no track, or does not fit the memory. The
+/// caller owns the track.
+OmbrixTrack* ombrix_Track_initWithUrl_error_(const char* url, OmbrixError** error);
+
+/// The same of bytes, borrowed for the call, in a format. A format out of range is an error.
+OmbrixTrack* ombrix_Track_initWithData_format_error_(const uint8_t* bytes, size_t length,
+                                                     OmbrixTrackFormat format, OmbrixError** error);
+
+/// A track of fixes, which are copied, with the name that files may hold; NULL for none. The caller
+/// owns the track; NULL where memory runs out.
+OmbrixTrack* ombrix_Track_initWithLocations_count_name_(const OmbrixLocation* locations,
+                                                        size_t count, const char* name);
+
+/// Gives a track back; NULL is allowed.
+void ombrix_Track_release(OmbrixTrack* self);
+
+/// The name that the file gives the track; empty for none.
+const char* ombrix_Track_name(const OmbrixTrack* self);
+
+/// The fixes in the order of the file; unknown figures are -1, altitudes 0.
+const OmbrixLocation* ombrix_Track_locations(const OmbrixTrack* self);
+/// How many fixes there are.
+size_t ombrix_Track_locationCount(const OmbrixTrack* self);
+
+/// The heart rates in the order of the file.
+const OmbrixHeartRate* ombrix_Track_heartRates(const OmbrixTrack* self);
+/// How many heart rates there are.
+size_t ombrix_Track_heartRateCount(const OmbrixTrack* self);
+
+/// When each lap began, seconds since 1970.
+const double* ombrix_Track_laps(const OmbrixTrack* self);
+/// How many laps there are.
+size_t ombrix_Track_lapCount(const OmbrixTrack* self);
+
+/// How many points of the file have no place or no time, and were left out.
+size_t ombrix_Track_skipped(const OmbrixTrack* self);
+
+/// Why the file could not be read whole; empty when it could.
+const char* ombrix_Track_fault(const OmbrixTrack* self);
+
+/// The bytes of a file of a format with the fixes that it can hold, which the caller owns. Without
+/// bytes, and an error, for FIT, which is read only, and a format out of range.
+OmbrixData ombrix_Track_dataInFormat_error_(const OmbrixTrack* self, OmbrixTrackFormat format,
+                                            OmbrixError** error);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif
