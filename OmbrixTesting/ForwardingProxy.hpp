@@ -10,12 +10,13 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
 #include <utility>
 #include <vector>
+
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::testing {
 
@@ -39,7 +40,7 @@ class ForwardingProxy {
     ::shutdown(listener_, SHUT_RDWR);
     accepting_.join();  // no more are added after that
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       for (const int socket : sockets_) ::shutdown(socket, SHUT_RDWR);
     }
     serving_.clear();
@@ -53,7 +54,7 @@ class ForwardingProxy {
 
   /// The first lines of the requests since the last call.
   std::vector<std::string> takeRequests() {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return std::exchange(requests_, {});
   }
 
@@ -76,7 +77,7 @@ class ForwardingProxy {
   }
 
   void keep(int socket) {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     sockets_.push_back(socket);
   }
 
@@ -87,7 +88,7 @@ class ForwardingProxy {
     }
     const std::string line = head.substr(0, head.find('\r'));
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       requests_.push_back(line);
     }
     if (head.find("Proxy-Authorization: " + credentials_ + "\r\n") == std::string::npos &&
@@ -145,9 +146,9 @@ class ForwardingProxy {
   const std::string credentials_;
   const int listener_ = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
   std::uint16_t port_ = 0;
-  std::mutex mutex_;  // guards what follows
-  std::vector<int> sockets_;
-  std::vector<std::string> requests_;
+  platform::Mutex mutex_;
+  std::vector<int> sockets_ OMBRIX_GUARDED_BY(mutex_);
+  std::vector<std::string> requests_ OMBRIX_GUARDED_BY(mutex_);
   std::vector<std::jthread> serving_;  // the accepting thread's, then the destructor's
   std::jthread accepting_;
 };

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <deque>
-#include <mutex>
 #include <semaphore>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::testing {
 
@@ -14,7 +14,7 @@ class HeldExecutor final : public platform::Executor {
  public:
   void post(platform::Job job) override {
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       jobs_.push_back(std::move(job));
     }
     posted_.release();
@@ -23,15 +23,15 @@ class HeldExecutor final : public platform::Executor {
   /// Waits for the next job and gives it.
   [[nodiscard]] platform::Job take() {
     posted_.acquire();
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     auto job = std::move(jobs_.front());
     jobs_.pop_front();
     return job;
   }
 
  private:
-  std::mutex mutex_;
-  std::deque<platform::Job> jobs_;
+  platform::Mutex mutex_;
+  std::deque<platform::Job> jobs_ OMBRIX_GUARDED_BY(mutex_);
   std::counting_semaphore<> posted_{0};
 };
 

@@ -12,7 +12,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -20,6 +19,7 @@
 #include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "Tools/DevServer/HTTP/Certificates.hpp"
 
 namespace ombrix::testing {
@@ -80,7 +80,7 @@ class RawHTTP2Server {
     isStopping_ = true;
     ::shutdown(listener_, SHUT_RDWR);
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       for (const int socket : sockets_) ::shutdown(socket, SHUT_RDWR);
     }
     threads_.front().join();  // no more are added after that
@@ -150,7 +150,7 @@ class RawHTTP2Server {
     while (!isStopping_) {
       const int socket = ::accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
       if (socket < 0) continue;
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       sockets_.push_back(socket);
       threads_.emplace_back([this, socket] { serve(socket); });
     }
@@ -177,7 +177,7 @@ class RawHTTP2Server {
       ::SSL_get0_alpn_selected(tls.get(), &protocol, &size);
       size == 0 ? answerByHTTP1(tls.get()) : converse(tls.get());
     }
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     std::erase(sockets_, socket);
     ::close(socket);
   }
@@ -246,8 +246,8 @@ class RawHTTP2Server {
   int port_ = 0;
   std::atomic<bool> isStopping_ = false;
   std::atomic<bool> mayAskLater_ = false;
-  std::mutex mutex_;  // guards what follows
-  std::vector<int> sockets_;
+  platform::Mutex mutex_;
+  std::vector<int> sockets_ OMBRIX_GUARDED_BY(mutex_);
   std::vector<std::jthread> threads_;  // the first one accepts
 };
 

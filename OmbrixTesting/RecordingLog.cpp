@@ -1,8 +1,7 @@
 #include "OmbrixTesting/RecordingLog.hpp"
 
-#include <mutex>
-
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -15,18 +14,18 @@ using platform::DDLogLevel;
 class RecordingLog::Logger final : public platform::DDLogger {
  public:
   void log(const platform::DDLogMessage& message) override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     lines_.push_back({message.flag, std::string(message.message), std::string(message.file),
                       std::string(message.function), message.line});
   }
 
   std::vector<Line> lines() const {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return lines_;
   }
 
   std::vector<std::string> takeErrors() {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     std::vector<std::string> errors;
     for (; seen_ < lines_.size(); ++seen_) {
       if (lines_[seen_].flag == DDLogFlag::error) errors.push_back(lines_[seen_].message);
@@ -35,9 +34,9 @@ class RecordingLog::Logger final : public platform::DDLogger {
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<Line> lines_;
-  std::size_t seen_ = 0;
+  mutable platform::Mutex mutex_;
+  std::vector<Line> lines_ OMBRIX_GUARDED_BY(mutex_);
+  std::size_t seen_ OMBRIX_GUARDED_BY(mutex_) = 0;
 };
 
 RecordingLog::RecordingLog()

@@ -1,9 +1,9 @@
 #pragma once
 
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Logging/SystemLog.hpp"
 
 namespace ombrix::testing {
@@ -15,18 +15,18 @@ namespace ombrix::testing {
 class RecordingSystemLog final : public platform::SystemLog {
  public:
   void write(const platform::SystemLogEntry& entry) override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     texts_.emplace_back(entry.text);
   }
 
   [[nodiscard]] std::vector<std::string> texts() const {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return texts_;
   }
 
  private:
-  mutable std::mutex mutex_;
-  std::vector<std::string> texts_;
+  mutable platform::Mutex mutex_;
+  std::vector<std::string> texts_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::testing

@@ -1,9 +1,9 @@
 #include "OmbrixCore/Concurrency/DispatchQueue+Throttle.hpp"
 
-#include <mutex>
 #include <unordered_map>
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
@@ -26,10 +26,10 @@ struct Debounced {
 
 // The tables of the whole process. An entry goes when its time has come.
 struct Tables {
-  std::mutex mutex;
-  std::unordered_map<Context, TimePoint, ContextHash> throttled;
-  std::unordered_map<Context, Debounced, ContextHash> debounced;
-  std::size_t generations = 0;
+  platform::Mutex mutex;
+  std::unordered_map<Context, TimePoint, ContextHash> throttled OMBRIX_GUARDED_BY(mutex);
+  std::unordered_map<Context, Debounced, ContextHash> debounced OMBRIX_GUARDED_BY(mutex);
+  std::size_t generations OMBRIX_GUARDED_BY(mutex) = 0;
 };
 
 Tables& tables() {
@@ -38,7 +38,7 @@ Tables& tables() {
 }
 
 void forgetThrottled(const Context& context, TimePoint deadline) {
-  const std::lock_guard lock(tables().mutex);
+  const platform::LockGuard lock(tables().mutex);
   const auto entry = tables().throttled.find(context);
   if (entry != tables().throttled.end() && entry->second == deadline) {
     tables().throttled.erase(entry);
@@ -48,7 +48,7 @@ void forgetThrottled(const Context& context, TimePoint deadline) {
 void runDebounced(const Context& context, std::size_t generation) {
   Debounced due;
   {
-    const std::lock_guard lock(tables().mutex);
+    const platform::LockGuard lock(tables().mutex);
     const auto entry = tables().debounced.find(context);
     if (entry == tables().debounced.end() || entry->second.generation != generation) return;
     due = std::move(entry->second);
@@ -64,7 +64,7 @@ void throttle(platform::DispatchQueue& queue, TimePoint deadline, const Context&
   const auto now = platform::services().clock.get().steadyNow();
   if (now < deadline) {
     {
-      const std::lock_guard lock(tables().mutex);
+      const platform::LockGuard lock(tables().mutex);
       const auto [entry, isNew] = tables().throttled.try_emplace(context, deadline);
       if (!isNew && now < entry->second) return;
       entry->second = deadline;
@@ -72,7 +72,7 @@ void throttle(platform::DispatchQueue& queue, TimePoint deadline, const Context&
     platform::afterUncancellably(deadline,
                                  [context, deadline] { forgetThrottled(context, deadline); });
   } else {
-    const std::lock_guard lock(tables().mutex);
+    const platform::LockGuard lock(tables().mutex);
     const auto entry = tables().throttled.find(context);
     if (entry != tables().throttled.end() && now < entry->second) return;
   }
@@ -85,7 +85,7 @@ void debounce(platform::DispatchQueue& queue, std::chrono::duration<double> inte
   Debounced replaced;
   std::size_t generation = 0;
   {
-    const std::lock_guard lock(tables().mutex);
+    const platform::LockGuard lock(tables().mutex);
     generation = ++tables().generations;
     auto& entry = tables().debounced[context];
     replaced = std::exchange(
@@ -93,7 +93,7 @@ void debounce(platform::DispatchQueue& queue, std::chrono::duration<double> inte
   }
   auto timer =
       platform::after(interval, [context, generation] { runDebounced(context, generation); });
-  const std::lock_guard lock(tables().mutex);
+  const platform::LockGuard lock(tables().mutex);
   const auto entry = tables().debounced.find(context);
   if (entry != tables().debounced.end() && entry->second.generation == generation) {
     entry->second.timer = std::move(timer);

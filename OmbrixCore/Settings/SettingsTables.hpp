@@ -5,13 +5,13 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Messaging/MessageChannel.hpp"
 
 namespace ombrix {
@@ -40,13 +40,13 @@ class SettingsTables {
   /// Runs a closure on the contents, alone; it must not call out.
   template <class Closure>
   auto change(Closure&& closure) {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     const Changed changed(contents_);
     return closure(contents_);
   }
   template <class Closure>
   auto read(Closure&& closure) const {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return closure(contents_);
   }
 
@@ -76,8 +76,8 @@ class SettingsTables {
     const Contents& contents;
   };
 
-  mutable std::mutex mutex_;
-  Contents contents_;
+  mutable platform::Mutex mutex_;
+  Contents contents_ OMBRIX_GUARDED_BY(mutex_);
   // The process has these tables once; so readers find them without asking for the instance.
   static constinit inline std::atomic<std::uint64_t> revision_{0};
   static constinit inline std::atomic<bool> hasWormhole_{false};

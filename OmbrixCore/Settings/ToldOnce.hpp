@@ -1,10 +1,11 @@
 #pragma once
 
 #include <cstddef>
-#include <mutex>
 #include <set>
 #include <string>
 #include <string_view>
+
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix {
 
@@ -14,13 +15,13 @@ class ToldOnce {
   /// Whether a text is met for the first time; not when there were very many.
   bool isNews(std::string_view text) {
     constexpr std::size_t kMaximum = 64;
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return told_.size() < kMaximum && told_.emplace(text).second;
   }
 
  private:
-  std::mutex mutex_;
-  std::set<std::string, std::less<>> told_;
+  platform::Mutex mutex_;
+  std::set<std::string, std::less<>> told_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix

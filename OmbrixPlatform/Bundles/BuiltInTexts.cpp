@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Text/LanguageMatch.hpp"
 
 namespace ombrix::platform {
@@ -30,7 +31,7 @@ std::string BuiltInTexts::language(const std::vector<std::string>& preferred) co
 }
 
 std::shared_ptr<const StringsTable> BuiltInTexts::table(const std::vector<std::string>& preferred) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (const auto known = readers_.find(preferred); known != readers_.end()) return known->second;
   if (readers_.size() >= kMaximumReaders) readers_.clear();
   return readers_.try_emplace(preferred, parsed(language(preferred))).first->second;

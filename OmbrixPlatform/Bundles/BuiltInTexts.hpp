@@ -2,7 +2,6 @@
 
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <string>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Bundles/StringsTable.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform {
 
@@ -42,9 +42,10 @@ class BuiltInTexts {
 
   std::span<const BuiltInTable> tables_;
   std::string developmentLanguage_;
-  std::mutex mutex_;
+  Mutex mutex_;
   // Each reader's table, parsed once.
-  std::map<std::vector<std::string>, std::shared_ptr<const StringsTable>> readers_;
+  std::map<std::vector<std::string>, std::shared_ptr<const StringsTable>> readers_
+      OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::platform

@@ -11,9 +11,7 @@
 #include <asio/steady_timer.hpp>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <exception>
-#include <mutex>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -22,6 +20,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -43,7 +42,7 @@ class EventLoop {
   /// Makes it the first time; throws `std::system_error` when the process has no descriptor left.
   static EventLoop& shared() {
     if (auto* const loop = made()) return *loop;
-    const std::lock_guard lock(making_);
+    const LockGuard lock(making_);
     return make();
   }
 
@@ -54,7 +53,7 @@ class EventLoop {
       asio::post(loop->context, std::move(job));
       if (loop->hasThread_.load(std::memory_order_acquire)) return;
     } else {
-      const std::lock_guard lock(making_);
+      const LockGuard lock(making_);
       early().push_back(std::move(job));
     }
     retry();
@@ -63,7 +62,7 @@ class EventLoop {
 
   /// Makes what could not be made yet for the jobs that wait.
   static void retry() {
-    const std::lock_guard lock(making_);
+    const LockGuard lock(making_);
     if (!made() && early().empty()) return;
     try {
       make().ensureThread();
@@ -82,8 +81,7 @@ class EventLoop {
 
   static EventLoop* made() { return made_.load(std::memory_order_acquire); }
 
-  // What follows: with `making_` held.
-  static EventLoop& make() {
+  static EventLoop& make() OMBRIX_REQUIRES(making_) {
     auto* const before = made();
     auto* const loop = before ? before : new EventLoop;
     for (auto& job : early()) asio::post(loop->context, std::move(job));
@@ -92,18 +90,18 @@ class EventLoop {
     return *loop;
   }
 
-  void ensureThread() {
+  void ensureThread() OMBRIX_REQUIRES(making_) {
     if (hasThread_.load(std::memory_order_relaxed)) return;
     std::thread([this] { context.run(); }).detach();
     hasThread_.store(true, std::memory_order_release);
   }
 
-  static std::vector<Job>& early() {
+  static std::vector<Job>& early() OMBRIX_REQUIRES(making_) {
     static auto& jobs = *new std::vector<Job>;
     return jobs;
   }
 
-  static inline std::mutex making_;
+  static inline Mutex making_;
   static inline std::atomic<EventLoop*> made_{nullptr};
   std::atomic<bool> hasThread_{false};
   asio::io_context::work work_{context};
@@ -119,11 +117,11 @@ class EventToken::State : public std::enable_shared_from_this<State> {
   void cancel() noexcept {
     EventHandler released;
     {
-      std::unique_lock lock(mutex_);
+      const LockGuard lock(mutex_);
       isCancelled_ = true;
       if (isRunning_) {
         if (runner_ == std::this_thread::get_id()) return;
-        finished_.wait(lock, [this] { return !isRunning_; });
+        finished_.wait(mutex_, [this]() OMBRIX_REQUIRES(mutex_) { return !isRunning_; });
       }
       released = std::move(handler_);
     }
@@ -133,7 +131,7 @@ class EventToken::State : public std::enable_shared_from_this<State> {
   /// Calls the handler unless cancelled; true when it is to be called again.
   bool fire(bool isLast) {
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       if (isCancelled_) return false;
       isRunning_ = true;
       runner_ = std::this_thread::get_id();
@@ -143,12 +141,12 @@ class EventToken::State : public std::enable_shared_from_this<State> {
     EventHandler released;
     bool isOver = isLast;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       isOver = isOver || isCancelled_;
       if (isOver) released = std::move(handler_);
     }
     released = nullptr;
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     isRunning_ = false;
     finished_.notify_all();
     return !isOver && !isCancelled_;
@@ -158,12 +156,12 @@ class EventToken::State : public std::enable_shared_from_this<State> {
   virtual void detach() = 0;
 
  private:
-  std::mutex mutex_;
-  std::condition_variable finished_;
+  Mutex mutex_;
+  Condition finished_;
   EventHandler handler_;
-  bool isCancelled_ = false;
-  bool isRunning_ = false;
-  std::thread::id runner_;
+  bool isCancelled_ OMBRIX_GUARDED_BY(mutex_) = false;
+  bool isRunning_ OMBRIX_GUARDED_BY(mutex_) = false;
+  std::thread::id runner_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 namespace {

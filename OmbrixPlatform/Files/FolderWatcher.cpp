@@ -5,7 +5,6 @@
 
 #include <array>
 #include <map>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 #include <utility>
@@ -14,6 +13,7 @@
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 
 namespace ombrix::platform {
@@ -52,19 +52,20 @@ class FolderWatcher::Impl : public std::enable_shared_from_this<Impl> {
   class Watch;
   using Call = std::pair<std::shared_ptr<Folder>, FolderChange>;
 
-  void start();
+  void start() OMBRIX_REQUIRES(mutex_);
   void readEvents();
-  void take(const inotify_event& event, std::vector<Call>& calls);
-  int arm(Folder& folder);
-  void disarm(Folder& folder);
-  void rearm(const std::shared_ptr<Folder>& folder, std::vector<Call>& calls);
-  std::vector<std::shared_ptr<Folder>> foldersOn(int watch) const;
+  void take(const inotify_event& event, std::vector<Call>& calls) OMBRIX_REQUIRES(mutex_);
+  int arm(Folder& folder) OMBRIX_REQUIRES(mutex_);
+  void disarm(Folder& folder) OMBRIX_REQUIRES(mutex_);
+  void rearm(const std::shared_ptr<Folder>& folder, std::vector<Call>& calls)
+      OMBRIX_REQUIRES(mutex_);
+  std::vector<std::shared_ptr<Folder>> foldersOn(int watch) const OMBRIX_REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  detail::Descriptor inotify_;
-  EventToken readable_;
-  std::map<std::string, std::shared_ptr<Folder>> folders_;
-  std::unordered_map<int, std::size_t> uses_;  // of each watch by folders
+  Mutex mutex_;
+  detail::Descriptor inotify_;  // set once, before its events are read
+  EventToken readable_ OMBRIX_GUARDED_BY(mutex_);
+  std::map<std::string, std::shared_ptr<Folder>> folders_ OMBRIX_GUARDED_BY(mutex_);
+  std::unordered_map<int, std::size_t> uses_ OMBRIX_GUARDED_BY(mutex_);  // of each watch by folders
 };
 
 /// Ends one handler, and the folder's watch with its last.
@@ -88,7 +89,7 @@ class FolderWatcher::Impl::Watch final : public detail::Observation {
 ObservationToken FolderWatcher::Impl::watch(const fs::path& path, Handler handler) {
   auto absolute = fs::absolute(path).lexically_normal();
   if (!absolute.has_filename() && absolute.has_relative_path()) absolute = absolute.parent_path();
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   start();
   auto& folder = folders_[absolute.string()];
   if (!folder) {
@@ -106,7 +107,7 @@ ObservationToken FolderWatcher::Impl::watch(const fs::path& path, Handler handle
 }
 
 void FolderWatcher::Impl::release(const std::shared_ptr<Folder>& folder) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (--folder->watchers > 0) return;
   disarm(*folder);
   folders_.erase(folder->path.string());
@@ -197,7 +198,7 @@ void FolderWatcher::Impl::readEvents() {
       at += sizeof(inotify_event) + event.len;
       std::vector<Call> calls;
       {
-        const std::lock_guard lock(mutex_);
+        const LockGuard lock(mutex_);
         take(event, calls);
       }
       for (const auto& [folder, change] : calls) folder->changed.send(change);

@@ -7,12 +7,12 @@
 #include <cerrno>
 #include <cstdlib>
 #include <map>
-#include <mutex>
 #include <string>
 
 #include "OmbrixPlatform/Detail/Environment.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
@@ -140,7 +140,7 @@ class XdgDirectories final : public Directories {
       return std::nullopt;
     }
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       if (const auto set = containers_.find(group); set != containers_.end()) return set->second;
     }
     const std::string path = folder(data_, ".local/share") + "/" + std::string(group);
@@ -149,7 +149,7 @@ class XdgDirectories final : public Directories {
   }
 
   void setContainerForGroup(std::string_view group, std::optional<URL> container) override {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (container) {
       containers_.insert_or_assign(std::string(group), *std::move(container));
     } else if (const auto set = containers_.find(group); set != containers_.end()) {
@@ -161,7 +161,7 @@ class XdgDirectories final : public Directories {
   /// The user's home. One that stands in is made when it is first asked for: who has folders
   /// elsewhere needs none.
   std::string home() const {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (home_.empty()) home_ = privateFolderIn(temporary_);
     return home_;
   }
@@ -170,9 +170,9 @@ class XdgDirectories final : public Directories {
   }
 
   std::string temporary_, caches_, data_, preferences_;
-  mutable std::mutex mutex_;
-  mutable std::string home_;  // empty until there is one
-  std::map<std::string, URL, std::less<>> containers_;
+  mutable Mutex mutex_;
+  mutable std::string home_ OMBRIX_GUARDED_BY(mutex_);  // empty until there is one
+  std::map<std::string, URL, std::less<>> containers_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace

@@ -7,7 +7,6 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -18,6 +17,8 @@
 #include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
+#include "OmbrixPlatform/Locks/TryLock.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixPlatform/Logging/Detail/LogLine.hpp"
 
@@ -48,7 +49,7 @@ class DDFileLogger::Writer {
 
   ~Writer() {
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       isStopping_ = true;
     }
     somethingToDo_.notify_one();
@@ -57,9 +58,9 @@ class DDFileLogger::Writer {
     closeFile();
   }
 
-  /// Adds the line that `append` appends to a text and writes it now or soon. Needs the lock.
+  /// Adds the line that `append` appends to a text and writes it now or soon.
   template <class Append>
-  void add(const DDLogMessage& message, Append append) {
+  void add(const DDLogMessage& message, Append append) OMBRIX_REQUIRES(mutex) {
     lastDate_ = message.timestamp;
     if (rollDate_ && lastDate_ >= *rollDate_) endOldFile();
     if (lines_.size() >= kMaximumHeldBytes) {
@@ -80,15 +81,14 @@ class DDFileLogger::Writer {
   }
 
   /// Writes all gathered lines, unless that failed a moment ago; what cannot be written stays.
-  /// Needs the lock.
-  void write() {
+  void write() OMBRIX_REQUIRES(mutex) {
     if (lines_.empty()) return;
     if (nextAttempt_ && std::chrono::steady_clock::now() < *nextAttempt_) return;
     writeNow();
   }
 
   /// The same, also when it failed a moment ago.
-  void writeNow() {
+  void writeNow() OMBRIX_REQUIRES(mutex) {
     if (lines_.empty() || !openFile()) return;
     int error = 0;
     for (int pass = 0; pass < kMaximumPasses && error == 0 && !lines_.empty(); ++pass) {
@@ -99,15 +99,15 @@ class DDFileLogger::Writer {
     if (maximumFileSize != 0 && size_ >= maximumFileSize) closeFile();
   }
 
-  /// The next write goes to a new file, not to one of another process. Needs the lock.
-  void startNewFile() {
+  /// The next write goes to a new file, not to one of another process.
+  void startNewFile() OMBRIX_REQUIRES(mutex) {
     closeFile();
     needsNewFile_ = true;
     nextAttempt_.reset();
   }
 
-  /// Sets the age at which the open file ends. Needs the lock.
-  void scheduleRolling() {
+  /// Sets the age at which the open file ends.
+  void scheduleRolling() OMBRIX_REQUIRES(mutex) {
     rollDate_.reset();
     if (descriptor_ >= 0 && rollingFrequency.count() > 0) {
       // A file from the future (the clock was set back) ends one span from now at the latest.
@@ -115,10 +115,10 @@ class DDFileLogger::Writer {
     }
   }
 
-  std::mutex mutex;
+  Mutex mutex;
   const std::shared_ptr<DDLogFileManager> manager;
-  TimeInterval rollingFrequency = kDefaultRollingFrequency;
-  std::uint64_t maximumFileSize = kDefaultMaximumFileSizeBytes;
+  TimeInterval rollingFrequency OMBRIX_GUARDED_BY(mutex) = kDefaultRollingFrequency;
+  std::uint64_t maximumFileSize OMBRIX_GUARDED_BY(mutex) = kDefaultMaximumFileSizeBytes;
 
  private:
   /// Appends the gathered lines with one write and lets go of those that are whole in the file. 0,
@@ -127,11 +127,12 @@ class DDFileLogger::Writer {
   /// A disk that is full takes a part, and another process's line may follow it at once. So what is
   /// torn stays alone on its line and its line is written again whole; and so is a line of ours
   /// that came to stand behind what another process had torn.
-  int appendToFile() {
+  int appendToFile() OMBRIX_REQUIRES(mutex) {
     const bool startsAnew = !endsWithLineBreak(::lseek(descriptor_, 0, SEEK_END));
     if (startsAnew) lines_.insert(0, 1, '\n');
-    const auto count =
-        detail::retrying([&] { return ::write(descriptor_, lines_.data(), lines_.size()); });
+    const auto count = detail::retrying([file = descriptor_, bytes = std::string_view(lines_)] {
+      return ::write(file, bytes.data(), bytes.size());
+    });
     if (count <= 0) {
       const int error = errno;
       if (startsAnew) lines_.erase(0, 1);
@@ -149,13 +150,13 @@ class DDFileLogger::Writer {
   }
 
   /// Whether the file's first `size` bytes end a line; so does what cannot be told.
-  bool endsWithLineBreak(off_t size) const {
+  bool endsWithLineBreak(off_t size) const OMBRIX_REQUIRES(mutex) {
     char last = '\n';
     return size <= 0 || ::pread(descriptor_, &last, 1, size - 1) != 1 || last == '\n';
   }
 
   /// Makes sure that a file is open and still has a name.
-  bool openFile() {
+  bool openFile() OMBRIX_REQUIRES(mutex) {
     if (descriptor_ >= 0) {
       struct stat status{};
       if (::fstat(descriptor_, &status) == 0 && status.st_nlink != 0) {
@@ -183,7 +184,7 @@ class DDFileLogger::Writer {
     return true;
   }
 
-  bool isWorthContinuing(const DDLogFileManager::OpenFile& file) const {
+  bool isWorthContinuing(const DDLogFileManager::OpenFile& file) const OMBRIX_REQUIRES(mutex) {
     const bool isYoung =
         rollingFrequency.count() <= 0 || lastDate_ - file.creationDate < rollingFrequency;
     return isYoung && (maximumFileSize == 0 || sizeOf(file.descriptor) < maximumFileSize);
@@ -194,7 +195,7 @@ class DDFileLogger::Writer {
     return ::fstat(descriptor, &status) == 0 ? static_cast<std::uint64_t>(status.st_size) : 0;
   }
 
-  void endOldFile() {
+  void endOldFile() OMBRIX_REQUIRES(mutex) {
     write();
     // Another process may have made the next file already; but a file from the future would be
     // taken up again and again.
@@ -202,12 +203,12 @@ class DDFileLogger::Writer {
     closeFile();
   }
 
-  void closeFile() {
+  void closeFile() OMBRIX_REQUIRES(mutex) {
     if (descriptor_ >= 0) ::close(std::exchange(descriptor_, -1));
     rollDate_.reset();
   }
 
-  void writeSoon() {
+  void writeSoon() OMBRIX_REQUIRES(mutex) {
     if (!thread_.joinable())
       thread_ = startQuietThread("ombrix-log", [this] { writeInBackground(); });
     if (thread_.joinable()) {
@@ -218,34 +219,36 @@ class DDFileLogger::Writer {
   }
 
   void writeInBackground() {
-    std::unique_lock lock(mutex);
+    const LockGuard lock(mutex);
+    const auto hasWork = [this]() OMBRIX_REQUIRES(mutex) { return isStopping_ || !lines_.empty(); };
+    const auto isStopping = [this]() OMBRIX_REQUIRES(mutex) { return isStopping_; };
     while (!isStopping_) {
-      somethingToDo_.wait(lock, [this] { return isStopping_ || !lines_.empty(); });
+      somethingToDo_.wait(mutex, hasWork);
       const auto delay = nextAttempt_ ? milliseconds(kRetryInterval) : kLongestDelay;
-      somethingToDo_.wait_for(lock, delay, [this] { return isStopping_; });
+      somethingToDo_.wait_for(mutex, delay, isStopping);
       if (!isStopping_) write();
     }
   }
 
-  void waitAfterFailure(const char* action, int error) {
+  void waitAfterFailure(const char* action, int error) OMBRIX_REQUIRES(mutex) {
     nextAttempt_ = std::chrono::steady_clock::now() + kRetryInterval;
     if (std::exchange(hasComplained_, true)) return;
     std::fprintf(stderr, "Cannot %s a log file in %s: %s\n", action,
                  manager->logsDirectory().c_str(), std::strerror(error));
   }
 
-  std::string lines_;
-  Date lastDate_{};
-  int descriptor_ = -1;
-  Date creationDate_{};
-  std::uint64_t size_ = 0;
-  std::optional<Date> rollDate_;
-  std::optional<SteadyTime> nextAttempt_;
-  bool needsNewFile_ = false;
-  bool hasComplained_ = false;
-  bool isStopping_ = false;
-  std::condition_variable somethingToDo_;
-  std::thread thread_;
+  std::string lines_ OMBRIX_GUARDED_BY(mutex);
+  Date lastDate_ OMBRIX_GUARDED_BY(mutex){};
+  int descriptor_ OMBRIX_GUARDED_BY(mutex) = -1;
+  Date creationDate_ OMBRIX_GUARDED_BY(mutex){};
+  std::uint64_t size_ OMBRIX_GUARDED_BY(mutex) = 0;
+  std::optional<Date> rollDate_ OMBRIX_GUARDED_BY(mutex);
+  std::optional<SteadyTime> nextAttempt_ OMBRIX_GUARDED_BY(mutex);
+  bool needsNewFile_ OMBRIX_GUARDED_BY(mutex) = false;
+  bool hasComplained_ OMBRIX_GUARDED_BY(mutex) = false;
+  bool isStopping_ OMBRIX_GUARDED_BY(mutex) = false;
+  Condition somethingToDo_;
+  std::thread thread_ OMBRIX_GUARDED_BY(mutex);
 };
 
 DDFileLogger::DDFileLogger(std::shared_ptr<DDLogFileManager> logFileManager)
@@ -260,50 +263,47 @@ const std::shared_ptr<DDLogFileManager>& DDFileLogger::logFileManager() const {
 }
 
 TimeInterval DDFileLogger::rollingFrequency() const {
-  const std::lock_guard lock(writer_->mutex);
+  const LockGuard lock(writer_->mutex);
   return writer_->rollingFrequency;
 }
 
 void DDFileLogger::setRollingFrequency(TimeInterval frequency) {
-  const std::lock_guard lock(writer_->mutex);
+  const LockGuard lock(writer_->mutex);
   writer_->rollingFrequency = frequency;
   writer_->scheduleRolling();
 }
 
 std::uint64_t DDFileLogger::maximumFileSize() const {
-  const std::lock_guard lock(writer_->mutex);
+  const LockGuard lock(writer_->mutex);
   return writer_->maximumFileSize;
 }
 
 void DDFileLogger::setMaximumFileSize(std::uint64_t bytes) {
-  const std::lock_guard lock(writer_->mutex);
+  const LockGuard lock(writer_->mutex);
   writer_->maximumFileSize = bytes;
 }
 
 void DDFileLogger::rollLogFile() {
-  const std::lock_guard lock(writer_->mutex);
+  const LockGuard lock(writer_->mutex);
   writer_->writeNow();
   writer_->startNewFile();
 }
 
 void DDFileLogger::log(const DDLogMessage& message) {
-  const std::lock_guard lock(writer_->mutex);
+  const LockGuard lock(writer_->mutex);
   writer_->add(message, [&](std::string& lines) { appendLine(message, lines); });
 }
 
 void DDFileLogger::flush() {
-  const std::lock_guard lock(writer_->mutex);
+  const LockGuard lock(writer_->mutex);
   writer_->writeNow();
 }
 
 void DDFileLogger::flushBeforeAbort() noexcept {
   // The failing thread may hold this lock (it stopped inside a formatter); any other leaves soon.
-  constexpr int kAttempts = 1000;
-  std::unique_lock lock(writer_->mutex, std::defer_lock);
-  for (int attempt = 0; attempt < kAttempts && !lock.try_lock(); ++attempt) {
-    std::this_thread::yield();
-  }
-  if (lock.owns_lock()) writer_->writeNow();
+  if (!tryLockRepeatedly(writer_->mutex)) return;
+  const LockGuard lock(writer_->mutex, std::adopt_lock);
+  writer_->writeNow();
 }
 
 }  // namespace ombrix::platform

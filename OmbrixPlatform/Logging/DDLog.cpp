@@ -4,10 +4,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
+#include "OmbrixPlatform/Locks/TryLock.hpp"
 #include "OmbrixPlatform/Logging/DDLogHold.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -25,18 +26,18 @@ using Entries = std::vector<Entry>;
 // Replaced as a whole, never changed in place: a message walks the list it started with. Null
 // until the first change; never destroyed, so that code which runs while the process exits may
 // still log.
-constinit std::mutex currentMutex;
-constinit std::shared_ptr<const Entries>* current = nullptr;
+constinit Mutex currentMutex;
+constinit std::shared_ptr<const Entries>* current OMBRIX_GUARDED_BY(currentMutex) = nullptr;
 
 std::shared_ptr<const Entries> currentEntries() {
-  const std::lock_guard lock(currentMutex);
+  const LockGuard lock(currentMutex);
   return current == nullptr ? nullptr : *current;
 }
 
 template <class Change>
 void changeEntries(Change change) {
   std::shared_ptr<const Entries> replaced;  // Let go after the lock: it may own the last logger.
-  const std::lock_guard lock(currentMutex);
+  const LockGuard lock(currentMutex);
   if (current == nullptr) current = new std::shared_ptr<const Entries>(new Entries);
   auto changed = std::make_shared<Entries>(**current);
   change(*changed);
@@ -45,14 +46,10 @@ void changeEntries(Change change) {
 
 void flushBeforeAbort() noexcept {
   // The failing thread may have stopped inside this very lock; another one leaves it at once.
-  constexpr int kAttempts = 1000;
-  std::unique_lock lock(currentMutex, std::defer_lock);
-  for (int attempt = 0; attempt < kAttempts && !lock.try_lock(); ++attempt) {
-    std::this_thread::yield();
-  }
-  if (!lock.owns_lock() || current == nullptr) return;
-  const auto list = *current;
-  lock.unlock();
+  if (!tryLockRepeatedly(currentMutex)) return;
+  const auto list = current == nullptr ? nullptr : *current;
+  currentMutex.unlock();
+  if (!list) return;
   for (const Entry& entry : *list) entry.logger->flushBeforeAbort();
 }
 
@@ -69,12 +66,13 @@ struct HeldMessage {
 };
 
 constinit std::atomic<int> holds{0};
-constinit std::mutex heldMutex;                      // guards what follows
-constinit std::vector<HeldMessage>* held = nullptr;  // null while nobody holds
+constinit Mutex heldMutex;
+constinit std::vector<HeldMessage>* held OMBRIX_GUARDED_BY(heldMutex) =
+    nullptr;  // null while nobody holds
 
 /// False where nobody holds any more, or as much as may be is held.
 bool hold(const DDLogMessage& record) {
-  const std::lock_guard lock(heldMutex);
+  const LockGuard lock(heldMutex);
   if (held == nullptr || held->size() >= DDLogHold::kMostMessages) return false;
   held->push_back({std::string(record.message), std::string(record.file),
                    std::string(record.function), record});
@@ -130,14 +128,14 @@ void DDLog::log(DDLogFlag flag, LogTag tag, std::string_view message, std::sourc
 }
 
 DDLogHold::DDLogHold() noexcept {
-  const std::lock_guard lock(heldMutex);
+  const LockGuard lock(heldMutex);
   if (holds++ == 0) held = new std::vector<HeldMessage>;
 }
 
 DDLogHold::~DDLogHold() {
   std::unique_ptr<std::vector<HeldMessage>> messages;
   {
-    const std::lock_guard lock(heldMutex);
+    const LockGuard lock(heldMutex);
     if (--holds == 0) messages.reset(std::exchange(held, nullptr));
   }
   const auto list = messages == nullptr ? nullptr : currentEntries();

@@ -2,9 +2,9 @@
 #include <unicode/numberformatter.h>
 
 #include <map>
-#include <mutex>
 #include <string>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Measure/Detail/IcuNumberFormat.hpp"
 #include "OmbrixPlatform/Measure/NSUnit.hpp"
 
@@ -39,12 +39,12 @@ std::string ask(const std::string& identifier, const Question& question) {
 /// The locale's answer, asked once per process: asking costs 200 µs.
 std::string preferredUnit(const Locale& locale, const Question& question) {
   struct Cache {
-    std::mutex mutex;
-    std::map<std::pair<std::string, const Question*>, std::string> answers;
+    Mutex mutex;
+    std::map<std::pair<std::string, const Question*>, std::string> answers OMBRIX_GUARDED_BY(mutex);
   };
   static Cache& cache = *new Cache;
   std::pair key(locale.measurementIdentifier(), &question);
-  const std::lock_guard lock(cache.mutex);
+  const LockGuard lock(cache.mutex);
   if (const auto known = cache.answers.find(key); known != cache.answers.end()) {
     return known->second;
   }

@@ -18,6 +18,7 @@
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixPlatform/Messaging/Detail/MessageFile.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
@@ -113,7 +114,7 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
     return folder_.appendingPathComponent(detail::messageFileName(entry.identifier), false);
   }
   std::optional<Message> load(Entry& entry);
-  void keep(Entry& entry, std::optional<Message> message);
+  void keep(Entry& entry, std::optional<Message> message) OMBRIX_REQUIRES(mutex_);
   bool write(Entry& entry, NSFileCoordinator::WritingOptions options, const char* action,
              std::optional<Message> message,
              const std::function<FileResult<void>(const URL&)>& change);
@@ -127,9 +128,11 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
   const ErrorHandler onError_;
   Serial serial_{SectionPlace::offMainQueue};  // tells the listeners
 
-  std::mutex mutex_;  // guards the entries; nothing is called while it is held
-  std::map<std::string, EntryPointer, std::less<>> entries_;  // by identifier
-  std::map<std::string, EntryPointer, std::less<>> byFile_;   // by file name
+  Mutex mutex_;  // nothing is called while it is held
+  std::map<std::string, EntryPointer, std::less<>> entries_
+      OMBRIX_GUARDED_BY(mutex_);  // by identifier
+  std::map<std::string, EntryPointer, std::less<>> byFile_
+      OMBRIX_GUARDED_BY(mutex_);  // by file name
   std::once_flag watchOnce_;
   std::atomic<bool> isWatching_{false}, isClosed_{false};
   ObservationToken watch_;
@@ -148,7 +151,7 @@ std::shared_ptr<MMWormhole::Impl> MMWormhole::Impl::make(
 }
 
 MMWormhole::Impl::EntryPointer MMWormhole::Impl::entryOf(std::string_view identifier) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   const auto found = entries_.find(identifier);
   if (found != entries_.end()) return found->second;
   auto entry = std::make_shared<Entry>(std::string(identifier));
@@ -177,7 +180,7 @@ void MMWormhole::Impl::beWatching() {
 /// A folder event, on the events thread.
 void MMWormhole::Impl::noticed(const FolderChange& change) {
   std::vector<EntryPointer> told;
-  const auto mark = [&](const EntryPointer& entry) {
+  const auto mark = [&](const EntryPointer& entry) OMBRIX_REQUIRES(mutex_) {
     ++entry->changes;
     entry->isCurrent = false;
     if (entry->isDeliveryPosted || !entry->arrived.hasObservers()) return;
@@ -185,7 +188,7 @@ void MMWormhole::Impl::noticed(const FolderChange& change) {
     told.push_back(entry);
   };
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (change.kind == FolderChange::Kind::lookAgain) {
       for (const auto& [name, entry] : byFile_) mark(entry);
     } else if (const auto found = byFile_.find(change.name); found != byFile_.end()) {
@@ -203,13 +206,13 @@ void MMWormhole::Impl::noticed(const FolderChange& change) {
 void MMWormhole::Impl::deliver(Entry& entry) {
   if (isClosed_) return;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     entry.isDeliveryPosted = false;
   }
   const auto message = load(entry);
   if (!message) return;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (entry.told == message->id) return;
     entry.told = message->id;
   }
@@ -220,7 +223,7 @@ void MMWormhole::Impl::deliver(Entry& entry) {
 std::optional<Message> MMWormhole::Impl::load(Entry& entry) {
   std::uint64_t changes = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     changes = entry.changes;
   }
   const URL url = fileOf(entry);
@@ -243,13 +246,13 @@ std::optional<Message> MMWormhole::Impl::load(Entry& entry) {
       report(entry, "reading", file.error().what());
     }
   }
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (message) entry.lastFailure.clear();
   if (isCertain && entry.changes == changes) keep(entry, message);
   return message;
 }
 
-/// With the mutex held: the file holds this now.
+/// The file holds this now.
 void MMWormhole::Impl::keep(Entry& entry, std::optional<Message> message) {
   entry.last = std::move(message);
   entry.isCurrent = isWatching_;
@@ -260,7 +263,7 @@ void MMWormhole::Impl::report(Entry& entry, const char* action, const char* why)
   std::string failure =
       "Data: Error " + std::string(action) + " message \"" + entry.identifier + "\": " + why;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (std::exchange(entry.lastFailure, failure) == failure) return;
   }
   onError_(failure);
@@ -276,7 +279,7 @@ bool MMWormhole::Impl::write(Entry& entry, NSFileCoordinator::WritingOptions opt
       coordinator_.coordinateWritingItemAtURL(fileOf(entry), options, [&](const URL& url) {
         changed = change(url);
         if (!changed) return;
-        const std::lock_guard lock(mutex_);
+        const LockGuard lock(mutex_);
         ++entry.changes;
         entry.lastFailure.clear();
         keep(entry, std::move(message));
@@ -305,7 +308,7 @@ void MMWormhole::Impl::clear(std::string_view identifier) {
 
 std::optional<PropertyList> MMWormhole::Impl::message(std::string_view identifier) {
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     const auto found = entries_.find(identifier);
     if (found != entries_.end() && found->second->isCurrent) {
       const auto& last = found->second->last;
@@ -324,7 +327,7 @@ ObservationToken MMWormhole::Impl::listen(std::string_view identifier, Listener 
   if (!entry->arrived.hasObservers()) {
     // What is there already is not news.
     if (const auto message = load(*entry)) {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       entry->told = message->id;
     }
   }
@@ -343,7 +346,7 @@ void MMWormhole::Impl::close() {
   isWatching_ = false;
   watch_.cancel();
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     for (const auto& [identifier, entry] : entries_) entry->isCurrent = false;
   }
   std::promise<void> promise;

@@ -10,8 +10,8 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
-#include <mutex>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Text/DateFormatter.hpp"
 
 namespace ombrix::platform {
@@ -113,8 +113,9 @@ struct DateFormatter::Backing {
   int digitsInARow = 0;
   std::array<std::array<char, 4>, 10> digits{};  // in UTF-8, each `digitBytes` long
   std::size_t digitBytes = 0;
-  std::mutex mutex;  // guards `format`, which ICU does not share between threads
-  std::unique_ptr<icu::SimpleDateFormat> format;
+  Mutex mutex;
+  // ICU does not share it between threads.
+  std::unique_ptr<icu::SimpleDateFormat> format OMBRIX_PT_GUARDED_BY(mutex);
 
   /// Puts the milliseconds where the text of their second has its fraction.
   void putFraction(SecondText& text, int milliseconds) const noexcept {
@@ -131,7 +132,7 @@ struct DateFormatter::Backing {
     icu::UnicodeString text;
     icu::FieldPosition position(UDAT_FRACTIONAL_SECOND_FIELD);
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       format->format(static_cast<UDate>(milliseconds), text, position);
     }
     const auto utf8 = [&](int32_t from, int32_t to) {
@@ -235,7 +236,7 @@ std::optional<Date> DateFormatter::dateFrom(std::string_view text) const {
   const icu::UnicodeString source = utf16(text);
   if (hasLongerNumber(source, backing_->digitsInARow)) return std::nullopt;
   icu::ParsePosition position(0);
-  const std::lock_guard lock(backing_->mutex);
+  const LockGuard lock(backing_->mutex);
   const UDate date = backing_->format->parse(source, position);
   if (position.getErrorIndex() != -1 || position.getIndex() != source.length()) {
     return std::nullopt;

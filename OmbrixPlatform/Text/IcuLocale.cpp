@@ -2,9 +2,9 @@
 #include <unicode/ulocdata.h>
 
 #include <algorithm>
-#include <mutex>
 
 #include "OmbrixPlatform/Detail/Environment.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 
@@ -41,12 +41,12 @@ class EnvironmentLocaleService final : public LocaleService {
   EnvironmentLocaleService() { EnvironmentLocaleService::reload(); }
 
   Locale current() const override {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return current_;
   }
 
   std::vector<std::string> preferredLanguages() const override {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return languages_;
   }
 
@@ -78,14 +78,14 @@ class EnvironmentLocaleService final : public LocaleService {
     }
     if (languages.empty()) languages.push_back(locale.languageTag());
 
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     current_ = locale;
     languages_ = std::move(languages);
   }
 
-  mutable std::mutex mutex_;
-  Locale current_{kDefaultIdentifier};
-  std::vector<std::string> languages_;
+  mutable Mutex mutex_;
+  Locale current_ OMBRIX_GUARDED_BY(mutex_){kDefaultIdentifier};
+  std::vector<std::string> languages_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace

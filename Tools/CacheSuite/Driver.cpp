@@ -6,10 +6,10 @@
 //   "error": "…"}
 #include <cstdio>
 #include <iostream>
-#include <mutex>
 #include <string>
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Network/URLCache.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 
@@ -21,14 +21,14 @@ class Output {
  public:
   void write(const JSON& answer) {
     const Data line = answer.rawData();
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     std::fwrite(line.data(), 1, line.size(), stdout);
     std::fputc('\n', stdout);
     std::fflush(stdout);
   }
 
  private:
-  std::mutex mutex_;
+  Mutex mutex_;
 };
 
 URLRequest requestOf(const JSON& asked) {

@@ -8,6 +8,7 @@
 #include "OmbrixCore/Extensions/Logging/OmbrixOSLogFormatter.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Logging/DDFileLogger.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
 #include "OmbrixPlatform/Logging/DDOSLogger.hpp"
@@ -94,7 +95,7 @@ void LoggingService::setExtraLoggingEnabled(bool isEnabled) {
     if (last == written) break;
     written = last;
   }
-  const std::lock_guard lock(loggersMutex_);
+  const platform::LockGuard lock(loggersMutex_);
   const DDLogLevel level = levelFor(extraLoggingEnabled());
   DDLog::setDynamicLevel(level);
   const auto loggers = DDLog::allLoggers();
@@ -104,7 +105,7 @@ void LoggingService::setExtraLoggingEnabled(bool isEnabled) {
 
 void LoggingService::attach(std::shared_ptr<platform::DDLogger> logger) {
   logger->setLogFormatter(std::make_shared<OmbrixLogFormatter>());
-  const std::lock_guard lock(loggersMutex_);
+  const platform::LockGuard lock(loggersMutex_);
   DDLog::addLogger(std::move(logger), DDLog::dynamicLevel());
 }
 

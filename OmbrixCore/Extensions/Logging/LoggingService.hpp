@@ -3,10 +3,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Logging/DDLogger.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
@@ -59,7 +59,8 @@ class LoggingService {
   };
 
   std::atomic<Choice> choice_;
-  std::mutex loggersMutex_;  // Guards taking the list of loggers apart and putting it together.
+  platform::Mutex
+      loggersMutex_;  // Guards taking the list of loggers apart and putting it together.
 };
 
 }  // namespace ombrix

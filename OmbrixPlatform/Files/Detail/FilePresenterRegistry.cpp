@@ -10,6 +10,7 @@
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Files/Detail/LastLink.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -56,7 +57,7 @@ void FilePresenterRegistry::add(const std::shared_ptr<NSFilePresenter>& presente
         const bool isAny = change.kind == FolderChange::Kind::lookAgain;
         if (isAny || change.name == name) noticed(path, !isAny);
       });
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   Item& item = items_[path];
   std::erase_if(item.presenters, [](const auto& other) { return other.expired(); });
   item.presenters.push_back(presenter);
@@ -69,7 +70,7 @@ void FilePresenterRegistry::add(const std::shared_ptr<NSFilePresenter>& presente
 
 void FilePresenterRegistry::remove(const std::shared_ptr<NSFilePresenter>& presenter) {
   std::vector<Item> unused;
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   for (auto item = items_.begin(); item != items_.end();) {
     std::erase_if(item->second.presenters, [&](const auto& other) {
       const bool isOther = other.owner_before(presenter) || presenter.owner_before(other);
@@ -114,7 +115,7 @@ void FilePresenterRegistry::tell(const Told& presenters, const NSFilePresenter* 
 void FilePresenterRegistry::noticed(const std::string& path, bool isCertain) {
   Told told;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     const auto found = items_.find(path);
     if (found == items_.end()) return;
     Item& item = found->second;
@@ -133,7 +134,7 @@ void FilePresenterRegistry::writeBegins(const std::string& path) {
   if (count_ == 0) return;
   Told told;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     const auto found = items_.find(path);
     if (found == items_.end()) return;
     Item& item = found->second;
@@ -153,7 +154,7 @@ void FilePresenterRegistry::writeEnds(const std::string& path, const NSFilePrese
   std::vector<Item> unused;
   Told told;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     const auto found = items_.find(path);
     if (found == items_.end()) return;
     Item& item = found->second;

@@ -6,13 +6,13 @@
 #include <cstdint>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
 #include "OmbrixPlatform/Files/NSFilePresenter.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -60,12 +60,12 @@ class FilePresenterRegistry {
                      std::int64_t nanoseconds) noexcept;
   static Told presentersOf(const Item& item);
   static void tell(const Told& presenters, const NSFilePresenter* writer = nullptr);
-  void removeIfUnused(Items::iterator item, std::vector<Item>& unused);
+  void removeIfUnused(Items::iterator item, std::vector<Item>& unused) OMBRIX_REQUIRES(mutex_);
   void noticed(const std::string& path, bool isCertain);
 
   std::atomic<std::size_t> count_{0};  // of items: writers look here first
-  std::mutex mutex_;
-  Items items_;
+  Mutex mutex_;
+  Items items_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 /// A path as the locks and the registry know it: its links resolved, as far as they exist.

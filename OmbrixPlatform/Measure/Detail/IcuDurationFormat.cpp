@@ -7,9 +7,9 @@
 
 #include <limits>
 #include <map>
-#include <mutex>
 #include <utility>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Measure/Detail/IcuNumberFormat.hpp"
 
 namespace ombrix::platform::detail {
@@ -88,11 +88,12 @@ std::shared_ptr<const IcuDurationFormat> IcuDurationFormat::make(const Locale& l
 
 std::shared_ptr<const IcuDurationFormat> IcuDurationFormat::shared(const Locale& locale) {
   struct Cache {
-    std::mutex mutex;
-    std::map<std::string, std::shared_ptr<const IcuDurationFormat>> formats;
+    Mutex mutex;
+    std::map<std::string, std::shared_ptr<const IcuDurationFormat>> formats
+        OMBRIX_GUARDED_BY(mutex);
   };
   static Cache& cache = *new Cache;
-  const std::lock_guard lock(cache.mutex);
+  const LockGuard lock(cache.mutex);
   const auto known = cache.formats.find(locale.identifier());
   if (known != cache.formats.end()) return known->second;
   auto made = make(locale);

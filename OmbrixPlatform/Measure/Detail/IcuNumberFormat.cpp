@@ -7,6 +7,8 @@
 #include <algorithm>
 #include <utility>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
+
 namespace ombrix::platform::detail {
 namespace {
 
@@ -73,11 +75,12 @@ std::shared_ptr<const IcuNumberFormat> make(const Settings& settings) {
 
 std::shared_ptr<const IcuNumberFormat> IcuNumberFormat::shared(const Settings& settings) {
   struct Cache {
-    std::mutex mutex;
-    std::vector<std::pair<Settings, std::shared_ptr<const IcuNumberFormat>>> formats;
+    Mutex mutex;
+    std::vector<std::pair<Settings, std::shared_ptr<const IcuNumberFormat>>> formats
+        OMBRIX_GUARDED_BY(mutex);
   };
   static Cache& cache = *new Cache;
-  const std::lock_guard lock(cache.mutex);
+  const LockGuard lock(cache.mutex);
   const auto found =
       std::ranges::find(cache.formats, settings, &decltype(cache.formats)::value_type::first);
   if (found != cache.formats.end()) return found->second;
@@ -91,7 +94,7 @@ std::shared_ptr<const IcuNumberFormat> IcuNumberFormat::shared(const Settings& s
 
 const IcuUnitFormat* IcuNumberFormat::unitFormat(std::string_view unit,
                                                  UNumberUnitWidth width) const {
-  const std::lock_guard lock(unitFormatsMutex_);
+  const LockGuard lock(unitFormatsMutex_);
   for (const auto& known : unitFormats_) {
     if (known->unit == unit && known->width == width) return known.get();
   }

@@ -4,12 +4,12 @@
 #include <unicode/numberformatter.h>
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Measure/NSNumberFormatter.hpp"
 
 namespace ombrix::platform::detail {
@@ -47,8 +47,9 @@ class IcuNumberFormat {
   // The formatters refer to tables inside `decimal_`, which therefore lives as long as they do.
   std::unique_ptr<icu::DecimalFormat> decimal_;
   const Formatter plain_;
-  mutable std::mutex unitFormatsMutex_;
-  mutable std::vector<std::unique_ptr<const IcuUnitFormat>> unitFormats_;
+  mutable Mutex unitFormatsMutex_;
+  mutable std::vector<std::unique_ptr<const IcuUnitFormat>> unitFormats_
+      OMBRIX_GUARDED_BY(unitFormatsMutex_);
 };
 
 /// The number as the formatter writes it, in UTF-8.
