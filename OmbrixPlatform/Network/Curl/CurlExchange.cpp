@@ -69,7 +69,6 @@ CurlExchange::CurlExchange(CurlSurroundings& surroundings)
 
 CurlExchange::~CurlExchange() {
   ::curl_easy_cleanup(easy_);
-  ::curl_slist_free_all(fields_);
   ::curl_slist_free_all(connectTo_);
 }
 
@@ -78,11 +77,8 @@ void CurlExchange::setConstantOptions() {
   ::curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
   ::curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
   ::curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
-  ::curl_easy_setopt(easy_, CURLOPT_PIPEWAIT, 1L);
-  ::curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
   // Undone by `ContentDecoder`, which sees to the end of the stream.
   ::curl_easy_setopt(easy_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
-  ::curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
   ::curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
   ::curl_easy_setopt(easy_, CURLOPT_PRIVATE, this);
   ::curl_easy_setopt(easy_, CURLOPT_HEADERFUNCTION, &takeHeader);
@@ -91,12 +87,9 @@ void CurlExchange::setConstantOptions() {
                      static_cast<std::size_t (*)(const char*, std::size_t, std::size_t, void*)>(
                          &CurlExchange::takeBody));
   ::curl_easy_setopt(easy_, CURLOPT_WRITEDATA, this);
-  ::curl_easy_setopt(easy_, CURLOPT_XFERINFOFUNCTION, &takeProgress);
-  ::curl_easy_setopt(easy_, CURLOPT_XFERINFODATA, this);
   ::curl_easy_setopt(easy_, CURLOPT_OPENSOCKETFUNCTION, &openSocket);
   ::curl_easy_setopt(easy_, CURLOPT_OPENSOCKETDATA, this);
   surroundings_.sockets.installClosing(easy_);
-  ::curl_easy_setopt(easy_, CURLOPT_SHARE, surroundings_.share);
   ::curl_easy_setopt(easy_, CURLOPT_PREREQFUNCTION, &checkConnection);
   ::curl_easy_setopt(easy_, CURLOPT_PREREQDATA, this);
 }
@@ -110,18 +103,8 @@ bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms)
   lastProgress_ = surroundings_.now;
   requestTime_ = services().clock.get().now();
 
-  if (::curl_easy_setopt(easy_, CURLOPT_URL, request_->url.absoluteString().c_str()) != CURLE_OK ||
-      !setMethod(*request_) || !setFields(*request_)) {
-    return false;
-  }
-  ::curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION,
-                     transfer_->origin.isSecure && !transfer_->usesHTTP1 ? CURL_HTTP_VERSION_2TLS
-                                                                         : CURL_HTTP_VERSION_1_1);
-  // libcurl shares this out among the addresses of a host; the limit itself is kept by the loop.
-  ::curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS,
-                     static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
-                         std::chrono::duration_cast<std::chrono::milliseconds>(timeLimit_).count(),
-                         1, std::numeric_limits<int>::max() / 2)));
+  if (!setURL(request_->url) || !setMethod(*request_) || !setFields(*request_)) return false;
+  setConnectionOptions();
   if (!terms.settings->install(easy_, transfer_->origin.isSecure)) return false;
   hasCertificate_ = terms.settings->hasCertificate();
   if (terms.isMappedToLoopback) {
@@ -129,17 +112,46 @@ bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms)
     if (connectTo_ == nullptr) return false;
     ::curl_easy_setopt(easy_, CURLOPT_CONNECT_TO, connectTo_);
   }
-  ::curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, transfer_->isResend ? 1L : 0L);
   if (terms.bypassesProxy) ::curl_easy_setopt(easy_, CURLOPT_NOPROXY, "*");
   if (trust_ != nullptr) trust_->install(easy_, transfer_->judgesServer);
   return true;
+}
+
+/// Has libcurl go by the URL as it is parsed here: one that it has parsed itself it writes out
+/// again, character by character.
+bool CurlExchange::setURL(const URL& url) {
+  const char* text = url.absoluteString().c_str();
+  url_.reset(::curl_url());
+  const bool isParsed =
+      url_ && ::curl_url_set(url_.get(), CURLUPART_URL, text,
+                             CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;
+  // Else libcurl finds out by itself, and says what is wrong.
+  if (isParsed) ::curl_easy_setopt(easy_, CURLOPT_CURLU, url_.get());
+  return ::curl_easy_setopt(easy_, CURLOPT_URL, text) == CURLE_OK;
+}
+
+void CurlExchange::setConnectionOptions() {
+  // libcurl shares this out among the addresses of a host; the limit itself is kept by the loop.
+  ::curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS,
+                     static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
+                         std::chrono::duration_cast<std::chrono::milliseconds>(timeLimit_).count(),
+                         1, std::numeric_limits<int>::max() / 2)));
+  if (transfer_->isResend) ::curl_easy_setopt(easy_, CURLOPT_FRESH_CONNECT, 1L);
+  const bool usesHTTP2 = transfer_->origin.isSecure && !transfer_->usesHTTP1;
+  ::curl_easy_setopt(easy_, CURLOPT_HTTP_VERSION,
+                     usesHTTP2 ? CURL_HTTP_VERSION_2TLS : CURL_HTTP_VERSION_1_1);
+  if (!transfer_->origin.isSecure) return;
+  ::curl_easy_setopt(easy_, CURLOPT_PIPEWAIT, 1L);
+  ::curl_easy_setopt(easy_, CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
+  ::curl_easy_setopt(easy_, CURLOPT_SSLVERSION, static_cast<long>(CURL_SSLVERSION_TLSv1_2));
+  ::curl_easy_setopt(easy_, CURLOPT_SHARE, surroundings_.share);
 }
 
 bool CurlExchange::setMethod(const URLRequest& request) {
   const std::string& method = request.httpMethod;
   if (request.httpBodySource) return setBodySource(request);
   const bool hasBody = request.httpBody && !request.httpBody->empty();
-  ::curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, hasBody ? 0L : 1L);
+  if (hasBody) followProgress();
   if (takesBody(request)) {
     const DataView body = hasBody ? DataView(*request.httpBody) : DataView();
     ::curl_easy_setopt(easy_, CURLOPT_POST, 1L);
@@ -148,17 +160,24 @@ bool CurlExchange::setMethod(const URLRequest& request) {
     return ::curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST,
                               method == "POST" ? nullptr : method.c_str()) == CURLE_OK;
   }
+  if (method == "GET") return true;
   const bool isHead = method == "HEAD";
-  ::curl_easy_setopt(easy_, isHead ? CURLOPT_NOBODY : CURLOPT_HTTPGET, 1L);
-  return ::curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST,
-                            isHead || method == "GET" ? nullptr : method.c_str()) == CURLE_OK;
+  if (isHead) ::curl_easy_setopt(easy_, CURLOPT_NOBODY, 1L);
+  return ::curl_easy_setopt(easy_, CURLOPT_CUSTOMREQUEST, isHead ? nullptr : method.c_str()) ==
+         CURLE_OK;
+}
+
+void CurlExchange::followProgress() {
+  ::curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, 0L);
+  ::curl_easy_setopt(easy_, CURLOPT_XFERINFOFUNCTION, &takeProgress);
+  ::curl_easy_setopt(easy_, CURLOPT_XFERINFODATA, this);
 }
 
 /// The body is read as it is sent; as an upload, whatever the method's name.
 bool CurlExchange::setBodySource(const URLRequest& request) {
   bodyRead_ = 0;
   bodyLength_ = request.httpBodySource->length().value_or(-1).value_or(-1);
-  ::curl_easy_setopt(easy_, CURLOPT_NOPROGRESS, 0L);
+  followProgress();
   ::curl_easy_setopt(easy_, CURLOPT_UPLOAD, 1L);
   ::curl_easy_setopt(easy_, CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(bodyLength_));
   ::curl_easy_setopt(easy_, CURLOPT_READFUNCTION, &giveBody);
@@ -203,41 +222,37 @@ int CurlExchange::rewindBody(void* self, curl_off_t offset, int origin) {
   return CURL_SEEKFUNC_OK;
 }
 
-bool CurlExchange::addField(const std::string& line) {
-  curl_slist* longer = ::curl_slist_append(fields_, line.c_str());
-  if (longer == nullptr) return false;
-  fields_ = longer;
-  return true;
-}
-
 bool CurlExchange::setFields(const URLRequest& request) {
-  std::string line;
+  constexpr std::size_t kFieldsAdded = 4;
+  const std::size_t most = request.headers.size() + transfer_->conditions.size();
+  lines_.reserve(most);
+  fields_.reserve(most + kFieldsAdded);
+  // libcurl only reads them.
+  const auto add = [&](const char* line) { fields_.push_back({const_cast<char*>(line), nullptr}); };
   for (const HTTPHeaders* headers : {&request.headers, &transfer_->conditions}) {
     for (const auto& [name, value] : *headers) {
       if (isReserved(name)) continue;
-      line = name;
       // libcurl would take a name with nothing after the colon as a field to leave out.
-      line.append(value.empty() ? ";" : ": ").append(value);
-      if (!addField(line)) return false;
+      lines_.push_back(name + (value.empty() ? ";" : ": ") + value);
+      add(lines_.back().c_str());
     }
   }
+  const auto isOpen = [&](const char* name) { return !request.headers.contains(name); };
   // What libcurl would add to a body by itself.
   const bool isPost = takesBody(request);
-  if (isPost && !request.headers.contains("Content-Type") && !addField("Content-Type:"))
-    return false;
-  if (isPost && !request.headers.contains("Expect") && !addField("Expect:")) return false;
+  if (isPost && isOpen("Content-Type")) add("Content-Type:");
+  if (isPost && isOpen("Expect")) add("Expect:");
   // As fields of ours libcurl formats them once, by its options twice. A part of a coded body
   // cannot be decoded.
-  if (!request.headers.contains("Accept-Encoding") &&
-      !addField(request.headers.contains("Range") ? "Accept-Encoding: identity"
-                                                  : "Accept-Encoding: gzip, deflate")) {
-    return false;
+  if (isOpen("Accept-Encoding")) {
+    add(isOpen("Range") ? "Accept-Encoding: gzip, deflate" : "Accept-Encoding: identity");
   }
-  if (!surroundings_.userAgentField.empty() && !request.headers.contains("User-Agent") &&
-      !addField(surroundings_.userAgentField)) {
-    return false;
+  if (!surroundings_.userAgentField.empty() && isOpen("User-Agent")) {
+    add(surroundings_.userAgentField.c_str());
   }
-  return ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, fields_) == CURLE_OK;
+  for (std::size_t i = 1; i < fields_.size(); ++i) fields_[i - 1].next = &fields_[i];
+  return fields_.empty() ||
+         ::curl_easy_setopt(easy_, CURLOPT_HTTPHEADER, fields_.data()) == CURLE_OK;
 }
 
 CurlExchange::TimePoint CurlExchange::idleDeadline() const noexcept {
@@ -288,6 +303,7 @@ bool CurlExchange::headerIsComplete() {
   framing_ = framingOf(request_->httpMethod, header_.statusCode(), headers);
   if (framing_.fault != nullptr) return fail(URLError::Code::badServerResponse, framing_.fault);
   std::int64_t expected = framing_.kind == Kind::length ? framing_.length : -1;
+  if (framing_.kind == Kind::none || expected == 0) answerHasEnded();
   if (framing_.kind == Kind::none) {
     expected = 0;
   } else {
@@ -332,7 +348,15 @@ std::size_t CurlExchange::bodyPiece(DataView piece) {
   }
   consumed_ = 0;
   rawBytes_ += static_cast<std::int64_t>(piece.size());
+  if (framing_.kind == BodyFraming::Kind::length && rawBytes_ == framing_.length) answerHasEnded();
   return piece.size();
+}
+
+/// The last byte of an answer has come whose length on the wire is known, but for TLS.
+void CurlExchange::answerHasEnded() noexcept {
+  if (transfer_->origin.isSecure) return;
+  surroundings_.sockets.answerEnded(connection_,
+                                    header_.bytes() + static_cast<std::uint64_t>(rawBytes_));
 }
 
 std::size_t CurlExchange::pause(std::size_t consumed, bool yields) {

@@ -20,7 +20,9 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kIdleConnections = 64;
 constexpr std::size_t kHostsKept = 256;  // more are forgotten while nothing goes there
+// Answers are handed over together while others are ready: so many, or of so many rounds.
 constexpr std::size_t kDeliveriesTogether = 32;
+constexpr unsigned kRoundsTogether = 8;
 constexpr int kMostCertificates = 8;  // that are asked about for one transfer
 constexpr auto kFirstRetryDelay = 500ms;
 constexpr auto kLongestRetryDelay = 30s;
@@ -65,6 +67,7 @@ CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr
   ::curl_multi_setopt(multi_, CURLMOPT_MAX_HOST_CONNECTIONS,
                       static_cast<long>(maximumConnectionsPerHost_));
   ::curl_multi_setopt(multi_, CURLMOPT_MAXCONNECTS, static_cast<long>(kIdleConnections));
+  watch_.install(multi_);
 }
 
 CurlLoop::~CurlLoop() {
@@ -101,11 +104,12 @@ bool CurlLoop::handOver(std::shared_ptr<Transfer> transfer, LoopJob job) {
     if (job) jobs_.push_back(std::move(job));
     mustWake = std::exchange(isSleeping_, false);
   }
-  if (mustWake) ::curl_multi_wakeup(multi_);
+  if (mustWake) watch_.wake();
   return true;
 }
 
 void CurlLoop::startThread() {
+  watch_.open();
   thread_ = NetworkThreads::shared().start([self = shared_from_this()] { self->run(); });
 }
 
@@ -134,7 +138,7 @@ void CurlLoop::stop() {
     if (thread_) NetworkThreads::shared().oneEnds();
     mustWake = std::exchange(isSleeping_, false);
   }
-  if (mustWake) ::curl_multi_wakeup(multi_);
+  if (mustWake) watch_.wake();
 }
 
 void CurlLoop::awaitEnd() {
@@ -155,37 +159,60 @@ void CurlLoop::run() {
   while (takeMail()) {
     checkDeadlines();
     startWaiting();
-    hasStarted_ = false;
     takeTurns();
-    int running = 0;
-    ::curl_multi_perform(multi_, &running);
+    transferOn();
     finishDone();
     noteSharedConnections();
-    startWaiting();
     tellOfBodies();
-    // The next requests go out before the last answers are handed over.
-    if (hasStarted_ && together_.size() < kDeliveriesTogether) continue;
-    flushTogether();
-    if (hasStarted_ || surroundings_.anyYields) continue;
-    armTimer();
-    {
-      const std::lock_guard lock(lock_);
-      if (!submitted_.empty() || !jobs_.empty() || isStopping_) continue;
-      isSleeping_ = true;
-    }
-    sleep();
+    awaitMore();
   }
   tearDown();
+}
+
+/// Has libcurl begin what was started, and go on where something has come.
+void CurlLoop::transferOn() {
+  int running = 0;
+  ::curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
+  for (const auto& [socket, events] : ready_) {
+    ::curl_multi_socket_action(multi_, socket, events, &running);
+  }
+}
+
+/// Looks for what the next round has to do, and sleeps until there is something.
+///
+/// Before a connection is used again there is a look, by which unasked bytes show. Answers are
+/// handed over when no others are ready: waking a thread for each costs as much as half a request.
+void CurlLoop::awaitMore() {
+  const bool mayStart = !touched_.empty() && active_.size() < maximumConnections_;
+  const bool mayHaveMore = !together_.empty() && !ready_.empty() && !active_.empty();
+  if (together_.size() >= kDeliveriesTogether || ++roundsTogether_ >= kRoundsTogether) {
+    flushTogether();
+  }
+  if (mayStart || mayHaveMore || surroundings_.anyYields) {
+    ready_ = watch_.wait({});
+    if (mayStart || !ready_.empty() || surroundings_.anyYields) return;
+  }
+  ready_ = {};
+  flushTogether();
+  armTimer();
+  {
+    const std::lock_guard lock(lock_);
+    if (!submitted_.empty() || !jobs_.empty() || isStopping_) return;
+    isSleeping_ = true;
+  }
+  sleep();
 }
 
 /// Waits for sockets, for libcurl's own timers or for mail.
 void CurlLoop::sleep() {
   const bool mayStall =
       std::ranges::any_of(active_, [](const auto& exchange) { return exchange->mayStall; });
-  const std::chrono::milliseconds limit = mayStall ? nudgeDelay_ : kLongestSleep;
-  int ready = 0;
-  ::curl_multi_poll(multi_, nullptr, 0, static_cast<int>(limit.count()), &ready);
-  if (!mayStall || ready > 0) {
+  std::chrono::milliseconds limit = mayStall ? nudgeDelay_ : kLongestSleep;
+  long own = -1;
+  ::curl_multi_timeout(multi_, &own);
+  if (own >= 0) limit = std::min(limit, std::chrono::milliseconds(own));
+  ready_ = watch_.wait(limit);
+  if (!mayStall || !ready_.empty()) {
     nudgeDelay_ = kFirstNudgeDelay;
     return;
   }
@@ -290,9 +317,9 @@ void CurlLoop::forgetIdleHosts() {
   hostsAllowed_ = std::max(kHostsKept, 2 * hosts_.size());
 }
 
-/// Remembers that a host may have something to start.
+/// Remembers that a host may have something to start, if it has anything that waits.
 void CurlLoop::touch(CurlHost& host) {
-  if (!std::exchange(host.isTouched, true)) touched_.push_back(&host);
+  if (!host.waiting.empty() && !std::exchange(host.isTouched, true)) touched_.push_back(&host);
 }
 
 void CurlLoop::startWaiting() {
@@ -321,13 +348,12 @@ void CurlLoop::pump(CurlHost& host) {
 
 void CurlLoop::start(CurlHost& host, std::shared_ptr<Transfer> transfer) {
   auto exchange = std::make_unique<CurlExchange>(surroundings_);
-  const CurlExchange::Terms terms{
-      .timeLimit =
-          std::min(transfer->request->timeoutInterval, configuration_.timeoutIntervalForRequest),
-      .isMappedToLoopback = host.isMappedToLoopback,
-      .bypassesProxy = host.isMappedToLoopback || isLoopback(transfer->origin.host),
-      .trust = transfer->origin.isSecure ? &host.trust : nullptr,
-      .settings = &host.settings};
+  const CurlExchange::Terms terms{.timeLimit = std::min(transfer->request->timeoutInterval,
+                                                        configuration_.timeoutIntervalForRequest),
+                                  .isMappedToLoopback = host.isMappedToLoopback,
+                                  .bypassesProxy = host.isHere,
+                                  .trust = transfer->origin.isSecure ? &host.trust : nullptr,
+                                  .settings = &host.settings};
   transfer->client->exchangeBegins(now_);
   if (!exchange->begin(transfer, terms) ||
       ::curl_multi_add_handle(multi_, exchange->easy()) != CURLM_OK) {
@@ -339,7 +365,6 @@ void CurlLoop::start(CurlHost& host, std::shared_ptr<Transfer> transfer) {
   nextIdleCheck_ = std::min(nextIdleCheck_, exchange->idleDeadline());
   exchange->activeIndex = active_.size();
   active_.push_back(std::move(exchange));
-  hasStarted_ = true;
 }
 
 void CurlLoop::finishDone() {
@@ -353,7 +378,10 @@ void CurlLoop::finishDone() {
   }
 }
 
-void CurlLoop::postTogether(Job job) { together_.push_back(std::move(job)); }
+void CurlLoop::postTogether(Job job) {
+  if (together_.empty()) roundsTogether_ = 0;
+  together_.push_back(std::move(job));
+}
 
 void CurlLoop::flushTogether() {
   if (together_.empty()) return;

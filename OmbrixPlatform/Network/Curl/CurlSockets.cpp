@@ -60,16 +60,16 @@ void CurlSockets::installClosing(CURL* easy) {
 }
 
 curl_socket_t CurlSockets::open(const curl_sockaddr& address) {
-  sockets_.emplace_back();  // before there is a descriptor, which nobody would close without it
-  const curl_socket_t descriptor =
-      ::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol);
-  if (descriptor >= 0) {
-    sockets_.back().descriptor = descriptor;
-    sockets_.back().number = ++lastNumber_;
-  } else {
-    sockets_.pop_back();
+  Descriptor socket(::socket(address.family, address.socktype | SOCK_CLOEXEC, address.protocol));
+  if (!socket) return CURL_SOCKET_BAD;
+  watch_.keep(socket.get());
+  try {
+    sockets_.push_back({.descriptor = socket.get(), .number = ++lastNumber_});
+  } catch (...) {
+    watch_.forget(socket.get());
+    throw;
   }
-  return descriptor;
+  return socket.release();
 }
 
 int CurlSockets::close(void* self, curl_socket_t descriptor) noexcept {
@@ -82,6 +82,7 @@ int CurlSockets::close(void* self, curl_socket_t descriptor) noexcept {
     *socket = std::move(sockets.sockets_.back());
     sockets.sockets_.pop_back();
   }
+  sockets.watch_.forget(descriptor);
   return ::close(descriptor);
 }
 
@@ -102,6 +103,10 @@ const CurlSockets::Socket* CurlSockets::find(std::uint64_t number) const noexcep
   return socket == sockets_.end() ? nullptr : &*socket;
 }
 
+CurlSockets::Socket* CurlSockets::find(std::uint64_t number) noexcept {
+  return const_cast<Socket*>(std::as_const(*this).find(number));
+}
+
 bool CurlSockets::carriesStreams(CURL* easy) {
   SSL* tls = tlsOf(easy);
   if (tls == nullptr) return false;
@@ -114,7 +119,8 @@ bool CurlSockets::carriesStreams(CURL* easy) {
 bool CurlSockets::hasUnreadBytes(CURL* easy, std::uint64_t number) const {
   const Socket* socket = find(number);
   char byte = 0;
-  if (socket == nullptr || ::recv(socket->descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0) {
+  if (socket == nullptr || !watch_.mayHoldBytes(socket->descriptor) ||
+      ::recv(socket->descriptor, &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0) {
     return false;
   }
   SSL* tls = tlsOf(easy);
@@ -125,10 +131,20 @@ bool CurlSockets::hasUnreadBytes(CURL* easy, std::uint64_t number) const {
 }
 
 void CurlSockets::requestBegins(std::uint64_t number, bool isSecure) {
-  const auto socket = std::ranges::find(sockets_, number, &Socket::number);
-  if (socket == sockets_.end()) return;
-  socket->bytesAllowed =
-      bytesReceived(socket->descriptor) + kEndBytes + (isSecure ? kAlertBytes : 0);
+  Socket* socket = find(number);
+  if (socket == nullptr) return;
+  if (!std::exchange(socket->isCounted, false)) {
+    socket->bytesBefore = bytesReceived(socket->descriptor);
+  }
+  socket->bytesAllowed = socket->bytesBefore + kEndBytes + (isSecure ? kAlertBytes : 0);
+}
+
+void CurlSockets::answerEnded(std::uint64_t number, std::uint64_t bytes) noexcept {
+  Socket* socket = find(number);
+  // What came before the first request, from a proxy, is not known.
+  if (socket == nullptr || socket->bytesBefore == kNoRequest) return;
+  socket->bytesBefore += bytes;
+  socket->isCounted = true;
 }
 
 bool CurlSockets::endedInAnAnswer(std::uint64_t number) const noexcept {

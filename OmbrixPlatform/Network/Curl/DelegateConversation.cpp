@@ -38,6 +38,13 @@ DelegateConversation::Permitted DelegateConversation::permit() {
           .outcome = std::exchange(outcome_, std::nullopt)};
 }
 
+bool DelegateConversation::isOwedBefore(const URLError& failure) {
+  const std::lock_guard lock(lock_);
+  const bool hasHadTime =
+      permission_ == Permission::asked && failure.code() == URLError::Code::timedOut;
+  return permission_ != Permission::given && isAskedAbout_ && !stream_.empty() && !hasHadTime;
+}
+
 std::optional<TaskOutcome> DelegateConversation::conclude(TaskOutcome outcome) {
   const std::lock_guard lock(lock_);
   if (permission_ == Permission::given) return outcome;

@@ -94,8 +94,14 @@ void TransferTask::conclude(Answer answer) {
     const std::lock_guard lock(lock_);
     response_ = answer.response;
   }
-  if (conversation_.mustAsk()) askDelegate(*session, std::move(answer.response));
-  if (auto allowed = conversation_.conclude(*std::move(outcome)); allowed && claim()) {
+  concludeWith(*session, *std::move(outcome), std::move(answer.response));
+}
+
+/// Delivers an outcome, once the delegate has allowed the answer that it is about.
+void TransferTask::concludeWith(CurlURLSession& session, TaskOutcome outcome,
+                                std::shared_ptr<const HTTPURLResponse> response) {
+  if (conversation_.mustAsk()) askDelegate(session, std::move(response));
+  if (auto allowed = conversation_.conclude(std::move(outcome)); allowed && claim()) {
     deliver(*std::move(allowed));
   }
 }

@@ -178,12 +178,20 @@ void TransferTask::goOnWith(WireAnswer wire) {
 
 void TransferTask::failed(std::shared_ptr<const URLError> error) {
   const auto session = this->session();
-  if (!session || !answerOnError_ || !isUnreachable(*error)) return fail(std::move(error));
+  const bool isReplaced = answerOnError_ && isUnreachable(*error);
+  if (!session || (!isReplaced && !conversation_.isOwedBefore(*error))) {
+    return fail(std::move(error));
+  }
   {
     const std::lock_guard lock(lock_);
     transfer_ = nullptr;
   }
-  standIn(*session);
+  if (isReplaced) return standIn(*session);
+  session->post([self = shared_from_this(), error = std::move(error)]() mutable {
+    const auto kept = self->session();
+    if (!kept || self->isOver()) return;
+    self->concludeWith(*kept, {.error = std::move(error)}, self->response());
+  });
 }
 
 }  // namespace ombrix::platform::detail

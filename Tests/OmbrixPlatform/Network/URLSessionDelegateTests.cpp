@@ -330,21 +330,33 @@ TEST(URLSessionDelegateTests, AQuestionIsPutOnce) {
   EXPECT_EQ(running.outcome().status(), 200);
 }
 
-// Catches requests that are sent again over TLS although the answer has begun, and safe ones given
-// up although the connection only ended.
+// Catches requests that are sent again although the answer has begun, and safe ones given up
+// although the connection only ended, whatever answers it has carried before.
 TEST(URLSessionDelegateTests, WhatIsAnsweredInPartIsNotSentAgain) {
-  TestServer server;
+  TestServer plain(TestServer::Wire::plain), tls;
   const auto delegate = std::make_shared<RecordingDelegate>();
   delegate->trust = Trust::useCredential;
   const auto session = sessionFor(delegate);
-  for (const std::string bytes : {"", "HTTP/1.1 20"}) {
-    const std::string path = "/cut" + std::to_string(bytes.size());
-    server.route("GET", path, [bytes](const auto&) {
-      return devserver::Response::following({devserver::Send{bytes}, devserver::End::close});
-    });
-    ASSERT_EQ(fetch(*session, requestTo(server.url("/status/200"))).status(), 200);
-    EXPECT_EQ(fetch(*session, requestTo(server.url(path))).code(), Code::networkConnectionLost);
-    EXPECT_EQ(server.requestCount(path), bytes.empty() ? 2 : 1);
+  for (TestServer* server : {&plain, &tls}) {
+    for (const std::string before : {"/status/200", "/status/204", "/bytes?bytes=70000",
+                                     "/bytes?bytes=70000&chunked", "/gzip?bytes=70000"}) {
+      for (const std::string bytes : {"", "HTTP/1.1 20"}) {
+        SCOPED_TRACE(before + bytes);
+        const std::string path = "/cut" + std::to_string(bytes.size());
+        server->route("GET", path, [bytes](const auto&) {
+          return devserver::Response::following({devserver::Send{bytes}, devserver::End::close});
+        });
+        auto request = requestTo(server->url(before));
+        for (const char* method : {"GET", "GET", "HEAD", "GET"}) {
+          request.httpMethod = method;
+          ASSERT_GE(fetch(*session, request).status(), 200);
+        }
+        const auto requests = server->requestCount(path);
+        EXPECT_EQ(fetch(*session, requestTo(server->url(path))).code(),
+                  Code::networkConnectionLost);
+        EXPECT_EQ(server->requestCount(path) - requests, bytes.empty() ? 2U : 1U);
+      }
+    }
   }
 }
 
@@ -372,6 +384,29 @@ TEST(URLSessionDelegateTests, TasksWithoutAHandlerStreamToTheDelegate) {
   ASSERT_EQ(lines.size(), 4U);
   EXPECT_THAT(lines[2], ::testing::EndsWith("failed"));
   EXPECT_TRUE(server.waitUntilIdle());
+}
+
+// Catches a streamed answer that breaks off and takes along what came before, which a delegate that
+// was not asked yet, or had not answered yet, was not given.
+TEST(URLSessionDelegateTests, WhatCameBeforeABreakIsHandedOver) {
+  using Manner = RecordingDelegate::Manner;
+  TestServer server(TestServer::Wire::plain);
+  server.route("GET", "/cut", [](const auto&) {
+    return devserver::Response::following(
+        {devserver::Send{"HTTP/1.1 200 OK\r\nContent-Length: 9\r\n\r\nabc"},
+         devserver::End::close});
+  });
+  for (int round = 0; round < 10; ++round) {
+    for (const Manner manner : {Manner::now, Manner::later, Manner::dropped}) {
+      const auto delegate = std::make_shared<RecordingDelegate>();
+      delegate->manner = manner;
+      const auto session = sessionFor(delegate);
+      session->dataTask(requestTo(server.url("/cut")), nullptr)->resume();
+      session->finishTasksAndInvalidate();
+      ASSERT_THAT(delegate->log.takeOnce("invalid"),
+                  ElementsAre("response 200", "metrics 0", "complete 3 failed", "invalid"));
+    }
+  }
 }
 
 /// Adds up what it is handed, and tells of the end.

@@ -10,6 +10,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <vector>
 
 #include "OmbrixPlatform/Network/Curl/Detail/ContentDecoder.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlConnectionSettings.hpp"
@@ -111,14 +112,17 @@ class CurlExchange {
   static int checkConnection(void* self, char* remote, char* local, int remotePort, int localPort);
 
   void setConstantOptions();
+  void setConnectionOptions();
+  void followProgress();
   bool setMethod(const URLRequest& request);
   bool setBodySource(const URLRequest& request);
   std::size_t nextOfBody(std::span<std::byte> buffer);
   bool setFields(const URLRequest& request);
-  bool addField(const std::string& line);
+  bool setURL(const URL& url);
   bool headerLine(std::string_view line);
   bool headerIsComplete();
   std::size_t bodyPiece(DataView piece);
+  void answerHasEnded() noexcept;
   std::optional<DataView> nextStep(DataView& rest, std::size_t most, bool& isDone);
   bool keep(DataView decoded);
   std::size_t pause(std::size_t consumed, bool yields);
@@ -144,7 +148,9 @@ class CurlExchange {
   CURL* const easy_;
   CurlSurroundings& surroundings_;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
-  curl_slist* fields_ = nullptr;
+  std::unique_ptr<CURLU, void (*)(CURLU*)> url_{nullptr, &::curl_url_cleanup};
+  std::vector<std::string> lines_;  // of the request's own fields
+  std::vector<curl_slist> fields_;  // all fields, as libcurl wants them
   curl_slist* connectTo_ = nullptr;
   std::shared_ptr<Transfer> transfer_;
   std::shared_ptr<const URLRequest> request_;  // owns the body that libcurl reads

@@ -9,6 +9,7 @@
 #include <list>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -21,6 +22,7 @@
 #include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/NetworkThreads.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/Transfer.hpp"
+#include "OmbrixPlatform/Network/Curl/Detail/TransferRules.hpp"
 #include "OmbrixPlatform/Network/URLSessionConfiguration.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
@@ -33,11 +35,13 @@ struct CurlHost {
   CurlHost(const URLOrigin& origin, const URLConnectionSettings& ours, bool isMapped)
       : trust(origin.host, origin.port),
         settings(ours, origin.host),
-        isMappedToLoopback(isMapped) {}
+        isMappedToLoopback(isMapped),
+        isHere(isMapped || isLoopback(origin.host)) {}
 
   CurlTrust trust;
   const CurlConnectionSettings settings;
   const bool isMappedToLoopback;
+  const bool isHere;  // on this machine
   std::list<std::shared_ptr<Transfer>> waiting;
   std::size_t active = 0;
   bool isTouched = false;  // is among those that may have something to start
@@ -95,6 +99,8 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   bool handOver(std::shared_ptr<Transfer> transfer, LoopJob job);
   void startThread();
   void run();
+  void transferOn();
+  void awaitMore();
   void sleep();
   bool takeMail();
   void admit(const std::shared_ptr<Transfer>& transfer);
@@ -147,6 +153,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   // Network thread only.
   CurlSurroundings surroundings_;
   TimePoint& now_ = surroundings_.now;
+  SocketWatch& watch_ = surroundings_.sockets.watch();
   CURLM* const multi_;
   std::list<std::shared_ptr<Transfer>> transfers_;  // all, in the order of their resource deadlines
   std::unordered_map<URLOrigin, std::unique_ptr<CurlHost>, URLOrigin::Hash> hosts_;
@@ -159,7 +166,8 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   TimePoint armedFor_ = TimePoint::max();
   EventToken timer_;
   std::chrono::milliseconds nudgeDelay_{20};
-  bool hasStarted_ = false;  // transfers since the last look at the sockets
+  std::span<const SocketWatch::Ready> ready_;  // at the last look
+  unsigned roundsTogether_ = 0;                // since the first of `together_`
 };
 
 }  // namespace ombrix::platform::detail

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "OmbrixPlatform/Network/Curl/Detail/SocketWatch.hpp"
+
 namespace ombrix::platform::detail {
 
 /// The sockets of one network thread, which libcurl does not show while they are in use. It must
@@ -21,8 +23,15 @@ class CurlSockets {
     int remotePort = 0;
     int localPort = 0;
 
-    friend bool operator==(const Connection&, const Connection&) = default;
+    friend bool operator==(const Connection& a, const Connection& b) noexcept {
+      // Mostly they differ by this one.
+      return a.localPort == b.localPort && a.remotePort == b.remotePort &&
+             a.localAddress == b.localAddress && a.remoteAddress == b.remoteAddress;
+    }
   };
+
+  /// Where their thread waits for them.
+  [[nodiscard]] SocketWatch& watch() noexcept { return watch_; }
 
   /// Opens a socket and keeps it in mind; `CURL_SOCKET_BAD` with errno when there is none.
   curl_socket_t open(const curl_sockaddr& address);
@@ -40,8 +49,12 @@ class CurlSockets {
   /// without being asked. Over TLS the bytes of the protocol itself do not count.
   [[nodiscard]] bool hasUnreadBytes(CURL* easy, std::uint64_t number) const;
 
-  /// A request goes out on a connection of HTTP/1.
+  /// A request goes out on a connection of HTTP/1 that is used again.
   void requestBegins(std::uint64_t number, bool isSecure);
+
+  /// The answer to the last request is whole. Where it took just so many bytes on the wire, which
+  /// nobody can tell of chunks or TLS, the system need not be asked when the next one goes out.
+  void answerEnded(std::uint64_t number, std::uint64_t bytes) noexcept;
 
   /// Whether a connection that is closed now had brought bytes since its last request began. So
   /// few as its end takes do not count: one byte, over TLS at most 9 in a record of their own, are
@@ -57,6 +70,8 @@ class CurlSockets {
     std::uint64_t number = 0;
     Connection ends;                          // without ports until it is connected and asked for
     std::uint64_t bytesAllowed = kNoRequest;  // received in all, without any of an answer
+    std::uint64_t bytesBefore = kNoRequest;   // received before the last request began
+    bool isCounted = false;                   // those before the next request are known
   };
   static constexpr std::uint64_t kNoRequest = ~std::uint64_t{};
   static constexpr std::size_t kEndedKept = 64;
@@ -64,7 +79,9 @@ class CurlSockets {
   static int close(void* self, curl_socket_t descriptor) noexcept;
 
   [[nodiscard]] const Socket* find(std::uint64_t number) const noexcept;
+  [[nodiscard]] Socket* find(std::uint64_t number) noexcept;
 
+  SocketWatch watch_;
   std::vector<Socket> sockets_;
   std::array<std::uint64_t, kEndedKept> endedInAnswers_{};  // the last of them, in a ring
   std::size_t endings_ = 0;

@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Network/URLError.hpp"
 #include "OmbrixPlatform/Network/URLResponse.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 #include "OmbrixPlatform/Values/Error.hpp"
@@ -49,6 +50,10 @@ class DelegateConversation {
     std::optional<TaskOutcome> outcome;  ///< the task is over
   };
   [[nodiscard]] Permitted permit();
+
+  /// Whether a failure has to wait for the question as an answer would: a streamed body has begun,
+  /// and what came of it is the delegate's. Not for one who has had until the deadline to answer.
+  [[nodiscard]] bool isOwedBefore(const URLError& failure);
 
   /// The outcome if it may be delivered, else nothing until `permit`.
   [[nodiscard]] std::optional<TaskOutcome> conclude(TaskOutcome outcome);

@@ -30,6 +30,8 @@ class HTTPHeaderReader {
   /// Takes the next line, its line end included.
   Result add(std::string_view line);
 
+  /// The bytes of all lines so far, those of interim answers included.
+  [[nodiscard]] std::size_t bytes() const noexcept { return bytes_; }
   [[nodiscard]] bool isComplete() const noexcept { return isComplete_; }
   [[nodiscard]] int statusCode() const noexcept { return statusCode_; }
   [[nodiscard]] const std::string& httpVersion() const noexcept { return httpVersion_; }

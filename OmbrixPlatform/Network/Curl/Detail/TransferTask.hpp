@@ -108,6 +108,8 @@ class TransferTask final : public URLSessionUploadTask,
   void loadAfresh(CurlURLSession& session);
   void postConclusion(CurlURLSession& session, Answer answer);
   void conclude(Answer answer);
+  void concludeWith(CurlURLSession& session, TaskOutcome outcome,
+                    std::shared_ptr<const HTTPURLResponse> response);
   /// What an answer comes to; nothing when the task goes on elsewhere or is over.
   [[nodiscard]] std::optional<TaskOutcome> outcomeOf(CurlURLSession& session, Answer& answer);
   /// Runs what takes memory as a server wishes; without that memory the task fails.
