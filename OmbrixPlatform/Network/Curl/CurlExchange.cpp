@@ -75,7 +75,8 @@ CurlExchange::~CurlExchange() {
 void CurlExchange::setConstantOptions() {
   ::curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
   ::curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
-  ::curl_easy_setopt(easy_, CURLOPT_PROTOCOLS_STR, "http,https");
+  CURL_IGNORE_DEPRECATION(  // the form for texts searches all that libcurl knows
+      ::curl_easy_setopt(easy_, CURLOPT_PROTOCOLS, long{CURLPROTO_HTTP | CURLPROTO_HTTPS});)
   ::curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
   // Undone by `ContentDecoder`, which sees to the end of the stream.
   ::curl_easy_setopt(easy_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
@@ -120,14 +121,19 @@ bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms)
 /// Has libcurl go by the URL as it is parsed here: one that it has parsed itself it writes out
 /// again, character by character.
 bool CurlExchange::setURL(const URL& url) {
-  const char* text = url.absoluteString().c_str();
-  url_.reset(::curl_url());
-  const bool isParsed =
-      url_ && ::curl_url_set(url_.get(), CURLUPART_URL, text,
-                             CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;
-  // Else libcurl finds out by itself, and says what is wrong.
-  if (isParsed) ::curl_easy_setopt(easy_, CURLOPT_CURLU, url_.get());
-  return ::curl_easy_setopt(easy_, CURLOPT_URL, text) == CURLE_OK;
+  const std::string& text = url.absoluteString();
+  CurlURL& last = surroundings_.lastURL;
+  if (last.text != text) {
+    std::shared_ptr<CURLU> parsed(::curl_url(), &::curl_url_cleanup);
+    const bool isParsed =
+        parsed && ::curl_url_set(parsed.get(), CURLUPART_URL, text.c_str(),
+                                 CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;
+    // Else libcurl finds out by itself, and says what is wrong.
+    last = {text, isParsed ? std::move(parsed) : nullptr};
+  }
+  url_ = last.parsed;
+  if (url_) ::curl_easy_setopt(easy_, CURLOPT_CURLU, url_.get());
+  return ::curl_easy_setopt(easy_, CURLOPT_URL, text.c_str()) == CURLE_OK;
 }
 
 void CurlExchange::setConnectionOptions() {
@@ -244,11 +250,16 @@ bool CurlExchange::setFields(const URLRequest& request) {
   if (isPost && isOpen("Expect")) add("Expect:");
   // As fields of ours libcurl formats them once, by its options twice. A part of a coded body
   // cannot be decoded.
-  if (isOpen("Accept-Encoding")) {
-    add(isOpen("Range") ? "Accept-Encoding: gzip, deflate" : "Accept-Encoding: identity");
-  }
-  if (!surroundings_.userAgentField.empty() && isOpen("User-Agent")) {
-    add(surroundings_.userAgentField.c_str());
+  const bool takesCodings = isOpen("Accept-Encoding");
+  const bool takesAgent = isOpen("User-Agent");
+  const bool isPart = !isOpen("Range");
+  if (takesCodings && takesAgent && !isPart) {
+    add(surroundings_.usualFields.c_str());
+  } else {
+    if (takesCodings) add(isPart ? "Accept-Encoding: identity" : kCodingsField);
+    if (takesAgent && !surroundings_.userAgentField.empty()) {
+      add(surroundings_.userAgentField.c_str());
+    }
   }
   for (std::size_t i = 1; i < fields_.size(); ++i) fields_[i - 1].next = &fields_[i];
   return fields_.empty() ||

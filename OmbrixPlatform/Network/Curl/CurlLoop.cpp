@@ -44,6 +44,13 @@ std::string userAgentField() {
   return agent.empty() ? agent : "User-Agent: " + agent;
 }
 
+/// The fields that a request is given where it has none of them, as one line for libcurl, which
+/// looks into each for all fields that it might add itself.
+std::string usualFields() {
+  const std::string agent = userAgentField();
+  return CurlExchange::kCodingsField + (agent.empty() ? agent : "\r\n" + agent);
+}
+
 }  // namespace
 
 CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr<Clock> clock,
@@ -59,7 +66,9 @@ CurlLoop::CurlLoop(const URLSessionConfiguration& configuration, std::shared_ptr
       surroundings_{.share = ::curl_share_init(),
                     .budget = std::make_shared<BodyBudget>(configuration_.maximumBodyBytesTogether),
                     .maximumBodyBytes = configuration_.maximumBodyBytes,
-                    .userAgentField = userAgentField()},
+                    .userAgentField = userAgentField(),
+                    .usualFields = usualFields(),
+                    .lastURL = {}},
       multi_(::curl_multi_init()),
       hostsAllowed_(kHostsKept) {
   if (multi_ == nullptr || surroundings_.share == nullptr) fatalError("libcurl cannot be set up");
@@ -379,7 +388,10 @@ void CurlLoop::finishDone() {
 }
 
 void CurlLoop::postTogether(Job job) {
-  if (together_.empty()) roundsTogether_ = 0;
+  if (together_.empty()) {
+    roundsTogether_ = 0;
+    together_.reserve(kDeliveriesTogether);
+  }
   together_.push_back(std::move(job));
 }
 

@@ -78,10 +78,11 @@ void TransferTask::loadAfresh(CurlURLSession& session) {
 // The answer; delegate queue.
 
 void TransferTask::postConclusion(CurlURLSession& session, Answer answer) {
-  session.post([self = shared_from_this(), answer = std::move(answer)]() mutable {
-    self->conclude(std::move(answer));
-  });
+  answer_ = std::move(answer);
+  session.post([self = shared_from_this()] { self->concludeKept(); });
 }
+
+void TransferTask::concludeKept() { conclude(*std::exchange(answer_, std::nullopt)); }
 
 void TransferTask::conclude(Answer answer) {
   const auto session = this->session();

@@ -169,10 +169,8 @@ void TransferTask::goOnWith(WireAnswer wire) {
     case AfterAnswer::Step::fail:
       return fail(std::move(next.error));
     default:
-      session->loop().postTogether(
-          [self = shared_from_this(), answer = std::move(answer)]() mutable {
-            self->conclude(std::move(answer));
-          });
+      answer_ = std::move(answer);
+      session->loop().postTogether([self = shared_from_this()] { self->concludeKept(); });
   }
 }
 

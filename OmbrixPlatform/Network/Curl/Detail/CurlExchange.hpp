@@ -25,6 +25,12 @@
 
 namespace ombrix::platform::detail {
 
+/// A URL as libcurl has parsed it.
+struct CurlURL {
+  std::string text;
+  std::shared_ptr<CURLU> parsed;  ///< null when it cannot be
+};
+
 /// What the exchanges of one network thread share.
 struct CurlSurroundings {
   std::chrono::steady_clock::time_point now;  ///< the loop's clock
@@ -33,6 +39,8 @@ struct CurlSurroundings {
   std::shared_ptr<BodyBudget> budget;
   std::size_t maximumBodyBytes = 0;
   std::string userAgentField;  ///< the whole line, for requests that have none; empty: none
+  std::string usualFields;     ///< that and the codings, for requests that state nothing there
+  CurlURL lastURL;             ///< which is often asked for again: polls, uploads in pieces
   bool anyYields = false;      ///< an exchange has stopped to let others have their turn
 };
 
@@ -42,6 +50,8 @@ struct CurlSurroundings {
 class CurlExchange {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
+
+  static constexpr const char* kCodingsField = "Accept-Encoding: gzip, deflate";
 
   /// What a session decides for an exchange.
   struct Terms {
@@ -148,7 +158,7 @@ class CurlExchange {
   CURL* const easy_;
   CurlSurroundings& surroundings_;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
-  std::unique_ptr<CURLU, void (*)(CURLU*)> url_{nullptr, &::curl_url_cleanup};
+  std::shared_ptr<CURLU> url_;
   std::vector<std::string> lines_;  // of the request's own fields
   std::vector<curl_slist> fields_;  // all fields, as libcurl wants them
   curl_slist* connectTo_ = nullptr;

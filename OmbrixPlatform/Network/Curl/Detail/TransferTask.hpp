@@ -107,6 +107,7 @@ class TransferTask final : public URLSessionUploadTask,
   void followTo(CurlURLSession& session, URLRequest request);
   void loadAfresh(CurlURLSession& session);
   void postConclusion(CurlURLSession& session, Answer answer);
+  void concludeKept();
   void conclude(Answer answer);
   void concludeWith(CurlURLSession& session, TaskOutcome outcome,
                     std::shared_ptr<const HTTPURLResponse> response);
@@ -152,6 +153,7 @@ class TransferTask final : public URLSessionUploadTask,
   // Owned by the one that handles the task at the moment.
   std::optional<CachedURLResponse> validated_;
   std::optional<CachedURLResponse> answerOnError_;
+  std::optional<Answer> answer_;                       // on its way to the delegate queue
   std::shared_ptr<const HTTPURLResponse> passedOver_;  // the caller gets its token all the same
   int redirects_ = 0;
   TransferClient::TimePoint deadline_{};
