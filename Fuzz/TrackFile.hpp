@@ -25,6 +25,7 @@ inline void tryTrack(platform::DataView bytes, TrackFormat format) {
       std::abort();
     }
     if (again(once).fixes.size() != once.fixes.size()) std::abort();
+    if (!holdsAll(track, other, once)) std::abort();
   }
 }
 

@@ -16,6 +16,7 @@ constexpr double kReachSeconds = 8;       // Fixes further off are left out of a
 // a twentieth of the speed, and the tracks that were tried show receivers off by half and more).
 constexpr double kJolt = 1;         // m/s
 constexpr double kJoltShare = 0.1;  // of the median
+constexpr double kWrongSpeed = 7;   // m/s, between fixes that are two apart at most
 
 }  // namespace
 
@@ -40,7 +41,12 @@ std::optional<CleanFix> SpeedSmoother::drain() {
 CleanFix SpeedSmoother::smooth(std::size_t index) const {
   CleanFix fix = at(index);
   fix.speed = fittedSpeed(index);
-  const auto [from, to] = reach(index, kReach);
+  auto [from, to] = reach(index, kReach);
+  // At the edge of a gap more fixes on this side of it say what is usual.
+  while (from > 0 && to - from < 2 * kReach && end_ - from < kRing &&
+         fix.time - at(from - 1).time <= kReachSeconds) {
+    --from;
+  }
   fix.steadySpeed = fix.speed;
   // Seldom is it far from the median, and counting is cheaper than sorting.
   const double low = (fix.speed - kJolt) / (1 + kJoltShare);
@@ -51,8 +57,9 @@ CleanFix SpeedSmoother::smooth(std::size_t index) const {
     above += at(i).speed > high ? 1U : 0U;
   }
   if (2 * std::max(below, above) < to - from + 1) return fix;
-  SmallMedian<2 * kReach + 1> speeds;
+  SmallMedian<2 * kReach + 2> speeds;
   for (std::size_t i = from; i <= to; ++i) speeds.add(at(i).speed);
+  if ((to - from) % 2 != 0) speeds.add(0);  // Of two in the middle the lower one.
   const double median = speeds.median();
   if (median < low || median > high) fix.steadySpeed = median;
   return fix;
@@ -78,9 +85,17 @@ double SpeedSmoother::fittedSpeed(std::size_t index) const {
     const double fitted = (17 * fix.speed + 12 * (at(index - 1).speed + at(index + 1).speed) -
                            3 * (at(index - 2).speed + at(index + 2).speed)) /
                           35;
-    // A parabola shoots over where one brakes hard.
-    const auto [low, high] = std::minmax({fix.speed, at(index - 1).speed, at(index + 1).speed});
-    return std::clamp(fitted, low, high);
+    double highest = 0, second = 0, lowest = fix.speed;
+    for (std::size_t i = index - 2; i <= index + 2; ++i) {
+      const double speed = at(i).speed;
+      // Nobody changes it so fast: a neighbour that is wrong says nothing about this one.
+      if (std::abs(speed - fix.speed) > kWrongSpeed) return fix.speed;
+      second = std::max(second, std::min(highest, speed));
+      highest = std::max(highest, speed);
+      if (i > index - 2 && i < index + 2) lowest = std::min(lowest, speed);
+    }
+    // A parabola shoots over where one brakes hard. What only one fix tells is noise.
+    return std::clamp(fitted, lowest, std::max(lowest, second));
   }
   const auto [from, to] = reach(index, roughness_ < kVeryRough ? 2 : kReach);
   double sum = 0;

@@ -196,7 +196,7 @@ class Finder {
     part->areTimesInBrackets = last_ == '[';
   }
 
-  bool takeFigures(GeoJSONFigure figure, std::size_t at) {
+  bool takeFigures(std::size_t figure, std::size_t at) {
     skipSpace(at);
     if (text_.substr(at, 1) != ":") return false;
     skipSpace(++at);

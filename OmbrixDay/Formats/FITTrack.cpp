@@ -1,10 +1,12 @@
-// FIT activity files: record and lap messages, after the protocol's public description.
+// FIT activity files: records, laps, timer events and the sport, after the protocol's public
+// description.
 
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <limits>
+#include <iterator>
 #include <optional>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -16,25 +18,116 @@ namespace {
 
 constexpr double kEpoch = 631'065'600;  // 1989-12-31 00:00:00 UTC
 constexpr double kDegreesPerSemicircle = 180.0 / 2'147'483'648.0;
-constexpr std::uint16_t kRecord = 20, kLap = 19;
 constexpr std::uint32_t kLeastDate = 0x1000'0000;  // Times below count from when the device began.
 
-/// The fields that are read, of records and laps alike.
-enum Value : std::uint8_t {
-  latitude,
-  longitude,
-  altitudeOrStart,
-  heartRate,
-  speed,
-  accuracy,
-  finerSpeed,
-  finerAltitude,
-  time,
-  kValues
-};
+enum Message : std::uint16_t { kSport = 12, kSession = 18, kLap = 19, kRecord = 20, kEvent = 21 };
 
-/// The numbers by which messages name them.
-constexpr std::array<std::uint8_t, kValues> kFieldNumbers = {0, 1, 2, 3, 6, 31, 73, 78, 253};
+/// The places in `Values` of what messages hold: time in all of them, the others in one each.
+constexpr std::uint8_t kTime = 0;
+enum Record : std::uint8_t {
+  kLatitude = 1,
+  kLongitude,
+  kAltitude,
+  kBeats,
+  kTurns,
+  kWay,
+  kFast,
+  kWatts,
+  kWarmth,
+  kAccuracy,
+  kTurns128ths,
+  kFinerSpeed,
+  kFinerAltitude
+};
+enum LapValue : std::uint8_t {
+  kStart = 1,
+  kElapsed,
+  kTimer,
+  kLapWay,
+  kCalories,
+  kAverageSpeed,
+  kMaxSpeed,
+  kAverageBeats,
+  kMaxBeats,
+  kAverageTurns,
+  kMaxTurns,
+  kAverageWatts,
+  kMaxWatts,
+  kIntensity,
+  kTrigger,
+  kFinerAverageSpeed,
+  kFinerMaxSpeed,
+  kMostValues
+};
+enum EventValue : std::uint8_t { kEventOf = 1, kEventType };
+enum SportValue : std::uint8_t { kSportOf = 1, kSubSport };
+
+/// A field of a message that is read, by the number that names it.
+struct KnownField {
+  Message message;
+  std::uint8_t number, value;
+};
+constexpr KnownField kKnownFields[] = {{kRecord, 0, kLatitude},
+                                       {kRecord, 1, kLongitude},
+                                       {kRecord, 2, kAltitude},
+                                       {kRecord, 3, kBeats},
+                                       {kRecord, 4, kTurns},
+                                       {kRecord, 5, kWay},
+                                       {kRecord, 6, kFast},
+                                       {kRecord, 7, kWatts},
+                                       {kRecord, 13, kWarmth},
+                                       {kRecord, 31, kAccuracy},
+                                       {kRecord, 53, kTurns128ths},
+                                       {kRecord, 73, kFinerSpeed},
+                                       {kRecord, 78, kFinerAltitude},
+                                       {kLap, 2, kStart},
+                                       {kLap, 7, kElapsed},
+                                       {kLap, 8, kTimer},
+                                       {kLap, 9, kLapWay},
+                                       {kLap, 11, kCalories},
+                                       {kLap, 13, kAverageSpeed},
+                                       {kLap, 14, kMaxSpeed},
+                                       {kLap, 15, kAverageBeats},
+                                       {kLap, 16, kMaxBeats},
+                                       {kLap, 17, kAverageTurns},
+                                       {kLap, 18, kMaxTurns},
+                                       {kLap, 19, kAverageWatts},
+                                       {kLap, 20, kMaxWatts},
+                                       {kLap, 23, kIntensity},
+                                       {kLap, 24, kTrigger},
+                                       {kLap, 110, kFinerAverageSpeed},
+                                       {kLap, 111, kFinerMaxSpeed},
+                                       {kEvent, 0, kEventOf},
+                                       {kEvent, 1, kEventType},
+                                       {kSession, 5, kSportOf},
+                                       {kSession, 6, kSubSport},
+                                       {kSport, 0, kSportOf},
+                                       {kSport, 1, kSubSport}};
+
+/// The numbers of sports, in the words of `Track::sport`.
+constexpr std::pair<std::uint8_t, std::string_view> kSportNames[] = {{1, "running"},
+                                                                     {2, "cycling"},
+                                                                     {5, "swimming"},
+                                                                     {11, "walking"},
+                                                                     {12, "cross_country_skiing"},
+                                                                     {13, "alpine_skiing"},
+                                                                     {14, "snowboarding"},
+                                                                     {15, "rowing"},
+                                                                     {16, "mountaineering"},
+                                                                     {17, "hiking"},
+                                                                     {19, "paddling"},
+                                                                     {20, "flying"},
+                                                                     {21, "e_biking"},
+                                                                     {27, "horseback_riding"},
+                                                                     {30, "inline_skating"},
+                                                                     {31, "rock_climbing"},
+                                                                     {32, "sailing"},
+                                                                     {33, "ice_skating"},
+                                                                     {35, "snowshoeing"},
+                                                                     {36, "snowmobiling"},
+                                                                     {41, "kayaking"}};
+/// A sub-sport of alpine skiing.
+constexpr std::uint8_t kAlpine = 13, kBackcountry = 37;
 
 /// Where a value that is read stands in a message.
 struct Field {
@@ -62,7 +155,7 @@ class Reader {
   }
 
  private:
-  using Values = std::array<std::optional<std::int64_t>, kValues>;
+  using Values = std::array<std::optional<std::int64_t>, kMostValues>;
 
   [[nodiscard]] static std::uint64_t number(platform::DataView bytes, bool isBigEndian) {
     std::uint64_t value = 0;
@@ -125,6 +218,7 @@ class Reader {
       return;
     }
     isFirst_ = false;
+    beginSegment(track_);  // behind another file
     const std::uint64_t size = sizeOf(bytes_);
     platform::DataView data = bytes_.subspan(header);
     // A device writes the size last: what it could not finish has none.
@@ -273,11 +367,8 @@ class Reader {
     for (unsigned left = takeByte(); left > 0; --left) {
       const std::uint8_t id = takeByte(), size = takeByte(), type = takeByte();
       if (!isWhole_ && !isFITFieldType(type)) throw BrokenMessage{"a definition makes no sense"};
-      const auto* found = std::ranges::find(kFieldNumbers, id);
-      if (found != kFieldNumbers.end() && size > 0) {
-        const auto value = static_cast<std::size_t>(found - kFieldNumbers.begin());
-        definition.fields.push_back({value, definition.bytes, size, type});
-      }
+      const auto value = valueNamed(definition.message, id);
+      if (value && size > 0) definition.fields.push_back({*value, definition.bytes, size, type});
       definition.bytes += size;
     }
     if ((header & 0x20) != 0) {
@@ -300,12 +391,30 @@ class Reader {
       values[field.value] =
           valueOf(message.subspan(field.offset, field.size), field, definition.isBigEndian);
     }
-    if (values[time]) time_ = dateIn(*values[time]);
-    if (definition.message == kRecord) readRecord(values);
-    const auto& start = values[altitudeOrStart];
-    if (definition.message == kLap && start && track_.laps.size() < kMostTrackPoints) {
-      if (const auto date = dateIn(*start)) track_.laps.push_back(dateOf(*date));
+    if (values[kTime]) time_ = dateIn(*values[kTime]);
+    switch (definition.message) {
+      case kRecord:
+        return readRecord(values);
+      case kLap:
+        return readLap(values);
+      case kEvent:
+        return readEvent(values);
+      case kSport:
+      case kSession:
+        return readSport(values);
+      default:
+        break;
     }
+  }
+
+  /// Where a field's value is kept; nothing for one that is not read.
+  static std::optional<std::uint8_t> valueNamed(std::uint16_t message, std::uint8_t number) {
+    constexpr std::uint8_t kTimeNumber = 253;
+    if (number == kTimeNumber) return kTime;
+    for (const KnownField& field : kKnownFields) {
+      if (field.message == message && field.number == number) return field.value;
+    }
+    return std::nullopt;
   }
 
   /// A time that is a date.
@@ -339,23 +448,76 @@ class Reader {
     return platform::dateSince1970(kEpoch + static_cast<double>(seconds));
   }
 
+  static std::optional<double> scaled(const std::optional<std::int64_t>& value, double scale) {
+    if (!value) return std::nullopt;
+    return static_cast<double>(*value) / scale;
+  }
+
   void readRecord(const Values& values) {
-    const auto scaled = [&values](Value value, double scale) -> std::optional<double> {
-      if (!values[value]) return std::nullopt;
-      return static_cast<double>(*values[value]) / scale;
-    };
     CLLocation fix;
-    const auto north = scaled(latitude, 1 / kDegreesPerSemicircle);
-    const auto east = scaled(longitude, 1 / kDegreesPerSemicircle);
+    const auto north = scaled(values[kLatitude], 1 / kDegreesPerSemicircle);
+    const auto east = scaled(values[kLongitude], 1 / kDegreesPerSemicircle);
     if (north && east) fix.coordinate = {*north, *east};
     // The finer fields are the same with more bits.
-    const auto up = scaled(values[finerAltitude] ? finerAltitude : altitudeOrStart, 5);
-    fix.altitude = up ? *up - 500 : std::numeric_limits<double>::quiet_NaN();
-    if (const auto fast = scaled(values[finerSpeed] ? finerSpeed : speed, 1000)) fix.speed = *fast;
-    if (values[accuracy]) fix.horizontalAccuracy = static_cast<double>(*values[accuracy]);
+    const auto up = scaled(values[kFinerAltitude] ? values[kFinerAltitude] : values[kAltitude], 5);
+    fix.altitude = up ? *up - 500 : kNone;
+    const auto fast = scaled(values[kFinerSpeed] ? values[kFinerSpeed] : values[kFast], 1000);
+    if (fast) fix.speed = *fast;
+    if (values[kAccuracy]) fix.horizontalAccuracy = static_cast<double>(*values[kAccuracy]);
+    SensorValues sensors = kNoSensorValues;
+    sensors[kHeartRate] = scaled(values[kBeats], 1).value_or(kNone);
+    sensors[kCadence] =
+        scaled(values[kTurns], 1).value_or(kNone) + scaled(values[kTurns128ths], 128).value_or(0);
+    sensors[kPower] = scaled(values[kWatts], 1).value_or(kNone);
+    sensors[kTemperature] = scaled(values[kWarmth], 1).value_or(kNone);
+    sensors[kDistance] = scaled(values[kWay], 100).value_or(kNone);
     std::optional<platform::Date> date;
     if (time_) date = dateOf(*time_);
-    keep(track_, north && east ? &fix : nullptr, scaled(heartRate, 1), date);
+    keep(track_, north && east ? &fix : nullptr, sensors, date);
+  }
+
+  void readLap(const Values& values) {
+    const auto begin = values[kStart] ? dateIn(*values[kStart]) : std::nullopt;
+    if (!begin) return;
+    const auto total = [&](LapValue value, LapValue other, double scale) {
+      return scaled(values[value] ? values[value] : values[other], scale).value_or(-1);
+    };
+    Lap lap{.begin = dateOf(*begin),
+            .seconds = total(kTimer, kElapsed, 1000),
+            .distanceMeters = total(kLapWay, kLapWay, 100),
+            .kilocalories = total(kCalories, kCalories, 1),
+            .averageSpeed = total(kFinerAverageSpeed, kAverageSpeed, 1000),
+            .maxSpeed = total(kFinerMaxSpeed, kMaxSpeed, 1000),
+            .averageHeartRate = total(kAverageBeats, kAverageBeats, 1),
+            .maxHeartRate = total(kMaxBeats, kMaxBeats, 1),
+            .averageCadence = total(kAverageTurns, kAverageTurns, 1),
+            .maxCadence = total(kMaxTurns, kMaxTurns, 1),
+            .averagePower = total(kAverageWatts, kAverageWatts, 1),
+            .maxPower = total(kMaxWatts, kMaxWatts, 1)};
+    lap.isRest = values[kIntensity] == 1;
+    // Manual, time, distance, and four kinds of places; what else ends a lap is the session's end.
+    constexpr LapTrigger kTriggers[] = {
+        LapTrigger::manual,   LapTrigger::time,     LapTrigger::distance, LapTrigger::location,
+        LapTrigger::location, LapTrigger::location, LapTrigger::location};
+    const std::int64_t trigger = values[kTrigger].value_or(0);
+    if (trigger >= 0 && trigger < std::ssize(kTriggers)) lap.trigger = kTriggers[trigger];
+    keep(track_, lap);
+  }
+
+  void readEvent(const Values& values) {
+    constexpr std::int64_t kTimerOf = 0;
+    constexpr std::int64_t kStops[] = {1, 4, 8, 9};
+    const bool isStop =
+        values[kEventType] && std::ranges::find(kStops, *values[kEventType]) != std::end(kStops);
+    if (values[kEventOf] == kTimerOf && isStop) beginSegment(track_);
+  }
+
+  void readSport(const Values& values) {
+    const auto* name = std::ranges::find_if(
+        kSportNames, [&](const auto& each) { return values[kSportOf] == each.first; });
+    if (name == std::end(kSportNames) || !track_.sport.empty()) return;
+    const bool isTour = name->first == kAlpine && values[kSubSport] == kBackcountry;
+    track_.sport = isTour ? "backcountry_skiing" : name->second;
   }
 
   platform::DataView bytes_;      ///< Files not read yet.

@@ -26,7 +26,8 @@ struct Line {
   std::optional<std::vector<GeoJSONPosition>> positions;
   std::optional<std::vector<double>> times[3];  ///< Seconds since 1970, by the places they stand.
   GeoJSONFigures figures;
-  std::string name;
+  std::vector<std::size_t> pieces;  ///< The positions at which those of a multi-line string end.
+  std::string name, sport, notes;
 };
 
 std::string readText(JSONReader& json) {
@@ -93,7 +94,9 @@ void readItems(JSONReader& json, double (*read)(JSONReader&), std::vector<double
 }
 
 /// The places of a line, or of the lines of a multi-line string, which stand one level deeper.
-void readPositions(JSONReader& json, std::vector<GeoJSONPosition>& positions, int level = 0) {
+/// @param[out] pieces Where lists of places end, in those positions.
+void readPositions(JSONReader& json, std::vector<GeoJSONPosition>& positions,
+                   std::vector<std::size_t>& pieces, int level = 0) {
   constexpr int kDeepest = 2;
   GeoJSONPosition position;
   std::size_t index = 0;
@@ -101,7 +104,7 @@ void readPositions(JSONReader& json, std::vector<GeoJSONPosition>& positions, in
   for (json.beginArray(); json.nextItem(); ++index) {
     if (json.peek() == '[' && level < kDeepest) {
       isList = true;
-      readPositions(json, positions, level + 1);
+      readPositions(json, positions, pieces, level + 1);
     } else if (isList) {
       add(positions, {});
       json.skip();
@@ -112,38 +115,46 @@ void readPositions(JSONReader& json, std::vector<GeoJSONPosition>& positions, in
       json.skip();
     }
   }
-  if (!isList) add(positions, position);
+  if (!isList) {
+    add(positions, position);
+  } else if (pieces.empty() || pieces.back() != positions.size()) {
+    pieces.push_back(positions.size());
+  }
 }
 
 void readGeometry(JSONReader& json, Line& line) {
   line.type.clear();
   line.positions.reset();
+  line.pieces.clear();
   readMembers(json, [&](std::string_view key) {
     if (key == "type") {
       line.type = readText(json);
     } else if (key == "coordinates" && json.peek() == '[') {
-      readPositions(json, line.positions.emplace());
+      readPositions(json, line.positions.emplace(), line.pieces);
     } else {
       json.skip();
     }
   });
 }
 
-void readProperties(JSONReader& json, Line& line) {
+void readProperties(JSONReader& json, Line& line, bool isInner = false) {
   readMembers(json, [&](std::string_view key) {
     const auto* figure =
         std::ranges::find(kGeoJSONFigureNames, key, [](auto& name) { return name.first; });
     if (figure != std::end(kGeoJSONFigureNames)) {
       readItems(json, readNumber, line.figures[figure->second]);
+    } else if (key == "coordTimes" || key == "times") {
+      readItems(json, readTime, line.times[isInner ? 2 : key == "times" ? 1 : 0].emplace());
+    } else if (isInner) {
+      json.skip();
     } else if (key == "name") {
       line.name = readText(json);
-    } else if (key == "coordTimes" || key == "times") {
-      readItems(json, readTime, line.times[key == "times" ? 1 : 0].emplace());
+    } else if (key == "type" || key == "sport") {
+      line.sport = readText(json);
+    } else if (key == "desc" || key == "description") {
+      line.notes = readText(json);
     } else if (key == "coordinateProperties") {
-      readMembers(json, [&](std::string_view inner) {
-        if (inner != "times") return json.skip();
-        readItems(json, readTime, line.times[2].emplace());
-      });
+      readProperties(json, line, true);
     } else {
       json.skip();
     }
@@ -181,7 +192,7 @@ class DocumentReader {
       } else if (key == "properties") {
         for (auto& times : line.times) times.reset();
         line.figures = {};
-        line.name.clear();
+        line.name = line.sport = line.notes = {};
         readProperties(json_, line);
       } else if (key == "features" && isTop && json_.peek() == '[') {
         isCollection = true;
@@ -225,7 +236,12 @@ class DocumentReader {
       return;
     }
     if (track_.name.empty()) track_.name = line.name;
+    if (track_.sport.empty()) track_.sport = line.sport;
+    if (track_.notes.empty()) track_.notes = line.notes;
+    beginSegment(track_);
+    auto piece = line.pieces.begin();
     for (std::size_t i = 0; i < line.positions->size(); ++i) {
+      for (; piece != line.pieces.end() && *piece <= i; ++piece) beginSegment(track_);
       std::array<double, kGeoJSONFigures> figures;
       for (std::size_t each = 0; each < figures.size(); ++each) {
         const auto& all = line.figures[each];
@@ -258,8 +274,9 @@ void keep(Track& track, const GeoJSONPosition& position, double secondsSince1970
   fix.course = known(kCourse);
   fix.horizontalAccuracy = known(kHorizontalAccuracy);
   fix.verticalAccuracy = known(kVerticalAccuracy);
-  const double rate = figures[kHeartRate];
-  keep(track, hasPlace ? &fix : nullptr, std::isnan(rate) ? std::nullopt : std::optional(rate),
+  SensorValues sensors;
+  std::ranges::copy(figures.first<kSensors>(), sensors.begin());
+  keep(track, hasPlace ? &fix : nullptr, sensors,
        std::isnan(secondsSince1970) ? std::nullopt
                                     : std::optional(platform::dateSince1970(secondsSince1970)));
 }
@@ -281,6 +298,8 @@ void readGeoJSON(platform::DataView bytes, Track& track) {
   if (points(track) < kMostTrackPoints) {
     Track found;
     found.name = track.name;
+    found.sport = track.sport;
+    found.notes = track.notes;
     readDamagedGeoJSON(platform::textOf(bytes), found);
     const bool isMore = points(found) > points(track);
     if (isMore || (isDamaged && points(found) == points(track))) {
@@ -293,37 +312,58 @@ void readGeoJSON(platform::DataView bytes, Track& track) {
 }
 
 std::string writeGeoJSON(const Track& track) {
-  JSON::Array positions, times, rates, speeds, courses, horizontal, vertical;
-  for (const TrackPoint& point : pointsOf(track)) {
+  // Positions, times and figures of each piece of the line.
+  struct Lists {
+    JSON::Array positions, times, figures[kGeoJSONFigures];
+  };
+  std::vector<Lists> pieces(1);
+  std::array<bool, kGeoJSONFigures> isTold{};
+  PointSequence points(track);
+  for (TrackPoint point; points.next(point);) {
     if (point.fix == nullptr) continue;
+    if (point.beginsSegment) pieces.emplace_back();
+    Lists& piece = pieces.back();
     const CLLocation& fix = *point.fix;
     JSON::Array position{fix.coordinate.longitude, fix.coordinate.latitude};
     if (hasAltitude(fix)) position.emplace_back(fix.altitude);
-    positions.emplace_back(std::move(position));
-    times.push_back(timeText(fix.timestamp));
-    rates.push_back(point.heartRate ? figure(point.heartRate->beatsPerMinute) : JSON());
-    speeds.push_back(figure(fix.speed));
-    courses.push_back(figure(fix.course));
-    horizontal.push_back(figure(fix.horizontalAccuracy));
-    vertical.push_back(figure(fix.verticalAccuracy));
+    piece.positions.emplace_back(std::move(position));
+    piece.times.push_back(timeText(fix.timestamp));
+    for (std::size_t sensor = 0; sensor < kSensors; ++sensor) {
+      const double value = point.sensors[sensor];
+      const bool isThere = isSensorValue(sensor, value);
+      isTold[sensor] |= isThere;
+      piece.figures[sensor].push_back(isThere ? JSON(value) : JSON());
+    }
+    piece.figures[kSpeed].push_back(figure(fix.speed));
+    piece.figures[kCourse].push_back(figure(fix.course));
+    piece.figures[kHorizontalAccuracy].push_back(figure(fix.horizontalAccuracy));
+    piece.figures[kVerticalAccuracy].push_back(figure(fix.verticalAccuracy));
   }
-  const auto dictionary = [](auto... members) {
-    JSON::Dictionary out;
-    (out.set(members.first, std::move(members.second)), ...);
-    return JSON(std::move(out));
+  for (std::size_t i = kSensors; i < kGeoJSONFigures; ++i) isTold[i] = true;
+
+  // One list for a line, and one of lists for a line in pieces.
+  const auto joined = [&](const auto& listOf) {
+    if (pieces.size() == 1) return JSON(std::move(listOf(pieces.front())));
+    JSON::Array lists;
+    for (Lists& piece : pieces) lists.emplace_back(std::move(listOf(piece)));
+    return JSON(std::move(lists));
   };
-  using Member = std::pair<std::string, JSON>;
-  const JSON document = dictionary(
-      Member{"type", "Feature"},
-      Member{"geometry",
-             dictionary(Member{"type", "LineString"}, Member{"coordinates", std::move(positions)})},
-      Member{"properties",
-             dictionary(Member{"name", track.name}, Member{"coordTimes", std::move(times)},
-                        Member{"heartRates", std::move(rates)}, Member{"speeds", std::move(speeds)},
-                        Member{"courses", std::move(courses)},
-                        Member{"horizontalAccuracies", std::move(horizontal)},
-                        Member{"verticalAccuracies", std::move(vertical)})});
-  const platform::Data data = document.rawData();
+  JSON::Dictionary geometry, properties, feature;
+  geometry.set("type", pieces.size() == 1 ? "LineString" : "MultiLineString");
+  geometry.set("coordinates", joined([](Lists& piece) -> auto& { return piece.positions; }));
+  properties.set("name", track.name);
+  if (!track.sport.empty()) properties.set("type", track.sport);
+  if (!track.notes.empty()) properties.set("desc", track.notes);
+  properties.set("coordTimes", joined([](Lists& piece) -> auto& { return piece.times; }));
+  for (const auto& [name, list] : kGeoJSONFigureNames) {
+    if (!std::exchange(isTold[list], false)) continue;
+    properties.set(std::string(name),
+                   joined([each = list](Lists& piece) -> auto& { return piece.figures[each]; }));
+  }
+  feature.set("type", "Feature");
+  feature.set("geometry", JSON(std::move(geometry)));
+  feature.set("properties", JSON(std::move(properties)));
+  const platform::Data data = JSON(std::move(feature)).rawData();
   return {reinterpret_cast<const char*>(data.data()), data.size()};
 }
 

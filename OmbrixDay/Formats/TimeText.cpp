@@ -75,10 +75,15 @@ std::optional<platform::Date> timeFromText(std::string_view text) {
   return platform::dateSince1970(static_cast<double>(days) * 86'400 + seconds);
 }
 
-std::string timeText(platform::Date time) {
+bool hasTimeText(platform::Date time) {
   constexpr double kYear0 = -62'167'219'200, kYear10000 = 253'402'300'800;
   const double exact = platform::timeIntervalSince1970(time);
-  if (!(exact >= kYear0 && exact < kYear10000 - 1)) return {};
+  return exact >= kYear0 && exact < kYear10000 - 1;
+}
+
+std::string timeText(platform::Date time) {
+  if (!hasTimeText(time)) return {};
+  const double exact = platform::timeIntervalSince1970(time);
   const auto micros = static_cast<std::int64_t>(std::llround(exact * 1e6));
   const std::chrono::sys_time<std::chrono::microseconds> at{std::chrono::microseconds(micros)};
   const auto day = std::chrono::floor<std::chrono::days>(at);

@@ -29,22 +29,6 @@ constexpr Ending kEndings[] = {
     {".geojson", TrackFormat::geoJSON}, {".json", TrackFormat::geoJSON}, {".fit", TrackFormat::fit},
 };
 
-std::string_view nameOf(TrackFormat format) {
-  switch (format) {
-    case TrackFormat::csv:
-      return "CSV";
-    case TrackFormat::gpx:
-      return "GPX";
-    case TrackFormat::tcx:
-      return "TCX";
-    case TrackFormat::geoJSON:
-      return "GeoJSON";
-    case TrackFormat::fit:
-      break;
-  }
-  return "FIT";
-}
-
 /// What a track's last row is, behind which no line end stands.
 enum class LastRow { whole, cut, cutInItsLastNumber };
 
@@ -171,6 +155,22 @@ void readUnnamed(platform::DataView bytes, TrackFormat format, Track& track) {
 
 }  // namespace
 
+std::string_view nameOf(TrackFormat format) {
+  switch (format) {
+    case TrackFormat::csv:
+      return "CSV";
+    case TrackFormat::gpx:
+      return "GPX";
+    case TrackFormat::tcx:
+      return "TCX";
+    case TrackFormat::geoJSON:
+      return "GeoJSON";
+    case TrackFormat::fit:
+      break;
+  }
+  return "FIT";
+}
+
 std::optional<TrackFormat> trackFormatOfFile(std::string_view name) {
   const auto sameLetter = [](char a, char b) {
     return (a >= 'A' && a <= 'Z' ? static_cast<char>(a + ('a' - 'A')) : a) == b;
@@ -217,6 +217,7 @@ Track readAsFarAsItGoes(TrackFormat format, Read read) {
     if (isEmpty()) throw TrackFormatError("There is not memory enough to read the track.");
     track.fault = "there is not memory enough";
   }
+  if (!track.breaks.empty() && track.breaks.back() >= track.fixes.size()) track.breaks.pop_back();
   return track;
 }
 
@@ -253,92 +254,8 @@ std::string writeTrack(const Track& track, TrackFormat format) {
   throw TrackFormatError("FIT files are read, not written.");
 }
 
-std::size_t writableFixes(const Track& track) {
-  return static_cast<std::size_t>(std::ranges::count_if(track.fixes, detail::isWritable));
-}
-
-std::size_t heartRatesLeftOut(const Track& track, TrackFormat format) {
-  if (format == TrackFormat::tcx) return 0;
-  std::size_t written = 0;
-  if (format != TrackFormat::csv) {
-    for (const detail::TrackPoint& point : detail::pointsOf(track)) {
-      if (point.fix != nullptr && point.heartRate != nullptr) ++written;
-    }
-  }
-  return track.heartRates.size() - written;
-}
-
 std::string convertTrack(platform::DataView bytes, TrackFormat from, TrackFormat to) {
   return writeTrack(readTrack(bytes, from), to);
 }
 
-namespace detail {
-namespace {
-
-constexpr double kMostFigure = 1e9;
-
-bool isFigure(double value) { return value >= 0 && value < kMostFigure; }
-
-bool isOnGlobe(const CLLocation& fix) {
-  return std::abs(fix.coordinate.latitude) <= 90 && std::abs(fix.coordinate.longitude) <= 180;
-}
-
-}  // namespace
-
-bool isWritable(const CLLocation& fix) {
-  return isOnGlobe(fix) && std::isfinite(fix.altitude) && !timeText(fix.timestamp).empty();
-}
-
-std::vector<TrackPoint> pointsOf(const Track& track) {
-  std::vector<TrackPoint> points;
-  points.reserve(track.fixes.size());
-  std::size_t next = 0;
-  const auto addAlone = [&](const HeartRate& rate) {
-    if (std::isfinite(rate.beatsPerMinute) && !timeText(rate.time).empty()) {
-      points.push_back({nullptr, &rate});
-    }
-  };
-  for (const CLLocation& fix : track.fixes) {
-    if (!isWritable(fix)) continue;
-    while (next < track.heartRates.size() && track.heartRates[next].time < fix.timestamp) {
-      addAlone(track.heartRates[next++]);
-    }
-    const bool same = next < track.heartRates.size() &&
-                      track.heartRates[next].time == fix.timestamp &&
-                      std::isfinite(track.heartRates[next].beatsPerMinute);
-    points.push_back({&fix, same ? &track.heartRates[next++] : nullptr});
-  }
-  while (next < track.heartRates.size()) addAlone(track.heartRates[next++]);
-  return points;
-}
-
-void keep(Track& track, const CLLocation* fix, std::optional<double> heartRate,
-          std::optional<platform::Date> time) {
-  if (fix != nullptr && !isOnGlobe(*fix)) fix = nullptr;
-  const double rate = heartRate.value_or(-1);  // not optional: g++ 12 warns of it without cause
-  const bool hasRate = isFigure(rate);
-  if (!time || (fix == nullptr && !hasRate)) {
-    ++track.skipped;
-    return;
-  }
-  if (track.fixes.size() + track.heartRates.size() >= kMostTrackPoints) {
-    throw TrackFormatError("it holds more than five million points");
-  }
-  if (fix != nullptr) {
-    track.fixes.push_back(*fix);
-    CLLocation& kept = track.fixes.back();
-    kept.timestamp = *time;
-    if (!(std::abs(kept.altitude) < kMostFigure)) {
-      kept.altitude = 0;
-      kept.verticalAccuracy = -1;
-    }
-    for (double* figure :
-         {&kept.speed, &kept.course, &kept.horizontalAccuracy, &kept.verticalAccuracy}) {
-      if (!isFigure(*figure)) *figure = -1;
-    }
-  }
-  if (hasRate) track.heartRates.push_back({*time, rate});
-}
-
-}  // namespace detail
 }  // namespace ombrix

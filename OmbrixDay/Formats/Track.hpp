@@ -14,18 +14,55 @@
 
 namespace ombrix {
 
-/// A recording, whatever file it came from.
+/// What a sensor told at an instant.
+struct SensorReading {
+  platform::Date time;
+  double value = 0;
+};
+
+/// What made a device end a lap.
+enum class LapTrigger { manual, distance, location, time, heartRate };
+
+/// A part of a recording for which its device keeps totals. Negative totals are unknown.
+struct Lap {
+  platform::Date begin;
+  double seconds = -1;  ///< Without the time that the device stood still.
+  double distanceMeters = -1;
+  double kilocalories = -1;
+  double averageSpeed = -1, maxSpeed = -1;          ///< In metres a second.
+  double averageHeartRate = -1, maxHeartRate = -1;  ///< Beats a minute.
+  double averageCadence = -1, maxCadence = -1;      ///< As `Track::cadences`.
+  double averagePower = -1, maxPower = -1;          ///< In watts.
+  bool isRest = false;
+  LapTrigger trigger = LapTrigger::manual;
+  std::string notes = {};
+
+  bool operator==(const Lap&) const = default;
+};
+
+/// A recording, whatever file it came from. Readings and laps are in the order of the file; which
+/// format holds what, says docs/day.md.
 struct Track {
   std::string name;
-  std::vector<CLLocation> fixes;      ///< In file order; unknown figures are -1, altitudes 0.
-  std::vector<HeartRate> heartRates;  ///< In the order of the file.
-  std::vector<platform::Date> laps;   ///< When each lap began.
-  std::size_t skipped = 0;            ///< Points without a place or a time.
-  std::string fault = {};             ///< Why a file could not be read whole; empty if it was.
+  std::string sport = {};                        ///< A word as "running"; any, or none.
+  std::string notes = {};                        ///< What its owner wrote about it.
+  std::vector<CLLocation> fixes = {};            ///< Unknown figures are -1, altitudes 0.
+  std::vector<std::size_t> breaks = {};          ///< Fixes before which recording had stopped.
+  std::vector<HeartRate> heartRates = {};        ///< At fixes and between them.
+  std::vector<SensorReading> cadences = {};      ///< Revolutions, or steps of one foot, a minute.
+  std::vector<SensorReading> powers = {};        ///< Watts.
+  std::vector<SensorReading> temperatures = {};  ///< Degrees Celsius.
+  std::vector<SensorReading> distances = {};     ///< Metres from the beginning, by the device.
+  std::vector<Lap> laps = {};
+  std::size_t skipped = 0;  ///< Points without a time, or with nothing to keep.
+  std::string fault = {};   ///< Why a file could not be read whole; empty if it was.
 };
 
 /// The files that tracks are kept in. Which holds what, says docs/day.md.
 enum class TrackFormat { csv, gpx, tcx, geoJSON, fit };
+
+/// What a format is called, as in "GeoJSON".
+[[nodiscard]] std::string_view nameOf(TrackFormat format);
 
 /// Bytes that are not a track of the format, or a format that is not written.
 class TrackFormatError : public platform::Error {
@@ -35,6 +72,7 @@ class TrackFormatError : public platform::Error {
 
 inline constexpr std::size_t kMostTrackBytes = std::size_t{1} << 30;
 inline constexpr std::size_t kMostTrackPoints = 5'000'000;
+inline constexpr std::size_t kMostTrackLaps = 100'000;
 
 /// The format that the ending of a file's name stands for, in any case: ".csv", ".gpx", ".tcx",
 /// ".geojson", ".json", ".fit". Nothing for another ending.
@@ -61,9 +99,20 @@ inline constexpr std::size_t kMostTrackPoints = 5'000'000;
 /// and can be.
 [[nodiscard]] std::size_t writableFixes(const Track& track);
 
-/// How many of a track's heart rates `writeTrack` leaves out: all in CSV, those of no fix's instant
-/// in GPX and GeoJSON, where only points with a place stand.
-[[nodiscard]] std::size_t heartRatesLeftOut(const Track& track, TrackFormat format);
+/// Something of a track that `writeTrack` leaves out.
+struct LeftOut {
+  std::string_view what;  ///< Such as "Laps": the label of a figure.
+  std::size_t count = 0;
+};
+
+/// What `writeTrack` leaves out because the format has no place for it: in GPX and GeoJSON, for
+/// one, what sensors told where there was no fix. Empty where all is written.
+[[nodiscard]] std::vector<LeftOut> leftOut(const Track& track, TrackFormat format);
+
+/// Whether what `writeTrack` makes of a track holds all of another recording: a fix of the same
+/// time, place and altitude for each of its fixes, every figure that it knows, its readings, laps,
+/// breaks and texts, but for what formats round.
+[[nodiscard]] bool holdsAll(const Track& track, TrackFormat format, const Track& other);
 
 /// Writes the fixes that can be written; other figures of theirs that are not finite become
 /// unknown.

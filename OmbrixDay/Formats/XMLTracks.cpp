@@ -1,17 +1,17 @@
-// GPX 1.1 (topografix.com/GPX/1/1, with the track point extension, version 2) and TCX (Training
-// Center Database, version 2, with the activity extension). Figures that neither has a place for,
-// accuracies and in TCX the course, stand in elements of our own among the extensions.
+// Reads GPX 1.1 (topografix.com/GPX/1/1, with the track point extension, version 2) and TCX
+// (Training Center Database, version 2, with the activity extension). XMLTrackWriters.cpp writes
+// them.
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <iterator>
-#include <limits>
+#include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 
-#include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixDay/Formats/Detail/TrackFormats.hpp"
+#include "OmbrixDay/Formats/Detail/XMLWords.hpp"
 #include "OmbrixPlatform/Coding/XMLReader.hpp"
 #include "OmbrixPlatform/Csv/NumberText.hpp"
 #include "OmbrixPlatform/Text/UTF16.hpp"
@@ -22,29 +22,38 @@ namespace {
 
 using platform::XMLAttribute;
 
-constexpr std::string_view kOwnNamespace = "urn:ombrix:track:1";
+/// What a kind of document is made of.
+struct Elements {
+  std::string_view root, point;
+  std::span<const std::string_view> beginnings;  ///< Of what holds points, laps and segments.
+};
 
 /// Reads both kinds: the names of their elements do not collide.
 class PointReader : public platform::XMLHandler {
  public:
-  PointReader(std::string_view root, std::string_view point, Track& track)
-      : root_(root), point_(point), track_(track) {}
+  PointReader(const Elements& elements, Track& track) : elements_(elements), track_(track) {}
 
   void beginElement(std::string_view name, std::span<const XMLAttribute> attributes) override {
-    if (depth_++ == 0 && name != root_) {
+    if (depth_++ == 0 && name != elements_.root) {
       throw platform::XMLError(fmt::format("its root element is \"{}\"", name.substr(0, 40)));
     }
-    if (depth_ == 2) section_ = name;
-    if (name == point_) {
+    if (depth_ == 2 && !isPiece_) section_ = name;
+    if (name == elements_.point) {
       if (isPoint_) throw platform::XMLError("a point begins inside a point");
       begin(attributes);
-    } else if (name == "HeartRateBpm") {
-      isHeartRate_ = true;
+    } else if (name.ends_with("HeartRateBpm")) {
+      heartRate_ = name == "HeartRateBpm"          ? HeartRateOf::point
+                   : name == "AverageHeartRateBpm" ? HeartRateOf::lapOnAverage
+                                                   : HeartRateOf::lapAtMost;
+    } else if (isPoint_) {
+      return;  // Extensions may hold anything.
     } else if (name == "Lap") {
-      for (const XMLAttribute& attribute : attributes) {
-        if (attribute.name != "StartTime" || track_.laps.size() >= kMostTrackPoints) continue;
-        if (const auto time = timeFromText(attribute.value)) track_.laps.push_back(*time);
-      }
+      beginLap(attributes);
+    } else if (name == "trkseg" || name == "break" || (name == "Track" && tracks_++ > 0)) {
+      beginSegment(track_);
+    } else if (name == "Activity") {
+      beginSegment(track_);
+      if (track_.sport.empty()) readSport(attributes);
     }
   }
 
@@ -52,28 +61,41 @@ class PointReader : public platform::XMLHandler {
     --depth_;
     if (isPoint_) {
       depth_ < pointDepth_ ? end() : readFigure(name, text);
-    } else if (name == "name" && depth_ == 2) {
-      // Waypoints and authors have names too; the track's own goes before the file's.
-      if (section_ == "metadata" || (section_ == "trk" && !hasTrackName_)) track_.name = text;
-      if (section_ == "trk") hasTrackName_ = true;
+    } else if (hasLap_) {
+      name == "Lap" ? endLap() : readTotal(name, text);
+    } else {
+      readText(name, text);
     }
-    if (name == "HeartRateBpm") isHeartRate_ = false;
+    if (name.ends_with("HeartRateBpm")) heartRate_ = HeartRateOf::none;
   }
 
   /// Begins a piece of the document; of a point that was not read to its end, what it has counts.
   void restart() {
     if (isPoint_) end();
+    finish();
     depth_ = 0;
-    isPoint_ = isHeartRate_ = false;
+    tracks_ = 1;  // What begins next is not the first one of its lap.
+    isPoint_ = false;
+    isPiece_ = true;
+    heartRate_ = HeartRateOf::none;
+  }
+
+  /// Keeps a lap that was not read to its end.
+  void finish() {
+    if (hasLap_) endLap();
   }
 
  private:
+  /// Whose beats the next number is.
+  enum class HeartRateOf : std::uint8_t { none, point, lapOnAverage, lapAtMost };
+
   void begin(std::span<const XMLAttribute> attributes) {
     isPoint_ = true;
     pointDepth_ = depth_;
-    fix_ = {.altitude = kUnknown};
+    fix_ = {.altitude = kNone};
     time_ = {};
-    latitude_ = longitude_ = heartRate_ = {};
+    latitude_ = longitude_ = {};
+    sensors_ = kNoSensorValues;
     for (const XMLAttribute& attribute : attributes) {
       if (attribute.name == "lat") latitude_ = platform::doubleFromText(attribute.value);
       if (attribute.name == "lon") longitude_ = platform::doubleFromText(attribute.value);
@@ -84,7 +106,7 @@ class PointReader : public platform::XMLHandler {
     isPoint_ = false;
     const bool hasPlace = latitude_ && longitude_;
     if (hasPlace) fix_.coordinate = {*latitude_, *longitude_};
-    keep(track_, hasPlace ? &fix_ : nullptr, heartRate_, time_);
+    keep(track_, hasPlace ? &fix_ : nullptr, sensors_, time_);
   }
 
   void readFigure(std::string_view name, std::string_view text) {
@@ -102,19 +124,85 @@ class PointReader : public platform::XMLHandler {
     if (name == "verticalAccuracy") fix_.verticalAccuracy = *number;
     if (name == "LatitudeDegrees") latitude_ = number;
     if (name == "LongitudeDegrees") longitude_ = number;
-    if (name == "hr" || (name == "Value" && isHeartRate_)) heartRate_ = number;
+    if (name == "Value" && heartRate_ == HeartRateOf::point) sensors_[kHeartRate] = *number;
+    for (const auto& [element, sensor] : kSensorElements) {
+      if (name == element) sensors_[sensor] = *number;
+    }
   }
 
-  static constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+  void beginLap(std::span<const XMLAttribute> attributes) {
+    tracks_ = 0;
+    hasLap_ = false;
+    for (const XMLAttribute& attribute : attributes) {
+      const auto time =
+          attribute.name == "StartTime" ? timeFromText(attribute.value) : std::nullopt;
+      if (!time) continue;
+      hasLap_ = true;
+      lap_ = {.begin = *time};
+    }
+  }
 
-  std::string_view root_, point_;
+  void endLap() {
+    hasLap_ = false;
+    keep(track_, lap_);
+  }
+
+  void readTotal(std::string_view name, std::string_view text) {
+    if (name == "Notes") lap_.notes = text;
+    if (name == "Intensity") lap_.isRest = text == kRest;
+    if (name == "TriggerMethod") {
+      const auto* word = std::ranges::find(kLapTriggers, text);
+      if (word != std::end(kLapTriggers)) {
+        lap_.trigger = static_cast<LapTrigger>(word - std::begin(kLapTriggers));
+      }
+    }
+    const std::optional<double> number = platform::doubleFromText(text);
+    if (!number || !isSensorValue(kDistance, *number)) return;
+    if (name == "Value" && heartRate_ == HeartRateOf::lapOnAverage) lap_.averageHeartRate = *number;
+    if (name == "Value" && heartRate_ == HeartRateOf::lapAtMost) lap_.maxHeartRate = *number;
+    for (const auto& [element, total] : kLapElements) {
+      if (name == element) lap_.*total = *number;
+    }
+  }
+
+  /// What stands beside points and laps.
+  void readText(std::string_view name, std::string_view text) {
+    if (section_ == "Activities") {
+      if (name == "Notes") track_.notes = text;
+      if (name == "name") track_.name = text;
+      if (name == "sport") track_.sport = text;
+    } else if (depth_ == 2 && section_ == "trk") {
+      if (name == "name" && !std::exchange(hasTrackName_, true)) track_.name = text;
+      if (name == "type" && track_.sport.empty()) track_.sport = text;
+      if (name == "desc" && track_.notes.empty()) track_.notes = text;
+    } else if (depth_ == 2 && section_ == "metadata") {
+      // Waypoints and authors have names too; the track's own goes before the file's.
+      if (name == "name") track_.name = text;
+    }
+  }
+
+  void readSport(std::span<const XMLAttribute> attributes) {
+    for (const XMLAttribute& attribute : attributes) {
+      if (attribute.name != "Sport") continue;
+      for (const auto& [word, sport] : kSports) {
+        if (attribute.value == word) track_.sport = sport;
+      }
+    }
+  }
+
+  const Elements& elements_;
   Track& track_;
   CLLocation fix_;
   std::optional<platform::Date> time_;
-  std::optional<double> latitude_, longitude_, heartRate_;
+  std::optional<double> latitude_, longitude_;
+  SensorValues sensors_ = kNoSensorValues;
+  Lap lap_;
   std::string section_;  ///< The element below the root.
   std::size_t depth_ = 0, pointDepth_ = 0;
-  bool hasTrackName_ = false, isPoint_ = false, isHeartRate_ = false;
+  std::size_t tracks_ = 0;  ///< Begun in this lap.
+  HeartRateOf heartRate_ = HeartRateOf::none;
+  bool hasTrackName_ = false, isPoint_ = false, hasLap_ = false;
+  bool isPiece_ = false;  ///< The elements around it are not there.
 };
 
 /// Where the next element of a name begins behind the first character, with or without a prefix.
@@ -175,17 +263,27 @@ std::optional<std::string> utf8FromUTF16(platform::DataView bytes) {
   return utf8;
 }
 
+/// Where reading goes on behind a fault: at the next point, or at the lap or segment before it.
+std::size_t nextBeginning(std::string_view text, const Elements& elements) {
+  const std::size_t point = nextElement(text, elements.point);
+  if (point == text.npos) return point;
+  std::size_t first = point;
+  for (const std::string_view name : elements.beginnings) {
+    first = std::min(first, nextElement(text.substr(0, point), name));
+  }
+  return first;
+}
+
 /// Reads all points. A fault costs the rest of the point in which it stands: reading goes on at the
 /// next one.
 /// @throws XMLError the first fault, once all points are read
-void readPoints(platform::DataView bytes, std::string_view root, std::string_view point,
-                Track& track) {
+void readPoints(platform::DataView bytes, const Elements& elements, Track& track) {
   constexpr std::size_t kMostFaults = 10'000;  // Each makes a parser.
   constexpr std::size_t kMostUnfinished = 16;  // Each has up to 1 MiB read in vain.
   const std::optional<std::string> utf8 = utf8FromUTF16(bytes);
   if (utf8) bytes = platform::bytesOf(*utf8);
   const platform::DataView whole = bytes;
-  PointReader reader(root, point, track);
+  PointReader reader(elements, track);
   std::string before;
   std::optional<std::string> declaration;
   std::optional<platform::XMLError> first;
@@ -201,151 +299,27 @@ void readPoints(platform::DataView bytes, std::string_view root, std::string_vie
       const std::size_t offset = std::min(error.offset(), bytes.size());
       bytes = bytes.subspan(offset - std::min<std::size_t>(offset, 1));
     }
-    const std::size_t next = nextElement(platform::textOf(bytes), point);
+    const std::size_t next = nextBeginning(platform::textOf(bytes), elements);
     if (next == std::string_view::npos) break;
     bytes = bytes.subspan(next);
     if (!declaration) declaration = declarationOf(whole);
-    before = fmt::format("{}<{}>", *declaration, root);
+    before = fmt::format("{}<{}>", *declaration, elements.root);
     reader.restart();
   }
+  reader.finish();
   if (first) throw platform::XMLError(*first);
-}
-
-std::string escaped(std::string_view text) {
-  std::string out;
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    const std::string_view character = text.substr(i, 3);
-    if (character == "\xEF\xBF\xBE" || character == "\xEF\xBF\xBF") {
-      i += 2;  // U+FFFE and U+FFFF may not stand in XML.
-    } else if (c == '&') {
-      out += "&amp;";
-    } else if (c == '<') {
-      out += "&lt;";
-    } else if (c == '>') {
-      out += "&gt;";
-    } else if (static_cast<unsigned char>(c) >= 0x20 || c == '\t' || c == '\n') {
-      out += c;
-    }
-  }
-  return out;
-}
-
-/// Adds an element with a number, unless the number is unknown.
-void addFigure(std::string& out, std::string_view name, double value, int decimals) {
-  if (!(value >= 0 && value < 1e9)) return;
-  fmt::format_to(std::back_inserter(out), "<{0}>{1}</{0}>", name, decimalText(value, decimals));
-}
-
-/// The figures that only our own elements hold.
-std::string ownFigures(const CLLocation& fix) {
-  std::string out;
-  addFigure(out, "o:horizontalAccuracy", fix.horizontalAccuracy, 3);
-  addFigure(out, "o:verticalAccuracy", fix.verticalAccuracy, 3);
-  return out;
-}
-
-void addExtensions(std::string& out, std::string_view figures) {
-  if (!figures.empty())
-    fmt::format_to(std::back_inserter(out), "<{0}>{1}</{0}>", "extensions", figures);
 }
 
 }  // namespace
 
-void readGPX(platform::DataView bytes, Track& track) { readPoints(bytes, "gpx", "trkpt", track); }
+void readGPX(platform::DataView bytes, Track& track) {
+  constexpr std::string_view kBeginnings[] = {"trkseg"};
+  readPoints(bytes, {"gpx", "trkpt", kBeginnings}, track);
+}
 
 void readTCX(platform::DataView bytes, Track& track) {
-  readPoints(bytes, "TrainingCenterDatabase", "Trackpoint", track);
-}
-
-std::string writeGPX(const Track& track) {
-  std::string out = fmt::format(
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-      "<gpx version=\"1.1\" creator=\"Ombrix\" xmlns=\"http://www.topografix.com/GPX/1/1\" "
-      "xmlns:gpxtpx=\"http://www.garmin.com/xmlschemas/TrackPointExtension/v2\" xmlns:o=\"{}\">\n"
-      "<trk>",
-      kOwnNamespace);
-  if (!track.name.empty()) out += "<name>" + escaped(track.name) + "</name>";
-  out += "<trkseg>\n";
-  for (const TrackPoint& point : pointsOf(track)) {
-    if (point.fix == nullptr) continue;  // A point of this format has a place.
-    const CLLocation& fix = *point.fix;
-    out += "<trkpt lat=\"" + decimalText(fix.coordinate.latitude, 9) + "\" lon=\"" +
-           decimalText(fix.coordinate.longitude, 9) + "\">";
-    if (hasAltitude(fix)) out += "<ele>" + decimalText(fix.altitude, 6) + "</ele>";
-    out += "<time>" + timeText(fix.timestamp) + "</time>";
-    std::string figures;
-    if (point.heartRate) addFigure(figures, "gpxtpx:hr", point.heartRate->beatsPerMinute, 3);
-    addFigure(figures, "gpxtpx:speed", fix.speed, 6);
-    addFigure(figures, "gpxtpx:course", fix.course, 6);
-    if (!figures.empty()) {
-      figures = "<gpxtpx:TrackPointExtension>" + figures + "</gpxtpx:TrackPointExtension>";
-    }
-    addExtensions(out, figures + ownFigures(fix));
-    out += "</trkpt>\n";
-  }
-  return out + "</trkseg></trk>\n</gpx>\n";
-}
-
-std::string writeTCX(const Track& track) {
-  const std::vector<TrackPoint> points = pointsOf(track);
-  std::vector<platform::Date> laps;
-  for (const platform::Date lap : track.laps) {
-    if (!timeText(lap).empty() && (laps.empty() || lap > laps.back())) laps.push_back(lap);
-  }
-  if (laps.empty() && !points.empty()) laps.push_back(points.front().time());
-  std::string out = fmt::format(
-      "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<TrainingCenterDatabase "
-      "xmlns=\"http://www.garmin.com/xmlschemas/TrainingCenterDatabase/v2\" "
-      "xmlns:x=\"http://www.garmin.com/xmlschemas/ActivityExtension/v2\" xmlns:o=\"{}\">\n",
-      kOwnNamespace);
-  if (laps.empty()) return out + "</TrainingCenterDatabase>\n";
-  out += "<Activities><Activity Sport=\"Other\"><Id>" + timeText(laps.front()) + "</Id>\n";
-  std::size_t next = 0;
-  for (std::size_t lap = 0; lap < laps.size(); ++lap) {
-    std::string trackpoints;
-    double meters = 0;
-    const CLLocation* last = nullptr;
-    platform::Date end = laps[lap];
-    const bool isLast = lap + 1 == laps.size();
-    for (; next < points.size() && (isLast || points[next].time() < laps[lap + 1]); ++next) {
-      const TrackPoint& point = points[next];
-      end = std::max(end, point.time());
-      trackpoints += "<Trackpoint><Time>" + timeText(point.time()) + "</Time>";
-      if (const CLLocation* fix = point.fix) {
-        if (last != nullptr) meters += last->distanceFrom(*fix);
-        last = fix;
-        trackpoints += "<Position><LatitudeDegrees>" + decimalText(fix->coordinate.latitude, 9) +
-                       "</LatitudeDegrees><LongitudeDegrees>" +
-                       decimalText(fix->coordinate.longitude, 9) + "</LongitudeDegrees></Position>";
-        if (hasAltitude(*fix)) {
-          trackpoints += "<AltitudeMeters>" + decimalText(fix->altitude, 6) + "</AltitudeMeters>";
-        }
-      }
-      if (point.heartRate) {
-        std::string rate;
-        addFigure(rate, "Value", point.heartRate->beatsPerMinute, 3);
-        if (!rate.empty()) trackpoints += "<HeartRateBpm>" + rate + "</HeartRateBpm>";
-      }
-      if (const CLLocation* fix = point.fix) {
-        std::string figures;
-        addFigure(figures, "x:Speed", fix->speed, 6);
-        if (!figures.empty()) figures = "<x:TPX>" + figures + "</x:TPX>";
-        addFigure(figures, "o:course", fix->course, 6);
-        figures += ownFigures(*fix);
-        if (!figures.empty()) trackpoints += "<Extensions>" + figures + "</Extensions>";
-      }
-      trackpoints += "</Trackpoint>\n";
-    }
-    out += "<Lap StartTime=\"" + timeText(laps[lap]) + "\"><TotalTimeSeconds>" +
-           decimalText((end - laps[lap]).count(), 3) + "</TotalTimeSeconds><DistanceMeters>" +
-           decimalText(meters, 2) +
-           "</DistanceMeters><Calories>0</Calories><Intensity>Active</Intensity>"
-           "<TriggerMethod>Manual</TriggerMethod>";
-    if (!trackpoints.empty()) out += "<Track>\n" + trackpoints + "</Track>";
-    out += "</Lap>\n";
-  }
-  return out + "</Activity></Activities>\n</TrainingCenterDatabase>\n";
+  constexpr std::string_view kBeginnings[] = {"Lap", "Track"};
+  readPoints(bytes, {"TrainingCenterDatabase", "Trackpoint", kBeginnings}, track);
 }
 
 }  // namespace ombrix::detail

@@ -1,5 +1,6 @@
 #include "OmbrixDay/Segments/SegmentJoiner.hpp"
 
+#include <algorithm>
 #include <cmath>
 
 namespace ombrix::detail {
@@ -19,8 +20,10 @@ constexpr double kMostLineShiftMeters = 500;   // the same straight ahead,
 constexpr double kMostBendDegrees = 20;        // and how far they may point apart.
 constexpr double kShortWalkSeconds = 30;       // Between two pauses.
 constexpr double kSlideSeconds = 60;           // A walk before or behind a ride,
-constexpr double kSlipSeconds = 20;            // or what noise made a ride of the other kind,
+constexpr double kSlipSeconds = 40;            // or what noise made a ride of the other kind,
 constexpr double kSlideMetersPerSecond = 1.6;  // too fast for walking, is a part of it.
+constexpr double kSlowLiftSeconds = 300;       // The same before or behind a lift
+constexpr double kSlowLiftSlope = 0.08;        // where it climbs: nobody walks up so fast.
 
 bool isRide(const Stretch& stretch) {
   return stretch.kind == SegmentKind::run || stretch.kind == SegmentKind::lift;
@@ -49,6 +52,11 @@ bool isShortLift(const Stretch& stretch) {
          checkedKind(stretch) == SegmentKind::lift;
 }
 
+/// What noise may have made a ride of.
+bool isSlip(const Stretch& stretch) {
+  return stretch.end - stretch.begin <= kSlipSeconds && checkedKind(stretch) == SegmentKind::walk;
+}
+
 bool isPart(const Stretch& stretch) {
   return std::abs(stretch.endAltitude - stretch.beginAltitude) >= kLeastPartMeters &&
          stretch.endDistance - stretch.beginDistance >= kLeastPartWayMeters;
@@ -62,7 +70,10 @@ bool continues(const Stretch& before, const Stretch& after) {
   }
   if (!isPart(before) || !isPart(after)) return false;
   if (after.kind == SegmentKind::run) {
-    return after.beginAltitude - before.endAltitude <= kMostClimbMeters;
+    if (isSlip(before) || isSlip(after)) return false;
+    const double climb = after.beginAltitude - before.endAltitude;
+    const double way = after.beginDistance - before.endDistance;
+    return climb <= kMostClimbMeters || way < climb;  // Who stands does not climb.
   }
   // The halt itself looks like a ride where nothing was received meanwhile.
   const double course = before.beginPlace.courseTo(before.endPlace);
@@ -86,24 +97,36 @@ void extend(Stretch& stretch, const Stretch& by) {
 
 /// A ride that begins or ends gently looks like a walk there.
 void SegmentJoiner::absorbSlides() {
-  const auto isSlide = [](const Stretch& stretch) {
+  const auto isSlide = [](const Stretch& stretch, SegmentKind ride) {
     const double seconds = stretch.end - stretch.begin;
+    const double way = stretch.endDistance - stretch.beginDistance;
     if (isRide(stretch) && seconds > kSlipSeconds) return false;
-    return checkedKind(stretch) == SegmentKind::walk && seconds <= kSlideSeconds &&
-           stretch.endDistance - stretch.beginDistance >= kSlideMetersPerSecond * seconds;
+    const bool climbs = stretch.endAltitude - stretch.beginAltitude >=
+                        std::max(kLeastPartMeters, kSlowLiftSlope * way);
+    const bool isSlowLift = ride == SegmentKind::lift && climbs && seconds <= kSlowLiftSeconds;
+    return checkedKind(stretch) == SegmentKind::walk && (seconds <= kSlideSeconds || isSlowLift) &&
+           way >= kSlideMetersPerSecond * seconds;
   };
   if (waiting_.size() < 2) return;
   Stretch& last = waiting_.back();
   Stretch& before = waiting_[waiting_.size() - 2];
-  if (isRide(last) && !isSlide(last) && isSlide(before)) {
+  if (isRide(last) && !isSlide(last, before.kind) && isSlide(before, last.kind)) {
     const SegmentKind kind = last.kind;
     extend(before, last);
     before.kind = kind;
     waiting_.pop_back();
-  } else if (isRide(before) && !isSlide(before) && isSlide(last)) {
+  } else if (isRide(before) && !isSlide(before, last.kind) && isSlide(last, before.kind)) {
     extend(before, last);
     waiting_.pop_back();
   }
+}
+
+/// A ride that has grown may be large enough now to go on with the one before it.
+void SegmentJoiner::joinGrown() {
+  if (waiting_.empty() || !isRide(waiting_.back())) return;
+  const Stretch grown = waiting_.back();
+  waiting_.pop_back();
+  if (!joinsEarlier(grown)) waiting_.push_back(grown);
 }
 
 /// Joins a ride with the ride before it, over pauses and walks between the two.
@@ -128,6 +151,7 @@ void SegmentJoiner::add(Stretch stretch, std::vector<Stretch>& final) {
   const bool follows = count > 0 && !stretch.isBreak && !waiting_.back().isBreak;
   if (follows && waiting_.back().kind == stretch.kind) {
     extend(waiting_.back(), stretch);
+    joinGrown();
   } else if (follows && count > 1 && stretch.kind == SegmentKind::pause &&
              waiting_.back().kind == SegmentKind::walk &&
              waiting_[count - 2].kind == SegmentKind::pause && !waiting_[count - 2].isBreak &&
@@ -137,6 +161,7 @@ void SegmentJoiner::add(Stretch stretch, std::vector<Stretch>& final) {
   } else {
     waiting_.push_back(stretch);
     absorbSlides();
+    joinGrown();
   }
 
   // What lies before the last ride is final, and a ride that ended long ago is too.

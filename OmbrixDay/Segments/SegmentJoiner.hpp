@@ -38,6 +38,7 @@ class SegmentJoiner {
 
  private:
   void absorbSlides();
+  void joinGrown();
   bool joinsEarlier(const Stretch& stretch);
   void handOver(std::size_t count, std::vector<Stretch>& final);
 

@@ -18,7 +18,8 @@ class DateFormatter {
  public:
   /// @param dateFormat A pattern as Unicode's locale data defines it: "MM/dd/yyyy HH:mm:ss:SSS".
   /// @param locale Whose calendar, names and digits are used.
-  /// @param timeZone As in "Europe/Zurich"; empty for the system's. An unknown name means UTC.
+  /// @param timeZone As in "Europe/Zurich"; empty for the system's, also one that TZ gives as
+  ///   a POSIX rule. An unknown name means UTC.
   explicit DateFormatter(std::string_view dateFormat, const Locale& locale = Locale::current(),
                          std::string_view timeZone = {});
   ~DateFormatter();

@@ -1,5 +1,6 @@
 #include <unicode/dcfmtsym.h>
 #include <unicode/dtptngen.h>
+#include <unicode/simpletz.h>
 #include <unicode/smpdtfmt.h>
 #include <unicode/timezone.h>
 #include <unicode/uchar.h>
@@ -9,7 +10,9 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdlib>
 #include <cstring>
+#include <ctime>
 
 #include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Text/DateFormatter.hpp"
@@ -100,6 +103,23 @@ icu::UnicodeString utf16(std::string_view text) {
   return icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
 }
 
+/// Whether TZ says where this is in a way that ICU passes over: by a rule, as in "CET-1CEST", or by
+/// a name with a number in it. The C library knows both.
+bool isZoneForLibraryOnly(const icu::TimeZone& zone) {
+  const char* const name = std::getenv("TZ");
+  if (name == nullptr) return false;
+  icu::UnicodeString known;
+  return std::strpbrk(name, "0123456789,") != nullptr && zone.getID(known) != utf16(name);
+}
+
+/// How far the C library's zone is from UTC at a time; 0 for one that it cannot tell.
+std::int32_t libraryOffsetMilliseconds(std::int64_t milliseconds) {
+  const std::time_t seconds = milliseconds / 1000 - (milliseconds % 1000 < 0 ? 1 : 0);
+  std::tm local{};
+  if (::localtime_r(&seconds, &local) == nullptr) return 0;
+  return static_cast<std::int32_t>(local.tm_gmtoff * 1000);
+}
+
 std::uint64_t nextFormatter() {
   static constinit std::atomic<std::uint64_t> made{0};
   return ++made;
@@ -116,6 +136,15 @@ struct DateFormatter::Backing {
   Mutex mutex;
   // ICU does not share it between threads.
   std::unique_ptr<icu::SimpleDateFormat> format OMBRIX_PT_GUARDED_BY(mutex);
+  bool isZoneOfLibrary = false;  ///< Whether the zone is set anew for each date.
+
+  /// Sets the zone that holds at a time.
+  void setZone(std::int64_t milliseconds) const OMBRIX_REQUIRES(mutex) {
+    if (!isZoneOfLibrary) return;
+    const std::int32_t offset = libraryOffsetMilliseconds(milliseconds);
+    if (format->getTimeZone().getRawOffset() == offset) return;
+    format->adoptTimeZone(new icu::SimpleTimeZone(offset, "local"));
+  }
 
   /// Puts the milliseconds where the text of their second has its fraction.
   void putFraction(SecondText& text, int milliseconds) const noexcept {
@@ -133,6 +162,7 @@ struct DateFormatter::Backing {
     icu::FieldPosition position(UDAT_FRACTIONAL_SECOND_FIELD);
     {
       const LockGuard lock(mutex);
+      setZone(milliseconds);
       format->format(static_cast<UDate>(milliseconds), text, position);
     }
     const auto utf8 = [&](int32_t from, int32_t to) {
@@ -157,6 +187,11 @@ DateFormatter::DateFormatter(std::string_view dateFormat, const Locale& locale,
   backing_->format->adoptTimeZone(timeZone.empty()
                                       ? icu::TimeZone::createDefault()
                                       : icu::TimeZone::createTimeZone(utf16(timeZone)));
+  if (timeZone.empty() && isZoneForLibraryOnly(backing_->format->getTimeZone())) {
+    ::tzset();
+    backing_->isZoneOfLibrary = true;
+    backing_->format->adoptTimeZone(new icu::SimpleTimeZone(0, "local"));
+  }
   backing_->format->setLenient(false);
   backing_->fraction = fractionIn(dateFormat);
   backing_->digitsInARow = digitsInARowIn(dateFormat);
@@ -237,7 +272,12 @@ std::optional<Date> DateFormatter::dateFrom(std::string_view text) const {
   if (hasLongerNumber(source, backing_->digitsInARow)) return std::nullopt;
   icu::ParsePosition position(0);
   const LockGuard lock(backing_->mutex);
-  const UDate date = backing_->format->parse(source, position);
+  UDate date = backing_->format->parse(source, position);
+  if (backing_->isZoneOfLibrary && position.getErrorIndex() == -1) {
+    backing_->setZone(static_cast<std::int64_t>(date));  // near enough to know the season
+    position.setIndex(0);
+    date = backing_->format->parse(source, position);
+  }
   if (position.getErrorIndex() != -1 || position.getIndex() != source.length()) {
     return std::nullopt;
   }

@@ -179,8 +179,17 @@ TEST(CommandTests, NoRecordingIsWrittenOver) {
   folder.write("part.csv", a.substr(0, a.rfind('\n', a.size() - 2) + 1));
   folder.write("torn.csv", a.substr(0, a.size() / 2));
   folder.write("hr.csv", "1700000000,72\n1700000001,73\n");
+  std::string other = a;
+  char& digit = other[other.find('.', other.find(',')) + 3];
+  digit = digit == '5' ? '6' : '5';
+  folder.write("other.csv", other);
   ASSERT_EQ(run(folder, "--version; " + hour).status, 0);
-  const char* const files[] = {"a.csv", "b.csv", "a.gpx", "b.gpx", "a.geojson", "hr.csv", "track"};
+  std::string rich = folder.read("a.gpx");
+  folder.write("rich.gpx", rich.insert(rich.find("<trkseg>"), "<name>Mine</name>"));
+  folder.write("twin.csv", "older");
+  fs::create_hard_link(folder.path() / "twin.csv", folder.path() / "twin2.csv");
+  const char* const files[] = {"a.csv",     "b.csv",  "a.gpx", "b.gpx",
+                               "a.geojson", "hr.csv", "track", "rich.gpx"};
   const auto all = [&] {
     std::string contents;
     for (const char* file : files) contents += folder.read(file) + "|";
@@ -193,6 +202,9 @@ TEST(CommandTests, NoRecordingIsWrittenOver) {
       {"convert a.gpx hr.csv", "hr.csv is a recording"},
       {"convert a.gpx b.csv --to gpx", "b.csv is a recording"},
       {"convert part.csv a.gpx", "a.gpx is a recording"},
+      {"convert other.csv a.gpx", "a.gpx is a recording"},
+      {"convert a.csv rich.gpx", "rich.gpx is a recording"},
+      {"sample twin.csv --hr twin2.csv", "are one file"},
       {"convert torn.csv a.gpx", "torn.csv could not be read whole: it is cut off; a.gpx is not"},
       {"track rewrite a.csv b.csv", "b.csv is a recording"},
       {"track rewrite part.csv a.csv", "a.csv is a recording"},
@@ -310,30 +322,83 @@ TEST(CommandTests, AHugeFileIsReadInLittleMemory) {
   EXPECT_THAT(outcome.output, HasSubstr("2 read, 1 skipped, 2 used"));
   EXPECT_THAT(run(folder, "day day.csv --from gpx", "ulimit -v 262144; ").output,
               HasSubstr("day.csv: There is not memory enough"));
+  // Nor is it replaced by what does not hold it.
+  folder.write("small.csv", "1700000000,46.5,7.25,1500,90,5,3,4\n");
+  fs::rename(track, folder.path() / "huge.gpx");
+  std::fstream(folder.path() / "huge.gpx") << "<gpx>";
+  EXPECT_THAT(run(folder, "convert small.csv huge.gpx", "ulimit -v 262144; ").output,
+              HasSubstr("huge.gpx is a recording"));
 }
 
-// Catches options that do not reach the formatters, and style where no terminal asks for it.
-TEST(CommandTests, FormatsValuesInUnitsAndLanguages) {
+// Catches a time of day that is not the user's: zones by name, by a POSIX rule, with and without
+// summer.
+TEST(CommandTests, TimesAreThoseOfTheZone) {
   const testing::ScopedDir folder;
-  struct Case {
+  folder.write("winter.csv", "1707639300,46.5,7.25,1500,90,5,3,4\n");  // 08:15 UTC
+  folder.write("summer.csv", "1720685700,46.5,7.25,1500,90,5,3,4\n");
+  const char* const cases[][3] = {
+      {"UTC", "08:15", "08:15"},
+      {"Europe/Zurich", "09:15", "10:15"},
+      {"CET-1CEST,M3.5.0,M10.5.0/3", "09:15", "10:15"},
+      {"EST5EDT", "03:15", "04:15"},
+      {"'<+0330>-3:30'", "11:45", "11:45"},
+      {"Etc/GMT+3", "05:15", "05:15"},
+  };
+  for (const auto& [zone, winter, summer] : cases) {
+    const std::string before = fmt::format("TZ={} ", zone);
+    EXPECT_THAT(run(folder, "day winter.csv --locale de_DE", before).output, HasSubstr(winter))
+        << zone;
+    EXPECT_THAT(run(folder, "day summer.csv --locale de_DE", before).output, HasSubstr(summer))
+        << zone;
+  }
+}
+
+// Catches options that do not reach the formatters, style where no terminal asks for it, a ranking
+// that prints the worst first, settings and texts that do not outlive the process or a purge.
+TEST(CommandTests, CommandsPrintTheirResults) {
+  const testing::ScopedDir folder;
+  folder.write("names.txt", "Zermatt\nSt. Moritz\nMorzine\nMürren\r\n");
+  struct Step {
     const char* arguments;
-    const char* text;
+    int status;
+    const char* output;  ///< Null for any.
   };
-  const Case cases[] = {
-      {"speed 10 --units kilometers", "36.0 KM/H"},
-      {"speed 1e-400 --units kilometers", "0.0 KM/H"},
-      {"speed 10 --units british --style long", "22.4 MILES PER HOUR"},
-      {"vertical 1000 --units miles --style value", "3,281"},
-      {"distance 1500 --locale de_DE", "1,5 KM"},
-      {"distance 1500 --locale de_DE --units miles", "0,9 MI"},
-      {"temperature -5 --locale fr_FR --style value", "-5"},
-      {"duration 3000 --minimum minute --units kilometers", "50 MIN"},
-      {"duration 3000 --minimum minute --units miles", "50M"},
-      {"timer 307", "5:07"},
+  const Step steps[] = {
+      {"format speed 10 --units kilometers", 0, "36.0 KM/H\n"},
+      {"format speed 1e-400 --units kilometers", 0, "0.0 KM/H\n"},
+      {"format speed 10 --units british --style long", 0, "22.4 MILES PER HOUR\n"},
+      {"format vertical 1000 --units miles --style value", 0, "3,281\n"},
+      {"format distance 1500 --locale de_DE", 0, "1,5 KM\n"},
+      {"format distance 1500 --locale de_DE --units miles", 0, "0,9 MI\n"},
+      {"format temperature -5 --locale fr_FR --style value", 0, "-5\n"},
+      {"format duration 3000 --minimum minute --units kilometers", 0, "50 MIN\n"},
+      {"format duration 3000 --minimum minute --units miles", 0, "50M\n"},
+      {"format timer 307", 0, "5:07\n"},
+      {"find morz names.txt", 0, "   4  [Morz]ine\n   2  St. [Mor]it[z]\n"},
+      {"find mur <names.txt", 0, "   3  [Mür]ren\n"},
+      {"find xyz names.txt", 1, nullptr},
+      {"settings get metricType", 0, "miles\n"},
+      {"settings set metricType british", 0, ""},
+      {"settings get metricType", 0, "british\n"},
+      {"settings unset metricType", 0, ""},
+      {"settings list", 0, "metricType = miles\nsyncPreferences = true\nextraLogging = false\n"},
+      {"store put kept morning 'first lift'", 0, nullptr},
+      {"store put kept evening tea", 0, nullptr},
+      {"store get kept morning", 0, "first lift\n"},
+      {"store list kept", 0, "evening\nmorning\n"},
+      {"store age kept morning", 0, nullptr},
+      {"store age kept noon", 1, nullptr},
+      {"store purge kept morning", 0, nullptr},
+      {"store get kept morning", 1, nullptr},
+      {"store purge kept --all", 0, nullptr},
+      {"store list kept", 0, ""},
   };
-  for (const Case& c : cases) {
-    EXPECT_EQ(run(folder, std::string("format ") + c.arguments).output, std::string(c.text) + "\n")
-        << c.arguments;
+  for (const auto& [arguments, status, output] : steps) {
+    const Outcome outcome = run(folder, arguments);
+    EXPECT_EQ(outcome.status, status) << arguments;
+    if (output != nullptr) {
+      EXPECT_EQ(outcome.output, output) << arguments;
+    }
   }
 }
 
@@ -383,8 +448,10 @@ TEST(CommandTests, ConvertsTracks) {
                "</Position><HeartRateBpm><Value>70</Value></HeartRateBpm></Trackpoint><Trackpoint>"
                "<Time>2026-03-01T12:00:09Z</Time><HeartRateBpm><Value>71</Value></HeartRateBpm>"
                "</Trackpoint></TrainingCenterDatabase>");
-  EXPECT_THAT(run(folder, "convert hr.tcx hr.csv").output, HasSubstr("2 heart rates are left out"));
-  EXPECT_THAT(run(folder, "convert hr.tcx hr.gpx").output, HasSubstr("1 heart rates are left out"));
+  EXPECT_THAT(run(folder, "convert hr.tcx hr.csv").output,
+              HasSubstr("CSV has no place for: Heart rate (2)\n"));
+  EXPECT_THAT(run(folder, "convert hr.tcx hr.gpx").output,
+              HasSubstr("GPX has no place for: Heart rate\n"));
   folder.write("none.gpx", "<gpx><trk><trkseg><trkpt lat='1' lon='2'/></trkseg></trk></gpx>");
   EXPECT_EQ(run(folder, "convert none.gpx day.tcx").status, 1);
   EXPECT_EQ(folder.read("day.tcx"), folder.read("all/day.tcx"));
@@ -452,21 +519,6 @@ TEST(CommandTests, RemembersTheLastDays) {
                                     HasSubstr("1 kept days cannot be read")));
   EXPECT_THAT(run(folder, "compare first.csv second.csv --locale de_DE").output,
               AllOf(HasSubstr("Di., 14. Nov."), HasSubstr("Unterschied")));
-}
-
-// Catches keys that do not outlive the process, and a purge that leaves them.
-TEST(CommandTests, KeepsTextsInAFolder) {
-  const testing::ScopedDir folder;
-  EXPECT_EQ(run(folder, "store put kept morning 'first lift'").status, 0);
-  EXPECT_EQ(run(folder, "store put kept evening tea").status, 0);
-  EXPECT_EQ(run(folder, "store get kept morning").output, "first lift\n");
-  EXPECT_EQ(run(folder, "store list kept").output, "evening\nmorning\n");
-  EXPECT_EQ(run(folder, "store age kept morning").status, 0);
-  EXPECT_EQ(run(folder, "store age kept noon").status, 1);
-  EXPECT_EQ(run(folder, "store purge kept morning").status, 0);
-  EXPECT_EQ(run(folder, "store get kept morning").status, 1);
-  EXPECT_EQ(run(folder, "store purge kept --all").status, 0);
-  EXPECT_EQ(run(folder, "store list kept").output, "");
 }
 
 // Catches a command that removes or replaces what is no text of a store: another program's file, a
@@ -570,29 +622,6 @@ TEST(CommandTests, ADayThatCannotBeKeptIsShown) {
   EXPECT_THAT(run(folder, "days").output, HasSubstr("day.csv"));
 }
 
-// Catches a ranking that loses lines or prints the worst first.
-TEST(CommandTests, FindsLines) {
-  const testing::ScopedDir folder;
-  folder.write("names.txt", "Zermatt\nSt. Moritz\nMorzine\nMürren\r\n");
-  EXPECT_EQ(run(folder, "find morz names.txt").output, "   4  [Morz]ine\n   2  St. [Mor]it[z]\n");
-  EXPECT_EQ(run(folder, "find mur <names.txt").output, "   3  [Mür]ren\n");
-  EXPECT_EQ(run(folder, "find xyz names.txt").status, 1);
-}
-
-// Catches a setting that does not survive the process, or a default that hides it.
-TEST(CommandTests, SettingsAreKept) {
-  const testing::ScopedDir folder;
-  EXPECT_EQ(run(folder, "settings get metricType").output, "miles\n");
-  EXPECT_EQ(run(folder, "settings set metricType british").status, 0);
-  EXPECT_EQ(run(folder, "settings get metricType").output, "british\n");
-  EXPECT_EQ(run(folder, "settings unset metricType").status, 0);
-  EXPECT_EQ(run(folder, "settings get metricType").output, "miles\n");
-  EXPECT_EQ(run(folder, "settings set metricType british").status, 0);
-  const Outcome list = run(folder, "settings list");
-  EXPECT_NE(list.output.find("metricType"), std::string::npos);
-  EXPECT_NE(list.output.find("british"), std::string::npos);
-}
-
 // Catches a change that another process does not hear of, or hears of twice.
 TEST(CommandTests, ProcessesSeeEachOthersChangesOnce) {
   const testing::ScopedDir folder;
@@ -673,6 +702,11 @@ TEST(CommandTests, HelpFitsTheTerminalAndTheShell) {
   EXPECT_THAT(help, HasSubstr("ombrix 0."));
   std::istringstream lines(help);
   for (std::string line; std::getline(lines, line);) EXPECT_LE(columnsOf(line), 40u) << line;
+  ASSERT_EQ(run(folder, "sample ride.csv --runs 1").status, 0);
+  for (const char* command : {"day ride.csv", "days", "compare ride.csv ride.csv"}) {
+    std::istringstream report(run(folder, command, "COLUMNS=62 LC_ALL=de_DE.UTF-8 ").output);
+    for (std::string line; std::getline(report, line);) EXPECT_LE(columnsOf(line), 62u) << line;
+  }
   EXPECT_EQ(run(folder, "help settings sync").output, run(folder, "settings sync -h").output);
   EXPECT_THAT(run(folder, "day --locale pt_PT --help").output,
               AllOf(HasSubstr("Mede dias gravados"), HasSubstr("Opções:")));
@@ -680,10 +714,11 @@ TEST(CommandTests, HelpFitsTheTerminalAndTheShell) {
 
   run(folder, "completion bash >ombrix.bash");
   const std::pair<const char*, const char*> completed[] = {
-      {"da", "day days "},      {"settings ", "companion get list set sync unset watch "},
-      {"day --un", "--units "}, {"day --units m", "miles "},
-      {"day d", "day.csv "},    {"settings sync en", "enable "},
-      {"completion z", "zsh "}, {"days --units miles --j", "--json "},
+      {"da", "day days "},       {"settings ", "companion get list set sync unset watch "},
+      {"day --un", "--units "},  {"day --units m", "miles "},
+      {"day d", "day.csv "},     {"settings sync en", "enable "},
+      {"completion z", "zsh "},  {"days --units miles --j", "--json "},
+      {"help set", "settings "}, {"settings get ", "extraLogging metricType syncPreferences "},
   };
   for (const auto& [typed, words] : completed) {
     const std::string line = std::string("ombrix ") + typed;

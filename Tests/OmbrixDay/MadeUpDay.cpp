@@ -103,7 +103,6 @@ class Maker {
       place.north -= swing * std::sin(turn) * 0.8;
       place.speed = speed;
       places_.push_back(place);
-      day_.topSpeed = std::max(day_.topSpeed, speed);
       if (down / length_ > stopAt && !stopped) {
         stopped = true;
         speed = 0;
@@ -128,6 +127,7 @@ class Maker {
         continue;
       }
       Place place = places_[i];
+      day_.topSpeed = std::max(day_.topSpeed, place.speed);  // The greatest that is received.
       place.east += options_.positionNoise * normal();
       place.north += options_.positionNoise * normal();
       place.up += wander + step;

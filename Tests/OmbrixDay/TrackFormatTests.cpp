@@ -3,8 +3,11 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <utility>
+#include <vector>
 
 #include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixDay/Formats/Track.hpp"
@@ -17,6 +20,7 @@ namespace {
 using platform::bytesOf;
 using platform::dateSince1970;
 using platform::timeIntervalSince1970;
+using Seconds = std::chrono::duration<double>;
 using enum TrackFormat;
 
 constexpr TrackFormat kWritten[] = {csv, gpx, tcx, geoJSON};
@@ -35,7 +39,8 @@ std::string faultOf(std::string_view text, TrackFormat format) {
 
 /// Every figure has few enough decimals for every format; some are unknown.
 Track sampleTrack() {
-  Track track{.name = "Grün & <Weiß>", .laps = {dateSince1970(kNoon), dateSince1970(kNoon + 3)}};
+  Track track{.name = "Grün & <Weiß>",
+              .laps = {{.begin = dateSince1970(kNoon)}, {.begin = dateSince1970(kNoon + 3)}}};
   for (int i = 0; i < 6; ++i) {
     CLLocation fix{.coordinate = {-46.5 + i / 64.0, i % 2 ? 179.984375 : -0.015625},
                    .altitude = i == 2 ? -3.25 : 2000.5 + i,
@@ -49,6 +54,57 @@ Track sampleTrack() {
     if (i != 2) track.heartRates.push_back({fix.timestamp, 60.0 + i});
   }
   return track;
+}
+
+/// The same with all that a file may hold; recording stopped within a lap and between two.
+Track richTrack() {
+  Track track = sampleTrack();
+  track.sport = "backcountry_skiing";
+  track.notes = "Powder\nall day";
+  track.breaks = {2, 3};
+  for (std::size_t i = 0; i < track.fixes.size(); ++i) {
+    const platform::Date time = track.fixes[i].timestamp;
+    const auto value = static_cast<double>(i);
+    if (i % 2 == 0) track.cadences.push_back({time, 80.5 + value});
+    if (i % 3 == 0) track.powers.push_back({time, 200 + value});
+    if (i > 1) track.temperatures.push_back({time, value - 4.5});
+    track.distances.push_back({time, 1.25 + 10 * value});
+  }
+  Lap& first = track.laps[0];
+  first = {.begin = first.begin,
+           .seconds = 61.5,
+           .distanceMeters = 432.25,
+           .kilocalories = 33,
+           .averageSpeed = 7,
+           .maxSpeed = 12.5,
+           .averageHeartRate = 121,
+           .maxHeartRate = 150,
+           .averageCadence = 70,
+           .maxCadence = 90,
+           .averagePower = 180,
+           .maxPower = 300,
+           .isRest = true,
+           .trigger = LapTrigger::distance,
+           .notes = "steep"};
+  Lap& second = track.laps[1];
+  second = {.begin = second.begin, .seconds = 2, .distanceMeters = 10, .kilocalories = 0};
+  return track;
+}
+
+/// What a file of a format keeps of it.
+Track keptBy(TrackFormat format, Track track) {
+  if (format != tcx) track.laps.clear();
+  return format == csv ? Track{.fixes = std::move(track.fixes)} : track;
+}
+
+template <class Reading>
+void expectSameReadings(const std::vector<Reading>& expected, const std::vector<Reading>& actual,
+                        double Reading::* value) {
+  ASSERT_EQ(actual.size(), expected.size());
+  for (std::size_t i = 0; i < expected.size(); ++i) {
+    EXPECT_EQ(actual[i].time, expected[i].time);
+    EXPECT_NEAR(actual[i].*value, expected[i].*value, 1e-3);
+  }
 }
 
 void expectSame(const Track& expected, const Track& actual) {
@@ -66,33 +122,95 @@ void expectSame(const Track& expected, const Track& actual) {
     EXPECT_NEAR(a.verticalAccuracy, b.verticalAccuracy, 1e-6) << i;
     EXPECT_NEAR(timeIntervalSince1970(a.timestamp), timeIntervalSince1970(b.timestamp), 1e-6);
   }
+  expectSameReadings(expected.heartRates, actual.heartRates, &HeartRate::beatsPerMinute);
+  for (const auto readings :
+       {&Track::cadences, &Track::powers, &Track::temperatures, &Track::distances}) {
+    expectSameReadings(expected.*readings, actual.*readings, &SensorReading::value);
+  }
+  EXPECT_EQ(actual.breaks, expected.breaks);
+  EXPECT_EQ(actual.laps, expected.laps);
+  EXPECT_EQ(actual.name, expected.name);
+  EXPECT_EQ(actual.sport, expected.sport);
+  EXPECT_EQ(actual.notes, expected.notes);
 }
 
+// Catches a figure, a lap, a break or a text that two formats hold and a conversion loses.
 TEST(TrackFormats, everyFormatComesBackThroughEveryOther) {
-  const Track track = sampleTrack();
+  const Track track = richTrack();
   for (const TrackFormat from : kWritten) {
     const std::string first = writeTrack(track, from);
     for (const char* none : {"<ele>0<", "<AltitudeMeters>0<", ",0]"}) {
       EXPECT_EQ(first.find(none), first.npos) << none;
     }
-    expectSame(track, read("\xEF\xBB\xBF" + first, from));
+    expectSame(keptBy(from, track), read("\xEF\xBB\xBF" + first, from));
     for (const TrackFormat to : kWritten) {
       SCOPED_TRACE(::testing::Message() << "from " << int(from) << " to " << int(to));
-      const Track again = read(convertTrack(bytesOf(first), from, to), to);
-      expectSame(track, again);
-      if (from != csv && to != csv) {
-        ASSERT_EQ(again.heartRates.size(), 5u);
-        EXPECT_EQ(again.heartRates[2].beatsPerMinute, 63);
-        EXPECT_EQ(again.heartRates[2].time, again.fixes[3].timestamp);
-        if (from != tcx && to != tcx) {
-          EXPECT_EQ(again.name, track.name);
-        }
-      }
-      if (from == tcx && to == tcx) {
-        EXPECT_EQ(again.laps, track.laps);
-      }
+      Track again = read(convertTrack(bytesOf(first), from, to), to);
+      if (to == tcx && from != tcx) again.laps.clear();  // It holds one over all then.
+      expectSame(keptBy(to, keptBy(from, track)), again);
     }
   }
+  for (const char* sport : {"running", "cycling", "Running", ""}) {
+    Track other = track;
+    other.sport = sport;
+    EXPECT_TRUE(holdsAll(other, tcx, read(writeTrack(other, tcx), tcx))) << sport;
+    EXPECT_EQ(read(writeTrack(other, tcx), tcx).sport, sport);
+    EXPECT_EQ(read(writeTrack(other, tcx), tcx).laps, other.laps) << sport;
+  }
+}
+
+// Catches a recording that is taken for a part of another one.
+TEST(TrackFormats, oneRecordingHoldsAnother) {
+  const Track whole = richTrack();
+  struct Case {
+    const char* what;
+    bool isHeld;
+    void (*change)(Track&);
+  };
+  constexpr Case kCases[] = {
+      {"the same", true, [](Track&) {}},
+      {"its beginning", true,
+       [](Track& track) {
+         track.fixes.resize(5);
+         track.heartRates.resize(4);
+         track.cadences.resize(2);
+         track.temperatures.resize(3);
+         track.distances.resize(5);
+         track.laps[1].seconds = 1;
+       }},
+      {"without speeds", true, [](Track& track) { track.fixes[3].speed = -1; }},
+      {"another device's place", false,
+       [](Track& track) { track.fixes[3].coordinate.latitude += 1e-4; }},
+      {"another altitude", false, [](Track& track) { track.fixes[3].altitude += 1; }},
+      {"with a speed more", false, [](Track& track) { track.fixes[1].speed = 7; }},
+      {"a second later", false, [](Track& track) { track.fixes[5].timestamp += Seconds(1); }},
+      {"a fix more", false,
+       [](Track& track) {
+         track.fixes.push_back(track.fixes.back());
+         track.fixes.back().timestamp += Seconds(1);
+       }},
+      {"a heart rate more", false,
+       [](Track& track) { track.heartRates.push_back({track.fixes[2].timestamp, 62}); }},
+      {"a power more", false,
+       [](Track& track) { track.powers.push_back({track.fixes[4].timestamp, 62}); }},
+      {"a break more", false, [](Track& track) { track.breaks.push_back(5); }},
+      {"another lap", false, [](Track& track) { track.laps[1].begin += Seconds(1); }},
+      {"a lap's power", false, [](Track& track) { track.laps[1].maxPower = 1; }},
+      {"another name", false, [](Track& track) { track.name = "Blau"; }},
+  };
+  for (const Case& c : kCases) {
+    Track other = richTrack();
+    c.change(other);
+    EXPECT_EQ(holdsAll(whole, tcx, other), c.isHeld) << c.what;
+  }
+  for (const TrackFormat format : kWritten) {
+    EXPECT_EQ(holdsAll(whole, format, whole), format == tcx) << int(format);
+    EXPECT_TRUE(holdsAll(whole, format, read(writeTrack(whole, format), format))) << int(format);
+  }
+  Track turned = whole;
+  std::ranges::reverse(turned.fixes);
+  turned.breaks.clear();
+  EXPECT_TRUE(holdsAll(Track{.fixes = whole.fixes}, csv, Track{.fixes = turned.fixes}));
 }
 
 TEST(TrackFormats, whatCannotBeWrittenIsLeftOut) {
@@ -104,7 +222,7 @@ TEST(TrackFormats, whatCannotBeWrittenIsLeftOut) {
   track.fixes[2].timestamp = dateSince1970(1e15);
   track.fixes[3].speed = nan;
   track.heartRates[4].beatsPerMinute = nan;
-  track.laps.push_back(dateSince1970(nan));
+  track.laps.push_back({.begin = dateSince1970(nan)});
   EXPECT_EQ(writableFixes(track), 3u);
   for (const TrackFormat format : {csv, gpx, tcx, geoJSON}) {
     const Track again = read(writeTrack(track, format), format);
@@ -113,10 +231,21 @@ TEST(TrackFormats, whatCannotBeWrittenIsLeftOut) {
     EXPECT_TRUE(read(writeTrack({}, format), format).fixes.empty());
   }
   EXPECT_THROW((void)writeTrack(track, fit), TrackFormatError);
-  // The one that is nan, and those of the fixes that cannot be written.
-  EXPECT_EQ(heartRatesLeftOut(track, csv), 5u);
-  EXPECT_EQ(heartRatesLeftOut(track, gpx), 3u);
-  EXPECT_EQ(heartRatesLeftOut(track, tcx), 0u);
+  // Of the heart rates the one that is nan, and those of the fixes that cannot be written.
+  const auto told = [](const Track& left, TrackFormat format) {
+    std::string all;
+    for (const LeftOut& each : leftOut(left, format)) {
+      all += fmt::format("{} {}, ", each.what, each.count);
+    }
+    return all;
+  };
+  EXPECT_EQ(told(track, gpx), "Heart rate 3, Laps 3, ");
+  EXPECT_EQ(told(track, tcx), "Heart rate 1, ");
+  EXPECT_EQ(
+      told(richTrack(), csv),
+      "Heart rate 5, Cadence 3, Power 2, Temperature 4, Distance 6, Laps 2, Breaks 2, Name 1, "
+      "Sport 1, Notes 1, ");
+  EXPECT_EQ(told(richTrack(), tcx), "");
 }
 
 TEST(TrackFormats, shapesOfOtherPrograms) {
@@ -125,49 +254,58 @@ TEST(TrackFormats, shapesOfOtherPrograms) {
     TrackFormat format;
     const char* text;
     const char* name;
-    std::size_t fixes, rates, laps, skipped;
+    std::size_t fixes, rates, laps, skipped, breaks;
     double time, altitude, speed, beats;  ///< Of the first point.
+    const char* sport;
+    double turns;  ///< The first cadence.
   };
   const Case cases[] = {
       {"waypoint, author, two segments, prefixed extensions, offset, a point without a time", gpx,
        R"(<?xml version='1.0'?><g:gpx xmlns:g='http://www.topografix.com/GPX/1/1'><g:metadata>
           <g:author><g:name>Somebody</g:name></g:author></g:metadata>
           <g:wpt lat='1' lon='2'><g:name>Hut</g:name></g:wpt>
-          <g:trk><g:name> Day </g:name><g:trkseg><g:trkpt lat='46.5' lon='8.25'><g:ele>1500.5
+          <g:trk><g:name> Day </g:name><g:type>skiing</g:type><g:trkseg><g:trkpt lat='46.5' lon='8.25'><g:ele>1500.5
           </g:ele><g:time>2026-03-01T14:00:00+02:00</g:time><g:extensions><n:TPE xmlns:n='x'>
-          <n:time>7</n:time><n:hr>99</n:hr><n:speed>3.5</n:speed></n:TPE></g:extensions></g:trkpt>
-          </g:trkseg><g:trkseg><g:trkpt lat='46.5' lon='8.25'/></g:trkseg></g:trk></g:gpx>)",
-       "Day", 1, 1, 0, 1, 0, 1500.5, 3.5, 99},
+          <n:time>7</n:time><n:hr>99</n:hr><n:speed>3.5</n:speed><n:cad>55</n:cad></n:TPE>
+          </g:extensions></g:trkpt></g:trkseg><g:trkseg><g:trkpt lat='46.5' lon='8.25'/></g:trkseg>
+          <g:trkseg/><g:trkseg><g:trkpt lat='46.5' lon='8.25'><g:time>2026-03-01T12:00:09Z</g:time>
+          </g:trkpt></g:trkseg></g:trk></g:gpx>)",
+       "Day", 2, 1, 0, 1, 1, 0, 1500.5, 3.5, 99, "skiing", 55},
       {"version 1.0 with a doubled name, speed in the point", gpx,
        "\xEF\xBB\xBF<gpx version='1.0'><trk><name><![CDATA[A & B]]></name><name>no</name><trkseg>"
        "<trkpt lat='46.5' lon='8.25'><time>2026-03-01T12:00:00.250Z</time><speed>2</speed></trkpt>"
        "</trkseg></trk></gpx>",
-       "A & B", 1, 0, 0, 0, 0.25, 0, 2, 0},
+       "A & B", 1, 0, 0, 0, 0, 0.25, 0, 2, 0, "", 0},
       {"laps with average rates, a heart rate before the first place", tcx,
-       R"(<TrainingCenterDatabase><Activities><Activity Sport="Other"><Id>x</Id>
+       R"(<TrainingCenterDatabase><Activities><Activity Sport="Biking"><Id>x</Id>
           <Lap StartTime="2026-03-01T12:00:00Z"><AverageHeartRateBpm><Value>1</Value>
           </AverageHeartRateBpm><Track><Trackpoint><Time>2026-03-01T12:00:00Z</Time>
           <HeartRateBpm xsi:type="x" xmlns:xsi="y"><Value>70</Value></HeartRateBpm></Trackpoint>
           <Trackpoint><Time>2026-03-01T12:00:01Z</Time><Position><LatitudeDegrees>46.5
           </LatitudeDegrees><LongitudeDegrees>8.25</LongitudeDegrees></Position><AltitudeMeters>9
           </AltitudeMeters><Extensions><ns3:TPX xmlns:ns3="z"><ns3:Speed>4</ns3:Speed>
-          <ns3:Watts>7</ns3:Watts></ns3:TPX></Extensions></Trackpoint></Track></Lap>
+          <ns3:RunCadence>88</ns3:RunCadence></ns3:TPX></Extensions></Trackpoint></Track></Lap>
           <Lap StartTime="2026-03-01T13:00:00Z"/></Activity></Activities>
           </TrainingCenterDatabase>)",
-       "", 1, 1, 2, 0, 1, 9, 4, 70},
+       "", 1, 1, 2, 0, 0, 1, 9, 4, 70, "cycling", 88},
       {"collection with a point and a line without figures", geoJSON,
        R"({"type":"FeatureCollection","features":[{"type":"Feature","geometry":{"type":"Point",
           "coordinates":[1,2]},"properties":null},{"type":"Feature","properties":{"name":"Day",
           "coordTimes":["2026-03-01T12:00:00Z","never"]},"geometry":{"type":"LineString",
           "coordinates":[[8.25,46.5],[8.25,46.5,1]]}}]})",
-       "Day", 1, 0, 0, 1, 0, 0, -1, 0},
+       "Day", 1, 0, 0, 1, 0, 0, 0, -1, 0, "", 0},
       {"a planned route beside a line in pieces with rates in pieces", geoJSON,
        R"({"type":"FeatureCollection","features":[{"type":"Feature","geometry":{"type":
           "LineString","coordinates":[[1,2],[3,4]]},"properties":{}},{"type":"Feature",
           "geometry":{"type":"MultiLineString","coordinates":[[[8.25,46.5,7]],[[8,46],[9,47]]]},
           "properties":{"coordTimes":[["2026-03-01T12:00:00Z"],["2026-03-01T12:00:05Z",
-          "2026-03-01T12:00:06Z"]],"heartRates":[[70],[71,72]]}}]})",
-       "", 3, 3, 0, 2, 0, 7, -1, 70},
+          "2026-03-01T12:00:06Z"]],"heartRates":[[70],[71,72]],"type":"hike"}}]})",
+       "", 3, 3, 0, 2, 1, 0, 7, -1, 70, "hike", 0},
+      {"figures under others' names, beside their times", geoJSON,
+       R"({"type":"Feature","geometry":{"type":"LineString","coordinates":[[8.25,46.5]]},
+          "properties":{"coordinateProperties":{"times":["2026-03-01T12:00:00Z"],"heart":[70],
+          "cads":[44]}}})",
+       "", 1, 1, 0, 0, 0, 0, 0, -1, 70, "", 44},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -175,6 +313,9 @@ TEST(TrackFormats, shapesOfOtherPrograms) {
     EXPECT_EQ(track.name, c.name);
     EXPECT_EQ(track.laps.size(), c.laps);
     EXPECT_EQ(track.skipped, c.skipped);
+    EXPECT_EQ(track.breaks.size(), c.breaks);
+    EXPECT_EQ(track.sport, c.sport);
+    EXPECT_EQ(track.cadences.empty() ? 0 : track.cadences[0].value, c.turns);
     ASSERT_EQ(track.fixes.size(), c.fixes);
     ASSERT_EQ(track.heartRates.size(), c.rates);
     const CLLocation& fix = track.fixes[0];
@@ -293,7 +434,15 @@ void expectNoByteCostsMoreThanItsPoint(const std::string& whole, TrackFormat for
 TEST(TrackFormats, aBadByteCostsNoOtherPoint) {
   constexpr unsigned char kFlips[] = {'q', '"', '[', ']', ',', '{', 0x01}, kXMLFlips[] = {'q', '<'};
   for (const TrackFormat format : {gpx, tcx}) {
-    expectNoByteCostsMoreThanItsPoint(writeTrack(sampleTrack(), format), format, kXMLFlips);
+    expectNoByteCostsMoreThanItsPoint(writeTrack(richTrack(), format), format, kXMLFlips);
+  }
+  // Nor does it cost the laps and breaks behind it.
+  for (const TrackFormat format : {gpx, tcx}) {
+    std::string text = writeTrack(richTrack(), format);
+    text[text.find("<Time>") == text.npos ? text.find("<time>") : text.find("<Time>")] = '!';
+    const Track track = read(text, format);
+    EXPECT_EQ(track.breaks.size(), 2u) << int(format);
+    EXPECT_EQ(track.laps.size(), format == tcx ? 2u : 0u);
   }
   expectNoByteCostsMoreThanItsPoint(writeTrack(sampleTrack(), geoJSON), geoJSON, kFlips);
   // Lines of a collection, the second one with its properties first.
@@ -308,7 +457,6 @@ TEST(TrackFormats, aBadByteCostsNoOtherPoint) {
       R"({"type":"FeatureCollection","features":[)" + line + "," + turned + "]}", geoJSON, kFlips);
 }
 
-// Catches damage that goes unsaid, a document of another encoding that loses it behind a fault, and
 // Catches fixes that get another fix's time, where a block of a file is lost or a time is missing.
 TEST(TrackFormats, lostBlocksMisplaceNoFix) {
   std::string document = R"({"type":"FeatureCollection","features":[)";
@@ -345,6 +493,7 @@ TEST(TrackFormats, lostBlocksMisplaceNoFix) {
   EXPECT_EQ(read(document, TrackFormat::geoJSON).skipped, 40u);
 }
 
+// Catches damage that goes unsaid, a document of another encoding that loses it behind a fault, and
 // a cut that costs more than what stands behind it.
 TEST(TrackFormats, damageIsTold) {
   struct Case {
@@ -486,7 +635,8 @@ TEST(TrackFormats, fitRecordsAndLaps) {
   for (const bool isBig : {false, true}) {
     SCOPED_TRACE(isBig);
     FITBytes file(isBig);
-    // Time, latitude, longitude, altitude, speed, heart rate, an unknown field of three bytes.
+    // Time, latitude, longitude, altitude, speed, heart rate, cadence, power, temperature,
+    // distance, an unknown field of three bytes.
     file.define(0, 20,
                 {{253, 4, 0x86},
                  {0, 4, 0x85},
@@ -494,20 +644,40 @@ TEST(TrackFormats, fitRecordsAndLaps) {
                  {2, 2, 0x84},
                  {6, 2, 0x84},
                  {3, 1, 0x02},
+                 {4, 1, 0x02},
+                 {7, 2, 0x84},
+                 {13, 1, 0x01},
+                 {5, 4, 0x86},
                  {99, 3, 0x0D}},
                 /*developerBytes=*/2);
     const auto record = [&](std::uint32_t time, std::uint32_t latitude, std::uint16_t altitude,
                             std::uint16_t speed, std::uint8_t beats) {
       file.message(0).put(time, 4).put(latitude, 4).put(0xC0000000, 4).put(altitude, 2);
-      file.put(speed, 2).put(beats, 1).put(0x123456, 3).put(0xABCD, 2);
+      file.put(speed, 2).put(beats, 1).put(beats, 1).put(speed, 2).put(beats, 1).put(latitude, 4);
+      file.put(0x123456, 3).put(0xABCD, 2);
     };
     record(kTime, 0x20000000, 12'500, 3'500, 99);
     record(kTime + 30, 0x7FFFFFFF, 0xFFFF, 0xFFFF, 98);   // no place
     record(0xFFFFFFFF, 0xE0000000, 0xFFFF, 0xFFFF, 255);  // no time: that of the last one
+    file.define(1, 21, {{0, 1, 0x00}, {1, 1, 0x00}});     // the timer stops
+    file.message(1).put(0, 1).put(4, 1);
     file.define(1, 20, {{0, 4, 0x85}, {1, 4, 0x85}, {78, 4, 0x86}});
     file.compressed(1, (kTime + 33) & 0x1F).put(0, 4).put(0, 4).put(5'000, 4);
-    file.define(2, 19, {{253, 4, 0x86}, {2, 4, 0x86}});
-    file.message(2).put(kTime + 40, 4).put(kTime + 5, 4);
+    // Start, elapsed and timer time, distance, calories, highest rate, rest, by distance.
+    file.define(2, 19,
+                {{253, 4, 0x86},
+                 {2, 4, 0x86},
+                 {7, 4, 0x86},
+                 {8, 4, 0x86},
+                 {9, 4, 0x86},
+                 {11, 2, 0x84},
+                 {16, 1, 0x02},
+                 {23, 1, 0x00},
+                 {24, 1, 0x00}});
+    file.message(2).put(kTime + 40, 4).put(kTime + 5, 4).put(40'000, 4).put(35'500, 4);
+    file.put(123'456, 4).put(33, 2).put(150, 1).put(1, 1).put(2, 1);
+    file.define(2, 18, {{5, 1, 0x00}});  // the session: its sport
+    file.message(2).put(13, 1);
     file.define(3, 0xFF00, {});  // a message of no bytes
     file.message(3);
     const std::string whole = file.bytes();
@@ -528,7 +698,20 @@ TEST(TrackFormats, fitRecordsAndLaps) {
     EXPECT_EQ(track.fixes[2].speed, -1);
     ASSERT_EQ(track.heartRates.size(), 2u);
     EXPECT_EQ(track.heartRates[1].beatsPerMinute, 98);
-    EXPECT_EQ(track.laps, std::vector{dateSince1970(kNoon + 5)});
+    EXPECT_EQ(track.laps, std::vector{Lap({.begin = dateSince1970(kNoon + 5),
+                                           .seconds = 35.5,
+                                           .distanceMeters = 1234.56,
+                                           .kilocalories = 33,
+                                           .maxHeartRate = 150,
+                                           .isRest = true,
+                                           .trigger = LapTrigger::distance})});
+    EXPECT_EQ(track.sport, "alpine_skiing");
+    EXPECT_EQ(track.breaks, std::vector<std::size_t>{2});
+    ASSERT_EQ(track.cadences.size(), 2u);
+    EXPECT_EQ(track.cadences[0].value, 99);
+    EXPECT_EQ(track.powers[0].value, 3'500);
+    EXPECT_EQ(track.temperatures[1].value, 98);
+    EXPECT_NEAR(track.distances[0].value, 0x20000000 / 100.0, 1e-6);
     EXPECT_EQ(read(convertTrack(bytesOf(whole), fit, gpx), gpx).fixes.size(), 3u);
     EXPECT_EQ(read(whole + whole, fit).fixes.size(), 6u);  // one behind the other
 
@@ -585,14 +768,6 @@ TEST(TrackFormats, fitRecordsAndLaps) {
   cut.define(0, 20, {{253, 4, 0x86}});
   cut.message(0).put(1, 2);
   EXPECT_NE(faultOf(cut.bytes(), fit).find("cut off"), std::string::npos);
-}
-
-TEST(TrackFormats, endingsOfFiles) {
-  EXPECT_EQ(trackFormatOfFile("Day.GPX"), gpx);
-  EXPECT_EQ(trackFormatOfFile("a.tcx"), tcx);
-  EXPECT_EQ(trackFormatOfFile("a.b.geojson"), geoJSON);
-  EXPECT_EQ(trackFormatOfFile("a.Fit"), fit);
-  EXPECT_EQ(trackFormatOfFile("agpx"), std::nullopt);
 }
 
 }  // namespace

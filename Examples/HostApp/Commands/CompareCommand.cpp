@@ -12,6 +12,7 @@
 #include "Examples/HostApp/Days/RecordedDay.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Terminal/StyledText.hpp"
+#include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Terminal/TextTable.hpp"
 #include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
@@ -84,7 +85,7 @@ std::string comparison(const RecordedDay& first, const RecordedDay& second) {
     table.add({text(line.label), shown(one), shown(other),
                one && other ? figures.difference(line.format, *other - *one) : ""});
   }
-  return table.lines();
+  return table.lines(columnsForTables());
 }
 
 }  // namespace

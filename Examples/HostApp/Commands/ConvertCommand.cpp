@@ -1,9 +1,11 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 #include <memory>
 #include <set>
+#include <span>
 #include <vector>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
@@ -11,6 +13,7 @@
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
+#include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
 
 namespace ombrix::hostapp {
@@ -29,10 +32,10 @@ std::vector<std::string> words(std::span<const char* const> all) {
 
 /// What became of one track.
 struct Converted {
-  std::size_t fixes = 0;    ///< Written.
-  std::size_t leftOut = 0;  ///< Rows and points that are no fix, or none that can be written.
-  std::size_t heartRatesLeftOut = 0;
-  std::string fault = {};  ///< Why the track could not be read whole, if so.
+  std::size_t fixes = 0;              ///< Written.
+  std::size_t skipped = 0;            ///< Rows and points that are no fix that can be written.
+  std::vector<LeftOut> leftOut = {};  ///< What the format has no place for.
+  std::string fault = {};             ///< Why the track could not be read whole, if so.
 };
 
 /// Reads one file and writes another one; a track without a fix writes nothing.
@@ -41,10 +44,10 @@ Converted convertFile(const std::string& in, const std::string& out,
                       Existing existing = Existing::replaced) {
   const Track track = readTrackFile(in, from);
   const std::size_t fixes = writableFixes(track);
-  const Converted converted{fixes, track.skipped + track.fixes.size() - fixes,
-                            heartRatesLeftOut(track, to), track.fault};
+  const Converted converted{fixes, track.skipped + track.fixes.size() - fixes, leftOut(track, to),
+                            track.fault};
   if (fixes == 0) {
-    throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", in, converted.leftOut));
+    throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", in, converted.skipped));
   }
   refuseToReplace(out, {to, &track, {&in, 1}});
   const std::string text = ombrix::writeTrack(track, to);
@@ -53,6 +56,14 @@ Converted convertFile(const std::string& in, const std::string& out,
       out, [&](const auto& stream) { static_cast<void>(stream->write(platform::bytesOf(text))); },
       existing);
   return converted;
+}
+
+/// Adds what one track leaves out to what the others do.
+void add(std::vector<LeftOut>& all, std::span<const LeftOut> one) {
+  for (const LeftOut& each : one) {
+    const auto known = std::ranges::find(all, each.what, &LeftOut::what);
+    known == all.end() ? all.push_back(each) : void(known->count += each.count);
+  }
 }
 
 std::vector<fs::path> tracksIn(const fs::path& folder) {
@@ -88,7 +99,8 @@ void convertFolder(const Options& options, TrackFormat to) {
   const auto existing =
       fs::equivalent(options.in, options.out) ? Existing::kept : Existing::replaced;
   std::set<fs::path> taken;
-  std::size_t done = 0, written = 0, failed = 0, leftOut = 0, heartRates = 0;
+  std::size_t done = 0, written = 0, failed = 0, skipped = 0;
+  std::vector<LeftOut> left;
   {
     ProgressBar bar(text("Converting"));
     for (const fs::path& track : tracks) {
@@ -97,8 +109,8 @@ void convertFolder(const Options& options, TrackFormat to) {
         const Converted converted =
             convertFile(track.string(), out.string(), trackFormatNamed(options.from), to, existing);
         ++written;
-        leftOut += converted.leftOut;
-        heartRates += converted.heartRatesLeftOut;
+        skipped += converted.skipped;
+        add(left, converted.leftOut);
         failIfIncomplete(track.string(), converted.fault);
       } catch (const CommandFailure& failure) {
         ++failed;
@@ -108,8 +120,8 @@ void convertFolder(const Options& options, TrackFormat to) {
     }
   }
   fmt::print("{}\n", fmt::format(fmt::runtime(text("Wrote {} tracks to {} ({} points skipped)")),
-                                 written, options.out, leftOut));
-  tellHeartRatesLeftOut(options.out, to, heartRates);
+                                 written, options.out, skipped));
+  tellLeftOut(options.out, to, left);
   if (failed > 0) {
     throw CommandFailure(fmt::format("{} tracks could not be converted whole", failed));
   }
@@ -129,9 +141,9 @@ void convert(const Options& options) {
   const Converted converted =
       convertFile(options.in, options.out, trackFormatNamed(options.from), *to);
   fmt::print(noticesBeside(options.out), "{}\n",
-             fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")), converted.fixes,
-                         options.out, converted.leftOut));
-  tellHeartRatesLeftOut(options.out, *to, converted.heartRatesLeftOut);
+             fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")),
+                         countText(converted.fixes), options.out, countText(converted.skipped)));
+  tellLeftOut(options.out, *to, converted.leftOut);
   failIfIncomplete(options.in, converted.fault);
 }
 

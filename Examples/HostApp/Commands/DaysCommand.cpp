@@ -26,7 +26,9 @@ using platform::JSON;
 constexpr std::size_t kLeastBar = 6, kMostBar = 24;
 
 /// One season as a table: a day a line, and what they come to.
-std::string table(const Season& season, FigureTexts& figures, std::size_t barColumns) {
+/// @param room The columns that it may take.
+std::string table(const Season& season, FigureTexts& figures, std::size_t barColumns,
+                  std::size_t room = std::string::npos) {
   TextTable table({season.name, text("Vertical down"), "", text("Distance"), text("Runs"),
                    text("Top speed"), ""});
   constexpr std::size_t kBar = 2, kTitle = 6;
@@ -56,7 +58,7 @@ std::string table(const Season& season, FigureTexts& figures, std::size_t barCol
              figures.value(Format::vertical, season.descentMeters()), "",
              figures.value(Format::distance, season.distanceMeters()), figures.count(season.runs()),
              speed > 0 ? figures.value(Format::speed, speed) : "–", text("Season")});
-  return table.lines();
+  return table.lines(room);
 }
 
 /// The table with bars as wide as the terminal leaves room for.
@@ -68,9 +70,10 @@ std::string fittedTable(const Season& season, FigureTexts& figures) {
     widest = std::max(widest, columnsOf(std::string_view(lines).substr(begin, end - begin)));
     begin = end + 1;
   }
-  const std::size_t room = columnsOfStandardOutput();
+  const std::size_t room = columnsForTables();
   if (widest <= room) return lines;
-  return table(season, figures, kMostBar - std::min(widest - room, kMostBar - kLeastBar));
+  const std::size_t columns = kMostBar - std::min(widest - room, kMostBar - kLeastBar);
+  return table(season, figures, columns, room);
 }
 
 JSON jsonOf(const Season& season) {

@@ -46,6 +46,13 @@ const std::array<Setting, 3>& allSettings() {
   return all;
 }
 
+/// What names a setting on the command line.
+void addName(CLI::App& command, std::string& name) {
+  std::vector<std::string> names;
+  for (const Setting& setting : allSettings()) names.emplace_back(setting.name);
+  command.add_option("NAME", name, "As in the list")->required()->check(CLI::IsMember(names));
+}
+
 const Setting& settingNamed(const std::string& name) {
   for (const Setting& setting : allSettings()) {
     if (setting.name == name) return setting;
@@ -110,11 +117,11 @@ void addSettingsCommand(CLI::App& app) {
   };
   const auto options = std::make_shared<Options>();
   CLI::App* get = command->add_subcommand("get", "Prints the value of a setting");
-  get->add_option("NAME", options->name, "As in the list")->required();
+  addName(*get, options->name);
   get->callback([options] { fmt::print("{}\n", settingNamed(options->name).get()); });
 
   CLI::App* set = command->add_subcommand("set", "Changes a setting");
-  set->add_option("NAME", options->name, "As in the list")->required();
+  addName(*set, options->name);
   set->add_option("VALUE", options->value, "kilometers, miles, british; true, false")->required();
   set->callback([options] {
     const Setting& setting = settingNamed(options->name);
@@ -127,7 +134,7 @@ void addSettingsCommand(CLI::App& app) {
   });
 
   CLI::App* unset = command->add_subcommand("unset", "Brings the default of a setting back");
-  unset->add_option("NAME", options->name, "As in the list")->required();
+  addName(*unset, options->name);
   unset->callback([options] {
     const Setting& setting = settingNamed(options->name);
     const bool wasSynced = settings().syncPreferences();

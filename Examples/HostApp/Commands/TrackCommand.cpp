@@ -38,7 +38,7 @@ void addTrackCommand(CLI::App& app) {
     fmt::print(noticesBeside(options->out), "{}\n",
                fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")),
                            read.fixes.size(), options->out, read.skipped));
-    tellHeartRatesLeftOut(options->out, TrackFormat::csv, read.heartRates.size());
+    tellLeftOut(options->out, TrackFormat::csv, leftOut(read, TrackFormat::csv));
     failIfIncomplete(options->in, read.fault);
   });
 }

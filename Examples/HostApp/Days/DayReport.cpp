@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Terminal/TextTable.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
 
@@ -96,7 +97,7 @@ std::string rides(const Day& day, FigureTexts& texts) {
                texts.value(Format::speed, figures.maxSpeedMetersPerSecond),
                texts.value(Format::speed, figures.averageSpeedMetersPerSecond)});
   }
-  return table.empty() ? "" : "\n" + table.lines();
+  return table.empty() ? "" : "\n" + table.lines(columnsForTables());
 }
 
 }  // namespace

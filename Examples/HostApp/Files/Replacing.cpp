@@ -3,16 +3,15 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cmath>
+#include <array>
 #include <cstddef>
 #include <filesystem>
-#include <limits>
+#include <new>
 #include <system_error>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
-#include "OmbrixDay/Filters/PlausibleFix.hpp"
 #include "OmbrixPlatform/Csv/CSVReader.hpp"
 #include "OmbrixPlatform/Csv/NumberText.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
@@ -22,96 +21,80 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// How many points of a kind a file holds, and of what time, in seconds since 1970.
-struct Extent {
-  std::size_t count = 0;
-  double first = std::numeric_limits<double>::infinity();
-  double last = -std::numeric_limits<double>::infinity();
-
-  void add(double seconds) {
-    ++count;
-    if (!std::isfinite(seconds)) return;
-    first = std::min(first, seconds);
-    last = std::max(last, seconds);
-  }
-
-  [[nodiscard]] bool covers(const Extent& other) const {
-    constexpr double kRounding = 1e-3;  // of the formats
-    return other.count == 0 || (count >= other.count && first <= other.first + kRounding &&
-                                last >= other.last - kRounding);
-  }
-};
-
-struct Contents {
-  Extent fixes, heartRates;
-};
-
-/// What a file of a format holds of a track: CSV fixes or, without any, heart rates; the others the
-/// fixes on the globe.
-Contents contentsIn(std::optional<TrackFormat> format, const Track& track) {
-  Contents contents;
-  const bool isCSV = format == TrackFormat::csv;
-  for (const CLLocation& fix : track.fixes) {
-    if (isCSV || isOnGlobe(fix)) {
-      contents.fixes.add(platform::timeIntervalSince1970(fix.timestamp));
-    }
-  }
-  if (isCSV && !track.fixes.empty()) return contents;
-  for (const HeartRate& rate : track.heartRates) {
-    contents.heartRates.add(platform::timeIntervalSince1970(rate.time));
-  }
-  return contents;
-}
-
-/// The rows of a CSV file that begin with two numbers: fixes, or heart rates, which are short.
-/// @throws CommandFailure for a file that cannot be read: nobody knows what it holds
-Contents rowsOf(const std::string& path) {
+/// The rows of a CSV file: fixes, or heart rates, which are short.
+/// @throws CommandFailure for a file that cannot be read, or that has rows of two and more numbers
+///   which cannot: nobody knows what they hold
+Track rowsOf(const std::string& path) {
   constexpr std::size_t kFixFields = 8;
-  Contents contents;
   const auto unread = [&] {
     return CommandFailure(fmt::format("{} cannot be read, so it is not replaced", path));
   };
   const auto stream = platform::InputStream::withPath(path);
   if (!stream->open()) throw unread();
+  Track track;
   try {
     platform::CSVReader reader(*stream, {.keptFields = kFixFields});
     while (const auto row = reader.next()) {
-      if (row->size() < 2 || !platform::doubleFromText((*row)[1])) continue;
-      const auto seconds = platform::doubleFromText((*row)[0]);
-      Extent& rows = row->size() < kFixFields ? contents.heartRates : contents.fixes;
-      if (seconds) rows.add(*seconds);
+      std::array<double, kFixFields> numbers{};
+      std::size_t count = 0;
+      for (; count < std::min(row->size(), kFixFields); ++count) {
+        const auto number = platform::doubleFromText((*row)[count]);
+        if (!number) break;
+        numbers[count] = *number;
+      }
+      if (count < 2) continue;
+      const auto& [time, latitude, longitude, altitude, course, speed, vertical, horizontal] =
+          numbers;
+      if (row->size() < kFixFields) {
+        track.heartRates.push_back({platform::dateSince1970(time), latitude});
+      } else if (count < kFixFields) {
+        throw unread();
+      } else {
+        track.fixes.push_back({.coordinate = {latitude, longitude},
+                               .altitude = altitude,
+                               .horizontalAccuracy = horizontal,
+                               .verticalAccuracy = vertical,
+                               .course = course,
+                               .speed = speed,
+                               .timestamp = platform::dateSince1970(time)});
+      }
     }
   } catch (const platform::CSVError&) {
     throw unread();
   }
-  return contents;
+  return track;
 }
 
-bool holdsAllOf(const std::string& path, TrackFormat format, const Contents& contents) {
-  const auto covers = [&](const Contents& older) {
-    return contents.fixes.covers(older.fixes) && contents.heartRates.covers(older.heartRates);
-  };
-  if (format == TrackFormat::csv) return covers(rowsOf(path));
-  std::error_code none;
-  if (fs::file_size(path, none) > kMostTrackBytes) return false;
+/// Whether what is written holds all that a file of a format does. What memory cannot hold may be
+/// a recording all the same.
+bool holdsAllOf(const std::string& path, TrackFormat format, const NewFile& by) try {
+  const Track none;
+  const Track& track = by.track != nullptr ? *by.track : none;
+  // A CSV of heart rates has no fixes, and holds what is not at a fix, as TCX does.
+  const bool areRates = track.fixes.empty() && by.track != nullptr;
+  const TrackFormat written = areRates ? TrackFormat::tcx : by.format.value_or(TrackFormat::csv);
+  if (format == TrackFormat::csv) return holdsAll(track, written, rowsOf(path));
+  std::error_code error;
+  if (fs::file_size(path, error) > kMostTrackBytes) return false;
   std::optional<Track> older;
   try {
     older = readTrackFile(path, format);
   } catch (const TrackNeedsMemory&) {
-    return false;  // It may be a recording all the same.
+    return false;
   } catch (const CommandFailure&) {
     return true;  // Nothing of it can be read.
   }
-  return covers(contentsIn(format, *older));
+  return holdsAll(track, written, *older);
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
-/// Whether a file holds a fix or heart rate that is not among these. Its name and its beginning may
-/// speak of two formats: one of them may be damaged.
-bool holdsMore(const std::string& path, std::optional<TrackFormat> named,
-               const Contents& contents) {
+/// Whether a file holds something that is not written. Its name and its beginning may speak of two
+/// formats: one of them may be damaged.
+bool holdsMore(const std::string& path, std::optional<TrackFormat> named, const NewFile& by) {
   const TrackFormat looked = trackFormatOfFileContents(path);
-  return !holdsAllOf(path, looked, contents) ||
-         (named && named != looked && !holdsAllOf(path, *named, contents));
+  return !holdsAllOf(path, looked, by) ||
+         (named && named != looked && !holdsAllOf(path, *named, by));
 }
 
 }  // namespace
@@ -130,10 +113,8 @@ void refuseToReplace(const std::string& out, const NewFile& by) {
   // A CSV that is written over itself loses rows that are none, which is what it is done for.
   const bool isMended = isRead && by.track != nullptr && by.format == TrackFormat::csv &&
                         trackFormatOfFileContents(out) == TrackFormat::csv;
-  const bool isLost =
-      (named && named != by.format) || (isRead && by.track == nullptr) ||
-      (!isMended &&
-       holdsMore(out, named, by.track ? contentsIn(by.format, *by.track) : Contents()));
+  const bool isLost = (named && named != by.format) || (isRead && by.track == nullptr) ||
+                      (!isMended && holdsMore(out, named, by));
   if (!isLost) return;
   throw CommandFailure(
       fmt::format("{} is a recording and would be lost: choose another name to write to", out));

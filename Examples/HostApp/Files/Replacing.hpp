@@ -17,8 +17,9 @@ struct NewFile {
 
 /// Ends the command where the file at `out` is a recording that would be lost, as when a shell
 /// replaces "*.csv" by two names. The one rule of all commands that write: a file is replaced only
-/// by what holds all its fixes and heart rates; of the same time and no fewer. So a command can be
-/// repeated, and a longer recording takes the place of its own beginning.
+/// by what holds all of it, fix by fix; see `holdsAll`. So a command can be repeated, and a longer
+/// recording takes the place of its own beginning, but another device's, or one that knows more,
+/// stays.
 ///
 /// Refused besides: a name that is another format's, a recording that is read for something else,
 /// and any file as long as `track` could not be read whole. What is no regular file, or an empty

@@ -11,6 +11,7 @@
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
 #include "OmbrixCore/Data/LocationCSVWriter.hpp"
 #include "OmbrixPlatform/Files/InputStream.hpp"
@@ -131,12 +132,15 @@ Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> for
   return track;
 }
 
-void tellHeartRatesLeftOut(const std::string& out, TrackFormat format, std::size_t heartRates) {
-  if (heartRates == 0) return;
-  const char* const told = format == TrackFormat::csv
-                               ? "{} heart rates are left out: CSV holds none"
-                               : "{} heart rates are left out: they stand at no fix";
-  fmt::print(noticesBeside(out), "{}\n", fmt::format(fmt::runtime(text(told)), heartRates));
+void tellLeftOut(const std::string& out, TrackFormat format, std::span<const LeftOut> leftOut) {
+  if (leftOut.empty()) return;
+  std::string all;
+  for (const LeftOut& each : leftOut) {
+    all += (all.empty() ? "" : ", ") + text(each.what);
+    if (each.count > 1) all += fmt::format(" ({})", countText(each.count));
+  }
+  fmt::print(noticesBeside(out), "{}\n",
+             fmt::format(fmt::runtime(text("{} has no place for: {}")), nameOf(format), all));
 }
 
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes) {

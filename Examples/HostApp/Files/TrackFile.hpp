@@ -33,8 +33,8 @@ void failIfIncomplete(const std::string& path, const std::string& fault);
 /// The format that a file's contents look like, whatever its name.
 TrackFormat trackFormatOfFileContents(const std::string& path);
 
-/// Tells that heart rates of a track were not written to a file of a format; nothing for none.
-void tellHeartRatesLeftOut(const std::string& out, TrackFormat format, std::size_t heartRates);
+/// Tells in one line what of a track was not written to a file of a format; nothing for none.
+void tellLeftOut(const std::string& out, TrackFormat format, std::span<const LeftOut> leftOut);
 
 /// Writes a track file in the format "CSV", replacing one that is there; see `writeFile`.
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes);

@@ -100,18 +100,25 @@ std::string DayPageWriter::figures() {
   const auto height = [&](double meters) {
     return totals.maxAltitude ? figures_.value(Format::vertical, meters) : "–";
   };
-  const std::string first =
-      figure("Vertical down", height(totals.all.descentMeters)) +
-      figure("Runs", figures_.count(totals.runs)) +
-      figure("Top speed", figures_.value(Format::speed, totals.all.maxSpeedMetersPerSecond)) +
-      figure("On runs", figures_.value(Format::distance, totals.run.distanceMeters));
+  const std::string down = figure("Vertical down", height(totals.all.descentMeters)),
+                    up = figure("Vertical up", height(totals.all.ascentMeters)),
+                    distance = figure("Distance",
+                                      figures_.value(Format::distance, totals.all.distanceMeters)),
+                    top = figure("Top speed",
+                                 figures_.value(Format::speed, totals.all.maxSpeedMetersPerSecond)),
+                    average = figure(
+                        "Average speed",
+                        figures_.value(Format::speed, totals.all.averageSpeedMetersPerSecond)),
+                    moving = figure("Moving time", figures_.duration(totals.all.movingSeconds)),
+                    runs = figure("Runs", figures_.count(totals.runs)),
+                    lifts = figure("Lifts", figures_.count(totals.lifts)),
+                    onRuns = figure("On runs",
+                                    figures_.value(Format::distance, totals.run.distanceMeters));
+  // A day without runs is one of other sports.
+  const bool hasRuns = totals.runs > 0;
+  const std::string first = hasRuns ? down + runs + top + onRuns : distance + up + top + moving;
   std::string others =
-      figure("Lifts", figures_.count(totals.lifts)) +
-      figure("Vertical up", height(totals.all.ascentMeters)) +
-      figure("Distance", figures_.value(Format::distance, totals.all.distanceMeters)) +
-      figure("Average speed",
-             figures_.value(Format::speed, totals.all.averageSpeedMetersPerSecond)) +
-      figure("Moving time", figures_.duration(totals.all.movingSeconds));
+      hasRuns ? lifts + up + distance + average + moving : runs + lifts + down + average;
   if (totals.maxAltitude) {
     others += figure("Highest point", figures_.value(Format::altitude, *totals.maxAltitude)) +
               figure("Lowest point", figures_.value(Format::altitude, *totals.minAltitude));
@@ -130,17 +137,25 @@ std::string DayPageWriter::figures() {
 }
 
 std::string DayPageWriter::map() {
+  std::string legend = fmt::format(
+      "<span class=\"legend\"><span>{}</span><span class=\"ramp\"></span><span>{}</span></span>",
+      isolated(escaped(figures_.plain(Format::speed, 0))),
+      isolated(escaped(figures_.plain(Format::speed, map_.fastest()))));
+  if (day_.totals.lifts > 0) {
+    legend +=
+        fmt::format("<span class=\"legend\"><span class=\"dash\"></span>{}</span>", label("Lift"));
+  }
+  // What a phone shows of it: less paper beside a tall track, and larger marks.
+  const double narrow = map_.narrowWidth(), aside = (map_.width() - narrow) / 2;
   return fmt::format(
       "<section aria-labelledby=\"map\"><div class=\"bar\"><h2 id=\"map\">{}</h2></div><figure>"
-      "<svg class=\"map\" viewBox=\"0 0 {} {}\" role=\"img\" aria-label=\"{}\">{}{}"
-      "<circle class=\"here\" r=\"8\"/></svg><figcaption>"
-      "<span class=\"legend\"><span>{}</span><span class=\"ramp\"></span><span>{}</span></span>"
-      "<span class=\"legend\"><span "
-      "class=\"dash\"></span>{}</span></figcaption></figure></section>",
-      label("Map"), coordinate(map_.width()), coordinate(map_.height()),
+      "<svg class=\"map\" viewBox=\"0 0 {} {}\" data-narrow=\"{} 0 {} {}\" "
+      "style=\"--narrow:{:.3f};--aside:{}px\" role=\"img\" aria-label=\"{}\">{}{}"
+      "<circle class=\"here\" r=\"8\"/></svg><figcaption>{}</figcaption></figure></section>",
+      label("Map"), coordinate(map_.width()), coordinate(map_.height()), coordinate(aside),
+      coordinate(narrow), coordinate(map_.height()), narrow / map_.width(), coordinate(aside),
       label("Map of the day: runs coloured by speed, lifts dotted"), map_.elements(),
-      map_.scaleBar(), isolated(escaped(figures_.plain(Format::speed, 0))),
-      isolated(escaped(figures_.plain(Format::speed, map_.fastest()))), label("Lift"));
+      map_.scaleBar(), legend);
 }
 
 std::string DayPageWriter::profiles() {
@@ -241,12 +256,17 @@ std::string DayPageWriter::card() {
         y, escaped(shown), y + 32, label(name));
     y += 104;
   };
+  const bool hasRuns = totals.runs > 0;
   if (totals.maxAltitude) {
-    value("Vertical down", figures_.plain(Format::vertical, totals.all.descentMeters));
+    value(hasRuns ? "Vertical down" : "Vertical up",
+          figures_.plain(Format::vertical,
+                         hasRuns ? totals.all.descentMeters : totals.all.ascentMeters));
   }
   value("Top speed", figures_.plain(Format::speed, totals.all.maxSpeedMetersPerSecond));
-  value("On runs", figures_.plain(Format::distance, totals.run.distanceMeters));
-  value("Runs", countText(totals.runs));
+  value(hasRuns ? "On runs" : "Distance",
+        figures_.plain(Format::distance,
+                       hasRuns ? totals.run.distanceMeters : totals.all.distanceMeters));
+  if (hasRuns) value("Runs", countText(totals.runs));
   return fmt::format(
       "<template id=\"card\"><svg xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 1200 630\" "
       "width=\"1200\" height=\"630\" font-family=\"system-ui, sans-serif\">"

@@ -19,11 +19,14 @@ using Format = FigureTexts::Format;
 constexpr double kWidth = 1000, kHeight = 100;
 constexpr double kTolerance = 0.35;
 constexpr double kMostTicks = 8;
+constexpr double kBreakSeconds = 600;  // Of such a silence nothing is drawn.
 
 double ratio(double part, double whole) { return whole > 0 ? part / whole : 0; }
 
 std::string tick(double position, const std::string& label) {
-  return fmt::format("<span style=\"--at:{:.2f}%\">{}</span>", 100 * position, escaped(label));
+  constexpr double kNearEnd = 0.95;  // There the label ends at its place, not to stick out.
+  return fmt::format("<span style=\"--at:{:.2f}%{}\">{}</span>", 100 * position,
+                     position > kNearEnd ? ";--by:-100%" : "", escaped(label));
 }
 
 }  // namespace
@@ -105,6 +108,9 @@ std::string Profiles::plotHTML(const Plot& plot, ProfileAxis axis) const {
   std::vector<std::vector<Point>> lines(1);
   for (std::size_t i = 0; i < day_.samples.size(); ++i) {
     const double value = plot.figure(day_.samples[i]);
+    const bool isBehindBreak =
+        i > 0 && (day_.samples[i].time - day_.samples[i - 1].time).count() > kBreakSeconds;
+    if (isBehindBreak && !lines.back().empty()) lines.emplace_back();
     if (plot.skipsZero && value <= 0) {
       if (!lines.back().empty()) lines.emplace_back();
       continue;

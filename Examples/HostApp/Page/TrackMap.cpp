@@ -17,6 +17,7 @@ constexpr double kTolerance = 0.6;
 constexpr double kLeastHeight = 420, kMostHeight = 900;
 constexpr double kLeastMeters = 200;  // Across: a walk round the car park is not drawn larger.
 constexpr double kBadgeRadius = 13;
+constexpr double kBadgeRoom = 27;  // What a badge takes on a phone, where it is drawn larger.
 constexpr double kMetersPerDegree = 111'195;  // On a sphere of the earth's mean radius.
 
 /// Longitudes without the jump at 180 degrees.
@@ -57,7 +58,7 @@ std::vector<Point> flat(const Day& day) {
 double overlap(Point place, std::span<const Point> others) {
   double sum = 0;
   for (const Point& other : others) {
-    sum += std::max(0.0, 2 * kBadgeRadius + 2 - std::hypot(place.x - other.x, place.y - other.y));
+    sum += std::max(0.0, 2 * kBadgeRoom - std::hypot(place.x - other.x, place.y - other.y));
   }
   return sum;
 }
@@ -73,13 +74,16 @@ TrackMap::TrackMap(const Day& day, FigureTexts& figures, double coarseness)
   unitsPerMeter_ =
       std::min((kWidth - 2 * kMargin) / across, (kMostHeight - kFoot - 2 * kMargin) / up);
   height_ = std::max(kLeastHeight, up * unitsPerMeter_ + 2 * kMargin + kFoot);
+  constexpr double kTallest = 1.6;  // Of a phone's map, times its width.
+  narrowWidth_ = std::clamp(across * unitsPerMeter_ + 2 * kMargin, height_ / kTallest, kWidth);
   const double middleX = (frame.west + frame.east) / 2, middleY = (frame.south + frame.north) / 2;
   for (Point& place : places_) {
     place = {kWidth / 2 + (place.x - middleX) * unitsPerMeter_,
              (height_ - kFoot) / 2 - (place.y - middleY) * unitsPerMeter_};
   }
   const double unit = unitSize(FigureTexts::Format::speed);
-  const double top = std::max(day.totals.run.maxSpeedMetersPerSecond, unit);
+  const SegmentFigures& coloured = day.totals.lifts > 0 ? day.totals.run : day.totals.all;
+  const double top = std::max(coloured.maxSpeedMetersPerSecond, unit);
   fastest_ = std::ceil(top / unit / 10) * 10 * unit;
 }
 
@@ -92,6 +96,10 @@ std::vector<Point> TrackMap::placesOf(const DaySegment& segment) const {
 
 int TrackMap::speedClass(double speed) const {
   return std::clamp(static_cast<int>(speed / fastest_ * kSpeedClasses), 0, kSpeedClasses - 1);
+}
+
+bool TrackMap::isColoured(SegmentKind kind) const {
+  return kind == SegmentKind::run || (kind == SegmentKind::walk && day_.totals.lifts == 0);
 }
 
 std::string TrackMap::runElements(const DaySegment& segment) const {
@@ -120,18 +128,12 @@ std::string TrackMap::elements() const {
       return fmt::format("<g data-segment=\"{}\"><path class=\"{}\" d=\"{}\"/></g>", i, name,
                          pathData(simplified(placesOf(segment), tolerance_)));
     };
-    switch (segment.kind) {
-      case SegmentKind::run:
-        runs += fmt::format("<g data-segment=\"{}\">{}</g>", i, runElements(segment));
-        break;
-      case SegmentKind::lift:
-        lifts += line("lift");
-        break;
-      case SegmentKind::walk:
-        walks += line("walk");
-        break;
-      case SegmentKind::pause:
-        break;
+    if (isColoured(segment.kind)) {
+      runs += fmt::format("<g data-segment=\"{}\">{}</g>", i, runElements(segment));
+    } else if (segment.kind == SegmentKind::lift) {
+      lifts += line("lift");
+    } else if (segment.kind == SegmentKind::walk) {
+      walks += line("walk");
     }
   }
   return walks + lifts + runs + badges();
@@ -139,7 +141,8 @@ std::string TrackMap::elements() const {
 
 /// The numbers stand on their lines, where they cover as little of each other as can be.
 std::string TrackMap::badges() const {
-  constexpr double kStops[] = {0.2, 0.35, 0.5, 0.65, 0.8, 0.1, 0.9};
+  constexpr int kStops = 36;
+  constexpr double kAside = 6;  // What a badge at an end costs, in units of covering others.
   std::vector<Point> taken;
   std::string elements;
   for (std::size_t i = 0; i < day_.segments.size(); ++i) {
@@ -150,9 +153,15 @@ std::string TrackMap::badges() const {
     const auto at = [&](double stop) {
       return places[static_cast<std::size_t>(stop * static_cast<double>(places.size() - 1))];
     };
-    const double best = *std::ranges::min_element(
-        kStops, {}, [&](double stop) { return overlap(at(stop), taken); });
-    const Point place = at(best);
+    Point place = at(0.5);
+    double least = overlap(place, taken);
+    for (int stop = 2; stop <= kStops - 2; ++stop) {
+      const double share = static_cast<double>(stop) / kStops;
+      const double cost = overlap(at(share), taken) + 2 * kAside * std::abs(share - 0.5);
+      if (cost >= least) continue;
+      least = cost;
+      place = at(share);
+    }
     taken.push_back(place);
     const std::string shape =
         isRun ? fmt::format("<circle r=\"{}\"/>", kBadgeRadius)
@@ -170,8 +179,9 @@ std::string TrackMap::badges() const {
 std::string TrackMap::outline(const std::string& runColour, const std::string& liftColour) const {
   std::string runs, lifts;
   for (const DaySegment& segment : day_.segments) {
-    if (segment.kind == SegmentKind::pause || segment.kind == SegmentKind::walk) continue;
-    auto& lines = segment.kind == SegmentKind::run ? runs : lifts;
+    const bool isRun = isColoured(segment.kind);
+    if (!isRun && segment.kind != SegmentKind::lift) continue;
+    auto& lines = isRun ? runs : lifts;
     lines += pathData(simplified(placesOf(segment), 2 * tolerance_));
   }
   constexpr const char* kPath =

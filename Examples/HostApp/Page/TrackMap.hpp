@@ -10,6 +10,7 @@
 namespace ombrix::hostapp {
 
 /// The way of a day from above, without tiles: runs coloured by speed, lifts dashed, both numbered.
+/// On a day without lifts the walks are coloured, too.
 class TrackMap {
  public:
   static constexpr int kSpeedClasses = 7;
@@ -22,6 +23,9 @@ class TrackMap {
   [[nodiscard]] double width() const noexcept { return kWidth; }
   [[nodiscard]] double height() const noexcept { return height_; }
 
+  /// The part of the drawing's width that a narrow screen shows, in which a tall track fills it.
+  [[nodiscard]] double narrowWidth() const noexcept { return narrowWidth_; }
+
   /// Where a sample lies on the drawing.
   [[nodiscard]] const Point& place(std::size_t sample) const { return places_[sample]; }
 
@@ -29,7 +33,8 @@ class TrackMap {
   /// "walk", each group with its segment's index in data-segment, and the numbers.
   [[nodiscard]] std::string elements() const;
 
-  /// The same lines for a small picture: one path a kind, in these colours.
+  /// The same lines for a small picture: one path a kind, in these colours. Of a day without runs
+  /// and lifts all ways are shown as runs are.
   [[nodiscard]] std::string outline(const std::string& runColour,
                                     const std::string& liftColour) const;
 
@@ -46,11 +51,12 @@ class TrackMap {
   [[nodiscard]] int speedClass(double speed) const;
   [[nodiscard]] std::string runElements(const DaySegment& segment) const;
   [[nodiscard]] std::string badges() const;
+  [[nodiscard]] bool isColoured(SegmentKind kind) const;
 
   const Day& day_;
   FigureTexts& figures_;
   std::vector<Point> places_;  // one a sample
-  double height_ = 0;
+  double height_ = 0, narrowWidth_ = kWidth;
   double unitsPerMeter_ = 1;
   double fastest_ = 1;
   double tolerance_;

@@ -18,7 +18,8 @@
     for (const cell of document.querySelectorAll('.readout bdi')) {
       const column = data[cell.dataset.column];
       cell.textContent = column.texts[column.at[current]];
-      if (cell.textContent) said.push(cell.textContent);
+      const name = cell.parentElement.previousElementSibling.textContent;
+      if (cell.textContent) said.push(`${name} ${cell.textContent}`);
     }
     profile.style.setProperty('--x', data.position[axis][current] / 1e4);
     profile.setAttribute('aria-valuenow', current);
@@ -56,6 +57,12 @@
     event.preventDefault();
     show(current + steps[event.key]);
   });
+
+  const narrow = matchMedia('(max-width: 640px)');
+  const whole = map.getAttribute('viewBox');
+  const frame = () => map.setAttribute('viewBox', narrow.matches ? map.dataset.narrow : whole);
+  narrow.addEventListener('change', frame);
+  frame();
 
   map.addEventListener('pointermove', (event) => {
     const point = new DOMPoint(event.clientX, event.clientY)

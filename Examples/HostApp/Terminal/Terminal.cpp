@@ -39,6 +39,11 @@ bool standardOutputIsTerminal() { return isatty(STDOUT_FILENO) != 0; }
 
 std::size_t columnsOfStandardOutput() { return columnsOfTerminal(STDOUT_FILENO); }
 
+std::size_t columnsForTables() {
+  const bool isKnown = standardOutputIsTerminal() || !variable("COLUMNS").empty();
+  return isKnown ? columnsOfStandardOutput() : std::string::npos;
+}
+
 bool standardOutputTakesStyle() {
   const std::string_view terminal = variable("TERM");
   return standardOutputIsTerminal() && variable("NO_COLOR").empty() && !terminal.empty() &&

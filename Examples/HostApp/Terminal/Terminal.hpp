@@ -18,6 +18,10 @@ bool standardOutputIsTerminal();
 /// How many columns standard output has: the terminal's, else what COLUMNS says, else 80.
 std::size_t columnsOfStandardOutput();
 
+/// How wide a table may be there: as wide as it is, where no terminal shows it and COLUMNS is
+/// unset.
+std::size_t columnsForTables();
+
 /// A bar on standard error for long work, as wide as there is room; draws only when standard error
 /// is a terminal, and removes itself at the end of its scope.
 class ProgressBar {

@@ -19,8 +19,10 @@ class TextTable {
 
   [[nodiscard]] bool empty() const noexcept { return rows_.size() == 1; }
 
-  /// All rows, the headings first.
-  [[nodiscard]] std::string lines() const;
+  /// All rows, the headings first. Columns beyond the width stand in further tables below, each
+  /// behind the first column.
+  /// @param most The columns of the terminal.
+  [[nodiscard]] std::string lines(std::size_t most = std::string::npos) const;
 
  private:
   std::vector<std::vector<std::string>> rows_;

@@ -1,7 +1,7 @@
 #pragma once
 
 #include <array>
-#include <limits>
+#include <cstddef>
 #include <span>
 #include <string_view>
 #include <utility>
@@ -11,30 +11,37 @@
 
 namespace ombrix::detail {
 
-/// A number that is not there.
-inline constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
-
 /// A place of a line; what is not there is `kNone`.
 struct GeoJSONPosition {
   double longitude = kNone, latitude = kNone, altitude = kNone;
 };
 
-/// The figures of a line that stand beside its positions, one list each.
-enum GeoJSONFigure {
-  kSpeed,
+/// The figures of a line that stand beside its positions, one list each: those of `Sensor` and
+/// these.
+enum GeoJSONFigure : std::size_t {
+  kSpeed = kSensors,
   kCourse,
   kHorizontalAccuracy,
   kVerticalAccuracy,
-  kHeartRate,
   kGeoJSONFigures
 };
 
-inline constexpr std::pair<std::string_view, GeoJSONFigure> kGeoJSONFigureNames[] = {
+/// What the lists are called: first as they are written, then by others.
+inline constexpr std::pair<std::string_view, std::size_t> kGeoJSONFigureNames[] = {
+    {"heartRates", kHeartRate},
+    {"cadences", kCadence},
+    {"powers", kPower},
+    {"temperatures", kTemperature},
+    {"distances", kDistance},
     {"speeds", kSpeed},
     {"courses", kCourse},
     {"horizontalAccuracies", kHorizontalAccuracy},
     {"verticalAccuracies", kVerticalAccuracy},
-    {"heartRates", kHeartRate}};
+    {"heart", kHeartRate},
+    {"hearts", kHeartRate},
+    {"heartrates", kHeartRate},
+    {"cads", kCadence},
+    {"atemps", kTemperature}};
 
 /// The lists of figures, each as long as it comes.
 using GeoJSONFigures = std::array<std::vector<double>, kGeoJSONFigures>;

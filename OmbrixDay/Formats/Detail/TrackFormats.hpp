@@ -1,9 +1,13 @@
 #pragma once
 
+#include <array>
+#include <cstddef>
+#include <limits>
 #include <optional>
 #include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "OmbrixDay/Formats/Track.hpp"
 
@@ -32,21 +36,68 @@ std::string decimalText(double value, int decimals);
 /// Whether a fix has a place, an altitude and a time that can be written.
 bool isWritable(const CLLocation& fix);
 
-/// A fix with the heart rate of the same instant, if there is one, or a heart rate alone.
+/// Whether there is a text for a time.
+bool hasTimeText(platform::Date time);
+
+/// What stands at a point beside the fix.
+enum Sensor : std::size_t { kHeartRate, kCadence, kPower, kTemperature, kDistance, kSensors };
+
+/// A number that is not there.
+inline constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
+
+/// One value a sensor; `kNone` for none.
+using SensorValues = std::array<double, kSensors>;
+inline constexpr SensorValues kNoSensorValues = {kNone, kNone, kNone, kNone, kNone};
+
+/// Whether a value can be that of a sensor: finite and, but for temperatures, not negative.
+bool isSensorValue(std::size_t sensor, double value);
+
+/// The readings of a sensor that a track keeps beside its heart rates.
+std::vector<SensorReading>& readingsOf(Track& track, std::size_t sensor);
+const std::vector<SensorReading>& readingsOf(const Track& track, std::size_t sensor);
+
+/// A fix with what sensors told at the same instant, or that alone.
 struct TrackPoint {
   const CLLocation* fix = nullptr;
-  const HeartRate* heartRate = nullptr;
-  [[nodiscard]] platform::Date time() const { return fix ? fix->timestamp : heartRate->time; }
+  platform::Date time;
+  SensorValues sensors = kNoSensorValues;
+  bool beginsSegment = false;  ///< Recording had stopped between the fix before and this one.
 };
 
-/// All writable fixes and heart rates, merged by time where both are in order.
-std::vector<TrackPoint> pointsOf(const Track& track);
+/// All points of a track that can be written, merged by time where fixes and readings are in order.
+class PointSequence {
+ public:
+  /// @param track Must outlive the sequence.
+  explicit PointSequence(const Track& track) : track_(track) {}
+
+  /// @return false behind the last point
+  bool next(TrackPoint& point);
+
+ private:
+  std::optional<SensorReading> reading(std::size_t sensor);
+
+  const Track& track_;
+  std::size_t nextFix_ = 0, nextBreak_ = 0;
+  std::array<std::size_t, kSensors> nextReading_{};
+  bool hasFix_ = false;
+};
+
+/// A track's laps as they are written: in order of time, each with the totals that a lap must have;
+/// one over all points where the track has none.
+std::vector<Lap> writtenLaps(const Track& track);
 
 /// Keeps a point that was read; counts it as skipped without a time, or with neither a place on the
-/// globe nor a heart rate. Figures that are negative, not finite or beyond 1e9 become unknown, and
-/// so does an altitude that is not finite or as large: 0 without an accuracy, see `hasAltitude`.
+/// globe nor a sensor's value. Figures that are negative, not finite or beyond 1e9 become unknown,
+/// and so does an altitude that is not finite or as large: 0 without an accuracy, see
+/// `hasAltitude`.
 /// @throws TrackFormatError when there are too many
-void keep(Track& track, const CLLocation* fix, std::optional<double> heartRate,
+void keep(Track& track, const CLLocation* fix, const SensorValues& sensors,
           std::optional<platform::Date> time);
+
+/// Says that recording had stopped before the next fix that is kept.
+void beginSegment(Track& track);
+
+/// Keeps a lap, as long as there are not too many.
+void keep(Track& track, const Lap& lap);
 
 }  // namespace ombrix::detail

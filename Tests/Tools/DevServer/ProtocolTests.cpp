@@ -12,7 +12,6 @@ namespace ombrix::devserver {
 namespace {
 
 using ombrix::testing::TestServer;
-using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
 // Requests as they may come, against the first line of the answer.
@@ -83,70 +82,6 @@ TEST(DevServerProtocol, TakesAndGivesLargeBodies) {
   }
   EXPECT_EQ(client.get("/bytes?bytes=5000000&chunked").body.size(), 5'000'000u);
   EXPECT_EQ(server.counters().connections, 1u);
-}
-
-TEST(DevServerProtocol, AnswersToOrder) {
-  TestServer server(TestServer::Wire::plain);
-  CurlClient client(server);
-  const struct {
-    const char* path;
-    long status;
-    const char* header;
-    const char* value;
-    const char* body;
-  } cases[] = {
-      {"/status/305?body=%22x%22", 305, "Content-Type", "application/json", "\"x\""},
-      {"/status/204?header=X-A:%20b", 204, "X-A", "b", ""},
-      {"/status/12", 400, "Content-Type", "application/json", "from 200"},
-      {"/redirect?to=/a%3Fb%3D1&status=307", 307, "Location", "/a?b=1", ""},
-      {"/redirect-loop", 302, "Location", "/redirect-loop", ""},
-      {"/gzip?body=hello", 200, "Content-Encoding", "gzip", "hello"},
-      {"/deflate?body=hello&chunked", 200, "Content-Encoding", "deflate", "hello"},
-      {"/deflate?body=hello&bare", 200, "Content-Encoding", "deflate", "hello"},
-      {"/json-charset", 200, "Content-Type", "application/json; charset=utf-8", "Groß"},
-      {"/bytes?bytes=3", 200, "Content-Length", "3", "abc"},
-      {"/slow?bytes=3&every=1", 200, "Content-Length", "3", "abc"},
-      {"/echo?a=%20b", 200, "Content-Type", "application/json", R"("query":[["a"," b"]])"},
-  };
-  for (const auto& [path, status, header, value, body] : cases) {
-    const Answer answer = client.get(path);
-    EXPECT_EQ(answer.status, status) << path;
-    EXPECT_EQ(answer.headers.value(header), value) << path;
-    EXPECT_THAT(answer.body, HasSubstr(body)) << path;
-  }
-}
-
-TEST(DevServerProtocol, ValidatesCachedAnswers) {
-  TestServer server(TestServer::Wire::plain);
-  CurlClient client(server);
-  const struct {
-    const char* path;
-    const char* condition;
-    long status;
-  } cases[] = {
-      {"/cache?etag=%22a%22", "If-None-Match: \"b\", W/\"a\"", 304},
-      {"/cache?etag=W/%22a%22", "If-None-Match: \"a\"", 304},
-      {"/cache?etag=%22a%22", "If-None-Match: \"b\"", 200},
-      {"/cache?last-modified=Sun,%2006%20Nov%201994%2008:49:37%20GMT",
-       "If-Modified-Since: Sun, 06 Nov 1994 08:49:37 GMT", 304},
-      {"/cache?last-modified=-60", "If-Modified-Since: Sun, 06 Nov 1994 08:49:37 GMT", 200},
-      {"/cache?status=404&cache-control=max-age=5", "X: ", 404},
-  };
-  std::uint64_t fresh = 0;
-  for (const auto& [path, condition, status] : cases) {
-    const Answer answer = client.get(path, {condition});
-    EXPECT_EQ(answer.status, status) << path << " " << condition;
-    if (status == 304) continue;
-    EXPECT_EQ(answer.body, "{\"answer\":" + std::to_string(++fresh) + "}");
-  }
-  // A new version under the same URL.
-  EXPECT_EQ(client.get("/cache/x?etag=%22a%22&age=3").headers.value("Age"), "3");
-  client.send("PUT", "/admin/answers/cache/x?etag=%22b%22&header=X-New:yes");
-  const Answer changed = client.get("/cache/x?etag=%22a%22", {"If-None-Match: \"a\""});
-  EXPECT_EQ(changed.headers.value("ETag"), "\"b\"");
-  EXPECT_EQ(changed.headers.value("X-New"), "yes");
-  EXPECT_EQ(changed.body, "{\"answer\":2}");
-  EXPECT_EQ(client.get("/cache/y?date=").headers.find("Date"), nullptr);
 }
 
 }  // namespace
