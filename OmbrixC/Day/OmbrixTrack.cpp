@@ -50,7 +50,7 @@ OmbrixTrack* ombrix_Track_initWithUrl_error_(const char* url, OmbrixError** erro
     try {
       const auto bytes = readAll(*platform::InputStream::withPath(path), path);
       const auto format = trackFormatOfFile(path).value_or(trackFormatOfBytes(bytes));
-      return new OmbrixTrack{readTrack(bytes, format)};
+      return new OmbrixTrack(readTrack(bytes, format));
     } catch (const TrackFormatError& fault) {
       throw TrackFormatError(path + ": " + fault.what());
     } catch (const std::bad_alloc&) {
@@ -63,7 +63,7 @@ OmbrixTrack* ombrix_Track_initWithData_format_error_(const uint8_t* bytes, size_
                                                      OmbrixTrackFormat format,
                                                      OmbrixError** error) {
   return c::catching(error, [&] {
-    return new OmbrixTrack{readTrack(std::as_bytes(std::span(bytes, length)), from(format))};
+    return new OmbrixTrack(readTrack(std::as_bytes(std::span(bytes, length)), from(format)));
   });
 }
 
@@ -72,7 +72,7 @@ OmbrixTrack* ombrix_Track_initWithLocations_count_name_(const OmbrixLocation* lo
   return c::catching(nullptr, [&] {
     const auto fixes = c::from(locations, count);
     Track track{.name = std::string(c::textFrom(name)), .fixes = {fixes.begin(), fixes.end()}};
-    return new OmbrixTrack{std::move(track)};
+    return new OmbrixTrack(std::move(track));
   });
 }
 
@@ -92,10 +92,8 @@ size_t ombrix_Track_heartRateCount(const OmbrixTrack* self) {
   return self->track.heartRates.size();
 }
 
-const double* ombrix_Track_laps(const OmbrixTrack* self) {
-  return reinterpret_cast<const double*>(self->track.laps.data());
-}
-size_t ombrix_Track_lapCount(const OmbrixTrack* self) { return self->track.laps.size(); }
+const double* ombrix_Track_laps(const OmbrixTrack* self) { return self->lapBegins.data(); }
+size_t ombrix_Track_lapCount(const OmbrixTrack* self) { return self->lapBegins.size(); }
 
 size_t ombrix_Track_skipped(const OmbrixTrack* self) { return self->track.skipped; }
 const char* ombrix_Track_fault(const OmbrixTrack* self) { return self->track.fault.c_str(); }

@@ -1,13 +1,22 @@
 #pragma once
 
 #include <span>
+#include <utility>
+#include <vector>
 
 #include "OmbrixC/Day/OmbrixTrack.h"
 #include "OmbrixC/Detail/Handle.hpp"
 #include "OmbrixDay/Formats/Track.hpp"
 
 struct OmbrixTrack {
+  explicit OmbrixTrack(ombrix::Track recording) : track(std::move(recording)) {
+    for (const ombrix::Lap& lap : track.laps) {
+      lapBegins.push_back(ombrix::platform::timeIntervalSince1970(lap.begin));
+    }
+  }
+
   ombrix::Track track;
+  std::vector<double> lapBegins;  ///< Seconds since 1970.
   ombrix::c::Handle handle = {};
 };
 
@@ -15,8 +24,7 @@ namespace ombrix::c {
 
 // The C structs lie in memory as the C++ ones do: the same doubles in the same order.
 static_assert(sizeof(OmbrixLocation) == sizeof(CLLocation) &&
-              sizeof(OmbrixHeartRate) == sizeof(HeartRate) &&
-              sizeof(platform::Date) == sizeof(double));
+              sizeof(OmbrixHeartRate) == sizeof(HeartRate));
 
 inline std::span<const CLLocation> from(const OmbrixLocation* locations, std::size_t count) {
   return {reinterpret_cast<const CLLocation*>(locations), count};
