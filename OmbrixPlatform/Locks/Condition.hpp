@@ -62,8 +62,8 @@ class ConditionOver {
   template <class Lock, class Rep, class Period, class Predicate>
   bool wait_for(Lock& lock, const std::chrono::duration<Rep, Period>& longest, Predicate predicate)
       OMBRIX_REQUIRES(lock) {
-    using Clock = std::chrono::steady_clock;
-    return wait_until(lock, Clock::now() + std::chrono::ceil<Clock::duration>(longest),
+    using Steady = std::chrono::steady_clock;
+    return wait_until(lock, Steady::now() + std::chrono::ceil<Steady::duration>(longest),
                       std::move(predicate));
   }
 
