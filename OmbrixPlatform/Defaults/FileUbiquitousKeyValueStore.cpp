@@ -1,3 +1,4 @@
+#include <atomic>
 #include <condition_variable>
 #include <memory>
 #include <mutex>
@@ -67,7 +68,11 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
     return values_->persistentDomain();
   }
 
-  bool synchronize() override { return values_->synchronize(); }
+  bool synchronize() override {
+    isKept_ = values_->synchronize();
+    return isKept_;
+  }
+  bool isKept() const override { return isKept_; }
 
   ObservationToken observeExternalChanges(ExternalChangeHandler handler) override {
     const auto shared = std::make_shared<ExternalChangeHandler>(std::move(handler));
@@ -101,6 +106,7 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
 
   const std::shared_ptr<UserDefaults> values_;
   detail::CloudRoom room_;
+  std::atomic<bool> isKept_{true};
   const std::shared_ptr<Calls> calls_ = std::make_shared<Calls>();
   const std::shared_ptr<Signal<const ExternalChange&>> refused_ =
       std::make_shared<Signal<const ExternalChange&>>();

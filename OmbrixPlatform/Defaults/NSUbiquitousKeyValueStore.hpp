@@ -54,6 +54,10 @@ class NSUbiquitousKeyValueStore {
   /// Brings memory and the place where values are kept in step now; false when that failed.
   virtual bool synchronize() = 0;
 
+  /// Whether what was set outlives the process, sent or not; false after a `synchronize` that could
+  /// not leave it on this machine.
+  [[nodiscard]] virtual bool isKept() const { return true; }
+
   /// Calls the handler for every change from elsewhere, on a thread of the store's, until the
   /// token ends.
   virtual ObservationToken observeExternalChanges(ExternalChangeHandler handler) = 0;

@@ -21,29 +21,31 @@ constexpr std::chrono::seconds kFirstRetryDelay{1}, kLongestRetryDelay{60};
 void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> value) {
   if (value) DictionaryFile::checkEncodable(key, *value);
   load();
-  bool isChange = true;
-  {
-    const std::lock_guard lock(mutex);
-    const auto known = stored.find(key);
-    isChange = known == stored.end() ? value.has_value() : known->second.value != value;
-  }
-  if (isChange) owner.willChangeValueForKey(key);
-  bool isFirst = false, hasWriter = false;
-  {
-    const ForkGate::Pass pass;
-    const std::lock_guard lock(mutex);
-    hasWriter = hasWriterHere();
-    auto known = stored.find(key);
-    if (known == stored.end()) known = stored.try_emplace(std::string(key)).first;
-    auto& entry = known->second;
-    entry.value = std::move(value);
-    entry.edit = ++lastEdit;
-    isFirst = queuedKeys.empty();
-    if (!std::exchange(entry.isQueued, true)) queuedKeys.emplace_back(key);
-    if (isChange) revision.store(nextRevision(), std::memory_order_release);
+  bool isFirst = false, hasWriter = false, isAnnounced = false;
+  while (true) {
+    {
+      const ForkGate::Pass pass;
+      const std::lock_guard lock(mutex);
+      auto known = stored.find(key);
+      const bool isChange =
+          known == stored.end() ? value.has_value() : known->second.value != value;
+      if (!isChange || isAnnounced) {
+        hasWriter = hasWriterHere();
+        if (known == stored.end()) known = stored.try_emplace(std::string(key)).first;
+        auto& entry = known->second;
+        entry.value = std::move(value);
+        entry.edit = ++lastEdit;
+        isFirst = queuedKeys.empty();
+        if (!std::exchange(entry.isQueued, true)) queuedKeys.emplace_back(key);
+        if (isChange) revision.store(nextRevision(), std::memory_order_release);
+        break;
+      }
+    }
+    owner.willChangeValueForKey(key);
+    isAnnounced = true;
   }
   if (isFirst) somethingToWrite.notify_one();
-  if (isChange) owner.didChangeValueForKey(key);
+  if (isAnnounced) owner.didChangeValueForKey(key);
   if (isProcessExiting() || !hasWriter) take(flush());
 }
 

@@ -23,7 +23,8 @@ Descriptor makeFile(const std::string& path, int flags, mode_t mode) {
 Descriptor openOrMakeFile(const std::string& path, int flags, mode_t mode) {
   constexpr int kMostAttempts = 100;  // others may make and remove it meanwhile
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-    auto file = openFile(path, flags | O_NOFOLLOW);
+    // Whoever finds a pipe there does not wait for its other end.
+    auto file = openFile(path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
     if (file || errno != ENOENT) return file;
     file = makeFile(path, flags, mode);
     if (file || errno != EEXIST) return file;

@@ -100,8 +100,8 @@ class FileManager {
   ///   the folder is there already. A file in its place fails with EEXIST either way.
   FileResult<void> createDirectory(const URL& url, bool withIntermediateDirectories) const;
 
-  /// Writes a file, in place where there is one already (then as `overwriteFile` does). One that
-  /// could not be made whole is removed again. ENOENT without its folder.
+  /// Writes a file, in place where there is one (then as `overwriteFile` does). What could not be
+  /// made whole is removed again. ENOENT without its folder; EAGAIN inside a `removeUnchanged`.
   /// @param lastLink A link that is refused fails with ELOOP.
   FileResult<void> createFile(const URL& url, DataView contents,
                               LastLink lastLink = LastLink::followed) const;
@@ -126,7 +126,7 @@ class FileManager {
       const URL& url, std::uint64_t limitBytes, LastLink lastLink = LastLink::followed) const;
 
   /// Removes a file that is as it was read, in state and every byte, and that nobody has open for
-  /// writing (writers wait for it up to a second, where the disk has leases). Follows no link.
+  /// writing or is removing (where disks have leases, writers are kept off). Follows no link.
   /// @return Whether it was; then it is gone. ENOENT when nothing is there.
   FileResult<bool> removeUnchanged(const URL& url, const FileContents& contents) const;
 

@@ -1,18 +1,17 @@
 // Files that are read and written whole.
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <csignal>
 #include <cstring>
 #include <new>
 #include <stdexcept>
-#include <thread>
 
 #include "OmbrixPlatform/Detail/MadeFile.hpp"
 #include "OmbrixPlatform/Files/Detail/LastLink.hpp"
@@ -152,26 +151,40 @@ bool isNamed(const struct stat& file, const std::string& path) noexcept {
          file.st_dev == named.st_dev;
 }
 
-/// Keeps writers off a file that is open for reading, until it is closed: who does not wait is
-/// refused with EAGAIN. False when one has it open already. Where there are no leases (network
-/// disks, files of other users) it does nothing.
-bool keepWritersOff(int descriptor) noexcept {
-  // Who is refused is announced by a signal, which unless told otherwise would end the process.
-  ::fcntl(descriptor, F_SETSIG, SIGURG);
-  return ::fcntl(descriptor, F_SETLEASE, F_RDLCK) == 0 || errno != EAGAIN;
-}
-
-/// Opens a file for writing; one that somebody keeps writers off, to remove it, when he is done.
-Descriptor openToWrite(const std::string& path, int flags) noexcept {
-  constexpr std::chrono::milliseconds kPause{1};
-  constexpr int kMostPauses = 10'000;  // ten seconds, as for a lock
-  for (int pauses = 0;; ++pauses) {
-    Descriptor file = detail::openFile(path, flags | O_RDWR);
-    // What may not be read may be written all the same.
-    if (!file && errno == EACCES) file = detail::openFile(path, flags | O_WRONLY);
-    if (file || errno != EAGAIN || pauses == kMostPauses) return file;
-    std::this_thread::sleep_for(kPause);
+/// Keeps others off a file that is open for reading: who would write is refused with EAGAIN, and
+/// who would remove it is refused as this one is when somebody has it open to write or is removing
+/// it already. Where there are no leases (network disks, files of other users) writers are not kept
+/// off.
+class RemovalTurn {
+ public:
+  explicit RemovalTurn(int descriptor) noexcept : descriptor_(descriptor) {
+    // Else the last of two removes by its name what was stored when the first was done.
+    if (::flock(descriptor, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) return;
+    // Who is refused is announced by a signal, which unless told otherwise would end the process.
+    ::fcntl(descriptor, F_SETSIG, SIGURG);
+    isTaken_ = ::fcntl(descriptor, F_SETLEASE, F_RDLCK) == 0 || errno != EAGAIN;
   }
+  ~RemovalTurn() {
+    // Closing the file lets nothing go while a forked child has it, too.
+    ::fcntl(descriptor_, F_SETLEASE, F_UNLCK);
+    ::flock(descriptor_, LOCK_UN);
+  }
+  RemovalTurn(const RemovalTurn&) = delete;
+  RemovalTurn& operator=(const RemovalTurn&) = delete;
+
+  [[nodiscard]] explicit operator bool() const noexcept { return isTaken_; }
+
+ private:
+  const int descriptor_;
+  bool isTaken_ = false;
+};
+
+/// Opens a file for writing.
+Descriptor openToWrite(const std::string& path, int flags) noexcept {
+  Descriptor file = detail::openFile(path, flags | O_RDWR);
+  // What may not be read may be written all the same.
+  if (!file && errno == EACCES) file = detail::openFile(path, flags | O_WRONLY);
+  return file;
 }
 
 FileResult<void> writeFile(std::string path, DataView contents, int flags, bool mayMake) {
@@ -283,7 +296,9 @@ FileResult<bool> FileManager::removeUnchanged(const URL& url, const FileContents
   const Descriptor file = detail::openFile(path, O_RDONLY | flagsFor(LastLink::refused));
   struct stat info{};
   if (!file || ::fstat(file.get(), &info) != 0) return failure(errno, "open", path);
-  if (!isUnchanged(stateFrom(info), contents.state) || !keepWritersOff(file.get())) return false;
+  if (!isUnchanged(stateFrom(info), contents.state)) return false;
+  const RemovalTurn turn(file.get());
+  if (!turn) return false;
   int error = 0;
   // The time alone does not tell: two writes within a tick of the kernel's clock have the same.
   if (!holds(file.get(), contents.bytes, error)) {

@@ -41,19 +41,24 @@ std::string homeInPasswordDatabase() {
   return *found->pw_dir == '/' && isFolder(found->pw_dir) ? found->pw_dir : "";
 }
 
-/// Whether this user can ever keep anything there: a folder that may be entered, or a path on which
-/// one could be made.
+/// The system's name for a folder that never is there.
+constexpr const char* kNowhere = "/nonexistent";
+
+/// Whether this user can ever keep anything there: in a folder that may be written, or where one of
+/// those that are used may be, or on a path on which one could be made.
 bool isUsableHome(std::string path) {
-  int needed = X_OK;
+  if (path == kNowhere) return false;
+  for (const char* used : {"/.local/share", "/.config", "/.cache"}) {
+    if (access((path + used).c_str(), W_OK | X_OK) == 0) return true;
+  }
   while (path.starts_with('/')) {
     struct stat info{};
     if (stat(path.c_str(), &info) == 0) {
-      return S_ISDIR(info.st_mode) && access(path.c_str(), needed) == 0;
+      return S_ISDIR(info.st_mode) && access(path.c_str(), W_OK | X_OK) == 0;
     }
     if (errno != ENOENT) return false;
     const auto slash = path.find_last_of('/');
     path.erase(slash == 0 ? 1 : slash);
-    needed = W_OK | X_OK;
   }
   return false;
 }
@@ -72,7 +77,7 @@ std::string privateFolderIn(const std::string& temporary) {
   if (mkdir(path.c_str(), 0700) == 0 || isPrivate(path)) return path;
   path += "-XXXXXX";
   if (mkdtemp(path.data()) != nullptr) return path;
-  return "/nonexistent";  // the system's name for a folder that never is there
+  return kNowhere;
 }
 
 /// The value of XDG_DOCUMENTS_DIR in the text of user-dirs.dirs; empty where it names none. The

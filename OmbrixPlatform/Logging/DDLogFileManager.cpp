@@ -112,6 +112,8 @@ std::vector<DDLogFileInfo> DDLogFileManager::sortedLogFileInfos() const {
     const auto creationDate = creationDateFromName(entry->path().filename().native());
     struct stat status{};
     if (!creationDate || ::stat(entry->path().c_str(), &status) != 0) continue;
+    // A pipe of that name would be waited for.
+    if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) continue;
     infos.push_back({.filePath = entry->path(),
                      .creationDate = *creationDate,
                      .modificationDate = modificationDate(status),
@@ -125,7 +127,8 @@ DDLogFileManager::OpenFile DDLogFileManager::openNewestLogFile() const {
   const auto infos = sortedLogFileInfos();
   if (infos.empty()) return {.error = ENOENT};
   OpenFile file{.creationDate = infos.front().creationDate};
-  file.descriptor = ::open(infos.front().filePath.c_str(), O_RDWR | O_APPEND | O_CLOEXEC);
+  file.descriptor =
+      ::open(infos.front().filePath.c_str(), O_RDWR | O_APPEND | O_CLOEXEC | O_NONBLOCK);
   if (file.descriptor < 0) file.error = errno;
   return file;
 }

@@ -51,7 +51,7 @@ void logFailure(const std::string& message) {
 }
 
 /// Puts the bytes in the file's place, whole or not at all. Needs exclusive access: every writer of
-/// a file goes by way of the same other one, so that what a killed writer leaves is used up.
+/// a file goes by way of the same other one, so that what a killed writer leaves is removed.
 FileResult<void> replaceFile(const URL& url, DataView bytes) {
   const URL folder = url.deletingLastPathComponent();
   if (auto made = files().createDirectory(folder, true); !made) return made;
@@ -60,7 +60,8 @@ FileResult<void> replaceFile(const URL& url, DataView bytes) {
   const auto failure = [&](const char* action, int code) {
     return std::unexpected(FileError(code, action, url.path()));
   };
-  detail::Descriptor file = detail::openOrMakeFile(fresh, O_WRONLY | O_TRUNC);
+  ::unlink(fresh.c_str());
+  detail::Descriptor file = detail::makeFile(fresh, O_WRONLY);
   if (!file) return failure("open", errno);
   int error = detail::writeAll(file.get(), bytes);
   if (error == 0 && ::fsync(file.get()) != 0) error = errno;

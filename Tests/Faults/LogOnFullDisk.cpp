@@ -2,8 +2,6 @@
 // switch extra logging on and off, and the folder is removed now and then: no line is glued to
 // another, and what there was room to hold is in the log.
 
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -28,7 +26,7 @@
 #include "OmbrixCore/Extensions/Logging/LoggingService.hpp"
 #include "OmbrixPlatform/Logging/DDFileLogger.hpp"
 #include "OmbrixPlatform/Logging/DDLog.hpp"
-#include "OmbrixTesting/ScopedDir.hpp"
+#include "OmbrixTesting/Processes/SmallDisk.hpp"
 #include "OmbrixTesting/ScopedSettings.hpp"
 
 namespace {
@@ -37,25 +35,6 @@ using namespace ombrix;
 namespace fs = std::filesystem;
 
 constexpr int kLoggers = 2, kLines = 150;
-constexpr const char* kRoom = "size=256k";
-
-/// A disk of 256 KiB for this process alone.
-class SmallMount {
- public:
-  explicit SmallMount(const fs::path& folder) : folder_(folder) {
-    isMounted_ = ::mount("tmpfs", folder.c_str(), "tmpfs", 0, kRoom) == 0;
-  }
-  ~SmallMount() {
-    if (isMounted_) ::umount2(folder_.c_str(), MNT_DETACH);
-  }
-  SmallMount(const SmallMount&) = delete;
-  SmallMount& operator=(const SmallMount&) = delete;
-  explicit operator bool() const { return isMounted_; }
-
- private:
-  const fs::path folder_;
-  bool isMounted_ = false;
-};
 
 std::string line(int logger, int number) {
   return "logger " + std::to_string(logger) + " line " + std::to_string(number) + " " +
@@ -147,15 +126,11 @@ class LoggingProcess {
 }  // namespace
 
 void ombrix::faults::run(const Plan& plan, Outcomes& outcomes) {
-  if (::unshare(CLONE_NEWNS) != 0 || ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr)) {
-    return outcomes.skip("mounting a disk needs root");
-  }
   std::mt19937_64 random(plan.seed);
   for (std::size_t round = 0; round < plan.rounds(10, 1'000); ++round) {
-    const testing::ScopedDir dir;
-    const SmallMount disk(dir.path());
-    if (!disk) return outcomes.skip("this machine mounts no tmpfs");
-    const auto folder = dir.path() / "Logs";
+    const testing::SmallDisk disk(256 * 1024);
+    if (!disk.isMounted()) return outcomes.skip("mounting a disk needs root");
+    const auto filler = disk.folder().path() / "filler", folder = disk.folder().path() / "Logs";
     const bool isRemoved = round % 4 == 3;
     {
       std::vector<std::unique_ptr<LoggingProcess>> processes;
@@ -168,9 +143,9 @@ void ombrix::faults::run(const Plan& plan, Outcomes& outcomes) {
         if (std::chrono::steady_clock::now() > deadline) {
           return outcomes.bad("a process does not get on");
         }
-        fill(dir.path() / "filler", random);
+        fill(filler, random);
         std::this_thread::yield();
-        fs::remove(dir.path() / "filler");
+        fs::remove(filler);
         std::error_code ignored;
         if (isRemoved) fs::remove_all(folder, ignored);
       }

@@ -3,7 +3,6 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 #include "OmbrixCore/Data/Stores/PlistFileStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 #include "OmbrixTesting/Processes/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/SmallDisk.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
@@ -105,54 +105,15 @@ void removingReaders(Run& run) {
   run.log.takeErrors();
 }
 
-/// A small disk in memory, in this process alone.
-class Disk {
- public:
-  explicit Disk(const fs::path& path) : path_(path) {
-    fs::create_directory(path);
-    isMounted_ = ::mount("stores", path.c_str(), "tmpfs", 0, "size=256k") == 0;
-  }
-  ~Disk() { vanish(); }
-  Disk(const Disk&) = delete;
-  Disk& operator=(const Disk&) = delete;
-
-  [[nodiscard]] bool isMounted() const { return isMounted_; }
-  void forbidWriting() const {
-    ::mount("stores", path_.c_str(), "tmpfs", MS_REMOUNT | MS_RDONLY, "size=256k");
-  }
-  void vanish() {
-    if (std::exchange(isMounted_, false)) ::umount2(path_.c_str(), MNT_DETACH);
-  }
-  /// Leaves so many blocks free.
-  void fill(int blocks) const {
-    std::ofstream file(path_ / "filler", std::ios::binary);
-    const std::string block(4096, 'f');
-    while (file.write(block.data(), 4096).flush()) {
-    }
-    std::error_code none;
-    const auto size = fs::file_size(path_ / "filler", none);
-    fs::resize_file(path_ / "filler", size / 4096 * 4096 - static_cast<unsigned>(blocks) * 4096U);
-  }
-
- private:
-  const fs::path path_;
-  bool isMounted_ = false;
-};
-
 void badDisks(Run& run) {
-  if (::unshare(CLONE_NEWNS) != 0 ||
-      ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) {
-    run.outcomes.good("(disks of one's own are not to be had here)");
-    return;
-  }
   for (std::size_t round = run.plan.rounds(10, 500); round > 0; --round) {
-    const ScopedDir dir;
-    Disk disk(dir.path() / "disk");
-    if (!disk.isMounted()) return run.outcomes.bad("a disk in memory is mounted");
-    const Store store = storeAt(dir.path() / "disk/item"), fresh = storeAt(dir.path() / "disk/new");
+    const testing::SmallDisk disk(256 * 1024);
+    if (!disk.isMounted()) return run.outcomes.good("(disks of one's own are not to be had here)");
+    const fs::path& folder = disk.folder().path();
+    const Store store = storeAt(folder / "item"), fresh = storeAt(folder / "new");
     const std::string old(1 + run.random() % 12'000, 'o');
     store.setValue(old);
-    disk.fill(static_cast<int>(run.random() % 3));
+    disk.fillUp(run.random() % 3 * 4096);
     const std::string next(1 + run.random() % 30'000, 'n');
     store.setValue(next);
     const bool isSaid = !run.log.takeErrors().empty();
@@ -164,12 +125,12 @@ void badDisks(Run& run) {
     run.outcomes.expect(fresh.exists() == run.log.takeErrors().empty(),
                         "a full disk gets no half of a file");
     fresh.purge();
-    disk.forbidWriting();
+    ::mount(nullptr, folder.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr);
     store.setValue("x");
     store.purge();
     run.outcomes.expect(run.log.takeErrors().size() == 2 && store.value() == value,
                         "a read-only disk keeps its value and says so");
-    disk.vanish();
+    ::umount2(folder.c_str(), MNT_DETACH);
     run.outcomes.expect(!store.value() && !run.log.takeErrors().empty(),
                         "a disk that has gone gives nothing and says so");
     store.setValue("elsewhere");

@@ -608,6 +608,19 @@ TEST(CommandTests, DaysOfAnEarlierBuildAreTakenOver) {
   const std::string listed = run(folder, "days").output;
   EXPECT_EQ(std::ranges::count(listed, '\n'), 402) << listed;  // and the heading and the sums
   EXPECT_EQ(std::distance(fs::directory_iterator(days), {}), 400);
+
+  // A part of a day in the container gives way to the whole day, and an early one to later ones.
+  const std::string part = "1500000000,46.5,7.25,1500,90,5,3,4\n";
+  folder.write("part.csv", part);
+  EXPECT_THAT(run(folder, "day part.csv").output, HasSubstr("there are 400 later ones"));
+  fs::remove_all(shared);
+  fs::create_directory(shared);
+  run(folder, "day part.csv");
+  fs::rename(shared, data / "elsewhere");
+  folder.write("whole.csv", part + "1500000001,46.5,7.25,1500,90,5,3,4\n");
+  run(folder, "day whole.csv");
+  fs::rename(data / "elsewhere", shared);
+  EXPECT_THAT(run(folder, "days").output, AllOf(HasSubstr("whole.csv"), HasSubstr("Days: 1")));
 }
 
 // Catches days that a program cannot keep and therefore does not show.

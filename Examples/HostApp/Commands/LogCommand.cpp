@@ -58,6 +58,7 @@ class LogReader {
 
  private:
   std::string readOn(const fs::path& path) {
+    if (!fs::is_regular_file(path)) return {};
     std::uintmax_t& offset = offsets_[path];
     std::ifstream file(path, std::ios::binary);
     file.seekg(static_cast<std::streamoff>(offset));

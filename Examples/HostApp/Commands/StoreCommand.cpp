@@ -1,4 +1,5 @@
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -136,6 +137,10 @@ void purgeAll(const Options& options) {
           fmt::format("{:?} is not a file of a store; nothing was removed", entry.path().string()));
     }
     files.push_back(entry.path());
+  }
+  if (::access(folder.parent_path().c_str(), W_OK) != 0) {
+    throw CommandFailure(
+        fmt::format("{:?} cannot be removed; nothing was removed", folder.string()));
   }
   // One by one: what has come meanwhile keeps its folder.
   for (const fs::path& file : files) fs::remove(file);

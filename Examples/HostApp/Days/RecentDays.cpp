@@ -43,6 +43,11 @@ std::vector<std::string> RecentDays::Shelf::keys() const {
   return keys;
 }
 
+std::optional<RememberedDay> RecentDays::Shelf::day(const std::string& key) const {
+  if (!days.exists(key).get()) return std::nullopt;  // which is no failure to be logged
+  return days.value(key).get();
+}
+
 /// Removes a day; what cannot be read stays: it may be no day, or be read the next time.
 void RecentDays::Shelf::remove(const std::string& key) const {
   if (days.value(key).get()) days.purge(key).get();
@@ -74,10 +79,10 @@ void RecentDays::remember(const RecordedDay& recorded) {
                      .endSeconds = {}};
   if (totals.minAltitude) kept.descentMeters = totals.all.descentMeters;
   if (totals.end) kept.endSeconds = platform::timeIntervalSince1970(*totals.end);
-  bool isKept = false, isPart = false;
+  bool isKept = false, isPart = false, isTooEarly = false;
   const auto access = alone([&] {
     adoptOlder();
-    if (const auto older = shelf_.days.value(key).get()) {
+    if (const auto older = shelf_.day(key)) {
       // A part takes no day's place, nor does one that nobody knows for a part: a file may be cut
       // between two rows.
       isKept = !recorded.fault.empty();
@@ -90,11 +95,15 @@ void RecentDays::remember(const RecordedDay& recorded) {
     std::erase(keys, key);
     keys.insert(keys.begin(), key);
     tidy(keys);
+    isTooEarly = !shelf_.days.exists(key).get();
     keys = shelf_.keys();
     isKept = !keys.empty() && keys.front() == key;
   });
   if (!access) throw CommandFailure(fmt::format("the day is not kept: {}", access.error().what()));
   if (isPart) throw CommandFailure("the day is not kept: more of it is kept already");
+  if (isTooEarly) {
+    throw CommandFailure(fmt::format("the day is not kept: there are {} later ones", kMostDays));
+  }
   if (!isKept) throw CommandFailure("the day is not kept; see ombrix log");
 }
 
@@ -119,9 +128,11 @@ void RecentDays::adoptOlder() {
   bool isComplete = true;
   for (const std::string& key : keys) {
     const auto day = older.days.value(key).get();
-    if (day && !shelf_.days.exists(key).get()) {
+    // Of two of one start the longer one stays: the other is a part of it.
+    const auto here = day ? shelf_.day(key) : std::nullopt;
+    if (day && (!here || here->endSeconds < day->endSeconds)) {
       shelf_.days.store(*day, key).get();
-      order.push_back(key);
+      if (!here) order.push_back(key);
     }
     // What is not here, whatever the reason, stays there; the log says it, the next time again.
     if (day && shelf_.days.value(key).get()) {

@@ -60,6 +60,8 @@ class RecentDays {
     explicit Shelf(const platform::URL& url);
 
     [[nodiscard]] std::vector<std::string> keys() const;
+    /// A day, if it is there.
+    [[nodiscard]] std::optional<RememberedDay> day(const std::string& key) const;
     void remove(const std::string& key) const;
 
     platform::URL folder, daysFolder;

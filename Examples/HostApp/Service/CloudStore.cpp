@@ -135,6 +135,7 @@ void watchCloud(unsigned count) {
 
 bool bringCloudUpToDate() {
   if (cloud().synchronize()) return true;
+  if (!cloud().isKept()) throw CommandFailure("the change for the cloud could not be kept");
   fmt::print(stderr, "cloud: could not be reached; changes are kept and sent later\n");
   return false;
 }
@@ -197,7 +198,9 @@ void addSyncCommand(CLI::App& settingsCommand) {
   enable->callback([options] {
     constexpr int kCopyNothing = 2;
     // Values of the cloud can only win when they are here.
-    bringCloudUpToDate();
+    if (!bringCloudUpToDate() && options->cloudWins) {
+      throw CommandFailure("the values of the cloud cannot be taken over; sync was left as it is");
+    }
     settings().enableSyncWithBehavior(options->localWins   ? kLocalValuesWin
                                       : options->cloudWins ? kCloudValuesWin
                                                            : kCopyNothing);

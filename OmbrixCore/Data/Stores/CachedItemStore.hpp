@@ -3,6 +3,7 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <optional>
 #include <utility>
 
@@ -118,7 +119,13 @@ class CachedItemStore final
         auto read = backingPlistStore->load();
         if (hasFailedToLoad && isSet) return true;  // set meanwhile
         loaded = std::move(read.value);
-        if (loaded) innerSubject.setValue(*loaded);
+        try {
+          if (loaded) innerSubject.setValue(*loaded);
+        } catch (const std::bad_alloc& error) {  // for the copies
+          loaded.reset();
+          read.hasFailed = true;
+          detail::logIfUnreadable(url, error);
+        }
         hasFailedToLoad = read.hasFailed;
         return !read.hasFailed || isSet;
       });

@@ -6,12 +6,15 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <thread>
 #include <utility>
 
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/Process.hpp"
+#include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Files/LockWait.hpp"
 
 namespace ombrix {
 namespace {
@@ -113,13 +116,15 @@ void DataFileStore::setValue(const std::optional<Data>& value) const {
     return;
   }
   Saved saved;
+  // For those who have access to the file and those who are removing it together.
+  const auto deadline = std::chrono::steady_clock::now() + platform::detail::kLockTimeout;
   if (coordinator_) {
     const auto access = coordinator_->coordinateWritingItemAtURL(
         fileURL_, NSFileCoordinator::WritingOptions::forMerging,
-        [&](const URL& url) { saved = doSave(url, *value); });
+        [&](const URL& url) { saved = doSave(url, *value, deadline); });
     if (!access) detail::logItemStore("value", "Error saving the object: ", access.error());
   } else {
-    saved = doSave(fileURL_, *value);
+    saved = doSave(fileURL_, *value, deadline);
   }
   if (!saved.folder) FileManager::logTouchFailure(saved.folder.error());
   if (!saved.file) {
@@ -173,20 +178,34 @@ FileResult<FileContents> DataFileStore::doRead(const URL& url) const {
   });
 }
 
-DataFileStore::Saved DataFileStore::doSave(const URL& url, platform::DataView value) const {
+DataFileStore::Saved DataFileStore::doSave(const URL& url, platform::DataView value,
+                                           Deadline deadline) const {
   if (value.size() > sizeLimit) {
     return {{}, std::unexpected(FileError(EFBIG, "write", url.path()))};
   }
   // Kept: an existing file is written in place, so a writer that is killed loses the old value;
   // replacing the file instead would break what others hold open and cost 20 times as much.
-  const auto save = [&](const URL& file) {
-    return files().createFile(file, value, LastLink::refused);
+  const auto create = [&] {
+    return onFile(
+        url, [&](const URL& file) { return files().createFile(file, value, LastLink::refused); });
   };
-  Saved saved{{}, onFile(url, save)};
+  const auto save = [&] {
+    auto saved = create();
+    // A reader of another process is removing the file as broken, or was stopped in the middle of
+    // that; he is waited for without the lock, which other files share.
+    while (!saved && saved.error().code() == EAGAIN &&
+           std::chrono::steady_clock::now() < deadline) {
+      const platform::ThreadPool::BlockingScope blocking;
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));
+      saved = create();
+    }
+    return saved;
+  };
+  Saved saved{{}, save()};
   if (saved.file || !saved.file.error().isNoSuchFile()) return saved;
   // Mostly the folder is there: it is looked after only when it seems to be missing.
   saved.folder = files().touchQuietly(url);
-  saved.file = onFile(url, save);
+  saved.file = save();
   return saved;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -89,7 +90,10 @@ class DataFileStore final {
   };
 
   [[nodiscard]] platform::FileResult<platform::FileContents> doRead(const platform::URL& url) const;
-  [[nodiscard]] Saved doSave(const platform::URL& url, platform::DataView value) const;
+  using Deadline = std::chrono::steady_clock::time_point;
+
+  [[nodiscard]] Saved doSave(const platform::URL& url, platform::DataView value,
+                             Deadline deadline) const;
   [[nodiscard]] platform::FileResult<void> doPurge(const platform::URL& url) const;
   template <class Operation>
   auto onFile(const platform::URL& url, Operation operation) const;

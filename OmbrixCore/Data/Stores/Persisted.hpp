@@ -38,17 +38,18 @@ class Persisted final : public platform::PublisherOperators<Persisted<T>, T, pla
   void flush() const { store_.flush(); }
 
   /// Lets the closure change a copy of the value and sets it then, also when the closure throws.
-  /// Changes that others make meanwhile are lost. The value is set by a destructor: a subscriber
-  /// that throws when it is published ends the program.
+  /// Changes that others make meanwhile are lost. Where the file could not be read (the log says
+  /// so), the copy is the default, and what becomes of it takes the file's place.
   template <class Closure>
   void modifyWrappedValue(Closure&& closure) const {
-    struct Access {
-      const Persisted& property;
-      T value;
-      ~Access() { property.setWrappedValue(std::move(value)); }
-    };
-    Access access{*this, wrappedValue()};
-    std::invoke(std::forward<Closure>(closure), access.value);
+    T value = wrappedValue();
+    try {
+      std::invoke(std::forward<Closure>(closure), value);
+    } catch (...) {
+      setWrappedValue(std::move(value));
+      throw;
+    }
+    setWrappedValue(std::move(value));
   }
 
   /// The property's values, beginning with the current one, which is the default until the first

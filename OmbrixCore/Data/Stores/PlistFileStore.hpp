@@ -51,12 +51,12 @@ class PlistFileStore final {
         detail::logIfUnreadable(backingDiskStore_.fileURL(), error);
         return {.value = {}, .hasFailed = true};
       } catch (const std::exception& error) {
-        if (detail::logIfUnreadable(backingDiskStore_.fileURL(), error)) break;
+        if (detail::logIfUnreadable(backingDiskStore_.fileURL(), error)) return {};
         detail::logItemStore("value", "Data: Error reading plist for store, deleting: ", error);
       }
-      if (backingDiskStore_.purge(*contents)) break;
+      if (backingDiskStore_.purge(*contents)) return {};
     }
-    return {};
+    return {.value = {}, .hasFailed = true};  // somebody is writing it
   }
 
   /// Writes the value, or removes the file for nothing. What cannot be encoded leaves the file as

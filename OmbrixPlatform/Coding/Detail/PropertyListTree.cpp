@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Coding/Detail/PropertyListTree.hpp"
 
 #include "OmbrixPlatform/Coding/Detail/Numbers.hpp"
+#include "OmbrixPlatform/Coding/Detail/PathCost.hpp"
 #include "OmbrixPlatform/Coding/Streams/BinaryPropertyListWriter.hpp"
 
 namespace ombrix::platform::detail {
@@ -33,6 +34,15 @@ std::optional<T> copyOf(const T* value) {
   return value == nullptr ? std::nullopt : std::optional<T>{*value};
 }
 
+/// A long key above many values makes their paths long: work stays in proportion to the document.
+void charge(const PropertyListTree::Document& document, const CodingPath& path) {
+  try {
+    document.allowance.spend(pathCost(path));
+  } catch (const PropertyListSizeError& error) {
+    throw DecodingError::tooLarge(error.what(), path);
+  }
+}
+
 // A real number that is a whole one also reads as an integer.
 template <class T>
 std::optional<T> wholeOf(std::optional<T> value, const PropertyList& plist) {
@@ -44,24 +54,34 @@ std::optional<T> wholeOf(std::optional<T> value, const PropertyList& plist) {
 
 bool PropertyListTree::isNull(const Document&, Cursor value) { return isNullText(*value); }
 
-OrderedDictionary<const PropertyList*> PropertyListTree::entries(const Document&, Cursor value,
+OrderedDictionary<const PropertyList*> PropertyListTree::entries(const Document& document,
+                                                                 Cursor value,
                                                                  const CodingPath& path) {
+  charge(document, path);
   if (value->dictionary() == nullptr) mismatch("a dictionary", *value, path);
   OrderedDictionary<Cursor> entries;
   for (const auto& [key, entry] : *value->dictionary()) entries.set(key, &entry);
   return entries;
 }
 
-std::vector<const PropertyList*> PropertyListTree::items(const Document&, Cursor value,
+std::vector<const PropertyList*> PropertyListTree::items(const Document& document, Cursor value,
                                                          const CodingPath& path) {
+  charge(document, path);
   if (value->array() == nullptr) mismatch("an array", *value, path);
   std::vector<Cursor> items;
   for (const PropertyList& item : *value->array()) items.push_back(&item);
   return items;
 }
 
-CodingPrimitive PropertyListTree::primitive(const Document&, Cursor cursor,
+PropertyList PropertyListTree::tree(const Document& document, Cursor value,
+                                    const CodingPath& path) {
+  charge(document, path);
+  return *value;
+}
+
+CodingPrimitive PropertyListTree::primitive(const Document& document, Cursor cursor,
                                             CodingPrimitiveKind kind, const CodingPath& path) {
+  charge(document, path);
   const PropertyList& value = *cursor;
   switch (kind) {
     case CodingPrimitiveKind::boolean:

@@ -5,6 +5,7 @@
 #include "OmbrixPlatform/Coding/Detail/TreeDecoder.hpp"
 #include "OmbrixPlatform/Coding/Detail/TreeEncoder.hpp"
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
+#include "OmbrixPlatform/Coding/Streams/BinaryPropertyListView.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -17,6 +18,7 @@ struct PropertyListTree {
   struct Document {
     PropertyList root;
     CodingUserInfo info;
+    mutable BinaryPropertyListView::Allowance allowance;
     [[nodiscard]] const CodingUserInfo& userInfo() const noexcept { return info; }
   };
   using Cursor = const PropertyList*;
@@ -28,7 +30,7 @@ struct PropertyListTree {
   static std::vector<Cursor> items(const Document&, Cursor value, const CodingPath& path);
   static CodingPrimitive primitive(const Document&, Cursor value, CodingPrimitiveKind kind,
                                    const CodingPath& path);
-  static PropertyList tree(const Document&, Cursor value, const CodingPath&) { return *value; }
+  static PropertyList tree(const Document& document, Cursor value, const CodingPath& path);
   static PropertyList null();
   static PropertyList primitive(const CodingPrimitive& value, const Options& options,
                                 const CodingPath& path);

@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Coding/Streams/BinaryPropertyListReader.hpp"
 
 #include "OmbrixPlatform/Coding/Detail/Numbers.hpp"
+#include "OmbrixPlatform/Coding/Detail/PathCost.hpp"
 #include "OmbrixPlatform/Coding/Detail/PropertyListTree.hpp"
 #include "OmbrixPlatform/Coding/Streams/BinaryPropertyListWriter.hpp"
 
@@ -288,7 +289,7 @@ struct Objects {
     try {
       // References in a circle end here.
       if (path.size() >= static_cast<std::size_t>(kMaxPropertyListDepth)) tooDeep();
-      document.allowance.spend(Allowance::kVisitCost + Allowance::kPathCost * path.size());
+      document.allowance.spend(detail::pathCost(path));
       BinaryPropertyListReader reader(document, object, path);
       return read(reader);
     } catch (const PropertyListSizeError& error) {
@@ -330,7 +331,7 @@ std::shared_ptr<Decoder> BinaryPropertyListReader::decoder() {
   }
   static_cast<void>(object());  // what cannot be read at all is told at once
   const CodingPath path = codingPath();
-  allowance_.spend(Allowance::kDecoderCost + Allowance::kPathCost * path.size());
+  allowance_.spend(Allowance::kDecoderCost + detail::pathCost(path));
   return detail::makeTreeDecoder<Objects>(document_, current_, path);
 }
 

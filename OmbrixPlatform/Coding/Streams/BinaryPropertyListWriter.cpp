@@ -6,6 +6,7 @@
 #include <limits>
 #include <utility>
 
+#include "OmbrixPlatform/Coding/Detail/PathCost.hpp"
 #include "OmbrixPlatform/Coding/Detail/PropertyListTree.hpp"
 #include "OmbrixPlatform/Coding/Streams/BinaryPropertyListView.hpp"
 #include "OmbrixPlatform/Detail/Utf.hpp"
@@ -253,13 +254,27 @@ void BinaryPropertyListWriter::emitContainer(Data& out, const Container& contain
   }
 }
 
+namespace {
+
+/// What decoders of a value and of all in it are charged at most.
+std::uint64_t decoderCost(const PropertyList& value, std::uint64_t steps, std::uint64_t keyBytes) {
+  constexpr std::uint64_t kOperations = 4;  // on one value
+  std::uint64_t cost = BinaryPropertyListView::Allowance::kDecoderCost +
+                       kOperations * detail::pathCost(steps, keyBytes);
+  if (const auto* items = value.array()) {
+    for (const PropertyList& item : *items) cost += decoderCost(item, steps + 1, keyBytes);
+  } else if (const auto* entries = value.dictionary()) {
+    for (const auto& [name, item] : *entries) {
+      cost += decoderCost(item, steps + 1, keyBytes + name.size());
+    }
+  }
+  return cost;
+}
+
+}  // namespace
+
 void BinaryPropertyListWriter::propertyList(const PropertyList& value) {
   using Allowance = BinaryPropertyListView::Allowance;
-  if (isForDecoders_) {
-    constexpr std::uint64_t kOperations = 4;  // on one value
-    decoderBytes_ += Allowance::kDecoderCost +
-                     kOperations * (Allowance::kVisitCost + Allowance::kPathCost * open_.size());
-  }
   const auto itemBytes = [this](std::size_t inTree) {
     return isForDecoders_ ? std::max<std::size_t>(Allowance::kDecoderCost, inTree) : inTree;
   };
@@ -298,8 +313,11 @@ void BinaryPropertyListWriter::propertyList(const PropertyList& value) {
 void BinaryPropertyListWriter::writeWith(void (*encode)(Encoder&, const void*), const void* value) {
   static const CodingUserInfo* const kNone = new CodingUserInfo;
   const detail::PropertyListCodingOptions options{userInfo_ == nullptr ? *kNone : *userInfo_};
-  const auto tree =
-      detail::encodeTree<detail::PropertyListTree>(options, codingPath(), encode, value);
+  const CodingPath path = codingPath();
+  const auto tree = detail::encodeTree<detail::PropertyListTree>(options, path, encode, value);
+  std::uint64_t keyBytes = 0;
+  for (const CodingKey& key : path) keyBytes += key.stringValue.size();
+  decoderBytes_ += decoderCost(tree, open_.size(), keyBytes);
   isForDecoders_ = true;
   propertyList(tree);
   isForDecoders_ = false;

@@ -94,13 +94,20 @@ class Draft {
         PropertyList(PropertyList::Dictionary{{"epoch", epoch}, {"revision", revision}}));
   }
 
-  /// Leaves a change of this device to be sent, after all that waits already.
-  void leave(std::string_view key, const std::string& id, std::optional<PropertyList> value) {
+  /// Leaves a change of this device to be sent, after all that waits already or before.
+  void leave(std::string_view key, const std::string& id, std::optional<PropertyList> value,
+             bool isFirst) {
     nameDevice();
     Entry device(find(kDeviceMark, ""));
-    const std::int64_t order = integerIn(device.list(), "order") + 1;
+    std::int64_t order = integerIn(device.list(), "order") + 1;
     device.set("order", order);
     set(kDeviceMark, "", device.list());
+    if (isFirst) {
+      for (const auto& other : keys(kPendingMark)) {
+        const PropertyList* entry = find(kPendingMark, other);
+        if (entry != nullptr) order = std::min(order, integerIn(*entry, "order") - 1);
+      }
+    }
     const PropertyList* waiting = find(kPendingMark, key);
     Entry entry(waiting);
     if (waiting == nullptr) {
@@ -222,13 +229,17 @@ CloudMirror::Outcome CloudMirror::flush() {
   const ThreadPool::BlockingScope blocking;
   const std::lock_guard working(fileMutex_);
   std::vector<Unwritten> batch;
+  std::string first;
   {
     const std::lock_guard lock(mutex_);
     batch = unwritten_;
+    first = sending_;
   }
   if (batch.empty()) return {};
   auto outcome = update(IfUnsaved::undo, Source::here, [&](Draft& draft) {
-    for (const Unwritten& change : batch) draft.leave(change.key, change.id, change.value);
+    for (const Unwritten& change : batch) {
+      draft.leave(change.key, change.id, change.value, change.id == first);
+    }
   });
   const std::lock_guard lock(mutex_);
   isStuck_ = !outcome.isSaved;
@@ -244,8 +255,26 @@ bool CloudMirror::isFlushed() const {
   return unwritten_.empty();
 }
 
+void CloudMirror::sending(const Pending& pending) {
+  const std::lock_guard lock(mutex_);
+  isSentAgain_ = std::exchange(sending_, pending.id) == pending.id;
+}
+
+void CloudMirror::notTaken() {
+  const std::lock_guard lock(mutex_);
+  if (!isSentAgain_) sending_.clear();
+}
+
+bool CloudMirror::isSendingFromMemory() const {
+  const std::lock_guard lock(mutex_);
+  return findSending() != unwritten_.end();
+}
+
 std::optional<CloudMirror::Pending> CloudMirror::nextPending() const {
   const std::lock_guard lock(mutex_);
+  if (const auto sent = findSending(); sent != unwritten_.end()) {
+    return Pending{sent->key, sent->value, sent->id, integerIn(device_, "order") + 1};
+  }
   const auto first = std::ranges::min_element(
       pending_, {}, [](const auto& entry) { return integerIn(entry.value, "order"); });
   if (first != pending_.end()) return pendingFrom(first->key, first->value);
@@ -385,6 +414,10 @@ void CloudMirror::look(DictionaryFile::Look how, Outcome& outcome) {
 std::vector<CloudMirror::Unwritten>::const_iterator CloudMirror::findUnwritten(
     std::string_view key) const {
   return std::ranges::find(unwritten_, key, &Unwritten::key);
+}
+
+std::vector<CloudMirror::Unwritten>::const_iterator CloudMirror::findSending() const {
+  return std::ranges::find(unwritten_, sending_, &Unwritten::id);
 }
 
 /// With both locks held.

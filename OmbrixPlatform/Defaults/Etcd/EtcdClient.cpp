@@ -121,7 +121,11 @@ class EtcdClient::WatchDelegate final : public URLSessionDelegate {
       return finish(std::nullopt);
     }
     // What is no line of a watch is a refusal.
-    if (!error && !line_.empty()) return finish(EtcdMessages::error(bytesOf(line_)));
+    if (!error && !line_.empty()) {
+      auto refusal = EtcdMessages::error(bytesOf(line_));
+      if (refusal.message.empty()) refusal.message = "the watch was answered as no etcd does";
+      return finish(std::move(refusal));
+    }
     finish(EtcdError{error ? error->what() : "the server has ended the watch"});
   }
 

@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <utility>
@@ -53,6 +54,13 @@ EtcdError errorOf(std::int64_t code, std::string text) {
     if (text.contains(row.part)) return {std::move(text), row.kind};
   }
   return {std::move(text), code == kUnauthenticated ? wantsLogin : other};
+}
+
+/// A server's text as it may stand in a log or on a terminal.
+std::string shown(std::string text) {
+  text.resize(std::min(text.size(), kLongestErrorText));
+  std::ranges::replace_if(text, [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
+  return text;
 }
 
 std::int64_t integerOf(const JSON& json) {
@@ -178,10 +186,10 @@ EtcdError EtcdMessages::error(DataView answer) {
         error.dictionary() != nullptr ? error["message"].stringValue() : error.stringValue();
     const std::int64_t code =
         integerOf(details["code"].isNull() ? details["grpc_code"] : details["code"]);
-    if (!text.empty()) return errorOf(code, text);
+    if (!text.empty()) return errorOf(code, shown(text));
   } catch (const JSONError&) {
   }
-  return {std::string(textOf(answer).substr(0, kLongestErrorText))};
+  return {};  // of whatever it is, nothing is shown
 }
 
 std::optional<EtcdKeyValue> EtcdMessages::keyValue(const JSON& json, bool isRemoval) const {

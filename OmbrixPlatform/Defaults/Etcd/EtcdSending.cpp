@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Detail/MadeFile.hpp"
+#include "OmbrixPlatform/Files/FileError.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -46,7 +47,8 @@ EtcdSending::EtcdSending(Passkey, std::shared_ptr<CloudMirror> mirror,
 
 void EtcdSending::poke(const std::shared_ptr<EtcdClient>& client) {
   client_ = client;
-  if (!isWaiting_) next();
+  if (!isWaiting_) return next();
+  if (!mirror_->isSendingFromMemory()) endTurn();  // any more
 }
 
 void EtcdSending::sendNow(const std::shared_ptr<EtcdClient>& client) {
@@ -81,6 +83,7 @@ void EtcdSending::next() {
   // Under a name that is forgotten a change could be made twice.
   if (device.empty()) return failed({"the device's name for the cloud cannot be kept"});
   isSending_ = true;
+  mirror_->sending(*pending);
   client_->change(*pending, device, markRevision_,
                   [self = shared_from_this(),
                    pending = *pending](const std::expected<EtcdChangeResult, EtcdError>& answer) {
@@ -89,13 +92,18 @@ void EtcdSending::next() {
                   });
 }
 
-/// Whether this process may send now. Where no file can be made, no other process leaves changes.
+/// Whether this process may send now. On a disk that takes no file no other process leaves changes.
 bool EtcdSending::takeTurn() {
   turnTimer_.cancel();
   while (!turn_) {
     // Opened to read: closing what was opened to write tells the others that a turn has ended.
     auto file = openOrMakeFile(turnFile_.string(), O_RDONLY);
-    if (!file) return true;
+    if (!file) {
+      if (errno == ENOSPC || errno == EDQUOT || errno == EROFS || errno == EACCES) return true;
+      const FileError error(errno, "open", turnFile_.string());
+      failed({std::string("the device's turn to send cannot be taken: ") + error.what()});
+      return false;
+    }
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
       missTurn();
       return false;
@@ -109,7 +117,7 @@ bool EtcdSending::takeTurn() {
 void EtcdSending::endTurn() {
   if (!turn_) return;
   // Closed last, which tells the others, who come at once.
-  const auto news = openFile(turnFile_.string(), O_WRONLY | O_NOFOLLOW);
+  const auto news = openFile(turnFile_.string(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK);
   ::flock(turn_.get(), LOCK_UN);
   turn_.reset();
 }
@@ -131,6 +139,7 @@ void EtcdSending::askForTurn() {
 void EtcdSending::answered(const CloudMirror::Pending& pending,
                            const std::expected<EtcdChangeResult, EtcdError>& answer) {
   const bool isRefused = !answer && answer.error().kind == EtcdError::Kind::tooLarge;
+  if (!answer && answer.error().kind != EtcdError::Kind::other) mirror_->notTaken();
   if (!answer && !isRefused) return failed(answer.error());
   if (answer) markRevision_ = answer->markRevision;
   if (answer && !answer->revision) {
@@ -158,7 +167,7 @@ void EtcdSending::answered(const CloudMirror::Pending& pending,
 
 void EtcdSending::failed(const EtcdError& error) {
   attempts_ = 0;
-  endTurn();
+  if (!mirror_->isSendingFromMemory()) endTurn();
   isWaiting_ = true;
   retry_ = later(delay_, &EtcdSending::retry);
   delay_ = std::min(delay_ * 2, kLongestDelay);

@@ -12,8 +12,7 @@ namespace {
 EtcdConfiguration checked(EtcdConfiguration configuration) {
   const auto scheme = configuration.endpoint.scheme();
   if ((scheme != "http" && scheme != "https") || !configuration.endpoint.host()) {
-    throw Error("the cloud store's address is neither an http nor an https URL: " +
-                configuration.endpoint.absoluteString());
+    throw Error("the cloud store's address is neither an http nor an https URL");
   }
   if (configuration.domain.empty() || configuration.domain.contains('/')) {
     throw Error("the cloud store's domain cannot be a file name: \"" + configuration.domain + "\"");
@@ -48,6 +47,7 @@ class EtcdUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   PropertyList::Dictionary dictionaryRepresentation() const override { return sync_->values(); }
 
   bool synchronize() override { return sync_->synchronize(); }
+  bool isKept() const override { return sync_->isKept(); }
 
   void close() override { sync_->closeAndWait(); }
 

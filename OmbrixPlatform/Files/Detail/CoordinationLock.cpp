@@ -81,8 +81,11 @@ Descriptor openLockFile(const std::string& path) {
   Descriptor file = openOrMakeFile(path, O_RDWR);
   if (file || errno != ENOENT) return file;
   const auto folder = std::filesystem::path(path).parent_path();
-  (void)FileManager::defaultManager().createDirectory(URL::fileURL(folder.string(), true), true);
-  return openOrMakeFile(path, O_RDWR);
+  const auto made =
+      FileManager::defaultManager().createDirectory(URL::fileURL(folder.string(), true), true);
+  if (made) return openOrMakeFile(path, O_RDWR);
+  errno = made.error().code();
+  return {};
 }
 
 enum class Currency : std::uint8_t { current, replaced, gone, unknown };

@@ -43,6 +43,12 @@ FilePresenterRegistry::State FilePresenterRegistry::stamp(const std::string& pat
   return found;
 }
 
+void FilePresenterRegistry::enterChild() {
+  std::construct_at(&mutex_);  // a thread of the parent may have been at it
+  std::construct_at(&items_);
+  count_ = 0;
+}
+
 void FilePresenterRegistry::add(const std::shared_ptr<NSFilePresenter>& presenter) {
   const auto url = presenter->presentedItemURL();
   if (!url) return;

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
 #include "OmbrixPlatform/Files/NSFilePresenter.hpp"
 #include "OmbrixPlatform/Locks/Mutex.hpp"
@@ -21,7 +22,8 @@ namespace ombrix::platform::detail {
 /// Own writes are announced by the coordinator; the kernel's folder events announce everybody's.
 /// To tell them apart, the state in which an own write left the file is kept, with a modification
 /// time set to the nanosecond: an event that finds the file in that state is our own. An access
-/// that leaves the file in the state in which it found it has written nothing. Any thread.
+/// that leaves the file in the state in which it found it has written nothing. A forked child, to
+/// which nothing is announced, begins with no presenters. Any thread.
 class FilePresenterRegistry {
  public:
   /// The one of the process; never destroyed.
@@ -62,10 +64,12 @@ class FilePresenterRegistry {
   static void tell(const Told& presenters, const NSFilePresenter* writer = nullptr);
   void removeIfUnused(Items::iterator item, std::vector<Item>& unused) OMBRIX_REQUIRES(mutex_);
   void noticed(const std::string& path, bool isCertain);
+  void enterChild() OMBRIX_NO_THREAD_SAFETY_ANALYSIS;
 
   std::atomic<std::size_t> count_{0};  // of items: writers look here first
   Mutex mutex_;
   Items items_ OMBRIX_GUARDED_BY(mutex_);
+  const ForkHandler onFork_{[this] { enterChild(); }};
 };
 
 /// A path as the locks and the registry know it: its links resolved, as far as they exist.

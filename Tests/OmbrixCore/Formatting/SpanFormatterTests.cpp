@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <limits>
+#include <map>
 #include <thread>
 #include <vector>
 
@@ -18,8 +19,6 @@ using platform::FormatterObject;
 using platform::NSCalendarUnit;
 using platform::NSDateComponents;
 using testing::ScopedSettings;
-using UnitsStyle = platform::NSDateComponentsFormatterUnitsStyle;
-using ZeroFormattingBehavior = platform::NSDateComponentsFormatterZeroFormattingBehavior;
 
 constexpr auto kDay = NSCalendarUnit::day, kHour = NSCalendarUnit::hour;
 constexpr auto kMinute = NSCalendarUnit::minute, kSecond = NSCalendarUnit::second;
@@ -31,7 +30,8 @@ struct Case {
   const char *metric, *imperial, *timer;
 };
 
-// Catches a unit allowed or a zero dropped that should not be, for each smallest unit.
+// Catches a unit allowed or a zero dropped that should not be, for each smallest unit, and a
+// setting that is left over from the call before.
 TEST(SpanFormatterTests, WritesDurationsAndTimers) {
   const Case cases[] = {
       {kSecond, 0, "0S", "0S", "0"},
@@ -58,12 +58,15 @@ TEST(SpanFormatterTests, WritesDurationsAndTimers) {
   for (const char* system : {"kilometers", "british", "", "miles"}) {
     const ScopedSettings settings(system);
     const bool isMetric = std::string_view(system) != "miles";
+    std::map<NSCalendarUnit, OmbrixDurationFormatter> durations;
+    OmbrixTimerFormatter timer(kDay);
+    EXPECT_EQ(OmbrixDurationFormatter(kDay).distinctMinVsMeters(), isMetric);
     for (const Case& test : cases) {
       const auto line = &test - cases;
-      OmbrixDurationFormatter duration(test.minimum);
-      EXPECT_EQ(duration.distinctMinVsMeters(), isMetric);
+      timer.setMinimumComponent(test.minimum);
+      auto& duration = durations.try_emplace(test.minimum, test.minimum).first->second;
       EXPECT_EQ(duration.string(test.object), isMetric ? test.metric : test.imperial) << line;
-      EXPECT_EQ(OmbrixTimerFormatter(test.minimum).string(test.object), test.timer) << line;
+      EXPECT_EQ(timer.string(test.object), test.timer) << line;
     }
   }
 }
@@ -95,25 +98,6 @@ TEST(SpanFormatterTests, TakesComponentsAndNumbersThatFit) {
   for (const double number : {0x1p63, -0x1.8p63, std::nan(""), 1 / 0.0}) {
     EXPECT_DEATH(timer.string(number), "fits no 64-bit integer") << number;
   }
-}
-
-// Catches a setting left over from an earlier call, or put back after one.
-TEST(SpanFormatterTests, EachCallSetsThePlatformFormatterAnew) {
-  const ScopedSettings kilometers("kilometers");
-  OmbrixDurationFormatter duration(kMinute);
-  duration.string(3'000);
-  EXPECT_EQ(duration.unitsStyle(), UnitsStyle::shortStyle);
-  EXPECT_EQ(duration.zeroFormattingBehavior(), ZeroFormattingBehavior::dropLeading);
-  duration.string(3'900);
-  EXPECT_EQ(duration.unitsStyle(), UnitsStyle::abbreviated);
-  EXPECT_EQ(duration.zeroFormattingBehavior(), ZeroFormattingBehavior::defaultBehavior);
-  EXPECT_EQ(duration.allowedUnits(), kHour | kMinute);
-
-  OmbrixTimerFormatter timer(kSecond);
-  EXPECT_EQ(timer.string(3'725), "1:02:05");
-  timer.setMinimumComponent(kMinute);
-  EXPECT_EQ(timer.string(3'725), "1:02");
-  EXPECT_TRUE(timer.collapsesLargestUnit());
 }
 
 // Catches unit letters styled with the attributes that are to be ignored.

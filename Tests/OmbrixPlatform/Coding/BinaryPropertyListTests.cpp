@@ -214,6 +214,16 @@ std::optional<DecodingError::Kind> refusalOf(const Data& file) {
   }
 }
 
+/// A value that codes itself, by one text.
+struct Label {
+  std::string text;
+  static Label decode(Decoder& decoder) {
+    return {decoder.singleValueContainer()->decode<std::string>()};
+  }
+  void encode(Encoder& encoder) const { encoder.singleValueContainer()->encode(text); }
+  bool operator==(const Label&) const = default;
+};
+
 // Catches work or memory out of proportion to a file whose many references lead to one object, in
 // whatever way a type goes through them: were it not bounded, this test would not end.
 TEST(BinaryPropertyListTests, RepeatedReferencesAreBounded) {
@@ -240,17 +250,18 @@ TEST(BinaryPropertyListTests, RepeatedReferencesAreBounded) {
       fileOf({array(1), array(2), dictionary(3, 4), bytes({0x50}), bytes({0x09})}, 4, 2);
   EXPECT_EQ((refusalOf<std::vector<std::vector<Wide>>>(keys)), kTooLarge) << "skipped entries";
   EXPECT_EQ((refusalOf<std::vector<std::vector<std::map<std::string, bool>>>>(keys)), kTooLarge);
+  // A key that stands in the paths to many values.
+  const std::string key(1'000'000, 'k');
+  const Data below =
+      fileOf({bytes({0xD1, 0, 1, 0, 2}), bytes({0x5F, 0x12, 0, 0x0F, 0x42, 0x40}) + key, array(3),
+              array(4), bytes({0x51}) + "x"},
+             4, 2);
+  EXPECT_EQ((refusalOf<std::map<std::string, std::vector<std::vector<Label>>>>(below)), kTooLarge);
+  std::string xml = "<plist><dict><key>" + key + "</key><array>";
+  for (int i = 0; i < 50'000; ++i) xml += "<string>x</string>";
+  xml += "</array></dict></plist>";
+  EXPECT_EQ((refusalOf<std::map<std::string, std::vector<Label>>>(dataFrom(xml))), kTooLarge);
 }
-
-/// A value that codes itself, by one text.
-struct Label {
-  std::string text;
-  static Label decode(Decoder& decoder) {
-    return {decoder.singleValueContainer()->decode<std::string>()};
-  }
-  void encode(Encoder& encoder) const { encoder.singleValueContainer()->encode(text); }
-  bool operator==(const Label&) const = default;
-};
 
 // Catches a value that is written and then refused, because much of it is equal or empty.
 TEST(BinaryPropertyListTests, WhatIsEqualComesBack) {

@@ -158,6 +158,39 @@ TEST_F(CloudMirrorTests, WhatCannotBeWrittenStandsAboveTheFileAndHarmsNothingInI
             (PropertyList::Dictionary{{"sent", "1"}, {"theirs", "2"}, {"units", "mine"}}));
 }
 
+// Catches a change that was sent from memory, without an answer, and is made twice, since another
+// process of the device sends in between and the server forgets it.
+TEST_F(CloudMirrorTests, WhatTheServerMayHaveIsSettledFirst) {
+  CloudMirror other(dir.path() / "cloud.plist");
+  const auto inTheWay = dir.path() / ".cloud.plist.new";
+  for (const bool isRefused : {true, false}) {
+    std::filesystem::create_directory(inTheWay);
+    mirror.set("mine", "1");
+    EXPECT_FALSE(mirror.flush().isSaved);
+    const auto sent = mirror.nextPending();
+    ASSERT_TRUE(sent);
+    mirror.sending(*sent);
+    EXPECT_TRUE(mirror.isSendingFromMemory());
+    if (isRefused) mirror.notTaken();
+    std::filesystem::remove(inTheWay);
+    other.set("theirs", "2");
+    EXPECT_TRUE(other.flush().isSaved);
+    const std::string first = isRefused ? "theirs" : "mine";
+    EXPECT_TRUE(mirror.refresh().errors.empty());
+    EXPECT_EQ(mirror.nextPending()->key, first);
+    if (!isRefused) {
+      mirror.sending(*sent);
+      mirror.notTaken();  // the second time
+    }
+    EXPECT_EQ(mirror.isSendingFromMemory(), !isRefused);
+    EXPECT_TRUE(mirror.flush().isSaved);
+    EXPECT_FALSE(mirror.isSendingFromMemory());
+    EXPECT_TRUE(other.refresh().errors.empty());
+    EXPECT_EQ(other.nextPending()->key, first);
+    while (const auto pending = other.nextPending()) other.sent(*pending, 0);
+  }
+}
+
 // Catches a server that was set up anew and is not believed, since it counts from the beginning.
 TEST_F(CloudMirrorTests, AServerThatCountsFromTheBeginningIsBelieved) {
   mirror.take(EtcdSnapshot{{{"units", "miles", 40}, {"gone", 1, 41}}, 50}, mirror.position());

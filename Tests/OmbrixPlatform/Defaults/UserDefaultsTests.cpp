@@ -3,6 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <barrier>
+#include <thread>
+
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
@@ -149,6 +153,34 @@ TEST_F(UserDefaultsTests, OthersChangesAreAnnouncedOnceWhateverHappensToTheFile)
   const auto bytes = PropertyListSerialization::write(PropertyList::Dictionary{{"a", "4"}});
   dir.write("config/test.plist", textOf(bytes));  // in place
   EXPECT_THAT(told.takeOnce("did end"), ElementsAre("will a", "did a 4", "did end"));
+}
+
+// Catches a value that is set back in the middle of another thread's change, and of which nobody
+// is told.
+TEST_F(UserDefaultsTests, ThreadsThatSetAtOnceAreAllTold) {
+  const auto defaults = open();
+  std::atomic<int> told = 0;
+  const auto token = defaults->observe("n", none, [&told](const auto&) { ++told; });
+  std::barrier together(2);
+  constexpr int kRounds = 500;
+  std::jthread other([&] {
+    for (int i = 0; i < kRounds; ++i) {
+      together.arrive_and_wait();
+      together.arrive_and_wait();
+      defaults->setObject(1, "n");
+      together.arrive_and_wait();
+    }
+  });
+  for (int i = 0; i < kRounds; ++i) {
+    together.arrive_and_wait();
+    defaults->setObject(0, "n");
+    told = 0;
+    together.arrive_and_wait();
+    defaults->setObject(0, "n");
+    together.arrive_and_wait();
+    // To 1, or there and back.
+    EXPECT_EQ(told, defaults->integerForKey("n") == 1 ? 1 : 2);
+  }
 }
 
 // Catches a value of this process that another one's older change undoes before it is in the file,

@@ -30,6 +30,28 @@ using testing::ChildProcess;
 using Reading = NSFileCoordinator::ReadingOptions;
 using Writing = NSFileCoordinator::WritingOptions;
 
+/// Counts what it is told, on the pool.
+class Presenter final : public NSFilePresenter {
+ public:
+  explicit Presenter(URL url, const NSFilePresenter* represented = nullptr)
+      : url_(std::move(url)), represented_(represented != nullptr ? represented : this) {}
+  std::optional<URL> presentedItemURL() const override { return url_; }
+  std::shared_ptr<NSOperationQueue> presentedItemOperationQueue() const override { return nullptr; }
+  bool represents(const NSFilePresenter& presenter) const override {
+    return &presenter == represented_;
+  }
+  void presentedItemDidChange() override { told_.release(); }
+
+  bool isTold(std::chrono::steady_clock::duration within = 30s) {
+    return told_.try_acquire_for(within);
+  }
+
+ private:
+  const URL url_;
+  const NSFilePresenter* const represented_;
+  std::counting_semaphore<> told_{0};
+};
+
 class FileCoordinatorTests : public ::testing::Test {
  protected:
   FileCoordinatorTests() { fs::create_directory(dir_.path() / "data"); }
@@ -258,6 +280,30 @@ TEST_F(FileCoordinatorTests, AForkedChildLeavesItsParentsAccess) {
   EXPECT_FALSE(isLocked());
 }
 
+// Catches a child that waits for the presenters, since a thread of its parent was at them.
+TEST_F(FileCoordinatorTests, AForkedChildWrites) {
+  if (testing::kUnderSanitizer) GTEST_SKIP() << "their allocators are held at a fork";
+  const auto presenter = std::make_shared<Presenter>(url("a"));
+  NSFileCoordinator::addFilePresenter(presenter);
+  std::jthread writer([&](const std::stop_token& stop) {
+    while (!stop.stop_requested()) write(url("a"), "text", presenter);
+  });
+  for (int i = 0; i < 200; ++i) {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::alarm(30);
+      const auto written =
+          coordinator().coordinateWritingItemAtURL(url("b"), Writing::none, [](const URL&) {});
+      ::_exit(written ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_EQ(status, 0) << i;
+  }
+  writer = {};
+  NSFileCoordinator::removeFilePresenter(presenter);
+}
+
 // Catches a lock that outlives its killed holder, an exception that keeps it, lock files that pile
 // up or lie among the data, and a lock folder that is not made anew.
 TEST_F(FileCoordinatorTests, NothingStaysBehind) {
@@ -280,28 +326,6 @@ TEST_F(FileCoordinatorTests, NothingStaysBehind) {
   fs::remove_all(dir_.path() / "locks");
   write(url("a"), "x");
 }
-
-/// Counts what it is told, on the pool.
-class Presenter final : public NSFilePresenter {
- public:
-  explicit Presenter(URL url, const NSFilePresenter* represented = nullptr)
-      : url_(std::move(url)), represented_(represented != nullptr ? represented : this) {}
-  std::optional<URL> presentedItemURL() const override { return url_; }
-  std::shared_ptr<NSOperationQueue> presentedItemOperationQueue() const override { return nullptr; }
-  bool represents(const NSFilePresenter& presenter) const override {
-    return &presenter == represented_;
-  }
-  void presentedItemDidChange() override { told_.release(); }
-
-  bool isTold(std::chrono::steady_clock::duration within = 30s) {
-    return told_.try_acquire_for(within);
-  }
-
- private:
-  const URL url_;
-  const NSFilePresenter* const represented_;
-  std::counting_semaphore<> told_{0};
-};
 
 // Catches a presenter that is told of its own writes (or of writes to other files), one that is not
 // told of others' in this process or another, coordinated or not, and calls after its removal.

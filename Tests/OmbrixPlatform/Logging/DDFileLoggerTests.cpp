@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Logging/DDFileLogger.hpp"
 
 #include <sys/resource.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <chrono>
@@ -56,6 +57,19 @@ TEST(DDFileLoggerTests, AnOldFileIsFollowedByANewOneAndTheOldestGo) {
   EXPECT_EQ(oldest.fileName(), "skier-2024-05-15T10-30-30.250Z.log");
   EXPECT_EQ(oldest.creationDate, kStart + days{14});
   EXPECT_EQ(std::distance(fs::directory_iterator(dir.path() / "app" / "Logs"), {}), 5 + 2);
+}
+
+// Catches a pipe or folder by the name of a log, on which every program that logs, or shows the
+// log, waits for ever.
+TEST(DDFileLoggerTests, WhatIsNoFileIsNoLog) {
+  const testing::ScopedDir dir;
+  ASSERT_EQ(::mkfifo((dir.path() / "skier-2030-01-01T00-00-00.000Z.log").c_str(), 0600), 0);
+  fs::create_directory(dir.path() / "skier-2031-01-01T00-00-00.000Z.log");
+  const auto logger = fileLoggerIn(dir.path());
+  ASSERT_TRUE(logger->logFileManager()->sortedLogFileInfos().empty());
+  logger->log(messageAt(kStart, "text"));
+  logger->flush();
+  EXPECT_THAT(contentsOfFiles(*logger), ElementsAre("text\n"));
 }
 
 // Catches a program start that needlessly begins a new file, or goes on with an unfit one.

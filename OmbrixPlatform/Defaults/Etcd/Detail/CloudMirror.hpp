@@ -71,8 +71,21 @@ class CloudMirror {
   [[nodiscard]] bool isFlushed() const;
 
   /// What has waited longest, as far as this process has looked; nothing when everything is sent.
-  /// What could not be left in the file comes last.
+  /// What could not be left in the file comes last, but first once it is being sent.
   [[nodiscard]] std::optional<Pending> nextPending() const;
+
+  /// A change is being sent: from now on the server may have it. The server remembers the device's
+  /// last change only, so one that is in memory alone stands before all that wait in the file, also
+  /// when it is left there.
+  void sending(const Pending& pending);
+
+  /// The server has refused, for now, what was sent last: it does not have it, unless an attempt
+  /// before has come through.
+  void notTaken();
+
+  /// Whether the server may have a change that no other process of the device knows of: none of
+  /// them may send then.
+  [[nodiscard]] bool isSendingFromMemory() const;
 
   /// The order of the last change made by any process of the device.
   [[nodiscard]] std::int64_t lastOrder() const;
@@ -115,6 +128,7 @@ class CloudMirror {
   void look(DictionaryFile::Look how, Outcome& outcome);
   void lookIfFree(Outcome& outcome);
   [[nodiscard]] std::vector<Unwritten>::const_iterator findUnwritten(std::string_view key) const;
+  [[nodiscard]] std::vector<Unwritten>::const_iterator findSending() const;
   void apply(const DictionaryFile::Outcome& fileOutcome, Source source, Outcome& outcome);
 
   // Held over what is done to the file, so that what comes of it is taken in in its order; before
@@ -128,6 +142,8 @@ class CloudMirror {
   PropertyList position_, device_;    // of the file: {epoch, revision}; {id, order}
   std::vector<Unwritten> unwritten_;  // in their order, one of a key at most
   bool isStuck_ = false;              // the last attempt to write them failed
+  std::string sending_;               // the change that the server may have, written or not
+  bool isSentAgain_ = false;          // that one, after an attempt without an answer
 };
 
 }  // namespace ombrix::platform::detail

@@ -22,7 +22,8 @@ namespace ombrix::platform::detail {
 /// No change is sent twice, whatever gets lost. The device's mark on the server says which change
 /// was taken last, and each change is made only if the mark has not changed meanwhile: an attempt
 /// whose answer was lost is either found there, or can never be made any more once the next one
-/// was. After a failure it waits, twice as long each time, up to 30 s.
+/// was. After a failure it waits, twice as long each time, up to 30 s, and lets others try, unless
+/// only this process knows what it has sent.
 ///
 /// All calls and handlers on the client's queue.
 class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {

@@ -47,6 +47,7 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   /// Sends and reads everything now, and waits for it; false when that failed. Not from a change
   /// handler: that stops the program, since it would wait for itself.
   bool synchronize();
+  [[nodiscard]] bool isKept() const { return mirror_->isFlushed(); }
 
   ObservationToken observe(Store::ExternalChangeHandler handler);
 

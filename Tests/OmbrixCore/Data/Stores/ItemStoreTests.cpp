@@ -1,11 +1,14 @@
 #include "OmbrixCore/Data/Stores/ItemStore.hpp"
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <barrier>
+#include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <mutex>
 #include <semaphore>
 #include <thread>
@@ -13,6 +16,8 @@
 #include "OmbrixCore/Data/Stores/CachedItemStore.hpp"
 #include "OmbrixCore/Data/Stores/Persisted.hpp"
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
 #include "OmbrixTesting/WithoutOverride.hpp"
@@ -138,6 +143,15 @@ TEST_P(ItemStoreTests, FilesThatCannotBeReadStay) {
     EXPECT_THAT(log_.lines().back().message, StartsWith("Error reading the object: ")) << name;
     EXPECT_TRUE(fs::exists(path(name))) << name;
   }
+  const CachedItemStore<Uncopyable> copied(url("copied"), {});
+  directories_.dir().write(path("copied"),
+                           "<plist><dict><key>number</key><integer>7</integer>"
+                           "</dict></plist>");
+  Uncopyable::hasNoMemory = true;
+  EXPECT_THROW(static_cast<void>(copied.value()), std::bad_alloc);
+  Uncopyable::hasNoMemory = false;
+  EXPECT_THAT(log_.takeErrors(), ElementsAre(StartsWith("Error reading the object: ")));
+  EXPECT_EQ(copied.value().number, 7);
   const DataFileStore limited(url("limited")), pipe(url("pipe"));
   limited.setValue(Data(1000));
   limited.setValue(Data(1001));
@@ -158,6 +172,35 @@ TEST_P(ItemStoreTests, WhatIsStoredMeanwhileStays) {
   EXPECT_EQ(Store(url()).value(), Interrupted{7});
   EXPECT_TRUE(fs::exists(path()));
   EXPECT_THAT(log_.takeErrors(), ::testing::SizeIs(1));
+  // Somebody is still writing.
+  std::ofstream writing(path("begun"));
+  const CachedItemStore<int> store(url("begun"), 0);
+  EXPECT_EQ(store.value(), 0);
+  EXPECT_TRUE(fs::exists(path("begun")));
+  writing << "<plist version=\"1.0\"><integer>7</integer></plist>";
+  writing.close();
+  EXPECT_EQ(store.value(), 7);
+  log_.takeErrors();
+}
+
+// Catches a writer who gives up while another process is removing the broken file, or keeps other
+// files waiting for that, too.
+TEST(ItemStoreRemovalTests, AWriterWaitsForARemovalAlone) {
+  const testing::ScopedDir dir;
+  RecordingLog log;
+  const auto path = dir.write("a/item", "broken"), other = dir.write("b/item", "broken");
+  platform::detail::Descriptor removing(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  ::fcntl(removing.get(), F_SETSIG, SIGURG);
+  if (::fcntl(removing.get(), F_SETLEASE, F_RDLCK) != 0) GTEST_SKIP() << "no leases on this disk";
+  std::jthread writer([&path] { PlistFileStore<int>(URL::fileURL(path.string())).setValue(1); });
+  EXPECT_TRUE(testing::eventually([&] { return ::fcntl(removing.get(), F_GETLEASE) != F_RDLCK; }));
+  const PlistFileStore<int> another(URL::fileURL(other.string()));
+  another.setValue(2);
+  EXPECT_EQ(another.value(), 2);
+  removing.reset();
+  writer.join();
+  EXPECT_EQ(PlistFileStore<int>(URL::fileURL(path.string())).value(), 1);
+  EXPECT_THAT(log.takeErrors(), IsEmpty());
 }
 
 // Catches wrong messages, or any harm to what is there, where files cannot be read or written.

@@ -16,6 +16,7 @@
 
 #include "OmbrixCore/Data/Stores/CachedItemStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
 
@@ -26,7 +27,7 @@ thread_local int countdown = 0;
 thread_local bool allFail = false;
 thread_local int code = 0;
 thread_local bool hasChanged = false;  // whether a call before it has changed a file's contents
-thread_local std::function<void()> duringRead;  // called by the next one
+thread_local std::function<void()> duringRead, beforeUnlink;  // called by the next one
 // Part of the paths that cannot be looked at by any thread, and why.
 const char* unseen = nullptr;
 int unseenCode = 0;
@@ -96,6 +97,7 @@ int ftruncate(int file, off_t length) noexcept {
   return static_cast<int>(call(SYS_ftruncate, file, length));
 }
 int unlink(const char* path) noexcept {
+  if (const auto hook = std::exchange(beforeUnlink, nullptr)) hook();
   return static_cast<int>(change(SYS_unlinkat, AT_FDCWD, path, 0));
 }
 int mkdir(const char* path, mode_t mode) noexcept {
@@ -245,6 +247,26 @@ TEST_P(StoreFaultTests, AFailedReadIsMadeAgain) {
       EXPECT_EQ(PlistFileStore<int>(url).value(), expected + 1) << failure;
     }
   }
+}
+
+// Catches the later of two processes that remove a broken file, and takes with it what was stored
+// after the first.
+TEST(StoreRemovalTests, WhatIsStoredBetweenTwoRemovalsStays) {
+  const testing::ScopedDir dir;
+  testing::RecordingLog log;
+  const auto path = dir.write("item", "broken");
+  const PlistFileStore<std::string> store(URL::fileURL(path.string()));
+  bool isStored = false;
+  beforeUnlink = [&] {
+    EXPECT_EQ(testing::ChildProcess({STORE_AGENT, "read", path, "0", "-"}).wait(), 3);
+    if (fs::exists(path)) return;
+    isStored = true;
+    dir.write("item", "new");
+  };
+  EXPECT_EQ(store.value(), std::nullopt);
+  EXPECT_EQ(beforeUnlink, nullptr);
+  EXPECT_EQ(fs::exists(path), isStored);
+  EXPECT_THAT(log.takeErrors(), ::testing::SizeIs(1));
 }
 
 // Catches a wait without end for a lock file that cannot be told from another.

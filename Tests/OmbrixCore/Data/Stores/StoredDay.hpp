@@ -39,6 +39,24 @@ struct Unholdable {
   friend bool operator==(const Unholdable&, const Unholdable&) = default;
 };
 
+/// A number of which there may be no memory for copies.
+struct Uncopyable {
+  int number = 0;
+  static inline bool hasNoMemory = false;
+
+  Uncopyable() = default;
+  Uncopyable(Uncopyable&&) = default;
+  Uncopyable& operator=(Uncopyable&&) = default;
+  ~Uncopyable() = default;
+  Uncopyable(const Uncopyable& other) : number(other.number) {
+    if (hasNoMemory) throw std::bad_alloc();
+  }
+  Uncopyable& operator=(const Uncopyable& other) { return *this = Uncopyable(other); }
+
+  static constexpr auto kCodingFields =
+      platform::codingFields(platform::field("number", &Uncopyable::number));
+};
+
 /// A number during whose coding something happens, once.
 struct Interrupted {
   int number = 0;
