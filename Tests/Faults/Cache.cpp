@@ -59,7 +59,7 @@ bool isAlive(const fs::path& folder, std::int64_t bytes, int n) {
 
 void killedWriters(Run& run) {
   constexpr std::int64_t kPlenty = 256 * kMiB;
-  for (std::size_t round = run.plan.rounds(6, 500); round > 0; --round) {
+  for (std::size_t round = run.plan.rounds(6, 150); round > 0; --round) {
     const testing::ScopedDir dir;
     std::vector<std::unique_ptr<ChildProcess>> writers;
     for (int i = 0; i < 2; ++i) {
@@ -95,7 +95,7 @@ void fullDisks(Run& run, const testing::SmallDisk& disk) {
   if (!disk.isMounted()) return run.outcomes.good("without small disks: mounting is not allowed");
   constexpr std::int64_t kBudget = kMiB;
   constexpr int kKeys = 40;
-  for (std::size_t round = run.plan.rounds(20, 2'000); round > 0; --round) {
+  for (std::size_t round = run.plan.rounds(20, 400); round > 0; --round) {
     const fs::path folder = disk.folder().path() / "cache";
     fillUp(disk, 4 * kMiB);
     std::map<int, std::string> latest;
@@ -192,7 +192,7 @@ void spoil(Run& run, const fs::path& database) {
 
 void hostileRows(Run& run) {
   constexpr std::int64_t kBudget = kMiB;
-  for (std::size_t round = run.plan.rounds(40, 5'000); round > 0; --round) {
+  for (std::size_t round = run.plan.rounds(40, 1'200); round > 0; --round) {
     const testing::ScopedDir dir;
     {
       const auto cache = cacheAt(dir.path(), kBudget);

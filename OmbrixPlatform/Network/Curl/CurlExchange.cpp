@@ -124,7 +124,7 @@ bool CurlExchange::setURL(const URL& url) {
   const std::string& text = url.absoluteString();
   CurlURL& last = surroundings_.lastURL;
   if (last.text != text) {
-    std::shared_ptr<CURLU> parsed(::curl_url(), &::curl_url_cleanup);
+    std::shared_ptr<CURLU> parsed(::curl_url(), [](CURLU* it) { ::curl_url_cleanup(it); });
     const bool isParsed =
         parsed && ::curl_url_set(parsed.get(), CURLUPART_URL, text.c_str(),
                                  CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;

@@ -474,6 +474,7 @@ TEST_F(URLSessionTimeoutTests, TheResourceLimitCountsFromTheStart) {
   clock_->advance(99s + 500ms);
   EXPECT_EQ(first.outcome().summary(), summaryOf(Code::timedOut));
   EXPECT_EQ(second.task->state(), URLSessionTask::State::running);
+  session->close();
 }
 
 // Catches bytes sent while nobody knows yet whether the path is to be spared, and requests that
