@@ -46,6 +46,7 @@ void AsyncOperation::executeOnPool() {
   static const platform::TaskContext context{platform::poolExecutor(), {}};
   auto& work = execution_->work;
   const platform::detail::InsideScope scope(static_cast<const NSOperation*>(this));
+  if (!executesBriefly()) platform::detail::PoolJob::goesOn();
   platform::callOut("an operation's execute()", [&] { work.emplace(execute()); });
   work->begin(context, {[](void* self) {
                           auto* operation = static_cast<AsyncOperation*>(self);
@@ -74,6 +75,7 @@ AsyncOperation::OperationState AsyncOperation::setState(auto decide) {
   if (before == after) return OperationState::finished;
   std::shared_ptr<NSOperation> keepAlive;  // an observer may let go of it
   if (isObserved()) {
+    platform::detail::PoolJob::goesOn();
     keepAlive = weak_from_this().lock();
     announceToObservers(
         "state", [&](auto key) { return valueIn(before, key); },

@@ -52,6 +52,10 @@ class AsyncOperation : public platform::NSOperation {
  protected:
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
 
+  /// Whether `execute` waits or ends at once, without code of others before that. The thread that
+  /// calls it may have other things to do, which are given to another thread where this is false.
+  [[nodiscard]] virtual bool executesBriefly() const { return false; }
+
   // One state: what is ready does not execute.
   [[nodiscard]] bool mayStart() const override { return isReady(); }
 

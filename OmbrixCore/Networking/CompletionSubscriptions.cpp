@@ -2,28 +2,67 @@
 
 namespace ombrix {
 
-platform::UUID CompletionSubscriptions::expect() {
-  const auto id = platform::UUID::random();
-  cancellablesLocker_.sync([&] { completionWrapperCancellables_.try_emplace(id); });
-  return id;
+CompletionSubscriptions::~CompletionSubscriptions() {
+  for (const auto& [id, weak] : completionWrapperCancellables_) {
+    if (const auto call = weak.lock()) call->cancel();
+  }
 }
 
-void CompletionSubscriptions::keep(const platform::UUID& id, platform::AnyCancellable cancellable) {
-  // The publisher may have ended by now; then the entry is gone and the subscription with it.
-  cancellablesLocker_.sync([&] {
-    const auto entry = completionWrapperCancellables_.find(id);
-    if (entry != completionWrapperCancellables_.end()) std::swap(entry->second, cancellable);
-  });
+void CompletionSubscriptions::add(const std::shared_ptr<Call>& call) {
+  cancellablesLocker_.sync([&] { completionWrapperCancellables_.emplace(call->id(), call); });
+}
+
+/// Forgets a call; null when it is over.
+std::shared_ptr<CompletionSubscriptions::Call> CompletionSubscriptions::take(
+    const platform::UUID& id) {
+  const auto forgotten =
+      cancellablesLocker_.sync([&] { return completionWrapperCancellables_.extract(id); });
+  return forgotten ? forgotten.mapped().lock() : nullptr;
 }
 
 void CompletionSubscriptions::cancel(const platform::UUID& id) {
-  // The subscription leaves with the node and is cancelled then, after the lock is released.
-  [[maybe_unused]] const auto forgotten =
-      cancellablesLocker_.sync([&] { return completionWrapperCancellables_.extract(id); });
+  if (const auto call = take(id)) call->cancel();
 }
 
 void CompletionSubscriptions::keep(platform::AnyCancellable cancellable) {
   cancellablesLocker_.sync([&] { cancellables_.insert(std::move(cancellable)); });
+}
+
+// One call.
+
+void CompletionSubscriptions::Call::begin(std::shared_ptr<platform::Subscription> subscription) {
+  bool isWanted = false;
+  {
+    const std::lock_guard lock(lock_);
+    isWanted = !isOver_ && !subscription_;
+    if (isWanted) subscription_ = subscription;
+  }
+  if (isWanted) {
+    subscription->request(platform::Demand::unlimited());
+  } else {
+    subscription->cancel();
+  }
+}
+
+bool CompletionSubscriptions::Call::end() {
+  if (isOver_.exchange(true)) return false;
+  forget();
+  const auto released = takeSubscription();
+  return true;
+}
+
+void CompletionSubscriptions::Call::cancel() {
+  isOver_ = true;
+  if (const auto subscription = takeSubscription()) subscription->cancel();
+}
+
+void CompletionSubscriptions::Call::forget() {
+  if (const auto owner = owner_.lock()) (void)owner->take(id_);
+}
+
+std::shared_ptr<platform::Subscription> CompletionSubscriptions::Call::takeSubscription() {
+  const std::lock_guard lock(lock_);
+  return std::exchange(subscription_, nullptr);
 }
 
 }  // namespace ombrix

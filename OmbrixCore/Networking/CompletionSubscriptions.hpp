@@ -1,15 +1,19 @@
 #pragma once
 
+#include <atomic>
 #include <expected>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <set>
 #include <unordered_map>
 #include <utility>
 
 #include "OmbrixCore/Concurrency/PThreadMutex.hpp"
 #include "OmbrixCore/Networking/Errors/HTTPError.hpp"
+#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
+#include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/UUID.hpp"
 
 namespace ombrix {
@@ -18,6 +22,11 @@ namespace ombrix {
 /// until they end, and others for good. Any thread.
 class CompletionSubscriptions : public std::enable_shared_from_this<CompletionSubscriptions> {
  public:
+  CompletionSubscriptions() = default;
+  ~CompletionSubscriptions();
+  CompletionSubscriptions(const CompletionSubscriptions&) = delete;
+  CompletionSubscriptions& operator=(const CompletionSubscriptions&) = delete;
+
   /// Subscribes and calls the completion once, with the first value or the failure; an end without
   /// either is `missingBody`. A publisher that is gone without an end drops the completion
   /// uncalled.
@@ -33,49 +42,91 @@ class CompletionSubscriptions : public std::enable_shared_from_this<CompletionSu
   void keep(platform::AnyCancellable cancellable);
 
  private:
-  platform::UUID expect();
-  void keep(const platform::UUID& id, platform::AnyCancellable cancellable);
+  /// The subscriber of one call. Its publisher holds it, the client knows it until its end: of an
+  /// end that it never hears of it learns by its own.
+  class Call {
+   public:
+    explicit Call(std::weak_ptr<CompletionSubscriptions> owner)
+        : id_(platform::UUID::random()), owner_(std::move(owner)) {}
+    Call(const Call&) = delete;
+    Call& operator=(const Call&) = delete;
+
+    [[nodiscard]] const platform::UUID& id() const noexcept { return id_; }
+    void cancel();
+
+   protected:
+    ~Call() {
+      if (!isOver_) forget();
+    }
+
+    [[nodiscard]] bool isOver() const noexcept { return isOver_; }
+    void begin(std::shared_ptr<platform::Subscription> subscription);
+    /// The publisher has ended; false when the call was cancelled.
+    [[nodiscard]] bool end();
+
+   private:
+    void forget();
+    std::shared_ptr<platform::Subscription> takeSubscription();
+
+    const platform::UUID id_;
+    const std::weak_ptr<CompletionSubscriptions> owner_;
+    std::atomic<bool> isOver_{false};
+    platform::FutexLock lock_;  // guards what follows
+    std::shared_ptr<platform::Subscription> subscription_;
+  };
+
+  template <class Output>
+  class CallOf;
+
+  void add(const std::shared_ptr<Call>& call);
+  std::shared_ptr<Call> take(const platform::UUID& id);
 
   PThreadMutex cancellablesLocker_{PThreadMutex::PThreadMutexType::recursive};
   std::set<platform::AnyCancellable> cancellables_;
-  std::unordered_map<platform::UUID, platform::AnyCancellable> completionWrapperCancellables_;
+  std::unordered_map<platform::UUID, std::weak_ptr<Call>> completionWrapperCancellables_;
+};
+
+template <class Output>
+class CompletionSubscriptions::CallOf final : public platform::Subscriber<Output, HTTPError>,
+                                              public Call {
+ public:
+  using Completion = std::function<void(std::expected<Output, HTTPError>)>;
+
+  CallOf(std::weak_ptr<CompletionSubscriptions> owner, Completion completion)
+      : Call(std::move(owner)), completion_(std::move(completion)) {}
+
+  void receiveSubscription(std::shared_ptr<platform::Subscription> subscription) override {
+    begin(std::move(subscription));
+  }
+  platform::Demand receiveValue(const Output& value) override {
+    if (!isOver()) call(value);
+    return platform::Demand::none();
+  }
+  void receiveCompletion(const platform::Completion<HTTPError>& completion) override {
+    if (!end()) return;
+    const auto& failure = completion.failure();
+    call(std::unexpected(failure ? *failure : HTTPError::missingBody()));
+  }
+
+ private:
+  // Events come one at a time.
+  void call(std::expected<Output, HTTPError> result) {
+    const auto completion = std::exchange(completion_, nullptr);
+    if (!completion) return;
+    platform::callOut("a completion", [&] { completion(std::move(result)); });
+  }
+
+  Completion completion_;
 };
 
 template <class Output>
 platform::UUID CompletionSubscriptions::subscribe(
     const platform::AnyPublisher<Output, HTTPError>& publisher,
     std::function<void(std::expected<Output, HTTPError>)> completion) {
-  // Lives as long as the subscriber: the entry goes with it, also where it never hears of an end.
-  struct Call {
-    Call(std::function<void(std::expected<Output, HTTPError>)> function,
-         std::weak_ptr<CompletionSubscriptions> subscriptions, const platform::UUID& entry)
-        : completion(std::move(function)), owner(std::move(subscriptions)), id(entry) {}
-    Call(const Call&) = delete;
-    Call& operator=(const Call&) = delete;
-    ~Call() {
-      if (const auto self = owner.lock()) self->cancel(id);
-    }
-
-    std::function<void(std::expected<Output, HTTPError>)> completion;
-    std::weak_ptr<CompletionSubscriptions> owner;
-    platform::UUID id;
-    bool wasMade = false;
-  };
-  const auto id = expect();
-  // Events come one at a time.
-  const auto call = std::make_shared<Call>(std::move(completion), weak_from_this(), id);
-  auto receiveCompletion = [weak = weak_from_this(), id,
-                            call](const platform::Completion<HTTPError>& end) {
-    if (const auto self = weak.lock()) self->cancel(id);
-    const auto& failure = end.failure();
-    if (std::exchange(call->wasMade, true)) return;
-    call->completion(std::unexpected(failure ? *failure : HTTPError::missingBody()));
-  };
-  auto receiveValue = [call](const Output& value) {
-    if (!std::exchange(call->wasMade, true)) call->completion(value);
-  };
-  keep(id, publisher.sink(std::move(receiveCompletion), std::move(receiveValue)));
-  return id;
+  const auto call = std::make_shared<CallOf<Output>>(weak_from_this(), std::move(completion));
+  add(call);
+  publisher.receive(call);
+  return call->id();
 }
 
 }  // namespace ombrix

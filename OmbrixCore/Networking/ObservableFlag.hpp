@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Concurrency/InsideScope.hpp"
 #include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 
@@ -69,6 +70,7 @@ class ObservableFlag {
   }
 
   void announceOneChange() {
+    if (owner_.isObserved() || onRise_) platform::detail::PoolJob::goesOn();
     const bool value = !announced_;
     owner_.willChangeValueForKey(key_);
     announced_ = value;

@@ -18,29 +18,28 @@ const std::shared_ptr<DispatchQueue>& OmbrixServerAPI::dispatchQueue() {
   return queue;
 }
 
-std::shared_ptr<NSOperationQueue> OmbrixServerAPI::observedQueue(
+std::shared_ptr<NSOperationQueue> OmbrixServerAPI::madeOnce(
     std::shared_ptr<NSOperationQueue>& queue, const char* name, std::ptrdiff_t width) {
   const std::lock_guard lock(mutex_);
   if (!queue) {
     queue = NSOperationQueue::make(name);
     queue->setUnderlyingQueue(dispatchQueue());
     queue->setMaxConcurrentOperationCount(width);
-    queueObservations_.push_back(queue->observe("operationCount",
-                                                platform::KeyValueObservingOptions::none,
-                                                [this](const auto&) { updateHasOperations(); }));
+    queueObservations_.push_back(
+        queue->emptinessDidChange.connect([this] { updateHasOperations(); }));
   }
   return queue;
 }
 
 std::shared_ptr<NSOperationQueue> OmbrixServerAPI::operationQueue() {
-  const auto width =
-      platform::URLSessionConfiguration::defaultConfiguration().httpMaximumConnectionsPerHost;
-  return observedQueue(operationQueue_, "API Queue", static_cast<std::ptrdiff_t>(width));
+  static const auto width = static_cast<std::ptrdiff_t>(
+      platform::URLSessionConfiguration::defaultConfiguration().httpMaximumConnectionsPerHost);
+  return madeOnce(operationQueue_, "API Queue", width);
 }
 
 std::shared_ptr<NSOperationQueue> OmbrixServerAPI::transferQueue() {
-  return observedQueue(transferQueue_, "API Transfers",
-                       NSOperationQueue::kDefaultMaxConcurrentOperationCount);
+  return madeOnce(transferQueue_, "API Transfers",
+                  NSOperationQueue::kDefaultMaxConcurrentOperationCount);
 }
 
 void OmbrixServerAPI::addOperation(std::shared_ptr<OmbrixAPIHttpRequestOperation> operation) {

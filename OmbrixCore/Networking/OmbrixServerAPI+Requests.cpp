@@ -20,11 +20,12 @@ std::shared_ptr<OmbrixAPIHttpRequestOperation> OmbrixServerAPI::operationFor(std
                                                                              HTTPMethod method,
                                                                              Duration duration) {
   const auto [environment, base] = environmentAndBase();
-  const auto target = platform::URL::parse(url, base);
+  auto target = platform::URL::parse(url, base);
   if (!target) return nullptr;
   const bool isLong = duration == Duration::unlimited;
   auto operation = std::make_shared<OmbrixAPIHttpRequestOperation>(
-      *target, method, platform::HTTPHeaders(), nullptr, isLong ? backgroundSession() : session());
+      *std::move(target), method, platform::HTTPHeaders(), nullptr,
+      isLong ? backgroundSession() : session());
   operation->setEnvironment(environment);
   operation->setLongTransfer(isLong);
   return operation;
@@ -67,7 +68,7 @@ ServerRequests::APIPublisher<HTTPAnswer> ServerRequests::publisherOf(
   }
   if (payload) operation->setPayload(std::move(payload));
   if (const auto governed = flows_->publisherOf(operation)) return governed->receiveOn(queue);
-  return HTTPRequestOperationPublisher(operation).receiveOn(queue);
+  return HTTPRequestOperationPublisher(operation, queue).eraseToAnyPublisher();
 }
 
 ServerRequests::APIPublisher<platform::SharedData> ServerRequests::dataPublisher(

@@ -198,7 +198,7 @@ class OmbrixServerAPI final : public ServerRequests,
                                                               HTTPMethod method,
                                                               Duration duration) override;
   std::shared_ptr<platform::NSOperationQueue> transferQueue();
-  std::shared_ptr<platform::NSOperationQueue> observedQueue(
+  std::shared_ptr<platform::NSOperationQueue> madeOnce(
       std::shared_ptr<platform::NSOperationQueue>& queue, const char* name, std::ptrdiff_t width);
   std::pair<std::uint64_t, platform::URL> environmentAndBase() const;
 

@@ -98,6 +98,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
         job = std::move(waiting.front().job);
         waiting.pop_front();
       }
+      detail::PoolJob::goesOn();
       callOut("a job", job);
     }
     submitDrain();
@@ -121,6 +122,9 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   void submit() {
     ThreadPool::shared().post([self = shared_from_this()] { self->runOne(); }, priority);
   }
+  void submitNext() {
+    ThreadPool::shared().postNext([self = shared_from_this()] { self->runOne(); }, priority);
+  }
 
   void runOne() {
     {
@@ -131,6 +135,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
         runnable.pop_front();
       }
       const detail::InsideScope scope(this);
+      const detail::WholeTurn whole;
       callOut("a job", job);
       job = nullptr;
     }
@@ -260,6 +265,8 @@ void DispatchQueue::asyncNext(Job job) {
   auto& pool = ThreadPool::shared();
   if (isGlobal() && !pool.hasWaiting()) {
     pool.postNext(std::move(job), state_->priority, state_.get());
+  } else if (state_->kind == Kind::concurrent && !isGlobal() && detail::PoolJob::isEnding()) {
+    if (state_->begin(job, false)) state_->submitNext();
   } else {
     async(std::move(job));
   }

@@ -29,4 +29,17 @@ class InsideScope {
   const InsideScope* const outer_;
 };
 
+/// What the job of the pool on the calling thread has still to do. No effect on other threads.
+class PoolJob {
+ public:
+  /// It only returns: its thread goes on with what it posts from now on, and no other is woken for
+  /// that. Code of others must not follow in the same job but after `goesOn`.
+  static void endsSoon() noexcept;
+
+  /// It goes on after all, perhaps for long: what was posted meanwhile is for other threads.
+  static void goesOn() noexcept;
+
+  [[nodiscard]] static bool isEnding() noexcept;
+};
+
 }  // namespace ombrix::platform::detail

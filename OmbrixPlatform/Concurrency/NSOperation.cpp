@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
@@ -213,15 +214,16 @@ void NSOperation::dependencyFinished() {
   }
   const auto keepAlive = weak_from_this().lock();
   // A subclass may have reasons of its own not to be ready.
+  if (isObserved()) detail::PoolJob::goesOn();
   if (isObserved() && isReady()) announceChange("ready", 0, 1);
   lookAgain();
 }
 
 void NSOperation::postFromStart(Job job) const {
   if (Starting::isLastAct(this)) {
-    ThreadPool::shared().postNext(std::move(job));
+    ThreadPool::shared().postNext(std::move(job), detail::currentPriority());
   } else {
-    ThreadPool::shared().post(std::move(job));
+    ThreadPool::shared().post(std::move(job), detail::currentPriority());
   }
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -30,7 +31,8 @@ struct OperationEntry {
   OperationSegment* segment = nullptr;
   NSOperation* previous = nullptr;  // in the order of adding
   NSOperation* next = nullptr;
-  NSOperation* readyBefore = nullptr;  // in the ready list of its segment
+  std::size_t rank = 0;                // by its priority; 0 is the most urgent
+  NSOperation* readyBefore = nullptr;  // among the ready ones of its segment and rank
   NSOperation* readyAfter = nullptr;
   bool isQueued = false;  // in that list, or started
   bool isStarted = false;
@@ -101,6 +103,20 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   /// The operations it waits for; let go when it finishes.
   [[nodiscard]] std::vector<std::shared_ptr<NSOperation>> dependencies() const;
 
+  /// What a queue starts first of all that is ready; equal ones start in the order in which they
+  /// became so. What is more urgent passes what is less without an end.
+  enum class QueuePriority : std::int8_t {
+    veryLow = -8,
+    low = -4,
+    normal = 0,
+    high = 4,
+    veryHigh = 8,
+  };
+
+  /// Normal at first; set before it is put on a queue.
+  [[nodiscard]] QueuePriority queuePriority() const noexcept { return queuePriority_; }
+  void setQueuePriority(QueuePriority priority) noexcept { queuePriority_ = priority; }
+
   /// Runs on the thread pool once it has finished; set before it is put on a queue.
   void setCompletionBlock(std::function<void()> block);
 
@@ -131,8 +147,8 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   /// Whether it may be started now: ready, and not executing.
   [[nodiscard]] virtual bool mayStart() const { return isReady() && !isExecuting(); }
 
-  /// The last act of `start`: runs the job on the thread pool; right after the job that called
-  /// `start`, on the same thread, if that was one of a queue in the pool.
+  /// The last act of `start`: runs the job on the thread pool, as urgently as the job that called
+  /// `start`; right after that one, on the same thread, if it was one of a queue in the pool.
   void postFromStart(Job job) const;
 
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
@@ -177,6 +193,7 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
 
   std::atomic<std::uint32_t> flags_{0};
   std::atomic<std::uint32_t> hasFinished_{0};
+  std::atomic<QueuePriority> queuePriority_{QueuePriority::normal};
   detail::OperationEntry entry_;
   mutable FutexLock mutex_;  // guards what follows
   bool wasQueued_ = false;

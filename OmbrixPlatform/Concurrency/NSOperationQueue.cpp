@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
 
+#include <array>
 #include <atomic>
 #include <condition_variable>
 #include <list>
@@ -7,6 +8,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
 #include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -16,9 +18,21 @@ namespace ombrix::platform {
 // The operations between two barriers, and the barrier that follows them. Only the first segment
 // of a queue runs.
 struct detail::OperationSegment {
+  // Those that may start, of one rank.
+  struct Ready {
+    NSOperation* first = nullptr;
+    NSOperation* last = nullptr;
+  };
+
+  [[nodiscard]] NSOperation* firstReady() const {
+    for (const Ready& each : ready) {
+      if (each.first) return each.first;
+    }
+    return nullptr;
+  }
+
   std::size_t unfinished = 0;
-  NSOperation* firstReady = nullptr;
-  NSOperation* lastReady = nullptr;
+  std::array<Ready, 5> ready;  // by rank
   std::function<void()> barrier;
   bool hasBarrier = false;
   bool barrierRuns = false;
@@ -27,7 +41,8 @@ struct detail::OperationSegment {
 // Starts an operation. Where the executor drops it, the operation is cancelled and finishes.
 class NSOperationQueue::StartJob {
  public:
-  /// @param isWholeJob Whether it is all that the pool's job does.
+  /// @param isWholeJob Whether it is all that the pool's job does; a queue that runs it may say so
+  ///   as well.
   StartJob(std::shared_ptr<NSOperation> operation, bool isWholeJob)
       : operation_(std::move(operation)), isWholeJob_(isWholeJob) {}
   StartJob(StartJob&&) noexcept = default;
@@ -42,7 +57,8 @@ class NSOperationQueue::StartJob {
 
   void operator()() {
     const auto operation = std::move(operation_);
-    const NSOperation::Starting starting(isWholeJob_ ? operation.get() : nullptr);
+    const bool isWholeJob = isWholeJob_ || detail::WholeTurn::isCurrent();
+    const NSOperation::Starting starting(isWholeJob ? operation.get() : nullptr);
     operation->start();
   }
 
@@ -69,6 +85,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     NSOperation& added = *operation;
     const bool isReady = added.mayStart();
     bool hasFinished = false;
+    bool isFirst = false;
     Startable next;
     announce([&] {
       const std::lock_guard lock(mutex_);
@@ -78,12 +95,13 @@ class NSOperationQueue::State final : public detail::OperationListener,
       ++entry.segment->unfinished;
       entry.previous = std::exchange(last_, &added);
       (entry.previous ? entry.previous->entry_.next : first_) = &added;
-      ++count_;
+      isFirst = count_++ == 0;
       hasFinished = added.hasFinished_.load() != 0;
       if (!isReady || hasFinished) return;
       makeReady(added);
       next = takeStartable();
     });
+    if (isFirst) tellOfEmptiness();
     start(std::move(next));
     // Before it was in the list it may have announced its end by other hands, or become ready.
     if (hasFinished) {
@@ -108,6 +126,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
 
   std::shared_ptr<NSOperation> operationFinished(NSOperation& operation, bool isLastAct) override {
     std::shared_ptr<NSOperation> removed;
+    bool wasLast = false;
     Startable next;
     announce([&] {
       const std::lock_guard lock(mutex_);
@@ -116,7 +135,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
       if (!removed) return;
       (entry.previous ? entry.previous->entry_.next : first_) = entry.next;
       (entry.next ? entry.next->entry_.previous : last_) = entry.previous;
-      --count_;
+      wasLast = --count_ == 0;
       --entry.segment->unfinished;
       if (entry.isStarted) {
         --running_;
@@ -126,6 +145,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
       notifyIfEmpty();
       next = takeStartable();
     });
+    if (wasLast) tellOfEmptiness();
     start(std::move(next), isLastAct);
     return removed;
   }
@@ -220,24 +240,27 @@ class NSOperationQueue::State final : public detail::OperationListener,
   };
 
   bool mayStartOperation(const detail::OperationSegment& segment) const {
-    return segment.firstReady && (width_ < 0 || running_ < static_cast<std::size_t>(width_));
+    return segment.firstReady() && (width_ < 0 || running_ < static_cast<std::size_t>(width_));
+  }
+
+  static std::size_t rankOf(NSOperation::QueuePriority priority) {
+    return static_cast<std::size_t>(8 - static_cast<int>(priority)) / 4;
   }
 
   void makeReady(NSOperation& operation) {
     auto& entry = operation.entry_;
-    auto& segment = *entry.segment;
     entry.isQueued = true;
-    entry.readyBefore = std::exchange(segment.lastReady, &operation);
-    (entry.readyBefore ? entry.readyBefore->entry_.readyAfter : segment.firstReady) = &operation;
+    entry.rank = rankOf(operation.queuePriority());
+    auto& ready = entry.segment->ready[entry.rank];
+    entry.readyBefore = std::exchange(ready.last, &operation);
+    (entry.readyBefore ? entry.readyBefore->entry_.readyAfter : ready.first) = &operation;
   }
 
   void unlinkReady(NSOperation& operation) {
     const auto& entry = operation.entry_;
-    auto& segment = *entry.segment;
-    (entry.readyBefore ? entry.readyBefore->entry_.readyAfter : segment.firstReady) =
-        entry.readyAfter;
-    (entry.readyAfter ? entry.readyAfter->entry_.readyBefore : segment.lastReady) =
-        entry.readyBefore;
+    auto& ready = entry.segment->ready[entry.rank];
+    (entry.readyBefore ? entry.readyBefore->entry_.readyAfter : ready.first) = entry.readyAfter;
+    (entry.readyAfter ? entry.readyAfter->entry_.readyBefore : ready.last) = entry.readyBefore;
   }
 
   /// With the lock held, after each change that may let something start.
@@ -245,7 +268,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     Startable next;
     auto& segment = segments_.front();
     if (mayStartOperation(segment)) {
-      auto& operation = *segment.firstReady;
+      auto& operation = *segment.firstReady();
       unlinkReady(operation);
       operation.entry_.isStarted = true;
       ++running_;
@@ -264,8 +287,11 @@ class NSOperationQueue::State final : public detail::OperationListener,
   void start(Startable next, bool isLastAct = false) {
     for (;;) {
       if (next.target && next.operation) {
+        // One that goes on elsewhere returns at once.
+        const bool isNext = std::exchange(isLastAct, false) ||
+                            (detail::PoolJob::isEnding() && next.operation->isAsynchronous());
         StartJob job(std::move(next.operation), next.target->isGlobal());
-        if (std::exchange(isLastAct, false)) {
+        if (isNext) {
           next.target->asyncNext(std::move(job));
         } else {
           next.target->async(std::move(job));
@@ -328,10 +354,15 @@ class NSOperationQueue::State final : public detail::OperationListener,
     if (waiters_ > 0 && isEmpty()) emptied_.notify_all();
   }
 
+  void tellOfEmptiness() const {
+    if (const auto queue = queue_.lock()) queue->emptinessDidChange.send();
+  }
+
   template <class Change>
   void announce(Change change) {
     const auto queue = isObserved_ ? queue_.lock() : nullptr;
     if (!queue) return change();
+    detail::PoolJob::goesOn();
     queue->willChangeValueForKey("operations");
     queue->willChangeValueForKey("operationCount");
     change();

@@ -10,12 +10,13 @@
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/NSOperation.hpp"
+#include "OmbrixPlatform/Observation/Signal.hpp"
 
 namespace ombrix::platform {
 
-/// Starts operations when they are ready, in the order in which they became so, a limited number
-/// at a time. A waiting operation costs no thread, and work per operation does not grow with the
-/// length of the queue.
+/// Starts operations when they are ready, by priority and in the order in which they became so, a
+/// limited number at a time. A waiting operation costs no thread, and work per operation does not
+/// grow with the length of the queue.
 ///
 /// Observable keys: "operations" and "operationCount", both with the count as value, announced on
 /// the thread that adds or finishes, with no lock held. Operations that were added are finished
@@ -65,6 +66,11 @@ class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
 
   /// Whether the operation is among `operations`, or just about to be. Takes constant time.
   [[nodiscard]] bool contains(const NSOperation& operation) const;
+
+  /// Sent when the first operation has come and when the last one has gone, on the thread that adds
+  /// or finishes, with no lock held; costs less than observing the keys. Changes that overlap may
+  /// be told of in another order: look what is so now.
+  Signal<> emptinessDidChange;
 
   /// Cancels what is in the queue now.
   void cancelAllOperations();

@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
+#include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
 #include "OmbrixPlatform/Concurrency/InsideScope.hpp"
 #include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
@@ -44,6 +45,14 @@ constexpr std::array<unsigned, 4> kPatience{UINT_MAX, 7, 15, 31};
 
 thread_local unsigned blockingDepth = 0;
 
+constexpr std::size_t kNormalLane = 1;
+thread_local std::size_t currentLane = kNormalLane;
+
+// Of the job that the calling thread of the pool runs; see `PoolJob`.
+thread_local bool runsJob = false;
+thread_local bool isJobEnding = false;
+thread_local bool owesWake = false;  // something was posted since then, or waits to follow
+
 bool isForked = false;
 
 std::size_t laneOf(DispatchPriority priority) {
@@ -61,6 +70,22 @@ std::size_t laneOf(DispatchPriority priority) {
 }
 
 }  // namespace
+
+DispatchPriority detail::currentPriority() noexcept {
+  using enum DispatchPriority;
+  constexpr std::array kPriorities{high, normal, low, background};
+  return kPriorities[currentLane];
+}
+
+void detail::PoolJob::endsSoon() noexcept { isJobEnding = runsJob && blockingDepth == 0; }
+
+bool detail::PoolJob::isEnding() noexcept { return isJobEnding; }
+
+void detail::PoolJob::goesOn() noexcept {
+  isJobEnding = false;
+  if (!owesWake) return;
+  const ThreadPool::BlockingScope lendsItsPlace;  // for a moment: others take what waits
+}
 
 ThreadPool& ThreadPool::shared() {
   static ThreadPool& pool = *new ThreadPool;
@@ -133,7 +158,11 @@ void ThreadPool::post(Job&& job, DispatchPriority priority, const void* inside) 
   {
     Lock lock(lock_);
     push(lane, {std::move(job), inside});
-    ensureThread(lock);
+    if (isJobEnding && blockingDepth == 0) {
+      owesWake = true;
+    } else {
+      ensureThread(lock);
+    }
   }
   detail::retryAfterShortage();
 }
@@ -142,6 +171,7 @@ void ThreadPool::postNext(Job&& job, DispatchPriority priority, const void* insi
   if (!worker || blockingDepth > 0 || worker->following.job || hasMoreUrgentThan(priority)) {
     return post(std::move(job), priority, inside);
   }
+  if (isJobEnding) owesWake = true;
   worker->following = {std::move(job), inside};
   worker->laneOfFollowing = laneOf(priority);
 }
@@ -225,6 +255,7 @@ bool ThreadPool::takeJob(Posted& posted) {
     ++passedOver_[static_cast<std::size_t>(std::countr_zero(passed))];
   }
   passedOver_[chosen] = 0;
+  currentLane = chosen;
   auto& lane = lanes_[chosen];
   posted = std::move(lane.front());
   lane.pop_front();
@@ -249,14 +280,18 @@ void ThreadPool::work() {
       for (;;) {
         {
           const detail::InsideScope scope(posted.inside);
+          runsJob = true;
           callOut("a job", posted.job);
           posted.job = nullptr;  // what it captured is released outside the lock
+          runsJob = isJobEnding = false;
         }
         if (!self.following.job) break;
         posted = std::move(self.following);
+        currentLane = self.laneOfFollowing;
       }
       lock.lock();
       self.isBusy = false;
+      owesWake = false;  // this thread looks itself
     }
   } while (park(lock));
   (self.previous ? self.previous->next : workers_) = self.next;
@@ -373,6 +408,7 @@ void ThreadPool::watchForStalls() {
 
 ThreadPool::BlockingScope::BlockingScope() : isInPool_(worker && blockingDepth++ == 0) {
   if (!isInPool_) return;
+  isJobEnding = owesWake = false;
   ThreadPool& pool = shared();
   Lock lock(pool.lock_);
   ++pool.blocked_;

@@ -236,6 +236,7 @@ std::optional<URL> URL::parse(std::string_view reference, const URL& base) {
   }
 
   std::string text;
+  text.reserve(base.text_.size() + reference.size());
   if (const auto scheme = base.scheme()) text.append(*scheme).push_back(':');
   const auto authority = relative.authority() ? relative.authority() : base.authority();
   if (authority) text.append("//").append(*authority);
@@ -264,7 +265,10 @@ std::optional<URL> URL::parse(std::string_view reference, const URL& base) {
   text.append(path);
   if (query) text.append("?").append(*query);
   if (const auto fragment = relative.fragment()) text.append("#").append(*fragment);
-  return parse(text);
+  if (text.empty()) return std::nullopt;
+  const auto resolved = split(text);
+  if (!resolved) return std::nullopt;
+  return URL(std::move(text), *resolved);
 }
 
 URL URL::fileURL(std::string_view path) {

@@ -26,7 +26,7 @@ std::optional<URLOrigin> URLOrigin::of(const URL& url) {
 
 bool haveSameOrigin(const URL& a, const URL& b) {
   const auto origin = URLOrigin::of(a);
-  return origin && origin == URLOrigin::of(b);
+  return origin && (a == b || origin == URLOrigin::of(b));
 }
 
 URL withoutUserInfo(const URL& url) {

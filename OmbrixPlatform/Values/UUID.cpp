@@ -1,8 +1,12 @@
 #include "OmbrixPlatform/Values/UUID.hpp"
 
+#include <pthread.h>
 #include <sys/random.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cerrno>
+#include <span>
 
 #include "OmbrixPlatform/Values/ASCII.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -16,14 +20,46 @@ constexpr bool isHyphenAt(std::size_t place) noexcept {
   return place == 8 || place == 13 || place == 18 || place == 23;
 }
 
+/// Random bytes of the system, fetched for several identifiers at a time: the call costs more than
+/// all else. One for each thread.
+class RandomBytes {
+ public:
+  void take(std::span<std::uint8_t> bytes) {
+    const unsigned now = forks();
+    if (left_ < bytes.size() || forks_ != now) fill(now);
+    left_ -= bytes.size();
+    std::copy_n(kept_.begin() + static_cast<std::ptrdiff_t>(left_), bytes.size(), bytes.begin());
+  }
+
+ private:
+  /// How many forks lie before this process: a child must not use what its parent has kept.
+  static unsigned forks() noexcept {
+    static constinit std::atomic<unsigned> count{0};
+    [[maybe_unused]] static const int isWatched =
+        ::pthread_atfork(nullptr, nullptr, [] { count.fetch_add(1, std::memory_order_relaxed); });
+    return count.load(std::memory_order_relaxed);
+  }
+
+  void fill(unsigned now) {
+    // Requests of up to 256 bytes are never cut short.
+    while (getrandom(kept_.data(), kept_.size(), 0) != static_cast<ssize_t>(kept_.size())) {
+      if (errno != EINTR) fatalError("The system has no source of random numbers.");
+    }
+    left_ = kept_.size();
+    forks_ = now;
+  }
+
+  std::array<std::uint8_t, 256> kept_{};
+  std::size_t left_ = 0;
+  unsigned forks_ = 0;
+};
+
 }  // namespace
 
 UUID UUID::random() {
+  static thread_local RandomBytes random;
   std::array<std::uint8_t, 16> bytes{};
-  // Requests of up to 256 bytes are never cut short.
-  while (getrandom(bytes.data(), bytes.size(), 0) != static_cast<ssize_t>(bytes.size())) {
-    if (errno != EINTR) fatalError("The system has no source of random numbers.");
-  }
+  random.take(bytes);
   bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0F) | 0x40);  // version 4
   bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3F) | 0x80);  // the variant of RFC 4122
   return UUID(bytes);

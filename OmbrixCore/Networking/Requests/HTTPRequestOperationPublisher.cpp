@@ -1,5 +1,6 @@
 #include "OmbrixCore/Networking/Requests/HTTPRequestOperationPublisher.hpp"
 
+#include <expected>
 #include <mutex>
 #include <optional>
 #include <utility>
@@ -13,9 +14,14 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
                                                    public std::enable_shared_from_this<Inner> {
  public:
   using Completion = platform::Completion<HTTPError>;
+  using Outcome = std::expected<HTTPAnswer, HTTPError>;
 
-  Inner(std::shared_ptr<HttpRequestOperation> operation, AnySubscriber downstream)
-      : operation_(operation), asked_(std::move(operation)), downstream_(std::move(downstream)) {}
+  Inner(std::shared_ptr<HttpRequestOperation> operation,
+        std::shared_ptr<platform::Executor> executor, AnySubscriber downstream)
+      : operation_(operation),
+        executor_(std::move(executor)),
+        asked_(std::move(operation)),
+        downstream_(std::move(downstream)) {}
 
   // Kept: every request puts the operation on its queue, which takes none twice: a subscriber that
   // asks a second time stops the program. Asking once is the contract; an operation that was run
@@ -32,10 +38,12 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     if (!operation) return;
     // From now on the operation keeps the delivery alive, and not the other way round: it lets go
     // of it at its end, or when it goes because nobody is left to run it.
-    operation->setCombineCallback([delivery = Delivery(shared_from_this())](
-                                      bool success, int code, std::optional<platform::Data> data) {
-      delivery.inner->deliver(success, code, std::move(data));
-    });
+    operation->setCombineCallback(
+        [delivery = Delivery(shared_from_this())](bool success, int code,
+                                                  std::optional<platform::Data> data) {
+          delivery.inner->deliver(success, code, std::move(data));
+        },
+        executor_ != nullptr);
     operation->enqueueForPublisher();
   }
 
@@ -48,33 +56,59 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     if (const auto operation = operation_.lock()) operation->cancel();
   }
 
+  /// The operation has ended: its outcome goes to the subscriber, here or on the executor.
   void deliver(bool success, int code, std::optional<platform::Data> data) {
-    AnySubscriber downstream;
+    const auto operation = operation_.lock();  // which calls
+    if (!operation) return;
+    auto outcome = outcomeOf(success, code, std::move(data), operation->exchange());
     {
       const std::lock_guard lock(lock_);
-      if (demand_.isNone()) return;
+      if (demand_.isNone() || !downstream_ || isAnswered_) return;
+      isAnswered_ = true;
+      outcome_.swap(outcome);
+    }
+    if (!executor_) return run();
+    executor_->post(platform::OwedJob(shared_from_this()));
+  }
+
+  /// Hands the outcome over.
+  void run() {
+    AnySubscriber downstream;
+    std::optional<Outcome> outcome;
+    {
+      const std::lock_guard lock(lock_);
       downstream.swap(downstream_);
+      outcome.swap(outcome_);
     }
-    const auto operation = operation_.lock();  // which calls
-    if (!downstream || !operation) return;
-    HTTPExchange exchange = operation->exchange();
-    auto body = data ? platform::SharedData(*std::move(data)) : platform::SharedData();
-    if (!success) {
-      const auto error = HTTPError::withStatusCode(code, body);
-      return downstream->receiveCompletion(
-          Completion::failure(error.causedBy({.code = code,
-                                              .response = std::move(exchange.response),
-                                              .body = std::move(body),
-                                              .transportError = std::move(exchange.error)})));
+    if (!downstream) return;
+    if (!*outcome) {
+      return downstream->receiveCompletion(Completion::failure(std::move(outcome->error())));
     }
-    downstream->receiveValue({.code = code,
-                              .data = std::move(body),
-                              .response = std::move(exchange.response),
-                              .metrics = std::move(exchange.metrics)});
+    downstream->receiveValue(**outcome);
     downstream->receiveCompletion(Completion::finished());
   }
 
+  /// The executor is not going to: nobody downstream can be reached any more.
+  void drop() { release(true); }
+
  private:
+  static std::optional<Outcome> outcomeOf(bool success, int code,
+                                          std::optional<platform::Data> data,
+                                          HTTPExchange exchange) {
+    auto body = data ? platform::SharedData(*std::move(data)) : platform::SharedData();
+    if (success) {
+      return HTTPAnswer{.code = code,
+                        .data = std::move(body),
+                        .response = std::move(exchange.response),
+                        .metrics = std::move(exchange.metrics)};
+    }
+    const auto error = HTTPError::withStatusCode(code, body);
+    return std::unexpected(error.causedBy({.code = code,
+                                           .response = std::move(exchange.response),
+                                           .body = std::move(body),
+                                           .transportError = std::move(exchange.error)}));
+  }
+
   /// What the operation holds. When it lets go of it without a call, the answer will never come:
   /// the subscriber is let go as well, whose own waits end with that.
   struct Delivery {
@@ -82,31 +116,35 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     Delivery(Delivery&&) noexcept = default;
     Delivery& operator=(Delivery&&) = delete;
     ~Delivery() {
-      if (inner) inner->release();
+      if (inner) inner->release(false);
     }
 
     std::shared_ptr<Inner> inner;
   };
 
-  void release() {
+  /// @param evenAnswered Whether an outcome that is on its way does not arrive.
+  void release(bool evenAnswered) {
     AnySubscriber released;
     const std::lock_guard lock(lock_);
-    released.swap(downstream_);
+    if (evenAnswered || !isAnswered_) released.swap(downstream_);
   }
 
   const std::weak_ptr<HttpRequestOperation> operation_;
+  const std::shared_ptr<platform::Executor> executor_;
   platform::FutexLock lock_;
   std::shared_ptr<HttpRequestOperation> asked_;  // until there is demand
   AnySubscriber downstream_;                     // null once it was served or cancelled
   Demand demand_ = Demand::none();
+  bool isAnswered_ = false;
+  std::optional<Outcome> outcome_;  // on its way
 };
 
 HTTPRequestOperationPublisher::HTTPRequestOperationPublisher(
-    std::shared_ptr<HttpRequestOperation> operation)
-    : operation_(std::move(operation)) {}
+    std::shared_ptr<HttpRequestOperation> operation, std::shared_ptr<platform::Executor> deliverOn)
+    : operation_(std::move(operation)), deliverOn_(std::move(deliverOn)) {}
 
 void HTTPRequestOperationPublisher::receive(AnySubscriber subscriber) const {
-  const auto inner = std::make_shared<Inner>(operation_, subscriber);
+  const auto inner = std::make_shared<Inner>(operation_, deliverOn_, subscriber);
   operation_->setCombineCallback(
       [weak = std::weak_ptr(inner)](bool success, int code, std::optional<platform::Data> data) {
         if (const auto strong = weak.lock()) strong->deliver(success, code, std::move(data));

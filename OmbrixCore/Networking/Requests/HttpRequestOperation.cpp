@@ -30,8 +30,8 @@ constexpr int kNotHTTP = -1;
 constexpr int kLowDataRefused = -2;
 constexpr int kCancelledLocally = -3;
 
-/// All request operations there are, by identity: cancelling one among many looks none of them
-/// through. An operation that is being destroyed is still listed, but cannot be held any more.
+/// The request operations whose identity somebody knows: cancelling one among many looks none of
+/// them through. An operation that is being destroyed is still listed, but cannot be held any more.
 class OperationIndex {
  public:
   static OperationIndex& shared() {
@@ -39,15 +39,15 @@ class OperationIndex {
     return instance;
   }
 
-  void add(HttpRequestOperation& operation) {
+  void add(const platform::UUID& id, const HttpRequestOperation& operation) {
     const std::lock_guard lock(lock_);
-    operations_.emplace(operation.taskID(), &operation);
+    operations_.emplace(id, &operation);
   }
-  void remove(const HttpRequestOperation& operation) {
+  void remove(const platform::UUID& id) {
     const std::lock_guard lock(lock_);
-    operations_.erase(operation.taskID());
+    operations_.erase(id);
   }
-  std::shared_ptr<platform::NSOperation> find(const platform::UUID& id) {
+  std::shared_ptr<const platform::NSOperation> find(const platform::UUID& id) {
     const std::lock_guard lock(lock_);
     const auto found = operations_.find(id);
     return found == operations_.end() ? nullptr : found->second->weak_from_this().lock();
@@ -55,7 +55,7 @@ class OperationIndex {
 
  private:
   platform::FutexLock lock_;
-  std::unordered_map<platform::UUID, HttpRequestOperation*> operations_;
+  std::unordered_map<platform::UUID, const HttpRequestOperation*> operations_;
 };
 
 std::string textOf(const Error* error) { return error ? error->what() : "nil"; }
@@ -66,6 +66,9 @@ HTTPMetrics metricsOf(const platform::URLSessionTask& task) {
   metrics.bytesReceived = task.countOfBytesReceived();
   return metrics;
 }
+
+/// The operation whose task's end the calling thread handles, as the last thing in its job.
+constinit thread_local const HttpRequestOperation* handledLast = nullptr;
 
 bool isRefusedByLowData(const URLError& error) {
   return error.networkUnavailableReason() == URLError::NetworkUnavailableReason::constrained;
@@ -80,21 +83,32 @@ HttpRequestOperation::HttpRequestOperation(platform::URL url, HTTPMethod method,
       method_(method),
       headers_(std::move(headers)),
       session_(std::move(session)),
-      taskID_(platform::UUID::random()),
-      callbacks_{std::move(callback), nullptr} {
-  OperationIndex::shared().add(*this);
+      callbacks_{std::move(callback), nullptr} {}
+
+HttpRequestOperation::~HttpRequestOperation() {
+  if (taskID_) OperationIndex::shared().remove(*taskID_);
 }
 
-HttpRequestOperation::~HttpRequestOperation() { OperationIndex::shared().remove(*this); }
+platform::UUID HttpRequestOperation::taskID() const {
+  const std::lock_guard lock(lock_);
+  if (!taskID_) {
+    taskID_ = platform::UUID::random();
+    OperationIndex::shared().add(*taskID_, *this);
+  }
+  return *taskID_;
+}
 
 std::shared_ptr<HttpRequestOperation> HttpRequestOperation::withTaskID(const platform::UUID& id) {
-  return std::static_pointer_cast<HttpRequestOperation>(OperationIndex::shared().find(id));
+  return std::static_pointer_cast<HttpRequestOperation>(
+      std::const_pointer_cast<platform::NSOperation>(OperationIndex::shared().find(id)));
 }
 
-void HttpRequestOperation::setCombineCallback(CombineCallback callback) {
+void HttpRequestOperation::setCombineCallback(CombineCallback callback, bool onlyPosts) {
   // What is replaced or refused leaves with the parameter, after the lock is released.
   const std::lock_guard lock(lock_);
-  if (!takesNoCallbacks_) std::swap(callbacks_.combine, callback);
+  if (takesNoCallbacks_) return;
+  std::swap(callbacks_.combine, callback);
+  callbacks_.combineOnlyPosts = onlyPosts;
 }
 
 std::shared_ptr<platform::URLSessionDataTask> HttpRequestOperation::task() const {
@@ -137,7 +151,9 @@ std::shared_ptr<platform::URLSessionDataTask> HttpRequestOperation::makeTask(
   platform::URLSessionCompletionHandler handler =
       [self = std::static_pointer_cast<HttpRequestOperation>(shared_from_this())](
           std::optional<Data> data, auto response, auto error) {
+        handledLast = self.get();
         self->taskEnded(std::move(data), std::move(response), std::move(error));
+        handledLast = nullptr;
       };
   auto progress = options_ ? options_->progress : nullptr;
   if (!sink_ && !progress) return session_->dataTask(std::move(request), std::move(handler));
@@ -162,6 +178,7 @@ bool HttpRequestOperation::repeat(const HttpRequestOperation& other) {
   jsonPayload_ = other.jsonPayload_;
   payload_ = other.payload_;
   safeForLowData_ = other.safeForLowData_;
+  setQueuePriority(other.queuePriority());
   options_ = other.options_;
   sink_ = other.sink_;
   if (!sink_) return true;
@@ -269,6 +286,7 @@ void HttpRequestOperation::handle(const platform::HTTPURLResponse& response, con
 void HttpRequestOperation::endTaskAndCallbackWithSuccess(bool success, int responseCode,
                                                          std::optional<JSON> json,
                                                          std::optional<Data> data) {
+  const bool isLast = handledLast == this;
   {
     Callbacks callbacks;
     {
@@ -279,9 +297,11 @@ void HttpRequestOperation::endTaskAndCallbackWithSuccess(bool success, int respo
     if (callbacks.main) {
       callbacks.main(success, responseCode, json ? &*json : nullptr, data ? &*data : nullptr);
     }
+    if (isLast && callbacks.combineOnlyPosts) platform::detail::PoolJob::endsSoon();
     if (callbacks.combine) callbacks.combine(success, responseCode, std::move(data));
   }
   const Callbacks dropped = takeCallbacks();
+  if (isLast) platform::detail::PoolJob::endsSoon();
   finish();
 }
 

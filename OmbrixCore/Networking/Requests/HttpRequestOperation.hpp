@@ -57,8 +57,8 @@ class HttpRequestOperation : public AsyncOperation {
     return session_;
   }
 
-  /// Names this request, to cancel it by.
-  [[nodiscard]] const platform::UUID& taskID() const noexcept { return taskID_; }
+  /// Names this request, to cancel it by; made when it is first asked for.
+  [[nodiscard]] platform::UUID taskID() const;
 
   /// The operation of an identity while somebody holds it, else null. Takes constant time.
   [[nodiscard]] static std::shared_ptr<HttpRequestOperation> withTaskID(const platform::UUID& id);
@@ -74,9 +74,13 @@ class HttpRequestOperation : public AsyncOperation {
   [[nodiscard]] bool safeForLowData() const { return safeForLowData_; }
   void setSafeForLowData(bool isSafe) { safeForLowData_ = isSafe; }
 
-  /// What this request wants otherwise, applied to what `buildRequest` gives.
+  /// What this request wants otherwise, applied to what `buildRequest` gives; sets the operation's
+  /// priority as well.
   [[nodiscard]] const std::optional<RequestOptions>& options() const { return options_; }
-  void setOptions(RequestOptions options) { options_ = std::move(options); }
+  void setOptions(RequestOptions options) {
+    setQueuePriority(options.priority);
+    options_ = std::move(options);
+  }
 
   /// Changes the request right before it is sent, after all else; an exception keeps it from that.
   void setLastStep(std::function<void(platform::URLRequest&)> step) { lastStep_ = std::move(step); }
@@ -88,7 +92,9 @@ class HttpRequestOperation : public AsyncOperation {
   void receiveMore();
 
   /// Replaces the publisher's completion; let go at once when the operation is over or cancelled.
-  void setCombineCallback(CombineCallback callback);
+  ///
+  /// @param onlyPosts Whether it runs no code of others, and so takes no time.
+  void setCombineCallback(CombineCallback callback, bool onlyPosts = false);
 
   /// The running task; null before it starts and after it is over.
   [[nodiscard]] std::shared_ptr<platform::URLSessionDataTask> task() const;
@@ -136,10 +142,15 @@ class HttpRequestOperation : public AsyncOperation {
   /// there again. For an operation that is new.
   bool repeat(const HttpRequestOperation& other);
 
+  [[nodiscard]] bool executesBriefly() const override {
+    return !payload_ && !jsonPayload_ && !options_ && !lastStep_;
+  }
+
  private:
   struct Callbacks {
     Callback main;
     CombineCallback combine;
+    bool combineOnlyPosts = false;
   };
 
   void taskEnded(std::optional<platform::Data> data,
@@ -153,7 +164,6 @@ class HttpRequestOperation : public AsyncOperation {
   const HTTPMethod method_;
   const platform::HTTPHeaders headers_;
   const std::shared_ptr<platform::URLSession> session_;
-  const platform::UUID taskID_;
   std::optional<platform::JSON> jsonPayload_;
   std::optional<HTTPPayload> payload_;
   bool safeForLowData_ = true;
@@ -165,6 +175,7 @@ class HttpRequestOperation : public AsyncOperation {
   std::shared_ptr<platform::URLSessionDataTask> task_;
   HTTPExchange exchange_;
   Callbacks callbacks_;
+  mutable std::optional<platform::UUID> taskID_;
   bool isCancelling_ = false;      // from the beginning of `cancel`
   bool takesNoCallbacks_ = false;  // over or cancelled
 };

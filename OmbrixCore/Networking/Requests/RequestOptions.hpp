@@ -8,6 +8,7 @@
 
 #include "OmbrixCore/Networking/Policies/RetryPolicy.hpp"
 #include "OmbrixCore/Networking/Requests/HTTPContent.hpp"
+#include "OmbrixPlatform/Concurrency/NSOperation.hpp"
 #include "OmbrixPlatform/Network/HTTPBodySource.hpp"
 #include "OmbrixPlatform/Network/HTTPHeaders.hpp"
 #include "OmbrixPlatform/Network/URLRequest.hpp"
@@ -30,6 +31,7 @@ struct RequestOptions {
   using ProgressHandler = std::function<void(const HTTPProgress&)>;
   using Seconds = std::chrono::duration<double>;
   using CachePolicy = platform::URLRequest::CachePolicy;
+  using Priority = platform::NSOperation::QueuePriority;
 
   /// Header fields, set after all others and in their place. "Authorization" is left out: the
   /// client's token goes there.
@@ -45,6 +47,10 @@ struct RequestOptions {
 
   /// False: refused while the network is constrained (Low Data Mode).
   bool safeForLowData = true;
+
+  /// Which of the requests that wait for a place among the client's go first. Files and streams
+  /// have no such places.
+  Priority priority = Priority::normal;
 
   /// A body that is read while it is sent, in the place of a payload: a file, a stream. Its
   /// "Content-Type" is for `headers` to say.

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <utility>
 
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 
@@ -25,5 +26,24 @@ class Turn {
   const DispatchPriority priority_;
   const std::chrono::steady_clock::time_point begin_ = std::chrono::steady_clock::now();
 };
+
+/// Says, while a queue runs a job of its own, that the job of the pool in which it does so ends
+/// right after it.
+class WholeTurn {
+ public:
+  WholeTurn() noexcept : outer_(std::exchange(isCurrent_, true)) {}
+  ~WholeTurn() { isCurrent_ = outer_; }
+  WholeTurn(const WholeTurn&) = delete;
+  WholeTurn& operator=(const WholeTurn&) = delete;
+
+  static bool isCurrent() noexcept { return isCurrent_; }
+
+ private:
+  static inline constinit thread_local bool isCurrent_ = false;
+  const bool outer_;
+};
+
+/// The lane of the pool's job that the calling thread runs; the normal one elsewhere.
+[[nodiscard]] DispatchPriority currentPriority() noexcept;
 
 }  // namespace ombrix::platform::detail

@@ -33,18 +33,22 @@ SqliteURLCache::SqliteURLCache(const std::string& folder, std::int64_t capacity,
 // What callers ask.
 
 CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeaders& request) {
+  std::uint64_t enqueuedBefore = 0;
   {
     const std::lock_guard lock(mutex_);
     if (clearing_ > 0 || !isTrusted()) return nullptr;
     if (const auto known = pendingAnswer(key, request)) return *known;
+    enqueuedBefore = enqueued_;
   }
   CachedAnswerPointer answer;
   SqliteURLCacheFile::Use use{};
+  bool hasOthers = false;
   {
     const std::lock_guard lock(readerMutex_);
     try {
-      answer = reader_.find(key, request, use);
+      answer = reader_.find(key, request, use, hasOthers);
     } catch (const SqliteFailure& failure) {
+      hasOthers = true;  // for all that is known
       handle(reader_, failure);
       if (!failure.isBusy() && !failure.isDamage()) {
         const std::lock_guard stateLock(mutex_);
@@ -52,8 +56,9 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
       }
     }
   }
-  if (!answer) return nullptr;
   const std::lock_guard lock(mutex_);
+  misses_.note(key, !hasOthers && enqueued_ == enqueuedBefore && !pending_.contains(key));
+  if (!answer) return nullptr;
   // It may have been replaced or dropped meanwhile.
   if (clearing_ > 0 || !isTrusted()) return nullptr;
   if (const auto known = pendingAnswer(key, request)) return *known;
@@ -81,8 +86,29 @@ bool SqliteURLCache::isUnsettled(const std::string& key) {
   return clearing_ > 0 || !isTrusted() || pending_.contains(key);
 }
 
-/// Whether there is certainly no answer on disk.
+void SqliteURLCache::Misses::note(const std::string& key, bool isMissing) {
+  const auto hash = std::hash<std::string>{}(key);
+  auto& miss = misses_[hash % misses_.size()];
+  if (isMissing) {
+    miss = {.hash = hash, .at = std::chrono::steady_clock::now()};
+  } else if (miss.hash == hash) {
+    miss = {};
+  }
+}
+
+bool SqliteURLCache::Misses::isRecent(const std::string& key) const {
+  constexpr std::chrono::seconds kLongestRequest{30};
+  const auto hash = std::hash<std::string>{}(key);
+  const auto& miss = misses_[hash % misses_.size()];
+  return miss.hash == hash && std::chrono::steady_clock::now() - miss.at < kLongestRequest;
+}
+
+/// Whether there is certainly no answer on disk, or was none when that was asked last.
 bool SqliteURLCache::isMissing(const std::string& key) {
+  {
+    const std::lock_guard lock(mutex_);
+    if (misses_.isRecent(key)) return true;
+  }
   const std::lock_guard lock(readerMutex_);
   try {
     return !reader_.mayContain(key);
@@ -102,6 +128,8 @@ void SqliteURLCache::enqueue(ChangePointer change) {
   } else {
     pendingBytes_ += bytes;
   }
+  ++enqueued_;
+  misses_.note(change->key, false);
   pending_[change->key].push_back(change);
   changes_.push_back(std::move(change));
   schedule();

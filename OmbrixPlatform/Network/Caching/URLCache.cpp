@@ -53,10 +53,10 @@ class Revalidations {
     return begun_.size() < kMost && begun_.emplace(key, now).second;
   }
 
-  /// The server has answered about the key.
-  void end(const std::string& key) {
+  /// The server has answered about the URL.
+  void end(const URL& url) {
     const std::lock_guard lock(mutex_);
-    begun_.erase(key);
+    if (!begun_.empty()) begun_.erase(cacheKey(url));
   }
 
  private:
@@ -203,7 +203,7 @@ CachedURLResponse TieredURLCache::received(const URLRequest& request, Date reque
   const ExchangeTimes times{.request = requestTime, .response = responseTime};
   for (const std::string& key : invalidatedKeys(request, response)) remove(key);
   if (request.httpMethod != "GET") return answer;
-  revalidations_.end(cacheKey(request.url));
+  revalidations_.end(request.url);
   if (response.statusCode() == 304 && validated != nullptr && validated->response) {
     if (confirms(response.headers(), validated->response->headers())) {
       return confirmed(request, times, response, *validated);

@@ -6,6 +6,7 @@
 #include <system_error>
 #include <utility>
 
+#include "OmbrixPlatform/Concurrency/InsideScope.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlErrors.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlLoop.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/NetworkThreads.hpp"
@@ -404,6 +405,7 @@ void CurlLoop::flushTogether() {
   }
   queue_->async([jobs = std::exchange(together_, {})]() mutable {
     for (Job& job : jobs) {
+      PoolJob::goesOn();
       job();
       job = nullptr;
     }

@@ -200,6 +200,27 @@ TEST_F(OmbrixServerAPIRequestTests, CancellingByID) {
   EXPECT_THAT(lines, ElementsAre("0", "2", "3", "4", "5"));
 }
 
+// Catches requests that wait for a place behind less urgent ones.
+TEST_F(OmbrixServerAPIRequestTests, UrgentRequestsPassTheOthers) {
+  answer([](const auto&) { return std::nullopt; });
+  using Priority = RequestOptions::Priority;
+  const auto ask = [&](const char* path, Priority priority) {
+    client().completionWrapper(
+        client().publisher(path, Method::GET, RequestOptions{.priority = priority}),
+        [](const auto&) {});
+  };
+  for (int i = 0; i < 6; ++i) ask("first", Priority::normal);
+  session()->request(5);
+  ask("low", Priority::low);
+  ask("normal", Priority::normal);
+  ask("high", Priority::high);
+  std::size_t place = 0;
+  for (const char* path : {"/high", "/normal", "/low"}) {
+    session()->complete(place, {});
+    EXPECT_EQ(session()->request(6 + place++).url.path(), path);
+  }
+}
+
 // Catches a wait that lasts for ever once its operation is cancelled, in any form, and an entry or
 // a key that stays.
 TEST_F(OmbrixServerAPIRequestTests, WaitsForACancelledRequestEnd) {

@@ -54,6 +54,31 @@ TEST(NSOperationQueueTests, DependenciesComeFirst) {
   EXPECT_TRUE(late->isReady());
 }
 
+// Catches operations that start in another order than that of their priorities, and a queue that
+// does not tell when the first one comes and the last one goes.
+TEST(NSOperationQueueTests, UrgentOperationsStartFirst) {
+  using enum NSOperation::QueuePriority;
+  const auto queue = NSOperationQueue::make("priorities");
+  queue->setMaxConcurrentOperationCount(0);
+  std::counting_semaphore<> changes{0};
+  const auto token = queue->emptinessDidChange.connect([&] { changes.release(); });
+  std::string order;
+  const std::pair<char, NSOperation::QueuePriority> rows[] = {
+      {'f', veryLow}, {'c', normal}, {'e', low}, {'b', high}, {'d', normal}, {'a', veryHigh}};
+  for (const auto& [name, priority] : rows) {
+    const auto operation = block([&order, name = name] { order += name; });
+    operation->setQueuePriority(priority);
+    queue->addOperation(operation);
+  }
+  EXPECT_TRUE(changes.try_acquire());
+  EXPECT_FALSE(changes.try_acquire());
+  queue->setMaxConcurrentOperationCount(1);
+  queue->waitUntilAllOperationsAreFinished();
+  EXPECT_EQ(order, "abcdef");
+  EXPECT_TRUE(changes.try_acquire_for(std::chrono::seconds(60)));
+  EXPECT_FALSE(changes.try_acquire());
+}
+
 // Catches queues that rescan themselves, hold threads for waiting operations, run more at once than
 // they may, or destroy a long chain on the stack.
 TEST(NSOperationQueueTests, FiftyThousandOperationsOfEightThreadsFinish) {

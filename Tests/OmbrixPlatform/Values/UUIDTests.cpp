@@ -1,6 +1,8 @@
 #include "OmbrixPlatform/Values/UUID.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <unordered_set>
 
@@ -21,7 +23,7 @@ TEST(UUIDTests, ReadsWhatItWrites) {
   }
 }
 
-// Catches a source that repeats itself, and marks that are missing.
+// Catches a source that repeats itself, also in a child of a fork, and marks that are missing.
 TEST(UUIDTests, RandomOnesDiffer) {
   std::unordered_set<UUID> seen;
   for (int i = 0; i < 1000; ++i) {
@@ -31,6 +33,21 @@ TEST(UUIDTests, RandomOnesDiffer) {
     seen.insert(uuid);
   }
   EXPECT_EQ(seen.size(), 1000U);
+
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const pid_t child = ::fork();
+  if (child == 0) {
+    const auto own = UUID::random().bytes();
+    ::_exit(::write(ends[1], own.data(), own.size()) == ssize_t{16} ? 0 : 1);
+  }
+  std::array<std::uint8_t, 16> childs{};
+  EXPECT_EQ(::read(ends[0], childs.data(), childs.size()), 16);
+  EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+  for (int i = 0; i < 1000; ++i) seen.insert(UUID::random());
+  EXPECT_FALSE(seen.contains(UUID(childs)));
+  ::close(ends[0]);
+  ::close(ends[1]);
 }
 
 }  // namespace
