@@ -69,7 +69,7 @@ template <class Value>
 void sayWhatIsWaitedFor(const std::future<Value>& answer, const platform::URL& url) {
   constexpr std::chrono::seconds kSilence{2};
   if (answer.wait_for(kSilence) == std::future_status::ready) return;
-  fmt::print(stderr, "waiting for {} …\n", url.host().value_or(""));
+  fmt::print(stderr, "waiting for {}, half a minute at the most …\n", url.host().value_or(""));
 }
 
 void run(const Asked& asked) {
@@ -152,8 +152,13 @@ void addUploadCommand(CLI::App& app) {
   const auto server = addServerOptions(*command);
   command->callback([options, server] {
     connect(*server);
-    const auto answer =
-        uploadFile(options->file, options->path, options->method, headersOf(options->headers));
+    if (options->verbose) {
+      const Asked asked{
+          .path = options->path, .method = options->method, .headers = options->headers};
+      if (const auto sent = makeRequest(asked, nullptr)->requestToSend()) printRequest(*sent);
+    }
+    const auto answer = uploadFile(options->file, options->path, options->method,
+                                   headersOf(options->headers), options->verbose);
     if (answer.response) printAnswer(*answer.response, answer.metrics, options->verbose);
     printBody(answer.data, false);
   });

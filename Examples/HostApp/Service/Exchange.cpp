@@ -71,6 +71,19 @@ std::string messageIn(platform::DataView body) {
   }
 }
 
+/// Whether a request failed by a file of the user's, and no server had a part in it.
+bool isOfFile(const URLError& error) {
+  using enum URLError::Code;
+  return error.code() == fileDoesNotExist || error.code() == fileIsDirectory ||
+         error.code() == noPermissionsToReadFile;
+}
+
+void printFields(const platform::HTTPURLResponse& response) {
+  for (const auto& [name, value] : response.headers()) {
+    fmt::print(stderr, "< {}: {}\n", name, shownText(shownValue(name, value), kLongestField));
+  }
+}
+
 const char* whatToDo(const HTTPError& error) {
   if (const auto* transport = error.underlyingError()) {
     switch (transport->code()) {
@@ -137,9 +150,7 @@ void printAnswer(const platform::HTTPURLResponse& response, const HTTPMetrics& m
   fmt::print(stderr, "{} {}, {} in {:.1f} ms\n", response.httpVersion(), response.statusCode(),
              sourceText(metrics.fetchType), milliseconds(metrics.total));
   if (!isVerbose) return;
-  for (const auto& [name, value] : response.headers()) {
-    fmt::print(stderr, "< {}: {}\n", name, shownText(shownValue(name, value), kLongestField));
-  }
+  printFields(response);
   fmt::print(stderr,
              "waited {:.1f} ms, name {:.1f} ms, connection {:.1f} ms, TLS {:.1f} ms, "
              "first byte {:.1f} ms, total {:.1f} ms, {} bytes sent, {} received{}{}\n",
@@ -150,7 +161,16 @@ void printAnswer(const platform::HTTPURLResponse& response, const HTTPMetrics& m
              metrics.redirectCount > 0 ? fmt::format(", {} redirects", metrics.redirectCount) : "");
 }
 
+void printRefusal(const HTTPError& error, bool isVerbose) {
+  if (error.cause() == nullptr || !error.cause()->response) return;
+  const auto& response = *error.cause()->response;
+  fmt::print(stderr, "{} {}\n", response.httpVersion(), response.statusCode());
+  if (isVerbose) printFields(response);
+}
+
 std::string failureText(const HTTPError& error) {
+  const auto* local = error.underlyingError();
+  if (local != nullptr && isOfFile(*local)) return local->what();
   // The sentence may be the server's as well.
   std::string text = shownText(OmbrixServerAPI::errorMessageForError(&error), kLongestMessage);
   const auto add = [&](std::string_view line) { text.append("\n  ").append(line); };

@@ -25,6 +25,9 @@ void printRequest(const platform::URLRequest& request);
 void printAnswer(const platform::HTTPURLResponse& response, const HTTPMetrics& metrics,
                  bool isVerbose);
 
+/// The status of the answer that an error stands for, if there was one; fields as well for "-v".
+void printRefusal(const HTTPError& error, bool isVerbose);
+
 /// Why a request has failed, what the server says, and what to do.
 std::string failureText(const HTTPError& error);
 

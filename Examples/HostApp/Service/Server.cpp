@@ -147,7 +147,7 @@ JSON post(std::string_view path, Data document) {
 }
 
 HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std::string& method,
-                      platform::HTTPHeaders headers) {
+                      platform::HTTPHeaders headers, bool isVerbose) {
   const auto state = std::make_shared<UploadState>();
   RequestOptions options{.headers = std::move(headers),
                          .progress = [state](const HTTPProgress& progress) {
@@ -178,7 +178,10 @@ HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std:
     }
   }
   auto result = answer.get();
-  if (!result) throw CommandFailure(failureText(result.error()));
+  if (!result) {
+    printRefusal(result.error(), isVerbose);
+    throw CommandFailure(failureText(result.error()));
+  }
   return *std::move(result);
 }
 

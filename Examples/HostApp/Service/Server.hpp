@@ -36,8 +36,8 @@ platform::Data fetch(std::string_view path);
 platform::JSON post(std::string_view path, platform::Data document);
 
 /// Uploads a file with a bar on standard error; failures, also half a minute in which nothing could
-/// be sent, end the command.
+/// be sent, end the command, after the status of a refusal was shown.
 HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std::string& method,
-                      platform::HTTPHeaders headers);
+                      platform::HTTPHeaders headers = {}, bool isVerbose = false);
 
 }  // namespace ombrix::hostapp
