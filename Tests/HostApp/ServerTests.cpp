@@ -3,7 +3,7 @@
 
 #include "Examples/HostApp/Service/Patience.hpp"
 #include "OmbrixPlatform/Text/UTF8.hpp"
-#include "OmbrixTesting/ChildProcess.hpp"
+#include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/TestServer.hpp"
 #include "Program.hpp"

@@ -128,18 +128,6 @@ TEST(OmbrixTaskPoolerTests, TasksWithoutAResult) {
   EXPECT_EQ(gate.runs, 2);
 }
 
-// Catches a failure of the publisher that arrives as something else.
-TEST(OmbrixTaskPoolerTests, PublishersThrowTheirError) {
-  OmbrixTaskPooler<int> pooler;
-  const auto failing = platform::AnyPublisher<int, HTTPError>::fail(HTTPError::rateLimitError());
-  try {
-    pooler.run(failing, "a").get();
-    FAIL();
-  } catch (const HTTPError& error) {
-    EXPECT_EQ(error, HTTPError::rateLimitError());
-  }
-}
-
 struct Resort {
   int id;
   std::string name;

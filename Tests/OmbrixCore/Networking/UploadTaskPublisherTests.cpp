@@ -101,10 +101,5 @@ TEST(UploadTaskPublisherTests, CancellingEndsIt) {
   EXPECT_TRUE(weak.expired());
 }
 
-TEST(UploadTaskPublisherTests, AskingForNothingStopsTheProgram) {
-  const Upload upload;
-  EXPECT_DEATH(upload.subscriber->subscription->request(Demand::none()), "no values");
-}
-
 }  // namespace
 }  // namespace ombrix
