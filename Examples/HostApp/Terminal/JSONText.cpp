@@ -1,13 +1,34 @@
 #include "Examples/HostApp/Terminal/JSONText.hpp"
 
+#include <fmt/format.h>
+
 #include <functional>
+#include <string_view>
 
 namespace ombrix::hostapp {
 namespace {
 
 using platform::JSON;
 
-std::string plain(const JSON& json) { return std::string(platform::textOf(json.rawData())); }
+/// As the coder writes it, with the controls escaped that it may leave: they would steer a
+/// terminal.
+std::string plain(const JSON& json) {
+  const platform::Data data = json.rawData();
+  const std::string_view text = platform::textOf(data);
+  std::string shown;
+  for (std::size_t at = 0; at < text.size(); ++at) {
+    const auto byte = static_cast<unsigned char>(text[at]);
+    const auto next = static_cast<unsigned char>(at + 1 < text.size() ? text[at + 1] : 0);
+    const bool isC1 = byte == 0xC2 && next >= 0x80 && next < 0xA0;
+    if (byte != 0x7F && !isC1) {
+      shown += text[at];
+    } else {
+      shown += fmt::format("\\u{:04x}", isC1 ? next : byte);
+      at += isC1 ? 1 : 0;
+    }
+  }
+  return shown;
+}
 
 void append(std::string& out, const JSON& json, std::size_t level);
 
