@@ -1,6 +1,7 @@
 #include "Examples/HostApp/Service/Exchange.hpp"
 
 #include <fmt/format.h>
+#include <sys/resource.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdio>
@@ -84,6 +85,15 @@ void printFields(const platform::HTTPURLResponse& response) {
   }
 }
 
+/// Whether this process may hold less than what TLS and its threads are sure to find room in. What
+/// fails for want of memory tells other causes: files that cannot be read, answers that do not
+/// come.
+bool isMemoryScarce() {
+  constexpr rlim_t kEnough = rlim_t{1} << 30;
+  rlimit limit{};
+  return ::getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur < kEnough;
+}
+
 const char* whatToDo(const HTTPError& error) {
   if (const auto* transport = error.underlyingError()) {
     switch (transport->code()) {
@@ -96,7 +106,9 @@ const char* whatToDo(const HTTPError& error) {
       case URLError::Code::serverCertificateHasUnknownRoot:
         return "The server's certificate is not one that this machine trusts.";
       default:
-        return nullptr;
+        return isMemoryScarce()
+                   ? "Little memory is allowed here (ulimit -v): that may be the cause."
+                   : nullptr;
     }
   }
   return error.cause() != nullptr && error.cause()->code == kTooLong
