@@ -4,7 +4,6 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <tuple>
@@ -19,8 +18,6 @@
 
 namespace ombrix::platform {
 namespace detail {
-
-std::string quoted(std::string_view text);
 
 template <CodingReader R, class T>
 void decodeFields(R& reader, T& out) {
@@ -94,7 +91,7 @@ T decodeNew(R& reader) {
   } else if constexpr (std::same_as<T, URL>) {
     const std::string_view text = reader.readText();
     if (auto url = URL::parse(text)) return *std::move(url);
-    throw DecodingError::dataCorrupted("No URL is meant by " + quoted(text), reader.codingPath());
+    throw DecodingError::dataCorrupted("Not a URL: " + textByLength(text), reader.codingPath());
   } else {
     T value{};
     DefaultFieldCodec::decode(reader, value);
@@ -111,8 +108,10 @@ void decodeMap(R& reader, Map& out) {
   std::string name;  // lives as long as the step: what is wrong with the next key names this one
   CodingPathChain::Step step(reader.pathChain());
   std::string_view next;
+  BucketLimit buckets;
   const auto put = [&](Key key) {
     const auto before = out.size();
+    if constexpr (kIsHashed<Map>) buckets.check(reader, out, key);
     out.insert_or_assign(std::move(key), decodeNew<typename Map::mapped_type>(reader));
     if (out.size() == before) startOver(reader);
   };
@@ -128,9 +127,12 @@ void decodeMap(R& reader, Map& out) {
       }
       put(key);
     } else if constexpr (std::is_enum_v<Key>) {
-      const auto key = fromRawValue<Key>(std::string_view{name});
-      if (!key) throw DecodingError::dataCorrupted("A key has no meaning", reader.codingPath());
-      put(*key);
+      requireRawValues<Key>();
+      if constexpr (HasRawValueTable<Key>) {
+        const auto key = fromRawValue<Key>(std::string_view{name});
+        if (!key) throw DecodingError::dataCorrupted("A key has no meaning", reader.codingPath());
+        put(*key);
+      }
     } else {
       put(Key{name});
     }
@@ -158,8 +160,11 @@ void decodeItems(R& reader, T& out) {
     using Item = typename T::value_type;
     out.clear();
     expectItems<Item>(reader, out);
+    BucketLimit buckets;
     for (step.setIndex(0); reader.nextItem(); step.setIndex(++index)) {
-      if constexpr (!Growing<T>) {
+      if constexpr (kIsHashed<T>) {
+        buckets.check(reader, out, *out.insert(decodeNew<Item>(reader)).first);
+      } else if constexpr (!Growing<T>) {
         out.insert(decodeNew<Item>(reader));
       } else if constexpr (std::is_default_constructible_v<Item> && !std::same_as<Item, bool>) {
         DefaultFieldCodec::decode(reader, out.emplace_back());
@@ -215,23 +220,16 @@ void decodeVariant(R& reader, V& out) {
 
 template <CodingReader R, class T>
 void decodeEnumeration(R& reader, T& out) {
-  static_assert(HasRawValueTable<T>, "specialise RawValues for an enumeration that is coded");
-  if constexpr (std::integral<decltype(rawValue(T{}))>) {
-    const std::int64_t raw = reader.readInteger();
+  const auto take = [&](const auto& raw, const auto& describe) {
     const auto value = fromRawValue<T>(raw);
-    if (!value) {
-      throw DecodingError::dataCorrupted("No value is meant by the number", reader.codingPath());
-    }
-    out = *value;
-  } else {
-    const std::string_view raw = reader.readText();
-    const auto value = fromRawValue<T>(raw);
-    if (!value) {
-      throw DecodingError::dataCorrupted("No value is meant by " + quoted(raw),
-                                         reader.codingPath());
-    }
-    out = *value;
-  }
+    if (value) return static_cast<void>(out = *value);
+    throw DecodingError::dataCorrupted("No case has the raw value (" + describe(raw) + ")",
+                                       reader.codingPath());
+  };
+  if constexpr (std::integral<decltype(rawValue(T{}))>)
+    take(reader.readInteger(), [](std::int64_t) { return std::string("an integer"); });
+  else
+    take(reader.readText(), textByLength);
 }
 
 template <CodingReader R, std::integral T>
@@ -263,7 +261,8 @@ void decodeValue(R& reader, T& out) {
   } else if constexpr (std::same_as<T, bool>) {
     out = reader.readBool();
   } else if constexpr (std::is_enum_v<T>) {
-    detail::decodeEnumeration(reader, out);
+    detail::requireRawValues<T>();
+    if constexpr (HasRawValueTable<T>) detail::decodeEnumeration(reader, out);
   } else if constexpr (std::integral<T>) {
     detail::decodeInteger(reader, out);
   } else if constexpr (std::floating_point<T>) {

@@ -129,7 +129,7 @@ void encodeValue(W& writer, const T& value) {
     writer.boolean(value);
   } else if constexpr (std::is_enum_v<T>) {
     detail::requireRawValues<T>();
-    encodeValue(writer, rawValue(value));
+    if constexpr (HasRawValueTable<T>) encodeValue(writer, rawValue(value));
   } else if constexpr (std::signed_integral<T>) {
     writer.integer(value);
   } else if constexpr (std::unsigned_integral<T>) {

@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 
+#include "OmbrixPlatform/Coding/CodingError.hpp"
 #include "OmbrixPlatform/Coding/CodingFields.hpp"
 #include "OmbrixPlatform/Coding/CodingPath.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
@@ -122,6 +123,31 @@ void expectItems(R& reader, T& out) {
     if constexpr (requires { out.reserve(0); } && Growing<T>) out.reserve(count);
   }
 }
+
+/// A table of hashes in which each key is once.
+template <class Container>
+inline constexpr bool kIsHashed = requires(Container& out, typename Container::key_type key) {
+  out.bucket_size(out.bucket(key));
+  typename Container::insert_return_type;
+};
+
+/// Ends the reading of a hash table most of whose keys share buckets, as keys do that somebody
+/// chose so: putting them in takes time by the square of their number.
+class BucketLimit {
+ public:
+  template <CodingReader R, class Container>
+  void check(R& reader, const Container& out, const typename Container::key_type& key) {
+    if (out.empty()) return;
+    compared_ += out.bucket_size(out.bucket(key));
+    if (compared_ <= kUsual * (out.size() + kUsual)) return;
+    throw DecodingError::tooLarge("Too many keys share a bucket of a hash table",
+                                  reader.codingPath());
+  }
+
+ private:
+  static constexpr std::size_t kUsual = 256;  // far above what a hash that is worth its name gives
+  std::size_t compared_ = 0;
+};
 
 /// Tells a writer that wants to know how much memory the items of what has begun take.
 template <class Container, CodingWriter W>

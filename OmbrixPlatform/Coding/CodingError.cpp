@@ -30,9 +30,7 @@ std::string describe(const CodingPath& path) {
   return text;
 }
 
-/// A text of a document, as errors name it: by its length, since it may be a password or a token
-/// and errors end up in logs.
-std::string detail::quoted(std::string_view text) {
+std::string detail::textByLength(std::string_view text) {
   return fmt::format("a text of {} bytes", text.size());
 }
 

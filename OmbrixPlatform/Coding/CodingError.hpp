@@ -59,4 +59,12 @@ class EncodingError : public Error {
   CodingPath path_;
 };
 
+namespace detail {
+
+/// A text of a document, as errors name it: by its length, since it may be a password or a token
+/// and errors end up in logs.
+std::string textByLength(std::string_view text);
+
+}  // namespace detail
+
 }  // namespace ombrix::platform

@@ -140,6 +140,10 @@ class Decoder : public std::enable_shared_from_this<Decoder> {
   [[nodiscard]] virtual std::shared_ptr<const KeyedDecodingContainerBase> keyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<UnkeyedDecodingContainer> unkeyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<SingleValueDecodingContainer> singleValueContainer() = 0;
+  /// Says that so many items will take so much memory each. Throws `DecodingError` where that is
+  /// more than the document accounts for. Gives for how many room may be made at once: none where
+  /// the format does not count.
+  virtual std::size_t expectItems(std::size_t count, std::size_t bytesEach);
   /// The content as the value type of its format; false where the format is another.
   virtual bool readJSON(JSON& out);
   virtual bool readPropertyList(PropertyList& out);
@@ -202,6 +206,8 @@ class DecoderReader {
   bool nextKey(std::string_view& key);
   void beginArray();
   bool nextItem();
+  /// As in `BinaryPropertyListReader`.
+  std::size_t expectItems(std::size_t bytesEach);
   void skip();
   std::optional<std::string> peekText(std::string_view key);
   std::shared_ptr<Decoder> decoder();

@@ -96,6 +96,8 @@ class Encoder {
   [[nodiscard]] virtual std::shared_ptr<KeyedEncodingContainerBase> keyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<UnkeyedEncodingContainer> unkeyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<SingleValueEncodingContainer> singleValueContainer() = 0;
+  /// Says that so many items take so much memory each where they are decoded.
+  virtual void expectItems(std::size_t count, std::size_t bytesEach);
   /// Encodes a value type of a format as it is; false where the encoder's format is another.
   virtual bool writeJSON(const JSON& value);
   virtual bool writePropertyList(const PropertyList& value);
@@ -136,10 +138,15 @@ class EncoderWriter {
   void propertyList(const PropertyList& value);
 
   void beginObject();
-  void key(std::string_view name) { frames_.back().key = name; }
-  void endObject() { frames_.pop_back(); }
+  void key(std::string_view name) {
+    frames_.back().key = name;
+    ++frames_.back().keys;
+  }
+  void endObject() { end(); }
   void beginArray();
-  void endArray() { frames_.pop_back(); }
+  void endArray() { end(); }
+  /// As in `BinaryPropertyListWriter`.
+  void expectItems(std::size_t bytesEach) { frames_.back().itemBytes = bytesEach; }
 
   /// Lets `encode` write the next value through an encoder.
   void writeWith(void (*encode)(Encoder&, const void*), const void* value);
@@ -151,9 +158,12 @@ class EncoderWriter {
   struct Frame {
     std::shared_ptr<KeyedEncodingContainerBase> keyed;
     std::string key;
+    std::size_t keys = 0;
     std::unique_ptr<UnkeyedEncodingContainer> unkeyed;
+    std::size_t itemBytes = 0;
   };
 
+  void end();
   void write(const CodingPrimitive& value);
   std::shared_ptr<Encoder> nested();
   template <class Tree>

@@ -27,8 +27,10 @@ std::string_view nameOf(CodingPrimitiveKind kind) noexcept {
   return "a value";
 }
 
+std::size_t Decoder::expectItems(std::size_t, std::size_t) { return 0; }
 bool Decoder::readJSON(JSON&) { return false; }
 bool Decoder::readPropertyList(PropertyList&) { return false; }
+void Encoder::expectItems(std::size_t, std::size_t) {}
 bool Encoder::writeJSON(const JSON&) { return false; }
 bool Encoder::writePropertyList(const PropertyList&) { return false; }
 
@@ -104,6 +106,13 @@ bool DecoderReader::nextItem() {
   return false;
 }
 
+std::size_t DecoderReader::expectItems(std::size_t bytesEach) {
+  const Frame& frame = frames_.back();
+  const std::size_t count =
+      frame.unkeyed == nullptr ? frame.keys.size() : frame.unkeyed->count().value_or(0);
+  return decoder_.expectItems(count, bytesEach);
+}
+
 std::optional<std::string> DecoderReader::peekText(std::string_view key) {
   const std::shared_ptr<Decoder> next = decoder();
   // An array gives each item away once only.
@@ -156,6 +165,15 @@ void EncoderWriter::beginArray() {
   Frame frame;
   frame.unkeyed = frames_.empty() ? encoder_.unkeyedContainer() : nested()->unkeyedContainer();
   frames_.push_back(std::move(frame));
+}
+
+void EncoderWriter::end() {
+  const Frame& frame = frames_.back();
+  if (frame.itemBytes > 0) {
+    encoder_.expectItems(frame.unkeyed == nullptr ? frame.keys : frame.unkeyed->count(),
+                         frame.itemBytes);
+  }
+  frames_.pop_back();
 }
 
 void EncoderWriter::writeWith(void (*encode)(Encoder&, const void*), const void* value) {

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <algorithm>
+#include <cstdint>
+#include <memory>
 #include <string_view>
 
 #include "OmbrixPlatform/Coding/Detail/TreeDecoder.hpp"
@@ -9,8 +12,20 @@
 
 namespace ombrix::platform::detail {
 
+/// What the items of values that are encoded take in memory where they are decoded.
+struct ItemMemory {
+  std::uint64_t count = 0, bytes = 0, widest = 0;
+
+  void add(std::uint64_t items, std::uint64_t bytesEach) noexcept {
+    count += items;
+    bytes += items * bytesEach;
+    widest = std::max(widest, bytesEach);
+  }
+};
+
 struct PropertyListCodingOptions {
   CodingUserInfo userInfo;
+  std::shared_ptr<ItemMemory> items = std::make_shared<ItemMemory>();
 };
 
 /// Property lists for `TreeDecoder` (those that are values already, as XML is) and `TreeEncoder`.

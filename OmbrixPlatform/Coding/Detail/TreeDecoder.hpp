@@ -39,7 +39,8 @@ CodingPrimitive readPrimitive(Reader& reader, CodingPrimitiveKind kind) {
 ///
 /// `Format` names the document (which has `userInfo`), what leads to a value in it (`Cursor`) and
 /// its value type (`Tree`). It gives `isNull`, the `entries` of a dictionary (of equal keys the
-/// last), the `items` of an array, `primitive` and `tree`, which throw for a value of another kind.
+/// last), the `items` of an array, `primitive` and `tree`, which throw for a value of another kind;
+/// and `expectItems`, if it wants to know what `Decoder` is told.
 template <class Format>
 class TreeDecoder final : public Decoder {
  public:
@@ -80,6 +81,15 @@ class TreeDecoder final : public Decoder {
   }
   [[nodiscard]] std::unique_ptr<SingleValueDecodingContainer> singleValueContainer() override {
     return std::make_unique<Single>(place_);
+  }
+  std::size_t expectItems(std::size_t count, std::size_t bytesEach) override {
+    if constexpr (requires {
+                    Format::expectItems(*place_.document, count, bytesEach, place_.path);
+                  }) {
+      Format::expectItems(*place_.document, count, bytesEach, place_.path);
+      return count;
+    }
+    return 0;
   }
   bool readJSON(JSON& out) override { return readTree(out); }
   bool readPropertyList(PropertyList& out) override { return readTree(out); }

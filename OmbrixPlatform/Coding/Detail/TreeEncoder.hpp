@@ -93,6 +93,11 @@ class TreeEncoder final : public Encoder {
   [[nodiscard]] std::unique_ptr<SingleValueEncodingContainer> singleValueContainer() override {
     return std::make_unique<Single>(place_);
   }
+  void expectItems(std::size_t count, std::size_t bytesEach) override {
+    if constexpr (requires { place_.options->items; }) {
+      place_.options->items->add(count, bytesEach);
+    }
+  }
   bool writeJSON(const JSON& value) override { return write(value); }
   bool writePropertyList(const PropertyList& value) override { return write(value); }
 

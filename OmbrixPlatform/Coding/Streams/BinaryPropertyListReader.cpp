@@ -300,6 +300,14 @@ struct Objects {
     }
   }
 
+  static void expectItems(const Document& document, std::size_t count, std::size_t bytesEach,
+                          const CodingPath& path) {
+    try {
+      document.allowance.visit(count, bytesEach);
+    } catch (const PropertyListSizeError& error) {
+      throw DecodingError::tooLarge(error.what(), path);
+    }
+  }
   static bool isNull(const Document& document, Cursor object) {
     return read(document, object, {}, [](auto& reader) { return reader.readNull(); });
   }

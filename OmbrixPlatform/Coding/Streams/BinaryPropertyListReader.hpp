@@ -97,7 +97,7 @@ struct BinaryPropertyListReader::Document {
   Document(DataView file, const CodingUserInfo& userInfo)
       : bytes(file.begin(), file.end()),
         view(bytes),
-        allowance(bytes.size(), view.objectCount()),
+        allowance(bytes.size(), 2 * view.objectCount()),  // by way of what leads there, and itself
         info(userInfo) {}
 
   [[nodiscard]] const CodingUserInfo& userInfo() const noexcept { return info; }

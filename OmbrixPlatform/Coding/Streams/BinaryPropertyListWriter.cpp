@@ -321,6 +321,9 @@ void BinaryPropertyListWriter::writeWith(void (*encode)(Encoder&, const void*), 
   isForDecoders_ = true;
   propertyList(tree);
   isForDecoders_ = false;
+  visits_ += options.items->count;
+  visitBytes_ += options.items->bytes;
+  widestItem_ = std::max(widestItem_, options.items->widest);
 }
 
 /// Whether a reader takes the file, however it goes through it: at most what it charges, and at

@@ -318,7 +318,7 @@ double JSONReader::readOtherReal() {
   if (peek() == '"' && options().nonConformingFloats) {
     const std::string_view text = readText();
     if (const auto value = detail::realFromText(text, options())) return *value;
-    throw DecodingError::dataCorrupted("Not a number: " + detail::quoted(text), codingPath());
+    throw DecodingError::dataCorrupted("Not a number: " + detail::textByLength(text), codingPath());
   }
   return realOf(scanNumber("a number"));
 }
@@ -429,7 +429,7 @@ Date JSONReader::readDate() {
   if (peek() != '"') mismatch("a date as text");
   const std::string_view text = takeText();
   if (const auto date = detail::dateFromISO8601(text)) return *date;
-  throw DecodingError::dataCorrupted("Not a date: " + detail::quoted(text), codingPath());
+  throw DecodingError::dataCorrupted("Not a date: " + detail::textByLength(text), codingPath());
 }
 
 bool JSONReader::takeKey(std::string_view& key) {

@@ -6,9 +6,12 @@
 #include <cstdint>
 #include <limits>
 #include <map>
+#include <numeric>
 #include <optional>
 #include <random>
 #include <string>
+#include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "CodableSamples.hpp"
@@ -278,6 +281,51 @@ TEST(BinaryPropertyListTests, WhatIsEqualComesBack) {
   EXPECT_TRUE(comesBack(std::vector<std::string>(200'000, std::string(120, 'x'))));
   EXPECT_TRUE(comesBack(std::vector<double>(1'000'000, 0.5)));
   EXPECT_TRUE(comesBack(std::vector<Wide>(50'000)));
+}
+
+/// A value that codes itself and holds another.
+template <class T>
+struct Wrapped {
+  T value;
+  static Wrapped decode(Decoder& decoder) { return {decoder.singleValueContainer()->decode<T>()}; }
+  void encode(Encoder& encoder) const { encoder.singleValueContainer()->encode(value); }
+};
+
+/// What a hash becomes for keys that are chosen to meet.
+struct OneBucket {
+  std::size_t operator()(std::int64_t) const { return 0; }
+};
+
+// Catches the memory of items forgotten where types are read and written through the interface, and
+// hash tables whose keys are chosen for one bucket.
+TEST(BinaryPropertyListTests, ItemsCountThroughTheInterface) {
+  const auto array = [](std::uint64_t item, std::uint64_t count) {
+    std::string object = bytes({0xAF, 0x11}) + bigEndian(count, 2);
+    for (std::uint64_t i = 0; i < count; ++i) object += bigEndian(item, 2);
+    return object;
+  };
+  const Data file = fileOf({array(1, 4'000), array(2, 20), bytes({0xD0})}, 4, 2);  // 80 MB of items
+  using Rows = std::vector<std::vector<Wide>>;
+  constexpr auto kTooLarge = DecodingError::Kind::tooLarge;
+  EXPECT_EQ(refusalOf<Wrapped<Rows>>(file), kTooLarge);
+
+  const auto comesBack = []<class T>(const T& value) {
+    const Data written = PropertyListEncoder{}.encode(Wrapped<T>{value});
+    return PropertyListDecoder{}.decode<Wrapped<T>>(written).value == value;
+  };
+  EXPECT_TRUE(comesBack(std::vector<std::optional<Wide>>(40'000)));
+  EXPECT_TRUE(comesBack(std::vector<Wide>(50'000)));
+
+  std::vector<std::int64_t> numbers(60'000);
+  std::iota(numbers.begin(), numbers.end(), 0);
+  const Data set = PropertyListEncoder{}.encode(numbers);
+  EXPECT_EQ(refusalOf<std::unordered_set<std::int64_t>>(set), std::nullopt);
+  EXPECT_EQ((refusalOf<std::unordered_set<std::int64_t, OneBucket>>(set)), kTooLarge);
+  std::map<std::int64_t, bool> entries;
+  for (const std::int64_t number : numbers) entries[number] = true;
+  EXPECT_EQ((refusalOf<std::unordered_map<std::int64_t, bool, OneBucket>>(
+                PropertyListEncoder{}.encode(entries))),
+            kTooLarge);
 }
 
 // Catches the text that stands for null taken for it where a text is meant.

@@ -197,9 +197,9 @@ TEST(CoderTests, ErrorsSayWhatIsWrongAndWhere) {
   EXPECT_EQ(failure<Nested>(R"({"secret":{"x7":{}}})", Kind::dataCorrupted),
             "A key is not an integer that fits at \"(a key of 6 bytes).(a key of 2 bytes)\".");
   EXPECT_EQ(failure<Piste>(R"("green")", Kind::dataCorrupted),
-            "No value is meant by a text of 5 bytes at the top.");
+            "No case has the raw value (a text of 5 bytes) at the top.");
   EXPECT_EQ(failure<Snow>("300", Kind::dataCorrupted),
-            "No value is meant by the number at the top.");
+            "No case has the raw value (an integer) at the top.");
   EXPECT_EQ(failure<std::int64_t>("1.5", Kind::dataCorrupted),
             "The number does not fit at the top.");
   EXPECT_EQ(failure<Event>(R"({"walk":{}})", Kind::dataCorrupted),
