@@ -785,6 +785,9 @@ TEST(CommandTests, DemonstratesTheWholeWay) {
   }
   EXPECT_THAT(folder.read("shown/sample-day.html"), HasSubstr("Sonntag, 11. Februar 2024"));
   EXPECT_THAT(run(folder, "days --units kilometers").output, HasSubstr("sample-day.track.csv"));
+  folder.write("sample-day.html", "notes");
+  EXPECT_EQ(run(folder, "demo").status, 1);
+  EXPECT_EQ(folder.read("sample-day.html"), "notes") << "a name that nobody gave";
 }
 
 }  // namespace

@@ -3,7 +3,10 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <memory>
+#include <string>
+#include <string_view>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Commands/Preferences.hpp"
@@ -80,11 +83,25 @@ Track sampleTrack(const fs::path& trackFile, const fs::path& ratesFile) {
   return track;
 }
 
+/// Ends the demonstration where its page would replace a file that is none: nobody gave its name.
+void refuseToReplaceForeignPage(const fs::path& path) {
+  constexpr std::string_view kMark = "data-axis=\"time\"";  // at the start of each day's page
+  if (!fs::is_regular_file(path)) return;
+  std::string start(100, '\0');
+  std::ifstream file(path, std::ios::binary);
+  file.read(start.data(), static_cast<std::streamsize>(start.size()));
+  start.resize(static_cast<std::size_t>(file.gcount()));
+  if (start.empty() || start.contains(kMark)) return;
+  throw CommandFailure(fmt::format(
+      "{} is no page of a day and would be lost: choose another folder with --out", path.string()));
+}
+
 void demo(const fs::path& folder) {
   FigureTexts figures(forStandardOutput);
   fs::create_directories(folder);
   const fs::path trackFile = folder / "sample-day.track.csv",
                  ratesFile = folder / "sample-day.hr.csv", pageFile = folder / "sample-day.html";
+  refuseToReplaceForeignPage(pageFile);
 
   const devserver::DevServer::Options account;
   const devserver::DevServer service(account);
