@@ -61,6 +61,7 @@ set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_DEPENDS "libcurl4 (>= 7.87)")  # loaded by the first request
 # What others are to depend on, and the linker's cache.
 set(series ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
 file(CONFIGURE OUTPUT packages/shlibs
@@ -75,13 +76,14 @@ service, behind a C interface.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS
-    "libombrixcore (= ${PROJECT_VERSION}), pkg-config, libicu-dev, libcurl4-openssl-dev, libssl-dev, libsqlite3-dev, libfmt-dev, libsystemd-dev, libpugixml-dev, libgeographiclib-dev, zlib1g-dev, libexpat1-dev")
+    "libombrixcore (= ${PROJECT_VERSION}), pkg-config, libicu-dev, libcurl4 (>= 7.87), libssl-dev, libsqlite3-dev, libfmt-dev, libsystemd-dev, libpugixml-dev, libgeographiclib-dev, zlib1g-dev, libexpat1-dev")
 set(CPACK_COMPONENT_DEV_DESCRIPTION
     "Headers and archives for C++23, headers for C, and what CMake and
 pkg-config find them by.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libcurl4 (>= 7.87)")
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
     "The command ombrix measures and converts recorded days of skiing: tracks in
 CSV, GPX, TCX, GeoJSON and FIT, their runs and lifts, pages of them, and the

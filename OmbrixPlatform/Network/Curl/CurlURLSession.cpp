@@ -1,4 +1,4 @@
-#include <curl/curl.h>
+#include "OmbrixPlatform/Network/Curl/Detail/LoadedCurl.hpp"
 
 #include <chrono>
 #include <utility>

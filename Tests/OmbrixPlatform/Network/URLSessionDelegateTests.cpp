@@ -235,7 +235,7 @@ TEST(URLSessionDelegateTests, TrustHoldsForOneCertificateInOneSession) {
 TEST(URLSessionDelegateTests, ProxiesAreVerifiedForThemselves) {
   const TestServer proxy;
   const std::string proxyURL = "https://localhost:" + std::to_string(proxy.port());
-  const std::unique_ptr<CURL, void (*)(CURL*)> easy(::curl_easy_init(), &::curl_easy_cleanup);
+  const std::unique_ptr<CURL, void (*)(CURL*)> easy(::curl_easy_init(), ::curl_easy_cleanup);
   const auto load = [&](detail::CurlTrust& trust, const std::string& url) {
     trust.install(easy.get(), true);
     ::curl_easy_setopt(easy.get(), CURLOPT_URL, url.c_str());
