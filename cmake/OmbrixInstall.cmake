@@ -66,7 +66,13 @@ if(TARGET ombrix)
           COMMAND \"${CMAKE_COMMAND}\" -E env LC_ALL=C LANGUAGE=en
                   \"$<TARGET_FILE:ombrix>\" ${arguments}
           OUTPUT_FILE \"${PROJECT_BINARY_DIR}/written/${file}\" COMMAND_ERROR_IS_FATAL ANY)
-        file(INSTALL \"${PROJECT_BINARY_DIR}/written/${file}\"
+        set(written \"${file}\")
+        if(written MATCHES \"\\\\.1$\")
+          execute_process(COMMAND gzip -9nf \"${PROJECT_BINARY_DIR}/written/${file}\"
+                          COMMAND_ERROR_IS_FATAL ANY)
+          set(written \"${file}.gz\")
+        endif()
+        file(INSTALL \"${PROJECT_BINARY_DIR}/written/\${written}\"
              DESTINATION \"\${CMAKE_INSTALL_PREFIX}/${folder}\")
       endif()" COMPONENT tools)
   endforeach()

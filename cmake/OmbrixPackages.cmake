@@ -93,6 +93,9 @@ set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "libombrixcore (>= ${PROJECT_VERSION}), python3 (>= 3.11)")
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SUGGESTS python3-numpy)
+# Bytecode is made at the installation, and goes with the package.
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA
+    "${PROJECT_SOURCE_DIR}/cmake/debian/python/postinst;${PROJECT_SOURCE_DIR}/cmake/debian/python/prerm")
 set(CPACK_COMPONENT_PYTHON_DESCRIPTION
     "The Python package: tracks, days of skiing, formatting, settings and
 requests, with context managers, iterators, buffers for numpy and asyncio.")
