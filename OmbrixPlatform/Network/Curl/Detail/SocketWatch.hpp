@@ -1,6 +1,6 @@
 #pragma once
 
-#include <curl/curl.h>
+#include "OmbrixPlatform/Network/Curl/Detail/LoadedCurl.hpp"
 
 #include <chrono>
 #include <cstddef>
