@@ -20,11 +20,11 @@ namespace detail {
 /// Stops the program when the calling thread is inside a section of an actor.
 void checkMayBlock();
 
-/// Destroys a coroutine that does not run. Its frame may hold others, and these again.
+/// Destroys a suspended coroutine. Its frame may hold other coroutines, nested to any depth.
 void destroyFrame(std::coroutine_handle<> frame) noexcept;
 
-/// Blocks until the resumption was called; pool threads lend their place meanwhile. Costs no system
-/// call where that happens first.
+/// Blocks until the resumption was called; a pool thread lends out its place meanwhile. Makes no
+/// system call when the resumption was called first.
 class BlockingWait {
  public:
   Resumption resumption() {
@@ -70,8 +70,8 @@ class Promise<void> final : public PromiseBase {
 
 }  // namespace detail
 
-/// What an asynchronous operation returns: a coroutine that runs once it is awaited, started or
-/// got. Move-only; one that is dropped before that never runs.
+/// The result of an asynchronous operation: a coroutine that runs once it is awaited, started or
+/// fetched with `get`. Move-only; if it is dropped before that, it never runs.
 ///
 /// Await it in a statement of its own, with named arguments only:
 ///
@@ -91,9 +91,9 @@ class [[nodiscard]] Async {
     if (handle_) detail::destroyFrame(handle_);
   }
 
-  /// Runs it on the calling thread as far as it goes, then blocks until it is over; gives its
-  /// value or throws its exception. Any thread, but not from inside a section of an actor, which
-  /// stops the program, nor where it waits for work of the very queue it is called on.
+  /// Runs it on the calling thread until it first waits, then blocks until it finishes; returns its
+  /// value or throws its exception. Any thread. Stops the program inside a section of an actor;
+  /// deadlocks when it waits for work of the queue that it is called on.
   T get() && {
     const TaskContext context{poolExecutor(), {}};
     detail::BlockingWait wait;
@@ -102,14 +102,14 @@ class [[nodiscard]] Async {
     return outcome().take();
   }
 
-  /// Starts it on an executor, the thread pool by default, as a task of its own. Any thread.
+  /// Starts it as a task of its own on an executor, the thread pool by default. Any thread.
   Task<T> start(std::shared_ptr<Executor> executor = poolExecutor()) &&;
 
-  /// For awaiting from a coroutine, which it then belongs to: it runs with its context.
+  /// Awaits it from a coroutine: it then runs in the context of that coroutine.
   auto operator co_await() && noexcept { return Awaiter{handle_}; }
 
-  /// Building blocks of things that wait: runs until it first waits, and calls the resumption once
-  /// it is over, perhaps inside this call; then its outcome.
+  /// For code that implements waits: `begin` runs it until its first wait and calls the resumption
+  /// when it finishes, perhaps inside this call; `outcome` is valid from then on.
   void begin(const TaskContext& context, detail::Resumption resumption) {
     handle_.promise().begin(handle_, context, resumption);
   }

@@ -25,7 +25,7 @@ namespace ombrix::platform {
 template <class T>
 class AsyncStream {
   struct State {
-    // Under the lock it is decided who gets what; continuations are resumed outside.
+    // The lock covers the decision who gets what; continuations are resumed outside it.
     FutexLock mutex;
     std::deque<T> buffer;
     bool isOver = false;
@@ -47,7 +47,7 @@ class AsyncStream {
         handler.swap(onTermination);
       }
       if (!handler && !waiter) return;
-      // The handler may end a stream behind this one, and so on.
+      // The handler may end another stream, whose handler ends a third, and so on.
       detail::NestedCalls::make([handler = std::move(handler), waiter = std::move(waiter)] {
         if (handler) callOut("a termination handler", handler);
         if (waiter) waiter->resume();
@@ -56,8 +56,8 @@ class AsyncStream {
   };
 
  public:
-  /// The producing end. Copyable; the stream ends when the last copy goes. Any thread; nothing
-  /// counts after the stream has ended.
+  /// The producing end. Copyable; the stream ends when the last copy is destroyed. Any thread;
+  /// calls after the stream has ended do nothing.
   class Continuation {
    public:
     void yield(T value) const {
@@ -75,7 +75,7 @@ class AsyncStream {
     /// Ends the stream with an exception, which `next` throws after the buffered values.
     void finish(std::exception_ptr error) const { state().end(std::move(error), false); }
 
-    /// Called once when the stream ends, for whatever reason; at once when it has ended.
+    /// Calls the handler once when the stream ends, for any reason; at once if it has ended.
     void onTermination(std::function<void()> handler) const {
       {
         const std::lock_guard lock(state().mutex);
@@ -106,7 +106,7 @@ class AsyncStream {
     std::shared_ptr<const Producer> producer_;
   };
 
-  /// Makes a stream and hands its producing end to a function.
+  /// Makes a stream and passes its producing end to a function.
   explicit AsyncStream(const std::function<void(Continuation)>& build)
       : state_(std::make_shared<State>()) {
     build(Continuation(state_));
@@ -120,12 +120,12 @@ class AsyncStream {
     if (state_) state_->end(nullptr, true);
   }
 
-  /// The next value; nothing when the stream has ended or the task was cancelled, which ends it;
-  /// throws when it ended with an exception. One call at a time.
+  /// The next value; empty when the stream has ended or the task was cancelled, which ends the
+  /// stream; throws the exception that the stream ended with. One call at a time.
   Async<std::optional<T>> next() { return nextOf(state_); }
 
  private:
-  // Of the state: the stream may go before the call has begun, or while it waits.
+  // Takes the state: the stream may be destroyed before the call begins, or while it waits.
   static Async<std::optional<T>> nextOf(std::shared_ptr<State> state) {
     for (;;) {
       {
@@ -163,7 +163,7 @@ class AsyncStream {
   std::shared_ptr<State> state_;
 };
 
-/// The same, for sources that can fail; `next` throws the failure.
+/// The same for sources that can fail; `next` throws the failure.
 template <class T>
 using AsyncThrowingStream = AsyncStream<T>;
 

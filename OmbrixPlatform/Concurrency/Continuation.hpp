@@ -18,17 +18,17 @@ namespace detail {
 
 template <class T>
 struct ContinuationState {
-  // Settling and suspending meet here: whoever comes second lets the coroutine go on, through its
-  // executor, so that whoever settles is never held up by it.
+  // Settling and suspending meet here: the second of the two resumes the coroutine, through its
+  // executor, so that the thread that settles is never held up by the coroutine.
   bool settle(auto&& fill) {
     if (isSettled.exchange(true)) return false;
     try {
       fill(outcome);
-    } catch (...) {  // a value that cannot be copied: nobody else can end the wait any more
+    } catch (...) {  // the value cannot be copied: no other call can end the wait any more
       outcome.setError(std::current_exception());
     }
     if (met.exchange(true)) {
-      const auto target = executor;  // the coroutine may end, and its task go, meanwhile
+      const auto target = executor;  // the coroutine may end, and its task be destroyed, meanwhile
       target->post(ResumeJob(handle));
     }
     return true;
@@ -49,16 +49,16 @@ struct ContinuationState {
 }  // namespace detail
 
 /// The other end of a suspended coroutine, for code that works with callbacks. Copyable; the first
-/// call of `resume` or `fail` continues the coroutine, later ones do nothing. Where making the
-/// value throws, the coroutine gets that exception. When the last copy goes without a call, nobody
-/// can end the wait any more: it ends with `CancellationError`. Any thread.
+/// call of `resume` or `fail` continues the coroutine, later calls do nothing. If constructing the
+/// value throws, the coroutine gets that exception. If the last copy is destroyed without a call,
+/// the wait ends with `CancellationError`. Any thread.
 template <class T>
 class Continuation {
  public:
   explicit Continuation(std::shared_ptr<detail::ContinuationState<T>> state)
       : promise_(std::make_shared<const Promise>(std::move(state))) {}
 
-  /// True when this call was the first.
+  /// Returns true when this call was the first.
   template <class... Value>
   bool resume(Value&&... value) const {
     return promise_->state->settle(

@@ -21,7 +21,7 @@ namespace ombrix::platform {
 namespace {
 
 // A serial queue gives its thread back after this many jobs, so that other queues get their turn;
-// or sooner, when more urgent jobs wait for one.
+// sooner, when more urgent jobs wait for a thread.
 constexpr unsigned kJobsPerTurn = 64;
 
 }  // namespace
@@ -41,7 +41,7 @@ DispatchPriority dispatchPriority(QualityOfService qualityOfService) noexcept {
   return DispatchPriority::normal;
 }
 
-// What jobs under way keep alive, so that a queue may be dropped while it works.
+// Shared with running jobs, so that a queue may be dropped while it works.
 struct DispatchQueue::State : std::enable_shared_from_this<State> {
   struct Entry {
     Job job;
@@ -75,7 +75,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     }
   }
 
-  /// The host's main executor is not going to run what waits: it goes, and later jobs may come.
+  /// The host's main executor will not run the waiting jobs: drops them; later jobs are accepted.
   void drop() {
     std::deque<Entry> dropped;
     const std::lock_guard lock(mutex);
@@ -104,7 +104,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     submitDrain();
   }
 
-  /// Concurrent: takes the job; true when it may run now, and counts as running.
+  /// Concurrent queues: takes the job; true when it may run now, and counts it as running.
   bool begin(Job& job, bool isBarrier) {
     const std::lock_guard lock(mutex);
     const bool mustWait = barrierRuns || !waiting.empty() || (isBarrier && running > 0);
@@ -118,7 +118,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     return true;
   }
 
-  // The jobs stay with the queue: one that the pool kept would need a closure on the heap.
+  // The queue keeps the jobs: passing them to the pool would need a closure on the heap.
   void submit() {
     ThreadPool::shared().post([self = shared_from_this()] { self->runOne(); }, priority);
   }
@@ -162,7 +162,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     for (; count > 0; --count) submit();
   }
 
-  /// Runs the job on the calling thread when a serial queue is idle, or nothing keeps it waiting in
+  /// Runs the job on the calling thread when a serial queue is idle, or when nothing holds it up in
   /// a concurrent one; false when it cannot.
   bool runInline(const std::function<void()>& job) {
     if (kind == Kind::main) return false;
@@ -196,13 +196,13 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 
   const Kind kind;
   const DispatchPriority priority;
-  bool isGlobal = false;  // knows no barriers, so that nothing of it ever waits
+  bool isGlobal = false;  // has no barriers, so that its jobs never wait
   FutexLock mutex;
   std::deque<Entry> waiting;
-  bool isDraining = false;   // serial and main: someone is running jobs, or is about to
+  bool isDraining = false;   // serial and main: a thread runs jobs, or is about to
   bool barrierRuns = false;  // concurrent
-  std::size_t running = 0;   // concurrent: handed to the pool and not finished
-  std::deque<Job> runnable;  // those of them that have not begun
+  std::size_t running = 0;   // concurrent: passed to the pool and not finished
+  std::deque<Job> runnable;  // the running ones that have not begun
 };
 
 DispatchQueue::DispatchQueue(Passkey, Kind kind, std::string label,
@@ -296,7 +296,7 @@ void DispatchQueue::runAndWait(std::function<void()> job) {
     fatalError("sync called on the serial queue it runs on: " + label_);
   }
   if (state_->runInline(job)) return;
-  // A barrier that waits or runs lets nothing start before the job that this is called from ends.
+  // While a barrier waits or runs, no job starts before the job that calls this ends.
   if (isCurrent()) {
     fatalError("sync called on the concurrent queue it runs on, across a barrier: " + label_);
   }

@@ -62,7 +62,7 @@ class DispatchQueue final : public Executor, public std::enable_shared_from_this
   void async(Job job);
   void post(Job job) override { async(std::move(job)); }
 
-  /// Runs the job when everything posted before has finished, and before anything posted after
+  /// Runs the job once all jobs posted before it have finished, and before any job posted after it
   /// starts.
   void asyncBarrier(Job job);
 
@@ -72,10 +72,10 @@ class DispatchQueue final : public Executor, public std::enable_shared_from_this
   /// Posts the job after a delay, measured by the clock service from now.
   void asyncAfter(std::chrono::duration<double> delay, Job job);
 
-  /// Runs the closure on this queue, on the calling thread if nothing is in its way there, waits
-  /// for it, and gives its result or lets its exception through. It stops the program where it
-  /// would wait for itself: on a serial queue that is already running on this thread, on a
-  /// concurrent one from a job that a barrier waits for or that is a barrier, and on the main queue
+  /// Runs the closure on this queue and waits for it; returns its result or rethrows its
+  /// exception. Runs it on the calling thread if no other job is in the way. Stops the program
+  /// where it would wait for itself: on a serial queue that is running on this thread, on a
+  /// concurrent queue from a job that a barrier waits for or from a barrier, and on the main queue
   /// from the thread that pumps it. Throws `CancellationError` when the host's main executor drops
   /// it.
   template <class Closure>
@@ -90,8 +90,8 @@ class DispatchQueue final : public Executor, public std::enable_shared_from_this
 
   [[nodiscard]] bool isGlobal() const noexcept;
 
-  /// As `async`, by the last act of a job of the pool: a global queue that nothing waits beside
-  /// runs it on the calling thread, right after that job.
+  /// Like `async`, for the last statement of a pool job: on a global queue with no other work
+  /// waiting, the job runs on the calling thread right after that one.
   void asyncNext(Job job);
 
   /// Blocks until the job has run on this queue.

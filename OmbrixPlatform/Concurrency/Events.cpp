@@ -32,21 +32,21 @@ namespace {
 using namespace std::chrono_literals;
 using TimePoint = std::chrono::steady_clock::time_point;
 
-// A timer whose clock lags behind real time (it was set, or stands still) looks again after this.
+// A timer whose clock lags behind real time (it was set, or is stopped) checks again after this.
 constexpr auto kShortestWait = 10ms;
 constexpr auto kLongestWait = 1h;
 
-// The one thread of timers and descriptors; leaked, since it may run while the process ends.
+// The one thread for timers and descriptors; leaked, since it may run while the process ends.
 class EventLoop {
  public:
-  /// Makes it the first time; throws `std::system_error` when the process has no descriptor left.
+  /// Creates it on first use; throws `std::system_error` when the process has no descriptor left.
   static EventLoop& shared() {
     if (auto* const loop = made()) return *loop;
     const LockGuard lock(making_);
     return make();
   }
 
-  /// Runs the job on the events thread as soon as there is one.
+  /// Runs the job on the events thread as soon as that exists.
   template <class EventJob>
   static void post(EventJob job) {
     if (auto* const loop = made()) {
@@ -60,7 +60,7 @@ class EventLoop {
     detail::retryAfterShortage();
   }
 
-  /// Makes what could not be made yet for the jobs that wait.
+  /// Creates what the waiting jobs need and could not be created before.
   static void retry() {
     const LockGuard lock(making_);
     if (!made() && early().empty()) return;
@@ -128,7 +128,7 @@ class EventToken::State : public std::enable_shared_from_this<State> {
     EventLoop::post([self = shared_from_this()] { self->detach(); });
   }
 
-  /// Calls the handler unless cancelled; true when it is to be called again.
+  /// Calls the handler unless cancelled; true when it should be called again.
   bool fire(bool isLast) {
     {
       const LockGuard lock(mutex_);
@@ -137,7 +137,7 @@ class EventToken::State : public std::enable_shared_from_this<State> {
       runner_ = std::this_thread::get_id();
     }
     callOut("a timer's or descriptor's handler", handler_);
-    // The handler's captures may own the token: they go while this thread still counts as running.
+    // Releases the handler's captures, which may own the token, before this call counts as ended.
     EventHandler released;
     bool isOver = isLast;
     {
@@ -181,7 +181,7 @@ class TimerState final : public EventToken::State {
     if (timer_) timer_->cancel();
   }
 
-  void look() { timer_->cancel(); }  // its wait ends as cancelled, which arms it anew
+  void look() { timer_->cancel(); }  // its wait ends as cancelled, which arms it again
 
  private:
   std::shared_ptr<TimerState> self() {
@@ -199,7 +199,7 @@ class TimerState final : public EventToken::State {
     }
     if (!timer_) timer_.emplace(EventLoop::shared().context);
     EventLoop::shared().timers.insert(this);
-    // Far deadlines are taken in steps, which also keeps the subtraction from overflowing.
+    // Waits for a far deadline in steps, which also keeps the subtraction from overflowing.
     const auto remaining = now > deadline_ - kLongestWait ? deadline_ - now : kLongestWait;
     timer_->expires_after(std::max<TimePoint::duration>(remaining, shortest));
     timer_->async_wait([self = self()](const asio::error_code& error) {
@@ -209,7 +209,7 @@ class TimerState final : public EventToken::State {
 
   const std::shared_ptr<Clock> clock_;
   const TimePoint deadline_;
-  std::optional<asio::steady_timer> timer_;  // once it waits; there may be no loop before
+  std::optional<asio::steady_timer> timer_;  // set once it waits; the loop may not exist before
   bool isDetached_ = false;
 };
 
@@ -221,7 +221,7 @@ class ReadableState final : public EventToken::State {
     if (::fstat(descriptor, &status) == 0 && (S_ISREG(status.st_mode) || S_ISDIR(status.st_mode))) {
       throw Error("descriptor cannot be watched: it is always ready");
     }
-    // A duplicate of its own: the caller may close theirs without a word to this thread.
+    // A duplicate: the caller may close its descriptor without telling this thread.
     const int own = ::fcntl(descriptor, F_DUPFD_CLOEXEC, 0);
     if (own < 0)
       throw Error("descriptor cannot be watched: " + std::generic_category().message(errno));

@@ -10,10 +10,10 @@ namespace ombrix::platform {
 
 /// Keeps a timer or a descriptor watch alive; move-only, its destruction ends it.
 ///
-/// After destruction (or `cancel`) no later call of the handler starts on any thread. A call under
-/// way on the events thread is waited for, so a handler may refer to its owner; destroying the
-/// token inside its own handler does not wait and does not deadlock. Hold no lock that the handler
-/// takes while destroying a token. Any thread.
+/// After destruction (or `cancel`) no later call of the handler starts on any thread. Destruction
+/// waits for a call in progress on the events thread, so a handler may refer to its owner; inside
+/// its own handler it neither waits nor deadlocks. Do not destroy a token while holding a lock that
+/// the handler takes. Any thread.
 class EventToken {
  public:
   class State;
@@ -24,10 +24,10 @@ class EventToken {
   EventToken& operator=(EventToken&& other) noexcept;
   ~EventToken() { cancel(); }
 
-  /// Ends it now; nothing when it is over or empty.
+  /// Ends it now; does nothing when it has ended or the token is empty.
   void cancel() noexcept;
 
-  /// False for an empty or cancelled token; a timer that has fired still counts as held.
+  /// False for an empty or cancelled token; true for a timer that has fired.
   explicit operator bool() const noexcept { return state_ != nullptr; }
 
  private:
@@ -36,32 +36,32 @@ class EventToken {
 
 using EventHandler = std::move_only_function<void()>;
 
-/// Calls the handler once on the events thread when the clock service's steady clock has reached
-/// the deadline; a deadline that has passed is due at once, though never inside this call.
+/// Calls the handler once on the events thread when the clock service's steady clock reaches the
+/// deadline. A deadline in the past is due at once, but the handler never runs inside this call.
 ///
 /// Handlers must be brief: they hold up every other timer. Post longer work to a queue.
 [[nodiscard]] EventToken after(std::chrono::steady_clock::time_point deadline,
                                EventHandler handler);
 
-/// The same with a delay in seconds from now, by the clock service.
+/// The same after a delay in seconds from now, by the clock service.
 [[nodiscard]] EventToken after(std::chrono::duration<double> delay, EventHandler handler);
 
-/// Runs the job once on the events thread at the deadline; it cannot be called off.
+/// Runs the job once on the events thread at the deadline; it cannot be cancelled.
 void afterUncancellably(std::chrono::steady_clock::time_point deadline, Job job);
 
 /// Calls the handler on the events thread whenever the descriptor can be read without blocking
-/// (also at its end), until the token is destroyed; the handler reads what there is.
+/// (also at its end), until the token is destroyed; the handler reads the available data.
 ///
-/// The descriptor stays the caller's and may be closed at any time after the call. Throws `Error`
-/// for a descriptor that cannot be watched, such as a regular file.
+/// The caller keeps ownership of the descriptor and may close it at any time after the call. Throws
+/// `Error` for a descriptor that cannot be watched, such as a regular file.
 [[nodiscard]] EventToken whenReadable(int descriptor, EventHandler handler);
 
-/// The point a delay in seconds from now by the clock service's steady clock; delays too long for
-/// it, and what is not a number, become the farthest point there is.
+/// The time point a delay in seconds from now by the clock service's steady clock; the farthest
+/// time point for a delay that is too long for the clock or not a number.
 [[nodiscard]] std::chrono::steady_clock::time_point deadlineAfter(
     std::chrono::duration<double> delay);
 
-/// Makes all timers look at their clocks again: clocks that can be set call it when they were.
+/// Makes all timers read their clocks again: adjustable clocks call it after they were set.
 void reconsiderTimers();
 
 }  // namespace ombrix::platform

@@ -8,7 +8,7 @@ namespace ombrix::platform {
 /// A piece of work that runs once. It must not let an exception out.
 using Job = std::move_only_function<void()>;
 
-/// Something that runs jobs: the thread pool, a dispatch queue, the main queue, an actor.
+/// Runs jobs: the thread pool, a dispatch queue, the main queue, an actor.
 class Executor {
  public:
   virtual ~Executor() = default;
@@ -17,10 +17,10 @@ class Executor {
   virtual void post(Job job) = 0;
 };
 
-/// A job for something that others wait for: when an executor drops it without having run it, the
-/// target is told, so that no wait goes on for ever.
+/// A job whose end others wait for: when an executor drops it without running it, the target is
+/// told, so that no wait lasts for ever.
 ///
-/// @tparam Target A pointer of any kind; `run` is called once, or `drop` is.
+/// @tparam Target A pointer of any kind; exactly one of `run` and `drop` is called, once.
 template <class Target>
 class OwedJob {
  public:

@@ -8,7 +8,7 @@ namespace ombrix::platform {
 
 static_assert(sizeof(std::atomic<std::uint32_t>) == sizeof(std::uint32_t));
 
-// A thread that slept takes the lock as contended: it cannot know whether others still sleep, and
+// A thread that slept marks the lock as contended: it cannot know whether others still sleep, and
 // one wake too many costs less than one too few.
 void FutexLock::lockContended(std::uint32_t observed) noexcept {
   if (observed != kContended) observed = word_.exchange(kContended, std::memory_order_acquire);

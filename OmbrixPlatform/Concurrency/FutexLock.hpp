@@ -5,10 +5,10 @@
 
 namespace ombrix::platform {
 
-/// The smallest lock of the platform: one word, no spinning, not recursive, no fairness.
+/// The platform's smallest lock: one word, no spinning, not recursive, no fairness.
 ///
 /// A waiting thread sleeps in the kernel. Meets the standard's Lockable requirements. Any thread;
-/// the thread that locked unlocks.
+/// the thread that locked it must unlock it.
 class FutexLock {
  public:
   constexpr FutexLock() noexcept = default;
@@ -23,7 +23,7 @@ class FutexLock {
     }
   }
 
-  /// Takes the lock when it is free; false when any thread, also this one, holds it.
+  /// Takes the lock when it is free; false when any thread, including this one, holds it.
   [[nodiscard]] bool try_lock() noexcept {
     std::uint32_t expected = kUnlocked;
     return word_.compare_exchange_strong(expected, kLocked, std::memory_order_acquire,

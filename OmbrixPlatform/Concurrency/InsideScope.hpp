@@ -2,8 +2,8 @@
 
 namespace ombrix::platform::detail {
 
-/// What the calling thread is inside of (the jobs of a queue, the work of an operation), for the
-/// checks of waits for oneself.
+/// Records what the calling thread is running (the jobs of a queue, the work of an operation), so
+/// that waits can check whether they would wait for themselves.
 class InsideScope {
  public:
   /// @param identity Null for nothing in particular.

@@ -18,9 +18,9 @@ namespace {
 
 constexpr std::chrono::seconds kOwnThreadIdleTime{5};
 
-thread_local const MainLoop* loopOfJob = nullptr;  // whose job this thread runs
+thread_local const MainLoop* loopOfJob = nullptr;  // the loop whose job this thread runs
 
-// The loops whose thread could not be made before.
+// The loops whose thread could not be started before.
 FutexLock listLock;
 MainLoop* lastListed = nullptr;
 std::size_t listedCount = 0;
@@ -59,7 +59,7 @@ void MainLoop::post(Job job) {
 }
 
 void MainLoop::retryOwnThreads() {
-  std::vector<std::shared_ptr<MainLoop>> loops;  // let go of without the lock
+  std::vector<std::shared_ptr<MainLoop>> loops;  // released without the lock
   {
     const std::lock_guard lock(listLock);
     try {
@@ -78,7 +78,7 @@ void MainLoop::retryOwnThreads() {
   }
 }
 
-// What waits stays when no thread can be made; it is tried again.
+// If no thread can be started, the waiting jobs stay and the start is retried.
 void MainLoop::startOwnThread() {
   if (ownThreadServes_ || isAdopted_ || adopters_ > 0 || jobs_.empty()) return;
   try {
@@ -112,8 +112,8 @@ void MainLoop::serve() {
   changed_.notify_all();
 }
 
-// Waits for the job that the library's own thread runs now: there is one main thread at a time.
-// Until `release` that one stays away, whatever is handed back meanwhile.
+// Waits for the job that the library's own thread is running: there is only one main thread. Until
+// `release` that thread stays away, whatever is handed back meanwhile.
 void MainLoop::adopt(std::unique_lock<std::mutex>& lock) {
   if (loopOfJob == this) fatalError("the main queue was pumped or run inside one of its own jobs");
   isAdopted_ = true;

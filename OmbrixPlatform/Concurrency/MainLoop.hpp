@@ -10,14 +10,14 @@
 
 namespace ombrix::platform {
 
-/// The default main executor: a list of jobs that the host's main thread runs, or, as long as the
-/// host does not, a thread of the library's own, which ends when it has had nothing to do for a
+/// The default main executor: a list of jobs that the host's main thread runs. While the host does
+/// not run them, a thread of the library does; that thread ends after it has been idle for a
 /// while.
 ///
-/// Running or pumping it inside one of its jobs would wait for that job: it stops the program. So
-/// does `DispatchQueue::main().sync` on the thread that pumps it, outside its jobs.
+/// Running or pumping it inside one of its own jobs would wait for that job and stops the program.
+/// So does `DispatchQueue::main().sync` on the thread that pumps it, outside its jobs.
 ///
-/// A host with a loop of its own calls `pump` from it, or puts an executor of its own into the
+/// A host with its own event loop calls `pump` from it, or puts its own executor into the
 /// `mainExecutor` service.
 class MainLoop final : public Executor, public std::enable_shared_from_this<MainLoop> {
  public:
@@ -31,26 +31,26 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
   void post(Job job) override;
 
   /// Makes the calling thread the main thread and runs jobs until `stop` is called; then the
-  /// library's own thread serves what comes. A thread at a time.
+  /// library's own thread takes over. One thread at a time.
   void run();
 
-  /// Ends `run` after the job under way; when nothing runs, the next `run` returns at once. Any
+  /// Ends `run` after the current job; if `run` is not active, the next `run` returns at once. Any
   /// thread.
   void stop();
 
-  /// Makes the calling thread the main thread and runs the jobs that wait now.
+  /// Makes the calling thread the main thread and runs the jobs that are waiting now.
   ///
-  /// From then on only further calls run jobs, so keep calling. True when it ran any.
+  /// From then on only further calls run jobs, so keep calling. Returns true if any job ran.
   bool pump();
 
-  /// Ends what `pump` began: the library's own thread serves again. Any thread.
+  /// Reverts `pump`: the library's own thread runs the jobs again. Any thread.
   void handBack();
 
-  /// Makes the library's own threads for which jobs wait and which could not be made before, of all
-  /// loops.
+  /// Retries, for all loops, to start the library's own threads that jobs wait for and that could
+  /// not be started before.
   static void retryOwnThreads();
 
-  /// Whether the calling thread has made itself the main thread, and is it still.
+  /// Whether the calling thread made itself the main thread and still is.
   [[nodiscard]] bool isMainThread();
 
  private:
@@ -62,7 +62,7 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
 
   void list();
 
-  bool isListed_ = false;  // among those whose thread could not be made before
+  bool isListed_ = false;  // in the list of loops whose thread could not be started
   MainLoop* previous_ = nullptr;
   MainLoop* next_ = nullptr;
   std::mutex mutex_;  // guards what follows

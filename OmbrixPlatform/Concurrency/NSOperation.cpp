@@ -36,7 +36,7 @@ void NSOperation::start() {
   const auto before = flags_.fetch_or(kExecuting);
   if ((before & kExecuting) != 0) return;
   const bool announcesItself = isAsynchronous();
-  std::shared_ptr<NSOperation> keepAlive;  // an observer may let go of it
+  std::shared_ptr<NSOperation> keepAlive;  // an observer may release it
   if (!announcesItself && isObserved()) {
     keepAlive = weak_from_this().lock();
     announceToObservers("executing", before, before | kExecuting);
@@ -58,7 +58,7 @@ void NSOperation::cancel() {
   std::uint32_t before = 0;
   std::size_t unfinished = 0;
   {
-    // Decided together, so that of this and the end of the last dependency one makes it ready.
+    // Decided together, so that only one of this and the last dependency's end makes it ready.
     const std::lock_guard lock(mutex_);
     before = flags_.fetch_or(kCancelled);
     unfinished = unfinishedDependencies_;
@@ -70,7 +70,7 @@ void NSOperation::cancel() {
 }
 
 void NSOperation::addDependency(const std::shared_ptr<NSOperation>& operation) {
-  // Counted before the other one knows, so that its end is never missed.
+  // Counted before the other operation knows about this one, so that its end is never missed.
   {
     const std::lock_guard lock(mutex_);
     dependencies_.push_back(operation);
@@ -213,7 +213,7 @@ void NSOperation::dependencyFinished() {
     if (--unfinishedDependencies_ > 0 || isCancelled()) return;
   }
   const auto keepAlive = weak_from_this().lock();
-  // A subclass may have reasons of its own not to be ready.
+  // A subclass may have its own reasons not to be ready.
   if (isObserved()) detail::PoolJob::goesOn();
   if (isObserved() && isReady()) announceChange("ready", 0, 1);
   lookAgain();

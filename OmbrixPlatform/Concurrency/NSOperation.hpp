@@ -25,7 +25,7 @@ namespace detail {
 
 struct OperationSegment;
 
-/// What the queue that an operation is in keeps about it; guarded by the queue.
+/// What a queue keeps about an operation in it; guarded by the queue.
 struct OperationEntry {
   std::shared_ptr<NSOperation> operation;  // while it is in the queue
   OperationSegment* segment = nullptr;
@@ -38,17 +38,17 @@ struct OperationEntry {
   bool isStarted = false;
 };
 
-/// Who is told what an operation in a queue does: the queue. No lock is held.
+/// Implemented by the queue: is told what an operation in it does. Called without a lock.
 class OperationListener {
  public:
   virtual ~OperationListener() = default;
 
-  /// It may have become ready.
+  /// The operation may have become ready.
   virtual void operationChanged(NSOperation& operation) = 0;
 
-  /// Once.
+  /// Called once.
   ///
-  /// @param isLastAct Whether the pool's job that calls this ends right after it.
+  /// @param isLastAct Whether the pool job that calls this ends right after it.
   /// @return The operation, if the queue still held it.
   virtual std::shared_ptr<NSOperation> operationFinished(NSOperation& operation,
                                                          bool isLastAct) = 0;
@@ -58,53 +58,53 @@ class OperationListener {
 
 /// A piece of work for an operation queue; always held by `std::shared_ptr`.
 ///
-/// A subclass overrides `main`, or, when it finishes later than `start` returns, `start`,
-/// `isExecuting`, `isFinished` and `isAsynchronous`, and announces each change of these with
-/// `announce`, once it has decided and stored it in one step. Observable keys: "ready",
-/// "executing", "finished", "cancelled" (1 or 0), and what subclasses add; the calls for one change
-/// come after it, with the values before and after. Where a change of one key affects others,
-/// observers of these are told only if their value changed too, except for keys that a subclass
-/// announces. All operations may be called from any thread; overrides too.
+/// A subclass overrides `main`. If it finishes later than `start` returns, it overrides `start`,
+/// `isExecuting`, `isFinished` and `isAsynchronous` instead, and calls `announce` for each change
+/// of these once the new state is decided and stored in one step. Observable keys: "ready",
+/// "executing", "finished", "cancelled" (1 or 0), and those of subclasses; observers are called
+/// after the change, with the values before and after. Where a change of one key affects others,
+/// the observers of these are called only if their value changed too, except for keys that a
+/// subclass announces. Any thread, overrides included.
 class NSOperation : public KeyValueObserving<std::int64_t>,
                     public std::enable_shared_from_this<NSOperation> {
  public:
   NSOperation();
   ~NSOperation() override;
 
-  /// True when it may start: every dependency has finished, or it is cancelled, which no longer
-  /// waits for anything.
+  /// True when it may start: every dependency has finished, or it is cancelled and no longer waits
+  /// for them.
   [[nodiscard]] virtual bool isReady() const;
   [[nodiscard]] virtual bool isExecuting() const;
   [[nodiscard]] virtual bool isFinished() const;
   [[nodiscard]] virtual bool isAsynchronous() const { return false; }
   [[nodiscard]] bool isCancelled() const { return (flags_.load() & kCancelled) != 0; }
 
-  /// Runs `main` unless it is cancelled, and finishes. Does nothing the second time. Called by the
-  /// queue, on its threads.
+  /// Runs `main` unless the operation is cancelled, and finishes. A second call does nothing. The
+  /// queue calls it on its threads.
   ///
-  /// An override should end once it has called this: what follows may go on on the same thread, and
-  /// then only begins after it.
+  /// An override should return right after calling this one: later work may run on the same thread
+  /// and only starts once it has returned.
   virtual void start();
 
   /// The work; empty here.
   virtual void main() {}
 
-  /// Marks it as cancelled, which never takes it out of its queue: it is started, and finishes.
+  /// Marks it as cancelled. It stays in its queue, which still starts it, and it finishes.
   virtual void cancel();
 
-  /// Makes this operation wait for another one. Before it is put on a queue.
+  /// Makes this operation wait for another one. Call it before adding this one to a queue.
   ///
-  /// The other one is held, but nothing starts it: put it on a queue, or start it. If it never
-  /// finishes, this one never starts and stays in its queue, also when the queue object has gone,
-  /// until it is cancelled; whoever holds this one could still start the other, so nobody can know
-  /// that the wait is in vain.
+  /// The other operation is held but not started: add it to a queue, or start it. If it never
+  /// finishes, this one never starts and stays in its queue until it is cancelled, even after the
+  /// queue object is destroyed: the owner of this one could still start the other, so the queue
+  /// cannot know that the wait is in vain.
   void addDependency(const std::shared_ptr<NSOperation>& operation);
 
-  /// The operations it waits for; let go when it finishes.
+  /// The operations it waits for; released when it finishes.
   [[nodiscard]] std::vector<std::shared_ptr<NSOperation>> dependencies() const;
 
-  /// What a queue starts first of all that is ready; equal ones start in the order in which they
-  /// became so. What is more urgent passes what is less without an end.
+  /// Decides which ready operation a queue starts first; those of equal priority start in the order
+  /// in which they became ready. Urgent operations may pass less urgent ones without limit.
   enum class QueuePriority : std::int8_t {
     veryLow = -8,
     low = -4,
@@ -113,42 +113,42 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
     veryHigh = 8,
   };
 
-  /// Normal at first; set before it is put on a queue.
+  /// Initially normal; set it before adding the operation to a queue.
   [[nodiscard]] QueuePriority queuePriority() const noexcept { return queuePriority_; }
   void setQueuePriority(QueuePriority priority) noexcept { queuePriority_ = priority; }
 
-  /// Runs on the thread pool once it has finished; set before it is put on a queue.
+  /// Runs on the thread pool once the operation has finished; set it before adding it to a queue.
   void setCompletionBlock(std::function<void()> block);
 
-  /// Blocks until it has finished. Inside its own work it would wait for itself: it stops the
+  /// Blocks until it has finished. Inside its own work it would wait for itself and stops the
   /// program.
   void waitUntilFinished() const;
 
   [[nodiscard]] std::string name() const;
   void setName(std::string name);
 
-  /// The keys whose changes change the property `key` as well.
+  /// The keys whose changes also change the property `key`.
   [[nodiscard]] virtual std::set<std::string> keyPathsForValuesAffectingValue(
       std::string_view key) const;
 
  protected:
-  /// The value of a key at one moment; nothing for a key that is unknown.
+  /// The value of a key at one moment; empty for an unknown key.
   using Values = std::function<std::optional<std::int64_t>(std::string_view key)>;
 
-  /// Tells the observers of a key, and of all keys that it affects, of a change that was made; then
-  /// dependants and the queue look at the operation again. Once for each change, with no lock held.
+  /// Tells the observers of a key, and of all keys that it affects, about a change; then dependants
+  /// and the queue check the operation again. Call it once for each change, without a lock.
   void announce(std::string_view key, const Values& before, const Values& after);
 
-  /// The two halves of it, for subclasses that know what a change means: observers are told, and
-  /// what waits for the end of the operation. The second half does nothing the second time.
+  /// The two halves of `announce`: the first tells observers, the second tells those that wait for
+  /// the end of the operation. A second call of `announceEnd` does nothing.
   void announceToObservers(std::string_view key, const Values& before, const Values& after);
   void announceEnd(bool isLastAct = false);
 
   /// Whether it may be started now: ready, and not executing.
   [[nodiscard]] virtual bool mayStart() const { return isReady() && !isExecuting(); }
 
-  /// The last act of `start`: runs the job on the thread pool, as urgently as the job that called
-  /// `start`; right after that one, on the same thread, if it was one of a queue in the pool.
+  /// The last statement of `start`: runs the job on the thread pool, as urgently as the job that
+  /// called `start`; if that is a pool queue's job, right after it on the same thread.
   void postFromStart(Job job) const;
 
   std::optional<std::int64_t> valueForKey(std::string_view key) const override;
@@ -156,10 +156,10 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
  private:
   friend class NSOperationQueue;
 
-  // Whether it entered the queue.
+  // The outcome of entering a queue.
   enum class Entered : std::uint8_t { yes, hasFinished, again };
 
-  // Says that a job of the pool starts this operation and then ends.
+  // Records that a pool job starts this operation and then ends.
   class Starting {
    public:
     explicit Starting(const NSOperation* operation) noexcept
@@ -175,8 +175,8 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
     const NSOperation* const outer_;
   };
 
-  // The one word of the state. An operation that is asynchronous keeps its own beside it, and of
-  // this one only whether it was started and cancelled.
+  // The state in one word. An asynchronous operation keeps its own state beside it and uses only
+  // whether it was started and cancelled.
   static constexpr std::uint32_t kExecuting = 1;
   static constexpr std::uint32_t kFinished = 2;
   static constexpr std::uint32_t kCancelled = 4;
@@ -187,7 +187,7 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
                            std::size_t unfinishedDependencies = 0);
   void lookAgain();
   void dependencyFinished();
-  /// Enters the queue, once in a lifetime.
+  /// Enters the queue, once in the operation's lifetime.
   Entered enter(std::shared_ptr<detail::OperationListener> queue);
   std::shared_ptr<detail::OperationListener> queue() const;
 

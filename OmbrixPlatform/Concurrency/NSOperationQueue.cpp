@@ -15,8 +15,8 @@
 
 namespace ombrix::platform {
 
-// The operations between two barriers, and the barrier that follows them. Only the first segment
-// of a queue runs.
+// The operations between two barriers, and the barrier that follows them. Only a queue's first
+// segment runs.
 struct detail::OperationSegment {
   // Those that may start, of one rank.
   struct Ready {
@@ -38,11 +38,11 @@ struct detail::OperationSegment {
   bool barrierRuns = false;
 };
 
-// Starts an operation. Where the executor drops it, the operation is cancelled and finishes.
+// Starts an operation. If the executor drops the job, the operation is cancelled and finishes.
 class NSOperationQueue::StartJob {
  public:
-  /// @param isWholeJob Whether it is all that the pool's job does; a queue that runs it may say so
-  ///   as well.
+  /// @param isWholeJob Whether the pool job does nothing else; a queue that runs it may also say
+  ///   so.
   StartJob(std::shared_ptr<NSOperation> operation, bool isWholeJob)
       : operation_(std::move(operation)), isWholeJob_(isWholeJob) {}
   StartJob(StartJob&&) noexcept = default;
@@ -67,7 +67,7 @@ class NSOperationQueue::StartJob {
   bool isWholeJob_;
 };
 
-// Shared by the queue object and the operations in it, so that these finish without the former.
+// Shared by the queue object and its operations, so that these finish without the queue object.
 class NSOperationQueue::State final : public detail::OperationListener,
                                       public std::enable_shared_from_this<State> {
  public:
@@ -103,7 +103,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     });
     if (isFirst) tellOfEmptiness();
     start(std::move(next));
-    // Before it was in the list it may have announced its end by other hands, or become ready.
+    // Before it was in the list, another thread may have finished it or made it ready.
     if (hasFinished) {
       if (holds(added)) operationFinished(added, false);
     } else if (!isReady) {
@@ -150,11 +150,11 @@ class NSOperationQueue::State final : public detail::OperationListener,
     return removed;
   }
 
-  /// Before the first observer of the queue object.
+  /// Called before the first observer of the queue object is added.
   void willBeObserved() { isObserved_ = true; }
 
-  /// The queue object is gone. What a width of 0 holds back could never start: it is cancelled, and
-  /// finishes.
+  /// The queue object was destroyed. Operations that a width of 0 holds back could never start:
+  /// they are cancelled and finish.
   void queueIsGone() {
     {
       const std::lock_guard lock(mutex_);
@@ -225,18 +225,18 @@ class NSOperationQueue::State final : public detail::OperationListener,
 
   std::string name_;
   std::ptrdiff_t width_ = kDefaultMaxConcurrentOperationCount;
-  // It lives for ever, so the pointer owns nothing and copying it counts nothing.
+  // The queue is never destroyed, so the pointer owns nothing and copying it counts nothing.
   std::shared_ptr<DispatchQueue> target_{std::shared_ptr<void>(), &DispatchQueue::global()};
   std::size_t count_ = 0;
 
  private:
-  // An operation or a barrier that was taken to start; the one or the other only if it has a
+  // An operation or a barrier that was taken to start; at most one of the two, and only with a
   // target.
   struct Startable {
     std::shared_ptr<DispatchQueue> target;
     std::shared_ptr<NSOperation> operation;
     std::function<void()> barrier;
-    bool isFollowed = false;  // by more that may start
+    bool isFollowed = false;  // more operations may start after it
   };
 
   bool mayStartOperation(const detail::OperationSegment& segment) const {
@@ -263,7 +263,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     (entry.readyAfter ? entry.readyAfter->entry_.readyBefore : ready.last) = entry.readyBefore;
   }
 
-  /// With the lock held, after each change that may let something start.
+  /// Called with the lock held, after each change that may allow a start.
   Startable takeStartable() {
     Startable next;
     auto& segment = segments_.front();
@@ -283,7 +283,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     return next;
   }
 
-  /// Without the lock: starts it, and all that may start after it.
+  /// Called without the lock: starts it, and all that may start after it.
   void start(Startable next, bool isLastAct = false) {
     for (;;) {
       if (next.target && next.operation) {
@@ -307,7 +307,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     }
   }
 
-  // Runs a barrier's block. Where the executor drops it, the queue goes on without.
+  // Runs a barrier's block. If the executor drops the job, the queue goes on without the block.
   struct BarrierJob {
     void run() {
       {
@@ -325,7 +325,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
   };
 
   void barrierFinished() {
-    std::list<detail::OperationSegment> finished;  // what the block captured goes without the lock
+    std::list<detail::OperationSegment> finished;  // releases the block's captures without the lock
     {
       const std::lock_guard lock(mutex_);
       finished.splice(finished.end(), segments_, segments_.begin());
@@ -423,7 +423,7 @@ void NSOperationQueue::addOperation(std::function<void()> block) {
   class BlockOperation final : public NSOperation {
    public:
     explicit BlockOperation(std::function<void()> work) : work_(std::move(work)) {}
-    // What the block holds goes before the end is announced, and before what comes next.
+    // Releases the block's captures before the end is announced, and before the next operation.
     void main() override { std::exchange(work_, nullptr)(); }
 
    private:

@@ -14,23 +14,23 @@
 
 namespace ombrix::platform {
 
-/// Starts operations when they are ready, by priority and in the order in which they became so, a
-/// limited number at a time. A waiting operation costs no thread, and work per operation does not
-/// grow with the length of the queue.
+/// Starts operations by priority, then in the order in which they become ready, a limited number at
+/// a time. A waiting operation costs no thread, and the work per operation does not grow with the
+/// length of the queue.
 ///
-/// Observable keys: "operations" and "operationCount", both with the count as value, announced on
-/// the thread that adds or finishes, with no lock held. Operations that were added are finished
-/// also when the queue object is gone; those that a width of 0 holds back then are cancelled. Where
-/// the dispatch queue below drops the job that would start an operation, that one is cancelled and
-/// finishes on the thread pool; a barrier's block that is dropped is not called, and the queue goes
-/// on. While nothing else waits for the pool, the thread of an operation whose `main` returns goes
-/// on with the next one. Any thread.
+/// Observable keys: "operations" and "operationCount", both with the count as value, announced
+/// without a lock on the thread that adds or finishes an operation. Operations in the queue finish
+/// even after the queue object is destroyed; those that a width of 0 holds back are cancelled then.
+/// If the dispatch queue below drops the job that would start an operation, the operation is
+/// cancelled and finishes on the thread pool; a barrier block that is dropped is not called, and
+/// the queue goes on. While nothing else waits for the pool, a thread whose operation returns from
+/// `main` takes the next one. Any thread.
 class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
                                public std::enable_shared_from_this<NSOperationQueue> {
   struct Passkey {};
 
  public:
-  /// As many operations at once as the dispatch queue below runs.
+  /// Runs as many operations at once as the dispatch queue below allows.
   static constexpr std::ptrdiff_t kDefaultMaxConcurrentOperationCount = -1;
 
   /// A new queue that starts operations on the default global dispatch queue.
@@ -42,41 +42,41 @@ class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
   [[nodiscard]] std::string name() const;
   void setName(std::string name);
 
-  /// The most operations that execute at once; barriers are not counted. 0 holds all back.
+  /// The most operations that execute at once; barriers do not count. 0 holds all back.
   [[nodiscard]] std::ptrdiff_t maxConcurrentOperationCount() const;
   void setMaxConcurrentOperationCount(std::ptrdiff_t count);
 
-  /// The dispatch queue that `start` is called on. Change it only while the queue is empty.
+  /// The dispatch queue on which operations start. Change it only while the queue is empty.
   [[nodiscard]] std::shared_ptr<DispatchQueue> underlyingQueue() const;
   void setUnderlyingQueue(std::shared_ptr<DispatchQueue> queue);
 
-  /// Adding an operation a second time, to any queue, or one that has finished, stops the program.
+  /// Stops the program if the operation was ever added before, to any queue, or has finished.
   void addOperation(std::shared_ptr<NSOperation> operation);
 
   /// Adds an operation that runs the block.
   void addOperation(std::function<void()> block);
 
-  /// Runs the block when every operation added before has finished; operations added after start
-  /// only once it has returned. It is not among `operations`.
+  /// Runs the block once every operation added before has finished; operations added later start
+  /// only after it has returned. It is not listed in `operations`.
   void addBarrierBlock(std::function<void()> block);
 
-  /// The operations that have not finished, in the order of adding.
+  /// The operations that have not finished, in the order they were added.
   [[nodiscard]] std::vector<std::shared_ptr<NSOperation>> operations() const;
   [[nodiscard]] std::size_t operationCount() const;
 
-  /// Whether the operation is among `operations`, or just about to be. Takes constant time.
+  /// Whether the operation is in `operations`, or is just being added. Takes constant time.
   [[nodiscard]] bool contains(const NSOperation& operation) const;
 
-  /// Sent when the first operation has come and when the last one has gone, on the thread that adds
-  /// or finishes, with no lock held; costs less than observing the keys. Changes that overlap may
-  /// be told of in another order: look what is so now.
+  /// Sent when the queue becomes non-empty or empty, without a lock, on the thread that adds or
+  /// finishes an operation; costs less than observing the keys. Overlapping changes may be reported
+  /// in another order: check the current state.
   Signal<> emptinessDidChange;
 
-  /// Cancels what is in the queue now.
+  /// Cancels the operations that are in the queue now.
   void cancelAllOperations();
 
   /// Blocks until the queue is empty, barriers included. Inside one of its operations or barriers
-  /// it would wait for itself: it stops the program.
+  /// it would wait for itself and stops the program.
   void waitUntilAllOperationsAreFinished();
 
  protected:

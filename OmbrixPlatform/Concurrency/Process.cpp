@@ -14,7 +14,7 @@
 namespace ombrix::platform {
 namespace {
 
-constinit std::atomic<unsigned> inside{0};  // threads
+constinit std::atomic<unsigned> inside{0};  // number of threads
 constinit std::atomic<unsigned> isForking{0};
 constinit std::atomic<unsigned> forks{0};
 constinit thread_local unsigned depth = 0;
@@ -71,7 +71,7 @@ struct ForkHandler::All {
 
   static inline constinit ForkSafe<FutexLock> lock;  // guards the list
   static inline constinit ForkHandler* handlers = nullptr;
-  static const int isWatching;  // before anybody is inside
+  static const int isWatching;  // initialised before any thread is inside
 };
 
 const int ForkHandler::All::isWatching = watch();

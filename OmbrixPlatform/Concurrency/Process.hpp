@@ -4,26 +4,26 @@
 
 namespace ombrix::platform {
 
-/// Has a function called when the process ends normally (main returns, or `exit`), before those
-/// that were handed in earlier. A process that is forked from this one does not call it. Any
+/// Registers a function to call when the process ends normally (main returns, or
+/// `exit`); the last one registered runs first. A forked child does not call it. Any
 /// thread.
 void atExit(void (*function)());
 
-/// Whether those functions run or have run: what is put off now is never done. Any thread.
+/// Whether those functions run or have run: work postponed now is never done. Any thread.
 [[nodiscard]] bool isProcessExiting() noexcept;
 
-/// Keeps whole, in a child that is forked and runs no other program, what threads that do not come
-/// along were changing: a fork waits until no other thread is inside.
+/// Protects data from a fork while it changes: the child has none of the other threads, so a fork
+/// waits until no other thread is inside the gate.
 ///
-/// Be inside for moments only, and for memory only: files, other processes and calls out would hold
-/// up the fork. What is held over those is made anew in the child, by a `ForkHandler`. Any thread.
+/// Stay inside only briefly, and only to change memory: file access, other processes and callbacks
+/// would hold up the fork. A `ForkHandler` rebuilds what is held across those. Any thread.
 class ForkGate {
  public:
-  /// Calls may nest.
+  /// Calls may be nested.
   static void enter() noexcept;
   static void leave() noexcept;
 
-  /// Inside as long as it lives.
+  /// Inside the gate as long as it lives.
   class Pass {
    public:
     Pass() noexcept { enter(); }
@@ -33,8 +33,8 @@ class ForkGate {
   };
 };
 
-/// A lock whose holder is inside the gate: no child finds it held by a thread that it does not
-/// have.
+/// A lock whose holder is inside the gate: no child finds it locked by a thread that does not exist
+/// there.
 template <class Lock>
 class ForkSafe {
  public:
@@ -51,11 +51,11 @@ class ForkSafe {
   Lock lock_;
 };
 
-/// Has a function called in every child that is forked while it lives.
+/// Calls a function in every child that is forked while the handler lives.
 ///
-/// The function runs before the fork returns, on the child's only thread. It must neither take a
-/// lock that another thread may have held nor make or end a handler; what it replaces is better
-/// left behind than ended, for the end of it may do either. As a member, be the last one.
+/// The function runs before the fork returns, on the child's only thread. It must not take a lock
+/// that another thread may have held, nor create or destroy a handler. Leak the objects that it
+/// replaces: their destructors may do either. As a member, declare it last.
 class ForkHandler {
  public:
   explicit ForkHandler(std::function<void()> inChild);
@@ -71,12 +71,12 @@ class ForkHandler {
   ForkHandler* next_ = nullptr;
 };
 
-/// How many forks, without another program, lie between the process and the one that began. Any
-/// thread.
+/// The number of forks, without another program in between, that separate this process from the
+/// first one. Any thread.
 [[nodiscard]] unsigned forkDepth() noexcept;
 
 /// Whether the process was forked from one that used the thread pool, and runs no other program.
-/// The pool begins anew in it; jobs that waited stay with the parent. Any thread.
+/// The pool starts afresh in it; waiting jobs stay with the parent. Any thread.
 [[nodiscard]] bool isForkedFromPool() noexcept;
 
 }  // namespace ombrix::platform

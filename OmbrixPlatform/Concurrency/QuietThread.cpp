@@ -17,7 +17,7 @@ std::thread startQuietThread(const char* name, std::move_only_function<void()> r
   try {
     thread = std::thread(std::move(run));
   } catch (const std::exception&) {
-    // No thread or no memory is left: the caller goes on without.
+    // The system has no thread or memory left: the caller goes on without it.
   }
   pthread_sigmask(SIG_SETMASK, &previous, nullptr);
   if (thread.joinable()) pthread_setname_np(thread.native_handle(), name);

@@ -18,8 +18,8 @@ constexpr unsigned kJobsPerTurn = 64;
 
 }  // namespace
 
-// The word goes from inside to queued, and from queued to idle, under the mutex only; the way in
-// and out of an uncontended section never takes it.
+// The word changes from inside to queued, and from queued to idle, only under the mutex; entering
+// and leaving an uncontended section never takes the mutex.
 struct Serial::State : std::enable_shared_from_this<State> {
   void enqueue(Job job) {
     bool isSubmitted = false;
@@ -59,8 +59,8 @@ struct Serial::State : std::enable_shared_from_this<State> {
     scheduleDrain();
   }
 
-  /// The executor is gone. Whoever is inside just now still needs the state: it then stays until a
-  /// drain, which they ask for when they leave, finds it empty.
+  /// The executor was destroyed. A running section still needs the state: it stays until the drain
+  /// that the section requests when it ends finds it empty.
   void executorIsGone() {
     const std::lock_guard lock(mutex);
     if (word.load(std::memory_order_acquire) == kIdle) return;

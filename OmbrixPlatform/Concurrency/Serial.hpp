@@ -18,14 +18,14 @@ enum class SectionPlace : std::uint8_t {
 
 /// The executor of an actor: its sections and jobs run one at a time, in the order of arrival.
 ///
-/// A section is a plain closure without a suspension inside. It runs at once when nobody else is
-/// inside and nothing waits; else it is queued, and the coroutine goes on through its own executor
-/// after it. Nothing is held across a suspension.
+/// A section is a plain closure without a suspension inside. It runs at once when no other section
+/// runs or waits; otherwise it is queued, and the coroutine continues afterwards through its own
+/// executor. Nothing is held across a suspension.
 ///
 ///     auto section = [&] { return items_.size(); };
 ///     auto count = co_await serial_.run(section);
 ///
-/// Any thread. Work under way keeps the state of the executor, though not the actor, alive.
+/// Any thread. Running work keeps the state of the executor alive, but not the actor.
 class Serial final : public Executor {
  public:
   explicit Serial(SectionPlace place = SectionPlace::anywhere);
@@ -33,10 +33,10 @@ class Serial final : public Executor {
   Serial(const Serial&) = delete;
   Serial& operator=(const Serial&) = delete;
 
-  /// Runs a job in turn, on the thread pool.
+  /// Runs a job on the thread pool when its turn comes.
   void post(Job job) override;
 
-  /// Awaitable: runs a named closure as a section and gives its result or its exception.
+  /// Awaitable: runs a named closure as a section and returns its result or throws its exception.
   template <class Section>
   auto run(Section& section) {
     return SectionAwaiter<Section>(*this, section);
@@ -63,7 +63,7 @@ class Serial final : public Executor {
 
     bool await_ready() {
       if (!serial.enter()) return false;
-      State* const state = serial.state_.get();  // the section may drop the last hold of the actor
+      State* const state = serial.state_.get();  // the section may drop the actor's last owner
       std::atomic<std::uint32_t>* const word = serial.word_;
       {
         const Inside inside(word);
@@ -98,7 +98,7 @@ class Serial final : public Executor {
 
   static constexpr std::uint32_t kIdle = 0;
   static constexpr std::uint32_t kInside = 1;
-  static constexpr std::uint32_t kQueued = 2;  // someone is inside, or about to be, and more waits
+  static constexpr std::uint32_t kQueued = 2;  // a section runs or is about to, and more wait
 
   bool enter() noexcept {
     if (place_ == SectionPlace::offMainQueue && isOnMainQueue()) return false;

@@ -9,7 +9,7 @@
 namespace ombrix::platform {
 
 std::shared_ptr<Executor> poolExecutor() {
-  // It lives for ever, so the pointer owns nothing and copying it counts nothing.
+  // The pool is never destroyed, so the pointer owns nothing and copying it counts nothing.
   return {std::shared_ptr<void>(), &ThreadPool::executor()};
 }
 
@@ -29,7 +29,7 @@ void destroyFrame(std::coroutine_handle<> frame) noexcept {
   NestedCalls::make([frame] { frame.destroy(); });
 }
 
-// Whoever waits may be gone as soon as the state says that it is over.
+// The waiting party may be destroyed as soon as the state says that it is over.
 void BlockingWait::resume() {
   if (state_.exchange(State::over) == State::blocked) isOver_.release();
 }
@@ -65,7 +65,7 @@ bool TaskStateBase::removeWaiter(TaskWaiter& waiter) {
   return true;
 }
 
-// From the flag on nobody changes the list; a waiter may be gone once it was called.
+// Once the flag is set no thread changes the list; a waiter may be destroyed once it was called.
 void TaskStateBase::finish() {
   {
     const std::lock_guard lock(mutex_);
@@ -91,7 +91,7 @@ bool TaskWait::begin(TaskStateBase& task, std::coroutine_handle<> coroutine,
 
 void TaskWait::end() {
   if (!met_.exchange(true)) return;
-  const auto executor = context_->executor;  // the coroutine may end, and its task go, meanwhile
+  const auto executor = context_->executor;  // the coroutine may end and destroy its task meanwhile
   executor->post(ResumeJob(coroutine_));
 }
 

@@ -17,7 +17,7 @@ namespace ombrix::platform {
 
 namespace detail {
 
-/// One who waits for a task; lives where it waits.
+/// A party that waits for a task; it is stored where it waits.
 struct TaskWaiter {
   Resumption resumption;  // called once on the thread that finishes the task; brief
   TaskWaiter* previous = nullptr;
@@ -25,17 +25,17 @@ struct TaskWaiter {
   bool isListed = false;
 };
 
-/// What does not depend on the type of a task's value.
+/// The part of a task's state that does not depend on the type of its value.
 class TaskStateBase {
  public:
   void cancel() { stop_.request_stop(); }
   [[nodiscard]] bool isCancelled() const { return stop_.stop_requested(); }
   [[nodiscard]] bool isFinished() const;
 
-  /// False when the task is over already, and the waiter will not be called.
+  /// False when the task has finished already; the waiter is not called then.
   bool addWaiter(TaskWaiter& waiter);
 
-  /// True when the waiter had not been called, nor will be.
+  /// True when the waiter has not been called and will not be.
   bool removeWaiter(TaskWaiter& waiter);
 
  protected:
@@ -65,7 +65,7 @@ class TaskState final : public TaskStateBase, public std::enable_shared_from_thi
 
   void post() { context_.executor->post(OwedJob(this->shared_from_this())); }
 
-  /// Only once finished.
+  /// Valid only after the task has finished.
   const Outcome<T>& outcome() const { return outcome_; }
   void throwIfFailed() const { outcome_.throwIfError(); }
 
@@ -78,12 +78,12 @@ class TaskState final : public TaskStateBase, public std::enable_shared_from_thi
       release();
       return;
     }
-    // Running work keeps its own state: the task may have been dropped by everyone else.
+    // Running work holds its own state: all other references to the task may have been dropped.
     self_ = this->shared_from_this();
     work_->begin(context_, {[](void* state) { static_cast<TaskState*>(state)->complete(); }, this});
   }
 
-  /// Ends it before it has begun: it was asked to stop, or its executor is not going to run it.
+  /// Ends it before it begins: it was cancelled, or its executor dropped it.
   void drop() {
     outcome_.setError(std::make_exception_ptr(CancellationError()));
     release();
@@ -96,7 +96,7 @@ class TaskState final : public TaskStateBase, public std::enable_shared_from_thi
     release();
   }
 
-  // The coroutine and what it captured are gone before anyone learns of the result.
+  // Destroys the coroutine and its captures before the result becomes visible.
   void release() {
     work_.reset();
     body_ = nullptr;
@@ -109,7 +109,7 @@ class TaskState final : public TaskStateBase, public std::enable_shared_from_thi
   Outcome<T> outcome_;
 };
 
-/// A coroutine that waits for a task, until that is over or its own task is cancelled.
+/// A coroutine that waits until a task finishes or its own task is cancelled.
 class TaskWait {
  public:
   TaskWait() = default;
@@ -134,28 +134,28 @@ class TaskWait {
   const TaskContext* context_ = nullptr;
   std::coroutine_handle<> coroutine_;
   TaskWaiter waiter_;
-  std::atomic<bool> met_{false};  // its end and its suspension; the second one goes on
+  std::atomic<bool> met_{false};  // set by its end and its suspension; the second resumes
   bool wasCancelled_ = false;
   std::optional<std::stop_callback<Stop>> onStop_;
 };
 
 }  // namespace detail
 
-/// A running asynchronous operation of its own: copyable, and any number may await it; each gets a
-/// copy of its value, or its exception. Dropping it does not end it. One that is cancelled before
-/// it begins, or that its executor drops, never begins: it ends with `CancellationError`. Any
+/// A running asynchronous operation: copyable, and any number of callers may await it; each gets a
+/// copy of its value, or its exception. Dropping it does not end it. A task that is cancelled
+/// before it begins, or that its executor drops, never runs: it ends with `CancellationError`. Any
 /// thread.
 template <class T>
 class Task {
  public:
-  /// Asks the operation to stop: what it awaits throws `CancellationError` or ends early, if it
-  /// heeds that. An operation that has begun still decides how it ends.
+  /// Requests cancellation: the call that the operation awaits throws `CancellationError` or ends
+  /// early, if it supports that. An operation that has begun still decides how it ends.
   void cancel() const { state_->cancel(); }
 
   [[nodiscard]] bool isCancelled() const { return state_->isCancelled(); }
   [[nodiscard]] bool isFinished() const { return state_->isFinished(); }
 
-  /// Blocks until it is over; its value or its exception. Not from inside a section of an actor.
+  /// Blocks until it finishes; its value or its exception. Not from inside a section of an actor.
   T get() const {
     const auto state = state_;  // this copy of the task may be replaced meanwhile
     detail::BlockingWait wait;
@@ -164,13 +164,13 @@ class Task {
     return state->outcome().copy();
   }
 
-  /// Waits in a coroutine. Cancelling the waiting task ends the wait at once with
-  /// `CancellationError`, unless the result is known already; the awaited task goes on.
+  /// Awaits it in a coroutine. Cancelling the waiting task ends the wait at once with
+  /// `CancellationError`, unless the result is known already; the awaited task continues.
   auto operator co_await() const { return Awaiter(state_); }
 
   friend bool operator==(const Task&, const Task&) = default;
 
-  /// A building block of things that wait.
+  /// For code that implements waits.
   friend const std::shared_ptr<detail::TaskState<T>>& stateOf(const Task& task) {
     return task.state_;
   }
@@ -196,7 +196,7 @@ class Task {
     }
 
    private:
-    // Its own: the task that is awaited may be replaced or dropped before the coroutine goes on.
+    // Its own reference: the awaited task may be replaced or dropped before the coroutine resumes.
     const std::shared_ptr<detail::TaskState<T>> state_;
     detail::TaskWait wait_;
   };
@@ -225,8 +225,8 @@ struct AsyncValue<Async<T>> {
 
 }  // namespace detail
 
-/// Starts a closure on an executor, the thread pool by default, and gives its task. The closure may
-/// be a coroutine (its captures live as long as it runs) or a plain function.
+/// Starts a closure on an executor, the thread pool by default, and returns its task. The closure
+/// may be a coroutine (its captures live as long as it runs) or a plain function.
 template <class Body>
 auto startTask(Body body, std::shared_ptr<Executor> executor = poolExecutor());
 

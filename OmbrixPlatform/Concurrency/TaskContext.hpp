@@ -13,14 +13,14 @@
 
 namespace ombrix::platform {
 
-/// Thrown by what a cancelled task awaits.
+/// Thrown by the calls that a cancelled task awaits.
 class CancellationError : public Error {
  public:
   CancellationError() : Error("the task was cancelled") {}
 };
 
-/// Where a task continues after waiting, and whether it was asked to stop; handed from each
-/// coroutine to those it awaits.
+/// The executor on which a task resumes after waiting, and whether it was cancelled; passed from
+/// each coroutine to those it awaits.
 struct TaskContext {
   std::shared_ptr<Executor> executor;
   std::stop_token stopToken;
@@ -31,8 +31,8 @@ std::shared_ptr<Executor> poolExecutor();
 
 namespace detail {
 
-/// What is called when something awaited is over: a plain function, so that coroutines, blocked
-/// threads and tasks wait in one way without an allocation.
+/// Called when an awaited operation finishes: a plain function, so that coroutines, blocked threads
+/// and tasks wait in one way without an allocation.
 struct Resumption {
   void (*function)(void*) = nullptr;
   void* argument = nullptr;
@@ -40,13 +40,13 @@ struct Resumption {
   void operator()() const { function(argument); }
 };
 
-/// Runs coroutines one after the other instead of inside each other: one that awaits another, or
-/// ends, says who goes on, and returns to the loop at the bottom. So the stack stays flat however
-/// long a chain of awaits is. (Handing over from frame to frame would need a tail call, which there
-/// is none of without optimisation nor under sanitizers.)
+/// Runs coroutines one after the other instead of inside each other: a coroutine that awaits
+/// another, or ends, names the next one and returns to the loop at the bottom. So the stack stays
+/// flat for any length of the chain of awaits. (A transfer from frame to frame would need a tail
+/// call, which compilers make neither without optimisation nor under sanitizers.)
 class Trampoline {
  public:
-  /// Resumes a coroutine and all that go on after it on this thread.
+  /// Resumes a coroutine and all that continue after it on this thread.
   static void run(std::coroutine_handle<> coroutine) {
     const auto outer = std::exchange(next_, nullptr);
     while (coroutine) {
@@ -56,15 +56,15 @@ class Trampoline {
     next_ = outer;
   }
 
-  /// Inside `run`, by a coroutine that suspends: who goes on.
+  /// Called inside `run` by a coroutine that suspends: names the coroutine to continue with.
   static void continueWith(std::coroutine_handle<> coroutine) noexcept { next_ = coroutine; }
 
  private:
   static inline constinit thread_local std::coroutine_handle<> next_ = nullptr;
 };
 
-/// The job that lets a coroutine go on. Where an executor drops it, the coroutine goes on in the
-/// thread pool: it cannot be taken back, and others may wait for it.
+/// The job that resumes a coroutine. If an executor drops it, the coroutine resumes in the thread
+/// pool: it cannot be taken back, and others may wait for it.
 class ResumeJob {
  public:
   explicit ResumeJob(std::coroutine_handle<> coroutine) : coroutine_(coroutine) {}
@@ -84,7 +84,7 @@ class ResumeJob {
 
 struct Nothing {};
 
-/// The value or the exception of something that is over.
+/// The value or the exception of a finished operation.
 template <class T>
 class Outcome {
  public:
@@ -96,13 +96,13 @@ class Outcome {
   }
   void setError(std::exception_ptr error) { content_.template emplace<2>(std::move(error)); }
 
-  /// Gives the value away or throws.
+  /// Moves the value out, or throws.
   T take() {
     throwIfError();
     if constexpr (!std::is_void_v<T>) return std::move(std::get<1>(content_));
   }
 
-  /// A copy of the value, or throws.
+  /// Copies the value, or throws.
   T copy() const {
     throwIfError();
     if constexpr (!std::is_void_v<T>) return std::get<1>(content_);
@@ -116,7 +116,7 @@ class Outcome {
   std::variant<std::monostate, Stored, std::exception_ptr> content_;
 };
 
-/// Runs a closure and keeps what comes of it.
+/// Runs a closure and keeps its value or exception.
 template <class T, class Closure>
 void runInto(Outcome<T>& outcome, Closure&& closure) {
   try {
@@ -131,7 +131,7 @@ void runInto(Outcome<T>& outcome, Closure&& closure) {
   }
 }
 
-/// What every coroutine of this library carries.
+/// The base of the promise of every coroutine in this library.
 class PromiseBase {
  public:
   struct FinalAwaiter {
@@ -153,15 +153,15 @@ class PromiseBase {
 
   const TaskContext& context() const { return *context_; }
 
-  /// Runs the coroutine until it first waits. The resumption is called once it is over, perhaps
-  /// inside this call. The context must outlive it.
+  /// Runs the coroutine until it first waits. Calls the resumption when it finishes, perhaps inside
+  /// this call. The context must outlive it.
   void begin(std::coroutine_handle<> self, const TaskContext& context, Resumption resumption) {
     context_ = &context;
     resumption_ = resumption;
     Trampoline::run(self);
   }
 
-  /// Lets the coroutine go on for its parent, which suspends, and the parent after it.
+  /// Runs the coroutine on behalf of its parent, which suspends and continues after it.
   void beginFor(std::coroutine_handle<> parent, std::coroutine_handle<> self,
                 const TaskContext& context) {
     context_ = &context;
@@ -172,7 +172,7 @@ class PromiseBase {
  private:
   const TaskContext* context_ = nullptr;
   std::coroutine_handle<> parent_;
-  Resumption resumption_;  // where there is no parent
+  Resumption resumption_;  // used when the coroutine has no parent
 };
 
 template <class Promise>
@@ -180,7 +180,7 @@ concept HasTaskContext = std::is_base_of_v<PromiseBase, Promise>;
 
 }  // namespace detail
 
-/// `co_await currentContext` gives the context of the running coroutine.
+/// `co_await currentContext` returns the context of the running coroutine.
 struct CurrentContext {
   struct Awaiter {
     const TaskContext* context = nullptr;
@@ -198,7 +198,7 @@ struct CurrentContext {
 };
 inline constexpr CurrentContext currentContext;
 
-/// `co_await checkCancellation` throws `CancellationError` when the task was asked to stop.
+/// `co_await checkCancellation` throws `CancellationError` when the task was cancelled.
 struct CheckCancellation {
   struct Awaiter : CurrentContext::Awaiter {
     void await_resume() const {

@@ -36,11 +36,11 @@ using namespace std::chrono_literals;
 constexpr std::size_t kMinimumWidth = 4;
 constexpr std::size_t kMaximumThreads = 512;
 constexpr auto kStallCheckInterval = 4ms;
-constexpr unsigned kQuietChecks = 3;  // without a waiting job, before the checks cease
+constexpr unsigned kQuietChecks = 3;  // without a waiting job, before the checks stop
 constexpr auto kSurplusIdleTime = 5s;
 constexpr std::chrono::milliseconds kLongestRetryInterval{100};
 
-// After so many jobs of higher lanes a lane has its turn.
+// A lane gets its turn after this many jobs of higher lanes.
 constexpr std::array<unsigned, 4> kPatience{UINT_MAX, 7, 15, 31};
 
 thread_local unsigned blockingDepth = 0;
@@ -89,8 +89,8 @@ void detail::PoolJob::goesOn() noexcept {
 
 ThreadPool& ThreadPool::shared() {
   static ThreadPool& pool = *new ThreadPool;
-  // A child leaves behind what there was: its lock may be held, its threads are no more, and its
-  // jobs are the parent's.
+  // A forked child leaks the old pool: its lock may be held, its threads no longer exist, and its
+  // jobs belong to the parent.
   [[maybe_unused]] static const auto& onFork = *new ForkHandler([] {
     ::new (static_cast<void*>(&pool)) ThreadPool;
     isForked = true;
@@ -115,10 +115,10 @@ Executor& ThreadPool::executor() {
   return lane;
 }
 
-/// Where an idle thread sleeps. All but the sleep itself happens under the pool's lock.
+/// Where an idle thread sleeps. Everything but the sleep itself happens under the pool's lock.
 class ThreadPool::Parking {
  public:
-  /// Sleeps until `wake` or, unless it was chosen, until so much time has passed.
+  /// Sleeps until `wake` or, unless it was chosen, until the limit has passed.
   void sleep(std::optional<std::chrono::seconds> limit) {
     timespec time{};
     if (limit) time.tv_sec = limit->count();
@@ -129,8 +129,8 @@ class ThreadPool::Parking {
     }
   }
 
-  /// Without the lock, by whoever chose it. The thread may be gone before the kernel is asked,
-  /// which needs the address as a number only.
+  /// Called without the lock by the thread that chose it. The parked thread may be gone before the
+  /// kernel is called, which uses the address as a number only.
   void wake() {
     isAwake_.store(1, std::memory_order_release);
     ::syscall(SYS_futex, &isAwake_, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
@@ -200,7 +200,7 @@ bool ThreadPool::hasMoreUrgentThan(DispatchPriority priority) const noexcept {
 
 // Called with the lock held and jobs waiting; may release the lock.
 void ThreadPool::ensureThread(Lock& lock) {
-  if (isWaking_) return;  // it sees to the jobs behind the one it takes
+  if (isWaking_) return;  // the woken thread sees to the jobs behind the one it takes
   if (Parking* const parking = parked_) {
     parked_ = parking->next;
     parking->isChosen = true;
@@ -213,8 +213,8 @@ void ThreadPool::ensureThread(Lock& lock) {
   }
 }
 
-// It exists from the first job on: who else would try again to make a thread, once all there are
-// are blocked and the system had none left for a while?
+// The watcher exists from the first job on: without it, nothing would retry to create a thread once
+// all threads are blocked and the system had none left for a while.
 void ThreadPool::ensureWatcher() {
   if (!watcherExists_) {
     try {
@@ -234,13 +234,13 @@ bool ThreadPool::spawn() {
   try {
     std::thread([this] { work(); }).detach();
   } catch (const std::exception&) {
-    return false;  // the threads there are will get to the job, or the watcher tries again
+    return false;  // the existing threads will reach the job, or the watcher retries
   }
   ++threads_;
   return true;
 }
 
-// The highest lane that has waited for its turn, else the highest of all.
+// Takes from the highest lane whose turn has come, else from the highest lane.
 bool ThreadPool::takeJob(Posted& posted) {
   if (waiting_ == 0) return false;
   const unsigned lanes = lanesWaiting_.load(std::memory_order_relaxed);
@@ -282,7 +282,7 @@ void ThreadPool::work() {
           const detail::InsideScope scope(posted.inside);
           runsJob = true;
           callOut("a job", posted.job);
-          posted.job = nullptr;  // what it captured is released outside the lock
+          posted.job = nullptr;  // release its captures outside the lock
           runsJob = isJobEnding = false;
         }
         if (!self.following.job) break;
@@ -296,10 +296,10 @@ void ThreadPool::work() {
   } while (park(lock));
   (self.previous ? self.previous->next : workers_) = self.next;
   if (self.next) self.next->previous = self.previous;
-  worker = nullptr;  // what runs at the end of the thread is no longer of the pool
+  worker = nullptr;  // code that runs at the end of the thread is no longer part of the pool
 }
 
-// False when the thread is to end.
+// False when the thread should end.
 bool ThreadPool::park(Lock& lock) {
   Parking parking;
   parking.next = std::exchange(parked_, &parking);
@@ -326,16 +326,16 @@ bool ThreadPool::park(Lock& lock) {
   return false;
 }
 
-/// Which threads are blocked: those that were neither running nor ready to run between two looks.
+/// Finds blocked threads: those that were neither running nor ready to run between two checks.
 class ThreadPool::Stalls {
  public:
-  /// How many of these threads have been blocked since the look before.
+  /// The number of these threads that have been blocked since the previous check.
   std::size_t look(const std::vector<int>& threadIDs) {
     std::unordered_map<int, std::string> times;
     std::size_t blocked = 0;
     for (const int id : threadIDs) {
-      // Its time on a processor, its time ready and waiting for one, and how often it got one. What
-      // cannot be read counts as no progress: without the kernel's word every stall is one.
+      // Its time on a processor, its time waiting for one, and how often it got one. A value that
+      // cannot be read counts as no progress: without the kernel's data every stall counts.
       auto now = read(id, "schedstat");
       const auto before = times_.find(id);
       if (before != times_.end() && before->second == now && !isReadyToRun(id)) ++blocked;
@@ -358,7 +358,7 @@ class ThreadPool::Stalls {
     return {text.data(), static_cast<std::size_t>(std::max<ssize_t>(length, 0))};
   }
 
-  // The times of a thread grow only as it gets a processor or leaves it; its state is of now.
+  // A thread's times grow only when it gets a processor or leaves it; its state is current.
   static bool isReadyToRun(int id) {
     const auto text = read(id, "stat");
     const auto nameEnd = text.rfind(')');
@@ -393,8 +393,8 @@ void ThreadPool::watchForStalls() {
     if (isShort) detail::retryNow();
     const auto blocked = stalls.look(busy);
     lock.lock();
-    // Read without the lock: some may have ended their jobs, which the next look will see. Beside
-    // the blocked threads those are replaced that could not be made before.
+    // Read without the lock: some may have ended their jobs, which the next check will see. Besides
+    // the blocked threads this replaces those that could not be created before.
     const std::size_t missing = width_ - std::min(width_, active());
     std::size_t wanted = std::min(waiting_, std::max(blocked, missing));
     while (wanted > 0 && !parked_ && active() < width_ + blocked && spawn()) --wanted;

@@ -15,9 +15,9 @@ namespace ombrix::platform {
 
 /// The lane of the pool a job waits in; a higher lane is served first.
 ///
-/// No lane starves, and none passes a higher one beyond its share: of the jobs that are taken while
-/// higher lanes have some waiting, one in 8 is of the normal lane, one in 16 of the low one and one
-/// in 32 of the background; a little less often where several of these lanes are due at once.
+/// No lane starves, and none takes more than its share from a higher one: of the jobs taken while
+/// higher lanes have some waiting, one in 8 is of the normal lane, one in 16 of the low and one in
+/// 32 of the background lane; slightly fewer where several of these lanes are due at once.
 enum class DispatchPriority : std::int16_t {
   high = 2,
   normal = 0,
@@ -27,35 +27,35 @@ enum class DispatchPriority : std::int16_t {
 
 /// The process-wide threads behind every queue and task.
 ///
-/// As many jobs run at once as there are processors (at least 4). Jobs that block do not starve
-/// the others: a `BlockingScope` lends its place to another thread at once, and a thread that
-/// blocks without one (it neither ran nor was ready to run for some milliseconds while jobs wait)
-/// is replaced likewise, up to 512 threads. Computing makes no threads. Surplus threads end after
-/// idling. No thread exists before the first job. Where none can be made, jobs wait, and a thread
-/// that watches over the others, made with the first one, tries again. Posting waits for that one
-/// if it cannot be made, up to 2 s in all of the process; after that the next post tries, and
-/// whoever waits in this library. Threads that idle at process exit are abandoned; nothing is torn
+/// Runs as many jobs at once as there are processors (at least 4). Blocking jobs do not starve the
+/// others: a `BlockingScope` lends its place to another thread at once, and a thread that blocks
+/// without one (neither running nor ready to run for some milliseconds while jobs wait) is
+/// replaced likewise, up to 512 threads. Computing creates no threads. Surplus threads end after
+/// idling. No thread exists before the first job. If no thread can be created, jobs wait and a
+/// watcher thread, started with the first job, retries. If the watcher cannot be created either,
+/// posting waits for it, up to 2 s in total for the process; after that, the next post and every
+/// wait in this library retry. Threads that idle at process exit are abandoned; nothing is torn
 /// down.
 class ThreadPool final {
  public:
   static ThreadPool& shared();
 
-  /// Any thread. Jobs of one lane start in the order of their posting.
+  /// Any thread. Jobs of one lane start in the order in which they were posted.
   ///
-  /// @param inside What the thread is inside of while the job runs: the queue that posts it.
+  /// @param inside What the thread is recorded as running during the job: the queue that posts it.
   void post(Job&& job, DispatchPriority priority = DispatchPriority::normal,
             const void* inside = nullptr);
 
-  /// As `post`, by the last act of a job: unless something more urgent waits, the calling thread
-  /// runs it right after that job, which spares a queue and a thread that would be woken. Where
-  /// that job blocks after all, and says so, it goes to the others.
+  /// Like `post`, for the last statement of a job: unless a more urgent job waits, the calling
+  /// thread runs it right after that job, without queueing it or waking a thread. If that job
+  /// announces a block after all, other threads get it.
   void postNext(Job&& job, DispatchPriority priority = DispatchPriority::normal,
                 const void* inside = nullptr);
 
-  /// Whether jobs of any lane wait.
+  /// Whether jobs wait in any lane.
   [[nodiscard]] bool hasWaiting() const noexcept;
 
-  /// Whether jobs of a higher lane wait: whoever runs many jobs in one ends its turn then.
+  /// Whether jobs of a higher lane wait: a job that runs many others ends its turn then.
   [[nodiscard]] bool hasMoreUrgentThan(DispatchPriority priority) const noexcept;
 
   /// The pool's default lane as an executor, which lives for the whole process.
@@ -64,8 +64,8 @@ class ThreadPool final {
   /// Threads alive now, idle ones included.
   [[nodiscard]] std::size_t threadCount() const;
 
-  /// Has what could not be made for want of a thread tried again, soon and until it is made; false
-  /// when that takes a thread which cannot be made either. Any thread.
+  /// Makes the watcher retry soon, and until it succeeds, what failed for want of a thread; false
+  /// when the watcher itself is missing and cannot be created. Any thread.
   bool ensureWatch();
 
   /// Tells the pool that the calling thread is about to block; no effect outside the pool.
@@ -92,11 +92,11 @@ class ThreadPool final {
     const void* inside = nullptr;
   };
 
-  // A thread of the pool.
+  // One thread of the pool.
   struct Worker {
     int threadID = 0;
-    bool isBusy = false;  // with a job, and not blocked by its own account
-    Posted following;     // runs right after the job, if there is one
+    bool isBusy = false;  // has a job, and has not announced a block
+    Posted following;     // runs right after the job
     std::size_t laneOfFollowing = 0;
     Worker* previous = nullptr;
     Worker* next = nullptr;
@@ -117,14 +117,14 @@ class ThreadPool final {
   mutable FutexLock lock_;  // guards what follows
   std::array<std::deque<Posted>, kLanes> lanes_;
   std::atomic<unsigned> lanesWaiting_{0};      // a bit for each; read without the lock
-  std::array<unsigned, kLanes> passedOver_{};  // how often higher lanes were served since its turn
+  std::array<unsigned, kLanes> passedOver_{};  // jobs of higher lanes taken since its turn
   std::size_t waiting_ = 0;
   std::size_t threads_ = 0;
   std::size_t idle_ = 0;  // parked
   Worker* workers_ = nullptr;
   Parking* parked_ = nullptr;  // the last one to park first
-  bool isWaking_ = false;      // one was woken and has not yet looked for a job
-  std::size_t blocked_ = 0;    // by their own account
+  bool isWaking_ = false;      // a woken thread has not yet looked for a job
+  std::size_t blocked_ = 0;    // announced by themselves
   bool watcherExists_ = false;
   bool watcherSleeps_ = false;
   std::condition_variable_any saturated_;

@@ -14,7 +14,7 @@
 #include "OmbrixPlatform/Concurrency/Task.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
-/// Waiting for a time, for several things at once, or for a limited time.
+/// Waits for a time, for several operations at once, or for a limited time.
 ///
 ///     auto profile = api.profile();
 ///     auto passes = api.passes();
@@ -22,16 +22,16 @@
 ///     auto limited = withTimeout(std::move(both), 10s);
 ///     auto [mine, bought] = co_await std::move(limited);
 ///
-/// Work that is handed over as `Async` belongs to the wait: it is started on the executor of the
-/// waiting task, and asked to stop when the wait ends before it: what has not begun by then never
-/// begins. Work that does not heed that goes on by itself until it ends, so it must own what it
-/// uses. A `Task` is shared with others and is never asked to stop. Every wait ends at once with
-/// `CancellationError` when the waiting task is cancelled. Values are copied out of the finished
-/// work.
+/// Work passed as `Async` belongs to the wait: it starts on the executor of the waiting task
+/// and is cancelled when the wait ends first; work that has not begun by then never begins.
+/// Work that ignores the cancellation runs on until it ends, so it must own what it uses. A
+/// `Task` is shared with others and is never cancelled. Every wait ends at once with
+/// `CancellationError` when the waiting task is cancelled. Values are copied out of the
+/// finished work.
 namespace ombrix::platform {
 
-/// Waits for a delay in seconds by the clock service; what is not a number, or too long for the
-/// clock, ends by a cancellation only.
+/// Waits for a delay in seconds by the clock service; only cancellation ends a delay that is not a
+/// number or too long for the clock.
 Async<void> sleepFor(std::chrono::duration<double> delay);
 
 /// Thrown by `withTimeout`.
@@ -42,7 +42,7 @@ class TimeoutError : public Error {
 
 namespace detail {
 
-/// Tells which of several tasks end, in the order in which they do.
+/// Reports which of several tasks finish, in the order in which they do.
 class TaskEnds {
  public:
   TaskEnds();
@@ -50,12 +50,12 @@ class TaskEnds {
   TaskEnds& operator=(const TaskEnds&) = delete;
   ~TaskEnds();
 
-  /// @param index What `next` gives when the task is over, or the delay in seconds has passed.
+  /// @param index What `next` returns when the task finishes, or the delay in seconds has passed.
   void add(std::size_t index, std::shared_ptr<TaskStateBase> task);
   void add(std::size_t index, std::chrono::duration<double> delay);
 
-  /// Throws `CancellationError` when the waiting task is cancelled. No more often than there are
-  /// tasks.
+  /// Throws `CancellationError` when the waiting task is cancelled. Call it at most once for each
+  /// task.
   Async<std::size_t> next();
 
  private:
@@ -67,7 +67,7 @@ class TaskEnds {
   EventToken timer_;
 };
 
-/// Tasks that are asked to stop when the wait for them is over.
+/// Tasks that are cancelled when the wait for them ends.
 template <class T>
 class OwnedTask {
  public:
@@ -114,7 +114,7 @@ struct WorkValue<Task<T>> {
 template <class Work>
 using ValueOf = typename WorkValue<Work>::Type;
 
-/// The value of finished work; an empty tuple where it has none.
+/// The value of finished work; an empty tuple for work without a value.
 template <class T>
 auto finishedValue(const Task<T>& task) {
   if constexpr (std::is_void_v<T>) {
@@ -180,8 +180,8 @@ Async<ValueOf<Work>> withTimeoutOf(Work work, std::chrono::duration<double> dela
 
 }  // namespace detail
 
-/// Waits for all of several `Async` or `Task`; gives their values, empty tuples for those without.
-/// When one fails, the wait ends at once with its exception.
+/// Waits for all of several `Async` or `Task`; returns their values, empty tuples for those
+/// without. When one fails, the wait ends at once with its exception.
 template <class... Work>
 auto whenAll(Work... works) -> Async<std::tuple<detail::ValueOrEmpty<detail::ValueOf<Work>>...>> {
   return detail::whenAllOf(std::tuple<Work...>(std::move(works)...));
@@ -204,14 +204,14 @@ auto whenAll(std::vector<Work> works)
   co_return values;
 }
 
-/// What ended first, and its value.
+/// The work that ended first, and its value.
 template <class T>
 struct FirstOf {
   std::size_t index = 0;
   T value;
 };
 
-/// Waits for the first of several that ends, at least one; gives its value or throws its exception.
+/// Waits for the first of one or more to finish; returns its value or throws its exception.
 template <class Work>
 auto whenAny(std::vector<Work> works)
     -> Async<FirstOf<detail::ValueOrEmpty<detail::ValueOf<Work>>>> {
@@ -225,7 +225,7 @@ auto whenAny(std::vector<Work> works)
   co_return first;
 }
 
-/// Waits no longer than a delay in seconds by the clock service; then `TimeoutError` is thrown. A
+/// Waits no longer than a delay in seconds by the clock service; then throws `TimeoutError`. A
 /// delay that is not a number sets no limit.
 template <class T>
 Async<T> withTimeout(Async<T> work, std::chrono::duration<double> delay) {

@@ -4,39 +4,39 @@
 #include <atomic>
 #include <chrono>
 
-/// What is done where a thread, or what one needs, cannot be made: the pool's watcher tries again
-/// until it can. Only while that one cannot be made either, whoever posts or waits tries to.
+/// Handles failures to start a thread: the pool's watcher retries until it succeeds. While the
+/// watcher itself is missing, each call that posts or waits retries instead.
 namespace ombrix::platform::detail {
 
-/// Whether the watcher could not be made yet.
+/// Whether the watcher could not be created yet.
 inline std::atomic<bool> watcherIsMissing{false};
 
-/// Whether the main queue or the events want a thread since the watcher last tried.
+/// Whether the main queue or the events have lacked a thread since the watcher last tried.
 inline std::atomic<bool> isShortOfThreads{false};
 
-/// Notes that; under any lock. `retryAfterShortage` is to follow.
+/// Records the shortage; may be called under any lock. Call `retryAfterShortage` afterwards.
 inline void noteThreadShortage() { isShortOfThreads = true; }
 
-/// Sees to it that the watcher tries again. Under no lock.
+/// Makes sure that the watcher retries. Call it without a lock.
 ///
-/// While it is missing, a shortage that passes is waited for, 2 s in all of the process.
+/// While the watcher is missing, waits for the shortage to pass, 2 s in total for the process.
 void leaveToWatcher();
 inline void retryAfterShortage() {
   if (watcherIsMissing || isShortOfThreads) leaveToWatcher();
 }
 
-/// By the watcher: tries again what was noted, and notes what fails.
+/// Called by the watcher: retries what was recorded, and records what fails again.
 void retryNow();
 
-/// Makes the events thread if something waits for it and it could not be made before.
+/// Creates the events thread if something waits for it and an earlier attempt failed.
 void retryEventsThread();
 
-/// Makes the watcher if it is missing; at once. Under no lock.
+/// Creates the watcher at once if it is missing. Call it without a lock.
 void tryToMakeWatcher();
 
-/// The first part of a wait without end, for the waiting thread may be the only one there is: makes
-/// the watcher if it is missing.
-/// @param waitFor Waits for so long; true when the wait is over. Called under no lock.
+/// The first part of an unlimited wait: creates the watcher if it is missing, since the waiting
+/// thread may be the only thread that exists.
+/// @param waitFor Waits for a given time; true when the wait is over. Called without a lock.
 /// @return Whether the wait is over.
 template <class WaitFor>
 bool waitUntilWatched(WaitFor waitFor) {

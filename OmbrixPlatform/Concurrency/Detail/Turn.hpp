@@ -7,14 +7,14 @@
 
 namespace ombrix::platform::detail {
 
-/// One turn on a thread of the pool in which a queue runs several jobs, one after another. To the
-/// pool a turn is one job, so a long one would cost other jobs their share of the threads.
+/// One turn on a pool thread in which a queue runs several jobs, one after another. The pool counts
+/// a turn as one job, so a long turn would cost other jobs their share of the threads.
 class Turn {
  public:
   explicit Turn(DispatchPriority priority) noexcept : priority_(priority) {}
 
-  /// Whether the turn is to end after the job that has just run: something more urgent waits for
-  /// the pool, or anything does and the turn was long.
+  /// Whether the turn should end after the job that has just run: a more urgent job waits for the
+  /// pool, or any job waits and the turn was long.
   [[nodiscard]] bool isOver() const noexcept {
     constexpr std::chrono::microseconds kLong{500};
     const ThreadPool& pool = ThreadPool::shared();
