@@ -9,7 +9,7 @@
 namespace ombrix::platform {
 namespace {
 
-// Readers differ more than languages do: a program that formats for many keeps not all of them.
+// Preference lists are more numerous than languages: a server for many users keeps only these.
 constexpr std::size_t kMaximumReaders = 64;
 
 }  // namespace

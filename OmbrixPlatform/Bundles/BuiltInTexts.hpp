@@ -20,20 +20,20 @@ struct BuiltInTable {
 };
 
 /// Texts in several languages that are compiled in, so that a program has them wherever it is
-/// copied to. Any thread.
+/// copied. Any thread.
 class BuiltInTexts {
  public:
   /// @param tables Must outlive this object; one of them is the development language's.
-  /// @param developmentLanguage For readers of none of the languages.
+  /// @param developmentLanguage Used when no preferred language has a table.
   BuiltInTexts(std::span<const BuiltInTable> tables, std::string developmentLanguage);
 
-  /// The text of a key in the best language for a reader; nothing for a key that its table does not
-  /// hold.
+  /// The text of a key in the best language for a reader; empty for a key that is not in its
+  /// table.
   /// @param preferred Language tags, the best one first.
   [[nodiscard]] std::optional<std::string> find(std::string_view key,
                                                 const std::vector<std::string>& preferred);
 
-  /// The language of `find`, as in "de".
+  /// The language that `find` uses, for example "de".
   [[nodiscard]] std::string language(const std::vector<std::string>& preferred) const;
 
  private:
@@ -43,7 +43,7 @@ class BuiltInTexts {
   std::span<const BuiltInTable> tables_;
   std::string developmentLanguage_;
   Mutex mutex_;
-  // Each reader's table, parsed once.
+  // The table for each list of preferences, parsed once.
   std::map<std::vector<std::string>, std::shared_ptr<const StringsTable>> readers_
       OMBRIX_GUARDED_BY(mutex_);
 };

@@ -26,7 +26,7 @@ fs::path programPath() {
   return fs::read_symlink(kProgramLink, ignored);
 }
 
-/// The file of the library or program that holds an address.
+/// The file of the library or program that contains an address.
 fs::path modulePath(const void* address) {
   Dl_info info{};
   std::error_code error;
@@ -34,7 +34,7 @@ fs::path modulePath(const void* address) {
     fs::path path = fs::canonical(info.dli_fname, error);
     if (!error) return path;
   }
-  return programPath();  // a program is named as it was called, which may be no path
+  return programPath();  // a program is reported as it was called, which may not be a path
 }
 
 // A program that formats for many readers at once does not keep all their tables.
@@ -118,7 +118,7 @@ const PropertyList* Bundle::objectForInfoDictionaryKey(std::string_view key) con
     try {
       info_ = PropertyListSerialization::read(*bytes);
     } catch (const PropertyListError&) {
-      info_ = PropertyList();  // a damaged file says nothing
+      info_ = PropertyList();  // a damaged file counts as empty
     }
   });
   return info_.find(key);

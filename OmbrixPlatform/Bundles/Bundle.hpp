@@ -13,15 +13,15 @@
 
 namespace ombrix::platform {
 
-/// A folder with what a program or library is delivered with: an Info.plist that describes it, and
-/// its texts in "<language>.lproj/<table>.strings".
+/// The folder of a program's or library's resources: an Info.plist that describes it, and its texts
+/// in "<language>.lproj/<table>.strings".
 ///
-/// Files are read when first asked for and kept. All operations may be called from any thread.
+/// Files are read on first use and kept. All operations may be called from any thread.
 class Bundle {
  public:
-  /// @param folder Need not exist: a bundle without files knows nothing and gives fallbacks.
+  /// @param folder Need not exist: a bundle without files returns fallbacks only.
   explicit Bundle(URL folder);
-  /// @param info What stands for the Info.plist: a dictionary.
+  /// @param info Replaces the Info.plist: a dictionary.
   Bundle(URL folder, PropertyList info);
   ~Bundle();
   Bundle(const Bundle&) = delete;
@@ -30,30 +30,30 @@ class Bundle {
   /// The running program's bundle, from the slot `services().mainBundle`.
   static Bundle& main();
 
-  /// The folder "share/<name>" beside or above the library or program that holds an address (a
-  /// function of the caller), else "<name>" in one of $XDG_DATA_DIRS; nothing when there is none.
+  /// The folder "share/<name>" beside or above the library or program that contains an address (say
+  /// a function of the caller), otherwise "<name>" in one of $XDG_DATA_DIRS; empty if none exists.
   static std::optional<URL> resourceFolder(std::string_view name, const void* address);
 
   [[nodiscard]] const URL& bundleURL() const noexcept { return folder_; }
 
-  /// What Info.plist says under a key; null when it says nothing or cannot be read. Valid as long
-  /// as the bundle.
+  /// The value of a key in Info.plist; null when it is missing or the file cannot be read. Valid as
+  /// long as the bundle.
   [[nodiscard]] const PropertyList* objectForInfoDictionaryKey(std::string_view key) const;
 
   /// The text under "CFBundleIdentifier".
   [[nodiscard]] std::optional<std::string> bundleIdentifier() const;
 
   /// The text of a key in the best language that the bundle has for the user: the preferred ones,
-  /// then the one Info.plist names under "CFBundleDevelopmentRegion", then English.
-  /// @param fallback Given where the table has no such text; the key itself when this is empty.
+  /// then the one that Info.plist names under "CFBundleDevelopmentRegion", then English.
+  /// @param fallback Returned if the table lacks the text; if it is empty, the key is returned.
   [[nodiscard]] std::string localizedString(std::string_view key, std::string_view fallback = {},
                                             std::string_view table = "Localizable") const;
 
-  /// The same, or nothing where the table has no such text.
+  /// The same, but empty if the table lacks the text.
   [[nodiscard]] std::optional<std::string> localizedStringIfPresent(
       std::string_view key, std::string_view table = "Localizable") const;
 
-  /// The same in the best language for somebody who prefers others than the user.
+  /// The same in the best language for other preferences than the user's.
   /// @param languages Language tags, the best one first.
   [[nodiscard]] std::optional<std::string> localizedStringIfPresent(
       std::string_view key, std::string_view table, std::vector<std::string> languages) const;
@@ -70,22 +70,22 @@ class Bundle {
   mutable std::map<std::vector<std::string>, std::shared_ptr<Texts>> texts_;  // by preferences
 };
 
-/// The bundle of the running program: "../share/<program>" seen from the program's folder where
-/// that has an Info.plist, else the program's folder itself.
+/// The bundle of the running program: "../share/<program>", relative to the program's folder, if
+/// that has an Info.plist, otherwise the program's folder itself.
 std::shared_ptr<Bundle> makeMainBundle();
 
-/// Who the running program is: what its files and settings are named after.
+/// The identity of the running program, after which its files and settings are named.
 struct BundleIdentity {
   std::string identifier;                ///< In reverse domain notation, as in "org.example.skier".
   std::string version = {}, build = {};  ///< Unknown when empty.
 };
 
-/// Tells who the running program is, where no Info.plist does, or says otherwise. For the host to
-/// call before it uses anything else: what was named after the program already stays so.
+/// Sets the identity of the running program, overriding Info.plist. The host calls it before it
+/// uses anything else: names that were already derived stay.
 void setMainBundleIdentity(const BundleIdentity& identity);
 
-/// What the files of this program are named after: the main bundle's identifier, else the
-/// program's name.
+/// The name for this program's files: the main bundle's identifier, otherwise the program's
+/// name.
 std::string mainBundleName();
 
 }  // namespace ombrix::platform

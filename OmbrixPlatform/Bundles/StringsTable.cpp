@@ -8,13 +8,13 @@
 namespace ombrix::platform {
 namespace {
 
-// Stands where bytes mean nothing: it is never valid UTF-8, so the entry that holds it is dropped.
+// Replaces invalid bytes: it is never valid UTF-8, so an entry that holds it is dropped.
 constexpr char kDamage = '\xff';
 
 constexpr bool isHighSurrogate(char32_t unit) noexcept { return unit >= 0xD800 && unit < 0xDC00; }
 constexpr bool isLowSurrogate(char32_t unit) noexcept { return unit >= 0xDC00 && unit < 0xE000; }
 
-/// Joins UTF-16 units to UTF-8; a surrogate without its half becomes damage.
+/// Joins UTF-16 units to UTF-8; an unpaired surrogate counts as damage.
 class Utf16Joiner {
  public:
   explicit Utf16Joiner(std::string& out) : out_(out) {}
@@ -35,7 +35,7 @@ class Utf16Joiner {
     }
   }
 
-  /// To be called when something other than a unit follows.
+  /// Call it when something other than a unit follows.
   void finish() {
     if (high_ != 0) out_.push_back(kDamage);
     high_ = 0;
@@ -101,7 +101,7 @@ class Parser {
     return true;
   }
 
-  /// Moves to the next token; false at the end of the text.
+  /// Skips white space and comments; false at the end of the text.
   bool skipBlanks() {
     while (!isAtEnd()) {
       const std::string_view rest = text_.substr(at_);
@@ -115,7 +115,7 @@ class Parser {
       } else {
         return true;
       }
-      // What was skipped need not be looked at again when the entry around it is damaged.
+      // If the entry around a comment is damaged, parsing resumes after the comment.
       if (rest[0] == '/') resume_ = at_;
     }
     return false;
@@ -138,7 +138,7 @@ class Parser {
       return quoted(quote, out);
     }
     const auto begin = at_;
-    // "//" and "/*" begin comments, although "/" may stand in a word.
+    // "//" and "/*" begin comments, although a word may contain "/".
     while (!isAtEnd() && isBare(text_[at_]) && !text_.substr(at_).starts_with("//") &&
            !text_.substr(at_).starts_with("/*")) {
       ++at_;
@@ -193,7 +193,7 @@ class Parser {
 
   std::string_view text_;
   std::size_t at_ = 0;
-  std::size_t resume_ = 0;  // where the search for the next line begins when an entry is damaged
+  std::size_t resume_ = 0;  // where the search for the next line begins after a damaged entry
 };
 
 }  // namespace

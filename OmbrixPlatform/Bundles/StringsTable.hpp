@@ -9,7 +9,7 @@
 
 namespace ombrix::platform {
 
-/// The texts of one language by key, as a .strings file holds them:
+/// The texts of one language by key, in the format of .strings files:
 ///
 ///     /* shown beside a pulse */
 ///     "units.bpm" = "BPM";
@@ -19,12 +19,12 @@ class StringsTable {
  public:
   /// Reads a file in UTF-8, or in UTF-16 with a byte order mark; comments as in C++.
   ///
-  /// Texts stand in quotes, bare words do without. Escapes: \n \r \t \a \b \f \v, an escaped
-  /// quote or backslash, \U or \u with four hexadecimal digits (UTF-16 units, also in pairs), up to
-  /// three octal digits (ASCII only). A key alone stands for itself; of equal keys the last counts.
+  /// Texts are in quotes; bare words need none. Escapes: \n \r \t \a \b \f \v, an escaped quote or
+  /// backslash, \U or \u with four hexadecimal digits (UTF-16 units, also in pairs), up to three
+  /// octal digits (ASCII only). A key alone is its own text; of equal keys the last one wins.
   ///
-  /// A damaged entry is left out and reading goes on in the next line; a comment without an end
-  /// takes everything behind it along. It never fails as a whole.
+  /// A damaged entry is skipped and parsing continues on the next line; an unterminated comment
+  /// hides everything after it. Parsing never fails as a whole.
   static StringsTable parse(DataView bytes);
 
   /// The text of a key; null when there is none. Valid as long as the table.

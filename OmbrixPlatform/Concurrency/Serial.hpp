@@ -12,8 +12,8 @@ namespace ombrix::platform {
 
 /// Where the sections of an actor may run.
 enum class SectionPlace : std::uint8_t {
-  anywhere,      ///< at once on the calling thread when nobody else is inside
-  offMainQueue,  ///< the same, except that the main queue never runs them: for slow work
+  anywhere,      ///< at once on the calling thread when no other section runs
+  offMainQueue,  ///< the same, but never on the main queue: for slow work
 };
 
 /// The executor of an actor: its sections and jobs run one at a time, in the order of arrival.

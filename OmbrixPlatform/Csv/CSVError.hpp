@@ -6,7 +6,7 @@
 
 namespace ombrix::platform {
 
-/// Why a CSV reader or writer could not be made, or why a row could not be written.
+/// Why a CSV reader or writer could not be created, or why a row could not be written.
 class CSVError : public Error {
  public:
   enum class Kind {

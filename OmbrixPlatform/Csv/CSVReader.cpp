@@ -17,11 +17,11 @@ namespace {
 constexpr char kQuote = '"';
 constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
 
-/// Bytes in front of and behind the buffer's contents that number scanners may load.
+/// Bytes before and after the buffer's contents that number scanners may load.
 constexpr std::size_t kPadding = 128;
 
-/// With fewer bytes than this in the buffer, the next block is read before a row of numbers is
-/// tried, so that rows seldom have to be looked at twice.
+/// If the buffer holds fewer bytes than this, the next block is read before a row of numbers is
+/// tried, so that few rows are scanned twice.
 constexpr std::ptrdiff_t kLowWaterBytes = 1024;
 
 constexpr bool endsRow(char c) noexcept { return c == '\n' || c == '\r'; }
@@ -30,7 +30,7 @@ constexpr bool isNumberCharacter(char c) noexcept {
   return (c >= '0' && c <= '9') || c == '.' || c == '-';
 }
 
-/// How many bytes the stream has left, where that is known.
+/// The number of bytes left in the stream, if known.
 std::optional<std::uint64_t> remainingSize(const InputStream& stream) {
   if (const auto bytes = stream.remainingBytes()) return bytes->size();
   const int descriptor = stream.fileDescriptor();
@@ -69,7 +69,7 @@ CSVReader::~CSVReader() {
   if (closesStream_) {
     stream_->close();
   } else if (stream_ != nullptr && stream_->remainingBytes()) {
-    // An open stream ends up read, also one whose bytes were read where they lie.
+    // A stream that was open is read to its end, even if its bytes were read in place.
     std::array<std::byte, 4096> unused;
     while (stream_->read(unused).value_or(0) != 0) {
     }
@@ -125,8 +125,8 @@ std::uint64_t CSVReader::bytesRead() const noexcept {
   return bytesBehindEnd_ - static_cast<std::uint64_t>(end_ - position_);
 }
 
-/// Reads on behind the bytes not consumed, which keep their order but not their place: at least as
-/// many as there are, so that a long row is not scanned over and over. False at the end.
+/// Reads more bytes after the unconsumed ones, which may move: at least as many as there are
+/// already, so that a long row is not scanned over and over. False at the end.
 bool CSVReader::fill() {
   if (atEnd_) return false;
   if (std::exchange(fieldsLieInBuffer_, false)) keepFields();
@@ -148,7 +148,7 @@ bool CSVReader::fill() {
   return added != 0;
 }
 
-/// Moves the unread tail to the front of a buffer with room for as much again.
+/// Moves the unread tail to the front of a buffer with space for as much again.
 void CSVReader::makeRoom(std::size_t tail) {
   std::unique_ptr<char[]> old;
   if (capacity_ < 2 * tail || buffer_ == nullptr) {
@@ -186,10 +186,10 @@ std::optional<CSVReader::Row> CSVReader::next() {
         skipPlain(false);
         break;
       case Scan::unread: {
-        // At the end a quote that is not closed is judged anew, also where the stream has failed.
+        // At the end of the input an unclosed quote is scanned again, even if the stream failed.
         const bool wasAtEnd = atEnd_;
         if (fill() || !wasAtEnd) break;
-        if (error_) position_ = end_;  // the row that broke off
+        if (error_) position_ = end_;  // the truncated row
         if (position_ == end_) return std::nullopt;
         break;
       }
@@ -207,8 +207,8 @@ bool CSVReader::nextNumbers(std::span<double> numbers) {
   return true;
 }
 
-/// Splits the row at `position` and moves behind it: behind its line end, behind the delimiter of
-/// the last field that is kept, or to where a field becomes too long.
+/// Splits the row at `position` and moves past it: past its line end, past the delimiter of the
+/// last kept field, or to the point where a field becomes too long.
 CSVReader::Scan CSVReader::scanRow(const char*& position) {
   fields_.clear();
   unescaped_.clear();
@@ -240,12 +240,12 @@ CSVReader::Scan CSVReader::scanPlainField(const char*& position) {
   return Scan::whole;
 }
 
-/// Moves from behind an opening quote to the closing one. False when there is none within a field's
-/// limit or before the end of what the input gives, nothing when that has not been read yet.
+/// Moves from the opening quote to the closing one. False when there is none within a field's limit
+/// or before the end of the input, empty when those bytes have not been read yet.
 std::optional<bool> CSVReader::findClosingQuote(const char*& position) const noexcept {
   const auto bytes =
       std::min<std::size_t>(static_cast<std::size_t>(end_ - position), kMaximumFieldBytes + 1);
-  // Behind the last byte where the closing quote may stand.
+  // One past the last byte where the closing quote may be.
   const char* const limit = position + bytes;
   for (;; position += 2) {
     position = std::find(position, limit, kQuote);
@@ -259,7 +259,7 @@ std::optional<bool> CSVReader::findClosingQuote(const char*& position) const noe
   return false;
 }
 
-/// A field whose opening quote lies at `position`.
+/// Scans a field whose opening quote is at `position`.
 CSVReader::Scan CSVReader::scanQuotedField(const char*& position) {
   const char* segment = position + 1;
   const char* close = segment;
@@ -294,7 +294,7 @@ CSVReader::Scan CSVReader::scanQuotedField(const char*& position) {
   return Scan::whole;
 }
 
-/// Moves the fields out of the buffer, so that what lies behind them can be read over them.
+/// Copies the fields out of the buffer, so that the following bytes can be read over them.
 void CSVReader::keepFields() {
   std::string text;
   for (const auto field : fields_) text += field;
@@ -306,7 +306,7 @@ void CSVReader::keepFields() {
   }
 }
 
-/// Moves behind the row whose next field lies at `position_`; false when the stream fails before.
+/// Skips the row whose next field begins at `position_`; false when the stream fails before.
 bool CSVReader::skipFields() {
   for (;;) {
     if (trimFields_) skipWhitespace(position_);
@@ -325,7 +325,7 @@ bool CSVReader::skipFields() {
   }
 }
 
-/// Moves to the next line end, or delimiter where told; false when the stream fails before it.
+/// Moves to the next line end, or delimiter if asked to; false when the stream fails before it.
 bool CSVReader::skipPlain(bool stopsAtDelimiter) {
   for (;;) {
     while (position_ != end_ && !endsRow(*position_) &&

@@ -22,23 +22,23 @@ using NumberRowScanner = const char* (*)(const NumberRowText&, std::span<double>
 
 /// Reads rows of delimited text one by one.
 ///
-/// "\n", "\r\n" and "\r" end a row; the last row needs no end. Empty lines yield no row. Quotes
-/// follow RFC 4180: a field that begins with a double quote runs to the next single one, a doubled
-/// quote inside stands for one, and delimiters and line breaks inside belong to the field. Beyond
-/// the RFC: text between a closing quote and the next delimiter is added to the field as it is, and
-/// a quote inside an unquoted field is a character like any other. So is an opening quote whose
-/// field is not closed within `kMaximumFieldBytes`, or before the end of the input: one stray quote
-/// costs its own row, and the next line is read as usual. A UTF-8 byte-order mark at the very
-/// beginning is skipped; all other bytes, NUL and invalid UTF-8 among them, pass through as they
-/// are.
+/// "\n", "\r\n" and "\r" end a row; the last row needs no line end. Empty lines yield no row.
+/// Quotes follow RFC 4180: a field that begins with a double quote runs to the next single one, a
+/// doubled quote inside stands for one, and delimiters and line breaks inside belong to the field.
+/// Beyond the RFC: text between a closing quote and the next delimiter is appended to the field
+/// unchanged, and a quote inside an unquoted field is an ordinary character. So is an opening quote
+/// whose field is not closed within `kMaximumFieldBytes` or before the end of the input: a stray
+/// quote costs only its own row, and the next line is read as usual. A UTF-8 byte-order mark at the
+/// very beginning is skipped; all other bytes, including NUL and invalid UTF-8, pass through
+/// unchanged.
 ///
-/// Fields behind the first `keptFields` are skipped and not kept, however long they are. A row of
-/// which one of the first fields is longer than `kMaximumFieldBytes` is dropped and counted;
-/// reading goes on at the next line end. Text in memory is read where it lies, streams in blocks of
-/// `kBlockBytes`; memory is bounded by the kept fields of one row. One thread at a time.
+/// Fields after the first `keptFields` are skipped, however long they are. A row is dropped and
+/// counted when one of its kept fields is longer than `kMaximumFieldBytes`; reading continues at
+/// the next line end. Text in memory is read in place, streams in blocks of `kBlockBytes`; memory
+/// is bounded by the kept fields of one row. One thread at a time.
 class CSVReader {
  public:
-  /// The fields of one row; valid until the next row is asked for.
+  /// The fields of one row; valid until the next row is requested.
   using Row = std::span<const std::string_view>;
 
   static constexpr std::size_t kBlockBytes = 256 * 1024;
@@ -47,14 +47,14 @@ class CSVReader {
 
   struct Configuration {
     char delimiter = ',';
-    /// Whether the first row names the columns: it is then kept as `headerRow` and is not a row.
+    /// Whether the first row names the columns: it is then kept as `headerRow` and not returned.
     bool hasHeaderRow = false;
-    /// Whether `whitespaces` at both ends of a field (outside its quotes) are left out.
+    /// Whether `whitespaces` at both ends of a field (outside its quotes) are removed.
     bool trimFields = false;
     std::string_view whitespaces = kDefaultWhitespaces;
-    /// How many fields of a row are given, at least 1.
+    /// The number of fields kept per row, at least 1.
     std::size_t keptFields = 1024;
-    /// Off: `nextNumbers` uses portable code only, also where the processor offers more.
+    /// If false, `nextNumbers` uses portable code only, even on processors with more instructions.
     bool usesWideInstructions = true;
   };
 
@@ -63,9 +63,9 @@ class CSVReader {
   explicit CSVReader(std::string_view text);
   CSVReader(std::string_view text, const Configuration& configuration);
 
-  /// Reads a stream that outlives the reader, and its first block at once. A stream that is not
-  /// open is opened here and closed with the reader. The reader reads ahead: a stream
-  /// that was open is read to its end, or to where the reader stopped reading blocks.
+  /// Reads a stream that outlives the reader, starting with its first block. A stream that is not
+  /// open is opened here and closed with the reader. The reader reads ahead: afterwards a stream
+  /// that was open is at its end, or where the reader stopped reading blocks.
   /// @throws CSVError also when the stream cannot be opened or its first block cannot be read
   explicit CSVReader(InputStream& stream);
   CSVReader(InputStream& stream, const Configuration& configuration);
@@ -77,28 +77,28 @@ class CSVReader {
   /// The names of the columns; empty without a header row.
   [[nodiscard]] const std::vector<std::string>& headerRow() const noexcept { return headerRow_; }
 
-  /// The next row; nothing when there is none left or the stream fails (see `error`).
+  /// The next row; empty when no row is left or the stream fails (see `error`).
   std::optional<Row> next();
 
-  /// How many rows were dropped so far for a field that is too long.
+  /// The number of rows dropped so far because a field was too long.
   [[nodiscard]] std::uint64_t droppedRows() const noexcept { return droppedRows_; }
 
-  /// Reads the next row as numbers when it is a plain one: as many fields as `numbers` has room
-  /// for, each of digits with an optional "-" in front and an optional "." among them.
+  /// Reads the next row as numbers when it is plain: it has exactly as many fields as `numbers`,
+  /// each of digits with an optional leading "-" and an optional "." among them.
   ///
-  /// @return whether it was; if not, nothing was consumed and `next` gives the row. An unusual
-  ///         number ("1e3"), a row that ends the input, or one with empty lines in front of it may
-  ///         be left to `next` as well. Numbers are those of `doubleFromText`, to the last bit.
+  /// @return true if so; otherwise nothing was consumed and `next` returns the row. May also leave
+  /// to `next`: an unusual number ("1e3"), the last row of the input, a row after empty lines.
+  /// Numbers equal those of `doubleFromText`, to the last bit.
   bool nextNumbers(std::span<double> numbers);
 
-  /// How many bytes the rows so far took, line ends and empty lines included.
+  /// The number of bytes in the rows so far, line ends and empty lines included.
   [[nodiscard]] std::uint64_t bytesRead() const noexcept;
 
-  /// How many bytes there were in all when the reader was made, where that can be known.
+  /// The number of bytes in total when the reader was created, if known.
   [[nodiscard]] std::optional<std::uint64_t> bytesTotal() const noexcept { return bytesTotal_; }
 
-  /// Why the stream stopped giving bytes before its end. The complete rows up to there are given;
-  /// the one that broke off is not.
+  /// Why the stream failed before its end. The complete rows up to there are returned; the
+  /// truncated one is not.
   [[nodiscard]] const std::optional<CSVError>& error() const noexcept { return error_; }
 
  private:
@@ -106,7 +106,7 @@ class CSVReader {
     std::size_t field, begin, size;
   };
 
-  /// How far a field or a row could be scanned.
+  /// How far a field or a row was scanned.
   enum class Scan {
     whole,
     unread,   ///< Its end has not been read yet.
@@ -118,7 +118,7 @@ class CSVReader {
   void openStream();
   void readInPlace(std::string_view text);
   bool fill();
-  /// Whether no byte is missing behind `end_`: neither unread nor lost with a broken stream.
+  /// Whether `end_` is the end of the input: no byte is unread or lost with a broken stream.
   [[nodiscard]] bool isComplete() const noexcept { return atEnd_ && !error_; }
   void makeRoom(std::size_t tail);
   Scan scanRow(const char*& position);
@@ -138,8 +138,8 @@ class CSVReader {
   bool closesStream_ = false;
   bool atEnd_ = true;
 
-  // Bytes not consumed lie in [position_, end_); all of [readableBegin_, readableEnd_) may be
-  // loaded, whatever lies there.
+  // The unconsumed bytes are in [position_, end_); all of [readableBegin_, readableEnd_) may be
+  // loaded, whatever it contains.
   const char* position_ = nullptr;
   const char* end_ = nullptr;
   const char* readableBegin_ = nullptr;
@@ -158,7 +158,7 @@ class CSVReader {
   detail::NumberRowScanner scanNumbers_ = nullptr;  ///< Null: no row can be plain.
 
   std::vector<std::string_view> fields_;
-  // Fields that differ from their bytes are rebuilt here and placed when the row is complete.
+  // Fields that differ from their bytes are rebuilt here and assigned when the row is complete.
   std::string unescapedText_;
   std::vector<Unescaped> unescaped_;
   std::vector<std::string> headerRow_;

@@ -9,7 +9,7 @@ namespace {
 
 constexpr char kQuote = '"';
 
-/// Room behind a full block for most rows, so that the buffer seldom grows.
+/// Space after a full block for most rows, so that the buffer seldom grows.
 constexpr std::size_t kSlackBytes = 4096;
 
 bool needsQuotes(std::string_view text, char delimiter) noexcept {
@@ -45,7 +45,7 @@ CSVWriter::~CSVWriter() {
   try {
     flush();
   } catch (const CSVError&) {
-    // Promised in the header: whoever needs to know has called flush before.
+    // As the header says: callers that need to know have called flush before.
   }
   if (closesStream_) stream_->close();
 }
@@ -83,7 +83,7 @@ void CSVWriter::addField(double number, TruncatingNumberFormat format) {
 }
 
 void CSVWriter::endRow() {
-  // A line without any byte would be no row.
+  // An empty line would not be read as a row.
   if (fieldCount_ == 1 && size_ == rowBegin_) append("\"\"");
   endLine();
 }
@@ -117,7 +117,7 @@ void CSVWriter::flush() {
   if (!written) throw CSVError(CSVError::Kind::cannotWriteStream, written.error().what());
 }
 
-/// Counts the rows that a failed write handed over whole and takes back the part behind them.
+/// Counts the rows that a failed write took completely and removes the partial row after them.
 void CSVWriter::keepWholeRows(std::string_view taken) {
   std::size_t end = 0;
   bool isQuoted = false;
@@ -133,7 +133,7 @@ void CSVWriter::keepWholeRows(std::string_view taken) {
   isTorn_ = !stream_->resume(taken.size() - end);
 }
 
-/// Sees to it that there is room for a field and what may follow it, and writes the delimiter.
+/// Reserves space for a field and what may follow it, and writes the delimiter.
 void CSVWriter::beginField(std::size_t room) {
   const std::size_t needed = size_ + room + 1;
   if (needed > capacity_) growBuffer(needed);

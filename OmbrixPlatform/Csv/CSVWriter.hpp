@@ -15,15 +15,15 @@ namespace ombrix::platform {
 
 /// Writes rows of delimited text to a stream.
 ///
-/// A field is quoted, as RFC 4180 has it, only when it needs to be: when it holds the delimiter, a
-/// quote or a line break, or is the only, empty field of a row. Rows are collected and handed to
-/// the stream when `kBlockBytes` have come together, on `flush` and with the end of the writer; a
-/// block always ends with a row.
+/// As in RFC 4180, a field is quoted only when it needs to be: when it contains the delimiter, a
+/// quote or a line break, or is the only field of its row and empty. Rows are collected and written
+/// to the stream in blocks of `kBlockBytes`, on `flush` and when the writer is destroyed; a block
+/// always ends with a complete row.
 ///
-/// After a failed write the rows that the stream took whole stay and are counted, and the others
-/// are dropped. A file that took a part of a row is cut back to the row before. Where that cannot
-/// be done, as in a pipe, the next row starts with `tornRowEnd` and a line end. Writing can go on
-/// once there is room. One thread at a time.
+/// After a failed write, the rows that the stream took completely stay and are counted; the others
+/// are dropped. A file that took part of a row is truncated to the row before. Where that is not
+/// possible, as in a pipe, the next row starts with `tornRowEnd` and a line end. Writing can
+/// continue once there is space. One thread at a time.
 class CSVWriter {
  public:
   static constexpr std::size_t kBlockBytes = 64 * 1024;
@@ -31,17 +31,17 @@ class CSVWriter {
   struct Configuration {
     char delimiter = ',';
     std::string_view newline = "\n";
-    /// What is put behind a part of a row that stays, so that no reader takes it for a row.
+    /// Written after a partial row that cannot be removed, so that no reader takes it for a row.
     std::string_view tornRowEnd = {};
   };
 
-  /// A stream that is not open is opened here and closed with the writer.
+  /// Opens a stream that is not open, and closes it with the writer.
   /// @throws CSVError for a delimiter that is a quote or a line break, and when the stream cannot
-  ///         be opened
+  /// be opened
   explicit CSVWriter(std::shared_ptr<OutputStream> stream);
   CSVWriter(std::shared_ptr<OutputStream> stream, const Configuration& configuration);
 
-  /// Flushes without telling of a failure; call `flush` to know.
+  /// Flushes without reporting a failure; call `flush` to get it.
   ~CSVWriter();
   CSVWriter(CSVWriter&&) noexcept = default;
   CSVWriter& operator=(CSVWriter&&) = delete;
@@ -54,23 +54,23 @@ class CSVWriter {
   /// Adds a whole row. @throws CSVError when a block cannot be written
   void write(std::span<const std::string_view> row);
 
-  /// Adds a field to the row that is being built.
+  /// Adds a field to the current row.
   void addField(std::string_view text);
 
-  /// Adds a number as a field; a number without a text adds no field at all.
+  /// Adds a number as a field; adds no field at all for a number that is not finite.
   void addField(double number, TruncatingNumberFormat format);
 
-  /// Ends the row that is being built; the next field begins another. @throws CSVError as above
+  /// Ends the current row; the next field begins another. @throws CSVError as above
   void endRow();
 
-  /// Adds a line end by itself. @throws CSVError as above
+  /// Adds a line end on its own. @throws CSVError as above
   void writeNewline();
 
-  /// Hands all complete rows to the stream. @throws CSVError when it does not take them
+  /// Writes all complete rows to the stream. @throws CSVError when the stream does not take them
   void flush();
 
-  /// How many lines the stream has taken whole since the writer was made. After a failure it tells
-  /// which row to go on with.
+  /// The number of lines that the stream has taken completely since the writer was created. After a
+  /// failure it tells with which row to continue.
   [[nodiscard]] std::uint64_t linesWritten() const noexcept { return linesWritten_; }
 
  private:

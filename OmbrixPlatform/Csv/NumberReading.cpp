@@ -13,7 +13,7 @@ constexpr unsigned digitOf(char c) noexcept {
   return static_cast<unsigned>(static_cast<unsigned char>(c)) - unsigned{'0'};
 }
 
-/// Whether `text` is `word` in any mixture of cases; `word` is in lower case.
+/// Whether `text` equals `word`, ignoring case; `word` is in lower case.
 bool spells(std::string_view text, std::string_view word) noexcept {
   if (text.size() != word.size()) return false;
   for (std::size_t i = 0; i < word.size(); ++i) {
@@ -30,8 +30,8 @@ std::optional<double> namedNumber(std::string_view text) noexcept {
   return std::nullopt;
 }
 
-/// A run of digits added to a number. The number wraps when it has more than 19 digits, so
-/// whoever reads many digits counts them.
+/// Adds a run of digits to a number. The number overflows at more than 19 digits, so callers that
+/// read long runs count them.
 const char* addDigits(const char* text, const char* end, std::uint64_t& number) noexcept {
   if constexpr (detail::kWordsAreLittleEndian) {
     while (end - text >= 8) {
@@ -47,8 +47,8 @@ const char* addDigits(const char* text, const char* end, std::uint64_t& number) 
   return text;
 }
 
-/// The exponent behind "e"; nothing when there is none that counts. Cut at a size that no double
-/// reaches, since the caller only compares it.
+/// The exponent after "e"; empty when it is malformed. Capped beyond the range of any double, since
+/// the caller only compares it.
 std::optional<int> exponentFromText(std::string_view text) noexcept {
   constexpr int kLarge = 100'000;
   bool negative = false;
@@ -101,8 +101,8 @@ detail::DecimalNumber detail::readDecimal(std::string_view text) noexcept {
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number.value);
   number.end = end;
   if (error != std::errc::result_out_of_range) return number;
-  // The library does not say at which end, but only a number below one can be too small for a
-  // double. How far the first digit that counts lies in front of the point, or behind it:
+  // The library does not say which limit was exceeded, but only a number below one can be too small
+  // for a double. The distance of the first significant digit from the point:
   const bool isNegative = text.starts_with('-');
   const std::string_view whole(text.data() + isNegative, end);
   const auto exponentMark = whole.find_first_of("eE");

@@ -7,11 +7,11 @@
 namespace ombrix::platform::detail {
 namespace {
 
-/// The bytes that one number may load, from its first one on: two runs of digits of up to two
-/// words each, a sign and a point.
+/// The number of bytes loaded for one number, from its first one on: two runs of digits of up to
+/// two words each, a sign and a point.
 constexpr std::ptrdiff_t kLoadedBytes = 40;
 
-/// The second word of a run of more than 8 digits; 0 when the run is longer than 15.
+/// Scans the second word of a run of more than 8 digits; 0 when the run is longer than 15.
 [[gnu::noinline]] unsigned scanMoreDigits(const char* text, std::uint64_t& digits) noexcept {
   const std::uint64_t word = loadEightBytes(text);
   const unsigned count = leadingDigitCount(word);
@@ -21,7 +21,7 @@ constexpr std::ptrdiff_t kLoadedBytes = 40;
   return 8 + count;
 }
 
-/// A run of 1 to 15 digits, added to those in front; 0 when there is none, or a longer one.
+/// Scans a run of 1 to 15 digits and appends it to those before; 0 for no run or a longer one.
 [[gnu::always_inline]] inline unsigned scanDigits(const char* text,
                                                   std::uint64_t& digits) noexcept {
   const std::uint64_t word = loadEightBytes(text);
@@ -31,7 +31,7 @@ constexpr std::ptrdiff_t kLoadedBytes = 40;
   return count < 8 ? count : scanMoreDigits(text + 8, digits);
 }
 
-/// Reads the number at `text` and gives the byte behind it; null when it is not plain.
+/// Reads the number at `text` and returns the byte after it; null when it is not plain.
 [[gnu::always_inline]] inline const char* scanNumber(const char* text, double& number) noexcept {
   const bool negative = *text == '-';
   text += negative;
@@ -43,8 +43,8 @@ constexpr std::ptrdiff_t kLoadedBytes = 40;
   if (*text == '.') {
     ++text;
     const unsigned count = leadingDigitCount(loadEightBytes(text));
-    // The usual counts are branches of their own: a foreseen branch lets the processor go on with
-    // the next number, where a count that is added would make it wait.
+    // The usual counts have branches of their own: after a predicted branch the processor continues
+    // with the next number, while a computed count would make it wait.
     if (count == 6) {
       fractionCount = 6;
       digits = digits * 1'000'000 + digitsValue(loadEightBytes(text), 6);
@@ -83,7 +83,7 @@ const char* scanNumberRowPortable(const NumberRowText& text, std::span<double> n
       return nullptr;
     }
   }
-  // What lies behind the text may look like a row, too.
+  // Bytes after the text may look like a row, too.
   return position <= text.end ? position : nullptr;
 }
 

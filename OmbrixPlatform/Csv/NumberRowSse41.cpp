@@ -17,19 +17,19 @@ namespace {
 
 constexpr std::size_t kMostNumbers = 16;
 
-/// The marks of a row are looked for in this many bytes at first: those of most rows. 64 of them
-/// make a word. After some fields, always the same number so that the processor can foresee it, the
-/// word is moved on to cover the rest; longer rows get words of their own.
+/// The scan for delimiters and points starts with this many bytes, enough for most rows. 64 of them
+/// fit a word. After some fields, always the same number so that the branch is predictable, the
+/// word is shifted to cover the rest; longer rows load further words.
 constexpr std::ptrdiff_t kWindowBytes = 80;
 constexpr std::size_t kFieldsInFirstWord = 4;
 
-/// Bytes in front of a row that its first number may load.
+/// Bytes before a row that its first number may load.
 constexpr std::ptrdiff_t kBytesBefore = 32;
 
-/// Digits beyond these are added one word later.
+/// The digits before the last 16 are added in a second word.
 constexpr std::ptrdiff_t kDigitsInVector = 16;
 
-/// Sixteen bytes off, then sixteen on: loaded at n, the last n bytes are on.
+/// Sixteen bytes off, then sixteen on: loading at n sets the last n bytes.
 alignas(32) constexpr unsigned char kLastBytes[32] = {
     0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,    0,
     0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
@@ -52,16 +52,16 @@ OMBRIX_SSE41 inline std::uint64_t marksInWord(const char* text, __m128i delimite
          marksAt(text + 32, delimiter) << 32 | marksAt(text + 48, delimiter) << 48;
 }
 
-/// The place of the next mark, which is taken away; 63 when there is none.
+/// Removes the next mark and returns its place; 63 when none is left.
 inline std::ptrdiff_t nextMark(std::uint64_t& marks) noexcept {
   const auto place = std::countr_zero(marks | std::uint64_t{1} << 63);
   marks &= marks - 1;
   return place;
 }
 
-/// The last `count` (1 to 16) digits before `end`, jumping over the point in front of the last
-/// `fractionCount`, as four numbers of four digits. Bytes of `bad` become non-zero where there is
-/// no digit.
+/// The last `count` (1 to 16) digits before `end`, skipping the point before the last
+/// `fractionCount`, as four numbers of four digits. Bytes of `bad` become non-zero where the text
+/// has no digit.
 OMBRIX_SSE41 inline __m128i digitsBefore(const char* end, std::ptrdiff_t count,
                                          std::ptrdiff_t fractionCount, __m128i& bad) noexcept {
   const __m128i fraction = load(end - 16);
@@ -74,7 +74,7 @@ OMBRIX_SSE41 inline __m128i digitsBefore(const char* end, std::ptrdiff_t count,
   return _mm_madd_epi16(pairs, _mm_set1_epi32(1 << 16 | 100));
 }
 
-/// The numbers of a row on their way, two of them in a step.
+/// The numbers of a row during the scan; two are processed in each step.
 struct Row {
   __m128i fours[kMostNumbers + 1];
   alignas(16) std::array<std::uint64_t, kMostNumbers + 1> digits;
@@ -85,7 +85,7 @@ struct Row {
   bool hasLeading = false;
 };
 
-/// Brings the digits of each number together; false when one needs more than 52 bits.
+/// Joins the digits of each number; false when one needs more than 52 bits.
 OMBRIX_SSE41 inline bool joinDigits(Row& row, std::size_t count) noexcept {
   __m128i beyond = _mm_setzero_si128();
   for (std::size_t i = 0; i < count; i += 2) {
@@ -112,7 +112,7 @@ OMBRIX_SSE41 inline void convert(Row& row, std::span<double, Extent> numbers,
     return;
   }
   const auto two = [&row](std::size_t i) __attribute__((target("sse4.1"))) {
-    // Below 2^52, an integer put into the fraction of 2^52 is that much above it, exactly.
+    // Below 2^52, an integer put into the fraction of 2^52 adds exactly itself.
     const __m128d base = _mm_set1_pd(0x1p52);
     const __m128i digits = _mm_load_si128(reinterpret_cast<const __m128i*>(&row.digits[i]));
     const __m128d exact =
@@ -125,7 +125,7 @@ OMBRIX_SSE41 inline void convert(Row& row, std::span<double, Extent> numbers,
   if (i < count) numbers[i] = _mm_cvtsd_f64(two(i));
 }
 
-/// One body for every count of numbers; a count known beforehand unrolls it.
+/// The same body for every count of numbers; a count known at compile time unrolls it.
 template <std::size_t Extent>
 OMBRIX_SSE41 const char* scanRow(const NumberRowText& text,
                                  std::span<double, Extent> numbers) noexcept {

@@ -13,7 +13,7 @@ namespace {
 using detail::kExactPowersOf10;
 using detail::kIntegerPowersOf10;
 
-/// Below this count of units, neighbouring decimals of 15 digits name different doubles.
+/// Below this number of units, neighbouring decimals of 15 digits name different doubles.
 constexpr double kFifteenDigits = 1e15;
 
 constexpr std::array<char, 200> kDigitPairs = [] {
@@ -67,12 +67,12 @@ char* putWhole(char* out, std::uint64_t number) noexcept {
   return putFraction(putWhole(out, units / scale), units % scale, fractionDigits);
 }
 
-/// The largest count of units whose nearest double does not exceed `value`; value x scale < 1e15.
+/// The largest number of units whose nearest double does not exceed `value`; value x scale < 1e15.
 ///
-/// Below that bound a count of units has at most 15 digits. If such a decimal names the value it
-/// is the one that is found; if not, the value lies strictly between two of them, where cutting
-/// the value and cutting its shortest decimal give the lower one. The product may be rounded up
-/// past the next unit and the quotient test may admit it, by one at most.
+/// Below that bound a number of units has at most 15 digits. If such a decimal maps to the value,
+/// it is the result; otherwise the value lies strictly between two of them, where truncating the
+/// value and truncating its shortest decimal give the same lower one. The product may be rounded up
+/// past the next unit and the quotient test may accept it, by at most one unit.
 inline std::uint64_t unitsNotAbove(double value, double scale) noexcept {
   auto units = static_cast<std::int64_t>(value * scale);
   if (static_cast<double>(units) / scale > value) {
@@ -83,7 +83,7 @@ inline std::uint64_t unitsNotAbove(double value, double scale) noexcept {
   return static_cast<std::uint64_t>(units);
 }
 
-/// Cuts the exact value of `value`, at least 1 and below 2^53.
+/// Truncates the exact value of `value`, at least 1 and below 2^53.
 char* putExact(char* out, double value, int fractionDigits) noexcept {
   const auto bits = std::bit_cast<std::uint64_t>(value);
   const std::uint64_t mantissa = (bits & ((std::uint64_t{1} << 52) - 1)) | std::uint64_t{1} << 52;
@@ -96,7 +96,7 @@ char* putExact(char* out, double value, int fractionDigits) noexcept {
                      fractionDigits);
 }
 
-/// Any finite value of at least 1, by the standard library's shortest digits.
+/// Writes any finite value of at least 1, using the standard library's shortest digits.
 char* putLarge(char* out, double value, int fractionDigits) noexcept {
   char shortest[32];
   const auto [end, error] =
@@ -125,7 +125,7 @@ char* putLarge(char* out, double value, int fractionDigits) noexcept {
   return out + fractionDigits;
 }
 
-/// A finite value that is not negative. Inline, since the usual digits are constants.
+/// Writes a finite value that is not negative. Inline, since the usual digits are constants.
 [[gnu::always_inline]] inline char* putMagnitude(char* out, double value,
                                                  int fractionDigits) noexcept {
   const double scale = kExactPowersOf10[static_cast<std::size_t>(fractionDigits)];
@@ -134,8 +134,8 @@ char* putLarge(char* out, double value, int fractionDigits) noexcept {
     return putUnits(out, unitsNotAbove(value, scale), fractionDigits);
   }
   if (value < bound * 10 && fractionDigits > 0) {
-    // One digit more than 15, as in seconds since 1970 with six decimals: the decimal that names
-    // the value, if there is one, has one fraction digit less.
+    // One digit more than 15, as in seconds since 1970 with six decimals: a decimal of 15 digits
+    // that names the value has one fraction digit less.
     const double coarse = kExactPowersOf10[static_cast<std::size_t>(fractionDigits - 1)];
     const std::uint64_t units = unitsNotAbove(value, coarse);
     if (static_cast<double>(units) / coarse == value) {

@@ -15,10 +15,10 @@ namespace {
 
 constexpr std::size_t kBlockBytes = 256 * 1024;
 
-/// Bytes at the end of a file that surely hold its last scalar.
+/// Enough bytes at the end of a file to hold its last scalar.
 constexpr std::size_t kTailBytes = 8;
 
-/// Checks UTF-8 that comes in pieces and remembers the last scalar (RFC 3629, table of section 4).
+/// Checks UTF-8 in pieces and remembers the last scalar (RFC 3629, table of section 4).
 class UTF8Checker {
  public:
   /// False as soon as a byte cannot belong to valid text.
@@ -88,7 +88,7 @@ bool readAt(int descriptor, std::span<unsigned char> buffer, off_t place) noexce
   return true;
 }
 
-/// The scalar that ends the file, judged by the end alone.
+/// The last scalar, found from the end of the file alone.
 std::optional<char32_t> scalarAtEnd(int descriptor, off_t size) {
   std::array<unsigned char, kTailBytes> end{};
   const auto count = std::min<std::size_t>(end.size(), static_cast<std::size_t>(size));
@@ -119,7 +119,7 @@ bool isUTF8(int descriptor, off_t size) {
 }  // namespace
 
 std::optional<char32_t> lastScalarOfFile(const std::string& path, bool (*settles)(char32_t)) {
-  // Not blocking: a path may name a pipe that nobody writes to.
+  // Non-blocking: a path may name a pipe without a writer.
   const auto file = detail::openFile(path, O_RDONLY | O_NONBLOCK);
   struct stat info{};
   if (!file || fstat(file.get(), &info) != 0 || !S_ISREG(info.st_mode) || info.st_size == 0) {

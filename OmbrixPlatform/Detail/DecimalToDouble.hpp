@@ -1,6 +1,6 @@
 #pragma once
 
-// Private: the nearest double of a decimal, and digits eight at a time.
+// Private: rounds decimals to the nearest double, and reads digits eight at a time.
 
 #include <array>
 #include <bit>
@@ -26,15 +26,15 @@ inline constexpr std::array<std::uint64_t, 20> kIntegerPowersOf10 = [] {
   return powers;
 }();
 
-/// The exponents for which `decimalToDouble` answers.
+/// The largest exponent, positive or negative, that `decimalToDouble` accepts.
 inline constexpr int kMaximumExponent = 27;
 
 struct PowerOf5 {
   std::uint64_t high, low;
 };
 
-/// 5^q for q from -27 to 27, scaled to 128 bits with the top bit set: exact for q >= 0, cut and
-/// one added in the last place below.
+/// 5^q for q from -27 to 27, scaled to 128 bits with the top bit set: exact for q >= 0, truncated
+/// plus one in the last place for q < 0.
 inline constexpr std::array<PowerOf5, 2 * kMaximumExponent + 1> kPowersOf5 = [] {
   std::array<PowerOf5, 2 * kMaximumExponent + 1> powers{};
   UInt128 power = 1;
@@ -63,9 +63,9 @@ inline constexpr std::array<PowerOf5, 2 * kMaximumExponent + 1> kPowersOf5 = [] 
   return powers;
 }();
 
-/// The double nearest to digits x 10^exponent, for a digit count that no double holds exactly.
-/// Source: D. Lemire, "Number Parsing at a Gigabyte per Second" (2021), algorithm 1; for this
-/// range of exponents the 128-bit product always decides.
+/// The double nearest to digits x 10^exponent, for digits that no double holds exactly. Source: D.
+/// Lemire, "Number Parsing at a Gigabyte per Second" (2021), algorithm 1; for this range of
+/// exponents the 128-bit product is always sufficient.
 /// @param digits  not zero
 /// @param exponent  -kMaximumExponent to kMaximumExponent
 inline double roundDecimal(std::uint64_t digits, int exponent) noexcept {
@@ -73,8 +73,8 @@ inline double roundDecimal(std::uint64_t digits, int exponent) noexcept {
   const int leadingZeros = std::countl_zero(digits);
   const std::uint64_t scaled = digits << leadingZeros;
   UInt128 product = static_cast<UInt128>(scaled) * high;
-  // 52 fraction bits, the hidden bit and two to round by are needed; when all bits below are set,
-  // the lower half of the power may carry into them.
+  // Rounding needs 52 fraction bits, the hidden bit and two more; when all bits below are set, the
+  // lower half of the power may carry into them.
   if ((static_cast<std::uint64_t>(product >> 64) & 0x1FF) == 0x1FF) {
     product += (static_cast<UInt128>(scaled) * low) >> 64;
   }
@@ -101,7 +101,7 @@ inline double roundDecimal(std::uint64_t digits, int exponent) noexcept {
 /// The double nearest to digits x 10^exponent; |exponent| is at most kMaximumExponent.
 inline double decimalToDouble(std::uint64_t digits, int exponent) noexcept {
   if (digits <= (std::uint64_t{1} << 53) && exponent >= -22 && exponent <= 22) [[likely]] {
-    // Both operands are exact, so the one operation rounds correctly.
+    // Both operands are exact, so a single operation rounds correctly.
     const auto exact = static_cast<double>(static_cast<std::int64_t>(digits));
     return exponent < 0 ? exact / kExactPowersOf10[static_cast<std::size_t>(-exponent)]
                         : exact * kExactPowersOf10[static_cast<std::size_t>(exponent)];
@@ -109,25 +109,25 @@ inline double decimalToDouble(std::uint64_t digits, int exponent) noexcept {
   return roundDecimal(digits, exponent);
 }
 
-/// Whether a decimal has a double near it.
+/// Whether a double can represent a decimal.
 enum class NumberFit : std::uint8_t {
   near,
-  tooLarge,  ///< Its double is an infinity.
-  tooSmall,  ///< Its double is a zero, and it is none.
+  tooLarge,  ///< Its double is infinite.
+  tooSmall,  ///< Its double is zero, but the decimal is not.
 };
 
 struct DecimalNumber {
   double value = 0;
   NumberFit fit = NumberFit::near;
-  const char* end = nullptr;  ///< Behind the number in the text; the text's beginning without one.
+  const char* end = nullptr;  ///< After the number; the start of the text if there is none.
 };
 
-/// The number that a text begins with, of any length: an optional "-", digits with an optional "."
-/// and an optional exponent; also what `std::from_chars` reads besides ("nan", "inf").
-/// @return the nearest double, ties to even, with its sign also where it does not fit
+/// Reads the number at the start of a text, of any length: an optional "-", digits with an optional
+/// "." and an optional exponent; also whatever `std::from_chars` accepts ("nan", "inf").
+/// @return The nearest double, ties to even, signed even when it does not fit.
 DecimalNumber readDecimal(std::string_view text) noexcept;
 
-/// Whether eight text bytes can be read as a number with the first text byte lowest.
+/// Whether an 8-byte load puts the first text byte into the lowest bits.
 inline constexpr bool kWordsAreLittleEndian = std::endian::native == std::endian::little;
 
 inline std::uint64_t loadEightBytes(const char* text) noexcept {
@@ -136,10 +136,10 @@ inline std::uint64_t loadEightBytes(const char* text) noexcept {
   return word;
 }
 
-/// How many of eight text bytes, from the lowest, are digits before the first that is none.
+/// The number of digits among eight text bytes, counted from the lowest to the first non-digit.
 inline unsigned leadingDigitCount(std::uint64_t word) noexcept {
-  // A byte is a digit when its high half is 3 and stays 3 after adding 6. A carry out of a byte
-  // can only disturb bytes behind one that is not a digit.
+  // A byte is a digit when its high half is 3 and stays 3 after adding 6. A carry out of a byte can
+  // only affect bytes after a non-digit.
   constexpr std::uint64_t kHighHalves = 0xF0F0F0F0F0F0F0F0;
   constexpr std::uint64_t kThrees = 0x3030303030303030;
   const std::uint64_t other =
@@ -147,7 +147,7 @@ inline unsigned leadingDigitCount(std::uint64_t word) noexcept {
   return static_cast<unsigned>(std::countr_zero(other)) / 8;
 }
 
-/// The number that the lowest `count` bytes (1 to 8 digits) of a word spell.
+/// The value of the digits in the lowest `count` bytes (1 to 8) of a word.
 inline std::uint64_t digitsValue(std::uint64_t word, unsigned count) noexcept {
   word = (word & 0x0F0F0F0F0F0F0F0F) << (64 - 8 * count);
   word = word * 10 + (word >> 8);

@@ -29,11 +29,11 @@ class Descriptor {
   explicit operator bool() const noexcept { return value_ >= 0; }
   int release() noexcept { return std::exchange(value_, -1); }
 
-  /// Closes what is held and takes another; gives close's errno, 0 when all went well.
+  /// Closes the current descriptor and takes another; returns close's errno, 0 on success.
   int reset(int value = -1) noexcept {
     const int old = std::exchange(value_, value);
-    // Linux gives the number back even when close is interrupted: closing again would close
-    // another thread's file.
+    // Linux frees the number even when close is interrupted: closing it again would close another
+    // thread's file.
     return old >= 0 && ::close(old) != 0 && errno != EINTR ? errno : 0;
   }
 
@@ -41,7 +41,7 @@ class Descriptor {
   int value_ = -1;
 };
 
-/// Calls `operation` again as long as a signal interrupts it.
+/// Repeats `operation` as long as a signal interrupts it.
 template <class Operation>
 auto retrying(Operation operation) noexcept {
   while (true) {
@@ -50,7 +50,7 @@ auto retrying(Operation operation) noexcept {
   }
 }
 
-/// open(2), closed on exec; a path that holds a NUL byte is not a path.
+/// open(2), closed on exec; rejects a path that holds a NUL byte.
 inline Descriptor openFile(const std::string& path, int flags, mode_t mode = 0666) noexcept {
   if (path.find('\0') != std::string::npos) {
     errno = EINVAL;
@@ -59,7 +59,7 @@ inline Descriptor openFile(const std::string& path, int flags, mode_t mode = 066
   return Descriptor(retrying([&] { return ::open(path.c_str(), flags | O_CLOEXEC, mode); }));
 }
 
-/// read(2) that waits on a non-blocking descriptor too; -1 with errno when it failed.
+/// read(2) that also waits on a non-blocking descriptor; -1 with errno on failure.
 inline ssize_t readSome(int descriptor, std::span<std::byte> buffer) noexcept {
   while (true) {
     const auto count = retrying([&] { return ::read(descriptor, buffer.data(), buffer.size()); });
@@ -70,7 +70,7 @@ inline ssize_t readSome(int descriptor, std::span<std::byte> buffer) noexcept {
 }
 
 /// Writes everything, waiting where needed; 0, or the errno that stopped it.
-/// @param taken  is given how many bytes were written, where it is not null
+/// @param taken  if not null, increased by the number of bytes written
 inline int writeAll(int descriptor, DataView bytes, std::size_t* taken = nullptr) noexcept {
   while (!bytes.empty()) {
     const auto count = retrying([&] { return ::write(descriptor, bytes.data(), bytes.size()); });

@@ -21,7 +21,7 @@ Descriptor makeFile(const std::string& path, int flags, mode_t mode) {
 }
 
 Descriptor openOrMakeFile(const std::string& path, int flags, mode_t mode) {
-  constexpr int kMostAttempts = 100;  // others may make and remove it meanwhile
+  constexpr int kMostAttempts = 100;  // others may create and remove it meanwhile
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
     // Whoever finds a pipe there does not wait for its other end.
     auto file = openFile(path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);

@@ -4,8 +4,8 @@
 
 namespace ombrix::platform::detail {
 
-/// Sets OpenSSL up, before anything of it is used: whoever comes first decides whether it cleans up
-/// at exit, which would pull the ground from under the network threads. Any thread; again: nothing.
+/// Initialises OpenSSL; call it before any other use: the first call decides whether OpenSSL cleans
+/// up at exit, which would break running network threads. Any thread; later calls do nothing.
 inline void setUpOpenSSL() noexcept { ::OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr); }
 
 }  // namespace ombrix::platform::detail

@@ -25,7 +25,7 @@ constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
 
 bool isWhiteSpace(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 
-// A number of exactly `digits` digits at the front, which is cut off.
+// Reads a number of exactly `digits` digits at the front and removes it.
 bool takeNumber(std::string_view& text, std::size_t digits, int& number) {
   if (text.size() < digits) return false;
   number = 0;

@@ -11,15 +11,15 @@ namespace ombrix::platform::detail {
 
 void appendBase64(std::string& out, DataView bytes);
 
-/// The bytes of base64 text; white space is passed over only where that is said, and padding must
-/// be complete. Nothing for any other text.
+/// Decodes base64 text; white space is skipped only if allowed, and padding must be complete. Empty
+/// for any other text.
 std::optional<Data> bytesFromBase64(std::string_view text, bool allowWhiteSpace);
 
-/// "YYYY-MM-DDTHH:MM:SSZ", the fraction of a second cut off; empty for a date that is not finite
-/// or outside the years 0 to 9999.
+/// "YYYY-MM-DDTHH:MM:SSZ", fractions of a second truncated; empty for a date that is not finite or
+/// outside the years 0 to 9999.
 std::string iso8601Text(Date date);
 
-/// The date of "YYYY-MM-DDTHH:MM:SS", an optional fraction, and "Z" or an offset such as "+01:00".
+/// Reads "YYYY-MM-DDTHH:MM:SS", an optional fraction, and "Z" or an offset such as "+01:00".
 std::optional<Date> dateFromISO8601(std::string_view text);
 
 }  // namespace ombrix::platform::detail

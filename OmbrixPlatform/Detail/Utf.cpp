@@ -26,12 +26,12 @@ const char* behindAscii(const char* at, const char* end) noexcept {
   return at;
 }
 
-// How long the code point is that begins here with no ASCII; zero for what is not valid.
+// The length of the non-ASCII code point that begins here; zero for invalid bytes.
 inline std::ptrdiff_t lengthOfSequence(const char* at, std::ptrdiff_t left) noexcept {
   const auto byte = [at](int i) { return static_cast<unsigned char>(at[i]); };
   const auto follows = [&](int i) { return (byte(i) & 0xC0U) == 0x80U; };
   const unsigned lead = byte(0);
-  if (lead < 0xC2) return 0;  // bytes that follow, and overlong forms
+  if (lead < 0xC2) return 0;  // continuation bytes and overlong forms
   if (lead < 0xE0) return left >= 2 && follows(1) ? 2 : 0;
   if (lead < 0xF0) {
     if (left < 3 || !follows(1) || !follows(2)) return 0;
@@ -45,8 +45,8 @@ inline std::ptrdiff_t lengthOfSequence(const char* at, std::ptrdiff_t left) noex
   return isOverlong || isBeyondAll ? 0 : 4;
 }
 
-// Whether two code points of three bytes each begin here, as in Japanese texts. False also for the
-// few lead bytes behind which not every byte may stand, and where fewer than eight bytes are left.
+// Whether two code points of three bytes each begin here, as in Japanese texts. Also false for the
+// few lead bytes that restrict their second byte, and when fewer than eight bytes are left.
 inline bool startsWithTwoOfThreeBytes(const char* at, std::ptrdiff_t left) noexcept {
   if (std::endian::native != std::endian::little || left < 8) return false;
   std::uint64_t word = 0;

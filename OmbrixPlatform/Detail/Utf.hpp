@@ -23,20 +23,20 @@ inline bool isAscii(std::string_view text) noexcept {
   return (word & kHighBits) == 0;
 }
 
-/// Reads one code point of UTF-8 at `at` and moves on; false for what is not valid (overlong
-/// forms, surrogates, beyond U+10FFFF, cut short).
+/// Reads one code point of UTF-8 and advances `at`; false for invalid bytes (overlong forms,
+/// surrogates, beyond U+10FFFF, truncated).
 bool nextCodePoint(const char*& at, const char* end, char32_t& codePoint) noexcept;
 
 bool isValidUtf8(std::string_view text) noexcept;
 
-/// Appends a code point as UTF-8; it must be no surrogate and at most U+10FFFF.
+/// Appends a code point as UTF-8; it must not be a surrogate and at most U+10FFFF.
 void appendUtf8(std::string& out, char32_t codePoint);
 
 /// Appends `units` big-endian UTF-16 units as UTF-8; false at an unpaired surrogate.
 bool appendUtf16BigEndian(std::string& out, const std::byte* at, std::size_t units);
 
-/// Appends valid UTF-8 as big-endian UTF-16 and gives the number of units, nothing appended and
-/// `npos` when the text is not valid.
+/// Appends valid UTF-8 as big-endian UTF-16 and returns the number of units; appends nothing and
+/// returns `npos` for invalid text.
 std::size_t appendAsUtf16BigEndian(std::string& out, std::string_view text);
 
 }  // namespace ombrix::platform::detail

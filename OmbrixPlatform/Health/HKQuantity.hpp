@@ -4,7 +4,7 @@
 
 namespace ombrix::platform {
 
-/// A number with its unit. Any thread.
+/// A value and its unit. Any thread.
 class HKQuantity {
  public:
   constexpr HKQuantity(HKUnit unit, double value) noexcept : unit_(unit), value_(value) {}
@@ -13,11 +13,11 @@ class HKQuantity {
 
   [[nodiscard]] bool isCompatible(HKUnit unit) const noexcept { return unit_.isCompatible(unit); }
 
-  /// The number in another unit; unchanged in the quantity's own. A unit that is not compatible
-  /// stops the program.
+  /// The value in another unit; unchanged in the quantity's own. Stops the program for a unit that
+  /// is not compatible.
   [[nodiscard]] double doubleValue(HKUnit unit) const;
 
-  /// Equal in unit and number.
+  /// Equal in unit and value.
   friend bool operator==(const HKQuantity&, const HKQuantity&) = default;
 
  private:

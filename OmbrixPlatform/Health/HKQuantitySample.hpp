@@ -11,7 +11,7 @@
 
 namespace ombrix::platform {
 
-/// The kinds of quantities that can be sampled.
+/// The kinds of quantities that can be measured.
 enum class HKQuantityTypeIdentifier : std::uint8_t { heartRate };
 
 template <>
@@ -24,7 +24,7 @@ struct RawValues<HKQuantityTypeIdentifier> {
 /// A kind of quantity that this platform supports.
 class HKQuantityType {
  public:
-  /// @return nothing for a kind that is not supported here
+  /// @return empty for a kind that is not supported here
   static constexpr std::optional<HKQuantityType> quantityType(
       HKQuantityTypeIdentifier identifier) noexcept {
     if (rawValue(identifier).empty()) return std::nullopt;
@@ -44,8 +44,8 @@ class HKQuantityType {
   HKQuantityTypeIdentifier identifier_;
 };
 
-/// A quantity that was measured over a span of time, or at one instant. Nothing is stored by making
-/// one. Any thread.
+/// A quantity measured over a time span, or at one instant. Creating a sample stores nothing. Any
+/// thread.
 class HKQuantitySample {
  public:
   constexpr HKQuantitySample(HKQuantityType quantityType, HKQuantity quantity, Date startDate,

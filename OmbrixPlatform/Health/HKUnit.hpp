@@ -7,21 +7,21 @@
 
 namespace ombrix::platform {
 
-/// The unit of a health quantity: a count or a time, or one of the two over another, as in
-/// "count/min". A value of two bytes. Any thread.
+/// The unit of a health quantity: a count or a time, or a quotient of two such as "count/min". A
+/// value of two bytes. Any thread.
 class HKUnit {
  public:
   /// Reads a unit string: "count", "s", "min", "hr" or "d", or two of them with "/" between.
-  /// @return nothing for any other text
+  /// @return empty for any other text
   static std::optional<HKUnit> fromString(std::string_view text) noexcept;
 
   /// The text that `fromString` reads.
   [[nodiscard]] std::string unitString() const;
 
-  /// How many coherent units (1 for a count, seconds for times) one of this unit is.
+  /// The size of this unit in coherent units (1 for a count, seconds for times).
   [[nodiscard]] double factor() const noexcept;
 
-  /// Whether a quantity in this unit can be expressed in the other; counts have no dimension.
+  /// Whether a quantity in this unit can be expressed in the other; counts are dimensionless.
   [[nodiscard]] bool isCompatible(HKUnit other) const noexcept {
     return timeExponent() == other.timeExponent();
   }

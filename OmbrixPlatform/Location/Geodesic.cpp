@@ -20,7 +20,7 @@ constexpr double kRadiansPerDegree = std::numbers::pi / 180;
 constexpr double kFastLimitMetres = 20'000.0;
 constexpr double kFastLimitSquared =
     (kFastLimitMetres / kEquatorialRadiusMetres) * (kFastLimitMetres / kEquatorialRadiusMetres);
-// No two points closer than the limit differ by more in latitude; the short series below hold.
+// Points within the limit never differ by more in latitude; the short series below are valid.
 constexpr double kFastLimitLatitudeDegrees = 0.25;
 
 double referenceDistance(GeodesicPoint from, GeodesicPoint to) {
@@ -33,8 +33,8 @@ double referenceDistance(GeodesicPoint from, GeodesicPoint to) {
   return metres;
 }
 
-/// `to` - `from` in degrees, within a half turn. No digit is lost on either side of the
-/// antimeridian, where the plain difference would be off by up to 3 nm.
+/// `to` - `from` in degrees, within a half turn. Exact across the antimeridian, where the plain
+/// difference would be off by up to 3 nm.
 double longitudeDifference(double from, double to) noexcept {
   const double difference = to - from;
   if (std::fabs(difference) <= 180) return difference;
@@ -44,7 +44,7 @@ double longitudeDifference(double from, double to) noexcept {
   return (end - std::copysign(180.0, end)) - (start - std::copysign(180.0, start));
 }
 
-/// Sine of half an angle in degrees; a series where it is exact to the last bit.
+/// Sine of half an angle in degrees; by a series where that is exact to the last bit.
 double sineOfHalf(double degrees) noexcept {
   constexpr double kSeriesLimitRadians = 0.05;
   const double x = degrees * (kRadiansPerDegree / 2);
@@ -59,12 +59,12 @@ namespace detail {
 
 GeodesicSite::GeodesicSite(GeodesicPoint where) noexcept : point(where) {
   const double magnitude = std::fabs(where.latitude);
-  // Counted from the nearer of equator and pole, so that points beside a pole keep their digits.
+  // Measured from the nearer of equator and pole, so that points near a pole lose no digits.
   const bool nearPole = magnitude > 45;
   const double angle = (nearPole ? 90 - magnitude : magnitude) * kRadiansPerDegree;
   const double angleSine = std::sin(angle);
   const double angleCosine = std::cos(angle);
-  // Off the globe there is no site: not-a-number travels through every later step.
+  // Latitudes beyond the poles are invalid: not-a-number passes through every later step.
   const double cosine = magnitude > 90 ? std::numeric_limits<double>::quiet_NaN()
                         : nearPole     ? angleSine
                                        : angleCosine;

@@ -2,7 +2,7 @@
 
 namespace ombrix::platform {
 
-/// A point on the WGS-84 ellipsoid: degrees north, -90 to 90, and degrees east, any turn.
+/// A point on the WGS-84 ellipsoid: degrees north, -90 to 90, and degrees east, in any turn.
 struct GeodesicPoint {
   double latitude = 0.0;
   double longitude = 0.0;
@@ -10,7 +10,7 @@ struct GeodesicPoint {
 
 namespace detail {
 
-/// A point with what a distance needs of it: the trigonometry of its latitude.
+/// A point with the values that a distance needs: the trigonometry of its latitude.
 struct GeodesicSite {
   explicit GeodesicSite(GeodesicPoint where) noexcept;
 
@@ -25,26 +25,26 @@ double geodesicDistance(const GeodesicSite& from, const GeodesicSite& to);
 
 }  // namespace detail
 
-/// Metres along the shortest line on the WGS-84 ellipsoid between two points; altitude plays no
-/// part.
+/// The length in metres of the shortest line on the WGS-84 ellipsoid between two points; ignores
+/// altitude.
 ///
-/// Points up to 20 km apart take a fast path that is within 0.2 nm of the exact length, and 2e-15
-/// of it for points up to a kilometre apart; others are left to GeographicLib (within 15 nm of
+/// For points up to 20 km apart, a fast path is within 0.2 nm of the exact length, and within 2e-15
+/// of it for points up to a kilometre apart; GeographicLib computes all others (within 15 nm of
 /// exact). The result does not depend on the order of the points and is 0 for equal ones, whatever
-/// turn their longitudes are counted in. It is not a number when a latitude lies outside
-/// [-90, 90] or a component is not finite.
+/// turn their longitudes are in. It is not a number when a latitude is outside [-90, 90] or a
+/// component is not finite.
 ///
 /// Any thread. Source of the formula: the straight chord between the two points in reduced
 /// latitudes, lengthened to the arc by the curvature of the ellipsoid along it (Euler's formula).
 double geodesicDistance(GeodesicPoint from, GeodesicPoint to);
 
-/// The same distance for point after point of a track, at two thirds of the cost. One thread at a
-/// time.
+/// Computes the same distances along the points of a track, at two thirds of the cost. One thread
+/// at a time.
 class GeodesicWalk {
  public:
   explicit GeodesicWalk(GeodesicPoint start) noexcept : reached_(start) {}
 
-  /// Metres from the point reached so far to `next`, which is the point reached from now on.
+  /// Metres from the current point to `next`, which becomes the current point.
   double to(GeodesicPoint next) {
     const detail::GeodesicSite site(next);
     const double metres = detail::geodesicDistance(reached_, site);

@@ -41,7 +41,7 @@ void flushAtExit() {
 
 }  // namespace
 
-/// The state behind the logger's one lock: the lines gathered and the file they go to.
+/// The state behind the logger's one lock: the buffered lines and the file they go to.
 class DDFileLogger::Writer {
  public:
   explicit Writer(std::shared_ptr<DDLogFileManager> fileManager)
@@ -58,7 +58,7 @@ class DDFileLogger::Writer {
     closeFile();
   }
 
-  /// Adds the line that `append` appends to a text and writes it now or soon.
+  /// Adds the line that `append` appends to a text, and writes it now or soon.
   template <class Append>
   void add(const DDLogMessage& message, Append append) OMBRIX_REQUIRES(mutex) {
     lastDate_ = message.timestamp;
@@ -80,14 +80,14 @@ class DDFileLogger::Writer {
     }
   }
 
-  /// Writes all gathered lines, unless that failed a moment ago; what cannot be written stays.
+  /// Writes all buffered lines, unless that failed a moment ago; lines that cannot be written stay.
   void write() OMBRIX_REQUIRES(mutex) {
     if (lines_.empty()) return;
     if (nextAttempt_ && std::chrono::steady_clock::now() < *nextAttempt_) return;
     writeNow();
   }
 
-  /// The same, also when it failed a moment ago.
+  /// The same, even if it failed a moment ago.
   void writeNow() OMBRIX_REQUIRES(mutex) {
     if (lines_.empty() || !openFile()) return;
     int error = 0;
@@ -99,18 +99,18 @@ class DDFileLogger::Writer {
     if (maximumFileSize != 0 && size_ >= maximumFileSize) closeFile();
   }
 
-  /// The next write goes to a new file, not to one of another process.
+  /// The next write goes to a new file, not to one that another process created.
   void startNewFile() OMBRIX_REQUIRES(mutex) {
     closeFile();
     needsNewFile_ = true;
     nextAttempt_.reset();
   }
 
-  /// Sets the age at which the open file ends.
+  /// Sets the time at which the open file ends.
   void scheduleRolling() OMBRIX_REQUIRES(mutex) {
     rollDate_.reset();
     if (descriptor_ >= 0 && rollingFrequency.count() > 0) {
-      // A file from the future (the clock was set back) ends one span from now at the latest.
+      // A file from the future (the clock was set back) ends one interval from now at the latest.
       rollDate_ = std::min(creationDate_, lastDate_) + rollingFrequency;
     }
   }
@@ -121,12 +121,12 @@ class DDFileLogger::Writer {
   std::uint64_t maximumFileSize OMBRIX_GUARDED_BY(mutex) = kDefaultMaximumFileSizeBytes;
 
  private:
-  /// Appends the gathered lines with one write and lets go of those that are whole in the file. 0,
-  /// or the errno of a write that took nothing.
+  /// Appends the buffered lines with one write and removes those that are complete in the file.
+  /// Returns 0, or the errno of a write that took nothing.
   ///
-  /// A disk that is full takes a part, and another process's line may follow it at once. So what is
-  /// torn stays alone on its line and its line is written again whole; and so is a line of ours
-  /// that came to stand behind what another process had torn.
+  /// A full disk takes a part, and another process's line may follow it at once. So a torn line
+  /// stays alone on its line and is written again completely; the same holds for a line of ours
+  /// that follows a line that another process tore.
   int appendToFile() OMBRIX_REQUIRES(mutex) {
     const bool startsAnew = !endsWithLineBreak(::lseek(descriptor_, 0, SEEK_END));
     if (startsAnew) lines_.insert(0, 1, '\n');
@@ -149,13 +149,13 @@ class DDFileLogger::Writer {
     return 0;
   }
 
-  /// Whether the file's first `size` bytes end a line; so does what cannot be told.
+  /// Whether the file's first `size` bytes end with a line break; true when they cannot be read.
   bool endsWithLineBreak(off_t size) const OMBRIX_REQUIRES(mutex) {
     char last = '\n';
     return size <= 0 || ::pread(descriptor_, &last, 1, size - 1) != 1 || last == '\n';
   }
 
-  /// Makes sure that a file is open and still has a name.
+  /// Makes sure that a file is open and has not been unlinked.
   bool openFile() OMBRIX_REQUIRES(mutex) {
     if (descriptor_ >= 0) {
       struct stat status{};
@@ -197,8 +197,8 @@ class DDFileLogger::Writer {
 
   void endOldFile() OMBRIX_REQUIRES(mutex) {
     write();
-    // Another process may have made the next file already; but a file from the future would be
-    // taken up again and again.
+    // Another process may have created the next file already; but a file from the future would be
+    // reopened again and again.
     needsNewFile_ = creationDate_ > lastDate_;
     closeFile();
   }
@@ -300,7 +300,7 @@ void DDFileLogger::flush() {
 }
 
 void DDFileLogger::flushBeforeAbort() noexcept {
-  // The failing thread may hold this lock (it stopped inside a formatter); any other leaves soon.
+  // The failing thread may hold this lock (it stopped inside a formatter); others release it soon.
   if (!tryLockRepeatedly(writer_->mutex)) return;
   const LockGuard lock(writer_->mutex, std::adopt_lock);
   writer_->writeNow();

@@ -23,9 +23,9 @@ struct Entry {
 };
 using Entries = std::vector<Entry>;
 
-// Replaced as a whole, never changed in place: a message walks the list it started with. Null
-// until the first change; never destroyed, so that code which runs while the process exits may
-// still log.
+// Replaced as a whole, never changed in place: a message walks the list that it started with. Null
+// until the first change; never destroyed, so that code which runs during process exit can still
+// log.
 constinit Mutex currentMutex;
 constinit std::shared_ptr<const Entries>* current OMBRIX_GUARDED_BY(currentMutex) = nullptr;
 
@@ -36,7 +36,7 @@ std::shared_ptr<const Entries> currentEntries() {
 
 template <class Change>
 void changeEntries(Change change) {
-  std::shared_ptr<const Entries> replaced;  // Let go after the lock: it may own the last logger.
+  std::shared_ptr<const Entries> replaced;  // Destroyed after the lock: it may own the last logger.
   const LockGuard lock(currentMutex);
   if (current == nullptr) current = new std::shared_ptr<const Entries>(new Entries);
   auto changed = std::make_shared<Entries>(**current);
@@ -45,7 +45,7 @@ void changeEntries(Change change) {
 }
 
 void flushBeforeAbort() noexcept {
-  // The failing thread may have stopped inside this very lock; another one leaves it at once.
+  // The failing thread may hold this very lock; any other thread releases it at once.
   if (!tryLockRepeatedly(currentMutex)) return;
   const auto list = current == nullptr ? nullptr : *current;
   currentMutex.unlock();
@@ -59,7 +59,7 @@ void handOver(const Entries& list, const DDLogMessage& record) {
   }
 }
 
-/// What a `DDLogHold` keeps.
+/// A message held back by a `DDLogHold`.
 struct HeldMessage {
   std::string message, file, function;
   DDLogMessage record;  ///< Its texts are those above.
@@ -68,9 +68,9 @@ struct HeldMessage {
 constinit std::atomic<int> holds{0};
 constinit Mutex heldMutex;
 constinit std::vector<HeldMessage>* held OMBRIX_GUARDED_BY(heldMutex) =
-    nullptr;  // null while nobody holds
+    nullptr;  // null while no hold exists
 
-/// False where nobody holds any more, or as much as may be is held.
+/// False when no hold exists any more, or the maximum is held.
 bool hold(const DDLogMessage& record) {
   const LockGuard lock(heldMutex);
   if (held == nullptr || held->size() >= DDLogHold::kMostMessages) return false;

@@ -12,8 +12,8 @@
 
 namespace ombrix::platform {
 
-/// The process-wide log: a list of loggers, each with the level it was added with, behind one
-/// dynamic level that log calls test first. All operations may be called from any thread.
+/// The process-wide log: a list of loggers, each with its own level, behind one dynamic level that
+/// log calls test first. All operations may be called from any thread.
 class DDLog {
  public:
   /// The level below which a log call costs one load and a branch; `info` until set.
@@ -22,12 +22,12 @@ class DDLog {
     level_.store(level, std::memory_order_relaxed);
   }
 
-  /// Adds a logger at the end of the list; it gets the messages that `level` lets pass. The same
-  /// logger may stand in the list twice and then gets them twice.
+  /// Adds a logger at the end of the list; it gets the messages that pass `level`. A logger that is
+  /// added twice gets them twice.
   static void addLogger(std::shared_ptr<DDLogger> logger, DDLogLevel level);
 
-  /// Removes a logger, or all of them. A message that is on its way on another thread may still
-  /// reach them; the last such message releases them.
+  /// Removes a logger, or all of them. A message in flight on another thread may still reach them;
+  /// the last such message releases them.
   static void removeLogger(const DDLogger& logger);
   static void removeAllLoggers();
 
@@ -37,8 +37,8 @@ class DDLog {
   /// Flushes every logger.
   static void flushLog();
 
-  /// Hands a message to every logger whose level lets the flag pass, in their order, on the
-  /// calling thread, with the time of the clock in `services()`. Does not ask the dynamic level.
+  /// Passes a message to every logger whose level admits the flag, in their order, on the calling
+  /// thread, with the time of the clock in `services()`. Ignores the dynamic level.
   static void log(DDLogFlag flag, LogTag tag, std::string_view message, std::source_location where);
 
  private:
@@ -47,7 +47,7 @@ class DDLog {
 
 namespace detail {
 
-/// `message` is a text, or a function that makes one and runs only when the level passes.
+/// `message` is a text, or a function that returns one and runs only when the level passes.
 template <class Message>
 void logIfEnabled(DDLogFlag flag, LogTag tag, const Message& message, std::source_location where) {
   if (!passes(DDLog::dynamicLevel(), flag)) [[likely]]

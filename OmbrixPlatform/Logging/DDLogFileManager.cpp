@@ -134,11 +134,11 @@ DDLogFileManager::OpenFile DDLogFileManager::openNewestLogFile() const {
 }
 
 DDLogFileManager::OpenFile DDLogFileManager::createNewLogFile(Date now) {
-  // A folder that cannot be made shows in the error of `open`.
+  // If the folder cannot be created, `open` fails with the reason.
   (void)FileManager::defaultManager().createDirectory(URL::fileURL(logsDirectory_.string(), true),
                                                       true);
 
-  // A clock that was set back must not make the new file the oldest one.
+  // A new file must not become the oldest one after the clock was set back.
   Stamp stamp = stampFor(now);
   if (const auto infos = sortedLogFileInfos(); !infos.empty()) {
     stamp = std::max(stamp, stampFor(infos.front().creationDate) + milliseconds{1});

@@ -24,23 +24,23 @@ struct DDLogFileInfo {
 
 /// Names, lists and deletes the log files of one application in one folder.
 ///
-/// A file is called "<application>-2024-05-01T10-20-30.123Z.log" by the UTC time of its making;
+/// A file is called "<application>-2024-05-01T10-20-30.123Z.log" by the UTC time of its creation;
 /// files with other names are never touched. Several processes may use the folder at once. All
 /// operations may be called from any thread; none of them logs.
 class DDLogFileManager {
  public:
   static constexpr std::size_t kDefaultMaximumNumberOfLogFiles = 5;
 
-  /// For the program by its name, in "<program>/Logs" in the user's caches folder.
+  /// Uses the program's name, and "<program>/Logs" in the user's caches folder.
   DDLogFileManager();
 
-  /// \param logsDirectory the folder; it is made with the first file.
+  /// \param logsDirectory the folder; created with the first file.
   /// \param applicationName the first part of the file names.
   DDLogFileManager(std::filesystem::path logsDirectory, std::string_view applicationName);
 
   [[nodiscard]] const std::filesystem::path& logsDirectory() const { return logsDirectory_; }
 
-  /// How many files stay when a new one is made, the new one included; 0 keeps all.
+  /// How many files are kept when one is created, the new one included; 0 keeps all.
   [[nodiscard]] std::size_t maximumNumberOfLogFiles() const { return maximumNumberOfLogFiles_; }
   void setMaximumNumberOfLogFiles(std::size_t number) { maximumNumberOfLogFiles_ = number; }
 
@@ -54,11 +54,11 @@ class DDLogFileManager {
     Date creationDate{};
   };
 
-  /// Opens the newest file again; no descriptor when there is none or it cannot be written to.
+  /// Reopens the newest file; no descriptor when there is none or it cannot be written to.
   [[nodiscard]] OpenFile openNewestLogFile() const;
 
-  /// Makes a file that sorts as the newest, and the folder when it is missing; then deletes the
-  /// oldest files in excess.
+  /// Creates a file that sorts as the newest, and the folder if it is missing; then deletes the
+  /// oldest files beyond the maximum.
   [[nodiscard]] OpenFile createNewLogFile(Date now);
 
  private:

@@ -4,10 +4,10 @@
 
 namespace ombrix::platform {
 
-/// While one lives, messages of all threads are kept, and handed to the loggers in their order when
-/// the last one ends: for code that holds what others wait for, who are not to wait for a log, too.
+/// While one exists, messages of all threads are held, and passed to the loggers in order when the
+/// last one ends: for code that holds a lock, so that its waiters do not also wait for a log.
 ///
-/// At most `kMostMessages` are kept; further ones go out at once. Any thread.
+/// At most `kMostMessages` are held; further ones are logged at once. Any thread.
 class DDLogHold {
  public:
   static constexpr std::size_t kMostMessages = 1000;

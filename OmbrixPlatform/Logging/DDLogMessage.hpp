@@ -7,10 +7,10 @@
 
 namespace ombrix::platform {
 
-/// How grave a message is; one bit each, so that levels can be masks of them.
+/// The severity of a message; one bit each, so that levels can be masks of them.
 enum class DDLogFlag : std::uint32_t { error = 1, warning = 2, info = 4, debug = 8, verbose = 16 };
 
-/// A mask of the flags that pass.
+/// A mask of the flags that are logged.
 enum class DDLogLevel : std::uint32_t {
   off = 0,
   error = 1,
@@ -24,14 +24,14 @@ constexpr bool passes(DDLogLevel level, DDLogFlag flag) noexcept {
   return (static_cast<std::uint32_t>(level) & static_cast<std::uint32_t>(flag)) != 0;
 }
 
-/// Where a message comes from: the source file's path without its ending ("OmbrixCore/Data/
-/// LocationCSVParser") and the name of the logging function ("parse(url:)").
+/// The origin of a message: the source file's path without its ending (as in
+/// "OmbrixCore/Data/LocationCSVParser") and the name of the logging function ("parse(url:)").
 struct LogTag {
   std::string_view file;
   std::string_view function;
 };
 
-/// One message on its way to the loggers; the texts are borrowed for the duration of the call.
+/// One message for the loggers; the texts are borrowed for the duration of the call.
 struct DDLogMessage {
   std::string_view message;
   DDLogFlag flag = DDLogFlag::info;

@@ -29,30 +29,30 @@ class DDLogger {
   DDLogger& operator=(const DDLogger&) = delete;
   virtual ~DDLogger() = default;
 
-  /// Takes one message; called on the thread that logs, from several threads at once.
+  /// Takes one message; called on the logging thread, by several threads at once.
   virtual void log(const DDLogMessage& message) = 0;
 
-  /// Hands everything logged so far to the file or the service. Any thread.
+  /// Writes everything logged so far to the file or the service. Any thread.
   virtual void flush() {}
 
   /// The same for a program that is about to stop: called on the failing thread, which may hold
   /// this logger's own lock, so it gives up where `flush` would wait.
   virtual void flushBeforeAbort() noexcept {}
 
-  /// Sets what makes the lines from now on; null brings back the bare message text. Any thread.
+  /// Sets the formatter of the following lines; null restores the bare message text. Any thread.
   void setLogFormatter(std::shared_ptr<const DDLogFormatter> formatter);
 
   /// The formatter in use, or null.
   [[nodiscard]] std::shared_ptr<const DDLogFormatter> logFormatter() const;
 
  protected:
-  /// Appends the line of a message: the formatter's, or the bare text when there is none.
+  /// Appends the line of a message: the formatter's, or the bare text without a formatter.
   void appendLine(const DDLogMessage& message, std::string& line) const;
 
  private:
   mutable std::mutex formattersMutex_;
-  // Every formatter set so far, the one in use last. Earlier ones are kept, so that a message
-  // may read `formatter_` without a lock.
+  // Every formatter set so far, the current one last. Earlier ones are kept, so that a message may
+  // read `formatter_` without a lock.
   std::vector<std::shared_ptr<const DDLogFormatter>> formatters_;
   std::atomic<const DDLogFormatter*> formatter_{nullptr};
 };

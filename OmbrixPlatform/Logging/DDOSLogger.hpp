@@ -6,10 +6,10 @@
 
 namespace ombrix::platform {
 
-/// Hands messages to the system's log, the `systemLog` of `services()`. Any thread.
+/// Passes messages to the system's log, the `systemLog` of `services()`. Any thread.
 class DDOSLogger final : public DDLogger {
  public:
-  /// \param subsystem whose messages these are, in reverse domain notation.
+  /// \param subsystem the owner of the messages, in reverse domain notation.
   /// \param category the part of the subsystem.
   DDOSLogger(std::string subsystem, std::string category);
 

@@ -12,9 +12,9 @@ namespace {
 
 constexpr std::string_view kReplacement = "\uFFFD";
 constexpr std::size_t kKeptTailBytes = 512;
-constexpr std::size_t kMarkBytes = 64;  // at most, of what marks a cut
+constexpr std::size_t kMarkBytes = 64;  // the longest mark of a cut
 
-/// Moves over bytes that stand for themselves: ASCII but for its control characters.
+/// Skips bytes that are written unchanged: ASCII without control characters.
 const char* skipPlain(const char* at, const char* end) noexcept {
   constexpr std::uint64_t kOnes = 0x0101010101010101U;
   constexpr std::uint64_t kHighBits = 0x80 * kOnes;
@@ -35,7 +35,7 @@ constexpr bool isReadable(char32_t c) noexcept {
   return (c < 0x7F || c > 0x9F) && c != 0x2028 && c != 0x2029;
 }
 
-/// Moves over what may stay; the first invalid byte or unreadable character, or the end.
+/// Skips what may stay; returns the first invalid byte or unreadable character, or the end.
 const char* skipReadable(const char* at, const char* end) noexcept {
   while ((at = skipPlain(at, end)) != end) {
     const char* next = at;
@@ -68,7 +68,7 @@ std::string readable(std::string_view text) {
   }
 }
 
-/// Where to cut valid UTF-8, at a place or before it.
+/// The last boundary of a character in valid UTF-8 at or before a place.
 std::size_t cutBefore(std::string_view text, std::size_t place) noexcept {
   while (place > 0 && (static_cast<unsigned char>(text[place]) & 0xC0) == 0x80) --place;
   return place;
@@ -77,7 +77,7 @@ std::size_t cutBefore(std::string_view text, std::size_t place) noexcept {
 std::string shortened(std::string_view raw) {
   constexpr std::size_t kMaximum = kMaximumLogLineBytes - 1;
   constexpr std::size_t kKeptHeadBytes = kMaximum - kMarkBytes - kKeptTailBytes;
-  // Making a text readable never shortens it.
+  // Escaping a text never shortens it.
   std::string head = readable(raw.substr(0, kMaximum));
   if (raw.size() <= kMaximum && head.size() <= kMaximum) return head;
   const std::string tail = readable(raw.substr(raw.size() - kKeptTailBytes));

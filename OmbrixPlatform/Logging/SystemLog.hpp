@@ -24,12 +24,12 @@ class SystemLog {
  public:
   virtual ~SystemLog() = default;
 
-  /// Hands over an entry; what the system does not take is lost. Any thread.
+  /// Writes an entry; an entry that the system does not accept is lost. Any thread.
   virtual void write(const SystemLogEntry& entry) = 0;
 };
 
-/// The journal where one runs (fields SUBSYSTEM, CATEGORY, PRIORITY, CODE_FILE, CODE_FUNC,
-/// CODE_LINE), else syslog.
+/// Writes to the journal if one is running (fields SUBSYSTEM, CATEGORY, PRIORITY, CODE_FILE,
+/// CODE_FUNC, CODE_LINE), otherwise to syslog.
 std::shared_ptr<SystemLog> makeSystemLog();
 
 }  // namespace ombrix::platform

@@ -25,7 +25,7 @@ class SystemdSystemLog final : public SystemLog {
  public:
   void write(const SystemLogEntry& entry) override {
     if (hasJournal_ && sendToJournal(entry)) return;
-    // No openlog: the host's own identity and facility stay as they are.
+    // No openlog: the host keeps its own identity and facility.
     ::syslog(syslogPriority(entry.flag), "[%.*s:%.*s] %.*s", clampedLength(entry.subsystem),
              entry.subsystem.data(), clampedLength(entry.category), entry.category.data(),
              clampedLength(entry.text), entry.text.data());

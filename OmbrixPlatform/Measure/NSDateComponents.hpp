@@ -25,7 +25,7 @@ constexpr bool contains(NSCalendarUnit units, NSCalendarUnit unit) noexcept {
   return (static_cast<std::uint64_t>(units) & static_cast<std::uint64_t>(unit)) != 0;
 }
 
-/// A span of time in parts; an empty part is absent, which is not the same as zero.
+/// A time span in parts; an empty part is absent, which differs from zero.
 struct NSDateComponents {
   std::optional<std::int64_t> day;
   std::optional<std::int64_t> hour;

@@ -21,7 +21,7 @@ constexpr std::array kUnits{NSCalendarUnit::day, NSCalendarUnit::hour, NSCalenda
 constexpr std::array<std::int64_t, kDurationUnitCount> kSecondsPerUnit{86'400, 3'600, 60, 1};
 constexpr std::size_t kDayIndex = 0;
 
-/// The parts of a span, from the largest; at most one for each unit.
+/// The parts of a span, the largest first; at most one for each unit.
 struct Parts {
   std::array<DurationPart, kDurationUnitCount> parts;
   std::size_t count = 0;

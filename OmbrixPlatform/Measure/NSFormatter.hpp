@@ -11,8 +11,8 @@
 
 namespace ombrix::platform {
 
-/// What a formatter may be asked to turn into text: a measurement of any dimension, a number, a
-/// text, date components, or nothing. A text is borrowed for the length of the call.
+/// An object that a formatter can turn into text: a measurement of any dimension, a number, a text,
+/// date components, or nothing. A text is borrowed for the duration of the call.
 class FormatterObject {
  public:
   FormatterObject() = default;
@@ -42,7 +42,7 @@ class FormatterObject {
   [[nodiscard]] const AnyMeasurement* measurement() const noexcept {
     return std::get_if<AnyMeasurement>(&object_);
   }
-  /// The measurement when it is one of the unit's dimension, else null.
+  /// The measurement if it has the unit's dimension, otherwise null.
   template <class Unit>
   [[nodiscard]] const Measurement<Unit>* measurement() const noexcept {
     const AnyMeasurement* any = measurement();
@@ -53,7 +53,7 @@ class FormatterObject {
   std::variant<std::monostate, double, std::string_view, NSDateComponents, AnyMeasurement> object_;
 };
 
-/// Turns objects into text for people. An instance serves one thread at a time.
+/// Turns objects into texts for users. An instance serves one thread at a time.
 class NSFormatter {
  public:
   NSFormatter() = default;
@@ -61,7 +61,7 @@ class NSFormatter {
   NSFormatter(const NSFormatter&) = delete;
   NSFormatter& operator=(const NSFormatter&) = delete;
 
-  /// The text of an object in UTF-8, or nothing when this formatter has none for such an object.
+  /// The text of an object in UTF-8; empty when this formatter does not support the object.
   virtual std::optional<std::string> string(const FormatterObject& object) = 0;
 };
 

@@ -65,10 +65,10 @@ std::optional<std::string> NSMeasurementFormatter::string(double value, const NS
   const auto number = numberFormatter_.string(value);
   if (known == nullptr || !number) return std::nullopt;
   const auto& suffix = numberFormatter_.settings().positiveSuffix;
-  // A value that rounds to zero is written without a sign, and so is what it is put into.
+  // A value that rounds to zero has no sign, so the whole value is written without one.
   const bool isSigned = value < 0 && number != numberFormatter_.string(-value);
   const double whole = std::copysign(wholeValue, isSigned ? -1.0 : 1.0);
-  // No language has a word alone for a thousand of something.
+  // No language has a single word for a thousand of a unit.
   for (const double spoken : {whole, std::copysign(1'000.0, whole)}) {
     if (auto text = detail::textAround(known->formatter, spoken, *number, suffix)) return text;
   }

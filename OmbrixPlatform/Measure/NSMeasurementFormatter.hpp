@@ -16,15 +16,15 @@ namespace detail {
 struct IcuUnitFormat;
 }
 
-/// How much of a unit's name is written: "′", "ft", "feet". `mediumStyle` leaves a short symbol,
+/// How much of a unit's name is written: "′", "ft", "feet". `mediumStyle` writes a short symbol,
 /// `shortStyle` the shortest one.
 enum class NSFormattingUnitStyle { shortStyle = 1, mediumStyle = 2, longStyle = 3 };
 
-/// Writes measurements: a number and its unit, in the way of the number formatter's locale. The
-/// unit is always the one provided; no locale swaps it for another.
+/// Writes measurements: a number and its unit, following the number formatter's locale. It always
+/// uses the given unit, whatever the locale.
 ///
-/// A unit that locale data does not name is written as the number, one space and its symbol.
-/// An instance serves one thread at a time.
+/// A unit that locale data does not name is written as the number, one space and its symbol. An
+/// instance serves one thread at a time.
 class NSMeasurementFormatter final : public NSFormatter {
  public:
   NSMeasurementFormatter(NSFormattingUnitStyle unitStyle, NSNumberFormatter numberFormatter);
@@ -37,26 +37,26 @@ class NSMeasurementFormatter final : public NSFormatter {
   }
   void setNumberFormatter(NSNumberFormatter formatter);
 
-  /// The measurement's text in UTF-8; nothing when the locale data is missing altogether.
+  /// The measurement's text in UTF-8; empty when the locale data is missing altogether.
   std::optional<std::string> string(double value, const NSDimension& unit);
   template <class Unit>
   std::optional<std::string> string(const Measurement<Unit>& measurement) {
     return string(measurement.value, measurement.unit);
   }
-  /// The text of an abbreviated value, such as 12.3 for 12,345: plural and order of number and unit
-  /// are those of the whole value, and the number is always written, also where a language says one
-  /// foot or two feet by a word alone.
+  /// The text of an abbreviated value, such as 12.3 for 12,345: plural form and order of number and
+  /// unit follow the whole value. The number is always written, even in languages that have a
+  /// single word for one foot or two feet.
   std::optional<std::string> string(double value, const NSDimension& unit, double wholeValue);
-  /// The same for an object that is a measurement; nothing for any other.
+  /// The same for an object that holds a measurement; empty for any other.
   std::optional<std::string> string(const FormatterObject& object) override;
 
-  /// Reads a number as the number formatter writes it and gives it in `unit`, or a sentence about
-  /// the text that is not such a number.
+  /// Reads a number as the number formatter writes it and returns it in `unit`; for any other text,
+  /// returns a sentence about it.
   [[nodiscard]] std::expected<AnyMeasurement, std::string> getObjectValue(
       std::string_view text, const AnyUnit& unit) const;
 
  private:
-  // A unit that was written before, with the tables for it; the number formatter keeps them alive.
+  // A unit that was used before, with its formatter, which the number formatter keeps alive.
   struct KnownUnit {
     std::string_view identifier;
     const detail::IcuUnitFormat* format;
@@ -65,7 +65,7 @@ class NSMeasurementFormatter final : public NSFormatter {
 
   NSFormattingUnitStyle unitStyle_;
   NSNumberFormatter numberFormatter_;
-  std::vector<KnownUnit> knownUnits_;  // one or two in an instance's life
+  std::vector<KnownUnit> knownUnits_;  // usually one or two per instance
 };
 
 }  // namespace ombrix::platform

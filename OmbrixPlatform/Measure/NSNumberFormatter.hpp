@@ -13,14 +13,14 @@ namespace detail {
 class IcuNumberFormat;
 }
 
-/// Which way a digit that is cut off counts. Both work on the shortest decimal that names the
-/// number, so 2.675 rounds half up to 2.68.
+/// How digits are cut off. All modes work on the shortest decimal that identifies the number, so
+/// half up rounds 2.675 to 2.68.
 enum class NSNumberFormatterRoundingMode { halfEven, halfUp, down };
 
-/// Writes and reads decimal numbers in the way of a locale.
+/// Writes and reads decimal numbers, following a locale.
 ///
-/// Immutable: made from its settings, shared and used by any number of threads. Formatters of
-/// equal settings share one set of tables, which is made once per process.
+/// Immutable: built from its settings and used by any number of threads. Formatters with equal
+/// settings share one set of tables, which is created once per process.
 class NSNumberFormatter {
  public:
   struct Settings {
@@ -28,7 +28,7 @@ class NSNumberFormatter {
     int minimumFractionDigits = 0;
     int maximumFractionDigits = 0;
     NSNumberFormatterRoundingMode roundingMode = NSNumberFormatterRoundingMode::halfEven;
-    std::string positiveSuffix;                    ///< Behind the digits of numbers not below zero.
+    std::string positiveSuffix;                    ///< After the digits of numbers >= 0.
     std::optional<std::string> decimalSeparator;   ///< The locale's own when absent.
     std::optional<std::string> groupingSeparator;  ///< The locale's own when absent.
 
@@ -39,18 +39,18 @@ class NSNumberFormatter {
 
   [[nodiscard]] const Settings& settings() const noexcept { return settings_; }
 
-  /// The number's text in UTF-8; nothing when the locale data is missing altogether.
+  /// The number's text in UTF-8; empty when the locale data is missing altogether.
   [[nodiscard]] std::optional<std::string> string(double number) const;
 
-  /// The number that a text names, in the locale's way of writing; nothing unless the whole text
-  /// is a number.
+  /// The number that a text names in the locale's notation; empty unless the whole text is a
+  /// number.
   [[nodiscard]] std::optional<double> number(std::string_view text) const;
 
  private:
   friend class NSMeasurementFormatter;
 
   Settings settings_;
-  std::shared_ptr<const detail::IcuNumberFormat> format_;  // null when it could not be made
+  std::shared_ptr<const detail::IcuNumberFormat> format_;  // null when ICU could not create it
 };
 
 }  // namespace ombrix::platform

@@ -8,7 +8,7 @@
 
 namespace ombrix::platform {
 
-/// A linear way from a unit to the base unit of its dimension: base = value · coefficient +
+/// A linear conversion from a unit to the base unit of its dimension: base = value · coefficient +
 /// constant.
 class NSUnitConverterLinear {
  public:
@@ -33,23 +33,23 @@ class NSUnitConverterLinear {
   double constant_;
 };
 
-/// What a unit is: its symbol, its way to the base unit and, for the units below that Unicode's
-/// locale data names, that name ("kilometer-per-hour"; empty for a unit of one's own).
+/// The definition of a unit: its symbol, its conversion to the base unit and, for the units below
+/// that Unicode's locale data names, that name ("kilometer-per-hour"; empty for a custom unit).
 struct UnitDefinition {
   std::string_view symbol;
   NSUnitConverterLinear converter;
   std::string_view identifier;
 };
 
-/// What the units of all dimensions share. A unit is a small value: copies share one immutable
-/// definition, so any thread may use any unit.
+/// The common part of the units of all dimensions. A unit is a small value: copies share one
+/// immutable definition, so any thread may use any unit.
 class NSDimension {
  public:
   [[nodiscard]] std::string_view symbol() const noexcept { return definition_->symbol; }
   [[nodiscard]] const NSUnitConverterLinear& converter() const noexcept {
     return definition_->converter;
   }
-  /// The name in Unicode's locale data, or empty for a unit that has none.
+  /// The name in Unicode's locale data; empty for a unit that has none.
   [[nodiscard]] std::string_view identifier() const noexcept { return definition_->identifier; }
 
  protected:
@@ -67,7 +67,7 @@ class NSDimension {
   std::shared_ptr<const UnitDefinition> definition_;
 };
 
-/// Gives a dimension's units equality among themselves: by symbol and converter.
+/// Makes the units of a dimension comparable: by symbol and converter.
 template <class Unit>
 class NSDimensionOf : public NSDimension {
   friend Unit;
@@ -83,7 +83,7 @@ class NSDimensionOf : public NSDimension {
 /// Lengths; the base unit is the meter.
 class NSUnitLength final : public NSDimensionOf<NSUnitLength> {
  public:
-  /// A unit of one's own, in meters.
+  /// A custom unit, in meters.
   NSUnitLength(std::string_view symbol, NSUnitConverterLinear converter)
       : NSDimensionOf(symbol, converter) {}
 
@@ -104,7 +104,7 @@ class NSUnitLength final : public NSDimensionOf<NSUnitLength> {
 /// Speeds; the base unit is the meter per second.
 class NSUnitSpeed final : public NSDimensionOf<NSUnitSpeed> {
  public:
-  /// A unit of one's own, in meters per second.
+  /// A custom unit, in meters per second.
   NSUnitSpeed(std::string_view symbol, NSUnitConverterLinear converter)
       : NSDimensionOf(symbol, converter) {}
 
@@ -121,10 +121,10 @@ class NSUnitSpeed final : public NSDimensionOf<NSUnitSpeed> {
 /// Masses; the base unit is the kilogram.
 class NSUnitMass final : public NSDimensionOf<NSUnitMass> {
  public:
-  /// What the mass is of, where a locale's preference depends on it.
+  /// The kind of mass, which a locale's preference may depend on.
   enum class Usage { personWeight };
 
-  /// A unit of one's own, in kilograms.
+  /// A custom unit, in kilograms.
   NSUnitMass(std::string_view symbol, NSUnitConverterLinear converter)
       : NSDimensionOf(symbol, converter) {}
 
@@ -135,8 +135,8 @@ class NSUnitMass final : public NSDimensionOf<NSUnitMass> {
   static NSUnitMass stones() noexcept;
   static NSUnitMass baseUnit() noexcept { return kilograms(); }
 
-  /// The unit that a locale prefers, as Unicode's locale data has it; where that is stones and
-  /// pounds together, pounds. Any thread.
+  /// The unit that a locale prefers, by Unicode's locale data; pounds where that prefers stones and
+  /// pounds together. Any thread.
   static NSUnitMass forLocale(const Locale& locale, Usage usage);
 
  private:
@@ -146,10 +146,10 @@ class NSUnitMass final : public NSDimensionOf<NSUnitMass> {
 /// Temperatures; the base unit is the kelvin.
 class NSUnitTemperature final : public NSDimensionOf<NSUnitTemperature> {
  public:
-  /// What the temperature is of, where a locale's preference depends on it.
+  /// The kind of temperature, which a locale's preference may depend on.
   enum class Usage { weather };
 
-  /// A unit of one's own, in kelvin.
+  /// A custom unit, in kelvin.
   NSUnitTemperature(std::string_view symbol, NSUnitConverterLinear converter)
       : NSDimensionOf(symbol, converter) {}
 
@@ -158,7 +158,7 @@ class NSUnitTemperature final : public NSDimensionOf<NSUnitTemperature> {
   static NSUnitTemperature fahrenheit() noexcept;
   static NSUnitTemperature baseUnit() noexcept { return kelvin(); }
 
-  /// The unit that a locale prefers, as Unicode's locale data has it. Any thread.
+  /// The unit that a locale prefers, by Unicode's locale data. Any thread.
   static NSUnitTemperature forLocale(const Locale& locale, Usage usage);
 
  private:
@@ -168,10 +168,10 @@ class NSUnitTemperature final : public NSDimensionOf<NSUnitTemperature> {
 /// Energies; the base unit is the joule.
 class NSUnitEnergy final : public NSDimensionOf<NSUnitEnergy> {
  public:
-  /// What the energy is of, where a locale's preference depends on it.
+  /// The kind of energy, which a locale's preference may depend on.
   enum class Usage { workout };
 
-  /// A unit of one's own, in joules.
+  /// A custom unit, in joules.
   NSUnitEnergy(std::string_view symbol, NSUnitConverterLinear converter)
       : NSDimensionOf(symbol, converter) {}
 
@@ -182,7 +182,7 @@ class NSUnitEnergy final : public NSDimensionOf<NSUnitEnergy> {
   static NSUnitEnergy kilowattHours() noexcept;
   static NSUnitEnergy baseUnit() noexcept { return joules(); }
 
-  /// The unit that a locale prefers: kilocalories for a workout, everywhere. Any thread.
+  /// The unit that a locale prefers: kilocalories for a workout, in every locale. Any thread.
   static NSUnitEnergy forLocale(const Locale& locale, Usage usage);
 
  private:
@@ -192,7 +192,7 @@ class NSUnitEnergy final : public NSDimensionOf<NSUnitEnergy> {
 /// Frequencies; the base unit is the hertz.
 class NSUnitFrequency final : public NSDimensionOf<NSUnitFrequency> {
  public:
-  /// A unit of one's own, in hertz.
+  /// A custom unit, in hertz.
   NSUnitFrequency(std::string_view symbol, NSUnitConverterLinear converter)
       : NSDimensionOf(symbol, converter) {}
 
@@ -209,7 +209,7 @@ class NSUnitFrequency final : public NSDimensionOf<NSUnitFrequency> {
 /// Angles; the base unit is the degree.
 class NSUnitAngle final : public NSDimensionOf<NSUnitAngle> {
  public:
-  /// A unit of one's own, in degrees.
+  /// A custom unit, in degrees.
   NSUnitAngle(std::string_view symbol, NSUnitConverterLinear converter)
       : NSDimensionOf(symbol, converter) {}
 

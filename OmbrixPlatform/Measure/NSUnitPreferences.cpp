@@ -11,9 +11,9 @@
 namespace ombrix::platform {
 namespace {
 
-/// What to ask a locale about: a usage of Unicode's unit preferences and an amount. The amount is
-/// fixed, since the answer may depend on it (a baby's weight is in pounds where a person's is in
-/// stones).
+/// A lookup in a locale's preferences: a usage of Unicode's unit preferences and an amount. The
+/// amount is fixed, since the answer may depend on it (pounds for a baby's weight where a person's
+/// is in stones).
 struct Question {
   const char* usage;
   const char* unit;
@@ -26,7 +26,7 @@ constexpr Question kWeather{"weather", "celsius", 10};
 std::string ask(const std::string& identifier, const Question& question) {
   UErrorCode status = U_ZERO_ERROR;
   icu::Locale locale(identifier.c_str());
-  // Plain "en" has no region of its own to answer for; with its likely one it does.
+  // Plain "en" has no region to look up; its likely region provides one.
   locale.addLikelySubtags(status);
   const auto formatted = icu::number::NumberFormatter::withLocale(locale)
                              .usage(question.usage)
@@ -36,7 +36,7 @@ std::string ask(const std::string& identifier, const Question& question) {
   return U_FAILURE(status) ? question.unit : unit.getIdentifier();
 }
 
-/// The locale's answer, asked once per process: asking costs 200 µs.
+/// The locale's answer, looked up once per process: a lookup takes 200 µs.
 std::string preferredUnit(const Locale& locale, const Question& question) {
   struct Cache {
     Mutex mutex;
@@ -64,7 +64,7 @@ NSUnitTemperature NSUnitTemperature::forLocale(const Locale& locale, Usage) {
 }
 
 NSUnitEnergy NSUnitEnergy::forLocale(const Locale&, Usage) {
-  // Unicode's data knows no workout and would answer with kilowatt-hours.
+  // Unicode's data does not know workouts and would answer kilowatt-hours.
   return kilocalories();
 }
 

@@ -20,8 +20,8 @@ std::string textAt(int file) {
   return {buffer.data(), static_cast<std::size_t>(std::max<ssize_t>(count, 0))};
 }
 
-/// The path of the program's control group: of the unified hierarchy, whose line begins "0::", or
-/// of the one that holds "memory". Empty for none.
+/// The path of the program's control group: in the unified hierarchy, whose line begins with "0::",
+/// or in the hierarchy that contains "memory". Empty if there is none.
 std::string groupIn(std::string_view lines, bool isUnified) {
   while (!lines.empty()) {
     const auto end = lines.find('\n');
@@ -43,7 +43,7 @@ std::optional<MemoryPressure> MemoryPressure::open(const MemoryPressureFiles& fi
   if (auto stall = openPressureStall(files.pressureStall)) return stall;
   const Descriptor own = openFile(files.ownControlGroups, O_RDONLY);
   const std::string lines = own ? textAt(own.get()) : "";
-  // Inside a container the path may be that outside, and the group be mounted as the root.
+  // In a container the path may be the outer one, with the group mounted as the root.
   for (const std::string& group : {groupIn(lines, true), std::string()}) {
     if (auto events = openGroupEvents(files.controlGroupRoot + group)) return events;
   }
@@ -56,7 +56,7 @@ std::optional<MemoryPressure> MemoryPressure::open(const MemoryPressureFiles& fi
 }
 
 std::optional<MemoryPressure> MemoryPressure::openPressureStall(const std::string& path) {
-  // Tasks stalled for 100 ms within 2 s, the shortest window that needs no privilege.
+  // Triggers when tasks stall for 100 ms within 2 s, the shortest window without privileges.
   constexpr std::string_view kTrigger("some 100000 2000000\0", 20);
   Descriptor file = openFile(path, O_RDWR | O_NONBLOCK);
   if (!file || ::write(file.get(), kTrigger.data(), kTrigger.size()) < 0) return std::nullopt;
@@ -84,7 +84,7 @@ std::optional<MemoryPressure> MemoryPressure::openGroupPressureLevel(const std::
   return pressure;
 }
 
-/// How often the group has met its limits, from its file of counters.
+/// How often the group has reached its limits, read from its file of counters.
 std::uint64_t MemoryPressure::takeEvents() {
   const std::string text = textAt(watched_.get());
   std::uint64_t sum = 0;
@@ -111,7 +111,7 @@ bool MemoryPressure::wait(int stop) {
       return (seen & POLLIN) != 0 && ::read(watched_.get(), &count, sizeof count) > 0;
     }
     if (kind_ == Kind::pressureStall) return (seen & POLLPRI) != 0;
-    // A file of counters tells of a change by POLLPRI with POLLERR; only limits met count.
+    // A file of counters signals changes by POLLPRI with POLLERR; only reached limits count.
     if ((seen & POLLPRI) == 0) return false;
     const auto events = takeEvents();
     if (std::exchange(events_, events) < events) return true;

@@ -7,7 +7,7 @@
 
 namespace ombrix::platform {
 
-/// Tells handlers that memory runs short, so that they give some back. Any thread.
+/// Tells handlers that memory is low, so that they release some. Any thread.
 class MemoryWarningSource {
  public:
   MemoryWarningSource() = default;
@@ -15,14 +15,14 @@ class MemoryWarningSource {
   MemoryWarningSource& operator=(const MemoryWarningSource&) = delete;
   virtual ~MemoryWarningSource() = default;
 
-  /// Calls the handler at each warning, on the thread that brings it, until the token ends.
+  /// Calls the handler at each warning, on the thread that sends it, until the token ends.
   ObservationToken connect(Signal<>::Handler handler);
 
-  /// Sends a warning to all: for hosts that learn of it themselves.
+  /// Sends a warning to all handlers: for hosts that receive warnings themselves.
   void send() const { signal_.send(); }
 
  protected:
-  /// Begins to watch the system; called once, when somebody wants to know.
+  /// Starts watching the system; called once, before the first handler is added.
   virtual void startWatching() {}
 
  private:
@@ -30,8 +30,8 @@ class MemoryWarningSource {
   std::once_flag watching_;
 };
 
-/// Watches the kernel's pressure-stall information, else the events of the program's control group,
-/// on a thread of its own; where there is neither, warnings come from the host alone.
+/// Watches the kernel's pressure-stall information, otherwise the events of the program's control
+/// group, on a thread of its own; if neither is available, only the host sends warnings.
 std::shared_ptr<MemoryWarningSource> makeSystemMemoryWarningSource();
 
 /// The memory warnings of this process (the service `memoryWarnings`).

@@ -50,8 +50,8 @@ void logFailure(const std::string& message) {
   DDLogError({"OmbrixPlatform/Messaging/MMWormhole", "MMWormhole"}, message);
 }
 
-/// Puts the bytes in the file's place, whole or not at all. Needs exclusive access: every writer of
-/// a file goes by way of the same other one, so that what a killed writer leaves is removed.
+/// Replaces the file's content, completely or not at all. Needs exclusive access: all writers of a
+/// file use the same temporary file, so that the next one removes what a killed writer left.
 FileResult<void> replaceFile(const URL& url, DataView bytes) {
   const URL folder = url.deletingLastPathComponent();
   if (auto made = files().createDirectory(folder, true); !made) return made;
@@ -76,7 +76,7 @@ FileResult<void> replaceFile(const URL& url, DataView bytes) {
 
 class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
  public:
-  /// Null where the group has no folder.
+  /// Null if the group has no folder.
   static std::shared_ptr<Impl> make(std::string_view group,
                                     const std::optional<std::string>& directory,
                                     ErrorHandler onError);
@@ -102,9 +102,9 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
     const std::string identifier;
     Signal<const PropertyList&> arrived;
     std::uint64_t changes = 0;      // of the file, as far as they were noticed
-    bool isCurrent = false;         // whether `last` is what the file holds since the last of them
-    std::optional<Message> last;    // in the file
-    std::optional<MessageId> told;  // to the listeners, or not to be told
+    bool isCurrent = false;         // whether `last` is the file's content since the last change
+    std::optional<Message> last;    // the message in the file
+    std::optional<MessageId> told;  // the last one delivered or skipped
     bool isDeliveryPosted = false;
     std::string lastFailure;
   };
@@ -127,7 +127,7 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
   const URL folder_;
   const NSFileCoordinator coordinator_;
   const ErrorHandler onError_;
-  Serial serial_{SectionPlace::offMainQueue};  // tells the listeners
+  Serial serial_{SectionPlace::offMainQueue};  // calls the listeners
 
   Mutex mutex_;  // nothing is called while it is held
   std::map<std::string, EntryPointer, std::less<>> entries_
@@ -160,7 +160,7 @@ MMWormhole::Impl::EntryPointer MMWormhole::Impl::entryOf(std::string_view identi
   return entries_.emplace(entry->identifier, entry).first->second;
 }
 
-/// Begins to follow the folder, the first time. Without, every question reads the file.
+/// Starts watching the folder on the first call. If that fails, every read opens the file.
 void MMWormhole::Impl::beWatching() {
   std::optional<FileError> failure;
   std::call_once(watchOnce_, [&] {
@@ -178,7 +178,7 @@ void MMWormhole::Impl::beWatching() {
   if (failure) onError_(std::string("Data: Error watching messages: ") + failure->what());
 }
 
-/// A folder event, on the events thread.
+/// Handles a folder event, on the events thread.
 void MMWormhole::Impl::noticed(const FolderChange& change) {
   std::vector<EntryPointer> told;
   const auto mark = [&](const EntryPointer& entry) OMBRIX_REQUIRES(mutex_) {
@@ -203,7 +203,7 @@ void MMWormhole::Impl::noticed(const FolderChange& change) {
   }
 }
 
-/// Tells the listeners of the message that is there now, unless they know it, or it is our own.
+/// Delivers the file's message to the listeners, unless they know it or it is our own.
 void MMWormhole::Impl::deliver(Entry& entry) {
   if (isClosed_) return;
   {
@@ -220,7 +220,7 @@ void MMWormhole::Impl::deliver(Entry& entry) {
   if (message->id.sender != thisProcess()) entry.arrived.send(message->content);
 }
 
-/// Reads the file; nothing, which is reported, where it holds no message.
+/// Reads the file; empty, and reported, if it does not hold a message.
 std::optional<Message> MMWormhole::Impl::load(Entry& entry) {
   std::uint64_t changes = 0;
   {
@@ -230,7 +230,7 @@ std::optional<Message> MMWormhole::Impl::load(Entry& entry) {
   const URL url = fileOf(entry);
   std::optional<Message> message;
   bool isCertain = true;
-  // Most identifiers have no file, which takes no lock to know.
+  // Most identifiers have no file, which can be checked without a lock.
   if (files().fileExists(url)) {
     FileResult<FileContents> file;
     const auto access = coordinator_.coordinateReadingItemAtURL(
@@ -253,13 +253,13 @@ std::optional<Message> MMWormhole::Impl::load(Entry& entry) {
   return message;
 }
 
-/// The file holds this now.
+/// Records the file's current message.
 void MMWormhole::Impl::keep(Entry& entry, std::optional<Message> message) {
   entry.last = std::move(message);
   entry.isCurrent = isWatching_;
 }
 
-/// Tells of a failure, unless it was the last thing that was told of this identifier.
+/// Reports a failure, unless it was the last one reported for this identifier.
 void MMWormhole::Impl::report(Entry& entry, const char* action, const char* why) {
   std::string failure =
       "Data: Error " + std::string(action) + " message \"" + entry.identifier + "\": " + why;
@@ -270,7 +270,7 @@ void MMWormhole::Impl::report(Entry& entry, const char* action, const char* why)
   onError_(failure);
 }
 
-/// Changes the file with exclusive access, and what is known of it before others get access;
+/// Changes the file with exclusive access and updates the entry before others get access; returns
 /// whether that worked.
 bool MMWormhole::Impl::write(Entry& entry, NSFileCoordinator::WritingOptions options,
                              const char* action, std::optional<Message> message,
@@ -326,14 +326,14 @@ ObservationToken MMWormhole::Impl::listen(std::string_view identifier, Listener 
   beWatching();
   const EntryPointer entry = entryOf(identifier);
   if (!entry->arrived.hasObservers()) {
-    // What is there already is not news.
+    // A message that exists already is not new to this listener.
     if (const auto message = load(*entry)) {
       const LockGuard lock(mutex_);
       entry->told = message->id;
     }
   }
   auto token = entry->arrived.connect(std::move(listener));
-  // A message that came meanwhile found nobody to tell.
+  // A message that arrived meanwhile had no listener to deliver it to.
   serial_.post([weak = weak_from_this(), entry] {
     if (const auto self = weak.lock()) self->deliver(*entry);
   });
@@ -343,7 +343,7 @@ ObservationToken MMWormhole::Impl::listen(std::string_view identifier, Listener 
 void MMWormhole::Impl::close() {
   if (serial_.isCurrent()) fatalError("a listener must not wait for the end of its channel");
   isClosed_ = true;
-  std::call_once(watchOnce_, [] {});  // none begins any more
+  std::call_once(watchOnce_, [] {});  // no watch begins any more
   isWatching_ = false;
   watch_.cancel();
   {

@@ -20,7 +20,7 @@
 
 namespace ombrix::platform {
 
-/// What an observer of a key wants to be told; combine with `|`.
+/// What an observer of a key is told; combine with `|`.
 enum class KeyValueObservingOptions : unsigned {
   none = 0,
   newValue = 1,  ///< the value after the change
@@ -51,10 +51,10 @@ struct KeyValueChange {
 ///
 /// The object announces each change itself: `willChangeValueForKey`, the change, then
 /// `didChangeValueForKey`, as a pair on one thread. Pairs may nest. Observers are called on that
-/// thread with no lock held; the guarantees are those of `Signal` and `ObservationToken`. Both
-/// calls of a pair reach the same observers, those there are before the change; an observer that
-/// comes in between with `initial`, which may have read the old value, is told of the change as
-/// well. Announcing a change of an object that nobody observes costs one atomic load.
+/// thread without a lock; the guarantees are those of `Signal` and `ObservationToken`. Both calls
+/// of a pair reach the observers that were registered before it; an observer added in between with
+/// `initial`, which may have read the old value, gets the second call as well. Announcing a change
+/// of an object without observers costs one atomic load.
 template <class Value>
 class KeyValueObserving {
  public:
@@ -69,8 +69,8 @@ class KeyValueObserving {
 
   /// Calls the handler on every change of the property `key` until the token is destroyed.
   ///
-  /// With `initial` the handler runs once before this returns, after it was registered, so that
-  /// no change is missed in between. Any thread.
+  /// With `initial` the handler also runs once before this returns, but after it was registered, so
+  /// that it misses no change. Any thread.
   ObservationToken observe(std::string_view key, Options options, Handler handler) {
     willObserve(key);
     const auto property = propertyToObserve(key);
@@ -99,7 +99,7 @@ class KeyValueObserving {
     }
   }
 
-  /// Announces that the property has changed. The same thread as the call before the change.
+  /// Announces that the property has changed, on the thread that announced the coming change.
   void didChangeValueForKey(std::string_view key) {
     const auto property = observedProperty(key);
     if (!property) return;
@@ -125,20 +125,20 @@ class KeyValueObserving {
     audience.send({key, false, old, after ? &*after : nullptr});
   }
 
-  /// Whether anybody ever observed any property. Any thread.
+  /// Whether any property was ever observed. Any thread.
   [[nodiscard]] bool isObserved() const noexcept {
     return observed_.load(std::memory_order_acquire);
   }
 
-  /// Whether anybody observes the property now. Any thread.
+  /// Whether the property has an observer now. Any thread.
   [[nodiscard]] bool isObserved(std::string_view key) const {
     const auto property = observedProperty(key);
     return property && !property->observers->empty();
   }
 
  protected:
-  /// The value that observers are given; nothing when the property has none. Called on the thread
-  /// that announces, only when an observer asked for values.
+  /// The value passed to observers; empty when the property has none. Called on the announcing
+  /// thread, only if an observer asked for values.
   [[nodiscard]] virtual std::optional<Value> valueForKey(std::string_view key) const = 0;
 
   /// Called before an observer of the key is added, on its thread.
@@ -186,7 +186,7 @@ class KeyValueObserving {
     std::vector<std::shared_ptr<Observer>> joined_;
   };
 
-  // What is said between will and did, to whom, and by which thread.
+  // An announced change that is not finished: its thread, its old value and its observers.
   struct Pair {
     std::thread::id thread;
     std::optional<Value> before;
@@ -196,9 +196,9 @@ class KeyValueObserving {
   struct Property {
     const std::shared_ptr<detail::ObserverList> observers =
         std::make_shared<detail::ObserverList>();
-    std::atomic<unsigned> wanted{0};  // options that any observer ever asked for
+    std::atomic<unsigned> wanted{0};  // all options that observers ever asked for
     std::mutex mutex;
-    std::vector<Pair> pairs;  // the innermost of each thread last
+    std::vector<Pair> pairs;  // in the order in which they began
 
     Options wantedOptions() const noexcept {
       return static_cast<Options>(wanted.load(std::memory_order_relaxed));
@@ -211,7 +211,7 @@ class KeyValueObserving {
       for (auto& pair : pairs) pair.audience.join(observer);
     }
 
-    /// The observers as they are now; more may join the pair until its end.
+    /// The observers registered now; more may join the pair until it ends.
     Audience begin(std::optional<Value> before) {
       const std::lock_guard lock(mutex);
       const Audience audience(*observers);

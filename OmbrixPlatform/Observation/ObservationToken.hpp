@@ -12,8 +12,8 @@ class Observation {
  public:
   virtual ~Observation() = default;
 
-  /// Ends the observation; called once. Returns when no call of the handler runs any more, other
-  /// than calls further up this thread's own stack.
+  /// Ends the observation; called once. Returns when no call of the handler is running, except
+  /// calls further up this thread's own stack.
   virtual void cancel() noexcept = 0;
 };
 
@@ -21,11 +21,11 @@ class Observation {
 
 /// Keeps an observation alive; destroying it ends the observation.
 ///
-/// After the destructor (or `cancel`) has returned no later call of the handler starts on any
-/// thread, a call that was running on another thread has ended, and what the handler captured is
-/// gone. Destroying a token inside its own handler does not deadlock; the captures then live until
-/// that call returns. So do not destroy a token while holding a lock that its handler takes, nor
-/// let two handlers on two threads end each other.
+/// After the destructor (or `cancel`) has returned, no later call of the handler starts on any
+/// thread, calls on other threads have ended, and the handler's captures are destroyed. Destroying
+/// a token inside its own handler does not deadlock; the captures then live until that call
+/// returns. Do not destroy a token while holding a lock that its handler takes, and do not let two
+/// handlers on two threads end each other.
 ///
 /// A token may be destroyed on any thread and may outlive what it observes.
 class [[nodiscard]] ObservationToken {
@@ -43,12 +43,12 @@ class [[nodiscard]] ObservationToken {
   }
   ~ObservationToken() { cancel(); }
 
-  /// Ends the observation now; nothing happens the second time.
+  /// Ends the observation now; a second call does nothing.
   void cancel() noexcept {
     if (const auto observation = std::move(observation_)) observation->cancel();
   }
 
-  /// Lets the observation last as long as what it observes; the token becomes empty.
+  /// Keeps the observation for the lifetime of its subject; the token becomes empty.
   void detach() noexcept { observation_.reset(); }
 
   /// Whether the token still holds an observation.

@@ -33,7 +33,7 @@ void Observer::cancel() noexcept {
     releaseHandler();
     return;
   }
-  // A call on this thread ends only after this function: wait for the others.
+  // A call on this thread ends only after this function: waits for the others.
   const auto own = ObserverCall::depthOnThisThread(*this);
   for (;;) {
     const auto state = state_.load(std::memory_order_acquire);
@@ -71,7 +71,7 @@ ObserverList::Round::Round(ObserverList& list) {
 }
 
 ObserverList::Round::~Round() {
-  // Pairs with the load in entriesToChange: what the round read comes before a change in place.
+  // Pairs with the load in entriesToChange: the round's reads happen before a change in place.
   entries_->rounds.fetch_sub(1, std::memory_order_release);
 }
 

@@ -9,7 +9,7 @@
 
 #include "OmbrixPlatform/Observation/ObservationToken.hpp"
 
-/// The part of `Signal` that does not depend on its arguments. Use `Signal`, not this.
+/// The part of `Signal` that does not depend on its arguments. Use `Signal` instead.
 namespace ombrix::platform::detail {
 
 class ObserverList;
@@ -38,7 +38,7 @@ class Observer : public Observation {
   std::atomic<std::uint32_t> state_{0};  // running calls, kCancelled, kReleased
 };
 
-/// The scope of one call of an observer's handler; false when the observer was cancelled before.
+/// The scope of one call of an observer's handler; false when the observer is cancelled already.
 class ObserverCall {
  public:
   explicit ObserverCall(Observer& observer) noexcept;
@@ -59,9 +59,9 @@ class ObserverCall {
 
 /// Observers in the order of their registration. Any thread.
 ///
-/// A round walks the entries it found at its start without a lock. Entries are changed in place
-/// while no round walks them and copied otherwise, so adding and cancelling cost amortised
-/// constant time, also with many thousands of observers.
+/// A round walks the entries that it found at its start, without a lock. Entries are changed in
+/// place while no round walks them and copied otherwise, so adding and cancelling take amortised
+/// constant time even with many thousands of observers.
 class ObserverList : public std::enable_shared_from_this<ObserverList> {
  private:
   struct Entries {
@@ -89,7 +89,7 @@ class ObserverList : public std::enable_shared_from_this<ObserverList> {
 
   void add(const std::shared_ptr<Observer>& observer);
 
-  /// Counts an observer that was cancelled; entries are cleared out when half of them are dead.
+  /// Counts a cancelled observer; entries are removed once half of them are dead.
   void noteCancelled();
 
   [[nodiscard]] bool empty() const noexcept { return live_.load(std::memory_order_acquire) == 0; }

@@ -19,17 +19,17 @@ namespace ombrix::platform {
 ///     renamed.send("new");
 ///
 /// Guarantees:
-/// - Handlers run one after the other in the order of connection, on the thread that sends, with
-///   no lock held. Sends on several threads may run one handler on several threads at once.
-/// - Connecting and ending connections are legal at any time, also inside a handler. A handler
-///   that is connected during a round is called from the next round on; one that is ended during
-///   a round and has not run yet is skipped.
+/// - Handlers run one after the other in the order of connection, on the thread that sends, without
+///   a lock. Several threads that send at once may run one handler at the same time.
+/// - Handlers may be connected and ended at any time, also inside a handler. A handler that is
+///   connected during a round is first called in the next round; a handler that is ended during a
+///   round before its turn is skipped.
 /// - Ending a connection: see `ObservationToken`.
 /// - A handler must not throw: an exception that leaves it stops the program with its text.
 ///
 /// A signal costs one pointer until the first handler is connected. It may be destroyed inside one
-/// of its handlers; the round then still reaches the handlers that are left. Arguments that are
-/// passed by value are copied for each handler.
+/// of its handlers; the round still reaches the remaining handlers. Arguments that are passed by
+/// value are copied for each handler.
 template <class... Args>
 class Signal {
   static_assert((!std::is_rvalue_reference_v<Args> && ...), "several handlers share an argument");
@@ -75,7 +75,7 @@ class Signal {
     Handler handler;
   };
 
-  /// Owns itself until the signal lets it go, so that one atomic pointer is the whole signal.
+  /// Owns itself until the signal releases it, so that the signal is a single atomic pointer.
   struct List final : detail::ObserverList {
     std::shared_ptr<List> self;
   };

@@ -11,7 +11,7 @@ namespace ombrix::platform {
 
 /// Cancels something when it is destroyed; move-only. Any thread.
 ///
-/// Cancelling does not wait for a call under way on another thread, so it may be done under a lock
+/// Cancelling does not wait for a call in progress on another thread, so it is safe under a lock
 /// that the handlers take.
 class AnyCancellable {
  public:

@@ -19,7 +19,7 @@ namespace ombrix::platform {
 template <class Output, class Failure>
 class AnyPublisher;
 
-/// What `handleEvents` calls on the way; each may be left out.
+/// The handlers that `handleEvents` calls; each is optional.
 template <class Output, class Failure>
 struct EventHandlers {
   std::function<void()> receiveSubscription = nullptr;
@@ -30,7 +30,7 @@ struct EventHandlers {
 };
 
 /// The operators, for every publisher type that derives from it with its own type, output and
-/// failure. Handlers run on whatever thread the source delivers on, until `receiveOn`.
+/// failure. Handlers run on the thread on which the source delivers, until `receiveOn`.
 template <class Self, class OutputType, class FailureType>
 class PublisherOperators {
  public:
@@ -42,7 +42,7 @@ class PublisherOperators {
     return AnyPublisher<Output, Failure>(self());
   }
 
-  /// Each value through a function.
+  /// Passes each value through a function.
   template <class Transform>
   [[nodiscard]] auto map(Transform transform) const {
     using Result = std::remove_cvref_t<std::invoke_result_t<const Transform&, const Output&>>;
@@ -50,7 +50,7 @@ class PublisherOperators {
         std::move(transform));
   }
 
-  /// Each value through a function that may throw: then the publisher fails with the exception.
+  /// Passes each value through a function; if that throws, the publisher fails with the exception.
   template <class Transform>
   [[nodiscard]] auto tryMap(Transform transform) const {
     using Result = std::remove_cvref_t<std::invoke_result_t<const Transform&, const Output&>>;
@@ -58,7 +58,7 @@ class PublisherOperators {
                 detail::TryMapSubscriber<Output, Result, Failure, Transform>>(std::move(transform));
   }
 
-  /// The failure through a function.
+  /// Passes the failure through a function.
   template <class Transform>
   [[nodiscard]] auto mapError(Transform transform) const {
     using Result = std::remove_cvref_t<std::invoke_result_t<const Transform&, const Failure&>>;
@@ -71,7 +71,7 @@ class PublisherOperators {
     return wrap<Output, Failure, detail::ReceiveOnSubscriber<Output, Failure>>(std::move(executor));
   }
 
-  /// Calls handlers as things pass by.
+  /// Calls the handlers as events pass through.
   [[nodiscard]] AnyPublisher<Output, Failure> handleEvents(
       EventHandlers<Output, Failure> handlers) const {
     using Handlers = EventHandlers<Output, Failure>;
@@ -80,8 +80,8 @@ class PublisherOperators {
   }
 
   /// Subscribes with unlimited demand. The handlers are called until the result is cancelled or
-  /// destroyed; nothing sent after that is delivered, but a call that is on its way on another
-  /// thread may still begin. They are released at the end, and when the source is gone without one.
+  /// destroyed; nothing sent after that is delivered, but a call in progress on another thread may
+  /// still begin. They are released at completion, or when the source is destroyed before it.
   [[nodiscard]] AnyCancellable sink(
       std::type_identity_t<std::function<void(const Completion<Failure>&)>> receiveCompletion,
       std::type_identity_t<std::function<void(const Output&)>> receiveValue) const {
@@ -89,7 +89,7 @@ class PublisherOperators {
         typename detail::Sink<Output, Failure>::Handlers{std::move(receiveCompletion),
                                                          std::move(receiveValue)});
     self().receive(sink);
-    // The source keeps the subscriber: when it lets go, the handlers and what they hold are gone.
+    // The source owns the subscriber: releasing it destroys the handlers and their captures.
     return AnyCancellable([weak = std::weak_ptr(sink)] {
       if (const auto strong = weak.lock()) strong->cancel();
     });
@@ -113,7 +113,7 @@ class PublisherOperators {
   const Self& self() const { return static_cast<const Self&>(*this); }
 };
 
-/// A publisher whose kind is hidden. Cheap to copy. Any thread.
+/// A type-erased publisher. Cheap to copy. Any thread.
 template <class Output, class Failure>
 class AnyPublisher final
     : public PublisherOperators<AnyPublisher<Output, Failure>, Output, Failure> {
@@ -127,7 +127,7 @@ class AnyPublisher final
           source.receive(std::move(subscriber));
         })) {}
 
-  /// A publisher made of the function that serves each new subscriber.
+  /// Makes a publisher from the function that serves each new subscriber.
   static AnyPublisher subscribingWith(std::function<void(AnySubscriber)> subscribe) {
     AnyPublisher publisher;
     publisher.subscribe_ =

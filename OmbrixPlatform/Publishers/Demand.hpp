@@ -6,7 +6,7 @@
 
 namespace ombrix::platform {
 
-/// How many values a subscriber is ready to take; unlimited once it was unlimited.
+/// How many values a subscriber is ready to take; once unlimited, it stays unlimited.
 class Demand {
  public:
   /// A number of values, 0 or more.
@@ -20,7 +20,7 @@ class Demand {
   [[nodiscard]] constexpr bool isNone() const { return count_ == 0; }
   [[nodiscard]] constexpr bool isUnlimited() const { return count_ == kUnlimited; }
 
-  /// Adds up, ending at unlimited instead of overflowing.
+  /// Adds the other demand; becomes unlimited instead of overflowing.
   constexpr Demand& operator+=(Demand other) {
     count_ = count_ > kUnlimited - other.count_ ? kUnlimited : count_ + other.count_;
     return *this;

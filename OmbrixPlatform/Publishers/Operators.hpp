@@ -14,11 +14,11 @@
 /// The subscribers between a source and the subscriber of an operator.
 namespace ombrix::platform::detail {
 
-/// A subscription of something that is over already.
+/// A subscription that has already ended.
 std::shared_ptr<Subscription> emptySubscription();
 
-/// The subscription that an operator hands on. It does not keep the operator alive, which its
-/// source does: so everything down to the last subscriber goes when the source releases it.
+/// The subscription that an operator passes on. Only the source keeps the operator alive: when the
+/// source releases it, the whole chain down to the last subscriber is destroyed.
 template <class Operator>
 class OperatorSubscription final : public Subscription {
  public:
@@ -216,7 +216,7 @@ class OnceSubscription final : public Subscription {
     }
     if (!downstream) return;
     downstream->receiveValue(value_);
-    // Taking the value may have cancelled it.
+    // Receiving the value may have cancelled the subscription.
     if (take()) downstream->receiveCompletion(Completion<Failure>::finished());
   }
   void cancel() override { take(); }

@@ -14,7 +14,7 @@ struct Never {
   Never() = delete;
 };
 
-/// The output of a publisher that only tells that something happened.
+/// The output of a publisher that only reports that something happened.
 using Void = std::tuple<>;
 
 /// How a publisher ended: finished, or with a failure.
@@ -26,7 +26,7 @@ class Completion {
 
   [[nodiscard]] bool isFinished() const { return !failure_.has_value(); }
 
-  /// The failure, when it is one.
+  /// The failure, if it ended with one.
   [[nodiscard]] const std::optional<Failure>& failure() const { return failure_; }
 
  private:
@@ -40,11 +40,11 @@ class Subscription {
  public:
   virtual ~Subscription() = default;
 
-  /// Asks for more values, at least one.
+  /// Requests more values, at least one.
   virtual void request(Demand demand) = 0;
 
-  /// Ends the delivery: nothing that is sent after it returns is delivered. A call that has begun
-  /// on another thread may still be running.
+  /// Ends the delivery: nothing sent after it returns is delivered. A call that began on another
+  /// thread may still be running.
   virtual void cancel() = 0;
 };
 
@@ -63,8 +63,8 @@ class Subscriber {
   virtual void receiveCompletion(const Completion<Failure>& completion) = 0;
 };
 
-/// Something that delivers values to subscribers. A publisher is a value that is cheap to copy;
-/// copies stand for the same source.
+/// A source that delivers values to subscribers. A publisher is a value that is cheap to copy;
+/// copies share one source.
 template <class T>
 concept Publisher =
     requires(const T& publisher,

@@ -13,7 +13,7 @@
 
 namespace ombrix::platform::detail {
 
-/// Passes everything to the downstream in jobs of an executor; one job serves all that waits.
+/// Passes everything downstream in jobs of an executor; one job delivers all that is waiting.
 template <class Output, class Failure>
 class ReceiveOnSubscriber final
     : public Subscriber<Output, Failure>,
@@ -55,7 +55,7 @@ class ReceiveOnSubscriber final
     if (upstream) upstream->cancel();
   }
 
-  /// A job: delivers what waits.
+  /// The job: delivers what is waiting.
   void run() {
     std::vector<Event> batch;
     {
@@ -73,7 +73,7 @@ class ReceiveOnSubscriber final
     executor_->post(OwedJob(this->shared_from_this()));
   }
 
-  /// The executor is not going to run the job: nobody downstream can be reached any more.
+  /// The executor will not run the job: the downstream can no longer be reached.
   void drop() { cancel(); }
 
  private:

@@ -13,8 +13,8 @@
 
 namespace ombrix::platform::detail {
 
-/// The subscriber behind `sink`: unlimited demand, two closures. Both are let go at the end: by the
-/// completion itself, or with this object, which its source releases when it is cancelled.
+/// The subscriber behind `sink`: unlimited demand, two closures. Both are released by the
+/// completion, or with this object, which its source releases when it is cancelled.
 template <class Output, class Failure>
 class Sink final : public Subscriber<Output, Failure> {
  public:
@@ -52,7 +52,7 @@ class Sink final : public Subscriber<Output, Failure> {
       callOut("a receiver of completions", [&] { handlers_.receiveCompletion(completion); });
     }
     takeSubscription();
-    handlers_ = {};  // by the one thread that delivers
+    handlers_ = {};  // only one thread delivers
   }
 
   void cancel() {
@@ -66,7 +66,7 @@ class Sink final : public Subscriber<Output, Failure> {
     return std::exchange(subscription_, nullptr);
   }
 
-  Handlers handlers_;  // used by the one thread that delivers
+  Handlers handlers_;  // used only by the thread that delivers
   std::atomic<bool> isOver_{false};
   FutexLock mutex_;
   std::shared_ptr<Subscription> subscription_;

@@ -18,7 +18,7 @@ namespace ombrix::platform::detail {
 template <class Output, class Failure>
 class SubjectConduit;
 
-/// What a subject shares with its subscriptions.
+/// The state that a subject shares with its subscriptions.
 template <class Output, class Failure>
 struct SubjectCore {
   explicit SubjectCore(std::optional<Output> first)
@@ -27,10 +27,10 @@ struct SubjectCore {
   const bool keepsLatest;
   mutable FutexLock mutex;  // guards what follows, and its subscriptions; never held calling out
   std::optional<Output> latest;
-  std::list<std::shared_ptr<SubjectConduit<Output, Failure>>> conduits;  // in order
+  std::list<std::shared_ptr<SubjectConduit<Output, Failure>>> conduits;  // in order of subscribing
 };
 
-/// Whom one value goes to. Guarded by the lock as long as it has claims.
+/// The subscriptions that one value goes to. Guarded by the lock while it has claims.
 template <class Output, class Failure>
 struct SubjectRound {
   using Conduit = SubjectConduit<Output, Failure>;
@@ -46,7 +46,7 @@ struct SubjectRound {
     conduit->round = nullptr;
     conduit->next = nullptr;
   }
-  /// The next one of those claimed, which from now on is served; null behind the last one.
+  /// Takes the next claimed subscription and marks it as served; null after the last one.
   Conduit* beginNext() {
     Conduit* const conduit = first;
     if (conduit) {
@@ -57,9 +57,9 @@ struct SubjectRound {
   }
 
   const Output* value = nullptr;
-  Conduit* first = nullptr;  // those that its sender is going to serve
+  Conduit* first = nullptr;  // those that its sender will serve
   Conduit* last = nullptr;
-  std::vector<std::shared_ptr<Conduit>> busy;  // those that others may be serving
+  std::vector<std::shared_ptr<Conduit>> busy;  // those that other calls may be serving
   std::exception_ptr failure;                  // the first one
 };
 
@@ -75,7 +75,7 @@ class SubjectConduit final : public Subscription,
   SubjectConduit(std::shared_ptr<Core> subject, AnySubscriber downstream)
       : subject_(std::move(subject)), downstream_(std::move(downstream)) {}
 
-  /// With the lock held: enters the round if there is demand.
+  /// Called with the lock held: enters the round if there is demand.
   void offer(Round& to) {
     if (demand_.isNone()) {
       owesValue = subject_->keepsLatest;
@@ -85,15 +85,15 @@ class SubjectConduit final : public Subscription,
       to.claim(this);
     } else {
       takeOverClaim();
-      willServe(to);  // whoever serves it just now may leave it to this sender
+      willServe(to);  // the call that serves it now may leave the value to this sender
       waiting_.push_back(*to.value);
     }
     demand_.takeOne();
     owesValue = false;
   }
 
-  /// With the lock held: the subscriber, which is served no longer. Who serves it just now keeps
-  /// it, and this, until then.
+  /// Called with the lock held: ends the delivery and returns the subscriber. If a call serves it
+  /// now, that call keeps the subscriber and this object alive instead.
   AnySubscriber release() {
     isOver_ = true;
     isListed_ = false;
@@ -102,15 +102,15 @@ class SubjectConduit final : public Subscription,
     return isServed ? nullptr : std::move(downstream_);
   }
 
-  /// With the lock held.
+  /// Called with the lock held.
   void end(const Completion<Failure>& completion) {
     isListed_ = false;
     completion_ = completion;
     if (isServed || round) kept_ = this->shared_from_this();
   }
 
-  /// By the sender whose claim it was: its value, then what has come meanwhile. Gives the next
-  /// one of the round, which it begins in the same hold of the lock.
+  /// Called by the sender that claimed it: delivers the sender's value, then those that arrived
+  /// meanwhile. Returns the round's next subscription, already marked as served.
   SubjectConduit* deliver(Round& own) noexcept {
     Demand more = Demand::none();
     if (!isOver_.load(std::memory_order_relaxed)) more = pass(*own.value, own.failure);
@@ -119,27 +119,27 @@ class SubjectConduit final : public Subscription,
     return drain(lock, 1, own.failure, &own);
   }
 
-  /// Delivers what waits, unless another call does already.
+  /// Delivers what is waiting, unless another call is already delivering.
   ///
-  /// @param failure Takes the first exception of the subscriber.
-  /// @param isSender For a value that it has offered.
+  /// @param failure Receives the subscriber's first exception.
+  /// @param isSender Whether the caller is a sender that offered a value.
   void serve(std::exception_ptr& failure, bool isSender = false) {
     std::unique_lock lock(subject_->mutex);
     if (isSender) --senders_;
     if (isServed) return;
     if (round) {
-      if (waiting_.empty() && !completion_) return;  // the value comes with its sender
+      if (waiting_.empty() && !completion_) return;  // its sender delivers the value
       try {
         takeOverClaim();
       } catch (...) {
-        return;  // no memory: its sender brings it, and what waits behind it
+        return;  // out of memory: its sender delivers it and what follows
       }
     }
     isServed = true;
     drain(lock, 0, failure);
   }
 
-  /// The subscriber has its subscription: from now on values may follow.
+  /// The subscriber has received its subscription: from now on values may be delivered.
   void opened() {
     std::exception_ptr failure;
     {
@@ -176,16 +176,16 @@ class SubjectConduit final : public Subscription,
     released = release();
   }
 
-  bool owesValue = false;  // the current value was not delivered for want of demand
+  bool owesValue = false;  // the current value was not delivered for lack of demand
   typename std::list<std::shared_ptr<SubjectConduit>>::iterator position;
-  bool isServed = true;    // at first until the subscriber was given this subscription
-  Round* round = nullptr;  // of the sender who has claimed it and has not yet come to it
+  bool isServed = true;    // at first, until the subscriber has this subscription
+  Round* round = nullptr;  // of the sender that claimed but has not reached it
   SubjectConduit* previous = nullptr;
   SubjectConduit* next = nullptr;
 
  private:
-  // With the lock held: the value that a sender has not yet come to deliver is the first of those
-  // that wait. That sender, too, serves it at its end.
+  // Called with the lock held: moves the value of a sender that has not reached it yet to the front
+  // of the waiting ones. That sender serves it at its end, too.
   void takeOverClaim() {
     if (!round) return;
     willServe(*round);
@@ -198,7 +198,7 @@ class SubjectConduit final : public Subscription,
     ++senders_;
   }
 
-  // Keeps the first exception: one that left a round half done would lose the values of others.
+  // Keeps the first exception: one thrown out of a round would lose the values of others.
   static void guarded(std::exception_ptr& failure, auto&& closure) noexcept {
     try {
       closure();
@@ -223,7 +223,7 @@ class SubjectConduit final : public Subscription,
     });
   }
 
-  // With the lock held, which it gives back, by whoever serves it. It may be gone afterwards.
+  // Called with the lock held by the call that serves it; unlocks. It may be destroyed afterwards.
   SubjectConduit* drain(std::unique_lock<FutexLock>& lock, std::size_t delivered,
                         std::exception_ptr& failure, Round* own = nullptr) noexcept {
     AnySubscriber released;
@@ -239,8 +239,8 @@ class SubjectConduit final : public Subscription,
     return following;
   }
 
-  // After a turn of so many values it leaves the rest to a sender, if there is one: a sender that
-  // never pauses serves itself.
+  // After `kValuesPerTurn` values, leaves the rest to a waiting sender, if there is one: a sender
+  // that never pauses then serves its own values.
   void drainWaiting(std::unique_lock<FutexLock>& lock, std::size_t delivered,
                     std::exception_ptr& failure) {
     std::vector<Output> batch;
@@ -271,14 +271,14 @@ class SubjectConduit final : public Subscription,
   static constexpr std::size_t kValuesPerTurn = 64;
 
   const std::shared_ptr<Core> subject_;
-  std::size_t senders_ = 0;   // that have offered a value and are going to serve
-  AnySubscriber downstream_;  // left alone by all others while it is served
+  std::size_t senders_ = 0;   // those that offered a value and will serve
+  AnySubscriber downstream_;  // used only by the call that serves it
   Demand demand_ = Demand::none();
   std::vector<Output> waiting_;
   std::optional<Completion<Failure>> completion_;
-  std::shared_ptr<SubjectConduit> kept_;  // itself, when only who serves it keeps it
+  std::shared_ptr<SubjectConduit> kept_;  // itself, while only the serving call holds it
   bool isListed_ = true;
-  std::atomic<bool> isOver_{false};  // cancelled, completed, or its subject is gone
+  std::atomic<bool> isOver_{false};  // cancelled, completed, or its subject was destroyed
 };
 
 }  // namespace ombrix::platform::detail

@@ -15,13 +15,13 @@
 
 namespace ombrix::platform::detail {
 
-/// What both subjects share: the subscriptions, in order, and how they are served.
+/// The shared part of both subjects: the subscriptions, in order, and how values reach them.
 ///
-/// One lock guards it all and is never held while calling out. What each subscription gets is
-/// decided under the lock, so that all subscribers see one order. A sender claims the subscriptions
-/// that nobody serves and serves them, one after the other, with its own value; for the others it
-/// leaves a copy with whoever serves them. Another sender takes over a claim that was not yet come
-/// to: a slow subscriber holds up nobody but its own sender.
+/// One lock guards it all and is never held while calling out. The lock covers the decision which
+/// values each subscription gets, so that all subscribers see one order. A sender claims the idle
+/// subscriptions and delivers its value to them one after the other; for the others it leaves a
+/// copy with the call that is delivering. Another sender takes over a claim that has not been
+/// reached yet: a slow subscriber holds up only the sender that delivers to it.
 template <class Output, class Failure>
 class SubjectState final : public SubjectCore<Output, Failure>,
                            public std::enable_shared_from_this<SubjectState<Output, Failure>> {
@@ -61,11 +61,11 @@ class SubjectState final : public SubjectCore<Output, Failure>,
     }
   }
 
-  /// @param value None sends the latest one again.
+  /// @param value Empty to send the latest one again.
   /// @param taken Called under the lock, once the value is the latest.
   template <std::invocable Taken = NoCall>
   void send(std::optional<Output> value, Taken taken = {}) {
-    std::optional<Output> kept;  // then the one before it, which goes outside the lock
+    std::optional<Output> kept;  // afterwards the previous value, destroyed without the lock
     if (keepsLatest && value) kept.emplace(*value);
     SubjectRound<Output, Failure> round;
     Conduit* conduit = nullptr;
@@ -78,7 +78,7 @@ class SubjectState final : public SubjectCore<Output, Failure>,
       round.value = &*value;
       try {
         for (const auto& each : conduits) each->offer(round);
-      } catch (...) {  // no memory for a copy: those that come after this one miss the value
+      } catch (...) {  // out of memory for a copy: the remaining subscribers miss the value
         round.failure = std::current_exception();
       }
       conduit = round.beginNext();
@@ -102,7 +102,7 @@ class SubjectState final : public SubjectCore<Output, Failure>,
     if (failure) std::rethrow_exception(failure);
   }
 
-  /// Nobody can send any more: releases all subscribers, who may hold on to this state.
+  /// No sender is left: releases all subscribers, which may hold on to this state.
   void close() {
     std::list<std::shared_ptr<Conduit>> released;
     std::vector<AnySubscriber> subscribers;
@@ -116,7 +116,7 @@ class SubjectState final : public SubjectCore<Output, Failure>,
     return *latest;
   }
 
-  /// The state behind the handles of a subject; closed when the last of these goes.
+  /// The state behind the handles of a subject; closed when the last handle is destroyed.
   template <class... Value>
   static std::shared_ptr<SubjectState> make(Value&&... value) {
     const auto state = std::make_shared<SubjectState>(std::forward<Value>(value)...);

@@ -5,7 +5,7 @@
 
 namespace ombrix::platform {
 
-/// Sets of characters by what they are, in every script.
+/// Sets of characters by their kind, in every script.
 enum class CharacterSet {
   letters,                 ///< Category L.
   decimalDigits,           ///< Category Nd.
@@ -14,7 +14,7 @@ enum class CharacterSet {
 
 bool contains(CharacterSet set, char32_t character) noexcept;
 
-/// The text without such characters at both ends. Any thread.
+/// Removes such characters from both ends. Any thread.
 std::string trimmingCharacters(std::string_view text, CharacterSet set);
 
 }  // namespace ombrix::platform

@@ -20,11 +20,11 @@
 namespace ombrix::platform {
 namespace {
 
-constexpr double kMaximumSecondsFrom1970 = 8.64e12;  // what ICU's calendars can tell
+constexpr double kMaximumSecondsFrom1970 = 8.64e12;  // the range of ICU's calendars
 constexpr std::int64_t kMicrosecondsPerSecond = 1'000'000;
 constexpr int kMillisecondDigits = 3;
 
-/// The fraction of a second in a pattern: how many digits it asks for, and whether everything else
+/// The fraction of a second in a pattern: its number of digits, and whether the rest of the text
 /// stays the same for a whole second.
 struct Fraction {
   int digits = 0;
@@ -49,14 +49,14 @@ Fraction fractionIn(std::string_view pattern) {
   return fraction;
 }
 
-// ICU divides by ten once per fraction digit behind the third, in 32 bits: with more digits than
-// these it reads a wrong date, and with many more it divides by zero.
+// ICU divides by ten once per fraction digit after the third, in 32 bits: with more digits than
+// this it reads a wrong date, and with many more it divides by zero.
 constexpr int kMaximumFractionDigits = 12;
 constexpr int kMaximumDigitsInARow = 31;
 constexpr std::size_t kMaximumTextBytes = 1000;
 
-/// How many digits may follow each other in a text of this pattern. Number fields without anything
-/// between them ("yyyyMMddHHmmssSSS") need more than one fraction.
+/// The longest run of digits in a text of this pattern. Number fields without anything between them
+/// ("yyyyMMddHHmmssSSS") need more than one fraction.
 int digitsInARowIn(std::string_view pattern) {
   int most = 0;
   int others = 0;
@@ -89,8 +89,8 @@ bool hasLongerNumber(const icu::UnicodeString& text, int digits) {
   return false;
 }
 
-/// The text of one second by one formatter, with the place where the fraction goes; the fraction
-/// itself is that of the last call.
+/// The text of one second by one formatter, with the place of the fraction; the fraction itself is
+/// left over from the last call.
 struct SecondText {
   std::uint64_t formatter = 0;
   std::int64_t second = 0;
@@ -146,7 +146,7 @@ struct DateFormatter::Backing {
     format->adoptTimeZone(new icu::SimpleTimeZone(offset, "local"));
   }
 
-  /// Puts the milliseconds where the text of their second has its fraction.
+  /// Writes the milliseconds at the place of the fraction.
   void putFraction(SecondText& text, int milliseconds) const noexcept {
     char* at = text.text.data() + text.fractionBegin;
     const int places = std::min(fraction.digits, kMillisecondDigits);
@@ -156,7 +156,7 @@ struct DateFormatter::Backing {
     }
   }
 
-  /// What ICU writes, and where in it the fraction stands (an empty range where it does not).
+  /// The text that ICU writes, and the range of the fraction in it (empty if there is none).
   std::string formatted(std::int64_t milliseconds, std::size_t& begin, std::size_t& end) {
     icu::UnicodeString text;
     icu::FieldPosition position(UDAT_FRACTIONAL_SECOND_FIELD);
@@ -200,7 +200,7 @@ DateFormatter::DateFormatter(std::string_view dateFormat, const Locale& locale,
     std::string bytes;
     symbols.getConstDigitSymbol(digit).toUTF8String(bytes);
     auto& kept = backing_->digits[static_cast<std::size_t>(digit)];
-    // Digits of one script take the same number of bytes; were it otherwise, nothing is kept.
+    // Digits of one script take the same number of bytes; if they did not, nothing is cached.
     if (bytes.size() > kept.size() || (digit > 0 && bytes.size() != backing_->digitBytes)) {
       backing_->fraction.isCacheable = false;
       break;
@@ -233,7 +233,7 @@ std::string DateFormatter::stringFrom(Date date) const {
 void DateFormatter::appendTo(std::string& text, Date date) const {
   const double seconds = timeIntervalSince1970(date);
   if (!(std::abs(seconds) <= kMaximumSecondsFrom1970)) return;
-  // The double nearest to a decimal millisecond may lie below it: round to the microsecond first.
+  // The double nearest to a decimal millisecond may lie below it: rounds to the microsecond first.
   const auto microseconds =
       static_cast<std::int64_t>(std::floor(seconds * double{kMicrosecondsPerSecond} + 0.5));
   auto second = microseconds / kMicrosecondsPerSecond;

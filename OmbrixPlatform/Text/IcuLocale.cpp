@@ -19,14 +19,14 @@ std::string canonicalIdentifier(std::string_view identifier) {
   }
   const auto locale = icu::Locale::createCanonical(std::string(identifier).c_str());
   const std::string_view language = locale.isBogus() ? "" : locale.getLanguage();
-  // ICU passes on what is no language code; those have 2 to 8 letters.
+  // ICU passes on invalid language codes; valid ones have 2 to 8 letters.
   const bool isCode = language.size() >= 2 && language.size() <= 8 &&
                       std::ranges::all_of(language, [](char c) { return c >= 'a' && c <= 'z'; });
   return isCode ? locale.getName() : std::string(kDefaultIdentifier);
 }
 
-/// The locale of a value such as "sr_RS.UTF-8@latin": the encoding says nothing about it, and of
-/// the modifiers only those that name a script do.
+/// The locale of a value such as "sr_RS.UTF-8@latin": ignores the encoding and all modifiers but
+/// those that name a script.
 Locale localeFromEnvironment(std::string_view value) {
   const auto modifierBegin = std::min(value.find('@'), value.size());
   const std::string_view modifier = value.substr(modifierBegin);

@@ -30,7 +30,7 @@ std::string lowercased(std::string text) {
   icu::UnicodeString small;
   for (std::int32_t i = 0; i < characters.length(); i = characters.moveIndex32(i, 1)) {
     const UChar32 character = characters.char32At(i);
-    // The one capital whose small form is two code points: an i with its dot.
+    // The only capital whose lower-case form is two code points: an I with a dot.
     if (character == 0x0130) {
       small.append(u"i\u0307", 2);
     } else {

@@ -4,11 +4,11 @@
 
 namespace ombrix::platform {
 
-/// The text in capitals, by the rules that hold without a language: "Fuß" gives "FUSS". Any thread.
+/// The text in capitals, by language-independent rules: "Fuß" gives "FUSS". Any thread.
 std::string uppercased(std::string text);
 
-/// The text in small letters, character by character, by the rules that hold without a language.
-/// Any thread.
+/// The text in lower case, character by character, by language-independent rules. Any
+/// thread.
 std::string lowercased(std::string text);
 
 }  // namespace ombrix::platform

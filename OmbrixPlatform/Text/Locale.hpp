@@ -12,41 +12,41 @@ namespace ombrix::platform {
 /// A language and region by which text is written and measured. A value: any thread may read it.
 class Locale {
  public:
-  /// @param identifier As in "en_GB" or "en-GB"; empty, "C", "POSIX" and what names no locale at
-  ///   all mean "en_US".
+  /// @param identifier For example "en_GB" or "en-GB"; empty, "C", "POSIX" and texts that name no
+  /// locale mean "en_US".
   explicit Locale(std::string_view identifier);
 
   /// The locale of the current user, from the service in `services().locale`. Any thread.
   static Locale current();
 
-  /// As in "en_US", "sr_Latn_RS" or "de".
+  /// For example "en_US", "sr_Latn_RS" or "de".
   [[nodiscard]] const std::string& identifier() const noexcept { return identifier_; }
 
-  /// As in "en-US" (BCP 47).
+  /// For example "en-US" (BCP 47).
   [[nodiscard]] std::string languageTag() const;
 
-  /// As in "en".
+  /// For example "en".
   [[nodiscard]] std::string languageCode() const;
 
-  /// As in "US"; empty when the locale names no region.
+  /// For example "US"; empty when the locale names no region.
   [[nodiscard]] std::string regionCode() const;
 
-  /// The same language and region with another locale's way of measuring.
+  /// The same language and region with another locale's system of measurement.
   [[nodiscard]] Locale measuringAs(const Locale& other) const;
 
-  /// The locale by which is measured: this one's own identifier, unless another one was given.
+  /// The identifier that decides how to measure: its own, unless another one was set.
   [[nodiscard]] const std::string& measurementIdentifier() const noexcept {
     return measurementIdentifier_.empty() ? identifier_ : measurementIdentifier_;
   }
 
-  /// Whether lengths are measured in metres there: everywhere but in the United States and Liberia.
+  /// Whether its region measures lengths in metres: all but the United States and Liberia do.
   [[nodiscard]] bool usesMetricSystem() const;
 
   friend bool operator==(const Locale&, const Locale&) = default;
 
  private:
   std::string identifier_;
-  std::string measurementIdentifier_;  // empty for the same
+  std::string measurementIdentifier_;  // empty for its own
 };
 
 /// Knows the current user's locale and languages. All operations may be called from any thread.
@@ -56,27 +56,27 @@ class LocaleService {
 
   [[nodiscard]] virtual Locale current() const = 0;
 
-  /// The tags of the languages the user reads, the best one first, as in "en-GB".
+  /// The tags of the languages the user reads, the best one first, for example "en-GB".
   [[nodiscard]] virtual std::vector<std::string> preferredLanguages() const = 0;
 
-  /// For the host to call when the user has changed the locale or the languages: looks them up
-  /// again, then sends `currentLocaleDidChange` on the calling thread.
+  /// The host calls it after the user has changed the locale or the languages: reads them again,
+  /// then sends `currentLocaleDidChange` on the calling thread.
   void localeDidChange() {
     reload();
     currentLocaleDidChange.send();
   }
 
-  /// Sent after a change, when `current` gives the new locale already.
+  /// Sent after a change, when `current` already returns the new locale.
   Signal<> currentLocaleDidChange;
 
  protected:
   virtual void reload() = 0;
 };
 
-/// The locale that the environment names in LC_ALL, LC_MESSAGES or LANG, measuring as
-/// LC_MEASUREMENT says where that is set and LC_ALL is not, and the languages in LANGUAGE
-/// (separated by ":"), else the locale's own. The environment is read when the service is made and
-/// in `localeDidChange`.
+/// Takes the locale from LC_ALL, LC_MESSAGES or LANG, its measurement system from LC_MEASUREMENT
+/// if that is set and LC_ALL is not, and the languages from LANGUAGE (separated by ":"),
+/// otherwise from the locale. The environment is read when the service is made and in
+/// `localeDidChange`.
 std::shared_ptr<LocaleService> makeSystemLocaleService();
 
 }  // namespace ombrix::platform

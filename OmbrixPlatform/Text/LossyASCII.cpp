@@ -9,7 +9,7 @@
 namespace ombrix::platform {
 namespace {
 
-/// What the letters without a decomposition are written as; empty for none.
+/// The replacement for letters without a decomposition; empty for none.
 std::string_view replacementFor(UChar32 character) noexcept {
   switch (character) {
     case 0xC6:

@@ -69,7 +69,7 @@ const NSAttributedString::Run& NSAttributedString::runAt(std::size_t index) cons
   return runs_[indexOfRunAt(index)];
 }
 
-// Makes a run begin at the location and gives its index; the number of runs at the text's end.
+// Makes a run begin at the location and returns its index; the number of runs at the text's end.
 std::size_t NSAttributedString::split(std::size_t location) {
   if (location == length()) return runs_.size();
   const std::size_t index = indexOfRunAt(location);
@@ -81,7 +81,7 @@ std::size_t NSAttributedString::split(std::size_t location) {
   return index + 1;
 }
 
-// Joins equal neighbours among the runs from one before `first` to `last`, if there is one.
+// Joins equal neighbours among the runs from the one before `first` (if any) to `last`.
 void NSAttributedString::joinNeighbours(std::size_t first, std::size_t last) {
   for (std::size_t i = std::min(last, runs_.size() - 1); i > 0 && i >= first; --i) {
     if (!areEqual(runs_[i - 1].attributes, runs_[i].attributes)) continue;

@@ -15,13 +15,13 @@
 
 namespace ombrix::platform {
 
-/// A text whose stretches carry attributes such as a font and a colour. Indexed in UTF-16 units.
+/// A text whose ranges carry attributes such as a font and a colour. Indexed in UTF-16 units.
 ///
-/// A value: a constant one may be read from any thread; one that is being changed belongs to one
-/// thread.
+/// A value: any thread may read a constant one; only one thread may use one that is being
+/// changed.
 class NSAttributedString {
  public:
-  /// The name of an attribute; made of a literal.
+  /// The name of an attribute; made from a literal.
   class Key {
    public:
     consteval explicit Key(const char* name) : name_(name) {}
@@ -41,13 +41,13 @@ class NSAttributedString {
   /// The value of an attribute: a font, a colour, a number or a text.
   using Value = std::variant<UIFont, UIColor, double, std::string>;
 
-  /// Attributes by key, each key once. Two are equal whatever order they were set in.
+  /// Attributes by key, each key once. Equality ignores the order in which they were set.
   class Attributes {
    public:
     using Entry = std::pair<Key, Value>;
 
     Attributes() = default;
-    /// The last value wins where a key stands twice.
+    /// The last value wins when a key occurs twice.
     Attributes(std::initializer_list<Entry> entries);
 
     void set(Key key, Value value);
@@ -74,14 +74,14 @@ class NSAttributedString {
   };
   using SharedAttributes = std::shared_ptr<const Attributes>;
 
-  /// A longest stretch of equal attributes.
+  /// A maximal range of equal attributes.
   struct Run {
     NSRange range;
     SharedAttributes attributes;  ///< Never null.
   };
 
   NSAttributedString() = default;
-  /// A text with the same attributes everywhere. Bytes that are not UTF-8 become U+FFFD.
+  /// A text with the same attributes everywhere. Invalid bytes become U+FFFD.
   explicit NSAttributedString(std::string_view text, Attributes attributes = {});
   /// @param attributes Not null.
   NSAttributedString(std::u16string text, SharedAttributes attributes);
@@ -89,25 +89,25 @@ class NSAttributedString {
   [[nodiscard]] const std::u16string& utf16() const noexcept { return text_; }
   [[nodiscard]] std::size_t length() const noexcept { return text_.size(); }
 
-  /// The text in UTF-8, a lone surrogate as U+FFFD.
+  /// The text in UTF-8; a lone surrogate becomes U+FFFD.
   [[nodiscard]] std::string string() const;
 
-  /// The runs in order; together they cover the text, without gaps, and no two neighbours are
-  /// equal.
+  /// The runs in order; together they cover the whole text, and neighbouring runs always
+  /// differ.
   [[nodiscard]] std::span<const Run> runs() const noexcept { return runs_; }
 
-  /// The run that holds a unit of the text; stops the program beyond its end.
+  /// The run that contains the index; stops the program at or beyond the end of the text.
   [[nodiscard]] const Run& runAt(std::size_t index) const;
 
-  /// Gives a stretch exactly these attributes; stops the program when it does not lie inside the
-  /// text. An empty stretch changes nothing.
+  /// Sets exactly these attributes on a range; stops the program when the range does not lie inside
+  /// the text. An empty range changes nothing.
   /// @param attributes Not null.
   void setAttributes(SharedAttributes attributes, NSRange range);
   void setAttributes(Attributes attributes, NSRange range) {
     setAttributes(std::make_shared<const Attributes>(std::move(attributes)), range);
   }
 
-  /// Takes an attribute away from a stretch; as above.
+  /// Removes an attribute from a range, under the same conditions.
   void removeAttribute(Key key, NSRange range);
 
   friend bool operator==(const NSAttributedString& a, const NSAttributedString& b) noexcept;

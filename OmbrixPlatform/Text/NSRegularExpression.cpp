@@ -30,7 +30,7 @@ void NSRegularExpression::enumerateMatches(
   UErrorCode status = U_ZERO_ERROR;
   const char16_t* units = text.data();
   const icu::UnicodeString subject(false, units, static_cast<std::int32_t>(text.size()));
-  // A matcher belongs to one thread; the pattern does not.
+  // A matcher belongs to one thread; the compiled pattern is shared.
   const std::unique_ptr<icu::RegexMatcher> matcher(compiled_->pattern->matcher(subject, status));
   if (U_FAILURE(status)) return;
   matcher->region(static_cast<std::int64_t>(range.location), static_cast<std::int64_t>(range.end()),

@@ -11,15 +11,15 @@
 
 namespace ombrix::platform {
 
-/// A pattern that is not a regular expression.
+/// Thrown for a pattern that is not a regular expression.
 class RegularExpressionError : public Error {
  public:
   using Error::Error;
 };
 
-/// A match: the whole of it and its groups.
+/// A match: its whole range and its groups.
 struct NSTextCheckingResult {
-  /// The whole match first, then each group. A group that took no part has the location
+  /// The whole match first, then each group. A group that did not take part has the location
   /// `NSNotFound` and the length 0.
   std::vector<NSRange> ranges;
 };

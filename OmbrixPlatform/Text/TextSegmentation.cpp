@@ -19,8 +19,8 @@ struct CodePointRange {
   char32_t last;
 };
 
-// Code points that neither join their neighbours nor have another canonical form, as long as a text
-// holds no others. A text of these needs no library; everything else goes to ICU.
+// Code points that neither join their neighbours nor have another canonical form, in a text that
+// holds only such code points. These texts need no library; all others go to ICU.
 constexpr CodePointRange kSimple[] = {
     {0x0000, 0x000C}, {0x000E, 0x02FF},  // Latin, without CR
     {0x0388, 0x03FF},                    // Greek
@@ -61,7 +61,7 @@ icu::UnicodeString composed(std::string_view text) {
 bool bytesAreCharacters(std::string_view text) noexcept {
   constexpr std::uint64_t kEachByte = 0x0101'0101'0101'0101U;
   constexpr std::uint64_t kHighBits = kEachByte * 0x80;
-  // High bits of bytes beyond ASCII and of carriage returns; without either nothing borrows.
+  // The high bits of non-ASCII bytes and of carriage returns; without either, nothing borrows.
   const auto marks = [](std::uint64_t word) {
     return (word | ((word ^ kEachByte * '\r') - kEachByte)) & kHighBits;
   };

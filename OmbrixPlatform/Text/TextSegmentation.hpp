@@ -8,14 +8,14 @@
 
 namespace ombrix::platform {
 
-/// Whether each byte of a text is a user-perceived character of its own: ASCII without carriage
+/// Whether each byte of a text is one user-perceived character: true for ASCII without carriage
 /// returns, since CR LF is one character. Any thread.
 bool bytesAreCharacters(std::string_view text) noexcept;
 
 /// The user-perceived characters of a text: extended grapheme clusters of Unicode's annex 29, each
 /// in its canonically composed form, so that equivalent characters have equal bytes.
 ///
-/// Bytes that are not UTF-8 count as U+FFFD. Immutable; reading is safe on any thread.
+/// Invalid bytes count as U+FFFD. Immutable; any thread may read it.
 class TextCharacters {
  public:
   explicit TextCharacters(std::string_view text);

@@ -2,7 +2,7 @@
 
 namespace ombrix::platform {
 
-/// A colour in sRGB; every part from 0 to 1.
+/// A colour in sRGB; each component from 0 to 1.
 struct UIColor {
   double red = 0;
   double green = 0;

@@ -6,9 +6,9 @@
 
 namespace ombrix::platform {
 
-/// What a font is apart from its size.
+/// The properties of a font except its size.
 struct UIFontDescriptor {
-  std::string name;  ///< Family and face, as in "Inter Semibold".
+  std::string name;  ///< Family and face, such as "Inter Semibold".
   bool isBold = false;
   bool isItalic = false;
 

@@ -7,7 +7,7 @@
 namespace ombrix::platform {
 
 std::u16string utf16From(std::string_view utf8) {
-  // Value texts are short and often ASCII, where every byte is a unit.
+  // Most values are short ASCII texts, where every byte is a unit.
   if (detail::isAscii(utf8)) return {utf8.begin(), utf8.end()};
   const auto text =
       icu::UnicodeString::fromUTF8({utf8.data(), static_cast<std::int32_t>(utf8.size())});

@@ -6,14 +6,14 @@
 
 namespace ombrix::platform {
 
-/// A text in UTF-16; bytes that are not UTF-8 become U+FFFD. Any thread.
+/// Converts UTF-8 to UTF-16; invalid bytes become U+FFFD. Any thread.
 std::u16string utf16From(std::string_view utf8);
 
-/// A text in UTF-8; a lone surrogate becomes U+FFFD. Any thread.
+/// Converts UTF-16 to UTF-8; a lone surrogate becomes U+FFFD. Any thread.
 std::string utf8From(std::u16string_view utf16);
 
-/// The code point at an index inside the text, which moves behind it; a lone surrogate stands for
-/// itself.
+/// Returns the code point at an index inside the text and moves the index past it; a lone surrogate
+/// is returned as it is.
 constexpr char32_t nextCodePoint(std::u16string_view text, std::size_t& index) noexcept {
   const char16_t unit = text[index++];
   if (unit < 0xD800 || unit > 0xDBFF || index == text.size()) return unit;

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-// Characters of ASCII, whatever the locale; every other byte stands for itself. Any thread.
+// ASCII characters, whatever the locale; other bytes stay as they are. Any thread.
 
 namespace ombrix::platform {
 

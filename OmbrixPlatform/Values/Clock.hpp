@@ -7,12 +7,12 @@
 
 namespace ombrix::platform {
 
-/// The two clocks of the process, behind one interface so that tests can set them. Any thread.
+/// The two clocks of the process, behind an interface so that tests can set them. Any thread.
 class Clock {
  public:
   virtual ~Clock() = default;
 
-  /// Wall-clock time; may go back when the user or the network sets it.
+  /// Wall-clock time; may jump back when the user or the network sets it.
   [[nodiscard]] virtual Date now() const = 0;
 
   /// Time that never goes back, for deadlines and intervals.

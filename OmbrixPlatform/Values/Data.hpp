@@ -8,7 +8,7 @@
 
 namespace ombrix::platform {
 
-/// An owned block of bytes. Functions take `std::span<const std::byte>` and give `Data`.
+/// An owned block of bytes. Functions take `std::span<const std::byte>` and return `Data`.
 using Data = std::vector<std::byte>;
 using DataView = std::span<const std::byte>;
 
@@ -21,7 +21,7 @@ inline Data dataFrom(std::string_view text) {
   return {bytes.begin(), bytes.end()};
 }
 
-/// The bytes seen as text, unchecked; valid as long as the bytes are.
+/// Views the bytes as text, unchecked; valid as long as the bytes are.
 inline std::string_view textOf(DataView bytes) noexcept {
   return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
 }

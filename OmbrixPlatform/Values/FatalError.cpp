@@ -33,7 +33,7 @@ void addFatalErrorHook(void (*hook)() noexcept) noexcept {
 }
 
 void fatalError(std::string_view message, std::source_location location) noexcept {
-  // A hook that fails itself goes straight to the message.
+  // If a hook fails, the message is written at once.
   const bool isFirst = !isStopping.test_and_set();
   if (isFirst) {
     stopsItself = true;
@@ -44,8 +44,8 @@ void fatalError(std::string_view message, std::source_location location) noexcep
   std::fprintf(stderr, "Fatal error: %.*s (%s:%u)\n", static_cast<int>(message.size()),
                message.data(), location.file_name(), static_cast<unsigned>(location.line()));
   std::fflush(stderr);
-  // A second thread would cut the hooks of the first one short; it may hold a lock they need,
-  // though.
+  // Aborting on a second thread would cut off the first one's hooks; it waits only for a limited
+  // time, since it may hold a lock that they need.
   if (!isFirst && !stopsItself) std::this_thread::sleep_for(kLongestFlush);
   std::abort();
 }

@@ -33,7 +33,7 @@ std::uint64_t HashSeed::ofText(std::string_view text) const noexcept {
   for (; left > 16; at += 16, left -= 16) {
     state = folded(load<std::uint64_t>(at) ^ multiplier, load<std::uint64_t>(at + 8) ^ state);
   }
-  // The last 16 bytes or fewer: words that may overlap, every byte in one of them.
+  // The last 16 bytes or fewer: words that may overlap and together hold every byte.
   std::uint64_t first = 0;
   std::uint64_t second = 0;
   if (left >= 8) {

@@ -11,7 +11,7 @@ namespace ombrix::platform {
 /// The result is for hash tables of this process, never for storage. One thread at a time.
 class Hasher {
  public:
-  /// Feeds a value that `std::hash` knows.
+  /// Adds a value that `std::hash` supports.
   template <class Value>
   constexpr void combine(const Value& value) noexcept(noexcept(std::hash<Value>{}(value))) {
     // A multiply-xorshift round, since std::hash of an integer is the integer itself.
@@ -19,7 +19,7 @@ class Hasher {
     state_ ^= state_ >> 32;
   }
 
-  /// The hash of everything fed so far.
+  /// The hash of all values added so far.
   [[nodiscard]] constexpr std::size_t finalize() const noexcept {
     const std::uint64_t mixed = (state_ ^ (state_ >> 29)) * kMultiplier;
     return static_cast<std::size_t>(mixed ^ (mixed >> 32));

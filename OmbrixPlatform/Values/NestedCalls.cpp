@@ -6,7 +6,7 @@
 namespace ombrix::platform::detail {
 namespace {
 
-// A plain pointer: the destructors of other thread-local objects may still let things go.
+// A plain pointer: destructors of other thread-local objects may still make such calls.
 constinit thread_local std::list<std::move_only_function<void()>>* waiting = nullptr;
 
 }  // namespace
@@ -22,7 +22,7 @@ void NestedCalls::makeThosePutOff() noexcept {
   while (!waiting->empty()) {
     Job call = std::move(waiting->front());
     waiting->pop_front();
-    if (call) call();  // else there was no memory for it, and it was made at once
+    if (call) call();  // empty if there was no memory to postpone it: it ran at once
   }
   --depth_;
   delete std::exchange(waiting, nullptr);

@@ -6,12 +6,12 @@
 
 namespace ombrix::platform::detail {
 
-/// Calls that lead to others of their kind: what is let go lets go of what it held, a stream that
-/// ends ends the one behind it. The stack does not grow with them: inside many others, a call is
-/// put off until the innermost of those has returned.
+/// Runs calls that trigger others of their kind (a destroyed object releases more objects, a stream
+/// that ends also ends the next one) without growing the stack: beyond a fixed depth, a call is
+/// postponed until the outer calls have returned.
 class NestedCalls {
  public:
-  /// @param call Must not throw; what it captured goes with it.
+  /// @param call Must not throw; destroyed with its captures after it ran.
   template <class Call>
   static void make(Call call) noexcept {
     if (depth_ >= kDeepest && putOff(call)) return;
@@ -35,7 +35,7 @@ class NestedCalls {
       place = Job(std::move(call));
       return true;
     } catch (const std::bad_alloc&) {
-      return false;  // then the stack has to do
+      return false;  // then it uses the stack
     }
   }
   static Job& makePlace();

@@ -29,7 +29,7 @@ constexpr auto rawValue(E value) noexcept {
   }
 }
 
-/// The enumerator of a raw value, or nothing for a value that names none.
+/// The enumerator with a raw value; empty when there is none.
 template <class E, class Raw>
   requires HasRawValueTable<E>
 constexpr std::optional<E> fromRawValue(const Raw& raw) noexcept {

@@ -8,22 +8,22 @@
 
 namespace ombrix::platform {
 
-/// Bytes that never change, which copies share: a body on its way from hand to hand is in memory
-/// once. A value; any thread.
+/// Immutable bytes that copies share: a body that passes through many hands is in memory once. A
+/// value; any thread.
 class SharedData {
  public:
   /// No bytes.
   SharedData() = default;
 
-  /// Takes the bytes over. Implicit: wherever shared bytes are wanted, bytes will do.
+  /// Takes over the bytes. Implicit, so that `Data` can be passed where shared bytes are expected.
   SharedData(Data bytes)
       : bytes_(bytes.empty() ? nullptr : std::make_shared<const Data>(std::move(bytes))) {}
 
-  /// Shares bytes that others hold already; null for none.
+  /// Shares bytes that already have an owner; null for none.
   explicit SharedData(std::shared_ptr<const Data> bytes) noexcept : bytes_(std::move(bytes)) {}
 
-  /// The bytes, to read; who makes `Data` of them gets a copy of their own. Valid as long as one of
-  /// the sharing objects is.
+  /// The bytes, to read; making `Data` of them copies them. Valid as long as any of the sharing
+  /// objects exists.
   [[nodiscard]] const Data& bytes() const noexcept {
     static const Data& nothing = *new Data;
     return bytes_ ? *bytes_ : nothing;

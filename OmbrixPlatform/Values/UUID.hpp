@@ -14,10 +14,10 @@ namespace ombrix::platform {
 /// A universally unique identifier (RFC 4122). A value: any thread may read it.
 class UUID {
  public:
-  /// A fresh one (version 4), from the system's random source. Any thread.
+  /// Makes a new one (version 4) from the system's random source. Any thread.
   static UUID random();
 
-  /// Reads "E621E1F8-C36C-495A-93FC-0C247A3E6E5F", in capitals or not; nothing for other text.
+  /// Reads "E621E1F8-C36C-495A-93FC-0C247A3E6E5F" in either case; empty for any other text.
   static std::optional<UUID> parse(std::string_view text) noexcept;
 
   explicit constexpr UUID(const std::array<std::uint8_t, 16>& bytes) noexcept : bytes_(bytes) {}
@@ -40,7 +40,7 @@ class UUID {
 template <>
 struct std::hash<ombrix::platform::UUID> {
   std::size_t operator()(const ombrix::platform::UUID& uuid) const noexcept {
-    // The bytes are random already, but for the six bits that name version and variant.
+    // The bytes are random already, except the six bits that hold the version and the variant.
     std::uint64_t halves[2];
     std::memcpy(halves, uuid.bytes().data(), sizeof halves);
     return static_cast<std::size_t>(halves[0] ^ halves[1]);

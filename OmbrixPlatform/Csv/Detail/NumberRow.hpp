@@ -1,12 +1,12 @@
 #pragma once
 
-// Private: rows of plain numbers, read from bytes.
+// Private: reads rows of plain numbers from bytes.
 
 #include <span>
 
 namespace ombrix::platform::detail {
 
-/// Where a row may lie.
+/// The text to scan for a row, and the bytes around it that may be loaded.
 struct NumberRowText {
   const char* begin;          ///< The row's first byte.
   const char* end;            ///< Behind the last byte of text; the row must end before.
@@ -16,11 +16,11 @@ struct NumberRowText {
 };
 
 /// Reads a row of exactly `numbers.size()` plain numbers with its line end.
-/// @return the byte behind the line end; null when the row is not plain, not complete or too close
-///         to the end of the readable bytes
+/// @return the byte after the line end; null when the row is not plain, not complete or too close
+/// to the end of the readable bytes
 const char* scanNumberRowPortable(const NumberRowText& text, std::span<double> numbers) noexcept;
 
-/// The same answers or null more often; needs a processor with SSE4.1.
+/// Same results, but returns null more often; needs a processor with SSE4.1.
 const char* scanNumberRowSse41(const NumberRowText& text, std::span<double> numbers) noexcept;
 
 using NumberRowScanner = const char* (*)(const NumberRowText&, std::span<double>) noexcept;

@@ -27,8 +27,8 @@ constexpr std::array<WidthNames, 3> kWidthNames{{{UNUM_UNIT_WIDTH_NARROW, ULISTF
                                                  {UNUM_UNIT_WIDTH_SHORT, ULISTFMT_WIDTH_SHORT},
                                                  {UNUM_UNIT_WIDTH_FULL_NAME, ULISTFMT_WIDTH_WIDE}}};
 
-/// What the locale's clock writes between minutes and seconds: what stands between the digits
-/// of 5:07. Most locales use a colon, some a full stop.
+/// The locale's clock separator between minutes and seconds: the text between the digits of 5:07.
+/// Most locales use a colon, some a full stop.
 icu::UnicodeString clockSeparator(const icu::Locale& locale, UErrorCode& status) {
   icu::MeasureFormat format(locale, UMEASFMT_WIDTH_NUMERIC, status);
   if (U_FAILURE(status)) return {};

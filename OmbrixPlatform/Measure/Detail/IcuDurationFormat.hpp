@@ -21,26 +21,26 @@ inline constexpr std::size_t kDurationUnitCount = 4;
 /// Wide enough for the sum of four 64-bit parts in seconds.
 __extension__ typedef __int128 Int128;
 
-/// A part of a span: an index into those units, and how many of it.
+/// A part of a time span: an index into those units, and an amount.
 struct DurationPart {
   std::size_t unit;
   Int128 amount;
 };
 
-/// The ICU objects that write spans of time in one locale: a formatter for every unit and width,
-/// the list patterns and the clock's separator. Made once per process and locale. Any thread.
+/// The ICU objects that write time spans in one locale: a formatter for every unit and width, the
+/// list patterns and the clock's separator. Created once per process and locale. Any thread.
 class IcuDurationFormat {
  public:
   enum class Width { narrow, abbreviated, wide };
 
-  /// The one for a locale, made on first use; null when ICU cannot make it.
+  /// The instance for a locale, created on first use; null when ICU cannot create it.
   static std::shared_ptr<const IcuDurationFormat> shared(const Locale& locale);
 
   /// "1h 2m": every part with its label, joined as the locale joins units.
   [[nodiscard]] std::optional<std::string> labelled(std::span<const DurationPart> parts,
                                                     Width width) const;
 
-  /// "1:02:05": neighbouring parts up to hours, all but the first with two digits. One part is a
+  /// "1:02:05": adjacent parts up to hours, all but the first with two digits. A single part is a
   /// plain number.
   [[nodiscard]] std::optional<std::string> positional(std::span<const DurationPart> parts) const;
 

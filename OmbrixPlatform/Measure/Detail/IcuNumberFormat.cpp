@@ -14,8 +14,8 @@ namespace {
 
 using Settings = NSNumberFormatter::Settings;
 
-// Far more than a process shows at a time; beyond it the cache starts afresh, and formatters in
-// use keep their tables.
+// Far more than a process uses; beyond it the cache is cleared, and formatters in use keep their
+// tables.
 constexpr std::size_t kMaximumCachedFormats = 128;
 
 icu::UnicodeString unicode(std::string_view text) {
@@ -56,7 +56,7 @@ std::shared_ptr<const IcuNumberFormat> make(const Settings& settings) {
 
   decimal->setMinimumFractionDigits(settings.minimumFractionDigits);
   decimal->setMaximumFractionDigits(settings.maximumFractionDigits);
-  // As the locale groups: Spanish leaves 1036 as it is and writes 12.345.
+  // Follows the locale's minimum grouping: Spanish writes 1036 but 12.345.
   decimal->setMinimumGroupingDigits(UNUM_MINIMUM_GROUPING_DIGITS_AUTO);
   decimal->setRoundingMode(icuRoundingMode(settings.roundingMode));
   if (!settings.positiveSuffix.empty()) {
@@ -66,7 +66,7 @@ std::shared_ptr<const IcuNumberFormat> make(const Settings& settings) {
 
   const auto* plain = decimal->toNumberFormatter(status);
   if (U_FAILURE(status) || plain == nullptr) return {};
-  // What rounds to zero is zero, without a sign.
+  // A number that rounds to zero has no sign.
   auto formatter = plain->sign(UNUM_SIGN_NEGATIVE);
   return std::make_shared<const IcuNumberFormat>(std::move(decimal), std::move(formatter));
 }
@@ -122,7 +122,7 @@ std::optional<double> IcuNumberFormat::parse(std::string_view text) const {
 std::optional<std::string> text(const icu::number::LocalizedNumberFormatter& formatter,
                                 double number) {
   UErrorCode status = U_ZERO_ERROR;
-  // Named, since its text would dangle when it was taken from a temporary.
+  // A named variable: the text of a temporary would dangle.
   const icu::number::FormattedNumber formatted = formatter.formatDouble(number, status);
   const icu::UnicodeString characters = formatted.toTempString(status);
   if (U_FAILURE(status)) return std::nullopt;
@@ -144,8 +144,8 @@ std::optional<std::string> textAround(const icu::number::LocalizedNumberFormatte
     end = std::max(end, field.getLimit());
   }
   if (U_FAILURE(status) || begin >= end) return std::nullopt;
-  // Direction marks around a sign are the number's own, though they belong to none of its fields;
-  // those of the pattern stay.
+  // Direction marks around the sign belong to the number, though to none of its fields; those of
+  // the pattern stay.
   const auto isMark = [](char16_t c) { return c == 0x061C || c == 0x200E || c == 0x200F; };
   const icu::UnicodeString inserted = unicode(replacement);
   for (std::int32_t i = 0; begin > 0 && isMark(inserted.charAt(i)); ++i) {

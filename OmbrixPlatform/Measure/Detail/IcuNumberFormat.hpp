@@ -21,14 +21,14 @@ struct IcuUnitFormat {
   icu::number::LocalizedNumberFormatter formatter;
 };
 
-/// The ICU objects behind one set of number settings: the plain formatter, and one more for every
-/// unit and width that was asked for. They are costly to make and to warm up (a copy starts cold),
-/// so they are made once per process and shared by reference. Any thread.
+/// The ICU objects behind one set of number settings: the plain formatter, and one for every unit
+/// and width that was requested. They are slow to create and to warm up (a copy starts cold), so
+/// each is created once per process and shared by reference. Any thread.
 class IcuNumberFormat {
  public:
   using Formatter = icu::number::LocalizedNumberFormatter;
 
-  /// The one for these settings, made on first use; null when ICU cannot make it.
+  /// The instance for these settings, created on first use; null when ICU cannot create it.
   static std::shared_ptr<const IcuNumberFormat> shared(const NSNumberFormatter::Settings& settings);
 
   /// Use `shared`.
@@ -37,14 +37,14 @@ class IcuNumberFormat {
 
   [[nodiscard]] const Formatter& formatter() const noexcept { return plain_; }
 
-  /// The formatter for a unit that locale data names, or null for an unknown name. It lives as
-  /// long as this object.
+  /// The formatter for a unit that locale data names; null for an unknown name. Valid as long as
+  /// this object.
   const IcuUnitFormat* unitFormat(std::string_view unit, UNumberUnitWidth width) const;
 
   [[nodiscard]] std::optional<double> parse(std::string_view text) const;
 
  private:
-  // The formatters refer to tables inside `decimal_`, which therefore lives as long as they do.
+  // The formatters refer to tables inside `decimal_`, so it must live as long as they do.
   std::unique_ptr<icu::DecimalFormat> decimal_;
   const Formatter plain_;
   mutable Mutex unitFormatsMutex_;
@@ -56,9 +56,9 @@ class IcuNumberFormat {
 std::optional<std::string> text(const icu::number::LocalizedNumberFormatter& formatter,
                                 double number);
 
-/// What the formatter writes for one number with another number's text in its place; nothing where
-/// it writes no number at all.
-/// @param suffix What the formatter puts behind positive numbers, which goes with them.
+/// Formats one number and replaces its digits by the text of another one; empty when the formatter
+/// writes no number at all.
+/// @param suffix The suffix of positive numbers, which is replaced with the digits.
 std::optional<std::string> textAround(const icu::number::LocalizedNumberFormatter& formatter,
                                       double number, std::string_view replacement,
                                       std::string_view suffix);

@@ -8,7 +8,7 @@
 
 namespace ombrix::platform::detail {
 
-/// Where the kernel shows memory pressure; tests put files of their own there.
+/// The kernel files that report memory pressure; tests pass their own.
 struct MemoryPressureFiles {
   std::string pressureStall = "/proc/pressure/memory";
   std::string ownControlGroups = "/proc/self/cgroup";
@@ -20,12 +20,12 @@ class MemoryPressure {
  public:
   enum class Kind : std::uint8_t { pressureStall, groupEvents, groupPressureLevel };
 
-  /// Opens the first of the kinds that is there, in the order above.
+  /// Opens the first available kind, in the order above.
   static std::optional<MemoryPressure> open(const MemoryPressureFiles& files = {});
 
   [[nodiscard]] Kind kind() const noexcept { return kind_; }
 
-  /// Blocks until memory runs short: true; false when `stop` became readable, or the source failed.
+  /// Blocks until memory runs short: true; false when `stop` becomes readable or the source fails.
   bool wait(int stop);
 
  private:
@@ -38,7 +38,7 @@ class MemoryPressure {
 
   Kind kind_;
   Descriptor watched_;
-  Descriptor level_;          // of a pressure level: must stay open
+  Descriptor level_;          // for a pressure level: must stay open
   std::uint64_t events_ = 0;  // counted so far
 };
 

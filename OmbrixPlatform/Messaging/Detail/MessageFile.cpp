@@ -70,7 +70,7 @@ std::optional<std::string> identifierOfMessageFile(std::string_view fileName) {
     identifier += static_cast<char>(byte);
     rest.remove_prefix(3);
   }
-  // Names that are spelled in another way than ours are not ours.
+  // Ignores names that are spelled differently from ours.
   if (messageFileName(identifier) != fileName) return std::nullopt;
   return identifier;
 }

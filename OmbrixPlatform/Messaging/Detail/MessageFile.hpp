@@ -10,7 +10,7 @@
 
 namespace ombrix::platform::detail {
 
-/// Tells one message from all others, also from those of the same content.
+/// Identifies a message, even among messages with the same content.
 struct MessageId {
   std::string sender;       ///< A process.
   std::int64_t number = 0;  ///< Counts the messages of the sender.
@@ -18,7 +18,7 @@ struct MessageId {
   friend bool operator==(const MessageId&, const MessageId&) = default;
 };
 
-/// What the file of a message holds: a property list of "sender", "number" and "message".
+/// The content of a message file: a property list of "sender", "number" and "message".
 struct Message {
   MessageId id;
   PropertyList content;
@@ -26,17 +26,17 @@ struct Message {
   friend bool operator==(const Message&, const Message&) = default;
 };
 
-/// Throws `PropertyListError` for a content that no property list can hold.
+/// Throws `PropertyListError` for a content that a property list cannot represent.
 Data encodeMessage(const Message& message);
 
-/// Throws `PropertyListError` for bytes that hold no message, whatever they are.
+/// Throws `PropertyListError` for any bytes that are not a message.
 Message decodeMessage(DataView bytes);
 
-/// The file of an identifier: its letters, digits, "-", "_" and inner "." as they are, all other
-/// bytes as "%" and two hexadecimal digits, and ".message".
+/// The file name of an identifier: its letters, digits, "-", "_" and inner "." unchanged, all other
+/// bytes as "%" and two hexadecimal digits, then ".message".
 std::string messageFileName(std::string_view identifier);
 
-/// The other way round; nothing for a name that no identifier gives.
+/// The identifier of a file name; empty for a name that `messageFileName` never returns.
 std::optional<std::string> identifierOfMessageFile(std::string_view fileName);
 
 }  // namespace ombrix::platform::detail
