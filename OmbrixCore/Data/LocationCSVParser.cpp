@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::string_view kFile = "OmbrixCore/Data/LocationCSVParser";
 
-/// The columns in the order in which they are read.
+/// The columns in the order of reading.
 // Kept: neither the file's order nor the properties'. It says which of several bad fields ends a
 // row; sorting it would change where a debugger or a trace sees that happen, and gain nothing.
 constexpr std::array kReadingOrder = {

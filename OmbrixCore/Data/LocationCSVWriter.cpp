@@ -12,7 +12,7 @@ namespace {
 constexpr platform::TruncatingNumberFormat kSixDecimals{6};
 constexpr platform::TruncatingNumberFormat kOneDecimal{1};
 
-// "5.0,1" of "5.0,10.9" would read as a whole row with another number; "5.0,1?" does not.
+// A torn "5.0,10.9" could end as "5.0,1", a whole row with another number; "5.0,1?" cannot.
 constexpr platform::CSVWriter::Configuration kTrackFormat{
     .delimiter = ',', .newline = "\n", .tornRowEnd = "?"};
 
@@ -30,8 +30,8 @@ std::shared_ptr<platform::OutputStream> appendingStream(const platform::URL& url
 
 LocationCSVWriter::LocationCSVWriter(const platform::URL& url)
     : writer_(appendingStream(url), kTrackFormat) {
-  // Of all characters, only "\r\n" is made of a line break and something else, and that is one,
-  // too: a file's last character begins with a line break exactly when its last scalar is one.
+  // The only character that combines a line break with something else is "\r\n", itself a line
+  // break: a file's last character begins with a line break exactly when its last scalar is one.
   const auto lastScalar = platform::lastScalarOfFile(url.path(), &isLineBreak);
   if (!lastScalar || isLineBreak(*lastScalar)) return;
   writer_.writeNewline();

@@ -6,11 +6,11 @@
 
 namespace ombrix {
 
-/// The version that a bundle is known by to users, as in "4.2"; empty when it says none. Any
+/// The version of a bundle that users see, for example "4.2"; empty when it has none. Any
 /// thread.
 std::string version(const platform::Bundle& bundle);
 
-/// The number of the build that the bundle comes from; empty when it says none. Any thread.
+/// The build number of a bundle; empty when it has none. Any thread.
 std::string build(const platform::Bundle& bundle);
 
 }  // namespace ombrix

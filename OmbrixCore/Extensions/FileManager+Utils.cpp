@@ -21,7 +21,7 @@ platform::Directories& directories() { return platform::services().directories.g
 
 URL ownFolderIn(const URL& folder) { return folder.appendingPathComponent(kFolderName, true); }
 
-/// The product's folder in a folder of the group container's library.
+/// The product's folder inside a library folder of the group container.
 std::optional<URL> ownFolderIn(const std::optional<URL>& container, std::string_view folder) {
   if (!container) return std::nullopt;
   return ownFolderIn(

@@ -8,9 +8,9 @@
 
 namespace ombrix {
 
-/// The file manager with the product's folders. It holds no state: any thread.
+/// The file manager with the product's folders. Stateless: any thread.
 ///
-/// The folders are worked out on every call; asking for one does not make it. All their URLs are
+/// The folders are computed on every call and not created. All their URLs are marked as folders.
 /// marked as folders.
 class FileManager : public platform::FileManager {
  public:
@@ -28,7 +28,7 @@ class FileManager : public platform::FileManager {
   [[nodiscard]] platform::URL library() const;
   [[nodiscard]] platform::URL documents() const;
 
-  /// The app group's folder; nothing where the platform gives none, and then none of the two in it.
+  /// The app group's folder; empty if the platform has none, and then so are the two folders in it.
   [[nodiscard]] std::optional<platform::URL> groupContainer() const;
 
   /// "Library/Application Support/com.brannoway.ombrix" in the group container.
@@ -37,20 +37,20 @@ class FileManager : public platform::FileManager {
   /// "Library/Caches/com.brannoway.ombrix" in the group container.
   [[nodiscard]] std::optional<platform::URL> groupContainerCache() const;
 
-  /// Makes sure that a folder exists: the URL's own when it ends in "/", else the one that holds
-  /// what it names. Folders on the way are made too. A failure is logged.
+  /// Creates a folder if it is missing, with its parents: the URL's own when it ends in "/",
+  /// otherwise the parent folder of what it names. Logs a failure.
   void touch(const platform::URL& url) const;
 
-  /// The same for callers that must not log now: gives the failure back instead; see
+  /// The same for callers that must not log now: returns the failure instead; see
   /// `logTouchFailure`.
   [[nodiscard]] platform::FileResult<void> touchQuietly(const platform::URL& url) const;
   static void logTouchFailure(const platform::FileError& error);
 
-  /// The bytes that a file, or all regular files below a folder, take on the disk.
+  /// The disk space in bytes that a file, or all regular files below a folder, take.
   ///
-  /// Hidden files and folders are not counted, links count nothing. A folder below that cannot be
-  /// read is logged and left out.
-  /// @return The error when nothing is there, or when a file vanishes while the folder is walked.
+  /// Hidden files, hidden folders and links do not count. A subfolder that cannot be read is logged
+  /// and skipped.
+  /// @return The error if the URL does not exist, or if a file vanishes during the walk.
   [[nodiscard]] platform::FileResult<std::uint64_t> allocatedSize(const platform::URL& url) const;
 
  private:

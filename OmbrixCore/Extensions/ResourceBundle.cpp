@@ -12,7 +12,7 @@ constexpr std::string_view kFolderName = "OmbrixCore";
 std::shared_ptr<platform::Bundle> makeResourceBundle() {
   const auto* address = reinterpret_cast<const void*>(&makeResourceBundle);
   const auto folder = platform::Bundle::resourceFolder(kFolderName, address);
-  // Without its resources the library uses the texts compiled in.
+  // If its resources are missing, the library uses the texts compiled in.
   return std::make_shared<platform::Bundle>(folder.value_or(
       platform::services().directories.get().library().appendingPathComponent(kFolderName, true)));
 }

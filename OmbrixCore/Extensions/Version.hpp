@@ -4,7 +4,7 @@
 
 namespace ombrix {
 
-/// The version of this library, as in "0.1.0".
+/// The version of this library, for example "0.1.0".
 std::string_view libraryVersion() noexcept;
 
 }  // namespace ombrix

@@ -8,15 +8,15 @@
 
 namespace ombrix {
 
-/// The kinds of values and the unit styles by name, for command lines and configuration files; in
+/// The kinds of values and the unit styles by name, for command lines and configuration files, in
 /// the order of their raw values. The names are those of the enumerators.
 std::span<const std::pair<std::string_view, OmbrixMeasurementFormatter::MeasurementFormat>>
 measurementFormatNames() noexcept;
 std::span<const std::pair<std::string_view, OmbrixMeasurementFormatter::UnitStyle>>
 unitStyleNames() noexcept;
 
-/// The units in which measurements can be given, by name: their names in Unicode's locale data, as
-/// in "kilometer-per-hour", and "beat-per-minute". Made on first use. Any thread.
+/// The units of measurements by name: their names in Unicode's locale data, such as
+/// "kilometer-per-hour", and "beat-per-minute". Created on first use. Any thread.
 std::span<const std::pair<std::string_view, platform::AnyUnit>> unitNames();
 
 }  // namespace ombrix

@@ -9,30 +9,30 @@
 
 namespace ombrix {
 
-/// The user's unit system: `metricType` of the shared settings, read at each call; empty when there
-/// is none. Any thread.
+/// The user's unit system: `metricType` of the shared settings, read on each call; empty when it is
+/// not set. Any thread.
 std::string unitPreference();
 
-/// Beats per minute, "bpm" in the user's language and in small letters. One shared unit, made on
+/// Beats per minute, with the user's word for "bpm" in lower case. One shared unit, created on
 /// first use. Any thread.
 const platform::NSUnitFrequency& beatsPerMinute();
 
 /// The same unit with its symbol in the language of a locale.
 platform::NSUnitFrequency beatsPerMinute(const platform::Locale& locale);
 
-/// The display unit of a kind of length for a unit system: "miles" means miles, feet and inches;
-/// anything else, "british" too, means kilometers, meters and centimeters. The comparison is exact.
-/// A measurement out of range stops the program. Any thread.
+/// The display unit of a kind of length in a unit system: miles, feet and inches for "miles";
+/// kilometers, meters and centimeters for anything else, including "british". The comparison is
+/// exact. A measurement out of range stops the program. Any thread.
 platform::NSUnitLength localized(SkiMeasurement measurement, std::string_view preference);
 
-/// The same for the current unit system, which is read from the settings at each call.
+/// The same for the current unit system, which is read from the settings on each call.
 platform::NSUnitLength localized(SkiMeasurement measurement);
 
-/// The display unit of speeds, masses, temperatures, energies or frequencies for a unit system.
+/// The display unit of speeds, masses, temperatures, energies or frequencies in a unit system.
 ///
 /// - speed: miles per hour for "miles" and "british", kilometers per hour for anything else;
-/// - mass, temperature, energy: what the current locale prefers for a person's weight, for the
-///   weather and for a workout, whatever the unit system;
+/// - mass, temperature, energy: the unit that the current locale prefers for a person's weight, for
+///   the weather and for a workout, in every unit system;
 /// - frequency: beats per minute.
 /// Any thread.
 template <class Unit>
@@ -49,7 +49,7 @@ platform::NSUnitEnergy localized<platform::NSUnitEnergy>(std::string_view prefer
 template <>
 platform::NSUnitFrequency localized<platform::NSUnitFrequency>(std::string_view preference);
 
-/// The same for the current unit system, which is read from the settings at each call.
+/// The same for the current unit system, which is read from the settings on each call.
 template <class Unit>
 Unit localized() {
   return localized<Unit>(unitPreference());

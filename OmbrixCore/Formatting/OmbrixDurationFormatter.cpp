@@ -13,7 +13,7 @@ OmbrixDurationFormatter OmbrixDurationFormatter::decode(platform::Decoder&) {
 void OmbrixDurationFormatter::configure(const platform::NSDateComponents& components) {
   setZeroFormattingBehavior(ZeroFormattingBehavior::defaultBehavior);
   setUnitsStyle(UnitsStyle::abbreviated);
-  // The hours asked about are those of the components, not of their sum.
+  // Tests the hours of the components, not the hours of their sum.
   if (minimumComponent() == NSCalendarUnit::minute && components.hour.value_or(0) < 1 &&
       distinctMinVsMeters()) {
     setUnitsStyle(UnitsStyle::shortStyle);

@@ -8,14 +8,14 @@ class Decoder;
 
 namespace ombrix {
 
-/// Turns a span of time into labelled text, as in "1H 2M 5S". Where "m" could be read as meters,
-/// text of minutes alone spells the label further out: "50 MIN".
+/// Turns a time span into labelled text such as "1H 2M 5S". Where "m" could be read as meters, text
+/// that shows only minutes has a longer label: "50 MIN".
 class OmbrixDurationFormatter final : public SpanFormatter {
  public:
   explicit OmbrixDurationFormatter(platform::NSCalendarUnit minimumComponent)
       : SpanFormatter(minimumComponent) {}
 
-  /// A formatter whose smallest unit is the second; nothing is read.
+  /// A formatter whose smallest unit is the second; reads nothing from the decoder.
   static OmbrixDurationFormatter decode(platform::Decoder& decoder);
 
  private:

@@ -38,7 +38,7 @@ using Rounding = platform::NSNumberFormatterRoundingMode;
                        "(rawValue: " + std::to_string(raw) + ")'");
 }
 
-/// The unit in which a bare number of a format is taken.
+/// The unit of a bare number in a format.
 AnyUnit inputUnit(Format format) {
   switch (format) {
     case Format::speed:
@@ -82,13 +82,13 @@ NSNumberFormatter roundingDown(Locale locale, int fractionDigits, std::string su
                             .positiveSuffix = std::move(suffix)});
 }
 
-/// Shorthand for thousands.
+/// The abbreviation of thousands.
 std::string thousandsSuffix(const std::optional<Locale>& locale) {
   return localizedString("units.abbreviate_thousands", "k", locale);
 }
 
-/// The unit as a formatter with a locale of its own calls it: the platform names its own units, and
-/// beats per minute have their symbol in the user's language.
+/// The unit as a formatter with its own locale names it: the platform names its own units, and
+/// beats per minute have a symbol per language.
 template <class Unit>
 Unit named(const Unit& unit, const std::optional<Locale>& locale) {
   if constexpr (std::is_same_v<Unit, NSUnitFrequency>) {
@@ -233,8 +233,8 @@ NSMeasurementFormatter& OmbrixMeasurementFormatter::units() {
   return *cached;
 }
 
-/// The formatter for a value in its display unit. Vertical sums in feet are abbreviated, and
-/// divided here to fit; metric ones never are.
+/// The formatter for a value in its display unit. Abbreviates vertical sums in feet, and divides
+/// the value to match; never those in meters.
 template <class Unit>
 NSMeasurementFormatter& OmbrixMeasurementFormatter::formatterFor(const Unit& unit, double& value) {
   if constexpr (std::is_same_v<Unit, NSUnitLength>) {
@@ -296,7 +296,7 @@ std::expected<platform::AnyMeasurement, std::string> OmbrixMeasurementFormatter:
     std::string_view text) {
   auto value = measurements().getObjectValue(text, displayUnit());
   if (value) return value;
-  // The platform's sentence, in the reader's language.
+  // Translates the platform's sentence into the reader's language.
   constexpr std::string_view kPlaceholder = "%@";
   auto sentence =
       localizedString("formatter.not_a_number", "The text “%@” is not a number.", locale_);

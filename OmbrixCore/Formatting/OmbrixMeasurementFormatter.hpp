@@ -17,14 +17,14 @@ class Decoder;
 
 namespace ombrix {
 
-/// Turns one value of a known kind into display text in the user's unit system, which is read from
+/// Turns a value of a known kind into display text in the user's unit system, which is read from
 /// the settings on every call.
 ///
-/// An instance serves one thread at a time. Its inner formatters are costly to build, so each is
-/// made once, on first need; it keeps the locale that was current then, unless one is set.
+/// An instance serves one thread at a time. Its inner formatters are slow to create, so each is
+/// created once, on first use; it keeps the locale that was current then, unless one is set.
 class OmbrixMeasurementFormatter final : public platform::NSFormatter {
  public:
-  /// How much of the unit is written; `valueOnly` is the number alone.
+  /// How much of the unit is written; `valueOnly` writes only the number.
   enum class UnitStyle : int { valueOnly = 0, shortStyle = 1, mediumStyle = 2, longStyle = 3 };
 
   /// The kinds of values.
@@ -47,14 +47,14 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
 
   using Attributes = platform::NSAttributedString::Attributes;
 
-  /// A formatter of speeds with one fraction digit.
+  /// A formatter for speeds with one fraction digit.
   OmbrixMeasurementFormatter() = default;
 
-  /// A formatter of one kind of values: speeds and distances with one fraction digit, all others
-  /// with none.
+  /// A formatter for one kind of value, with one fraction digit for speeds and distances and none
+  /// for all others.
   explicit OmbrixMeasurementFormatter(MeasurementFormat format);
 
-  /// A formatter as the first one; nothing is read.
+  /// A formatter like the default one; reads nothing from the decoder.
   static OmbrixMeasurementFormatter decode(platform::Decoder& decoder);
 
   [[nodiscard]] MeasurementFormat format() const noexcept { return format_; }
@@ -63,41 +63,41 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
   [[nodiscard]] UnitStyle unitStyle() const noexcept { return unitStyle_; }
   void setUnitStyle(UnitStyle style);
 
-  /// The locale to write in, its language for all texts included, which also chooses the units of
-  /// weights and temperatures; when nothing was set, the one that is current when an inner
-  /// formatter is first needed, and the user's languages.
+  /// The locale to write in, which determines the language of all texts and the units of weights
+  /// and temperatures. If none is set: the locale that is current when an inner formatter is first
+  /// used, and the user's languages.
   [[nodiscard]] const std::optional<platform::Locale>& locale() const noexcept { return locale_; }
   void setLocale(std::optional<platform::Locale> locale);
 
-  /// The unit in which a kind of values is shown in a unit system, as in "miles", in the current
-  /// locale or another. A format out of range stops the program. Any thread.
+  /// The display unit of a kind of value in a unit system such as "miles", for the current or
+  /// another locale. A format out of range stops the program. Any thread.
   static platform::AnyUnit localizedUnit(
       MeasurementFormat format, std::string_view preference,
       const std::optional<platform::Locale>& locale = std::nullopt);
 
-  /// The value's text, in capitals unless it is a number alone.
+  /// The value's text, in capitals unless it is only a number.
   ///
-  /// @param object A measurement of the format's dimension, or a number, which is taken in meters
-  ///   per second, meters (depth: centimeters), kilograms, kilocalories, beats per minute, degrees
-  ///   Celsius or degrees.
-  /// @return Nothing for any other object. Large vertical sums in feet are abbreviated: "12.3K FT".
+  /// @param object A measurement of the format's dimension, or a number in meters per second,
+  /// meters (depth: centimeters), kilograms, kilocalories, beats per minute, degrees Celsius or
+  /// degrees.
+  /// @return Empty for any other object. Large vertical sums in feet are abbreviated: "12.3K FT".
   std::optional<std::string> string(const platform::FormatterObject& object) override;
 
-  /// The value's text, styled by the shared value formatter; nothing where `string` has none.
+  /// The value's text, styled by the shared value formatter; empty where `string` is empty.
   std::optional<platform::NSAttributedString> attributedStringWithDefaultAttributes(
       const platform::FormatterObject& object, const Attributes& attributes);
   std::optional<platform::NSAttributedString> attributedStringWithValueAttributes(
       const platform::FormatterObject& object, const Attributes& valueAttributes,
       const Attributes& unitLabelAttributes);
 
-  /// Reads a number as the current locale writes it and gives it in the display unit, or a
-  /// sentence about the text that is not a number.
+  /// Reads a number in the current locale's notation and returns it in the display unit; for a text
+  /// that is not a number, returns a sentence about it.
   std::expected<platform::AnyMeasurement, std::string> getObjectValue(std::string_view text);
 
-  /// The unit alone, as in "km/h"; nothing for temperatures.
+  /// The unit alone, such as "km/h"; empty for temperatures.
   std::optional<std::string> unitLabel();
 
-  /// The same. The unit system is the current one, whatever the argument says.
+  /// The same. Ignores the argument: the unit system is always the current one.
   std::optional<std::string> unitLabel(std::string_view preference);
 
  private:

@@ -8,13 +8,13 @@ class Decoder;
 
 namespace ombrix {
 
-/// Turns a span of time into a clock's read-out, as in "1:02:05".
+/// Turns a time span into the text of a clock, such as "1:02:05".
 class OmbrixTimerFormatter final : public SpanFormatter {
  public:
   explicit OmbrixTimerFormatter(platform::NSCalendarUnit minimumComponent)
       : SpanFormatter(minimumComponent) {}
 
-  /// A formatter whose smallest unit is the second; nothing is read.
+  /// A formatter whose smallest unit is the second; reads nothing from the decoder.
   static OmbrixTimerFormatter decode(platform::Decoder& decoder);
 
   using SpanFormatter::setMinimumComponent;

@@ -26,10 +26,10 @@ bool isUnitCharacter(char32_t character) noexcept {
   return platform::contains(platform::CharacterSet::letters, character);
 }
 
-/// The next stretch of unit characters from an index on; an empty one at the end of the text.
+/// The next range of unit characters from an index on; empty at the end of the text.
 ///
 /// Since both groups of the expression are optional, its matches cover exactly the letters, the
-/// slashes and the percent signs. Looking for these is ten times faster than matching.
+/// slashes and the percent signs. Searching for these is ten times faster than matching.
 NSRange nextUnitRange(std::u16string_view text, std::size_t from) noexcept {
   std::size_t begin = from;
   std::size_t next = from;

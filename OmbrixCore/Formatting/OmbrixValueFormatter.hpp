@@ -13,7 +13,7 @@ class Decoder;
 
 namespace ombrix {
 
-/// Styles an already formatted value text, such as "12.3 KM/H": the number keeps the caller's main
+/// Styles an already formatted value such as "12.3 KM/H": the number keeps the caller's main
 /// attributes; unit letters, slashes and percent signs get a smaller font and, if given, another
 /// colour. The styling operations may be called from any thread.
 class OmbrixValueFormatter final : public platform::NSFormatter {
@@ -21,33 +21,33 @@ class OmbrixValueFormatter final : public platform::NSFormatter {
   using Key = platform::NSAttributedString::Key;
   using Attributes = platform::NSAttributedString::Attributes;
 
-  /// Carry the colour and the font for unit letters inside an ordinary set of attributes.
+  /// Hold the colour and the font for unit letters inside an ordinary set of attributes.
   static constexpr Key SecondaryForegroundColor{"OmbrixSecondaryForegroundColor"};
   static constexpr Key SecondaryFont{"OmbrixSecondaryFont"};
 
   OmbrixValueFormatter();
 
-  /// The same; nothing is read.
+  /// The same; reads nothing from the decoder.
   static OmbrixValueFormatter decode(platform::Decoder& decoder);
 
-  /// The process-wide instance, made on first use. Any thread.
+  /// The process-wide instance, created on first use. Any thread.
   static OmbrixValueFormatter& shared();
 
-  /// What counts as a unit letter: "(\p{L})?([\/%])?", a letter of any script with an optional
-  /// slash or percent sign behind it, each optional. Empty when it does not compile, and then
-  /// nothing is styled.
+  /// The expression for unit characters: "(\p{L})?([\/%])?", an optional letter of any script,
+  /// then an optional slash or percent sign. Empty if it does not compile; then nothing is
+  /// styled.
   [[nodiscard]] const std::optional<platform::NSRegularExpression>& letterRegex() const noexcept {
     return letterRegex_;
   }
 
-  /// A text as it is; nothing for any other object.
+  /// Returns a text unchanged; empty for any other object.
   std::optional<std::string> string(const platform::FormatterObject& object) override;
 
-  /// Styles a text; nothing for any other object.
+  /// Styles a text; empty for any other object.
   ///
-  /// @param attributes For the whole text, without the two secondary keys. Where these are absent,
-  ///   unit letters get the main font at 0.75 of its size and the main colour. Without any
-  ///   attributes the result has none anywhere.
+  /// @param attributes For the whole text, without the two secondary keys. If these are missing,
+  /// unit letters get the main colour, and the main font at 0.75 of its size. Without any
+  /// attributes the result has none either.
   [[nodiscard]] std::optional<platform::NSAttributedString> attributedStringWithDefaultAttributes(
       const platform::FormatterObject& object, const Attributes& attributes) const;
 
@@ -55,8 +55,8 @@ class OmbrixValueFormatter final : public platform::NSFormatter {
   [[nodiscard]] platform::NSAttributedString attributedStringWithDefaultAttributes(
       std::u16string_view text, const Attributes& attributes) const;
 
-  /// Styles a text, with font and colour of the unit letters given apart; other unit-label
-  /// attributes are ignored. Nothing for any other object.
+  /// Styles a text with separate attributes for unit letters, of which only font and colour are
+  /// used. Empty for any other object.
   [[nodiscard]] std::optional<platform::NSAttributedString> attributedStringWithValueAttributes(
       const platform::FormatterObject& object, const Attributes& valueAttributes,
       const Attributes& unitLabelAttributes) const;

@@ -6,7 +6,7 @@
 
 namespace ombrix {
 
-/// The kinds of lengths that are measured on a day of skiing.
+/// The kinds of lengths in a day of skiing.
 enum class SkiMeasurement : int {
   distance = 0,
   altitude = 1,

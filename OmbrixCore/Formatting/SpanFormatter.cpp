@@ -17,10 +17,10 @@ using platform::NSDateComponents;
 
 namespace {
 
-/// The number without its fraction.
+/// The number, truncated.
 std::int64_t truncated(double number) {
   constexpr double kTwoTo63 = 9'223'372'036'854'775'808.0;
-  const bool fits = number >= -kTwoTo63 && number < kTwoTo63;  // false for what is not a number
+  const bool fits = number >= -kTwoTo63 && number < kTwoTo63;  // false for not-a-number
   if (!fits) {
     platform::fatalError("a span of " + std::to_string(number) + " seconds fits no 64-bit integer");
   }

@@ -29,7 +29,7 @@ platform::GeodesicPoint pointOf(const CLLocation& fix) {
   return {fix.coordinate.latitude, fix.coordinate.longitude};
 }
 
-/// `change` per second between two fixes, without its sign; 0 when no time passed or none is known.
+/// Absolute `change` per second between two fixes; 0 when the time between them is 0 or unknown.
 double rate(double change, const CLLocation& to, const CLLocation& from) {
   const double seconds = (to.timestamp - from.timestamp).count();
   const bool timePassed = seconds < 0 || seconds > 0;

@@ -14,7 +14,7 @@ class Encoder;
 namespace ombrix {
 
 /// The coded form of one fix: a dictionary of its coordinate ("lat", "lon"), altitude, accuracies,
-/// speed, course and time. The accuracies of course and speed are not part of it.
+/// speed, course and time. It does not contain the accuracies of course and speed.
 class CLLocationCodableWrapper {
  public:
   /// The keys, in the order in which they are written.
@@ -33,11 +33,11 @@ class CLLocationCodableWrapper {
 
   [[nodiscard]] const CLLocation& location() const noexcept { return location_; }
 
-  /// Writes the keys in order; the first write that fails ends it with the encoder's error.
+  /// Writes the keys in order; stops at the first failure with the encoder's error.
   void encode(platform::Encoder& encoder) const;
 
-  /// Reads the keys in order, all required. Throws the decoder's error for one that is missing or
-  /// holds another type.
+  /// Reads the keys in order; all are required. Throws the decoder's error for one that is missing
+  /// or has another type.
   static CLLocationCodableWrapper decode(platform::Decoder& decoder);
 
  private:

@@ -14,7 +14,7 @@ constexpr double kHalfPi = kPi / 2;
 constexpr double kMicrodegreesPerDegree = 1e6;
 constexpr double kEarthRadiusKilometres = 6371.01;
 
-// Multiplied first, divided second, so that every platform gives the same bits.
+// Multiplies first and divides second, so that every platform computes the same bits.
 double radians(double degrees) { return degrees * kPi / 180; }
 double degrees(double radians) { return radians * 180 / kPi; }
 

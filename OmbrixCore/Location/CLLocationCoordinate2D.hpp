@@ -10,30 +10,30 @@ namespace ombrix {
 
 /// A point on the WGS-84 ellipsoid, in degrees. A plain value; every operation is pure.
 ///
-/// Equality and hash work on the microdegree grid: each component times 1e6, cut towards zero. A
-/// component that is not finite, or whose product leaves the 64-bit range, stops the program there.
+/// Equality and hash use the microdegree grid: each component times 1e6, truncated towards zero.
+/// They stop the program for a component that is not finite or whose product overflows 64 bits.
 struct CLLocationCoordinate2D {
   double latitude = 0.0;
   double longitude = 0.0;
 
-  /// Equal cells of the microdegree grid. Stops the program on a value without a cell.
+  /// Whether both are in the same cell of the microdegree grid. Stops the program without a cell.
   friend bool operator==(const CLLocationCoordinate2D& a, const CLLocationCoordinate2D& b);
 
-  /// Feeds the latitude's cell, then the longitude's. Stops the program on a value without a cell.
+  /// Hashes the latitude's cell, then the longitude's. Stops the program on a value without a cell.
   void hashInto(platform::Hasher& hasher) const;
   [[nodiscard]] std::size_t hashValue() const;
 
-  /// The point reached after `distance` metres on the initial bearing `course` (degrees), on a
-  /// sphere of 6371.01 km (spherical law of cosines in colatitudes).
+  /// The point `distance` metres away on the initial bearing `course` (degrees), on a sphere of
+  /// 6371.01 km (spherical law of cosines in colatitudes).
   ///
   /// The longitude is not wrapped into [-180, 180], never changes by more than 90 degrees, and is
-  /// not a number when the point reached is a pole.
+  /// not a number when the result is a pole.
   [[nodiscard]] CLLocationCoordinate2D move(double course, double distance) const;
 
   /// The same with distance = `speed` (m/s) x `duration` (s).
   [[nodiscard]] CLLocationCoordinate2D move(double course, double speed, double duration) const;
 
-  /// Metres along the WGS-84 geodesic; not a number for points that are off the globe.
+  /// Metres along the WGS-84 geodesic; not a number for points with impossible latitudes.
   [[nodiscard]] double distanceTo(const CLLocationCoordinate2D& other) const;
 
   /// Initial great-circle bearing from here to the other point, degrees from 0 up to 360.

@@ -19,15 +19,15 @@
 //     const auto geometry = platform::JSONDecoder().decode<GeoJSONGeometry>(bytes);
 //     if (const GeoJSONLineString* line = geometry.value.asLineString()) draw(line->coordinates);
 //
-// Written are exactly the members "type" and "coordinates", in this order; a position is the array
-// [longitude, latitude]. Read, members may come in any order, others are passed over, and so are
-// the further numbers of a position, such as an altitude. Decoding throws `DecodingError` for a
-// missing or mistyped member, for a kind of geometry that is not modelled, and in a structure of
-// its own for the "type" of another. It stops the program at a position with fewer than two
-// numbers, unless the document is JSON, and no valid JSON at all.
+// Writing produces exactly the members "type" and "coordinates", in this order; a position is the
+// array [longitude, latitude]. Reading accepts members in any order and ignores others, as well as
+// further numbers of a position, such as an altitude. Decoding throws `DecodingError` for a missing
+// or mistyped member, for an unsupported kind of geometry, and in a structure of its own for the
+// "type" of another one. It stops the program at a position with fewer than two numbers, except in
+// a document that is meant to be JSON but is not valid.
 //
-// Equality and hash go by content, coordinates on the microdegree grid, with the limits of
-// `CLLocationCoordinate2D`. Everything here may be used from any thread.
+// Equality and hash compare the content, with coordinates on the microdegree grid and the limits of
+// `CLLocationCoordinate2D`. All of this may be used from any thread.
 
 namespace ombrix {
 
@@ -35,15 +35,15 @@ namespace ombrix {
 // Kept: "linestring" here, "lineString" in `GeoJSONGeometryValue`; callers spell both.
 enum class GeoJSONGeometryType { polygon, linestring, point };
 
-/// The members of every geometry object, in the order in which they are written.
+/// The members of every geometry object, in the order of writing.
 enum class GeoJSONRootKeys { type, coordinates };
 
 /// One position.
 struct GeoJSONPoint {
   using RootKeys = GeoJSONRootKeys;
 
-  /// Written as it stands, also when it names another kind, which then does not decode; the same
-  /// goes for the other structures.
+  /// Written as it is, even if it names another kind, which then does not decode; the same applies
+  /// to the other structures.
   GeoJSONGeometryType type = GeoJSONGeometryType::point;
   CLLocationCoordinate2D coordinates;
 
@@ -51,7 +51,7 @@ struct GeoJSONPoint {
   void hashInto(platform::Hasher& hasher) const;
 };
 
-/// Positions in their order, of any number.
+/// Any number of positions, in order.
 struct GeoJSONLineString {
   using RootKeys = GeoJSONRootKeys;
 
@@ -62,7 +62,7 @@ struct GeoJSONLineString {
   void hashInto(platform::Hasher& hasher) const;
 };
 
-/// Rings, stored as given: no closing position is added or checked, no winding order is imposed.
+/// Rings, stored as given: closing positions and winding order are neither added nor checked.
 struct GeoJSONPolygon {
   using RootKeys = GeoJSONRootKeys;
 
@@ -73,7 +73,7 @@ struct GeoJSONPolygon {
   void hashInto(platform::Hasher& hasher) const;
 };
 
-/// One geometry of any kind; made without a value it is a polygon without rings.
+/// One geometry of any kind; by default a polygon without rings.
 class GeoJSONGeometryValue {
  public:
   enum class Case { polygon, lineString, point };
@@ -89,12 +89,12 @@ class GeoJSONGeometryValue {
 
   [[nodiscard]] Case kind() const noexcept { return static_cast<Case>(held_.index()); }
 
-  /// The structure of a case, null in the other cases.
+  /// The structure if it is of this kind, otherwise null.
   [[nodiscard]] const GeoJSONPolygon* asPolygon() const { return std::get_if<0>(&held_); }
   [[nodiscard]] const GeoJSONLineString* asLineString() const { return std::get_if<1>(&held_); }
   [[nodiscard]] const GeoJSONPoint* asPoint() const { return std::get_if<2>(&held_); }
 
-  /// Calls the visitor with the structure that is held and gives what it returns.
+  /// Calls the visitor with the held structure and returns its result.
   template <class Visitor>
   decltype(auto) visit(Visitor&& visitor) const {
     return std::visit(std::forward<Visitor>(visitor), held_);
@@ -127,7 +127,7 @@ concept GeoJSONObject = std::same_as<T, GeoJSONPoint> || std::same_as<T, GeoJSON
 
 namespace detail {
 
-// Compiled for the readers and writers of the platform's coders.
+// Instantiated for the readers and writers of the platform's coders.
 template <class Reader>
 struct GeoJSONReading {
   static void decode(Reader& reader, GeoJSONPoint& out);

@@ -21,13 +21,13 @@ using platform::DecodingError;
 constexpr std::string_view kType = platform::rawValue(GeoJSONRootKeys::type);
 constexpr std::string_view kCoordinates = platform::rawValue(GeoJSONRootKeys::coordinates);
 
-// The "type" alone, for the error that reading it raises.
+// Only the "type": decoding it throws the error for an unreadable type.
 struct Kind {
   GeoJSONGeometryType type{};
   static constexpr auto kCodingFields = platform::codingFields(platform::field(kType, &Kind::type));
 };
 
-// Looked up ahead, since it says how "coordinates" is to be read, which may stand before it.
+// Looks ahead, since the type determines how to read "coordinates", which may precede it.
 template <class Reader>
 GeoJSONGeometryType peekType(Reader& reader) {
   if (const std::optional<std::string> text = reader.peekText(kType)) {
@@ -76,7 +76,7 @@ void readCoordinates(Reader& reader, std::vector<Item>& out) {
   }
 }
 
-// What follows once the type is known.
+// Reads the rest once the type is known.
 template <class Reader, class Structure>
 void readStructure(Reader& reader, GeoJSONGeometryType type, Structure& out) {
   if (type != Structure{}.type) {

@@ -6,7 +6,7 @@
 
 namespace ombrix::detail {
 
-/// The tables of OmbrixCore/Resources, which the build compiles in. Any thread.
+/// The tables of OmbrixCore/Resources, compiled into the library. Any thread.
 std::span<const platform::BuiltInTable> builtInTables();
 
 }  // namespace ombrix::detail

@@ -9,7 +9,7 @@
 namespace ombrix::platform {
 namespace {
 
-// Preference lists are more numerous than languages: a server for many users keeps only these.
+// Preference lists outnumber languages: a program with many users caches only this many.
 constexpr std::size_t kMaximumReaders = 64;
 
 }  // namespace

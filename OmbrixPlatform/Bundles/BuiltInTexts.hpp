@@ -15,7 +15,7 @@ namespace ombrix::platform {
 
 /// One language's table as its .strings file holds it.
 struct BuiltInTable {
-  std::string_view language;  ///< As in "de".
+  std::string_view language;  ///< Such as "de".
   std::string_view strings;   ///< UTF-8.
 };
 

@@ -76,7 +76,7 @@ std::shared_ptr<Bundle> makeMainBundle();
 
 /// The identity of the running program, after which its files and settings are named.
 struct BundleIdentity {
-  std::string identifier;                ///< In reverse domain notation, as in "org.example.skier".
+  std::string identifier;                ///< In reverse domain notation: "org.example.skier".
   std::string version = {}, build = {};  ///< Unknown when empty.
 };
 

@@ -111,7 +111,7 @@ class CSVReader {
     whole,
     unread,   ///< Its end has not been read yet.
     tooLong,  ///< A field exceeds the limit.
-    behind,   ///< All fields that are kept are scanned, and the row goes on.
+    behind,   ///< All kept fields were scanned, and the row continues.
   };
 
   void start(const Configuration& configuration);
@@ -152,10 +152,10 @@ class CSVReader {
   char delimiter_ = ',';
   std::size_t keptFields_ = 0;
   std::uint64_t droppedRows_ = 0;
-  bool fieldsLieInBuffer_ = false;  ///< Whether `fill` must move them out first.
+  bool fieldsLieInBuffer_ = false;  ///< Whether `fill` must copy them out first.
   bool trimFields_ = false;
   std::string whitespaces_;
-  detail::NumberRowScanner scanNumbers_ = nullptr;  ///< Null: no row can be plain.
+  detail::NumberRowScanner scanNumbers_ = nullptr;  ///< Null if no row can be plain.
 
   std::vector<std::string_view> fields_;
   // Fields that differ from their bytes are rebuilt here and assigned when the row is complete.

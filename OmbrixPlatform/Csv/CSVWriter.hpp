@@ -92,7 +92,7 @@ class CSVWriter {
   std::unique_ptr<char[]> buffer_;
   std::size_t capacity_;
   std::size_t size_ = 0;
-  std::size_t rowBegin_ = 0;  ///< Where the row that is being built begins in the buffer.
+  std::size_t rowBegin_ = 0;  ///< Where the current row begins in the buffer.
   std::size_t fieldCount_ = 0;
 };
 

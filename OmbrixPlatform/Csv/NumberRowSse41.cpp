@@ -80,7 +80,7 @@ struct Row {
   alignas(16) std::array<std::uint64_t, kMostNumbers + 1> digits;
   alignas(16) std::array<double, kMostNumbers + 1> scales;
   alignas(16) std::array<std::uint64_t, kMostNumbers + 1> signs;
-  std::array<std::uint64_t, kMostNumbers> leading;  ///< Digits in front of the last 16.
+  std::array<std::uint64_t, kMostNumbers> leading;  ///< Digits before the last 16.
   std::array<int, kMostNumbers> fractionCounts;
   bool hasLeading = false;
 };

@@ -15,8 +15,8 @@ namespace ombrix::platform {
 /// One log file of an application.
 struct DDLogFileInfo {
   std::filesystem::path filePath;
-  Date creationDate{};         ///< As its name tells.
-  Date modificationDate{};     ///< As the file system tells.
+  Date creationDate{};         ///< From its name.
+  Date modificationDate{};     ///< From the file system.
   std::uint64_t fileSize = 0;  ///< Bytes.
 
   [[nodiscard]] std::string fileName() const { return filePath.filename().string(); }

@@ -1,7 +1,7 @@
 #pragma once
 
-// Private: what the parsers of tracks and of heart rates have in common. Log lines carry the file
-// and the function of the parser, so the line is the parser's, too: `where`.
+// Private: the common part of the parsers of tracks and of heart rates. Log lines name the file and
+// the function of the parser, so they also carry its line: `where`.
 
 #include <algorithm>
 #include <array>
@@ -26,8 +26,8 @@
 
 namespace ombrix::detail {
 
-/// A stream on the file at a file URL's path, open; null, and a line in the log, when there is
-/// none.
+/// Opens a stream on the file at a file URL's path; on failure returns null and logs an
+/// error.
 inline std::unique_ptr<platform::InputStream> openCSVStream(
     const platform::URL& url, LogTag tag,
     std::source_location where = std::source_location::current()) {
@@ -37,10 +37,10 @@ inline std::unique_ptr<platform::InputStream> openCSVStream(
   return nullptr;
 }
 
-/// The capacity to go on with when `count` items of `itemBytes` are full. The rows to come are
-/// judged by those that were read, on samples of growing size, so that a long list is moved once,
-/// while it is short. What is set aside at a time has a bound: rows of the beginning may tell
-/// nothing of a gigabyte behind them.
+/// The next capacity when `count` items of `itemBytes` fill the list. Estimates the remaining rows
+/// from those read so far, on samples of growing size, so that a long list is moved only once,
+/// while it is short. The growth is bounded: the first rows may say nothing about a gigabyte after
+/// them.
 inline std::size_t nextCapacity(std::size_t count, std::size_t itemBytes,
                                 const platform::CSVReader& reader) {
   constexpr std::size_t kFirstSample = 64;
@@ -51,8 +51,8 @@ inline std::size_t nextCapacity(std::size_t count, std::size_t itemBytes,
   const auto total = reader.bytesTotal();
   const auto read = reader.bytesRead();
   if (!total || *total <= read) return count + count / 2;
-  // A tenth more than expected: capacity beyond the count is never touched and costs no memory,
-  // while moving the list again would have it in memory twice.
+  // A tenth more than expected: unused capacity is never touched and costs no memory, while moving
+  // the list once more would hold it twice in memory.
   const double rowsPerByte = static_cast<double>(count) / static_cast<double>(read);
   const auto expected =
       static_cast<std::size_t>(1.1 * rowsPerByte * static_cast<double>(*total - read));
@@ -63,7 +63,7 @@ inline std::size_t nextCapacity(std::size_t count, std::size_t itemBytes,
   return isLong && count < kThirdSample ? kThirdSample : estimate;
 }
 
-/// Makes room in a full list; a smaller one where memory is short.
+/// Grows a full list, by less if memory is short.
 /// @throws std::bad_alloc when there is none at all
 template <class Item>
 void makeRoom(std::vector<Item>& items, const platform::CSVReader& reader) {
@@ -74,8 +74,8 @@ void makeRoom(std::vector<Item>& items, const platform::CSVReader& reader) {
   }
 }
 
-/// Reads all rows in order. A row of exactly `Columns` plain numbers goes through `fromNumbers`,
-/// every other one through `transform`, which gives the same item or logs and gives nothing.
+/// Reads all rows in order. Passes a row of exactly `Columns` plain numbers to `fromNumbers`, any
+/// other row to `transform`, which returns the same item or logs an error and returns none.
 template <std::size_t Columns, class Item, class FromNumbers, class Transform>
 void readCSVRows(platform::CSVReader& reader, std::vector<Item>& items, CSVParseProgress& progress,
                  const CSVParseObserver& observer, FromNumbers fromNumbers, Transform transform,
@@ -112,17 +112,17 @@ void readCSVRows(platform::CSVReader& reader, std::vector<Item>& items, CSVParse
   progress.brokeOff = reader.error().has_value();
 }
 
-/// Logs also where memory is so short that there is no room for a line: then the line is lost.
+/// Logs a failure; if memory is too short even for a line, drops the line.
 inline void logParseError(LogTag tag, std::source_location where) noexcept {
   try {
     logError(tag, "Data: Error parsing CSV", where);
   } catch (const std::exception&) {
-    // Nobody is left to tell.
+    // There is no way left to report it.
   }
 }
 
-/// The whole of a synchronous parse of text or of a stream; nothing, and a line in the log, when no
-/// reader can be made.
+/// A complete synchronous parse of text or of a stream; if no reader can be created, logs an error
+/// and returns nothing.
 template <std::size_t Columns, class Item, class Source, class FromNumbers, class Transform>
 std::optional<std::vector<Item>> parseCSV(Source&& source, const CSVParseObserver& observer,
                                           FromNumbers fromNumbers, Transform transform, LogTag tag,
@@ -136,11 +136,11 @@ std::optional<std::vector<Item>> parseCSV(Source&& source, const CSVParseObserve
     progress.bytesTotal = reader.bytesTotal();
     readCSVRows<Columns>(reader, items, progress, observer, fromNumbers, transform, tag, where);
   } catch (const std::exception&) {
-    // A source that cannot be read, or a lack of memory.
+    // The source cannot be read, or memory is short.
     progress.brokeOff = true;
   }
-  // The rows before a failure are good: they are kept, and the log tells that more are missing. The
-  // reader has given its memory back by now, which the log line may need.
+  // The rows before a failure are valid: they are kept, and the log says that more are missing. The
+  // reader has released its memory by now, which the log line may need.
   if (progress.brokeOff) logParseError(tag, where);
   if (!hasReader) return std::nullopt;
   progress.rowsRead = items.size();
@@ -149,8 +149,8 @@ std::optional<std::vector<Item>> parseCSV(Source&& source, const CSVParseObserve
   return items;
 }
 
-/// What a piece of a parse gives; nothing, and a line in the log, where it throws, as for lack of
-/// memory.
+/// Runs a part of a parse and returns its result; if it throws, for example for lack of memory,
+/// logs an error and returns nothing.
 template <class Piece>
 auto loggingFailure(LogTag tag, Piece piece,
                     std::source_location where = std::source_location::current())
@@ -170,9 +170,9 @@ inline platform::InputStream& viewOf(
   return *stream;
 }
 
-/// Runs the form of `parse` for a source, which is kept until then, on a queue and hands over what
-/// it gives, there. Where not even that can be begun, the completion gets nothing on this thread.
-/// @param makeSource Gives the source, or throws.
+/// Parses a source on a queue, keeping it until then, and calls the completion there with the
+/// result; with nothing and on this thread if even the job cannot start.
+/// @param makeSource Returns the source, or throws.
 template <class Parser, class MakeSource>
 void parseOn(platform::DispatchQueue& queue, const Parser& parser, MakeSource makeSource,
              typename Parser::Completion completion, CSVParseObserver observer, LogTag tag,

@@ -8,14 +8,14 @@
 
 namespace ombrix {
 
-/// A value that refreshes itself from a decoder instead of being replaced.
+/// A type whose values update themselves from a decoder instead of being replaced.
 template <class T>
 concept DecoderUpdatable =
     requires(T& value, platform::Decoder& decoder) { value.update(decoder); };
 
-/// Lets a value update itself from the entry under a key; the user info is what its decoder shows.
+/// Lets a value update itself from the entry under a key; its decoder shows the user info.
 ///
-/// What the value throws passes through unchanged, such as the container's key not found.
+/// Exceptions of the value and of the container pass through unchanged, such as key not found.
 // Kept: a failure half-way leaves the fields read before it at their new values; putting the old
 // ones back would need a copy of every value.
 template <platform::CodingKeyType Key, DecoderUpdatable T>

@@ -8,15 +8,15 @@
 
 namespace ombrix {
 
-/// Keeps the decoder it is decoded from: the way to the decoder at the top of a document.
+/// Keeps the decoder that it is decoded from: gives access to a document's top-level decoder.
 struct DecoderExtractor {
   std::shared_ptr<platform::Decoder> decoder;
 
   static DecoderExtractor decode(platform::Decoder& from) { return {from.shared_from_this()}; }
 };
 
-/// A decoder at the top of a block of data, which it owns a copy of. Throws the format's own
-/// `DecodingError` for data that cannot be read. Any thread, as the format itself.
+/// A top-level decoder for a block of data, of which it owns a copy. Throws the format's own
+/// `DecodingError` for data that cannot be read. Any thread, like the format itself.
 inline std::shared_ptr<platform::Decoder> decoderFor(const platform::JSONDecoder& format,
                                                      platform::DataView data) {
   return format.decode<DecoderExtractor>(data).decoder;
@@ -26,7 +26,7 @@ inline std::shared_ptr<platform::Decoder> decoderFor(const platform::PropertyLis
   return format.decode<DecoderExtractor>(data).decoder;
 }
 
-/// A format that gives the bare decoder of a block of data.
+/// A format that returns the bare decoder of a block of data.
 template <class Format>
 concept DecodingFormat = requires(const Format& format, platform::DataView data) {
   { decoderFor(format, data) } -> std::same_as<std::shared_ptr<platform::Decoder>>;

@@ -8,7 +8,7 @@
 
 namespace ombrix {
 
-/// The value under one key of a keyed container, taken as a single value.
+/// The value under one key of a keyed container, as a single-value container.
 template <platform::CodingKeyType Key>
 class NestedSingleValueDecodingContainer final : public platform::SingleValueDecodingContainer {
  public:
@@ -34,8 +34,8 @@ class NestedSingleValueDecodingContainer final : public platform::SingleValueDec
 
 /// A decoder whose content is the value under one key of a keyed container.
 ///
-/// Nothing is read before a container is asked for; a key that is missing fails then, with the
-/// container's own error.
+/// Nothing is read until a container is requested; a missing key fails then, with the container's
+/// own error.
 template <platform::CodingKeyType Key>
 class NestedDecoder final : public platform::Decoder {
  public:

@@ -8,8 +8,8 @@ constexpr std::size_t kPackedBytes = 7;
 constexpr Symbol kFirstLong = Symbol{1} << 56;
 constexpr Symbol kForeign = ~Symbol{0};
 
-/// The bytes of a short character as a number. No two share one: only the character U+0000 itself
-/// holds a zero byte.
+/// Packs the bytes of a short character into a number. The numbers are unique: only the character
+/// U+0000 itself contains a zero byte.
 Symbol packed(std::string_view character) noexcept {
   Symbol symbol = 0;
   for (const char byte : character) symbol = symbol << 8 | static_cast<unsigned char>(byte);

@@ -9,14 +9,14 @@ namespace {
 using Word = std::uint64_t;
 constexpr std::size_t kWordBits = 64;
 
-/// One column of one block: 64 vertical differences as bits, and what crosses its lower edge.
+/// One column of one block: 64 vertical differences as bits; passes a carry through its lower edge.
 struct Block {
   Word increases = ~Word{0};
   Word decreases = 0;
 
-  /// Advances by one character of the text. `matches` has a bit for each place of the character in
-  /// the block. The carried differences are those at the block's upper edge, and afterwards those
-  /// at its lower edge. `horizontal` is called with the differences before they are shifted.
+  /// Advances by one character of the text. `matches` has a bit for each position of the character
+  /// in the block. The carries belong to the block's upper edge before the call, to its lower edge
+  /// afterwards. `horizontal` is called with the differences before they are shifted.
   template <class Horizontal>
   void advance(Word matches, Word& carriedUp, Word& carriedDown, Horizontal horizontal) {
     const Word joined = matches | carriedDown;
@@ -35,7 +35,7 @@ struct Block {
   }
 };
 
-/// The distance of a pattern of 1 to 64 characters, given the places of each character in it.
+/// The distance of a pattern of 1 to 64 characters, given the positions of each character in it.
 template <class Character, class Places>
 std::size_t distanceByWord(std::size_t size, std::span<const Character> text, Places places) {
   Block block;
@@ -50,7 +50,7 @@ std::size_t distanceByWord(std::size_t size, std::span<const Character> text, Pl
   return distance;
 }
 
-/// Removes equal beginnings and ends, which never cost an edit.
+/// Removes common prefixes and suffixes, which never cost an edit.
 template <class Character>
 void trimShared(std::span<const Character>& a, std::span<const Character>& b) {
   const auto front = std::ranges::mismatch(a, b).in1 - a.begin();
@@ -71,7 +71,7 @@ std::size_t distanceOfPair(std::span<const Character> a, std::span<const Charact
   if (a.empty()) return b.size();
   if constexpr (std::same_as<Character, Byte>) {
     if (a.size() <= kWordBits) {
-      // All zero between calls: clearing what was set is cheaper than clearing everything.
+      // All zero between calls: clearing the changed words is cheaper than clearing all.
       thread_local constinit std::array<Word, 256> table{};
       Word* const places = table.data();
       for (std::size_t i = 0; i < a.size(); ++i) {

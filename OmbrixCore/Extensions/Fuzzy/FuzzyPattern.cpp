@@ -46,7 +46,7 @@ std::string_view comparable(std::string_view text, bool ignoreCase, bool trimWhi
 
 }  // namespace detail
 
-/// One spelling of the pattern; the bytes that `characters` may borrow live in `text`.
+/// One spelling of the pattern; `characters` may borrow the bytes of `text`.
 struct FuzzyPattern::Form {
   explicit Form(std::string spelled) : text(std::move(spelled)), characters(text, longCharacters) {}
   Form(Form&&) = delete;
@@ -66,7 +66,7 @@ struct FuzzyPattern::Forms {
   explicit Forms(std::string pattern) : plain(std::move(pattern)) {}
 
   Form plain;
-  std::optional<Form> folded;  // none for an exact pattern
+  std::optional<Form> folded;  // empty for an exact pattern
 };
 
 FuzzyPattern::FuzzyPattern(std::string_view pattern, Comparison comparison) {
@@ -96,7 +96,7 @@ std::optional<Result> FuzzyPattern::best(std::string_view text) const {
 
   std::string storage;
   if (forms_->plain.characters.areBytes() && platform::bytesAreCharacters(text)) {
-    // Folding leaves ASCII as it is: a second pass would repeat the first one.
+    // Folding leaves ASCII unchanged: a second pass would repeat the first one.
     return detail::matchCharacters<Result>(detail::Characters(detail::loweredBytes(text, storage)),
                                            forms_->plain.characters);
   }

@@ -15,8 +15,8 @@ namespace ombrix {
 
 /// A pattern prepared once for matching many texts, as a search field does.
 ///
-/// Gives what `normalizedFuzzyMatch`, or with `exact` what `fuzzyMatch`, gives. Immutable; any
-/// thread.
+/// Returns the same as `normalizedFuzzyMatch`, or with `exact` the same as `fuzzyMatch`. Immutable;
+/// any thread.
 class FuzzyPattern {
  public:
   enum class Comparison { normalized, exact };
@@ -38,7 +38,7 @@ class FuzzyPattern {
   std::unique_ptr<const Forms> forms_;
 };
 
-/// A text that a pattern was found in: its place in the list that was searched, and its score.
+/// A text that contains a pattern: its index in the searched list, and its score.
 struct RankedText {
   std::size_t index = 0;
   std::int64_t score = 0;
@@ -46,10 +46,10 @@ struct RankedText {
   bool operator==(const RankedText&) const = default;
 };
 
-/// Sorts matches by falling score; equal scores keep the order of the list.
+/// Sorts matches by descending score; equal scores keep the order of the list.
 void sortByScore(std::vector<RankedText>& matches);
 
-/// The texts of a list that a pattern is found in, best first. Any thread.
+/// The texts of a list that contain a pattern, best first. Any thread.
 template <std::ranges::input_range Texts>
 std::vector<RankedText> rankedByFuzzyScore(Texts&& texts, const FuzzyPattern& pattern) {
   std::vector<RankedText> matches;
@@ -62,8 +62,8 @@ std::vector<RankedText> rankedByFuzzyScore(Texts&& texts, const FuzzyPattern& pa
   return matches;
 }
 
-/// A text prepared once for `levenshteinDistanceScore` with many others. Immutable; any thread. One
-/// of n distinct characters beyond ASCII takes n * n / 8 bytes: 1.25 GB for 100,000.
+/// A text prepared once for `levenshteinDistanceScore` with many others. Immutable; any thread. A
+/// text of n distinct non-ASCII characters takes n * n / 8 bytes: 1.25 GB for 100,000.
 class LevenshteinPattern {
  public:
   LevenshteinPattern(std::string_view text, bool ignoreCase, bool trimWhiteSpacesAndNewLines);

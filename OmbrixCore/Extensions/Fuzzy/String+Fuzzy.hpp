@@ -13,7 +13,7 @@ namespace ombrix {
 
 namespace String {
 
-/// A number that texts are ranked by, with room for a remark; only the number is compared.
+/// A number for ranking texts, with an optional remark; comparisons use only the number.
 struct Score {
   std::int64_t value = 0;
   std::string log;
@@ -24,7 +24,7 @@ struct Score {
   }
 };
 
-/// A grid kept row after row: cell (row, column) is `array[row * width + column]`.
+/// A grid stored row by row: cell (row, column) is `array[row * width + column]`.
 template <class Cell>
 struct Matrix {
   std::vector<Cell> array;
@@ -40,7 +40,7 @@ struct Matrix {
 }  // namespace String
 
 /// Where a pattern was found in a text: one column for each character of the text, one row for each
-/// of the pattern. A cell holds the best score of a match that ends there, or nothing.
+/// of the pattern. A cell holds the best score of a match that ends there, or is empty.
 struct FuzzyMatch {
   std::int64_t score = 0;
   String::Matrix<std::optional<std::int64_t>> matrix;
@@ -48,38 +48,38 @@ struct FuzzyMatch {
   bool operator==(const FuzzyMatch&) const = default;
 };
 
-// Characters below are user-perceived ones (grapheme clusters), equal when they are canonically
-// equivalent. Texts are UTF-8. Every function may run on any thread.
+// Characters below are user-perceived ones (grapheme clusters), and canonically equivalent ones are
+// equal. Texts are UTF-8. Every function may run on any thread.
 
-/// Looks for a pattern's characters in order, with gaps allowed, in a text.
+/// Searches a text for a pattern's characters in order, with gaps allowed.
 ///
-/// The first character scores 1 and each further one 1 more, less 1 for each character of the text
-/// that is skipped before it; the score is the best one of all ways, and may be negative. An empty
+/// The first character scores 1 and each further one 1, minus 1 for each character of the text
+/// skipped before it; the result is the best score of all alignments, and may be negative. An empty
 /// pattern scores 0.
 ///
-/// @return nothing when the text lacks a character of the pattern.
+/// @return empty when the text lacks a character of the pattern.
 ///
-/// Time and space grow as the product of both lengths, 16 bytes a cell: 1.6 GB for a pattern and a
-/// text of 10,000 characters each. `fuzzyScore` needs no matrix.
+/// Time and memory grow with the product of both lengths, 16 bytes per cell: 1.6 GB for a pattern
+/// and a text of 10,000 characters each. `fuzzyScore` needs no matrix.
 std::optional<FuzzyMatch> fuzzyMatch(std::string_view text, std::string_view pattern);
 
-/// The score of `fuzzyMatch` alone, without the matrix: space grows as the text does.
+/// The score of `fuzzyMatch` alone, without the matrix: memory grows linearly with the text.
 std::optional<std::int64_t> fuzzyScore(std::string_view text, std::string_view pattern);
 
-/// `fuzzyMatch` without regard to case, and to diacritics where that scores better.
+/// Like `fuzzyMatch`, but ignores case, and diacritics where that scores better.
 ///
-/// The match of the lower-cased texts wins against that of the texts folded as well unless the
-/// latter scores more; the folded match alone counts from a score of 1.
+/// The match of the lower-cased texts wins against the match of the texts without diacritics unless
+/// the latter scores more; on its own, the latter needs a score of at least 1.
 std::optional<FuzzyMatch> normalizedFuzzyMatch(std::string_view text, std::string_view pattern);
 
 /// The score of `normalizedFuzzyMatch` alone.
 std::optional<std::int64_t> normalizedFuzzyScore(std::string_view text, std::string_view pattern);
 
-/// How alike two texts are: 1 - d / n with d the Levenshtein distance (insertions, deletions and
-/// replacements cost 1) and n the length of the longer text.
+/// The similarity of two texts: 1 - d / n with d the Levenshtein distance (insertions, deletions
+/// and replacements cost 1) and n the length of the longer text.
 ///
-/// @param ignoreCase compares the texts in small letters.
-/// @param trimWhiteSpacesAndNewLines leaves white space at both ends aside.
+/// @param ignoreCase compares the texts in lower case.
+/// @param trimWhiteSpacesAndNewLines ignores white space at both ends.
 /// @return 0 to 1; not a number for two empty texts.
 double levenshteinDistanceScore(std::string_view text, std::string_view other, bool ignoreCase,
                                 bool trimWhiteSpacesAndNewLines);

@@ -9,12 +9,12 @@
 /// How the product's code logs: `logError({"OmbrixCore/Data/ItemStore", "doRead(url:)"}, text)`.
 ///
 /// The tag holds the source file's path without its ending and the logging function in its
-/// argument-label spelling. The message is a text, or a function that makes one and runs only
-/// when the level lets it pass. Any thread; hold no lock while logging.
+/// argument-label spelling. The message is a text, or a function that returns one and runs only
+/// when the level passes. Any thread; hold no lock while logging.
 ///
-/// The first of these calls sets logging up (`LoggingService::shared()`), the others pay one load
-/// for it. Setting up reads the settings: what `OmbrixSettings` runs while it is made itself logs
-/// through `platform::DDLogError`, which sets up nothing.
+/// The first of these calls sets up logging (`LoggingService::shared()`); the others pay one load
+/// for the check. The setup reads the settings: code that `OmbrixSettings` runs during its own
+/// construction logs through `platform::DDLogError`, which sets up nothing.
 
 namespace ombrix {
 
@@ -22,10 +22,10 @@ using platform::LogTag;
 
 namespace detail {
 
-/// Whether log calls find logging set up. Test support sets it to keep the service's loggers out.
+/// Whether logging is set up already. Test support sets it to keep the service's loggers out.
 extern constinit std::atomic<bool> isLoggingSetUp;
 
-/// Makes the logging service, unless this thread is making it just now.
+/// Creates the logging service, unless this thread is creating it right now.
 void setUpLogging();
 
 inline void ensureLoggingIsSetUp() {
@@ -35,7 +35,7 @@ inline void ensureLoggingIsSetUp() {
 
 }  // namespace detail
 
-/// Something failed that a user or a developer must hear about.
+/// Logs a failure that a user or a developer must know about.
 template <class Message>
 void logError(LogTag tag, const Message& message,
               std::source_location where = std::source_location::current()) {
@@ -43,7 +43,7 @@ void logError(LogTag tag, const Message& message,
   platform::DDLogError(tag, message, where);
 }
 
-/// Something unexpected that the library copes with.
+/// Logs something unexpected that the library handles.
 template <class Message>
 void logWarning(LogTag tag, const Message& message,
                 std::source_location where = std::source_location::current()) {
@@ -51,7 +51,7 @@ void logWarning(LogTag tag, const Message& message,
   platform::DDLogWarn(tag, message, where);
 }
 
-/// An ordinary step worth finding in a support message.
+/// Logs an ordinary step that helps in a support case.
 template <class Message>
 void logInfo(LogTag tag, const Message& message,
              std::source_location where = std::source_location::current()) {
@@ -59,7 +59,7 @@ void logInfo(LogTag tag, const Message& message,
   platform::DDLogInfo(tag, message, where);
 }
 
-/// A detail for developers; logged with extra logging only.
+/// Logs a detail for developers, only if extra logging is on.
 template <class Message>
 void logDebug(LogTag tag, const Message& message,
               std::source_location where = std::source_location::current()) {
@@ -67,7 +67,7 @@ void logDebug(LogTag tag, const Message& message,
   platform::DDLogDebug(tag, message, where);
 }
 
-/// The finest detail; logged with extra logging only.
+/// Logs the finest detail, only if extra logging is on.
 template <class Message>
 void logVerbose(LogTag tag, const Message& message,
                 std::source_location where = std::source_location::current()) {

@@ -25,7 +25,7 @@ using platform::DDLogLevel;
 constexpr platform::TimeInterval kRollingFrequencySeconds{604'800};
 constexpr std::size_t kMaximumNumberOfLogFiles = 5;
 constexpr std::size_t kMaximumNumberOfHistoricalFiles = 10;
-constexpr std::uint64_t kMaxLogBytes = std::uint64_t{256} << 20;  // of one file; it rolls far below
+constexpr std::uint64_t kMaxLogBytes = std::uint64_t{256} << 20;  // per file; files roll far below
 constexpr const char* kSubsystem = "com.brannoway.ombrix";
 constexpr const char* kCategory = "main";
 
@@ -35,7 +35,7 @@ constexpr DDLogLevel levelFor(bool extraLogging) noexcept {
 
 thread_local constinit bool isMakingInstance = false;
 
-/// Marks this thread as the one that makes the instance: a log call inside must not wait for it.
+/// Marks this thread as creating the instance: a log call inside must not wait for it.
 struct MakingInstance {
   MakingInstance() { isMakingInstance = true; }
   ~MakingInstance() { isMakingInstance = false; }

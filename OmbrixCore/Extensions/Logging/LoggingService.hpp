@@ -19,9 +19,9 @@ class LoggingService {
   /// The one instance. Its first use reads `OmbrixSettings::shared().extraLogging()`, sets the
   /// log's level from it and adds the file logger and the system logger; it logs nothing.
   ///
-  /// Register the core settings before: without them extra logging is off. The first log call of
-  /// this library (Log.hpp) is a use, too. What runs while the instance is made may log, but its
-  /// messages reach only the loggers that stand already.
+  /// Register the core settings first: without them extra logging is off. The first log call of
+  /// this library (Log.hpp) also counts as a use. Code that runs while the instance is created may
+  /// log, but only the loggers that exist already get its messages.
   static LoggingService& shared();
   static LoggingService& sharedInstance() { return shared(); }
 
@@ -31,27 +31,27 @@ class LoggingService {
   /// Whether debug and verbose messages are logged as well.
   [[nodiscard]] bool extraLoggingEnabled() const noexcept { return choice_.load().isEnabled != 0; }
 
-  /// Stores the switch here and in the settings, and gives the log and all its loggers, also
-  /// attached ones, the level that goes with it: of switches at once the last one counts, here and
-  /// in the settings. Messages logged meanwhile may be lost. Stops the
-  /// program while the core settings are not registered.
+  /// Stores the switch here and in the settings, and sets the matching level on the log and all its
+  /// loggers, attached ones included. Of simultaneous calls the last one wins, here and in the
+  /// settings. Messages logged meanwhile may be lost. Stops the program unless the core settings
+  /// are registered.
   void setExtraLoggingEnabled(bool isEnabled);
 
   /// Adds a logger with a new `OmbrixLogFormatter` and the log's current level.
   void attach(std::shared_ptr<platform::DDLogger> logger);
 
-  /// The contents of up to 10 log files, from the oldest towards the newest, with everything
-  /// logged so far; nothing when there is no file logger, empty when it has no files. A file that
-  /// cannot be read is left out.
+  /// The contents of up to 10 log files, the oldest first, with everything logged so far;
+  /// empty optional without a file logger, no bytes without files. Skips files that cannot be
+  /// read.
   [[nodiscard]] std::optional<platform::Data> historicalLog() const;
 
-  /// The same as text; nothing also when it is not valid UTF-8.
+  /// The same as text; also empty when it is not valid UTF-8.
   [[nodiscard]] std::optional<std::string> historicalLogText() const;
 
  private:
   LoggingService();
 
-  /// Switches are numbered, so that each can tell whether another one came after it.
+  /// Calls are numbered, so that each can tell whether a later one followed.
   struct Choice {
     std::uint32_t number = 0;
     std::uint32_t isEnabled = 0;

@@ -24,7 +24,7 @@ std::string_view markFor(platform::DDLogFlag flag) noexcept {
   }
 }
 
-/// In the locale and time zone of the first line, for all formatters.
+/// Uses the locale and time zone at the time of the first line, for all formatters.
 const platform::DateFormatter& dateFormatter() {
   static const auto& formatter = *new platform::DateFormatter("MM/dd/yyyy HH:mm:ss:SSS");
   return formatter;

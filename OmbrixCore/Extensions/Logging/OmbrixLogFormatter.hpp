@@ -6,8 +6,8 @@
 
 namespace ombrix {
 
-/// The lines of the log files: date and time, a mark for the gravity, the message, and where it
-/// comes from. Any thread; holds nothing that changes.
+/// Formats the lines of the log files: date and time, a symbol for the severity, the message, and
+/// its origin. Any thread; has no mutable state.
 ///
 ///     05/01/2024 10:30:30:250 🚨   Data: bad row | [LocationCSVParser parse(url:)]:42
 class OmbrixLogFormatter final : public platform::DDLogFormatter {

@@ -6,7 +6,7 @@
 
 namespace ombrix {
 
-/// The lines of the system's log, which adds the time itself. Any thread.
+/// Formats the lines of the system's log, which adds the time itself. Any thread.
 ///
 ///     Data: bad row | LocationCSVParser.parse(url:) + 42
 class OmbrixOSLogFormatter final : public platform::DDLogFormatter {

@@ -18,7 +18,7 @@
 namespace ombrix {
 namespace detail {
 
-/// Leaves trivial elements as they are when a vector is sized: each is written right after.
+/// Does not initialise trivial elements when a vector is sized: each is written right after.
 template <class Element>
 struct UnsetAllocator : std::allocator<Element> {
   template <class Other>
@@ -40,11 +40,11 @@ struct UnsetAllocator : std::allocator<Element> {
 
 }  // namespace detail
 
-/// A dictionary from keys to arrays of elements, as `chunked` makes it: read-only, with the
-/// elements of a group side by side in memory.
+/// A read-only dictionary from keys to arrays of elements, returned by `chunked`; the elements of a
+/// group are contiguous in memory.
 ///
-/// Groups are visited in the order in which their keys were first seen, but equality, like a
-/// dictionary's, does not look at that order. Reading is safe on any thread.
+/// Groups are visited in the order in which their keys first occurred, but equality ignores that
+/// order, like a dictionary's. Reading is safe on any thread.
 template <detail::Hashable Key, class Element>
 class Grouping {
  public:
@@ -83,14 +83,14 @@ class Grouping {
 
   [[nodiscard]] bool contains(const Key& key) const { return table_.find(key) != Table::kNone; }
 
-  /// The elements under a key, in the order of the sequence; empty for a key that is not there,
-  /// since no group is empty.
+  /// The elements under a key, in the order of the sequence; empty only for an unknown key, since
+  /// no group is empty.
   [[nodiscard]] std::span<const Element> operator[](const Key& key) const {
     const auto number = table_.find(key);
     return number == Table::kNone ? std::span<const Element>() : group(number).elements;
   }
 
-  /// The same keys with the same elements in the same order within each group.
+  /// Whether both have the same keys with the same elements in the same order in each group.
   friend bool operator==(const Grouping& a, const Grouping& b) {
     if (a.size() != b.size()) return false;
     for (const auto& [key, elements] : a) {
@@ -110,18 +110,18 @@ class Grouping {
             std::span(elements_).subspan(starts_[number], starts_[number + 1] - starts_[number])};
   }
 
-  /// Takes in the elements of a random-access range.
+  /// Adds the elements of a random-access range.
   template <class Range, class KeyFunction>
   void fill(Range&& source, KeyFunction& key);
 
   Table table_;
   std::vector<Element, detail::UnsetAllocator<Element>> elements_;  // group by group
-  std::vector<std::size_t> starts_;  // of each group, and the end of the last
+  std::vector<std::size_t> starts_;  // of each group, then the end of the last
 };
 
 /// Groups a sequence by a key of each element: a function, or a pointer to a member.
 ///
-/// The key of each element is asked for once, in order. Linear; any thread.
+/// Computes the key of each element once, in order. Linear; any thread.
 template <std::ranges::input_range Range, class KeyFunction>
 auto chunked(Range&& sequence, KeyFunction key) {
   using Element = std::ranges::range_value_t<Range>;

@@ -4,8 +4,8 @@
 
 namespace ombrix {
 
-// Each is one comparison with three outcomes: before, after, or neither. A date that is not a
-// number is neither, and so counts as equal to every other.
+// Each comparison has three outcomes: before, after, or neither. A date that is not a number is
+// neither before nor after, so it counts as equal to every other.
 
 constexpr bool isLaterThan(platform::Date date, platform::Date other) noexcept {
   return date > other;

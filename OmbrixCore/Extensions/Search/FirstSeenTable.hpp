@@ -16,18 +16,18 @@
 
 namespace ombrix::detail {
 
-/// A value that hash tables take.
+/// A value that hash tables can store.
 template <class Value>
 concept Hashable = std::equality_comparable<Value> && requires(const Value& value) {
   { std::hash<Value>{}(value) } -> std::convertible_to<std::size_t>;
 };
 
-/// Numbers distinct keys from 0 in the order in which they are first seen.
+/// Numbers distinct keys from 0 in the order in which they first occur.
 ///
-/// Integers and texts that somebody chose so that they collide do not: a seed of the process is in
-/// their hashes. Keys of other types are as good as their `std::hash` is. Open addressing over
-/// 8-byte slots of hash and number. The place of a slot follows from the top bits of its hash, so
-/// that growing reads and writes the table from front to back.
+/// Integers and texts chosen to collide do not: their hashes include a seed of the process. Keys of
+/// other types are as good as their `std::hash`. Uses open addressing over 8-byte slots of hash and
+/// number. The top bits of a hash determine its slot, so that growing reads and writes the table
+/// from front to back.
 template <Hashable Key>
 class FirstSeenTable {
  public:
@@ -42,19 +42,19 @@ class FirstSeenTable {
     }
   }
 
-  /// Whether looking up several keys at once pays, since slots come from beyond the nearest caches.
+  /// Whether to look up several keys at once, since the slots are outside the nearest caches.
   [[nodiscard]] bool isLarge() const noexcept { return slots_.size() > kNearSlots; }
 
-  /// Says that a key of this hash is about to be looked up.
+  /// Prefetches the slot of a key with this hash before its lookup.
   void prefetch(std::uint32_t hash) const noexcept {
     __builtin_prefetch(slots_.data() + (hash >> shift_), 1);
   }
 
-  /// The number of a key, which is taken in when it is new.
+  /// The number of a key; adds the key if it is new.
   template <class AnyKey>
   Number insert(AnyKey&& key, std::uint32_t hash) {
     if constexpr (std::floating_point<Key>) {
-      // Not-a-number equals nothing: each is new, and none is to be found.
+      // Not-a-number equals nothing: each is new, and none can be found.
       if (std::isnan(key)) {
         keys_.push_back(key);
         return static_cast<Number>(keys_.size() - 1);
@@ -82,7 +82,7 @@ class FirstSeenTable {
     Number number = kNone;
   };
 
-  /// Where a key's slot is, or the empty one where it would go.
+  /// The slot of a key, or the empty slot where it belongs.
   template <class AnyKey>
   std::size_t placeOf(const AnyKey& key, std::uint32_t hash) const {
     const Slot* const slots = slots_.data();
@@ -104,8 +104,8 @@ class FirstSeenTable {
     return number;
   }
 
-  /// Slots per key at least. A table that fits into the first cache is kept sparse, so that nearly
-  /// every key is met at its natural place and the processor guesses right.
+  /// The minimum number of slots per key. A table that fits into the first cache is kept sparse, so
+  /// that nearly every key is in its natural slot and branches are predictable.
   [[nodiscard]] std::size_t spread() const noexcept {
     return slots_.size() <= kSparseSlots ? 8 : 2;
   }
@@ -126,12 +126,12 @@ class FirstSeenTable {
 
   platform::HashSeed seed_ = platform::HashSeed::ofProcess();
   std::vector<Key> keys_;
-  // A slot's natural place is the top 32 - shift_ bits of its hash.
+  // The natural slot of a hash is its top 32 - shift_ bits.
   std::vector<Slot> slots_ = std::vector<Slot>(32);
   int shift_ = 27;
 };
 
-// Keys that are looked up together, so that their slots travel from memory at the same time.
+// Keys are looked up in batches of this size, so that their slots are fetched at the same time.
 inline constexpr std::size_t kLookUpBatch = 32;
 
 }  // namespace ombrix::detail

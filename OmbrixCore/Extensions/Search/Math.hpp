@@ -2,12 +2,12 @@
 
 namespace ombrix {
 
-/// Estimates that need no state.
+/// Stateless estimates.
 class Math {
  public:
   Math() = delete;
 
-  /// Kilocalories that a skier burns.
+  /// The kilocalories that a skier burns.
   ///
   /// @param weight kilograms.
   /// @param overTime seconds.

@@ -8,17 +8,17 @@
 
 namespace ombrix {
 
-/// The way a search walks: towards lower or towards higher indices.
+/// The direction of a search: towards lower or higher indices.
 enum class SortedArraySearchDirection { left, right };
 
-/// The index beside the first element, walking away from `start`, that satisfies `predicate`, on
-/// the side of `start`; the element at `start` itself is never tested.
+/// Searches from `start` for the first element that satisfies `predicate` and returns the index
+/// just before it, on the side of `start`; never tests the element at `start` itself.
 ///
-/// @param array sorted by what the predicate looks at, for example fixes by time.
+/// @param array sorted by the property that the predicate tests, for example fixes by time.
 /// @param start from -1 (right) or 0 (left) up to one less than the count (right) or the count
-///   (left); anything else stops the program.
-/// @return the last index before the match, or the last one on that side when nothing matches;
-///   `start` when there is nothing to test, or when the result would lie outside the array.
+/// (left); any other value stops the program.
+/// @return the last index before the match, or the last one in that direction when none matches;
+/// `start` when there is nothing to test, or when the result would be outside the array.
 ///
 /// Elements are tested one by one, each once, so the predicate may hold state. Any thread.
 template <std::ranges::random_access_range Range, class Predicate>

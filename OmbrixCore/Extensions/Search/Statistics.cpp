@@ -8,7 +8,7 @@
 namespace ombrix {
 namespace {
 
-// Below this, partitioning a copy in the cache beats counting.
+// For fewer values, partitioning a copy in the cache is faster than counting.
 constexpr std::size_t kCountingThreshold = 2'048;
 constexpr std::size_t kBucketBits = 11;
 
@@ -17,7 +17,7 @@ struct MiddlePair {
   std::int64_t upper;
 };
 
-/// The values of ranks `lower` and `upper`, which are equal or neighbours; reorders `values`.
+/// The values of ranks `lower` and `upper`, which are equal or adjacent; reorders `values`.
 MiddlePair selectByPartition(std::span<std::int64_t> values, std::size_t lower, std::size_t upper) {
   const auto nth = values.begin() + static_cast<std::ptrdiff_t>(upper);
   std::nth_element(values.begin(), nth, values.end());
@@ -25,7 +25,7 @@ MiddlePair selectByPartition(std::span<std::int64_t> values, std::size_t lower, 
 }
 
 /// The same without reordering: counts the values in buckets of equal width between the extremes,
-/// then looks only at the bucket that holds the ranks. Each round narrows the width by 2^11.
+/// then repeats with the bucket that holds the ranks. Each round narrows the width by 2^11.
 MiddlePair select(std::span<const std::int64_t> values, std::size_t lower, std::size_t upper) {
   if (values.size() < kCountingThreshold) {
     std::vector<std::int64_t> copy(values.begin(), values.end());
@@ -38,7 +38,7 @@ MiddlePair select(std::span<const std::int64_t> values, std::size_t lower, std::
     largest = value > largest ? value : largest;
   }
   if (smallest == largest) return {smallest, smallest};
-  // Differences are taken modulo 2^64, where they are exact for any two values.
+  // Differences are computed modulo 2^64, where they are exact for any two values.
   const auto origin = static_cast<std::uint64_t>(smallest);
   const auto width = std::bit_width(static_cast<std::uint64_t>(largest) - origin);
   const auto shift = width > kBucketBits ? width - kBucketBits : 0;
@@ -63,7 +63,7 @@ MiddlePair select(std::span<const std::int64_t> values, std::size_t lower, std::
     }
     return select(inside, lower - below, upper - below);
   }
-  // The two ranks lie on either side of a bucket's edge.
+  // The two ranks are in two neighbouring buckets.
   MiddlePair pair{smallest, largest};
   for (const std::int64_t value : values) {
     if (bucketOf(value) <= bucket) {

@@ -13,7 +13,7 @@
 
 namespace ombrix {
 
-/// A whole number that can be added up; truth values and characters are none.
+/// A whole number that can be summed; not a truth value or a character.
 template <class Value>
 concept BinaryInteger =
     std::integral<Value> && !std::same_as<Value, bool> && !std::same_as<Value, char> &&
@@ -28,9 +28,9 @@ concept SummableRange =
       sum = sum + sum;
     };
 
-/// The elements added from left to right, in the element type; 0 for an empty range.
+/// The sum of the elements from left to right, in the element type; 0 for an empty range.
 ///
-/// A sum of whole numbers that leaves their type, even on the way, stops the program. Any thread.
+/// Stops the program if a sum of whole numbers overflows its type, even on the way. Any thread.
 template <SummableRange Range>
 std::ranges::range_value_t<Range> total(Range&& values) {
   using Value = std::ranges::range_value_t<Range>;
@@ -49,7 +49,7 @@ std::ranges::range_value_t<Range> total(Range&& values) {
 
 /// The mean of whole numbers; 0.0 for an empty range.
 ///
-/// Stops the program as `total` does, and when the total has no signed 64-bit form. Any thread.
+/// Stops the program like `total`, and when the total does not fit signed 64 bits. Any thread.
 template <SummableRange Range>
   requires BinaryInteger<std::ranges::range_value_t<Range>> && std::ranges::forward_range<Range>
 double average(Range&& values) {
@@ -72,8 +72,8 @@ std::ranges::range_value_t<Range> average(Range&& values) {
 
 /// The middle value, or half the sum of the two middle ones.
 ///
-/// Linear in the worst case; no copy of large inputs is sorted. Stops the program when there is no
-/// value, and when the sum of the two middle ones leaves 64 bits. Any thread.
+/// Linear even in the worst case; large inputs are not copied and sorted. Stops the program when
+/// there is no value, or when the sum of the two middle ones overflows 64 bits. Any thread.
 double median(std::span<const std::int64_t> values);
 
 /// The same for any range of signed 64-bit integers.

@@ -15,14 +15,14 @@
 namespace ombrix {
 namespace detail {
 
-/// `unique` by one bit for every number between the extremes; false when they lie too far apart for
-/// the number of values to pay for that.
+/// `unique` with one bit for every number between the extremes; false when their distance is too
+/// large for the number of values.
 template <std::integral Value>
 bool uniqueByBits(std::span<const Value> values, std::vector<Value>& result) {
   constexpr std::size_t kFewest = 64;
   constexpr std::size_t kBitsPerValue = 16;
   if (values.size() < kFewest) return false;
-  // Not std::ranges::minmax: it branches on each pair, which random values make expensive.
+  // Not std::ranges::minmax: it branches on each pair, which is slow for random values.
   Value smallest = values[0];
   Value largest = values[0];
   for (const Value value : values) {
@@ -46,9 +46,9 @@ bool uniqueByBits(std::span<const Value> values, std::vector<Value>& result) {
 
 }  // namespace detail
 
-/// The elements of a range without repeats, in the order in which each is first seen.
+/// The elements of a range without duplicates, in the order of their first occurrence.
 ///
-/// Values that are not equal to themselves are all kept. Linear; any thread.
+/// Keeps all values that are not equal to themselves. Linear; any thread.
 template <std::ranges::input_range Range>
   requires detail::Hashable<std::ranges::range_value_t<Range>>
 std::vector<std::ranges::range_value_t<Range>> unique(Range&& values) {

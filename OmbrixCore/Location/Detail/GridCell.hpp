@@ -6,7 +6,7 @@
 
 namespace ombrix::detail {
 
-/// `value` x `scale` cut towards zero; stops the program when that has no 64-bit integer.
+/// `value` x `scale` truncated towards zero; stops the program if that overflows 64 bits.
 inline std::int64_t gridCell(double value, double scale) {
   constexpr double kTwoToThe63 = 0x1p63;
   const double scaled = value * scale;

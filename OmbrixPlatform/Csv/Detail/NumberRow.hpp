@@ -9,7 +9,7 @@ namespace ombrix::platform::detail {
 /// The text to scan for a row, and the bytes around it that may be loaded.
 struct NumberRowText {
   const char* begin;          ///< The row's first byte.
-  const char* end;            ///< Behind the last byte of text; the row must end before.
+  const char* end;            ///< One past the text's last byte; the row must end before it.
   const char* readableBegin;  ///< All bytes from here
   const char* readableEnd;    ///< to here may be loaded.
   char delimiter;

@@ -13,20 +13,20 @@
 
 namespace ombrix::detail {
 
-/// A user-perceived character as a number: equal characters of a pattern and a text that is matched
-/// with it have equal numbers. ASCII characters are their codes.
+/// A user-perceived character as a number: equal characters of a pattern and of the text to match
+/// have equal numbers. The number of an ASCII character is its code.
 using Symbol = std::uint64_t;
 
 /// An ASCII character.
 using Byte = unsigned char;
 
-/// Numbers for the characters of one pattern that are too long to be packed into a number.
+/// Numbers for those characters of a pattern that are too long to be packed into a number.
 class LongCharacters {
  public:
-  /// The number of a character of the pattern.
+  /// The number for a character of the pattern; assigns one if needed.
   Symbol learn(std::string_view character);
 
-  /// The number of a character of a text; one that the pattern does not hold equals none of its.
+  /// The number for a character of a text; differs from all of the pattern's if not among them.
   [[nodiscard]] Symbol find(std::string_view character) const;
 
  private:
@@ -40,16 +40,16 @@ class LongCharacters {
   std::unordered_map<std::string, Symbol, Hash, std::equal_to<>> known_;
 };
 
-/// The characters of a text, as bytes where each byte is one, else as symbols.
+/// The characters of a text, as bytes if each byte is a character, otherwise as symbols.
 class Characters {
  public:
-  /// A pattern: fills `longCharacters`.
+  /// For a pattern: fills `longCharacters`.
   Characters(std::string_view text, LongCharacters& longCharacters);
 
-  /// A text to be matched with the pattern that `longCharacters` comes from. Bytes are borrowed.
+  /// For a text to match against the pattern that filled `longCharacters`. Borrows the bytes.
   Characters(std::string_view text, const LongCharacters& longCharacters);
 
-  /// A text whose bytes are its characters.
+  /// For a text whose bytes are its characters.
   explicit Characters(std::string_view bytes) noexcept : areBytes_(true), bytes_(bytes) {}
 
   [[nodiscard]] bool areBytes() const noexcept { return areBytes_; }

@@ -11,8 +11,8 @@
 
 namespace ombrix::detail {
 
-/// A text prepared for edit distances to many others: for each character the places where it
-/// stands, as bits.
+/// A text prepared for edit distances to many others: a bit set of the positions of each
+/// character.
 ///
 /// Bit-parallel in blocks of 64 characters: G. Myers, A fast bit-vector algorithm for approximate
 /// string matching (1999), in the form of H. Hyyro, A bit-vector algorithm for computing
@@ -22,7 +22,7 @@ class EditPattern {
   explicit EditPattern(std::span<const Byte> pattern) { prepare(pattern); }
   explicit EditPattern(std::span<const Symbol> pattern) { prepare(pattern); }
 
-  /// The least number of insertions, deletions and replacements that make one text the other.
+  /// The smallest number of insertions, deletions and replacements between the two texts.
   [[nodiscard]] std::size_t distanceTo(std::span<const Byte> text) const { return distance(text); }
   [[nodiscard]] std::size_t distanceTo(std::span<const Symbol> text) const {
     return distance(text);

@@ -17,7 +17,7 @@
 
 namespace ombrix::detail {
 
-/// Whether the pattern's characters stand in the text in order: nothing else decides about a match.
+/// Whether the text contains the pattern's characters in order: only this decides about a match.
 template <class Character, class Other>
 bool isSubsequence(std::span<const Character> text, std::span<const Other> pattern) noexcept {
   if (pattern.size() > text.size()) return false;
@@ -30,9 +30,9 @@ bool isSubsequence(std::span<const Character> text, std::span<const Other> patte
 
 // The cell of a character at column c is 1 + max(v - (c - k - 1)) over the cells v at columns k < c
 // of the row above, which is max(v + k) + 2 - c: a running maximum makes a row linear. Each row
-// starts behind the first match of the row above, so that the maximum always has a value.
+// starts after the first match of the row above, so that the maximum always has a value.
 
-/// The matrix of a pattern that is a subsequence of the text.
+/// Fills the matrix for a pattern that is a subsequence of the text.
 template <class Character, class Other>
 FuzzyMatch matchWithMatrix(std::span<const Character> text, std::span<const Other> pattern) {
   FuzzyMatch match;
@@ -68,13 +68,13 @@ FuzzyMatch matchWithMatrix(std::span<const Character> text, std::span<const Othe
   return match;
 }
 
-/// The score of a pattern that is a subsequence of the text, in one row of memory.
+/// Computes the score of a pattern that is a subsequence of the text, in one row of memory.
 template <class Character, class Other>
 std::int64_t scoreOnly(std::span<const Character> text, std::span<const Other> pattern) {
   if (pattern.empty()) return 0;
   constexpr std::int64_t kNoMatch = std::numeric_limits<std::int64_t>::min() / 2;
   std::vector<std::int64_t> row(text.size());
-  // Cells hold v + column, so that a row needs no arithmetic but the maximum.
+  // Cells hold v + column, so that a row needs only the maximum and no other arithmetic.
   const std::size_t width = text.size();
   std::size_t first = width;
   for (std::size_t column = width; column-- > 0;) {
@@ -104,11 +104,11 @@ std::int64_t scoreOnly(std::span<const Character> text, std::span<const Other> p
   return score;
 }
 
-// Texts of up to 64 characters, as names are: the places of each pattern character are the bits of
-// a word, and only those places are visited.
+// For texts of up to 64 characters, such as names: the positions of each pattern character are the
+// bits of a word, and only those positions are visited.
 inline constexpr std::size_t kShortText = 64;
 
-/// A short text, ready to be asked where a character stands in it.
+/// A short text, prepared for finding the positions of a character.
 template <class Character>
 class ShortText {
  public:
@@ -132,7 +132,7 @@ class ShortText<Byte> {
  public:
   explicit ShortText(std::span<const Byte> text) noexcept : words_((text.size() + 7) / 8) {
     if (text.empty()) return;
-    // Padded with what is not an ASCII character.
+    // Padded with bytes that are not ASCII.
     word_[words_ - 1] = ~std::uint64_t{0};
     std::memcpy(word_.data(), text.data(), text.size());
     if constexpr (std::endian::native == std::endian::big) {
@@ -146,7 +146,7 @@ class ShortText<Byte> {
     if (wanted > 0x7F) return 0;
     std::uint64_t places = 0;
     for (std::size_t i = 0; i < words_; ++i) {
-      // The top bit of a byte ends up clear exactly where nothing differs.
+      // The top bit of a byte ends up clear exactly where the bytes are equal.
       const std::uint64_t differences = word_[i] ^ kEachByte * wanted;
       const std::uint64_t equal = ~(((differences & kLowBits) + kLowBits) | differences | kLowBits);
       places |= ((equal >> 7) * 0x0102'0408'1020'4080U >> 56) << (8 * i);
@@ -159,7 +159,7 @@ class ShortText<Byte> {
   std::array<std::uint64_t, kShortText / 8> word_;
 };
 
-/// The places of each pattern character that take part; false when one of them has none.
+/// Finds the positions of each pattern character that can match; false if one has none.
 template <class Character, class Other>
 bool findPlaces(std::span<const Character> text, std::span<const Other> pattern,
                 std::array<std::uint64_t, kShortText>& rows) noexcept {
@@ -174,7 +174,7 @@ bool findPlaces(std::span<const Character> text, std::span<const Other> pattern,
   return true;
 }
 
-/// Goes through the cells of `rows`, row after row, and gives the score.
+/// Visits the cells of `rows`, row by row, and returns the score.
 template <class UseCell>
 std::int64_t visitCells(std::span<const std::uint64_t> rows, UseCell useCell) {
   if (rows.empty()) return 0;
@@ -220,7 +220,7 @@ std::optional<Result> matchShort(std::span<const Character> text, std::span<cons
   }
 }
 
-/// The match, or its score alone, of a pattern in a text; nothing when there is none.
+/// The match, or only its score, of a pattern in a text; empty when there is no match.
 template <class Result>
 std::optional<Result> matchCharacters(const Characters& text, const Characters& pattern) {
   return text.visit([&](auto in) {
