@@ -10,7 +10,7 @@
 
 namespace ombrix::testing {
 
-/// Collects what callbacks on any thread tell, as lines of text, and waits for a line.
+/// Collects reports of callbacks on any thread, as lines of text, and waits for a line.
 class EventLog {
  public:
   void add(std::string line) {
@@ -25,8 +25,8 @@ class EventLog {
     return std::exchange(lines_, {});
   }
 
-  /// The same once the line is among them; when it does not come in time, "(no <line>)" is the
-  /// last.
+  /// The same, once the line is among them; if it does not arrive in time, the last line is "(no
+  /// <line>)".
   std::vector<std::string> takeOnce(const std::string& line) {
     std::unique_lock lock(mutex_);
     const auto isThere = [&] { return std::ranges::find(lines_, line) != lines_.end(); };

@@ -5,8 +5,8 @@
 
 namespace ombrix::testing {
 
-/// Whether a condition comes true within 30 s, for what another thread brings about without telling
-/// anybody, such as letting go of memory.
+/// Whether a condition comes true within 30 s: for effects of other threads that are not signalled,
+/// such as released memory.
 template <class Condition>
 [[nodiscard]] bool eventually(Condition condition) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);

@@ -41,7 +41,7 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
     const std::lock_guard lock(mutex_);
     delegate_.swap(delegate);
   }
-  void receiveMore() override {}  // bodies come whole
+  void receiveMore() override {}  // bodies arrive whole
 
   void cancel() override { end(Answer::failure(URLError(URLError::Code::cancelled))); }
 
@@ -104,7 +104,7 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
  private:
   mutable std::mutex mutex_;
   State state_ = State::suspended;
-  std::shared_ptr<FakeURLSession> session_;  // until it is over
+  std::shared_ptr<FakeURLSession> session_;  // until it has ended
   const std::uint64_t identifier_;
   const URLRequest request_;
   platform::URLSessionCompletionHandler handler_;

@@ -15,14 +15,14 @@
 
 namespace ombrix::testing {
 
-/// A session without a network: it records requests and answers by a rule, or as the test says,
-/// task by task. Handlers are called on the delegate queue, as a session's are. Any thread.
+/// A session without a network: it records requests and answers them by a rule, or task by task as
+/// the test says. Like a real session's, its handlers run on the delegate queue. Any thread.
 class FakeURLSession final : public platform::URLSession,
                              public std::enable_shared_from_this<FakeURLSession> {
   struct Passkey {};
 
  public:
-  /// How a task ends: with an HTTP answer, with one that is not HTTP, or with an error.
+  /// How a task ends: with an HTTP answer, with an answer that is not HTTP, or with an error.
   struct Answer {
     int status = 200;
     platform::HTTPHeaders headers = {};
@@ -32,7 +32,7 @@ class FakeURLSession final : public platform::URLSession,
 
     static Answer failure(platform::URLError error);
   };
-  /// What to answer a request; nothing leaves the task to `complete`.
+  /// The answer to a request; if empty, the task waits for `complete`.
   using Rule = std::function<std::optional<Answer>(const platform::URLRequest&)>;
 
   static std::shared_ptr<FakeURLSession> make(
@@ -44,13 +44,13 @@ class FakeURLSession final : public platform::URLSession,
                  std::shared_ptr<platform::DispatchQueue> delegateQueue);
   ~FakeURLSession() override;
 
-  /// Ends a task, counted from 0 in the order of `resume`; waits for it to be resumed.
+  /// Completes a task, counted from 0 in the order of `resume`; waits until it was resumed.
   void complete(std::size_t index, Answer answer);
 
-  /// The request of a resumed task; waits for it to be resumed.
+  /// The request of a resumed task; waits until it was resumed.
   platform::URLRequest request(std::size_t index);
 
-  /// How many tasks were made, and how many of them resumed, so far.
+  /// The number of tasks created so far, and of those resumed.
   [[nodiscard]] std::size_t madeCount() const;
   [[nodiscard]] std::size_t resumedCount() const;
 
@@ -89,7 +89,7 @@ class FakeURLSession final : public platform::URLSession,
   std::vector<std::shared_ptr<Task>> resumed_;
 };
 
-/// Makes such sessions for the client under test, all with one rule.
+/// Creates such sessions for the client under test, all with one rule.
 ///
 ///     auto sessions = std::make_shared<FakeURLSessionFactory>(rule);
 ///     ScopedService scoped(services().urlSessionFactory, sessions);
@@ -108,7 +108,7 @@ class FakeURLSessionFactory final : public platform::URLSessionFactory {
     return session;
   }
 
-  /// The sessions made so far, in order.
+  /// The sessions created so far, in order.
   [[nodiscard]] std::vector<std::shared_ptr<FakeURLSession>> sessions() const {
     const std::lock_guard lock(mutex_);
     return sessions_;

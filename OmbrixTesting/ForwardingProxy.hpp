@@ -20,11 +20,11 @@
 
 namespace ombrix::testing {
 
-/// A proxy for HTTP: it makes ways ("CONNECT") and passes requests on, always to the port that is
-/// asked for on this machine, whatever the host. One request each connection. Any thread.
+/// An HTTP proxy: it opens tunnels ("CONNECT") and forwards requests, always to the requested port
+/// on this machine, whatever the host. One request per connection. Any thread.
 class ForwardingProxy {
  public:
-  /// @param credentials What "Proxy-Authorization" has to be; empty: anything. Others get 407.
+  /// @param credentials The expected "Proxy-Authorization"; empty: any. Other requests get 407.
   explicit ForwardingProxy(std::string credentials = {}) : credentials_(std::move(credentials)) {
     sockaddr_in address = loopback(0);
     socklen_t size = sizeof address;
@@ -38,7 +38,7 @@ class ForwardingProxy {
   ~ForwardingProxy() {
     accepting_.request_stop();
     ::shutdown(listener_, SHUT_RDWR);
-    accepting_.join();  // no more are added after that
+    accepting_.join();  // no more are added afterwards
     {
       const platform::LockGuard lock(mutex_);
       for (const int socket : sockets_) ::shutdown(socket, SHUT_RDWR);
@@ -125,7 +125,7 @@ class ForwardingProxy {
     return true;
   }
 
-  /// Carries bytes both ways until one side ends.
+  /// Relays bytes both ways until one side ends.
   static void relay(int a, int b) {
     std::array<pollfd, 2> both{pollfd{a, POLLIN, 0}, pollfd{b, POLLIN, 0}};
     std::array<char, 16'384> block{};
@@ -149,7 +149,7 @@ class ForwardingProxy {
   platform::Mutex mutex_;
   std::vector<int> sockets_ OMBRIX_GUARDED_BY(mutex_);
   std::vector<std::string> requests_ OMBRIX_GUARDED_BY(mutex_);
-  std::vector<std::jthread> serving_;  // the accepting thread's, then the destructor's
+  std::vector<std::jthread> serving_;  // used by the accepting thread, then by the destructor
   std::jthread accepting_;
 };
 

@@ -7,7 +7,7 @@
 
 namespace ombrix::testing {
 
-/// An answer over HTTP/2 that breaks off, breaks the rules or has no end; a few are unusual only.
+/// An HTTP/2 answer that breaks off, violates the rules or never ends; a few are just unusual.
 struct HTTP2Attack {
   using Reply = RawHTTP2Server::Reply;
 

@@ -9,7 +9,7 @@
 
 namespace ombrix::testing {
 
-/// An executor whose jobs run when, and in the order in which, a test runs them. Any thread.
+/// An executor whose jobs run when the test runs them, in the test's order. Any thread.
 class HeldExecutor final : public platform::Executor {
  public:
   void post(platform::Job job) override {
@@ -20,7 +20,7 @@ class HeldExecutor final : public platform::Executor {
     posted_.release();
   }
 
-  /// Waits for the next job and gives it.
+  /// Waits for the next job and returns it.
   [[nodiscard]] platform::Job take() {
     posted_.acquire();
     const platform::LockGuard lock(mutex_);

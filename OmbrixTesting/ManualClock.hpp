@@ -7,7 +7,7 @@
 
 namespace ombrix::testing {
 
-/// A clock that stands still until a test moves it. Any thread.
+/// A clock that stops until a test moves it. Any thread.
 class ManualClock final : public platform::Clock {
  public:
   explicit ManualClock(platform::Date now = platform::dateSince1970(1'700'000'000)) : now_(now) {}
@@ -31,7 +31,7 @@ class ManualClock final : public platform::Clock {
     platform::reconsiderTimers();
   }
 
-  /// Sets the wall clock alone, as a user does; it may go back.
+  /// Sets only the wall clock, as a user does; it may go back.
   void setNow(platform::Date now) {
     const std::lock_guard lock(mutex_);
     now_ = now;

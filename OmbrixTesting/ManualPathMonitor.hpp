@@ -11,11 +11,11 @@
 
 namespace ombrix::testing {
 
-/// A path monitor that sees what a test tells it. Handlers run on a queue of its own. Any thread.
+/// A path monitor that reports what a test sets. Handlers run on a queue of its own. Any thread.
 class ManualPathMonitor final : public platform::NWPathMonitor,
                                 public std::enable_shared_from_this<ManualPathMonitor> {
  public:
-  /// @param isLate Whether it says nothing before the first `setPath`.
+  /// @param isLate Whether it reports nothing before the first `setPath`.
   explicit ManualPathMonitor(platform::NWPath path = {}, bool isLate = false)
       : isLate_(isLate), path_(path) {}
 
@@ -50,7 +50,7 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
     return path_;
   }
 
-  /// Something of the network changes that leaves the path as it is.
+  /// Simulates a network change that leaves the path the same.
   void change() {
     queue_->sync([this] {
       const bool isCancelled = [this] {
@@ -61,8 +61,8 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
     });
   }
 
-  /// Sets the path; the handler has been called with it when this returns, unless this is called
-  /// from a handler.
+  /// Sets the path; the handler has been called with it when this returns, except when called from
+  /// a handler.
   void setPath(platform::NWPath path) {
     {
       const std::lock_guard lock(mutex_);
@@ -76,7 +76,7 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
   }
 
  private:
-  /// Runs on the queue, which alone uses the handler once the monitor has started.
+  /// Runs on the queue; once the monitor has started, only the queue uses the handler.
   void report() {
     platform::NWPath now;
     {
@@ -99,14 +99,14 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
   bool isCancelled_ = false;
 };
 
-/// Makes monitors that all see the same path.
+/// Creates monitors that all report the same path.
 ///
 ///     auto paths = std::make_shared<ManualPathMonitorFactory>();
 ///     ScopedService scoped(services().pathMonitorFactory, paths);
 ///     paths->setPath({.status = NWPath::Status::unsatisfied});
 class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
  public:
-  /// @param isLate Whether its monitors say nothing before the next `setPath`.
+  /// @param isLate Whether its monitors report nothing before the next `setPath`.
   explicit ManualPathMonitorFactory(bool isLate = false) : isLate_(isLate) {}
 
   std::shared_ptr<platform::NWPathMonitor> make() override {
@@ -116,13 +116,13 @@ class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
     return monitor;
   }
 
-  /// Sets the path of all monitors, those made later too; their handlers have been called with it
+  /// Sets the path of all monitors, including later ones; their handlers have been called with it
   /// when this returns.
   void setPath(platform::NWPath path) {
     for (const auto& monitor : monitors(path)) monitor->setPath(path);
   }
 
-  /// Something of the network changes that leaves the path as it is.
+  /// Simulates a network change that leaves the path the same.
   void change() {
     for (const auto& monitor : monitors(std::nullopt)) monitor->change();
   }

@@ -24,9 +24,9 @@
 
 namespace ombrix::testing {
 
-/// A server of HTTP/2 (RFC 9113) over TLS that answers each request by whatever bytes a test gives
-/// it. It keeps no rules and knows no header: requests are told apart by their streams and their
-/// order. Link OmbrixTestServer and OpenSSL::SSL.
+/// An HTTP/2 server (RFC 9113) over TLS that answers each request with any bytes that a test
+/// returns. It follows no rules and decodes no headers: requests are identified by their streams
+/// and their order. Link OmbrixTestServer and OpenSSL::SSL.
 class RawHTTP2Server {
  public:
   enum class Frame : std::uint8_t {
@@ -46,15 +46,15 @@ class RawHTTP2Server {
 
   struct Reply {
     std::string bytes;
-    bool closes = false;  ///< the connection, in order, behind the bytes
+    bool closes = false;  ///< the connection, properly, after the bytes
   };
-  /// Called on the thread of a connection, with a request's stream once it is there whole.
+  /// Called on the thread of a connection, with the stream of each complete request.
   using Handler = std::function<Reply(std::uint32_t stream)>;
 
   struct Options {
     int verifyMode = SSL_VERIFY_NONE;  ///< OpenSSL's, for certificates of clients
     int newestTLS = TLS1_3_VERSION;
-    bool changesCertificate = false;  ///< with each connection
+    bool changesCertificate = false;  ///< for each connection
   };
 
   explicit RawHTTP2Server(Handler handler) : RawHTTP2Server(std::move(handler), Options()) {}
@@ -83,7 +83,7 @@ class RawHTTP2Server {
       const platform::LockGuard lock(mutex_);
       for (const int socket : sockets_) ::shutdown(socket, SHUT_RDWR);
     }
-    threads_.front().join();  // no more are added after that
+    threads_.front().join();  // no more are added afterwards
     threads_.clear();
     ::close(listener_);
   }
@@ -92,7 +92,7 @@ class RawHTTP2Server {
 
   [[nodiscard]] int port() const noexcept { return port_; }
 
-  /// Whether a client takes the question for its certificate behind the handshake; for
+  /// Whether a client accepts a request for its certificate after the handshake; for
   /// SSL_VERIFY_POST_HANDSHAKE.
   [[nodiscard]] bool mayAskLater() const noexcept { return mayAskLater_; }
 
@@ -112,7 +112,7 @@ class RawHTTP2Server {
     for (int shift = 24; shift >= 0; shift -= 8) bytes.push_back(static_cast<char>(value >> shift));
     return bytes;
   }
-  /// A header field as it stands in a header block, neither indexed nor compressed (RFC 7541
+  /// A header field in the encoding of a header block, neither indexed nor compressed (RFC 7541
   /// section 6.2.2); names and values of at most 126 bytes.
   static std::string field(std::string_view name, std::string_view value) {
     std::string bytes(1, '\0');
@@ -182,7 +182,7 @@ class RawHTTP2Server {
     ::close(socket);
   }
 
-  /// "200 abc", whatever a client asks that speaks nothing else.
+  /// Answers "200 abc" to any request of a client that does not support HTTP/2.
   static void answerByHTTP1(SSL* tls) {
     constexpr std::string_view kLength = "Content-Length: ";
     std::string header;
@@ -195,7 +195,7 @@ class RawHTTP2Server {
       body.resize(std::stoul(header.substr(length + kLength.size())));
     if (!read(tls, body)) return;
     write(tls, "HTTP/1.1 200 OK\r\nContent-Length: 3\r\n\r\nabc");
-    read(tls, header);  // until the client ends it
+    read(tls, header);  // until the client closes it
   }
 
   void converse(SSL* tls) const {
@@ -221,7 +221,7 @@ class RawHTTP2Server {
       if (!reply.closes) continue;
       ::SSL_shutdown(tls);
       ::shutdown(::SSL_get_fd(tls), SHUT_WR);
-      // What is not read would turn the end into a reset, which throws the answer away.
+      // Unread bytes would turn the close into a reset, which discards the answer.
       while (::recv(::SSL_get_fd(tls), header.data(), header.size(), 0) > 0) continue;
       return;
     }
@@ -248,7 +248,7 @@ class RawHTTP2Server {
   std::atomic<bool> mayAskLater_ = false;
   platform::Mutex mutex_;
   std::vector<int> sockets_ OMBRIX_GUARDED_BY(mutex_);
-  std::vector<std::jthread> threads_;  // the first one accepts
+  std::vector<std::jthread> threads_;  // the first one accepts connections
 };
 
 }  // namespace ombrix::testing

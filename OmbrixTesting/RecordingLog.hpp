@@ -8,13 +8,13 @@
 
 namespace ombrix::testing {
 
-/// Records what is logged during its scope, at every level.
+/// Records all log messages during its scope, at every level.
 ///
 /// Meanwhile the library's log calls do not set up the logging service, so no log files appear
 /// unless the test itself uses `LoggingService::shared()`.
 ///
-/// Errors that the test did not ask for with `takeErrors` end the test program with a message
-/// when the scope ends: an unexpected error is a failed test. Any thread may log.
+/// Errors that the test does not take with `takeErrors` end the test program with a message when
+/// the scope ends: an unexpected error is a failed test. Any thread may log.
 class RecordingLog {
  public:
   struct Line {
@@ -31,7 +31,7 @@ class RecordingLog {
   /// All lines so far, in order.
   [[nodiscard]] std::vector<Line> lines() const;
 
-  /// The texts of the errors since the last call, which are expected from now on.
+  /// The texts of the errors since the last call; these count as expected.
   std::vector<std::string> takeErrors();
 
  private:

@@ -8,7 +8,7 @@
 
 namespace ombrix::testing {
 
-/// Stands for the system's log and keeps the texts of the entries. Any thread.
+/// Replaces the system's log and keeps the texts of the entries. Any thread.
 ///
 ///     auto systemLog = std::make_shared<RecordingSystemLog>();
 ///     ScopedService scoped(services().systemLog, systemLog);

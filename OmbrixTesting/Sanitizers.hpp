@@ -2,7 +2,7 @@
 
 namespace ombrix::testing {
 
-/// Whether this program runs under a sanitizer: tests that draw many samples then draw fewer.
+/// Whether this program runs under a sanitizer: tests with many samples then draw fewer.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool kUnderSanitizer = true;
 #elif defined(__has_feature)

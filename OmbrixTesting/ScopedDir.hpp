@@ -6,7 +6,7 @@
 
 namespace ombrix::testing {
 
-/// A new empty folder that is removed with everything in it at the end of the scope.
+/// A new empty folder that is removed with all its contents at the end of the scope.
 class ScopedDir {
  public:
   ScopedDir();
@@ -16,11 +16,11 @@ class ScopedDir {
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
-  /// Writes a file below the folder, with its parent folders, and gives its path.
+  /// Writes a file below the folder, with its parent folders, and returns its path.
   std::filesystem::path write(const std::filesystem::path& relative,
                               std::string_view contents) const;
 
-  /// The whole contents of a file below the folder; empty when there is none.
+  /// The whole contents of a file below the folder; empty when it does not exist.
   [[nodiscard]] std::string read(const std::filesystem::path& relative) const;
 
  private:

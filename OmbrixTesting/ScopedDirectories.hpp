@@ -12,8 +12,8 @@
 
 namespace ombrix::testing {
 
-/// Puts the user's folders below a new empty folder during its scope. None of them is made; no
-/// group has a container until `setGroupContainer`, which then answers for every group.
+/// Redirects the user's folders below a new empty folder during its scope. None of them is created;
+/// no group has a container until `setGroupContainer`, which applies to every group.
 class ScopedDirectories {
  public:
   ScopedDirectories()
@@ -22,7 +22,7 @@ class ScopedDirectories {
 
   [[nodiscard]] const ScopedDir& dir() const { return dir_; }
 
-  /// Gives every group the folder "group" (which is not made), or takes it away.
+  /// Gives every group the folder "group" (without creating it), or removes it.
   void setGroupContainer(bool isThere) {
     service_->setContainerForGroup(
         {}, isThere ? std::optional(service_->folder("group")) : std::nullopt);

@@ -12,7 +12,7 @@
 
 namespace ombrix::testing {
 
-/// Makes one locale the current one during its scope. Any thread may read the locale meanwhile.
+/// Makes a locale the current one during its scope. Any thread may read the locale meanwhile.
 class ScopedLocale {
  public:
   /// @param languages The preferred languages; the locale's own when empty.
@@ -21,7 +21,7 @@ class ScopedLocale {
     service_->set(identifier, std::move(languages));
   }
 
-  /// Changes the locale and tells so, as a host does when the user has changed it.
+  /// Changes the locale and announces that, as a host does when the user has changed it.
   void change(std::string_view identifier, std::vector<std::string> languages = {}) {
     service_->set(identifier, std::move(languages));
     service_->localeDidChange();

@@ -6,8 +6,8 @@
 
 namespace ombrix::testing {
 
-/// A shared client of its own during its scope. Sessions, path monitor, directories and locale are
-/// those of the services at the time: scope their doubles before.
+/// Replaces the shared client during its scope. Sessions, path monitor, directories and locale come
+/// from the current services: scope their doubles first.
 ///
 ///     ScopedServerAPI api({.production = server.url(), ...});
 ///     api.client().publisher("resorts");
@@ -15,7 +15,7 @@ class ScopedServerAPI {
  public:
   explicit ScopedServerAPI(ServerConfiguration configuration = ServerConfiguration::defaults());
 
-  /// Cancels what is on the client's queue and waits for it.
+  /// Cancels the operations on the client's queue and waits for them.
   ~ScopedServerAPI();
   ScopedServerAPI(const ScopedServerAPI&) = delete;
   ScopedServerAPI& operator=(const ScopedServerAPI&) = delete;

@@ -7,7 +7,7 @@
 
 namespace ombrix::testing {
 
-/// Puts a double into a service's slot and brings back what was there at the end of the scope.
+/// Puts a double into a service's slot and restores the previous one at the end of the scope.
 ///
 ///     auto clock = std::make_shared<ManualClock>();
 ///     ScopedService scoped(services().clock, clock);

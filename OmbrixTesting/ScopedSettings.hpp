@@ -11,13 +11,13 @@
 
 namespace ombrix::testing {
 
-/// Empty standard user defaults and an empty cloud store, in a folder of their own, during its
-/// scope.
+/// Provides empty standard user defaults and an empty cloud store in a folder of their own, during
+/// its scope.
 class ScopedDefaults {
  public:
   ScopedDefaults();
-  /// Waits until what was set is in the file: a reference that is left would bring it there after
-  /// the folder has gone.
+  /// Waits until all changes are in the file: a remaining reference would otherwise write them
+  /// after the folder was removed.
   ~ScopedDefaults();
   ScopedDefaults(const ScopedDefaults&) = delete;
   ScopedDefaults& operator=(const ScopedDefaults&) = delete;
@@ -25,10 +25,10 @@ class ScopedDefaults {
   [[nodiscard]] platform::UserDefaults& defaults() const { return *defaults_; }
   [[nodiscard]] platform::NSUbiquitousKeyValueStore& cloud() const { return *cloud_; }
 
-  /// Where the domain "standard" lies.
+  /// The folder of the domain "standard".
   [[nodiscard]] const std::filesystem::path& folder() const { return dir_.path(); }
 
-  /// Defaults on the same file, as another process has them.
+  /// Defaults on the same file, as another process would open them.
   [[nodiscard]] std::shared_ptr<platform::UserDefaults> elsewhere() const;
 
  private:
@@ -39,7 +39,7 @@ class ScopedDefaults {
   ScopedService<platform::NSUbiquitousKeyValueStore> scopedCloud_;
 };
 
-/// A shared settings object of its own during its scope, over `ScopedDefaults`, with the core
+/// Replaces the shared settings object during its scope, on top of `ScopedDefaults`, with the core
 /// settings registered and observed.
 ///
 ///     ScopedSettings settings("miles");
@@ -49,7 +49,7 @@ class ScopedSettings : public ScopedDefaults {
 
   explicit ScopedSettings(Registers registers = Registers::coreSettings);
 
-  /// With a unit system stored: "kilometers", "miles" or "british".
+  /// Also stores a unit system: "kilometers", "miles" or "british".
   explicit ScopedSettings(std::string_view metricType);
   ~ScopedSettings();
   ScopedSettings(const ScopedSettings&) = delete;
@@ -57,7 +57,7 @@ class ScopedSettings : public ScopedDefaults {
 
   [[nodiscard]] OmbrixSettings& settings() const { return *settings_; }
 
-  /// `maskViaWormhole` with a channel of the caller's.
+  /// Calls `maskViaWormhole` with the given channel.
   void maskVia(std::shared_ptr<platform::MessageChannel> channel) const;
 
   /// Returns when all mappings registered so far are observed.

@@ -8,8 +8,8 @@
 
 namespace ombrix::testing {
 
-/// The local development web service in the test's own process, on a free port; it serves when the
-/// constructor returns and ends with the scope. Link OmbrixTestServer.
+/// The local development web service inside the test's process, on a free port; it is running when
+/// the constructor returns and stops at the end of the scope. Link OmbrixTestServer.
 class TestServer : public devserver::DevServer {
  public:
   enum class Wire { tls, plain };
@@ -17,7 +17,7 @@ class TestServer : public devserver::DevServer {
   explicit TestServer(Wire wire = Wire::tls) : TestServer(optionsFor(wire)) {}
   explicit TestServer(Options options) : DevServer(std::move(options)) {}
 
-  /// Waits until that many answers wait at gates; false when they do not in time.
+  /// Waits until that many answers are held at gates; false if that takes too long.
   [[nodiscard]] bool waitUntilHeld(std::uint64_t count) const {
     return waitUntil([=](const auto& counters) { return counters.held == count; });
   }
@@ -41,7 +41,7 @@ class TestServer : public devserver::DevServer {
   }
 };
 
-/// Answers with a response only once the gate is open (`DevServer::openGate`).
+/// Returns the response only once the gate is open (`DevServer::openGate`).
 inline devserver::Response held(const std::string& gate, const devserver::Response& response) {
   return devserver::Response::following({devserver::Hold{gate}, devserver::Send{response.bytes()}});
 }

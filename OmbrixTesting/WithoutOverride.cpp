@@ -11,7 +11,7 @@ namespace {
 
 using Capabilities = std::array<__user_cap_data_struct, 2>;
 
-// The C library has no wrapper; the raw call also changes nothing but the calling thread.
+// The C library has no wrapper; the raw call affects only the calling thread.
 Capabilities capabilities() {
   __user_cap_header_struct header{.version = _LINUX_CAPABILITY_VERSION_3, .pid = 0};
   Capabilities data{};

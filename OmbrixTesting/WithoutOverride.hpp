@@ -4,9 +4,9 @@
 
 namespace ombrix::testing {
 
-/// Makes file permissions count for this thread during its scope, also for root, who otherwise may
-/// read and write everything and give files away: a test of a folder without permission then runs
-/// for every user. Threads that start meanwhile are held to them, too.
+/// Makes file permissions apply to this thread during its scope, even for root, who otherwise may
+/// read and write everything and change owners: a test of a folder without permission then works
+/// for every user. Threads started meanwhile are restricted, too.
 class WithoutOverride {
  public:
   WithoutOverride();

@@ -94,7 +94,7 @@ struct CLLocation {
   /// The magnitude of a velocity with these components, m/s.
   static double speedOfComponents(double horizontal, double vertical);
 
-  /// This fix's speed taken as the horizontal (vertical) component, with the other one added.
+  /// The speed with this fix's speed as the horizontal (vertical) component and the other added.
   [[nodiscard]] double speedByAddingVertical(double vertical) const;
   [[nodiscard]] double speedByAddingHorizontal(double horizontal) const;
 

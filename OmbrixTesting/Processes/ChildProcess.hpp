@@ -10,8 +10,8 @@
 
 namespace ombrix::testing {
 
-/// A program that runs beside the test and talks with it in lines; killed at the end of the scope
-/// when it still runs. One thread.
+/// A program that runs beside the test and exchanges lines with it; killed at the end of the scope
+/// if it still runs. One thread.
 class ChildProcess {
  public:
   /// Starts the program; its standard error is the test's. Throws `std::runtime_error`.
@@ -23,17 +23,17 @@ class ChildProcess {
   /// Writes a line to the program's standard input.
   void send(std::string_view line) const;
 
-  /// The next line of its standard output; nothing at the end, or when none comes in time.
+  /// The next line of its standard output; empty at the end, or if none arrives in time.
   std::optional<std::string> readLine(
       std::chrono::steady_clock::duration timeout = std::chrono::seconds(30));
 
-  /// Sends it a signal, by number.
+  /// Sends a signal to it, by number.
   void signal(int number) const;
 
-  /// Ends it at once, as `kill -9` does, and waits until it is gone.
+  /// Kills it at once, as `kill -9` does, and waits for its end.
   void kill();
 
-  /// Waits for its end; its exit status, or -1 when a signal ended it.
+  /// Waits for its end; returns its exit status, or -1 if a signal ended it.
   int wait();
 
  private:

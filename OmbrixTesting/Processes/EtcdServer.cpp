@@ -16,7 +16,7 @@ using platform::JSON;
 
 constexpr const char* kRootPassword = "root's";
 
-/// Believes whoever answers: the test has started it.
+/// Trusts any server: the test has started it.
 class Believing final : public platform::URLSessionDelegate {
  public:
   bool judgesServers(const std::string& /*host*/) const override { return true; }
@@ -94,7 +94,7 @@ void EtcdServer::start() {
 
 bool EtcdServer::hasStarted() {
   const std::string peer = "http://127.0.0.1:0", folder = folder_.string();
-  // What it logs is read to the end: it would wait for a reader otherwise.
+  // Its log is read to the end: otherwise it would block on a full pipe.
   std::vector<std::string> command{"/bin/bash",
                                    "-c",
                                    "exec etcd \"$@\" > >(exec sed -un '/client requests/p') 2>&1",

@@ -12,51 +12,51 @@
 
 namespace ombrix::testing {
 
-/// A real etcd server in a folder of the test's, on a loopback port that stays the same when it is
-/// stopped and started again. One thread.
+/// A real etcd server in a folder of the test, on a loopback port that stays the same when it is
+/// stopped and restarted. One thread.
 class EtcdServer {
  public:
   struct Options {
-    bool isSecure = false;               ///< https, with a certificate of an authority of its own
-    std::vector<std::string> arguments;  ///< more of the program's
+    bool isSecure = false;               ///< https, with a certificate of its own authority
+    std::vector<std::string> arguments;  ///< further arguments
   };
 
-  /// Whether the program is on this machine (`scripts/setup --with-servers` installs it).
+  /// Whether the program is installed (`scripts/setup --with-servers` installs it).
   static bool isInstalled();
 
-  /// Starts it and returns when it takes requests. Throws `std::runtime_error` when it does not.
+  /// Starts it and returns once it accepts requests. Throws `std::runtime_error` if it does not.
   explicit EtcdServer(std::filesystem::path folder, Options options);
   explicit EtcdServer(std::filesystem::path folder) : EtcdServer(std::move(folder), Options()) {}
 
   [[nodiscard]] platform::URL url() const;
 
-  /// The file that vouches for a secure server.
+  /// The certificate of the authority that signed a secure server's certificate.
   [[nodiscard]] std::filesystem::path certificateAuthority() const { return folder_ / "ca.pem"; }
 
-  /// Ends it as `kill -9` does.
+  /// Kills it as `kill -9` does.
   void stop() { process_.reset(); }
   void start();
 
-  /// Stops and continues it, as SIGSTOP and SIGCONT do.
+  /// Stops and resumes it, as SIGSTOP and SIGCONT do.
   void pause();
   void resume();
 
-  /// Asks it something over its JSON gateway, as its root user while it wants a login. Throws
+  /// Sends a request to its JSON gateway, as its root user while it requires a login. Throws
   /// `std::runtime_error` with its answer when it refuses.
   platform::JSON call(const std::string& path, platform::JSON body) const;
 
-  /// From now on the server wants a login; this user may read and write below the prefix.
+  /// From now on the server requires a login; this user may read and write below the prefix.
   void requireLogin(const std::string& name, const std::string& password,
                     const std::string& prefix);
   void stopRequiringLogin();
 
-  /// Forgets the history of the keys before a revision.
+  /// Discards the history of the keys before a revision.
   void compact(std::int64_t revision) const;
 
-  /// Says it is out of space, or has some again.
+  /// Sets or clears its alarm for lack of space.
   void setFull(bool isFull) const;
 
-  /// A text as the gateway wants keys and values.
+  /// Encodes a text as the gateway expects keys and values.
   static std::string coded(std::string_view text);
 
  private:

@@ -27,7 +27,7 @@ void SmallDisk::fillUp(std::size_t bytesLeft) const {
   struct statvfs info{};
   ::statvfs(folder_.path().c_str(), &info);
   const std::size_t free = info.f_bavail * info.f_frsize;
-  // Whoever else writes now takes some of this room; the disk is full then, too.
+  // Other writers may take some of this space; the disk is full then, too.
   std::ofstream filling(folder_.path() / "filling", std::ios::binary);
   filling << std::string(free > bytesLeft ? free - bytesLeft : 0, 'x');
 }

@@ -2,7 +2,7 @@
 
 namespace ombrix::testing {
 
-/// A loopback port that nobody listened on a moment ago, for servers that cannot be told 0.
+/// A loopback port that was free a moment ago, for servers that cannot take port 0.
 int unusedPort();
 
 }  // namespace ombrix::testing

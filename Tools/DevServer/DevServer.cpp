@@ -47,7 +47,7 @@ class DevServer::Running {
     for (const auto& connection : ending) connection->end(how);
   }
 
-  /// Runs on the server's thread and waits for it.
+  /// Runs on the server's thread; the caller waits for it.
   template <class Work>
   void perform(Work work) {
     if (!thread_.joinable()) return;

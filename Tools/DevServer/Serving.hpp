@@ -11,19 +11,19 @@ class App;
 
 namespace ombrix::devserver {
 
-/// What the command line says about a server that runs until it is told to stop.
+/// The command-line options of a server that runs until it is stopped.
 struct ServingOptions {
   DevServer::Options server;
-  std::string authorityFile;  ///< Where to write the certificate to trust; empty for nowhere.
+  std::string authorityFile;  ///< Where to write the certificate to trust; empty: nowhere.
   bool printsPort = false;    ///< Prints the port instead of the base URL.
   bool isVerbose = false;     ///< Prints each request on standard error.
 };
 
-/// Adds the options, their help and examples; the command's name stands in the examples.
+/// Adds the options, their help and examples that use the command's name.
 std::shared_ptr<ServingOptions> addServingOptions(CLI::App& app, const std::string& command);
 
-/// Serves until SIGINT or SIGTERM; prints where on one line first. Call it before other threads
-/// exist, which would take the signals. Throws `platform::Error` when the port is taken.
+/// Serves until SIGINT or SIGTERM; first prints its address on one line. Call it before other
+/// threads exist, which would receive the signals. Throws `platform::Error` when the port is taken.
 void serve(const ServingOptions& options);
 
 }  // namespace ombrix::devserver

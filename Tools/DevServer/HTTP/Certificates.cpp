@@ -50,7 +50,7 @@ struct Pair {
   Owned<X509> certificate;
 };
 
-/// A key and a certificate without a signature.
+/// Makes a key and an unsigned certificate.
 Pair makePair(const char* name, long validFromDays, long validUntilDays) {
   Pair pair{Owned<EVP_PKEY>(made(EVP_EC_gen("P-256"))), Owned<X509>(made(X509_new()))};
   X509* certificate = pair.certificate.get();
@@ -106,7 +106,7 @@ void demandClientCertificate(SSL_CTX* context, const std::string& authorityPEM) 
       context, reinterpret_cast<const unsigned char*>(kSessions.data()), kSessions.size()));
 }
 
-// Chooses HTTP/1.1 from the client's offer, so that a client that prefers HTTP/2 is told.
+// Chooses HTTP/1.1 from the client's offer, so that a client that prefers HTTP/2 learns of it.
 int chooseProtocol(SSL*, const unsigned char** chosen, unsigned char* length,
                    const unsigned char* offered, unsigned int offeredLength, void*) {
   static constexpr unsigned char kSpoken[] = "\x08http/1.1";

@@ -7,27 +7,27 @@ struct ssl_ctx_st;
 
 namespace ombrix::devserver {
 
-/// The certificate a TLS server shows; all are made at start, for a run's key of their own.
+/// The kind of a TLS server's certificate; all are made at start, with a new key for each run.
 enum class Certificate {
   selfSigned,     ///< For api.ombrix.test, localhost, 127.0.0.1 and ::1.
   wrongHost,      ///< The same for another host only.
   expired,        ///< The same, valid until yesterday.
-  fromAuthority,  ///< Signed by an authority of the server's own (`Identity::authorityPEM`).
+  fromAuthority,  ///< Signed by the server's own authority (`Identity::authorityPEM`).
 };
 
 /// A server's key and certificate, ready for its TLS connections.
 struct Identity {
   std::shared_ptr<ssl_ctx_st> context;
-  std::string authorityPEM;  ///< What a client has to trust: the authority's or its own.
+  std::string authorityPEM;  ///< The one a client must trust: the authority's or its own.
 };
 
 /// Makes a key and a certificate in memory. Throws `platform::Error`. Any thread.
 ///
-/// @param clientAuthorityPEM Clients have to show a certificate that this one has signed, or this
-///   one itself; empty: they are not asked.
+/// @param clientAuthorityPEM Clients must present a certificate signed by this one, or this one
+/// itself; if empty, they are not asked.
 Identity makeIdentity(Certificate kind, const std::string& clientAuthorityPEM = {});
 
-/// What a client shows who it is by, as PEM.
+/// The certificate and key with which a client identifies itself, as PEM.
 struct ClientIdentity {
   std::string certificatePEM;  ///< Signed by itself.
   std::string keyPEM;
@@ -35,7 +35,7 @@ struct ClientIdentity {
 
 /// Makes one in memory. Throws `platform::Error`. Any thread.
 ///
-/// @param passphrase Of the key; empty: it is not encrypted.
+/// @param passphrase Of the key; if empty, the key is not encrypted.
 ClientIdentity makeClientIdentity(const std::string& passphrase = {});
 
 }  // namespace ombrix::devserver

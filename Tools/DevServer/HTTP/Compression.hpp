@@ -5,11 +5,11 @@
 
 namespace ombrix::devserver {
 
-/// How a body is coded: "gzip", the "deflate" of HTTP (zlib's format), or the bare deflate that
+/// The coding of a body: "gzip", the "deflate" of HTTP (zlib's format), or the bare deflate that
 /// some servers send under the same name.
 enum class Compression { gzip, zlib, bareDeflate };
 
-/// The text compressed. Throws `platform::Error`. Any thread.
+/// Compresses the text. Throws `platform::Error`. Any thread.
 std::string compressed(std::string_view text, Compression how);
 
 }  // namespace ombrix::devserver

@@ -11,14 +11,14 @@ namespace {
 using asio::error_code;
 using asio::ip::tcp;
 
-// A client that sends more than this without reading its answers must wait.
+// A client that sends more than this without reading its answers is made to wait.
 constexpr std::size_t kMostUnreadBytes = std::size_t{256} * 1024;
-// After this many repetitions without a pause other connections get their turn.
+// After this many repetitions without a pause, other connections get a turn.
 constexpr std::uint64_t kTurnRepeats = 256;
 constexpr std::size_t kTLSPieceBytes = std::size_t{64} * 1024;
-// How long a connection that was closed on this side waits for the client to do the same.
+// How long a connection closed on this side waits for the client to close its side.
 constexpr std::chrono::seconds kLingerTime{5};
-constexpr char kTLSHandshake = 0x16;  // what every TLS connection starts with
+constexpr char kTLSHandshake = 0x16;  // the first byte of every TLS connection
 
 }  // namespace
 
@@ -55,7 +55,7 @@ void Connection::end(End how) {
   abandon();
 }
 
-// Does all that can be done now; called after each event.
+// Does all that is possible now; called after each event.
 void Connection::proceed() {
   while (!isOver_) {
     const Flush flushed = flush();
@@ -75,7 +75,7 @@ void Connection::proceed() {
   if (!isOver_) read();
 }
 
-// False when there is no whole request yet.
+// False when no complete request has arrived yet.
 bool Connection::beginNextRequest() {
   std::string_view unread = std::string_view(in_).substr(inRead_);
   if (unread.empty() && !parser_.isInside()) return false;
@@ -134,7 +134,7 @@ void Connection::finishAnswer() {
   if (isLastAnswer_) beginEnd(End::close);
 }
 
-// Does one step of the script; false when there is none left.
+// Performs one step of the script; false when none is left.
 bool Connection::followStep() {
   if (step_ >= script_.size()) return false;
   const Step& step = script_[step_];
@@ -174,7 +174,7 @@ void Connection::pauseFor(std::chrono::milliseconds time) {
   });
 }
 
-// Lets the other connections have their turn.
+// Gives the other connections a turn.
 void Connection::giveWay() {
   isPaused_ = true;
   asio::post(core_.context, [self = shared_from_this()] { self->resume(); });
@@ -243,8 +243,8 @@ void Connection::received(std::size_t count) {
   }
 }
 
-// The client has ended its side. Its requests are still answered, unless an answer has to wait: the
-// client may be gone by then.
+// The client has closed its side. Its requests are still answered, unless an answer has to wait:
+// the client may be gone by then.
 void Connection::inputEnded() {
   hasInputEnded_ = true;
   if (isPaused_) return abandon();
@@ -294,8 +294,8 @@ bool Connection::refillWire() {
   return !wire_.empty();
 }
 
-// Ends this side of the connection in the way that was asked for. The socket is closed when the
-// client has ended its side: bytes that it still sends would reset what it has not read yet.
+// Ends this side of the connection in the requested way. The socket is closed once the client has
+// closed its side: bytes that it still sends would reset what it has not read yet.
 void Connection::beginEnd(End how) {
   if (how == End::reset) return end(how);
   if (how == End::close && tls_) {

@@ -58,7 +58,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
   asio::steady_timer timer_;
 
   std::array<char, std::size_t{16} * 1024> block_;
-  std::string in_;  // plain bytes received and not yet read
+  std::string in_;  // plain bytes received and not parsed yet
   std::size_t inRead_ = 0;
   std::string out_;  // plain bytes to send
   std::size_t outSent_ = 0;
@@ -74,9 +74,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
   bool isPaused_ = false;
   bool isHeld_ = false;
   bool isAnswering_ = false;
-  bool isCounted_ = false;  // the answer is to a request that the journal counts
+  bool isCounted_ = false;  // the journal counts the request being answered
   bool isLastAnswer_ = false;
-  bool isDraining_ = false;  // all is sent; waits for the client's end
+  bool isDraining_ = false;  // all is sent; waits for the client to close
   bool hasInputEnded_ = false;
   bool isOver_ = false;
 };

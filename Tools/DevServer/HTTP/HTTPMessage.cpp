@@ -53,7 +53,7 @@ std::string_view reasonPhrase(int status) {
   return found == std::end(kReasons) ? "Status" : found->second;
 }
 
-// The date of the current second, kept since a busy server needs it thousands of times.
+// The date of the current second, cached since a busy server needs it thousands of times.
 const std::string& currentHTTPDate() {
   thread_local std::time_t second = 0;
   thread_local std::string text;
@@ -147,7 +147,7 @@ void Response::appendTo(std::string& out, bool isForHead) const {
   fmt::format_to(write, "HTTP/1.1 {} {}\r\n", status, reasonPhrase(status));
   bool hasDate = false, hasLength = hasNoBody;
   for (const auto& [name, value] : headers) {
-    // A field without a value leaves out the one that would be added otherwise.
+    // A field without a value suppresses the one that would be added.
     hasDate = hasDate || equalsIgnoringCase(name, "Date");
     hasLength = hasLength || equalsIgnoringCase(name, "Content-Length");
     if (value.empty()) continue;

@@ -9,7 +9,7 @@ namespace ombrix::devserver {
 namespace {
 
 constexpr std::size_t kMostHeadBytes = std::size_t{64} * 1024;
-constexpr std::size_t kMostLineBytes = std::size_t{4} * 1024;  // of a chunk's size or a trailer
+constexpr std::size_t kMostLineBytes = std::size_t{4} * 1024;  // for a chunk's size or a trailer
 constexpr std::size_t kMostReservedBytes = std::size_t{16} * 1024 * 1024;
 
 std::optional<std::uint64_t> wholeNumber(std::string_view text, int base) {
@@ -41,7 +41,7 @@ Request RequestParser::take() {
 }
 
 RequestParser::State RequestParser::parseHead(std::string_view& bytes) {
-  while (bytes.starts_with("\r\n")) {  // empty lines before a request are passed over
+  while (bytes.starts_with("\r\n")) {  // empty lines before a request are skipped
     bytes.remove_prefix(2);
     scanned_ = 0;
   }
@@ -80,7 +80,7 @@ bool RequestParser::parseRequestLine(std::string_view line) {
   request_.method = line.substr(0, first);
   request_.target = target;
   request_.isKeptAlive = version == "HTTP/1.1";
-  if (!target.starts_with('/')) {  // the absolute form that proxies are sent
+  if (!target.starts_with('/')) {  // the absolute form that is sent to proxies
     const std::size_t scheme = target.find("://");
     if (scheme == std::string_view::npos) return fail(400, "the target is not a path");
     target.remove_prefix(std::min(target.find('/', scheme + 3), target.size()));
@@ -134,7 +134,7 @@ RequestParser::State RequestParser::parseBody(std::string_view& bytes) {
   return phase_ == Phase::complete ? State::complete : State::failed;
 }
 
-// One step of the body; false when it takes more bytes.
+// Performs one step on the body; false when it needs more bytes.
 bool RequestParser::advance(std::string_view& bytes) {
   if (phase_ == Phase::sizedBody || phase_ == Phase::chunk) {
     takeBody(bytes);
@@ -149,7 +149,7 @@ bool RequestParser::advance(std::string_view& bytes) {
   } else if (phase_ == Phase::chunkEnd) {
     phase_ = Phase::chunkSize;
     if (!line->empty()) fail(400, "a chunk is longer than its size");
-  } else if (line->empty()) {  // the line behind the trailers
+  } else if (line->empty()) {  // the line after the trailers
     phase_ = Phase::complete;
   }
   return true;

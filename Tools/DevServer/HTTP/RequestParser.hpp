@@ -10,31 +10,31 @@
 
 namespace ombrix::devserver {
 
-/// Reads HTTP/1.1 requests from bytes as they come. Not synchronised.
+/// Parses HTTP/1.1 requests from bytes as they arrive. Not synchronised.
 class RequestParser {
  public:
   enum class State {
-    incomplete,     ///< Takes more bytes.
+    incomplete,     ///< Needs more bytes.
     wantsContinue,  ///< The head is read and the client waits for "100 Continue"; go on after it.
-    complete,       ///< `take` gives the request.
-    failed,         ///< No request; answer with `failure` and close.
+    complete,       ///< `take` returns the request.
+    failed,         ///< Not a request; answer with `failure` and close.
   };
   struct Failure {
     int status = 0;
     std::string_view message;
   };
 
-  /// @param mostBodyBytes Bodies above that fail with status 413.
+  /// @param mostBodyBytes Longer bodies fail with status 413.
   explicit RequestParser(std::size_t mostBodyBytes) : mostBodyBytes_(mostBodyBytes) {}
 
-  /// Reads from the front of `bytes`, which is shortened by what was read.
+  /// Parses from the front of `bytes` and removes what it parsed.
   State parse(std::string_view& bytes);
 
-  /// Gives the complete request away and begins anew.
+  /// Returns the complete request and starts over.
   Request take();
 
   [[nodiscard]] const Failure& failure() const noexcept { return failure_; }
-  /// Whether some of a request has been read.
+  /// Whether part of a request has been read.
   [[nodiscard]] bool isInside() const noexcept { return phase_ != Phase::head; }
 
  private:
@@ -53,7 +53,7 @@ class RequestParser {
 
   std::size_t mostBodyBytes_;
   Phase phase_ = Phase::head;
-  std::size_t scanned_ = 0;  // bytes of the unread head without an end
+  std::size_t scanned_ = 0;  // bytes of the unread head that were searched for its end
   std::uint64_t remaining_ = 0;
   Request request_;
   Failure failure_;

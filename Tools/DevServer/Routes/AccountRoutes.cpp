@@ -15,7 +15,7 @@ using platform::JSON;
 
 constexpr std::size_t kShortestPasswordLetters = 6;
 
-/// What a validation found wrong, field by field in the order of the checks.
+/// The errors of a validation by field, in the order of the checks.
 class Validation {
  public:
   void complain(const std::string& field, std::string_view message) {
@@ -52,7 +52,7 @@ Response login(ServerCore& core, const Request& request) {
   return response;
 }
 
-// The fields are checked in the order name, email, password, which is the order of the errors.
+// Checks the fields in the order name, email, password, which is the order of the errors.
 Response addAccount(ServerCore& core, const Request& request) {
   JSON body;
   try {
@@ -79,7 +79,7 @@ Response addAccount(ServerCore& core, const Request& request) {
   return Response::json(JSON::Dictionary{{"name", name}, {"email", email}}, 201);
 }
 
-// Allows some requests, refuses the next ones, and begins again; each key has its own count.
+// Allows some requests, refuses the next ones, and starts over; each key has its own count.
 class RateLimit {
  public:
   Response answer(const Request& request) {

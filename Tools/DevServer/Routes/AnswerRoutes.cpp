@@ -23,7 +23,7 @@ int statusOf(std::string_view text, int fallback) {
   return isOne && status >= 200 && status <= 999 ? status : fallback;
 }
 
-/// Letters in a pattern, so that a missing piece shows.
+/// Letters in a pattern, so that a missing piece is visible.
 std::string filler(const Request& request, std::uint64_t fallback) {
   const std::uint64_t count = request.query.number("bytes").value_or(fallback);
   std::string text(static_cast<std::size_t>(std::min(count, kMostAnswerBytes)), '\0');
@@ -73,7 +73,7 @@ Response bytes(const Request& request) {
   return response;
 }
 
-// Waits before the head, then sends the body, in pieces where "every" asks for pauses.
+// Waits before the head, then sends the body, in pieces if "every" asks for pauses.
 Response slow(const Request& request) {
   const std::chrono::milliseconds before(request.query.number("ms").value_or(0));
   const std::chrono::milliseconds every(request.query.number("every").value_or(0));

@@ -13,7 +13,7 @@ namespace {
 
 using platform::JSON;
 
-// The query items that become header fields of the answer as they are.
+// The query items that are copied to the header fields of the answer.
 constexpr std::pair<const char*, const char*> kCopied[] = {
     {"cache-control", "Cache-Control"},
     {"etag", "ETag"},
@@ -29,7 +29,7 @@ constexpr std::pair<const char*, const char*> kDates[] = {
     {"date", "Date"},
 };
 
-/// A date that is given as seconds from now ("-3600", "+60") is written out; any other text stays.
+/// Converts seconds from now ("-3600", "+60") into a date; any other text stays as it is.
 std::string dateText(const std::string& text) {
   if (text.empty() || (text[0] != '-' && text[0] != '+')) return text;
   char* end = nullptr;
@@ -52,7 +52,7 @@ bool anyTagMatches(std::string_view list, std::string_view tag) {
   return false;
 }
 
-/// Whether the client's copy is still current.
+/// Whether the client's copy is still valid.
 bool isUnchanged(const Request& request, const Fields& answer) {
   if (request.method != "GET" && request.method != "HEAD") return false;
   const std::string* tag = answer.find("ETag");
@@ -63,7 +63,7 @@ bool isUnchanged(const Request& request, const Fields& answer) {
   return since != nullptr && *since == answer.value("Last-Modified");
 }
 
-/// The answers under /cache: what their query asks for, changed by what was set for their path.
+/// The answers under /cache: as their query requests, with the changes set for their path.
 class CachedAnswers {
  public:
   Response answer(const Request& request) {

@@ -66,7 +66,7 @@ std::string sha256Of(std::string_view bytes) {
   return text;
 }
 
-/// Items that clients store, by name and in the order they came. Server's thread.
+/// Items stored by clients, by name and in order of arrival. Server's thread.
 class Collection {
  public:
   explicit Collection(std::string path) : path_(std::move(path)) {}
@@ -120,7 +120,7 @@ Response storeDay(Collection& days, const Request& request) {
   return days.put(id, std::move(day));
 }
 
-// Only what describes a track is kept, however large it was.
+// Keeps only the description of a track, however large it was.
 Response storeTrack(Collection& tracks, const Request& request) {
   JSON track = JSON::Dictionary{{"id", request.rest},
                                 {"size", request.body.size()},

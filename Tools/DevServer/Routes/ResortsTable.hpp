@@ -2,7 +2,7 @@
 
 namespace ombrix::devserver {
 
-/// A ski resort of the service; elevations in meters above the sea.
+/// A ski resort of the service; elevations in meters above sea level.
 struct Resort {
   int id;
   const char* name;
@@ -11,7 +11,7 @@ struct Resort {
   int baseElevation, summitElevation;
 };
 
-/// Made-up resorts at places where there could be one; names beyond ASCII are meant to be there.
+/// Made-up resorts at plausible places; some names contain non-ASCII letters on purpose.
 inline constexpr Resort kResorts[] = {
     {1, "Weisshorn", "CH", 46.7789, 9.6805, 1775, 2653},
     {2, "Großkogel", "AT", 47.1296, 10.2682, 1304, 2811},

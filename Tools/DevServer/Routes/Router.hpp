@@ -12,10 +12,10 @@
 
 namespace ombrix::devserver {
 
-/// Answers a request; on the server's thread, so it must not block.
+/// Answers a request; runs on the server's thread, so it must not block.
 using Handler = std::function<Response(const Request&)>;
 
-/// Whether a route asks for a token.
+/// Whether a route requires a token.
 enum class Access { open, needsToken };
 
 /// Finds the handler of a request. Any thread.
@@ -27,18 +27,18 @@ class Router {
     Handler handler;
   };
   struct Match {
-    std::shared_ptr<const Route> route;  // null when there is none
-    std::string rest;                    // what "*" stands for
-    std::string allowed;                 // methods of the path when the method has no route
+    std::shared_ptr<const Route> route;  // null if there is none
+    std::string rest;                    // the text that "*" matched
+    std::string allowed;                 // the path's methods if this one has no route
   };
 
-  /// Adds a route; of equal ones the last counts.
+  /// Adds a route; of equal ones the last one wins.
   ///
-  /// @param method As in the request line; "*" for all. GET serves HEAD too.
-  /// @param path A path, or the start of paths when it ends with "/*".
+  /// @param method As in the request line; "*" for all. GET also serves HEAD.
+  /// @param path A path, or a prefix of paths when it ends with "/*".
   void add(std::string method, std::string_view path, Access access, Handler handler);
 
-  /// The route of the longest path that fits.
+  /// The route with the longest matching path.
   [[nodiscard]] Match match(const Request& request) const;
 
  private:

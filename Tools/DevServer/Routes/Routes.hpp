@@ -6,7 +6,7 @@ namespace ombrix::devserver {
 
 class ServerCore;
 
-// Each adds the routes of one theme; README.md says what they do.
+// Each function adds the routes of one topic; README.md describes them.
 
 void addAccountRoutes(ServerCore& core);  // login, accounts, validation, rate limit
 void addAdminRoutes(ServerCore& core);    // maintenance, tokens, gates, counters
@@ -15,7 +15,7 @@ void addAnswerRoutes(ServerCore& core);   // echo, status, redirect, slow, gzip,
 void addFaultRoutes(ServerCore& core);    // everything that goes wrong on purpose
 void addCacheRoutes(ServerCore& core);    // answers with cache headers and validators
 
-/// Adds the header fields that the query's items header=Name:value ask for.
+/// Adds the header fields given by the query's items header=Name:value.
 void addAskedHeaders(Response& response, const Request& request);
 
 }  // namespace ombrix::devserver

@@ -27,7 +27,7 @@ class Wish {
     return static_cast<std::size_t>(
         std::min<std::uint64_t>(items_.number(name).value_or(fallback), kMostBodyBytes));
   }
-  /// Digits in a pattern, so that a missing piece shows.
+  /// Digits in a pattern, so that a missing piece is visible.
   [[nodiscard]] std::string body() const {
     std::string text(number("bytes", 100), '\0');
     for (std::size_t i = 0; i < text.size(); ++i) text[i] = static_cast<char>('0' + i % 10);
@@ -170,7 +170,7 @@ Script noChunkSize(const Wish& wish) {
 }
 Script garbage(const Wish& wish) { return wish.sendThenEnd(std::string(kGarbage), End::drop); }
 
-// Faults that send too much, until the client gives up.
+// Faults that send too much, until the client aborts.
 Script headerFlood(const Wish& wish) {
   return {Send{"HTTP/1.1 200 OK\r\n"},
           Repeat{"X-Flood: " + std::string(wish.number("bytes", 1000), 'x') + "\r\n",

@@ -15,11 +15,11 @@ namespace ombrix::devserver {
 ///   "end" (close, drop, reset) ends a connection differently.
 std::optional<Script> answerFault(std::string_view name, const Fields& items = {});
 
-/// The script of a fault that takes the place of the TLS handshake and of everything after it, for
-/// `DevServer::scriptConnections`; nothing for another name. Items as above.
+/// The script of a fault that replaces the TLS handshake and everything after it, for
+/// `DevServer::scriptConnections`; empty for an unknown name. Items as above.
 std::optional<Script> connectionFault(std::string_view name, const Fields& items = {});
 
-/// Their names, sorted.
+/// The names of the faults, sorted.
 std::vector<std::string_view> answerFaultNames();
 std::vector<std::string_view> connectionFaultNames();
 

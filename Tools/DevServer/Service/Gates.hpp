@@ -9,18 +9,18 @@
 
 namespace ombrix::devserver {
 
-/// Named gates that hold answers up until a test opens them; each is shut at first. Any thread.
+/// Named gates that hold answers until a test opens them; initially shut. Any thread.
 class Gates {
  public:
   using Resume = std::function<void()>;
 
-  /// Passes (true) when the gate is open; else keeps `resume`, which runs on the thread that opens
-  /// the gate, under no lock.
+  /// Returns true when the gate is open; otherwise keeps `resume`, which runs without a lock on the
+  /// thread that opens the gate.
   bool enter(const std::string& gate, std::uint64_t visitor, Resume resume);
-  /// Forgets what waits for a visitor.
+  /// Drops everything that waits for a visitor.
   void leave(std::uint64_t visitor);
 
-  /// Lets through what waits, and what comes until it is shut.
+  /// Releases what waits, and lets later visitors pass until it is shut.
   void open(const std::string& gate);
   void shut(const std::string& gate);
   /// Drops everything that waits.

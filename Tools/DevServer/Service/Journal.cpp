@@ -5,7 +5,7 @@
 namespace ombrix::devserver {
 namespace {
 
-// Further paths have no count of their own, so that no client fills the memory.
+// Further paths are not counted, so that no client can exhaust the memory.
 constexpr std::size_t kMostPaths = 10'000;
 
 }  // namespace
@@ -105,7 +105,7 @@ bool Journal::waitUntil(const std::function<bool(const Counters&)>& areWanted,
   const auto deadline = std::chrono::steady_clock::now() + timeout;
   std::unique_lock lock(mutex_);
   ++waiters_;
-  // The predicate is the caller's code: it gets a copy, and the lock is released.
+  // The predicate is the caller's code: it gets a copy and runs without the lock.
   bool holds = false;
   for (;;) {
     const Counters seen = counters_;

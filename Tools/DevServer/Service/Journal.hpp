@@ -17,23 +17,23 @@
 
 namespace ombrix::devserver {
 
-/// What a server has seen so far.
+/// The counts of what a server has seen so far.
 struct Counters {
-  std::uint64_t requests = 0;         ///< Received whole.
+  std::uint64_t requests = 0;         ///< Received completely.
   std::uint64_t connections = 0;      ///< Accepted.
-  std::uint64_t openConnections = 0;  ///< Of these, open now.
-  std::uint64_t inFlight = 0;         ///< Requests received and not answered to the end.
-  std::uint64_t mostInFlight = 0;     ///< The most of these at any time.
-  std::uint64_t held = 0;             ///< Answers that wait at a gate now.
+  std::uint64_t openConnections = 0;  ///< Open now.
+  std::uint64_t inFlight = 0;         ///< Received and not answered completely.
+  std::uint64_t mostInFlight = 0;     ///< Their maximum so far.
+  std::uint64_t held = 0;             ///< Answers waiting at a gate now.
 
   friend bool operator==(const Counters&, const Counters&) = default;
 };
 
-/// Counts what a server does and keeps the last requests. Any thread.
+/// Counts a server's events and keeps the last requests. Any thread.
 class Journal {
  public:
-  /// @param mostRequests How many requests are kept, the last ones; 0 keeps and counts no paths.
-  /// @param mostBodyBytes Bodies are kept up to that length.
+  /// @param mostRequests How many requests are kept; 0 keeps none and counts no paths.
+  /// @param mostBodyBytes The length up to which bodies are kept.
   Journal(std::size_t mostRequests, std::size_t mostBodyBytes)
       : mostRequests_(mostRequests), mostBodyBytes_(mostBodyBytes) {}
 
@@ -49,7 +49,7 @@ class Journal {
   [[nodiscard]] std::vector<std::shared_ptr<const Request>> requests(std::string_view path) const;
   void forgetRequests();
 
-  /// Waits until the counters are as wanted; false when they are not in time.
+  /// Waits until the counters meet the condition; false if that takes too long.
   bool waitUntil(const std::function<bool(const Counters&)>& areWanted,
                  std::chrono::steady_clock::duration timeout) const;
 

@@ -16,15 +16,15 @@ namespace ombrix::devserver {
 
 class Connection;
 
-/// What the connections and routes of one server share.
+/// The state that the connections and routes of one server share.
 class ServerCore {
  public:
   explicit ServerCore(DevServer::Options options);
 
-  /// The answer to a request, by maintenance, routes and tokens in this order. Server's thread.
+  /// Answers a request: checks maintenance, then routes, then tokens. Server's thread.
   Response answer(Request& request);
 
-  /// The script of the next connection, when one is due.
+  /// The script of the next connection, if one is due.
   std::optional<Script> takeConnectionScript();
   void setConnectionScript(Script script, std::size_t count);
 

@@ -14,7 +14,7 @@ namespace ombrix::devserver {
 /// The accounts of the service and the tokens of those signed in. Any thread.
 class Sessions {
  public:
-  /// Starts with one account, so that there is somebody to sign in.
+  /// Starts with one account, so that a client can sign in.
   Sessions(std::string email, std::string password) {
     accounts_.emplace(std::move(email), std::move(password));
   }
@@ -23,19 +23,19 @@ class Sessions {
   bool addAccount(std::string email, std::string password);
   [[nodiscard]] bool isTaken(const std::string& email) const;
 
-  /// A new token; nothing when the account does not exist or the password is another.
+  /// A new token; empty when the account does not exist or the password is wrong.
   std::optional<std::string> login(const std::string& email, std::string_view password);
 
-  /// Whether a header's "Bearer …" names a token. A token stays valid for a number of rotations,
-  /// since requests that overlap carry older ones.
+  /// Whether a header's "Bearer …" holds a valid token. A token stays valid for some rotations,
+  /// since overlapping requests still carry older ones.
   [[nodiscard]] bool isValid(std::string_view authorization) const;
 
-  /// Counts an answer to an authorised request; a new token when it is time for one.
+  /// Counts an answer to an authorised request; returns a new token when one is due.
   std::optional<std::string> rotate();
-  /// @param every A new token with each such answer; 0 for never.
+  /// @param every Issues a new token with every so many of these answers; 0 for never.
   void setRotation(std::uint64_t every);
 
-  /// Ends all sessions: every token is wrong from now on.
+  /// Ends all sessions: all tokens are invalid from now on.
   void revokeAll();
 
  private:
