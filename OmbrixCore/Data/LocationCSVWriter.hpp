@@ -45,7 +45,7 @@ class LocationCSVWriter {
 
   /// Writes fixes in order and passes them to the stream together.
   /// @throws platform::CSVError at the first write that fails; fixes already written stay, the
-  /// following ones are not tried
+  ///   following ones are not tried
   void add(std::span<const CLLocation> locations);
 
   /// The number of fixes that the stream has taken completely since the writer was created.

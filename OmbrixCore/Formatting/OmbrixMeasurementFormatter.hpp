@@ -78,8 +78,8 @@ class OmbrixMeasurementFormatter final : public platform::NSFormatter {
   /// The value's text, in capitals unless it is only a number.
   ///
   /// @param object A measurement of the format's dimension, or a number in meters per second,
-  /// meters (depth: centimeters), kilograms, kilocalories, beats per minute, degrees Celsius or
-  /// degrees.
+  ///   meters (depth: centimeters), kilograms, kilocalories, beats per minute, degrees Celsius or
+  ///   degrees.
   /// @return Empty for any other object. Large vertical sums in feet are abbreviated: "12.3K FT".
   std::optional<std::string> string(const platform::FormatterObject& object) override;
 

@@ -46,8 +46,8 @@ class OmbrixValueFormatter final : public platform::NSFormatter {
   /// Styles a text; empty for any other object.
   ///
   /// @param attributes For the whole text, without the two secondary keys. If these are missing,
-  /// unit letters get the main colour, and the main font at 0.75 of its size. Without any
-  /// attributes the result has none either.
+  ///   unit letters get the main colour, and the main font at 0.75 of its size. Without any
+  ///   attributes the result has none either.
   [[nodiscard]] std::optional<platform::NSAttributedString> attributedStringWithDefaultAttributes(
       const platform::FormatterObject& object, const Attributes& attributes) const;
 

@@ -230,8 +230,8 @@ class NSOperationQueue::State final : public detail::OperationListener,
   std::size_t count_ = 0;
 
  private:
-  // An operation or a barrier that was taken to start; at most one of the two, and only with a
-  // target.
+  // The next operation or barrier to start, taken off the queue; at most one of the two is set, and
+  // only with a target.
   struct Startable {
     std::shared_ptr<DispatchQueue> target;
     std::shared_ptr<NSOperation> operation;

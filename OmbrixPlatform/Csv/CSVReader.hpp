@@ -87,8 +87,8 @@ class CSVReader {
   /// each of digits with an optional leading "-" and an optional "." among them.
   ///
   /// @return true if so; otherwise nothing was consumed and `next` returns the row. May also leave
-  /// to `next`: an unusual number ("1e3"), the last row of the input, a row after empty lines.
-  /// Numbers equal those of `doubleFromText`, to the last bit.
+  ///   to `next`: an unusual number ("1e3"), the last row of the input, a row after empty lines.
+  ///   Numbers equal those of `doubleFromText`, to the last bit.
   bool nextNumbers(std::span<double> numbers);
 
   /// The number of bytes in the rows so far, line ends and empty lines included.

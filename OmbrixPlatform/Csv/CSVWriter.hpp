@@ -37,7 +37,7 @@ class CSVWriter {
 
   /// Opens a stream that is not open, and closes it with the writer.
   /// @throws CSVError for a delimiter that is a quote or a line break, and when the stream cannot
-  /// be opened
+  ///   be opened
   explicit CSVWriter(std::shared_ptr<OutputStream> stream);
   CSVWriter(std::shared_ptr<OutputStream> stream, const Configuration& configuration);
 

@@ -10,11 +10,11 @@ namespace ombrix::platform {
 /// Reads the number that the whole text names, independent of any locale.
 ///
 /// @param text  an optional sign, digits with at most one "." among, before or after them, and an
-/// optional exponent ("e" or "E", optional sign, digits); or "nan", "inf" or "infinity" in any
-/// case, with an optional sign
+///   optional exponent ("e" or "E", optional sign, digits); or "nan", "inf" or "infinity" in any
+///   case, with an optional sign
 /// @return the double nearest to the decimal, ties to even, taking every digit into account;
-/// infinity above the range and zero below it. Empty for any other text: an empty one, one with
-/// white space anywhere, or one with more text after the number.
+///   infinity above the range and zero below it. Empty for any other text: an empty one, one with
+///   white space anywhere, or one with more text after the number.
 /// Any thread.
 [[nodiscard]] std::optional<double> doubleFromText(std::string_view text) noexcept;
 

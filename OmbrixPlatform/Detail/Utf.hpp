@@ -29,7 +29,7 @@ bool nextCodePoint(const char*& at, const char* end, char32_t& codePoint) noexce
 
 bool isValidUtf8(std::string_view text) noexcept;
 
-/// Appends a code point as UTF-8; it must not be a surrogate and at most U+10FFFF.
+/// Appends a code point as UTF-8; it must be at most U+10FFFF and not a surrogate.
 void appendUtf8(std::string& out, char32_t codePoint);
 
 /// Appends `units` big-endian UTF-16 units as UTF-8; false at an unpaired surrogate.

@@ -37,7 +37,7 @@ class MMWormhole final : public MessageChannel {
   /// @param applicationGroupIdentifier The group, see `Directories::containerForGroup`.
   /// @param optionalDirectory A folder for the messages inside the group's; if empty, the group's.
   /// @param onError Called with every failure in a readable sentence, on the thread where it
-  /// occurred; when empty, failures are logged as errors.
+  ///   occurred; when empty, failures are logged as errors.
   explicit MMWormhole(std::string_view applicationGroupIdentifier,
                       const std::optional<std::string>& optionalDirectory = std::nullopt,
                       ErrorHandler onError = {});

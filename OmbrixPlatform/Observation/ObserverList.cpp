@@ -33,7 +33,7 @@ void Observer::cancel() noexcept {
     releaseHandler();
     return;
   }
-  // A call on this thread ends only after this function: waits for the others.
+  // Waits only for calls on other threads: one on this thread ends after this function.
   const auto own = ObserverCall::depthOnThisThread(*this);
   for (;;) {
     const auto state = state_.load(std::memory_order_acquire);

@@ -80,8 +80,8 @@ class PublisherOperators {
   }
 
   /// Subscribes with unlimited demand. The handlers are called until the result is cancelled or
-  /// destroyed; nothing sent after that is delivered, but a call in progress on another thread may
-  /// still begin. They are released at completion, or when the source is destroyed before it.
+  /// destroyed; nothing sent after that is delivered, but a value that is being delivered on
+  /// another thread may still arrive. Completion releases them, and so does the end of the source.
   [[nodiscard]] AnyCancellable sink(
       std::type_identity_t<std::function<void(const Completion<Failure>&)>> receiveCompletion,
       std::type_identity_t<std::function<void(const Output&)>> receiveValue) const {

@@ -26,7 +26,7 @@ class DateFormatter {
 
   /// The pattern that shows the given fields in a locale's own order, words and clock.
   /// @param dateTemplate The fields in any order, for example "yMMMMd"; "j" is the hour by the
-  /// clock that the locale prefers.
+  ///   clock that the locale prefers.
   [[nodiscard]] static std::string dateFormatFromTemplate(std::string_view dateTemplate,
                                                           const Locale& locale = Locale::current());
 

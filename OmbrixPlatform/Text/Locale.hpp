@@ -13,7 +13,7 @@ namespace ombrix::platform {
 class Locale {
  public:
   /// @param identifier For example "en_GB" or "en-GB"; empty, "C", "POSIX" and texts that name no
-  /// locale mean "en_US".
+  ///   locale mean "en_US".
   explicit Locale(std::string_view identifier);
 
   /// The locale of the current user, from the service in `services().locale`. Any thread.

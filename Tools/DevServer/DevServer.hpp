@@ -32,7 +32,7 @@ class DevServer {
     std::string clientAuthorityPEM;           ///< See `makeIdentity`.
     std::string email = "skier@ombrix.test";  ///< The account that exists from the start.
     std::string password = "powder";
-    std::uint64_t rotateTokenEvery = 0;  ///< A new token every so many authorised answers; 0 never.
+    std::uint64_t rotateTokenEvery = 0;  ///< Authorised answers per token; 0: no limit.
     std::size_t mostBodyBytes = std::size_t{256} * 1024 * 1024;    ///< Longer bodies answer 413.
     std::size_t mostRecordedRequests = 1000;                       ///< 0 records nothing.
     std::size_t mostRecordedBodyBytes = std::size_t{1024} * 1024;  ///< Longer ones are truncated.

@@ -16,9 +16,9 @@ enum class SortedArraySearchDirection { left, right };
 ///
 /// @param array sorted by the property that the predicate tests, for example fixes by time.
 /// @param start from -1 (right) or 0 (left) up to one less than the count (right) or the count
-/// (left); any other value stops the program.
+///   (left); any other value stops the program.
 /// @return the last index before the match, or the last one in that direction when none matches;
-/// `start` when there is nothing to test, or when the result would be outside the array.
+///   `start` when there is nothing to test, or when the result would be outside the array.
 ///
 /// Elements are tested one by one, each once, so the predicate may hold state. Any thread.
 template <std::ranges::random_access_range Range, class Predicate>

@@ -17,7 +17,7 @@ struct NumberRowText {
 
 /// Reads a row of exactly `numbers.size()` plain numbers with its line end.
 /// @return the byte after the line end; null when the row is not plain, not complete or too close
-/// to the end of the readable bytes
+///   to the end of the readable bytes
 const char* scanNumberRowPortable(const NumberRowText& text, std::span<double> numbers) noexcept;
 
 /// Same results, but returns null more often; needs a processor with SSE4.1.

@@ -12,7 +12,7 @@ namespace ombrix::platform::detail {
 
 /// Identifies a message, even among messages with the same content.
 struct MessageId {
-  std::string sender;       ///< A process.
+  std::string sender;       ///< Identifies the process.
   std::int64_t number = 0;  ///< Counts the messages of the sender.
 
   friend bool operator==(const MessageId&, const MessageId&) = default;

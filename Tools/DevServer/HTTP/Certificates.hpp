@@ -24,7 +24,7 @@ struct Identity {
 /// Makes a key and a certificate in memory. Throws `platform::Error`. Any thread.
 ///
 /// @param clientAuthorityPEM Clients must present a certificate signed by this one, or this one
-/// itself; if empty, they are not asked.
+///   itself; if empty, they are not asked.
 Identity makeIdentity(Certificate kind, const std::string& clientAuthorityPEM = {});
 
 /// The certificate and key with which a client identifies itself, as PEM.

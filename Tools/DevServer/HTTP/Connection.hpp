@@ -17,7 +17,7 @@
 namespace ombrix::devserver {
 
 /// One client's connection: reads requests, writes answers one after the other, follows scripts.
-/// The server's thread only; kept alive by the core's set and by what it waits for.
+/// The server's thread only; kept alive by the core's set and by its pending handlers.
 class Connection : public std::enable_shared_from_this<Connection> {
  public:
   Connection(asio::ip::tcp::socket socket, ServerCore& core, std::uint64_t number);

@@ -8,11 +8,11 @@
 
 namespace ombrix::devserver {
 
-/// The script of a fault that answers a request, such as "reset-in-body"; nothing for another name.
+/// The script of a fault in an answer, such as "reset-in-body"; empty for an unknown name.
 ///
-/// @param items What the fault is to be like, as in the query of /fault/NAME: "bytes" is the length
-///   of the body, "sent" how much of it is sent before the fault, "ms" and "gate" wait before it,
-///   "end" (close, drop, reset) ends a connection differently.
+/// @param items The fault's options, as in the query of /fault/NAME: "bytes" is the body's length,
+///   "sent" the part sent before the fault, "ms" and "gate" wait before it, "end" (close, drop,
+///   reset) ends the connection differently.
 std::optional<Script> answerFault(std::string_view name, const Fields& items = {});
 
 /// The script of a fault that replaces the TLS handshake and everything after it, for

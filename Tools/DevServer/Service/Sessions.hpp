@@ -32,7 +32,7 @@ class Sessions {
 
   /// Counts an answer to an authorised request; returns a new token when one is due.
   std::optional<std::string> rotate();
-  /// @param every Issues a new token with every so many of these answers; 0 for never.
+  /// @param every The number of these answers per new token; 0 for never.
   void setRotation(std::uint64_t every);
 
   /// Ends all sessions: all tokens are invalid from now on.
