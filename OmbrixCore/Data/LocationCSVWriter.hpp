@@ -18,10 +18,10 @@ namespace ombrix {
 /// reject the shorter row.
 ///
 /// After a failure, such as a full disk, the writer continues with the next fix once there is
-/// space; a file then ends with its last complete row, without any partial row. If another process
-/// has appended after or inside that part, the file is not truncated: the part is ended as a row
-/// that every parser rejects, and the next fix begins a line. `fixesWritten` tells how many fixes
-/// were written, so that the following ones can be added again. One thread at a time.
+/// space; a file then ends with its last complete row. If another process has appended after or
+/// inside a partial row, the file is not truncated: the partial row is ended so that every parser
+/// rejects it, and the next fix begins a line. `fixesWritten` tells how many fixes were written, so
+/// that the following ones can be added again. One thread at a time.
 class LocationCSVWriter {
  public:
   LocationCSVWriter() = delete;

@@ -8,9 +8,9 @@
 
 namespace ombrix {
 
-/// The file manager with the product's folders. Stateless: any thread.
+/// The file manager with the product's folders. It has no state: any thread.
 ///
-/// The folders are computed on every call and not created. All their URLs are marked as folders.
+/// The folders are computed on every call; asking for one does not create it. All their URLs are
 /// marked as folders.
 class FileManager : public platform::FileManager {
  public:

@@ -34,7 +34,7 @@ fs::path modulePath(const void* address) {
     fs::path path = fs::canonical(info.dli_fname, error);
     if (!error) return path;
   }
-  return programPath();  // a program is reported as it was called, which may not be a path
+  return programPath();  // a program is named as it was called, which may not be a path
 }
 
 // A program that formats for many readers at once does not keep all their tables.

@@ -8,7 +8,7 @@
 namespace ombrix::platform {
 namespace {
 
-// Replaces invalid bytes: it is never valid UTF-8, so an entry that holds it is dropped.
+// Marks invalid bytes: it is never valid UTF-8, so an entry that holds it is dropped.
 constexpr char kDamage = '\xff';
 
 constexpr bool isHighSurrogate(char32_t unit) noexcept { return unit >= 0xD800 && unit < 0xDC00; }

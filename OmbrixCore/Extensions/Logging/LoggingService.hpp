@@ -40,8 +40,8 @@ class LoggingService {
   /// Adds a logger with a new `OmbrixLogFormatter` and the log's current level.
   void attach(std::shared_ptr<platform::DDLogger> logger);
 
-  /// The contents of up to 10 log files, the oldest first, with everything logged so far;
-  /// empty optional without a file logger, no bytes without files. Skips files that cannot be
+  /// The contents of up to 10 log files, from the oldest towards the newest, with everything logged
+  /// so far; nothing without a file logger, no bytes without log files. Skips a file that cannot be
   /// read.
   [[nodiscard]] std::optional<platform::Data> historicalLog() const;
 

@@ -24,10 +24,10 @@ concept Hashable = std::equality_comparable<Value> && requires(const Value& valu
 
 /// Numbers distinct keys from 0 in the order in which they first occur.
 ///
-/// Integers and texts chosen to collide do not: their hashes include a seed of the process. Keys of
-/// other types are as good as their `std::hash`. Uses open addressing over 8-byte slots of hash and
-/// number. The top bits of a hash determine its slot, so that growing reads and writes the table
-/// from front to back.
+/// Integers and texts chosen to collide do not: their hashes include a seed of the process. For
+/// keys of other types the quality of `std::hash` decides. Uses open addressing over 8-byte slots
+/// of hash and number. The top bits of a hash determine its slot, so that growing reads and writes
+/// the table from front to back.
 template <Hashable Key>
 class FirstSeenTable {
  public:
@@ -42,7 +42,7 @@ class FirstSeenTable {
     }
   }
 
-  /// Whether to look up several keys at once, since the slots are outside the nearest caches.
+  /// Whether batched lookups pay off: the table is larger than the nearest caches.
   [[nodiscard]] bool isLarge() const noexcept { return slots_.size() > kNearSlots; }
 
   /// Prefetches the slot of a key with this hash before its lookup.
