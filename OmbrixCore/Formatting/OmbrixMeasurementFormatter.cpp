@@ -233,8 +233,8 @@ NSMeasurementFormatter& OmbrixMeasurementFormatter::units() {
   return *cached;
 }
 
-/// The formatter for a value in its display unit. Abbreviates vertical sums in feet, and divides
-/// the value to match; never those in meters.
+/// The formatter for a value in its display unit. Abbreviates vertical sums in feet, but not in
+/// meters, and divides the value to match.
 template <class Unit>
 NSMeasurementFormatter& OmbrixMeasurementFormatter::formatterFor(const Unit& unit, double& value) {
   if constexpr (std::is_same_v<Unit, NSUnitLength>) {

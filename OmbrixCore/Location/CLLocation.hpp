@@ -94,14 +94,14 @@ struct CLLocation {
   /// The magnitude of a velocity with these components, m/s.
   static double speedOfComponents(double horizontal, double vertical);
 
-  /// The speed with this fix's speed as the horizontal (vertical) component and the other added.
+  /// Combines this fix's speed as the horizontal (vertical) component with the other component.
   [[nodiscard]] double speedByAddingVertical(double vertical) const;
   [[nodiscard]] double speedByAddingHorizontal(double horizontal) const;
 
   /// Ground speed in m/s since the other fix; never negative, 0 at equal timestamps.
   [[nodiscard]] double horizontalSpeedFrom(const CLLocation& other) const;
 
-  /// Absolute change of altitude in m/s since the other fix; 0 at equal
+  /// The absolute rate of altitude change since the other fix, in metres per second; 0 at equal
   /// timestamps.
   [[nodiscard]] double verticalSpeedFrom(const CLLocation& other) const;
 

@@ -22,9 +22,9 @@
 // Writing produces exactly the members "type" and "coordinates", in this order; a position is the
 // array [longitude, latitude]. Reading accepts members in any order and ignores others, as well as
 // further numbers of a position, such as an altitude. Decoding throws `DecodingError` for a missing
-// or mistyped member, for an unsupported kind of geometry, and in a structure of its own for the
-// "type" of another one. It stops the program at a position with fewer than two numbers, except in
-// a document that is meant to be JSON but is not valid.
+// or mistyped member, for an unsupported kind of geometry, and for a "type" that belongs to another
+// structure. It stops the program at a position with fewer than two numbers, except in a document
+// that is meant to be JSON but is not valid.
 //
 // Equality and hash compare the content, with coordinates on the microdegree grid and the limits of
 // `CLLocationCoordinate2D`. All of this may be used from any thread.

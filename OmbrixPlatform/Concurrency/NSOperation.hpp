@@ -58,13 +58,13 @@ class OperationListener {
 
 /// A piece of work for an operation queue; always held by `std::shared_ptr`.
 ///
-/// A subclass overrides `main`. If it finishes later than `start` returns, it overrides `start`,
-/// `isExecuting`, `isFinished` and `isAsynchronous` instead, and calls `announce` for each change
-/// of these once the new state is decided and stored in one step. Observable keys: "ready",
-/// "executing", "finished", "cancelled" (1 or 0), and those of subclasses; observers are called
-/// after the change, with the values before and after. Where a change of one key affects others,
-/// the observers of these are called only if their value changed too, except for keys that a
-/// subclass announces. Any thread, overrides included.
+/// A subclass overrides `main`. If its work outlasts `start`, it overrides `start`, `isExecuting`,
+/// `isFinished` and `isAsynchronous` instead, and calls `announce` for each change of these once
+/// the new state is decided and stored in one step. Observable keys: "ready", "executing",
+/// "finished", "cancelled" (1 or 0), and those of subclasses; observers are called after the
+/// change, with the values before and after. Where a change of one key affects others, the
+/// observers of these are called only if their value changed too, except for keys that a subclass
+/// announces. Any thread, overrides included.
 class NSOperation : public KeyValueObserving<std::int64_t>,
                     public std::enable_shared_from_this<NSOperation> {
  public:

@@ -13,7 +13,7 @@ template <class T>
 concept DecoderUpdatable =
     requires(T& value, platform::Decoder& decoder) { value.update(decoder); };
 
-/// Lets a value update itself from the entry under a key; its decoder shows the user info.
+/// Lets a value update itself from the entry under a key; its decoder carries the user info.
 ///
 /// Exceptions of the value and of the container pass through unchanged, such as key not found.
 // Kept: a failure half-way leaves the fields read before it at their new values; putting the old
