@@ -16,7 +16,7 @@ struct CLLocationCoordinate2D {
   double latitude = 0.0;
   double longitude = 0.0;
 
-  /// Whether both are in the same cell of the microdegree grid. Stops the program without a cell.
+  /// Whether both are in one cell of the microdegree grid. Stops the program if one has no cell.
   friend bool operator==(const CLLocationCoordinate2D& a, const CLLocationCoordinate2D& b);
 
   /// Hashes the latitude's cell, then the longitude's. Stops the program on a value without a cell.

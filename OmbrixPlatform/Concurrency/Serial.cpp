@@ -59,8 +59,8 @@ struct Serial::State : std::enable_shared_from_this<State> {
     scheduleDrain();
   }
 
-  /// The executor was destroyed. A running section still needs the state: it stays until the drain
-  /// that the section requests when it ends finds it empty.
+  /// The executor was destroyed. A running section still needs the state, so the state owns itself
+  /// until the section has ended and a drain finds nothing left.
   void executorIsGone() {
     const std::lock_guard lock(mutex);
     if (word.load(std::memory_order_acquire) == kIdle) return;

@@ -16,7 +16,7 @@ Async<void> sleepFor(std::chrono::duration<double> delay) {
 
 namespace detail {
 
-// Owns itself until its task has called it, or never will.
+// Owns itself until its task has called it or can no longer call it.
 struct TaskEnds::Watch {
   TaskWaiter waiter;
   std::size_t index;

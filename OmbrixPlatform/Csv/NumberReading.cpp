@@ -30,8 +30,8 @@ std::optional<double> namedNumber(std::string_view text) noexcept {
   return std::nullopt;
 }
 
-/// Adds a run of digits to a number. The number overflows at more than 19 digits, so callers that
-/// read long runs count them.
+/// Adds a run of digits to a number. The number wraps at more than 19 digits, so callers that read
+/// long runs count them.
 const char* addDigits(const char* text, const char* end, std::uint64_t& number) noexcept {
   if constexpr (detail::kWordsAreLittleEndian) {
     while (end - text >= 8) {

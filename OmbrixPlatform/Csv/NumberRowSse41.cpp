@@ -17,9 +17,9 @@ namespace {
 
 constexpr std::size_t kMostNumbers = 16;
 
-/// The scan for delimiters and points starts with this many bytes, enough for most rows. 64 of them
-/// fit a word. After some fields, always the same number so that the branch is predictable, the
-/// word is shifted to cover the rest; longer rows load further words.
+/// The first scan for marks covers this many bytes, enough for most rows; a word holds the marks of
+/// 64. After a fixed number of fields, so that the branch is predictable, the word is shifted to
+/// cover the rest; longer rows load further words.
 constexpr std::ptrdiff_t kWindowBytes = 80;
 constexpr std::size_t kFieldsInFirstWord = 4;
 

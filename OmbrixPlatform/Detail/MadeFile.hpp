@@ -23,7 +23,7 @@ Descriptor openOrMakeFile(const std::string& path, int flags, mode_t mode = kOwn
 /// mkdir(2); 0 or errno.
 int makeFolder(const std::string& path, mode_t mode = 0777);
 
-/// Gives a file that this process has just created the owner of its folder.
+/// Changes the owner of a file that this process has just created to its folder's owner.
 void giveToOwnerOfFolder(int made, const std::string& path);
 
 }  // namespace ombrix::platform::detail

@@ -20,7 +20,7 @@ struct NumberRowText {
 ///   to the end of the readable bytes
 const char* scanNumberRowPortable(const NumberRowText& text, std::span<double> numbers) noexcept;
 
-/// Same results, but returns null more often; needs a processor with SSE4.1.
+/// Returns the same, but null more often; needs a processor with SSE4.1.
 const char* scanNumberRowSse41(const NumberRowText& text, std::span<double> numbers) noexcept;
 
 using NumberRowScanner = const char* (*)(const NumberRowText&, std::span<double>) noexcept;
