@@ -7,7 +7,7 @@
 
 namespace ombrix::testing {
 
-/// A clock that stops until a test moves it. Any thread.
+/// A clock that stands still until a test moves it. Any thread.
 class ManualClock final : public platform::Clock {
  public:
   explicit ManualClock(platform::Date now = platform::dateSince1970(1'700'000'000)) : now_(now) {}

@@ -22,7 +22,7 @@ class ScopedDirectories {
 
   [[nodiscard]] const ScopedDir& dir() const { return dir_; }
 
-  /// Gives every group the folder "group" (without creating it), or removes it.
+  /// Gives every group the container "group" (without creating it), or none.
   void setGroupContainer(bool isThere) {
     service_->setContainerForGroup(
         {}, isThere ? std::optional(service_->folder("group")) : std::nullopt);

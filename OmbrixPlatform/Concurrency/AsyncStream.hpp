@@ -25,7 +25,7 @@ namespace ombrix::platform {
 template <class T>
 class AsyncStream {
   struct State {
-    // The lock covers the decision who gets what; continuations are resumed outside it.
+    // Who gets what is decided under the lock; continuations are resumed outside it.
     FutexLock mutex;
     std::deque<T> buffer;
     bool isOver = false;

@@ -202,7 +202,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   bool isDraining = false;   // serial and main: a thread runs jobs, or is about to
   bool barrierRuns = false;  // concurrent
   std::size_t running = 0;   // concurrent: passed to the pool and not finished
-  std::deque<Job> runnable;  // the running ones that have not begun
+  std::deque<Job> runnable;  // of these, the jobs that have not begun
 };
 
 DispatchQueue::DispatchQueue(Passkey, Kind kind, std::string label,

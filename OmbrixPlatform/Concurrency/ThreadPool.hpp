@@ -48,7 +48,7 @@ class ThreadPool final {
 
   /// Like `post`, for the last statement of a job: unless a more urgent job waits, the calling
   /// thread runs it right after that job, without queueing it or waking a thread. If that job
-  /// announces a block after all, other threads get it.
+  /// announces that it blocks after all, another thread runs it.
   void postNext(Job&& job, DispatchPriority priority = DispatchPriority::normal,
                 const void* inside = nullptr);
 
@@ -95,7 +95,7 @@ class ThreadPool final {
   // One thread of the pool.
   struct Worker {
     int threadID = 0;
-    bool isBusy = false;  // has a job, and has not announced a block
+    bool isBusy = false;  // has a job, and has not announced that it blocks
     Posted following;     // runs right after the job
     std::size_t laneOfFollowing = 0;
     Worker* previous = nullptr;
@@ -124,7 +124,7 @@ class ThreadPool final {
   Worker* workers_ = nullptr;
   Parking* parked_ = nullptr;  // the last one to park first
   bool isWaking_ = false;      // a woken thread has not yet looked for a job
-  std::size_t blocked_ = 0;    // announced by themselves
+  std::size_t blocked_ = 0;    // threads that announced it
   bool watcherExists_ = false;
   bool watcherSleeps_ = false;
   std::condition_variable_any saturated_;

@@ -32,7 +32,7 @@ constexpr std::size_t kBlockBytes = 64 * 1024;          // Written at once when 
 constexpr std::size_t kMaximumHeldBytes = 1024 * 1024;  // While no file can be written.
 constexpr milliseconds kLongestDelay{10};               // Until a line is in the file.
 constexpr std::chrono::seconds kRetryInterval{1};       // After a failure.
-constexpr int kMaximumPasses = 4;                       // Of one write; the second mends torn ones.
+constexpr int kMaximumPasses = 4;                       // Per write; the second mends torn lines.
 
 void flushAtExit() {
   static constinit std::atomic_flag isRegistered{};

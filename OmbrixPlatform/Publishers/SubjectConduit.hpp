@@ -179,7 +179,7 @@ class SubjectConduit final : public Subscription,
   bool owesValue = false;  // the current value was not delivered for lack of demand
   typename std::list<std::shared_ptr<SubjectConduit>>::iterator position;
   bool isServed = true;    // at first, until the subscriber has this subscription
-  Round* round = nullptr;  // of the sender that claimed but has not reached it
+  Round* round = nullptr;  // of the sender that claimed it, until it serves it
   SubjectConduit* previous = nullptr;
   SubjectConduit* next = nullptr;
 

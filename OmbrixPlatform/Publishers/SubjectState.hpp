@@ -17,11 +17,11 @@ namespace ombrix::platform::detail {
 
 /// The shared part of both subjects: the subscriptions, in order, and how values reach them.
 ///
-/// One lock guards it all and is never held while calling out. The lock covers the decision which
-/// values each subscription gets, so that all subscribers see one order. A sender claims the idle
-/// subscriptions and delivers its value to them one after the other; for the others it leaves a
-/// copy with the call that is delivering. Another sender takes over a claim that has not been
-/// reached yet: a slow subscriber holds up only the sender that delivers to it.
+/// One lock guards it all and is never held while calling out. Values are assigned to subscriptions
+/// under the lock, so that all subscribers see one order. A sender claims the idle subscriptions
+/// and delivers its value to them one after the other; for the others it leaves a copy with the
+/// call that is delivering. Another sender takes over a claim that has not been reached yet: a slow
+/// subscriber holds up only the sender that delivers to it.
 template <class Output, class Failure>
 class SubjectState final : public SubjectCore<Output, Failure>,
                            public std::enable_shared_from_this<SubjectState<Output, Failure>> {

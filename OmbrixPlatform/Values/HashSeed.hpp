@@ -14,7 +14,7 @@ struct HashSeed {
   /// The process's own seed. Any thread.
   static const HashSeed& ofProcess();
 
-  /// Mixes a hash into 32 bits. Values with equal hashes without the seed have equal ones with it.
+  /// Mixes a hash into 32 bits. Equal hashes stay equal: the seed does not separate them.
   [[nodiscard]] std::uint32_t mix(std::uint64_t hash) const noexcept {
     return static_cast<std::uint32_t>(folded(hash ^ key, multiplier) >> 32);
   }

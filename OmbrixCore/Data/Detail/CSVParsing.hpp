@@ -170,8 +170,8 @@ inline platform::InputStream& viewOf(
   return *stream;
 }
 
-/// Parses a source on a queue, keeping it until then, and calls the completion there with the
-/// result; with nothing and on this thread if even the job cannot start.
+/// Parses a source, kept until then, on a queue and calls the completion there with the result. If
+/// the job cannot start, calls it with nothing on this thread.
 /// @param makeSource Returns the source, or throws.
 template <class Parser, class MakeSource>
 void parseOn(platform::DispatchQueue& queue, const Parser& parser, MakeSource makeSource,

@@ -63,7 +63,7 @@ MiddlePair select(std::span<const std::int64_t> values, std::size_t lower, std::
     }
     return select(inside, lower - below, upper - below);
   }
-  // The two ranks are in two neighbouring buckets.
+  // The two ranks are in different buckets.
   MiddlePair pair{smallest, largest};
   for (const std::int64_t value : values) {
     if (bucketOf(value) <= bucket) {
