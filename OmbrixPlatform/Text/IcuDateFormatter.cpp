@@ -103,8 +103,8 @@ icu::UnicodeString utf16(std::string_view text) {
   return icu::UnicodeString::fromUTF8({text.data(), static_cast<int32_t>(text.size())});
 }
 
-/// Whether TZ says where this is in a way that ICU passes over: by a rule, as in "CET-1CEST", or by
-/// a name with a number in it. The C library knows both.
+/// Whether TZ names a zone in a form that ICU ignores: a rule such as "CET-1CEST", or a name with a
+/// number in it. The C library knows both.
 bool isZoneForLibraryOnly(const icu::TimeZone& zone) {
   const char* const name = std::getenv("TZ");
   if (name == nullptr) return false;
@@ -112,7 +112,7 @@ bool isZoneForLibraryOnly(const icu::TimeZone& zone) {
   return std::strpbrk(name, "0123456789,") != nullptr && zone.getID(known) != utf16(name);
 }
 
-/// How far the C library's zone is from UTC at a time; 0 for one that it cannot tell.
+/// The offset from UTC of the C library's zone at a time; 0 if the library does not know it.
 std::int32_t libraryOffsetMilliseconds(std::int64_t milliseconds) {
   const std::time_t seconds = milliseconds / 1000 - (milliseconds % 1000 < 0 ? 1 : 0);
   std::tm local{};
@@ -136,9 +136,9 @@ struct DateFormatter::Backing {
   Mutex mutex;
   // ICU does not share it between threads.
   std::unique_ptr<icu::SimpleDateFormat> format OMBRIX_PT_GUARDED_BY(mutex);
-  bool isZoneOfLibrary = false;  ///< Whether the zone is set anew for each date.
+  bool isZoneOfLibrary = false;  ///< Whether each date sets the zone again.
 
-  /// Sets the zone that holds at a time.
+  /// Sets the zone for the season of a time.
   void setZone(std::int64_t milliseconds) const OMBRIX_REQUIRES(mutex) {
     if (!isZoneOfLibrary) return;
     const std::int32_t offset = libraryOffsetMilliseconds(milliseconds);
@@ -274,7 +274,7 @@ std::optional<Date> DateFormatter::dateFrom(std::string_view text) const {
   const LockGuard lock(backing_->mutex);
   UDate date = backing_->format->parse(source, position);
   if (backing_->isZoneOfLibrary && position.getErrorIndex() == -1) {
-    backing_->setZone(static_cast<std::int64_t>(date));  // near enough to know the season
+    backing_->setZone(static_cast<std::int64_t>(date));  // near enough for the season
     position.setIndex(0);
     date = backing_->format->parse(source, position);
   }
