@@ -138,7 +138,7 @@ struct DateFormatter::Backing {
   std::unique_ptr<icu::SimpleDateFormat> format OMBRIX_PT_GUARDED_BY(mutex);
   bool isZoneOfLibrary = false;  ///< Whether each date sets the zone again.
 
-  /// Sets the zone for the season of a time.
+  /// Sets the offset that applies at a time.
   void setZone(std::int64_t milliseconds) const OMBRIX_REQUIRES(mutex) {
     if (!isZoneOfLibrary) return;
     const std::int32_t offset = libraryOffsetMilliseconds(milliseconds);
