@@ -23,7 +23,7 @@ Descriptor makeFile(const std::string& path, int flags, mode_t mode) {
 Descriptor openOrMakeFile(const std::string& path, int flags, mode_t mode) {
   constexpr int kMostAttempts = 100;  // others may create and remove it meanwhile
   for (int attempt = 0; attempt < kMostAttempts; ++attempt) {
-    // Whoever finds a pipe there does not wait for its other end.
+    // Non-blocking: opening a pipe would wait for its other end.
     auto file = openFile(path, flags | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY);
     if (file || errno != ENOENT) return file;
     file = makeFile(path, flags, mode);

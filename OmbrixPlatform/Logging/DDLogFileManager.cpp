@@ -112,7 +112,7 @@ std::vector<DDLogFileInfo> DDLogFileManager::sortedLogFileInfos() const {
     const auto creationDate = creationDateFromName(entry->path().filename().native());
     struct stat status{};
     if (!creationDate || ::stat(entry->path().c_str(), &status) != 0) continue;
-    // A pipe of that name would be waited for.
+    // Skips pipes: opening one would block.
     if (!S_ISREG(status.st_mode) && !S_ISCHR(status.st_mode)) continue;
     infos.push_back({.filePath = entry->path(),
                      .creationDate = *creationDate,
