@@ -138,15 +138,16 @@ class BucketLimit {
   template <CodingReader R, class Container>
   void check(R& reader, const Container& out, const typename Container::key_type& key) {
     if (out.empty()) return;
+    ++keys_;  // with those that come again
     compared_ += out.bucket_size(out.bucket(key));
-    if (compared_ <= kUsual * (out.size() + kUsual)) return;
+    if (compared_ <= kUsual * (keys_ + kUsual)) return;
     throw DecodingError::tooLarge("Too many keys share a bucket of a hash table",
                                   reader.codingPath());
   }
 
  private:
   static constexpr std::size_t kUsual = 256;  // far above what a hash that is worth its name gives
-  std::size_t compared_ = 0;
+  std::size_t keys_ = 0, compared_ = 0;
 };
 
 /// Tells a writer that wants to know how much memory the items of what has begun take.

@@ -44,12 +44,22 @@ std::string homeInPasswordDatabase() {
 /// The system's name for a folder that never is there.
 constexpr const char* kNowhere = "/nonexistent";
 
-/// Whether this user can ever keep anything there: in a folder that may be written, or where one of
-/// those that are used may be, or on a path on which one could be made.
+/// Whether a path is a folder that this user may enter and that is theirs or may be written. What
+/// is theirs counts also where it is read-only for now: what is kept there is read, and a write
+/// fails.
+bool isUsableFolder(const std::string& path) noexcept {
+  struct stat info{};
+  return stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+         access(path.c_str(), X_OK) == 0 &&
+         (info.st_uid == geteuid() || access(path.c_str(), W_OK) == 0);
+}
+
+/// Whether this user can ever keep anything there: in a folder that is usable, or where one of
+/// those that are used is, or on a path on which one could be made.
 bool isUsableHome(std::string path) {
   if (path == kNowhere) return false;
-  for (const char* used : {"/.local/share", "/.config", "/.cache"}) {
-    if (access((path + used).c_str(), W_OK | X_OK) == 0) return true;
+  for (const char* used : {"", "/.local/share", "/.config", "/.cache"}) {
+    if (isUsableFolder(path + used)) return true;
   }
   while (path.starts_with('/')) {
     struct stat info{};

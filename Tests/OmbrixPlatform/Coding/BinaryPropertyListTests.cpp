@@ -321,6 +321,10 @@ TEST(BinaryPropertyListTests, ItemsCountThroughTheInterface) {
   const Data set = PropertyListEncoder{}.encode(numbers);
   EXPECT_EQ(refusalOf<std::unordered_set<std::int64_t>>(set), std::nullopt);
   EXPECT_EQ((refusalOf<std::unordered_set<std::int64_t, OneBucket>>(set)), kTooLarge);
+  std::vector<std::int64_t> twoNumbers(100'000);
+  for (std::size_t i = 0; i < twoNumbers.size(); i += 2) twoNumbers[i] = 1;
+  EXPECT_EQ(refusalOf<std::unordered_set<std::int64_t>>(PropertyListEncoder{}.encode(twoNumbers)),
+            std::nullopt);
   std::map<std::int64_t, bool> entries;
   for (const std::int64_t number : numbers) entries[number] = true;
   EXPECT_EQ((refusalOf<std::unordered_map<std::int64_t, bool, OneBucket>>(
