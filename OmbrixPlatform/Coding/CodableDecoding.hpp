@@ -28,16 +28,16 @@ void decodeFields(R& reader, T& out) {
   reader.beginObject();
   {
     CodingPathChain::Step step(reader.pathChain());
-    const auto inOrder = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
-      constexpr const auto& kField = std::get<I>(kFields);
-      if constexpr (isPlainName(kField.name)) {
-        if (!reader.tryKey(kField.name)) return;
-        step.setKey(kField.name);
-        std::remove_cvref_t<decltype(kField)>::CodecType::decode(reader, out.*kField.member);
-        seen |= std::uint64_t{1} << I;
-      }
-    };
     if constexpr (TriesKeys<R>) {
+      const auto inOrder = [&]<std::size_t I>(std::integral_constant<std::size_t, I>) {
+        constexpr const auto& kField = std::get<I>(kFields);
+        if constexpr (isPlainName(kField.name)) {
+          if (!reader.tryKey(kField.name)) return;
+          step.setKey(kField.name);
+          std::remove_cvref_t<decltype(kField)>::CodecType::decode(reader, out.*kField.member);
+          seen |= std::uint64_t{1} << I;
+        }
+      };
       [&]<std::size_t... I>(std::index_sequence<I...>) {
         (inOrder(std::integral_constant<std::size_t, I>{}), ...);
       }(kIndices);
