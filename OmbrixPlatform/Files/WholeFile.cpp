@@ -69,7 +69,22 @@ bool isAllowed(std::size_t length) noexcept {
   return ::getrlimit(RLIMIT_FSIZE, &most) != 0 || length <= most.rlim_cur;
 }
 
-/// Sets disk space aside for a longer value, while the file stays as it is; 0 or errno.
+/// Gives a file whose contents are as they were before its old modification time, too.
+void restoreTime(int descriptor, const struct stat& info) noexcept {
+  const timespec times[] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, info.st_mtim};
+  static_cast<void>(::futimens(descriptor, times));
+}
+
+/// Gives back the disk space that was set aside until the disk was full. The file keeps the length
+/// and the time that another process may have given it meanwhile.
+void returnRoom(int descriptor, const struct stat& before) noexcept {
+  struct stat now{};
+  if (::fstat(descriptor, &now) != 0) return;
+  static_cast<void>(::ftruncate(descriptor, now.st_size));
+  if (isUnchanged(stateFrom(now), stateFrom(before))) restoreTime(descriptor, before);
+}
+
+/// Sets disk space aside for a longer value; 0 or errno, and then the file is as it was.
 int makeRoom(int descriptor, const struct stat& info, off_t length) noexcept {
   constexpr off_t kBlockBytes = 512;
   if (length <= info.st_blocks * kBlockBytes) return 0;
@@ -79,15 +94,8 @@ int makeRoom(int descriptor, const struct stat& info, off_t length) noexcept {
   }
   const int error = errno;
   if (error == EOPNOTSUPP || error == ENOSYS) return 0;
-  // What was set aside until the disk was full goes back.
-  static_cast<void>(::ftruncate(descriptor, info.st_size));
+  returnRoom(descriptor, info);
   return error;
-}
-
-/// Gives a file whose contents are as they were before its old modification time, too.
-void restoreTime(int descriptor, const struct stat& info) noexcept {
-  const timespec times[] = {{.tv_sec = 0, .tv_nsec = UTIME_OMIT}, info.st_mtim};
-  static_cast<void>(::futimens(descriptor, times));
 }
 
 /// Writes what reaches beyond the old end, behind a zero that stands for the first byte. Where that
@@ -136,10 +144,7 @@ int writeTo(int descriptor, const struct stat& info, DataView contents, bool isN
   if (!isAllowed(contents.size())) return EFBIG;
   if (!isNew) {
     const int error = makeRoom(descriptor, info, static_cast<off_t>(contents.size()));
-    if (error != 0) {
-      restoreTime(descriptor, info);
-      return error;
-    }
+    if (error != 0) return error;
   }
   return writeInPlace(descriptor, info, contents);
 }
@@ -187,29 +192,58 @@ Descriptor openToWrite(const std::string& path, int flags) noexcept {
   return file;
 }
 
-FileResult<void> writeFile(std::string path, DataView contents, int flags, bool mayMake) {
-  Descriptor file = openToWrite(path, flags);
-  bool isNew = false;
-  if (!file && errno == ENOENT && mayMake) {
-    file = openToWrite(path, flags | O_CREAT | O_EXCL);
-    // A link that leads nowhere yet.
-    if (!file && errno == EEXIST && (flags & O_NOFOLLOW) == 0 &&
-        detail::followLastLink(path) == 0) {
+/// Opens a file for writing, or makes it; `isNew` tells which, `error` why there is none or it
+/// cannot be examined. A file that was removed between the lookup of its name and the opening no
+/// longer has the name: that is looked up again.
+Descriptor openOrMake(std::string& path, int flags, bool mayMake, struct stat& info, bool& isNew,
+                      int& error) {
+  constexpr int kMostLookups = 100;
+  Descriptor file;
+  for (int lookups = 0; lookups < kMostLookups; ++lookups) {
+    isNew = false;
+    error = 0;
+    file = openToWrite(path, flags);
+    if (!file && errno == ENOENT && mayMake) {
       file = openToWrite(path, flags | O_CREAT | O_EXCL);
+      // A link that leads nowhere yet.
+      if (!file && errno == EEXIST && (flags & O_NOFOLLOW) == 0 &&
+          detail::followLastLink(path) == 0) {
+        file = openToWrite(path, flags | O_CREAT | O_EXCL);
+      }
+      isNew = static_cast<bool>(file);
+      if (isNew) detail::giveToOwnerOfFolder(file.get(), path);
+      // Somebody else has made it meanwhile.
+      if (!file && errno == EEXIST) file = openToWrite(path, flags | O_CREAT);
     }
-    isNew = static_cast<bool>(file);
-    if (isNew) detail::giveToOwnerOfFolder(file.get(), path);
-    // Somebody else has made it meanwhile.
-    if (!file && errno == EEXIST) file = openToWrite(path, flags | O_CREAT);
+    if (!file || ::fstat(file.get(), &info) != 0) {
+      error = errno;
+      break;
+    }
+    if (info.st_nlink > 0) break;
   }
-  if (!file) return failure(errno, "open", path);
+  return file;
+}
+
+/// Whether a file holds a whole value: while one is written, a zero stands for its first byte.
+bool holdsValue(int descriptor) noexcept {
+  std::byte first{};
+  return ::pread(descriptor, &first, 1, 0) == 1 && first != std::byte{0};
+}
+
+FileResult<void> writeFile(std::string path, DataView contents, int flags, bool mayMake) {
   struct stat info{};
-  int error = ::fstat(file.get(), &info) == 0 ? writeTo(file.get(), info, contents, isNew) : errno;
+  bool isNew = false;
+  int error = 0;
+  Descriptor file = openOrMake(path, flags, mayMake, info, isNew, error);
+  if (!file) return failure(error, "open", path);
+  if (error == 0) error = writeTo(file.get(), info, contents, isNew);
+  // Another process may have stored its value in the file that was made here.
+  const bool isAnothers = error != 0 && holdsValue(file.get());
   if (error != 0) static_cast<void>(::fstat(file.get(), &info));  // it may be what has failed
   if (const int closeError = file.reset(); error == 0) error = closeError;
   if (error == 0) return {};
   // Not what has taken the place of a file that was not finished.
-  if (isNew && isNamed(info, path)) ::unlink(path.c_str());
+  if (isNew && !isAnothers && isNamed(info, path)) ::unlink(path.c_str());
   return failure(error, "write", path);
 }
 
