@@ -457,7 +457,7 @@ class Reader {
     CLLocation fix;
     const auto north = scaled(values[kLatitude], 1 / kDegreesPerSemicircle);
     const auto east = scaled(values[kLongitude], 1 / kDegreesPerSemicircle);
-    if (north && east) fix.coordinate = {*north, *east};
+    fix.coordinate = north && east ? CLLocationCoordinate2D{*north, *east} : kNowhere;
     // The finer fields are the same with more bits.
     const auto up = scaled(values[kFinerAltitude] ? values[kFinerAltitude] : values[kAltitude], 5);
     fix.altitude = up ? *up - 500 : kNone;
@@ -473,7 +473,7 @@ class Reader {
     sensors[kDistance] = scaled(values[kWay], 100).value_or(kNone);
     std::optional<platform::Date> date;
     if (time_) date = dateOf(*time_);
-    keep(track_, north && east ? &fix : nullptr, sensors, date);
+    keep(track_, fix, sensors, date);
   }
 
   void readLap(const Values& values) {

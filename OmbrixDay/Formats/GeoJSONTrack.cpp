@@ -28,6 +28,7 @@ struct Line {
   GeoJSONFigures figures;
   std::vector<std::size_t> pieces;  ///< The positions at which those of a multi-line string end.
   std::string name, sport, notes;
+  std::size_t unread = 0;  ///< Other properties.
 };
 
 std::string readText(JSONReader& json) {
@@ -146,6 +147,7 @@ void readProperties(JSONReader& json, Line& line, bool isInner = false) {
     } else if (key == "coordTimes" || key == "times") {
       readItems(json, readTime, line.times[isInner ? 2 : key == "times" ? 1 : 0].emplace());
     } else if (isInner) {
+      ++line.unread;
       json.skip();
     } else if (key == "name") {
       line.name = readText(json);
@@ -156,6 +158,7 @@ void readProperties(JSONReader& json, Line& line, bool isInner = false) {
     } else if (key == "coordinateProperties") {
       readProperties(json, line, true);
     } else {
+      line.unread += json.peek() != 'n';  // null
       json.skip();
     }
   });
@@ -193,6 +196,7 @@ class DocumentReader {
         for (auto& times : line.times) times.reset();
         line.figures = {};
         line.name = line.sport = line.notes = {};
+        line.unread = 0;
         readProperties(json_, line);
       } else if (key == "features" && isTop && json_.peek() == '[') {
         isCollection = true;
@@ -217,7 +221,9 @@ class DocumentReader {
   void add(const Line& line) {
     constexpr std::string_view kOthers[] = {"Point", "MultiPoint", "Polygon", "MultiPolygon",
                                             "GeometryCollection"};
-    if (std::ranges::find(kOthers, line.type) != std::end(kOthers)) return;
+    if (std::ranges::find(kOthers, line.type) != std::end(kOthers)) {
+      return passOver(track_, line.type.ends_with("Point") ? kWaypoints : kOtherDetails);
+    }
     const auto* times = timesOf(line);
     if (!line.positions) {
       if (!line.type.empty() || times != nullptr) missing_ = "a line has no coordinates";
@@ -226,6 +232,7 @@ class DocumentReader {
     if (times == nullptr) {
       // Such as a route that was planned.
       missing_ = "its line has no times (\"coordTimes\")";
+      passOver(track_, kRoutes);
       track_.skipped += line.positions->size();
       return;
     }
@@ -235,6 +242,10 @@ class DocumentReader {
       track_.skipped += line.positions->size();
       return;
     }
+    std::size_t unread = line.unread;
+    for (const auto& list : line.figures) unread += !list.empty() && list.size() != times->size();
+    passOver(track_, kOtherDetails, unread);
+    if (!track_.fixes.empty()) passOver(track_, kDivision);
     if (track_.name.empty()) track_.name = line.name;
     if (track_.sport.empty()) track_.sport = line.sport;
     if (track_.notes.empty()) track_.notes = line.notes;
@@ -266,9 +277,8 @@ void keep(Track& track, const GeoJSONPosition& position, double secondsSince1970
   const auto known = [&](GeoJSONFigure figure) {
     return std::isnan(figures[figure]) ? -1 : figures[figure];
   };
-  const bool hasPlace = !std::isnan(position.latitude) && !std::isnan(position.longitude);
   CLLocation fix;
-  if (hasPlace) fix.coordinate = {position.latitude, position.longitude};
+  fix.coordinate = {position.latitude, position.longitude};
   fix.altitude = position.altitude;
   fix.speed = known(kSpeed);
   fix.course = known(kCourse);
@@ -276,7 +286,7 @@ void keep(Track& track, const GeoJSONPosition& position, double secondsSince1970
   fix.verticalAccuracy = known(kVerticalAccuracy);
   SensorValues sensors;
   std::ranges::copy(figures.first<kSensors>(), sensors.begin());
-  keep(track, hasPlace ? &fix : nullptr, sensors,
+  keep(track, fix, sensors,
        std::isnan(secondsSince1970) ? std::nullopt
                                     : std::optional(platform::dateSince1970(secondsSince1970)));
 }

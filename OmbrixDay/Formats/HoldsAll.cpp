@@ -147,6 +147,7 @@ bool holdsLaps(const std::vector<Lap>& mine, const std::vector<Lap>& others) {
 
 bool holdsAll(const Track& track, TrackFormat format, const Track& other) {
   const bool isCSV = format == TrackFormat::csv;
+  if (!other.unread.empty() || other.skipped > 0) return false;
   constexpr std::string Track::* kTexts[] = {&Track::name, &Track::sport, &Track::notes};
   for (const auto each : kTexts) {
     if (!holdsText(isCSV ? std::string() : track.*each, other.*each)) return false;

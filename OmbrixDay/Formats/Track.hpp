@@ -40,6 +40,12 @@ struct Lap {
   bool operator==(const Lap&) const = default;
 };
 
+/// Something of a recording that a file, or a track, does not hold.
+struct LeftOut {
+  std::string_view what;  ///< Such as "Laps": the label of a figure.
+  std::size_t count = 0;
+};
+
 /// A recording, whatever file it came from. Readings and laps are in the order of the file; which
 /// format holds what, says docs/day.md.
 struct Track {
@@ -54,8 +60,9 @@ struct Track {
   std::vector<SensorReading> temperatures = {};  ///< Degrees Celsius.
   std::vector<SensorReading> distances = {};     ///< Metres from the beginning, by the device.
   std::vector<Lap> laps = {};
-  std::size_t skipped = 0;  ///< Points without a time, or with nothing to keep.
-  std::string fault = {};   ///< Why a file could not be read whole; empty if it was.
+  std::size_t skipped = 0;           ///< Points without a time, or with nothing to keep.
+  std::string fault = {};            ///< Why a file could not be read whole; empty if it was.
+  std::vector<LeftOut> unread = {};  ///< What else its file holds, for which a track has no place.
 };
 
 /// The files that tracks are kept in. Which holds what, says docs/day.md.
@@ -99,19 +106,16 @@ inline constexpr std::size_t kMostTrackLaps = 100'000;
 /// and can be.
 [[nodiscard]] std::size_t writableFixes(const Track& track);
 
-/// Something of a track that `writeTrack` leaves out.
-struct LeftOut {
-  std::string_view what;  ///< Such as "Laps": the label of a figure.
-  std::size_t count = 0;
-};
+/// Whether a file of the format would hold anything: a fix, or in TCX laps or a sensor's reading.
+[[nodiscard]] bool isWorthWriting(const Track& track, TrackFormat format);
 
 /// What `writeTrack` leaves out because the format has no place for it: in GPX and GeoJSON, for
-/// one, what sensors told where there was no fix. Empty where all is written.
+/// one, what sensors told where there was no fix; and what was unread. Empty where all is written.
 [[nodiscard]] std::vector<LeftOut> leftOut(const Track& track, TrackFormat format);
 
 /// Whether what `writeTrack` makes of a track holds all of another recording: a fix of the same
 /// time, place and altitude for each of its fixes, every figure that it knows, its readings, laps,
-/// breaks and texts, but for what formats round.
+/// breaks and texts, but for what formats round. Nothing holds what is unread or skipped in it.
 [[nodiscard]] bool holdsAll(const Track& track, TrackFormat format, const Track& other);
 
 /// Writes the fixes that can be written; other figures of theirs that are not finite become

@@ -134,14 +134,14 @@ std::vector<Lap> writtenLaps(const Track& track) {
   return laps;
 }
 
-void keep(Track& track, const CLLocation* fix, const SensorValues& sensors,
+void keep(Track& track, const CLLocation& fix, const SensorValues& sensors,
           std::optional<platform::Date> time) {
-  if (fix != nullptr && !isOnGlobe(*fix)) fix = nullptr;
+  const bool hasPlace = isOnGlobe(fix);
   bool hasSensor = false;
   for (std::size_t sensor = 0; sensor < kSensors; ++sensor) {
     hasSensor |= isSensorValue(sensor, sensors[sensor]);
   }
-  if (!time || (fix == nullptr && !hasSensor)) {
+  if (!time || (!hasPlace && !hasSensor)) {
     ++track.skipped;
     return;
   }
@@ -152,8 +152,11 @@ void keep(Track& track, const CLLocation* fix, const SensorValues& sensors,
   };
   checkRoom(track.fixes.size());
   for (std::size_t sensor = 0; sensor < kSensors; ++sensor) checkRoom(countOf(track, sensor));
-  if (fix != nullptr) {
-    track.fixes.push_back(*fix);
+  if (!hasPlace) {
+    if (std::abs(fix.altitude) < kMostFigure) passOver(track, "Altitude");
+    if (isFigure(fix.speed)) passOver(track, "Speed");
+  } else {
+    track.fixes.push_back(fix);
     CLLocation& kept = track.fixes.back();
     kept.timestamp = *time;
     if (!(std::abs(kept.altitude) < kMostFigure)) {
@@ -175,6 +178,16 @@ void keep(Track& track, const CLLocation* fix, const SensorValues& sensors,
   }
 }
 
+void passOver(Track& track, std::string_view what, std::size_t count) {
+  if (count == 0) return;
+  const auto known = std::ranges::find(track.unread, what, &LeftOut::what);
+  if (known == track.unread.end()) {
+    track.unread.push_back({what, count});
+  } else {
+    known->count += count;
+  }
+}
+
 void beginSegment(Track& track) {
   const std::size_t next = track.fixes.size();
   if (next > 0 && (track.breaks.empty() || track.breaks.back() != next)) {
@@ -192,6 +205,12 @@ std::size_t writableFixes(const Track& track) {
   return static_cast<std::size_t>(std::ranges::count_if(track.fixes, detail::isWritable));
 }
 
+bool isWorthWriting(const Track& track, TrackFormat format) {
+  if (format != TrackFormat::tcx) return writableFixes(track) > 0;
+  detail::TrackPoint point;
+  return !track.laps.empty() || detail::PointSequence(track).next(point);
+}
+
 std::vector<LeftOut> leftOut(const Track& track, TrackFormat format) {
   constexpr std::string_view kNames[] = {"Heart rate", "Cadence", "Power", "Temperature",
                                          "Distance"};
@@ -204,11 +223,13 @@ std::vector<LeftOut> leftOut(const Track& track, TrackFormat format) {
     add(kNames[sensor], detail::countOf(track, sensor) - written[sensor]);
   }
   if (format != TrackFormat::tcx) add("Laps", track.laps.size());
-  if (format != TrackFormat::csv) return all;
-  add("Breaks", track.breaks.size());
-  add("Name", track.name.empty() ? 0 : 1);
-  add("Sport", track.sport.empty() ? 0 : 1);
-  add("Notes", track.notes.empty() ? 0 : 1);
+  if (format == TrackFormat::csv) {
+    add("Breaks", track.breaks.size());
+    add("Name", track.name.empty() ? 0 : 1);
+    add("Sport", track.sport.empty() ? 0 : 1);
+    add("Notes", track.notes.empty() ? 0 : 1);
+  }
+  all.insert(all.end(), track.unread.begin(), track.unread.end());
   return all;
 }
 

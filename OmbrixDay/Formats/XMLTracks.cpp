@@ -38,6 +38,8 @@ class PointReader : public platform::XMLHandler {
       throw platform::XMLError(fmt::format("its root element is \"{}\"", name.substr(0, 40)));
     }
     if (depth_ == 2 && !isPiece_) section_ = name;
+    if (passedDepth_ > 0) return;
+    if (!isPoint_ && passOver(name)) return;
     if (name == elements_.point) {
       if (isPoint_) throw platform::XMLError("a point begins inside a point");
       begin(attributes);
@@ -51,7 +53,12 @@ class PointReader : public platform::XMLHandler {
       beginLap(attributes);
     } else if (name == "trkseg" || name == "break" || (name == "Track" && tracks_++ > 0)) {
       beginSegment(track_);
+    } else if (name == "link") {
+      detail::passOver(track_, kOtherDetails);
+    } else if (name == "trk") {
+      if (trks_++ > 0) detail::passOver(track_, kDivision);
     } else if (name == "Activity") {
+      if (trks_++ > 0) detail::passOver(track_, kDivision);
       beginSegment(track_);
       if (track_.sport.empty()) readSport(attributes);
     }
@@ -59,13 +66,19 @@ class PointReader : public platform::XMLHandler {
 
   void endElement(std::string_view name, std::string_view text) override {
     --depth_;
-    if (isPoint_) {
-      depth_ < pointDepth_ ? end() : readFigure(name, text);
-    } else if (hasLap_) {
-      name == "Lap" ? endLap() : readTotal(name, text);
-    } else {
-      readText(name, text);
+    if (passedDepth_ > 0) {
+      if (depth_ < passedDepth_) passedDepth_ = 0;
+      return;
     }
+    bool isRead = true;
+    if (isPoint_) {
+      depth_ < pointDepth_ ? end() : void(isRead = readFigure(name, text));
+    } else if (hasLap_) {
+      name == "Lap" ? endLap() : void(isRead = readTotal(name, text));
+    } else {
+      isRead = readText(name, text);
+    }
+    if (!isRead && !text.empty() && !isOfTheFile(name)) detail::passOver(track_, kOtherDetails);
     if (name.ends_with("HeartRateBpm")) heartRate_ = HeartRateOf::none;
   }
 
@@ -76,6 +89,7 @@ class PointReader : public platform::XMLHandler {
     depth_ = 0;
     tracks_ = 1;  // What begins next is not the first one of its lap.
     isPoint_ = false;
+    passedDepth_ = 0;
     isPiece_ = true;
     heartRate_ = HeartRateOf::none;
   }
@@ -88,6 +102,25 @@ class PointReader : public platform::XMLHandler {
  private:
   /// Whose beats the next number is.
   enum class HeartRateOf : std::uint8_t { none, point, lapOnAverage, lapAtMost };
+
+  /// Whether an element is one of those that are no part of a recording, and are counted only.
+  bool passOver(std::string_view name) {
+    constexpr std::pair<std::string_view, std::string_view> kPassed[] = {
+        {"wpt", kWaypoints}, {"rte", kRoutes}, {"CoursePoint", kWaypoints}};
+    for (const auto& [element, what] : kPassed) {
+      if (name != element) continue;
+      detail::passOver(track_, what);
+      passedDepth_ = depth_;
+      return true;
+    }
+    return false;
+  }
+
+  /// Whether an element is about the file, not the recording.
+  bool isOfTheFile(std::string_view name) const {
+    const bool isHead = depth_ == 1 || (depth_ == 2 && section_ == "metadata");
+    return (name == "time" && isHead) || name == "Id" || name == "SensorState";
+  }
 
   void begin(std::span<const XMLAttribute> attributes) {
     isPoint_ = true;
@@ -104,30 +137,45 @@ class PointReader : public platform::XMLHandler {
 
   void end() {
     isPoint_ = false;
-    const bool hasPlace = latitude_ && longitude_;
-    if (hasPlace) fix_.coordinate = {*latitude_, *longitude_};
-    keep(track_, hasPlace ? &fix_ : nullptr, sensors_, time_);
+    fix_.coordinate = {latitude_.value_or(kNone), longitude_.value_or(kNone)};
+    keep(track_, fix_, sensors_, time_);
   }
 
-  void readFigure(std::string_view name, std::string_view text) {
+  /// @return whether the track has a place for it
+  bool readFigure(std::string_view name, std::string_view text) {
     const bool isDirect = depth_ == pointDepth_;  // Extensions may hold anything.
     if (isDirect && (name == "time" || name == "Time")) {
       time_ = timeFromText(text);
-      return;
+      return true;
     }
     const std::optional<double> number = platform::doubleFromText(text);
-    if (!number) return;
-    if (isDirect && (name == "ele" || name == "AltitudeMeters")) fix_.altitude = *number;
-    if (name == "speed" || name == "Speed") fix_.speed = *number;
-    if (name == "course") fix_.course = *number;
-    if (name == "horizontalAccuracy") fix_.horizontalAccuracy = *number;
-    if (name == "verticalAccuracy") fix_.verticalAccuracy = *number;
-    if (name == "LatitudeDegrees") latitude_ = number;
-    if (name == "LongitudeDegrees") longitude_ = number;
-    if (name == "Value" && heartRate_ == HeartRateOf::point) sensors_[kHeartRate] = *number;
-    for (const auto& [element, sensor] : kSensorElements) {
-      if (name == element) sensors_[sensor] = *number;
+    if (!number) return false;
+    bool isRead = true;
+    if (isDirect && (name == "ele" || name == "AltitudeMeters")) {
+      fix_.altitude = *number;
+    } else if (name == "speed" || name == "Speed") {
+      fix_.speed = *number;
+    } else if (name == "course") {
+      fix_.course = *number;
+    } else if (name == "horizontalAccuracy") {
+      fix_.horizontalAccuracy = *number;
+    } else if (name == "verticalAccuracy") {
+      fix_.verticalAccuracy = *number;
+    } else if (name == "LatitudeDegrees") {
+      latitude_ = number;
+    } else if (name == "LongitudeDegrees") {
+      longitude_ = number;
+    } else if (name == "Value" && heartRate_ == HeartRateOf::point) {
+      sensors_[kHeartRate] = *number;
+    } else {
+      isRead = false;
     }
+    for (const auto& [element, sensor] : kSensorElements) {
+      if (name != element) continue;
+      sensors_[sensor] = *number;
+      isRead = true;
+    }
+    return isRead;
   }
 
   void beginLap(std::span<const XMLAttribute> attributes) {
@@ -147,38 +195,59 @@ class PointReader : public platform::XMLHandler {
     keep(track_, lap_);
   }
 
-  void readTotal(std::string_view name, std::string_view text) {
+  /// @return whether the track has a place for it
+  bool readTotal(std::string_view name, std::string_view text) {
     if (name == "Notes") lap_.notes = text;
     if (name == "Intensity") lap_.isRest = text == kRest;
+    if (name == "Notes" || name == "Intensity") return true;
     if (name == "TriggerMethod") {
       const auto* word = std::ranges::find(kLapTriggers, text);
-      if (word != std::end(kLapTriggers)) {
-        lap_.trigger = static_cast<LapTrigger>(word - std::begin(kLapTriggers));
-      }
+      if (word == std::end(kLapTriggers)) return false;
+      lap_.trigger = static_cast<LapTrigger>(word - std::begin(kLapTriggers));
+      return true;
     }
     const std::optional<double> number = platform::doubleFromText(text);
-    if (!number || !isSensorValue(kDistance, *number)) return;
-    if (name == "Value" && heartRate_ == HeartRateOf::lapOnAverage) lap_.averageHeartRate = *number;
-    if (name == "Value" && heartRate_ == HeartRateOf::lapAtMost) lap_.maxHeartRate = *number;
-    for (const auto& [element, total] : kLapElements) {
-      if (name == element) lap_.*total = *number;
+    if (!number || !isSensorValue(kDistance, *number)) return false;
+    if (name == "Value" && heartRate_ > HeartRateOf::point) {
+      (heartRate_ == HeartRateOf::lapAtMost ? lap_.maxHeartRate : lap_.averageHeartRate) = *number;
+      return true;
     }
+    for (const auto& [element, total] : kLapElements) {
+      if (name != element) continue;
+      lap_.*total = *number;
+      return true;
+    }
+    return false;
+  }
+
+  /// Takes the first text that comes for a field.
+  /// @return whether the track holds it now
+  static bool take(std::string& field, std::string_view text) {
+    if (field.empty()) field = text;
+    return field == text;
   }
 
   /// What stands beside points and laps.
-  void readText(std::string_view name, std::string_view text) {
+  /// @return whether the track has a place for it
+  bool readText(std::string_view name, std::string_view text) {
     if (section_ == "Activities") {
-      if (name == "Notes") track_.notes = text;
-      if (name == "name") track_.name = text;
-      if (name == "sport") track_.sport = text;
+      // Others may stand deeper, as that of the device.
+      if (name == "Notes") return take(track_.notes, text);
+      if (name == "name") return take(track_.name, text);
+      if (name == "sport") return take(track_.sport, text);
     } else if (depth_ == 2 && section_ == "trk") {
-      if (name == "name" && !std::exchange(hasTrackName_, true)) track_.name = text;
-      if (name == "type" && track_.sport.empty()) track_.sport = text;
-      if (name == "desc" && track_.notes.empty()) track_.notes = text;
+      if (name == "type") return take(track_.sport, text);
+      if (name == "desc") return take(track_.notes, text);
+      if (name != "name") return false;
+      if (std::exchange(hasTrackName_, true)) return track_.name == text;
+      const bool isFiles = track_.name.empty() || track_.name == text;
+      track_.name = text;  // It goes before the file's.
+      return isFiles;
     } else if (depth_ == 2 && section_ == "metadata") {
-      // Waypoints and authors have names too; the track's own goes before the file's.
-      if (name == "name") track_.name = text;
+      // Waypoints and authors have names too.
+      if (name == "name") return take(track_.name, text);
     }
+    return false;
   }
 
   void readSport(std::span<const XMLAttribute> attributes) {
@@ -199,7 +268,9 @@ class PointReader : public platform::XMLHandler {
   Lap lap_;
   std::string section_;  ///< The element below the root.
   std::size_t depth_ = 0, pointDepth_ = 0;
-  std::size_t tracks_ = 0;  ///< Begun in this lap.
+  std::size_t passedDepth_ = 0;  ///< Of the element that is passed over; 0 for none.
+  std::size_t trks_ = 0;         ///< Tracks or activities that have begun.
+  std::size_t tracks_ = 0;       ///< Begun in this lap.
   HeartRateOf heartRate_ = HeartRateOf::none;
   bool hasTrackName_ = false, isPoint_ = false, hasLap_ = false;
   bool isPiece_ = false;  ///< The elements around it are not there.

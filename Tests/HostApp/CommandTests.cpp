@@ -74,6 +74,8 @@ TEST(CommandTests, MistakesGiveOneClearLine) {
       {"convert day.csv --to gpx /nowhere/day.gpx", 1, "/nowhere/day.gpx"},
       {"convert . out", 2, "OUT must end in"},
       {"convert missing.gpx out.csv", 1, "missing.gpx"},
+      {"convert . - --to gpx", 2, "a folder's tracks go into a folder"},
+      {"day - --hr -", 2, "standard input cannot be both"},
       {"sample loop.csv", 1, "loop.csv"},
       {"sample .", 1, "cannot write ."},
       {"track rewrite missing.csv out.csv", 1, "missing.csv"},
@@ -186,10 +188,12 @@ TEST(CommandTests, NoRecordingIsWrittenOver) {
   ASSERT_EQ(run(folder, "--version; " + hour).status, 0);
   std::string rich = folder.read("a.gpx");
   folder.write("rich.gpx", rich.insert(rich.find("<trkseg>"), "<name>Mine</name>"));
+  std::string hut = folder.read("a.gpx");
+  folder.write("hut.gpx", hut.insert(hut.find("<trk>"), "<wpt lat='1' lon='2'/>"));
   folder.write("twin.csv", "older");
   fs::create_hard_link(folder.path() / "twin.csv", folder.path() / "twin2.csv");
-  const char* const files[] = {"a.csv",     "b.csv",  "a.gpx", "b.gpx",
-                               "a.geojson", "hr.csv", "track", "rich.gpx"};
+  const char* const files[] = {"a.csv",  "b.csv", "a.gpx",    "b.gpx",  "a.geojson",
+                               "hr.csv", "track", "rich.gpx", "hut.gpx"};
   const auto all = [&] {
     std::string contents;
     for (const char* file : files) contents += folder.read(file) + "|";
@@ -204,6 +208,8 @@ TEST(CommandTests, NoRecordingIsWrittenOver) {
       {"convert part.csv a.gpx", "a.gpx is a recording"},
       {"convert other.csv a.gpx", "a.gpx is a recording"},
       {"convert a.csv rich.gpx", "rich.gpx is a recording"},
+      {"convert a.csv hut.gpx", "hut.gpx is a recording"},
+      {"convert hut.gpx hut.gpx", "hut.gpx holds more than is written (Waypoints): choose"},
       {"sample twin.csv --hr twin2.csv", "are one file"},
       {"convert torn.csv a.gpx", "torn.csv could not be read whole: it is cut off; a.gpx is not"},
       {"track rewrite a.csv b.csv", "b.csv is a recording"},
@@ -446,12 +452,22 @@ TEST(CommandTests, ConvertsTracks) {
                "<TrainingCenterDatabase><Trackpoint><Time>2026-03-01T12:00:00Z</Time><Position>"
                "<LatitudeDegrees>1</LatitudeDegrees><LongitudeDegrees>2</LongitudeDegrees>"
                "</Position><HeartRateBpm><Value>70</Value></HeartRateBpm></Trackpoint><Trackpoint>"
-               "<Time>2026-03-01T12:00:09Z</Time><HeartRateBpm><Value>71</Value></HeartRateBpm>"
+               "<Time>2026-03-01T12:00:09Z</Time><AltitudeMeters>9</"
+               "AltitudeMeters><HeartRateBpm><Value>71</Value></HeartRateBpm>"
                "</Trackpoint></TrainingCenterDatabase>");
   EXPECT_THAT(run(folder, "convert hr.tcx hr.csv").output,
-              HasSubstr("CSV has no place for: Heart rate (2)\n"));
+              HasSubstr("Not kept in CSV: Heart rate (2), Altitude\n"));
   EXPECT_THAT(run(folder, "convert hr.tcx hr.gpx").output,
-              HasSubstr("GPX has no place for: Heart rate\n"));
+              HasSubstr("Not kept in GPX: Heart rate, Altitude\n"));
+  EXPECT_EQ(run(folder, "convert hr.tcx hr.tcx").status, 1);
+  // What was recorded indoors has no places.
+  std::string indoors = folder.read("hr.tcx");
+  indoors.erase(indoors.find("<Position>"),
+                indoors.find("</Position>") + 11 - indoors.find("<Position>"));
+  folder.write("in.tcx", indoors);
+  EXPECT_EQ(run(folder, "convert in.tcx out.tcx").status, 0);
+  EXPECT_THAT(folder.read("out.tcx"), AllOf(HasSubstr("<Value>70<"), HasSubstr("<Value>71<")));
+  EXPECT_THAT(run(folder, "convert in.tcx in.gpx").output, HasSubstr("and only TCX holds"));
   folder.write("none.gpx", "<gpx><trk><trkseg><trkpt lat='1' lon='2'/></trkseg></trk></gpx>");
   EXPECT_EQ(run(folder, "convert none.gpx day.tcx").status, 1);
   EXPECT_EQ(folder.read("day.tcx"), folder.read("all/day.tcx"));
@@ -502,6 +518,11 @@ TEST(CommandTests, RemembersTheLastDays) {
   EXPECT_THAT(run(folder, "days --json").output,
               AllOf(HasSubstr(R"({"season":"2023","distanceMeters":21)"), HasSubstr(R"("runs":2,)"),
                     HasSubstr(R"("title":"second.csv","startTime":17001)")));
+  // Two seasons of one year are told apart.
+  write("third.csv", 1'675'000'000);
+  EXPECT_EQ(run(folder, "day third.csv").status, 0);
+  EXPECT_THAT(run(folder, "days --json").output,
+              AllOf(HasSubstr(R"("season":"2023-11")"), HasSubstr(R"("season":"2023-01")")));
   // A day without altitudes has no descent, and one whose file is damaged is told of.
   folder.write(
       "flat.gpx",

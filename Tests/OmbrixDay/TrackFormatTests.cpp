@@ -37,6 +37,12 @@ std::string faultOf(std::string_view text, TrackFormat format) {
   }
 }
 
+std::string told(const std::vector<LeftOut>& left) {
+  std::string all;
+  for (const LeftOut& each : left) all += fmt::format("{} {}, ", each.what, each.count);
+  return all;
+}
+
 /// Every figure has few enough decimals for every format; some are unknown.
 Track sampleTrack() {
   Track track{.name = "Grün & <Weiß>",
@@ -111,6 +117,7 @@ void expectSame(const Track& expected, const Track& actual) {
   ASSERT_EQ(actual.fixes.size(), expected.fixes.size());
   EXPECT_EQ(actual.skipped, 0u);
   EXPECT_EQ(actual.fault, "");
+  EXPECT_EQ(told(actual.unread), "");
   for (std::size_t i = 0; i < expected.fixes.size(); ++i) {
     const CLLocation &a = expected.fixes[i], &b = actual.fixes[i];
     EXPECT_NEAR(a.coordinate.latitude, b.coordinate.latitude, 1e-9);
@@ -197,6 +204,8 @@ TEST(TrackFormats, oneRecordingHoldsAnother) {
       {"another lap", false, [](Track& track) { track.laps[1].begin += Seconds(1); }},
       {"a lap's power", false, [](Track& track) { track.laps[1].maxPower = 1; }},
       {"another name", false, [](Track& track) { track.name = "Blau"; }},
+      {"a waypoint", false, [](Track& track) { track.unread = {{"Waypoints", 1}}; }},
+      {"a point without a time", false, [](Track& track) { ++track.skipped; }},
   };
   for (const Case& c : kCases) {
     Track other = richTrack();
@@ -232,20 +241,14 @@ TEST(TrackFormats, whatCannotBeWrittenIsLeftOut) {
   }
   EXPECT_THROW((void)writeTrack(track, fit), TrackFormatError);
   // Of the heart rates the one that is nan, and those of the fixes that cannot be written.
-  const auto told = [](const Track& left, TrackFormat format) {
-    std::string all;
-    for (const LeftOut& each : leftOut(left, format)) {
-      all += fmt::format("{} {}, ", each.what, each.count);
-    }
-    return all;
-  };
-  EXPECT_EQ(told(track, gpx), "Heart rate 3, Laps 3, ");
-  EXPECT_EQ(told(track, tcx), "Heart rate 1, ");
+  track.unread = {{"Routes", 2}};
+  EXPECT_EQ(told(leftOut(track, gpx)), "Heart rate 3, Laps 3, Routes 2, ");
+  EXPECT_EQ(told(leftOut(track, tcx)), "Heart rate 1, Routes 2, ");
   EXPECT_EQ(
-      told(richTrack(), csv),
+      told(leftOut(richTrack(), csv)),
       "Heart rate 5, Cadence 3, Power 2, Temperature 4, Distance 6, Laps 2, Breaks 2, Name 1, "
       "Sport 1, Notes 1, ");
-  EXPECT_EQ(told(richTrack(), tcx), "");
+  EXPECT_EQ(told(leftOut(richTrack(), tcx)), "");
 }
 
 TEST(TrackFormats, shapesOfOtherPrograms) {
@@ -257,55 +260,60 @@ TEST(TrackFormats, shapesOfOtherPrograms) {
     std::size_t fixes, rates, laps, skipped, breaks;
     double time, altitude, speed, beats;  ///< Of the first point.
     const char* sport;
-    double turns;  ///< The first cadence.
+    double turns;        ///< The first cadence.
+    const char* unread;  ///< What a track has no place for.
   };
   const Case cases[] = {
       {"waypoint, author, two segments, prefixed extensions, offset, a point without a time", gpx,
        R"(<?xml version='1.0'?><g:gpx xmlns:g='http://www.topografix.com/GPX/1/1'><g:metadata>
           <g:author><g:name>Somebody</g:name></g:author></g:metadata>
-          <g:wpt lat='1' lon='2'><g:name>Hut</g:name></g:wpt>
+          <g:wpt lat='1' lon='2'><g:name>Hut</g:name></g:wpt><g:rte><g:name>Way</g:name></g:rte>
           <g:trk><g:name> Day </g:name><g:type>skiing</g:type><g:trkseg><g:trkpt lat='46.5' lon='8.25'><g:ele>1500.5
           </g:ele><g:time>2026-03-01T14:00:00+02:00</g:time><g:extensions><n:TPE xmlns:n='x'>
           <n:time>7</n:time><n:hr>99</n:hr><n:speed>3.5</n:speed><n:cad>55</n:cad></n:TPE>
           </g:extensions></g:trkpt></g:trkseg><g:trkseg><g:trkpt lat='46.5' lon='8.25'/></g:trkseg>
           <g:trkseg/><g:trkseg><g:trkpt lat='46.5' lon='8.25'><g:time>2026-03-01T12:00:09Z</g:time>
-          </g:trkpt></g:trkseg></g:trk></g:gpx>)",
-       "Day", 2, 1, 0, 1, 1, 0, 1500.5, 3.5, 99, "skiing", 55},
+          </g:trkpt></g:trkseg></g:trk><g:trk><g:type>skiing</g:type></g:trk></g:gpx>)",
+       "Day", 2, 1, 0, 1, 1, 0, 1500.5, 3.5, 99, "skiing", 55,
+       "Other details 2, Waypoints 1, Routes 1, Division into tracks 1, "},
       {"version 1.0 with a doubled name, speed in the point", gpx,
        "\xEF\xBB\xBF<gpx version='1.0'><trk><name><![CDATA[A & B]]></name><name>no</name><trkseg>"
        "<trkpt lat='46.5' lon='8.25'><time>2026-03-01T12:00:00.250Z</time><speed>2</speed></trkpt>"
        "</trkseg></trk></gpx>",
-       "A & B", 1, 0, 0, 0, 0, 0.25, 0, 2, 0, "", 0},
-      {"laps with average rates, a heart rate before the first place", tcx,
+       "A & B", 1, 0, 0, 0, 0, 0.25, 0, 2, 0, "", 0, "Other details 1, "},
+      {"laps with average rates, a point without a place, a second activity of a device", tcx,
        R"(<TrainingCenterDatabase><Activities><Activity Sport="Biking"><Id>x</Id>
           <Lap StartTime="2026-03-01T12:00:00Z"><AverageHeartRateBpm><Value>1</Value>
           </AverageHeartRateBpm><Track><Trackpoint><Time>2026-03-01T12:00:00Z</Time>
-          <HeartRateBpm xsi:type="x" xmlns:xsi="y"><Value>70</Value></HeartRateBpm></Trackpoint>
+          <AltitudeMeters>5</AltitudeMeters><HeartRateBpm xsi:type="x" xmlns:xsi="y"><Value>70
+          </Value></HeartRateBpm><Speed>2</Speed></Trackpoint>
           <Trackpoint><Time>2026-03-01T12:00:01Z</Time><Position><LatitudeDegrees>46.5
           </LatitudeDegrees><LongitudeDegrees>8.25</LongitudeDegrees></Position><AltitudeMeters>9
           </AltitudeMeters><Extensions><ns3:TPX xmlns:ns3="z"><ns3:Speed>4</ns3:Speed>
           <ns3:RunCadence>88</ns3:RunCadence></ns3:TPX></Extensions></Trackpoint></Track></Lap>
-          <Lap StartTime="2026-03-01T13:00:00Z"/></Activity></Activities>
+          <Lap StartTime="2026-03-01T13:00:00Z"/></Activity><Activity Sport="Running"><Creator>
+          <Name>Watch</Name></Creator></Activity></Activities>
           </TrainingCenterDatabase>)",
-       "", 1, 1, 2, 0, 0, 1, 9, 4, 70, "cycling", 88},
+       "", 1, 1, 2, 0, 0, 1, 9, 4, 70, "cycling", 88,
+       "Altitude 1, Speed 1, Division into tracks 1, Other details 1, "},
       {"collection with a point and a line without figures", geoJSON,
        R"({"type":"FeatureCollection","features":[{"type":"Feature","geometry":{"type":"Point",
           "coordinates":[1,2]},"properties":null},{"type":"Feature","properties":{"name":"Day",
           "coordTimes":["2026-03-01T12:00:00Z","never"]},"geometry":{"type":"LineString",
           "coordinates":[[8.25,46.5],[8.25,46.5,1]]}}]})",
-       "Day", 1, 0, 0, 1, 0, 0, 0, -1, 0, "", 0},
+       "Day", 1, 0, 0, 1, 0, 0, 0, -1, 0, "", 0, "Waypoints 1, "},
       {"a planned route beside a line in pieces with rates in pieces", geoJSON,
        R"({"type":"FeatureCollection","features":[{"type":"Feature","geometry":{"type":
           "LineString","coordinates":[[1,2],[3,4]]},"properties":{}},{"type":"Feature",
           "geometry":{"type":"MultiLineString","coordinates":[[[8.25,46.5,7]],[[8,46],[9,47]]]},
           "properties":{"coordTimes":[["2026-03-01T12:00:00Z"],["2026-03-01T12:00:05Z",
-          "2026-03-01T12:00:06Z"]],"heartRates":[[70],[71,72]],"type":"hike"}}]})",
-       "", 3, 3, 0, 2, 1, 0, 7, -1, 70, "hike", 0},
+          "2026-03-01T12:00:06Z"]],"heartRates":[[70],[71,72]],"type":"hike","snow":"deep"}}]})",
+       "", 3, 3, 0, 2, 1, 0, 7, -1, 70, "hike", 0, "Routes 1, Other details 1, "},
       {"figures under others' names, beside their times", geoJSON,
        R"({"type":"Feature","geometry":{"type":"LineString","coordinates":[[8.25,46.5]]},
           "properties":{"coordinateProperties":{"times":["2026-03-01T12:00:00Z"],"heart":[70],
           "cads":[44]}}})",
-       "", 1, 1, 0, 0, 0, 0, 0, -1, 70, "", 44},
+       "", 1, 1, 0, 0, 0, 0, 0, -1, 70, "", 44, ""},
   };
   for (const Case& c : cases) {
     SCOPED_TRACE(c.what);
@@ -315,6 +323,7 @@ TEST(TrackFormats, shapesOfOtherPrograms) {
     EXPECT_EQ(track.skipped, c.skipped);
     EXPECT_EQ(track.breaks.size(), c.breaks);
     EXPECT_EQ(track.sport, c.sport);
+    EXPECT_EQ(told(track.unread), c.unread);
     EXPECT_EQ(track.cadences.empty() ? 0 : track.cadences[0].value, c.turns);
     ASSERT_EQ(track.fixes.size(), c.fixes);
     ASSERT_EQ(track.heartRates.size(), c.rates);

@@ -38,7 +38,7 @@ struct Converted {
   std::string fault = {};             ///< Why the track could not be read whole, if so.
 };
 
-/// Reads one file and writes another one; a track without a fix writes nothing.
+/// Reads one file and writes another one; a track of which the format holds nothing is a failure.
 Converted convertFile(const std::string& in, const std::string& out,
                       std::optional<TrackFormat> from, TrackFormat to,
                       Existing existing = Existing::replaced) {
@@ -46,7 +46,11 @@ Converted convertFile(const std::string& in, const std::string& out,
   const std::size_t fixes = writableFixes(track);
   const Converted converted{fixes, track.skipped + track.fixes.size() - fixes, leftOut(track, to),
                             track.fault};
-  if (fixes == 0) {
+  if (!isWorthWriting(track, to)) {
+    if (isWorthWriting(track, TrackFormat::tcx)) {
+      throw CommandFailure(
+          fmt::format("there is no fix in {}, and only TCX holds a recording without", in));
+    }
     throw CommandFailure(fmt::format("there is no fix in {} ({} skipped)", in, converted.skipped));
   }
   refuseToReplace(out, {to, &track, {&in, 1}});
@@ -136,6 +140,7 @@ void convert(const Options& options) {
   }
   if (options.in != "-" && fs::is_directory(options.in)) {
     if (options.to.empty()) throw CLI::ValidationError("a folder needs --to");
+    if (options.out == "-") throw CLI::ValidationError("a folder's tracks go into a folder, not -");
     return convertFolder(options, *to);
   }
   const Converted converted =

@@ -176,6 +176,9 @@ void addDayCommand(CLI::App& app) {
     if (!isOne && isForOne) {
       throw CLI::ValidationError("--hr, --geojson and --html are for one track");
     }
+    if (options->heartRatePath == "-" && options->paths.front() == "-") {
+      throw CLI::ValidationError("standard input cannot be both TRACK and --hr");
+    }
     if (options->upload) {
       for (const std::string& path : options->paths) {
         if (std::filesystem::is_regular_file(path)) continue;

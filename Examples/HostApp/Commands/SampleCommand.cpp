@@ -44,8 +44,10 @@ void addSampleCommand(CLI::App& app) {
     }
     writeTrack(options->path, fixes);
     if (!options->ratesPath.empty()) writeHeartRates(options->ratesPath, rates.heartRates);
+    const bool isOutput =
+        !options->ratesPath.empty() && noticesBeside(options->ratesPath) == stderr;
     fmt::print(
-        noticesBeside(options->path), "{}\n",
+        isOutput ? stderr : noticesBeside(options->path), "{}\n",
         fmt::format(fmt::runtime(text("Wrote {} fixes to {}")), fixes.size(), options->path));
   });
 }

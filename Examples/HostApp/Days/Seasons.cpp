@@ -20,13 +20,15 @@ double sum(const std::vector<RememberedDay>& days, Value valueOf) {
   return std::transform_reduce(days.begin(), days.end(), 0.0, std::plus(), valueOf);
 }
 
+/// The years of days, as "2025/26", or with the months of one year, as "2026-01/03".
 /// @param days In the order of their dates, not empty.
-std::string nameOf(const std::vector<RememberedDay>& days) {
-  const platform::DateFormatter year("y", platform::Locale("en_US_POSIX"));
-  const auto yearOf = [&](const RememberedDay& day) {
-    return year.stringFrom(platform::dateSince1970(day.startSeconds));
+/// @param pattern Of the date: the years, and the months where they are to be named.
+std::string nameOf(const std::vector<RememberedDay>& days, const char* pattern) {
+  const platform::DateFormatter date(pattern, platform::Locale("en_US_POSIX"));
+  const auto dateOf = [&](const RememberedDay& day) {
+    return date.stringFrom(platform::dateSince1970(day.startSeconds));
   };
-  const std::string first = yearOf(days.front()), last = yearOf(days.back());
+  const std::string first = dateOf(days.front()), last = dateOf(days.back());
   if (first == last) return first;
   return fmt::format("{}/{}", first,
                      last.substr(last.size() - std::min<std::size_t>(2, last.size())));
@@ -67,10 +69,15 @@ std::vector<Season> seasonsOf(std::vector<RememberedDay> days) {
     if (!continues) seasons.emplace_back();
     seasons.back().days.push_back(std::move(day));
   }
-  for (Season& season : seasons) {
-    season.name = nameOf(season.days);
-    std::ranges::reverse(season.days);
+  for (Season& season : seasons) season.name = nameOf(season.days, "y");
+  // Those within one year, as on either side of a northern summer.
+  for (std::size_t i = 1; i < seasons.size(); ++i) {
+    const std::string name = seasons[i].name;
+    if (seasons[i - 1].name.substr(0, name.size()) != name) continue;
+    for (const std::size_t each : {i - 1, i})
+      seasons[each].name = nameOf(seasons[each].days, "y-MM");
   }
+  for (Season& season : seasons) std::ranges::reverse(season.days);
   std::ranges::reverse(seasons);
   return seasons;
 }

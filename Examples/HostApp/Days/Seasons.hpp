@@ -11,7 +11,8 @@ namespace ombrix::hostapp {
 /// The days of one winter, wherever it was: the one that goes on across the year's end, or within
 /// the year on the southern half of the globe.
 struct Season {
-  std::string name;                 ///< "2023/24", or "2024" for days of one year.
+  std::string name;  ///< "2023/24", or "2024" for days of one year; of two seasons in
+                     ///< one year "2024-01/04" and "2024-12".
   std::vector<RememberedDay> days;  ///< The latest one first.
 
   [[nodiscard]] double descentMeters() const;

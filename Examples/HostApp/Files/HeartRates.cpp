@@ -1,6 +1,7 @@
 #include "Examples/HostApp/Files/HeartRates.hpp"
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -26,7 +27,9 @@ constexpr std::size_t kMostBytes = std::size_t{256} << 20;  // more than ten mil
 /// row of one field.
 /// @param[out] left How many rows hold none.
 std::string wholeRows(const std::string& path, std::size_t& left) try {
-  const auto stream = platform::InputStream::withPath(path);
+  const auto stream = path == "-" ? platform::InputStream::withDescriptor(
+                                        STDIN_FILENO, platform::DescriptorOwnership::borrowed)
+                                  : platform::InputStream::withPath(path);
   if (const auto opened = stream->open(); !opened) throw CommandFailure(opened.error().what());
   std::string rows;
   platform::CSVReader reader(*stream, {.keptFields = 2});

@@ -116,6 +116,11 @@ void refuseToReplace(const std::string& out, const NewFile& by) {
   const bool isLost = (named && named != by.format) || (isRead && by.track == nullptr) ||
                       (!isMended && holdsMore(out, named, by));
   if (!isLost) return;
+  if (isRead && by.track != nullptr && !by.track->unread.empty()) {
+    throw CommandFailure(
+        fmt::format("{} holds more than is written ({}): choose another name to write to", out,
+                    leftOutText(by.track->unread)));
+  }
   throw CommandFailure(
       fmt::format("{} is a recording and would be lost: choose another name to write to", out));
 }

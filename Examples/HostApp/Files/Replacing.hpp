@@ -19,7 +19,7 @@ struct NewFile {
 /// replaces "*.csv" by two names. The one rule of all commands that write: a file is replaced only
 /// by what holds all of it, fix by fix; see `holdsAll`. So a command can be repeated, and a longer
 /// recording takes the place of its own beginning, but another device's, or one that knows more,
-/// stays.
+/// stays, and so does one that holds what is not read, as waypoints.
 ///
 /// Refused besides: a name that is another format's, a recording that is read for something else,
 /// and any file as long as `track` could not be read whole. What is no regular file, or an empty

@@ -132,15 +132,20 @@ Track readTrackWithFixes(const std::string& path, std::optional<TrackFormat> for
   return track;
 }
 
-void tellLeftOut(const std::string& out, TrackFormat format, std::span<const LeftOut> leftOut) {
-  if (leftOut.empty()) return;
+std::string leftOutText(std::span<const LeftOut> leftOut) {
   std::string all;
   for (const LeftOut& each : leftOut) {
     all += (all.empty() ? "" : ", ") + text(each.what);
     if (each.count > 1) all += fmt::format(" ({})", countText(each.count));
   }
-  fmt::print(noticesBeside(out), "{}\n",
-             fmt::format(fmt::runtime(text("{} has no place for: {}")), nameOf(format), all));
+  return all;
+}
+
+void tellLeftOut(const std::string& out, TrackFormat format, std::span<const LeftOut> leftOut) {
+  if (leftOut.empty()) return;
+  fmt::print(
+      noticesBeside(out), "{}\n",
+      fmt::format(fmt::runtime(text("Not kept in {}: {}")), nameOf(format), leftOutText(leftOut)));
 }
 
 void writeTrack(const std::string& path, std::span<const CLLocation> fixes) {

@@ -33,6 +33,9 @@ void failIfIncomplete(const std::string& path, const std::string& fault);
 /// The format that a file's contents look like, whatever its name.
 TrackFormat trackFormatOfFileContents(const std::string& path);
 
+/// What is left out, with its counts, as in "Laps (2), Name".
+std::string leftOutText(std::span<const LeftOut> leftOut);
+
 /// Tells in one line what of a track was not written to a file of a format; nothing for none.
 void tellLeftOut(const std::string& out, TrackFormat format, std::span<const LeftOut> leftOut);
 

@@ -59,6 +59,11 @@ double Profiles::position(ProfileAxis axis, std::size_t sample) const {
   return ratio((each.time - begin).count(), (day_.samples.back().time - begin).count());
 }
 
+bool Profiles::isBehindBreak(std::size_t sample) const {
+  return sample > 0 &&
+         (day_.samples[sample].time - day_.samples[sample - 1].time).count() > kBreakSeconds;
+}
+
 std::vector<Profiles::Plot> Profiles::plots() const {
   std::vector<Plot> plots = {
       {"altitude", "Altitude", Format::altitude,
@@ -95,7 +100,9 @@ std::string Profiles::bands(ProfileAxis axis) const {
     const DaySegment& segment = day_.segments[i];
     if (segment.kind != SegmentKind::run && segment.kind != SegmentKind::lift) continue;
     const double begin = position(axis, segment.firstSample);
-    const double end = position(axis, std::min(segment.endSample, day_.samples.size() - 1));
+    std::size_t last = std::min(segment.endSample, day_.samples.size() - 1);
+    if (last > segment.firstSample && isBehindBreak(last)) --last;
+    const double end = position(axis, last);
     elements += fmt::format(
         "<rect class=\"band {}\" data-segment=\"{}\" x=\"{}\" width=\"{}\" height=\"{}\"/>",
         platform::rawValue(segment.kind), i, coordinate(begin * kWidth),
@@ -108,9 +115,7 @@ std::string Profiles::plotHTML(const Plot& plot, ProfileAxis axis) const {
   std::vector<std::vector<Point>> lines(1);
   for (std::size_t i = 0; i < day_.samples.size(); ++i) {
     const double value = plot.figure(day_.samples[i]);
-    const bool isBehindBreak =
-        i > 0 && (day_.samples[i].time - day_.samples[i - 1].time).count() > kBreakSeconds;
-    if (isBehindBreak && !lines.back().empty()) lines.emplace_back();
+    if (isBehindBreak(i) && !lines.back().empty()) lines.emplace_back();
     if (plot.skipsZero && value <= 0) {
       if (!lines.back().empty()) lines.emplace_back();
       continue;

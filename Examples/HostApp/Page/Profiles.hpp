@@ -24,6 +24,9 @@ class Profiles {
   /// Where a sample stands on an axis, from 0 to 1.
   [[nodiscard]] double position(ProfileAxis axis, std::size_t sample) const;
 
+  /// Whether nothing is drawn between a sample and the one before: recording had stopped for long.
+  [[nodiscard]] bool isBehindBreak(std::size_t sample) const;
+
   [[nodiscard]] bool hasHeartRates() const noexcept { return hasHeartRates_; }
 
  private:

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 #include <numbers>
 
 #include "Examples/HostApp/Page/Markup.hpp"
@@ -18,6 +19,7 @@ constexpr double kLeastHeight = 420, kMostHeight = 900;
 constexpr double kLeastMeters = 200;  // Across: a walk round the car park is not drawn larger.
 constexpr double kBadgeRadius = 13;
 constexpr double kBadgeRoom = 27;  // What a badge takes on a phone, where it is drawn larger.
+constexpr double kBadgeApart = 2 * kBadgeRoom;
 constexpr double kMetersPerDegree = 111'195;  // On a sphere of the earth's mean radius.
 
 /// Longitudes without the jump at 180 degrees.
@@ -55,10 +57,14 @@ std::vector<Point> flat(const Day& day) {
   return places;
 }
 
+/// How much of others a badge covers at a place, and they of it: little where only edges meet, as
+/// drawn on a phone; much where a number is hidden.
 double overlap(Point place, std::span<const Point> others) {
   double sum = 0;
   for (const Point& other : others) {
-    sum += std::max(0.0, 2 * kBadgeRoom - std::hypot(place.x - other.x, place.y - other.y));
+    const double covered =
+        std::max(0.0, 1 - std::hypot(place.x - other.x, place.y - other.y) / kBadgeApart);
+    sum += 4 * covered * covered;
   }
   return sum;
 }
@@ -139,30 +145,60 @@ std::string TrackMap::elements() const {
   return walks + lifts + runs + badges();
 }
 
-/// The numbers stand on their lines, where they cover as little of each other as can be.
+/// The numbers stand on their lines, or beside them where many lines share a slope, and cover as
+/// little of each other as can be.
 std::string TrackMap::badges() const {
-  constexpr int kStops = 36;
-  constexpr double kAside = 6;  // What a badge at an end costs, in units of covering others.
-  std::vector<Point> taken;
-  std::string elements;
+  constexpr std::size_t kStops = 48, kRounds = 6;
+  constexpr double kAway = 0.12;  // What half the line from its middle costs, as part of a badge.
+  constexpr double kBeside = 0.3;
+  struct Badge {
+    std::size_t segment;
+    std::vector<Point> stops;
+    Point place;
+  };
+  std::vector<Badge> badges;
   for (std::size_t i = 0; i < day_.segments.size(); ++i) {
-    const DaySegment& segment = day_.segments[i];
-    const bool isRun = segment.kind == SegmentKind::run;
-    if (!isRun && segment.kind != SegmentKind::lift) continue;
-    const auto places = placesOf(segment);
-    const auto at = [&](double stop) {
-      return places[static_cast<std::size_t>(stop * static_cast<double>(places.size() - 1))];
-    };
-    Point place = at(0.5);
-    double least = overlap(place, taken);
-    for (int stop = 2; stop <= kStops - 2; ++stop) {
-      const double share = static_cast<double>(stop) / kStops;
-      const double cost = overlap(at(share), taken) + 2 * kAside * std::abs(share - 0.5);
-      if (cost >= least) continue;
-      least = cost;
-      place = at(share);
+    const SegmentKind kind = day_.segments[i].kind;
+    if (kind != SegmentKind::run && kind != SegmentKind::lift) continue;
+    const auto places = placesOf(day_.segments[i]);
+    Badge& badge = badges.emplace_back(Badge{i, {}, places[places.size() / 2]});
+    for (std::size_t stop = 0; stop <= kStops; ++stop) {
+      badge.stops.push_back(places[stop * (places.size() - 1) / kStops]);
     }
-    taken.push_back(place);
+  }
+  const auto isInside = [&](Point place) {
+    return place.x > kBadgeRoom && place.x < kWidth - kBadgeRoom && place.y > kBadgeRoom &&
+           place.y < height_ - kFoot - kBadgeRoom;
+  };
+  // Each gives way to all others in turn: those placed later are not known to the first ones.
+  for (std::size_t round = 0; round < kRounds; ++round) {
+    for (std::size_t i = 0; i < badges.size(); ++i) {
+      Badge& badge = badges[i];
+      std::vector<Point> others;
+      for (std::size_t j = 0; j < badges.size(); ++j) {
+        if (j < i || (round > 0 && j != i)) others.push_back(badges[j].place);
+      }
+      double least = std::numeric_limits<double>::infinity();
+      for (std::size_t stop = 2; stop <= kStops - 2; ++stop) {
+        const double away = kAway * std::abs(2.0 * static_cast<double>(stop) / kStops - 1);
+        for (const double x : {0.0, -kBadgeRoom, kBadgeRoom}) {
+          for (const double y : {0.0, -kBadgeRoom, kBadgeRoom}) {
+            const bool isBeside = x != 0 || y != 0;
+            const Point place{badge.stops[stop].x + x, badge.stops[stop].y + y};
+            if (isBeside && !isInside(place)) continue;
+            const double cost = overlap(place, others) + away + (isBeside ? kBeside : 0);
+            if (cost >= least) continue;
+            least = cost;
+            badge.place = place;
+          }
+        }
+      }
+    }
+  }
+  std::string elements;
+  for (const Badge& badge : badges) {
+    const DaySegment& segment = day_.segments[badge.segment];
+    const bool isRun = segment.kind == SegmentKind::run;
     const std::string shape =
         isRun ? fmt::format("<circle r=\"{}\"/>", kBadgeRadius)
               : fmt::format("<rect x=\"{0}\" y=\"{0}\" width=\"{1}\" height=\"{1}\" rx=\"4\"/>",
@@ -170,8 +206,8 @@ std::string TrackMap::badges() const {
     elements += fmt::format(
         "<g class=\"badge {}\" data-segment=\"{}\" transform=\"translate({} {})\">{}"
         "<text dy=\".36em\">{}</text></g>",
-        isRun ? "of-run" : "of-lift", i, coordinate(place.x), coordinate(place.y), shape,
-        segment.number);
+        isRun ? "of-run" : "of-lift", badge.segment, coordinate(badge.place.x),
+        coordinate(badge.place.y), shape, segment.number);
   }
   return elements;
 }

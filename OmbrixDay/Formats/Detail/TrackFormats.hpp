@@ -86,13 +86,25 @@ class PointSequence {
 /// one over all points where the track has none.
 std::vector<Lap> writtenLaps(const Track& track);
 
-/// Keeps a point that was read; counts it as skipped without a time, or with neither a place on the
-/// globe nor a sensor's value. Figures that are negative, not finite or beyond 1e9 become unknown,
+/// Keeps a point that was read, which has no place where its fix is off the globe: altitude and
+/// speed are unread then. Counts it as skipped without a time, or with neither a place nor a
+/// sensor's value. Figures that are negative, not finite or beyond 1e9 become unknown,
 /// and so does an altitude that is not finite or as large: 0 without an accuracy, see
 /// `hasAltitude`.
 /// @throws TrackFormatError when there are too many
-void keep(Track& track, const CLLocation* fix, const SensorValues& sensors,
+void keep(Track& track, const CLLocation& fix, const SensorValues& sensors,
           std::optional<platform::Date> time);
+
+// What a track has no place for.
+inline constexpr std::string_view kWaypoints = "Waypoints", kRoutes = "Routes",
+                                  kDivision = "Division into tracks",
+                                  kOtherDetails = "Other details";
+
+/// The coordinate of a fix that has no place.
+inline constexpr CLLocationCoordinate2D kNowhere = {kNone, kNone};
+
+/// Counts what is passed over.
+void passOver(Track& track, std::string_view what, std::size_t count = 1);
 
 /// Says that recording had stopped before the next fix that is kept.
 void beginSegment(Track& track);
