@@ -24,6 +24,9 @@ constexpr double kSlipSeconds = 40;            // or what noise made a ride of t
 constexpr double kSlideMetersPerSecond = 1.6;  // too fast for walking, is a part of it.
 constexpr double kSlowLiftSeconds = 300;       // The same before or behind a lift
 constexpr double kSlowLiftSlope = 0.08;        // where it climbs: nobody walks up so fast.
+constexpr double kDragLiftSeconds = 90;        // A lift as slow by itself,
+constexpr double kDragLiftStraight = 0.9;      // in a line,
+constexpr double kDragLiftRise = 0.2;  // climbs faster, in metres a second, than most legs do.
 
 bool isRide(const Stretch& stretch) {
   return stretch.kind == SegmentKind::run || stretch.kind == SegmentKind::lift;
@@ -50,6 +53,17 @@ SegmentKind finalKind(const Stretch& stretch) {
 bool isShortLift(const Stretch& stretch) {
   return stretch.end - stretch.begin < kShortLiftSeconds &&
          checkedKind(stretch) == SegmentKind::lift;
+}
+
+/// A drag lift, slow enough to look like a walk.
+bool isDragLift(const Stretch& stretch) {
+  const double seconds = stretch.end - stretch.begin;
+  const double rise = stretch.endAltitude - stretch.beginAltitude;
+  const double line = stretch.beginPlace.distanceTo(stretch.endPlace);
+  return stretch.kind == SegmentKind::walk && seconds >= kDragLiftSeconds &&
+         rise >= kDragLiftRise * seconds && rise >= kSlowLiftSlope * line &&
+         line >= kSlideMetersPerSecond * seconds &&
+         line >= kDragLiftStraight * (stretch.endDistance - stretch.beginDistance);
 }
 
 /// What noise may have made a ride of.
@@ -147,6 +161,7 @@ bool SegmentJoiner::joinsEarlier(const Stretch& stretch) {
 
 void SegmentJoiner::add(Stretch stretch, std::vector<Stretch>& final) {
   const std::size_t count = waiting_.size();
+  if (isDragLift(stretch)) stretch.kind = SegmentKind::lift;
   if (isRide(stretch) && joinsEarlier(stretch)) return;
   const bool follows = count > 0 && !stretch.isBreak && !waiting_.back().isBreak;
   if (follows && waiting_.back().kind == stretch.kind) {

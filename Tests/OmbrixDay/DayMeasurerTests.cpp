@@ -74,6 +74,23 @@ TEST_P(HillTests, FindsTheTruthBehindTheNoise) {
     }
   }
 }
+// Catches drag lifts taken for walks.
+TEST(DayMeasurerTests, SlowLiftsAreNoWalks) {
+  for (const double slope : {0.14, 0.2, 0.3}) {
+    for (const double positionNoise : {1.0, 3.0}) {
+      SCOPED_TRACE(::testing::Message() << slope << ", noise " << positionNoise << " m");
+      const MadeUpDay truth = makeUpDay({.rides = 5,
+                                         .riseMeters = 200,
+                                         .altitudeNoise = 1,
+                                         .positionNoise = positionNoise,
+                                         .slowestLift = 1.9,
+                                         .fastestLift = 2.3,
+                                         .slope = slope});
+      expectTruth(truth, measureDay(truth.fixes), 0.02);
+    }
+  }
+}
+
 INSTANTIATE_TEST_SUITE_P(DayMeasurer, HillTests,
                          ::testing::Values(Hill{100, 30, 1, 0.05}, Hill{400, 12, 3, 0.02},
                                            Hill{800, 8, 3, 0.02}));

@@ -11,7 +11,6 @@ namespace {
 constexpr double kBegin = 1'707'639'300;
 constexpr CLLocationCoordinate2D kBase{47.0125, 11.2040};
 constexpr double kBaseAltitude = 1'620;
-constexpr double kLiftSlope = 0.30;
 
 struct Place {
   double east = 0, north = 0, up = 0, speed = 0;
@@ -22,7 +21,7 @@ class Maker {
   explicit Maker(const MadeUpDayOptions& options) : options_(options), engine_(options.seed) {}
 
   MadeUpDay make() {
-    length_ = options_.riseMeters / kLiftSlope;
+    length_ = options_.riseMeters / options_.slope;
     rest({}, 90);
     for (int ride = 0; ride < options_.rides; ++ride) {
       rest(along(0), between(30, 180));
@@ -64,7 +63,7 @@ class Maker {
 
   void lift() {
     const double begin = now();
-    const double speed = between(2.5, 6);
+    const double speed = between(options_.slowestLift, options_.fastestLift);
     const double haltAt = options_.hasHalts && uniform() < 0.5 ? between(0.3, 0.7) : 2;
     if (options_.hasGaps) gap(0.3 * length_ / speed, std::min(120.0, 0.4 * length_ / speed));
     bool halted = false;

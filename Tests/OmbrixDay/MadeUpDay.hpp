@@ -21,6 +21,8 @@ struct MadeUpDayOptions {
   bool hasOutliers = false;
   bool hasSteps = false;  ///< The altimeter jumps by 25 m now and then.
   int everySeconds = 1;
+  double slowestLift = 2.5, fastestLift = 6;  ///< m/s
+  double slope = 0.30;                        ///< Of the lifts.
 };
 
 struct TrueSegment {

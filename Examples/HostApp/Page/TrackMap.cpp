@@ -149,19 +149,19 @@ std::string TrackMap::elements() const {
 /// little of each other as can be.
 std::string TrackMap::badges() const {
   constexpr std::size_t kStops = 48, kRounds = 6;
-  constexpr double kAway = 0.12;  // What half the line from its middle costs, as part of a badge.
-  constexpr double kBeside = 0.3;
+  constexpr double kAway = 0.12;   // What half the line from its middle costs, as part of a badge.
+  constexpr double kBeside = 0.6;  // What it costs to stand beside it.
   struct Badge {
     std::size_t segment;
     std::vector<Point> stops;
-    Point place;
+    Point place, onLine;
   };
   std::vector<Badge> badges;
   for (std::size_t i = 0; i < day_.segments.size(); ++i) {
     const SegmentKind kind = day_.segments[i].kind;
     if (kind != SegmentKind::run && kind != SegmentKind::lift) continue;
     const auto places = placesOf(day_.segments[i]);
-    Badge& badge = badges.emplace_back(Badge{i, {}, places[places.size() / 2]});
+    Badge& badge = badges.emplace_back(Badge{i, {}, {}, {}});
     for (std::size_t stop = 0; stop <= kStops; ++stop) {
       badge.stops.push_back(places[stop * (places.size() - 1) / kStops]);
     }
@@ -190,6 +190,7 @@ std::string TrackMap::badges() const {
             if (cost >= least) continue;
             least = cost;
             badge.place = place;
+            badge.onLine = badge.stops[stop];
           }
         }
       }
@@ -204,10 +205,11 @@ std::string TrackMap::badges() const {
               : fmt::format("<rect x=\"{0}\" y=\"{0}\" width=\"{1}\" height=\"{1}\" rx=\"4\"/>",
                             coordinate(1.5 - kBadgeRadius), coordinate(2 * kBadgeRadius - 3));
     elements += fmt::format(
-        "<g class=\"badge {}\" data-segment=\"{}\" transform=\"translate({} {})\">{}"
-        "<text dy=\".36em\">{}</text></g>",
+        "<g class=\"badge {}\" data-segment=\"{}\" transform=\"translate({} {})\">"
+        "<path d=\"M0 0L{} {}\"/>{}<text dy=\".36em\">{}</text></g>",
         isRun ? "of-run" : "of-lift", badge.segment, coordinate(badge.place.x),
-        coordinate(badge.place.y), shape, segment.number);
+        coordinate(badge.place.y), coordinate(badge.onLine.x - badge.place.x),
+        coordinate(badge.onLine.y - badge.place.y), shape, segment.number);
   }
   return elements;
 }
