@@ -4,8 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdio>
 #include <limits>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "Examples/HostApp/Days/SampleDay.hpp"
@@ -52,6 +55,23 @@ TEST(DayPageTests, ShowsTheDaysFiguresAndNeedsNothingElse) {
                           Not(HasSubstr("href=\"")), Not(HasSubstr("@import")),
                           Not(HasSubstr("nan")), Not(HasSubstr("inf,"))));
   EXPECT_LT(page.size(), 400'000u);
+  // At the day's end the cursor tells the day's distance.
+  const std::size_t texts = page.find(R"("distance":{"texts":[)");
+  const std::string all = page.substr(texts, page.find(']', texts) - texts);
+  EXPECT_TRUE(all.ends_with('"' + figures.plain(Format::distance, totals.all.distanceMeters) + '"'))
+      << all.substr(all.size() - 40);
+  // No number on the map hides another one: all lifts and runs share one slope here.
+  constexpr std::string_view kAt = "transform=\"translate(";
+  std::vector<Point> places;
+  for (std::size_t at = 0; (at = page.find(kAt, page.find("class=\"badge", at))) != page.npos;) {
+    at += kAt.size();
+    Point& place = places.emplace_back();
+    ASSERT_EQ(std::sscanf(page.c_str() + at, "%lf %lf", &place.x, &place.y), 2);
+    for (const Point& other : std::span(places).first(places.size() - 1)) {
+      EXPECT_GT(std::hypot(place.x - other.x, place.y - other.y), 20) << places.size();
+    }
+  }
+  EXPECT_EQ(places.size(), 24u);
 }
 
 // Catches days at the edges of what can be drawn.
@@ -79,6 +99,15 @@ TEST(DayPageTests, DrawsWhatLittleThereIs) {
     ASSERT_TRUE(page) << fixes.size();
     EXPECT_THAT(*page, AllOf(Not(HasSubstr("nan")), Not(HasSubstr("inf "))));
   }
+  // A lift's band ends where recording stopped, which it does for most of this day.
+  Track lift;
+  for (int i = 0; i <= 200; ++i) lift.fixes.push_back(at(i, 7 + i * 5e-5, 1500 + i));
+  for (CLLocation& fix : lift.fixes) fix.speed = 3.8;
+  lift.fixes.push_back(at(2'000, 7.01, 1700));
+  const std::string page = dayPage(measured(std::move(lift), "day", std::nullopt)).value();
+  const std::size_t band = page.find("class=\"band lift\"");
+  ASSERT_NE(band, page.npos);
+  EXPECT_LT(std::stod(page.substr(page.find("width=\"", band) + 7)), 110);
 }
 
 // Catches a line that loses its ends or strays from what it simplifies.

@@ -314,7 +314,10 @@ std::string DayPageWriter::data() {
       {"time", column([this](const DaySample& each) {
          return figures_.date(DateStyle::clockToSecond, each.time);
        })},
-      {"distance", values(Format::distance, &DaySample::distance)},
+      {"distance", column([this](const DaySample& each) {
+         const auto sample = static_cast<std::size_t>(&each - day_.samples.data());
+         return figures_.plain(Format::distance, profiles_.way(sample));
+       })},
       {"altitude", values(Format::altitude, &DaySample::altitude)},
       {"speed", values(Format::speed, &DaySample::speed)}};
   if (profiles_.hasHeartRates()) {

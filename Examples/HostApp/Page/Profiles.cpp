@@ -29,6 +29,25 @@ std::string tick(double position, const std::string& label) {
                      position > kNearEnd ? ";--by:-100%" : "", escaped(label));
 }
 
+/// The way to each sample; that of each segment is the one that its figures tell.
+std::vector<double> waysOf(const Day& day) {
+  std::vector<double> ways(day.samples.size());
+  double before = 0;
+  std::size_t i = 0;
+  for (const DaySegment& segment : day.segments) {
+    const std::size_t last = std::min(segment.endSample, ways.size() - 1);
+    const double begin = day.samples[segment.firstSample].distance;
+    const double all = day.samples[last].distance - begin, told = segment.figures.distanceMeters;
+    for (; i < segment.firstSample; ++i) ways[i] = before;
+    for (; i < segment.endSample && i < ways.size(); ++i) {
+      ways[i] = before + told * ratio(day.samples[i].distance - begin, all);
+    }
+    before += told;
+  }
+  for (; i < ways.size(); ++i) ways[i] = before;
+  return ways;
+}
+
 }  // namespace
 
 /// One plot: a figure of each sample and the scale that it is drawn by.
@@ -48,13 +67,14 @@ struct Profiles::Plot {
 Profiles::Profiles(const Day& day, FigureTexts& figures, double coarseness)
     : day_(day),
       figures_(figures),
+      ways_(waysOf(day)),
       hasHeartRates_(std::ranges::any_of(day.samples,
                                          [](const DaySample& each) { return each.heartRate > 0; })),
       tolerance_(coarseness * kTolerance) {}
 
 double Profiles::position(ProfileAxis axis, std::size_t sample) const {
   const DaySample& each = day_.samples[sample];
-  if (axis == ProfileAxis::distance) return ratio(each.distance, day_.samples.back().distance);
+  if (axis == ProfileAxis::distance) return ratio(ways_[sample], ways_.back());
   const auto begin = day_.samples.front().time;
   return ratio((each.time - begin).count(), (day_.samples.back().time - begin).count());
 }
@@ -165,7 +185,7 @@ std::string Profiles::timeScale() const {
 }
 
 std::string Profiles::distanceScale() const {
-  const double all = day_.samples.back().distance;
+  const double all = ways_.back();
   const double unit = unitSize(Format::distance);
   if (all <= 0) return {};
   const double step = std::max(0.1, niceStep(all / unit / kMostTicks)) * unit;

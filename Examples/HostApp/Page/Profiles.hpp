@@ -24,6 +24,9 @@ class Profiles {
   /// Where a sample stands on an axis, from 0 to 1.
   [[nodiscard]] double position(ProfileAxis axis, std::size_t sample) const;
 
+  /// The metres from the day's beginning to a sample, pauses left out as in the day's total.
+  [[nodiscard]] double way(std::size_t sample) const { return ways_[sample]; }
+
   /// Whether nothing is drawn between a sample and the one before: recording had stopped for long.
   [[nodiscard]] bool isBehindBreak(std::size_t sample) const;
 
@@ -40,6 +43,7 @@ class Profiles {
 
   const Day& day_;
   FigureTexts& figures_;
+  std::vector<double> ways_;  ///< By sample.
   bool hasHeartRates_ = false;
   double tolerance_;
 };
