@@ -9,6 +9,7 @@
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
 #include "OmbrixPlatform/Detail/MadeFile.hpp"
 #include "OmbrixPlatform/Detail/Utf.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
@@ -176,6 +177,8 @@ DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
     if (!identity_ && hasLooked_) return Loaded::same;
     open_.reset();
     identity_.reset();
+    // Nobody has set anything by removing the file.
+    for (Unsaved& waiting : unsaved_) waiting.found.reset(), waiting.isFoundKnown = true;
     takeIn({}, outcome);
     return Loaded::read;
   }
@@ -228,7 +231,8 @@ DictionaryFile::Loaded DictionaryFile::loadLocked(bool force, Outcome& outcome) 
 
 /// Makes the file's contents, with the unsaved edits on top, this process's own.
 void DictionaryFile::takeIn(PropertyList::Dictionary contents, Outcome& outcome) {
-  for (const Edit& edit : unsaved_) apply(edit, contents);
+  dropOverruled(contents);
+  for (const Unsaved& waiting : unsaved_) apply(waiting.edit, contents);
   hasLooked_ = true;
   isShowingUnsaved_ = false;
   std::vector<Edit> differences;
@@ -245,14 +249,32 @@ void DictionaryFile::takeIn(PropertyList::Dictionary contents, Outcome& outcome)
   contents_ = std::move(contents);
 }
 
+/// Forgets the unsaved edits whose keys others have set since.
+void DictionaryFile::dropOverruled(const PropertyList::Dictionary& contents) {
+  const auto valueNow = [&](const Unsaved& waiting) {
+    return detail::copyOf(contents.find(waiting.edit.key));
+  };
+  std::erase_if(unsaved_, [&](const Unsaved& waiting) {
+    const auto now = valueNow(waiting);
+    // What was to be written may be there, though not for certain on the disk.
+    return waiting.isFoundKnown && now != waiting.found && now != waiting.edit.value;
+  });
+  for (Unsaved& waiting : unsaved_) waiting.found = valueNow(waiting), waiting.isFoundKnown = true;
+}
+
 void DictionaryFile::change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome) {
   const auto* before = contents_.find(edit.key);
   if (edit.value ? before != nullptr && *before == *edit.value : before == nullptr) return;
-  apply(edit, contents_);
   if (ifUnsaved == IfUnsaved::keep) {
-    std::erase_if(unsaved_, [&](const Edit& other) { return other.key == edit.key; });
-    unsaved_.push_back(edit);
+    const auto waiting = std::ranges::find_if(
+        unsaved_, [&](const Unsaved& other) { return other.edit.key == edit.key; });
+    if (waiting != unsaved_.end()) {
+      waiting->edit = edit;
+    } else {
+      unsaved_.push_back({edit, detail::copyOf(before), hasLooked_});
+    }
   }
+  apply(edit, contents_);
   outcome.changes.push_back({edit.key, edit.value, ++sequence_, false});
 }
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Process.hpp"
@@ -33,10 +34,12 @@ void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> 
         hasWriter = hasWriterHere();
         if (known == stored.end()) known = stored.try_emplace(std::string(key)).first;
         auto& entry = known->second;
+        isFirst = queuedKeys.empty();
+        // First what may fail for want of memory.
+        if (!entry.isQueued) queuedKeys.emplace_back(key);
+        entry.isQueued = true;
         entry.value = std::move(value);
         entry.edit = ++lastEdit;
-        isFirst = queuedKeys.empty();
-        if (!std::exchange(entry.isQueued, true)) queuedKeys.emplace_back(key);
         if (isChange) revision.store(nextRevision(), std::memory_order_release);
         break;
       }
@@ -53,14 +56,29 @@ UserDefaults::State::Batch UserDefaults::State::takeBatch() {
   Batch batch;
   const ForkGate::Pass pass;
   const std::lock_guard lock(mutex);
-  for (auto& key : queuedKeys) {
-    auto& entry = stored[key];
-    entry.isQueued = false;
-    batch.edits.push_back({std::move(key), entry.value});
+  // They stay queued until all are in the batch: memory may be short.
+  for (const auto& key : queuedKeys) {
+    const auto& entry = stored[key];
+    batch.edits.push_back({key, entry.value});
     batch.numbers.push_back(entry.edit);
   }
+  for (const auto& key : queuedKeys) stored[key].isQueued = false;
   queuedKeys.clear();
   return batch;
+}
+
+/// Memory was too short to write the edits: the next attempt has them again.
+void UserDefaults::State::putBack(const Batch& batch) {
+  {
+    const ForkGate::Pass pass;
+    const std::lock_guard lock(mutex);
+    for (const auto& edit : batch.edits) {
+      auto& entry = stored[edit.key];
+      if (!entry.isQueued) queuedKeys.push_back(edit.key);
+      entry.isQueued = true;
+    }
+  }
+  somethingToWrite.notify_one();
 }
 
 /// The file has taken the edits: of the values that are not older than them, it shows the last.
@@ -82,9 +100,14 @@ DictionaryFile::Outcome UserDefaults::State::flush() {
   const std::lock_guard writing(writeMutex);
   const Batch batch = takeBatch();
   if (batch.edits.empty() && file.isSaved()) return {};
-  auto outcome = file.write(batch.edits);
-  settle(batch, outcome);
-  return outcome;
+  try {
+    auto outcome = file.write(batch.edits);
+    settle(batch, outcome);
+    return outcome;
+  } catch (const std::bad_alloc&) {
+    putBack(batch);
+    throw;
+  }
 }
 
 /// At the end of the process.

@@ -679,8 +679,8 @@ TEST(CommandTests, ADeviceTakesItsCompanionsUnits) {
   EXPECT_EQ(watch.wait(), 0);
 }
 
-// Catches skipped rows that leave no trace in the log the user can send in, and one bad byte that
-// keeps the user from seeing any of it.
+// Catches skipped rows that leave no trace in the log the user can send in, and one bad byte, or
+// a hole larger than all memory, that keeps the user from seeing any of it.
 TEST(CommandTests, SkippedRowsAreInTheLog) {
   const testing::ScopedDir folder;
   folder.write("day.csv", "1700000001,46.5,7.25\n1700000001,46.5,x,1500,90,5,3,4\n");
@@ -706,6 +706,9 @@ TEST(CommandTests, SkippedRowsAreInTheLog) {
   std::string line = following.nextLine();  // The line that was cut short, first.
   for (int i = 0; i < 3 && line.find("Data: ") == line.npos; ++i) line = following.nextLine();
   EXPECT_THAT(line, HasSubstr("Data: "));
+  run(folder, "--version && truncate -s 1G $XDG_CACHE_HOME/ombrix/Logs/*" + append);
+  EXPECT_THAT(run(folder, "log 2>&1").output,
+              AllOf(HasSubstr("\uFFFD"), HasSubstr("last 32 MB"), Not(HasSubstr("bad row"))));
 }
 
 // Catches help that is wider than the terminal, that is not the user's, and completion that offers

@@ -41,11 +41,15 @@ std::shared_ptr<platform::DDFileLogger> fileLogger() {
   return nullptr;
 }
 
+// Of one file at a time; ours are much smaller.
+constexpr std::uintmax_t kMostMegabytes = 32;
+constexpr std::uintmax_t kMostBytes = kMostMegabytes << 20;
+
 /// Reads the log's files, the oldest one first, and afterwards what has come since.
 class LogReader {
  public:
   /// The whole lines that were not read yet. A log that others have written to, or a damaged disk,
-  /// is read as far as it can be.
+  /// is read as far as it can be; of one that has grown out of all proportion, the end.
   std::string read() {
     platform::DDLog::flushLog();
     std::string lines;
@@ -60,13 +64,27 @@ class LogReader {
   std::string readOn(const fs::path& path) {
     if (!fs::is_regular_file(path)) return {};
     std::uintmax_t& offset = offsets_[path];
+    const bool isFirstTime = offset == 0;
+    std::error_code failure;
+    const std::uintmax_t size = fs::file_size(path, failure);
+    if (failure || size <= offset) return {};
+    const bool isCut = size - offset > kMostBytes;
+    if (isCut) offset = size - kMostBytes;
     std::ifstream file(path, std::ios::binary);
     file.seekg(static_cast<std::streamoff>(offset));
-    std::string bytes{std::istreambuf_iterator<char>(file), {}};
+    std::string bytes(static_cast<std::size_t>(size - offset), '\0');
+    file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+    bytes.resize(static_cast<std::size_t>(file.gcount()));
     // A line that is being written is read when it is whole; the last one of all may never be.
     const auto end = bytes.rfind('\n');
-    if (offset > 0) bytes.resize(end == std::string::npos ? 0 : end + 1);
+    if (!isFirstTime) bytes.resize(end == std::string::npos ? 0 : end + 1);
     offset += bytes.size();
+    if (isCut) {
+      bytes.erase(0, bytes.find('\n') + 1);
+      fmt::print(stderr, "ombrix: only the last {} MB of {} are shown\n", kMostMegabytes,
+                 path.string());
+    }
+    std::erase(bytes, '\0');  // of a hole, as a crash may leave one
     return bytes;
   }
 

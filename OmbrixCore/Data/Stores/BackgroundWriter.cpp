@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <new>
 #include <set>
 
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
@@ -48,7 +49,10 @@ void BackgroundWriter::list() {
   if (isIdle) {
     shared().busy.erase(shared_from_this());
   } else {
-    shared().busy.insert(shared_from_this());
+    try {
+      shared().busy.insert(shared_from_this());
+    } catch (const std::bad_alloc&) {  // The change is made all the same.
+    }
   }
 }
 
@@ -116,9 +120,9 @@ void BackgroundWriter::schedule() {
     awaitUntil(std::chrono::steady_clock::now() + kLongestWaitAtExit);
     return;
   }
-  static std::once_flag isRegistered;
-  std::call_once(isRegistered, [] { platform::atExit(makeAllAtExit); });
   try {
+    static std::once_flag isRegistered;
+    std::call_once(isRegistered, [] { platform::atExit(makeAllAtExit); });
     ThreadPool::shared().post([self = shared_from_this()] { self->makeWaiting(); });
   } catch (const std::exception&) {
     makeWaiting();  // no memory is to be had
@@ -145,8 +149,11 @@ void BackgroundWriter::make(std::uint64_t place, Change change, Lock& lock) {
   try {
     change();
   } catch (const std::exception& error) {
-    // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
-    logItemStore("value", "Data: Error saving data to file for in store: ", error);
+    try {
+      // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
+      logItemStore("value", "Data: Error saving data to file for in store: ", error);
+    } catch (const std::bad_alloc&) {  // Neither is there memory for the line.
+    }
   }
   change = nullptr;
   lock.lock();

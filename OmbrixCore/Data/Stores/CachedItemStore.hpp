@@ -116,18 +116,18 @@ class CachedItemStore final
       fetchGuarder.performUntilDone([&] {
         // After a failed read a value that was set is the store's; the file's would undo it.
         if (hasFailedToLoad && isSet) return true;
-        auto read = backingPlistStore->load();
-        if (hasFailedToLoad && isSet) return true;  // set meanwhile
-        loaded = std::move(read.value);
         try {
+          auto read = backingPlistStore->load();
+          if (hasFailedToLoad && isSet) return true;  // set meanwhile
+          hasFailedToLoad = read.hasFailed;
+          loaded = std::move(read.value);
           if (loaded) innerSubject.setValue(*loaded);
-        } catch (const std::bad_alloc& error) {  // for the copies
+        } catch (const std::bad_alloc& error) {
           loaded.reset();
-          read.hasFailed = true;
+          hasFailedToLoad = true;
           detail::logIfUnreadable(url, error);
         }
-        hasFailedToLoad = read.hasFailed;
-        return !read.hasFailed || isSet;
+        return !hasFailedToLoad || isSet;
       });
       return loaded ? *std::move(loaded) : innerSubject.value();
     }

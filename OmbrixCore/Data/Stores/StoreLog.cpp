@@ -28,7 +28,10 @@ bool logIfUnreadable(const platform::URL& file, const std::exception& error,
   constexpr std::string_view kReading = "Error reading the object: ";
   using platform::DecodingError;
   if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
-    logItemStore("value", kReading, platform::FileError(ENOMEM, "read", file.path()), where);
+    try {
+      logItemStore("value", kReading, platform::FileError(ENOMEM, "read", file.path()), where);
+    } catch (const std::bad_alloc&) {  // Neither is there memory for the line.
+    }
     return true;
   }
   const auto* decoding = dynamic_cast<const DecodingError*>(&error);

@@ -23,7 +23,8 @@ namespace ombrix::platform {
 /// Each change reads, modifies and writes the file under a lock on a hidden side file; the new
 /// file takes the old one's place by renaming, so readers need no lock and a process that is
 /// killed at any moment leaves the old file or the new one. Values that cannot be written are kept
-/// in memory and tried again with the next change. A file that cannot be decoded is renamed to
+/// in memory and tried again with the next change, unless the file holds another value of the key
+/// by then: that one was set later, and stays. A file that cannot be decoded is renamed to
 /// "<name>.damaged"; what this process knew of it is written back. An empty file says nothing:
 /// somebody is about to write it, or has been kept from it. One of more than 16 MiB is neither read
 /// nor written. A symbolic link stays one: what it leads to is replaced, and the side files lie
@@ -107,10 +108,18 @@ class DictionaryFile {
   };
   enum class Loaded { same, read, empty, damaged, unreadable };
 
+  /// An edit that could not be written, and what the file held of its key at the time.
+  struct Unsaved {
+    Edit edit;
+    std::optional<PropertyList> found;
+    bool isFoundKnown;
+  };
+
   static Identity identityOf(int descriptor);
   Loaded load(bool force, Outcome& outcome);
   Loaded loadLocked(bool force, Outcome& outcome);
   void takeIn(PropertyList::Dictionary contents, Outcome& outcome);
+  void dropOverruled(const PropertyList::Dictionary& contents);
   bool setAside(Outcome& outcome) const;
   bool save(Outcome& outcome);
   bool replaceFile(DataView bytes);
@@ -127,7 +136,7 @@ class DictionaryFile {
 
   mutable std::mutex mutex_;           // held over file operations of this process
   PropertyList::Dictionary contents_;  // of the file, with the unsaved edits on top
-  std::vector<Edit> unsaved_;
+  std::vector<Unsaved> unsaved_;
   bool isShowingUnsaved_ = false;  // contents that are neither in the file nor in `unsaved_`
   // The file as it was last read or written. It is kept open, so that its inode number is not
   // given to a successor.

@@ -57,6 +57,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void set(std::string_view key, std::optional<PropertyList> value);
   DictionaryFile::Outcome flush();
   Batch takeBatch();
+  void putBack(const Batch& batch);
   void settle(const Batch& batch, const DictionaryFile::Outcome& outcome);
   void flushLast();
   bool hasWriterHere();

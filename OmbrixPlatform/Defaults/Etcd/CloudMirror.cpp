@@ -17,8 +17,12 @@ constexpr char kValueMark = '=';    // the value that is shown
 constexpr char kPendingMark = '+';  // a change that waits: its id, value and order; what the server
                                     // has of the key: "server" and "revision"
 constexpr char kSentMark = '@';     // the revision of a change that the news has not come to yet
+constexpr char kOrderMark = '^';    // the order of the device's last change, sent or not
 constexpr char kPositionMark = '#';  // without a key: epoch and revision of the values
 constexpr char kDeviceMark = '~';    // without a key: the device's id, and the last order
+
+// An order is of use only while another process waits for room on the disk.
+constexpr std::size_t kMostOrders = 1000;
 
 std::string marked(char mark, std::string_view key) { return mark + std::string(key); }
 
@@ -102,6 +106,7 @@ class Draft {
     std::int64_t order = integerIn(device.list(), "order") + 1;
     device.set("order", order);
     set(kDeviceMark, "", device.list());
+    set(kOrderMark, key, PropertyList(order));
     if (isFirst) {
       for (const auto& other : keys(kPendingMark)) {
         const PropertyList* entry = find(kPendingMark, other);
@@ -119,6 +124,21 @@ class Draft {
     entry.set("value", value);
     set(kPendingMark, key, entry.list());
     set(kValueMark, key, std::move(value));
+  }
+
+  /// The order of the device's last change of a key; 0 for none that is known.
+  [[nodiscard]] std::int64_t orderOf(std::string_view key) const {
+    const PropertyList* order = find(kOrderMark, key);
+    return order != nullptr ? order->integer().value_or(0) : 0;
+  }
+
+  void forgetOldOrders() {
+    const auto known = keys(kOrderMark);
+    if (known.size() <= kMostOrders) return;
+    std::vector<std::string> oldest(known.begin(), known.end());
+    std::ranges::sort(oldest, {}, [this](const std::string& key) { return orderOf(key); });
+    oldest.resize(oldest.size() - kMostOrders);
+    for (const auto& key : oldest) erase(kOrderMark, key);
   }
 
   /// Gives the device the name it has on the server, if it has none.
@@ -237,13 +257,23 @@ CloudMirror::Outcome CloudMirror::flush() {
   }
   if (batch.empty()) return {};
   auto outcome = update(IfUnsaved::undo, Source::here, [&](Draft& draft) {
-    for (const Unwritten& change : batch) {
+    for (Unwritten& change : batch) {
+      const std::int64_t found = draft.orderOf(change.key);
+      if (change.found.value_or(found) != found) continue;  // `apply` takes it away
+      change.found = found;
       draft.leave(change.key, change.id, change.value, change.id == first);
     }
+    draft.forgetOldOrders();
   });
   const std::lock_guard lock(mutex_);
   isStuck_ = !outcome.isSaved;
-  if (!outcome.isSaved) return outcome;
+  if (!outcome.isSaved) {
+    for (Unwritten& change : unwritten_) {
+      const auto tried = std::ranges::find(batch, change.id, &Unwritten::id);
+      if (tried != batch.end()) change.found = tried->found;
+    }
+    return outcome;
+  }
   std::erase_if(unwritten_, [&](const Unwritten& change) {
     return std::ranges::find(batch, change.id, &Unwritten::id) != batch.end();
   });
@@ -423,6 +453,16 @@ std::vector<CloudMirror::Unwritten>::const_iterator CloudMirror::findSending() c
 /// With both locks held.
 void CloudMirror::apply(const DictionaryFile::Outcome& fileOutcome, Source source,
                         Outcome& outcome) {
+  // First what other processes have set after what waits here.
+  for (const auto& [entry, value, sequence, isExternal] : fileOutcome.changes) {
+    if (!entry.starts_with(kOrderMark) || !isExternal || !value) continue;
+    const auto waiting = findUnwritten(std::string_view(entry).substr(1));
+    // What nobody has tried to write is new.
+    if (waiting == unwritten_.end() || !waiting->found) continue;
+    if (value->integer() == *waiting->found) continue;
+    outcome.keys.push_back(waiting->key);
+    unwritten_.erase(waiting);
+  }
   for (const auto& [entry, value, sequence, isExternal] : fileOutcome.changes) {
     if (entry.starts_with(kPositionMark)) position_ = value.value_or(PropertyList());
     if (entry.starts_with(kDeviceMark)) device_ = value.value_or(PropertyList());
@@ -435,7 +475,10 @@ void CloudMirror::apply(const DictionaryFile::Outcome& fileOutcome, Source sourc
       place.erase(key);
     }
     if (entry[0] != kValueMark || (source == Source::here && !isExternal)) continue;
-    if (findUnwritten(key) == unwritten_.end()) outcome.keys.push_back(std::move(key));
+    if (findUnwritten(key) != unwritten_.end()) continue;
+    if (std::ranges::find(outcome.keys, key) == outcome.keys.end()) {
+      outcome.keys.push_back(std::move(key));
+    }
   }
   outcome.isSaved = fileOutcome.isSaved;
   outcome.errors.insert(outcome.errors.end(), fileOutcome.errors.begin(), fileOutcome.errors.end());

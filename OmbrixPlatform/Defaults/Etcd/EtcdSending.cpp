@@ -99,8 +99,13 @@ bool EtcdSending::takeTurn() {
     // Opened to read: closing what was opened to write tells the others that a turn has ended.
     auto file = openOrMakeFile(turnFile_.string(), O_RDONLY);
     if (!file) {
-      if (errno == ENOSPC || errno == EDQUOT || errno == EROFS || errno == EACCES) return true;
-      const FileError error(errno, "open", turnFile_.string());
+      const int code = errno;
+      const bool takesNoFile = code == ENOSPC || code == EDQUOT || code == EROFS;
+      // One that is there and another user's is the turn of whoever may open it.
+      struct stat ignored{};
+      const bool isFolderClosed = code == EACCES && ::lstat(turnFile_.c_str(), &ignored) != 0;
+      if (takesNoFile || isFolderClosed) return true;
+      const FileError error(code, "open", turnFile_.string());
       failed({std::string("the device's turn to send cannot be taken: ") + error.what()});
       return false;
     }

@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <map>
+
 #include "OmbrixPlatform/Defaults/Etcd/Detail/CloudMirror.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 
@@ -188,6 +190,49 @@ TEST_F(CloudMirrorTests, WhatTheServerMayHaveIsSettledFirst) {
     EXPECT_TRUE(other.refresh().errors.empty());
     EXPECT_EQ(other.nextPending()->key, first);
     while (const auto pending = other.nextPending()) other.sent(*pending, 0);
+  }
+}
+
+// Catches a change that waited for room on the disk, perhaps with the server already, and undoes
+// one that another process of the device has made since, whether that one waits or was sent.
+TEST_F(CloudMirrorTests, WhatWaitedForRoomUndoesNothing) {
+  CloudMirror other(dir.path() / "cloud.plist");
+  const auto inTheWay = dir.path() / ".cloud.plist.new";
+  set("units", "first");
+  mirror.sent(*mirror.nextPending(), 1);
+  std::int64_t revision = 1;
+  for (const bool isSent : {false, true}) {
+    for (const bool isMetByFlush : {false, true}) {
+      SCOPED_TRACE(::testing::Message() << isSent << isMetByFlush);
+      std::filesystem::create_directory(inTheWay);
+      mirror.set("units", "early");
+      mirror.set("only here", ++revision);
+      EXPECT_FALSE(mirror.flush().isSaved);
+      mirror.sending(*mirror.nextPending());
+      std::filesystem::remove(inTheWay);
+      other.set("units", "later");
+      EXPECT_TRUE(other.flush().isSaved);
+      if (isSent) {
+        other.sent(*other.nextPending(), revision);
+        other.take({{"units", "later", revision}}, 0);
+      }
+      const auto met = isMetByFlush ? mirror.flush() : mirror.refresh();
+      EXPECT_THAT(met.keys, ElementsAre("units"));
+      EXPECT_TRUE(mirror.flush().isSaved);
+      EXPECT_TRUE(mirror.isFlushed());
+      EXPECT_FALSE(mirror.isSendingFromMemory());
+      EXPECT_EQ(values(), (PropertyList::Dictionary{{"units", "later"}, {"only here", revision}}));
+      std::map<std::string, std::optional<PropertyList>> sent;
+      while (const auto pending = mirror.nextPending()) {
+        sent[pending->key] = pending->value;
+        mirror.sent(*pending, ++revision);
+      }
+      EXPECT_TRUE(sent.contains("only here"));
+      EXPECT_EQ(sent["units"], isSent ? std::nullopt : std::optional(PropertyList("later")));
+      set("units", "last");  // is later again
+      EXPECT_EQ(mirror.nextPending()->value, PropertyList("last"));
+      mirror.sent(*mirror.nextPending(), ++revision);
+    }
   }
 }
 

@@ -109,6 +109,24 @@ TEST_F(UserDefaultsFileTests, AFailedReplacementLeavesTheOldFile) {
   EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"n", 2}, {"m", 3}}));
 }
 
+// Catches a choice that waited for room on the disk and undoes what another process has chosen
+// since.
+TEST_F(UserDefaultsFileTests, WhatWaitedForRoomUndoesNothing) {
+  const auto waiting = open(), other = open();
+  waiting->setObject("first", "units");
+  EXPECT_TRUE(waiting->synchronize());
+  fs::create_directory(dir.path() / ".test.plist.new");
+  waiting->setObject("early", "units");
+  waiting->setObject(1, "n");
+  EXPECT_FALSE(waiting->synchronize());
+  fs::remove(dir.path() / ".test.plist.new");
+  other->setObject("later", "units");
+  EXPECT_TRUE(other->synchronize());
+  EXPECT_TRUE(waiting->synchronize());
+  EXPECT_EQ(waiting->stringForKey("units"), "later");
+  EXPECT_EQ(open()->persistentDomain(), (PropertyList::Dictionary{{"units", "later"}, {"n", 1}}));
+}
+
 // Catches a run as another user, such as root's, that keeps a user out of his settings from then
 // on, and a file that others may read no more.
 TEST_F(UserDefaultsFileTests, TheFileStaysWhoseItIs) {

@@ -24,8 +24,9 @@ namespace ombrix::platform::detail {
 /// its key, which is kept beside it in case the server's order turns out to be the other way.
 ///
 /// What is set here is shown at once and stands above all of that until `flush` has left it in the
-/// file. Setting and reading never wait for the file, which a process that was stopped may hold;
-/// every other operation waits up to 10 s for it.
+/// file. Where that fails at first, and another process of the device leaves a change of the key
+/// meanwhile, that one is the later, and stays. Setting and reading never wait for the file, which
+/// a process that was stopped may hold; every other operation waits up to 10 s for it.
 ///
 /// Any thread. Never calls out: what changed is handed back.
 class CloudMirror {
@@ -121,6 +122,9 @@ class CloudMirror {
     std::string key;
     std::optional<PropertyList> value;
     std::string id;
+    // The order of the device's last change of the key when it could not be written first; nothing
+    // until then.
+    std::optional<std::int64_t> found;
   };
 
   template <class Step>

@@ -1,4 +1,5 @@
-// System calls that fail: this program puts functions of its own in front of the C library's.
+// System calls and memory that fail: this program puts functions of its own in front of the C
+// library's.
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -8,14 +9,19 @@
 #include <sys/uio.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
+#include <new>
 #include <utility>
 
 #include "OmbrixCore/Data/Stores/CachedItemStore.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
+#include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
@@ -27,6 +33,16 @@ thread_local int countdown = 0;
 thread_local bool allFail = false;
 thread_local int code = 0;
 thread_local bool hasChanged = false;  // whether a call before it has changed a file's contents
+// The allocation of this thread that fails, counted down; 0 for none.
+thread_local int allocation = 0;
+thread_local bool allLaterFail = false;  // those after it, too
+
+void* allocate(std::size_t size) noexcept {
+  const bool isFailing = allocation == 1 || (allocation > 1 && --allocation == 1);
+  if (isFailing && !allLaterFail) allocation = 0;
+  return isFailing ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
+}
+
 thread_local std::function<void()> duringRead, beforeUnlink;  // called by the next one
 // Part of the paths that cannot be looked at by any thread, and why.
 const char* unseen = nullptr;
@@ -51,6 +67,14 @@ long change(long number, Args... args) noexcept {
 }
 
 }  // namespace
+
+void* operator new(std::size_t size) {
+  if (void* bytes = allocate(size)) return bytes;
+  throw std::bad_alloc();
+}
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return allocate(size); }
+[[gnu::noinline]] void operator delete(void* bytes) noexcept { std::free(bytes); }
+[[gnu::noinline]] void operator delete(void* bytes, std::size_t) noexcept { std::free(bytes); }
 
 // By the calls that every processor has: newer ones lack open, stat, unlink and their likes.
 extern "C" {
@@ -247,6 +271,99 @@ TEST_P(StoreFaultTests, AFailedReadIsMadeAgain) {
       EXPECT_EQ(PlistFileStore<int>(url).value(), expected + 1) << failure;
     }
   }
+}
+
+/// Calls an operation with each of its allocations failing in turn, and a check after each.
+void withoutMemory(const std::function<void()>& operation, const std::function<void()>& check) {
+  for (const bool isLasting : {false, true}) {
+    bool isReached = true;
+    for (int number = 1; isReached; ++number) {
+      SCOPED_TRACE(::testing::Message() << "allocation " << number << (isLasting ? " on" : ""));
+      ASSERT_LT(number, 2000);
+      allLaterFail = isLasting;
+      allocation = number + 1;
+      try {
+        operation();
+      } catch (const std::bad_alloc&) {
+      }
+      isReached = allocation <= 1;
+      allocation = 0;
+      check();
+    }
+  }
+}
+
+// Catches a first read that stops the program for want of memory, or is not made again.
+TEST(StoreMemoryTests, AReadWithoutMemoryIsMadeAgain) {
+  const testing::ScopedDir dir;
+  testing::RecordingLog log;
+  const URL url = URL::fileURL((dir.path() / "item").string());
+  const std::string kept(100, 'k'), fallback(100, 'f');
+  PlistFileStore<std::string>(url).setValue(kept);
+  std::optional<CachedItemStore<std::string>> store;
+  const auto begin = [&] { store.emplace(url, fallback); };
+  begin();
+  withoutMemory([&] { static_cast<void>(store->value()); },
+                [&] {
+                  EXPECT_EQ(store->value(), kept);
+                  begin();
+                });
+  log.takeErrors();
+}
+
+// Catches a set that failed for want of memory, after which nothing is written any more.
+TEST(StoreMemoryTests, WhatIsSetAfterASetThatFailedIsWritten) {
+  const testing::ScopedDir dir;
+  testing::RecordingLog log;
+  const URL url = URL::fileURL((dir.path() / "item").string());
+  std::optional<CachedItemStore<std::string>> store;
+  const auto begin = [&] {
+    store.emplace(url, "");
+    static_cast<void>(store->value());
+  };
+  begin();
+  int count = 0;
+  withoutMemory([&] { store->setValue(std::string(100, 'n')); },
+                [&] {
+                  const std::string later = "later " + std::to_string(++count);
+                  store->setValue(later);
+                  EXPECT_TRUE(testing::eventually([&] {
+                    return PlistFileStore<std::string>(url).value() == later;
+                  })) << count;
+                  begin();
+                });
+  log.takeErrors();
+}
+
+// Catches a setting that failed once for want of memory and is never written again.
+TEST(StoreMemoryTests, ASettingThatFailedIsWrittenTheNextTime) {
+  const testing::ScopedDir dir;
+  std::shared_ptr<platform::UserDefaults> defaults;
+  std::string key;
+  int count = 0;
+  const auto open = [&] {
+    return platform::UserDefaults::make({.folder = dir.path(), .domain = "settings"});
+  };
+  const auto begin = [&] {
+    key = "a key of more than a few letters " + std::to_string(++count);
+    defaults = open();
+    defaults->setObject(count, "other");
+    EXPECT_TRUE(defaults->synchronize());
+  };
+  begin();
+  withoutMemory([&] { defaults->setObject("first", key); },
+                [&] {
+                  defaults->setObject("second", key);
+                  EXPECT_TRUE(defaults->synchronize());
+                  EXPECT_EQ(open()->stringForKey(key), "second");
+                  begin();
+                });
+  withoutMemory([&] { defaults->synchronize(); },
+                [&] {
+                  EXPECT_TRUE(defaults->synchronize());
+                  EXPECT_EQ(open()->integerForKey("other"), count);
+                  defaults->setObject(++count, "other");
+                });
 }
 
 // Catches the later of two processes that remove a broken file, and takes with it what was stored
