@@ -14,6 +14,7 @@
 #include "Examples/HostApp/Help/BuildName.hpp"
 #include "Examples/HostApp/Help/HelpText.hpp"
 #include "Examples/HostApp/Service/CloudStore.hpp"
+#include "Examples/HostApp/Terminal/ShownName.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 
 namespace {
@@ -22,7 +23,7 @@ constexpr int kFailed = 1;
 constexpr int kWrongArguments = 2;
 
 int complain(const std::string& message, int status) {
-  std::fprintf(stderr, "ombrix: %s\n", message.c_str());
+  std::fprintf(stderr, "ombrix: %s\n", ombrix::hostapp::shownName(message).c_str());
   return status;
 }
 

@@ -11,6 +11,7 @@
 #include "Examples/HostApp/Commands/Preferences.hpp"
 #include "Examples/HostApp/Days/RecordedDay.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
+#include "Examples/HostApp/Terminal/ShownName.hpp"
 #include "Examples/HostApp/Terminal/StyledText.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Terminal/TextTable.hpp"
@@ -62,7 +63,7 @@ std::string signedCount(std::size_t from, std::size_t to) {
 std::string comparison(const RecordedDay& first, const RecordedDay& second) {
   FigureTexts figures(forStandardOutput);
   const auto name = [](const RecordedDay& day) {
-    return std::filesystem::path(day.title).filename().string();
+    return shownName(std::filesystem::path(day.title).filename().string());
   };
   const DayTotals &a = first.day.totals, &b = second.day.totals;
   TextTable table({"", name(first), name(second), text("Difference")});

@@ -12,6 +12,7 @@
 #include "Examples/HostApp/Files/Replacing.hpp"
 #include "Examples/HostApp/Files/TrackFile.hpp"
 #include "Examples/HostApp/Files/WholeFile.hpp"
+#include "Examples/HostApp/Terminal/ShownName.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Texts/FigureTexts.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
@@ -118,13 +119,13 @@ void convertFolder(const Options& options, TrackFormat to) {
         failIfIncomplete(track.string(), converted.fault);
       } catch (const CommandFailure& failure) {
         ++failed;
-        fmt::print(stderr, "ombrix: {}\n", failure.what());
+        fmt::print(stderr, "ombrix: {}\n", shownName(failure.what()));
       }
       bar.show(++done, tracks.size());
     }
   }
   fmt::print("{}\n", fmt::format(fmt::runtime(text("Wrote {} tracks to {} ({} points skipped)")),
-                                 written, options.out, skipped));
+                                 written, shownName(options.out), skipped));
   tellLeftOut(options.out, to, left);
   if (failed > 0) {
     throw CommandFailure(fmt::format("{} tracks could not be converted whole", failed));
@@ -147,7 +148,8 @@ void convert(const Options& options) {
       convertFile(options.in, options.out, trackFormatNamed(options.from), *to);
   fmt::print(noticesBeside(options.out), "{}\n",
              fmt::format(fmt::runtime(text("Wrote {} fixes to {} ({} skipped)")),
-                         countText(converted.fixes), options.out, countText(converted.skipped)));
+                         countText(converted.fixes), shownName(options.out),
+                         countText(converted.skipped)));
   tellLeftOut(options.out, *to, converted.leftOut);
   failIfIncomplete(options.in, converted.fault);
 }

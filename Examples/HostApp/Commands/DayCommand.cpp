@@ -22,6 +22,7 @@
 #include "Examples/HostApp/Service/DayUpload.hpp"
 #include "Examples/HostApp/Service/Server.hpp"
 #include "Examples/HostApp/Terminal/DayChart.hpp"
+#include "Examples/HostApp/Terminal/ShownName.hpp"
 #include "Examples/HostApp/Terminal/StyledText.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
@@ -127,7 +128,7 @@ void showDays(const Options& options) {
       } catch (const CommandFailure& failure) {
         ++failed;
         bar.hide();
-        fmt::print(stderr, "ombrix: {}\n", failure.what());
+        fmt::print(stderr, "ombrix: {}\n", shownName(failure.what()));
       }
     }
   }

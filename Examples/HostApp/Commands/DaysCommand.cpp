@@ -11,6 +11,7 @@
 #include "Examples/HostApp/Commands/Preferences.hpp"
 #include "Examples/HostApp/Days/Seasons.hpp"
 #include "Examples/HostApp/Terminal/DayChart.hpp"
+#include "Examples/HostApp/Terminal/ShownName.hpp"
 #include "Examples/HostApp/Terminal/StyledText.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Terminal/TextTable.hpp"
@@ -46,7 +47,7 @@ std::string table(const Season& season, FigureTexts& figures, std::size_t barCol
          figures.value(Format::distance, each.distanceMeters),
          each.runs ? figures.count(*each.runs) : "–",
          speed ? figures.value(Format::speed, *speed) : "–",
-         std::filesystem::path(each.title).filename().string()});
+         shownName(std::filesystem::path(each.title).filename().string())});
   }
   std::set<std::string> dates;
   for (const RememberedDay& each : season.days) {

@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "Examples/HostApp/Terminal/ShownName.hpp"
 #include "Examples/HostApp/Terminal/Terminal.hpp"
 #include "Examples/HostApp/Terminal/TextTable.hpp"
 #include "Examples/HostApp/Texts/Text.hpp"
@@ -103,7 +104,8 @@ std::string rides(const Day& day, FigureTexts& texts) {
 }  // namespace
 
 std::string dayReport(const RecordedDay& recorded, FigureTexts& figures) {
-  return recorded.title + "\n" + figuresOf(recorded, figures) + rides(recorded.day, figures);
+  return shownName(recorded.title) + "\n" + figuresOf(recorded, figures) +
+         rides(recorded.day, figures);
 }
 
 }  // namespace ombrix::hostapp
