@@ -6,14 +6,13 @@
 
 #include <curl/curl.h>
 
-#define OMBRIX_CURL_FUNCTIONS(use)                                                        \
-  use(easy_cleanup) use(easy_getinfo) use(easy_init) use(easy_pause) use(easy_setopt)     \
-      use(easy_strerror) use(global_init) use(multi_add_handle) use(multi_cleanup)        \
-          use(multi_info_read) use(multi_init) use(multi_perform) use(multi_poll)         \
-              use(multi_remove_handle) use(multi_setopt) use(multi_socket_action)         \
-                  use(multi_timeout) use(multi_wakeup) use(share_cleanup) use(share_init) \
-                      use(share_setopt) use(slist_append) use(slist_free_all) use(url)    \
-                          use(url_cleanup) use(url_set)
+#define OMBRIX_CURL_FUNCTIONS(use)                                                           \
+  use(easy_cleanup) use(easy_getinfo) use(easy_init) use(easy_pause) use(easy_setopt)        \
+      use(easy_strerror) use(global_init) use(multi_add_handle) use(multi_cleanup)           \
+          use(multi_info_read) use(multi_init) use(multi_remove_handle) use(multi_setopt)    \
+              use(multi_socket_action) use(multi_timeout) use(share_cleanup) use(share_init) \
+                  use(share_setopt) use(slist_append) use(slist_free_all) use(url)           \
+                      use(url_cleanup) use(url_set)
 
 namespace ombrix::platform::detail {
 
@@ -44,13 +43,10 @@ const LoadedCurl& loadedCurl() noexcept;
 #define curl_multi_cleanup ombrix::platform::detail::loadedCurl().multi_cleanup
 #define curl_multi_info_read ombrix::platform::detail::loadedCurl().multi_info_read
 #define curl_multi_init ombrix::platform::detail::loadedCurl().multi_init
-#define curl_multi_perform ombrix::platform::detail::loadedCurl().multi_perform
-#define curl_multi_poll ombrix::platform::detail::loadedCurl().multi_poll
 #define curl_multi_remove_handle ombrix::platform::detail::loadedCurl().multi_remove_handle
 #define curl_multi_setopt ombrix::platform::detail::loadedCurl().multi_setopt
 #define curl_multi_socket_action ombrix::platform::detail::loadedCurl().multi_socket_action
 #define curl_multi_timeout ombrix::platform::detail::loadedCurl().multi_timeout
-#define curl_multi_wakeup ombrix::platform::detail::loadedCurl().multi_wakeup
 #define curl_share_cleanup ombrix::platform::detail::loadedCurl().share_cleanup
 #define curl_share_init ombrix::platform::detail::loadedCurl().share_init
 #define curl_share_setopt ombrix::platform::detail::loadedCurl().share_setopt
