@@ -34,6 +34,10 @@ if(OMBRIX_WARNINGS_AS_ERRORS)
   target_compile_options(OmbrixWarnings INTERFACE -Werror)
 endif()
 
+# Results are the same on every processor only as long as no product is fused into a sum: arm64 has an
+# instruction for that, and a compiler may use it wherever it is not told otherwise.
+add_compile_options(-ffp-contract=off)
+
 if(OMBRIX_SANITIZE)
   add_compile_options(-fsanitize=${OMBRIX_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
