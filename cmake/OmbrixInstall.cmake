@@ -6,12 +6,25 @@ include(CMakePackageConfigHelpers)
 set(package_folder ${CMAKE_INSTALL_LIBDIR}/cmake/OmbrixCore)
 get_property(libraries GLOBAL PROPERTY OMBRIX_LIBRARIES)
 set(components "")
+set(parts "")  # of each component: what it stands on
 foreach(library IN LISTS libraries)
   get_target_property(name ${library} EXPORT_NAME)
   list(APPEND components ${name})
-  install(TARGETS ${library} EXPORT OmbrixCore${name}
-          ARCHIVE OPTIONAL COMPONENT dev LIBRARY OPTIONAL COMPONENT dev
-          FILE_SET HEADERS COMPONENT dev)
+  get_target_property(type ${library} TYPE)
+  if(type STREQUAL "INTERFACE_LIBRARY")
+    list(APPEND gathering ${name})
+    get_target_property(links ${library} INTERFACE_LINK_LIBRARIES)
+    install(TARGETS ${library} EXPORT OmbrixCore${name})
+  else()
+    get_target_property(links ${library} LINK_LIBRARIES)
+    install(TARGETS ${library} EXPORT OmbrixCore${name}
+            ARCHIVE OPTIONAL COMPONENT dev LIBRARY OPTIONAL COMPONENT dev
+            FILE_SET HEADERS COMPONENT dev)
+  endif()
+  list(FILTER links INCLUDE REGEX "^Ombrix::")
+  list(TRANSFORM links REPLACE "^Ombrix::" "")
+  list(JOIN links " " links)
+  string(APPEND parts "set(ombrix_parts_${name} ${links})\n")
   install(EXPORT OmbrixCore${name} NAMESPACE Ombrix:: DESTINATION ${package_folder} COMPONENT dev)
 endforeach()
 
@@ -33,6 +46,13 @@ foreach(module IN LISTS modules)
           DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 endforeach()
 
+set(needs_systemd "")
+if(OMBRIX_WITH_JOURNAL)
+  list(APPEND needs_systemd Platform)
+endif()
+if(OMBRIX_WITH_NETWORKMANAGER)
+  list(APPEND needs_systemd Network)
+endif()
 set(runtime ${CMAKE_CXX_IMPLICIT_LINK_LIBRARIES})
 list(REMOVE_DUPLICATES runtime)
 configure_package_config_file(

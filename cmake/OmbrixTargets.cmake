@@ -1,9 +1,18 @@
 # The few shapes of target this tree has, so that a folder's CMakeLists.txt only names its files.
 
-# ombrix_library(<target> EXPORT_NAME <name> [LINK <public targets>...])
-# An installable library; its folders add their files with ombrix_sources.
+# ombrix_library(<target> [INTERFACE] EXPORT_NAME <name> [LINK <public targets>...])
+# An installable library; its folders add their files with ombrix_sources. One that is INTERFACE only
+# gathers others.
 function(ombrix_library target)
-  cmake_parse_arguments(PARSE_ARGV 1 arg "" "EXPORT_NAME" "LINK")
+  cmake_parse_arguments(PARSE_ARGV 1 arg "INTERFACE" "EXPORT_NAME" "LINK")
+  set_property(GLOBAL APPEND PROPERTY OMBRIX_LIBRARIES ${target})
+  if(arg_INTERFACE)
+    add_library(${target} INTERFACE)
+    add_library(Ombrix::${arg_EXPORT_NAME} ALIAS ${target})
+    set_target_properties(${target} PROPERTIES EXPORT_NAME ${arg_EXPORT_NAME})
+    target_link_libraries(${target} INTERFACE ${arg_LINK})
+    return()
+  endif()
   add_library(${target})
   add_library(Ombrix::${arg_EXPORT_NAME} ALIAS ${target})
   set_target_properties(${target} PROPERTIES
@@ -14,7 +23,6 @@ function(ombrix_library target)
     SOVERSION ${PROJECT_VERSION_MAJOR})
   target_compile_features(${target} PUBLIC cxx_std_23)
   target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE $<BUILD_INTERFACE:OmbrixWarnings>)
-  set_property(GLOBAL APPEND PROPERTY OMBRIX_LIBRARIES ${target})
 endfunction()
 
 # ombrix_string_tables(<variable> <strings files>...)

@@ -29,7 +29,7 @@ class SystemLog {
 };
 
 /// Writes to the journal if one is running (fields SUBSYSTEM, CATEGORY, PRIORITY, CODE_FILE,
-/// CODE_FUNC, CODE_LINE), otherwise to syslog.
+/// CODE_FUNC, CODE_LINE), otherwise, and in a build without OMBRIX_WITH_JOURNAL, to syslog.
 std::shared_ptr<SystemLog> makeSystemLog();
 
 }  // namespace ombrix::platform

@@ -1,7 +1,9 @@
 #include <sys/uio.h>
 #include <syslog.h>
-#include <systemd/sd-journal.h>
 #include <unistd.h>
+#ifndef OMBRIX_WITHOUT_JOURNAL
+#include <systemd/sd-journal.h>
+#endif
 
 #include <algorithm>
 #include <array>
@@ -32,12 +34,16 @@ class SystemdSystemLog final : public SystemLog {
   }
 
  private:
-  static bool sendToJournal(const SystemLogEntry& entry) {
+  static bool sendToJournal([[maybe_unused]] const SystemLogEntry& entry) {
+#ifdef OMBRIX_WITHOUT_JOURNAL
+    return false;
+#else
     auto fields = journalFields(entry);
     std::vector<iovec> parts;
     parts.reserve(fields.size());
     for (std::string& field : fields) parts.push_back({field.data(), field.size()});
     return sd_journal_sendv(parts.data(), static_cast<int>(parts.size())) >= 0;
+#endif
   }
 
   const bool hasJournal_ = ::access(kJournalSocket, F_OK) == 0;

@@ -64,7 +64,7 @@ struct EtcdConfiguration {
 /// failed. Change handlers run on a queue of the store's own.
 ///
 /// Throws `Error` when the domain is not a file name, the endpoint not an http or https URL, or
-/// when no certificate authorities can be read.
+/// when no certificate authorities can be read; always in a build without OMBRIX_WITH_ETCD.
 std::shared_ptr<NSUbiquitousKeyValueStore> makeEtcdUbiquitousKeyValueStore(
     EtcdConfiguration configuration);
 

@@ -1,5 +1,7 @@
 #include "OmbrixPlatform/Network/Path/Detail/NetworkManagerMetered.hpp"
 
+#ifndef OMBRIX_WITHOUT_NETWORKMANAGER
+
 #include <algorithm>
 #include <string_view>
 
@@ -119,3 +121,5 @@ int NetworkManagerMetered::onOwnerChanged(sd_bus_message*, void* self, sd_bus_er
 }
 
 }  // namespace ombrix::platform::detail
+
+#endif

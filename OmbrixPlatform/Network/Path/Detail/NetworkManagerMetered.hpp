@@ -1,10 +1,27 @@
 #pragma once
 
-#include <systemd/sd-bus.h>
-
 #include <cstdint>
+#ifndef OMBRIX_WITHOUT_NETWORKMANAGER
+#include <systemd/sd-bus.h>
+#endif
 
 namespace ombrix::platform::detail {
+
+#ifdef OMBRIX_WITHOUT_NETWORKMANAGER
+
+/// In a build without NetworkManager nobody calls the network metered.
+class NetworkManagerMetered {
+ public:
+  void connect() noexcept {}
+  void disconnect() noexcept {}
+  [[nodiscard]] int descriptor() const noexcept { return -1; }
+  [[nodiscard]] std::uint32_t events() const noexcept { return 0; }
+  void process() noexcept {}
+  [[nodiscard]] bool isMetered() const noexcept { return false; }
+  [[nodiscard]] bool hasAnswer() const noexcept { return true; }
+};
+
+#else
 
 /// Follows NetworkManager's word on whether the network is metered, over the system bus. It never
 /// waits: a bus that is silent, missing or without NetworkManager leaves the answer at false.
@@ -45,5 +62,7 @@ class NetworkManagerMetered {
   bool isMetered_ = false;
   bool hasReply_ = false;  // on this bus, be it an error
 };
+
+#endif
 
 }  // namespace ombrix::platform::detail
