@@ -79,12 +79,32 @@ function(ombrix_test name)
     target_precompile_headers(${name} REUSE_FROM OmbrixTestHeaders)
   endif()
   set(timeout 300)  # seconds; a hang is told late rather than a loaded machine taken for one
-  if(OMBRIX_SANITIZE)
+  if(OMBRIX_SANITIZE OR CMAKE_CROSSCOMPILING)
     set(timeout 900)
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 60
     TEST_PREFIX ${name}. PROPERTIES TIMEOUT ${timeout} SKIP_REGULAR_EXPRESSION "\\[  SKIPPED \\]")
   set_property(GLOBAL APPEND PROPERTY OMBRIX_TEST_PROGRAMS ${name})
+endfunction()
+
+# ombrix_runs(<target> <program> <definition>)
+# Tells a test, by a definition, the path of a program of this tree that it starts; under emulation that
+# of a script which starts the program in the emulator.
+function(ombrix_runs target program definition)
+  ombrix_program_path(path ${program})
+  target_compile_definitions(${target} PRIVATE ${definition}="${path}")
+  add_dependencies(${target} ${program})
+endfunction()
+
+function(ombrix_program_path variable program)
+  set(path $<TARGET_FILE:${program}>)
+  if(CMAKE_CROSSCOMPILING)
+    list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+    set(path ${CMAKE_BINARY_DIR}/emulated/${program})
+    file(GENERATE OUTPUT ${path} FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
+         CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${program}> \"$@\"\n")
+  endif()
+  set(${variable} ${path} PARENT_SCOPE)
 endfunction()
 
 # ombrix_benchmark(<name> SOURCES <cpp>... [LINK <targets>...])
