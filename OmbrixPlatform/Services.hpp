@@ -2,7 +2,8 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
+
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform {
 
@@ -70,7 +71,7 @@ class ServiceSlot {
 
   /// The same, shared: for users that outlive a replacement.
   std::shared_ptr<Service> shared() {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (!owner_) install(factory_ ? factory_() : makeDefault<Service>());
     return owner_;
   }
@@ -78,21 +79,21 @@ class ServiceSlot {
   /// Puts another service in place and gives the one it replaces (null when none was made yet);
   /// setting null brings the default back on next use.
   std::shared_ptr<Service> set(std::shared_ptr<Service> service) {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     auto previous = std::move(owner_);
     install(std::move(service));
     return previous;
   }
 
  private:
-  void install(std::shared_ptr<Service> service) {
+  void install(std::shared_ptr<Service> service) OMBRIX_REQUIRES(mutex_) {
     owner_ = std::move(service);
     service_.store(owner_.get(), std::memory_order_release);
   }
 
   Factory factory_;
-  std::mutex mutex_;
-  std::shared_ptr<Service> owner_;
+  Mutex mutex_;
+  std::shared_ptr<Service> owner_ OMBRIX_GUARDED_BY(mutex_);
   std::atomic<Service*> service_{nullptr};
 };
 

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::testing {
@@ -29,7 +30,7 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
   void resume() override {
     std::shared_ptr<FakeURLSession> session;
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       if (state_ != State::suspended) return;
       state_ = State::running;
       session = session_;
@@ -38,7 +39,7 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
   }
 
   void setDelegate(std::shared_ptr<platform::URLSessionTaskDelegate> delegate) override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     delegate_.swap(delegate);
   }
   void receiveMore() override {}  // bodies arrive whole
@@ -50,7 +51,7 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
     platform::URLSessionCompletionHandler handler;
     std::shared_ptr<platform::URLSessionTaskDelegate> delegate;
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       if (state_ == State::completed) return;
       state_ = State::completed;
       session = std::move(session_);
@@ -81,18 +82,18 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
   }
 
   State state() const override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return state_;
   }
   std::uint64_t taskIdentifier() const override { return identifier_; }
   const URLRequest& originalRequest() const override { return request_; }
   URLRequest currentRequest() const override { return request_; }
   std::shared_ptr<const platform::HTTPURLResponse> response() const override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return response_;
   }
   std::shared_ptr<const platform::Error> error() const override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return error_;
   }
   std::int64_t countOfBytesSent() const override { return 0; }
@@ -102,15 +103,15 @@ class FakeURLSession::Task final : public platform::URLSessionUploadTask,
   platform::URLSessionTaskMetrics metrics() const override { return {}; }
 
  private:
-  mutable std::mutex mutex_;
-  State state_ = State::suspended;
-  std::shared_ptr<FakeURLSession> session_;  // until it has ended
+  mutable platform::Mutex mutex_;
+  State state_ OMBRIX_GUARDED_BY(mutex_) = State::suspended;
+  std::shared_ptr<FakeURLSession> session_ OMBRIX_GUARDED_BY(mutex_);  // until it has ended
   const std::uint64_t identifier_;
   const URLRequest request_;
-  platform::URLSessionCompletionHandler handler_;
-  std::shared_ptr<platform::URLSessionTaskDelegate> delegate_;
-  std::shared_ptr<const platform::HTTPURLResponse> response_;
-  std::shared_ptr<const platform::Error> error_;
+  platform::URLSessionCompletionHandler handler_ OMBRIX_GUARDED_BY(mutex_);
+  std::shared_ptr<platform::URLSessionTaskDelegate> delegate_ OMBRIX_GUARDED_BY(mutex_);
+  std::shared_ptr<const platform::HTTPURLResponse> response_ OMBRIX_GUARDED_BY(mutex_);
+  std::shared_ptr<const platform::Error> error_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 std::shared_ptr<FakeURLSession> FakeURLSession::make(
@@ -134,9 +135,9 @@ FakeURLSession::FakeURLSession(Passkey, Rule rule,
 FakeURLSession::~FakeURLSession() = default;
 
 std::shared_ptr<FakeURLSession::Task> FakeURLSession::taskAt(std::size_t index) {
-  std::unique_lock lock(mutex_);
-  const auto isThere = [&] { return resumed_.size() > index; };
-  if (!added_.wait_for(lock, std::chrono::seconds(30), isThere)) {
+  const platform::LockGuard lock(mutex_);
+  const auto isThere = [&]() OMBRIX_REQUIRES(mutex_) { return resumed_.size() > index; };
+  if (!added_.wait_for(mutex_, std::chrono::seconds(30), isThere)) {
     platform::fatalError("no task was resumed");
   }
   return resumed_[index];
@@ -149,19 +150,19 @@ void FakeURLSession::complete(std::size_t index, Answer answer) {
 URLRequest FakeURLSession::request(std::size_t index) { return taskAt(index)->originalRequest(); }
 
 std::size_t FakeURLSession::madeCount() const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return madeCount_;
 }
 
 std::size_t FakeURLSession::resumedCount() const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return resumed_.size();
 }
 
 void FakeURLSession::resumed(const std::shared_ptr<Task>& task) {
   bool isEnded = false;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     isEnded = isEnded_;
     resumed_.push_back(task);
     added_.notify_all();
@@ -180,20 +181,20 @@ std::shared_ptr<platform::URLSessionUploadTask> FakeURLSession::uploadTask(
     URLRequest request, std::optional<platform::SharedData> body,
     platform::URLSessionCompletionHandler completionHandler) {
   request.httpBody = std::move(body);
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return std::make_shared<Task>(shared_from_this(), ++madeCount_, std::move(request),
                                 std::move(completionHandler));
 }
 
 void FakeURLSession::finishTasksAndInvalidate() {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   isEnded_ = true;
 }
 
 void FakeURLSession::invalidateAndCancel() {
   std::vector<std::shared_ptr<Task>> tasks;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     isEnded_ = true;
     tasks = resumed_;
   }

@@ -1,15 +1,14 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Condition.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 
@@ -82,11 +81,11 @@ class FakeURLSession final : public platform::URLSession,
   const platform::URLSessionConfiguration configuration_;
   const std::shared_ptr<platform::URLSessionDelegate> delegate_;
   const std::shared_ptr<platform::DispatchQueue> queue_;
-  mutable std::mutex mutex_;
-  std::condition_variable added_;
-  std::size_t madeCount_ = 0;
-  bool isEnded_ = false;
-  std::vector<std::shared_ptr<Task>> resumed_;
+  mutable platform::Mutex mutex_;
+  platform::Condition added_;
+  std::size_t madeCount_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  bool isEnded_ OMBRIX_GUARDED_BY(mutex_) = false;
+  std::vector<std::shared_ptr<Task>> resumed_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 /// Creates such sessions for the client under test, all with one rule.
@@ -103,21 +102,21 @@ class FakeURLSessionFactory final : public platform::URLSessionFactory {
       std::shared_ptr<platform::DispatchQueue> delegateQueue) override {
     auto session =
         FakeURLSession::make(rule_, configuration, std::move(delegate), std::move(delegateQueue));
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     sessions_.push_back(session);
     return session;
   }
 
   /// The sessions created so far, in order.
   [[nodiscard]] std::vector<std::shared_ptr<FakeURLSession>> sessions() const {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return sessions_;
   }
 
  private:
   const FakeURLSession::Rule rule_;
-  mutable std::mutex mutex_;
-  std::vector<std::shared_ptr<FakeURLSession>> sessions_;
+  mutable platform::Mutex mutex_;
+  std::vector<std::shared_ptr<FakeURLSession>> sessions_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::testing

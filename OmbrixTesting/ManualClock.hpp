@@ -1,8 +1,7 @@
 #pragma once
 
-#include <mutex>
-
 #include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
 
 namespace ombrix::testing {
@@ -13,18 +12,18 @@ class ManualClock final : public platform::Clock {
   explicit ManualClock(platform::Date now = platform::dateSince1970(1'700'000'000)) : now_(now) {}
 
   platform::Date now() const override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return now_;
   }
   std::chrono::steady_clock::time_point steadyNow() const override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return steadyNow_;
   }
 
   /// Moves both clocks forward; timers that became due fire soon after, on the events thread.
   void advance(platform::TimeInterval span) {
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       now_ += span;
       steadyNow_ += std::chrono::duration_cast<std::chrono::steady_clock::duration>(span);
     }
@@ -33,14 +32,14 @@ class ManualClock final : public platform::Clock {
 
   /// Sets only the wall clock, as a user does; it may go back.
   void setNow(platform::Date now) {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     now_ = now;
   }
 
  private:
-  mutable std::mutex mutex_;
-  platform::Date now_;
-  std::chrono::steady_clock::time_point steadyNow_{};
+  mutable platform::Mutex mutex_;
+  platform::Date now_ OMBRIX_GUARDED_BY(mutex_);
+  std::chrono::steady_clock::time_point steadyNow_ OMBRIX_GUARDED_BY(mutex_){};
 };
 
 }  // namespace ombrix::testing

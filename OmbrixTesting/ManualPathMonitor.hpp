@@ -1,12 +1,12 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 
 namespace ombrix::testing {
@@ -20,18 +20,18 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
       : isLate_(isLate), path_(path) {}
 
   void setPathUpdateHandler(UpdateHandler handler) override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     handler_ = std::move(handler);
   }
 
   void setNetworkChangeHandler(std::move_only_function<void()> handler) override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     changeHandler_ = std::move(handler);
   }
 
   void start() override {
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       if (std::exchange(isStarted_, true)) return;
     }
     if (!isLate_) queue_->async([self = shared_from_this()] { self->report(); });
@@ -39,14 +39,14 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
 
   void cancel() override {
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       isStarted_ = isCancelled_ = true;
     }
     if (!queue_->isCurrent()) queue_->sync([] {});
   }
 
   platform::NWPath currentPath() const override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     return path_;
   }
 
@@ -54,7 +54,7 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
   void change() {
     queue_->sync([this] {
       const bool isCancelled = [this] {
-        const std::lock_guard lock(mutex_);
+        const platform::LockGuard lock(mutex_);
         return isCancelled_;
       }();
       if (changeHandler_ && !isCancelled) changeHandler_();
@@ -65,7 +65,7 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
   /// a handler.
   void setPath(platform::NWPath path) {
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       path_ = path;
     }
     if (queue_->isCurrent()) {
@@ -80,7 +80,7 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
   void report() {
     platform::NWPath now;
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       if (!isStarted_ || isCancelled_ || reported_ == path_) return;
       reported_ = now = path_;
     }
@@ -90,13 +90,13 @@ class ManualPathMonitor final : public platform::NWPathMonitor,
   const std::shared_ptr<platform::DispatchQueue> queue_ =
       platform::DispatchQueue::serial("ManualPathMonitor");
   const bool isLate_;
-  mutable std::mutex mutex_;
+  mutable platform::Mutex mutex_;
   UpdateHandler handler_;
   std::move_only_function<void()> changeHandler_;
-  platform::NWPath path_;
-  std::optional<platform::NWPath> reported_;
-  bool isStarted_ = false;
-  bool isCancelled_ = false;
+  platform::NWPath path_ OMBRIX_GUARDED_BY(mutex_);
+  std::optional<platform::NWPath> reported_ OMBRIX_GUARDED_BY(mutex_);
+  bool isStarted_ OMBRIX_GUARDED_BY(mutex_) = false;
+  bool isCancelled_ OMBRIX_GUARDED_BY(mutex_) = false;
 };
 
 /// Creates monitors that all report the same path.
@@ -110,7 +110,7 @@ class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
   explicit ManualPathMonitorFactory(bool isLate = false) : isLate_(isLate) {}
 
   std::shared_ptr<platform::NWPathMonitor> make() override {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     auto monitor = std::make_shared<ManualPathMonitor>(path_, isLate_);
     monitors_.push_back(monitor);
     return monitor;
@@ -130,7 +130,7 @@ class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
  private:
   std::vector<std::shared_ptr<ManualPathMonitor>> monitors(std::optional<platform::NWPath> path) {
     std::vector<std::shared_ptr<ManualPathMonitor>> monitors;
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     if (path) path_ = *path;
     std::erase_if(monitors_, [](const auto& monitor) { return monitor.expired(); });
     for (const auto& monitor : monitors_) monitors.push_back(monitor.lock());
@@ -139,9 +139,9 @@ class ManualPathMonitorFactory final : public platform::NWPathMonitorFactory {
   }
 
   const bool isLate_;
-  std::mutex mutex_;
-  platform::NWPath path_;
-  std::vector<std::weak_ptr<ManualPathMonitor>> monitors_;
+  platform::Mutex mutex_;
+  platform::NWPath path_ OMBRIX_GUARDED_BY(mutex_);
+  std::vector<std::weak_ptr<ManualPathMonitor>> monitors_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::testing

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string_view>
 
 #include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
@@ -45,18 +45,18 @@ class ScopedDirectories {
     platform::URL temporary() const override { return folder("temporary"); }
 
     std::optional<platform::URL> containerForGroup(std::string_view) const override {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       return container_;
     }
     void setContainerForGroup(std::string_view, std::optional<platform::URL> container) override {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       container_ = std::move(container);
     }
 
    private:
     std::string root_;
-    mutable std::mutex mutex_;
-    std::optional<platform::URL> container_;
+    mutable platform::Mutex mutex_;
+    std::optional<platform::URL> container_ OMBRIX_GUARDED_BY(mutex_);
   };
 
   ScopedDir dir_;

@@ -1,11 +1,11 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
@@ -31,27 +31,27 @@ class ScopedLocale {
   class Service final : public platform::LocaleService {
    public:
     void set(std::string_view identifier, std::vector<std::string> languages) {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       locale_ = platform::Locale(identifier);
       languages_ = std::move(languages);
       if (languages_.empty()) languages_.push_back(locale_.languageTag());
     }
 
     platform::Locale current() const override {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       return locale_;
     }
     std::vector<std::string> preferredLanguages() const override {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       return languages_;
     }
 
    private:
     void reload() override {}
 
-    mutable std::mutex mutex_;
-    platform::Locale locale_{"en_US"};
-    std::vector<std::string> languages_;
+    mutable platform::Mutex mutex_;
+    platform::Locale locale_ OMBRIX_GUARDED_BY(mutex_){"en_US"};
+    std::vector<std::string> languages_ OMBRIX_GUARDED_BY(mutex_);
   };
 
   std::shared_ptr<Service> service_;

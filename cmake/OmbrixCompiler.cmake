@@ -27,6 +27,8 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   endif()
 endif()
 if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  # What locks guard: OmbrixPlatform/Locks/ThreadSafety.hpp.
+  target_compile_options(OmbrixWarnings INTERFACE -Wthread-safety)
   # libstdc++ 12's own stable_sort calls what it declares deprecated.
   target_compile_options(OmbrixWarnings INTERFACE -Wno-deprecated-declarations)
 endif()

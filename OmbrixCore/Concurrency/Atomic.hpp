@@ -17,12 +17,12 @@ class Atomic final {
 
   /// A copy of the value.
   [[nodiscard]] Value wrappedValue() const {
-    return locker_.sync([&] { return value_; });
+    return locker_.sync([&]() OMBRIX_REQUIRES(locker_) { return value_; });
   }
 
   void setWrappedValue(Value value) {
     // The old value leaves with the parameter, after the lock is released.
-    locker_.sync([&] { std::swap(value_, value); });
+    locker_.sync([&]() OMBRIX_REQUIRES(locker_) { std::swap(value_, value); });
   }
 
   /// Lets a closure change a copy of the value and then puts the copy in place.
@@ -40,8 +40,9 @@ class Atomic final {
   /// read-modify-write that is atomic as a whole.
   template <class Closure>
   decltype(auto) mutate(Closure&& closure) {
-    return locker_.sync(
-        [&]() -> decltype(auto) { return std::invoke(std::forward<Closure>(closure), value_); });
+    return locker_.sync([&]() OMBRIX_REQUIRES(locker_) -> decltype(auto) {
+      return std::invoke(std::forward<Closure>(closure), value_);
+    });
   }
 
   /// The box itself.
@@ -49,7 +50,7 @@ class Atomic final {
 
  private:
   mutable PThreadMutex locker_{PThreadMutex::PThreadMutexType::recursive};
-  Value value_;
+  Value value_ OMBRIX_GUARDED_BY(locker_);
 };
 
 }  // namespace ombrix

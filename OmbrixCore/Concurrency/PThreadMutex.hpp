@@ -7,7 +7,7 @@
 namespace ombrix {
 
 /// A POSIX mutex, normal or recursive. It stays where it was made. Any thread.
-class PThreadMutex final : public ScopedMutexOperations<PThreadMutex> {
+class OMBRIX_CAPABILITY("mutex") PThreadMutex final : public ScopedMutexOperations<PThreadMutex> {
  public:
   using MutexPrimitive = pthread_mutex_t;
 
@@ -21,9 +21,11 @@ class PThreadMutex final : public ScopedMutexOperations<PThreadMutex> {
 
   MutexPrimitive& unsafeMutex() noexcept { return mutex_; }
 
-  void unbalancedLock() noexcept { pthread_mutex_lock(&mutex_); }
-  [[nodiscard]] bool unbalancedTryLock() noexcept { return pthread_mutex_trylock(&mutex_) == 0; }
-  void unbalancedUnlock() noexcept { pthread_mutex_unlock(&mutex_); }
+  void unbalancedLock() noexcept OMBRIX_ACQUIRE() { pthread_mutex_lock(&mutex_); }
+  [[nodiscard]] bool unbalancedTryLock() noexcept OMBRIX_TRY_ACQUIRE(true) {
+    return pthread_mutex_trylock(&mutex_) == 0;
+  }
+  void unbalancedUnlock() noexcept OMBRIX_RELEASE() { pthread_mutex_unlock(&mutex_); }
 
  private:
   pthread_mutex_t mutex_;

@@ -45,7 +45,7 @@ class FirstValue final : public platform::Subscriber<Output, Failure>,
   }
 
   void receiveSubscription(std::shared_ptr<platform::Subscription> subscription) override {
-    const bool isWanted = lock_.sync([&] {
+    const bool isWanted = lock_.sync([&]() OMBRIX_REQUIRES(lock_) {
       if (!isResumed_) subscription_ = subscription;
       return !isResumed_;
     });
@@ -77,7 +77,7 @@ class FirstValue final : public platform::Subscriber<Output, Failure>,
   bool end(bool cancelsSubscription = true) {
     std::shared_ptr<platform::Subscription> subscription;
     platform::EventToken grace;
-    const bool isFirst = lock_.sync([&] {
+    const bool isFirst = lock_.sync([&]() OMBRIX_REQUIRES(lock_) {
       subscription.swap(subscription_);
       std::swap(grace, grace_);
       return !std::exchange(isResumed_, true);
@@ -89,14 +89,14 @@ class FirstValue final : public platform::Subscriber<Output, Failure>,
   // Kept: the end may overtake the only value there is; without the grace period a request that
   // succeeded would be reported as one without an answer.
   void awaitLateValue() {
-    if (lock_.sync([&] { return isResumed_; })) return;
+    if (lock_.sync([&]() OMBRIX_REQUIRES(lock_) { return isResumed_; })) return;
     const std::chrono::duration<double> grace(kLateValueGraceSeconds);
     auto timer = platform::after(grace, [self = this->shared_from_this()] {
       platform::DispatchQueue::main().async([self] {
         if (self->end(false)) self->continuation_.fail(missingBody());
       });
     });
-    lock_.sync([&] {
+    lock_.sync([&]() OMBRIX_REQUIRES(lock_) {
       if (!isResumed_) std::swap(grace_, timer);
     });
   }
@@ -106,10 +106,10 @@ class FirstValue final : public platform::Subscriber<Output, Failure>,
   }
 
   const platform::Continuation<Output> continuation_;
-  UnfairLock lock_;  // guards what follows
-  bool isResumed_ = false;
-  std::shared_ptr<platform::Subscription> subscription_;
-  platform::EventToken grace_;
+  UnfairLock lock_;
+  bool isResumed_ OMBRIX_GUARDED_BY(lock_) = false;
+  std::shared_ptr<platform::Subscription> subscription_ OMBRIX_GUARDED_BY(lock_);
+  platform::EventToken grace_ OMBRIX_GUARDED_BY(lock_);
 };
 
 }  // namespace detail

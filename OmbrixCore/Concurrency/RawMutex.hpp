@@ -5,6 +5,8 @@
 #include <type_traits>
 #include <utility>
 
+#include "OmbrixPlatform/Locks/ThreadSafety.hpp"
+
 namespace ombrix {
 
 /// A lock around a platform primitive; pairing lock and unlock is the caller's business.
@@ -32,9 +34,10 @@ template <class Mutex>
 class ScopedMutexOperations {
  public:
   /// Runs the closure under the lock and gives its result; an exception releases the lock and
-  /// passes through.
+  /// passes through. A closure over guarded data says `OMBRIX_REQUIRES(lock)`.
   template <class Closure>
-  decltype(auto) sync(Closure&& closure) {
+  // Unchecked, as the next one: the closure knows the lock by its own name.
+  decltype(auto) sync(Closure&& closure) OMBRIX_NO_THREAD_SAFETY_ANALYSIS {
     self().unbalancedLock();
     const Unlock unlock{self()};
     return std::forward<Closure>(closure)();
@@ -45,7 +48,7 @@ class ScopedMutexOperations {
   /// Gives the closure's result as an optional that is empty when the lock was taken; for a
   /// closure without a result, whether it ran.
   template <class Closure>
-  auto trySync(Closure&& closure) {
+  auto trySync(Closure&& closure) OMBRIX_NO_THREAD_SAFETY_ANALYSIS {
     using Result = std::invoke_result_t<Closure>;
     if constexpr (std::is_void_v<Result>) {
       if (!self().unbalancedTryLock()) return false;

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "OmbrixCore/Concurrency/RawMutex.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix {
 
 /// A small, fast lock: never recursive, without fairness, waiting threads sleep. Any thread.
-class UnfairLock final : public ScopedMutexOperations<UnfairLock> {
+class OMBRIX_CAPABILITY("lock") UnfairLock final : public ScopedMutexOperations<UnfairLock> {
  public:
   using MutexPrimitive = platform::FutexLock;
 
@@ -14,11 +14,13 @@ class UnfairLock final : public ScopedMutexOperations<UnfairLock> {
   UnfairLock(const UnfairLock&) = delete;
   UnfairLock& operator=(const UnfairLock&) = delete;
 
-  MutexPrimitive& unsafeMutex() noexcept { return lock_; }
+  MutexPrimitive& unsafeMutex() noexcept OMBRIX_RETURN_CAPABILITY(lock_) { return lock_; }
 
-  void unbalancedLock() noexcept { lock_.lock(); }
-  [[nodiscard]] bool unbalancedTryLock() noexcept { return lock_.try_lock(); }
-  void unbalancedUnlock() noexcept { lock_.unlock(); }
+  void unbalancedLock() noexcept OMBRIX_ACQUIRE() { lock_.lock(); }
+  [[nodiscard]] bool unbalancedTryLock() noexcept OMBRIX_TRY_ACQUIRE(true) {
+    return lock_.try_lock();
+  }
+  void unbalancedUnlock() noexcept OMBRIX_RELEASE() { lock_.unlock(); }
 
  private:
   platform::FutexLock lock_;

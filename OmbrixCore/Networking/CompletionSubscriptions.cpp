@@ -9,14 +9,17 @@ CompletionSubscriptions::~CompletionSubscriptions() {
 }
 
 void CompletionSubscriptions::add(const std::shared_ptr<Call>& call) {
-  cancellablesLocker_.sync([&] { completionWrapperCancellables_.emplace(call->id(), call); });
+  cancellablesLocker_.sync([&]() OMBRIX_REQUIRES(cancellablesLocker_) {
+    completionWrapperCancellables_.emplace(call->id(), call);
+  });
 }
 
 /// Forgets a call; null when it is over.
 std::shared_ptr<CompletionSubscriptions::Call> CompletionSubscriptions::take(
     const platform::UUID& id) {
-  const auto forgotten =
-      cancellablesLocker_.sync([&] { return completionWrapperCancellables_.extract(id); });
+  const auto forgotten = cancellablesLocker_.sync([&]() OMBRIX_REQUIRES(cancellablesLocker_) {
+    return completionWrapperCancellables_.extract(id);
+  });
   return forgotten ? forgotten.mapped().lock() : nullptr;
 }
 
@@ -25,7 +28,8 @@ void CompletionSubscriptions::cancel(const platform::UUID& id) {
 }
 
 void CompletionSubscriptions::keep(platform::AnyCancellable cancellable) {
-  cancellablesLocker_.sync([&] { cancellables_.insert(std::move(cancellable)); });
+  cancellablesLocker_.sync(
+      [&]() OMBRIX_REQUIRES(cancellablesLocker_) { cancellables_.insert(std::move(cancellable)); });
 }
 
 // One call.
@@ -33,7 +37,7 @@ void CompletionSubscriptions::keep(platform::AnyCancellable cancellable) {
 void CompletionSubscriptions::Call::begin(std::shared_ptr<platform::Subscription> subscription) {
   bool isWanted = false;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     isWanted = !isOver_ && !subscription_;
     if (isWanted) subscription_ = subscription;
   }
@@ -61,7 +65,7 @@ void CompletionSubscriptions::Call::forget() {
 }
 
 std::shared_ptr<platform::Subscription> CompletionSubscriptions::Call::takeSubscription() {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   return std::exchange(subscription_, nullptr);
 }
 

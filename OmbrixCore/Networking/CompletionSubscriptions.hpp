@@ -4,14 +4,13 @@
 #include <expected>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <set>
 #include <unordered_map>
 #include <utility>
 
 #include "OmbrixCore/Concurrency/PThreadMutex.hpp"
 #include "OmbrixCore/Networking/Errors/HTTPError.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/UUID.hpp"
@@ -71,8 +70,8 @@ class CompletionSubscriptions : public std::enable_shared_from_this<CompletionSu
     const platform::UUID id_;
     const std::weak_ptr<CompletionSubscriptions> owner_;
     std::atomic<bool> isOver_{false};
-    platform::FutexLock lock_;  // guards what follows
-    std::shared_ptr<platform::Subscription> subscription_;
+    platform::FutexLock lock_;
+    std::shared_ptr<platform::Subscription> subscription_ OMBRIX_GUARDED_BY(lock_);
   };
 
   template <class Output>
@@ -82,8 +81,9 @@ class CompletionSubscriptions : public std::enable_shared_from_this<CompletionSu
   std::shared_ptr<Call> take(const platform::UUID& id);
 
   PThreadMutex cancellablesLocker_{PThreadMutex::PThreadMutexType::recursive};
-  std::set<platform::AnyCancellable> cancellables_;
-  std::unordered_map<platform::UUID, std::weak_ptr<Call>> completionWrapperCancellables_;
+  std::set<platform::AnyCancellable> cancellables_ OMBRIX_GUARDED_BY(cancellablesLocker_);
+  std::unordered_map<platform::UUID, std::weak_ptr<Call>> completionWrapperCancellables_
+      OMBRIX_GUARDED_BY(cancellablesLocker_);
 };
 
 template <class Output>

@@ -2,12 +2,11 @@
 
 #include <atomic>
 #include <functional>
-#include <mutex>
 #include <string_view>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/InsideScope.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 
@@ -30,7 +29,7 @@ class ObservableFlag {
 
   /// The value as it is, perhaps before its observers know.
   [[nodiscard]] bool value() const {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     return latest_;
   }
 
@@ -62,7 +61,7 @@ class ObservableFlag {
  private:
   template <class Compute>
   bool storeComputed(Compute compute) {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     const bool value = compute();
     if (value == latest_) return false;
     latest_ = value;
@@ -79,7 +78,7 @@ class ObservableFlag {
   }
 
   bool isMorePending() {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     return --pendingChanges_ > 0;
   }
 
@@ -88,8 +87,8 @@ class ObservableFlag {
   const std::function<void()> onRise_;
   std::atomic<bool> announced_{false};  // changed by the one thread that announces
   mutable platform::FutexLock lock_;
-  bool latest_ = false;
-  unsigned pendingChanges_ = 0;
+  bool latest_ OMBRIX_GUARDED_BY(lock_) = false;
+  unsigned pendingChanges_ OMBRIX_GUARDED_BY(lock_) = 0;
 };
 
 }  // namespace ombrix

@@ -18,22 +18,22 @@ void OmbrixServerAPI::pathChanged(const platform::NWPath& path) {
 }
 
 std::optional<std::string> OmbrixServerAPI::jwtToken() const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return jwtToken_;
 }
 
 void OmbrixServerAPI::setJwtToken(std::optional<std::string> token) {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   jwtToken_.swap(token);
 }
 
 void OmbrixServerAPI::setJwtToken(std::optional<std::string> token, std::uint64_t ofEnvironment) {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   if (ofEnvironment == environment_) jwtToken_.swap(token);
 }
 
 std::optional<std::string> OmbrixServerAPI::jwtToken(std::uint64_t ofEnvironment) const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return ofEnvironment == environment_ ? jwtToken_ : std::nullopt;
 }
 
@@ -41,7 +41,7 @@ void OmbrixServerAPI::take(ServiceConditions conditions, std::uint64_t environme
   bool mustAnnounceLogin = false;
   bool mustAnnounceMaintenance = false;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     if (environment != environment_) return;
     if (conditions.token) jwtToken_.swap(conditions.token);
     if (conditions.isLoginInvalid) mustAnnounceLogin = loginError_.store(true);
@@ -52,20 +52,20 @@ void OmbrixServerAPI::take(ServiceConditions conditions, std::uint64_t environme
 }
 
 void OmbrixServerAPI::setForceLogoutHandler(std::function<void()> handler) {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   forceLogoutHandler_.swap(handler);
 }
 
 void OmbrixServerAPI::setMaintenanceHandler(std::function<void()> handler) {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   maintenanceHandler_.swap(handler);
 }
 
-void OmbrixServerAPI::call(const std::function<void()>& handler) const {
+void OmbrixServerAPI::call(std::function<void()> OmbrixServerAPI::* handler) const {
   std::function<void()> current;
   {
-    const std::lock_guard lock(mutex_);
-    current = handler;
+    const platform::LockGuard lock(mutex_);
+    current = this->*handler;
   }
   if (current) current();
 }

@@ -19,8 +19,10 @@ const std::shared_ptr<DispatchQueue>& OmbrixServerAPI::dispatchQueue() {
 }
 
 std::shared_ptr<NSOperationQueue> OmbrixServerAPI::madeOnce(
-    std::shared_ptr<NSOperationQueue>& queue, const char* name, std::ptrdiff_t width) {
-  const std::lock_guard lock(mutex_);
+    std::shared_ptr<NSOperationQueue> OmbrixServerAPI::* member, const char* name,
+    std::ptrdiff_t width) {
+  const platform::LockGuard lock(mutex_);
+  auto& queue = this->*member;
   if (!queue) {
     queue = NSOperationQueue::make(name);
     queue->setUnderlyingQueue(dispatchQueue());
@@ -34,11 +36,11 @@ std::shared_ptr<NSOperationQueue> OmbrixServerAPI::madeOnce(
 std::shared_ptr<NSOperationQueue> OmbrixServerAPI::operationQueue() {
   static const auto width = static_cast<std::ptrdiff_t>(
       platform::URLSessionConfiguration::defaultConfiguration().httpMaximumConnectionsPerHost);
-  return madeOnce(operationQueue_, "API Queue", width);
+  return madeOnce(&OmbrixServerAPI::operationQueue_, "API Queue", width);
 }
 
 std::shared_ptr<NSOperationQueue> OmbrixServerAPI::transferQueue() {
-  return madeOnce(transferQueue_, "API Transfers",
+  return madeOnce(&OmbrixServerAPI::transferQueue_, "API Transfers",
                   NSOperationQueue::kDefaultMaxConcurrentOperationCount);
 }
 
@@ -86,7 +88,7 @@ void OmbrixServerAPI::updateHasOperations() {
   hasOperations_.update([this] {
     std::shared_ptr<NSOperationQueue> requests, transfers;
     {
-      const std::lock_guard lock(mutex_);
+      const platform::LockGuard lock(mutex_);
       requests = operationQueue_;
       transfers = transferQueue_;
     }

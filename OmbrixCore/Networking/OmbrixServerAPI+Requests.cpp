@@ -1,6 +1,7 @@
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
 #include "OmbrixCore/Networking/Policies/RequestFlows.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Text/UTF8.hpp"
 
 namespace ombrix {
@@ -100,8 +101,8 @@ HTTPError ServerRequests::bodyError(const std::exception_ptr& error) {
 namespace {
 
 struct SharedFormatter {
-  std::mutex mutex;
-  std::shared_ptr<const platform::DateFormatter> formatter;
+  platform::Mutex mutex;
+  std::shared_ptr<const platform::DateFormatter> formatter OMBRIX_GUARDED_BY(mutex);
 
   static SharedFormatter& instance() {
     static auto& shared = *new SharedFormatter;
@@ -113,7 +114,7 @@ struct SharedFormatter {
 
 std::shared_ptr<const platform::DateFormatter> OmbrixServerAPI::localTimezoneFormatter() {
   auto& shared = SharedFormatter::instance();
-  const std::lock_guard lock(shared.mutex);
+  const platform::LockGuard lock(shared.mutex);
   if (!shared.formatter) {
     shared.formatter = std::make_shared<const platform::DateFormatter>("yyyy-MM-dd'T'HH:mm:ss",
                                                                        platform::Locale("en_US"));
@@ -124,7 +125,7 @@ std::shared_ptr<const platform::DateFormatter> OmbrixServerAPI::localTimezoneFor
 void OmbrixServerAPI::setLocalTimezoneFormatter(
     std::shared_ptr<const platform::DateFormatter> formatter) {
   auto& shared = SharedFormatter::instance();
-  const std::lock_guard lock(shared.mutex);
+  const platform::LockGuard lock(shared.mutex);
   shared.formatter.swap(formatter);
 }
 

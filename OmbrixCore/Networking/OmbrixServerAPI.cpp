@@ -55,8 +55,9 @@ OmbrixServerAPI::OmbrixServerAPI(Passkey, ServerConfiguration configuration)
       isReachable_(*this, "isReachable"),
       isLimited_(*this, "isLimited"),
       isExpensive_(*this, "isExpensive"),
-      loginError_(*this, "loginError", [this] { call(forceLogoutHandler_); }),
-      maintenance_(*this, "serverIsInMaintenanceMode", [this] { call(maintenanceHandler_); }),
+      loginError_(*this, "loginError", [this] { call(&OmbrixServerAPI::forceLogoutHandler_); }),
+      maintenance_(*this, "serverIsInMaintenanceMode",
+                   [this] { call(&OmbrixServerAPI::maintenanceHandler_); }),
       networkMonitor_(platform::services().pathMonitorFactory.shared()->make()) {}
 
 OmbrixServerAPI::~OmbrixServerAPI() {
@@ -67,7 +68,7 @@ OmbrixServerAPI::~OmbrixServerAPI() {
 void OmbrixServerAPI::change(APIEndpoint endpoint) {
   auto& client = sharedInstance();
   {
-    const std::lock_guard lock(client.mutex_);
+    const platform::LockGuard lock(client.mutex_);
     client.endPoint_ = endpoint;
     ++client.environment_;
     client.jwtToken_.reset();
@@ -77,7 +78,7 @@ void OmbrixServerAPI::change(APIEndpoint endpoint) {
 
 void OmbrixServerAPI::setConfiguration(ServerConfiguration configuration) {
   {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     std::swap(configuration_, configuration);
     ++environment_;
     jwtToken_.reset();
@@ -88,23 +89,23 @@ void OmbrixServerAPI::setConfiguration(ServerConfiguration configuration) {
 void OmbrixServerAPI::letGoOfSessions() {
   // Operations hold the session that they were made for, so nothing under way is cut off.
   std::shared_ptr<URLSession> session, backgroundSession;
-  const std::lock_guard lock(sessionMutex_);
+  const platform::LockGuard lock(sessionMutex_);
   session.swap(session_);
   backgroundSession.swap(backgroundSession_);
 }
 
 APIEndpoint OmbrixServerAPI::endPoint() const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return endPoint_;
 }
 
 std::uint64_t OmbrixServerAPI::environment() const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return environment_;
 }
 
 std::pair<std::uint64_t, platform::URL> OmbrixServerAPI::environmentAndBase() const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return {environment_, configuration_.baseURL(endPoint_)};
 }
 
@@ -138,7 +139,7 @@ std::shared_ptr<URLSession> OmbrixServerAPI::makeSession(
     URLSessionConfiguration configuration) const {
   std::string testHost;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     testHost = configuration_.testHost();
     configuration.connections = configuration_.connections;
   }
@@ -148,13 +149,13 @@ std::shared_ptr<URLSession> OmbrixServerAPI::makeSession(
 }
 
 std::shared_ptr<URLSession> OmbrixServerAPI::session() {
-  const std::lock_guard lock(sessionMutex_);
+  const platform::LockGuard lock(sessionMutex_);
   if (!session_) session_ = makeSession(mainConfiguration());
   return session_;
 }
 
 std::shared_ptr<URLSession> OmbrixServerAPI::backgroundSession() {
-  const std::lock_guard lock(sessionMutex_);
+  const platform::LockGuard lock(sessionMutex_);
   if (!backgroundSession_) {
     const auto identifier = platform::Bundle::main().bundleIdentifier().value_or("");
     backgroundSession_ =

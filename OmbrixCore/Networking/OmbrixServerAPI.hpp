@@ -6,7 +6,6 @@
 #include <expected>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -18,6 +17,7 @@
 #include "OmbrixCore/Networking/ServerConfiguration.hpp"
 #include "OmbrixCore/Networking/ServiceConditions.hpp"
 #include "OmbrixPlatform/Concurrency/NSOperationQueue.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/DateFormatter.hpp"
@@ -199,32 +199,34 @@ class OmbrixServerAPI final : public ServerRequests,
                                                               Duration duration) override;
   std::shared_ptr<platform::NSOperationQueue> transferQueue();
   std::shared_ptr<platform::NSOperationQueue> madeOnce(
-      std::shared_ptr<platform::NSOperationQueue>& queue, const char* name, std::ptrdiff_t width);
+      std::shared_ptr<platform::NSOperationQueue> OmbrixServerAPI::* member, const char* name,
+      std::ptrdiff_t width);
   std::pair<std::uint64_t, platform::URL> environmentAndBase() const;
 
   void startPathMonitor();
   void pathChanged(const platform::NWPath& path);
   void letGoOfSessions();
-  platform::URLSessionConfiguration mainConfiguration();
+  platform::URLSessionConfiguration mainConfiguration() OMBRIX_REQUIRES(sessionMutex_);
   std::shared_ptr<platform::URLSession> makeSession(
       platform::URLSessionConfiguration configuration) const;
   void updateHasOperations();
-  void call(const std::function<void()>& handler) const;
+  void call(std::function<void()> OmbrixServerAPI::* handler) const;
 
-  mutable std::mutex mutex_;  // guards what follows, up to the next comment
-  std::uint64_t environment_ = 0;
-  ServerConfiguration configuration_;
-  APIEndpoint endPoint_ = APIEndpoint::production;
-  std::optional<std::string> jwtToken_;
-  std::function<void()> forceLogoutHandler_;
-  std::function<void()> maintenanceHandler_;
-  std::shared_ptr<platform::NSOperationQueue> operationQueue_;
-  std::shared_ptr<platform::NSOperationQueue> transferQueue_;  // of what may take long
+  mutable platform::Mutex mutex_;
+  std::uint64_t environment_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  ServerConfiguration configuration_ OMBRIX_GUARDED_BY(mutex_);
+  APIEndpoint endPoint_ OMBRIX_GUARDED_BY(mutex_) = APIEndpoint::production;
+  std::optional<std::string> jwtToken_ OMBRIX_GUARDED_BY(mutex_);
+  std::function<void()> forceLogoutHandler_ OMBRIX_GUARDED_BY(mutex_);
+  std::function<void()> maintenanceHandler_ OMBRIX_GUARDED_BY(mutex_);
+  std::shared_ptr<platform::NSOperationQueue> operationQueue_ OMBRIX_GUARDED_BY(mutex_);
+  // Of what may take long.
+  std::shared_ptr<platform::NSOperationQueue> transferQueue_ OMBRIX_GUARDED_BY(mutex_);
 
-  std::mutex sessionMutex_;  // guards the sessions and their cache; taken before `mutex_`
-  std::shared_ptr<platform::URLSession> session_;
-  std::shared_ptr<platform::URLSession> backgroundSession_;
-  std::shared_ptr<platform::URLCache> cache_;
+  platform::Mutex sessionMutex_;  // taken before `mutex_`
+  std::shared_ptr<platform::URLSession> session_ OMBRIX_GUARDED_BY(sessionMutex_);
+  std::shared_ptr<platform::URLSession> backgroundSession_ OMBRIX_GUARDED_BY(sessionMutex_);
+  std::shared_ptr<platform::URLCache> cache_ OMBRIX_GUARDED_BY(sessionMutex_);
 
   std::atomic<std::int64_t> externalHTTPRequests_{0};
   ObservableFlag hasOperations_;

@@ -10,6 +10,7 @@
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Detail/Environment.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/LanguageMatch.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
@@ -59,12 +60,13 @@ std::vector<std::string> languagesIn(const URL& folder) {
 /// The tables of the language chosen for a user's preferences.
 struct Bundle::Texts {
   std::optional<URL> folder;
-  std::mutex mutex;  // guards `tables`
-  std::map<std::string, std::shared_ptr<const StringsTable>, std::less<>> tables;
+  Mutex mutex;
+  std::map<std::string, std::shared_ptr<const StringsTable>, std::less<>> tables
+      OMBRIX_GUARDED_BY(mutex);
 
   std::shared_ptr<const StringsTable> table(std::string_view name) {
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       if (const auto known = tables.find(name); known != tables.end()) return known->second;
     }
     auto read = std::make_shared<const StringsTable>();
@@ -73,7 +75,7 @@ struct Bundle::Texts {
       const auto bytes = FileManager::defaultManager().contents(file);
       if (bytes) read = std::make_shared<const StringsTable>(StringsTable::parse(*bytes));
     }
-    const std::lock_guard lock(mutex);
+    const LockGuard lock(mutex);
     return tables.try_emplace(std::string(name), std::move(read)).first->second;
   }
 };
@@ -132,7 +134,7 @@ std::optional<std::string> Bundle::bundleIdentifier() const {
 
 std::shared_ptr<Bundle::Texts> Bundle::textsFor(std::vector<std::string> preferred) const {
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (const auto known = texts_.find(preferred); known != texts_.end()) return known->second;
   }
   const auto available = languagesIn(folder_);
@@ -145,7 +147,7 @@ std::shared_ptr<Bundle::Texts> Bundle::textsFor(std::vector<std::string> preferr
   }
   auto texts = std::make_shared<Texts>();
   if (language) texts->folder = folder_.appendingPathComponent(*language + ".lproj", true);
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (texts_.size() >= kMaximumLanguages) texts_.clear();
   return texts_.try_emplace(std::move(preferred), std::move(texts)).first->second;
 }

@@ -10,6 +10,7 @@
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform {
 
@@ -66,8 +67,10 @@ class Bundle {
   const URL folder_;
   mutable std::once_flag infoRead_;
   mutable PropertyList info_;
-  mutable std::mutex mutex_;                                                  // guards `texts_`
-  mutable std::map<std::vector<std::string>, std::shared_ptr<Texts>> texts_;  // by preferences
+  mutable Mutex mutex_;
+  // By preferences.
+  mutable std::map<std::vector<std::string>, std::shared_ptr<Texts>> texts_
+      OMBRIX_GUARDED_BY(mutex_);
 };
 
 /// The bundle of the running program: "../share/<program>", relative to the program's folder, if

@@ -4,12 +4,11 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Continuation.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Values/NestedCalls.hpp"
 
 namespace ombrix::platform {
@@ -27,18 +26,18 @@ class AsyncStream {
   struct State {
     // Who gets what is decided under the lock; continuations are resumed outside it.
     FutexLock mutex;
-    std::deque<T> buffer;
-    bool isOver = false;
-    std::exception_ptr error;
-    std::optional<platform::Continuation<void>> waiting;
-    std::function<void()> onTermination;
+    std::deque<T> buffer OMBRIX_GUARDED_BY(mutex);
+    bool isOver OMBRIX_GUARDED_BY(mutex) = false;
+    std::exception_ptr error OMBRIX_GUARDED_BY(mutex);
+    std::optional<platform::Continuation<void>> waiting OMBRIX_GUARDED_BY(mutex);
+    std::function<void()> onTermination OMBRIX_GUARDED_BY(mutex);
 
     void end(std::exception_ptr failure, bool dropsBuffer) {
       std::optional<platform::Continuation<void>> waiter;
       std::function<void()> handler;
       std::deque<T> dropped;
       {
-        const std::lock_guard lock(mutex);
+        const LockGuard lock(mutex);
         if (dropsBuffer) dropped.swap(buffer);
         if (isOver) return;
         isOver = true;
@@ -63,7 +62,7 @@ class AsyncStream {
     void yield(T value) const {
       std::optional<platform::Continuation<void>> waiter;
       {
-        const std::lock_guard lock(state().mutex);
+        const LockGuard lock(state().mutex);
         if (state().isOver) return;
         state().buffer.push_back(std::move(value));
         waiter.swap(state().waiting);
@@ -78,7 +77,7 @@ class AsyncStream {
     /// Calls the handler once when the stream ends, for any reason; at once if it has ended.
     void onTermination(std::function<void()> handler) const {
       {
-        const std::lock_guard lock(state().mutex);
+        const LockGuard lock(state().mutex);
         if (!state().isOver) {
           state().onTermination.swap(handler);
           return;
@@ -129,7 +128,7 @@ class AsyncStream {
   static Async<std::optional<T>> nextOf(std::shared_ptr<State> state) {
     for (;;) {
       {
-        const std::lock_guard lock(state->mutex);
+        const LockGuard lock(state->mutex);
         if (!state->buffer.empty()) {
           std::optional<T> value(std::move(state->buffer.front()));
           state->buffer.pop_front();
@@ -143,7 +142,7 @@ class AsyncStream {
       std::function<void(platform::Continuation<void>)> body =
           [&](platform::Continuation<void> continuation) {
             {
-              const std::lock_guard lock(state->mutex);
+              const LockGuard lock(state->mutex);
               if (state->buffer.empty() && !state->isOver) {
                 state->waiting = continuation;
                 return;

@@ -8,10 +8,10 @@
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/InsideScope.hpp"
 #include "OmbrixPlatform/Concurrency/MainLoop.hpp"
 #include "OmbrixPlatform/Concurrency/TaskContext.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
@@ -58,7 +58,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     }
     bool isSubmitted = false;
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       waiting.push_back({std::move(job), false});
       isSubmitted = std::exchange(isDraining, true);
     }
@@ -78,7 +78,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   /// The host's main executor will not run the waiting jobs: drops them; later jobs are accepted.
   void drop() {
     std::deque<Entry> dropped;
-    const std::lock_guard lock(mutex);
+    const LockGuard lock(mutex);
     dropped.swap(waiting);
     isDraining = false;
   }
@@ -90,7 +90,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
       if (count > 0 && kind == Kind::serial && turn.isOver()) break;
       Job job;
       {
-        const std::lock_guard lock(mutex);
+        const LockGuard lock(mutex);
         if (waiting.empty()) {
           isDraining = false;
           return;
@@ -106,7 +106,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
 
   /// Concurrent queues: takes the job; true when it may run now, and counts it as running.
   bool begin(Job& job, bool isBarrier) {
-    const std::lock_guard lock(mutex);
+    const LockGuard lock(mutex);
     const bool mustWait = barrierRuns || !waiting.empty() || (isBarrier && running > 0);
     if (mustWait) {
       waiting.push_back({std::move(job), isBarrier});
@@ -130,7 +130,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
     {
       Job job;
       {
-        const std::lock_guard lock(mutex);
+        const LockGuard lock(mutex);
         job = std::move(runnable.front());
         runnable.pop_front();
       }
@@ -145,7 +145,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   void finishedOne() {
     std::size_t count = 0;
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       --running;
       barrierRuns = false;
       while (!waiting.empty() && !barrierRuns) {
@@ -167,7 +167,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   bool runInline(const std::function<void()>& job) {
     if (kind == Kind::main) return false;
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       if (kind == Kind::concurrent) {
         if (barrierRuns || !waiting.empty()) return false;
         ++running;
@@ -184,7 +184,7 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
       return true;
     }
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       if (waiting.empty()) {
         isDraining = false;
         return true;
@@ -198,11 +198,13 @@ struct DispatchQueue::State : std::enable_shared_from_this<State> {
   const DispatchPriority priority;
   bool isGlobal = false;  // has no barriers, so that its jobs never wait
   FutexLock mutex;
-  std::deque<Entry> waiting;
-  bool isDraining = false;   // serial and main: a thread runs jobs, or is about to
-  bool barrierRuns = false;  // concurrent
-  std::size_t running = 0;   // concurrent: passed to the pool and not finished
-  std::deque<Job> runnable;  // of these, the jobs that have not begun
+  std::deque<Entry> waiting OMBRIX_GUARDED_BY(mutex);
+  // Serial and main: a thread runs jobs, or is about to.
+  bool isDraining OMBRIX_GUARDED_BY(mutex) = false;
+  bool barrierRuns OMBRIX_GUARDED_BY(mutex) = false;  // concurrent
+  // Concurrent: passed to the pool and not finished.
+  std::size_t running OMBRIX_GUARDED_BY(mutex) = 0;
+  std::deque<Job> runnable OMBRIX_GUARDED_BY(mutex);  // of these, the jobs that have not begun
 };
 
 DispatchQueue::DispatchQueue(Passkey, Kind kind, std::string label,

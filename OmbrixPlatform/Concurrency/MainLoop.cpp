@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
@@ -22,13 +23,13 @@ thread_local const MainLoop* loopOfJob = nullptr;  // the loop whose job this th
 
 // The loops whose thread could not be started before.
 FutexLock listLock;
-MainLoop* lastListed = nullptr;
-std::size_t listedCount = 0;
+MainLoop* lastListed OMBRIX_GUARDED_BY(listLock) = nullptr;
+std::size_t listedCount OMBRIX_GUARDED_BY(listLock) = 0;
 
 }  // namespace
 
 MainLoop::~MainLoop() {
-  const std::lock_guard lock(listLock);
+  const LockGuard lock(listLock);
   if (!isListed_) return;
   if (previous_) previous_->next_ = next_;
   (next_ ? next_->previous_ : lastListed) = previous_;
@@ -36,7 +37,7 @@ MainLoop::~MainLoop() {
 }
 
 void MainLoop::list() {
-  const std::lock_guard lock(listLock);
+  const LockGuard lock(listLock);
   if (std::exchange(isListed_, true)) return;
   previous_ = std::exchange(lastListed, this);
   if (previous_) previous_->next_ = this;
@@ -50,7 +51,7 @@ const std::shared_ptr<MainLoop>& MainLoop::shared() {
 
 void MainLoop::post(Job job) {
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     jobs_.push_back(std::move(job));
     changed_.notify_all();
     startOwnThread();
@@ -61,7 +62,7 @@ void MainLoop::post(Job job) {
 void MainLoop::retryOwnThreads() {
   std::vector<std::shared_ptr<MainLoop>> loops;  // released without the lock
   {
-    const std::lock_guard lock(listLock);
+    const LockGuard lock(listLock);
     try {
       loops.reserve(listedCount);
     } catch (const std::bad_alloc&) {
@@ -73,7 +74,7 @@ void MainLoop::retryOwnThreads() {
   }
   for (const auto& loop : loops) {
     if (!loop) continue;
-    const std::lock_guard lock(loop->mutex_);
+    const LockGuard lock(loop->mutex_);
     loop->startOwnThread();
   }
 }
@@ -90,37 +91,36 @@ void MainLoop::startOwnThread() {
   }
 }
 
-bool MainLoop::runOne(std::unique_lock<std::mutex>& lock) {
+bool MainLoop::runOne() {
   if (jobs_.empty()) return false;
   Job job = std::move(jobs_.front());
   jobs_.pop_front();
-  lock.unlock();
+  const UnlockGuard unlocked(mutex_);
   const auto* outer = std::exchange(loopOfJob, this);
   callOut("a job of the main queue", job);
   job = nullptr;
   loopOfJob = outer;
-  lock.lock();
   return true;
 }
 
 void MainLoop::serve() {
-  std::unique_lock lock(mutex_);
-  auto givesWay = [this] { return isAdopted_ || adopters_ > 0; };
-  auto isWanted = [&] { return givesWay() || !jobs_.empty(); };
-  while (changed_.wait_for(lock, kOwnThreadIdleTime, isWanted) && !givesWay()) runOne(lock);
+  const LockGuard lock(mutex_);
+  auto givesWay = [this]() OMBRIX_REQUIRES(mutex_) { return isAdopted_ || adopters_ > 0; };
+  auto isWanted = [&]() OMBRIX_REQUIRES(mutex_) { return givesWay() || !jobs_.empty(); };
+  while (changed_.wait_for(mutex_, kOwnThreadIdleTime, isWanted) && !givesWay()) runOne();
   ownThreadServes_ = false;
   changed_.notify_all();
 }
 
 // Waits for the job that the library's own thread is running: there is only one main thread. Until
 // `release` that thread stays away, whatever is handed back meanwhile.
-void MainLoop::adopt(std::unique_lock<std::mutex>& lock) {
+void MainLoop::adopt() {
   if (loopOfJob == this) fatalError("the main queue was pumped or run inside one of its own jobs");
   isAdopted_ = true;
   adopter_ = std::this_thread::get_id();
   ++adopters_;
   changed_.notify_all();
-  changed_.wait(lock, [this] { return !ownThreadServes_; });
+  changed_.wait(mutex_, [this]() OMBRIX_REQUIRES(mutex_) { return !ownThreadServes_; });
 }
 
 void MainLoop::release() {
@@ -129,10 +129,11 @@ void MainLoop::release() {
 }
 
 void MainLoop::run() {
-  std::unique_lock lock(mutex_);
-  adopt(lock);
+  UniqueLock lock(mutex_);
+  adopt();
+  const auto isNeeded = [this]() OMBRIX_REQUIRES(mutex_) { return isStopping_ || !jobs_.empty(); };
   while (!isStopping_) {
-    if (!runOne(lock)) changed_.wait(lock, [this] { return isStopping_ || !jobs_.empty(); });
+    if (!runOne()) changed_.wait(mutex_, isNeeded);
   }
   isStopping_ = false;
   isAdopted_ = false;
@@ -142,17 +143,17 @@ void MainLoop::run() {
 }
 
 void MainLoop::stop() {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   isStopping_ = true;
   changed_.notify_all();
 }
 
 bool MainLoop::pump() {
-  std::unique_lock lock(mutex_);
-  adopt(lock);
+  UniqueLock lock(mutex_);
+  adopt();
   std::size_t count = jobs_.size();
   const bool hasJobs = count > 0;
-  while (count-- > 0 && runOne(lock)) {
+  while (count-- > 0 && runOne()) {
   }
   release();
   lock.unlock();
@@ -162,7 +163,7 @@ bool MainLoop::pump() {
 
 void MainLoop::handBack() {
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     isAdopted_ = false;
     startOwnThread();
   }
@@ -170,7 +171,7 @@ void MainLoop::handBack() {
 }
 
 bool MainLoop::isMainThread() {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return (isAdopted_ || adopters_ > 0) && adopter_ == std::this_thread::get_id();
 }
 

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <condition_variable>
 #include <deque>
 #include <memory>
-#include <mutex>
 #include <thread>
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 
 namespace ombrix::platform {
 
@@ -55,24 +54,24 @@ class MainLoop final : public Executor, public std::enable_shared_from_this<Main
 
  private:
   void serve();
-  void adopt(std::unique_lock<std::mutex>& lock);
-  void release();
-  void startOwnThread();
-  bool runOne(std::unique_lock<std::mutex>& lock);
+  void adopt() OMBRIX_REQUIRES(mutex_);
+  void release() OMBRIX_REQUIRES(mutex_);
+  void startOwnThread() OMBRIX_REQUIRES(mutex_);
+  bool runOne() OMBRIX_REQUIRES(mutex_);
 
   void list();
 
   bool isListed_ = false;  // in the list of loops whose thread could not be started
   MainLoop* previous_ = nullptr;
   MainLoop* next_ = nullptr;
-  std::mutex mutex_;  // guards what follows
-  std::condition_variable changed_;
-  std::deque<Job> jobs_;
-  bool isAdopted_ = false;
-  std::thread::id adopter_;
-  unsigned adopters_ = 0;  // threads inside `run` or `pump`
-  bool ownThreadServes_ = false;
-  bool isStopping_ = false;
+  Mutex mutex_;
+  Condition changed_;
+  std::deque<Job> jobs_ OMBRIX_GUARDED_BY(mutex_);
+  bool isAdopted_ OMBRIX_GUARDED_BY(mutex_) = false;
+  std::thread::id adopter_ OMBRIX_GUARDED_BY(mutex_);
+  unsigned adopters_ OMBRIX_GUARDED_BY(mutex_) = 0;  // threads inside `run` or `pump`
+  bool ownThreadServes_ OMBRIX_GUARDED_BY(mutex_) = false;
+  bool isStopping_ OMBRIX_GUARDED_BY(mutex_) = false;
 };
 
 /// The default of the `mainExecutor` service: the shared `MainLoop`.

@@ -1,6 +1,5 @@
 #include "OmbrixPlatform/Concurrency/NSOperation.hpp"
 
-#include <mutex>
 #include <thread>
 #include <utility>
 
@@ -59,7 +58,7 @@ void NSOperation::cancel() {
   std::size_t unfinished = 0;
   {
     // Decided together, so that only one of this and the last dependency's end makes it ready.
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     before = flags_.fetch_or(kCancelled);
     unfinished = unfinishedDependencies_;
   }
@@ -72,12 +71,12 @@ void NSOperation::cancel() {
 void NSOperation::addDependency(const std::shared_ptr<NSOperation>& operation) {
   // Counted before the other operation knows about this one, so that its end is never missed.
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     dependencies_.push_back(operation);
     ++unfinishedDependencies_;
   }
   {
-    const std::lock_guard lock(operation->mutex_);
+    const LockGuard lock(operation->mutex_);
     if (operation->hasFinished_.load() == 0) {
       operation->dependants_.push_back(weak_from_this());
       return;
@@ -87,12 +86,12 @@ void NSOperation::addDependency(const std::shared_ptr<NSOperation>& operation) {
 }
 
 std::vector<std::shared_ptr<NSOperation>> NSOperation::dependencies() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return dependencies_;
 }
 
 void NSOperation::setCompletionBlock(std::function<void()> block) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   completionBlock_ = std::move(block);
 }
 
@@ -111,12 +110,12 @@ void NSOperation::waitUntilFinished() const {
 }
 
 std::string NSOperation::name() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return name_;
 }
 
 void NSOperation::setName(std::string name) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   name_.swap(name);
 }
 
@@ -189,7 +188,7 @@ void NSOperation::announceEnd(bool isLastAct) {
   std::shared_ptr<detail::OperationListener> listener;
   std::function<void()> completionBlock;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (hasFinished_.exchange(1) != 0) return;
     dependants.swap(dependants_);
     dependencies.swap(dependencies_);
@@ -209,7 +208,7 @@ void NSOperation::announceEnd(bool isLastAct) {
 
 void NSOperation::dependencyFinished() {
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (--unfinishedDependencies_ > 0 || isCancelled()) return;
   }
   const auto keepAlive = weak_from_this().lock();
@@ -228,7 +227,7 @@ void NSOperation::postFromStart(Job job) const {
 }
 
 NSOperation::Entered NSOperation::enter(std::shared_ptr<detail::OperationListener> queue) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (hasFinished_.load() != 0) return Entered::hasFinished;
   if (std::exchange(wasQueued_, true)) return Entered::again;
   queue_ = std::move(queue);
@@ -236,7 +235,7 @@ NSOperation::Entered NSOperation::enter(std::shared_ptr<detail::OperationListene
 }
 
 std::shared_ptr<detail::OperationListener> NSOperation::queue() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return queue_;
 }
 

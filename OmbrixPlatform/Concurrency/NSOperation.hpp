@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/InsideScope.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Observation/KeyValueObserving.hpp"
 
 namespace ombrix::platform {
@@ -195,14 +195,14 @@ class NSOperation : public KeyValueObserving<std::int64_t>,
   std::atomic<std::uint32_t> hasFinished_{0};
   std::atomic<QueuePriority> queuePriority_{QueuePriority::normal};
   detail::OperationEntry entry_;
-  mutable FutexLock mutex_;  // guards what follows
-  bool wasQueued_ = false;
+  mutable FutexLock mutex_;
+  bool wasQueued_ OMBRIX_GUARDED_BY(mutex_) = false;
   std::atomic<std::size_t> unfinishedDependencies_{0};  // changed under the lock
-  std::vector<std::shared_ptr<NSOperation>> dependencies_;
-  std::vector<std::weak_ptr<NSOperation>> dependants_;
-  std::shared_ptr<detail::OperationListener> queue_;
-  std::function<void()> completionBlock_;
-  std::string name_;
+  std::vector<std::shared_ptr<NSOperation>> dependencies_ OMBRIX_GUARDED_BY(mutex_);
+  std::vector<std::weak_ptr<NSOperation>> dependants_ OMBRIX_GUARDED_BY(mutex_);
+  std::shared_ptr<detail::OperationListener> queue_ OMBRIX_GUARDED_BY(mutex_);
+  std::function<void()> completionBlock_ OMBRIX_GUARDED_BY(mutex_);
+  std::string name_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::platform

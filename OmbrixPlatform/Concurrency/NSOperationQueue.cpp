@@ -2,15 +2,14 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <list>
-#include <mutex>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/Task.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
 namespace ombrix::platform {
@@ -88,7 +87,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     bool isFirst = false;
     Startable next;
     announce([&] {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       auto& entry = added.entry_;
       entry.operation = operation;
       entry.segment = &segments_.back();
@@ -115,7 +114,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     if (!operation.mayStart()) return;
     Startable next;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       const auto& entry = operation.entry_;
       if (!entry.operation || entry.isQueued) return;
       makeReady(operation);
@@ -129,7 +128,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     bool wasLast = false;
     Startable next;
     announce([&] {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       auto& entry = operation.entry_;
       removed = std::move(entry.operation);
       if (!removed) return;
@@ -157,12 +156,12 @@ class NSOperationQueue::State final : public detail::OperationListener,
   /// they are cancelled and finish.
   void queueIsGone() {
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       if (width_ != 0) return;
     }
     for (const auto& operation : operations()) operation->cancel();
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       width_ = kDefaultMaxConcurrentOperationCount;
     }
     pump();
@@ -170,7 +169,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
 
   void addBarrier(std::function<void()> block) {
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       segments_.back().barrier = std::move(block);
       segments_.back().hasBarrier = true;
       segments_.emplace_back();
@@ -179,7 +178,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
   }
 
   std::vector<std::shared_ptr<NSOperation>> operations() const {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     std::vector<std::shared_ptr<NSOperation>> operations;
     operations.reserve(count_);
     for (const auto* each = first_; each; each = each->entry_.next) {
@@ -189,45 +188,43 @@ class NSOperationQueue::State final : public detail::OperationListener,
   }
 
   void waitUntilEmpty() {
-    std::unique_lock lock(mutex_);
+    const LockGuard lock(mutex_);
     if (isEmpty()) return;
     if (isCalledFromInside()) {
       fatalError("a queue's operation or barrier waits for that queue to be empty");
     }
     detail::checkMayBlock();
     const ThreadPool::BlockingScope blocking;
-    const auto hasEmptied = [this] { return isEmpty(); };
+    const auto hasEmptied = [this]() OMBRIX_REQUIRES(mutex_) { return isEmpty(); };
     ++waiters_;
-    lock.unlock();
-    const bool isOver = detail::waitUntilWatched([&](auto interval) {
-      std::unique_lock waiting(mutex_);
-      return emptied_.wait_for(waiting, interval, hasEmptied);
-    });
-    lock.lock();
-    if (!isOver) emptied_.wait(lock, hasEmptied);
+    bool isOver = false;
+    {
+      const UnlockGuard unlocked(mutex_);
+      isOver = detail::waitUntilWatched([&](auto interval) {
+        const LockGuard waiting(mutex_);
+        return emptied_.wait_for(mutex_, interval, hasEmptied);
+      });
+    }
+    if (!isOver) emptied_.wait(mutex_, hasEmptied);
     --waiters_;
-  }
-
-  template <class Access>
-  auto locked(Access access) {
-    const std::lock_guard lock(mutex_);
-    return access(*this);
   }
 
   void pump() {
     Startable next;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       next = takeStartable();
     }
     start(std::move(next));
   }
 
-  std::string name_;
-  std::ptrdiff_t width_ = kDefaultMaxConcurrentOperationCount;
+  mutable FutexLock mutex_;
+  std::string name_ OMBRIX_GUARDED_BY(mutex_);
+  std::ptrdiff_t width_ OMBRIX_GUARDED_BY(mutex_) = kDefaultMaxConcurrentOperationCount;
   // The queue is never destroyed, so the pointer owns nothing and copying it counts nothing.
-  std::shared_ptr<DispatchQueue> target_{std::shared_ptr<void>(), &DispatchQueue::global()};
-  std::size_t count_ = 0;
+  std::shared_ptr<DispatchQueue> target_ OMBRIX_GUARDED_BY(mutex_){std::shared_ptr<void>(),
+                                                                   &DispatchQueue::global()};
+  std::size_t count_ OMBRIX_GUARDED_BY(mutex_) = 0;
 
  private:
   // The next operation or barrier to start, taken off the queue; at most one of the two is set, and
@@ -239,7 +236,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     bool isFollowed = false;  // more operations may start after it
   };
 
-  bool mayStartOperation(const detail::OperationSegment& segment) const {
+  bool mayStartOperation(const detail::OperationSegment& segment) const OMBRIX_REQUIRES(mutex_) {
     return segment.firstReady() && (width_ < 0 || running_ < static_cast<std::size_t>(width_));
   }
 
@@ -247,7 +244,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
     return static_cast<std::size_t>(8 - static_cast<int>(priority)) / 4;
   }
 
-  void makeReady(NSOperation& operation) {
+  void makeReady(NSOperation& operation) OMBRIX_REQUIRES(mutex_) {
     auto& entry = operation.entry_;
     entry.isQueued = true;
     entry.rank = rankOf(operation.queuePriority());
@@ -256,15 +253,15 @@ class NSOperationQueue::State final : public detail::OperationListener,
     (entry.readyBefore ? entry.readyBefore->entry_.readyAfter : ready.first) = &operation;
   }
 
-  void unlinkReady(NSOperation& operation) {
+  void unlinkReady(NSOperation& operation) OMBRIX_REQUIRES(mutex_) {
     const auto& entry = operation.entry_;
     auto& ready = entry.segment->ready[entry.rank];
     (entry.readyBefore ? entry.readyBefore->entry_.readyAfter : ready.first) = entry.readyAfter;
     (entry.readyAfter ? entry.readyAfter->entry_.readyBefore : ready.last) = entry.readyBefore;
   }
 
-  /// Called with the lock held, after each change that may allow a start.
-  Startable takeStartable() {
+  /// Called after each change that may allow a start.
+  Startable takeStartable() OMBRIX_REQUIRES(mutex_) {
     Startable next;
     auto& segment = segments_.front();
     if (mayStartOperation(segment)) {
@@ -302,7 +299,7 @@ class NSOperationQueue::State final : public detail::OperationListener,
       }
       if (!next.isFollowed) return;
       next = Startable();
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       next = takeStartable();
     }
   }
@@ -327,14 +324,14 @@ class NSOperationQueue::State final : public detail::OperationListener,
   void barrierFinished() {
     std::list<detail::OperationSegment> finished;  // releases the block's captures without the lock
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       finished.splice(finished.end(), segments_, segments_.begin());
       notifyIfEmpty();
     }
     pump();
   }
 
-  bool isCalledFromInside() const {
+  bool isCalledFromInside() const OMBRIX_REQUIRES(mutex_) {
     using detail::InsideScope;
     if (!InsideScope::isInsideAny()) return false;
     if (InsideScope::isInside(this)) return true;
@@ -345,12 +342,12 @@ class NSOperationQueue::State final : public detail::OperationListener,
   }
 
   bool holds(const NSOperation& operation) const {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return operation.entry_.operation != nullptr;
   }
 
-  bool isEmpty() const { return count_ == 0 && segments_.size() == 1; }
-  void notifyIfEmpty() {
+  bool isEmpty() const OMBRIX_REQUIRES(mutex_) { return count_ == 0 && segments_.size() == 1; }
+  void notifyIfEmpty() OMBRIX_REQUIRES(mutex_) {
     if (waiters_ > 0 && isEmpty()) emptied_.notify_all();
   }
 
@@ -372,13 +369,12 @@ class NSOperationQueue::State final : public detail::OperationListener,
 
   std::weak_ptr<NSOperationQueue> queue_;
   std::atomic<bool> isObserved_{false};  // the queue object is, or was
-  mutable FutexLock mutex_;              // guards what follows, and what stands above with the name
-  std::condition_variable_any emptied_;
-  std::size_t waiters_ = 0;
-  NSOperation* first_ = nullptr;
-  NSOperation* last_ = nullptr;
-  std::list<detail::OperationSegment> segments_{1};
-  std::size_t running_ = 0;
+  AnyCondition emptied_;
+  std::size_t waiters_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  NSOperation* first_ OMBRIX_GUARDED_BY(mutex_) = nullptr;
+  NSOperation* last_ OMBRIX_GUARDED_BY(mutex_) = nullptr;
+  std::list<detail::OperationSegment> segments_ OMBRIX_GUARDED_BY(mutex_){1};
+  std::size_t running_ OMBRIX_GUARDED_BY(mutex_) = 0;
 };
 
 std::shared_ptr<NSOperationQueue> NSOperationQueue::make(std::string name) {
@@ -394,25 +390,33 @@ NSOperationQueue::NSOperationQueue(Passkey, std::string name) : state_(std::make
 NSOperationQueue::~NSOperationQueue() { state_->queueIsGone(); }
 
 std::string NSOperationQueue::name() const {
-  return state_->locked([](State& state) { return state.name_; });
+  const LockGuard lock(state_->mutex_);
+  return state_->name_;
 }
 void NSOperationQueue::setName(std::string name) {
-  state_->locked([&](State& state) { state.name_.swap(name); });
+  const LockGuard lock(state_->mutex_);
+  state_->name_.swap(name);
 }
 
 std::ptrdiff_t NSOperationQueue::maxConcurrentOperationCount() const {
-  return state_->locked([](State& state) { return state.width_; });
+  const LockGuard lock(state_->mutex_);
+  return state_->width_;
 }
 void NSOperationQueue::setMaxConcurrentOperationCount(std::ptrdiff_t count) {
-  state_->locked([&](State& state) { state.width_ = count; });
+  {
+    const LockGuard lock(state_->mutex_);
+    state_->width_ = count;
+  }
   state_->pump();
 }
 
 std::shared_ptr<DispatchQueue> NSOperationQueue::underlyingQueue() const {
-  return state_->locked([](State& state) { return state.target_; });
+  const LockGuard lock(state_->mutex_);
+  return state_->target_;
 }
 void NSOperationQueue::setUnderlyingQueue(std::shared_ptr<DispatchQueue> queue) {
-  state_->locked([&](State& state) { state.target_.swap(queue); });
+  const LockGuard lock(state_->mutex_);
+  state_->target_.swap(queue);
 }
 
 void NSOperationQueue::addOperation(std::shared_ptr<NSOperation> operation) {
@@ -441,7 +445,8 @@ std::vector<std::shared_ptr<NSOperation>> NSOperationQueue::operations() const {
 }
 
 std::size_t NSOperationQueue::operationCount() const {
-  return state_->locked([](State& state) { return state.count_; });
+  const LockGuard lock(state_->mutex_);
+  return state_->count_;
 }
 
 bool NSOperationQueue::contains(const NSOperation& operation) const {

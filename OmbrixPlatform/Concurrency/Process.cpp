@@ -5,11 +5,11 @@
 
 #include <atomic>
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 #include <vector>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform {
 namespace {
@@ -22,8 +22,8 @@ constinit thread_local unsigned depth = 0;
 unsigned ownPasses() noexcept { return depth > 0 ? 1 : 0; }
 
 struct Endings {
-  ForkSafe<std::mutex> mutex;
-  std::vector<std::pair<pid_t, void (*)()>> functions;
+  ForkSafe<Mutex> mutex;
+  std::vector<std::pair<pid_t, void (*)()>> functions OMBRIX_GUARDED_BY(mutex);
 };
 
 constinit std::atomic<bool> isExiting{false};
@@ -38,7 +38,7 @@ void runAll() {
   while (true) {
     std::pair<pid_t, void (*)()> last;
     {
-      const std::lock_guard lock(endings().mutex);
+      const LockGuard lock(endings().mutex);
       if (endings().functions.empty()) return;
       last = endings().functions.back();
       endings().functions.pop_back();
@@ -60,7 +60,8 @@ struct ForkHandler::All {
     isForking.notify_all();
   }
 
-  static void enterChild() {
+  // Unchecked: the child has one thread.
+  static void enterChild() OMBRIX_NO_THREAD_SAFETY_ANALYSIS {
     ++forks;
     inside = ownPasses();
     isForking = 0;
@@ -69,8 +70,8 @@ struct ForkHandler::All {
 
   static int watch() { return ::pthread_atfork(waitForOthers, end, enterChild); }
 
-  static inline constinit ForkSafe<FutexLock> lock;  // guards the list
-  static inline constinit ForkHandler* handlers = nullptr;
+  static inline constinit ForkSafe<FutexLock> lock;
+  static inline constinit ForkHandler* handlers OMBRIX_GUARDED_BY(lock) = nullptr;
   static const int isWatching;  // initialised before any thread is inside
 };
 
@@ -96,19 +97,19 @@ void ForkGate::leave() noexcept {
 unsigned forkDepth() noexcept { return forks.load(std::memory_order_relaxed); }
 
 ForkHandler::ForkHandler(std::function<void()> inChild) : inChild_(std::move(inChild)) {
-  const std::lock_guard guard(All::lock);
+  const LockGuard guard(All::lock);
   next_ = std::exchange(All::handlers, this);
   if (next_ != nullptr) next_->previous_ = this;
 }
 
 ForkHandler::~ForkHandler() {
-  const std::lock_guard guard(All::lock);
+  const LockGuard guard(All::lock);
   (previous_ != nullptr ? previous_->next_ : All::handlers) = next_;
   if (next_ != nullptr) next_->previous_ = previous_;
 }
 
 void atExit(void (*function)()) {
-  const std::lock_guard lock(endings().mutex);
+  const LockGuard lock(endings().mutex);
   if (endings().functions.empty()) std::atexit(runAll);
   endings().functions.emplace_back(::getpid(), function);
 }

@@ -2,6 +2,8 @@
 
 #include <functional>
 
+#include "OmbrixPlatform/Locks/ThreadSafety.hpp"
+
 namespace ombrix::platform {
 
 /// Registers a function to call when the process ends normally (main returns, or
@@ -36,13 +38,13 @@ class ForkGate {
 /// A lock whose holder is inside the gate: no child finds it locked by a thread that does not exist
 /// there.
 template <class Lock>
-class ForkSafe {
+class OMBRIX_CAPABILITY("lock") ForkSafe {
  public:
-  void lock() noexcept {
+  void lock() noexcept OMBRIX_ACQUIRE() {
     ForkGate::enter();
     lock_.lock();
   }
-  void unlock() noexcept {
+  void unlock() noexcept OMBRIX_RELEASE() {
     lock_.unlock();
     ForkGate::leave();
   }

@@ -1,14 +1,13 @@
 #include "OmbrixPlatform/Concurrency/Serial.hpp"
 
 #include <deque>
-#include <mutex>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Detail/ThreadShortage.hpp"
 #include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix::platform {
@@ -24,7 +23,7 @@ struct Serial::State : std::enable_shared_from_this<State> {
   void enqueue(Job job) {
     bool isSubmitted = false;
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       waiting.push_back(std::move(job));
       isSubmitted = word.exchange(kQueued, std::memory_order_acq_rel) != kIdle;
     }
@@ -43,7 +42,7 @@ struct Serial::State : std::enable_shared_from_this<State> {
       Job job;
       std::shared_ptr<State> released;
       {
-        const std::lock_guard lock(mutex);
+        const LockGuard lock(mutex);
         if (waiting.empty()) {
           word.store(kIdle, std::memory_order_release);
           released.swap(keptByItself);
@@ -62,7 +61,7 @@ struct Serial::State : std::enable_shared_from_this<State> {
   /// The executor was destroyed. A running section still needs the state, so the state owns itself
   /// until the section has ended and a drain finds nothing left.
   void executorIsGone() {
-    const std::lock_guard lock(mutex);
+    const LockGuard lock(mutex);
     if (word.load(std::memory_order_acquire) == kIdle) return;
     keptByItself = shared_from_this();
     if (word.exchange(kQueued, std::memory_order_acq_rel) != kIdle) return;
@@ -72,8 +71,8 @@ struct Serial::State : std::enable_shared_from_this<State> {
 
   std::atomic<std::uint32_t> word{kIdle};
   FutexLock mutex;
-  std::deque<Job> waiting;
-  std::shared_ptr<State> keptByItself;
+  std::deque<Job> waiting OMBRIX_GUARDED_BY(mutex);
+  std::shared_ptr<State> keptByItself OMBRIX_GUARDED_BY(mutex);
 };
 
 namespace {

@@ -44,12 +44,12 @@ void BlockingWait::wait() {
 }
 
 bool TaskStateBase::isFinished() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return isFinished_;
 }
 
 bool TaskStateBase::addWaiter(TaskWaiter& waiter) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (isFinished_) return false;
   waiter.isListed = true;
   waiter.previous = std::exchange(last_, &waiter);
@@ -58,7 +58,7 @@ bool TaskStateBase::addWaiter(TaskWaiter& waiter) {
 }
 
 bool TaskStateBase::removeWaiter(TaskWaiter& waiter) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (isFinished_ || !std::exchange(waiter.isListed, false)) return false;
   (waiter.previous ? waiter.previous->next : first_) = waiter.next;
   (waiter.next ? waiter.next->previous : last_) = waiter.previous;
@@ -67,11 +67,13 @@ bool TaskStateBase::removeWaiter(TaskWaiter& waiter) {
 
 // Once the flag is set no thread changes the list; a waiter may be destroyed once it was called.
 void TaskStateBase::finish() {
+  TaskWaiter* waiter = nullptr;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     isFinished_ = true;
+    waiter = first_;
   }
-  for (auto* waiter = first_; waiter;) {
+  while (waiter) {
     const auto resumption = waiter->resumption;
     waiter = waiter->next;
     resumption();

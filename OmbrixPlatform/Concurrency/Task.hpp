@@ -5,13 +5,12 @@
 #include <coroutine>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <stop_token>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Async.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix::platform {
 
@@ -49,10 +48,10 @@ class TaskStateBase {
   TaskContext context_;
 
  private:
-  mutable FutexLock mutex_;  // guards what follows
-  bool isFinished_ = false;
-  TaskWaiter* first_ = nullptr;
-  TaskWaiter* last_ = nullptr;
+  mutable FutexLock mutex_;
+  bool isFinished_ OMBRIX_GUARDED_BY(mutex_) = false;
+  TaskWaiter* first_ OMBRIX_GUARDED_BY(mutex_) = nullptr;
+  TaskWaiter* last_ OMBRIX_GUARDED_BY(mutex_) = nullptr;
 };
 
 template <class T>

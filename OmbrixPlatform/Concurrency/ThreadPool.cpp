@@ -91,17 +91,18 @@ ThreadPool& ThreadPool::shared() {
   static ThreadPool& pool = *new ThreadPool;
   // A forked child leaks the old pool: its lock may be held, its threads no longer exist, and its
   // jobs belong to the parent.
-  [[maybe_unused]] static const auto& onFork = *new ForkHandler([] {
-    ::new (static_cast<void*>(&pool)) ThreadPool;
-    isForked = true;
-    if (!worker) return;
-    worker->threadID = ::gettid();
-    worker->previous = worker->next = nullptr;
-    ::new (static_cast<void*>(&worker->following)) Posted;
-    pool.workers_ = worker;
-    pool.threads_ = 1;
-    pool.blocked_ = worker->isBusy ? 0 : 1;
-  });
+  [[maybe_unused]] static const auto& onFork =
+      *new ForkHandler([]() OMBRIX_NO_THREAD_SAFETY_ANALYSIS {  // there is one thread
+        ::new (static_cast<void*>(&pool)) ThreadPool;
+        isForked = true;
+        if (!worker) return;
+        worker->threadID = ::gettid();
+        worker->previous = worker->next = nullptr;
+        ::new (static_cast<void*>(&worker->following)) Posted;
+        pool.workers_ = worker;
+        pool.threads_ = 1;
+        pool.blocked_ = worker->isBusy ? 0 : 1;
+      });
   return pool;
 }
 
@@ -149,21 +150,23 @@ ThreadPool::ThreadPool()
     : width_(std::max<std::size_t>(std::thread::hardware_concurrency(), kMinimumWidth)) {}
 
 std::size_t ThreadPool::threadCount() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return threads_;
 }
 
 void ThreadPool::post(Job&& job, DispatchPriority priority, const void* inside) {
   const auto lane = laneOf(priority);
+  Parking* woken = nullptr;
   {
-    Lock lock(lock_);
+    const LockGuard lock(lock_);
     push(lane, {std::move(job), inside});
     if (isJobEnding && blockingDepth == 0) {
       owesWake = true;
     } else {
-      ensureThread(lock);
+      woken = ensureThread();
     }
   }
+  if (woken) woken->wake();
   detail::retryAfterShortage();
 }
 
@@ -184,7 +187,7 @@ void ThreadPool::push(std::size_t lane, Posted&& posted) {
 }
 
 bool ThreadPool::ensureWatch() {
-  const Lock lock(lock_);
+  const LockGuard lock(lock_);
   ensureWatcher();
   return watcherExists_;
 }
@@ -198,19 +201,18 @@ bool ThreadPool::hasMoreUrgentThan(DispatchPriority priority) const noexcept {
   return (lanesWaiting_.load(std::memory_order_relaxed) & higher) != 0;
 }
 
-// Called with the lock held and jobs waiting; may release the lock.
-void ThreadPool::ensureThread(Lock& lock) {
-  if (isWaking_) return;  // the woken thread sees to the jobs behind the one it takes
+// Called with jobs waiting; returns the thread that the caller must wake without the lock.
+ThreadPool::Parking* ThreadPool::ensureThread() {
+  if (isWaking_) return nullptr;  // the woken thread sees to the jobs behind the one it takes
   if (Parking* const parking = parked_) {
     parked_ = parking->next;
     parking->isChosen = true;
     --idle_;
     isWaking_ = true;
-    lock.unlock();
-    parking->wake();
-  } else if (active() >= width_ || !spawn() || !watcherExists_) {
-    ensureWatcher();
+    return parking;
   }
+  if (active() >= width_ || !spawn() || !watcherExists_) ensureWatcher();
+  return nullptr;
 }
 
 // The watcher exists from the first job on: without it, nothing would retry to create a thread once
@@ -268,51 +270,53 @@ void ThreadPool::work() {
   Worker self;
   self.threadID = ::gettid();
   worker = &self;
-  Lock lock(lock_);
+  const LockGuard lock(lock_);
   self.next = std::exchange(workers_, &self);
   if (self.next) self.next->previous = &self;
   do {
     Posted posted;
     while (takeJob(posted)) {
       self.isBusy = true;
-      if (waiting_ > 0) ensureThread(lock);
-      if (lock.owns_lock()) lock.unlock();
-      for (;;) {
-        {
-          const detail::InsideScope scope(posted.inside);
-          runsJob = true;
-          callOut("a job", posted.job);
-          posted.job = nullptr;  // release its captures outside the lock
-          runsJob = isJobEnding = false;
+      Parking* const woken = waiting_ > 0 ? ensureThread() : nullptr;
+      {
+        const UnlockGuard unlocked(lock_);
+        if (woken) woken->wake();
+        for (;;) {
+          {
+            const detail::InsideScope scope(posted.inside);
+            runsJob = true;
+            callOut("a job", posted.job);
+            posted.job = nullptr;  // release its captures outside the lock
+            runsJob = isJobEnding = false;
+          }
+          if (!self.following.job) break;
+          posted = std::move(self.following);
+          currentLane = self.laneOfFollowing;
         }
-        if (!self.following.job) break;
-        posted = std::move(self.following);
-        currentLane = self.laneOfFollowing;
       }
-      lock.lock();
       self.isBusy = false;
       owesWake = false;  // this thread looks itself
     }
-  } while (park(lock));
+  } while (park());
   (self.previous ? self.previous->next : workers_) = self.next;
   if (self.next) self.next->previous = self.previous;
   worker = nullptr;  // code that runs at the end of the thread is no longer part of the pool
 }
 
 // False when the thread should end.
-bool ThreadPool::park(Lock& lock) {
+bool ThreadPool::park() {
   Parking parking;
   parking.next = std::exchange(parked_, &parking);
   ++idle_;
   const bool isSurplus = threads_ > width_;
-  lock.unlock();
-  parking.sleep(isSurplus ? std::optional(kSurplusIdleTime) : std::nullopt);
-  lock.lock();
+  {
+    const UnlockGuard unlocked(lock_);
+    parking.sleep(isSurplus ? std::optional(kSurplusIdleTime) : std::nullopt);
+  }
   if (parking.isChosen) {
     if (isSurplus) {  // its time may have passed just then
-      lock.unlock();
+      const UnlockGuard unlocked(lock_);
       parking.sleep(std::nullopt);
-      lock.lock();
     }
     isWaking_ = false;
     return true;
@@ -373,14 +377,14 @@ void ThreadPool::watchForStalls() {
   unsigned quietChecks = 0;
   std::chrono::milliseconds interval = kStallCheckInterval;
   std::vector<int> busy;
-  Lock lock(lock_);
+  UniqueLock lock(lock_);
   for (;;) {
     const bool isShort = detail::isShortOfThreads;
     quietChecks = waiting_ == 0 && !isShort ? quietChecks + 1 : 0;
     if (quietChecks > kQuietChecks) {
       stalls.forget();
       watcherSleeps_ = true;
-      saturated_.wait(lock, [this] { return !watcherSleeps_; });
+      saturated_.wait(lock_, [this]() OMBRIX_REQUIRES(lock_) { return !watcherSleeps_; });
       quietChecks = 0;
     }
     busy.clear();
@@ -410,18 +414,22 @@ ThreadPool::BlockingScope::BlockingScope() : isInPool_(worker && blockingDepth++
   if (!isInPool_) return;
   isJobEnding = owesWake = false;
   ThreadPool& pool = shared();
-  Lock lock(pool.lock_);
-  ++pool.blocked_;
-  worker->isBusy = false;
-  if (worker->following.job) pool.push(worker->laneOfFollowing, std::move(worker->following));
-  if (pool.waiting_ > 0) pool.ensureThread(lock);
+  Parking* woken = nullptr;
+  {
+    const LockGuard lock(pool.lock_);
+    ++pool.blocked_;
+    worker->isBusy = false;
+    if (worker->following.job) pool.push(worker->laneOfFollowing, std::move(worker->following));
+    if (pool.waiting_ > 0) woken = pool.ensureThread();
+  }
+  if (woken) woken->wake();
 }
 
 ThreadPool::BlockingScope::~BlockingScope() {
   if (worker) --blockingDepth;
   if (!isInPool_) return;
   ThreadPool& pool = shared();
-  const std::lock_guard lock(pool.lock_);
+  const LockGuard lock(pool.lock_);
   --pool.blocked_;
   worker->isBusy = true;
 }

@@ -2,14 +2,13 @@
 
 #include <array>
 #include <atomic>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <mutex>
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix::platform {
 
@@ -85,7 +84,6 @@ class ThreadPool final {
 
   class Parking;
   class Stalls;
-  using Lock = std::unique_lock<FutexLock>;
 
   struct Posted {
     Job job;
@@ -106,28 +104,32 @@ class ThreadPool final {
   ThreadPool();
   void work();
   void watchForStalls();
-  void ensureWatcher();
-  void push(std::size_t lane, Posted&& posted);
-  void ensureThread(Lock& lock);
-  bool spawn();
-  bool park(Lock& lock);
-  bool takeJob(Posted& posted);
-  [[nodiscard]] std::size_t active() const { return threads_ - idle_ - blocked_; }
+  void ensureWatcher() OMBRIX_REQUIRES(lock_);
+  void push(std::size_t lane, Posted&& posted) OMBRIX_REQUIRES(lock_);
+  [[nodiscard]] Parking* ensureThread() OMBRIX_REQUIRES(lock_);
+  bool spawn() OMBRIX_REQUIRES(lock_);
+  bool park() OMBRIX_REQUIRES(lock_);
+  bool takeJob(Posted& posted) OMBRIX_REQUIRES(lock_);
+  [[nodiscard]] std::size_t active() const OMBRIX_REQUIRES(lock_) {
+    return threads_ - idle_ - blocked_;
+  }
 
-  mutable FutexLock lock_;  // guards what follows
-  std::array<std::deque<Posted>, kLanes> lanes_;
-  std::atomic<unsigned> lanesWaiting_{0};      // a bit for each; read without the lock
-  std::array<unsigned, kLanes> passedOver_{};  // jobs of higher lanes taken since its turn
-  std::size_t waiting_ = 0;
-  std::size_t threads_ = 0;
-  std::size_t idle_ = 0;  // parked
-  Worker* workers_ = nullptr;
-  Parking* parked_ = nullptr;  // the last one to park first
-  bool isWaking_ = false;      // a woken thread has not yet looked for a job
-  std::size_t blocked_ = 0;    // threads that announced it
-  bool watcherExists_ = false;
-  bool watcherSleeps_ = false;
-  std::condition_variable_any saturated_;
+  mutable FutexLock lock_;
+  std::array<std::deque<Posted>, kLanes> lanes_ OMBRIX_GUARDED_BY(lock_);
+  std::atomic<unsigned> lanesWaiting_{0};  // a bit for each; read without the lock
+  // Jobs of higher lanes taken since its turn.
+  std::array<unsigned, kLanes> passedOver_ OMBRIX_GUARDED_BY(lock_){};
+  std::size_t waiting_ OMBRIX_GUARDED_BY(lock_) = 0;
+  std::size_t threads_ OMBRIX_GUARDED_BY(lock_) = 0;
+  std::size_t idle_ OMBRIX_GUARDED_BY(lock_) = 0;  // parked
+  Worker* workers_ OMBRIX_GUARDED_BY(lock_) = nullptr;
+  Parking* parked_ OMBRIX_GUARDED_BY(lock_) = nullptr;  // the last one to park first
+  // A woken thread has not yet looked for a job.
+  bool isWaking_ OMBRIX_GUARDED_BY(lock_) = false;
+  std::size_t blocked_ OMBRIX_GUARDED_BY(lock_) = 0;  // threads that announced it
+  bool watcherExists_ OMBRIX_GUARDED_BY(lock_) = false;
+  bool watcherSleeps_ OMBRIX_GUARDED_BY(lock_) = false;
+  AnyCondition saturated_;
   const std::size_t width_;
 };
 

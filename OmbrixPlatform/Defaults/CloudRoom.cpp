@@ -16,7 +16,7 @@ bool CloudRoom::take(const PropertyList& value, std::string_view key,
   constexpr std::size_t kReserveBytes = 16 * 1024;
   const auto most = mostBytesOf(value, key);
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (most && keys_ > 0 && bytes_ >= *most) {
       --keys_;
       bytes_ -= *most;
@@ -28,7 +28,7 @@ bool CloudRoom::take(const PropertyList& value, std::string_view key,
   const std::size_t keys = values.size();
   const std::size_t bytes = PropertyListSerialization::write(std::move(values)).size();
   if (keys > kMaxKeys || bytes > kMaxBytes) return false;
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   keys_ = (kMaxKeys - keys) / 2;
   bytes_ = (kMaxBytes - std::min(kMaxBytes, bytes + kReserveBytes)) / 2;
   return true;

@@ -101,13 +101,13 @@ void DictionaryFile::checkEncodable(std::string_view key, const PropertyList& va
 
 DictionaryFile::Outcome DictionaryFile::refresh(Look look) {
   Outcome outcome;
-  std::unique_lock mutex(mutex_, std::defer_lock);
   if (look != Look::ifFree) {
-    mutex.lock();
-  } else if (!mutex.try_lock()) {
+    mutex_.lock();
+  } else if (!mutex_.try_lock()) {
     outcome.wasBusy = true;
     return outcome;
   }
+  const LockGuard mutex(mutex_, std::adopt_lock);
   const bool force = look == Look::inContents;
   if (load(force, outcome) == Loaded::damaged) {
     // Somebody may be putting it right: look again while nobody can.
@@ -123,7 +123,7 @@ DictionaryFile::Outcome DictionaryFile::write(const std::vector<Edit>& edits) {
 
 DictionaryFile::Outcome DictionaryFile::update(const Decide& decide, IfUnsaved ifUnsaved) {
   Outcome outcome;
-  const std::lock_guard mutex(mutex_);
+  const LockGuard mutex(mutex_);
   const ThreadPool::BlockingScope blocking;
   const auto locked = lock(kLockTimeout, outcome);
   const auto loaded = locked ? loadLocked(false, outcome) : Loaded::unreadable;
@@ -150,12 +150,12 @@ DictionaryFile::Outcome DictionaryFile::update(const Decide& decide, IfUnsaved i
 }
 
 DictionaryFile::Contents DictionaryFile::contents() const {
-  const std::lock_guard mutex(mutex_);
+  const LockGuard mutex(mutex_);
   return {contents_, sequence_};
 }
 
 bool DictionaryFile::isSaved() const {
-  const std::lock_guard mutex(mutex_);
+  const LockGuard mutex(mutex_);
   return unsaved_.empty();
 }
 

@@ -1,7 +1,5 @@
 #include <atomic>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 
@@ -9,6 +7,7 @@
 #include "OmbrixPlatform/Defaults/Detail/CloudRoom.hpp"
 #include "OmbrixPlatform/Defaults/NSUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 
 namespace ombrix::platform {
@@ -20,28 +19,28 @@ class Calls {
   template <class Call>
   void make(Call call) {
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       if (isClosed_) return;
       ++running_;
     }
     call();
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     --running_;
     ended_.notify_all();
   }
 
   void close() {
     const ThreadPool::BlockingScope blocking;
-    std::unique_lock lock(mutex_);
+    const LockGuard lock(mutex_);
     isClosed_ = true;
-    ended_.wait(lock, [this] { return running_ == 0; });
+    ended_.wait(mutex_, [this]() OMBRIX_REQUIRES(mutex_) { return running_ == 0; });
   }
 
  private:
-  std::mutex mutex_;
-  std::condition_variable ended_;
-  int running_ = 0;
-  bool isClosed_ = false;
+  Mutex mutex_;
+  Condition ended_;
+  int running_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  bool isClosed_ OMBRIX_GUARDED_BY(mutex_) = false;
 };
 
 /// A domain of user defaults of its own is all the store there is.

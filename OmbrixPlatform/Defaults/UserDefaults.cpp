@@ -27,13 +27,13 @@ std::optional<PropertyList> UserDefaults::objectForKey(std::string_view key) con
 }
 
 std::optional<PropertyList> UserDefaults::valueForKey(std::string_view key) const {
-  const std::lock_guard lock(state_->mutex);
+  const LockGuard lock(state_->mutex);
   return detail::copyOf(state_->find(key, true));
 }
 
 std::optional<PropertyList> UserDefaults::explicitObjectForKey(std::string_view key) const {
   state_->beFresh();
-  const std::lock_guard lock(state_->mutex);
+  const LockGuard lock(state_->mutex);
   return detail::copyOf(state_->find(key, false));
 }
 
@@ -86,7 +86,7 @@ std::optional<std::vector<std::string>> UserDefaults::stringArrayForKey(
 
 UserDefaults::Dictionary UserDefaults::dictionaryRepresentation() const {
   auto all = persistentDomain();
-  const std::lock_guard lock(state_->mutex);
+  const LockGuard lock(state_->mutex);
   for (const auto& [key, value] : state_->defaults) {
     if (!all.contains(key)) all.set(key, value);
   }
@@ -96,7 +96,7 @@ UserDefaults::Dictionary UserDefaults::dictionaryRepresentation() const {
 
 UserDefaults::Dictionary UserDefaults::persistentDomain() const {
   state_->beFresh();
-  const std::lock_guard lock(state_->mutex);
+  const LockGuard lock(state_->mutex);
   Dictionary domain;
   for (const auto& [key, entry] : state_->stored) {
     if (entry.value) domain.set(key, *entry.value);
@@ -123,20 +123,20 @@ bool UserDefaults::synchronize() {
 
 void UserDefaults::setErrorHandler(ErrorHandler handler) {
   const ForkGate::Pass pass;
-  const std::lock_guard lock(state_->mutex);
+  const LockGuard lock(state_->mutex);
   if (!state_->hasOwnErrorHandler) state_->onError = std::move(handler);
 }
 
 void UserDefaults::registerDefaults(const Dictionary& defaults) {
   const ForkGate::Pass pass;
-  const std::lock_guard lock(state_->mutex);
+  const LockGuard lock(state_->mutex);
   for (const auto& [key, value] : defaults) state_->defaults.set(key, value);
   state_->revision.store(State::nextRevision(), std::memory_order_release);
 }
 
 void UserDefaults::setArguments(Dictionary arguments) {
   const ForkGate::Pass pass;
-  const std::lock_guard lock(state_->mutex);
+  const LockGuard lock(state_->mutex);
   state_->arguments = std::move(arguments);
   state_->revision.store(State::nextRevision(), std::memory_order_release);
 }

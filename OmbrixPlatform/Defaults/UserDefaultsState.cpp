@@ -65,14 +65,14 @@ void UserDefaults::State::take(const DictionaryFile::Outcome& outcome) {
 
 /// Whether this process has set the key since, so that nobody ever reads the other one's value.
 bool UserDefaults::State::isOverruled(const DictionaryFile::Change& change) {
-  const std::lock_guard lock(mutex);
+  const LockGuard lock(mutex);
   const auto known = stored.find(change.key);
   return known != stored.end() && (known->second.edit != 0 || known->second.own >= change.sequence);
 }
 
 void UserDefaults::State::show(const DictionaryFile::Change& change) {
   const ForkGate::Pass pass;
-  const std::lock_guard lock(mutex);
+  const LockGuard lock(mutex);
   auto& entry = stored[change.key];
   if (entry.edit != 0 || entry.sequence >= change.sequence) return;
   entry.value = change.value;
@@ -84,7 +84,7 @@ void UserDefaults::State::show(const DictionaryFile::Change& change) {
 void UserDefaults::State::showAll() {
   const auto contents = file.contents();
   const ForkGate::Pass pass;
-  const std::lock_guard lock(mutex);
+  const LockGuard lock(mutex);
   const auto showNow = [&](Stored& entry, const PropertyList* value) {
     if (entry.edit != 0 || entry.sequence >= contents.sequence) return;
     entry.value = detail::copyOf(value);
@@ -104,7 +104,7 @@ void UserDefaults::State::report(const std::vector<std::string>& errors) {
     ErrorHandler handler;
     {
       const ForkGate::Pass pass;
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       const auto told = toldErrors.find(error);
       if (told != toldErrors.end() && now - told->second < kErrorInterval) continue;
       if (toldErrors.size() >= kMaximumToldErrors) toldErrors.clear();
@@ -125,7 +125,7 @@ void UserDefaults::State::load() {
   if (hasLoaded.load(std::memory_order_acquire)) return;
   std::vector<std::string> errors;
   {
-    const std::lock_guard lock(loadMutex);
+    const LockGuard lock(loadMutex);
     if (hasLoaded.load(std::memory_order_acquire)) return;
     auto outcome = file.refresh(Look::always);
     for (const auto& change : outcome.changes) show(change);
@@ -135,7 +135,7 @@ void UserDefaults::State::load() {
   report(errors);
 }
 
-/// The value in the first domain that has the key. With the lock held.
+/// The value in the first domain that has the key.
 const PropertyList* UserDefaults::State::find(std::string_view key, bool withDefaults) const {
   if (const auto* value = arguments.find(key)) return value;
   if (const auto it = stored.find(key); it != stored.end() && it->second.value) {

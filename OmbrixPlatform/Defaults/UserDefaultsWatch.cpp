@@ -12,7 +12,7 @@ using Look = DictionaryFile::Look;
 }  // namespace
 
 void UserDefaults::State::makeQueue() {
-  const std::lock_guard lock(watchMutex);
+  const LockGuard lock(watchMutex);
   if (queue) return;
   queue = DispatchQueue::serial(path.stem().string() + ".defaults", QualityOfService::utility);
 }
@@ -30,7 +30,7 @@ void UserDefaults::State::watch() {
   makeQueue();
   std::string failure;
   {
-    const std::lock_guard lock(watchMutex);
+    const LockGuard lock(watchMutex);
     if (watchToken) return;
     try {
       watchToken = watchFolderOf(path);
@@ -53,7 +53,7 @@ void UserDefaults::State::watch() {
 void UserDefaults::State::followLink() {
   const fs::path target = DictionaryFile::target(path);
   ObservationToken ended;  // outside the lock: waits for a running call
-  const std::lock_guard lock(watchMutex);
+  const LockGuard lock(watchMutex);
   if (target == (watchedTarget.empty() ? path : watchedTarget)) return;
   watchedTarget = target;
   try {

@@ -26,7 +26,7 @@ void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> 
   while (true) {
     {
       const ForkGate::Pass pass;
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       auto known = stored.find(key);
       const bool isChange =
           known == stored.end() ? value.has_value() : known->second.value != value;
@@ -55,7 +55,7 @@ void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> 
 UserDefaults::State::Batch UserDefaults::State::takeBatch() {
   Batch batch;
   const ForkGate::Pass pass;
-  const std::lock_guard lock(mutex);
+  const LockGuard lock(mutex);
   // They stay queued until all are in the batch: memory may be short.
   for (const auto& key : queuedKeys) {
     const auto& entry = stored[key];
@@ -71,7 +71,7 @@ UserDefaults::State::Batch UserDefaults::State::takeBatch() {
 void UserDefaults::State::putBack(const Batch& batch) {
   {
     const ForkGate::Pass pass;
-    const std::lock_guard lock(mutex);
+    const LockGuard lock(mutex);
     for (const auto& edit : batch.edits) {
       auto& entry = stored[edit.key];
       if (!entry.isQueued) queuedKeys.push_back(edit.key);
@@ -86,7 +86,7 @@ void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outco
   std::uint64_t last = 0;
   for (const auto& change : outcome.changes) last = std::max(last, change.sequence);
   const ForkGate::Pass pass;
-  const std::lock_guard lock(mutex);
+  const LockGuard lock(mutex);
   for (std::size_t i = 0; i < batch.edits.size(); ++i) {
     auto& entry = stored[batch.edits[i].key];
     entry.own = std::max(entry.own, last);
@@ -97,7 +97,7 @@ void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outco
 
 /// Brings what was set to the file, on this thread; what was met on the way is handed back.
 DictionaryFile::Outcome UserDefaults::State::flush() {
-  const std::lock_guard writing(writeMutex);
+  const LockGuard writing(writeMutex);
   const Batch batch = takeBatch();
   if (batch.edits.empty() && file.isSaved()) return {};
   try {
@@ -125,7 +125,7 @@ void UserDefaults::State::enterChild() {
   isFlushedAtExit = isWatched = refreshIsDue = false;
 }
 
-/// With the lock held: whether there is a writer, which is started where it can.
+/// Whether there is a writer, which is started where it can.
 bool UserDefaults::State::hasWriterHere() {
   if (isForked || writer.joinable()) return !isForked;
   if (!std::exchange(isFlushedAtExit, true)) {
@@ -139,17 +139,19 @@ bool UserDefaults::State::hasWriterHere() {
 void UserDefaults::State::write() {
   auto retryDelay = kFirstRetryDelay;
   bool isSaved = true;
-  std::unique_lock lock(mutex);
-  const auto hasWork = [this] { return isStopping || !queuedKeys.empty(); };
+  UniqueLock lock(mutex);
+  const auto hasWork = [this]()
+                           OMBRIX_REQUIRES(mutex) { return isStopping || !queuedKeys.empty(); };
+  const auto hasToStop = [this]() OMBRIX_REQUIRES(mutex) { return isStopping; };
   while (!isStopping) {
     if (isSaved) {
-      somethingToWrite.wait(lock, hasWork);
+      somethingToWrite.wait(mutex, hasWork);
       retryDelay = kFirstRetryDelay;
     } else {
-      somethingToWrite.wait_for(lock, retryDelay, hasWork);
+      somethingToWrite.wait_for(mutex, retryDelay, hasWork);
       retryDelay = std::min(retryDelay * 2, kLongestRetryDelay);
     }
-    somethingToWrite.wait_for(lock, kGatheringDelay, [this] { return isStopping; });
+    somethingToWrite.wait_for(mutex, kGatheringDelay, hasToStop);
     if (isStopping) return;
     lock.unlock();
     auto outcome = flush();
@@ -169,7 +171,7 @@ void UserDefaults::State::stopWriter() {
   std::thread ended;
   {
     const ForkGate::Pass pass;
-    const std::lock_guard lock(mutex);
+    const LockGuard lock(mutex);
     isStopping = true;
     ended.swap(writer);
   }

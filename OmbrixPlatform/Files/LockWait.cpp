@@ -9,6 +9,7 @@
 #include "OmbrixPlatform/Concurrency/QuietThread.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -61,7 +62,7 @@ LockWait::~LockWait() = default;
 
 void LockWait::run() {
   const int error = call_(file_->get(), LockStep::wait);
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   isDone_ = true;
   error_ = error;
   // Closing the file lets nothing go while a forked child has it, too.
@@ -72,8 +73,8 @@ void LockWait::run() {
 }
 
 Descriptor LockWait::finish(LockDeadline deadline) {
-  std::unique_lock lock(mutex_);
-  if (done_.wait_until(lock, deadline, [this] { return isDone_; })) {
+  const LockGuard lock(mutex_);
+  if (done_.wait_until(mutex_, deadline, [this]() OMBRIX_REQUIRES(mutex_) { return isDone_; })) {
     errno = error_;
     return std::move(*file_);
   }
@@ -85,7 +86,7 @@ Descriptor LockWait::finish(LockDeadline deadline) {
 
 bool LockWait::resume() {
   if (forks_ != forkDepth()) return false;
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (isDone_) return false;
   if (!std::exchange(isWanted_, true)) --givenUp;
   return true;

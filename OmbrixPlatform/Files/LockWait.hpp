@@ -1,11 +1,11 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
+
+#include "OmbrixPlatform/Locks/Condition.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -56,12 +56,13 @@ class LockWait {
   void run();
 
   const unsigned forks_;  // the thread is in no process that was forked since
-  std::mutex mutex_;      // guards what follows; the file itself is the thread's until it is done
-  std::condition_variable done_;
-  bool isWanted_ = true;
-  bool isDone_ = false;
-  int error_ = 0;
-  const std::unique_ptr<Descriptor> file_;  // shares the caller's open file, and so its locks
+  Mutex mutex_;
+  Condition done_;
+  bool isWanted_ OMBRIX_GUARDED_BY(mutex_) = true;
+  bool isDone_ OMBRIX_GUARDED_BY(mutex_) = false;
+  int error_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  // Shares the caller's open file, and so its locks; the thread's until it is done.
+  const std::unique_ptr<Descriptor> file_;
   const LockCall call_;
 };
 

@@ -67,8 +67,8 @@ struct HeldMessage {
 
 constinit std::atomic<int> holds{0};
 constinit Mutex heldMutex;
-constinit std::vector<HeldMessage>* held OMBRIX_GUARDED_BY(heldMutex) =
-    nullptr;  // null while no hold exists
+// Null while no hold exists.
+constinit std::vector<HeldMessage>* held OMBRIX_GUARDED_BY(heldMutex) = nullptr;
 
 /// False when no hold exists any more, or the maximum is held.
 bool hold(const DDLogMessage& record) {

@@ -2,16 +2,18 @@
 
 #include <utility>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
+
 namespace ombrix::platform {
 
 void DDLogger::setLogFormatter(std::shared_ptr<const DDLogFormatter> formatter) {
-  const std::lock_guard lock(formattersMutex_);
+  const LockGuard lock(formattersMutex_);
   formatters_.push_back(std::move(formatter));
   formatter_.store(formatters_.back().get(), std::memory_order_release);
 }
 
 std::shared_ptr<const DDLogFormatter> DDLogger::logFormatter() const {
-  const std::lock_guard lock(formattersMutex_);
+  const LockGuard lock(formattersMutex_);
   return formatters_.empty() ? nullptr : formatters_.back();
 }
 

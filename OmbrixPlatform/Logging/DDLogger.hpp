@@ -2,10 +2,10 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Logging/DDLogMessage.hpp"
 
 namespace ombrix::platform {
@@ -50,10 +50,11 @@ class DDLogger {
   void appendLine(const DDLogMessage& message, std::string& line) const;
 
  private:
-  mutable std::mutex formattersMutex_;
+  mutable Mutex formattersMutex_;
   // Every formatter set so far, the current one last. Earlier ones are kept, so that a message may
   // read `formatter_` without a lock.
-  std::vector<std::shared_ptr<const DDLogFormatter>> formatters_;
+  std::vector<std::shared_ptr<const DDLogFormatter>> formatters_
+      OMBRIX_GUARDED_BY(formattersMutex_);
   std::atomic<const DDLogFormatter*> formatter_{nullptr};
 };
 

@@ -130,10 +130,10 @@ class MMWormhole::Impl : public std::enable_shared_from_this<Impl> {
   Serial serial_{SectionPlace::offMainQueue};  // calls the listeners
 
   Mutex mutex_;  // nothing is called while it is held
-  std::map<std::string, EntryPointer, std::less<>> entries_
-      OMBRIX_GUARDED_BY(mutex_);  // by identifier
-  std::map<std::string, EntryPointer, std::less<>> byFile_
-      OMBRIX_GUARDED_BY(mutex_);  // by file name
+  // By identifier.
+  std::map<std::string, EntryPointer, std::less<>> entries_ OMBRIX_GUARDED_BY(mutex_);
+  // By file name.
+  std::map<std::string, EntryPointer, std::less<>> byFile_ OMBRIX_GUARDED_BY(mutex_);
   std::once_flag watchOnce_;
   std::atomic<bool> isWatching_{false}, isClosed_{false};
   ObservationToken watch_;

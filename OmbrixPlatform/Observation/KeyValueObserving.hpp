@@ -5,7 +5,6 @@
 #include <functional>
 #include <iterator>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Observation/ObservationToken.hpp"
 #include "OmbrixPlatform/Observation/ObserverList.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
@@ -197,15 +197,15 @@ class KeyValueObserving {
     const std::shared_ptr<detail::ObserverList> observers =
         std::make_shared<detail::ObserverList>();
     std::atomic<unsigned> wanted{0};  // all options that observers ever asked for
-    std::mutex mutex;
-    std::vector<Pair> pairs;  // in the order in which they began
+    Mutex mutex;
+    std::vector<Pair> pairs OMBRIX_GUARDED_BY(mutex);  // in the order in which they began
 
     Options wantedOptions() const noexcept {
       return static_cast<Options>(wanted.load(std::memory_order_relaxed));
     }
 
     void add(const std::shared_ptr<Observer>& observer) {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       observers->add(observer);
       if (!observer->wantsInitial()) return;
       for (auto& pair : pairs) pair.audience.join(observer);
@@ -213,14 +213,14 @@ class KeyValueObserving {
 
     /// The observers registered now; more may join the pair until it ends.
     Audience begin(std::optional<Value> before) {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       const Audience audience(*observers);
       pairs.push_back({std::this_thread::get_id(), std::move(before), audience});
       return audience;
     }
 
     std::optional<Pair> end() {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       for (auto it = pairs.rbegin(); it != pairs.rend(); ++it) {
         if (it->thread != std::this_thread::get_id()) continue;
         std::optional<Pair> pair(std::move(*it));
@@ -239,7 +239,7 @@ class KeyValueObserving {
   };
 
   std::shared_ptr<Property> propertyToObserve(std::string_view key) {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     auto it = properties_.find(key);
     if (it == properties_.end()) {
       it = properties_.emplace(std::string(key), std::make_shared<Property>()).first;
@@ -250,14 +250,15 @@ class KeyValueObserving {
 
   std::shared_ptr<Property> observedProperty(std::string_view key) const {
     if (!observed_.load(std::memory_order_acquire)) return nullptr;
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     const auto it = properties_.find(key);
     return it == properties_.end() ? nullptr : it->second;
   }
 
-  mutable std::mutex mutex_;
+  mutable Mutex mutex_;
   std::atomic<bool> observed_{false};
-  std::unordered_map<std::string, std::shared_ptr<Property>, KeyHash, std::equal_to<>> properties_;
+  std::unordered_map<std::string, std::shared_ptr<Property>, KeyHash, std::equal_to<>> properties_
+      OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::platform

@@ -65,7 +65,7 @@ std::uint32_t ObserverCall::depthOnThisThread(const Observer& observer) noexcept
 }
 
 ObserverList::Round::Round(ObserverList& list) {
-  const std::lock_guard lock(list.mutex_);
+  const LockGuard lock(list.mutex_);
   entries_ = list.entries_;
   entries_->rounds.fetch_add(1, std::memory_order_relaxed);
 }
@@ -86,14 +86,14 @@ ObserverList::Entries& ObserverList::entriesToChange() {
 
 void ObserverList::add(const std::shared_ptr<Observer>& observer) {
   observer->list_ = weak_from_this();
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   entriesToChange().observers.push_back(observer);
   live_.fetch_add(1, std::memory_order_release);
 }
 
 void ObserverList::noteCancelled() {
   std::vector<std::shared_ptr<Observer>> dead;  // destroyed after the lock
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   const auto live = live_.fetch_sub(1, std::memory_order_acq_rel) - 1;
   if (live * 2 > entries_->observers.size()) return;
   auto& observers = entriesToChange().observers;

@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Observation/ObservationToken.hpp"
 
 /// The part of `Signal` that does not depend on its arguments. Use `Signal` instead.
@@ -95,10 +95,10 @@ class ObserverList : public std::enable_shared_from_this<ObserverList> {
   [[nodiscard]] bool empty() const noexcept { return live_.load(std::memory_order_acquire) == 0; }
 
  private:
-  Entries& entriesToChange();
+  Entries& entriesToChange() OMBRIX_REQUIRES(mutex_);
 
-  std::mutex mutex_;
-  std::shared_ptr<Entries> entries_;
+  Mutex mutex_;
+  std::shared_ptr<Entries> entries_ OMBRIX_GUARDED_BY(mutex_);
   std::atomic<std::size_t> live_{0};
 };
 

@@ -3,11 +3,10 @@
 #include <exception>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/Publisher.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 
@@ -142,7 +141,7 @@ class HandleEventsSubscriber final
   void receiveSubscription(std::shared_ptr<Subscription> subscription) override {
     call(handlers_.receiveSubscription);
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       upstream_ = std::move(subscription);
     }
     downstream_->receiveSubscription(
@@ -164,7 +163,7 @@ class HandleEventsSubscriber final
     call(handlers_.receiveRequest, demand);
     std::shared_ptr<Subscription> upstream;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       upstream = upstream_;
     }
     if (upstream) upstream->request(demand);
@@ -182,14 +181,14 @@ class HandleEventsSubscriber final
   }
 
   std::shared_ptr<Subscription> takeUpstream() {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return std::exchange(upstream_, nullptr);
   }
 
   const std::shared_ptr<Subscriber<Output, Failure>> downstream_;
   const Handlers handlers_;
   FutexLock mutex_;
-  std::shared_ptr<Subscription> upstream_;
+  std::shared_ptr<Subscription> upstream_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 /// Delivers one value on the first request and finishes.
@@ -210,7 +209,7 @@ class OnceSubscription final : public Subscription {
     if (demand.isNone()) return;
     AnySubscriber downstream;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       if (std::exchange(isServed_, true)) return;
       downstream = downstream_;
     }
@@ -223,13 +222,13 @@ class OnceSubscription final : public Subscription {
 
  private:
   AnySubscriber take() {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return std::exchange(downstream_, nullptr);
   }
 
   FutexLock mutex_;
-  AnySubscriber downstream_;
-  bool isServed_ = false;
+  AnySubscriber downstream_ OMBRIX_GUARDED_BY(mutex_);
+  bool isServed_ OMBRIX_GUARDED_BY(mutex_) = false;
   const Output value_;
 };
 

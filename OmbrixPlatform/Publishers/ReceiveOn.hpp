@@ -1,13 +1,12 @@
 #pragma once
 
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <variant>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/Operators.hpp"
 #include "OmbrixPlatform/Publishers/Publisher.hpp"
 
@@ -26,7 +25,7 @@ class ReceiveOnSubscriber final
   void receiveSubscription(std::shared_ptr<Subscription> subscription) override {
     std::shared_ptr<Subscriber<Output, Failure>> downstream;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       upstream_ = std::move(subscription);
       downstream = downstream_;
     }
@@ -47,7 +46,7 @@ class ReceiveOnSubscriber final
     std::shared_ptr<Subscriber<Output, Failure>> downstream;
     std::vector<Event> dropped;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       upstream = std::move(upstream_);
       downstream = std::move(downstream_);
       dropped.swap(waiting_);
@@ -59,12 +58,12 @@ class ReceiveOnSubscriber final
   void run() {
     std::vector<Event> batch;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       batch.swap(waiting_);
     }
     for (const Event& event : batch) deliver(event);
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       if (waiting_.empty()) {
         isScheduled_ = false;
         return;
@@ -80,13 +79,13 @@ class ReceiveOnSubscriber final
   using Event = std::variant<Output, Completion<Failure>>;
 
   std::shared_ptr<Subscription> upstreamNow() {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return upstream_;
   }
 
   void enqueue(Event event) {
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       if (!downstream_) return;
       waiting_.push_back(std::move(event));
       if (std::exchange(isScheduled_, true)) return;
@@ -98,7 +97,7 @@ class ReceiveOnSubscriber final
     std::shared_ptr<Subscriber<Output, Failure>> downstream;
     std::shared_ptr<Subscription> released;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       downstream = downstream_;
       if (event.index() == 1) {
         downstream_ = nullptr;
@@ -115,11 +114,11 @@ class ReceiveOnSubscriber final
   }
 
   FutexLock mutex_;
-  std::shared_ptr<Subscriber<Output, Failure>> downstream_;
+  std::shared_ptr<Subscriber<Output, Failure>> downstream_ OMBRIX_GUARDED_BY(mutex_);
   const std::shared_ptr<Executor> executor_;
-  std::shared_ptr<Subscription> upstream_;
-  std::vector<Event> waiting_;
-  bool isScheduled_ = false;
+  std::shared_ptr<Subscription> upstream_ OMBRIX_GUARDED_BY(mutex_);
+  std::vector<Event> waiting_ OMBRIX_GUARDED_BY(mutex_);
+  bool isScheduled_ OMBRIX_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace ombrix::platform::detail

@@ -3,10 +3,9 @@
 #include <atomic>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <utility>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/AnyCancellable.hpp"
 #include "OmbrixPlatform/Publishers/Publisher.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
@@ -28,7 +27,7 @@ class Sink final : public Subscriber<Output, Failure> {
   void receiveSubscription(std::shared_ptr<Subscription> subscription) override {
     bool isWanted = false;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       isWanted = !isOver_ && !subscription_;
       if (isWanted) subscription_ = subscription;
     }
@@ -62,14 +61,14 @@ class Sink final : public Subscriber<Output, Failure> {
 
  private:
   std::shared_ptr<Subscription> takeSubscription() {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return std::exchange(subscription_, nullptr);
   }
 
   Handlers handlers_;  // used only by the thread that delivers
   std::atomic<bool> isOver_{false};
   FutexLock mutex_;
-  std::shared_ptr<Subscription> subscription_;
+  std::shared_ptr<Subscription> subscription_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::platform::detail

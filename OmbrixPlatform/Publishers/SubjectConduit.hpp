@@ -5,12 +5,11 @@
 #include <exception>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/Publisher.hpp"
 
 namespace ombrix::platform::detail {
@@ -25,9 +24,10 @@ struct SubjectCore {
       : keepsLatest(first.has_value()), latest(std::move(first)) {}
 
   const bool keepsLatest;
-  mutable FutexLock mutex;  // guards what follows, and its subscriptions; never held calling out
-  std::optional<Output> latest;
-  std::list<std::shared_ptr<SubjectConduit<Output, Failure>>> conduits;  // in order of subscribing
+  mutable FutexLock mutex;  // of its subscriptions too; never held calling out
+  std::optional<Output> latest OMBRIX_GUARDED_BY(mutex);
+  // In order of subscribing.
+  std::list<std::shared_ptr<SubjectConduit<Output, Failure>>> conduits OMBRIX_GUARDED_BY(mutex);
 };
 
 /// The subscriptions that one value goes to. Guarded by the lock while it has claims.
@@ -75,8 +75,11 @@ class SubjectConduit final : public Subscription,
   SubjectConduit(std::shared_ptr<Core> subject, AnySubscriber downstream)
       : subject_(std::move(subject)), downstream_(std::move(downstream)) {}
 
-  /// Called with the lock held: enters the round if there is demand.
-  void offer(Round& to) {
+  // The three that follow are not checked: they are called with the lock held, which the subject
+  // knows by another name.
+
+  /// Enters the round if there is demand.
+  void offer(Round& to) OMBRIX_NO_THREAD_SAFETY_ANALYSIS {
     if (demand_.isNone()) {
       owesValue = subject_->keepsLatest;
       return;
@@ -92,9 +95,9 @@ class SubjectConduit final : public Subscription,
     owesValue = false;
   }
 
-  /// Called with the lock held: ends the delivery and returns the subscriber. If a call serves it
-  /// now, that call keeps the subscriber and this object alive instead.
-  AnySubscriber release() {
+  /// Ends the delivery and returns the subscriber. If a call serves it now, that call keeps the
+  /// subscriber and this object alive instead.
+  AnySubscriber release() OMBRIX_NO_THREAD_SAFETY_ANALYSIS {
     isOver_ = true;
     isListed_ = false;
     if (round) round->release(this);
@@ -102,8 +105,7 @@ class SubjectConduit final : public Subscription,
     return isServed ? nullptr : std::move(downstream_);
   }
 
-  /// Called with the lock held.
-  void end(const Completion<Failure>& completion) {
+  void end(const Completion<Failure>& completion) OMBRIX_NO_THREAD_SAFETY_ANALYSIS {
     isListed_ = false;
     completion_ = completion;
     if (isServed || round) kept_ = this->shared_from_this();
@@ -114,9 +116,10 @@ class SubjectConduit final : public Subscription,
   SubjectConduit* deliver(Round& own) noexcept {
     Demand more = Demand::none();
     if (!isOver_.load(std::memory_order_relaxed)) more = pass(*own.value, own.failure);
-    std::unique_lock lock(subject_->mutex);
+    Leaving leaving;
+    const LockGuard lock(subject_->mutex);
     if (!more.isNone()) addDemand(more, own.failure);
-    return drain(lock, 1, own.failure, &own);
+    return drain(leaving, 1, own.failure, &own);
   }
 
   /// Delivers what is waiting, unless another call is already delivering.
@@ -124,7 +127,8 @@ class SubjectConduit final : public Subscription,
   /// @param failure Receives the subscriber's first exception.
   /// @param isSender Whether the caller is a sender that offered a value.
   void serve(std::exception_ptr& failure, bool isSender = false) {
-    std::unique_lock lock(subject_->mutex);
+    Leaving leaving;
+    const LockGuard lock(subject_->mutex);
     if (isSender) --senders_;
     if (isServed) return;
     if (round) {
@@ -136,15 +140,16 @@ class SubjectConduit final : public Subscription,
       }
     }
     isServed = true;
-    drain(lock, 0, failure);
+    drain(leaving, 0, failure);
   }
 
   /// The subscriber has received its subscription: from now on values may be delivered.
   void opened() {
     std::exception_ptr failure;
     {
-      std::unique_lock lock(subject_->mutex);
-      drain(lock, 0, failure);
+      Leaving leaving;
+      const LockGuard lock(subject_->mutex);
+      drain(leaving, 0, failure);
     }
     if (failure) std::rethrow_exception(failure);
   }
@@ -152,7 +157,7 @@ class SubjectConduit final : public Subscription,
   void request(Demand demand) override {
     std::exception_ptr failure;
     {
-      const std::lock_guard lock(subject_->mutex);
+      const LockGuard lock(subject_->mutex);
       if (isOver_) return;
       addDemand(demand, failure);
     }
@@ -164,7 +169,7 @@ class SubjectConduit final : public Subscription,
     AnySubscriber released;
     std::vector<Output> dropped;
     std::shared_ptr<SubjectConduit> self;
-    const std::lock_guard lock(subject_->mutex);
+    const LockGuard lock(subject_->mutex);
     if (isOver_) return;
     dropped.swap(waiting_);
     if (isListed_) {
@@ -184,16 +189,22 @@ class SubjectConduit final : public Subscription,
   SubjectConduit* next = nullptr;
 
  private:
-  // Called with the lock held: moves the value of a sender that has not reached it yet to the front
-  // of the waiting ones. That sender serves it at its end, too.
-  void takeOverClaim() {
+  // Destroyed after the lock is released; the object itself may be among it.
+  struct Leaving {
+    AnySubscriber subscriber;
+    std::shared_ptr<SubjectConduit> self;
+  };
+
+  // Moves the value of a sender that has not reached it yet to the front of the waiting ones. That
+  // sender serves it at its end, too.
+  void takeOverClaim() OMBRIX_REQUIRES(subject_->mutex) {
     if (!round) return;
     willServe(*round);
     waiting_.insert(waiting_.begin(), *round->value);
     round->release(this);
   }
 
-  void willServe(Round& sender) {
+  void willServe(Round& sender) OMBRIX_REQUIRES(subject_->mutex) {
     sender.busy.push_back(this->shared_from_this());
     ++senders_;
   }
@@ -213,71 +224,73 @@ class SubjectConduit final : public Subscription,
     return more;
   }
 
-  void addDemand(Demand demand, std::exception_ptr& failure) noexcept {
+  void addDemand(Demand demand, std::exception_ptr& failure) noexcept
+      OMBRIX_REQUIRES(subject_->mutex) {
     demand_ += demand;
     if (!owesValue || isOver_ || demand_.isNone()) return;
-    guarded(failure, [&] {
+    try {
       waiting_.push_back(*subject_->latest);
-      demand_.takeOne();
-      owesValue = false;
-    });
+    } catch (...) {
+      if (!failure) failure = std::current_exception();
+      return;
+    }
+    demand_.takeOne();
+    owesValue = false;
   }
 
-  // Called with the lock held by the call that serves it; unlocks. It may be destroyed afterwards.
-  SubjectConduit* drain(std::unique_lock<FutexLock>& lock, std::size_t delivered,
-                        std::exception_ptr& failure, Round* own = nullptr) noexcept {
-    AnySubscriber released;
-    std::shared_ptr<SubjectConduit> self;
+  // Called by the call that serves it, as its last step under the lock. It may be destroyed once
+  // the lock is released.
+  SubjectConduit* drain(Leaving& leaving, std::size_t delivered, std::exception_ptr& failure,
+                        Round* own = nullptr) noexcept OMBRIX_REQUIRES(subject_->mutex) {
     if (!waiting_.empty() || completion_ || isOver_) [[unlikely]] {
-      drainWaiting(lock, delivered, failure);
-      if (isOver_) released = std::move(downstream_);
-      self = std::move(kept_);
+      drainWaiting(delivered, failure);
+      if (isOver_) leaving.subscriber = std::move(downstream_);
+      leaving.self = std::move(kept_);
     }
     isServed = false;
-    SubjectConduit* const following = own ? own->beginNext() : nullptr;
-    lock.unlock();
-    return following;
+    return own ? own->beginNext() : nullptr;
   }
 
   // After `kValuesPerTurn` values, leaves the rest to a waiting sender, if there is one: a sender
   // that never pauses then serves its own values.
-  void drainWaiting(std::unique_lock<FutexLock>& lock, std::size_t delivered,
-                    std::exception_ptr& failure) {
+  void drainWaiting(std::size_t delivered, std::exception_ptr& failure)
+      OMBRIX_REQUIRES(subject_->mutex) {
     std::vector<Output> batch;
     while (!isOver_ && (!waiting_.empty() || completion_)) {
       if (delivered >= kValuesPerTurn && senders_ > 0) break;
       if (waiting_.empty()) {
         isOver_ = true;
-        lock.unlock();
-        guarded(failure, [&] { downstream_->receiveCompletion(*completion_); });
-        lock.lock();
+        const auto& completion = *completion_;  // which stays as it is
+        const UnlockGuard unlocked(subject_->mutex);
+        guarded(failure, [&] { downstream_->receiveCompletion(completion); });
         break;
       }
       batch.swap(waiting_);
       delivered += batch.size();
-      lock.unlock();
+      const UnlockGuard unlocked(subject_->mutex);
       for (const Output& value : batch) {
         if (isOver_) break;
         const Demand more = pass(value, failure);
         if (more.isNone()) continue;
-        const std::lock_guard relock(subject_->mutex);
+        const LockGuard relock(subject_->mutex);
         addDemand(more, failure);
       }
       batch.clear();
-      lock.lock();
     }
   }
 
   static constexpr std::size_t kValuesPerTurn = 64;
 
   const std::shared_ptr<Core> subject_;
-  std::size_t senders_ = 0;   // those that offered a value and will serve
+  // Those that offered a value and will serve.
+  std::size_t senders_ OMBRIX_GUARDED_BY(subject_->mutex) = 0;
   AnySubscriber downstream_;  // used only by the call that serves it
-  Demand demand_ = Demand::none();
-  std::vector<Output> waiting_;
-  std::optional<Completion<Failure>> completion_;
-  std::shared_ptr<SubjectConduit> kept_;  // itself, while only the serving call holds it
-  bool isListed_ = true;
+  Demand demand_ OMBRIX_GUARDED_BY(subject_->mutex) = Demand::none();
+  std::vector<Output> waiting_ OMBRIX_GUARDED_BY(subject_->mutex);
+  std::optional<Completion<Failure>> completion_ OMBRIX_GUARDED_BY(subject_->mutex);
+  // Itself, while only the serving call holds it.
+  std::shared_ptr<SubjectConduit> kept_ OMBRIX_GUARDED_BY(subject_->mutex);
+  bool isListed_ OMBRIX_GUARDED_BY(subject_->mutex) = true;
   std::atomic<bool> isOver_{false};  // cancelled, completed, or its subject was destroyed
 };
 

@@ -5,11 +5,11 @@
 #include <iterator>
 #include <list>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <utility>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/LockGuard.hpp"
 #include "OmbrixPlatform/Publishers/Operators.hpp"
 #include "OmbrixPlatform/Publishers/SubjectConduit.hpp"
 
@@ -44,7 +44,7 @@ class SubjectState final : public SubjectCore<Output, Failure>,
     auto conduit = std::make_shared<Conduit>(this->shared_from_this(), subscriber);
     std::optional<Completion<Failure>> completion;
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       completion = completion_;
       if (!completion) {
         conduit->owesValue = keepsLatest;
@@ -70,7 +70,7 @@ class SubjectState final : public SubjectCore<Output, Failure>,
     SubjectRound<Output, Failure> round;
     Conduit* conduit = nullptr;
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       if (completion_) return;
       if (!value) value.emplace(*latest);
       if (kept) latest.swap(kept);
@@ -91,7 +91,7 @@ class SubjectState final : public SubjectCore<Output, Failure>,
   void send(Completion<Failure> completion) {
     std::list<std::shared_ptr<Conduit>> round;
     {
-      const std::lock_guard lock(mutex);
+      const LockGuard lock(mutex);
       if (completion_) return;
       completion_ = completion;
       round.swap(conduits);
@@ -106,13 +106,13 @@ class SubjectState final : public SubjectCore<Output, Failure>,
   void close() {
     std::list<std::shared_ptr<Conduit>> released;
     std::vector<AnySubscriber> subscribers;
-    const std::lock_guard lock(mutex);
+    const LockGuard lock(mutex);
     released.swap(conduits);
     for (const auto& conduit : released) subscribers.push_back(conduit->release());
   }
 
   Output value() const {
-    const std::lock_guard lock(mutex);
+    const LockGuard lock(mutex);
     return *latest;
   }
 
@@ -125,7 +125,7 @@ class SubjectState final : public SubjectCore<Output, Failure>,
   }
 
  private:
-  std::optional<Completion<Failure>> completion_;
+  std::optional<Completion<Failure>> completion_ OMBRIX_GUARDED_BY(mutex);
 };
 
 }  // namespace ombrix::platform::detail

@@ -3,10 +3,8 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <array>
-#include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -15,6 +13,7 @@
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -56,14 +55,14 @@ void send(const std::string& key, const std::string& value) {
 void watch(unsigned count) {
   makeGroupFolder();
   auto& settings = OmbrixSettings::shared();
-  std::mutex mutex;
-  std::condition_variable changed;
+  platform::Mutex mutex;
+  platform::Condition changed;
   unsigned seen = 0;
   std::vector<platform::ObservationToken> tokens;
   for (const char* property : kProperties) {
     tokens.push_back(settings.observe(
         property, platform::KeyValueObservingOptions::none, [&, property](const auto&) {
-          const std::lock_guard lock(mutex);
+          const platform::LockGuard lock(mutex);
           fmt::print("{} changed; metricType = {}\n", property, settings.metricType());
           std::fflush(stdout);
           ++seen;
@@ -72,12 +71,12 @@ void watch(unsigned count) {
   }
   settings.maskViaWormhole();
   {
-    const std::lock_guard lock(mutex);
+    const platform::LockGuard lock(mutex);
     fmt::print("Watching the companion, metricType = {}; end with Ctrl-C\n", settings.metricType());
     std::fflush(stdout);
   }
-  std::unique_lock lock(mutex);
-  changed.wait(lock, [&] { return count > 0 && seen >= count; });
+  const platform::LockGuard lock(mutex);
+  changed.wait(mutex, [&] { return count > 0 && seen >= count; });
 }
 
 }  // namespace

@@ -2,10 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <array>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 
 #include "Examples/HostApp/Commands/Arguments.hpp"
 #include "Examples/HostApp/Commands/Commands.hpp"
@@ -13,6 +11,7 @@
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -75,15 +74,15 @@ void print(const Setting& setting) {
 
 /// Prints every change of any setting, by this or another process, until `count` were printed.
 void watch(unsigned count) {
-  std::mutex mutex;
-  std::condition_variable changed;
+  platform::Mutex mutex;
+  platform::Condition changed;
   unsigned seen = 0;
   std::vector<platform::ObservationToken> tokens;
   for (const Setting& setting : allSettings()) {
     tokens.push_back(settings().observe(setting.name, platform::KeyValueObservingOptions::none,
                                         [&](const auto&) {
                                           print(setting);
-                                          const std::lock_guard lock(mutex);
+                                          const platform::LockGuard lock(mutex);
                                           ++seen;
                                           changed.notify_one();
                                         }));
@@ -96,8 +95,8 @@ void watch(unsigned count) {
   }
   fmt::print("Watching the settings; end with Ctrl-C\n");
   std::fflush(stdout);
-  std::unique_lock lock(mutex);
-  changed.wait(lock, [&] { return count > 0 && seen >= count; });
+  const platform::LockGuard lock(mutex);
+  changed.wait(mutex, [&] { return count > 0 && seen >= count; });
 }
 
 }  // namespace

@@ -3,10 +3,8 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
-#include <condition_variable>
 #include <cstdlib>
 #include <memory>
-#include <mutex>
 
 #include "Examples/HostApp/Commands/Arguments.hpp"
 #include "Examples/HostApp/Commands/Commands.hpp"
@@ -14,6 +12,7 @@
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 #include "OmbrixPlatform/Services.hpp"
 
 namespace ombrix::hostapp {
@@ -110,11 +109,11 @@ const char* reasonText(NSUbiquitousKeyValueStore::ChangeReason reason) {
 
 /// Prints what comes from other devices, until `count` changes were printed.
 void watchCloud(unsigned count) {
-  std::mutex mutex;
-  std::condition_variable changed;
+  platform::Mutex mutex;
+  platform::Condition changed;
   unsigned seen = 0;
   const auto token = cloud().observeExternalChanges([&](const auto& change) {
-    const std::lock_guard lock(mutex);
+    const platform::LockGuard lock(mutex);
     for (const auto& key : change.keys) {
       const auto value = cloud().objectForKey(key);
       fmt::print("{} = {} ({})\n", key, value ? shown(*value) : "(removed)",
@@ -127,8 +126,8 @@ void watchCloud(unsigned count) {
   bringCloudUpToDate();
   fmt::print("Watching the cloud; end with Ctrl-C\n");
   std::fflush(stdout);
-  std::unique_lock lock(mutex);
-  changed.wait(lock, [&] { return count > 0 && seen >= count; });
+  const platform::LockGuard lock(mutex);
+  changed.wait(mutex, [&] { return count > 0 && seen >= count; });
 }
 
 }  // namespace

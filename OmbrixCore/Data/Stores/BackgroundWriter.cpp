@@ -14,7 +14,9 @@
 namespace ombrix::detail {
 namespace {
 
+using platform::LockGuard;
 using platform::ThreadPool;
+using platform::UnlockGuard;
 
 constexpr std::chrono::seconds kLongestWaitAtExit{30};
 
@@ -22,11 +24,12 @@ constexpr std::chrono::seconds kLongestWaitAtExit{30};
 
 /// What the writers of the process share.
 struct BackgroundWriter::Shared {
-  platform::ForkSafe<platform::FutexLock> lock;      // one for all of them
-  std::set<std::shared_ptr<BackgroundWriter>> busy;  // all that are not idle
+  // All that are not idle.
+  std::set<std::shared_ptr<BackgroundWriter>> busy OMBRIX_GUARDED_BY(lock_);
   std::atomic<bool> isExiting{false};
   // A child makes its changes at once: nothing is left to do at its end.
-  const platform::ForkHandler onFork{[this] { std::construct_at(&busy); }};
+  const platform::ForkHandler onFork{
+      [this]() OMBRIX_NO_THREAD_SAFETY_ANALYSIS { std::construct_at(&busy); }};
 };
 
 BackgroundWriter::Shared& BackgroundWriter::shared() {
@@ -42,8 +45,8 @@ void BackgroundWriter::enterChild() {
   std::construct_at(&turnEnded_);  // threads that are no more may wait for the old one
 }
 
-/// With the lock held, after a change of state: the end of the process finds the writers that have
-/// something left to do.
+/// After a change of state: the end of the process finds the writers that have something left to
+/// do.
 void BackgroundWriter::list() {
   const bool isIdle = !waiting_ && !isScheduled_ && maker_ == std::thread::id();
   if (isIdle) {
@@ -58,9 +61,11 @@ void BackgroundWriter::list() {
 
 void BackgroundWriter::makeAllAtExit() {
   shared().isExiting = true;
-  Lock lock(shared().lock);
-  const Writers writers(shared().busy.begin(), shared().busy.end());
-  lock.unlock();
+  Writers writers;
+  {
+    const LockGuard lock(lock_);
+    writers.assign(shared().busy.begin(), shared().busy.end());
+  }
   if (!writers.empty()) makeAtExit(writers);
 }
 
@@ -84,12 +89,12 @@ void BackgroundWriter::makeAtExit(const Writers& writers) {
 /// Waits until what was handed in is made, by whichever thread.
 void BackgroundWriter::awaitUntil(Deadline deadline) {
   {
-    Lock lock(shared().lock);
+    const LockGuard lock(lock_);
     const ThreadPool::BlockingScope blocking;
-    const auto isMade = [this, last = newest_] {
+    const auto isMade = [this, last = newest_]() OMBRIX_REQUIRES(lock_) {
       return made_ >= last || maker_ == std::this_thread::get_id();
     };
-    if (turnEnded_.wait_until(lock, deadline, isMade)) return;
+    if (turnEnded_.wait_until(lock_, deadline, isMade)) return;
   }
   // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
   logItemStore("value", "Data: Error saving data to file for in store: ",
@@ -98,20 +103,23 @@ void BackgroundWriter::awaitUntil(Deadline deadline) {
 
 void BackgroundWriter::makeLater(std::uint64_t place, Change change) {
   Waiting replaced;  // let go of outside the lock
-  Lock lock(shared().lock);
-  if (place < newest_) return;
-  newest_ = place;
-  replaced = std::exchange(waiting_, std::pair(place, std::move(change)));
-  settle(lock);
+  bool mustSchedule = false;
+  {
+    const LockGuard lock(lock_);
+    if (place < newest_) return;
+    newest_ = place;
+    replaced = std::exchange(waiting_, std::pair(place, std::move(change)));
+    mustSchedule = settle();
+  }
+  if (mustSchedule) schedule();
   if (shared().isExiting && !platform::isForkedFromPool()) makeAtExit({shared_from_this()});
 }
 
-/// With the lock held, which it gives up: has what waits made, or sees that nothing is left to do.
-void BackgroundWriter::settle(Lock& lock) {
+/// Whether what waits must be scheduled, without the lock, now that a caller leaves it.
+bool BackgroundWriter::settle() {
   const bool mustSchedule = waiting_ && !std::exchange(isScheduled_, true);
   list();
-  lock.unlock();
-  if (mustSchedule) schedule();
+  return mustSchedule;
 }
 
 void BackgroundWriter::schedule() {
@@ -131,32 +139,33 @@ void BackgroundWriter::schedule() {
 
 /// Makes changes until none waits.
 void BackgroundWriter::makeWaiting() {
-  Lock lock(shared().lock);
+  const LockGuard lock(lock_);
   // The one under way, on another thread, sees to what came meanwhile when it ends.
   while (waiting_ && maker_ == std::thread::id()) {
     auto [place, change] = *std::exchange(waiting_, std::nullopt);
-    make(place, std::move(change), lock);
+    make(place, std::move(change));
   }
   isScheduled_ = false;
   list();
 }
 
-/// With the lock held, which it gives up meanwhile, and the turn free.
-void BackgroundWriter::make(std::uint64_t place, Change change, Lock& lock) {
+/// With the turn free; releases the lock meanwhile.
+void BackgroundWriter::make(std::uint64_t place, Change change) {
   maker_ = std::this_thread::get_id();
   list();
-  lock.unlock();
-  try {
-    change();
-  } catch (const std::exception& error) {
+  {
+    const UnlockGuard unlocked(lock_);
     try {
-      // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
-      logItemStore("value", "Data: Error saving data to file for in store: ", error);
-    } catch (const std::bad_alloc&) {  // Neither is there memory for the line.
+      change();
+    } catch (const std::exception& error) {
+      try {
+        // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
+        logItemStore("value", "Data: Error saving data to file for in store: ", error);
+      } catch (const std::bad_alloc&) {  // Neither is there memory for the line.
+      }
     }
+    change = nullptr;
   }
-  change = nullptr;
-  lock.lock();
   maker_ = {};
   made_ = std::max(made_, place);
   turnEnded_.notify_all();
@@ -164,38 +173,48 @@ void BackgroundWriter::make(std::uint64_t place, Change change, Lock& lock) {
 
 void BackgroundWriter::makeNow(std::uint64_t place, const Change& change) {
   Waiting replaced;
-  Lock lock(shared().lock);
-  newest_ = std::max(newest_, place);
-  if (waiting_ && waiting_->first < place) replaced.swap(waiting_);
-  if (maker_ == std::this_thread::get_id()) {  // from inside another one
-    lock.unlock();
-    change();
-    lock.lock();
-    made_ = std::max(made_, place);
-    return;
+  bool mustSchedule = false;
+  {
+    const LockGuard lock(lock_);
+    newest_ = std::max(newest_, place);
+    if (waiting_ && waiting_->first < place) replaced.swap(waiting_);
+    if (maker_ == std::this_thread::get_id()) {  // from inside another one
+      {
+        const UnlockGuard unlocked(lock_);
+        change();
+      }
+      made_ = std::max(made_, place);
+      return;
+    }
+    if (maker_ != std::thread::id()) {
+      const ThreadPool::BlockingScope blocking;
+      const auto isFree = [this]() OMBRIX_REQUIRES(lock_) { return maker_ == std::thread::id(); };
+      turnEnded_.wait(lock_, isFree);
+    }
+    if (made_ < place) make(place, change);
+    mustSchedule = settle();
   }
-  if (maker_ != std::thread::id()) {
-    const ThreadPool::BlockingScope blocking;
-    turnEnded_.wait(lock, [this] { return maker_ == std::thread::id(); });
-  }
-  if (made_ < place) make(place, change, lock);
-  settle(lock);
+  if (mustSchedule) schedule();
 }
 
 void BackgroundWriter::flush() {
-  Lock lock(shared().lock);
-  const std::uint64_t last = newest_;
-  if (maker_ == std::this_thread::get_id()) return;
-  while (made_ < last) {
-    if (waiting_ && maker_ == std::thread::id()) {
-      auto [place, change] = *std::exchange(waiting_, std::nullopt);
-      make(place, std::move(change), lock);
-    } else {
-      const ThreadPool::BlockingScope blocking;
-      turnEnded_.wait(lock);
+  bool mustSchedule = false;
+  {
+    const LockGuard lock(lock_);
+    const std::uint64_t last = newest_;
+    if (maker_ == std::this_thread::get_id()) return;
+    while (made_ < last) {
+      if (waiting_ && maker_ == std::thread::id()) {
+        auto [place, change] = *std::exchange(waiting_, std::nullopt);
+        make(place, std::move(change));
+      } else {
+        const ThreadPool::BlockingScope blocking;
+        turnEnded_.wait(lock_);
+      }
     }
+    mustSchedule = settle();
   }
-  settle(lock);
+  if (mustSchedule) schedule();
 }
 
 }  // namespace ombrix::detail

@@ -2,19 +2,18 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix::detail {
 
@@ -51,7 +50,6 @@ class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWri
 
  private:
   struct Shared;
-  using Lock = std::unique_lock<platform::ForkSafe<platform::FutexLock>>;
   using Waiting = std::optional<std::pair<std::uint64_t, Change>>;
   using Deadline = std::chrono::steady_clock::time_point;
   using Writers = std::vector<std::shared_ptr<BackgroundWriter>>;
@@ -61,22 +59,24 @@ class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWri
   static void makeAtExit(const Writers& writers);
 
   void makeWaiting();
-  void make(std::uint64_t place, Change change, Lock& lock);
-  void settle(Lock& lock);
+  void make(std::uint64_t place, Change change) OMBRIX_REQUIRES(lock_);
+  [[nodiscard]] bool settle() OMBRIX_REQUIRES(lock_);
   void schedule();
   void awaitUntil(Deadline deadline);
-  void list();
-  void enterChild();
+  void list() OMBRIX_REQUIRES(lock_);
+  void enterChild() OMBRIX_NO_THREAD_SAFETY_ANALYSIS;  // on the one thread there is
 
   const platform::URL fileURL_;
   std::atomic<std::uint64_t> places_{0};
-  // The lock that all writers share guards what follows; it is never held while a change is made.
-  std::condition_variable_any turnEnded_;
-  Waiting waiting_;
-  std::uint64_t newest_ = 0;  // of those handed in
-  std::uint64_t made_ = 0;    // the last one made
-  std::thread::id maker_;     // of the change under way; none when there is none
-  bool isScheduled_ = false;
+  // One for all writers; never held while a change is made.
+  static constinit inline platform::ForkSafe<platform::FutexLock> lock_;
+  platform::AnyCondition turnEnded_;
+  Waiting waiting_ OMBRIX_GUARDED_BY(lock_);
+  std::uint64_t newest_ OMBRIX_GUARDED_BY(lock_) = 0;  // of those handed in
+  std::uint64_t made_ OMBRIX_GUARDED_BY(lock_) = 0;    // the last one made
+  // Of the change under way; none when there is none.
+  std::thread::id maker_ OMBRIX_GUARDED_BY(lock_);
+  bool isScheduled_ OMBRIX_GUARDED_BY(lock_) = false;
   const platform::ForkHandler onFork_{[this] { enterChild(); }};
 };
 

@@ -4,17 +4,16 @@
 #include <atomic>
 #include <cerrno>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <utility>
 
 #include "OmbrixCore/Data/Stores/StoreLog.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 #include "OmbrixPlatform/Files/LockWait.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix {
 namespace {
@@ -73,13 +72,13 @@ void DataFileStore::setFilePresenter(std::shared_ptr<platform::NSFilePresenter> 
 template <class Operation>
 auto DataFileStore::onFile(const URL& url, Operation operation) const {
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     auto result = operation(url);
     if (result || result.error().code() != ELOOP) return result;
   }
   const auto file = files().resolvingLastLink(url);
   if (!file) return decltype(operation(url))(std::unexpected(file.error()));
-  const std::lock_guard lock(lockOf(*file));
+  const platform::LockGuard lock(lockOf(*file));
   return operation(*file);
 }
 
@@ -212,7 +211,7 @@ DataFileStore::Saved DataFileStore::doSave(const URL& url, platform::DataView va
 FileResult<void> DataFileStore::doPurge(const URL& url) const {
   const auto file = files().resolvingLastLink(url);
   if (!file) return std::unexpected(file.error());
-  const std::lock_guard lock(lockOf(*file));
+  const platform::LockGuard lock(lockOf(*file));
   return files().removeItem(*file);
 }
 

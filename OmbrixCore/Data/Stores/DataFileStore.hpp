@@ -7,11 +7,11 @@
 #include <optional>
 
 #include "OmbrixCore/Data/Stores/ItemStore.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Files/FileError.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
 #include "OmbrixPlatform/Files/URL.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
 namespace ombrix {

@@ -88,7 +88,7 @@ void RequestFlow::request(platform::Demand demand) {
   if (demand.isNone()) platform::fatalError("a subscriber requested no values");
   Operation first;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     if (!downstream_ || std::exchange(hasBegun_, true)) return;
     first = operation_;
   }
@@ -113,7 +113,7 @@ void RequestFlow::start(const Operation& operation) {
   }
   bool isOver = false;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     isOver = downstream_ == nullptr;
     if (!isOver) operation_ = operation;
   }
@@ -124,7 +124,7 @@ void RequestFlow::start(const Operation& operation) {
 
 /// The operation of the attempt under way, which is over; null where that is another one, or none.
 RequestFlow::Operation RequestFlow::take(const void* attempt) {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   return operation_.get() == attempt ? std::exchange(operation_, nullptr) : nullptr;
 }
 
@@ -186,7 +186,7 @@ void RequestFlow::startAfter(Seconds pause, std::chrono::steady_clock::time_poin
   };
   if (pause <= Seconds(0)) return begin();
   auto timer = platform::after(at, std::move(begin));
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   if (downstream_) std::swap(pause_, timer);
 }
 
@@ -228,7 +228,7 @@ RequestFlow::AnySubscriber RequestFlow::finish() {
   platform::EventToken pause;
   AnySubscriber downstream;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     operation.swap(operation_);
     std::swap(pause, pause_);
     downstream.swap(downstream_);

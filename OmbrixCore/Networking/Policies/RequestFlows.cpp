@@ -16,7 +16,7 @@ RequestFlows::~RequestFlows() = default;
 
 void RequestFlows::setPolicies(RequestPolicies policies) {
   auto shared = std::make_shared<const RequestPolicies>(std::move(policies));
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   policies_.swap(shared);
 }
 
@@ -24,7 +24,7 @@ std::optional<platform::AnyPublisher<HTTPAnswer, HTTPError>> RequestFlows::publi
     const std::shared_ptr<OmbrixAPIHttpRequestOperation>& operation) {
   std::shared_ptr<const RequestPolicies> current;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     current = policies_;
   }
   const auto& options = operation->options();
@@ -38,14 +38,14 @@ std::optional<platform::AnyPublisher<HTTPAnswer, HTTPError>> RequestFlows::publi
 }
 
 void RequestFlows::add(const std::shared_ptr<RequestFlow>& flow) {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   running_.emplace(flow.get(), flow);
   if (!flow->isLong()) ++requests_;
 }
 
 void RequestFlows::remove(const RequestFlow& flow) {
   std::shared_ptr<RequestFlow> removed;
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   const auto found = running_.find(&flow);
   if (found == running_.end()) return;
   removed = std::move(found->second);
@@ -57,7 +57,7 @@ void RequestFlows::remove(const RequestFlow& flow) {
 void RequestFlows::cancelAll() {
   std::vector<std::shared_ptr<RequestFlow>> all;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     for (const auto& [key, flow] : running_) all.push_back(flow);
   }
   for (const auto& flow : all) flow->cancel();
@@ -65,8 +65,8 @@ void RequestFlows::cancelAll() {
 
 void RequestFlows::waitUntilNoneIsLeft() {
   const platform::ThreadPool::BlockingScope blocking;
-  std::unique_lock lock(mutex_);
-  isOneLess_.wait(lock, [this] { return requests_ == 0; });
+  const platform::LockGuard lock(mutex_);
+  isOneLess_.wait(mutex_, [this]() OMBRIX_REQUIRES(mutex_) { return requests_ == 0; });
 }
 
 }  // namespace ombrix

@@ -1,13 +1,12 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <unordered_map>
 
 #include "OmbrixCore/Networking/Policies/RequestPolicies.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
 
 namespace ombrix {
@@ -46,11 +45,12 @@ class RequestFlows : public std::enable_shared_from_this<RequestFlows> {
   void remove(const detail::RequestFlow& flow);
 
   const std::shared_ptr<detail::TokenRefreshes> refreshes_;
-  std::mutex mutex_;  // guards what follows
-  std::condition_variable isOneLess_;
-  std::shared_ptr<const RequestPolicies> policies_;  // null for none
-  std::unordered_map<const detail::RequestFlow*, std::shared_ptr<detail::RequestFlow>> running_;
-  std::size_t requests_ = 0;  // of these, without the long transfers
+  platform::Mutex mutex_;
+  platform::Condition isOneLess_;
+  std::shared_ptr<const RequestPolicies> policies_ OMBRIX_GUARDED_BY(mutex_);  // null for none
+  std::unordered_map<const detail::RequestFlow*, std::shared_ptr<detail::RequestFlow>> running_
+      OMBRIX_GUARDED_BY(mutex_);
+  std::size_t requests_ OMBRIX_GUARDED_BY(mutex_) = 0;  // of these, without the long transfers
 };
 
 }  // namespace ombrix

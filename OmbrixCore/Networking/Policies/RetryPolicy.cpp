@@ -27,14 +27,14 @@ double randomPart() {
 }  // namespace
 
 bool RetryBudget::take() {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   if (tokens_ < 1) return false;
   tokens_ -= 1;
   return true;
 }
 
 void RetryBudget::succeeded() {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   tokens_ = std::min(most_, tokens_ + perAnswer_);
 }
 

@@ -3,10 +3,9 @@
 #include <chrono>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Network/URLResponse.hpp"
 #include "OmbrixPlatform/Values/Date.hpp"
 
@@ -31,8 +30,8 @@ class RetryBudget {
 
  private:
   const double most_, perAnswer_;
-  platform::FutexLock lock_;  // guards what follows
-  double tokens_;
+  platform::FutexLock lock_;
+  double tokens_ OMBRIX_GUARDED_BY(lock_);
 };
 
 /// When a request that failed is made once more, and after what pause. A value; copies share their

@@ -1,6 +1,5 @@
 #include "OmbrixCore/Networking/Policies/Detail/TokenRefreshes.hpp"
 
-#include <mutex>
 #include <utility>
 #include <vector>
 
@@ -36,7 +35,7 @@ void TokenRefreshes::await(const TokenRefresher& refresher, std::uint64_t enviro
   std::shared_ptr<Refresh> begun;
   bool hasToken = false;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     const auto running = running_.find(environment);
     if (running != running_.end()) {
       running->second->waiters.push_back(std::move(waiter));
@@ -69,7 +68,7 @@ void TokenRefreshes::begin(const std::shared_ptr<Refresh>& refresh) {
     OmbrixServerAPI::dispatchQueue()->async(std::move(end));
   };
   auto limit = platform::after(deadline, std::move(expire));
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   if (!refresh->isEnding) std::swap(refresh->limit, limit);
 }
 
@@ -96,7 +95,7 @@ void TokenRefreshes::finish(const std::shared_ptr<Refresh>& refresh,
                             std::optional<std::string> token) {
   platform::EventToken limit;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     if (std::exchange(refresh->isEnding, true)) return;
     std::swap(limit, refresh->limit);
   }
@@ -108,7 +107,7 @@ void TokenRefreshes::finish(const std::shared_ptr<Refresh>& refresh,
   if (current == refresh->refused) client.triggerLoginError();
   std::vector<Waiter> waiters;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     running_.erase(refresh->environment);
     waiters.swap(refresh->waiters);
   }

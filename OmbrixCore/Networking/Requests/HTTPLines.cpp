@@ -1,6 +1,5 @@
 #include "OmbrixCore/Networking/Requests/HTTPLines.hpp"
 
-#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -36,7 +35,7 @@ std::expected<HTTPBodySink::Flow, URLError> HTTPLines::State::take(
     text.remove_prefix(end + 1);
   }
   wake();
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   isHeld_ = bytes_ > kMostBytesKept;
   return isHeld_ ? Flow::hold : Flow::goOn;
 }
@@ -50,20 +49,20 @@ std::expected<void, URLError> HTTPLines::State::end(const platform::HTTPURLRespo
 bool HTTPLines::State::beginAgain(const std::shared_ptr<HttpRequestOperation>& operation,
                                   platform::HTTPHeaders& /*headers*/) {
   if (hasBegun_) return false;
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   operation_ = operation;
   return true;
 }
 
 void HTTPLines::State::add(std::string line) {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   bytes_ += costOf(line);
   lines_.push_back(std::move(line));
 }
 
 void HTTPLines::State::finish(std::exception_ptr error) {
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     if (std::exchange(isOver_, true)) return;
     error_ = std::move(error);
   }
@@ -73,7 +72,7 @@ void HTTPLines::State::finish(std::exception_ptr error) {
 void HTTPLines::State::wake() {
   std::optional<platform::Continuation<void>> waiter;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     waiter.swap(waiting_);
   }
   if (waiter) waiter->resume();
@@ -83,7 +82,7 @@ HTTPLines::State::Found HTTPLines::State::takeLine() {
   Found found;
   std::shared_ptr<HttpRequestOperation> asked;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     if (!lines_.empty()) {
       found.line = std::move(lines_.front());
       lines_.pop_front();
@@ -104,7 +103,7 @@ HTTPLines::State::Found HTTPLines::State::takeLine() {
 
 void HTTPLines::State::await(platform::Continuation<void> continuation) {
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     if (lines_.empty() && !isOver_) {
       waiting_ = std::move(continuation);
       return;

@@ -1,9 +1,10 @@
 #include "OmbrixCore/Networking/Requests/HTTPRequestOperationPublisher.hpp"
 
 #include <expected>
-#include <mutex>
 #include <optional>
 #include <utility>
+
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix {
 
@@ -30,7 +31,7 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     if (demand.isNone()) platform::fatalError("a subscriber requested no values");
     std::shared_ptr<HttpRequestOperation> operation;
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       if (!downstream_) return;
       demand_ += demand;
       operation = asked_ ? std::move(asked_) : operation_.lock();
@@ -50,7 +51,7 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
   void cancel() override {
     AnySubscriber released;
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       released.swap(downstream_);
     }
     if (const auto operation = operation_.lock()) operation->cancel();
@@ -62,7 +63,7 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     if (!operation) return;
     auto outcome = outcomeOf(success, code, std::move(data), operation->exchange());
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       if (demand_.isNone() || !downstream_ || isAnswered_) return;
       isAnswered_ = true;
       outcome_.swap(outcome);
@@ -76,7 +77,7 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     AnySubscriber downstream;
     std::optional<Outcome> outcome;
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       downstream.swap(downstream_);
       outcome.swap(outcome_);
     }
@@ -125,18 +126,18 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
   /// @param evenAnswered Whether an outcome that is on its way does not arrive.
   void release(bool evenAnswered) {
     AnySubscriber released;
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     if (evenAnswered || !isAnswered_) released.swap(downstream_);
   }
 
   const std::weak_ptr<HttpRequestOperation> operation_;
   const std::shared_ptr<platform::Executor> executor_;
   platform::FutexLock lock_;
-  std::shared_ptr<HttpRequestOperation> asked_;  // until there is demand
-  AnySubscriber downstream_;                     // null once it was served or cancelled
-  Demand demand_ = Demand::none();
-  bool isAnswered_ = false;
-  std::optional<Outcome> outcome_;  // on its way
+  std::shared_ptr<HttpRequestOperation> asked_ OMBRIX_GUARDED_BY(lock_);  // until there is demand
+  AnySubscriber downstream_ OMBRIX_GUARDED_BY(lock_);  // null once it was served or cancelled
+  Demand demand_ OMBRIX_GUARDED_BY(lock_) = Demand::none();
+  bool isAnswered_ OMBRIX_GUARDED_BY(lock_) = false;
+  std::optional<Outcome> outcome_ OMBRIX_GUARDED_BY(lock_);  // on its way
 };
 
 HTTPRequestOperationPublisher::HTTPRequestOperationPublisher(

@@ -1,12 +1,12 @@
 #include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
 
 #include <exception>
-#include <mutex>
 #include <string>
 #include <unordered_map>
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Networking/Requests/Detail/RequestTaskDelegate.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
 #include "OmbrixPlatform/Network/URLOrigin.hpp"
 
@@ -40,22 +40,23 @@ class OperationIndex {
   }
 
   void add(const platform::UUID& id, const HttpRequestOperation& operation) {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     operations_.emplace(id, &operation);
   }
   void remove(const platform::UUID& id) {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     operations_.erase(id);
   }
   std::shared_ptr<const platform::NSOperation> find(const platform::UUID& id) {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     const auto found = operations_.find(id);
     return found == operations_.end() ? nullptr : found->second->weak_from_this().lock();
   }
 
  private:
   platform::FutexLock lock_;
-  std::unordered_map<platform::UUID, const HttpRequestOperation*> operations_;
+  std::unordered_map<platform::UUID, const HttpRequestOperation*> operations_
+      OMBRIX_GUARDED_BY(lock_);
 };
 
 std::string textOf(const Error* error) { return error ? error->what() : "nil"; }
@@ -90,7 +91,7 @@ HttpRequestOperation::~HttpRequestOperation() {
 }
 
 platform::UUID HttpRequestOperation::taskID() const {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   if (!taskID_) {
     taskID_ = platform::UUID::random();
     OperationIndex::shared().add(*taskID_, *this);
@@ -105,19 +106,19 @@ std::shared_ptr<HttpRequestOperation> HttpRequestOperation::withTaskID(const pla
 
 void HttpRequestOperation::setCombineCallback(CombineCallback callback, bool onlyPosts) {
   // What is replaced or refused leaves with the parameter, after the lock is released.
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   if (takesNoCallbacks_) return;
   std::swap(callbacks_.combine, callback);
   callbacks_.combineOnlyPosts = onlyPosts;
 }
 
 std::shared_ptr<platform::URLSessionDataTask> HttpRequestOperation::task() const {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   return task_;
 }
 
 HTTPExchange HttpRequestOperation::exchange() const {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   return exchange_;
 }
 
@@ -202,7 +203,7 @@ platform::Async<void> HttpRequestOperation::execute() {
   const auto task = makeTask(*std::move(request));
   bool wasCancelled = false;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     task_ = task;
     wasCancelled = isCancelling_;
   }
@@ -214,7 +215,7 @@ platform::Async<void> HttpRequestOperation::execute() {
 void HttpRequestOperation::cancel() {
   std::shared_ptr<platform::URLSessionDataTask> task;
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     isCancelling_ = true;
     task = task_;
   }
@@ -230,7 +231,7 @@ void HttpRequestOperation::taskEnded(std::optional<Data> data,
   if (isCancelling()) {
     const Callbacks dropped = takeCallbacks();
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       task_ = nullptr;
     }
     finish();
@@ -241,7 +242,7 @@ void HttpRequestOperation::taskEnded(std::optional<Data> data,
   const auto task = this->task();
   HTTPExchange exchange{http, transport, task ? metricsOf(*task) : HTTPMetrics()};
   {
-    const std::lock_guard lock(lock_);
+    const platform::LockGuard lock(lock_);
     std::swap(exchange_, exchange);
   }
   if (transport) {
@@ -290,7 +291,7 @@ void HttpRequestOperation::endTaskAndCallbackWithSuccess(bool success, int respo
   {
     Callbacks callbacks;
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       task_ = nullptr;
       if (!isCancelling_) std::swap(callbacks, callbacks_);
     }
@@ -306,12 +307,12 @@ void HttpRequestOperation::endTaskAndCallbackWithSuccess(bool success, int respo
 }
 
 bool HttpRequestOperation::isCancelling() const {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   return isCancelling_;
 }
 
 HttpRequestOperation::Callbacks HttpRequestOperation::takeCallbacks() {
-  const std::lock_guard lock(lock_);
+  const platform::LockGuard lock(lock_);
   takesNoCallbacks_ = true;
   return std::exchange(callbacks_, {});
 }

@@ -13,7 +13,7 @@
 #include "OmbrixCore/Networking/Requests/HTTPPayload.hpp"
 #include "OmbrixCore/Networking/Requests/RequestOptions.hpp"
 #include "OmbrixPlatform/Coding/JSON.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixPlatform/Values/RawValue.hpp"
 #include "OmbrixPlatform/Values/UUID.hpp"
@@ -171,13 +171,13 @@ class HttpRequestOperation : public AsyncOperation {
   std::shared_ptr<HTTPBodySink> sink_;
   std::function<void(platform::URLRequest&)> lastStep_;
 
-  mutable platform::FutexLock lock_;  // guards what follows
-  std::shared_ptr<platform::URLSessionDataTask> task_;
-  HTTPExchange exchange_;
-  Callbacks callbacks_;
-  mutable std::optional<platform::UUID> taskID_;
-  bool isCancelling_ = false;      // from the beginning of `cancel`
-  bool takesNoCallbacks_ = false;  // over or cancelled
+  mutable platform::FutexLock lock_;
+  std::shared_ptr<platform::URLSessionDataTask> task_ OMBRIX_GUARDED_BY(lock_);
+  HTTPExchange exchange_ OMBRIX_GUARDED_BY(lock_);
+  Callbacks callbacks_ OMBRIX_GUARDED_BY(lock_);
+  mutable std::optional<platform::UUID> taskID_ OMBRIX_GUARDED_BY(lock_);
+  bool isCancelling_ OMBRIX_GUARDED_BY(lock_) = false;      // from the beginning of `cancel`
+  bool takesNoCallbacks_ OMBRIX_GUARDED_BY(lock_) = false;  // over or cancelled
 };
 
 /// Whether a status counts as success: 200 to 304.

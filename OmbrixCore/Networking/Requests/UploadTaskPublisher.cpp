@@ -1,10 +1,9 @@
 #include "OmbrixCore/Networking/Requests/UploadTaskPublisher.hpp"
 
-#include <mutex>
 #include <utility>
 
 #include "OmbrixCore/Networking/Requests/Detail/RequestTaskDelegate.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 
 namespace ombrix {
@@ -26,7 +25,7 @@ class UploadTaskPublisher::Inner final : public platform::Subscription,
     std::shared_ptr<platform::URLSessionUploadTask> task;
     std::shared_ptr<const Parent> begun;
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       if (!parent_) return;
       if (!task_) {
         task_ = makeTask();
@@ -47,7 +46,7 @@ class UploadTaskPublisher::Inner final : public platform::Subscription,
     AnySubscriber downstream;
     std::shared_ptr<platform::URLSessionUploadTask> task;
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       parent.swap(parent_);
       downstream.swap(downstream_);
       task.swap(task_);
@@ -56,7 +55,7 @@ class UploadTaskPublisher::Inner final : public platform::Subscription,
   }
 
  private:
-  std::shared_ptr<platform::URLSessionUploadTask> makeTask() {
+  std::shared_ptr<platform::URLSessionUploadTask> makeTask() OMBRIX_REQUIRES(lock_) {
     auto task = parent_->session->uploadTask(
         parent_->request, parent_->data,
         [self = shared_from_this()](std::optional<platform::Data> data, auto response,
@@ -77,7 +76,7 @@ class UploadTaskPublisher::Inner final : public platform::Subscription,
     std::shared_ptr<platform::URLSessionUploadTask> task;
     AnySubscriber downstream;
     {
-      const std::lock_guard lock(lock_);
+      const platform::LockGuard lock(lock_);
       if (demand_.isNone()) return;
       parent.swap(parent_);
       downstream.swap(downstream_);
@@ -95,10 +94,11 @@ class UploadTaskPublisher::Inner final : public platform::Subscription,
   }
 
   platform::FutexLock lock_;
-  std::shared_ptr<const Parent> parent_;  // null once it is over
-  AnySubscriber downstream_;
-  Demand demand_ = Demand::none();
-  std::shared_ptr<platform::URLSessionUploadTask> task_;  // made on the first demand
+  std::shared_ptr<const Parent> parent_ OMBRIX_GUARDED_BY(lock_);  // null once it is over
+  AnySubscriber downstream_ OMBRIX_GUARDED_BY(lock_);
+  Demand demand_ OMBRIX_GUARDED_BY(lock_) = Demand::none();
+  // Made on the first demand.
+  std::shared_ptr<platform::URLSessionUploadTask> task_ OMBRIX_GUARDED_BY(lock_);
 };
 
 UploadTaskPublisher::UploadTaskPublisher(platform::URLRequest request,

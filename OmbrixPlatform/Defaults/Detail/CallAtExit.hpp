@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <memory>
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Process.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -16,17 +16,19 @@ namespace ombrix::platform::detail {
 template <class T, void (T::*step)()>
 void callAtExit(std::weak_ptr<T> object) {
   struct Registry {
-    ForkSafe<std::mutex> mutex;
-    std::vector<std::weak_ptr<T>> objects;
-    int process = 0;  // whose end is registered
+    ForkSafe<Mutex> mutex;
+    std::vector<std::weak_ptr<T>> objects OMBRIX_GUARDED_BY(mutex);
+    int process OMBRIX_GUARDED_BY(mutex) = 0;  // whose end is registered
   };
   static Registry& registry = *new Registry;
-  const std::lock_guard lock(registry.mutex);
+  const LockGuard lock(registry.mutex);
   if (std::exchange(registry.process, ::getpid()) != ::getpid()) {
     atExit([] {
-      std::unique_lock ending(registry.mutex);
-      const auto objects = registry.objects;
-      ending.unlock();
+      std::vector<std::weak_ptr<T>> objects;
+      {
+        const LockGuard ending(registry.mutex);
+        objects = registry.objects;
+      }
       for (const auto& weak : objects) {
         if (const auto alive = weak.lock()) (alive.get()->*step)();
       }

@@ -2,11 +2,11 @@
 
 #include <cstddef>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string_view>
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -25,8 +25,9 @@ class CloudRoom {
 
   // What fits without another count: half of the room that was found, since another process may
   // fill the other half.
-  std::mutex mutex_;
-  std::size_t keys_ = 0, bytes_ = 0;
+  Mutex mutex_;
+  std::size_t keys_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  std::size_t bytes_ OMBRIX_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace ombrix::platform::detail

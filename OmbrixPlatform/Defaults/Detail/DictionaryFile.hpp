@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +13,7 @@
 #include "OmbrixPlatform/Concurrency/Process.hpp"
 #include "OmbrixPlatform/Defaults/Detail/QueuedFileLock.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform {
 
@@ -116,34 +116,37 @@ class DictionaryFile {
   };
 
   static Identity identityOf(int descriptor);
-  Loaded load(bool force, Outcome& outcome);
-  Loaded loadLocked(bool force, Outcome& outcome);
-  void takeIn(PropertyList::Dictionary contents, Outcome& outcome);
-  void dropOverruled(const PropertyList::Dictionary& contents);
+  Loaded load(bool force, Outcome& outcome) OMBRIX_REQUIRES(mutex_);
+  Loaded loadLocked(bool force, Outcome& outcome) OMBRIX_REQUIRES(mutex_);
+  void takeIn(PropertyList::Dictionary contents, Outcome& outcome) OMBRIX_REQUIRES(mutex_);
+  void dropOverruled(const PropertyList::Dictionary& contents) OMBRIX_REQUIRES(mutex_);
   bool setAside(Outcome& outcome) const;
-  bool save(Outcome& outcome);
-  bool replaceFile(DataView bytes);
-  bool overwriteFile(const std::filesystem::path& place, DataView bytes);
-  void isNow(detail::Descriptor file);
+  bool save(Outcome& outcome) OMBRIX_REQUIRES(mutex_);
+  bool replaceFile(DataView bytes) OMBRIX_REQUIRES(mutex_);
+  bool overwriteFile(const std::filesystem::path& place, DataView bytes) OMBRIX_REQUIRES(mutex_);
+  void isNow(detail::Descriptor file) OMBRIX_REQUIRES(mutex_);
   detail::HeldFileLock lock(std::chrono::steady_clock::duration timeout, Outcome& outcome) const;
-  void change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome);
-  void undo(const PropertyList::Dictionary& before, std::size_t met, Outcome& outcome);
+  void change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome) OMBRIX_REQUIRES(mutex_);
+  void undo(const PropertyList::Dictionary& before, std::size_t met, Outcome& outcome)
+      OMBRIX_REQUIRES(mutex_);
   void report(Outcome& outcome, std::string_view action, int error) const;
-  void enterChild();
+  void enterChild() OMBRIX_NO_THREAD_SAFETY_ANALYSIS;  // on the one thread there is
 
   const std::string file_;
   mutable detail::QueuedFileLock queue_;
 
-  mutable std::mutex mutex_;           // held over file operations of this process
-  PropertyList::Dictionary contents_;  // of the file, with the unsaved edits on top
-  std::vector<Unsaved> unsaved_;
-  bool isShowingUnsaved_ = false;  // contents that are neither in the file nor in `unsaved_`
+  mutable Mutex mutex_;  // held over file operations of this process
+  // Of the file, with the unsaved edits on top.
+  PropertyList::Dictionary contents_ OMBRIX_GUARDED_BY(mutex_);
+  std::vector<Unsaved> unsaved_ OMBRIX_GUARDED_BY(mutex_);
+  // Contents that are neither in the file nor in `unsaved_`.
+  bool isShowingUnsaved_ OMBRIX_GUARDED_BY(mutex_) = false;
   // The file as it was last read or written. It is kept open, so that its inode number is not
   // given to a successor.
-  detail::Descriptor open_;
-  std::optional<Identity> identity_;
-  bool hasLooked_ = false;
-  std::uint64_t sequence_ = 0;
+  detail::Descriptor open_ OMBRIX_GUARDED_BY(mutex_);
+  std::optional<Identity> identity_ OMBRIX_GUARDED_BY(mutex_);
+  bool hasLooked_ OMBRIX_GUARDED_BY(mutex_) = false;
+  std::uint64_t sequence_ OMBRIX_GUARDED_BY(mutex_) = 0;
   const ForkHandler onFork_{[this] { enterChild(); }};
 };
 

@@ -2,12 +2,10 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,6 +17,7 @@
 #include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 
 namespace ombrix::platform {
@@ -60,8 +59,8 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void putBack(const Batch& batch);
   void settle(const Batch& batch, const DictionaryFile::Outcome& outcome);
   void flushLast();
-  bool hasWriterHere();
-  void enterChild();
+  bool hasWriterHere() OMBRIX_REQUIRES(mutex);
+  void enterChild() OMBRIX_NO_THREAD_SAFETY_ANALYSIS;  // on the one thread there is
   void write();
   void stopWriter();
   void load();
@@ -77,7 +76,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void followLink();
   void noteFolderChange(const std::filesystem::path& watched, const FolderChange& change);
   void lookLater();
-  const PropertyList* find(std::string_view key, bool withDefaults) const;
+  const PropertyList* find(std::string_view key, bool withDefaults) const OMBRIX_REQUIRES(mutex);
 
   UserDefaults& owner;
   const std::filesystem::path path;
@@ -88,27 +87,30 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   std::atomic<bool> hasLoaded{false}, isWatched{false};
   std::atomic<std::uint64_t> revision{nextRevision()};
 
-  std::mutex loadMutex;  // held over the first look
-  // Guards the domains; nothing is called while it is held. Who changes them is inside the gate of
-  // forks, so that a child finds them whole.
-  std::mutex mutex;
-  Dictionary arguments, defaults;
-  std::map<std::string, Stored, std::less<>> stored;
-  ErrorHandler onError;
-  std::map<std::string, std::chrono::steady_clock::time_point> toldErrors;
-  std::uint64_t lastEdit = 0;
-  std::vector<std::string> queuedKeys;  // edits that the writer has not taken yet
-  std::condition_variable somethingToWrite;
-  std::thread writer;
-  bool isForked = false;  // from a process with a writer
-  bool isStopping = false, isFlushedAtExit = false;
+  Mutex loadMutex;  // held over the first look
+  // Nothing is called while it is held. Who changes the domains is inside the gate of forks, so
+  // that a child finds them whole.
+  Mutex mutex;
+  Dictionary arguments OMBRIX_GUARDED_BY(mutex), defaults OMBRIX_GUARDED_BY(mutex);
+  std::map<std::string, Stored, std::less<>> stored OMBRIX_GUARDED_BY(mutex);
+  ErrorHandler onError OMBRIX_GUARDED_BY(mutex);
+  std::map<std::string, std::chrono::steady_clock::time_point> toldErrors OMBRIX_GUARDED_BY(mutex);
+  std::uint64_t lastEdit OMBRIX_GUARDED_BY(mutex) = 0;
+  // Edits that the writer has not taken yet.
+  std::vector<std::string> queuedKeys OMBRIX_GUARDED_BY(mutex);
+  Condition somethingToWrite;
+  std::thread writer OMBRIX_GUARDED_BY(mutex);
+  bool isForked OMBRIX_GUARDED_BY(mutex) = false;  // from a process with a writer
+  bool isStopping OMBRIX_GUARDED_BY(mutex) = false;
+  bool isFlushedAtExit OMBRIX_GUARDED_BY(mutex) = false;
 
-  std::mutex writeMutex;  // held from taking edits until the file has them, so that order is kept
+  Mutex writeMutex;  // held from taking edits until the file has them, so that order is kept
 
-  std::mutex watchMutex;  // guards the start of the watch
-  std::shared_ptr<DispatchQueue> queue;
-  ObservationToken watchToken, linkToken;
-  std::filesystem::path watchedTarget;
+  Mutex watchMutex;
+  std::shared_ptr<DispatchQueue> queue;  // made once, before the writer or the watch uses it
+  ObservationToken watchToken OMBRIX_GUARDED_BY(watchMutex);
+  ObservationToken linkToken OMBRIX_GUARDED_BY(watchMutex);
+  std::filesystem::path watchedTarget OMBRIX_GUARDED_BY(watchMutex);
   std::atomic<bool> refreshIsDue{false}, contentsAreSuspect{false};
   Signal<const std::vector<std::string>&> changedExternally;
 

@@ -200,7 +200,7 @@ CloudMirror::Outcome CloudMirror::update(IfUnsaved ifUnsaved, Source source, Ste
   Outcome outcome;
   try {
     const auto fileOutcome = file_.update(decide, ifUnsaved);
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     apply(fileOutcome, source, outcome);
   } catch (const PropertyListError& error) {
     outcome.errors.emplace_back(error.what());
@@ -210,7 +210,7 @@ CloudMirror::Outcome CloudMirror::update(IfUnsaved ifUnsaved, Source source, Ste
 }
 
 CloudMirror::Outcome CloudMirror::refresh() {
-  const std::lock_guard working(fileMutex_);
+  const LockGuard working(fileMutex_);
   Outcome outcome;
   look(DictionaryFile::Look::always, outcome);
   return outcome;
@@ -218,14 +218,14 @@ CloudMirror::Outcome CloudMirror::refresh() {
 
 std::optional<PropertyList> CloudMirror::value(std::string_view key, Outcome& outcome) {
   lookIfFree(outcome);
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   const auto unwritten = findUnwritten(key);
   return unwritten != unwritten_.end() ? unwritten->value : copyOf(values_.find(key));
 }
 
 PropertyList::Dictionary CloudMirror::values(Outcome& outcome) {
   lookIfFree(outcome);
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   auto values = values_;
   for (const Unwritten& change : unwritten_) {
     if (change.value) {
@@ -240,18 +240,18 @@ PropertyList::Dictionary CloudMirror::values(Outcome& outcome) {
 void CloudMirror::set(std::string_view key, std::optional<PropertyList> value) {
   Unwritten change{std::string(key), std::move(value), UUID::random().uuidString()};
   DictionaryFile::checkEncodable(change.key, change.value.value_or(PropertyList()));
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   std::erase_if(unwritten_, [&](const Unwritten& other) { return other.key == key; });
   unwritten_.push_back(std::move(change));
 }
 
 CloudMirror::Outcome CloudMirror::flush() {
   const ThreadPool::BlockingScope blocking;
-  const std::lock_guard working(fileMutex_);
+  const LockGuard working(fileMutex_);
   std::vector<Unwritten> batch;
   std::string first;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     batch = unwritten_;
     first = sending_;
   }
@@ -265,7 +265,7 @@ CloudMirror::Outcome CloudMirror::flush() {
     }
     draft.forgetOldOrders();
   });
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   isStuck_ = !outcome.isSaved;
   if (!outcome.isSaved) {
     for (Unwritten& change : unwritten_) {
@@ -281,27 +281,27 @@ CloudMirror::Outcome CloudMirror::flush() {
 }
 
 bool CloudMirror::isFlushed() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return unwritten_.empty();
 }
 
 void CloudMirror::sending(const Pending& pending) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   isSentAgain_ = std::exchange(sending_, pending.id) == pending.id;
 }
 
 void CloudMirror::notTaken() {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (!isSentAgain_) sending_.clear();
 }
 
 bool CloudMirror::isSendingFromMemory() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return findSending() != unwritten_.end();
 }
 
 std::optional<CloudMirror::Pending> CloudMirror::nextPending() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (const auto sent = findSending(); sent != unwritten_.end()) {
     return Pending{sent->key, sent->value, sent->id, integerIn(device_, "order") + 1};
   }
@@ -314,31 +314,31 @@ std::optional<CloudMirror::Pending> CloudMirror::nextPending() const {
 }
 
 std::int64_t CloudMirror::lastOrder() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return integerIn(device_, "order");
 }
 
 CloudMirror::Position CloudMirror::position() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return {integerIn(position_, "epoch"), integerIn(position_, "revision")};
 }
 
 std::string CloudMirror::deviceIdentifier(Outcome& outcome) {
   const auto known = [this] {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return textIn(device_, "id");
   };
   if (auto id = known(); !id.empty()) return id;
-  const std::lock_guard working(fileMutex_);
+  const LockGuard working(fileMutex_);
   outcome = update(IfUnsaved::undo, Source::here, [](Draft& draft) { draft.nameDevice(); });
   return known();
 }
 
 CloudMirror::Outcome CloudMirror::sent(const Pending& pending, std::int64_t revision) {
-  const std::lock_guard working(fileMutex_);
+  const LockGuard working(fileMutex_);
   bool isUnwritten = false;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     isUnwritten = std::ranges::find(unwritten_, pending.id, &Unwritten::id) != unwritten_.end();
   }
   auto outcome =
@@ -365,15 +365,15 @@ CloudMirror::Outcome CloudMirror::sent(const Pending& pending, std::int64_t revi
       });
   if (!isUnwritten) return outcome;
   outcome.isSaved = true;  // nothing of it waits any more
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   std::erase_if(unwritten_, [&](const Unwritten& change) { return change.id == pending.id; });
   return outcome;
 }
 
 CloudMirror::Outcome CloudMirror::refused(const Pending& pending) {
-  const std::lock_guard working(fileMutex_);
+  const LockGuard working(fileMutex_);
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     const auto removed =
         std::erase_if(unwritten_, [&](const Unwritten& change) { return change.id == pending.id; });
     if (removed > 0) return {.keys = {pending.key}};
@@ -388,7 +388,7 @@ CloudMirror::Outcome CloudMirror::refused(const Pending& pending) {
 
 CloudMirror::Outcome CloudMirror::take(const std::vector<EtcdKeyValue>& events,
                                        std::int64_t epoch) {
-  const std::lock_guard working(fileMutex_);
+  const LockGuard working(fileMutex_);
   return update(IfUnsaved::show, Source::server, [&](Draft& draft) {
     const std::int64_t known = draft.revision();
     if (draft.epoch() != epoch) return;
@@ -403,7 +403,7 @@ CloudMirror::Outcome CloudMirror::take(const std::vector<EtcdKeyValue>& events,
 }
 
 CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot, Position asked) {
-  const std::lock_guard working(fileMutex_);
+  const LockGuard working(fileMutex_);
   return update(IfUnsaved::show, Source::server, [&](Draft& draft) {
     if (draft.epoch() != asked.epoch) return;
     const bool isMadeAnew = snapshot.revision < asked.revision;
@@ -431,13 +431,14 @@ CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot, Position as
 /// Takes in what others have written, unless this process is at the file: then a look would wait,
 /// and what comes is shown a moment later.
 void CloudMirror::lookIfFree(Outcome& outcome) {
-  const std::unique_lock working(fileMutex_, std::try_to_lock);
-  if (working) look(DictionaryFile::Look::ifFree, outcome);
+  if (!fileMutex_.try_lock()) return;
+  const LockGuard working(fileMutex_, std::adopt_lock);
+  look(DictionaryFile::Look::ifFree, outcome);
 }
 
 void CloudMirror::look(DictionaryFile::Look how, Outcome& outcome) {
   const auto fileOutcome = file_.refresh(how);
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   apply(fileOutcome, Source::here, outcome);
 }
 
@@ -450,7 +451,6 @@ std::vector<CloudMirror::Unwritten>::const_iterator CloudMirror::findSending() c
   return std::ranges::find(unwritten_, sending_, &Unwritten::id);
 }
 
-/// With both locks held.
 void CloudMirror::apply(const DictionaryFile::Outcome& fileOutcome, Source source,
                         Outcome& outcome) {
   // First what other processes have set after what waits here.

@@ -240,7 +240,7 @@ void EtcdSync::read() {
         self->taken_ = self->mirror_->position();
         self->delay_ = kFirstDelay;
         {
-          const std::lock_guard lock(self->reportMutex_);
+          const LockGuard lock(self->reportMutex_);
           if (isSaved) self->reported_.clear();
         }
         self->heard_ = std::min(all->revision, self->taken_.revision);
@@ -331,7 +331,7 @@ void EtcdSync::tell(CloudMirror::Outcome outcome, Store::ChangeReason reason) {
 
 void EtcdSync::report(const std::string& message) {
   {
-    const std::lock_guard lock(reportMutex_);
+    const LockGuard lock(reportMutex_);
     if (message.empty()) return;
     if (reported_.size() >= kMaximumReports) reported_.clear();
     if (!reported_.insert(message).second) return;

@@ -6,7 +6,7 @@
 namespace ombrix::platform::detail {
 
 CachedAnswerPointer MemoryURLCache::find(std::string_view key, const HTTPHeaders& request) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   const auto variants = byKey_.find(key);
   if (variants == byKey_.end()) return nullptr;
   for (const auto entry : variants->second) {
@@ -18,14 +18,14 @@ CachedAnswerPointer MemoryURLCache::find(std::string_view key, const HTTPHeaders
 }
 
 void MemoryURLCache::put(CachedAnswerPointer answer, const HTTPHeaders& request) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   removeSelected(answer->key, request);
   insert(std::move(answer));
 }
 
 void MemoryURLCache::promote(CachedAnswerPointer answer, const HTTPHeaders& request,
                              std::uint64_t generation) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (generation != generation_) return;
   if (const auto variants = byKey_.find(answer->key); variants != byKey_.end()) {
     for (const auto entry : variants->second) {
@@ -50,7 +50,7 @@ void MemoryURLCache::insert(CachedAnswerPointer answer) {
 }
 
 void MemoryURLCache::remove(std::string_view key) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   ++generation_;
   const auto found = byKey_.find(key);
   if (found == byKey_.end()) return;
@@ -58,7 +58,7 @@ void MemoryURLCache::remove(std::string_view key) {
 }
 
 void MemoryURLCache::removeAll() {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   ++generation_;
   byKey_.clear();
   order_.clear();
@@ -66,12 +66,12 @@ void MemoryURLCache::removeAll() {
 }
 
 std::int64_t MemoryURLCache::usage() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return bytes_;
 }
 
 std::vector<std::string> MemoryURLCache::keysInUse() const {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   std::vector<std::string> keys;
   keys.reserve(order_.size());
   for (auto entry = order_.rbegin(); entry != order_.rend(); ++entry) {

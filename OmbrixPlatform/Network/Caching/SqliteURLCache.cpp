@@ -35,7 +35,7 @@ SqliteURLCache::SqliteURLCache(const std::string& folder, std::int64_t capacity,
 CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeaders& request) {
   std::uint64_t enqueuedBefore = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (clearing_ > 0 || !isTrusted()) return nullptr;
     if (const auto known = pendingAnswer(key, request)) return *known;
     enqueuedBefore = enqueued_;
@@ -44,19 +44,19 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
   SqliteURLCacheFile::Use use{};
   bool hasOthers = false;
   {
-    const std::lock_guard lock(readerMutex_);
+    const LockGuard lock(readerMutex_);
     try {
       answer = reader_.find(key, request, use, hasOthers);
     } catch (const SqliteFailure& failure) {
       hasOthers = true;  // for all that is known
       handle(reader_, failure);
       if (!failure.isBusy() && !failure.isDamage()) {
-        const std::lock_guard stateLock(mutex_);
+        const LockGuard stateLock(mutex_);
         distrust(false);
       }
     }
   }
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   misses_.note(key, !hasOthers && enqueued_ == enqueuedBefore && !pending_.contains(key));
   if (!answer) return nullptr;
   // It may have been replaced or dropped meanwhile.
@@ -82,7 +82,7 @@ void SqliteURLCache::remove(const std::string& key) {
 
 /// Whether what is on disk may not be the whole truth about the key.
 bool SqliteURLCache::isUnsettled(const std::string& key) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   return clearing_ > 0 || !isTrusted() || pending_.contains(key);
 }
 
@@ -106,10 +106,10 @@ bool SqliteURLCache::Misses::isRecent(const std::string& key) const {
 /// Whether there is certainly no answer on disk, or was none when that was asked last.
 bool SqliteURLCache::isMissing(const std::string& key) {
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (misses_.isRecent(key)) return true;
   }
-  const std::lock_guard lock(readerMutex_);
+  const LockGuard lock(readerMutex_);
   try {
     return !reader_.mayContain(key);
   } catch (const SqliteFailure& failure) {
@@ -119,7 +119,7 @@ bool SqliteURLCache::isMissing(const std::string& key) {
 }
 
 void SqliteURLCache::enqueue(ChangePointer change) {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (!isTrusted()) return loseChange();
   const std::int64_t bytes = bytesOf(change->answer);
   if (pendingBytes_ + bytes > kMostPendingBytes) {
@@ -137,7 +137,7 @@ void SqliteURLCache::enqueue(ChangePointer change) {
 
 void SqliteURLCache::removeAll() {
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     changes_.clear();
     pending_.clear();
     pendingBytes_ = 0;
@@ -146,7 +146,7 @@ void SqliteURLCache::removeAll() {
   }
   bool isCleared = false;
   queue_->sync([&] { isCleared = clearFiles(true); });
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   --clearing_;
   if (isCleared) {
     distrustedUntil_.reset();
@@ -159,11 +159,11 @@ void SqliteURLCache::removeAll() {
 std::int64_t SqliteURLCache::usage() {
   std::int64_t bytes = 0;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (clearing_ > 0 || !isTrusted()) return 0;
     bytes = pendingBytes_;
   }
-  const std::lock_guard lock(readerMutex_);
+  const LockGuard lock(readerMutex_);
   try {
     bytes += reader_.usage();
   } catch (const SqliteFailure& failure) {
@@ -173,14 +173,15 @@ std::int64_t SqliteURLCache::usage() {
 }
 
 void SqliteURLCache::flush() {
-  std::unique_lock lock(mutex_);
-  if (!uses_.empty()) schedule();
-  idle_.wait(lock, [this] { return !isScheduled_; });
-  lock.unlock();
+  {
+    const LockGuard lock(mutex_);
+    if (!uses_.empty()) schedule();
+    idle_.wait(mutex_, [this]() OMBRIX_REQUIRES(mutex_) { return !isScheduled_; });
+  }
   queue_->sync([] {});  // what was refused may be on its way out
 }
 
-// Writing behind. The mutex is held by the caller of these.
+// Writing behind.
 
 /// What the changes that are not on disk yet say of the request; null for a dropped answer, nothing
 /// when they do not say.
@@ -212,7 +213,7 @@ bool SqliteURLCache::isTrusted() {
   distrustedUntil_ = now + kDistrust;
   queue_->async([self = shared_from_this()] {
     if (!self->clearFiles(false)) return;
-    const std::lock_guard lock(self->mutex_);
+    const LockGuard lock(self->mutex_);
     self->distrustedUntil_.reset();
   });
   return false;
@@ -236,7 +237,7 @@ void SqliteURLCache::loseChange() {
   if (std::exchange(isGivenUp_, true)) return;
   queue_->async([self = shared_from_this()] {
     if (!self->clearFiles(false)) return;
-    const std::lock_guard lock(self->mutex_);
+    const LockGuard lock(self->mutex_);
     self->hasLostChanges_ = false;
   });
 }
@@ -247,7 +248,7 @@ void SqliteURLCache::writeBatch() {
   std::vector<ChangePointer> batch;
   std::vector<SqliteURLCacheFile::Use> uses;
   {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     uses = std::exchange(uses_, {});
     std::int64_t bytes = 0;
     while (!changes_.empty() && batch.size() < kMostChangesAtOnce && bytes <= budget_.batch) {
@@ -268,13 +269,13 @@ void SqliteURLCache::writeBatch() {
   const bool isWritten = batch.empty() || write(batch, false) || write(batch, true);
   if (std::exchange(writerOpenings_, writer_.openings()) != writer_.openings()) {
     // Another file lies there now, which the reader might not notice.
-    const std::lock_guard lock(readerMutex_);
+    const LockGuard lock(readerMutex_);
     reader_.close();
   }
   // What stands there may be outdated. It is removed now: others would serve it, and so would this
   // program when it starts again. A full disk lets files go.
   const bool isCleared = !isWritten && clearFiles(false);
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   if (isWritten || isCleared) forget(batch);
   if (!isWritten) {
     distrust(!isCleared);
@@ -327,7 +328,7 @@ bool SqliteURLCache::clearFiles(bool alsoOfLaterRelease) {
   try {
     if (!alsoOfLaterRelease && isOfLaterRelease()) return true;
     writer_.clear();
-    const std::lock_guard lock(readerMutex_);
+    const LockGuard lock(readerMutex_);
     reader_.close();
     return true;
   } catch (const SqliteFailure&) {

@@ -1,12 +1,12 @@
 #include "OmbrixPlatform/Network/URLCache.hpp"
 
 #include <algorithm>
-#include <mutex>
 #include <unordered_map>
 #include <utility>
 
 #include "OmbrixPlatform/Bundles/Bundle.hpp"
 #include "OmbrixPlatform/Files/Directories.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Memory/MemoryWarning.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/HTTPCacheControl.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/MemoryURLCache.hpp"
@@ -48,14 +48,14 @@ class Revalidations {
  public:
   /// Whether nobody has been told to ask about the key within the last minute.
   bool begin(const std::string& key, Date now) {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     std::erase_if(begun_, [&](const auto& entry) { return hasLapsed(entry.second, now); });
     return begun_.size() < kMost && begun_.emplace(key, now).second;
   }
 
   /// The server has answered about the URL.
   void end(const URL& url) {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (!begun_.empty()) begun_.erase(cacheKey(url));
   }
 
@@ -65,8 +65,8 @@ class Revalidations {
 
   static bool hasLapsed(Date begun, Date now) { return now < begun || now - begun > kLapse; }
 
-  std::mutex mutex_;
-  std::unordered_map<std::string, Date> begun_;
+  Mutex mutex_;
+  std::unordered_map<std::string, Date> begun_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 class TieredURLCache final : public URLCache {

@@ -96,7 +96,7 @@ void CurlLoop::post(LoopJob job) { handOver(nullptr, std::move(job)); }
 bool CurlLoop::handOver(std::shared_ptr<Transfer> transfer, LoopJob job) {
   bool mustWake = false;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     if (isStopping_ && transfer) {
       // Its task was resumed and cancelled at one time: it is over, and knows of no transfer.
       transfer->client = nullptr;
@@ -143,7 +143,7 @@ void CurlLoop::resumeReceiving(std::shared_ptr<Transfer> transfer) {
 void CurlLoop::stop() {
   bool mustWake = false;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     if (std::exchange(isStopping_, true)) return;
     if (thread_) NetworkThreads::shared().oneEnds();
     mustWake = std::exchange(isSleeping_, false);
@@ -154,7 +154,7 @@ void CurlLoop::stop() {
 void CurlLoop::awaitEnd() {
   std::optional<NetworkThreads::Number> thread;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     thread = thread_;
   }
   if (thread) NetworkThreads::shared().join(*thread);
@@ -206,7 +206,7 @@ void CurlLoop::awaitMore() {
   flushTogether();
   armTimer();
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     if (!submitted_.empty() || !jobs_.empty() || isStopping_) return;
     isSleeping_ = true;
   }
@@ -227,7 +227,7 @@ void CurlLoop::sleep() {
     return;
   }
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     if (!isSleeping_) return;  // mail
   }
   nudgeDelay_ = std::min<std::chrono::milliseconds>(2 * nudgeDelay_, kLongestNudgeDelay);
@@ -273,7 +273,7 @@ bool CurlLoop::takeMail() {
   std::vector<std::shared_ptr<Transfer>> submitted;
   std::vector<LoopJob> jobs;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     isSleeping_ = false;
     submitted.swap(submitted_);
     jobs.swap(jobs_);

@@ -43,7 +43,7 @@ CurlURLSession::~CurlURLSession() {
 }
 
 std::shared_ptr<URLSessionDelegate> CurlURLSession::delegate() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return delegate_;
 }
 
@@ -78,7 +78,7 @@ std::shared_ptr<TransferTask> CurlURLSession::makeTask(URLRequest request,
                                                        URLSessionCompletionHandler handler) {
   auto task = std::make_shared<TransferTask>(shared_from_this(), ++lastIdentifier_,
                                              std::move(request), std::move(handler));
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   task->setPlaceInSession(tasks_.insert(tasks_.end(), task.get()));
   if (isInvalid_) task->setSessionHasEnded();
   return task;
@@ -98,7 +98,7 @@ std::shared_ptr<URLSessionUploadTask> CurlURLSession::uploadTask(
 
 void CurlURLSession::taskIsOver(TaskList::iterator place) {
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     tasks_.erase(place);
   }
   endWhenIdle();
@@ -106,7 +106,7 @@ void CurlURLSession::taskIsOver(TaskList::iterator place) {
 
 void CurlURLSession::finishTasksAndInvalidate() {
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     isInvalid_ = true;
   }
   endWhenIdle();
@@ -115,7 +115,7 @@ void CurlURLSession::finishTasksAndInvalidate() {
 void CurlURLSession::invalidateAndCancel() {
   std::vector<std::shared_ptr<TransferTask>> tasks;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     isInvalid_ = true;
     for (TransferTask* task : tasks_) {
       if (auto kept = task->weak_from_this().lock()) tasks.push_back(std::move(kept));
@@ -129,7 +129,7 @@ void CurlURLSession::invalidateAndCancel() {
 void CurlURLSession::endWhenIdle() {
   std::shared_ptr<URLSessionDelegate> delegate;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     if (!isInvalid_ || hasEnded_ || !tasks_.empty()) return;
     hasEnded_ = true;
     delegate = std::move(delegate_);

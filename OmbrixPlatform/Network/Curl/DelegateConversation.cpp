@@ -1,7 +1,6 @@
 #include "OmbrixPlatform/Network/Curl/Detail/DelegateConversation.hpp"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 namespace ombrix::platform::detail {
@@ -13,25 +12,25 @@ DelegateConversation::DelegateConversation(bool hasDelegate, bool isStreaming) n
 
 void DelegateConversation::headerCame(bool isAskedAbout) {
   if (!hasDelegate_) return;
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   isAskedAbout_ = isAskedAbout;
 }
 
 bool DelegateConversation::mustAskEarly() {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return permission_ == Permission::notAsked && isAskedAbout_ &&
          !std::exchange(isEarlyQuestionPosted_, true);
 }
 
 bool DelegateConversation::mustAsk() {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   if (permission_ != Permission::notAsked) return false;
   permission_ = Permission::asked;
   return true;
 }
 
 DelegateConversation::Permitted DelegateConversation::permit() {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   permission_ = Permission::given;
   return {.mustHandOver = !stream_.empty() && !std::exchange(isStreamPosted_, true),
           .mustResume = !isStreaming_ && std::exchange(isWaiting_, false),
@@ -39,14 +38,14 @@ DelegateConversation::Permitted DelegateConversation::permit() {
 }
 
 bool DelegateConversation::isOwedBefore(const URLError& failure) {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   const bool hasHadTime =
       permission_ == Permission::asked && failure.code() == URLError::Code::timedOut;
   return permission_ != Permission::given && isAskedAbout_ && !stream_.empty() && !hasHadTime;
 }
 
 std::optional<TaskOutcome> DelegateConversation::conclude(TaskOutcome outcome) {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   if (permission_ == Permission::given) return outcome;
   outcome_ = std::move(outcome);
   return std::nullopt;
@@ -54,7 +53,7 @@ std::optional<TaskOutcome> DelegateConversation::conclude(TaskOutcome outcome) {
 
 bool DelegateConversation::takesMore(std::size_t gatheredBytes) {
   if (!hasDelegate_ || (!isStreaming_ && gatheredBytes < kBytesBeforePermission)) return true;
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   isWaiting_ = isStreaming_ ? stream_.size() >= kStreamedBytesKept
                             : permission_ != Permission::given && isAskedAbout_;
   return !isWaiting_;
@@ -62,27 +61,27 @@ bool DelegateConversation::takesMore(std::size_t gatheredBytes) {
 
 bool DelegateConversation::keep(DataView piece) {
   if (!hasDelegate_) return false;
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   stream_.insert(stream_.end(), piece.begin(), piece.end());
   return permission_ == Permission::given && !isHeld_ && !std::exchange(isStreamPosted_, true);
 }
 
 Data DelegateConversation::take() {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   isStreamPosted_ = false;
   wasReleased_ = false;
   return permission_ == Permission::given ? std::exchange(stream_, {}) : Data();
 }
 
 bool DelegateConversation::taken(bool wantsMore) {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   // Who wanted to hold it may want more by now.
   isHeld_ = !wantsMore && !wasReleased_;
   return !isHeld_ && std::exchange(isWaiting_, false);
 }
 
 DelegateConversation::Released DelegateConversation::release() {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   wasReleased_ = true;
   if (!std::exchange(isHeld_, false)) return {};
   if (stream_.empty()) return {.mustResume = std::exchange(isWaiting_, false)};
@@ -91,19 +90,19 @@ DelegateConversation::Released DelegateConversation::release() {
 
 bool DelegateConversation::mustReport() {
   if (!hasDelegate_) return false;
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return !std::exchange(isReportPosted_, true);
 }
 
 std::int64_t DelegateConversation::report(std::int64_t totalBytes) {
   if (!hasDelegate_) return 0;
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   isReportPosted_ = false;
   return std::max<std::int64_t>(totalBytes - std::exchange(reportedBytes_, totalBytes), 0);
 }
 
 void DelegateConversation::end() {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   outcome_.reset();
   stream_ = {};
 }

@@ -31,8 +31,8 @@ NetworkThreads::Number NetworkThreads::start(std::move_only_function<void()> bod
   std::list<Member> ended;
   Number number = 0;
   {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [this] { return ending_ < kMostEnding; });
+    const LockGuard lock(mutex_);
+    changed_.wait(mutex_, [this]() OMBRIX_REQUIRES(mutex_) { return ending_ < kMostEnding; });
     ended.swap(ended_);
     number = ++last_;
     const auto self = running_.insert(running_.end(), {number, {}});
@@ -53,8 +53,9 @@ void NetworkThreads::join(Number number) {
   std::list<Member> ended;
   const auto isIt = [number](const Member& member) { return member.number == number; };
   {
-    std::unique_lock lock(mutex_);
-    changed_.wait(lock, [&] { return std::ranges::none_of(running_, isIt); });
+    const LockGuard lock(mutex_);
+    changed_.wait(mutex_,
+                  [&]() OMBRIX_REQUIRES(mutex_) { return std::ranges::none_of(running_, isIt); });
     const auto found = std::ranges::find_if(ended_, isIt);
     // Else somebody else has joined it, or is about to have.
     if (found != ended_.end()) ended.splice(ended.end(), ended_, found);
@@ -65,7 +66,7 @@ void NetworkThreads::join(Number number) {
 void NetworkThreads::run(std::list<Member>::iterator self, std::move_only_function<void()>& body) {
   body();
   body = nullptr;
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   ended_.splice(ended_.end(), running_, self);
   --ending_;
   changed_.notify_all();
@@ -74,15 +75,16 @@ void NetworkThreads::run(std::list<Member>::iterator self, std::move_only_functi
 void NetworkThreads::joinEnding() {
   std::list<Member> ended;
   {
-    std::unique_lock lock(mutex_);
-    changed_.wait_for(lock, kLongestWaitAtExit, [this] { return ending_ == 0; });
+    const LockGuard lock(mutex_);
+    changed_.wait_for(mutex_, kLongestWaitAtExit,
+                      [this]() OMBRIX_REQUIRES(mutex_) { return ending_ == 0; });
     ended.swap(ended_);
   }
   for (Member& member : ended) member.thread.join();
 }
 
 void NetworkThreads::oneEnds() {
-  const std::lock_guard lock(mutex_);
+  const LockGuard lock(mutex_);
   ++ending_;
 }
 

@@ -1,4 +1,3 @@
-#include <mutex>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
@@ -92,7 +91,7 @@ void TransferTask::conclude(Answer answer) {
   failingWithoutMemory([&] { outcome = outcomeOf(*session, answer); });
   if (!outcome) return;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     response_ = answer.response;
   }
   concludeWith(*session, *std::move(outcome), std::move(answer.response));

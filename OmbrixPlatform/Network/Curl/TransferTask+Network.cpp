@@ -1,4 +1,3 @@
-#include <mutex>
 #include <utility>
 
 #include "OmbrixPlatform/Network/Curl/Detail/AnswerOnce.hpp"
@@ -15,7 +14,7 @@ namespace ombrix::platform::detail {
 
 void TransferTask::load(CurlURLSession& session, const std::shared_ptr<Transfer>& transfer) {
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     transfer_ = transfer;
   }
   if (!session.loop().submit(transfer)) {
@@ -27,7 +26,7 @@ void TransferTask::load(CurlURLSession& session, const std::shared_ptr<Transfer>
 void TransferTask::endTransfer(CurlURLSession& session) {
   std::shared_ptr<Transfer> transfer;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     transfer = std::exchange(transfer_, nullptr);
   }
   if (transfer && !isForkedChild()) session.loop().abandon(std::move(transfer));
@@ -36,7 +35,7 @@ void TransferTask::endTransfer(CurlURLSession& session) {
 void TransferTask::resumeReceiving(CurlURLSession& session) {
   std::shared_ptr<Transfer> transfer;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     transfer = transfer_;
   }
   if (transfer) session.loop().resumeReceiving(std::move(transfer));
@@ -48,7 +47,8 @@ void TransferTask::exchangeBegins(TimePoint now) {
   bytesSent_ = 0;
   bytesReceived_ = 0;
   bytesExpected_ = -1;
-  changeMetrics([&](auto& metrics) { metrics.waiting = now - resumedAt_; });
+  const LockGuard lock(lock_);
+  metrics_.waiting = now - resumedAt_;
 }
 
 void TransferTask::requestIsResent() {
@@ -79,7 +79,7 @@ TransferClient::BodyUse TransferTask::headerCame(std::shared_ptr<const HTTPURLRe
   const bool isConfirmation = validated_ && response->statusCode() == 304;
   conversation_.headerCame(!isElsewhere && !isConfirmation && !isReplaced(*response));
   response = handedOver(std::move(response), original_->url);
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   response_ = std::move(response);
   return isStreaming_ && !isElsewhere ? BodyUse::stream : BodyUse::gather;
 }
@@ -146,7 +146,7 @@ void TransferTask::goOnWith(WireAnswer wire) {
   bytesSent_ = wire.bytesSent;
   std::shared_ptr<const URLRequest> current;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     transfer_ = nullptr;
     current = current_;
     wire.steps.fetchType = URLSessionTaskMetrics::FetchType::networkLoad;
@@ -181,7 +181,7 @@ void TransferTask::failed(std::shared_ptr<const URLError> error) {
     return fail(std::move(error));
   }
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     transfer_ = nullptr;
   }
   if (isReplaced) return standIn(*session);

@@ -1,7 +1,6 @@
 #include "OmbrixPlatform/Network/Curl/Detail/TransferTask.hpp"
 
 #include <algorithm>
-#include <mutex>
 #include <utility>
 
 #include "OmbrixPlatform/Network/Curl/Detail/CurlErrors.hpp"
@@ -47,44 +46,44 @@ TransferTask::~TransferTask() {
 // What callers ask.
 
 std::shared_ptr<CurlURLSession> TransferTask::session() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return session_;
 }
 
 std::shared_ptr<const URLRequest> TransferTask::request() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return current_;
 }
 
 std::shared_ptr<URLSessionTaskDelegate> TransferTask::ownDelegate() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return ownDelegate_;
 }
 
 void TransferTask::setDelegate(std::shared_ptr<URLSessionTaskDelegate> delegate) {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   if (state_ != State::suspended) return;
   conversation_.addDelegate();
   ownDelegate_.swap(delegate);
 }
 
 URLSessionTask::State TransferTask::state() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return state_;
 }
 
 std::shared_ptr<const HTTPURLResponse> TransferTask::response() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return response_;
 }
 
 std::shared_ptr<const Error> TransferTask::error() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return error_;
 }
 
 URLSessionTaskMetrics TransferTask::metrics() const {
-  const std::lock_guard lock(lock_);
+  const LockGuard lock(lock_);
   return metrics_;
 }
 
@@ -103,7 +102,7 @@ URLCache* TransferTask::cacheOf(const CurlURLSession& session) const {
 void TransferTask::resume() {
   std::shared_ptr<CurlURLSession> session;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     if (state_ != State::suspended || !session_) return;
     state_ = State::running;
     session = session_;
@@ -124,7 +123,7 @@ void TransferTask::begin(std::shared_ptr<const URLRequest> request) {
   const auto session = this->session();
   if (!session || isOver()) return;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     current_ = request;
   }
   if (sessionHasEnded_) {
@@ -190,7 +189,7 @@ bool TransferTask::answeredByCache(CurlURLSession& session, URLCache& cache,
 
 void TransferTask::cancel() {
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     // One decision: whoever sees the state knows that no answer is handed over.
     if (!claim()) return;
     state_ = State::canceling;
@@ -227,7 +226,7 @@ void TransferTask::deliver(TaskOutcome outcome) {
   std::shared_ptr<URLSessionTaskDelegate> own;
   URLSessionTaskMetrics metrics;
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     own.swap(ownDelegate_);
     if (resumedAt_ != TimePoint{}) metrics_.total = session->clock()->steadyNow() - resumedAt_;
     state_ = State::completed;
@@ -247,7 +246,7 @@ void TransferTask::deliver(TaskOutcome outcome) {
     delegate->didComplete(*session, *this, outcome.error);
   }
   {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     session_ = nullptr;
   }
   session->taskIsOver(placeInSession_);

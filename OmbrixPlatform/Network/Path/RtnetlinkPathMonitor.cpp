@@ -2,11 +2,11 @@
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 
-#include <mutex>
 #include <optional>
 #include <utility>
 
 #include "OmbrixPlatform/Concurrency/Events.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 #include "OmbrixPlatform/Network/Path/Detail/NetworkManagerMetered.hpp"
 #include "OmbrixPlatform/Network/Path/Detail/RouteTable.hpp"
@@ -48,7 +48,7 @@ class Watch {
   [[nodiscard]] int descriptor() const noexcept { return all_.get(); }
 
   [[nodiscard]] std::optional<NWPath> path() const {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     return path_;
   }
 
@@ -89,7 +89,7 @@ class Watch {
   void report() {
     const NWPath now = pathNow(manager_.isMetered());
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       if (std::exchange(path_, now) == now) return;
     }
     if (handler_) handler_(now);
@@ -102,8 +102,8 @@ class Watch {
   const detail::Descriptor overdue_;  // readable once, when the first report must wait no longer
   const detail::Descriptor routes_;
   detail::NetworkManagerMetered manager_;
-  mutable std::mutex mutex_;
-  std::optional<NWPath> path_;
+  mutable Mutex mutex_;
+  std::optional<NWPath> path_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 class RtnetlinkPathMonitor final : public NWPathMonitor {
@@ -111,17 +111,17 @@ class RtnetlinkPathMonitor final : public NWPathMonitor {
   ~RtnetlinkPathMonitor() override { cancel(); }
 
   void setPathUpdateHandler(UpdateHandler handler) override {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     handler_ = std::move(handler);
   }
 
   void setNetworkChangeHandler(std::move_only_function<void()> handler) override {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     changeHandler_ = std::move(handler);
   }
 
   void start() override {
-    const std::lock_guard lock(mutex_);
+    const LockGuard lock(mutex_);
     if (std::exchange(isStarted_, true)) return;
     watch_ = std::make_shared<Watch>(std::move(handler_), std::move(changeHandler_));
     token_ = whenReadable(watch_->descriptor(), [watch = watch_] { watch->look(); });
@@ -131,7 +131,7 @@ class RtnetlinkPathMonitor final : public NWPathMonitor {
     EventToken token;
     std::shared_ptr<Watch> watch;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       isStarted_ = true;
       token = std::move(token_);
       watch = std::move(watch_);
@@ -142,7 +142,7 @@ class RtnetlinkPathMonitor final : public NWPathMonitor {
   NWPath currentPath() const override {
     std::shared_ptr<Watch> watch;
     {
-      const std::lock_guard lock(mutex_);
+      const LockGuard lock(mutex_);
       watch = watch_;
     }
     const auto seen = watch ? watch->path() : std::nullopt;
@@ -150,12 +150,12 @@ class RtnetlinkPathMonitor final : public NWPathMonitor {
   }
 
  private:
-  mutable std::mutex mutex_;
-  UpdateHandler handler_;
-  std::move_only_function<void()> changeHandler_;
-  bool isStarted_ = false;
-  std::shared_ptr<Watch> watch_;
-  EventToken token_;
+  mutable Mutex mutex_;
+  UpdateHandler handler_ OMBRIX_GUARDED_BY(mutex_);
+  std::move_only_function<void()> changeHandler_ OMBRIX_GUARDED_BY(mutex_);
+  bool isStarted_ OMBRIX_GUARDED_BY(mutex_) = false;
+  std::shared_ptr<Watch> watch_ OMBRIX_GUARDED_BY(mutex_);
+  EventToken token_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 class RtnetlinkPathMonitorFactory final : public NWPathMonitorFactory {

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <utility>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
+
 namespace ombrix::devserver {
 
 void Router::add(std::string method, std::string_view path, Access access, Handler handler) {
   auto route = std::make_shared<const Route>(Route{std::move(method), access, std::move(handler)});
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   if (!path.ends_with("/*")) {
     exact_[std::string(path)].push_back(std::move(route));
     return;
@@ -25,7 +27,7 @@ void Router::add(std::string method, std::string_view path, Access access, Handl
 
 Router::Match Router::match(const Request& request) const {
   Match match;
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   const auto found = exact_.find(request.path);
   if (found != exact_.end()) {
     match.route = choose(found->second, request.method, match.allowed);

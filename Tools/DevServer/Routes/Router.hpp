@@ -2,12 +2,12 @@
 
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "Tools/DevServer/HTTP/HTTPMessage.hpp"
 
 namespace ombrix::devserver {
@@ -47,9 +47,9 @@ class Router {
   static std::shared_ptr<const Route> choose(const Routes& routes, std::string_view method,
                                              std::string& allowed);
 
-  mutable std::mutex mutex_;
-  std::unordered_map<std::string, Routes> exact_;
-  std::vector<std::pair<std::string, Routes>> prefixes_;
+  mutable platform::Mutex mutex_;
+  std::unordered_map<std::string, Routes> exact_ OMBRIX_GUARDED_BY(mutex_);
+  std::vector<std::pair<std::string, Routes>> prefixes_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::devserver

@@ -2,10 +2,12 @@
 
 #include <utility>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
+
 namespace ombrix::devserver {
 
 bool Gates::enter(const std::string& gate, std::uint64_t visitor, Resume resume) {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   Gate& entered = gates_[gate];
   if (!entered.isOpen) entered.waiting.emplace_back(visitor, std::move(resume));
   return entered.isOpen;
@@ -13,7 +15,7 @@ bool Gates::enter(const std::string& gate, std::uint64_t visitor, Resume resume)
 
 void Gates::leave(std::uint64_t visitor) {
   std::vector<Resume> dropped;  // destroyed outside the lock: captures may end a connection
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   for (auto& [name, gate] : gates_) {
     std::erase_if(gate.waiting, [&](auto& waiting) {
       if (waiting.first != visitor) return false;
@@ -26,7 +28,7 @@ void Gates::leave(std::uint64_t visitor) {
 void Gates::open(const std::string& gate) {
   std::vector<std::pair<std::uint64_t, Resume>> passing;
   {
-    const std::lock_guard lock(mutex_);
+    const platform::LockGuard lock(mutex_);
     gates_[gate].isOpen = true;
     passing.swap(gates_[gate].waiting);
   }
@@ -34,13 +36,13 @@ void Gates::open(const std::string& gate) {
 }
 
 void Gates::shut(const std::string& gate) {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   gates_[gate].isOpen = false;
 }
 
 void Gates::clear() {
   std::map<std::string, Gate> dropped;
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   dropped.swap(gates_);
 }
 

@@ -3,9 +3,10 @@
 #include <cstdint>
 #include <functional>
 #include <map>
-#include <mutex>
 #include <string>
 #include <vector>
+
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::devserver {
 
@@ -32,8 +33,8 @@ class Gates {
     std::vector<std::pair<std::uint64_t, Resume>> waiting;
   };
 
-  std::mutex mutex_;
-  std::map<std::string, Gate> gates_;
+  platform::Mutex mutex_;
+  std::map<std::string, Gate> gates_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::devserver

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
+
 namespace ombrix::devserver {
 namespace {
 
@@ -12,8 +14,12 @@ constexpr std::size_t kMostPaths = 10'000;
 
 template <class Change>
 void Journal::change(Change&& how) {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   how(counters_);
+  tellWaiters();
+}
+
+void Journal::tellWaiters() {
   if (waiters_ > 0) changed_.notify_all();
 }
 
@@ -29,12 +35,12 @@ void Journal::connectionClosed() {
 }
 
 void Journal::requestBegan(const std::shared_ptr<const Request>& request) {
-  change([&](Counters& counters) {
-    ++counters.requests;
-    ++counters.inFlight;
-    counters.mostInFlight = std::max(counters.mostInFlight, counters.inFlight);
-    if (mostRequests_ > 0) keep(request);
-  });
+  const platform::LockGuard lock(mutex_);
+  ++counters_.requests;
+  ++counters_.inFlight;
+  counters_.mostInFlight = std::max(counters_.mostInFlight, counters_.inFlight);
+  if (mostRequests_ > 0) keep(request);
+  tellWaiters();
 }
 
 void Journal::requestEnded() {
@@ -73,18 +79,18 @@ void Journal::keep(const std::shared_ptr<const Request>& request) {
 }
 
 Counters Journal::counters() const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   return counters_;
 }
 
 std::uint64_t Journal::requestCount(const std::string& path) const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   const auto found = countsByPath_.find(path);
   return found == countsByPath_.end() ? 0 : found->second;
 }
 
 std::vector<std::shared_ptr<const Request>> Journal::requests(std::string_view path) const {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   std::vector<std::shared_ptr<const Request>> found;
   for (const auto& request : requests_) {
     if (path.empty() || request->path == path) found.push_back(request);
@@ -93,7 +99,7 @@ std::vector<std::shared_ptr<const Request>> Journal::requests(std::string_view p
 }
 
 void Journal::forgetRequests() {
-  const std::lock_guard lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   requests_.clear();
   countsByPath_.clear();
   counters_.requests = 0;
@@ -103,18 +109,19 @@ void Journal::forgetRequests() {
 bool Journal::waitUntil(const std::function<bool(const Counters&)>& areWanted,
                         std::chrono::steady_clock::duration timeout) const {
   const auto deadline = std::chrono::steady_clock::now() + timeout;
-  std::unique_lock lock(mutex_);
+  const platform::LockGuard lock(mutex_);
   ++waiters_;
   // The predicate is the caller's code: it gets a copy and runs without the lock.
   bool holds = false;
   for (;;) {
     const Counters seen = counters_;
-    lock.unlock();
-    holds = areWanted(seen);
-    lock.lock();
+    {
+      const platform::UnlockGuard unlocked(mutex_);
+      holds = areWanted(seen);
+    }
     if (holds || std::chrono::steady_clock::now() >= deadline) break;
     const bool hasChanged = !(counters_ == seen);
-    if (!hasChanged) changed_.wait_until(lock, deadline);
+    if (!hasChanged) changed_.wait_until(mutex_, deadline);
   }
   --waiters_;
   return holds;

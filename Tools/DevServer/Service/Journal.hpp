@@ -1,18 +1,17 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Condition.hpp"
 #include "Tools/DevServer/HTTP/HTTPMessage.hpp"
 
 namespace ombrix::devserver {
@@ -56,15 +55,16 @@ class Journal {
  private:
   template <class Change>
   void change(Change&& how);
-  void keep(const std::shared_ptr<const Request>& request);
+  void tellWaiters() OMBRIX_REQUIRES(mutex_);
+  void keep(const std::shared_ptr<const Request>& request) OMBRIX_REQUIRES(mutex_);
 
   const std::size_t mostRequests_, mostBodyBytes_;
-  mutable std::mutex mutex_;
-  mutable std::condition_variable changed_;
-  mutable std::size_t waiters_ = 0;
-  Counters counters_;
-  std::deque<std::shared_ptr<const Request>> requests_;
-  std::unordered_map<std::string, std::uint64_t> countsByPath_;
+  mutable platform::Mutex mutex_;
+  mutable platform::Condition changed_;
+  mutable std::size_t waiters_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  Counters counters_ OMBRIX_GUARDED_BY(mutex_);
+  std::deque<std::shared_ptr<const Request>> requests_ OMBRIX_GUARDED_BY(mutex_);
+  std::unordered_map<std::string, std::uint64_t> countsByPath_ OMBRIX_GUARDED_BY(mutex_);
 };
 
 }  // namespace ombrix::devserver

@@ -3,6 +3,7 @@
 #include <exception>
 #include <utility>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "Tools/DevServer/Routes/Routes.hpp"
 
 namespace ombrix::devserver {
@@ -59,14 +60,14 @@ Response ServerCore::answerByRoute(Request& request) {
 }
 
 std::optional<Script> ServerCore::takeConnectionScript() {
-  const std::lock_guard lock(scriptMutex_);
+  const platform::LockGuard lock(scriptMutex_);
   if (scriptedConnections_ == 0) return std::nullopt;
   --scriptedConnections_;
   return script_;
 }
 
 void ServerCore::setConnectionScript(Script script, std::size_t count) {
-  const std::lock_guard lock(scriptMutex_);
+  const platform::LockGuard lock(scriptMutex_);
   script_ = std::move(script);
   scriptedConnections_ = count;
 }

@@ -4,10 +4,10 @@
 #include <atomic>
 #include <cstddef>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <unordered_set>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "Tools/DevServer/DevServer.hpp"
 #include "Tools/DevServer/Service/Gates.hpp"
 #include "Tools/DevServer/Service/Sessions.hpp"
@@ -41,9 +41,9 @@ class ServerCore {
  private:
   Response answerByRoute(Request& request);
 
-  std::mutex scriptMutex_;
-  Script script_;
-  std::size_t scriptedConnections_ = 0;
+  platform::Mutex scriptMutex_;
+  Script script_ OMBRIX_GUARDED_BY(scriptMutex_);
+  std::size_t scriptedConnections_ OMBRIX_GUARDED_BY(scriptMutex_) = 0;
 };
 
 }  // namespace ombrix::devserver

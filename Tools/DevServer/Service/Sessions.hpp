@@ -3,11 +3,12 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
+
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::devserver {
 
@@ -39,13 +40,13 @@ class Sessions {
   void revokeAll();
 
  private:
-  std::string issue();
+  std::string issue() OMBRIX_REQUIRES(mutex_);
 
-  mutable std::mutex mutex_;
-  std::map<std::string, std::string> accounts_;
-  std::deque<std::string> tokens_;
-  std::uint64_t rotateEvery_ = 0;
-  std::uint64_t answers_ = 0;
+  mutable platform::Mutex mutex_;
+  std::map<std::string, std::string> accounts_ OMBRIX_GUARDED_BY(mutex_);
+  std::deque<std::string> tokens_ OMBRIX_GUARDED_BY(mutex_);
+  std::uint64_t rotateEvery_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  std::uint64_t answers_ OMBRIX_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace ombrix::devserver

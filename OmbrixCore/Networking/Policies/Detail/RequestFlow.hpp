@@ -8,7 +8,7 @@
 #include "OmbrixCore/Networking/Policies/RequestPolicies.hpp"
 #include "OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Publishers/AnyPublisher.hpp"
 
 namespace ombrix::detail {
@@ -62,11 +62,12 @@ class RequestFlow final : public platform::Subscription,
   int retries_ = 0;
   bool hasRefreshed_ = false;
 
-  platform::FutexLock lock_;  // guards what follows
-  Operation operation_;       // the first one, or the one under way; null in between and at the end
-  platform::EventToken pause_;
-  AnySubscriber downstream_;  // null at the end
-  bool hasBegun_ = false;
+  platform::FutexLock lock_;
+  // The first one, or the one under way; null in between and at the end.
+  Operation operation_ OMBRIX_GUARDED_BY(lock_);
+  platform::EventToken pause_ OMBRIX_GUARDED_BY(lock_);
+  AnySubscriber downstream_ OMBRIX_GUARDED_BY(lock_);  // null at the end
+  bool hasBegun_ OMBRIX_GUARDED_BY(lock_) = false;
 };
 
 }  // namespace ombrix::detail

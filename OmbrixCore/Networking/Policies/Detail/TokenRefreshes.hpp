@@ -8,7 +8,7 @@
 #include <string>
 
 #include "OmbrixCore/Networking/Policies/RequestPolicies.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix::detail {
 
@@ -32,8 +32,8 @@ class TokenRefreshes : public std::enable_shared_from_this<TokenRefreshes> {
   void begin(const std::shared_ptr<Refresh>& refresh);
   void finish(const std::shared_ptr<Refresh>& refresh, std::optional<std::string> token);
 
-  platform::FutexLock lock_;  // guards what follows, and what they hold
-  std::map<std::uint64_t, std::shared_ptr<Refresh>> running_;
+  platform::FutexLock lock_;  // over what the refreshes hold, too
+  std::map<std::uint64_t, std::shared_ptr<Refresh>> running_ OMBRIX_GUARDED_BY(lock_);
 };
 
 }  // namespace ombrix::detail

@@ -10,7 +10,7 @@
 #include "OmbrixCore/Networking/Requests/HTTPLines.hpp"
 #include "OmbrixCore/Networking/Requests/HttpRequestOperation.hpp"
 #include "OmbrixPlatform/Concurrency/Continuation.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix {
 
@@ -48,14 +48,14 @@ class HTTPLines::State final : public HTTPBodySink {
   std::string partial_;    // delegate queue
   bool hasBegun_ = false;  // delegate queue
 
-  platform::FutexLock lock_;  // guards what follows
-  std::weak_ptr<HttpRequestOperation> operation_;
-  std::deque<std::string> lines_;
-  std::size_t bytes_ = 0;  // of these lines
-  bool isHeld_ = false;
-  bool isOver_ = false;
-  std::exception_ptr error_;
-  std::optional<platform::Continuation<void>> waiting_;
+  platform::FutexLock lock_;
+  std::weak_ptr<HttpRequestOperation> operation_ OMBRIX_GUARDED_BY(lock_);
+  std::deque<std::string> lines_ OMBRIX_GUARDED_BY(lock_);
+  std::size_t bytes_ OMBRIX_GUARDED_BY(lock_) = 0;  // of these lines
+  bool isHeld_ OMBRIX_GUARDED_BY(lock_) = false;
+  bool isOver_ OMBRIX_GUARDED_BY(lock_) = false;
+  std::exception_ptr error_ OMBRIX_GUARDED_BY(lock_);
+  std::optional<platform::Continuation<void>> waiting_ OMBRIX_GUARDED_BY(lock_);
 };
 
 }  // namespace ombrix

@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -12,6 +11,7 @@
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
 #include "OmbrixPlatform/Defaults/Detail/DictionaryFile.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdMessages.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -128,26 +128,33 @@ class CloudMirror {
   };
 
   template <class Step>
-  Outcome update(IfUnsaved ifUnsaved, Source source, Step step);
-  void look(DictionaryFile::Look how, Outcome& outcome);
+  Outcome update(IfUnsaved ifUnsaved, Source source, Step step) OMBRIX_REQUIRES(fileMutex_);
+  void look(DictionaryFile::Look how, Outcome& outcome) OMBRIX_REQUIRES(fileMutex_);
   void lookIfFree(Outcome& outcome);
-  [[nodiscard]] std::vector<Unwritten>::const_iterator findUnwritten(std::string_view key) const;
-  [[nodiscard]] std::vector<Unwritten>::const_iterator findSending() const;
-  void apply(const DictionaryFile::Outcome& fileOutcome, Source source, Outcome& outcome);
+  [[nodiscard]] std::vector<Unwritten>::const_iterator findUnwritten(std::string_view key) const
+      OMBRIX_REQUIRES(mutex_);
+  [[nodiscard]] std::vector<Unwritten>::const_iterator findSending() const OMBRIX_REQUIRES(mutex_);
+  void apply(const DictionaryFile::Outcome& fileOutcome, Source source, Outcome& outcome)
+      OMBRIX_REQUIRES(fileMutex_, mutex_);
 
   // Held over what is done to the file, so that what comes of it is taken in in its order; before
   // the other one.
-  std::mutex fileMutex_;
-  DictionaryFile file_;
+  Mutex fileMutex_;
+  DictionaryFile file_ OMBRIX_GUARDED_BY(fileMutex_);
 
-  mutable std::mutex mutex_;          // never held over a file operation
-  PropertyList::Dictionary values_;   // of the file
-  PropertyList::Dictionary pending_;  // of the file: key to {id, value, order, server}
-  PropertyList position_, device_;    // of the file: {epoch, revision}; {id, order}
-  std::vector<Unwritten> unwritten_;  // in their order, one of a key at most
-  bool isStuck_ = false;              // the last attempt to write them failed
-  std::string sending_;               // the change that the server may have, written or not
-  bool isSentAgain_ = false;          // that one, after an attempt without an answer
+  mutable Mutex mutex_;                                        // never held over a file operation
+  PropertyList::Dictionary values_ OMBRIX_GUARDED_BY(mutex_);  // of the file
+  // Of the file: key to {id, value, order, server}.
+  PropertyList::Dictionary pending_ OMBRIX_GUARDED_BY(mutex_);
+  // Of the file: {epoch, revision}; {id, order}.
+  PropertyList position_ OMBRIX_GUARDED_BY(mutex_), device_ OMBRIX_GUARDED_BY(mutex_);
+  // In their order, one of a key at most.
+  std::vector<Unwritten> unwritten_ OMBRIX_GUARDED_BY(mutex_);
+  bool isStuck_ OMBRIX_GUARDED_BY(mutex_) = false;  // the last attempt to write them failed
+  // The change that the server may have, written or not.
+  std::string sending_ OMBRIX_GUARDED_BY(mutex_);
+  bool isSentAgain_ OMBRIX_GUARDED_BY(mutex_) =
+      false;  // that one, after an attempt without an answer
 };
 
 }  // namespace ombrix::platform::detail

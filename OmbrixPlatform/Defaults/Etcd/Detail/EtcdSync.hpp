@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -18,6 +17,7 @@
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdClient.hpp"
 #include "OmbrixPlatform/Defaults/Etcd/Detail/EtcdSending.hpp"
 #include "OmbrixPlatform/Files/FolderWatcher.hpp"
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Observation/Signal.hpp"
 
 namespace ombrix::platform::detail {
@@ -98,8 +98,9 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   const std::shared_ptr<Signal<const Store::ExternalChange&>> changed_;
   const std::shared_ptr<DispatchQueue> queue_;
   std::atomic<bool> hasBegun_{false}, lookIsDue_{false}, flushIsDue_{false};
-  std::mutex reportMutex_;
-  std::set<std::string> reported_;  // each said once, until all is well again
+  Mutex reportMutex_;
+  // Each said once, until all is well again.
+  std::set<std::string> reported_ OMBRIX_GUARDED_BY(reportMutex_);
 
   // On the queue only.
   std::shared_ptr<EtcdClient> client_;

@@ -4,12 +4,12 @@
 #include <cstdint>
 #include <functional>
 #include <list>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
+#include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/CachedAnswer.hpp"
 
 namespace ombrix::platform::detail {
@@ -58,15 +58,16 @@ class MemoryURLCache {
   static constexpr std::int64_t kLargestShare = 8;
   static constexpr std::size_t kMostVariants = 32;  // of one URL: they are searched one by one
 
-  void removeSelected(std::string_view key, const HTTPHeaders& request);
-  void insert(CachedAnswerPointer answer);
-  void drop(Order::iterator entry);
+  void removeSelected(std::string_view key, const HTTPHeaders& request) OMBRIX_REQUIRES(mutex_);
+  void insert(CachedAnswerPointer answer) OMBRIX_REQUIRES(mutex_);
+  void drop(Order::iterator entry) OMBRIX_REQUIRES(mutex_);
 
   const std::int64_t capacity_;
-  mutable std::mutex mutex_;
-  Order order_;
-  std::unordered_map<std::string, Variants, TextHash, std::equal_to<>> byKey_;
-  std::int64_t bytes_ = 0;
+  mutable Mutex mutex_;
+  Order order_ OMBRIX_GUARDED_BY(mutex_);
+  std::unordered_map<std::string, Variants, TextHash, std::equal_to<>> byKey_
+      OMBRIX_GUARDED_BY(mutex_);
+  std::int64_t bytes_ OMBRIX_GUARDED_BY(mutex_) = 0;
   std::atomic<std::uint64_t> generation_{0};  // drops other than for their age
 };
 

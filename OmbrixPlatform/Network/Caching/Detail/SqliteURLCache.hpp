@@ -2,19 +2,18 @@
 
 #include <array>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
+#include "OmbrixPlatform/Locks/Condition.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/CachedAnswer.hpp"
 #include "OmbrixPlatform/Network/Caching/Detail/SqliteURLCacheFile.hpp"
 
@@ -77,14 +76,15 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   [[nodiscard]] bool isUnsettled(const std::string& key);
   [[nodiscard]] bool isMissing(const std::string& key);
   [[nodiscard]] std::optional<CachedAnswerPointer> pendingAnswer(const std::string& key,
-                                                                 const HTTPHeaders& request) const;
-  void schedule();
+                                                                 const HTTPHeaders& request) const
+      OMBRIX_REQUIRES(mutex_);
+  void schedule() OMBRIX_REQUIRES(mutex_);
   void writeBatch();
   bool write(const std::vector<ChangePointer>& batch, bool isRemovalOnly);
-  void forget(const std::vector<ChangePointer>& batch);
-  bool isTrusted();
-  void distrust(bool hasLostChanges);
-  void loseChange();
+  void forget(const std::vector<ChangePointer>& batch) OMBRIX_REQUIRES(mutex_);
+  bool isTrusted() OMBRIX_REQUIRES(mutex_);
+  void distrust(bool hasLostChanges) OMBRIX_REQUIRES(mutex_);
+  void loseChange() OMBRIX_REQUIRES(mutex_);
   [[nodiscard]] bool clearFiles(bool alsoOfLaterRelease);
   [[nodiscard]] bool isOfLaterRelease();
   void handle(SqliteURLCacheFile& file, const SqliteFailure& failure);
@@ -93,22 +93,25 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   const KeysInUse keysInUse_;
   const std::shared_ptr<DispatchQueue> queue_;
 
-  std::mutex mutex_;  // guards what follows; never held while the disk is used
-  std::condition_variable idle_;
-  std::deque<ChangePointer> changes_;
-  std::unordered_map<std::string, std::vector<ChangePointer>> pending_;  // those being written too
-  std::int64_t pendingBytes_ = 0;
-  std::vector<SqliteURLCacheFile::Use> uses_;
-  bool isScheduled_ = false;
-  int clearing_ = 0;
-  std::optional<std::chrono::steady_clock::time_point> distrustedUntil_;
-  bool isGivenUp_ = false;  // while it was distrusted: its answers were, or could not be, removed
-  std::uint64_t enqueued_ = 0;  // changes, ever
-  Misses misses_;
-  bool hasLostChanges_ = false;  // while it was distrusted: answers there may be out of date
+  Mutex mutex_;  // never held while the disk is used
+  Condition idle_;
+  std::deque<ChangePointer> changes_ OMBRIX_GUARDED_BY(mutex_);
+  // Those being written too.
+  std::unordered_map<std::string, std::vector<ChangePointer>> pending_ OMBRIX_GUARDED_BY(mutex_);
+  std::int64_t pendingBytes_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  std::vector<SqliteURLCacheFile::Use> uses_ OMBRIX_GUARDED_BY(mutex_);
+  bool isScheduled_ OMBRIX_GUARDED_BY(mutex_) = false;
+  int clearing_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  std::optional<std::chrono::steady_clock::time_point> distrustedUntil_ OMBRIX_GUARDED_BY(mutex_);
+  // While it was distrusted: its answers were, or could not be, removed.
+  bool isGivenUp_ OMBRIX_GUARDED_BY(mutex_) = false;
+  std::uint64_t enqueued_ OMBRIX_GUARDED_BY(mutex_) = 0;  // changes, ever
+  Misses misses_ OMBRIX_GUARDED_BY(mutex_);
+  // While it was distrusted: answers there may be out of date.
+  bool hasLostChanges_ OMBRIX_GUARDED_BY(mutex_) = false;
 
-  std::mutex readerMutex_;
-  SqliteURLCacheFile reader_;
+  Mutex readerMutex_;
+  SqliteURLCacheFile reader_ OMBRIX_GUARDED_BY(readerMutex_);
   SqliteURLCacheFile writer_;         // on the queue only
   std::uint64_t writerOpenings_ = 0;  // likewise: those that the reader knows of
 };

@@ -16,7 +16,7 @@
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
 #include "OmbrixPlatform/Concurrency/Events.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlConnectionSettings.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlExchange.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
@@ -97,7 +97,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
 
  private:
   bool handOver(std::shared_ptr<Transfer> transfer, LoopJob job);
-  void startThread();
+  void startThread() OMBRIX_REQUIRES(lock_);
   void run();
   void transferOn();
   void awaitMore();
@@ -143,12 +143,12 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   const std::size_t maximumConnections_;
   const std::size_t maximumConnectionsPerHost_;
 
-  FutexLock lock_;  // guards the mail
-  std::vector<std::shared_ptr<Transfer>> submitted_;
-  std::vector<LoopJob> jobs_;
-  std::optional<NetworkThreads::Number> thread_;
-  bool isSleeping_ = false;
-  bool isStopping_ = false;
+  FutexLock lock_;
+  std::vector<std::shared_ptr<Transfer>> submitted_ OMBRIX_GUARDED_BY(lock_);
+  std::vector<LoopJob> jobs_ OMBRIX_GUARDED_BY(lock_);
+  std::optional<NetworkThreads::Number> thread_ OMBRIX_GUARDED_BY(lock_);
+  bool isSleeping_ OMBRIX_GUARDED_BY(lock_) = false;
+  bool isStopping_ OMBRIX_GUARDED_BY(lock_) = false;
 
   // Network thread only.
   CurlSurroundings surroundings_;

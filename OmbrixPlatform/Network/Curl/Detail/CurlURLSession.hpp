@@ -9,7 +9,7 @@
 #include <optional>
 
 #include "OmbrixPlatform/Concurrency/DispatchQueue.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
 #include "OmbrixPlatform/Network/Path/Detail/PathGate.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
@@ -85,11 +85,11 @@ class CurlURLSession final : public URLSession,
   std::once_flag pathOnce_;
   const std::shared_ptr<PathGate> pathGate_ = std::make_shared<PathGate>();
   std::shared_ptr<NWPathMonitor> pathMonitor_;  // set by `pathOnce_`
-  mutable FutexLock lock_;                      // guards what follows
-  std::shared_ptr<URLSessionDelegate> delegate_;
-  TaskList tasks_;  // not over yet, suspended ones included
-  bool isInvalid_ = false;
-  bool hasEnded_ = false;
+  mutable FutexLock lock_;
+  std::shared_ptr<URLSessionDelegate> delegate_ OMBRIX_GUARDED_BY(lock_);
+  TaskList tasks_ OMBRIX_GUARDED_BY(lock_);  // not over yet, suspended ones included
+  bool isInvalid_ OMBRIX_GUARDED_BY(lock_) = false;
+  bool hasEnded_ OMBRIX_GUARDED_BY(lock_) = false;
   std::promise<void> endIsTold_;  // kept once, when the delegate has heard of the end
   const std::shared_future<void> end_ = endIsTold_.get_future().share();
 };

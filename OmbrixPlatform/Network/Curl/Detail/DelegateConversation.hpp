@@ -5,7 +5,7 @@
 #include <memory>
 #include <optional>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Network/URLError.hpp"
 #include "OmbrixPlatform/Network/URLResponse.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
@@ -99,18 +99,18 @@ class DelegateConversation {
 
   bool hasDelegate_;
   const bool isStreaming_;
-  FutexLock lock_;  // guards what follows
-  Permission permission_;
-  bool isAskedAbout_ = false;
-  bool isEarlyQuestionPosted_ = false;
-  bool isStreamPosted_ = false;
-  bool isReportPosted_ = false;
-  bool isWaiting_ = false;    // the transfer
-  bool isHeld_ = false;       // by the delegate
-  bool wasReleased_ = false;  // since something was taken
-  std::int64_t reportedBytes_ = 0;
-  Data stream_;
-  std::optional<TaskOutcome> outcome_;
+  FutexLock lock_;
+  Permission permission_ OMBRIX_GUARDED_BY(lock_);
+  bool isAskedAbout_ OMBRIX_GUARDED_BY(lock_) = false;
+  bool isEarlyQuestionPosted_ OMBRIX_GUARDED_BY(lock_) = false;
+  bool isStreamPosted_ OMBRIX_GUARDED_BY(lock_) = false;
+  bool isReportPosted_ OMBRIX_GUARDED_BY(lock_) = false;
+  bool isWaiting_ OMBRIX_GUARDED_BY(lock_) = false;    // the transfer
+  bool isHeld_ OMBRIX_GUARDED_BY(lock_) = false;       // by the delegate
+  bool wasReleased_ OMBRIX_GUARDED_BY(lock_) = false;  // since something was taken
+  std::int64_t reportedBytes_ OMBRIX_GUARDED_BY(lock_) = 0;
+  Data stream_ OMBRIX_GUARDED_BY(lock_);
+  std::optional<TaskOutcome> outcome_ OMBRIX_GUARDED_BY(lock_);
 };
 
 }  // namespace ombrix::platform::detail

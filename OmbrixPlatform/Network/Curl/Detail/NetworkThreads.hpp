@@ -1,12 +1,12 @@
 #pragma once
 
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <list>
-#include <mutex>
 #include <thread>
+
+#include "OmbrixPlatform/Locks/Condition.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -38,12 +38,12 @@ class NetworkThreads {
 
   void run(std::list<Member>::iterator self, std::move_only_function<void()>& body);
 
-  std::mutex mutex_;  // guards what follows
-  std::condition_variable changed_;
-  std::list<Member> running_;
-  std::list<Member> ended_;
-  Number last_ = 0;
-  std::size_t ending_ = 0;
+  Mutex mutex_;
+  Condition changed_;
+  std::list<Member> running_ OMBRIX_GUARDED_BY(mutex_);
+  std::list<Member> ended_ OMBRIX_GUARDED_BY(mutex_);
+  Number last_ OMBRIX_GUARDED_BY(mutex_) = 0;
+  std::size_t ending_ OMBRIX_GUARDED_BY(mutex_) = 0;
 };
 
 /// Whether this process was forked off one that had sessions: it has none of their threads, so

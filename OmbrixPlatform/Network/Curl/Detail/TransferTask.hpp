@@ -3,11 +3,10 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <new>
 #include <optional>
 
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlErrors.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlURLSession.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/DelegateConversation.hpp"
@@ -91,7 +90,7 @@ class TransferTask final : public URLSessionUploadTask,
   [[nodiscard]] URLCache* cacheOf(const CurlURLSession& session) const;
   template <class Change>
   void changeMetrics(Change change) {
-    const std::lock_guard lock(lock_);
+    const LockGuard lock(lock_);
     change(metrics_);
   }
 
@@ -158,17 +157,18 @@ class TransferTask final : public URLSessionUploadTask,
   int redirects_ = 0;
   TransferClient::TimePoint deadline_{};
 
-  mutable FutexLock lock_;  // guards what follows
-  State state_ = State::suspended;
-  std::shared_ptr<CurlURLSession> session_;  // null once it is over
-  std::shared_ptr<Transfer> transfer_;       // null while none is under way
-  std::shared_ptr<const URLRequest> current_;
-  URLSessionCompletionHandler handler_;
-  std::shared_ptr<URLSessionTaskDelegate> ownDelegate_;  // null once it is over
-  std::shared_ptr<const HTTPURLResponse> response_;
-  std::shared_ptr<const Error> error_;
-  TransferClient::TimePoint resumedAt_{};
-  URLSessionTaskMetrics metrics_;
+  mutable FutexLock lock_;
+  State state_ OMBRIX_GUARDED_BY(lock_) = State::suspended;
+  std::shared_ptr<CurlURLSession> session_ OMBRIX_GUARDED_BY(lock_);  // null once it is over
+  std::shared_ptr<Transfer> transfer_ OMBRIX_GUARDED_BY(lock_);  // null while none is under way
+  std::shared_ptr<const URLRequest> current_ OMBRIX_GUARDED_BY(lock_);
+  URLSessionCompletionHandler handler_ OMBRIX_GUARDED_BY(lock_);
+  // Null once it is over.
+  std::shared_ptr<URLSessionTaskDelegate> ownDelegate_ OMBRIX_GUARDED_BY(lock_);
+  std::shared_ptr<const HTTPURLResponse> response_ OMBRIX_GUARDED_BY(lock_);
+  std::shared_ptr<const Error> error_ OMBRIX_GUARDED_BY(lock_);
+  TransferClient::TimePoint resumedAt_ OMBRIX_GUARDED_BY(lock_){};
+  URLSessionTaskMetrics metrics_ OMBRIX_GUARDED_BY(lock_);
 };
 
 }  // namespace ombrix::platform::detail

@@ -1,12 +1,11 @@
 #pragma once
 
-#include <mutex>
 #include <utility>
 #include <vector>
 
 #include "OmbrixPlatform/Concurrency/Executor.hpp"
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 namespace ombrix::platform::detail {
 
@@ -16,7 +15,7 @@ class PathGate {
   /// Runs a job: at once when the gate is open, else on the thread pool once it opens.
   void pass(Job job) {
     {
-      const std::lock_guard lock(lock_);
+      const LockGuard lock(lock_);
       if (!isOpen_) {
         held_.push_back(std::move(job));
         return;
@@ -29,7 +28,7 @@ class PathGate {
   void open() {
     std::vector<Job> held;
     {
-      const std::lock_guard lock(lock_);
+      const LockGuard lock(lock_);
       isOpen_ = true;
       held.swap(held_);
     }
@@ -37,9 +36,9 @@ class PathGate {
   }
 
  private:
-  FutexLock lock_;  // guards what follows
-  bool isOpen_ = false;
-  std::vector<Job> held_;
+  FutexLock lock_;
+  bool isOpen_ OMBRIX_GUARDED_BY(lock_) = false;
+  std::vector<Job> held_ OMBRIX_GUARDED_BY(lock_);
 };
 
 }  // namespace ombrix::platform::detail

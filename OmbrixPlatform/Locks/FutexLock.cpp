@@ -1,4 +1,4 @@
-#include "OmbrixPlatform/Concurrency/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
 
 #include <linux/futex.h>
 #include <sys/syscall.h>
