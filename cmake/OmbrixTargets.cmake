@@ -46,11 +46,18 @@ function(ombrix_sources target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HEADERS;SOURCES")
   list(TRANSFORM arg_HEADERS PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
   list(TRANSFORM arg_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  get_target_property(type ${target} TYPE)
+  set(scope PUBLIC)
+  if(type STREQUAL "INTERFACE_LIBRARY")
+    set(scope INTERFACE)
+  endif()
   if(arg_HEADERS)
-    target_sources(${target} PUBLIC
+    target_sources(${target} ${scope}
       FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
   endif()
-  target_sources(${target} PRIVATE ${arg_SOURCES})
+  if(arg_SOURCES)
+    target_sources(${target} PRIVATE ${arg_SOURCES})
+  endif()
 endfunction()
 
 # Under the sanitizers a test's own code is not optimised, and not checked at every pointer: the
