@@ -108,8 +108,13 @@ function(ombrix_program_path variable program)
   if(CMAKE_CROSSCOMPILING)
     list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
     set(path ${CMAKE_BINARY_DIR}/emulated/${program})
-    file(GENERATE OUTPUT ${path} FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
-         CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${program}> \"$@\"\n")
+    get_property(generated GLOBAL PROPERTY OMBRIX_EMULATED)
+    if(NOT program IN_LIST generated)
+      set_property(GLOBAL APPEND PROPERTY OMBRIX_EMULATED ${program})
+      file(GENERATE OUTPUT ${path}
+           CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${program}> \"$@\"\n"
+           FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    endif()
   endif()
   set(${variable} ${path} PARENT_SCOPE)
 endfunction()
