@@ -344,6 +344,13 @@ class OmbrixValueKind(enum.IntEnum):
     PROPERTY_LIST = 5
 
 
+class OmbrixBytes(C.Structure):
+    _fields_ = [
+        ("bytes", C.POINTER(C.c_uint8)),
+        ("length", C.c_size_t),
+    ]
+
+
 class OmbrixValue(C.Structure):
     _fields_ = [
         ("kind", C.c_int),
