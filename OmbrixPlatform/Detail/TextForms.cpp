@@ -1,20 +1,30 @@
 #include "OmbrixPlatform/Detail/TextForms.hpp"
 
 #include <fmt/format.h>
-#include <openssl/evp.h>
 
-#include <algorithm>
+#include <array>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <iterator>
 
 namespace ombrix::platform::detail {
 namespace {
 
-// Digits in one call to OpenSSL, which counts by `int`; a multiple of 4.
-constexpr std::size_t kMostBase64Digits = std::size_t{1} << 30;
-constexpr std::string_view kWhiteSpace = " \n\r\t";
+// Base64 by hand, although OpenSSL has it: programs that make no requests need not link OpenSSL.
+constexpr std::string_view kDigits =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+constexpr std::uint8_t kNoDigit = 0xFF;
+
+constexpr std::array<std::uint8_t, 256> kDigitValues = [] {
+  std::array<std::uint8_t, 256> values{};
+  values.fill(kNoDigit);
+  for (std::size_t i = 0; i < kDigits.size(); ++i) {
+    values[static_cast<unsigned char>(kDigits[i])] = static_cast<std::uint8_t>(i);
+  }
+  return values;
+}();
+
+bool isWhiteSpace(char c) { return c == ' ' || c == '\n' || c == '\r' || c == '\t'; }
 
 // Reads a number of exactly `digits` digits at the front and removes it.
 bool takeNumber(std::string_view& text, std::size_t digits, int& number) {
@@ -61,43 +71,48 @@ bool takeZone(std::string_view& text, int& offsetMinutes) {
 }  // namespace
 
 void appendBase64(std::string& out, DataView bytes) {
-  constexpr std::size_t kMostBytes = kMostBase64Digits / 4 * 3;
-  while (!bytes.empty()) {
-    const auto part = bytes.first(std::min(bytes.size(), kMostBytes));
-    bytes = bytes.subspan(part.size());
-    const std::size_t start = out.size();
-    out.resize(start + (part.size() + 2) / 3 * 4);
-    // The NUL that it adds takes the place of the string's own.
-    ::EVP_EncodeBlock(reinterpret_cast<unsigned char*>(out.data() + start),
-                      reinterpret_cast<const unsigned char*>(part.data()),
-                      static_cast<int>(part.size()));
+  const std::size_t start = out.size();
+  out.resize(start + (bytes.size() + 2) / 3 * 4, '=');
+  char* at = out.data() + start;
+  std::size_t i = 0;
+  for (; i + 3 <= bytes.size(); i += 3) {
+    const unsigned group = std::to_integer<unsigned>(bytes[i]) << 16 |
+                           std::to_integer<unsigned>(bytes[i + 1]) << 8 |
+                           std::to_integer<unsigned>(bytes[i + 2]);
+    for (unsigned shift = 24; shift > 0; shift -= 6) *at++ = kDigits[group >> (shift - 6) & 63];
+  }
+  const std::size_t left = bytes.size() - i;
+  if (left == 0) return;
+  unsigned group = std::to_integer<unsigned>(bytes[i]) << 16;
+  if (left == 2) group |= std::to_integer<unsigned>(bytes[i + 1]) << 8;
+  for (std::size_t digit = 0; digit <= left; ++digit) {
+    *at++ = kDigits[group >> (18 - 6 * digit) & 63];
   }
 }
 
 std::optional<Data> bytesFromBase64(std::string_view text, bool allowWhiteSpace) {
-  std::string packed;
-  if (allowWhiteSpace && text.find_first_of(kWhiteSpace) != text.npos) {
-    std::ranges::copy_if(text, std::back_inserter(packed),
-                         [](char c) { return !kWhiteSpace.contains(c); });
-    text = packed;
+  Data out;
+  out.reserve(text.size() / 4 * 3);
+  std::uint32_t group = 0;
+  unsigned digits = 0;
+  unsigned padding = 0;
+  for (const char c : text) {
+    if (allowWhiteSpace && isWhiteSpace(c)) continue;
+    const std::uint8_t value = kDigitValues[static_cast<unsigned char>(c)];
+    if (c == '=' && digits >= 2) {
+      ++padding;
+    } else if (value == kNoDigit || padding > 0) {
+      return std::nullopt;
+    }
+    group = group << 6 | (c == '=' ? 0U : value);
+    if (++digits < 4) continue;
+    for (unsigned i = 0; i < 3 - padding; ++i) {
+      out.push_back(static_cast<std::byte>(group >> (16 - 8 * i) & 0xFF));
+    }
+    group = 0;
+    digits = 0;
   }
-  const std::size_t padding = text.ends_with("==") ? 2 : text.ends_with('=') ? 1 : 0;
-  // OpenSSL takes "=" for a digit, too.
-  if (text.size() % 4 != 0 || text.find('=') < text.size() - padding) return std::nullopt;
-  Data out(text.size() / 4 * 3);
-  auto* to = reinterpret_cast<unsigned char*>(out.data());
-  while (!text.empty()) {
-    const auto part = text.substr(0, kMostBase64Digits);
-    // At the ends it skips white space and "-".
-    const auto isSkipped = [](char c) { return c == '-' || kWhiteSpace.contains(c); };
-    if (isSkipped(part.front()) || isSkipped(part.back())) return std::nullopt;
-    const int count = ::EVP_DecodeBlock(to, reinterpret_cast<const unsigned char*>(part.data()),
-                                        static_cast<int>(part.size()));
-    if (count < 0) return std::nullopt;
-    to += count;
-    text.remove_prefix(part.size());
-  }
-  out.resize(out.size() - padding);
+  if (digits != 0) return std::nullopt;
   return out;
 }
 
