@@ -1,6 +1,7 @@
 #pragma once
 
 #include <concepts>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -16,9 +17,18 @@ namespace ombrix::platform {
 
 static_assert(CodingReader<DecoderReader> && CodingWriter<EncoderWriter>);
 
-/// Decodes a type from the interface.
+namespace detail {
+
+/// What a value takes in memory, which may stand in a container that grows by doubling.
+template <class T>
+inline constexpr std::size_t kMemoryOf = 2 * sizeof(T);
+
+}  // namespace detail
+
+/// Decodes a type from the interface, which is told how much memory that takes.
 template <class T>
 T decodeFrom(Decoder& decoder) {
+  static_cast<void>(decoder.expectItems(1, detail::kMemoryOf<T>));
   DecoderReader reader(decoder);
   return detail::decodeNew<T>(reader);
 }
@@ -26,6 +36,7 @@ T decodeFrom(Decoder& decoder) {
 /// Encodes a type to the interface.
 template <class T>
 void encodeTo(Encoder& encoder, const T& value) {
+  encoder.expectItems(1, detail::kMemoryOf<T>);
   EncoderWriter writer(encoder);
   encodeValue(writer, value);
 }

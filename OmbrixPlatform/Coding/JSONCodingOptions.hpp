@@ -7,7 +7,7 @@
 
 namespace ombrix::platform {
 
-/// How dates are written in JSON.
+/// How dates stand in JSON.
 enum class JSONDateStrategy {
   deferredToDate,         // a number, seconds since 2001-01-01 00:00:00 UTC
   secondsSince1970,       // a number
@@ -15,17 +15,17 @@ enum class JSONDateStrategy {
   iso8601                 // a text such as "2023-11-14T22:13:20Z", written without fractions
 };
 
-/// Texts for the numbers that JSON cannot express.
+/// Texts that stand for the numbers JSON has no form for.
 struct JSONNonConformingFloats {
   std::string positiveInfinity;
   std::string negativeInfinity;
   std::string nan;
 };
 
-/// The options of `JSONEncoder` and `JSONDecoder`.
+/// What can be set on `JSONEncoder` and `JSONDecoder`.
 struct JSONCodingOptions {
   JSONDateStrategy dateStrategy = JSONDateStrategy::deferredToDate;
-  /// Empty: such numbers are errors.
+  /// Without it such numbers are errors.
   std::optional<JSONNonConformingFloats> nonConformingFloats;
   CodingUserInfo userInfo;
 };

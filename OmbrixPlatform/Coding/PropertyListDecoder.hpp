@@ -41,6 +41,8 @@ class PropertyListDecoder {
       return detail::decodeNew<T>(reader);
     } catch (const PropertyListSizeError&) {
       throw;  // decoding it once more costs more
+    } catch (const DecodingError& error) {
+      if (error.kind() == DecodingError::Kind::tooLarge) throw;
     } catch (const Error&) {
       // As in `JSONDecoder`.
     }

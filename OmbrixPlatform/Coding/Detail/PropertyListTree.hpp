@@ -17,6 +17,7 @@ struct ItemMemory {
   std::uint64_t count = 0, bytes = 0, widest = 0;
 
   void add(std::uint64_t items, std::uint64_t bytesEach) noexcept {
+    if (bytesEach <= BinaryPropertyListView::Allowance::kDecoderCost) return;
     count += items;
     bytes += items * bytesEach;
     widest = std::max(widest, bytesEach);

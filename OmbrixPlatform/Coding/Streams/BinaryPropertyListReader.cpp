@@ -302,6 +302,7 @@ struct Objects {
 
   static void expectItems(const Document& document, std::size_t count, std::size_t bytesEach,
                           const CodingPath& path) {
+    if (bytesEach <= Allowance::kDecoderCost) return;  // has been charged with the decoder
     try {
       document.allowance.visit(count, bytesEach);
     } catch (const PropertyListSizeError& error) {

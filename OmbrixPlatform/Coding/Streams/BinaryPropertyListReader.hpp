@@ -97,7 +97,8 @@ struct BinaryPropertyListReader::Document {
   Document(DataView file, const CodingUserInfo& userInfo)
       : bytes(file.begin(), file.end()),
         view(bytes),
-        allowance(bytes.size(), 2 * view.objectCount()),  // by way of what leads there, and itself
+        // By way of what leads there, itself, and what it is taken for.
+        allowance(bytes.size(), 3 * view.objectCount()),
         info(userInfo) {}
 
   [[nodiscard]] const CodingUserInfo& userInfo() const noexcept { return info; }

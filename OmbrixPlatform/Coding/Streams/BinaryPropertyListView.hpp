@@ -59,7 +59,8 @@ class BinaryPropertyListView {
     /// What going to an object costs, taken or skipped; bytes of texts and data and what its value
     /// takes in memory come on top.
     static constexpr std::uint64_t kVisitCost = 16;
-    /// What a decoder of a value costs, with each step of the path to it.
+    /// What a decoder of a value costs, and a value of up to as many bytes with it; and what each
+    /// step of the path to it costs.
     static constexpr std::uint64_t kDecoderCost = 128, kPathCost = 8;
     /// What an entry of a dictionary takes in a tree, at most.
     static constexpr std::uint64_t kEntryCost = sizeof(PropertyList::Dictionary::Entry) + 32;

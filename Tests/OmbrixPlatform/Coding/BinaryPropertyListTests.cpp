@@ -291,6 +291,24 @@ struct Wrapped {
   void encode(Encoder& encoder) const { encoder.singleValueContainer()->encode(value); }
 };
 
+/// Items that are read one by one.
+template <class T>
+struct Items {
+  std::vector<T> items;
+  static Items decode(Decoder& decoder) {
+    Items read;
+    for (const auto left = decoder.unkeyedContainer(); !left->isAtEnd();) {
+      read.items.push_back(left->decode<T>());
+    }
+    return read;
+  }
+  void encode(Encoder& encoder) const {
+    const auto container = encoder.unkeyedContainer();
+    for (const T& item : items) container->encode(item);
+  }
+  bool operator==(const Items&) const = default;
+};
+
 /// What a hash becomes for keys that are chosen to meet.
 struct OneBucket {
   std::size_t operator()(std::int64_t) const { return 0; }
@@ -308,6 +326,7 @@ TEST(BinaryPropertyListTests, ItemsCountThroughTheInterface) {
   using Rows = std::vector<std::vector<Wide>>;
   constexpr auto kTooLarge = DecodingError::Kind::tooLarge;
   EXPECT_EQ(refusalOf<Wrapped<Rows>>(file), kTooLarge);
+  EXPECT_EQ(refusalOf<Items<Items<Wide>>>(file), kTooLarge);
 
   const auto comesBack = []<class T>(const T& value) {
     const Data written = PropertyListEncoder{}.encode(Wrapped<T>{value});
@@ -315,6 +334,8 @@ TEST(BinaryPropertyListTests, ItemsCountThroughTheInterface) {
   };
   EXPECT_TRUE(comesBack(std::vector<std::optional<Wide>>(40'000)));
   EXPECT_TRUE(comesBack(std::vector<Wide>(50'000)));
+  EXPECT_TRUE(comesBack(Items<std::optional<Wide>>{std::vector<std::optional<Wide>>(40'000)}));
+  EXPECT_TRUE(comesBack(Items<Wide>{std::vector<Wide>(50'000)}));
 
   std::vector<std::int64_t> numbers(60'000);
   std::iota(numbers.begin(), numbers.end(), 0);
