@@ -42,6 +42,10 @@ CLI::Validator between(Number least, Number most, const char* what) {
 
 CLI::Validator numberBetween(double least, double most) { return between(least, most, "number"); }
 
+CLI::Validator notEmpty() {
+  return {[](const std::string& text) { return text.empty() ? "it is empty" : ""; }, ""};
+}
+
 CLI::Validator wholeNumberBetween(long long least, long long most) {
   return between(least, most, "whole number");
 }

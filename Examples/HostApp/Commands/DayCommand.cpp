@@ -60,7 +60,7 @@ std::FILE* outputBeside(const Options& options) {
 void showDay(const std::string& path, const Options& options, FigureTexts& figures) {
   const std::array read{path, options.heartRatePath};
   refuseSameOutputs(options.pagePath, options.linePath);
-  refuseToReplace(options.pagePath, {.read = read});
+  refuseToReplaceByPage(options.pagePath, read);
   refuseToReplace(options.linePath, {.format = TrackFormat::geoJSON, .read = read});
   Track track = readTrackWithFixes(path, trackFormatNamed(options.format));
   if (!options.heartRatePath.empty()) track.heartRates = readHeartRates(options.heartRatePath);
@@ -153,7 +153,8 @@ void addDayCommand(CLI::App& app) {
           std::vector<std::string>(std::begin(kTrackFormatWords), std::end(kTrackFormatWords))));
   addPreferenceOptions(*command);
   command->add_option("--hr", options->heartRatePath, "Heart rates recorded during the day (CSV)")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(notEmpty());
   command
       ->add_option("--weight", options->weightKilograms,
                    "The user's weight in kilograms, to estimate the energy burned")
@@ -161,11 +162,13 @@ void addDayCommand(CLI::App& app) {
   command
       ->add_option("--geojson", options->linePath,
                    "Write the track as a GeoJSON line string; - for standard output")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(notEmpty());
   command
       ->add_option("--html", options->pagePath,
                    "Write the day as a page for the browser; - for standard output")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(notEmpty());
   command->add_flag("--json", options->json, "Print one JSON object a day, in SI units");
   command->add_flag("--upload", options->upload,
                     "Send the summary and the track to the web service");

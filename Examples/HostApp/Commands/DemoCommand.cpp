@@ -3,11 +3,11 @@
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <memory>
 #include <string>
 #include <string_view>
 
+#include "Examples/HostApp/Commands/Arguments.hpp"
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "Examples/HostApp/Commands/Preferences.hpp"
 #include "Examples/HostApp/Days/DayReport.hpp"
@@ -83,17 +83,13 @@ Track sampleTrack(const fs::path& trackFile, const fs::path& ratesFile) {
   return track;
 }
 
-/// Ends the demonstration where its page would replace a file that is none: nobody gave its name.
-void refuseToReplaceForeignPage(const fs::path& path) {
-  constexpr std::string_view kMark = "data-axis=\"time\"";  // at the start of each day's page
-  if (!fs::is_regular_file(path)) return;
-  std::string start(100, '\0');
-  std::ifstream file(path, std::ios::binary);
-  file.read(start.data(), static_cast<std::streamsize>(start.size()));
-  start.resize(static_cast<std::size_t>(file.gcount()));
-  if (start.empty() || start.contains(kMark)) return;
-  throw CommandFailure(fmt::format(
-      "{} is no page of a day and would be lost: choose another folder with --out", path.string()));
+/// Ends the demonstration where it would write to what is no file: nobody gave these names.
+void refuseToWriteTo(const fs::path& path) {
+  std::error_code none;
+  const fs::file_status found = fs::status(path, none);
+  if (!fs::exists(found) || fs::is_regular_file(found)) return;
+  throw CommandFailure(
+      fmt::format("{} is no file: choose another folder with --out", path.string()));
 }
 
 void demo(const fs::path& folder) {
@@ -101,7 +97,8 @@ void demo(const fs::path& folder) {
   fs::create_directories(folder);
   const fs::path trackFile = folder / "sample-day.track.csv",
                  ratesFile = folder / "sample-day.hr.csv", pageFile = folder / "sample-day.html";
-  refuseToReplaceForeignPage(pageFile);
+  for (const fs::path& file : {trackFile, ratesFile, pageFile}) refuseToWriteTo(file);
+  refuseToReplaceByPage(pageFile.string());
 
   const devserver::DevServer::Options account;
   const devserver::DevServer service(account);
@@ -137,6 +134,7 @@ void addDemoCommand(CLI::App& app) {
       "demo", "Shows the whole way of a day: service, track, figures, upload, page");
   command->add_option("--out", *folder, "The folder to write the day's files to")
       ->type_name("DIR")
+      ->check(notEmpty())
       ->capture_default_str();
   addPreferenceOptions(*command);
   command->callback([folder] { demo(*folder); });

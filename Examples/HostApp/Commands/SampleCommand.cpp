@@ -25,7 +25,8 @@ void addSampleCommand(CLI::App& app) {
   command->add_option("OUT", options->path, "The track file to write; - for standard output")
       ->required();
   command->add_option("--hr", options->ratesPath, "Write heart rates of that day to this file, too")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(notEmpty());
   command->add_option("--seed", options->day.seed, "Equal seeds give equal days")
       ->check(wholeNumberBetween(0, std::numeric_limits<long long>::max()))
       ->capture_default_str();

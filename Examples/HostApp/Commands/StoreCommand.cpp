@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "Examples/HostApp/Commands/Arguments.hpp"
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "OmbrixCore/Data/Stores/PlistKeyedItemStore.hpp"
 #include "OmbrixCore/Extensions/FileManager+Utils.hpp"
@@ -94,6 +95,12 @@ std::optional<std::string> textOf(const Options& options) {
 }
 
 void put(const Options& options) {
+  if (options.store().backingDiskStore().path(options.key).lastPathComponent() == ".data") {
+    throw CommandFailure(
+        fmt::format("{:?} has no character that is kept in a file's name, so it "
+                    "would share a file with other such keys",
+                    options.key));
+  }
   static_cast<void>(textOf(options));
   options.store().store(options.value, options.key).get();
   if (textOf(options) != options.value) {
@@ -107,19 +114,33 @@ void get(const Options& options) {
   fmt::print("{}\n", *value);
 }
 
+/// Ends the command where there is a folder that cannot be read: a store answers for it as for an
+/// empty one.
+void requireReadable(const Options& options) {
+  std::error_code error;
+  const fs::directory_iterator folder(options.folder, error);
+  if (!error || error == std::errc::no_such_file_or_directory) return;
+  throw CommandFailure(fmt::format("{:?} cannot be read: {}", options.folder, error.message()));
+}
+
 void list(const Options& options) {
+  requireReadable(options);
   auto keys = options.store().keys().get();
   std::ranges::sort(keys);
   for (const std::string& key : keys) fmt::print("{}\n", key);
 }
 
 void age(const Options& options) {
+  requireReadable(options);
   const auto seconds = options.store().age(options.key).get();
   if (!seconds) throw CommandFailure(fmt::format("there is nothing under {:?}", options.key));
   fmt::print("{:.3f} s\n", *seconds);
 }
 
-void size(const Options& options) { fmt::print("{} bytes\n", options.store().size().get()); }
+void size(const Options& options) {
+  requireReadable(options);
+  fmt::print("{} bytes\n", options.store().size().get());
+}
 
 /// Removes the folder where it holds nothing but a store's files; through a link, which stays.
 void purgeAll(const Options& options) {
@@ -174,20 +195,17 @@ void addStoreCommand(CLI::App& app) {
   CLI::App* command = app.add_subcommand("store", "Keeps texts by key in the files of a folder");
   command->require_subcommand(1);
   const auto options = std::make_shared<Options>();
-  // A variable that is not set in a shell must not stand for another folder, or for all keys.
-  const auto isGiven = [](const std::string& text) { return text.empty() ? "it is empty" : ""; };
   const auto add = [&](const char* name, const char* help, bool writes,
                        void (*run)(const Options&)) {
     CLI::App* added = command->add_subcommand(name, help);
-    added->add_option("DIR", options->folder, "The store's folder")
-        ->required()
-        ->check(isGiven, "not empty");
+    // An empty text must not stand for another folder, or for all keys.
+    added->add_option("DIR", options->folder, "The store's folder")->required()->check(notEmpty());
     added->callback(
         [options, writes, run] { coordinated(*options, writes, [&] { run(*options); }); });
     return added;
   };
   const auto takeKey = [&](CLI::App* added) {
-    return added->add_option("KEY", options->key, "The key")->check(isGiven, "not empty");
+    return added->add_option("KEY", options->key, "The key")->check(notEmpty());
   };
 
   CLI::App* putting = add("put", "Keeps a text under a key", true, put);

@@ -22,6 +22,14 @@ platform::URL sharedFolder() {
 
 double startOf(const std::string& key) { return std::strtod(key.c_str(), nullptr); }
 
+/// Whether one of two days of the same start is only the beginning of the other one. Days of an
+/// older build know no end; it may also have measured the same way a little longer.
+bool isPartOf(const RememberedDay& day, const RememberedDay& other) {
+  if (day.endSeconds && other.endSeconds) return day.endSeconds < other.endSeconds;
+  constexpr double kSameWay = 0.99;
+  return day.distanceMeters < kSameWay * other.distanceMeters;
+}
+
 }  // namespace
 
 RecentDays::Shelf::Shelf(const platform::URL& url)
@@ -86,7 +94,7 @@ void RecentDays::remember(const RecordedDay& recorded) {
       // A part takes no day's place, nor does one that nobody knows for a part: a file may be cut
       // between two rows.
       isKept = !recorded.fault.empty();
-      isPart = !isKept && older->endSeconds > kept.endSeconds;
+      isPart = !isKept && isPartOf(kept, *older);
       if (isKept || isPart) return;
     }
     shelf_.days.store(kept, key).get();
@@ -130,7 +138,7 @@ void RecentDays::adoptOlder() {
     const auto day = older.days.value(key).get();
     // Of two of one start the longer one stays: the other is a part of it.
     const auto here = day ? shelf_.day(key) : std::nullopt;
-    if (day && (!here || here->endSeconds < day->endSeconds)) {
+    if (day && (!here || isPartOf(*here, *day))) {
       shelf_.days.store(*day, key).get();
       if (!here) order.push_back(key);
     }

@@ -6,7 +6,9 @@
 #include <array>
 #include <cstddef>
 #include <filesystem>
+#include <fstream>
 #include <new>
+#include <string_view>
 #include <system_error>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
@@ -123,6 +125,21 @@ void refuseToReplace(const std::string& out, const NewFile& by) {
   }
   throw CommandFailure(
       fmt::format("{} is a recording and would be lost: choose another name to write to", out));
+}
+
+void refuseToReplaceByPage(const std::string& out, std::span<const std::string> read) {
+  constexpr std::string_view kMark = "data-axis=\"time\"";  // at the start of each day's page
+  constexpr std::size_t kStartBytes = 100;
+  refuseToReplace(out, {.read = read});
+  std::error_code none;
+  if (!fs::is_regular_file(out, none) || noticesBeside(out) == stderr) return;
+  std::string start(kStartBytes, '\0');
+  std::ifstream file(out, std::ios::binary);
+  file.read(start.data(), static_cast<std::streamsize>(start.size()));
+  start.resize(static_cast<std::size_t>(file.gcount()));
+  if (start.empty() || start.contains(kMark)) return;
+  throw CommandFailure(fmt::format(
+      "{} is no page of a day and would be lost: choose another name to write to", out));
 }
 
 void refuseSameOutputs(const std::string& one, const std::string& other) {

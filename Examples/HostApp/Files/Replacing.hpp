@@ -26,6 +26,9 @@ struct NewFile {
 /// one, is not looked at.
 void refuseToReplace(const std::string& out, const NewFile& by);
 
+/// The same for a page of a day, which replaces nothing but such a page.
+void refuseToReplaceByPage(const std::string& out, std::span<const std::string> read = {});
+
 /// Ends the command where two of its outputs are one file.
 void refuseSameOutputs(const std::string& one, const std::string& other);
 

@@ -7,10 +7,12 @@
 
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <cstring>
 #include <filesystem>
 #include <optional>
 #include <random>
+#include <thread>
 
 #include "Examples/HostApp/Commands/Commands.hpp"
 #include "OmbrixPlatform/Files/FileManager.hpp"
@@ -87,8 +89,22 @@ void writeTo(int descriptor, platform::DescriptorOwnership ownership, const std:
   writeAll(OutputStream::withDescriptor(descriptor, ownership), path, write);
 }
 
-void writeStraight(const fs::path& target, const std::string& path, const Write& write) {
-  const int descriptor = ::open(target.c_str(), O_WRONLY | O_NOCTTY | O_CLOEXEC);
+/// Opens what is no regular file. A pipe's reader, who may be about to start, is waited for a
+/// while.
+void writeStraight(const fs::path& target, bool isPipe, const std::string& path,
+                   const Write& write) {
+  constexpr std::chrono::seconds kPatience(5);
+  constexpr std::chrono::milliseconds kPause(10);
+  const auto deadline = std::chrono::steady_clock::now() + kPatience;
+  const auto open = [&] {
+    return ::open(target.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+  };
+  int descriptor = open();
+  while (descriptor < 0 && errno == ENXIO && isPipe) {
+    if (std::chrono::steady_clock::now() >= deadline) fail(path, "nobody reads the pipe");
+    std::this_thread::sleep_for(kPause);
+    descriptor = open();
+  }
   if (descriptor < 0) failWithErrno(path);
   writeTo(descriptor, platform::DescriptorOwnership::owned, path, write);
 }
@@ -155,7 +171,9 @@ void writeFile(const std::string& path, const Write& write, Existing existing) {
   const bool exists = ::stat(target.path.c_str(), &older) == 0;
   if (!exists && errno != ENOENT) failWithErrno(path);
   if (exists && existing == Existing::kept) fail(path, std::strerror(EEXIST));
-  if (exists && !S_ISREG(older.st_mode)) return writeStraight(target.path, path, write);
+  if (exists && !S_ISREG(older.st_mode)) {
+    return writeStraight(target.path, S_ISFIFO(older.st_mode), path, write);
+  }
   // A file that is protected against writing is not to be replaced either.
   if (exists && ::access(target.path.c_str(), W_OK) != 0) failWithErrno(path);
   const auto writeInPlace = [&] { writeOver(target.path, path, write); };

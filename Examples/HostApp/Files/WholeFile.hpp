@@ -24,7 +24,7 @@ enum class Existing { replaced, kept };
 /// be kept, or in a folder that takes no new file) is written over in place: what is written is
 /// held in memory until all of it is known, and room is made for it first. "-", names of open
 /// descriptors such as /dev/stdout, and whatever is no regular file are written straight; a failure
-/// may then leave a part.
+/// may then leave a part. A pipe that nobody reads within five seconds is a failure.
 ///
 /// @param write Is given the open stream.
 /// @param existing Kept: whatever is there already, or comes meanwhile, is a failure.
