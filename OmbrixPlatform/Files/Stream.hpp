@@ -4,7 +4,7 @@
 
 namespace ombrix::platform {
 
-/// The state of a stream.
+/// Where a stream stands in its life.
 enum class StreamStatus : std::uint8_t {
   notOpen,
   open,

@@ -192,36 +192,44 @@ Descriptor openToWrite(const std::string& path, int flags) noexcept {
   return file;
 }
 
-/// Opens a file for writing, or makes it; `isNew` tells which, `error` why there is none or it
-/// cannot be examined. A file that was removed between the lookup of its name and the opening no
-/// longer has the name: that is looked up again.
-Descriptor openOrMake(std::string& path, int flags, bool mayMake, struct stat& info, bool& isNew,
-                      int& error) {
-  constexpr int kMostLookups = 100;
+/// A file that was opened for writing, or made.
+struct Opened {
   Descriptor file;
-  for (int lookups = 0; lookups < kMostLookups; ++lookups) {
-    isNew = false;
-    error = 0;
-    file = openToWrite(path, flags);
-    if (!file && errno == ENOENT && mayMake) {
-      file = openToWrite(path, flags | O_CREAT | O_EXCL);
-      // A link that leads nowhere yet.
-      if (!file && errno == EEXIST && (flags & O_NOFOLLOW) == 0 &&
-          detail::followLastLink(path) == 0) {
-        file = openToWrite(path, flags | O_CREAT | O_EXCL);
-      }
-      isNew = static_cast<bool>(file);
-      if (isNew) detail::giveToOwnerOfFolder(file.get(), path);
-      // Somebody else has made it meanwhile.
-      if (!file && errno == EEXIST) file = openToWrite(path, flags | O_CREAT);
+  struct stat info{};
+  bool isNew = false;
+  int error = 0;  ///< why there is no file, or it cannot be examined
+};
+
+/// Opens or makes the file of a path, which becomes that of what a link leads to where that is
+/// made.
+Opened openOrMakeOnce(std::string& path, int flags, bool mayMake) {
+  Opened opened{openToWrite(path, flags)};
+  if (!opened.file && errno == ENOENT && mayMake) {
+    opened.file = openToWrite(path, flags | O_CREAT | O_EXCL);
+    // A link that leads nowhere yet.
+    if (!opened.file && errno == EEXIST && (flags & O_NOFOLLOW) == 0 &&
+        detail::followLastLink(path) == 0) {
+      opened.file = openToWrite(path, flags | O_CREAT | O_EXCL);
     }
-    if (!file || ::fstat(file.get(), &info) != 0) {
-      error = errno;
-      break;
-    }
-    if (info.st_nlink > 0) break;
+    opened.isNew = static_cast<bool>(opened.file);
+    if (opened.isNew) detail::giveToOwnerOfFolder(opened.file.get(), path);
+    // Somebody else has made it meanwhile.
+    if (!opened.file && errno == EEXIST) opened.file = openToWrite(path, flags | O_CREAT);
   }
-  return file;
+  if (!opened.file || ::fstat(opened.file.get(), &opened.info) != 0) opened.error = errno;
+  return opened;
+}
+
+/// The same until the file has the name: one that was removed between the lookup of its name and
+/// the opening does not.
+Opened openOrMake(std::string& path, int flags, bool mayMake) {
+  constexpr int kMostLookups = 100;
+  Opened opened = openOrMakeOnce(path, flags, mayMake);
+  for (int lookups = 1; lookups < kMostLookups; ++lookups) {
+    if (opened.error != 0 || opened.info.st_nlink > 0) break;
+    opened = openOrMakeOnce(path, flags, mayMake);
+  }
+  return opened;
 }
 
 /// Whether a file holds a whole value: while one is written, a zero stands for its first byte.
@@ -231,10 +239,7 @@ bool holdsValue(int descriptor) noexcept {
 }
 
 FileResult<void> writeFile(std::string path, DataView contents, int flags, bool mayMake) {
-  struct stat info{};
-  bool isNew = false;
-  int error = 0;
-  Descriptor file = openOrMake(path, flags, mayMake, info, isNew, error);
+  auto [file, info, isNew, error] = openOrMake(path, flags, mayMake);
   if (!file) return failure(error, "open", path);
   if (error == 0) error = writeTo(file.get(), info, contents, isNew);
   // Another process may have stored its value in the file that was made here.

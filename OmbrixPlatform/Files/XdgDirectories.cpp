@@ -54,11 +54,11 @@ bool isUsableFolder(const std::string& path) noexcept {
          (info.st_uid == geteuid() || access(path.c_str(), W_OK) == 0);
 }
 
-/// Whether this user can ever keep anything there: in a folder that is usable, or where one of
-/// those that are used is, or on a path on which one could be made.
+/// Whether this user can ever keep anything there: where one of the folders that are used is usable
+/// already, or one could be made.
 bool isUsableHome(std::string path) {
   if (path == kNowhere) return false;
-  for (const char* used : {"", "/.local/share", "/.config", "/.cache"}) {
+  for (const char* used : {"/.local/share", "/.config", "/.cache"}) {
     if (isUsableFolder(path + used)) return true;
   }
   while (path.starts_with('/')) {

@@ -86,23 +86,29 @@ TEST(DirectoriesTests, WithoutAnyHomeThereIsAPrivateOne) {
 }
 
 // Catches a user's own home left for another one while it cannot be written, as on a disk that was
-// mounted again for reading after an error: what is kept there would be hidden.
+// mounted again for reading after an error: what is kept there would be hidden. And one in which
+// nothing was ever kept taken for one that can be used.
 TEST(DirectoriesTests, AHomeThatIsReadOnlyForNowStays) {
   constexpr uid_t kUser = 54'321;
   if (::geteuid() != 0) GTEST_SKIP() << "becomes another user";
   const testing::ScopedDir scratch;
   std::filesystem::permissions(scratch.path().parent_path(), std::filesystem::perms::all);
   std::filesystem::permissions(scratch.path(), std::filesystem::perms::all);
-  const std::string home = scratch.path() / "mine";
-  std::filesystem::create_directory(home);
-  ASSERT_EQ(::chown(home.c_str(), kUser, kUser), 0);
-  ASSERT_EQ(::chmod(home.c_str(), 0500), 0);
-  const auto findLibrary = [&] {
-    if (::setgid(kUser) != 0 || ::setuid(kUser) != 0) std::_Exit(2);
-    setFolders(home.c_str(), nullptr, scratch.path().c_str());
-    std::_Exit(makeSystemDirectories()->library().path() == home + "/.local/share" ? 0 : 1);
-  };
-  EXPECT_EXIT(findLibrary(), ::testing::ExitedWithCode(0), "");
+  for (const bool isUsed : {true, false}) {
+    const std::string home = scratch.path() / (isUsed ? "used" : "unused");
+    for (const std::string& folder : {home, isUsed ? home + "/.config" : home}) {
+      std::filesystem::create_directory(folder);
+      ASSERT_EQ(::chown(folder.c_str(), kUser, kUser), 0);
+    }
+    ASSERT_EQ(::chmod(home.c_str(), 0500), 0);
+    const auto findLibrary = [&] {
+      if (::setgid(kUser) != 0 || ::setuid(kUser) != 0) std::_Exit(2);
+      setFolders(home.c_str(), nullptr, scratch.path().c_str());
+      const std::string expected = isUsed ? home : (scratch.path() / "home-54321").string();
+      std::_Exit(makeSystemDirectories()->library().path() == expected + "/.local/share" ? 0 : 1);
+    };
+    EXPECT_EXIT(findLibrary(), ::testing::ExitedWithCode(0), "");
+  }
 }
 
 // Catches the two quoted forms of the file read wrongly, and broken lines believed.
