@@ -87,6 +87,15 @@ std::string thousandsSuffix(const std::optional<Locale>& locale) {
   return localizedString("units.abbreviate_thousands", "k", locale);
 }
 
+/// The abbreviation of millions. English "mil" reads as a thousand in Galician, and as ten
+/// kilometers in Swedish: languages that the library has no texts in get one that means the same
+/// in all.
+std::string millionsSuffix(const Locale& used, const std::optional<Locale>& locale) {
+  constexpr std::string_view kEnglish = "mil";
+  auto suffix = localizedString("units.abbreviate_millions", kEnglish, locale);
+  return suffix == kEnglish && used.languageCode() != "en" ? "M" : suffix;
+}
+
 /// The unit as a formatter with its own locale names it: the platform names its own units, and
 /// beats per minute have a symbol per language.
 template <class Unit>
@@ -192,8 +201,7 @@ NSMeasurementFormatter& OmbrixMeasurementFormatter::millions() {
   auto& cached = cachedMillionsNumberMeasurementFormatter_;
   if (!cached) {
     cached.emplace(platformUnitStyle(),
-                   roundingDown(usedLocale(), 1,
-                                localizedString("units.abbreviate_millions", "mil", locale_)));
+                   roundingDown(usedLocale(), 1, millionsSuffix(usedLocale(), locale_)));
   }
   return *cached;
 }

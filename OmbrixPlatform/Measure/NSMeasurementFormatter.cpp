@@ -50,7 +50,13 @@ std::optional<std::string> NSMeasurementFormatter::string(double value, const NS
   if (!numberFormatter_.format_) return std::nullopt;
   if (!unit.identifier().empty()) {
     const detail::IcuUnitFormat* known = format(unit.identifier());
-    return known == nullptr ? std::nullopt : detail::text(known->formatter, value);
+    if (known == nullptr) return std::nullopt;
+    auto text = detail::text(known->formatter, value);
+    // A word alone may say one or two of a unit. In Danish it says all below two, as 1.5.
+    const bool hasFraction = numberFormatter_.settings().maximumFractionDigits > 0;
+    if (!text || !hasFraction || detail::holdsDigit(*text)) return text;
+    auto numbered = numberedText(*known, value, value);
+    return numbered ? numbered : text;
   }
   auto text = numberFormatter_.string(value);
   if (text) text->append(" ").append(unit.symbol());
@@ -62,17 +68,25 @@ std::optional<std::string> NSMeasurementFormatter::string(double value, const NS
   if (!numberFormatter_.format_) return std::nullopt;
   if (unit.identifier().empty()) return string(value, unit);
   const detail::IcuUnitFormat* known = format(unit.identifier());
+  if (known == nullptr) return std::nullopt;
+  auto text = numberedText(*known, value, wholeValue);
+  return text ? text : detail::text(known->formatter, value);
+}
+
+std::optional<std::string> NSMeasurementFormatter::numberedText(const detail::IcuUnitFormat& unit,
+                                                                double value,
+                                                                double wholeValue) const {
   const auto number = numberFormatter_.string(value);
-  if (known == nullptr || !number) return std::nullopt;
+  if (!number) return std::nullopt;
   const auto& suffix = numberFormatter_.settings().positiveSuffix;
   // A value that rounds to zero has no sign, so the whole value is written without one.
   const bool isSigned = value < 0 && number != numberFormatter_.string(-value);
   const double whole = std::copysign(wholeValue, isSigned ? -1.0 : 1.0);
   // No language has a single word for a thousand of a unit.
   for (const double spoken : {whole, std::copysign(1'000.0, whole)}) {
-    if (auto text = detail::textAround(known->formatter, spoken, *number, suffix)) return text;
+    if (auto text = detail::textAround(unit.formatter, spoken, *number, suffix)) return text;
   }
-  return string(value, unit);
+  return std::nullopt;
 }
 
 std::optional<std::string> NSMeasurementFormatter::string(const FormatterObject& object) {

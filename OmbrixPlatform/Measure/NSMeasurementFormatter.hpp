@@ -37,7 +37,8 @@ class NSMeasurementFormatter final : public NSFormatter {
   }
   void setNumberFormatter(NSNumberFormatter formatter);
 
-  /// The measurement's text in UTF-8; empty when the locale data is missing altogether.
+  /// The measurement's text in UTF-8; empty when the locale data is missing altogether. A number
+  /// with a fraction is always written.
   std::optional<std::string> string(double value, const NSDimension& unit);
   template <class Unit>
   std::optional<std::string> string(const Measurement<Unit>& measurement) {
@@ -62,6 +63,10 @@ class NSMeasurementFormatter final : public NSFormatter {
     const detail::IcuUnitFormat* format;
   };
   const detail::IcuUnitFormat* format(std::string_view identifier);
+  /// The text of a value with its number, in the pattern of the whole value; empty where the
+  /// language knows no pattern with a number.
+  [[nodiscard]] std::optional<std::string> numberedText(const detail::IcuUnitFormat& unit,
+                                                        double value, double wholeValue) const;
 
   NSFormattingUnitStyle unitStyle_;
   NSNumberFormatter numberFormatter_;

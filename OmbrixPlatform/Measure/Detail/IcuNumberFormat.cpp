@@ -3,6 +3,7 @@
 #include <unicode/dcfmtsym.h>
 #include <unicode/formattedvalue.h>
 #include <unicode/measunit.h>
+#include <unicode/uchar.h>
 
 #include <algorithm>
 #include <utility>
@@ -127,6 +128,15 @@ std::optional<std::string> text(const icu::number::LocalizedNumberFormatter& for
   const icu::UnicodeString characters = formatted.toTempString(status);
   if (U_FAILURE(status)) return std::nullopt;
   return utf8(characters);
+}
+
+bool holdsDigit(std::string_view text) {
+  if (text.find_first_of("0123456789") != std::string_view::npos) return true;
+  const icu::UnicodeString characters = unicode(text);
+  for (std::int32_t i = 0; i < characters.length(); i = characters.moveIndex32(i, 1)) {
+    if (u_isdigit(characters.char32At(i)) != 0) return true;
+  }
+  return false;
 }
 
 std::optional<std::string> textAround(const icu::number::LocalizedNumberFormatter& formatter,

@@ -56,6 +56,9 @@ class IcuNumberFormat {
 std::optional<std::string> text(const icu::number::LocalizedNumberFormatter& formatter,
                                 double number);
 
+/// Whether a text has a digit, of any script.
+bool holdsDigit(std::string_view text);
+
 /// Formats one number and replaces its digits by the text of another one; empty when the formatter
 /// writes no number at all.
 /// @param suffix The suffix of positive numbers, which is replaced with the digits.

@@ -102,9 +102,10 @@ std::string expected(const char* locale, Format format, Formatter::UnitStyle sty
   auto text = write(plain, shownValue);
   const bool isSigned = whole < 0 && text != write(plain, -shownValue);
   if (isAbbreviated && !isSigned) {
-    text += icu::UnicodeString::fromUTF8(isMillions
-                                             ? localizedString("units.abbreviate_millions", "mil")
-                                             : localizedString("units.abbreviate_thousands", "k"));
+    std::string suffix = isMillions ? localizedString("units.abbreviate_millions", "mil")
+                                    : localizedString("units.abbreviate_thousands", "k");
+    if (suffix == "mil" && !std::string_view(locale).starts_with("en")) suffix = "M";
+    text += icu::UnicodeString::fromUTF8(suffix);
   }
   if (style == Formatter::UnitStyle::valueOnly) return utf8(text);
   if (shown.unit == nullptr) {
@@ -114,10 +115,12 @@ std::string expected(const char* locale, Format format, Formatter::UnitStyle sty
                                     UNUM_UNIT_WIDTH_SHORT, UNUM_UNIT_WIDTH_FULL_NAME};
     const auto withUnit = plain.unit(icu::MeasureUnit::forIdentifier(shown.unit, status))
                               .unitWidth(kWidths[static_cast<std::size_t>(style)]);
-    if (!isAbbreviated) text = write(withUnit, whole);
+    const auto withPattern = write(withUnit, whole);
+    const bool isNumbered = isAbbreviated || (digits > 0 && withPattern.indexOf(text) < 0);
+    if (!isNumbered) text = withPattern;
     // The pattern of the whole value, and of a thousand where that one is said by a word alone.
     for (const double spoken : {isSigned ? whole : std::abs(whole), 1000.0}) {
-      if (!isAbbreviated) break;
+      if (!isNumbered) break;
       auto pattern = write(withUnit, spoken);
       const auto spokenText = write(plain, spoken);
       if (pattern.indexOf(spokenText) < 0) continue;

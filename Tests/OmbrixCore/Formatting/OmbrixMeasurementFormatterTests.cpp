@@ -208,6 +208,7 @@ TEST(OmbrixMeasurementFormatterTests, AbbreviatesInTheUsersLanguage) {
       {"es_US", "12.9\u00a0MIL FT", "1.2\u00a0M FT"},
       {"pt_BR", "12,9\u00a0MIL PÉS", "1,2\u00a0MI PÉS"},
       {"ca_ES", "12,9\u00a0MIL FT", "1,2\u00a0M FT"},
+      {"gl_ES", "12,9K FT", "1,2M FT"},
   };
   for (const Case& test : kCases) {
     const ScopedLocale locale(test.locale);
