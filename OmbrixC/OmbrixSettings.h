@@ -24,12 +24,6 @@ typedef enum OmbrixValueKind {
   OmbrixValuePropertyList
 } OmbrixValueKind;
 
-/// Bytes of the caller's.
-typedef struct OmbrixBytes {
-  const uint8_t* bytes;
-  size_t length;
-} OmbrixBytes;
-
 typedef struct OmbrixValue {
   OmbrixValueKind kind;
   union {
@@ -37,7 +31,10 @@ typedef struct OmbrixValue {
     int64_t integer;
     double real;
     const char* string;
-    OmbrixBytes propertyList;
+    struct {
+      const uint8_t* bytes;
+      size_t length;
+    } propertyList;
   };
 } OmbrixValue;
 

@@ -167,7 +167,9 @@ std::string hostileList(std::mt19937_64& random) {
     objects.push_back(object);
   }
   objects.push_back(leaves[random() % std::size(leaves)]);
-  objects.push_back(random() % 2 == 0 ? "\x50" : "\x54name");
+  const std::string keys[] = {"\x50", "\x54name",
+                              "\x5F\x11" + bigEndian(20'000, 2) + std::string(20'000, 'k')};
+  objects.push_back(keys[random() % std::size(keys)]);
   std::string file = "bplist00", table;
   for (const auto& object : objects) {
     table += bigEndian(file.size(), 4);

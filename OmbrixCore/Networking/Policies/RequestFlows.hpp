@@ -18,7 +18,8 @@ class RequestFlow;
 class TokenRefreshes;
 }  // namespace detail
 
-/// A client's requests under policies, and their shared state. Part of the client. Any thread.
+/// The requests of a client that policies are about, and what these share. Part of the client. Any
+/// thread.
 class RequestFlows : public std::enable_shared_from_this<RequestFlows> {
  public:
   RequestFlows();
@@ -26,12 +27,12 @@ class RequestFlows : public std::enable_shared_from_this<RequestFlows> {
 
   void setPolicies(RequestPolicies policies);
 
-  /// A request, given by its first attempt, under the client's policies and those of its own
-  /// options; empty if there are none. It can be subscribed to once.
+  /// A request, by its first attempt, under the client's policies and those of its own options;
+  /// nothing where there are none. It can be subscribed to once.
   [[nodiscard]] std::optional<platform::AnyPublisher<HTTPAnswer, HTTPError>> publisherOf(
       const std::shared_ptr<OmbrixAPIHttpRequestOperation>& operation);
 
-  /// Ends all of them, like cancelling their operations.
+  /// Ends all of them, as cancelling their operations does.
   void cancelAll();
 
   /// Blocks until none is left but the long transfers.

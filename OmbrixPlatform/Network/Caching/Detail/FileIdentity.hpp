@@ -8,8 +8,7 @@
 
 namespace ombrix::platform::detail {
 
-/// Identifies the file that a path leads to; once it is removed, a new file may get the same
-/// identity.
+/// Which file a path leads to; another one may get the same once this one is gone.
 struct FileIdentity {
   dev_t device = 0;
   ino_t file = 0;
@@ -17,7 +16,7 @@ struct FileIdentity {
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
 
-/// Empty where there is no file.
+/// Nothing where there is no file.
 inline std::optional<FileIdentity> identityOf(const std::string& path) noexcept {
   struct stat status{};
   if (::stat(path.c_str(), &status) != 0) return std::nullopt;
