@@ -6,12 +6,14 @@
 
 #include "OmbrixC/Day/OmbrixDay.h"
 #include "OmbrixC/Day/OmbrixTrack.h"
+#include "OmbrixC/Location/OmbrixGeoJSON.h"
 #include "OmbrixC/Location/OmbrixHRCSV.h"
 #include "OmbrixC/Location/OmbrixLocation.h"
 #include "OmbrixC/Location/OmbrixLocationCSV.h"
 #include "OmbrixC/Location/OmbrixStreams.h"
 #include "OmbrixC/Networking/OmbrixAPIHttpRequestOperation.h"
 #include "OmbrixC/Networking/OmbrixServerAPI.h"
+#include "OmbrixC/Networking/OmbrixTransfer.h"
 #include "OmbrixC/OmbrixAttributedString.h"
 #include "OmbrixC/OmbrixDate.h"
 #include "OmbrixC/OmbrixError.h"
@@ -25,5 +27,6 @@
 #include "OmbrixC/OmbrixSettings.h"
 #include "OmbrixC/OmbrixTypes.h"
 #include "OmbrixC/OmbrixUnits.h"
+#include "OmbrixC/Stores/OmbrixStores.h"
 
 #endif

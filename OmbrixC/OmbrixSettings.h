@@ -24,6 +24,12 @@ typedef enum OmbrixValueKind {
   OmbrixValuePropertyList
 } OmbrixValueKind;
 
+/// Bytes of the caller's.
+typedef struct OmbrixBytes {
+  const uint8_t* bytes;
+  size_t length;
+} OmbrixBytes;
+
 typedef struct OmbrixValue {
   OmbrixValueKind kind;
   union {
@@ -31,10 +37,7 @@ typedef struct OmbrixValue {
     int64_t integer;
     double real;
     const char* string;
-    struct {
-      const uint8_t* bytes;
-      size_t length;
-    } propertyList;
+    OmbrixBytes propertyList;
   };
 } OmbrixValue;
 

@@ -14,7 +14,7 @@ foreach(library IN LISTS libraries)
   if(type STREQUAL "INTERFACE_LIBRARY")
     list(APPEND gathering ${name})
     get_target_property(links ${library} INTERFACE_LINK_LIBRARIES)
-    install(TARGETS ${library} EXPORT OmbrixCore${name})
+    install(TARGETS ${library} EXPORT OmbrixCore${name} FILE_SET HEADERS COMPONENT dev)
   else()
     get_target_property(links ${library} LINK_LIBRARIES)
     install(TARGETS ${library} EXPORT OmbrixCore${name}

@@ -46,11 +46,18 @@ function(ombrix_sources target)
   cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HEADERS;SOURCES")
   list(TRANSFORM arg_HEADERS PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
   list(TRANSFORM arg_SOURCES PREPEND ${CMAKE_CURRENT_SOURCE_DIR}/)
+  get_target_property(type ${target} TYPE)
+  set(scope PUBLIC)
+  if(type STREQUAL "INTERFACE_LIBRARY")
+    set(scope INTERFACE)
+  endif()
   if(arg_HEADERS)
-    target_sources(${target} PUBLIC
+    target_sources(${target} ${scope}
       FILE_SET HEADERS BASE_DIRS ${PROJECT_SOURCE_DIR} FILES ${arg_HEADERS})
   endif()
-  target_sources(${target} PRIVATE ${arg_SOURCES})
+  if(arg_SOURCES)
+    target_sources(${target} PRIVATE ${arg_SOURCES})
+  endif()
 endfunction()
 
 # Under the sanitizers a test's own code is not optimised, and not checked at every pointer: the
@@ -101,8 +108,13 @@ function(ombrix_program_path variable program)
   if(CMAKE_CROSSCOMPILING)
     list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
     set(path ${CMAKE_BINARY_DIR}/emulated/${program})
-    file(GENERATE OUTPUT ${path} FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE
-         CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${program}> \"$@\"\n")
+    get_property(generated GLOBAL PROPERTY OMBRIX_EMULATED)
+    if(NOT program IN_LIST generated)
+      set_property(GLOBAL APPEND PROPERTY OMBRIX_EMULATED ${program})
+      file(GENERATE OUTPUT ${path}
+           CONTENT "#!/bin/sh\nexec ${emulator} $<TARGET_FILE:${program}> \"$@\"\n"
+           FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+    endif()
   endif()
   set(${variable} ${path} PARENT_SCOPE)
 endfunction()

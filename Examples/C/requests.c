@@ -7,9 +7,14 @@ Sorry it looks like that link isn't valid.
 FETCH: 400, badRequestError
 The request was malformed. Please contact support for further assistance.
 upload: 200
+file sent: 200
+file fetched: 200, some bytes
+no file: 400, badRequestError
+The request was malformed. Please contact support for further assistance.
 */
 #include <OmbrixC/OmbrixC.h>
 #include <stdio.h>
+#include <stdlib.h>
 #include <threads.h>
 
 /* What a completion leaves for the thread that waits for it. */
@@ -39,6 +44,17 @@ static void onAnswer(bool success, int code, const uint8_t* body, size_t length,
     printf("%s: %d, %s\n%s\n", answer->name, code, ombrix_Error_httpCase(error), text);
     ombrix_String_release(text);
   }
+  finish(answer);
+}
+
+static void onFetched(bool success, int code, const uint8_t* body, size_t length,
+                      const OmbrixError* error, void* context) {
+  if (!success) {
+    onAnswer(success, code, body, length, error, context);
+    return;
+  }
+  Answer* answer = context;
+  printf("%s: %d", answer->name, code);
   finish(answer);
 }
 
@@ -85,6 +101,40 @@ int main(int count, char** arguments) {
   ombrix_ServerAPI_addOperation_(api, operation);
   ombrix_APIHttpRequestOperation_release(operation);
   await(&answer);
+
+  /* Files, with a policy that makes failed requests once more. The home folder is ours. */
+  const OmbrixRetryPolicy policy = ombrix_RetryPolicy_usual();
+  ombrix_ServerAPI_setRetryPolicy_(api, &policy);
+  char path[4096];
+  snprintf(path, sizeof path, "%s/sent.json", getenv("HOME"));
+  FILE* file = fopen(path, "w");
+  fputs("{\"runs\":12}", file);
+  fclose(file);
+  char* url = ombrix_URL_fileURLWithPath_(path);
+  answer.name = "file sent";
+  OmbrixTransfer* transfer = ombrix_ServerAPI_uploadFile_toUrl_method_progress_completion_context_(
+      api, url, "echo", "PUT", NULL, onAnswer, &answer);
+  await(&answer);
+  ombrix_Transfer_release(transfer);
+  ombrix_String_release(url);
+
+  snprintf(path, sizeof path, "%s/fetched.json", getenv("HOME"));
+  url = ombrix_URL_fileURLWithPath_(path);
+  answer.name = "file fetched";
+  transfer = ombrix_ServerAPI_downloadUrl_toFile_progress_completion_context_(
+      api, "resorts", url, NULL, onFetched, &answer);
+  await(&answer);
+  ombrix_Transfer_release(transfer);
+  file = fopen(path, "r");
+  printf(", %s bytes\n", file != NULL && fgetc(file) != EOF ? "some" : "no");
+  if (file != NULL) fclose(file);
+  ombrix_String_release(url);
+
+  answer.name = "no file";
+  transfer = ombrix_ServerAPI_uploadFile_toUrl_method_progress_completion_context_(
+      api, "not a URL", "echo", "PUT", NULL, onAnswer, &answer);
+  await(&answer);
+  ombrix_Transfer_release(transfer);
 
   ombrix_Library_end();
   cnd_destroy(&answer.isThere);

@@ -16,6 +16,12 @@ static_assert(static_cast<int>(TrackFormat::csv) == OmbrixTrackFormatCSV &&
               static_cast<int>(TrackFormat::geoJSON) == OmbrixTrackFormatGeoJSON &&
               static_cast<int>(TrackFormat::fit) == OmbrixTrackFormatFIT);
 
+static_assert(static_cast<int>(LapTrigger::manual) == OmbrixLapTriggerManual &&
+              static_cast<int>(LapTrigger::distance) == OmbrixLapTriggerDistance &&
+              static_cast<int>(LapTrigger::location) == OmbrixLapTriggerLocation &&
+              static_cast<int>(LapTrigger::time) == OmbrixLapTriggerTime &&
+              static_cast<int>(LapTrigger::heartRate) == OmbrixLapTriggerHeartRate);
+
 namespace {
 
 TrackFormat from(OmbrixTrackFormat format) {
@@ -93,6 +99,7 @@ size_t ombrix_Track_heartRateCount(const OmbrixTrack* self) {
 }
 
 const double* ombrix_Track_laps(const OmbrixTrack* self) { return self->lapBegins.data(); }
+const OmbrixLap* ombrix_Track_lapFigures(const OmbrixTrack* self) { return self->laps.data(); }
 size_t ombrix_Track_lapCount(const OmbrixTrack* self) { return self->lapBegins.size(); }
 
 size_t ombrix_Track_skipped(const OmbrixTrack* self) { return self->track.skipped; }

@@ -1,6 +1,8 @@
 #ifndef OMBRIXC_DAY_OMBRIX_TRACK_H
 #define OMBRIXC_DAY_OMBRIX_TRACK_H
 
+#include <stdbool.h>
+
 #include "OmbrixC/Location/OmbrixLocation.h"
 #include "OmbrixC/OmbrixError.h"
 #include "OmbrixC/OmbrixTypes.h"
@@ -23,6 +25,34 @@ typedef struct OmbrixHeartRate {
   double time;
   double beatsPerMinute;
 } OmbrixHeartRate;
+
+/// What made a device end a lap.
+typedef enum OmbrixLapTrigger {
+  OmbrixLapTriggerManual = 0,
+  OmbrixLapTriggerDistance = 1,
+  OmbrixLapTriggerLocation = 2,
+  OmbrixLapTriggerTime = 3,
+  OmbrixLapTriggerHeartRate = 4,
+} OmbrixLapTrigger;
+
+/// A part of a recording for which its device keeps totals; negative ones are unknown.
+typedef struct OmbrixLap {
+  double begin;    ///< Seconds since 1970.
+  double seconds;  ///< Without the time that the device stood still.
+  double distanceMeters;
+  double kilocalories;
+  double averageSpeed;  ///< Metres a second.
+  double maxSpeed;
+  double averageHeartRate;  ///< Beats a minute.
+  double maxHeartRate;
+  double averageCadence;  ///< Revolutions, or steps of one foot, a minute.
+  double maxCadence;
+  double averagePower;  ///< Watts.
+  double maxPower;
+  bool isRest;
+  OmbrixLapTrigger trigger;
+  const char* notes;  ///< Empty for none.
+} OmbrixLap;
 
 /// A recording, whatever file it came from; never changes. What its functions point to is borrowed
 /// until it is released.
@@ -62,7 +92,9 @@ size_t ombrix_Track_heartRateCount(const OmbrixTrack* self);
 
 /// When each lap began, seconds since 1970.
 const double* ombrix_Track_laps(const OmbrixTrack* self);
-/// How many laps there are.
+/// What the device says of each lap.
+const OmbrixLap* ombrix_Track_lapFigures(const OmbrixTrack* self);
+/// How many laps there are, for both.
 size_t ombrix_Track_lapCount(const OmbrixTrack* self);
 
 /// How many points of the file have no place or no time, and were left out.

@@ -34,15 +34,15 @@ class CompletionSubscriptions : public std::enable_shared_from_this<CompletionSu
   platform::UUID subscribe(const platform::AnyPublisher<Output, HTTPError>& publisher,
                            std::function<void(std::expected<Output, HTTPError>)> completion);
 
-  /// Cancels the subscription of an ID and releases it; nothing happens when it is over.
+  /// Cancels and releases the subscription with an ID; does nothing when it is over.
   void cancel(const platform::UUID& id);
 
   /// Keeps another subscription.
   void keep(platform::AnyCancellable cancellable);
 
  private:
-  /// The subscriber of one call. Its publisher holds it, the client knows it until its end: of an
-  /// end that it never hears of it learns by its own.
+  /// The subscriber of one call. Its publisher holds it, and the client knows it until its end. If
+  /// the publisher goes without an end, this object's destruction tells the client.
   class Call {
    public:
     explicit Call(std::weak_ptr<CompletionSubscriptions> owner)

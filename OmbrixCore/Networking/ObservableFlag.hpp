@@ -14,9 +14,9 @@ namespace ombrix {
 
 /// A truth value that an object announces under a key, on changes only. Any thread.
 ///
-/// Every change is announced once, one after the other: a change that is made while another thread
-/// (or this one, further out) announces an earlier one is announced by that one, right after. No
-/// lock is held meanwhile.
+/// Every change is announced once, one after the other: if a change is made while another thread
+/// (or an outer call on this one) announces an earlier one, that thread announces it right after.
+/// No lock is held meanwhile.
 class ObservableFlag {
  public:
   /// @param key Outlives the flag.
@@ -27,7 +27,7 @@ class ObservableFlag {
 
   [[nodiscard]] std::string_view key() const noexcept { return key_; }
 
-  /// The value as it is, perhaps before its observers know.
+  /// The present value, perhaps before its observers know.
   [[nodiscard]] bool value() const {
     const platform::LockGuard lock(lock_);
     return latest_;
@@ -47,7 +47,7 @@ class ObservableFlag {
     if (storeComputed(compute)) announceChanges();
   }
 
-  /// The first half of `set`, for who stores several things under a lock of their own. True: the
+  /// The first half of `set`, for callers that store several values under their own lock. True: the
   /// caller has to call `announceChanges` once, without that lock.
   [[nodiscard]] bool store(bool value) {
     return storeComputed([value] { return value; });
@@ -85,7 +85,7 @@ class ObservableFlag {
   platform::KeyValueObserving<bool>& owner_;
   const std::string_view key_;
   const std::function<void()> onRise_;
-  std::atomic<bool> announced_{false};  // changed by the one thread that announces
+  std::atomic<bool> announced_{false};  // changed only by the thread that announces
   mutable platform::FutexLock lock_;
   bool latest_ OMBRIX_GUARDED_BY(lock_) = false;
   unsigned pendingChanges_ OMBRIX_GUARDED_BY(lock_) = 0;

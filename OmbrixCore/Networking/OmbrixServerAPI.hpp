@@ -32,8 +32,8 @@ namespace ombrix {
 /// of all requests, the token, and the conditions that the application reacts to.
 ///
 /// Observable keys: "hasOperations", "isReachable", "isLimited", "isExpensive", "loginError" and
-/// "serverIsInMaintenanceMode", announced on changes only, on the thread that brings one about (of
-/// changes that overlap, on that of the first). Any thread.
+/// "serverIsInMaintenanceMode", announced on changes only, on the thread that causes one (for
+/// overlapping changes, the thread of the first). Any thread.
 class OmbrixServerAPI final : public ServerRequests,
                               public platform::KeyValueObserving<bool>,
                               public std::enable_shared_from_this<OmbrixServerAPI> {
@@ -50,8 +50,8 @@ class OmbrixServerAPI final : public ServerRequests,
   /// @name Environment
   /// @{
 
-  /// Switches the shared client to another environment: sessions and token of the old one are let
-  /// go of. Requests made before end as they were made, against the old one.
+  /// Switches the shared client to another environment, and releases the sessions and token of the
+  /// old one. Earlier requests still end against the old environment.
   static void change(APIEndpoint endpoint);
 
   /// Uses other servers from now on; sessions and token are released as by `change`.
@@ -59,7 +59,7 @@ class OmbrixServerAPI final : public ServerRequests,
 
   [[nodiscard]] APIEndpoint endPoint() const;
 
-  /// Grows with each change of environment or servers: tells requests of the one before apart.
+  /// Grows with each change of environment or servers, which tells earlier requests apart.
   [[nodiscard]] std::uint64_t environment() const;
   [[nodiscard]] std::string baseURL() const;
   [[nodiscard]] std::string baseHost() const;
@@ -78,10 +78,10 @@ class OmbrixServerAPI final : public ServerRequests,
   /// first use and again after the environment changed.
   [[nodiscard]] std::shared_ptr<platform::URLSession> session();
 
-  /// A session of its own for transfers that may take long. They end with the process.
+  /// A separate session for transfers that may take long. They end with the process.
   [[nodiscard]] std::shared_ptr<platform::URLSession> backgroundSession();
 
-  /// Bytes on disk of the session's cache and of the process's shared session's.
+  /// Bytes on disk of the session's cache and of the cache of the process's shared session.
   [[nodiscard]] std::int64_t cacheSize();
 
   /// Removes all answers from both.
@@ -101,19 +101,19 @@ class OmbrixServerAPI final : public ServerRequests,
 
   void addOperation(std::shared_ptr<OmbrixAPIHttpRequestOperation> operation);
 
-  /// Cancels what is on the queue now, what may take long beside it, and what waits between two
-  /// attempts. Cancelled operations never
-  /// answer: whoever awaits a publisher of one is released by cancelling that wait, and the
-  /// completion of a wrapper is kept until `cancelRequestWithID` is given its ID.
+  /// Cancels the requests on the queue, the long transfers beside it, and the requests that wait
+  /// between two attempts. Cancelled operations never answer: a caller that awaits a publisher of
+  /// one has to cancel that wait, and a wrapper's completion is kept until `cancelRequestWithID`
+  /// gets its ID.
   void cancelAllOperations();
 
   /// Blocks until the queue of requests is empty; uploads, downloads and lines are not on it.
-  /// Publishers and completions may not have got their answers by then: those are delivered on
-  /// `dispatchQueue` after it.
+  /// Publishers and completions may not have their answers by then: those are delivered on
+  /// `dispatchQueue` afterwards.
   void waitUntilAllOperationsAreFinished();
 
-  /// The same, and until the completions and subscribers of all those requests were called. Not on
-  /// `dispatchQueue`, which it would wait for: that stops the program.
+  /// The same, and waits until the completions and subscribers of all those requests were called.
+  /// Not on `dispatchQueue`, which it would wait for: that stops the program.
   void waitUntilAllAnswersAreDelivered();
 
   /// Cancels the unfinished operation on the queue with that `taskID`, which then never answers,
@@ -123,7 +123,8 @@ class OmbrixServerAPI final : public ServerRequests,
   /// Whether a request is on the queue or tracked outside of it.
   [[nodiscard]] bool hasOperations() const { return hasOperations_.value(); }
 
-  /// A request outside of this client begins, and ends; more ends than beginnings count as none.
+  /// Called when a request outside of this client begins, and when it ends; surplus ends are
+  /// ignored.
   void trackExternalHTTPRequest();
   void completeExternalHTTPRequest();
 
@@ -131,17 +132,17 @@ class OmbrixServerAPI final : public ServerRequests,
   /// @name Conditions
   /// @{
 
-  /// The bearer token of the signed-in user; in memory only. None for an environment of the past.
+  /// The bearer token of the signed-in user; in memory only. Empty for an earlier environment.
   [[nodiscard]] std::optional<std::string> jwtToken() const;
   [[nodiscard]] std::optional<std::string> jwtToken(std::uint64_t ofEnvironment) const;
   void setJwtToken(std::optional<std::string> token);
   void setJwtToken(std::optional<std::string> token, std::uint64_t ofEnvironment);
 
-  /// Stores in one step what the answer to a request of an environment says, then calls handlers;
-  /// neither when another environment is the current one.
+  /// Stores in one step the conditions that an answer to a request of an environment states, then
+  /// calls handlers; does neither when another environment is current.
   void take(ServiceConditions conditions, std::uint64_t environment);
 
-  /// Whether the login is no longer valid; ended by `clearLoginError` only.
+  /// Whether the login is no longer valid; only `clearLoginError` ends this.
   [[nodiscard]] bool loginError() const { return loginError_.value(); }
   void setLoginError(bool isInvalid) { loginError_.set(isInvalid); }
   void triggerLoginError() { setLoginError(true); }
@@ -159,8 +160,8 @@ class OmbrixServerAPI final : public ServerRequests,
   /// Called once for each time that maintenance begins, on that thread.
   void setMaintenanceHandler(std::function<void()> handler);
 
-  /// Whether there is a way to the network, or may be one once something is switched on; whether it
-  /// is constrained (Low Data Mode); whether it is metered.
+  /// Whether the network can be reached, or could be after something is switched on; whether it is
+  /// constrained (Low Data Mode); whether it is metered.
   [[nodiscard]] bool isReachable() const { return isReachable_.value(); }
   [[nodiscard]] bool isLimited() const { return isLimited_.value(); }
   [[nodiscard]] bool isExpensive() const { return isExpensive_.value(); }
@@ -169,8 +170,8 @@ class OmbrixServerAPI final : public ServerRequests,
   /// @name Texts
   /// @{
 
-  /// The sentence to show to the user, in the user's language; the generic one for no error, for
-  /// errors that are not an `HTTPError` and for cases that have none of their own.
+  /// The sentence to show to the user, in the user's language; a generic one for no error, for
+  /// errors that are not an `HTTPError` and for cases without a sentence of their own.
   [[nodiscard]] static std::string errorMessageForError(const platform::Error* error);
   [[nodiscard]] static std::string errorMessageForError(const std::exception_ptr& error);
 
@@ -180,7 +181,7 @@ class OmbrixServerAPI final : public ServerRequests,
     return errorMessageForError(result ? nullptr : &result.error());
   }
 
-  /// Writes and reads the local times that are exchanged with the service.
+  /// Writes and reads the local times of requests and answers.
   [[nodiscard]] static std::shared_ptr<const platform::DateFormatter> localTimezoneFormatter();
   static void setLocalTimezoneFormatter(std::shared_ptr<const platform::DateFormatter> formatter);
 
@@ -220,7 +221,7 @@ class OmbrixServerAPI final : public ServerRequests,
   std::function<void()> forceLogoutHandler_ OMBRIX_GUARDED_BY(mutex_);
   std::function<void()> maintenanceHandler_ OMBRIX_GUARDED_BY(mutex_);
   std::shared_ptr<platform::NSOperationQueue> operationQueue_ OMBRIX_GUARDED_BY(mutex_);
-  // Of what may take long.
+  // Of transfers that may take long.
   std::shared_ptr<platform::NSOperationQueue> transferQueue_ OMBRIX_GUARDED_BY(mutex_);
 
   platform::Mutex sessionMutex_;  // taken before `mutex_`

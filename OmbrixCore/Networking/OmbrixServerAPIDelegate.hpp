@@ -6,8 +6,8 @@
 
 namespace ombrix {
 
-/// What the client's sessions ask: passes on redirects and answers, and accepts the local test
-/// server, and no other, whatever certificate it presents.
+/// The delegate of the client's sessions: it passes on redirects and answers, and accepts any
+/// certificate of the local test server, but of no other server.
 class OmbrixServerAPIDelegate final : public platform::URLSessionDelegate {
  public:
   /// @param testHost The local test server's host; empty for none.

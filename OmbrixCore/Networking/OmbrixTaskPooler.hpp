@@ -19,8 +19,8 @@
 
 namespace ombrix {
 
-/// Runs one task for all who ask for the same thing at the same time: whoever asks for a key that
-/// runs already waits for that result.
+/// Runs one task for all callers that ask for the same key at the same time: a caller whose key has
+/// a running task waits for that task's result.
 ///
 /// An actor: all operations may be called from any thread. Cancelling a caller's own task ends that
 /// caller's wait at once, not the pooled task, which keeps its key until it is over.
@@ -72,7 +72,7 @@ class OmbrixTaskPooler final {
     }
   }
 
-  // The pooled task itself frees its key, before anyone hears of its end: every caller may have
+  // The pooled task itself frees its key before any caller hears of its end: every caller may have
   // gone by then.
   static platform::Async<Result> finish(std::shared_ptr<State> state, Work task, std::string key) {
     std::exception_ptr failure;

@@ -14,13 +14,13 @@
 
 namespace ombrix {
 
-/// Something with an identity that can be hashed, as the member or the operation `id`.
+/// A type with an identity that can be hashed: a member or an operation `id`.
 template <class T>
 concept Identifiable = requires(const T& value) {
   std::hash<std::remove_cvref_t<decltype(std::invoke(&T::id, value))>>{};
 };
 
-/// Where a remotely loaded object stands; while it is not fresh, with the last copy there is.
+/// The state of a remotely loaded object; while it is not fresh, with the last copy, if any.
 ///
 /// A value: any thread may read it. Equality and hash go by the case and the identity only.
 template <Identifiable Value>
@@ -49,7 +49,8 @@ class RemoteObjectState {
     return unloaded ? unloaded->kind : Case::loaded;
   }
 
-  /// The loaded object, else its cached copy; null when there is none. Valid as long as the state.
+  /// The loaded object, or otherwise its cached copy; null when there is none. Valid as long as the
+  /// state.
   [[nodiscard]] const Value* value() const noexcept {
     if (const auto* loaded = std::get_if<Value>(&state_)) return loaded;
     const auto& cached = std::get<Unloaded>(state_).cached;

@@ -19,9 +19,9 @@ class StringsTable {
  public:
   /// Reads a file in UTF-8, or in UTF-16 with a byte order mark; comments as in C++.
   ///
-  /// Texts are in quotes; bare words need none. Escapes: \n \r \t \a \b \f \v, an escaped quote or
-  /// backslash, \U or \u with four hexadecimal digits (UTF-16 units, also in pairs), up to three
-  /// octal digits (ASCII only). A key alone is its own text; of equal keys the last one wins.
+  /// Texts are in quotes; bare words need none. Escapes: `\n \r \t \a \b \f \v`, quote, backslash,
+  /// `\U` or `\u` with four hexadecimal digits (UTF-16 units, also in pairs), up to three octal
+  /// digits (ASCII only). A key alone is its own text; of equal keys the last one wins.
   ///
   /// A damaged entry is skipped and parsing continues on the next line; an unterminated comment
   /// hides everything after it. Parsing never fails as a whole.

@@ -54,8 +54,8 @@ void decodeFields(R& reader, T& out) {
       more = reader.nextKey(key);
       return true;
     };
-    // Keys usually come in the order of the fields: one comparison each. What is out of order is
-    // looked for among all, and from there the order is followed again.
+    // Keys usually come in the order of the fields: one comparison each. A key out of order is
+    // searched for among all fields, and the order is followed again from there.
     [&]<std::size_t... I>(std::index_sequence<I...>) {
       while (more) {
         (static_cast<void>(more && take(std::integral_constant<std::size_t, I>{})), ...);
@@ -105,7 +105,7 @@ void decodeMap(R& reader, Map& out) {
   out.clear();
   reader.beginObject();
   expectItems<typename Map::value_type>(reader, out);
-  std::string name;  // lives as long as the step: what is wrong with the next key names this one
+  std::string name;  // lives as long as the step: an error in the next key names this one
   CodingPathChain::Step step(reader.pathChain());
   std::string_view next;
   BucketLimit buckets;
@@ -248,8 +248,8 @@ void decodeInteger(R& reader, T& out) {
 
 }  // namespace detail
 
-/// Reads a value of any type that can be coded, over what `out` holds. When it throws, `out` holds
-/// what was read so far.
+/// Reads a value of any type that can be coded and overwrites `out` with it. When it throws, `out`
+/// holds the parts read so far.
 template <CodingReader R, class T>
 void decodeValue(R& reader, T& out) {
   if constexpr (requires { Coding<T>::decode(reader, out); }) {

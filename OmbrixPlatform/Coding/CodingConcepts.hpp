@@ -21,17 +21,17 @@ namespace ombrix::platform {
 class Decoder;
 class Encoder;
 
-/// What reads a format in one go, value after value: the coders' fast path, on which all decoding
-/// of types is written once. `DecoderReader` makes one of any `Decoder`.
+/// A reader of a format in one pass, value after value: the coders' fast path, for which all
+/// decoding of types is written once. `DecoderReader` makes one of any `Decoder`.
 ///
 /// A `read…` takes the next value; `readNull` takes it only if it is null. An object:
 /// `beginObject`, then a value (or `skip`) after each `nextKey` that gives true; false closes the
 /// object. Arrays go the same way with `nextItem`. A text is valid until the next operation.
-/// `peekText` looks up a text in the object that comes next without taking it. Everything throws
+/// `peekText` looks up a text in the next object without taking it. Everything throws
 /// `DecodingError`.
 ///
-/// Of equal keys the last counts, which a reader that passes through once cannot know beforehand:
-/// code of one's own that meets a key again says so by `startOver`.
+/// Of equal keys the last counts, which a reader in one pass cannot know beforehand: a type's own
+/// code that meets a key again must call `startOver`.
 template <class R>
 concept CodingReader = requires(R& reader, std::string_view& key) {
   { reader.readNull() } -> std::same_as<bool>;
@@ -73,9 +73,9 @@ concept CodingWriter = requires(W& writer, std::string_view text, DataView data,
   { writer.codingPath() } -> std::same_as<CodingPath>;
 };
 
-/// To be called where a value cannot be judged in one pass: a key comes again, or the program is
-/// about to stop. Returns for `DecoderReader`, which knows the whole document. Other readers throw
-/// a `DecodingError`, and their decoder decodes once more, through a `DecoderReader`.
+/// Called where a value cannot be judged in one pass: a key comes again, or the program is about to
+/// stop. Returns for `DecoderReader`, which knows the whole document. Other readers throw a
+/// `DecodingError`, and their decoder decodes once more, through a `DecoderReader`.
 template <class R>
 void startOver(const R& reader) {
   if constexpr (requires { reader.startOver(); }) reader.startOver();
@@ -108,14 +108,14 @@ concept Growing = std::ranges::range<T> && requires(T& items) { items.emplace_ba
 template <class T>
 concept SetLike = std::ranges::range<T> && requires { typename T::key_type; };
 
-/// What an item of a container takes in memory, with what trees and tables add to it.
+/// The memory that an item of a container takes, including what trees and tables add to it.
 template <class Container>
 inline constexpr std::size_t kItemBytes =
     sizeof(typename Container::value_type) +
     (requires(Container& out) { out.reserve(0); } && Growing<Container> ? 0 : 64);
 
-/// Tells a reader that wants to know how much memory the items of what has begun will take, and
-/// makes room for this many in `out`.
+/// Tells a reader, if it asks, how much memory the items of the container that has begun will take,
+/// and reserves room for them in `out`.
 template <class Item, CodingReader R, class T>
 void expectItems(R& reader, T& out) {
   if constexpr (requires { reader.expectItems(sizeof(Item)); }) {
@@ -131,8 +131,8 @@ inline constexpr bool kIsHashed = requires(Container& out, typename Container::k
   typename Container::insert_return_type;
 };
 
-/// Ends the reading of a hash table most of whose keys share buckets, as keys do that somebody
-/// chose so: putting them in takes time by the square of their number.
+/// Stops reading a hash table most of whose keys share buckets, as keys chosen by an attacker do:
+/// inserting them takes time by the square of their number.
 class BucketLimit {
  public:
   template <CodingReader R, class Container>
@@ -146,11 +146,11 @@ class BucketLimit {
   }
 
  private:
-  static constexpr std::size_t kUsual = 256;  // far above what a hash that is worth its name gives
+  static constexpr std::size_t kUsual = 256;  // far above what any good hash gives
   std::size_t keys_ = 0, compared_ = 0;
 };
 
-/// Tells a writer that wants to know how much memory the items of what has begun take.
+/// Tells a writer, if it asks, how much memory the items of the container that has begun take.
 template <class Container, CodingWriter W>
 void announceItems(W& writer) {
   if constexpr (requires { writer.expectItems(std::size_t{}); }) {

@@ -23,7 +23,7 @@ std::string describe(const CodingPath& path) {
       continue;
     }
     if (!text.empty()) text += '.';
-    // Like texts, keys of a document may be what nobody but its owner should read.
+    // Like texts, keys of a document may be secrets of its owner.
     text += key.isContent ? fmt::format("(a key of {} bytes)", key.stringValue.size())
                           : key.stringValue;
   }

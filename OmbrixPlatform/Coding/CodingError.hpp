@@ -13,8 +13,8 @@ namespace ombrix::platform {
 class DecodingError : public Error {
  public:
   enum class Kind {
-    keyNotFound,    // a required key is not there
-    typeMismatch,   // another kind of value stands there
+    keyNotFound,    // a required key is missing
+    typeMismatch,   // the value is of another kind
     valueNotFound,  // null, or no further item, where a value is required
     dataCorrupted,  // the bytes are not a document, or the value is not allowed
     tooLarge        // the value takes far more memory than its bytes account for; nothing is broken
@@ -61,8 +61,8 @@ class EncodingError : public Error {
 
 namespace detail {
 
-/// A text of a document, as errors name it: by its length, since it may be a password or a token
-/// and errors end up in logs.
+/// A text of a document as errors describe it: by its length only, since it may be a password or a
+/// token and errors end up in logs.
 std::string textByLength(std::string_view text);
 
 }  // namespace detail

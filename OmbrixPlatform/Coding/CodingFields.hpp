@@ -10,7 +10,7 @@
 
 namespace ombrix::platform {
 
-/// How a field is coded where nothing else is said: by its type.
+/// The default codec of a field: its type decides.
 struct DefaultFieldCodec {
   template <class Writer, class T>
   static void encode(Writer& writer, const T& value);
@@ -18,7 +18,7 @@ struct DefaultFieldCodec {
   static void decode(Reader& reader, T& out);
 };
 
-/// Stands where a field has no default.
+/// Marks a field without a default.
 struct NoFieldDefault {};
 
 /// One coded member of a type.
@@ -26,25 +26,25 @@ template <class Owner, class Member, class Codec, class Default = NoFieldDefault
 struct CodingField {
   std::string_view name;
   Member Owner::* member;
-  [[no_unique_address]] Default missing{};  ///< what the member becomes where its key is missing
+  [[no_unique_address]] Default missing{};  ///< the member's value where its key is missing
   using MemberType = Member;
   using CodecType = Codec;
   static constexpr bool kHasDefault = !std::is_same_v<Default, NoFieldDefault>;
 };
 
-/// Names a member for `codingFields`. A codec of one's own is an empty struct with static templates
-/// `encode(Writer&, const Member&)` and `decode(Reader&, Member&)`, see `CodingReader`.
+/// Names a member for `codingFields`. A codec of the caller's own is an empty struct with static
+/// templates `encode(Writer&, const Member&)` and `decode(Reader&, Member&)`, see `CodingReader`.
 template <class Codec = DefaultFieldCodec, class Owner, class Member>
 constexpr CodingField<Owner, Member, Codec> field(std::string_view name, Member Owner::* member) {
   return {name, member};
 }
 
-/// The same for a field that was added later: where its key is missing, as in everything written
-/// before, the member becomes `missing` and nothing fails.
+/// The same for a field that was added later: where its key is missing, as in all older data, the
+/// member becomes `missing` and nothing fails.
 ///
 /// Only a missing key does that. Null stays an error (for an optional member it means none), and so
-/// does a value that cannot be decoded: what is damaged must not pass for what is old. An empty
-/// optional with a default is written as null, since a missing key would bring the default back.
+/// does a value that cannot be decoded: damaged data must not pass for old data. An empty optional
+/// with a default is written as null, since a missing key would bring the default back.
 ///
 /// @param missing  a constant that the member can be made of; for a text a literal
 template <class Codec = DefaultFieldCodec, class Owner, class Member, class Default>
@@ -64,11 +64,10 @@ constexpr CodingField<Owner, Member, Codec, Default> field(std::string_view name
 ///           codingFields(field("name", &Lift::name), field("speed", &Lift::speed));
 ///     };
 ///
-/// Both directions and all formats follow from it. An optional member is left out when it is empty,
-/// and may be missing or null when read; one with a default may be missing; every other one is
-/// required. So a field that is added to a type already stored needs a default or an optional.
-/// Unknown keys are passed over, and of equal keys the last counts, whatever stands under the
-/// others.
+/// It serves both directions and all formats. An optional member is left out when it is empty, and
+/// may be missing or null when read; one with a default may be missing; every other one is
+/// required. So a field that is added to a stored type needs a default or an optional. Unknown keys
+/// are skipped, and of equal keys the last counts, even if the values of the others are invalid.
 template <class... Fields>
 constexpr std::tuple<Fields...> codingFields(Fields... fields) {
   static_assert(sizeof...(Fields) <= 64, "a type may have 64 coded fields");
@@ -98,8 +97,8 @@ struct CodingCaseNames {};
 template <class T>
 concept HasCodingCaseNames = requires { CodingCaseNames<T>::kNames; };
 
-/// How a type is coded by code of its own that runs at the full speed of a format: specialise with
-/// static templates `encode(Writer&, const T&)` and `decode(Reader&, T&)`, see `CodingReader`.
+/// A type's own coding code at the full speed of a format: specialise with static templates
+/// `encode(Writer&, const T&)` and `decode(Reader&, T&)`, see `CodingReader`.
 ///
 /// The plainer way, for types coded rarely, is a member `void encode(Encoder&) const` and a static
 /// member `T decode(Decoder&)`.

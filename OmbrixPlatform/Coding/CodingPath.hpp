@@ -32,10 +32,10 @@ using CodingPath = std::vector<CodingKey>;
 /// A path as messages show it, such as "runs[2].name" or "scores.(a key of 5 bytes)".
 std::string describe(const CodingPath& path);
 
-/// What a caller hands through a coder to the types it codes.
+/// Values that a caller passes through a coder to the types that it codes.
 using CodingUserInfo = std::map<std::string, std::any, std::less<>>;
 
-/// What may serve as a key: text, or an enumerator whose raw value is text.
+/// A type that may serve as a key: text, or an enumeration whose raw values are texts.
 template <class Key>
 concept CodingKeyType = std::convertible_to<const Key&, std::string_view> ||
                         requires(const Key& key) { std::string_view{rawValue(key)}; };

@@ -46,7 +46,7 @@ class KeyedDecodingContainerBase {
 };
 
 /// The items of an array being decoded, one after the other. Operations throw `DecodingError`:
-/// value not found behind the last item.
+/// value not found after the last item.
 class UnkeyedDecodingContainer {
  public:
   virtual ~UnkeyedDecodingContainer() = default;
@@ -55,16 +55,16 @@ class UnkeyedDecodingContainer {
   [[nodiscard]] virtual std::optional<std::size_t> count() const = 0;
   [[nodiscard]] virtual bool isAtEnd() const = 0;
   [[nodiscard]] virtual std::size_t currentIndex() const = 0;
-  /// Whether the next item is null; if so it is passed over.
+  /// Whether the next item is null; if so, it is skipped.
   virtual bool decodeNil() = 0;
   virtual CodingPrimitive decodePrimitive(CodingPrimitiveKind kind) = 0;
-  /// A decoder of the next item, which is passed over.
+  /// A decoder of the next item, which counts as taken.
   virtual std::shared_ptr<Decoder> superDecoder() = 0;
 
   /// Decodes the next item.
   template <class T>
   T decode();
-  /// Nothing at the end and for null.
+  /// Empty at the end and for null.
   template <class T>
   std::optional<T> decodeIfPresent();
 };
@@ -104,7 +104,7 @@ class KeyedDecodingContainer {
   /// The value under a key. Throws key not found, or what its type throws.
   template <class T>
   [[nodiscard]] T decode(const Key& key) const;
-  /// Nothing when the key is missing or holds null.
+  /// Empty when the key is missing or holds null.
   template <class T>
   [[nodiscard]] std::optional<T> decodeIfPresent(const Key& key) const {
     if (!contains(key) || decodeNil(key)) return std::nullopt;
@@ -127,10 +127,10 @@ class KeyedDecodingContainer {
   std::shared_ptr<const KeyedDecodingContainerBase> base_;
 };
 
-/// What a type decodes itself from: the content of a document or of a part of it.
+/// The content of a document, or of a part of it, from which a type decodes itself.
 ///
-/// Lives in a shared pointer and owns what it reads from, so it may be kept. Asking for a container
-/// that the content is not throws `DecodingError`. Not synchronised.
+/// Lives in a shared pointer and owns the bytes that it reads, so it may be kept. Asking for
+/// another kind of container than the content throws `DecodingError`. Not synchronised.
 class Decoder : public std::enable_shared_from_this<Decoder> {
  public:
   virtual ~Decoder() = default;
@@ -140,9 +140,9 @@ class Decoder : public std::enable_shared_from_this<Decoder> {
   [[nodiscard]] virtual std::shared_ptr<const KeyedDecodingContainerBase> keyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<UnkeyedDecodingContainer> unkeyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<SingleValueDecodingContainer> singleValueContainer() = 0;
-  /// Says that so many items will take so much memory each. Throws `DecodingError` where that is
-  /// more than the document accounts for. Gives for how many room may be made at once: none where
-  /// the format does not count.
+  /// Announces how many items will come and how much memory each will take. Throws `DecodingError`
+  /// if that is more than the document accounts for. Returns for how many of them room may be
+  /// reserved at once: none where the format does not count.
   virtual std::size_t expectItems(std::size_t count, std::size_t bytesEach);
   /// The content as the value type of its format; false where the format is another.
   virtual bool readJSON(JSON& out);
@@ -180,7 +180,7 @@ std::unique_ptr<UnkeyedDecodingContainer> KeyedDecodingContainer<Key>::nestedUnk
   return superDecoder(key)->unkeyedContainer();
 }
 
-/// Reads any `Decoder` in the manner of `CodingReader`.
+/// Reads any `Decoder` as a `CodingReader`.
 class DecoderReader {
  public:
   explicit DecoderReader(Decoder& decoder) : decoder_(decoder), path_(decoder.codingPath()) {}
@@ -222,7 +222,7 @@ class DecoderReader {
     std::vector<std::string> keys;
     std::string key;
     std::unique_ptr<UnkeyedDecodingContainer> unkeyed;
-    std::shared_ptr<Decoder> peeked;  // the array's current item, once it was looked into
+    std::shared_ptr<Decoder> peeked;  // the array's current item, once it was opened
   };
 
   CodingPrimitive read(CodingPrimitiveKind kind);

@@ -85,8 +85,8 @@ class KeyedEncodingContainer {
   std::shared_ptr<KeyedEncodingContainerBase> base_;
 };
 
-/// What a type encodes itself into. Ask for one kind of container; asking for another kind when
-/// something is written already throws `EncodingError`. Not synchronised.
+/// The destination into which a type encodes itself. Ask for one kind of container; asking for
+/// another kind when something is written already throws `EncodingError`. Not synchronised.
 class Encoder {
  public:
   virtual ~Encoder() = default;
@@ -96,7 +96,7 @@ class Encoder {
   [[nodiscard]] virtual std::shared_ptr<KeyedEncodingContainerBase> keyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<UnkeyedEncodingContainer> unkeyedContainer() = 0;
   [[nodiscard]] virtual std::unique_ptr<SingleValueEncodingContainer> singleValueContainer() = 0;
-  /// Says that so many items take so much memory each where they are decoded.
+  /// Announces how many items follow and how much memory each takes where it is decoded.
   virtual void expectItems(std::size_t count, std::size_t bytesEach);
   /// Encodes a value type of a format as it is; false where the encoder's format is another.
   virtual bool writeJSON(const JSON& value);
@@ -120,7 +120,7 @@ std::unique_ptr<UnkeyedEncodingContainer> KeyedEncodingContainer<Key>::nestedUnk
   return superEncoder(key)->unkeyedContainer();
 }
 
-/// Writes to any `Encoder` in the manner of `CodingWriter`.
+/// Writes to any `Encoder` as a `CodingWriter`.
 class EncoderWriter {
  public:
   explicit EncoderWriter(Encoder& encoder) : encoder_(encoder), path_(encoder.codingPath()) {}

@@ -135,7 +135,7 @@ void readXML(DataView bytes, XMLHandler& handler, std::string_view before) {
           fmt::format("line {}: {}", XML_GetCurrentLineNumber(parser.get()), XML_ErrorString(code)),
           code == XML_ERROR_UNCLOSED_TOKEN);
     }
-    // The parser keeps an unfinished tag or comment and may scan it anew with every block.
+    // The parser keeps an unfinished tag or comment and may scan it again with every block.
     if (!bytes.empty() && given - std::min(given, position()) > kMostTagBytes) {
       fail("a tag or comment is longer than 1 MiB", true);
     }

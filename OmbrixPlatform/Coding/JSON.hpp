@@ -63,8 +63,8 @@ class JSON {
   [[nodiscard]] Kind kind() const noexcept;
   [[nodiscard]] bool isNull() const noexcept { return kind() == Kind::null; }
 
-  // Typed access: nothing (or null) when the value is of another kind, or when the number is not
-  // one of the type asked for.
+  // Typed access: empty (or null) when the value is of another kind, or when the number does not
+  // fit the requested type.
   [[nodiscard]] std::optional<bool> boolean() const noexcept;
   [[nodiscard]] std::optional<std::int64_t> integer() const noexcept;
   [[nodiscard]] std::optional<std::uint64_t> unsignedInteger() const noexcept;
@@ -75,10 +75,11 @@ class JSON {
   [[nodiscard]] const Dictionary* dictionary() const noexcept;
   [[nodiscard]] Dictionary* dictionary() noexcept;
 
-  /// The value as text: a text itself, numbers and truth values in their JSON form, else empty.
+  /// The value as text: a text itself, numbers and truth values in their JSON form, otherwise
+  /// empty.
   [[nodiscard]] std::string stringValue() const;
 
-  /// The value under a key or at a place; a null where there is none.
+  /// The value under a key or at an index; a null where there is none.
   [[nodiscard]] const JSON& operator[](std::string_view key) const;
   [[nodiscard]] const JSON& operator[](const char* key) const {
     return (*this)[std::string_view{key}];

@@ -7,7 +7,7 @@
 
 namespace ombrix::platform {
 
-/// How dates stand in JSON.
+/// How dates are written in JSON.
 enum class JSONDateStrategy {
   deferredToDate,         // a number, seconds since 2001-01-01 00:00:00 UTC
   secondsSince1970,       // a number
@@ -15,17 +15,17 @@ enum class JSONDateStrategy {
   iso8601                 // a text such as "2023-11-14T22:13:20Z", written without fractions
 };
 
-/// Texts that stand for the numbers JSON has no form for.
+/// Texts for the numbers that JSON cannot express.
 struct JSONNonConformingFloats {
   std::string positiveInfinity;
   std::string negativeInfinity;
   std::string nan;
 };
 
-/// What can be set on `JSONEncoder` and `JSONDecoder`.
+/// The options of `JSONEncoder` and `JSONDecoder`.
 struct JSONCodingOptions {
   JSONDateStrategy dateStrategy = JSONDateStrategy::deferredToDate;
-  /// Without it such numbers are errors.
+  /// Empty: such numbers are errors.
   std::optional<JSONNonConformingFloats> nonConformingFloats;
   CodingUserInfo userInfo;
 };

@@ -17,8 +17,8 @@ class JSONDecoder : public JSONCodingOptions {
       reader.finish();
       return value;
     } catch (const Error&) {
-      // One pass cannot tell whether a later value takes the place of what was wrong, and stops at
-      // a key that comes again. The same tokens are read once more, each key once.
+      // One pass cannot tell whether a later value replaces a wrong one, and stops at a key that
+      // comes again. Then the same tokens are read once more, each key once.
     }
     return decodeFrom<T>(*JSONReader(bytes, this).decoder());
   }

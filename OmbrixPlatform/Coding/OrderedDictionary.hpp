@@ -15,9 +15,9 @@ namespace ombrix::platform {
 
 /// A dictionary with text keys that keeps its entries in the order they were first set.
 ///
-/// Looking a key up takes constant time: a scan while there are few entries, an index beyond, in
-/// which keys that somebody chose fall together no more than others.
-/// Not synchronised; equality ignores the order.
+/// Looking a key up takes constant time: it scans a few entries and uses an index for more, in
+/// which keys chosen by an attacker collide no more than others. Not synchronised; equality ignores
+/// the order.
 template <class Value>
 class OrderedDictionary {
  public:
@@ -53,7 +53,7 @@ class OrderedDictionary {
   }
   [[nodiscard]] bool contains(std::string_view key) const { return indexOf(key) != kNone; }
 
-  /// Sets a value: in place when the key is there already, else at the end.
+  /// Sets a value: in place when the key exists already, otherwise at the end.
   Value& set(std::string key, Value value) {
     if (Value* there = find(key)) return *there = std::move(value);
     entries_.push_back({std::move(key), std::move(value)});
@@ -68,7 +68,7 @@ class OrderedDictionary {
     slots_.clear();
   }
 
-  /// Removes a key; false when it was not there. The order of the others stays.
+  /// Removes a key; false when there was none. The order of the others stays.
   bool erase(std::string_view key) {
     const std::size_t index = indexOf(key);
     if (index == kNone) return false;

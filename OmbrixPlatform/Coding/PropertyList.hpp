@@ -17,15 +17,15 @@ namespace ombrix::platform {
 
 /// A value of a property list: a truth value, number, text, bytes, date, array or dictionary.
 ///
-/// There is no null. Integers are signed 64-bit, and unsigned where they lie beyond. A plain
-/// value: copies are deep, several threads may read one, equality goes by kind and content and
-/// ignores the order of dictionary entries.
+/// There is no null. Integers are signed 64-bit, and unsigned above that range. A plain value:
+/// copies are deep, several threads may read one, equality goes by kind and content and ignores the
+/// order of dictionary entries.
 class PropertyList {
  public:
   using Array = std::vector<PropertyList>;
   using Dictionary = OrderedDictionary<PropertyList>;
 
-  /// A reference number as keyed archives use them; only carried, never followed.
+  /// A reference number of keyed archives; it is only passed on, never followed.
   struct UID {
     std::uint64_t value = 0;
     friend bool operator==(const UID&, const UID&) = default;
@@ -53,7 +53,7 @@ class PropertyList {
 
   [[nodiscard]] Kind kind() const noexcept;
 
-  // Typed access: nothing (or null) when the value is of another kind. An integer also reads as a
+  // Typed access: empty (or null) when the value is of another kind. An integer also reads as a
   // real; a real never reads as an integer, a truth value never as a number.
   [[nodiscard]] std::optional<bool> boolean() const noexcept;
   [[nodiscard]] std::optional<std::int64_t> integer() const noexcept;

@@ -13,22 +13,22 @@ class PropertyListError : public Error {
   using Error::Error;
 };
 
-/// A list whose value would take far more memory than its bytes account for, as that of many
-/// references to one object; it may be whole all the same.
+/// A list whose value would take far more memory than its bytes account for, for instance by many
+/// references to one object; it need not be damaged.
 class PropertyListSizeError : public PropertyListError {
  public:
   using PropertyListError::PropertyListError;
 };
 
-/// Containers may lie this deep in each other, in files read and in values written.
+/// The deepest nesting of containers, in files read and in values written.
 inline constexpr int kMaxPropertyListDepth = 512;
 
 enum class PropertyListFormat { binary, xml };
 
-/// Reads and writes property lists whole. Stateless; any thread.
+/// Reads and writes whole property lists. Stateless; any thread.
 class PropertyListSerialization {
  public:
-  /// Reads a property list in the binary or the XML form, whichever the first bytes show.
+  /// Reads a property list in the binary or the XML form, as its first bytes show.
   ///
   /// Of equal keys in one dictionary the last value stays. Throws `PropertyListError`, or
   /// `PropertyListSizeError`, which is one; no bytes,
@@ -36,9 +36,9 @@ class PropertyListSerialization {
   /// proportion to their number.
   static PropertyList read(DataView bytes);
 
-  /// Writes a property list. Throws `PropertyListError` for a value nested too deep, for text
-  /// that is not UTF-8, and in XML for what that form cannot express (a date that is not finite,
-  /// a control character).
+  /// Writes a property list. Throws `PropertyListError` for a value nested too deep, for text that
+  /// is not UTF-8, and in XML for values that the form cannot express (a date that is not finite, a
+  /// control character).
   static Data write(const PropertyList& value,
                     PropertyListFormat format = PropertyListFormat::binary);
 };

@@ -16,10 +16,11 @@ class XMLError : public Error {
   explicit XMLError(const std::string& what, std::size_t offset = 0, bool isUnfinished = false)
       : Error(what), offset_(offset), isUnfinished_(isUnfinished) {}
 
-  /// How many bytes of the document stand before the fault.
+  /// How many bytes of the document come before the fault.
   [[nodiscard]] std::size_t offset() const noexcept { return offset_; }
 
-  /// Whether what begins there has no end, at least not within 1 MiB: that far was read on.
+  /// Whether the part that begins there has no end, at least not within 1 MiB: reading went on that
+  /// far.
   [[nodiscard]] bool isUnfinished() const noexcept { return isUnfinished_; }
 
  private:
@@ -32,15 +33,16 @@ struct XMLAttribute {
   std::string_view value;
 };
 
-/// What a document is read into. Names come without their namespace's prefix. Texts and attributes
-/// are UTF-8 and valid during the call only. What a call throws ends the reading and is passed on.
+/// Receives a document's elements while it is read. Names come without their namespace's prefix.
+/// Texts and attributes are UTF-8 and valid during the call only. An exception from a call ends the
+/// reading and is passed on.
 class XMLHandler {
  public:
   virtual ~XMLHandler() = default;
   virtual void beginElement(std::string_view name, std::span<const XMLAttribute> attributes) = 0;
 
-  /// @param text The text directly in the element, white space around it taken off; text longer
-  ///   than `kMostXMLText` is cut between two characters.
+  /// @param text The text directly in the element, without white space around it; text longer than
+  ///   `kMostXMLText` is cut between two characters.
   virtual void endElement(std::string_view name, std::string_view text) = 0;
 };
 
@@ -50,8 +52,8 @@ inline constexpr std::size_t kMostXMLText = 65'536;
 /// Reads a document element by element, in memory that does not grow with it.
 ///
 /// A document type declaration is refused: entities could make a small document endless.
-/// @param before Read as if it stood before the bytes, such as the root element of a document of
-///   which only a piece is read.
+/// @param before Read as if it preceded the bytes, such as the root element when only a piece of a
+///   document is read.
 /// @throws XMLError for bytes that are not a document, and for deeper nesting than `kMostXMLDepth`
 ///   or a tag or comment of more than about 1 MiB; std::bad_alloc where memory is short
 void readXML(DataView bytes, XMLHandler& handler, std::string_view before = {});

@@ -1,17 +1,13 @@
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
 
 #include <fcntl.h>
-#include <linux/futex.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <bit>
-#include <cerrno>
 #include <chrono>
 #include <climits>
-#include <ctime>
 #include <exception>
 #include <new>
 #include <optional>
@@ -25,6 +21,7 @@
 #include "OmbrixPlatform/Concurrency/Detail/Turn.hpp"
 #include "OmbrixPlatform/Concurrency/InsideScope.hpp"
 #include "OmbrixPlatform/Concurrency/Process.hpp"
+#include "OmbrixPlatform/Locks/Futex.hpp"
 #include "OmbrixPlatform/Values/CallOut.hpp"
 #include "OmbrixPlatform/Values/FatalError.hpp"
 
@@ -121,20 +118,16 @@ class ThreadPool::Parking {
  public:
   /// Sleeps until `wake` or, unless it was chosen, until the limit has passed.
   void sleep(std::optional<std::chrono::seconds> limit) {
-    timespec time{};
-    if (limit) time.tv_sec = limit->count();
     while (isAwake_.load(std::memory_order_acquire) == 0) {
-      const auto outcome = ::syscall(SYS_futex, &isAwake_, FUTEX_WAIT_PRIVATE, 0,
-                                     limit ? &time : nullptr, nullptr, 0);
-      if (outcome != 0 && errno == ETIMEDOUT) return;
+      if (!futexWait(isAwake_, 0, limit)) return;
     }
   }
 
   /// Called without the lock by the thread that chose it. The parked thread may be gone before the
-  /// kernel is called, which uses the address as a number only.
+  /// kernel is called.
   void wake() {
     isAwake_.store(1, std::memory_order_release);
-    ::syscall(SYS_futex, &isAwake_, FUTEX_WAKE_PRIVATE, 1, nullptr, nullptr, 0);
+    futexWakeOne(&isAwake_);
   }
 
   Parking* next = nullptr;

@@ -87,4 +87,13 @@ const char* scanNumberRowPortable(const NumberRowText& text, std::span<double> n
   return position <= text.end ? position : nullptr;
 }
 
+NumberRowScanner fastestNumberRowScanner() noexcept {
+#if defined(__x86_64__) && defined(__GNUC__)
+  if (__builtin_cpu_supports("sse4.1")) return &scanNumberRowSse41;
+#elif defined(__AARCH64EL__)
+  return &scanNumberRowNeon;
+#endif
+  return &scanNumberRowPortable;
+}
+
 }  // namespace ombrix::platform::detail

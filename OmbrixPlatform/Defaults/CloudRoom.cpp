@@ -12,7 +12,7 @@ bool CloudRoom::take(const PropertyList& value, std::string_view key,
                      const std::function<PropertyList::Dictionary()>& all) {
   constexpr std::size_t kMaxKeys = NSUbiquitousKeyValueStore::kMaxKeys;
   constexpr std::size_t kMaxBytes = NSUbiquitousKeyValueStore::kMaxBytes;
-  // References to more objects are wider, all of them.
+  // With more objects all references are wider.
   constexpr std::size_t kReserveBytes = 16 * 1024;
   const auto most = mostBytesOf(value, key);
   {
@@ -34,9 +34,9 @@ bool CloudRoom::take(const PropertyList& value, std::string_view key,
   return true;
 }
 
-/// The most that an entry takes in a property list; nothing for a value with others in it.
+/// The most bytes that an entry takes in a property list; empty for a value that contains others.
 std::optional<std::size_t> CloudRoom::mostBytesOf(const PropertyList& value, std::string_view key) {
-  constexpr std::size_t kBytesBeside = 64;  // heads, references and places of two objects
+  constexpr std::size_t kBytesBeside = 64;  // markers, references and offsets of two objects
   std::size_t bytes = 0;
   if (const auto* text = value.text()) {
     bytes = 2 * text->size();  // in UTF-16

@@ -13,7 +13,7 @@ namespace {
 
 constexpr bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
 
-/// The text behind blanks and a plus sign.
+/// The text after leading blanks and a plus sign.
 std::string_view behindBlanks(std::string_view text) noexcept {
   const auto start = text.find_first_not_of(" \t\n\r\v\f");
   text.remove_prefix(start == std::string_view::npos ? text.size() : start);
@@ -38,7 +38,7 @@ std::int64_t integerFromText(std::string_view text) noexcept {
 
 double doubleFromText(std::string_view text) noexcept {
   text = behindBlanks(text);
-  // Words such as "infinity" are no numbers here.
+  // Words such as "infinity" do not count as numbers here.
   const auto digits = text.find_first_not_of("-.");
   if (digits == std::string_view::npos || !isDigit(text[digits])) return 0;
   return detail::readDecimal(text).value;

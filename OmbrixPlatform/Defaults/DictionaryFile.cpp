@@ -27,11 +27,7 @@ constexpr std::size_t kMaxBytes = std::size_t{16} << 20;
 constexpr int kMaxLinks = 40;  // as the system allows in one path
 constexpr int kMaxDamagedFiles = 9;
 
-std::string hiddenSibling(const fs::path& file, std::string_view suffix) {
-  return (file.parent_path() / ("." + file.filename().string().append(suffix))).string();
-}
-
-/// What a file is that should be a regular one.
+/// What the path of an expected regular file leads to.
 std::string_view kindOf(mode_t mode) {
   if (S_ISDIR(mode)) return "a folder";
   if (S_ISFIFO(mode)) return "a FIFO";
@@ -39,7 +35,7 @@ std::string_view kindOf(mode_t mode) {
   return "a device";
 }
 
-/// All bytes of a regular file; nothing, with errno, when they cannot be read or are too many.
+/// All bytes of a regular file; empty, with errno, when they cannot be read or are too many.
 std::optional<Data> readAll(int descriptor, std::size_t size) {
   Data bytes(std::min(size, kMaxBytes) + 1);
   std::size_t used = 0;
@@ -110,7 +106,7 @@ DictionaryFile::Outcome DictionaryFile::refresh(Look look) {
   const LockGuard mutex(mutex_, std::adopt_lock);
   const bool force = look == Look::inContents;
   if (load(force, outcome) == Loaded::damaged) {
-    // Somebody may be putting it right: look again while nobody can.
+    // Another process may be mending it: look again under the lock.
     const auto patience = look == Look::ifFree ? kNoWait : kLockTimeout;
     if (const auto locked = lock(patience, outcome)) loadLocked(force, outcome);
   }
@@ -137,7 +133,7 @@ DictionaryFile::Outcome DictionaryFile::update(const Decide& decide, IfUnsaved i
   for (const Edit& edit : edits) change(edit, ifUnsaved, outcome);
   const bool hasChanged = outcome.changes.size() != met;
   if (!hasChanged && unsaved_.empty() && !isShowingUnsaved_) return outcome;
-  // A file that cannot be read is not replaced: that would lose what others keep in it.
+  // A file that cannot be read is not replaced: others' values in it would be lost.
   outcome.isSaved = loaded != Loaded::unreadable;
   if (loaded == Loaded::empty) {
     outcome.errors.push_back(file_ + " was empty and is being written again");
@@ -166,7 +162,7 @@ DictionaryFile::Identity DictionaryFile::identityOf(int descriptor) {
           status.st_mtim.tv_nsec};
 }
 
-/// Reads the file if it is another one than last time.
+/// Reads the file if it is not the same as last time.
 DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
   struct stat status{};
   if (::stat(file_.c_str(), &status) != 0) {
@@ -177,7 +173,7 @@ DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
     if (!identity_ && hasLooked_) return Loaded::same;
     open_.reset();
     identity_.reset();
-    // Nobody has set anything by removing the file.
+    // Removing the file does not count as setting values.
     for (Unsaved& waiting : unsaved_) waiting.found.reset(), waiting.isFoundKnown = true;
     takeIn({}, outcome);
     return Loaded::read;
@@ -217,7 +213,7 @@ DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
   }
 }
 
-/// The same with the lock held: a damaged file makes room for what this process knows.
+/// The same with the lock held: a damaged file is set aside and replaced by this process's values.
 DictionaryFile::Loaded DictionaryFile::loadLocked(bool force, Outcome& outcome) {
   const auto loaded = load(force, outcome);
   if (loaded != Loaded::damaged) return loaded;
@@ -229,7 +225,7 @@ DictionaryFile::Loaded DictionaryFile::loadLocked(bool force, Outcome& outcome) 
   return Loaded::read;
 }
 
-/// Makes the file's contents, with the unsaved edits on top, this process's own.
+/// Takes over the file's contents, with the unsaved edits on top.
 void DictionaryFile::takeIn(PropertyList::Dictionary contents, Outcome& outcome) {
   dropOverruled(contents);
   for (const Unsaved& waiting : unsaved_) apply(waiting.edit, contents);
@@ -256,7 +252,7 @@ void DictionaryFile::dropOverruled(const PropertyList::Dictionary& contents) {
   };
   std::erase_if(unsaved_, [&](const Unsaved& waiting) {
     const auto now = valueNow(waiting);
-    // What was to be written may be there, though not for certain on the disk.
+    // The new contents may be in the file, although perhaps not on the disk yet.
     return waiting.isFoundKnown && now != waiting.found && now != waiting.edit.value;
   });
   for (Unsaved& waiting : unsaved_) waiting.found = valueNow(waiting), waiting.isFoundKnown = true;
@@ -278,7 +274,7 @@ void DictionaryFile::change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outc
   outcome.changes.push_back({edit.key, edit.value, ++sequence_, false});
 }
 
-/// Takes edits back, as if they had never been: what was met before them stays.
+/// Undoes edits; changes that were found before them stay.
 void DictionaryFile::undo(const PropertyList::Dictionary& before, std::size_t met,
                           Outcome& outcome) {
   contents_ = before;
@@ -306,7 +302,7 @@ bool DictionaryFile::setAside(Outcome& outcome) const {
 /// Writes the contents with the lock held; what fails stays unsaved.
 bool DictionaryFile::save(Outcome& outcome) {
   const auto bytes = PropertyListSerialization::write(contents_);
-  errno = EFBIG;  // what could not be read again is not written
+  errno = EFBIG;  // a file that could not be read again is not written
   if (bytes.size() > kMaxBytes || !replaceFile(bytes)) {
     report(outcome, "write", errno);
     return false;
@@ -316,32 +312,25 @@ bool DictionaryFile::save(Outcome& outcome) {
   return true;
 }
 
-/// Puts a new file in the old one's place, with its owner and mode. One whose owner cannot be kept
-/// is written over instead: nobody is to be kept out of his file.
+/// Puts a new file in the old one's place, with its owner and mode. Where that owner cannot be
+/// kept, the old file is overwritten instead: its owner must keep access.
 bool DictionaryFile::replaceFile(DataView bytes) {
   const fs::path place = target(file_);
-  const std::string temporary = hiddenSibling(place, ".new");
-  ::unlink(temporary.c_str());  // of a process that was killed
-  auto fresh = detail::makeFile(temporary, O_RDWR);
+  detail::FreshFile fresh(place.string());
   if (!fresh) return false;
   struct stat old{};
   if (::stat(place.c_str(), &old) == 0 && !takeOwnerAndMode(fresh.get(), old)) {
-    ::unlink(temporary.c_str());
     return overwriteFile(place, bytes);
   }
-  int error = detail::writeAll(fresh.get(), bytes);
-  if (error == 0 && ::fsync(fresh.get()) != 0) error = errno;
-  if (error == 0 && ::rename(temporary.c_str(), place.c_str()) != 0) error = errno;
-  if (error != 0) {
-    ::unlink(temporary.c_str());
+  if (const int error = fresh.publish(bytes); error != 0) {
     errno = error;
     return false;
   }
-  isNow(std::move(fresh));
+  isNow(fresh.release());
   return true;
 }
 
-/// Writes over the file in place: a process that is killed meanwhile leaves one that cannot be
+/// Overwrites the file in place: a process that is killed meanwhile leaves a file that cannot be
 /// decoded.
 bool DictionaryFile::overwriteFile(const fs::path& place, DataView bytes) {
   const auto url = URL::fileURL(place.string(), false);
@@ -356,7 +345,7 @@ bool DictionaryFile::overwriteFile(const fs::path& place, DataView bytes) {
   return true;
 }
 
-/// What this process knows is what this file holds.
+/// Notes that this process now knows the contents of this file.
 void DictionaryFile::isNow(Descriptor file) {
   identity_ = identityOf(file.get());
   open_ = std::move(file);
@@ -365,8 +354,8 @@ void DictionaryFile::isNow(Descriptor file) {
 /// Takes the lock among processes; empty, with an error, when it cannot be had.
 detail::HeldFileLock DictionaryFile::lock(std::chrono::steady_clock::duration timeout,
                                           Outcome& outcome) const {
-  const fs::path path = hiddenSibling(target(file_), ".lock");
-  // A folder that cannot be made shows in the error of the lock.
+  const fs::path path = detail::hiddenSibling(target(file_).string(), ".lock");
+  // If the folder cannot be made, taking the lock reports the error.
   (void)FileManager::defaultManager().createDirectory(
       URL::fileURL(path.parent_path().string(), true), true);
   auto held = queue_.acquire(path.string(), timeout);
@@ -376,8 +365,8 @@ detail::HeldFileLock DictionaryFile::lock(std::chrono::steady_clock::duration ti
   return held;
 }
 
-/// Where a thread that did not come along was at work, what is known may be half of something: it
-/// is left behind, and the next look reads the file.
+/// A thread that did not come along may have been changing this state, which may then be
+/// incomplete: it is dropped, and the next look reads the file.
 void DictionaryFile::enterChild() {
   const bool wasAtRest = mutex_.try_lock();
   if (wasAtRest && unsaved_.empty() && !isShowingUnsaved_) return mutex_.unlock();

@@ -43,7 +43,7 @@ class Calls {
   bool isClosed_ OMBRIX_GUARDED_BY(mutex_) = false;
 };
 
-/// A domain of user defaults of its own is all the store there is.
+/// The store is nothing but a domain of user defaults of its own.
 class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
  public:
   explicit FileUbiquitousKeyValueStore(UserDefaults::Configuration configuration)
@@ -88,7 +88,7 @@ class FileUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   void close() override { calls_->close(); }
 
  private:
-  /// Ends what reports refusals and what reports others' changes together.
+  /// Ends the reports of refusals together with those of others' changes.
   struct Both final : detail::Observation {
     Both(ObservationToken first, ObservationToken second)
         : refusals(std::move(first)), changes(std::move(second)) {}

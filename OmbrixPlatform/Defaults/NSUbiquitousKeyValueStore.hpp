@@ -15,10 +15,11 @@
 
 namespace ombrix::platform {
 
-/// The user's values in the cloud: few and small ones that all devices of the user share.
+/// The user's values in the cloud: a few small ones that all of the user's devices share.
 ///
-/// A store holds at most `kMaxKeys` keys and `kMaxBytes` bytes of keys and values; what would go
-/// beyond is not stored, and observers are told. All operations may be called from any thread.
+/// A store holds at most `kMaxKeys` keys and `kMaxBytes` bytes of keys and values; a value that
+/// would exceed this is not stored, and observers are told. All operations may be called from any
+/// thread.
 class NSUbiquitousKeyValueStore {
  public:
   static constexpr std::size_t kMaxKeys = 1'024;
@@ -31,7 +32,7 @@ class NSUbiquitousKeyValueStore {
     accountChange
   };
 
-  /// What changed without this process setting it.
+  /// A change that this process did not make.
   struct ExternalChange {
     ChangeReason reason;
     std::vector<std::string> keys;
@@ -45,28 +46,28 @@ class NSUbiquitousKeyValueStore {
 
   [[nodiscard]] virtual std::optional<PropertyList> objectForKey(std::string_view key) const = 0;
 
-  /// Stores a value. Throws `PropertyListError` for what no property list can hold.
+  /// Stores a value. Throws `PropertyListError` for a value that no property list can hold.
   virtual void setObject(PropertyList value, std::string_view key) = 0;
   virtual void removeObjectForKey(std::string_view key) = 0;
 
   [[nodiscard]] virtual PropertyList::Dictionary dictionaryRepresentation() const = 0;
 
-  /// Brings memory and the place where values are kept in step now; false when that failed.
+  /// Synchronizes memory with the place where values are kept, now; false when that failed.
   virtual bool synchronize() = 0;
 
-  /// Whether what was set outlives the process, sent or not; false after a `synchronize` that could
-  /// not leave it on this machine.
+  /// Whether the values that were set outlive the process, sent or not; false after a `synchronize`
+  /// that could not save them on this machine.
   [[nodiscard]] virtual bool isKept() const { return true; }
 
-  /// Calls the handler for every change from elsewhere, on a thread of the store's, until the
+  /// Calls the handler for every change from elsewhere, on one of the store's threads, until the
   /// token ends.
   virtual ObservationToken observeExternalChanges(ExternalChangeHandler handler) = 0;
 
-  /// Ends a store that the caller has made, for programs that end in order: nothing is sent or read
-  /// any more, and no call of an observer begins after it has returned. What was not sent is kept
-  /// for the next one. Values can still be read and set, in the copy on this machine. Again:
-  /// nothing. Not from a change handler, which may stop the program. Stores that do nothing by
-  /// themselves need not do anything here either.
+  /// Ends a store that the caller has made, for programs that end in order: it sends and reads
+  /// nothing more, and no call of an observer begins after this returns. Unsent changes are kept
+  /// for the next store. Values can still be read and set, in the copy on this machine. A second
+  /// call does nothing. Do not call it from a change handler: that may stop the program. A store
+  /// that does nothing in the background need not override this.
   virtual void close() {}
 
   /// @name Typed reading, as `UserDefaults` does it.
@@ -82,11 +83,11 @@ class NSUbiquitousKeyValueStore {
   /// @}
 };
 
-/// A store in a file of this machine, shared by the processes that name the same one: the
-/// stand-in where there is no cloud. Its values stay here; "elsewhere" is another process.
+/// A store in a file of this machine, shared by the processes that name the same one: used where
+/// there is no cloud. Its values stay here; "elsewhere" is another process.
 ///
-/// Nothing is made before the first value is set. A value is shown at once and brought to the disk
-/// a moment later, as by `UserDefaults`; what cannot be written stays, and is tried again.
+/// Nothing is made before the first value is set. A value is shown at once and written a moment
+/// later, as by `UserDefaults`; one that cannot be written is kept and tried again.
 std::shared_ptr<NSUbiquitousKeyValueStore> makeFileUbiquitousKeyValueStore(
     const std::filesystem::path& folder, const std::string& domain);
 

@@ -10,8 +10,8 @@
 namespace ombrix::platform::detail {
 namespace {
 
-/// Whether the file that is locked still has its name: whoever cleaned the folder up meanwhile took
-/// it away, and others lock its successor.
+/// Whether the locked file still has its name: somebody may have cleaned the folder up meanwhile,
+/// and then other processes lock the file's successor.
 bool isStillNamed(const Descriptor& file, const std::string& path) {
   struct stat held{}, named{};
   return ::fstat(file.get(), &held) == 0 && ::stat(path.c_str(), &named) == 0 &&

@@ -114,7 +114,7 @@ bool UserDefaults::synchronize() {
   state_->load();
   const auto outcome = state_->flush();
   state_->take(outcome);
-  // The writer may hold the file by now, for as long again: it tries what could not be written.
+  // By now the writer may hold the file for as long again, since it repeats failed writes.
   if (!outcome.isSaved) return false;
   state_->refresh(DictionaryFile::Look::always);
   state_->showAll();

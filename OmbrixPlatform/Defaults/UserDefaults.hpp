@@ -21,24 +21,24 @@ namespace ombrix::platform {
 /// the application domain (the file), the registered defaults (of this run). Nothing is read,
 /// written or started before it is needed; the watch on the file starts with the first observer.
 ///
-/// A value that is set is what readers get from then on; a thread of the object's own brings it to
-/// the file, with what has come together meanwhile, within 50 ms where disk and other processes let
-/// it. `synchronize` and the end of the process (`exit`, the return of `main`, the last reference)
-/// wait for that. What cannot be written (no space, no permission) stays, and is tried again with
+/// Readers get a new value at once. The object's own thread writes it to the file, together with
+/// all others of that moment, within 50 ms unless the disk or other processes delay it.
+/// `synchronize` and the end of the process (`exit`, the return of `main`, the last reference) wait
+/// for that. A value that cannot be written (no space, no permission) is kept, and tried again with
 /// the next change and from time to time.
 ///
-/// The file is a property list; it is changed under a lock and replaced by renaming, so several
-/// processes lose nothing to each other, none finds half a file, and one that is killed leaves the
-/// file before or after the change. Of two processes that set one key at a time, the one whose
-/// value reaches the file last wins in both. A symbolic link stays one. Without a watch each read
-/// looks whether the file was replaced, with one it does not need to.
+/// The file is a property list; it is changed under a lock and replaced by renaming, so processes
+/// lose none of each other's changes, none reads half a file, and one that is killed leaves the
+/// file as it was before or after the change. When two processes set one key at the same time, the
+/// value that reaches the file last wins in both. A symbolic link stays one. Without a watch each
+/// read checks whether the file was replaced; with a watch no read needs to.
 ///
 /// Observing (see `KeyValueObserving`): each change of a stored value, by this process or another,
 /// reaches the observers of its key once, as one prior call, if asked for, and one call after. This
-/// process's changes are announced on the thread that makes them, before the setter returns, those
-/// of others on a queue of the object's own; other processes' changes that follow each other
-/// closely may be seen as one. The values told are those a reader gets. Setting a value that is
-/// stored already is not a change; registering defaults and setting arguments announce nothing.
+/// process's changes are announced on the thread that makes them, before the setter returns; those
+/// of others on the object's own queue, where changes that follow each other closely may appear as
+/// one. Observers are told the values that a reader gets. Setting a value that is stored already is
+/// not a change; registering defaults and setting arguments announce nothing.
 ///
 /// Any thread, all operations.
 class UserDefaults final : public KeyValueObserving<PropertyList> {
@@ -51,7 +51,7 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
   struct Configuration {
     /// Made when the first value is written.
     std::filesystem::path folder;
-    /// Names the file, "<domain>.plist"; not empty and no path.
+    /// Names the file, "<domain>.plist"; it must not be empty or a path.
     std::string domain;
     /// See `setErrorHandler`.
     ErrorHandler onError = {};
@@ -66,12 +66,11 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
   UserDefaults(Passkey, Configuration configuration);
   ~UserDefaults() override;
 
-  /// @name Reading: the first domain that has the key, or nothing.
-  /// Numbers, truth values and texts stand in for each other: a text is true when it begins with
-  /// "Y", "y", "T", "t" or a digit other than 0 (after blanks, a sign and zeros), and is the number
-  /// that it begins with, 0 if none; a real becomes an integer by truncation, held at the limits;
-  /// a truth value is 1 or 0. What cannot be converted is false, 0 or nothing.
-  /// @{
+  /// @name Reading: the value of the first domain that has the key, or nothing. Numbers, truth
+  /// values and texts are converted to each other: a text is true when it begins with "Y", "y",
+  /// "T", "t" or a digit other than 0 (after blanks, a sign and zeros), and is the number that it
+  /// begins with, 0 if none; a real becomes an integer by truncation, held at the limits; a truth
+  /// value is 1 or 0. What cannot be converted is false, 0 or nothing. @{
   [[nodiscard]] std::optional<PropertyList> objectForKey(std::string_view key) const;
   [[nodiscard]] bool boolForKey(std::string_view key) const;
   [[nodiscard]] std::int64_t integerForKey(std::string_view key) const;
@@ -80,7 +79,7 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
   [[nodiscard]] std::optional<Data> dataForKey(std::string_view key) const;
   [[nodiscard]] std::optional<PropertyList::Array> arrayForKey(std::string_view key) const;
   [[nodiscard]] std::optional<Dictionary> dictionaryForKey(std::string_view key) const;
-  /// Nothing unless every element is a text.
+  /// Empty unless every element is a text.
   [[nodiscard]] std::optional<std::vector<std::string>> stringArrayForKey(
       std::string_view key) const;
   /// @}
@@ -88,32 +87,31 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
   /// The value that was set, as opposed to a registered default.
   [[nodiscard]] std::optional<PropertyList> explicitObjectForKey(std::string_view key) const;
 
-  /// Everything a reader can get.
+  /// All values that a reader can get.
   [[nodiscard]] Dictionary dictionaryRepresentation() const;
 
   /// The application domain alone.
   [[nodiscard]] Dictionary persistentDomain() const;
 
-  /// @name Writing, to the application domain.
-  /// Returns at once: the file follows. Throws `PropertyListError` for what no property list can
-  /// hold, such as text that is not UTF-8; nothing is changed then.
-  /// @{
+  /// @name Writing, to the application domain. Returns at once; the file is written later. Throws
+  /// `PropertyListError`, without changing anything, for values that no property list can hold,
+  /// such as text that is not UTF-8. @{
   void setObject(PropertyList value, std::string_view key);
   void removeObjectForKey(std::string_view key);
   /// @}
 
-  /// Brings what was set to the file and takes in what others have written; whether everything that
-  /// was set is in the file now. Blocks until it is on the disk, for 20 seconds at most where
-  /// another process holds the file; so does the end of the process.
+  /// Writes all new values to the file and reads those that others have written; returns whether
+  /// every value that was set is in the file now. Blocks until it is on the disk, for 20 seconds at
+  /// most where another process holds the file; so does the end of the process.
   bool synchronize();
 
-  /// Sets who is told of failures of the file (damaged, not readable, not writable) in a readable
-  /// sentence, on the thread that met them: the same one at most once a minute. Without a handler
-  /// they go to the log, or to standard error while that has no loggers. One that was configured
-  /// stays.
+  /// Sets the handler that gets failures of the file (damaged, not readable, not writable) as
+  /// readable sentences, on the thread that meets them; the same sentence comes at most once a
+  /// minute. Without a handler they go to the log, or to standard error while the log has no
+  /// loggers. A configured handler stays.
   void setErrorHandler(ErrorHandler handler);
 
-  /// Adds values that are read where nothing else is; of equal keys the last one stays.
+  /// Adds values for keys that no other domain has; of equal keys the last one counts.
   void registerDefaults(const Dictionary& defaults);
 
   /// Replaces the argument domain.
@@ -123,13 +121,13 @@ class UserDefaults final : public KeyValueObserving<PropertyList> {
   /// when it is a number. Values are texts.
   static Dictionary argumentsFrom(std::span<const char* const> commandLine);
 
-  /// Calls the handler with the keys that somebody else has changed, after their observers, until
+  /// Calls the handler with the keys that another process has changed, after their observers, until
   /// the token ends; starts the watch.
   ObservationToken observeExternalChanges(
       std::move_only_function<void(const std::vector<std::string>& keys)> handler);
 
-  /// A number that changes with every change of anything a reader can get, and that no other
-  /// `UserDefaults` of the process ever has: lets callers keep what they have read.
+  /// A number that changes whenever any value changes that a reader can get, and that no other
+  /// `UserDefaults` of the process ever has. It lets callers cache what they have read.
   [[nodiscard]] std::uint64_t revision() const;
 
   /// The file of the application domain.

@@ -40,16 +40,17 @@ void UserDefaults::State::watch() {
   }
   if (failure.empty()) followLink();
   load();
-  // Without a watch each read goes on looking at the file, and tells what it finds.
+  // Without a watch each read goes on checking the file, and reports what it finds.
   if (!failure.empty()) return report({failure});
   isWatched.store(true, std::memory_order_release);
-  // What came between the last look and the watch; the writer may be waiting for the file.
+  // Takes in changes that came between the last look and the watch; the writer may be waiting for
+  // the file.
   const auto outcome = file.refresh(Look::ifFree);
   take(outcome);
   if (outcome.wasBusy) lookLater();
 }
 
-/// Watches what lies behind a symbolic link, too, when it leads elsewhere than before.
+/// Watches the target of a symbolic link, too, when the link leads elsewhere than before.
 void UserDefaults::State::followLink() {
   const fs::path target = DictionaryFile::target(path);
   ObservationToken ended;  // outside the lock: waits for a running call
@@ -67,12 +68,12 @@ void UserDefaults::State::followLink() {
 void UserDefaults::State::noteFolderChange(const fs::path& watched, const FolderChange& change) {
   using enum FolderChange::Kind;
   if (change.kind != lookAgain && change.name != watched.filename().native()) return;
-  // Our writers rename: a file that was written in place may look as before.
+  // Our writers rename; but a file that was written in place may look as before.
   if (change.kind == written) contentsAreSuspect.store(true);
   lookLater();
 }
 
-/// Has the file looked at on the queue.
+/// Has the queue look at the file.
 void UserDefaults::State::lookLater() {
   if (refreshIsDue.exchange(true)) return;
   queue->async([weak = weakOwner] {

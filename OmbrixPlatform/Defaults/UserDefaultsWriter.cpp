@@ -11,13 +11,14 @@
 namespace ombrix::platform {
 namespace {
 
-// Until what was set is written: long enough to gather, short beside 50 ms.
+// How long values gather before they are written: long enough to gather several, short beside 50
+// ms.
 constexpr std::chrono::milliseconds kGatheringDelay{5};
 constexpr std::chrono::seconds kFirstRetryDelay{1}, kLongestRetryDelay{60};
 
 }  // namespace
 
-/// Shows a value at once and has the writer bring it to the file, also when it is shown already:
+/// Shows a value at once and has the writer write it to the file, even if readers see it already:
 /// the file may hold another one by now.
 void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> value) {
   if (value) DictionaryFile::checkEncodable(key, *value);
@@ -35,7 +36,7 @@ void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> 
         if (known == stored.end()) known = stored.try_emplace(std::string(key)).first;
         auto& entry = known->second;
         isFirst = queuedKeys.empty();
-        // First what may fail for want of memory.
+        // First the step that may fail when memory is short.
         if (!entry.isQueued) queuedKeys.emplace_back(key);
         entry.isQueued = true;
         entry.value = std::move(value);
@@ -56,7 +57,7 @@ UserDefaults::State::Batch UserDefaults::State::takeBatch() {
   Batch batch;
   const ForkGate::Pass pass;
   const LockGuard lock(mutex);
-  // They stay queued until all are in the batch: memory may be short.
+  // They stay queued until all are in the batch, since memory may run short.
   for (const auto& key : queuedKeys) {
     const auto& entry = stored[key];
     batch.edits.push_back({key, entry.value});
@@ -81,7 +82,7 @@ void UserDefaults::State::putBack(const Batch& batch) {
   somethingToWrite.notify_one();
 }
 
-/// The file has taken the edits: of the values that are not older than them, it shows the last.
+/// The edits are in the file: of the values that are not older than them, the file holds the last.
 void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outcome& outcome) {
   std::uint64_t last = 0;
   for (const auto& change : outcome.changes) last = std::max(last, change.sequence);
@@ -95,7 +96,7 @@ void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outco
   }
 }
 
-/// Brings what was set to the file, on this thread; what was met on the way is handed back.
+/// Writes the new values to the file, on this thread; returns what it found on the way.
 DictionaryFile::Outcome UserDefaults::State::flush() {
   const LockGuard writing(writeMutex);
   const Batch batch = takeBatch();
@@ -113,11 +114,11 @@ DictionaryFile::Outcome UserDefaults::State::flush() {
 /// At the end of the process.
 void UserDefaults::State::flushLast() { report(flush().errors); }
 
-/// In a forked child writer and watch are missing, for threads do not come along, and locks may be
-/// held; what the writer had left to do is the parent's.
+/// A forked child has neither writer nor watch, for threads do not come along, and locks may be
+/// held. What the writer had left to do stays with the parent.
 void UserDefaults::State::enterChild() {
   isForked = isForked || writer.joinable();
-  std::construct_at(&writer);  // the old one can be neither joined nor let go of
+  std::construct_at(&writer);  // the old one can be neither joined nor destroyed
   std::construct_at(&somethingToWrite);
   for (auto* lock : {&mutex, &loadMutex, &writeMutex, &watchMutex}) std::construct_at(lock);
   for (auto& [key, entry] : stored) entry.isQueued = false, entry.edit = 0;
@@ -125,7 +126,7 @@ void UserDefaults::State::enterChild() {
   isFlushedAtExit = isWatched = refreshIsDue = false;
 }
 
-/// Whether there is a writer, which is started where it can.
+/// Whether there is a writer; starts it if possible.
 bool UserDefaults::State::hasWriterHere() {
   if (isForked || writer.joinable()) return !isForked;
   if (!std::exchange(isFlushedAtExit, true)) {
@@ -177,7 +178,7 @@ void UserDefaults::State::stopWriter() {
   }
   somethingToWrite.notify_one();
   if (ended.get_id() == std::this_thread::get_id()) {
-    ended.detach();  // a handler of errors let go of the object
+    ended.detach();  // an error handler dropped the last reference
   } else if (ended.joinable()) {
     ended.join();
   }

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <cstdio>
+
 namespace ombrix::platform::detail {
 
 void giveToOwnerOfFolder(int made, const std::string& path) {
@@ -30,6 +32,32 @@ Descriptor openOrMakeFile(const std::string& path, int flags, mode_t mode) {
     if (file || errno != EEXIST) return file;
   }
   return {};
+}
+
+std::string hiddenSibling(const std::string& path, std::string_view suffix) {
+  const std::size_t name = path.rfind('/') + 1;  // 0 without a folder
+  return path.substr(0, name).append(".").append(path, name).append(suffix);
+}
+
+FreshFile::FreshFile(const std::string& place)
+    : place_(place), path_(hiddenSibling(place, ".new")) {
+  ::unlink(path_.c_str());  // left by a process that was killed
+  file_ = makeFile(path_, O_RDWR);
+}
+
+FreshFile::~FreshFile() {
+  if (!file_ || isPublished_) return;
+  const int error = errno;  // the caller may want it
+  ::unlink(path_.c_str());
+  errno = error;
+}
+
+int FreshFile::publish(DataView contents) noexcept {
+  const int error = writeAll(file_.get(), contents);
+  if (error != 0) return error;
+  if (::fsync(file_.get()) != 0 || ::rename(path_.c_str(), place_.c_str()) != 0) return errno;
+  isPublished_ = true;
+  return 0;
 }
 
 int makeFolder(const std::string& path, mode_t mode) {

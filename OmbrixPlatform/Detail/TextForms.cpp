@@ -10,6 +10,7 @@
 namespace ombrix::platform::detail {
 namespace {
 
+// Base64 by hand, although OpenSSL has it: programs that make no requests need not link OpenSSL.
 constexpr std::string_view kDigits =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr std::uint8_t kNoDigit = 0xFF;

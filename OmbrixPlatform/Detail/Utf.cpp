@@ -1,11 +1,13 @@
 #include "OmbrixPlatform/Detail/Utf.hpp"
 
+#include <unicode/utf16.h>
+#include <unicode/utf8.h>
+
+#include <array>
 #include <bit>
 
 namespace ombrix::platform::detail {
 namespace {
-
-constexpr bool isSurrogate(char32_t c) noexcept { return c >= 0xD800 && c <= 0xDFFF; }
 
 void appendUnit(std::string& out, char32_t unit) {
   out.push_back(static_cast<char>(unit >> 8));
@@ -26,25 +28,6 @@ const char* behindAscii(const char* at, const char* end) noexcept {
   return at;
 }
 
-// The length of the non-ASCII code point that begins here; zero for invalid bytes.
-inline std::ptrdiff_t lengthOfSequence(const char* at, std::ptrdiff_t left) noexcept {
-  const auto byte = [at](int i) { return static_cast<unsigned char>(at[i]); };
-  const auto follows = [&](int i) { return (byte(i) & 0xC0U) == 0x80U; };
-  const unsigned lead = byte(0);
-  if (lead < 0xC2) return 0;  // continuation bytes and overlong forms
-  if (lead < 0xE0) return left >= 2 && follows(1) ? 2 : 0;
-  if (lead < 0xF0) {
-    if (left < 3 || !follows(1) || !follows(2)) return 0;
-    const bool isOverlong = lead == 0xE0 && byte(1) < 0xA0;
-    const bool meansSurrogate = lead == 0xED && byte(1) >= 0xA0;
-    return isOverlong || meansSurrogate ? 0 : 3;
-  }
-  if (lead > 0xF4 || left < 4 || !follows(1) || !follows(2) || !follows(3)) return 0;
-  const bool isOverlong = lead == 0xF0 && byte(1) < 0x90;
-  const bool isBeyondAll = lead == 0xF4 && byte(1) >= 0x90;
-  return isOverlong || isBeyondAll ? 0 : 4;
-}
-
 // Whether two code points of three bytes each begin here, as in Japanese texts. Also false for the
 // few lead bytes that restrict their second byte, and when fewer than eight bytes are left.
 inline bool startsWithTwoOfThreeBytes(const char* at, std::ptrdiff_t left) noexcept {
@@ -58,18 +41,12 @@ inline bool startsWithTwoOfThreeBytes(const char* at, std::ptrdiff_t left) noexc
 }  // namespace
 
 bool nextCodePoint(const char*& at, const char* end, char32_t& codePoint) noexcept {
-  const auto lead = static_cast<unsigned char>(*at);
-  if (lead < 0x80) {
-    codePoint = lead;
-    ++at;
-    return true;
-  }
-  const std::ptrdiff_t length = lengthOfSequence(at, end - at);
-  if (length == 0) return false;
-  codePoint = lead & (0x7FU >> length);
-  for (std::ptrdiff_t i = 1; i < length; ++i) {
-    codePoint = codePoint << 6 | (static_cast<unsigned char>(at[i]) & 0x3FU);
-  }
+  const auto* bytes = reinterpret_cast<const std::uint8_t*>(at);
+  std::ptrdiff_t length = 0;
+  UChar32 c = 0;
+  U8_NEXT(bytes, length, end - at, c);
+  if (c < 0) return false;
+  codePoint = static_cast<char32_t>(c);
   at += length;
   return true;
 }
@@ -83,8 +60,11 @@ bool isValidUtf8(std::string_view text) noexcept {
         at += 6;
         continue;
       }
-      const std::ptrdiff_t length = lengthOfSequence(at, end - at);
-      if (length == 0) return false;
+      const auto* bytes = reinterpret_cast<const std::uint8_t*>(at);
+      std::ptrdiff_t length = 0;
+      UChar32 c = 0;
+      U8_NEXT(bytes, length, end - at, c);
+      if (c < 0) return false;
       at += length;
     }
   }
@@ -92,21 +72,11 @@ bool isValidUtf8(std::string_view text) noexcept {
 }
 
 void appendUtf8(std::string& out, char32_t c) {
-  const auto tail = [&](unsigned shift) {
-    out.push_back(static_cast<char>(0x80U | (c >> shift & 0x3FU)));
-  };
-  if (c < 0x80) {
-    out.push_back(static_cast<char>(c));
-  } else if (c < 0x800) {
-    out.push_back(static_cast<char>(0xC0U | c >> 6));
-    tail(0);
-  } else if (c < 0x10000) {
-    out.push_back(static_cast<char>(0xE0U | c >> 12));
-    tail(6), tail(0);
-  } else {
-    out.push_back(static_cast<char>(0xF0U | c >> 18));
-    tail(12), tail(6), tail(0);
-  }
+  if (c < 0x80) return out.push_back(static_cast<char>(c));
+  std::array<std::uint8_t, U8_MAX_LENGTH> bytes{};
+  std::size_t length = 0;
+  U8_APPEND_UNSAFE(bytes, length, c);
+  out.append(reinterpret_cast<const char*>(bytes.data()), length);
 }
 
 bool appendUtf16BigEndian(std::string& out, const std::byte* at, std::size_t units) {
@@ -116,11 +86,11 @@ bool appendUtf16BigEndian(std::string& out, const std::byte* at, std::size_t uni
   };
   for (std::size_t i = 0; i < units; ++i) {
     char32_t unit = unitAt(i);
-    if (isSurrogate(unit)) {
-      if (unit >= 0xDC00 || i + 1 == units) return false;
-      const char32_t low = unitAt(++i);
-      if (low < 0xDC00 || low > 0xDFFF) return false;
-      unit = 0x10000 + ((unit - 0xD800) << 10) + (low - 0xDC00);
+    if (U16_IS_SURROGATE(unit)) {
+      if (!U16_IS_SURROGATE_LEAD(unit) || i + 1 == units) return false;
+      const char32_t trail = unitAt(++i);
+      if (!U16_IS_TRAIL(trail)) return false;
+      unit = static_cast<char32_t>(U16_GET_SUPPLEMENTARY(unit, trail));
     }
     appendUtf8(out, unit);
   }
@@ -140,8 +110,8 @@ std::size_t appendAsUtf16BigEndian(std::string& out, std::string_view text) {
     if (c < 0x10000) {
       appendUnit(out, c);
     } else {
-      appendUnit(out, 0xD800 + ((c - 0x10000) >> 10));
-      appendUnit(out, 0xDC00 + ((c - 0x10000) & 0x3FF));
+      appendUnit(out, U16_LEAD(c));
+      appendUnit(out, U16_TRAIL(c));
     }
   }
   return (out.size() - start) / 2;

@@ -14,13 +14,13 @@ class Directories {
  public:
   virtual ~Directories() = default;
 
-  /// For what can be made again: $XDG_CACHE_HOME, else .cache in the home folder.
+  /// For files that can be made again: $XDG_CACHE_HOME, else .cache in the home folder.
   [[nodiscard]] virtual URL caches() const = 0;
 
-  /// For what programs keep: $XDG_DATA_HOME, else .local/share in the home folder.
+  /// For programs' data: $XDG_DATA_HOME, else .local/share in the home folder.
   [[nodiscard]] virtual URL applicationSupport() const = 0;
 
-  /// The folder above what programs keep; the same as `applicationSupport` on this system.
+  /// The folder above programs' data; the same as `applicationSupport` on this system.
   [[nodiscard]] virtual URL library() const = 0;
 
   /// For settings: $XDG_CONFIG_HOME, else .config in the home folder.
@@ -32,18 +32,19 @@ class Directories {
   /// $TMPDIR, else /tmp.
   [[nodiscard]] virtual URL temporary() const = 0;
 
-  /// The folder that the programs of a group share: the one the host has set, else the folder of
-  /// that name in `library` if it exists; nothing else.
+  /// The folder that the programs of a group share: the one that the host has set, else the folder
+  /// of that name in `library` if it exists; otherwise empty.
   [[nodiscard]] virtual std::optional<URL> containerForGroup(std::string_view group) const = 0;
 
-  /// For the host to name a group's folder, which need not exist yet; nothing takes the name back.
+  /// Lets the host set a group's folder, which need not exist yet; an empty value removes the
+  /// setting.
   virtual void setContainerForGroup(std::string_view group, std::optional<URL> container) = 0;
 };
 
-/// The folders by the XDG base directory rules: relative and empty values count as unset. Without
-/// a HOME that can be used the password database names the home folder; without any, a folder that
-/// only the user may enter is made in the temporary folder and stands in. The environment is read
-/// when this is made.
+/// The folders by the XDG base directory rules: relative and empty values count as unset. Without a
+/// usable HOME the password database names the home folder; if that fails, a folder that only the
+/// user may enter is made in the temporary folder and used instead. The environment is read when
+/// this is made.
 std::shared_ptr<Directories> makeSystemDirectories();
 
 }  // namespace ombrix::platform

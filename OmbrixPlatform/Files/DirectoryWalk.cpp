@@ -14,7 +14,7 @@ struct CloseFolder {
 };
 using Folder = std::unique_ptr<DIR, CloseFolder>;
 
-/// Opens a folder to be read; null with errno when it cannot be.
+/// Opens a folder for reading; null with errno when that fails.
 Folder openFolder(const std::string& path, int flags) noexcept {
   detail::Descriptor descriptor = detail::openFile(path, O_RDONLY | O_DIRECTORY | flags);
   if (!descriptor) return nullptr;
@@ -33,7 +33,7 @@ bool isSelfOrParent(std::string_view name) noexcept { return name == "." || name
 
 bool namesFolder(int folder, const dirent& entry) noexcept {
   if (entry.d_type != DT_UNKNOWN) return entry.d_type == DT_DIR;
-  struct stat info{};  // not every file system tells the type along with the name
+  struct stat info{};  // some file systems do not tell the type along with the name
   return fstatat(folder, entry.d_name, &info, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(info.st_mode);
 }
 
@@ -58,9 +58,9 @@ FileResult<FileResourceValues> DirectoryEntry::resourceValues() const {
 void FileManager::enumerate(const URL& url, EnumerationOptions options,
                             const std::function<bool(const DirectoryEntry&)>& visit,
                             const std::function<void(const FileError&)>& onError) const {
-  // One folder is open at a time, so that depth costs no descriptors.
+  // Only one folder is open at a time, so that depth costs no descriptors.
   std::vector<std::string> waiting{url.path()};
-  int linkFlag = 0;  // only the folder that was asked for may be a link
+  int linkFlag = 0;  // only the given folder itself may be a link
   while (!waiting.empty()) {
     const std::string path = std::move(waiting.back());
     waiting.pop_back();

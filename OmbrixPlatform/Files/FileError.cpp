@@ -11,7 +11,7 @@ std::string sentence(int code, std::string_view action, std::string_view path) {
   std::string text("Could not ");
   text.append(action);
   if (!path.empty()) text.append(" \"").append(path).append("\"");
-  // The system speaks of connections.
+  // The system's text speaks of connections.
   if (code == ETIMEDOUT) return text.append(": It took too long");
   return text.append(": ").append(std::generic_category().message(code));
 }

@@ -8,20 +8,20 @@
 
 namespace ombrix::platform {
 
-/// A failed operation on a file or stream: used as a value where failing is an expected outcome,
-/// thrown where an operation promises a result.
+/// A failed operation on a file or stream: a value where failure is an expected outcome, thrown
+/// where an operation promises a result.
 class FileError : public Error {
  public:
-  /// @param code What `errno` said.
-  /// @param action What was tried, as in "open".
-  /// @param path What it was tried on; empty for a stream without a path.
+  /// @param code The value of `errno`.
+  /// @param action The operation, as in "open".
+  /// @param path The file; empty for a stream without a path.
   FileError(int code, std::string_view action, std::string_view path = {});
 
   /// The `errno` value.
   [[nodiscard]] int code() const noexcept { return code_; }
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
 
-  /// Whether it failed because nothing is there: the file, or a folder on the way to it.
+  /// Whether it failed because the file, or a folder on the way to it, does not exist.
   [[nodiscard]] bool isNoSuchFile() const noexcept;
 
   friend bool operator==(const FileError& a, const FileError& b) noexcept {

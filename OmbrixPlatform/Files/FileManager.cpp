@@ -22,8 +22,8 @@ bool isFolder(const std::string& path) noexcept {
   return !holdsNul(path) && stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
-/// Makes a folder and those above it; 0 or errno. Begins at the lowest, which is mostly enough. A
-/// link that leads nowhere gets its folder where it leads.
+/// Makes a folder and those above it; 0 or errno. Begins at the lowest, which is usually enough.
+/// For a dangling link the folder is made where the link leads.
 int makeFolders(const std::string& path) {
   int error = detail::makeFolder(path);
   if (error == EEXIST) {
@@ -39,7 +39,7 @@ int makeFolders(const std::string& path) {
   if (slash == std::string::npos || slash == 0) return ENOENT;
   error = makeFolders(path.substr(0, slash));
   if (error == 0) error = detail::makeFolder(path);
-  // Somebody else may have made it meanwhile.
+  // Another process may have made it meanwhile.
   return error == EEXIST && isFolder(path) ? 0 : error;
 }
 

@@ -14,16 +14,16 @@
 
 namespace ombrix::platform {
 
-/// What the file system says about an item; about a symbolic link itself, not where it leads.
+/// The file system's facts about an item; for a symbolic link about the link itself.
 struct FileResourceValues {
   bool isRegularFile = false;
   bool isDirectory = false;
   bool isSymbolicLink = false;
   std::uint64_t fileSize = 0;  ///< Bytes of contents.
 
-  /// Disk space in bytes; nothing for what is not a regular file.
+  /// Disk space in bytes; empty unless it is a regular file.
   std::optional<std::uint64_t> fileAllocatedSize;
-  /// The same with what belongs to the file besides its contents, where the system tells.
+  /// The same, including data that belongs to the file besides its contents, if the system tells.
   std::optional<std::uint64_t> totalFileAllocatedSize;
 
   Date contentModificationDate{};
@@ -41,7 +41,7 @@ class DirectoryEntry {
   /// The item's URL, made when asked for.
   [[nodiscard]] URL url() const;
 
-  /// Asks the file system; fails when the item is gone meanwhile.
+  /// Asks the file system; fails when the item has been removed meanwhile.
   [[nodiscard]] FileResult<FileResourceValues> resourceValues() const;
 
  private:
@@ -68,16 +68,16 @@ struct FileState {
   friend bool operator==(const FileState&, const FileState&) = default;
 };
 
-/// What a file held, and the state it was in.
+/// A file's contents and its state when they were read.
 struct FileContents {
   Data bytes;
   FileState state;
 };
 
-/// What becomes of a path whose last component is a symbolic link.
+/// How to treat a path whose last component is a symbolic link.
 enum class LastLink : std::uint8_t { followed, refused };
 
-/// What a walk through a folder passes over.
+/// What a walk through a folder skips.
 enum class EnumerationOptions : std::uint8_t {
   none,
   skipsHiddenFiles,  ///< Names that begin with ".", and everything below such folders.
@@ -89,19 +89,21 @@ class FileManager {
  public:
   static const FileManager& defaultManager() noexcept;
 
-  /// Whether something is there. A link counts as what it leads to: a dangling one as nothing.
+  /// Whether the path leads to an existing item. A link is followed: for a dangling one the answer
+  /// is no.
   [[nodiscard]] bool fileExists(const URL& url) const;
 
-  /// Whether a folder, or a link to one, is there.
+  /// Whether the path leads to a folder, or to a link to one.
   [[nodiscard]] bool isDirectory(const URL& url) const;
 
   /// Makes a folder.
-  /// @param withIntermediateDirectories Makes the folders on the way too, and does not mind that
-  ///   the folder is there already. A file in its place fails with EEXIST either way.
+  /// @param withIntermediateDirectories Also makes the folders on the way, and succeeds when the
+  ///   folder exists already. With a file in its place it fails with EEXIST either way.
   FileResult<void> createDirectory(const URL& url, bool withIntermediateDirectories) const;
 
-  /// Writes a file, in place where there is one (then as `overwriteFile` does). What could not be
-  /// made whole is removed again. ENOENT without its folder; EAGAIN inside a `removeUnchanged`.
+  /// Writes a file, in place where there is one (then as `overwriteFile` does). A new file that
+  /// could not be completed is removed again. ENOENT without its folder; EAGAIN inside a
+  /// `removeUnchanged`.
   /// @param lastLink A link that is refused fails with ELOOP.
   FileResult<void> createFile(const URL& url, DataView contents,
                               LastLink lastLink = LastLink::followed) const;
@@ -110,38 +112,38 @@ class FileManager {
   ///
   /// The first byte is zeroed before anything else and written last, when the file has its new
   /// length: a writer that is killed half-way leaves a file that starts with zero, never one that
-  /// looks whole and holds parts of two. What a longer value has beyond the old end comes before
-  /// the rest: where there is no room for it, the old contents come back. ENOENT when there is no
-  /// file, ENOTSUP for a pipe or a device.
+  /// looks whole and holds parts of two. The part of a longer value beyond the old end is written
+  /// before the rest: if there is no room for it, the old contents are restored. ENOENT when there
+  /// is no file, ENOTSUP for a pipe or a device.
   FileResult<void> overwriteFile(const URL& url, DataView contents) const;
 
   /// The whole contents of a file; EISDIR for a folder, ENOMEM when they cannot be held in memory.
   [[nodiscard]] FileResult<Data> contents(const URL& url) const;
 
-  /// The whole contents of a regular file. It never waits for the other end of a pipe: what is no
-  /// regular file fails with ENOTSUP, a folder with EISDIR.
-  /// @param limitBytes What holds more fails with EFBIG and is not read.
+  /// The whole contents of a regular file. It never waits for the other end of a pipe: a file that
+  /// is not regular fails with ENOTSUP, a folder with EISDIR.
+  /// @param limitBytes A larger file fails with EFBIG and is not read.
   /// @param lastLink A link that is refused fails with ELOOP.
   [[nodiscard]] FileResult<FileContents> regularContents(
       const URL& url, std::uint64_t limitBytes, LastLink lastLink = LastLink::followed) const;
 
-  /// Removes a file that is as it was read, in state and every byte, and that nobody has open for
-  /// writing or is removing (where disks have leases, writers are kept off). Follows no link.
-  /// @return Whether it was; then it is gone. ENOENT when nothing is there.
+  /// Removes a file if its state and every byte are as they were read, and nobody has it open for
+  /// writing or is removing it (writers are kept away on disks that have leases). Follows no link.
+  /// @return Whether it was unchanged and has been removed. ENOENT when it does not exist.
   FileResult<bool> removeUnchanged(const URL& url, const FileContents& contents) const;
 
-  /// Where a path leads whose last component is a symbolic link, or a chain of them, though nothing
-  /// be there; every other path gives itself. ELOOP when they lead in a circle.
+  /// The target of a path whose last component is a symbolic link or a chain of them, even if it
+  /// does not exist; every other path gives itself. ELOOP when the links lead in a circle.
   [[nodiscard]] FileResult<URL> resolvingLastLink(const URL& url) const;
 
   /// Removes a file, a link (not where it leads), or a folder with everything in it; ENOENT when
   /// there is nothing.
   FileResult<void> removeItem(const URL& url) const;
 
-  /// What the file system says about an item, without following a link.
+  /// The file system's facts about an item; follows no link.
   [[nodiscard]] FileResult<FileResourceValues> resourceValues(const URL& url) const;
 
-  /// When the item's contents were last written.
+  /// The time when the item's contents were last written.
   [[nodiscard]] FileResult<Date> modificationDate(const URL& url) const;
 
   /// The items in a folder, not those further below; in no particular order.

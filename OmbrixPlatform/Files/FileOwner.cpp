@@ -19,7 +19,8 @@ bool takeOwnerAndMode(int descriptor, const struct stat& other) noexcept {
 
 namespace {
 
-/// Fills a buffer by a call that tells with no buffer how much it needs; false with `errno`.
+/// Fills a buffer by a call that, without a buffer, tells how large one must be; false with
+/// `errno`.
 template <class Call>
 bool fill(std::vector<char>& bytes, Call call) {
   while (true) {
@@ -31,7 +32,7 @@ bool fill(std::vector<char>& bytes, Call call) {
       bytes.resize(static_cast<std::size_t>(filled));
       return true;
     }
-    if (errno != ERANGE) return false;  // Else it has grown meanwhile.
+    if (errno != ERANGE) return false;  // Otherwise it has grown meanwhile.
   }
 }
 

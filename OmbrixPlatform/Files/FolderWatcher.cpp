@@ -113,7 +113,7 @@ void FolderWatcher::Impl::release(const std::shared_ptr<Folder>& folder) {
   folders_.erase(folder->path.string());
 }
 
-/// Makes the descriptor and has it watched, the first time.
+/// The first time, makes the descriptor and begins to watch it.
 void FolderWatcher::Impl::start() {
   if (inotify_) return;
   detail::Descriptor fresh(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
@@ -143,8 +143,8 @@ int FolderWatcher::Impl::arm(Folder& folder) {
     folder.watch = watch;
     folder.exists = below.empty();
     folder.awaited = below;
-    // Made just before the watch above it began: go down again. A folder that exists but cannot
-    // be watched stays out of reach until something changes above it.
+    // The folder was made just before the watch above it began: go down again. A folder that exists
+    // but cannot be watched stays out of reach until something above it changes.
     if (folder.exists || !isFolder(path / below) || ++attempts == kMaxAttempts) return 0;
     disarm(folder);
     path = folder.path;
@@ -163,7 +163,7 @@ void FolderWatcher::Impl::disarm(Folder& folder) {
   folder.exists = false;
 }
 
-/// Looks where the folder is now; its observers look again if it is, or was, there.
+/// Looks where the folder is now; its observers are told to look again if it exists or did exist.
 void FolderWatcher::Impl::rearm(const std::shared_ptr<Folder>& folder, std::vector<Call>& calls) {
   const bool existed = folder->exists;
   const int before = folder->watch;
@@ -206,7 +206,7 @@ void FolderWatcher::Impl::readEvents() {
   }
 }
 
-/// What one event means to whom; adds the calls to make once the lock is gone.
+/// Works out whom an event concerns, and adds the calls to make once the lock is released.
 void FolderWatcher::Impl::take(const inotify_event& event, std::vector<Call>& calls) {
   if ((event.mask & IN_Q_OVERFLOW) != 0) {
     for (const auto& [path, folder] : folders_) {

@@ -22,7 +22,7 @@ struct FolderChange {
   std::string_view name;  ///< of the entry; empty for `lookAgain`. Valid during the call.
 };
 
-/// Tells of changes in folders, by this process and others, through one inotify instance.
+/// Reports changes in folders, by this process and others, through one inotify instance.
 ///
 /// A folder need not exist: it is watched from the moment it is made, also after it was removed
 /// and made again, or another folder was moved to its path. Moving one of the folders above it is
@@ -42,8 +42,8 @@ class FolderWatcher {
   /// Calls the handler for every change in the folder itself (not in folders below) until the
   /// token ends. Changes made after this returns are not missed.
   ///
-  /// The handler runs on the events thread, changes in order: it must be brief and post longer
-  /// work elsewhere. Throws `FileError` when the system has no watch left.
+  /// The handler runs on the events thread, changes in order: it must be brief and post longer work
+  /// elsewhere. Throws `FileError` when the system has no more watches to give.
   ObservationToken watch(const std::filesystem::path& folder, Handler handler);
 
  private:

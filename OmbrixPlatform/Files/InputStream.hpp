@@ -19,7 +19,7 @@ namespace ombrix::platform {
 /// from elsewhere.
 class InputStream {
  public:
-  /// A stream on a file's bytes. Nothing is opened yet, so it is made for a missing file too.
+  /// A stream on a file's bytes. Nothing is opened yet, so it can also be made for a missing file.
   static std::unique_ptr<InputStream> withURL(const URL& url);
   static std::unique_ptr<InputStream> withPath(std::string path);
 
@@ -35,7 +35,7 @@ class InputStream {
   InputStream& operator=(const InputStream&) = delete;
   virtual ~InputStream() = default;
 
-  /// Makes the stream ready to read; opening it again, or after `close`, changes nothing.
+  /// Makes the stream ready to read; opening it again, or after `close`, has no effect.
   /// @return Why it could not be opened (a folder is refused as well); kept in `streamError`.
   virtual FileResult<void> open() = 0;
 
@@ -52,8 +52,8 @@ class InputStream {
   /// The error that put the stream into status `error`.
   [[nodiscard]] const std::optional<FileError>& streamError() const noexcept { return error_; }
 
-  /// All bytes not read yet, where they lie in memory already; nothing for other streams. They
-  /// still count as not read, and stay valid as long as the stream.
+  /// All bytes not read yet, if they are in memory already; empty for other streams. They still
+  /// count as not read, and stay valid as long as the stream.
   [[nodiscard]] virtual std::optional<DataView> remainingBytes() const noexcept {
     return std::nullopt;
   }

@@ -16,7 +16,7 @@ namespace {
 
 constexpr int kMostGivenUp = 16;
 
-std::atomic<int> givenUp{0};  // threads that wait for nobody
+std::atomic<int> givenUp{0};  // threads whose waits were given up
 
 bool isTaken(int error) noexcept { return error == EAGAIN || error == EACCES; }
 
@@ -65,7 +65,7 @@ void LockWait::run() {
   const LockGuard lock(mutex_);
   isDone_ = true;
   error_ = error;
-  // Closing the file lets nothing go while a forked child has it, too.
+  // Closing the file releases nothing while a forked child has it open, too.
   if (!isWanted_ && error == 0) call_(file_->get(), LockStep::letGo);
   if (!isWanted_ || error != 0) file_->reset();
   if (!isWanted_) --givenUp;

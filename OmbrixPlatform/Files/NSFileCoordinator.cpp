@@ -40,7 +40,7 @@ NSFileCoordinator::NSFileCoordinator(std::shared_ptr<NSFilePresenter> filePresen
 
 FileResult<void> NSFileCoordinator::coordinate(std::vector<Item> items,
                                                const std::function<void()>& body) const {
-  // In the order of the paths; of one path that is both read and written, the writing first.
+  // In the order of the paths; for a path that is both read and written, writing comes first.
   std::ranges::sort(items, [](const Item& a, const Item& b) {
     return a.path != b.path ? a.path < b.path : a.access > b.access;
   });
@@ -56,7 +56,7 @@ FileResult<void> NSFileCoordinator::coordinate(std::vector<Item> items,
     locks.push_back(*std::move(lock));
   }
 
-  // A writer that throws has written, too. The announcement goes out before the access ends.
+  // A writer that throws may have written, too. The announcement goes out before the access ends.
   struct Ending {
     const std::vector<Item>& items;
     const NSFilePresenter* presenter;

@@ -16,38 +16,39 @@ namespace ombrix::platform {
 /// Gives readers shared and writers exclusive access to a file, among threads and processes that
 /// all go through coordinators with the same lock folder.
 ///
-/// Access is to one path; a folder and the files in it are apart from each other. The path is taken
-/// with its symbolic links resolved, the last component's too, so that two spellings meet. A
-/// waiting writer holds back readers that come later.
+/// Access is to one path; a folder and the files in it are independent. The path's symbolic links
+/// are resolved, the last component's too, so that two spellings mean the same file. A waiting
+/// writer holds back readers that come later.
 ///
 /// Every call blocks until access is granted, runs the accessor on the calling thread and ends the
-/// access when it returns or throws. Whoever has it for longer than ten seconds, as a process that
-/// was stopped, is not waited for: the call fails with ETIMEDOUT. Calls nest: what a thread holds
-/// already it gets again at once, also through another coordinator. A thread that reads may write
-/// the same path inside; where two do so at once, one fails with EDEADLK. Different paths nested in
+/// access when it returns or throws. When a holder, such as a stopped process, keeps the access for
+/// longer than ten seconds, the call fails with ETIMEDOUT. Calls nest: a thread gets an access that
+/// it holds already again at once, also through another coordinator. A thread that reads may write
+/// the same path inside; if two do so at once, one fails with EDEADLK. Different paths nested in
 /// opposite orders wait for each other, as locks do; use the operations on two items instead.
 ///
 /// The locks live in the kernel, on ranges of one hidden file in the lock folder: they end with the
-/// process that holds them, however it ends, and nothing is left over. Any thread.
+/// process that holds them, however it ends, and leave nothing behind. Any thread.
 class NSFileCoordinator final {
  public:
   enum class ReadingOptions : std::uint8_t { none = 0 };
 
-  /// What the writer is about to do. All exclude the same; a reader of the code is told more.
+  /// What the writer is about to do. All options exclude the same accesses; they only inform the
+  /// reader of the code.
   enum class WritingOptions : std::uint8_t { none = 0, forDeleting = 1, forMerging = 4 };
 
   using Accessor = std::function<void(const URL& url)>;
   using PairAccessor = std::function<void(const URL& first, const URL& second)>;
 
-  /// @param filePresenter Is not told of what is written through this coordinator, nor is one that
-  ///   it represents; may be null. It is kept alive.
-  /// @param lockFolder Where the locks of the files lie, made when it is missing: the folder that
-  ///   all the programs which share them know. Without one, the user's temporary folder.
+  /// @param filePresenter Neither it nor a presenter that it represents is told of writes through
+  ///   this coordinator; may be null. It is kept alive.
+  /// @param lockFolder The folder for the files' locks, made when it is missing: all programs that
+  ///   share the files must name the same one. Without one, the user's temporary folder.
   explicit NSFileCoordinator(std::shared_ptr<NSFilePresenter> filePresenter = nullptr,
                              const std::optional<URL>& lockFolder = std::nullopt);
 
   /// Runs the accessor with shared access. The file need not exist.
-  /// @return The failure when access was not granted; the accessor then has not run.
+  /// @return The failure when access was not granted; then the accessor has not run.
   FileResult<void> coordinateReadingItemAtURL(const URL& url, ReadingOptions options,
                                               const Accessor& accessor) const;
 
@@ -76,7 +77,7 @@ class NSFileCoordinator final {
   /// for now. Throws `FileError` when the folder cannot be watched.
   static void addFilePresenter(const std::shared_ptr<NSFilePresenter>& presenter);
 
-  /// Ends that. A call that is on its way to the presenter's queue still arrives.
+  /// Ends the reports. A call that is on its way to the presenter's queue still arrives.
   static void removeFilePresenter(const std::shared_ptr<NSFilePresenter>& presenter);
 
  private:

@@ -9,26 +9,26 @@ namespace ombrix::platform {
 
 class NSOperationQueue;
 
-/// Something that shows, or keeps in memory, what a file holds, and wants to know of changes that
-/// others make to the file. See `NSFileCoordinator::addFilePresenter`.
+/// An object that shows a file's contents, or keeps them in memory, and wants to know of changes
+/// that others make to the file. See `NSFileCoordinator::addFilePresenter`.
 class NSFilePresenter {
  public:
   virtual ~NSFilePresenter() = default;
 
-  /// The file it presents; nothing when it presents none any more. Any thread.
+  /// The file that it presents; empty when it no longer presents one. Any thread.
   [[nodiscard]] virtual std::optional<URL> presentedItemURL() const = 0;
 
-  /// Where it is told of changes; null for the thread pool. Any thread.
+  /// The queue on which it is told of changes; null for the thread pool. Any thread.
   [[nodiscard]] virtual std::shared_ptr<NSOperationQueue> presentedItemOperationQueue() const = 0;
 
-  /// Whether what this presenter writes is what `presenter` wrote: so for itself, and for one that
-  /// it stands for. Any thread.
+  /// Whether this presenter's writes count as those of `presenter`: true for itself, and for one
+  /// that it represents. Any thread.
   [[nodiscard]] virtual bool represents(const NSFilePresenter& presenter) const {
     return this == &presenter;
   }
 
-  /// Somebody else has written or removed the file. Runs on the queue above; several changes in a
-  /// row may be told as one.
+  /// Another presenter or process has written or removed the file. Runs on the queue above; several
+  /// changes in a row may be reported as one.
   virtual void presentedItemDidChange() {}
 };
 

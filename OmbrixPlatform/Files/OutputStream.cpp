@@ -58,7 +58,7 @@ class DescriptorOutputStream final : public OutputStream {
   FileResult<void> write(DataView bytes) override {
     if (streamStatus() != StreamStatus::open) {
       const FileError error = streamError().value_or(FileError(EBADF, "write", path_));
-      // A write before took a part of its own bytes, this one none.
+      // An earlier write took a part of its bytes; this one has taken none.
       if (streamStatus() == StreamStatus::error) return fail(error, 0);
       return std::unexpected(error);
     }
@@ -103,7 +103,7 @@ class DescriptorOutputStream final : public OutputStream {
     return descriptor_.reset();
   }
 
-  /// Writes all, and notes what lies together at the end of a file that takes only parts.
+  /// Writes all bytes. If the file takes only a part, notes which bytes lie together at its end.
   int writeInPieces(DataView bytes, std::size_t& taken) noexcept {
     const int file = descriptor_.get();
     off_t end = -1;  // of the piece before
@@ -111,20 +111,20 @@ class DescriptorOutputStream final : public OutputStream {
     while (taken < bytes.size()) {
       const DataView rest = bytes.subspan(taken);
       const auto count = detail::retrying([&] { return ::write(file, rest.data(), rest.size()); });
-      // What makes one wait is no regular file, which has no end to note.
+      // Only files that are not regular make a writer wait, and those have no end to note.
       if (count < 0) return errno == EAGAIN ? detail::writeAll(file, rest, &taken) : errno;
       taken += static_cast<std::size_t>(count);
       if (taken == bytes.size()) break;
       const off_t now = ::lseek(file, 0, SEEK_CUR);
-      if (now - count != end) unbroken_ = 0;  // somebody else has written in between
+      if (now - count != end) unbroken_ = 0;  // another process has written in between
       unbroken_ += count;
       end = now;
     }
     return 0;
   }
 
-  /// Cuts off the last bytes that were written here, unless others have written behind them or
-  /// among them. One who writes between the look and the cut is not seen: appenders that share a
+  /// Cuts off the last bytes that were written here, unless others have written after or among
+  /// them. A write between the check and the cut goes unnoticed: processes that append to the same
   /// file on a full disk need a lock of their own.
   [[nodiscard]] bool takeBack(off_t bytes) const noexcept {
     struct stat info{};

@@ -15,7 +15,7 @@ namespace ombrix::platform {
 
 /// What opening an output file does with an existing file; a missing file is made in both cases.
 enum class OutputFileMode : std::uint8_t {
-  append,   ///< Writes go behind what is there, also when another process writes meanwhile.
+  append,   ///< Writes go to the end of the file, also when another process writes meanwhile.
   replace,  ///< The file is emptied first.
 };
 
@@ -40,7 +40,7 @@ class OutputStream {
   OutputStream& operator=(const OutputStream&) = delete;
   virtual ~OutputStream() = default;
 
-  /// Makes the stream ready to write; opening it again, or after `close`, changes nothing.
+  /// Makes the stream ready to write; opening it again, or after `close`, has no effect.
   /// @return Why it could not be opened; kept in `streamError`.
   virtual FileResult<void> open() = 0;
 
@@ -58,12 +58,12 @@ class OutputStream {
   /// The error that put the stream into status `error`.
   [[nodiscard]] const std::optional<FileError>& streamError() const noexcept { return error_; }
 
-  /// What a memory stream has collected so far; nothing for other streams. Valid until the next
-  /// write, and after `close`.
+  /// The bytes that a memory stream has collected so far; empty for other streams. Valid until the
+  /// next write, and after `close`.
   [[nodiscard]] virtual std::optional<DataView> data() const noexcept { return std::nullopt; }
 
-  /// How many bytes of the last `write` were taken before it failed; 0 when it did not, and for
-  /// streams that do not tell.
+  /// How many bytes of the last `write` were taken before it failed; 0 when it did not fail, and
+  /// for streams that do not tell.
   [[nodiscard]] std::size_t bytesOfFailedWrite() const noexcept { return bytesOfFailedWrite_; }
 
   /// Opens the stream again after a failed write, and takes back the last `bytes` bytes of those
@@ -75,7 +75,7 @@ class OutputStream {
   ///         stays as it is.
   virtual bool resume(std::size_t bytes) noexcept;
 
-  /// Waits until what was written, and the name of a file that was made, survive a loss of power.
+  /// Waits until the written bytes, and the name of a new file, would survive a loss of power.
   /// @return Why that cannot be promised: EINVAL where there is no disk behind the stream.
   virtual FileResult<void> sync();
 
@@ -85,7 +85,7 @@ class OutputStream {
  protected:
   void setStatus(StreamStatus status) noexcept { status_ = status; }
 
-  /// Notes the error, and how much a write had handed over, and gives the error back.
+  /// Notes the error and how many bytes a write had handed over; returns the error.
   std::unexpected<FileError> fail(FileError error, std::size_t bytesTaken = 0);
 
   /// Forgets the error.

@@ -4,7 +4,7 @@
 
 namespace ombrix::platform {
 
-/// Where a stream stands in its life.
+/// The state of a stream.
 enum class StreamStatus : std::uint8_t {
   notOpen,
   open,

@@ -13,7 +13,7 @@
 namespace ombrix::platform {
 namespace {
 
-// The character classes of RFC 3986, one bit each. "%" is looked at apart.
+// The character classes of RFC 3986, one bit each. "%" is handled separately.
 enum CharacterClass : std::uint8_t {
   kScheme = 1,
   kHostName = 2,
@@ -137,7 +137,7 @@ bool isAddressLiteral(std::string_view host) noexcept {
   return inet_pton(AF_INET6, text.data(), &address) == 1;
 }
 
-/// The number of a port's digits; nothing above 65535 and for anything but digits.
+/// The number that a port's digits state; empty above 65535 and for anything but digits.
 std::optional<std::uint16_t> portNumber(std::string_view digits) noexcept {
   std::uint16_t number = 0;
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), number);
@@ -152,7 +152,8 @@ bool isAuthority(std::string_view authority) noexcept {
          (parts.port.empty() || portNumber(parts.port));
 }
 
-/// RFC 3986 section 5.2.4, on segments: every "." goes, every ".." takes the segment before along.
+/// RFC 3986 section 5.2.4, on segments: every "." is removed, and every ".." removes the segment
+/// before it, too.
 std::string removingDotSegments(std::string_view path) {
   std::string result;
   result.reserve(path.size());
@@ -162,7 +163,7 @@ std::string removingDotSegments(std::string_view path) {
     const auto slash = path.find('/');
     const bool isLast = slash == std::string_view::npos;
     const std::string_view segment = path.substr(0, slash);
-    // `result` holds whole segments, each with "/" behind it, until the last one is reached.
+    // Until the last segment is reached, `result` holds whole segments, each followed by "/".
     if (segment == "..") {
       if (!result.empty()) {
         const auto previous = result.rfind('/', result.size() - 2);
@@ -195,7 +196,7 @@ std::optional<URL::Marks> URL::split(std::string_view text) {
     const auto scheme = text.substr(0, delimiter);
     if (scheme.empty() || !isLetter(scheme[0]) ||
         !std::ranges::all_of(scheme, [](char c) { return is(c, kScheme); })) {
-      return std::nullopt;  // nor may the first segment of a relative path hold a colon
+      return std::nullopt;  // nor may the first segment of a relative path contain a colon
     }
     marks.schemeEnd = static_cast<std::uint32_t>(delimiter);
     at = delimiter + 1;

@@ -11,17 +11,17 @@ namespace ombrix::platform {
 
 /// A uniform resource locator or relative reference as RFC 3986 defines it, kept as it was written.
 ///
-/// A file URL's text carries whether it names a folder: its path ends in "/". Nothing here looks at
-/// the disk, apart from asking for the current folder when a relative path is made a file URL.
-/// A value: any thread may read it. Views that operations return live as long as the URL does.
+/// A file URL shows whether it names a folder: then its path ends in "/". Nothing here looks at the
+/// disk, apart from asking for the current folder when a relative path is made a file URL. A value:
+/// any thread may read it. Views that operations return live as long as the URL does.
 class URL {
  public:
-  /// Reads an absolute URL or a relative reference. Nothing for text that is empty or that RFC 3986
+  /// Reads an absolute URL or a relative reference. Empty for text that is empty or that RFC 3986
   /// does not allow (blanks, bytes outside ASCII, a stray "%", a port above 65535, …).
   static std::optional<URL> parse(std::string_view text);
 
   /// Reads a reference and resolves it against a base (RFC 3986 section 5.2, strict). An empty
-  /// reference gives the base without its fragment. Nothing for invalid text, and where a relative
+  /// reference gives the base without its fragment. Empty for invalid text, and when a relative
   /// base leaves no text at all.
   static std::optional<URL> parse(std::string_view reference, const URL& base);
 
@@ -30,19 +30,19 @@ class URL {
   /// folder.
   static URL fileURL(std::string_view path);
 
-  /// The same, with the folder mark given: a missing "/" is added, or one too many taken away.
+  /// The same, with the folder mark given: a missing "/" is added, or a superfluous one removed.
   static URL fileURL(std::string_view path, bool isDirectory);
 
   /// The whole text.
   [[nodiscard]] const std::string& absoluteString() const noexcept { return text_; }
 
-  /// As written, without ":"; nothing in a relative reference.
+  /// As written, without ":"; empty in a relative reference.
   [[nodiscard]] std::optional<std::string_view> scheme() const noexcept;
 
-  /// The name and password before "@", as written; nothing when there are none.
+  /// The name and password before "@", as written; empty when there are none.
   [[nodiscard]] std::optional<std::string_view> userInfo() const noexcept;
 
-  /// The host percent-decoded, an IPv6 address without its brackets; nothing when there is none.
+  /// The host percent-decoded, an IPv6 address without its brackets; empty when there is none.
   [[nodiscard]] std::optional<std::string> host() const;
 
   /// The port when one is written.
@@ -55,10 +55,10 @@ class URL {
   /// The path as written: still encoded, and with the "/" at its end.
   [[nodiscard]] std::string_view encodedPath() const noexcept;
 
-  /// What follows "?", still encoded; nothing without "?".
+  /// The part after "?", still encoded; empty without "?".
   [[nodiscard]] std::optional<std::string_view> query() const noexcept;
 
-  /// What follows "#", still encoded; nothing without "#".
+  /// The part after "#", still encoded; empty without "#".
   [[nodiscard]] std::optional<std::string_view> fragment() const noexcept;
 
   /// Whether the scheme is "file".
@@ -70,8 +70,8 @@ class URL {
   /// The last part of the path percent-decoded; "/" for the root, empty for an empty path.
   [[nodiscard]] std::string lastPathComponent() const;
 
-  /// What follows the last "." of the last path component; empty when nothing does or when nothing
-  /// stands before the ".", as in ".profile".
+  /// The part after the last "." of the last path component; empty when there is none, or when
+  /// nothing precedes the ".", as in ".profile".
   [[nodiscard]] std::string pathExtension() const;
 
   /// This URL with one more path component, percent-encoded; "/" inside the name separates, and one
@@ -95,7 +95,7 @@ class URL {
   }
 
  private:
-  // Where the parts lie in the text; 0 in the first two means that there is no such part.
+  // The places of the parts in the text; 0 in the first two means that there is no such part.
   struct Marks {
     std::uint32_t schemeEnd = 0;
     std::uint32_t authorityBegin = 0;
@@ -124,7 +124,7 @@ enum class URLAllowedCharacters : std::uint8_t {
 /// The text with every byte outside the set written as "%" and two upper-case digits.
 std::string addingPercentEncoding(std::string_view text, URLAllowedCharacters allowed);
 
-/// The text with every "%XX" replaced by its byte; nothing when a "%" has no two digits behind it.
+/// The text with every "%XX" replaced by its byte; empty when a "%" is not followed by two digits.
 std::optional<std::string> removingPercentEncoding(std::string_view text);
 
 }  // namespace ombrix::platform

@@ -3,7 +3,6 @@
 #include <sys/stat.h>
 
 #include <atomic>
-#include <cstdio>
 #include <future>
 #include <map>
 #include <mutex>
@@ -50,26 +49,17 @@ void logFailure(const std::string& message) {
   DDLogError({"OmbrixPlatform/Messaging/MMWormhole", "MMWormhole"}, message);
 }
 
-/// Replaces the file's content, completely or not at all. Needs exclusive access: all writers of a
-/// file use the same temporary file, so that the next one removes what a killed writer left.
+/// Replaces the file's content, completely or not at all. Needs exclusive access, see `FreshFile`.
 FileResult<void> replaceFile(const URL& url, DataView bytes) {
   const URL folder = url.deletingLastPathComponent();
   if (auto made = files().createDirectory(folder, true); !made) return made;
-  const std::string fresh =
-      folder.appendingPathComponent("." + url.lastPathComponent() + ".new", false).path();
   const auto failure = [&](const char* action, int code) {
     return std::unexpected(FileError(code, action, url.path()));
   };
-  ::unlink(fresh.c_str());
-  detail::Descriptor file = detail::makeFile(fresh, O_WRONLY);
-  if (!file) return failure("open", errno);
-  int error = detail::writeAll(file.get(), bytes);
-  if (error == 0 && ::fsync(file.get()) != 0) error = errno;
-  if (error == 0) error = file.reset();
-  if (error == 0 && std::rename(fresh.c_str(), url.path().c_str()) != 0) error = errno;
-  if (error == 0) return {};
-  ::unlink(fresh.c_str());
-  return failure("write", error);
+  detail::FreshFile fresh(url.path());
+  if (!fresh) return failure("open", errno);
+  if (const int error = fresh.publish(bytes); error != 0) return failure("write", error);
+  return {};
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 
 namespace ombrix::platform {
 
-/// A body that is read in pieces while it is sent, so that it never lies in memory whole.
+/// A body that is read in pieces while it is sent, so that it is never in memory as a whole.
 ///
 /// It may be sent several times, one after the other: a redirect that keeps the body wants it
 /// again, and so does a connection that died before an answer.
@@ -20,20 +20,21 @@ class HTTPBodySource {
  public:
   virtual ~HTTPBodySource() = default;
 
-  /// A regular file, opened now and read from then on, whatever happens to its name. What cannot be
-  /// opened, and what is none (a folder, a pipe, a device), gives a source whose `length` fails.
+  /// A regular file, opened now and read from then on, whatever happens to its name. A file that
+  /// cannot be opened, or that is not regular (a folder, a pipe, a device), gives a source whose
+  /// `length` fails.
   [[nodiscard]] static std::shared_ptr<const HTTPBodySource> file(
       const std::filesystem::path& path);
 
-  /// How many bytes there are; nothing where nobody knows: then they are sent in chunks. Asked
-  /// before each sending, on any thread. An error is the task's.
+  /// How many bytes there are; empty when that is unknown: then they are sent in chunks. Called
+  /// before each sending, on any thread. An error becomes the task's.
   [[nodiscard]] virtual std::expected<std::optional<std::int64_t>, URLError> length() const = 0;
 
-  /// Reads the next bytes; the network thread, which all transfers of a session share, so it has to
-  /// return soon.
+  /// Reads the next bytes. Called on the network thread, which all transfers of a session share, so
+  /// it has to return soon.
   ///
-  /// @param offset How many bytes were read before of this sending: 0 begins anew.
-  /// @return How many were read, 0 at the end. An error is the task's.
+  /// @param offset How many bytes of this sending were read before; 0 starts a new sending.
+  /// @return How many were read, 0 at the end. An error becomes the task's.
   [[nodiscard]] virtual std::expected<std::size_t, URLError> read(
       std::int64_t offset, std::span<std::byte> buffer) const = 0;
 };

@@ -17,7 +17,7 @@ constexpr std::array<std::string_view, 7> kDays{"Sunday",   "Monday", "Tuesday",
 constexpr std::array<std::string_view, 12> kMonths{"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                                    "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
-/// Takes a text apart from its beginning; once something does not fit, nothing does.
+/// Reads a text from its beginning, part by part; once a part does not fit, all later ones fail.
 class Scanner {
  public:
   explicit Scanner(std::string_view text) : rest_(text) {}
@@ -52,7 +52,7 @@ class Scanner {
     rest_.remove_prefix(3);
     return static_cast<unsigned>(found - kMonths.begin()) + 1;
   }
-  /// The name of a day, whole or its first three letters; false when none stands here.
+  /// Reads the name of a day, in full or its first three letters; false when there is none.
   bool day(bool isWhole) {
     for (const auto name : kDays) {
       if (takeIf(isWhole ? name : name.substr(0, 3))) return true;
@@ -91,7 +91,7 @@ std::optional<Date> dateFrom(const Parts& parts) {
 
 int yearOf(Date date) { return static_cast<int>(year_month_day{floor<days>(date)}.year()); }
 
-/// The last year of these two digits that is not more than 50 years ahead.
+/// The latest year with these two digits that is not more than 50 years ahead.
 int fullYear(int twoDigits, Date now) {
   const int last = yearOf(now) + 50;
   const int surplus = (last - twoDigits) % 100;

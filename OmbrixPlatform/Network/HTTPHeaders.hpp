@@ -25,19 +25,19 @@ class HTTPHeaders {
   HTTPHeaders() = default;
   HTTPHeaders(std::initializer_list<Field> fields);
 
-  /// The value of a field; nothing when it is not there. Valid until the headers change.
+  /// The value of a field; empty when there is no such field. Valid until the headers change.
   [[nodiscard]] std::optional<std::string_view> value(std::string_view name) const noexcept;
 
-  /// Whether the field is there, with whatever value.
+  /// Whether the field is there, with any value.
   [[nodiscard]] bool contains(std::string_view name) const noexcept;
 
-  /// Sets a field, in the place of the one that is there.
+  /// Sets a field, which replaces one of the same name.
   void set(std::string_view name, std::string value);
 
   /// Adds to a field: values of one name are joined by ", " (RFC 9110 section 5.3).
   void add(std::string name, std::string value);
 
-  /// Removes a field; false when it was not there.
+  /// Removes a field; false when there was none.
   bool remove(std::string_view name) noexcept;
 
   [[nodiscard]] std::size_t size() const noexcept { return fields_.size(); }
@@ -51,7 +51,7 @@ class HTTPHeaders {
   /// Whether the text may stand as a field value: no line feed, carriage return or NUL.
   [[nodiscard]] static bool isValue(std::string_view text) noexcept;
 
-  /// The same fields with the same values, in whatever order.
+  /// Whether both have the same fields with the same values, in any order.
   friend bool operator==(const HTTPHeaders& a, const HTTPHeaders& b);
 
  private:

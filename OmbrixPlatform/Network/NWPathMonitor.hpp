@@ -5,12 +5,12 @@
 
 namespace ombrix::platform {
 
-/// How the network can be reached just now.
+/// How the network can be reached at this moment.
 struct NWPath {
   enum class Status {
     satisfied,           ///< there is a way out
     unsatisfied,         ///< there is none
-    requiresConnection,  ///< there may be one, once something is switched on
+    requiresConnection,  ///< there may be one after something is switched on
   };
 
   Status status = Status::satisfied;
@@ -31,19 +31,19 @@ class NWPathMonitor {
   /// time, on a thread of the monitor's; set it before `start`. It must be brief.
   virtual void setPathUpdateHandler(UpdateHandler handler) = 0;
 
-  /// Called like the other whenever links, addresses or routes have changed, also where the path
-  /// stays as it is: a link without a default route leads to its neighbours. Set before `start`; a
-  /// monitor that knows nothing of it never calls.
+  /// Called in the same way whenever links, addresses or routes have changed, also when the path
+  /// stays the same: a link without a default route leads to its neighbours. Set it before `start`.
+  /// The default implementation never calls it.
   virtual void setNetworkChangeHandler(std::move_only_function<void()> /*handler*/) {}
 
-  /// Begins to watch; nothing the second time.
+  /// Begins to watch; a second call does nothing.
   virtual void start() = 0;
 
-  /// Ends it for good: no call of the handler starts after it returns; a call under way on another
-  /// thread is waited for.
+  /// Ends the watch for good: it waits for a call of the handler that runs on another thread, and
+  /// none starts after it returns.
   virtual void cancel() = 0;
 
-  /// The path as last seen; looked at afresh when the monitor does not run.
+  /// The path as last seen; determined anew when the monitor does not run.
   [[nodiscard]] virtual NWPath currentPath() const = 0;
 };
 
@@ -58,10 +58,10 @@ class NWPathMonitorFactory {
 ///
 /// The path is satisfied when a default route leads over a link that is up, running and no
 /// loopback: a machine with its loopback alone is unsatisfied, though services on it can be
-/// reached. Where the kernel does not let itself be asked it counts as satisfied. None requires a
-/// connection. Constrained and expensive both say what NetworkManager says of metering, false
-/// where it does not run; a monitor that does not run has not asked it. The first report waits for
-/// its answer, at most a second.
+/// reached. Where the kernel refuses to be asked, it counts as satisfied. No path has the status
+/// that a connection is required. Constrained and expensive both state whether NetworkManager calls
+/// the network metered; they are false where NetworkManager does not run, and in a monitor that was
+/// not started. The first report waits for NetworkManager's answer, at most a second.
 std::shared_ptr<NWPathMonitorFactory> makeSystemPathMonitorFactory();
 
 }  // namespace ombrix::platform

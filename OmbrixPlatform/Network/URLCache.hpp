@@ -19,25 +19,25 @@ struct CachedURLResponse {
 };
 
 /// Answers of servers, kept in memory and on disk within their budgets by the rules of a private
-/// cache (RFC 9111); what was used longest ago goes first. Any thread.
+/// cache (RFC 9111); the least recently used ones are evicted first. Any thread.
 ///
 /// Only whole answers to GET are kept, and HEAD goes to the server like every other method. An
 /// answer goes to requests with the same "Authorization" (or the same lack of it) and the same
 /// values of the fields that it varies by, up to 32 of them for one URL. Fields of its header that
 /// are about the connection are not kept, nor is a token in "Authorization". What `decide` serves
-/// has its "Age"; `cachedResponse` gives it as it came. Of what requests said, only digests reach
-/// the disk.
+/// has its "Age"; `cachedResponse` gives it as it came. Of requests' fields only digests reach the
+/// disk.
 ///
-/// Answers of more than an eighth of the memory's budget are not kept there, of more than a
-/// twentieth of the disk's not there. Several processes may share one folder; each has its own
-/// memory, which does not learn of what others drop. A damaged database is set aside ("….damaged",
-/// the last one only) and started again; without a disk that works the memory goes on alone. A
-/// warning that memory runs short empties the memory.
+/// An answer of more than an eighth of the memory's budget is not kept in memory, and one of more
+/// than a twentieth of the disk's budget not on disk. Several processes may share one folder; each
+/// has its own memory, which does not notice when others drop answers. A damaged database is set
+/// aside ("….damaged", the last one only) and started again; without a working disk the memory
+/// serves alone. A warning that memory runs short empties the memory.
 class URLCache {
  public:
   /// @param memoryCapacity Bytes in memory, 0 or more.
-  /// @param diskCapacity Bytes on disk, overhead included, 0 or more; below some 190 KiB there is
-  ///   room for nothing. A folder that was used with a larger budget is emptied first.
+  /// @param diskCapacity Bytes on disk, overhead included, 0 or more; below about 190 KiB nothing
+  ///   fits. A folder that was used with a larger budget is emptied first.
   /// @param directory Where the disk tier lies; made on first use. None: memory only.
   static std::shared_ptr<URLCache> make(std::int64_t memoryCapacity, std::int64_t diskCapacity,
                                         std::optional<URL> directory);
@@ -54,7 +54,7 @@ class URLCache {
   [[nodiscard]] virtual std::int64_t currentMemoryUsage() const = 0;
   [[nodiscard]] virtual std::int64_t currentDiskUsage() const = 0;
 
-  /// The stored answer that fits the request, fresh or not; nothing when there is none.
+  /// The stored answer that fits the request, fresh or not; empty when there is none.
   [[nodiscard]] virtual std::optional<CachedURLResponse> cachedResponse(
       const URLRequest& request) = 0;
 
@@ -69,7 +69,7 @@ class URLCache {
   /// returns.
   virtual void removeAllCachedResponses() = 0;
 
-  // What a session asks around an exchange.
+  // For sessions, before and after an exchange.
 
   /// How a request is to be answered.
   struct Decision {
@@ -77,36 +77,36 @@ class URLCache {
       serve,        ///< by `answer`, now
       validate,     ///< by the server, with `conditions` added; a 304 confirms `answer`
       load,         ///< by the server
-      unavailable,  ///< not at all: it must come from the cache, which has none
+      unavailable,  ///< with a failure: it must come from the cache, which has none
     };
     Kind kind = Kind::load;
     std::optional<CachedURLResponse> answer;
     HTTPHeaders conditions{};  ///< If-None-Match, If-Modified-Since
 
-    /// What is to be served is stale: the server is to be asked by `revalidation(request)` behind
-    /// the caller's back (RFC 5861 section 3). Told to one caller at a time.
+    /// The answer to serve is stale: `revalidation(request)` is to be sent to the server in the
+    /// background (RFC 5861 section 3). Set for one caller at a time.
     bool mustRevalidateBehind = false;
 
-    /// What to hand over, with nothing said to `received`, when the server cannot be reached or
-    /// answers by a status that `isServerError` (RFC 5861 section 4).
+    /// The answer to hand over, without calling `received`, when the server cannot be reached or
+    /// answers with a status for which `isServerError` is true (RFC 5861 section 4).
     std::optional<CachedURLResponse> answerOnError{};
   };
 
-  /// The request that asks the server whether what is kept for a request still holds.
+  /// The request that asks the server whether the answer kept for a request still holds.
   [[nodiscard]] static URLRequest revalidation(URLRequest request);
 
-  /// Whether a status stands for a server that cannot answer now: 500, 502, 503, 504.
+  /// Whether a status means that the server cannot answer now: 500, 502, 503, 504.
   [[nodiscard]] static bool isServerError(int status) noexcept;
 
   /// Decides by the request's method, header fields and cache policy, the stored answers and the
-  /// clock service. The policies that ask for a stored answer however old get one whatever its
-  /// directives say. What came at a time that is yet to come (the clock was set back) is
+  /// clock service. The policies that accept a stored answer of any age get one whatever its
+  /// directives say. An answer that seems to come from the future (the clock was set back) is
   /// validated. A request with conditions of its own or for a range goes to the server as it is.
-  /// What is served may be a redirect that is to be followed.
+  /// The answer served may be a redirect that is to be followed.
   [[nodiscard]] virtual Decision decide(const URLRequest& request) = 0;
 
-  /// Takes note of what the server said: keeps it, merges a 304 into what `validated` held,
-  /// removes what an unsafe method has made invalid.
+  /// Takes note of the server's answer: keeps it, merges a 304 into `validated`, and removes the
+  /// answers that an unsafe method has invalidated.
   ///
   /// @param requestTime, responseTime When the request was sent and the header came.
   /// @param validated The answer that the request's conditions were about; null when there were

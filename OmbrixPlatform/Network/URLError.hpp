@@ -64,7 +64,7 @@ class URLError : public Error {
 
   [[nodiscard]] Code code() const noexcept { return code_; }
 
-  /// Nothing when the network itself was not refused.
+  /// Empty when use of the network was not refused.
   [[nodiscard]] std::optional<NetworkUnavailableReason> networkUnavailableReason() const noexcept {
     return reason_;
   }

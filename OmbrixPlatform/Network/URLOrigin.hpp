@@ -10,14 +10,14 @@
 
 namespace ombrix::platform {
 
-/// Which server a URL leads to: what may learn of one another's secrets (RFC 6454), and share
-/// queues and connections.
+/// The server that a URL leads to. URLs of one origin may share secrets (RFC 6454), queues and
+/// connections.
 struct URLOrigin {
   std::string host;        ///< in lower case
   std::uint16_t port = 0;  ///< the scheme's own where none is written
   bool isSecure = false;   ///< https
 
-  /// Nothing for a URL that is not http or https, or has no host.
+  /// Empty for a URL that is not http or https, or has no host.
   static std::optional<URLOrigin> of(const URL& url);
 
   friend bool operator==(const URLOrigin&, const URLOrigin&) = default;
@@ -33,7 +33,7 @@ struct URLOrigin {
 /// Whether both URLs have an origin, and the same one. Any thread.
 [[nodiscard]] bool haveSameOrigin(const URL& a, const URL& b);
 
-/// The URL without a name and password, also for texts that others may read. Any thread.
+/// The URL without a name and password, as for texts that others may read. Any thread.
 [[nodiscard]] URL withoutUserInfo(const URL& url);
 
 }  // namespace ombrix::platform

@@ -13,15 +13,15 @@
 
 namespace ombrix::platform {
 
-/// What to ask of which server, and how. A value: any thread may read it.
+/// A request to a server, and how to make it. A value: any thread may read it.
 struct URLRequest {
-  /// How the answer may come from the cache.
+  /// When the cache may answer.
   enum class CachePolicy {
-    useProtocolCachePolicy = 0,  ///< as RFC 9111 has it
+    useProtocolCachePolicy = 0,  ///< by the rules of RFC 9111
     reloadIgnoringLocalCacheData =
         1,                        ///< always from the server; the answer is stored all the same
-    returnCacheDataElseLoad = 2,  ///< a stored answer however old, else from the server
-    returnCacheDataDontLoad = 3,  ///< a stored answer however old, else `resourceUnavailable`
+    returnCacheDataElseLoad = 2,  ///< a stored answer of any age, otherwise the server's
+    returnCacheDataDontLoad = 3,  ///< a stored answer of any age, otherwise `resourceUnavailable`
   };
 
   explicit URLRequest(URL target, CachePolicy policy = CachePolicy::useProtocolCachePolicy,
@@ -39,19 +39,19 @@ struct URLRequest {
   HTTPHeaders headers;
   std::optional<SharedData> httpBody;
 
-  /// A body that is read while it is sent, in the place of `httpBody`.
+  /// A body that is read while it is sent; replaces `httpBody`.
   std::shared_ptr<const HTTPBodySource> httpBodySource;
 
-  /// Seconds from `resume` to the last byte after which the transfer fails as `timedOut`; nothing
-  /// for the session's own limit, which holds where it is stricter.
+  /// Seconds from `resume` to the last byte after which the transfer fails as `timedOut`; empty for
+  /// the session's own limit, which also holds where it is stricter.
   std::optional<std::chrono::duration<double>> resourceTimeoutInterval;
 
   /// False: refused while every path to the network is constrained (Low Data Mode).
   bool allowsConstrainedNetworkAccess = true;
 
-  /// True: what the server answers reaches the caller also where a stale answer might stand in for
-  /// it or come first (RFC 5861), for callers to whom statuses and fields of each answer matter. A
-  /// server that cannot be reached is replaced all the same.
+  /// True: the caller gets the server's own answer even where a stale one might replace it or come
+  /// first (RFC 5861); for callers that need each answer's status and fields. When the server
+  /// cannot be reached, a stale answer still replaces its answer.
   bool wantsEachAnswer = false;
 
   friend bool operator==(const URLRequest&, const URLRequest&) = default;

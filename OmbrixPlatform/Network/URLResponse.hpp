@@ -11,13 +11,13 @@
 
 namespace ombrix::platform {
 
-/// What came back for a request, apart from its body; immutable, held by `std::shared_ptr<const>`.
+/// The answer to a request, apart from its body; immutable, held by `std::shared_ptr<const>`.
 class URLResponse {
  public:
   explicit URLResponse(URL url) : url_(std::move(url)) {}
   virtual ~URLResponse() = default;
 
-  /// Where the answer came from, after redirects.
+  /// The URL that the answer came from, after redirects.
   [[nodiscard]] const URL& url() const noexcept { return url_; }
 
  private:
@@ -40,7 +40,7 @@ class HTTPURLResponse final : public URLResponse {
   /// "HTTP/1.1", "HTTP/2", …
   [[nodiscard]] const std::string& httpVersion() const noexcept { return httpVersion_; }
 
-  /// The value of a header field; nothing when it is not there. Valid as long as the response is.
+  /// The value of a header field; empty when there is none. Valid as long as the response is.
   [[nodiscard]] std::optional<std::string_view> valueForHTTPHeaderField(
       std::string_view name) const noexcept {
     return headers_.value(name);

@@ -20,20 +20,19 @@ class DispatchQueue;
 /// Called once, on the session's delegate queue, when a task is over.
 ///
 /// Either the answer is whole (`response`, and `data` unless its body is empty) and there is no
-/// error, or there is an error and neither of the others: what broke after its header is not an
-/// answer.
+/// error, or there is an error and neither of the others: an answer that broke off after its header
+/// is not handed over.
 using URLSessionCompletionHandler = std::move_only_function<void(
     std::optional<Data> data, std::shared_ptr<const URLResponse> response,
     std::shared_ptr<const Error> error)>;
 
 /// Makes and runs transfers that share connections, a cache and a delegate. Any thread.
 ///
-/// When a connection that is used again dies before a byte of the answer has come, a request whose
-/// method is idempotent (RFC 9110 section 9.2.2) is sent once more, on a new connection; any other
-/// fails as `networkConnectionLost`. What a server refuses to do over HTTP/2 (HTTP_1_1_REQUIRED,
-/// RFC 9113 section 7) goes once more over HTTP/1.1; and where a server confirms another answer
-/// than the cache has, it is asked once more, without the cache. Otherwise nothing is ever sent
-/// again.
+/// When a reused connection dies before a byte of the answer has come, a request whose method is
+/// idempotent (RFC 9110 section 9.2.2) is sent once more, on a new connection; any other fails as
+/// `networkConnectionLost`. A request that a server refuses over HTTP/2 (HTTP_1_1_REQUIRED, RFC
+/// 9113 section 7) is sent once more over HTTP/1.1; and when a server confirms another answer than
+/// the cached one, it is asked once more, without the cache. Nothing else is ever sent again.
 class URLSession {
  public:
   /// A session by the `urlSessionFactory` service.
@@ -69,23 +68,23 @@ class URLSession {
       URLRequest request, std::optional<SharedData> body,
       URLSessionCompletionHandler completionHandler) = 0;
 
-  /// The same with a file, which is read in pieces while it is sent. What is no regular file, or
-  /// cannot be read, is the task's error.
+  /// The same with a file, which is read in pieces while it is sent. A file that is not regular or
+  /// cannot be read fails the task.
   [[nodiscard]] std::shared_ptr<URLSessionUploadTask> uploadTask(
       URLRequest request, const std::filesystem::path& fromFile,
       URLSessionCompletionHandler completionHandler);
 
-  /// Lets tasks under way end, takes no more.
+  /// Lets running tasks end, and takes no new ones.
   virtual void finishTasksAndInvalidate() = 0;
 
-  /// Cancels every task, takes no more.
+  /// Cancels every task, and takes no new ones.
   virtual void invalidateAndCancel() = 0;
 
   /// Ends a session that the caller has made, for programs that end in order: cancels every task
   /// and waits until all are over, handlers and delegate have returned, and the session's thread is
-  /// gone. No call for a task of before begins after that. Again: nothing. Not from a handler or
-  /// the delegate, which stops the program, nor on a thread that the delegate queue waits for;
-  /// never for `shared` or a session that others still use.
+  /// gone. No call for any of its tasks begins after that. A second call does nothing. A call from
+  /// a handler or the delegate stops the program. Do not call it on a thread that the delegate
+  /// queue waits for, nor for `shared` or a session that others still use.
   virtual void close() = 0;
 };
 
@@ -99,7 +98,7 @@ class URLSessionFactory {
       std::shared_ptr<DispatchQueue> delegateQueue) = 0;
 };
 
-/// Sessions on sockets.
+/// Makes sessions that use the network.
 std::shared_ptr<URLSessionFactory> makeSystemURLSessionFactory();
 
 }  // namespace ombrix::platform

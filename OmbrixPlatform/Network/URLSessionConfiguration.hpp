@@ -14,11 +14,12 @@ namespace ombrix::platform {
 
 class URLCache;
 
-/// How a session behaves; copied when the session is made, changes after that have no effect on it.
+/// How a session behaves; it is copied when the session is made, and later changes have no effect
+/// on the session.
 ///
-/// Sessions speak HTTP/1.1 and, over TLS 1.2 or later where the server offers it, HTTP/2. Cookies
-/// are neither kept nor sent by themselves. A request that names no "User-Agent" gets that of the
-/// main bundle.
+/// Sessions speak HTTP/1.1 and, over TLS 1.2 or later where the server offers it, HTTP/2. Sessions
+/// neither keep cookies nor send any on their own. A request that names no "User-Agent" gets that
+/// of the main bundle.
 struct URLSessionConfiguration {
   /// The defaults below, with the process's shared cache.
   static URLSessionConfiguration defaultConfiguration();
@@ -26,7 +27,7 @@ struct URLSessionConfiguration {
   /// The defaults without any cache.
   static URLSessionConfiguration ephemeral();
 
-  /// For transfers that may take their time: waits for connectivity, a day for each resource.
+  /// For transfers that may take long: they wait for connectivity, and have a day each.
   ///
   /// Its transfers end with the process: nothing here goes on without it.
   /// @param identifier Names the session; for logs and debuggers only.
@@ -54,12 +55,12 @@ struct URLSessionConfiguration {
   /// Transfers of the session at one time, at least 1, to whatever hosts.
   std::size_t httpMaximumConnections = 64;
 
-  /// The longest body, decoded and in bytes, that is kept in memory for a completion handler; a
-  /// longer one fails as `dataLengthExceedsMaximum`.
+  /// The longest decoded body, in bytes, that is kept in memory for a completion handler; a longer
+  /// one fails as `dataLengthExceedsMaximum`.
   std::size_t maximumBodyBytes = std::size_t{256} << 20;
 
-  /// What all such bodies of the session may take together until their handlers are called; the one
-  /// that would pass it fails in the same way.
+  /// How many bytes all such bodies of the session may take together until their handlers are
+  /// called; a body that would pass this limit fails in the same way.
   std::size_t maximumBodyBytesTogether = std::size_t{256} << 20;
 
   /// Header fields that every request gets unless it sets them itself.
@@ -68,11 +69,11 @@ struct URLSessionConfiguration {
   /// The policy of requests that keep `useProtocolCachePolicy`.
   URLRequest::CachePolicy requestCachePolicy = URLRequest::CachePolicy::useProtocolCachePolicy;
 
-  /// Where answers are kept; null: nowhere.
+  /// The cache that keeps answers; null: none.
   std::shared_ptr<URLCache> urlCache;
 
-  /// Hosts that are reached on the loopback address, whatever the name service says: local test
-  /// services.
+  /// Hosts that are reached on the loopback address without asking the name service, such as local
+  /// test services.
   std::vector<std::string> loopbackHosts;
 
   /// Pinned keys, client certificates and a proxy.

@@ -21,7 +21,7 @@ struct SecTrust {
   std::vector<Data> certificates;
 };
 
-/// The place that asks for a proof.
+/// The server that is to be trusted.
 struct URLProtectionSpace {
   std::string host;
   std::uint16_t port = 0;
@@ -38,8 +38,8 @@ struct URLCredential {
   SecTrust trust;
 };
 
-/// What a session asks and tells. Every call comes on the session's delegate queue, one at a time
-/// while that is serial; the defaults do what a session without a delegate does.
+/// Answers a session's questions and gets its reports. Every call comes on the session's delegate
+/// queue, one at a time if that is serial; the defaults do what a session without a delegate does.
 ///
 /// Each completion handler must be called once, on any thread; a handler that is dropped counts as
 /// the default answer.
@@ -60,8 +60,8 @@ class URLSessionDelegate {
   virtual ~URLSessionDelegate() = default;
 
   /// Whether `didReceiveChallenge` is to be asked about the servers of a host, named in lower case;
-  /// those of all others are verified as the system does. Called on any thread; it must give the
-  /// same answer each time.
+  /// the servers of all other hosts are verified as the system does it. Called on any thread; it
+  /// must give the same answer each time.
   [[nodiscard]] virtual bool judgesServers([[maybe_unused]] const std::string& host) const {
     return false;
   }
@@ -77,8 +77,8 @@ class URLSessionDelegate {
     completionHandler(AuthChallengeDisposition::performDefaultHandling, std::nullopt);
   }
 
-  /// A redirect wants `newRequest` next: pass it on, another one, or nothing, which makes the
-  /// redirect itself the answer.
+  /// A redirect asks for `newRequest` next: pass that on, or another request, or none, which makes
+  /// the redirect itself the answer.
   virtual void willPerformHTTPRedirection(
       [[maybe_unused]] URLSession& session, [[maybe_unused]] URLSessionTask& task,
       [[maybe_unused]] const std::shared_ptr<const HTTPURLResponse>& response,
@@ -86,7 +86,7 @@ class URLSessionDelegate {
     completionHandler(std::move(newRequest));
   }
 
-  /// The header of the answer is there; `cancel` ends the task as cancelled.
+  /// The header of the answer has come; `cancel` ends the task as cancelled.
   virtual void didReceiveResponse(
       [[maybe_unused]] URLSession& session, [[maybe_unused]] URLSessionDataTask& task,
       [[maybe_unused]] const std::shared_ptr<const HTTPURLResponse>& response,
@@ -94,7 +94,7 @@ class URLSessionDelegate {
     completionHandler(ResponseDisposition::allow);
   }
 
-  /// Some of the answer's body has come, decoded; only for tasks without a completion handler,
+  /// A decoded piece of the answer's body has come; only for tasks without a completion handler,
   /// whose body is handed over as it comes and not gathered. The bytes are valid during the call.
   virtual void didReceiveData([[maybe_unused]] URLSession& session,
                               [[maybe_unused]] URLSessionDataTask& task,
@@ -107,7 +107,7 @@ class URLSessionDelegate {
                            [[maybe_unused]] URLSessionTask& task,
                            [[maybe_unused]] const std::shared_ptr<const Error>& error) {}
 
-  /// Some of the body was sent; calls may be merged. All figures in bytes.
+  /// A piece of the body was sent; calls may be merged. All figures are in bytes.
   virtual void didSendBodyData([[maybe_unused]] URLSession& session,
                                [[maybe_unused]] URLSessionTask& task,
                                [[maybe_unused]] std::int64_t bytesSent,
@@ -119,7 +119,7 @@ class URLSessionDelegate {
                                           [[maybe_unused]] URLSessionTask& task,
                                           [[maybe_unused]] const URLSessionTaskMetrics& metrics) {}
 
-  /// The session has ended by one of its invalidating operations: no more calls follow.
+  /// One of the invalidating operations has ended the session: no more calls follow.
   virtual void didBecomeInvalid([[maybe_unused]] URLSession& session) {}
 };
 

@@ -32,32 +32,32 @@ struct URLSessionTaskMetrics {
   Seconds total{};      ///< from `resume` to the end
   bool isReusedConnection = false;
   int redirectCount = 0;
-  int resendCount = 0;          ///< requests that went once more, see `URLSession`
+  int resendCount = 0;          ///< requests that were sent again, see `URLSession`
   std::string networkProtocol;  ///< "http/1.1", "h2"; empty without an exchange
 };
 
 class URLSessionTask;
 class URLSessionDataTask;
 
-/// What a task tells that has a delegate of its own, in the place of the session's delegate. Every
-/// call comes on the session's delegate queue; what waits holds up the session's other tasks.
+/// A task's own delegate, which replaces the session's for this task. Every call comes on the
+/// session's delegate queue; a call that waits holds up the session's other tasks.
 class URLSessionTaskDelegate {
  public:
   enum class Flow : std::uint8_t { goOn, hold };
 
   virtual ~URLSessionTaskDelegate() = default;
 
-  /// Some of the answer's body has come, decoded; only for tasks without a completion handler. The
-  /// bytes are valid during the call, and the task's `response` is there.
+  /// A decoded piece of the answer's body has come; only for tasks without a completion handler.
+  /// The bytes are valid during the call, and the task's `response` is set.
   ///
-  /// @return `hold` stops the transfer until `URLSessionTask::receiveMore`; some 512 KiB that are
-  ///   on their way, and what is left at the end, may come all the same.
+  /// @return `hold` stops the transfer until `URLSessionTask::receiveMore`; up to about 512 KiB
+  ///   that are in flight, and the rest at the end, may come all the same.
   virtual Flow didReceiveData([[maybe_unused]] URLSessionDataTask& task,
                               [[maybe_unused]] DataView data) {
     return Flow::goOn;
   }
 
-  /// Some of the body was sent; calls may be merged.
+  /// A piece of the body was sent; calls may be merged.
   virtual void didSendBodyData([[maybe_unused]] URLSessionTask& task,
                                [[maybe_unused]] std::int64_t totalBytesSent,
                                [[maybe_unused]] std::int64_t totalBytesExpectedToSend) {}
@@ -69,17 +69,17 @@ class URLSessionTaskDelegate {
                            [[maybe_unused]] const std::shared_ptr<const Error>& error) {}
 };
 
-/// One transfer of a session; made suspended. All operations may be called from any thread.
+/// One transfer of a session; it is made suspended. All operations may be called from any thread.
 class URLSessionTask {
  public:
   enum class State { running = 0, suspended = 1, canceling = 2, completed = 3 };
 
   virtual ~URLSessionTask() = default;
 
-  /// Starts the transfer; nothing happens when it runs already or is over.
+  /// Starts the transfer; does nothing when it runs already or is over.
   virtual void resume() = 0;
 
-  /// Gives the task a delegate of its own, until it is over; before it is resumed.
+  /// Gives the task a delegate of its own until it is over. Call it before `resume`.
   virtual void setDelegate(std::shared_ptr<URLSessionTaskDelegate> delegate) = 0;
 
   /// Goes on with a body that the task's delegate has held back.
@@ -102,7 +102,7 @@ class URLSessionTask {
   /// Null before the header of the answer has come.
   [[nodiscard]] virtual std::shared_ptr<const HTTPURLResponse> response() const = 0;
 
-  /// Null unless it ended with an error.
+  /// Null unless the task has ended with an error.
   [[nodiscard]] virtual std::shared_ptr<const Error> error() const = 0;
 
   /// Bytes of the body: sent, to send, received (decoded), and expected (-1: unknown).

@@ -74,6 +74,40 @@ class OmbrixHeartRate(C.Structure):
     ]
 
 
+class OmbrixLapTrigger(enum.IntEnum):
+    MANUAL = 0
+    DISTANCE = 1
+    LOCATION = 2
+    TIME = 3
+    HEART_RATE = 4
+
+
+class OmbrixLap(C.Structure):
+    _fields_ = [
+        ("begin", C.c_double),
+        ("seconds", C.c_double),
+        ("distanceMeters", C.c_double),
+        ("kilocalories", C.c_double),
+        ("averageSpeed", C.c_double),
+        ("maxSpeed", C.c_double),
+        ("averageHeartRate", C.c_double),
+        ("maxHeartRate", C.c_double),
+        ("averageCadence", C.c_double),
+        ("maxCadence", C.c_double),
+        ("averagePower", C.c_double),
+        ("maxPower", C.c_double),
+        ("isRest", C.c_bool),
+        ("trigger", C.c_int),
+        ("notes", C.c_char_p),
+    ]
+
+
+class OmbrixGeoJSONKind(enum.IntEnum):
+    POLYGON = 0
+    LINE_STRING = 1
+    POINT = 2
+
+
 class OmbrixHeartRateSample(C.Structure):
     _fields_ = [
         ("countPerMinute", C.c_double),
@@ -169,6 +203,20 @@ OmbrixServerAPIHandler = C.CFUNCTYPE(None, C.c_void_p)
 
 
 OmbrixServerAPICompletion = C.CFUNCTYPE(None, C.c_bool, C.c_int, C.POINTER(C.c_uint8), C.c_size_t, C.c_void_p, C.c_void_p)
+
+
+OmbrixTransferProgress = C.CFUNCTYPE(None, C.c_int64, C.c_int64, C.c_int64, C.c_int64, C.c_void_p)
+
+
+class OmbrixRetryPolicy(C.Structure):
+    _fields_ = [
+        ("maximumAttempts", C.c_int),
+        ("firstDelay", C.c_double),
+        ("longestDelay", C.c_double),
+        ("longestRetryAfter", C.c_double),
+        ("totalTime", C.c_double),
+        ("budget", C.c_double),
+    ]
 
 
 class OmbrixFont(C.Structure):
@@ -296,6 +344,13 @@ class OmbrixValueKind(enum.IntEnum):
     PROPERTY_LIST = 5
 
 
+class OmbrixBytes(C.Structure):
+    _fields_ = [
+        ("bytes", C.POINTER(C.c_uint8)),
+        ("length", C.c_size_t),
+    ]
+
+
 class OmbrixValue(C.Structure):
     _fields_ = [
         ("kind", C.c_int),
@@ -357,6 +412,9 @@ class OmbrixSkiMeasurement(enum.IntEnum):
     SEASON_VERTICAL = 5
     DAILY_VERTICAL = 6
     DEPTH = 7
+
+
+OmbrixKeyVisitor = C.CFUNCTYPE(None, C.c_char_p, C.c_void_p)
 
 
 # What a function takes and gives; texts and blocks that are given away are pointers.
@@ -428,6 +486,18 @@ FUNCTIONS = {
     "ombrix_FileManager_library": (C.c_void_p, []),
     "ombrix_FileManager_temporary": (C.c_void_p, []),
     "ombrix_FileManager_touchWithUrl_": (None, [C.c_char_p]),
+    "ombrix_FileStore_exists": (C.c_bool, [C.c_void_p]),
+    "ombrix_FileStore_initWithUrl_error_": (C.c_void_p, [C.c_char_p, C.POINTER(C.c_void_p)]),
+    "ombrix_FileStore_purge": (None, [C.c_void_p]),
+    "ombrix_FileStore_setValue_length_": (None, [C.c_void_p, C.POINTER(C.c_uint8), C.c_size_t]),
+    "ombrix_FileStore_size": (C.c_uint64, [C.c_void_p]),
+    "ombrix_FileStore_value": (OmbrixData, [C.c_void_p]),
+    "ombrix_GeoJSON_coordinateCountOfPart_": (C.c_size_t, [C.c_void_p, C.c_size_t]),
+    "ombrix_GeoJSON_coordinatesOfPart_": (C.POINTER(OmbrixCoordinate), [C.c_void_p, C.c_size_t]),
+    "ombrix_GeoJSON_data_error_": (OmbrixData, [C.c_void_p, C.POINTER(C.c_void_p)]),
+    "ombrix_GeoJSON_initWithData_length_error_": (C.c_void_p, [C.POINTER(C.c_uint8), C.c_size_t, C.POINTER(C.c_void_p)]),
+    "ombrix_GeoJSON_initWithKind_coordinates_counts_parts_error_": (C.c_void_p, [C.c_int, C.POINTER(OmbrixCoordinate), C.POINTER(C.c_size_t), C.c_size_t, C.POINTER(C.c_void_p)]),
+    "ombrix_GeoJSON_kind": (C.c_int, [C.c_void_p]),
     "ombrix_HRCSVParser_init": (C.c_void_p, []),
     "ombrix_HRCSVParser_parseWithData_": (OmbrixHeartRateSamples, [C.c_void_p, C.POINTER(C.c_uint8), C.c_size_t]),
     "ombrix_HRCSVParser_parseWithData_completion_": (None, [C.c_void_p, C.POINTER(C.c_uint8), C.c_size_t, OmbrixHeartRateSamplesCompletion, C.c_void_p]),
@@ -437,6 +507,15 @@ FUNCTIONS = {
     "ombrix_HRCSVParser_parseWithString_completion_": (None, [C.c_void_p, C.c_char_p, OmbrixHeartRateSamplesCompletion, C.c_void_p]),
     "ombrix_HRCSVParser_parseWithUrl_": (OmbrixHeartRateSamples, [C.c_void_p, C.c_char_p]),
     "ombrix_HRCSVParser_parseWithUrl_completion_": (None, [C.c_void_p, C.c_char_p, OmbrixHeartRateSamplesCompletion, C.c_void_p]),
+    "ombrix_KeyedStore_ageForKey_": (C.c_double, [C.c_void_p, C.c_char_p]),
+    "ombrix_KeyedStore_existsForKey_": (C.c_bool, [C.c_void_p, C.c_char_p]),
+    "ombrix_KeyedStore_initWithUrl_fileExtension_error_": (C.c_void_p, [C.c_char_p, C.c_char_p, C.POINTER(C.c_void_p)]),
+    "ombrix_KeyedStore_purge": (None, [C.c_void_p]),
+    "ombrix_KeyedStore_purgeForKey_": (None, [C.c_void_p, C.c_char_p]),
+    "ombrix_KeyedStore_size": (C.c_uint64, [C.c_void_p]),
+    "ombrix_KeyedStore_storeValue_length_forKey_": (None, [C.c_void_p, C.POINTER(C.c_uint8), C.c_size_t, C.c_char_p]),
+    "ombrix_KeyedStore_valueForKey_": (OmbrixData, [C.c_void_p, C.c_char_p]),
+    "ombrix_KeyedStore_visitKeys_context_": (None, [C.c_void_p, OmbrixKeyVisitor, C.c_void_p]),
     "ombrix_LocationCSVParser_init": (C.c_void_p, []),
     "ombrix_LocationCSVParser_parseWithData_": (OmbrixLocations, [C.c_void_p, C.POINTER(C.c_uint8), C.c_size_t]),
     "ombrix_LocationCSVParser_parseWithData_completion_": (None, [C.c_void_p, C.POINTER(C.c_uint8), C.c_size_t, OmbrixLocationsCompletion, C.c_void_p]),
@@ -500,6 +579,7 @@ FUNCTIONS = {
     "ombrix_OperationQueue_addCompletionBarrierBlock_": (None, [C.c_void_p, OmbrixOperationBlock, C.c_void_p]),
     "ombrix_OperationQueue_addOperationWithBlock_": (None, [C.c_void_p, OmbrixOperationBlock, C.c_void_p]),
     "ombrix_OperationQueue_init": (C.c_void_p, []),
+    "ombrix_RetryPolicy_usual": (OmbrixRetryPolicy, []),
     "ombrix_ServerAPI_addObserver_forKeyPath_context_": (C.c_void_p, [C.c_void_p, OmbrixObserver, C.c_char_p, C.c_void_p]),
     "ombrix_ServerAPI_addOperation_": (None, [C.c_void_p, C.c_void_p]),
     "ombrix_ServerAPI_apiEndpoint": (C.c_void_p, [C.c_void_p]),
@@ -513,6 +593,7 @@ FUNCTIONS = {
     "ombrix_ServerAPI_clearLoginError": (None, [C.c_void_p]),
     "ombrix_ServerAPI_clearMaintenanceMode": (None, [C.c_void_p]),
     "ombrix_ServerAPI_completeExternalHTTPRequest": (None, [C.c_void_p]),
+    "ombrix_ServerAPI_downloadUrl_toFile_progress_completion_context_": (C.c_void_p, [C.c_void_p, C.c_char_p, C.c_char_p, OmbrixTransferProgress, OmbrixServerAPICompletion, C.c_void_p]),
     "ombrix_ServerAPI_endPoint": (C.c_int, [C.c_void_p]),
     "ombrix_ServerAPI_endpoint": (C.c_void_p, [C.c_void_p]),
     "ombrix_ServerAPI_errorMessageForError_": (C.c_void_p, [C.c_void_p]),
@@ -530,10 +611,12 @@ FUNCTIONS = {
     "ombrix_ServerAPI_setLocalTimezoneFormatter_": (None, [C.c_void_p]),
     "ombrix_ServerAPI_setMaintenanceHandler_context_": (None, [C.c_void_p, OmbrixServerAPIHandler, C.c_void_p]),
     "ombrix_ServerAPI_setProduction_staging_development_": (C.c_bool, [C.c_void_p, C.c_char_p, C.c_char_p, C.c_char_p]),
+    "ombrix_ServerAPI_setRetryPolicy_": (None, [C.c_void_p, C.POINTER(OmbrixRetryPolicy)]),
     "ombrix_ServerAPI_sharedInstance": (C.c_void_p, []),
     "ombrix_ServerAPI_trackExternalHTTPRequest": (None, [C.c_void_p]),
     "ombrix_ServerAPI_triggerLoginError": (None, [C.c_void_p]),
     "ombrix_ServerAPI_triggerMaintenanceMode": (None, [C.c_void_p]),
+    "ombrix_ServerAPI_uploadFile_toUrl_method_progress_completion_context_": (C.c_void_p, [C.c_void_p, C.c_char_p, C.c_char_p, C.c_char_p, OmbrixTransferProgress, OmbrixServerAPICompletion, C.c_void_p]),
     "ombrix_ServerAPI_waitUntilAllOperationsAreFinished": (None, [C.c_void_p]),
     "ombrix_Settings_addObserver_forKeyPath_context_": (C.c_void_p, [C.c_void_p, OmbrixObserver, C.c_char_p, C.c_void_p]),
     "ombrix_Settings_automaticallyNotifiesObserversForKey_": (C.c_bool, [C.c_char_p]),
@@ -579,10 +662,12 @@ FUNCTIONS = {
     "ombrix_Track_initWithData_format_error_": (C.c_void_p, [C.POINTER(C.c_uint8), C.c_size_t, C.c_int, C.POINTER(C.c_void_p)]),
     "ombrix_Track_initWithLocations_count_name_": (C.c_void_p, [C.POINTER(OmbrixLocation), C.c_size_t, C.c_char_p]),
     "ombrix_Track_initWithUrl_error_": (C.c_void_p, [C.c_char_p, C.POINTER(C.c_void_p)]),
+    "ombrix_Track_lapFigures": (C.POINTER(OmbrixLap), [C.c_void_p]),
     "ombrix_Track_laps": (C.POINTER(C.c_double), [C.c_void_p]),
     "ombrix_Track_locations": (C.POINTER(OmbrixLocation), [C.c_void_p]),
     "ombrix_Track_name": (C.c_char_p, [C.c_void_p]),
     "ombrix_Track_skipped": (C.c_size_t, [C.c_void_p]),
+    "ombrix_Transfer_cancel": (None, [C.c_void_p]),
     "ombrix_URL_fileURLWithPath_": (C.c_void_p, [C.c_char_p]),
     "ombrix_URL_path": (C.c_void_p, [C.c_char_p]),
     "ombrix_ValueFormatter_SecondaryFont": (C.c_char_p, []),
@@ -612,8 +697,12 @@ FUNCTIONS = {
     "ombrix_Error_httpStatus": (C.c_int, [C.c_void_p]),
     "ombrix_Error_message": (C.c_char_p, [C.c_void_p]),
     "ombrix_Error_release": (None, [C.c_void_p]),
+    "ombrix_FileStore_release": (None, [C.c_void_p]),
+    "ombrix_GeoJSON_partCount": (C.c_size_t, [C.c_void_p]),
+    "ombrix_GeoJSON_release": (None, [C.c_void_p]),
     "ombrix_HRCSVParser_release": (None, [C.c_void_p]),
     "ombrix_HeartRateSamples_release": (None, [OmbrixHeartRateSamples]),
+    "ombrix_KeyedStore_release": (None, [C.c_void_p]),
     "ombrix_Library_end": (None, []),
     "ombrix_Library_liveHandles": (C.c_size_t, []),
     "ombrix_Library_setIdentity": (None, [C.c_char_p, C.c_char_p, C.c_char_p]),
@@ -632,5 +721,6 @@ FUNCTIONS = {
     "ombrix_Track_lapCount": (C.c_size_t, [C.c_void_p]),
     "ombrix_Track_locationCount": (C.c_size_t, [C.c_void_p]),
     "ombrix_Track_release": (None, [C.c_void_p]),
+    "ombrix_Transfer_release": (None, [C.c_void_p]),
     "ombrix_ValueFormatter_release": (None, [C.c_void_p]),
 }

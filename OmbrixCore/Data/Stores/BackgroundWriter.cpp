@@ -22,18 +22,18 @@ constexpr std::chrono::seconds kLongestWaitAtExit{30};
 
 }  // namespace
 
-/// What the writers of the process share.
+/// State that all writers of the process share.
 struct BackgroundWriter::Shared {
   // All that are not idle.
   std::set<std::shared_ptr<BackgroundWriter>> busy OMBRIX_GUARDED_BY(lock_);
   std::atomic<bool> isExiting{false};
-  // A child makes its changes at once: nothing is left to do at its end.
+  // A forked child makes its changes at once, so nothing is left to do at its end.
   const platform::ForkHandler onFork{
       [this]() OMBRIX_NO_THREAD_SAFETY_ANALYSIS { std::construct_at(&busy); }};
 };
 
 BackgroundWriter::Shared& BackgroundWriter::shared() {
-  static Shared& instance = *new Shared;  // outlives exit: background threads write on
+  static Shared& instance = *new Shared;  // outlives exit: background threads still write
   return instance;
 }
 
@@ -42,11 +42,11 @@ void BackgroundWriter::enterChild() {
   if (maker_ != std::this_thread::get_id()) maker_ = {};
   made_ = newest_;
   isScheduled_ = false;
-  std::construct_at(&turnEnded_);  // threads that are no more may wait for the old one
+  std::construct_at(&turnEnded_);  // threads that did not come along may wait for the old one
 }
 
-/// After a change of state: the end of the process finds the writers that have something left to
-/// do.
+/// Called after a change of state, so that the end of the process finds the writers with changes
+/// left to make.
 void BackgroundWriter::list() {
   const bool isIdle = !waiting_ && !isScheduled_ && maker_ == std::thread::id();
   if (isIdle) {
@@ -77,7 +77,7 @@ void BackgroundWriter::makeAtExit(const Writers& writers) {
       if (std::chrono::steady_clock::now() < deadline) writer->makeWaiting();
     }
   };
-  // This thread only waits where it can: it could not give up a call that does not return.
+  // This thread only waits, where possible: it could not give up a call that does not return.
   if (auto thread = platform::startQuietThread("ombrix-stores", makeAll); thread.joinable()) {
     thread.detach();
   } else {
@@ -86,7 +86,7 @@ void BackgroundWriter::makeAtExit(const Writers& writers) {
   for (const auto& writer : writers) writer->awaitUntil(deadline);
 }
 
-/// Waits until what was handed in is made, by whichever thread.
+/// Waits until the changes handed in so far are made, by any thread.
 void BackgroundWriter::awaitUntil(Deadline deadline) {
   {
     const LockGuard lock(lock_);
@@ -102,7 +102,7 @@ void BackgroundWriter::awaitUntil(Deadline deadline) {
 }
 
 void BackgroundWriter::makeLater(std::uint64_t place, Change change) {
-  Waiting replaced;  // let go of outside the lock
+  Waiting replaced;  // destroyed outside the lock
   bool mustSchedule = false;
   {
     const LockGuard lock(lock_);
@@ -115,7 +115,7 @@ void BackgroundWriter::makeLater(std::uint64_t place, Change change) {
   if (shared().isExiting && !platform::isForkedFromPool()) makeAtExit({shared_from_this()});
 }
 
-/// Whether what waits must be scheduled, without the lock, now that a caller leaves it.
+/// Whether the caller, having released the lock, must schedule a waiting change.
 bool BackgroundWriter::settle() {
   const bool mustSchedule = waiting_ && !std::exchange(isScheduled_, true);
   list();
@@ -133,14 +133,14 @@ void BackgroundWriter::schedule() {
     std::call_once(isRegistered, [] { platform::atExit(makeAllAtExit); });
     ThreadPool::shared().post([self = shared_from_this()] { self->makeWaiting(); });
   } catch (const std::exception&) {
-    makeWaiting();  // no memory is to be had
+    makeWaiting();  // memory is short
   }
 }
 
 /// Makes changes until none waits.
 void BackgroundWriter::makeWaiting() {
   const LockGuard lock(lock_);
-  // The one under way, on another thread, sees to what came meanwhile when it ends.
+  // A thread that is making a change takes the ones that came meanwhile when it is done.
   while (waiting_ && maker_ == std::thread::id()) {
     auto [place, change] = *std::exchange(waiting_, std::nullopt);
     make(place, std::move(change));
@@ -161,7 +161,7 @@ void BackgroundWriter::make(std::uint64_t place, Change change) {
       try {
         // Kept: "for in store"; whoever searches logs for the text would miss a corrected one.
         logItemStore("value", "Data: Error saving data to file for in store: ", error);
-      } catch (const std::bad_alloc&) {  // Neither is there memory for the line.
+      } catch (const std::bad_alloc&) {  // There is no memory for the line, either.
       }
     }
     change = nullptr;
@@ -178,7 +178,7 @@ void BackgroundWriter::makeNow(std::uint64_t place, const Change& change) {
     const LockGuard lock(lock_);
     newest_ = std::max(newest_, place);
     if (waiting_ && waiting_->first < place) replaced.swap(waiting_);
-    if (maker_ == std::this_thread::get_id()) {  // from inside another one
+    if (maker_ == std::this_thread::get_id()) {  // called from inside another change
       {
         const UnlockGuard unlocked(lock_);
         change();

@@ -18,33 +18,33 @@
 namespace ombrix::detail {
 
 /// Brings one store's changes to the disk, one at a time and never an earlier one after a later
-/// one. Of changes that wait only the last is made. Any thread.
+/// one. Of the waiting changes only the last is made. Any thread.
 ///
-/// A process that ends normally (main returns, or `exit`) has the changes that were handed in made,
-/// also where the thread pool is busy or has no thread, and waits for them half a minute at most;
-/// those of a disk that does not answer by then are given up, which the log says. A killed or
-/// aborted process waits for nothing. In a process that was forked from one with a thread pool
-/// changes are made at once, for such processes mostly end without ado; what waited at the fork is
-/// left to the parent.
+/// At a normal end of the process (main returns, or `exit`) the changes handed in are still made,
+/// even if the thread pool is busy or has no thread. The process waits for them for half a minute
+/// at most; if the disk does not answer by then, they are given up, and the log says so. A killed
+/// or aborted process waits for nothing. A process that was forked from one with a thread pool
+/// makes changes at once, since such processes often end without running any exit handler; changes
+/// that waited at the fork are left to the parent.
 class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWriter> {
  public:
   using Change = std::function<void()>;
 
-  /// @param fileURL What the changes write, for the log.
+  /// @param fileURL The file that the changes write, for the log.
   explicit BackgroundWriter(platform::URL fileURL) : fileURL_(std::move(fileURL)) {}
 
-  /// The place of a change among all, later ones higher. Never blocks.
+  /// The place of a new change in the order of all; later ones have higher places. Never blocks.
   [[nodiscard]] std::uint64_t nextPlace() noexcept { return ++places_; }
 
-  /// Has a change made on the thread pool, unless a later one has come already.
+  /// Makes a change on the thread pool, unless a later one has been handed in already.
   void makeLater(std::uint64_t place, Change change);
 
-  /// Makes a change before it returns, in place of all earlier ones that wait and after the one
-  /// under way; unless a later one was made already.
+  /// Makes a change before it returns, after the one in progress and instead of all earlier ones
+  /// that wait; unless a later one was made already.
   void makeNow(std::uint64_t place, const Change& change);
 
-  /// Returns when every change that was handed in before the call was made, or replaced by a later
-  /// one that was. Makes them itself where the pool has not begun. Called from inside a change, it
+  /// Returns when every change handed in before the call was made, or was replaced by a later one
+  /// that was made. Makes them itself if the pool has not begun. Called from inside a change, it
   /// returns at once.
   void flush();
 
@@ -74,7 +74,7 @@ class BackgroundWriter final : public std::enable_shared_from_this<BackgroundWri
   Waiting waiting_ OMBRIX_GUARDED_BY(lock_);
   std::uint64_t newest_ OMBRIX_GUARDED_BY(lock_) = 0;  // of those handed in
   std::uint64_t made_ OMBRIX_GUARDED_BY(lock_) = 0;    // the last one made
-  // Of the change under way; none when there is none.
+  // The thread that is making a change, if any.
   std::thread::id maker_ OMBRIX_GUARDED_BY(lock_);
   bool isScheduled_ OMBRIX_GUARDED_BY(lock_) = false;
   const platform::ForkHandler onFork_{[this] { enterChild(); }};

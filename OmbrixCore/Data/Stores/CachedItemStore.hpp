@@ -17,15 +17,15 @@
 
 namespace ombrix {
 
-/// A value in memory, loaded from its file on the first read, published to subscribers, and
-/// written back in the background. Copies are the same store.
+/// A value in memory, loaded from its file on the first read, published to subscribers, and written
+/// back in the background. Copies share one store.
 ///
 /// The value is the default until something is stored or loaded, and after a purge. The file is
-/// read once in the store's life: what others write to it later is not seen. A read that fails
+/// read once in the store's life; later writes by others are not seen. A read that fails
 /// (permissions, descriptors or memory are lacking, the disk or another process does not answer)
-/// gives the default and is made again by the next call, unless a value was set or purged by then.
-/// A file that does not decode is deleted, as in `PlistFileStore`, and the value is the default.
-/// Any thread.
+/// gives the default, and the next call repeats it unless a value was set or purged by then. A file
+/// that does not decode is deleted, as in `PlistFileStore`, and the value is the default. Any
+/// thread.
 ///
 /// To be told of others' writes, register `filePresenter()` with
 /// `platform::NSFileCoordinator::addFilePresenter`.
@@ -44,15 +44,15 @@ class CachedItemStore final
     }
   }
 
-  /// The value; the first call reads the file, others that come meanwhile wait for it.
+  /// The value. The first call reads the file, and others that come meanwhile wait for it.
   ///
-  /// That first load publishes what it read before it ends. A subscriber must not call this from
-  /// inside it, which would wait for itself, and must not throw there: that ends the program.
+  /// That first load publishes the value before it ends. A subscriber must not call this from
+  /// inside the load, which would wait for itself, and must not throw there: that ends the program.
   [[nodiscard]] T value() const { return state_->value(); }
 
-  /// Publishes the value on the calling thread before it returns, and has it written on the thread
-  /// pool, not waited for: see `flush`. Of quick writes the last one stays, on the disk as in
-  /// memory. A process that ends normally writes what waits first; a killed one does not.
+  /// Publishes the value on the calling thread before it returns; the thread pool writes it to the
+  /// file later, see `flush`. Of writes in quick succession the last one stays, on the disk as in
+  /// memory. A normal end of the process writes waiting values first; a killed process does not.
   // Kept: a value that is set before the first read does not count as loaded: that read takes the
   // file's value if it decodes. Counting it would make the outcome depend on who came first.
   void setValue(T value) const {
@@ -64,14 +64,14 @@ class CachedItemStore final
     });
   }
 
-  /// Waits until what was set before is on the disk, or its failure in the log.
+  /// Waits until the values set before are on the disk, or their failure is in the log.
   void flush() const { state_->writer->flush(); }
 
   [[nodiscard]] bool exists() const { return state_->backingPlistStore->exists(); }
   [[nodiscard]] std::uint64_t size() const { return state_->backingPlistStore->size(); }
 
-  /// Goes back to the default value, published, and removes the file before it returns; values that
-  /// were set before and not written yet never are.
+  /// Publishes the default value again, and removes the file before it returns; values set before
+  /// and not written yet are never written.
   // Kept: the file is not read again after a purge, also when others write it again; loading twice
   // would bring back a value that subscribers saw go.
   void purge() const {
@@ -98,7 +98,7 @@ class CachedItemStore final
   }
   void presentedItemDidChange() const { state_->presentedItemDidChange(); }
 
-  /// The store as a presenter, which lives as long as the store does.
+  /// The store's presenter, which lives as long as the store.
   [[nodiscard]] std::shared_ptr<platform::NSFilePresenter> filePresenter() const { return state_; }
   /// @}
 
@@ -114,7 +114,7 @@ class CachedItemStore final
     T value() {
       std::optional<T> loaded;
       fetchGuarder.performUntilDone([&] {
-        // After a failed read a value that was set is the store's; the file's would undo it.
+        // A value that was set after a failed read stays; the file's value would undo it.
         if (hasFailedToLoad && isSet) return true;
         try {
           auto read = backingPlistStore->load();

@@ -14,14 +14,13 @@
 
 namespace ombrix {
 
-/// A memory store in front of a store on disk, filled by what is read. See `KeyedItemStore`.
+/// A memory store in front of a store on disk, filled by reads. See `KeyedItemStore`.
 ///
-/// It holds no state of its own: each operation takes its turn in the two stores, one after the
-/// other, and other operations may come in between. What is stored or purged is announced to the
-/// memory, goes to the disk and changes the memory last. Whatever a reader has found on disk before
-/// the end, and would put into memory, is refused there; writes to other keys do not keep it out.
-/// Where two change both stores under one key at a time, memory forgets the key, and the next
-/// reader takes what the disk has.
+/// It has no state of its own: each operation takes its turn in one store and then in the other,
+/// and other operations may come in between. A change is announced to the memory store, made on
+/// disk, and made in memory last. Until then memory refuses the key's item if a reader has found it
+/// on disk; writes to other keys do not matter. When two operations change the same key in both
+/// stores at the same time, memory drops the key, and the next reader takes the item from disk.
 template <class T>
 class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedItemStore<T>, T> {
   using Identified = IdentifiedItemOperations<CachedKeyedItemStore<T>, T>;
@@ -36,7 +35,7 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
   CachedKeyedItemStore(InMemoryKeyedStore<T> inMemory, PlistKeyedItemStore<T> disk)
       : inner_{std::move(inMemory), std::move(disk)} {}
 
-  /// The item in memory, else the one on disk, which is in memory from then on, as stored now.
+  /// The item in memory, otherwise the one on disk, which is then kept in memory as if stored now.
   [[nodiscard]] platform::Async<std::optional<T>> value(std::string key) const {
     return valueIn(inner_, std::move(key));
   }
@@ -56,7 +55,8 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
     return existsIn(inner_, std::move(key));
   }
 
-  /// The age on disk, where reading does not renew it; for what is in memory only, the age there.
+  /// The age on disk, which reading does not renew; the age in memory for an item that is only
+  /// there.
   [[nodiscard]] platform::Async<std::optional<double>> age(std::string key) const {
     return ageIn(inner_, std::move(key));
   }
@@ -72,7 +72,7 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
   }
   [[nodiscard]] platform::Async<void> purge() const { return purgeAll(inner_); }
 
-  /// Applies to each of the two by itself.
+  /// Applies to each of the two stores separately.
   [[nodiscard]] platform::Async<void> purgeOldest(std::int64_t keeping) const {
     return purgeOldestIn(inner_, keeping);
   }
@@ -80,7 +80,7 @@ class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedIt
  private:
   using Here = typename InMemoryKeyedStore<T>::Here;
 
-  // A class with a constructor: coroutines take it by value.
+  // It has a constructor, since coroutines take it by value.
   struct Inner {
     Inner(InMemoryKeyedStore<T> inMemory, PlistKeyedItemStore<T> disk)
         : inMemoryStore(std::move(inMemory)), diskStore(std::move(disk)) {}

@@ -29,15 +29,15 @@ using platform::URL;
 
 const FileManager& files() { return FileManager::defaultManager(); }
 
-/// Keeps the threads of this process off each other's half-written files, coordinated or not: two
-/// writers in place would leave a mixture, and a reader in between would take the file for a broken
-/// one. The lock goes by the file's name alone, which is the same however the way to it is spelled
-/// and whatever links lie on it; a name that is itself a link is followed first. Files that share a
-/// lock share it for system calls only, none of which waits for anybody.
+/// Keeps the threads of this process away from each other's half-written files, coordinated or not:
+/// two writers in place would leave a mixture, and a reader would take a half-written file for a
+/// broken one. The lock is chosen by the file's name alone, which is the same however its folder is
+/// spelled and whatever links lead there; a name that is itself a link is followed first. Files
+/// that share a lock share it for system calls only, none of which waits for another process.
 FutexLock& lockOf(const URL& url) {
   constexpr std::size_t kLocks = 64;
   static constinit std::array<FutexLock, kLocks> locks;
-  // Those that hold one when a process is forked do not come along.
+  // Threads that hold one of them during a fork do not come along.
   [[maybe_unused]] static const auto& onFork = *new platform::ForkHandler([] {
     for (FutexLock& lock : locks) std::construct_at(&lock);
   });
@@ -67,8 +67,8 @@ void DataFileStore::setFilePresenter(std::shared_ptr<platform::NSFilePresenter> 
   if (detail::isInGroupContainer(fileURL_)) coordinator_ = coordinatorFor(filePresenter_);
 }
 
-/// Runs an operation, which refuses links with ELOOP, on the file that the path means, alone among
-/// the threads of this process.
+/// Runs an operation, which refuses links with ELOOP, on the file that the path leads to, while no
+/// other thread of this process uses that file.
 template <class Operation>
 auto DataFileStore::onFile(const URL& url, Operation operation) const {
   {
@@ -115,7 +115,7 @@ void DataFileStore::setValue(const std::optional<Data>& value) const {
     return;
   }
   Saved saved;
-  // For those who have access to the file and those who are removing it together.
+  // The time for waiting for the file's access and for a removal, together.
   const auto deadline = std::chrono::steady_clock::now() + platform::detail::kLockTimeout;
   if (coordinator_) {
     const auto access = coordinator_->coordinateWritingItemAtURL(
@@ -190,8 +190,8 @@ DataFileStore::Saved DataFileStore::doSave(const URL& url, platform::DataView va
   };
   const auto save = [&] {
     auto saved = create();
-    // A reader of another process is removing the file as broken, or was stopped in the middle of
-    // that; he is waited for without the lock, which other files share.
+    // A reader of another process is removing the file as broken, or was stopped while doing so.
+    // The wait for it happens without the lock, which other files share.
     while (!saved && saved.error().code() == EAGAIN &&
            std::chrono::steady_clock::now() < deadline) {
       const platform::ThreadPool::BlockingScope blocking;
@@ -202,7 +202,7 @@ DataFileStore::Saved DataFileStore::doSave(const URL& url, platform::DataView va
   };
   Saved saved{{}, save()};
   if (saved.file || !saved.file.error().isNoSuchFile()) return saved;
-  // Mostly the folder is there: it is looked after only when it seems to be missing.
+  // The folder is usually there, so it is only made when it seems to be missing.
   saved.folder = files().touchQuietly(url);
   saved.file = save();
   return saved;

@@ -27,10 +27,10 @@ bool isInGroupContainer(const platform::URL& url);
 
 /// Raw bytes in one file, in the app-group container coordinated with other processes.
 ///
-/// Failures are logged when the file is free again. A path that is a symbolic link means the file
-/// it leads to. A writer that is killed leaves a file that begins with a zero byte, whatever the
-/// value; nothing more is promised about it. Any thread; operations on one file by this process
-/// exclude each other.
+/// Failures are logged when the file is free again. A path that is a symbolic link stands for the
+/// file that it leads to. A writer that is killed leaves a file that begins with a zero byte,
+/// whatever the value; its other bytes are undefined. Any thread; this process's operations on one
+/// file exclude each other.
 class DataFileStore final {
  public:
   using StoredItem = platform::Data;
@@ -48,16 +48,16 @@ class DataFileStore final {
   [[nodiscard]] static std::uint64_t sizeLimitBytes() noexcept;
   static void setSizeLimitBytes(std::uint64_t bytes) noexcept;
 
-  /// Reads the whole file. What is missing, unreadable, no regular file, too large or cannot be
-  /// held in memory is logged and gives nothing.
+  /// Reads the whole file. A file that is missing, unreadable, not regular, too large or does not
+  /// fit in memory is logged and gives nothing.
   [[nodiscard]] std::optional<platform::Data> value() const;
 
-  /// The same, with what tells the file from one that takes its place, or the error that was
-  /// logged.
+  /// The same, with the identity that tells the file from a later one of its name, or with the
+  /// error that was logged.
   [[nodiscard]] platform::FileResult<platform::FileContents> contents() const;
 
-  /// Writes the file, making its folder when needed; nothing removes the file. Where there is no
-  /// room for a longer value the old one stays.
+  /// Writes the file, and makes its folder if necessary; an empty value removes the file. If there
+  /// is no room for a longer value, the old one stays.
   void setValue(const std::optional<platform::Data>& value) const;
 
   [[nodiscard]] bool exists() const;
@@ -69,16 +69,16 @@ class DataFileStore final {
   void purge() const;
 
   /// Removes the file unless it was replaced or written since these contents were read.
-  /// @return False when it was: then there may be something better to read.
+  /// @return False when it was replaced or written: then a read may give something better.
   [[nodiscard]] bool purge(const platform::FileContents& contents) const;
 
-  /// Who is not told of this store's own writes. To be set before the store is shared.
+  /// The presenter that is not told of this store's own writes. Set it before the store is shared.
   [[nodiscard]] const std::shared_ptr<platform::NSFilePresenter>& filePresenter() const noexcept {
     return filePresenter_;
   }
   void setFilePresenter(std::shared_ptr<platform::NSFilePresenter> filePresenter);
 
-  /// What reads, writes and removals go through; null outside the group container.
+  /// Coordinates reads, writes and removals; null outside the group container.
   [[nodiscard]] const std::shared_ptr<const platform::NSFileCoordinator>& coordinator()
       const noexcept {
     return coordinator_;
@@ -100,7 +100,7 @@ class DataFileStore final {
   void purgeBy(const std::function<platform::FileResult<void>(const platform::URL&)>& remove) const;
 
   const platform::URL fileURL_;
-  platform::FutexLock& lock_;  // of the path itself; a link takes that of its target instead
+  platform::FutexLock& lock_;  // of the path itself; for a link that of its target is used
   std::shared_ptr<platform::NSFilePresenter> filePresenter_;
   std::shared_ptr<const platform::NSFileCoordinator> coordinator_;
 };

@@ -31,8 +31,8 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
   using Identified::purge;
   using Identified::store;
 
-  /// @param sizeLimit How many items are kept at most; nothing for no limit.
-  /// @param autoPurge Whether all items go when memory runs short.
+  /// @param sizeLimit How many items are kept at most; empty for no limit.
+  /// @param autoPurge Whether all items are dropped when memory runs short.
   explicit InMemoryKeyedStore(std::optional<std::int64_t> sizeLimit = std::nullopt,
                               bool autoPurge = false)
       : state_(std::make_shared<State>(sizeLimit)) {
@@ -115,7 +115,7 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
  private:
   friend class CachedKeyedItemStore<T>;
 
-  /// The item, and the revision of its key at which it was looked up.
+  /// The item, and its key's revision when it was looked up.
   using Revision = std::uint32_t;
   using Found = std::pair<std::optional<T>, Revision>;
   [[nodiscard]] platform::Async<Found> find(std::string key) const {
@@ -126,8 +126,8 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
     });
   }
 
-  /// Stores a copy from elsewhere, unless the key was stored or purged since the revision: the copy
-  /// may be what was replaced or purged.
+  /// Stores a copy of an item on disk, unless the key was stored or purged since the revision: the
+  /// copy may be of the item that was replaced or purged.
   [[nodiscard]] platform::Async<void> fill(std::optional<T> value, std::string key,
                                            Revision revision) const {
     return detail::onActor(
@@ -137,10 +137,10 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
         });
   }
 
-  /// What a change of a key, which begins elsewhere, will do here when it ends.
+  /// What a change of a key, which begins on disk, will do in memory when it ends.
   enum class Here : std::uint8_t { stays, changes };
 
-  /// Until the end nothing is filled in under the key.
+  /// Until the change ends nothing is filled in under the key.
   [[nodiscard]] platform::Async<void> beginChange(std::string key, Here here) const {
     return detail::onActor(state_, [key = std::move(key), here](State& state) {
       Change& change = state.changes[key];
@@ -151,8 +151,8 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
     });
   }
 
-  /// The item takes its place here; none, and removes what is there, where other changes of the key
-  /// were under way meanwhile: nobody knows which of them came last elsewhere.
+  /// The change ends: the item is kept here. If other changes of the key were in progress
+  /// meanwhile, the key is dropped instead, since nobody knows which of them was the last on disk.
   [[nodiscard]] platform::Async<void> endChange(std::optional<T> value, std::string key,
                                                 Here here) const {
     return detail::onActor(
@@ -171,7 +171,7 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
         });
   }
 
-  /// The same of all keys at once.
+  /// The same for all keys at once.
   [[nodiscard]] platform::Async<void> beginPurge() const {
     return detail::onActor(state_, [](State& state) {
       ++state.purges;
@@ -196,11 +196,11 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
     typename Ages::iterator stored;
   };
 
-  /// Changes of one key that are under way elsewhere.
+  /// Changes of one key that are in progress on disk.
   struct Change {
     int count = 0;
-    int countHere = 0;        // of those, how many change what is here, too
-    bool isDisputed = false;  // there were several of these at one time
+    int countHere = 0;        // how many of them change the memory, too
+    bool isDisputed = false;  // several of these were in progress at one time
   };
 
   struct State {
@@ -225,7 +225,7 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
         found->second.value = std::move(value);
         ages.erase(found->second.stored);
       }
-      // Mostly the latest of all: there the hint makes it constant time.
+      // Usually the latest of all; then the hint makes it constant time.
       found->second.stored = ages.emplace_hint(ages.end(), std::pair(now, ++sequence), &*found);
     }
     void remove(const std::string& key) {
@@ -245,7 +245,7 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
       }
     }
 
-    /// Of a key, and of the few others that share it: they merely keep a copy out now and then.
+    /// For a key and the few others that share the slot; those only keep a copy out now and then.
     Revision& revisionOf(const std::string& key) {
       return revisions[std::hash<std::string>{}(key) % revisions.size()];
     }
@@ -259,7 +259,7 @@ class InMemoryKeyedStore final : public IdentifiedItemOperations<InMemoryKeyedSt
     std::uint64_t sequence = 0;
     std::array<Revision, 256> revisions{};  // count what was stored and purged, not filled in
     std::unordered_map<std::string, Change> changes;
-    int purges = 0;  // of everything, under way elsewhere
+    int purges = 0;  // of everything, in progress on disk
     const std::optional<std::int64_t> maxStoredItems;
     std::vector<platform::ObservationToken> cancellables;
   };

@@ -81,11 +81,11 @@ class IdentifiedItemOperations {
 
 namespace detail {
 
-/// Whether this many entries are more than are to be kept, and by how many; 0 for none. Overflow
-/// stops the program.
+/// By how many this number of entries exceeds the number to keep; 0 for none. Overflow stops the
+/// program.
 std::size_t excessOver(std::size_t count, std::int64_t keeping);
 
-/// Runs a closure on a store's state in turn, as a section of the actor `state->serial`.
+/// Runs a closure on a store's state, as a section of the actor `state->serial`.
 template <class State, class Section>
 platform::Async<std::invoke_result_t<Section&, State&>> onActor(std::shared_ptr<State> state,
                                                                 Section section) {

@@ -9,19 +9,20 @@
 
 namespace ombrix {
 
-/// A property that is kept on disk: a thin face over one `CachedItemStore`. Copies share it.
+/// A property that is kept on disk: a thin layer over one `CachedItemStore`. Copies share the
+/// store.
 ///
 ///     Persisted<int> launches{0, FileManager::defaultManager().applicationSupport(), "launches"};
 ///     launches.modifyWrappedValue([](int& count) { ++count; });
 ///
-/// The file is read by the first `wrappedValue`, not before (where that fails, by the next): a
-/// subscriber that comes earlier begins with the default, and is given the loaded value when that
-/// read happens. Setting changes the value in memory at once and the file in the background;
-/// `flush` waits for that, and so does a normal end of the process. A value that is set before the
-/// first read is written, yet that read still takes what the file then holds, old or new.
+/// The first `wrappedValue` reads the file (if that fails, the next one does): a subscriber that
+/// comes earlier begins with the default, and gets the loaded value when the file is read. Setting
+/// changes the value in memory at once and the file in the background; `flush` waits for that, and
+/// so does a normal end of the process. A value that is set before the first read is written, but
+/// that read still takes the file's value of the moment, old or new.
 ///
-/// Two made for the same file are two stores: each loads it once, and neither sees what the other
-/// sets later. It is a publisher of its values itself. Any thread.
+/// Two properties made for the same file are two stores: each loads the file once, and neither sees
+/// values that the other sets later. It is itself a publisher of its values. Any thread.
 template <class T>
 class Persisted final : public platform::PublisherOperators<Persisted<T>, T, platform::Never> {
  public:
@@ -38,8 +39,8 @@ class Persisted final : public platform::PublisherOperators<Persisted<T>, T, pla
   void flush() const { store_.flush(); }
 
   /// Lets the closure change a copy of the value and sets it then, also when the closure throws.
-  /// Changes that others make meanwhile are lost. Where the file could not be read (the log says
-  /// so), the copy is the default, and what becomes of it takes the file's place.
+  /// Changes that others make meanwhile are lost. If the file could not be read (the log says so),
+  /// the copy is the default, and the changed copy replaces the file.
   template <class Closure>
   void modifyWrappedValue(Closure&& closure) const {
     T value = wrappedValue();

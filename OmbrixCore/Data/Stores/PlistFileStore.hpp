@@ -16,11 +16,11 @@ namespace ombrix {
 
 /// A typed value in one file, as a binary property list (XML is read, too). Any thread.
 ///
-/// A file that does not decode as `T` is logged and deleted, and its value is lost. So is what was
-/// written before `T` got a new required field: give a new field a default, or make it optional
-/// (`platform::codingFields`). Damaged data and null for a required field are such failures, too; a
-/// file that cannot be read, is not held for lack of memory, or whose value would take memory out
-/// of proportion to the file's size, stays.
+/// A file that does not decode as `T` is logged and deleted, and its value is lost. That includes
+/// files written before `T` got a new required field: give a new field a default, or make it
+/// optional (`platform::codingFields`). Damaged data and null for a required field are such
+/// failures, too. A file stays if it cannot be read, if memory is short, or if its value would take
+/// memory out of proportion to the file's size.
 template <class T>
 class PlistFileStore final {
  public:
@@ -31,17 +31,17 @@ class PlistFileStore final {
   /// Reads and decodes the file.
   [[nodiscard]] std::optional<T> value() const { return load().value; }
 
-  /// What a read has found.
+  /// The outcome of a read.
   struct Loaded {
     std::optional<T> value;
-    bool hasFailed = false;  ///< The file may well hold a value, which the next read may get.
+    bool hasFailed = false;  ///< The file may hold a value that a later read can get.
   };
 
-  /// The same, telling a file without a value from one that could not be read.
+  /// The same, and tells a file without a value from one that could not be read.
   // Kept: a file that does not decode is removed, so that a store never stays broken; keeping it
   // would log the same failure on every read.
   [[nodiscard]] Loaded load() const {
-    // Once more where somebody has stored something else meanwhile.
+    // Repeated when the file was written again meanwhile.
     for (int attempts = 2; attempts > 0; --attempts) {
       const auto contents = backingDiskStore_.contents();
       if (!contents) return {.value = {}, .hasFailed = !contents.error().isNoSuchFile()};
@@ -56,11 +56,11 @@ class PlistFileStore final {
       }
       if (backingDiskStore_.purge(*contents)) return {};
     }
-    return {.value = {}, .hasFailed = true};  // somebody is writing it
+    return {.value = {}, .hasFailed = true};  // another process is writing it
   }
 
-  /// Writes the value, or removes the file for nothing. What cannot be encoded leaves the file as
-  /// it is.
+  /// Writes the value; an empty one removes the file. A value that cannot be encoded leaves the
+  /// file as it is.
   void setValue(const std::optional<T>& value) const {
     if (!value) {
       backingDiskStore_.setValue(std::nullopt);

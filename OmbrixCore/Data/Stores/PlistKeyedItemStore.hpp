@@ -15,7 +15,7 @@
 namespace ombrix {
 
 /// Keeps typed values as property lists, one file per key in one folder. See `KeyedItemStore` and
-/// `DataKeyedItemStore`, whose rules for keys and purges are also this one's. A file that does not
+/// `DataKeyedItemStore`, whose rules for keys and purges also hold here. A file that does not
 /// decode is deleted, as in `PlistFileStore`.
 template <class T>
 class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItemStore<T>, T> {
@@ -38,7 +38,8 @@ class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItem
     return valueOf(state_, std::move(key));
   }
 
-  /// Writes the key's file, or removes it for nothing. What cannot be encoded leaves it as it is.
+  /// Writes the key's file; an empty value removes it. A value that cannot be encoded leaves it as
+  /// it is.
   [[nodiscard]] platform::Async<void> store(std::optional<T> value, std::string key) const {
     return storeIn(state_, std::move(value), std::move(key));
   }
@@ -72,7 +73,7 @@ class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItem
     State(platform::URL baseDirectory, std::optional<std::int64_t> sizeLimit)
         : backingDiskStore(std::move(baseDirectory), "data", sizeLimit) {}
 
-    /// The value; `isBroken` says that the bytes hold none.
+    /// The value; `isBroken` says that the bytes do not decode.
     std::optional<T> decode(const platform::Data& bytes, const std::string& key,
                             bool& isBroken) const {
       try {
@@ -102,7 +103,7 @@ class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItem
   };
 
   static platform::Async<std::optional<T>> valueOf(std::shared_ptr<State> state, std::string key) {
-    // Once more where somebody has stored something else meanwhile.
+    // Repeated when the file was written again meanwhile.
     for (int attempts = 2; attempts > 0; --attempts) {
       auto contents = co_await state->backingDiskStore.contents(key);
       if (!contents) co_return std::nullopt;

@@ -13,8 +13,8 @@ namespace ombrix::detail {
 /// A queue that runs one operation at a time, in the background.
 std::shared_ptr<platform::NSOperationQueue> makePresenterQueue(std::string name);
 
-/// Stands for a store towards its own file coordinator, which keeps its presenter alive and would
-/// keep the store alive otherwise. Any thread.
+/// Represents a store to its own file coordinator, which keeps its presenter alive and would
+/// otherwise keep the store alive. Any thread.
 class PresenterWrapper final : public platform::NSFilePresenter {
  public:
   explicit PresenterWrapper(std::weak_ptr<platform::NSFilePresenter> wrapped)

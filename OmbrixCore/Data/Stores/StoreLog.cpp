@@ -30,7 +30,7 @@ bool logIfUnreadable(const platform::URL& file, const std::exception& error,
   if (dynamic_cast<const std::bad_alloc*>(&error) != nullptr) {
     try {
       logItemStore("value", kReading, platform::FileError(ENOMEM, "read", file.path()), where);
-    } catch (const std::bad_alloc&) {  // Neither is there memory for the line.
+    } catch (const std::bad_alloc&) {  // There is no memory for the line, either.
     }
     return true;
   }

@@ -20,9 +20,9 @@ void logKeyedItemStore(std::string_view function, std::string_view what, std::st
                        std::string_view joint, const std::exception& error,
                        std::source_location where = std::source_location::current());
 
-/// For a file whose value does not fit in memory, or would take memory out of proportion to the
-/// file's size, though nothing in it need be wrong; false, and no line, for all other errors. Lack
-/// of memory for the line itself is no failure.
+/// Logs that a file's value does not fit in memory, or would take memory out of proportion to the
+/// file's size, although the file may be sound. False, without a line, for all other errors. Lack
+/// of memory for the line itself does not count as a failure.
 bool logIfUnreadable(const platform::URL& file, const std::exception& error,
                      std::source_location where = std::source_location::current());
 

@@ -51,8 +51,8 @@ class HTTPError final : public platform::Error {
     std::map<std::string, std::string> errors;  // field name to message
   };
 
-  /// What the request met. It stands beside the case for who wants to know more, and takes part in
-  /// neither equality nor any text: bodies and fields may hold secrets.
+  /// The details of the failure, for callers that need more than the case. They count neither for
+  /// equality nor in any text: bodies and fields may hold secrets.
   struct Cause {
     int code = 0;  ///< the status, or the pseudo-code of `withStatusCode`
     std::shared_ptr<const platform::HTTPURLResponse> response;  ///< null without an HTTP answer
@@ -86,9 +86,9 @@ class HTTPError final : public platform::Error {
   /// The case of a status code, or of the pseudo-codes -1 (not an HTTP answer), -2 (refused by Low
   /// Data Mode) and -3 (cancelled here).
   ///
-  /// @param data The answer's body, which 422 reads its validation error from: the first message of
-  ///   each field under "errors", or the text under "message" where there are none. A body that is
-  ///   absent or says neither gives a sentence of its own.
+  /// @param data The answer's body, from which 422 takes its validation error: the first message of
+  ///   each field under "errors", or the text under "message" if there are none. A body that is
+  ///   missing or has neither gives a fixed sentence.
   static HTTPError withStatusCode(int statusCode,
                                   std::optional<platform::DataView> data = std::nullopt);
 
@@ -100,7 +100,7 @@ class HTTPError final : public platform::Error {
 
   [[nodiscard]] Case kind() const noexcept { return case_; }
 
-  /// What the request met; null for errors that no request led to.
+  /// The details of the failure; null for errors that no request led to.
   [[nodiscard]] const Cause* cause() const noexcept { return cause_.get(); }
 
   /// Why there was no answer; null when there was one.
@@ -144,7 +144,7 @@ class HTTPError final : public platform::Error {
   std::shared_ptr<const Cause> cause_;  // shared: exceptions are copied without a throw
 };
 
-/// The name of a case as it stands in the declaration.
+/// The name of a case as in the declaration.
 std::string_view caseName(HTTPError::Case errorCase) noexcept;
 
 }  // namespace ombrix

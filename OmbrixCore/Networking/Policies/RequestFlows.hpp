@@ -18,8 +18,7 @@ class RequestFlow;
 class TokenRefreshes;
 }  // namespace detail
 
-/// The requests of a client that policies are about, and what these share. Part of the client. Any
-/// thread.
+/// A client's requests under policies, and their shared state. Part of the client. Any thread.
 class RequestFlows : public std::enable_shared_from_this<RequestFlows> {
  public:
   RequestFlows();
@@ -27,12 +26,12 @@ class RequestFlows : public std::enable_shared_from_this<RequestFlows> {
 
   void setPolicies(RequestPolicies policies);
 
-  /// A request, by its first attempt, under the client's policies and those of its own options;
-  /// nothing where there are none. It can be subscribed to once.
+  /// A request, given by its first attempt, under the client's policies and those of its own
+  /// options; empty if there are none. It can be subscribed to once.
   [[nodiscard]] std::optional<platform::AnyPublisher<HTTPAnswer, HTTPError>> publisherOf(
       const std::shared_ptr<OmbrixAPIHttpRequestOperation>& operation);
 
-  /// Ends all of them, as cancelling their operations does.
+  /// Ends all of them, like cancelling their operations.
   void cancelAll();
 
   /// Blocks until none is left but the long transfers.

@@ -18,66 +18,67 @@ namespace ombrix {
 
 struct RequestOptions;
 
-/// Gets a new token where the service has refused that of a request (401): once for all requests
-/// that are refused while it is under way. With the new token each of them is made once more; where
-/// there is none they all fail with the 401, and only then `loginError` is set.
+/// Gets a new token when the service has refused a request's token (401): once for all requests
+/// that are refused meanwhile. With the new token each of them is made once more; without one they
+/// all fail with the 401, and only then `loginError` is set.
 ///
-/// Only what a token was sent with leads here, and `RequestOptions::refreshesToken` keeps a request
-/// (a login) out.
+/// Only requests that were sent with a token lead here, and `RequestOptions::refreshesToken`
+/// exempts a request, such as a login.
 struct TokenRefresher {
   /// Gives the token, which the client keeps from then on; an exception, or an empty token, means
-  /// that there is none. Runs on the thread pool. Its own requests need the options that it is
-  /// given: refused themselves they would wait for it, until the time limit.
+  /// that there is none. Runs on the thread pool. Its own requests must use the options that it
+  /// gets: if they were refused, they would wait for it, until the time limit.
   std::function<platform::Async<std::string>(RequestOptions ownRequests)> refresh;
 
   /// After this it is cancelled, and counts as failed.
   std::chrono::duration<double> timeLimit{30};
 };
 
-/// Sees requests and answers pass; for those who sign, measure or rewrite them. Any number of
-/// requests may pass at one time.
+/// Sees requests and answers pass, in order to sign, measure or rewrite them. Any number of
+/// requests may pass at the same time.
 ///
-/// Each attempt passes: its request those in their order, as the last step before it is sent; its
-/// answer in the reverse order, before retry policy, token refresher and listeners look at it.
+/// Every attempt passes all interceptors: its request in their order, as the last step before it is
+/// sent; its answer in the reverse order, before the retry policy, the token refresher and the
+/// listeners see it.
 class RequestInterceptor {
  public:
   using Answer = std::expected<HTTPAnswer, HTTPError>;
 
   virtual ~RequestInterceptor() = default;
 
-  /// Changes the request that goes out. It holds the user's token: nothing of it belongs in a log.
-  /// An exception keeps the request from being sent, which fails with `badRequestError`. On
+  /// Changes the outgoing request. It holds the user's token, so no part of it belongs in a log. An
+  /// exception keeps the request from being sent, and it fails with `badRequestError`. On
   /// `OmbrixServerAPI::dispatchQueue`.
   virtual void goesOut([[maybe_unused]] platform::URLRequest& request,
                        [[maybe_unused]] int attempt) {}
 
-  /// Changes what came of it. It must not throw, and should return soon: it runs on the session's
+  /// Changes the outcome. It must not throw, and should return soon: it runs on the session's
   /// delegate queue.
   virtual void comesIn([[maybe_unused]] Answer& answer) {}
 };
 
-/// What one attempt took, for listeners.
+/// The facts of one attempt, for listeners.
 struct AttemptReport {
-  std::string request;  ///< method and URL, without what may be secret in it
+  std::string request;  ///< method and URL, without its secret parts
   int code = 0;         ///< the status, or a pseudo-code (`HTTPError::withStatusCode`)
   HTTPMetrics metrics;  ///< with the number of the attempt
-  /// How long until the next attempt: a retry's pause, or 0 where a new token comes first; nothing
-  /// where this was the last one.
+  /// How long until the next attempt: a retry's pause, or 0 when a new token comes first; empty
+  /// when this was the last one.
   std::optional<std::chrono::duration<double>> next;
 };
 
-/// What a client does with all its requests beside making them; nothing by itself. A value.
+/// What a client does with its requests besides making them; by default nothing. A value.
 ///
 ///     api.setPolicies({.retry = RetryPolicy(), .tokenRefresher = {.refresh = refresh}});
 struct RequestPolicies {
-  /// For requests without one of their own (`RequestOptions::retry`).
+  /// For requests without a retry policy of their own (`RequestOptions::retry`).
   std::optional<RetryPolicy> retry = std::nullopt;
 
   std::optional<TokenRefresher> tokenRefresher = std::nullopt;
 
   std::vector<std::shared_ptr<RequestInterceptor>> interceptors = {};
 
-  /// Told of each attempt that is over, in their order, on the session's delegate queue.
+  /// Called for each attempt that is over, in their order, on the session's delegate queue.
   std::vector<std::function<void(const AttemptReport&)>> listeners = {};
 };
 

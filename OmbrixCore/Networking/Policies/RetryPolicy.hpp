@@ -13,8 +13,9 @@ namespace ombrix {
 
 class HTTPError;
 
-/// What the retries of many requests share, so that they do not multiply the load of a server that
-/// is down: each retry takes a whole token, each answer gives a part of one back. Any thread.
+/// A budget that the retries of many requests share, so that they do not multiply the load of a
+/// server that is down: each retry takes a whole token, and each answer gives a part of one back.
+/// Any thread.
 class RetryBudget {
  public:
   /// @param most Tokens at first, and at any time the most, from 0.
@@ -22,7 +23,7 @@ class RetryBudget {
   explicit RetryBudget(double most = 10, double perAnswer = 0.1)
       : most_(most), perAnswer_(perAnswer), tokens_(most) {}
 
-  /// Takes the token of a retry; false when there is none.
+  /// Takes a token for a retry; false when there is none.
   [[nodiscard]] bool take();
 
   /// A request has succeeded.
@@ -34,13 +35,13 @@ class RetryBudget {
   double tokens_ OMBRIX_GUARDED_BY(lock_);
 };
 
-/// When a request that failed is made once more, and after what pause. A value; copies share their
-/// budget. By itself nothing has one: see `RequestPolicies` and `RequestOptions::retry`.
+/// When a failed request is made once more, and after what pause. A value; copies share their
+/// budget. No request has one by default: see `RequestPolicies` and `RequestOptions::retry`.
 ///
 /// Only requests whose method is idempotent (RFC 9110 section 9.2.2) are made again, and those that
 /// `RequestOptions::mayBeRepeated` marks. Before retry n the pause is a random part of `firstDelay`
 /// * 2^(n - 1), at most of `longestDelay` (back-off with full jitter), and never shorter than the
-/// answer's "Retry-After", in seconds or as a date, wants it.
+/// answer's "Retry-After", in seconds or as a date, demands.
 struct RetryPolicy {
   using Seconds = std::chrono::duration<double>;
 
@@ -50,7 +51,7 @@ struct RetryPolicy {
   Seconds firstDelay{0.5};
   Seconds longestDelay{20};
 
-  /// A server that wants a longer pause than this is not asked again.
+  /// A server that demands a longer pause than this is not asked again.
   Seconds longestRetryAfter{60};
 
   /// No attempt begins later than this after the first one has.
@@ -66,8 +67,8 @@ struct RetryPolicy {
   /// Random numbers from 0 (included) to 1 (excluded), on any thread; empty: the process's own.
   std::function<double()> random = nullptr;
 
-  /// The pause before a retry, from 1; nothing where the failure, or the pause that its answer
-  /// wants, leads to none. Attempts, total time and budget are not looked at.
+  /// The pause before a retry, counted from 1; empty when the failure, or the pause that its answer
+  /// demands, rules a retry out. Attempts, total time and budget are not looked at.
   [[nodiscard]] std::optional<Seconds> pauseBefore(int retry, const HTTPError& error) const;
 
   /// Whether an attempt may begin after a pause.
@@ -78,13 +79,13 @@ struct RetryPolicy {
     return attempts < maximumAttempts && elapsed + pause <= totalTime;
   }
 
-  /// Whether it may well go better soon: statuses 408, 429, 500, 502, 503 and 504, and a server
-  /// that could not be reached, did not answer in time or broke off.
+  /// Whether a retry may succeed soon: after statuses 408, 429, 500, 502, 503 and 504, and when the
+  /// server could not be reached, did not answer in time or broke off.
   [[nodiscard]] static bool isWorthARetry(const HTTPError& error) noexcept;
 };
 
-/// How long an answer's "Retry-After" wants a client to wait, in either of its forms (RFC 9110
-/// section 10.2.3), 0 for a date of the past; nothing where it does not say, or not readably.
+/// How long an answer's "Retry-After" asks a client to wait, in either of its forms (RFC 9110
+/// section 10.2.3), 0 for a past date; empty when the field is missing or cannot be read.
 [[nodiscard]] std::optional<std::chrono::duration<double>> retryAfter(
     const platform::HTTPURLResponse& response, platform::Date now);
 

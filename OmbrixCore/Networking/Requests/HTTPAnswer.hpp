@@ -12,14 +12,14 @@
 
 namespace ombrix {
 
-/// What a request took: where its answer came from, times, and bytes of the bodies.
+/// Measurements of a request: where its answer came from, times, and bytes of the bodies.
 struct HTTPMetrics : platform::URLSessionTaskMetrics {
   std::int64_t bytesSent = 0;
   std::int64_t bytesReceived = 0;  ///< decoded
   int attempt = 1;                 ///< which attempt brought the answer, from 1
 };
 
-/// How the exchange of a request ended, beside what its callbacks are told.
+/// How the exchange of a request ended, in addition to what its callbacks get.
 struct HTTPExchange {
   std::shared_ptr<const platform::HTTPURLResponse> response;  ///< null without an HTTP answer
   std::shared_ptr<const platform::URLError> error;            ///< null without a transport error
@@ -33,17 +33,17 @@ struct HTTPAnswer {
   std::shared_ptr<const platform::HTTPURLResponse> response;  ///< null where code and body are all
   HTTPMetrics metrics;
 
-  /// The value of a header field; nothing when it is not there. Valid as long as the answer is.
+  /// The value of a header field; empty when there is none. Valid as long as the answer is.
   [[nodiscard]] std::optional<std::string_view> header(std::string_view name) const noexcept {
     return response ? response->valueForHTTPHeaderField(name) : std::nullopt;
   }
 
-  /// Where the answer came from, after redirects; null where `response` is.
+  /// The URL that the answer came from, after redirects; null where `response` is.
   [[nodiscard]] const platform::URL* url() const noexcept {
     return response ? &response->url() : nullptr;
   }
 
-  /// Equal status and body; how they came does not count.
+  /// Whether status and body are equal; the rest does not count.
   friend bool operator==(const HTTPAnswer& a, const HTTPAnswer& b) {
     return a.code == b.code && a.data == b.data;
   }

@@ -15,15 +15,15 @@ namespace ombrix {
 
 /// One piece of a body in several parts (RFC 7578). A value; cheap to copy.
 struct HTTPPart {
-  /// A text, as a field of a form has it.
+  /// A text: a field of a form.
   static HTTPPart field(std::string name, std::string_view value);
 
-  /// Bytes that the server is to take for a file.
+  /// Bytes that the server treats as a file.
   static HTTPPart data(std::string name, platform::SharedData data, std::string fileName,
                        std::string type = "application/octet-stream");
 
-  /// A regular file, opened now and read in pieces while it is sent. What cannot be opened, or is
-  /// no such file, is the error of the request.
+  /// A regular file, opened now and read in pieces while it is sent. If it cannot be opened or is
+  /// not regular, the request fails.
   static HTTPPart file(std::string name, const std::filesystem::path& file,
                        std::string type = "application/octet-stream");
 
@@ -33,8 +33,8 @@ struct HTTPPart {
   std::shared_ptr<const platform::HTTPBodySource> body;
 };
 
-/// A body with its "Content-Type", for forms of web pages and services that take such. A value;
-/// cheap to copy.
+/// A body with its "Content-Type", for web forms and services that take them. A value; cheap to
+/// copy.
 ///
 ///     const auto content = HTTPContent::multipart({HTTPPart::field("day", "7"),
 ///                                                  HTTPPart::file("track", path, "text/csv")});
@@ -45,10 +45,11 @@ struct HTTPContent {
   /// Fields in one line, "a=1&b=two+words" (application/x-www-form-urlencoded).
   static HTTPContent form(const Fields& fields);
 
-  /// Parts, one after the other (multipart/form-data). What lies in memory does not contain the
-  /// boundary between them; of files nobody knows 122 random bits of it.
+  /// Parts, one after the other (multipart/form-data). No part in memory contains the boundary
+  /// between them; that a file contains its 122 random bits is practically impossible.
   ///
-  /// @param boundary Gives boundaries until one does not occur; empty: random ones.
+  /// @param boundary Called for boundaries until one does not occur in the parts; empty: random
+  ///   ones.
   static HTTPContent multipart(std::vector<HTTPPart> parts,
                                const std::function<std::string()>& boundary = nullptr);
 

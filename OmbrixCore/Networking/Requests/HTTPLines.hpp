@@ -12,7 +12,7 @@ namespace ombrix {
 
 class ServerRequests;
 
-/// The lines of an answer's body, as they come; for answers that are long, or never end. Move-only:
+/// The lines of an answer's body, as they come; for answers that are long or never end. Move-only:
 /// dropping it ends the request.
 ///
 ///     auto lines = api.lines("events");
@@ -22,17 +22,17 @@ class ServerRequests;
 ///       ...
 ///     }
 ///
-/// What is not taken holds the server back: no more than about a MiB lies here.
+/// Lines that are not taken hold the server back: at most about a MiB is kept here.
 class HTTPLines {
  public:
   HTTPLines(HTTPLines&&) noexcept = default;
   HTTPLines& operator=(HTTPLines&& other) noexcept;
   ~HTTPLines();
 
-  /// The next line, without its end ("\n" or "\r\n"); nothing after the last one. Throws
-  /// `HTTPError` where the request fails, after the lines that came before (a line of more than 1
-  /// MiB is such a failure); `CancellationError` when the awaiting task is cancelled, which ends
-  /// the request. One call at a time.
+  /// The next line, without its end ("\n" or "\r\n"); empty after the last one. Throws `HTTPError`
+  /// where the request fails, after the lines that came before (a line of more than 1 MiB is such a
+  /// failure); `CancellationError` when the awaiting task is cancelled, which ends the request. One
+  /// call at a time.
   [[nodiscard]] platform::Async<std::optional<std::string>> next();
 
  private:

@@ -11,8 +11,8 @@
 
 namespace ombrix {
 
-/// What a request sends as its body: bytes as they are, or a value that becomes JSON when the
-/// request is built. Cheap to copy. Any thread.
+/// The body of a request: bytes as they are, or a value that is encoded as JSON when the request is
+/// built. Cheap to copy. Any thread.
 class HTTPPayload {
  public:
   explicit HTTPPayload(platform::SharedData data)
@@ -29,7 +29,8 @@ class HTTPPayload {
           return platform::SharedData(platform::JSONEncoder().encode(*value));
         }) {}
 
-  /// The bytes to send. Throws `platform::EncodingError`, and what the value's own coding throws.
+  /// The bytes to send. Throws `platform::EncodingError`, and the exceptions of the value's own
+  /// coding.
   [[nodiscard]] platform::SharedData body() const { return body_(); }
 
  private:

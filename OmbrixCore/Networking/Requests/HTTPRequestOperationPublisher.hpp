@@ -10,14 +10,15 @@
 
 namespace ombrix {
 
-/// A request operation as a publisher: one answer and the end, or a failure by its code and body.
+/// A request operation as a publisher: it delivers one answer and the end, or a failure with its
+/// code and body.
 ///
 /// The answer is delivered where the operation calls back, or in a job of an executor. The first
-/// demand runs an operation of the product's web service; any other is run by whoever made it, who
-/// must keep it until it runs. An operation that is cancelled, or gone before it was run, sends
-/// nothing, not even an end: it lets go of its subscriber. An operation is run once: an operation
-/// of the web service whose publisher is subscribed to again (as a retry would) stops the program,
-/// naming the request. Make a publisher for each attempt.
+/// demand runs an operation of the product's web service; any other operation is run by its maker,
+/// who must keep it until it runs. An operation that is cancelled, or destroyed before it ran,
+/// sends nothing, not even an end: it releases its subscriber. An operation is run once: an
+/// operation of the web service whose publisher is subscribed to again (as a retry would) stops the
+/// program, naming the request. Make a publisher for each attempt.
 class HTTPRequestOperationPublisher final
     : public platform::PublisherOperators<HTTPRequestOperationPublisher, HTTPAnswer, HTTPError> {
  public:

@@ -15,7 +15,7 @@
 
 namespace ombrix {
 
-/// How far a request has come, in bytes of the bodies; what is expected is -1 where nobody knows.
+/// The progress of a request in bytes of the bodies; an unknown expected size is -1.
 struct HTTPProgress {
   std::int64_t bytesSent = 0;
   std::int64_t bytesExpectedToSend = 0;
@@ -23,8 +23,8 @@ struct HTTPProgress {
   std::int64_t bytesExpectedToReceive = -1;
 };
 
-/// What one request wants otherwise than the client does by itself; members that are not set change
-/// nothing. A value.
+/// How one request differs from the client's defaults; members that are not set change nothing. A
+/// value.
 ///
 ///     RequestOptions options{.headers = {{"If-Match", tag}}, .timeout = std::chrono::seconds(5)};
 struct RequestOptions {
@@ -33,48 +33,49 @@ struct RequestOptions {
   using CachePolicy = platform::URLRequest::CachePolicy;
   using Priority = platform::NSOperation::QueuePriority;
 
-  /// Header fields, set after all others and in their place. "Authorization" is left out: the
-  /// client's token goes there.
+  /// Header fields, which replace all others of the same names. "Authorization" is ignored: it
+  /// carries the client's token.
   platform::HTTPHeaders headers = {};
 
-  /// Seconds without progress, and seconds in all, after which it fails; the session's own limits
+  /// Seconds without progress, and seconds in total, after which it fails; the session's own limits
   /// hold where they are stricter.
   std::optional<Seconds> timeout = std::nullopt;
   std::optional<Seconds> totalTimeout = std::nullopt;
 
-  /// How the answer may come from the cache.
+  /// When the cache may answer.
   std::optional<CachePolicy> cachePolicy = std::nullopt;
 
   /// False: refused while the network is constrained (Low Data Mode).
   bool safeForLowData = true;
 
-  /// Which of the requests that wait for a place among the client's go first. Files and streams
-  /// have no such places.
+  /// The rank among the requests that wait for a place in the client's queue. Files and streams
+  /// need no place.
   Priority priority = Priority::normal;
 
-  /// A body that is read while it is sent, in the place of a payload: a file, a stream. Its
-  /// "Content-Type" is for `headers` to say.
+  /// A body that is read while it is sent, instead of a payload: a file, a stream. `headers` has to
+  /// state its "Content-Type".
   std::shared_ptr<const platform::HTTPBodySource> body = nullptr;
 
-  /// Told of what was sent, and of what is received where it is not gathered in memory (downloads,
-  /// lines); on the session's delegate queue, calls may be merged.
+  /// Gets the progress of sending, and of receiving if the body is not gathered in memory
+  /// (downloads, lines); called on the session's delegate queue, calls may be merged.
   ProgressHandler progress = nullptr;
 
-  /// When this request is made again, in the place of the client's policy. `progress` begins anew
-  /// then, and a body that was handed over in part (lines) is not asked for again.
+  /// When this request is repeated; replaces the client's policy. `progress` then starts over, and
+  /// a request whose body was handed over in part (lines) is not repeated.
   std::optional<RetryPolicy> retry = std::nullopt;
 
-  /// True: it may be made again whatever its method, since the server takes it for the same (a key
-  /// of idempotency among its fields, say).
+  /// True: it may be repeated whatever its method, since the server recognises it (by an
+  /// idempotency key among its fields, for instance).
   bool mayBeRepeated = false;
 
-  /// False: a refused token is the answer, and no refresher is asked (`RequestPolicies`).
+  /// False: when the token is refused, that is the answer, and no refresher is asked
+  /// (`RequestPolicies`).
   bool refreshesToken = true;
 
-  /// A form or several parts, with its "Content-Type", in the place of `body`.
+  /// A form or several parts with their "Content-Type"; replaces `body`.
   std::optional<HTTPContent> content = std::nullopt;
 
-  /// Makes the request that it says.
+  /// Applies these options to a request.
   void apply(platform::URLRequest& request) const;
 };
 

@@ -115,7 +115,7 @@ std::size_t DecoderReader::expectItems(std::size_t bytesEach) {
 
 std::optional<std::string> DecoderReader::peekText(std::string_view key) {
   const std::shared_ptr<Decoder> next = decoder();
-  // An array gives each item away once only.
+  // An array hands out each item only once.
   if (!frames_.empty() && frames_.back().unkeyed != nullptr) frames_.back().peeked = next;
   const auto container = next->keyedContainer();
   if (!container->contains(key) || container->decodeNil(key)) return std::nullopt;

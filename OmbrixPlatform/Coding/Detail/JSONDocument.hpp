@@ -12,15 +12,15 @@
 
 namespace ombrix::platform::detail {
 
-/// Where a value lies in a document.
+/// The place of a value in a document.
 struct JSONExtent {
   std::uint32_t begin = 0;  ///< its first byte
-  std::uint32_t end = 0;    ///< behind it, and behind white space that follows
-  std::uint32_t next = 0;   ///< the number of the value behind it and all in it
+  std::uint32_t end = 0;    ///< after it and the white space that follows
+  std::uint32_t next = 0;   ///< the number of the value after it and all its contents
 };
 
-/// A JSON document that was checked from its start to its end, for those who go to and fro in it.
-/// Does not change.
+/// A JSON document that was checked as a whole, for readers that move back and forth in it.
+/// Immutable.
 struct JSONDocument {
   std::string text;
   std::vector<JSONExtent> values;  ///< in the order of their beginnings

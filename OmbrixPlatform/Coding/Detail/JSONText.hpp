@@ -8,7 +8,7 @@
 
 namespace ombrix::platform::detail {
 
-/// Bytes that do not stand in a JSON text as they are.
+/// Whether a byte must be escaped in a JSON text.
 inline constexpr std::array<bool, 256> kNotPlain = [] {
   std::array<bool, 256> table{};
   for (std::size_t c = 0; c < table.size(); ++c) table[c] = c < 0x20 || c == '"' || c == '\\';
@@ -18,8 +18,8 @@ inline constexpr std::array<bool, 256> kNotPlain = [] {
 /// Set in bytes that are not ASCII.
 inline constexpr std::uint64_t kNoAscii = 0x8080808080808080U;
 
-/// The high bit of each of eight bytes that does not stand in a JSON text as it is; in bytes above
-/// the lowest such one the bit may be set, too.
+/// The high bit of each of eight bytes that must be escaped in a JSON text; in bytes above the
+/// lowest such one the bit may be set, too.
 inline std::uint64_t notPlain(std::uint64_t word) noexcept {
   constexpr std::uint64_t kOnes = 0x0101010101010101U;
   const std::uint64_t quotes = word ^ kOnes * '"';
@@ -27,8 +27,8 @@ inline std::uint64_t notPlain(std::uint64_t word) noexcept {
   return ((word - kOnes * 0x20) | (quotes - kOnes) | (backslashes - kOnes)) & ~word & kNoAscii;
 }
 
-/// Where the first byte lies that does not stand in a JSON text as it is; the end when all do.
-/// @param mayLeaveAscii  set when bytes on the way, or up to seven behind, are not ASCII
+/// The place of the first byte that must be escaped in a JSON text; the end when there is none.
+/// @param mayLeaveAscii set when bytes on the way, or up to seven after them, are not ASCII
 inline const char* behindPlainText(const char* at, const char* end, bool& mayLeaveAscii) noexcept {
   std::uint64_t seen = 0;
   if constexpr (kWordsAreLittleEndian) {

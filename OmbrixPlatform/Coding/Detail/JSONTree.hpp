@@ -19,12 +19,12 @@ struct JSONTree {
                         const CodingPath& path);
 };
 
-// The forms that the options choose, shared with the coders' fast path.
+// The forms that the options select, shared with the coders' fast path.
 
 /// The date that a number means, by the options' strategy (not ISO 8601), and the other way round.
 Date dateFromNumber(double number, const JSONCodingOptions& options);
 double numberFromDate(Date date, const JSONCodingOptions& options);
-/// The number that stands for a text under `nonConformingFloats`, and the other way round; nothing
+/// The number that stands for a text under `nonConformingFloats`, and the other way round; empty
 /// when there is none.
 std::optional<double> realFromText(std::string_view text, const JSONCodingOptions& options);
 std::optional<std::string_view> textFromReal(double value, const JSONCodingOptions& options);

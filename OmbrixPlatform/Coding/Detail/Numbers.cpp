@@ -21,9 +21,9 @@ std::uint64_t eightDigits(std::uint64_t number) noexcept {
   return tens | (twos - 10 * tens) << 8;
 }
 
-// The value's decimal in units of one kScale-th, where there is one with at most 15 digits: such a
-// decimal is the only one of its length that reads back, so without its trailing zeros it is the
-// shortest. Null where there is none.
+// The value's decimal in units of one kScale-th, if it has one of at most 15 digits: no other
+// decimal of that length reads back, so without its trailing zeros it is the shortest. Empty if it
+// has none.
 template <std::int64_t kScale>
 char* putDecimal(char* out, double magnitude) noexcept {
   constexpr std::int64_t kNineDigits = 1'000'000'000;

@@ -6,7 +6,7 @@
 
 namespace ombrix::platform::detail {
 
-/// The integer that a double is exactly; nothing for fractions and what does not fit.
+/// The integer that exactly equals a double; empty for fractions and for numbers that do not fit.
 template <std::integral T>
 std::optional<T> exactly(double value) noexcept {
   // 2 to the number of value bits: the first whole number above the range, exact as a double.
@@ -19,7 +19,7 @@ std::optional<T> exactly(double value) noexcept {
 }
 
 /// Writes the shortest decimal that reads back as a finite value, as `std::to_chars` does, and
-/// gives its end; `out` has room for 32 characters.
+/// returns its end; `out` has room for 32 characters.
 char* putShortest(char* out, double value) noexcept;
 
 }  // namespace ombrix::platform::detail

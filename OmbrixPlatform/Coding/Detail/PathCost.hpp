@@ -7,8 +7,8 @@
 
 namespace ombrix::platform::detail {
 
-/// What an operation of a decoder on one value is charged: it copies the path to the value some
-/// times, and with it the keys of the document on that way, of any length.
+/// The charge for a decoder's operation on one value: it copies the path to the value several
+/// times, and with it the document's keys on the way, which may be long.
 constexpr std::uint64_t pathCost(std::uint64_t steps, std::uint64_t keyBytes) noexcept {
   constexpr std::uint64_t kCopiedBytes = 8;  // in the time of one unit of the allowance
   using Allowance = BinaryPropertyListView::Allowance;

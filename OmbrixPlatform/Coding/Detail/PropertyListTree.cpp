@@ -34,7 +34,8 @@ std::optional<T> copyOf(const T* value) {
   return value == nullptr ? std::nullopt : std::optional<T>{*value};
 }
 
-/// A long key above many values makes their paths long: work stays in proportion to the document.
+/// A long key above many values makes all their paths long, so the work is charged to keep it in
+/// proportion to the document.
 void charge(const PropertyListTree::Document& document, const CodingPath& path) {
   try {
     document.allowance.spend(pathCost(path));
@@ -43,7 +44,7 @@ void charge(const PropertyListTree::Document& document, const CodingPath& path) 
   }
 }
 
-// A real number that is a whole one also reads as an integer.
+// A real number without a fraction also reads as an integer.
 template <class T>
 std::optional<T> wholeOf(std::optional<T> value, const PropertyList& plist) {
   if (value || plist.kind() != PropertyList::Kind::real) return value;

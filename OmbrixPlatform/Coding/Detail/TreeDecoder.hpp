@@ -13,7 +13,7 @@
 
 namespace ombrix::platform::detail {
 
-/// Reads one value of a kind from what passes through values once.
+/// Reads one value of a kind from a reader in one pass.
 template <class Reader>
 CodingPrimitive readPrimitive(Reader& reader, CodingPrimitiveKind kind) {
   switch (kind) {
@@ -35,19 +35,19 @@ CodingPrimitive readPrimitive(Reader& reader, CodingPrimitiveKind kind) {
   return reader.readDate();
 }
 
-/// The `Decoder` of a document in which one may go to and fro.
+/// The `Decoder` of a document that allows moving back and forth.
 ///
-/// `Format` names the document (which has `userInfo`), what leads to a value in it (`Cursor`) and
-/// its value type (`Tree`). It gives `isNull`, the `entries` of a dictionary (of equal keys the
+/// `Format` names the document (which has `userInfo`), the position of a value in it (`Cursor`) and
+/// its value type (`Tree`). It has `isNull`, the `entries` of a dictionary (of equal keys the
 /// last), the `items` of an array, `primitive` and `tree`, which throw for a value of another kind;
-/// and `expectItems`, if it wants to know what `Decoder` is told.
+/// and `expectItems`, if it uses what `Decoder` announces.
 template <class Format>
 class TreeDecoder final : public Decoder {
  public:
   using Document = typename Format::Document;
   using Cursor = typename Format::Cursor;
 
-  /// One value in the document and the way to it.
+  /// One value in the document and its path.
   struct Place {
     std::shared_ptr<const Document> document;
     Cursor cursor;

@@ -14,8 +14,8 @@
 
 namespace ombrix::platform::detail {
 
-/// The `Encoder` that builds a tree of values. `Format` names the tree and its options, and gives
-/// `null` and `primitive`, which throws `EncodingError` for what the tree cannot hold.
+/// The `Encoder` that builds a tree of values. `Format` names the tree and its options, and has
+/// `null` and `primitive`, which throws `EncodingError` for values that the tree cannot hold.
 template <class Format>
 class TreeEncoder final : public Encoder {
  public:
@@ -27,7 +27,7 @@ class TreeEncoder final : public Encoder {
     using Entries = OrderedDictionary<std::unique_ptr<Node>>;
     std::variant<std::monostate, Tree, Items, Entries> content;
 
-    /// The finished value; an empty dictionary where nothing was written.
+    /// The finished value; an empty dictionary if nothing was written.
     Tree take() {
       if (Tree* tree = std::get_if<Tree>(&content)) return std::move(*tree);
       if (Items* items = std::get_if<Items>(&content)) {
@@ -63,7 +63,7 @@ class TreeEncoder final : public Encoder {
       if (!std::holds_alternative<std::monostate>(node->content)) twice();
       node->content = std::move(value);
     }
-    /// Makes the node a container of a kind, which it may be already.
+    /// Makes the node a container of a kind, unless it is one already.
     template <class Content>
     Content& become() const {
       if (std::holds_alternative<std::monostate>(node->content)) node->content = Content{};

@@ -34,7 +34,7 @@ void refuseHiddenText(DataView bytes) {
   if (!wide && text.find('\0') != std::string_view::npos) damaged("it is not a property list");
 }
 
-// All text below an element, which must hold nothing but text.
+// All text of an element, which must contain nothing but text.
 std::string textIn(const pugi::xml_node& node) {
   std::string text;
   for (const pugi::xml_node& child : node.children()) {
@@ -71,7 +71,7 @@ PropertyList integerFrom(std::string_view text) {
 
 PropertyList realFrom(std::string_view text) {
   if (text.starts_with('+')) text.remove_prefix(1);
-  // What is too small for a double is zero.
+  // A number too small for a double is zero.
   const auto number = readDecimal(text);
   const bool isWhole = !text.empty() && number.end == text.data() + text.size();
   if (!isWhole || number.fit == NumberFit::tooLarge) damaged("a real number cannot be read");

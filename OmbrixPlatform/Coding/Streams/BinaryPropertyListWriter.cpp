@@ -111,8 +111,8 @@ void BinaryPropertyListWriter::growTable() {
   }
 }
 
-// The object was just written at the tail: an equal one that is there already replaces it. No
-// object begins like another that is longer, so comparing as many bytes is enough.
+// The object was just written at the end; if an equal one exists already, that one replaces it. No
+// object's bytes begin a longer object, so it is enough to compare as many bytes.
 std::uint32_t BinaryPropertyListWriter::uniqueTail(std::size_t start, Sharing sharing) {
   const std::string_view tail = std::string_view{leaves_}.substr(start);
   if (tail.size() > kLongestShared || sharing == Sharing::keys) return newId(start);
@@ -134,8 +134,8 @@ std::uint32_t BinaryPropertyListWriter::uniqueTail(std::size_t start, Sharing sh
   return id;
 }
 
-// Looking every number up would cost more than the space is worth: only the last number with the
-// same hash is known again.
+// Looking up every number would cost more than the space is worth: only the last number with the
+// same hash is recognised.
 void BinaryPropertyListWriter::number(unsigned marker, std::uint64_t bits, unsigned size) {
   const std::uint64_t hash = (bits ^ marker) * 0x9E3779B97F4A7C15U;
   RecentNumber& recent = recent_[hash >> (64 - kRecentBits)];
@@ -256,7 +256,7 @@ void BinaryPropertyListWriter::emitContainer(Data& out, const Container& contain
 
 namespace {
 
-/// What decoders of a value and of all in it are charged at most.
+/// The most that decoders of a value and of all its contents are charged.
 std::uint64_t decoderCost(const PropertyList& value, std::uint64_t steps, std::uint64_t keyBytes) {
   constexpr std::uint64_t kOperations = 4;  // on one value
   std::uint64_t cost = BinaryPropertyListView::Allowance::kDecoderCost +
@@ -326,8 +326,8 @@ void BinaryPropertyListWriter::writeWith(void (*encode)(Encoder&, const void*), 
   widestItem_ = std::max(widestItem_, options.items->widest);
 }
 
-/// Whether a reader takes the file, however it goes through it: at most what it charges, and at
-/// least what it allows.
+/// Whether a reader accepts the file on any way through it: compares the most that it charges with
+/// the least that it allows.
 bool BinaryPropertyListWriter::staysWithinAllowance() const {
   using Allowance = BinaryPropertyListView::Allowance;
   const std::uint64_t objects = offsets_.size(), references = references_.size() + 1;

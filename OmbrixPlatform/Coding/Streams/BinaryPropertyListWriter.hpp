@@ -17,12 +17,12 @@ namespace ombrix::platform {
 /// The text that stands for null where a value must stand.
 inline constexpr std::string_view kPropertyListNull = "$null";
 
-/// Writes a binary property list in one go, in the manner of `CodingWriter`.
+/// Writes a binary property list in one pass, as a `CodingWriter`.
 ///
-/// Equal short texts and data are stored once, and numbers that come again soon; see `fileBy` for
-/// the values where that would be too much for a reader. The caller keeps
-/// calls balanced and keys distinct. Throws `EncodingError` for text that is not UTF-8 and for
-/// containers nested too deep. Borrows the user info. One thread.
+/// Equal short texts and data, and numbers that soon come again, are stored once; see `fileBy` for
+/// the values where a reader would not accept that. The caller keeps calls balanced and keys
+/// distinct. Throws `EncodingError` for text that is not UTF-8 and for containers nested too deep.
+/// Borrows the user info. One thread.
 class BinaryPropertyListWriter {
  public:
   enum class Sharing : std::uint8_t { keysAndValues, keys };
@@ -30,8 +30,8 @@ class BinaryPropertyListWriter {
   explicit BinaryPropertyListWriter(const CodingUserInfo* userInfo = nullptr,
                                     Sharing sharing = Sharing::keysAndValues);
 
-  /// The file of what `encode(writer)` writes. It shares no values where a reader would take the
-  /// file for a hostile one otherwise, as that of many absent values of a large type: then `encode`
+  /// The file that `encode(writer)` writes. Where sharing values would make a reader take the file
+  /// for a hostile one, as with many absent values of a large type, none are shared; then `encode`
   /// is called twice.
   template <class Encode>
   static Data fileBy(const CodingUserInfo* userInfo, const Encode& encode) {
@@ -57,7 +57,7 @@ class BinaryPropertyListWriter {
 
   void beginObject() { begin(true); }
   void key(std::string_view name);
-  /// A key in static memory: known again by its address.
+  /// A key in static memory, recognised by its address.
   void plainKey(std::string_view name) {
     if (name.size() > kLongestShared) return key(name);
     KnownKey& known = knownKeys_[addressHash(name.data()) % knownKeys_.size()];
@@ -69,7 +69,7 @@ class BinaryPropertyListWriter {
   void endObject() { end(); }
   void beginArray() { begin(false); }
   void endArray() { end(); }
-  /// Where an array or object has begun: says how much memory each of its items takes.
+  /// Called when an array or object has begun: announces how much memory each of its items takes.
   void expectItems(std::size_t bytesEach) { open_.back().itemBytes = bytesEach; }
   void writeWith(void (*encode)(Encoder&, const void*), const void* value);
 
@@ -135,8 +135,8 @@ class BinaryPropertyListWriter {
   std::size_t tableUsed_ = 0;
   std::vector<RecentNumber> recent_;  // the last number with each hash
   std::array<KnownKey, 64> knownKeys_{};
-  bool isForDecoders_ = false;  // what is written now is read through `Decoder`
-  // What a reader will use up of its allowance.
+  bool isForDecoders_ = false;  // the part being written is read through `Decoder`
+  // How much of its allowance a reader will use up.
   std::uint64_t visits_ = 0, visitBytes_ = 0, widestItem_ = 0, decoderBytes_ = 0;
 };
 

@@ -33,7 +33,7 @@ constexpr std::array<bool, 256> kEndsScalar = [] {
 }();
 bool endsScalar(char c) noexcept { return kEndsScalar[static_cast<unsigned char>(c)]; }
 
-constexpr std::ptrdiff_t kLongestPlainNumber = 32;  // and the words that are loaded behind it
+constexpr std::ptrdiff_t kLongestPlainNumber = 32;  // and the words that are loaded after it
 
 // The end of a decimal of usual length, read eight digits at a time; null for any other number.
 // As many bytes as said above can be loaded.
@@ -51,8 +51,8 @@ constexpr std::ptrdiff_t kLongestPlainNumber = 32;  // and the words that are lo
     word = loadEightBytes(++at);
     fraction = leadingDigitCount(word);
     if (fraction == 0) return nullptr;
-    // Microdegrees have a branch of their own: where it is foreseen, the processor goes on with
-    // what follows, and need not wait for the count.
+    // Microdegrees have a branch of their own: if the processor predicts it, it goes on without
+    // waiting for the count.
     if (fraction == 6) {
       digits = digits * 1'000'000 + digitsValue(word, 6);
       at += 6;
@@ -255,7 +255,7 @@ double JSONReader::realOf(const Scan& scan) const {
     const double value = detail::decimalToDouble(scan.mantissa, static_cast<int>(scan.exponent));
     return scan.negative ? -value : value;
   }
-  // What is too small for a double rounds to zero.
+  // A number too small for a double rounds to zero.
   const auto number = detail::readDecimal(scan.text);
   if (number.fit == detail::NumberFit::tooLarge) misfit();
   return number.value;
@@ -333,7 +333,7 @@ inline std::string_view JSONReader::takeText() {
   return {start, at};
 }
 
-// A text with more than plain ASCII; as far as `at` nothing is escaped.
+// A text that is not plain ASCII; before `at` nothing is escaped.
 std::string_view JSONReader::takeOtherText(const char* start, const char* at, bool mayLeaveAscii) {
   bool isEscaped = false;
   while (at != end_ && *at != '"') {

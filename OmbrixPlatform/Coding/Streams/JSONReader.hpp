@@ -19,10 +19,10 @@ struct JSONDocument;
 struct JSONExtent;
 }  // namespace detail
 
-/// Containers may lie this deep in each other, in documents read and written.
+/// The deepest nesting of containers, in documents read and written.
 inline constexpr int kMaxJSONDepth = 512;
 
-/// Reads a JSON document in one go, in the manner of `CodingReader`, checking all that it passes.
+/// Reads a JSON document in one pass, as a `CodingReader`, and checks all that it passes.
 ///
 /// Borrows the bytes and the options. Every operation throws `DecodingError`. One thread.
 class JSONReader {
@@ -33,7 +33,7 @@ class JSONReader {
   JSONReader(const JSONReader&) = delete;
   JSONReader& operator=(const JSONReader&) = delete;
 
-  /// The first byte of what comes next ('{', '[', '"', a digit, …), for those who take several
+  /// The first byte of the next value ('{', '[', '"', a digit, …), for callers that accept several
   /// kinds of values; zero at the end.
   [[nodiscard]] char peek() const noexcept { return at_ != end_ ? *at_ : '\0'; }
 
@@ -71,16 +71,16 @@ class JSONReader {
     return firstOrNoItem();
   }
   void skip();
-  /// Skips a value, and adds where it and all in it lie.
+  /// Skips a value, and adds the places of it and all its contents.
   void list(std::vector<detail::JSONExtent>& values);
-  /// Skips in no time a value of the document that the reader was made with.
+  /// Skips a value of the document that the reader was made with, in constant time.
   void skipKnown(const detail::JSONExtent& value) noexcept;
   std::optional<std::string> peekText(std::string_view key);
-  /// Checks the whole document when it is called for the first time; what it gives shares a copy.
+  /// The first call checks the whole document; the result shares a copy.
   std::shared_ptr<Decoder> decoder();
   [[noreturn]] void startOver() const;
 
-  /// Takes the next key if it is this one, written without escapes; else nothing changes.
+  /// Takes the next key if it is this one, written without escapes; otherwise nothing changes.
   ///
   /// Always inline: of a name that is a constant, the comparison is a few instructions.
   [[gnu::always_inline]] bool tryKey(std::string_view name) noexcept {
@@ -100,7 +100,7 @@ class JSONReader {
     return true;
   }
 
-  /// To be called after the top value: nothing may follow it.
+  /// Called after the top value: nothing may follow it.
   void finish();
 
   [[nodiscard]] CodingPathChain& pathChain() noexcept { return path_; }

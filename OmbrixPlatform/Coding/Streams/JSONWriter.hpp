@@ -12,7 +12,7 @@
 
 namespace ombrix::platform {
 
-/// Writes a JSON document without white space, in the manner of `CodingWriter`.
+/// Writes a JSON document without white space, as a `CodingWriter`.
 ///
 /// The caller keeps calls balanced and keys distinct. Throws `EncodingError` for numbers that are
 /// not finite (unless the options name texts for them), for text that is not UTF-8 and for nesting
@@ -54,7 +54,7 @@ class JSONWriter {
   [[nodiscard]] CodingPath codingPath() const { return path_.path(); }
 
  private:
-  // Each value is followed by a comma; what closes a container takes the place of the last one.
+  // Each value is followed by a comma; a container's end replaces the last one.
   void open(char bracket);
   void close(char bracket);
   void raw(std::string_view text);

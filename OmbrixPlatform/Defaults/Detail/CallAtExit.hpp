@@ -11,14 +11,14 @@
 
 namespace ombrix::platform::detail {
 
-/// Has the normal end of the calling process call a step of an object, if it is still there. Any
-/// thread.
+/// Makes the normal end of the calling process call a member function of an object, if the object
+/// still exists. Any thread.
 template <class T, void (T::*step)()>
 void callAtExit(std::weak_ptr<T> object) {
   struct Registry {
     ForkSafe<Mutex> mutex;
     std::vector<std::weak_ptr<T>> objects OMBRIX_GUARDED_BY(mutex);
-    int process OMBRIX_GUARDED_BY(mutex) = 0;  // whose end is registered
+    int process OMBRIX_GUARDED_BY(mutex) = 0;  // for which the call is registered
   };
   static Registry& registry = *new Registry;
   const LockGuard lock(registry.mutex);

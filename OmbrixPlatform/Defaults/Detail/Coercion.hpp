@@ -6,7 +6,7 @@
 
 #include "OmbrixPlatform/Coding/PropertyList.hpp"
 
-/// How a stored value stands in for one of another kind; see `UserDefaults`.
+/// Converts a stored value to another kind, as `UserDefaults` describes.
 namespace ombrix::platform::detail {
 
 bool boolFrom(const PropertyList& value) noexcept;

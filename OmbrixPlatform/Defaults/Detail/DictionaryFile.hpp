@@ -20,19 +20,19 @@ namespace ombrix::platform {
 /// A dictionary in a property-list file that several processes change at once without losing
 /// anything.
 ///
-/// Each change reads, modifies and writes the file under a lock on a hidden side file; the new
-/// file takes the old one's place by renaming, so readers need no lock and a process that is
-/// killed at any moment leaves the old file or the new one. Values that cannot be written are kept
-/// in memory and tried again with the next change, unless the file holds another value of the key
-/// by then: that one was set later, and stays. A file that cannot be decoded is renamed to
-/// "<name>.damaged"; what this process knew of it is written back. An empty file says nothing:
-/// somebody is about to write it, or has been kept from it. One of more than 16 MiB is neither read
-/// nor written. A symbolic link stays one: what it leads to is replaced, and the side files lie
-/// there. The file keeps its owner and mode; where a process may not give it that owner (it is
-/// another user's, who lets all write), the file is written in place.
+/// Each change reads, modifies and writes the file under a lock on a hidden side file; the new file
+/// takes the old one's place by renaming, so readers need no lock and a process that is killed at
+/// any moment leaves the old file or the new one. Values that cannot be written are kept in memory
+/// and tried again with the next change, unless the file holds another value of the key by then:
+/// that one was set later, and stays. A file that cannot be decoded is renamed to "<name>.damaged";
+/// what this process knew of it is written back. An empty file counts as having no news: another
+/// process is about to write it, or could not. One of more than 16 MiB is neither read nor written.
+/// A symbolic link stays one: its target is replaced, and the side files lie beside the target. The
+/// file keeps its owner and mode; where a process may not set that owner (the file is another
+/// user's and writable for all), the file is written in place.
 ///
-/// In a forked child it goes on with what the file holds; what its parent could not write stays
-/// with that one.
+/// A forked child goes on with the file's contents; edits that its parent could not write stay with
+/// the parent.
 ///
 /// Any thread. Never calls out: changes and errors are handed back.
 class DictionaryFile {
@@ -42,7 +42,7 @@ class DictionaryFile {
     std::optional<PropertyList> value;  // nothing removes the key
   };
 
-  /// One change of one key, handed out exactly once however many threads look.
+  /// One change of one key; of all threads that look, exactly one gets it.
   struct Change {
     std::string key;
     std::optional<PropertyList> value;
@@ -58,28 +58,28 @@ class DictionaryFile {
   };
 
   enum class Look {
-    ifFree,      // waits for nobody: does nothing while another thread reads or writes the file
+    ifFree,      // never waits: does nothing while another thread reads or writes the file
     always,      // reads the file if it was replaced or changed
     inContents,  // reads the file even if it looks the same: it was written in place
   };
 
   explicit DictionaryFile(std::filesystem::path file);
 
-  /// What a file's path leads to, through symbolic links, also where nothing is there yet.
+  /// The path behind all symbolic links, also where no file exists yet.
   static std::filesystem::path target(std::filesystem::path file);
 
-  /// Throws `PropertyListError` for what would spoil the whole file.
+  /// Throws `PropertyListError` for a key or value that would spoil the whole file.
   static void checkEncodable(std::string_view key, const PropertyList& value);
 
-  /// Takes in what others have written since the last look.
+  /// Takes in the values that others have written since the last look.
   Outcome refresh(Look look);
 
-  /// Changes keys; others' changes that are met on the way come first in the outcome. An edit that
-  /// changes nothing does not count. Throws `PropertyListError` for a value that has no place in a
-  /// property list; nothing is changed then. Blocks until the file is on the disk.
+  /// Changes keys; others' changes that it finds come first in the outcome. An edit that changes
+  /// nothing does not count. Throws `PropertyListError`, without changing anything, for a value
+  /// that no property list can hold. Blocks until the file is on the disk.
   Outcome write(const std::vector<Edit>& edits);
 
-  /// What becomes of edits that cannot be written: they are kept and tried again, shown until the
+  /// What happens to edits that cannot be written: they are kept and tried again, shown until the
   /// file is found changed, or undone.
   enum class IfUnsaved { keep, show, undo };
   using Decide = std::function<std::vector<Edit>(const PropertyList::Dictionary& contents)>;
@@ -93,8 +93,8 @@ class DictionaryFile {
     std::uint64_t sequence;  // of the last change in them
   };
 
-  /// What the file holds as this process knows it, also where a change has been handed out but
-  /// not been dealt with yet.
+  /// The file's contents as this process knows them, including changes that were handed out but not
+  /// dealt with yet.
   [[nodiscard]] Contents contents() const;
 
   /// Whether everything this process has set is in the file.
@@ -108,7 +108,7 @@ class DictionaryFile {
   };
   enum class Loaded { same, read, empty, damaged, unreadable };
 
-  /// An edit that could not be written, and what the file held of its key at the time.
+  /// An edit that could not be written, and the value that the file had for its key at the time.
   struct Unsaved {
     Edit edit;
     std::optional<PropertyList> found;

@@ -10,7 +10,8 @@
 
 namespace ombrix::platform::detail {
 
-/// Has a lock on a file until it goes, also where a child was forked that has the open file, too.
+/// Holds a lock on a file as long as it lives, and releases it even if a forked child has the file
+/// open, too.
 class HeldFileLock {
  public:
   HeldFileLock() noexcept = default;
@@ -25,13 +26,13 @@ class HeldFileLock {
   Descriptor file_;
 };
 
-/// An exclusive lock among processes on a side file. Those who wait stand in the kernel's queue,
-/// which wakes them when it is their turn; who gives up leaves his place to the next caller.
+/// An exclusive lock among processes on a side file. Waiting callers stand in the kernel's queue,
+/// which wakes them in turn; a caller that gives up leaves its place to the next one.
 ///
 /// One thread at a time.
 class QueuedFileLock {
  public:
-  /// Makes the file where it is missing, and takes the lock; without one, `errno` says why
+  /// Takes the lock, and makes the file if it is missing; without a lock, `errno` says why
   /// (`ETIMEDOUT`).
   HeldFileLock acquire(const std::string& path, std::chrono::steady_clock::duration timeout);
 

@@ -57,7 +57,7 @@ bool CertificateAuthorities::vouchFor(const SecTrust& trust, const std::string& 
   for (const Data& der : trust.certificates) {
     Certificate certificate = certificateFrom(der);
     if (!certificate || sk_X509_push(chain.get(), certificate.get()) == 0) return false;
-    static_cast<void>(certificate.release());  // The chain's now.
+    static_cast<void>(certificate.release());  // The chain owns it now.
   }
   X509* own = sk_X509_value(chain.get(), 0);
   if (::X509_STORE_CTX_init(context.get(), store.get(), own, chain.get()) != 1) return false;

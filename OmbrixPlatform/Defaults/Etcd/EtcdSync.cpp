@@ -179,7 +179,7 @@ void EtcdSync::noteFolderChange(const FolderChange& change) {
   });
 }
 
-/// Leaves what was set in the file, and has it sent; it is sent even if that fails.
+/// Puts the new values into the file and has them sent; they are sent even if the file fails.
 void EtcdSync::flush() {
   auto outcome = mirror_->flush();
   const bool isSaved = outcome.isSaved;
@@ -214,13 +214,13 @@ EventToken EtcdSync::later(std::chrono::duration<double> delay, void (*step)(Etc
 
 void EtcdSync::lookAtFile() {
   tell(mirror_->refresh(), Store::ChangeReason::serverChange);
-  // What could not be written was shown until somebody else wrote the file.
+  // Changes that could not be written were shown until another process wrote the file.
   const auto position = mirror_->position();
   const bool isBehind = position.epoch == taken_.epoch && position.revision < taken_.revision;
   if (isBehind && phase_ == Phase::watching) read();
 }
 
-/// Reads everything, and watches from there on.
+/// Reads everything, and watches from that revision on.
 void EtcdSync::read() {
   const std::uint64_t round = ++round_;
   phase_ = Phase::reading;
@@ -271,8 +271,8 @@ void EtcdSync::follow(std::uint64_t round, IfCompacted ifCompacted) {
       },
       [self = shared_from_this(), round, ifCompacted](const std::optional<EtcdError>& error) {
         if (round != self->round_) return;
-        // Nothing was heard for a minute: the watch is made anew where the last one stood. The
-        // server may have forgotten all since, where others than we have written; that is no fault.
+        // The watch was silent for a minute: a new one starts where it stood. The server may have
+        // discarded that revision if others than we have written; that is not a fault.
         if (!error) return self->follow(round, IfCompacted::read);
         const bool isCompacted = error->kind == EtcdError::Kind::compacted;
         if (isCompacted && ifCompacted == IfCompacted::read) return self->read();
@@ -297,7 +297,7 @@ void EtcdSync::sendingFailed(const EtcdError& error) {
   releaseAll();
 }
 
-/// Answers those whose changes are sent and who have read.
+/// Answers the calls whose changes are sent and whose reading is done.
 void EtcdSync::releaseDone() {
   const auto pending = mirror_->nextPending();
   std::vector<Caller> done;
@@ -311,7 +311,7 @@ void EtcdSync::releaseDone() {
   for (auto& caller : done) caller.waiter(true);
 }
 
-/// Something has failed: nobody waits for it to be put right.
+/// Something has failed: no call waits until it works again.
 void EtcdSync::releaseAll() {
   std::vector<Caller> all = std::move(callers_);
   std::ranges::move(nextCallers_, std::back_inserter(all));
@@ -320,7 +320,7 @@ void EtcdSync::releaseAll() {
   for (auto& caller : all) caller.waiter(false);
 }
 
-/// Tells observers on the queue, whichever thread met the change.
+/// Tells observers on the queue, on whichever thread the change was found.
 void EtcdSync::tell(CloudMirror::Outcome outcome, Store::ChangeReason reason) {
   for (const auto& error : outcome.errors) report(error);
   if (outcome.keys.empty()) return;

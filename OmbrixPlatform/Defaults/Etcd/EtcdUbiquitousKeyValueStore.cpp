@@ -27,7 +27,7 @@ class EtcdUbiquitousKeyValueStore final : public NSUbiquitousKeyValueStore {
   explicit EtcdUbiquitousKeyValueStore(EtcdConfiguration configuration)
       : sync_(detail::EtcdSync::make(checked(std::move(configuration)))) {}
 
-  // The network's callbacks hold the sync object; it must learn that nobody wants it any more.
+  // The network's callbacks hold the sync object, so it must be told that the store is gone.
   ~EtcdUbiquitousKeyValueStore() override {
     sync_->flushLast();
     sync_->close();

@@ -11,7 +11,7 @@
 
 namespace ombrix::platform {
 
-/// Where an etcd server is, and what a store keeps on this machine.
+/// The address of an etcd server, and where a store keeps its copy on this machine.
 struct EtcdConfiguration {
   struct Credentials {
     std::string name;
@@ -21,10 +21,10 @@ struct EtcdConfiguration {
   /// The server's address, without a path: "https://cloud.example:2379".
   URL endpoint;
 
-  /// Stands before every key on the server; one for each user.
+  /// Precedes every key on the server; each user has their own.
   std::string prefix;
 
-  /// Where the server asks for them.
+  /// For servers that ask for them.
   std::optional<Credentials> credentials = {};
 
   /// A file of certificates in PEM form, whose issuers alone are trusted to vouch for the server;
@@ -36,24 +36,24 @@ struct EtcdConfiguration {
   std::filesystem::path folder;
   std::string domain;
 
-  /// Told in a readable sentence when the server stops answering or refuses something, on a
-  /// thread of the store's.
+  /// Called with a readable sentence when the server stops answering or refuses something, on one
+  /// of the store's threads.
   std::function<void(const std::string& message)> onError = {};
 };
 
 /// A store on an etcd server (3.4 or later) over its JSON gateway, shared by every device that
 /// names the same server and prefix.
 ///
-/// Values are copied to a file here, so that they can be read at once and without the server, and
-/// are brought up to date from the first use on, then followed by a watch. A change is shown when
-/// its setter returns, which waits for nobody; it is brought to the disk a moment later, for which
-/// `synchronize`, `close`, the end of the store and the normal end of the process wait, and is sent
-/// in the background, in the order of the setters, by one process of the device at a time and
-/// exactly once, whatever answers get lost; of changes of one key that wait the last one is sent.
-/// What the disk does not take is sent all the same. While the server does not take it, it is kept,
-/// over restarts of the program too, and tried again: after 0.5 s, then twice as long each time, up
-/// to 30 s. Reading goes on meanwhile. The last writer wins, by the order in which the server took
-/// the changes: a change that was kept counts from when it was sent.
+/// Values are copied to a file here, so that they can be read at once and without the server. The
+/// first use brings the copy up to date, and a watch follows the server from then on. A setter
+/// shows its change and returns without waiting. The change is saved a moment later; `synchronize`,
+/// `close`, the end of the store and the normal end of the process wait for that. It is sent in the
+/// background, in the order of the setters, by one process of the device at a time and exactly
+/// once, even if answers get lost; of several waiting changes of one key only the last is sent. A
+/// change that the disk does not take is sent all the same. A change that the server does not take
+/// is kept, also over restarts of the program, and tried again: after 0.5 s, then twice as long
+/// each time, up to 30 s. Reading goes on meanwhile. The last writer wins, by the order in which
+/// the server took the changes: a kept change counts from when it was sent.
 ///
 /// Only a change that the server calls too large is dropped: the key then has the server's value
 /// again, and observers are told of a `quotaViolation`. Keys do not begin with NUL (`Error`):
@@ -61,10 +61,10 @@ struct EtcdConfiguration {
 ///
 /// `synchronize` sends and reads everything now; it blocks up to 10 s for each request, and for
 /// another program of the device that is sending or has the copy, and gives false when something
-/// failed. Change handlers run on a queue of the store's own.
+/// failed. Change handlers run on the store's own queue.
 ///
-/// Throws `Error` when the domain is not a file name, the endpoint not an http or https URL, or
-/// when no certificate authorities can be read; always in a build without OMBRIX_WITH_ETCD.
+/// Throws `Error` when the domain is not a file name, when the endpoint is not an http or https
+/// URL, or when no certificate authorities can be read; always in a build without OMBRIX_WITH_ETCD.
 std::shared_ptr<NSUbiquitousKeyValueStore> makeEtcdUbiquitousKeyValueStore(
     EtcdConfiguration configuration);
 

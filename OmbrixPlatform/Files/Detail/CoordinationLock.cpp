@@ -39,8 +39,8 @@ struct Held {
   unsigned forks = forkDepth();
 };
 
-/// What the thread has access to, innermost last; null for nothing. It is no object with a
-/// destructor: those of a thread run before the functions of `atExit`, which coordinate as well.
+/// The accesses of this thread, the innermost last; null for none. It has no destructor, since a
+/// thread's destructors run before the functions of `atExit`, which coordinate as well.
 constinit thread_local std::vector<Held>* heldByThread = nullptr;
 
 std::span<Held> held() noexcept {
@@ -59,7 +59,7 @@ Held letGo() noexcept {
   return last;
 }
 
-/// Locks bytes or lets them go; 0 or errno. The locks belong to the open file, thus to one
+/// Locks bytes or releases them; 0 or errno. The locks belong to the open file, and so to one
 /// acquisition.
 int setLock(int file, off_t first, off_t count, short type,
             LockStep step = LockStep::ask) noexcept {
@@ -108,7 +108,7 @@ int lockRanges(int file, const Ranges& ranges, CoordinationAccess access, LockDe
   int error = lockBefore(file, lockOf(ranges.gate, type), deadline);
   if (error != 0) return error;
   error = lockBefore(file, lockOf(ranges.access, type), deadline);
-  // A writer who gives up must not keep readers out, whose access others may still share.
+  // A writer that gives up must not keep readers out, since others may still share the access.
   if (error == 0 && isExclusive) return 0;
   const int gateError = setLock(file, ranges.gate, 1, F_UNLCK);
   return error != 0 ? error : gateError;
@@ -138,7 +138,7 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
       if (const int error = setLock(outer.file.get(), ranges.upgrade, 1, F_WRLCK); error != 0) {
         return failure(error == EAGAIN || error == EACCES ? EDEADLK : error);
       }
-      // Who gave up in the queue would be given the outer reader's lock later.
+      // A place in the queue that was given up would later get the outer reader's lock.
       const auto call = lockOf(ranges.access, F_WRLCK);
       if (const int error = lockByAsking(outer.file.get(), call, deadline); error != 0) {
         setLock(outer.file.get(), ranges.upgrade, 1, F_UNLCK);
@@ -149,7 +149,7 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     }
   }
 
-  // A lock file that is replaced, or gone, every time it is opened is no way to go on.
+  // A lock file that is replaced or gone every time it is opened cannot be used.
   constexpr int kMostAttempts = 1000;
   int code = EBUSY;
   for (int attempts = 0; attempts < kMostAttempts; ++attempts) {
@@ -158,7 +158,7 @@ FileResult<CoordinationLock> CoordinationLock::acquire(const std::string& lockFi
     if (!file && !isExclusive && (errno == EROFS || errno == EACCES || errno == ENOSPC)) {
       readOnlyCode = errno;
       file = openFile(lockFile, O_RDONLY | O_NOFOLLOW);
-      // On a read-only disk without a lock file nobody can be writing.
+      // On a read-only disk without a lock file nobody can write.
       if (!file && readOnlyCode == EROFS && errno == ENOENT) {
         hold({lockFile, ranges.access, false, Descriptor(), readOnlyCode});
         return CoordinationLock(Ending::pop);
@@ -186,7 +186,8 @@ CoordinationLock::~CoordinationLock() {
   const Held ended = letGo();
   if (ended.forks != forkDepth()) return;  // a forked child leaves its parent's access alone
   if (ending_ != Ending::downgrade) {
-    // Closing it releases nothing while a forked child, or a wait that was given up, has the file.
+    // Closing it releases nothing while a forked child, or a wait that was given up, has the file
+    // open.
     if (ended.file) setLock(ended.file.get(), 0, 0, F_UNLCK);
     return;
   }

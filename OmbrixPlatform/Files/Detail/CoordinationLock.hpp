@@ -11,13 +11,12 @@ namespace ombrix::platform::detail {
 
 enum class CoordinationAccess : std::uint8_t { shared, exclusive };
 
-/// Access to one path, held by the thread that acquired it until the end of its scope. What a
-/// thread holds is released in the opposite order.
+/// Access to one path, held by the thread that acquired it until the end of its scope. A thread
+/// releases its accesses in the opposite order.
 class CoordinationLock {
  public:
   /// Blocks until the access is granted, or the deadline has passed (`ETIMEDOUT`). A lock file that
-  /// is replaced or removed meanwhile is opened again: whoever holds a lock on the file that is
-  /// there is the only holder.
+  /// is replaced or removed meanwhile is opened again: only a lock on the present file counts.
   /// @param lockFile The file that holds the locks; it and its folder are made when missing.
   /// @param path The path with its links resolved.
   static FileResult<CoordinationLock> acquire(const std::string& lockFile, const std::string& path,

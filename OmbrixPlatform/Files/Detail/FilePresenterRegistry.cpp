@@ -25,9 +25,9 @@ FilePresenterRegistry::State FilePresenterRegistry::stateOf(const std::string& p
   return {info.st_dev, info.st_ino, info.st_size, info.st_mtim.tv_sec, info.st_mtim.tv_nsec};
 }
 
-/// Gives a file that was found in a state another modification time, one that no write can leave:
-/// the kernel's own times are a few milliseconds apart. The result is that state with that time,
-/// whatever has happened to the file meanwhile: then the next look at it sees a change.
+/// Sets a file's modification time to one that no write can leave: the kernel's own times are a few
+/// milliseconds apart. The result is the state in which the file was found, with that time. If the
+/// file has changed meanwhile, the next look at it therefore sees a change.
 FilePresenterRegistry::State FilePresenterRegistry::stamp(const std::string& path, State found,
                                                           std::int64_t seconds,
                                                           std::int64_t nanoseconds) noexcept {
@@ -57,7 +57,7 @@ void FilePresenterRegistry::add(const std::shared_ptr<NSFilePresenter>& presente
   const std::string folder = path.substr(0, slash == 0 ? 1 : slash);
   const std::string name = path.substr(slash + 1);
 
-  // Watched before it is looked at; the watch is let go outside the lock, which its handler takes.
+  // The watch begins before the first look; it is ended outside the lock, which its handler takes.
   ObservationToken watch =
       FolderWatcher::shared().watch(folder, [this, path, name](const FolderChange& change) {
         const bool isAny = change.kind == FolderChange::Kind::lookAgain;
@@ -86,8 +86,8 @@ void FilePresenterRegistry::remove(const std::shared_ptr<NSFilePresenter>& prese
   }
 }
 
-/// Takes an item that nobody needs any more out of the table; whoever takes it lets its watch go
-/// outside the lock, which its handler takes.
+/// Takes an item that is not needed any more out of the table; the caller ends its watch outside
+/// the lock, which the watch's handler takes.
 void FilePresenterRegistry::removeIfUnused(Items::iterator item, std::vector<Item>& unused) {
   if (!item->second.presenters.empty() || item->second.writers > 0) return;
   unused.push_back(std::move(item->second));
@@ -125,7 +125,8 @@ void FilePresenterRegistry::noticed(const std::string& path, bool isCertain) {
     const auto found = items_.find(path);
     if (found == items_.end()) return;
     Item& item = found->second;
-    // While this process has exclusive access the change is its own; the end looks at the file.
+    // While this process has exclusive access, the change is its own; the end of the access looks
+    // at the file.
     if (item.writers > 0) return;
     const State now = stateOf(path);
     if (now == item.known && (item.isKnownOwn || !isCertain)) return;
@@ -145,10 +146,12 @@ void FilePresenterRegistry::writeBegins(const std::string& path) {
     if (found == items_.end()) return;
     Item& item = found->second;
     if (item.writers++ > 0) return;
-    // Somebody else's write whose event has not arrived yet: after ours nobody could tell.
+    // This is another process's write whose event has not arrived yet: after our write it would go
+    // unnoticed.
     const State now = stateOf(path);
     if (now != item.known) told = presentersOf(item);
-    // A nanosecond off: what is written next shows, were it of the same size and in the same tick.
+    // A nanosecond off, so that the next write shows even with the same size and within the same
+    // tick.
     item.known = stamp(path, now, now.seconds, now.nanoseconds ^ 1);
     item.isKnownOwn = true;
   }
@@ -164,7 +167,7 @@ void FilePresenterRegistry::writeEnds(const std::string& path, const NSFilePrese
     const auto found = items_.find(path);
     if (found == items_.end()) return;
     Item& item = found->second;
-    const bool hasBegun = item.writers > 0;  // else the first presenter came during the write
+    const bool hasBegun = item.writers > 0;  // otherwise the first presenter came during the write
     if (hasBegun) --item.writers;
     const State now = stateOf(path);
     if (now != item.known || !hasBegun) {
@@ -186,7 +189,7 @@ std::string coordinatedPath(std::string path) {
     std::free(whole);
     return resolved;
   }
-  static_cast<void>(followLastLink(path));  // one that leads to nothing yet
+  static_cast<void>(followLastLink(path));  // a link whose target does not exist yet
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();
   const auto slash = path.find_last_of('/');
   if (slash == std::string::npos || path.size() == 1) return path;

@@ -17,13 +17,13 @@
 
 namespace ombrix::platform::detail {
 
-/// The presenters of this process by the path they present, and who has written it last.
+/// The presenters of this process by the path that they present, and the last writer of each path.
 ///
-/// Own writes are announced by the coordinator; the kernel's folder events announce everybody's.
-/// To tell them apart, the state in which an own write left the file is kept, with a modification
-/// time set to the nanosecond: an event that finds the file in that state is our own. An access
-/// that leaves the file in the state in which it found it has written nothing. A forked child, to
-/// which nothing is announced, begins with no presenters. Any thread.
+/// The coordinator announces this process's own writes; the kernel's folder events announce all
+/// writes. To tell them apart, the registry keeps the state in which an own write has left the
+/// file, with a modification time set to the nanosecond: an event that finds the file in that state
+/// is about our own write. An access that does not change the file's state counts as having written
+/// nothing. A forked child, which gets no announcements, begins without presenters. Any thread.
 class FilePresenterRegistry {
  public:
   /// The one of the process; never destroyed.
@@ -32,13 +32,13 @@ class FilePresenterRegistry {
   void add(const std::shared_ptr<NSFilePresenter>& presenter);
   void remove(const std::shared_ptr<NSFilePresenter>& presenter);
 
-  /// Both while exclusive access to the path is held. The end tells all but those whom the writer's
-  /// own presenter, which may be null, represents.
+  /// Both are called while exclusive access to the path is held. The end tells all presenters but
+  /// those that the writer's own presenter, which may be null, represents.
   void writeBegins(const std::string& path);
   void writeEnds(const std::string& path, const NSFilePresenter* writer);
 
  private:
-  /// What changes when a file is written; all 0 when there is none.
+  /// The facts that change when a file is written; all 0 when there is no file.
   struct State {
     dev_t device = 0;
     ino_t file = 0;

@@ -10,8 +10,8 @@
 
 namespace ombrix::platform::detail {
 
-/// Follows a path's last component where it is a symbolic link, as often as it leads to another,
-/// also to nothing; 0, or ELOOP for a circle. What cannot be looked at stays as it is.
+/// Follows a path's last component as long as it is a symbolic link, even to a file that does not
+/// exist; 0, or ELOOP for a circle. A path that cannot be examined stays as it is.
 inline int followLastLink(std::string& path) {
   if (path.find('\0') != std::string::npos) return 0;
   constexpr int kMostLinks = 40;  // as many as the kernel follows

@@ -33,7 +33,7 @@ std::uint64_t wordAt(const std::byte* bytes) noexcept {
 }
 
 Digest digestOf(std::string_view text) {
-  // Fetched once: looking the algorithm up takes longer than the digest of a header field.
+  // Fetched once: to look the algorithm up takes longer than to digest a header field.
   static EVP_MD* const algorithm = [] {
     setUpOpenSSL();
     return ::EVP_MD_fetch(nullptr, "SHA256", nullptr);
@@ -44,7 +44,7 @@ Digest digestOf(std::string_view text) {
       algorithm != nullptr &&
       ::EVP_Digest(text.data(), text.size(), reinterpret_cast<unsigned char*>(digest.data()), &size,
                    algorithm, nullptr) == 1;
-  // A constant in its place would let one user's answer serve another.
+  // With a constant in its place one user's answer would be served to another.
   if (!isDone || size != digest.size()) fatalError("the library offers no SHA-256");
   return digest;
 }
@@ -67,7 +67,7 @@ class Writer {
   Data record_;
 };
 
-/// Takes a record apart; once something does not fit, nothing does and everything is empty.
+/// Reads a record field by field; once one field does not fit, all later ones read as empty.
 class Reader {
  public:
   explicit Reader(DataView rest) : rest_(rest) {}

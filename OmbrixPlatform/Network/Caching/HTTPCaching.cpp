@@ -33,7 +33,8 @@ bool isUnderstood(int status) noexcept {
   return isKnown && status != 306;
 }
 
-/// Whether an answer of the status is one to the URL, and not to the request's conditions or range.
+/// Whether an answer with this status stands for the URL, and not for the request's conditions or
+/// range.
 bool isWhole(int status) noexcept {
   return status >= 200 && status <= 599 && !isAnyOf(status, {206, 304, 412, 416});
 }
@@ -43,8 +44,8 @@ std::optional<Date> dateField(const HTTPHeaders& headers, std::string_view name,
   return text ? dateFromHTTPText(trimmed(*text), now) : std::nullopt;
 }
 
-/// What "Age" says. Anything but one number is taken for old: whoever wrote it counts otherwise,
-/// and to ask once more is cheaper than to serve what is outdated.
+/// The value of "Age". Anything but one number counts as old: its meaning is unknown, and asking
+/// once more is cheaper than serving an outdated answer.
 double ageFieldSeconds(const HTTPHeaders& headers) {
   const auto age = headers.value("Age");
   return age ? static_cast<double>(deltaSeconds(trimmed(*age)).value_or(kMostDeltaSeconds)) : 0;
@@ -166,13 +167,14 @@ StoredUse useOf(const URLRequest& request, const Freshness* stored, Date now) {
   const double age = stored->ageSeconds(now);
   const double left = stored->lifetimeSeconds - age;
   const auto asDouble = [](std::int64_t seconds) { return static_cast<double>(seconds); };
-  // Nobody knows how old an answer is that came later than now: the clock was set back.
+  // The clock was set back since this answer came: nobody knows how old it is.
   const bool isKnownAge = stored->responseTime <= now;
   const bool isAllowed = isKnownAge && !stored->noCache && !asked.noCache;
   const bool isFreshEnough = left > 0 && !(asked.minFresh && left < asDouble(*asked.minFresh));
   const bool isStaleAllowed = left <= 0 && !asked.minFresh && !stored->mustRevalidate;
   const bool isTooOld = asked.maxAge && age > asDouble(*asked.maxAge);
-  // What a server calls immutable needs no asking while it is fresh, also when a page is reloaded.
+  // A fresh answer that the server calls immutable needs no validation, even when a page is
+  // reloaded.
   if (isAllowed && isFreshEnough && (!isTooOld || stored->isImmutable)) return serve;
   if (isAllowed && isStaleAllowed && !isTooOld) {
     if (asked.maxStale && -left <= asDouble(*asked.maxStale)) return serve;
@@ -232,7 +234,7 @@ bool confirms(const HTTPHeaders& notModified, const HTTPHeaders& stored) {
 
 HTTPHeaders mergedFields(const HTTPHeaders& stored, const HTTPHeaders& notModified) {
   HTTPHeaders merged = stored;
-  merged.remove("Age");  // the confirmation has its own, or is new
+  merged.remove("Age");  // the 304 has its own, or is new
   for (const auto& [name, value] : notModified) {
     const bool isOfBody = isAnyOf(name, {"Content-Length", "Content-Encoding", "Content-Range",
                                          "Content-MD5", "Content-Digest"});

@@ -25,7 +25,7 @@ std::shared_ptr<const HTTPURLResponse> withFields(const HTTPURLResponse& respons
                                                  std::move(fields), response.httpVersion());
 }
 
-/// An answer as it is kept; null for one that varies by everything.
+/// An answer in the form that is kept; null for one that varies by everything.
 CachedAnswerPointer keptAnswer(std::string key, const URLRequest& request,
                                const ExchangeTimes& times, const CachedURLResponse& answer) {
   auto selecting = selectingFields(answer.response->headers(), request.headers);
@@ -43,10 +43,10 @@ CachedAnswerPointer keptAnswer(std::string key, const URLRequest& request,
                    .answer = {std::move(response), answer.data ? answer.data : kNothing}});
 }
 
-/// Which keys are being asked about behind callers' backs. Any thread.
+/// The keys that are being revalidated in the background. Any thread.
 class Revalidations {
  public:
-  /// Whether nobody has been told to ask about the key within the last minute.
+  /// Whether no caller was told within the last minute to revalidate the key.
   bool begin(const std::string& key, Date now) {
     const LockGuard lock(mutex_);
     std::erase_if(begun_, [&](const auto& entry) { return hasLapsed(entry.second, now); });
@@ -61,7 +61,7 @@ class Revalidations {
 
  private:
   static constexpr std::size_t kMost = 64;
-  static constexpr TimeInterval kLapse{60};  // an attempt that failed is not repeated before
+  static constexpr TimeInterval kLapse{60};  // no failed attempt is repeated before
 
   static bool hasLapsed(Date begun, Date now) { return now < begun || now - begun > kLapse; }
 
@@ -135,7 +135,7 @@ class TieredURLCache final : public URLCache {
     memory_->put(std::move(kept), request.headers);
   }
 
-  /// The disk first: what a reader finds there after that, memory must not keep.
+  /// The disk first: memory must not keep what a reader finds on disk afterwards.
   void remove(const std::string& key) {
     if (disk_) disk_->remove(key);
     memory_->remove(key);
@@ -208,7 +208,7 @@ CachedURLResponse TieredURLCache::received(const URLRequest& request, Date reque
     if (confirms(response.headers(), validated->response->headers())) {
       return confirmed(request, times, response, *validated);
     }
-    remove(cacheKey(request.url));  // what the server means is not what is kept
+    remove(cacheKey(request.url));  // the server means another answer than the kept one
   } else if (isStorable(request, response)) {
     keep(request, times, answer);
   } else if (response.statusCode() / 100 == 2 && cacheControlOf(response.headers()).noStore) {

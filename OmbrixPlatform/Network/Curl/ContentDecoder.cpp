@@ -17,7 +17,8 @@ namespace {
 
 constexpr std::size_t kPieceBytes = 32 * 1024;
 
-// Window bits as zlib counts them: 32 more finds out between gzip and zlib, negative is bare.
+// Window bits as zlib counts them: adding 32 detects gzip or zlib, a negative number means no
+// wrapper.
 constexpr int kGzipOrZlib = MAX_WBITS + 32;
 constexpr int kBareDeflate = -MAX_WBITS;
 
@@ -38,7 +39,7 @@ struct ContentDecoder::Stream {
   const bool isGzip;
   bool hasBegun = false;
   bool hasEnded = false;
-  bool mayHoldMore = false;       // the last step filled its room
+  bool mayHoldMore = false;       // the last step filled its output
   std::optional<std::byte> held;  // the first byte, which alone does not tell zlib's form
   std::uint64_t bytesIn = 0;
   std::uint64_t bytesOut = 0;

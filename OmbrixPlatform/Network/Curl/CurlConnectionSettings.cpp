@@ -5,7 +5,7 @@
 namespace ombrix::platform::detail {
 namespace {
 
-/// What a host's entry says, whatever the case of its name; null without one.
+/// The value of a host's entry, whose name is compared without regard to case; null without one.
 template <class Value>
 const Value* entryFor(const std::map<std::string, Value>& entries, const std::string& host) {
   for (const auto& [name, value] : entries) {

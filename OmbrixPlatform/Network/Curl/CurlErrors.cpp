@@ -70,7 +70,7 @@ URLError::Code codeOfCertificate(long verifyResult) noexcept {
   }
 }
 
-/// What libcurl's code alone does not tell.
+/// Errors that libcurl's code alone does not tell apart.
 std::optional<Row> rowOfCircumstances(const CurlFailure& failure) noexcept {
   const CURLcode code = failure.code;
   if (code == CURLE_PEER_FAILED_VERIFICATION) {
@@ -113,12 +113,12 @@ std::optional<Row> rowOfCircumstances(const CurlFailure& failure) noexcept {
   if (code == CURLE_BAD_FUNCTION_ARGUMENT && !failure.hasHeader) {
     return Row{code, cannotParseResponse, "the header of the answer is malformed"};
   }
-  // The code for both; before anything was sent no server can be the cause.
+  // libcurl has one code for both; before anything was sent, the server cannot be the cause.
   if (code == CURLE_OUT_OF_MEMORY && failure.wasSent && !failure.hasHeader) {
     return Row{code, badServerResponse, "a line of the answer's header is too long"};
   }
-  // Damaged chunks and lost connections share a code, but only the system tells of the latter; of
-  // TLS it tells nothing.
+  // Damaged chunks and lost connections share a code, but only a lost connection leaves an errno;
+  // with TLS there is none.
   if (code == CURLE_RECV_ERROR && failure.systemError == 0 && !failure.isSecure) {
     if (!failure.hasHeader) {
       return Row{code, badServerResponse, "the header of the answer is too long"};

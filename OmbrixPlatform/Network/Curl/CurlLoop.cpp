@@ -21,7 +21,8 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t kIdleConnections = 64;
 constexpr std::size_t kHostsKept = 256;  // more are forgotten while nothing goes there
-// Answers are handed over together while others are ready: so many, or of so many rounds.
+// While more answers are ready they are handed over together: at most this many, or those of this
+// many rounds.
 constexpr std::size_t kDeliveriesTogether = 32;
 constexpr unsigned kRoundsTogether = 8;
 constexpr int kMostCertificates = 8;  // that are asked about for one transfer
@@ -29,7 +30,7 @@ constexpr auto kFirstRetryDelay = 500ms;
 constexpr auto kLongestRetryDelay = 30s;
 constexpr std::chrono::milliseconds kLongestSleep = 1h;
 // libcurl 7.88 may leave bytes of one HTTP/2 stream lying when another of the connection has read
-// them: exchanges that have shared their connection are made to look again after these times.
+// them: exchanges that have shared their connection look again after these times.
 constexpr auto kFirstNudgeDelay = 20ms;
 constexpr auto kLongestNudgeDelay = 320ms;
 
@@ -45,8 +46,8 @@ std::string userAgentField() {
   return agent.empty() ? agent : "User-Agent: " + agent;
 }
 
-/// The fields that a request is given where it has none of them, as one line for libcurl, which
-/// looks into each for all fields that it might add itself.
+/// The fields that a request gets where it has none of them. They are one line, since libcurl
+/// searches each line for every field that it might add itself.
 std::string usualFields() {
   const std::string agent = userAgentField();
   return CurlExchange::kCodingsField + (agent.empty() ? agent : "\r\n" + agent);
@@ -98,12 +99,12 @@ bool CurlLoop::handOver(std::shared_ptr<Transfer> transfer, LoopJob job) {
   {
     const LockGuard lock(lock_);
     if (isStopping_ && transfer) {
-      // Its task was resumed and cancelled at one time: it is over, and knows of no transfer.
+      // Its task was resumed and cancelled at the same time: it is over, and knows of no transfer.
       transfer->client = nullptr;
       return true;
     }
     if (!thread_) {
-      if (!transfer) return true;  // nothing has begun that the job could be about
+      if (!transfer) return true;  // nothing has begun that this could concern
       try {
         startThread();
       } catch (const std::system_error&) {
@@ -179,7 +180,7 @@ void CurlLoop::run() {
   tearDown();
 }
 
-/// Has libcurl begin what was started, and go on where something has come.
+/// Lets libcurl begin the started transfers, and go on where bytes have come.
 void CurlLoop::transferOn() {
   int running = 0;
   ::curl_multi_socket_action(multi_, CURL_SOCKET_TIMEOUT, 0, &running);
@@ -188,10 +189,11 @@ void CurlLoop::transferOn() {
   }
 }
 
-/// Looks for what the next round has to do, and sleeps until there is something.
+/// Finds the next round's work, and sleeps until there is some.
 ///
-/// Before a connection is used again there is a look, by which unasked bytes show. Answers are
-/// handed over when no others are ready: waking a thread for each costs as much as half a request.
+/// Sockets are looked at before a connection is reused, which shows bytes that nobody asked for.
+/// Answers are handed over when no more are ready: waking a thread for each one costs as much as
+/// half a request.
 void CurlLoop::awaitMore() {
   const bool mayStart = !touched_.empty() && active_.size() < maximumConnections_;
   const bool mayHaveMore = !together_.empty() && !ready_.empty() && !active_.empty();
@@ -247,8 +249,8 @@ void CurlLoop::noteSharedConnections() {
   }
 }
 
-/// Makes libcurl look for bytes that lie already. One that is alone on its connection by now has
-/// nothing more to fear after that.
+/// Makes libcurl look for bytes that have arrived already. An exchange that is alone on its
+/// connection by now needs no further look.
 void CurlLoop::nudge() {
   for (std::size_t i = active_.size(); i-- > 0;) {
     CurlExchange& exchange = *active_[i];
@@ -259,7 +261,7 @@ void CurlLoop::nudge() {
   noteSharedConnections();
 }
 
-/// Lets those go on that had stopped for others.
+/// Resumes the exchanges that had stopped to let others have their turn.
 void CurlLoop::takeTurns() {
   if (!std::exchange(surroundings_.anyYields, false)) return;
   for (std::size_t i = active_.size(); i-- > 0;) {
@@ -268,7 +270,7 @@ void CurlLoop::takeTurns() {
   }
 }
 
-/// Does what was handed over; false once the loop is to end.
+/// Does what other threads have asked for; false once the loop is to end.
 bool CurlLoop::takeMail() {
   std::vector<std::shared_ptr<Transfer>> submitted;
   std::vector<LoopJob> jobs;
@@ -327,13 +329,13 @@ void CurlLoop::forgetIdleHosts() {
   hostsAllowed_ = std::max(kHostsKept, 2 * hosts_.size());
 }
 
-/// Remembers that a host may have something to start, if it has anything that waits.
+/// Notes that a host may have a transfer to start, if any waits there.
 void CurlLoop::touch(CurlHost& host) {
   if (!host.waiting.empty() && !std::exchange(host.isTouched, true)) touched_.push_back(&host);
 }
 
 void CurlLoop::startWaiting() {
-  // Starting may fail at once, which touches a host again.
+  // A start may fail at once, and then this host is noted again.
   while (!touched_.empty() && active_.size() < maximumConnections_) {
     CurlHost& host = *touched_.front();
     touched_.pop_front();
@@ -345,7 +347,7 @@ void CurlLoop::startWaiting() {
 void CurlLoop::pump(CurlHost& host) {
   const bool isUndecided = !host.trust.hasDecisions();
   while (!host.waiting.empty() && !host.isAsking && !host.isOffline) {
-    // Until a certificate is decided about, one handshake is enough to ask.
+    // Until the certificate is decided about, one handshake is enough.
     const bool asksFirst = isUndecided && host.waiting.front()->judgesServer;
     if (host.active >= (asksFirst ? 1 : maximumConnectionsPerHost_)) return;
     if (active_.size() >= maximumConnections_) return touch(host);
@@ -427,7 +429,7 @@ void CurlLoop::ended(CurlExchange& exchange, CURLcode code) {
   client->answered(std::move(answer));
 }
 
-/// Does with a failed exchange what the rules say.
+/// Handles a failed exchange as the rules say.
 void CurlLoop::failed(CurlExchange& exchange, const CurlFailure& failure) {
   const std::shared_ptr<Transfer> transfer = exchange.transfer();
   auto error = exchange.errorFor(failure);
@@ -456,7 +458,7 @@ void CurlLoop::failed(CurlExchange& exchange, const CurlFailure& failure) {
   }
 }
 
-/// An exchange has got an answer, or a failure that has nothing to do with connectivity.
+/// An exchange has ended with an answer, or with a failure that says nothing about connectivity.
 void CurlLoop::isReached(CurlHost& host) {
   host.retryDelay = {};
   if (!host.isOffline) host.connectivityFailure = nullptr;
@@ -482,7 +484,7 @@ void CurlLoop::awaitConnectivity(const std::shared_ptr<Transfer>& transfer) {
   for (const auto& waiting : host.waiting) tellOfMissingConnectivity(*waiting);
 }
 
-/// Tells one that waits for its host why: others have found out.
+/// Tells a transfer that waits for its host why, as other transfers have found.
 void CurlLoop::tellOfMissingConnectivity(Transfer& transfer) {
   transfer.lastConnectivityFailure = transfer.host->connectivityFailure;
   transfer.client->waitsForConnectivity();
@@ -553,7 +555,7 @@ void CurlLoop::release(CurlExchange& exchange) {
   Transfer& transfer = *exchange.transfer();
   transfer.exchange = nullptr;
   CurlHost& host = *transfer.host;
-  // Nobody tries any more, so nobody knows.
+  // No transfer tries any more, so whether the host can be reached is unknown.
   if (--host.active == 0 && !host.isOffline) host.connectivityFailure = nullptr;
   touch(host);
   const std::size_t index = exchange.activeIndex;
@@ -569,7 +571,7 @@ void CurlLoop::letGo(const std::shared_ptr<Transfer>& transfer) {
   forget(*transfer);
 }
 
-/// Lets go of the client of a transfer that has ended.
+/// Releases the client of a transfer that has ended.
 void CurlLoop::forget(Transfer& transfer) {
   const auto client = std::exchange(transfer.client, nullptr);
   if (std::exchange(transfer.isKnown, false)) transfers_.erase(transfer.known);
@@ -583,7 +585,7 @@ void CurlLoop::fail(const std::shared_ptr<Transfer>& transfer,
 }
 
 void CurlLoop::expire(const std::shared_ptr<Transfer>& transfer, const char* sentence) {
-  const auto kept = transfer;  // the lists let go of it
+  const auto kept = transfer;  // the lists release it
   const bool isConnecting = kept->exchange == nullptr || !kept->exchange->hasConnection();
   auto error = isConnecting ? kept->lastConnectivityFailure : nullptr;
   if (!error) error = makeURLError(URLError::Code::timedOut, sentence);
@@ -629,7 +631,7 @@ void CurlLoop::armTimer() {
   });
 }
 
-/// Tells of answers whose body is still coming; for those that are whole already the end tells.
+/// Reports answers whose body is still coming; for whole ones the end is report enough.
 void CurlLoop::tellOfBodies() {
   if (!hasDelegate_) return;
   for (const auto& exchange : active_) {

@@ -33,7 +33,7 @@ CurlURLSession::CurlURLSession(const URLSessionConfiguration& configuration,
                                        delegateQueue == nullptr)),
       delegate_(std::move(delegate)) {
   (void)NetworkThreads::shared();  // which learns of forks from now on
-  // What is to be refused should be known by the first request.
+  // The first request should already know whether the path refuses it.
   if (!configuration_.allowsConstrainedNetworkAccess) watchPath();
 }
 
@@ -56,7 +56,7 @@ NWPathMonitor& CurlURLSession::watchPath() {
           const auto loop = weak.lock();
           if (loop && path.status != NWPath::Status::unsatisfied) loop->connectivityMayBeBack();
         });
-    // Also where there is no way out: a server may be a neighbour on a new link.
+    // Also where no route leads out: a server may be a neighbour on a new link.
     pathMonitor_->setNetworkChangeHandler([weak = std::weak_ptr(loop_)] {
       if (const auto loop = weak.lock()) loop->connectivityMayBeBack();
     });
@@ -125,7 +125,7 @@ void CurlURLSession::invalidateAndCancel() {
   endWhenIdle();
 }
 
-/// Tells the delegate once that the session has ended, and lets go of it.
+/// Tells the delegate once that the session has ended, and releases it.
 void CurlURLSession::endWhenIdle() {
   std::shared_ptr<URLSessionDelegate> delegate;
   {
@@ -147,11 +147,11 @@ void CurlURLSession::close() {
     fatalError("a handler must not wait for the end of its session");
   }
   invalidateAndCancel();
-  if (isForkedChild()) return;  // nothing runs here that could be waited for
+  if (isForkedChild()) return;  // no call runs here that could be waited for
   {
     const ThreadPool::BlockingScope blocking;
     end_.wait();
-    // The jobs of that moment, with what the host's closures hold.
+    // The jobs of that moment, with all that the caller's closures hold.
     std::promise<void> promise;
     const auto isIdle = promise.get_future();
     delegateQueue_->asyncBarrier([promise = std::move(promise)]() mutable { promise.set_value(); });

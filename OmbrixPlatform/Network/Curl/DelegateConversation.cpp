@@ -75,7 +75,7 @@ Data DelegateConversation::take() {
 
 bool DelegateConversation::taken(bool wantsMore) {
   const LockGuard lock(lock_);
-  // Who wanted to hold it may want more by now.
+  // A delegate that held it back may want more by now.
   isHeld_ = !wantsMore && !wasReleased_;
   return !isHeld_ && std::exchange(isWaiting_, false);
 }

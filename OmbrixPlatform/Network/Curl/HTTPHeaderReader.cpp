@@ -77,7 +77,7 @@ void HTTPHeaderReader::keepField() {
 
 namespace {
 
-/// The number that a list of equal lengths states; nothing when it does not.
+/// The number that all lengths of a list state; empty when they differ.
 std::optional<std::int64_t> singleLength(std::string_view list) {
   std::optional<std::int64_t> length;
   while (true) {

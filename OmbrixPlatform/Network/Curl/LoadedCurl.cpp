@@ -10,7 +10,7 @@ namespace ombrix::platform::detail {
 namespace {
 
 void* loaded(const char* name) {
-  // It stays: its own threads and its memory may be in use while the process ends.
+  // It is never unloaded: its threads and memory may be in use while the process ends.
   static void* const library = ::dlopen("libcurl.so.4", RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
   void* const function = library == nullptr ? nullptr : ::dlsym(library, name);
   if (function == nullptr) fatalError(std::string("libcurl is unusable: ") + ::dlerror());

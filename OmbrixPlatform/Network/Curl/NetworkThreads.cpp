@@ -57,7 +57,7 @@ void NetworkThreads::join(Number number) {
     changed_.wait(mutex_,
                   [&]() OMBRIX_REQUIRES(mutex_) { return std::ranges::none_of(running_, isIt); });
     const auto found = std::ranges::find_if(ended_, isIt);
-    // Else somebody else has joined it, or is about to have.
+    // Otherwise another thread has joined it, or is about to.
     if (found != ended_.end()) ended.splice(ended.end(), ended_, found);
   }
   for (Member& member : ended) member.thread.join();

@@ -10,7 +10,8 @@
 namespace ombrix::platform::detail {
 namespace {
 
-/// The text with what servers write into "Location" though a URL may not hold it percent-encoded.
+/// The text with those characters percent-encoded that servers write into "Location" although a URL
+/// must not contain them.
 std::string encodedWhereNeeded(std::string_view text) {
   constexpr std::string_view kNeverInURLs = "\"<>\\^`{|}";
   std::string encoded;

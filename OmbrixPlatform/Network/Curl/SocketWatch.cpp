@@ -59,10 +59,10 @@ std::span<const SocketWatch::Ready> SocketWatch::wait(std::chrono::milliseconds 
     }
     Watched& state = stateOf(socket);
     if (state.wanted == 0) {
-      watch(socket, state, 0);  // else each look would show it
+      watch(socket, state, 0);  // otherwise each wait would report it
       continue;
     }
-    // An error shows by whatever is tried next.
+    // The next use of the socket shows an error.
     const bool hasFailed = (event.events & (EPOLLERR | EPOLLHUP)) != 0;
     const std::uint32_t shown = hasFailed ? state.wanted : event.events & state.wanted;
     const int what = ((shown & EPOLLIN) != 0 ? CURL_CSELECT_IN : 0) |
@@ -78,7 +78,7 @@ void SocketWatch::keep(curl_socket_t socket) { stateOf(socket) = {.isKept = true
 void SocketWatch::forget(curl_socket_t socket) noexcept {
   const auto index = static_cast<std::size_t>(socket);
   if (index >= states_.size()) return;
-  // A forked child may hold it open, and then closing it does not take it off by itself.
+  // A forked child may hold it open, and then closing it here does not remove it from the set.
   watch(socket, states_[index], 0);
   states_[index] = {};
 }
@@ -95,7 +95,7 @@ int SocketWatch::socketIsWanted(CURL* /*easy*/, curl_socket_t socket, int what, 
   try {
     static_cast<SocketWatch*>(self)->want(socket, what);
   } catch (const std::bad_alloc&) {
-    // Its transfer goes on by its deadlines. Any other answer would end them all.
+    // Its transfer ends by its deadlines. Any other return value would end them all.
   }
   return 0;
 }
@@ -109,10 +109,10 @@ void SocketWatch::want(curl_socket_t socket, int what) {
   if (!state.isKept || state.watched != EPOLLIN) watch(socket, state, 0);
 }
 
-/// Has the system watch a socket for these events, 0 for none.
+/// Makes the system watch a socket for these events; 0 for none.
 void SocketWatch::watch(curl_socket_t socket, Watched& state, std::uint32_t events) noexcept {
   const std::uint32_t before = std::exchange(state.watched, events);
-  if (before == events || isForkedChild()) return;  // whose parent has the same list
+  if (before == events || isForkedChild()) return;  // the child of a fork shares the set
   auto event = eventFor(socket, events);
   const int change = events == 0 ? EPOLL_CTL_DEL : before == 0 ? EPOLL_CTL_ADD : EPOLL_CTL_MOD;
   if (::epoll_ctl(all_.get(), change, socket, &event) != 0) state.watched = 0;

@@ -13,7 +13,7 @@ using FetchType = URLSessionTaskMetrics::FetchType;
 
 // Redirects.
 
-/// Asks the delegate where to go next; the network thread, or whoever asked the cache.
+/// Asks the delegate where to go next. On the network thread, or the thread that asked the cache.
 void TransferTask::follow(CurlURLSession& session, Answer answer, URLRequest next) {
   ++redirects_;
   changeMetrics([&](auto& metrics) { metrics.redirectCount = redirects_; });
@@ -61,13 +61,13 @@ void TransferTask::followTo(CurlURLSession& session, URLRequest request) {
   auto next = completed(std::make_shared<const URLRequest>(std::move(request)),
                         session.configuration(), original_->url);
   if (cacheOf(session) == nullptr) return begin(std::move(next));
-  // The cache may look at the disk, which is not for the thread that calls.
+  // The cache may read the disk, for which the calling thread must not wait.
   ThreadPool::shared().post(
       [self = shared_from_this(), next = std::move(next)] { self->begin(next); });
 }
 
-/// Asks once more without the cache's conditions: the server has confirmed something else than what
-/// is kept, and the caller, who set none, has no use for that.
+/// Asks once more without the cache's conditions: the server has confirmed another answer than the
+/// kept one, and the caller, who set no conditions, cannot use that.
 void TransferTask::loadAfresh(CurlURLSession& session) {
   URLRequest again = *request();
   again.cachePolicy = URLRequest::CachePolicy::reloadIgnoringLocalCacheData;
@@ -148,14 +148,14 @@ bool TransferTask::isReplaced(const HTTPURLResponse& response) const {
          !request()->wantsEachAnswer;
 }
 
-/// Goes on with what the cache has in the place of an answer that the server cannot give.
+/// Goes on with the cache's answer, which replaces the one that the server cannot give.
 void TransferTask::standIn(CurlURLSession& session) {
   auto stored = *std::exchange(answerOnError_, std::nullopt);
   goOnWithStored(session,
                  {.response = std::move(stored.response), .cachedBody = std::move(stored.data)});
 }
 
-/// Follows an answer of the cache, or hands it over.
+/// Handles an answer from the cache: follows a redirect, or hands the answer over.
 void TransferTask::goOnWithStored(CurlURLSession& session, Answer answer) {
   changeMetrics([](auto& metrics) { metrics.fetchType = FetchType::localCache; });
   auto next = afterAnswer(*request(), *answer.response, redirects_, false);
@@ -168,7 +168,7 @@ void TransferTask::goOnWithStored(CurlURLSession& session, Answer answer) {
   }
 }
 
-/// Lets the cache keep the answer, and complete it when the server has only confirmed what is kept.
+/// Lets the cache keep the answer, or complete it when the server has only confirmed the kept one.
 TransferTask::Answer TransferTask::throughCache(URLCache& cache, Answer answer) {
   const bool wasConfirmed = validated_ && answer.response->statusCode() == 304;
   const auto body = std::make_shared<Data>(answer.body.takeBytes());
@@ -209,7 +209,7 @@ void TransferTask::askDelegate(CurlURLSession& session,
       },
       allow);
   const auto delegate = session.delegate();
-  if (!delegate) return;  // which answers by itself
+  if (!delegate) return;  // the cache answers on its own
   delegate->didReceiveResponse(
       session, *this, response,
       [once = std::move(once)](auto disposition) mutable { once(disposition); });

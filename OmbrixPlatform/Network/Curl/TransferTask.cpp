@@ -43,7 +43,7 @@ TransferTask::~TransferTask() {
   if (session_) session_->taskIsOver(placeInSession_);
 }
 
-// What callers ask.
+// Called by users of the task.
 
 std::shared_ptr<CurlURLSession> TransferTask::session() const {
   const LockGuard lock(lock_);
@@ -190,7 +190,7 @@ bool TransferTask::answeredByCache(CurlURLSession& session, URLCache& cache,
 void TransferTask::cancel() {
   {
     const LockGuard lock(lock_);
-    // One decision: whoever sees the state knows that no answer is handed over.
+    // One decision: whoever sees this state knows that no answer will be handed over.
     if (!claim()) return;
     state_ = State::canceling;
   }
@@ -204,19 +204,19 @@ void TransferTask::finish(TaskOutcome outcome) {
   if (claim()) end(std::move(outcome));
 }
 
-/// Has the outcome handed over; called by whoever made the claim.
+/// Has the outcome handed over; called by the thread that made the claim.
 void TransferTask::end(TaskOutcome outcome) {
   const auto session = this->session();
   if (!session) return;
   if (isForkedChild()) return deliver(std::move(outcome));  // no queue has a thread here
-  // What is under way ends now, not when the delegate queue gets to it.
+  // The transfer ends now, not when the delegate queue gets to it.
   endTransfer(*session);
   session->post([self = shared_from_this(), outcome = std::move(outcome)]() mutable {
     self->deliver(std::move(outcome));
   });
 }
 
-/// Hands the outcome over, on the delegate queue; called by whoever made the claim.
+/// Hands the outcome over, on the delegate queue; called by the thread that made the claim.
 void TransferTask::deliver(TaskOutcome outcome) {
   const auto session = this->session();
   if (!session) return;

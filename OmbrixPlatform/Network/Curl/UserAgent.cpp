@@ -9,7 +9,7 @@
 namespace ombrix::platform::detail {
 namespace {
 
-/// The text with everything left out that a token may not hold (RFC 9110 section 10.1.5).
+/// The text without the characters that a token may not contain (RFC 9110 section 10.1.5).
 std::string token(std::string_view text) {
   std::string kept;
   for (const char character : text) {

@@ -35,7 +35,7 @@ void NetworkManagerMetered::connect() {
 void NetworkManagerMetered::disconnect() {
   isMetered_ = false;
   hasReply_ = false;
-  // Without a flush, which would wait for a bus that does not read.
+  // Nothing is flushed here: that would wait for a bus that does not read.
   if (bus_ != nullptr) sd_bus_close_unref(bus_);
   bus_ = nullptr;
 }
@@ -69,7 +69,7 @@ int NetworkManagerMetered::ask() {
   sd_bus_message* call = nullptr;
   int result = sd_bus_message_new_method_call(bus_, &call, kService, kPath, kProperties, "Get");
   if (result >= 0) result = sd_bus_message_append(call, "ss", kInterface, "Metered");
-  // Whether the network is metered is no reason to start NetworkManager.
+  // This question is no reason to start NetworkManager.
   if (result >= 0) result = sd_bus_message_set_auto_start(call, 0);
   if (result >= 0) result = sd_bus_call_async(bus_, nullptr, call, &onReply, this, UINT64_MAX);
   sd_bus_message_unref(call);

@@ -48,7 +48,8 @@ bool dump(int socket, int type, Take take) {
   while (true) {
     auto left = retrying([&] { return ::recv(socket, buffer.data(), buffer.size(), 0); });
     if (left <= 0) return false;
-    const auto* message = reinterpret_cast<const nlmsghdr*>(buffer.data());
+    // Not const: the kernel's macros cast that away.
+    auto* message = reinterpret_cast<nlmsghdr*>(buffer.data());
     for (; NLMSG_OK(message, left); message = NLMSG_NEXT(message, left)) {
       if (message->nlmsg_seq != request.header.nlmsg_seq) continue;
       if (message->nlmsg_type == NLMSG_DONE) return true;
@@ -60,18 +61,18 @@ bool dump(int socket, int type, Take take) {
 
 using Links = std::unordered_set<int>;
 
-void addLink(const nlmsghdr& message, Links& usable) {
+void addLink(nlmsghdr& message, Links& usable) {
   if (message.nlmsg_type != RTM_NEWLINK) return;
-  const auto& link = *static_cast<const ifinfomsg*>(NLMSG_DATA(&message));
+  const auto& link = *static_cast<ifinfomsg*>(NLMSG_DATA(&message));
   constexpr unsigned kWanted = IFF_UP | IFF_RUNNING;
   if ((link.ifi_flags & (kWanted | IFF_LOOPBACK)) == kWanted) usable.insert(link.ifi_index);
 }
 
 bool isAlive(unsigned flags) noexcept { return (flags & (RTNH_F_DEAD | RTNH_F_LINKDOWN)) == 0; }
 
-bool anyHopLeadsOut(const rtattr* attribute, const Links& usable) {
+bool anyHopLeadsOut(rtattr* attribute, const Links& usable) {
   auto left = static_cast<long>(RTA_PAYLOAD(attribute));
-  const auto* hop = static_cast<const rtnexthop*>(RTA_DATA(attribute));
+  auto* hop = static_cast<rtnexthop*>(RTA_DATA(attribute));
   while (left >= static_cast<long>(sizeof *hop) && RTNH_OK(hop, left)) {
     if (isAlive(hop->rtnh_flags) && usable.contains(hop->rtnh_ifindex)) return true;
     left -= NLMSG_ALIGN(hop->rtnh_len);
@@ -87,15 +88,14 @@ struct Halves {
   bool upper = false;
 };
 
-/// Whether an entry, of whatever table (private networks keep their own), goes over one of the
-/// links.
-bool isUsable(const nlmsghdr& message, const Links& usable) {
-  const auto* route = static_cast<const rtmsg*>(NLMSG_DATA(&message));
+/// Whether an entry of any table (private networks keep their own) goes over one of the links.
+bool isUsable(nlmsghdr& message, const Links& usable) {
+  auto* route = static_cast<rtmsg*>(NLMSG_DATA(&message));
   auto left = static_cast<long>(RTM_PAYLOAD(&message));
-  const rtattr* attribute = RTM_RTA(route);
+  rtattr* attribute = RTM_RTA(route);
   for (; RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left)) {
     if (attribute->rta_type == RTA_OIF &&
-        usable.contains(*static_cast<const int*>(RTA_DATA(attribute)))) {
+        usable.contains(*static_cast<int*>(RTA_DATA(attribute)))) {
       return true;
     }
     if (attribute->rta_type == RTA_MULTIPATH && anyHopLeadsOut(attribute, usable)) return true;
@@ -103,20 +103,20 @@ bool isUsable(const nlmsghdr& message, const Links& usable) {
   return false;
 }
 
-/// Adds what a route leads to, if that is all or half of the addresses.
-void addRoute(const nlmsghdr& message, const Links& usable, Halves& reached) {
+/// Adds a route's destination if that is all or half of the addresses.
+void addRoute(nlmsghdr& message, const Links& usable, Halves& reached) {
   if (message.nlmsg_type != RTM_NEWROUTE) return;
-  const auto* route = static_cast<const rtmsg*>(NLMSG_DATA(&message));
+  auto* route = static_cast<rtmsg*>(NLMSG_DATA(&message));
   if (route->rtm_dst_len > 1 || route->rtm_type != RTN_UNICAST || !isAlive(route->rtm_flags) ||
       !isUsable(message, usable)) {
     return;
   }
   bool isUpper = false;
   auto left = static_cast<long>(RTM_PAYLOAD(&message));
-  const rtattr* attribute = RTM_RTA(route);
+  rtattr* attribute = RTM_RTA(route);
   for (; RTA_OK(attribute, left); attribute = RTA_NEXT(attribute, left)) {
     if (attribute->rta_type != RTA_DST) continue;
-    isUpper = *static_cast<const unsigned char*>(RTA_DATA(attribute)) >= 0x80;
+    isUpper = *static_cast<unsigned char*>(RTA_DATA(attribute)) >= 0x80;
   }
   reached.lower = reached.lower || route->rtm_dst_len == 0 || !isUpper;
   reached.upper = reached.upper || route->rtm_dst_len == 0 || isUpper;
@@ -130,12 +130,12 @@ std::optional<bool> hasWayOut() {
   if (!socket) return std::nullopt;
   (void)::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &kLongestAnswer, sizeof kLongestAnswer);
   Links usable;
-  const auto takeLink = [&](const nlmsghdr& message) { addLink(message, usable); };
+  const auto takeLink = [&](nlmsghdr& message) { addLink(message, usable); };
   if (!dump(socket.get(), RTM_GETLINK, takeLink)) return std::nullopt;
   Halves v4;
   Halves v6;
-  const auto takeRoute = [&](const nlmsghdr& message) {
-    const auto family = static_cast<const rtmsg*>(NLMSG_DATA(&message))->rtm_family;
+  const auto takeRoute = [&](nlmsghdr& message) {
+    const auto family = static_cast<rtmsg*>(NLMSG_DATA(&message))->rtm_family;
     addRoute(message, usable, family == AF_INET6 ? v6 : v4);
   };
   if (!dump(socket.get(), RTM_GETROUTE, takeRoute)) return std::nullopt;
@@ -153,7 +153,7 @@ bool drainRouteEvents(int socket) {
   bool isAny = false;
   while (true) {
     const auto count = retrying([&] { return ::recv(socket, ignored.data(), ignored.size(), 0); });
-    // ENOBUFS: the kernel has dropped events, which the tables will tell.
+    // ENOBUFS: the kernel has dropped events; the tables show what they were about.
     if (count < 0 && errno != ENOBUFS) return isAny;
     isAny = true;
   }

@@ -15,11 +15,11 @@
 namespace ombrix::platform {
 namespace {
 
-// So long the first report waits for the bus, which may be silent.
+// How long the first report waits for the bus, which may be silent.
 constexpr itimerspec kLongestWaitForBus{.it_interval = {}, .it_value = {.tv_sec = 1, .tv_nsec = 0}};
 
 NWPath pathNow(bool isMetered) {
-  // Where the kernel does not answer nothing is known, and a request may well find its way.
+  // Where the kernel does not answer, nothing is known, and a request may well get through.
   const bool isSatisfied = detail::hasWayOut().value_or(true);
   return {.status = isSatisfied ? NWPath::Status::satisfied : NWPath::Status::unsatisfied,
           .isConstrained = isMetered,
@@ -60,9 +60,9 @@ class Watch {
     const bool wasMetered = manager_.isMetered();
     manager_.process();
     const bool isChanged = routes_ && detail::drainRouteEvents(routes_.get());
-    if (isChanged) manager_.connect();  // a bus that was not there may be by now
+    if (isChanged) manager_.connect();  // a bus that was missing may be there by now
     followManager();
-    // A first report without an answer would call a network unmetered that may not be.
+    // A first report without an answer might call a metered network unmetered.
     const bool mustReport = path() ? isChanged || manager_.isMetered() != wasMetered
                                    : isOverdue || manager_.hasAnswer();
     if (mustReport) report();
@@ -75,8 +75,8 @@ class Watch {
     (void)::epoll_ctl(all_.get(), EPOLL_CTL_ADD, descriptor, &event);
   }
 
-  /// Awaits what the bus wants next. A socket that was closed has left the set by itself, and the
-  /// next one may have its number: so changing is tried first.
+  /// Waits for the events that the bus wants next. A closed socket has left the set by itself, and
+  /// the next one may have its number; so modifying the entry is tried first.
   void followManager() const {
     const int bus = manager_.descriptor();
     if (bus < 0) return;

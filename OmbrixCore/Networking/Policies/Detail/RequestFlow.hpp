@@ -14,7 +14,7 @@
 namespace ombrix::detail {
 
 /// One request under policies, delivered to one subscriber: its attempts, one after the other, and
-/// the waits between them. From its first demand to its end the client keeps it.
+/// the waits between them. The client keeps it from its first demand to its end.
 class RequestFlow final : public platform::Subscription,
                           public std::enable_shared_from_this<RequestFlow> {
  public:
@@ -33,7 +33,7 @@ class RequestFlow final : public platform::Subscription,
  private:
   class Attempt;
 
-  /// What comes after a failure.
+  /// The step after a failure.
   struct Next {
     Operation operation;
     Seconds pause{};
@@ -57,13 +57,13 @@ class RequestFlow final : public platform::Subscription,
   const std::optional<TokenRefresher> refresher_;
   const bool isLong_;
 
-  // Used by the end of an attempt, and by what follows it: by one at a time.
+  // Used at the end of an attempt and by the step that follows it, never at the same time.
   std::chrono::steady_clock::time_point begun_;
   int retries_ = 0;
   bool hasRefreshed_ = false;
 
   platform::FutexLock lock_;
-  // The first one, or the one under way; null in between and at the end.
+  // The first attempt, or the one in flight; null in between and at the end.
   Operation operation_ OMBRIX_GUARDED_BY(lock_);
   platform::EventToken pause_ OMBRIX_GUARDED_BY(lock_);
   AnySubscriber downstream_ OMBRIX_GUARDED_BY(lock_);  // null at the end

@@ -14,7 +14,7 @@
 
 namespace ombrix {
 
-/// Where the network's pieces become lines and wait to be taken.
+/// Turns the network's pieces into lines, which wait here to be taken.
 class HTTPLines::State final : public HTTPBodySink {
  public:
   explicit State(std::weak_ptr<HttpRequestOperation> operation)
@@ -31,7 +31,7 @@ class HTTPLines::State final : public HTTPBodySink {
   /// The request is over; null where the body was whole.
   void finish(std::exception_ptr error);
 
-  /// What the consumer finds: a line, the end, or that it has to wait.
+  /// For the consumer: a line, the end, or that it has to wait.
   struct Found {
     bool mustWait = false;
     std::optional<std::string> line;

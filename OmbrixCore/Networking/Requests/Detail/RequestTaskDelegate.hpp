@@ -8,13 +8,13 @@
 
 namespace ombrix::detail {
 
-/// Hears of the task of one request: passes the body of a success on to a sink, gathers that of a
-/// failure, which says why, and tells of progress.
+/// The delegate of one request's task: it passes the body of a success on to a sink, gathers the
+/// body of a failure, which explains it, and reports progress.
 class RequestTaskDelegate final : public platform::URLSessionTaskDelegate {
  public:
-  /// @param sink Null for a task with a handler of its own, of which only progress is told.
+  /// @param sink Null for a task with a handler of its own; then only progress is reported.
   /// @param progress May be empty.
-  /// @param handler What such a handler would be told, where there is a sink.
+  /// @param handler Called at the end in place of such a handler if there is a sink.
   RequestTaskDelegate(std::shared_ptr<HTTPBodySink> sink, RequestOptions::ProgressHandler progress,
                       platform::URLSessionCompletionHandler handler);
 

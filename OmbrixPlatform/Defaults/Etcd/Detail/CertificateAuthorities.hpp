@@ -7,7 +7,7 @@
 
 namespace ombrix::platform::detail {
 
-/// Issuers of certificates that alone are trusted to vouch for a server. Any thread.
+/// The only issuers of certificates that are trusted to vouch for a server. Any thread.
 class CertificateAuthorities {
  public:
   /// @param file Certificates in PEM form; read at each use.
@@ -16,14 +16,15 @@ class CertificateAuthorities {
   /// Throws `Error` when the file holds no certificate that can be read.
   void check() const;
 
-  /// Whether they vouch for what a server has presented, for the host's name or address, now.
+  /// Whether they vouch now for the certificates that a server has presented, and these for the
+  /// host's name or address.
   [[nodiscard]] bool vouchFor(const SecTrust& trust, const std::string& host) const;
 
  private:
   const std::filesystem::path file_;
 };
 
-/// The delegate of sessions that trust these alone.
+/// A delegate for sessions that trust these alone.
 class AuthoritiesDelegate : public URLSessionDelegate {
  public:
   explicit AuthoritiesDelegate(const std::filesystem::path& file) : authorities_(file) {}

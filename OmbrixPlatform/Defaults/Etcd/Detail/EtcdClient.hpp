@@ -16,10 +16,10 @@
 
 namespace ombrix::platform::detail {
 
-/// Talks to an etcd server about the keys below one prefix; signs in where that is asked for.
+/// Talks to an etcd server about the keys below one prefix; signs in if the server asks for that.
 ///
-/// Every call and every handler belongs on the one serial queue it is made with; handlers come
-/// later, never inside the call. After `close` no handler is called.
+/// All calls must come, and all handlers are called, on the one serial queue that it is made with;
+/// handlers are called later, never inside the call. After `close` no handler is called.
 class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
   struct Passkey {};
 
@@ -27,7 +27,7 @@ class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
   template <class T>
   using Handler = std::move_only_function<void(std::expected<T, EtcdError>)>;
   using WatchHandler = std::function<void(EtcdWatchMessage)>;
-  /// Nothing: the server has been silent for long, which is not a fault.
+  /// Empty: the server has been silent for long, which is not a fault.
   using WatchEnd = std::function<void(std::optional<EtcdError>)>;
 
   static std::shared_ptr<EtcdClient> make(const EtcdConfiguration& configuration,
@@ -41,20 +41,20 @@ class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
   /// Reads every key.
   void range(Handler<EtcdSnapshot> handler);
 
-  /// Follows all changes from a revision on until `end` is called; replaces the watch before, whose
-  /// handlers are called no more.
+  /// Follows all changes from a revision on until `end` is called; replaces the previous watch,
+  /// whose handlers are not called any more.
   void watch(std::int64_t revision, WatchHandler handler, WatchEnd end);
 
-  /// Ends everything under way; no handler is called any more. On the client's queue.
+  /// Ends all requests; no handler is called any more. On the client's queue.
   void close();
 
-  /// Waits until the threads of a client that was closed are gone; not on its queue.
+  /// Waits until the threads of a closed client are gone; not to be called on its queue.
   void awaitEnd();
 
  private:
   class WatchDelegate;
   using Authenticated = std::function<void(const std::optional<EtcdError>&)>;
-  /// Whether a call that the server wants a login for may sign in and be sent again.
+  /// Whether a call for which the server asks for a login may sign in and be sent again.
   enum class Login : std::uint8_t { ask, failed };
 
   [[nodiscard]] URLRequest request(std::string_view path, const JSON& body) const;
@@ -71,7 +71,7 @@ class EtcdClient final : public std::enable_shared_from_this<EtcdClient> {
   const std::shared_ptr<URLSession> watches_;
   std::shared_ptr<URLSessionDataTask> watchTask_;
   std::optional<std::string> token_;
-  std::vector<Authenticated> waiting_;  // for the one login under way
+  std::vector<Authenticated> waiting_;  // for the login in flight
   bool isClosed_ = false;
 };
 

@@ -22,10 +22,10 @@
 
 namespace ombrix::platform::detail {
 
-/// Keeps a mirror and a server in step: reads everything, then watches, and when the server fails
-/// does it all again after a while; beside that, and whatever becomes of it, `EtcdSending` sends
-/// what waits. The mirror's file is watched too: another process may leave a change in it, or take
-/// one out. Starts with the first use. Any thread.
+/// Keeps a mirror and a server in step: reads everything, then watches, and starts over some time
+/// after the server has failed. Independently of that, `EtcdSending` sends the waiting changes. The
+/// mirror's file is watched too: another process may add a change to it, or remove one. Starts with
+/// the first use. Any thread.
 class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   struct Passkey {};
 
@@ -38,10 +38,10 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   [[nodiscard]] std::optional<PropertyList> value(std::string_view key);
   [[nodiscard]] PropertyList::Dictionary values();
 
-  /// Shows a value at once; the copy on the disk and the server have it later.
+  /// Shows a value at once; the copy on disk and the server get it later.
   void set(std::string_view key, std::optional<PropertyList> value);
 
-  /// Waits until what was set is in the copy on the disk, or tells that it cannot be written.
+  /// Waits until every new value is in the copy on disk; false when they cannot be written.
   void flushLast();
 
   /// Sends and reads everything now, and waits for it; false when that failed. Not from a change
@@ -54,16 +54,17 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   /// Tells observers that a value was refused for its size.
   void tellRefused(std::string_view key);
 
-  /// Ends it: nothing is sent or told any more. What waits stays in the mirror. Returns at once.
+  /// Ends it: it sends and reports nothing more. Waiting changes stay in the mirror. Returns at
+  /// once.
   void close();
 
-  /// The same, and returns when nothing of it runs any more. Not from a change handler: that stops
-  /// the program.
+  /// The same, and waits until none of its code runs any more. Not from a change handler: that
+  /// stops the program.
   void closeAndWait();
 
  private:
   enum class Phase { idle, reading, watching, waiting, closed };
-  /// What it means that the server has forgotten what a watch is to begin with.
+  /// Whether it is a fault that the server has discarded a watch's first revision.
   enum class IfCompacted : std::uint8_t { read, fail };
   using Waiter = std::move_only_function<void(bool succeeded)>;
   /// A call of `synchronize`.
@@ -99,7 +100,7 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   const std::shared_ptr<DispatchQueue> queue_;
   std::atomic<bool> hasBegun_{false}, lookIsDue_{false}, flushIsDue_{false};
   Mutex reportMutex_;
-  // Each said once, until all is well again.
+  // Each is reported once until the fault is over.
   std::set<std::string> reported_ OMBRIX_GUARDED_BY(reportMutex_);
 
   // On the queue only.
@@ -107,9 +108,9 @@ class EtcdSync final : public std::enable_shared_from_this<EtcdSync> {
   std::shared_ptr<EtcdSending> sending_;
   ObservationToken fileWatch_;
   Phase phase_ = Phase::idle;
-  std::uint64_t round_ = 0;      // answers of an earlier round are of no interest
+  std::uint64_t round_ = 0;      // answers of an earlier round are ignored
   CloudMirror::Position taken_;  // how far this process has read
-  std::int64_t heard_ = 0;       // up to which revision it has missed nothing
+  std::int64_t heard_ = 0;       // it has missed nothing up to this revision
   bool hasRead_ = false;
   std::chrono::duration<double> delay_, flushDelay_;
   EventToken retry_, flushRetry_;

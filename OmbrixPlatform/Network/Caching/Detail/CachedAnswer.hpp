@@ -9,7 +9,8 @@
 
 namespace ombrix::platform::detail {
 
-/// An answer with what it is found and judged by; never changed once it is made.
+/// An answer with the key that finds it and the facts that decide whether it may be served; never
+/// changed once it is made.
 struct CachedAnswer {
   std::string key;
   SelectingFields selecting;
@@ -17,7 +18,7 @@ struct CachedAnswer {
   Freshness freshness;
   CachedURLResponse answer;
 
-  /// Bytes that it takes in memory, about.
+  /// Roughly how many bytes it takes in memory.
   [[nodiscard]] std::size_t memoryBytes() const noexcept {
     constexpr std::size_t kAround = 512;  // the objects themselves and the index
     constexpr std::size_t kAField = 2 * sizeof(std::string);

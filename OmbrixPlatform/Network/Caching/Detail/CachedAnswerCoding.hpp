@@ -11,8 +11,8 @@
 #include "OmbrixPlatform/Network/Caching/Detail/CachedAnswer.hpp"
 #include "OmbrixPlatform/Values/Data.hpp"
 
-// What lies on disk about an answer besides its body. Values of requests (tokens among them) are
-// there as SHA-256 digests only. Pure functions, any thread.
+// What the disk holds of an answer besides its body. Values from requests, tokens among them, are
+// stored as SHA-256 digests only. Pure functions, any thread.
 
 namespace ombrix::platform::detail {
 
@@ -45,10 +45,11 @@ struct RecordBody {
 /// order.
 std::uint64_t checksumOf(DataView bytes) noexcept;
 
-/// The key as the index has it.
+/// The key as the index stores it.
 std::int64_t hashOf(std::string_view key) noexcept;
 
-/// Header fields of one answer, at most; more are not kept, and not believed.
+/// The most header fields of one answer: one with more is not kept, and a record with more counts
+/// as damaged.
 inline constexpr std::size_t kMostRecordFields = 1024;
 
 /// Whether the record of an answer can be read back.
@@ -57,11 +58,11 @@ bool fitsRecord(const CachedAnswer& answer);
 /// @param answer One that `fitsRecord`.
 Data recordOf(const CachedAnswer& answer);
 
-/// Nothing for a record that is damaged, of another version or cut.
+/// Empty for a record that is damaged, truncated or of another version.
 std::optional<RecordHead> readHead(DataView record);
 std::optional<RecordBody> readBody(const RecordHead& head);
 
-/// Sets the checksum inside a record to what its bytes say.
+/// Computes the checksum of a record's bytes and stores it in the record.
 void sealRecord(std::span<std::byte> record) noexcept;
 
 bool selects(const std::vector<DigestedField>& fields, const HTTPHeaders& request);

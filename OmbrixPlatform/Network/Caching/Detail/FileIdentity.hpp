@@ -8,7 +8,8 @@
 
 namespace ombrix::platform::detail {
 
-/// Which file a path leads to; another one may get the same once this one is gone.
+/// Identifies the file that a path leads to; once it is removed, a new file may get the same
+/// identity.
 struct FileIdentity {
   dev_t device = 0;
   ino_t file = 0;
@@ -16,7 +17,7 @@ struct FileIdentity {
   friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
 };
 
-/// Nothing where there is no file.
+/// Empty where there is no file.
 inline std::optional<FileIdentity> identityOf(const std::string& path) noexcept {
   struct stat status{};
   if (::stat(path.c_str(), &status) != 0) return std::nullopt;

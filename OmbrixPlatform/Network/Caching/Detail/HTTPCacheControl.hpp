@@ -8,21 +8,20 @@
 
 namespace ombrix::platform::detail {
 
-/// Seconds that stand for all longer times (RFC 9111 section 1.2.2).
+/// The greatest number of seconds; it stands for all longer times (RFC 9111 section 1.2.2).
 inline constexpr std::int64_t kMostDeltaSeconds = std::int64_t{1} << 31;
 
-/// A whole number of seconds; longer ones than fit are cut to `kMostDeltaSeconds`. Nothing for any
-/// other text.
+/// A whole number of seconds; greater ones become `kMostDeltaSeconds`. Empty for any other text.
 std::optional<std::int64_t> deltaSeconds(std::string_view text);
 
-/// The text without blanks and tabs at its ends.
+/// The text without spaces and tabs at its ends.
 std::string_view trimmed(std::string_view text) noexcept;
 
 /// Takes the next part of a list off its front: up to a comma outside quotes, trimmed.
 std::string_view takeListPart(std::string_view& list) noexcept;
 
-/// The directives of a Cache-Control field that a private cache obeys (RFC 9111 section 5.2); of
-/// one given twice the first counts. Numbers that cannot be read are taken for the strictest.
+/// The directives of a Cache-Control field that a private cache obeys (RFC 9111 section 5.2); where
+/// one is given twice, the first counts. A number that cannot be read counts as the strictest one.
 struct CacheControl {
   bool isThere = false;  ///< the field itself
   bool noStore = false;

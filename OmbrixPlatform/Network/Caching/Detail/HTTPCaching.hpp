@@ -10,7 +10,8 @@
 #include "OmbrixPlatform/Network/URLResponse.hpp"
 #include "OmbrixPlatform/Values/Date.hpp"
 
-// The rules of a private cache (RFC 9111), without any storing: pure functions, any thread.
+// The rules of a private cache (RFC 9111); nothing here stores anything. Pure functions, any
+// thread.
 
 namespace ombrix::platform::detail {
 
@@ -34,7 +35,8 @@ struct Freshness {
   double staleWhileRevalidateSeconds = 0;  ///< beyond the lifetime
   double staleIfErrorSeconds = 0;          ///< beyond the lifetime
 
-  /// RFC 9111 section 4.2.3; a clock that was set back makes no answer younger than it came.
+  /// RFC 9111 section 4.2.3; after the clock was set back no answer is younger than it was on
+  /// arrival.
   [[nodiscard]] double ageSeconds(Date now) const noexcept;
 };
 
@@ -42,27 +44,28 @@ struct Freshness {
 /// last change.
 Freshness freshnessOf(int status, const HTTPHeaders& headers, const ExchangeTimes& times);
 
-/// Whether the answer to a GET may be kept (RFC 9111 section 3). One without any word on freshness
-/// may be when its status is of those that caches keep by default: policies that ask for stored
-/// answers of any age can use it. A status without a known meaning is kept as its fields allow,
-/// except under "must-understand"; for all others that one lifts "no-store".
+/// Whether the answer to a GET may be kept (RFC 9111 section 3). An answer that says nothing of
+/// freshness may be kept when caches keep its status by default: policies that accept stored
+/// answers of any age can use it. Under "must-understand" an answer with an unknown status is not
+/// kept, and one with a known status is kept despite "no-store"; otherwise an unknown status is
+/// kept as its fields allow.
 bool isStorable(const URLRequest& request, const HTTPURLResponse& response);
 
 /// Whether the method promises to change nothing at the server.
 bool isSafeMethod(std::string_view method) noexcept;
 
-/// Whether the request asks for a part, or brings conditions of its own: then it is between caller
-/// and server alone.
+/// Whether the request asks for a range or brings conditions of its own: the cache then stays out
+/// of it.
 bool isPartialOrConditional(const HTTPHeaders& headers) noexcept;
 
 enum class StoredUse { serve, serveWhileRevalidating, validate, load, unavailable };
 
-/// What to do for a GET without conditions of its own (RFC 9111 sections 4, 5.2.1, 5.4).
-/// @param stored What is kept for it; null for nothing.
+/// How to answer a GET without conditions of its own (RFC 9111 sections 4, 5.2.1, 5.4).
+/// @param stored The answer that is kept for it; null for none.
 StoredUse useOf(const URLRequest& request, const Freshness* stored, Date now);
 
-/// Whether a stored answer that was not good enough by `useOf` may be handed over all the same when
-/// the server cannot answer (RFC 5861 section 4).
+/// Whether a stored answer that `useOf` would not serve may be handed over all the same when the
+/// server cannot answer (RFC 5861 section 4).
 bool mayServeOnError(const URLRequest& request, const Freshness& stored, Date now);
 
 /// Whether a status says that the server cannot answer now: those that RFC 5861 names.
@@ -75,8 +78,8 @@ HTTPHeaders fieldsWithAge(const HTTPHeaders& stored, double ageSeconds);
 /// The conditions that ask whether a stored answer still holds; empty without validators.
 HTTPHeaders conditionsFrom(const HTTPHeaders& stored);
 
-/// The fields to keep: without those of the connection (RFC 9111 section 3.1). A token that came
-/// with an answer ("Authorization") is not kept either: it may have been replaced since.
+/// The fields to keep: all but those of the connection (RFC 9111 section 3.1) and a token that came
+/// with the answer ("Authorization"), which may have been replaced since.
 HTTPHeaders fieldsToKeep(const HTTPHeaders& headers);
 
 /// Whether a 304 is about the stored answer: their validators do not differ.
@@ -85,12 +88,12 @@ bool confirms(const HTTPHeaders& notModified, const HTTPHeaders& stored);
 /// The stored fields brought up to date by those of a 304 (RFC 9111 section 3.2).
 HTTPHeaders mergedFields(const HTTPHeaders& stored, const HTTPHeaders& notModified);
 
-/// What stored answers are found by: the URL without its fragment, scheme and host in lower case,
-/// without a port that says nothing.
+/// The key that finds stored answers: the URL without its fragment and without the scheme's default
+/// port, with scheme and host in lower case.
 std::string cacheKey(const URL& url);
 
-/// The keys that an unsafe request has made out of date (RFC 9111 section 4.4): its own, and those
-/// that "Location" and "Content-Location" name on the same origin. None after an error.
+/// The keys that an unsafe request invalidates (RFC 9111 section 4.4): its own, and those that
+/// "Location" and "Content-Location" name on the same origin. None after an error.
 std::vector<std::string> invalidatedKeys(const URLRequest& request,
                                          const HTTPURLResponse& response);
 
@@ -104,7 +107,7 @@ struct SelectingField {
 };
 using SelectingFields = std::vector<SelectingField>;
 
-/// An answer that varies by more is not kept: every look-up would compare them all.
+/// An answer that varies by more fields is not kept: every look-up would compare them all.
 inline constexpr std::size_t kMostSelectingFields = 64;
 
 /// The fields that "Vary" names, and "Authorization" first, with their values in the request;

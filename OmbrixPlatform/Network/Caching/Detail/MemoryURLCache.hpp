@@ -14,21 +14,22 @@
 
 namespace ombrix::platform::detail {
 
-/// Answers in memory within a budget of bytes; what was used longest ago goes first. Every
-/// operation takes the same time however many are kept. Any thread.
+/// Answers in memory within a budget of bytes; the least recently used one is evicted first. Every
+/// operation takes constant time. Any thread.
 class MemoryURLCache {
  public:
   explicit MemoryURLCache(std::int64_t capacity) : capacity_(capacity) {}
 
-  /// The answer that the request selects; it counts as used now.
+  /// The answer that the request selects; this counts as a use.
   CachedAnswerPointer find(std::string_view key, const HTTPHeaders& request);
 
-  /// Keeps an answer in the place of those that the request selects. One that takes more than an
+  /// Keeps an answer, which replaces those that the request selects. An answer of more than an
   /// eighth of the budget is not kept.
   void put(CachedAnswerPointer answer, const HTTPHeaders& request);
 
-  /// Keeps an answer that was found elsewhere after `generation` was asked for, unless something
-  /// was dropped meanwhile, which it might bring back, or there is a newer one.
+  /// Keeps an answer that was read from the disk after `generation` was asked for. It is not kept
+  /// when anything was dropped meanwhile, since it might bring that back, nor when a newer one is
+  /// there.
   void promote(CachedAnswerPointer answer, const HTTPHeaders& request, std::uint64_t generation);
   [[nodiscard]] std::uint64_t generation() const noexcept { return generation_; }
 
@@ -38,7 +39,7 @@ class MemoryURLCache {
 
   [[nodiscard]] std::int64_t usage() const;
 
-  /// Keys in the order of their use, that used longest ago first.
+  /// Keys in the order of their use, the least recently used one first.
   [[nodiscard]] std::vector<std::string> keysInUse() const;
 
  private:
@@ -52,7 +53,7 @@ class MemoryURLCache {
       return std::hash<std::string_view>{}(text);
     }
   };
-  using Order = std::list<Entry>;  // what was used last comes first
+  using Order = std::list<Entry>;  // the most recently used one first
   using Variants = std::vector<Order::iterator>;
 
   static constexpr std::int64_t kLargestShare = 8;

@@ -13,7 +13,7 @@ namespace ombrix::platform::detail {
 
 /// What SQLite said; never leaves the cache.
 struct SqliteFailure {
-  /// Stands for a database that a later release has open: it is not ours to touch.
+  /// Thrown for a database that a later release has open: this release must not touch it.
   static constexpr int kIsOfLaterRelease = SQLITE_MISMATCH;
 
   int code;  // a primary result code
@@ -53,7 +53,8 @@ class SqliteStatement {
   std::unique_ptr<sqlite3_stmt, Finalize> statement_;
 };
 
-/// Resets a statement at the end of a scope: until then it keeps its snapshot of the database.
+/// Resets a statement at the end of a scope; until then the statement holds its snapshot of the
+/// database.
 class SqliteReset {
  public:
   explicit SqliteReset(SqliteStatement& statement) : statement_(statement) {}
@@ -72,7 +73,7 @@ class SqliteConnection {
   /// when it closes: others may have put new ones there.
   SqliteConnection(const std::string& path, int busyMilliseconds);
 
-  /// How long whatever follows waits for other connections.
+  /// How long later statements wait for other connections.
   void setPatience(int milliseconds);
 
   void execute(const char* text);

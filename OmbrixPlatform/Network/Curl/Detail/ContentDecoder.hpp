@@ -15,16 +15,16 @@ class ContentDecoder {
  public:
   enum class Result : std::uint8_t {
     ready,     ///< all of the input is decoded
-    full,      ///< as much as was allowed is decoded; more may follow without further input
+    full,      ///< the allowed amount is decoded; more may follow without further input
     damaged,   ///< the coded bytes are damaged, or go on after their end
-    exploding  ///< so little unpacks to so much that it must be an attack
+    exploding  ///< a few bytes unpack to so many that it must be an attack
   };
 
-  /// What a body may unpack to, however short it is, before its ratio counts.
+  /// How many bytes any body may unpack to before its ratio counts.
   static constexpr std::uint64_t kAnyRatioBytes = std::uint64_t{16} << 20;
   static constexpr std::uint64_t kMaximumRatio = 200;
 
-  /// For the value of "Content-Encoding".
+  /// @param codings The value of "Content-Encoding".
   explicit ContentDecoder(std::string_view codings);
   ContentDecoder(ContentDecoder&&) noexcept;
   ContentDecoder& operator=(ContentDecoder&&) noexcept;
@@ -37,7 +37,7 @@ class ContentDecoder {
   /// most `maximumBytes` to `output`.
   Result decode(DataView& input, Data& output, std::size_t maximumBytes);
 
-  /// Whether the stream ended where its format says that it does; also when nothing came at all.
+  /// Whether the stream ended where its format says that it ends; true also when no byte came.
   [[nodiscard]] bool isAtEnd() const noexcept;
 
  private:

@@ -9,7 +9,7 @@
 
 namespace ombrix::platform::detail {
 
-/// What a session's settings mean for one host. Refers to them.
+/// What a session's settings mean for one host. It refers to the settings, which must outlive it.
 class CurlConnectionSettings {
  public:
   CurlConnectionSettings(const URLConnectionSettings& settings, const std::string& host);

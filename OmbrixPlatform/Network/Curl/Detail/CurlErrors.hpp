@@ -9,7 +9,7 @@
 
 namespace ombrix::platform::detail {
 
-/// What is known of a transfer that libcurl gave up.
+/// What is known of a transfer that libcurl has given up.
 struct CurlFailure {
   CURLcode code = CURLE_OK;
   long systemError = 0;   ///< errno of the last failing connect or look-up; 0: none
@@ -20,20 +20,21 @@ struct CurlFailure {
   bool isChunked = false;
   bool isSecure = false;
   bool wantsClientCertificate = false;  ///< the server has asked for one
-  bool gaveCertificate = false;         ///< it was given one
-  long proxyStatus = 0;                 ///< of a proxy that was to make a way; 0: none
+  bool gaveCertificate = false;         ///< it got one
+  long proxyStatus = 0;                 ///< a proxy's, to "CONNECT"; 0: none
 };
 
-/// The error a task ends with: a sentence of ours, told apart by codes, and libcurl's words behind.
+/// The error that a task ends with: a sentence of ours, chosen by the codes, followed by libcurl's
+/// words.
 std::shared_ptr<const URLError> urlErrorFor(const CurlFailure& failure);
 
-/// Whether it is the network that is missing for now, not the server that refuses.
+/// Whether the network is missing for now, rather than the server refusing.
 [[nodiscard]] bool isMissingConnectivity(const CurlFailure& failure) noexcept;
 
 /// Whether an error says that the server could not be reached, or did not answer.
 [[nodiscard]] bool isUnreachable(const URLError& error) noexcept;
 
-/// The error of an answer that there is no memory for. It is made once, while there is memory.
+/// The error of an answer for which memory is short. It is made once, while there is memory.
 std::shared_ptr<const URLError> errorOfMissingMemory() noexcept;
 
 inline std::shared_ptr<const URLError> makeURLError(URLError::Code code,

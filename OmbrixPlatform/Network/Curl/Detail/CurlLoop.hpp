@@ -28,7 +28,7 @@
 
 namespace ombrix::platform::detail {
 
-/// The transfers to one host and port: those under way and, in order, those that wait.
+/// The transfers to one host and port: those in flight and, in order, those that wait.
 struct CurlHost {
   using TimePoint = std::chrono::steady_clock::time_point;
 
@@ -45,18 +45,19 @@ struct CurlHost {
   std::list<std::shared_ptr<Transfer>> waiting;
   std::size_t active = 0;
   bool isTouched = false;  // is among those that may have something to start
-  bool isKept = false;     // its trust may be asked by connections
-  bool isAsking = false;   // the delegate decides about a certificate
+  bool isKept = false;     // its trust may be in use by connections
+  bool isAsking = false;   // the delegate is deciding about a certificate
   std::vector<std::shared_ptr<Transfer>> refused;  // by that question
-  bool isOffline = false;                          // nothing starts before:
+  bool isOffline = false;                          // nothing starts before
   TimePoint retryAt{};
   std::chrono::milliseconds retryDelay{};
-  // Why it is offline, or was until those that are under way try again.
+  // Why it is offline, or was before the present attempts began.
   std::shared_ptr<const URLError> connectivityFailure;
 };
 
 /// The network thread of one session: a libcurl multi handle, the queues in front of it and the
-/// deadlines of what is under way. The thread starts with the first transfer and ends after `stop`.
+/// deadlines of the transfers in flight. The thread starts with the first transfer and ends after
+/// `stop`.
 class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -70,26 +71,26 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
 
   // Any thread.
 
-  /// Takes a transfer to its host. False when there is no thread and none can be started.
+  /// Queues a transfer for its host. False when there is no thread and none can be started.
   [[nodiscard]] bool submit(std::shared_ptr<Transfer> transfer);
 
-  /// Runs a job on the network thread, after what was handed over before.
+  /// Runs a job on the network thread, after all that was handed over before.
   void post(LoopJob job);
 
-  /// Ends a transfer that nobody waits for, its connection included; its client hears no more.
+  /// Ends a transfer that nobody waits for, and its connection; its client gets no further call.
   void abandon(std::shared_ptr<Transfer> transfer);
 
-  /// Goes on receiving for a client that had to wait.
+  /// Resumes receiving after a client had to wait.
   void resumeReceiving(std::shared_ptr<Transfer> transfer);
 
   /// Tries again at once where connectivity was missing.
   void connectivityMayBeBack();
 
-  /// Runs a job on the delegate queue, together with others of this moment: waking a thread for
-  /// each costs as much as half a request. Network thread.
+  /// Runs a job on the delegate queue, together with the others of this moment: waking a thread for
+  /// each one costs as much as half a request. Network thread.
   void postTogether(Job job);
 
-  /// Ends the thread; the tasks of all transfers are over. Again: nothing.
+  /// Ends the thread; the tasks of all transfers are over. A second call does nothing.
   void stop();
 
   /// Waits for the thread to be gone, after `stop`.
@@ -157,7 +158,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   CURLM* const multi_;
   std::list<std::shared_ptr<Transfer>> transfers_;  // all, in the order of their resource deadlines
   std::unordered_map<URLOrigin, std::unique_ptr<CurlHost>, URLOrigin::Hash> hosts_;
-  std::size_t hostsAllowed_;       // more make idle ones be forgotten
+  std::size_t hostsAllowed_;       // beyond some number, idle ones are forgotten
   std::deque<CurlHost*> touched_;  // may have something to start
   std::vector<std::unique_ptr<CurlExchange>> active_;
   std::vector<Job> together_;

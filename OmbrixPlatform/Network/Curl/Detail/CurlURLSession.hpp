@@ -21,7 +21,7 @@ class CurlLoop;
 class TransferTask;
 
 /// A session on libcurl. It owns its network thread (`CurlLoop`), so sessions share no connections:
-/// a certificate that one session accepted opens nothing to another.
+/// a certificate that one session accepted gives another session nothing.
 ///
 /// Tasks that are not over keep their session; the network thread ends with the session.
 class CurlURLSession final : public URLSession,
@@ -60,8 +60,8 @@ class CurlURLSession final : public URLSession,
   /// Runs a job on the delegate queue.
   void post(Job job) { delegateQueue_->async(std::move(job)); }
 
-  /// Runs a job once the path is known, here and now when it is already. A monitor that does not
-  /// say within two seconds is taken at its word of then.
+  /// Runs a job once the path is known, at once when it is known already. If a monitor has not
+  /// reported within two seconds, the path that it has by then counts.
   void whenPathIsKnown(Job job);
 
   /// Whether all paths are constrained just now.
@@ -70,7 +70,7 @@ class CurlURLSession final : public URLSession,
   /// The monitor of the network path, started on first use; it tells the loop of changes.
   NWPathMonitor& watchPath();
 
-  /// Takes a task off the list of those that are not over.
+  /// Removes a task from the list of those that are not over.
   void taskIsOver(TaskList::iterator place);
 
  private:
@@ -90,7 +90,7 @@ class CurlURLSession final : public URLSession,
   TaskList tasks_ OMBRIX_GUARDED_BY(lock_);  // not over yet, suspended ones included
   bool isInvalid_ OMBRIX_GUARDED_BY(lock_) = false;
   bool hasEnded_ OMBRIX_GUARDED_BY(lock_) = false;
-  std::promise<void> endIsTold_;  // kept once, when the delegate has heard of the end
+  std::promise<void> endIsTold_;  // fulfilled once, when the delegate was told of the end
   const std::shared_future<void> end_ = endIsTold_.get_future().share();
 };
 

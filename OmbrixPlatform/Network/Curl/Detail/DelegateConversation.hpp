@@ -20,12 +20,12 @@ struct TaskOutcome {
   std::shared_ptr<const Error> error;
 };
 
-/// What stands between one task and its delegate: whether the answer was asked about and allowed,
-/// what of a streamed body was not taken yet, how much was said of what was sent. It keeps count
-/// and says what is due; it calls nobody. Any thread.
+/// The state between one task and its delegate: whether the delegate was asked about the answer and
+/// has allowed it, the part of a streamed body that it has not taken yet, and how many sent bytes
+/// it was told of. It keeps count and says what is due, and makes no calls. Any thread.
 class DelegateConversation {
  public:
-  /// What is kept of a body, in bytes, before its answer is allowed, and of a streamed one.
+  /// How many bytes of a body are kept before its answer is allowed, and of a streamed body.
   static constexpr std::size_t kBytesBeforePermission = std::size_t{64} << 10;
   static constexpr std::size_t kStreamedBytesKept = std::size_t{256} << 10;
 
@@ -33,44 +33,45 @@ class DelegateConversation {
 
   // The question whether the answer is allowed.
 
-  /// A header has come. One that the delegate is not asked about, since another may come in its
-  /// place (a redirect, a 304), neither waits for the answer.
+  /// A header has come. When the delegate is not asked about it, since another answer may take its
+  /// place (a redirect, a 304), nothing waits for the delegate.
   void headerCame(bool isAskedAbout);
 
-  /// Whether to put the question while the body is still coming: true once.
+  /// Whether to ask while the body is still coming; true once.
   [[nodiscard]] bool mustAskEarly();
 
-  /// Whether to put the question now: true once for each task.
+  /// Whether to ask now; true once for each task.
   [[nodiscard]] bool mustAsk();
 
-  /// What waited for the delegate's permission, and goes on now.
+  /// What waited for the delegate's permission and goes on now.
   struct Permitted {
-    bool mustHandOver = false;           ///< a streamed body lies there
+    bool mustHandOver = false;           ///< a streamed body is ready
     bool mustResume = false;             ///< the transfer had to wait
     std::optional<TaskOutcome> outcome;  ///< the task is over
   };
   [[nodiscard]] Permitted permit();
 
-  /// Whether a failure has to wait for the question as an answer would: a streamed body has begun,
-  /// and what came of it is the delegate's. Not for one who has had until the deadline to answer.
+  /// Whether a failure has to wait for the delegate's permission, as an answer would: a streamed
+  /// body has begun, and the delegate gets the part that came. A failure at the deadline does not
+  /// wait.
   [[nodiscard]] bool isOwedBefore(const URLError& failure);
 
-  /// The outcome if it may be delivered, else nothing until `permit`.
+  /// The outcome if it may be delivered; otherwise empty, and `permit` gives it later.
   [[nodiscard]] std::optional<TaskOutcome> conclude(TaskOutcome outcome);
 
   // The body.
 
-  /// Whether more of it may come; when not, `permit` or `taken` says when to go on.
+  /// Whether more of it may come; if not, `permit` or `taken` says when to go on.
   [[nodiscard]] bool takesMore(std::size_t gatheredBytes);
 
   /// Keeps a piece of a streamed body; true when a job has to hand over what is kept.
   [[nodiscard]] bool keep(DataView piece);
 
-  /// What a job is to hand over; empty while the answer is not allowed.
+  /// The bytes for a job to hand over; empty while the answer is not allowed.
   [[nodiscard]] Data take();
 
-  /// The delegate has taken it, and wants more or holds the rest back until `release`; true when
-  /// the transfer had to wait, and goes on.
+  /// The delegate has taken the bytes, and wants more or holds the rest back until `release`. True
+  /// when the transfer had to wait and goes on now.
   [[nodiscard]] bool taken(bool wantsMore);
 
   /// The delegate wants more again.
@@ -88,10 +89,10 @@ class DelegateConversation {
   /// Whether a job has to tell of it.
   [[nodiscard]] bool mustReport();
 
-  /// How many of `totalBytes` were not told of yet; the job is done.
+  /// How many of `totalBytes` the delegate was not told of yet; this ends the job.
   [[nodiscard]] std::int64_t report(std::int64_t totalBytes);
 
-  /// Releases everything: nothing more is to be said.
+  /// Releases everything: the delegate gets no further call.
   void end();
 
  private:

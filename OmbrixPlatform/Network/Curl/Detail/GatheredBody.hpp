@@ -16,7 +16,7 @@
 
 namespace ombrix::platform::detail {
 
-/// What the bodies that a session gathers may take up together. Any thread.
+/// The memory that a session's gathered bodies may take together. Any thread.
 class BodyBudget {
  public:
   explicit BodyBudget(std::size_t bytes) noexcept : left_(bytes) {}
@@ -34,10 +34,11 @@ class BodyBudget {
   std::atomic<std::size_t> left_;
 };
 
-/// A body that is gathered in memory, in blocks that stay where they are: a vector that grows would
-/// be copied over and over, and leave a hole in the heap each time. Full blocks are pages of their
-/// own, which the system has back as soon as they are copied: joining them takes one body's room
-/// and a block more. The room counts in the session's budget for as long as this object lives.
+/// A body that is gathered in memory, in blocks that stay where they are: a growing vector would be
+/// copied over and over, and would leave a hole in the heap each time. Full blocks are pages of
+/// their own, which go back to the system as soon as they are copied: joining them takes the memory
+/// of one body and one block. The memory counts in the session's budget as long as this object
+/// lives.
 class GatheredBody {
  public:
   enum class Result : std::uint8_t { kept, tooLong, tooMuchTogether };
@@ -54,17 +55,18 @@ class GatheredBody {
     if (reserved_ > 0) budget_->giveBack(reserved_);
   }
 
-  /// Makes room beforehand for a body of this many bytes: for one block at most, and as far as the
-  /// budget allows.
+  /// Reserves memory for a body of this many bytes: one block at most, and no more than the budget
+  /// allows.
   void expect(std::size_t bytes) {
     if (bytes > 0 && last_.capacity() == 0) (void)addBlock(bytes);
   }
 
-  /// Adds bytes unless they pass a limit.
+  /// Adds bytes unless they would pass a limit; the result says which one.
   Result append(DataView piece) {
     if (piece.size() > maximumBytes_ - size_) return Result::tooLong;
     while (!piece.empty()) {
-      // Each block is as long as all before, up to a limit; the least will do where room is short.
+      // Each block is as long as all before it together, up to a limit; where the budget is short,
+      // the smallest size is used.
       if (last_.size() == last_.capacity() && !addBlock(std::max(piece.size(), size_)) &&
           !addBlock(piece.size())) {
         return Result::tooMuchTogether;
@@ -79,7 +81,7 @@ class GatheredBody {
 
   [[nodiscard]] std::size_t size() const noexcept { return size_; }
 
-  /// The bytes in one piece, which go on counting until this object is gone.
+  /// The bytes in one piece; they count in the budget until this object is gone.
   [[nodiscard]] Data takeBytes() {
     const std::size_t size = std::exchange(size_, 0);
     if (full_.empty()) return std::exchange(last_, {});
@@ -104,7 +106,7 @@ class GatheredBody {
  private:
   static constexpr std::size_t kBlockBytes = std::size_t{1} << 20;
 
-  /// Bytes in pages of their own: the heap would keep freed blocks for others.
+  /// Bytes in pages of their own: the heap would hold on to freed blocks.
   class Pages {
    public:
     static Pages with(DataView bytes) {

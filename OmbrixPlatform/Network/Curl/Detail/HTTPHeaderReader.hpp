@@ -11,15 +11,15 @@
 
 namespace ombrix::platform::detail {
 
-/// Gathers the header of an HTTP answer from its lines (RFC 9112 sections 4 and 5): interim answers
-/// are passed over, folded lines joined, trailers counted and dropped.
+/// Gathers the header of an HTTP answer from its lines (RFC 9112 sections 4 and 5): it skips
+/// interim answers, joins folded lines, and counts and drops trailers.
 class HTTPHeaderReader {
  public:
   enum class Result : std::uint8_t {
     more,       ///< the line was taken
     complete,   ///< it ended the header of the final answer
     malformed,  ///< it is neither a status line nor a field
-    ambiguous,  ///< a blank before its colon, which some read as another field than others
+    ambiguous,  ///< a blank before the colon, which parsers read differently
     upgrade,    ///< the server switches protocols (101)
     tooLong,    ///< the lines are more than `kMaximumBytes` together, or `kMaximumFields`
   };
@@ -59,12 +59,12 @@ struct BodyFraming {
 
   Kind kind = Kind::none;
   std::int64_t length = 0;      ///< of the coded bytes; for `Kind::length`
-  const char* fault = nullptr;  ///< why nobody can tell, a sentence; null when all is well
+  const char* fault = nullptr;  ///< a sentence on why nobody can tell; null when all is well
 };
 
-/// Reads it off the header (RFC 9112 section 6.3), more strictly than most: transfer codings other
-/// than "chunked" alone, lengths that are not a single number, and both at once are faults, since
-/// libcurl and whoever stands between may read them differently.
+/// Reads it from the header (RFC 9112 section 6.3), more strictly than most clients: any transfer
+/// coding but a lone "chunked", a length that is not a single number, and both at once are faults,
+/// since libcurl and a proxy on the way may read them differently.
 [[nodiscard]] BodyFraming framingOf(std::string_view method, int statusCode,
                                     const HTTPHeaders& headers);
 

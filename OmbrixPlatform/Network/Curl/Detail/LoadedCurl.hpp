@@ -1,8 +1,8 @@
 #pragma once
 
 // Private: libcurl, which is loaded when the first session is made. A program that makes no request
-// loads neither it nor the thirty libraries behind it, which take most of the time that a short
-// program needs to start. Included in place of <curl/curl.h>.
+// loads neither it nor the thirty libraries that it needs; loading those is most of the time that a
+// short program takes to start. Included in place of <curl/curl.h>.
 
 #include <curl/curl.h>
 

@@ -10,8 +10,8 @@
 
 namespace ombrix::platform::detail {
 
-/// The network threads of all sessions: those that have ended are joined when the next one starts,
-/// and while many are just ending a new one waits for them. Any thread.
+/// The network threads of all sessions: a thread that has ended is joined when the next one starts,
+/// and a new one waits while many are about to end. Any thread.
 class NetworkThreads {
  public:
   using Number = std::uint64_t;
@@ -19,17 +19,17 @@ class NetworkThreads {
   static NetworkThreads& shared();
 
   /// Runs a body on a thread of its own. Throws `std::system_error` when none can be started.
-  /// @return What `join` wants: threads' own identities are used again.
+  /// @return The number for `join`: the system reuses threads' own identities.
   Number start(std::move_only_function<void()> body);
 
-  /// Waits until such a thread, which is about to end, is gone.
+  /// Waits until a thread that is about to end is gone.
   void join(Number number);
 
-  /// The body of one that was started is about to return.
+  /// Called by a started thread whose body is about to return.
   void oneEnds();
 
  private:
-  /// At the end of the process: joins the threads that have ended, or do so within a second.
+  /// At the end of the process: joins the threads that have ended or end within a second.
   void joinEnding();
   struct Member {
     Number number;
@@ -46,8 +46,8 @@ class NetworkThreads {
   std::size_t ending_ OMBRIX_GUARDED_BY(mutex_) = 0;
 };
 
-/// Whether this process was forked off one that had sessions: it has none of their threads, so
-/// that nothing it begins could ever end.
+/// Whether this process was forked from one that had sessions. It has none of their threads, so a
+/// request that it starts would never end.
 [[nodiscard]] bool isForkedChild() noexcept;
 
 }  // namespace ombrix::platform::detail

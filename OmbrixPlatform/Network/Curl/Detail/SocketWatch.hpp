@@ -12,11 +12,11 @@
 
 namespace ombrix::platform::detail {
 
-/// What a network thread sleeps on: the sockets that libcurl wants watched, and a call of other
-/// threads (epoll).
+/// What a network thread sleeps on (epoll): the sockets that libcurl wants watched, and calls from
+/// other threads.
 ///
-/// A socket that is `keep`t stays watched while no transfer uses it: using the connection again
-/// takes no system call, and what came meanwhile is known. Network thread only, but for `wake`.
+/// A socket that is `keep`t stays watched while no transfer uses it: reusing the connection takes
+/// no system call, and bytes that came meanwhile are noticed. Network thread only, but for `wake`.
 class SocketWatch {
  public:
   struct Ready {
@@ -24,26 +24,27 @@ class SocketWatch {
     int events;  ///< as `curl_multi_socket_action` wants them
   };
 
-  /// Gets what it takes from the system; again: nothing. Throws `std::system_error`.
+  /// Opens the descriptors that it needs; a second call does nothing. Throws `std::system_error`.
   void open();
 
-  /// Has a multi handle tell which sockets it wants watched. It must not outlive this object.
+  /// Makes a multi handle report the sockets that it wants watched. The handle must not outlive
+  /// this object.
   void install(CURLM* multi);
 
-  /// Ends the wait that is under way, or else the next one. Any thread, after `open`.
+  /// Ends the present wait, or the next one if there is none. Any thread, after `open`.
   void wake() const noexcept;
 
-  /// Waits for sockets that somebody uses, not at all when the limit is 0.
+  /// Waits for the sockets that are in use; does not wait when the limit is 0.
   /// @return Those that are ready, valid until the next call; empty when the limit has passed, when
-  ///         `wake` was called, or for another reason to look again.
+  ///         `wake` was called, or when there is another reason to look again.
   std::span<const Ready> wait(std::chrono::milliseconds limit);
 
-  /// A new socket whose end `forget` will tell of, before it is closed.
+  /// Adds a new socket; `forget` is called before it is closed.
   void keep(curl_socket_t socket);
   void forget(curl_socket_t socket) noexcept;
 
-  /// Whether a kept socket that nobody uses may hold bytes, or have come to its end; false when a
-  /// look since its last use has shown that it does not.
+  /// Whether a kept socket that is not in use may hold bytes or have been closed by its peer; false
+  /// when a look since its last use has shown neither.
   [[nodiscard]] bool mayHoldBytes(curl_socket_t socket) const noexcept;
 
  private:
@@ -65,9 +66,9 @@ class SocketWatch {
 
   Descriptor all_;
   Descriptor call_;
-  std::vector<Watched> states_;  // by descriptor, which the system gives out from below
+  std::vector<Watched> states_;  // by descriptor: the system gives out the lowest free number
   std::vector<Ready> ready_;
-  std::uint64_t looks_ = 0;  // that have shown all that was ready
+  std::uint64_t looks_ = 0;  // since when all ready sockets were seen
 };
 
 }  // namespace ombrix::platform::detail

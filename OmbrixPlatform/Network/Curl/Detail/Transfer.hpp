@@ -32,8 +32,8 @@ struct WireAnswer {
   std::int64_t bytesSent = 0;
 };
 
-/// Whom a transfer is for: what the network thread tells and asks. Every call comes on that thread
-/// and returns soon; none calls back into the loop but by its mail.
+/// The client of a transfer, which the network thread tells and asks. Every call comes on that
+/// thread and must return soon; none may call back into the loop except through its mailbox.
 class TransferClient {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
@@ -46,7 +46,8 @@ class TransferClient {
   /// Whether nobody waits for the transfer any more. Any thread.
   [[nodiscard]] virtual bool isOver() const noexcept = 0;
 
-  /// An exchange begins; again after a wait for connectivity and when the request is sent again.
+  /// An exchange begins; called again after a wait for connectivity and when the request is sent
+  /// again.
   virtual void exchangeBegins(TimePoint now) = 0;
   virtual void requestIsResent() = 0;
   virtual void waitsForConnectivity() = 0;
@@ -56,21 +57,21 @@ class TransferClient {
   virtual BodyUse headerCame(std::shared_ptr<const HTTPURLResponse> response,
                              std::int64_t expectedBytes) = 0;
 
-  /// The body goes on after its first bytes: said once a round of transfers.
+  /// More of the body has come after its first bytes; called once for each round of the loop.
   virtual void bodyIsStillComing() = 0;
 
-  /// Whether more of the body may come now; when not, `CurlLoop::resumeReceiving` follows.
+  /// Whether more of the body may come now; if not, `CurlLoop::resumeReceiving` follows.
   [[nodiscard]] virtual bool takesMore(std::size_t gatheredBytes) = 0;
 
-  /// Some of the body has come, decoded; handed over here when it is streamed.
+  /// A decoded piece of the body has come; a streamed body is handed over here.
   virtual void bodyCame(DataView piece) = 0;
 
-  /// Asks whether to trust a server; false when the transfer is over, which asks nobody. The
-  /// answer, nothing for cancelled, may come on any thread.
+  /// Asks whether to trust a server; false, and nobody is asked, when the transfer is over. The
+  /// answer, empty for cancelled, may come on any thread.
   [[nodiscard]] virtual bool askAboutTrust(URLAuthenticationChallenge challenge,
                                            TrustAnswer answer) = 0;
 
-  // The ends. One of them is said, once, unless the client has abandoned the transfer.
+  // The ends: one of them is called, once, unless the client has abandoned the transfer.
 
   virtual void answered(WireAnswer answer) = 0;
   virtual void failed(std::shared_ptr<const URLError> error) = 0;
@@ -104,7 +105,7 @@ struct Transfer {
   std::shared_ptr<const URLError> lastConnectivityFailure;
   bool isKnown = false;
   bool isQueued = false;
-  bool isResend = false;   // its request was sent once, and goes once more
+  bool isResend = false;   // its request was sent and goes out a second time
   bool usesHTTP1 = false;  // the server refuses it over HTTP/2
   int certificatesAskedAbout = 0;
 };

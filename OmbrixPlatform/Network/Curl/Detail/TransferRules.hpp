@@ -14,7 +14,7 @@
 
 namespace ombrix::platform::detail {
 
-// What a task does next. Nothing here does anything: it only decides.
+// Decides what a task does next; nothing here acts on it.
 
 /// The request as it goes out: with the session's fields and policy. Fields that say who the client
 /// is are not added for another origin than the first.
@@ -22,19 +22,19 @@ namespace ombrix::platform::detail {
     std::shared_ptr<const URLRequest> request, const URLSessionConfiguration& configuration,
     const URL& firstURL);
 
-/// Why a request to an origin (nothing: its URL has none) cannot be sent; null when it can.
+/// Why a request to an origin (empty: its URL has none) cannot be sent; null when it can be sent.
 [[nodiscard]] std::shared_ptr<const URLError> refusal(const URLRequest& request,
                                                       const std::optional<URLOrigin>& origin);
 
-/// Whether a method has the same effect twice as once (RFC 9110 section 9.2.2).
+/// Whether a method is idempotent (RFC 9110 section 9.2.2).
 [[nodiscard]] bool isIdempotent(std::string_view method) noexcept;
 
-/// What an answer leads to.
+/// The next step after an answer.
 struct AfterAnswer {
   enum class Step : std::uint8_t {
     conclude,    ///< it is the task's answer
     follow,      ///< ask the delegate, then send `next`
-    loadAfresh,  ///< the server confirms something else than what is kept: ask without conditions
+    loadAfresh,  ///< the server confirms another answer than the kept one: ask without conditions
     fail,        ///< with `error`
   };
   Step step = Step::conclude;
@@ -42,23 +42,23 @@ struct AfterAnswer {
   std::shared_ptr<const URLError> error;
 };
 
-/// @param redirects How many were followed before.
-/// @param isUnconfirmed A 304 to conditions of the cache, which it could not use.
+/// @param redirects How many redirects were followed before.
+/// @param isUnconfirmed Whether it is a 304 to the cache's conditions that the cache could not use.
 [[nodiscard]] AfterAnswer afterAnswer(const URLRequest& request, const HTTPURLResponse& response,
                                       int redirects, bool isUnconfirmed);
 
-/// What a failed exchange leads to.
+/// The next step after a failed exchange.
 struct FailedExchange {
   bool hasHeader = false;             ///< the answer has begun
   bool wasSent = false;               ///< the request may have reached the server
-  bool connectionDiedBefore = false;  ///< a connection in use again died before any answer
+  bool connectionDiedBefore = false;  ///< a reused connection died before any answer
   bool isResend = false;              ///< it was the second sending already
   bool isIdempotent = false;
-  bool isHTTP1Required = false;  ///< the server has done nothing, and wants it over HTTP/1.1
+  bool isHTTP1Required = false;  ///< the server has done nothing, and asks for HTTP/1.1
   bool foundSurplus = false;     ///< bytes that nobody had asked for lay on the connection
   bool isUndecided = false;      ///< nobody has decided about the server's certificate
   bool isMissingConnectivity = false;
-  bool waitsForConnectivity = false;  ///< the session does
+  bool waitsForConnectivity = false;  ///< the session wants to wait for it
 };
 
 enum class AfterFailure : std::uint8_t {
@@ -72,7 +72,7 @@ enum class AfterFailure : std::uint8_t {
 
 [[nodiscard]] AfterFailure afterFailure(const FailedExchange& exchange) noexcept;
 
-/// Whether a host is this machine, which no proxy is asked for.
+/// Whether a host is this machine, for which no proxy is used.
 [[nodiscard]] bool isLoopback(const std::string& host) noexcept;
 
 }  // namespace ombrix::platform::detail

@@ -48,7 +48,7 @@ class TransferTask final : public URLSessionUploadTask,
   }
   [[nodiscard]] URLSessionTaskMetrics metrics() const override;
 
-  // For the session, right after it was made.
+  // For the session, right after the task was made.
 
   void setPlaceInSession(CurlURLSession::TaskList::iterator where) { placeInSession_ = where; }
   void setSessionHasEnded() noexcept { sessionHasEnded_ = true; }
@@ -73,7 +73,7 @@ class TransferTask final : public URLSessionUploadTask,
   void failed(std::shared_ptr<const URLError> error) override;
 
  private:
-  /// A whole answer, from the server or from the cache.
+  /// A whole answer, from the server or the cache.
   struct Answer {
     std::shared_ptr<const HTTPURLResponse> response;
     GatheredBody body;
@@ -110,9 +110,9 @@ class TransferTask final : public URLSessionUploadTask,
   void conclude(Answer answer);
   void concludeWith(CurlURLSession& session, TaskOutcome outcome,
                     std::shared_ptr<const HTTPURLResponse> response);
-  /// What an answer comes to; nothing when the task goes on elsewhere or is over.
+  /// The outcome of an answer; empty when the task goes on elsewhere or is over.
   [[nodiscard]] std::optional<TaskOutcome> outcomeOf(CurlURLSession& session, Answer& answer);
-  /// Runs what takes memory as a server wishes; without that memory the task fails.
+  /// Runs a step whose use of memory the server determines; when memory is short, the task fails.
   template <class Work>
   void failingWithoutMemory(Work work) {
     try {
@@ -122,7 +122,8 @@ class TransferTask final : public URLSessionUploadTask,
     }
   }
   Answer throughCache(URLCache& cache, Answer answer);
-  /// Whether an answer stands for a server that cannot answer now, and the cache has one instead.
+  /// Whether an answer means that the server cannot answer now, and the cache has one to replace
+  /// it.
   [[nodiscard]] bool isReplaced(const HTTPURLResponse& response) const;
   void standIn(CurlURLSession& session);
   void goOnWithStored(CurlURLSession& session, Answer answer);
@@ -139,7 +140,7 @@ class TransferTask final : public URLSessionUploadTask,
 
   const std::uint64_t identifier_;
   const std::shared_ptr<const URLRequest> original_;
-  const bool isStreaming_;  // no handler: all goes to the delegate
+  const bool isStreaming_;  // no handler: everything goes to the delegate
   DelegateConversation conversation_;
   bool sessionHasEnded_ = false;
   CurlURLSession::TaskList::iterator placeInSession_;
@@ -149,11 +150,11 @@ class TransferTask final : public URLSessionUploadTask,
   std::atomic<std::int64_t> bytesReceived_ = 0;
   std::atomic<std::int64_t> bytesExpected_ = -1;
 
-  // Owned by the one that handles the task at the moment.
+  // Owned by the thread that handles the task at the moment.
   std::optional<CachedURLResponse> validated_;
   std::optional<CachedURLResponse> answerOnError_;
   std::optional<Answer> answer_;                       // on its way to the delegate queue
-  std::shared_ptr<const HTTPURLResponse> passedOver_;  // the caller gets its token all the same
+  std::shared_ptr<const HTTPURLResponse> passedOver_;  // its token still goes to the caller
   int redirects_ = 0;
   TransferClient::TimePoint deadline_{};
 

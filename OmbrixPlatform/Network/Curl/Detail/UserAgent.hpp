@@ -4,8 +4,8 @@
 
 namespace ombrix::platform::detail {
 
-/// The "User-Agent" of requests that name none: name and version of the main bundle, or of the
-/// program where that says nothing; the version is left out where nobody knows it.
+/// The "User-Agent" of requests that name none: the main bundle's name and version, or the
+/// program's name where the bundle has none; an unknown version is left out.
 [[nodiscard]] std::string userAgentOfMainBundle();
 
 }  // namespace ombrix::platform::detail

@@ -23,9 +23,9 @@ class NetworkManagerMetered {
 
 #else
 
-/// Follows NetworkManager's word on whether the network is metered, over the system bus. It never
-/// waits: a bus that is silent, missing or without NetworkManager leaves the answer at false.
-/// One thread at a time.
+/// Follows over the system bus whether NetworkManager calls the network metered. It never waits: a
+/// bus that is silent, missing or without NetworkManager leaves the answer at false. One thread at
+/// a time.
 class NetworkManagerMetered {
  public:
   NetworkManagerMetered() = default;
@@ -41,12 +41,12 @@ class NetworkManagerMetered {
   [[nodiscard]] int descriptor() const;
   [[nodiscard]] std::uint32_t events() const;
 
-  /// Takes what has come and sends what waits; disconnects when the bus is gone.
+  /// Reads the messages that have come and sends those that wait; disconnects when the bus is gone.
   void process();
 
   [[nodiscard]] bool isMetered() const noexcept { return isMetered_; }
 
-  /// Whether that is all there is to know: there is an answer, or nobody to give one.
+  /// Whether the answer is final for now: it has come, or there is nobody to give one.
   [[nodiscard]] bool hasAnswer() const noexcept { return bus_ == nullptr || hasReply_; }
 
  private:

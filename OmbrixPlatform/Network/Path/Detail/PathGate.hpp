@@ -9,7 +9,7 @@
 
 namespace ombrix::platform::detail {
 
-/// Holds jobs back until the network path is known, so that nobody has to wait. Any thread.
+/// Holds jobs back until the network path is known, so that no thread has to wait. Any thread.
 class PathGate {
  public:
   /// Runs a job: at once when the gate is open, else on the thread pool once it opens.
