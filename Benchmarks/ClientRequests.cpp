@@ -1,5 +1,4 @@
-// Requests through the whole client, with queue, operations and publishers, beside the sessions of
-// Requests.cpp on the same server; and answers that its cache has, in memory and on disk.
+// Answers that the whole client's cache has, in memory and on disk.
 
 #include <benchmark/benchmark.h>
 
@@ -15,7 +14,6 @@
 namespace {
 
 using namespace ombrix;
-using bursts::Burst;
 using bursts::kBodyBytes;
 using bursts::kServer;
 
@@ -30,38 +28,6 @@ ServerConfiguration configuration() {
 bool isWhole(const OmbrixServerAPI::Result<HTTPAnswer>& result) {
   return result && result->data.size() == kBodyBytes;
 }
-
-/// Each request as a publisher with a completion.
-class Publishers {
- public:
-  void submit(Burst& burst) {
-    auto& client = api_.client();
-    client.completionWrapper<HTTPAnswer>(
-        client.publisher("n"), [&burst](const auto& result) { burst.answered(isWhole(result)); });
-  }
-
- private:
-  testing::ScopedDirectories directories_;
-  testing::ScopedServerAPI api_{configuration()};
-};
-
-/// Each request as an operation with a callback.
-class Operations {
- public:
-  void submit(Burst& burst) {
-    api_.client().addOperation(std::make_shared<OmbrixAPIHttpRequestOperation>(
-        target_, HttpRequestOperation::HTTPMethod::GET, platform::HTTPHeaders(),
-        [&burst](bool success, int, const auto*, const auto* data) {
-          burst.answered(success && data && data->size() == kBodyBytes);
-        },
-        api_.client().session()));
-  }
-
- private:
-  testing::ScopedDirectories directories_;
-  testing::ScopedServerAPI api_{configuration()};
-  const platform::URL target_ = *platform::URL::parse(kServer + "n");
-};
 
 /// Asks for one answer and waits for it.
 bool fetch(OmbrixServerAPI& client, const std::string& path) {
@@ -100,14 +66,6 @@ void diskHit(benchmark::State& state) {
   for (auto _ : state) benchmark::DoNotOptimize(fetch(api.client(), std::to_string(i++)));
 }
 
-BENCHMARK(bursts::requests<Publishers>)
-    ->Name("request/client, publishers")
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
-BENCHMARK(bursts::requests<Operations>)
-    ->Name("request/client, operations")
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
 BENCHMARK(memoryHit)->Name("request from memory/client")->UseRealTime();
 BENCHMARK(diskHit)->Name("request from disk/client")->UseRealTime()->Iterations(kStoredAnswers);
 

@@ -20,6 +20,8 @@
 #include <semaphore>
 #include <string>
 #include <string_view>
+#include <thread>
+#include <vector>
 
 namespace bursts {
 
@@ -86,6 +88,13 @@ inline std::string startServer() {
 /// Where it is. Answers to paths that begin with "n" are not to be stored, others for ten minutes.
 inline const std::string kServer = startServer();
 
+/// Where requests go, which ask for "n" there. A host under ".test" is this machine, whose
+/// certificate is taken as it is.
+struct Target {
+  std::string url = kServer;
+  bool isSecure = false;
+};
+
 /// What this process has used so far.
 inline double processorMicroseconds() {
   rusage usage{};
@@ -99,6 +108,8 @@ inline double processorMicroseconds() {
 /// Counts a burst's answers.
 class Burst {
  public:
+  explicit Burst(int count = kBurst) : left_(count) {}
+
   void answered(bool isWhole) {
     if (!isWhole) failures_.fetch_add(1, std::memory_order_relaxed);
     if (left_.fetch_sub(1, std::memory_order_acq_rel) == 1) done_.release();
@@ -110,20 +121,14 @@ class Burst {
   }
 
  private:
-  std::atomic<int> left_ = kBurst;
+  std::atomic<int> left_;
   std::atomic<int> failures_ = 0;
   std::binary_semaphore done_{0};
 };
 
-/// Submits bursts to a client and waits for each.
-template <class Client>
-void requests(benchmark::State& state) {
-  Client client;
-  const auto runBurst = [&] {
-    Burst burst;
-    for (int i = 0; i < kBurst; ++i) client.submit(burst);
-    return burst.wait();
-  };
+/// Times rounds of `kBurst` requests, and what each request costs this process.
+template <class Round>
+void rounds(benchmark::State& state, Round runBurst) {
   if (!runBurst()) state.SkipWithError("an answer is not whole");
   const double before = processorMicroseconds();
   for (auto _ : state) {
@@ -132,6 +137,39 @@ void requests(benchmark::State& state) {
   const auto count = static_cast<double>(state.iterations()) * kBurst;
   state.SetItemsProcessed(static_cast<std::int64_t>(count));
   state.counters["cpu_us_each"] = (processorMicroseconds() - before) / count;
+}
+
+/// Submits bursts to a client and waits for each.
+template <class Client>
+void requests(benchmark::State& state) {
+  Client client{Target()};
+  rounds(state, [&] {
+    Burst burst;
+    for (int i = 0; i < kBurst; ++i) client.submit(burst);
+    return burst.wait();
+  });
+}
+
+/// Has callers, as many as the argument says, each wait for an answer before they ask again.
+template <class Client>
+void callers(benchmark::State& state, const Target& target) {
+  Client client(target);
+  rounds(state, [&] {
+    std::atomic<int> left = kBurst;
+    std::atomic<bool> areWhole = true;
+    std::vector<std::jthread> threads;
+    for (std::int64_t i = 0; i < state.range(0); ++i) {
+      threads.emplace_back([&] {
+        while (left.fetch_sub(1) > 0) {
+          Burst one(1);
+          client.submit(one);
+          if (!one.wait()) areWhole = false;
+        }
+      });
+    }
+    threads.clear();
+    return areWhole.load();
+  });
 }
 
 }  // namespace bursts

@@ -36,7 +36,8 @@ class NWPathMonitor {
   /// The default implementation never calls it.
   virtual void setNetworkChangeHandler(std::move_only_function<void()> /*handler*/) {}
 
-  /// Begins to watch; a second call does nothing.
+  /// Begins to watch; a second call does nothing. When the system has too few descriptors left, it
+  /// watches nothing until it is started again.
   virtual void start() = 0;
 
   /// Ends the watch for good: it waits for a call of the handler that runs on another thread, and

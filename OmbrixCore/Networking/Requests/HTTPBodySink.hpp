@@ -30,6 +30,9 @@ class HTTPBodySink {
   virtual std::expected<void, platform::URLError> end(
       const platform::HTTPURLResponse& response) = 0;
 
+  /// The request has ended without a whole body; before anybody is told.
+  virtual void breakOff() {}
+
   /// The request has failed, and is to be made again by another operation.
   ///
   /// @param headers What it asks with, to be changed.

@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <string>
+#include <typeinfo>
 #include <unordered_map>
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
@@ -287,7 +288,7 @@ void HttpRequestOperation::handle(const platform::HTTPURLResponse& response, con
 void HttpRequestOperation::endTaskAndCallbackWithSuccess(bool success, int responseCode,
                                                          std::optional<JSON> json,
                                                          std::optional<Data> data) {
-  const bool isLast = handledLast == this;
+  const bool isLast = handledLast == this && runsOwnCodeOnly();
   {
     Callbacks callbacks;
     {
@@ -304,6 +305,10 @@ void HttpRequestOperation::endTaskAndCallbackWithSuccess(bool success, int respo
   const Callbacks dropped = takeCallbacks();
   if (isLast) platform::detail::PoolJob::endsSoon();
   finish();
+}
+
+bool HttpRequestOperation::runsOwnCodeOnly() const {
+  return typeid(*this) == typeid(HttpRequestOperation);
 }
 
 bool HttpRequestOperation::isCancelling() const {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <typeinfo>
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
@@ -100,6 +101,10 @@ void OmbrixAPIHttpRequestOperation::handle(const platform::HTTPURLResponse& resp
   if (hasDeferredLoginError_) conditions.isLoginInvalid = false;
   OmbrixServerAPI::sharedInstance().take(std::move(conditions), environment_);
   endTaskAndCallbackWithSuccess(success, status, std::move(json), std::move(data));
+}
+
+bool OmbrixAPIHttpRequestOperation::runsOwnCodeOnly() const {
+  return typeid(*this) == typeid(OmbrixAPIHttpRequestOperation);
 }
 
 std::shared_ptr<OmbrixAPIHttpRequestOperation> OmbrixAPIHttpRequestOperation::nextAttempt() const {

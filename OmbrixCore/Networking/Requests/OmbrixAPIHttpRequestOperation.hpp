@@ -79,6 +79,9 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   /// Adds it to the shared client's queue; a second time stops the program, naming the request.
   void enqueueForPublisher() override;
 
+ protected:
+  [[nodiscard]] bool runsOwnCodeOnly() const override;
+
  private:
   static std::uint64_t currentEnvironment();
 

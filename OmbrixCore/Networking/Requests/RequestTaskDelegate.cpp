@@ -50,6 +50,7 @@ void RequestTaskDelegate::didComplete(platform::URLSessionTask& task,
     const auto ended = sink_->end(*response);
     if (!ended) refusal_ = std::make_shared<const platform::URLError>(ended.error());
   }
+  if (sink_ && (refusal_ || error)) sink_->breakOff();
   if (refusal_) return handler_(std::nullopt, nullptr, refusal_);
   if (error) return handler_(std::nullopt, nullptr, error);
   std::optional<platform::Data> body;

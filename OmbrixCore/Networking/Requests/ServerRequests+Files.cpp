@@ -44,7 +44,8 @@ Async<HTTPAnswer> ServerRequests::upload(std::string_view url, const std::filesy
 Async<HTTPAnswer> ServerRequests::download(std::string_view url, std::filesystem::path file,
                                            RequestOptions options) {
   const auto operation = operationFor(url, HTTPMethod::GET, Duration::unlimited);
-  const auto sink = std::make_shared<detail::FileSink>(std::move(file));
+  const auto sink = std::make_shared<detail::FileSink>(
+      std::move(file), operation ? operation->url().absoluteString() : std::string());
   if (operation) {
     sink->prepare(options.headers);
     operation->setOptions(std::move(options));

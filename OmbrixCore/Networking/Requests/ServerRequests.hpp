@@ -200,7 +200,9 @@ class ServerRequests {
   /// Writes the body of the answer into a file, which is there when it is whole, and not before.
   /// What a broken download has left ("NAME.part") is gone on with by the next one, where the
   /// server says by "ETag" or "Last-Modified" that it is a part of the same. The answer has no
-  /// body; code 416 means that all of it had been there.
+  /// body; code 416 means that all of it had been there, and codes other than 200, 203 and 206 that
+  /// nothing came and all is as it was. A server that sends less than the rest is an error, after
+  /// which the next download goes on; so is another download of the same file under way.
   [[nodiscard]] platform::Async<HTTPAnswer> download(std::string_view url,
                                                      std::filesystem::path file) {
     return download(url, std::move(file), RequestOptions());

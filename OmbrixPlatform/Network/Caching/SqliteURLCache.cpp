@@ -33,22 +33,18 @@ SqliteURLCache::SqliteURLCache(const std::string& folder, std::int64_t capacity,
 // What callers ask.
 
 CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeaders& request) {
-  std::uint64_t enqueuedBefore = 0;
   {
     const LockGuard lock(mutex_);
     if (clearing_ > 0 || !isTrusted()) return nullptr;
     if (const auto known = pendingAnswer(key, request)) return *known;
-    enqueuedBefore = enqueued_;
   }
   CachedAnswerPointer answer;
   SqliteURLCacheFile::Use use{};
-  bool hasOthers = false;
   {
     const LockGuard lock(readerMutex_);
     try {
-      answer = reader_.find(key, request, use, hasOthers);
+      answer = reader_.find(key, request, use);
     } catch (const SqliteFailure& failure) {
-      hasOthers = true;  // for all that is known
       handle(reader_, failure);
       if (!failure.isBusy() && !failure.isDamage()) {
         const LockGuard stateLock(mutex_);
@@ -56,9 +52,8 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
       }
     }
   }
-  const LockGuard lock(mutex_);
-  misses_.note(key, !hasOthers && enqueued_ == enqueuedBefore && !pending_.contains(key));
   if (!answer) return nullptr;
+  const LockGuard lock(mutex_);
   // It may have been replaced or dropped meanwhile.
   if (clearing_ > 0 || !isTrusted()) return nullptr;
   if (const auto known = pendingAnswer(key, request)) return *known;
@@ -86,29 +81,8 @@ bool SqliteURLCache::isUnsettled(const std::string& key) {
   return clearing_ > 0 || !isTrusted() || pending_.contains(key);
 }
 
-void SqliteURLCache::Misses::note(const std::string& key, bool isMissing) {
-  const auto hash = std::hash<std::string>{}(key);
-  auto& miss = misses_[hash % misses_.size()];
-  if (isMissing) {
-    miss = {.hash = hash, .at = std::chrono::steady_clock::now()};
-  } else if (miss.hash == hash) {
-    miss = {};
-  }
-}
-
-bool SqliteURLCache::Misses::isRecent(const std::string& key) const {
-  constexpr std::chrono::seconds kLongestRequest{30};
-  const auto hash = std::hash<std::string>{}(key);
-  const auto& miss = misses_[hash % misses_.size()];
-  return miss.hash == hash && std::chrono::steady_clock::now() - miss.at < kLongestRequest;
-}
-
-/// Whether there is certainly no answer on disk, or was none when that was asked last.
+/// Whether there is certainly no answer on disk, also of another process.
 bool SqliteURLCache::isMissing(const std::string& key) {
-  {
-    const LockGuard lock(mutex_);
-    if (misses_.isRecent(key)) return true;
-  }
   const LockGuard lock(readerMutex_);
   try {
     return !reader_.mayContain(key);
@@ -128,8 +102,6 @@ void SqliteURLCache::enqueue(ChangePointer change) {
   } else {
     pendingBytes_ += bytes;
   }
-  ++enqueued_;
-  misses_.note(change->key, false);
   pending_[change->key].push_back(change);
   changes_.push_back(std::move(change));
   schedule();

@@ -264,7 +264,7 @@ void SqliteURLCacheFile::setAside() {
 // Reading.
 
 CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPHeaders& request,
-                                             Use& use, bool& hasOthers) {
+                                             Use& use) {
   if (!openExisting()) return nullptr;
   Open& open = *open_;
   const std::int64_t hash = hashOf(key);
@@ -273,7 +273,6 @@ CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPH
   while (open.select.step()) {
     const auto head = readHead(open.select.bytes(1));
     if (!head) failDamaged();
-    hasOthers = true;
     if (head->key != key || !selects(head->selecting, request)) continue;
     auto body = readBody(*head);
     if (!body) failDamaged();

@@ -54,6 +54,11 @@ bool isMissingRoute(long systemError) noexcept {
          systemError == EADDRNOTAVAIL;
 }
 
+bool lacksDescriptors(const CurlFailure& failure) noexcept {
+  return (failure.code == CURLE_COULDNT_CONNECT || failure.code == CURLE_COULDNT_RESOLVE_HOST) &&
+         (failure.systemError == EMFILE || failure.systemError == ENFILE);
+}
+
 URLError::Code codeOfCertificate(long verifyResult) noexcept {
   switch (verifyResult) {
     case X509_V_ERR_CERT_HAS_EXPIRED:
@@ -80,10 +85,10 @@ std::optional<Row> rowOfCircumstances(const CurlFailure& failure) noexcept {
     return Row{code, codeOfCertificate(failure.verifyResult),
                "the server's certificate is not trusted"};
   }
+  if (lacksDescriptors(failure)) {
+    return Row{code, cannotConnectToHost, "no descriptors are left for a connection"};
+  }
   if (code == CURLE_COULDNT_CONNECT) {
-    if (failure.systemError == EMFILE || failure.systemError == ENFILE) {
-      return Row{code, cannotConnectToHost, "no descriptors are left for a connection"};
-    }
     if (isMissingRoute(failure.systemError)) {
       return Row{code, notConnectedToInternet, "there is no route to the server"};
     }
@@ -154,7 +159,7 @@ std::shared_ptr<const URLError> errorOfMissingMemory() noexcept {
 }
 
 bool isMissingConnectivity(const CurlFailure& failure) noexcept {
-  return failure.code == CURLE_COULDNT_RESOLVE_HOST ||
+  return (failure.code == CURLE_COULDNT_RESOLVE_HOST && !lacksDescriptors(failure)) ||
          failure.code == CURLE_COULDNT_RESOLVE_PROXY ||
          (failure.code == CURLE_COULDNT_CONNECT && isMissingRoute(failure.systemError));
 }

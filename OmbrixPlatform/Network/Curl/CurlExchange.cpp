@@ -51,6 +51,14 @@ const char* loopback() noexcept {
   return hasBoth ? "::localhost:" : "::127.0.0.1:";
 }
 
+/// Whether there are as many as the look-up of a name takes, whose want libcurl does not tell.
+bool areDescriptorsLeft() noexcept {
+  std::array<int, 2> ends{};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return false;
+  for (const int end : ends) ::close(end);
+  return true;
+}
+
 /// Fields that belong to the connection and the framing of the message, which are libcurl's.
 bool isReserved(std::string_view name) noexcept {
   constexpr std::array<std::string_view, 5> kNames{"Content-Length", "Transfer-Encoding",
@@ -230,17 +238,21 @@ int CurlExchange::rewindBody(void* self, curl_off_t offset, int origin) {
 
 bool CurlExchange::setFields(const URLRequest& request) {
   constexpr std::size_t kFieldsAdded = 4;
-  const std::size_t most = request.headers.size() + transfer_->conditions.size();
-  lines_.reserve(most);
-  fields_.reserve(most + kFieldsAdded);
+  std::size_t bytes = 0;
+  for (const HTTPHeaders* headers : {&request.headers, &transfer_->conditions}) {
+    for (const auto& [name, value] : *headers) bytes += name.size() + value.size() + 3;
+  }
+  lines_.reserve(bytes);  // so that they stay where they are
+  fields_.reserve(request.headers.size() + transfer_->conditions.size() + kFieldsAdded);
   // libcurl only reads them.
   const auto add = [&](const char* line) { fields_.push_back({const_cast<char*>(line), nullptr}); };
   for (const HTTPHeaders* headers : {&request.headers, &transfer_->conditions}) {
     for (const auto& [name, value] : *headers) {
       if (isReserved(name)) continue;
+      const std::size_t begin = lines_.size();
       // libcurl would take a name with nothing after the colon as a field to leave out.
-      lines_.push_back(name + (value.empty() ? ";" : ": ") + value);
-      add(lines_.back().c_str());
+      lines_.append(name).append(value.empty() ? ";" : ": ").append(value).push_back('\0');
+      add(lines_.data() + begin);
     }
   }
   const auto isOpen = [&](const char* name) { return !request.headers.contains(name); };
@@ -441,10 +453,7 @@ bool CurlExchange::refusesToSendAgain() noexcept {
   if (sendings_ == 0) return false;
   wouldBeSentAgain_ = true;
   answerHasBegun_ = surroundings_.sockets.endedInAnAnswer(connection_);
-  // On a connection that was new it does so only where the server has refused the stream, and goes
-  // on with that connection only where it wants HTTP/1.1.
-  isHTTP1Required_ = saysThatHTTP1IsRequired() || (carriesStreams_ && !isReused_ &&
-                                                   !surroundings_.sockets.hasEnded(connection_));
+  isHTTP1Required_ = saysThatHTTP1IsRequired();
   return true;
 }
 
@@ -463,7 +472,7 @@ curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
   const curl_socket_t descriptor = exchange.guarded(curl_socket_t{CURL_SOCKET_BAD}, [&] {
     return exchange.surroundings_.sockets.open(*address);
   });
-  if (descriptor == CURL_SOCKET_BAD) exchange.socketError_ = errno;
+  exchange.socketError_ = descriptor == CURL_SOCKET_BAD ? errno : 0;
   return descriptor;
 }
 
@@ -484,6 +493,7 @@ bool CurlExchange::mayUse(const CurlSockets::Connection& connection) {
   const bool isSecure = transfer_->origin.isSecure;
   connection_ = sockets.numberOf(connection);
   carriesStreams_ = isSecure && CurlSockets::carriesStreams(easy_);
+  tls_ = isSecure && !carriesStreams_ ? CurlTrust::connectionOf(easy_) : nullptr;
   long newConnections = 0;
   ::curl_easy_getinfo(easy_, CURLINFO_NUM_CONNECTS, &newConnections);
   isReused_ = newConnections == 0;
@@ -549,6 +559,7 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
   failure.isSecure = transfer_->origin.isSecure;
   ::curl_easy_getinfo(easy_, CURLINFO_OS_ERRNO, &failure.systemError);
   if (socketError_ != 0) failure.systemError = socketError_;
+  if (code == CURLE_COULDNT_RESOLVE_HOST && !areDescriptorsLeft()) failure.systemError = EMFILE;
   ::curl_easy_getinfo(easy_, CURLINFO_HTTP_CONNECTCODE, &failure.proxyStatus);
   failure.gaveCertificate = hasCertificate_;
   if (trust_ != nullptr) {
@@ -565,20 +576,25 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
 std::shared_ptr<const URLError> CurlExchange::errorFor(const CurlFailure& failure) const {
   using Code = URLError::Code;
   if (ownError_) return ownError_;
-  if (wouldBeSentAgain_ && answerHasBegun_) {
+  // What a server answers by 417 libcurl would send once more, though it has the whole answer.
+  const bool isAnswered = wouldBeSentAgain_ && response_;
+  if (wouldBeSentAgain_ && answerHasBegun_ && !isAnswered) {
     return makeURLError(Code::networkConnectionLost,
                         "the connection ended before the answer's header did");
   }
-  if (connectionDiedBefore(failure.code)) {
+  if (connectionDiedBefore(failure.code) && !isAnswered) {
     return makeURLError(Code::networkConnectionLost,
                         "the connection was lost before an answer came");
   }
-  if (failure.code != CURLE_OK) return urlErrorFor(failure);
+  if (failure.code != CURLE_OK && !isAnswered) return urlErrorFor(failure);
   if (!response_) {
     return makeURLError(Code::networkConnectionLost,
                         "the connection ended before the answer's header did");
   }
-  if (framing_.kind == BodyFraming::Kind::length && rawBytes_ != framing_.length) {
+  // Without a length only TLS can tell the end from a connection that anybody has cut
+  // (RFC 9112 section 9.8).
+  const bool isCut = framing_.kind == BodyFraming::Kind::untilClose && tls_ && !tls_->hasEnded;
+  if (isCut || (framing_.kind == BodyFraming::Kind::length && rawBytes_ != framing_.length)) {
     return makeURLError(Code::networkConnectionLost, "the answer's body is cut short");
   }
   if (!decoder_.isAtEnd()) {

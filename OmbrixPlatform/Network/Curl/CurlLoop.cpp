@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <csignal>
+#include <exception>
 #include <iterator>
 #include <system_error>
 #include <utility>
@@ -28,7 +29,6 @@ constexpr unsigned kRoundsTogether = 8;
 constexpr int kMostCertificates = 8;  // that are asked about for one transfer
 constexpr auto kFirstRetryDelay = 500ms;
 constexpr auto kLongestRetryDelay = 30s;
-constexpr std::chrono::milliseconds kLongestSleep = 1h;
 // libcurl 7.88 may leave bytes of one HTTP/2 stream lying when another of the connection has read
 // them: exchanges that have shared their connection look again after these times.
 constexpr auto kFirstNudgeDelay = 20ms;
@@ -219,7 +219,7 @@ void CurlLoop::awaitMore() {
 void CurlLoop::sleep() {
   const bool mayStall =
       std::ranges::any_of(active_, [](const auto& exchange) { return exchange->mayStall; });
-  std::chrono::milliseconds limit = mayStall ? nudgeDelay_ : kLongestSleep;
+  std::chrono::milliseconds limit = mayStall ? nudgeDelay_ : longestSleep_;
   long own = -1;
   ::curl_multi_timeout(multi_, &own);
   if (own >= 0) limit = std::min(limit, std::chrono::milliseconds(own));
@@ -623,12 +623,17 @@ void CurlLoop::armTimer() {
   if (!transfers_.empty()) next = std::min(next, transfers_.front()->deadline);
   for (const CurlHost* host : offline_) next = std::min(next, host->retryAt);
   if (next >= armedFor_) return;
-  armedFor_ = next;
-  timer_ = after(next, [weak = weak_from_this()] {
-    const auto self = weak.lock();
-    if (!self) return;
-    self->post([](CurlLoop& loop) { loop.armedFor_ = TimePoint::max(); });
-  });
+  try {
+    timer_ = after(next, [weak = weak_from_this()] {
+      const auto self = weak.lock();
+      if (!self) return;
+      self->post([](CurlLoop& loop) { loop.armedFor_ = TimePoint::max(); });
+    });
+    armedFor_ = next;
+    longestSleep_ = kLongestSleep;
+  } catch (const std::exception&) {
+    longestSleep_ = kSleepWithoutTimer;  // there are no descriptors left for one
+  }
 }
 
 /// Reports answers whose body is still coming; for whole ones the end is report enough.

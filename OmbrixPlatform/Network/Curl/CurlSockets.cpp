@@ -32,14 +32,6 @@ void readEnd(curl_socket_t descriptor, int (*end)(int, sockaddr*, socklen_t*), s
   port = ntohs(isIPv6 ? as6->sin6_port : as4->sin_port);
 }
 
-/// The TLS of the connection that a transfer uses; null without.
-SSL* tlsOf(CURL* easy) {
-  curl_tlssessioninfo* session = nullptr;
-  ::curl_easy_getinfo(easy, CURLINFO_TLS_SSL_PTR, &session);
-  if (session == nullptr || session->backend != CURLSSLBACKEND_OPENSSL) return nullptr;
-  return static_cast<SSL*>(session->internals);
-}
-
 /// All that the peer has sent on a connection so far, as the system counts it.
 std::uint64_t bytesReceived(curl_socket_t descriptor) noexcept {
   tcp_info info{};
@@ -53,6 +45,13 @@ constexpr std::uint64_t kEndBytes = 1;  // the system counts the end of a connec
 constexpr std::uint64_t kAlertBytes = 31;
 
 }  // namespace
+
+ssl_st* tlsOf(CURL* easy) {
+  curl_tlssessioninfo* session = nullptr;
+  ::curl_easy_getinfo(easy, CURLINFO_TLS_SSL_PTR, &session);
+  if (session == nullptr || session->backend != CURLSSLBACKEND_OPENSSL) return nullptr;
+  return static_cast<SSL*>(session->internals);
+}
 
 void CurlSockets::installClosing(CURL* easy) {
   ::curl_easy_setopt(easy, CURLOPT_CLOSESOCKETFUNCTION, &close);

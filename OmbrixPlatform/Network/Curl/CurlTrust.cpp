@@ -6,6 +6,7 @@
 #include <new>
 #include <string_view>
 
+#include "OmbrixPlatform/Network/Curl/Detail/CurlSockets.hpp"
 #include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
 
 namespace ombrix::platform::detail {
@@ -44,31 +45,36 @@ SecTrust presented(X509_STORE_CTX* store, X509* leaf) {
 
 constexpr std::size_t kDecisionsKept = 64;
 
-using Signs = std::shared_ptr<CurlTrust::HandshakeSigns>;
+using Connection = std::shared_ptr<CurlTrust::TLSConnection>;
 
-/// Where the context of a connection keeps them.
-int signsIndex() {
+/// Where the context of a connection, which libcurl makes for each, keeps it.
+int connectionIndex() {
   static const int index = ::SSL_CTX_get_ex_new_index(
-      0, nullptr, nullptr, nullptr, [](void*, void* signs, CRYPTO_EX_DATA*, int, long, void*) {
-        delete static_cast<Signs*>(signs);
+      0, nullptr, nullptr, nullptr, [](void*, void* connection, CRYPTO_EX_DATA*, int, long, void*) {
+        delete static_cast<Connection*>(connection);
       });
   return index;
 }
 
-CurlTrust::HandshakeSigns& signsOf(const SSL* tls) {
-  return **static_cast<Signs*>(::SSL_CTX_get_ex_data(::SSL_get_SSL_CTX(tls), signsIndex()));
+Connection& connectionOf(const SSL* tls) {
+  return *static_cast<Connection*>(
+      ::SSL_CTX_get_ex_data(::SSL_get_SSL_CTX(tls), connectionIndex()));
 }
 
 /// Called when a server asks for a certificate of the client's; the handshake goes on without.
 int certificateIsAskedFor(SSL* tls, void* /*nothing*/) {
-  signsOf(tls).isCertificateAskedFor = true;
+  connectionOf(tls)->signs->isCertificateAskedFor = true;
   return 1;
 }
 
 /// Called for each step of a handshake and each alert.
 void somethingHappened(const SSL* tls, int what, int value) {
-  if (what != SSL_CB_READ_ALERT || value >> 8 != SSL3_AL_FATAL) return;
-  switch (value & 0xFF) {
+  if (what != SSL_CB_READ_ALERT) return;
+  CurlTrust::TLSConnection& connection = *connectionOf(tls);
+  const int alert = value & 0xFF;
+  connection.hasEnded = connection.hasEnded || alert == SSL3_AD_CLOSE_NOTIFY;
+  if (value >> 8 != SSL3_AL_FATAL) return;
+  switch (alert) {
     case SSL3_AD_HANDSHAKE_FAILURE:
     case SSL3_AD_NO_CERTIFICATE:
     case SSL3_AD_BAD_CERTIFICATE:
@@ -79,7 +85,7 @@ void somethingHappened(const SSL* tls, int what, int value) {
     case TLS1_AD_UNKNOWN_CA:
     case TLS1_AD_ACCESS_DENIED:
     case TLS13_AD_CERTIFICATE_REQUIRED:
-      signsOf(tls).isRefused = signsOf(tls).isCertificateAskedFor;
+      connection.signs->isRefused = connection.signs->isCertificateAskedFor;
       return;
     default:
       return;
@@ -105,6 +111,11 @@ void CurlTrust::install(CURL* easy, bool judges) {
   ::curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, checksNameItself_ ? 0L : 2L);
 }
 
+std::shared_ptr<const CurlTrust::TLSConnection> CurlTrust::connectionOf(CURL* easy) {
+  const SSL* tls = tlsOf(easy);
+  return tls == nullptr ? nullptr : detail::connectionOf(tls);
+}
+
 void CurlTrust::decide(const Fingerprint& leaf, Decision decision) {
   if (decisions_.size() >= kDecisionsKept) decisions_.clear();  // they are asked for again
   decisions_[leaf] = decision;
@@ -118,11 +129,16 @@ CURLcode CurlTrust::watch(CURL* easy, void* context, void* self) noexcept {
   if (folder != nullptr && ::SSL_CTX_load_verify_dir(sslContext, folder) != 1) {
     return CURLE_SSL_CACERT_BADFILE;
   }
-  std::unique_ptr<Signs> signs(new (std::nothrow) Signs(static_cast<CurlTrust*>(self)->signs_));
-  if (!signs || ::SSL_CTX_set_ex_data(sslContext, signsIndex(), signs.get()) != 1) {
+  try {
+    auto connection = std::make_unique<Connection>(std::make_shared<TLSConnection>());
+    (*connection)->signs = static_cast<CurlTrust*>(self)->signs_;
+    if (::SSL_CTX_set_ex_data(sslContext, connectionIndex(), connection.get()) != 1) {
+      return CURLE_OUT_OF_MEMORY;
+    }
+    (void)connection.release();  // the context's
+  } catch (const std::bad_alloc&) {
     return CURLE_OUT_OF_MEMORY;
   }
-  (void)signs.release();  // the context's
   ::SSL_CTX_set_cert_cb(sslContext, &certificateIsAskedFor, nullptr);
   ::SSL_CTX_set_info_callback(sslContext, &somethingHappened);
   // A certificate is asked for in the handshake or not at all: later there is none to give either.

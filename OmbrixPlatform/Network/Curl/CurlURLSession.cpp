@@ -1,6 +1,7 @@
 #include "OmbrixPlatform/Network/Curl/Detail/LoadedCurl.hpp"
 
 #include <chrono>
+#include <exception>
 #include <utility>
 #include <vector>
 
@@ -60,12 +61,16 @@ NWPathMonitor& CurlURLSession::watchPath() {
     pathMonitor_->setNetworkChangeHandler([weak = std::weak_ptr(loop_)] {
       if (const auto loop = weak.lock()) loop->connectivityMayBeBack();
     });
-    pathMonitor_->start();
-    afterUncancellably(clock_->steadyNow() + kLongestWaitForPath,
-                       [weak = std::weak_ptr(pathGate_)] {
-                         if (const auto gate = weak.lock()) gate->open();
-                       });
+    try {
+      afterUncancellably(clock_->steadyNow() + kLongestWaitForPath,
+                         [weak = std::weak_ptr(pathGate_)] {
+                           if (const auto gate = weak.lock()) gate->open();
+                         });
+    } catch (const std::exception&) {
+      pathGate_->open();  // there are no descriptors left for a timer, nor for the monitor
+    }
   });
+  pathMonitor_->start();  // again where it could not
   return *pathMonitor_;
 }
 
@@ -79,8 +84,8 @@ std::shared_ptr<TransferTask> CurlURLSession::makeTask(URLRequest request,
   auto task = std::make_shared<TransferTask>(shared_from_this(), ++lastIdentifier_,
                                              std::move(request), std::move(handler));
   const LockGuard lock(lock_);
-  task->setPlaceInSession(tasks_.insert(tasks_.end(), task.get()));
-  if (isInvalid_) task->setSessionHasEnded();
+  // What is made too late is not waited for.
+  if (!isInvalid_) task->setPlaceInSession(tasks_.insert(tasks_.end(), task.get()));
   return task;
 }
 

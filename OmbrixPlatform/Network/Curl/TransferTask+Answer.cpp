@@ -196,30 +196,41 @@ void TransferTask::askAboutResponse(CurlURLSession& session) {
   askDelegate(session, response());
 }
 
+/// Takes the delegate's answer to the question about a response: the first one, or "allow" where it
+/// is dropped without. So small that it needs no room of its own on its way.
+class TransferTask::Permission {
+ public:
+  using Disposition = URLSessionDelegate::ResponseDisposition;
+
+  explicit Permission(std::shared_ptr<TransferTask> task) : task_(std::move(task)) {}
+  Permission(Permission&&) noexcept = default;
+  Permission& operator=(Permission&&) = delete;
+  ~Permission() { (*this)(Disposition::allow); }
+
+  void operator()(Disposition disposition) {
+    const auto task = std::exchange(task_, nullptr);
+    if (task) disposition == Disposition::allow ? task->permitted() : task->cancel();
+  }
+
+ private:
+  std::shared_ptr<TransferTask> task_;
+};
+
 void TransferTask::askDelegate(CurlURLSession& session,
                                std::shared_ptr<const HTTPURLResponse> response) {
-  using enum URLSessionDelegate::ResponseDisposition;
-  AnswerOnce<URLSessionDelegate::ResponseDisposition> once(
-      [self = shared_from_this(), kept = session.shared_from_this()](auto disposition) {
-        if (disposition == allow) {
-          self->permitted(*kept);
-        } else {
-          self->cancel();
-        }
-      },
-      allow);
+  Permission permission(shared_from_this());
   const auto delegate = session.delegate();
-  if (!delegate) return;  // the cache answers on its own
-  delegate->didReceiveResponse(
-      session, *this, response,
-      [once = std::move(once)](auto disposition) mutable { once(disposition); });
+  if (!delegate) return;  // without one, the answer is allowed
+  delegate->didReceiveResponse(session, *this, response, std::move(permission));
 }
 
 /// The delegate allows the answer; any thread.
-void TransferTask::permitted(CurlURLSession& session) {
+void TransferTask::permitted() {
   auto next = conversation_.permit();
-  if (next.mustHandOver) session.post([self = shared_from_this()] { self->handOverStream(); });
-  if (next.mustResume) resumeReceiving(session);
+  const auto session = this->session();
+  if (!session) return;
+  if (next.mustHandOver) session->post([self = shared_from_this()] { self->handOverStream(); });
+  if (next.mustResume) resumeReceiving(*session);
   if (next.outcome) finish(*std::move(next.outcome));
 }
 

@@ -40,7 +40,7 @@ TransferTask::TransferTask(std::shared_ptr<CurlURLSession> session, std::uint64_
 
 TransferTask::~TransferTask() {
   // Only a task that was never resumed still knows its session here.
-  if (session_) session_->taskIsOver(placeInSession_);
+  if (session_ && placeInSession_) session_->taskIsOver(*placeInSession_);
 }
 
 // Called by users of the task.
@@ -126,7 +126,7 @@ void TransferTask::begin(std::shared_ptr<const URLRequest> request) {
     const LockGuard lock(lock_);
     current_ = request;
   }
-  if (sessionHasEnded_) {
+  if (!placeInSession_) {
     return fail(makeURLError(URLError::Code::cancelled, "the session has ended"));
   }
   auto origin = URLOrigin::of(request->url);
@@ -249,7 +249,7 @@ void TransferTask::deliver(TaskOutcome outcome) {
     const LockGuard lock(lock_);
     session_ = nullptr;
   }
-  session->taskIsOver(placeInSession_);
+  if (placeInSession_) session->taskIsOver(*placeInSession_);
 }
 
 }  // namespace ombrix::platform::detail

@@ -2,6 +2,8 @@
 #include <sys/eventfd.h>
 #include <sys/timerfd.h>
 
+#include <exception>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -26,13 +28,17 @@ NWPath pathNow(bool isMetered) {
           .isExpensive = isMetered};
 }
 
+struct Handlers {
+  NWPathMonitor::UpdateHandler update;
+  std::move_only_function<void()> change;
+};
+
 /// What a running monitor watches. The set of descriptors is one descriptor itself, so that one
 /// token ends it all. Everything but `path` belongs to the events thread once that has begun.
 class Watch {
  public:
-  Watch(NWPathMonitor::UpdateHandler handler, std::move_only_function<void()> changeHandler)
-      : handler_(std::move(handler)),
-        changeHandler_(std::move(changeHandler)),
+  explicit Watch(std::shared_ptr<Handlers> handlers)
+      : handlers_(std::move(handlers)),
         all_(::epoll_create1(EPOLL_CLOEXEC)),
         first_(::eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)),
         overdue_(::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)),
@@ -45,7 +51,8 @@ class Watch {
     followManager();
   }
 
-  [[nodiscard]] int descriptor() const noexcept { return all_.get(); }
+  /// Readable when something has come in; -1 where too few descriptors are left to watch.
+  [[nodiscard]] int descriptor() const noexcept { return first_ && overdue_ ? all_.get() : -1; }
 
   [[nodiscard]] std::optional<NWPath> path() const {
     const LockGuard lock(mutex_);
@@ -66,7 +73,7 @@ class Watch {
     const bool mustReport = path() ? isChanged || manager_.isMetered() != wasMetered
                                    : isOverdue || manager_.hasAnswer();
     if (mustReport) report();
-    if (isChanged && changeHandler_) changeHandler_();
+    if (isChanged && handlers_->change) handlers_->change();
   }
 
  private:
@@ -92,11 +99,10 @@ class Watch {
       const LockGuard lock(mutex_);
       if (std::exchange(path_, now) == now) return;
     }
-    if (handler_) handler_(now);
+    if (handlers_->update) handlers_->update(now);
   }
 
-  NWPathMonitor::UpdateHandler handler_;
-  std::move_only_function<void()> changeHandler_;
+  const std::shared_ptr<Handlers> handlers_;
   const detail::Descriptor all_;
   const detail::Descriptor first_;    // readable once, for the first look
   const detail::Descriptor overdue_;  // readable once, when the first report must wait no longer
@@ -112,19 +118,25 @@ class RtnetlinkPathMonitor final : public NWPathMonitor {
 
   void setPathUpdateHandler(UpdateHandler handler) override {
     const LockGuard lock(mutex_);
-    handler_ = std::move(handler);
+    handlers_->update = std::move(handler);
   }
 
   void setNetworkChangeHandler(std::move_only_function<void()> handler) override {
     const LockGuard lock(mutex_);
-    changeHandler_ = std::move(handler);
+    handlers_->change = std::move(handler);
   }
 
   void start() override {
     const LockGuard lock(mutex_);
-    if (std::exchange(isStarted_, true)) return;
-    watch_ = std::make_shared<Watch>(std::move(handler_), std::move(changeHandler_));
-    token_ = whenReadable(watch_->descriptor(), [watch = watch_] { watch->look(); });
+    if (isStarted_) return;
+    auto watch = std::make_shared<Watch>(handlers_);
+    try {
+      token_ = whenReadable(watch->descriptor(), [watch] { watch->look(); });
+    } catch (const std::exception&) {
+      return;  // for want of descriptors
+    }
+    isStarted_ = true;
+    watch_ = std::move(watch);
   }
 
   void cancel() override {
@@ -151,8 +163,7 @@ class RtnetlinkPathMonitor final : public NWPathMonitor {
 
  private:
   mutable Mutex mutex_;
-  UpdateHandler handler_ OMBRIX_GUARDED_BY(mutex_);
-  std::move_only_function<void()> changeHandler_ OMBRIX_GUARDED_BY(mutex_);
+  const std::shared_ptr<Handlers> handlers_ = std::make_shared<Handlers>();
   bool isStarted_ OMBRIX_GUARDED_BY(mutex_) = false;
   std::shared_ptr<Watch> watch_ OMBRIX_GUARDED_BY(mutex_);
   EventToken token_ OMBRIX_GUARDED_BY(mutex_);

@@ -2,7 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <semaphore>
+#include <future>
 #include <string>
 #include <vector>
 
@@ -304,6 +304,29 @@ TEST(HTTPRequestOperationPublisherTests, AWaitEndsWithTheOperationThatNobodyRuns
   } catch (const HTTPError& error) {
     EXPECT_EQ(error, HTTPError::canceled());
   }
+}
+
+// Catches an override that holds up what it has delivered, and whoever waits in line, by going on.
+TEST(HTTPRequestOperationPublisherTests, AnOverrideThatGoesOnHoldsNothingUp) {
+  class Lingering final : public HttpRequestOperation {
+   public:
+    using HttpRequestOperation::HttpRequestOperation;
+    void handle(const platform::HTTPURLResponse& response, const platform::Error*,
+                std::optional<platform::JSON> json, std::optional<platform::Data> data) override {
+      endTaskAndCallbackWithSuccess(true, response.statusCode(), std::move(json), std::move(data));
+      delivered.set_value(subscriber->events.takeOnce("finished"));
+    }
+    std::promise<std::vector<std::string>> delivered;
+    const std::shared_ptr<Recorder> subscriber = std::make_shared<Recorder>();
+  };
+  const auto queue = platform::DispatchQueue::concurrent("delivery");
+  const auto operation = std::make_shared<Lingering>(
+      kURL, Method::GET, platform::HTTPHeaders(), nullptr,
+      FakeURLSession::make([](auto&) { return Answer{200, {}, "body"}; }));
+  HTTPRequestOperationPublisher(operation, queue).receive(operation->subscriber);
+  operation->subscriber->subscription->request(platform::Demand::max(1));
+  operation->start();
+  EXPECT_THAT(operation->delivered.get_future().get(), ElementsAre("200 body", "finished"));
 }
 
 TEST(HTTPRequestOperationPublisherTests, AskingForNothingStopsTheProgram) {

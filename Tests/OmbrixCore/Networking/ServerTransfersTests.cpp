@@ -251,13 +251,69 @@ TEST_F(ServerTransfersTests, DownloadsGoOnWhereTheyBroke) {
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
     served->tag = "\"1\"";
   }
-  dir.write("track.part", served->contents);
-  dir.write("track.part.tag", served->tag);
-  EXPECT_EQ(client().download("file", file).get().code, 416);
-  EXPECT_EQ(dir.read("track"), served->contents);
   EXPECT_EQ(outcome(client().download("status/404?body=%22gone%22", file)).error(),
             HTTPError::resourceNotFoundError());
   EXPECT_FALSE(std::filesystem::exists(part));
+}
+
+// Catches a part that is told as the whole, a file that an answer without it has emptied, one of
+// two resources or of two downloads at once, and what is whole already loaded again.
+TEST_F(ServerTransfersTests, OnlyAWholeFileTakesItsPlace) {
+  const auto file = dir.path() / "track";
+  const std::string contents = pattern(1000);
+  const auto answered = std::make_shared<testing::EventLog>();
+  server.route("GET", "/file", [=](const devserver::Request& request) {
+    const auto* range = request.headers.find("Range");
+    answered->add(range ? *range : "all");
+    if (!range) {
+      return Response::following(
+          {devserver::Send{"HTTP/1.1 200 OK\r\nETag: \"1\"\r\nContent-Length: 1000\r\n\r\n" +
+                           contents.substr(0, 100)},
+           devserver::Hold{"broken"}, devserver::End::reset});
+    }
+    const auto from = std::stoull(range->substr(6));
+    if (from == 1000)
+      return Response{.status = 416, .headers = {{"Content-Range", "bytes */1000"}}};
+    const auto end = from == 100 ? 200U : 1000U;  // less than was asked for, at first
+    return Response{.status = 206,
+                    .headers = {{"Content-Range", "bytes " + std::to_string(from) + "-" +
+                                                      std::to_string(end - 1) + "/1000"}},
+                    .body = contents.substr(from, end - from)};
+  });
+  server.route("GET", "/same", [](const auto&) { return Response{.status = 304}; });
+  const auto partOf = [&](std::uintmax_t bytes) {
+    std::error_code error;
+    return std::filesystem::file_size(dir.path() / "track.part", error) == bytes && !error;
+  };
+  const auto breakOff = [&] {
+    const auto broken = client().download("file", file).start();
+    EXPECT_TRUE(testing::eventually([&] { return partOf(100); }));
+    EXPECT_FALSE(outcome(client().download("other?bytes=9", file))) << "while another writes it";
+    server.openGate("broken");
+    EXPECT_THROW(broken.get(), HTTPError);
+    server.shutGate("broken");
+  };
+  server.route("GET", "/other", [](const auto&) { return Response::text("something"); });
+  breakOff();
+  EXPECT_EQ(client().download("other", file).get().code, 200) << "no part of this one";
+  EXPECT_EQ(dir.read("track"), "something");
+  EXPECT_EQ(client().download("same", file).get().code, 304);
+  EXPECT_EQ(dir.read("track"), "something");
+
+  breakOff();
+  EXPECT_FALSE(outcome(client().download("file", file)));
+  EXPECT_TRUE(partOf(200));
+  EXPECT_EQ(dir.read("track"), "something");
+  EXPECT_EQ(client().download("file", file).get().code, 206);
+  EXPECT_EQ(dir.read("track"), contents);
+  EXPECT_EQ(answered->take(), (std::vector<std::string>{"all", "all", "bytes=100-", "bytes=200-"}));
+
+  breakOff();
+  dir.write("track.part", contents);
+  EXPECT_EQ(client().download("file", file).get().code, 416);
+  EXPECT_EQ(dir.read("track"), contents);
+  std::filesystem::remove(file);
+  EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 }
 
 /// Retries as soon as it may.

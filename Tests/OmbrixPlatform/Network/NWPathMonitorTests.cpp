@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <systemd/sd-bus.h>
@@ -19,6 +20,7 @@
 #include "OmbrixTesting/EventLog.hpp"
 #include "OmbrixTesting/ManualPathMonitor.hpp"
 #include "OmbrixTesting/Processes/ChildProcess.hpp"
+#include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
 #include "OmbrixTesting/ScopedService.hpp"
 
@@ -254,6 +256,26 @@ TEST(NWPathMonitorTests, DoesNotWaitForASilentBus) {
   monitor->cancel();
   monitor->cancel();
   ::unsetenv("DBUS_SYSTEM_BUS_ADDRESS");
+}
+
+// Catches a monitor that throws at whoever starts it when no descriptors are left, or that does not
+// begin to watch once there are some again.
+TEST(NWPathMonitorTests, WatchesOnceThereAreDescriptors) {
+  if (testing::kUnderSanitizer) GTEST_SKIP() << "sanitizers need descriptors of their own";
+  testing::EventLog events;
+  const auto monitor = makeSystemPathMonitorFactory()->make();
+  monitor->setPathUpdateHandler([&](const NWPath&) { events.add("told"); });
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const int next = ::dup(0);
+  ::close(next);
+  const rlimit none{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = before.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_NO_THROW(monitor->start());
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  monitor->start();
+  EXPECT_EQ(events.takeOnce("told").back(), "told");
+  monitor->cancel();
 }
 
 // Catches a handler that is called after `cancel`, and one that cannot cancel its own monitor.

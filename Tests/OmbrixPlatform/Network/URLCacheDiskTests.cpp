@@ -159,7 +159,8 @@ TEST_F(URLCacheDiskTests, ProcessesShareAFolder) {
 }
 
 // Catches a removal that writes although nothing is there, and one that is left out although there
-// is something: on its way to the disk, on it, put there by another process.
+// is something: on its way to the disk, on it, put there by another process, also after this one
+// has looked for it in vain.
 TEST_F(URLCacheDiskTests, RemovesWhatIsThereAndNothingElse) {
   const auto cache = open();
   const auto forbid = [&](int n) {
@@ -184,12 +185,15 @@ TEST_F(URLCacheDiskTests, RemovesWhatIsThereAndNothingElse) {
   }
 
   const auto other = agent();
-  put(*other, 10);
-  forbid(10);
-  forbid(5);
+  for (const int n : {11, 12}) EXPECT_EQ(get(*cache, n), "-");  // which may change at once
+  for (const int n : {10, 11, 12}) put(*other, n);
+  for (const int n : {5, 10, 11}) forbid(n);
+  auto change = numberedRequest(12);
+  change.httpMethod = "PUT";
+  load(*cache, change, answerOf(204, ""));
   cache->flush();
-  for (int n = 0; n <= 10; ++n) {
-    const bool isForbidden = n == 4 || n == 5 || n == 10;
+  for (int n = 0; n <= 12; ++n) {
+    const bool isForbidden = n == 4 || n == 5 || n >= 10;
     EXPECT_EQ(ask(*other, "get " + std::to_string(n)), isForbidden ? "-" : numberedBody(n)) << n;
   }
 }

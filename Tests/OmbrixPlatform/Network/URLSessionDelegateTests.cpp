@@ -360,6 +360,22 @@ TEST(URLSessionDelegateTests, WhatIsAnsweredInPartIsNotSentAgain) {
   }
 }
 
+// Catches an answer without a length that anybody on the way has cut off, told as whole.
+TEST(URLSessionDelegateTests, OverTLSTheEndIsOneThatTheServerTells) {
+  TestServer server;
+  const auto delegate = std::make_shared<RecordingDelegate>();
+  delegate->trust = Trust::useCredential;
+  const auto session = sessionFor(delegate);
+  using devserver::End;
+  for (const auto end : {End::close, End::drop}) {
+    server.route("GET", "/until", [end](const auto&) {
+      return devserver::Response::following({devserver::Send{"HTTP/1.1 200 OK\r\n\r\nhalf"}, end});
+    });
+    EXPECT_EQ(fetch(*session, requestTo(server.url("/until"))).summary(),
+              end == End::close ? "200 half" : summaryOf(Code::networkConnectionLost));
+  }
+}
+
 // Catches streamed answers that are gathered, lost in part, or handed over after the end.
 TEST(URLSessionDelegateTests, TasksWithoutAHandlerStreamToTheDelegate) {
   TestServer server(TestServer::Wire::plain);
@@ -480,6 +496,7 @@ TEST(URLSessionDelegateTests, SessionsEndOnceTheirTasksHave) {
     auto held = testing::start(*session, requestTo(server.url("/held")));
     ASSERT_TRUE(server.waitUntilHeld(1));
     auto suspended = testing::prepare(*session, requestTo(server.url("/echo")));
+    testing::RunningTask late;  // made after the end, and never resumed
     if (end == End::close) {
       const std::size_t threads = testing::networkThreads();
       session->close();
@@ -492,6 +509,7 @@ TEST(URLSessionDelegateTests, SessionsEndOnceTheirTasksHave) {
       EXPECT_EQ(suspended.outcome().code(), Code::cancelled);
     } else {
       session->finishTasksAndInvalidate();
+      late = testing::prepare(*session, requestTo(server.url("/echo")));
       suspended.task = nullptr;
       server.openGate("gate");
     }
@@ -501,6 +519,7 @@ TEST(URLSessionDelegateTests, SessionsEndOnceTheirTasksHave) {
     if (end != End::close) delegate->log.takeOnce("invalid");
     EXPECT_EQ(delegate->log.take(), std::vector<std::string>());
     session = nullptr;
+    late = {};
     EXPECT_TRUE(server.waitUntilDisconnected()) << "the session's sockets go with it";
   }
 }

@@ -219,6 +219,22 @@ TEST(URLSessionFaultTests, RequestsAreSentAgainOnlyWhereThatIsSafe) {
   }
 }
 
+// Catches a whole answer told as a lost connection, since libcurl would repeat what 417 answers.
+TEST(URLSessionFaultTests, ARefusedExpectationIsAnAnswer) {
+  TestServer server(TestServer::Wire::plain);
+  server.scriptConnections(
+      {devserver::Send{"HTTP/1.1 417 Expectation Failed\r\nContent-Length: 2\r\n\r\nno"},
+       devserver::Hold{"end"}});
+  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  auto request = requestTo(server.url("/"));
+  request.httpMethod = "POST";
+  request.headers.set("Expect", "100-continue");
+  request.httpBody = dataFrom("body");
+  auto running = testing::start(*session, request);
+  EXPECT_EQ(running.outcome().summary(), "417 no");
+  EXPECT_EQ(running.task->metrics().resendCount, 0);
+}
+
 // Catches the next answer taken from what a server has sent beyond the length that it stated.
 TEST(URLSessionFaultTests, BytesBeyondTheLengthAreNoAnswer) {
   TestServer server(TestServer::Wire::plain);
@@ -263,7 +279,9 @@ TEST(URLSessionFaultTests, TheLackOfDescriptorsIsToldAsSuch) {
   // The undefined-behaviour sanitizer asks the kernel about memory by a pipe.
   if (testing::kUnderSanitizer) GTEST_SKIP() << "sanitizers need descriptors of their own";
   TestServer server(TestServer::Wire::plain);
-  const auto session = URLSession::make(URLSessionConfiguration::ephemeral());
+  auto configuration = URLSessionConfiguration::ephemeral();
+  configuration.waitsForConnectivity = true;
+  const auto session = URLSession::make(configuration);
   ASSERT_EQ(fetch(*session, requestTo(server.url("/status/200"))).status(), 200);
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
@@ -271,10 +289,13 @@ TEST(URLSessionFaultTests, TheLackOfDescriptorsIsToldAsSuch) {
   ::close(next);
   const rlimit none{.rlim_cur = static_cast<rlim_t>(next), .rlim_max = before.rlim_max};
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-  const auto outcome = fetch(*session, requestTo("http://127.0.0.2:1/"));
+  const auto byAddress = fetch(*session, requestTo("http://127.0.0.2:1/"));
+  const auto byName = fetch(*session, requestTo("http://no-such-host.invalid/"));
   ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-  EXPECT_EQ(outcome.summary(), summaryOf(Code::cannotConnectToHost));
-  EXPECT_THAT(outcome.error->what(), ::testing::StartsWith("no descriptors are left"));
+  for (const auto& outcome : {byAddress, byName}) {
+    EXPECT_EQ(outcome.summary(), summaryOf(Code::cannotConnectToHost));
+    EXPECT_THAT(outcome.error->what(), ::testing::StartsWith("no descriptors are left"));
+  }
 }
 
 /// No thread can be made during its scope: none finds room for such a stack.

@@ -192,6 +192,29 @@ TEST(URLSessionHTTP2AttackTests, WhatIsWantedOverHTTP1GoesThere) {
   EXPECT_EQ(arrivals, 1);
 }
 
+// Catches a request that is refused beside others of its connection and sent again, as if the
+// server had wanted it over HTTP/1.1.
+TEST(URLSessionHTTP2AttackTests, WhatIsRefusedBesideOthersIsNotSentAgain) {
+  std::atomic<int> arrivals = 0;
+  testing::RawHTTP2Server server([&](std::uint32_t stream) {
+    ++arrivals;
+    return testing::RawHTTP2Server::Reply{
+        stream == 1 ? "" : testing::RawHTTP2Server::reset(1, 7 /* REFUSED_STREAM */)};
+  });
+  const auto session = trustingSession();
+  auto request = testing::requestTo(server.url());
+  request.httpMethod = "POST";
+  request.httpBody = dataFrom("body");
+  auto refused = testing::start(*session, request);
+  ASSERT_TRUE(testing::eventually([&] { return arrivals == 1; }));
+  auto other = testing::start(*session, request);
+  EXPECT_EQ(refused.outcome().summary(), "error -1005");
+  EXPECT_EQ(refused.task->metrics().resendCount, 0);
+  EXPECT_EQ(arrivals, 2);
+  session->invalidateAndCancel();
+  EXPECT_EQ(other.outcome().summary(), "error -999");
+}
+
 // Catches a network thread that looks again and again while an answer over TLS is awaited.
 TEST(URLSessionHTTP2AttackTests, TheNetworkThreadSleepsWhileItWaits) {
   TestServer http1;

@@ -1,8 +1,6 @@
 #pragma once
 
-#include <array>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -56,22 +54,6 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   };
   using ChangePointer = std::shared_ptr<const Change>;
 
-  /// Keys that were not on disk when they were last looked for, by their hashes: the answer to a
-  /// request that has just missed need not be looked for again to drop what it replaces. What
-  /// another process keeps meanwhile is as new as that answer.
-  class Misses {
-   public:
-    void note(const std::string& key, bool isMissing);
-    [[nodiscard]] bool isRecent(const std::string& key) const;
-
-   private:
-    struct Miss {
-      std::size_t hash = 0;
-      std::chrono::steady_clock::time_point at;
-    };
-    std::array<Miss, 64> misses_;  // one for each remainder of the hash
-  };
-
   void enqueue(ChangePointer change);
   [[nodiscard]] bool isUnsettled(const std::string& key);
   [[nodiscard]] bool isMissing(const std::string& key);
@@ -105,8 +87,6 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   std::optional<std::chrono::steady_clock::time_point> distrustedUntil_ OMBRIX_GUARDED_BY(mutex_);
   // While it was distrusted: its answers were, or could not be, removed.
   bool isGivenUp_ OMBRIX_GUARDED_BY(mutex_) = false;
-  std::uint64_t enqueued_ OMBRIX_GUARDED_BY(mutex_) = 0;  // changes, ever
-  Misses misses_ OMBRIX_GUARDED_BY(mutex_);
   // While it was distrusted: answers there may be out of date.
   bool hasLostChanges_ OMBRIX_GUARDED_BY(mutex_) = false;
 

@@ -51,9 +51,7 @@ class SqliteURLCacheFile {
   };
 
   /// The answer that the request selects.
-  /// @param hasOthers Is set where there are only answers that other requests select.
-  CachedAnswerPointer find(const std::string& key, const HTTPHeaders& request, Use& use,
-                           bool& hasOthers);
+  CachedAnswerPointer find(const std::string& key, const HTTPHeaders& request, Use& use);
 
   /// Whether there is any answer to a URL, or one whose URL has the same hash.
   [[nodiscard]] bool mayContain(std::string_view key);

@@ -159,13 +159,14 @@ class CurlExchange {
   CurlSurroundings& surroundings_;
   std::array<char, CURL_ERROR_SIZE> errorText_{};
   std::shared_ptr<CURLU> url_;
-  std::vector<std::string> lines_;  // of the request's own fields
+  std::string lines_;               // the request's own fields, each with a NUL behind it
   std::vector<curl_slist> fields_;  // all fields, as libcurl wants them
   curl_slist* connectTo_ = nullptr;
   std::shared_ptr<Transfer> transfer_;
   std::shared_ptr<const URLRequest> request_;  // owns the body that libcurl reads
   CurlTrust* trust_ = nullptr;
-  bool hasCertificate_ = false;  // of its own, for servers that ask
+  std::shared_ptr<const CurlTrust::TLSConnection> tls_;  // of HTTP/1.1
+  bool hasCertificate_ = false;                          // of its own, for servers that ask
   HTTPHeaderReader header_;
   BodyFraming framing_;
   ContentDecoder decoder_{""};

@@ -97,6 +97,9 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   void awaitEnd();
 
  private:
+  static constexpr std::chrono::milliseconds kLongestSleep = std::chrono::hours(1);
+  static constexpr std::chrono::milliseconds kSleepWithoutTimer{100};
+
   bool handOver(std::shared_ptr<Transfer> transfer, LoopJob job);
   void startThread() OMBRIX_REQUIRES(lock_);
   void run();
@@ -167,6 +170,7 @@ class CurlLoop : public std::enable_shared_from_this<CurlLoop> {
   TimePoint armedFor_ = TimePoint::max();
   EventToken timer_;
   std::chrono::milliseconds nudgeDelay_{20};
+  std::chrono::milliseconds longestSleep_ = kLongestSleep;
   std::span<const SocketWatch::Ready> ready_;  // at the last look
   unsigned roundsTogether_ = 0;                // since the first of `together_`
 };

@@ -10,7 +10,12 @@
 
 #include "OmbrixPlatform/Network/Curl/Detail/SocketWatch.hpp"
 
+struct ssl_st;
+
 namespace ombrix::platform::detail {
+
+/// The TLS of the connection that a transfer uses; null without.
+[[nodiscard]] ssl_st* tlsOf(CURL* easy);
 
 /// The sockets of one network thread, which libcurl does not show while they are in use. It must
 /// outlive the multi handle. Network thread only.

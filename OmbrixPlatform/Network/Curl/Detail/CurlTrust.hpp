@@ -48,6 +48,14 @@ class CurlTrust {
   };
   [[nodiscard]] HandshakeSigns& signs() const noexcept { return *signs_; }
 
+  /// What is known of one connection. It may outlive what is known of its host.
+  struct TLSConnection {
+    std::shared_ptr<HandshakeSigns> signs;
+    bool hasEnded = false;  ///< its server has said that nothing follows
+  };
+  /// That of the connection that a transfer is about to use; null without TLS.
+  static std::shared_ptr<const TLSConnection> connectionOf(CURL* easy);
+
   /// Takes the question that has come up since the last call.
   std::optional<Question> takeQuestion() { return std::exchange(question_, std::nullopt); }
 
@@ -70,7 +78,6 @@ class CurlTrust {
   const std::uint16_t port_;
   std::map<Fingerprint, Decision> decisions_;
   std::optional<Question> question_;
-  // Connections hold on to it: they may outlive what is known of their host.
   const std::shared_ptr<HandshakeSigns> signs_ = std::make_shared<HandshakeSigns>();
   bool checksNameItself_ = false;  // libcurl's check is off since a certificate was accepted
 };

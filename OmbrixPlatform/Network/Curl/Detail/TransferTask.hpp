@@ -50,8 +50,8 @@ class TransferTask final : public URLSessionUploadTask,
 
   // For the session, right after the task was made.
 
+  /// Not called where the session has ended.
   void setPlaceInSession(CurlURLSession::TaskList::iterator where) { placeInSession_ = where; }
-  void setSessionHasEnded() noexcept { sessionHasEnded_ = true; }
 
   // For the network thread.
 
@@ -129,7 +129,8 @@ class TransferTask final : public URLSessionUploadTask,
   void goOnWithStored(CurlURLSession& session, Answer answer);
   void askAboutResponse(CurlURLSession& session);
   void askDelegate(CurlURLSession& session, std::shared_ptr<const HTTPURLResponse> response);
-  void permitted(CurlURLSession& session);
+  class Permission;
+  void permitted();
   void handOverStream();
   void reportSent();
 
@@ -142,8 +143,7 @@ class TransferTask final : public URLSessionUploadTask,
   const std::shared_ptr<const URLRequest> original_;
   const bool isStreaming_;  // no handler: everything goes to the delegate
   DelegateConversation conversation_;
-  bool sessionHasEnded_ = false;
-  CurlURLSession::TaskList::iterator placeInSession_;
+  std::optional<CurlURLSession::TaskList::iterator> placeInSession_;
 
   std::atomic<bool> isClaimed_ = false;
   std::atomic<std::int64_t> bytesSent_ = 0;
