@@ -63,7 +63,7 @@ class Session {
 class Client {
  protected:
   explicit Client(const Target& target) : api_(configurationFor(target)) {
-    if (target.isSecure) ombrix::OmbrixServerAPI::change(ombrix::APIEndpoint::Development);
+    if (target.isSecure) ombrix::OmbrixServerAPI::change(ombrix::APIEndpoint::development);
   }
   [[nodiscard]] ombrix::OmbrixServerAPI& client() const { return api_.client(); }
 

@@ -59,10 +59,11 @@ bool areDescriptorsLeft() noexcept {
   return true;
 }
 
-/// Fields that belong to the connection and the framing of the message, which are libcurl's.
+/// Fields that belong to the connection and the framing of the message, which are libcurl's; and
+/// "Expect", where it drops the answer of a server that refuses that (417), to ask again without.
 bool isReserved(std::string_view name) noexcept {
-  constexpr std::array<std::string_view, 5> kNames{"Content-Length", "Transfer-Encoding",
-                                                   "Connection", "Keep-Alive", "Upgrade"};
+  constexpr std::array<std::string_view, 6> kNames{
+      "Content-Length", "Transfer-Encoding", "Expect", "Connection", "Keep-Alive", "Upgrade"};
   return std::ranges::any_of(kNames, [&](auto other) { return headerNamesEqual(name, other); });
 }
 
@@ -259,7 +260,7 @@ bool CurlExchange::setFields(const URLRequest& request) {
   // What libcurl would add to a body by itself.
   const bool isPost = takesBody(request);
   if (isPost && isOpen("Content-Type")) add("Content-Type:");
-  if (isPost && isOpen("Expect")) add("Expect:");
+  if (isPost) add("Expect:");
   // As fields of ours libcurl formats them once, by its options twice. A part of a coded body
   // cannot be decoded.
   const bool takesCodings = isOpen("Accept-Encoding");
@@ -453,7 +454,10 @@ bool CurlExchange::refusesToSendAgain() noexcept {
   if (sendings_ == 0) return false;
   wouldBeSentAgain_ = true;
   answerHasBegun_ = surroundings_.sockets.endedInAnAnswer(connection_);
-  isHTTP1Required_ = saysThatHTTP1IsRequired();
+  // On a new connection it goes on with that only where the server wants HTTP/1.1, and not where a
+  // stream was refused; but beside other streams it does in both cases.
+  isHTTP1Required_ = saysThatHTTP1IsRequired() || (carriesStreams_ && !isReused_ && !mayStall &&
+                                                   !surroundings_.sockets.hasEnded(connection_));
   return true;
 }
 
@@ -576,17 +580,15 @@ CurlFailure CurlExchange::failureFor(CURLcode code) const {
 std::shared_ptr<const URLError> CurlExchange::errorFor(const CurlFailure& failure) const {
   using Code = URLError::Code;
   if (ownError_) return ownError_;
-  // What a server answers by 417 libcurl would send once more, though it has the whole answer.
-  const bool isAnswered = wouldBeSentAgain_ && response_;
-  if (wouldBeSentAgain_ && answerHasBegun_ && !isAnswered) {
+  if (wouldBeSentAgain_ && answerHasBegun_) {
     return makeURLError(Code::networkConnectionLost,
                         "the connection ended before the answer's header did");
   }
-  if (connectionDiedBefore(failure.code) && !isAnswered) {
+  if (connectionDiedBefore(failure.code)) {
     return makeURLError(Code::networkConnectionLost,
                         "the connection was lost before an answer came");
   }
-  if (failure.code != CURLE_OK && !isAnswered) return urlErrorFor(failure);
+  if (failure.code != CURLE_OK) return urlErrorFor(failure);
   if (!response_) {
     return makeURLError(Code::networkConnectionLost,
                         "the connection ended before the answer's header did");

@@ -219,7 +219,7 @@ TEST(URLSessionFaultTests, RequestsAreSentAgainOnlyWhereThatIsSafe) {
   }
 }
 
-// Catches a whole answer told as a lost connection, since libcurl would repeat what 417 answers.
+// Catches a whole answer told as a lost connection, since libcurl would ask again after a 417.
 TEST(URLSessionFaultTests, ARefusedExpectationIsAnAnswer) {
   TestServer server(TestServer::Wire::plain);
   server.scriptConnections(
