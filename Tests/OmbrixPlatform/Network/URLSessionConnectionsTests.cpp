@@ -183,9 +183,9 @@ TEST(URLSessionConnectionsTests, Proxies) {
   }
   EXPECT_THAT(open.takeRequests(), IsEmpty());
   ::unsetenv("no_proxy");
-  ::unsetenv("http_proxy");
   EXPECT_EQ(fetch(*sessionWith({}), requestTo(far + path)).summary(), "200 ok");
   EXPECT_EQ(open.takeRequests().size(), 1u) << "by default it is that of the environment";
+  ::unsetenv("http_proxy");
 }
 
 // Catches a local test server that cannot be reached where it listens on ::1 alone.
