@@ -142,8 +142,8 @@ class HttpRequestOperation : public AsyncOperation {
   /// there again. For an operation that is new.
   bool repeat(const HttpRequestOperation& other);
 
-  /// Whether it is of one of the client's own classes: in what others override, their code may go on
-  /// for long, and then holds up what was posted before on its thread.
+  /// Whether it is of one of the client's own classes: in what others override, their code may go
+  /// on for long, and then holds up what was posted before on its thread.
   [[nodiscard]] virtual bool runsOwnCodeOnly() const;
 
   [[nodiscard]] bool executesBriefly() const override {
