@@ -134,7 +134,9 @@ bool FixSieve::isOffTheLine(std::size_t index) const {
 }
 
 void FixSieve::takeOutStep(std::size_t index) {
-  if (index == to_ || !at(index).knowsAltitude || !at(index + 1).knowsAltitude) return;
+  // A single fix beside a gap does not tell a step from a spike: that is mended as one.
+  if (index == from_ || index + 1 >= to_) return;
+  if (!at(index).knowsAltitude || !at(index + 1).knowsAltitude) return;
   const double dt = at(index + 1).time - at(index).time;
   const double rise = at(index + 1).altitude - at(index).altitude;
   if (dt > kStepSeconds || std::abs(rise) < kStepMeters + kStepMetersPerSecond * dt) return;

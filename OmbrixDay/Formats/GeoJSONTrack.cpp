@@ -338,7 +338,7 @@ std::string writeGeoJSON(const Track& track) {
     if (hasAltitude(fix)) position.emplace_back(fix.altitude);
     piece.positions.emplace_back(std::move(position));
     piece.times.push_back(timeText(fix.timestamp));
-    for (std::size_t sensor = 0; sensor < kSensors; ++sensor) {
+    for (std::size_t sensor = 0; sensor < kLoneAltitude; ++sensor) {
       const double value = point.sensors[sensor];
       const bool isThere = isSensorValue(sensor, value);
       isTold[sensor] |= isThere;

@@ -50,15 +50,17 @@ struct LeftOut {
 /// format holds what, says docs/day.md.
 struct Track {
   std::string name;
-  std::string sport = {};                        ///< A word as "running"; any, or none.
-  std::string notes = {};                        ///< What its owner wrote about it.
-  std::vector<CLLocation> fixes = {};            ///< Unknown figures are -1, altitudes 0.
-  std::vector<std::size_t> breaks = {};          ///< Fixes before which recording had stopped.
-  std::vector<HeartRate> heartRates = {};        ///< At fixes and between them.
-  std::vector<SensorReading> cadences = {};      ///< Revolutions, or steps of one foot, a minute.
-  std::vector<SensorReading> powers = {};        ///< Watts.
-  std::vector<SensorReading> temperatures = {};  ///< Degrees Celsius.
-  std::vector<SensorReading> distances = {};     ///< Metres from the beginning, by the device.
+  std::string sport = {};                         ///< A word as "running"; any, or none.
+  std::string notes = {};                         ///< What its owner wrote about it.
+  std::vector<CLLocation> fixes = {};             ///< Unknown figures are -1, altitudes 0.
+  std::vector<std::size_t> breaks = {};           ///< Fixes before which recording had stopped.
+  std::vector<HeartRate> heartRates = {};         ///< At fixes and between them.
+  std::vector<SensorReading> cadences = {};       ///< Revolutions, or steps of one foot, a minute.
+  std::vector<SensorReading> powers = {};         ///< Watts.
+  std::vector<SensorReading> temperatures = {};   ///< Degrees Celsius.
+  std::vector<SensorReading> distances = {};      ///< Metres from the beginning, by the device.
+  std::vector<SensorReading> loneAltitudes = {};  ///< Metres, where there was no place,
+  std::vector<SensorReading> loneSpeeds = {};     ///< and metres a second.
   std::vector<Lap> laps = {};
   std::size_t skipped = 0;           ///< Points without a time, or with nothing to keep.
   std::string fault = {};            ///< Why a file could not be read whole; empty if it was.

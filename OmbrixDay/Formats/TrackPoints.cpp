@@ -18,8 +18,8 @@ bool isOnGlobe(const CLLocation& fix) {
 }
 
 using Readings = std::vector<SensorReading> Track::*;
-constexpr Readings kReadings[] = {&Track::cadences, &Track::powers, &Track::temperatures,
-                                  &Track::distances};
+constexpr Readings kReadings[] = {&Track::cadences,  &Track::powers,        &Track::temperatures,
+                                  &Track::distances, &Track::loneAltitudes, &Track::loneSpeeds};
 
 /// How many readings a track keeps of a sensor.
 std::size_t countOf(const Track& track, std::size_t sensor) {
@@ -34,6 +34,8 @@ std::array<std::size_t, kSensors> writtenReadings(const Track& track, TrackForma
   for (TrackPoint point; points.next(point);) {
     if (point.fix == nullptr && format != TrackFormat::tcx) continue;
     for (std::size_t sensor = 0; sensor < kSensors; ++sensor) {
+      const bool isAlone = sensor == kLoneAltitude || sensor == kLoneSpeed;
+      if (isAlone && point.fix != nullptr) continue;  // It has its own.
       written[sensor] += !std::isnan(point.sensors[sensor]);
     }
   }
@@ -43,7 +45,8 @@ std::array<std::size_t, kSensors> writtenReadings(const Track& track, TrackForma
 }  // namespace
 
 bool isSensorValue(std::size_t sensor, double value) {
-  return isFigure(value) || (sensor == kTemperature && std::abs(value) < kMostFigure);
+  const bool mayBeNegative = sensor == kTemperature || sensor == kLoneAltitude;
+  return isFigure(value) || (mayBeNegative && std::abs(value) < kMostFigure);
 }
 
 std::vector<SensorReading>& readingsOf(Track& track, std::size_t sensor) {
@@ -103,42 +106,53 @@ bool PointSequence::next(TrackPoint& point) {
   return true;
 }
 
-std::vector<Lap> writtenLaps(const Track& track) {
+std::vector<Lap> lapsInOrder(const Track& track) {
   std::vector<Lap> laps;
   for (const Lap& lap : track.laps) {
     if (hasTimeText(lap.begin) && (laps.empty() || lap.begin > laps.back().begin)) {
       laps.push_back(lap);
     }
   }
+  return laps;
+}
+
+std::vector<Lap> writtenLaps(const Track& track) {
+  const auto rounded = [](double value) { return std::round(100 * value) / 100; };
+  std::vector<Lap> laps = lapsInOrder(track);
   PointSequence points(track);
   TrackPoint point;
   if (!points.next(point)) return laps;
   if (laps.empty()) laps.push_back({.begin = point.time});
   bool hasPoint = true;
   for (std::size_t i = 0; i < laps.size(); ++i) {
-    double meters = 0;
+    double meters = 0, stopped = 0;
     platform::Date end = laps[i].begin;
     const CLLocation* last = nullptr;
     const bool isLast = i + 1 == laps.size();
     for (; hasPoint && (isLast || point.time < laps[i + 1].begin); hasPoint = points.next(point)) {
+      if (last != nullptr && point.beginsSegment) stopped += (point.time - end).count();
       end = std::max(end, point.time);
       if (point.fix == nullptr) continue;
       if (last != nullptr && !point.beginsSegment) meters += last->distanceFrom(*point.fix);
       last = point.fix;
     }
     Lap& lap = laps[i];
-    if (!isFigure(lap.seconds)) lap.seconds = (end - lap.begin).count();
-    if (!isFigure(lap.distanceMeters)) lap.distanceMeters = meters;
+    if (!isFigure(lap.seconds)) {
+      lap.seconds = rounded(std::max(0.0, (end - lap.begin).count() - stopped));
+    }
+    if (!isFigure(lap.distanceMeters)) lap.distanceMeters = rounded(meters);
     if (!isFigure(lap.kilocalories)) lap.kilocalories = 0;
   }
   return laps;
 }
 
-void keep(Track& track, const CLLocation& fix, const SensorValues& sensors,
+void keep(Track& track, const CLLocation& fix, SensorValues sensors,
           std::optional<platform::Date> time) {
   const bool hasPlace = isOnGlobe(fix);
+  sensors[kLoneAltitude] = hasPlace ? kNone : fix.altitude;
+  sensors[kLoneSpeed] = hasPlace ? kNone : fix.speed;
   bool hasSensor = false;
-  for (std::size_t sensor = 0; sensor < kSensors; ++sensor) {
+  for (std::size_t sensor = 0; sensor < kLoneAltitude; ++sensor) {
     hasSensor |= isSensorValue(sensor, sensors[sensor]);
   }
   if (!time || (!hasPlace && !hasSensor)) {
@@ -152,10 +166,7 @@ void keep(Track& track, const CLLocation& fix, const SensorValues& sensors,
   };
   checkRoom(track.fixes.size());
   for (std::size_t sensor = 0; sensor < kSensors; ++sensor) checkRoom(countOf(track, sensor));
-  if (!hasPlace) {
-    if (std::abs(fix.altitude) < kMostFigure) passOver(track, "Altitude");
-    if (isFigure(fix.speed)) passOver(track, "Speed");
-  } else {
+  if (hasPlace) {
     track.fixes.push_back(fix);
     CLLocation& kept = track.fixes.back();
     kept.timestamp = *time;
@@ -212,8 +223,8 @@ bool isWorthWriting(const Track& track, TrackFormat format) {
 }
 
 std::vector<LeftOut> leftOut(const Track& track, TrackFormat format) {
-  constexpr std::string_view kNames[] = {"Heart rate", "Cadence", "Power", "Temperature",
-                                         "Distance"};
+  constexpr std::string_view kNames[] = {"Heart rate", "Cadence",  "Power", "Temperature",
+                                         "Distance",   "Altitude", "Speed"};
   std::vector<LeftOut> all;
   const auto add = [&](std::string_view what, std::size_t count) {
     if (count > 0) all.push_back({what, count});
@@ -222,7 +233,8 @@ std::vector<LeftOut> leftOut(const Track& track, TrackFormat format) {
   for (std::size_t sensor = 0; sensor < detail::kSensors; ++sensor) {
     add(kNames[sensor], detail::countOf(track, sensor) - written[sensor]);
   }
-  if (format != TrackFormat::tcx) add("Laps", track.laps.size());
+  const bool holdsLaps = format == TrackFormat::tcx;
+  add("Laps", track.laps.size() - (holdsLaps ? detail::lapsInOrder(track).size() : 0));
   if (format == TrackFormat::csv) {
     add("Breaks", track.breaks.size());
     add("Name", track.name.empty() ? 0 : 1);

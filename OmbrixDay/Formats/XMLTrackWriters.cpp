@@ -1,9 +1,11 @@
 // Writes GPX 1.1 and TCX. Figures that neither has a place for stand in elements of our own among
-// the extensions, which other programs pass over.
+// the extensions, which other programs pass over. So do those of which the schemas take whole
+// numbers only: beside them stands the rounded one.
 
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cmath>
 #include <iterator>
 #include <string>
 
@@ -58,7 +60,23 @@ std::string ownFigures(const CLLocation& fix) {
 void addSensor(std::string& out, std::string_view name, const TrackPoint& point, Sensor sensor) {
   if (!isSensorValue(sensor, point.sensors[sensor])) return;
   fmt::format_to(std::back_inserter(out), "<{0}>{1}</{0}>", name,
-                 decimalText(point.sensors[sensor], 3));
+                 decimalText(point.sensors[sensor], 6));
+}
+
+/// The whole numbers that a schema allows.
+struct WholeNumbers {
+  double least, most;
+};
+constexpr WholeNumbers kBeats{1, 255}, kTurns{0, 254}, kShort{0, 65'535};
+
+/// Adds an element with a whole number, if the schema allows it, and one of our own where that is
+/// not the number itself; nothing for an unknown one.
+void addWhole(std::string& out, std::string_view name, double value, WholeNumbers allowed,
+              std::string& own, std::string_view ownName) {
+  const double whole = std::round(value);
+  const bool isAllowed = whole >= allowed.least && whole <= allowed.most;
+  if (isAllowed) addFigure(out, name, whole, 0);
+  if (!isAllowed || whole != value) addFigure(own, ownName, value, 6);
 }
 
 /// Adds an element with others in it, unless there are none.
@@ -72,16 +90,16 @@ void addPoint(std::string& out, const TrackPoint& point) {
          decimalText(fix.coordinate.longitude, 9) + "\">";
   if (hasAltitude(fix)) out += "<ele>" + decimalText(fix.altitude, 6) + "</ele>";
   out += "<time>" + timeText(fix.timestamp) + "</time>";
-  std::string figures, extensions;
+  std::string figures, extensions, own;
   addSensor(figures, "gpxtpx:atemp", point, kTemperature);
-  addSensor(figures, "gpxtpx:hr", point, kHeartRate);
-  addSensor(figures, "gpxtpx:cad", point, kCadence);
+  addWhole(figures, "gpxtpx:hr", point.sensors[kHeartRate], kBeats, own, "o:heartRate");
+  addWhole(figures, "gpxtpx:cad", point.sensors[kCadence], kTurns, own, "o:cadence");
   addFigure(figures, "gpxtpx:speed", fix.speed, 6);
   addFigure(figures, "gpxtpx:course", fix.course, 6);
   addGroup(extensions, "gpxtpx:TrackPointExtension", figures);
-  addSensor(extensions, "pwr:PowerInWatts", point, kPower);
-  addSensor(extensions, "o:distance", point, kDistance);
-  addGroup(out, "extensions", extensions + ownFigures(fix));
+  addWhole(extensions, "pwr:PowerInWatts", point.sensors[kPower], kShort, own, "o:power");
+  addSensor(own, "o:distance", point, kDistance);
+  addGroup(out, "extensions", extensions + own + ownFigures(fix));
   out += "</trkpt>\n";
 }
 
@@ -92,15 +110,18 @@ class LapWriter {
 
   void begin(const Lap& lap) {
     lap_ = &lap;
+    own_.clear();
     out_ += "<Lap StartTime=\"" + timeText(lap.begin) + "\">";
-    addFigure(out_, "TotalTimeSeconds", lap.seconds, 3);
-    addFigure(out_, "DistanceMeters", lap.distanceMeters, 2);
+    addFigure(out_, "TotalTimeSeconds", lap.seconds, 6);
+    addFigure(out_, "DistanceMeters", lap.distanceMeters, 6);
     addFigure(out_, "MaximumSpeed", lap.maxSpeed, 6);
-    addFigure(out_, "Calories", lap.kilocalories, 3);
-    addHeartRate("AverageHeartRateBpm", lap.averageHeartRate);
-    addHeartRate("MaximumHeartRateBpm", lap.maxHeartRate);
+    addWhole(out_, "Calories", lap.kilocalories, kShort, own_, "o:calories");
+    // A lap must tell them.
+    if (std::round(lap.kilocalories) > kShort.most) out_ += "<Calories>65535</Calories>";
+    addHeartRate("AverageHeartRateBpm", lap.averageHeartRate, own_, "o:averageHeartRate");
+    addHeartRate("MaximumHeartRateBpm", lap.maxHeartRate, own_, "o:maxHeartRate");
     addText(out_, "Intensity", lap.isRest ? kRest : "Active");
-    if (!isRun_) addFigure(out_, "Cadence", lap.averageCadence, 3);
+    if (!isRun_) addWhole(out_, "Cadence", lap.averageCadence, kTurns, own_, "o:averageCadence");
     addText(out_, "TriggerMethod", kLapTriggers[static_cast<std::size_t>(lap.trigger)]);
     isTrack_ = false;
   }
@@ -111,22 +132,26 @@ class LapWriter {
     isTrack_ = true;
     out_ += "<Trackpoint><Time>" + timeText(point.time) + "</Time>";
     const CLLocation* const fix = point.fix;
+    double altitude = point.sensors[kLoneAltitude], speed = point.sensors[kLoneSpeed];
     if (fix != nullptr) {
+      altitude = hasAltitude(*fix) ? fix->altitude : kNone;
+      speed = fix->speed;
       out_ += "<Position><LatitudeDegrees>" + decimalText(fix->coordinate.latitude, 9) +
               "</LatitudeDegrees><LongitudeDegrees>" + decimalText(fix->coordinate.longitude, 9) +
               "</LongitudeDegrees></Position>";
-      if (hasAltitude(*fix)) {
-        out_ += "<AltitudeMeters>" + decimalText(fix->altitude, 6) + "</AltitudeMeters>";
-      }
+    }
+    if (!std::isnan(altitude)) {
+      out_ += "<AltitudeMeters>" + decimalText(altitude, 6) + "</AltitudeMeters>";
     }
     addSensor(out_, "DistanceMeters", point, kDistance);
-    addHeartRate("HeartRateBpm", point.sensors[kHeartRate]);
-    if (!isRun_) addSensor(out_, "Cadence", point, kCadence);
-    std::string figures, extensions;
-    if (fix != nullptr) addFigure(figures, "x:Speed", fix->speed, 6);
-    if (isRun_) addSensor(figures, "x:RunCadence", point, kCadence);
-    addSensor(figures, "x:Watts", point, kPower);
+    std::string figures, extensions, own;
+    addHeartRate("HeartRateBpm", point.sensors[kHeartRate], own, "o:heartRate");
+    addFigure(figures, "x:Speed", speed, 6);
+    addWhole(isRun_ ? figures : out_, isRun_ ? "x:RunCadence" : "Cadence", point.sensors[kCadence],
+             kTurns, own, "o:cadence");
+    addWhole(figures, "x:Watts", point.sensors[kPower], kShort, own, "o:power");
     addGroup(extensions, "x:TPX", figures);
+    extensions += own;
     addSensor(extensions, "o:atemp", point, kTemperature);
     if (fix != nullptr) {
       addFigure(extensions, "o:course", fix->course, 6);
@@ -143,11 +168,15 @@ class LapWriter {
     addText(out_, "Notes", lap_->notes);
     std::string totals, extensions;
     addFigure(totals, "x:AvgSpeed", lap_->averageSpeed, 6);
-    if (isRun_) addFigure(totals, "x:AvgRunCadence", lap_->averageCadence, 3);
-    addFigure(totals, isRun_ ? "x:MaxRunCadence" : "x:MaxBikeCadence", lap_->maxCadence, 3);
-    addFigure(totals, "x:AvgWatts", lap_->averagePower, 3);
-    addFigure(totals, "x:MaxWatts", lap_->maxPower, 3);
+    if (isRun_) {
+      addWhole(totals, "x:AvgRunCadence", lap_->averageCadence, kTurns, own_, "o:averageCadence");
+    }
+    addWhole(totals, isRun_ ? "x:MaxRunCadence" : "x:MaxBikeCadence", lap_->maxCadence, kTurns,
+             own_, "o:maxCadence");
+    addWhole(totals, "x:AvgWatts", lap_->averagePower, kShort, own_, "o:averagePower");
+    addWhole(totals, "x:MaxWatts", lap_->maxPower, kShort, own_, "o:maxPower");
     addGroup(extensions, "x:LX", totals);
+    extensions += own_;
     if (isBroken) extensions += "<o:break/>";
     addGroup(out_, "Extensions", extensions);
     out_ += "</Lap>\n";
@@ -159,13 +188,15 @@ class LapWriter {
     isTrack_ = false;
   }
 
-  void addHeartRate(std::string_view name, double beats) {
+  void addHeartRate(std::string_view name, double beats, std::string& own,
+                    std::string_view ownName) {
     std::string rate;
-    addFigure(rate, "Value", beats, 3);
+    addWhole(rate, "Value", beats, kBeats, own, ownName);
     addGroup(out_, name, rate);
   }
 
   std::string& out_;
+  std::string own_;  ///< Of the lap, what the schema rounds.
   const bool isRun_;
   const Lap* lap_ = nullptr;
   bool isTrack_ = false;

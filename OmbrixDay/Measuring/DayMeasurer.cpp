@@ -25,7 +25,9 @@ constexpr double kTrustSeconds = 20;   // How often reported speeds are held aga
 constexpr double kTrustMemory = 0.9;   // how slowly that is forgotten,
 constexpr double kLeastTrust = 0.5;    // the least share of the way they must explain,
 constexpr double kMostTrust = 2;       // the most they may,
-constexpr double kTrustMeters = 50;    // and what they may add to that.
+constexpr double kTrustMeters = 50;    // what they may add to that, or lack,
+constexpr double kLackMeters = 20;
+constexpr double kNoiseMeters = 20;    // and what noise may put between two positions.
 constexpr double kSettleSeconds = 60;  // Until then a step shows that the altitude was wrong.
 constexpr double kStepMeters = 1;      // More than rounding.
 constexpr double kEndSeconds = 5;      // Altitudes around a stretch's end, to judge it by.
@@ -141,11 +143,12 @@ double DayMeasurer::State::wayTo(const detail::CleanFix& fix) {
     dropAnchor(fix);
   } else if (fix.time - anchorTime >= kTrustSeconds) {
     wayBySpeed = kTrustMemory * wayBySpeed + speedSinceAnchor;
-    wayByPlace = kTrustMemory * wayByPlace +
-                 CLLocation::speedOfComponents(fix.east - anchorEast, fix.north - anchorNorth);
+    const double chord =
+        CLLocation::speedOfComponents(fix.east - anchorEast, fix.north - anchorNorth);
+    wayByPlace = kTrustMemory * wayByPlace + std::max(0.0, chord - kNoiseMeters);
     dropAnchor(fix);
   }
-  const bool isTrusted = wayBySpeed >= kLeastTrust * wayByPlace &&
+  const bool isTrusted = wayBySpeed + kLackMeters >= kLeastTrust * wayByPlace &&
                          wayBySpeed <= kMostTrust * wayByPlace + kTrustMeters;
   if (dt <= detail::kSpeedGapSeconds && isTrusted) return bySpeed;
   return platform::geodesicDistance({last.coordinate.latitude, last.coordinate.longitude},

@@ -19,8 +19,10 @@ constexpr double kRestSeconds = 300;     // Of a long pause only so much counts 
 constexpr double kEdgeSeconds = 6;       // A pause's ends may belong to its neighbours.
 constexpr std::size_t kLeastRestSamples = 8;
 constexpr std::size_t kLeastNoiseSamples = 30;
+constexpr double kLagSeconds = 30;     // Of a pause with few fixes: then the device saves power.
 constexpr double kCrestSeconds = 15;   // How far a crest may lie from a boundary.
 constexpr double kSmoothSeconds = 5;   // To either side, of altitudes.
+constexpr double kLineSeconds = 10;    // Of a line through altitudes that ends at a break.
 constexpr std::size_t kEvenReach = 5;  // Samples to either side, of a lift's greatest speed,
 constexpr double kEvenSeconds = 30;    // and seconds.
 
@@ -46,6 +48,39 @@ std::optional<double> restAltitude(std::span<const DaySample> samples, const Str
   return std::nullopt;
 }
 
+/// The altitude at a time beside which nothing was recorded on one side: the mean of what was
+/// recorded on the other side would be that of some seconds earlier, or later.
+double altitudeAtEdge(std::span<const DaySample> samples, std::size_t near, double time) {
+  near = std::min(near, samples.size() - 1);
+  if (near > 0 &&
+      std::abs(secondsOf(samples[near - 1]) - time) < std::abs(secondsOf(samples[near]) - time)) {
+    --near;
+  }
+  std::size_t from = near, to = near;
+  while (from > 0 && secondsOf(samples[from - 1]) >= time - kLineSeconds) --from;
+  while (to + 1 < samples.size() && secondsOf(samples[to + 1]) <= time + kLineSeconds) ++to;
+  const double part = 1.0 / static_cast<double>(to - from + 1);
+  double offset = 0, altitude = 0, products = 0, squares = 0;
+  for (std::size_t i = from; i <= to; ++i) {
+    offset += part * (secondsOf(samples[i]) - time);
+    altitude += part * samples[i].steadyAltitude;
+  }
+  for (std::size_t i = from; i <= to; ++i) {
+    const double off = secondsOf(samples[i]) - time - offset;
+    products += off * (samples[i].steadyAltitude - altitude);
+    squares += off * off;
+  }
+  return squares > 0 ? altitude - products / squares * offset : altitude;
+}
+
+/// Whether an altimeter that lags behind goes on through a pause, which a device that saves power
+/// tells by a few fixes only: the height is the ride's.
+bool goesOn(const Stretch& ride, const Stretch& pause) {
+  const double climb = ride.endAltitude - ride.beginAltitude;
+  const bool isLong = !pause.isBreak && pause.end - pause.begin >= kLagSeconds;
+  return isLong && climb * (pause.endAltitude - pause.beginAltitude) > 0;
+}
+
 /// Metres since the day's beginning at a time. `after` is the first sample then or later.
 double distanceAt(std::span<const DaySample> samples, std::size_t after, double time) {
   if (after >= samples.size()) return samples.back().distance;
@@ -66,7 +101,8 @@ double movingSeconds(const DaySample& from, const DaySample& to, const Stretch& 
   return std::max(0.0, std::min(end, stretch.end) - std::max(begin, stretch.begin));
 }
 
-/// The median of the speeds around a sample of a stretch: lifts run evenly.
+/// The median of the speeds around a sample of a stretch, and no more than the displacement over
+/// half a minute: lifts run evenly and straight.
 double evenSpeed(std::span<const DaySample> samples, const Stretch& stretch, std::size_t index) {
   SmallMedian<2 * kEvenReach + 1> speeds;
   const double time = secondsOf(samples[index]);
@@ -75,7 +111,15 @@ double evenSpeed(std::span<const DaySample> samples, const Stretch& stretch, std
   for (std::size_t i = from; i < to; ++i) {
     if (std::abs(secondsOf(samples[i]) - time) <= kEvenSeconds) speeds.add(samples[i].speed);
   }
-  return speeds.median();
+  std::size_t first = index, last = index;
+  const auto span = [&] { return secondsOf(samples[last]) - secondsOf(samples[first]); };
+  while (span() < kEvenSeconds && (first > stretch.firstSample || last + 1 < stretch.endSample)) {
+    if (first > stretch.firstSample) --first;
+    if (last + 1 < stretch.endSample) ++last;
+  }
+  if (span() < kEvenSeconds) return speeds.median();
+  const double line = samples[first].coordinate.distanceTo(samples[last].coordinate);
+  return std::min(speeds.median(), line / span());
 }
 
 }  // namespace
@@ -134,11 +178,16 @@ double altitudeBetween(const Stretch* before, const Stretch* after,
     if (const auto rest = restAltitude(samples, *after, after->begin + kEdgeSeconds, to)) {
       return *rest;
     }
+    if (before != nullptr && goesOn(*before, *after)) {
+      return meanAround(samples, after->endSample, after->end, kSmoothSeconds).altitude;
+    }
   }
   const double time = before != nullptr ? before->end : after->begin;
   const std::size_t near = before != nullptr ? before->endSample : after->firstSample;
+  if (before == nullptr || after == nullptr || before->isBreak || after->isBreak) {
+    return altitudeAtEdge(samples, near, time);
+  }
   double altitude = meanAround(samples, near, time, kSmoothSeconds).altitude;
-  if (before == nullptr || after == nullptr || before->isBreak || after->isBreak) return altitude;
   const bool rises = before->endAltitude > before->beginAltitude;
   const bool thenRises = after->endAltitude > after->beginAltitude;
   if (rises == thenRises) return altitude;

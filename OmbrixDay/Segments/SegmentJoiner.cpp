@@ -7,12 +7,15 @@ namespace ombrix::detail {
 namespace {
 
 constexpr double kLeastRunDropMeters = 25;
+constexpr double kLeastRunSlope = 0.03;  // Of the way: flatter ones are for other sports.
 constexpr double kLeastLiftRiseMeters = 15;
-constexpr double kLeastLiftSlope = 0.04;
+constexpr double kLeastLiftSlope = 0.06;
+constexpr double kLeastLinkSlope = 0.04;       // Of a lift that links two mountains
+constexpr double kLinkRiseMeters = 100;        // and rises so much.
 constexpr double kLeastLiftSeconds = 30;       // Unless it is a part of another.
 constexpr double kShortLiftSeconds = 60;       // Too short to point anywhere.
 constexpr double kLeastPartMeters = 8;         // Of height, for a part of a ride,
-constexpr double kLeastPartWayMeters = 90;     // and of way.
+constexpr double kLeastPartMetersAhead = 50;   // and ahead: at rest noise goes nowhere.
 constexpr double kMostHaltSeconds = 300;       // Between two parts of one run or lift.
 constexpr double kMostClimbMeters = 40;        // Between two parts of one run.
 constexpr double kMostShiftMeters = 40;        // Between two parts of one lift,
@@ -22,11 +25,14 @@ constexpr double kShortWalkSeconds = 30;       // Between two pauses.
 constexpr double kSlideSeconds = 60;           // A walk before or behind a ride,
 constexpr double kSlipSeconds = 40;            // or what noise made a ride of the other kind,
 constexpr double kSlideMetersPerSecond = 1.6;  // too fast for walking, is a part of it.
-constexpr double kSlowLiftSeconds = 300;       // The same before or behind a lift
-constexpr double kSlowLiftSlope = 0.08;        // where it climbs: nobody walks up so fast.
-constexpr double kDragLiftSeconds = 90;        // A lift as slow by itself,
-constexpr double kDragLiftStraight = 0.9;      // in a line,
-constexpr double kDragLiftRise = 0.2;  // climbs faster, in metres a second, than most legs do.
+constexpr double kSlowLiftSlope = 0.08;        // Nobody walks up so fast where it is so steep.
+constexpr double kSlowPartSlope = 0.04;        // Less will do for a part of a lift,
+constexpr double kSlowPartMetersPerSecond = 1.4;
+constexpr double kSlowPartSeconds = 20;     // if it is no shorter
+constexpr double kSlowPartStraight = 0.85;  // and as straight as noise leaves it.
+constexpr double kDragLiftSeconds = 90;     // A lift as slow by itself,
+constexpr double kDragLiftStraight = 0.85;  // in a line,
+constexpr double kDragLiftRise = 0.2;       // climbs faster, in metres a second, than most legs do.
 
 bool isRide(const Stretch& stretch) {
   return stretch.kind == SegmentKind::run || stretch.kind == SegmentKind::lift;
@@ -34,16 +40,48 @@ bool isRide(const Stretch& stretch) {
 
 SegmentKind checkedKind(const Stretch& stretch) {
   const double rise = stretch.endAltitude - stretch.beginAltitude;
-  if (stretch.kind == SegmentKind::run && rise > -kLeastRunDropMeters) return SegmentKind::walk;
+  if (stretch.kind == SegmentKind::run) {
+    const double way = stretch.endDistance - stretch.beginDistance;
+    const bool isFlat = -rise < std::max(kLeastRunDropMeters, kLeastRunSlope * way);
+    if (isFlat) return SegmentKind::walk;
+  }
   if (stretch.kind == SegmentKind::lift) {
     const double length = stretch.beginPlace.distanceTo(stretch.endPlace);
-    if (rise < kLeastLiftRiseMeters || rise < kLeastLiftSlope * length) return SegmentKind::walk;
+    const double slope = rise < kLinkRiseMeters ? kLeastLiftSlope : kLeastLinkSlope;
+    if (rise < std::max(kLeastLiftRiseMeters, slope * length)) return SegmentKind::walk;
   }
   return stretch.kind;
 }
 
+/// A walk that may be a part of a drag lift.
+bool isSlowPart(const Stretch& stretch) {
+  const double seconds = stretch.end - stretch.begin;
+  const double rise = stretch.endAltitude - stretch.beginAltitude;
+  const double line = stretch.beginPlace.distanceTo(stretch.endPlace);
+  return stretch.kind == SegmentKind::walk && seconds >= kSlowPartSeconds &&
+         rise >= kSlowPartSlope * line && line >= kSlowPartMetersPerSecond * seconds &&
+         line >= kSlowPartStraight * (stretch.endDistance - stretch.beginDistance);
+}
+
+/// Whether two stretches follow one line.
+bool isInLine(const Stretch& before, const Stretch& after) {
+  return CLLocationDegreesDifference(before.beginPlace.courseTo(before.endPlace),
+                                     after.beginPlace.courseTo(after.endPlace)) <= kMostBendDegrees;
+}
+
+/// A lift that is slow enough to look like a walk.
+bool isDragLift(const Stretch& stretch) {
+  const double seconds = stretch.end - stretch.begin;
+  const double rise = stretch.endAltitude - stretch.beginAltitude;
+  const double line = stretch.beginPlace.distanceTo(stretch.endPlace);
+  return seconds >= kDragLiftSeconds && rise >= kDragLiftRise * seconds &&
+         rise >= kSlowLiftSlope * line &&
+         line >= kDragLiftStraight * (stretch.endDistance - stretch.beginDistance);
+}
+
 /// What a stretch is when nothing joins it any more.
 SegmentKind finalKind(const Stretch& stretch) {
+  if (stretch.isSlow && !isDragLift(stretch)) return SegmentKind::walk;
   const SegmentKind kind = checkedKind(stretch);
   const bool isShort = stretch.end - stretch.begin < kLeastLiftSeconds;
   return kind == SegmentKind::lift && isShort ? SegmentKind::walk : kind;
@@ -55,36 +93,31 @@ bool isShortLift(const Stretch& stretch) {
          checkedKind(stretch) == SegmentKind::lift;
 }
 
-/// A drag lift, slow enough to look like a walk.
-bool isDragLift(const Stretch& stretch) {
-  const double seconds = stretch.end - stretch.begin;
-  const double rise = stretch.endAltitude - stretch.beginAltitude;
-  const double line = stretch.beginPlace.distanceTo(stretch.endPlace);
-  return stretch.kind == SegmentKind::walk && seconds >= kDragLiftSeconds &&
-         rise >= kDragLiftRise * seconds && rise >= kSlowLiftSlope * line &&
-         line >= kSlideMetersPerSecond * seconds &&
-         line >= kDragLiftStraight * (stretch.endDistance - stretch.beginDistance);
-}
-
 /// What noise may have made a ride of.
 bool isSlip(const Stretch& stretch) {
   return stretch.end - stretch.begin <= kSlipSeconds && checkedKind(stretch) == SegmentKind::walk;
 }
 
+/// The same of a lift: a run that begins or ends there without a halt.
+bool isSlipOfLift(const Stretch& stretch) { return isSlip(stretch) && stretch.isAtLift; }
+
+/// Whether a stretch may be a part of a ride. Of a lift noise may leave no height, but its line.
 bool isPart(const Stretch& stretch) {
-  return std::abs(stretch.endAltitude - stretch.beginAltitude) >= kLeastPartMeters &&
-         stretch.endDistance - stretch.beginDistance >= kLeastPartWayMeters;
+  const double rise = stretch.endAltitude - stretch.beginAltitude;
+  return (stretch.kind == SegmentKind::lift ? rise >= 0 : rise <= -kLeastPartMeters) &&
+         stretch.beginPlace.distanceTo(stretch.endPlace) >= kLeastPartMetersAhead;
 }
 
 bool continues(const Stretch& before, const Stretch& after) {
   if (before.kind != after.kind || after.begin - before.end > kMostHaltSeconds) return false;
-  if (after.kind == SegmentKind::lift && (isShortLift(before) || isShortLift(after))) {
-    return checkedKind(before) == checkedKind(after) &&
-           after.beginAltitude > before.endAltitude - kLeastPartMeters;
+  if (after.kind == SegmentKind::lift && (isShortLift(before) || isShortLift(after)) &&
+      checkedKind(before) == checkedKind(after) &&
+      after.beginAltitude > before.endAltitude - kLeastPartMeters) {
+    return true;
   }
   if (!isPart(before) || !isPart(after)) return false;
   if (after.kind == SegmentKind::run) {
-    if (isSlip(before) || isSlip(after)) return false;
+    if (isSlipOfLift(before) || isSlipOfLift(after)) return false;
     const double climb = after.beginAltitude - before.endAltitude;
     const double way = after.beginDistance - before.endDistance;
     return climb <= kMostClimbMeters || way < climb;  // Who stands does not climb.
@@ -107,32 +140,39 @@ void extend(Stretch& stretch, const Stretch& by) {
   stretch.endAltitude = by.endAltitude;
   stretch.endPlace = by.endPlace;
   stretch.endDistance = by.endDistance;
+  stretch.isSlow = stretch.isSlow && by.isSlow;
 }
 
 /// A ride that begins or ends gently looks like a walk there.
 void SegmentJoiner::absorbSlides() {
-  const auto isSlide = [](const Stretch& stretch, SegmentKind ride) {
+  const auto isSlide = [](const Stretch& stretch) {
     const double seconds = stretch.end - stretch.begin;
     const double way = stretch.endDistance - stretch.beginDistance;
-    if (isRide(stretch) && seconds > kSlipSeconds) return false;
-    const bool climbs = stretch.endAltitude - stretch.beginAltitude >=
-                        std::max(kLeastPartMeters, kSlowLiftSlope * way);
-    const bool isSlowLift = ride == SegmentKind::lift && climbs && seconds <= kSlowLiftSeconds;
-    return checkedKind(stretch) == SegmentKind::walk && (seconds <= kSlideSeconds || isSlowLift) &&
+    return checkedKind(stretch) == SegmentKind::walk && !stretch.isSlow &&
+           seconds <= (isRide(stretch) ? kSlipSeconds : kSlideSeconds) &&
            way >= kSlideMetersPerSecond * seconds;
   };
   if (waiting_.size() < 2) return;
   Stretch& last = waiting_.back();
   Stretch& before = waiting_[waiting_.size() - 2];
-  if (isRide(last) && !isSlide(last, before.kind) && isSlide(before, last.kind)) {
+  if (isRide(last) && !isSlide(last) && isSlide(before)) {
     const SegmentKind kind = last.kind;
     extend(before, last);
     before.kind = kind;
     waiting_.pop_back();
-  } else if (isRide(before) && !isSlide(before, last.kind) && isSlide(last, before.kind)) {
+  } else if (isRide(before) && !isSlide(before) && isSlide(last)) {
     extend(before, last);
     waiting_.pop_back();
   }
+}
+
+/// A short run joins the one before it only where it does not pass into a lift.
+void SegmentJoiner::joinSlip(SegmentKind next) {
+  if (waiting_.empty() || waiting_.back().kind != SegmentKind::run || !isSlip(waiting_.back())) {
+    return;
+  }
+  waiting_.back().isAtLift |= next == SegmentKind::lift;
+  joinGrown();
 }
 
 /// A ride that has grown may be large enough now to go on with the one before it.
@@ -160,10 +200,17 @@ bool SegmentJoiner::joinsEarlier(const Stretch& stretch) {
 }
 
 void SegmentJoiner::add(Stretch stretch, std::vector<Stretch>& final) {
+  joinSlip(stretch.kind);
   const std::size_t count = waiting_.size();
-  if (isDragLift(stretch)) stretch.kind = SegmentKind::lift;
-  if (isRide(stretch) && joinsEarlier(stretch)) return;
   const bool follows = count > 0 && !stretch.isBreak && !waiting_.back().isBreak;
+  const bool isAtLift = follows && waiting_.back().kind == SegmentKind::lift;
+  if (isSlowPart(stretch) && (!isAtLift || isInLine(waiting_.back(), stretch))) {
+    stretch.kind = SegmentKind::lift;
+    stretch.isSlow = true;
+  }
+  stretch.isAtLift = isAtLift && stretch.kind == SegmentKind::run;
+  const bool mayPassIntoLift = stretch.kind == SegmentKind::run && isSlip(stretch);
+  if (isRide(stretch) && !mayPassIntoLift && joinsEarlier(stretch)) return;
   if (follows && waiting_.back().kind == stretch.kind) {
     extend(waiting_.back(), stretch);
     joinGrown();
@@ -176,21 +223,25 @@ void SegmentJoiner::add(Stretch stretch, std::vector<Stretch>& final) {
   } else {
     waiting_.push_back(stretch);
     absorbSlides();
-    joinGrown();
+    if (!mayPassIntoLift) joinGrown();
   }
 
   // What lies before the last ride is final, and a ride that ended long ago is too.
   std::size_t keep = waiting_.size() - 1;
   for (std::size_t i = waiting_.size(); i-- > 0;) {
     if (waiting_[i].isBreak) break;
-    if (!isRide(waiting_[i])) continue;
+    const bool mayJoin = i + 1 == waiting_.size() && mayPassIntoLift;
+    if (!isRide(waiting_[i]) || mayJoin) continue;
     if (waiting_.back().end - waiting_[i].end <= kMostHaltSeconds) keep = i;
     break;
   }
   handOver(keep, final);
 }
 
-void SegmentJoiner::finish(std::vector<Stretch>& final) { handOver(waiting_.size(), final); }
+void SegmentJoiner::finish(std::vector<Stretch>& final) {
+  joinSlip(SegmentKind::pause);
+  handOver(waiting_.size(), final);
+}
 
 void SegmentJoiner::handOver(std::size_t count, std::vector<Stretch>& final) {
   for (std::size_t i = 0; i < count; ++i) {

@@ -16,7 +16,9 @@ struct Stretch {
   double beginAltitude = 0, endAltitude = 0;  ///< metres, means around the ends
   double beginDistance = 0, endDistance = 0;  ///< metres since the day's beginning
   CLLocationCoordinate2D beginPlace, endPlace;
-  bool isBreak = false;  ///< Nothing was recorded meanwhile; it joins with nothing.
+  bool isBreak = false;   ///< Nothing was recorded meanwhile; it joins with nothing.
+  bool isSlow = false;    ///< A lift that was decoded as a walk.
+  bool isAtLift = false;  ///< A lift was left, or will be boarded, without a halt.
 };
 
 /// Lets a stretch end where another one ends.
@@ -38,6 +40,7 @@ class SegmentJoiner {
 
  private:
   void absorbSlides();
+  void joinSlip(SegmentKind next);
   void joinGrown();
   bool joinsEarlier(const Stretch& stretch);
   void handOver(std::size_t count, std::vector<Stretch>& final);

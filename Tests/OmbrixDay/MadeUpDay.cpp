@@ -115,11 +115,13 @@ class Maker {
 
   void receive() {
     double wander = options_.altitudeNoise * normal();
+    std::vector<double> wanders;
     double step = 0;
     for (std::size_t i = 0; i < places_.size(); ++i) {
       constexpr double kMemory = 0.97;
       wander =
           kMemory * wander + std::sqrt(1 - kMemory * kMemory) * options_.altitudeNoise * normal();
+      wanders.push_back(wander);
       if (options_.hasSteps && i % 1900 == 1000) step += uniform() < 0.5 ? -25 : 25;
       if (i % static_cast<std::size_t>(options_.everySeconds) != 0) continue;
       if (std::ranges::any_of(gaps_, [i](const auto& g) { return i >= g.first && i < g.second; })) {
@@ -141,6 +143,28 @@ class Maker {
       if (options_.hasOutliers && i % 400 < 3) place.speed += 14;
       add(place, kBegin + static_cast<double>(i));
       if (isWrong) day_.fixes.push_back(day_.fixes.back());
+    }
+    addUpNoise(wanders);
+  }
+
+  void addUpNoise(const std::vector<double>& wanders) {
+    constexpr double kRest = 300;
+    const auto& rides = day_.rides;
+    const double end = now();
+    const auto mean = [&](double from, double to) {
+      double sum = 0;
+      for (double time = from; time < to; ++time) {
+        sum += wanders[static_cast<std::size_t>(time - kBegin)];
+      }
+      return sum / std::max(1.0, to - from);
+    };
+    for (std::size_t i = 0; i < rides.size(); ++i) {
+      const double last = i > 0 ? rides[i - 1].end : kBegin;
+      const double next = i + 1 < rides.size() ? rides[i + 1].begin : end;
+      const double climb = mean(rides[i].end, std::min(next, rides[i].end + kRest)) -
+                           mean(std::max(last, rides[i].begin - kRest), rides[i].begin);
+      (rides[i].kind == SegmentKind::lift ? day_.ascentNoise : day_.descentNoise) +=
+          rides[i].kind == SegmentKind::lift ? climb : -climb;
     }
   }
 

@@ -35,6 +35,9 @@ struct MadeUpDay {
   std::vector<TrueSegment> rides;  ///< Lifts and runs, in order.
   double ascent = 0, descent = 0;  ///< metres
   double topSpeed = 0;             ///< m/s
+  /// What the altimeter's wandering while at rest adds to ascent and descent, where both are taken
+  /// from the means over the rests (at most 300 s beside each ride).
+  double ascentNoise = 0, descentNoise = 0;
 };
 
 MadeUpDay makeUpDay(const MadeUpDayOptions& options);

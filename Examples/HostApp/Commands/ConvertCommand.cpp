@@ -125,7 +125,7 @@ void convertFolder(const Options& options, TrackFormat to) {
     }
   }
   fmt::print("{}\n", fmt::format(fmt::runtime(text("Wrote {} tracks to {} ({} points skipped)")),
-                                 written, shownName(options.out), skipped));
+                                 countText(written), shownName(options.out), countText(skipped)));
   tellLeftOut(options.out, to, left);
   if (failed > 0) {
     throw CommandFailure(fmt::format("{} tracks could not be converted whole", failed));

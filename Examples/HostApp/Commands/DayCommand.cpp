@@ -97,7 +97,7 @@ void showDay(const std::string& path, const Options& options, FigureTexts& figur
     const UploadedDay uploaded = uploadDay(summary, path);
     fmt::print(stderr, "{}\n",
                fmt::format(fmt::runtime(text("Uploaded as day {}, the track with {} bytes")),
-                           uploaded.name, uploaded.trackBytes));
+                           uploaded.name, countText(uploaded.trackBytes)));
   }
   failIfIncomplete(path, recorded.fault);
 }

@@ -121,7 +121,7 @@ void demo(const fs::path& folder) {
   RecentDays().remember(recorded);
   done("Day kept", "ombrix days");
   const UploadedDay uploaded = uploadDay(toJSON(recorded), trackFile.string());
-  done("Day uploaded", fmt::format("{} ({} B)", uploaded.name, uploaded.trackBytes));
+  done("Day uploaded", fmt::format("{} ({} B)", uploaded.name, countText(uploaded.trackBytes)));
   writeDayPage(pageFile.string(), recorded);
   done("Page written", fs::absolute(pageFile).lexically_normal().string());
 }

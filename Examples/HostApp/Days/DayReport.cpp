@@ -64,6 +64,7 @@ std::string figuresOf(const RecordedDay& recorded, FigureTexts& texts) {
   if (totals.begin) {
     figures.line("Start", texts.date(DateStyle::dayAndTime, *totals.begin));
     figures.line("Span", texts.duration(recorded.spanSeconds()));
+    figures.line("Moving time", texts.duration(totals.all.movingSeconds));
     figures.line("Runs", texts.count(totals.runs));
     figures.line("Lifts", texts.count(totals.lifts));
     figures.value("Distance", Format::distance, totals.all.distanceMeters);

@@ -10,7 +10,7 @@ UploadedDay uploadDay(const platform::JSON& figures, const std::string& trackFil
   const std::string name = day["id"].stringValue();
   if (name.empty()) throw CommandFailure("the service's answer has no id for the day");
   const auto track = platform::JSON::parse(uploadFile(trackFile, "tracks/" + name, "PUT").data);
-  return {name, track["size"].stringValue()};
+  return {name, track["size"].unsignedInteger().value_or(0)};
 }
 
 }  // namespace ombrix::hostapp

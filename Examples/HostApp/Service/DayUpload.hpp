@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "OmbrixPlatform/Coding/JSON.hpp"
@@ -8,8 +9,8 @@ namespace ombrix::hostapp {
 
 /// What the service has kept of a day.
 struct UploadedDay {
-  std::string name;        ///< As the service names the day.
-  std::string trackBytes;  ///< How many bytes of the track arrived.
+  std::string name;              ///< As the service names the day.
+  std::uint64_t trackBytes = 0;  ///< How many bytes of the track arrived.
 };
 
 /// Sends a day's figures to the connected service, and its track under the name that the service

@@ -39,17 +39,27 @@ bool isWritable(const CLLocation& fix);
 /// Whether there is a text for a time.
 bool hasTimeText(platform::Date time);
 
-/// What stands at a point beside the fix.
-enum Sensor : std::size_t { kHeartRate, kCadence, kPower, kTemperature, kDistance, kSensors };
+/// What stands at a point beside the fix; the last two only at points without one.
+enum Sensor : std::size_t {
+  kHeartRate,
+  kCadence,
+  kPower,
+  kTemperature,
+  kDistance,
+  kLoneAltitude,
+  kLoneSpeed,
+  kSensors
+};
 
 /// A number that is not there.
 inline constexpr double kNone = std::numeric_limits<double>::quiet_NaN();
 
 /// One value a sensor; `kNone` for none.
 using SensorValues = std::array<double, kSensors>;
-inline constexpr SensorValues kNoSensorValues = {kNone, kNone, kNone, kNone, kNone};
+inline constexpr SensorValues kNoSensorValues = {kNone, kNone, kNone, kNone, kNone, kNone, kNone};
 
-/// Whether a value can be that of a sensor: finite and, but for temperatures, not negative.
+/// Whether a value can be that of a sensor: finite and, but for temperatures and altitudes, not
+/// negative.
 bool isSensorValue(std::size_t sensor, double value);
 
 /// The readings of a sensor that a track keeps beside its heart rates.
@@ -82,17 +92,20 @@ class PointSequence {
   bool hasFix_ = false;
 };
 
+/// The laps of a track that can be written: each begins later than the one before.
+std::vector<Lap> lapsInOrder(const Track& track);
+
 /// A track's laps as they are written: in order of time, each with the totals that a lap must have;
 /// one over all points where the track has none.
 std::vector<Lap> writtenLaps(const Track& track);
 
 /// Keeps a point that was read, which has no place where its fix is off the globe: altitude and
-/// speed are unread then. Counts it as skipped without a time, or with neither a place nor a
+/// speed are readings then. Counts it as skipped without a time, or with neither a place nor a
 /// sensor's value. Figures that are negative, not finite or beyond 1e9 become unknown,
 /// and so does an altitude that is not finite or as large: 0 without an accuracy, see
 /// `hasAltitude`.
 /// @throws TrackFormatError when there are too many
-void keep(Track& track, const CLLocation& fix, const SensorValues& sensors,
+void keep(Track& track, const CLLocation& fix, SensorValues sensors,
           std::optional<platform::Date> time);
 
 // What a track has no place for.
