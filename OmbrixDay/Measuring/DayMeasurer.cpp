@@ -267,8 +267,8 @@ detail::Stretch DayMeasurer::State::stretchUpTo(double end, std::size_t endSampl
           .endSample = endSample,
           .beginAltitude = atBegin.altitude,
           .endAltitude = atEnd.altitude,
-          .beginDistance = samples[firstSample].distance,
-          .endDistance = samples[last].distance,
+          .beginDistance = detail::distanceAt(samples, firstSample, begin),
+          .endDistance = detail::distanceAt(samples, endSample, end),
           .beginPlace = atBegin.place,
           .endPlace = atEnd.place};
 }

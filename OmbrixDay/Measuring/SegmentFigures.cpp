@@ -81,17 +81,6 @@ bool goesOn(const Stretch& ride, const Stretch& pause) {
   return isLong && climb * (pause.endAltitude - pause.beginAltitude) > 0;
 }
 
-/// Metres since the day's beginning at a time. `after` is the first sample then or later.
-double distanceAt(std::span<const DaySample> samples, std::size_t after, double time) {
-  if (after >= samples.size()) return samples.back().distance;
-  const double end = secondsOf(samples[after]);
-  if (after == 0 || end <= time) return samples[after].distance;
-  const DaySample& before = samples[after - 1];
-  const double begin = secondsOf(before);
-  const double part = std::clamp((time - begin) / (end - begin), 0.0, 1.0);
-  return before.distance + part * (samples[after].distance - before.distance);
-}
-
 /// The seconds between two samples in a row that lie in a stretch, or 0 if one was at rest.
 double movingSeconds(const DaySample& from, const DaySample& to, const Stretch& stretch) {
   const double begin = secondsOf(from), end = secondsOf(to);
@@ -144,6 +133,16 @@ double AltitudeNoise::turnaround() const {
                     kMostTurnaroundMeters);
 }
 
+double distanceAt(std::span<const DaySample> samples, std::size_t after, double time) {
+  if (after >= samples.size()) return samples.back().distance;
+  const double end = secondsOf(samples[after]);
+  if (after == 0 || end <= time) return samples[after].distance;
+  const DaySample& before = samples[after - 1];
+  const double begin = secondsOf(before);
+  const double part = std::clamp((time - begin) / (end - begin), 0.0, 1.0);
+  return before.distance + part * (samples[after].distance - before.distance);
+}
+
 Around meanAround(std::span<const DaySample> samples, std::size_t near, double time,
                   double seconds) {
   near = std::min(near, samples.size() - 1);
@@ -155,13 +154,22 @@ Around meanAround(std::span<const DaySample> samples, std::size_t near, double t
   // Differences from one of them, so that a day may cross the date line.
   const CLLocationCoordinate2D origin = samples[near].coordinate;
   Around mean{0, origin};
-  const double part = 1.0 / static_cast<double>(to - from + 1);
-  for (std::size_t i = from; i <= to; ++i) {
-    mean.altitude += part * samples[i].steadyAltitude;
-    mean.place.latitude += part * (samples[i].coordinate.latitude - origin.latitude);
+  const auto add = [&](const DaySample& sample, double part) {
+    mean.altitude += part * sample.steadyAltitude;
+    mean.place.latitude += part * (sample.coordinate.latitude - origin.latitude);
     mean.place.longitude +=
-        part * std::remainder(samples[i].coordinate.longitude - origin.longitude, 360);
+        part * std::remainder(sample.coordinate.longitude - origin.longitude, 360);
+  };
+  const double after = secondsOf(samples[near]);
+  const double before = near > 0 ? secondsOf(samples[near - 1]) : after;
+  if (from == to && after - time > seconds && time > before) {
+    const double part = (time - before) / (after - before);
+    add(samples[near - 1], 1 - part);
+    add(samples[near], part);
+    return mean;
   }
+  for (std::size_t i = from; i <= to; ++i)
+    add(samples[i], 1.0 / static_cast<double>(to - from + 1));
   return mean;
 }
 

@@ -15,6 +15,7 @@ constexpr double kLinkRiseMeters = 100;        // and rises so much.
 constexpr double kLeastLiftSeconds = 30;       // Unless it is a part of another.
 constexpr double kShortLiftSeconds = 60;       // Too short to point anywhere.
 constexpr double kLeastPartMeters = 8;         // Of height, for a part of a ride,
+constexpr double kRunMetersPerSecond = 4;      // Noise makes no such speed,
 constexpr double kLeastPartMetersAhead = 50;   // and ahead: at rest noise goes nowhere.
 constexpr double kMostHaltSeconds = 300;       // Between two parts of one run or lift.
 constexpr double kMostClimbMeters = 40;        // Between two parts of one run.
@@ -26,13 +27,17 @@ constexpr double kSlideSeconds = 60;           // A walk before or behind a ride
 constexpr double kSlipSeconds = 40;            // or what noise made a ride of the other kind,
 constexpr double kSlideMetersPerSecond = 1.6;  // too fast for walking, is a part of it.
 constexpr double kSlowLiftSlope = 0.08;        // Nobody walks up so fast where it is so steep.
+constexpr double kSameSpeed = 1.25;            // Ratio of a lift's speeds before and after a halt,
+constexpr double kMostSeemingDrop = 20;        // metres that noise makes where it does not halt,
+constexpr double kSameLineDegrees = 10;        // and how far it may seem to turn there.
 constexpr double kSlowPartSlope = 0.04;        // Less will do for a part of a lift,
-constexpr double kSlowPartMetersPerSecond = 1.4;
-constexpr double kSlowPartSeconds = 20;     // if it is no shorter
-constexpr double kSlowPartStraight = 0.85;  // and as straight as noise leaves it.
-constexpr double kDragLiftSeconds = 90;     // A lift as slow by itself,
-constexpr double kDragLiftStraight = 0.85;  // in a line,
-constexpr double kDragLiftRise = 0.2;       // climbs faster, in metres a second, than most legs do.
+constexpr double kSlowPartMetersPerSecond = 1.1;  // Halts included, where it climbs as fast;
+constexpr double kSlowPartRise = 0.12;            // metres a second
+constexpr double kSlowPartSeconds = 20;           // if it is no shorter
+constexpr double kSlowPartStraight = 0.85;        // and as straight as noise leaves it.
+constexpr double kDragLiftSeconds = 90;           // A lift as slow by itself,
+constexpr double kDragLiftStraight = 0.85;        // in a line,
+constexpr double kDragLiftRise = 0.2;  // climbs faster, in metres a second, than most legs do.
 
 bool isRide(const Stretch& stretch) {
   return stretch.kind == SegmentKind::run || stretch.kind == SegmentKind::lift;
@@ -54,19 +59,41 @@ SegmentKind checkedKind(const Stretch& stretch) {
 }
 
 /// A walk that may be a part of a drag lift.
-bool isSlowPart(const Stretch& stretch) {
+/// @param isSteep Whether it is enough that nobody would walk there.
+bool isSlowPart(const Stretch& stretch, bool isSteep = false) {
   const double seconds = stretch.end - stretch.begin;
   const double rise = stretch.endAltitude - stretch.beginAltitude;
   const double line = stretch.beginPlace.distanceTo(stretch.endPlace);
+  const bool climbsFast =
+      rise >= kSlowPartRise * seconds || (isSteep && rise >= kSlowLiftSlope * line);
+  const bool isTooFast =
+      line >= (climbsFast ? kSlowPartMetersPerSecond : kSlideMetersPerSecond) * seconds;
   return stretch.kind == SegmentKind::walk && seconds >= kSlowPartSeconds &&
-         rise >= kSlowPartSlope * line && line >= kSlowPartMetersPerSecond * seconds &&
+         rise >= kSlowPartSlope * line && isTooFast &&
          line >= kSlowPartStraight * (stretch.endDistance - stretch.beginDistance);
 }
 
 /// Whether two stretches follow one line.
-bool isInLine(const Stretch& before, const Stretch& after) {
+bool isInLine(const Stretch& before, const Stretch& after, double mostDegrees = kMostBendDegrees) {
   return CLLocationDegreesDifference(before.beginPlace.courseTo(before.endPlace),
-                                     after.beginPlace.courseTo(after.endPlace)) <= kMostBendDegrees;
+                                     after.beginPlace.courseTo(after.endPlace)) <= mostDegrees;
+}
+
+double lineSpeed(const Stretch& stretch) {
+  return stretch.beginPlace.distanceTo(stretch.endPlace) / (stretch.end - stretch.begin);
+}
+
+/// Whether a stretch that noise made something else of goes on where a lift has halted, or where it
+/// looked like that: straight ahead, and as fast.
+bool isSameLift(const Stretch& lift, const Stretch& after) {
+  const double ratio = lineSpeed(after) / lineSpeed(lift);
+  const double mostDrop = after.begin > lift.end ? kLeastPartMeters : kMostSeemingDrop;
+  return after.begin - lift.end <= kMostHaltSeconds &&
+         after.endAltitude > after.beginAltitude - mostDrop && ratio <= kSameSpeed &&
+         ratio * kSameSpeed >= 1 &&
+         after.beginPlace.distanceTo(after.endPlace) >= kLeastPartMetersAhead &&
+         lift.endPlace.distanceTo(after.beginPlace) <= kMostShiftMeters &&
+         isInLine(lift, after, kSameLineDegrees);
 }
 
 /// A lift that is slow enough to look like a walk.
@@ -101,10 +128,14 @@ bool isSlip(const Stretch& stretch) {
 /// The same of a lift: a run that begins or ends there without a halt.
 bool isSlipOfLift(const Stretch& stretch) { return isSlip(stretch) && stretch.isAtLift; }
 
-/// Whether a stretch may be a part of a ride. Of a lift noise may leave no height, but its line.
+/// Whether a stretch may be a part of a ride. Of a lift noise may leave no height, but its line; of
+/// a run its speed.
 bool isPart(const Stretch& stretch) {
   const double rise = stretch.endAltitude - stretch.beginAltitude;
-  return (stretch.kind == SegmentKind::lift ? rise >= 0 : rise <= -kLeastPartMeters) &&
+  const double way = stretch.endDistance - stretch.beginDistance;
+  const bool isFast = way >= kRunMetersPerSecond * (stretch.end - stretch.begin);
+  const bool isRun = rise <= (isFast ? kLeastPartMeters : -kLeastPartMeters);
+  return (stretch.kind == SegmentKind::lift ? rise > -kLeastPartMeters : isRun) &&
          stretch.beginPlace.distanceTo(stretch.endPlace) >= kLeastPartMetersAhead;
 }
 
@@ -199,14 +230,34 @@ bool SegmentJoiner::joinsEarlier(const Stretch& stretch) {
   return false;
 }
 
+/// Lets a lift go on over a stretch that noise made something else of.
+bool SegmentJoiner::goesOnAsLift(const Stretch& stretch) {
+  if (stretch.isBreak || stretch.kind == SegmentKind::pause) return false;
+  if (checkedKind(stretch) != SegmentKind::walk) return false;
+  std::size_t at = waiting_.size();
+  while (at > 0 && waiting_[at - 1].kind == SegmentKind::pause && !waiting_[at - 1].isBreak) --at;
+  if (at == 0 || waiting_[at - 1].kind != SegmentKind::lift) return false;
+  if (!isSameLift(waiting_[at - 1], stretch)) return false;
+  extend(waiting_[at - 1], stretch);
+  waiting_.resize(at);
+  return true;
+}
+
 void SegmentJoiner::add(Stretch stretch, std::vector<Stretch>& final) {
-  joinSlip(stretch.kind);
+  joinSlip(isSlowPart(stretch) ? SegmentKind::lift : stretch.kind);
+  if (goesOnAsLift(stretch)) return;
   const std::size_t count = waiting_.size();
   const bool follows = count > 0 && !stretch.isBreak && !waiting_.back().isBreak;
   const bool isAtLift = follows && waiting_.back().kind == SegmentKind::lift;
-  if (isSlowPart(stretch) && (!isAtLift || isInLine(waiting_.back(), stretch))) {
+  if (isSlowPart(stretch, isAtLift) && (!isAtLift || isInLine(waiting_.back(), stretch))) {
     stretch.kind = SegmentKind::lift;
     stretch.isSlow = true;
+  }
+  if (follows && stretch.kind == SegmentKind::lift && isSlowPart(waiting_.back(), true) &&
+      isInLine(waiting_.back(), stretch)) {
+    waiting_.back().kind = SegmentKind::lift;
+    waiting_.back().isSlow = true;
+    joinGrown();
   }
   stretch.isAtLift = isAtLift && stretch.kind == SegmentKind::run;
   const bool mayPassIntoLift = stretch.kind == SegmentKind::run && isSlip(stretch);
@@ -226,13 +277,15 @@ void SegmentJoiner::add(Stretch stretch, std::vector<Stretch>& final) {
     if (!mayPassIntoLift) joinGrown();
   }
 
-  // What lies before the last ride is final, and a ride that ended long ago is too.
+  // What lies before the last ride is final, unless that may grow and join; and a ride that ended
+  // long ago is final too.
+  const Stretch& last = waiting_.back();
+  const bool mayJoin = isRide(last) && (isSlip(last) || !isPart(last) || isShortLift(last));
   std::size_t keep = waiting_.size() - 1;
-  for (std::size_t i = waiting_.size(); i-- > 0;) {
+  for (std::size_t i = keep + (mayJoin ? 0 : 1); i-- > 0;) {
     if (waiting_[i].isBreak) break;
-    const bool mayJoin = i + 1 == waiting_.size() && mayPassIntoLift;
-    if (!isRide(waiting_[i]) || mayJoin) continue;
-    if (waiting_.back().end - waiting_[i].end <= kMostHaltSeconds) keep = i;
+    if (!isRide(waiting_[i])) continue;
+    if ((mayJoin ? last.begin : last.end) - waiting_[i].end <= kMostHaltSeconds) keep = i;
     break;
   }
   handOver(keep, final);

@@ -43,6 +43,7 @@ class SegmentJoiner {
   void joinSlip(SegmentKind next);
   void joinGrown();
   bool joinsEarlier(const Stretch& stretch);
+  bool goesOnAsLift(const Stretch& stretch);
   void handOver(std::size_t count, std::vector<Stretch>& final);
 
   std::vector<Stretch> waiting_;

@@ -51,7 +51,7 @@ MadeUpDayOptions optionsOf(const Hill& hill, double altitudeNoise, double positi
 
 std::string described(const MadeUpDayOptions& options) {
   return fmt::format(
-      "seed {} rise {} rides {} noise {}/{} lifts {}-{} m/s slope {:.3f}{}{}: ", options.seed,
+      "seed {} rise {} rides {} noise {}/{} lifts {}-{} m/s slope {}{}{}: ", options.seed,
       options.riseMeters, options.rides, options.altitudeNoise, options.positionNoise,
       options.slowestLift, options.fastestLift, options.slope, options.hasHalts ? " halts" : "",
       options.hasGaps ? " gaps outliers steps" : "");

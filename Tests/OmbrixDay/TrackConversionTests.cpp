@@ -87,7 +87,7 @@ void expectNothingLost(const std::string& file, TrackFormat format, const Track&
     Track again = read(converted, to);
     if (to == tcx && track.laps.empty()) again.laps.clear();  // It holds one over all then.
     expectSame(keptBy(to, track), again);
-    if (track.fixes.size() > 2) EXPECT_TRUE(holdsAll(track, to, again));
+    EXPECT_TRUE(holdsAll(track, to, again));
     for (const char* none : {"<ele>0<", "<AltitudeMeters>0<", ",0]"}) {
       EXPECT_EQ(converted.find(none), converted.npos) << none;
     }

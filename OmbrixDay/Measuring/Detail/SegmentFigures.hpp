@@ -38,14 +38,17 @@ DaySegment measured(const Stretch& stretch, double beginAltitude, double endAlti
 /// Adds a segment to the totals; altitudes and numbers are left alone.
 void addToTotals(DayTotals& totals, const DaySegment& segment);
 
+/// Metres since the day's beginning at a time. `after` is the first sample then or later.
+double distanceAt(std::span<const DaySample> samples, std::size_t after, double time);
+
 /// Where one was around a time.
 struct Around {
   double altitude = 0;
   CLLocationCoordinate2D place;
 };
 
-/// The means over the samples within some seconds of a time, or the nearest sample's own values.
-/// The search begins at sample `near`.
+/// The means over the samples within some seconds of a time; in a gap what lies on the straight
+/// line between the samples around it. The search begins at sample `near`.
 Around meanAround(std::span<const DaySample> samples, std::size_t near, double time,
                   double seconds);
 
