@@ -16,6 +16,7 @@ constexpr double kReachSeconds = 8;       // Fixes further off are left out of a
 // a twentieth of the speed, and the tracks that were tried show receivers off by half and more).
 constexpr double kJolt = 1;         // m/s
 constexpr double kJoltShare = 0.1;  // of the median
+constexpr double kOwnChange = 2.5;  // m/s^2, what a skier's own speed changes by at most
 constexpr double kWrongSpeed = 7;   // m/s, between fixes that are two apart at most
 
 }  // namespace
@@ -56,13 +57,22 @@ CleanFix SpeedSmoother::smooth(std::size_t index) const {
     below += at(i).speed < low ? 1U : 0U;
     above += at(i).speed > high ? 1U : 0U;
   }
-  if (2 * std::max(below, above) < to - from + 1) return fix;
+  if (2 * std::max(below, above) < to - from + 1 || isGradual(from, to)) return fix;
   SmallMedian<2 * kReach + 2> speeds;
   for (std::size_t i = from; i <= to; ++i) speeds.add(at(i).speed);
   if ((to - from) % 2 != 0) speeds.add(0);  // Of two in the middle the lower one.
   const double median = speeds.median();
   if (median < low || median > high) fix.steadySpeed = median;
   return fix;
+}
+
+/// Whether speeds change no faster than a skier's own do: a receiver that catches up jumps.
+bool SpeedSmoother::isGradual(std::size_t from, std::size_t to) const {
+  for (std::size_t i = from; i < to; ++i) {
+    const double change = std::abs(at(i + 1).speed - at(i).speed);
+    if (change > kOwnChange * (at(i + 1).time - at(i).time)) return false;
+  }
+  return true;
 }
 
 std::pair<std::size_t, std::size_t> SpeedSmoother::reach(std::size_t index,

@@ -14,9 +14,9 @@ namespace ombrix::detail {
 /// The noise is read off the second differences of the speeds. Quiet speeds (a receiver's own)
 /// are fitted by a parabola over five fixes, which keeps the height of a peak (Savitzky and Golay,
 /// 1964); noisy ones (differences of positions) are averaged over up to eleven. The steady speed
-/// is the median of up to eleven where the fitted one is far from it: a receiver that catches up
-/// with its place within some seconds makes no top speed. Fixes come out five later than they went
-/// in.
+/// is the median of up to eleven where the fitted one is far from it and one of them jumps: a
+/// receiver that catches up with its place within some seconds makes no top speed. Fixes come out
+/// five later than they went in.
 class SpeedSmoother {
  public:
   /// @return the fix that is smooth now, if any
@@ -32,6 +32,7 @@ class SpeedSmoother {
   const CleanFix& at(std::size_t index) const { return ring_[index % kRing]; }
   [[nodiscard]] CleanFix smooth(std::size_t index) const;
   [[nodiscard]] double fittedSpeed(std::size_t index) const;
+  [[nodiscard]] bool isGradual(std::size_t from, std::size_t to) const;
   /// The first and the last of the fixes around one: at most so many on either side, and near it.
   [[nodiscard]] std::pair<std::size_t, std::size_t> reach(std::size_t index,
                                                           std::size_t most) const;

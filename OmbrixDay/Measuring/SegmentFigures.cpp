@@ -14,9 +14,10 @@ constexpr double kRestMetersPerSecond = 0.5;
 constexpr double kLeastTurnaroundMeters = 10;
 constexpr double kMostTurnaroundMeters = 40;
 constexpr double kTurnaroundPerNoise = 2.5;
-constexpr double kRideTurnaround = 1.3;  // Times that on runs and lifts, which go one way.
-constexpr double kRestSeconds = 300;     // Of a long pause only so much counts for its ends.
-constexpr double kEdgeSeconds = 6;       // A pause's ends may belong to its neighbours.
+constexpr double kRideTurnaround = 2;  // Times that on runs and lifts, which go one way.
+constexpr double kMostRideTurnaroundMeters = 60;
+constexpr double kRestSeconds = 300;  // Of a long pause only so much counts for its ends.
+constexpr double kEdgeSeconds = 6;    // A pause's ends may belong to its neighbours.
 constexpr std::size_t kLeastRestSamples = 8;
 constexpr std::size_t kLeastNoiseSamples = 30;
 constexpr double kLagSeconds = 30;     // Of a pause with few fixes: then the device saves power.
@@ -223,7 +224,7 @@ DaySegment measured(const Stretch& stretch, double beginAltitude, double endAlti
   const bool isRide = stretch.kind == SegmentKind::run || stretch.kind == SegmentKind::lift;
   const bool isNoisy = turnaround > kLeastTurnaroundMeters;
   VerticalMeter meter(beginAltitude, isRide && isNoisy ? std::min(kRideTurnaround * turnaround,
-                                                                  kMostTurnaroundMeters)
+                                                                  kMostRideTurnaroundMeters)
                                                        : turnaround);
   double smoothSum = 0, heartSum = 0;
   if (stretch.firstSample > 0 && stretch.firstSample < samples.size()) {

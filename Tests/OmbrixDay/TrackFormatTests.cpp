@@ -110,7 +110,7 @@ TEST(TrackFormats, whatCannotBeWrittenIsLeftOut) {
   // Of the heart rates the one that is nan, and those of the fixes that cannot be written.
   track.unread = {{"Routes", 2}};
   EXPECT_EQ(told(leftOut(track, gpx)), "Heart rate 3, Laps 3, Routes 2, ");
-  EXPECT_EQ(told(leftOut(track, tcx)), "Heart rate 1, Routes 2, ");
+  EXPECT_EQ(told(leftOut(track, tcx)), "Heart rate 1, Laps 1, Routes 2, ");
   EXPECT_EQ(
       told(leftOut(richTrack(), csv)),
       "Heart rate 5, Cadence 3, Power 2, Temperature 4, Distance 6, Laps 2, Breaks 2, Name 1, "
