@@ -12,7 +12,8 @@ from . import requests, settings
 from ._library import Error, library as _library
 from .formatting import (CalendarUnit, DurationFormatter, Format, Measurement,
                          MeasurementFormatter, TimerFormatter, Unit, UnitStyle, symbol)
-from .tracks import (Coordinate, Day, DaySample, DaySegment, DayTotals, HeartRate, Location,
+from .stores import FileStore, KeyedStore
+from .tracks import (Coordinate, Day, DaySample, DaySegment, DayTotals, HeartRate, Lap, Location,
                      SegmentKind, Track, TrackFormat, TrackWriter, distance, file_url)
 
 __version__ = _library.ombrix_Library_version().decode()
@@ -25,7 +26,7 @@ def live_handles() -> int:
 
 __all__ = [
     "CalendarUnit", "Coordinate", "Day", "DaySample", "DaySegment", "DayTotals",
-    "DurationFormatter", "Error", "Format", "HeartRate", "Location", "Measurement",
+    "DurationFormatter", "Error", "FileStore", "Format", "HeartRate", "KeyedStore", "Lap", "Location", "Measurement",
     "MeasurementFormatter", "SegmentKind", "TimerFormatter", "Track", "TrackFormat",
     "TrackWriter", "Unit", "UnitStyle", "distance", "file_url", "live_handles", "requests",
     "settings", "symbol",

@@ -5,13 +5,16 @@ from __future__ import annotations
 import asyncio
 import ctypes as C
 import enum
+import os
 from typing import NamedTuple
 
 from . import _native
 from ._library import Error, encoded, library, taken
+from .tracks import file_url
 
 _waiting: dict[int, tuple[asyncio.AbstractEventLoop, asyncio.Future]] = {}
 _next = iter(range(1, 2**62))
+_NO_PROGRESS = _native.OmbrixTransferProgress()
 
 
 class Environment(enum.IntEnum):
@@ -61,6 +64,38 @@ def use_servers(production: str, staging: str, development: str,
 def set_token(token: str | None) -> None:
     """The bearer token of the signed-in user; None signs out."""
     library.ombrix_ServerAPI_setJwtToken_(library.ombrix_ServerAPI_sharedInstance(), encoded(token))
+
+
+async def upload(path: str | os.PathLike, url: str, method: str = "PUT") -> Answer:
+    """Sends a file, read in pieces, and waits for the answer; cancelling the wait ends it."""
+    client = library.ombrix_ServerAPI_sharedInstance()
+    return await _transferred(
+        lambda key: library.ombrix_ServerAPI_uploadFile_toUrl_method_progress_completion_context_(
+            client, encoded(file_url(path)), encoded(url), encoded(method), _NO_PROGRESS, _completed,
+            key))
+
+
+async def download(url: str, path: str | os.PathLike) -> Answer:
+    """Writes an answer into a file, which is there when it is whole; else as `upload`."""
+    client = library.ombrix_ServerAPI_sharedInstance()
+    return await _transferred(
+        lambda key: library.ombrix_ServerAPI_downloadUrl_toFile_progress_completion_context_(
+            client, encoded(url), encoded(file_url(path)), _NO_PROGRESS, _completed, key))
+
+
+async def _transferred(begin) -> Answer:
+    loop = asyncio.get_running_loop()
+    future = loop.create_future()
+    key = next(_next)
+    _waiting[key] = (loop, future)
+    transfer = begin(key)
+    try:
+        return await future
+    finally:
+        _waiting.pop(key, None)
+        if transfer is not None:
+            library.ombrix_Transfer_cancel(transfer)
+            library.ombrix_Transfer_release(transfer)
 
 
 async def request(url: str, method: str = "GET", payload: bytes | None = None) -> Answer:

@@ -9,7 +9,7 @@ from collections.abc import Iterable, Iterator
 from ._library import Handle, checked, encoded, library, taken, taken_bytes
 from ._native import (OmbrixCoordinate as Coordinate, OmbrixDaySample as DaySample,
                       OmbrixDaySegment as DaySegment, OmbrixDayTotals as DayTotals,
-                      OmbrixHeartRate as HeartRate, OmbrixLocation as Location,
+                      OmbrixHeartRate as HeartRate, OmbrixLap as Lap, OmbrixLocation as Location,
                       OmbrixSegmentKind as SegmentKind, OmbrixTrackFormat as TrackFormat)
 
 
@@ -140,6 +140,11 @@ class Track(_Read):
     def laps(self) -> list[float]:
         """When each lap began, seconds since 1970."""
         return library.ombrix_Track_laps(self.pointer)[:library.ombrix_Track_lapCount(self.pointer)]
+
+    @property
+    def lap_figures(self) -> _Rows:
+        """What the device says of each lap; negative figures are unknown."""
+        return self._rows(Lap, library.ombrix_Track_lapFigures, library.ombrix_Track_lapCount)
 
     @property
     def name(self) -> str:

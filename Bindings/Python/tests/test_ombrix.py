@@ -50,6 +50,32 @@ class Tracks(NothingLeaks):
                 self.assertEqual(day.segments[0].kind, ombrix.SegmentKind.RUN)
                 self.assertEqual(len(day.samples), day.totals.fixesUsed)
 
+    def test_stores(self):
+        with tempfile.TemporaryDirectory() as folder:
+            with ombrix.FileStore(pathlib.Path(folder, "one.bin")) as one:
+                self.assertEqual((one.value, bool(one)), (None, False))
+                one.value = b""
+                self.assertEqual((one.value, bool(one)), (b"", True))
+                one.value = None
+                self.assertFalse(one)
+            with ombrix.KeyedStore(pathlib.Path(folder, "many"), "txt") as many:
+                many["a"], many["b"] = b"1", b"22"
+                self.assertEqual((sorted(many), many["b"]), (["a", "b"], b"22"))
+                del many["a"]
+                self.assertNotIn("a", many)
+                with self.assertRaises(KeyError):
+                    many["a"]
+
+    def test_laps(self):
+        lap = (b"<TrainingCenterDatabase><Activities><Activity Sport='Running'>"
+               b"<Lap StartTime='2026-01-01T10:00:00Z'><TotalTimeSeconds>60</TotalTimeSeconds>"
+               b"<DistanceMeters>200</DistanceMeters><TriggerMethod>Distance</TriggerMethod>"
+               b"</Lap></Activity></Activities></TrainingCenterDatabase>")
+        with ombrix.Track.parse(lap, ombrix.TrackFormat.TCX) as track:
+            first = track.lap_figures[0]
+            self.assertEqual((track.laps, first.seconds, first.distanceMeters, first.trigger),
+                             ([first.begin], 60, 200, 1))
+
     def test_formats(self):
         with ombrix.Track.of(slope(3), name="Hang") as track:
             for format in (ombrix.TrackFormat.GPX, ombrix.TrackFormat.GEO_JSON):
@@ -142,6 +168,13 @@ class Requests(NothingLeaks):
                                         return_exceptions=True)
 
         resorts, echo, nothing, malformed = asyncio.run(several())
+        with tempfile.TemporaryDirectory() as folder:
+            file = pathlib.Path(folder, "fetched.json")
+            fetched = asyncio.run(requests.download("resorts", file))
+            self.assertEqual((fetched.code, file.read_bytes()), (200, resorts.body))
+            self.assertIn(b"Weisshorn", asyncio.run(requests.upload(file, "echo")).body)
+            with self.assertRaises(ombrix.Error):
+                asyncio.run(requests.upload(file.with_name("none"), "echo"))
         self.assertEqual(resorts.code, 200)
         self.assertIn(b"down", echo.body)
         self.assertEqual((nothing.http_status, nothing.http_case), (404, "resourceNotFoundError"))

@@ -1,8 +1,8 @@
 #pragma once
 
-// Private: libcurl, which is loaded when the first session is made. A program that makes no request
-// loads neither it nor the thirty libraries that it needs; loading those is most of the time that a
-// short program takes to start. Included in place of <curl/curl.h>.
+// Private: libcurl, loaded by the first session; in place of <curl/curl.h>. The archives are split,
+// but `ombrix` and libombrix.so hold client and formatters both: linked, it and the thirty
+// libraries that it needs would take most of the time that `ombrix format` needs to start.
 
 #include <curl/curl.h>
 
