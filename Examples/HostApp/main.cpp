@@ -106,6 +106,10 @@ int main(int argc, char** argv) {
   } catch (const CLI::Success& help) {
     app.exit(help);
     return statusOfOutput();
+  } catch (const CLI::RequiredError& error) {
+    const auto unknown = app.remaining(true);  // may have been meant for it: "-inf"
+    const std::string why = unknown.empty() ? "" : ", and there is no option " + unknown.front();
+    return complain(error.what() + why + "; see ombrix --help", kWrongArguments);
   } catch (const CLI::ParseError& error) {
     return complain(std::string(error.what()) + "; see ombrix --help", kWrongArguments);
   } catch (const std::bad_alloc&) {

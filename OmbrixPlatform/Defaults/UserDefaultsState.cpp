@@ -52,49 +52,110 @@ std::uint64_t UserDefaults::State::nextRevision() {
 /// Shows readers what others have changed, key by key, and tells the observers.
 void UserDefaults::State::take(const DictionaryFile::Outcome& outcome) {
   std::vector<std::string> external;
-  for (const auto& change : outcome.changes) {
-    if (!change.isExternal || isOverruled(change)) continue;
-    owner.willChangeValueForKey(change.key);
-    show(change);
-    owner.didChangeValueForKey(change.key);
-    external.push_back(change.key);
+  for (const auto& each : outcome.changes) {
+    if (!each.isExternal) continue;
+    Coming coming{each.value, each.sequence};
+    if (change(each.key, coming)) external.push_back(each.key);
   }
   if (!external.empty()) changedExternally.send(external);
   report(outcome.errors);
 }
 
-/// Whether this process has set the key since, so that nobody ever reads the other one's value.
-bool UserDefaults::State::isOverruled(const DictionaryFile::Change& change) {
-  const LockGuard lock(mutex);
-  const auto known = stored.find(change.key);
-  return known != stored.end() && (known->second.edit != 0 || known->second.own >= change.sequence);
+/// Changes what readers see, between the two calls of the observers; false where it is shown
+/// already or was overtaken. Calls out.
+bool UserDefaults::State::change(std::string_view key, Coming& coming) {
+  const bool isObserved = owner.isObserved(key);
+  const bool isChange = begin(key, coming, isObserved);
+  if (!isChange || !isObserved) return isChange;
+  try {
+    owner.willChangeValueForKey(key, coming.before);
+    makeNow(key, coming);
+  } catch (...) {  // for want of memory
+    const ForkGate::Pass pass;
+    const LockGuard lock(mutex);
+    if (auto& entry = stored.find(key)->second; entry.coming == &coming) entry.coming = nullptr;
+    throw;
+  }
+  owner.didChangeValueForKey(key, coming.after);
+  return true;
 }
 
-void UserDefaults::State::show(const DictionaryFile::Change& change) {
-  const ForkGate::Pass pass;
-  const LockGuard lock(mutex);
-  auto& entry = stored[change.key];
-  if (entry.edit != 0 || entry.sequence >= change.sequence) return;
-  entry.value = change.value;
-  entry.sequence = change.sequence;
-  revision.store(nextRevision(), std::memory_order_release);
+/// Whether this changes what readers see. Makes it at once, unless observers are to be told first.
+bool UserDefaults::State::begin(std::string_view key, Coming& coming, bool isObserved) {
+  bool isChange = false, mustWrite = false;
+  {
+    const ForkGate::Pass pass;
+    const LockGuard lock(mutex);
+    const bool wasIdle = queuedKeys.empty();
+    auto known = stored.find(key);
+    if (known == stored.end()) known = stored.try_emplace(std::string(key)).first;
+    auto& [name, entry] = *known;
+    if (entry.coming != nullptr) make(name, entry, *entry.coming);
+    const bool isWanted =
+        coming.sequence == 0 || (entry.edit == 0 && entry.sequence < coming.sequence);
+    isChange = isWanted && entry.value != coming.value;
+    if (isChange && isObserved) {
+      coming.before = detail::copyOf(find(key, true));
+      entry.coming = &coming;
+    } else if (isWanted) {
+      make(name, entry, coming);
+    }
+    mustWrite = wasIdle && !queuedKeys.empty();
+  }
+  if (mustWrite) somethingToWrite.notify_one();
+  return isChange;
+}
+
+/// Makes a change that observers know to be coming, if nobody has by now.
+void UserDefaults::State::makeNow(std::string_view key, Coming& coming) {
+  bool mustWrite = false;
+  {
+    const ForkGate::Pass pass;
+    const LockGuard lock(mutex);
+    const bool wasIdle = queuedKeys.empty();
+    auto& [name, entry] = *stored.find(key);
+    if (!coming.isMade) make(name, entry, coming);
+    mustWrite = wasIdle && !queuedKeys.empty();
+  }
+  if (mustWrite) somethingToWrite.notify_one();
+}
+
+void UserDefaults::State::make(const std::string& key, Stored& entry, Coming& coming) {
+  const bool isAnnounced = entry.coming == &coming;
+  // First what may fail for want of memory.
+  auto value = coming.value;
+  if (isAnnounced) coming.after = detail::copyOf(firstOf(key, value ? &*value : nullptr, true));
+  if (coming.sequence == 0) {
+    coming.hasWriter = hasWriterHere();
+    if (!entry.isQueued) queuedKeys.push_back(key);
+    entry.isQueued = true;
+    entry.edit = ++lastEdit;
+  } else {
+    entry.sequence = coming.sequence;
+  }
+  if (entry.value != value) {
+    entry.value = std::move(value);
+    revision.store(nextRevision(), std::memory_order_release);
+  }
+  coming.isMade = true;
+  if (isAnnounced) entry.coming = nullptr;
 }
 
 /// Shows readers what other threads are about to show.
 void UserDefaults::State::showAll() {
   const auto contents = file.contents();
-  const ForkGate::Pass pass;
-  const LockGuard lock(mutex);
-  const auto showNow = [&](Stored& entry, const PropertyList* value) {
-    if (entry.edit != 0 || entry.sequence >= contents.sequence) return;
-    entry.value = detail::copyOf(value);
-    entry.sequence = contents.sequence;
-  };
-  for (auto& [key, entry] : stored) {
-    if (!contents.values.contains(key)) showNow(entry, nullptr);
+  DictionaryFile::Outcome all;
+  for (const auto& [key, value] : contents.values) {
+    all.changes.push_back({key, value, contents.sequence, true});
   }
-  for (const auto& [key, value] : contents.values) showNow(stored[key], &value);
-  revision.store(nextRevision(), std::memory_order_release);
+  {
+    const LockGuard lock(mutex);
+    for (const auto& [key, entry] : stored) {
+      if (contents.values.contains(key)) continue;
+      all.changes.push_back({key, std::nullopt, contents.sequence, true});
+    }
+  }
+  take(all);
 }
 
 /// Tells of failures; one that stays as it is is told from time to time, not at every look.
@@ -128,7 +189,10 @@ void UserDefaults::State::load() {
     const LockGuard lock(loadMutex);
     if (hasLoaded.load(std::memory_order_acquire)) return;
     auto outcome = file.refresh(Look::always);
-    for (const auto& change : outcome.changes) show(change);
+    for (const auto& each : outcome.changes) {
+      Coming coming{each.value, each.sequence};
+      begin(each.key, coming, false);  // there from the start: nobody's change
+    }
     errors = std::move(outcome.errors);
     hasLoaded.store(true, std::memory_order_release);
   }
@@ -137,10 +201,17 @@ void UserDefaults::State::load() {
 
 /// The value in the first domain that has the key.
 const PropertyList* UserDefaults::State::find(std::string_view key, bool withDefaults) const {
+  const auto it = stored.find(key);
+  const bool isStored = it != stored.end() && it->second.value;
+  return firstOf(key, isStored ? &*it->second.value : nullptr, withDefaults);
+}
+
+/// The same if that value is stored.
+const PropertyList* UserDefaults::State::firstOf(std::string_view key,
+                                                 const PropertyList* storedValue,
+                                                 bool withDefaults) const {
   if (const auto* value = arguments.find(key)) return value;
-  if (const auto it = stored.find(key); it != stored.end() && it->second.value) {
-    return &*it->second.value;
-  }
+  if (storedValue != nullptr) return storedValue;
   return withDefaults ? defaults.find(key) : nullptr;
 }
 

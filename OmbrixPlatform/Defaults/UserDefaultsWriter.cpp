@@ -20,37 +20,12 @@ constexpr std::chrono::seconds kFirstRetryDelay{1}, kLongestRetryDelay{60};
 
 /// Shows a value at once and has the writer write it to the file, even if readers see it already:
 /// the file may hold another one by now.
-void UserDefaults::State::set(std::string_view key, std::optional<PropertyList> value) {
+void UserDefaults::State::set(std::string_view key, const std::optional<PropertyList>& value) {
   if (value) DictionaryFile::checkEncodable(key, *value);
   load();
-  bool isFirst = false, hasWriter = false, isAnnounced = false;
-  while (true) {
-    {
-      const ForkGate::Pass pass;
-      const LockGuard lock(mutex);
-      auto known = stored.find(key);
-      const bool isChange =
-          known == stored.end() ? value.has_value() : known->second.value != value;
-      if (!isChange || isAnnounced) {
-        hasWriter = hasWriterHere();
-        if (known == stored.end()) known = stored.try_emplace(std::string(key)).first;
-        auto& entry = known->second;
-        isFirst = queuedKeys.empty();
-        // First the step that may fail when memory is short.
-        if (!entry.isQueued) queuedKeys.emplace_back(key);
-        entry.isQueued = true;
-        entry.value = std::move(value);
-        entry.edit = ++lastEdit;
-        if (isChange) revision.store(nextRevision(), std::memory_order_release);
-        break;
-      }
-    }
-    owner.willChangeValueForKey(key);
-    isAnnounced = true;
-  }
-  if (isFirst) somethingToWrite.notify_one();
-  if (isAnnounced) owner.didChangeValueForKey(key);
-  if (isProcessExiting() || !hasWriter) take(flush());
+  Coming coming{value, 0};
+  change(key, coming);
+  if (isProcessExiting() || !coming.hasWriter) take(flush());
 }
 
 UserDefaults::State::Batch UserDefaults::State::takeBatch() {
@@ -90,7 +65,6 @@ void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outco
   const LockGuard lock(mutex);
   for (std::size_t i = 0; i < batch.edits.size(); ++i) {
     auto& entry = stored[batch.edits[i].key];
-    entry.own = std::max(entry.own, last);
     entry.sequence = std::max(entry.sequence, last);
     if (entry.edit == batch.numbers[i]) entry.edit = 0;
   }
@@ -121,7 +95,11 @@ void UserDefaults::State::enterChild() {
   std::construct_at(&writer);  // the old one can be neither joined nor destroyed
   std::construct_at(&somethingToWrite);
   for (auto* lock : {&mutex, &loadMutex, &writeMutex, &watchMutex}) std::construct_at(lock);
-  for (auto& [key, entry] : stored) entry.isQueued = false, entry.edit = 0;
+  for (auto& [key, entry] : stored) {
+    entry.isQueued = false;
+    entry.edit = 0;
+    entry.coming = nullptr;
+  }
   queuedKeys.clear();
   isFlushedAtExit = isWatched = refreshIsDue = false;
 }

@@ -90,13 +90,14 @@ class KeyValueObserving {
   void willChangeValueForKey(std::string_view key) {
     const auto property = observedProperty(key);
     if (!property || property->observers->empty()) return;
-    const Options wanted = property->wantedOptions();
-    std::optional<Value> value;
-    if (contains(wanted, Options::oldValue)) value = valueForKey(key);
-    const auto audience = property->begin(value);
-    if (contains(wanted, Options::prior)) {
-      audience.send({key, true, value ? &*value : nullptr, nullptr});
-    }
+    const bool wantsValue = contains(property->wantedOptions(), Options::oldValue);
+    announceComing(key, *property, wantsValue ? valueForKey(key) : std::nullopt);
+  }
+
+  /// The same, for who knows the value before the change: other threads may change it meanwhile.
+  void willChangeValueForKey(std::string_view key, const std::optional<Value>& before) {
+    const auto property = observedProperty(key);
+    if (property && !property->observers->empty()) announceComing(key, *property, before);
   }
 
   /// Announces that the property has changed, on the thread that announced the coming change.
@@ -105,10 +106,15 @@ class KeyValueObserving {
     if (!property) return;
     const auto pair = property->end();
     if (!pair) return;
-    std::optional<Value> after;
-    if (contains(property->wantedOptions(), Options::newValue)) after = valueForKey(key);
-    pair->audience.send(
-        {key, false, pair->before ? &*pair->before : nullptr, after ? &*after : nullptr});
+    const bool wantsValue = contains(property->wantedOptions(), Options::newValue);
+    announceDone(key, *pair, wantsValue ? valueForKey(key) : std::nullopt);
+  }
+
+  /// The same, for who knows the value after the change.
+  void didChangeValueForKey(std::string_view key, const std::optional<Value>& after) {
+    const auto property = observedProperty(key);
+    if (!property) return;
+    if (const auto pair = property->end()) announceDone(key, *pair, after);
   }
 
   /// Announces a change that was decided and made in one step: both calls, with the values before
@@ -230,6 +236,19 @@ class KeyValueObserving {
       return std::nullopt;
     }
   };
+
+  static void announceComing(std::string_view key, Property& property,
+                             const std::optional<Value>& before) {
+    const auto audience = property.begin(before);
+    if (!contains(property.wantedOptions(), Options::prior)) return;
+    audience.send({key, true, before ? &*before : nullptr, nullptr});
+  }
+
+  static void announceDone(std::string_view key, const Pair& pair,
+                           const std::optional<Value>& after) {
+    pair.audience.send(
+        {key, false, pair.before ? &*pair.before : nullptr, after ? &*after : nullptr});
+  }
 
   struct KeyHash {
     using is_transparent = void;

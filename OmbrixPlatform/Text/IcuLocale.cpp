@@ -7,14 +7,17 @@
 #include "OmbrixPlatform/Locks/Mutex.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
+#include "OmbrixPlatform/Text/LocaleIdentifier.hpp"
 
 namespace ombrix::platform {
 namespace {
 
 constexpr std::string_view kDefaultIdentifier = "en_US";
 
+bool isPosix(std::string_view identifier) { return identifier == "C" || identifier == "POSIX"; }
+
 std::string canonicalIdentifier(std::string_view identifier) {
-  if (identifier.empty() || identifier == "C" || identifier == "POSIX") {
+  if (identifier.empty() || isPosix(identifier)) {
     return std::string(kDefaultIdentifier);
   }
   const auto locale = icu::Locale::createCanonical(std::string(identifier).c_str());
@@ -113,6 +116,16 @@ Locale Locale::measuringAs(const Locale& other) const {
 bool Locale::usesMetricSystem() const {
   UErrorCode status = U_ZERO_ERROR;
   return ulocdata_getMeasurementSystem(measurementIdentifier().c_str(), &status) != UMS_US;
+}
+
+bool isLocaleIdentifier(std::string_view identifier) {
+  if (isPosix(identifier)) return true;
+  const auto locale = icu::Locale::createCanonical(std::string(identifier).c_str());
+  if (locale.isBogus() || *locale.getISO3Language() == '\0') return false;
+  // Regions such as 419, Latin America, have no letters.
+  const std::string_view region = locale.getCountry();
+  return *locale.getISO3Country() != '\0' ||
+         std::ranges::all_of(region, [](char c) { return c >= '0' && c <= '9'; });
 }
 
 std::shared_ptr<LocaleService> makeSystemLocaleService() {

@@ -251,7 +251,13 @@ class Run {
       case 6: {
         if (!disk_.isMounted()) break;
         disk_.fillUp(pick(8) * 1024);
-        looseChanges(pick(kProcesses));
+        const std::size_t agent = pick(kProcesses);
+        looseChanges(agent);
+        if (pick(2) == 0) {  // with answers on their way to what is in memory alone
+          server_.stop();
+          server_.start();
+          looseChanges(agent);
+        }
         if (pick(2) == 0) bringToTheDisk();
         std::filesystem::remove(disk_.folder().path() / "filling");
         bringToTheDisk();

@@ -1,11 +1,14 @@
 #include "Examples/HostApp/Commands/Preferences.hpp"
 
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
 
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
+#include "OmbrixPlatform/Text/LocaleIdentifier.hpp"
 
 namespace ombrix::hostapp {
 namespace {
@@ -48,6 +51,11 @@ void addPreferenceOptions(CLI::App& command) {
           "The language and region to write in, as in de_DE; its unit system, too, unless one is "
           "set")
       ->type_name("LOCALE")
+      ->check([](const std::string& identifier) {
+        return platform::isLocaleIdentifier(identifier)
+                   ? std::string()
+                   : fmt::format("{:?} is no language and region, as in de_DE", identifier);
+      })
       // Help is written while the rest is not read yet.
       ->trigger_on_parse();
 }

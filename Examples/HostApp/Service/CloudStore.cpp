@@ -58,7 +58,8 @@ void useServer(const CloudOptions& options) {
     throw CLI::ValidationError("--cloud", "is missing: the other --cloud options need a server");
   }
   const auto url = platform::URL::parse(options.url);
-  if (!url) throw CLI::ValidationError("--cloud", fmt::format("{:?} is not a URL", options.url));
+  // Not shown: there may be a password in it.
+  if (!url) throw CLI::ValidationError("--cloud", "is not the URL of a server");
   platform::EtcdConfiguration configuration{
       .endpoint = *url,
       .prefix = "ombrix/",

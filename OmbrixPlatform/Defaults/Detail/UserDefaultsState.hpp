@@ -25,15 +25,25 @@ namespace ombrix::platform {
 /// What readers of user defaults see, the thread that brings what was set to the file
 /// (UserDefaultsWriter.cpp), and the watch that brings what others wrote (UserDefaultsWatch.cpp).
 struct UserDefaults::State : std::enable_shared_from_this<State> {
+  /// A change of a value that its observers are told is coming. The thread that tells them makes it
+  /// afterwards, unless another one changes the value meanwhile, which makes this change first: so
+  /// each change of a value is told once, whoever comes in between, and nobody waits for observers.
+  struct Coming {
+    const std::optional<PropertyList>& value;
+    const std::uint64_t sequence;                         // of the file's change; 0: it is set here
+    std::optional<PropertyList> before = {}, after = {};  // as readers see it
+    bool isMade = false, hasWriter = true;
+  };
+
   /// A stored value as readers see it. What the file held may be shown late and out of order; the
   /// sequence keeps an older value from undoing a newer one, and the edit what the file held from
   /// undoing what was set since.
   struct Stored {
     std::optional<PropertyList> value;
-    std::uint64_t sequence = 0;  // of the file's change
-    std::uint64_t own = 0;       // the sequence up to which an edit of this process has won
+    std::uint64_t sequence = 0;  // of the file's change, or of ours that the file has taken
     std::uint64_t edit = 0;      // of this process, until the file has taken it
     bool isQueued = false;       // for the writer
+    Coming* coming = nullptr;
   };
 
   /// Edits on their way to the file, with their numbers.
@@ -49,11 +59,13 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
 
   void refresh(DictionaryFile::Look look) { take(file.refresh(look)); }
   void take(const DictionaryFile::Outcome& outcome);
-  bool isOverruled(const DictionaryFile::Change& change);
-  void show(const DictionaryFile::Change& change);
+  bool change(std::string_view key, Coming& coming);
+  bool begin(std::string_view key, Coming& coming, bool isObserved);
+  void makeNow(std::string_view key, Coming& coming);
+  void make(const std::string& key, Stored& entry, Coming& coming) OMBRIX_REQUIRES(mutex);
   void showAll();
   void report(const std::vector<std::string>& errors);
-  void set(std::string_view key, std::optional<PropertyList> value);
+  void set(std::string_view key, const std::optional<PropertyList>& value);
   DictionaryFile::Outcome flush();
   Batch takeBatch();
   void putBack(const Batch& batch);
@@ -77,6 +89,8 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void noteFolderChange(const std::filesystem::path& watched, const FolderChange& change);
   void lookLater();
   const PropertyList* find(std::string_view key, bool withDefaults) const OMBRIX_REQUIRES(mutex);
+  const PropertyList* firstOf(std::string_view key, const PropertyList* storedValue,
+                              bool withDefaults) const OMBRIX_REQUIRES(mutex);
 
   UserDefaults& owner;
   const std::filesystem::path path;

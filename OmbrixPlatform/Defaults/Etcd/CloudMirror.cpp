@@ -7,6 +7,7 @@
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixPlatform/Concurrency/ThreadPool.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/ChangeId.hpp"
 #include "OmbrixPlatform/Values/UUID.hpp"
 
 namespace ombrix::platform::detail {
@@ -16,13 +17,14 @@ namespace {
 constexpr char kValueMark = '=';    // the value that is shown
 constexpr char kPendingMark = '+';  // a change that waits: its id, value and order; what the server
                                     // has of the key: "server" and "revision"
-constexpr char kSentMark = '@';     // the revision of a change that the news has not come to yet
-constexpr char kOrderMark = '^';    // the order of the device's last change, sent or not
+constexpr char kSentMark = '@';  // the device's last change that the server took: id and revision
 constexpr char kPositionMark = '#';  // without a key: epoch and revision of the values
 constexpr char kDeviceMark = '~';    // without a key: the device's id, and the last order
+constexpr char kFormerMark = '^';    // of the release before; of no use any more
 
-// An order is of use only while another process waits for room on the disk.
-constexpr std::size_t kMostOrders = 1000;
+// What was sent is of use until the news of it have come, and while another process has an older
+// change of the key, which it could not leave here.
+constexpr std::size_t kMostSent = 1000;
 
 std::string marked(char mark, std::string_view key) { return mark + std::string(key); }
 
@@ -98,21 +100,13 @@ class Draft {
         PropertyList(PropertyList::Dictionary{{"epoch", epoch}, {"revision", revision}}));
   }
 
-  /// Leaves a change of this device to be sent, after all that waits already or before.
-  void leave(std::string_view key, const std::string& id, std::optional<PropertyList> value,
-             bool isFirst) {
+  /// Leaves a change of this device to be sent, after all that waits already.
+  void leave(std::string_view key, const std::string& id, std::optional<PropertyList> value) {
     nameDevice();
     Entry device(find(kDeviceMark, ""));
-    std::int64_t order = integerIn(device.list(), "order") + 1;
+    const std::int64_t order = integerIn(device.list(), "order") + 1;
     device.set("order", order);
     set(kDeviceMark, "", device.list());
-    set(kOrderMark, key, PropertyList(order));
-    if (isFirst) {
-      for (const auto& other : keys(kPendingMark)) {
-        const PropertyList* entry = find(kPendingMark, other);
-        if (entry != nullptr) order = std::min(order, integerIn(*entry, "order") - 1);
-      }
-    }
     const PropertyList* waiting = find(kPendingMark, key);
     Entry entry(waiting);
     if (waiting == nullptr) {
@@ -126,19 +120,23 @@ class Draft {
     set(kValueMark, key, std::move(value));
   }
 
-  /// The order of the device's last change of a key; 0 for none that is known.
-  [[nodiscard]] std::int64_t orderOf(std::string_view key) const {
-    const PropertyList* order = find(kOrderMark, key);
-    return order != nullptr ? order->integer().value_or(0) : 0;
+  /// Whether the device has made a later change of a key, which waits here or was sent.
+  [[nodiscard]] bool isOvertaken(std::string_view key, std::string_view id) const {
+    const auto hasLater = [&](char mark) {
+      const PropertyList* entry = find(mark, key);
+      return entry != nullptr && isLater(textIn(*entry, "id"), id);
+    };
+    return hasLater(kPendingMark) || hasLater(kSentMark);
   }
 
-  void forgetOldOrders() {
-    const auto known = keys(kOrderMark);
-    if (known.size() <= kMostOrders) return;
-    std::vector<std::string> oldest(known.begin(), known.end());
-    std::ranges::sort(oldest, {}, [this](const std::string& key) { return orderOf(key); });
-    oldest.resize(oldest.size() - kMostOrders);
-    for (const auto& key : oldest) erase(kOrderMark, key);
+  /// Notes that the server has taken a change of this device at a revision.
+  void noteSent(std::string_view key, const std::string& id, std::int64_t revision) {
+    if (sentRevision(key) >= revision) return;
+    set(kSentMark, key, PropertyList(PropertyList::Dictionary{{"id", id}, {"revision", revision}}));
+    const auto known = keys(kSentMark);
+    if (known.size() < kMostSent) return;
+    erase(kSentMark, *std::ranges::min_element(
+                         known, {}, [this](const auto& other) { return sentRevision(other); }));
   }
 
   /// Gives the device the name it has on the server, if it has none.
@@ -158,10 +156,8 @@ class Draft {
       entry.set("server", std::move(value));
       return set(kPendingMark, key, entry.list());
     }
-    if (const PropertyList* sent = find(kSentMark, key)) {
-      if (sent->integer().value_or(0) > revision) return;
-      erase(kSentMark, key);
-    }
+    // Of the device's own changes the news are still to come.
+    if (const auto sent = sentRevision(key); sent > revision && sent > this->revision()) return;
     set(kValueMark, key, std::move(value));
   }
 
@@ -175,6 +171,13 @@ class Draft {
   [[nodiscard]] std::int64_t positionField(std::string_view field) const {
     const PropertyList* position = find(kPositionMark, "");
     return position != nullptr ? integerIn(*position, field) : 0;
+  }
+
+  /// 0 for none that is known. The release before kept the revision alone.
+  [[nodiscard]] std::int64_t sentRevision(std::string_view key) const {
+    const PropertyList* sent = find(kSentMark, key);
+    if (sent == nullptr) return 0;
+    return sent->integer().value_or(integerIn(*sent, "revision"));
   }
 
   const PropertyList::Dictionary& contents_;
@@ -238,9 +241,10 @@ PropertyList::Dictionary CloudMirror::values(Outcome& outcome) {
 }
 
 void CloudMirror::set(std::string_view key, std::optional<PropertyList> value) {
-  Unwritten change{std::string(key), std::move(value), UUID::random().uuidString()};
+  Unwritten change{std::string(key), std::move(value), {}};
   DictionaryFile::checkEncodable(change.key, change.value.value_or(PropertyList()));
   const LockGuard lock(mutex_);
+  change.id = makeChangeId();  // in the order in which they are shown
   std::erase_if(unwritten_, [&](const Unwritten& other) { return other.key == key; });
   unwritten_.push_back(std::move(change));
 }
@@ -249,33 +253,24 @@ CloudMirror::Outcome CloudMirror::flush() {
   const ThreadPool::BlockingScope blocking;
   const LockGuard working(fileMutex_);
   std::vector<Unwritten> batch;
-  std::string first;
   {
     const LockGuard lock(mutex_);
     batch = unwritten_;
-    first = sending_;
   }
   if (batch.empty()) return {};
+  std::set<std::string> left, overtaken;  // by their ids
   auto outcome = update(IfUnsaved::undo, Source::here, [&](Draft& draft) {
     for (Unwritten& change : batch) {
-      const std::int64_t found = draft.orderOf(change.key);
-      if (change.found.value_or(found) != found) continue;  // `apply` takes it away
-      change.found = found;
-      draft.leave(change.key, change.id, change.value, change.id == first);
+      const bool isOvertaken = draft.isOvertaken(change.key, change.id);
+      (isOvertaken ? overtaken : left).insert(change.id);
+      if (!isOvertaken) draft.leave(change.key, change.id, std::move(change.value));
     }
-    draft.forgetOldOrders();
   });
   const LockGuard lock(mutex_);
   isStuck_ = !outcome.isSaved;
-  if (!outcome.isSaved) {
-    for (Unwritten& change : unwritten_) {
-      const auto tried = std::ranges::find(batch, change.id, &Unwritten::id);
-      if (tried != batch.end()) change.found = tried->found;
-    }
-    return outcome;
-  }
   std::erase_if(unwritten_, [&](const Unwritten& change) {
-    return std::ranges::find(batch, change.id, &Unwritten::id) != batch.end();
+    if (overtaken.contains(change.id)) outcome.keys.push_back(change.key);
+    return overtaken.contains(change.id) || (outcome.isSaved && left.contains(change.id));
   });
   return outcome;
 }
@@ -285,26 +280,8 @@ bool CloudMirror::isFlushed() const {
   return unwritten_.empty();
 }
 
-void CloudMirror::sending(const Pending& pending) {
-  const LockGuard lock(mutex_);
-  isSentAgain_ = std::exchange(sending_, pending.id) == pending.id;
-}
-
-void CloudMirror::notTaken() {
-  const LockGuard lock(mutex_);
-  if (!isSentAgain_) sending_.clear();
-}
-
-bool CloudMirror::isSendingFromMemory() const {
-  const LockGuard lock(mutex_);
-  return findSending() != unwritten_.end();
-}
-
 std::optional<CloudMirror::Pending> CloudMirror::nextPending() const {
   const LockGuard lock(mutex_);
-  if (const auto sent = findSending(); sent != unwritten_.end()) {
-    return Pending{sent->key, sent->value, sent->id, integerIn(device_, "order") + 1};
-  }
   const auto first = std::ranges::min_element(
       pending_, {}, [](const auto& entry) { return integerIn(entry.value, "order"); });
   if (first != pending_.end()) return pendingFrom(first->key, first->value);
@@ -341,36 +318,25 @@ CloudMirror::Outcome CloudMirror::sent(const Pending& pending, std::int64_t revi
     const LockGuard lock(mutex_);
     isUnwritten = std::ranges::find(unwritten_, pending.id, &Unwritten::id) != unwritten_.end();
   }
-  auto outcome =
-      update(isUnwritten ? IfUnsaved::show : IfUnsaved::undo, Source::server, [&](Draft& draft) {
-        const PropertyList* entry = draft.find(kPendingMark, pending.key);
-        if (entry == nullptr) {
-          if (!isUnwritten) return;
-          draft.set(kValueMark, pending.key, pending.value);
-          if (draft.revision() < revision) {
-            draft.set(kSentMark, pending.key, PropertyList(revision));
-          }
-          return;
-        }
-        // Changed again while it was sent: that change is still to come.
-        if (textIn(*entry, "id") != pending.id) {
-          return draft.noteServer(pending.key, revision, pending.value);
-        }
-        if (integerIn(*entry, "revision") > revision) {
-          draft.set(kValueMark, pending.key, copyOf(entry->find("server")));
-        } else if (draft.revision() < revision) {
-          draft.set(kSentMark, pending.key, PropertyList(revision));
-        }
-        draft.erase(kPendingMark, pending.key);
-      });
-  if (!isUnwritten) return outcome;
-  outcome.isSaved = true;  // nothing of it waits any more
+  auto outcome = update(IfUnsaved::show, Source::server, [&](Draft& draft) {
+    const PropertyList* entry = draft.find(kPendingMark, pending.key);
+    draft.noteSent(pending.key, pending.id, revision);
+    if (entry != nullptr && textIn(*entry, "id") == pending.id) {
+      if (integerIn(*entry, "revision") > revision) {
+        draft.set(kValueMark, pending.key, copyOf(entry->find("server")));
+      }
+      draft.erase(kPendingMark, pending.key);
+    } else if (entry != nullptr || (isUnwritten && draft.revision() < revision)) {
+      // Another change of the key waits, or none was left here.
+      draft.noteServer(pending.key, revision, pending.value);
+    }
+  });
   const LockGuard lock(mutex_);
   std::erase_if(unwritten_, [&](const Unwritten& change) { return change.id == pending.id; });
   return outcome;
 }
 
-CloudMirror::Outcome CloudMirror::refused(const Pending& pending) {
+CloudMirror::Outcome CloudMirror::withdrawn(const Pending& pending) {
   const LockGuard working(fileMutex_);
   {
     const LockGuard lock(mutex_);
@@ -378,7 +344,7 @@ CloudMirror::Outcome CloudMirror::refused(const Pending& pending) {
         std::erase_if(unwritten_, [&](const Unwritten& change) { return change.id == pending.id; });
     if (removed > 0) return {.keys = {pending.key}};
   }
-  return update(IfUnsaved::undo, Source::server, [&](Draft& draft) {
+  return update(IfUnsaved::show, Source::server, [&](Draft& draft) {
     const PropertyList* entry = draft.find(kPendingMark, pending.key);
     if (entry == nullptr || textIn(*entry, "id") != pending.id) return;
     draft.set(kValueMark, pending.key, copyOf(entry->find("server")));
@@ -417,6 +383,7 @@ CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot, Position as
     } else if (snapshot.revision < draft.revision()) {
       return;  // Somebody has heard later news meanwhile.
     }
+    for (const auto& key : draft.keys(kFormerMark)) draft.erase(kFormerMark, key);
     draft.setPosition(asked.epoch + (isMadeAnew ? 1 : 0), snapshot.revision);
     auto gone = draft.keys(kValueMark);
     gone.merge(draft.keys(kPendingMark));
@@ -447,22 +414,8 @@ std::vector<CloudMirror::Unwritten>::const_iterator CloudMirror::findUnwritten(
   return std::ranges::find(unwritten_, key, &Unwritten::key);
 }
 
-std::vector<CloudMirror::Unwritten>::const_iterator CloudMirror::findSending() const {
-  return std::ranges::find(unwritten_, sending_, &Unwritten::id);
-}
-
 void CloudMirror::apply(const DictionaryFile::Outcome& fileOutcome, Source source,
                         Outcome& outcome) {
-  // First what other processes have set after what waits here.
-  for (const auto& [entry, value, sequence, isExternal] : fileOutcome.changes) {
-    if (!entry.starts_with(kOrderMark) || !isExternal || !value) continue;
-    const auto waiting = findUnwritten(std::string_view(entry).substr(1));
-    // What nobody has tried to write is new.
-    if (waiting == unwritten_.end() || !waiting->found) continue;
-    if (value->integer() == *waiting->found) continue;
-    outcome.keys.push_back(waiting->key);
-    unwritten_.erase(waiting);
-  }
   for (const auto& [entry, value, sequence, isExternal] : fileOutcome.changes) {
     if (entry.starts_with(kPositionMark)) position_ = value.value_or(PropertyList());
     if (entry.starts_with(kDeviceMark)) device_ = value.value_or(PropertyList());

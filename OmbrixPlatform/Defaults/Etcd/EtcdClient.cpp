@@ -200,7 +200,7 @@ void EtcdClient::change(const CloudMirror::Pending& change, std::string_view dev
 }
 
 void EtcdClient::range(Handler<EtcdSnapshot> handler) {
-  call("/v3/kv/range", messages_.range(),
+  call("/v3/kv/txn", messages_.range(),
        reading<EtcdSnapshot>(std::move(handler), [self = shared_from_this()](DataView answer) {
          return self->messages_.snapshot(answer);
        }));

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
+#include "OmbrixPlatform/Defaults/Etcd/Detail/ChangeId.hpp"
 #include "OmbrixPlatform/Detail/TextForms.hpp"
 #include "OmbrixPlatform/Detail/Utf.hpp"
 
@@ -28,7 +29,7 @@ std::string endOf(std::string prefix) {
 }
 
 constexpr std::size_t kLongestErrorText = 200;
-// Behind the prefix and before the device: a value's key never begins so.
+// Behind the prefix and before the device and the key: a value's key never begins so.
 constexpr std::string_view kMark{"\0sent/", 6};
 
 /// etcd's own texts for what must be told apart; the codes are gRPC's. The same code stands for
@@ -95,7 +96,9 @@ std::string EtcdMessages::coded(std::string_view key) const {
 JSON EtcdMessages::change(std::string_view key, const std::optional<PropertyList>& value,
                           std::string_view id, std::string_view device,
                           std::int64_t markRevision) const {
-  const std::string mark = coded(std::string(kMark).append(device));
+  std::string markKey = std::string(kMark).append(device);
+  if (isTimed(id)) markKey.append("/").append(key);
+  const std::string mark = coded(markKey);
   const JSON condition = JSON::Dictionary{{"key", mark},
                                           {"target", "MOD"},
                                           {"result", "EQUAL"},
@@ -117,7 +120,13 @@ JSON EtcdMessages::change(std::string_view key, const std::optional<PropertyList
 }
 
 JSON EtcdMessages::range() const {
-  return JSON::Dictionary{{"key", firstKey_}, {"range_end", endKey_}};
+  JSON::Array ranges;
+  const auto add = [&](JSON::Dictionary range) {
+    ranges.emplace_back(JSON::Dictionary{{"request_range", std::move(range)}});
+  };
+  add({{"key", coded("\1")}, {"range_end", endKey_}});
+  if (!prefix_.empty()) add({{"key", coded("")}});
+  return JSON::Dictionary{{"success", std::move(ranges)}};
 }
 
 JSON EtcdMessages::watch(std::int64_t revision) const {
@@ -138,6 +147,7 @@ EtcdChangeResult EtcdMessages::changeResult(DataView answer, std::string_view id
   EtcdChangeResult result{std::nullopt, revisionOf(mark["mod_revision"])};
   const auto found = bytesFromBase64(mark["value"].stringValue(), false);
   if (found && textOf(*found) == id) result.revision = result.markRevision;
+  result.isOvertaken = found && isLater(textOf(*found), id);
   return result;
 }
 
@@ -145,7 +155,11 @@ EtcdSnapshot EtcdMessages::snapshot(DataView answer) const {
   const JSON json = JSON::parse(answer);
   EtcdSnapshot snapshot;
   snapshot.revision = revisionOf(json["header"]["revision"]);
-  if (const auto* values = json["kvs"].array()) {
+  const auto* ranges = json["responses"].array();
+  if (ranges == nullptr) return snapshot;
+  for (const JSON& range : *ranges) {
+    const auto* values = range["response_range"]["kvs"].array();
+    if (values == nullptr) continue;
     for (const JSON& value : *values) {
       if (auto read = keyValue(value, false)) snapshot.values.push_back(std::move(*read));
     }

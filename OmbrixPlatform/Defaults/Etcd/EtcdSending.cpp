@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "OmbrixPlatform/Detail/MadeFile.hpp"
-#include "OmbrixPlatform/Files/FileError.hpp"
 
 namespace ombrix::platform::detail {
 namespace {
@@ -17,7 +16,7 @@ constexpr std::chrono::duration<double> kLongestDelay{30};
 // The end of another's turn is told by the folder; this is for news that got lost.
 constexpr std::chrono::duration<double> kTurnDelay{1};
 constexpr std::chrono::seconds kLongestTurn{10};
-// The mark changes by this device's own changes alone, so one more attempt is the rule.
+// A mark changes by this device's own changes alone, so one more attempt is the rule.
 constexpr int kMaxAttempts = 10;
 
 bool isSameFile(int descriptor, const std::string& path) {
@@ -47,8 +46,7 @@ EtcdSending::EtcdSending(Passkey, std::shared_ptr<CloudMirror> mirror,
 
 void EtcdSending::poke(const std::shared_ptr<EtcdClient>& client) {
   client_ = client;
-  if (!isWaiting_) return next();
-  if (!mirror_->isSendingFromMemory()) endTurn();  // any more
+  if (!isWaiting_) next();
 }
 
 void EtcdSending::sendNow(const std::shared_ptr<EtcdClient>& client) {
@@ -68,12 +66,12 @@ void EtcdSending::close() {
 
 void EtcdSending::next() {
   if (isClosed_ || isSending_) return;
-  if (mirror_->nextPending() && !takeTurn()) return;
+  if (mirror_->nextPending() && !maySend()) return;
   // Whoever had the turn before may have sent it.
-  if (turn_) handlers_.tell(mirror_->refresh());
+  handlers_.tell(mirror_->refresh());
   const auto pending = mirror_->nextPending();
   if (!pending) {
-    turnMissedSince_.reset();
+    missedFor_.clear();
     endTurn();
     return handlers_.advanced();
   }
@@ -83,7 +81,7 @@ void EtcdSending::next() {
   // Under a name that is forgotten a change could be made twice.
   if (device.empty()) return failed({"the device's name for the cloud cannot be kept"});
   isSending_ = true;
-  mirror_->sending(*pending);
+  if (std::exchange(markKey_, pending->key) != pending->key) markRevision_ = 0;
   client_->change(*pending, device, markRevision_,
                   [self = shared_from_this(),
                    pending = *pending](const std::expected<EtcdChangeResult, EtcdError>& answer) {
@@ -92,30 +90,17 @@ void EtcdSending::next() {
                   });
 }
 
-/// Whether this process may send now. On a disk that takes no file no other process leaves changes.
-bool EtcdSending::takeTurn() {
+/// Takes the turn, if no other process has it.
+bool EtcdSending::maySend() {
   turnTimer_.cancel();
   while (!turn_) {
     // Opened to read: closing what was opened to write tells the others that a turn has ended.
     auto file = openOrMakeFile(turnFile_.string(), O_RDONLY);
-    if (!file) {
-      const int code = errno;
-      const bool takesNoFile = code == ENOSPC || code == EDQUOT || code == EROFS;
-      // One that is there and another user's is the turn of whoever may open it.
-      struct stat ignored{};
-      const bool isFolderClosed = code == EACCES && ::lstat(turnFile_.c_str(), &ignored) != 0;
-      if (takesNoFile || isFolderClosed) return true;
-      const FileError error(code, "open", turnFile_.string());
-      failed({std::string("the device's turn to send cannot be taken: ") + error.what()});
-      return false;
-    }
-    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-      missTurn();
-      return false;
-    }
+    if (!file) return true;
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) return isTurnMissedForLong();
     if (isSameFile(file.get(), turnFile_.string())) turn_ = std::move(file);
   }
-  turnMissedSince_.reset();
+  missedFor_.clear();
   return true;
 }
 
@@ -127,14 +112,14 @@ void EtcdSending::endTurn() {
   turn_.reset();
 }
 
-/// Another process has the turn: comes again, and says so when that one does not get on.
-void EtcdSending::missTurn() {
+/// Another process has the turn: whether it has not got on with what waits for long. Comes again.
+bool EtcdSending::isTurnMissedForLong() {
   const auto now = std::chrono::steady_clock::now();
-  if (!turnMissedSince_) turnMissedSince_ = now;
+  const auto pending = mirror_->nextPending();
+  if (pending && std::exchange(missedFor_, pending->id) != pending->id) missedSince_ = now;
+  if (now - missedSince_ >= kLongestTurn) return true;
   turnTimer_ = later(kTurnDelay, &EtcdSending::askForTurn);
-  if (now - *turnMissedSince_ < kLongestTurn) return;
-  turnMissedSince_ = now;
-  handlers_.failed({"another program of this device is sending and makes no progress"});
+  return false;
 }
 
 void EtcdSending::askForTurn() {
@@ -144,25 +129,14 @@ void EtcdSending::askForTurn() {
 void EtcdSending::answered(const CloudMirror::Pending& pending,
                            const std::expected<EtcdChangeResult, EtcdError>& answer) {
   const bool isRefused = !answer && answer.error().kind == EtcdError::Kind::tooLarge;
-  if (!answer && answer.error().kind != EtcdError::Kind::other) mirror_->notTaken();
   if (!answer && !isRefused) return failed(answer.error());
   if (answer) markRevision_ = answer->markRevision;
-  if (answer && !answer->revision) {
+  const bool isMade = answer && answer->revision;
+  if (!isMade && !isRefused && !answer->isOvertaken) {
     if (++attempts_ < kMaxAttempts) return next();
     return failed({"the server's record of this device changes by itself"});
   }
-  auto outcome =
-      isRefused ? mirror_->refused(pending) : mirror_->sent(pending, answer->revision.value_or(0));
-  const bool isSaved = outcome.isSaved;
-  const std::string trouble =
-      outcome.errors.empty() ? "what was sent cannot be marked as sent" : outcome.errors.front();
-  handlers_.tell(std::move(outcome));
-  if (!isSaved) {
-    // It waits on in the file, for this process or another: whoever sends it next must find its
-    // id in the mark instead of making it again.
-    markRevision_ = 0;
-    return failed({trouble});
-  }
+  handlers_.tell(isMade ? mirror_->sent(pending, *answer->revision) : mirror_->withdrawn(pending));
   attempts_ = 0;
   delay_ = kFirstDelay;
   if (isRefused) handlers_.refused(pending.key, answer.error());
@@ -172,7 +146,7 @@ void EtcdSending::answered(const CloudMirror::Pending& pending,
 
 void EtcdSending::failed(const EtcdError& error) {
   attempts_ = 0;
-  if (!mirror_->isSendingFromMemory()) endTurn();
+  endTurn();
   isWaiting_ = true;
   retry_ = later(delay_, &EtcdSending::retry);
   delay_ = std::min(delay_ * 2, kLongestDelay);

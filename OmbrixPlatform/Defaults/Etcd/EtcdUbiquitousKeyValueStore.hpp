@@ -48,16 +48,18 @@ struct EtcdConfiguration {
 /// first use brings the copy up to date, and a watch follows the server from then on. A setter
 /// shows its change and returns without waiting. The change is saved a moment later; `synchronize`,
 /// `close`, the end of the store and the normal end of the process wait for that. It is sent in the
-/// background, in the order of the setters, by one process of the device at a time and exactly
-/// once, even if answers get lost; of several waiting changes of one key only the last is sent. A
-/// change that the disk does not take is sent all the same. A change that the server does not take
-/// is kept, also over restarts of the program, and tried again: after 0.5 s, then twice as long
-/// each time, up to 30 s. Reading goes on meanwhile. The last writer wins, by the order in which
-/// the server took the changes: a kept change counts from when it was sent.
+/// background, in the order of the setters, by one process of the device at a time, unless that one
+/// makes no progress for 10 s. Each is made exactly once, even if answers get lost; of several
+/// waiting changes of one key only the last is sent. A change that the disk does not take is sent
+/// all the same, but never over a later one that another process of the device has made. A change
+/// that the server does not take is kept, also over restarts of the program, and tried again: after
+/// 0.5 s, then twice as long each time, up to 30 s. Reading goes on meanwhile. The last writer
+/// wins, by the order in which the server took the changes: a kept change counts from when it was
+/// sent.
 ///
 /// Only a change that the server calls too large is dropped: the key then has the server's value
 /// again, and observers are told of a `quotaViolation`. Keys do not begin with NUL (`Error`):
-/// beside the values each device keeps a mark of its own on the server.
+/// beside each value every device that changes it keeps a mark of its own on the server.
 ///
 /// `synchronize` sends and reads everything now; it blocks up to 10 s for each request, and for
 /// another program of the device that is sending or has the copy, and gives false when something

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <barrier>
 #include <thread>
+#include <vector>
 
 #include "OmbrixPlatform/Coding/PropertyListSerialization.hpp"
 #include "OmbrixTesting/EventLog.hpp"
@@ -155,32 +156,38 @@ TEST_F(UserDefaultsTests, OthersChangesAreAnnouncedOnceWhateverHappensToTheFile)
   EXPECT_THAT(told.takeOnce("did end"), ElementsAre("will a", "did a 4", "did end"));
 }
 
-// Catches a value that is set back in the middle of another thread's change, and of which nobody
-// is told.
-TEST_F(UserDefaultsTests, ThreadsThatSetAtOnceAreAllTold) {
+// Catches a change that nobody is told of, that is told twice, or as none at all, since threads set
+// the value at once: the same one, or different ones.
+TEST_F(UserDefaultsTests, EachChangeIsToldOnceThoughThreadsSetAtOnce) {
   const auto defaults = open();
-  std::atomic<int> told = 0;
-  const auto token = defaults->observe("n", none, [&told](const auto&) { ++told; });
-  std::barrier together(2);
-  constexpr int kRounds = 500;
-  std::jthread other([&] {
-    for (int i = 0; i < kRounds; ++i) {
-      together.arrive_and_wait();
-      together.arrive_and_wait();
-      defaults->setObject(1, "n");
-      together.arrive_and_wait();
-    }
+  std::atomic<std::uint64_t> announced = 0, told = 0, unchanged = 0;
+  const auto token = defaults->observe("n", newValue | oldValue | prior, [&](const auto& change) {
+    ++(change.isPrior ? announced : told);
+    if (change.isPrior) return;
+    const bool isSame = change.oldValue != nullptr && *change.oldValue == *change.newValue;
+    if (isSame) ++unchanged;
   });
-  for (int i = 0; i < kRounds; ++i) {
-    together.arrive_and_wait();
-    defaults->setObject(0, "n");
-    told = 0;
-    together.arrive_and_wait();
-    defaults->setObject(0, "n");
-    together.arrive_and_wait();
-    // To 1, or there and back.
-    EXPECT_EQ(told, defaults->integerForKey("n") == 1 ? 1 : 2);
+  constexpr int kThreads = 4, kRounds = 500;
+  for (const int values : {1, 2, 3}) {
+    const auto before = defaults->revision();
+    announced = told = 0;
+    std::barrier together(kThreads);
+    {
+      std::vector<std::jthread> threads;
+      for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([&, thread] {
+          for (int round = 0; round < kRounds; ++round) {
+            together.arrive_and_wait();
+            defaults->setObject(round * values + thread % values, "n");
+          }
+        });
+      }
+    }
+    EXPECT_EQ(told, defaults->revision() - before);
+    EXPECT_EQ(announced, told);
+    if (values == 1) EXPECT_EQ(told, kRounds);
   }
+  EXPECT_EQ(unchanged, 0U);
 }
 
 // Catches a value of this process that another one's older change undoes before it is in the file,

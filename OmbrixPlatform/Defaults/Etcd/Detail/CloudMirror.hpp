@@ -24,9 +24,10 @@ namespace ombrix::platform::detail {
 /// its key, which is kept beside it in case the server's order turns out to be the other way.
 ///
 /// What is set here is shown at once and stands above all of that until `flush` has left it in the
-/// file. Where that fails at first, and another process of the device leaves a change of the key
-/// meanwhile, that one is the later, and stays. Setting and reading never wait for the file, which
-/// a process that was stopped may hold; every other operation waits up to 10 s for it.
+/// file. Where that takes a while, and another process of the device has made a later change of the
+/// key by then, that one stays: changes say when they were made (`isLater`). Setting and reading
+/// never wait for the file, which a process that was stopped may hold; every other operation waits
+/// up to 10 s for it.
 ///
 /// Any thread. Never calls out: what changed is handed back.
 class CloudMirror {
@@ -64,29 +65,16 @@ class CloudMirror {
   /// then.
   void set(std::string_view key, std::optional<PropertyList> value);
 
-  /// Leaves what was set here in the file. Not saved: it waits on in memory, is sent from there,
-  /// and is to be flushed again.
+  /// Leaves what was set here in the file, unless it was overtaken by a later change of the device.
+  /// Not saved: it waits on in memory, is sent from there, and is to be flushed again.
   [[nodiscard]] Outcome flush();
 
   /// Whether everything that was set here is in the file or on the server.
   [[nodiscard]] bool isFlushed() const;
 
   /// What has waited longest, as far as this process has looked; nothing when everything is sent.
-  /// What could not be left in the file comes last, but first once it is being sent.
+  /// What could not be left in the file comes last.
   [[nodiscard]] std::optional<Pending> nextPending() const;
-
-  /// A change is being sent: from now on the server may have it. The server remembers the device's
-  /// last change only, so one that is in memory alone stands before all that wait in the file, also
-  /// when it is left there.
-  void sending(const Pending& pending);
-
-  /// The server has refused, for now, what was sent last: it does not have it, unless an attempt
-  /// before has come through.
-  void notTaken();
-
-  /// Whether the server may have a change that no other process of the device knows of: none of
-  /// them may send then.
-  [[nodiscard]] bool isSendingFromMemory() const;
 
   /// The order of the last change made by any process of the device.
   [[nodiscard]] std::int64_t lastOrder() const;
@@ -95,11 +83,11 @@ class CloudMirror {
   [[nodiscard]] std::string deviceIdentifier(Outcome& outcome);
 
   /// The server has taken a change, at that revision. Not saved: the change waits on in the file,
-  /// and whoever sends it next finds that the server has it.
+  /// for others and after the file has changed, and whoever sends it finds that the server has it.
   Outcome sent(const Pending& pending, std::int64_t revision);
 
-  /// The server will never take a change: the key has the server's value again.
-  Outcome refused(const Pending& pending);
+  /// A change is never to be taken: the key has the server's value again. Not saved: as above.
+  Outcome withdrawn(const Pending& pending);
 
   [[nodiscard]] Position position() const;
 
@@ -122,9 +110,6 @@ class CloudMirror {
     std::string key;
     std::optional<PropertyList> value;
     std::string id;
-    // The order of the device's last change of the key when it could not be written first; nothing
-    // until then.
-    std::optional<std::int64_t> found;
   };
 
   template <class Step>
@@ -133,7 +118,6 @@ class CloudMirror {
   void lookIfFree(Outcome& outcome);
   [[nodiscard]] std::vector<Unwritten>::const_iterator findUnwritten(std::string_view key) const
       OMBRIX_REQUIRES(mutex_);
-  [[nodiscard]] std::vector<Unwritten>::const_iterator findSending() const OMBRIX_REQUIRES(mutex_);
   void apply(const DictionaryFile::Outcome& fileOutcome, Source source, Outcome& outcome)
       OMBRIX_REQUIRES(fileMutex_, mutex_);
 
@@ -151,10 +135,6 @@ class CloudMirror {
   // In their order, one of a key at most.
   std::vector<Unwritten> unwritten_ OMBRIX_GUARDED_BY(mutex_);
   bool isStuck_ OMBRIX_GUARDED_BY(mutex_) = false;  // the last attempt to write them failed
-  // The change that the server may have, written or not.
-  std::string sending_ OMBRIX_GUARDED_BY(mutex_);
-  bool isSentAgain_ OMBRIX_GUARDED_BY(mutex_) =
-      false;  // that one, after an attempt without an answer
 };
 
 }  // namespace ombrix::platform::detail

@@ -29,6 +29,7 @@ struct EtcdChangeResult {
   /// The revision it was made at, now or by an earlier attempt; nothing: the mark was another one.
   std::optional<std::int64_t> revision;
   std::int64_t markRevision = 0;  // to expect the next time
+  bool isOvertaken = false;       // the device has made a later change: there is no next time
 };
 
 /// Why the server did not do what it was asked.
@@ -59,8 +60,9 @@ struct EtcdWatchMessage {
 /// left out. Values are binary property lists and keys UTF-8; what others have put there is passed
 /// over.
 ///
-/// Beside the values each device has a mark, a key that no value can have: it holds the id of the
-/// change that the server took last from that device, and is written together with the change.
+/// Beside each value stands a mark for each device that has changed it, under a key that no value
+/// can have: the id of the change that the server took last from that device, written together with
+/// it. So whoever asks later, and however often, finds what was made, and what came after it.
 class EtcdMessages {
  public:
   explicit EtcdMessages(std::string prefix);
@@ -68,12 +70,14 @@ class EtcdMessages {
   /// Whether a value may have this key.
   static bool isKey(std::string_view key) { return !key.starts_with('\0'); }
 
-  /// A change on the condition that the device's mark has not changed since a revision, 0 while
-  /// there is none; else the mark is read.
+  /// A change on the condition that the device's mark of the key has not changed since a revision,
+  /// 0 while there is none; else the mark is read. Changes that an earlier release has left go by
+  /// its mark: one for all keys.
   /// @param value Nothing removes the key.
   [[nodiscard]] JSON change(std::string_view key, const std::optional<PropertyList>& value,
                             std::string_view id, std::string_view device,
                             std::int64_t markRevision) const;
+  /// All values, without the marks, which may be many more.
   [[nodiscard]] JSON range() const;
   /// @param revision The first one of interest.
   [[nodiscard]] JSON watch(std::int64_t revision) const;

@@ -16,14 +16,16 @@
 
 namespace ombrix::platform::detail {
 
-/// Sends what waits in a mirror, the oldest change first, one at a time and only while no other
-/// process of the device sends: a lock on a file is the turn.
+/// Sends what waits in a mirror, the oldest change first, one at a time, and leaves it to another
+/// process of the device while that one sends: a lock on a file is the turn.
 ///
-/// No change is sent twice, whatever gets lost. The device's mark on the server says which change
-/// was taken last, and each change is made only if the mark has not changed meanwhile: an attempt
-/// whose answer was lost is either found there, or can never be made any more once the next one
-/// was. After a failure it waits, twice as long each time, up to 30 s, and lets others try, unless
-/// only this process knows what it has sent.
+/// No change is made twice, and none undoes a later one of the device, whatever gets lost and
+/// whoever sends: the server's mark of the key says which change of it the device has made last,
+/// and a change is made only if the mark is as it was read and not of a later one. An attempt whose
+/// answer was lost is either found there, or can never come through any more once the next one has.
+/// So the turn only spares the others the same work: who cannot have it, or waits for it in vain,
+/// sends without. After a failure it waits, twice as long each time, up to 30 s, and lets others
+/// try.
 ///
 /// All calls and handlers on the client's queue.
 class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
@@ -58,7 +60,7 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
 
  private:
   void next();
-  [[nodiscard]] bool takeTurn();
+  [[nodiscard]] bool maySend();
   void endTurn();
   void answered(const CloudMirror::Pending& pending,
                 const std::expected<EtcdChangeResult, EtcdError>& answer);
@@ -66,7 +68,7 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
   EventToken later(std::chrono::duration<double> delay, void (EtcdSending::*step)());
   void retry();
   void askForTurn();
-  void missTurn();
+  [[nodiscard]] bool isTurnMissedForLong();
 
   const std::shared_ptr<CloudMirror> mirror_;
   const std::filesystem::path turnFile_;
@@ -75,9 +77,11 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
   std::shared_ptr<EtcdClient> client_;
   Descriptor turn_;
   bool isSending_ = false, isClosed_ = false, isWaiting_ = false;
+  std::string markKey_;  // whose mark was read last
   std::int64_t markRevision_ = 0;
-  int attempts_ = 0;  // of one change, with other marks expected
-  std::optional<std::chrono::steady_clock::time_point> turnMissedSince_;
+  int attempts_ = 0;       // of one change, with other marks expected
+  std::string missedFor_;  // the change that waits for the turn
+  std::chrono::steady_clock::time_point missedSince_;
   std::chrono::duration<double> delay_;
   EventToken retry_, turnTimer_;
 };
