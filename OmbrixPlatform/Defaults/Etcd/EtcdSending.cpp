@@ -81,8 +81,8 @@ void EtcdSending::next() {
   // Under a name that is forgotten a change could be made twice.
   if (device.empty()) return failed({"the device's name for the cloud cannot be kept"});
   isSending_ = true;
-  if (std::exchange(markKey_, pending->key) != pending->key) markRevision_ = 0;
-  client_->change(*pending, device, markRevision_,
+  // What another mark is, nobody knows: it may be this very change, or a later one.
+  client_->change(*pending, device, markFor_ == pending->id ? markRevision_ : 0,
                   [self = shared_from_this(),
                    pending = *pending](const std::expected<EtcdChangeResult, EtcdError>& answer) {
                     self->isSending_ = false;
@@ -130,12 +130,14 @@ void EtcdSending::answered(const CloudMirror::Pending& pending,
                            const std::expected<EtcdChangeResult, EtcdError>& answer) {
   const bool isRefused = !answer && answer.error().kind == EtcdError::Kind::tooLarge;
   if (!answer && !isRefused) return failed(answer.error());
-  if (answer) markRevision_ = answer->markRevision;
   const bool isMade = answer && answer->revision;
   if (!isMade && !isRefused && !answer->isOvertaken) {
+    markFor_ = pending.id;
+    markRevision_ = answer->markRevision;
     if (++attempts_ < kMaxAttempts) return next();
     return failed({"the server's record of this device changes by itself"});
   }
+  markFor_.clear();
   handlers_.tell(isMade ? mirror_->sent(pending, *answer->revision) : mirror_->withdrawn(pending));
   attempts_ = 0;
   delay_ = kFirstDelay;

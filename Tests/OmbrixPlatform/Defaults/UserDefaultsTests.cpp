@@ -185,7 +185,9 @@ TEST_F(UserDefaultsTests, EachChangeIsToldOnceThoughThreadsSetAtOnce) {
     }
     EXPECT_EQ(told, defaults->revision() - before);
     EXPECT_EQ(announced, told);
-    if (values == 1) EXPECT_EQ(told, kRounds);
+    if (values == 1) {
+      EXPECT_EQ(told, kRounds);
+    }
   }
   EXPECT_EQ(unchanged, 0U);
 }

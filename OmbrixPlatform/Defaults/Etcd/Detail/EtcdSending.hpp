@@ -77,7 +77,7 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
   std::shared_ptr<EtcdClient> client_;
   Descriptor turn_;
   bool isSending_ = false, isClosed_ = false, isWaiting_ = false;
-  std::string markKey_;  // whose mark was read last
+  std::string markFor_;  // the change that is later than the mark that was read last
   std::int64_t markRevision_ = 0;
   int attempts_ = 0;       // of one change, with other marks expected
   std::string missedFor_;  // the change that waits for the turn
