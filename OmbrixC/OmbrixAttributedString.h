@@ -25,8 +25,8 @@ typedef struct OmbrixColor {
   double alpha;
 } OmbrixColor;
 
-/// The attributes of a text; NULL for one that is not given. Borrowed for the call. The secondary
-/// ones are for unit letters.
+/// The attributes of a text; a missing attribute is NULL. Borrowed for the call. The secondary ones
+/// are for unit letters.
 typedef struct OmbrixAttributes {
   const OmbrixFont* font;
   const OmbrixColor* foregroundColor;
@@ -34,11 +34,12 @@ typedef struct OmbrixAttributes {
   const OmbrixColor* secondaryForegroundColor;
 } OmbrixAttributes;
 
-/// A styled text, which never changes. The caller owns every one that a function returns.
+/// A styled text, which never changes. The caller owns each one that a function returns.
 typedef struct OmbrixAttributedString OmbrixAttributedString;
 
 /// A longest stretch of equal attributes: where it lies in UTF-16 units, and in the bytes of the
-/// text in UTF-8. The pointers are NULL for what is not set, and valid until the text is released.
+/// text in UTF-8. The pointers are NULL for attributes that are not set, and valid until the text
+/// is released.
 typedef struct OmbrixAttributedRun {
   size_t location;
   size_t length;

@@ -13,13 +13,13 @@ extern "C" {
 // Comparisons of two dates, in seconds since 1970. A date that is not a number counts as equal to
 // every other.
 
-/// Whether a date lies behind another one.
+/// Whether a date is later than another one.
 bool ombrix_NSDate_isLaterThan_(double self, double other);
-/// Whether a date lies before another one.
+/// Whether a date is earlier than another one.
 bool ombrix_NSDate_isEarlierThan_(double self, double other);
-/// Whether a date does not lie before another one.
+/// Whether a date is not earlier than another one.
 bool ombrix_NSDate_isLaterThanOrEqualTo_(double self, double other);
-/// Whether a date does not lie behind another one.
+/// Whether a date is not later than another one.
 bool ombrix_NSDate_isEarlierThanOrEqualTo_(double self, double other);
 
 /// Writes and reads points in time by a pattern; never changes.
@@ -35,7 +35,8 @@ OmbrixDateFormatter* ombrix_DateFormatter_initWithDateFormat_locale_timeZone_(
 /// Gives a formatter back; NULL is allowed.
 void ombrix_DateFormatter_release(OmbrixDateFormatter* self);
 
-/// The text of a date in seconds since 1970, empty for what is no date; the caller owns the copy.
+/// The text of a date in seconds since 1970, empty for a number that is not a date; the caller owns
+/// the copy.
 char* ombrix_DateFormatter_stringFromDate_(const OmbrixDateFormatter* self, double date);
 
 /// Reads a date into `date`, seconds since 1970; false and an error for a text that does not follow

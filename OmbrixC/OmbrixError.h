@@ -7,12 +7,12 @@
 extern "C" {
 #endif
 
-/// An error that a throwing operation hands out through its trailing `error` parameter.
-/// The caller owns it and gives it back with `ombrix_Error_release`. Passing NULL for the
-/// parameter means that the caller does not want to know. It never changes.
+/// An error that a throwing operation hands out through its trailing `error` parameter. The caller
+/// owns it and gives it back with `ombrix_Error_release`. A caller that does not need the error
+/// passes NULL. An error never changes.
 typedef struct OmbrixError OmbrixError;
 
-/// A readable sentence, or for a failed request the name of its case, in UTF-8; borrowed until the
+/// A readable sentence in UTF-8, or for a failed request the name of its case; borrowed until the
 /// error is released. Empty for NULL.
 const char* ombrix_Error_message(const OmbrixError* error);
 
@@ -24,8 +24,8 @@ const char* ombrix_Error_httpCase(const OmbrixError* error);
 /// (cancelled here) or 400 (no request could be built). 0 for another error, and for NULL.
 int ombrix_Error_httpStatus(const OmbrixError* error);
 
-/// The body of the answer that a request failed with; the caller owns the copy. Without bytes where
-/// there was no answer, and for NULL.
+/// The body of the answer with which a request failed; the caller owns the copy. No bytes if there
+/// was no answer, and for NULL.
 OmbrixData ombrix_Error_httpBody(const OmbrixError* error);
 
 /// Releases an error; NULL is allowed.

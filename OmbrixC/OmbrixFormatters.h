@@ -24,7 +24,7 @@ typedef enum OmbrixCalendarUnit {
   OmbrixCalendarUnitSecond = 128,
 } OmbrixCalendarUnit;
 
-/// Stands in date components for a part that is not there.
+/// Marks a missing part of date components.
 #define OMBRIX_DATE_COMPONENT_UNDEFINED INT64_MAX
 
 typedef struct OmbrixDateComponents {
@@ -34,7 +34,7 @@ typedef struct OmbrixDateComponents {
   int64_t second;
 } OmbrixDateComponents;
 
-/// What a formatter may be given.
+/// The kinds of objects that a formatter accepts.
 typedef enum OmbrixObjectKind {
   OmbrixObjectNone = 0,
   OmbrixObjectNumber,          ///< `number`
@@ -43,8 +43,8 @@ typedef enum OmbrixObjectKind {
   OmbrixObjectDateComponents,  ///< `components`
 } OmbrixObjectKind;
 
-/// An object for a formatter. Zero initialised it is none; the members that its kind does not name
-/// do not matter.
+/// An object for a formatter. Zero-initialised it stands for none; members that its kind does not
+/// name are ignored.
 typedef struct OmbrixObjectValue {
   OmbrixObjectKind kind;
   double number;
@@ -90,7 +90,7 @@ OmbrixMeasurementFormatter* ombrix_MeasurementFormatter_initWithCoder_(const voi
 /// Gives a formatter back; NULL is allowed.
 void ombrix_MeasurementFormatter_release(OmbrixMeasurementFormatter* self);
 
-/// What it formats.
+/// The kind of values that it formats.
 OmbrixMeasurementFormat ombrix_MeasurementFormatter_format(const OmbrixMeasurementFormatter* self);
 /// How units are written; short at first.
 OmbrixMeasurementUnitStyle ombrix_MeasurementFormatter_unitStyle(
@@ -99,22 +99,22 @@ OmbrixMeasurementUnitStyle ombrix_MeasurementFormatter_unitStyle(
 void ombrix_MeasurementFormatter_setUnitStyle_(OmbrixMeasurementFormatter* self,
                                                OmbrixMeasurementUnitStyle style);
 
-/// The locale to write in, as in "de_DE", which also chooses the units of weights and temperatures;
-/// NULL for the one that is current.
+/// The locale to write in, as in "de_DE", which also selects the units of weights and temperatures;
+/// NULL for the current one.
 void ombrix_MeasurementFormatter_setLocale_(OmbrixMeasurementFormatter* self,
                                             const char* identifier);
 
 /// The text of an object; NULL for none, and for one of another kind. The caller owns it.
 char* ombrix_MeasurementFormatter_stringForObjectValue_(OmbrixMeasurementFormatter* self,
                                                         const OmbrixObjectValue* object);
-/// The word for the unit in the user's language; NULL where it has none. The caller owns it.
+/// The word for the unit in the user's language; NULL if there is none. The caller owns it.
 char* ombrix_MeasurementFormatter_unitLabel(OmbrixMeasurementFormatter* self);
 /// The same; the argument is ignored.
 char* ombrix_MeasurementFormatter_unitLabelFor_(OmbrixMeasurementFormatter* self,
                                                 const char* preference);
 
-/// Reads a number as the locale writes it into `object`, not NULL, as a measurement in the display
-/// unit; false and an error for a text that is none.
+/// Reads a number in the locale's form and stores it in `object`, which must not be NULL, as a
+/// measurement in the display unit; false and an error for a text that is not a number.
 bool ombrix_MeasurementFormatter_getObjectValue_forString_(OmbrixMeasurementFormatter* self,
                                                            OmbrixObjectValue* object,
                                                            const char* string, OmbrixError** error);

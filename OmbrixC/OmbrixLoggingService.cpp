@@ -17,7 +17,7 @@ const LoggingService& from(const OmbrixLoggingService* self) {
   return *reinterpret_cast<const LoggingService*>(self);
 }
 
-/// Hands lines to the functions of a C caller.
+/// Passes lines to the functions of a C caller.
 class FunctionLogger final : public ombrix::platform::DDLogger {
  public:
   explicit FunctionLogger(const OmbrixLogger& functions) : functions_(functions) {}

@@ -20,7 +20,7 @@ OmbrixLoggingService* ombrix_LoggingService_sharedInstance(void);
 /// Whether debug and verbose messages are logged as well.
 bool ombrix_LoggingService_extraLoggingEnabled(const OmbrixLoggingService* self);
 
-/// Stores the switch in the settings and gives all loggers the level that goes with it.
+/// Stores the switch in the settings and sets the level of all loggers accordingly.
 void ombrix_LoggingService_setExtraLoggingEnabled_(OmbrixLoggingService* self, bool isEnabled);
 
 /// A destination of log lines made by the caller.
@@ -31,16 +31,16 @@ typedef struct OmbrixLogger {
   /// 1 error, 2 warning, 4 info, 8 debug, 16 verbose. Called on the thread that logs, from several
   /// threads at once; must not log.
   void (*log)(void* context, uint32_t flag, const char* line);
-  /// Called when everything logged so far should be handed on; may be NULL.
+  /// Called when all lines logged so far should be written out; may be NULL.
   void (*flush)(void* context);
 } OmbrixLogger;
 
-/// Adds a logger for the rest of the process, with the lines of the log files and the level that
-/// is set. The struct is copied; a logger without `log` is ignored.
+/// Adds a logger for the rest of the process; it gets the same lines as the log files, at the level
+/// that is set. The struct is copied; a logger without `log` is ignored.
 void ombrix_LoggingService_attachLogger_(OmbrixLoggingService* self, OmbrixLogger logger);
 
-/// The contents of up to 10 log files, from the oldest towards the newest; without bytes when
-/// there is no file logger.
+/// The contents of up to 10 log files, from the oldest to the newest; no bytes when there is no
+/// file logger.
 OmbrixData ombrix_LoggingService_historicalLog(const OmbrixLoggingService* self);
 
 /// The same as text, cut at the first NUL; NULL also when it is not valid UTF-8.

@@ -18,7 +18,7 @@ struct OmbrixOperationQueue {
 
 namespace {
 
-// Checked when the block is added, while the caller is still on the stack.
+// Checked when the block is added, while the caller can still be seen on the stack.
 void requireBlock(OmbrixOperationBlock block) {
   if (block == nullptr) ombrix::platform::fatalError("an operation queue was given a NULL block");
 }

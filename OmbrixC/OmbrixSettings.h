@@ -52,16 +52,15 @@ void ombrix_Settings_release(OmbrixSettings* self);
 
 /// Whether this user has ever turned sync on, on any device.
 bool ombrix_Settings_hasSyncedToiCloudBefore(const OmbrixSettings* self);
-/// Turns sync off; what is in the cloud stays there.
+/// Turns sync off; values in the cloud stay there.
 void ombrix_Settings_disableSync(OmbrixSettings* self);
 /// Removes every synced key from the cloud store; `syncPreferences` stays as it is.
 void ombrix_Settings_resetSynedPreferences(OmbrixSettings* self);
-/// Turns sync on. 1: local values win; 0: those of the cloud; any other number: nothing is
+/// Turns sync on. 1: local values win; 0: the cloud's values win; any other number: nothing is
 /// copied.
 void ombrix_Settings_enableSyncWithBehavior_(OmbrixSettings* self, int behavior);
 
-/// False for mapped properties, whose changes are announced by what happens to the stored
-/// values.
+/// False for mapped properties, whose changes are announced when their stored values change.
 bool ombrix_Settings_automaticallyNotifiesObserversForKey_(const char* name);
 /// Whether a storage key is mirrored to the cloud while sync is on.
 bool ombrix_Settings_shouldSyncForKey_(const char* key);
@@ -89,7 +88,7 @@ void ombrix_Settings_observeValueForKeyPath_ofObject_change_context_(OmbrixSetti
                                                                      const void* object,
                                                                      bool isPrior, void* context);
 
-/// Stores a truth value under a storage key, and in the cloud where that is mirrored.
+/// Stores a truth value under a storage key, and in the cloud if the key is mirrored.
 void ombrix_Settings_saveBool_withKey_(OmbrixSettings* self, bool value, const char* key);
 /// A value of no kind, or a string that is NULL, removes the key.
 void ombrix_Settings_saveObject_withKey_(OmbrixSettings* self, OmbrixValue value, const char* key);
@@ -113,7 +112,7 @@ bool ombrix_Settings_extraLogging(const OmbrixSettings* self);
 /// Sets it.
 void ombrix_Settings_setExtraLogging_(OmbrixSettings* self, bool extraLogging);
 
-/// Has the unit system, and changes of all settings, come from the companion from now on.
+/// From now on takes the unit system, and changes of all settings, from the companion.
 void ombrix_Settings_maskViaWormhole(OmbrixSettings* self);
 
 /// A channel to the companion; OmbrixPlatform/Messaging/MMWormhole.hpp says what each operation
@@ -125,12 +124,12 @@ OmbrixMMWormhole* ombrix_MMWormhole_OmbrixWormhole(void);
 /// Gives a channel back; NULL is allowed.
 void ombrix_MMWormhole_release(OmbrixMMWormhole* self);
 
-/// Passes a message on; whether it is on its way. A value of no kind passes nothing, and gives
+/// Passes a message on; true when it is on its way. A value of no kind passes nothing, and gives
 /// false.
 bool ombrix_MMWormhole_passMessageObject_identifier_(OmbrixMMWormhole* self, OmbrixValue message,
                                                      const char* identifier);
-/// The last message of an identifier as the bytes of a property list, which the caller owns;
-/// without bytes when there is none.
+/// The last message of an identifier as the bytes of a property list, which the caller owns; no
+/// bytes when there is none.
 OmbrixData ombrix_MMWormhole_messageWithIdentifier_(const OmbrixMMWormhole* self,
                                                     const char* identifier);
 /// Removes the last message of an identifier.

@@ -16,7 +16,7 @@ typedef enum OmbrixSegmentKind {
 } OmbrixSegmentKind;
 
 /// The figures of a segment, or of several together: seconds, metres, metres per second, beats per
-/// minute. Heart rates are not a number where there are none.
+/// minute. A missing heart rate is not a number.
 typedef struct OmbrixSegmentFigures {
   double seconds;
   double movingSeconds;  ///< Faster than half a metre a second.
@@ -55,7 +55,7 @@ typedef struct OmbrixDaySample {
   double distance;        ///< metres since the day's beginning, jitter at rest included
 } OmbrixDaySample;
 
-/// The figures of a whole day. Times and altitudes are not a number where no fix tells them.
+/// The figures of a whole day. Times and altitudes that no fix tells are not a number.
 typedef struct OmbrixDayTotals {
   double begin;
   double end;
@@ -72,8 +72,8 @@ typedef struct OmbrixDayTotals {
   OmbrixSegmentFigures walk;
 } OmbrixDayTotals;
 
-/// A measured day of skiing; never changes. What its functions point to is borrowed until it is
-/// released.
+/// A measured day of skiing; it never changes. The memory that its functions point to is borrowed
+/// until the day is released.
 typedef struct OmbrixDay OmbrixDay;
 
 /// Measures a recording: runs and lifts, verticals, speeds. The arrays are borrowed for the call;
@@ -87,7 +87,7 @@ OmbrixDay* ombrix_Day_initWithLocations_count_heartRates_count_(const OmbrixLoca
                                                                 const OmbrixHeartRate* heartRates,
                                                                 size_t heartRateCount);
 
-/// The same of a track with its heart rates.
+/// The same for a track with its heart rates.
 OmbrixDay* ombrix_Day_initWithTrack_(const OmbrixTrack* track);
 
 /// Gives a day back; NULL is allowed.

@@ -23,7 +23,7 @@ namespace ombrix::c {
 /// The attributes that a C caller gives; NULL gives none.
 platform::NSAttributedString::Attributes from(const OmbrixAttributes* attributes);
 
-/// A styled text for a C caller to keep; NULL for nothing.
+/// A styled text for a C caller to own; NULL for an empty value.
 OmbrixAttributedString* owned(std::optional<platform::NSAttributedString> string);
 
 }  // namespace ombrix::c

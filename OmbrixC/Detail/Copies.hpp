@@ -10,7 +10,7 @@
 
 namespace ombrix::c {
 
-/// A text for a C caller to keep, cut at an inner NUL; NULL when memory ran out.
+/// A copy of a text for a C caller to own, cut at an inner NUL; NULL when memory ran out.
 char* copied(std::string_view text) noexcept;
 
 /// The same; NULL for nothing.
@@ -18,11 +18,11 @@ inline char* copied(const std::optional<std::string>& text) noexcept {
   return text ? copied(std::string_view(*text)) : nullptr;
 }
 
-/// Bytes for a C caller to keep; without bytes for nothing, and when memory ran out.
+/// A copy of bytes for a C caller to own; no bytes for an empty value, and when memory ran out.
 OmbrixData copied(const std::optional<platform::Data>& data) noexcept;
 
 /// The file URL of a C caller.
-/// @throws platform::FileError which names the text, when it is none
+/// @throws platform::FileError which names the text, when it is not a file URL
 platform::URL fileURLFrom(const char* url);
 
 /// A text from a C caller; NULL is the empty text.

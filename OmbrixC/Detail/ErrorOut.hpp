@@ -38,8 +38,8 @@ auto catching(OmbrixError** error, Operation&& operation) noexcept
   return Result();
 }
 
-/// Begins work that hands its result to a C caller later. Work that cannot begin is answered here,
-/// with the result's empty value.
+/// Begins work that hands its result to a C caller later. If it cannot begin, the caller gets the
+/// result's empty value here.
 template <class Result, class Operation>
 void completing(void (*completion)(Result, void*), void* context, Operation&& begin) noexcept {
   OmbrixError* error = nullptr;

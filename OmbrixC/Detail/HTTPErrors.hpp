@@ -7,10 +7,10 @@
 
 namespace ombrix::c {
 
-/// The failure of a request that a C caller holds; nothing for another error, and for NULL.
+/// The failure of a request that a C caller holds; empty for another error, and for NULL.
 std::optional<HTTPError> httpErrorOf(const OmbrixError* error) noexcept;
 
-/// Its status or pseudo-code; 0 where no request led to it.
+/// Its status or pseudo-code; 0 if no request led to it.
 int statusOf(const HTTPError& error) noexcept;
 
 }  // namespace ombrix::c

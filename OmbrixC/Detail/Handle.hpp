@@ -6,10 +6,11 @@ namespace ombrix::c {
 void countHandle() noexcept;
 void uncountHandle() noexcept;
 
-/// Remembers that the shared client was made, which ending the library must not do. Any thread.
+/// Remembers that the shared client was made, since ending the library must not make it. Any
+/// thread.
 void noteClient() noexcept;
 
-/// What a C caller holds and releases; the last member of a handle's struct.
+/// An object that a C caller holds and releases; the last member of a handle's struct.
 struct Handle {
   Handle() noexcept { countHandle(); }
   ~Handle() { uncountHandle(); }
@@ -24,7 +25,7 @@ T* counted(T* pointer) noexcept {
   return pointer;
 }
 
-/// The same, when the caller gives it back.
+/// The same for a pointer that the caller gives back.
 template <class T>
 T* uncounted(T* pointer) noexcept {
   if (pointer != nullptr) uncountHandle();

@@ -28,8 +28,8 @@ void ombrix_HeartRateSamples_release(OmbrixHeartRateSamples samples);
 typedef void (*OmbrixHeartRateSamplesCompletion)(OmbrixHeartRateSamples samples, void* context);
 
 /// Reads heart-rate recordings; any number of threads may share a parser. No list means that the
-/// source could not be opened or read at all, which is logged, as is every row that is skipped.
-/// Where memory runs out, the list holds as many samples of the beginning as fit, which is logged,
+/// source could not be opened or read at all. That is logged, and so is every row that is skipped.
+/// Where memory runs out, the list holds as many samples from the beginning as fit; that is logged,
 /// too. A row with fewer than two fields stops the program.
 typedef struct OmbrixHRCSVParser OmbrixHRCSVParser;
 
@@ -42,33 +42,33 @@ void ombrix_HRCSVParser_release(OmbrixHRCSVParser* self);
 /// list, as a missing file does. The caller owns the list.
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithUrl_(const OmbrixHRCSVParser* self,
                                                         const char* url);
-/// The same of a text, UTF-8 ending in NUL.
+/// The same for a text, UTF-8 ending in NUL.
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithString_(const OmbrixHRCSVParser* self,
                                                            const char* string);
-/// The same of a stream, borrowed for the call and read on the calling thread to its end. No
-/// list when its first read fails.
+/// The same for a stream, borrowed for the call and read on the calling thread to its end. No list
+/// when its first read fails.
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithStream_(const OmbrixHRCSVParser* self,
                                                            OmbrixInputStream stream);
-/// The same of bytes, borrowed for the call; NULL is allowed where `length` is 0.
+/// The same for bytes, borrowed for the call; NULL is allowed where `length` is 0.
 OmbrixHeartRateSamples ombrix_HRCSVParser_parseWithData_(const OmbrixHRCSVParser* self,
                                                          const uint8_t* bytes, size_t length);
 
-/// As without a completion, on the parsers' queue: the completion, not NULL, is called once,
-/// there; on the calling thread where no work can begin.
+/// Reads as without a completion, but on the parsers' queue, and calls the completion once there;
+/// on the calling thread if the work cannot begin. The completion must not be NULL.
 void ombrix_HRCSVParser_parseWithUrl_completion_(const OmbrixHRCSVParser* self, const char* url,
                                                  OmbrixHeartRateSamplesCompletion completion,
                                                  void* context);
-/// The same of a text, which is copied.
+/// The same for a text, which is copied.
 void ombrix_HRCSVParser_parseWithString_completion_(const OmbrixHRCSVParser* self,
                                                     const char* string,
                                                     OmbrixHeartRateSamplesCompletion completion,
                                                     void* context);
-/// The same of a stream, borrowed until the completion has been called.
+/// The same for a stream, borrowed until the completion has been called.
 void ombrix_HRCSVParser_parseWithStream_completion_(const OmbrixHRCSVParser* self,
                                                     OmbrixInputStream stream,
                                                     OmbrixHeartRateSamplesCompletion completion,
                                                     void* context);
-/// The same of bytes, which are copied.
+/// The same for bytes, which are copied.
 void ombrix_HRCSVParser_parseWithData_completion_(const OmbrixHRCSVParser* self,
                                                   const uint8_t* bytes, size_t length,
                                                   OmbrixHeartRateSamplesCompletion completion,

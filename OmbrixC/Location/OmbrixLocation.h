@@ -38,7 +38,7 @@ double ombrix_CLLocationCoordinateDistance(OmbrixCoordinate first, OmbrixCoordin
 /// Initial great-circle bearing from the first point to the second, degrees.
 double ombrix_CLLocationCoordinateCourse(OmbrixCoordinate first, OmbrixCoordinate second);
 
-// Functions on fixes. Receivers and other fixes are never NULL, but for `other` in the two
+// Functions on fixes. Receivers and other fixes must not be NULL, except `other` in the two
 // equalities, where NULL gives false. Pure, on any thread. Equalities and hash stop the program on
 // a value that is not finite or too large for the microdegree grid.
 

@@ -23,8 +23,8 @@ void ombrix_Locations_release(OmbrixLocations locations);
 typedef void (*OmbrixLocationsCompletion)(OmbrixLocations locations, void* context);
 
 /// Reads recorded tracks; any number of threads may share a parser. No list means that the source
-/// could not be opened or read at all, which is logged, as is every row that is skipped. Where
-/// memory runs out, the list holds as many fixes of the beginning as fit, which is logged, too.
+/// could not be opened or read at all. That is logged, and so is every row that is skipped. Where
+/// memory runs out, the list holds as many fixes from the beginning as fit; that is logged, too.
 typedef struct OmbrixLocationCSVParser OmbrixLocationCSVParser;
 
 /// A parser, which the caller owns; NULL where memory runs out.
@@ -36,34 +36,34 @@ void ombrix_LocationCSVParser_release(OmbrixLocationCSVParser* self);
 /// list, as a missing file does. The caller owns the list.
 OmbrixLocations ombrix_LocationCSVParser_parseWithUrl_(const OmbrixLocationCSVParser* self,
                                                        const char* url);
-/// The same of a text, UTF-8 ending in NUL.
+/// The same for a text, UTF-8 ending in NUL.
 OmbrixLocations ombrix_LocationCSVParser_parseWithString_(const OmbrixLocationCSVParser* self,
                                                           const char* string);
-/// The same of a stream, borrowed for the call and read on the calling thread to its end. No
-/// list when its first read fails.
+/// The same for a stream, borrowed for the call and read on the calling thread to its end. No list
+/// when its first read fails.
 OmbrixLocations ombrix_LocationCSVParser_parseWithStream_(const OmbrixLocationCSVParser* self,
                                                           OmbrixInputStream stream);
-/// The same of bytes, borrowed for the call; NULL is allowed where `length` is 0.
+/// The same for bytes, borrowed for the call; NULL is allowed where `length` is 0.
 OmbrixLocations ombrix_LocationCSVParser_parseWithData_(const OmbrixLocationCSVParser* self,
                                                         const uint8_t* bytes, size_t length);
 
-/// As without a completion, on the parsers' queue: the completion, not NULL, is called once,
-/// there; on the calling thread where no work can begin.
+/// Reads as without a completion, but on the parsers' queue, and calls the completion once there;
+/// on the calling thread if the work cannot begin. The completion must not be NULL.
 void ombrix_LocationCSVParser_parseWithUrl_completion_(const OmbrixLocationCSVParser* self,
                                                        const char* url,
                                                        OmbrixLocationsCompletion completion,
                                                        void* context);
-/// The same of a text, which is copied.
+/// The same for a text, which is copied.
 void ombrix_LocationCSVParser_parseWithString_completion_(const OmbrixLocationCSVParser* self,
                                                           const char* string,
                                                           OmbrixLocationsCompletion completion,
                                                           void* context);
-/// The same of a stream, borrowed until the completion has been called.
+/// The same for a stream, borrowed until the completion has been called.
 void ombrix_LocationCSVParser_parseWithStream_completion_(const OmbrixLocationCSVParser* self,
                                                           OmbrixInputStream stream,
                                                           OmbrixLocationsCompletion completion,
                                                           void* context);
-/// The same of bytes, which are copied.
+/// The same for bytes, which are copied.
 void ombrix_LocationCSVParser_parseWithData_completion_(const OmbrixLocationCSVParser* self,
                                                         const uint8_t* bytes, size_t length,
                                                         OmbrixLocationsCompletion completion,
@@ -75,23 +75,23 @@ typedef struct OmbrixLocationCSVWriter OmbrixLocationCSVWriter;
 /// Not available: stops the program.
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_init(void);
 
-/// Opens the file of a file URL for appending, or makes it; NULL and an error, which names the file
-/// or the text, when that fails and for a text that is not a file URL. The caller owns the writer.
+/// Opens the file of a file URL for appending, or makes it. NULL and an error, which names the file
+/// or the text, when that fails or the text is not a file URL. The caller owns the writer.
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithUrl_error_(const char* url,
                                                                      OmbrixError** error);
 
 /// Writes to a stream, which is borrowed as long as the writer lives. The caller owns the writer.
 OmbrixLocationCSVWriter* ombrix_LocationCSVWriter_initWithStream_error_(OmbrixOutputStream stream,
                                                                         OmbrixError** error);
-/// Closes the file and gives the writer back; NULL is allowed. What was added is with the
-/// system already.
+/// Closes the file and gives the writer back; NULL is allowed. The system has all added rows
+/// already.
 void ombrix_LocationCSVWriter_release(OmbrixLocationCSVWriter* self);
 
 /// False and an error when the stream does not take a row; rows already written stay, and
-/// `fixesWritten` tells how many these are. The next fix goes on once there is room: a file then
-/// ends with its last whole row, so the fixes behind it can be added again. A stream of the
-/// caller's own does not tell what it took before it failed: the rows of that call count as not
-/// taken, and the next fix begins a line behind one with "?" at its end, which no parser takes.
+/// `fixesWritten` tells how many there are. The next fix is tried again: a file then ends with its
+/// last whole row, so the fixes after it can be added again. The caller's own stream does not tell
+/// how much it took before it failed: the rows of that call count as not taken, and the next fix
+/// starts a new line after one that ends in "?", which no parser takes.
 bool ombrix_LocationCSVWriter_addLocation_error_(OmbrixLocationCSVWriter* self,
                                                  const OmbrixLocation* location,
                                                  OmbrixError** error);
@@ -101,14 +101,14 @@ bool ombrix_LocationCSVWriter_addLocations_error_(OmbrixLocationCSVWriter* self,
                                                   const OmbrixLocation* locations, size_t count,
                                                   OmbrixError** error);
 
-/// How many fixes the stream has taken whole since the writer was made.
+/// How many whole fixes the stream has taken since the writer was made.
 uint64_t ombrix_LocationCSVWriter_fixesWritten(const OmbrixLocationCSVWriter* self);
 
 /// Waits until all fixes so far survive a loss of power; false and an error when that cannot be
-/// promised, as for a stream of the caller's own.
+/// promised, as for the caller's own stream.
 bool ombrix_LocationCSVWriter_sync_(OmbrixLocationCSVWriter* self, OmbrixError** error);
 
-/// The stream that is written to, borrowed from the writer.
+/// The stream that the writer writes to, borrowed from the writer.
 OmbrixOutputStream ombrix_LocationCSVWriter_stream(const OmbrixLocationCSVWriter* self);
 
 #ifdef __cplusplus

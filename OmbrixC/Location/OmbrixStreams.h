@@ -13,8 +13,8 @@ extern "C" {
 typedef struct OmbrixInputStream {
   /// Handed back with every call.
   void* context;
-  /// Puts at most `length` bytes into `buffer`, waiting for the first one. Gives how many: 0 at the
-  /// end, a negative number for a failure.
+  /// Puts at most `length` bytes into `buffer`, waiting for the first one. Returns how many: 0 at
+  /// the end, a negative number for a failure.
   ptrdiff_t (*read)(void* context, uint8_t* buffer, size_t length);
 } OmbrixInputStream;
 

@@ -10,9 +10,9 @@
 extern "C" {
 #endif
 
-/// A request to the product's web service, to be added to its client; what each field means is said
-/// in OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp. Fields are set before it is
-/// added; everything else may be called from any thread.
+/// A request to the product's web service, to be added to its client;
+/// OmbrixCore/Networking/Requests/OmbrixAPIHttpRequestOperation.hpp says what each field means. Set
+/// the fields before it is added; everything else may be called from any thread.
 typedef struct OmbrixAPIHttpRequestOperation OmbrixAPIHttpRequestOperation;
 
 /// A body to send, borrowed for the call; `bytes` is NULL when there is none.
@@ -40,15 +40,15 @@ OmbrixAPIHttpRequestOperation* ombrix_APIHttpRequestOperation_initWithUrl_method
 /// Gives the operation back; NULL is allowed. One that was added goes on.
 void ombrix_APIHttpRequestOperation_release(OmbrixAPIHttpRequestOperation* self);
 
-/// The identity to cancel it by; the caller owns the copy.
+/// The ID for cancelling it; the caller owns the copy.
 char* ombrix_APIHttpRequestOperation_taskID(const OmbrixAPIHttpRequestOperation* self);
 
-/// Where it stands.
+/// Its state.
 OmbrixOperationState ombrix_APIHttpRequestOperation_state(
     const OmbrixAPIHttpRequestOperation* self);
 /// Whether it was cancelled.
 bool ombrix_APIHttpRequestOperation_isCancelled(const OmbrixAPIHttpRequestOperation* self);
-/// Cancels it: its callback is not called any more, but where that is on its way on another
+/// Cancels it: its callback is not called any more, unless that call is on its way on another
 /// thread.
 void ombrix_APIHttpRequestOperation_cancel(OmbrixAPIHttpRequestOperation* self);
 
@@ -61,18 +61,18 @@ bool ombrix_APIHttpRequestOperation_safeForLowData(const OmbrixAPIHttpRequestOpe
 /// Sets it.
 void ombrix_APIHttpRequestOperation_setSafeForLowData_(OmbrixAPIHttpRequestOperation* self,
                                                        bool isSafe);
-/// Whether the request is one of a signed-in user; the token goes with every request all the
-/// same. False at first.
+/// Whether the request needs a signed-in user; every request carries the token all the same. False
+/// at first.
 bool ombrix_APIHttpRequestOperation_usesAuth(const OmbrixAPIHttpRequestOperation* self);
 /// Sets it.
 void ombrix_APIHttpRequestOperation_setUsesAuth_(OmbrixAPIHttpRequestOperation* self,
                                                  bool usesAuth);
-/// Whether stored answers are passed over, which wins over `cacheOnly`; false at first.
+/// Whether stored answers are ignored, which takes precedence over `cacheOnly`; false at first.
 bool ombrix_APIHttpRequestOperation_disableCashe(const OmbrixAPIHttpRequestOperation* self);
 /// Sets it.
 void ombrix_APIHttpRequestOperation_setDisableCashe_(OmbrixAPIHttpRequestOperation* self,
                                                      bool isDisabled);
-/// Whether only a stored answer will do, however old; false at first.
+/// Whether only a stored answer of any age is accepted; false at first.
 bool ombrix_APIHttpRequestOperation_cacheOnly(const OmbrixAPIHttpRequestOperation* self);
 /// Sets it.
 void ombrix_APIHttpRequestOperation_setCacheOnly_(OmbrixAPIHttpRequestOperation* self,

@@ -27,14 +27,14 @@ typedef enum OmbrixAPIEndpoint {
 /// The one instance; borrowed, never released.
 OmbrixServerAPI* ombrix_ServerAPI_sharedInstance(void);
 
-/// Switches the environment; the token and the sessions of the old one are let go of. An
-/// environment out of range stops the program at the next request.
+/// Switches the environment, and releases the token and the sessions of the old one. An environment
+/// out of range stops the program at the next request.
 void ombrix_ServerAPI_changeTo_(OmbrixAPIEndpoint endpoint);
 /// The environment in use.
 OmbrixAPIEndpoint ombrix_ServerAPI_endPoint(const OmbrixServerAPI* self);
 
-/// Uses other servers: base URLs that end in "/". False, and nothing changes, when one is not a
-/// URL.
+/// Uses other servers: base URLs that end in "/". False, without any change, when one of them is
+/// not a URL.
 bool ombrix_ServerAPI_setProduction_staging_development_(OmbrixServerAPI* self,
                                                          const char* production,
                                                          const char* staging,
@@ -49,7 +49,7 @@ char* ombrix_ServerAPI_apiEndpoint(const OmbrixServerAPI* self);
 /// The root of everything else, the base URL; the caller owns the copy.
 char* ombrix_ServerAPI_endpoint(const OmbrixServerAPI* self);
 
-/// Bytes that its caches take on disk.
+/// How many bytes its caches take on disk.
 int64_t ombrix_ServerAPI_cacheSize(OmbrixServerAPI* self);
 /// Removes all answers from the session's cache and the process's shared one.
 void ombrix_ServerAPI_clearCaches(OmbrixServerAPI* self);
@@ -58,20 +58,20 @@ void ombrix_ServerAPI_clearCaches(OmbrixServerAPI* self);
 void ombrix_ServerAPI_addOperation_(OmbrixServerAPI* self,
                                     OmbrixAPIHttpRequestOperation* operation);
 
-/// Cancels everything that is on its way; cancelled operations call nobody.
+/// Cancels all requests in flight; cancelled operations make no calls.
 void ombrix_ServerAPI_cancelAllOperations(OmbrixServerAPI* self);
-/// Cancels the request with an ID, which then calls nobody. An ID that no request has, or text
-/// that is none, does nothing.
+/// Cancels the request with an ID, which then makes no calls. Does nothing for an ID that no
+/// request has, or for a text that is not an ID.
 void ombrix_ServerAPI_cancelRequestWithID_(OmbrixServerAPI* self, const char* id);
 
-/// Waits until no request is on the queue. Not from a handler or callback.
+/// Waits until no request is on the queue. Do not call it from a handler or callback.
 void ombrix_ServerAPI_waitUntilAllOperationsAreFinished(OmbrixServerAPI* self);
 
 /// Whether a request is on the queue, or tracked outside of it.
 bool ombrix_ServerAPI_hasOperations(const OmbrixServerAPI* self);
-/// A request outside of this client begins.
+/// Called when a request outside of this client begins.
 void ombrix_ServerAPI_trackExternalHTTPRequest(OmbrixServerAPI* self);
-/// It ends; more ends than beginnings count as none.
+/// Called when it ends; surplus ends are ignored.
 void ombrix_ServerAPI_completeExternalHTTPRequest(OmbrixServerAPI* self);
 
 /// The token of the signed-in user, a copy that the caller owns; NULL when nobody is signed in.
@@ -79,10 +79,10 @@ char* ombrix_ServerAPI_jwtToken(const OmbrixServerAPI* self);
 /// Sets the token, which is copied; NULL signs out.
 void ombrix_ServerAPI_setJwtToken_(OmbrixServerAPI* self, const char* token);
 
-/// Called on the thread that brings the condition about.
+/// Called on the thread that causes the condition.
 typedef void (*OmbrixServerAPIHandler)(void* context);
 
-/// Whether the login is no longer valid; ended by `clearLoginError` only.
+/// Whether the login is no longer valid; only `clearLoginError` ends this.
 bool ombrix_ServerAPI_loginError(const OmbrixServerAPI* self);
 /// Makes it so, and calls the handler if it was not.
 void ombrix_ServerAPI_triggerLoginError(OmbrixServerAPI* self);
@@ -102,11 +102,11 @@ void ombrix_ServerAPI_clearMaintenanceMode(OmbrixServerAPI* self);
 void ombrix_ServerAPI_setMaintenanceHandler_context_(OmbrixServerAPI* self,
                                                      OmbrixServerAPIHandler handler, void* context);
 
-/// Whether there is a way to the network, or may be one once something is switched on.
+/// Whether the network can be reached, or could be after something is switched on.
 bool ombrix_ServerAPI_isReachable(const OmbrixServerAPI* self);
-/// Whether that way is constrained (Low Data Mode).
+/// Whether the network is constrained (Low Data Mode).
 bool ombrix_ServerAPI_isLimited(const OmbrixServerAPI* self);
-/// Whether that way is metered.
+/// Whether the network is metered.
 bool ombrix_ServerAPI_isExpensive(const OmbrixServerAPI* self);
 
 /// Calls the observer on every change of "hasOperations", "isReachable", "isLimited",
@@ -118,13 +118,13 @@ OmbrixObservation* ombrix_ServerAPI_addObserver_forKeyPath_context_(OmbrixServer
                                                                     void* context);
 
 /// The outcome of a request: the status, or the code of `ombrix_Error_httpStatus`, with the body of
-/// a success, which is not NULL, or with the error of a failure, which knows more. Body and error
-/// are borrowed for the call. Called on a thread of the client's, several at once.
+/// a success, which is not NULL, or with the error of a failure, which has the details. Body and
+/// error are borrowed for the call. Called on the client's threads, on several at once.
 typedef void (*OmbrixServerAPICompletion)(bool success, int code, const uint8_t* body,
                                           size_t length, const OmbrixError* error, void* context);
 
-/// Sends a request and calls the completion once, unless it is cancelled; gives the ID to cancel
-/// it by.
+/// Sends a request and calls the completion once unless it is cancelled; returns the ID for
+/// cancelling.
 ///
 /// @param url An absolute URL, or a path below the base URL.
 /// @param method As in "GET"; another text fails with an error.
@@ -134,16 +134,15 @@ char* ombrix_ServerAPI_requestWithUrl_method_disableCache_payload_completion_con
     OmbrixServerAPI* self, const char* url, const char* method, bool disableCache,
     OmbrixPayload payload, OmbrixServerAPICompletion completion, void* context);
 
-/// The formatter of local times that are exchanged with the service, "yyyy-MM-dd'T'HH:mm:ss" in the
-/// system's time zone at first; the caller owns the handle.
+/// The formatter of local times in requests and answers, "yyyy-MM-dd'T'HH:mm:ss" in the system's
+/// time zone at first; the caller owns the handle.
 OmbrixDateFormatter* ombrix_ServerAPI_localTimezoneFormatter(void);
 
-/// Has another one used from now on, which the caller may release right after; NULL brings the
-/// first one back.
+/// Sets another formatter, which the caller may release right after; NULL restores the first one.
 void ombrix_ServerAPI_setLocalTimezoneFormatter_(const OmbrixDateFormatter* formatter);
 
-/// The sentence to show to the user, in the user's language; the generic one for NULL and for
-/// errors that no request led to. The caller owns the copy.
+/// The sentence to show to the user, in the user's language; a generic one for NULL and for errors
+/// that no request led to. The caller owns the copy.
 char* ombrix_ServerAPI_errorMessageForError_(const OmbrixError* error);
 
 #ifdef __cplusplus

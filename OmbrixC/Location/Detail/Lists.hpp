@@ -13,8 +13,8 @@
 
 namespace ombrix::c {
 
-/// The line of a list that is not given whole, or not at all. Where there is no memory for a line
-/// either, nobody is left to tell.
+/// Logs that a list is not complete, or is missing. If there is no memory for a line, either,
+/// nothing can be reported.
 inline void logMissing(LogTag tag) noexcept {
   try {
     logError(tag, "Data: Error parsing CSV");
@@ -23,8 +23,8 @@ inline void logMissing(LogTag tag) noexcept {
   }
 }
 
-/// A list for a C caller to keep: as much of its beginning as memory holds beside it, and a line in
-/// the log where that is not all. NULL for nothing, and where there is no memory at all.
+/// A list for a C caller to own: as much of its beginning as fits into memory, with a line in the
+/// log if that is not all. NULL for an empty value, and where there is no memory at all.
 /// @param toC Makes an item a C one.
 template <class CItem, class Item>
 std::pair<CItem*, std::size_t> copied(std::optional<std::vector<Item>> items,
@@ -46,7 +46,7 @@ std::pair<CItem*, std::size_t> copied(std::optional<std::vector<Item>> items,
   return {counted(copies), count};
 }
 
-/// What an operation gives; its result's empty value, and a line in the log, where it throws.
+/// The result of an operation; if it throws, its result's empty value and a line in the log.
 template <class Operation>
 auto logging(LogTag tag, Operation operation) noexcept -> decltype(operation()) {
   try {
@@ -57,8 +57,8 @@ auto logging(LogTag tag, Operation operation) noexcept -> decltype(operation()) 
   }
 }
 
-/// Begins work that hands its list to a C caller later. Work that cannot begin is logged, and
-/// answered here with no list.
+/// Begins work that hands its list to a C caller later. If it cannot begin, that is logged, and the
+/// caller gets no list here.
 template <class List, class Begin>
 void completingWith(void (*completion)(List, void*), void* context, LogTag tag,
                     Begin begin) noexcept {

@@ -7,7 +7,7 @@
 
 namespace ombrix::c {
 
-// The C structs lie in memory as the C++ ones do: the same doubles in the same order.
+// The C structs have the memory layout of the C++ ones: the same doubles in the same order.
 
 inline CLLocationCoordinate2D from(const OmbrixCoordinate& coordinate) noexcept {
   return std::bit_cast<CLLocationCoordinate2D>(coordinate);

@@ -10,7 +10,7 @@
 
 namespace ombrix::c {
 
-/// A text that is not a URL stands for one that names no file.
+/// A text that is not a URL counts as one that names no file.
 inline platform::URL urlFrom(const char* url) {
   return platform::URL::parse(textFrom(url)).value_or(*platform::URL::parse("none:"));
 }
@@ -28,7 +28,7 @@ class FunctionInputStream final : public platform::InputStream {
   platform::FileResult<std::size_t> read(std::span<std::byte> buffer) override {
     const auto count = functions_.read(
         functions_.context, reinterpret_cast<std::uint8_t*>(buffer.data()), buffer.size());
-    // A function that tells of more than there was room for is not to be believed.
+    // A function that reports more bytes than there was room for is not to be trusted.
     if (count < 0 || static_cast<std::size_t>(count) > buffer.size()) {
       return fail(platform::FileError(EIO, "read"));
     }

@@ -15,7 +15,7 @@ struct OmbrixAPIHttpRequestOperation {
 
 namespace ombrix::c {
 
-/// The method of a C caller; nothing for a text that names none.
+/// The method that a C caller names; empty for a text that names none.
 inline std::optional<OmbrixServerAPI::HTTPMethod> methodFrom(const char* method) {
   return platform::fromRawValue<OmbrixServerAPI::HTTPMethod>(textFrom(method));
 }
@@ -27,7 +27,7 @@ inline OmbrixServerAPI::Payload from(OmbrixPayload payload) {
 }
 
 inline const std::uint8_t* bytesFrom(platform::DataView data) noexcept {
-  // An empty body is not a missing one.
+  // An empty body differs from a missing one.
   static constexpr std::uint8_t kNothing = 0;
   return data.empty() ? &kNothing : reinterpret_cast<const std::uint8_t*>(data.data());
 }
