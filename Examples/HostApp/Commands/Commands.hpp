@@ -18,7 +18,7 @@ class CommandFailure : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
-/// Each adds one command with its options and help; the command runs when it is parsed.
+/// Each function adds one command with its options and help; the command runs when it is parsed.
 void addDayCommand(CLI::App& app);
 void addDaysCommand(CLI::App& app);
 void addCompareCommand(CLI::App& app);

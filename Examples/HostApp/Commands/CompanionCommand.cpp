@@ -20,13 +20,14 @@ namespace {
 
 constexpr std::array kProperties = {"metricType", "syncPreferences", "extraLogging"};
 
-/// What each storage key takes.
+/// The kind of value that each storage key takes.
 const std::map<std::string, std::vector<std::string>> kMessages = {
     {"units", {"kilometers", "miles", "british"}},
     {"syncPreferences", {"true", "false"}},
     {"enableExtraLogging", {"true", "false"}}};
 
-/// Phone and watch are two processes here, which meet in the group's folder: made when missing.
+/// Phone and watch are two processes here, which meet in the group's folder; it is made when
+/// missing.
 void makeGroupFolder() {
   const auto& files = FileManager::defaultManager();
   if (files.groupContainer()) return;

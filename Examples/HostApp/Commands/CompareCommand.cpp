@@ -30,7 +30,7 @@ struct Line {
   std::optional<double> (*figure)(const DayTotals&);
 };
 
-/// A figure of height; nothing for a day without altitudes.
+/// A figure of height; empty for a day without altitudes.
 std::optional<double> withAltitudes(const DayTotals& day, double figure) {
   return day.minAltitude ? std::optional(figure) : std::nullopt;
 }

@@ -26,7 +26,7 @@ using platform::JSON;
 
 constexpr std::size_t kLeastBar = 6, kMostBar = 24;
 
-/// One season as a table: a day a line, and what they come to.
+/// One season as a table: a line for each day, and the totals.
 /// @param room The columns that it may take.
 std::string table(const Season& season, FigureTexts& figures, std::size_t barColumns,
                   std::size_t room = std::string::npos) {
@@ -62,7 +62,7 @@ std::string table(const Season& season, FigureTexts& figures, std::size_t barCol
   return table.lines(room);
 }
 
-/// The table with bars as wide as the terminal leaves room for.
+/// The table with bars as wide as the terminal allows.
 std::string fittedTable(const Season& season, FigureTexts& figures) {
   std::string lines = table(season, figures, kMostBar);
   std::size_t widest = 0;

@@ -41,7 +41,7 @@ void find(const std::string& pattern, const std::string& path, std::size_t most)
   const auto ranked = rankedByFuzzyScore(lines, query);
   for (std::size_t i = 0; i < ranked.size() && i < most; ++i) {
     const std::string& line = lines[ranked[i].index];
-    // Where the letters are takes a matrix; lines too long for one are shown without marks.
+    // Finding the letters' places takes a matrix; lines too long for one are shown without marks.
     const bool isMarked = line.size() * pattern.size() <= kMostCells;
     fmt::print("{:>4}  {}\n", ranked[i].score,
                isMarked ? markMatch(line, *query.match(line), marks) : line);

@@ -27,11 +27,11 @@ struct Options {
   std::string minimum = "second";
 };
 
-// Beyond, neighbouring numbers differ by more than what is shown.
+// Beyond this, neighbouring doubles differ by more than the shown digits.
 constexpr double kLargestValue = 1e15;
 constexpr double kLongestSpanSeconds = 9e18;
 
-/// Adds an option that takes one of some words.
+/// Adds an option that takes one of several words.
 template <class Choice>
 void addChoice(CLI::App& command, const char* name, std::string& word, const char* description,
                const std::map<std::string, Choice>& choices) {
@@ -45,7 +45,7 @@ void print(const std::optional<platform::NSAttributedString>& text) {
   fmt::print("{}\n", forStandardOutput(*text));
 }
 
-/// The unit in which a bare number is taken.
+/// The unit of a number given without one.
 const char* inputUnit(OmbrixMeasurementFormatter::MeasurementFormat format) {
   using enum OmbrixMeasurementFormatter::MeasurementFormat;
   switch (format) {

@@ -47,7 +47,7 @@ void writeLineString(const std::string& path, std::span<const CLLocation> fixes)
     if (isOnGlobe(fix)) line.coordinates.push_back(fix.coordinate);
   }
   const platform::Data bytes = platform::JSONEncoder().encode(line);
-  // What a write reports, the stream keeps for when it is closed.
+  // The stream keeps a failed write's error until it is closed.
   writeFile(path, [&bytes](const auto& stream) { static_cast<void>(stream->write(bytes)); });
 }
 

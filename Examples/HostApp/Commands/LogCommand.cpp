@@ -41,15 +41,15 @@ std::shared_ptr<platform::DDFileLogger> fileLogger() {
   return nullptr;
 }
 
-// Of one file at a time; ours are much smaller.
+// The most bytes read of one file; ours are much smaller.
 constexpr std::uintmax_t kMostMegabytes = 32;
 constexpr std::uintmax_t kMostBytes = kMostMegabytes << 20;
 
-/// Reads the log's files, the oldest one first, and afterwards what has come since.
+/// Reads the log's files, the oldest one first, and then the lines that have come since.
 class LogReader {
  public:
-  /// The whole lines that were not read yet. A log that others have written to, or a damaged disk,
-  /// is read as far as it can be; of one that has grown out of all proportion, the end.
+  /// The whole lines that were not read yet. A log that others have written to, or that is damaged,
+  /// is read as far as possible; of a far too large one only the end is read.
   std::string read() {
     platform::DDLog::flushLog();
     std::string lines;
@@ -75,7 +75,7 @@ class LogReader {
     std::string bytes(static_cast<std::size_t>(size - offset), '\0');
     file.read(bytes.data(), static_cast<std::streamsize>(bytes.size()));
     bytes.resize(static_cast<std::size_t>(file.gcount()));
-    // A line that is being written is read when it is whole; the last one of all may never be.
+    // A line that is being written is read once it is complete; the very last one may never be.
     const auto end = bytes.rfind('\n');
     if (!isFirstTime) bytes.resize(end == std::string::npos ? 0 : end + 1);
     offset += bytes.size();
@@ -84,7 +84,7 @@ class LogReader {
       fmt::print(stderr, "ombrix: only the last {} MB of {} are shown\n", kMostMegabytes,
                  path.string());
     }
-    std::erase(bytes, '\0');  // of a hole, as a crash may leave one
+    std::erase(bytes, '\0');  // NULs of a hole, as a crash may leave one
     return bytes;
   }
 
@@ -94,7 +94,7 @@ class LogReader {
 void print(std::string_view lines, const Options& options, std::optional<std::size_t> last) {
   auto entries = logEntries(lines);
   const LogLevel least = kLevels.at(options.level);
-  // What no logger has written has no level, and is shown wherever everything is.
+  // Lines that no logger has written have no level, and are shown when all levels are.
   std::erase_if(entries, [&](const LogEntry& entry) {
     return entry.level.value_or(LogLevel::debug) > least;
   });
@@ -116,8 +116,9 @@ void showLog(const Options& options) {
     fmt::print(stderr, "ombrix: there is no log yet; it would be in {}\n",
                logger->logFileManager()->logsDirectory().string());
   }
-  // Lines are appended to files that stay open, of which the system tells nothing before they are
-  // closed; so they are looked at four times a second, until nobody reads any more.
+  // Lines are appended to files that stay open, and the system reports nothing about those before
+  // they are closed. So the files are checked four times a second until nobody reads the output any
+  // more.
   pollfd reader{STDOUT_FILENO, 0, 0};
   while (options.follow && ::poll(&reader, 1, 250) == 0) print(log.read(), options, std::nullopt);
 }

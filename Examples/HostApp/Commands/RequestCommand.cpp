@@ -36,7 +36,7 @@ void printBody(const Data& body, bool isRaw) {
     try {
       text = indented(platform::JSON::parse(body));
     } catch (const platform::JSONError&) {
-      // No document: shown as it came.
+      // It is not a JSON document: shown as it came.
     }
   }
   std::fwrite(text.data(), 1, text.size(), stdout);
@@ -63,8 +63,8 @@ std::shared_ptr<OmbrixAPIHttpRequestOperation> makeRequest(
   return request;
 }
 
-/// Says so when an answer lets itself be waited for: a server that cannot be reached is waited for
-/// half a minute.
+/// Says so when an answer takes long: the wait for a server that cannot be reached lasts half a
+/// minute.
 template <class Value>
 void sayWhatIsWaitedFor(const std::future<Value>& answer, const platform::URL& url) {
   constexpr std::chrono::seconds kSilence{2};
@@ -93,7 +93,7 @@ void run(const Asked& asked) {
   const HTTPExchange exchange = request->exchange();
   if (exchange.response) printAnswer(*exchange.response, exchange.metrics, asked.verbose);
   printBody(ended.body, asked.raw);
-  // The cache writes behind; this process ends at once.
+  // The cache writes later, but this process ends at once.
   OmbrixServerAPI::sharedInstance().session()->configuration().urlCache->flush();
   if (ended.isSuccess) return;
   std::fflush(stdout);

@@ -16,7 +16,7 @@
 namespace ombrix::hostapp {
 namespace {
 
-/// One setting as the command line shows and takes it.
+/// One setting as the command line shows and accepts it.
 struct Setting {
   const char* name;
   std::vector<std::string> values;
@@ -45,7 +45,7 @@ const std::array<Setting, 3>& allSettings() {
   return all;
 }
 
-/// What names a setting on the command line.
+/// The name of a setting on the command line.
 void addName(CLI::App& command, std::string& name) {
   std::vector<std::string> names;
   for (const Setting& setting : allSettings()) names.emplace_back(setting.name);
@@ -59,7 +59,7 @@ const Setting& settingNamed(const std::string& name) {
   throw CLI::ValidationError("NAME", fmt::format("there is no setting {:?}", name));
 }
 
-/// Waits until a change is in the file, and in the cloud where it is synced.
+/// Waits until a change is in the file, and in the cloud if it is synced.
 void bringToDisk(bool isSynced) {
   if (!platform::UserDefaults::standardUserDefaults().synchronize()) {
     throw CommandFailure("the setting could not be saved");
@@ -87,8 +87,8 @@ void watch(unsigned count) {
                                           changed.notify_one();
                                         }));
   }
-  // The settings begin to observe their defaults on the low-priority queue; go there and back
-  // until they do, so that nothing changed from here on is missed.
+  // The settings begin to observe their defaults on the low-priority queue. This waits for that, so
+  // that no later change is missed.
   auto& registering = platform::DispatchQueue::global(platform::DispatchPriority::low);
   while (!platform::UserDefaults::standardUserDefaults().isObserved("enableExtraLogging")) {
     registering.sync([] {});

@@ -27,7 +27,7 @@ void addTrackCommand(CLI::App& app) {
       ->required();
   rewrite->callback([options] {
     Track read = readTrackFile(options->in);
-    // A number that is not finite has no text: its row would be short, and no fix.
+    // A number that is not finite has no text: its row would lack a field, and would not be a fix.
     read.skipped += std::erase_if(read.fixes, [](const CLLocation& fix) { return !isFinite(fix); });
     if (read.fixes.empty()) {
       throw CommandFailure(

@@ -12,13 +12,13 @@
 
 namespace ombrix::hostapp {
 
-/// What is kept of a day that was summarised.
+/// The data kept of a summarised day.
 struct RememberedDay {
   std::string title;
   double startSeconds = 0;  ///< Since 1970.
   double distanceMeters = 0;
-  std::optional<double> descentMeters;  ///< Nothing for a day without altitudes.
-  // Days that an older build has kept are without these.
+  std::optional<double> descentMeters;  ///< Empty for a day without altitudes.
+  // Days kept by an older build lack these.
   std::optional<std::uint64_t> runs;
   std::optional<double> maxSpeedMetersPerSecond;
   std::optional<double> endSeconds;  ///< Of the last fix that counts, since 1970.
@@ -34,24 +34,24 @@ struct RememberedDay {
                              platform::field("end", &RememberedDay::endSeconds));
 };
 
-/// The last days that were summarised, in the list and on the disk alike: in the app group's
-/// container where there is one, else in the application's folder. Programs that do this at once
-/// take turns.
+/// The last days that were summarised; list and disk always agree. They are kept in the app group's
+/// container if there is one, otherwise in the application's folder. Programs that use them at the
+/// same time take turns.
 class RecentDays {
  public:
   static constexpr std::size_t kMostDays = 400;
 
   RecentDays();
 
-  /// Puts a day in front; one with the same start takes the older one's place, unless it is a part
-  /// of it. Days without a fix are not kept. Returns when it is on disk; throws `CommandFailure`
-  /// when it is not kept.
+  /// Adds a day as the latest one; it replaces an older one with the same start, unless it is a
+  /// part of that one. Days without a fix are not kept. Returns when it is on disk; throws
+  /// `CommandFailure` when it is not kept.
   void remember(const RecordedDay& recorded);
 
-  /// The days, the one summarised last first; those whose file is gone are forgotten.
+  /// The days, the last summarised one first; days whose file is gone are forgotten.
   [[nodiscard]] std::vector<RememberedDay> days();
 
-  /// How many days had a file that could not be read when `days` was called last.
+  /// How many days had an unreadable file at the last call of `days`.
   [[nodiscard]] std::size_t unreadable() const noexcept { return unreadable_; }
 
  private:
@@ -60,7 +60,7 @@ class RecentDays {
     explicit Shelf(const platform::URL& url);
 
     [[nodiscard]] std::vector<std::string> keys() const;
-    /// A day, if it is there.
+    /// A day, if it exists.
     [[nodiscard]] std::optional<RememberedDay> day(const std::string& key) const;
     void remove(const std::string& key) const;
 

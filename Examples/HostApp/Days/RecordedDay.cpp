@@ -20,7 +20,7 @@ JSON seconds(std::optional<platform::Date> date) {
   return date ? figure(platform::timeIntervalSince1970(*date)) : JSON();
 }
 
-/// @param hasAltitudes Else there are no figures of height.
+/// @param hasAltitudes False: there are no figures of height.
 void addFigures(JSON::Dictionary& json, const SegmentFigures& figures, bool hasAltitudes) {
   json.set("movingSeconds", figure(figures.movingSeconds));
   json.set("distanceMeters", figure(figures.distanceMeters));
@@ -57,8 +57,8 @@ double RecordedDay::spanSeconds() const {
 
 namespace {
 
-/// The span without breaks longer than a day, in which nobody skis: the recording is of several
-/// days, or of a receiver that took long to know the time.
+/// The span without breaks longer than a day: a recording with such a break is of several days, or
+/// its receiver took long to know the time.
 double activeSeconds(const RecordedDay& recorded) {
   constexpr double kDaySeconds = 24 * 3600;
   double seconds = recorded.spanSeconds();

@@ -10,10 +10,10 @@
 
 namespace ombrix::hostapp {
 
-/// One recording and the day it comes to.
+/// One recording and the day measured from it.
 struct RecordedDay {
   std::string title;        ///< As the user named the file.
-  std::size_t skipped = 0;  ///< Rows and points of the file that are no fix.
+  std::size_t skipped = 0;  ///< Rows and points of the file that are not a fix.
   Day day;
   std::optional<double> kilocalories;  ///< The estimate for the day's span; needs a weight.
   std::string fault = {};              ///< Why the file could not be read whole; empty if it was.
@@ -22,11 +22,11 @@ struct RecordedDay {
   [[nodiscard]] double spanSeconds() const;
 };
 
-/// Measures a recording; speeds that the file does not hold come from its places and times.
+/// Measures a recording; missing speeds are derived from its places and times.
 /// @param weightKilograms The user's weight, for the energy estimate.
 RecordedDay measured(Track track, std::string title, std::optional<double> weightKilograms);
 
-/// The day in SI units; figures that are not there or not finite are null.
+/// The day in SI units; figures that are missing or not finite are null.
 platform::JSON toJSON(const RecordedDay& recorded);
 
 /// A JSON value on one line.

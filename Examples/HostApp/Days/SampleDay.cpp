@@ -15,8 +15,8 @@ constexpr double kBaseAltitudeMeters = 1'620;
 constexpr double kLiftMetersPerSecond = 5;
 constexpr int kLunchSeconds = 35 * 60;
 
-/// Normally distributed numbers that are the same everywhere: the standard's engine is exact,
-/// its distributions are not, so the Box-Muller transform stands here.
+/// Normally distributed numbers that are the same on every machine: the standard specifies its
+/// engine exactly but not its distributions, hence the Box-Muller transform.
 class Noise {
  public:
   explicit Noise(std::uint64_t seed) : engine_(seed) {}
@@ -32,7 +32,7 @@ class Noise {
   std::mt19937_64 engine_;
 };
 
-/// An error that wanders slowly around zero, as a receiver's does.
+/// An error that drifts slowly around zero, like a receiver's.
 class WanderingError {
  public:
   explicit WanderingError(double meters) : meters_(meters) {}

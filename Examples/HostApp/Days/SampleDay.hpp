@@ -9,7 +9,7 @@
 
 namespace ombrix::hostapp {
 
-/// What a made-up day of skiing looks like.
+/// The parameters of a made-up day of skiing.
 struct SampleDayOptions {
   std::uint64_t seed = 20'240'211;  ///< Equal seeds give equal days, on every machine.
   int runs = 12;                    ///< Lift rides, each followed by a run; 1 to 100.
@@ -20,8 +20,8 @@ struct SampleDayOptions {
 /// accuracy under the lift's roof where the speed is unknown).
 std::vector<CLLocation> makeSampleDay(const SampleDayOptions& options);
 
-/// Makes the heart rates of such a day, one every five seconds: higher the faster it goes downhill,
-/// following effort and rest slowly, as hearts do.
+/// Makes the heart rates of such a day, one every five seconds: the faster the descent, the higher
+/// the rate, which follows effort and rest slowly, as hearts do.
 std::vector<HeartRate> makeSampleHeartRates(std::span<const CLLocation> fixes,
                                             std::uint64_t seed = SampleDayOptions{}.seed);
 

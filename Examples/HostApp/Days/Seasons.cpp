@@ -22,7 +22,7 @@ double sum(const std::vector<RememberedDay>& days, Value valueOf) {
 
 /// The years of days, as "2025/26", or with the months of one year, as "2026-01/03".
 /// @param days In the order of their dates, not empty.
-/// @param pattern Of the date: the years, and the months where they are to be named.
+/// @param pattern Of the date: the years, and the months if they are shown.
 std::string nameOf(const std::vector<RememberedDay>& days, const char* pattern) {
   const platform::DateFormatter date(pattern, platform::Locale("en_US_POSIX"));
   const auto dateOf = [&](const RememberedDay& day) {
@@ -70,7 +70,7 @@ std::vector<Season> seasonsOf(std::vector<RememberedDay> days) {
     seasons.back().days.push_back(std::move(day));
   }
   for (Season& season : seasons) season.name = nameOf(season.days, "y");
-  // Those within one year, as on either side of a northern summer.
+  // Seasons within one year, as before and after a northern summer.
   for (std::size_t i = 1; i < seasons.size(); ++i) {
     const std::string name = seasons[i].name;
     if (seasons[i - 1].name.substr(0, name.size()) != name) continue;

@@ -8,8 +8,8 @@
 
 namespace ombrix::hostapp {
 
-/// The days of one winter, wherever it was: the one that goes on across the year's end, or within
-/// the year on the southern half of the globe.
+/// The days of one winter anywhere: across the turn of the year in the north, within a year in the
+/// south.
 struct Season {
   std::string name;  ///< "2023/24", or "2024" for days of one year; of two seasons in
                      ///< one year "2024-01/04" and "2024-12".
@@ -21,8 +21,8 @@ struct Season {
   [[nodiscard]] double maxSpeedMetersPerSecond() const;
 };
 
-/// The days by season, the latest one first: a new season begins where no day was kept for four
-/// months, and a year after its first day at the latest.
+/// The days by season, the latest one first: a new season begins after four months without a day,
+/// and at the latest a year after the season's first day.
 std::vector<Season> seasonsOf(std::vector<RememberedDay> days);
 
 }  // namespace ombrix::hostapp

@@ -23,8 +23,8 @@ namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{256} << 20;  // more than ten million rows
 
-/// The rows of a file that hold two numbers, as the parser wants them: it stops the program at a
-/// row of one field.
+/// The rows of a file that hold two numbers, as the parser requires: it stops the program at a row
+/// of one field.
 /// @param[out] left How many rows hold none.
 std::string wholeRows(const std::string& path, std::size_t& left) try {
   const auto stream = path == "-" ? platform::InputStream::withDescriptor(
@@ -79,7 +79,7 @@ void writeHeartRates(const std::string& path, std::span<const HeartRate> rates) 
   for (const HeartRate& rate : rates) {
     rows += fmt::format("{},{}\n", platform::timeIntervalSince1970(rate.time), rate.beatsPerMinute);
   }
-  // What a write reports, the stream keeps for when it is closed.
+  // The stream keeps a failed write's error until it is closed.
   writeFile(path,
             [&](const auto& stream) { static_cast<void>(stream->write(platform::bytesOf(rows))); });
 }

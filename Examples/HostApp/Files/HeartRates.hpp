@@ -8,8 +8,8 @@
 
 namespace ombrix::hostapp {
 
-/// Reads the finite rates of a heart-rate file in order of time; one that is not there or cannot be
-/// read ends the command.
+/// Reads the finite rates of a heart-rate file in order of time; a missing or unreadable file ends
+/// the command.
 std::vector<HeartRate> readHeartRates(const std::string& path);
 
 /// Writes heart rates as such a file; see `writeFile`.

@@ -23,8 +23,8 @@ using platform::DataView;
 using platform::FileResult;
 using platform::InputStream;
 
-/// A track's bytes from another stream, whose beginning may be looked at before it is read, up to
-/// the largest size of a track.
+/// A track's bytes from another stream, up to the largest size of a track; the beginning can be
+/// examined before it is read.
 class TrackStream final : public InputStream {
  public:
   explicit TrackStream(InputStream& source) : source_(source) {}
@@ -76,7 +76,7 @@ platform::Data readAll(InputStream& stream) {
   platform::Data bytes;
   std::size_t size = 0;
   while (true) {
-    // Not twice as much: a large file leaves little room.
+    // Its capacity does not double: a large file leaves little memory.
     if (bytes.size() < size + kBlockBytes) bytes.resize(size + size / 4 + kBlockBytes);
     const auto count = stream.read(std::span(bytes).subspan(size));
     if (!count) throw CommandFailure(count.error().what());
@@ -120,7 +120,7 @@ void failIfIncomplete(const std::string& path, const std::string& fault) {
 TrackFormat trackFormatOfFileContents(const std::string& path) {
   const auto source = InputStream::withPath(path);
   TrackStream stream(*source);
-  static_cast<void>(stream.open());  // What cannot be read looks like CSV.
+  static_cast<void>(stream.open());  // An unreadable file looks like CSV.
   return trackFormatOfBytes(stream.head());
 }
 

@@ -11,7 +11,7 @@
 namespace ombrix::hostapp {
 namespace {
 
-/// The words of a choice, which stand behind the type in braces: "TEXT:{csv,gpx}".
+/// The words of a choice, which follow the type in braces: "TEXT:{csv,gpx}".
 std::vector<std::string> wordsOf(const std::string& type) {
   const auto begin = type.find('{'), end = type.rfind('}');
   if (begin == std::string::npos || end == std::string::npos) return {};
@@ -42,7 +42,7 @@ OptionHelp optionHelp(const CLI::Option& option) {
   return help;
 }
 
-/// The lines of a footer; those that are set in are examples, to be copied as they are.
+/// The lines of a footer; indented ones are examples, to be copied as they are.
 std::string footerText(const std::string& english) {
   std::istringstream lines(english);
   std::string footer;

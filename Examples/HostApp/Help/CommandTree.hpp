@@ -9,14 +9,14 @@ class App;
 
 namespace ombrix::hostapp {
 
-/// One option or argument as people and shells are told of it, in the user's language.
+/// One option or argument as help texts and shell completions describe it, in the user's language.
 struct OptionHelp {
   std::vector<std::string> names;      ///< "-h", "--help"; for an argument its one name.
-  std::string value;                   ///< What it takes, as in "URL"; empty for a flag.
+  std::string value;                   ///< The kind of its value, as in "URL"; empty for a flag.
   std::vector<std::string> words;      ///< The only words it takes; empty where others are taken.
-  std::vector<std::string> suggested;  ///< Words that a shell offers, though others are taken.
-  std::string initial;                 ///< What counts when it is not given; may be empty.
-  std::string environment;             ///< The variable that stands for it; may be empty.
+  std::vector<std::string> suggested;  ///< Words that a shell offers, although others are accepted.
+  std::string initial;                 ///< The default; may be empty.
+  std::string environment;             ///< Its environment variable; may be empty.
   std::string description;
   bool isRequired = false;
   bool isRepeated = false;
@@ -30,7 +30,7 @@ struct OptionHelp {
   }
 };
 
-/// A command with what it takes, in the order of its definition.
+/// A command with its options and arguments, in the order of their definition.
 struct CommandHelp {
   std::string name;  ///< As in "enable".
   std::string path;  ///< As in "ombrix settings sync enable".
@@ -39,8 +39,8 @@ struct CommandHelp {
   std::vector<CommandHelp> commands;
 };
 
-/// What a command line takes, from the one place where it is defined: help, man page and
-/// completion are written from it.
+/// The commands of the program, read from the one place where they are defined: help, man page and
+/// completion are written from this.
 CommandHelp commandTree(const CLI::App& app);
 
 }  // namespace ombrix::hostapp

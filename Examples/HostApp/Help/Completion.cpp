@@ -18,7 +18,7 @@ std::string replacedAll(std::string text, std::string_view from, std::string_vie
   return text;
 }
 
-/// Within single quotes of a POSIX shell.
+/// The text in single quotes of a POSIX shell.
 std::string quoted(const std::string& text) { return "'" + replacedAll(text, "'", "'\\''") + "'"; }
 
 void forEach(const CommandHelp& command, const std::function<void(const CommandHelp&)>& visit) {
@@ -40,7 +40,7 @@ std::vector<std::string> commandNames(const CommandHelp& command) {
   return names;
 }
 
-/// What bash's compgen is told about a value.
+/// The arguments of bash's compgen for a value.
 std::string compgenFor(const OptionHelp& option) {
   if (!option.offered().empty()) {
     return fmt::format("-W {}", quoted(fmt::format("{}", fmt::join(option.offered(), " "))));
@@ -56,7 +56,7 @@ std::string compgenFor(const OptionHelp& option) {
   return {};
 }
 
-/// What stands at the place of an option's value in zsh.
+/// The description of an option's value for zsh.
 std::string zshValue(const OptionHelp& option, const std::string& name) {
   const std::string message = replacedAll(name, ":", "\\:");
   if (!option.offered().empty()) {
@@ -121,7 +121,7 @@ std::string zshFunction(const CommandHelp& command) {
       functionName(command), arguments, commands, cases);
 }
 
-/// The condition under which fish is at this command and at none below it.
+/// The condition for fish that the command line has reached this command and none below it.
 std::string fishCondition(const CommandHelp& command) {
   std::vector<std::string> names;
   for (std::size_t at = command.path.find(' '); at != std::string::npos;) {

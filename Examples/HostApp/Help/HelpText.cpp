@@ -13,9 +13,10 @@ namespace ombrix::hostapp {
 namespace {
 
 constexpr std::size_t kMostColumns = 100, kLeastColumns = 24;
-constexpr std::size_t kMostNames = 26;  // Longer ones have a line of their own.
+constexpr std::size_t kMostNames = 26;  // Longer names get a line of their own.
 
-/// The bytes of a text's first characters that fit into so many columns, at least one character.
+/// How many bytes the text's first characters take that fit into this many columns, at least one
+/// character.
 std::size_t fittingBytes(std::string_view text, std::size_t columns) {
   std::size_t fits = 0;
   for (std::size_t end = 0; end < text.size();) {
@@ -50,7 +51,7 @@ std::string descriptionOf(const OptionHelp& option) {
   return description;
 }
 
-/// Lines of names to the left and what they mean to the right.
+/// Lines with names on the left and their meaning on the right.
 class Entries {
  public:
   void add(std::string names, std::string meaning) {
@@ -96,7 +97,7 @@ std::string usage(const CommandHelp& command) {
 std::string wrapped(std::string_view text, std::size_t columns, std::size_t indent) {
   std::string lines;
   std::size_t used = 0;  // Columns of the line that is written.
-  // What is set in at the beginning stays.
+  // Indentation at the beginning stays.
   const std::size_t lead = std::min(text.find_first_not_of(' '), text.size());
   lines.append(lead, ' ');
   used = lead;
@@ -142,7 +143,7 @@ std::string helpText(const CommandHelp& command, std::size_t columns) {
       wrapped(command.description, columns) + "\n\n" + wrapped(usage(command), columns, 2) + "\n" +
       arguments.lines(text("Arguments"), columns) + commands.lines(text("Commands"), columns) +
       options.lines(text("Options"), columns);
-  // Examples stay as they are: they are there to be copied.
+  // Examples stay as they are, since users copy them.
   if (!command.footer.empty()) help += "\n" + command.footer + "\n";
   return help;
 }

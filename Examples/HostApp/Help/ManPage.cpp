@@ -11,12 +11,12 @@
 namespace ombrix::hostapp {
 namespace {
 
-/// A text that roff takes as it stands.
+/// The text, escaped for roff.
 std::string roffText(std::string_view text) {
   std::string roff;
   bool isAtLineStart = true;
   for (const char c : text) {
-    // A line that begins so would be a request.
+    // A line that begins with this character would be a request.
     if (isAtLineStart && (c == '.' || c == '\'')) roff += "\\&";
     if (c == '\\') {
       roff += "\\e";
@@ -48,7 +48,7 @@ std::string optionEntries(const CommandHelp& command) {
   std::string entries;
   for (const auto* all : {&command.arguments, &command.options}) {
     for (const OptionHelp& option : *all) {
-      // Every command has it; it is told once.
+      // Every command has it; it is described once.
       if (std::ranges::find(option.names, "--help") != option.names.end()) continue;
       std::string meaning = option.description;
       if (!option.initial.empty()) meaning += fmt::format(" [{}]", option.initial);

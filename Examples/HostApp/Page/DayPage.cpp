@@ -27,20 +27,20 @@ using Format = FigureTexts::Format;
 using DateStyle = FigureTexts::DateStyle;
 using platform::JSON;
 
-constexpr double kMostSteps = 1200;          // Of the cursor: about one a pixel.
+constexpr double kMostSteps = 1200;          // Steps of the cursor: about one for each pixel.
 constexpr std::size_t kMostBytes = 400'000;  // Of a page: lines are made coarser until it fits.
 constexpr double kCoarsest = 8;
 
 std::string label(const char* english) { return escaped(text(english)); }
 
-/// A text whose own direction neither follows nor turns that of the page around it.
+/// A text with its own direction, isolated from that of the page.
 std::string isolated(const std::string& html) { return "<bdi>" + html + "</bdi>"; }
 
 std::string figure(const char* name, const std::string& value) {
   return fmt::format("<div><dt>{}</dt><dd>{}</dd></div>", label(name), value);
 }
 
-/// One page in the making: what its parts need in common.
+/// A page in the making, with the data that its parts share.
 class DayPageWriter {
  public:
   DayPageWriter(const RecordedDay& recorded, double coarseness)
@@ -145,7 +145,7 @@ std::string DayPageWriter::map() {
     legend +=
         fmt::format("<span class=\"legend\"><span class=\"dash\"></span>{}</span>", label("Lift"));
   }
-  // What a phone shows of it: less paper beside a tall track, and larger marks.
+  // The part that a phone shows: less margin beside a tall track, and larger marks.
   const double narrow = map_.narrowWidth(), aside = (map_.width() - narrow) / 2;
   return fmt::format(
       "<section aria-labelledby=\"map\"><div class=\"bar\"><h2 id=\"map\">{}</h2></div><figure>"
@@ -242,7 +242,7 @@ std::string DayPageWriter::footer() {
                      escaped(std::filesystem::path(recorded_.title).filename().string()), fixes);
 }
 
-/// The picture that is shared, 1200 by 630, with colours of its own.
+/// The picture for sharing, 1200 by 630, with colours of its own.
 std::string DayPageWriter::card() {
   const DayTotals& totals = day_.totals;
   constexpr double kSide = 520;
@@ -278,7 +278,7 @@ std::string DayPageWriter::card() {
       coordinate(600 - map_.height() * scale), scale, map_.outline("#67c3e6", "#d8b24e"));
 }
 
-/// The texts of one figure at all steps, each text once.
+/// All steps' texts of one figure, each text once.
 JSON DayPageWriter::column(const std::function<std::string(const DaySample&)>& shown) {
   std::map<std::string, std::size_t> places;
   JSON::Array texts, at;
@@ -326,7 +326,7 @@ std::string DayPageWriter::data() {
              }));
   }
   std::string json = lineOf(data);
-  // Within a script element nothing may look like its end.
+  // Inside a script element no text may look like its end.
   for (std::size_t at = 0; (at = json.find('<', at)) != json.npos;) json.replace(at, 1, "\\u003c");
   return json;
 }
@@ -362,7 +362,7 @@ std::optional<std::string> dayPage(const RecordedDay& recorded) {
 void writeDayPage(const std::string& path, const RecordedDay& recorded) {
   const auto page = dayPage(recorded);
   if (!page) throw CommandFailure("the track has no usable fix, so there is nothing to show");
-  // What a write reports, the stream keeps for when it is closed.
+  // The stream keeps a failed write's error until it is closed.
   writeFile(path, [&](const auto& stream) {
     static_cast<void>(stream->write(platform::bytesOf(*page)));
   });

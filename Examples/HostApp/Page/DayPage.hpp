@@ -7,9 +7,9 @@
 
 namespace ombrix::hostapp {
 
-/// A day as one HTML page that needs nothing else and asks no network: figures, the way from above,
-/// profiles with one cursor, a table of the rides, a picture to share. In the user's units and
-/// language; all figures are made here, the page's script only shows them.
+/// A day as one HTML page that needs no other file and no network: figures, a map of the track,
+/// profiles with a common cursor, a table of the rides, a picture to share. In the user's units and
+/// language; all figures are computed here, and the page's script only shows them.
 ///
 /// @return Nothing for a day without a fix that counts.
 std::optional<std::string> dayPage(const RecordedDay& recorded);

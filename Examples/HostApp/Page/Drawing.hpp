@@ -21,7 +21,8 @@ std::string pathData(std::span<const Point> points);
 /// A number of a drawing in tenths, as short as it can be written.
 std::string coordinate(double value);
 
-/// The least of 1, 2 and 5 times a power of ten that is at least this; `value` is above 0.
+/// The smallest number of the form 1, 2 or 5 times a power of ten that is at least `value`, which
+/// is above 0.
 double niceStep(double value);
 
 }  // namespace ombrix::hostapp

@@ -7,7 +7,7 @@
 
 namespace ombrix::hostapp {
 
-/// A text as it stands in HTML and in attributes between double quotes.
+/// The text, escaped for HTML and for attributes in double quotes.
 std::string escaped(std::string_view text);
 
 /// A styled value in HTML: bold parts in <b>, the others in <i>.

@@ -19,7 +19,7 @@ using Format = FigureTexts::Format;
 constexpr double kWidth = 1000, kHeight = 100;
 constexpr double kTolerance = 0.35;
 constexpr double kMostTicks = 8;
-constexpr double kBreakSeconds = 600;  // Of such a silence nothing is drawn.
+constexpr double kBreakSeconds = 600;  // During such a silence nothing is drawn.
 
 double ratio(double part, double whole) { return whole > 0 ? part / whole : 0; }
 
@@ -29,7 +29,7 @@ std::string tick(double position, const std::string& label) {
                      position > kNearEnd ? ";--by:-100%" : "", escaped(label));
 }
 
-/// The way to each sample; that of each segment is the one that its figures tell.
+/// The distance to each sample; within each segment it adds up to the segment's own figure.
 std::vector<double> waysOf(const Day& day) {
   std::vector<double> ways(day.samples.size());
   double before = 0;
@@ -96,7 +96,7 @@ std::vector<Profiles::Plot> Profiles::plots() const {
   }
   if (!day_.totals.maxAltitude) plots.erase(plots.begin());
   for (Plot& plot : plots) {
-    // Round figures in the user's unit, three or four to a plot.
+    // Round figures in the user's unit, three or four in each plot.
     const double unit = plot.format == Format::heartRate ? 1 : unitSize(plot.format);
     double least = INFINITY, most = -INFINITY;
     for (const DaySample& sample : day_.samples) {

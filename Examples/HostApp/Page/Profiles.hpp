@@ -8,10 +8,10 @@
 
 namespace ombrix::hostapp {
 
-/// What the profiles run over.
+/// The axis of the profiles.
 enum class ProfileAxis { time, distance };
 
-/// Altitude, speed and, where it was recorded, heart rate over time or distance.
+/// Altitude, speed and, if it was recorded, heart rate over time or distance.
 class Profiles {
  public:
   /// @param day With at least one sample; must outlive the profiles, as `figures` must.
@@ -21,7 +21,7 @@ class Profiles {
   /// The plots over one axis, one below the other, with their scales.
   [[nodiscard]] std::string html(ProfileAxis axis) const;
 
-  /// Where a sample stands on an axis, from 0 to 1.
+  /// The place of a sample on an axis, from 0 to 1.
   [[nodiscard]] double position(ProfileAxis axis, std::size_t sample) const;
 
   /// The metres from the day's beginning to a sample, pauses left out as in the day's total.

@@ -18,7 +18,7 @@ constexpr double kTolerance = 0.6;
 constexpr double kLeastHeight = 420, kMostHeight = 900;
 constexpr double kLeastMeters = 200;  // Across: a walk round the car park is not drawn larger.
 constexpr double kBadgeRadius = 13;
-constexpr double kBadgeRoom = 27;  // What a badge takes on a phone, where it is drawn larger.
+constexpr double kBadgeRoom = 27;  // The size of a badge on a phone, where it is drawn larger.
 constexpr double kBadgeApart = 2 * kBadgeRoom;
 constexpr double kMetersPerDegree = 111'195;  // On a sphere of the earth's mean radius.
 
@@ -57,7 +57,7 @@ std::vector<Point> flat(const Day& day) {
   return places;
 }
 
-/// How much of others a badge covers at a place, and they of it: little where only edges meet, as
+/// How much a badge at a place and the others cover each other: little where only edges meet, as
 /// drawn on a phone; much where a number is hidden.
 double overlap(Point place, std::span<const Point> others) {
   double sum = 0;
@@ -94,7 +94,7 @@ TrackMap::TrackMap(const Day& day, FigureTexts& figures, double coarseness)
 }
 
 std::vector<Point> TrackMap::placesOf(const DaySegment& segment) const {
-  // A segment's line goes on to the next one's first fix, so that no gap shows.
+  // A segment's line continues to the next one's first fix, so that there is no gap.
   const std::size_t end = std::min(segment.endSample + 1, places_.size());
   return {places_.begin() + static_cast<std::ptrdiff_t>(segment.firstSample),
           places_.begin() + static_cast<std::ptrdiff_t>(end)};
@@ -150,7 +150,7 @@ std::string TrackMap::elements() const {
 std::string TrackMap::badges() const {
   constexpr std::size_t kStops = 48, kRounds = 6;
   constexpr double kAway = 0.12;   // What half the line from its middle costs, as part of a badge.
-  constexpr double kBeside = 0.6;  // What it costs to stand beside it.
+  constexpr double kBeside = 0.6;  // The cost of a place beside the line.
   struct Badge {
     std::size_t segment;
     std::vector<Point> stops;
@@ -170,7 +170,7 @@ std::string TrackMap::badges() const {
     return place.x > kBadgeRoom && place.x < kWidth - kBadgeRoom && place.y > kBadgeRoom &&
            place.y < height_ - kFoot - kBadgeRoom;
   };
-  // Each gives way to all others in turn: those placed later are not known to the first ones.
+  // Each badge in turn gives way to all others: the first ones did not know those placed later.
   for (std::size_t round = 0; round < kRounds; ++round) {
     for (std::size_t i = 0; i < badges.size(); ++i) {
       Badge& badge = badges[i];

@@ -9,7 +9,7 @@
 
 namespace ombrix::hostapp {
 
-/// The way of a day from above, without tiles: runs coloured by speed, lifts dashed, both numbered.
+/// The track of a day on a map without tiles: runs coloured by speed, lifts dashed, both numbered.
 /// On a day without lifts the walks are coloured, too.
 class TrackMap {
  public:
@@ -26,15 +26,15 @@ class TrackMap {
   /// The part of the drawing's width that a narrow screen shows, in which a tall track fills it.
   [[nodiscard]] double narrowWidth() const noexcept { return narrowWidth_; }
 
-  /// Where a sample lies on the drawing.
+  /// The place of a sample on the drawing.
   [[nodiscard]] const Point& place(std::size_t sample) const { return places_[sample]; }
 
   /// The SVG elements within the root: lines in the classes "run s0" to "run s6", "lift" and
   /// "walk", each group with its segment's index in data-segment, and the numbers.
   [[nodiscard]] std::string elements() const;
 
-  /// The same lines for a small picture: one path a kind, in these colours. Of a day without runs
-  /// and lifts all ways are shown as runs are.
+  /// The same lines for a small picture: one path a kind, in these colours. On a day without runs
+  /// and lifts all tracks are drawn like runs.
   [[nodiscard]] std::string outline(const std::string& runColour,
                                     const std::string& liftColour) const;
 

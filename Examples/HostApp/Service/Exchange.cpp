@@ -17,7 +17,7 @@ using Metrics = platform::URLSessionTaskMetrics;
 using platform::URLError;
 
 constexpr int kTooLong = 413;
-// A sentence of the server's, not a page.
+// The longest text of a server that is shown: a sentence, not a page.
 constexpr std::size_t kLongestMessage = 500;
 constexpr std::size_t kLongestField = 8'192;
 
@@ -43,8 +43,7 @@ std::string shownURL(const platform::URL& url) {
   return text;
 }
 
-/// A text of a server's for a terminal: cut behind a whole character, and without what would steer
-/// the terminal.
+/// A server's text for a terminal: cut after a whole character, and without control characters.
 std::string shownText(std::string_view text, std::size_t longest) {
   const std::string whole = platform::stringFromUTF8Repaired(platform::bytesOf(text));
   std::string shown;
@@ -61,7 +60,7 @@ std::string shownText(std::string_view text, std::size_t longest) {
   return shown;
 }
 
-/// What the server says about a failure, where it says so in our service's manner.
+/// The server's explanation of a failure, if it is in our service's form.
 std::string messageIn(platform::DataView body) {
   try {
     const auto json = platform::JSON::parse(body);
@@ -72,7 +71,7 @@ std::string messageIn(platform::DataView body) {
   }
 }
 
-/// Whether a request failed by a file of the user's, and no server had a part in it.
+/// Whether a request failed because of the user's file, without any server's part.
 bool isOfFile(const URLError& error) {
   using enum URLError::Code;
   return error.code() == fileDoesNotExist || error.code() == fileIsDirectory ||
@@ -85,9 +84,8 @@ void printFields(const platform::HTTPURLResponse& response) {
   }
 }
 
-/// Whether this process may hold less than what TLS and its threads are sure to find room in. What
-/// fails for want of memory tells other causes: files that cannot be read, answers that do not
-/// come.
+/// Whether this process's memory limit is too low for TLS and its threads. When memory is short,
+/// failures name other causes: files that cannot be read, answers that do not come.
 bool isMemoryScarce() {
   constexpr rlim_t kEnough = rlim_t{1} << 30;
   rlimit limit{};
@@ -183,7 +181,7 @@ void printRefusal(const HTTPError& error, bool isVerbose) {
 std::string failureText(const HTTPError& error) {
   const auto* local = error.underlyingError();
   if (local != nullptr && isOfFile(*local)) return local->what();
-  // The sentence may be the server's as well.
+  // The sentence may come from the server as well.
   std::string text = shownText(OmbrixServerAPI::errorMessageForError(&error), kLongestMessage);
   const auto add = [&](std::string_view line) { text.append("\n  ").append(line); };
   if (const auto* transport = error.underlyingError()) add(transport->what());

@@ -10,25 +10,26 @@
 
 namespace ombrix::hostapp {
 
-/// The fields of "Name: value" lines, as often as they are there; one that is none, or would set
+/// The fields of "Name: value" lines, repeated ones too; a line that is not a field, or would set
 /// the token, ends the command.
 platform::HTTPHeaders headersOf(const std::vector<std::string>& lines);
 
-/// The value of a header field as it may be shown: of a token, a password or a cookie its kind and
-/// its length.
+/// The value of a header field in a form that may be shown: for a token, a password or a cookie its
+/// kind and length.
 std::string shownValue(std::string_view name, std::string_view value);
 
-/// What is sent, on standard error, for "-v".
+/// Prints the request on standard error, for "-v".
 void printRequest(const platform::URLRequest& request);
 
-/// Status, origin and time of an answer on standard error; fields and steps as well for "-v".
+/// Prints status, origin and time of an answer on standard error; for "-v" fields and steps as
+/// well.
 void printAnswer(const platform::HTTPURLResponse& response, const HTTPMetrics& metrics,
                  bool isVerbose);
 
-/// The status of the answer that an error stands for, if there was one; fields as well for "-v".
+/// Prints the status of the answer behind an error, if there was one; for "-v" fields as well.
 void printRefusal(const HTTPError& error, bool isVerbose);
 
-/// Why a request has failed, what the server says, and what to do.
+/// Why a request has failed, the server's explanation, and what to do.
 std::string failureText(const HTTPError& error);
 
 }  // namespace ombrix::hostapp

@@ -5,17 +5,17 @@
 
 namespace ombrix::hostapp {
 
-/// How long to wait for a server that takes nothing of what is sent to it.
+/// Decides how long to wait for a server that takes no bytes of a request.
 class Patience {
  public:
   using TimePoint = std::chrono::steady_clock::time_point;
 
   Patience(std::chrono::seconds limit, TimePoint now) : limit_(limit), since_(now) {}
 
-  /// Whether to give up: nothing has been taken for longer than the limit, since the beginning or
-  /// since the body had to begin anew (a redirect).
+  /// Whether to give up: no byte was taken for longer than the limit, since the beginning or since
+  /// the body was restarted (a redirect).
   ///
-  /// @param sentBytes Of the body; a body without bytes counts as not taken until its answer.
+  /// @param sentBytes Bytes of the body; a body without bytes counts as not taken until its answer.
   bool isOver(std::int64_t sentBytes, TimePoint now) {
     if (sentBytes != sentBytes_) {
       sentBytes_ = sentBytes;

@@ -65,7 +65,7 @@ void signIn(std::string login) {
                     .rawData());
 }
 
-/// Takes the bar off the line when the program is interrupted.
+/// Removes the progress bar when the program is interrupted.
 class CleanInterruption {
  public:
   CleanInterruption() : before_(std::signal(SIGINT, &CleanInterruption::end)) {}
@@ -87,7 +87,7 @@ class CleanInterruption {
   void (*const before_)(int);
 };
 
-/// How far an upload is; shared with the session, which may still tell of it after the end.
+/// The progress of an upload; shared with the session, which may still report after the end.
 struct UploadState {
   std::atomic<std::int64_t> sent = 0, expected = 0;
 };
@@ -170,7 +170,7 @@ HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std:
   {
     const CleanInterruption interruption;
     ProgressBar bar(text("Uploading"));
-    // The session itself would wait for a network for a day.
+    // The session itself would wait a day for a network.
     Patience patience(kConnectionTimeout, std::chrono::steady_clock::now());
     while (answer.wait_for(kBarInterval) != std::future_status::ready) {
       bar.show(static_cast<std::size_t>(state->sent), static_cast<std::size_t>(state->expected));

@@ -14,7 +14,7 @@ class App;
 
 namespace ombrix::hostapp {
 
-/// Which web service a command talks to, and as whom.
+/// The web service that a command talks to, and the user.
 struct ServerOptions {
   std::string server;    ///< Its base URL; empty for the environment's own.
   std::string endpoint;  ///< "production", "staging" or "development"; empty to choose.
@@ -25,18 +25,17 @@ struct ServerOptions {
 /// Adds --server, --endpoint, --token and --login.
 std::shared_ptr<ServerOptions> addServerOptions(CLI::App& command);
 
-/// Points the shared client at the service and signs in where that is asked for; failures end the
-/// command.
+/// Points the shared client at the service and signs in if asked to; failures end the command.
 void connect(const ServerOptions& options);
 
 /// Fetches a body; failures end the command with the text for the user.
 platform::Data fetch(std::string_view path);
 
-/// Sends a document and gives the answer's; failures end the command with the text for the user.
+/// Sends a document and returns the answer's; failures end the command with the text for the user.
 platform::JSON post(std::string_view path, platform::Data document);
 
-/// Uploads a file with a bar on standard error; failures, also half a minute in which nothing could
-/// be sent, end the command, after the status of a refusal was shown.
+/// Uploads a file with a progress bar on standard error. A failure, such as half a minute in which
+/// no byte could be sent, ends the command, after the status of a refusal was shown.
 HTTPAnswer uploadFile(const std::string& file, std::string_view path, const std::string& method,
                       platform::HTTPHeaders headers = {}, bool isVerbose = false);
 

@@ -92,7 +92,7 @@ std::string paddedLeft(const std::string& text, std::size_t width) {
   return std::string(width > columns ? width - columns : 0, ' ') + text;
 }
 
-/// Times at the chart's left edge, middle and right edge, as far as there is room.
+/// Times at the chart's left edge, middle and right edge, if there is room.
 std::string timeLine(const Day& day, FigureTexts& figures, std::size_t width) {
   const auto begin = day.samples.front().time, end = day.samples.back().time;
   const auto clock = [&](platform::Date time) {
@@ -125,7 +125,7 @@ std::string dayChart(const Day& day, FigureTexts& figures, std::size_t columns, 
 
   const auto dots = columnsOver(day, width * kDotsAcross);
   const double fastest = day.totals.run.maxSpeedMetersPerSecond;
-  // What is flat stays at the foot, and the lowest point shows a dot.
+  // A flat profile stays at the bottom, and the lowest point shows a dot.
   const double rise = std::max(high - low, 50.0);
   constexpr double kMostDots = kRows * kDotsUp - 1;
   std::string chart;

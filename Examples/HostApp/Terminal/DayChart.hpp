@@ -8,8 +8,8 @@
 namespace ombrix::hostapp {
 
 /// The day's altitudes over time for a terminal, drawn in braille dots: runs coloured by speed,
-/// lifts apart from the rest; with heights and times at its edges. Empty for a day without
-/// altitudes and where there is no room.
+/// lifts in another colour; with heights and times at the edges. Empty for a day without altitudes
+/// and when there is no room.
 /// @param columns How wide it may be.
 std::string dayChart(const Day& day, FigureTexts& figures, std::size_t columns, bool isStyled);
 

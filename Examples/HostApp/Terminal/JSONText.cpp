@@ -10,8 +10,7 @@ namespace {
 
 using platform::JSON;
 
-/// As the coder writes it, with the controls escaped that it may leave: they would steer a
-/// terminal.
+/// As the coder writes it, but with all control characters escaped: they would control a terminal.
 std::string plain(const JSON& json) {
   const platform::Data data = json.rawData();
   const std::string_view text = platform::textOf(data);

@@ -21,7 +21,7 @@ constexpr std::array<std::pair<std::string_view, LogLevel>, 4> kMarks = {{
 constexpr std::string_view kBehindMark = "   ";
 constexpr std::array kLevelNames = {"error", "warning", "info", "debug"};
 
-/// What an entry's first line begins with: two words for the time, a blank, a mark.
+/// The beginning of an entry's first line: two words for the time, a space, a mark.
 struct Beginning {
   std::size_t timeBytes;
   std::size_t messageBegin;
@@ -40,7 +40,7 @@ std::optional<Beginning> beginningOf(std::string_view line) {
   return std::nullopt;
 }
 
-/// Takes the text apart: "... message | [file function]:line".
+/// Parses the text: "... message | [file function]:line".
 void readParts(LogEntry& entry) {
   const auto beginning = beginningOf(entry.text);
   if (!beginning) return;

@@ -7,7 +7,7 @@
 
 namespace ombrix::hostapp {
 
-/// What is put before and behind each matched stretch.
+/// The marks before and after each matched stretch.
 struct MatchMarks {
   std::string_view before, behind;
 

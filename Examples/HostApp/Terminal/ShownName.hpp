@@ -5,8 +5,8 @@
 
 namespace ombrix::hostapp {
 
-/// A file's name, or a line with one in it, as it may be shown: U+FFFD stands for control
-/// characters, which would steer a terminal, but for line ends.
+/// A file's name, or a line with one in it, in a form that may be shown: U+FFFD replaces control
+/// characters other than line ends, since they would control a terminal.
 std::string shownName(std::string_view name);
 
 }  // namespace ombrix::hostapp

@@ -10,7 +10,7 @@ namespace ombrix::hostapp {
 /// An attributed text as a terminal draws it: bold fonts and colours become escape sequences.
 std::string drawnForTerminal(const platform::NSAttributedString& text);
 
-/// For standard output: drawn where it takes style, the plain text elsewhere.
+/// For standard output: styled if it supports that, otherwise the plain text.
 std::string forStandardOutput(const platform::NSAttributedString& text);
 
 /// A text in a colour of its own, for terminals.

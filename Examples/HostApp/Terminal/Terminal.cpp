@@ -72,7 +72,7 @@ void ProgressBar::show(std::size_t done, std::size_t total) {
   const int percent = static_cast<int>(100 * std::min(done, total) / total);
   if (percent == shownPercent_) return;
   shownPercent_ = percent;
-  // Beside the label stand blanks, brackets, the percentage and one free column.
+  // Beside the label there are spaces, brackets, the percentage and one free column.
   constexpr std::size_t kBeside = 10, kMost = 30;
   const std::size_t taken = columnsOf(label_) + kBeside, all = columnsOfTerminal(STDERR_FILENO);
   const std::size_t width = std::min(all > taken ? all - taken : 0, kMost);

@@ -15,15 +15,14 @@ bool terminalTakesAllColours();
 /// Whether standard output is a terminal.
 bool standardOutputIsTerminal();
 
-/// How many columns standard output has: the terminal's, else what COLUMNS says, else 80.
+/// How many columns standard output has: the terminal's, else those of COLUMNS, else 80.
 std::size_t columnsOfStandardOutput();
 
-/// How wide a table may be there: as wide as it is, where no terminal shows it and COLUMNS is
-/// unset.
+/// How wide a table may be there: unlimited if no terminal shows it and COLUMNS is unset.
 std::size_t columnsForTables();
 
-/// A bar on standard error for long work, as wide as there is room; draws only when standard error
-/// is a terminal, and removes itself at the end of its scope.
+/// A progress bar on standard error for long work, as wide as the terminal allows; it draws only on
+/// a terminal, and removes itself at the end of its scope.
 class ProgressBar {
  public:
   explicit ProgressBar(std::string label);
@@ -34,7 +33,7 @@ class ProgressBar {
   /// Shows `done` of `total`; cheap to call often, redraws only when the picture changes.
   void show(std::size_t done, std::size_t total);
 
-  /// Takes the bar away until it is shown the next time, so that other lines can be printed.
+  /// Hides the bar until it is shown the next time, so that other lines can be printed.
   void hide();
 
  private:

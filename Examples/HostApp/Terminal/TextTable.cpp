@@ -23,7 +23,7 @@ std::string withoutEscapes(std::string_view text) {
 }  // namespace
 
 std::size_t columnsOf(std::string_view text) {
-  // fmt pads by the width that terminals give characters, so what it adds tells that width.
+  // fmt pads by the width of characters on terminals, so the padding that it adds tells that width.
   constexpr std::size_t kWide = 4096;
   const std::string plain = withoutEscapes(text);
   return kWide - (fmt::format("{:<{}}", plain, kWide).size() - plain.size());

@@ -67,7 +67,7 @@ std::string FigureTexts::plain(Format format, double number) {
 
 std::string FigureTexts::difference(Format format, double number) {
   const std::string text = plain(format, number);
-  // What rounds to zero has no sign.
+  // A number that rounds to zero has no sign.
   return number > 0 && text != plain(format, 0) ? "+" + text : text;
 }
 

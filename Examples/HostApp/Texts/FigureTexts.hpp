@@ -13,7 +13,7 @@
 
 namespace ombrix::hostapp {
 
-/// How values look: bold numbers, and unit letters in a quieter grey.
+/// The style of values: bold numbers, and unit letters in a quieter grey.
 const platform::NSAttributedString::Attributes& valueAttributes();
 
 /// The figures of a day as the user reads them: units, language, order of a date, and style.
@@ -24,10 +24,10 @@ class FigureTexts {
  public:
   using Format = OmbrixMeasurementFormatter::MeasurementFormat;
 
-  /// How an attributed text becomes the text of a terminal or of a page.
+  /// Converts an attributed text to the text of a terminal or of a page.
   using Rendering = std::string (*)(const platform::NSAttributedString&);
 
-  /// What of a point in time is told.
+  /// The parts of a point in time to show.
   enum class DateStyle {
     day,            ///< "Sunday, February 11, 2024"
     dayAndTime,     ///< the same with the time of day
@@ -47,7 +47,7 @@ class FigureTexts {
   /// A count with the separators of the user's language, styled as a number.
   std::string count(std::size_t number);
 
-  /// A number in its format's input unit without style; empty where it has no text.
+  /// A number in its format's input unit without style; empty if it has no text.
   std::string plain(Format format, double number);
 
   /// The same with a plus sign before what is above zero.
@@ -69,7 +69,7 @@ class FigureTexts {
 /// A count with the separators of the user's language: "13,173".
 std::string countText(std::size_t number);
 
-/// What one of the user's units of a format is in the format's input unit: 1609.344 for miles.
+/// The size of the user's unit of a format in the format's input unit: 1609.344 for miles.
 double unitSize(FigureTexts::Format format);
 
 }  // namespace ombrix::hostapp

@@ -5,8 +5,8 @@
 
 namespace ombrix::hostapp {
 
-/// A text of this program in the user's language; the English text is its key. What the language's
-/// table does not hold stays English. Any thread.
+/// A text of this program in the user's language; the English text is its key. A text that is
+/// missing in the language's table stays English. Any thread.
 std::string text(std::string_view english);
 
 /// The language of `text`, as in "de".
