@@ -14,15 +14,15 @@ namespace {
 
 constexpr double kFarSeconds = 60;    // A neighbour further off gives way to a nearer one.
 constexpr double kChordSeconds = 20;  // Places so far apart tell a way in spite of their noise,
-constexpr double kChordMeters = 40;   // if they are so far apart;
+constexpr double kChordMeters = 40;   // if this many metres apart;
 constexpr double kMostChordSeconds = 60;
-constexpr double kLeastWayMeters = 1000;  // so much of it is needed to judge by,
-constexpr double kLeastShare = 0.5;       // and so much of it true speeds explain.
+constexpr double kLeastWayMeters = 1000;  // this much of it is needed to judge,
+constexpr double kLeastShare = 0.5;       // and true speeds explain this much of it.
 constexpr double kMostShare = 2;          // Skiers turn, but not that much.
 
 double timeOf(const CLLocation& fix) { return platform::timeIntervalSince1970(fix.timestamp); }
 
-/// Whether a fix counts in statistics but for its speed.
+/// Whether a fix would count in statistics if it had a speed.
 bool hasPlace(const CLLocation& fix) {
   CLLocation moving = fix;
   moving.speed = 0;
@@ -40,7 +40,7 @@ std::vector<CLLocation*> placesOf(std::span<CLLocation> fixes) {
   return places;
 }
 
-/// Whether the speeds are the way's, as far as there are any.
+/// Whether the speeds, if any, agree with the distances.
 bool areSpeedsTrue(std::span<CLLocation* const> places) {
   double bySpeed = 0, byPlace = 0, speedWay = 0;
   const CLLocation* anchor = nullptr;

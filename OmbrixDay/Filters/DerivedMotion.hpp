@@ -8,20 +8,20 @@ namespace ombrix {
 
 /// Puts a whole recording in order of time; files hold tracks in any order, newest first too.
 ///
-/// Fixes of the same time stay in their order. Behind all others come fixes without a finite time,
-/// and a few at the beginning (fewer than 64 within ten minutes) that lie more than a day before
-/// the rest: there the device did not know the time.
+/// Fixes of the same time stay in their order. Last come fixes without a finite time, and a few
+/// from the beginning (fewer than 64 within ten minutes) that are more than a day earlier than the
+/// rest: there the device did not know the time.
 ///
 /// @param fixes In any order.
 void sortByTime(std::span<CLLocation> fixes);
 
 /// Gives speed and course to fixes of a recording that lack them, from their neighbours.
 ///
-/// A fix without a valid speed does not count in statistics, so what a file holds as positions and
-/// times only would be lost. A fix off the globe, or too inaccurate for statistics, is passed over.
-/// Speeds that are none are taken for missing: where over a kilometre and more all speeds together
-/// explain less than half of the way between places 20 s apart, or more than twice of it, as zeros
-/// and km/h do.
+/// A fix without a valid speed does not count in statistics, so a file with positions and times
+/// only would give none. A fix off the globe, or too inaccurate for statistics, is skipped.
+/// Implausible speeds count as missing: if over a kilometre and more all speeds together explain
+/// less than half of the distance between places 20 s apart, or more than twice of it, as zeros and
+/// km/h do.
 ///
 /// @param fixes In order of time. A fix between two with speeds gets what lies between these (m/s);
 ///   others get the distance to the fix before over the time between, and the bearing from there.

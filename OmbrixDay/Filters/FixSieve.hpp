@@ -9,7 +9,7 @@
 
 namespace ombrix::detail {
 
-/// A fix that passed the sieve, with what the sieve mended.
+/// A fix that passed the sieve, with the sieve's corrections.
 struct CleanFix {
   double time = 0;              ///< seconds since 1970
   double latitude = 0;          ///< degrees
@@ -23,13 +23,13 @@ struct CleanFix {
   double heartRate = 0;         ///< beats per minute; 0 for none
 };
 
-/// Takes fixes in, lets those through that a day can be measured by, and counts the others.
+/// Takes fixes, passes those on by which a day can be measured, and counts the others.
 ///
 /// A fix is judged by up to three neighbours on either side, so fixes come out three later than
-/// they went in. Positions that leave the line their neighbours draw are dropped; lone altitudes
-/// and speeds far from their neighbours' are replaced by what these say; a lasting jump of the
-/// altitude, faster than anybody falls, is taken out of all altitudes behind it. A fix without an
-/// altitude stays on that of the last one which had it.
+/// they went in. Positions far from the line through their neighbours are dropped; single altitudes
+/// and speeds far from their neighbours' are replaced by their neighbours' values; a lasting jump
+/// of the altitude, faster than a free fall, is subtracted from all later altitudes. A fix without
+/// an altitude gets that of the last one that had it.
 ///
 /// Source: Hampel's identifier (median and median absolute deviation of a moving window) on
 /// residuals against a straight line whose slope is the median of the successive slopes.
@@ -41,7 +41,7 @@ class FixSieve {
   /// @return the fix that has now been judged and passed, if any
   std::optional<CleanFix> push(const FedFix& fed);
 
-  /// After the last fix: those that still wait, one a call, then nothing.
+  /// After the last fix: the fixes that still wait, one for each call, then none.
   std::optional<CleanFix> drain();
 
  private:
@@ -62,7 +62,7 @@ class FixSieve {
   std::array<CleanFix, kRing> ring_;
   std::size_t oldest_ = 0;         ///< First index still in the ring as a neighbour.
   std::size_t next_ = 0;           ///< Next to be judged.
-  std::size_t end_ = 0;            ///< Behind the last one taken in.
+  std::size_t end_ = 0;            ///< One past the last one taken in.
   std::size_t from_ = 0, to_ = 0;  ///< The window around the fix that is being judged.
   double originLatitude_ = 0, originLongitude_ = 0;
   double metersPerDegreeEast_ = 0, metersPerDegreeNorth_ = 0;

@@ -12,8 +12,8 @@ namespace ombrix {
 /// 9999, and it is too slow to leave the globe (11,186 m/s).
 [[nodiscard]] bool isOnGlobe(const CLLocation& fix);
 
-/// Whether a fix tells its altitude. Receivers and files that know none leave 0 with an invalid
-/// vertical accuracy; another altitude counts without one, since few files hold accuracies.
+/// Whether a fix has an altitude. Receivers and files without one leave 0 with an invalid vertical
+/// accuracy; any other altitude counts even without an accuracy, since few files hold accuracies.
 [[nodiscard]] inline bool hasAltitude(const CLLocation& fix) {
   return fix.altitude != 0 || fix.verticalAccuracy >= 0;
 }

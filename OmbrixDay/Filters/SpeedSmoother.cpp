@@ -27,7 +27,7 @@ std::optional<CleanFix> SpeedSmoother::push(const CleanFix& fix) {
   if (end_ >= 3) {
     const double second =
         std::abs(at(end_ - 2).speed - (at(end_ - 3).speed + at(end_ - 1).speed) / 2);
-    // Clipped, so that a single jump says little.
+    // Clipped, so that a single jump has little weight.
     roughness_ += kForgetting * (std::min(second, 4 * roughness_ + 0.1) - roughness_);
   }
   if (end_ - next_ <= kReach) return std::nullopt;
@@ -43,13 +43,13 @@ CleanFix SpeedSmoother::smooth(std::size_t index) const {
   CleanFix fix = at(index);
   fix.speed = fittedSpeed(index);
   auto [from, to] = reach(index, kReach);
-  // At the edge of a gap more fixes on this side of it say what is usual.
+  // At the edge of a gap more fixes on this side of it are used to estimate the usual speed.
   while (from > 0 && to - from < 2 * kReach && end_ - from < kRing &&
          fix.time - at(from - 1).time <= kReachSeconds) {
     --from;
   }
   fix.steadySpeed = fix.speed;
-  // Seldom is it far from the median, and counting is cheaper than sorting.
+  // It is rarely far from the median, and counting is cheaper than sorting.
   const double low = (fix.speed - kJolt) / (1 + kJoltShare);
   const double high = (fix.speed + kJolt) / (1 - kJoltShare);
   std::size_t below = 0, above = 0;
@@ -98,13 +98,13 @@ double SpeedSmoother::fittedSpeed(std::size_t index) const {
     double highest = 0, second = 0, lowest = fix.speed;
     for (std::size_t i = index - 2; i <= index + 2; ++i) {
       const double speed = at(i).speed;
-      // Nobody changes it so fast: a neighbour that is wrong says nothing about this one.
+      // No skier changes speed so fast: a wrong neighbour says nothing about this one.
       if (std::abs(speed - fix.speed) > kWrongSpeed) return fix.speed;
       second = std::max(second, std::min(highest, speed));
       highest = std::max(highest, speed);
       if (i > index - 2 && i < index + 2) lowest = std::min(lowest, speed);
     }
-    // A parabola shoots over where one brakes hard. What only one fix tells is noise.
+    // A parabola overshoots when a skier brakes hard. A value of a single fix is noise.
     return std::clamp(fitted, lowest, std::max(lowest, second));
   }
   const auto [from, to] = reach(index, roughness_ < kVeryRough ? 2 : kReach);

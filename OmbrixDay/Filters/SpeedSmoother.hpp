@@ -9,20 +9,20 @@
 
 namespace ombrix::detail {
 
-/// Smooths the speeds of fixes, as strongly as their noise asks for.
+/// Smooths the speeds of fixes according to their noise.
 ///
-/// The noise is read off the second differences of the speeds. Quiet speeds (a receiver's own)
-/// are fitted by a parabola over five fixes, which keeps the height of a peak (Savitzky and Golay,
-/// 1964); noisy ones (differences of positions) are averaged over up to eleven. The steady speed
-/// is the median of up to eleven where the fitted one is far from it and one of them jumps: a
-/// receiver that catches up with its place within some seconds makes no top speed. Fixes come out
-/// five later than they went in.
+/// The noise is estimated from the second differences of the speeds. Quiet speeds (a receiver's
+/// own) are fitted by a parabola over five fixes, which keeps the height of a peak (Savitzky and
+/// Golay, 1964); noisy ones (differences of positions) are averaged over up to eleven. The steady
+/// speed is the median of up to eleven if the fitted one is far from it and one of them jumps, so
+/// that a receiver which corrects its position within some seconds causes no top speed. Fixes come
+/// out five later than they went in.
 class SpeedSmoother {
  public:
   /// @return the fix that is smooth now, if any
   std::optional<CleanFix> push(const CleanFix& fix);
 
-  /// After the last fix: those that still wait, one a call, then nothing.
+  /// After the last fix: the fixes that still wait, one for each call, then none.
   std::optional<CleanFix> drain();
 
  private:
@@ -33,7 +33,8 @@ class SpeedSmoother {
   [[nodiscard]] CleanFix smooth(std::size_t index) const;
   [[nodiscard]] double fittedSpeed(std::size_t index) const;
   [[nodiscard]] bool isGradual(std::size_t from, std::size_t to) const;
-  /// The first and the last of the fixes around one: at most so many on either side, and near it.
+  /// The first and the last of the fixes around one: at most this many on either side, and close to
+  /// it.
   [[nodiscard]] std::pair<std::size_t, std::size_t> reach(std::size_t index,
                                                           std::size_t most) const;
 

@@ -20,8 +20,8 @@ struct FedFix {
 /// A fix that follows the one before closely passes at once. One that jumps ahead, and the first of
 /// all, waits until `kWitnesses` fixes follow each other behind the jump; those whose time the
 /// recording takes back before that are outliers. So neither a receiver that does not know the time
-/// yet nor a few wrong times in the middle cost any other fix. Behind a jump of more than a day
-/// `kFarWitnesses` are asked for, or ten minutes.
+/// yet nor a few wrong times in the middle cost any other fix. After a jump of more than a day
+/// `kFarWitnesses` fixes are required, or ten minutes.
 class TimeSieve {
  public:
   static constexpr std::size_t kWitnesses = 8;

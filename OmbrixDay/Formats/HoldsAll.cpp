@@ -15,7 +15,7 @@ namespace {
 using detail::PointSequence;
 using detail::TrackPoint;
 
-// What the formats round or cut. Two devices are never that near to each other for long.
+// The amounts that formats round or truncate. Two devices never agree that closely for long.
 constexpr double kSeconds = 1e-3, kDegrees = 2e-6, kMeters = 2e-3, kFigure = 2e-3, kCourse = 0.11,
                  kAccuracy = 0.11;
 
@@ -79,7 +79,7 @@ bool holdPoint(std::span<const Point> mine, const TrackPoint& other) {
 }
 
 bool holdsPoints(const std::vector<Point>& mine, const std::vector<Point>& others) {
-  constexpr std::size_t kMostAtOnce = 1'000;  // Of more of one time nothing is said.
+  constexpr std::size_t kMostAtOnce = 1'000;  // More points of one time are not compared.
   std::size_t first = 0;
   for (const Point& other : others) {
     while (first < mine.size() && mine[first].seconds < other.seconds - kSeconds) ++first;

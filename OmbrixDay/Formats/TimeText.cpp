@@ -9,7 +9,7 @@
 namespace ombrix::detail {
 namespace {
 
-/// Reads digits off the front of a text.
+/// Reads digits at the front of a text and removes them.
 std::optional<int> takeDigits(std::string_view& text, std::size_t count) {
   if (text.size() < count) return std::nullopt;
   int value = 0;

@@ -29,7 +29,7 @@ constexpr Ending kEndings[] = {
     {".geojson", TrackFormat::geoJSON}, {".json", TrackFormat::geoJSON}, {".fit", TrackFormat::fit},
 };
 
-/// What a track's last row is, behind which no line end stands.
+/// The kinds of a track's last row if no line end follows it.
 enum class LastRow { whole, cut, cutInItsLastNumber };
 
 LastRow lastRow(std::string_view row) {
@@ -49,7 +49,7 @@ LastRow lastRow(std::string_view row) {
     if (!platform::doubleFromText(field)) return LastRow::cut;
     if (likeWriters == column && decimals(field) == kWritersDecimals[column]) ++likeWriters;
   }
-  // Of a row in our writer's own shape it can be told.
+  // A row in our own writer's form shows whether it is complete.
   const bool isCut = row.empty() && likeWriters == kColumns - 1;
   return isCut ? LastRow::cutInItsLastNumber : LastRow::whole;
 }

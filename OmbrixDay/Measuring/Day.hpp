@@ -12,22 +12,22 @@
 
 namespace ombrix {
 
-/// What one does for a while. Raw values: "run", "lift", "pause", "walk".
+/// The kinds of a day's segments. Raw values: "run", "lift", "pause", "walk".
 enum class SegmentKind : std::uint8_t {
   run,    ///< Downhill, pauses on the slope included.
   lift,   ///< Carried uphill, stops of the lift included.
   pause,  ///< At rest, or no recording for more than ten minutes.
-  walk,   ///< Everything else under one's own power: climbing, pushing, queueing.
+  walk,   ///< All other motion under one's own power: climbing, pushing, queueing.
 };
 
-/// What became of the fixes of a recording.
+/// How many fixes of a recording were used or left out.
 struct FixCounts {
   std::size_t read = 0;             ///< Fixes fed in.
   std::size_t used = 0;             ///< Fixes that the day is measured by.
   std::size_t offTheGlobe = 0;      ///< Left out: see `isOnGlobe`.
   std::size_t inaccurate = 0;       ///< Left out: not accurate enough for statistics.
   std::size_t repeated = 0;         ///< Left out: not later than the fix before.
-  std::size_t outliers = 0;         ///< Left out: far off the line that the neighbours draw.
+  std::size_t outliers = 0;         ///< Left out: far from the line through the neighbours.
   std::size_t beyondLimit = 0;      ///< Left out: the day holds as many fixes as it can.
   std::size_t mendedAltitudes = 0;  ///< Used, with an altitude taken from the neighbours.
   std::size_t mendedSpeeds = 0;     ///< Used, with a speed taken from the neighbours.
@@ -68,7 +68,7 @@ struct DaySegment {
   SegmentKind kind = SegmentKind::pause;
   int number = 0;  ///< From 1 among the segments of its kind.
   platform::Date begin, end;
-  std::size_t firstSample = 0, endSample = 0;  ///< Its samples; the end is behind the last one.
+  std::size_t firstSample = 0, endSample = 0;  ///< Its samples; the end is one past the last one.
   double beginAltitude = 0, endAltitude = 0;   ///< metres, without the altimeter's jumps
   double slopeDegrees = 0;                     ///< Mean slope, up is positive; 0 for a pause.
   SegmentFigures figures;
@@ -79,11 +79,11 @@ struct DaySegment {
 
 /// The figures of a whole day.
 struct DayTotals {
-  std::optional<platform::Date> begin, end;  ///< Nothing when no fix is used.
+  std::optional<platform::Date> begin, end;  ///< Empty when no fix is used.
   std::size_t runs = 0, lifts = 0;
   SegmentFigures all;  ///< Of all segments; pauses add their time only.
   SegmentFigures run, lift, pause, walk;
-  /// Metres; nothing when no fix tells its altitude: then there is no ascent or descent either.
+  /// Metres; empty when no fix has an altitude; then there is no ascent or descent, either.
   std::optional<double> minAltitude, maxAltitude;
 
   /// The figures of one kind.

@@ -19,11 +19,11 @@ struct HeartRate {
   friend bool operator==(const HeartRate&, const HeartRate&) = default;
 };
 
-/// What a fix changed.
+/// The changes that a fix caused.
 struct DayChange {
   std::size_t samples = 0;      ///< Samples added by this call.
   std::size_t newSegments = 0;  ///< Segments at the end of `segments()` that are new and final.
-  bool kindChanged = false;     ///< `current()` answers something else than before.
+  bool kindChanged = false;     ///< `current()` has changed.
 };
 
 /// Measures a day fix by fix: filters, runs and lifts, verticals. How, says docs/day.md.
@@ -33,7 +33,7 @@ struct DayChange {
 ///     measurer.finish();
 ///     const Day day = measurer.takeDay();
 ///
-/// The same fixes give the same day, whatever is asked in between. A fix takes constant time on
+/// The same fixes give the same day, whatever is called in between. A fix takes constant time on
 /// average and about 80 bytes. One thread at a time.
 class DayMeasurer {
  public:
@@ -45,22 +45,22 @@ class DayMeasurer {
   DayMeasurer(DayMeasurer&&) noexcept;
   DayMeasurer& operator=(DayMeasurer&&) noexcept;
 
-  /// Takes the next fix, in the order of recording, with the heart rate at that time, if known. One
-  /// without an altitude (see `hasAltitude`) counts as one on the altitude of the last that had it;
-  /// from those before the first altitude to it nothing is climbed.
+  /// Takes the next fix, in the order of recording, with the heart rate at that time, if known. A
+  /// fix without an altitude (see `hasAltitude`) gets that of the last one that had it; no climb is
+  /// counted between fixes before the first altitude and that one.
   DayChange feed(const CLLocation& fix, std::optional<double> heartRate = std::nullopt);
 
-  /// Ends the recording: all segments become final. Later fixes are a new recording behind them.
+  /// Ends the recording: all segments become final. Later fixes are a new recording after them.
   DayChange finish();
 
-  /// The segments that no later fix changes any more. Valid until the next call.
+  /// The segments that no later fix can change. Valid until the next call.
   [[nodiscard]] std::span<const DaySegment> segments() const;
 
-  /// Final segments and, behind them, what the fixes since look like so far: what a watch shows.
+  /// The final segments followed by preliminary ones for the fixes since, as a watch shows them.
   /// Takes time in proportion to the fixes since the last final segment.
   [[nodiscard]] std::vector<DaySegment> segmentsSoFar() const;
 
-  /// What one seems to be doing now; nothing before the first seconds are known.
+  /// The kind of the present motion; empty until the first seconds are known.
   [[nodiscard]] std::optional<SegmentKind> current() const;
 
   /// The totals over `segmentsSoFar()`, and the time it takes.
@@ -71,7 +71,7 @@ class DayMeasurer {
   /// One for each used fix; valid until the next call.
   [[nodiscard]] std::span<const DaySample> samples() const;
 
-  /// The whole day; the measurer is as new afterwards.
+  /// The whole day; afterwards the measurer is empty again.
   [[nodiscard]] Day takeDay();
 
  private:
@@ -79,8 +79,8 @@ class DayMeasurer {
   std::unique_ptr<State> state_;
 };
 
-/// Measures a whole recording. A fix without an altitude counts as one on the line between the
-/// altitudes before and behind it.
+/// Measures a whole recording. A fix without an altitude gets one on the line between the altitudes
+/// before and after it.
 ///
 /// @param fixes In the order of recording.
 /// @param heartRates In order of time; a fix takes the last one at most 15 seconds older.

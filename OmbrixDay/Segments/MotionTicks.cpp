@@ -6,7 +6,7 @@
 namespace ombrix::detail {
 namespace {
 
-// A receiver that reports no motion at all although the positions move is not believed.
+// A receiver's speed is ignored if it reports no motion at all although the positions move.
 constexpr double kSurelyMovingMetersPerSecond = 3;
 constexpr double kLeastShare = 0.3;
 constexpr double kForgetting = 1.0 / 128;  // Share of the newest deviation in their mean.
@@ -90,7 +90,7 @@ Motion MotionTicks::motionAround(std::size_t index) const {
   const auto displacement = [this](std::size_t a, std::size_t b) {
     return length(at(b).east - at(a).east, at(b).north - at(a).north);
   };
-  // Without what the noise of both ends adds to a distance on average.
+  // The distance without the average amount that noise at both ends adds.
   const auto way = [&](std::size_t a, std::size_t b) {
     const double seen = displacement(a, b);
     return std::sqrt(std::max(0.0, seen * seen - 2 * (at(a).variance + at(b).variance)));

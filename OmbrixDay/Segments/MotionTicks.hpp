@@ -11,19 +11,20 @@ namespace ombrix::detail {
 /// Length of a tick, the step in which motion is judged, seconds.
 inline constexpr double kTickSeconds = 5;
 
-/// How one moved around a tick.
+/// The motion around a tick.
 struct Motion {
   double speed = 0;          ///< m/s over ground, by displacement or by the receiver
   double verticalSpeed = 0;  ///< m/s, up is positive
   double straightness = 1;   ///< displacement over path, 0 to 1
 };
 
-/// Averages fixes over ticks and tells the motion around each tick.
+/// Averages fixes over ticks and computes the motion around each tick.
 ///
 /// Averaging takes white noise out of positions; what stays is judged over two ticks to either
 /// side, so a motion is known two ticks late. Ticks without a fix are filled along the straight
-/// line between their neighbours: in a cabin without reception one still rides a lift. What noise
-/// adds to the way between two ticks is taken off, by how far fixes lie off their neighbours' line.
+/// line between their neighbours: in a cabin without reception the lift ride goes on. The length
+/// that noise adds to the distance between two ticks is subtracted, estimated by how far fixes lie
+/// from their neighbours' line.
 class MotionTicks {
  public:
   /// Starts again at a time (seconds); ticks count from here.
@@ -58,7 +59,7 @@ class MotionTicks {
   std::size_t count_ = 0;   ///< Fixes in the open tick.
   std::size_t open_ = 0;    ///< Index of the open tick.
   std::size_t closed_ = 0;  ///< Ticks in the ring so far.
-  std::size_t told_ = 0;    ///< Motions told so far.
+  std::size_t told_ = 0;    ///< Motions handed out so far.
   std::array<Tick, kRing> ring_;
 };
 

@@ -32,7 +32,7 @@ class SegmentDecoder {
   /// Decides all ticks that are pending and starts again.
   void finish(std::vector<SegmentKind>& decided);
 
-  /// What the newest tick looks like so far.
+  /// The likeliest kind of the newest tick so far.
   [[nodiscard]] SegmentKind likeliest() const;
 
   [[nodiscard]] std::size_t pending() const { return ticks_ - decided_; }

@@ -11,13 +11,12 @@
 
 namespace ombrix::detail {
 
-/// A place of a line; what is not there is `kNone`.
+/// A place of a line; missing parts are `kNone`.
 struct GeoJSONPosition {
   double longitude = kNone, latitude = kNone, altitude = kNone;
 };
 
-/// The figures of a line that stand beside its positions, one list each: those of `Sensor` and
-/// these.
+/// The figures of a line beside its positions, one list each: those of `Sensor` and these.
 enum GeoJSONFigure : std::size_t {
   kSpeed = kSensors,
   kCourse,
@@ -26,7 +25,7 @@ enum GeoJSONFigure : std::size_t {
   kGeoJSONFigures
 };
 
-/// What the lists are called: first as they are written, then by others.
+/// The names of the lists: first our own, then those of other programs.
 inline constexpr std::pair<std::string_view, std::size_t> kGeoJSONFigureNames[] = {
     {"heartRates", kHeartRate},
     {"cadences", kCadence},
@@ -50,10 +49,10 @@ using GeoJSONFigures = std::array<std::vector<double>, kGeoJSONFigures>;
 void keep(Track& track, const GeoJSONPosition& position, double secondsSince1970,
           std::span<const double, kGeoJSONFigures> figures);
 
-/// Reads a document that no reader of JSON takes: places and times are found by their shape,
-/// whatever the brackets and names around them have become. A damaged one costs its own point; of
-/// more damage, so that nobody can tell which time belongs to which place, those between are left
-/// out and counted. Linear.
+/// Reads a document that no JSON reader accepts: places and times are found by their shape, even if
+/// the brackets and names around them are damaged. A damaged place or time costs its own point.
+/// With more damage, when it is unclear which time belongs to which place, the points in between
+/// are left out and counted. Linear.
 void readDamagedGeoJSON(std::string_view document, Track& track);
 
 }  // namespace ombrix::detail

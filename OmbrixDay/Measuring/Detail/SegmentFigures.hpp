@@ -7,16 +7,17 @@
 
 namespace ombrix::detail {
 
-/// Speeds say nothing of the way over a longer step, nor of whether one moved all the while.
+/// Over a longer step speeds say nothing about the distance, nor about whether the skier moved all
+/// the time.
 inline constexpr double kSpeedGapSeconds = 5;
 
-/// What the day has taught about the altimeter's noise, and with it the turnaround.
+/// The altimeter's noise as the day has shown it, and the turnaround that follows from it.
 class AltitudeNoise {
  public:
   /// Learns from the altitudes of a pause.
   void learn(std::span<const DaySample> pause);
 
-  /// The least swing that counts as a climb or a drop, metres.
+  /// The smallest swing that counts as a climb or a drop, metres.
   [[nodiscard]] double turnaround() const;
 
  private:
@@ -24,9 +25,9 @@ class AltitudeNoise {
   bool knows_ = false;
 };
 
-/// The altitude where a stretch passes into the next one. At a pause it is the mean over the rest,
-/// which neither the noise's crests nor its troughs shift; from a lift into a run it is the height
-/// of the smoothed crest.
+/// The altitude at the boundary of two stretches. At a pause it is the mean over the rest, which
+/// neither the noise's crests nor its troughs shift; from a lift into a run it is the height of the
+/// smoothed crest.
 /// @param after Null at the end of the day; `before` null at its beginning; never both.
 double altitudeBetween(const Stretch* before, const Stretch* after,
                        std::span<const DaySample> samples);
@@ -35,13 +36,13 @@ double altitudeBetween(const Stretch* before, const Stretch* after,
 DaySegment measured(const Stretch& stretch, double beginAltitude, double endAltitude,
                     double turnaround, std::span<const DaySample> samples);
 
-/// Adds a segment to the totals; altitudes and numbers are left alone.
+/// Adds a segment to the totals; altitudes and numbers do not change.
 void addToTotals(DayTotals& totals, const DaySegment& segment);
 
 /// Metres since the day's beginning at a time. `after` is the first sample then or later.
 double distanceAt(std::span<const DaySample> samples, std::size_t after, double time);
 
-/// Where one was around a time.
+/// The place around a time.
 struct Around {
   double altitude = 0;
   CLLocationCoordinate2D place;

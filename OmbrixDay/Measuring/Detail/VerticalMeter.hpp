@@ -4,8 +4,8 @@ namespace ombrix::detail {
 
 /// Adds up climbs and drops between two known altitudes, turning round only after a swing.
 ///
-/// A swing smaller than the turnaround is noise and counts as nothing. Whatever comes between,
-/// ascent less descent is the difference of the two known altitudes.
+/// A swing smaller than the turnaround is noise and counts as nothing. Ascent minus descent always
+/// equals the difference of the two known altitudes.
 class VerticalMeter {
  public:
   /// @param begin metres  @param turnaround metres, more than 0
