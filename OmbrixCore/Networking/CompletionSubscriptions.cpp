@@ -14,7 +14,7 @@ void CompletionSubscriptions::add(const std::shared_ptr<Call>& call) {
   });
 }
 
-/// Forgets a call; null when it is over.
+/// Takes a call off the list; null when it is over.
 std::shared_ptr<CompletionSubscriptions::Call> CompletionSubscriptions::take(
     const platform::UUID& id) {
   const auto forgotten = cancellablesLocker_.sync([&]() OMBRIX_REQUIRES(cancellablesLocker_) {

@@ -6,7 +6,7 @@ void OmbrixServerAPI::startPathMonitor() {
   networkMonitor_->setPathUpdateHandler([weak = weak_from_this()](const platform::NWPath& path) {
     if (const auto self = weak.lock()) self->pathChanged(path);
   });
-  // Nobody observes yet: the flags say what is from the beginning.
+  // Nobody observes yet, so the flags hold the first state without an announcement.
   pathChanged(networkMonitor_->currentPath());
   networkMonitor_->start();
 }

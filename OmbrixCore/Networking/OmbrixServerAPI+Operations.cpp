@@ -65,8 +65,8 @@ void OmbrixServerAPI::waitUntilAllAnswersAreDelivered() {
   }
   waitUntilAllOperationsAreFinished();
   flows_->waitUntilNoneIsLeft();
-  // Each delivery was posted before its operation had finished; one that is under way may post what
-  // came meanwhile.
+  // Each delivery was posted before its operation had finished; a delivery that is running may post
+  // the outcomes that came meanwhile.
   for (int round = 0; round < 2; ++round) {
     std::binary_semaphore isReached{0};
     dispatchQueue()->asyncBarrier([&] { isReached.release(); });

@@ -59,11 +59,12 @@ ServerRequests::APIPublisher<HTTPAnswer> ServerRequests::publisher(std::string_v
   return publisherOf(operation, std::move(payload));
 }
 
-/// Publishes what comes of an operation; null stands for text that is no URL.
+/// Publishes an operation's outcome; null stands for a text that is not a URL.
 ServerRequests::APIPublisher<HTTPAnswer> ServerRequests::publisherOf(
     const std::shared_ptr<OmbrixAPIHttpRequestOperation>& operation, Payload payload) {
   const auto& queue = OmbrixServerAPI::dispatchQueue();
-  // Also delivered there, or a completion would run before its caller has the ID.
+  // This failure is delivered there, too: otherwise a completion would run before its caller has
+  // the ID.
   if (!operation) {
     return APIPublisher<HTTPAnswer>::fail(HTTPError::badRequestError()).receiveOn(queue);
   }

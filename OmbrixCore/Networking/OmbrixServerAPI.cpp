@@ -87,7 +87,7 @@ void OmbrixServerAPI::setConfiguration(ServerConfiguration configuration) {
 }
 
 void OmbrixServerAPI::letGoOfSessions() {
-  // Operations hold the session that they were made for, so nothing under way is cut off.
+  // Operations hold the session that they were made for, so no running request is cut off.
   std::shared_ptr<URLSession> session, backgroundSession;
   const platform::LockGuard lock(sessionMutex_);
   session.swap(session_);
@@ -124,8 +124,8 @@ URLSessionConfiguration OmbrixServerAPI::mainConfiguration() {
   configuration.timeoutIntervalForRequest = kRequestTimeoutSeconds;
   configuration.timeoutIntervalForResource = kResourceTimeoutSeconds;
   configuration.waitsForConnectivity = true;
-  // Kept from one session to the next: answers lie under their whole URL, so those of another
-  // environment are never served.
+  // It stays from one session to the next: answers are stored under their whole URL, so those of
+  // another environment are never served.
   if (!cache_) {
     const auto folder =
         FileManager::defaultManager().cache().appendingPathComponent(kCacheFolder, true);

@@ -55,7 +55,8 @@ ErrorResponse responseFrom(platform::DataView data) {
   }
 }
 
-/// More lenient than the decoder: what is no list has no messages, and what is no text gives one.
+/// More lenient than the decoder: a value that is not a list has no messages, and an item that is
+/// not a text gives one in its JSON form.
 ErrorResponse responseFrom(const platform::JSON& json) {
   ErrorResponse response;
   if (const auto* errors = json["errors"].dictionary()) {

@@ -44,8 +44,8 @@ std::chrono::steady_clock::time_point steadyNow() {
 
 }  // namespace
 
-/// Hears of one attempt. Its operation lets go of it at its end: without an answer there will be
-/// none.
+/// Receives the outcome of one attempt. The operation releases it at its end; if no answer has come
+/// by then, none will.
 class RequestFlow::Attempt final : public platform::Subscriber<HTTPAnswer, HTTPError> {
  public:
   Attempt(std::weak_ptr<RequestFlow> flow, const void* operation)
@@ -122,7 +122,8 @@ void RequestFlow::start(const Operation& operation) {
   HTTPRequestOperationPublisher(operation).receive(attempt);
 }
 
-/// The operation of the attempt under way, which is over; null where that is another one, or none.
+/// Takes the operation of the running attempt, which is over; null if another attempt is running,
+/// or none.
 RequestFlow::Operation RequestFlow::take(const void* attempt) {
   const platform::LockGuard lock(lock_);
   return operation_.get() == attempt ? std::exchange(operation_, nullptr) : nullptr;
@@ -147,7 +148,7 @@ void RequestFlow::ended(const void* attempt, RequestInterceptor::Answer answer) 
     report.code = answer.error().cause() != nullptr ? answer.error().cause()->code : 0;
     next = nextAfter(*operation, answer.error());
   }
-  // Before anybody hears of the pause: it is reckoned from now on.
+  // Before anyone is told of the pause, since it begins now.
   const auto at = platform::deadlineAfter(next ? next->pause : Seconds());
   if (next) report.next = next->pause;
   if (policies_) {
@@ -203,7 +204,7 @@ void RequestFlow::awaitToken(const OmbrixAPIHttpRequestOperation& refused, Opera
                             std::move(goOn));
 }
 
-/// An operation has let go of its attempt.
+/// An operation has released its attempt.
 void RequestFlow::vanished(const void* attempt) {
   if (!take(attempt)) return;
   const auto self = shared_from_this();
@@ -222,7 +223,7 @@ void RequestFlow::deliver(const RequestInterceptor::Answer& answer) {
   flows_->remove(*this);
 }
 
-/// Ends it, once: whom to tell.
+/// Ends the flow, once; returns the subscriber to tell.
 RequestFlow::AnySubscriber RequestFlow::finish() {
   Operation operation;
   platform::EventToken pause;

@@ -41,7 +41,8 @@ void TokenRefreshes::await(const TokenRefresher& refresher, std::uint64_t enviro
       running->second->waiters.push_back(std::move(waiter));
       return;
     }
-    // What a refresh brings is stored before it is taken off the list: nobody misses both.
+    // The new token is stored before the refresh is taken off the list, so that every caller finds
+    // one of the two.
     const auto token = OmbrixServerAPI::sharedInstance().jwtToken(environment);
     hasToken = token && *token != refused;
     if (token == refused) {
@@ -51,7 +52,7 @@ void TokenRefreshes::await(const TokenRefresher& refresher, std::uint64_t enviro
     }
   }
   if (begun) return begin(begun);
-  waiter(hasToken);  // without one the user has signed out meanwhile
+  waiter(hasToken);  // without a token the user has signed out meanwhile
 }
 
 void TokenRefreshes::begin(const std::shared_ptr<Refresh>& refresh) {
@@ -82,7 +83,7 @@ Async<void> TokenRefreshes::run(std::shared_ptr<TokenRefreshes> self,
     std::string fresh = co_await std::move(work);
     token = std::move(fresh);
   } catch (...) {
-    // Its text is a host's, and may hold the token.
+    // The exception's text is the host's, and may contain the token.
     logWarning(kTag, "Web: Could not refresh the token");
   }
   auto end = [self, refresh, token = std::move(token)]() mutable {
@@ -101,7 +102,7 @@ void TokenRefreshes::finish(const std::shared_ptr<Refresh>& refresh,
   }
   auto& client = OmbrixServerAPI::sharedInstance();
   if (token && !token->empty()) client.setJwtToken(std::move(token), refresh->environment);
-  // An answer, or a new login, may have brought another one all the same.
+  // An answer or a new login may have brought another token all the same.
   const auto current = client.jwtToken(refresh->environment);
   const bool hasToken = current && *current != refresh->refused;
   if (current == refresh->refused) client.triggerLoginError();

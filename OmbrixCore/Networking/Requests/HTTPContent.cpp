@@ -45,7 +45,7 @@ std::shared_ptr<const BytesSource> bytes(std::string_view text) {
   return std::make_shared<const BytesSource>(SharedData(platform::dataFrom(text)));
 }
 
-/// Bodies of known lengths, one behind the other.
+/// Bodies of known lengths, one after the other.
 class JoinedSource final : public HTTPBodySource {
  public:
   void add(std::shared_ptr<const HTTPBodySource> source) {
@@ -71,7 +71,7 @@ class JoinedSource final : public HTTPBodySource {
   std::expected<std::size_t, URLError> read(std::int64_t offset,
                                             std::span<std::byte> buffer) const override {
     if (offset >= length_) return 0;
-    // The last one that begins there or before; one that is empty begins where the next one does.
+    // The last piece that begins there or earlier; an empty piece begins where the next one does.
     const auto after = std::ranges::upper_bound(pieces_, offset, {}, &Piece::start);
     const auto end = after == pieces_.end() ? length_ : after->start;
     const auto& piece = *std::prev(after);
@@ -113,7 +113,7 @@ void appendToForm(std::string& text, std::string_view value) {
   }
 }
 
-/// A name between quotes: what would end it, or the line, is escaped, as browsers do.
+/// A name in quotes: characters that would end it, or the line, are escaped, as browsers do.
 std::string inQuotes(std::string_view name) {
   std::string text = "\"";
   for (const char c : name) {

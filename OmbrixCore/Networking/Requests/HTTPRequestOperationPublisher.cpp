@@ -37,8 +37,8 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
       operation = asked_ ? std::move(asked_) : operation_.lock();
     }
     if (!operation) return;
-    // From now on the operation keeps the delivery alive, and not the other way round: it lets go
-    // of it at its end, or when it goes because nobody is left to run it.
+    // From now on the operation keeps the delivery alive, and not the other way round: it releases
+    // the delivery at its end, or when it is destroyed because nobody is left to run it.
     operation->setCombineCallback(
         [delivery = Delivery(shared_from_this())](bool success, int code,
                                                   std::optional<platform::Data> data) {
@@ -89,7 +89,7 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     downstream->receiveCompletion(Completion::finished());
   }
 
-  /// The executor is not going to: nobody downstream can be reached any more.
+  /// The executor will not run the job: nobody downstream can be reached any more.
   void drop() { release(true); }
 
  private:
@@ -110,8 +110,8 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
                                            .transportError = std::move(exchange.error)}));
   }
 
-  /// What the operation holds. When it lets go of it without a call, the answer will never come:
-  /// the subscriber is let go as well, whose own waits end with that.
+  /// The completion that the operation holds. If the operation releases it without a call, the
+  /// answer will never come: the subscriber is released as well, which ends its own waits.
   struct Delivery {
     explicit Delivery(std::shared_ptr<Inner> target) : inner(std::move(target)) {}
     Delivery(Delivery&&) noexcept = default;
@@ -123,7 +123,7 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
     std::shared_ptr<Inner> inner;
   };
 
-  /// @param evenAnswered Whether an outcome that is on its way does not arrive.
+  /// @param evenAnswered Whether an outcome that is on its way must not arrive.
   void release(bool evenAnswered) {
     AnySubscriber released;
     const platform::LockGuard lock(lock_);
@@ -134,7 +134,7 @@ class HTTPRequestOperationPublisher::Inner final : public platform::Subscription
   const std::shared_ptr<platform::Executor> executor_;
   platform::FutexLock lock_;
   std::shared_ptr<HttpRequestOperation> asked_ OMBRIX_GUARDED_BY(lock_);  // until there is demand
-  AnySubscriber downstream_ OMBRIX_GUARDED_BY(lock_);  // null once it was served or cancelled
+  AnySubscriber downstream_ OMBRIX_GUARDED_BY(lock_);  // null after the end or a cancellation
   Demand demand_ OMBRIX_GUARDED_BY(lock_) = Demand::none();
   bool isAnswered_ OMBRIX_GUARDED_BY(lock_) = false;
   std::optional<Outcome> outcome_ OMBRIX_GUARDED_BY(lock_);  // on its way
