@@ -73,7 +73,7 @@ AsyncOperation::OperationState AsyncOperation::setState(auto decide) {
     return state = decide(state);
   });
   if (before == after) return OperationState::finished;
-  std::shared_ptr<NSOperation> keepAlive;  // an observer may let go of it
+  std::shared_ptr<NSOperation> keepAlive;  // an observer may drop the last reference
   if (isObserved()) {
     platform::detail::PoolJob::goesOn();
     keepAlive = weak_from_this().lock();
@@ -81,7 +81,7 @@ AsyncOperation::OperationState AsyncOperation::setState(auto decide) {
         "state", [&](auto key) { return valueIn(before, key); },
         [&](auto key) { return valueIn(after, key); });
   }
-  // A queue has nothing to do for one that begins.
+  // A queue has nothing to do when an operation begins.
   if (after == OperationState::finished) announceEnd();
   return after;
 }

@@ -33,8 +33,8 @@ constexpr const char* kExtraLoggingKey = "enableExtraLogging";
 
 constexpr std::string_view kUnitSystems[] = {"kilometers", "miles", "british"};
 
-/// A unit system that does not exist is used as it is, and measures like kilometers; somebody
-/// misspelt it.
+/// Logs an unknown unit system, which is probably misspelt. It is used as it is, and measures like
+/// kilometers.
 void noteUnitSystem(std::string_view unitSystem) {
   if (unitSystem.empty() || std::ranges::find(kUnitSystems, unitSystem) != std::end(kUnitSystems)) {
     return;
@@ -60,7 +60,7 @@ std::string readMetricType() {
 }
 
 std::optional<std::string> metricTypeOfCompanion() {
-  // A new instance may have taken the channel away meanwhile.
+  // A new instance may have removed the channel meanwhile.
   const auto channel = SettingsTables::shared().wormhole();
   if (!channel) return std::nullopt;
   const auto message = channel->messageWithIdentifier(OmbrixSettings::keyFromGetter("metricType"));
@@ -69,13 +69,13 @@ std::optional<std::string> metricTypeOfCompanion() {
   return *message->text();
 }
 
-/// The unit system as a thread has read it last, without a companion: asked for with every value
-/// that is formatted, it is good while neither the defaults nor the tables have changed since.
-/// Plain bytes, which a thread has without making or ending them; longer texts, which are no unit
-/// system, are read each time.
+/// A thread's cached unit system, without a companion, since every formatted value asks for it. It
+/// is valid until the defaults or the tables change. It consists of plain bytes, which need no
+/// construction or destruction in each thread. Longer texts, which cannot be a unit system, are not
+/// cached.
 class LastRead {
  public:
-  std::uint64_t defaults = 0, tables = 0;  // their revisions; of the defaults none is 0
+  std::uint64_t defaults = 0, tables = 0;  // their revisions; that of the defaults is never 0
 
   void keep(std::uint64_t defaultsRead, std::uint64_t tablesRead, std::string_view text) {
     if (text.size() > kMostCharacters) return;
@@ -87,7 +87,7 @@ class LastRead {
 
   [[nodiscard]] std::string copy() const {
     std::string text;
-    // Always all of them: so the copy has a length that the compiler knows, and calls nobody.
+    // Always copies all of them: the compiler knows the length, so it needs no call.
     text.resize_and_overwrite(kMostCharacters, [this](char* place, std::size_t) {
       std::ranges::copy(text_, place);
       return length_;
@@ -104,8 +104,8 @@ class LastRead {
 
 constinit thread_local LastRead lastRead;
 
-/// Tells the log of failures of the user defaults. They may be met while logging is set up, which
-/// reads a setting: then another thread has to wait for that.
+/// Logs failures of the user defaults. They may occur while logging is set up, which reads a
+/// setting: then another thread logs them afterwards.
 void logDefaultsFailure(const std::string& message) {
   const auto log = [message] {
     logError({"OmbrixCore/Settings/OmbrixSettings+Core", "registerCoreSettings"},
@@ -122,7 +122,7 @@ bool readBool(std::string_view property) {
 }  // namespace
 
 void OmbrixSettings::registerCoreSettings() {
-  // First: whatever follows may meet a file that cannot be read.
+  // First, since the next steps may find a file that cannot be read.
   UserDefaults::standardUserDefaults().setErrorHandler(logDefaultsFailure);
   registerMappings({{"metricType", kUnitsKey},
                     {"syncPreferences", kSyncPreferencesKey},
@@ -157,7 +157,7 @@ void OmbrixSettings::announceLocale() {
 void OmbrixSettings::maskViaWormhole() { maskVia(OmbrixWormhole()); }
 
 void OmbrixSettings::maskVia(std::shared_ptr<platform::MessageChannel> channel) {
-  auto previous = channel;  // one that is replaced ends outside the lock
+  auto previous = channel;  // a replaced channel ends outside the lock
   const auto mappings = SettingsTables::shared().change([&](SettingsTables::Contents& contents) {
     contents.wormhole.swap(previous);
     return contents.settingsMappings;
@@ -175,7 +175,7 @@ std::string OmbrixSettings::metricType() const {
   if (SettingsTables::hasWormhole()) {
     if (auto sent = metricTypeOfCompanion()) return *std::move(sent);
   }
-  // Before what they stand for is read: what changes meanwhile is then read again.
+  // The revisions come first: a value that changes meanwhile is then read again.
   const std::uint64_t tables = SettingsTables::revision();
   const std::uint64_t defaults = UserDefaults::standardUserDefaults().revision();
   if (lastRead.defaults == defaults && lastRead.tables == tables) return lastRead.copy();

@@ -28,7 +28,7 @@ SettingsTables& tables() { return SettingsTables::shared(); }
 UserDefaults& defaults() { return UserDefaults::standardUserDefaults(); }
 NSUbiquitousKeyValueStore& cloud() { return NSUbiquitousKeyValueStore::defaultStore(); }
 
-// Property names are identifiers: no other letters occur at their beginning.
+// Property names are identifiers, so they begin with an ASCII letter.
 constexpr char lowered(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
 constexpr char raised(char c) { return c >= 'a' && c <= 'z' ? static_cast<char>(c - 32) : c; }
 
@@ -40,7 +40,7 @@ OmbrixSettings& OmbrixSettings::shared() {
   return instance;
 }
 
-/// What tests put in the place of the shared instance.
+/// Tests' replacement of the shared instance.
 std::atomic<OmbrixSettings*>& OmbrixSettings::substitute() {
   static constinit std::atomic<OmbrixSettings*> instance{nullptr};
   return instance;

@@ -23,11 +23,11 @@ namespace ombrix {
 
 /// The settings of the program and its extensions.
 ///
-/// Each setting is a property, named apart from the storage key under which its value lies in the
-/// standard user defaults; chosen storage keys are mirrored to the user's cloud store while sync
-/// is on. Observers watch properties by name (`observe`): every change of a stored value, from any
-/// writer, reaches them once as a will/did pair, on the thread that changed the defaults. Observing
-/// a name that is not registered is logged, once for each name.
+/// Each setting is a property with a name of its own; its value is stored in the standard user
+/// defaults under a storage key; chosen storage keys are mirrored to the user's cloud store while
+/// sync is on. Observers watch properties by name (`observe`): every change of a stored value, from
+/// any writer, reaches them once as a will/did pair, on the thread that changed the defaults.
+/// Observing a name that is not registered is logged, once for each name.
 ///
 /// The settings below are the library's own; a program adds its own with `Setting`.
 ///
@@ -52,7 +52,7 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   // Kept: spelled so, with "Toi". Callers, also those of the C interface, know it by this name.
   [[nodiscard]] bool hasSyncedToiCloudBefore() const;
 
-  /// Turns sync off; what is in the cloud stays there.
+  /// Turns sync off; values in the cloud stay there.
   void disableSync();
 
   /// Removes every synced key from the cloud store and has it synchronize; `syncPreferences` stays
@@ -74,7 +74,7 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   /// @name Names
   /// @{
 
-  /// False for mapped properties: their changes are announced by what happens to the defaults.
+  /// False for mapped properties: their changes are announced when the defaults change.
   static bool automaticallyNotifiesObserversForKey(std::string_view name);
 
   /// The storage key of a property; "--", under which nothing is stored, when it has none.
@@ -91,14 +91,14 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   /// @name Registering
   /// @{
 
-  /// Adds storage keys to those that are mirrored; a key may be there more than once.
+  /// Adds storage keys to those that are mirrored; a key may be added more than once.
   void registerSyncedPreferenceKeys(const std::vector<std::string>& keys);
 
   /// Maps properties to storage keys, at once, and observes the keys in the standard user
   /// defaults, later, on the global queue of low priority: changes before that are not announced.
   void registerMappings(const std::vector<Mapping>& mappings);
 
-  /// Adds values, by storage key, that are read where nothing is set.
+  /// Adds default values by storage key.
   void registerDefaults(const platform::PropertyList::Dictionary& defaults);
 
   /// @}
@@ -109,7 +109,7 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   /// the cloud store, which is not told to synchronize.
   void saveBool(bool value, std::string_view key);
 
-  /// The same for any value; nothing removes the key.
+  /// The same for any value; without a value it removes the key.
   void saveObject(std::optional<platform::PropertyList> value, std::string_view key);
 
   /// Announces a change of the storage key `keyPath` as one of its property, before or after the
@@ -122,31 +122,31 @@ class OmbrixSettings final : public platform::KeyValueObserving<platform::Proper
   /// @{
 
   /// Registers the three settings below, their defaults and the synced key, follows changes of the
-  /// locale, and has failures of the user defaults logged. To be called once, at start-up.
+  /// locale, and logs failures of the user defaults. Call it once, at start-up.
   ///
-  /// The unit system is by default the one for the current locale.
+  /// The default unit system is the one for the current locale.
   void registerCoreSettings();
 
-  /// The unit system that goes with a locale: "british" for "en_GB", else "kilometers" or "miles",
-  /// as the locale measures.
+  /// The unit system of a locale: "british" for "en_GB", otherwise "kilometers" or "miles",
+  /// depending on how the locale measures.
   static std::string unitSystemForLocale(const platform::Locale& locale);
 
-  /// For the host to call when the user has changed the locale: the locale service looks it up
-  /// again and tells everybody (`LocaleService::localeDidChange`); observers of the unit system
-  /// read it again, unless one is stored.
+  /// For the host to call when the user has changed the locale: the locale service reads it again
+  /// and tells its observers (`LocaleService::localeDidChange`); observers of the unit system read
+  /// it again, unless one is stored.
   void localeDidChange();
 
-  /// Prefers the companion's unit system to the stored one from now on, and tells observers of
-  /// every mapped property when the companion sends a value, on a thread of the channel's. There
-  /// is no way back. The channel is `OmbrixWormhole()`.
+  /// From now on prefers the companion's unit system to the stored one, and tells observers of
+  /// every mapped property when the companion sends a value, on one of the channel's threads. This
+  /// cannot be undone. The channel is `OmbrixWormhole()`.
   void maskViaWormhole();
 
   /// The unit system, "kilometers", "miles" or "british": the companion's where `maskViaWormhole`
-  /// was called and the companion has sent one, else the stored one, else the default; empty
-  /// before `registerCoreSettings`. Cheap enough to be asked for every value that is formatted.
-  /// Another unit system is logged, once, and measures like "kilometers".
+  /// was called and the companion has sent one, else the stored one, else the default; empty before
+  /// `registerCoreSettings`. Cheap enough to call for every formatted value. Another unit system is
+  /// logged, once, and measures like "kilometers".
   [[nodiscard]] std::string metricType() const;
-  /// Nothing brings the default back.
+  /// Without a value the default counts again.
   void setMetricType(std::optional<std::string_view> metricType);
 
   /// Whether changes of synced keys go to the cloud; true by default.

@@ -14,7 +14,7 @@ namespace ombrix {
 /// Whether a setting is mirrored to the user's cloud store while sync is on.
 enum class Synced : bool { no, yes };
 
-/// A setting of a program's own, beside those of the library: a property of
+/// A program's own setting, in addition to those of the library: a property of
 /// `OmbrixSettings::shared()` with a type, a storage key and a default.
 ///
 ///     Setting<bool> showLifts{"showLifts", "app.showLifts", true, Synced::yes};
@@ -32,8 +32,8 @@ template <class Value>
            std::same_as<Value, double> || std::same_as<Value, std::string>
 class Setting {
  public:
-  /// @param name The property's, by which it is observed; an identifier.
-  /// @param key Under which the value is stored.
+  /// @param name The property's name, by which it is observed; an identifier.
+  /// @param key The key under which the value is stored.
   Setting(std::string name, std::string key, Value defaultValue, Synced synced = Synced::no)
       : name_(std::move(name)), key_(std::move(key)) {
     auto& settings = OmbrixSettings::shared();
@@ -47,7 +47,7 @@ class Setting {
   [[nodiscard]] const std::string& name() const noexcept { return name_; }
   [[nodiscard]] const std::string& key() const noexcept { return key_; }
 
-  /// The stored value, else the default.
+  /// The stored value, otherwise the default.
   [[nodiscard]] Value get() const {
     const auto& defaults = platform::UserDefaults::standardUserDefaults();
     if constexpr (std::same_as<Value, bool>) return defaults.boolForKey(key_);
@@ -62,14 +62,15 @@ class Setting {
   /// returns.
   void set(Value value) { OmbrixSettings::shared().saveObject(std::move(value), key_); }
 
-  /// Brings the default back.
+  /// Removes the stored value, so that the default counts again.
   void reset() { OmbrixSettings::shared().saveObject(std::nullopt, key_); }
 
-  /// Calls the handler with the new value after each change, by whomever, from now on and until the
-  /// token ends.
+  /// From now on calls the handler with the new value after each change by anyone, until the token
+  /// ends.
   template <std::invocable<Value> Handler>
   [[nodiscard]] platform::ObservationToken observe(Handler handler) const {
-    // By the key: the settings begin to observe a new name a moment later, on a queue.
+    // This observes the key: the settings begin to observe a new name only a moment later, on a
+    // queue.
     return platform::UserDefaults::standardUserDefaults().observe(
         key_, platform::KeyValueObservingOptions::none,
         [self = *this, handler = std::move(handler)](const auto&) mutable { handler(self.get()); });

@@ -11,10 +11,10 @@
 
 namespace ombrix {
 
-/// What one settings object observes. Observing begins later, on a queue: the object must not go
-/// while that is under way, and what is observed must end with it.
+/// The observations of one settings object. They begin later, on a queue: the object must not be
+/// destroyed meanwhile, and they must end with it.
 struct OmbrixSettings::Registrations {
-  /// Before work for the object is posted; false once the object goes.
+  /// Called before work for the object is posted; false once the object is being destroyed.
   bool begin() {
     const platform::LockGuard lock(mutex_);
     if (hasEnded_) return false;
@@ -22,7 +22,7 @@ struct OmbrixSettings::Registrations {
     return true;
   }
 
-  /// When that work is done.
+  /// Called when that work is done.
   void finish() {
     const platform::LockGuard lock(mutex_);
     --underWay_;
@@ -34,7 +34,7 @@ struct OmbrixSettings::Registrations {
     tokens_.push_back(std::move(token));
   }
 
-  /// Waits until all that was begun is done.
+  /// Waits until all work that was begun is done.
   void wait() {
     const platform::LockGuard lock(mutex_);
     changed_.wait(mutex_, [&]() OMBRIX_REQUIRES(mutex_) { return underWay_ == 0; });

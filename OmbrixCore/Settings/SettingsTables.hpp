@@ -16,8 +16,8 @@
 
 namespace ombrix {
 
-/// What all settings objects of the process share. Any thread: readers may come while settings are
-/// still being registered.
+/// The tables that all settings objects of the process share. Any thread: readers may come while
+/// settings are still being registered.
 class SettingsTables {
  public:
   struct NameHash {
@@ -37,7 +37,7 @@ class SettingsTables {
 
   static SettingsTables& shared();
 
-  /// Runs a closure on the contents, alone; it must not call out.
+  /// Runs a closure on the contents under the lock; it must not call out.
   template <class Closure>
   auto change(Closure&& closure) {
     const platform::LockGuard lock(mutex_);
@@ -66,7 +66,7 @@ class SettingsTables {
   }
 
  private:
-  /// Publishes what readers look at without a lock, once the contents are what they will be.
+  /// Publishes the parts that readers read without a lock, once the contents are final.
   struct Changed {
     explicit Changed(const Contents& changed) : contents(changed) {}
     ~Changed() {
@@ -78,7 +78,7 @@ class SettingsTables {
 
   mutable platform::Mutex mutex_;
   Contents contents_ OMBRIX_GUARDED_BY(mutex_);
-  // The process has these tables once; so readers find them without asking for the instance.
+  // The process has these tables only once, so readers find them without the instance.
   static constinit inline std::atomic<std::uint64_t> revision_{0};
   static constinit inline std::atomic<bool> hasWormhole_{false};
 };

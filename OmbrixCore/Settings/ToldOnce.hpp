@@ -9,10 +9,11 @@
 
 namespace ombrix {
 
-/// Remembers what was told already, so that a mistake in a loop does not fill the log. Any thread.
+/// Remembers which texts were logged already, so that a mistake in a loop does not fill the log.
+/// Any thread.
 class ToldOnce {
  public:
-  /// Whether a text is met for the first time; not when there were very many.
+  /// Whether a text comes for the first time; always false after very many texts.
   bool isNews(std::string_view text) {
     constexpr std::size_t kMaximum = 64;
     const platform::LockGuard lock(mutex_);

@@ -17,7 +17,7 @@ struct CleanFix {
   double east = 0, north = 0;   ///< metres from the first fix, on a plane at its latitude
   double altitude = 0;          ///< metres, without spikes, steps taken out
   double recordedAltitude = 0;  ///< metres, without spikes, steps left in
-  bool knowsAltitude = false;   ///< Else the altitudes are those of the last fix that did, or 0.
+  bool knowsAltitude = false;   ///< False: altitudes of the last fix that did, or 0.
   double speed = 0;             ///< m/s, without spikes
   double steadySpeed = 0;       ///< m/s, also without the jolts of several fixes of bad positions
   double heartRate = 0;         ///< beats per minute; 0 for none

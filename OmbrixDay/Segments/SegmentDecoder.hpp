@@ -38,7 +38,7 @@ class SegmentDecoder {
   [[nodiscard]] std::size_t pending() const { return ticks_ - decided_; }
 
  private:
-  using Backs = std::array<std::uint8_t, kKinds>;  ///< The best state before, of each state.
+  using Backs = std::array<std::uint8_t, kKinds>;  ///< For each state the best previous one.
 
   void decideUpTo(std::size_t tick, std::size_t state, std::vector<SegmentKind>& decided);
 

@@ -64,7 +64,7 @@ class CodingPathChain {
 
     /// The texts must live as long as this step.
     void setKey(std::string_view key) noexcept { key_ = key; }
-    /// A key that messages do not show. A step with entries has no other keys.
+    /// Sets a key that messages do not show. A step with entries has no other keys.
     void setEntry(std::string_view key) noexcept {
       key_ = key;
       isContent_ = true;

@@ -36,7 +36,7 @@ class Directories {
   /// of that name in `library` if it exists; otherwise empty.
   [[nodiscard]] virtual std::optional<URL> containerForGroup(std::string_view group) const = 0;
 
-  /// Lets the host set a group's folder, which need not exist yet; an empty value removes the
+  /// Lets the host set a group's folder, which need not exist yet; without a folder it removes the
   /// setting.
   virtual void setContainerForGroup(std::string_view group, std::optional<URL> container) = 0;
 };

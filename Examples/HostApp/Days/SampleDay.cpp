@@ -177,7 +177,7 @@ std::vector<CLLocation> makeSampleDay(const SampleDayOptions& options) {
 std::vector<HeartRate> makeSampleHeartRates(std::span<const CLLocation> fixes, std::uint64_t seed) {
   constexpr std::size_t kEvery = 5;
   constexpr double kResting = 84, kPerMeterPerSecond = 5.2, kHighest = 176;
-  constexpr double kFollowing = 0.07;  // Of the way to the effort's rate, every five seconds.
+  constexpr double kFollowing = 0.07;  // share of the way to the effort's rate in five seconds
   Noise noise(seed);
   WanderingError wandering(3);
   std::vector<HeartRate> rates;

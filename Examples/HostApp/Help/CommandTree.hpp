@@ -13,7 +13,7 @@ namespace ombrix::hostapp {
 struct OptionHelp {
   std::vector<std::string> names;      ///< "-h", "--help"; for an argument its one name.
   std::string value;                   ///< The kind of its value, as in "URL"; empty for a flag.
-  std::vector<std::string> words;      ///< The only words it takes; empty where others are taken.
+  std::vector<std::string> words;      ///< The only words it accepts; empty if any are.
   std::vector<std::string> suggested;  ///< Words that a shell offers, although others are accepted.
   std::string initial;                 ///< The default; may be empty.
   std::string environment;             ///< Its environment variable; may be empty.

@@ -28,7 +28,7 @@ using DateStyle = FigureTexts::DateStyle;
 using platform::JSON;
 
 constexpr double kMostSteps = 1200;          // Steps of the cursor: about one for each pixel.
-constexpr std::size_t kMostBytes = 400'000;  // Of a page: lines are made coarser until it fits.
+constexpr std::size_t kMostBytes = 400'000;  // lines are made coarser until a page fits
 constexpr double kCoarsest = 8;
 
 std::string label(const char* english) { return escaped(text(english)); }

@@ -15,7 +15,7 @@ namespace {
 
 using Format = FigureTexts::Format;
 
-// The plots are stretched to the page's width, so a view box of a thousand by a hundred does.
+// The plots are stretched to the page's width, so any view box will do.
 constexpr double kWidth = 1000, kHeight = 100;
 constexpr double kTolerance = 0.35;
 constexpr double kMostTicks = 8;
@@ -24,7 +24,7 @@ constexpr double kBreakSeconds = 600;  // During such a silence nothing is drawn
 double ratio(double part, double whole) { return whole > 0 ? part / whole : 0; }
 
 std::string tick(double position, const std::string& label) {
-  constexpr double kNearEnd = 0.95;  // There the label ends at its place, not to stick out.
+  constexpr double kNearEnd = 0.95;  // Beyond this the label ends at its place.
   return fmt::format("<span style=\"--at:{:.2f}%{}\">{}</span>", 100 * position,
                      position > kNearEnd ? ";--by:-100%" : "", escaped(label));
 }
@@ -55,7 +55,7 @@ struct Profiles::Plot {
   const char* name;
   const char* label;
   Format format;
-  double (*figure)(const DaySample&);  ///< Not above 0 where the sample has none, for heart rates.
+  double (*figure)(const DaySample&);  ///< A sample without a heart rate gives 0.
   bool skipsZero;
   double low = 0, high = 1, step = 1;  ///< In the format's input unit.
 

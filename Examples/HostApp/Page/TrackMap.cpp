@@ -16,7 +16,7 @@ constexpr double kMargin = 28;
 constexpr double kFoot = 24;  // Below the tracks, for the scale.
 constexpr double kTolerance = 0.6;
 constexpr double kLeastHeight = 420, kMostHeight = 900;
-constexpr double kLeastMeters = 200;  // Across: a walk round the car park is not drawn larger.
+constexpr double kLeastMeters = 200;  // across, so that a short walk is not enlarged
 constexpr double kBadgeRadius = 13;
 constexpr double kBadgeRoom = 27;  // The size of a badge on a phone, where it is drawn larger.
 constexpr double kBadgeApart = 2 * kBadgeRoom;
@@ -149,7 +149,7 @@ std::string TrackMap::elements() const {
 /// little of each other as can be.
 std::string TrackMap::badges() const {
   constexpr std::size_t kStops = 48, kRounds = 6;
-  constexpr double kAway = 0.12;   // What half the line from its middle costs, as part of a badge.
+  constexpr double kAway = 0.12;   // cost of half the line's length from its middle, in badges
   constexpr double kBeside = 0.6;  // The cost of a place beside the line.
   struct Badge {
     std::size_t segment;

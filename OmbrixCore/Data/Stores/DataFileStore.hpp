@@ -56,8 +56,8 @@ class DataFileStore final {
   /// error that was logged.
   [[nodiscard]] platform::FileResult<platform::FileContents> contents() const;
 
-  /// Writes the file, and makes its folder if necessary; an empty value removes the file. If there
-  /// is no room for a longer value, the old one stays.
+  /// Writes the file, and makes its folder if necessary; without a value it removes the file. If
+  /// there is no room for a longer value, the old one stays.
   void setValue(const std::optional<platform::Data>& value) const;
 
   [[nodiscard]] bool exists() const;

@@ -59,7 +59,7 @@ class PlistFileStore final {
     return {.value = {}, .hasFailed = true};  // another process is writing it
   }
 
-  /// Writes the value; an empty one removes the file. A value that cannot be encoded leaves the
+  /// Writes the value, or without one removes the file. A value that cannot be encoded leaves the
   /// file as it is.
   void setValue(const std::optional<T>& value) const {
     if (!value) {

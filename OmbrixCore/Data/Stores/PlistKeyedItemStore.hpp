@@ -38,8 +38,8 @@ class PlistKeyedItemStore final : public IdentifiedItemOperations<PlistKeyedItem
     return valueOf(state_, std::move(key));
   }
 
-  /// Writes the key's file; an empty value removes it. A value that cannot be encoded leaves it as
-  /// it is.
+  /// Writes the key's file, or without a value removes it. A value that cannot be encoded leaves it
+  /// as it is.
   [[nodiscard]] platform::Async<void> store(std::optional<T> value, std::string key) const {
     return storeIn(state_, std::move(value), std::move(key));
   }

@@ -21,8 +21,8 @@ void logKeyedItemStore(std::string_view function, std::string_view what, std::st
                        std::source_location where = std::source_location::current());
 
 /// Logs that a file's value does not fit in memory, or would take memory out of proportion to the
-/// file's size, although the file may be sound. False, without a line, for all other errors. Lack
-/// of memory for the line itself does not count as a failure.
+/// file's size, although the file may be sound. False, without a line, for all other errors. The
+/// line is dropped if there is no memory for it.
 bool logIfUnreadable(const platform::URL& file, const std::exception& error,
                      std::source_location where = std::source_location::current());
 

@@ -55,7 +55,7 @@ inline constexpr std::size_t kMostRecordFields = 1024;
 /// Whether the record of an answer can be read back.
 bool fitsRecord(const CachedAnswer& answer);
 
-/// @param answer One that `fitsRecord`.
+/// @param answer An answer for which `fitsRecord` is true.
 Data recordOf(const CachedAnswer& answer);
 
 /// Empty for a record that is damaged, truncated or of another version.
