@@ -10,7 +10,7 @@ namespace ombrix::testing {
 /// from the current services: scope their doubles first.
 ///
 ///     ScopedServerAPI api({.production = server.url(), ...});
-///     api.client().publisher("resorts");
+///     const auto resorts = api.client().publisher("resorts");
 class ScopedServerAPI {
  public:
   explicit ScopedServerAPI(ServerConfiguration configuration = ServerConfiguration::defaults());

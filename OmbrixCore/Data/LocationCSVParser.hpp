@@ -32,6 +32,8 @@ namespace ombrix {
 /// Stateless: one parser may serve any number of threads at once. The forms without a completion
 /// work on the calling thread. The others return at once, work on a concurrent queue shared by all
 /// parsers and call the completion there, not on the main thread.
+///
+///     const auto fixes = LocationCSVParser().parse(platform::URL::fileURL("day.csv"));
 class LocationCSVParser {
  public:
   using Locations = std::optional<std::vector<CLLocation>>;

@@ -22,6 +22,9 @@ namespace ombrix {
 /// inside a partial row, the file is not truncated: the partial row is ended so that every parser
 /// rejects it, and the next fix begins a line. `fixesWritten` tells how many fixes were written, so
 /// that the following ones can be added again. One thread at a time.
+///
+///     LocationCSVWriter writer(platform::URL::fileURL("day.csv"));
+///     writer.add(fix);
 class LocationCSVWriter {
  public:
   LocationCSVWriter() = delete;

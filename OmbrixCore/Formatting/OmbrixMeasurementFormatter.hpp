@@ -22,6 +22,9 @@ namespace ombrix {
 ///
 /// An instance serves one thread at a time. Its inner formatters are slow to create, so each is
 /// created once, on first use; it keeps the locale that was current then, unless one is set.
+///
+///     OmbrixMeasurementFormatter speed(OmbrixMeasurementFormatter::MeasurementFormat::speed);
+///     const auto text = speed.string(12.5);
 class OmbrixMeasurementFormatter final : public platform::NSFormatter {
  public:
   /// How much of the unit is written; `valueOnly` writes only the number.

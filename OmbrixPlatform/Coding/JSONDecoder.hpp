@@ -6,6 +6,8 @@ namespace ombrix::platform {
 
 /// Decodes values from JSON. May be used by several threads at once as long as nobody changes its
 /// options.
+///
+///     const auto lift = JSONDecoder().decode<Lift>(json);
 class JSONDecoder : public JSONCodingOptions {
  public:
   /// A value of any type that can be coded, from a whole document. Throws `DecodingError`.

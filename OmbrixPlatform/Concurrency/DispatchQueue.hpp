@@ -32,6 +32,10 @@ enum class QualityOfService : std::uint8_t {
 ///
 /// Work already posted runs even when the last reference to its queue is dropped. All operations
 /// may be called from any thread.
+///
+///     const auto queue = DispatchQueue::serial("parser");
+///     queue->async([] { ... });
+///     const int rows = queue->sync([] { return 42; });
 class DispatchQueue final : public Executor, public std::enable_shared_from_this<DispatchQueue> {
   struct Passkey {};
   enum class Kind : std::uint8_t { serial, concurrent, main };

@@ -25,6 +25,10 @@ namespace ombrix::platform {
 /// cancelled and finishes on the thread pool; a barrier block that is dropped is not called, and
 /// the queue goes on. While nothing else waits for the pool, a thread whose operation returns from
 /// `main` takes the next one. Any thread.
+///
+///     const auto queue = NSOperationQueue::make("uploads");
+///     queue->setMaxConcurrentOperationCount(2);
+///     queue->addOperation([] { ... });
 class NSOperationQueue final : public KeyValueObserving<std::int64_t>,
                                public std::enable_shared_from_this<NSOperationQueue> {
   struct Passkey {};

@@ -41,6 +41,10 @@ namespace ombrix::platform {
 /// not a change; registering defaults and setting arguments announce nothing.
 ///
 /// Any thread, all operations.
+///
+///     auto& defaults = UserDefaults::standardUserDefaults();
+///     defaults.setObject("miles", "units");
+///     const auto units = defaults.stringForKey("units");
 class UserDefaults final : public KeyValueObserving<PropertyList> {
   struct Passkey {};
 

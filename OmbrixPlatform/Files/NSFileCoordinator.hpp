@@ -29,6 +29,11 @@ namespace ombrix::platform {
 ///
 /// The locks live in the kernel, on ranges of one hidden file in the lock folder: they end with the
 /// process that holds them, however it ends, and leave nothing behind. Any thread.
+///
+///     const NSFileCoordinator coordinator;
+///     const auto read = [](const URL& place) { ... };
+///     using enum NSFileCoordinator::ReadingOptions;
+///     const auto granted = coordinator.coordinateReadingItemAtURL(url, none, read);
 class NSFileCoordinator final {
  public:
   enum class ReadingOptions : std::uint8_t { none = 0 };

@@ -33,6 +33,9 @@ using URLSessionCompletionHandler = std::move_only_function<void(
 /// `networkConnectionLost`. A request that a server refuses over HTTP/2 (HTTP_1_1_REQUIRED, RFC
 /// 9113 section 7) is sent once more over HTTP/1.1; and when a server confirms another answer than
 /// the cached one, it is asked once more, without the cache. Nothing else is ever sent again.
+///
+///     const auto done = [](const auto& data, const auto& response, const auto& error) { ... };
+///     URLSession::shared()->dataTask(URLRequest(url), done)->resume();
 class URLSession {
  public:
   /// A session by the `urlSessionFactory` service.

@@ -17,6 +17,10 @@ namespace ombrix::platform {
 /// afterwards instead. A slow subscriber holds up only the sender that is delivering to it.
 /// Subscribing and cancelling are allowed meanwhile; a new subscriber gets the next value
 /// first.
+///
+///     PassthroughSubject<int, Never> rides;
+///     const auto cancellable = rides.sink([](int number) { ... });
+///     rides.send(1);
 template <class Output, class Failure>
 class PassthroughSubject final
     : public PublisherOperators<PassthroughSubject<Output, Failure>, Output, Failure> {

@@ -21,6 +21,11 @@ namespace ombrix {
 /// disk, and made in memory last. Until then memory refuses the key's item if a reader has found it
 /// on disk; writes to other keys do not matter. When two operations change the same key in both
 /// stores at the same time, memory drops the key, and the next reader takes the item from disk.
+///
+///     CachedKeyedItemStore<Lift> lifts{InMemoryKeyedStore<Lift>(100),
+///                                      PlistKeyedItemStore<Lift>(folder)};
+///     co_await lifts.store(lift, key);
+///     const auto kept = co_await lifts.value(key);
 template <class T>
 class CachedKeyedItemStore final : public IdentifiedItemOperations<CachedKeyedItemStore<T>, T> {
   using Identified = IdentifiedItemOperations<CachedKeyedItemStore<T>, T>;

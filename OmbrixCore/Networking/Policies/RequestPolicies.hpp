@@ -69,7 +69,8 @@ struct AttemptReport {
 
 /// What a client does with its requests besides making them; by default nothing. A value.
 ///
-///     api.setPolicies({.retry = RetryPolicy(), .tokenRefresher = {.refresh = refresh}});
+///     api.setPolicies({.retry = RetryPolicy(),
+///                      .tokenRefresher = TokenRefresher{.refresh = refresh}});
 struct RequestPolicies {
   /// For requests without a retry policy of their own (`RequestOptions::retry`).
   std::optional<RetryPolicy> retry = std::nullopt;
