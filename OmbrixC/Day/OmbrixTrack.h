@@ -54,22 +54,22 @@ typedef struct OmbrixLap {
   const char* notes;  ///< Empty for none.
 } OmbrixLap;
 
-/// A recording, whatever file it came from; never changes. What its functions point to is borrowed
-/// until it is released.
+/// A recording, whatever file it came from; it never changes. The memory that its functions point
+/// to is borrowed until the track is released.
 typedef struct OmbrixTrack OmbrixTrack;
 
-/// Reads the file of a file URL, in the format that its ending stands for, else in the one that its
-/// beginning looks like. Of a damaged file what can be read is there, and `fault` says what is
-/// wrong. NULL and an error, which names the file or the text, for a text that is not a file URL, a
-/// file that cannot be opened, is larger than 1 GiB, is no track, or does not fit the memory. The
-/// caller owns the track.
+/// Reads the file of a file URL, in the format that its ending names, otherwise in the one that its
+/// beginning looks like. A damaged file gives the part that can be read, and `fault` says what is
+/// wrong. NULL and an error, which names the file or the text, for a text that is not a file URL
+/// and for a file that cannot be opened, is larger than 1 GiB, is not a track, or does not fit into
+/// memory. The caller owns the track.
 OmbrixTrack* ombrix_Track_initWithUrl_error_(const char* url, OmbrixError** error);
 
-/// The same of bytes, borrowed for the call, in a format. A format out of range is an error.
+/// The same for bytes of a format, borrowed for the call. A format out of range is an error.
 OmbrixTrack* ombrix_Track_initWithData_format_error_(const uint8_t* bytes, size_t length,
                                                      OmbrixTrackFormat format, OmbrixError** error);
 
-/// A track of fixes, which are copied, with the name that files may hold; NULL for none. The caller
+/// A track of fixes, which are copied, with a name that files may store (NULL for none). The caller
 /// owns the track; NULL where memory runs out.
 OmbrixTrack* ombrix_Track_initWithLocations_count_name_(const OmbrixLocation* locations,
                                                         size_t count, const char* name);
@@ -90,21 +90,21 @@ const OmbrixHeartRate* ombrix_Track_heartRates(const OmbrixTrack* self);
 /// How many heart rates there are.
 size_t ombrix_Track_heartRateCount(const OmbrixTrack* self);
 
-/// When each lap began, seconds since 1970.
+/// The time when each lap began, seconds since 1970.
 const double* ombrix_Track_laps(const OmbrixTrack* self);
 /// What the device says of each lap.
 const OmbrixLap* ombrix_Track_lapFigures(const OmbrixTrack* self);
 /// How many laps there are, for both.
 size_t ombrix_Track_lapCount(const OmbrixTrack* self);
 
-/// How many points of the file have no place or no time, and were left out.
+/// How many points of the file were left out because they have no place or no time.
 size_t ombrix_Track_skipped(const OmbrixTrack* self);
 
 /// Why the file could not be read whole; empty when it could.
 const char* ombrix_Track_fault(const OmbrixTrack* self);
 
-/// The bytes of a file of a format with the fixes that it can hold, which the caller owns. Without
-/// bytes, and an error, for FIT, which is read only, and a format out of range.
+/// The bytes of a file of a format with the fixes that it can hold; the caller owns them. No bytes,
+/// and an error, for FIT, which can only be read, and for a format out of range.
 OmbrixData ombrix_Track_dataInFormat_error_(const OmbrixTrack* self, OmbrixTrackFormat format,
                                             OmbrixError** error);
 

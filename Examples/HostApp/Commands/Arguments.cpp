@@ -17,7 +17,7 @@ template <class Number>
 std::optional<Number> numberFrom(std::string_view text) {
   if (text.starts_with('+')) text.remove_prefix(1);
   if constexpr (std::same_as<Number, double>) {
-    // One too small for a double is zero, as wherever text is read.
+    // A number too small for a double is zero, as everywhere in the program.
     return platform::doubleFromText(text);
   } else {
     Number number{};
@@ -31,7 +31,7 @@ template <class Number>
 CLI::Validator between(Number least, Number most, const char* what) {
   return {[=](std::string& text) {
             const auto number = numberFrom<Number>(text);
-            // What is not a number lies between nothing.
+            // NaN lies within no limits.
             if (number && *number >= least && *number <= most) return std::string();
             return fmt::format("{:?} is not a {} from {} to {}", text, what, least, most);
           },

@@ -14,7 +14,7 @@ CLI::Validator wholeNumberBetween(long long least, long long most);
 /// A check for an option: its text is not empty, as that of a variable that is not set in a shell.
 CLI::Validator notEmpty();
 
-/// The most that a command may be told to count to.
+/// The greatest count that a command accepts.
 inline constexpr long long kMostToCount = 1'000'000'000;
 
 }  // namespace ombrix::hostapp

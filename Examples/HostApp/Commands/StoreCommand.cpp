@@ -52,15 +52,15 @@ void coordinated(const Options& options, bool writes, const std::function<void()
   body();
 }
 
-/// The file of the key, through links; nothing when there is none.
+/// The file of the key, behind links; empty when there is none.
 std::optional<fs::path> fileOf(const Options& options) {
   fs::path file = options.store().backingDiskStore().path(options.key).path();
   if (!fs::exists(file)) return std::nullopt;
   return file;
 }
 
-/// Whether a file is what a store leaves: a property list, binary or XML, or one whose writer was
-/// killed, at once or in the middle.
+/// Whether a file comes from a store: a property list, binary or XML, or one whose writer was
+/// killed at the beginning or in the middle.
 bool isStoreFile(const fs::path& path) {
   if (!fs::is_regular_file(path)) return false;
   std::string start(1024, ' ');
@@ -77,15 +77,15 @@ bool isStoreFile(const fs::path& path) {
   throw CommandFailure(fmt::format("{:?} {}; it was left alone", file.string(), why));
 }
 
-/// The text under the key. A store removes what it cannot decode; a command that reads or replaces
-/// one text leaves the files of others, and values of other types, as they are.
+/// The text under the key. A store removes files that it cannot decode; but a command that reads or
+/// replaces one text must leave others' files, and values of other types, as they are.
 std::optional<std::string> textOf(const Options& options) {
   const auto file = fileOf(options);
   if (!file) return std::nullopt;
   if (!isStoreFile(*file)) refuse(*file, "is not a file of a store");
   const auto bytes = DataKeyedItemStore(options.url(), "data").value(options.key).get();
   if (!bytes) refuse(*file, "could not be read, see ombrix log");
-  // What a killed writer has left is nothing.
+  // A killed writer's file counts as no value.
   if (bytes->empty() || bytes->front() == std::byte{0}) return std::nullopt;
   try {
     return platform::PropertyListDecoder().decode<std::string>(*bytes);
@@ -142,7 +142,7 @@ void size(const Options& options) {
   fmt::print("{} bytes\n", options.store().size().get());
 }
 
-/// Removes the folder where it holds nothing but a store's files; through a link, which stays.
+/// Removes the folder if it contains nothing but a store's files; follows a link, which stays.
 void purgeAll(const Options& options) {
   std::error_code error;
   const fs::path folder = fs::canonical(options.url().path(), error);
@@ -163,7 +163,7 @@ void purgeAll(const Options& options) {
     throw CommandFailure(
         fmt::format("{:?} cannot be removed; nothing was removed", folder.string()));
   }
-  // One by one: what has come meanwhile keeps its folder.
+  // One by one: a file that comes meanwhile keeps its folder.
   for (const fs::path& file : files) fs::remove(file);
   fs::remove(folder);
 }

@@ -39,7 +39,7 @@ RecentDays::Shelf::Shelf(const platform::URL& url)
       days(daysFolder) {}
 
 /// The keys of the files that are there, in their order; files that the order does not name come
-/// behind, the latest day first. Before the first day there is no file, which is no failure to be
+/// last, the latest day first. Before the first day there is no file, which is not a failure to be
 /// logged.
 std::vector<std::string> RecentDays::Shelf::keys() const {
   std::vector<std::string> names = days.keys().get();
@@ -52,11 +52,12 @@ std::vector<std::string> RecentDays::Shelf::keys() const {
 }
 
 std::optional<RememberedDay> RecentDays::Shelf::day(const std::string& key) const {
-  if (!days.exists(key).get()) return std::nullopt;  // which is no failure to be logged
+  if (!days.exists(key).get()) return std::nullopt;  // not a failure to be logged
   return days.value(key).get();
 }
 
-/// Removes a day; what cannot be read stays: it may be no day, or be read the next time.
+/// Removes a day. A file that cannot be read stays: it may not be a day, or may be readable the
+/// next time.
 void RecentDays::Shelf::remove(const std::string& key) const {
   if (days.value(key).get()) days.purge(key).get();
 }
@@ -65,7 +66,7 @@ RecentDays::RecentDays()
     : shelf_(sharedFolder()),
       coordinator_(nullptr, files().groupContainer().value_or(shelf_.folder)) {}
 
-/// Runs the body while no other program is at the days.
+/// Runs the body while no other program uses the days.
 platform::FileResult<void> RecentDays::alone(const std::function<void()>& body) const {
   const platform::DDLogHold untilOthersMayGoOn;
   return coordinator_.coordinateWritingItemAtURL(shelf_.daysFolder,
@@ -91,8 +92,8 @@ void RecentDays::remember(const RecordedDay& recorded) {
   const auto access = alone([&] {
     adoptOlder();
     if (const auto older = shelf_.day(key)) {
-      // A part takes no day's place, nor does one that nobody knows for a part: a file may be cut
-      // between two rows.
+      // A part of a day does not replace it. Nor does a day that may be a part without anyone
+      // knowing: a file may be cut between two rows.
       isKept = !recorded.fault.empty();
       isPart = !isKept && isPartOf(kept, *older);
       if (isKept || isPart) return;
@@ -115,7 +116,7 @@ void RecentDays::remember(const RecordedDay& recorded) {
   if (!isKept) throw CommandFailure("the day is not kept; see ombrix log");
 }
 
-/// Makes files and order what the keys say; of more than the most the earliest days go.
+/// Makes files and order match the keys; beyond the limit the earliest days are removed.
 void RecentDays::tidy(std::vector<std::string> keys) {
   while (keys.size() > kMostDays) {
     const auto earliest = std::ranges::min_element(keys, {}, startOf);
@@ -125,7 +126,7 @@ void RecentDays::tidy(std::vector<std::string> keys) {
   shelf_.order.setValue(keys);
 }
 
-/// Takes over the days of the application's own folder, where they lay before there was a
+/// Moves the days from the application's own folder, where they were kept before there was a
 /// container.
 void RecentDays::adoptOlder() {
   if (shelf_.folder == files().applicationSupport()) return;
@@ -136,13 +137,13 @@ void RecentDays::adoptOlder() {
   bool isComplete = true;
   for (const std::string& key : keys) {
     const auto day = older.days.value(key).get();
-    // Of two of one start the longer one stays: the other is a part of it.
+    // Of two days with the same start the longer one stays: the other is a part of it.
     const auto here = day ? shelf_.day(key) : std::nullopt;
     if (day && (!here || isPartOf(*here, *day))) {
       shelf_.days.store(*day, key).get();
       if (!here) order.push_back(key);
     }
-    // What is not here, whatever the reason, stays there; the log says it, the next time again.
+    // A day that did not arrive here, for whatever reason, stays there; the log says so each time.
     if (day && shelf_.days.value(key).get()) {
       older.days.purge(key).get();
     } else {
@@ -159,7 +160,7 @@ void RecentDays::adoptOlder() {
 std::vector<RememberedDay> RecentDays::days() {
   std::vector<RememberedDay> days;
   unreadable_ = 0;
-  // A store answers for a folder that it cannot read as for an empty one.
+  // To a store a folder that it cannot read looks empty.
   std::error_code fault;
   const std::filesystem::directory_iterator folder(shelf_.daysFolder.path(), fault);
   if (fault && fault != std::errc::no_such_file_or_directory) {
@@ -182,7 +183,7 @@ std::vector<RememberedDay> RecentDays::days() {
     if (keys.size() > kMostDays || (order && order != keys)) tidy(keys);
     read();
   });
-  // The disk cannot be written, or another program stands still: nobody is writing now.
+  // The disk cannot be written, or another program was stopped: nobody is writing now.
   if (!access) read();
   return days;
 }

@@ -38,7 +38,7 @@ struct OmbrixTrack {
 
 namespace ombrix::c {
 
-// The C structs lie in memory as the C++ ones do: the same doubles in the same order.
+// The C structs have the memory layout of the C++ ones: the same doubles in the same order.
 static_assert(sizeof(OmbrixLocation) == sizeof(CLLocation) &&
               sizeof(OmbrixHeartRate) == sizeof(HeartRate));
 

@@ -26,8 +26,8 @@ using platform::URL;
 
 const FileManager& files() { return FileManager::defaultManager(); }
 
-/// A file name's parts before and behind its last "."; no extension where nothing stands on one of
-/// its sides.
+/// A file name's parts before and after its last "."; there is no extension if either part is
+/// empty.
 std::pair<std::string_view, std::string_view> splitName(std::string_view name) {
   const auto dot = name.rfind('.');
   if (dot == std::string_view::npos || dot == 0 || dot + 1 == name.size()) return {name, {}};
@@ -62,8 +62,9 @@ struct DataKeyedItemStore::State {
     return std::nullopt;
   }
 
-  /// Notes that nothing was found under a key. It counts as opened, yet only the last so many do:
-  /// asking for ever new keys must not cost ever more memory.
+  /// Notes that nothing was found under a key. The key counts as opened, but only a limited number
+  /// of the last such keys do: otherwise asking for new keys for ever would take more and more
+  /// memory.
   void miss(const std::string& key) {
     stores.find(key)->second.miss = missed.insert(missed.end(), key);
     if (missed.size() <= kMostMissed) return;
@@ -86,7 +87,7 @@ struct DataKeyedItemStore::State {
     return true;
   }
 
-  /// Visits everything with the extension below the folder.
+  /// Visits all entries with the extension below the folder.
   void forEachFile(const std::function<void(const platform::DirectoryEntry&)>& visit,
                    std::string_view function, std::string_view failure) const {
     files().enumerate(

@@ -24,7 +24,7 @@ bool bringsTheFile(const HTTPURLResponse& response) {
   return status == 200 || status == 203 || status == kPartialContent;
 }
 
-/// By what the server tells whether it still has the same; empty where it does not say.
+/// The field by which the server recognises its version of the file; empty if it sends none.
 std::string validatorOf(const HTTPURLResponse& response) {
   const auto tag = response.valueForHTTPHeaderField("ETag");
   if (tag && !tag->starts_with("W/")) return std::string(*tag);

@@ -13,8 +13,8 @@ namespace ombrix {
 class HttpRequestOperation;
 
 /// Takes the body of a successful answer piece by piece, as it comes. Called on the session's
-/// delegate queue, one call at a time; what waits there holds up other requests. An error ends the
-/// request with it.
+/// delegate queue, one call at a time; a call that waits there holds up other requests. An error
+/// ends the request.
 class HTTPBodySink {
  public:
   using Flow = platform::URLSessionTaskDelegate::Flow;
@@ -33,7 +33,7 @@ class HTTPBodySink {
   /// The request has ended without a whole body; before anybody is told.
   virtual void breakOff() {}
 
-  /// The request has failed, and is to be made again by another operation.
+  /// The request has failed, and another operation is about to repeat it.
   ///
   /// @param headers What it asks with, to be changed.
   /// @return False where a body can no more be taken from its beginning: it is not made again.

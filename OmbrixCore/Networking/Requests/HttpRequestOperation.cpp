@@ -31,8 +31,8 @@ constexpr int kNotHTTP = -1;
 constexpr int kLowDataRefused = -2;
 constexpr int kCancelledLocally = -3;
 
-/// The request operations whose identity somebody knows: cancelling one among many looks none of
-/// them through. An operation that is being destroyed is still listed, but cannot be held any more.
+/// The request operations whose identity was asked for, so that cancelling one among many takes no
+/// search. An operation that is being destroyed is still listed, but cannot be held any more.
 class OperationIndex {
  public:
   static OperationIndex& shared() {
@@ -106,7 +106,7 @@ std::shared_ptr<HttpRequestOperation> HttpRequestOperation::withTaskID(const pla
 }
 
 void HttpRequestOperation::setCombineCallback(CombineCallback callback, bool onlyPosts) {
-  // What is replaced or refused leaves with the parameter, after the lock is released.
+  // A replaced or refused completion is destroyed with the parameter, after the lock is released.
   const platform::LockGuard lock(lock_);
   if (takesNoCallbacks_) return;
   std::swap(callbacks_.combine, callback);
@@ -194,7 +194,7 @@ platform::Async<void> HttpRequestOperation::execute() {
   try {
     request = requestToSend();
   } catch (const std::exception& error) {
-    // An override's; an operation that never ended would keep its place in the queue.
+    // An override has thrown; an operation that never ended would keep its place in the queue.
     logError(kBuildTag, std::string("Web: Could not build the request: ") + error.what());
   }
   if (!request) {
@@ -208,7 +208,7 @@ platform::Async<void> HttpRequestOperation::execute() {
     task_ = task;
     wasCancelled = isCancelling_;
   }
-  // Whoever cancelled before found no task to cancel.
+  // An earlier cancellation found no task to cancel.
   if (wasCancelled) task->cancel();
   task->resume();
 }

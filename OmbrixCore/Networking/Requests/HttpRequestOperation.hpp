@@ -23,19 +23,20 @@ namespace ombrix {
 /// One exchange with a server, run by an operation queue.
 ///
 /// All outcomes reach the callbacks as a success flag and a code: the status of the answer, or -1
-/// (no HTTP answer, likely offline), -2 (refused by Low Data Mode) or -3 (its task was cancelled by
-/// another hand than `cancel`). A cancelled operation calls nobody, unless a call was under way on
-/// another thread already: whoever waits for its answer gives up waiting by himself. When it is
-/// over it holds neither callbacks nor task, so closures may hold the operation.
+/// (no HTTP answer, likely offline), -2 (refused by Low Data Mode) or -3 (its task was cancelled,
+/// but not by `cancel`). A cancelled operation makes no calls, except one that has begun on another
+/// thread already: a caller that waits for its answer has to end the wait itself. An operation that
+/// is over holds neither callbacks nor task, so closures may hold the operation.
 ///
-/// What is sent is set before the operation is put on a queue; everything else may be called from
-/// any thread.
+/// Set the members that are sent before the operation is put on a queue; everything else may be
+/// called from any thread.
 class HttpRequestOperation : public AsyncOperation {
  public:
   enum class HTTPMethod { OPTIONS, GET, HEAD, POST, PUT, PATCH, DELETE, TRACE, CONNECT };
 
-  /// The main completion: what the base rules made of the answer. On the session's delegate queue,
-  /// or on the thread pool when no request could be built. The views are valid during the call.
+  /// The main completion, with the answer as the base rules judge it. On the session's delegate
+  /// queue, or on the thread pool when no request could be built. The views are valid during the
+  /// call.
   using Callback = std::move_only_function<void(bool success, int code, const platform::JSON* json,
                                                 const platform::Data* data)>;
 
@@ -57,10 +58,11 @@ class HttpRequestOperation : public AsyncOperation {
     return session_;
   }
 
-  /// Names this request, to cancel it by; made when it is first asked for.
+  /// Identifies this request for cancelling; made when it is first asked for.
   [[nodiscard]] platform::UUID taskID() const;
 
-  /// The operation of an identity while somebody holds it, else null. Takes constant time.
+  /// The operation with an identity as long as something holds it, otherwise null. Takes constant
+  /// time.
   [[nodiscard]] static std::shared_ptr<HttpRequestOperation> withTaskID(const platform::UUID& id);
 
   /// A body to send as JSON; wins over `payload`.
@@ -74,42 +76,45 @@ class HttpRequestOperation : public AsyncOperation {
   [[nodiscard]] bool safeForLowData() const { return safeForLowData_; }
   void setSafeForLowData(bool isSafe) { safeForLowData_ = isSafe; }
 
-  /// What this request wants otherwise, applied to what `buildRequest` gives; sets the operation's
-  /// priority as well.
+  /// This request's options, which are applied to the result of `buildRequest`; also sets the
+  /// operation's priority.
   [[nodiscard]] const std::optional<RequestOptions>& options() const { return options_; }
   void setOptions(RequestOptions options) {
     setQueuePriority(options.priority);
     options_ = std::move(options);
   }
 
-  /// Changes the request right before it is sent, after all else; an exception keeps it from that.
+  /// Changes the request right before it is sent, as the last step; an exception keeps it from
+  /// being sent.
   void setLastStep(std::function<void(platform::URLRequest&)> step) { lastStep_ = std::move(step); }
 
-  /// Where the body of a successful answer goes as it comes: callbacks are then given none.
+  /// Gets the body of a successful answer as it comes; the callbacks then get none.
   void setSink(std::shared_ptr<HTTPBodySink> sink) { sink_ = std::move(sink); }
 
-  /// Goes on with a body that the sink has held back.
+  /// Resumes a body that the sink has held back.
   void receiveMore();
 
-  /// Replaces the publisher's completion; let go at once when the operation is over or cancelled.
+  /// Replaces the publisher's completion, which is released at once when the operation is over or
+  /// cancelled.
   ///
-  /// @param onlyPosts Whether it runs no code of others, and so takes no time.
+  /// @param onlyPosts Whether it runs none of the caller's code, and so takes next to no time.
   void setCombineCallback(CombineCallback callback, bool onlyPosts = false);
 
   /// The running task; null before it starts and after it is over.
   [[nodiscard]] std::shared_ptr<platform::URLSessionDataTask> task() const;
 
-  /// How its task ended: from the beginning of `handle` and in the callbacks; empty before.
+  /// How its task ended; available from the beginning of `handle` and in the callbacks, empty
+  /// before.
   [[nodiscard]] HTTPExchange exchange() const;
 
-  /// The method and the URL, without what may be secret in it, for texts.
+  /// The method and the URL without its secret parts, for texts.
   [[nodiscard]] std::string name() const;
 
-  /// What `execute` sends: the built request with the options, after the last step; nothing where
-  /// there is none.
+  /// The request that `execute` sends: the built one with the options, after the last step; empty
+  /// if it cannot be built.
   [[nodiscard]] std::optional<platform::URLRequest> requestToSend();
 
-  /// The request to send; nothing when its body cannot be encoded, which is logged.
+  /// The request to send; empty when its body cannot be encoded, which is logged.
   [[nodiscard]] virtual std::optional<platform::URLRequest> buildRequest();
 
   /// Sends the request; ends with code 400 when there is none.
@@ -118,12 +123,12 @@ class HttpRequestOperation : public AsyncOperation {
   /// Cancels the task, then the operation, and releases the callbacks without a call.
   void cancel() override;
 
-  /// Puts the operation where it is run, for its publisher, which has got demand. Does nothing
-  /// here: whoever made the publisher runs the operation.
+  /// Called by its publisher on the first demand, to queue the operation. Does nothing here: the
+  /// maker of the publisher runs the operation.
   virtual void enqueueForPublisher() {}
 
-  /// What an answer means: a status from 200 to 304 is a success, all others are failures, which
-  /// are logged. On the session's delegate queue. An override ends with
+  /// Judges an answer: a status from 200 to 304 is a success, all others are failures, which are
+  /// logged. On the session's delegate queue. An override ends with
   /// `endTaskAndCallbackWithSuccess`.
   ///
   /// @param error Null: a session hands over no answer beside an error.
@@ -138,8 +143,8 @@ class HttpRequestOperation : public AsyncOperation {
                                      std::optional<platform::Data> data = std::nullopt);
 
  protected:
-  /// Takes over what another operation sends, and where its answer goes; false where that cannot go
-  /// there again. For an operation that is new.
+  /// Takes over another operation's request and the destination of its answer; false if the answer
+  /// cannot go there again. For a new operation.
   bool repeat(const HttpRequestOperation& other);
 
   /// Whether it is of one of the client's own classes: in what others override, their code may go

@@ -66,7 +66,7 @@ std::optional<platform::URLRequest> OmbrixAPIHttpRequestOperation::buildRequest(
   auto languages = acceptLanguageField(platform::services().locale.get().preferredLanguages());
   if (!languages.empty()) request->headers.set("Accept-Language", std::move(languages));
   request->headers.set("Accept", "application/json");
-  // Each answer tells of token, login and maintenance.
+  // Each answer states token, login and maintenance.
   request->wantsEachAnswer = true;
   using enum platform::URLRequest::CachePolicy;
   if (disableCashe_) {

@@ -11,15 +11,16 @@
 
 namespace ombrix {
 
-/// A request to the product's web service: carries the shared client's token, the user's languages
-/// and a cache policy, and tells the client what the answer says of login, token and maintenance.
+/// A request to the product's web service: it carries the shared client's token, the user's
+/// languages and a cache policy, and tells the client what the answer states about login, token and
+/// maintenance.
 ///
-/// It belongs to the environment that the client is in when it is made: after a change it carries
-/// no token, and its answer says nothing of login, token and maintenance. Nor does the answer of
-/// another origin, to which a redirect led. Its fields are set before it is put on a queue.
+/// It belongs to the client's environment at its creation: after a change it carries no token, and
+/// its answer changes nothing about login, token and maintenance. The same holds for the answer of
+/// another origin to which a redirect led. Set its fields before it is put on a queue.
 ///
-/// The token goes to whatever server the URL names: a request to one that is not the service's own
-/// is an `HttpRequestOperation`.
+/// The token goes to the server that the URL names: for a server other than the service's own use
+/// an `HttpRequestOperation`.
 class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
  public:
   using HttpRequestOperation::HttpRequestOperation;
@@ -29,12 +30,12 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   [[nodiscard]] bool usesAuth() const noexcept { return usesAuth_; }
   void setUsesAuth(bool usesAuth) { usesAuth_ = usesAuth; }
 
-  /// Whether stored answers are passed over; wins over `cacheOnly`.
+  /// Whether stored answers are ignored; takes precedence over `cacheOnly`.
   // Kept: spelled so. Callers know it by this name.
   [[nodiscard]] bool disableCashe() const noexcept { return disableCashe_; }
   void setDisableCashe(bool isDisabled) { disableCashe_ = isDisabled; }
 
-  /// Whether only a stored answer will do, however old.
+  /// Whether only a stored answer of any age is accepted.
   [[nodiscard]] bool cacheOnly() const noexcept { return cacheOnly_; }
   void setCacheOnly(bool cacheOnly) { cacheOnly_ = cacheOnly; }
 
@@ -49,30 +50,30 @@ class OmbrixAPIHttpRequestOperation : public HttpRequestOperation {
   [[nodiscard]] bool isLongTransfer() const noexcept { return isLongTransfer_; }
   void setLongTransfer(bool isLong) { isLongTransfer_ = isLong; }
 
-  /// A fresh operation for the same request, one attempt further; null where its answer can no more
-  /// go where it went before.
+  /// A new operation for the same request, with the next attempt's number; null if its answer can
+  /// no longer go to the same destination.
   [[nodiscard]] std::shared_ptr<OmbrixAPIHttpRequestOperation> nextAttempt() const;
 
-  /// True: where the token that it was sent with is refused (401), `loginError` stays as it is, for
-  /// who gets a new one; set before it is put on a queue.
+  /// True: if its token is refused (401), `loginError` stays as it is, since the caller will get a
+  /// new token; set it before the operation is put on a queue.
   void setDefersLoginError(bool defers) { defersLoginError_ = defers; }
 
-  /// Whether that was the case.
+  /// Whether its token was refused.
   [[nodiscard]] bool hasDeferredLoginError() const noexcept { return hasDeferredLoginError_; }
 
   /// The token that the built request has; a secret.
   [[nodiscard]] const std::optional<std::string>& sentToken() const noexcept { return sentToken_; }
 
-  /// The environment that it belongs to (`OmbrixServerAPI::environment`), where its URL was made
-  /// before it.
+  /// The environment that it belongs to (`OmbrixServerAPI::environment`), for a URL that was made
+  /// before the operation.
   [[nodiscard]] std::uint64_t environment() const noexcept { return environment_; }
   void setEnvironment(std::uint64_t environment) { environment_ = environment; }
 
   [[nodiscard]] std::optional<platform::URLRequest> buildRequest() override;
 
-  /// Stores the token that the answer carries, whatever its status, and sorts the rest: 200 to 304
-  /// is a success; 400 and 401 mean that the login is invalid; 503 means maintenance, which every
-  /// other answer ends.
+  /// Stores the answer's token, whatever the status, and judges the rest: 200 to 304 is a success;
+  /// 400 and 401 mean that the login is invalid; 503 means maintenance, which every other answer
+  /// ends.
   void handle(const platform::HTTPURLResponse& response, const platform::Error* error,
               std::optional<platform::JSON> json, std::optional<platform::Data> data) override;
 

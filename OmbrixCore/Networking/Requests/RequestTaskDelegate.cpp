@@ -9,7 +9,7 @@
 namespace ombrix::detail {
 namespace {
 
-// Of an answer that says why a request failed, no more is of use.
+// The most bytes kept of an answer that explains a failure.
 constexpr std::size_t kMostBytesOfFailure = std::size_t{1} << 20;
 
 }  // namespace

@@ -22,7 +22,7 @@ Async<HTTPAnswer> downloaded(ServerRequests::APIPublisher<HTTPAnswer> publisher,
   } catch (const HTTPError& error) {
     failure = error;
   }
-  // What lay there was whole already where its end is what the server has.
+  // The stored part was complete already if it ends where the server's file does.
   const auto* cause = failure->cause();
   if (cause == nullptr || cause->code != kRangeNotSatisfiable ||
       !sink->endWithWhatIsThere(*cause->response)) {

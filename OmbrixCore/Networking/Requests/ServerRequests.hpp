@@ -29,7 +29,7 @@ class RequestFlows;
 /// of `OmbrixServerAPI`. Any thread.
 ///
 /// `url` is an absolute URL or a path below the base URL; text that is neither fails with
-/// `badRequestError`. Nothing is tried again but by policies that are asked for.
+/// `badRequestError`. A request is only repeated by policies that were set.
 class ServerRequests {
  public:
   using HTTPMethod = HttpRequestOperation::HTTPMethod;
@@ -42,8 +42,9 @@ class ServerRequests {
   /// @name Policies
   /// @{
 
-  /// What is done with all requests made from now on, in whatever form; nothing at first. Requests
-  /// between two attempts are on no queue: they count neither in `hasOperations` nor by their ID.
+  /// The policies of all requests made from now on, in any form; at first none. Requests between
+  /// two attempts are on no queue: they do not count in `hasOperations`, and are not found by their
+  /// ID.
   void setPolicies(RequestPolicies policies);
 
   /// @}
@@ -69,7 +70,7 @@ class ServerRequests {
       std::string_view url, HTTPMethod method = HTTPMethod::GET, bool disableCache = false,
       Payload payload = std::nullopt);
 
-  /// The body as text; nothing when it is not valid UTF-8.
+  /// The body as text; empty when it is not valid UTF-8.
   [[nodiscard]] APIPublisher<std::optional<std::string>> stringPublisher(
       std::string_view url, HTTPMethod method = HTTPMethod::GET, bool disableCache = false,
       Payload payload = std::nullopt);
@@ -93,9 +94,9 @@ class ServerRequests {
   /// @name Closures
   /// @{
 
-  /// Subscribes, calls the completion once, with the first value or the failure (`missingBody` for
-  /// an end without either), and gives the ID to cancel it by, after which no call starts but one
-  /// that is on its way on another thread. For publishers of this client it is called on
+  /// Subscribes and calls the completion once, with the first value or the failure (`missingBody`
+  /// for an end without either). Returns the ID for cancelling, after which no call starts except
+  /// one that is on its way on another thread. For publishers of this client it is called on
   /// `OmbrixServerAPI::dispatchQueue`, never on the calling thread.
   template <class Output>
   platform::UUID completionWrapper(

@@ -7,8 +7,8 @@
 namespace ombrix::platform::detail {
 namespace {
 
-// Somebody waits for the answer; but only opening waits for others, and to give up too soon costs a
-// request.
+// A caller waits for the answer. But only opening waits for other connections, and giving up too
+// soon costs a request.
 constexpr int kReaderBusyMilliseconds = 1000;
 constexpr int kWriterBusyMilliseconds = 5000;
 constexpr auto kDistrust = std::chrono::seconds(60);
@@ -30,7 +30,7 @@ SqliteURLCache::SqliteURLCache(const std::string& folder, std::int64_t capacity,
       reader_(folder, budget_, kReaderBusyMilliseconds),
       writer_(folder, budget_, kWriterBusyMilliseconds) {}
 
-// What callers ask.
+// Called by sessions.
 
 CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeaders& request) {
   {
@@ -63,19 +63,19 @@ CachedAnswerPointer SqliteURLCache::find(const std::string& key, const HTTPHeade
 }
 
 void SqliteURLCache::put(CachedAnswerPointer answer, const HTTPHeaders& request) {
-  // What it replaces must go even when it cannot be kept itself.
+  // The answers that it replaces must go even when it cannot be kept itself.
   if (bytesOf(answer) > budget_.entry || !fitsRecord(*answer)) return remove(answer->key);
   std::string key = answer->key;
   enqueue(std::make_shared<const Change>(Change{std::move(key), std::move(answer), request}));
 }
 
 void SqliteURLCache::remove(const std::string& key) {
-  // In this order: what is written meanwhile is pending until it is on disk.
+  // In this order: a change that is being written stays pending until it is on disk.
   if (!isUnsettled(key) && isMissing(key)) return;
   enqueue(std::make_shared<const Change>(Change{key, nullptr, {}}));
 }
 
-/// Whether what is on disk may not be the whole truth about the key.
+/// Whether changes to the key may still be missing on disk.
 bool SqliteURLCache::isUnsettled(const std::string& key) {
   const LockGuard lock(mutex_);
   return clearing_ > 0 || !isTrusted() || pending_.contains(key);
@@ -97,7 +97,7 @@ void SqliteURLCache::enqueue(ChangePointer change) {
   if (!isTrusted()) return loseChange();
   const std::int64_t bytes = bytesOf(change->answer);
   if (pendingBytes_ + bytes > kMostPendingBytes) {
-    // The disk is too slow for what comes in: the URL has no answer there for now.
+    // The disk cannot keep up: for now the URL gets no answer there.
     change = std::make_shared<const Change>(Change{change->key, nullptr, {}});
   } else {
     pendingBytes_ += bytes;
@@ -150,13 +150,13 @@ void SqliteURLCache::flush() {
     if (!uses_.empty()) schedule();
     idle_.wait(mutex_, [this]() OMBRIX_REQUIRES(mutex_) { return !isScheduled_; });
   }
-  queue_->sync([] {});  // what was refused may be on its way out
+  queue_->sync([] {});  // what failed may be about to be removed
 }
 
 // Writing behind.
 
-/// What the changes that are not on disk yet say of the request; null for a dropped answer, nothing
-/// when they do not say.
+/// What the pending changes hold for the request: an answer, null for a dropped one, empty when
+/// they hold nothing about it.
 std::optional<CachedAnswerPointer> SqliteURLCache::pendingAnswer(const std::string& key,
                                                                  const HTTPHeaders& request) const {
   const auto found = pending_.find(key);
@@ -173,7 +173,7 @@ void SqliteURLCache::schedule() {
   queue_->async([self = shared_from_this()] { self->writeBatch(); });
 }
 
-/// Whether the disk is used; when it was left alone for long enough it is tried again.
+/// Whether the disk is in use; after a pause that was long enough it is tried again.
 bool SqliteURLCache::isTrusted() {
   if (!distrustedUntil_) return true;
   const auto now = std::chrono::steady_clock::now();
@@ -202,8 +202,9 @@ void SqliteURLCache::distrust(bool hasLostChanges) {
   uses_.clear();
 }
 
-/// What the disk does not get to know makes what stands there outdated. It is removed at the first
-/// such change, and after later ones before the disk is used again: others may keep answers there.
+/// A change that does not reach the disk makes the answers there outdated. They are removed at the
+/// first such change, and after later ones before the disk is used again: other processes may keep
+/// answers there.
 void SqliteURLCache::loseChange() {
   hasLostChanges_ = true;
   if (std::exchange(isGivenUp_, true)) return;
@@ -240,12 +241,12 @@ void SqliteURLCache::writeBatch() {
   }
   const bool isWritten = batch.empty() || write(batch, false) || write(batch, true);
   if (std::exchange(writerOpenings_, writer_.openings()) != writer_.openings()) {
-    // Another file lies there now, which the reader might not notice.
+    // There is another file now, and the reader might not notice.
     const LockGuard lock(readerMutex_);
     reader_.close();
   }
-  // What stands there may be outdated. It is removed now: others would serve it, and so would this
-  // program when it starts again. A full disk lets files go.
+  // The answers there may be outdated. They are removed now: other processes would serve them, and
+  // so would this program after a restart. Removing works on a full disk as well.
   const bool isCleared = !isWritten && clearFiles(false);
   const LockGuard lock(mutex_);
   if (isWritten || isCleared) forget(batch);
@@ -258,8 +259,8 @@ void SqliteURLCache::writeBatch() {
   if (!isScheduled_) idle_.notify_all();
 }
 
-/// Writes the changes in one transaction; where that failed, a second attempt only removes: what
-/// cannot be written must not leave an older answer standing.
+/// Writes the changes in one transaction. Where that fails, a second attempt only removes: no older
+/// answer may stay because a newer one could not be written.
 bool SqliteURLCache::write(const std::vector<ChangePointer>& batch, bool isRemovalOnly) {
   try {
     const bool isOnlyRemoved =
@@ -295,7 +296,7 @@ void SqliteURLCache::forget(const std::vector<ChangePointer>& batch) {
   }
 }
 
-/// True when no answer of ours is on the disk any more.
+/// True when none of our answers is left on disk.
 bool SqliteURLCache::clearFiles(bool alsoOfLaterRelease) {
   try {
     if (!alsoOfLaterRelease && isOfLaterRelease()) return true;
@@ -317,7 +318,7 @@ bool SqliteURLCache::isOfLaterRelease() {
   }
 }
 
-/// Leaves the file such that the next use can begin anew.
+/// Leaves the file so that the next use can start over.
 void SqliteURLCache::handle(SqliteURLCacheFile& file, const SqliteFailure& failure) {
   if (!failure.isDamage()) {
     file.close();

@@ -24,7 +24,7 @@ constexpr std::int64_t kMostUses = std::int64_t{1} << 62;
 constexpr std::int64_t kMostVariants = 32;
 constexpr std::int64_t kSharedMemoryBytes = 32 << 10;  // of the file beside the log
 
-// The database keeps these texts, by which it is known again: to the letter, blanks included.
+// The database keeps these texts to the letter, spaces included, and is recognised by them.
 constexpr std::array<std::string_view, 6> kSchema{
     R"sql(CREATE TABLE entry(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, used INTEGER NOT NULL,
                    size INTEGER NOT NULL, record BLOB NOT NULL))sql",
@@ -43,8 +43,8 @@ void createSchema(SqliteConnection& connection) {
                          .c_str());
 }
 
-/// Whether the database is one of ours and has nothing in it but what we make: the triggers of
-/// others would run at our changes.
+/// Whether we made the database and it holds nothing else: foreign triggers would run at our
+/// changes.
 bool hasSchema(SqliteConnection& connection) {
   if (connection.integer("PRAGMA user_version") != kSchemaVersion) return false;
   SqliteStatement texts = connection.prepare("SELECT sql FROM sqlite_master");
@@ -55,8 +55,8 @@ bool hasSchema(SqliteConnection& connection) {
   return count == kSchema.size();
 }
 
-/// Bytes of pages that a row takes: what does not fit into its leaf lies in whole pages of its own
-/// (the database file format's section 1.6).
+/// How many bytes of pages a row takes: what does not fit into its leaf lies in whole pages of its
+/// own (the database file format's section 1.6).
 constexpr std::int64_t rowBytes(std::int64_t payload) noexcept {
   constexpr std::int64_t kMostLocal = kPageBytes - 35;
   constexpr std::int64_t kLeastLocal = (kPageBytes - 12) * 32 / 255 - 23;
@@ -179,7 +179,7 @@ void SqliteURLCacheFile::open() {
   const Descriptor locked = lock();
   ::unlink((folder_ + "/Cache.keys").c_str());  // an index that earlier releases kept here
   for (int attempt = 0;; ++attempt) {
-    // A log without its database is what a program left that was killed while it cleared.
+    // A log without its database: a program was killed while it cleared the cache.
     if (!identity()) removeFiles();
     (void)makeFile(path_, O_RDWR);  // of which SQLite makes the database
     try {
@@ -199,7 +199,7 @@ void SqliteURLCacheFile::open() {
         throw SqliteFailure{SQLITE_NOTADB};
       }
       if (connection.integer("PRAGMA page_count") * kPageBytes > budget_.database + budget_.entry) {
-        // Made for a larger budget; a file does not shrink short of being written anew.
+        // It was made for a larger budget, and a file only shrinks when all of it is rewritten.
         if (attempt > 0) throw SqliteFailure{SQLITE_READONLY};  // it cannot be removed
         removeFiles();
         continue;
@@ -233,9 +233,9 @@ bool SqliteURLCacheFile::openExisting() {
   return isThere;
 }
 
-/// Whether nobody has removed the open database or set it aside. Asked at each look-up, of a
-/// descriptor, which costs a third of what the path does; of one that can do nothing else, since
-/// closing another would let go of SQLite's locks.
+/// Whether the open database is still the file under its path. Every look-up asks this of a
+/// descriptor, which costs a third of asking by path. The descriptor serves nothing else, since
+/// closing another one of the file would release SQLite's locks.
 bool SqliteURLCacheFile::isInPlace() const noexcept {
   struct stat status{};
   if (!held_) return identity() == identity_;
@@ -277,7 +277,7 @@ CachedAnswerPointer SqliteURLCacheFile::find(const std::string& key, const HTTPH
     auto body = readBody(*head);
     if (!body) failDamaged();
     use = {.id = open.select.integer(0), .hash = hash};
-    // Read while the first statement stands, which keeps the snapshot.
+    // Read while the first statement is open, which holds the snapshot.
     const SqliteReset resetBody(open.selectBody);
     if (!open.selectBody.bind(1, use.id).step()) failDamaged();
     const DataView bytes = open.selectBody.bytes(0);
@@ -323,7 +323,8 @@ std::int64_t SqliteURLCacheFile::bytesInUse() {
 
 void SqliteURLCacheFile::begin() {
   constexpr int kMostAttempts = 4;
-  // The database may have been replaced before the transaction began: nobody would see the change.
+  // The database may have been replaced before the transaction began; then nobody would see the
+  // change.
   for (int attempt = 1;; ++attempt) {
     openAnew();
     open_->begin.run();
@@ -404,7 +405,7 @@ void SqliteURLCacheFile::makeRoom(std::int64_t bytes,
   if (bytesInUse() + bytes <= budget_.database) return;
   touchAll(keysInUse());
   const std::int64_t goal = budget_.database / 10 * 9 - bytes;
-  // Rows that went may free no page yet, so what is in use is looked at each time.
+  // Removed rows may free no page yet, so the pages in use are counted each time.
   for (std::int64_t surplus = 0; (surplus = bytesInUse() - goal) > 0;) {
     begin();
     const bool isAny = evict(surplus);
@@ -437,7 +438,7 @@ bool SqliteURLCacheFile::evict(std::int64_t bytes) {
     }
   }
   open_->evict.bind(1, last).run();
-  // Rows that are not in the order of numbers would be tried without end.
+  // Rows that are not in the order of their numbers would be tried for ever.
   if (rows > 0 && open_->connection.changes() == 0) failDamaged();
   return rows > 0;
 }

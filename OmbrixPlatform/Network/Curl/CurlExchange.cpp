@@ -18,9 +18,10 @@
 namespace ombrix::platform::detail {
 namespace {
 
-// A server may claim any length: more room than this is made only as bytes come.
+// A server may claim any length: more room than this is made only as bytes arrive.
 constexpr std::size_t kMaximumReservedBytes = std::size_t{1} << 20;
-// A body is decoded in steps of so much, and others have their turn after so much.
+// A body is decoded in steps of this many bytes, and other transfers get their turn after this
+// many.
 constexpr std::size_t kStepBytes = std::size_t{32} << 10;
 constexpr std::size_t kTurnBytes = std::size_t{256} << 10;
 
@@ -35,8 +36,8 @@ bool takesBody(const URLRequest& request) noexcept {
   return request.httpBody && !request.httpBody->empty() && method != "HEAD";
 }
 
-/// Where the loopback address is, for libcurl: ::1 as well as 127.0.0.1 where this machine has
-/// both. One that is missing would be told in the place of the other's refusal.
+/// The loopback addresses for libcurl: ::1 as well as 127.0.0.1 where this machine has both.
+/// libcurl would report a missing address instead of the other one's refusal.
 const char* loopback() noexcept {
   static const bool hasBoth = [] {
     sockaddr_in6 address{};
@@ -84,10 +85,10 @@ CurlExchange::~CurlExchange() {
 void CurlExchange::setConstantOptions() {
   ::curl_easy_setopt(easy_, CURLOPT_NOSIGNAL, 1L);
   ::curl_easy_setopt(easy_, CURLOPT_QUICK_EXIT, 1L);
-  CURL_IGNORE_DEPRECATION(  // the form for texts searches all that libcurl knows
+  CURL_IGNORE_DEPRECATION(  // the overload for names searches all of libcurl's
       ::curl_easy_setopt(easy_, CURLOPT_PROTOCOLS, long{CURLPROTO_HTTP | CURLPROTO_HTTPS});)
   ::curl_easy_setopt(easy_, CURLOPT_FOLLOWLOCATION, 0L);
-  // Undone by `ContentDecoder`, which sees to the end of the stream.
+  // Decoded by `ContentDecoder`, which also checks how the stream ends.
   ::curl_easy_setopt(easy_, CURLOPT_HTTP_CONTENT_DECODING, 0L);
   ::curl_easy_setopt(easy_, CURLOPT_ERRORBUFFER, errorText_.data());
   ::curl_easy_setopt(easy_, CURLOPT_PRIVATE, this);
@@ -127,8 +128,8 @@ bool CurlExchange::begin(std::shared_ptr<Transfer> transfer, const Terms& terms)
   return true;
 }
 
-/// Has libcurl go by the URL as it is parsed here: one that it has parsed itself it writes out
-/// again, character by character.
+/// Gives libcurl the URL already parsed: a URL that libcurl parses itself is written out again,
+/// character by character.
 bool CurlExchange::setURL(const URL& url) {
   const std::string& text = url.absoluteString();
   CurlURL& last = surroundings_.lastURL;
@@ -137,7 +138,7 @@ bool CurlExchange::setURL(const URL& url) {
     const bool isParsed =
         parsed && ::curl_url_set(parsed.get(), CURLUPART_URL, text.c_str(),
                                  CURLU_GUESS_SCHEME | CURLU_NON_SUPPORT_SCHEME) == CURLUE_OK;
-    // Else libcurl finds out by itself, and says what is wrong.
+    // Otherwise libcurl finds the fault itself and reports it.
     last = {text, isParsed ? std::move(parsed) : nullptr};
   }
   url_ = last.parsed;
@@ -146,7 +147,7 @@ bool CurlExchange::setURL(const URL& url) {
 }
 
 void CurlExchange::setConnectionOptions() {
-  // libcurl shares this out among the addresses of a host; the limit itself is kept by the loop.
+  // libcurl divides this time among a host's addresses; the loop enforces the limit itself.
   ::curl_easy_setopt(easy_, CURLOPT_CONNECTTIMEOUT_MS,
                      static_cast<long>(std::clamp<std::chrono::milliseconds::rep>(
                          std::chrono::duration_cast<std::chrono::milliseconds>(timeLimit_).count(),
@@ -209,7 +210,8 @@ std::size_t CurlExchange::giveBody(char* buffer, std::size_t size, std::size_t c
   });
 }
 
-/// What libcurl sends next, never more than was stated; CURL_READFUNC_ABORT when there is less.
+/// The next bytes for libcurl to send, never more than the stated length; CURL_READFUNC_ABORT when
+/// there are fewer.
 std::size_t CurlExchange::nextOfBody(std::span<std::byte> buffer) {
   const bool isStated = bodyLength_ >= 0;
   if (isStated) {
@@ -251,17 +253,17 @@ bool CurlExchange::setFields(const URLRequest& request) {
     for (const auto& [name, value] : *headers) {
       if (isReserved(name)) continue;
       const std::size_t begin = lines_.size();
-      // libcurl would take a name with nothing after the colon as a field to leave out.
+      // libcurl reads a name with nothing after the colon as a field to leave out.
       lines_.append(name).append(value.empty() ? ";" : ": ").append(value).push_back('\0');
       add(lines_.data() + begin);
     }
   }
   const auto isOpen = [&](const char* name) { return !request.headers.contains(name); };
-  // What libcurl would add to a body by itself.
+  // Fields that libcurl would add to a body on its own.
   const bool isPost = takesBody(request);
   if (isPost && isOpen("Content-Type")) add("Content-Type:");
   if (isPost) add("Expect:");
-  // As fields of ours libcurl formats them once, by its options twice. A part of a coded body
+  // As our own fields libcurl formats them once, as its options twice. A part of a coded body
   // cannot be decoded.
   const bool takesCodings = isOpen("Accept-Encoding");
   const bool takesAgent = isOpen("User-Agent");
@@ -283,7 +285,7 @@ CurlExchange::TimePoint CurlExchange::idleDeadline() const noexcept {
   return isPaused_ ? TimePoint::max() : lastProgress_ + timeLimit_;
 }
 
-/// Always false, as what the callbacks answer to end the exchange.
+/// Always false, which callbacks return to end the exchange.
 bool CurlExchange::fail(URLError::Code code, const char* sentence) {
   if (!ownError_) ownError_ = makeURLError(code, sentence);
   return false;
@@ -354,8 +356,9 @@ std::size_t CurlExchange::takeBody(const char* bytes, std::size_t size, std::siz
                           [&] { return exchange.bodyPiece(bytesOf({bytes, size * count})); });
 }
 
-/// Takes a piece step by step. What has to wait, for the client or for the turn of others, makes
-/// libcurl hand the piece over again, of which the beginning is then passed over.
+/// Takes a piece step by step. When the rest of it has to wait, for the client or for other
+/// transfers' turn, libcurl is made to hand the whole piece over again, and the part already taken
+/// is skipped.
 std::size_t CurlExchange::bodyPiece(DataView piece) {
   lastProgress_ = surroundings_.now;
   if (!response_ || consumed_ > piece.size()) return 0;
@@ -376,7 +379,7 @@ std::size_t CurlExchange::bodyPiece(DataView piece) {
   return piece.size();
 }
 
-/// The last byte of an answer has come whose length on the wire is known, but for TLS.
+/// The last byte of an answer has come. Its length on the wire is known unless TLS is used.
 void CurlExchange::answerHasEnded() noexcept {
   if (transfer_->origin.isSecure) return;
   surroundings_.sockets.answerEnded(connection_,
@@ -447,9 +450,8 @@ int CurlExchange::takeProgress(void* self, curl_off_t /*expectedDown*/, curl_off
   });
 }
 
-/// Whether the request has been sent already: libcurl would send it again by itself, when a
-/// connection that it uses again has died or where a server wants HTTP/1.1, which is for the
-/// session to decide.
+/// Whether the request has been sent already. libcurl would send it again on its own when a reused
+/// connection has died or when a server asks for HTTP/1.1, but that is for the session to decide.
 bool CurlExchange::refusesToSendAgain() noexcept {
   if (sendings_ == 0) return false;
   wouldBeSentAgain_ = true;
@@ -461,14 +463,14 @@ bool CurlExchange::refusesToSendAgain() noexcept {
   return true;
 }
 
-/// Whether the server has done nothing with the request, since it wants that over HTTP/1.1, as
-/// libcurl's text has it, by the name of the error in RFC 9113.
+/// Whether the server has done nothing with the request because it asks for HTTP/1.1. libcurl says
+/// so only in its text, by the name of the error in RFC 9113.
 bool CurlExchange::saysThatHTTP1IsRequired() const noexcept {
   return carriesStreams_ && !hasLine_ &&
          std::string_view(errorText_.data()).find("HTTP_1_1_REQUIRED") != std::string_view::npos;
 }
 
-/// A socket for a connection, none for a request that has been sent already.
+/// Opens a socket for a connection; fails for a request that has been sent already.
 curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
                                        curl_sockaddr* address) {
   auto& exchange = *static_cast<CurlExchange*>(self);
@@ -480,8 +482,8 @@ curl_socket_t CurlExchange::openSocket(void* self, curlsocktype /*purpose*/,
   return descriptor;
 }
 
-/// Looks at a connection right before a request goes out. What a server has sent beyond the length
-/// of an answer would be taken for the next one, which libcurl does not see to.
+/// Checks a connection right before a request goes out. Bytes that a server has sent beyond the end
+/// of an answer would be read as the next one, and libcurl does not prevent that.
 int CurlExchange::checkConnection(void* self, char* remote, char* local, int remotePort,
                                   int localPort) {
   auto& exchange = *static_cast<CurlExchange*>(self);
@@ -529,12 +531,12 @@ CURLcode CurlExchange::nudge() {
   return ::curl_easy_pause(easy_, CURLPAUSE_CONT);
 }
 
-/// Whether a connection that was in use again has died before any of an answer came. With HTTP/1.1
-/// libcurl itself would open another one then.
+/// Whether a reused connection has died before any byte of an answer came. With HTTP/1.1 libcurl
+/// would then open another one on its own.
 bool CurlExchange::connectionDiedBefore(CURLcode code) const noexcept {
   if (wouldBeSentAgain_) return !answerHasBegun_;
   if (!isReused_ || !carriesStreams_ || hasLine_ || ownError_ != nullptr) return false;
-  // A stream that the server has reset may end by the same codes, but its connection goes on.
+  // A stream that the server has reset may end with the same codes, but its connection stays open.
   const bool isLost = code == CURLE_SEND_ERROR || code == CURLE_RECV_ERROR ||
                       code == CURLE_GOT_NOTHING || code == CURLE_PARTIAL_FILE ||
                       code == CURLE_HTTP2 || code == CURLE_HTTP2_STREAM;

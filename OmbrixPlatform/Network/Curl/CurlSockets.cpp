@@ -32,7 +32,7 @@ void readEnd(curl_socket_t descriptor, int (*end)(int, sockaddr*, socklen_t*), s
   port = ntohs(isIPv6 ? as6->sin6_port : as4->sin_port);
 }
 
-/// All that the peer has sent on a connection so far, as the system counts it.
+/// How many bytes the peer has sent on a connection so far, by the system's count.
 std::uint64_t bytesReceived(curl_socket_t descriptor) noexcept {
   tcp_info info{};
   socklen_t size = sizeof info;
@@ -40,7 +40,7 @@ std::uint64_t bytesReceived(curl_socket_t descriptor) noexcept {
   return info.tcpi_bytes_received;
 }
 
-constexpr std::uint64_t kEndBytes = 1;  // the system counts the end of a connection as well
+constexpr std::uint64_t kEndBytes = 1;  // the system counts the connection's end as one byte
 // The record by which TLS ends a connection, with the ciphers of today (TLS 1.2: 31, 1.3: 24).
 constexpr std::uint64_t kAlertBytes = 31;
 
@@ -140,7 +140,7 @@ void CurlSockets::requestBegins(std::uint64_t number, bool isSecure) {
 
 void CurlSockets::answerEnded(std::uint64_t number, std::uint64_t bytes) noexcept {
   Socket* socket = find(number);
-  // What came before the first request, from a proxy, is not known.
+  // How many bytes a proxy sent before the first request is not known.
   if (socket == nullptr || socket->bytesBefore == kNoRequest) return;
   socket->bytesBefore += bytes;
   socket->isCounted = true;

@@ -61,7 +61,7 @@ Connection& connectionOf(const SSL* tls) {
       ::SSL_CTX_get_ex_data(::SSL_get_SSL_CTX(tls), connectionIndex()));
 }
 
-/// Called when a server asks for a certificate of the client's; the handshake goes on without.
+/// Called when a server asks for a client certificate; the handshake goes on without one.
 int certificateIsAskedFor(SSL* tls, void* /*nothing*/) {
   connectionOf(tls)->signs->isCertificateAskedFor = true;
   return 1;
@@ -106,7 +106,7 @@ void CurlTrust::install(CURL* easy, bool judges) {
   ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_FUNCTION, judges ? &watchAndJudge : &watch);
   ::curl_easy_setopt(easy, CURLOPT_SSL_CTX_DATA, this);
   if (!judges) return;
-  // A resumed session would pass without its certificate being looked at.
+  // With a resumed session nobody would look at the certificate.
   ::curl_easy_setopt(easy, CURLOPT_SSL_SESSIONID_CACHE, 0L);
   ::curl_easy_setopt(easy, CURLOPT_SSL_VERIFYHOST, checksNameItself_ ? 0L : 2L);
 }
@@ -141,7 +141,7 @@ CURLcode CurlTrust::watch(CURL* easy, void* context, void* self) noexcept {
   }
   ::SSL_CTX_set_cert_cb(sslContext, &certificateIsAskedFor, nullptr);
   ::SSL_CTX_set_info_callback(sslContext, &somethingHappened);
-  // A certificate is asked for in the handshake or not at all: later there is none to give either.
+  // A client certificate is only given in the handshake, so a later request for one finds none.
   ::SSL_CTX_set_options(sslContext, SSL_OP_NO_RENEGOTIATION);
   ::SSL_CTX_set_post_handshake_auth(sslContext, 0);
   return CURLE_OK;
@@ -181,9 +181,9 @@ int CurlTrust::judge(X509_STORE_CTX* store) {
   return 1;
 }
 
-/// Whether the handshake is with the host itself: libcurl brings those with a proxy here too, whose
-/// certificate is for libcurl to verify. They are told apart by the server name that they ask for,
-/// which addresses have none of.
+/// Whether the handshake is with the host itself. libcurl also calls this for handshakes with a
+/// proxy, whose certificate it verifies on its own. The server name that a handshake asks for tells
+/// them apart; addresses have no such name.
 bool CurlTrust::isForHost(X509_STORE_CTX* store) const {
   const auto* handshake = static_cast<const SSL*>(
       ::X509_STORE_CTX_get_ex_data(store, ::SSL_get_ex_data_X509_STORE_CTX_idx()));

@@ -25,7 +25,7 @@ class FileSink final : public HTTPBodySink {
   /// @param url Whose body it is.
   FileSink(std::filesystem::path file, const std::string& url);
 
-  /// Asks for the rest of what lies there, and for a body that is not coded.
+  /// Asks for the part that is missing, and for a body that is not coded.
   void prepare(platform::HTTPHeaders& headers);
 
   std::expected<Flow, platform::URLError> take(const platform::HTTPURLResponse& response,
@@ -36,8 +36,8 @@ class FileSink final : public HTTPBodySink {
   [[nodiscard]] bool beginAgain(const std::shared_ptr<HttpRequestOperation>& operation,
                                 platform::HTTPHeaders& headers) override;
 
-  /// The server has no bytes behind those that lie there (416): true when those were all, and the
-  /// file is there now; else they are thrown away.
+  /// The server has no bytes after the ones that were stored (416): true when those were all, and
+  /// the file is complete now; otherwise they are discarded.
   [[nodiscard]] bool endWithWhatIsThere(const platform::HTTPURLResponse& response);
 
  private:

@@ -18,12 +18,13 @@
 namespace ombrix::platform::detail {
 
 /// Answers on disk within a budget of bytes, in a folder that several processes may share. Changes
-/// are written behind, on a queue of its own, and seen at once; reading happens on the calling
-/// thread. When the disk refuses, it gives and takes nothing for a while, and starts again then.
-/// Any thread; nothing is thrown.
+/// are seen at once and written later, on the cache's own queue; reading happens on the calling
+/// thread. When the disk fails, the cache neither reads nor writes for a while, and then tries
+/// again. Any thread; nothing is thrown.
 class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
  public:
-  /// Keys in the order of their use in memory, that used longest ago first; asked for on the queue.
+  /// Keys in the order of their use in memory, the least recently used one first; called on the
+  /// queue.
   using KeysInUse = std::function<std::vector<std::string>()>;
 
   SqliteURLCache(const std::string& folder, std::int64_t capacity, KeysInUse keysInUse);
@@ -31,7 +32,7 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   /// The answer that the request selects; it counts as used now.
   CachedAnswerPointer find(const std::string& key, const HTTPHeaders& request);
 
-  /// Keeps an answer in the place of those that the request selects.
+  /// Keeps an answer, which replaces those that the request selects.
   void put(CachedAnswerPointer answer, const HTTPHeaders& request);
 
   /// Drops all answers to a URL.
@@ -42,11 +43,11 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
 
   [[nodiscard]] std::int64_t usage();
 
-  /// Waits until every change so far is on disk, or has been refused.
+  /// Waits until every change so far is on disk or has failed.
   void flush();
 
  private:
-  /// An answer to keep, or without one the word that a URL has none.
+  /// A change: an answer to keep, or no answer where all of a URL's are dropped.
   struct Change {
     std::string key;
     CachedAnswerPointer answer;
@@ -85,7 +86,7 @@ class SqliteURLCache : public std::enable_shared_from_this<SqliteURLCache> {
   bool isScheduled_ OMBRIX_GUARDED_BY(mutex_) = false;
   int clearing_ OMBRIX_GUARDED_BY(mutex_) = 0;
   std::optional<std::chrono::steady_clock::time_point> distrustedUntil_ OMBRIX_GUARDED_BY(mutex_);
-  // While it was distrusted: its answers were, or could not be, removed.
+  // While it was distrusted: its answers were removed, or could not be.
   bool isGivenUp_ OMBRIX_GUARDED_BY(mutex_) = false;
   // While it was distrusted: answers there may be out of date.
   bool hasLostChanges_ OMBRIX_GUARDED_BY(mutex_) = false;

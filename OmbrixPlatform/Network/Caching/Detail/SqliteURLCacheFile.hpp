@@ -14,7 +14,7 @@
 
 namespace ombrix::platform::detail {
 
-/// How the bytes that a cache may take on disk are shared out.
+/// How a cache divides the bytes that it may take on disk.
 struct DiskBudget {
   explicit DiskBudget(std::int64_t capacity) noexcept;
 
@@ -31,8 +31,9 @@ struct DiskBudget {
 };
 
 /// One connection to the database of answers in a folder that several may share. It opens by
-/// itself, and again when another connection has put a new file in place. A database that a later
-/// release has open is left to it. Failures are thrown as `SqliteFailure`; one thread at a time.
+/// itself, and again when another connection has put a new file in place. It does not touch a
+/// database that a later release has open. Failures are thrown as `SqliteFailure`; one thread at a
+/// time.
 class SqliteURLCacheFile {
  public:
   SqliteURLCacheFile(const std::string& folder, const DiskBudget& budget, int busyMilliseconds);
@@ -41,7 +42,7 @@ class SqliteURLCacheFile {
   /// open until the next change.
   bool openExisting();
 
-  /// How often it has opened.
+  /// How many times it has opened.
   [[nodiscard]] std::uint64_t openings() const noexcept { return openings_; }
 
   // Reading: nothing where there is no database.
@@ -59,8 +60,8 @@ class SqliteURLCacheFile {
   /// Bytes of pages in use, as the file's header counts them.
   [[nodiscard]] std::int64_t usage();
 
-  /// Makes room for this many bytes where they do not fit: down to nine tenths of the budget, by
-  /// what was used longest ago, in transactions that the log has room for.
+  /// Makes room for this many bytes where they do not fit: evicts the least recently used answers,
+  /// down to nine tenths of the budget, in transactions that the log has room for.
   /// @param keysInUse Asked first for what memory knows to be in use, in that order.
   void makeRoom(std::int64_t bytes, const std::function<std::vector<std::string>()>& keysInUse);
 
@@ -74,9 +75,9 @@ class SqliteURLCacheFile {
   void remove(std::string_view key);
   void touch(const Use& use);
 
-  // In place of a database that is not believed any more.
+  // Starts over after a database has turned out to be wrong.
 
-  /// Waits for nobody any more, after it has done so in vain, until it has opened.
+  /// After a wait in vain: from now on it waits for no other connection until it has opened.
   void hurry() noexcept { isHurried_ = true; }
 
   /// Closes the connection, ending an open transaction.
@@ -85,8 +86,8 @@ class SqliteURLCacheFile {
   /// Removes the database, for all who share it; the next use makes a new one.
   void clear();
 
-  /// Sets a damaged database aside, in the place of the last such one, unless another connection
-  /// has done so already.
+  /// Sets a damaged database aside, where it replaces the one set aside before, unless another
+  /// connection has done so already.
   void setAside();
 
  private:

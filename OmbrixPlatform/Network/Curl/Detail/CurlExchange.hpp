@@ -28,7 +28,7 @@ namespace ombrix::platform::detail {
 /// A URL as libcurl has parsed it.
 struct CurlURL {
   std::string text;
-  std::shared_ptr<CURLU> parsed;  ///< null when it cannot be
+  std::shared_ptr<CURLU> parsed;  ///< null when it cannot be parsed
 };
 
 /// What the exchanges of one network thread share.
@@ -40,8 +40,8 @@ struct CurlSurroundings {
   std::size_t maximumBodyBytes = 0;
   std::string userAgentField;  ///< the whole line, for requests that have none; empty: none
   std::string usualFields;     ///< that and the codings, for requests that state nothing there
-  CurlURL lastURL;             ///< which is often asked for again: polls, uploads in pieces
-  bool anyYields = false;      ///< an exchange has stopped to let others have their turn
+  CurlURL lastURL;             ///< often asked for again: polls, uploads in pieces
+  bool anyYields = false;      ///< an exchange has paused for the others' turn
 };
 
 /// One request sent and its answer received: an easy handle of its own and what its callbacks
@@ -53,10 +53,10 @@ class CurlExchange {
 
   static constexpr const char* kCodingsField = "Accept-Encoding: gzip, deflate";
 
-  /// What a session decides for an exchange.
+  /// The session's choices for an exchange.
   struct Terms {
     std::chrono::duration<double> timeLimit{};  ///< seconds without progress
-    bool isMappedToLoopback = false;            ///< whatever the name service says
+    bool isMappedToLoopback = false;            ///< without asking the name service
     bool bypassesProxy = false;
     CurlTrust* trust = nullptr;  ///< for https
     const CurlConnectionSettings* settings = nullptr;
@@ -73,19 +73,20 @@ class CurlExchange {
   [[nodiscard]] CURL* easy() const noexcept { return easy_; }
   [[nodiscard]] const std::shared_ptr<Transfer>& transfer() const noexcept { return transfer_; }
 
-  /// When the exchange fails unless there is progress before.
+  /// When the exchange fails if it makes no progress before then.
   [[nodiscard]] TimePoint idleDeadline() const noexcept;
 
-  /// Goes on after the client has room again. Not OK: the exchange is over.
+  /// Goes on once the client has room again. Not OK: the exchange is over.
   CURLcode resumeReceiving();
 
-  /// Goes on if it has stopped to let others have their turn. Not OK: the exchange is over.
+  /// Goes on if it had paused for the others' turn. Not OK: the exchange is over.
   CURLcode takeTurn();
 
-  /// Makes libcurl look again for what has come already. Not OK: the exchange is over.
+  /// Makes libcurl look again for bytes that have arrived already. Not OK: the exchange is over.
   CURLcode nudge();
 
-  /// The connection that it uses, where it is one of HTTP/2; 0: another, or none yet.
+  /// The number of its connection if that speaks HTTP/2; 0: it speaks another version, or there is
+  /// none yet.
   [[nodiscard]] std::uint64_t streamsConnection() const noexcept {
     return carriesStreams_ ? connection_ : 0;
   }
@@ -96,16 +97,17 @@ class CurlExchange {
   /// Whether it has got as far as a connection.
   [[nodiscard]] bool hasConnection() const;
 
-  /// What a failed exchange leaves to decide about; the session's side is still missing.
+  /// The facts by which the next step after a failed exchange is decided; the session has yet to
+  /// add its own.
   [[nodiscard]] FailedExchange failed(const CurlFailure& failure) const;
 
   /// What libcurl knows of a failed exchange.
   [[nodiscard]] CurlFailure failureFor(CURLcode code) const;
 
-  /// What went wrong, null for a whole answer.
+  /// The error; null for a whole answer.
   [[nodiscard]] std::shared_ptr<const URLError> errorFor(const CurlFailure& failure) const;
 
-  /// The whole answer, once.
+  /// Moves the whole answer out; once.
   WireAnswer takeAnswer();
 
   std::size_t activeIndex = 0;  ///< its place among the loop's active exchanges
@@ -137,14 +139,14 @@ class CurlExchange {
   bool keep(DataView decoded);
   std::size_t pause(std::size_t consumed, bool yields);
   bool fail(URLError::Code code, const char* sentence);
-  /// Runs what a callback does: no exception may pass through libcurl. Without the memory for it
-  /// the exchange fails, and libcurl is told `refusal`.
+  /// Runs a callback's work: no exception may pass through libcurl. When memory is short, the
+  /// exchange fails and libcurl gets `refusal`.
   template <class Result, class Work>
   Result guarded(Result refusal, Work work) noexcept {
     try {
       return work();
     } catch (const std::bad_alloc&) {
-      body_ = GatheredBody();  // what follows needs memory too
+      body_ = GatheredBody();  // the rest needs memory, too
       if (!ownError_) ownError_ = errorOfMissingMemory();
       return refusal;
     }

@@ -29,19 +29,19 @@ class CurlSockets {
     int localPort = 0;
 
     friend bool operator==(const Connection& a, const Connection& b) noexcept {
-      // Mostly they differ by this one.
+      // Most ends differ in this one.
       return a.localPort == b.localPort && a.remotePort == b.remotePort &&
              a.localAddress == b.localAddress && a.remoteAddress == b.remoteAddress;
     }
   };
 
-  /// Where their thread waits for them.
+  /// The watch in which their thread waits for them.
   [[nodiscard]] SocketWatch& watch() noexcept { return watch_; }
 
-  /// Opens a socket and keeps it in mind; `CURL_SOCKET_BAD` with errno when there is none.
+  /// Opens a socket and keeps track of it; `CURL_SOCKET_BAD` with errno when none can be opened.
   curl_socket_t open(const curl_sockaddr& address);
 
-  /// Makes a transfer close its sockets here.
+  /// Makes a transfer close its sockets through this object.
   void installClosing(CURL* easy);
 
   /// The number of a connection, never used again; 0 for one that was not opened here.
@@ -50,23 +50,23 @@ class CurlSockets {
   /// Whether the connection that a transfer is about to use is one of HTTP/2.
   [[nodiscard]] static bool carriesStreams(CURL* easy);
 
-  /// Whether a connection of HTTP/1 that is about to be used again holds bytes that its server sent
+  /// Whether an HTTP/1 connection that is about to be reused holds bytes that its server sent
   /// without being asked. Over TLS the bytes of the protocol itself do not count.
   [[nodiscard]] bool hasUnreadBytes(CURL* easy, std::uint64_t number) const;
 
-  /// A request goes out on a connection of HTTP/1 that is used again.
+  /// Called when a request goes out on a reused HTTP/1 connection.
   void requestBegins(std::uint64_t number, bool isSecure);
 
-  /// The answer to the last request is whole. Where it took just so many bytes on the wire, which
-  /// nobody can tell of chunks or TLS, the system need not be asked when the next one goes out.
+  /// The answer to the last request is whole. Where its bytes on the wire are known, as they are
+  /// neither with chunks nor with TLS, the system need not be asked when the next request goes out.
   void answerEnded(std::uint64_t number, std::uint64_t bytes) noexcept;
 
-  /// Whether a connection that is closed now had brought bytes since its last request began. So
-  /// few as its end takes do not count: one byte, over TLS at most 9 in a record of their own, are
-  /// not told from that.
+  /// Whether a connection that is closed now had brought bytes since its last request began. As few
+  /// as its end takes do not count: one byte, or with TLS up to 9 in a record of their own, cannot
+  /// be told from an end.
   [[nodiscard]] bool endedInAnAnswer(std::uint64_t number) const noexcept;
 
-  /// Whether the connection of that number is closed, or its server has ended it.
+  /// Whether the connection with that number is closed, or its server has ended it.
   [[nodiscard]] bool hasEnded(std::uint64_t number) const noexcept;
 
  private:
@@ -74,7 +74,7 @@ class CurlSockets {
     curl_socket_t descriptor = CURL_SOCKET_BAD;
     std::uint64_t number = 0;
     Connection ends;                          // without ports until it is connected and asked for
-    std::uint64_t bytesAllowed = kNoRequest;  // received in all, without any of an answer
+    std::uint64_t bytesAllowed = kNoRequest;  // the total when no byte of an answer had come
     std::uint64_t bytesBefore = kNoRequest;   // received before the last request began
     bool isCounted = false;                   // those before the next request are known
   };

@@ -15,18 +15,18 @@
 
 namespace ombrix::platform::detail {
 
-/// What a session knows of the certificates of one host and port. Network thread only; where it
-/// judges it must outlive every connection to its host.
+/// What a session knows about the certificates of one host and port. Network thread only; if it
+/// judges them, it must outlive every connection to its host.
 class CurlTrust {
  public:
   using Fingerprint = std::array<std::byte, 32>;  // SHA-256 of a certificate
 
   enum class Decision : std::uint8_t {
     accept,    ///< this very certificate, whatever its name and issuer
-    standard,  ///< as the system verifies it
+    standard,  ///< if the system's check passes
   };
 
-  /// A certificate that nobody has decided about: its handshake was refused.
+  /// A certificate that nobody has decided about yet: its handshake was refused.
   struct Question {
     Fingerprint leaf{};
     SecTrust trust;
@@ -36,15 +36,15 @@ class CurlTrust {
   CurlTrust(const CurlTrust&) = delete;
   CurlTrust& operator=(const CurlTrust&) = delete;
 
-  /// Watches the handshake of a transfer. Call it before each transfer.
+  /// Watches the handshake of a transfer. Called before each transfer.
   ///
-  /// @param judges Whether its server is verified here; else libcurl does it alone.
+  /// @param judges Whether this object verifies the server; otherwise libcurl alone does.
   void install(CURL* easy, bool judges);
 
-  /// What the server has said in handshakes since its last answer.
+  /// What the server has asked for in handshakes since its last answer.
   struct HandshakeSigns {
-    bool isCertificateAskedFor = false;  ///< one of the client's; it may do without
-    bool isRefused = false;              ///< it has broken off for want of one
+    bool isCertificateAskedFor = false;  ///< a client certificate; it may accept none
+    bool isRefused = false;              ///< it broke off because it got none
   };
   [[nodiscard]] HandshakeSigns& signs() const noexcept { return *signs_; }
 
@@ -82,7 +82,7 @@ class CurlTrust {
   bool checksNameItself_ = false;  // libcurl's check is off since a certificate was accepted
 };
 
-/// The `X509_V_ERR` code by which a handshake fails that waits for a decision.
+/// The `X509_V_ERR` code with which a handshake fails whose certificate awaits a decision.
 long undecidedVerifyResult() noexcept;
 
 }  // namespace ombrix::platform::detail
