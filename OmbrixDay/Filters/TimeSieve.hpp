@@ -15,10 +15,10 @@ struct FedFix {
   double heartRate = 0;  ///< beats per minute; 0 for none
 };
 
-/// Lets fixes through whose times only go forward, and counts the others.
+/// Passes fixes on whose times only go forward, and counts the others.
 ///
-/// A fix that follows the one before closely passes at once. One that jumps ahead, and the first of
-/// all, waits until `kWitnesses` fixes follow each other behind the jump; those whose time the
+/// A fix that follows the one before closely passes at once. One that jumps ahead, and the very
+/// first one, waits until `kWitnesses` fixes follow each other after the jump; fixes whose time the
 /// recording takes back before that are outliers. So neither a receiver that does not know the time
 /// yet nor a few wrong times in the middle cost any other fix. After a jump of more than a day
 /// `kFarWitnesses` fixes are required, or ten minutes.

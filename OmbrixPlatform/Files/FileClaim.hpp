@@ -9,12 +9,13 @@
 
 namespace ombrix::platform {
 
-/// Keeps a file for its holder among all that claim it, also of other processes, for as long as it
-/// lives; who does not claim it is not kept off. Network disks without such locks keep nobody off.
+/// Reserves a file among all that claim it, also in other processes, as long as this object lives.
+/// It does not keep others away that do not claim the file, nor anyone on network disks without
+/// such locks.
 class FileClaim {
  public:
-  /// @param path Its file, which is made where there is none.
-  /// @return EWOULDBLOCK where somebody else has it, or has just renamed or removed it.
+  /// @param path The file, which is made if it is missing.
+  /// @return EWOULDBLOCK if somebody else has claimed it, or has just renamed or removed it.
   static FileResult<FileClaim> take(const std::string& path);
 
  private:

@@ -131,12 +131,12 @@ struct DataKeyedItemStore::State {
   const URL baseDirectory;
   const std::string fileExtension;
   const std::optional<std::int64_t> sizeLimit;
-  using Misses = std::list<std::string>;  // keys, each once, the last one missed at the end
+  using Misses = std::list<std::string>;  // distinct keys, the last one missed at the end
   struct Opened {
     explicit Opened(URL url) : file(std::move(url)) {}
 
     DataFileStore file;
-    std::optional<Misses::iterator> miss;  // where nothing was found
+    std::optional<Misses::iterator> miss;  // keys under which nothing was found
   };
   using Stores = std::unordered_map<std::string, Opened>;
   static constexpr std::size_t kMostMissed = 1024;

@@ -11,7 +11,7 @@
 
 namespace ombrix::platform::detail {
 
-/// What SQLite said; never leaves the cache.
+/// An error of SQLite's; it never leaves the cache.
 struct SqliteFailure {
   /// Thrown for a database that a later release has open: this release must not touch it.
   static constexpr int kIsOfLaterRelease = SQLITE_MISMATCH;
