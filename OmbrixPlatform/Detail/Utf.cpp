@@ -28,6 +28,26 @@ const char* behindAscii(const char* at, const char* end) noexcept {
   return at;
 }
 
+// The length of the non-ASCII code point that begins here; zero for invalid bytes. By hand, for it
+// is measured: ICU decodes what need only be checked.
+inline std::ptrdiff_t lengthOfSequence(const char* at, std::ptrdiff_t left) noexcept {
+  const auto byte = [at](int i) { return static_cast<unsigned char>(at[i]); };
+  const auto follows = [&](int i) { return (byte(i) & 0xC0U) == 0x80U; };
+  const unsigned lead = byte(0);
+  if (lead < 0xC2) return 0;  // continuation bytes and overlong forms
+  if (lead < 0xE0) return left >= 2 && follows(1) ? 2 : 0;
+  if (lead < 0xF0) {
+    if (left < 3 || !follows(1) || !follows(2)) return 0;
+    const bool isOverlong = lead == 0xE0 && byte(1) < 0xA0;
+    const bool meansSurrogate = lead == 0xED && byte(1) >= 0xA0;
+    return isOverlong || meansSurrogate ? 0 : 3;
+  }
+  if (lead > 0xF4 || left < 4 || !follows(1) || !follows(2) || !follows(3)) return 0;
+  const bool isOverlong = lead == 0xF0 && byte(1) < 0x90;
+  const bool isBeyondAll = lead == 0xF4 && byte(1) >= 0x90;
+  return isOverlong || isBeyondAll ? 0 : 4;
+}
+
 // Whether two code points of three bytes each begin here, as in Japanese texts. Also false for the
 // few lead bytes that restrict their second byte, and when fewer than eight bytes are left.
 inline bool startsWithTwoOfThreeBytes(const char* at, std::ptrdiff_t left) noexcept {
@@ -41,12 +61,18 @@ inline bool startsWithTwoOfThreeBytes(const char* at, std::ptrdiff_t left) noexc
 }  // namespace
 
 bool nextCodePoint(const char*& at, const char* end, char32_t& codePoint) noexcept {
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(at);
-  std::ptrdiff_t length = 0;
-  UChar32 c = 0;
-  U8_NEXT(bytes, length, end - at, c);
-  if (c < 0) return false;
-  codePoint = static_cast<char32_t>(c);
+  const auto lead = static_cast<unsigned char>(*at);
+  if (lead < 0x80) {
+    codePoint = lead;
+    ++at;
+    return true;
+  }
+  const std::ptrdiff_t length = lengthOfSequence(at, end - at);
+  if (length == 0) return false;
+  codePoint = lead & (0x7FU >> length);
+  for (std::ptrdiff_t i = 1; i < length; ++i) {
+    codePoint = codePoint << 6 | (static_cast<unsigned char>(at[i]) & 0x3FU);
+  }
   at += length;
   return true;
 }
@@ -60,11 +86,8 @@ bool isValidUtf8(std::string_view text) noexcept {
         at += 6;
         continue;
       }
-      const auto* bytes = reinterpret_cast<const std::uint8_t*>(at);
-      std::ptrdiff_t length = 0;
-      UChar32 c = 0;
-      U8_NEXT(bytes, length, end - at, c);
-      if (c < 0) return false;
+      const std::ptrdiff_t length = lengthOfSequence(at, end - at);
+      if (length == 0) return false;
       at += length;
     }
   }
