@@ -6,6 +6,8 @@
 
 #include "OmbrixCore/Extensions/Logging/Log.hpp"
 #include "OmbrixCore/Networking/OmbrixServerAPI.hpp"
+#include "OmbrixPlatform/Locks/FutexLock.hpp"
+#include "OmbrixPlatform/Locks/LockGuard.hpp"
 #include "OmbrixPlatform/Network/URLOrigin.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Text/Locale.hpp"
@@ -28,6 +30,23 @@ void appendWeight(std::string& text, std::size_t entries) {
   const double weight = 1.0 - 0.1 * static_cast<double>(entries);
   const auto end = std::to_chars(std::begin(digits), std::end(digits), weight).ptr;
   text.append(";q=").append(digits, end);
+}
+
+/// That of the languages of the moment; made anew when they have changed.
+std::string acceptLanguageField() {
+  struct Last {
+    platform::FutexLock lock;
+    std::vector<std::string> languages OMBRIX_GUARDED_BY(lock);
+    std::string field OMBRIX_GUARDED_BY(lock);
+  };
+  static auto& last = *new Last;
+  auto languages = platform::services().locale.get().preferredLanguages();
+  const platform::LockGuard lock(last.lock);
+  if (languages != last.languages) {
+    last.field = ombrix::acceptLanguageField(languages);
+    last.languages = std::move(languages);
+  }
+  return last.field;
 }
 
 std::string withoutBearer(std::string_view field) {
@@ -63,7 +82,7 @@ std::optional<platform::URLRequest> OmbrixAPIHttpRequestOperation::buildRequest(
   if (!request) return std::nullopt;
   sentToken_ = OmbrixServerAPI::sharedInstance().jwtToken(environment_);
   if (sentToken_) request->headers.set("Authorization", std::string(kBearer) + *sentToken_);
-  auto languages = acceptLanguageField(platform::services().locale.get().preferredLanguages());
+  auto languages = acceptLanguageField();
   if (!languages.empty()) request->headers.set("Accept-Language", std::move(languages));
   request->headers.set("Accept", "application/json");
   // Each answer states token, login and maintenance.
@@ -81,7 +100,7 @@ void OmbrixAPIHttpRequestOperation::handle(const platform::HTTPURLResponse& resp
                                            const platform::Error* error,
                                            std::optional<platform::JSON> json,
                                            std::optional<platform::Data> data) {
-  if (!platform::haveSameOrigin(response.url(), url())) {
+  if (response.url() != url() && !platform::haveSameOrigin(response.url(), url())) {
     return HttpRequestOperation::handle(response, error, std::move(json), std::move(data));
   }
   const int status = response.statusCode();

@@ -252,10 +252,11 @@ std::string cacheKey(const URL& url) {
   auto end = std::min(key.find_first_of("/?", authority), key.size());
   const auto at = std::string_view(key).substr(0, end).rfind('@');
   const auto host = at != std::string::npos && at >= authority ? at + 1 : authority;
-  for (std::size_t i = 0; i < end; ++i) {
-    const bool isName = i < schemeEnd || i >= host;
-    if (isName && key[i] >= 'A' && key[i] <= 'Z') key[i] = static_cast<char>(key[i] + 32);
-  }
+  const auto lowerCase = [&](std::size_t from, std::size_t to) {
+    for (std::size_t i = from; i < to; ++i) key[i] = asciiLowercased(key[i]);
+  };
+  lowerCase(0, schemeEnd);
+  lowerCase(host, end);
   const std::string_view port = key.starts_with("https:") ? ":443" : ":80";
   const std::string_view authorityText = std::string_view(key).substr(authority, end - authority);
   if (authorityText.ends_with(port) || authorityText.ends_with(':')) {
