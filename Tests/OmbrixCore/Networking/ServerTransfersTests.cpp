@@ -4,6 +4,7 @@
 #include <fstream>
 #include <latch>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "OmbrixCore/Networking/Requests/UploadTaskPublisher.hpp"
@@ -556,16 +557,24 @@ TEST_F(ServerTransfersTests, AnswersAndErrorsSayHowTheyCame) {
 
 // Catches a wait that ends before the completions were called.
 TEST_F(ServerTransfersTests, WaitingForAllAnswers) {
-  std::atomic<int> answers = 0;
+  struct Completions {
+    std::latch mayEnd{1};
+    std::atomic<int> ended = 0;
+  };
+  const auto completions = std::make_shared<Completions>();
   for (int i = 0; i < 40; ++i) {
     client().completionWrapper(client().publisher(i % 2 == 0 ? "status/200" : "status/404"),
-                               [&](const auto&) {
-                                 std::this_thread::yield();
-                                 ++answers;
+                               [completions](const auto&) {
+                                 completions->mayEnd.wait();
+                                 ++completions->ended;
                                });
   }
+  const std::jthread opener([&] {
+    client().waitUntilAllOperationsAreFinished();  // which does not wait for completions
+    completions->mayEnd.count_down();
+  });
   client().waitUntilAllAnswersAreDelivered();
-  EXPECT_EQ(answers, 40);
+  EXPECT_EQ(completions->ended, 40);
 }
 
 }  // namespace
