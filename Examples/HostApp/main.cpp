@@ -27,8 +27,8 @@ int complain(const std::string& message, int status) {
   return status;
 }
 
-/// The first argument that stands where a command is needed and names none; nothing when all do.
-/// CLI11 itself only says that a command is required, which helps nobody who mistyped one.
+/// The first argument in a command's place that names no command; empty when all do. CLI11 only
+/// says that a command is required, which does not help a user who mistyped one.
 std::optional<std::string> mistypedCommand(const CLI::App& app, int argc, char** argv) {
   const CLI::App* level = &app;
   for (int i = 1; i < argc; ++i) {
@@ -43,8 +43,9 @@ std::optional<std::string> mistypedCommand(const CLI::App& app, int argc, char**
   return std::nullopt;
 }
 
-/// Keeps files that are opened from becoming standard input, output or error, which the caller may
-/// have closed. What stands there instead cannot be read or written, so that such a use fails.
+/// Keeps newly opened files from becoming standard input, output or error, which the caller may
+/// have closed. A placeholder that cannot be read or written takes their place, so that such a use
+/// fails.
 void occupyStandardDescriptors() {
   for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     if (::fcntl(descriptor, F_GETFD) != -1) continue;
@@ -53,13 +54,13 @@ void occupyStandardDescriptors() {
   }
 }
 
-/// 0, or what is said where the output did not arrive.
+/// 0, or the exit status when the output did not arrive.
 int statusOfOutput() {
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return 0;
   return complain("cannot write to standard output", kFailed);
 }
 
-/// Ends what this program made, however `main` is left.
+/// Ends the objects that this program made, however `main` is left.
 struct Closing {
   ~Closing() { ombrix::hostapp::closeCloud(); }
 };
@@ -69,7 +70,7 @@ struct Closing {
 int main(int argc, char** argv) {
   using namespace ombrix::hostapp;
   occupyStandardDescriptors();
-  // A file that grows past the limit of its size is a failed write like any other.
+  // A write past the limit of a file's size fails like any other.
   std::signal(SIGXFSZ, SIG_IGN);
   const Closing closing;
   CLI::App app{"Reads, measures and shows days of skiing.", "ombrix"};

@@ -8,11 +8,11 @@
 namespace ombrix::detail {
 namespace {
 
-constexpr double kWindowGapSeconds = 30;  // Neighbours further off say nothing about a fix.
-constexpr std::size_t kLeastWindow = 4;   // Fixes, to say what is usual.
+constexpr double kWindowGapSeconds = 30;  // Neighbours further away say nothing about a fix.
+constexpr std::size_t kLeastWindow = 4;   // Fixes for estimating the usual deviation.
 constexpr double kDeviations = 6;         // Median absolute deviations that are still noise.
 constexpr double kPositionSlackMeters = 30;
-constexpr double kTurnMetersPerSecond2 = 3;  // What turning adds to the slack, times dt squared.
+constexpr double kTurnMetersPerSecond2 = 3;  // Slack for turning, times dt squared.
 constexpr double kAltitudeSlackMeters = 15;
 constexpr double kSpeedSlackMetersPerSecond = 5;
 constexpr double kStepMeters = 8;
@@ -45,7 +45,7 @@ std::optional<CleanFix> FixSieve::push(const FedFix& fed) {
   taken.north = (taken.latitude - originLatitude_) * metersPerDegreeNorth_;
   taken.knowsAltitude = hasAltitude(fix);
   if (taken.knowsAltitude) {
-    // All before was on 0: what follows goes on from there.
+    // All fixes before were at 0: the following ones continue from there.
     if (!lastAltitude_ && end_ > 0) stepOffset_ = fix.altitude;
     lastAltitude_ = fix.altitude;
   }
@@ -81,7 +81,7 @@ std::optional<CleanFix> FixSieve::judge(std::size_t index) {
   findWindow(index);
   if (to_ - from_ + 1 >= kLeastWindow && isOffTheLine(index)) {
     ++counts_.outliers;
-    // Its place goes to the fix before it, so that it does not speak as a neighbour.
+    // It gets the place of the fix before it, so that it does not count as a neighbour.
     for (std::size_t i = index; i > oldest_; --i) at(i) = at(i - 1);
     ++oldest_;
     return std::nullopt;

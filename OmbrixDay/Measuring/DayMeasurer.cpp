@@ -61,7 +61,7 @@ struct DayMeasurer::State {
   bool isRecording = false;
   double ticksBegin = 0;
   std::size_t recordingSample = 0;
-  double lastStep = 0;  // What the sieve took off the last altitude.
+  double lastStep = 0;  // The sieve's correction of the last altitude.
   std::size_t decidedTicks = 0;
   std::size_t firstTick = 0;
   std::size_t firstSample = 0;
@@ -71,7 +71,7 @@ struct DayMeasurer::State {
   std::optional<detail::Stretch> held;
   double heldBeginAltitude = 0;
 
-  // How well reported speeds explain the way.
+  // How well reported speeds explain the distance.
   double wayBySpeed = 0, wayByPlace = 0, speedSinceAnchor = 0;
   double lastSpeed = 0;  // m/s, of the last fix
   double anchorTime = 0, anchorEast = 0, anchorNorth = 0;
@@ -132,8 +132,8 @@ void DayMeasurer::State::dropAnchor(const detail::CleanFix& fix) {
   anchorNorth = fix.north;
 }
 
-/// Metres from the last sample to the next one. The receiver's own speed tells more of the way
-/// than positions a second apart, whose noise adds up; unless it is no speed at all.
+/// Metres from the last sample to the next one. The receiver's own speed tells more about the
+/// distance than positions a second apart, whose noise adds up; unless the speed is implausible.
 double DayMeasurer::State::wayTo(const detail::CleanFix& fix) {
   const DaySample& last = samples.back();
   const double dt = fix.time - platform::timeIntervalSince1970(last.time);
@@ -309,7 +309,7 @@ DayMeasurer& DayMeasurer::operator=(DayMeasurer&&) noexcept = default;
 
 namespace {
 
-/// Notes what stood before a call, to tell what it changed.
+/// Notes the state before a call, to report what it changed.
 struct Before {
   std::size_t samples, segments;
   std::optional<SegmentKind> current;

@@ -49,7 +49,7 @@ std::uint64_t UserDefaults::State::nextRevision() {
   return last.fetch_add(1, std::memory_order_relaxed) + 1;
 }
 
-/// Shows readers what others have changed, key by key, and tells the observers.
+/// Shows readers what other processes have changed, key by key, and tells the observers.
 void UserDefaults::State::take(const DictionaryFile::Outcome& outcome) {
   std::vector<std::string> external;
   for (const auto& each : outcome.changes) {
@@ -158,7 +158,7 @@ void UserDefaults::State::showAll() {
   take(all);
 }
 
-/// Tells of failures; one that stays as it is is told from time to time, not at every look.
+/// Reports failures; one that lasts is reported from time to time, not at every look.
 void UserDefaults::State::report(const std::vector<std::string>& errors) {
   for (const auto& error : errors) {
     const auto now = services().clock.get().steadyNow();
@@ -181,7 +181,7 @@ void UserDefaults::State::lookAtFile() {
   refresh(Look::ifFree);
 }
 
-/// The first look. Whoever comes meanwhile waits, or it would find nothing set.
+/// The first look. Readers that come meanwhile wait: otherwise they would find no value.
 void UserDefaults::State::load() {
   if (hasLoaded.load(std::memory_order_acquire)) return;
   std::vector<std::string> errors;

@@ -31,12 +31,12 @@ std::vector<std::string> words(std::span<const char* const> all) {
   return {all.begin(), all.end()};
 }
 
-/// What became of one track.
+/// The outcome for one track.
 struct Converted {
   std::size_t fixes = 0;              ///< Written.
-  std::size_t skipped = 0;            ///< Rows and points that are no fix that can be written.
-  std::vector<LeftOut> leftOut = {};  ///< What the format has no place for.
-  std::string fault = {};             ///< Why the track could not be read whole, if so.
+  std::size_t skipped = 0;            ///< Rows and points that are not a writable fix.
+  std::vector<LeftOut> leftOut = {};  ///< Data that the format has no place for.
+  std::string fault = {};             ///< Why the track could not be read whole, if it could not.
 };
 
 /// Reads one file and writes another one; a track of which the format holds nothing is a failure.
@@ -56,14 +56,14 @@ Converted convertFile(const std::string& in, const std::string& out,
   }
   refuseToReplace(out, {to, &track, {&in, 1}});
   const std::string text = ombrix::writeTrack(track, to);
-  // What a write reports, the stream keeps for when it is closed.
+  // The stream keeps a failed write's error until it is closed.
   writeFile(
       out, [&](const auto& stream) { static_cast<void>(stream->write(platform::bytesOf(text))); },
       existing);
   return converted;
 }
 
-/// Adds what one track leaves out to what the others do.
+/// Adds one track's omissions to those of the others.
 void add(std::vector<LeftOut>& all, std::span<const LeftOut> one) {
   for (const LeftOut& each : one) {
     const auto known = std::ranges::find(all, each.what, &LeftOut::what);
@@ -82,8 +82,8 @@ std::vector<fs::path> tracksIn(const fs::path& folder) {
   return tracks;
 }
 
-/// The file that a folder's track becomes. One that another track becomes as well is not to be
-/// written over.
+/// The file for a folder's track. A file that another track was already converted to must not be
+/// overwritten.
 fs::path outputFor(const fs::path& track, const Options& options, std::set<fs::path>& taken) {
   fs::path out = fs::path(options.out) / track.filename();
   out.replace_extension(options.to);
@@ -94,13 +94,13 @@ fs::path outputFor(const fs::path& track, const Options& options, std::set<fs::p
   return out;
 }
 
-/// Converts all tracks of a folder into another one. What cannot be converted is told and passed
-/// over; the command fails at its end then.
+/// Converts all tracks of a folder into another one. A track that cannot be converted is reported
+/// and skipped; then the command fails at its end.
 void convertFolder(const Options& options, TrackFormat to) {
   const auto tracks = tracksIn(options.in);
   if (tracks.empty()) throw CommandFailure(fmt::format("there is no track in {}", options.in));
   fs::create_directories(options.out);
-  // In a folder of its own every file that is there already is a track, or another's.
+  // In a folder of its own every file is a track's, or somebody else's.
   const auto existing =
       fs::equivalent(options.in, options.out) ? Existing::kept : Existing::replaced;
   std::set<fs::path> taken;

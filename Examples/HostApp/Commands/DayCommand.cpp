@@ -40,7 +40,7 @@ struct Options {
   bool upload = false;
 };
 
-/// Remembers the day; where that fails the figures are worth no less.
+/// Remembers the day; if that fails, the figures are shown all the same.
 void keep(const RecordedDay& recorded) {
   try {
     RecentDays().remember(recorded);
@@ -49,7 +49,7 @@ void keep(const RecordedDay& recorded) {
   }
 }
 
-/// Where the figures go: a line or a page that goes to standard output is to stand there alone.
+/// The stream for the figures: a line or a page on standard output must stand there alone.
 std::FILE* outputBeside(const Options& options) {
   for (const std::string& written : {options.linePath, options.pagePath}) {
     if (!written.empty() && noticesBeside(written) == stderr) return stderr;
@@ -111,8 +111,8 @@ void showOrFail(const std::string& path, const Options& options, FigureTexts& fi
   }
 }
 
-/// Shows all days, with a bar while there are many. One that cannot be read is told and passed
-/// over; the command fails at its end.
+/// Shows all days, with a progress bar if there are many. A day that cannot be read is reported and
+/// skipped; then the command fails at its end.
 void showDays(const Options& options) {
   FigureTexts figures(forStandardOutput);
   if (options.paths.size() == 1) return showOrFail(options.paths.front(), options, figures);
@@ -121,7 +121,7 @@ void showDays(const Options& options) {
     ProgressBar bar(text("Measuring"));
     for (std::size_t i = 0; i < options.paths.size(); ++i) {
       bar.show(i, options.paths.size());
-      // On one terminal the bar would stand in the report's way.
+      // On the same terminal the bar would disturb the report.
       if (standardOutputIsTerminal()) bar.hide();
       try {
         showOrFail(options.paths[i], options, figures);

@@ -32,7 +32,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// Prints a line for each step that is done, with what came out of it.
+/// Prints a line for each finished step, with its outcome.
 void done(std::string_view step, std::string_view outcome) {
   constexpr std::size_t kStepColumns = 24;
   constexpr platform::UIColor kGreen{0.18, 0.68, 0.56};
@@ -47,7 +47,7 @@ std::string counted(std::size_t count, std::string_view what) {
   return fmt::format("{} {}", countText(count), text(what));
 }
 
-/// What the demonstration shows of the service's resorts.
+/// The data of the service's resorts that the demonstration shows.
 struct Resort {
   std::string name;
   double baseElevation = 0, summitElevation = 0;  ///< Metres above the sea.

@@ -18,7 +18,7 @@ namespace {
 using Format = FigureTexts::Format;
 using DateStyle = FigureTexts::DateStyle;
 
-/// Labels and what they say, one below the other.
+/// Labels and their values, one below the other.
 class Figures {
  public:
   explicit Figures(FigureTexts& texts) : texts_(texts) {}

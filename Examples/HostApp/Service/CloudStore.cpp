@@ -31,12 +31,12 @@ std::shared_ptr<NSUbiquitousKeyValueStore>& ownStore() {
 
 constexpr int kCloudValuesWin = 0, kLocalValuesWin = 1;
 
-/// What the command line says of the server that is the cloud.
+/// The options of the cloud's server.
 struct CloudOptions {
   std::string url, user, passwordFile, authority;
 };
 
-/// The password stands in a file or in the environment: other users can read command lines.
+/// The password comes from a file or the environment: other users can read command lines.
 std::string passwordFrom(const std::string& file) {
   if (!file.empty()) {
     const auto contents = readWholeFile(file);
@@ -51,7 +51,7 @@ std::string passwordFrom(const std::string& file) {
   return password;
 }
 
-/// The copies and unsent changes lie beside the settings they belong to: one device, one folder.
+/// The copies and unsent changes lie beside their settings: one device, one folder.
 void useServer(const CloudOptions& options) {
   if (options.url.empty()) {
     if (options.user.empty() && options.passwordFile.empty() && options.authority.empty()) return;
@@ -108,7 +108,7 @@ const char* reasonText(NSUbiquitousKeyValueStore::ChangeReason reason) {
   return "";
 }
 
-/// Prints what comes from other devices, until `count` changes were printed.
+/// Prints changes from other devices until `count` of them were printed.
 void watchCloud(unsigned count) {
   platform::Mutex mutex;
   platform::Condition changed;
@@ -197,7 +197,7 @@ void addSyncCommand(CLI::App& settingsCommand) {
       ->excludes(local);
   enable->callback([options] {
     constexpr int kCopyNothing = 2;
-    // Values of the cloud can only win when they are here.
+    // The cloud's values can only win once they have arrived here.
     if (!bringCloudUpToDate() && options->cloudWins) {
       throw CommandFailure("the values of the cloud cannot be taken over; sync was left as it is");
     }

@@ -7,9 +7,9 @@
 
 namespace ombrix::hostapp {
 
-/// What the service has kept of a day.
+/// The service's record of a day.
 struct UploadedDay {
-  std::string name;              ///< As the service names the day.
+  std::string name;              ///< The service's name for the day.
   std::uint64_t trackBytes = 0;  ///< How many bytes of the track arrived.
 };
 

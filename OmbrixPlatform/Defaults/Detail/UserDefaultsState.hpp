@@ -22,8 +22,9 @@
 
 namespace ombrix::platform {
 
-/// What readers of user defaults see, the thread that brings what was set to the file
-/// (UserDefaultsWriter.cpp), and the watch that brings what others wrote (UserDefaultsWatch.cpp).
+/// The values that readers of user defaults see, the thread that writes new values to the file
+/// (UserDefaultsWriter.cpp), and the watch that reads other processes' values
+/// (UserDefaultsWatch.cpp).
 struct UserDefaults::State : std::enable_shared_from_this<State> {
   /// A change of a value that its observers are told is coming. The thread that tells them makes it
   /// afterwards, unless another one changes the value meanwhile, which makes this change first: so
@@ -35,18 +36,18 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
     bool isMade = false, hasWriter = true;
   };
 
-  /// A stored value as readers see it. What the file held may be shown late and out of order; the
-  /// sequence keeps an older value from undoing a newer one, and the edit what the file held from
+  /// A stored value as readers see it. Values read from the file may arrive late and out of order.
+  /// The sequence keeps an older one from undoing a newer one; the edit keeps any of them from
   /// undoing what was set since.
   struct Stored {
     std::optional<PropertyList> value;
     std::uint64_t sequence = 0;  // of the file's change, or of ours that the file has taken
-    std::uint64_t edit = 0;      // of this process, until the file has taken it
+    std::uint64_t edit = 0;      // of this process, until it is in the file
     bool isQueued = false;       // for the writer
     Coming* coming = nullptr;
   };
 
-  /// Edits on their way to the file, with their numbers.
+  /// Edits that are being written to the file, with their numbers.
   struct Batch {
     std::vector<DictionaryFile::Edit> edits;
     std::vector<std::uint64_t> numbers;
@@ -102,8 +103,8 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   std::atomic<std::uint64_t> revision{nextRevision()};
 
   Mutex loadMutex;  // held over the first look
-  // Nothing is called while it is held. Who changes the domains is inside the gate of forks, so
-  // that a child finds them whole.
+  // No call out is made while it is held. A thread that changes the domains is inside the gate of
+  // forks, so that a child finds them whole.
   Mutex mutex;
   Dictionary arguments OMBRIX_GUARDED_BY(mutex), defaults OMBRIX_GUARDED_BY(mutex);
   std::map<std::string, Stored, std::less<>> stored OMBRIX_GUARDED_BY(mutex);
@@ -118,7 +119,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   bool isStopping OMBRIX_GUARDED_BY(mutex) = false;
   bool isFlushedAtExit OMBRIX_GUARDED_BY(mutex) = false;
 
-  Mutex writeMutex;  // held from taking edits until the file has them, so that order is kept
+  Mutex writeMutex;  // held from taking edits until they are in the file, to keep their order
 
   Mutex watchMutex;
   std::shared_ptr<DispatchQueue> queue;  // made once, before the writer or the watch uses it

@@ -48,7 +48,7 @@ CloudMirror::Pending pendingFrom(std::string key, const PropertyList& entry) {
           integerIn(entry, "order")};
 }
 
-/// An entry of the file that was read, changed and is to be written again.
+/// An entry of the file that was read and changed and is to be written back.
 class Entry {
  public:
   explicit Entry(const PropertyList* found) {
@@ -92,7 +92,7 @@ class Draft {
     return keys;
   }
 
-  /// How far the values go.
+  /// The position that the values reach.
   [[nodiscard]] std::int64_t epoch() const { return positionField("epoch"); }
   [[nodiscard]] std::int64_t revision() const { return positionField("revision"); }
   void setPosition(std::int64_t epoch, std::int64_t revision) {
@@ -139,7 +139,7 @@ class Draft {
                          known, {}, [this](const auto& other) { return sentRevision(other); }));
   }
 
-  /// Gives the device the name it has on the server, if it has none.
+  /// Gives the device its name on the server, if it has none.
   void nameDevice() {
     Entry device(find(kDeviceMark, ""));
     if (!textIn(device.list(), "id").empty()) return;
@@ -147,7 +147,7 @@ class Draft {
     set(kDeviceMark, "", device.list());
   }
 
-  /// Takes in what the server has of a key at a revision.
+  /// Takes in the server's state of a key at a revision.
   void noteServer(std::string_view key, std::int64_t revision, std::optional<PropertyList> value) {
     if (const PropertyList* waiting = find(kPendingMark, key)) {
       if (integerIn(*waiting, "revision") > revision) return;
@@ -187,11 +187,11 @@ class Draft {
 }  // namespace
 
 CloudMirror::CloudMirror(const std::filesystem::path& file) : file_(file) {
-  // Values that are there from the start are nobody's change.
+  // Values that were there from the start do not count as changes.
   static_cast<void>(refresh());
 }
 
-/// Runs a step that drafts edits of the file, with the file's lock held; gives what came of them,
+/// Runs a step that drafts edits of the file, with the file's lock held; returns the outcome,
 /// values from elsewhere included.
 template <class Step>
 CloudMirror::Outcome CloudMirror::update(IfUnsaved ifUnsaved, Source source, Step step) {
@@ -381,7 +381,7 @@ CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot, Position as
         draft.set(kPendingMark, key, entry.list());
       }
     } else if (snapshot.revision < draft.revision()) {
-      return;  // Somebody has heard later news meanwhile.
+      return;  // Another process has later news by now.
     }
     for (const auto& key : draft.keys(kFormerMark)) draft.erase(kFormerMark, key);
     draft.setPosition(asked.epoch + (isMadeAnew ? 1 : 0), snapshot.revision);
@@ -395,8 +395,8 @@ CloudMirror::Outcome CloudMirror::take(const EtcdSnapshot& snapshot, Position as
   });
 }
 
-/// Takes in what others have written, unless this process is at the file: then a look would wait,
-/// and what comes is shown a moment later.
+/// Takes in what others have written, unless this process is using the file: then a look would have
+/// to wait, and the news is shown a moment later.
 void CloudMirror::lookIfFree(Outcome& outcome) {
   if (!fileMutex_.try_lock()) return;
   const LockGuard working(fileMutex_, std::adopt_lock);

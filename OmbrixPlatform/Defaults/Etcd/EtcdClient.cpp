@@ -12,10 +12,11 @@ namespace ombrix::platform::detail {
 namespace {
 
 constexpr std::chrono::seconds kCallTimeout{10};
-// A watch that says nothing is made anew: a server that is gone without a word is noticed then.
+// A silent watch is replaced by a new one: that shows a server that has vanished without notice.
 constexpr std::chrono::minutes kWatchTimeout{1};
 constexpr std::chrono::hours kWatchLifetime{24 * 365};
-// A store holds 1 MiB and base64 adds a third. What is read of an answer takes many times its room.
+// A store holds 1 MiB and base64 adds a third. A parsed answer takes many times the memory of its
+// text.
 constexpr std::size_t kMaxAnswerBytes = std::size_t{4} << 20;
 
 URLSessionConfiguration callConfiguration() {
@@ -39,8 +40,8 @@ std::shared_ptr<URLSessionDelegate> trustIn(const EtcdConfiguration& configurati
   return std::make_shared<AuthoritiesDelegate>(configuration.certificateAuthorities);
 }
 
-/// A handler of the answer's bytes that hands on what `read` makes of them; it may throw
-/// `JSONError`.
+/// A handler that passes the answer's bytes through `read`, which may throw `JSONError`, and hands
+/// the result on.
 template <class T, class Read>
 EtcdClient::Handler<Data> reading(EtcdClient::Handler<T> handler, Read read) {
   return [handler = std::move(handler),
@@ -120,7 +121,7 @@ class EtcdClient::WatchDelegate final : public URLSessionDelegate {
     if (known != nullptr && known->code() == URLError::Code::timedOut && hasSpoken_) {
       return finish(std::nullopt);
     }
-    // What is no line of a watch is a refusal.
+    // Bytes that are not a line of a watch are a refusal.
     if (!error && !line_.empty()) {
       auto refusal = EtcdMessages::error(bytesOf(line_));
       if (refusal.message.empty()) refusal.message = "the watch was answered as no etcd does";
@@ -211,7 +212,7 @@ void EtcdClient::watch(std::int64_t revision, WatchHandler handler, WatchEnd end
   if (watchTask_) watchTask_->cancel();
   auto ended = [self = weak_from_this(), end = std::move(end)](std::optional<EtcdError> error) {
     const auto client = self.lock();
-    // A token that has lapsed is asked for anew by the next call.
+    // The next call asks for a new token when this one has lapsed.
     if (client && error && error->kind == EtcdError::Kind::wantsLogin) client->token_.reset();
     end(std::move(error));
   };
@@ -274,7 +275,7 @@ void EtcdClient::send(const std::string& path, const JSON& body, Handler<Data> h
   task->resume();
 }
 
-/// Asks for a token; those who come meanwhile share it.
+/// Asks for a token; calls that come meanwhile share it.
 void EtcdClient::authenticate(Authenticated handler) {
   waiting_.push_back(std::move(handler));
   if (waiting_.size() > 1) return;

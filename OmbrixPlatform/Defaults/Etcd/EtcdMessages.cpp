@@ -19,8 +19,8 @@ std::string base64(DataView bytes) {
   return text;
 }
 
-/// The first key behind all that begin with the prefix: its last byte one higher, bytes that
-/// cannot be higher dropped. A prefix of such bytes alone has no end, which is written "\0".
+/// The first key after all that begin with the prefix: the prefix without trailing 0xFF bytes, and
+/// its last byte one higher. A prefix of 0xFF bytes alone has no such key, which is written "\0".
 std::string endOf(std::string prefix) {
   while (!prefix.empty() && static_cast<unsigned char>(prefix.back()) == 0xFF) prefix.pop_back();
   if (prefix.empty()) return std::string(1, '\0');
@@ -32,8 +32,8 @@ constexpr std::size_t kLongestErrorText = 200;
 // Behind the prefix and before the device and the key: a value's key never begins so.
 constexpr std::string_view kMark{"\0sent/", 6};
 
-/// etcd's own texts for what must be told apart; the codes are gRPC's. The same code stands for
-/// many things, so the text decides where there is one.
+/// etcd's own texts, which tell refusals apart; the codes are gRPC's. One code has many meanings,
+/// so the text decides where there is one.
 EtcdError errorOf(std::int64_t code, std::string text) {
   using enum EtcdError::Kind;
   constexpr int kUnauthenticated = 16;
@@ -57,7 +57,7 @@ EtcdError errorOf(std::int64_t code, std::string text) {
   return {std::move(text), code == kUnauthenticated ? wantsLogin : other};
 }
 
-/// A server's text as it may stand in a log or on a terminal.
+/// A server's text in a form that is safe for a log or a terminal.
 std::string shown(std::string text) {
   text.resize(std::min(text.size(), kLongestErrorText));
   std::ranges::replace_if(text, [](char c) { return static_cast<unsigned char>(c) < ' '; }, ' ');
@@ -194,7 +194,7 @@ EtcdError EtcdMessages::error(DataView answer) {
   try {
     const JSON json = JSON::parse(answer);
     const JSON& error = json["error"];
-    // Before a stream begins the text stands under "error", within one under "error.message".
+    // Before a stream begins the text is under "error", within a stream under "error.message".
     const JSON& details = error.dictionary() != nullptr ? error : json;
     const std::string text =
         error.dictionary() != nullptr ? error["message"].stringValue() : error.stringValue();
@@ -203,7 +203,7 @@ EtcdError EtcdMessages::error(DataView answer) {
     if (!text.empty()) return errorOf(code, shown(text));
   } catch (const JSONError&) {
   }
-  return {};  // of whatever it is, nothing is shown
+  return {};  // of unknown contents nothing is shown
 }
 
 std::optional<EtcdKeyValue> EtcdMessages::keyValue(const JSON& json, bool isRemoval) const {

@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::chrono::duration<double> kFirstDelay{0.5};
 constexpr std::chrono::duration<double> kLongestDelay{30};
-// The end of another's turn is told by the folder; this is for news that got lost.
+// Events of the folder announce the end of another's turn; this is for events that got lost.
 constexpr std::chrono::duration<double> kTurnDelay{1};
 constexpr std::chrono::seconds kLongestTurn{10};
 // A mark changes by this device's own changes alone, so one more attempt is the rule.
@@ -67,7 +67,7 @@ void EtcdSending::close() {
 void EtcdSending::next() {
   if (isClosed_ || isSending_) return;
   if (mirror_->nextPending() && !maySend()) return;
-  // Whoever had the turn before may have sent it.
+  // The process that had the turn before may have sent it.
   handlers_.tell(mirror_->refresh());
   const auto pending = mirror_->nextPending();
   if (!pending) {
@@ -78,7 +78,7 @@ void EtcdSending::next() {
   CloudMirror::Outcome outcome;
   const std::string device = mirror_->deviceIdentifier(outcome);
   handlers_.tell(std::move(outcome));
-  // Under a name that is forgotten a change could be made twice.
+  // If the device forgot its name, a change could be made twice.
   if (device.empty()) return failed({"the device's name for the cloud cannot be kept"});
   isSending_ = true;
   // What another mark is, nobody knows: it may be this very change, or a later one.
@@ -94,7 +94,8 @@ void EtcdSending::next() {
 bool EtcdSending::maySend() {
   turnTimer_.cancel();
   while (!turn_) {
-    // Opened to read: closing what was opened to write tells the others that a turn has ended.
+    // Opened for reading: only closing a file that was opened for writing tells the others that a
+    // turn has ended.
     auto file = openOrMakeFile(turnFile_.string(), O_RDONLY);
     if (!file) return true;
     if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) return isTurnMissedForLong();
@@ -106,7 +107,7 @@ bool EtcdSending::maySend() {
 
 void EtcdSending::endTurn() {
   if (!turn_) return;
-  // Closed last, which tells the others, who come at once.
+  // Closed last: that tells the others, and they come at once.
   const auto news = openFile(turnFile_.string(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK);
   ::flock(turn_.get(), LOCK_UN);
   turn_.reset();

@@ -15,13 +15,13 @@
 
 namespace ombrix::platform::detail {
 
-/// The copy on this machine of all values of a cloud store, and the changes made here that the
-/// server has not taken yet, in one file that the processes of the device share.
+/// The copy on this machine of all values of a cloud store, and the local changes that the server
+/// has not taken yet, in one file that the processes of the device share.
 ///
-/// The file alone decides: it says up to which revision of the server's its values go, so what a
-/// process hears late is known to be old, whoever has brought the news. Every step reads and
-/// changes it under its lock. A change that waits to be sent stands above what the server says of
-/// its key, which is kept beside it in case the server's order turns out to be the other way.
+/// The file alone decides: it records the server's revision that its values have reached, so news
+/// that comes late is known to be old, whichever process brings it. Every step reads and changes
+/// the file under its lock. A change that waits to be sent hides the server's value of its key,
+/// which is kept beside it in case the server's order turns out to be the other way round.
 ///
 /// What is set here is shown at once and stands above all of that until `flush` has left it in the
 /// file. Where that takes a while, and another process of the device has made a later change of the
@@ -40,8 +40,8 @@ class CloudMirror {
     std::int64_t order = 0;  // grows with each change of the device
   };
 
-  /// How far the values go. The epoch counts how often the server was found to have been set up
-  /// again, with revisions that begin again.
+  /// The position that the values reach. The epoch counts how often the server was found to have
+  /// been set up again, which restarts its revisions.
   struct Position {
     std::int64_t epoch = 0, revision = 0;
   };
@@ -49,7 +49,7 @@ class CloudMirror {
   struct Outcome {
     std::vector<std::string> keys;    // whose values were changed from elsewhere
     std::vector<std::string> errors;  // of the file, readable sentences
-    bool isSaved = true;              // false: what was taken in is not in the file
+    bool isSaved = true;              // false: the news is not in the file
   };
 
   explicit CloudMirror(const std::filesystem::path& file);
@@ -60,26 +60,26 @@ class CloudMirror {
   [[nodiscard]] std::optional<PropertyList> value(std::string_view key, Outcome& outcome);
   [[nodiscard]] PropertyList::Dictionary values(Outcome& outcome);
 
-  /// Changes a value here, to be left in the file by `flush` and sent after all that waits there
-  /// already. Throws `PropertyListError` for what no property list can hold; nothing is changed
-  /// then.
+  /// Changes a value here; `flush` puts the change into the file, and it is sent after all that
+  /// wait there already. Throws `PropertyListError`, without changing anything, for a value that no
+  /// property list can hold.
   void set(std::string_view key, std::optional<PropertyList> value);
 
   /// Leaves what was set here in the file, unless it was overtaken by a later change of the device.
   /// Not saved: it waits on in memory, is sent from there, and is to be flushed again.
   [[nodiscard]] Outcome flush();
 
-  /// Whether everything that was set here is in the file or on the server.
+  /// Whether every change made here is in the file or on the server.
   [[nodiscard]] bool isFlushed() const;
 
   /// What has waited longest, as far as this process has looked; nothing when everything is sent.
   /// What could not be left in the file comes last.
   [[nodiscard]] std::optional<Pending> nextPending() const;
 
-  /// The order of the last change made by any process of the device.
+  /// The order of the last change by any process of the device.
   [[nodiscard]] std::int64_t lastOrder() const;
 
-  /// The name the device has on the server, made on first use; empty when it cannot be kept.
+  /// The device's name on the server, made on first use; empty when it cannot be saved.
   [[nodiscard]] std::string deviceIdentifier(Outcome& outcome);
 
   /// The server has taken a change, at that revision. Not saved: the change waits on in the file,
@@ -91,12 +91,12 @@ class CloudMirror {
 
   [[nodiscard]] Position position() const;
 
-  /// Takes in what a watch has told, in the server's order and without a gap, of that epoch. Not
-  /// saved: shown until the file changes, and to be read from the server again.
+  /// Takes in a watch's news of that epoch, in the server's order and without a gap. If it is not
+  /// saved, it is shown until the file changes, and must be read from the server again.
   Outcome take(const std::vector<EtcdKeyValue>& events, std::int64_t epoch);
 
-  /// Takes in all that the server has. One that has counted less than it had when it was asked has
-  /// been set up again: what was known of its order is forgotten.
+  /// Takes in all of the server's values. A server whose revision is lower than it was before the
+  /// request has been set up again: what was known of its order is forgotten.
   ///
   /// @param asked The position before the server was asked.
   Outcome take(const EtcdSnapshot& snapshot, Position asked);
@@ -121,8 +121,8 @@ class CloudMirror {
   void apply(const DictionaryFile::Outcome& fileOutcome, Source source, Outcome& outcome)
       OMBRIX_REQUIRES(fileMutex_, mutex_);
 
-  // Held over what is done to the file, so that what comes of it is taken in in its order; before
-  // the other one.
+  // Held over each step on the file, so that outcomes are taken in in their order; taken before the
+  // other lock.
   Mutex fileMutex_;
   DictionaryFile file_ OMBRIX_GUARDED_BY(fileMutex_);
 
@@ -132,7 +132,7 @@ class CloudMirror {
   PropertyList::Dictionary pending_ OMBRIX_GUARDED_BY(mutex_);
   // Of the file: {epoch, revision}; {id, order}.
   PropertyList position_ OMBRIX_GUARDED_BY(mutex_), device_ OMBRIX_GUARDED_BY(mutex_);
-  // In their order, one of a key at most.
+  // In their order, at most one for each key.
   std::vector<Unwritten> unwritten_ OMBRIX_GUARDED_BY(mutex_);
   bool isStuck_ OMBRIX_GUARDED_BY(mutex_) = false;  // the last attempt to write them failed
 };

@@ -11,10 +11,10 @@
 
 namespace ombrix::platform::detail {
 
-/// One key as the server has it, at the revision of its last change.
+/// One key on the server, at the revision of its last change.
 struct EtcdKeyValue {
   std::string key;                    // without the prefix
-  std::optional<PropertyList> value;  // nothing: it was removed
+  std::optional<PropertyList> value;  // empty: it was removed
   std::int64_t revision = 0;
 };
 
@@ -24,41 +24,42 @@ struct EtcdSnapshot {
   std::int64_t revision = 0;  // the server's own
 };
 
-/// What came of an attempt to make a change.
+/// The outcome of an attempt to make a change.
 struct EtcdChangeResult {
-  /// The revision it was made at, now or by an earlier attempt; nothing: the mark was another one.
+  /// The revision at which it was made, now or by an earlier attempt; empty: the mark was another
+  /// one.
   std::optional<std::int64_t> revision;
-  std::int64_t markRevision = 0;  // to expect the next time
+  std::int64_t markRevision = 0;  // to be expected in the next attempt
   bool isOvertaken = false;       // the device has made a later change: there is no next time
 };
 
-/// Why the server did not do what it was asked.
+/// Why the server did not fulfil a request.
 struct EtcdError {
   enum class Kind : std::uint8_t {
-    other,                // it may do the same thing later
+    other,                // it may accept the same request later
     tooLarge,             // it will never take this change
-    wantsLogin,           // it asks for a login, or the token has lapsed
-    authenticationIsOff,  // it was asked for a token and needs none
-    compacted             // it has forgotten the revision that was asked for
+    wantsLogin,           // it requires a login, or the token has lapsed
+    authenticationIsOff,  // it was asked for a token but uses none
+    compacted             // it has discarded the requested revision
   };
   std::string message;
   Kind kind = Kind::other;
 };
 
-/// What one line of a watch says.
+/// The contents of one line of a watch.
 struct EtcdWatchMessage {
   std::int64_t revision = 0;  // the server's own
-  bool isProgress = false;    // there is nothing more up to that revision
+  bool isProgress = false;    // no more changes up to that revision
   std::vector<EtcdKeyValue> events;
-  /// Why the watch has ended, if it has: its first revision is no longer kept, or the server gave
-  /// it up.
+  /// Why the watch has ended, if it has: the server no longer keeps its first revision, or has
+  /// cancelled it.
   std::optional<EtcdError> ended;
 };
 
 /// Writes the requests and reads the answers of etcd's JSON gateway for the keys below a prefix:
-/// keys and values are base64, 64-bit integers texts, and fields that have their default value are
-/// left out. Values are binary property lists and keys UTF-8; what others have put there is passed
-/// over.
+/// keys and values are in base64, 64-bit integers are texts, and fields with their default value
+/// are left out. Values are binary property lists and keys are UTF-8; anything else that was put
+/// there is skipped.
 ///
 /// Beside each value stands a mark for each device that has changed it, under a key that no value
 /// can have: the id of the change that the server took last from that device, written together with
@@ -83,12 +84,12 @@ class EtcdMessages {
   [[nodiscard]] JSON watch(std::int64_t revision) const;
 
   /// Readers throw `JSONError` for bytes that are not a JSON document and for revisions that cannot
-  /// be right, and take what is missing or of another kind for its default.
+  /// be right. A field that is missing or of another type counts as its default.
   static EtcdChangeResult changeResult(DataView answer, std::string_view id);
   [[nodiscard]] EtcdSnapshot snapshot(DataView answer) const;
   [[nodiscard]] EtcdWatchMessage watchMessage(std::string_view line) const;
 
-  /// A refusal, by its code and text; one of no known form has the whole answer for its text.
+  /// A refusal, by its code and text; the text of one in an unknown form is the whole answer.
   static EtcdError error(DataView answer);
 
  private:

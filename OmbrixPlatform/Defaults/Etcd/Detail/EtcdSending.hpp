@@ -37,7 +37,7 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
     /// The server will never take the change.
     std::function<void(const std::string& key, const EtcdError& error)> refused;
     std::function<void(const EtcdError& error)> failed;
-    /// A change was settled, by this process or another, or none waits.
+    /// A change was taken or refused, through this process or another, or none waits.
     std::function<void()> advanced;
   };
 
@@ -47,10 +47,10 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
   EtcdSending(Passkey, std::shared_ptr<CloudMirror> mirror, std::filesystem::path turnFile,
               std::shared_ptr<DispatchQueue> queue, Handlers handlers);
 
-  /// Sends what waits, unless it is waiting after a failure.
+  /// Sends the waiting changes, unless it pauses after a failure.
   void poke(const std::shared_ptr<EtcdClient>& client);
 
-  /// Sends what waits, whatever has failed before.
+  /// Sends the waiting changes, also after a failure.
   void sendNow(const std::shared_ptr<EtcdClient>& client);
 
   /// The file of the turn, without its folder.
@@ -79,7 +79,7 @@ class EtcdSending final : public std::enable_shared_from_this<EtcdSending> {
   bool isSending_ = false, isClosed_ = false, isWaiting_ = false;
   std::string markFor_;  // the change that is later than the mark that was read last
   std::int64_t markRevision_ = 0;
-  int attempts_ = 0;       // of one change, with other marks expected
+  int attempts_ = 0;       // of one change, each with another mark expected
   std::string missedFor_;  // the change that waits for the turn
   std::chrono::steady_clock::time_point missedSince_;
   std::chrono::duration<double> delay_;
