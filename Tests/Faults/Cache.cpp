@@ -64,7 +64,7 @@ void killedWriters(Run& run) {
     std::vector<std::unique_ptr<ChildProcess>> writers;
     for (int i = 0; i < 2; ++i) {
       auto& writer = writers.emplace_back(std::make_unique<ChildProcess>(
-          std::vector<std::string>{CACHE_AGENT, dir.path(), std::to_string(kPlenty)}));
+          std::vector<std::string>{TEST_AGENT, "cache", dir.path(), std::to_string(kPlenty)}));
       writer->send("fill");
       run.outcomes.expect(writer->readLine() == "filling", "a writer keeps answers");
     }
@@ -153,6 +153,8 @@ void spoil(Run& run, const fs::path& database) {
       "INSERT INTO body SELECT id + 100000, data FROM body",
       "CREATE TABLE more(x); INSERT INTO more SELECT randomblob(500000)",
       "CREATE TRIGGER t AFTER INSERT ON entry BEGIN DELETE FROM total; END",
+      "CREATE TRIGGER never AFTER INSERT ON entry BEGIN INSERT INTO body(data) SELECT max(n) FROM "
+      "(WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM c) SELECT n FROM c); END",
       "DROP INDEX entry_used",
       "DROP TRIGGER entry_removed",
       "PRAGMA user_version = 0",

@@ -44,7 +44,8 @@ constexpr auto kPatience = std::chrono::seconds(120);
 class Agent {
  public:
   Agent(const EtcdServer& server, const std::filesystem::path& folder, std::size_t number)
-      : command_{CLOUD_AGENT,
+      : command_{TEST_AGENT,
+                 "cloud",
                  server.url().absoluteString(),
                  folder.string(),
                  "device" + std::to_string(number % kDevices),

@@ -67,7 +67,7 @@ void ombrix::faults::run(const Plan& plan, Outcomes& outcomes) {
     std::vector<std::unique_ptr<ChildProcess>> processes;
     for (int i = 0; i < kProcesses; ++i) {
       processes.push_back(std::make_unique<ChildProcess>(
-          std::vector<std::string>{DEFAULTS_AGENT, dir.path(), "test", "contend", nameOf(i),
+          std::vector<std::string>{TEST_AGENT, "defaults", dir.path(), "test", "contend", nameOf(i),
                                    std::to_string(kThreads), std::to_string(changes)}));
     }
     for (const auto& process : processes) {

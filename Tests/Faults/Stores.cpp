@@ -49,7 +49,7 @@ void killedWriters(Run& run) {
     const PlistKeyedItemStore<std::string> other(URL::fileURL(folder, true));
     other.store("untouched", "other").get();
     for (std::size_t round = run.plan.rounds(4, 500); round > 0; --round) {
-      Command command{STORE_AGENT, "write", folder};
+      Command command{TEST_AGENT, "stores", "write", folder};
       for (const auto bytes : {size, size, size / 2, size}) {
         command.push_back(std::to_string(bytes));
       }
@@ -77,7 +77,7 @@ void manyProcesses(Run& run) {
   std::vector<std::unique_ptr<ChildProcess>> processes;
   for (std::size_t i = run.plan.rounds(3, 8); i > 0; --i) {
     processes.push_back(
-        std::make_unique<ChildProcess>(Command{STORE_AGENT, "share", dir.path(), rounds}));
+        std::make_unique<ChildProcess>(Command{TEST_AGENT, "stores", "share", dir.path(), rounds}));
   }
   for (const auto& process : processes) {
     run.outcomes.expect(process->wait() == 0, "a process saw whole values only, and lost none");
@@ -92,7 +92,7 @@ void removingReaders(Run& run) {
   const Store store = storeAt(path);
   std::vector<std::unique_ptr<ChildProcess>> readers;
   for (int i = 0; i < 2; ++i) {
-    readers.push_back(std::make_unique<ChildProcess>(Command{STORE_AGENT, "look", path}));
+    readers.push_back(std::make_unique<ChildProcess>(Command{TEST_AGENT, "stores", "look", path}));
     run.outcomes.expect(readers.back()->readLine() == "ready", "a reader starts");
   }
   for (std::size_t round = run.plan.rounds(500, 20'000); round > 0; --round) {
@@ -184,7 +184,7 @@ void hostileLists(Run& run) {
   const ScopedDir dir;
   for (std::size_t round = run.plan.rounds(5, 300); round > 0; --round) {
     const auto file = dir.write("list", hostileList(run.random));
-    ChildProcess agent({STORE_AGENT, "decode", file});
+    ChildProcess agent({TEST_AGENT, "stores", "decode", file});
     const int status = agent.wait();
     run.outcomes.expect(status == 0, "a hostile list ends within 64 MiB and a second",
                         fmt::format("round {}, status {}", round, status));
@@ -234,7 +234,7 @@ void shortMemory(Run& run) {
   storeAt(path).setValue(large);
   const auto megabytes = large.size() >> 20U;
   const auto read = [&](std::size_t limit, const std::string& group) {
-    ChildProcess agent({STORE_AGENT, "read", path, std::to_string(limit), group});
+    ChildProcess agent({TEST_AGENT, "stores", "read", path, std::to_string(limit), group});
     const int status = agent.wait();
     // In a group the kernel ends the process (-1); it must have been in it.
     const bool isWithout =

@@ -1,6 +1,6 @@
 #pragma once
 
-// Included ahead of every source file in the build that `scripts/mutate` makes.
+// Included ahead of every changed file in the build that `scripts/mutate` makes.
 
 /// Whether the process runs with this change of the code: the number in OMBRIX_MUTANT. With
 /// OMBRIX_MUTANTS_REACHED set it notes instead, as an empty file in that folder, that the change

@@ -1,11 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "OmbrixC/OmbrixFileManager.h"
-#include "OmbrixPlatform/Bundles/Bundle.hpp"
-#include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/RecordingLog.hpp"
 #include "OmbrixTesting/ScopedDirectories.hpp"
-#include "OmbrixTesting/ScopedService.hpp"
 
 namespace ombrix::c {
 namespace {
@@ -54,19 +51,6 @@ TEST(FileManagerTests, HandsErrorsOut) {
     ombrix_FileManager_touchWithUrl_(bad);
     EXPECT_EQ(log.takeErrors().size(), 1U);
   }
-}
-
-// Catches a version and a build that are mixed up or come from another bundle.
-TEST(BundleTests, TellsVersionAndBuildOfTheProgram) {
-  const testing::ScopedDir dir;
-  dir.write("Info.plist",
-            "<plist version=\"1.0\"><dict><key>CFBundleShortVersionString</key><string>4.2</string>"
-            "<key>CFBundleVersion</key><string>77</string></dict></plist>");
-  const testing::ScopedService scoped(
-      platform::services().mainBundle,
-      std::make_shared<platform::Bundle>(platform::URL::fileURL(dir.path().string(), true)));
-  EXPECT_EQ(taken(ombrix_Bundle_version()), "4.2");
-  EXPECT_EQ(taken(ombrix_Bundle_build()), "77");
 }
 
 }  // namespace

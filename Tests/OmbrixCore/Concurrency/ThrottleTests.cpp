@@ -53,10 +53,12 @@ TEST_F(ThrottleTests, TheFirstCallOfAContextRunsAndOthersAreDroppedUntilTheDeadl
   throttle(*queue, in(20s), DispatchContext(1), note("dropped"));
   clock->advance(9s);
   throttle(*queue, in(10s), one, note("dropped too"));
+  throttle(*queue, in(0s), one, note("dropped as well"));
+  throttle(*queue, in(0s), DispatchContext(3), note("free"));
   clock->advance(1s);
   throttle(*queue, in(10s), one, note("again"));
   queue->sync([] {});
-  EXPECT_EQ(log, (std::vector<std::string>{"one", "text", "none", "again"}));
+  EXPECT_EQ(log, (std::vector<std::string>{"one", "text", "none", "free", "again"}));
 }
 
 // Catches a debounced action that runs before its quiet interval is over, or not the last one.

@@ -105,29 +105,6 @@ std::string syntheticTrack(std::size_t rows, std::uint64_t seed) {
   return text;
 }
 
-// Catches a result or a log line in which reading rows of numbers at once differs from
-// `parseTransform` on each row, whatever the row looks like.
-TEST(LocationCSVParserTests, GivesWhatParseTransformGives) {
-  constexpr std::string_view kOddities = "0123456789.,-+\n\r\"e x";
-  std::mt19937_64 random(5);
-  const LocationCSVParser parser;
-  for (std::uint64_t round = 0; round < 300; ++round) {
-    std::string text = syntheticTrack(20, round);
-    for (auto changes = random() % 12; changes > 0; --changes) {
-      text[random() % text.size()] = kOddities[random() % kOddities.size()];
-    }
-    RecordingLog log;
-    std::vector<CLLocation> expected;
-    platform::CSVReader reader(text);
-    while (const auto row = reader.next()) {
-      if (const auto fix = parser.parseTransform(*row)) expected.push_back(*fix);
-    }
-    const auto errors = log.takeErrors();
-    ASSERT_TRUE(identical(parser.parse(std::string_view(text)).value(), expected)) << text;
-    ASSERT_EQ(log.takeErrors(), errors) << text;
-  }
-}
-
 bool identical(const std::vector<platform::HKQuantitySample>& a,
                const std::vector<platform::HKQuantitySample>& b) {
   return a == b;

@@ -2,10 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
-#include <random>
-#include <span>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -14,7 +10,6 @@
 #include "OmbrixPlatform/Coding/JSONEncoder.hpp"
 #include "OmbrixPlatform/Coding/PropertyListDecoder.hpp"
 #include "OmbrixPlatform/Coding/PropertyListEncoder.hpp"
-#include "OmbrixTesting/Sanitizers.hpp"
 
 namespace ombrix {
 namespace {
@@ -151,25 +146,6 @@ TEST(GeoJSONTests, EqualityAndHashGoByContent) {
   EXPECT_EQ(distinct.size(), 5U);
   EXPECT_TRUE(distinct.contains(Value::lineString({.coordinates = {sameCell, b}})));
   EXPECT_TRUE(distinct.contains(Value::polygon(Polygon{.coordinates = {{sameCell}, {b}}})));
-}
-
-// Catches a position that is lost, or changed in its last bit, in a long line.
-TEST(GeoJSONTests, ALongLineComesBackExactly) {
-  std::mt19937_64 random(4);
-  GeoJSONLineString line;
-  line.coordinates.resize(testing::kUnderSanitizer ? 50'000 : 1'000'000);
-  const auto degrees = [&](double range, bool rounded) {
-    const double any = static_cast<double>(random()) / 0x1p63 * range - range;
-    return rounded ? std::round(any * 1e6) / 1e6 : any;
-  };
-  for (auto& position : line.coordinates) {
-    const bool rounded = random() % 2 == 0;
-    position = {degrees(90, rounded), degrees(180, rounded)};
-  }
-  const auto read = JSONDecoder().decode<GeoJSONLineString>(JSONEncoder().encode(line));
-  ASSERT_EQ(read.coordinates.size(), line.coordinates.size());
-  const auto bytes = std::as_bytes(std::span(line.coordinates));
-  EXPECT_EQ(std::memcmp(read.coordinates.data(), bytes.data(), bytes.size()), 0);
 }
 
 }  // namespace

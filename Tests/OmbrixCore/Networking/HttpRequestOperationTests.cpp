@@ -270,28 +270,6 @@ TEST(HTTPRequestOperationPublisherTests, AnswersByDemand) {
   }
 }
 
-// Catches a cancelled subscription that still delivers, and one that keeps its subscriber.
-TEST(HTTPRequestOperationPublisherTests, CancellingReachesTheOperation) {
-  const auto session = FakeURLSession::make();
-  auto operation = makeOperation(session);
-  auto subscriber = std::make_shared<Recorder>();
-  HTTPRequestOperationPublisher(operation).receive(subscriber);
-  subscriber->subscription->request(platform::Demand::unlimited());
-  operation->start();
-  session->request(0);
-  subscriber->subscription->cancel();
-  operation->waitUntilFinished();
-  EXPECT_TRUE(operation->isCancelled());
-  EXPECT_THAT(subscriber->events.take(), IsEmpty());
-  subscriber->subscription->request(platform::Demand::max(1));
-  const std::weak_ptr weak = subscriber;
-  const std::weak_ptr weakOperation = operation;
-  subscriber = nullptr;
-  operation = nullptr;
-  EXPECT_TRUE(testing::eventually([&] { return weak.expired(); }));
-  EXPECT_TRUE(testing::eventually([&] { return weakOperation.expired(); }));
-}
-
 // Catches a wait for an operation that nobody runs, nor can any more.
 TEST(HTTPRequestOperationPublisherTests, AWaitEndsWithTheOperationThatNobodyRuns) {
   auto operation = makeOperation(FakeURLSession::make());

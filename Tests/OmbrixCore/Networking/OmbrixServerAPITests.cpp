@@ -179,28 +179,6 @@ TEST_F(OmbrixServerAPITests, HasOperationsFollowsQueueAndExternalRequests) {
   EXPECT_FALSE(client().hasOperations());
 }
 
-// Catches a session or queue that is set up another way, and one that is made before its use.
-TEST_F(OmbrixServerAPITests, SessionsAndQueue) {
-  EXPECT_FALSE(std::filesystem::exists(directories.dir().path() / "caches"));
-  const auto& main = client().session()->configuration();
-  EXPECT_EQ(main.timeoutIntervalForRequest, std::chrono::seconds(25));
-  EXPECT_EQ(main.timeoutIntervalForResource, std::chrono::seconds(30));
-  EXPECT_TRUE(main.waitsForConnectivity);
-  EXPECT_THAT(main.loopbackHosts, ElementsAre("api.ombrix.test"));
-  ASSERT_NE(main.urlCache, nullptr);
-  EXPECT_EQ(main.urlCache->memoryCapacity(), 52'428'800);
-  EXPECT_EQ(main.urlCache->diskCapacity(), 206'233'600);
-  EXPECT_EQ(client().session(), client().session());
-  EXPECT_NE(client().backgroundSession(), client().session());
-  EXPECT_TRUE(client().backgroundSession()->configuration().identifier.ends_with(".background"));
-
-  const auto queue = client().operationQueue();
-  EXPECT_EQ(queue->name(), "API Queue");
-  EXPECT_EQ(queue->maxConcurrentOperationCount(), 6);
-  EXPECT_EQ(queue->underlyingQueue(), client().dispatchQueue());
-  EXPECT_TRUE(client().dispatchQueue()->label().ends_with(".api"));
-}
-
 // Catches a server that is not the local one and is yet looked for on the loopback address, or
 // believed whatever certificate it has.
 TEST_F(OmbrixServerAPITests, TheTestServerIsOneOfAReservedName) {

@@ -3,6 +3,7 @@
 
 #include <fstream>
 #include <latch>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
@@ -15,7 +16,8 @@
 #include "OmbrixTesting/ManualClock.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
-#include "Tests/OmbrixCore/Networking/LocalServiceFixture.hpp"
+#include "OmbrixTesting/TestServer.hpp"
+#include "Tests/OmbrixCore/Networking/ServerAPIFixture.hpp"
 
 namespace ombrix {
 namespace {
@@ -56,9 +58,14 @@ std::size_t peakOf(Work work) {
   return (kilobytes("VmHWM:") - before) * 1024;
 }
 
-class ServerTransfersTests : public LocalServiceTest {
+/// The client in the development environment against the local web service, over TLS; "staging" is
+/// the same service without it.
+class ServerTransfersTests : public ::testing::Test {
  protected:
+  using Method = OmbrixServerAPI::HTTPMethod;
+
   ServerTransfersTests() {
+    OmbrixServerAPI::change(APIEndpoint::development);
     server.route("*", "/taken", [this](const devserver::Request& request) {
       bodies.add(request.body);
       return Response::text("thanks");
@@ -68,8 +75,32 @@ class ServerTransfersTests : public LocalServiceTest {
     });
   }
 
+  static ServerConfiguration configurationFor(const testing::TestServer& tls,
+                                              const testing::TestServer& plain) {
+    auto configuration = ServerConfiguration::defaults();
+    configuration.development = *platform::URL::parse(tls.baseURL());
+    configuration.staging = *platform::URL::parse(plain.baseURL());
+    return configuration;
+  }
+
+  OmbrixServerAPI& client() { return api_.client(); }
+  /// What the server was sent last on a path.
+  std::string lastHeader(std::string_view path, std::string_view name) const {
+    const auto requests = server.requests(path);
+    if (requests.empty()) return "(no request)";
+    const auto* value = requests.back()->headers.find(name);
+    return value ? *value : "(none)";
+  }
+
   testing::EventLog bodies;
   testing::ScopedDir dir;
+  testing::RecordingLog log;
+  testing::ScopedDirectories directories;
+  testing::TestServer server;
+  testing::TestServer plainServer{testing::TestServer::Wire::plain};
+
+ private:
+  testing::ScopedServerAPI api_{configurationFor(server, plainServer)};
 };
 
 // Catches a file that does not arrive whole, also where a redirect wants it again, that is sent
@@ -575,6 +606,30 @@ TEST_F(ServerTransfersTests, WaitingForAllAnswers) {
   });
   client().waitUntilAllAnswersAreDelivered();
   EXPECT_EQ(completions->ended, 40);
+}
+
+// Catches another server, to which a redirect led, that logs the user out or in, or ends what it
+// knows nothing of; and a token that travels there.
+TEST_F(ServerTransfersTests, OtherServersSayNothingOfTheLogin) {
+  client().setJwtToken("ours");
+  client().triggerMaintenanceMode();
+  for (const int status : {200, 401, 503}) {
+    server.route("*", "/away", [&](const auto&) {
+      return devserver::Response{.status = 307, .headers = {{"Location", plainServer.url("/x")}}};
+    });
+    plainServer.route("*", "/x", [&](const auto&) {
+      return devserver::Response{.status = status, .headers = {{"Authorization", "Bearer theirs"}}};
+    });
+    EXPECT_EQ(resultOf(client().publisher("away")).has_value(), status == 200);
+    EXPECT_EQ(plainServer.requests("/x").back()->headers.find("Authorization"), nullptr);
+    EXPECT_EQ(client().jwtToken(), "ours");
+    EXPECT_FALSE(client().loginError());
+    EXPECT_TRUE(client().serverIsInMaintenanceMode());
+  }
+  const auto asked = plainServer.requestCount("/x");
+  const HTTPPayload body(std::map<std::string, platform::JSON>{{"a", "b"}});
+  EXPECT_FALSE(resultOf(client().publisher("away", Method::POST, false, body)));
+  EXPECT_EQ(plainServer.requestCount("/x"), asked);
 }
 
 }  // namespace

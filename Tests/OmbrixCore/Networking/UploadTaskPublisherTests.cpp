@@ -85,21 +85,5 @@ TEST(UploadTaskPublisherTests, OneTaskOnFirstDemand) {
   }
 }
 
-// Catches a cancelled upload that goes on, delivers, or stays in memory.
-TEST(UploadTaskPublisherTests, CancellingEndsIt) {
-  Upload upload;
-  upload.subscriber->subscription->request(Demand::max(1));
-  upload.session->request(0);
-  upload.subscriber->subscription->cancel();
-  upload.session->complete(0, {});
-  upload.drain();
-  EXPECT_THAT(upload.subscriber->events.take(), ::testing::IsEmpty());
-  upload.subscriber->subscription->request(Demand::max(1));
-  EXPECT_EQ(upload.session->madeCount(), 1u);
-  const std::weak_ptr weak = upload.subscriber->subscription;
-  upload.subscriber->subscription = nullptr;
-  EXPECT_TRUE(weak.expired());
-}
-
 }  // namespace
 }  // namespace ombrix

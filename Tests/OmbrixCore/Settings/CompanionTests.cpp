@@ -3,6 +3,7 @@
 
 #include <filesystem>
 
+#include "OmbrixCore/Extensions/FileManager+Utils.hpp"
 #include "OmbrixCore/Settings/MMWormhole+Ombrix.hpp"
 #include "OmbrixCore/Settings/OmbrixSettings.hpp"
 #include "OmbrixTesting/EventLog.hpp"
@@ -22,10 +23,11 @@ using testing::ScopedSettings;
 class Watch {
  public:
   explicit Watch(const testing::ScopedDirectories& directories)
-      : process_({COMPANION_AGENT, (directories.dir().path() / "group").string()}) {}
+      : process_({TEST_AGENT, "messages", std::string(FileManager::OmbrixGroupName),
+                  (directories.dir().path() / "group").string()}) {}
 
   void send(const std::string& key, const std::string& value) {
-    process_.send(key + " " + value);
+    process_.send("pass " + key + " " + value);
     ASSERT_EQ(process_.readLine(), "done");
   }
 

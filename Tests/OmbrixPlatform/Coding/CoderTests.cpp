@@ -11,11 +11,12 @@
 #include "OmbrixPlatform/Coding/JSONEncoder.hpp"
 #include "OmbrixPlatform/Coding/PropertyListDecoder.hpp"
 #include "OmbrixPlatform/Coding/PropertyListEncoder.hpp"
+#include "Tests/Support/Items.hpp"
 
 namespace ombrix::platform {
 namespace {
 
-using testing::HasSubstr;
+using ::testing::HasSubstr;
 
 /// Keeps the decoder it is handed, and goes through the interface all the way.
 template <class T>
@@ -229,45 +230,15 @@ TEST(CoderTests, ErrorsSayWhatIsWrongAndWhere) {
 
 // Catches documents that JSON does not allow but a lenient reader takes.
 TEST(CoderTests, MalformedJSONIsRefusedByDecoderAndValueAlike) {
-  for (const std::string_view bad : {"",
-                                     " ",
-                                     "[1,]",
-                                     "[,1]",
-                                     "[1 2]",
-                                     "[1",
-                                     "{\"a\"}",
-                                     "{\"a\":}",
-                                     "{\"a\":1,}",
-                                     "{a:1}",
-                                     "01",
-                                     "-",
-                                     "1.",
-                                     ".5",
-                                     "1e",
-                                     "+1",
-                                     "1x",
-                                     "nul",
-                                     "nulls",
-                                     "truefalse",
-                                     "\"\\x\"",
-                                     "\"\\u12\"",
-                                     "\"\\ud800\"",
-                                     "\"\\ud800\\u0041\"",
-                                     "\"\\udc00\"",
-                                     "\"a",
-                                     "\"\n\"",
-                                     "\"\xFF\"",
-                                     "[1]]",
-                                     "{\"a\":1}}",
-                                     "\"a\"\"b\"",
-                                     "\"a\"b",
-                                     "[\"a\":1]",
-                                     "{\"a\",1}",
-                                     "NaN"}) {
+  constexpr std::string_view kBad =
+      R"(| |[1,]|[,1]|[1 2]|[1|{"a"}|{"a":}|{"a":1,}|{a:1}|01|-|1.|.5|1e|+1|1x|nul|nulls|truefalse)"
+      R"(|"\x"|"\u12"|"\ud800"|"\ud800\u0041"|"\udc00"|"a|[1]]|{"a":1}}|"a""b"|"a"b|["a":1]|{"a",1})"
+      "|NaN|\"\n\"|\"\xFF\"";
+  for (const auto& bad : testing::itemsOf(kBad, '|')) {
     EXPECT_THROW(static_cast<void>(JSON::parse(bad)), JSONError) << bad;
     const std::string tail = "," + std::string(40, ' ') + "\"name\":\"x\"}";
     for (const std::string_view key : {"unknown", "speed"}) {
-      const std::string inside = "{\"" + std::string(key) + "\":" + std::string(bad) + tail;
+      const std::string inside = "{\"" + std::string(key) + "\":" + bad + tail;
       EXPECT_THROW(static_cast<void>(JSONDecoder{}.decode<Lift>(bytesOf(inside))), DecodingError)
           << inside;
     }

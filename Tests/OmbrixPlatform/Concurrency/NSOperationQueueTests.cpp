@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <future>
-#include <latch>
 #include <map>
 #include <mutex>
 #include <semaphore>
@@ -77,42 +76,6 @@ TEST(NSOperationQueueTests, UrgentOperationsStartFirst) {
   EXPECT_EQ(order, "abcdef");
   EXPECT_TRUE(changes.try_acquire_for(std::chrono::seconds(60)));
   EXPECT_FALSE(changes.try_acquire());
-}
-
-// Catches queues that rescan themselves, hold threads for waiting operations, run more at once than
-// they may, or destroy a long chain on the stack.
-TEST(NSOperationQueueTests, FiftyThousandOperationsOfEightThreadsFinish) {
-  constexpr int kThreads = 8, kEach = 6'250;
-  const auto before = ThreadPool::shared().threadCount();
-  const auto queue = NSOperationQueue::make("many");
-  queue->setMaxConcurrentOperationCount(3);
-  std::atomic<int> ran = 0, running = 0;
-  std::atomic<bool> isTooWide = false;
-  const auto work = [&] {
-    if (++running > 3) isTooWide = true;
-    if (++ran % 100 == 0) std::this_thread::yield();
-    --running;
-  };
-  {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-      threads.emplace_back([&] {
-        const auto first = block(work);
-        auto last = first;
-        for (int i = 1; i < kEach; ++i) {
-          auto operation = block(work);
-          if (i % 2 == 0) operation->addDependency(last);
-          queue->addOperation(operation);
-          last = std::move(operation);
-        }
-        queue->addOperation(first);
-      });
-    }
-  }
-  EXPECT_LT(ThreadPool::shared().threadCount(), before + 50);
-  queue->waitUntilAllOperationsAreFinished();
-  EXPECT_EQ(ran, kThreads * kEach);
-  EXPECT_FALSE(isTooWide);
 }
 
 // Catches long chains of dependencies that are let go inside each other, on the stack.

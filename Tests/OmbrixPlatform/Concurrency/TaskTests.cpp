@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <latch>
 #include <memory>
 #include <optional>
 #include <semaphore>
@@ -148,34 +147,6 @@ TEST(AsyncTests, WhatHoldsEachOtherIsLetGoOnAFlatStack) {
   EXPECT_EQ(resource.use_count(), 2);
   last.reset();
   EXPECT_EQ(resource.use_count(), 1);
-}
-
-// Catches waiters that are forgotten, or resumed twice, when thousands await one task.
-TEST(TaskTests, TenThousandAwaitsOfOneTaskAllGetTheValue) {
-  constexpr int kThreads = 8, kEach = 1'250;
-  std::binary_semaphore gate{0};
-  const auto shared = startTask([&] {
-    gate.acquire();
-    return std::string("shared value that does not fit the small buffer");
-  });
-  std::atomic<int> right = 0;
-  auto wait = [&]() -> Async<void> {
-    const auto text = co_await shared;
-    if (text.starts_with("shared value")) ++right;
-  };
-  {
-    std::vector<std::jthread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-      threads.emplace_back([&, opensTheGate = t == 0] {
-        std::vector<Task<void>> waiters;
-        for (int i = 0; i < kEach; ++i) waiters.push_back(startTask(wait));
-        if (opensTheGate) gate.release();
-        for (const auto& waiter : waiters) waiter.get();
-      });
-    }
-  }
-  EXPECT_EQ(right, kThreads * kEach);
-  EXPECT_TRUE(shared.isFinished());
 }
 
 // Catches cancellation that does not reach a wait deep inside, that leaks from a waiter into the

@@ -1,5 +1,5 @@
 // One process of a device, in tests of the cloud store:
-//   cloud-agent <server> <folder> <domain> <seconds its clock is ahead>
+//   test-agent cloud <server> <folder> <domain> <seconds its clock is ahead>
 //               [<user> <password> [<certificate authority>]]
 // obeys lines, and answers each with one:
 //   set <key> [<value>]   "ok" when it is on the disk; without a value the key is removed
@@ -7,7 +7,6 @@
 //   last <key> [<value>]  the same, and exits at once
 //   sync                  "yes" or "no"
 //   dump                  "<key>=<value> …" by key
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <map>
@@ -19,6 +18,7 @@
 #include "OmbrixPlatform/Defaults/Etcd/EtcdUbiquitousKeyValueStore.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixPlatform/Values/Clock.hpp"
+#include "Tests/Support/Agent.hpp"
 
 namespace {
 
@@ -35,11 +35,6 @@ class WrongClock final : public Clock {
   const double ahead_;
 };
 
-void say(const std::string& line) {
-  std::printf("%s\n", line.c_str());
-  std::fflush(stdout);
-}
-
 /// The file of the device as any other process sees it.
 class File {
  public:
@@ -55,7 +50,7 @@ class File {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int ombrix::agent::cloud(int argc, char** argv) {
   if (argc < 5) return 2;
   services().clock.set(std::make_shared<WrongClock>(std::stod(argv[4])));
   EtcdConfiguration configuration{

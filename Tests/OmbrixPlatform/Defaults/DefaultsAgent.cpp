@@ -1,7 +1,7 @@
-// The other process in tests of user defaults:
-//   defaults-agent <folder> <domain> write <prefix> <count>   sets <prefix>0 … and exits at once
-//   defaults-agent <folder> <domain> fork <prefix> <count>    sets them in a forked child
-//   defaults-agent <folder> <domain> contend <prefix> <threads> <count>   see `contend`
+// The other process in tests of user defaults, test-agent defaults <folder> <domain>:
+//   write <prefix> <count>              sets <prefix>0 … and exits at once
+//   fork <prefix> <count>               sets them in a forked child
+//   contend <prefix> <threads> <count>  see `contend`
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
+#include "Tests/Support/Agent.hpp"
 
 namespace {
 
@@ -24,8 +25,7 @@ int write(UserDefaults& defaults, const std::string& prefix, int count) {
     defaults.setObject(std::string(200, 'x') + std::to_string(i), prefix + std::to_string(i));
     if (i % 16 == 0) defaults.synchronize();
     if (i == 0) {
-      std::puts("writing");
-      std::fflush(stdout);
+      ombrix::agent::say("writing");
     }
   }
   std::exit(0);  // What was set last is on nobody's stack now.
@@ -35,8 +35,7 @@ int write(UserDefaults& defaults, const std::string& prefix, int count) {
 int contend(UserDefaults& defaults, const std::string& prefix, int threads, int count) {
   const auto token =
       defaults.observe("shared", KeyValueObservingOptions::newValue, [](const auto&) {});
-  std::puts("contending");
-  std::fflush(stdout);
+  ombrix::agent::say("contending");
   {
     std::vector<std::jthread> running;
     for (int t = 0; t < threads; ++t) {
@@ -49,8 +48,7 @@ int contend(UserDefaults& defaults, const std::string& prefix, int threads, int 
       });
     }
   }
-  std::puts(defaults.synchronize() ? "done" : "not saved");
-  std::fflush(stdout);
+  ombrix::agent::say(defaults.synchronize() ? "done" : "not saved");
   std::string line;
   std::getline(std::cin, line);
   defaults.synchronize();
@@ -60,7 +58,7 @@ int contend(UserDefaults& defaults, const std::string& prefix, int threads, int 
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int ombrix::agent::defaults(int argc, char** argv) {
   if (argc < 6) return 2;
   const auto defaults = UserDefaults::make({.folder = argv[1], .domain = argv[2]});
   const std::string_view command = argv[3];

@@ -85,7 +85,7 @@ class EtcdStoreTests : public ::testing::Test {
   /// Another process of a device.
   std::unique_ptr<testing::ChildProcess> process(const std::string& name) const {
     auto process = std::make_unique<testing::ChildProcess>(std::vector<std::string>{
-        CLOUD_AGENT, server->url().absoluteString(), dir.path().string(), name, "0"});
+        TEST_AGENT, "cloud", server->url().absoluteString(), dir.path().string(), name, "0"});
     EXPECT_EQ(process->readLine(), "ready");
     return process;
   }

@@ -15,7 +15,7 @@ using testing::ChildProcess;
 class UserDefaultsProcessTests : public ::testing::Test {
  protected:
   std::unique_ptr<ChildProcess> start(std::vector<std::string> arguments) const {
-    std::vector<std::string> command{DEFAULTS_AGENT, dir.path(), "test"};
+    std::vector<std::string> command{TEST_AGENT, "defaults", dir.path(), "test"};
     command.insert(command.end(), arguments.begin(), arguments.end());
     return std::make_unique<ChildProcess>(std::move(command));
   }

@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "OmbrixPlatform/Files/NSFileCoordinator.hpp"
+#include "Tests/Support/Agent.hpp"
 
 namespace {
 
@@ -22,7 +23,7 @@ void count(const URL& url) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int ombrix::agent::coordinate(int argc, char** argv) {
   if (argc < 4) return 2;
   const std::string_view command = argv[1];
   const NSFileCoordinator coordinator(nullptr, URL::fileURL(argv[2], true));

@@ -66,7 +66,7 @@ class FileCoordinatorTests : public ::testing::Test {
   std::unique_ptr<ChildProcess> agent(const std::string& command, const URL& file,
                                       const std::string& argument = {}) const {
     return std::make_unique<ChildProcess>(std::vector<std::string>{
-        COORDINATION_AGENT, command, locks().path(), file.path(), argument});
+        TEST_AGENT, "coordinate", command, locks().path(), file.path(), argument});
   }
   void write(const URL& file, std::string_view text,
              std::shared_ptr<NSFilePresenter> presenter = nullptr) const {

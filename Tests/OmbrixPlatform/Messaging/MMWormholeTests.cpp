@@ -32,7 +32,8 @@ class MMWormholeTests : public ::testing::Test {
   /// The program at the channel's other end.
   class Other {
    public:
-    explicit Other(const fs::path& group) : process_({MESSAGE_AGENT, group.string()}) {}
+    explicit Other(const fs::path& group)
+        : process_({TEST_AGENT, "messages", "group", group.string()}) {}
 
     void tell(const std::string& line) {
       process_.send(line);

@@ -1,4 +1,4 @@
-// Another process at a message channel:  message-agent GROUP_FOLDER
+// Another process at a group's message channel:  test-agent messages GROUP FOLDER
 // Obeys the lines of its input and answers each with "done":
 //   pass IDENTIFIER TEXT
 //   burst IDENTIFIER N    passes the numbers from 1 to N as fast as it can
@@ -12,12 +12,13 @@
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Messaging/MMWormhole.hpp"
 #include "OmbrixPlatform/Services.hpp"
+#include "Tests/Support/Agent.hpp"
 
-int main(int argc, char** argv) {
+int ombrix::agent::messages(int argc, char** argv) {
   using namespace ombrix::platform;
-  if (argc != 2) return 2;
-  services().directories.get().setContainerForGroup("group", URL::fileURL(argv[1], true));
-  MMWormhole channel("group", "wormhole");
+  if (argc != 3) return 2;
+  services().directories.get().setContainerForGroup(argv[1], URL::fileURL(argv[2], true));
+  MMWormhole channel(argv[1], "wormhole");
   std::string line;
   while (std::getline(std::cin, line)) {
     std::istringstream words(line);
@@ -32,12 +33,13 @@ int main(int argc, char** argv) {
     } else if (command == "clear") {
       channel.clearMessageContentsForIdentifier(identifier);
     } else {
-      std::cout << "done" << std::endl;
+      say("done");
       for (std::size_t size = 1;; size = size * 7 % 9973) {
         channel.passMessageObject(std::string(size, static_cast<char>('a' + size % 26)),
                                   identifier);
       }
     }
-    std::cout << "done" << std::endl;
+    say("done");
   }
+  return 0;
 }

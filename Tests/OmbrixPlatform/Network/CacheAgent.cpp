@@ -1,28 +1,25 @@
-// The other process in tests of the cache, on a folder with a budget of bytes. It obeys lines:
+//   test-agent cache <folder> <bytes>
+// is another process at a cache on a folder, with a budget of bytes. It obeys lines:
 //   put <n>              keeps an answer whose body follows from n
 //   get <n>              prints its body, "-" for none
 //   fill                 keeps answers until it is killed
 //   clear, flush, usage  what the cache's operations of these names do
-#include <cstdio>
 #include <iostream>
 #include <sstream>
 #include <string>
 
 #include "CachingSamples.hpp"
+#include "Tests/Support/Agent.hpp"
 
 namespace {
 
 using namespace ombrix::platform;
 using namespace samples;
 
-void say(const std::string& line) {
-  std::puts(line.c_str());
-  std::fflush(stdout);
-}
-
 }  // namespace
 
-int main(int, char** argv) {
+int ombrix::agent::cache(int argc, char** argv) {
+  if (argc != 3) return 2;
   const auto cache = URLCache::make(0, std::stoll(argv[2]), URL::fileURL(argv[1], true));
   const auto put = [&](int n) {
     cache->storeCachedResponse(answerOf(200, "Cache-Control: max-age=1000", numberedBody(n)),

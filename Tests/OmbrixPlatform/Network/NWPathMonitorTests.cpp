@@ -18,7 +18,6 @@
 #include "OmbrixPlatform/Concurrency/Events.hpp"
 #include "OmbrixPlatform/Detail/Descriptor.hpp"
 #include "OmbrixTesting/EventLog.hpp"
-#include "OmbrixTesting/ManualPathMonitor.hpp"
 #include "OmbrixTesting/Processes/ChildProcess.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
 #include "OmbrixTesting/ScopedDir.hpp"
@@ -50,7 +49,7 @@ std::unique_ptr<ChildProcess> agentInNamespace() {
     const std::string trial = unshare + " ip link add v0 type veth peer name v1 2>/dev/null";
     if (std::system(trial.c_str()) == 0) {
       return std::make_unique<ChildProcess>(
-          std::vector<std::string>{"/usr/bin/env", "unshare", option, PATH_AGENT});
+          std::vector<std::string>{"/usr/bin/env", "unshare", option, TEST_AGENT, "path"});
     }
   }
   return nullptr;
@@ -299,25 +298,6 @@ TEST(NWPathMonitorTests, CallsNothingAfterCancel) {
   });
   monitor->start();
   EXPECT_THAT(log.takeOnce("cancelled"), ElementsAre("cancelled"));
-}
-
-// Catches a double that behaves unlike the real one: a call too many, too few, or after the end.
-TEST(NWPathMonitorTests, ManualMonitorTellsWhatItIsTold) {
-  const auto paths = std::make_shared<testing::ManualPathMonitorFactory>();
-  const testing::ScopedService scoped(services().pathMonitorFactory, paths);
-  EventLog log;
-  const auto monitor = services().pathMonitorFactory.get().make();
-  logInto(*monitor, log);
-  paths->setPath({.status = unsatisfied});
-  EXPECT_EQ(monitor->currentPath().status, unsatisfied);
-  monitor->start();
-  EXPECT_THAT(log.takeOnce("unsatisfied"), ElementsAre("unsatisfied"));
-  paths->setPath({.status = unsatisfied});
-  paths->setPath({.isConstrained = true, .isExpensive = true});
-  EXPECT_THAT(log.take(), ElementsAre("satisfied constrained expensive"));
-  monitor->cancel();
-  paths->setPath({});
-  EXPECT_THAT(log.take(), ElementsAre());
 }
 
 }  // namespace

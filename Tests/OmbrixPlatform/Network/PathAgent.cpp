@@ -2,42 +2,39 @@
 // line, and runs every line it gets as a shell command; "now" tells what `currentPath` says,
 // "change" waits for a change of the network.
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <iostream>
 #include <semaphore>
 #include <string>
 
 #include "OmbrixPlatform/Network/NWPathMonitor.hpp"
+#include "Tests/Support/Agent.hpp"
 
 namespace {
 
 using namespace ombrix::platform;
 
-void say(const char* prefix, const NWPath& path) {
-  std::printf("%s%s\n", prefix,
-              path.status == NWPath::Status::satisfied ? "satisfied" : "unsatisfied");
-  std::fflush(stdout);
+void tell(const std::string& prefix, const NWPath& path) {
+  ombrix::agent::say(prefix +
+                     (path.status == NWPath::Status::satisfied ? "satisfied" : "unsatisfied"));
 }
 
 }  // namespace
 
-int main() {
+int ombrix::agent::path(int /*argc*/, char** /*argv*/) {
   const auto monitor = makeSystemPathMonitorFactory()->make();
-  monitor->setPathUpdateHandler([](const NWPath& path) { say("", path); });
+  monitor->setPathUpdateHandler([](const NWPath& path) { tell("", path); });
   std::counting_semaphore<> changes(0);
   monitor->setNetworkChangeHandler([&] { changes.release(); });
-  say("before: ", monitor->currentPath());
+  tell("before: ", monitor->currentPath());
   monitor->start();
   for (std::string line; std::getline(std::cin, line);) {
     if (line == "now") {
-      say("now: ", monitor->currentPath());
+      tell("now: ", monitor->currentPath());
     } else if (line == "change") {
-      std::puts(changes.try_acquire_for(std::chrono::seconds(30)) ? "changed" : "no change");
-      std::fflush(stdout);
+      say(changes.try_acquire_for(std::chrono::seconds(30)) ? "changed" : "no change");
     } else if (std::system(line.c_str()) != 0) {
-      std::puts("failed");
-      std::fflush(stdout);
+      say("failed");
     }
   }
   monitor->cancel();

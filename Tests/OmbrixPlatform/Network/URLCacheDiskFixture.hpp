@@ -26,7 +26,7 @@ class URLCacheDiskFixture : public URLCacheFixture {
   }
   std::unique_ptr<testing::ChildProcess> agent(std::int64_t disk = 8 * kMiB) const {
     return std::make_unique<testing::ChildProcess>(
-        std::vector<std::string>{CACHE_AGENT, folder, std::to_string(disk)});
+        std::vector<std::string>{TEST_AGENT, "cache", folder, std::to_string(disk)});
   }
   /// What an agent answers to a line.
   static std::string ask(testing::ChildProcess& agent, const std::string& line) {

@@ -253,31 +253,6 @@ INSERT INTO body VALUES(2, X'706c61696e');
   EXPECT_FALSE(hasDamaged());
 }
 
-// Catches a database that a killed writer has harmed, or that keeps others from writing.
-TEST_F(URLCacheDiskTests, OutlivesKilledWriters) {
-  constexpr std::int64_t kPlenty = 256 * kMiB;  // a busy writer must not push out the first ones
-  const auto cache = open(0, kPlenty);
-  std::mt19937 random(7);
-  for (int round = 0; round < (testing::kUnderSanitizer ? 4 : 15); ++round) {
-    const auto writer = agent(kPlenty);
-    writer->send("fill");
-    ASSERT_EQ(writer->readLine(), "filling");
-    for (auto reads = random() % 500; reads > 0; --reads) get(*cache, static_cast<int>(reads));
-    writer->kill();
-    int found = 0;
-    for (int n = 0; n < 64; ++n) {
-      const std::string body = get(*cache, n);
-      EXPECT_TRUE(body == "-" || body == numberedBody(n)) << n;
-      found += body != "-" ? 1 : 0;
-    }
-    EXPECT_TRUE(found == 64 || round > 0) << found;
-    put(*cache, 1'000'000 + round);
-    cache->flush();
-    EXPECT_EQ(get(*cache, 1'000'000 + round), numberedBody(1'000'000 + round));
-    ASSERT_FALSE(hasDamaged());
-  }
-}
-
 // Catches a damaged database that stops the program or the cache, or whose bytes are served.
 TEST_F(URLCacheDiskTests, SetsADamagedDatabaseAside) {
   const auto fill = [&] {
@@ -342,49 +317,6 @@ TEST_F(URLCacheDiskTests, SetsADamagedDatabaseAside) {
     put(*cache, 1);
     cache->flush();
     EXPECT_TRUE(fs::is_directory(database()) || get(*open(), 1) == numberedBody(1));
-    fs::remove_all(folder);
-  }
-}
-
-// Catches rows that no release of ours has written and that hold up, fill up or stop the program.
-TEST_F(URLCacheDiskTests, OutlivesHostileRows) {
-  const struct {
-    const char* name;
-    const char* sql;
-  } rows[]{
-      {"uses that are texts", "UPDATE entry SET used = 'x' || id"},
-      {"uses between the numbers", "UPDATE entry SET used = used + 0.5"},
-      {"no uses left", "UPDATE total SET uses = 9223372036854775807"},
-      {"sizes below nothing", "UPDATE entry SET size = -1000000000"},
-      {"no total", "DELETE FROM total"},
-      {"bodies that are gone", "DELETE FROM body"},
-      {"bodies that are numbers", "UPDATE body SET data = id"},
-      {"records that are texts", "UPDATE entry SET record = 'record'"},
-      {"all of one URL", "UPDATE entry SET record = (SELECT record FROM entry WHERE id = 1)"},
-      {"a trigger that never ends",
-       "CREATE TRIGGER never AFTER INSERT ON entry BEGIN INSERT INTO body(data) SELECT max(n) FROM "
-       "(WITH RECURSIVE c(n) AS (SELECT 1 UNION ALL SELECT n + 1 FROM c) SELECT n FROM c); END"},
-      {"no index", "DROP INDEX entry_hash"},
-  };
-  for (const auto& [name, sql] : rows) {
-    SCOPED_TRACE(name);
-    {
-      const auto cache = open(0, kMiB);
-      for (int n = 0; n < 100; ++n) put(*cache, n);
-      cache->flush();
-    }
-    execute(sql);
-    const auto cache = open(0, kMiB);
-    for (int n = 0; n < 100; ++n) {
-      const std::string body = get(*cache, n);
-      ASSERT_TRUE(body == "-" || body == numberedBody(n)) << n;
-    }
-    for (int n = 0; n < 400; ++n) {
-      put(*cache, n);
-      if (n % 50 == 49) cache->flush();
-    }
-    EXPECT_EQ(get(*cache, 399), numberedBody(399));
-    EXPECT_LE(cache->currentDiskUsage(), kMiB);
     fs::remove_all(folder);
   }
 }

@@ -15,34 +15,6 @@ constexpr std::int64_t kMiB = 1 << 20;
 
 class URLCacheTests : public URLCacheFixture {};
 
-// Catches a 304 whose fields are not kept, whose body is lost, or that confirms something else.
-TEST_F(URLCacheTests, ConfirmationRenewsWhatIsKept) {
-  const auto cache = URLCache::make(kMiB, 0, std::nullopt);
-  const auto request = requestFor("http://a.test/");
-  load(*cache, request, answerOf(200, "Cache-Control: max-age=10|ETag: \"1\"|X: old", "body"));
-  clock->advance(TimeInterval(11));
-  auto decided = cache->decide(request);
-  ASSERT_EQ(decided.kind, Kind::validate);
-  const auto handed = load(
-      *cache, request, answerOf(304, "Cache-Control: max-age=20|X: new|Authorization: Bearer t"),
-      &*decided.answer);
-  EXPECT_EQ(handed.response->statusCode(), 200);
-  EXPECT_EQ(handed.response->valueForHTTPHeaderField("Authorization"), "Bearer t");
-  EXPECT_EQ(textOf(*handed.data), "body");
-  clock->advance(TimeInterval(19));
-  decided = cache->decide(request);
-  ASSERT_EQ(decided.kind, Kind::serve);
-  EXPECT_EQ(fieldsText(decided.answer->response->headers()),
-            "Cache-Control: max-age=20|ETag: \"1\"|X: new|Age: 19");
-
-  clock->advance(TimeInterval(2));
-  decided = cache->decide(request);
-  ASSERT_EQ(decided.kind, Kind::validate);
-  const auto other = load(*cache, request, answerOf(304, "ETag: \"2\""), &*decided.answer);
-  EXPECT_EQ(other.response->statusCode(), 304);
-  EXPECT_EQ(decision(*cache, request), "load");
-}
-
 // Catches a server that is asked by every caller of a stale answer, or by none ever after.
 TEST_F(URLCacheTests, OneCallerRevalidatesBehind) {
   const auto cache = URLCache::make(kMiB, 0, std::nullopt);
@@ -70,26 +42,19 @@ TEST_F(URLCacheTests, OneCallerRevalidatesBehind) {
   }
 }
 
-// Catches variants that push each other out, and a newer one that does not replace its own.
-TEST_F(URLCacheTests, KeepsSeveralVariantsOfAURL) {
+// Catches variants of one URL that pile up, and some that a change of it leaves there.
+TEST_F(URLCacheTests, VariantsOfAURLHaveTheirLimit) {
   const auto cache = URLCache::make(kMiB, 0, std::nullopt);
-  constexpr auto kFields = "Cache-Control: max-age=10|Vary: Accept-Language";
-  for (const std::string body : {"de", "fr", "it", "de"}) {
-    load(*cache, requestFor("http://a.test/", "Accept-Language: " + body),
-         answerOf(200, kFields, body));
-  }
-  load(*cache, requestFor("http://a.test/", "Accept-Language: fr"), answerOf(200, kFields, "FR"));
-  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: de")), "serve de");
-  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: fr")), "serve FR");
-  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: it")), "serve it");
-  EXPECT_EQ(decision(*cache, requestFor("http://a.test/")), "load");
+  const auto in = [](int i) {
+    return requestFor("http://a.test/", "Accept-Language: " + std::to_string(i));
+  };
   for (int i = 0; i < 100; ++i) {
-    load(*cache, requestFor("http://a.test/", "Accept-Language: " + std::to_string(i)),
-         answerOf(200, kFields));
+    load(*cache, in(i), answerOf(200, "Cache-Control: max-age=10|Vary: Accept-Language"));
   }
-  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: 0")), "load");
+  EXPECT_EQ(decision(*cache, in(0)), "load");
+  EXPECT_EQ(decision(*cache, in(99)), "serve ");
   load(*cache, requestFor("http://a.test/", "", "DELETE"), answerOf(204, ""));
-  EXPECT_EQ(decision(*cache, requestFor("http://a.test/", "Accept-Language: 99")), "load");
+  EXPECT_EQ(decision(*cache, in(99)), "load");
   EXPECT_EQ(cache->currentMemoryUsage(), 0);
 }
 

@@ -7,7 +7,6 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
-#include <optional>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -186,26 +185,6 @@ TEST(URLSessionConnectionsTests, Proxies) {
   EXPECT_EQ(fetch(*sessionWith({}), requestTo(far + path)).summary(), "200 ok");
   EXPECT_EQ(open.takeRequests().size(), 1u) << "by default it is that of the environment";
   ::unsetenv("http_proxy");
-}
-
-// Catches a local test server that cannot be reached where it listens on ::1 alone.
-TEST(URLSessionConnectionsTests, TheTestHostIsBothLoopbackAddresses) {
-  for (const bool usesIPv6 : {false, true}) {
-    TestServer::Options options;
-    options.usesIPv6 = usesIPv6;
-    std::string summary;
-    // At the other address another test's server may listen on the same port: then once more.
-    for (int tries = 0; tries < 3 && summary != "200 ok"; ++tries) {
-      std::optional<TestServer> server;
-      try {
-        server.emplace(options);
-      } catch (const Error&) {
-        GTEST_SKIP() << "this machine has no ::1";
-      }
-      summary = fetch(*sessionWith({}), requestTo(server->url("/status/200?body=ok"))).summary();
-    }
-    EXPECT_EQ(summary, "200 ok") << usesIPv6;
-  }
 }
 
 }  // namespace

@@ -16,7 +16,6 @@
 #include "OmbrixPlatform/Network/Curl/Detail/CurlTrust.hpp"
 #include "OmbrixPlatform/Network/URLSession.hpp"
 #include "OmbrixTesting/EventLog.hpp"
-#include "OmbrixTesting/Eventually.hpp"
 #include "OmbrixTesting/TestServer.hpp"
 #include "SessionSupport.hpp"
 #include "Tools/DevServer/HTTP/Compression.hpp"
@@ -440,29 +439,6 @@ class CountingDelegate : public URLSessionDelegate {
     isWhole.set_value(error == nullptr);
   }
 };
-
-// Catches a task that is cancelled as it ends, and told as a success without its bytes.
-TEST(URLSessionDelegateTests, ACancelledStreamIsWholeOrAnError) {
-  constexpr std::size_t kBytes = 3000;
-  TestServer server(TestServer::Wire::plain);
-  const auto delegate = std::make_shared<CountingDelegate>();
-  const auto session = sessionFor(delegate);
-  for (int round = 0; round < 300; ++round) {
-    delegate->bytes = 0;
-    delegate->isWhole = {};
-    auto isWhole = delegate->isWhole.get_future();
-    const auto task = session->dataTask(requestTo(server.url("/bytes?bytes=3000")), nullptr);
-    task->resume();
-    ASSERT_TRUE(testing::eventually(
-        [&] { return task->countOfBytesReceived() >= static_cast<std::int64_t>(kBytes); }));
-    // Another moment of the end each time.
-    std::atomic<int> spins = 53 * round % 3000;
-    while (spins > 0) --spins;
-    task->cancel();
-    ASSERT_EQ(isWhole.wait_for(std::chrono::minutes(1)), std::future_status::ready);
-    ASSERT_TRUE(!isWhole.get() || delegate->bytes == kBytes) << round;
-  }
-}
 
 // Catches a decompression bomb that reaches a delegate in one piece, or to its end.
 TEST(URLSessionDelegateTests, ABombIsStreamedInPiecesAndNotToItsEnd) {

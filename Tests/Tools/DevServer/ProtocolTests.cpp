@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "OmbrixTesting/TestServer.hpp"
-#include "Tests/Tools/DevServer/CurlClient.hpp"
 #include "Tests/Tools/DevServer/RawClient.hpp"
 
 namespace ombrix::devserver {
@@ -68,20 +67,6 @@ TEST(DevServerProtocol, AnswersPipelinedRequestsInOrder) {
   EXPECT_THAT(answers, ::testing::ContainsRegex("200 OK(.|\n)*\r\n\r\naHTTP/1.1 200 OK(.|\n)*"
                                                 "Length: 1024\r\n\r\nHTTP/1.1 201 Created"));
   EXPECT_EQ(server.counters().requests, 3u);
-}
-
-TEST(DevServerProtocol, TakesAndGivesLargeBodies) {
-  TestServer server;
-  CurlClient client(server);
-  server.route("PUT", "/size", [](const Request& request) {
-    return Response::text(std::to_string(request.body.size()));
-  });
-  const std::string large(std::size_t{20} * 1024 * 1024, 'x');
-  for (const char* header : {"Transfer-Encoding: chunked", "Expect: 100-continue", "Expect:"}) {
-    EXPECT_EQ(client.send("PUT", "/size", large, {header}).body, "20971520");
-  }
-  EXPECT_EQ(client.get("/bytes?bytes=5000000&chunked").body.size(), 5'000'000u);
-  EXPECT_EQ(server.counters().connections, 1u);
 }
 
 }  // namespace

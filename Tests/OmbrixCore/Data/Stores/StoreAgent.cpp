@@ -1,4 +1,4 @@
-// Another process at the stores:
+// Another process at the stores, test-agent stores:
 //   write FOLDER SIZE…   stores values of these sizes in turn under the key "k", until it is killed
 //   share GROUP ROUNDS   reads and writes one file and the keys of one folder in the group's
 //                        container, beside others that do the same; fails on a torn or lost value
@@ -41,6 +41,7 @@
 #include "OmbrixPlatform/Files/Directories.hpp"
 #include "OmbrixPlatform/Services.hpp"
 #include "OmbrixTesting/Sanitizers.hpp"
+#include "Tests/Support/Agent.hpp"
 
 namespace {
 
@@ -58,13 +59,13 @@ bool isWhole(const std::optional<std::string>& value) {
 
 int write(const char* folder, const std::vector<std::size_t>& sizes) {
   const PlistKeyedItemStore<std::string> store(URL::fileURL(folder, true));
-  std::cout << "ready" << std::endl;
+  agent::say("ready");
   for (unsigned i = 0;; ++i) store.store(uniform(sizes[i % sizes.size()], i), "k").get();
 }
 
 int look(const char* file) {
   const PlistFileStore<std::string> store(URL::fileURL(file));
-  std::cout << "ready" << std::endl;
+  agent::say("ready");
   while (true) static_cast<void>(store.value());
 }
 
@@ -247,7 +248,7 @@ int launch(const char* folder, int others, const char* group, std::string_view s
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int ombrix::agent::stores(int argc, char** argv) {
   if (argc == 3 && std::string_view(argv[1]) == "decode") return decode(argv[2]);
   if (argc == 3 && std::string_view(argv[1]) == "look") return look(argv[2]);
   if (argc < 4) return 2;

@@ -189,7 +189,7 @@ TEST(StoreRemovalTests, WhatIsStoredBetweenTwoRemovalsStays) {
   bool isStored = false;
   auto& beforeUnlink = testing::callHooks().beforeUnlink;
   beforeUnlink = [&] {
-    EXPECT_EQ(testing::ChildProcess({STORE_AGENT, "read", path, "0", "-"}).wait(), 3);
+    EXPECT_EQ(testing::ChildProcess({TEST_AGENT, "stores", "read", path, "0", "-"}).wait(), 3);
     if (fs::exists(path)) return;
     isStored = true;
     dir.write("item", "new");

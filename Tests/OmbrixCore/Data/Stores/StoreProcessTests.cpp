@@ -71,7 +71,7 @@ TEST(PersistedProcessTests, AnEndingProcessWritesWhatItHasSet) {
     for (int round = 0; round < kRounds; ++round) {
       for (const auto& [state, others] :
            {std::pair("free", 60), {"busy", 60}, {"forked", 60}, {"pool", 60}, {"threadless", 4}}) {
-        testing::ChildProcess agent({STORE_AGENT, "launch", path, std::to_string(others),
+        testing::ChildProcess agent({TEST_AGENT, "stores", "launch", path, std::to_string(others),
                                      dir.path() / "group", state, std::to_string(++runs)});
         EXPECT_EQ(agent.wait(), 0) << state;
         EXPECT_EQ(Persisted<int>(0, folder, "launches").wrappedValue(), runs) << name << state;
