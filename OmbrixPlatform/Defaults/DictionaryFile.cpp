@@ -114,11 +114,16 @@ DictionaryFile::Outcome DictionaryFile::refresh(Look look) {
 }
 
 DictionaryFile::Outcome DictionaryFile::write(const std::vector<Edit>& edits) {
-  return update([&](const PropertyList::Dictionary&) { return edits; }, IfUnsaved::keep);
+  Outcome outcome;  // with what was found before memory ran short: nobody else gets it
+  try {
+    update([&](const PropertyList::Dictionary&) { return edits; }, IfUnsaved::keep, outcome);
+  } catch (const std::bad_alloc&) {
+    outcome.isSaved = outcome.isTaken = false;
+  }
+  return outcome;
 }
 
-DictionaryFile::Outcome DictionaryFile::update(const Decide& decide, IfUnsaved ifUnsaved) {
-  Outcome outcome;
+void DictionaryFile::update(const Decide& decide, IfUnsaved ifUnsaved, Outcome& outcome) {
   const LockGuard mutex(mutex_);
   const ThreadPool::BlockingScope blocking;
   const auto locked = lock(kLockTimeout, outcome);
@@ -132,17 +137,16 @@ DictionaryFile::Outcome DictionaryFile::update(const Decide& decide, IfUnsaved i
   if (ifUnsaved == IfUnsaved::undo) before = contents_;
   for (const Edit& edit : edits) change(edit, ifUnsaved, outcome);
   const bool hasChanged = outcome.changes.size() != met;
-  if (!hasChanged && unsaved_.empty() && !isShowingUnsaved_) return outcome;
+  if (!hasChanged && unsaved_.empty() && !isShowingUnsaved_) return;
   // A file that cannot be read is not replaced: others' values in it would be lost.
   outcome.isSaved = loaded != Loaded::unreadable;
   if (loaded == Loaded::empty) {
     outcome.errors.push_back(file_ + " was empty and is being written again");
   }
   if (outcome.isSaved) outcome.isSaved = save(outcome);
-  if (outcome.isSaved || !hasChanged) return outcome;
+  if (outcome.isSaved || !hasChanged) return;
   if (ifUnsaved == IfUnsaved::show) isShowingUnsaved_ = true;
-  if (ifUnsaved == IfUnsaved::undo) undo(before, met, outcome);
-  return outcome;
+  if (ifUnsaved == IfUnsaved::undo) undo(std::move(before), met, outcome);
 }
 
 DictionaryFile::Contents DictionaryFile::contents() const {
@@ -203,9 +207,9 @@ DictionaryFile::Loaded DictionaryFile::load(bool force, Outcome& outcome) {
     if (bytes->empty()) return Loaded::empty;
     auto contents = decode(*bytes);
     if (!contents) return Loaded::damaged;
+    takeIn(std::move(*contents), outcome);
     open_ = std::move(opened);
     identity_ = identity;
-    takeIn(std::move(*contents), outcome);
     return Loaded::read;
   } catch (const std::bad_alloc&) {
     report(outcome, "read", ENOMEM);
@@ -275,9 +279,8 @@ void DictionaryFile::change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outc
 }
 
 /// Undoes edits; changes that were found before them stay.
-void DictionaryFile::undo(const PropertyList::Dictionary& before, std::size_t met,
-                          Outcome& outcome) {
-  contents_ = before;
+void DictionaryFile::undo(PropertyList::Dictionary before, std::size_t met, Outcome& outcome) {
+  contents_ = std::move(before);
   outcome.changes.erase(outcome.changes.begin() + static_cast<std::ptrdiff_t>(met),
                         outcome.changes.end());
 }

@@ -1,5 +1,6 @@
 #include "OmbrixPlatform/Defaults/UserDefaults.hpp"
 
+#include <new>
 #include <utility>
 
 #include "OmbrixPlatform/Defaults/Detail/Coercion.hpp"
@@ -110,7 +111,7 @@ void UserDefaults::setObject(PropertyList value, std::string_view key) {
 
 void UserDefaults::removeObjectForKey(std::string_view key) { state_->set(key, std::nullopt); }
 
-bool UserDefaults::synchronize() {
+bool UserDefaults::synchronize() try {
   state_->load();
   const auto outcome = state_->flush();
   state_->take(outcome);
@@ -119,6 +120,8 @@ bool UserDefaults::synchronize() {
   state_->refresh(DictionaryFile::Look::always);
   state_->showAll();
   return state_->file.isSaved();
+} catch (const std::bad_alloc&) {
+  return false;  // what is not written yet waits for the next attempt
 }
 
 void UserDefaults::setErrorHandler(ErrorHandler handler) {

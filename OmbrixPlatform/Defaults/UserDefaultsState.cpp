@@ -64,24 +64,34 @@ void UserDefaults::State::take(const DictionaryFile::Outcome& outcome) {
 /// Changes what readers see, between the two calls of the observers; false where it is shown
 /// already or was overtaken. Calls out.
 bool UserDefaults::State::change(std::string_view key, Coming& coming) {
-  const bool isObserved = owner.isObserved(key);
-  const bool isChange = begin(key, coming, isObserved);
-  if (!isChange || !isObserved) return isChange;
+  const bool isChange = begin(key, coming, true);
+  if (!coming.isAnnounced) return isChange;
   try {
     owner.willChangeValueForKey(key, coming.before);
+  } catch (...) {  // for want of memory: no observer was told
+    giveUp(key, coming);
+    throw;
+  }
+  try {
     makeNow(key, coming);
-  } catch (...) {  // for want of memory
-    const ForkGate::Pass pass;
-    const LockGuard lock(mutex);
-    if (auto& entry = stored.find(key)->second; entry.coming == &coming) entry.coming = nullptr;
+  } catch (...) {  // the same, but the observers wait for the second call
+    giveUp(key, coming);
+    owner.didChangeValueForKey(key, coming.isMade ? coming.after : coming.before);
     throw;
   }
   owner.didChangeValueForKey(key, coming.after);
   return true;
 }
 
+/// No other thread makes the change from now on.
+void UserDefaults::State::giveUp(std::string_view key, const Coming& coming) {
+  const ForkGate::Pass pass;
+  const LockGuard lock(mutex);
+  if (auto& entry = stored.find(key)->second; entry.coming == &coming) entry.coming = nullptr;
+}
+
 /// Whether this changes what readers see. Makes it at once, unless observers are to be told first.
-bool UserDefaults::State::begin(std::string_view key, Coming& coming, bool isObserved) {
+bool UserDefaults::State::begin(std::string_view key, Coming& coming, bool tellsObservers) {
   bool isChange = false, mustWrite = false;
   {
     const ForkGate::Pass pass;
@@ -94,7 +104,9 @@ bool UserDefaults::State::begin(std::string_view key, Coming& coming, bool isObs
     const bool isWanted =
         coming.sequence == 0 || (entry.edit == 0 && entry.sequence < coming.sequence);
     isChange = isWanted && entry.value != coming.value;
-    if (isChange && isObserved) {
+    // Asked with the lock held: who registers later reads the value after the change.
+    coming.isAnnounced = isChange && tellsObservers && owner.isObserved(key);
+    if (coming.isAnnounced) {
       coming.before = detail::copyOf(find(key, true));
       entry.coming = &coming;
     } else if (isWanted) {
@@ -121,10 +133,10 @@ void UserDefaults::State::makeNow(std::string_view key, Coming& coming) {
 }
 
 void UserDefaults::State::make(const std::string& key, Stored& entry, Coming& coming) {
-  const bool isAnnounced = entry.coming == &coming;
   // First what may fail for want of memory.
   auto value = coming.value;
-  if (isAnnounced) coming.after = detail::copyOf(firstOf(key, value ? &*value : nullptr, true));
+  if (coming.isAnnounced)
+    coming.after = detail::copyOf(firstOf(key, value ? &*value : nullptr, true));
   if (coming.sequence == 0) {
     coming.hasWriter = hasWriterHere();
     if (!entry.isQueued) queuedKeys.push_back(key);
@@ -138,7 +150,7 @@ void UserDefaults::State::make(const std::string& key, Stored& entry, Coming& co
     revision.store(nextRevision(), std::memory_order_release);
   }
   coming.isMade = true;
-  if (isAnnounced) entry.coming = nullptr;
+  if (entry.coming == &coming) entry.coming = nullptr;
 }
 
 /// Shows readers what other threads are about to show.

@@ -28,36 +28,20 @@ void UserDefaults::State::set(std::string_view key, const std::optional<Property
   if (isProcessExiting() || !coming.hasWriter) take(flush());
 }
 
+/// What waits to be written. It stays queued until the file has taken it, for memory may run short.
 UserDefaults::State::Batch UserDefaults::State::takeBatch() {
   Batch batch;
   const ForkGate::Pass pass;
   const LockGuard lock(mutex);
-  // They stay queued until all are in the batch, since memory may run short.
   for (const auto& key : queuedKeys) {
     const auto& entry = stored[key];
     batch.edits.push_back({key, entry.value});
     batch.numbers.push_back(entry.edit);
   }
-  for (const auto& key : queuedKeys) stored[key].isQueued = false;
-  queuedKeys.clear();
   return batch;
 }
 
-/// Memory was too short to write the edits: the next attempt has them again.
-void UserDefaults::State::putBack(const Batch& batch) {
-  {
-    const ForkGate::Pass pass;
-    const LockGuard lock(mutex);
-    for (const auto& edit : batch.edits) {
-      auto& entry = stored[edit.key];
-      if (!entry.isQueued) queuedKeys.push_back(edit.key);
-      entry.isQueued = true;
-    }
-  }
-  somethingToWrite.notify_one();
-}
-
-/// The edits are in the file: of the values that are not older than them, the file holds the last.
+/// The file has taken the edits: of the values that are not older than them, it holds the last.
 void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outcome& outcome) {
   std::uint64_t last = 0;
   for (const auto& change : outcome.changes) last = std::max(last, change.sequence);
@@ -66,8 +50,12 @@ void UserDefaults::State::settle(const Batch& batch, const DictionaryFile::Outco
   for (std::size_t i = 0; i < batch.edits.size(); ++i) {
     auto& entry = stored[batch.edits[i].key];
     entry.sequence = std::max(entry.sequence, last);
-    if (entry.edit == batch.numbers[i]) entry.edit = 0;
+    if (entry.edit != batch.numbers[i]) continue;  // it was set since
+    entry.edit = 0;
+    entry.isQueued = false;
   }
+  std::erase_if(queuedKeys, [this](const std::string& key)
+                                OMBRIX_REQUIRES(mutex) { return !stored[key].isQueued; });
 }
 
 /// Writes the new values to the file, on this thread; returns what it found on the way.
@@ -75,18 +63,23 @@ DictionaryFile::Outcome UserDefaults::State::flush() {
   const LockGuard writing(writeMutex);
   const Batch batch = takeBatch();
   if (batch.edits.empty() && file.isSaved()) return {};
-  try {
-    auto outcome = file.write(batch.edits);
-    settle(batch, outcome);
-    return outcome;
-  } catch (const std::bad_alloc&) {
-    putBack(batch);
-    throw;
-  }
+  auto outcome = file.write(batch.edits);
+  if (outcome.isTaken) settle(batch, outcome);
+  return outcome;
 }
 
-/// At the end of the process.
-void UserDefaults::State::flushLast() { report(flush().errors); }
+/// At the end of the process or of this object: there is no later time to try again.
+void UserDefaults::State::flushLast() {
+  constexpr int kAttempts = 3;
+  for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    try {
+      const auto outcome = flush();
+      report(outcome.errors);
+      if (outcome.isTaken) return;
+    } catch (const std::bad_alloc&) {
+    }
+  }
+}
 
 /// A forked child has neither writer nor watch, for threads do not come along, and locks may be
 /// held. What the writer had left to do stays with the parent.
@@ -114,16 +107,37 @@ bool UserDefaults::State::hasWriterHere() {
   return writer.joinable();
 }
 
-/// On the writer's thread. Observers are told on the queue: one of them may end this very object.
+/// Whether the file has taken what was set. Has observers told on the queue: one of them may end
+/// this very object.
+/// @param showsAll For want of memory, something that was found may not have been shown.
+bool UserDefaults::State::writeNow(bool showsAll) {
+  auto outcome = flush();
+  const bool isTaken = outcome.isTaken;
+  report(std::exchange(outcome.errors, {}));
+  if (showsAll || std::ranges::any_of(outcome.changes, &DictionaryFile::Change::isExternal)) {
+    makeQueue();
+    queue->async([weak = weakOwner, showsAll, outcome = std::move(outcome)] {
+      const auto self = weak.lock();
+      if (!self) return;
+      showsAll ? self->state_->showAll() : self->state_->take(outcome);
+    });
+  }
+  return isTaken;
+}
+
+/// On the writer's thread.
 void UserDefaults::State::write() {
   auto retryDelay = kFirstRetryDelay;
-  bool isSaved = true;
+  bool isSaved = true, isShortOfMemory = false;
   UniqueLock lock(mutex);
   const auto hasWork = [this]()
                            OMBRIX_REQUIRES(mutex) { return isStopping || !queuedKeys.empty(); };
   const auto hasToStop = [this]() OMBRIX_REQUIRES(mutex) { return isStopping; };
   while (!isStopping) {
-    if (isSaved) {
+    if (isShortOfMemory) {  // what is queued must not end the delay
+      somethingToWrite.wait_for(mutex, retryDelay, hasToStop);
+      retryDelay = std::min(retryDelay * 2, kLongestRetryDelay);
+    } else if (isSaved) {
       somethingToWrite.wait(mutex, hasWork);
       retryDelay = kFirstRetryDelay;
     } else {
@@ -133,15 +147,12 @@ void UserDefaults::State::write() {
     somethingToWrite.wait_for(mutex, kGatheringDelay, hasToStop);
     if (isStopping) return;
     lock.unlock();
-    auto outcome = flush();
-    isSaved = file.isSaved();
-    report(std::exchange(outcome.errors, {}));
-    if (std::ranges::any_of(outcome.changes, &DictionaryFile::Change::isExternal)) {
-      makeQueue();
-      queue->async([weak = weakOwner, outcome = std::move(outcome)] {
-        if (const auto self = weak.lock()) self->state_->take(outcome);
-      });
+    try {
+      isShortOfMemory = !writeNow(isShortOfMemory);
+    } catch (const std::bad_alloc&) {
+      isShortOfMemory = true;
     }
+    isSaved = file.isSaved();
     lock.lock();
   }
 }
@@ -160,7 +171,7 @@ void UserDefaults::State::stopWriter() {
   } else if (ended.joinable()) {
     ended.join();
   }
-  report(flush().errors);
+  flushLast();
 }
 
 }  // namespace ombrix::platform

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <iterator>
 #include <memory>
@@ -70,7 +71,8 @@ class KeyValueObserving {
   /// Calls the handler on every change of the property `key` until the token is destroyed.
   ///
   /// With `initial` the handler also runs once before this returns, but after it was registered, so
-  /// that it misses no change. Any thread.
+  /// that it misses no change; with `newValue` once more for each time that another thread's change
+  /// was told meanwhile, so that an old value does not stay the last one. Any thread.
   ObservationToken observe(std::string_view key, Options options, Handler handler) {
     willObserve(key);
     const auto property = propertyToObserve(key);
@@ -79,9 +81,14 @@ class KeyValueObserving {
     property->add(observer);
     ObservationToken token(observer);
     if (contains(options, Options::initial)) {
-      std::optional<Value> value;
-      if (contains(options, Options::newValue)) value = valueForKey(key);
-      observer->call({key, false, nullptr, value ? &*value : nullptr});
+      const bool wantsValue = contains(options, Options::newValue);
+      std::uint64_t told = 0;
+      int calls = 0;
+      do {
+        told = observer->toldByOthers();
+        const auto value = wantsValue ? valueForKey(key) : std::nullopt;
+        observer->callInitially({key, false, nullptr, value ? &*value : nullptr});
+      } while (wantsValue && observer->toldByOthers() != told && ++calls < kMostInitialCalls);
     }
     return token;
   }
@@ -89,7 +96,7 @@ class KeyValueObserving {
   /// Announces that the property is about to change. Any thread.
   void willChangeValueForKey(std::string_view key) {
     const auto property = observedProperty(key);
-    if (!property || property->observers->empty()) return;
+    if (!property) return;  // else there may be observers before the change is done
     const bool wantsValue = contains(property->wantedOptions(), Options::oldValue);
     announceComing(key, *property, wantsValue ? valueForKey(key) : std::nullopt);
   }
@@ -97,7 +104,7 @@ class KeyValueObserving {
   /// The same, for who knows the value before the change: other threads may change it meanwhile.
   void willChangeValueForKey(std::string_view key, const std::optional<Value>& before) {
     const auto property = observedProperty(key);
-    if (property && !property->observers->empty()) announceComing(key, *property, before);
+    if (property) announceComing(key, *property, before);
   }
 
   /// Announces that the property has changed, on the thread that announced the coming change.
@@ -157,8 +164,16 @@ class KeyValueObserving {
 
     [[nodiscard]] bool wantsInitial() const { return contains(options_, Options::initial); }
 
+    /// How many changes it was told, but for those that its own calls have made.
+    [[nodiscard]] std::uint64_t toldByOthers() const { return told_; }
+
     void call(const Change& change) {
       if (change.isPrior && !contains(options_, Options::prior)) return;
+      if (!change.isPrior && wantsInitial() && depthOnThisThread() == 0) ++told_;
+      callInitially(change);
+    }
+
+    void callInitially(const Change& change) {
       const detail::ObserverCall call{*this};
       if (!call) return;
       callOut("an observer", [&] {
@@ -171,8 +186,13 @@ class KeyValueObserving {
    private:
     void releaseHandler() noexcept override { handler_ = nullptr; }
 
+    std::uint32_t depthOnThisThread() const {
+      return detail::ObserverCall::depthOnThisThread(*this);
+    }
+
     const Options options_;
     Handler handler_;
+    std::atomic<std::uint64_t> told_{0};
   };
 
   // The observers of both calls for one change.
@@ -273,6 +293,8 @@ class KeyValueObserving {
     const auto it = properties_.find(key);
     return it == properties_.end() ? nullptr : it->second;
   }
+
+  static constexpr int kMostInitialCalls = 1000;
 
   mutable Mutex mutex_;
   std::atomic<bool> observed_{false};

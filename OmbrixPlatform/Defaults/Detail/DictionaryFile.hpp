@@ -54,6 +54,7 @@ class DictionaryFile {
     std::vector<Change> changes;
     std::vector<std::string> errors;  // readable sentences
     bool isSaved = true;              // the edits are in the file; for `write` and `update`
+    bool isTaken = true;              // no: the edits are to be made again, memory ran short
     bool wasBusy = false;             // there was no look at the file; for `Look::ifFree`
   };
 
@@ -76,7 +77,8 @@ class DictionaryFile {
 
   /// Changes keys; others' changes that it finds come first in the outcome. An edit that changes
   /// nothing does not count. Throws `PropertyListError`, without changing anything, for a value
-  /// that no property list can hold. Blocks until the file is on the disk.
+  /// that no property list can hold. Want of memory is told in the outcome. Blocks until the file
+  /// is on the disk.
   Outcome write(const std::vector<Edit>& edits);
 
   /// What happens to edits that cannot be written: they are kept and tried again, shown until the
@@ -86,7 +88,11 @@ class DictionaryFile {
 
   /// The same with edits that depend on what the file holds, decided while no other process can
   /// change it; `decide` must not use this object.
-  Outcome update(const Decide& decide, IfUnsaved ifUnsaved);
+  Outcome update(const Decide& decide, IfUnsaved ifUnsaved) {
+    Outcome outcome;
+    update(decide, ifUnsaved, outcome);
+    return outcome;
+  }
 
   struct Contents {
     PropertyList::Dictionary values;
@@ -115,6 +121,7 @@ class DictionaryFile {
     bool isFoundKnown;
   };
 
+  void update(const Decide& decide, IfUnsaved ifUnsaved, Outcome& outcome);
   static Identity identityOf(int descriptor);
   Loaded load(bool force, Outcome& outcome) OMBRIX_REQUIRES(mutex_);
   Loaded loadLocked(bool force, Outcome& outcome) OMBRIX_REQUIRES(mutex_);
@@ -127,7 +134,7 @@ class DictionaryFile {
   void isNow(detail::Descriptor file) OMBRIX_REQUIRES(mutex_);
   detail::HeldFileLock lock(std::chrono::steady_clock::duration timeout, Outcome& outcome) const;
   void change(const Edit& edit, IfUnsaved ifUnsaved, Outcome& outcome) OMBRIX_REQUIRES(mutex_);
-  void undo(const PropertyList::Dictionary& before, std::size_t met, Outcome& outcome)
+  void undo(PropertyList::Dictionary before, std::size_t met, Outcome& outcome)
       OMBRIX_REQUIRES(mutex_);
   void report(Outcome& outcome, std::string_view action, int error) const;
   void enterChild() OMBRIX_NO_THREAD_SAFETY_ANALYSIS;  // on the one thread there is

@@ -34,6 +34,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
     const std::uint64_t sequence;                         // of the file's change; 0: it is set here
     std::optional<PropertyList> before = {}, after = {};  // as readers see it
     bool isMade = false, hasWriter = true;
+    bool isAnnounced = false;  // observers are to be told first
   };
 
   /// A stored value as readers see it. Values read from the file may arrive late and out of order.
@@ -43,7 +44,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
     std::optional<PropertyList> value;
     std::uint64_t sequence = 0;  // of the file's change, or of ours that the file has taken
     std::uint64_t edit = 0;      // of this process, until it is in the file
-    bool isQueued = false;       // for the writer
+    bool isQueued = false;       // for the writer, until the file has taken it
     Coming* coming = nullptr;
   };
 
@@ -61,7 +62,8 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void refresh(DictionaryFile::Look look) { take(file.refresh(look)); }
   void take(const DictionaryFile::Outcome& outcome);
   bool change(std::string_view key, Coming& coming);
-  bool begin(std::string_view key, Coming& coming, bool isObserved);
+  bool begin(std::string_view key, Coming& coming, bool tellsObservers);
+  void giveUp(std::string_view key, const Coming& coming);
   void makeNow(std::string_view key, Coming& coming);
   void make(const std::string& key, Stored& entry, Coming& coming) OMBRIX_REQUIRES(mutex);
   void showAll();
@@ -69,8 +71,8 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   void set(std::string_view key, const std::optional<PropertyList>& value);
   DictionaryFile::Outcome flush();
   Batch takeBatch();
-  void putBack(const Batch& batch);
   void settle(const Batch& batch, const DictionaryFile::Outcome& outcome);
+  bool writeNow(bool showsAll);
   void flushLast();
   bool hasWriterHere() OMBRIX_REQUIRES(mutex);
   void enterChild() OMBRIX_NO_THREAD_SAFETY_ANALYSIS;  // on the one thread there is
@@ -111,7 +113,7 @@ struct UserDefaults::State : std::enable_shared_from_this<State> {
   ErrorHandler onError OMBRIX_GUARDED_BY(mutex);
   std::map<std::string, std::chrono::steady_clock::time_point> toldErrors OMBRIX_GUARDED_BY(mutex);
   std::uint64_t lastEdit OMBRIX_GUARDED_BY(mutex) = 0;
-  // Edits that the writer has not taken yet.
+  // Edits that the file has not taken yet.
   std::vector<std::string> queuedKeys OMBRIX_GUARDED_BY(mutex);
   Condition somethingToWrite;
   std::thread writer OMBRIX_GUARDED_BY(mutex);

@@ -49,6 +49,10 @@ PropertyList::Dictionary EtcdSync::values() {
 
 void EtcdSync::set(std::string_view key, std::optional<PropertyList> value) {
   if (!EtcdMessages::isKey(key)) throw Error("a key of the cloud store cannot begin with NUL");
+  // The server takes no empty key, and a change that it refuses would hold up all later ones.
+  if (key.empty() && configuration_.prefix.empty()) {
+    throw Error("a key of a cloud store without a prefix cannot be empty");
+  }
   mirror_->set(key, std::move(value));
   begin();
   if (isProcessExiting()) return flushLast();

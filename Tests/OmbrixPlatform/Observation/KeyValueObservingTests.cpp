@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,15 +18,20 @@ class Box final : public KeyValueObserving<int> {
  public:
   void set(int value) {
     willChangeValueForKey("value");
+    if (beforeChange) beforeChange();
     value_ = value;
     didChangeValueForKey("value");
   }
   mutable int reads = 0;
+  std::function<void()> beforeChange;
+  mutable std::function<void()> afterRead;
 
  protected:
   std::optional<int> valueForKey(std::string_view key) const override {
     ++reads;
-    return key == "value" ? value_ : std::nullopt;
+    const auto value = key == "value" ? value_ : std::nullopt;
+    if (afterRead) std::exchange(afterRead, nullptr)();
+    return value;
   }
 
  private:
@@ -109,6 +115,24 @@ TEST(KeyValueObservingTests, BothCallsReachTheSameObservers) {
   late.clear();
   box.set(3);
   EXPECT_THAT(calls, ElementsAre("will ->-", "late did ->2", "did ->3", "late did ->3"));
+  late.clear();
+  first = {};
+  calls.clear();
+  box.beforeChange = [&] { add(newValue | initial); };  // nobody observed when it was announced
+  box.set(4);
+  EXPECT_THAT(calls, ElementsAre("late did ->3", "late did ->4"));
+}
+
+// Catches an observer that is left with the value that it read before another thread's change,
+// though it was told of that.
+TEST(KeyValueObservingTests, AnOldInitialValueIsNotTheLastOne) {
+  Box box;
+  box.set(1);
+  std::vector<std::string> calls;
+  box.afterRead = [&] { std::jthread([&] { box.set(2); }).join(); };
+  auto token = box.observe("value", newValue | initial,
+                           [&](const auto& change) { calls.push_back(text(change)); });
+  EXPECT_THAT(calls, ElementsAre("did ->2", "did ->1", "did ->2"));
 }
 
 }  // namespace

@@ -3,7 +3,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <pthread.h>
+
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -25,7 +28,17 @@ namespace {
 thread_local int allocation = 0;
 thread_local bool allLaterFail = false;  // those after it, too
 
+// The same on the thread that writes settings.
+std::atomic<int> writersAllocation = 0;
+
+bool isWriter() noexcept {
+  char name[16] = {};
+  ::pthread_getname_np(::pthread_self(), name, sizeof name);
+  return std::strcmp(name, "ombrix-defaults") == 0;
+}
+
 void* allocate(std::size_t size) noexcept {
+  if (writersAllocation > 0 && isWriter() && --writersAllocation == 0) return nullptr;
   const bool isFailing = allocation == 1 || (allocation > 1 && --allocation == 1);
   if (isFailing && !allLaterFail) allocation = 0;
   return isFailing ? nullptr : std::malloc(std::max<std::size_t>(size, 1));
@@ -177,6 +190,34 @@ TEST(StoreMemoryTests, ASettingThatFailedIsWrittenTheNextTime) {
                   EXPECT_EQ(open()->integerForKey("other"), count);
                   defaults->setObject(++count, "other");
                 });
+  int priors = 0, dids = 0;
+  const auto token =
+      defaults->observe("other", platform::KeyValueObservingOptions::prior,
+                        [&](const auto& change) { ++(change.isPrior ? priors : dids); });
+  withoutMemory([&] { defaults->setObject(++count, "other"); }, [&] { EXPECT_EQ(priors, dids); });
+  EXPECT_GT(dids, 0);
+}
+
+// Catches want of memory on the writer's thread that ends the program or costs what was set.
+TEST(StoreMemoryTests, WhatCouldNotBeWrittenForWantOfMemoryIsWrittenLater) {
+  const testing::ScopedDir dir;
+  const auto open = [&] {
+    return platform::UserDefaults::make({.folder = dir.path(), .domain = "settings"});
+  };
+  bool hasFailed = true;
+  for (int number = 1; hasFailed; ++number) {
+    SCOPED_TRACE(number);
+    ASSERT_LT(number, 2000);
+    const auto defaults = open();
+    EXPECT_NE(defaults->integerForKey("n"), number);
+    writersAllocation = number;
+    defaults->setObject(number, "n");
+    EXPECT_TRUE(testing::eventually(
+        [&] { return writersAllocation == 0 || open()->integerForKey("n") == number; }));
+    hasFailed = writersAllocation.exchange(0) <= 0;
+    EXPECT_TRUE(defaults->synchronize());
+    EXPECT_EQ(open()->integerForKey("n"), number);
+  }
 }
 
 // Catches the later of two processes that remove a broken file, and takes with it what was stored
