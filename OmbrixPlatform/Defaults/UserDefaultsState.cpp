@@ -124,10 +124,9 @@ void UserDefaults::State::makeNow(std::string_view key, Coming& coming) {
   {
     const ForkGate::Pass pass;
     const LockGuard lock(mutex);
-    const bool wasIdle = queuedKeys.empty();
     auto& [name, entry] = *stored.find(key);
     if (!coming.isMade) make(name, entry, coming);
-    mustWrite = wasIdle && !queuedKeys.empty();
+    mustWrite = !queuedKeys.empty();  // another thread that made it may not have said so
   }
   if (mustWrite) somethingToWrite.notify_one();
 }

@@ -82,13 +82,12 @@ class KeyValueObserving {
     ObservationToken token(observer);
     if (contains(options, Options::initial)) {
       const bool wantsValue = contains(options, Options::newValue);
-      std::uint64_t told = 0;
-      int calls = 0;
-      do {
-        told = observer->toldByOthers();
+      for (int calls = 0; calls < kMostInitialCalls; ++calls) {
+        const auto told = observer->toldByOthers();
         const auto value = wantsValue ? valueForKey(key) : std::nullopt;
         observer->callInitially({key, false, nullptr, value ? &*value : nullptr});
-      } while (wantsValue && observer->toldByOthers() != told && ++calls < kMostInitialCalls);
+        if (!wantsValue || observer->toldByOthers() == told) break;
+      }
     }
     return token;
   }
@@ -169,7 +168,8 @@ class KeyValueObserving {
 
     void call(const Change& change) {
       if (change.isPrior && !contains(options_, Options::prior)) return;
-      if (!change.isPrior && wantsInitial() && depthOnThisThread() == 0) ++told_;
+      const bool isNested = detail::ObserverCall::depthOnThisThread(*this) != 0;
+      if (!change.isPrior && wantsInitial() && !isNested) ++told_;
       callInitially(change);
     }
 
@@ -185,10 +185,6 @@ class KeyValueObserving {
 
    private:
     void releaseHandler() noexcept override { handler_ = nullptr; }
-
-    std::uint32_t depthOnThisThread() const {
-      return detail::ObserverCall::depthOnThisThread(*this);
-    }
 
     const Options options_;
     Handler handler_;
@@ -295,7 +291,6 @@ class KeyValueObserving {
   }
 
   static constexpr int kMostInitialCalls = 1000;
-
   mutable Mutex mutex_;
   std::atomic<bool> observed_{false};
   std::unordered_map<std::string, std::shared_ptr<Property>, KeyHash, std::equal_to<>> properties_
