@@ -3,7 +3,7 @@
 prints:
 written: 600 fixes
 read: 600 fixes, 6.7 km
-1 run, 1188 m down, 11.0 m/s at most
+1 run, 1198 m down, 11.0 m/s at most
 run 1: 600 s
 GPX: 600 fixes
 Could not open "/no/such track.csv": No such file or directory

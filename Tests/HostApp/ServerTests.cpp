@@ -123,7 +123,8 @@ TEST_F(ServerTests, ADayIsUploadedWithItsTrack) {
   const Outcome outcome = run(dir, "day day.csv --upload --login skier@ombrix.test:powder");
   EXPECT_EQ(outcome.status, 0) << outcome.output;
   const std::string size = std::to_string(dir.read("day.csv").size());
-  EXPECT_THAT(outcome.output, HasSubstr("the track with " + size + " bytes"));
+  const std::string grouped = std::string(size).insert(size.size() - 3, ",");
+  EXPECT_THAT(outcome.output, HasSubstr("the track with " + grouped + " bytes"));
   const auto days = run(dir, "request days --login skier@ombrix.test:powder").output;
   EXPECT_THAT(days, HasSubstr("\"distance"));
   const struct {
