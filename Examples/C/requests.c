@@ -130,9 +130,12 @@ int main(int count, char** arguments) {
   if (file != NULL) fclose(file);
   ombrix_String_release(url);
 
+  /* A completion is never called by the call itself: it may take a lock that the caller holds. */
   answer.name = "no file";
+  mtx_lock(&answer.mutex);
   transfer = ombrix_ServerAPI_uploadFile_toUrl_method_progress_completion_context_(
       api, "not a URL", "echo", "PUT", NULL, onAnswer, &answer);
+  mtx_unlock(&answer.mutex);
   await(&answer);
   ombrix_Transfer_release(transfer);
 

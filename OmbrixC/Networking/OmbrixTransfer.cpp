@@ -29,7 +29,13 @@ struct Caller {
   OmbrixServerAPICompletion completion;
   void* context;
 
+  void succeed(const HTTPAnswer& answer) const {
+    if (completion == nullptr) return;
+    completion(true, answer.code, c::bytesFrom(answer.data), answer.data.size(), nullptr, context);
+  }
+
   void fail(const HTTPError& error) const {
+    if (completion == nullptr) return;
     const OmbrixError given{error.what(), std::make_exception_ptr(error)};
     completion(false, c::statusOf(error), nullptr, 0, &given, context);
   }
@@ -51,8 +57,7 @@ Async<void> told(Async<HTTPAnswer> transfer, Caller caller) {
   std::optional<HTTPError> failure;
   try {
     const HTTPAnswer answer = co_await std::move(transfer);
-    caller.completion(true, answer.code, c::bytesFrom(answer.data), answer.data.size(), nullptr,
-                      caller.context);
+    caller.succeed(answer);
   } catch (const HTTPError& error) {
     failure = error;
   } catch (const platform::CancellationError&) {
@@ -62,7 +67,8 @@ Async<void> told(Async<HTTPAnswer> transfer, Caller caller) {
   if (failure && failure->kind() != HTTPError::Case::canceled) caller.fail(*failure);
 }
 
-/// Starts what `begin` makes of the path of a file.
+/// Starts what `begin` makes of the path of a file. Failures are told on the queue as well: the
+/// caller may hold a lock that its completion takes.
 template <class Begin>
 OmbrixTransfer* started(const char* fileUrl, const Caller& caller, Begin begin) {
   auto* transfer = c::catching(nullptr, [&]() -> OmbrixTransfer* {
@@ -70,7 +76,11 @@ OmbrixTransfer* started(const char* fileUrl, const Caller& caller, Begin begin) 
     Async<HTTPAnswer> work = begin(file);
     return new OmbrixTransfer{told(std::move(work), caller).start()};
   });
-  if (transfer == nullptr) caller.fail(HTTPError::badRequestError());
+  if (transfer == nullptr) {
+    c::catching(nullptr, [&] {
+      Client::dispatchQueue()->async([caller] { caller.fail(HTTPError::badRequestError()); });
+    });
+  }
   return transfer;
 }
 

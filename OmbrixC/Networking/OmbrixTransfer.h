@@ -10,26 +10,27 @@ extern "C" {
 /// A file on its way to or from the web service. Any thread.
 typedef struct OmbrixTransfer OmbrixTransfer;
 
-/// How far a transfer is, in bytes; what is expected is -1 where nobody knows. Called on a thread
+/// How far a transfer is, in bytes; an expected count that is not known is -1. Called on a thread
 /// of the client's; calls may be merged.
 typedef void (*OmbrixTransferProgress)(int64_t sent, int64_t expectedToSend, int64_t received,
                                        int64_t expectedToReceive, void* context);
 
-/// Sends the file of a file URL, read in pieces, and calls the completion once, unless it is
-/// cancelled; the context goes to both.
+/// Sends the file of a file URL, read in pieces, and calls the completion once on a thread of the
+/// client's, unless it is cancelled; the context goes to both.
 ///
 /// @param url An absolute URL, or a path below the base URL.
 /// @param method As in "PUT"; another text fails with an error.
-/// @param progress NULL for none.
-/// @return A handle that the caller owns; the transfer goes on when it is released. NULL, and the
-///   completion is called before this returns, where it could not begin: `fileUrl` is no file URL.
+/// @param progress NULL for none, as the completion.
+/// @return A handle that the caller owns; the transfer goes on when it is released. NULL if it
+/// could
+///   not begin because `fileUrl` is no file URL; the completion is told of that as well.
 OmbrixTransfer* ombrix_ServerAPI_uploadFile_toUrl_method_progress_completion_context_(
     OmbrixServerAPI* self, const char* fileUrl, const char* url, const char* method,
     OmbrixTransferProgress progress, OmbrixServerAPICompletion completion, void* context);
 
-/// Writes the answer into the file of a file URL, which is there when it is whole and not before;
-/// what a broken download has left ("NAME.part") is gone on with. The body that the completion gets
-/// is empty. Else as an upload.
+/// Writes the answer into the file of a file URL, which is there when it is whole and not before.
+/// The download goes on where a broken one has stopped ("NAME.part"). The body that the completion
+/// gets is empty. Otherwise as an upload.
 OmbrixTransfer* ombrix_ServerAPI_downloadUrl_toFile_progress_completion_context_(
     OmbrixServerAPI* self, const char* url, const char* fileUrl, OmbrixTransferProgress progress,
     OmbrixServerAPICompletion completion, void* context);
